@@ -1,0 +1,46 @@
+# What every target of ours is compiled with: one interface target for warnings and hardening.
+add_library(quillbox_options INTERFACE)
+add_library(quillbox::options ALIAS quillbox_options)
+
+target_include_directories(quillbox_options INTERFACE ${PROJECT_SOURCE_DIR})
+target_link_libraries(quillbox_options INTERFACE Threads::Threads)
+
+target_compile_options(
+    quillbox_options
+    INTERFACE -Wall
+              -Wextra
+              -Wpedantic
+              -Wshadow
+              -Wconversion
+              -Wnon-virtual-dtor
+              -Woverloaded-virtual
+              -Werror
+              -fstack-protector-strong
+              -fstack-clash-protection
+              $<$<CXX_COMPILER_ID:GNU>:-fcf-protection>)
+target_link_options(quillbox_options INTERFACE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack
+                    -Wl,--as-needed)
+
+if(QUILLBOX_SANITIZE)
+    target_compile_options(quillbox_options INTERFACE -fsanitize=${QUILLBOX_SANITIZE}
+                                                      -fno-sanitize-recover=all
+                                                      -fno-omit-frame-pointer)
+    target_link_options(quillbox_options INTERFACE -fsanitize=${QUILLBOX_SANITIZE})
+    # ThreadSanitizer does not know fences; Asio has none on the paths that we use, but GCC warns.
+    target_compile_options(quillbox_options INTERFACE -Wno-tsan)
+else()
+    # The sanitizers check more than fortified functions do, and the two do not mix.
+    target_compile_definitions(quillbox_options
+                               INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+
+# A folder of the house: one static library with an explicit list of files.
+function(quillbox_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
+    add_library(quillbox_${name} STATIC ${ARG_SOURCES})
+    add_library(quillbox::${name} ALIAS quillbox_${name})
+    target_link_libraries(
+        quillbox_${name}
+        PUBLIC quillbox::options ${ARG_PUBLIC}
+        PRIVATE ${ARG_PRIVATE})
+endfunction()

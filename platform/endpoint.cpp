@@ -1,0 +1,81 @@
+#include "platform/endpoint.h"
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// Escapes what separates the parts of a printed endpoint, and what a terminal would act upon.
+std::string escaped(std::string_view text)
+{
+    std::string result;
+    result.reserve(text.size());
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        if (byte < 0x20 || byte == 0x7f) {
+            result += '\\';
+            result += static_cast<char>('0' + byte / 100);
+            result += static_cast<char>('0' + byte / 10 % 10);
+            result += static_cast<char>('0' + byte % 10);
+            continue;
+        }
+        if (character == '.' || character == '\\' || character == '%' || character == ':')
+            result += '\\';
+        result += character;
+    }
+    return result;
+}
+
+/// Types and domains keep their dots, which cannot be mistaken: the instance label before them has
+/// none left, and the two are told apart by the '/' that neither may hold unescaped.
+std::string escapedPath(std::string_view text)
+{
+    std::string result;
+    std::string_view::size_type start = 0;
+    while (true) {
+        const auto dot = text.find('.', start);
+        std::string label = escaped(text.substr(start, dot - start));
+        for (const char character : label) {
+            if (character == '/')
+                result += '\\';
+            result += character;
+        }
+        if (dot == std::string_view::npos)
+            return result;
+        result += '.';
+        start = dot + 1;
+    }
+}
+
+} // namespace
+
+Endpoint::Endpoint(HostEndpoint host) : value_(std::move(host)) {}
+
+Endpoint::Endpoint(ServiceEndpoint service) : value_(std::move(service)) {}
+
+const ServiceEndpoint* Endpoint::service() const
+{
+    return std::get_if<ServiceEndpoint>(&value_);
+}
+
+const HostEndpoint* Endpoint::host() const
+{
+    return std::get_if<HostEndpoint>(&value_);
+}
+
+std::string Endpoint::description() const
+{
+    if (const auto* address = host())
+        return escapedPath(address->host) + ':' + std::to_string(address->port);
+    const auto* instance = service();
+    std::string text = escaped(instance->name) + '.' + escapedPath(instance->type) + '/'
+                       + escapedPath(instance->domain);
+    if (instance->interface)
+        text += '%' + escapedPath(*instance->interface);
+    return text;
+}
+
+} // namespace quillbox

@@ -1,0 +1,60 @@
+#pragma once
+
+#include "platform/connection.h"
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+
+namespace quillbox {
+
+/// How a listener is advertised by DNS-SD.
+struct ServiceRegistration {
+    std::string name; ///< the instance name, UTF-8; renamed when the network has it already
+    std::string type; ///< "_smb._tcp"
+    std::optional<std::string> domain = std::nullopt; ///< none: the default registration domain
+    /// None yields the single empty TXT string of RFC 6763, section 6.1.
+    std::optional<std::string> txtRecord = std::nullopt;
+
+    bool operator==(const ServiceRegistration&) const = default;
+};
+
+/// A TCP listener, for IPv4 and IPv6, together with one DNS-SD registration of its port.
+///
+/// Handlers run on the queue that the listener was started on, never inside the call that installed
+/// them. `cancel` closes the port and withdraws the registration (goodbye, RFC 6762 section 10.1),
+/// then gives one `Cancelled` report, the last. A listener that nobody holds any more is cancelled,
+/// without a report.
+class Listener {
+public:
+    enum class State {
+        Setup,
+        Waiting, ///< not advertised at present: no DNS-SD engine, or a taken name being changed
+        Ready,   ///< listening and advertised
+        Failed,  ///< for good: an invalid name, not permitted, too many entries
+        Cancelled,
+    };
+
+    /// The error is set in `Waiting` and `Failed`.
+    using StateUpdateHandler = std::function<void(State, std::error_code)>;
+
+    /// Hands over an accepted connection, not yet started.
+    using NewConnectionHandler = std::function<void(std::shared_ptr<Connection>)>;
+
+    virtual ~Listener() = default;
+
+    /// These three are called before `start`.
+    virtual void setService(ServiceRegistration service) = 0;
+    virtual void setNewConnectionHandler(NewConnectionHandler handler) = 0;
+    virtual void setStateUpdateHandler(StateUpdateHandler handler) = 0;
+
+    /// Called once. The queue comes from the same backend as the listener.
+    virtual void start(std::shared_ptr<DispatchQueue> queue) = 0;
+
+    /// Idempotent.
+    virtual void cancel() = 0;
+};
+
+} // namespace quillbox

@@ -1,0 +1,44 @@
+#pragma once
+
+#include "platform/dispatch_queue.h"
+#include "platform/net_service.h"
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+/// One address of one network interface of this computer that is up.
+struct InterfaceAddress {
+    int interfaceIndex = 0;
+    std::string interfaceName;
+    bool isLoopback = false;
+    SocketAddress address; ///< port 0; an IPv6 link-local address carries its scope
+
+    bool operator==(const InterfaceAddress&) const = default;
+};
+
+/// Watches this computer's interfaces, addresses and routes. Thread-safe.
+class NetworkMonitor {
+public:
+    /// Ends its subscription when it is destroyed; a call that is already on the queue may still
+    /// come.
+    class Subscription {
+    public:
+        virtual ~Subscription() = default;
+    };
+
+    virtual ~NetworkMonitor() = default;
+
+    /// The addresses at this moment, in the order of interface index.
+    virtual std::vector<InterfaceAddress> addresses() const = 0;
+
+    /// Calls `changed` on `queue` after each change of interfaces, addresses or routes; changes
+    /// that come together are one call.
+    virtual std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
+                                                    std::function<void()> changed) = 0;
+};
+
+} // namespace quillbox

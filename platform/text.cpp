@@ -1,0 +1,120 @@
+#include "platform/text.h"
+
+#include <array>
+#include <cstdlib>
+#include <memory>
+
+#include <utf8proc.h>
+
+namespace quillbox {
+
+namespace {
+
+const utf8proc_uint8_t* bytesOf(std::string_view text)
+{
+    return reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+}
+
+/// The characters of the Unicode property White_Space, and U+200B, which counted among them when
+/// desktop text fields learned what to trim.
+bool isWhitespace(utf8proc_int32_t codePoint)
+{
+    switch (codePoint) {
+    case 0x20:
+    case 0x85:
+    case 0xa0:
+    case 0x1680:
+    case 0x2028:
+    case 0x2029:
+    case 0x202f:
+    case 0x205f:
+    case 0x3000:
+        return true;
+    default:
+        return (codePoint >= 0x09 && codePoint <= 0x0d)
+               || (codePoint >= 0x2000 && codePoint <= 0x200b);
+    }
+}
+
+/// Decodes the character at `position`; its length in bytes is 1 where the text is not UTF-8.
+struct Character {
+    utf8proc_int32_t codePoint = -1;
+    std::size_t length = 1;
+};
+
+Character characterAt(std::string_view text, std::size_t position)
+{
+    Character character;
+    const auto length = utf8proc_iterate(bytesOf(text) + position,
+                                         static_cast<utf8proc_ssize_t>(text.size() - position),
+                                         &character.codePoint);
+    if (length > 0)
+        character.length = static_cast<std::size_t>(length);
+    return character;
+}
+
+std::size_t startOfLastCharacter(std::string_view text)
+{
+    std::size_t start = text.size() - 1;
+    while (start > 0 && (static_cast<unsigned char>(text[start]) & 0xc0U) == 0x80U)
+        --start;
+    return start;
+}
+
+} // namespace
+
+std::string normalized(std::string_view text)
+{
+    utf8proc_uint8_t* result = nullptr;
+    const auto length =
+        utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &result,
+                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(result, &std::free);
+    if (length < 0)
+        return std::string(text);
+    return {reinterpret_cast<const char*>(result), static_cast<std::size_t>(length)};
+}
+
+bool canonicallyEqual(std::string_view a, std::string_view b)
+{
+    return a == b || normalized(a) == normalized(b);
+}
+
+bool canonicallyHasPrefix(std::string_view text, std::string_view prefix)
+{
+    const std::string whole = normalized(text);
+    const std::string start = normalized(prefix);
+    if (!whole.starts_with(start))
+        return false;
+    if (whole.size() == start.size() || start.empty())
+        return true;
+    // A prefix is made of whole characters as a reader sees them: "Quillbox " followed by a
+    // combining accent does not begin with "Quillbox ".
+    const auto before = characterAt(start, startOfLastCharacter(start)).codePoint;
+    const auto after = characterAt(whole, start.size()).codePoint;
+    return before < 0 || after < 0 || utf8proc_grapheme_break(before, after);
+}
+
+bool CanonicalLess::operator()(std::string_view a, std::string_view b) const
+{
+    return normalized(a) < normalized(b);
+}
+
+std::string trimmed(std::string_view text)
+{
+    while (!text.empty()) {
+        const Character first = characterAt(text, 0);
+        if (!isWhitespace(first.codePoint))
+            break;
+        text.remove_prefix(first.length);
+    }
+    while (!text.empty()) {
+        const std::size_t last = startOfLastCharacter(text);
+        if (!isWhitespace(characterAt(text, last).codePoint))
+            break;
+        text = text.substr(0, last);
+    }
+    return std::string(text);
+}
+
+} // namespace quillbox

@@ -1,0 +1,62 @@
+#pragma once
+
+#include "platform/dispatch_queue.h"
+#include "platform/endpoint.h"
+#include "platform/network.h"
+#include "relay/relay_session.h"
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace quillbox {
+
+/// Makes one phone appear in the file browser: a listener on a free port, advertised as `_smb._tcp`
+/// under a Finder name, and a `RelaySession` to one fixed target for each connection that arrives.
+///
+/// `start` and `stop` may be called from any thread, return at once and take effect in the order of
+/// the calls. The owner calls `stop` before it drops the relay; work that is on the queue keeps the
+/// relay alive until it has run.
+class FinderRelay final : public std::enable_shared_from_this<FinderRelay> {
+public:
+    /// A status report: whether the relay is visible, and a text for the user.
+    using StatusChanged = std::function<void(bool ready, const std::string& text)>;
+
+    /// `bundleIdentifier` prefixes the label of the relay's queue. Both references outlive the
+    /// relay.
+    static std::shared_ptr<FinderRelay> make(Dispatch& dispatch, Network& network,
+                                             const std::string& bundleIdentifier);
+
+    FinderRelay(const FinderRelay&) = delete;
+    FinderRelay& operator=(const FinderRelay&) = delete;
+
+    /// Belongs to the main thread, where it is called; set before `start`, replaced at any time.
+    StatusChanged statusChanged;
+
+    /// Relays to `target` under `finderName`. On a running relay it starts afresh: the listener and
+    /// the sessions of before end first. `targetDescription` is not used.
+    void start(const Endpoint& target, const std::string& targetDescription,
+               const std::string& finderName);
+
+    /// Ends the listener and all sessions. Reports nothing.
+    void stop();
+
+private:
+    FinderRelay(Dispatch& dispatch, Network& network, const std::string& bundleIdentifier);
+
+    void startOnQueue(const Endpoint& target, const std::string& finderName);
+    void stopOnQueue();
+    void accept(std::shared_ptr<Connection> connection, const Endpoint& target);
+    void listenerChanged(const std::weak_ptr<Listener>& reporting, Listener::State state,
+                         std::error_code error, const std::string& finderName);
+    void report(bool ready, const std::string& text);
+
+    Network& network;
+    const std::shared_ptr<DispatchQueue> mainQueue;
+    const std::shared_ptr<DispatchQueue> queue;
+    std::shared_ptr<Listener> listener;
+    std::map<std::string, std::shared_ptr<RelaySession>> sessions;
+};
+
+} // namespace quillbox
