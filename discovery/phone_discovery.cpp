@@ -1,0 +1,99 @@
+#include "discovery/phone_discovery.h"
+
+#include "platform/text.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kProductName = "Quillbox";
+constexpr const char* kProductPrefix = "Quillbox ";
+
+bool isNamedAfterProduct(const std::string& name)
+{
+    return canonicallyEqual(name, kProductName) || canonicallyHasPrefix(name, kProductPrefix);
+}
+
+std::vector<DiscoveredDevice> devicesIn(const Browser::Results& results)
+{
+    struct Keyed {
+        std::string key;
+        DiscoveredDevice device;
+    };
+    std::vector<Keyed> found;
+    for (const Endpoint& endpoint : results) {
+        const ServiceEndpoint* service = endpoint.service();
+        if (service && isNamedAfterProduct(service->name))
+            found.push_back({normalized(service->name), {endpoint, service->name}});
+    }
+    std::stable_sort(found.begin(), found.end(),
+                     [](const Keyed& a, const Keyed& b) { return a.key < b.key; });
+
+    std::vector<DiscoveredDevice> devices;
+    devices.reserve(found.size());
+    for (Keyed& entry : found)
+        devices.push_back(std::move(entry.device));
+    return devices;
+}
+
+} // namespace
+
+std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network& network,
+                                                     const std::string& bundleIdentifier,
+                                                     std::string type)
+{
+    return std::shared_ptr<PhoneDiscovery>(
+        new PhoneDiscovery(dispatch, network, bundleIdentifier, std::move(type)));
+}
+
+PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed,
+                               const std::string& bundleIdentifier, std::string type)
+    : network(browsed),
+      mainQueue(dispatch.mainQueue()),
+      serviceType(std::move(type)),
+      queue(dispatch.makeQueue(bundleIdentifier + ".discovery", QualityOfService::Utility))
+{
+}
+
+void PhoneDiscovery::start()
+{
+    stop();
+    TcpParameters parameters;
+    parameters.includePeerToPeer = true;
+    const auto made = network.makeBrowser(serviceType, parameters);
+    made->setResultsChangedHandler([weak = weak_from_this()](const Browser::Results& results) {
+        if (const auto self = weak.lock())
+            self->deliver(devicesIn(results));
+    });
+    made->setStateUpdateHandler([weak = weak_from_this()](Browser::State state, std::error_code) {
+        const auto self = weak.lock();
+        if (self && state == Browser::State::Failed)
+            self->deliver({});
+    });
+    browser = made;
+    made->start(queue);
+}
+
+void PhoneDiscovery::stop()
+{
+    if (browser)
+        browser->cancel();
+    browser = nullptr;
+}
+
+void PhoneDiscovery::deliver(std::vector<DiscoveredDevice> devices)
+{
+    mainQueue->async([weak = weak_from_this(), devices = std::move(devices)] {
+        const auto self = weak.lock();
+        if (!self)
+            return;
+        // A copy: the owner may replace the callback from inside it.
+        if (const auto callback = self->resultChanged)
+            callback(devices);
+    });
+}
+
+} // namespace quillbox

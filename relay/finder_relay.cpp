@@ -1,0 +1,126 @@
+#include "relay/finder_relay.h"
+
+#include "platform/uuid.h"
+
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kSmbServiceType = "_smb._tcp";
+
+} // namespace
+
+std::shared_ptr<FinderRelay> FinderRelay::make(Dispatch& dispatch, Network& network,
+                                               const std::string& bundleIdentifier)
+{
+    return std::shared_ptr<FinderRelay>(new FinderRelay(dispatch, network, bundleIdentifier));
+}
+
+FinderRelay::FinderRelay(Dispatch& dispatch, Network& madeWith, const std::string& bundleIdentifier)
+    : network(madeWith),
+      mainQueue(dispatch.mainQueue()),
+      queue(dispatch.makeQueue(bundleIdentifier + ".relay", QualityOfService::UserInitiated))
+{
+}
+
+void FinderRelay::start(const Endpoint& target, const std::string& /*targetDescription*/,
+                        const std::string& finderName)
+{
+    queue->async([self = shared_from_this(), target, finderName] {
+        self->startOnQueue(target, finderName);
+    });
+}
+
+void FinderRelay::stop()
+{
+    // Holds the relay, so that an owner that drops it right away still gets a complete stop.
+    queue->async([self = shared_from_this()] { self->stopOnQueue(); });
+}
+
+void FinderRelay::startOnQueue(const Endpoint& target, const std::string& finderName)
+{
+    stopOnQueue();
+
+    TcpParameters parameters;
+    parameters.allowLocalEndpointReuse = true;
+    std::error_code error;
+    const auto made = network.makeListener(parameters, kAnyPort, error);
+    if (!made) {
+        report(false, "Could not start Finder service: " + error.message());
+        return;
+    }
+    made->setService({.name = finderName, .type = kSmbServiceType});
+    made->setNewConnectionHandler(
+        [weak = weak_from_this(), target](std::shared_ptr<Connection> connection) {
+            if (const auto self = weak.lock())
+                self->accept(std::move(connection), target);
+            else
+                connection->cancel();
+        });
+    made->setStateUpdateHandler([weak = weak_from_this(), reporting = std::weak_ptr(made),
+                                 finderName](Listener::State state, std::error_code reason) {
+        if (const auto self = weak.lock())
+            self->listenerChanged(reporting, state, reason, finderName);
+    });
+    listener = made;
+    made->start(queue);
+}
+
+void FinderRelay::stopOnQueue()
+{
+    if (listener)
+        listener->cancel();
+    listener = nullptr;
+    for (const auto& [identifier, session] : std::exchange(sessions, {}))
+        session->finish();
+}
+
+void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint& target)
+{
+    const std::string identifier = makeUuid();
+    auto session = std::make_shared<RelaySession>(std::move(connection),
+                                                  network.makeConnection(target, TcpParameters()));
+    // The session is still in use while it ends, so it leaves the table in a later turn.
+    session->onEnd = [weak = weak_from_this(), identifier] {
+        const auto self = weak.lock();
+        if (!self)
+            return;
+        self->queue->async([weak, identifier] {
+            if (const auto relay = weak.lock())
+                relay->sessions.erase(identifier);
+        });
+    };
+    sessions[identifier] = session;
+    session->start(queue);
+}
+
+void FinderRelay::listenerChanged(const std::weak_ptr<Listener>& reporting, Listener::State state,
+                                  std::error_code error, const std::string& finderName)
+{
+    // Late reports of a listener that a restart or a stop has replaced are not ours any more.
+    const auto reporter = reporting.lock();
+    if (!reporter || reporter != listener)
+        return;
+    if (state == Listener::State::Ready) {
+        report(true, finderName + " is visible in Finder");
+    } else if (state == Listener::State::Failed) {
+        report(false, "Finder service failed: " + error.message());
+        stopOnQueue();
+    }
+}
+
+void FinderRelay::report(bool ready, const std::string& text)
+{
+    mainQueue->async([weak = weak_from_this(), ready, text] {
+        const auto self = weak.lock();
+        if (!self)
+            return;
+        // A copy: the owner may replace the callback, or drop the relay, from inside it.
+        if (const auto callback = self->statusChanged)
+            callback(ready, text);
+    });
+}
+
+} // namespace quillbox

@@ -1,0 +1,149 @@
+#include "discovery/management_resolver.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_network.h"
+#include "tests/fakes/socket_addresses.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quillbox {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const ServiceEndpoint kAdmin{.name = "Quillbox Office",
+                             .type = "_quillbox-admin._tcp",
+                             .domain = "local",
+                             .interface = "eth0"};
+
+class ManagementResolverTest : public testing::Test {
+protected:
+    std::shared_ptr<ManagementResolver> resolverFor(const Endpoint& endpoint)
+    {
+        return std::make_shared<ManagementResolver>(
+            network, endpoint,
+            [this](const std::optional<std::string>& url) { results.push_back(url); });
+    }
+
+    FakeNetService::Record& service() { return *network.netServices.back(); }
+
+    FakeDispatch dispatch;
+    FakeNetwork network{dispatch};
+    std::vector<std::optional<std::string>> results;
+    std::shared_ptr<ManagementResolver> resolver = resolverFor(kAdmin);
+};
+
+TEST_F(ManagementResolverTest, resolvesTheServiceForSixSeconds)
+{
+    EXPECT_FALSE(service().timeout.has_value());
+    resolver->start();
+    EXPECT_EQ(service().service, kAdmin);
+    EXPECT_EQ(service().timeout, std::chrono::seconds(6));
+    EXPECT_THAT(results, IsEmpty());
+}
+
+TEST_F(ManagementResolverTest, makesAnHttpsUrlOfAddressAndPort)
+{
+    resolver->start();
+    service().object->finish({ipv4Address("192.0.2.7")}, 8443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.7:8443/"));
+    EXPECT_GE(service().stops, 1);
+}
+
+TEST_F(ManagementResolverTest, triesIPv4AddressesBeforeAllOthers)
+{
+    resolver->start();
+    service().object->finish({ipv6Address("2001:db8::1"), ipv4Address("192.0.2.1"),
+                              ipv6Address("2001:db8::2"), ipv4Address("192.0.2.2")},
+                             443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.1:443/"));
+}
+
+TEST_F(ManagementResolverTest, skipsAddressesThatHaveNoNumericForm)
+{
+    resolver->start();
+    service().object->finish({{}, SocketAddress(5, std::byte{1}), ipv6Address("2001:db8::2")}, 443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::2]:443/"));
+}
+
+TEST_F(ManagementResolverTest, reportsNoneWithoutAnyAddress)
+{
+    resolver->start();
+    service().object->finish({}, 443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(ManagementResolverTest, reportsNoneWhenNoAddressHasANumericForm)
+{
+    resolver->start();
+    service().object->finish({{}, SocketAddress(5, std::byte{1})}, 443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(ManagementResolverTest, reportsNoneWhenTheTimeRunsOut)
+{
+    resolver->start();
+    service().object->fail();
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+    EXPECT_GE(service().stops, 1);
+}
+
+TEST_F(ManagementResolverTest, reportsNoneAtOnceForAnEndpointThatIsNoService)
+{
+    const auto other = resolverFor(HostEndpoint{"192.0.2.7", 443});
+    EXPECT_THAT(results, IsEmpty());
+    other->start();
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+    EXPECT_EQ(network.netServices.size(), 1U);
+}
+
+TEST_F(ManagementResolverTest, reportsOnceOnly)
+{
+    resolver->start();
+    service().object->finish({ipv4Address("192.0.2.7")}, 443);
+    service().object->fail();
+    dispatch.runAll();
+    EXPECT_EQ(results.size(), 1U);
+}
+
+TEST_F(ManagementResolverTest, reportsNothingAfterItIsCancelled)
+{
+    resolver->start();
+    service().object->finish({ipv4Address("192.0.2.7")}, 443);
+    resolver->cancel();
+    dispatch.runAll();
+    EXPECT_THAT(results, IsEmpty());
+    EXPECT_GE(service().stops, 1);
+}
+
+TEST_F(ManagementResolverTest, cancelsWithoutAServiceToStop)
+{
+    const auto other = resolverFor(HostEndpoint{"192.0.2.7", 443});
+    other->cancel();
+    EXPECT_THAT(results, IsEmpty());
+}
+
+TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
+{
+    std::shared_ptr<ManagementResolver> owned;
+    owned = std::make_shared<ManagementResolver>(network, kAdmin,
+                                                 [&](const std::optional<std::string>& url) {
+                                                     owned.reset();
+                                                     results.push_back(url);
+                                                 });
+    owned->start();
+    service().object->finish({ipv4Address("192.0.2.7")}, 443);
+    dispatch.runAll();
+    EXPECT_EQ(owned, nullptr);
+    EXPECT_EQ(results.size(), 1U);
+}
+
+} // namespace
+} // namespace quillbox

@@ -1,0 +1,63 @@
+#include "discovery/management_url.h"
+#include "tests/fakes/socket_addresses.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quillbox {
+namespace {
+
+using testing::ElementsAre;
+
+TEST(ManagementUrl, putsIPv4FirstAndKeepsTheOrderOtherwise)
+{
+    const auto a6 = ipv6Address("2001:db8::1");
+    const auto a4 = ipv4Address("192.0.2.1");
+    const auto b6 = ipv6Address("fe80::1");
+    const auto b4 = ipv4Address("192.0.2.2");
+    EXPECT_THAT(ipv4First({a6, a4, b6, b4}), ElementsAre(a4, b4, a6, b6));
+}
+
+TEST(ManagementUrl, countsTooShortAddressesAsNotIPv4)
+{
+    const SocketAddress none;
+    const SocketAddress one{std::byte{2}};
+    const auto a4 = ipv4Address("192.0.2.1");
+    EXPECT_THAT(ipv4First({none, one, a4}), ElementsAre(a4, none, one));
+}
+
+TEST(ManagementUrl, writesAnIPv4AddressInDottedDecimals)
+{
+    EXPECT_EQ(managementUrl(ipv4Address("192.0.2.7"), 8443), "https://192.0.2.7:8443/");
+}
+
+TEST(ManagementUrl, usesThePortAsItIs)
+{
+    EXPECT_EQ(managementUrl(ipv4Address("192.0.2.7"), 0), "https://192.0.2.7:0/");
+    EXPECT_EQ(managementUrl(ipv4Address("192.0.2.7"), 65535), "https://192.0.2.7:65535/");
+}
+
+TEST(ManagementUrl, putsAnIPv6AddressInBrackets)
+{
+    EXPECT_EQ(managementUrl(ipv6Address("2001:db8::7"), 443), "https://[2001:db8::7]:443/");
+}
+
+TEST(ManagementUrl, encodesTheZoneOfALinkLocalAddress)
+{
+    // The loopback interface is there on every machine, under its index 1.
+    EXPECT_EQ(managementUrl(ipv6Address("fe80::7", 1), 443), "https://[fe80::7%25lo]:443/");
+}
+
+TEST(ManagementUrl, hasNoneForBytesThatAreNoAddress)
+{
+    EXPECT_EQ(managementUrl({}, 443), std::nullopt);
+    EXPECT_EQ(managementUrl({std::byte{2}}, 443), std::nullopt);
+    EXPECT_EQ(managementUrl(SocketAddress(16, std::byte{0xff}), 443), std::nullopt);
+    EXPECT_EQ(managementUrl(SocketAddress(4096, std::byte{0}), 443), std::nullopt);
+    auto cut = ipv6Address("2001:db8::7");
+    cut.resize(10);
+    EXPECT_EQ(managementUrl(cut, 443), std::nullopt);
+}
+
+} // namespace
+} // namespace quillbox

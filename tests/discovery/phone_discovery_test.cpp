@@ -1,0 +1,230 @@
+#include "discovery/phone_discovery.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_network.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quillbox {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Endpoint phone(const std::string& name, std::optional<std::string> interface = {})
+{
+    return ServiceEndpoint{
+        .name = name, .type = "_quillbox._tcp", .domain = "local", .interface = interface};
+}
+
+class PhoneDiscoveryTest : public testing::Test {
+protected:
+    PhoneDiscoveryTest()
+    {
+        network.log = &log;
+        discovery->resultChanged = [this](const std::vector<DiscoveredDevice>& devices) {
+            lists.push_back(devices);
+        };
+    }
+
+    FakeBrowser& browser() { return *network.browsers.back(); }
+
+    std::vector<std::string> namesFor(Browser::Results results)
+    {
+        discovery->start();
+        browser().deliver(std::move(results));
+        dispatch.runAll();
+        std::vector<std::string> names;
+        for (const auto& device : lists.back())
+            names.push_back(device.name);
+        return names;
+    }
+
+    FakeDispatch dispatch;
+    FakeNetwork network{dispatch};
+    std::vector<std::string> log;
+    std::vector<std::vector<DiscoveredDevice>> lists;
+    std::shared_ptr<PhoneDiscovery> discovery =
+        PhoneDiscovery::make(dispatch, network, "org.quillbox.Helper", "_quillbox._tcp");
+};
+
+TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
+{
+    ASSERT_EQ(dispatch.queueCount(), 1U);
+    EXPECT_EQ(dispatch.queue(0)->label(), "org.quillbox.Helper.discovery");
+    EXPECT_EQ(dispatch.queue(0)->qualityOfService(), QualityOfService::Utility);
+}
+
+TEST_F(PhoneDiscoveryTest, browsesNothingBeforeItIsStarted)
+{
+    EXPECT_THAT(network.browsers, IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryTest, browsesItsTypeWithPeerToPeerLinks)
+{
+    discovery->start();
+    EXPECT_EQ(browser().type, "_quillbox._tcp");
+    EXPECT_TRUE(browser().parameters.includePeerToPeer);
+    EXPECT_FALSE(browser().parameters.allowLocalEndpointReuse);
+    EXPECT_TRUE(browser().isStarted);
+    EXPECT_EQ(browser().queue, dispatch.queue(0));
+}
+
+TEST_F(PhoneDiscoveryTest, reportsAnEmptyListWhenTheLastPhoneGoes)
+{
+    EXPECT_THAT(namesFor({phone("Quillbox")}), ElementsAre("Quillbox"));
+    browser().deliver({});
+    dispatch.runAll();
+    EXPECT_THAT(lists.back(), IsEmpty());
+    EXPECT_EQ(lists.size(), 2U);
+}
+
+TEST_F(PhoneDiscoveryTest, keepsThePhonesNamedAfterTheProductOnly)
+{
+    EXPECT_THAT(namesFor({phone("Quillbox"), phone("Quillbox Office"), phone("Quillbox-1"),
+                          phone("quillbox tablet"), phone("quillbox"), phone("Quillbox2"),
+                          phone("QuillboxPhone"), phone("My Quillbox"), phone(""), phone("Quillbo"),
+                          phone("Quillbox\tOffice"), phone("Quillbox ")}),
+                ElementsAre("Quillbox", "Quillbox ", "Quillbox Office"));
+}
+
+TEST_F(PhoneDiscoveryTest, comparesNamesUnderCanonicalEquivalence)
+{
+    // A combining accent makes the blank, or the last letter, another character.
+    EXPECT_THAT(namesFor({phone("Quillbox \xcc\x81Office"), phone("Quillbox\xcc\x81")}), IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryTest, sortsByCodePointsNotByLocaleOrNumber)
+{
+    EXPECT_THAT(namesFor({phone("Quillbox b"), phone("Quillbox B"), phone("Quillbox")}),
+                ElementsAre("Quillbox", "Quillbox B", "Quillbox b"));
+    EXPECT_THAT(namesFor({phone("Quillbox 9"), phone("Quillbox 10")}),
+                ElementsAre("Quillbox 10", "Quillbox 9"));
+}
+
+TEST_F(PhoneDiscoveryTest, sortsAstralCharactersBehindTheBasicPlane)
+{
+    // In UTF-16 the first would sort before the second.
+    EXPECT_THAT(namesFor({phone("Quillbox \U0001F4F1"), phone("Quillbox \uFB01")}),
+                ElementsAre("Quillbox \uFB01", "Quillbox \U0001F4F1"));
+}
+
+TEST_F(PhoneDiscoveryTest, sortsByTheNormalisedNameAndKeepsTheNameVerbatim)
+{
+    // Decomposed, "é" begins with "e" and would sort before "f".
+    EXPECT_THAT(namesFor({phone("Quillbox e\xcc\x81"), phone("Quillbox f")}),
+                ElementsAre("Quillbox f", "Quillbox e\xcc\x81"));
+}
+
+TEST_F(PhoneDiscoveryTest, reportsTwoResultsOfOneNameAdjacentAndInTheBrowsersOrder)
+{
+    namesFor({phone("Quillbox", "wlan0"), phone("Quillbox A"), phone("Quillbox", "eth0")});
+    EXPECT_THAT(lists.back(), ElementsAre(DiscoveredDevice{phone("Quillbox", "wlan0"), "Quillbox"},
+                                          DiscoveredDevice{phone("Quillbox", "eth0"), "Quillbox"},
+                                          DiscoveredDevice{phone("Quillbox A"), "Quillbox A"}));
+}
+
+TEST_F(PhoneDiscoveryTest, skipsResultsThatAreNoServices)
+{
+    EXPECT_THAT(namesFor({HostEndpoint{"Quillbox", 4445}, phone("Quillbox")}),
+                ElementsAre("Quillbox"));
+}
+
+TEST_F(PhoneDiscoveryTest, buildsEveryListAfresh)
+{
+    namesFor({phone("Quillbox A"), phone("Quillbox B")});
+    browser().deliver({phone("Quillbox B")});
+    dispatch.runAll();
+    EXPECT_THAT(lists.back(), ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"}));
+}
+
+TEST_F(PhoneDiscoveryTest, reportsOnTheMainQueueOnly)
+{
+    discovery->start();
+    browser().deliver({phone("Quillbox")});
+    dispatch.queue(0)->run();
+    EXPECT_THAT(lists, IsEmpty());
+    dispatch.main().run();
+    EXPECT_EQ(lists.size(), 1U);
+}
+
+TEST_F(PhoneDiscoveryTest, reportsOneEmptyListAndStartsNoBrowserWhenBrowsingFails)
+{
+    discovery->start();
+    browser().report(Browser::State::Failed, std::make_error_code(std::errc::not_supported));
+    dispatch.advance(std::chrono::hours(1));
+    ASSERT_EQ(lists.size(), 1U);
+    EXPECT_THAT(lists.back(), IsEmpty());
+    EXPECT_EQ(network.browsers.size(), 1U);
+    EXPECT_EQ(browser().cancels, 0);
+}
+
+TEST_F(PhoneDiscoveryTest, ignoresEveryOtherState)
+{
+    discovery->start();
+    for (const auto state : {Browser::State::Setup, Browser::State::Waiting, Browser::State::Ready,
+                             Browser::State::Cancelled})
+        browser().report(state);
+    dispatch.runAll();
+    EXPECT_THAT(lists, IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryTest, cancelsTheOldBrowserBeforeItStartsTheNew)
+{
+    discovery->start();
+    discovery->start();
+    EXPECT_THAT(log, ElementsAre("browser.start _quillbox._tcp", "browser.cancel _quillbox._tcp",
+                                 "browser.start _quillbox._tcp"));
+}
+
+TEST_F(PhoneDiscoveryTest, stillDeliversWhatTheOldBrowserHadQueued)
+{
+    discovery->start();
+    browser().deliver({phone("Quillbox Old")});
+    discovery->start();
+    dispatch.runAll();
+    ASSERT_EQ(lists.size(), 1U);
+    EXPECT_EQ(lists.back().front().name, "Quillbox Old");
+}
+
+TEST_F(PhoneDiscoveryTest, stillDeliversWhatWasUnderWayWhenItStops)
+{
+    discovery->start();
+    browser().deliver({phone("Quillbox")});
+    dispatch.queue(0)->run();
+    discovery->stop();
+    dispatch.runAll();
+    EXPECT_EQ(lists.size(), 1U);
+    EXPECT_EQ(browser().cancels, 1);
+}
+
+TEST_F(PhoneDiscoveryTest, stopsWithoutHavingStarted)
+{
+    discovery->stop();
+    dispatch.runAll();
+    EXPECT_THAT(lists, IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryTest, dropsResultsWhenNobodyListens)
+{
+    discovery->resultChanged = nullptr;
+    discovery->start();
+    browser().deliver({phone("Quillbox")});
+    dispatch.runAll();
+    EXPECT_THAT(lists, IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)
+{
+    discovery->start();
+    const auto orphaned = network.browsers.back();
+    orphaned->deliver({phone("Quillbox")});
+    dispatch.queue(0)->run();
+    discovery.reset();
+    orphaned->deliver({phone("Quillbox")});
+    dispatch.runAll();
+    EXPECT_THAT(lists, IsEmpty());
+}
+
+} // namespace
+} // namespace quillbox

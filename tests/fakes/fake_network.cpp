@@ -1,0 +1,330 @@
+#include "tests/fakes/fake_network.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+class MemoryStorage final : public ContentStorage {
+public:
+    explicit MemoryStorage(std::string_view text) : text_(text) {}
+
+    std::size_t size() const override { return text_.size(); }
+    std::span<const std::byte> bytes() const override
+    {
+        return std::as_bytes(std::span(text_.data(), text_.size()));
+    }
+
+private:
+    const std::string text_;
+};
+
+std::error_code cancelled()
+{
+    return std::make_error_code(std::errc::operation_canceled);
+}
+
+} // namespace
+
+Content makeContent(std::string_view bytes)
+{
+    return Content(std::make_unique<MemoryStorage>(bytes));
+}
+
+std::string textOf(const Content& content)
+{
+    const auto bytes = content.bytes();
+    return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
+}
+
+FakeConnection::FakeConnection(std::optional<Endpoint> madeFor,
+                               std::optional<TcpParameters> madeWith)
+    : endpoint(std::move(madeFor)), parameters(madeWith)
+{
+}
+
+FakeConnection::~FakeConnection() = default;
+
+void FakeConnection::note(const char* call)
+{
+    if (log)
+        log->push_back(name + '.' + call);
+}
+
+void FakeConnection::post(std::function<void()> work)
+{
+    if (queue)
+        queue->async([self = shared_from_this(), work = std::move(work)] { work(); });
+}
+
+void FakeConnection::setStateUpdateHandler(StateUpdateHandler handler)
+{
+    note("setStateUpdateHandler");
+    hasStateHandler = static_cast<bool>(handler);
+    stateHandler_ = std::move(handler);
+}
+
+void FakeConnection::start(std::shared_ptr<DispatchQueue> startQueue)
+{
+    note("start");
+    queue = std::move(startQueue);
+}
+
+void FakeConnection::receive(std::size_t least, std::size_t most, ReceiveCompletion completion)
+{
+    note("receive");
+    ++receives;
+    minimum = least;
+    maximum = most;
+    isReceiving = true;
+    receiveCompletion_ = std::move(completion);
+}
+
+void FakeConnection::send(Content content, SendCompletion completion)
+{
+    note("send");
+    sent.push_back(textOf(content));
+    isSending = true;
+    sendCompletion_ = std::move(completion);
+}
+
+void FakeConnection::cancel()
+{
+    note("cancel");
+    if (++cancels > 1)
+        return;
+    if (isReceiving)
+        deliverNothing(false, cancelled());
+    if (isSending)
+        completeSend(cancelled());
+    report(State::Cancelled);
+}
+
+void FakeConnection::report(State state, std::error_code error)
+{
+    post([this, state, error] {
+        if (const auto handler = stateHandler_)
+            handler(state, error);
+        if (state == State::Cancelled)
+            stateHandler_ = nullptr;
+    });
+}
+
+void FakeConnection::deliver(std::string_view bytes, bool isComplete, std::error_code error)
+{
+    isReceiving = false;
+    post([completion = std::exchange(receiveCompletion_, {}), text = std::string(bytes), isComplete,
+          error] { completion(makeContent(text), isComplete, error); });
+}
+
+void FakeConnection::deliverNothing(bool isComplete, std::error_code error)
+{
+    isReceiving = false;
+    post([completion = std::exchange(receiveCompletion_, {}), isComplete, error] {
+        completion(Content(), isComplete, error);
+    });
+}
+
+void FakeConnection::completeSend(std::error_code error)
+{
+    isSending = false;
+    post([completion = std::exchange(sendCompletion_, {}), error] { completion(error); });
+}
+
+FakeListener::FakeListener(const TcpParameters& listenerParameters, std::uint16_t listenerPort)
+    : parameters(listenerParameters), port(listenerPort)
+{
+}
+
+void FakeListener::setService(ServiceRegistration registration)
+{
+    service = std::move(registration);
+}
+
+void FakeListener::setNewConnectionHandler(NewConnectionHandler handler)
+{
+    connectionHandler_ = std::move(handler);
+}
+
+void FakeListener::setStateUpdateHandler(StateUpdateHandler handler)
+{
+    stateHandler_ = std::move(handler);
+}
+
+void FakeListener::start(std::shared_ptr<DispatchQueue> startQueue)
+{
+    if (log)
+        log->push_back("listener.start " + service->name);
+    queue = std::move(startQueue);
+    isStarted = true;
+}
+
+void FakeListener::cancel()
+{
+    if (log)
+        log->push_back("listener.cancel " + (service ? service->name : std::string()));
+    if (++cancels == 1)
+        report(State::Cancelled);
+}
+
+void FakeListener::report(State state, std::error_code error)
+{
+    if (!queue)
+        return;
+    // The handlers die with the listener: a report that outlives it finds it gone.
+    queue->async([weak = weak_from_this(), state, error] {
+        const auto self = weak.lock();
+        if (self && self->stateHandler_)
+            self->stateHandler_(state, error);
+    });
+}
+
+void FakeListener::accept(std::shared_ptr<Connection> connection)
+{
+    queue->async([handler = connectionHandler_, connection = std::move(connection)] {
+        handler(connection);
+    });
+}
+
+FakeBrowser::FakeBrowser(std::string browsedType, const TcpParameters& browserParameters)
+    : type(std::move(browsedType)), parameters(browserParameters)
+{
+}
+
+void FakeBrowser::setResultsChangedHandler(ResultsChangedHandler handler)
+{
+    resultsHandler_ = std::move(handler);
+}
+
+void FakeBrowser::setStateUpdateHandler(StateUpdateHandler handler)
+{
+    stateHandler_ = std::move(handler);
+}
+
+void FakeBrowser::start(std::shared_ptr<DispatchQueue> startQueue)
+{
+    if (log)
+        log->push_back("browser.start " + type);
+    queue = std::move(startQueue);
+    isStarted = true;
+}
+
+void FakeBrowser::cancel()
+{
+    if (log)
+        log->push_back("browser.cancel " + type);
+    if (++cancels == 1)
+        report(State::Cancelled);
+}
+
+void FakeBrowser::report(State state, std::error_code error)
+{
+    if (queue)
+        queue->async([handler = stateHandler_, state, error] {
+            if (handler)
+                handler(state, error);
+        });
+}
+
+void FakeBrowser::deliver(Results results)
+{
+    queue->async([handler = resultsHandler_, results = std::move(results)] { handler(results); });
+}
+
+FakeNetService::FakeNetService(std::shared_ptr<DispatchQueue> mainQueue,
+                               std::shared_ptr<Record> record)
+    : mainQueue_(std::move(mainQueue)), record_(std::move(record))
+{
+    record_->object = this;
+}
+
+FakeNetService::~FakeNetService()
+{
+    handlers_->isReported = true;
+    record_->isDestroyed = true;
+    record_->object = nullptr;
+}
+
+void FakeNetService::setHandlers(DidResolveHandler didResolve, DidNotResolveHandler didNotResolve)
+{
+    handlers_->didResolve = std::move(didResolve);
+    handlers_->didNotResolve = std::move(didNotResolve);
+}
+
+void FakeNetService::resolve(std::chrono::milliseconds timeout)
+{
+    record_->timeout = timeout;
+}
+
+void FakeNetService::stop()
+{
+    ++record_->stops;
+    handlers_->isReported = true;
+}
+
+void FakeNetService::finish(std::vector<SocketAddress> addresses, std::uint16_t port)
+{
+    addresses_ = std::move(addresses);
+    port_ = port;
+    post(true);
+}
+
+void FakeNetService::fail()
+{
+    post(false);
+}
+
+void FakeNetService::post(bool isResolved)
+{
+    mainQueue_->async([handlers = handlers_, isResolved] {
+        if (std::exchange(handlers->isReported, true))
+            return;
+        const auto handler = isResolved ? handlers->didResolve : handlers->didNotResolve;
+        if (handler)
+            handler();
+    });
+}
+
+std::shared_ptr<Listener> FakeNetwork::makeListener(const TcpParameters& parameters,
+                                                    std::uint16_t port, std::error_code& error)
+{
+    error = listenerError;
+    if (error)
+        return nullptr;
+    if (log)
+        log->emplace_back("listener.make");
+    auto listener = std::make_shared<FakeListener>(parameters, port);
+    listener->log = log;
+    listeners.push_back(listener);
+    return listener;
+}
+
+std::shared_ptr<Connection> FakeNetwork::makeConnection(const Endpoint& endpoint,
+                                                        const TcpParameters& parameters)
+{
+    auto connection = std::make_shared<FakeConnection>(endpoint, parameters);
+    connection->log = log;
+    connection->name = "outgoing";
+    connections.push_back(connection);
+    return connection;
+}
+
+std::shared_ptr<Browser> FakeNetwork::makeBrowser(std::string type, const TcpParameters& parameters)
+{
+    auto browser = std::make_shared<FakeBrowser>(std::move(type), parameters);
+    browser->log = log;
+    browsers.push_back(browser);
+    return browser;
+}
+
+std::unique_ptr<NetService> FakeNetwork::makeNetService(const ServiceEndpoint& service)
+{
+    auto record = std::make_shared<FakeNetService::Record>();
+    record->service = service;
+    netServices.push_back(record);
+    return std::make_unique<FakeNetService>(dispatch_.mainQueue(), record);
+}
+
+} // namespace quillbox

@@ -1,0 +1,204 @@
+#pragma once
+
+#include "platform/network.h"
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+namespace quillbox {
+
+/// Bytes in memory, for tests to send and to compare.
+Content makeContent(std::string_view bytes);
+std::string textOf(const Content& content);
+
+/// A connection whose every event a test gives by hand. It keeps the contract: handlers run on its
+/// queue, and `cancel` ends what is pending before it reports.
+class FakeConnection final : public Connection,
+                             public std::enable_shared_from_this<FakeConnection> {
+public:
+    explicit FakeConnection(std::optional<Endpoint> endpoint = {},
+                            std::optional<TcpParameters> parameters = {});
+    ~FakeConnection() override;
+
+    FakeConnection(const FakeConnection&) = delete;
+    FakeConnection& operator=(const FakeConnection&) = delete;
+
+    void setStateUpdateHandler(StateUpdateHandler handler) override;
+    void start(std::shared_ptr<DispatchQueue> queue) override;
+    void receive(std::size_t minimum, std::size_t maximum, ReceiveCompletion completion) override;
+    void send(Content content, SendCompletion completion) override;
+    void cancel() override;
+
+    /// Puts a state report on the queue.
+    void report(State state, std::error_code error = {});
+
+    /// Ends the pending receive.
+    void deliver(std::string_view bytes, bool isComplete = false, std::error_code error = {});
+
+    /// Ends the pending receive with no content at all.
+    void deliverNothing(bool isComplete, std::error_code error = {});
+
+    /// Ends the pending send.
+    void completeSend(std::error_code error = {});
+
+    std::optional<Endpoint> endpoint;        ///< what it was made for; none for an accepted one
+    std::optional<TcpParameters> parameters; ///< what it was made with
+    std::shared_ptr<DispatchQueue> queue;    ///< what it was started on
+    bool hasStateHandler = false;
+    bool isReceiving = false;
+    bool isSending = false;
+    std::size_t minimum = 0;
+    std::size_t maximum = 0;
+    int receives = 0;
+    int cancels = 0;
+    std::vector<std::string> sent;           ///< the contents handed to `send`
+    std::vector<std::string>* log = nullptr; ///< notes calls as "NAME.call", when set
+    std::string name;
+    std::shared_ptr<int> alive = std::make_shared<int>(0); ///< expires with the connection
+
+private:
+    void note(const char* call);
+    void post(std::function<void()> work);
+
+    StateUpdateHandler stateHandler_;
+    ReceiveCompletion receiveCompletion_;
+    SendCompletion sendCompletion_;
+};
+
+/// A listener whose every event a test gives by hand.
+class FakeListener final : public Listener, public std::enable_shared_from_this<FakeListener> {
+public:
+    FakeListener(const TcpParameters& listenerParameters, std::uint16_t listenerPort);
+
+    FakeListener(const FakeListener&) = delete;
+    FakeListener& operator=(const FakeListener&) = delete;
+
+    void setService(ServiceRegistration registration) override;
+    void setNewConnectionHandler(NewConnectionHandler handler) override;
+    void setStateUpdateHandler(StateUpdateHandler handler) override;
+    void start(std::shared_ptr<DispatchQueue> startQueue) override;
+    void cancel() override;
+
+    /// Puts a state report, or an accepted connection, on the queue.
+    void report(State state, std::error_code error = {});
+    void accept(std::shared_ptr<Connection> connection);
+
+    TcpParameters parameters;
+    std::uint16_t port = 0;
+    std::optional<ServiceRegistration> service;
+    std::shared_ptr<DispatchQueue> queue;
+    bool isStarted = false;
+    int cancels = 0;
+    std::vector<std::string>* log = nullptr;
+
+private:
+    StateUpdateHandler stateHandler_;
+    NewConnectionHandler connectionHandler_;
+};
+
+/// A browser whose every event a test gives by hand.
+class FakeBrowser final : public Browser, public std::enable_shared_from_this<FakeBrowser> {
+public:
+    FakeBrowser(std::string browsedType, const TcpParameters& browserParameters);
+
+    FakeBrowser(const FakeBrowser&) = delete;
+    FakeBrowser& operator=(const FakeBrowser&) = delete;
+
+    void setResultsChangedHandler(ResultsChangedHandler handler) override;
+    void setStateUpdateHandler(StateUpdateHandler handler) override;
+    void start(std::shared_ptr<DispatchQueue> startQueue) override;
+    void cancel() override;
+
+    /// Puts a state report, or a complete result set, on the queue.
+    void report(State state, std::error_code error = {});
+    void deliver(Results results);
+
+    std::string type;
+    TcpParameters parameters;
+    std::shared_ptr<DispatchQueue> queue;
+    bool isStarted = false;
+    int cancels = 0;
+    std::vector<std::string>* log = nullptr;
+
+private:
+    ResultsChangedHandler resultsHandler_;
+    StateUpdateHandler stateHandler_;
+};
+
+/// A resolution that a test ends by hand. What it notes outlives it, in `Record`.
+class FakeNetService final : public NetService {
+public:
+    struct Record {
+        ServiceEndpoint service;
+        std::optional<std::chrono::milliseconds> timeout; ///< set once it resolves
+        int stops = 0;
+        bool isDestroyed = false;
+        FakeNetService* object = nullptr;
+    };
+
+    FakeNetService(std::shared_ptr<DispatchQueue> mainQueue, std::shared_ptr<Record> record);
+    ~FakeNetService() override;
+
+    FakeNetService(const FakeNetService&) = delete;
+    FakeNetService& operator=(const FakeNetService&) = delete;
+
+    void setHandlers(DidResolveHandler didResolve, DidNotResolveHandler didNotResolve) override;
+    void resolve(std::chrono::milliseconds timeout) override;
+    void stop() override;
+    const std::vector<SocketAddress>& addresses() const override { return addresses_; }
+    std::uint16_t port() const override { return port_; }
+
+    /// Puts the end of the resolution on the main queue.
+    void finish(std::vector<SocketAddress> addresses, std::uint16_t port);
+    void fail();
+
+private:
+    void post(bool isResolved);
+
+    struct Handlers {
+        DidResolveHandler didResolve;
+        DidNotResolveHandler didNotResolve;
+        bool isReported = false;
+    };
+
+    const std::shared_ptr<DispatchQueue> mainQueue_;
+    const std::shared_ptr<Record> record_;
+    std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
+    std::vector<SocketAddress> addresses_;
+    std::uint16_t port_ = 0;
+};
+
+/// Makes the fakes above and keeps hold of them for the test.
+class FakeNetwork final : public Network {
+public:
+    explicit FakeNetwork(Dispatch& dispatch) : dispatch_(dispatch) {}
+
+    std::shared_ptr<Listener> makeListener(const TcpParameters& parameters, std::uint16_t port,
+                                           std::error_code& error) override;
+    std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
+                                               const TcpParameters& parameters) override;
+    std::shared_ptr<Browser> makeBrowser(std::string type,
+                                         const TcpParameters& parameters) override;
+    std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) override;
+
+    /// When set, the next listeners cannot be made.
+    std::error_code listenerError;
+
+    std::vector<std::shared_ptr<FakeListener>> listeners;
+    std::vector<std::shared_ptr<FakeConnection>> connections;
+    std::vector<std::shared_ptr<FakeBrowser>> browsers;
+    std::vector<std::shared_ptr<FakeNetService::Record>> netServices;
+    std::vector<std::string>* log = nullptr; ///< handed to what is made, and notes the making
+
+private:
+    Dispatch& dispatch_;
+};
+
+} // namespace quillbox

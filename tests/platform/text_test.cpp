@@ -1,0 +1,75 @@
+#include "platform/text.h"
+
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace quillbox {
+namespace {
+
+constexpr const char* kComposed = "\xc3\xa9";    // é
+constexpr const char* kDecomposed = "e\xcc\x81"; // e and a combining acute accent
+
+TEST(Text, comparesUnderCanonicalEquivalence)
+{
+    EXPECT_TRUE(canonicallyEqual(kComposed, kDecomposed));
+    EXPECT_TRUE(canonicallyEqual("", ""));
+    EXPECT_FALSE(canonicallyEqual("A", "a"));
+    EXPECT_FALSE(canonicallyEqual("\xef\xac\x81", "fi")); // compatibility is not equivalence
+}
+
+TEST(Text, leavesWhatIsNotUtf8AsItIs)
+{
+    EXPECT_EQ(normalized("\xff\xfe"), "\xff\xfe");
+    EXPECT_FALSE(canonicallyEqual("\xff", "\xfe"));
+    EXPECT_EQ(trimmed(" \xff "), "\xff");
+}
+
+TEST(Text, keepsNulBytes)
+{
+    const std::string text("a\0b", 3);
+    EXPECT_EQ(normalized(text), text);
+}
+
+TEST(Text, findsPrefixesOfWholeCharacters)
+{
+    EXPECT_TRUE(canonicallyHasPrefix("Quillbox Office", "Quillbox "));
+    EXPECT_TRUE(canonicallyHasPrefix("Quillbox ", "Quillbox "));
+    EXPECT_TRUE(canonicallyHasPrefix(kComposed, kDecomposed));
+    EXPECT_TRUE(canonicallyHasPrefix("anything", ""));
+    EXPECT_FALSE(canonicallyHasPrefix("Quillbox", "Quillbox "));
+    EXPECT_FALSE(canonicallyHasPrefix("Quillbox \xcc\x81", "Quillbox "));
+    EXPECT_FALSE(canonicallyHasPrefix(kDecomposed, "e"));
+}
+
+TEST(Text, ordersByCodePointsAfterNormalisation)
+{
+    const CanonicalLess less;
+    EXPECT_TRUE(less("B", "a"));
+    EXPECT_TRUE(less("Quillbox", "Quillbox A"));
+    EXPECT_TRUE(less("10", "9"));
+    EXPECT_TRUE(less("f", kDecomposed));
+    EXPECT_TRUE(less("\xef\xac\x81", "\xf0\x9f\x93\xb1"));
+    EXPECT_FALSE(less(kComposed, kDecomposed));
+    EXPECT_FALSE(less(kDecomposed, kComposed));
+}
+
+TEST(Text, takesEquivalentNamesForOneKey)
+{
+    std::set<std::string, CanonicalLess> names{kComposed};
+    EXPECT_FALSE(names.insert(kDecomposed).second);
+}
+
+TEST(Text, trimsAllUnicodeWhiteSpaceAtBothEndsOnly)
+{
+    EXPECT_EQ(trimmed("  192.0.2.1 \n"), "192.0.2.1");
+    EXPECT_EQ(trimmed("\xc2\xa0\xe2\x80\xa8phone name\xe3\x80\x80\r\n\t\v\f"), "phone name");
+    EXPECT_EQ(trimmed("\xc2\x85x\xe2\x80\x83"), "x");
+    EXPECT_EQ(trimmed(" \n "), "");
+    EXPECT_EQ(trimmed(""), "");
+    EXPECT_EQ(trimmed("\xc3\xa9"), "\xc3\xa9");
+}
+
+} // namespace
+} // namespace quillbox
