@@ -235,12 +235,12 @@ TEST_F(FinderRelayTest, cancelsEverySessionOnceAndReportsNothingWhenItStops)
 TEST_F(FinderRelayTest, letsGoOfItsSessionsInTheVeryTurnOfTheStop)
 {
     start();
-    auto incoming = accept();
-    std::weak_ptr<int> alive = network.connections.front()->alive;
+    const auto incoming = accept();
+    const std::weak_ptr<int> alive = network.connections.front()->alive;
     network.connections.clear();
     relay->stop();
-    dispatch.queue(0)->runOne(); // the stop itself
-    dispatch.queue(0)->run();    // the cancelled reports, which held the connections
+    dispatch.queue(0)->runOne();  // the stop itself
+    dispatch.queue(0)->runTurn(); // the cancelled reports, which hold the connections
     EXPECT_TRUE(alive.expired());
     EXPECT_EQ(incoming->cancels, 1);
 }
@@ -264,11 +264,12 @@ TEST_F(FinderRelayTest, removesAnEndedSessionInALaterTurn)
     const std::weak_ptr<int> alive = network.connections.front()->alive;
     network.connections.clear();
     incoming->report(Connection::State::Failed, kNotPermitted);
-    // This turn ends the session; while it runs, the table still holds it and its connections.
-    dispatch.queue(0)->runOne();
+    dispatch.queue(0)->runOne(); // ends the session
     EXPECT_EQ(incoming->cancels, 1);
+    dispatch.queue(0)->runOne(); // both cancelled reports, after which
+    dispatch.queue(0)->runOne(); // only the table holds the outgoing connection
     EXPECT_FALSE(alive.expired());
-    dispatch.runAll();
+    dispatch.queue(0)->runOne();
     EXPECT_TRUE(alive.expired());
 }
 
