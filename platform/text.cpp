@@ -100,6 +100,27 @@ bool CanonicalLess::operator()(std::string_view a, std::string_view b) const
     return normalized(a) < normalized(b);
 }
 
+bool isValidUtf8(std::string_view text)
+{
+    while (!text.empty()) {
+        const Character first = characterAt(text, 0);
+        if (first.codePoint < 0)
+            return false;
+        text.remove_prefix(first.length);
+    }
+    return true;
+}
+
+std::string_view truncated(std::string_view text, std::size_t size)
+{
+    if (text.size() <= size)
+        return text;
+    std::size_t end = size;
+    while (end > 0 && (static_cast<unsigned char>(text[end]) & 0xc0U) == 0x80U)
+        --end;
+    return text.substr(0, end);
+}
+
 std::string trimmed(std::string_view text)
 {
     while (!text.empty()) {

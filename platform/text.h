@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,12 @@ bool canonicallyHasPrefix(std::string_view text, std::string_view prefix);
 struct CanonicalLess {
     bool operator()(std::string_view a, std::string_view b) const;
 };
+
+/// Whether `text` is UTF-8 as RFC 3629 defines it: no surrogates, nothing overlong.
+bool isValidUtf8(std::string_view text);
+
+/// The longest beginning of a UTF-8 text that has at most `size` bytes and ends between characters.
+std::string_view truncated(std::string_view text, std::size_t size);
 
 /// Without the white space and line breaks (Unicode property White_Space, and the zero width space
 /// U+200B) at both ends. Text that is not valid UTF-8 loses ASCII white space only.

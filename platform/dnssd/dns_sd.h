@@ -35,6 +35,8 @@ public:
         std::error_code error; ///< in Waiting and Failed
         /// The complete set, in Ready only; in Waiting the last set stands.
         std::vector<ServiceEndpoint> services;
+
+        bool operator==(const BrowseUpdate&) const = default;
     };
 
     /// An address that a service or a host was found at. Not checked: see `isDialable`.
@@ -52,7 +54,9 @@ public:
         /// Whether the network has had its time to answer for that family.
         bool isSettledIPv4 = false;
         bool isSettledIPv6 = false;
-        std::error_code error; ///< set while no engine answers
+        std::error_code error; ///< set while no engine answers; the last addresses then stand
+
+        bool operator==(const ResolveUpdate&) const = default;
     };
 
     struct RegistrationUpdate {
@@ -62,6 +66,8 @@ public:
         std::error_code error; ///< in Waiting and Failed
         std::string name;      ///< the name in use, which differs from the one asked for after a
                                ///< collision
+
+        bool operator==(const RegistrationUpdate&) const = default;
     };
 
     virtual ~DnsSd() = default;
