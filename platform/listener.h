@@ -15,7 +15,8 @@ struct ServiceRegistration {
     std::string name; ///< the instance name, UTF-8; renamed when the network has it already
     std::string type; ///< "_smb._tcp"
     std::optional<std::string> domain = std::nullopt; ///< none: the default registration domain
-    /// None yields the single empty TXT string of RFC 6763, section 6.1.
+    /// The data of the TXT record: strings, each behind a byte that gives its length. None yields
+    /// the single empty string of RFC 6763, section 6.1.
     std::optional<std::string> txtRecord = std::nullopt;
 
     bool operator==(const ServiceRegistration&) const = default;

@@ -26,6 +26,25 @@ TEST(Text, leavesWhatIsNotUtf8AsItIs)
     EXPECT_EQ(trimmed(" \xff "), "\xff");
 }
 
+TEST(Text, knowsUtf8FromWhatOnlyLooksLikeIt)
+{
+    EXPECT_TRUE(isValidUtf8(""));
+    EXPECT_TRUE(isValidUtf8("a\xc3\xa9\xf0\x9f\x93\xb1"));
+    EXPECT_FALSE(isValidUtf8("\xff"));
+    EXPECT_FALSE(isValidUtf8("a\xe2\x82"));
+    EXPECT_FALSE(isValidUtf8("\xed\xa0\x80")); // a surrogate
+    EXPECT_FALSE(isValidUtf8("\xc0\xaf"));     // overlong
+}
+
+TEST(Text, isTruncatedBetweenCharacters)
+{
+    EXPECT_EQ(truncated("abc", 3), "abc");
+    EXPECT_EQ(truncated("abc", 2), "ab");
+    EXPECT_EQ(truncated("a\xf0\x9f\x93\xb1", 4), "a");
+    EXPECT_EQ(truncated("a\xf0\x9f\x93\xb1", 5), "a\xf0\x9f\x93\xb1");
+    EXPECT_EQ(truncated("\xc3\xa9", 0), "");
+}
+
 TEST(Text, keepsNulBytes)
 {
     const std::string text("a\0b", 3);

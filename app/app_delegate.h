@@ -1,0 +1,134 @@
+#pragma once
+
+#include "app/app_environment.h"
+#include "discovery/discovered_device.h"
+#include "discovery/management_resolver.h"
+#include "discovery/phone_discovery.h"
+#include "platform/text.h"
+#include "relay/finder_relay.h"
+#include "ui/status_item.h"
+
+#include <QAction>
+#include <QCheckBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QObject>
+#include <QPushButton>
+#include <QWidget>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+/// What the user is told: whether phones are visible in the file browser, and a text.
+struct StatusReport {
+    bool ready = false;
+    std::string text;
+};
+
+/// The controller: owns the discovery objects, the relays, the window and the status item, and
+/// decides which relays run. Everything here belongs to the main thread; callbacks from elsewhere
+/// arrive there and find the controller gone or whole. Its operations are spread over sources in
+/// `app/` (what it does) and `ui/` (what it shows).
+class AppDelegate final : public QObject {
+public:
+    /// The Finder name of the one relay of manual mode.
+    static constexpr const char* kManualFinderName = "Quillbox";
+
+    /// Makes the controls and fills the fields from the stored settings; nothing runs.
+    explicit AppDelegate(AppEnvironment appEnvironment);
+    AppDelegate(const AppDelegate&) = delete;
+    AppDelegate& operator=(const AppDelegate&) = delete;
+    ~AppDelegate() override;
+
+    // The life of the application.
+    void applicationDidFinishLaunching();
+    void applicationWillTerminate();
+    bool applicationShouldTerminateAfterLastWindowClosed() const { return false; }
+    bool applicationShouldHandleReopen(bool hasVisibleWindows);
+    bool windowShouldClose(QWidget& sender);
+    void showHelper();
+    void quit();
+
+    /// True when an older copy runs; it has been brought forward then.
+    bool activateExistingInstance();
+
+    /// Another copy was started and yields to this one.
+    void activatedByAnotherCopy();
+
+    // The settings.
+    void saveFields(const std::string& host, std::uint16_t port);
+    void toggleFinderVisibility();
+    void toggleAutomaticDiscovery();
+    void restartFromMenu();
+    void controlTextDidEndEditing();
+
+    // The relays.
+    void restartRelay();
+    void syncAutomaticRelays();
+    void stopRelays();
+
+    // The window and the status item.
+    void buildWindow();
+    QWidget* buildAdvancedForm();
+    void toggleAdvanced();
+    void updateWindowHeight();
+    void updateDeviceList();
+    void setStatus(const StatusReport& report);
+    void buildStatusItem();
+
+    // Members are destroyed from the last to the first: the controls go before the window that they
+    // stand in, which then finds no child of its own making among them.
+    const std::shared_ptr<PhoneDiscovery> managementDiscovery;
+    std::vector<DiscoveredDevice> managementDevices;
+    std::shared_ptr<ManagementResolver> managementResolver;
+    std::unique_ptr<QWidget> window; ///< none before `buildWindow`
+    const std::shared_ptr<PhoneDiscovery> discovery;
+    std::map<std::string, std::shared_ptr<FinderRelay>, CanonicalLess> relays; ///< by Finder name
+    std::map<std::string, std::string, CanonicalLess> relayTargets; ///< what each was started with
+    QLineEdit hostField;
+    QLineEdit portField;
+    QLineEdit shareField;
+    QLineEdit userField;
+    QLabel statusDot;
+    QLabel statusLabel;
+    QWidget deviceListStack;
+    QCheckBox showInFinder;
+    QCheckBox automaticDiscovery;
+    QPushButton advancedButton;
+    QWidget* advancedForm = nullptr; ///< the window's; none before `buildWindow`
+    bool advancedVisible = false;
+    std::unique_ptr<StatusItem> statusItem; ///< none before `buildStatusItem`
+    QAction* menuStatusItem = nullptr;      ///< the status item's
+    std::vector<DiscoveredDevice> discoveredDevices;
+    /// The Finder names whose relay reported ready, in automatic mode.
+    std::set<std::string, CanonicalLess> readyFinderNames;
+
+private:
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
+    void discoveredDevicesChanged(const std::vector<DiscoveredDevice>& devices);
+    void managementDevicesChanged(const std::vector<DiscoveredDevice>& devices);
+    void readFields();
+    void readCheckBoxes();
+    void forceLightAppearance();
+    void centreWindow();
+    void bringWindowForward();
+
+    void startManualRelay(const std::string& host, std::uint16_t port);
+    void startAutomaticRelay(const DiscoveredDevice& device);
+    void retireChangedRelays();
+    void automaticRelayChanged(const std::string& finderName, const StatusReport& report);
+    bool isEveryDeviceReady() const;
+    StatusReport visibleStatus() const;
+    std::shared_ptr<FinderRelay> makeRelay();
+
+    const AppEnvironment environment;
+};
+
+} // namespace quillbox

@@ -1,0 +1,183 @@
+#include "app/app_delegate.h"
+
+#include <QGuiApplication>
+#include <QPointer>
+#include <QScreen>
+
+#include <limits>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kFileServiceType = "_quillbox._tcp";
+constexpr const char* kManagementServiceType = "_quillbox-admin._tcp";
+
+using LaunchDate = RunningApplication::LaunchDate;
+
+/// What decides whether a report of discovery brings anything new, one entry a device.
+std::vector<std::string> signatureOf(const std::vector<DiscoveredDevice>& devices)
+{
+    std::vector<std::string> signature;
+    signature.reserve(devices.size());
+    for (const DiscoveredDevice& device : devices)
+        signature.push_back(device.name + '|' + device.endpoint.description());
+    return signature;
+}
+
+/// Whether `other` was launched before `self`. A copy whose date is unknown counts as the older
+/// one, so that of two copies that doubt, the one that asks yields.
+bool isOlder(const RunningApplication& other, const RunningApplication& self)
+{
+    const LaunchDate otherDate = other.launchDate().value_or(LaunchDate::min());
+    const LaunchDate ownDate = self.launchDate().value_or(LaunchDate::max());
+    return otherDate < ownDate
+           || (otherDate == ownDate && other.processIdentifier() < self.processIdentifier());
+}
+
+} // namespace
+
+AppDelegate::AppDelegate(AppEnvironment appEnvironment)
+    : managementDiscovery(PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network,
+                                               appEnvironment.bundleIdentifier.value_or(""),
+                                               kManagementServiceType)),
+      discovery(PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network,
+                                     appEnvironment.bundleIdentifier.value_or(""),
+                                     kFileServiceType)),
+      statusDot(QStringLiteral("●")),
+      statusLabel(QStringLiteral("Enter the local IP address shown in Quillbox.")),
+      showInFinder(QStringLiteral("Show Quillbox in Finder")),
+      automaticDiscovery(QStringLiteral("Find Quillbox automatically")),
+      advancedButton(QStringLiteral("Advanced ▸")),
+      environment(std::move(appEnvironment))
+{
+    // Texts may hold names that somebody on the network chose: never read as markup.
+    statusDot.setTextFormat(Qt::PlainText);
+    statusLabel.setTextFormat(Qt::PlainText);
+    readFields();
+}
+
+AppDelegate::~AppDelegate() = default;
+
+void AppDelegate::applicationDidFinishLaunching()
+{
+    if (activateExistingInstance()) {
+        environment.terminate();
+        return;
+    }
+    forceLightAppearance();
+    QGuiApplication::setQuitOnLastWindowClosed(applicationShouldTerminateAfterLastWindowClosed());
+    buildWindow();
+    buildStatusItem();
+
+    discovery->resultChanged = [self = QPointer(this)](const auto& devices) {
+        if (self)
+            self->discoveredDevicesChanged(devices);
+    };
+    discovery->start();
+    managementDiscovery->resultChanged = [self = QPointer(this)](const auto& devices) {
+        if (self)
+            self->managementDevicesChanged(devices);
+    };
+    managementDiscovery->start();
+
+    centreWindow();
+    bringWindowForward();
+    environment.runningApplications.setActivationHandler([self = QPointer(this)] {
+        if (self)
+            self->activatedByAnotherCopy();
+    });
+    readCheckBoxes();
+    if (showInFinder.isChecked())
+        restartRelay();
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    discovery->stop();
+    managementDiscovery->stop();
+    if (managementResolver)
+        managementResolver->cancel();
+    stopRelays();
+}
+
+bool AppDelegate::applicationShouldHandleReopen(bool hasVisibleWindows)
+{
+    if (!hasVisibleWindows)
+        bringWindowForward();
+    return true;
+}
+
+bool AppDelegate::windowShouldClose(QWidget& sender)
+{
+    sender.hide();
+    return false;
+}
+
+void AppDelegate::showHelper()
+{
+    bringWindowForward();
+}
+
+void AppDelegate::quit()
+{
+    environment.terminate();
+}
+
+bool AppDelegate::activateExistingInstance()
+{
+    if (!environment.bundleIdentifier)
+        return false;
+    RunningApplications& applications = environment.runningApplications;
+    const auto self = applications.current();
+    for (const auto& other : applications.runningApplications(*environment.bundleIdentifier)) {
+        const bool isCandidate = other->processIdentifier() != self->processIdentifier()
+                                 && !other->isTerminated() && isOlder(*other, *self);
+        if (isCandidate) {
+            other->activate();
+            return true;
+        }
+    }
+    return false;
+}
+
+void AppDelegate::activatedByAnotherCopy()
+{
+    const bool isWindowVisible = window->isVisible();
+    if (isWindowVisible)
+        bringWindowForward();
+    applicationShouldHandleReopen(isWindowVisible);
+}
+
+void AppDelegate::discoveredDevicesChanged(const std::vector<DiscoveredDevice>& devices)
+{
+    const bool isDifferent = signatureOf(discoveredDevices) != signatureOf(devices);
+    discoveredDevices = devices;
+    updateDeviceList();
+    if (isDifferent && showInFinder.isChecked() && automaticDiscovery.isChecked())
+        restartRelay();
+}
+
+void AppDelegate::managementDevicesChanged(const std::vector<DiscoveredDevice>& devices)
+{
+    managementDevices = devices;
+    updateDeviceList();
+}
+
+void AppDelegate::centreWindow()
+{
+    QRect frame = window->frameGeometry();
+    frame.moveCenter(window->screen()->availableGeometry().center());
+    window->move(frame.topLeft());
+}
+
+void AppDelegate::bringWindowForward()
+{
+    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+    window->show();
+    window->raise();
+    window->activateWindow();
+}
+
+} // namespace quillbox

@@ -1,0 +1,166 @@
+#include "app/app_delegate.h"
+
+#include "app/port_text.h"
+
+#include <QPointer>
+
+#include <cstddef>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// "1 Quillbox device", "2 Quillbox devices".
+std::string countOfDevices(std::size_t count)
+{
+    return std::to_string(count) + " Quillbox device" + (count == 1 ? "" : "s");
+}
+
+bool isUsableHost(const std::string& host)
+{
+    return !host.empty() && host.find('/') == std::string::npos
+           && host.find('@') == std::string::npos;
+}
+
+/// Nothing that a stopped relay still has to say is heard: it would be taken for news of the relay
+/// that has its name now.
+void dismiss(FinderRelay& relay)
+{
+    relay.statusChanged = nullptr;
+    relay.stop();
+}
+
+} // namespace
+
+void AppDelegate::restartRelay()
+{
+    if (automaticDiscovery.isChecked()) {
+        syncAutomaticRelays();
+        return;
+    }
+    // First, so that a field that is refused leaves no relay running.
+    stopRelays();
+    const std::string host = trimmed(hostField.text().toStdString());
+    if (!isUsableHost(host)) {
+        setStatus({.ready = false, .text = "Enter the local IP address shown in Quillbox"});
+        return;
+    }
+    const auto port = parsePort(portField.text().toStdString());
+    if (!port || *port == 0) {
+        setStatus({.ready = false, .text = "Enter a valid SMB port"});
+        return;
+    }
+    saveFields(host, *port);
+    setStatus({.ready = false, .text = "Starting Finder service…"});
+    startManualRelay(host, *port);
+}
+
+void AppDelegate::syncAutomaticRelays()
+{
+    retireChangedRelays();
+    if (discoveredDevices.empty()) {
+        setStatus({.ready = false, .text = "Looking for Quillbox on this network…"});
+        return;
+    }
+    for (const DiscoveredDevice& device : discoveredDevices) {
+        if (!relays.contains(device.name))
+            startAutomaticRelay(device);
+    }
+    if (isEveryDeviceReady())
+        setStatus(visibleStatus());
+    else
+        setStatus({.ready = false,
+                   .text = "Connecting " + countOfDevices(discoveredDevices.size()) + "…"});
+}
+
+void AppDelegate::stopRelays()
+{
+    const auto stopped = std::exchange(relays, {});
+    relayTargets.clear();
+    readyFinderNames.clear();
+    for (const auto& [finderName, relay] : stopped)
+        dismiss(*relay);
+}
+
+void AppDelegate::startManualRelay(const std::string& host, std::uint16_t port)
+{
+    const auto relay = makeRelay();
+    relay->statusChanged = [self = QPointer(this)](bool ready, const std::string& text) {
+        if (self)
+            self->setStatus({.ready = ready, .text = text});
+    };
+    const std::string target = host + ':' + std::to_string(port);
+    relays[kManualFinderName] = relay;
+    relayTargets[kManualFinderName] = target;
+    relay->start(HostEndpoint{.host = host, .port = port}, target, kManualFinderName);
+}
+
+void AppDelegate::startAutomaticRelay(const DiscoveredDevice& device)
+{
+    const auto relay = makeRelay();
+    relay->statusChanged = [self = QPointer(this), finderName = device.name](
+                               bool ready, const std::string& text) {
+        if (self)
+            self->automaticRelayChanged(finderName, {.ready = ready, .text = text});
+    };
+    const std::string target = device.endpoint.description();
+    relays[device.name] = relay;
+    relayTargets[device.name] = target;
+    relay->start(device.endpoint, target, device.name);
+}
+
+void AppDelegate::retireChangedRelays()
+{
+    // Of two devices with one name the first is meant.
+    std::map<std::string, std::string, CanonicalLess> desiredTargets;
+    for (const DiscoveredDevice& device : discoveredDevices)
+        desiredTargets.emplace(device.name, device.endpoint.description());
+
+    for (auto entry = relays.begin(); entry != relays.end();) {
+        const auto desired = desiredTargets.find(entry->first);
+        const auto running = relayTargets.find(entry->first);
+        const bool isKept = desired != desiredTargets.end() && running != relayTargets.end()
+                            && running->second == desired->second;
+        if (isKept) {
+            ++entry;
+            continue;
+        }
+        dismiss(*entry->second);
+        relayTargets.erase(entry->first);
+        readyFinderNames.erase(entry->first);
+        entry = relays.erase(entry);
+    }
+}
+
+void AppDelegate::automaticRelayChanged(const std::string& finderName, const StatusReport& report)
+{
+    if (report.ready)
+        readyFinderNames.insert(finderName);
+    else
+        readyFinderNames.erase(finderName);
+
+    if (isEveryDeviceReady())
+        setStatus(visibleStatus());
+    else if (!report.ready)
+        setStatus(report);
+}
+
+bool AppDelegate::isEveryDeviceReady() const
+{
+    // Numbers only: two phones of one name share a relay, so such a list is never complete.
+    return readyFinderNames.size() == discoveredDevices.size();
+}
+
+StatusReport AppDelegate::visibleStatus() const
+{
+    return {.ready = true, .text = countOfDevices(readyFinderNames.size()) + " visible in Finder"};
+}
+
+std::shared_ptr<FinderRelay> AppDelegate::makeRelay()
+{
+    return FinderRelay::make(environment.dispatch, environment.network,
+                             environment.bundleIdentifier.value_or(""));
+}
+
+} // namespace quillbox

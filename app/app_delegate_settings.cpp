@@ -1,0 +1,82 @@
+#include "app/app_delegate.h"
+
+#include <string>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kHost = "host";
+constexpr const char* kPort = "port";
+constexpr const char* kShare = "share";
+constexpr const char* kUser = "user";
+constexpr const char* kShowInFinder = "showInFinder";
+constexpr const char* kAutomaticDiscovery = "automaticDiscovery";
+
+/// Not the standard port of SMB: the phone may not listen on that one.
+constexpr const char* kDefaultPort = "4445";
+constexpr const char* kDefaultShare = "NAS";
+constexpr const char* kDefaultUser = "nas";
+
+} // namespace
+
+void AppDelegate::readFields()
+{
+    const auto fill = [this](QLineEdit& field, const char* key, const char* standard) {
+        const auto stored = environment.userDefaults.stringForKey(key);
+        field.setText(QString::fromStdString(stored.value_or(standard)));
+    };
+    fill(hostField, kHost, "");
+    fill(portField, kPort, kDefaultPort);
+    fill(shareField, kShare, kDefaultShare);
+    fill(userField, kUser, kDefaultUser);
+}
+
+void AppDelegate::readCheckBoxes()
+{
+    const UserDefaults& stored = environment.userDefaults;
+    showInFinder.setChecked(stored.boolForKey(kShowInFinder).value_or(true));
+    automaticDiscovery.setChecked(stored.boolForKey(kAutomaticDiscovery).value_or(true));
+}
+
+void AppDelegate::saveFields(const std::string& host, std::uint16_t port)
+{
+    UserDefaults& store = environment.userDefaults;
+    store.setString(kHost, host);
+    store.setString(kPort, std::to_string(port));
+    store.setString(kShare, shareField.text().toStdString());
+    store.setString(kUser, userField.text().toStdString());
+}
+
+void AppDelegate::toggleFinderVisibility()
+{
+    environment.userDefaults.setBool(kShowInFinder, showInFinder.isChecked());
+    if (showInFinder.isChecked()) {
+        restartRelay();
+        return;
+    }
+    stopRelays();
+    setStatus({.ready = false, .text = "Finder visibility is off"});
+}
+
+void AppDelegate::toggleAutomaticDiscovery()
+{
+    environment.userDefaults.setBool(kAutomaticDiscovery, automaticDiscovery.isChecked());
+    if (showInFinder.isChecked())
+        restartRelay();
+}
+
+void AppDelegate::restartFromMenu()
+{
+    showInFinder.setChecked(true);
+    environment.userDefaults.setBool(kShowInFinder, true);
+    restartRelay();
+}
+
+void AppDelegate::controlTextDidEndEditing()
+{
+    if (showInFinder.isChecked() && !automaticDiscovery.isChecked())
+        restartRelay();
+}
+
+} // namespace quillbox

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "platform/dispatch_queue.h"
+#include "platform/network.h"
+#include "platform/running_applications.h"
+#include "platform/user_defaults.h"
+#include "platform/workspace.h"
+
+#include <functional>
+#include <optional>
+#include <string>
+
+namespace quillbox {
+
+/// What the controller needs of the world. The references outlive it.
+struct AppEnvironment {
+    Dispatch& dispatch;
+    Network& network;
+    UserDefaults& userDefaults;
+    Workspace& workspace;
+    RunningApplications& runningApplications;
+    /// None: any number of copies may run.
+    std::optional<std::string> bundleIdentifier;
+    /// Ends the event loop; it returns first.
+    std::function<void()> terminate;
+};
+
+} // namespace quillbox

@@ -1,0 +1,148 @@
+#include "app/app_delegate.h"
+#include "app/options.h"
+#include "platform/desktop/activation.h"
+#include "platform/desktop/desktop_workspace.h"
+#include "platform/desktop/display.h"
+#include "platform/desktop/file_user_defaults.h"
+#include "platform/desktop/main_queue.h"
+#include "platform/desktop/process.h"
+#include "platform/desktop/running_copies.h"
+#include "platform/desktop/termination_signals.h"
+#include "platform/dnssd/engine_child.h"
+#include "platform/linux/linux_platform.h"
+#include "platform/standard_error.h"
+
+#include <QApplication>
+
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <memory>
+#include <span>
+#include <string>
+#include <variant>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kBundleIdentifier = QUILLBOX_BUNDLE_IDENTIFIER;
+constexpr int kUsageError = 2;
+
+/// Longer than an orderly end takes, shorter than the patience of who waits for it.
+constexpr std::chrono::milliseconds kLimitOfEnd{950};
+
+int print(const std::string& text)
+{
+    const bool isPrinted =
+        std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) != EOF;
+    return isPrinted ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+dnssd::DnsSdMode modeOf(DnsSdChoice choice)
+{
+    switch (choice) {
+    case DnsSdChoice::Daemon:
+        return dnssd::DnsSdMode::Daemon;
+    case DnsSdChoice::Embedded:
+        return dnssd::DnsSdMode::Embedded;
+    case DnsSdChoice::Automatic:
+        break;
+    }
+    return dnssd::DnsSdMode::Automatic;
+}
+
+/// Chooses where the toolkit shows windows: it would end the process if it found no display.
+void choosePlatform()
+{
+    switch (probeDisplay()) {
+    case Display::Any:
+        break;
+    case Display::Wayland:
+        qputenv("QT_QPA_PLATFORM", "wayland");
+        break;
+    case Display::None:
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        printToStandardError("quillbox-helper: no display; running without a window");
+        break;
+    }
+}
+
+void nameApplication()
+{
+    QCoreApplication::setApplicationName(QStringLiteral("quillbox-helper"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(QUILLBOX_VERSION));
+    QGuiApplication::setApplicationDisplayName(QStringLiteral("Quillbox Helper"));
+    QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
+}
+
+/// The helper from its start to its end. `arguments` holds the program's name.
+int run(const Options& options, char** arguments)
+{
+    const InheritedLimits limits = prepareProcess();
+    const std::string activationToken = activationTokenOfEnvironment();
+    choosePlatform();
+    nameApplication();
+    int argumentCount = 1;
+    const QApplication application(argumentCount, arguments);
+
+    const auto mainQueue = makeMainQueue();
+    LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd));
+    auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const auto workspace = makeDesktopWorkspace(limits);
+    const auto runningApplications = makeRunningApplications({
+        .folders = systemRuntimeFolders(),
+        .bundleIdentifier = kBundleIdentifier,
+        .activationToken = activationToken,
+    });
+    auto delegate = std::make_unique<AppDelegate>(AppEnvironment{
+        .dispatch = platform.dispatch(),
+        .network = platform.network(),
+        .userDefaults = *userDefaults,
+        .workspace = *workspace,
+        .runningApplications = *runningApplications,
+        .bundleIdentifier = kBundleIdentifier,
+        // Unlike quit(), this asks no window: closing one only hides it, which is a refusal.
+        .terminate = [] { QCoreApplication::exit(EXIT_SUCCESS); },
+    });
+    const auto signals = makeTerminationSignals([&delegate] { delegate->quit(); });
+    mainQueue->queue()->async([&delegate] { delegate->applicationDidFinishLaunching(); });
+    const int status = QApplication::exec();
+
+    endProcessWithin(kLimitOfEnd);
+    runningApplications->withdraw();
+    delegate->applicationWillTerminate();
+    delegate = nullptr;
+    userDefaults = nullptr;
+    platform.shutDown();
+    return status;
+}
+
+} // namespace
+
+} // namespace quillbox
+
+int main(int argumentCount, char** arguments)
+{
+    using namespace quillbox;
+
+    const std::span<const char* const> all(arguments, static_cast<std::size_t>(argumentCount));
+    const auto parsed = parseOptions(all.empty() ? all : all.subspan(1));
+    if (const auto* error = std::get_if<OptionsError>(&parsed)) {
+        printToStandardError("quillbox-helper: " + error->text);
+        printToStandardError("Try 'quillbox-helper --help'.");
+        return kUsageError;
+    }
+    const Options& options = std::get<Options>(parsed);
+    switch (options.action) {
+    case Options::Action::ShowHelp:
+        return print(helpText());
+    case Options::Action::ShowVersion:
+        return print(std::string("quillbox-helper ") + QUILLBOX_VERSION + '\n');
+    case Options::Action::RunDnsSdEngine:
+        return dnssd::runDnsSdEngineChild(dnssd::kEngineChildDescriptor);
+    case Options::Action::Run:
+        break;
+    }
+    return run(options, arguments);
+}

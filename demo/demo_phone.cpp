@@ -1,0 +1,207 @@
+// The DNS-SD side of a simulated phone: advertises its file service and its management service, as
+// the phone app does, and looks for the server that a helper makes of it. What it finds it prints,
+// a JSON object a line. It ends with SIGTERM or SIGINT, saying goodbye.
+
+#include "platform/dispatch/dispatch_pool.h"
+#include "platform/dnssd/automatic_engine.h"
+#include "platform/dnssd/dns_sd_center.h"
+#include "platform/dnssd/engine_child.h"
+#include "platform/netlink/netlink_monitor.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <csignal>
+#include <cstdint>
+#include <cstring>
+#include <iostream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <netdb.h>
+#include <netinet/in.h>
+
+namespace quillbox {
+namespace {
+
+struct Options {
+    std::string name;
+    std::uint16_t filePort = 0;
+    std::uint16_t managementPort = 0;
+    dnssd::DnsSdMode mode = dnssd::DnsSdMode::Automatic;
+};
+
+std::optional<std::uint16_t> portFrom(std::string_view text)
+{
+    std::uint16_t port = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    if (error != std::errc() || end != text.data() + text.size() || port == 0)
+        return std::nullopt;
+    return port;
+}
+
+std::optional<dnssd::DnsSdMode> modeFrom(std::string_view text)
+{
+    if (text == "auto")
+        return dnssd::DnsSdMode::Automatic;
+    if (text == "daemon")
+        return dnssd::DnsSdMode::Daemon;
+    if (text == "embedded")
+        return dnssd::DnsSdMode::Embedded;
+    return std::nullopt;
+}
+
+std::optional<Options> optionsFrom(const std::vector<std::string_view>& arguments)
+{
+    if (arguments.size() != 4)
+        return std::nullopt;
+    const auto filePort = portFrom(arguments[1]);
+    const auto managementPort = portFrom(arguments[2]);
+    const auto mode = modeFrom(arguments[3]);
+    if (!filePort || !managementPort || !mode)
+        return std::nullopt;
+    return Options{std::string(arguments[0]), *filePort, *managementPort, *mode};
+}
+
+struct Place {
+    std::string host;
+    std::string port;
+    bool isLoopback = false;
+};
+
+std::optional<Place> placeOf(const SocketAddress& address)
+{
+    std::array<char, NI_MAXHOST> host{};
+    std::array<char, NI_MAXSERV> port{};
+    sockaddr_storage storage{};
+    if (address.size() > sizeof storage)
+        return std::nullopt;
+    std::memcpy(&storage, address.data(), address.size());
+    if (storage.ss_family != AF_INET)
+        return std::nullopt;
+    if (getnameinfo(reinterpret_cast<const sockaddr*>(&storage),
+                    static_cast<socklen_t>(address.size()), host.data(), host.size(), port.data(),
+                    port.size(), NI_NUMERICHOST | NI_NUMERICSERV)
+        != 0)
+        return std::nullopt;
+    return Place{host.data(), port.data(), std::string_view(host.data()).starts_with("127.")};
+}
+
+/// Tells where the helper's server of this phone is: on this computer, by its loopback address
+/// where it has one.
+class RelayWatch {
+public:
+    RelayWatch(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue, std::string name)
+        : dnsSd_(dnsSd), queue_(std::move(queue)), name_(std::move(name))
+    {
+        browse_ = dnsSd_.browse("_smb._tcp", queue_, [this](const DnsSd::BrowseUpdate& update) {
+            if (update.state == DnsSd::BrowseUpdate::State::Ready)
+                servicesChanged(update.services);
+        });
+    }
+
+private:
+    void servicesChanged(const std::vector<ServiceEndpoint>& services)
+    {
+        const auto ours =
+            std::find_if(services.begin(), services.end(), [this](const ServiceEndpoint& service) {
+                return canonicallyEqual(service.name, name_);
+            });
+        if (ours == services.end()) {
+            resolution_ = nullptr;
+            tell({});
+        } else if (!resolution_) {
+            resolution_ = dnsSd_.resolve(*ours, queue_, [this](const DnsSd::ResolveUpdate& update) {
+                addressesChanged(update.addresses);
+            });
+        }
+    }
+
+    void addressesChanged(const std::vector<DnsSd::FoundAddress>& addresses)
+    {
+        std::optional<Place> best;
+        for (const DnsSd::FoundAddress& found : addresses) {
+            const auto place = placeOf(found.address);
+            if (place && (!best || (place->isLoopback && !best->isLoopback)))
+                best = place;
+        }
+        if (best)
+            tell("{\"relay\": {\"host\": \"" + best->host + "\", \"port\": " + best->port + "}}");
+    }
+
+    void tell(const std::string& line)
+    {
+        const std::string& text = line.empty() ? std::string("{\"relay\": null}") : line;
+        if (text == told_)
+            return;
+        told_ = text;
+        std::cout << text << std::endl;
+    }
+
+    DnsSd& dnsSd_;
+    const std::shared_ptr<DispatchQueue> queue_;
+    const std::string name_;
+    std::string told_ = "{\"relay\": null}";
+    std::unique_ptr<DnsSd::Ask> browse_;
+    std::unique_ptr<DnsSd::Ask> resolution_;
+};
+
+void tellRegistration(const char* what, const DnsSd::RegistrationUpdate& update)
+{
+    if (update.state == DnsSd::RegistrationUpdate::State::Ready)
+        std::cout << "{\"advertised\": \"" << what << "\"}" << std::endl;
+    else if (update.error)
+        std::cerr << "demo phone: " << what << ": " << update.error.message() << std::endl;
+}
+
+int run(const Options& options)
+{
+    // Before any thread is made, so that all of them leave these signals to the wait below.
+    sigset_t ends;
+    sigemptyset(&ends);
+    sigaddset(&ends, SIGINT);
+    sigaddset(&ends, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &ends, nullptr);
+
+    DispatchPool pool;
+    const auto monitor = makeNetworkMonitor(pool);
+    auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode),
+                           pool.makeQueue("demo.dns-sd", QualityOfService::Utility), *monitor);
+    const auto queue = pool.makeQueue("demo.phone", QualityOfService::Utility);
+    {
+        const auto files = dnsSd->registerService(
+            {.name = options.name, .type = "_quillbox._tcp"}, options.filePort, queue,
+            [](const DnsSd::RegistrationUpdate& update) { tellRegistration("files", update); });
+        const auto management = dnsSd->registerService(
+            {.name = options.name, .type = "_quillbox-admin._tcp"}, options.managementPort, queue,
+            [](const DnsSd::RegistrationUpdate& update) {
+                tellRegistration("management", update);
+            });
+        const RelayWatch relay(*dnsSd, queue, options.name);
+        int signal = 0;
+        sigwait(&ends, &signal);
+        pool.shutdown();
+    }
+    dnsSd = nullptr;
+    return 0;
+}
+
+} // namespace
+} // namespace quillbox
+
+int main(int argc, char** argv)
+{
+    const std::vector<std::string_view> arguments(argv + 1, argv + argc);
+    if (arguments == std::vector<std::string_view>{quillbox::dnssd::kEngineChildOption})
+        return quillbox::dnssd::runDnsSdEngineChild(quillbox::dnssd::kEngineChildDescriptor);
+    const auto options = quillbox::optionsFrom(arguments);
+    if (!options) {
+        std::cerr << "usage: quillbox-demo-phone NAME FILE-PORT MANAGEMENT-PORT "
+                     "auto|daemon|embedded\n";
+        return 2;
+    }
+    return quillbox::run(*options);
+}

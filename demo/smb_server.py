@@ -1,0 +1,90 @@
+"""Samba's smbd as the file server of a simulated phone: a share NAS for the user nas.
+
+Everything that it reads and writes is in one folder. Also used by the network tests.
+"""
+
+import os
+import subprocess
+
+PORT = 4445
+
+CONFIGURATION = """[global]
+ smb ports = {port}
+ server role = standalone server
+ security = user
+ username map = {folder}/users
+ passdb backend = tdbsam:{folder}/passdb.tdb
+ private dir = {folder}
+ lock directory = {folder}/lock
+ state directory = {folder}/state
+ cache directory = {folder}/cache
+ ncalrpc dir = {folder}/ncalrpc
+ pid directory = {folder}
+ log file = {folder}/log
+ disable netbios = yes
+ load printers = no
+ printing = bsd
+ disable spoolss = yes
+ smb encrypt = off
+ server signing = disabled
+[NAS]
+ path = {share}
+ read only = no
+"""
+
+
+def may_set_groups():
+    """Whether this process may change its groups, which smbd does for each user."""
+    try:
+        os.setgroups(os.getgroups())
+    except OSError:
+        return False
+    return True
+
+
+def environment(base=None):
+    """The environment that smbd and smbpasswd need. Whoever is not root, or is root of a user
+    namespace that forbids setgroups(2), tells them what they want to hear."""
+    result = dict(os.environ if base is None else base)
+    # smbd is in a folder that ordinary users do not search.
+    result["PATH"] = result.get("PATH", os.defpath) + ":/usr/sbin"
+    if not may_set_groups():
+        result |= {"LD_PRELOAD": "libuid_wrapper.so", "UID_WRAPPER": "1", "UID_WRAPPER_ROOT": "1"}
+    return result
+
+
+def write_configuration(folder, share, port=PORT):
+    """Gives the path of the configuration file."""
+    smb = os.path.join(folder, "smb")
+    for part in ("lock", "state", "cache", "ncalrpc"):
+        os.makedirs(os.path.join(smb, part), exist_ok=True)
+    with open(os.path.join(smb, "users"), "w", encoding="utf-8") as file:
+        file.write("root = nas\n")
+    path = os.path.join(smb, "smb.conf")
+    with open(path, "w", encoding="utf-8") as file:
+        file.write(CONFIGURATION.format(folder=smb, port=port, share=share))
+    return path
+
+
+def password_command(configuration):
+    """The command that sets the user's password, which it reads twice."""
+    return ["smbpasswd", "-c", configuration, "-s", "-a", "root"]
+
+
+def server_command(configuration):
+    options = ["--foreground", "--no-process-group", "--debug-stdout", "-d2"]
+    return ["smbd", *options, "-s", configuration]
+
+
+def prepare(folder, share, password, port=PORT):
+    """Makes all that the server needs; gives its command and environment."""
+    configuration = write_configuration(folder, share, port)
+    variables = environment()
+    subprocess.run(
+        password_command(configuration),
+        input=f"{password}\n{password}\n".encode(),
+        env=variables,
+        check=True,
+        capture_output=True,
+    )
+    return server_command(configuration), variables

@@ -1,0 +1,152 @@
+#include "platform/desktop/process.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr int kLastStandardDescriptor = STDERR_FILENO;
+
+void openStandardDescriptors()
+{
+    int descriptor = ::open("/dev/null", O_RDWR);
+    while (descriptor >= 0 && descriptor < kLastStandardDescriptor)
+        descriptor = ::open("/dev/null", O_RDWR);
+    if (descriptor > kLastStandardDescriptor)
+        ::close(descriptor);
+}
+
+void closeDescriptor(int descriptor)
+{
+    if (descriptor >= 0)
+        ::close(descriptor);
+}
+
+void waitFor(pid_t process)
+{
+    while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+    }
+}
+
+/// In the new process, which shares the memory's state of a program with threads: nothing but
+/// async-signal-safe calls from here on.
+void restore(const InheritedLimits& limits)
+{
+    if (limits.isOpenFilesKnown)
+        ::setrlimit(RLIMIT_NOFILE, &limits.openFiles);
+    struct sigaction action {};
+    action.sa_handler = SIG_DFL;
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGALRM})
+        ::sigaction(signal, &action, nullptr);
+    if (!limits.wasPipeSignalIgnored)
+        ::sigaction(SIGPIPE, &action, nullptr);
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+[[noreturn]] void becomeProgram(char* const* arguments, const InheritedLimits& limits,
+                                int errorDescriptor)
+{
+    restore(limits);
+    const int nothing = ::open("/dev/null", O_RDWR);
+    if (nothing >= 0) {
+        ::dup2(nothing, STDIN_FILENO);
+        ::dup2(nothing, STDOUT_FILENO);
+        if (nothing > kLastStandardDescriptor)
+            ::close(nothing);
+    }
+    ::execvp(arguments[0], arguments);
+    const int error = errno;
+    [[maybe_unused]] const auto written = ::write(errorDescriptor, &error, sizeof error);
+    ::_exit(EXIT_FAILURE);
+}
+
+} // namespace
+
+InheritedLimits prepareProcess()
+{
+    openStandardDescriptors();
+
+    InheritedLimits limits;
+    if (::getrlimit(RLIMIT_NOFILE, &limits.openFiles) == 0) {
+        limits.isOpenFilesKnown = true;
+        rlimit raised = limits.openFiles;
+        raised.rlim_cur = raised.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &raised);
+    }
+    struct sigaction ignore {};
+    struct sigaction before {};
+    ignore.sa_handler = SIG_IGN;
+    if (::sigaction(SIGPIPE, &ignore, &before) == 0)
+        limits.wasPipeSignalIgnored = before.sa_handler == SIG_IGN;
+    return limits;
+}
+
+bool startDetached(const std::vector<std::string>& command, const InheritedLimits& limits)
+{
+    std::vector<std::string> texts = command;
+    std::vector<char*> arguments;
+    arguments.reserve(texts.size() + 1);
+    for (std::string& text : texts)
+        arguments.push_back(text.data());
+    arguments.push_back(nullptr);
+
+    // Closed without a word when the program runs; else it carries the reason.
+    std::array<int, 2> report{-1, -1};
+    if (::pipe2(report.data(), O_CLOEXEC) != 0)
+        return false;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        // The program is a grandchild: init waits for it, and no zombie stays with us.
+        ::setsid();
+        const pid_t grandchild = ::fork();
+        if (grandchild == 0)
+            becomeProgram(arguments.data(), limits, report[1]);
+        if (grandchild < 0) {
+            const int error = errno;
+            [[maybe_unused]] const auto written = ::write(report[1], &error, sizeof error);
+        }
+        ::_exit(EXIT_SUCCESS);
+    }
+    closeDescriptor(report[1]);
+    int error = 0;
+    ssize_t length = -1;
+    if (child > 0) {
+        waitFor(child);
+        do {
+            length = ::read(report[0], &error, sizeof error);
+        } while (length < 0 && errno == EINTR);
+    }
+    closeDescriptor(report[0]);
+    return child > 0 && length == 0;
+}
+
+void endProcessWithin(std::chrono::milliseconds limit)
+{
+    struct sigaction action {};
+    action.sa_handler = [](int) { ::_exit(EXIT_SUCCESS); };
+    ::sigaction(SIGALRM, &action, nullptr);
+    sigset_t alarm;
+    sigemptyset(&alarm);
+    sigaddset(&alarm, SIGALRM);
+    ::pthread_sigmask(SIG_UNBLOCK, &alarm, nullptr);
+
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(limit);
+    const std::chrono::microseconds rest = limit - seconds;
+    itimerval timer{};
+    timer.it_value.tv_sec = seconds.count();
+    timer.it_value.tv_usec = rest.count();
+    ::setitimer(ITIMER_REAL, &timer, nullptr);
+}
+
+} // namespace quillbox

@@ -1,0 +1,165 @@
+#include "platform/desktop/registration.h"
+
+#include "platform/desktop/local_socket.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <time.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kLockName = "lock";
+constexpr std::string_view kSuffix = ".socket";
+constexpr std::size_t kDateDigits = 20;
+constexpr mode_t kLockMode = 0600;
+
+/// Holders of the lock keep it for a few system calls, unless they are stopped in the middle.
+constexpr std::chrono::seconds kLockLimit{3};
+constexpr timespec kLockPause{.tv_sec = 0, .tv_nsec = 2'000'000};
+
+/// The folder's lock, held until it is destroyed; the system takes it from a process that dies.
+/// Nobody waits for it for ever: a file lock has no call that waits with a limit, hence the loop.
+class FolderLock final {
+public:
+    explicit FolderLock(int folder)
+        : file(::openat(folder, kLockName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode))
+    {
+        const auto deadline = std::chrono::steady_clock::now() + kLockLimit;
+        while (file.isOpen() && !isHeld) {
+            if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
+                isHeld = true;
+            else if (std::chrono::steady_clock::now() > deadline)
+                return;
+            else
+                ::nanosleep(&kLockPause, nullptr);
+        }
+    }
+
+    FolderLock(const FolderLock&) = delete;
+    FolderLock& operator=(const FolderLock&) = delete;
+    ~FolderLock() = default;
+
+    explicit operator bool() const { return isHeld; }
+
+private:
+    FileDescriptor file;
+    bool isHeld = false;
+};
+
+std::chrono::nanoseconds now()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_BOOTTIME, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+/// "DATE-PID.socket", the date in nanoseconds with leading zeros.
+std::string fileNameOf(std::chrono::nanoseconds launchDate, std::int64_t processIdentifier)
+{
+    const std::string date = std::to_string(launchDate.count());
+    return std::string(kDateDigits - std::min(kDateDigits, date.size()), '0') + date + '-'
+           + std::to_string(processIdentifier) + std::string(kSuffix);
+}
+
+std::optional<std::int64_t> numberIn(std::string_view text)
+{
+    std::int64_t number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || number < 0)
+        return std::nullopt;
+    return number;
+}
+
+std::optional<Registration> registrationNamed(std::string_view fileName)
+{
+    std::string_view text = fileName;
+    if (!text.ends_with(kSuffix) || text.size() < kDateDigits || text[kDateDigits] != '-')
+        return std::nullopt;
+    text.remove_suffix(kSuffix.size());
+    const auto date = numberIn(text.substr(0, kDateDigits));
+    const auto process = numberIn(text.substr(kDateDigits + 1));
+    if (!date || !process)
+        return std::nullopt;
+    return Registration{.fileName = std::string(fileName),
+                        .processIdentifier = *process,
+                        .launchDate = std::chrono::nanoseconds(*date)};
+}
+
+std::vector<Registration> registrationsIn(int folder)
+{
+    struct Close {
+        void operator()(DIR* directory) const { ::closedir(directory); }
+    };
+    std::vector<Registration> found;
+    const int copy = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const std::unique_ptr<DIR, Close> directory(copy < 0 ? nullptr : ::fdopendir(copy));
+    if (!directory)
+        return found;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of our own
+    while (const dirent* entry = ::readdir(directory.get())) {
+        if (auto registration = registrationNamed(static_cast<const char*>(entry->d_name)))
+            found.push_back(std::move(*registration));
+    }
+    std::sort(found.begin(), found.end(), [](const Registration& a, const Registration& b) {
+        return a.fileName < b.fileName;
+    });
+    return found;
+}
+
+} // namespace
+
+std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
+{
+    const FolderLock lock(folder);
+    if (!lock) {
+        problem = "another copy keeps the folder locked";
+        return std::nullopt;
+    }
+    OwnRegistration own;
+    own.registration.processIdentifier = ::getpid();
+    own.registration.launchDate = now();
+    own.registration.fileName =
+        fileNameOf(own.registration.launchDate, own.registration.processIdentifier);
+    own.socket = listenAt(folder, own.registration.fileName);
+    if (!own.socket.isOpen()) {
+        problem = std::generic_category().message(errno);
+        return std::nullopt;
+    }
+    return own;
+}
+
+std::vector<Registration> runningRegistrations(int folder)
+{
+    // A copy makes its file and listens under the lock: whoever holds it never mistakes a copy that
+    // is just starting for a dead one.
+    const FolderLock lock(folder);
+    std::vector<Registration> running;
+    for (Registration& registration : registrationsIn(folder)) {
+        if (isRunning(folder, registration))
+            running.push_back(std::move(registration));
+        else if (lock)
+            ::unlinkat(folder, registration.fileName.c_str(), 0);
+    }
+    return running;
+}
+
+bool isRunning(int folder, const Registration& registration)
+{
+    FileDescriptor connection;
+    return connectTo(folder, registration.fileName, connection) != Reached::Nobody;
+}
+
+} // namespace quillbox

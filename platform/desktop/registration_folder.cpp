@@ -1,0 +1,85 @@
+#include "platform/desktop/registration_folder.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <system_error>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr mode_t kPrivateMode = 0700;
+
+std::string reasonOf(int error)
+{
+    return std::generic_category().message(error);
+}
+
+/// A folder of this user's that nobody else may write to.
+bool isOwn(const std::string& path)
+{
+    struct stat status {};
+    return path.starts_with('/') && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)
+           && status.st_uid == ::geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+}
+
+/// Makes the folder, or takes the one that is there if it is this user's own and closed to others.
+FileDescriptor openPrivate(const std::string& path, std::string& problem)
+{
+    if (::mkdir(path.c_str(), kPrivateMode) != 0 && errno != EEXIST) {
+        problem = path + ": " + reasonOf(errno);
+        return {};
+    }
+    FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status {};
+    if (!folder.isOpen() || ::fstat(folder.get(), &status) != 0) {
+        problem = path + ": " + reasonOf(errno);
+        return {};
+    }
+    if (status.st_uid != ::geteuid()) {
+        problem = path + ": belongs to somebody else";
+        return {};
+    }
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
+        problem = path + ": is open to other users";
+        return {};
+    }
+    return folder;
+}
+
+bool isFileName(const std::string& text)
+{
+    return !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
+}
+
+} // namespace
+
+RuntimeFolders systemRuntimeFolders()
+{
+    const char* xdg = std::getenv("XDG_RUNTIME_DIR");
+    return {.xdg = xdg ? xdg : "",
+            .user = "/run/user/" + std::to_string(::geteuid()),
+            .shared = "/tmp"};
+}
+
+FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
+                                      const std::string& bundleIdentifier, std::string& problem)
+{
+    if (!isFileName(bundleIdentifier)) {
+        problem = '"' + bundleIdentifier + "\": is not a name for a folder";
+        return {};
+    }
+    for (const std::string& base : {folders.xdg, folders.user}) {
+        if (!isOwn(base))
+            continue;
+        if (auto folder = openPrivate(base + '/' + bundleIdentifier, problem); folder.isOpen())
+            return folder;
+    }
+    return openPrivate(folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid()),
+                       problem);
+}
+
+} // namespace quillbox

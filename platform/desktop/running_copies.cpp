@@ -1,0 +1,172 @@
+#include "platform/desktop/running_copies.h"
+
+#include "platform/desktop/activation.h"
+#include "platform/desktop/local_socket.h"
+#include "platform/desktop/registration.h"
+#include "platform/standard_error.h"
+
+#include <QByteArray>
+
+#include <optional>
+#include <utility>
+
+#include <sys/file.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+class ThisProcess final : public RunningApplication {
+public:
+    explicit ThisProcess(std::optional<LaunchDate> date) : launched(date) {}
+
+    std::int64_t processIdentifier() const override { return ::getpid(); }
+    std::optional<LaunchDate> launchDate() const override { return launched; }
+    bool isTerminated() const override { return false; }
+    void activate() override {}
+
+private:
+    const std::optional<LaunchDate> launched;
+};
+
+class OtherCopy final : public RunningApplication {
+public:
+    OtherCopy(std::shared_ptr<const FileDescriptor> openFolder, Registration found,
+              std::string activationToken)
+        : folder(std::move(openFolder)),
+          registration(std::move(found)),
+          token(std::move(activationToken))
+    {
+    }
+
+    std::int64_t processIdentifier() const override { return registration.processIdentifier; }
+    std::optional<LaunchDate> launchDate() const override { return registration.launchDate; }
+    bool isTerminated() const override { return !isRunning(folder->get(), registration); }
+
+    void activate() override
+    {
+        FileDescriptor connection;
+        if (connectTo(folder->get(), registration.fileName, connection) == Reached::Connected)
+            requestActivation(connection.get(), token);
+    }
+
+private:
+    const std::shared_ptr<const FileDescriptor> folder;
+    const Registration registration;
+    const std::string token;
+};
+
+/// The toolkit takes the permission to come to the front from the environment, at the next
+/// activation of a window; Qt 6.4 has no other way in. Only Wayland knows such tokens.
+void usePermission(const std::string& token)
+{
+    if (!token.empty())
+        qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
+}
+
+class RunningCopies final : public QObject, public RunningApplications {
+public:
+    explicit RunningCopies(RunningCopiesOptions chosen) : options(std::move(chosen))
+    {
+        std::string problem;
+        folder = open(options.bundleIdentifier, problem);
+        if (folder->isOpen()) {
+            // Cleaners of temporary folders leave a locked one alone.
+            ::flock(folder->get(), LOCK_SH | LOCK_NB);
+            if (auto added = addRegistration(folder->get(), problem))
+                listen(std::move(*added));
+        }
+        if (!own)
+            printToStandardError("quillbox-helper: cannot tell whether another copy is running: "
+                                 + problem);
+        self = std::make_shared<ThisProcess>(own ? std::optional(own->launchDate) : std::nullopt);
+    }
+
+    ~RunningCopies() override { withdrawRegistration(); }
+
+    RunningCopies(const RunningCopies&) = delete;
+    RunningCopies& operator=(const RunningCopies&) = delete;
+
+    std::shared_ptr<RunningApplication> current() override { return self; }
+
+    std::vector<std::shared_ptr<RunningApplication>>
+    runningApplications(const std::string& bundleIdentifier) override
+    {
+        std::string problem;
+        const auto place =
+            bundleIdentifier == options.bundleIdentifier ? folder : open(bundleIdentifier, problem);
+        std::vector<std::shared_ptr<RunningApplication>> copies;
+        if (!place->isOpen())
+            return copies;
+        for (Registration& registration : runningRegistrations(place->get())) {
+            if (registration == own)
+                copies.push_back(self);
+            else
+                copies.push_back(std::make_shared<OtherCopy>(place, std::move(registration),
+                                                             options.activationToken));
+        }
+        return copies;
+    }
+
+    void setActivationHandler(std::function<void()> newHandler) override
+    {
+        handler = std::move(newHandler);
+        if (handler && std::exchange(isActivationPending, false))
+            QMetaObject::invokeMethod(this, [this] { deliver(); }, Qt::QueuedConnection);
+    }
+
+    void withdraw() override { withdrawRegistration(); }
+
+private:
+    std::shared_ptr<const FileDescriptor> open(const std::string& identifier,
+                                               std::string& problem) const
+    {
+        return std::make_shared<FileDescriptor>(
+            openRegistrationFolder(options.folders, identifier, problem));
+    }
+
+    void listen(OwnRegistration added)
+    {
+        own = std::move(added.registration);
+        listener = std::make_unique<ActivationListener>(
+            std::move(added.socket), [this](const std::string& token) {
+                usePermission(token);
+                deliver();
+            });
+    }
+
+    void deliver()
+    {
+        isActivationPending = !handler;
+        // A copy: the handler may set another one.
+        if (const auto callback = handler)
+            callback();
+    }
+
+    void withdrawRegistration()
+    {
+        if (!listener)
+            return;
+        ::unlinkat(folder->get(), own->fileName.c_str(), 0);
+        listener = nullptr;
+        own = std::nullopt;
+    }
+
+    const RunningCopiesOptions options;
+    std::shared_ptr<const FileDescriptor> folder;
+    std::optional<Registration> own;
+    std::shared_ptr<RunningApplication> self;
+    std::unique_ptr<ActivationListener> listener;
+    std::function<void()> handler;
+    bool isActivationPending = false;
+};
+
+} // namespace
+
+std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options)
+{
+    return std::make_unique<RunningCopies>(std::move(options));
+}
+
+} // namespace quillbox

@@ -1,0 +1,173 @@
+#include "platform/desktop/settings_file.h"
+
+#include "platform/desktop/file_descriptor.h"
+#include "platform/standard_error.h"
+
+#include <QByteArray>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonParseError>
+#include <QSaveFile>
+#include <QString>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr qsizetype kLargestFile = 1024 * 1024;
+constexpr mode_t kFolderMode = 0700;
+constexpr int kMostLinks = 40; // as many as the kernel follows
+constexpr int kMostSetAside = 1000;
+
+std::string reasonOf(int error)
+{
+    return std::generic_category().message(error);
+}
+
+void complain(const std::string& text)
+{
+    printToStandardError("quillbox-helper: " + text);
+}
+
+/// Where a chain of symbolic links ends, whether or not anything is there.
+std::string linkTarget(const std::string& path)
+{
+    std::filesystem::path target = path;
+    std::error_code error;
+    for (int links = 0; links < kMostLinks; ++links) {
+        const auto next = std::filesystem::read_symlink(target, error);
+        if (error)
+            break;
+        target = target.parent_path() / next; // an absolute `next` replaces all
+    }
+    return target.string();
+}
+
+/// Reads the whole file, up to a little more than the largest size; sets `problem` when it cannot.
+QByteArray readAll(int descriptor, std::string& problem)
+{
+    QByteArray bytes;
+    std::array<char, 16 * 1024> buffer{};
+    while (bytes.size() <= kLargestFile) {
+        const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+        if (length == 0)
+            return bytes;
+        if (length < 0 && errno != EINTR) {
+            problem = reasonOf(errno);
+            return {};
+        }
+        if (length > 0)
+            bytes.append(buffer.data(), length);
+    }
+    problem = "it is larger than 1 MiB";
+    return {};
+}
+
+bool makeFolder(const std::filesystem::path& folder)
+{
+    std::error_code error;
+    if (folder.empty() || std::filesystem::is_directory(folder, error))
+        return true;
+    if (!makeFolder(folder.parent_path()))
+        return false;
+    if (::mkdir(folder.c_str(), kFolderMode) == 0 || errno == EEXIST)
+        return true;
+    complain("settings cannot be stored: " + folder.string() + ": " + reasonOf(errno));
+    return false;
+}
+
+/// Never replaces what has the new name. Some file systems lack the first way, some the second.
+bool renameWithoutReplacing(const std::string& from, const std::string& to)
+{
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return true;
+    if (errno != EINVAL && errno != ENOSYS)
+        return false;
+    return ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
+}
+
+} // namespace
+
+SettingsFile::Contents SettingsFile::read() const
+{
+    Contents contents;
+    // Not blocking: somebody may have put a named pipe there.
+    const FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.isOpen() && errno == ENOENT)
+        return contents;
+    contents.condition = Condition::Damaged;
+    struct stat status {};
+    if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
+        contents.problem = reasonOf(errno);
+        return contents;
+    }
+    if (!S_ISREG(status.st_mode)) {
+        contents.problem = "it is not a file";
+        return contents;
+    }
+    const QByteArray bytes = readAll(file.get(), contents.problem);
+    if (!contents.problem.empty())
+        return contents;
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError) {
+        contents.problem = error.errorString().toStdString() + ", at byte "
+                           + std::to_string(error.offset);
+        return contents;
+    }
+    if (!document.isObject()) {
+        contents.problem = "it is not a JSON object";
+        return contents;
+    }
+    contents.condition = Condition::Good;
+    contents.object = document.object();
+    return contents;
+}
+
+bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
+{
+    const std::string target = linkTarget(path_);
+    if (!makeFolder(std::filesystem::path(target).parent_path()))
+        return false;
+    if (condition == Condition::Damaged && !setAside(target))
+        return false;
+    QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
+    const bool isWritten = file.open(QIODevice::WriteOnly)
+                           && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)
+                           && file.write(QJsonDocument(object).toJson()) >= 0 && file.commit();
+    if (!isWritten)
+        complain("settings cannot be stored: " + target + ": "
+                 + file.errorString().toStdString());
+    return isWritten;
+}
+
+bool SettingsFile::setAside(const std::string& file) const
+{
+    for (int number = 0; number < kMostSetAside; ++number) {
+        const std::string name =
+            file + ".invalid" + (number == 0 ? std::string() : '-' + std::to_string(number));
+        if (renameWithoutReplacing(file, name)) {
+            complain("the old settings are now in " + name);
+            return true;
+        }
+        if (errno == ENOENT)
+            return true;
+        if (errno != EEXIST)
+            break;
+    }
+    complain("settings cannot be stored: " + file + " cannot be set aside: " + reasonOf(errno));
+    return false;
+}
+
+} // namespace quillbox

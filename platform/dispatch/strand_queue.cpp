@@ -1,0 +1,67 @@
+#include "platform/dispatch/strand_queue.h"
+
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <algorithm>
+#include <cstdlib>
+#include <iostream>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// Far beyond any use, and far from where the clock's arithmetic would overflow.
+constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365);
+
+} // namespace
+
+void PoolContext::destroyPending()
+{
+    isShutDown_.store(true);
+    shutdown();
+}
+
+StrandQueue::StrandQueue(std::shared_ptr<PoolContext> context, std::string label,
+                         QualityOfService qos)
+    : context_(std::move(context)),
+      strand_(context_->makeStrand()),
+      label_(std::move(label)),
+      qualityOfService_(qos)
+{
+}
+
+void StrandQueue::async(Work work)
+{
+    if (context_->isShutDown())
+        return;
+    asio::post(strand_, std::move(work));
+}
+
+void StrandQueue::asyncAfter(std::chrono::milliseconds delay, Work work)
+{
+    if (context_->isShutDown())
+        return;
+    const auto bounded = std::clamp(delay, std::chrono::milliseconds(0), kLongestDelay);
+    auto timer = std::make_unique<asio::steady_timer>(*context_, bounded);
+    auto& pending = *timer;
+    pending.async_wait(asio::bind_executor(
+        strand_, [timer = std::move(timer), work = std::move(work)](const std::error_code& error) {
+            if (!error)
+                work();
+        }));
+}
+
+const Strand& strandOf(const DispatchQueue& queue)
+{
+    const auto* strandQueue = dynamic_cast<const StrandQueue*>(&queue);
+    if (strandQueue == nullptr) {
+        std::cerr << "quillbox-helper: the queue \"" << queue.label() << "\" is not the pool's\n";
+        std::abort();
+    }
+    return strandQueue->strand();
+}
+
+} // namespace quillbox

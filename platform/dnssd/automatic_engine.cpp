@@ -1,0 +1,168 @@
+#include "platform/dnssd/automatic_engine.h"
+
+#include "platform/dnssd/daemon_engine.h"
+#include "platform/dnssd/engine_thread.h"
+
+#include <algorithm>
+#include <array>
+#include <iostream>
+#include <utility>
+#include <variant>
+
+#include <poll.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Source = AutomaticEngineChoice::Source;
+
+struct EngineEvent {
+    Source source = Source::Daemon;
+    Event event;
+};
+using Item = std::variant<Request, EngineEvent>;
+using Mailbox = EngineMailbox<Item>;
+
+constexpr const char* kNoDaemonNotice =
+    "DNS-SD: avahi-daemon does not answer, so this program speaks multicast DNS by itself. The "
+    "file browsers of this desktop look for servers through avahi-daemon: install it to see the "
+    "phone there (Debian, Ubuntu: sudo apt install avahi-daemon libnss-mdns).";
+
+/// What both engines need to be stopped for before their owner's mailbox goes.
+class AutomaticLoop final {
+public:
+    AutomaticLoop(Mailbox& theMailbox, AutomaticEngineOptions theOptions)
+        : mailbox(theMailbox),
+          options(std::move(theOptions)),
+          choice(this->options.times,
+                 {.emit = [this](Event event) { this->mailbox.emit(std::move(event)); },
+                  .startEmbedded = [this] { startEmbedded(); },
+                  .stopEmbedded = [this] { stopEmbedded(); }})
+    {
+    }
+
+    void run()
+    {
+        daemon = options.makeDaemon();
+        choice.begin(Clock::now());
+        start(*daemon, Source::Daemon);
+        for (;;) {
+            wait();
+            auto taken = mailbox.take();
+            if (taken.isStopping)
+                break;
+            for (Item& item : taken.items)
+                std::visit([this](auto& i) { handle(std::move(i)); }, item);
+            choice.elapse(Clock::now());
+        }
+        // The one that has something to withdraw first.
+        stopEmbedded();
+        daemon->stop();
+    }
+
+private:
+    void wait()
+    {
+        int timeout = -1;
+        if (const auto deadline = choice.deadline()) {
+            const auto left =
+                std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+            timeout = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+        }
+        pollfd waiting{mailbox.descriptor(), POLLIN, 0};
+        ::poll(&waiting, 1, timeout);
+    }
+
+    void handle(Request request)
+    {
+        const auto active = choice.active();
+        if (active == Source::Daemon)
+            daemon->send(std::move(request));
+        else if (active == Source::Embedded)
+            embedded->send(std::move(request));
+    }
+
+    void handle(EngineEvent event)
+    {
+        choice.handle(event.source, std::move(event.event), Clock::now());
+    }
+
+    /// No handler runs after an engine's stop, so the mailbox is there when one does.
+    void start(Engine& engine, Source source)
+    {
+        engine.start([this, source](Event event) {
+            mailbox.post(EngineEvent{source, std::move(event)});
+        });
+    }
+
+    void startEmbedded()
+    {
+        if (!std::exchange(hasNoticed, true) && options.notice)
+            options.notice(kNoDaemonNotice);
+        embedded = options.makeEmbedded();
+        start(*embedded, Source::Embedded);
+    }
+
+    void stopEmbedded()
+    {
+        if (!embedded)
+            return;
+        embedded->stop();
+        embedded.reset();
+    }
+
+    Mailbox& mailbox;
+    AutomaticEngineOptions options;
+    AutomaticEngineChoice choice;
+    std::unique_ptr<Engine> daemon;
+    std::unique_ptr<Engine> embedded;
+    bool hasNoticed = false;
+};
+
+class AutomaticEngine final : public Engine {
+public:
+    explicit AutomaticEngine(AutomaticEngineOptions theOptions) : options(std::move(theOptions)) {}
+
+    void start(EventHandler handler) override
+    {
+        thread.start(std::move(handler), [settings = options](Mailbox& mailbox) {
+            AutomaticLoop(mailbox, settings).run();
+        });
+    }
+
+    void send(Request request) override { thread.post(std::move(request)); }
+
+    void stop() override { thread.stop(); }
+
+private:
+    AutomaticEngineOptions options;
+    EngineThread<Item> thread;
+};
+
+} // namespace
+
+std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options)
+{
+    return std::make_unique<AutomaticEngine>(std::move(options));
+}
+
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, EmbeddedEngineOptions embedded)
+{
+    switch (mode) {
+    case DnsSdMode::Daemon:
+        return makeDaemonEngine();
+    case DnsSdMode::Embedded:
+        return makeEmbeddedEngine(std::move(embedded));
+    case DnsSdMode::Automatic:
+        break;
+    }
+    return makeAutomaticEngine(
+        {.makeDaemon = makeDaemonEngine,
+         .makeEmbedded = [embedded] { return makeEmbeddedEngine(embedded); },
+         .notice = [](const std::string& text) { std::cerr << text << std::endl; },
+         .times = {}});
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,180 @@
+#include "platform/dnssd/avahi_registration.h"
+
+#include <algorithm>
+#include <utility>
+
+#include <avahi-common/error.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+constexpr std::chrono::seconds kFirstPatience(3);
+constexpr std::chrono::seconds kMaximumPatience(60);
+
+std::map<int, std::set<Address>> byInterface(const std::vector<HostAddress>& addresses)
+{
+    std::map<int, std::set<Address>> result;
+    for (const HostAddress& address : addresses)
+        result[address.interfaceIndex].insert(address.address);
+    return result;
+}
+
+} // namespace
+
+/// An entry group with what has become of it.
+class AvahiRegistration::Group final : public AvahiGroupWatcher {
+public:
+    explicit Group(AvahiApi& api) : group(api.makeGroup(*this))
+    {
+        if (!group)
+            error = api.lastError() == AVAHI_OK ? AVAHI_ERR_FAILURE : api.lastError();
+    }
+
+    /// `add` returns one of Avahi's error numbers; after an error nothing more is added.
+    template <class Add> void add(Add&& addTo)
+    {
+        if (error == AVAHI_OK)
+            error = addTo(*group);
+    }
+
+    void commit()
+    {
+        if (error == AVAHI_OK)
+            error = group->commit();
+    }
+
+    void onGroupState(AvahiEntryGroupState newState) override { state = newState; }
+
+    bool isEstablished() const
+    {
+        return error == AVAHI_OK && state == AVAHI_ENTRY_GROUP_ESTABLISHED;
+    }
+    bool hasCollided() const
+    {
+        return error == AVAHI_ERR_COLLISION || state == AVAHI_ENTRY_GROUP_COLLISION;
+    }
+    /// One of Avahi's error numbers.
+    int failure() const
+    {
+        return error == AVAHI_OK && state == AVAHI_ENTRY_GROUP_FAILURE ? AVAHI_ERR_FAILURE : error;
+    }
+
+private:
+    AvahiEntryGroupState state = AVAHI_ENTRY_GROUP_UNCOMMITED;
+    int error = AVAHI_OK;
+    std::unique_ptr<AvahiGroup> group; // last: it may report while it is made
+};
+
+AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theRequest)
+    : api(theApi),
+      request(std::move(theRequest)),
+      addressesByInterface(byInterface(this->request.addresses)),
+      patience(kFirstPatience)
+{
+}
+
+AvahiRegistration::~AvahiRegistration() = default;
+
+void AvahiRegistration::publish(Clock::time_point now)
+{
+    service.reset();
+    hosts.clear();
+    publishService();
+    // A name that this computer has already is refused at once: then nothing else is put up.
+    if (service->failure() == AVAHI_OK && !isOnComputersHostName()) {
+        for (const auto& [interfaceIndex, addresses] : addressesByInterface)
+            publishAddresses(interfaceIndex, addresses);
+    }
+    expectEstablishment(now);
+}
+
+void AvahiRegistration::setAddresses(const std::vector<HostAddress>& addresses,
+                                     Clock::time_point now)
+{
+    auto wanted = byInterface(addresses);
+    std::swap(addressesByInterface, wanted);
+    if (isOnComputersHostName())
+        return;
+    const auto& former = wanted;
+    std::erase_if(hosts, [&](const auto& host) {
+        const auto current = addressesByInterface.find(host.first);
+        const auto before = former.find(host.first);
+        return current == addressesByInterface.end() || before == former.end()
+               || current->second != before->second;
+    });
+    for (const auto& [interfaceIndex, addressesThere] : addressesByInterface) {
+        if (!hosts.contains(interfaceIndex))
+            publishAddresses(interfaceIndex, addressesThere);
+    }
+    expectEstablishment(now);
+}
+
+void AvahiRegistration::publishService()
+{
+    service = std::make_unique<Group>(api);
+    service->add([this](AvahiGroup& group) {
+        return group.addService({.name = request.name,
+                                 .type = request.type,
+                                 .domain = request.domain,
+                                 .hostName = request.hostName,
+                                 .port = request.port,
+                                 .txt = request.txt});
+    });
+    service->commit();
+}
+
+void AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Address>& addresses)
+{
+    auto host = std::make_unique<Group>(api);
+    for (const Address& address : addresses) {
+        host->add([&](AvahiGroup& group) {
+            return group.addAddress(request.hostName, {interfaceIndex, address});
+        });
+    }
+    host->commit();
+    hosts[interfaceIndex] = std::move(host);
+}
+
+AvahiRegistration::Outcome AvahiRegistration::outcome() const
+{
+    using State = Outcome::State;
+    const auto failureOf = [](const Group& group, Collision::Of of) -> std::optional<Outcome> {
+        if (group.hasCollided())
+            return Outcome{State::Collision, of, AVAHI_OK};
+        if (group.failure() != AVAHI_OK)
+            return Outcome{State::Failed, of, group.failure()};
+        return std::nullopt;
+    };
+
+    if (const auto failure = failureOf(*service, Collision::Of::Service))
+        return *failure;
+    bool isEstablished = service->isEstablished();
+    for (const auto& [interfaceIndex, host] : hosts) {
+        if (const auto failure = failureOf(*host, Collision::Of::Host))
+            return *failure;
+        isEstablished = isEstablished && host->isEstablished();
+    }
+    return {isEstablished ? State::Established : State::Underway, Collision::Of::Service, AVAHI_OK};
+}
+
+std::optional<AvahiRegistration::Clock::time_point> AvahiRegistration::deadline() const
+{
+    return outcome().state == Outcome::State::Underway ? patienceEnds : std::nullopt;
+}
+
+void AvahiRegistration::renewIfOverdue(Clock::time_point now)
+{
+    const auto due = deadline();
+    if (!due || *due > now)
+        return;
+    patience = std::min<Clock::duration>(2 * patience, kMaximumPatience);
+    publish(now);
+}
+
+void AvahiRegistration::expectEstablishment(Clock::time_point now)
+{
+    patienceEnds = now + patience;
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,180 @@
+#include "platform/dnssd/engine_child.h"
+
+#include "platform/dnssd/avahi_loop.h"
+#include "platform/dnssd/avahi_server_api.h"
+#include "platform/dnssd/avahi_session.h"
+#include "platform/dnssd/message_codec.h"
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/// How long the process may take to withdraw when it is told to end.
+constexpr unsigned kLastSeconds = 1;
+
+/// Avahi's log says what strangers send, as often as they send it.
+void ignoreLog(AvahiLogLevel /*level*/, const char* /*text*/) {}
+
+/// Returns a descriptor that becomes readable when the process is asked to end by a signal.
+int hardenProcess(int keptDescriptor)
+{
+    // The parent withdraws first when the terminal interrupts both; its end is the sign here.
+    std::signal(SIGINT, SIG_IGN);
+    std::signal(SIGHUP, SIG_IGN);
+    std::signal(SIGPIPE, SIG_IGN);
+
+    sigset_t endSignals;
+    sigemptyset(&endSignals);
+    sigaddset(&endSignals, SIGTERM);
+    sigprocmask(SIG_BLOCK, &endSignals, nullptr);
+
+    // The end of the socket tells of the parent's death, and leaves time for goodbyes; this is for
+    // a process that hangs.
+    std::signal(SIGUSR1, [](int) { ::alarm(kLastSeconds); });
+    ::prctl(PR_SET_PDEATHSIG, SIGUSR1);
+    ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
+
+    // Anybody on the network can make libavahi-core abort: no core files for that.
+    const rlimit noCore{0, 0};
+    ::setrlimit(RLIMIT_CORE, &noCore);
+
+    if (keptDescriptor > STDERR_FILENO + 1)
+        ::close_range(STDERR_FILENO + 1, static_cast<unsigned>(keptDescriptor) - 1, 0);
+    ::close_range(static_cast<unsigned>(keptDescriptor) + 1, ~0U, 0);
+    return ::signalfd(-1, &endSignals, SFD_CLOEXEC | SFD_NONBLOCK);
+}
+
+class EngineChild final {
+public:
+    EngineChild(int theSocket, int endSignal) : socket(theSocket)
+    {
+        loop.watch(socket, [this] { receive(); });
+        if (endSignal >= 0)
+            loop.watch(endSignal, [this] { isEnding = true; });
+    }
+    EngineChild(const EngineChild&) = delete;
+    EngineChild& operator=(const EngineChild&) = delete;
+    ~EngineChild()
+    {
+        // Whatever hangs from here on, the process ends.
+        ::alarm(kLastSeconds);
+        session.reset();
+        api.reset();
+        if (server != nullptr)
+            library->server_free(server); // sends what goodbyes are still to be sent
+    }
+
+    int run()
+    {
+        if (!startServer())
+            return EXIT_FAILURE;
+        while (!isEnding) {
+            loop.turn(session->nextDeadline());
+            session->tidy(Clock::now());
+            if (hasFailed)
+                return EXIT_FAILURE;
+        }
+        return EXIT_SUCCESS;
+    }
+
+private:
+    bool startServer()
+    {
+        if (!library)
+            return false;
+        library->set_log_function(ignoreLog);
+        AvahiServerConfig configuration;
+        library->server_config_init(&configuration);
+        configuration.use_ipv4 = 1;
+        configuration.use_ipv6 = 1;
+        configuration.enable_wide_area = 0;
+        configuration.disallow_other_stacks = 0;
+        // Every service is on a host name of its own. The computer's own name belongs to the
+        // responder that the computer may have: two that publish its addresses collide for ever.
+        // So nothing is published here that could collide, and the server runs at once.
+        configuration.publish_addresses = 0;
+        configuration.publish_hinfo = 0;
+        configuration.publish_workstation = 0;
+        configuration.publish_domain = 0;
+
+        int error = 0;
+        server =
+            library->server_new(loop.poll(), &configuration, &EngineChild::onState, this, &error);
+        library->server_config_free(&configuration);
+        if (server == nullptr || hasFailed)
+            return false;
+        api = makeAvahiServerApi(*library, *server);
+        session.emplace(*api, [this](const Event& event) { send(event); });
+        send(EngineUp{library->server_get_host_name_fqdn(server)});
+        return true;
+    }
+
+    static void onState(AvahiServer* /*server*/, AvahiServerState state, void* context)
+    {
+        if (state == AVAHI_SERVER_FAILURE)
+            static_cast<EngineChild*>(context)->hasFailed = true;
+    }
+
+    void receive()
+    {
+        std::array<std::uint8_t, kMaximumPacketLength> packet;
+        const ssize_t length = ::recv(socket, packet.data(), packet.size(), MSG_DONTWAIT);
+        if (length < 0 && (errno == EAGAIN || errno == EINTR))
+            return;
+        if (length <= 0) {
+            isEnding = true;
+            return;
+        }
+        const auto request =
+            decodeRequest(std::span(packet).first(static_cast<std::size_t>(length)));
+        if (request)
+            session->handle(*request, Clock::now());
+        else
+            hasFailed = true; // not our parent
+    }
+
+    /// Blocks while the parent is busy: it always reads.
+    void send(const Event& event)
+    {
+        const Packet packet = encode(event);
+        if (packet.empty() || isEnding)
+            return;
+        if (::send(socket, packet.data(), packet.size(), MSG_NOSIGNAL) < 0 && errno != EINTR)
+            isEnding = true;
+    }
+
+    int socket;
+    AvahiLoop loop;
+    std::optional<AvahiServerLibrary> library = loadAvahiServerLibrary();
+    AvahiServer* server = nullptr;
+    std::unique_ptr<AvahiApi> api;
+    std::optional<AvahiSession> session;
+    bool isEnding = false;
+    bool hasFailed = false;
+};
+
+} // namespace
+
+int runDnsSdEngineChild(int descriptor)
+{
+    const int endSignal = hardenProcess(descriptor);
+    return EngineChild(descriptor, endSignal).run();
+}
+
+} // namespace quillbox::dnssd

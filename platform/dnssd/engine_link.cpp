@@ -1,0 +1,88 @@
+#include "platform/dnssd/engine_link.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace quillbox::dnssd {
+
+void EngineLink::stop()
+{
+    {
+        const std::lock_guard lock(mutex);
+        isStopped = true;
+    }
+    engine->stop();
+}
+
+void EngineLink::handle(const Event& event)
+{
+    if (const auto* up = std::get_if<EngineUp>(&event)) {
+        currentState = State::Up;
+        currentError.clear();
+        if (!up->hostName.empty())
+            computerName = up->hostName;
+        routes.clear();
+        tellAll([](Client& client) { client.engineUp(); });
+    } else if (const auto* down = std::get_if<EngineDown>(&event)) {
+        currentState = State::Down;
+        currentError = down->error ? down->error : DnsSdError::EngineUnavailable;
+        routes.clear();
+        tellAll([this](Client& client) { client.engineDown(currentError); });
+    } else {
+        std::visit(
+            [this, &event](const auto& answer) {
+                if constexpr (requires { answer.id; })
+                    route(answer.id, event);
+            },
+            event);
+    }
+}
+
+void EngineLink::route(AskId id, const Event& event)
+{
+    if (const auto found = routes.find(id); found != routes.end())
+        found->second->engineEvent(event);
+}
+
+void EngineLink::tellAll(const std::function<void(Client&)>& tell)
+{
+    // Clients come and go meanwhile. Those that come know the new state already.
+    const std::uint64_t end = nextClient;
+    auto position = clients.begin();
+    while (position != clients.end() && position->first < end) {
+        const std::uint64_t key = position->first;
+        tell(*position->second);
+        position = clients.upper_bound(key);
+    }
+}
+
+void EngineLink::detach(Client& client)
+{
+    std::erase_if(clients, [&client](const auto& entry) { return entry.second == &client; });
+}
+
+AskId EngineLink::ask(Client& client, Request request)
+{
+    if (++lastId == 0) // 0 means none; nothing stands for so long that the others came round
+        ++lastId;
+    const AskId id = lastId;
+    std::visit([id](auto& question) { question.id = id; }, request);
+    routes[id] = &client;
+    send(std::move(request));
+    return id;
+}
+
+void EngineLink::end(AskId id)
+{
+    if (routes.erase(id) != 0)
+        send(StopRequest{id});
+}
+
+void EngineLink::send(Request request)
+{
+    const std::lock_guard lock(mutex);
+    if (!isStopped)
+        engine->send(std::move(request));
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,88 @@
+#include "platform/dnssd/host_identity.h"
+
+#include "platform/dnssd/names.h"
+#include "platform/text.h"
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+// Together with the hash, the hyphens and a number of six digits they fit into a label.
+constexpr std::size_t kComputerSize = 22;
+constexpr std::size_t kServiceSize = 24;
+
+/// FNV-1a, 64 bits: the same on every computer and in every version.
+std::uint64_t stableHash(std::string_view text)
+{
+    std::uint64_t hash = 0xcbf29ce484222325U;
+    for (const char character : text) {
+        hash ^= static_cast<unsigned char>(character);
+        hash *= 0x100000001b3U;
+    }
+    return hash;
+}
+
+std::string hexadecimal(std::uint32_t value)
+{
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string text;
+    for (int shift = 28; shift >= 0; shift -= 4)
+        text += kDigits[(value >> shift) & 0xfU];
+    return text;
+}
+
+std::string label(const std::string& computer, const std::string& serviceName, std::uint64_t hash)
+{
+    std::string result;
+    const std::array parts{hostSlug(computer.substr(0, computer.find('.')), kComputerSize),
+                           hostSlug(serviceName, kServiceSize),
+                           hexadecimal(static_cast<std::uint32_t>(hash ^ (hash >> 32U)))};
+    for (const std::string& part : parts) {
+        if (!result.empty() && !part.empty())
+            result += '-';
+        result += part;
+    }
+    return result;
+}
+
+/// An address in 127.0.0.0/8 outside 127.0.0.0/16, where systems keep addresses of their own.
+Address loopbackAddress(std::uint64_t hash)
+{
+    Address address;
+    address.bytes = {127, static_cast<std::uint8_t>(1 + hash % 254),
+                     static_cast<std::uint8_t>((hash >> 8U) % 256),
+                     static_cast<std::uint8_t>(1 + (hash >> 16U) % 254)};
+    return address;
+}
+
+} // namespace
+
+HostIdentity HostIdentities::claim(const std::string& computer, const std::string& serviceName,
+                                   unsigned& number)
+{
+    const std::string name = normalized(serviceName);
+    std::uint64_t hash = stableHash(name);
+    const std::string base = label(computer, name, hash);
+    HostIdentity identity;
+    for (;; ++number) {
+        identity.hostName = (number > 1 ? base + '-' + std::to_string(number) : base) + ".local";
+        if (hostNames.insert(identity.hostName).second)
+            break;
+    }
+    for (identity.loopback = loopbackAddress(hash); !loopbacks.insert(identity.loopback).second;)
+        identity.loopback = loopbackAddress(hash += 0x10000);
+    return identity;
+}
+
+void HostIdentities::release(const HostIdentity& identity)
+{
+    hostNames.erase(identity.hostName);
+    loopbacks.erase(identity.loopback);
+}
+
+} // namespace quillbox::dnssd

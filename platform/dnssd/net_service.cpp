@@ -1,0 +1,150 @@
+#include "platform/dnssd/net_service.h"
+
+#include <algorithm>
+#include <cassert>
+#include <cstring>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+namespace quillbox {
+
+namespace {
+
+/// How long the other address family may take once the first has answered.
+constexpr std::chrono::milliseconds kSecondFamilyLimit{500};
+
+sa_family_t familyOf(const SocketAddress& address)
+{
+    sa_family_t family = AF_UNSPEC;
+    if (address.size() >= sizeof family)
+        std::memcpy(&family, address.data(), sizeof family);
+    return family;
+}
+
+std::uint16_t portOf(const SocketAddress& address)
+{
+    static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
+    in_port_t port = 0;
+    if (address.size() >= sizeof(sockaddr_in))
+        std::memcpy(&port, address.data() + offsetof(sockaddr_in, sin_port), sizeof port);
+    return ntohs(port);
+}
+
+class DnsSdNetService final : public NetService {
+public:
+    DnsSdNetService(DnsSd& backend, std::shared_ptr<DispatchQueue> mainQueue,
+                    ServiceEndpoint resolved)
+        : dnsSd(backend), queue(std::move(mainQueue)), service(std::move(resolved))
+    {
+    }
+    DnsSdNetService(const DnsSdNetService&) = delete;
+    DnsSdNetService& operator=(const DnsSdNetService&) = delete;
+
+    void setHandlers(DidResolveHandler resolved, DidNotResolveHandler notResolved) override
+    {
+        didResolve = std::move(resolved);
+        didNotResolve = std::move(notResolved);
+    }
+
+    void resolve(std::chrono::milliseconds timeout) override
+    {
+        assert(queue->isCurrent());
+        stop();
+        found.clear();
+        isWaitingForSecond = false;
+        run = std::make_shared<DnsSdNetService*>(this);
+        ask = dnsSd.resolve(service, queue,
+                            [weak = std::weak_ptr(run)](const DnsSd::ResolveUpdate& update) {
+                                if (const auto self = weak.lock())
+                                    (*self)->handle(update);
+                            });
+        queue->asyncAfter(timeout, [weak = std::weak_ptr(run)] {
+            if (const auto self = weak.lock())
+                (*self)->finish();
+        });
+    }
+
+    void stop() override
+    {
+        run = nullptr;
+        ask = nullptr;
+    }
+
+    const std::vector<SocketAddress>& addresses() const override { return result; }
+    std::uint16_t port() const override { return resultPort; }
+
+private:
+    void handle(const DnsSd::ResolveUpdate& update)
+    {
+        found = update.addresses;
+        if (found.empty())
+            return;
+        if (update.isSettledIPv4 && update.isSettledIPv6)
+            return finish();
+        if (!std::exchange(isWaitingForSecond, true)) {
+            queue->asyncAfter(kSecondFamilyLimit, [weak = std::weak_ptr(run)] {
+                if (const auto self = weak.lock())
+                    (*self)->secondFamilyIsLate();
+            });
+        }
+    }
+
+    void secondFamilyIsLate()
+    {
+        isWaitingForSecond = false;
+        if (!found.empty())
+            finish();
+    }
+
+    /// Ends this run with what was found. The handler may drop this object.
+    void finish()
+    {
+        stop();
+        takeResult();
+        const auto handler = result.empty() ? didNotResolve : didResolve;
+        if (handler)
+            handler();
+    }
+
+    void takeResult()
+    {
+        // One service has one port. Should several SRV records differ, the address that is the
+        // first to be used decides.
+        result.clear();
+        const auto preferred = std::ranges::find_if(
+            found, [](const auto& entry) { return familyOf(entry.address) == AF_INET; });
+        if (!found.empty())
+            resultPort =
+                portOf(preferred != found.end() ? preferred->address : found.front().address);
+        for (const DnsSd::FoundAddress& entry : found) {
+            if (portOf(entry.address) == resultPort
+                && std::ranges::find(result, entry.address) == result.end())
+                result.push_back(entry.address);
+        }
+    }
+
+    DnsSd& dnsSd;
+    const std::shared_ptr<DispatchQueue> queue;
+    const ServiceEndpoint service;
+    DidResolveHandler didResolve;
+    DidNotResolveHandler didNotResolve;
+    /// Held while a resolution runs; what belongs to an earlier one finds it gone.
+    std::shared_ptr<DnsSdNetService*> run;
+    std::unique_ptr<DnsSd::Ask> ask;
+    std::vector<DnsSd::FoundAddress> found;
+    bool isWaitingForSecond = false;
+    std::vector<SocketAddress> result;
+    std::uint16_t resultPort = 0;
+};
+
+} // namespace
+
+std::unique_ptr<NetService> makeNetService(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> mainQueue,
+                                           ServiceEndpoint service)
+{
+    return std::make_unique<DnsSdNetService>(dnsSd, std::move(mainQueue), std::move(service));
+}
+
+} // namespace quillbox

@@ -1,0 +1,201 @@
+#include "platform/dnssd/registration.h"
+
+#include "platform/dnssd/names.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+/// A name that somebody keeps on contesting begins anew at "Name #2".
+constexpr unsigned kHighestNumber = 99'999;
+
+unsigned numberAfter(unsigned number)
+{
+    return number < kHighestNumber ? number + 1 : 2;
+}
+
+/// The strings of a TXT record's data (RFC 1035, section 3.3.14); none when it is not well-formed.
+std::optional<std::vector<std::string>> stringsOf(std::string_view data)
+{
+    std::vector<std::string> strings;
+    while (!data.empty()) {
+        const auto size = static_cast<std::size_t>(static_cast<unsigned char>(data[0]));
+        data.remove_prefix(1);
+        if (size > data.size())
+            return std::nullopt;
+        strings.emplace_back(data.substr(0, size));
+        data.remove_prefix(size);
+    }
+    return strings;
+}
+
+} // namespace
+
+Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
+                           LocalAddresses& ownAddresses, HostIdentities& hostIdentities,
+                           ServiceRegistration wanted, std::uint16_t servicePort, Report updates)
+    : link(engineLink),
+      queue(centerQueue),
+      localAddresses(ownAddresses),
+      identities(hostIdentities),
+      service(std::move(wanted)),
+      port(servicePort),
+      report(std::move(updates))
+{
+    link.attach(*this);
+    localAddresses.addObserver(*this);
+}
+
+Registration::~Registration()
+{
+    withdraw();
+    identities.release(identity);
+    localAddresses.removeObserver(*this);
+    link.detach(*this);
+}
+
+void Registration::start()
+{
+    auto strings = stringsOf(service.txtRecord.value_or(std::string()));
+    if (!isInstanceName(service.name))
+        return fail(DnsSdError::InvalidName);
+    if (!isServiceType(service.type))
+        return fail(DnsSdError::InvalidType);
+    if (!strings)
+        return fail(DnsSdError::Internal);
+    txt = std::move(*strings);
+    if (link.isUp())
+        ask();
+    else if (link.state() == EngineLink::State::Down)
+        engineDown(link.error());
+}
+
+void Registration::engineUp()
+{
+    if (!hasFailed)
+        ask();
+}
+
+void Registration::engineDown(std::error_code error)
+{
+    if (hasFailed)
+        return;
+    id = 0;
+    ++step;
+    tell(State::Waiting, error);
+}
+
+void Registration::engineEvent(const Event& event)
+{
+    if (std::holds_alternative<Registered>(event))
+        established();
+    else if (const auto* collision = std::get_if<Collision>(&event))
+        collided(collision->of);
+    else if (const auto* failure = std::get_if<Failed>(&event))
+        refused(failure->error);
+}
+
+void Registration::localAddressesChanged()
+{
+    if (id == 0)
+        return;
+    auto current = localAddresses.hostAddresses(identity.loopback);
+    if (current == addresses)
+        return;
+    addresses = std::move(current);
+    link.updateAddresses({id, addresses});
+}
+
+void Registration::ask()
+{
+    identities.release(identity);
+    identity = identities.claim(link.hostName(), service.name, hostNumber);
+    addresses = localAddresses.hostAddresses(identity.loopback);
+    RegisterRequest request;
+    request.name = alternativeName(service.name, nameNumber);
+    request.type = service.type;
+    request.domain = service.domain.value_or(std::string());
+    request.port = port;
+    request.txt = txt;
+    request.hostName = identity.hostName;
+    request.addresses = addresses;
+    id = link.ask(*this, std::move(request));
+    after(kRegistrationLimit, [](Registration& self) { self.refused(DnsSdError::Internal); });
+}
+
+void Registration::established()
+{
+    after(kEstablishedLong, [](Registration& self) { self.pause.reset(); });
+    tell(State::Ready, {});
+}
+
+void Registration::collided(Collision::Of of)
+{
+    unsigned& number = of == Collision::Of::Service ? nameNumber : hostNumber;
+    number = numberAfter(number);
+    askAfter(pause.next(), DnsSdError::NameTaken);
+}
+
+void Registration::refused(DnsSdError error)
+{
+    switch (error) {
+    case DnsSdError::InvalidName:
+    case DnsSdError::InvalidType:
+    case DnsSdError::NotPermitted:
+    case DnsSdError::TooManyEntries:
+        withdraw();
+        return fail(error);
+    case DnsSdError::NameTaken:
+        return collided(Collision::Of::Service);
+    case DnsSdError::EngineUnavailable:
+    case DnsSdError::NotFound:
+    case DnsSdError::Internal:
+        break;
+    }
+    askAfter(std::max(pause.next(), GrowingPause::kShortest), error);
+}
+
+void Registration::askAfter(std::chrono::milliseconds delay, std::error_code error)
+{
+    withdraw();
+    after(delay, &Registration::ask);
+    tell(State::Waiting, error);
+}
+
+void Registration::withdraw()
+{
+    link.end(id);
+    id = 0;
+    ++step;
+}
+
+void Registration::fail(DnsSdError error)
+{
+    hasFailed = true;
+    ++step;
+    tell(State::Failed, error);
+}
+
+void Registration::tell(State state, std::error_code error)
+{
+    report.deliver({state, error, alternativeName(service.name, nameNumber)});
+}
+
+void Registration::after(std::chrono::milliseconds delay, std::function<void(Registration&)> action)
+{
+    auto work = [weak = weak_from_this(), expected = ++step, action = std::move(action)] {
+        if (const auto self = weak.lock(); self && self->step == expected)
+            action(*self);
+    };
+    if (delay.count() > 0)
+        queue.asyncAfter(delay, std::move(work));
+    else
+        queue.async(std::move(work));
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "platform/dnssd/dns_sd.h"
+#include "platform/dnssd/engine_link.h"
+#include "platform/dnssd/growing_pause.h"
+#include "platform/dnssd/host_identity.h"
+#include "platform/dnssd/local_addresses.h"
+#include "platform/dnssd/report.h"
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quillbox::dnssd {
+
+/// A registration that has stood for so long has had its collisions.
+inline constexpr std::chrono::milliseconds kEstablishedLong{60'000};
+
+/// How long an engine may take to establish a registration or to refuse it. Probing takes about a
+/// second; an engine that forgot a registration in the middle of it is asked again.
+inline constexpr std::chrono::milliseconds kRegistrationLimit{10'000};
+
+/// Keeps one service published, on a host of its own, under its name or one made from it. A name in
+/// use is kept when the engine comes back. Belongs to the center's queue.
+class Registration final : public std::enable_shared_from_this<Registration>,
+                           private EngineLink::Client,
+                           private LocalAddresses::Observer {
+public:
+    using Report = dnssd::Report<DnsSd::RegistrationUpdate>;
+
+    Registration(EngineLink& engineLink, DispatchQueue& centerQueue, LocalAddresses& ownAddresses,
+                 HostIdentities& hostIdentities, ServiceRegistration wanted,
+                 std::uint16_t servicePort, Report updates);
+    ~Registration();
+    Registration(const Registration&) = delete;
+    Registration& operator=(const Registration&) = delete;
+
+    /// Called once, when the object is held by a shared pointer.
+    void start();
+
+private:
+    using State = DnsSd::RegistrationUpdate::State;
+
+    void engineUp() override;
+    void engineDown(std::error_code error) override;
+    void engineEvent(const Event& event) override;
+    void localAddressesChanged() override;
+
+    void ask();
+    void established();
+    void collided(Collision::Of of);
+    void refused(DnsSdError error);
+    void askAfter(std::chrono::milliseconds delay, std::error_code error);
+    void withdraw();
+    void fail(DnsSdError error);
+    void tell(State state, std::error_code error);
+    /// Does `action` after `delay` unless something else comes first.
+    void after(std::chrono::milliseconds delay, std::function<void(Registration&)> action);
+
+    EngineLink& link;
+    DispatchQueue& queue;
+    LocalAddresses& localAddresses;
+    HostIdentities& identities;
+    const ServiceRegistration service;
+    const std::uint16_t port;
+    Report report;
+
+    std::vector<std::string> txt;
+    AskId id = 0;
+    bool hasFailed = false;
+    unsigned nameNumber = 1;
+    unsigned hostNumber = 1;
+    HostIdentity identity;
+    std::vector<HostAddress> addresses; ///< as published
+    GrowingPause pause{GrowingPause::First::Nothing};
+    std::uint64_t step = 0; ///< tells the timers of earlier steps that they are late
+};
+
+} // namespace quillbox::dnssd

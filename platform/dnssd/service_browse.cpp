@@ -1,0 +1,255 @@
+#include "platform/dnssd/service_browse.h"
+
+#include "platform/dnssd/names.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <iostream>
+#include <utility>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+constexpr std::size_t kMaximumDomainSize = 255;
+
+std::string keyOf(const std::string& name, const std::string& domain)
+{
+    return folded(name) + '\0' + folded(domain);
+}
+
+bool isDomain(const std::string& domain)
+{
+    return !domain.empty() && domain.size() <= kMaximumDomainSize
+           && domain.find('\0') == std::string::npos && isValidUtf8(domain);
+}
+
+} // namespace
+
+ServiceBrowse::ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue,
+                             LocationPool& locationPool, std::string serviceType, Report updates)
+    : link(engineLink),
+      queue(centerQueue),
+      locations(locationPool),
+      type(std::move(serviceType)),
+      report(std::move(updates))
+{
+    link.attach(*this);
+}
+
+ServiceBrowse::~ServiceBrowse()
+{
+    for (Service& service : services)
+        letGo(service);
+    link.end(id);
+    link.detach(*this);
+}
+
+void ServiceBrowse::start()
+{
+    if (!isServiceType(type))
+        failed(DnsSdError::InvalidType);
+    else if (link.isUp())
+        engineUp();
+    else if (link.state() == EngineLink::State::Down)
+        engineDown(link.error());
+}
+
+void ServiceBrowse::engineUp()
+{
+    if (hasFailed)
+        return;
+    pause.reset();
+    ask();
+}
+
+void ServiceBrowse::engineDown(std::error_code error)
+{
+    if (hasFailed)
+        return;
+    id = 0;
+    wait(error);
+}
+
+void ServiceBrowse::engineEvent(const Event& event)
+{
+    if (const auto* sighted = std::get_if<ServiceFound>(&event))
+        addSighting(*sighted);
+    else if (const auto* gone = std::get_if<ServiceLost>(&event))
+        removeSighting(*gone);
+    else if (std::holds_alternative<Settled>(event))
+        endReplacement();
+    else if (const auto* failure = std::get_if<Failed>(&event))
+        failed(failure->error);
+}
+
+void ServiceBrowse::ask()
+{
+    forgetSightings();
+    isReplacing = !lastSet.empty();
+    id = link.ask(*this, BrowseRequest{0, type});
+    if (isReplacing) {
+        queue.asyncAfter(kSettlingLimit, [weak = weak_from_this(), asked = id] {
+            if (const auto self = weak.lock(); self && self->id == asked)
+                self->endReplacement();
+        });
+    }
+    setChanged();
+}
+
+void ServiceBrowse::forgetSightings()
+{
+    // The signs of life are let go too, so that at no time more questions stand than services are
+    // listed; what they told is kept.
+    for (Service& service : services) {
+        updateLife(service);
+        letGo(service);
+        service.sightings.clear();
+    }
+    // Places are taken in the order of the list, so that these are the ones that were listed.
+    if (lastSet.empty())
+        services.clear();
+    else if (services.size() > kMaximumServices)
+        services.resize(kMaximumServices);
+}
+
+void ServiceBrowse::addSighting(const ServiceFound& sighted)
+{
+    // A PTR record can point anywhere: to a service of another type, or at nothing sensible.
+    if (!isSameName(sighted.type, type) || !isInstanceName(sighted.name)
+        || !isDomain(sighted.domain))
+        return;
+    std::string key = keyOf(sighted.name, sighted.domain);
+    const auto service = std::ranges::find(services, key, &Service::key);
+    if (service == services.end())
+        addService(sighted, std::move(key));
+    else if (service->sightings.size() < kMaximumSightings)
+        service->sightings.insert(sighted.sighting);
+    setChanged();
+}
+
+void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
+{
+    // Those that only the last engine has seen give way when they are not seen again.
+    const auto seen = std::ranges::count_if(
+        services, [](const Service& service) { return !service.sightings.empty(); });
+    if (static_cast<std::size_t>(seen) >= kMaximumServices) {
+        if (!std::exchange(hasWarned, true))
+            std::cerr << "There are more than " << kMaximumServices << " services of the type "
+                      << type << "; those seen later are left out.\n";
+        return;
+    }
+    Service service;
+    service.key = std::move(key);
+    service.endpoint = {sighted.name, type, sighted.domain};
+    service.sightings.insert(sighted.sighting);
+    services.push_back(std::move(service));
+}
+
+void ServiceBrowse::removeSighting(const ServiceLost& gone)
+{
+    const auto service = std::ranges::find(services, keyOf(gone.name, gone.domain), &Service::key);
+    if (service == services.end() || service->sightings.erase(gone.sighting) == 0)
+        return;
+    if (service->sightings.empty()) {
+        letGo(*service);
+        services.erase(service);
+    }
+    setChanged();
+}
+
+void ServiceBrowse::endReplacement()
+{
+    pause.reset();
+    if (!std::exchange(isReplacing, false))
+        return;
+    std::erase_if(services, [](const Service& service) { return service.sightings.empty(); });
+    setChanged();
+}
+
+void ServiceBrowse::failed(DnsSdError error)
+{
+    link.end(id);
+    id = 0;
+    if (error == DnsSdError::InvalidType || error == DnsSdError::InvalidName) {
+        hasFailed = true;
+        report.deliver({DnsSd::BrowseUpdate::State::Failed, error, {}});
+        return;
+    }
+    wait(error);
+    queue.asyncAfter(pause.next(), [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (self && self->id == 0 && self->link.isUp())
+            self->ask();
+    });
+}
+
+void ServiceBrowse::wait(std::error_code error)
+{
+    forgetSightings();
+    report.deliver({DnsSd::BrowseUpdate::State::Waiting, error, {}});
+}
+
+void ServiceBrowse::setChanged()
+{
+    isChanged = true;
+    // By way of the queue, so that events that come together make one set.
+    scheduleFlush(std::chrono::milliseconds(0));
+}
+
+void ServiceBrowse::scheduleFlush(std::chrono::milliseconds delay)
+{
+    if (std::exchange(isScheduled, true))
+        return;
+    auto work = [weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->isScheduled = false;
+            self->flush();
+        }
+    };
+    if (delay.count() > 0)
+        queue.asyncAfter(delay, std::move(work));
+    else
+        queue.async(std::move(work));
+}
+
+void ServiceBrowse::flush()
+{
+    if (id == 0 || isReplacing || !std::exchange(isChanged, false))
+        return;
+    std::vector<ServiceEndpoint> set;
+    for (Service& service : services) {
+        if (!service.location) {
+            const ServiceEndpoint& endpoint = service.endpoint;
+            service.location = locations.ask({endpoint.name, endpoint.type, endpoint.domain});
+            service.location->addObserver(*this);
+        }
+        updateLife(service);
+        if (!service.isLost)
+            set.push_back(service.endpoint);
+    }
+    if (set != lastSet) {
+        lastSet = set;
+        scheduleFlush(kSetInterval);
+    }
+    report.deliver({DnsSd::BrowseUpdate::State::Ready, {}, std::move(set)});
+}
+
+void ServiceBrowse::updateLife(Service& service)
+{
+    if (!service.location)
+        return;
+    if (!service.location->records().empty())
+        service.isLost = false;
+    else if (service.location->isLost())
+        service.isLost = true;
+}
+
+void ServiceBrowse::letGo(Service& service)
+{
+    if (service.location)
+        service.location->removeObserver(*this);
+    service.location = nullptr;
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,136 @@
+#include "platform/linux/linux_platform.h"
+
+#include "platform/dispatch/dispatch_pool.h"
+#include "platform/dnssd/browser.h"
+#include "platform/dnssd/dns_sd_center.h"
+#include "platform/dnssd/net_service.h"
+#include "platform/netlink/netlink_monitor.h"
+#include "platform/tcp/tcp.h"
+
+#include <chrono>
+#include <mutex>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+constexpr std::chrono::milliseconds kFlushLimit{450};
+
+} // namespace
+
+class LinuxPlatform::Queues final : public Dispatch {
+public:
+    explicit Queues(std::shared_ptr<DispatchQueue> mainQueue) : main(std::move(mainQueue)) {}
+
+    std::shared_ptr<DispatchQueue> makeQueue(std::string label, QualityOfService qos) override
+    {
+        return pool.makeQueue(std::move(label), qos);
+    }
+
+    std::shared_ptr<DispatchQueue> mainQueue() override { return main; }
+
+    DispatchPool pool;
+
+private:
+    const std::shared_ptr<DispatchQueue> main;
+};
+
+/// A copy of the program that finds an older one running ends without ever having touched the
+/// network; so the backends are made when the first of them is asked for something.
+class LinuxPlatform::LazyNetwork final : public Network {
+public:
+    LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen)
+        : queues(platformQueues), mode(chosen)
+    {
+    }
+
+    std::shared_ptr<Listener> makeListener(const TcpParameters& parameters, std::uint16_t port,
+                                           std::error_code& error) override
+    {
+        return backends().tcp.makeListener(parameters, port, error);
+    }
+
+    std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
+                                               const TcpParameters& parameters) override
+    {
+        return backends().tcp.makeConnection(endpoint, parameters);
+    }
+
+    std::shared_ptr<Browser> makeBrowser(std::string type,
+                                         const TcpParameters& /*parameters*/) override
+    {
+        return quillbox::makeBrowser(*backends().dnsSd, std::move(type));
+    }
+
+    std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) override
+    {
+        return quillbox::makeNetService(*backends().dnsSd, queues.mainQueue(), service);
+    }
+
+    void shutDown()
+    {
+        // Whatever is not made yet is not made any more.
+        std::call_once(once, [] {});
+        if (made)
+            made->tcp.flush(kFlushLimit);
+        // Pending work is destroyed while all that it refers to is still there.
+        queues.pool.shutdown();
+        made = nullptr;
+    }
+
+private:
+    struct Backends {
+        Backends(Queues& queues, dnssd::DnsSdMode mode)
+            : monitor(makeNetworkMonitor(queues.pool)),
+              dnsSd(makeDnsSd(dnssd::makeEngine(mode),
+                              queues.pool.makeQueue("dns-sd", QualityOfService::Utility),
+                              *monitor)),
+              tcp(queues.pool, *dnsSd, *monitor)
+        {
+        }
+
+        const std::unique_ptr<NetworkMonitor> monitor;
+        const std::unique_ptr<DnsSd> dnsSd;
+        TcpNetwork tcp;
+    };
+
+    Backends& backends()
+    {
+        std::call_once(once, [this] { made = std::make_unique<Backends>(queues, mode); });
+        return *made;
+    }
+
+    Queues& queues;
+    const dnssd::DnsSdMode mode;
+    std::once_flag once;
+    std::unique_ptr<Backends> made;
+};
+
+LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode)
+    : queues_(std::make_unique<Queues>(std::move(mainQueue))),
+      network_(std::make_unique<LazyNetwork>(*queues_, mode))
+{
+}
+
+LinuxPlatform::~LinuxPlatform()
+{
+    shutDown();
+}
+
+Dispatch& LinuxPlatform::dispatch()
+{
+    return *queues_;
+}
+
+Network& LinuxPlatform::network()
+{
+    return *network_;
+}
+
+void LinuxPlatform::shutDown()
+{
+    network_->shutDown();
+}
+
+} // namespace quillbox

@@ -1,0 +1,41 @@
+#pragma once
+
+#include "platform/dispatch_queue.h"
+#include "platform/dnssd/automatic_engine.h"
+#include "platform/network.h"
+
+#include <memory>
+
+namespace quillbox {
+
+/// Queues and network of this computer: the backends of Linux, put together.
+///
+/// Cheap to make: the network is not watched, no packet is sent and no process is started before
+/// something is asked of `network()`.
+class LinuxPlatform final {
+public:
+    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode);
+
+    /// Shuts down.
+    ~LinuxPlatform();
+
+    LinuxPlatform(const LinuxPlatform&) = delete;
+    LinuxPlatform& operator=(const LinuxPlatform&) = delete;
+
+    Dispatch& dispatch();
+    Network& network();
+
+    /// The end, once everything has been cancelled and what `network()` made has been dropped:
+    /// delivers what the connections still have to send, and withdraws what is advertised, each
+    /// within half a second. Idempotent. What was made may outlive it, but is dead.
+    void shutDown();
+
+private:
+    class Queues;
+    class LazyNetwork;
+
+    const std::unique_ptr<Queues> queues_;
+    const std::unique_ptr<LazyNetwork> network_;
+};
+
+} // namespace quillbox

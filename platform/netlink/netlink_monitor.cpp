@@ -1,0 +1,225 @@
+#include "platform/netlink/netlink_monitor.h"
+
+#include "platform/dispatch/strand_queue.h"
+#include "platform/netlink/netlink_socket.h"
+
+#include <asio/bind_executor.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <iostream>
+#include <mutex>
+#include <utility>
+
+#include <ifaddrs.h>
+#include <net/if.h>
+#include <netinet/in.h>
+
+namespace quillbox {
+
+namespace {
+
+/// How long changes are gathered before they are told. A link that comes up causes a dozen.
+constexpr std::chrono::milliseconds kGatherTime{100};
+
+struct Subscriber {
+    std::shared_ptr<DispatchQueue> queue;
+    std::function<void()> changed;
+};
+
+/// The list of those to be told; it outlives the monitor for as long as a subscription holds it.
+class Subscribers final {
+public:
+    void add(const std::shared_ptr<Subscriber>& subscriber)
+    {
+        const std::lock_guard lock(mutex_);
+        std::erase_if(all_, [](const auto& each) { return each.expired(); });
+        all_.push_back(subscriber);
+    }
+
+    void tell()
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& each : all_) {
+            if (const auto subscriber = each.lock())
+                subscriber->queue->async([each] {
+                    if (const auto stillThere = each.lock())
+                        stillThere->changed();
+                });
+        }
+    }
+
+private:
+    std::mutex mutex_;
+    std::vector<std::weak_ptr<Subscriber>> all_;
+};
+
+class HeldSubscription final : public NetworkMonitor::Subscription {
+public:
+    explicit HeldSubscription(std::shared_ptr<Subscriber> subscriber)
+        : subscriber_(std::move(subscriber))
+    {
+    }
+
+private:
+    const std::shared_ptr<Subscriber> subscriber_;
+};
+
+/// Reads the socket, on a strand of its own. Its pending waits keep it, until it is closed.
+class RouteReader final : public std::enable_shared_from_this<RouteReader> {
+public:
+    RouteReader(std::shared_ptr<PoolContext> context, std::shared_ptr<Subscribers> subscribers)
+        : context_(std::move(context)),
+          strand_(context_->makeStrand()),
+          socket_(*context_),
+          timer_(*context_),
+          subscribers_(std::move(subscribers))
+    {
+    }
+
+    void open()
+    {
+        std::error_code error;
+        const int descriptor = openRouteSocket(error);
+        if (!error)
+            socket_.assign(descriptor, error);
+        if (error) {
+            std::cerr << "quillbox-helper: network changes cannot be watched: " << error.message()
+                      << '\n';
+            return;
+        }
+        asio::post(strand_, [self = shared_from_this()] { self->wait(); });
+    }
+
+    void close()
+    {
+        asio::post(strand_, [self = shared_from_this()] {
+            std::error_code ignored;
+            self->socket_.close(ignored);
+            self->timer_.cancel();
+        });
+    }
+
+private:
+    void wait()
+    {
+        socket_.async_wait(
+            asio::posix::stream_descriptor::wait_read,
+            asio::bind_executor(strand_, [self = shared_from_this()](const std::error_code& error) {
+                if (!error)
+                    self->read();
+            }));
+    }
+
+    /// Reads until nothing is left: waiting with unread messages would return at once, for ever.
+    void read()
+    {
+        while (true) {
+            switch (readRouteNews(socket_.native_handle())) {
+            case RouteNews::Other:
+                break;
+            case RouteNews::Changed:
+                gather();
+                break;
+            case RouteNews::None:
+                wait();
+                return;
+            case RouteNews::Broken:
+                std::cerr << "quillbox-helper: network changes are no longer watched\n";
+                return;
+            }
+        }
+    }
+
+    void gather()
+    {
+        if (std::exchange(isGathering_, true))
+            return;
+        timer_.expires_after(kGatherTime);
+        timer_.async_wait(
+            asio::bind_executor(strand_, [self = shared_from_this()](const std::error_code& error) {
+                self->isGathering_ = false;
+                if (!error)
+                    self->subscribers_->tell();
+            }));
+    }
+
+    const std::shared_ptr<PoolContext> context_;
+    const Strand strand_;
+    asio::posix::stream_descriptor socket_;
+    asio::steady_timer timer_;
+    const std::shared_ptr<Subscribers> subscribers_;
+    bool isGathering_ = false;
+};
+
+SocketAddress toSocketAddress(const sockaddr* address)
+{
+    const auto size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+    SocketAddress result(size);
+    std::memcpy(result.data(), address, size);
+    return result;
+}
+
+class NetlinkMonitor final : public NetworkMonitor {
+public:
+    explicit NetlinkMonitor(DispatchPool& pool)
+        : subscribers_(std::make_shared<Subscribers>()),
+          reader_(std::make_shared<RouteReader>(pool.context(), subscribers_))
+    {
+        reader_->open();
+    }
+
+    ~NetlinkMonitor() override { reader_->close(); }
+
+    NetlinkMonitor(const NetlinkMonitor&) = delete;
+    NetlinkMonitor& operator=(const NetlinkMonitor&) = delete;
+
+    std::vector<InterfaceAddress> addresses() const override
+    {
+        ifaddrs* first = nullptr;
+        if (::getifaddrs(&first) != 0)
+            return {};
+        const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(first, &::freeifaddrs);
+        std::vector<InterfaceAddress> result;
+        for (const auto* each = first; each != nullptr; each = each->ifa_next) {
+            if (each->ifa_addr == nullptr || (each->ifa_flags & IFF_UP) == 0)
+                continue;
+            const int family = each->ifa_addr->sa_family;
+            if (family != AF_INET && family != AF_INET6)
+                continue;
+            result.push_back({.interfaceIndex = static_cast<int>(::if_nametoindex(each->ifa_name)),
+                              .interfaceName = each->ifa_name,
+                              .isLoopback = (each->ifa_flags & IFF_LOOPBACK) != 0,
+                              .address = toSocketAddress(each->ifa_addr)});
+        }
+        std::stable_sort(result.begin(), result.end(), [](const auto& a, const auto& b) {
+            return a.interfaceIndex < b.interfaceIndex;
+        });
+        return result;
+    }
+
+    std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
+                                            std::function<void()> changed) override
+    {
+        auto subscriber = std::make_shared<Subscriber>(Subscriber{std::move(queue),
+                                                                  std::move(changed)});
+        subscribers_->add(subscriber);
+        return std::make_unique<HeldSubscription>(std::move(subscriber));
+    }
+
+private:
+    const std::shared_ptr<Subscribers> subscribers_;
+    const std::shared_ptr<RouteReader> reader_;
+};
+
+} // namespace
+
+std::unique_ptr<NetworkMonitor> makeNetworkMonitor(DispatchPool& pool)
+{
+    return std::make_unique<NetlinkMonitor>(pool);
+}
+
+} // namespace quillbox

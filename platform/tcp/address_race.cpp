@@ -1,0 +1,245 @@
+#include "platform/tcp/address_race.h"
+
+#include "platform/tcp/socket_address.h"
+#include "platform/tcp/socket_calls.h"
+
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
+
+#include <algorithm>
+#include <utility>
+
+#include <sys/socket.h>
+
+namespace quillbox {
+
+struct AddressRace::Entry {
+    enum class State { Untried, Trying, Lost };
+
+    explicit Entry(Candidate wanted) : candidate(std::move(wanted)) {}
+
+    const Candidate candidate;
+    State state = State::Untried;
+    bool isGone = false; ///< no longer in the set
+    std::unique_ptr<Socket> socket;
+    std::error_code error;
+};
+
+namespace {
+
+/// A host that answers with a refusal is there: to try again would be to insist. Without
+/// descriptors or memory there is no dialling at all, and whoever waits had better give way.
+bool isFinal(const std::error_code& error)
+{
+    return error == std::errc::connection_refused || error == std::errc::connection_reset
+           || error == std::errc::too_many_files_open
+           || error == std::errc::too_many_files_open_in_system
+           || error == std::errc::no_buffer_space || error == std::errc::not_enough_memory;
+}
+
+} // namespace
+
+AddressRace::AddressRace(std::shared_ptr<TcpContext> context, Strand strand, Handlers handlers)
+    : context_(std::move(context)),
+      strand_(std::move(strand)),
+      timer_(*context_->pool),
+      handlers_(std::move(handlers))
+{
+}
+
+AddressRace::~AddressRace()
+{
+    closeAll();
+}
+
+void AddressRace::setCandidates(const std::vector<Candidate>& candidates)
+{
+    for (const auto& entry : entries_)
+        entry->isGone = std::find(candidates.begin(), candidates.end(), entry->candidate)
+                        == candidates.end();
+    std::erase_if(entries_, [](const auto& entry) {
+        return entry->isGone && entry->state != Entry::State::Trying;
+    });
+    for (const auto& candidate : candidates) {
+        const bool isKnown
+            = std::any_of(entries_.begin(), entries_.end(), [&candidate](const auto& entry) {
+                  return entry->candidate == candidate;
+              });
+        if (!isKnown)
+            entries_.push_back(std::make_shared<Entry>(candidate));
+    }
+    advanceSoon();
+}
+
+void AddressRace::restart()
+{
+    for (const auto& entry : entries_) {
+        if (entry->state == Entry::State::Lost)
+            entry->state = Entry::State::Untried;
+    }
+    advanceSoon();
+}
+
+void AddressRace::stop()
+{
+    isStopped_ = true;
+    timer_.cancel();
+    closeAll();
+    winner_.reset();
+    handlers_ = {};
+}
+
+/// A pending attempt holds its entry; only closing the socket ends it.
+void AddressRace::closeAll()
+{
+    for (const auto& entry : entries_)
+        entry->socket.reset();
+    entries_.clear();
+}
+
+/// Advances in a turn of its own, so that no handler is called inside a call.
+void AddressRace::advanceSoon()
+{
+    if (isStopped_ || std::exchange(isAdvancing_, true))
+        return;
+    asio::post(strand_, [self = shared_from_this()] {
+        self->isAdvancing_ = false;
+        self->advance();
+    });
+}
+
+void AddressRace::advance()
+{
+    while (!isStopped_ && !winner_ && tryingCount() < kMostAtOnce) {
+        const auto next = takeNext();
+        if (!next)
+            break;
+        dial(next);
+        if (next->state == Entry::State::Trying) {
+            startNextLater();
+            return;
+        }
+    }
+    if (isStopped_)
+        return;
+    if (winner_) {
+        const auto won = handlers_.won;
+        auto socket = std::move(winner_);
+        stop();
+        won(std::move(socket));
+        return;
+    }
+    if (tryingCount() == 0)
+        tellLost();
+}
+
+void AddressRace::startNextLater()
+{
+    timer_.expires_after(kStagger);
+    timer_.async_wait(asio::bind_executor(
+        strand_, [weak = weak_from_this()](const std::error_code& error) {
+            const auto self = weak.lock();
+            if (self && !error)
+                self->advance();
+        }));
+}
+
+/// The first that was not tried, of another family than the last one if there is one; IPv6 begins.
+std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
+{
+    const int preferred = lastFamily_ == AF_INET6 ? AF_INET : AF_INET6;
+    std::shared_ptr<Entry> next;
+    for (const auto& entry : entries_) {
+        if (entry->state != Entry::State::Untried)
+            continue;
+        const bool isPreferred = familyOf(entry->candidate.address) == preferred;
+        if (!next || isPreferred)
+            next = entry;
+        if (isPreferred)
+            break;
+    }
+    if (next)
+        lastFamily_ = familyOf(next->candidate.address);
+    return next;
+}
+
+void AddressRace::dial(const std::shared_ptr<Entry>& entry)
+{
+    const auto& [address, origin] = entry->candidate;
+    OwnAddresses own;
+    own.isOwnPort = context_->ownPorts.contains(portOf(address));
+    if (own.isOwnPort)
+        own.addresses = context_->monitor.addresses();
+    if (!isDialable(address, origin, own)) {
+        // What the user typed is refused; what a stranger sent is as if it were not there.
+        const bool isTyped = origin == AddressOrigin::Typed;
+        settle(entry, isTyped ? std::make_error_code(std::errc::connection_refused)
+                              : std::make_error_code(std::errc::address_not_available));
+        return;
+    }
+    std::error_code error;
+    const int descriptor = openStreamSocket(familyOf(address), error);
+    if (!error)
+        entry->socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
+    if (!entry->socket) {
+        settle(entry, error ? error : std::make_error_code(std::errc::not_enough_memory));
+        return;
+    }
+    setConnectionOptions(descriptor);
+    error = beginConnect(descriptor, address);
+    if (error != std::errc::operation_in_progress) {
+        settle(entry, error);
+        return;
+    }
+    entry->state = Entry::State::Trying;
+    entry->socket->waitWritable(
+        strand_, [weak = weak_from_this(), entry](const std::error_code& failure) {
+            const auto self = weak.lock();
+            if (!self || self->isStopped_ || failure)
+                return;
+            self->settle(entry, takeSocketError(entry->socket->descriptor()));
+            self->advance();
+        });
+}
+
+/// An attempt is over, with a connection or an error.
+void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code error)
+{
+    if (!error && isSelfConnected(entry->socket->descriptor()))
+        error = std::make_error_code(std::errc::connection_refused);
+    entry->state = Entry::State::Lost;
+    entry->error = error;
+    if (!error) {
+        winner_ = std::move(entry->socket);
+        return;
+    }
+    lastError_ = error;
+    entry->socket.reset();
+    if (entry->isGone)
+        std::erase(entries_, entry);
+}
+
+std::size_t AddressRace::tryingCount() const
+{
+    return static_cast<std::size_t>(
+        std::count_if(entries_.begin(), entries_.end(),
+                      [](const auto& entry) { return entry->state == Entry::State::Trying; }));
+}
+
+void AddressRace::tellLost()
+{
+    Outcome outcome;
+    if (!entries_.empty())
+        outcome.error = lastError_;
+    for (const auto& entry : entries_) {
+        if (!isFinal(entry->error))
+            continue;
+        outcome = {.error = entry->error, .isFinal = true};
+        break;
+    }
+    timer_.cancel();
+    const auto lost = handlers_.lost;
+    lost(outcome);
+}
+
+} // namespace quillbox

@@ -1,0 +1,235 @@
+#include "platform/tcp/connector.h"
+
+#include "platform/tcp/socket_address.h"
+
+#include <asio/bind_executor.hpp>
+#include <asio/error.hpp>
+#include <asio/post.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <string_view>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// The name without a final dot when it belongs to multicast DNS (RFC 6762, section 3).
+std::optional<std::string> multicastName(const std::string& host)
+{
+    constexpr std::string_view kSuffix = ".local";
+    std::string name = host;
+    if (!name.empty() && name.back() == '.')
+        name.pop_back();
+    if (name.size() <= kSuffix.size())
+        return std::nullopt;
+    const bool isLocal
+        = std::equal(kSuffix.rbegin(), kSuffix.rend(), name.rbegin(), [](char wanted, char given) {
+              return std::tolower(static_cast<unsigned char>(given)) == wanted;
+          });
+    return isLocal ? std::optional(name) : std::nullopt;
+}
+
+} // namespace
+
+Connector::Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<DispatchQueue> queue,
+                     Endpoint endpoint, Handlers handlers)
+    : context_(std::move(context)),
+      queue_(std::move(queue)),
+      endpoint_(std::move(endpoint)),
+      handlers_(std::move(handlers)),
+      timer_(*context_->pool)
+{
+}
+
+void Connector::start()
+{
+    race_ = std::make_shared<AddressRace>(
+        context_, strandOf(*queue_),
+        AddressRace::Handlers{
+            .won =
+                [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
+                    const auto self = weak.lock();
+                    if (!self || !self->race_)
+                        return;
+                    const auto connected = self->handlers_.connected;
+                    self->stop();
+                    connected(std::move(socket));
+                },
+            .lost =
+                [weak = weak_from_this()](const AddressRace::Outcome& outcome) {
+                    if (const auto self = weak.lock())
+                        self->lose(outcome);
+                }});
+    networkChanges_ = context_->monitor.subscribe(queue_, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self || !self->race_)
+            return;
+        self->pause_ = kFirstPause;
+        self->retry();
+    });
+    findAddresses();
+}
+
+void Connector::stop()
+{
+    if (!race_)
+        return;
+    timer_.cancel();
+    ask_.reset();
+    networkChanges_.reset();
+    std::exchange(race_, nullptr)->stop();
+    handlers_ = {};
+}
+
+void Connector::findAddresses()
+{
+    const auto* host = endpoint_.host();
+    if (host == nullptr || multicastName(host->host)) {
+        resolveByDnsSd();
+        return;
+    }
+    if (const auto address = parseNumericHost(host->host, host->port)) {
+        isSettled_ = true;
+        setCandidates({{.address = *address, .origin = AddressOrigin::Typed}});
+        return;
+    }
+    lookUp(*host);
+}
+
+void Connector::resolveByDnsSd()
+{
+    auto handler = [weak = weak_from_this()](const DnsSd::ResolveUpdate& update) {
+        const auto self = weak.lock();
+        if (self && self->race_)
+            self->takeResolved(update);
+    };
+    if (const auto* service = endpoint_.service())
+        ask_ = context_->dnsSd.resolve(*service, queue_, std::move(handler));
+    else
+        ask_ = context_->dnsSd.resolveHost(*multicastName(endpoint_.host()->host), queue_,
+                                           std::move(handler));
+}
+
+void Connector::lookUp(const HostEndpoint& host)
+{
+    if (std::exchange(isLookingUp_, true))
+        return;
+    context_->hosts->lookUp(
+        host.host, [weak = weak_from_this()](const std::vector<SocketAddress>& addresses,
+                                             std::error_code error) {
+            const auto self = weak.lock();
+            if (!self)
+                return;
+            asio::post(strandOf(*self->queue_), [weak, addresses, error] {
+                const auto connector = weak.lock();
+                if (connector && connector->race_)
+                    connector->takeLookedUp(addresses, error);
+            });
+        });
+}
+
+void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::error_code error)
+{
+    isLookingUp_ = false;
+    isSettled_ = true;
+    sourceError_ = error;
+    std::vector<Candidate> candidates;
+    for (const auto& address : addresses)
+        candidates.push_back({.address = withPort(address, endpoint_.host()->port),
+                              .origin = AddressOrigin::Typed});
+    setCandidates(candidates);
+    race_->restart();
+}
+
+void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
+{
+    // Without an engine there is nothing to wait for; the next update tells when there is.
+    isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
+    sourceError_ = update.error;
+    std::vector<Candidate> candidates;
+    for (const auto& found : update.addresses) {
+        const auto* host = endpoint_.host();
+        candidates.push_back(
+            {.address = host != nullptr ? withPort(found.address, host->port) : found.address,
+             .origin = originOf(found)});
+    }
+    setCandidates(candidates);
+    if (waitingError_) {
+        pause_ = kFirstPause;
+        race_->restart();
+    }
+}
+
+/// Where a record arrived matters for loopback addresses alone.
+AddressOrigin Connector::originOf(const DnsSd::FoundAddress& found) const
+{
+    if (!isLoopback(found.address))
+        return AddressOrigin::DnsSd;
+    const auto own = context_->monitor.addresses();
+    const bool isFromLoopback
+        = std::any_of(own.begin(), own.end(), [&found](const InterfaceAddress& each) {
+              return each.isLoopback && each.interfaceIndex == found.interfaceIndex;
+          });
+    return isFromLoopback ? AddressOrigin::DnsSdOnLoopback : AddressOrigin::DnsSd;
+}
+
+void Connector::setCandidates(const std::vector<Candidate>& candidates)
+{
+    hasCandidates_ = !candidates.empty();
+    race_->setCandidates(candidates);
+}
+
+void Connector::lose(const AddressRace::Outcome& outcome)
+{
+    // More addresses may be on their way; the next update brings us here again.
+    if (!race_ || !isSettled_ || isLookingUp_)
+        return;
+    if (outcome.isFinal) {
+        fail(outcome.error);
+        return;
+    }
+    if (outcome.error)
+        wait(outcome.error);
+    else
+        wait(sourceError_ ? sourceError_ : asio::error::host_not_found);
+}
+
+void Connector::fail(std::error_code error)
+{
+    const auto failed = handlers_.failed;
+    stop();
+    failed(error);
+}
+
+void Connector::wait(std::error_code error)
+{
+    // What DNS-SD does not know it tells by itself once it does.
+    if (hasCandidates_ || !ask_) {
+        timer_.expires_after(pause_);
+        pause_ = std::min<std::chrono::milliseconds>(pause_ * 2, kLongestPause);
+        timer_.async_wait(asio::bind_executor(
+            strandOf(*queue_), [weak = weak_from_this()](const std::error_code& failure) {
+                const auto self = weak.lock();
+                if (self && self->race_ && !failure)
+                    self->retry();
+            }));
+    }
+    if (std::exchange(waitingError_, error) == error)
+        return;
+    const auto waiting = handlers_.waiting;
+    waiting(error);
+}
+
+void Connector::retry()
+{
+    const auto* host = endpoint_.host();
+    const bool isLookedUp = host != nullptr && !ask_ && !parseNumericHost(host->host, host->port);
+    if (isLookedUp)
+        lookUp(*host);
+    else
+        race_->restart();
+}
+
+} // namespace quillbox

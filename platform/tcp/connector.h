@@ -1,0 +1,81 @@
+#pragma once
+
+#include "platform/dispatch_queue.h"
+#include "platform/dnssd/dns_sd.h"
+#include "platform/endpoint.h"
+#include "platform/network_monitor.h"
+#include "platform/tcp/address_race.h"
+#include "platform/tcp/tcp_context.h"
+
+#include <asio/steady_timer.hpp>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace quillbox {
+
+/// Finds the addresses of an endpoint and races them until one connects. What cannot be reached at
+/// present is tried again when the network or the endpoint's records change, and after a pause that
+/// grows from one second to half a minute: a phone that wakes up gives no event.
+///
+/// Lives on its queue. The handlers are called there, never inside a call.
+class Connector final : public std::enable_shared_from_this<Connector> {
+public:
+    static constexpr std::chrono::seconds kFirstPause{1};
+    static constexpr std::chrono::seconds kLongestPause{30};
+
+    struct Handlers {
+        /// Nothing can be reached; told again only with another error.
+        std::function<void(std::error_code)> waiting;
+        /// The end, one way or the other.
+        std::function<void(std::unique_ptr<Socket>)> connected;
+        std::function<void(std::error_code)> failed;
+    };
+
+    Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<DispatchQueue> queue,
+              Endpoint endpoint, Handlers handlers);
+
+    Connector(const Connector&) = delete;
+    Connector& operator=(const Connector&) = delete;
+
+    /// Called once.
+    void start();
+
+    /// Ends everything; no handler is called any more. Idempotent.
+    void stop();
+
+private:
+    void findAddresses();
+    void resolveByDnsSd();
+    void lookUp(const HostEndpoint& host);
+    void takeLookedUp(const std::vector<SocketAddress>& addresses, std::error_code error);
+    void takeResolved(const DnsSd::ResolveUpdate& update);
+    AddressOrigin originOf(const DnsSd::FoundAddress& found) const;
+    void setCandidates(const std::vector<Candidate>& candidates);
+    void lose(const AddressRace::Outcome& outcome);
+    void fail(std::error_code error);
+    void wait(std::error_code error);
+    void retry();
+
+    const std::shared_ptr<TcpContext> context_;
+    const std::shared_ptr<DispatchQueue> queue_;
+    const Endpoint endpoint_;
+    Handlers handlers_;
+    asio::steady_timer timer_;
+    std::shared_ptr<AddressRace> race_; ///< none before the start and after the end
+    std::unique_ptr<DnsSd::Ask> ask_;
+    std::unique_ptr<NetworkMonitor::Subscription> networkChanges_;
+    std::chrono::milliseconds pause_ = kFirstPause;
+    std::optional<std::error_code> waitingError_; ///< set while nothing can be reached
+    std::error_code sourceError_;
+    bool isSettled_ = false; ///< whether all addresses that there are have been found
+    bool isLookingUp_ = false;
+    bool hasCandidates_ = false;
+};
+
+} // namespace quillbox

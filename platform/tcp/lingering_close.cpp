@@ -1,0 +1,161 @@
+#include "platform/tcp/lingering_close.h"
+
+#include "platform/tcp/socket_calls.h"
+
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::size_t kDiscardLimit = 64UL * 1024 * 1024;
+constexpr std::size_t kDiscardAtOnce = 1024UL * 1024;
+constexpr auto kPatience = std::chrono::seconds(30);
+
+/// The kernel gives no event for the last acknowledgement; it is asked at growing intervals.
+constexpr std::chrono::milliseconds kFirstLook{2};
+constexpr std::chrono::milliseconds kLongestLook{500};
+
+/// On a strand of its own; its pending waits keep it.
+class LingeringClose final : public std::enable_shared_from_this<LingeringClose> {
+public:
+    LingeringClose(std::shared_ptr<PoolContext> pool, std::unique_ptr<Socket> socket, Unsent unsent)
+        : pool_(std::move(pool)),
+          strand_(pool_->makeStrand()),
+          timer_(*pool_),
+          socket_(std::move(socket)),
+          unsent_(std::move(unsent))
+    {
+    }
+
+    void start()
+    {
+        asio::post(strand_, [self = shared_from_this()] {
+            self->sendRest();
+            self->discard();
+            self->look();
+        });
+    }
+
+private:
+    void sendRest()
+    {
+        const auto bytes = unsent_.content.bytes();
+        while (socket_ && !unsent_.isNothing()) {
+            const auto sent = sendSome(socket_->descriptor(), bytes.subspan(unsent_.offset));
+            unsent_.offset += sent.count;
+            if (sent.wouldBlock()) {
+                socket_->waitWritable(strand_,
+                                      [self = shared_from_this()](const std::error_code& error) {
+                                          if (!error)
+                                              self->sendRest();
+                                      });
+                return;
+            }
+            if (sent.error)
+                finish();
+        }
+        if (!socket_)
+            return;
+        unsent_ = {};
+        shutDownSending(socket_->descriptor());
+    }
+
+    void discard()
+    {
+        if (!socket_)
+            return;
+        const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
+        discarded_ += read.count;
+        // The end of the peer's stream stays readable for ever: there is nothing more to wait for.
+        if (read.isEnd())
+            return;
+        if ((read.error && !read.wouldBlock()) || discarded_ > kDiscardLimit) {
+            finish();
+            return;
+        }
+        auto next = [self = shared_from_this()](const std::error_code& error) {
+            if (!error)
+                self->discard();
+        };
+        if (read.wouldBlock())
+            socket_->waitReadable(strand_, std::move(next));
+        else
+            asio::post(strand_, [next = std::move(next)] { next({}); });
+    }
+
+    void look()
+    {
+        if (!socket_)
+            return;
+        const auto unacknowledged = unacknowledgedBytes(socket_->descriptor());
+        const bool isDelivered = unsent_.isNothing() && unacknowledged == 0;
+        if (isDelivered || isDead(socket_->descriptor())) {
+            finish();
+            return;
+        }
+        const auto now = Clock::now();
+        const auto progress = std::pair(unsent_.offset, unacknowledged);
+        if (std::exchange(lastProgress_, progress) != progress)
+            deadline_ = now + kPatience;
+        if (now >= deadline_) {
+            finish();
+            return;
+        }
+        timer_.expires_after(pause_);
+        pause_ = std::min(pause_ * 2, kLongestLook);
+        timer_.async_wait(
+            asio::bind_executor(strand_, [self = shared_from_this()](const std::error_code& error) {
+                if (!error)
+                    self->look();
+            }));
+    }
+
+    /// What lies unread is taken first, for it would turn the close into a reset.
+    void finish()
+    {
+        while (discarded_ <= kDiscardLimit) {
+            const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
+            if (read.count == 0)
+                break;
+            discarded_ += read.count;
+        }
+        timer_.cancel();
+        unsent_ = {};
+        socket_.reset();
+    }
+
+    const std::shared_ptr<PoolContext> pool_;
+    const Strand strand_;
+    asio::steady_timer timer_;
+    std::unique_ptr<Socket> socket_;
+    Unsent unsent_;
+    std::size_t discarded_ = 0;
+    std::chrono::milliseconds pause_ = kFirstLook;
+    std::pair<std::size_t, std::size_t> lastProgress_;
+    Clock::time_point deadline_ = Clock::now() + kPatience;
+};
+
+} // namespace
+
+void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
+                 Unsent unsent, bool hasSent)
+{
+    const int descriptor = socket->descriptor();
+    const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
+    if (isDelivered && (!hasSent || unreadBytes(descriptor) == 0))
+        return;
+    if (context->pool->isShutDown() || isDead(descriptor))
+        return;
+    auto closing
+        = std::make_shared<LingeringClose>(context->pool, std::move(socket), std::move(unsent));
+    closing->start();
+}
+
+} // namespace quillbox

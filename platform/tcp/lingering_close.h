@@ -1,0 +1,31 @@
+#pragma once
+
+#include "platform/content.h"
+#include "platform/tcp/socket.h"
+#include "platform/tcp/tcp_context.h"
+
+#include <cstddef>
+#include <memory>
+
+namespace quillbox {
+
+/// What a connection that is closed still owes its peer.
+struct Unsent {
+    Content content;
+    std::size_t offset = 0; ///< what of it has been sent
+
+    bool isNothing() const { return offset >= content.size(); }
+};
+
+/// Closes a connection without losing bytes that were accepted for sending: sends what is left,
+/// then the end of the stream, and closes once the peer's system has acknowledged all of it. A
+/// plain close would do, but for input that was not read or is yet to come: that makes the system
+/// reset the connection and throw away what it has not delivered.
+///
+/// Input is discarded meanwhile, 64 MiB at the most, and the whole ends when the peer accepts
+/// nothing for 30 seconds. Runs in the background on the pool; when there is nothing to wait for, the
+/// socket is closed before this returns.
+void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
+                 Unsent unsent, bool hasSent);
+
+} // namespace quillbox

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <set>
+
+namespace quillbox {
+
+/// The ports that listeners of this program hold. Thread-safe.
+class OwnPorts final {
+public:
+    void add(std::uint16_t port)
+    {
+        const std::lock_guard lock(mutex_);
+        ports_.insert(port);
+    }
+
+    void remove(std::uint16_t port)
+    {
+        const std::lock_guard lock(mutex_);
+        if (const auto position = ports_.find(port); position != ports_.end())
+            ports_.erase(position);
+    }
+
+    bool contains(std::uint16_t port) const
+    {
+        const std::lock_guard lock(mutex_);
+        return ports_.contains(port);
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::multiset<std::uint16_t> ports_; ///< a port can be listened on twice, when it is reused
+};
+
+} // namespace quillbox

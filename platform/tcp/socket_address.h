@@ -1,0 +1,22 @@
+#pragma once
+
+#include "platform/net_service.h"
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace quillbox {
+
+/// AF_INET or AF_INET6; AF_UNSPEC for bytes that are no such address.
+int familyOf(const SocketAddress& address);
+
+/// In host byte order; 0 for bytes that are no address.
+std::uint16_t portOf(const SocketAddress& address);
+
+SocketAddress withPort(SocketAddress address, std::uint16_t port);
+
+/// Reads a numeric host: "192.0.2.1", "::1", "[::1]", "fe80::1%eth0". None for a name.
+std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint16_t port);
+
+} // namespace quillbox

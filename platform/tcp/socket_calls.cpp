@@ -1,0 +1,211 @@
+#include "platform/tcp/socket_calls.h"
+
+#include "platform/tcp/socket_address.h"
+
+#include <algorithm>
+#include <cerrno>
+
+#include <linux/sockios.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr int kKeepAliveIdleSeconds = 60;
+constexpr int kKeepAliveIntervalSeconds = 15;
+constexpr int kKeepAliveProbes = 4;
+
+/// So many times a connection request is sent again before the attempt counts as timed out: some 20
+/// seconds. The system's own limit is more than two minutes, with pauses of up to one between the
+/// requests, in which a phone that wakes up would not be noticed.
+constexpr int kConnectRetries = 3;
+
+std::error_code lastError()
+{
+    return {errno, std::system_category()};
+}
+
+bool setOption(int socket, int level, int name, int value)
+{
+    return ::setsockopt(socket, level, name, &value, sizeof value) == 0;
+}
+
+Transfer toTransfer(ssize_t result)
+{
+    if (result >= 0)
+        return {.count = static_cast<std::size_t>(result), .error = {}};
+    return {.count = 0, .error = lastError()};
+}
+
+template <typename Call> Transfer uninterrupted(Call call)
+{
+    ssize_t result = 0;
+    do {
+        result = call();
+    } while (result < 0 && errno == EINTR);
+    return toTransfer(result);
+}
+
+std::size_t countOf(int socket, unsigned long request)
+{
+    int count = 0;
+    return ::ioctl(socket, request, &count) == 0 ? static_cast<std::size_t>(std::max(count, 0)) : 0;
+}
+
+int openListeningSocket(int family, std::uint16_t port, bool allowReuse, std::error_code& error)
+{
+    const int socket = openStreamSocket(family, error);
+    if (socket < 0)
+        return -1;
+    if (allowReuse)
+        setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+    sockaddr_storage any{};
+    socklen_t size = sizeof(sockaddr_in);
+    if (family == AF_INET6) {
+        setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
+        auto& ipv6 = reinterpret_cast<sockaddr_in6&>(any);
+        ipv6.sin6_family = AF_INET6;
+        ipv6.sin6_port = htons(port);
+        size = sizeof(sockaddr_in6);
+    } else {
+        auto& ipv4 = reinterpret_cast<sockaddr_in&>(any);
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_port = htons(port);
+    }
+    if (::bind(socket, reinterpret_cast<const sockaddr*>(&any), size) == 0
+        && ::listen(socket, SOMAXCONN) == 0)
+        return socket;
+    error = lastError();
+    ::close(socket);
+    return -1;
+}
+
+} // namespace
+
+int openStreamSocket(int family, std::error_code& error)
+{
+    const int socket = ::socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, IPPROTO_TCP);
+    error = socket < 0 ? lastError() : std::error_code();
+    return socket;
+}
+
+int acceptStreamSocket(int listener, std::error_code& error)
+{
+    const int socket = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    error = socket < 0 ? lastError() : std::error_code();
+    return socket;
+}
+
+void setConnectionOptions(int socket)
+{
+    // A failure of any of these leaves a connection that works.
+    setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+    setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
+    setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
+    setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    // Urgent data (RFC 6093) stays where it is in the stream, so that no byte is lost.
+    setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
+}
+
+int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error)
+{
+    const int socket = openListeningSocket(AF_INET6, port, allowReuse, error);
+    if (error == std::errc::address_family_not_supported
+        || error == std::errc::address_not_available)
+        return openListeningSocket(AF_INET, port, allowReuse, error);
+    return socket;
+}
+
+std::error_code beginConnect(int socket, const SocketAddress& address)
+{
+    setOption(socket, IPPROTO_TCP, TCP_SYNCNT, kConnectRetries);
+    const auto result = ::connect(socket, reinterpret_cast<const sockaddr*>(address.data()),
+                                  static_cast<socklen_t>(address.size()));
+    if (result == 0)
+        return {};
+    // An interrupted attempt goes on in the background all the same.
+    return errno == EINTR ? std::make_error_code(std::errc::operation_in_progress) : lastError();
+}
+
+bool isSelfConnected(int socket)
+{
+    SocketAddress local(sizeof(sockaddr_in6));
+    SocketAddress remote(sizeof(sockaddr_in6));
+    auto localSize = static_cast<socklen_t>(local.size());
+    auto remoteSize = static_cast<socklen_t>(remote.size());
+    if (::getsockname(socket, reinterpret_cast<sockaddr*>(local.data()), &localSize) != 0
+        || ::getpeername(socket, reinterpret_cast<sockaddr*>(remote.data()), &remoteSize) != 0)
+        return false;
+    return localSize == remoteSize && local == remote;
+}
+
+std::uint16_t localPort(int socket)
+{
+    SocketAddress local(sizeof(sockaddr_in6));
+    auto size = static_cast<socklen_t>(local.size());
+    if (::getsockname(socket, reinterpret_cast<sockaddr*>(local.data()), &size) != 0)
+        return 0;
+    local.resize(size);
+    return portOf(local);
+}
+
+std::error_code takeSocketError(int socket)
+{
+    int error = 0;
+    socklen_t size = sizeof error;
+    if (::getsockopt(socket, SOL_SOCKET, SO_ERROR, &error, &size) != 0)
+        return lastError();
+    return {error, std::system_category()};
+}
+
+Transfer receiveSome(int socket, std::span<std::byte> room)
+{
+    return uninterrupted([&] { return ::recv(socket, room.data(), room.size(), 0); });
+}
+
+Transfer sendSome(int socket, std::span<const std::byte> bytes)
+{
+    return uninterrupted([&] { return ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); });
+}
+
+Transfer peek(int socket)
+{
+    std::byte byte{};
+    return uninterrupted([&] { return ::recv(socket, &byte, 1, MSG_PEEK); });
+}
+
+Transfer discardSome(int socket, std::size_t limit)
+{
+    return uninterrupted([&] { return ::recv(socket, nullptr, limit, MSG_TRUNC); });
+}
+
+std::size_t unreadBytes(int socket)
+{
+    return countOf(socket, FIONREAD);
+}
+
+std::size_t unacknowledgedBytes(int socket)
+{
+    return countOf(socket, SIOCOUTQ);
+}
+
+bool isDead(int socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0
+           || info.tcpi_state == TCP_CLOSE;
+}
+
+void shutDownSending(int socket)
+{
+    ::shutdown(socket, SHUT_WR);
+}
+
+} // namespace quillbox

@@ -1,0 +1,41 @@
+#include "platform/tcp/tcp.h"
+
+#include "platform/tcp/tcp_connection.h"
+#include "platform/tcp/tcp_context.h"
+#include "platform/tcp/tcp_listener.h"
+
+namespace quillbox {
+
+TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor)
+    : context_(new TcpContext{.pool = pool.context(),
+                              .dnsSd = dnsSd,
+                              .monitor = monitor,
+                              .chunks = std::make_shared<ChunkPool>(),
+                              .sockets = std::make_shared<SocketLedger>(),
+                              .resets = std::make_shared<ResetWatch>(pool.context()),
+                              .hosts = std::make_shared<HostLookup>(),
+                              .ownPorts = {}})
+{
+    context_->resets->open();
+}
+
+TcpNetwork::~TcpNetwork() = default;
+
+std::shared_ptr<Listener> TcpNetwork::makeListener(const TcpParameters& parameters,
+                                                   std::uint16_t port, std::error_code& error)
+{
+    return makeTcpListener(context_, parameters, port, error);
+}
+
+std::shared_ptr<Connection> TcpNetwork::makeConnection(const Endpoint& endpoint,
+                                                       const TcpParameters&)
+{
+    return makeOutgoingConnection(context_, endpoint);
+}
+
+bool TcpNetwork::flush(std::chrono::milliseconds limit)
+{
+    return context_->sockets->waitUntilNoneIsOpen(limit);
+}
+
+} // namespace quillbox

@@ -1,0 +1,218 @@
+#include "platform/tcp/tcp_connection.h"
+
+#include "platform/tcp/connector.h"
+#include "platform/tcp/tcp_stream.h"
+
+#include <asio/post.hpp>
+
+#include <cassert>
+#include <optional>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// All that a connection is, on its queue. What is pending there holds it; it holds nothing of its
+/// owner but the handlers that the owner gave.
+class ConnectionCore final : public std::enable_shared_from_this<ConnectionCore> {
+public:
+    ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted,
+                   std::optional<Endpoint> endpoint)
+        : context_(std::move(context)),
+          accepted_(std::move(accepted)),
+          endpoint_(std::move(endpoint))
+    {
+    }
+
+    void setStateUpdateHandler(Connection::StateUpdateHandler handler)
+    {
+        handler_ = std::move(handler);
+    }
+
+    void start(std::shared_ptr<DispatchQueue> queue)
+    {
+        assert(queue_ == nullptr);
+        queue_ = std::move(queue);
+        if (isCancelled_)
+            reportCancelled();
+        else if (accepted_)
+            beReady(std::move(accepted_));
+        else
+            connect();
+    }
+
+    void receive(std::size_t minimum, std::size_t maximum,
+                 Connection::ReceiveCompletion completion)
+    {
+        if (stream_)
+            stream_->receive(minimum, maximum, std::move(completion));
+        else
+            post([completion = std::move(completion), error = refusal()] {
+                completion(Content(), false, error);
+            });
+    }
+
+    void send(Content content, Connection::SendCompletion completion)
+    {
+        if (stream_)
+            stream_->send(std::move(content), std::move(completion));
+        else
+            post([completion = std::move(completion), error = refusal()] { completion(error); });
+    }
+
+    void cancel()
+    {
+        if (std::exchange(isCancelled_, true))
+            return;
+        close();
+        if (queue_)
+            reportCancelled();
+    }
+
+    /// The owner is gone. From any thread.
+    void abandon()
+    {
+        if (!queue_) {
+            close();
+            return;
+        }
+        post([self = shared_from_this()] {
+            self->handler_ = nullptr;
+            self->isCancelled_ = true;
+            self->close();
+        });
+    }
+
+private:
+    template <typename Work> void post(Work work)
+    {
+        assert(queue_ != nullptr);
+        asio::post(strandOf(*queue_), std::move(work));
+    }
+
+    void report(Connection::State state, std::error_code error)
+    {
+        post([self = shared_from_this(), state, error] {
+            if (self->handler_)
+                self->handler_(state, error);
+        });
+    }
+
+    void reportCancelled()
+    {
+        post([self = shared_from_this()] {
+            if (const auto handler = std::exchange(self->handler_, nullptr))
+                handler(Connection::State::Cancelled, {});
+        });
+    }
+
+    void beReady(std::unique_ptr<Socket> socket)
+    {
+        connector_.reset();
+        stream_ = std::make_shared<TcpStream>(context_, strandOf(*queue_), std::move(socket));
+        report(Connection::State::Ready, {});
+        stream_->open([weak = weak_from_this()](std::error_code error) {
+            if (const auto self = weak.lock())
+                self->report(Connection::State::Failed, error);
+        });
+    }
+
+    void connect()
+    {
+        report(Connection::State::Preparing, {});
+        connector_ = std::make_shared<Connector>(
+            context_, queue_, *endpoint_,
+            Connector::Handlers{
+                .waiting =
+                    [weak = weak_from_this()](std::error_code error) {
+                        if (const auto self = weak.lock())
+                            self->report(Connection::State::Waiting, error);
+                    },
+                .connected =
+                    [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
+                        if (const auto self = weak.lock())
+                            self->beReady(std::move(socket));
+                    },
+                .failed =
+                    [weak = weak_from_this()](std::error_code error) {
+                        if (const auto self = weak.lock())
+                            self->report(Connection::State::Failed, error);
+                    }});
+        connector_->start();
+    }
+
+    /// The stream stays, to answer later calls with an error.
+    void close()
+    {
+        accepted_.reset();
+        if (connector_)
+            connector_->stop();
+        if (stream_)
+            stream_->close();
+    }
+
+    std::error_code refusal() const
+    {
+        return std::make_error_code(isCancelled_ ? std::errc::operation_canceled
+                                                 : std::errc::not_connected);
+    }
+
+    const std::shared_ptr<TcpContext> context_;
+    std::unique_ptr<Socket> accepted_; ///< until the start
+    const std::optional<Endpoint> endpoint_;
+    std::shared_ptr<DispatchQueue> queue_;
+    Connection::StateUpdateHandler handler_;
+    std::shared_ptr<Connector> connector_;
+    std::shared_ptr<TcpStream> stream_;
+    bool isCancelled_ = false;
+};
+
+class TcpConnection final : public Connection {
+public:
+    explicit TcpConnection(std::shared_ptr<ConnectionCore> core) : core_(std::move(core)) {}
+    ~TcpConnection() override { core_->abandon(); }
+
+    TcpConnection(const TcpConnection&) = delete;
+    TcpConnection& operator=(const TcpConnection&) = delete;
+
+    void setStateUpdateHandler(StateUpdateHandler handler) override
+    {
+        core_->setStateUpdateHandler(std::move(handler));
+    }
+
+    void start(std::shared_ptr<DispatchQueue> queue) override { core_->start(std::move(queue)); }
+
+    void receive(std::size_t minimum, std::size_t maximum, ReceiveCompletion completion) override
+    {
+        core_->receive(minimum, maximum, std::move(completion));
+    }
+
+    void send(Content content, SendCompletion completion) override
+    {
+        core_->send(std::move(content), std::move(completion));
+    }
+
+    void cancel() override { core_->cancel(); }
+
+private:
+    const std::shared_ptr<ConnectionCore> core_;
+};
+
+} // namespace
+
+std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
+                                                   std::unique_ptr<Socket> socket)
+{
+    return std::make_shared<TcpConnection>(
+        std::make_shared<ConnectionCore>(std::move(context), std::move(socket), std::nullopt));
+}
+
+std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
+                                                   const Endpoint& endpoint)
+{
+    return std::make_shared<TcpConnection>(
+        std::make_shared<ConnectionCore>(std::move(context), nullptr, endpoint));
+}
+
+} // namespace quillbox

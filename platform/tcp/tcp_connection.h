@@ -1,0 +1,21 @@
+#pragma once
+
+#include "platform/connection.h"
+#include "platform/endpoint.h"
+#include "platform/tcp/socket.h"
+#include "platform/tcp/tcp_context.h"
+
+#include <memory>
+
+namespace quillbox {
+
+/// A connection that a listener accepted; ready as soon as it is started. Dropped before that, it is
+/// closed.
+std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
+                                                   std::unique_ptr<Socket> socket);
+
+/// A connection to `endpoint`, which is dialled once it is started.
+std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
+                                                   const Endpoint& endpoint);
+
+} // namespace quillbox

@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/dispatch/strand_queue.h"
+#include "platform/dnssd/dns_sd.h"
+#include "platform/network_monitor.h"
+#include "platform/tcp/chunk_pool.h"
+#include "platform/tcp/host_lookup.h"
+#include "platform/tcp/own_ports.h"
+#include "platform/tcp/reset_watch.h"
+#include "platform/tcp/socket_ledger.h"
+
+#include <memory>
+
+namespace quillbox {
+
+/// What all listeners and connections of one `TcpNetwork` share. Every part is thread-safe.
+struct TcpContext {
+    ~TcpContext() { resets->close(); }
+
+    std::shared_ptr<PoolContext> pool;
+    DnsSd& dnsSd;
+    NetworkMonitor& monitor;
+    std::shared_ptr<ChunkPool> chunks;
+    std::shared_ptr<SocketLedger> sockets;
+    std::shared_ptr<ResetWatch> resets;
+    std::shared_ptr<HostLookup> hosts;
+    OwnPorts ownPorts;
+};
+
+} // namespace quillbox

@@ -1,0 +1,304 @@
+#include "platform/tcp/tcp_listener.h"
+
+#include "platform/tcp/socket.h"
+#include "platform/tcp/socket_calls.h"
+#include "platform/tcp/tcp_connection.h"
+
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
+
+#include <cassert>
+#include <cerrno>
+#include <iostream>
+#include <optional>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+constexpr std::chrono::milliseconds kAcceptPause{200};
+
+/// Accepted in one turn, so that a flood of connections does not keep the queue from its other work.
+constexpr int kAcceptAtOnce = 64;
+
+/// Errors of the one connection that was to be accepted (accept(2)): the next one may be well.
+bool isOfOneConnection(int error)
+{
+    switch (error) {
+    case EINTR:
+    case ECONNABORTED:
+    case EPROTO:
+    case EPERM:
+    case ENETDOWN:
+    case ENOPROTOOPT:
+    case EHOSTDOWN:
+    case ENONET:
+    case EHOSTUNREACH:
+    case EOPNOTSUPP:
+    case ENETUNREACH:
+    case ETIMEDOUT:
+        return true;
+    default:
+        return false;
+    }
+}
+
+/// All that a listener is, on its queue. What is pending there holds it; it holds nothing of its
+/// owner but the handlers that the owner gave.
+class ListenerCore final : public std::enable_shared_from_this<ListenerCore> {
+public:
+    ListenerCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> socket,
+                 std::uint16_t port)
+        : context_(std::move(context)),
+          socket_(std::move(socket)),
+          port_(port),
+          timer_(*context_->pool)
+    {
+        context_->ownPorts.add(port_);
+    }
+
+    ~ListenerCore() { closePort(); }
+
+    ListenerCore(const ListenerCore&) = delete;
+    ListenerCore& operator=(const ListenerCore&) = delete;
+
+    void setService(ServiceRegistration service) { service_ = std::move(service); }
+
+    void setNewConnectionHandler(Listener::NewConnectionHandler handler)
+    {
+        connectionHandler_ = std::move(handler);
+    }
+
+    void setStateUpdateHandler(Listener::StateUpdateHandler handler)
+    {
+        stateHandler_ = std::move(handler);
+    }
+
+    void start(std::shared_ptr<DispatchQueue> queue)
+    {
+        assert(queue_ == nullptr);
+        queue_ = std::move(queue);
+        if (isCancelled_) {
+            reportCancelled();
+            return;
+        }
+        if (service_)
+            registration_ = context_->dnsSd.registerService(
+                *service_, port_, queue_,
+                [weak = weak_from_this()](const DnsSd::RegistrationUpdate& update) {
+                    if (const auto self = weak.lock())
+                        self->takeRegistration(update);
+                });
+        else
+            report(Listener::State::Ready, {});
+        post([self = shared_from_this()] { self->accept(); });
+    }
+
+    void cancel()
+    {
+        if (std::exchange(isCancelled_, true))
+            return;
+        close();
+        if (queue_)
+            reportCancelled();
+    }
+
+    /// The owner is gone. From any thread.
+    void abandon()
+    {
+        if (!queue_) {
+            close();
+            return;
+        }
+        post([self = shared_from_this()] {
+            self->stateHandler_ = nullptr;
+            self->isCancelled_ = true;
+            self->close();
+        });
+    }
+
+private:
+    template <typename Work> void post(Work work)
+    {
+        asio::post(strandOf(*queue_), std::move(work));
+    }
+
+    /// A state is told once, and again only with another error.
+    void report(Listener::State state, std::error_code error)
+    {
+        const auto report = std::pair(state, error);
+        if (std::exchange(lastReport_, report) == report)
+            return;
+        post([self = shared_from_this(), state, error] {
+            if (self->stateHandler_)
+                self->stateHandler_(state, error);
+        });
+    }
+
+    void reportCancelled()
+    {
+        post([self = shared_from_this()] {
+            if (const auto handler = std::exchange(self->stateHandler_, nullptr))
+                handler(Listener::State::Cancelled, {});
+        });
+    }
+
+    void takeRegistration(const DnsSd::RegistrationUpdate& update)
+    {
+        if (isCancelled_ || hasFailed_)
+            return;
+        switch (update.state) {
+        case DnsSd::RegistrationUpdate::State::Waiting:
+            report(Listener::State::Waiting, update.error);
+            return;
+        case DnsSd::RegistrationUpdate::State::Ready:
+            report(Listener::State::Ready, {});
+            return;
+        case DnsSd::RegistrationUpdate::State::Failed:
+            hasFailed_ = true;
+            close();
+            report(Listener::State::Failed, update.error);
+            return;
+        }
+    }
+
+    void accept()
+    {
+        for (int count = 0; socket_ && count < kAcceptAtOnce; ++count) {
+            std::error_code error;
+            const int descriptor = acceptStreamSocket(socket_->descriptor(), error);
+            if (!error) {
+                isOutOfResources_ = false;
+                takeConnection(descriptor);
+            } else if (error == std::errc::operation_would_block) {
+                socket_->waitReadable(strandOf(*queue_), [self = shared_from_this()](
+                                                             const std::error_code& failure) {
+                    if (!failure)
+                        self->accept();
+                });
+                return;
+            } else if (!isOfOneConnection(error.value())) {
+                pauseAccepting(error);
+                return;
+            }
+        }
+        if (socket_)
+            post([self = shared_from_this()] { self->accept(); });
+    }
+
+    /// The handler may cancel the listener, or drop it.
+    void takeConnection(int descriptor)
+    {
+        setConnectionOptions(descriptor);
+        auto socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
+        if (!socket || !connectionHandler_)
+            return;
+        const auto handler = connectionHandler_;
+        handler(makeAcceptedConnection(context_, std::move(socket)));
+    }
+
+    /// Waiting for connections would return at once, over and over: they are there already.
+    void pauseAccepting(std::error_code error)
+    {
+        if (!std::exchange(isOutOfResources_, true))
+            std::cerr << "quillbox-helper: no connection can be accepted at present: "
+                      << error.message() << '\n';
+        if (!std::exchange(isAwaitingClose_, true))
+            context_->sockets->afterNextClose([weak = weak_from_this()] {
+                const auto self = weak.lock();
+                if (!self)
+                    return;
+                self->post([self] {
+                    self->isAwaitingClose_ = false;
+                    self->timer_.cancel();
+                });
+            });
+        timer_.expires_after(kAcceptPause);
+        timer_.async_wait(asio::bind_executor(
+            strandOf(*queue_),
+            [self = shared_from_this()](const std::error_code&) { self->accept(); }));
+    }
+
+    void close()
+    {
+        closePort();
+        registration_.reset();
+        timer_.cancel();
+        // Its captures may hold the owner.
+        connectionHandler_ = nullptr;
+    }
+
+    void closePort()
+    {
+        if (!socket_)
+            return;
+        context_->ownPorts.remove(port_);
+        socket_.reset();
+    }
+
+    const std::shared_ptr<TcpContext> context_;
+    std::unique_ptr<Socket> socket_; ///< none once the port is closed
+    const std::uint16_t port_;
+    asio::steady_timer timer_;
+    std::shared_ptr<DispatchQueue> queue_;
+    std::optional<ServiceRegistration> service_;
+    Listener::NewConnectionHandler connectionHandler_;
+    Listener::StateUpdateHandler stateHandler_;
+    std::unique_ptr<DnsSd::Ask> registration_;
+    std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
+    bool isCancelled_ = false;
+    bool hasFailed_ = false;
+    bool isOutOfResources_ = false;
+    bool isAwaitingClose_ = false;
+};
+
+class TcpListener final : public Listener {
+public:
+    explicit TcpListener(std::shared_ptr<ListenerCore> core) : core_(std::move(core)) {}
+    ~TcpListener() override { core_->abandon(); }
+
+    TcpListener(const TcpListener&) = delete;
+    TcpListener& operator=(const TcpListener&) = delete;
+
+    void setService(ServiceRegistration service) override { core_->setService(std::move(service)); }
+
+    void setNewConnectionHandler(NewConnectionHandler handler) override
+    {
+        core_->setNewConnectionHandler(std::move(handler));
+    }
+
+    void setStateUpdateHandler(StateUpdateHandler handler) override
+    {
+        core_->setStateUpdateHandler(std::move(handler));
+    }
+
+    void start(std::shared_ptr<DispatchQueue> queue) override { core_->start(std::move(queue)); }
+
+    void cancel() override { core_->cancel(); }
+
+private:
+    const std::shared_ptr<ListenerCore> core_;
+};
+
+} // namespace
+
+std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
+                                          const TcpParameters& parameters, std::uint16_t port,
+                                          std::error_code& error)
+{
+    const int descriptor = openListeningSocket(port, parameters.allowLocalEndpointReuse, error);
+    if (error)
+        return nullptr;
+    const auto chosenPort = localPort(descriptor);
+    auto socket = Socket::adopt(context->pool, descriptor, nullptr);
+    if (!socket) {
+        error = std::make_error_code(std::errc::not_enough_memory);
+        return nullptr;
+    }
+    return std::make_shared<TcpListener>(
+        std::make_shared<ListenerCore>(std::move(context), std::move(socket), chosenPort));
+}
+
+} // namespace quillbox

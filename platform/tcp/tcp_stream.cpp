@@ -1,0 +1,237 @@
+#include "platform/tcp/tcp_stream.h"
+
+#include <asio/post.hpp>
+
+#include <algorithm>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+std::error_code canceled()
+{
+    return std::make_error_code(std::errc::operation_canceled);
+}
+
+} // namespace
+
+TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
+                     std::unique_ptr<Socket> socket)
+    : context_(std::move(context)), strand_(std::move(strand)), socket_(std::move(socket))
+{
+}
+
+void TcpStream::open(FailureHandler failed)
+{
+    failed_ = std::move(failed);
+    watch_ = context_->resets->add(
+        socket_->descriptor(), [strand = strand_, weak = weak_from_this()] {
+            asio::post(strand, [weak] {
+                const auto self = weak.lock();
+                if (!self || !self->socket_)
+                    return;
+                // The error itself stays with the socket, for whoever reads or writes next.
+                self->noteFailure({});
+                self->settleFailure();
+            });
+        });
+}
+
+void TcpStream::receive(std::size_t minimum, std::size_t maximum,
+                        Connection::ReceiveCompletion completion)
+{
+    if (const auto error = refusal(receive_.has_value())) {
+        asio::post(strand_, [completion = std::move(completion), error] {
+            completion(Content(), false, error);
+        });
+        return;
+    }
+    maximum = std::clamp<std::size_t>(maximum, 1, kMaximumContentSize);
+    minimum = std::clamp<std::size_t>(minimum, 1, maximum);
+    receive_ = Receive{minimum, maximum, std::move(completion), nullptr};
+    hasRead_ = true;
+    tryReceive(Delivery::Posted);
+}
+
+void TcpStream::tryReceive(Delivery delivery)
+{
+    if (!receive_ || !socket_)
+        return;
+    if (hasEnded_) {
+        endReceive(true, {}, delivery);
+        return;
+    }
+    while (receive_->chunk || beginChunk(delivery)) {
+        auto& chunk = *receive_->chunk;
+        auto room = chunk.room();
+        room = room.first(std::min(room.size(), receive_->maximum - chunk.size()));
+        const auto received = receiveSome(socket_->descriptor(), room);
+        chunk.grow(received.count);
+        if (received.count == 0) {
+            handleShortfall(received, delivery);
+            return;
+        }
+        if (chunk.size() >= receive_->minimum) {
+            endReceive(false, {}, delivery);
+            return;
+        }
+    }
+}
+
+/// Borrows a buffer as large as what there is to read. Without anything to read there is none: an
+/// idle connection holds no buffer.
+bool TcpStream::beginChunk(Delivery delivery)
+{
+    auto available = unreadBytes(socket_->descriptor());
+    if (available == 0) {
+        const auto found = peek(socket_->descriptor());
+        if (found.count == 0) {
+            handleShortfall(found, delivery);
+            return false;
+        }
+        available = unreadBytes(socket_->descriptor());
+    }
+    receive_->chunk
+        = context_->chunks->borrow(receive_->minimum, std::min(available, receive_->maximum));
+    return true;
+}
+
+/// Nothing came: waits, or ends the receive.
+void TcpStream::handleShortfall(const Transfer& transfer, Delivery delivery)
+{
+    if (transfer.wouldBlock()) {
+        socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
+            if (!error)
+                self->tryReceive(Delivery::Direct);
+        });
+        return;
+    }
+    if (transfer.error)
+        noteFailure(transfer.error);
+    // After an error the kernel tells the end of the stream, which it is not.
+    hasEnded_ = !error_;
+    endReceive(hasEnded_, error_, delivery);
+}
+
+void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery delivery)
+{
+    auto receive = std::move(*receive_);
+    receive_.reset();
+    auto content = receive.chunk && receive.chunk->size() > 0 ? Content(std::move(receive.chunk))
+                                                              : Content();
+    deliver(delivery,
+            [completion = std::move(receive.completion), content = std::move(content), isComplete,
+             error]() mutable { completion(std::move(content), isComplete, error); });
+}
+
+void TcpStream::send(Content content, Connection::SendCompletion completion)
+{
+    auto error = refusal(send_.has_value());
+    if (!error && content.bytes().size() != content.size())
+        error = std::make_error_code(std::errc::invalid_argument);
+    if (error) {
+        asio::post(strand_, [completion = std::move(completion), error] { completion(error); });
+        return;
+    }
+    send_ = Send{{.content = std::move(content), .offset = 0}, std::move(completion)};
+    trySend(Delivery::Posted);
+}
+
+void TcpStream::trySend(Delivery delivery)
+{
+    if (!send_ || !socket_)
+        return;
+    auto& unsent = send_->unsent;
+    const auto bytes = unsent.content.bytes();
+    while (!unsent.isNothing()) {
+        const auto sent = sendSome(socket_->descriptor(), bytes.subspan(unsent.offset));
+        unsent.offset += sent.count;
+        hasSent_ = hasSent_ || sent.count > 0;
+        if (sent.wouldBlock()) {
+            socket_->waitWritable(strand_,
+                                  [self = shared_from_this()](const std::error_code& error) {
+                                      if (!error)
+                                          self->trySend(Delivery::Direct);
+                                  });
+            return;
+        }
+        if (sent.error) {
+            noteFailure(sent.error);
+            endSend(hasMoreToRead() ? std::error_code() : error_, delivery);
+            return;
+        }
+    }
+    endSend({}, delivery);
+}
+
+void TcpStream::endSend(std::error_code error, Delivery delivery)
+{
+    // The content goes before the completion runs, which may receive the next one.
+    auto completion = std::move(send_->completion);
+    send_.reset();
+    deliver(delivery, [completion = std::move(completion), error] { completion(error); });
+}
+
+std::error_code TcpStream::refusal(bool isBusy) const
+{
+    if (!socket_)
+        return canceled();
+    return isBusy ? std::make_error_code(std::errc::operation_in_progress) : std::error_code();
+}
+
+template <typename Work> void TcpStream::deliver(Delivery delivery, Work work)
+{
+    if (delivery == Delivery::Posted) {
+        asio::post(strand_, std::move(work));
+        settleFailure();
+        return;
+    }
+    settleFailure();
+    work();
+}
+
+void TcpStream::noteFailure(std::error_code error)
+{
+    hasFailed_ = true;
+    if (!error_)
+        error_ = error;
+}
+
+/// Tells the failure as soon as no completion is left to bring it, and nothing to be read.
+void TcpStream::settleFailure()
+{
+    if (!hasFailed_ || hasToldFailure_ || !socket_ || receive_ || send_ || hasMoreToRead())
+        return;
+    hasToldFailure_ = true;
+    if (!error_)
+        error_ = takeSocketError(socket_->descriptor());
+    if (!error_)
+        error_ = std::make_error_code(std::errc::connection_reset);
+    asio::post(strand_, [self = shared_from_this(), error = error_] {
+        if (const auto failed = std::exchange(self->failed_, nullptr))
+            failed(error);
+    });
+}
+
+bool TcpStream::hasMoreToRead()
+{
+    return hasRead_ && unreadBytes(socket_->descriptor()) > 0;
+}
+
+void TcpStream::close()
+{
+    if (!socket_)
+        return;
+    context_->resets->remove(watch_, socket_->descriptor());
+    socket_->cancelWaits();
+    failed_ = nullptr;
+    auto unsent = send_ ? std::move(send_->unsent) : Unsent();
+    if (receive_)
+        endReceive(false, canceled(), Delivery::Posted);
+    if (send_)
+        endSend(canceled(), Delivery::Posted);
+    closeGently(context_, std::move(socket_), std::move(unsent), hasSent_);
+}
+
+} // namespace quillbox

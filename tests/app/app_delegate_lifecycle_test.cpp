@@ -1,0 +1,361 @@
+#include "tests/app/app_fixture.h"
+
+#include <QApplication>
+#include <QCloseEvent>
+#include <QLayout>
+#include <QPalette>
+#include <QPointer>
+
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+using LaunchDate = RunningApplication::LaunchDate;
+
+constexpr std::int64_t kOwnProcess = FakeRunningApplications::kOwnProcessIdentifier;
+constexpr LaunchDate kOwnDate = FakeRunningApplications::kOwnLaunchDate;
+constexpr LaunchDate kEarlier = kOwnDate - LaunchDate(1);
+constexpr LaunchDate kLater = kOwnDate + LaunchDate(1);
+
+class AppDelegateLifecycle : public AppFixture {
+protected:
+    /// Whether this copy yields to one of the given process and date.
+    bool yieldsTo(std::int64_t process, std::optional<LaunchDate> date)
+    {
+        create();
+        applications.copies.clear();
+        const auto other = applications.add(kIdentifier, process, date);
+        const bool yields = delegate->activateExistingInstance();
+        EXPECT_EQ(other->activations, yields ? 1 : 0);
+        return yields;
+    }
+};
+
+TEST_F(AppDelegateLifecycle, startsWithTheControlsOfAFirstLaunch)
+{
+    create();
+    EXPECT_EQ(delegate->hostField.text(), QString());
+    EXPECT_EQ(delegate->portField.text(), QStringLiteral("4445"));
+    EXPECT_EQ(delegate->shareField.text(), QStringLiteral("NAS"));
+    EXPECT_EQ(delegate->userField.text(), QStringLiteral("nas"));
+    EXPECT_EQ(delegate->statusDot.text(), QStringLiteral("●"));
+    EXPECT_EQ(delegate->statusLabel.text(),
+              QStringLiteral("Enter the local IP address shown in Quillbox."));
+    EXPECT_EQ(delegate->showInFinder.text(), QStringLiteral("Show Quillbox in Finder"));
+    EXPECT_EQ(delegate->automaticDiscovery.text(), QStringLiteral("Find Quillbox automatically"));
+    EXPECT_EQ(delegate->advancedButton.text(), QStringLiteral("Advanced ▸"));
+    EXPECT_FALSE(delegate->advancedVisible);
+    EXPECT_EQ(delegate->window, nullptr);
+    EXPECT_EQ(delegate->advancedForm, nullptr);
+    EXPECT_EQ(delegate->statusItem, nullptr);
+    EXPECT_EQ(delegate->menuStatusItem, nullptr);
+    EXPECT_EQ(delegate->managementResolver, nullptr);
+    EXPECT_THAT(delegate->managementDevices, IsEmpty());
+    EXPECT_THAT(delegate->discoveredDevices, IsEmpty());
+    EXPECT_THAT(delegate->relays, IsEmpty());
+    EXPECT_THAT(delegate->relayTargets, IsEmpty());
+    EXPECT_THAT(delegate->readyFinderNames, IsEmpty());
+    EXPECT_THAT(network.browsers, IsEmpty());
+}
+
+TEST_F(AppDelegateLifecycle, browsesForPhonesAndThenForTheirManagement)
+{
+    std::vector<std::string> log;
+    network.log = &log;
+    launch();
+    EXPECT_THAT(log, ElementsAre("browser.start _quillbox._tcp",
+                                 "browser.start _quillbox-admin._tcp"));
+    EXPECT_EQ(phoneBrowser().queue->label(), std::string(kIdentifier) + ".discovery");
+}
+
+TEST_F(AppDelegateLifecycle, showsTheWindowAtEveryLaunch)
+{
+    launch();
+    EXPECT_TRUE(delegate->window->isVisible());
+    EXPECT_NE(delegate->statusItem, nullptr);
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, looksLightOnADarkDesktop)
+{
+    QApplication::setPalette(QPalette(Qt::black));
+    launch();
+    EXPECT_GT(delegate->window->palette().color(QPalette::Window).lightness(), 200);
+    EXPECT_LT(delegate->window->palette().color(QPalette::WindowText).lightness(), 60);
+    EXPECT_GT(delegate->hostField.palette().color(QPalette::Base).lightness(), 200);
+}
+
+TEST_F(AppDelegateLifecycle, aSecondCopyBringsTheFirstForwardAndEndsUntouched)
+{
+    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    create();
+    defaults.reads.clear();
+    launch();
+    EXPECT_EQ(older->activations, 1);
+    EXPECT_EQ(terminations, 1);
+    EXPECT_EQ(delegate->window, nullptr);
+    EXPECT_EQ(delegate->statusItem, nullptr);
+    EXPECT_THAT(network.browsers, IsEmpty());
+    EXPECT_THAT(network.listeners, IsEmpty());
+    EXPECT_THAT(delegate->relays, IsEmpty());
+    EXPECT_THAT(defaults.reads, IsEmpty());
+    EXPECT_THAT(defaults.writes, IsEmpty());
+    EXPECT_FALSE(applications.handler);
+
+    delegate->applicationWillTerminate();
+    EXPECT_THAT(defaults.writes, IsEmpty());
+}
+
+TEST_F(AppDelegateLifecycle, anOlderCopyDoesNotYieldToANewerOne)
+{
+    const auto newer = applications.add(kIdentifier, 400, kLater);
+    launch();
+    EXPECT_EQ(newer->activations, 0);
+    EXPECT_EQ(terminations, 0);
+    EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, aCopyThatHasTerminatedIsIgnored)
+{
+    const auto ended = applications.add(kIdentifier, 400, kEarlier);
+    ended->terminated = true;
+    launch();
+    EXPECT_EQ(ended->activations, 0);
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, theCurrentProcessIsIgnored)
+{
+    EXPECT_FALSE(yieldsTo(kOwnProcess, kEarlier));
+}
+
+TEST_F(AppDelegateLifecycle, copiesOfTheSameInstantAreOrderedByProcess)
+{
+    EXPECT_TRUE(yieldsTo(kOwnProcess - 1, kOwnDate));
+    EXPECT_FALSE(yieldsTo(kOwnProcess + 1, kOwnDate));
+}
+
+TEST_F(AppDelegateLifecycle, yieldsWhereLaunchDatesAreUnknown)
+{
+    EXPECT_TRUE(yieldsTo(kOwnProcess + 1, std::nullopt));
+    applications.self->date = std::nullopt;
+    EXPECT_TRUE(yieldsTo(kOwnProcess + 1, kLater));
+    EXPECT_TRUE(yieldsTo(kOwnProcess + 1, std::nullopt));
+}
+
+TEST_F(AppDelegateLifecycle, activatesTheFirstOlderCopyOfTheSystemsList)
+{
+    const auto newer = applications.add(kIdentifier, 400, kLater);
+    const auto first = applications.add(kIdentifier, 401, kEarlier);
+    const auto second = applications.add(kIdentifier, 402, kEarlier - LaunchDate(1));
+    create();
+    EXPECT_TRUE(delegate->activateExistingInstance());
+    EXPECT_EQ(newer->activations, 0);
+    EXPECT_EQ(first->activations, 1);
+    EXPECT_EQ(second->activations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, withoutABundleIdentifierAnyNumberOfCopiesRun)
+{
+    const auto older = applications.add("", 400, kEarlier);
+    create(std::nullopt);
+    launch();
+    EXPECT_EQ(older->activations, 0);
+    EXPECT_EQ(terminations, 0);
+    EXPECT_THAT(applications.questions, IsEmpty());
+}
+
+TEST_F(AppDelegateLifecycle, theSameDevicesInTheSameOrderRedrawTheListAndLeaveTheRelays)
+{
+    launch();
+    const Browser::Results phones{phoneNamed("Quillbox A"), phoneNamed("Quillbox B")};
+    findPhones(phones);
+    const auto listeners = runningListeners();
+    const QPointer<QObject> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
+    markStatus();
+
+    findPhones(phones);
+    EXPECT_EQ(runningListeners(), listeners);
+    EXPECT_TRUE(isStatusMarked());
+    EXPECT_TRUE(oldHeading.isNull());
+}
+
+TEST_F(AppDelegateLifecycle, theSameDevicesInAnotherOrderRestartTheRelays)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox", "one"), phoneNamed("Quillbox", "two")});
+    ASSERT_EQ(targetOf(listenerNamed("Quillbox")), phoneNamed("Quillbox", "one"));
+    markStatus();
+
+    findPhones({phoneNamed("Quillbox", "two"), phoneNamed("Quillbox", "one")});
+    EXPECT_FALSE(isStatusMarked());
+    EXPECT_EQ(targetOf(listenerNamed("Quillbox")), phoneNamed("Quillbox", "two"));
+}
+
+TEST_F(AppDelegateLifecycle, withAutomaticDiscoveryOffReportsOnlyRedrawTheList)
+{
+    launchManually();
+    const auto listeners = runningListeners();
+    markStatus();
+
+    findPhones({phoneNamed("Quillbox A")});
+    EXPECT_EQ(delegate->discoveredDevices.size(), 1U);
+    EXPECT_EQ(delegate->deviceListStack.layout()->count(), 2);
+    EXPECT_EQ(runningListeners(), listeners);
+    EXPECT_TRUE(isStatusMarked());
+}
+
+TEST_F(AppDelegateLifecycle, withFinderVisibilityOffReportsOnlyRedrawTheList)
+{
+    defaults.values["showInFinder"] = false;
+    launch();
+    markStatus();
+    findPhones({phoneNamed("Quillbox A")});
+    EXPECT_EQ(delegate->deviceListStack.layout()->count(), 2);
+    EXPECT_THAT(runningListeners(), IsEmpty());
+    EXPECT_TRUE(isStatusMarked());
+}
+
+TEST_F(AppDelegateLifecycle, managementReportsRedrawTheListAndNeverTouchTheRelays)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A")});
+    const auto listeners = runningListeners();
+    const QPointer<QObject> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
+    markStatus();
+
+    findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    EXPECT_EQ(delegate->managementDevices.size(), 2U);
+    EXPECT_TRUE(oldHeading.isNull());
+    EXPECT_EQ(runningListeners(), listeners);
+    EXPECT_TRUE(isStatusMarked());
+}
+
+TEST_F(AppDelegateLifecycle, closingTheWindowHidesItAndLeavesTheRelays)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A")});
+    QCloseEvent event;
+    QApplication::sendEvent(delegate->window.get(), &event);
+    EXPECT_FALSE(event.isAccepted());
+    EXPECT_FALSE(delegate->window->isVisible());
+    EXPECT_THAT(runningNames(), ElementsAre("Quillbox A"));
+    EXPECT_FALSE(delegate->applicationShouldTerminateAfterLastWindowClosed());
+    EXPECT_FALSE(QApplication::quitOnLastWindowClosed());
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, reopeningShowsAHiddenWindow)
+{
+    launch();
+    delegate->window->close();
+    EXPECT_TRUE(delegate->applicationShouldHandleReopen(false));
+    EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, reopeningWithVisibleWindowsDoesNothing)
+{
+    launch();
+    delegate->window->hide();
+    EXPECT_TRUE(delegate->applicationShouldHandleReopen(true));
+    EXPECT_FALSE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyShowsTheWindow)
+{
+    launch();
+    delegate->window->close();
+    applications.handler();
+    EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyRestoresAMinimizedWindow)
+{
+    launch();
+    delegate->window->showMinimized();
+    applications.handler();
+    EXPECT_FALSE(delegate->window->isMinimized());
+    EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, theMenuShowsTheWindowAgain)
+{
+    launch();
+    delegate->window->close();
+    delegate->showHelper();
+    EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, withFinderVisibilityStoredAsOffTheWindowShowsAndNoRelayStarts)
+{
+    defaults.values["showInFinder"] = false;
+    launch();
+    EXPECT_TRUE(delegate->window->isVisible());
+    EXPECT_FALSE(delegate->showInFinder.isChecked());
+    findPhones({phoneNamed("Quillbox A")});
+    EXPECT_THAT(network.listeners, IsEmpty());
+    EXPECT_EQ(statusText(), "Enter the local IP address shown in Quillbox.");
+}
+
+TEST_F(AppDelegateLifecycle, quitAsksForTheEnd)
+{
+    launch();
+    delegate->quit();
+    EXPECT_EQ(terminations, 1);
+}
+
+TEST_F(AppDelegateLifecycle, terminationStopsDiscoveryAndThenTheRelays)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A")});
+    std::vector<std::string> log;
+    for (const auto& browser : network.browsers)
+        browser->log = &log;
+    network.listeners.back()->log = &log;
+
+    delegate->applicationWillTerminate();
+    dispatch.runAll();
+    EXPECT_THAT(log, ElementsAre("browser.cancel _quillbox._tcp",
+                                 "browser.cancel _quillbox-admin._tcp",
+                                 "listener.cancel Quillbox A"));
+    EXPECT_THAT(delegate->relays, IsEmpty());
+    EXPECT_THAT(defaults.writes, IsEmpty());
+}
+
+TEST_F(AppDelegateLifecycle, terminationCancelsAManagementLookup)
+{
+    launch();
+    bool isCompleted = false;
+    delegate->managementResolver = std::make_shared<ManagementResolver>(
+        network, phoneNamed("Quillbox A"), [&isCompleted](const auto&) { isCompleted = true; });
+    delegate->managementResolver->start();
+    delegate->applicationWillTerminate();
+    dispatch.advance(std::chrono::seconds(10));
+    EXPECT_EQ(network.netServices.at(0)->stops, 1);
+    EXPECT_FALSE(isCompleted);
+}
+
+TEST_F(AppDelegateLifecycle, reportsThatArriveAfterTheControllerHasGoneAreIgnored)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A")});
+    const auto discovery = delegate->discovery;
+    const auto management = delegate->managementDiscovery;
+    const auto relay = delegate->relays.at("Quillbox A");
+    phoneBrowser().deliver({});
+    managementBrowser().deliver({});
+    network.listeners.back()->report(Listener::State::Ready);
+    delegate = nullptr;
+    dispatch.runAll();
+    applications.handler();
+    EXPECT_EQ(relay->statusChanged == nullptr, false);
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "app/app_delegate.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_network.h"
+#include "tests/fakes/fake_running_applications.h"
+#include "tests/fakes/fake_user_defaults.h"
+#include "tests/fakes/recording_workspace.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+/// A controller in a world of fakes.
+class AppFixture : public ::testing::Test {
+protected:
+    static constexpr const char* kIdentifier = "org.example.Helper";
+
+    /// Makes the controller; nothing runs yet.
+    void create(const std::optional<std::string>& bundleIdentifier = kIdentifier);
+
+    /// Makes it, if need be, and lets it finish launching.
+    void launch();
+
+    /// The same with the stored settings of manual mode and a usable target.
+    void launchManually();
+
+    static Endpoint phoneNamed(const std::string& name, const std::string& domain = "local");
+
+    FakeBrowser& phoneBrowser() { return *network.browsers.at(0); }
+    FakeBrowser& managementBrowser() { return *network.browsers.at(1); }
+
+    /// Discovery reports exactly these phones.
+    void findPhones(const Browser::Results& phones);
+    void findManagement(const Browser::Results& phones);
+
+    /// The listeners of relays that run, in the order of their start.
+    std::vector<std::shared_ptr<FakeListener>> runningListeners() const;
+    std::vector<std::string> runningNames() const;
+
+    /// The one running listener of that name.
+    FakeListener& listenerNamed(const std::string& finderName) const;
+
+    /// Where connections to that listener are relayed to.
+    Endpoint targetOf(FakeListener& listener);
+
+    void report(FakeListener& listener, Listener::State state, std::error_code error = {});
+
+    bool isStatusReady() const;
+    std::string statusText() const { return delegate->statusLabel.text().toStdString(); }
+
+    /// A text that only a status report replaces.
+    void markStatus() { delegate->statusLabel.setText(QStringLiteral("marked")); }
+    bool isStatusMarked() const { return statusText() == "marked"; }
+
+    std::optional<std::string> storedText(const std::string& key) const;
+    std::optional<bool> storedBool(const std::string& key) const;
+
+    FakeDispatch dispatch;
+    FakeNetwork network{dispatch};
+    FakeUserDefaults defaults;
+    RecordingWorkspace workspace;
+    FakeRunningApplications applications;
+    int terminations = 0;
+    std::unique_ptr<AppDelegate> delegate;
+};
+
+} // namespace quillbox

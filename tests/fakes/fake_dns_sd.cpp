@@ -1,0 +1,66 @@
+#include "tests/fakes/fake_dns_sd.h"
+
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// Takes its entry out of the list when it goes.
+template <class Entry> class ListedAsk final : public DnsSd::Ask {
+public:
+    ListedAsk(std::weak_ptr<std::list<Entry>> entries, Entry entry) : list(std::move(entries))
+    {
+        const auto shared = list.lock();
+        position = shared->insert(shared->end(), std::move(entry));
+    }
+    ListedAsk(const ListedAsk&) = delete;
+    ListedAsk& operator=(const ListedAsk&) = delete;
+    ~ListedAsk() override
+    {
+        if (const auto shared = list.lock())
+            shared->erase(position);
+    }
+
+private:
+    std::weak_ptr<std::list<Entry>> list;
+    typename std::list<Entry>::iterator position;
+};
+
+} // namespace
+
+std::unique_ptr<DnsSd::Ask> FakeDnsSd::browse(std::string type,
+                                              std::shared_ptr<DispatchQueue> queue,
+                                              std::function<void(const BrowseUpdate&)> handler)
+{
+    return std::make_unique<ListedAsk<Browse>>(
+        browseList, Browse{std::move(type), std::move(queue), std::move(handler)});
+}
+
+std::unique_ptr<DnsSd::Ask> FakeDnsSd::resolve(ServiceEndpoint service,
+                                               std::shared_ptr<DispatchQueue> queue,
+                                               std::function<void(const ResolveUpdate&)> handler)
+{
+    return std::make_unique<ListedAsk<Resolution>>(
+        resolutionList, Resolution{std::move(service), std::move(queue), std::move(handler)});
+}
+
+std::unique_ptr<DnsSd::Ask>
+FakeDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                       std::function<void(const ResolveUpdate&)> handler)
+{
+    return std::make_unique<ListedAsk<HostResolution>>(
+        hostList, HostResolution{std::move(hostName), std::move(queue), std::move(handler)});
+}
+
+std::unique_ptr<DnsSd::Ask>
+FakeDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
+                           std::shared_ptr<DispatchQueue> queue,
+                           std::function<void(const RegistrationUpdate&)> handler)
+{
+    return std::make_unique<ListedAsk<Registration>>(
+        registrationList,
+        Registration{{std::move(service), port}, std::move(queue), std::move(handler)});
+}
+
+} // namespace quillbox

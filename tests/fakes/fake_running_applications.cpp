@@ -1,0 +1,34 @@
+#include "tests/fakes/fake_running_applications.h"
+
+#include <utility>
+
+namespace quillbox {
+
+FakeRunningApplication::FakeRunningApplication(std::int64_t processIdentifier,
+                                               std::optional<LaunchDate> launchDate)
+    : identifier(processIdentifier), date(launchDate)
+{
+}
+
+std::vector<std::shared_ptr<RunningApplication>>
+FakeRunningApplications::runningApplications(const std::string& bundleIdentifier)
+{
+    questions.push_back(bundleIdentifier);
+    return copies[bundleIdentifier];
+}
+
+void FakeRunningApplications::setActivationHandler(std::function<void()> newHandler)
+{
+    handler = std::move(newHandler);
+}
+
+std::shared_ptr<FakeRunningApplication>
+FakeRunningApplications::add(const std::string& bundleIdentifier, std::int64_t processIdentifier,
+                             std::optional<RunningApplication::LaunchDate> launchDate)
+{
+    auto copy = std::make_shared<FakeRunningApplication>(processIdentifier, launchDate);
+    copies[bundleIdentifier].push_back(copy);
+    return copy;
+}
+
+} // namespace quillbox

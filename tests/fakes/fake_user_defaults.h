@@ -1,0 +1,27 @@
+#pragma once
+
+#include "platform/user_defaults.h"
+
+#include <map>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace quillbox {
+
+/// A settings store in memory.
+class FakeUserDefaults final : public UserDefaults {
+public:
+    using Value = std::variant<std::string, bool>;
+
+    std::optional<std::string> stringForKey(const std::string& key) const override;
+    std::optional<bool> boolForKey(const std::string& key) const override;
+    void setString(const std::string& key, const std::string& value) override;
+    void setBool(const std::string& key, bool value) override;
+
+    std::map<std::string, Value> values;
+    std::vector<std::string> writes;        ///< the keys that were set, in order
+    mutable std::vector<std::string> reads; ///< the keys that were read, in order
+};
+
+} // namespace quillbox

@@ -1,0 +1,15 @@
+#include "tests/fakes/recording_workspace.h"
+
+namespace quillbox {
+
+void RecordingWorkspace::open(const std::string& url)
+{
+    opened.push_back(url);
+}
+
+void RecordingWorkspace::beep()
+{
+    ++beeps;
+}
+
+} // namespace quillbox

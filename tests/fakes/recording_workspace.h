@@ -1,0 +1,20 @@
+#pragma once
+
+#include "platform/workspace.h"
+
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+/// Notes what would be opened, and the beeps.
+class RecordingWorkspace final : public Workspace {
+public:
+    void open(const std::string& url) override;
+    void beep() override;
+
+    std::vector<std::string> opened;
+    int beeps = 0;
+};
+
+} // namespace quillbox

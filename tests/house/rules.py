@@ -1,0 +1,202 @@
+"""The rules of the folder structure, and the search for what breaks them.
+
+docs/architecture.md says why each rule is there; the tables here are what it comes down to.
+"""
+
+import os
+import re
+
+# Which folder may include which: a folder stands for the files directly in it, a file for itself.
+ARROWS = {
+    "platform": {"platform"},
+    "platform/dispatch": {"platform"},
+    "platform/netlink": {"platform", "platform/dispatch"},
+    "platform/dnssd": {"platform"},
+    "platform/tcp": {"platform", "platform/dispatch", "platform/dnssd/dns_sd.h"},
+    "platform/desktop": {"platform"},
+    "platform/linux": {
+        "platform",
+        "platform/desktop",
+        "platform/dispatch",
+        "platform/dnssd",
+        "platform/netlink",
+        "platform/tcp",
+    },
+    "relay": {"platform"},
+    "discovery": {"platform"},
+    "app": {"platform", "relay", "discovery"},
+    # The controller owns the status item of the window's side; the two folders are one target.
+    "app/app_delegate.h": {"app", "platform", "relay", "discovery", "ui/status_item.h"},
+    "app/main.cpp": {
+        "app",
+        "platform",
+        "platform/desktop",
+        "platform/dispatch",
+        "platform/dnssd",
+        "platform/linux",
+        "platform/netlink",
+        "platform/tcp",
+        "relay",
+        "discovery",
+    },
+    "ui": {"platform", "relay", "discovery", "app/app_delegate.h"},
+}
+
+# Kinds of outside headers, and the folders (with all below) or files that may include them.
+QT, AVAHI, ASIO, SYSTEM, TEST = "Qt", "Avahi", "Asio", "system", "GoogleTest"
+OUTSIDE = {
+    QT: {"app", "ui", "platform/desktop", "tests/app", "tests/ui", "tests/platform/desktop"},
+    AVAHI: {"platform/dnssd", "tests/platform/dnssd"},
+    ASIO: {
+        "platform/dispatch",
+        "platform/netlink",
+        "platform/tcp",
+        "tests/platform/dispatch",
+        "tests/platform/netlink",
+        "tests/platform/tcp",
+    },
+    SYSTEM: {
+        "platform/desktop",
+        "platform/dispatch",
+        "platform/dnssd",
+        "platform/linux",
+        "platform/netlink",
+        "platform/tcp",
+        # An address in numbers comes from getnameinfo, which is as good as standard.
+        "discovery/management_resolver.cpp",
+        "discovery/management_url.cpp",
+        "tests",
+        "bench",
+    },
+    "utf8proc": {"platform/standard_error.cpp", "platform/text.cpp"},
+    "uuid": {"platform/uuid.cpp"},
+    TEST: {"tests"},
+}
+
+# What the rest of the platform layer sees of DNS-SD; no Avahi header gets out through these.
+PLAIN_HEADERS = {
+    "platform/dnssd/dns_sd.h",
+    "platform/dnssd/dns_sd_error.h",
+    "platform/dnssd/engine.h",
+    "platform/dnssd/messages.h",
+}
+
+KINDS = (
+    (QT, re.compile(r"Q[A-Za-z]+(/.*)?$")),
+    (AVAHI, re.compile(r"avahi-\w+/")),
+    (ASIO, re.compile(r"asio(\.hpp$|/)")),
+    (TEST, re.compile(r"g(test|mock)/")),
+    ("utf8proc", re.compile(r"utf8proc\.h$")),
+    ("uuid", re.compile(r"uuid/uuid\.h$")),
+    (SYSTEM, re.compile(r"([a-z_]+/)*[a-z0-9_-]+\.h$")),
+    ("standard", re.compile(r"[a-z_0-9]+$")),
+)
+
+HEADER_LINES = 150
+SOURCE_LINES = 400
+LONG_FILES = {  # path: why it is longer
+    "platform/dnssd/messages.h": "one list of plain values, of a few lines each",
+}
+
+ROOMS = ("app", "bench", "discovery", "platform", "relay", "tests", "ui")
+INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.MULTILINE)
+SYSTEM_SWITCH = re.compile(
+    r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b"
+    r"(__linux__|linux|__unix__|__APPLE__|__FreeBSD__|__OpenBSD__|_WIN32|_WIN64|__ANDROID__|Q_OS_\w+)\b",
+    re.MULTILINE,
+)
+
+# Texts stand on their own: they refer to nothing that a reader of this repository does not have.
+# The words are in pieces here so that this file keeps the rule as well.
+FOREIGN_WORDS = re.compile(
+    "|".join(
+        (
+            r"\bspec" + r"\.md\b",
+            r"\bthe" + r" spec(ification)?\b",
+            r"\bParts?" + r" [1-9]\.[0-9]\b",
+            r"(^|[\s\"'(`/])shared" + "/",
+        )
+    )
+)
+TEXTS = (".h", ".cpp", ".py", ".sh", ".md", ".txt", ".cmake", ".json", ".ini", ".supp", "")
+SKIPPED = {".git", ".cache", "build", "__pycache__"}
+
+
+def room(path):
+    return os.path.dirname(path)
+
+
+def below(path, places):
+    """Whether `path` is one of `places` or lies in one of them, at any depth."""
+    return any(path == place or path.startswith(place + "/") for place in places)
+
+
+def files(root):
+    for folder, folders, names in os.walk(root):
+        folders[:] = sorted(set(folders) - SKIPPED)
+        for name in sorted(names):
+            path = os.path.relpath(os.path.join(folder, name), root)
+            yield path.replace(os.sep, "/")
+
+
+def text_of(root, path):
+    with open(os.path.join(root, path), encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def check_own(root, path, target):
+    """What is wrong with an include of one of our own headers, or None."""
+    if target.split("/")[0] not in ROOMS:
+        return f'"{target}" is not written from the root of the project'
+    if not os.path.exists(os.path.join(root, target)):
+        return f'"{target}" does not exist'
+    if path.startswith(("tests/", "bench/")) or room(target) == room(path):
+        return None
+    allowed = ARROWS.get(path, ARROWS.get(room(path)))
+    if allowed is None:
+        return f"{room(path)}/ is a folder that the table of arrows does not have"
+    if target not in allowed and room(target) not in allowed:
+        return f"{room(path)}/ may not include {target}"
+    return None
+
+
+def check_outside(path, target):
+    """What is wrong with an include in angle brackets, or None."""
+    kind = next((name for name, pattern in KINDS if pattern.match(target)), None)
+    if kind is None:
+        return f"<{target}> is of no kind that the table has"
+    if kind == "standard":
+        return None
+    if not below(path, OUTSIDE[kind]):
+        return f"no {kind} header here: <{target}>"
+    if kind == AVAHI and path in PLAIN_HEADERS:
+        return f"<{target}> would be seen outside platform/dnssd/"
+    return None
+
+
+def check_source(root, path):
+    text = text_of(root, path)
+    for bracket, target in INCLUDE.findall(text):
+        wrong = check_own(root, path, target) if bracket == '"' else check_outside(path, target)
+        if wrong:
+            yield wrong
+    if not (path.startswith("platform/") and path.count("/") > 1):
+        for system in SYSTEM_SWITCH.findall(text):
+            yield f"a switch on {system} belongs below platform/"
+    most = HEADER_LINES if path.endswith(".h") else SOURCE_LINES
+    lines = text.count("\n")
+    if lines > most and path not in LONG_FILES and not path.startswith(("tests/", "bench/")):
+        yield f"{lines} lines are more than {most}, and no reason is listed"
+
+
+def complaints(root):
+    """Everything in the tree at `root` that breaks a rule, as "path: what"."""
+    found = []
+    for path in files(root):
+        if path.split("/")[0] in ROOMS and path.endswith((".h", ".cpp")):
+            found += [f"{path}: {wrong}" for wrong in check_source(root, path)]
+        if os.path.splitext(path)[1] in TEXTS:
+            for number, line in enumerate(text_of(root, path).splitlines(), 1):
+                if FOREIGN_WORDS.search(line):
+                    found.append(f"{path}:{number}: refers to a text that is not in this repository")
+    return found

@@ -1,0 +1,100 @@
+"""Fixtures of the network tests: a fresh network for each test, ended with it."""
+
+import hashlib
+import os
+import shutil
+import tempfile
+
+import pytest
+
+from rig.computer import Computer
+from rig.network import Lan
+from rig.onlooker import Onlooker
+from rig.phone import Phone
+
+ENGINES = ("daemon", "embedded")
+
+
+def pytest_addoption(parser):
+    parser.addoption(
+        "--dns-sd",
+        choices=(*ENGINES, "both"),
+        default="both",
+        help="the DNS-SD engine to test with: avahi-daemon, the embedded one, or each in turn",
+    )
+
+
+def pytest_generate_tests(metafunc):
+    if "engine" in metafunc.fixturenames:
+        chosen = metafunc.config.getoption("--dns-sd")
+        metafunc.parametrize("engine", ENGINES if chosen == "both" else (chosen,))
+
+
+@pytest.fixture
+def lan():
+    if os.geteuid() != 0:
+        pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
+    network = Lan()
+    yield network
+    try:
+        for host in network.hosts:
+            if isinstance(host, Computer):
+                host.check_helpers()
+    finally:
+        network.close()
+
+
+@pytest.fixture
+def phone(lan):
+    """A phone on the network that serves files; nobody has heard of it yet."""
+    made = lan.host("phone", of=Phone)
+    made.serve()
+    return made
+
+
+@pytest.fixture
+def onlooker(lan):
+    """Another computer that watches the network."""
+    made = lan.host("onlooker", of=Onlooker)
+    made.watch()
+    return made
+
+
+@pytest.fixture
+def bare_computer(lan):
+    """The user's computer with neither message bus nor DNS-SD daemon."""
+    return lan.host("computer", of=Computer)
+
+
+@pytest.fixture
+def computer(bare_computer, engine):
+    """The user's computer, once with avahi-daemon and once without."""
+    bare_computer.prepare(engine)
+    return bare_computer
+
+
+class BigFile:
+    """1 GiB of random bytes, in memory where there is room."""
+
+    SIZE = 1 << 30
+
+    def __init__(self, folder):
+        self.folder = folder
+        self.path = os.path.join(folder, "big")
+        digest = hashlib.sha256()
+        with open(self.path, "wb") as file:
+            for _ in range(self.SIZE >> 20):
+                block = os.urandom(1 << 20)
+                digest.update(block)
+                file.write(block)
+        self.sha256 = digest.hexdigest()
+
+
+@pytest.fixture(scope="session")
+def big_file():
+    room = shutil.disk_usage("/dev/shm").free if os.path.isdir("/dev/shm") else 0
+    folder = tempfile.mkdtemp(
+        prefix="quillbox-big-", dir="/dev/shm" if room > 3 * BigFile.SIZE else None
+    )
+    yield BigFile(folder)
+    shutil.rmtree(folder, ignore_errors=True)

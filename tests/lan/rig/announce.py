@@ -1,0 +1,56 @@
+"""Runs in a phone: announces DNS-SD services by python-zeroconf, as told on standard input.
+
+One JSON object a line in, one out for each, with the time (CLOCK_MONOTONIC) at which it was done.
+"""
+
+import asyncio
+import json
+import socket
+import sys
+import time
+
+from zeroconf import IPVersion
+from zeroconf.asyncio import AsyncServiceInfo, AsyncZeroconf
+
+
+def service(order):
+    kind = order["type"] + ".local."
+    packed = []
+    for address in order["addresses"]:
+        family = socket.AF_INET6 if ":" in address else socket.AF_INET
+        packed.append(socket.inet_pton(family, address))
+    return AsyncServiceInfo(
+        kind,
+        order["name"] + "." + kind,
+        port=order["port"],
+        server=order["host"] + ".local.",
+        addresses=packed,
+        host_ttl=order.get("host_ttl", 120),
+        other_ttl=order.get("other_ttl", 4500),
+    )
+
+
+async def main():
+    responder = AsyncZeroconf(ip_version=IPVersion.All)
+    services = {}
+    background = set()
+    loop = asyncio.get_running_loop()
+    while line := await loop.run_in_executor(None, sys.stdin.readline):
+        order = json.loads(line)
+        key = (order["name"], order["type"])
+        if order["do"] == "announce":
+            services[key] = service(order)
+            # The outer call probes for the name; the inner one then sends the announcements.
+            sending = await responder.async_register_service(services[key])
+            background.add(sending)
+        else:
+            # The last announcement would undo the goodbye.
+            await asyncio.gather(*background)
+            sending = await responder.async_unregister_service(services.pop(key))
+            background.add(sending)
+        print(json.dumps({"done": order["do"], "at": time.monotonic()}), flush=True)
+    await asyncio.gather(*background)
+    await responder.async_close()
+
+
+asyncio.run(main())

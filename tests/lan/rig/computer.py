@@ -1,0 +1,131 @@
+"""The user's computer, with the program under test."""
+
+import json
+import os
+import re
+import signal
+import time
+
+from .network import Host
+from .process import limit
+
+ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".."))
+PROGRAM = os.environ.get("QUILLBOX_HELPER", os.path.join(ROOT, "build/release/quillbox-helper"))
+
+# What never belongs into the output of a sound program.
+COMPLAINT = re.compile(
+    r"(Address|Leak|Thread|UndefinedBehavior)Sanitizer|runtime error:|Assertion .* failed|"
+    r"terminate called|free\(\): |malloc\(\): |stack smashing|QObject|QTimer|QSocketNotifier"
+)
+
+LOOKING = "not ready: Looking for Quillbox on this network…"
+
+
+def visible(count):
+    return f"ready: {count} Quillbox device{'' if count == 1 else 's'} visible in Finder"
+
+
+class Helper:
+    """One running copy of the program."""
+
+    def __init__(self, process):
+        self.process = process
+        self.pid = process.pid
+
+    def wait_status(self, text, timeout=10, since=0):
+        """Waits for the status report `text`; gives its line."""
+        wanted = f"status: {text}"
+        return self.process.wait_line(
+            lambda line: line.stream == "stderr" and line.text == wanted,
+            limit(timeout),
+            since,
+            wanted,
+        )
+
+    def wait_message(self, text, timeout=10):
+        """Waits for a line on standard error that contains `text`."""
+        return self.process.wait_line(
+            lambda line: line.stream == "stderr" and text in line.text, limit(timeout), what=text
+        )
+
+    def statuses(self, since=0):
+        start = "status: "
+        lines = [x.text for x in self.process.lines[since:] if x.stream == "stderr"]
+        return [text.removeprefix(start) for text in lines if text.startswith(start)]
+
+    def mark(self):
+        return self.process.mark()
+
+    def running(self):
+        return self.process.running()
+
+    def stop(self, number=signal.SIGTERM, timeout=10):
+        """Ends it by a signal; gives the exit code and the seconds that it took."""
+        start = time.monotonic()
+        self.process.signal(number)
+        code = self.process.wait(limit(timeout))
+        return code, time.monotonic() - start
+
+
+class Computer(Host):
+    """Runs the program without a display, with or without a DNS-SD daemon."""
+
+    def __init__(self, lan, name, number):
+        super().__init__(lan, name, number)
+        config = os.path.join(self.folder, "config", "org.quillbox.Helper")
+        self.settings_file = os.path.join(config, "settings.json")
+        self._helpers = []
+
+    def prepare(self, engine):
+        """Starts what the DNS-SD engine needs: bus and avahi-daemon for "daemon", or nothing."""
+        if engine == "daemon":
+            self.start_bus()
+            self.start_avahi()
+
+    def write_settings(self, settings):
+        """Writes the settings file: a dictionary as JSON, text as it is."""
+        os.makedirs(os.path.dirname(self.settings_file), exist_ok=True)
+        text = settings if isinstance(settings, str) else json.dumps(settings)
+        with open(self.settings_file, "w", encoding="utf-8") as file:
+            file.write(text)
+
+    def read_settings(self):
+        with open(self.settings_file, encoding="utf-8") as file:
+            return json.load(file)
+
+    def helper(self, *arguments, **environment):
+        """Starts the program."""
+        if not os.access(PROGRAM, os.X_OK):
+            raise AssertionError(f"{PROGRAM} is not there: build it first (./dev build)")
+        helper = Helper(self.start([PROGRAM, *arguments], env=self.environment(**environment)))
+        self._helpers.append(helper)
+        return helper
+
+    def check_helpers(self):
+        """Ends the copies that still run as a desktop would, and fails for one that did not end
+        well or that a sanitizer, the C library or the toolkit complained about."""
+        for helper in self._helpers:
+            if helper.running():
+                code, seconds = helper.stop()
+                assert code == 0, f"exit code {code}:\n{helper.process.output()}"
+                assert seconds < limit(1), f"took {seconds:.2f} s to end"
+            complaint = COMPLAINT.search(helper.process.output())
+            assert complaint is None, helper.process.output()
+
+    def manual_helper(self, host, port):
+        """Starts the program in manual mode towards a host and a port."""
+        self.write_settings({"automaticDiscovery": False, "host": host, "port": str(port)})
+        return self.helper()
+
+    def helper_processes(self):
+        """The process ids of all copies of the program, its children included, in this host."""
+        mine = os.readlink(f"/proc/{self.pid}/ns/net")
+        found = []
+        for entry in os.listdir("/proc"):
+            try:
+                if entry.isdigit() and os.readlink(f"/proc/{entry}/ns/net") == mine:
+                    if os.readlink(f"/proc/{entry}/exe").startswith(PROGRAM):
+                        found.append(int(entry))
+            except OSError:
+                continue
+        return found

@@ -1,0 +1,244 @@
+"""Hosts and the network between them."""
+
+import os
+import shutil
+import tempfile
+
+from .process import Process, run
+
+TYPE_SMB = "_smb._tcp"
+TYPE_PHONE = "_quillbox._tcp"
+
+HOLDER = """
+set -e
+hostname "$1"
+mount -t tmpfs -o mode=755 tmpfs /run
+mkdir -p /run/dbus /run/avahi-daemon /run/lock
+mkdir -p -m 700 "/run/user/0"
+ip link set lo up
+if [ -e /etc/resolv.conf ]; then mount --bind /dev/null /etc/resolv.conf; fi
+echo ready
+exec cat
+"""
+
+SWITCH = """
+set -e
+ip link add br0 type bridge mcast_snooping 0 forward_delay 0
+ip link set br0 up
+echo ready
+exec cat
+"""
+
+
+def namespace(script, name):
+    """A process that holds new namespaces open until its standard input is closed."""
+    holder = Process(
+        ["unshare", "--net", "--mount", "--uts", "--", "sh", "-c", script, "hold", name],
+        stdin=True,
+    )
+    holder.wait_line(lambda line: line.text == "ready", 10, what=f"the namespace of {name}")
+    return holder
+
+
+def may_set_groups():
+    """Whether setgroups(2) is allowed, which an ordinary user's namespace forbids."""
+    with open("/proc/self/setgroups", encoding="ascii") as file:
+        return file.read().strip() == "allow"
+
+
+class Host:
+    """A computer of its own: what runs in it sees only its own interfaces and its own /run."""
+
+    def __init__(self, lan, name, number):
+        self.lan = lan
+        self.name = name
+        self.number = number
+        self.folder = os.path.join(lan.folder, name)
+        os.makedirs(self.folder)
+        self._started = []
+        self._holder = namespace(HOLDER, name)
+        self.pid = self._holder.pid
+        self.port_name = f"port{number}"
+        self.address4 = f"10.77.0.{number}"
+        self.address6 = f"fd77::{number}"
+        self.bus = None
+        self.avahi = None
+
+    def inside(self, command):
+        """The command line that runs `command` in this host."""
+        target = ["nsenter", "--target", str(self.pid), "--net", "--mount", "--uts", "--"]
+        return target + list(command)
+
+    def environment(self, **more):
+        env = {
+            "PATH": "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin",
+            "LC_ALL": "C.UTF-8",
+            "HOME": os.path.join(self.folder, "home"),
+            "XDG_CONFIG_HOME": os.path.join(self.folder, "config"),
+            "XDG_RUNTIME_DIR": "/run/user/0",
+            "PYTHONDONTWRITEBYTECODE": "1",
+        }
+        for name, value in os.environ.items():
+            if name.endswith("SAN_OPTIONS"):
+                env[name] = value
+        env.update(more)
+        return env
+
+    def start(self, command, env=None, **more):
+        """Starts a process in this host; it is ended with the host at the latest."""
+        process = Process(self.inside(command), env=env or self.environment(), **more)
+        self._started.append(process)
+        return process
+
+    def run(self, *command, **more):
+        return run(self.inside(command), env=more.pop("env", self.environment()), **more)
+
+    # ---- the wire ----
+
+    def plug(self, address4=None, address6=None):
+        """Connects the host to the network's bridge as eth0, with its addresses."""
+        self.address4 = address4 or self.address4
+        self.address6 = address6 or self.address6
+        self.lan.connect(self)
+        self.run("ip", "link", "set", "eth0", "addrgenmode", "none")
+        self.run("ip", "link", "set", "eth0", "up")
+        self.run("ip", "addr", "add", f"{self.address4}/24", "dev", "eth0")
+        # Addresses are valid at once: duplicate detection would keep them back for seconds.
+        for address in (self.address6, f"fe80::{self.number}"):
+            self.run("ip", "addr", "add", f"{address}/64", "dev", "eth0", "nodad")
+
+    def unplug(self):
+        """Takes the interface away altogether."""
+        self.run("ip", "link", "del", "eth0")
+
+    def move(self, address4, address6):
+        """Changes the host's addresses, as another lease of the router does."""
+        self.run("ip", "addr", "del", f"{self.address4}/24", "dev", "eth0")
+        self.run("ip", "addr", "del", f"{self.address6}/64", "dev", "eth0")
+        self.address4, self.address6 = address4, address6
+        self.run("ip", "addr", "add", f"{address4}/24", "dev", "eth0")
+        self.run("ip", "addr", "add", f"{address6}/64", "dev", "eth0", "nodad")
+
+    def names(self, hosts):
+        """Gives the host an /etc/hosts of its own."""
+        path = os.path.join(self.folder, "hosts")
+        with open(path, "w", encoding="utf-8") as file:
+            file.write("127.0.0.1 localhost\n::1 localhost\n")
+            for name, address in hosts.items():
+                file.write(f"{address} {name}\n")
+        self.run("mount", "--bind", path, "/etc/hosts")
+
+    # ---- services of a host ----
+
+    def start_bus(self):
+        """The system message bus, at its usual place."""
+        conf = os.path.join(self.folder, "bus.conf")
+        with open(conf, "w", encoding="utf-8") as file:
+            file.write(BUS_CONF)
+        self.bus = self.start(
+            ["dbus-daemon", f"--config-file={conf}", "--nofork", "--nopidfile", "--print-address"]
+        )
+        self.bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus")
+
+    def start_avahi(self):
+        """avahi-daemon, as the distribution ships it but for what namespaces forbid."""
+        conf = os.path.join(self.folder, "avahi.conf")
+        with open(conf, "w", encoding="utf-8") as file:
+            file.write(AVAHI_CONF)
+        if not may_set_groups():
+            self._rename_root("avahi")
+        self.avahi = self.start(
+            ["avahi-daemon", "-f", conf, "--no-drop-root", "--no-rlimits", "--no-chroot"]
+        )
+        return self.avahi.wait_line(
+            lambda line: "Server startup complete" in line.text, 20, what="avahi-daemon"
+        )
+
+    def _rename_root(self, user):
+        """Lets `user` be another name of root: the only user that there is in the namespace of an
+        ordinary user, while avahi-daemon gives its folder to a user of its own."""
+        for path, line in (
+            ("/etc/passwd", f"{user}:x:0:0::/:/bin/sh\n"),
+            ("/etc/group", f"{user}:x:0:\n"),
+        ):
+            with open(path, encoding="utf-8") as file:
+                others = [x for x in file if not x.startswith(f"{user}:")]
+            copy = os.path.join(self.folder, os.path.basename(path))
+            with open(copy, "w", encoding="utf-8") as file:
+                file.writelines([*others, line])
+            self.run("mount", "--bind", copy, path)
+
+    def kill_avahi(self):
+        """SIGKILL: the daemon leaves without a word, and its pid file behind."""
+        self.avahi.process.kill()
+        self.avahi.wait(10)
+        self.run("rm", "-f", "/run/avahi-daemon/pid")
+
+    def close(self):
+        for process in reversed(self._started):
+            process.end()
+        self._holder.end()
+
+
+class Lan:
+    """One network segment: a bridge that floods multicast, and the hosts on it."""
+
+    def __init__(self):
+        self.folder = tempfile.mkdtemp(prefix="quillbox-lan-")
+        self._switch = namespace(SWITCH, "switch")
+        self.hosts = []
+
+    def host(self, name, plugged=True, of=Host):
+        host = of(self, name, len(self.hosts) + 2)
+        self.hosts.append(host)
+        if plugged:
+            host.plug()
+        return host
+
+    def connect(self, host):
+        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
+        run(
+            switch
+            + ["ip", "link", "add", host.port_name, "type", "veth"]
+            + ["peer", "name", "eth0", "netns", str(host.pid)]
+        )
+        run(switch + ["ip", "link", "set", host.port_name, "master", "br0", "up"])
+
+    def cut(self, host):
+        """Cuts the host's wire at the far end: the others see silence, not a link that went down."""
+        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
+        run(switch + ["ip", "link", "set", host.port_name, "down"])
+
+    def close(self):
+        for host in reversed(self.hosts):
+            host.close()
+        self._switch.end()
+        shutil.rmtree(self.folder, ignore_errors=True)
+
+
+BUS_CONF = """<!DOCTYPE busconfig PUBLIC "-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN"
+ "http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd">
+<busconfig>
+  <type>system</type>
+  <listen>unix:path=/run/dbus/system_bus_socket</listen>
+  <auth>EXTERNAL</auth>
+  <policy context="default">
+    <allow user="*"/>
+    <allow own="*"/>
+    <allow send_type="method_call"/>
+    <allow send_destination="*"/>
+    <allow receive_sender="*"/>
+  </policy>
+</busconfig>
+"""
+
+AVAHI_CONF = """[server]
+use-ipv4=yes
+use-ipv6=yes
+ratelimit-interval-usec=1000000
+ratelimit-burst=1000
+[wide-area]
+enable-wide-area=no
+[publish]
+publish-workstation=no
+"""

@@ -1,0 +1,63 @@
+"""Independent onlookers: what other computers of the network see."""
+
+import json
+import os
+import re
+
+from .network import TYPE_SMB, Host
+
+PYTHON = "/usr/bin/python3"
+HERE = os.path.dirname(os.path.abspath(__file__))
+
+
+class Onlooker(Host):
+    """Watches `_smb._tcp` by python-zeroconf from the moment it is made to watch."""
+
+    def __init__(self, lan, name, number):
+        super().__init__(lan, name, number)
+        self._watcher = None
+
+    def watch(self, kind=TYPE_SMB):
+        self._watcher = self.start([PYTHON, f"{HERE}/watch.py", kind], stdin=True)
+        self.wait("watching", "", 10)
+
+    def mark(self):
+        return self._watcher.mark()
+
+    def wait(self, event, name, timeout, since=0, accepts=lambda seen: True):
+        """The first report of `event` for the service `name`; fails when it does not come."""
+
+        def wanted(line):
+            if line.stream != "stdout" or not line.text.startswith("{"):
+                return False
+            seen = json.loads(line.text)
+            return seen["event"] == event and seen["name"] == name and accepts(seen)
+
+        line = self._watcher.wait_line(wanted, timeout, since, f"{event} {name!r}")
+        return json.loads(line.text)
+
+    def events(self, event, since=0):
+        """What was reported so far, in order."""
+        lines = [json.loads(x.text) for x in self._watcher.lines[since:] if x.stream == "stdout"]
+        return [seen for seen in lines if seen["event"] == event]
+
+
+def avahi_services(host, kind=TYPE_SMB):
+    """What avahi-browse sees from a host with avahi-daemon: (name, host, address, port), once each."""
+    done = host.run("avahi-browse", "--resolve", "--parsable", "--terminate", kind, timeout=20)
+    found = set()
+    for line in done.stdout.splitlines():
+        fields = line.split(";")
+        if fields[0] == "=":
+            found.add((unescaped(fields[3]), fields[6], fields[7], int(fields[8])))
+    return found
+
+
+def unescaped(text):
+    """Undoes the \\DDD and \\X of avahi-browse's parsable form."""
+    raw = re.sub(
+        rb"\\(\d{3}|.)",
+        lambda m: bytes([int(m[1])]) if len(m[1]) == 3 else m[1],
+        text.encode("utf-8"),
+    )
+    return raw.decode("utf-8")

@@ -1,0 +1,131 @@
+"""A phone: a real SMB server on port 4445 and DNS-SD announcements by python-zeroconf."""
+
+import json
+import os
+
+from .network import TYPE_PHONE, Host, may_set_groups
+
+PYTHON = "/usr/bin/python3"
+HERE = os.path.dirname(os.path.abspath(__file__))
+PASSWORD = "secret"
+
+
+class Phone(Host):
+    """Shares the folder `share` as NAS for the user nas."""
+
+    def __init__(self, lan, name, number):
+        super().__init__(lan, name, number)
+        self.service_name = "Quillbox Office"
+        self.port = 4445
+        self.share = os.path.join(self.folder, "share")
+        os.makedirs(self.share)
+        self.smbd = None
+        self._announcer = None
+
+    # ---- files ----
+
+    def serve(self, port=4445):
+        """Starts smbd and waits until it takes connections."""
+        self.port = port
+        conf = self._write_conf()
+        self.run(
+            "smbpasswd", "-c", conf, "-s", "-a", "root", input=f"{PASSWORD}\n{PASSWORD}\n".encode()
+        )
+        env = self.environment()
+        if not may_set_groups():
+            # An ordinary user's namespace has one user and forbids setgroups(2), without which
+            # smbd does not start: it is told what it wants to hear.
+            env |= {"LD_PRELOAD": "libuid_wrapper.so", "UID_WRAPPER": "1", "UID_WRAPPER_ROOT": "1"}
+        command = ["smbd", "--foreground", "--no-process-group", "--debug-stdout", "-d2"]
+        self.smbd = self.start(command + ["-s", conf], env=env)
+        self.smbd.wait_line(
+            lambda line: line.text.strip() == "waiting for connections", 20, what="smbd"
+        )
+
+    def _write_conf(self):
+        folder = os.path.join(self.folder, "smb")
+        for part in ("lock", "state", "cache", "ncalrpc"):
+            os.makedirs(os.path.join(folder, part), exist_ok=True)
+        with open(os.path.join(folder, "users"), "w", encoding="utf-8") as file:
+            file.write("root = nas\n")
+        conf = os.path.join(folder, "smb.conf")
+        with open(conf, "w", encoding="utf-8") as file:
+            file.write(SMB_CONF.format(folder=folder, port=self.port, share=self.share))
+        return conf
+
+    def stop_serving(self):
+        """Ends smbd and every connection to it; the port is closed from then on."""
+        self.smbd.kill_group()
+
+    # ---- announcements ----
+
+    def announce(self, name=None, **more):
+        """Announces the phone; gives the moment at which the name was won and announced."""
+        self.service_name = name or self.service_name
+        return self._order("announce", self.service_name, **more)
+
+    def goodbye(self):
+        """Withdraws the announcement as RFC 6762, section 10.1 asks; gives the moment."""
+        said = self._order("goodbye", self.service_name)
+        # An app that comes back starts afresh, as its interfaces may have changed meanwhile.
+        self._announcer.process.stdin.close()
+        self._announcer.wait(10)
+        self._announcer = None
+        return said
+
+    def _order(self, what, name, **more):
+        if self._announcer is None:
+            self._announcer = self.start([PYTHON, f"{HERE}/announce.py"], stdin=True)
+        order = {
+            "do": what,
+            "name": name,
+            "type": TYPE_PHONE,
+            "port": self.port,
+            "host": self.name,
+            "addresses": [self.address4, self.address6],
+        }
+        since = self._announcer.mark()
+        self._announcer.write(json.dumps(order | more) + "\n")
+        line = self._announcer.wait_line(
+            lambda line: line.text.startswith("{"), 10, since=since, what=what
+        )
+        return json.loads(line.text)["at"]
+
+    def vanish(self):
+        """Leaves without a goodbye, as a phone that lost its network does."""
+        self._announcer.kill_group()
+        self._announcer = None
+        if self.smbd is not None:
+            self.stop_serving()
+
+
+SMB_CONF = """[global]
+ smb ports = {port}
+ server role = standalone server
+ security = user
+ username map = {folder}/users
+ passdb backend = tdbsam:{folder}/passdb.tdb
+ private dir = {folder}
+ lock directory = {folder}/lock
+ state directory = {folder}/state
+ cache directory = {folder}/cache
+ ncalrpc dir = {folder}/ncalrpc
+ pid directory = {folder}
+ log file = {folder}/log
+ disable netbios = yes
+ load printers = no
+ printing = bsd
+ disable spoolss = yes
+ smb encrypt = off
+ server signing = disabled
+[NAS]
+ path = {share}
+ read only = no
+"""
+
+
+def smbclient(host, address, port, command, timeout=60, **more):
+    """Runs smbclient on `host` against a share NAS at address and port."""
+    where = f"//{address}/NAS"
+    options = ["-p", str(port), "-U", f"nas%{PASSWORD}", "-m", "SMB3", "-c", command]
+    return host.run("smbclient", where, *options, timeout=timeout, **more)

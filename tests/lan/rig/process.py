@@ -1,0 +1,159 @@
+"""Processes whose output is awaited line by line, and the limits of every wait."""
+
+import os
+import signal
+import subprocess
+import threading
+import time
+
+# Sanitizers make the program several times slower; the limits that describe the program grow with
+# it, so that a slow build fails for what it does and not for what it costs.
+SLOWDOWN = float(os.environ.get("QUILLBOX_SLOWDOWN", "1"))
+
+
+def limit(seconds):
+    """A limit on what the program does, in seconds."""
+    return seconds * SLOWDOWN
+
+
+class Line:
+    """One line of output and the moment (time.monotonic) at which it was read."""
+
+    def __init__(self, text, stream, at):
+        self.text = text
+        self.stream = stream
+        self.at = at
+
+
+class Process:
+    """A child process; its output is read as it comes and kept."""
+
+    def __init__(self, command, env=None, stdin=False):
+        self.command = command
+        self.lines = []
+        self._changed = threading.Condition()
+        self._open = 2
+        self.process = subprocess.Popen(
+            command,
+            env=env,
+            stdin=subprocess.PIPE if stdin else subprocess.DEVNULL,
+            stdout=subprocess.PIPE,
+            stderr=subprocess.PIPE,
+            start_new_session=True,
+        )
+        self.pid = self.process.pid
+        self._readers = [
+            threading.Thread(target=self._read, args=(pipe, name), daemon=True)
+            for pipe, name in ((self.process.stdout, "stdout"), (self.process.stderr, "stderr"))
+        ]
+        for reader in self._readers:
+            reader.start()
+
+    def _read(self, pipe, name):
+        for raw in pipe:
+            line = Line(raw.decode("utf-8", "replace").rstrip("\n"), name, time.monotonic())
+            with self._changed:
+                self.lines.append(line)
+                self._changed.notify_all()
+        with self._changed:
+            self._open -= 1
+            self._changed.notify_all()
+
+    def mark(self):
+        """A place in the output; waits can start from it."""
+        with self._changed:
+            return len(self.lines)
+
+    def wait_line(self, accepts, timeout, since=0, what="a line"):
+        """The first line from `since` on that `accepts`; fails when it does not come in time."""
+        end = time.monotonic() + timeout
+        with self._changed:
+            while True:
+                for line in self.lines[since:]:
+                    if accepts(line):
+                        return line
+                left = end - time.monotonic()
+                if left <= 0 or self._open == 0:
+                    why = "ended" if self._open == 0 else f"gave none within {timeout:g} s"
+                    raise AssertionError(
+                        f"{what}: {os.path.basename(self.command[-1])} {why}; it said:\n{self.output()}"
+                    )
+                self._changed.wait(left)
+
+    def output(self, stream=None):
+        return "\n".join(x.text for x in list(self.lines) if stream in (None, x.stream))
+
+    def write(self, text):
+        self.process.stdin.write(text.encode())
+        self.process.stdin.flush()
+
+    def wait(self, timeout):
+        """The exit code, once the process has ended and all its output has been read."""
+        code = self.process.wait(timeout)
+        for reader in self._readers:
+            reader.join(timeout)
+        return code
+
+    def running(self):
+        return self.process.poll() is None
+
+    def signal(self, number):
+        self.process.send_signal(number)
+
+    def end(self):
+        """Ends the process and what it started, whatever they do; asks first."""
+        if self.process.stdin:
+            try:
+                self.process.stdin.close()
+            except OSError:
+                pass
+        for number, seconds in ((signal.SIGTERM, 5), (signal.SIGKILL, 10)):
+            if not self.running():
+                break
+            self.signal(number)
+            try:
+                self.process.wait(seconds)
+            except subprocess.TimeoutExpired:
+                continue
+        self.kill_group()
+        for reader in self._readers:
+            reader.join(5)
+
+    def kill_group(self):
+        """SIGKILL for the process and its children."""
+        try:
+            os.killpg(self.pid, signal.SIGKILL)
+        except ProcessLookupError:
+            pass
+        self.process.wait(10)
+
+
+def run(command, timeout=20, check=True, **more):
+    """Runs a command to its end; gives the finished process with its output as text."""
+    if "input" not in more:
+        more.setdefault("stdin", subprocess.DEVNULL)
+    done = subprocess.run(
+        command,
+        stdout=subprocess.PIPE,
+        stderr=subprocess.PIPE,
+        timeout=timeout,
+        check=False,
+        **more,
+    )
+    done.stdout = done.stdout.decode("utf-8", "replace")
+    done.stderr = done.stderr.decode("utf-8", "replace")
+    if check and done.returncode != 0:
+        raise AssertionError(f"{command} ended with {done.returncode}:\n{done.stdout}{done.stderr}")
+    return done
+
+
+def wait_until(check, timeout, what):
+    """Asks again until `check` gives something, for state of other programs that has no event."""
+    end = time.monotonic() + timeout
+    while True:
+        found = check()
+        if found:
+            return found
+        if time.monotonic() > end:
+            raise AssertionError(f"{what}: not within {timeout:g} s")
+        time.sleep(0.05)

@@ -1,0 +1,158 @@
+#include "platform/dispatch/dispatch_pool.h"
+
+#include "platform/dispatch/strand_queue.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <ctime>
+#include <future>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kPatience = 20s;
+
+std::chrono::nanoseconds processorTime()
+{
+    timespec time{};
+    ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+} // namespace
+
+TEST(DispatchPool, runsTwoQueuesAtOnce)
+{
+    DispatchPool pool;
+    const auto first = pool.makeQueue("first", QualityOfService::Utility);
+    const auto second = pool.makeQueue("second", QualityOfService::Utility);
+    std::promise<void> secondRan;
+    std::promise<bool> firstSawIt;
+    auto ran = secondRan.get_future();
+    first->async([&] { firstSawIt.set_value(ran.wait_for(kPatience) == std::future_status::ready); });
+    second->async([&] { secondRan.set_value(); });
+    EXPECT_TRUE(firstSawIt.get_future().get());
+}
+
+TEST(DispatchPool, keepsTheOrderOfEachOfManyThreads)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    constexpr int kThreads = 4;
+    constexpr int kEach = 2000;
+    std::vector<std::vector<int>> seen(kThreads);
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread)
+        threads.emplace_back([&, thread] {
+            for (int number = 0; number < kEach; ++number)
+                queue->async([&, thread, number] {
+                    seen[static_cast<std::size_t>(thread)].push_back(number);
+                });
+        });
+    for (auto& thread : threads)
+        thread.join();
+    std::promise<void> done;
+    queue->async([&done] { done.set_value(); });
+    ASSERT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+    for (const auto& numbers : seen) {
+        ASSERT_EQ(numbers.size(), static_cast<std::size_t>(kEach));
+        EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+    }
+}
+
+TEST(DispatchPool, waitsAtShutdownForTheClosureThatRuns)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    std::promise<void> begun;
+    std::atomic<bool> ended = false;
+    queue->async([&] {
+        begun.set_value();
+        std::promise<void> never;
+        never.get_future().wait_for(50ms);
+        ended = true;
+    });
+    begun.get_future().wait();
+    pool.shutdown();
+    EXPECT_TRUE(ended);
+}
+
+TEST(DispatchPool, dropsWorkThatComesAfterTheShutdown)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    pool.shutdown();
+    pool.shutdown();
+    const auto token = std::make_shared<int>(0);
+    queue->async([token] { FAIL(); });
+    queue->asyncAfter(0ms, [token] { FAIL(); });
+    EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST(DispatchPool, letsAQueueOutliveIt)
+{
+    std::shared_ptr<DispatchQueue> queue;
+    {
+        DispatchPool pool;
+        queue = pool.makeQueue("queue", QualityOfService::Utility);
+    }
+    queue->async([] { FAIL(); });
+    EXPECT_FALSE(queue->isCurrent());
+}
+
+TEST(DispatchPool, dropsClosuresWhoseDestructionHandsOverMore)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    bool isDestroyed = false;
+    const auto handOver = [&isDestroyed, queue](int*) {
+        isDestroyed = true;
+        queue->async([queue] { FAIL(); });
+    };
+    queue->asyncAfter(24h, [token = std::shared_ptr<int>(nullptr, handOver)] {});
+    pool.shutdown();
+    EXPECT_TRUE(isDestroyed);
+}
+
+TEST(DispatchPool, handsDelayedWorkOverWhenTheDelayHasPassed)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    std::promise<std::chrono::steady_clock::time_point> ran;
+    const auto before = std::chrono::steady_clock::now();
+    queue->asyncAfter(50ms, [&ran] { ran.set_value(std::chrono::steady_clock::now()); });
+    EXPECT_GE(ran.get_future().get() - before, 50ms);
+}
+
+TEST(DispatchPool, costsNothingWhileThereIsNothingToDo)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    std::promise<void> done;
+    queue->asyncAfter(1ms, [&done] { done.set_value(); });
+    done.get_future().wait();
+    const auto before = processorTime();
+    std::promise<void> never;
+    EXPECT_EQ(never.get_future().wait_for(300ms), std::future_status::timeout);
+    EXPECT_LT(processorTime() - before, 30ms);
+}
+
+TEST(StrandOf, isTheStrandThatTheQueueRunsOn)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    std::promise<bool> isSame;
+    queue->async([&] { isSame.set_value(strandOf(*queue).running_in_this_thread()); });
+    EXPECT_TRUE(isSame.get_future().get());
+}
+
+} // namespace quillbox

@@ -1,0 +1,45 @@
+#pragma once
+
+#include "platform/dnssd/dns_sd_center.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_engine.h"
+#include "tests/fakes/fake_network_monitor.h"
+#include "tests/platform/dnssd/recorder.h"
+
+#include <chrono>
+#include <memory>
+#include <utility>
+
+#include <gtest/gtest.h>
+
+namespace quillbox {
+
+/// A `DnsSd` whose engine and clock the test plays.
+class CenterTest : public testing::Test {
+protected:
+    void emit(dnssd::Event event)
+    {
+        engine.emit(std::move(event));
+        dispatch.runAll();
+    }
+
+    void up()
+    {
+        engine.up();
+        dispatch.runAll();
+    }
+
+    void down(std::error_code error = {})
+    {
+        engine.down(error);
+        dispatch.runAll();
+    }
+
+    FakeDispatch dispatch;
+    FakeNetworkMonitor monitor;
+    dnssd::FakeEngine engine;
+    std::unique_ptr<DnsSd> dnsSd = makeDnsSd(
+        engine.makeEngine(), dispatch.makeQueue("dns-sd", QualityOfService::Utility), monitor);
+};
+
+} // namespace quillbox

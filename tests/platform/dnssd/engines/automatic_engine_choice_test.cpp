@@ -1,0 +1,142 @@
+#include "platform/dnssd/automatic_engine_choice.h"
+
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Source = AutomaticEngineChoice::Source;
+
+constexpr AutomaticEngineChoice::Clock::time_point kStart{};
+
+class AutomaticEngineChoiceTest : public testing::Test {
+protected:
+    AutomaticEngineChoiceTest() { choice.begin(kStart); }
+
+    void daemon(Event event, std::chrono::milliseconds at = 0ms)
+    {
+        choice.handle(Source::Daemon, std::move(event), kStart + at);
+    }
+    void embedded(Event event) { choice.handle(Source::Embedded, std::move(event), kStart); }
+
+    std::vector<std::string> takeLog() { return std::exchange(log, {}); }
+
+    static Event down() { return EngineDown{make_error_code(DnsSdError::EngineUnavailable)}; }
+
+    std::vector<std::string> log;
+    AutomaticEngineChoice choice{{},
+                                 {.emit =
+                                      [this](const Event& event) {
+                                          if (const auto* up = std::get_if<EngineUp>(&event))
+                                              log.push_back("up " + up->hostName);
+                                          else if (std::holds_alternative<EngineDown>(event))
+                                              log.emplace_back("down");
+                                          else
+                                              log.emplace_back("event");
+                                      },
+                                  .startEmbedded = [this] { log.emplace_back("start embedded"); },
+                                  .stopEmbedded = [this] { log.emplace_back("stop embedded"); }}};
+};
+
+TEST_F(AutomaticEngineChoiceTest, usesTheDaemonThatAnswers)
+{
+    daemon(EngineUp{"daemon"}, 299ms);
+    choice.elapse(kStart + 10s);
+    EXPECT_FALSE(choice.deadline());
+    EXPECT_EQ(choice.active(), Source::Daemon);
+    daemon(Settled{1});
+    EXPECT_THAT(log, ElementsAre("up daemon", "event"));
+}
+
+TEST_F(AutomaticEngineChoiceTest, waitsAMomentForADaemonThatDoesNotAnswer)
+{
+    ASSERT_EQ(choice.deadline(), kStart + 300ms);
+    choice.elapse(kStart + 299ms);
+    EXPECT_THAT(log, IsEmpty());
+    choice.elapse(kStart + 300ms);
+    embedded(EngineUp{"embedded"});
+    EXPECT_EQ(choice.active(), Source::Embedded);
+    EXPECT_THAT(log, ElementsAre("start embedded", "up embedded"));
+}
+
+TEST_F(AutomaticEngineChoiceTest, doesNotWaitWhenThereIsNoDaemon)
+{
+    daemon(down());
+    EXPECT_THAT(log, ElementsAre("start embedded"));
+    EXPECT_FALSE(choice.active());
+    EXPECT_FALSE(choice.deadline());
+}
+
+TEST_F(AutomaticEngineChoiceTest, handsOverToADaemonThatAppears)
+{
+    daemon(down());
+    embedded(EngineUp{"embedded"});
+    takeLog();
+    daemon(EngineUp{"daemon"});
+    EXPECT_THAT(takeLog(), ElementsAre("down", "stop embedded", "up daemon"));
+    EXPECT_EQ(choice.active(), Source::Daemon);
+    embedded(Settled{1});
+    embedded(down());
+    EXPECT_THAT(log, IsEmpty());
+}
+
+TEST_F(AutomaticEngineChoiceTest, handsOverFromAnEngineThatIsNotUpYet)
+{
+    daemon(down());
+    daemon(EngineUp{"daemon"});
+    EXPECT_THAT(log, ElementsAre("start embedded", "stop embedded", "up daemon"));
+}
+
+TEST_F(AutomaticEngineChoiceTest, givesADaemonTimeToRestart)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 5000ms);
+    EXPECT_FALSE(choice.active());
+    ASSERT_EQ(choice.deadline(), kStart + 6s);
+    daemon(EngineUp{"daemon"}, 5900ms);
+    choice.elapse(kStart + 10s);
+    EXPECT_THAT(log, ElementsAre("up daemon", "down", "up daemon"));
+}
+
+TEST_F(AutomaticEngineChoiceTest, takesOverFromADaemonThatStaysAway)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 5000ms);
+    choice.elapse(kStart + 6s);
+    embedded(EngineUp{"embedded"});
+    daemon(EngineUp{"daemon"}, 90s);
+    EXPECT_THAT(log, ElementsAre("up daemon", "down", "start embedded", "up embedded", "down",
+                                 "stop embedded", "up daemon"));
+}
+
+TEST_F(AutomaticEngineChoiceTest, passesOnTheComingAndGoingOfTheEmbeddedEngine)
+{
+    daemon(down());
+    embedded(down());
+    embedded(down());
+    embedded(EngineUp{"embedded"});
+    embedded(down());
+    EXPECT_FALSE(choice.active());
+    embedded(EngineUp{"embedded"});
+    EXPECT_THAT(log, ElementsAre("start embedded", "down", "up embedded", "down", "up embedded"));
+}
+
+TEST_F(AutomaticEngineChoiceTest, dropsWhatAnEngineSaysThatIsNotUsed)
+{
+    daemon(down());
+    embedded(EngineUp{"embedded"});
+    takeLog();
+    daemon(Settled{1});
+    EXPECT_THAT(log, IsEmpty());
+}
+
+} // namespace
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,148 @@
+#include "platform/dnssd/automatic_engine.h"
+#include "tests/platform/dnssd/engines/event_recorder.h"
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// What a test sees of an engine that was made, also after its end.
+struct EngineState {
+    std::mutex mutex;
+    std::condition_variable changed;
+    Engine::EventHandler handler;
+    std::vector<Request> requests;
+    bool isStopped = false;
+
+    bool waitUntil(const std::function<bool()>& condition)
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, 5s, condition);
+    }
+    bool waitForStart()
+    {
+        return waitUntil([this] { return handler != nullptr; });
+    }
+    void say(const Event& event)
+    {
+        ASSERT_TRUE(waitForStart());
+        Engine::EventHandler copy;
+        {
+            const std::lock_guard lock(mutex);
+            copy = handler;
+        }
+        copy(event);
+    }
+};
+
+class RecordingEngine final : public Engine {
+public:
+    explicit RecordingEngine(std::shared_ptr<EngineState> theState) : state(std::move(theState)) {}
+
+    void start(EventHandler handler) override
+    {
+        const std::lock_guard lock(state->mutex);
+        state->handler = std::move(handler);
+        state->changed.notify_all();
+    }
+    void send(Request request) override
+    {
+        const std::lock_guard lock(state->mutex);
+        state->requests.push_back(std::move(request));
+        state->changed.notify_all();
+    }
+    void stop() override
+    {
+        const std::lock_guard lock(state->mutex);
+        state->isStopped = true;
+        state->handler = nullptr;
+        state->changed.notify_all();
+    }
+
+private:
+    std::shared_ptr<EngineState> state;
+};
+
+class AutomaticEngineTest : public testing::Test {
+protected:
+    void SetUp() override { engine->start(events.handler()); }
+    void TearDown() override { engine->stop(); }
+
+    static Event down() { return EngineDown{make_error_code(DnsSdError::EngineUnavailable)}; }
+
+    std::shared_ptr<EngineState> daemon = std::make_shared<EngineState>();
+    std::shared_ptr<EngineState> embedded = std::make_shared<EngineState>();
+    std::atomic<int> notices = 0;
+    EventRecorder events;
+    std::unique_ptr<Engine> engine = makeAutomaticEngine({
+        .makeDaemon = [this] { return std::make_unique<RecordingEngine>(daemon); },
+        .makeEmbedded = [this] { return std::make_unique<RecordingEngine>(embedded); },
+        .notice =
+            [this](const std::string& text) {
+                EXPECT_NE(text.find("sudo apt install avahi-daemon libnss-mdns"),
+                          std::string::npos);
+                EXPECT_EQ(text.find('\n'), std::string::npos);
+                ++notices;
+            },
+        .times = {.startPatience = 10s, .restartPatience = 1ms},
+    });
+};
+
+TEST_F(AutomaticEngineTest, sendsRequestsToTheEngineThatIsUp)
+{
+    daemon->say(EngineUp{"daemon"});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon"}));
+    engine->send(BrowseRequest{1, "_smb._tcp"});
+    ASSERT_TRUE(daemon->waitUntil([this] { return daemon->requests.size() == 1; }));
+
+    daemon->say(down());
+    embedded->say(EngineUp{"embedded"});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded"}));
+    engine->send(BrowseRequest{2, "_smb._tcp"});
+    ASSERT_TRUE(embedded->waitUntil([this] { return embedded->requests.size() == 1; }));
+    EXPECT_EQ(daemon->requests.size(), 1U);
+    EXPECT_EQ(notices, 1);
+}
+
+TEST_F(AutomaticEngineTest, stopsTheEmbeddedEngineBeforeTheDaemonIsUp)
+{
+    daemon->say(down());
+    embedded->say(EngineUp{"embedded"});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded"}));
+    daemon->say(EngineUp{"daemon"});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon"}));
+    const std::lock_guard lock(embedded->mutex);
+    EXPECT_TRUE(embedded->isStopped);
+}
+
+TEST_F(AutomaticEngineTest, saysThatThereIsNoDaemonOnce)
+{
+    daemon->say(down());
+    embedded->say(EngineUp{"embedded"});
+    daemon->say(EngineUp{"daemon"});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon"}));
+    daemon->say(down());
+    embedded->say(EngineUp{"embedded again"});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded again"}));
+    EXPECT_EQ(notices, 1);
+}
+
+TEST_F(AutomaticEngineTest, stopsBoth)
+{
+    daemon->say(down());
+    ASSERT_TRUE(embedded->waitForStart());
+    engine->stop();
+    EXPECT_TRUE(daemon->isStopped);
+    EXPECT_TRUE(embedded->isStopped);
+}
+
+} // namespace
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,88 @@
+#include "platform/dnssd/avahi_service_location.h"
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// Priority 1, weight 2, port 4445, and the name's labels with the root at the end.
+Bytes record(const std::vector<std::string>& labels)
+{
+    Bytes bytes{0, 1, 0, 2, 0x11, 0x5d};
+    for (const std::string& label : labels) {
+        bytes.push_back(static_cast<std::uint8_t>(label.size()));
+        bytes.insert(bytes.end(), label.begin(), label.end());
+    }
+    bytes.push_back(0);
+    return bytes;
+}
+
+TEST(ServiceLocation, hasHostAndPort)
+{
+    EXPECT_EQ(decodeServiceLocation(record({"phone", "local"})),
+              (ServiceLocation{"phone.local", 4445}));
+}
+
+TEST(ServiceLocation, escapesAsDnsPresentsIt)
+{
+    const auto location = decodeServiceLocation(record({"a.b\\c d\xff", "local"}));
+    ASSERT_TRUE(location);
+    EXPECT_EQ(location->hostName, "a\\.b\\\\c\\032d\\255.local");
+}
+
+TEST(ServiceLocation, takesTheLongestNames)
+{
+    const std::string longest(63, 'x');
+    const auto location = decodeServiceLocation(
+        record({longest, longest, longest, std::string(61, 'x')})); // 255 bytes in all
+    ASSERT_TRUE(location);
+    EXPECT_EQ(location->hostName.size(), 63U * 3 + 61 + 3);
+
+    const std::string dots(63, '\x01');
+    ASSERT_TRUE(decodeServiceLocation(record({dots, dots, dots, std::string(61, '\x01')})));
+}
+
+TEST(ServiceLocation, isNothingWhenTheNameIsTooLong)
+{
+    const std::string longest(63, 'x');
+    EXPECT_FALSE(decodeServiceLocation(record({longest, longest, longest, std::string(62, 'x')})));
+    EXPECT_FALSE(decodeServiceLocation(record({longest, longest, longest, longest, longest})));
+    EXPECT_FALSE(decodeServiceLocation(Bytes(70'000, 1)));
+}
+
+TEST(ServiceLocation, isNothingWhenCutOffAnywhere)
+{
+    const Bytes whole = record({"phone", "local"});
+    for (std::size_t length = 0; length < whole.size(); ++length)
+        EXPECT_FALSE(decodeServiceLocation(std::span(whole).first(length))) << length;
+}
+
+TEST(ServiceLocation, isNothingWhenBytesFollow)
+{
+    Bytes bytes = record({"phone", "local"});
+    bytes.push_back(0);
+    EXPECT_FALSE(decodeServiceLocation(bytes));
+}
+
+TEST(ServiceLocation, isNothingWhenTheNameIsCompressed)
+{
+    EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 0xc0, 0x0c}));
+    EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 1, 'a', 0xc0, 0x00, 0}));
+    EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 0x40, 'a', 0}));
+}
+
+TEST(ServiceLocation, isNothingWhenThereIsNoHost)
+{
+    EXPECT_FALSE(decodeServiceLocation(record({})));
+    EXPECT_FALSE(decodeServiceLocation({}));
+}
+
+} // namespace
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,309 @@
+#include "platform/dnssd/avahi_session.h"
+
+#include <algorithm>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <avahi-common/error.h>
+#include <gmock/gmock.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr AvahiSession::Clock::time_point kStart{};
+
+/// Avahi as the session sees it, where a test says what happens.
+class FakeAvahi final : public AvahiApi {
+public:
+    class Group;
+    class Question;
+
+    std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) override;
+    std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
+                                        AvahiAnswers& answers) override;
+    std::unique_ptr<AvahiGroup> makeGroup(AvahiGroupWatcher& watcher) override;
+    int lastError() override { return error; }
+    std::string domainName() override { return "local"; }
+
+    /// The group that has published this, like "Name" or "host.local 3".
+    Group* group(const std::string& content);
+
+    std::vector<Question*> questions;
+    std::vector<Group*> groups;
+    std::size_t groupsMade = 0;
+    int error = AVAHI_OK; ///< of every call that makes something
+    int addServiceError = AVAHI_OK;
+};
+
+class FakeAvahi::Question final : public AvahiObject {
+public:
+    Question(FakeAvahi& theAvahi, std::string theSubject, AvahiAnswers& theAnswers)
+        : avahi(theAvahi), subject(std::move(theSubject)), answers(theAnswers)
+    {
+        avahi.questions.push_back(this);
+    }
+    Question(const Question&) = delete;
+    Question& operator=(const Question&) = delete;
+    ~Question() override { std::erase(avahi.questions, this); }
+
+    FakeAvahi& avahi;
+    std::string subject;
+    AvahiAnswers& answers;
+};
+
+class FakeAvahi::Group final : public AvahiGroup {
+public:
+    Group(FakeAvahi& theAvahi, AvahiGroupWatcher& theWatcher) : avahi(theAvahi), watcher(theWatcher)
+    {
+        avahi.groups.push_back(this);
+        ++avahi.groupsMade;
+    }
+    Group(const Group&) = delete;
+    Group& operator=(const Group&) = delete;
+    ~Group() override { std::erase(avahi.groups, this); }
+
+    int addService(const Service& service) override
+    {
+        content = service.name;
+        return avahi.addServiceError;
+    }
+    int addAddress(const std::string& hostName, const HostAddress& address) override
+    {
+        content = hostName + " " + std::to_string(address.interfaceIndex);
+        ++addressCount;
+        return AVAHI_OK;
+    }
+    int commit() override
+    {
+        watcher.onGroupState(AVAHI_ENTRY_GROUP_REGISTERING);
+        return AVAHI_OK;
+    }
+
+    void become(AvahiEntryGroupState state) const { watcher.onGroupState(state); }
+
+    FakeAvahi& avahi;
+    AvahiGroupWatcher& watcher;
+    std::string content;
+    int addressCount = 0;
+};
+
+std::unique_ptr<AvahiObject> FakeAvahi::browse(const std::string& type, AvahiAnswers& answers)
+{
+    return error != AVAHI_OK ? nullptr : std::make_unique<Question>(*this, type, answers);
+}
+
+std::unique_ptr<AvahiObject> FakeAvahi::lookUp(const std::string& name, Record /*record*/,
+                                               AvahiAnswers& answers)
+{
+    return error != AVAHI_OK ? nullptr : std::make_unique<Question>(*this, name, answers);
+}
+
+std::unique_ptr<AvahiGroup> FakeAvahi::makeGroup(AvahiGroupWatcher& watcher)
+{
+    return error != AVAHI_OK ? nullptr : std::make_unique<Group>(*this, watcher);
+}
+
+FakeAvahi::Group* FakeAvahi::group(const std::string& content)
+{
+    const auto found =
+        std::ranges::find_if(groups, [&](const Group* g) { return g->content == content; });
+    return found == groups.end() ? nullptr : *found;
+}
+
+class AvahiSessionTest : public testing::Test {
+protected:
+    static RegisterRequest registration(AskId id, const std::string& name,
+                                        const std::vector<int>& interfaces = {2, 3})
+    {
+        RegisterRequest request{.id = id,
+                                .name = name,
+                                .type = "_smb._tcp",
+                                .domain = {},
+                                .port = 4445,
+                                .txt = {},
+                                .hostName = "host.local",
+                                .addresses = {}};
+        for (const int interfaceIndex : interfaces)
+            request.addresses.push_back({interfaceIndex, {}});
+        return request;
+    }
+
+    void establishAll()
+    {
+        for (const FakeAvahi::Group* group : avahi.groups)
+            group->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+    }
+
+    std::vector<Event> events;
+    FakeAvahi avahi;
+    AvahiSession session{avahi, [this](Event event) { events.push_back(std::move(event)); }};
+};
+
+TEST_F(AvahiSessionTest, registersOnceAllGroupsAreEstablished)
+{
+    session.handle(registration(1, "Name"), kStart);
+    ASSERT_EQ(avahi.groups.size(), 3U);
+    avahi.group("Name")->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+    avahi.group("host.local 2")->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+    session.tidy(kStart);
+    EXPECT_THAT(events, IsEmpty());
+    avahi.group("host.local 3")->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+    session.tidy(kStart);
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Registered{1})));
+    EXPECT_FALSE(session.nextDeadline());
+}
+
+TEST_F(AvahiSessionTest, freesEverythingOnACollision)
+{
+    session.handle(registration(1, "Name"), kStart);
+    avahi.group("host.local 3")->become(AVAHI_ENTRY_GROUP_COLLISION);
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Collision{1, Collision::Of::Host})));
+    EXPECT_THAT(avahi.groups, IsEmpty());
+
+    session.handle(registration(2, "Name"), kStart);
+    establishAll();
+    session.tidy(kStart);
+    avahi.group("Name")->become(AVAHI_ENTRY_GROUP_COLLISION);
+    session.tidy(kStart);
+    EXPECT_EQ(events.back(), Event(Collision{2, Collision::Of::Service}));
+    EXPECT_THAT(avahi.groups, IsEmpty());
+}
+
+TEST_F(AvahiSessionTest, refusesATakenNameWithoutPublishingItsHost)
+{
+    avahi.addServiceError = AVAHI_ERR_COLLISION;
+    session.handle(registration(1, "Name"), kStart);
+    EXPECT_EQ(avahi.groupsMade, 1U);
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Collision{1, Collision::Of::Service})));
+}
+
+TEST_F(AvahiSessionTest, reportsWhatAvahiRefuses)
+{
+    avahi.error = AVAHI_ERR_TOO_MANY_OBJECTS;
+    session.handle(registration(1, "Name"), kStart);
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Failed{1, DnsSdError::TooManyEntries})));
+    avahi.error = AVAHI_ERR_NOT_PERMITTED;
+    session.handle(BrowseRequest{2, "_smb._tcp"}, kStart);
+    EXPECT_EQ(events.back(), Event(Failed{2, DnsSdError::NotPermitted}));
+}
+
+TEST_F(AvahiSessionTest, saysNothingWhenAvahiCannotBeReached)
+{
+    session.handle(registration(1, "Name"), kStart);
+    avahi.error = AVAHI_ERR_DISCONNECTED;
+    session.handle(registration(2, "Other"), kStart);
+    session.tidy(kStart);
+    EXPECT_TRUE(session.isBroken());
+    EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(AvahiSessionTest, touchesOnlyTheInterfacesWhoseAddressesChange)
+{
+    session.handle(registration(1, "Name"), kStart);
+    establishAll();
+    session.tidy(kStart);
+    const auto* service = avahi.group("Name");
+    const auto* kept = avahi.group("host.local 3");
+
+    Address other;
+    other.bytes = {10, 0, 0, 1};
+    session.handle(UpdateAddressesRequest{1, {{3, {}}, {4, other}}}, kStart);
+    EXPECT_EQ(avahi.group("Name"), service);
+    EXPECT_EQ(avahi.group("host.local 3"), kept);
+    EXPECT_EQ(avahi.group("host.local 2"), nullptr);
+    EXPECT_NE(avahi.group("host.local 4"), nullptr);
+    EXPECT_EQ(avahi.groupsMade, 4U);
+
+    establishAll();
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Registered{1})));
+}
+
+TEST_F(AvahiSessionTest, publishesAnAddressThatIsGivenTwiceOnce)
+{
+    session.handle(registration(1, "Name", {2, 2}), kStart);
+    EXPECT_EQ(avahi.group("host.local 2")->addressCount, 1);
+}
+
+TEST_F(AvahiSessionTest, publishesAnewWhatRegistersForTooLong)
+{
+    session.handle(registration(1, "Name"), kStart);
+    ASSERT_TRUE(session.nextDeadline());
+    EXPECT_EQ(*session.nextDeadline(), kStart + 3s);
+    session.tidy(kStart + 2999ms);
+    EXPECT_EQ(avahi.groupsMade, 3U);
+    session.tidy(kStart + 3s);
+    EXPECT_EQ(avahi.groupsMade, 6U);
+    EXPECT_EQ(avahi.groups.size(), 3U);
+
+    // Longer and longer.
+    EXPECT_EQ(*session.nextDeadline(), kStart + 9s);
+    establishAll();
+    session.tidy(kStart + 4s);
+    EXPECT_THAT(events, ElementsAre(Event(Registered{1})));
+    EXPECT_FALSE(session.nextDeadline());
+}
+
+TEST_F(AvahiSessionTest, publishesAnewUnderTheComputersNewName)
+{
+    RegisterRequest onComputer = registration(1, "On the computer");
+    onComputer.hostName.clear();
+    session.handle(onComputer, kStart);
+    session.handle(registration(2, "On its own"), kStart);
+    const auto* own = avahi.group("On its own");
+    const std::size_t before = avahi.groupsMade;
+    session.hostNameChanged(kStart);
+    EXPECT_EQ(avahi.groupsMade, before + 1);
+    EXPECT_EQ(avahi.group("On its own"), own);
+}
+
+TEST_F(AvahiSessionTest, endsWhatIsStoppedAndIgnoresTheUnknown)
+{
+    session.handle(BrowseRequest{1, "_smb._tcp"}, kStart);
+    session.handle(registration(2, "Name"), kStart);
+    session.handle(StopRequest{1}, kStart);
+    session.handle(StopRequest{2}, kStart);
+    session.handle(StopRequest{3}, kStart);
+    session.handle(UpdateAddressesRequest{2, {}}, kStart);
+    EXPECT_THAT(avahi.questions, IsEmpty());
+    EXPECT_THAT(avahi.groups, IsEmpty());
+    session.tidy(kStart);
+    EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(AvahiSessionTest, replacesWhatHasTheSameId)
+{
+    session.handle(BrowseRequest{1, "_smb._tcp"}, kStart);
+    session.handle(BrowseRequest{1, "_http._tcp"}, kStart);
+    ASSERT_EQ(avahi.questions.size(), 1U);
+    EXPECT_EQ(avahi.questions.front()->subject, "_http._tcp");
+}
+
+TEST_F(AvahiSessionTest, settlesOnceAndEndsOnFailure)
+{
+    session.handle(LocationRequest{1, "A.b", "_smb._tcp", ""}, kStart);
+    ASSERT_EQ(avahi.questions.size(), 1U);
+    EXPECT_EQ(avahi.questions.front()->subject, "A\\.b._smb._tcp.local");
+    AvahiAnswers& answers = avahi.questions.front()->answers;
+    answers.onSettled();
+    answers.onSettled();
+    answers.onFailed(AVAHI_ERR_NOT_FOUND);
+    EXPECT_EQ(avahi.questions.size(), 1U); // not within its own callback
+    session.tidy(kStart);
+    EXPECT_THAT(avahi.questions, IsEmpty());
+    EXPECT_THAT(events, ElementsAre(Event(Settled{1}), Event(Failed{1, DnsSdError::NotFound})));
+}
+
+} // namespace
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,244 @@
+#include "platform/dnssd/embedded_engine.h"
+#include "platform/dnssd/message_codec.h"
+#include "tests/platform/dnssd/engines/engine_network_test.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+/// The processes whose parent is `parent`.
+std::vector<pid_t> childrenOf(pid_t parent)
+{
+    std::vector<pid_t> result;
+    for (const auto& task :
+         std::filesystem::directory_iterator("/proc/" + std::to_string(parent) + "/task")) {
+        std::ifstream children(task.path() / "children");
+        for (pid_t child = 0; children >> child;)
+            result.push_back(child);
+    }
+    return result;
+}
+
+/// The engine process that `parent` has started.
+std::optional<pid_t> engineProcessOf(pid_t parent)
+{
+    for (const pid_t child : childrenOf(parent)) {
+        std::ifstream commandLine("/proc/" + std::to_string(child) + "/cmdline");
+        const std::string text{std::istreambuf_iterator<char>(commandLine), {}};
+        if (text.find("--dns-sd-engine") != std::string::npos)
+            return child;
+    }
+    return std::nullopt;
+}
+
+/// Waits for the end of a process that may be anybody's child.
+bool waitForEnd(pid_t process, std::chrono::milliseconds limit)
+{
+    const int descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
+    if (descriptor < 0)
+        return errno == ESRCH;
+    pollfd waiting{descriptor, POLLIN, 0};
+    const bool hasEnded = ::poll(&waiting, 1, static_cast<int>(limit.count())) == 1;
+    ::close(descriptor);
+    return hasEnded;
+}
+
+std::string statusLine(pid_t process, const std::string& name)
+{
+    std::ifstream status("/proc/" + std::to_string(process) + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name + ":"))
+            return line;
+    }
+    return {};
+}
+
+class EmbeddedEngine : public EngineNetworkTest {
+protected:
+    void SetUp() override
+    {
+        EngineNetworkTest::SetUp();
+        if (IsSkipped() || HasFatalFailure())
+            return;
+        engine->start([this, record = events.handler()](const Event& event) {
+            record(event);
+            if (isReregistering && std::holds_alternative<EngineUp>(event))
+                engine->send(registration(1, "Quillbox", "quillbox-1.local"));
+        });
+        ASSERT_TRUE(events.waitFor<EngineUp>());
+    }
+    void TearDown() override { engine->stop(); }
+
+    bool isReregistering = true;
+    EventRecorder events;
+    std::unique_ptr<Engine> engine = makeEmbeddedEngine();
+};
+
+TEST_F(EmbeddedEngine, advertisesAgainWithinThreeSecondsOfACrash)
+{
+    ASSERT_TRUE(events.waitForEvent(Registered{1}));
+    const auto child = engineProcessOf(::getpid());
+    ASSERT_TRUE(child);
+    events.clear();
+    const auto since = Clock::now();
+    ::kill(*child, SIGABRT);
+    EXPECT_TRUE(events.waitFor<EngineDown>(1s));
+    EXPECT_TRUE(events.waitForEvent(Registered{1}));
+    EXPECT_LE(Clock::now() - since, 3s);
+
+    const auto next = engineProcessOf(::getpid());
+    ASSERT_TRUE(next);
+    EXPECT_NE(*next, *child);
+    EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(*child))) << "a zombie";
+}
+
+TEST_F(EmbeddedEngine, waitsLongerAfterEachCrash)
+{
+    std::vector<Clock::duration> pauses;
+    for (int round = 0; round < 4; ++round) {
+        ASSERT_TRUE(events.waitFor<EngineUp>());
+        const auto child = engineProcessOf(::getpid());
+        ASSERT_TRUE(child);
+        events.clear();
+        ::kill(*child, SIGKILL);
+        ASSERT_TRUE(events.waitFor<EngineDown>());
+        const auto since = Clock::now();
+        ASSERT_TRUE(events.waitFor<EngineUp>());
+        pauses.push_back(Clock::now() - since);
+    }
+    EXPECT_GE(pauses[0], 100ms);
+    EXPECT_GE(pauses[3], 800ms);
+    EXPECT_LE(pauses[3], 1500ms);
+}
+
+TEST_F(EmbeddedEngine, leavesNoProcessBehind)
+{
+    ASSERT_TRUE(engineProcessOf(::getpid()));
+    const auto before = childrenOf(::getpid()).size();
+    engine->stop();
+    EXPECT_FALSE(engineProcessOf(::getpid()));
+    EXPECT_EQ(childrenOf(::getpid()).size(), before - 1);
+}
+
+TEST_F(EmbeddedEngine, runsItsProcessWithoutWhatItDoesNotNeed)
+{
+    const auto child = engineProcessOf(::getpid());
+    ASSERT_TRUE(child);
+    EXPECT_EQ(statusLine(*child, "NoNewPrivs"), "NoNewPrivs:\t1");
+
+    // The terminal's interrupt is the parent's to act upon.
+    ::kill(*child, SIGINT);
+    ::kill(*child, SIGHUP);
+    EXPECT_FALSE(waitForEnd(*child, 300ms));
+
+    // Nothing of ours is open there.
+    const auto folder = "/proc/" + std::to_string(*child) + "/fd";
+    const auto ourSocket = [&](int descriptor) {
+        return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
+    };
+    const int ours = ::open("/dev/zero", O_RDONLY);
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        std::error_code ignored;
+        EXPECT_NE(std::filesystem::read_symlink(entry.path(), ignored), ourSocket(ours));
+    }
+    ::close(ours);
+}
+
+TEST_F(EmbeddedEngine, isDownWhenTheExecutableIsNone)
+{
+    EventRecorder others;
+    const auto other = makeEmbeddedEngine({.executable = "/nonexistent"});
+    other->start(others.handler());
+    EXPECT_TRUE(others.waitFor<EngineDown>());
+    other->stop();
+    EXPECT_EQ(others.count<EngineDown>(), 1U);
+    EXPECT_EQ(others.count<EngineUp>(), 0U);
+}
+
+TEST_F(EmbeddedEngine, isDownWhenTheExecutableIsAnother)
+{
+    EventRecorder others;
+    const auto other = makeEmbeddedEngine({.executable = "/bin/true"});
+    other->start(others.handler());
+    EXPECT_TRUE(others.waitFor<EngineDown>());
+    other->stop();
+}
+
+TEST_F(EmbeddedEngine, endsAHangingProcessWhenItStops)
+{
+    const auto child = engineProcessOf(::getpid());
+    ASSERT_TRUE(child);
+    ::kill(*child, SIGSTOP);
+    const auto since = Clock::now();
+    engine->stop();
+    EXPECT_LE(Clock::now() - since, 500ms);
+    EXPECT_FALSE(engineProcessOf(::getpid()));
+}
+
+TEST_F(EmbeddedEngine, takesItsAdvertisementAlongWhenTheProgramIsKilled)
+{
+    TestZeroconf browser(*network, {"watch", "_smb._tcp"});
+    ASSERT_TRUE(browser.waitForLine("watching"));
+    TestPeer program(TestPeer::Where::Here, *network, "Killed", "killed.local");
+    ASSERT_TRUE(program.isReady());
+    ASSERT_TRUE(browser.waitForLine("found Killed._smb._tcp.local."));
+    const auto child = engineProcessOf(program.id());
+    ASSERT_TRUE(child);
+
+    program.signal(SIGKILL);
+    EXPECT_TRUE(waitForEnd(*child, 2s));
+    EXPECT_TRUE(browser.waitForLine("lost Killed._smb._tcp.local.", 3s));
+}
+
+TEST_F(EmbeddedEngine, endsAHangingProcessWhenTheProgramIsKilled)
+{
+    TestPeer program(TestPeer::Where::Here, *network, "Killed", "killed.local");
+    ASSERT_TRUE(program.isReady());
+    const auto child = engineProcessOf(program.id());
+    ASSERT_TRUE(child);
+    ::kill(*child, SIGSTOP); // it cannot see that its parent is gone
+    program.signal(SIGKILL);
+    program.signal(0);
+    ::kill(*child, SIGCONT);
+    EXPECT_TRUE(waitForEnd(*child, 3s));
+}
+
+TEST_F(EmbeddedEngine, refusesAPeerThatTalksNonsense)
+{
+    // A socket whose other end is not this program.
+    std::array<int, 2> pair{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair.data()), 0);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::dup2(pair[1], 3);
+        ::execl("/proc/self/exe", "engine", "--dns-sd-engine", nullptr);
+        ::_exit(127);
+    }
+    ::close(pair[1]);
+    std::array<char, 512> bytes{};
+    ASSERT_GT(::recv(pair[0], bytes.data(), bytes.size(), 0), 0);
+    ASSERT_EQ(::send(pair[0], "\xff nonsense", 10, 0), 10);
+    int status = 0;
+    ASSERT_TRUE(waitForEnd(child, 3s));
+    ::waitpid(child, &status, 0);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == EXIT_FAILURE);
+    ::close(pair[0]);
+}
+
+} // namespace
+
+} // namespace quillbox::dnssd

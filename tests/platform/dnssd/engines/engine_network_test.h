@@ -1,0 +1,53 @@
+#pragma once
+
+#include "platform/dnssd/automatic_engine.h"
+#include "platform/dnssd/daemon_engine.h"
+#include "platform/dnssd/embedded_engine.h"
+#include "tests/platform/dnssd/engines/event_recorder.h"
+#include "tests/platform/dnssd/engines/test_network.h"
+
+#include <memory>
+#include <string>
+
+#include <arpa/inet.h>
+#include <gtest/gtest.h>
+
+namespace quillbox::dnssd {
+
+/// Tests of real engines on a network of two hosts.
+class EngineNetworkTest : public testing::Test {
+protected:
+    static void SetUpTestSuite() { network = std::make_unique<TestNetwork>(); }
+    static void TearDownTestSuite() { network.reset(); }
+
+    void SetUp() override
+    {
+        if (!isInPrivateNetwork())
+            GTEST_SKIP() << "no network namespace can be had here";
+        ASSERT_TRUE(network->isReady());
+    }
+
+    static Address address(const char* text)
+    {
+        Address result;
+        ::inet_pton(AF_INET, text, result.bytes.data());
+        return result;
+    }
+
+    static RegisterRequest registration(AskId id, const std::string& name,
+                                        const std::string& hostName)
+    {
+        return {.id = id,
+                .name = name,
+                .type = "_smb._tcp",
+                .domain = {},
+                .port = 4445,
+                .txt = {},
+                .hostName = hostName,
+                .addresses = {{network->interfaceHere(), address(TestNetwork::kAddressHere)}}};
+    }
+
+    static inline std::unique_ptr<TestNetwork> network;
+};
+
+} // namespace quillbox::dnssd

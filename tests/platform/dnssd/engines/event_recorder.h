@@ -1,0 +1,71 @@
+#pragma once
+
+#include "platform/dnssd/engine.h"
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace quillbox::dnssd {
+
+/// Notes the events of an engine, in order, for a test to wait for.
+class EventRecorder final {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    Engine::EventHandler handler()
+    {
+        return [this](Event event) {
+            const std::lock_guard lock(mutex);
+            events.push_back(std::move(event));
+            changed.notify_all();
+        };
+    }
+
+    std::vector<Event> all()
+    {
+        const std::lock_guard lock(mutex);
+        return events;
+    }
+
+    void clear()
+    {
+        const std::lock_guard lock(mutex);
+        events.clear();
+    }
+
+    template <class T> bool waitFor(std::chrono::milliseconds limit = std::chrono::seconds(8))
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, limit, [&] {
+            return std::ranges::any_of(
+                events, [](const Event& event) { return std::holds_alternative<T>(event); });
+        });
+    }
+
+    bool waitForEvent(const Event& expected,
+                      std::chrono::milliseconds limit = std::chrono::seconds(8))
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(
+            lock, limit, [&] { return std::ranges::find(events, expected) != events.end(); });
+    }
+
+    template <class T> std::size_t count()
+    {
+        const std::lock_guard lock(mutex);
+        return static_cast<std::size_t>(std::ranges::count_if(
+            events, [](const Event& event) { return std::holds_alternative<T>(event); }));
+    }
+
+private:
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Event> events;
+};
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,105 @@
+#include "platform/dnssd/local_addresses.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_engine.h"
+#include "tests/fakes/fake_network_monitor.h"
+
+#include <algorithm>
+
+#include <gtest/gtest.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+const Address kOwnLoopback = address("127.9.8.7");
+
+class CountingObserver final : public LocalAddresses::Observer {
+public:
+    void localAddressesChanged() override { ++count; }
+
+    int count = 0;
+};
+
+} // namespace
+
+TEST(LocalAddresses, areThoseOfTheNetworkAndOneOfOurOwnOnLoopback)
+{
+    FakeNetworkMonitor monitor;
+    monitor.setAddresses({interfaceAddress(1, "lo", "127.0.0.1"), interfaceAddress(1, "lo", "::1"),
+                          interfaceAddress(2, "eth0", "192.168.1.5"),
+                          interfaceAddress(2, "eth0", "fe80::5"),
+                          interfaceAddress(2, "eth0", "2001:db8::5")});
+    const LocalAddresses local(monitor);
+    const std::vector<HostAddress> expected{{2, address("192.168.1.5")},
+                                            {2, address("2001:db8::5")},
+                                            {2, address("fe80::5")},
+                                            {1, kOwnLoopback}};
+    EXPECT_EQ(local.hostAddresses(kOwnLoopback), expected);
+}
+
+TEST(LocalAddresses, areThoseThatReachFurthestWhereThereAreTooMany)
+{
+    FakeNetworkMonitor monitor;
+    std::vector<InterfaceAddress> many{interfaceAddress(1, "lo", "127.0.0.1")};
+    for (int i = 2; i < 60; ++i)
+        many.push_back(interfaceAddress(i, "veth", "fe80::" + std::to_string(i)));
+    many.push_back(interfaceAddress(60, "wlan0", "192.168.1.5"));
+    monitor.setAddresses(many);
+    const auto published = LocalAddresses(monitor).hostAddresses(kOwnLoopback);
+    ASSERT_EQ(published.size(), kMaximumHostAddresses + 1);
+    EXPECT_EQ(published.front(), (HostAddress{60, address("192.168.1.5")}));
+    EXPECT_EQ(published.back(), (HostAddress{1, kOwnLoopback}));
+}
+
+TEST(LocalAddresses, withoutANetworkAreTheLoopbackOneOnly)
+{
+    FakeNetworkMonitor monitor;
+    monitor.setAddresses({interfaceAddress(1, "lo", "127.0.0.1")});
+    EXPECT_EQ(LocalAddresses(monitor).hostAddresses(kOwnLoopback),
+              (std::vector<HostAddress>{{1, kOwnLoopback}}));
+}
+
+TEST(LocalAddresses, skipWhatIsNoInternetAddress)
+{
+    FakeNetworkMonitor monitor;
+    monitor.setAddresses({{3, "odd0", false, SocketAddress(1)},
+                          {3, "odd0", false, {}},
+                          {3, "odd0", false, SocketAddress(16)}});
+    EXPECT_TRUE(LocalAddresses(monitor).hostAddresses(kOwnLoopback).empty());
+}
+
+TEST(LocalAddresses, tellOfRealChangesOnly)
+{
+    FakeDispatch dispatch;
+    FakeNetworkMonitor monitor;
+    LocalAddresses local(monitor);
+    local.start(dispatch.mainQueue(), [&local] { local.refresh(); });
+    CountingObserver observer;
+    local.addObserver(observer);
+    monitor.setAddresses({});
+    dispatch.runAll();
+    EXPECT_EQ(observer.count, 0);
+    monitor.setAddresses({interfaceAddress(2, "eth0", "10.0.0.1")});
+    dispatch.runAll();
+    EXPECT_EQ(observer.count, 1);
+    local.removeObserver(observer);
+    monitor.setAddresses({});
+    dispatch.runAll();
+    EXPECT_EQ(observer.count, 1);
+}
+
+TEST(LocalAddresses, leaveTheMonitorAloneOnceStopped)
+{
+    FakeDispatch dispatch;
+    auto monitor = std::make_unique<FakeNetworkMonitor>();
+    monitor->setAddresses({interfaceAddress(2, "eth0", "10.0.0.1")});
+    LocalAddresses local(*monitor);
+    local.start(dispatch.mainQueue(), [&local] { local.refresh(); });
+    local.stop();
+    EXPECT_EQ(monitor->subscriberCount(), 0U);
+    monitor = nullptr;
+    local.refresh();
+    EXPECT_EQ(local.hostAddresses(kOwnLoopback).size(), 1U);
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,321 @@
+#include "platform/dnssd/resolution.h"
+#include "tests/fakes/socket_addresses.h"
+#include "tests/platform/dnssd/center_fixture.h"
+
+#include <algorithm>
+#include <string>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace dnssd;
+using Addresses = std::vector<DnsSd::FoundAddress>;
+
+constexpr Sighting kWired{2, Family::IPv4};
+constexpr Sighting kWiredIPv6{2, Family::IPv6};
+constexpr Sighting kWireless{3, Family::IPv4};
+
+class ResolutionTest : public CenterTest {
+protected:
+    ResolutionTest() { dispatch.runAll(); }
+
+    AskId location() const { return engine.only<LocationRequest>().id; }
+
+    AskId question(const std::string& hostName, Family family) const
+    {
+        for (const auto& request : engine.standing<AddressRequest>()) {
+            if (request.hostName == hostName && request.family == family)
+                return request.id;
+        }
+        return 0;
+    }
+
+    void locate(const std::string& hostName, std::uint16_t port = 4445, Sighting sighting = kWired)
+    {
+        emit(LocationFound{location(), sighting, hostName, port});
+    }
+
+    void find(const std::string& hostName, const std::string& text, Sighting sighting = kWired)
+    {
+        const Address found = address(text);
+        emit(AddressFound{question(hostName, found.family), sighting, found});
+    }
+
+    void lose(const std::string& hostName, const std::string& text, Sighting sighting = kWired)
+    {
+        const Address gone = address(text);
+        emit(AddressLost{question(hostName, gone.family), sighting, gone});
+    }
+
+    static DnsSd::FoundAddress v4(const std::string& text, int interfaceIndex = 2,
+                                  std::uint16_t port = 4445)
+    {
+        return {ipv4Address(text, port), interfaceIndex};
+    }
+
+    static DnsSd::FoundAddress v6(const std::string& text, std::uint32_t scope,
+                                  int interfaceIndex = 2, std::uint16_t port = 4445)
+    {
+        return {ipv6Address(text, scope, port), interfaceIndex};
+    }
+
+    const ServiceEndpoint service{"Quillbox", "_smb._tcp", "local", std::nullopt};
+    Recorder<DnsSd::ResolveUpdate> resolved;
+    std::unique_ptr<DnsSd::Ask> resolution =
+        dnsSd->resolve(service, dispatch.mainQueue(), resolved.handler());
+};
+
+} // namespace
+
+TEST_F(ResolutionTest, asksForTheLocationAndThenForBothFamilies)
+{
+    up();
+    EXPECT_EQ(engine.only<LocationRequest>(),
+              (LocationRequest{location(), "Quillbox", "_smb._tcp", "local"}));
+    locate("phone.local");
+    EXPECT_NE(question("phone.local", Family::IPv4), 0U);
+    EXPECT_NE(question("phone.local", Family::IPv6), 0U);
+    find("phone.local", "192.168.1.7");
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("192.168.1.7")});
+}
+
+TEST_F(ResolutionTest, givesALinkLocalAddressTheScopeOfItsLink)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "fe80::7", kWiredIPv6);
+    find("phone.local", "fe80::7", {3, Family::IPv6});
+    find("phone.local", "2001:db8::7", kWiredIPv6);
+    find("phone.local", "::ffff:10.0.0.1", kWiredIPv6);
+    EXPECT_EQ(resolved.last().addresses,
+              (Addresses{v6("fe80::7", 2), v6("fe80::7", 3, 3), v6("2001:db8::7", 0),
+                         v6("::ffff:10.0.0.1", 0)}));
+}
+
+TEST_F(ResolutionTest, listsAnAddressOnceAnInterfaceAndKeepsTheOrder)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "2001:db8::7", kWiredIPv6);
+    find("phone.local", "10.0.0.7", kWired);
+    find("phone.local", "10.0.0.7", kWiredIPv6);
+    find("phone.local", "10.0.0.7", kWireless);
+    const Addresses all{v6("2001:db8::7", 0), v4("10.0.0.7"), v4("10.0.0.7", 3)};
+    EXPECT_EQ(resolved.last().addresses, all);
+    lose("phone.local", "10.0.0.7", kWired);
+    EXPECT_EQ(resolved.last().addresses, all) << "the other carrier still brings it";
+    lose("phone.local", "10.0.0.7", kWiredIPv6);
+    EXPECT_EQ(resolved.last().addresses, (Addresses{v6("2001:db8::7", 0), v4("10.0.0.7", 3)}));
+}
+
+TEST_F(ResolutionTest, settlesByFamily)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    EXPECT_FALSE(resolved.last().isSettledIPv4);
+    emit(Settled{question("phone.local", Family::IPv4)});
+    EXPECT_TRUE(resolved.last().isSettledIPv4);
+    EXPECT_FALSE(resolved.last().isSettledIPv6);
+    emit(Settled{question("phone.local", Family::IPv6)});
+    EXPECT_TRUE(resolved.last().isSettledIPv6);
+    locate("second.local");
+    EXPECT_FALSE(resolved.last().isSettledIPv4) << "one host has not answered yet";
+}
+
+TEST_F(ResolutionTest, settlesWithNothingWhenThereIsNoLocation)
+{
+    up();
+    EXPECT_FALSE(resolved.last().isSettledIPv4);
+    emit(Settled{location()});
+    EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
+}
+
+TEST_F(ResolutionTest, takesSilenceForSettledAfterAWhile)
+{
+    up();
+    dispatch.advance(kSettlingLimit - 1ms);
+    EXPECT_FALSE(resolved.last().isSettledIPv4);
+    dispatch.advance(1ms);
+    EXPECT_TRUE(resolved.last().isSettledIPv4);
+    EXPECT_TRUE(resolved.last().isSettledIPv6);
+}
+
+TEST_F(ResolutionTest, passesAPortOfZeroOn)
+{
+    up();
+    locate("phone.local", 0);
+    find("phone.local", "10.0.0.7");
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7", 2, 0)});
+}
+
+TEST_F(ResolutionTest, asksNothingOfATargetThatIsNoHost)
+{
+    up();
+    locate(".");
+    locate("");
+    locate(std::string(2000, 'x'));
+    emit(Settled{location()});
+    EXPECT_TRUE(engine.standing<AddressRequest>().empty());
+    EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
+}
+
+TEST_F(ResolutionTest, asksFourHostsOfOneService)
+{
+    up();
+    for (int i = 0; i < 1000; ++i)
+        locate("phone" + std::to_string(i) + ".local");
+    EXPECT_EQ(engine.standing<AddressRequest>().size(), 2 * kMaximumHosts);
+    EXPECT_NE(question("phone0.local", Family::IPv4), 0U);
+}
+
+TEST_F(ResolutionTest, tells16AddressesOfAFamily)
+{
+    up();
+    locate("phone.local");
+    locate("second.local");
+    for (int i = 0; i < 250; ++i) {
+        find("phone.local", "10.0.0." + std::to_string(i));
+        find("second.local", "10.0.1." + std::to_string(i));
+        find("phone.local", "2001:db8::" + std::to_string(i));
+    }
+    const auto isIPv4 = [](const auto& found) { return found.address.size() == 16; };
+    const Addresses& all = resolved.last().addresses;
+    EXPECT_EQ(all.size(), 2 * kMaximumAddresses);
+    EXPECT_EQ(static_cast<std::size_t>(std::ranges::count_if(all, isIPv4)), kMaximumAddresses);
+}
+
+TEST_F(ResolutionTest, asksOncePerHostWhateverThePorts)
+{
+    up();
+    locate("phone.local", 4445);
+    locate("PHONE.local", 4446);
+    EXPECT_EQ(engine.standing<AddressRequest>().size(), 2U);
+    find("phone.local", "10.0.0.7");
+    EXPECT_EQ(resolved.last().addresses,
+              (Addresses{v4("10.0.0.7", 2, 4445), v4("10.0.0.7", 2, 4446)}));
+    emit(LocationLost{location(), kWired, "phone.local", 4445});
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7", 2, 4446)});
+    find("phone.local", "10.0.0.8");
+    EXPECT_EQ(resolved.last().addresses.size(), 2U) << "it still listens to the host that is left";
+}
+
+TEST_F(ResolutionTest, followsAServiceThatMoves)
+{
+    up();
+    locate("old.local");
+    find("old.local", "10.0.0.7");
+    locate("new.local");
+    emit(LocationLost{location(), kWired, "old.local", 4445});
+    EXPECT_EQ(question("old.local", Family::IPv4), 0U);
+    find("new.local", "10.0.0.8");
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.8")});
+    emit(LocationLost{location(), kWired, "new.local", 4445});
+    EXPECT_TRUE(resolved.last().addresses.empty()) << "the service is gone";
+}
+
+TEST_F(ResolutionTest, keepsTheLastAddressesWhileTheEngineIsAway)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    find("phone.local", "10.0.0.8");
+    down();
+    EXPECT_EQ(resolved.last().error, DnsSdError::EngineUnavailable);
+    EXPECT_EQ(resolved.last().addresses.size(), 2U);
+    up();
+    EXPECT_FALSE(resolved.last().error);
+    EXPECT_FALSE(resolved.last().isSettledIPv4);
+    EXPECT_EQ(resolved.last().addresses.size(), 2U);
+    locate("phone.local");
+    find("phone.local", "10.0.0.9");
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.9")});
+}
+
+TEST_F(ResolutionTest, forgetsTheOldAddressesWhenTheNextEngineSettlesWithoutThem)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    emit(Settled{location()});
+    emit(Settled{question("phone.local", Family::IPv4)});
+    emit(Settled{question("phone.local", Family::IPv6)});
+    down();
+    up();
+    EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, false, false, {}}));
+    emit(Settled{location()});
+    EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
+}
+
+TEST_F(ResolutionTest, ignoresAnswersToTheEngineThatWent)
+{
+    up();
+    locate("phone.local");
+    const AskId old = question("phone.local", Family::IPv4);
+    down();
+    up();
+    emit(AddressFound{old, kWired, address("10.9.9.9")});
+    EXPECT_TRUE(resolved.last().addresses.empty());
+}
+
+TEST_F(ResolutionTest, asksAgainAfterAPauseWhenTheEngineCannot)
+{
+    up();
+    emit(Failed{location(), DnsSdError::TooManyEntries});
+    EXPECT_TRUE(resolved.last().isSettledIPv4) << "who waits need not wait for the next try";
+    EXPECT_TRUE(engine.standing<LocationRequest>().empty());
+    dispatch.advance(500ms);
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")});
+}
+
+TEST_F(ResolutionTest, sharesItsQuestionsWithOthersThatAskTheSame)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    const std::size_t before = engine.requests().size();
+    Recorder<DnsSd::ResolveUpdate> second;
+    auto other = dnsSd->resolve(service, dispatch.mainQueue(), second.handler());
+    dispatch.runAll();
+    EXPECT_EQ(engine.requests().size(), before);
+    EXPECT_EQ(second.last().addresses, Addresses{v4("10.0.0.7")});
+    resolution = nullptr;
+    dispatch.runAll();
+    EXPECT_EQ(engine.count<StopRequest>(), 0U);
+    other = nullptr;
+    dispatch.runAll();
+    EXPECT_TRUE(engine.standing<LocationRequest>().empty());
+    EXPECT_TRUE(engine.standing<AddressRequest>().empty());
+}
+
+TEST_F(ResolutionTest, resolvesAHost)
+{
+    Recorder<DnsSd::ResolveUpdate> host;
+    const auto ask = dnsSd->resolveHost("phone.local", dispatch.mainQueue(), host.handler());
+    up();
+    EXPECT_FALSE(host.last().isSettledIPv4);
+    find("phone.local", "10.0.0.7");
+    find("phone.local", "fe80::7", kWiredIPv6);
+    emit(Settled{question("phone.local", Family::IPv4)});
+    EXPECT_EQ(host.last(), (DnsSd::ResolveUpdate{
+                               {v4("10.0.0.7", 2, 0), v6("fe80::7", 2, 2, 0)}, true, false, {}}));
+}
+
+TEST_F(ResolutionTest, settlesAtOnceForWhatCannotBe)
+{
+    up();
+    Recorder<DnsSd::ResolveUpdate> host;
+    const auto first = dnsSd->resolveHost("", dispatch.mainQueue(), host.handler());
+    Recorder<DnsSd::ResolveUpdate> unnamed;
+    const auto second = dnsSd->resolve({"", "_smb._tcp", "local", std::nullopt},
+                                       dispatch.mainQueue(), unnamed.handler());
+    dispatch.runAll();
+    EXPECT_EQ(host.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
+    EXPECT_EQ(unnamed.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
+}
+
+} // namespace quillbox

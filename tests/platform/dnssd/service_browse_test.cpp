@@ -1,0 +1,450 @@
+#include "platform/dnssd/service_browse.h"
+#include "tests/platform/dnssd/center_fixture.h"
+
+#include <algorithm>
+#include <string>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace dnssd;
+using State = DnsSd::BrowseUpdate::State;
+
+constexpr Sighting kWired{2, Family::IPv4};
+constexpr Sighting kWiredIPv6{2, Family::IPv6};
+constexpr Sighting kWireless{3, Family::IPv4};
+
+class ServiceBrowseTest : public CenterTest {
+protected:
+    ServiceBrowseTest() { dispatch.runAll(); }
+
+    AskId id() const { return engine.only<BrowseRequest>().id; }
+
+    ServiceFound found(const std::string& name, Sighting sighting = kWired) const
+    {
+        return {id(), sighting, name, "_smb._tcp", "local"};
+    }
+
+    ServiceLost lost(const std::string& name, Sighting sighting = kWired) const
+    {
+        return {id(), sighting, name, "_smb._tcp", "local"};
+    }
+
+    /// The sign of life of a service.
+    AskId lifeOf(const std::string& name) const
+    {
+        for (const auto& request : engine.standing<LocationRequest>()) {
+            if (request.name == name)
+                return request.id;
+        }
+        return 0;
+    }
+
+    std::vector<std::string> names() const
+    {
+        std::vector<std::string> result;
+        for (const auto& service : browsed.last().services)
+            result.push_back(service.name);
+        return result;
+    }
+
+    /// The sets that were told, one after the other without repetition.
+    std::size_t setCount() const
+    {
+        std::vector<ServiceEndpoint> last;
+        std::size_t count = 0;
+        for (const auto& update : browsed.all()) {
+            if (update.state == State::Ready && update.services != last) {
+                last = update.services;
+                ++count;
+            }
+        }
+        return count;
+    }
+
+    using Names = std::vector<std::string>;
+
+    Recorder<DnsSd::BrowseUpdate> browsed;
+    std::unique_ptr<DnsSd::Ask> browse =
+        dnsSd->browse("_smb._tcp", dispatch.mainQueue(), browsed.handler());
+};
+
+} // namespace
+
+TEST_F(ServiceBrowseTest, saysNothingUntilTheEngineHasSaidHowItIs)
+{
+    dispatch.advance(10s);
+    EXPECT_EQ(browsed.count(), 0U);
+    EXPECT_TRUE(engine.requests().empty());
+}
+
+TEST_F(ServiceBrowseTest, waitsWhileThereIsNoEngine)
+{
+    down();
+    EXPECT_EQ(browsed.last().state, State::Waiting);
+    EXPECT_EQ(browsed.last().error, DnsSdError::EngineUnavailable);
+    down(std::make_error_code(std::errc::permission_denied));
+    EXPECT_EQ(browsed.last().error, std::errc::permission_denied);
+}
+
+TEST_F(ServiceBrowseTest, deliversTheFirstServiceAtOnce)
+{
+    up();
+    EXPECT_EQ(browsed.last().state, State::Ready);
+    const auto before = dispatch.now();
+    emit(found("Quillbox"));
+    EXPECT_EQ(dispatch.now(), before);
+    EXPECT_EQ(browsed.last().services,
+              (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local", std::nullopt}}));
+}
+
+TEST_F(ServiceBrowseTest, listsAServiceForAsLongAsAnythingSeesIt)
+{
+    up();
+    emit(found("Quillbox", kWired));
+    emit(found("Quillbox", kWiredIPv6));
+    emit(found("Quillbox", kWireless));
+    emit(found("Quillbox", kWireless));
+    dispatch.advance(1s);
+    EXPECT_EQ(setCount(), 1U);
+    emit(lost("Quillbox", kWired));
+    emit(lost("Quillbox", kWireless));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+    emit(lost("Quillbox", kWiredIPv6));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{});
+    EXPECT_EQ(setCount(), 2U);
+}
+
+TEST_F(ServiceBrowseTest, ignoresLossesOfWhatItNeverSaw)
+{
+    up();
+    emit(found("Quillbox", kWired));
+    emit(lost("Quillbox", kWireless));
+    emit(lost("Nobody", kWired));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, keepsTheOrderOfFirstSight)
+{
+    up();
+    emit(found("b"));
+    emit(found("a"));
+    emit(found("c"));
+    emit(found("b", kWireless));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), (Names{"b", "a", "c"}));
+}
+
+TEST_F(ServiceBrowseTest, comparesNamesAsDnsDoes)
+{
+    up();
+    emit(found("Quillbox", kWired));
+    emit(found("QUILLBOX", kWireless));
+    emit(lost("quillbox", kWired));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, dropsWhatNoServiceOfTheTypeCanBe)
+{
+    up();
+    emit(ServiceFound{id(), kWired, "other", "_http._tcp", "local"});
+    emit(found(""));
+    emit(found(std::string(64, 'x')));
+    emit(found("bad\xff"));
+    emit(found(std::string("zero\0byte", 9)));
+    emit(ServiceFound{id(), kWired, "no domain", "_smb._tcp", ""});
+    emit(ServiceFound{id() + 1, kWired, "another question", "_smb._tcp", "local"});
+    emit(ServiceFound{id(), kWired, "Quillbox", "_SMB._TCP", "local"});
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.last().services,
+              (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local", std::nullopt}}));
+}
+
+TEST_F(ServiceBrowseTest, carriesHostileNamesVerbatim)
+{
+    up();
+    const Names hostile{"<img src=x>", "line\nbreak",      "\xe2\x80\xae right to left",
+                        "%n%s",        "../../etc/passwd", "a.b\\c"};
+    for (const auto& name : hostile)
+        emit(found(name));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), hostile);
+}
+
+TEST_F(ServiceBrowseTest, lists256OfTenThousandServices)
+{
+    up();
+    testing::internal::CaptureStderr();
+    for (int i = 0; i < 10'000; ++i)
+        engine.emit(found("Service " + std::to_string(i)));
+    dispatch.advance(1s);
+    const std::string said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::ranges::count(said, '\n'), 1);
+    EXPECT_NE(said.find("_smb._tcp"), std::string::npos);
+    ASSERT_EQ(names().size(), kMaximumServices);
+    EXPECT_EQ(names().front(), "Service 0");
+    EXPECT_EQ(names().back(), "Service 255");
+    EXPECT_EQ(engine.count<LocationRequest>(), kMaximumServices);
+    EXPECT_LE(setCount(), 3U);
+}
+
+TEST_F(ServiceBrowseTest, givesAFreedPlaceToWhatIsSeenNext)
+{
+    up();
+    testing::internal::CaptureStderr();
+    for (std::size_t i = 0; i <= kMaximumServices; ++i)
+        engine.emit(found("Service " + std::to_string(i)));
+    emit(lost("Service 7"));
+    emit(found("Newcomer"));
+    dispatch.advance(1s);
+    emit(found("Nobody any more"));
+    dispatch.advance(1s);
+    EXPECT_EQ(std::ranges::count(testing::internal::GetCapturedStderr(), '\n'), 1);
+    EXPECT_EQ(names().size(), kMaximumServices);
+    EXPECT_EQ(names().back(), "Newcomer");
+    EXPECT_EQ(engine.standing<LocationRequest>().size(), kMaximumServices);
+}
+
+TEST_F(ServiceBrowseTest, deliversAtMostTenSetsASecondOfAServiceThatFlaps)
+{
+    up();
+    emit(found("Steady"));
+    dispatch.advance(1s);
+    const std::size_t before = browsed.count();
+    const std::size_t askedBefore = engine.requests().size();
+    for (int i = 0; i < 100; ++i) {
+        emit(i % 2 == 0 ? Event(found("Flapping")) : Event(lost("Flapping")));
+        dispatch.advance(10ms);
+        EXPECT_LE(engine.standing<LocationRequest>().size(), 2U);
+    }
+    EXPECT_LE(browsed.count() - before, 10U);
+    EXPECT_GE(browsed.count() - before, 1U);
+    EXPECT_LE(engine.requests().size() - askedBefore, 22U);
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Steady"}) << "the last word is delivered";
+}
+
+TEST_F(ServiceBrowseTest, deliversTheLatestSetOnceItMay)
+{
+    up();
+    emit(found("a"));
+    emit(found("b"));
+    emit(found("c"));
+    EXPECT_EQ(names(), Names{"a"});
+    dispatch.advance(99ms);
+    EXPECT_EQ(names(), Names{"a"});
+    dispatch.advance(1ms);
+    EXPECT_EQ(names(), (Names{"a", "b", "c"}));
+    dispatch.advance(10s);
+    EXPECT_EQ(setCount(), 2U);
+}
+
+TEST_F(ServiceBrowseTest, keepsTheLastSetWhileTheEngineIsAwayAndUntilTheNewBrowseHasSettled)
+{
+    up();
+    emit(found("stays"));
+    emit(found("leaves"));
+    dispatch.advance(1s);
+    const AskId first = id();
+    down();
+    EXPECT_EQ(browsed.last().state, State::Waiting);
+    up();
+    EXPECT_NE(id(), first);
+    browsed.clear();
+    emit(found("new"));
+    emit(found("stays"));
+    emit(ServiceFound{first, kWired, "from the old engine", "_smb._tcp", "local"});
+    dispatch.advance(2s);
+    EXPECT_EQ(browsed.count(), 0U);
+    emit(Settled{id()});
+    ASSERT_EQ(browsed.count(), 1U);
+    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(names(), (Names{"stays", "new"}));
+}
+
+TEST_F(ServiceBrowseTest, replacesTheSetAfterAWhileIfTheEngineNeverSettles)
+{
+    up();
+    emit(found("old"));
+    down();
+    up();
+    emit(found("new"));
+    dispatch.advance(kSettlingLimit - 1ms);
+    EXPECT_EQ(browsed.last().state, State::Waiting);
+    dispatch.advance(1ms);
+    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(names(), Names{"new"});
+}
+
+TEST_F(ServiceBrowseTest, doesNotDeliverTheSameSetAgainAsNews)
+{
+    up();
+    emit(found("a"));
+    emit(found("b"));
+    dispatch.advance(1s);
+    const auto before = browsed.last();
+    down();
+    up();
+    emit(found("b"));
+    emit(found("a"));
+    emit(Settled{id()});
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.last(), before) << "the order of first sight is kept";
+    EXPECT_EQ(setCount(), 2U);
+}
+
+TEST_F(ServiceBrowseTest, replacesTheSetOfAnEngineThatCameBackUnseen)
+{
+    up();
+    emit(found("old"));
+    up();
+    emit(found("new"));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"old"});
+    emit(Settled{id()});
+    EXPECT_EQ(names(), Names{"new"});
+}
+
+TEST_F(ServiceBrowseTest, staysBoundedOverManyChangesOfTheEngine)
+{
+    testing::internal::CaptureStderr();
+    for (int round = 0; round < 20; ++round) {
+        up();
+        for (int i = 0; i < 300; ++i)
+            emit(found(std::to_string(round) + " " + std::to_string(i)));
+        EXPECT_LE(engine.standing<LocationRequest>().size(), kMaximumServices);
+        down();
+    }
+    up();
+    emit(found("Quillbox"));
+    emit(Settled{id()});
+    dispatch.advance(1s);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(names(), Names{"Quillbox"});
+    EXPECT_EQ(engine.standing<LocationRequest>().size(), 1U);
+}
+
+TEST_F(ServiceBrowseTest, takesAServiceOutWhoseLocationRanOutAndBackWhenItIsFound)
+{
+    up();
+    emit(found("Quillbox"));
+    const AskId life = lifeOf("Quillbox");
+    ASSERT_NE(life, 0U);
+    emit(LocationFound{life, kWired, "phone.local", 4445});
+    emit(LocationFound{life, kWireless, "phone.local", 4445});
+    dispatch.advance(1s);
+    emit(LocationLost{life, kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Quillbox"}) << "one interface still sees it";
+    emit(LocationLost{life, kWireless, "phone.local", 4445});
+    EXPECT_EQ(names(), Names{});
+    dispatch.advance(60s);
+    EXPECT_EQ(lifeOf("Quillbox"), life) << "the question stands";
+    emit(LocationFound{life, kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationIsNeverFound)
+{
+    up();
+    emit(found("Quillbox"));
+    emit(Settled{lifeOf("Quillbox")});
+    dispatch.advance(300s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+    emit(Failed{lifeOf("Quillbox"), DnsSdError::TooManyEntries});
+    dispatch.advance(300s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, remembersThatAServiceWasDeadWhenTheEngineChanges)
+{
+    up();
+    emit(found("dead"));
+    emit(found("alive"));
+    dispatch.advance(1s);
+    emit(LocationFound{lifeOf("dead"), kWired, "phone.local", 4445});
+    emit(LocationLost{lifeOf("dead"), kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"alive"});
+    down();
+    up();
+    emit(found("dead"));
+    emit(found("alive"));
+    emit(Settled{id()});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"alive"});
+    emit(LocationFound{lifeOf("dead"), kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), (Names{"dead", "alive"}));
+}
+
+TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationTheNextEngineHasNotFoundYet)
+{
+    up();
+    emit(found("Quillbox"));
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    down();
+    up();
+    emit(found("Quillbox"));
+    emit(Settled{id()});
+    emit(Settled{lifeOf("Quillbox")});
+    dispatch.advance(10s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, failsForGoodForAnInvalidTypeOnly)
+{
+    up();
+    emit(Failed{id(), DnsSdError::InvalidType});
+    EXPECT_EQ(browsed.last().state, State::Failed);
+    EXPECT_EQ(browsed.last().error, DnsSdError::InvalidType);
+    down();
+    up();
+    EXPECT_EQ(browsed.last().state, State::Failed);
+    EXPECT_EQ(engine.count<BrowseRequest>(), 1U);
+}
+
+TEST_F(ServiceBrowseTest, asksAgainAfterAGrowingPauseWhenTheEngineCannot)
+{
+    up();
+    emit(found("Quillbox"));
+    emit(Failed{id(), DnsSdError::TooManyEntries});
+    EXPECT_EQ(browsed.last().state, State::Waiting);
+    EXPECT_EQ(browsed.last().error, DnsSdError::TooManyEntries);
+    dispatch.advance(499ms);
+    EXPECT_EQ(engine.count<BrowseRequest>(), 1U);
+    dispatch.advance(1ms);
+    EXPECT_EQ(engine.count<BrowseRequest>(), 2U);
+    emit(Failed{id(), DnsSdError::TooManyEntries});
+    dispatch.advance(999ms);
+    EXPECT_EQ(engine.count<BrowseRequest>(), 2U);
+    dispatch.advance(1ms);
+    emit(found("Quillbox"));
+    emit(Settled{id()});
+    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, endsItsQuestionsWithTheAsk)
+{
+    up();
+    emit(found("Quillbox"));
+    EXPECT_EQ(engine.standing<LocationRequest>().size(), 1U);
+    browse = nullptr;
+    dispatch.runAll();
+    EXPECT_TRUE(engine.standing<BrowseRequest>().empty());
+    EXPECT_TRUE(engine.standing<LocationRequest>().empty());
+    const std::size_t before = browsed.count();
+    emit(found("Late"));
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.count(), before);
+}
+
+} // namespace quillbox

@@ -1,0 +1,61 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <system_error>
+#include <thread>
+
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+/// Runs `work` on a thread in an empty network namespace of its own; threads that it starts are
+/// there too. Skips the test where that is not permitted.
+inline void inNetworkNamespace(const std::function<void()>& work)
+{
+    bool isPermitted = false;
+    std::thread([&] {
+        isPermitted = ::unshare(CLONE_NEWNET) == 0;
+        if (isPermitted)
+            work();
+    }).join();
+    if (!isPermitted)
+        GTEST_SKIP() << "no permission to make a network namespace";
+}
+
+/// Switches the loopback interface of this thread's network namespace.
+inline void setLoopbackUp(bool isUp)
+{
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request{};
+    request.ifr_name[0] = 'l';
+    request.ifr_name[1] = 'o';
+    EXPECT_EQ(::ioctl(socket, SIOCGIFFLAGS, &request), 0);
+    const auto flags = static_cast<unsigned short>(request.ifr_flags);
+    request.ifr_flags = static_cast<short>(isUp ? flags | IFF_UP : flags & ~IFF_UP);
+    EXPECT_EQ(::ioctl(socket, SIOCSIFFLAGS, &request), 0);
+    ::close(socket);
+}
+
+/// Causes so many changes that a netlink socket overflows.
+inline void fillReceiveBuffer(int socket)
+{
+    const int size = 2304;
+    EXPECT_EQ(::setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size), 0);
+    for (int count = 0; count < 20; ++count) {
+        setLoopbackUp(true);
+        setLoopbackUp(false);
+    }
+}
+
+inline void closeDescriptor(int descriptor)
+{
+    ::close(descriptor);
+}
+
+} // namespace quillbox

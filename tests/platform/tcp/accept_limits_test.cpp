@@ -1,0 +1,124 @@
+#include "tests/fakes/socket_addresses.h"
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include <sys/resource.h>
+#include <sys/socket.h>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+/// Leaves this process room for so many more descriptors, until it goes.
+class DescriptorLimit final {
+public:
+    explicit DescriptorLimit(rlim_t spare)
+    {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        auto lowered = before_;
+        lowered.rlim_cur = lowestFree() + spare;
+        ::setrlimit(RLIMIT_NOFILE, &lowered);
+    }
+
+    ~DescriptorLimit() { lift(); }
+
+    DescriptorLimit(const DescriptorLimit&) = delete;
+    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
+
+    void lift() const { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    /// Every number below it is taken.
+    static rlim_t lowestFree()
+    {
+        const Peer probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        return static_cast<rlim_t>(probe.descriptor());
+    }
+
+    rlimit before_{};
+};
+
+/// Connections that begin, while this process can open no more descriptors.
+class Crowd final {
+public:
+    explicit Crowd(std::size_t count)
+    {
+        for (std::size_t index = 0; index < count; ++index)
+            peers_.emplace_back(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    }
+
+    void connectTo(std::uint16_t port)
+    {
+        const auto address = ipv4Address("127.0.0.1", port);
+        for (const auto& peer : peers_)
+            EXPECT_EQ(::connect(peer.descriptor(),
+                                reinterpret_cast<const sockaddr*>(address.data()),
+                                static_cast<socklen_t>(address.size())),
+                      0);
+    }
+
+private:
+    std::vector<Peer> peers_;
+};
+
+} // namespace
+
+TEST(TcpListener, pausesWhenItIsOutOfDescriptorsAndGoesOnWhenAConnectionCloses)
+{
+    Harness harness;
+    harness.listen();
+    Crowd crowd(8);
+    testing::internal::CaptureStderr();
+    const DescriptorLimit limit(3);
+    crowd.connectTo(harness.listeningPort());
+    ASSERT_TRUE(harness.waitForAccepted(3));
+
+    const auto before = processorTime();
+    EXPECT_FALSE(harness.waitForAccepted(4, 1s));
+    EXPECT_LT(processorTime() - before, 50ms) << "5 % of the time at the most";
+
+    // One goes, one comes.
+    harness.nextAccepted().reset();
+    EXPECT_TRUE(harness.waitForAccepted(4));
+    EXPECT_FALSE(harness.waitForAccepted(5, kWatch));
+
+    limit.lift();
+    EXPECT_TRUE(harness.waitForAccepted(8));
+    const auto said = testing::internal::GetCapturedStderr();
+    EXPECT_LE(std::count(said.begin(), said.end(), '\n'), 2) << said;
+    EXPECT_TRUE(said.starts_with("quillbox-helper: ")) << said;
+}
+
+TEST(TcpListener, comesBackByItselfWhenDescriptorsAreFreeAgain)
+{
+    Harness harness;
+    harness.listen();
+    Crowd crowd(2);
+    testing::internal::CaptureStderr();
+    const DescriptorLimit limit(0);
+    crowd.connectTo(harness.listeningPort());
+    EXPECT_FALSE(harness.waitForAccepted(1, kWatch));
+    limit.lift();
+    EXPECT_TRUE(harness.waitForAccepted(2, 2s));
+    EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
+}
+
+TEST(TcpConnection, failsWhenThereIsNoDescriptorForIt)
+{
+    Harness harness;
+    const PeerListener phone;
+    Subject subject(harness.network->makeConnection(
+                        HostEndpoint{.host = "127.0.0.1", .port = phone.port()}, {}),
+                    harness.makeQueue());
+    const DescriptorLimit limit(0);
+    subject.start();
+    ASSERT_TRUE(subject.log->waitFor(Connection::State::Failed));
+    EXPECT_EQ(subject.log->errorOf(Connection::State::Failed), std::errc::too_many_files_open);
+}
+
+} // namespace quillbox

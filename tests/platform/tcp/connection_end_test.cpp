@@ -1,0 +1,231 @@
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include <gtest/gtest.h>
+
+#include <thread>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using State = Connection::State;
+
+} // namespace
+
+TEST(TcpConnection, failsOnAResetThatNobodyReads)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    peer.reset();
+    ASSERT_TRUE(subject.log->waitFor(State::Failed));
+    EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_reset);
+}
+
+TEST(TcpConnection, failsOnAResetBehindBytesThatNobodyReads)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    ASSERT_TRUE(peer.send("a request"));
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    const auto before = processorTime();
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
+    EXPECT_LT(processorTime() - before, kWatch / 4) << "unread bytes keep it busy";
+    peer.reset();
+    EXPECT_TRUE(subject.log->waitFor(State::Failed));
+}
+
+TEST(TcpConnection, failsWhenItWasResetBeforeItsStart)
+{
+    Harness harness;
+    harness.listen();
+    auto peer = connectPeer(harness.listeningPort());
+    Subject subject(harness.nextAccepted(), harness.makeQueue());
+    peer.reset();
+    subject.start();
+    EXPECT_TRUE(subject.log->waitFor(State::Failed));
+}
+
+TEST(TcpConnection, isNotFailedByTheEndOfThePeersSide)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    peer.shutDownSending();
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
+}
+
+TEST(TcpConnection, endsAReceiveWithTheResetAndFailsOnce)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    auto future = subject.receive();
+    subject.settle();
+    peer.reset();
+    const auto received = take(std::move(future));
+    EXPECT_EQ(received.error, std::errc::connection_reset);
+    EXPECT_FALSE(received.isComplete);
+    ASSERT_TRUE(subject.log->waitFor(State::Failed));
+    // The kernel tells an error once, and the end of the stream from then on.
+    const auto again = take(subject.receive());
+    EXPECT_EQ(again.error, std::errc::connection_reset);
+    EXPECT_FALSE(again.isComplete);
+    subject.settle();
+    EXPECT_EQ(subject.log->count(State::Failed), 1U);
+}
+
+TEST(TcpConnection, endsASendWithTheReset)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    const auto chunk = pattern(kMaximumContentSize);
+    std::future<std::error_code> pending;
+    do {
+        pending = subject.send(chunk);
+    } while (pending.wait_for(kWatch) == std::future_status::ready);
+    peer.reset();
+    EXPECT_TRUE(take(std::move(pending)));
+    EXPECT_TRUE(subject.log->waitFor(State::Failed));
+}
+
+TEST(TcpConnection, letsAReaderHaveWhatCameBeforeTheReset)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    const auto bytes = pattern(300'000);
+    ASSERT_TRUE(peer.send(bytes));
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    auto all = take(subject.receive(1, 1000)).bytes;
+    peer.reset();
+    // What is sent meanwhile goes where the network would have dropped it, and ends nothing.
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
+    EXPECT_FALSE(take(subject.send("lost")));
+    EXPECT_FALSE(take(subject.send("lost")));
+    Received received;
+    while (!received.error && !received.isComplete) {
+        received = take(subject.receive(1, 100'000));
+        all += received.bytes;
+    }
+    EXPECT_TRUE(all == bytes);
+    EXPECT_TRUE(received.error);
+    EXPECT_TRUE(subject.log->waitFor(State::Failed));
+    EXPECT_TRUE(take(subject.send("no longer")));
+}
+
+TEST(TcpConnection, failsOnAResetOnceAReaderHasHadEverything)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    ASSERT_TRUE(peer.send("abc"));
+    EXPECT_EQ(take(subject.receive(3, 3)).bytes, "abc");
+    peer.reset();
+    EXPECT_TRUE(subject.log->waitFor(State::Failed));
+}
+
+TEST(TcpConnection, endsWhatIsPendingAndThenReportsCancelled)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    const auto chunk = pattern(kMaximumContentSize);
+    std::future<std::error_code> sending;
+    do {
+        sending = subject.send(chunk);
+    } while (sending.wait_for(kWatch) == std::future_status::ready);
+    auto receiving = subject.receive();
+    subject.settle();
+    subject.cancel();
+    subject.cancel();
+    EXPECT_EQ(take(std::move(receiving)).error, std::errc::operation_canceled);
+    EXPECT_EQ(take(std::move(sending)), std::errc::operation_canceled);
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    peer.reset();
+    subject.settle();
+    EXPECT_EQ(subject.log->states(), (std::vector{State::Ready, State::Cancelled}));
+    EXPECT_EQ(take(subject.receive()).error, std::errc::operation_canceled);
+    EXPECT_EQ(take(subject.send("x")), std::errc::operation_canceled);
+}
+
+TEST(TcpConnection, reportsCancelledAfterTheCompletionsThatItEnds)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::vector<std::string> events;
+    std::promise<void> done;
+    const auto connection = harness.network->makeConnection(
+        HostEndpoint{.host = "127.0.0.1", .port = 1}, {});
+    connection->setStateUpdateHandler([&](State state, std::error_code) {
+        if (state != State::Cancelled)
+            return;
+        events.emplace_back("cancelled");
+        done.set_value();
+    });
+    const auto queue = harness.makeQueue();
+    queue->async([&] {
+        connection->start(queue);
+        connection->receive(1, 1, [&](Content, bool, std::error_code error) {
+            EXPECT_TRUE(error);
+            events.emplace_back("received");
+        });
+        connection->cancel();
+    });
+    done.get_future().wait();
+    EXPECT_EQ(events, (std::vector<std::string>{"received", "cancelled"}));
+}
+
+TEST(TcpConnection, endsThePeersStreamWhenItIsDropped)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    EXPECT_FALSE(take(subject.send("last words")));
+    subject.drop();
+    bool isClean = false;
+    EXPECT_EQ(peer.receiveAll(isClean), "last words");
+    EXPECT_TRUE(isClean);
+    subject.settle();
+    EXPECT_EQ(subject.log->states(), std::vector{State::Ready});
+}
+
+TEST(TcpConnection, closesASocketThatNobodyStarts)
+{
+    Harness harness;
+    harness.listen();
+    const auto peer = connectPeer(harness.listeningPort());
+    harness.nextAccepted().reset();
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+}
+
+TEST(TcpConnection, maySurviveItsNetworkAndThePool)
+{
+    std::shared_ptr<Connection> kept;
+    std::shared_ptr<Connection> neverStarted;
+    {
+        Harness harness;
+        auto [subject, peer] = harness.acceptedPair();
+        auto pending = subject.receive();
+        subject.settle();
+        kept = subject.connection();
+        connectPeer(harness.listeningPort());
+        neverStarted = harness.nextAccepted();
+    }
+    kept.reset();
+    neverStarted.reset();
+}
+
+TEST(TcpConnection, leavesNoDescriptorBehind)
+{
+    Harness harness;
+    harness.listen();
+    harness.acceptedPair();
+    ASSERT_TRUE(harness.network->flush(kPatience));
+    const auto before = openDescriptorCount();
+    for (int count = 0; count < 50; ++count) {
+        auto [subject, peer] = harness.acceptedPair();
+        EXPECT_FALSE(take(subject.send("x")));
+        if (count % 2 == 0)
+            subject.cancel();
+    }
+    ASSERT_TRUE(harness.network->flush(kPatience));
+    EXPECT_EQ(openDescriptorCount(), before);
+}
+
+} // namespace quillbox

@@ -1,0 +1,358 @@
+#include "tests/fakes/socket_addresses.h"
+#include "tests/platform/netlink/network_namespace.h"
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include "platform/netlink/netlink_monitor.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <thread>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using State = Connection::State;
+
+constexpr int kLoopbackIndex = 1;
+
+const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
+
+DnsSd::FoundAddress onLoopback(const SocketAddress& address)
+{
+    return {.address = address, .interfaceIndex = kLoopbackIndex};
+}
+
+DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses)
+{
+    return {.addresses = std::move(addresses),
+            .isSettledIPv4 = true,
+            .isSettledIPv6 = true,
+            .error = {}};
+}
+
+/// Without a scope it cannot be dialled, which fails before a packet is sent.
+SocketAddress unreachableAddress()
+{
+    return ipv6Address("fe80::1", 0, 4445);
+}
+
+std::uint16_t closedPort()
+{
+    return PeerListener().port();
+}
+
+bool waitForAsk(const FakeDnsSd& dnsSd)
+{
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (dnsSd.count() == 0 && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    return dnsSd.count() > 0;
+}
+
+} // namespace
+
+TEST(Connector, failsWhenTheHostRefuses)
+{
+    Harness harness;
+    auto subject = harness.dial("127.0.0.1", closedPort());
+    ASSERT_TRUE(subject.log->waitFor(State::Failed));
+    EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_refused);
+    EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Failed}));
+    EXPECT_EQ(harness.monitor.subscriberCount(), 0U);
+}
+
+TEST(Connector, dialsIPv6InBracketsAndWithout)
+{
+    Harness harness;
+    for (const std::string host : {"[::1]", "::1", "::ffff:127.0.0.1"}) {
+        auto subject = harness.dial(host, closedPort());
+        EXPECT_TRUE(subject.log->waitFor(State::Failed)) << host;
+    }
+}
+
+TEST(Connector, looksUpOtherNames)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial("localhost", phone.port());
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+    EXPECT_EQ(harness.dnsSd.count(), 0U);
+}
+
+TEST(Connector, resolvesLocalNamesByDnsSd)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial("My Phone.LOCAL.", phone.port());
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    const auto record = harness.dnsSd.record(0);
+    EXPECT_EQ(record.kind, FakeDnsSd::Record::Kind::ResolveHost);
+    EXPECT_EQ(record.text, "My Phone.LOCAL");
+    harness.dnsSd.deliver(0, found({onLoopback(ipv4Address("127.0.0.1"))}));
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+}
+
+TEST(Connector, resolvesAServiceUntilItIsConnected)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    EXPECT_EQ(harness.dnsSd.record(0).service, kPhone);
+    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    EXPECT_EQ(harness.dnsSd.standing(), 0U);
+    EXPECT_EQ(harness.monitor.subscriberCount(), 0U);
+}
+
+TEST(Connector, dialsNoOtherHostOnceItIsConnected)
+{
+    Harness harness;
+    PeerListener phone;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(
+        0, found({onLoopback(phone.address()), onLoopback(ipv4Address("127.0.0.2", closedPort()))}));
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
+}
+
+TEST(Connector, doesNotWaitForADeadFirstAddress)
+{
+    Harness harness;
+    const SilentAddress stale("127.0.0.2");
+    const PeerListener phone("127.0.0.3");
+    harness.dnsSd.answerAll(found({onLoopback(stale.address()), onLoopback(phone.address())}));
+    const auto before = std::chrono::steady_clock::now();
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    const auto duration = std::chrono::steady_clock::now() - before;
+    EXPECT_GE(duration, 240ms) << "the second is not asked before the first had its chance";
+    EXPECT_LT(duration, 2s);
+}
+
+TEST(Connector, triesTheNextAddressAtOnceWhenOneFails)
+{
+    Harness harness;
+    const PeerListener phone;
+    harness.dnsSd.answerAll(found({onLoopback(ipv4Address("127.0.0.2", closedPort())),
+                                   onLoopback(ipv4Address("127.0.0.3", closedPort())),
+                                   onLoopback(phone.address())}));
+    const auto before = std::chrono::steady_clock::now();
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    EXPECT_LT(std::chrono::steady_clock::now() - before, 240ms);
+}
+
+TEST(Connector, letsNewAddressesJoinTheRace)
+{
+    Harness harness;
+    const SilentAddress stale("127.0.0.2");
+    const PeerListener phone("127.0.0.3");
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(0, found({onLoopback(stale.address())}));
+    EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
+    harness.dnsSd.deliver(0, found({onLoopback(stale.address()), onLoopback(phone.address())}));
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+    EXPECT_EQ(subject.log->count(State::Waiting), 0U);
+}
+
+TEST(Connector, closesTheLosersOfTheRace)
+{
+    Harness harness;
+    const SilentAddress first("127.0.0.2");
+    const SilentAddress second("127.0.0.4");
+    const PeerListener phone("127.0.0.3");
+    harness.dnsSd.answerAll(found({onLoopback(first.address()), onLoopback(second.address()),
+                                   onLoopback(phone.address())}));
+    const auto before = openDescriptorCount();
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    subject.settle();
+    EXPECT_EQ(openDescriptorCount(), before + 1);
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    EXPECT_EQ(openDescriptorCount(), before);
+}
+
+TEST(Connector, closesAllAttemptsWhenItIsCancelled)
+{
+    Harness harness;
+    const SilentAddress silent("127.0.0.2");
+    harness.dnsSd.answerAll(found({onLoopback(silent.address())}));
+    const auto before = openDescriptorCount();
+    auto subject = harness.dial(kPhone);
+    EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
+    EXPECT_EQ(openDescriptorCount(), before + 1);
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    EXPECT_EQ(openDescriptorCount(), before);
+    EXPECT_EQ(harness.dnsSd.standing(), 0U);
+    EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Cancelled}));
+}
+
+TEST(Connector, closesAllAttemptsWhenItIsDropped)
+{
+    Harness harness;
+    const SilentAddress silent("127.0.0.2");
+    harness.dnsSd.answerAll(found({onLoopback(silent.address())}));
+    const auto before = openDescriptorCount();
+    auto subject = harness.dial(kPhone);
+    EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
+    subject.drop();
+    subject.settle();
+    EXPECT_EQ(openDescriptorCount(), before);
+    EXPECT_EQ(harness.dnsSd.standing(), 0U);
+}
+
+TEST(Connector, failsWhenOneAddressRefusesAndNoneConnects)
+{
+    Harness harness;
+    harness.dnsSd.answerAll(found({onLoopback(ipv4Address("127.0.0.1", closedPort())),
+                                   onLoopback(unreachableAddress())}));
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Failed));
+    EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_refused);
+}
+
+TEST(Connector, waitsForTheOtherFamilyBeforeItFails)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    auto update = found({onLoopback(ipv4Address("127.0.0.2", closedPort()))});
+    update.isSettledIPv6 = false;
+    harness.dnsSd.deliver(0, update);
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
+    update.addresses.push_back(onLoopback(phone.address()));
+    update.isSettledIPv6 = true;
+    harness.dnsSd.deliver(0, update);
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+}
+
+TEST(Connector, waitsWhileThereIsNothingToResolveAndConnectsWhenThereIs)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(0, found({}));
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    EXPECT_TRUE(subject.log->errorOf(State::Waiting));
+    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+    EXPECT_EQ(subject.log->states(),
+              (std::vector{State::Preparing, State::Waiting, State::Ready}));
+}
+
+TEST(Connector, waitsWithTheEnginesErrorWhileNoEngineAnswers)
+{
+    Harness harness;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    DnsSd::ResolveUpdate update;
+    update.error = std::make_error_code(std::errc::host_unreachable);
+    harness.dnsSd.deliver(0, update);
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    EXPECT_EQ(subject.log->errorOf(State::Waiting), std::errc::host_unreachable);
+}
+
+TEST(Connector, waitsWhileAnAddressCannotBeReachedAndSaysSoOnce)
+{
+    Harness harness;
+    harness.dnsSd.answerAll(found({onLoopback(unreachableAddress())}));
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    for (int count = 0; count < 3; ++count) {
+        harness.monitor.tellChange();
+        subject.settle();
+    }
+    EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Waiting}));
+}
+
+TEST(Connector, connectsAfterRecordsChange)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(0, found({onLoopback(unreachableAddress())}));
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    EXPECT_TRUE(subject.log->waitFor(State::Ready, 900ms)) << "at once, not after a pause";
+}
+
+TEST(Connector, connectsWhenTheNetworkComesUp)
+{
+    inNetworkNamespace([] {
+        Harness harness;
+        // The fake one would not notice.
+        const auto monitor = makeNetworkMonitor(harness.pool);
+        TcpNetwork network(harness.pool, harness.dnsSd, *monitor);
+        Subject subject(network.makeConnection(HostEndpoint{.host = "127.0.0.1", .port = 4445}, {}),
+                        harness.makeQueue());
+        subject.start();
+        ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+        EXPECT_EQ(subject.log->errorOf(State::Waiting), std::errc::network_unreachable);
+        // Nobody listens: the refusal shows that it was dialled.
+        setLoopbackUp(true);
+        EXPECT_TRUE(subject.log->waitFor(State::Failed, 900ms)) << "at once, not after a pause";
+        harness.pool.shutdown();
+    });
+}
+
+TEST(Connector, triesAgainAfterAPauseWhenNoEventComes)
+{
+    inNetworkNamespace([] {
+        Harness harness;
+        auto subject = harness.dial("127.0.0.1", 4445);
+        ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+        setLoopbackUp(true);
+        EXPECT_TRUE(subject.log->waitFor(State::Failed, 3s));
+    });
+}
+
+TEST(Connector, dialsNoAddressOfAStrangerThatLeadsToThisComputer)
+{
+    Harness harness;
+    const PeerListener service;
+    auto fromAfar = onLoopback(service.address());
+    fromAfar.interfaceIndex = 7;
+    harness.dnsSd.answerAll(found({fromAfar}));
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
+}
+
+TEST(Connector, dialsNoListenerOfItsOwn)
+{
+    Harness harness;
+    harness.listen();
+    auto typed = harness.dial("127.0.0.1", harness.listeningPort());
+    ASSERT_TRUE(typed.log->waitFor(State::Failed));
+    EXPECT_EQ(typed.log->errorOf(State::Failed), std::errc::connection_refused);
+    harness.dnsSd.answerAll(
+        found({onLoopback(ipv4Address("127.0.0.1", harness.listeningPort()))}));
+    auto resolved = harness.dial(kPhone);
+    EXPECT_TRUE(resolved.log->waitFor(State::Waiting));
+    EXPECT_EQ(harness.acceptedCount(), 0U);
+}
+
+TEST(Connector, costsNothingWhileThePhoneIsUnknown)
+{
+    Harness harness;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(0, found({}));
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    const auto before = processorTime();
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, 300ms));
+    EXPECT_LT(processorTime() - before, 30ms);
+}
+
+} // namespace quillbox

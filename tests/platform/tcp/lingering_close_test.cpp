@@ -1,0 +1,210 @@
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+#include <sys/socket.h>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using State = Connection::State;
+
+/// Sends until a send stays pending, so that the system's buffers are full. Gives what was handed
+/// over, the pending content included.
+std::string fill(Subject& subject, std::future<std::error_code>& pending)
+{
+    const auto chunk = pattern(kMaximumContentSize);
+    std::string all;
+    do {
+        pending = subject.send(chunk);
+        all += chunk;
+    } while (pending.wait_for(kWatch) == std::future_status::ready);
+    return all;
+}
+
+/// Keeps sending from a thread of its own until the other side is gone.
+class Chatter final {
+public:
+    explicit Chatter(const Peer& peer)
+        : thread_([this, &peer] {
+              while (!isDone_ && peer.send("more input")) {
+                  std::this_thread::yield();
+              }
+          })
+    {
+    }
+
+    ~Chatter()
+    {
+        isDone_ = true;
+        thread_.join();
+    }
+
+    Chatter(const Chatter&) = delete;
+    Chatter& operator=(const Chatter&) = delete;
+
+private:
+    std::atomic<bool> isDone_ = false;
+    std::thread thread_;
+};
+
+/// Reads slowly, in small pieces.
+std::string readSlowly(const Peer& peer, std::size_t count, bool& isClean)
+{
+    std::string all;
+    for (int piece = 0; piece < 100 && all.size() < count; ++piece) {
+        all += peer.receive(4096);
+        std::this_thread::sleep_for(1ms);
+    }
+    return all + peer.receiveAll(isClean);
+}
+
+} // namespace
+
+TEST(LingeringClose, deliversTheLastBytesToASlowReaderThatKeepsSending)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    const auto chunk = pattern(kMaximumContentSize);
+    std::string sent;
+    std::string read;
+    // As much as the system takes, up to 6 MiB, and input that nobody ever reads.
+    ASSERT_TRUE(peer.send("unread"));
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    for (int count = 0; count < 6; ++count) {
+        auto sending = subject.send(chunk);
+        sent += chunk;
+        while (sending.wait_for(100ms) != std::future_status::ready)
+            read += peer.receive(65536);
+        ASSERT_FALSE(take(std::move(sending)));
+    }
+    const Chatter chatter(peer);
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    bool isClean = false;
+    read += readSlowly(peer, sent.size() - read.size(), isClean);
+    EXPECT_EQ(read.size(), sent.size());
+    EXPECT_TRUE(read == sent);
+    EXPECT_TRUE(isClean) << "the end of the stream, not a reset";
+}
+
+TEST(LingeringClose, deliversASendThatWasCancelledInTheMiddle)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    const auto sent = fill(subject, pending);
+    subject.cancel();
+    EXPECT_EQ(take(std::move(pending)), std::errc::operation_canceled);
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean) == sent);
+    EXPECT_TRUE(isClean);
+}
+
+TEST(LingeringClose, discardsInputThatThePeerInsistsOnSendingFirst)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    const auto sent = fill(subject, pending);
+    subject.cancel();
+    // A peer that writes before it reads would wait for ever if nobody took it.
+    EXPECT_TRUE(peer.send(pattern(32 * 1024 * 1024)));
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean) == sent);
+}
+
+TEST(LingeringClose, endsWhenThePeerSendsWithoutEnd)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    fill(subject, pending);
+    subject.cancel();
+    const auto chunk = pattern(kMaximumContentSize);
+    int sends = 0;
+    while (peer.send(chunk))
+        ASSERT_LT(++sends, 200) << "64 MiB are discarded at the most";
+    EXPECT_TRUE(harness.network->flush(kPatience));
+}
+
+TEST(LingeringClose, closesAtOnceWhenEverythingHasArrived)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    EXPECT_FALSE(take(subject.send("x")));
+    EXPECT_EQ(peer.receiveExactly(1), "x");
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    EXPECT_TRUE(harness.network->flush(1s));
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean);
+}
+
+TEST(LingeringClose, givesUpWhenThePeerResets)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    fill(subject, pending);
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    EXPECT_FALSE(harness.network->flush(kWatch));
+    peer.reset();
+    EXPECT_TRUE(harness.network->flush(kPatience));
+}
+
+TEST(LingeringClose, givesUpWhenThePeerEndsItsSideAndResets)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    fill(subject, pending);
+    peer.shutDownSending();
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    EXPECT_FALSE(harness.network->flush(kWatch));
+    peer.reset();
+    EXPECT_TRUE(harness.network->flush(kPatience));
+}
+
+TEST(LingeringClose, hardlyCostsAnythingWhileThePeerDoesNotRead)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    fill(subject, pending);
+    peer.shutDownSending();
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    const auto before = processorTime();
+    EXPECT_FALSE(harness.network->flush(500ms));
+    EXPECT_LT(processorTime() - before, 100ms);
+}
+
+TEST(TcpNetwork, flushesWhatLingers)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    std::future<std::error_code> pending;
+    const auto sent = fill(subject, pending);
+    subject.cancel();
+    ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
+    EXPECT_FALSE(harness.network->flush(50ms));
+    std::thread reader([&sent, &peer = peer] {
+        bool isClean = false;
+        EXPECT_TRUE(peer.receiveAll(isClean) == sent);
+        EXPECT_TRUE(isClean);
+    });
+    EXPECT_TRUE(harness.network->flush(kPatience));
+    reader.join();
+}
+
+} // namespace quillbox

@@ -1,0 +1,109 @@
+#include "platform/tcp/socket_calls.h"
+
+#include "platform/tcp/socket_address.h"
+#include "tests/fakes/socket_addresses.h"
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace quillbox {
+
+namespace {
+
+int option(int socket, int level, int name)
+{
+    int value = 0;
+    socklen_t size = sizeof value;
+    EXPECT_EQ(::getsockopt(socket, level, name, &value, &size), 0);
+    return value;
+}
+
+} // namespace
+
+TEST(SocketCalls, openSocketsThatNeverBlockAndAreNotInherited)
+{
+    std::error_code error;
+    const Peer socket(openStreamSocket(AF_INET, error));
+    ASSERT_FALSE(error);
+    EXPECT_NE(::fcntl(socket.descriptor(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_NE(::fcntl(socket.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST(SocketCalls, acceptSocketsThatNeverBlockAndAreNotInherited)
+{
+    std::error_code error;
+    const Peer listener(openListeningSocket(0, false, error));
+    ASSERT_FALSE(error);
+    const auto peer = connectPeer(localPort(listener.descriptor()));
+    const Peer accepted(acceptStreamSocket(listener.descriptor(), error));
+    ASSERT_FALSE(error);
+    EXPECT_NE(::fcntl(accepted.descriptor(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_NE(::fcntl(accepted.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_LT(acceptStreamSocket(listener.descriptor(), error), 0);
+    EXPECT_EQ(error, std::errc::operation_would_block);
+}
+
+TEST(SocketCalls, setNoDelayAndKeepAlive)
+{
+    std::error_code error;
+    const Peer socket(openStreamSocket(AF_INET, error));
+    const int descriptor = socket.descriptor();
+    setConnectionOptions(descriptor);
+    EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_NODELAY), 1);
+    EXPECT_EQ(option(descriptor, SOL_SOCKET, SO_KEEPALIVE), 1);
+    EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_KEEPIDLE), 60);
+    EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_KEEPINTVL), 15);
+    EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_KEEPCNT), 4);
+}
+
+TEST(SocketCalls, noticeAConnectionToItself)
+{
+    std::error_code error;
+    const Peer socket(openStreamSocket(AF_INET, error));
+    auto address = ipv4Address("127.0.0.1");
+    ASSERT_EQ(::bind(socket.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
+                     static_cast<socklen_t>(address.size())),
+              0);
+    address = withPort(address, localPort(socket.descriptor()));
+    const auto result = beginConnect(socket.descriptor(), address);
+    ASSERT_TRUE(!result || result == std::errc::operation_in_progress);
+    ASSERT_FALSE(takeSocketError(socket.descriptor()));
+    EXPECT_TRUE(isSelfConnected(socket.descriptor()));
+
+    const PeerListener listener;
+    const auto other = connectPeer(listener.port());
+    EXPECT_FALSE(isSelfConnected(other.descriptor()));
+}
+
+TEST(SocketCalls, tellWhatIsUnreadAndThrowItAway)
+{
+    const PeerListener listener;
+    const auto peer = connectPeer(listener.port());
+    const auto accepted = listener.accept();
+    ASSERT_TRUE(peer.send("abcdef"));
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    EXPECT_EQ(unreadBytes(accepted.descriptor()), 6U);
+    EXPECT_EQ(peek(accepted.descriptor()).count, 1U);
+    EXPECT_EQ(discardSome(accepted.descriptor(), 4).count, 4U);
+    EXPECT_EQ(unreadBytes(accepted.descriptor()), 2U);
+}
+
+TEST(SocketCalls, raiseNoSignalWhenThePeerIsGone)
+{
+    const PeerListener listener;
+    auto peer = connectPeer(listener.port());
+    const auto accepted = listener.accept();
+    peer.reset();
+    const std::string text = "x";
+    const auto bytes = std::as_bytes(std::span(text.data(), text.size()));
+    EXPECT_TRUE(sendSome(accepted.descriptor(), bytes).error);
+    EXPECT_EQ(sendSome(accepted.descriptor(), bytes).error, std::errc::broken_pipe);
+    EXPECT_TRUE(isDead(accepted.descriptor()));
+}
+
+} // namespace quillbox

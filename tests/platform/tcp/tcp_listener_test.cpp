@@ -1,0 +1,287 @@
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include "tests/fakes/socket_addresses.h"
+
+#include <gtest/gtest.h>
+
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace quillbox {
+
+namespace {
+
+using State = Listener::State;
+using Registration = DnsSd::RegistrationUpdate;
+
+Registration update(Registration::State state, std::error_code error = {},
+                    const std::string& name = "Test")
+{
+    return {.state = state, .error = error, .name = name};
+}
+
+/// Whether the port is open.
+bool accepts(std::uint16_t port)
+{
+    const Peer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const auto address = ipv4Address("127.0.0.1", port);
+    return ::connect(peer.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
+                     static_cast<socklen_t>(address.size()))
+           == 0;
+}
+
+/// A listener with a service, on a queue of its own.
+struct Stage {
+    Stage()
+    {
+        std::error_code error;
+        listener = harness.network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
+        listener->setService({.name = "Test", .type = "_smb._tcp"});
+        listener->setStateUpdateHandler(
+            [log = log](State state, std::error_code failure) { log->note(state, failure); });
+    }
+
+    void run(const std::function<void()>& work)
+    {
+        std::promise<void> done;
+        queue->async([&] {
+            work();
+            done.set_value();
+        });
+        done.get_future().wait();
+    }
+
+    void start()
+    {
+        run([this] { listener->start(queue); });
+        port = harness.dnsSd.record(0).port;
+    }
+
+    void settle()
+    {
+        run([] {});
+        run([] {});
+    }
+
+    Harness harness;
+    std::shared_ptr<StateLog<State>> log = std::make_shared<StateLog<State>>();
+    std::shared_ptr<DispatchQueue> queue = harness.makeQueue();
+    std::shared_ptr<Listener> listener;
+    std::uint16_t port = 0;
+};
+
+} // namespace
+
+TEST(TcpListener, registersItsServiceAndItsPort)
+{
+    Stage stage;
+    stage.start();
+    const auto record = stage.harness.dnsSd.record(0);
+    ASSERT_TRUE(record.registration);
+    EXPECT_EQ(record.registration->name, "Test");
+    EXPECT_EQ(record.registration->type, "_smb._tcp");
+    EXPECT_NE(record.port, 0);
+    EXPECT_TRUE(accepts(stage.port));
+}
+
+TEST(TcpListener, isReadyOnceItIsAdvertised)
+{
+    Stage stage;
+    stage.start();
+    const auto away = std::make_error_code(std::errc::not_connected);
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Waiting, away));
+    ASSERT_TRUE(stage.log->waitFor(State::Waiting));
+    EXPECT_EQ(stage.log->errorOf(State::Waiting), away);
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    ASSERT_TRUE(stage.log->waitFor(State::Ready));
+    EXPECT_EQ(stage.log->states(), (std::vector{State::Waiting, State::Ready}));
+}
+
+TEST(TcpListener, staysReadyWhenItIsRenamed)
+{
+    Stage stage;
+    stage.start();
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready, {}, "Test #2"));
+    stage.settle();
+    EXPECT_EQ(stage.log->states(), std::vector{State::Ready});
+}
+
+TEST(TcpListener, isReadyAgainAfterItHasWaited)
+{
+    Stage stage;
+    stage.start();
+    const auto away = std::make_error_code(std::errc::not_connected);
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Waiting, away));
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    stage.settle();
+    EXPECT_EQ(stage.log->states(), (std::vector{State::Ready, State::Waiting, State::Ready}));
+    EXPECT_TRUE(accepts(stage.port));
+}
+
+TEST(TcpListener, closesItsPortWhenItsServiceCanNeverBeRegistered)
+{
+    Stage stage;
+    stage.start();
+    const auto invalid = std::make_error_code(std::errc::invalid_argument);
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Failed, invalid));
+    ASSERT_TRUE(stage.log->waitFor(State::Failed));
+    EXPECT_EQ(stage.log->errorOf(State::Failed), invalid);
+    EXPECT_FALSE(accepts(stage.port));
+    stage.run([&stage] { stage.listener->cancel(); });
+    EXPECT_TRUE(stage.log->waitFor(State::Cancelled));
+}
+
+TEST(TcpListener, isReadyAtOnceWithoutAService)
+{
+    Harness harness;
+    std::error_code error;
+    const auto listener = harness.network->makeListener({}, kAnyPort, error);
+    StateLog<State> log;
+    listener->setStateUpdateHandler(
+        [&log](State state, std::error_code failure) { log.note(state, failure); });
+    const auto queue = harness.makeQueue();
+    queue->async([&] { listener->start(queue); });
+    EXPECT_TRUE(log.waitFor(State::Ready));
+    EXPECT_EQ(harness.dnsSd.count(), 0U);
+}
+
+TEST(TcpListener, closesItsPortAndItsRegistrationWhenItIsCancelled)
+{
+    Stage stage;
+    stage.start();
+    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    ASSERT_TRUE(stage.log->waitFor(State::Ready));
+    stage.run([&stage] {
+        stage.listener->cancel();
+        stage.listener->cancel();
+    });
+    EXPECT_TRUE(stage.harness.dnsSd.record(0).isEnded);
+    EXPECT_FALSE(accepts(stage.port));
+    stage.settle();
+    EXPECT_EQ(stage.log->states(), (std::vector{State::Ready, State::Cancelled}));
+}
+
+TEST(TcpListener, isCancelledSilentlyWhenItIsDropped)
+{
+    Stage stage;
+    stage.start();
+    stage.listener.reset();
+    stage.settle();
+    EXPECT_TRUE(stage.harness.dnsSd.record(0).isEnded);
+    EXPECT_FALSE(accepts(stage.port));
+    EXPECT_TRUE(stage.log->states().empty());
+}
+
+TEST(TcpListener, mayBeDroppedByItsOwnHandlers)
+{
+    Stage stage;
+    std::promise<void> dropped;
+    stage.listener->setNewConnectionHandler([&](const std::shared_ptr<Connection>&) {
+        stage.listener.reset();
+        dropped.set_value();
+    });
+    stage.start();
+    const auto first = connectPeer(stage.port);
+    dropped.get_future().wait();
+    stage.settle();
+    EXPECT_FALSE(accepts(stage.port));
+}
+
+TEST(TcpListener, acceptsConnectionsOfBothFamilies)
+{
+    Harness harness;
+    harness.listen();
+    const auto first = connectPeer(harness.listeningPort());
+    EXPECT_TRUE(harness.waitForAccepted(1));
+    const Peer second(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (second.descriptor() < 0)
+        GTEST_SKIP() << "no IPv6 here";
+    const auto address = ipv6Address("::1", 0, harness.listeningPort());
+    if (::connect(second.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
+                  static_cast<socklen_t>(address.size()))
+        != 0)
+        GTEST_SKIP() << "no IPv6 here";
+    EXPECT_TRUE(harness.waitForAccepted(2));
+}
+
+TEST(TcpListener, keepsConnectionsThatCameBeforeItsStart)
+{
+    Stage stage;
+    stage.start();
+    std::error_code error;
+    const auto early = stage.harness.network->makeListener({}, kAnyPort, error);
+    ASSERT_FALSE(error);
+    std::promise<void> accepted;
+    early->setService({.name = "Early", .type = "_smb._tcp"});
+    early->setNewConnectionHandler(
+        [&accepted](const std::shared_ptr<Connection>&) { accepted.set_value(); });
+    stage.run([&] { early->start(stage.queue); });
+    const auto peer = connectPeer(stage.harness.dnsSd.record(1).port);
+    EXPECT_EQ(accepted.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+TEST(TcpListener, survivesConnectionsThatAreResetBeforeTheyAreAccepted)
+{
+    Harness harness;
+    harness.listen();
+    for (int count = 0; count < 20; ++count)
+        connectPeer(harness.listeningPort()).reset();
+    const auto peer = connectPeer(harness.listeningPort());
+    ASSERT_TRUE(peer.send("x"));
+    // Some of the others may have been accepted before their reset.
+    std::string received;
+    while (received.empty()) {
+        Subject subject(harness.nextAccepted(), harness.makeQueue());
+        subject.start();
+        received = take(subject.receive()).bytes;
+    }
+    EXPECT_EQ(received, "x");
+}
+
+TEST(TcpListener, saysWhyAPortCannotBeHad)
+{
+    Harness harness;
+    const PeerListener taken;
+    std::error_code error;
+    EXPECT_EQ(harness.network->makeListener({}, taken.port(), error), nullptr);
+    EXPECT_EQ(error, std::errc::address_in_use);
+}
+
+TEST(TcpListener, reusesAPortOnlyWhenThatIsAllowed)
+{
+    Harness harness;
+    std::error_code error;
+    std::uint16_t port = 0;
+    {
+        // A connection that this side closed first keeps the port for a minute.
+        PeerListener listener;
+        port = listener.port();
+        auto client = connectPeer(port);
+        auto accepted = listener.accept();
+        accepted.close();
+        bool isClean = false;
+        client.receiveAll(isClean);
+        client.close();
+    }
+    EXPECT_EQ(harness.network->makeListener({}, port, error), nullptr);
+    EXPECT_EQ(error, std::errc::address_in_use);
+    EXPECT_NE(harness.network->makeListener({.allowLocalEndpointReuse = true}, port, error),
+              nullptr);
+    EXPECT_FALSE(error);
+}
+
+TEST(TcpListener, acceptsManyConnectionsAtOnce)
+{
+    Harness harness;
+    harness.listen();
+    std::vector<Peer> peers;
+    constexpr std::size_t kCount = 300;
+    for (std::size_t count = 0; count < kCount; ++count)
+        peers.push_back(connectPeer(harness.listeningPort()));
+    EXPECT_TRUE(harness.waitForAccepted(kCount));
+}
+
+} // namespace quillbox

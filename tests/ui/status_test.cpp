@@ -1,0 +1,77 @@
+#include "tests/app/app_fixture.h"
+
+namespace quillbox {
+
+namespace {
+
+class Status : public AppFixture {
+protected:
+    std::string printedFor(const StatusReport& report)
+    {
+        ::testing::internal::CaptureStderr();
+        delegate->setStatus(report);
+        return ::testing::internal::GetCapturedStderr();
+    }
+};
+
+TEST_F(Status, aReportShowsAsDotAndText)
+{
+    launch();
+    delegate->setStatus({.ready = true, .text = "one"});
+    EXPECT_TRUE(isStatusReady());
+    EXPECT_EQ(statusText(), "one");
+    delegate->setStatus({.ready = false, .text = "two"});
+    EXPECT_FALSE(isStatusReady());
+    EXPECT_EQ(statusText(), "two");
+}
+
+TEST_F(Status, aReportShowsInTheMenuAndTheToolTip)
+{
+    launch();
+    delegate->setStatus({.ready = true, .text = "whatever"});
+    EXPECT_EQ(delegate->menuStatusItem->text(), QStringLiteral("Finder: visible"));
+    EXPECT_EQ(delegate->statusItem->toolTip,
+              QStringLiteral("Quillbox Helper — Finder service visible"));
+    delegate->setStatus({.ready = false, .text = "Finder visibility is off"});
+    EXPECT_EQ(delegate->menuStatusItem->text(), QStringLiteral("Finder: off"));
+    EXPECT_EQ(delegate->statusItem->toolTip,
+              QStringLiteral("Quillbox Helper — Finder visibility is off"));
+    delegate->setStatus({.ready = false, .text = ""});
+    EXPECT_EQ(delegate->statusItem->toolTip, QStringLiteral("Quillbox Helper — "));
+    EXPECT_EQ(statusText(), "");
+}
+
+TEST_F(Status, aReportIsPossibleBeforeAnythingIsBuilt)
+{
+    create();
+    delegate->setStatus({.ready = true, .text = "early"});
+    EXPECT_EQ(statusText(), "early");
+}
+
+TEST_F(Status, everyReportIsOneLineOnStandardError)
+{
+    create();
+    EXPECT_EQ(printedFor({.ready = true, .text = "1 Quillbox device visible in Finder"}),
+              "status: ready: 1 Quillbox device visible in Finder\n");
+    EXPECT_EQ(printedFor({.ready = false, .text = "Starting Finder service…"}),
+              "status: not ready: Starting Finder service…\n");
+    EXPECT_EQ(printedFor({.ready = false, .text = ""}), "status: not ready: \n");
+}
+
+TEST_F(Status, noReportReachesTheTerminalWithControlCharacters)
+{
+    create();
+    EXPECT_EQ(printedFor({.ready = true, .text = "a\x1b[2Jb\nc\td\u009b\u202e\x7f"}),
+              "status: ready: a\uFFFD[2Jb\uFFFDc\uFFFDd\uFFFD\uFFFD\uFFFD\n");
+}
+
+TEST_F(Status, textsAreNeverReadAsMarkup)
+{
+    create();
+    EXPECT_EQ(delegate->statusLabel.textFormat(), Qt::PlainText);
+    EXPECT_EQ(delegate->statusDot.textFormat(), Qt::PlainText);
+}
+
+} // namespace
+
+} // namespace quillbox

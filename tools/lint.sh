@@ -1,0 +1,67 @@
+# shellcheck shell=bash
+# Sourced by ./dev: the commands "lint" and "format".
+# shellcheck disable=SC2154 # root and python are set by ./dev
+
+# Our files with one of the endings given, one a line.
+sources() {
+    git -C "$root" ls-files --cached --others --exclude-standard -- "$@" |
+        while read -r file; do
+            if [ -f "$root/$file" ]; then echo "$root/$file"; fi
+        done
+}
+
+format_sources() {
+    sources '*.h' '*.cpp' | xargs -r clang-format -i
+}
+
+lint_format() {
+    sources '*.h' '*.cpp' | xargs -r clang-format --dry-run -Werror
+}
+
+lint_tidy() {
+    build release
+    sources '*.cpp' | sed 's/[.[\*^$+?(){}|]/\\&/g; s/$/$/' |
+        xargs -r run-clang-tidy -quiet -j "$(nproc)" -p "$root/build/release"
+}
+
+lint_shell() {
+    {
+        sources '*.sh'
+        grep -lIE '^#!.*\b(ba)?sh\b' -- "$root/dev" "$root"/.ci/* "$root"/tools/*
+    } | sort -u | xargs -r shellcheck --external-sources --source-path="$root"
+}
+
+lint_python() {
+    sources '*.py' | xargs -r "$python" -m pyflakes
+}
+
+lint_house() {
+    PYTHONDONTWRITEBYTECODE=1 "$python" -m pytest --config-file="$root/tests/pytest.ini" -q \
+        "$root/tests/house"
+}
+
+run_lint() {
+    local check code checks=("$@") failed=()
+    if [ "${#checks[@]}" = 0 ]; then checks=(format shell python house tidy); fi
+    ensure_packages build lint
+    for check in "${checks[@]}"; do
+        if ! declare -F "lint_$check" >/dev/null; then
+            echo "./dev lint: there is no check \"$check\"" >&2
+            exit 2
+        fi
+        echo "---- $check"
+        set +e
+        (
+            set -euo pipefail
+            "lint_$check"
+        )
+        code=$?
+        set -e
+        if [ "$code" -ne 0 ]; then failed+=("$check"); fi
+    done
+    if [ "${#failed[@]}" -gt 0 ]; then
+        echo "lint: ${failed[*]} failed" >&2
+        exit 1
+    fi
+    echo "lint: nothing to complain about"
+}

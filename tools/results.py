@@ -1,0 +1,62 @@
+#!/usr/bin/env python3
+"""Adds up JUnit files and says which tests failed; the last line is "N passed, N failed".
+
+usage: results.py FOLDER [--broken STEP]... [--title TITLE]
+
+Every *.xml below FOLDER counts. A step that broke before it could name a test counts as one
+failure. The exit code is 0 only when something passed and nothing failed.
+"""
+
+import argparse
+import pathlib
+import sys
+import xml.etree.ElementTree as ElementTree
+
+
+def cases(path):
+    """(name, outcome) of each test case in one JUnit file, of CTest or of pytest."""
+    for case in ElementTree.parse(path).getroot().iter("testcase"):
+        # CTest repeats the name as class name; pytest gives the module there.
+        parts = dict.fromkeys([case.get("classname", ""), case.get("name", "")])
+        name = "::".join(part for part in parts if part)
+        found = {child.tag for child in case}
+        status = case.get("status", "run")
+        if found & {"failure", "error"} or status == "fail":
+            yield name, "failed"
+        elif "skipped" in found or status in ("notrun", "disabled"):
+            yield name, "skipped"
+        else:
+            yield name, "passed"
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("folder", type=pathlib.Path)
+    parser.add_argument("--broken", action="append", default=[])
+    parser.add_argument("--title", default="")
+    arguments = parser.parse_args()
+
+    counts = {"passed": 0, "failed": 0, "skipped": 0}
+    for path in sorted(arguments.folder.rglob("*.xml")):
+        try:
+            outcomes = list(cases(path))
+        except ElementTree.ParseError as error:
+            outcomes = [(f"unreadable results: {error}", "failed")]
+        # A pytest case that fails and whose clean-up fails too is listed twice, and counts twice.
+        for name, outcome in outcomes:
+            counts[outcome] += 1
+            if outcome == "failed":
+                print(f"FAILED {path.relative_to(arguments.folder).with_suffix('')}: {name}")
+    for step in arguments.broken:
+        counts["failed"] += 1
+        print(f"FAILED {step}")
+
+    line = f"{counts['passed']} passed, {counts['failed']} failed"
+    if counts["skipped"]:
+        line += f", {counts['skipped']} skipped"
+    print(arguments.title + line)
+    return 0 if counts["passed"] and not counts["failed"] else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,135 @@
+# shellcheck shell=bash
+# Sourced by ./dev: the command "test".
+# shellcheck disable=SC2154 # root and python are set by ./dev
+
+results="$root/build/results"
+broken=()
+
+# Runs a step to its end, in a subshell that stops at its first error. A step that fails without
+# naming a failed test counts as a failure itself.
+step() {
+    local name=$1 code
+    shift
+    echo "---- $name"
+    set +e
+    (
+        set -e
+        "$@"
+    )
+    code=$?
+    set -e
+    if [ "$code" -ne 0 ] && ! grep -qsE '<(failure|error)[ >/]|status="fail"' "$results/$name.xml"; then
+        broken+=("$name")
+    fi
+    return "$code"
+}
+
+# Namespaces of our own to lay networks in. The process namespace takes everything along that a
+# test run leaves when it is ended in the middle.
+in_namespaces() {
+    local user=()
+    if [ "$(id -u)" != 0 ]; then user=(--user --map-root-user); fi
+    if ! unshare "${user[@]}" --net --mount --pid --fork true; then
+        echo "The network tests need namespaces: root, or unprivileged user namespaces" \
+            "(sysctl kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)." >&2
+        return 1
+    fi
+    unshare "${user[@]}" --mount --pid --fork --kill-child --mount-proc -- "$@"
+}
+
+joined() {
+    local separator=$1 first=$2
+    shift 2
+    printf '%s' "$first" "${@/#/$separator}"
+}
+
+# CTest on one preset; further arguments are CTest's own.
+unit_tests() {
+    local preset=$1
+    shift
+    local more=("$@")
+    if [ "${#filters[@]}" -gt 0 ]; then
+        more+=(--tests-regex "$(joined '|' "${filters[@]}")" --no-tests=ignore)
+    fi
+    (cd "$root" && steady "$preset" ctest --preset "$preset" --parallel 2 --progress \
+        --output-junit "$results/$preset unit tests.xml" "${more[@]}")
+}
+
+# pytest on tests/; the first argument names the results.
+python_tests() {
+    local name=$1 code=0
+    shift
+    local more=("$@")
+    if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
+    PYTHONDONTWRITEBYTECODE=1 in_namespaces "$python" -m pytest --config-file="$root/tests/pytest.ini" \
+        --rootdir="$root/tests" --durations=5 --junit-xml="$results/$name.xml" "${more[@]}" || code=$?
+    # 5: no test has a name that the filters select.
+    if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi
+    return "$code"
+}
+
+sanitizer_options() {
+    local folder="$root/tests/sanitizers"
+    export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
+    export LSAN_OPTIONS="suppressions=$folder/lsan.supp:print_suppressions=0"
+    export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+    export TSAN_OPTIONS="suppressions=$folder/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
+    # How much longer a test may wait for a program that was built with sanitizers.
+    export QUILLBOX_SLOWDOWN=3
+}
+
+plain_tests() {
+    step "release build" build release || return 0
+    step "release unit tests" unit_tests release || true
+    step "release network tests" python_tests "release network tests" -m "not long" \
+        "$root/tests" || true
+}
+
+sanitizer_tests() {
+    sanitizer_options
+    if step "asan-ubsan build" build asan-ubsan; then
+        step "asan-ubsan unit tests" unit_tests asan-ubsan || true
+        export QUILLBOX_HELPER="$root/build/asan-ubsan/quillbox-helper"
+        step "asan-ubsan network tests" steady asan-ubsan python_tests "asan-ubsan network tests" \
+            -m "not long" "$root/tests/lan" || true
+    fi
+    if step "tsan build" build tsan; then
+        step "tsan unit tests" unit_tests tsan --label-regex queues || true
+    fi
+}
+
+long_tests() {
+    step "release build" build release || return 0
+    step "long network tests" python_tests "long network tests" -m long "$root/tests" || true
+}
+
+run_tests() {
+    local what=plain
+    filters=()
+    case ${1:-} in
+        --sanitizers | --long | --all)
+            what=${1#--}
+            shift
+            ;;
+        -*)
+            echo "./dev test: unknown option \"$1\"" >&2
+            exit 2
+            ;;
+    esac
+    filters=("$@")
+    rm -rf "$results"
+    mkdir -p "$results"
+    if step "packages" ensure_packages build run test; then
+        case $what in
+            plain) plain_tests ;;
+            sanitizers) sanitizer_tests ;;
+            long) long_tests ;;
+            all)
+                plain_tests
+                sanitizer_tests
+                ;;
+        esac
+    fi
+    echo "---- summary"
+    "${python}" "$root/tools/results.py" "$results" "${broken[@]/#/--broken=}"
+}

@@ -1,0 +1,24 @@
+#include "app/app_delegate.h"
+
+#include <QKeySequence>
+
+namespace quillbox {
+
+void AppDelegate::buildStatusItem()
+{
+    statusItem = std::make_unique<StatusItem>();
+    statusItem->toolTip = QStringLiteral("Quillbox Helper — Finder service off");
+
+    QMenu& menu = statusItem->menu;
+    menu.addAction(QStringLiteral("Quillbox Helper"))->setEnabled(false);
+    menuStatusItem = menu.addAction(QStringLiteral("Finder: off"));
+    menuStatusItem->setEnabled(false);
+    menu.addSeparator();
+    menu.addAction(QStringLiteral("Show Quillbox Helper"), this, &AppDelegate::showHelper);
+    menu.addAction(QStringLiteral("Restart Finder service"), this, &AppDelegate::restartFromMenu);
+    menu.addSeparator();
+    menu.addAction(QStringLiteral("Quit Quillbox Helper"), this, &AppDelegate::quit)
+        ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+}
+
+} // namespace quillbox
