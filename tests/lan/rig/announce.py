@@ -43,6 +43,10 @@ async def main():
             # The outer call probes for the name; the inner one then sends the announcements.
             sending = await responder.async_register_service(services[key])
             background.add(sending)
+        elif order["do"] == "change":
+            services[key] = service(order)
+            sending = await responder.async_update_service(services[key])
+            background.add(sending)
         else:
             # The last announcement would undo the goodbye.
             await asyncio.gather(*background)

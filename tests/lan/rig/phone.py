@@ -64,6 +64,10 @@ class Phone(Host):
         self.service_name = name or self.service_name
         return self._order("announce", self.service_name, **more)
 
+    def change(self, **more):
+        """Announces other records under the same name, in place of those before."""
+        return self._order("change", self.service_name, **more)
+
     def goodbye(self):
         """Withdraws the announcement as RFC 6762, section 10.1 asks; gives the moment."""
         said = self._order("goodbye", self.service_name)

@@ -1,0 +1,147 @@
+"""Addresses that came from the network: raced where there are several, checked before any is dialled."""
+
+import os
+import time
+
+import pytest
+from rig.computer import LOOKING, visible
+from rig.onlooker import PYTHON
+from rig.phone import Phone, smbclient
+from rig.process import limit
+
+RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
+
+
+def start_greeter(host):
+    """A TCP server that says hello; gives its process and port."""
+    server = host.start([PYTHON, f"{RIG}/greeter.py"])
+    line = server.wait_line(lambda line: line.text.startswith("port "), 10, what="the greeter")
+    return server, int(line.text.split()[1])
+
+
+def call(host, address, port):
+    """Connects from `host`, and returns once the connection stands."""
+    caller = host.start([PYTHON, f"{RIG}/caller.py", address, str(port)])
+    caller.wait_line(lambda line: line.text == "connected", 10, what="the call")
+    return caller
+
+
+def first_bytes(caller, timeout):
+    """The seconds from the connection to the first bytes, and these."""
+    line = caller.wait_line(lambda line: line.text.startswith("first "), timeout, what="hello")
+    _, seconds, text = line.text.split(" ", 2)
+    return float(seconds), text
+
+
+def calls(server):
+    return [line.text for line in server.lines if line.text.startswith("connection")]
+
+
+def appear_at(phone, helper, onlooker, addresses, port):
+    phone.announce(addresses=addresses, port=port)
+    helper.wait_status(visible(1))
+    return onlooker.wait("resolved", "Quillbox Office", 5)
+
+
+@pytest.fixture
+def server(lan):
+    """A phone whose file service only says hello."""
+    made = lan.host("phone", of=Phone)
+    made.greeter, made.greeter_port = start_greeter(made)
+    return made
+
+
+def test_two_dead_addresses_of_three_cost_less_than_half_a_second(computer, onlooker, server):
+    helper = computer.helper()
+    # Nobody has these: the kernel asks for their neighbours and waits for seconds.
+    addresses = ["10.77.0.201", "fd77::201", server.address4]
+    found = appear_at(server, helper, onlooker, addresses, server.greeter_port)
+
+    caller = call(computer, computer.address4, found["port"])
+
+    seconds, text = first_bytes(caller, 10)
+    assert text == "b'hello\\n'"
+    assert seconds < limit(0.5)
+
+
+def test_a_phone_with_nothing_but_a_link_local_address_is_reached(computer, onlooker, server):
+    helper = computer.helper()
+    link_local = f"fe80::{server.number}"
+    found = appear_at(server, helper, onlooker, [link_local], server.greeter_port)
+
+    caller = call(computer, computer.address4, found["port"])
+
+    assert first_bytes(caller, 10)[1] == "b'hello\\n'"
+
+
+@pytest.mark.parametrize(
+    "address", ["127.0.0.1", "127.9.9.9", "0.0.0.0", "::1", "::", "::ffff:127.0.0.1", "224.0.0.251"]
+)
+def test_an_address_that_leads_back_to_this_computer_is_never_dialled(
+    computer, onlooker, server, address
+):
+    """A record from the network would make the relay a door to services that are only for this
+    computer: the session waits, until the record names an address of the network."""
+    trap, port = start_greeter(computer)
+    helper = computer.helper()
+    found = appear_at(server, helper, onlooker, [address], port)
+    caller = call(computer, computer.address4, found["port"])
+
+    server.change(addresses=[server.address4], port=server.greeter_port)
+
+    assert first_bytes(caller, 15)[1] == "b'hello\\n'"
+    assert calls(trap) == []
+    assert len(calls(server.greeter)) == 1
+
+
+@pytest.mark.parametrize("own", ["address4", "address6"])
+def test_a_record_that_names_the_relay_itself_makes_no_loop(computer, onlooker, server, own):
+    helper = computer.helper()
+    found = appear_at(server, helper, onlooker, ["10.77.0.201"], 9)
+    # The relay stays, as neither its name nor its target changes: the service is the same.
+    server.change(addresses=[getattr(computer, own)], port=found["port"])
+    onlooker_view = f"/proc/{helper.pid}/fd"
+
+    caller = call(computer, computer.address4, found["port"])
+    open_before = len(os.listdir(onlooker_view))
+    server.change(addresses=[server.address4], port=server.greeter_port)
+
+    assert first_bytes(caller, 15)[1] == "b'hello\\n'"
+    assert len(os.listdir(onlooker_view)) <= open_before + 8
+    assert len(calls(server.greeter)) == 1
+
+
+def test_port_zero_is_never_dialled(computer, onlooker, server):
+    helper = computer.helper()
+    found = appear_at(server, helper, onlooker, [server.address4], 0)
+    caller = call(computer, computer.address4, found["port"])
+
+    server.change(addresses=[server.address4], port=server.greeter_port)
+
+    assert first_bytes(caller, 15)[1] == "b'hello\\n'"
+
+
+def test_a_phone_that_vanished_leaves_when_its_record_runs_out_and_comes_back(
+    computer, onlooker, phone
+):
+    helper = computer.helper()
+    phone.announce(host_ttl=10, other_ttl=4500)
+    helper.wait_status(visible(1))
+    onlooker.wait("resolved", "Quillbox Office", 5)
+    since = helper.mark()
+
+    phone.vanish()
+    vanished = time.monotonic()
+
+    gone = helper.wait_status(LOOKING, timeout=limit(21), since=since)
+    # The record lives ten seconds from its last announcement, a moment before.
+    assert 5 <= gone.at - vanished <= limit(20)
+    onlooker.wait("removed", "Quillbox Office", 5)
+
+    since, seen = helper.mark(), onlooker.mark()
+    phone.serve()
+    phone.announce(host_ttl=10, other_ttl=4500)
+    helper.wait_status(visible(1), since=since)
+    found = onlooker.wait("heard", "Quillbox Office", 5, since=seen)
+    smbclient(computer, computer.address4, found["port"], "mkdir here")
+    assert os.listdir(phone.share) == ["here"]

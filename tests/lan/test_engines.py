@@ -1,0 +1,152 @@
+"""The DNS-SD engines come and go in the middle of a transfer, and no byte and no phone is lost."""
+
+import os
+import shutil
+import signal
+import time
+
+from rig.computer import PROGRAM, Helper, visible
+from rig.onlooker import Onlooker
+from rig.phone import PASSWORD, smbclient
+from rig.process import limit
+from test_automatic import appear, sha256_of
+
+
+class Upload:
+    """A transfer of the big file whose middle is where the test says."""
+
+    def __init__(self, computer, port, big_file):
+        self.source = open(big_file.path, "rb")
+        self.client = computer.start(
+            ["smbclient", f"//{computer.address4}/NAS", "-p", str(port)]
+            + ["-U", f"nas%{PASSWORD}", "-m", "SMB3", "-c", "put - big"],
+            stdin=True,
+        )
+
+    def send(self, mebibytes):
+        for _ in range(mebibytes):
+            self.client.process.stdin.write(self.source.read(1 << 20))
+
+    def finish(self):
+        while block := self.source.read(1 << 20):
+            self.client.process.stdin.write(block)
+        self.client.process.stdin.close()
+        self.source.close()
+        assert self.client.wait(120) == 0
+
+
+def engine_child(helper):
+    """The process id of the helper's own responder."""
+    for entry in os.listdir("/proc"):
+        try:
+            with open(f"/proc/{entry}/stat", encoding="ascii", errors="replace") as file:
+                parent = file.read().rpartition(")")[2].split()[1]
+            with open(f"/proc/{entry}/cmdline", encoding="utf-8", errors="replace") as file:
+                command = file.read()
+        except OSError:
+            continue
+        if parent == str(helper.pid) and "--dns-sd-engine" in command:
+            return int(entry)
+    raise AssertionError("the helper has no responder of its own")
+
+
+def test_a_killed_responder_costs_no_byte_and_the_advertisement_comes_back(
+    bare_computer, onlooker, phone, big_file
+):
+    computer = bare_computer
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    upload = Upload(computer, found["port"], big_file)
+    upload.send(512)
+    seen, statuses = onlooker.mark(), len(helper.statuses())
+
+    killed = time.monotonic()
+    os.kill(engine_child(helper), signal.SIGKILL)
+    upload.send(256)
+    again = onlooker.wait("heard", "Quillbox Office", limit(5), since=seen)
+    upload.finish()
+
+    assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
+    assert again["at"] - killed < limit(3)
+    assert onlooker.events("removed") == []
+    # The phone was there all the time, as far as the user is concerned.
+    assert set(helper.statuses()[statuses:]) <= {visible(1)}
+
+
+def test_a_daemon_that_appears_in_a_transfer_takes_over(
+    lan, bare_computer, onlooker, phone, big_file
+):
+    computer = bare_computer
+    computer.start_bus()
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    upload = Upload(computer, found["port"], big_file)
+    upload.send(256)
+
+    seen = onlooker.mark()
+    computer.start_avahi()
+    upload.send(256)
+    again = onlooker.wait("heard", "Quillbox Office", limit(10), since=seen)
+    upload.finish()
+
+    assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
+    assert again["port"] == found["port"]
+    assert helper.statuses()[-1] == visible(1)
+    newcomer = lan.host("newcomer", of=Onlooker)
+    newcomer.watch()
+    newcomer.wait("resolved", "Quillbox Office", 10)
+    assert len(newcomer.events("added")) == 1
+
+
+def test_a_daemon_that_goes_in_a_transfer_is_stood_in_for(
+    lan, bare_computer, onlooker, phone, big_file
+):
+    computer = bare_computer
+    computer.prepare("daemon")
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    upload = Upload(computer, found["port"], big_file)
+    upload.send(256)
+
+    seen = onlooker.mark()
+    computer.kill_avahi()
+    upload.send(256)
+    onlooker.wait("heard", "Quillbox Office", limit(10), since=seen)
+    upload.finish()
+
+    assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
+    assert engine_child(helper)
+    assert helper.statuses()[-1] == visible(1)
+    newcomer = lan.host("newcomer", of=Onlooker)
+    newcomer.watch()
+    again = newcomer.wait("resolved", "Quillbox Office", 10)
+    assert again["port"] == found["port"]
+    smbclient(onlooker, computer.address4, again["port"], "ls")
+
+
+def test_a_user_without_daemon_bus_or_privilege_reaches_the_phone(
+    bare_computer, onlooker, phone
+):
+    computer = bare_computer
+    nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--no-new-privs", "--"]
+    home = "/run/user/65534"
+    computer.run("install", "-d", "-m", "700", "-o", "65534", "-g", "65534", home)
+    # The folders of this test are root's; the program is the only thing needed from there.
+    shared = os.path.join(computer.folder, "program")
+    shutil.copy(PROGRAM, shared)
+    computer.run("install", "-m", "755", shared, "/run/quillbox-helper")
+    environment = computer.environment(HOME=home, XDG_CONFIG_HOME=home, XDG_RUNTIME_DIR=home)
+    helper = Helper(computer.start([*nobody, "/run/quillbox-helper"], env=environment))
+
+    found = appear(phone, helper, onlooker)
+
+    listed = computer.run(
+        *nobody,
+        *("smbclient", "-L", f"//{computer.address4}", "-p", str(found["port"])),
+        *("-U", f"nas%{PASSWORD}", "-m", "SMB3"),
+        env=environment,
+    )
+    assert "NAS" in listed.stdout
+    code, _ = helper.stop()
+    assert code == 0
+    onlooker.wait("removed", "Quillbox Office", limit(2))
