@@ -15,7 +15,6 @@
 #include <QObject>
 #include <QPushButton>
 #include <QWidget>
-
 #include <cstdint>
 #include <map>
 #include <memory>

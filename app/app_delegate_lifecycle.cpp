@@ -3,7 +3,6 @@
 #include <QGuiApplication>
 #include <QPointer>
 #include <QScreen>
-
 #include <limits>
 #include <utility>
 

@@ -1,9 +1,7 @@
 #include "app/app_delegate.h"
-
 #include "app/port_text.h"
 
 #include <QPointer>
-
 #include <cstddef>
 #include <utility>
 
@@ -99,8 +97,8 @@ void AppDelegate::startManualRelay(const std::string& host, std::uint16_t port)
 void AppDelegate::startAutomaticRelay(const DiscoveredDevice& device)
 {
     const auto relay = makeRelay();
-    relay->statusChanged = [self = QPointer(this), finderName = device.name](
-                               bool ready, const std::string& text) {
+    relay->statusChanged = [self = QPointer(this),
+                            finderName = device.name](bool ready, const std::string& text) {
         if (self)
             self->automaticRelayChanged(finderName, {.ready = ready, .text = text});
     };

@@ -13,7 +13,6 @@
 #include "platform/standard_error.h"
 
 #include <QApplication>
-
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -34,8 +33,7 @@ constexpr std::chrono::milliseconds kLimitOfEnd{950};
 
 int print(const std::string& text)
 {
-    const bool isPrinted =
-        std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) != EOF;
+    const bool isPrinted = std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) != EOF;
     return isPrinted ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
@@ -52,6 +50,14 @@ dnssd::DnsSdMode modeOf(DnsSdChoice choice)
     return dnssd::DnsSdMode::Automatic;
 }
 
+/// Without a display the toolkit warns of every wish about a window that it cannot fulfil.
+void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
+                             const QString& message)
+{
+    if (!message.startsWith(QStringLiteral("This plugin does not support")))
+        printToStandardError(qFormatLogMessage(type, context, message).toStdString());
+}
+
 /// Chooses where the toolkit shows windows: it would end the process if it found no display.
 void choosePlatform()
 {
@@ -63,6 +69,7 @@ void choosePlatform()
         break;
     case Display::None:
         qputenv("QT_QPA_PLATFORM", "offscreen");
+        qInstallMessageHandler(printUnlessAboutWindows);
         printToStandardError("quillbox-helper: no display; running without a window");
         break;
     }

@@ -73,7 +73,8 @@ const char* helpText()
            "  --help           show this help and exit\n"
            "  --version        show the version and exit\n"
            "\n"
-           "A second copy brings the first one forward and exits. Without a display the helper runs\n"
+           "A second copy brings the first one forward and exits. Without a display the helper "
+           "runs\n"
            "without a window and tells its status on standard error.\n";
 }
 

@@ -94,13 +94,14 @@ class Demo:
         with open(os.path.join(share, "Hello.txt"), "w", encoding="utf-8") as file:
             file.write("Hello from the phone.\n")
         command, environment = smb_server.prepare(self.folder, share, self.password)
-        log = open(os.path.join(self.folder, "smbd.log"), "wb")
-        self.start(*command, env=environment, stdout=log, stderr=log)
+        self.log = open(os.path.join(self.folder, "log"), "w+b")
+        self.start(*command, env=environment, stdout=self.log, stderr=self.log)
         page_port = serve_page(self.folder)
         phone = self.start(
             os.path.join(self.build, "quillbox-demo-phone"),
             *(NAME, str(port), str(page_port), self.dns_sd),
             stdout=subprocess.PIPE,
+            stderr=self.log,
             text=True,
         )
         helper = self.start_helper()
@@ -129,6 +130,8 @@ class Demo:
                 self.explain(news["relay"])
             elif "relay" in news:
                 print("The phone's server has left the network.", flush=True)
+        self.log.seek(0)
+        sys.stderr.buffer.write(self.log.read()[-4096:])
         sys.exit("demo: the phone's announcements have ended")
 
     def explain(self, relay):
@@ -148,6 +151,7 @@ class Demo:
             except subprocess.TimeoutExpired:
                 process.kill()
                 process.wait()
+        smb_server.end_helpers(self.folder)
         shutil.rmtree(self.folder, ignore_errors=True)
 
 
@@ -157,6 +161,8 @@ def main():
     parser.add_argument("--dns-sd", choices=["auto", "daemon", "embedded"], default="auto")
     options = parser.parse_args()
     demo = Demo(options.build, options.dns_sd)
+    # A shell that starts the demo in the background has it ignore Ctrl-C, which is its one way out.
+    signal.signal(signal.SIGINT, signal.default_int_handler)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
     try:
         demo.run()

@@ -4,6 +4,7 @@ Everything that it reads and writes is in one folder. Also used by the network t
 """
 
 import os
+import signal
 import subprocess
 
 PORT = 4445
@@ -88,3 +89,18 @@ def prepare(folder, share, password, port=PORT):
         capture_output=True,
     )
     return server_command(configuration), variables
+
+
+def end_helpers(folder):
+    """Ends the processes that smbd started apart from itself and leaves behind: those that were
+    told to read the configuration in this folder."""
+    for entry in os.listdir("/proc"):
+        if not entry.isdigit():
+            continue
+        try:
+            with open(f"/proc/{entry}/cmdline", "rb") as file:
+                arguments = os.fsdecode(file.read()).split("\0")
+            if any(x.startswith(f"--configfile={folder}/") for x in arguments):
+                os.kill(int(entry), signal.SIGTERM)
+        except OSError:
+            continue

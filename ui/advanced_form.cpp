@@ -19,8 +19,7 @@ QWidget* AppDelegate::buildAdvancedForm()
         field->installEventFilter(this);
         connect(field, &QLineEdit::returnPressed, this, &AppDelegate::controlTextDidEndEditing);
     }
-    connect(&automaticDiscovery, &QCheckBox::clicked, this,
-            &AppDelegate::toggleAutomaticDiscovery);
+    connect(&automaticDiscovery, &QCheckBox::clicked, this, &AppDelegate::toggleAutomaticDiscovery);
 
     auto* restart = new QPushButton(QStringLiteral("Restart service"));
     connect(restart, &QPushButton::clicked, this, &AppDelegate::restartFromMenu);

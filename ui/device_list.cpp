@@ -1,11 +1,9 @@
 #include "app/app_delegate.h"
-
 #include "ui/brand.h"
 
 #include <QHBoxLayout>
 #include <QPalette>
 #include <QVBoxLayout>
-
 #include <memory>
 
 namespace quillbox {
@@ -50,8 +48,7 @@ void AppDelegate::updateDeviceList()
     removeAll(layout);
     deviceListStack.setHidden(discoveredDevices.empty());
     if (!discoveredDevices.empty()) {
-        layout.addWidget(
-            plainLabel(QStringLiteral("AVAILABLE QUILLBOX DEVICES"), Brand::slate()));
+        layout.addWidget(plainLabel(QStringLiteral("AVAILABLE QUILLBOX DEVICES"), Brand::slate()));
         for (const DiscoveredDevice& device : discoveredDevices)
             layout.addWidget(deviceRow(device));
     }

@@ -1,5 +1,4 @@
 #include "app/app_delegate.h"
-
 #include "platform/standard_error.h"
 #include "ui/brand.h"
 

@@ -3,7 +3,6 @@
 #include "platform/desktop/local_socket.h"
 
 #include <QTimer>
-
 #include <algorithm>
 #include <array>
 #include <cerrno>

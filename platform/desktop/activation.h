@@ -4,7 +4,6 @@
 
 #include <QObject>
 #include <QSocketNotifier>
-
 #include <functional>
 #include <string>
 #include <string_view>

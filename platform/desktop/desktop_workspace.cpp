@@ -3,7 +3,6 @@
 #include "platform/standard_error.h"
 
 #include <QApplication>
-
 #include <algorithm>
 #include <string>
 #include <string_view>

@@ -5,7 +5,6 @@
 #include <QLibraryInfo>
 #include <QList>
 #include <QString>
-
 #include <algorithm>
 #include <cstring>
 #include <string>
@@ -69,7 +68,7 @@ bool isXThere()
 /// `platform` is one entry of QT_QPA_PLATFORM: a name, perhaps with arguments behind a colon.
 bool isUsable(const QByteArray& platform)
 {
-    const QByteArray name = platform.left(platform.indexOf(':')).trimmed();
+    const QByteArray name = platform.split(':').constFirst().trimmed();
     if (name == "offscreen" || name == "minimal")
         return false;
     if (name == "xcb")

@@ -6,7 +6,6 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
-
 #include <cstdlib>
 #include <set>
 #include <utility>
@@ -122,8 +121,7 @@ private:
         for (auto entry = unwritten.constBegin(); entry != unwritten.constEnd(); ++entry)
             contents.object.insert(entry.key(), entry.value());
         const bool isStored =
-            contents.object == before
-            && contents.condition == SettingsFile::Condition::Good;
+            contents.object == before && contents.condition == SettingsFile::Condition::Good;
         if (isStored || file.replace(contents.object, contents.condition))
             unwritten = {};
     }

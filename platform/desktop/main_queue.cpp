@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QThread>
 #include <QTimer>
-
 #include <algorithm>
 #include <deque>
 #include <map>
@@ -154,7 +153,8 @@ private:
     }
 
     const std::shared_ptr<Shared> shared = std::make_shared<Shared>();
-    const std::shared_ptr<DispatchQueue> handle = std::make_shared<EventLoopQueue>(shared, thread());
+    const std::shared_ptr<DispatchQueue> handle =
+        std::make_shared<EventLoopQueue>(shared, thread());
     QTimer timer;
     bool isRunning = false;
 };

@@ -113,9 +113,8 @@ std::vector<Registration> registrationsIn(int folder)
         if (auto registration = registrationNamed(static_cast<const char*>(entry->d_name)))
             found.push_back(std::move(*registration));
     }
-    std::sort(found.begin(), found.end(), [](const Registration& a, const Registration& b) {
-        return a.fileName < b.fileName;
-    });
+    std::sort(found.begin(), found.end(),
+              [](const Registration& a, const Registration& b) { return a.fileName < b.fileName; });
     return found;
 }
 

@@ -6,7 +6,6 @@
 #include "platform/standard_error.h"
 
 #include <QByteArray>
-
 #include <optional>
 #include <utility>
 
@@ -113,7 +112,8 @@ public:
     {
         handler = std::move(newHandler);
         if (handler && std::exchange(isActivationPending, false))
-            QMetaObject::invokeMethod(this, [this] { deliver(); }, Qt::QueuedConnection);
+            QMetaObject::invokeMethod(
+                this, [this] { deliver(); }, Qt::QueuedConnection);
     }
 
     void withdraw() override { withdrawRegistration(); }
@@ -129,11 +129,11 @@ private:
     void listen(OwnRegistration added)
     {
         own = std::move(added.registration);
-        listener = std::make_unique<ActivationListener>(
-            std::move(added.socket), [this](const std::string& token) {
-                usePermission(token);
-                deliver();
-            });
+        listener = std::make_unique<ActivationListener>(std::move(added.socket),
+                                                        [this](const std::string& token) {
+                                                            usePermission(token);
+                                                            deliver();
+                                                        });
     }
 
     void deliver()

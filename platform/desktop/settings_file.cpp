@@ -9,7 +9,6 @@
 #include <QJsonParseError>
 #include <QSaveFile>
 #include <QString>
-
 #include <array>
 #include <cerrno>
 #include <cstdio>
@@ -122,8 +121,8 @@ SettingsFile::Contents SettingsFile::read() const
     QJsonParseError error{};
     const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
     if (error.error != QJsonParseError::NoError) {
-        contents.problem = error.errorString().toStdString() + ", at byte "
-                           + std::to_string(error.offset);
+        contents.problem =
+            error.errorString().toStdString() + ", at byte " + std::to_string(error.offset);
         return contents;
     }
     if (!document.isObject()) {
@@ -143,12 +142,13 @@ bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
     if (condition == Condition::Damaged && !setAside(target))
         return false;
     QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
+    const QByteArray bytes = QJsonDocument(object).toJson();
+    // A disk that is full halfway yields a short count, and a commit that succeeds all the same.
     const bool isWritten = file.open(QIODevice::WriteOnly)
                            && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)
-                           && file.write(QJsonDocument(object).toJson()) >= 0 && file.commit();
+                           && file.write(bytes) == bytes.size() && file.commit();
     if (!isWritten)
-        complain("settings cannot be stored: " + target + ": "
-                 + file.errorString().toStdString());
+        complain("settings cannot be stored: " + target + ": " + file.errorString().toStdString());
     return isWritten;
 }
 

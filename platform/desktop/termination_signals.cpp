@@ -1,7 +1,6 @@
 #include "platform/desktop/termination_signals.h"
 
 #include <QSocketNotifier>
-
 #include <array>
 #include <atomic>
 #include <cerrno>

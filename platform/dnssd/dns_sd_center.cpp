@@ -90,9 +90,9 @@ private:
 
 class CenterDnsSd final : public DnsSd {
 public:
-    CenterDnsSd(std::unique_ptr<dnssd::Engine> engine, const std::shared_ptr<DispatchQueue>& queue,
+    CenterDnsSd(std::unique_ptr<dnssd::Engine> engine, std::shared_ptr<DispatchQueue> queue,
                 NetworkMonitor& monitor)
-        : center(std::make_shared<Center>(std::move(engine), queue, monitor))
+        : center(std::make_shared<Center>(std::move(engine), std::move(queue), monitor))
     {
         Center::start(center);
     }
@@ -180,7 +180,7 @@ private:
 std::unique_ptr<DnsSd> makeDnsSd(std::unique_ptr<dnssd::Engine> engine,
                                  std::shared_ptr<DispatchQueue> queue, NetworkMonitor& monitor)
 {
-    return std::make_unique<CenterDnsSd>(std::move(engine), queue, monitor);
+    return std::make_unique<CenterDnsSd>(std::move(engine), std::move(queue), monitor);
 }
 
 } // namespace quillbox

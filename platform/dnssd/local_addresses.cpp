@@ -1,7 +1,9 @@
 #include "platform/dnssd/local_addresses.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
+#include <functional>
 #include <optional>
 #include <utility>
 
@@ -91,7 +93,7 @@ std::vector<HostAddress> LocalAddresses::hostAddresses(const Address& onLoopback
     }
     // Where there are too many, the addresses that reach beyond their own link come first: virtual
     // interfaces by the dozen have none of those.
-    std::ranges::stable_partition(addresses, std::not_fn(isLinkLocalIPv6));
+    std::stable_partition(addresses.begin(), addresses.end(), std::not_fn(isLinkLocalIPv6));
     addresses.resize(std::min(addresses.size(), kMaximumHostAddresses));
     loopbacks.resize(std::min(loopbacks.size(), kMaximumLoopbacks));
     addresses.insert(addresses.end(), loopbacks.begin(), loopbacks.end());

@@ -159,11 +159,11 @@ std::shared_ptr<RecordQuestion<Kind>> QuestionPool<Kind>::ask(typename Kind::Sub
     auto& entry = questions[key];
     if (auto standing = entry.lock())
         return standing;
-    const std::shared_ptr<Question> question(new Question(link, queue, std::move(subject)),
-                                             [this, key](Question* ended) {
-                                                 questions.erase(key);
-                                                 delete ended;
-                                             });
+    std::shared_ptr<Question> question(new Question(link, queue, std::move(subject)),
+                                       [this, key](Question* ended) {
+                                           questions.erase(key);
+                                           delete ended;
+                                       });
     entry = question;
     question->start();
     return question;

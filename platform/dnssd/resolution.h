@@ -49,7 +49,7 @@ private:
     void scheduleUpdate();
     void update();
     void followLocations();
-    Host makeHost(Location location);
+    Host makeHost(Location where);
     void dropHost(Host& host);
     void collectAddresses();
     bool isSettled(std::shared_ptr<AddressQuestion> Host::*question) const;

@@ -1,10 +1,10 @@
 #include "platform/dnssd/service_browse.h"
 
 #include "platform/dnssd/names.h"
+#include "platform/standard_error.h"
 #include "platform/text.h"
 
 #include <algorithm>
-#include <iostream>
 #include <utility>
 
 namespace quillbox::dnssd {
@@ -135,8 +135,9 @@ void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
         services, [](const Service& service) { return !service.sightings.empty(); });
     if (static_cast<std::size_t>(seen) >= kMaximumServices) {
         if (!std::exchange(hasWarned, true))
-            std::cerr << "There are more than " << kMaximumServices << " services of the type "
-                      << type << "; those seen later are left out.\n";
+            printToStandardError("There are more than " + std::to_string(kMaximumServices)
+                                 + " services of the type " + type
+                                 + "; those seen later are left out.");
         return;
     }
     Service service;

@@ -17,11 +17,13 @@ namespace {
 /// owner but the handlers that the owner gave.
 class ConnectionCore final : public std::enable_shared_from_this<ConnectionCore> {
 public:
-    ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted,
-                   std::optional<Endpoint> endpoint)
-        : context_(std::move(context)),
-          accepted_(std::move(accepted)),
-          endpoint_(std::move(endpoint))
+    ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted)
+        : context_(std::move(context)), accepted_(std::move(accepted))
+    {
+    }
+
+    ConnectionCore(std::shared_ptr<TcpContext> context, const Endpoint& endpoint)
+        : context_(std::move(context)), endpoint_(endpoint)
     {
     }
 
@@ -205,14 +207,14 @@ std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> c
                                                    std::unique_ptr<Socket> socket)
 {
     return std::make_shared<TcpConnection>(
-        std::make_shared<ConnectionCore>(std::move(context), std::move(socket), std::nullopt));
+        std::make_shared<ConnectionCore>(std::move(context), std::move(socket)));
 }
 
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
                                                    const Endpoint& endpoint)
 {
     return std::make_shared<TcpConnection>(
-        std::make_shared<ConnectionCore>(std::move(context), nullptr, endpoint));
+        std::make_shared<ConnectionCore>(std::move(context), endpoint));
 }
 
 } // namespace quillbox

@@ -16,6 +16,30 @@ std::error_code canceled()
 
 } // namespace
 
+/// What a pending wait holds of its stream. A wait that is destroyed without being told, as all are
+/// when the pool is shut down, takes what was pending with it: completions usually hold their
+/// connection, and with it the stream that holds them.
+class TcpStream::Waiting final {
+public:
+    explicit Waiting(std::shared_ptr<TcpStream> stream) : stream_(std::move(stream)) {}
+    ~Waiting()
+    {
+        if (stream_)
+            stream_->dropPending();
+    }
+
+    Waiting(Waiting&&) noexcept = default;
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+    Waiting& operator=(Waiting&&) = delete;
+
+    /// The wait is over.
+    std::shared_ptr<TcpStream> end() { return std::move(stream_); }
+
+private:
+    std::shared_ptr<TcpStream> stream_;
+};
+
 TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
                      std::unique_ptr<Socket> socket)
     : context_(std::move(context)), strand_(std::move(strand)), socket_(std::move(socket))
@@ -101,10 +125,12 @@ bool TcpStream::beginChunk(Delivery delivery)
 void TcpStream::handleShortfall(const Transfer& transfer, Delivery delivery)
 {
     if (transfer.wouldBlock()) {
-        socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
-            if (!error)
-                self->tryReceive(Delivery::Direct);
-        });
+        socket_->waitReadable(
+            strand_, [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+                const auto self = waiting.end();
+                if (!error)
+                    self->tryReceive(Delivery::Direct);
+            });
         return;
     }
     if (transfer.error)
@@ -149,11 +175,13 @@ void TcpStream::trySend(Delivery delivery)
         unsent.offset += sent.count;
         hasSent_ = hasSent_ || sent.count > 0;
         if (sent.wouldBlock()) {
-            socket_->waitWritable(strand_,
-                                  [self = shared_from_this()](const std::error_code& error) {
-                                      if (!error)
-                                          self->trySend(Delivery::Direct);
-                                  });
+            socket_->waitWritable(
+                strand_,
+                [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+                    const auto self = waiting.end();
+                    if (!error)
+                        self->trySend(Delivery::Direct);
+                });
             return;
         }
         if (sent.error) {
@@ -171,6 +199,13 @@ void TcpStream::endSend(std::error_code error, Delivery delivery)
     auto completion = std::move(send_->completion);
     send_.reset();
     deliver(delivery, [completion = std::move(completion), error] { completion(error); });
+}
+
+void TcpStream::dropPending()
+{
+    // Moved out first: they may drop the last reference to the connection.
+    const auto receive = std::exchange(receive_, std::nullopt);
+    const auto send = std::exchange(send_, std::nullopt);
 }
 
 std::error_code TcpStream::refusal(bool isBusy) const

@@ -47,6 +47,8 @@ private:
     /// later they run where the event is, which saves a turn of the queue for each chunk.
     enum class Delivery { Posted, Direct };
 
+    class Waiting;
+
     struct Receive {
         std::size_t minimum;
         std::size_t maximum;
@@ -59,6 +61,7 @@ private:
         Connection::SendCompletion completion;
     };
 
+    void dropPending();
     void tryReceive(Delivery delivery);
     bool beginChunk(Delivery delivery);
     void handleShortfall(const Transfer& transfer, Delivery delivery);

@@ -68,8 +68,8 @@ TEST_F(AppDelegateLifecycle, browsesForPhonesAndThenForTheirManagement)
     std::vector<std::string> log;
     network.log = &log;
     launch();
-    EXPECT_THAT(log, ElementsAre("browser.start _quillbox._tcp",
-                                 "browser.start _quillbox-admin._tcp"));
+    EXPECT_THAT(log,
+                ElementsAre("browser.start _quillbox._tcp", "browser.start _quillbox-admin._tcp"));
     EXPECT_EQ(phoneBrowser().queue->label(), std::string(kIdentifier) + ".discovery");
 }
 
@@ -320,9 +320,9 @@ TEST_F(AppDelegateLifecycle, terminationStopsDiscoveryAndThenTheRelays)
 
     delegate->applicationWillTerminate();
     dispatch.runAll();
-    EXPECT_THAT(log, ElementsAre("browser.cancel _quillbox._tcp",
-                                 "browser.cancel _quillbox-admin._tcp",
-                                 "listener.cancel Quillbox A"));
+    EXPECT_THAT(log,
+                ElementsAre("browser.cancel _quillbox._tcp", "browser.cancel _quillbox-admin._tcp",
+                            "listener.cancel Quillbox A"));
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(defaults.writes, IsEmpty());
 }
@@ -347,13 +347,14 @@ TEST_F(AppDelegateLifecycle, reportsThatArriveAfterTheControllerHasGoneAreIgnore
     const auto discovery = delegate->discovery;
     const auto management = delegate->managementDiscovery;
     const auto relay = delegate->relays.at("Quillbox A");
+    ASSERT_TRUE(discovery->resultChanged && management->resultChanged && relay->statusChanged);
     phoneBrowser().deliver({});
     managementBrowser().deliver({});
     network.listeners.back()->report(Listener::State::Ready);
     delegate = nullptr;
     dispatch.runAll();
     applications.handler();
-    EXPECT_EQ(relay->statusChanged == nullptr, false);
+    EXPECT_EQ(dispatch.main().pending(), 0U);
 }
 
 } // namespace

@@ -3,7 +3,6 @@
 #include "ui/brand.h"
 
 #include <QPalette>
-
 #include <stdexcept>
 
 namespace quillbox {

@@ -7,12 +7,12 @@
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/recording_workspace.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 

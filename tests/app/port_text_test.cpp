@@ -34,7 +34,7 @@ TEST(PortText, refusesWhatDoesNotFit)
 {
     EXPECT_EQ(parsePort("65536"), std::nullopt);
     EXPECT_EQ(parsePort("70000"), std::nullopt);
-    EXPECT_EQ(parsePort("4294967741"), std::nullopt); // 445 modulo 2^32
+    EXPECT_EQ(parsePort("4294967741"), std::nullopt);           // 445 modulo 2^32
     EXPECT_EQ(parsePort("18446744073709552061"), std::nullopt); // 445 modulo 2^64
 }
 

@@ -90,7 +90,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
             from.questions.remove_if([id](const Question& one) {
                 return std::visit([](const auto& asked) { return asked.id; }, one.request) == id;
             });
-            after(kAnswerDelay, [](World& world) { world.answer(); });
+            after(kAnswerDelay, [](World& self) { self.answer(); });
         } else if (const auto* registration = std::get_if<RegisterRequest>(&request)) {
             publish(from, *registration);
         } else if (const auto* update = std::get_if<UpdateAddressesRequest>(&request)) {
@@ -98,11 +98,11 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
                 if (one.request.id == id)
                     one.request.addresses = update->addresses;
             }
-            after(kAnswerDelay, [](World& world) { world.answer(); });
+            after(kAnswerDelay, [](World& self) { self.answer(); });
         } else {
             from.questions.push_back({request, {}});
-            after(kAnswerDelay, [](World& world) { world.answer(); });
-            after(kSettlingTime, [&from, id](World& /*world*/) {
+            after(kAnswerDelay, [](World& self) { self.answer(); });
+            after(kSettlingTime, [&from, id](World& /*self*/) {
                 const bool stands = std::ranges::any_of(from.questions, [id](const auto& one) {
                     return std::visit([](const auto& asked) { return asked.id; }, one.request)
                            == id;
@@ -133,7 +133,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
         if (isTaken(request, from, true))
             return from.emit(Collision{request.id, Collision::Of::Service});
         from.registrations.push_back({request, false});
-        after(kProbingTime, [&from, id = request.id](World& world) { world.establish(from, id); });
+        after(kProbingTime, [&from, id = request.id](World& self) { self.establish(from, id); });
     }
 
     void establish(Seat& from, AskId id)
@@ -194,13 +194,13 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
         if (const auto* browse = std::get_if<BrowseRequest>(&question)) {
             if (isSame(browse->type, published.type)) {
                 for (const Sighting sighting : sightings(asking, isOwn))
-                    result.push_back(ServiceFound{browse->id, sighting, published.name,
-                                                  published.type, "local"});
+                    result.emplace_back(ServiceFound{browse->id, sighting, published.name,
+                                                     published.type, "local"});
             }
         } else if (const auto* location = std::get_if<LocationRequest>(&question)) {
             if (isSame(location->type, published.type) && isSame(location->name, published.name)) {
                 for (const Sighting sighting : sightings(asking, isOwn))
-                    result.push_back(
+                    result.emplace_back(
                         LocationFound{location->id, sighting, published.hostName, published.port});
             }
         } else if (const auto* host = std::get_if<AddressRequest>(&question);
@@ -209,7 +209,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
                 if (entry.interfaceIndex == owner.host.linkInterface)
                     addAddresses(result, asking, *host, {entry.address});
                 else if (isOwn && entry.address.family == host->family)
-                    result.push_back(AddressFound{
+                    result.emplace_back(AddressFound{
                         host->id, {entry.interfaceIndex, Family::IPv4}, entry.address});
             }
         }
@@ -231,7 +231,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
             if (one.family != question.family)
                 continue;
             for (const Sighting sighting : sightings(asking, false))
-                result.push_back(AddressFound{question.id, sighting, one});
+                result.emplace_back(AddressFound{question.id, sighting, one});
         }
     }
 };

@@ -29,8 +29,7 @@ TEST(Brand, theComponentsSurviveARoundTripThroughFractions)
     for (const auto colour : {Brand::navy, Brand::blue, Brand::slate, Brand::green, Brand::surface,
                               Brand::pale, Brand::border}) {
         const QColor original = colour();
-        const QColor copy =
-            QColor::fromRgbF(original.redF(), original.greenF(), original.blueF());
+        const QColor copy = QColor::fromRgbF(original.redF(), original.greenF(), original.blueF());
         EXPECT_EQ(copy.rgb(), original.rgb());
     }
 }

@@ -13,10 +13,8 @@ protected:
 
     std::vector<QLabel*> labelsOf(int index) const
     {
-        const auto labels = delegate->deviceListStack.layout()
-                                ->itemAt(index)
-                                ->widget()
-                                ->findChildren<QLabel*>();
+        const auto labels =
+            delegate->deviceListStack.layout()->itemAt(index)->widget()->findChildren<QLabel*>();
         return {labels.begin(), labels.end()};
     }
 };

@@ -11,12 +11,11 @@ class MainWindow : public AppFixture {};
 TEST_F(MainWindow, holdsEveryControl)
 {
     launch();
-    for (const QWidget* control :
-         std::vector<const QWidget*>{&delegate->showInFinder, &delegate->automaticDiscovery,
-                                     &delegate->statusDot, &delegate->statusLabel,
-                                     &delegate->deviceListStack, &delegate->advancedButton,
-                                     &delegate->hostField, &delegate->portField,
-                                     &delegate->shareField, &delegate->userField})
+    for (const QWidget* control : std::vector<const QWidget*>{
+             &delegate->showInFinder, &delegate->automaticDiscovery, &delegate->statusDot,
+             &delegate->statusLabel, &delegate->deviceListStack, &delegate->advancedButton,
+             &delegate->hostField, &delegate->portField, &delegate->shareField,
+             &delegate->userField})
         EXPECT_EQ(control->window(), delegate->window.get());
     EXPECT_EQ(delegate->window->windowTitle(), QStringLiteral("Quillbox Helper"));
 }

@@ -233,12 +233,19 @@ TYPED_TEST(DispatchQueueConformance, mayBeDroppedFromItsOwnClosure)
     auto queue = this->backend.makeQueue();
     auto done = std::make_shared<std::promise<void>>();
     auto future = done->get_future();
-    std::weak_ptr weak = queue;
-    auto& raw = *queue;
-    raw.async([queue = std::move(queue)]() mutable { queue.reset(); });
-    raw.async([done] { done->set_value(); });
+    std::promise<void> released;
+    bool wasLast = false;
+    queue->async([&, done, own = queue]() mutable {
+        released.get_future().wait();
+        own->async([done] { done->set_value(); });
+        const std::weak_ptr weak = own;
+        own.reset();
+        wasLast = weak.expired();
+    });
+    queue.reset();
+    released.set_value();
     ASSERT_TRUE(this->backend.runUntil(future));
-    EXPECT_TRUE(weak.expired());
+    EXPECT_TRUE(wasLast);
 }
 
 TYPED_TEST(DispatchQueueConformance, runsDelayedClosuresInTheOrderOfTheirTime)

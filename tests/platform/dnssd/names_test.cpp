@@ -17,7 +17,7 @@ TEST(Names, areOneTo63BytesOfUtf8)
     EXPECT_FALSE(isInstanceName("\xc0\xaf")) << "an overlong form";
     EXPECT_FALSE(isInstanceName("\xe2\x82")) << "a truncated character";
     EXPECT_FALSE(isInstanceName(std::string("a\0b", 3)));
-    EXPECT_TRUE(isInstanceName("a.b\\c\n<i>\xe2\x80\xae%n"));
+    EXPECT_TRUE(isInstanceName("a.b\\c\n<i>\xe2\x80\xae%n\xe2\x80\xac"));
 }
 
 TEST(Names, ofTypesAreAServiceAndAProtocol)

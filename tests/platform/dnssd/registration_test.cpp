@@ -240,6 +240,11 @@ TEST_F(RegistrationTest, publishesTheAddressesThatTheComputerHasNow)
     monitor.setAddresses(monitor.addresses());
     dispatch.runAll();
     EXPECT_EQ(engine.count<UpdateAddressesRequest>(), 1U);
+    auto more = monitor.addresses();
+    more.push_back(interfaceAddress(1, "lo", "127.0.1.1"));
+    monitor.setAddresses(more);
+    dispatch.runAll();
+    EXPECT_EQ(engine.count<UpdateAddressesRequest>(), 1U) << "nothing that is published changed";
     monitor.setAddresses({interfaceAddress(1, "lo", "127.0.0.1")});
     dispatch.runAll();
     EXPECT_EQ(engine.standing<UpdateAddressesRequest>().back().addresses,

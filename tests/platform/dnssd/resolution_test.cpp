@@ -187,6 +187,17 @@ TEST_F(ResolutionTest, tells16AddressesOfAFamily)
     EXPECT_EQ(static_cast<std::size_t>(std::ranges::count_if(all, isIPv4)), kMaximumAddresses);
 }
 
+TEST_F(ResolutionTest, keepsABoundedNumberOfRecords)
+{
+    up();
+    locate("phone.local");
+    for (int i = 0; i < 10'000; ++i)
+        find("phone.local", "10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250));
+    for (std::size_t i = 0; i < kMaximumRecords; ++i)
+        lose("phone.local", "10.0.0." + std::to_string(i));
+    EXPECT_TRUE(resolved.last().addresses.empty()) << "what was beyond the limit is not kept";
+}
+
 TEST_F(ResolutionTest, asksOncePerHostWhateverThePorts)
 {
     up();

@@ -169,7 +169,7 @@ TEST_F(ServiceBrowseTest, dropsWhatNoServiceOfTheTypeCanBe)
 TEST_F(ServiceBrowseTest, carriesHostileNamesVerbatim)
 {
     up();
-    const Names hostile{"<img src=x>", "line\nbreak",      "\xe2\x80\xae right to left",
+    const Names hostile{"<img src=x>", "line\nbreak",      "\xe2\x80\xae right to left\xe2\x80\xac",
                         "%n%s",        "../../etc/passwd", "a.b\\c"};
     for (const auto& name : hostile)
         emit(found(name));
@@ -303,8 +303,10 @@ TEST_F(ServiceBrowseTest, replacesTheSetOfAnEngineThatCameBackUnseen)
 {
     up();
     emit(found("old"));
+    const AskId first = id();
     up();
     emit(found("new"));
+    emit(ServiceFound{first, kWired, "late", "_smb._tcp", "local"});
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"old"});
     emit(Settled{id()});
@@ -383,6 +385,21 @@ TEST_F(ServiceBrowseTest, remembersThatAServiceWasDeadWhenTheEngineChanges)
     emit(LocationFound{lifeOf("dead"), kWired, "phone.local", 4445});
     dispatch.advance(1s);
     EXPECT_EQ(names(), (Names{"dead", "alive"}));
+}
+
+TEST_F(ServiceBrowseTest, remembersADeathThatItHadNoTimeToTell)
+{
+    up();
+    emit(found("Quillbox"));
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    EXPECT_EQ(names(), Names{"Quillbox"}) << "the next set is not due yet";
+    down();
+    up();
+    emit(found("Quillbox"));
+    emit(Settled{id()});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{});
 }
 
 TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationTheNextEngineHasNotFoundYet)

@@ -44,12 +44,9 @@ std::uint16_t closedPort()
     return PeerListener().port();
 }
 
-bool waitForAsk(const FakeDnsSd& dnsSd)
+bool waitForAsk(const ScriptedDnsSd& dnsSd)
 {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    while (dnsSd.count() == 0 && std::chrono::steady_clock::now() < end)
-        std::this_thread::yield();
-    return dnsSd.count() > 0;
+    return dnsSd.waitForCount(1, kPatience);
 }
 
 } // namespace
@@ -89,7 +86,7 @@ TEST(Connector, resolvesLocalNamesByDnsSd)
     auto subject = harness.dial("My Phone.LOCAL.", phone.port());
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     const auto record = harness.dnsSd.record(0);
-    EXPECT_EQ(record.kind, FakeDnsSd::Record::Kind::ResolveHost);
+    EXPECT_EQ(record.kind, ScriptedDnsSd::Record::Kind::ResolveHost);
     EXPECT_EQ(record.text, "My Phone.LOCAL");
     harness.dnsSd.deliver(0, found({onLoopback(ipv4Address("127.0.0.1"))}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));

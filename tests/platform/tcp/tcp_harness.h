@@ -3,7 +3,7 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/network_monitor.h"
 #include "platform/tcp/tcp.h"
-#include "tests/fakes/fake_dns_sd.h"
+#include "tests/platform/tcp/scripted_dns_sd.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -244,7 +244,7 @@ public:
     Subject dial(const std::string& host, std::uint16_t port);
 
     DispatchPool pool;
-    FakeDnsSd dnsSd;
+    ScriptedDnsSd dnsSd;
     ScriptedMonitor monitor;
     std::unique_ptr<TcpNetwork> network;
 

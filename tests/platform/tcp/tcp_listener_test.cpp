@@ -252,23 +252,21 @@ TEST(TcpListener, saysWhyAPortCannotBeHad)
 
 TEST(TcpListener, reusesAPortOnlyWhenThatIsAllowed)
 {
-    Harness harness;
+    Stage stage;
+    // A connection that this side closes first keeps the port for a minute.
+    stage.listener->setNewConnectionHandler([](const std::shared_ptr<Connection>&) {});
+    stage.start();
+    auto peer = connectPeer(stage.port);
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    peer.close();
+    stage.listener.reset();
+    stage.settle();
     std::error_code error;
-    std::uint16_t port = 0;
-    {
-        // A connection that this side closed first keeps the port for a minute.
-        PeerListener listener;
-        port = listener.port();
-        auto client = connectPeer(port);
-        auto accepted = listener.accept();
-        accepted.close();
-        bool isClean = false;
-        client.receiveAll(isClean);
-        client.close();
-    }
-    EXPECT_EQ(harness.network->makeListener({}, port, error), nullptr);
+    EXPECT_EQ(stage.harness.network->makeListener({}, stage.port, error), nullptr);
     EXPECT_EQ(error, std::errc::address_in_use);
-    EXPECT_NE(harness.network->makeListener({.allowLocalEndpointReuse = true}, port, error),
+    EXPECT_NE(stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, stage.port,
+                                                  error),
               nullptr);
     EXPECT_FALSE(error);
 }

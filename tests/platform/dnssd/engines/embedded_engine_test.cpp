@@ -1,6 +1,7 @@
 #include "platform/dnssd/embedded_engine.h"
 #include "platform/dnssd/message_codec.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
+#include "tests/platform/dnssd/engines/engine_process_finder.h"
 
 #include <csignal>
 #include <filesystem>
@@ -20,29 +21,11 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// The processes whose parent is `parent`.
-std::vector<pid_t> childrenOf(pid_t parent)
-{
-    std::vector<pid_t> result;
-    for (const auto& task :
-         std::filesystem::directory_iterator("/proc/" + std::to_string(parent) + "/task")) {
-        std::ifstream children(task.path() / "children");
-        for (pid_t child = 0; children >> child;)
-            result.push_back(child);
-    }
-    return result;
-}
-
-/// The engine process that `parent` has started.
+/// The one engine process that `parent` has started.
 std::optional<pid_t> engineProcessOf(pid_t parent)
 {
-    for (const pid_t child : childrenOf(parent)) {
-        std::ifstream commandLine("/proc/" + std::to_string(child) + "/cmdline");
-        const std::string text{std::istreambuf_iterator<char>(commandLine), {}};
-        if (text.find("--dns-sd-engine") != std::string::npos)
-            return child;
-    }
-    return std::nullopt;
+    const auto processes = engineProcessesOf(parent);
+    return processes.size() == 1 ? std::optional(processes.front()) : std::nullopt;
 }
 
 /// Waits for the end of a process that may be anybody's child.

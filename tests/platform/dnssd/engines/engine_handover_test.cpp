@@ -88,6 +88,46 @@ TEST_F(EngineHandover, staysWithADaemonThatRestarts)
     testing::internal::GetCapturedStderr();
 }
 
+/// What the engine process must not do when someone else answers for this computer.
+class EngineBesideAnother : public EngineNetworkTest {};
+
+TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
+{
+    const TestBus bus;
+    const TestDaemon daemon;
+    EventRecorder daemonEvents;
+    const auto observer = makeDaemonEngine();
+    observer->start(daemonEvents.handler());
+    ASSERT_TRUE(daemonEvents.waitForEvent(EngineUp{"testhost.local"}));
+    EventRecorder eventsThere;
+    std::unique_ptr<Engine> there;
+    network->doThere([&] {
+        there = makeEmbeddedEngine();
+        there->start(eventsThere.handler());
+    });
+    ASSERT_TRUE(eventsThere.waitFor<EngineUp>());
+    there->send(AddressRequest{1, "testhost.local", Family::IPv4});
+    const Sighting sighting{network->interfaceThere(), Family::IPv4};
+    const Address computer = address(TestNetwork::kAddressHere);
+    ASSERT_TRUE(eventsThere.waitForEvent(AddressFound{1, sighting, computer}));
+
+    EventRecorder events;
+    const auto embedded = makeEmbeddedEngine();
+    embedded->start(events.handler());
+    ASSERT_TRUE(events.waitFor<EngineUp>());
+    embedded->send(registration(1, "Quillbox", "quillbox-1.local"));
+    EXPECT_TRUE(events.waitForEvent(Registered{1}));
+    there->send(LocationRequest{2, "Quillbox", "_smb._tcp", "local"});
+    EXPECT_TRUE(eventsThere.waitForEvent(LocationFound{2, sighting, "quillbox-1.local", 4445}));
+    embedded->stop();
+    EXPECT_TRUE(eventsThere.waitForEvent(LocationLost{2, sighting, "quillbox-1.local", 4445}));
+
+    EXPECT_FALSE(eventsThere.waitFor<AddressLost>(2s));
+    EXPECT_FALSE(daemonEvents.waitFor<EngineDown>(0s));
+    there->stop();
+    observer->stop();
+}
+
 } // namespace
 
 } // namespace quillbox::dnssd

@@ -7,9 +7,13 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <stdexcept>
+#include <thread>
 
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <net/if.h>
+#include <sched.h>
 #include <unistd.h>
 
 namespace quillbox::dnssd {
@@ -66,7 +70,7 @@ void enterPrivateNetwork(int argc, char** argv)
         if (std::strcmp(argv[index], "--gtest_list_tests") == 0)
             return;
     }
-    const char* flags = ::geteuid() == 0 ? "-nm" : "-Urnm";
+    const char* flags = ::geteuid() == 0 ? "-nmu" : "-Urnmu";
     if (!runs({"unshare", flags, "true"}))
         return; // tests that need it are skipped
     ::setenv(kMarker, "1", 1);
@@ -87,16 +91,17 @@ TestNetwork::TestNetwork()
 {
     if (!isInPrivateNetwork())
         return;
-    otherHost = std::make_unique<TestProcess>(
-        std::vector<std::string>{"unshare", "-n", "sh", "-c", "echo ready; exec cat"});
+    otherHost = std::make_unique<TestProcess>(std::vector<std::string>{
+        "unshare", "-nu", "sh", "-c", "hostname there && echo ready; exec cat"});
     if (!otherHost->waitForLine("ready", std::chrono::seconds(5)))
         return;
     const std::string other = std::to_string(otherHost->id());
     const std::string here = std::string(kAddressHere) + "/24";
     const std::string away = std::string(kAddressThere) + "/24";
     // Without duplicate address detection, so that the addresses work at once.
-    ready = runs({"mount", "-t", "tmpfs", "tmpfs", "/run"}) && runs({"mkdir", "-p", "/run/dbus"})
-            && runs({"mkdir", "-p", kTestFolder}) && runs({"ip", "link", "set", "lo", "up"})
+    ready = runs({"hostname", "here"}) && runs({"mount", "-t", "tmpfs", "tmpfs", "/run"})
+            && runs({"mkdir", "-p", "/run/dbus"}) && runs({"mkdir", "-p", kTestFolder})
+            && runs({"ip", "link", "set", "lo", "up"})
             && runs({"ip", "link", "set", "lo", "multicast", "on"})
             && runs({"ip", "link", "add", "here0", "type", "veth", "peer", "name", "there0",
                      "netns", other})
@@ -109,6 +114,13 @@ TestNetwork::TestNetwork()
             && runs(there({"ip", "addr", "add", away, "dev", "there0"}))
             && runs(there({"ip", "addr", "add", "fe80::77:2/64", "dev", "there0", "nodad"}))
             && runs(there({"ip", "link", "set", "there0", "up"}));
+}
+
+TestNetwork::~TestNetwork()
+{
+    // By itself it would go some time after the other host.
+    if (otherHost)
+        runs({"ip", "link", "del", "here0"});
 }
 
 int TestNetwork::interfaceHere() const
@@ -125,9 +137,24 @@ int TestNetwork::interfaceThere() const
 
 std::vector<std::string> TestNetwork::there(std::vector<std::string> command) const
 {
-    std::vector<std::string> result{"nsenter", "-n", "-t", std::to_string(otherHost->id())};
+    std::vector<std::string> result{"nsenter", "-n", "-u", "-t", std::to_string(otherHost->id())};
     result.insert(result.end(), command.begin(), command.end());
     return result;
+}
+
+void TestNetwork::doThere(const std::function<void()>& work) const
+{
+    const std::string folder = "/proc/" + std::to_string(otherHost->id()) + "/ns/";
+    // A thread of its own, for the namespaces are a thread's and pass to those that it starts.
+    std::thread([&] {
+        for (const char* name : {"net", "uts"}) {
+            const int descriptor = ::open((folder + name).c_str(), O_RDONLY | O_CLOEXEC);
+            if (::setns(descriptor, 0) != 0)
+                throw std::runtime_error("setns");
+            ::close(descriptor);
+        }
+        work();
+    }).join();
 }
 
 bool TestNetwork::setLink(bool up) const

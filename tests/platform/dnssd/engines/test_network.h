@@ -2,6 +2,7 @@
 
 #include "tests/platform/dnssd/engines/test_process.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,9 @@ public:
     static constexpr const char* kAddressThere = "192.168.77.2";
 
     TestNetwork();
+    TestNetwork(const TestNetwork&) = delete;
+    TestNetwork& operator=(const TestNetwork&) = delete;
+    ~TestNetwork();
 
     bool isReady() const { return ready; }
     int interfaceHere() const;
@@ -31,6 +35,10 @@ public:
 
     /// The command as run on the other host.
     std::vector<std::string> there(std::vector<std::string> command) const;
+
+    /// Runs `work` on a thread that is on the other host; threads and processes that it starts are
+    /// there too.
+    void doThere(const std::function<void()>& work) const;
 
     /// The interface here goes down, or comes up.
     bool setLink(bool up) const;

@@ -1,0 +1,92 @@
+#include "platform/desktop/command.h"
+
+#include <QStringList>
+
+#include <algorithm>
+#include <csignal>
+#include <utility>
+
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+/// Of the programs run here none has more to say.
+constexpr std::size_t kMostOutput = 64 * 1024;
+
+/// In the new process: nothing but async-signal-safe calls.
+void prepare(const InheritedLimits& limits)
+{
+    ::setsid();
+    if (limits.isOpenFilesKnown)
+        ::setrlimit(RLIMIT_NOFILE, &limits.openFiles);
+    sigset_t none;
+    sigemptyset(&none);
+    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+} // namespace
+
+Command::Command(const std::vector<std::string>& arguments, Output output,
+                 const InheritedLimits& limits, std::chrono::milliseconds limit, Finished finished)
+    : isCollecting(output == Output::Collected),
+      whenFinished(std::move(finished))
+{
+    QStringList texts;
+    for (const std::string& argument : arguments)
+        texts.append(QString::fromStdString(argument));
+    process.setProgram(texts.takeFirst());
+    process.setArguments(texts);
+    process.setChildProcessModifier([limits] { prepare(limits); });
+    process.setStandardInputFile(QProcess::nullDevice());
+    // A file manager that is started here writes there for as long as it lives: not to a pipe of
+    // ours, which would end it when we end.
+    process.setStandardErrorFile(QProcess::nullDevice());
+    if (!isCollecting)
+        process.setStandardOutputFile(QProcess::nullDevice());
+    QObject::connect(&process, &QProcess::readyReadStandardOutput, &process, [this] { collect(); });
+    QObject::connect(&process, &QProcess::finished, &timer,
+                     [this](int code, QProcess::ExitStatus status) {
+                         end(status == QProcess::NormalExit && code == 0);
+                     });
+    QObject::connect(&process, &QProcess::errorOccurred, &timer,
+                     [this](QProcess::ProcessError error) {
+                         if (error == QProcess::FailedToStart)
+                             timer.start(0); // reported inside start()
+                     });
+    timer.setSingleShot(true);
+    QObject::connect(&timer, &QTimer::timeout, &timer, [this] { end(false); });
+    timer.start(limit);
+    process.start();
+}
+
+Command::~Command()
+{
+    process.disconnect();
+    // To the end of the child, which a signal that cannot be refused brings at once.
+    process.kill();
+    process.waitForFinished();
+}
+
+void Command::collect()
+{
+    const QByteArray bytes = process.readAllStandardOutput();
+    const auto room = kMostOutput - collected.size();
+    collected.append(bytes.constData(),
+                     std::min(room, static_cast<std::size_t>(bytes.size())));
+}
+
+void Command::end(bool isSuccess)
+{
+    timer.stop();
+    process.disconnect(&timer);
+    if (isCollecting)
+        collect();
+    const Result result{.isSuccess = isSuccess, .output = std::move(collected)};
+    const Finished handler = std::exchange(whenFinished, nullptr);
+    if (handler)
+        handler(result);
+}
+
+} // namespace quillbox

@@ -1,0 +1,99 @@
+#include "platform/desktop/notifier_watch.h"
+
+#include <QDBusMessage>
+#include <QDBusVariant>
+
+#include <chrono>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+const QString& service()
+{
+    static const QString name = QStringLiteral("org.kde.StatusNotifierWatcher");
+    return name;
+}
+
+const QString& path()
+{
+    static const QString name = QStringLiteral("/StatusNotifierWatcher");
+    return name;
+}
+
+constexpr int kAnswerLimitMilliseconds = 5000;
+constexpr std::chrono::seconds kPauseAfterSilence{5};
+
+} // namespace
+
+NotifierWatch::NotifierWatch(const QDBusConnection& bus, std::function<void()> stateChanged)
+    : connection(bus),
+      changed(std::move(stateChanged)),
+      owners(service(), connection, QDBusServiceWatcher::WatchForOwnerChange)
+{
+    if (!connection.isConnected()) {
+        current = State::Absent;
+        return;
+    }
+    askSoon.setSingleShot(true);
+    askAgain.setSingleShot(true);
+    askAgain.setInterval(kPauseAfterSilence);
+    for (QTimer* timer : {&askSoon, &askAgain})
+        QObject::connect(timer, &QTimer::timeout, timer, [this] { ask(); });
+    QObject::connect(&owners, &QDBusServiceWatcher::serviceOwnerChanged, &askSoon,
+                     qOverload<>(&QTimer::start));
+    // From any sender: to name one would make QtDBus wait for the bus to tell its owner. The timer
+    // gathers what comes at once, and the answer to one question covers it all.
+    for (const char* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"})
+        connection.connect(QString(), path(), service(), QLatin1String(signal), &askSoon,
+                           SLOT(start()));
+    ask();
+}
+
+void NotifierWatch::ask()
+{
+    askSoon.stop();
+    askAgain.stop();
+    QDBusMessage get = QDBusMessage::createMethodCall(
+        service(), path(), QStringLiteral("org.freedesktop.DBus.Properties"),
+        QStringLiteral("Get"));
+    get.setArguments({service(), QStringLiteral("IsStatusNotifierHostRegistered")});
+    get.setAutoStartService(false);
+    question = std::make_unique<QDBusPendingCallWatcher>(
+        connection.asyncCall(get, kAnswerLimitMilliseconds));
+    QObject::connect(question.get(), &QDBusPendingCallWatcher::finished, &askSoon,
+                     [this](QDBusPendingCallWatcher* watcher) {
+                         // It calls us, so that it has to live on for a moment.
+                         question.release()->deleteLater();
+                         answered(watcher->reply());
+                     });
+}
+
+void NotifierWatch::answered(const QDBusMessage& answer)
+{
+    if (answer.type() == QDBusMessage::ReplyMessage && !answer.arguments().isEmpty()) {
+        const auto value = answer.arguments().constFirst().value<QDBusVariant>().variant();
+        change(value.toBool() ? State::Hosted : State::Watched);
+        return;
+    }
+    const QString error = answer.errorName();
+    if (error == QStringLiteral("org.freedesktop.DBus.Error.NameHasNoOwner")
+        || error == QStringLiteral("org.freedesktop.DBus.Error.ServiceUnknown")
+        || error == QStringLiteral("org.freedesktop.DBus.Error.Disconnected")) {
+        change(State::Absent);
+        return;
+    }
+    // A registry that is stuck, or that ended over the question: its successor is announced, but
+    // that one may have been seen already.
+    askAgain.start();
+    change(State::Watched);
+}
+
+void NotifierWatch::change(State state)
+{
+    if (std::exchange(current, state) != state)
+        changed();
+}
+
+} // namespace quillbox

@@ -1,0 +1,140 @@
+#include "platform/desktop/tray_manager_watch.h"
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include <xcb/xcb.h>
+
+namespace quillbox {
+
+namespace {
+
+struct Free {
+    void operator()(void* memory) const { std::free(memory); }
+};
+
+template <typename Reply>
+std::unique_ptr<Reply, Free> owned(Reply* reply)
+{
+    return std::unique_ptr<Reply, Free>(reply);
+}
+
+xcb_screen_t* screenOf(xcb_connection_t* connection, int number)
+{
+    auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
+    while (screens.rem > 0 && number-- > 0)
+        xcb_screen_next(&screens);
+    return screens.rem > 0 ? screens.data : nullptr;
+}
+
+} // namespace
+
+void TrayManagerWatch::Disconnect::operator()(xcb_connection_t* connection) const
+{
+    xcb_disconnect(connection);
+}
+
+TrayManagerWatch::TrayManagerWatch(std::function<void()> managerChanged)
+    : changed(std::move(managerChanged))
+{
+    int screenNumber = 0;
+    connection.reset(xcb_connect(nullptr, &screenNumber));
+    if (xcb_connection_has_error(connection.get()) != 0)
+        return;
+    const xcb_screen_t* screen = screenOf(connection.get(), screenNumber);
+    if (!screen)
+        return;
+    managerAtom = atom("MANAGER");
+    selection = atom(("_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber)).c_str());
+    // A new manager is announced to whoever asks for this of the root window (ICCCM, section 2.8).
+    watch(screen->root);
+    notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection.get()),
+                                                 QSocketNotifier::Read);
+    QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(),
+                     [this] { readEvents(); });
+    find();
+    // What has come with the answers so far makes the descriptor readable no more.
+    while (takeEvents())
+        find();
+}
+
+TrayManagerWatch::~TrayManagerWatch() = default;
+
+std::uint32_t TrayManagerWatch::atom(const char* name) const
+{
+    const auto cookie = xcb_intern_atom(connection.get(), 0,
+                                        static_cast<std::uint16_t>(std::strlen(name)), name);
+    const auto reply = owned(xcb_intern_atom_reply(connection.get(), cookie, nullptr));
+    return reply ? reply->atom : std::uint32_t(XCB_ATOM_NONE);
+}
+
+/// The owner may end between the answer that names it and the request to be told of its end; it is
+/// asked for again then. The steps are bounded, for an owner that changes all the time brings news
+/// all the time.
+void TrayManagerWatch::find()
+{
+    constexpr int kMostSteps = 8;
+    manager = XCB_WINDOW_NONE;
+    for (int step = 0; step < kMostSteps; ++step) {
+        const std::uint32_t window = owner();
+        if (window == XCB_WINDOW_NONE)
+            return;
+        if (watch(window)) {
+            manager = window;
+            return;
+        }
+    }
+}
+
+std::uint32_t TrayManagerWatch::owner() const
+{
+    const auto cookie = xcb_get_selection_owner(connection.get(), selection);
+    const auto reply = owned(xcb_get_selection_owner_reply(connection.get(), cookie, nullptr));
+    return reply ? reply->owner : std::uint32_t(XCB_WINDOW_NONE);
+}
+
+/// Asks to be told of the window's end; false when it has ended already.
+bool TrayManagerWatch::watch(std::uint32_t window) const
+{
+    const std::array<std::uint32_t, 1> events{XCB_EVENT_MASK_STRUCTURE_NOTIFY};
+    const auto cookie = xcb_change_window_attributes_checked(connection.get(), window,
+                                                             XCB_CW_EVENT_MASK, events.data());
+    return !owned(xcb_request_check(connection.get(), cookie));
+}
+
+/// Whether one of the events tells of a manager that came or went.
+bool TrayManagerWatch::takeEvents()
+{
+    bool isNews = false;
+    while (const auto event = owned(xcb_poll_for_event(connection.get()))) {
+        const auto type = event->response_type & 0x7fU; // without the mark of an event that was sent
+        if (type == XCB_DESTROY_NOTIFY) {
+            const auto* end = reinterpret_cast<const xcb_destroy_notify_event_t*>(event.get());
+            isNews = isNews || end->window == manager;
+        } else if (type == XCB_CLIENT_MESSAGE) {
+            const auto* message = reinterpret_cast<const xcb_client_message_event_t*>(event.get());
+            isNews = isNews
+                     || (message->type == managerAtom && message->format == 32
+                         && message->data.data32[1] == selection);
+        }
+    }
+    return isNews;
+}
+
+void TrayManagerWatch::readEvents()
+{
+    const bool hadManager = hasManager();
+    while (takeEvents())
+        find();
+    if (xcb_connection_has_error(connection.get()) != 0) {
+        notifier->setEnabled(false);
+        manager = XCB_WINDOW_NONE;
+    }
+    if (hasManager() != hadManager)
+        changed();
+}
+
+} // namespace quillbox

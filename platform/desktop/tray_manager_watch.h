@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QSocketNotifier>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+struct xcb_connection_t;
+
+namespace quillbox {
+
+/// Watches whether a system tray runs on the X display of this process (System Tray Protocol of
+/// freedesktop.org: the owner of the selection _NET_SYSTEM_TRAY_Sn). On a connection of its own, so
+/// that it does not change what the toolkit hears.
+class TrayManagerWatch final {
+public:
+    /// `managerChanged` is called from the event loop only. It may drop the watch.
+    explicit TrayManagerWatch(std::function<void()> managerChanged);
+
+    TrayManagerWatch(const TrayManagerWatch&) = delete;
+    TrayManagerWatch& operator=(const TrayManagerWatch&) = delete;
+    ~TrayManagerWatch();
+
+    /// False without an X display.
+    bool hasManager() const { return manager != 0; }
+
+private:
+    struct Disconnect {
+        void operator()(xcb_connection_t* connection) const;
+    };
+
+    std::uint32_t atom(const char* name) const;
+    void find();
+    std::uint32_t owner() const;
+    bool watch(std::uint32_t window) const;
+    bool takeEvents();
+    void readEvents();
+
+    std::function<void()> changed;
+    std::unique_ptr<xcb_connection_t, Disconnect> connection;
+    std::unique_ptr<QSocketNotifier> notifier;
+    std::uint32_t managerAtom = 0;
+    std::uint32_t selection = 0;
+    std::uint32_t manager = 0; ///< its window
+};
+
+} // namespace quillbox

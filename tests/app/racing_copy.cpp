@@ -1,0 +1,74 @@
+#include "app/app_delegate.h"
+#include "platform/desktop/running_copies.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_network.h"
+#include "tests/fakes/fake_user_defaults.h"
+#include "tests/fakes/recording_workspace.h"
+
+#include <QApplication>
+#include <QSocketNotifier>
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+/// One copy of the helper: waits for a line on standard input, launches, tells on standard output
+/// whether it stays or yields, and each time that another copy brings it forward. One that stays
+/// ends with its standard input.
+int main(int argumentCount, char** arguments)
+{
+    using namespace quillbox;
+
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QApplication application(argumentCount, arguments);
+    const auto tell = [](const char* what) {
+        std::puts(what);
+        std::fflush(stdout);
+    };
+    tell("waits");
+    std::string line;
+    std::getline(std::cin, line);
+
+    FakeDispatch dispatch;
+    FakeNetwork network(dispatch);
+    FakeUserDefaults defaults;
+    RecordingWorkspace workspace;
+    const auto copies = makeRunningApplications({
+        .folders = {.xdg = arguments[1], .user = {}, .shared = arguments[1]},
+        .bundleIdentifier = "org.example.Racing",
+        .activationToken = {},
+    });
+    bool yields = false;
+    AppDelegate delegate(AppEnvironment{
+        .dispatch = dispatch,
+        .network = network,
+        .userDefaults = defaults,
+        .workspace = workspace,
+        .runningApplications = *copies,
+        .bundleIdentifier = "org.example.Racing",
+        .terminate =
+            [&yields] {
+                yields = true;
+                QCoreApplication::exit(0);
+            },
+    });
+    QSocketNotifier input(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&input, &QSocketNotifier::activated, &input,
+                     [] { QCoreApplication::exit(0); });
+    QMetaObject::invokeMethod(
+        &input,
+        [&] {
+            delegate.applicationDidFinishLaunching();
+            tell(yields ? "yields" : "stays");
+            if (!yields) {
+                delegate.window->hide();
+                copies->setActivationHandler([&] {
+                    delegate.activatedByAnotherCopy();
+                    tell(delegate.window->isVisible() ? "comes forward" : "stays hidden");
+                });
+            }
+        },
+        Qt::QueuedConnection);
+    return QApplication::exec();
+}

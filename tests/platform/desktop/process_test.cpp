@@ -1,0 +1,142 @@
+#include "platform/desktop/process.h"
+#include "tests/platform/desktop/qt_support.h"
+
+#include <QTemporaryDir>
+#include <array>
+#include <csignal>
+#include <cstdlib>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+/// The exit status of a check that is made in a process of its own.
+int verdict(bool isGood)
+{
+    return isGood ? EXIT_SUCCESS : EXIT_FAILURE;
+}
+
+ssize_t writeToNobody()
+{
+    std::array<int, 2> ends{};
+    [[maybe_unused]] const int made = ::pipe(ends.data());
+    ::close(ends[0]);
+    return ::write(ends[1], "x", 1);
+}
+
+class Process : public ::testing::Test {
+protected:
+    QTemporaryDir folder;
+    NamedPipe pipe{folder.filePath(QStringLiteral("pipe")).toStdString()};
+
+    std::string outputOf(const std::string& script, const InheritedLimits& limits)
+    {
+        // A reader from the start, or the program would wait for one for ever if the test fails.
+        const int reader = ::open(pipe.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+        EXPECT_TRUE(startDetached({"sh", "-c", script, "sh", pipe.path()}, limits));
+        std::string output = pipe.readAll();
+        ::close(reader);
+        return output;
+    }
+};
+
+TEST_F(Process, takesAllTheDescriptorsThatItMayHave)
+{
+    EXPECT_EXIT(
+        {
+            rlimit limit{};
+            ::getrlimit(RLIMIT_NOFILE, &limit);
+            limit.rlim_cur = limit.rlim_max / 2;
+            ::setrlimit(RLIMIT_NOFILE, &limit);
+            const InheritedLimits inherited = prepareProcess();
+            rlimit raised{};
+            ::getrlimit(RLIMIT_NOFILE, &raised);
+            std::_Exit(verdict(raised.rlim_cur == limit.rlim_max
+                               && inherited.openFiles.rlim_cur == limit.rlim_cur));
+        },
+        ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST_F(Process, survivesWritingToAClosedConnection)
+{
+    EXPECT_EXIT(
+        {
+            prepareProcess();
+            std::_Exit(verdict(writeToNobody() < 0));
+        },
+        ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST_F(Process, hasStandardDescriptorsEvenWhenItWasStartedWithoutThem)
+{
+    EXPECT_EXIT(
+        {
+            ::close(STDIN_FILENO);
+            ::close(STDERR_FILENO);
+            prepareProcess();
+            const int next = ::open("/dev/null", O_RDONLY);
+            std::_Exit(verdict(next > STDERR_FILENO && ::fcntl(STDERR_FILENO, F_GETFD) >= 0));
+        },
+        ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
+{
+    InheritedLimits limits;
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limits.openFiles), 0);
+    limits.openFiles.rlim_cur = 77;
+    limits.isOpenFilesKnown = true;
+
+    sigset_t blocked;
+    sigset_t before;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGTERM);
+    ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
+    std::signal(SIGPIPE, SIG_IGN);
+    const std::string output =
+        outputOf("{ ulimit -n; grep Sig /proc/self/status; } > \"$1\"", limits);
+    std::signal(SIGPIPE, SIG_DFL);
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+
+    EXPECT_THAT(output, HasSubstr("77\n"));
+    EXPECT_THAT(output, HasSubstr("SigBlk:\t0000000000000000\n"));
+    EXPECT_THAT(output, HasSubstr("SigIgn:\t0000000000000000\n"));
+}
+
+TEST_F(Process, startsProgramsThatAreNobodysChildAndReadNothing)
+{
+    const std::string output =
+        outputOf("{ read -r line; echo \"read $?\"; ps -o sid= -p $$; } > \"$1\"", {});
+    EXPECT_THAT(output, HasSubstr("read 1\n"));
+    EXPECT_THAT(output, Not(HasSubstr(std::to_string(::getsid(0)) + "\n")));
+    EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "a child is left";
+}
+
+TEST_F(Process, tellsWhenAProgramCannotBeStarted)
+{
+    EXPECT_FALSE(startDetached({"no-such-program-anywhere"}, {}));
+    EXPECT_FALSE(startDetached({folder.path().toStdString()}, {}));
+}
+
+TEST_F(Process, endsInTimeWhateverItsThreadsDo)
+{
+    EXPECT_EXIT(
+        {
+            endProcessWithin(std::chrono::milliseconds(50));
+            for (;;)
+                ::pause();
+        },
+        ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,127 @@
+#include "platform/desktop/registration_folder.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::HasSubstr;
+
+constexpr const char* kIdentifier = "org.example.Helper";
+constexpr uid_t kNobody = 65534;
+
+class RegistrationFolder : public ::testing::Test {
+protected:
+    RegistrationFolder()
+    {
+        for (const std::string& path : {folders.xdg, folders.user, folders.shared})
+            ::mkdir(path.c_str(), 0700);
+        ::chmod(folders.shared.c_str(), 01777);
+    }
+
+    /// Where the opened folder is, below the test's own; empty when none is opened.
+    std::string opened(const std::string& identifier = kIdentifier)
+    {
+        problem.clear();
+        const FileDescriptor folder = openRegistrationFolder(folders, identifier, problem);
+        if (!folder.isOpen())
+            return {};
+        const auto link = "/proc/self/fd/" + std::to_string(folder.get());
+        const QString path = QFile::symLinkTarget(QString::fromStdString(link));
+        return QDir(base.path()).relativeFilePath(path).toStdString();
+    }
+
+    std::string pathOf(const char* name) const
+    {
+        return base.filePath(QString::fromLatin1(name)).toStdString();
+    }
+
+    const std::string sharedName =
+        std::string("shared/") + kIdentifier + '-' + std::to_string(::geteuid());
+    QTemporaryDir base;
+    RuntimeFolders folders{
+        .xdg = pathOf("xdg"), .user = pathOf("user"), .shared = pathOf("shared")};
+    std::string problem;
+};
+
+TEST_F(RegistrationFolder, isMadeInTheRuntimeFolderForThisUserAlone)
+{
+    EXPECT_EQ(opened(), "xdg/org.example.Helper");
+    struct stat status {};
+    ASSERT_EQ(::stat(pathOf("xdg/org.example.Helper").c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0700U);
+    EXPECT_EQ(opened(), "xdg/org.example.Helper");
+}
+
+TEST_F(RegistrationFolder, isInTheUsersFolderWhereTheVariableIsOfNoUse)
+{
+    for (const std::string& xdg : {std::string(), std::string("xdg"), pathOf("absent")}) {
+        folders.xdg = xdg;
+        EXPECT_EQ(opened(), "user/org.example.Helper") << xdg;
+    }
+    folders.xdg = pathOf("file");
+    QFile file(QString::fromStdString(folders.xdg));
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
+    EXPECT_EQ(opened(), "user/org.example.Helper");
+}
+
+TEST_F(RegistrationFolder, isNotInAFolderThatOthersMayWriteTo)
+{
+    ::chmod(folders.xdg.c_str(), 0777);
+    EXPECT_EQ(opened(), "user/org.example.Helper");
+}
+
+TEST_F(RegistrationFolder, isAFolderOfThisUsersOwnInASharedPlaceAtLast)
+{
+    folders.xdg = {};
+    folders.user = pathOf("absent");
+    EXPECT_EQ(opened(), sharedName);
+    EXPECT_EQ(opened(), sharedName);
+}
+
+TEST_F(RegistrationFolder, isRefusedWhenALinkStandsInItsPlace)
+{
+    folders.xdg = folders.user = {};
+    QDir().mkdir(base.filePath(QStringLiteral("elsewhere")));
+    ASSERT_EQ(::symlink(pathOf("elsewhere").c_str(), pathOf(sharedName.c_str()).c_str()), 0);
+    EXPECT_EQ(opened(), "");
+    EXPECT_THAT(problem, HasSubstr(sharedName));
+}
+
+TEST_F(RegistrationFolder, isRefusedWhenItIsOpenToOthers)
+{
+    folders.xdg = folders.user = {};
+    ASSERT_EQ(::mkdir(pathOf(sharedName.c_str()).c_str(), 0755), 0);
+    EXPECT_EQ(opened(), "");
+    EXPECT_THAT(problem, HasSubstr("is open to other users"));
+}
+
+TEST_F(RegistrationFolder, isRefusedWhenItBelongsToSomebodyElse)
+{
+    if (::geteuid() != 0)
+        return; // Only root can give a folder away.
+    folders.xdg = folders.user = {};
+    const std::string path = pathOf(sharedName.c_str());
+    ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);
+    ASSERT_EQ(::chown(path.c_str(), kNobody, kNobody), 0);
+    EXPECT_EQ(opened(), "");
+    EXPECT_THAT(problem, HasSubstr("belongs to somebody else"));
+}
+
+TEST_F(RegistrationFolder, isRefusedForAnIdentifierThatIsNoFileName)
+{
+    for (const char* identifier : {"", ".", "..", "../escape", "a/b"})
+        EXPECT_EQ(opened(identifier), "") << identifier;
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,78 @@
+#include "platform/desktop/termination_signals.h"
+#include "tests/platform/desktop/qt_support.h"
+
+#include <csignal>
+#include <cstdlib>
+
+#include <gtest/gtest.h>
+
+namespace quillbox {
+
+namespace {
+
+/// Takes one signal, in a process of its own, and exits with the number of calls.
+[[noreturn]] void takeOne(int signal)
+{
+    int requests = 0;
+    const auto signals = makeTerminationSignals([&requests] { ++requests; });
+    std::raise(signal);
+    runUntil([&requests] { return requests > 0; });
+    std::_Exit(requests);
+}
+
+/// Takes two; exits with 0 if it lives.
+[[noreturn]] void takeTwo(int first, int second)
+{
+    const auto signals = makeTerminationSignals([] {});
+    std::raise(first);
+    std::raise(second);
+    std::_Exit(EXIT_SUCCESS);
+}
+
+TEST(TerminationSignals, theFirstOneIsACallOnTheLoop)
+{
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        EXPECT_EXIT(takeOne(signal), ::testing::ExitedWithCode(1), "") << signal;
+}
+
+TEST(TerminationSignals, aSecondOneEndsTheProcessAtOnce)
+{
+    EXPECT_EXIT(takeTwo(SIGTERM, SIGTERM), ::testing::KilledBySignal(SIGTERM), "");
+    EXPECT_EXIT(takeTwo(SIGINT, SIGINT), ::testing::KilledBySignal(SIGINT), "");
+    EXPECT_EXIT(takeTwo(SIGHUP, SIGTERM), ::testing::KilledBySignal(SIGTERM), "");
+}
+
+TEST(TerminationSignals, aHangUpBehindATerminationEndsNothing)
+{
+    EXPECT_EXIT(takeTwo(SIGTERM, SIGHUP), ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST(TerminationSignals, oneThatIsIgnoredFromTheStartStaysSo)
+{
+    EXPECT_EXIT(
+        {
+            std::signal(SIGHUP, SIG_IGN);
+            int requests = 0;
+            const auto signals = makeTerminationSignals([&requests] { ++requests; });
+            std::raise(SIGHUP);
+            std::raise(SIGTERM);
+            runUntil([&requests] { return requests > 0; });
+            std::_Exit(requests);
+        },
+        ::testing::ExitedWithCode(1), "");
+}
+
+TEST(TerminationSignals, haveTheirDefaultActionBackAfterwards)
+{
+    EXPECT_EXIT(
+        {
+            makeTerminationSignals([] {}).reset();
+            std::raise(SIGTERM);
+            std::_Exit(EXIT_SUCCESS);
+        },
+        ::testing::KilledBySignal(SIGTERM), "");
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QTimer>
+
+namespace quillbox {
+
+/// Runs the event loop until the condition holds; false when it does not within the time.
+template <typename Condition>
+bool waitUntil(Condition condition, int milliseconds = 10'000)
+{
+    const QDeadlineTimer deadline(milliseconds);
+    QTimer wakeUp;
+    wakeUp.start(milliseconds);
+    while (!condition()) {
+        if (deadline.hasExpired())
+            return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
+}
+
+} // namespace quillbox

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include <sys/types.h>
+
+namespace quillbox::dnssd {
+
+/// The arguments of a process, with a zero after each.
+std::string commandLineOf(pid_t process);
+
+/// The processes whose parent is `parent`.
+std::vector<pid_t> childrenOf(pid_t parent);
+
+/// The engine processes among them.
+std::vector<pid_t> engineProcessesOf(pid_t parent);
+
+} // namespace quillbox::dnssd

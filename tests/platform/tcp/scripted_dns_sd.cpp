@@ -1,0 +1,172 @@
+#include "tests/platform/tcp/scripted_dns_sd.h"
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace quillbox {
+
+struct ScriptedDnsSd::Shared {
+    mutable std::mutex mutex;
+    mutable std::condition_variable added;
+    std::vector<std::shared_ptr<Record>> records;
+    std::optional<ResolveUpdate> answer;
+
+    /// Calls the record's handler on its queue, if the ask still stands then.
+    template <typename Handler, typename Update>
+    static void post(const std::shared_ptr<Shared>& shared, const std::shared_ptr<Record>& record,
+                     Handler Record::*handler, Update update)
+    {
+        record->queue->async([shared, record, handler, update = std::move(update)] {
+            {
+                const std::lock_guard lock(shared->mutex);
+                if (record->isEnded)
+                    return;
+            }
+            ((*record).*handler)(update);
+        });
+    }
+
+    std::shared_ptr<Record> at(std::size_t index) const
+    {
+        const std::lock_guard lock(mutex);
+        return records.at(index);
+    }
+};
+
+class ScriptedDnsSd::HeldAsk final : public DnsSd::Ask {
+public:
+    HeldAsk(std::shared_ptr<Shared> shared, std::shared_ptr<Record> record)
+        : shared_(std::move(shared)), record_(std::move(record))
+    {
+    }
+
+    ~HeldAsk() override
+    {
+        const std::lock_guard lock(shared_->mutex);
+        record_->isEnded = true;
+    }
+
+    HeldAsk(const HeldAsk&) = delete;
+    HeldAsk& operator=(const HeldAsk&) = delete;
+
+private:
+    const std::shared_ptr<Shared> shared_;
+    const std::shared_ptr<Record> record_;
+};
+
+std::shared_ptr<ScriptedDnsSd::Shared> ScriptedDnsSd::makeShared()
+{
+    return std::make_shared<Shared>();
+}
+
+std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::add(Record record)
+{
+    auto kept = std::make_shared<Record>(std::move(record));
+    std::optional<ResolveUpdate> answer;
+    {
+        const std::lock_guard lock(shared_->mutex);
+        shared_->records.push_back(kept);
+        if (kept->resolved)
+            answer = shared_->answer;
+        shared_->added.notify_all();
+    }
+    if (answer)
+        Shared::post(shared_, kept, &Record::resolved, *answer);
+    return std::make_unique<HeldAsk>(shared_, kept);
+}
+
+std::unique_ptr<DnsSd::Ask>
+ScriptedDnsSd::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                      std::function<void(const BrowseUpdate&)> handler)
+{
+    Record record;
+    record.kind = Record::Kind::Browse;
+    record.text = std::move(type);
+    record.queue = std::move(queue);
+    record.browsed = std::move(handler);
+    return add(std::move(record));
+}
+
+std::unique_ptr<DnsSd::Ask>
+ScriptedDnsSd::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+                       std::function<void(const ResolveUpdate&)> handler)
+{
+    Record record;
+    record.kind = Record::Kind::Resolve;
+    record.service = std::move(service);
+    record.queue = std::move(queue);
+    record.resolved = std::move(handler);
+    return add(std::move(record));
+}
+
+std::unique_ptr<DnsSd::Ask>
+ScriptedDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                           std::function<void(const ResolveUpdate&)> handler)
+{
+    Record record;
+    record.kind = Record::Kind::ResolveHost;
+    record.text = std::move(hostName);
+    record.queue = std::move(queue);
+    record.resolved = std::move(handler);
+    return add(std::move(record));
+}
+
+std::unique_ptr<DnsSd::Ask>
+ScriptedDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
+                               std::shared_ptr<DispatchQueue> queue,
+                               std::function<void(const RegistrationUpdate&)> handler)
+{
+    Record record;
+    record.kind = Record::Kind::Register;
+    record.registration = std::move(service);
+    record.port = port;
+    record.queue = std::move(queue);
+    record.registered = std::move(handler);
+    return add(std::move(record));
+}
+
+std::size_t ScriptedDnsSd::count() const
+{
+    const std::lock_guard lock(shared_->mutex);
+    return shared_->records.size();
+}
+
+ScriptedDnsSd::Record ScriptedDnsSd::record(std::size_t index) const
+{
+    const std::lock_guard lock(shared_->mutex);
+    return *shared_->records.at(index);
+}
+
+bool ScriptedDnsSd::waitForCount(std::size_t count, std::chrono::milliseconds limit) const
+{
+    std::unique_lock lock(shared_->mutex);
+    return shared_->added.wait_for(lock, limit,
+                                   [&] { return shared_->records.size() >= count; });
+}
+
+std::size_t ScriptedDnsSd::standing() const
+{
+    const std::lock_guard lock(shared_->mutex);
+    return static_cast<std::size_t>(
+        std::count_if(shared_->records.begin(), shared_->records.end(),
+                      [](const auto& record) { return !record->isEnded; }));
+}
+
+void ScriptedDnsSd::deliver(std::size_t index, ResolveUpdate update)
+{
+    Shared::post(shared_, shared_->at(index), &Record::resolved, std::move(update));
+}
+
+void ScriptedDnsSd::deliver(std::size_t index, RegistrationUpdate update)
+{
+    Shared::post(shared_, shared_->at(index), &Record::registered, std::move(update));
+}
+
+void ScriptedDnsSd::answerAll(ResolveUpdate update)
+{
+    const std::lock_guard lock(shared_->mutex);
+    shared_->answer = std::move(update);
+}
+
+} // namespace quillbox

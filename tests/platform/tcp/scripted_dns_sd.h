@@ -1,0 +1,74 @@
+#pragma once
+
+#include "platform/dnssd/dns_sd.h"
+
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+namespace quillbox {
+
+/// DNS-SD by hand for objects that live on real queues: it notes what it is asked, and a test
+/// delivers the updates. Thread-safe, as the real one is.
+class ScriptedDnsSd final : public DnsSd {
+public:
+    /// One question or registration. It outlives the `Ask`, which only marks it as ended.
+    struct Record {
+        enum class Kind { Browse, Resolve, ResolveHost, Register };
+
+        Kind kind = Kind::Browse;
+        std::string text;                       ///< the type, or the host name
+        std::optional<ServiceEndpoint> service; ///< what is to be resolved
+        std::optional<ServiceRegistration> registration;
+        std::uint16_t port = 0; ///< of a registration
+        std::shared_ptr<DispatchQueue> queue;
+        std::function<void(const BrowseUpdate&)> browsed;
+        std::function<void(const ResolveUpdate&)> resolved;
+        std::function<void(const RegistrationUpdate&)> registered;
+        bool isEnded = false;
+    };
+
+    std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                                std::function<void(const BrowseUpdate&)> handler) override;
+    std::unique_ptr<Ask> resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+                                 std::function<void(const ResolveUpdate&)> handler) override;
+    std::unique_ptr<Ask> resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                                     std::function<void(const ResolveUpdate&)> handler) override;
+    std::unique_ptr<Ask>
+    registerService(ServiceRegistration service, std::uint16_t port,
+                    std::shared_ptr<DispatchQueue> queue,
+                    std::function<void(const RegistrationUpdate&)> handler) override;
+
+    /// What has been asked, in order, the ended ones included.
+    std::size_t count() const;
+    Record record(std::size_t index) const;
+
+    /// Waits until so many have been asked.
+    bool waitForCount(std::size_t count, std::chrono::milliseconds limit) const;
+
+    /// How many asks stand.
+    std::size_t standing() const;
+
+    /// Puts an update on the queue of the ask; it is not delivered once the ask has ended.
+    void deliver(std::size_t index, ResolveUpdate update);
+    void deliver(std::size_t index, RegistrationUpdate update);
+
+    /// Answers every resolution from now on with `update`, at once.
+    void answerAll(ResolveUpdate update);
+
+private:
+    class HeldAsk;
+    struct Shared;
+
+    static std::shared_ptr<Shared> makeShared();
+    std::unique_ptr<Ask> add(Record record);
+
+    const std::shared_ptr<Shared> shared_ = makeShared();
+};
+
+} // namespace quillbox

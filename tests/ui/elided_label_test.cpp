@@ -1,0 +1,98 @@
+#include "ui/elided_label.h"
+
+#include <gtest/gtest.h>
+
+#include <QAccessible>
+#include <QHBoxLayout>
+#include <QImage>
+#include <QWidget>
+
+namespace quillbox {
+
+namespace {
+
+const QString& longName()
+{
+    static const QString name(63, u'W');
+    return name;
+}
+
+QImage pictureOf(QWidget& widget)
+{
+    QImage picture(widget.size(), QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    widget.render(&picture);
+    return picture;
+}
+
+TEST(ElidedLabel, showsANameThatFits)
+{
+    ElidedLabel label("Office");
+    label.resize(label.sizeHint());
+    EXPECT_FALSE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QString());
+    EXPECT_EQ(label.text(), QStringLiteral("Office"));
+}
+
+TEST(ElidedLabel, tellsAWholeNameThatDoesNotFit)
+{
+    ElidedLabel label(longName().toStdString());
+    label.show();
+    label.resize(100, 20);
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), longName());
+    EXPECT_EQ(label.text(), longName());
+    label.resize(label.sizeHint());
+    EXPECT_EQ(label.toolTip(), QString());
+}
+
+TEST(ElidedLabel, endsInAnEllipsis)
+{
+    ElidedLabel label(longName().toStdString());
+    label.resize(100, 20);
+    QLabel expected(label.fontMetrics().elidedText(longName(), Qt::ElideRight, 100));
+    expected.resize(100, 20);
+    EXPECT_EQ(pictureOf(label), pictureOf(expected));
+}
+
+TEST(ElidedLabel, looksLikeALabelWhenTheNameFits)
+{
+    ElidedLabel label("Tom & Jerry");
+    QLabel expected(QStringLiteral("Tom & Jerry"));
+    label.resize(200, 20);
+    expected.resize(200, 20);
+    EXPECT_EQ(pictureOf(label), pictureOf(expected));
+}
+
+TEST(ElidedLabel, letsALayoutMakeItNarrow)
+{
+    QWidget window;
+    auto* layout = new QHBoxLayout(&window);
+    auto* label = new ElidedLabel(longName().toStdString());
+    layout->addWidget(label);
+    EXPECT_LT(window.minimumSizeHint().width(), 100);
+    EXPECT_EQ(label->minimumSizeHint().height(), QLabel(longName()).minimumSizeHint().height());
+}
+
+TEST(ElidedLabel, takesNothingInANameForMarkup)
+{
+    ElidedLabel label("<b>Office</b>");
+    EXPECT_EQ(label.textFormat(), Qt::PlainText);
+    label.show();
+    label.resize(20, 20);
+    EXPECT_FALSE(Qt::mightBeRichText(label.toolTip()));
+    EXPECT_FALSE(label.toolTip().isEmpty());
+}
+
+TEST(ElidedLabel, tellsAssistiveProgramsTheWholeName)
+{
+    ElidedLabel label(longName().toStdString());
+    label.resize(50, 20);
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&label);
+    ASSERT_TRUE(accessible);
+    EXPECT_EQ(accessible->text(QAccessible::Name), longName());
+}
+
+} // namespace
+
+} // namespace quillbox

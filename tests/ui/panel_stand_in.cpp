@@ -1,0 +1,209 @@
+// A panel that shows status notifier items: the registry and its only host. With "--no-host" it is
+// the registry alone, until "host" comes. Tells on standard output, in lines, what it sees of each
+// item; "activate" clicks the last one, and "look" asks it again.
+
+#include <QCoreApplication>
+#include <QDBusArgument>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusVariant>
+#include <QDBusVirtualObject>
+#include <QSocketNotifier>
+#include <QVariantMap>
+
+#include <cstdio>
+#include <iostream>
+#include <string>
+
+#include <unistd.h>
+
+namespace {
+
+const QString& registryName()
+{
+    static const QString name = QStringLiteral("org.kde.StatusNotifierWatcher");
+    return name;
+}
+
+const QString& registryPath()
+{
+    static const QString path = QStringLiteral("/StatusNotifierWatcher");
+    return path;
+}
+
+void print(const QString& line)
+{
+    std::puts(line.toUtf8().constData());
+    std::fflush(stdout);
+}
+
+int countPixmaps(const QDBusArgument& pixmaps)
+{
+    int count = 0;
+    pixmaps.beginArray();
+    while (!pixmaps.atEnd()) {
+        int width = 0;
+        int height = 0;
+        QByteArray bytes;
+        pixmaps.beginStructure();
+        pixmaps >> width >> height >> bytes;
+        pixmaps.endStructure();
+        if (bytes.size() == qsizetype(4) * width * height)
+            ++count;
+    }
+    pixmaps.endArray();
+    return count;
+}
+
+QString titleOfToolTip(const QDBusArgument& toolTip)
+{
+    QString iconName;
+    QString title;
+    QString text;
+    toolTip.beginStructure();
+    toolTip >> iconName;
+    countPixmaps(toolTip);
+    toolTip >> title >> text;
+    toolTip.endStructure();
+    return title;
+}
+
+void printMenu(const QDBusArgument& entry)
+{
+    int identifier = 0;
+    QVariantMap properties;
+    entry.beginStructure();
+    entry >> identifier >> properties;
+    if (properties.contains(QStringLiteral("label")))
+        print(QStringLiteral("entry ") + properties.value(QStringLiteral("label")).toString());
+    entry.beginArray();
+    while (!entry.atEnd()) {
+        QDBusVariant child;
+        entry >> child;
+        printMenu(child.variant().value<QDBusArgument>());
+    }
+    entry.endArray();
+    entry.endStructure();
+}
+
+class Panel final : public QDBusVirtualObject {
+public:
+    explicit Panel(bool hasHostAtOnce) : bus(QDBusConnection::sessionBus()), hasHost(hasHostAtOnce)
+    {
+        bus.registerVirtualObject(registryPath(), this);
+        if (bus.registerService(registryName()))
+            print(QStringLiteral("running"));
+    }
+
+    QString introspect(const QString& path) const override
+    {
+        if (path != registryPath())
+            return {};
+        return QStringLiteral(R"(<interface name="org.kde.StatusNotifierWatcher">
+            <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
+            <method name="RegisterStatusNotifierHost"><arg type="s" direction="in"/></method>
+            <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
+            <signal name="StatusNotifierHostRegistered"/>
+            </interface>)");
+    }
+
+    bool handleMessage(const QDBusMessage& message, const QDBusConnection& /*connection*/) override
+    {
+        const QString property =
+            message.arguments().size() > 1 ? message.arguments().at(1).toString() : QString();
+        if (message.member() == QStringLiteral("Get")
+            && property == QStringLiteral("IsStatusNotifierHostRegistered")) {
+            bus.send(message.createReply(QVariant::fromValue(QDBusVariant(hasHost))));
+            return true;
+        }
+        if (message.member() == QStringLiteral("RegisterStatusNotifierItem")) {
+            item = message.service();
+            bus.send(message.createReply());
+            print(QStringLiteral("item"));
+            look();
+            return true;
+        }
+        return false;
+    }
+
+    void obey(const std::string& command)
+    {
+        if (command == "host") {
+            hasHost = true;
+            bus.send(QDBusMessage::createSignal(registryPath(), registryName(),
+                                                QStringLiteral("StatusNotifierHostRegistered")));
+        } else if (command == "look") {
+            look();
+        } else if (command == "activate") {
+            QDBusMessage click = itemCall(QStringLiteral("org.kde.StatusNotifierItem"),
+                                          QStringLiteral("Activate"));
+            click.setArguments({10, 10});
+            bus.asyncCall(click);
+        }
+    }
+
+private:
+    QDBusMessage itemCall(const QString& interface, const QString& method) const
+    {
+        return QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"), interface,
+                                              method);
+    }
+
+    void look()
+    {
+        QDBusMessage all = itemCall(QStringLiteral("org.freedesktop.DBus.Properties"),
+                                    QStringLiteral("GetAll"));
+        all.setArguments({QStringLiteral("org.kde.StatusNotifierItem")});
+        auto* answer = new QDBusPendingCallWatcher(bus.asyncCall(all), this);
+        connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+            const QVariantMap properties =
+                qdbus_cast<QVariantMap>(answer->reply().arguments().value(0));
+            const auto argument = [&](const char* name) {
+                return properties.value(QLatin1String(name)).value<QDBusArgument>();
+            };
+            print(QStringLiteral("tooltip ") + titleOfToolTip(argument("ToolTip")));
+            print(QStringLiteral("pictures %1").arg(countPixmaps(argument("IconPixmap"))));
+            print(QStringLiteral("is a menu: %1")
+                      .arg(properties.value(QStringLiteral("ItemIsMenu")).toBool()));
+            lookAtMenu(
+                properties.value(QStringLiteral("Menu")).value<QDBusObjectPath>().path());
+            answer->deleteLater();
+        });
+    }
+
+    void lookAtMenu(const QString& path)
+    {
+        QDBusMessage layout = QDBusMessage::createMethodCall(
+            item, path, QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("GetLayout"));
+        layout.setArguments({0, -1, QStringList()});
+        auto* answer = new QDBusPendingCallWatcher(bus.asyncCall(layout), this);
+        connect(answer, &QDBusPendingCallWatcher::finished, this, [answer] {
+            printMenu(answer->reply().arguments().value(1).value<QDBusArgument>());
+            print(QStringLiteral("end of menu"));
+            answer->deleteLater();
+        });
+    }
+
+    QDBusConnection bus;
+    bool hasHost;
+    QString item;
+};
+
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    const QCoreApplication application(argumentCount, arguments);
+    Panel panel(!QCoreApplication::arguments().contains(QStringLiteral("--no-host")));
+    QSocketNotifier commands(STDIN_FILENO, QSocketNotifier::Read);
+    QObject::connect(&commands, &QSocketNotifier::activated, &panel, [&panel] {
+        std::string command;
+        if (!std::getline(std::cin, command)) {
+            QCoreApplication::quit();
+            return;
+        }
+        panel.obey(command);
+    });
+    return QCoreApplication::exec();
+}

@@ -1,0 +1,82 @@
+#include "ui/status_bar_item.h"
+
+#include "ui/icons.h"
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+class FakeStatusHost final : public StatusHost {
+public:
+    bool isAvailable() const override { return available; }
+    void setChangedHandler(std::function<void()> newHandler) override
+    {
+        handler = std::move(newHandler);
+    }
+
+    void become(bool isNowAvailable)
+    {
+        available = isNowAvailable;
+        handler();
+    }
+
+    bool available = false;
+    std::function<void()> handler;
+};
+
+TEST(StatusBarItem, hasMenuAndToolTipWithoutAnyHost)
+{
+    FakeStatusHost host;
+    StatusBarItem item(host, Icons::status());
+    item.menu().addAction(QStringLiteral("Quit"));
+    item.setToolTip(QStringLiteral("Quillbox Helper — Finder service off"));
+    EXPECT_EQ(item.toolTip(), QStringLiteral("Quillbox Helper — Finder service off"));
+    EXPECT_EQ(item.menu().actions().size(), 1);
+    EXPECT_FALSE(item.isShown());
+}
+
+TEST(StatusBarItem, isShownWhenAHostIsThere)
+{
+    FakeStatusHost host;
+    host.available = true;
+    const StatusBarItem item(host, Icons::status());
+    EXPECT_TRUE(item.isShown());
+}
+
+TEST(StatusBarItem, isShownOnceAHostComes)
+{
+    FakeStatusHost host;
+    const StatusBarItem item(host, Icons::status());
+    host.become(true);
+    EXPECT_TRUE(item.isShown());
+}
+
+TEST(StatusBarItem, staysWithTheToolkitWhileItsHostIsAway)
+{
+    FakeStatusHost host;
+    const StatusBarItem item(host, Icons::status());
+    host.become(true);
+    host.become(false);
+    EXPECT_TRUE(item.isShown());
+    host.become(true);
+    EXPECT_TRUE(item.isShown());
+}
+
+TEST(StatusBarItem, leavesTheHostAlone)
+{
+    FakeStatusHost host;
+    {
+        const StatusBarItem item(host, Icons::status());
+        EXPECT_TRUE(host.handler);
+    }
+    EXPECT_FALSE(host.handler);
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,179 @@
+#include "tests/ui/line_process.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace quillbox {
+
+namespace {
+
+/// A display and a session bus of its own for each test, and nothing on them.
+class StatusItemOnDesktop : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        const QString number = display.lineFrom(QString());
+        const QString address = bus.lineFrom(QStringLiteral("unix:"));
+        ASSERT_FALSE(number.isNull()) << "no X server";
+        ASSERT_FALSE(address.isNull()) << "no session bus";
+        environment = {QStringLiteral("DISPLAY=:") + number,
+                       QStringLiteral("DBUS_SESSION_BUS_ADDRESS=") + address,
+                       QStringLiteral("QT_QPA_PLATFORM=xcb"), QStringLiteral("XDG_CURRENT_DESKTOP=")};
+    }
+
+    std::unique_ptr<LineProcess> start(const char* program, const QStringList& arguments = {},
+                                       const char* firstLine = "running") const
+    {
+        auto process =
+            std::make_unique<LineProcess>(QLatin1String(program), arguments, environment);
+        EXPECT_FALSE(process->lineFrom(QLatin1String(firstLine)).isNull()) << program;
+        return process;
+    }
+
+    std::unique_ptr<LineProcess> startOwner(const char* firstLine = "unavailable",
+                                            int patience = 10'000) const
+    {
+        return start(STATUS_ITEM_OWNER, {QString::number(patience)}, firstLine);
+    }
+
+    static ::testing::AssertionResult tells(const std::unique_ptr<LineProcess>& process,
+                                            const char* beginning)
+    {
+        if (process->lineFrom(QLatin1String(beginning)).isNull())
+            return ::testing::AssertionFailure() << "no line \"" << beginning << '"';
+        return ::testing::AssertionSuccess();
+    }
+
+    LineProcess display{QStringLiteral("Xvfb"),
+                        {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                         QStringLiteral("0"), QStringLiteral("640x480x24"),
+                         QStringLiteral("-nolisten"), QStringLiteral("tcp")}};
+    LineProcess bus{QStringLiteral("dbus-daemon"),
+                    {QStringLiteral("--session"), QStringLiteral("--nofork"),
+                     QStringLiteral("--print-address=1")}};
+    QStringList environment;
+};
+
+TEST_F(StatusItemOnDesktop, isShownInAPanelThatIsThere)
+{
+    const auto panel = start(PANEL_STAND_IN);
+    const auto owner = startOwner();
+    EXPECT_TRUE(tells(owner, "available"));
+    EXPECT_TRUE(tells(panel, "item"));
+    EXPECT_EQ(panel->lineFrom(QStringLiteral("tooltip")),
+              QStringLiteral("tooltip Quillbox Helper — Finder service off"));
+    EXPECT_GE(panel->lineFrom(QStringLiteral("pictures")).section(u' ', 1).toInt(), 5);
+    EXPECT_TRUE(tells(panel, "entry Quillbox Helper"));
+    EXPECT_TRUE(tells(panel, "entry Show Quillbox Helper"));
+}
+
+TEST_F(StatusItemOnDesktop, isShownInAPanelThatComesLater)
+{
+    const auto owner = startOwner();
+    const auto panel = start(PANEL_STAND_IN);
+    EXPECT_TRUE(tells(owner, "available"));
+    EXPECT_TRUE(tells(panel, "item"));
+}
+
+TEST_F(StatusItemOnDesktop, waitsForAPanelThatJoinsItsRegistryLate)
+{
+    const auto panel = start(PANEL_STAND_IN, {QStringLiteral("--no-host")});
+    const auto tray = start(TRAY_STAND_IN);
+    const auto owner = startOwner();
+    EXPECT_FALSE(owner->hasLine(QStringLiteral("available"), 300));
+    panel->write(QStringLiteral("host"));
+    EXPECT_TRUE(tells(owner, "available"));
+    EXPECT_TRUE(tells(panel, "item"));
+    EXPECT_FALSE(tray->hasLine(QStringLiteral("icon"), 100));
+}
+
+TEST_F(StatusItemOnDesktop, takesTheTrayWhenNoPanelJoinsTheRegistry)
+{
+    const auto panel = start(PANEL_STAND_IN, {QStringLiteral("--no-host")});
+    const auto tray = start(TRAY_STAND_IN);
+    const auto owner = startOwner("unavailable", 200);
+    EXPECT_TRUE(tells(owner, "available"));
+    EXPECT_TRUE(tells(tray, "icon"));
+}
+
+TEST_F(StatusItemOnDesktop, comesBackWithThePanel)
+{
+    auto panel = start(PANEL_STAND_IN);
+    const auto owner = startOwner();
+    ASSERT_TRUE(tells(panel, "item"));
+    for (int restart = 0; restart < 2; ++restart) {
+        panel->kill();
+        EXPECT_TRUE(tells(owner, "unavailable"));
+        panel = start(PANEL_STAND_IN);
+        EXPECT_TRUE(tells(owner, "available"));
+        EXPECT_TRUE(tells(panel, "item"));
+    }
+}
+
+TEST_F(StatusItemOnDesktop, tellsThePanelItsToolTipAsPlainText)
+{
+    const auto panel = start(PANEL_STAND_IN);
+    const auto owner = startOwner();
+    ASSERT_TRUE(tells(panel, "end of menu"));
+    owner->write(QStringLiteral("tooltip Tom & Jerry's <img src=x>\u202E"));
+    // The panel asks of its own accord, so that its question may overtake the change.
+    QString toolTip;
+    for (int question = 0; question < 50 && !toolTip.contains(QStringLiteral("Tom")); ++question) {
+        panel->write(QStringLiteral("look"));
+        toolTip = panel->lineFrom(QStringLiteral("tooltip"));
+    }
+    EXPECT_EQ(toolTip, QStringLiteral("tooltip Tom & Jerry's <\u2060img src=x>\uFFFD"));
+}
+
+TEST_F(StatusItemOnDesktop, opensItsMenuAtAClickInThePanel)
+{
+    const auto panel = start(PANEL_STAND_IN);
+    const auto owner = startOwner();
+    ASSERT_TRUE(tells(panel, "end of menu"));
+    panel->write(QStringLiteral("activate"));
+    EXPECT_TRUE(tells(owner, "menu"));
+}
+
+TEST_F(StatusItemOnDesktop, isShownInATrayThatIsThere)
+{
+    const auto tray = start(TRAY_STAND_IN);
+    const auto owner = startOwner();
+    EXPECT_TRUE(tells(owner, "available"));
+    EXPECT_TRUE(tells(tray, "icon"));
+}
+
+TEST_F(StatusItemOnDesktop, isShownInATrayThatComesLater)
+{
+    const auto owner = startOwner();
+    const auto tray = start(TRAY_STAND_IN);
+    EXPECT_TRUE(tells(owner, "available"));
+    EXPECT_TRUE(tells(tray, "icon"));
+}
+
+TEST_F(StatusItemOnDesktop, comesBackWithTheTray)
+{
+    auto tray = start(TRAY_STAND_IN);
+    const auto owner = startOwner();
+    ASSERT_TRUE(tells(tray, "icon"));
+    for (int restart = 0; restart < 2; ++restart) {
+        tray->kill();
+        EXPECT_TRUE(tells(owner, "unavailable"));
+        tray = start(TRAY_STAND_IN);
+        EXPECT_TRUE(tells(owner, "available"));
+        EXPECT_TRUE(tells(tray, "icon"));
+    }
+}
+
+TEST_F(StatusItemOnDesktop, opensItsMenuAtAClickInTheTray)
+{
+    const auto tray = start(TRAY_STAND_IN);
+    const auto owner = startOwner();
+    ASSERT_TRUE(tells(tray, "icon"));
+    tray->write(QStringLiteral("click"));
+    EXPECT_TRUE(tells(owner, "menu"));
+}
+
+} // namespace
+
+} // namespace quillbox

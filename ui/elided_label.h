@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QLabel>
+#include <QString>
+
+#include <string_view>
+
+namespace quillbox {
+
+/// A label of one line for a name of any length that some host on the network chose. What does not
+/// fit is left out behind an ellipsis, and the tool tip then has the whole name. `text()`, and what
+/// assistive programs read, is always whole.
+class ElidedLabel final : public QLabel {
+public:
+    /// `name` is UTF-8.
+    explicit ElidedLabel(std::string_view name, QWidget* parent = nullptr);
+
+    ElidedLabel(const ElidedLabel&) = delete;
+    ElidedLabel& operator=(const ElidedLabel&) = delete;
+    ~ElidedLabel() override = default;
+
+    /// Whether the present width leaves something out.
+    bool isElided() const;
+
+    QSize minimumSizeHint() const override;
+
+private:
+    bool event(QEvent* event) override;
+    void paintEvent(QPaintEvent* event) override;
+
+    const QString toolTipWhenElided;
+};
+
+} // namespace quillbox

@@ -1,0 +1,117 @@
+#include "ui/icons.h"
+
+#include <QColor>
+#include <QIconEngine>
+#include <QPainter>
+#include <QPixmap>
+#include <QSvgRenderer>
+
+#include <algorithm>
+#include <memory>
+#include <optional>
+#include <utility>
+
+/// The resources of a static library are found only once somebody names them. The macro declares a
+/// function, which would land in a namespace, even in one without a name.
+static void registerIcons()
+{
+    Q_INIT_RESOURCE(icons);
+}
+
+namespace quillbox::Icons {
+
+namespace {
+
+/// What panels, windows and their switchers ask for.
+constexpr int kSizes[] = {16, 18, 20, 22, 24, 32, 48, 64, 128, 256};
+
+/// A contrast of more than 3 to 1 with white, with black and with the panels of the common dark
+/// themes.
+QColor panelColour()
+{
+    return {0x84, 0x8b, 0x95};
+}
+
+/// Draws a vector picture, in its own colours or all in one.
+class SvgIconEngine final : public QIconEngine {
+public:
+    SvgIconEngine(std::shared_ptr<QSvgRenderer> picture, std::optional<QColor> onlyColour)
+        : renderer(std::move(picture)),
+          colour(onlyColour)
+    {
+    }
+
+    void paint(QPainter* painter, const QRect& area, QIcon::Mode mode, QIcon::State state) override
+    {
+        const qreal scale = painter->device()->devicePixelRatio();
+        painter->drawPixmap(area, scaledPixmap(area.size() * scale, mode, state, scale));
+    }
+
+    /// `size` is in pixels.
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State /*state*/) override
+    {
+        QPixmap result(size);
+        result.fill(Qt::transparent);
+        QPainter painter(&result);
+        if (mode == QIcon::Disabled)
+            painter.setOpacity(0.4);
+        const int side = std::min(size.width(), size.height());
+        renderer->render(&painter, QRectF((size.width() - side) / 2.0, (size.height() - side) / 2.0,
+                                          side, side));
+        if (colour) {
+            painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
+            painter.fillRect(result.rect(), *colour);
+        }
+        return result;
+    }
+
+    QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state,
+                         qreal scale) override
+    {
+        QPixmap result = pixmap(size, mode, state);
+        result.setDevicePixelRatio(scale);
+        return result;
+    }
+
+    QSize actualSize(const QSize& size, QIcon::Mode /*mode*/, QIcon::State /*state*/) override
+    {
+        const int side = std::min(size.width(), size.height());
+        return {side, side};
+    }
+
+    QList<QSize> availableSizes(QIcon::Mode /*mode*/, QIcon::State /*state*/) override
+    {
+        QList<QSize> sizes;
+        for (const int side : kSizes)
+            sizes.append({side, side});
+        return sizes;
+    }
+
+    bool isNull() override { return !renderer->isValid(); }
+
+    QIconEngine* clone() const override { return new SvgIconEngine(renderer, colour); }
+
+private:
+    const std::shared_ptr<QSvgRenderer> renderer;
+    const std::optional<QColor> colour;
+};
+
+QIcon makeIcon(const QString& path, std::optional<QColor> onlyColour = std::nullopt)
+{
+    registerIcons();
+    return QIcon(new SvgIconEngine(std::make_shared<QSvgRenderer>(path), onlyColour));
+}
+
+} // namespace
+
+QIcon application()
+{
+    return makeIcon(QStringLiteral(":/quillbox/application.svg"));
+}
+
+QIcon status()
+{
+    return makeIcon(QStringLiteral(":/quillbox/status.svg"), panelColour());
+}
+
+} // namespace quillbox::Icons
