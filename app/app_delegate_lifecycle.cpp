@@ -3,7 +3,7 @@
 #include <QGuiApplication>
 #include <QPointer>
 #include <QScreen>
-#include <limits>
+#include <algorithm>
 #include <utility>
 
 namespace quillbox {
@@ -130,15 +130,15 @@ bool AppDelegate::activateExistingInstance()
         return false;
     RunningApplications& applications = environment.runningApplications;
     const auto self = applications.current();
-    for (const auto& other : applications.runningApplications(*environment.bundleIdentifier)) {
-        const bool isCandidate = other->processIdentifier() != self->processIdentifier()
-                                 && !other->isTerminated() && isOlder(*other, *self);
-        if (isCandidate) {
-            other->activate();
-            return true;
-        }
-    }
-    return false;
+    const auto copies = applications.runningApplications(*environment.bundleIdentifier);
+    const auto older = std::find_if(copies.begin(), copies.end(), [&self](const auto& other) {
+        return other->processIdentifier() != self->processIdentifier() && !other->isTerminated()
+               && isOlder(*other, *self);
+    });
+    if (older == copies.end())
+        return false;
+    (*older)->activate();
+    return true;
 }
 
 void AppDelegate::activatedByAnotherCopy()

@@ -125,22 +125,8 @@ int run(const Options& options, char** arguments)
     return status;
 }
 
-} // namespace
-
-} // namespace quillbox
-
-int main(int argumentCount, char** arguments)
+int perform(const Options& options, char** arguments)
 {
-    using namespace quillbox;
-
-    const std::span<const char* const> all(arguments, static_cast<std::size_t>(argumentCount));
-    const auto parsed = parseOptions(all.empty() ? all : all.subspan(1));
-    if (const auto* error = std::get_if<OptionsError>(&parsed)) {
-        printToStandardError("quillbox-helper: " + error->text);
-        printToStandardError("Try 'quillbox-helper --help'.");
-        return kUsageError;
-    }
-    const Options& options = std::get<Options>(parsed);
     switch (options.action) {
     case Options::Action::ShowHelp:
         return print(helpText());
@@ -152,4 +138,24 @@ int main(int argumentCount, char** arguments)
         break;
     }
     return run(options, arguments);
+}
+
+int refuse(const OptionsError& error)
+{
+    printToStandardError("quillbox-helper: " + error.text);
+    printToStandardError("Try 'quillbox-helper --help'.");
+    return kUsageError;
+}
+
+} // namespace
+
+} // namespace quillbox
+
+int main(int argumentCount, char** arguments)
+{
+    const std::span<const char* const> all(arguments, static_cast<std::size_t>(argumentCount));
+    const auto parsed = quillbox::parseOptions(all.empty() ? all : all.subspan(1));
+    if (const auto* options = std::get_if<quillbox::Options>(&parsed))
+        return quillbox::perform(*options, arguments);
+    return quillbox::refuse(*std::get_if<quillbox::OptionsError>(&parsed));
 }

@@ -36,7 +36,7 @@ lint_python() {
 }
 
 lint_house() {
-    PYTHONDONTWRITEBYTECODE=1 "$python" -m pytest --config-file="$root/tests/pytest.ini" -q \
+    PYTHONDONTWRITEBYTECODE=1 "$python" -m pytest -c "$root/tests/pytest.ini" -q \
         "$root/tests/house"
 }
 

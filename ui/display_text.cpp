@@ -3,7 +3,6 @@
 #include <QChar>
 #include <QStringDecoder>
 #include <QTextDocument>
-
 #include <algorithm>
 #include <cstddef>
 #include <string>
@@ -232,8 +231,8 @@ QString forMenu(std::string_view text)
 QString forToolTip(std::string_view text)
 {
     QString result = shown(text);
-    // A character without a width ends what the toolkit takes for a tag or an entity. Escaping would
-    // not do: a desktop that draws the tool tip of the status item shows plain text.
+    // A character without a width ends what the toolkit takes for a tag or an entity. Escaping
+    // would not do: a desktop that draws the tool tip of the status item shows plain text.
     for (qsizetype place = 0; place < result.size() && Qt::mightBeRichText(result); ++place) {
         const QStringView rest = QStringView(result).mid(place);
         if (rest.startsWith(u'<') || rest.startsWith(u"&lt;"))

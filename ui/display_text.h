@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QString>
-
 #include <string_view>
 
 /// How a text that some host on the network chose looks on screen: on one line, nothing in it taken

@@ -6,7 +6,6 @@
 #include <QFontMetrics>
 #include <QPainter>
 #include <QStyle>
-
 #include <algorithm>
 
 namespace quillbox {
@@ -18,8 +17,7 @@ constexpr char16_t kEllipsis = 0x2026;
 } // namespace
 
 ElidedLabel::ElidedLabel(std::string_view name, QWidget* parent)
-    : QLabel(parent),
-      toolTipWhenElided(DisplayText::forToolTip(name))
+    : QLabel(parent), toolTipWhenElided(DisplayText::forToolTip(name))
 {
     setTextFormat(Qt::PlainText);
     setText(DisplayText::forLabel(name));

@@ -2,7 +2,6 @@
 
 #include <QLabel>
 #include <QString>
-
 #include <string_view>
 
 namespace quillbox {

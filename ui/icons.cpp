@@ -5,7 +5,6 @@
 #include <QPainter>
 #include <QPixmap>
 #include <QSvgRenderer>
-
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -36,8 +35,7 @@ QColor panelColour()
 class SvgIconEngine final : public QIconEngine {
 public:
     SvgIconEngine(std::shared_ptr<QSvgRenderer> picture, std::optional<QColor> onlyColour)
-        : renderer(std::move(picture)),
-          colour(onlyColour)
+        : renderer(std::move(picture)), colour(onlyColour)
     {
     }
 

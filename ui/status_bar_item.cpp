@@ -4,14 +4,12 @@
 
 #include <QCursor>
 #include <QGuiApplication>
-
 #include <utility>
 
 namespace quillbox {
 
 StatusBarItem::StatusBarItem(StatusHost& statusHost, QIcon itemIcon)
-    : host(statusHost),
-      icon(std::move(itemIcon))
+    : host(statusHost), icon(std::move(itemIcon))
 {
     host.setChangedHandler([this] { showIfPossible(); });
     showIfPossible();
@@ -37,15 +35,14 @@ void StatusBarItem::showIfPossible()
     shownItem = std::make_unique<QSystemTrayIcon>(icon);
     shownItem->setContextMenu(&itemMenu);
     setToolTip(text);
-    QObject::connect(
-        shownItem.get(), &QSystemTrayIcon::activated, shownItem.get(),
-        [this](QSystemTrayIcon::ActivationReason reason) { clicked(reason); });
+    QObject::connect(shownItem.get(), &QSystemTrayIcon::activated, shownItem.get(),
+                     [this](QSystemTrayIcon::ActivationReason reason) { clicked(reason); });
     shownItem->show();
 }
 
-/// The toolkit opens the menu at a click of the second button only. At one of the first it is opened
-/// here, which only X allows: elsewhere a program cannot tell where the pointer is, nor open a menu
-/// that belongs to no window of its own.
+/// The toolkit opens the menu at a click of the second button only. At one of the first it is
+/// opened here, which only X allows: elsewhere a program cannot tell where the pointer is, nor open
+/// a menu that belongs to no window of its own.
 void StatusBarItem::clicked(QSystemTrayIcon::ActivationReason reason)
 {
     if (reason == QSystemTrayIcon::Trigger

@@ -6,14 +6,13 @@
 #include <QMenu>
 #include <QString>
 #include <QSystemTrayIcon>
-
 #include <memory>
 
 namespace quillbox {
 
-/// The helper's place in the desktop's status bar. Its menu, icon and tool tip exist from the start.
-/// It is shown as soon as the desktop has a place for it, and again when that place goes and comes
-/// back. The toolkit's own item is not made before: made too early, it would never be shown.
+/// The helper's place in the desktop's status bar. Its menu, icon and tool tip exist from the
+/// start. It is shown as soon as the desktop has a place for it, and again when that place goes and
+/// comes back. The toolkit's own item is not made before: made too early, it would never be shown.
 ///
 /// Belongs to the main thread.
 class StatusBarItem final {

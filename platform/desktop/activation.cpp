@@ -7,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstdlib>
 #include <optional>
 #include <utility>
 
@@ -45,8 +44,8 @@ std::optional<std::string> tokenIn(std::string_view line)
 std::string activationTokenOfEnvironment()
 {
     for (const char* name : {"XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"}) {
-        const char* token = std::getenv(name);
-        if (token && isActivationToken(token))
+        const std::string token = qgetenv(name).toStdString();
+        if (isActivationToken(token))
             return token;
     }
     return {};
@@ -77,7 +76,7 @@ void requestActivation(int connection, const std::string& token)
     while (::poll(&waiting, 1, static_cast<int>(left.count())) < 0 && errno == EINTR) {
         left = std::chrono::ceil<std::chrono::milliseconds>(deadline
                                                             - std::chrono::steady_clock::now());
-        if (left <= left.zero())
+        if (left <= std::chrono::milliseconds::zero())
             return;
     }
 }
@@ -119,8 +118,8 @@ private:
             ::send(socket.get(), kAnswer.data(), kAnswer.size(), MSG_NOSIGNAL);
         end();
         // A copy: whoever is told may drop the listener.
-        if (const auto requested = listener.requested; token && requested)
-            requested(*token);
+        if (const auto callback = listener.requested; token && callback)
+            callback(*token);
     }
 
     void end()

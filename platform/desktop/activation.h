@@ -29,7 +29,7 @@ public:
     using Requested = std::function<void(const std::string& token)>;
 
     /// Takes the listening socket over.
-    ActivationListener(FileDescriptor socket, Requested requested);
+    ActivationListener(FileDescriptor listening, Requested whenRequested);
 
     ActivationListener(const ActivationListener&) = delete;
     ActivationListener& operator=(const ActivationListener&) = delete;

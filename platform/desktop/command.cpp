@@ -1,7 +1,6 @@
 #include "platform/desktop/command.h"
 
 #include <QStringList>
-
 #include <algorithm>
 #include <csignal>
 #include <utility>
@@ -13,7 +12,7 @@ namespace quillbox {
 namespace {
 
 /// Of the programs run here none has more to say.
-constexpr std::size_t kMostOutput = 64 * 1024;
+constexpr std::size_t kMostOutput = 65536;
 
 /// In the new process: nothing but async-signal-safe calls.
 void prepare(const InheritedLimits& limits)
@@ -23,15 +22,14 @@ void prepare(const InheritedLimits& limits)
         ::setrlimit(RLIMIT_NOFILE, &limits.openFiles);
     sigset_t none;
     sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 } // namespace
 
 Command::Command(const std::vector<std::string>& arguments, Output output,
                  const InheritedLimits& limits, std::chrono::milliseconds limit, Finished finished)
-    : isCollecting(output == Output::Collected),
-      whenFinished(std::move(finished))
+    : isCollecting(output == Output::Collected), whenFinished(std::move(finished))
 {
     QStringList texts;
     for (const std::string& argument : arguments)
@@ -73,8 +71,7 @@ void Command::collect()
 {
     const QByteArray bytes = process.readAllStandardOutput();
     const auto room = kMostOutput - collected.size();
-    collected.append(bytes.constData(),
-                     std::min(room, static_cast<std::size_t>(bytes.size())));
+    collected.append(bytes.constData(), std::min(room, static_cast<std::size_t>(bytes.size())));
 }
 
 void Command::end(bool isSuccess)

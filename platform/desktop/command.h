@@ -4,7 +4,6 @@
 
 #include <QProcess>
 #include <QTimer>
-
 #include <chrono>
 #include <functional>
 #include <string>
@@ -26,7 +25,8 @@ public:
 
     enum class Output { Discarded, Collected };
 
-    /// Called once, from the event loop, at the end or when `limit` is over. It may drop the command.
+    /// Called once, from the event loop, at the end or when `limit` is over. It may drop the
+    /// command.
     using Finished = std::function<void(const Result&)>;
 
     /// Starts. `arguments` begins with the program's name.

@@ -3,10 +3,10 @@
 #include "platform/desktop/settings_file.h"
 #include "platform/standard_error.h"
 
+#include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
-#include <cstdlib>
 #include <set>
 #include <utility>
 
@@ -23,8 +23,8 @@ constexpr const char* kFileName = "settings.json";
 /// Directory Specification).
 std::string absolutePathIn(const char* variable)
 {
-    const char* value = std::getenv(variable);
-    return value && value[0] == '/' ? value : "";
+    const std::string value = qgetenv(variable).toStdString();
+    return value.starts_with('/') ? value : std::string();
 }
 
 std::string homeFolder()

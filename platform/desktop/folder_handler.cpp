@@ -3,7 +3,6 @@
 #include <QFile>
 #include <QStandardPaths>
 #include <QString>
-
 #include <algorithm>
 
 namespace quillbox {
@@ -11,7 +10,7 @@ namespace quillbox {
 namespace {
 
 constexpr std::string_view kEnding = ".desktop";
-constexpr qint64 kLongestEntry = 1024 * 1024;
+constexpr qint64 kLongestEntry = 1048576;
 
 std::string_view takeLine(std::string_view& text)
 {
@@ -78,8 +77,8 @@ std::optional<std::string> desktopEntryForUrls(std::string_view identifier)
 {
     if (!identifier.ends_with(kEnding) || identifier.find('/') != std::string_view::npos)
         return std::nullopt;
-    const QString name = QString::fromUtf8(identifier.data(),
-                                           static_cast<qsizetype>(identifier.size()));
+    const QString name =
+        QString::fromUtf8(identifier.data(), static_cast<qsizetype>(identifier.size()));
     const QString path = QStandardPaths::locate(QStandardPaths::ApplicationsLocation, name);
     QFile file(path);
     if (path.isEmpty() || !file.open(QIODevice::ReadOnly))

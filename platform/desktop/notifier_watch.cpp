@@ -2,7 +2,6 @@
 
 #include <QDBusMessage>
 #include <QDBusVariant>
-
 #include <chrono>
 #include <utility>
 
@@ -23,12 +22,13 @@ const QString& path()
 }
 
 constexpr int kAnswerLimitMilliseconds = 5000;
+constexpr std::chrono::milliseconds kPauseAfterSignal{20};
 constexpr std::chrono::seconds kPauseAfterSilence{5};
 
 } // namespace
 
-NotifierWatch::NotifierWatch(const QDBusConnection& bus, std::function<void()> stateChanged)
-    : connection(bus),
+NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged)
+    : connection(std::move(bus)),
       changed(std::move(stateChanged)),
       owners(service(), connection, QDBusServiceWatcher::WatchForOwnerChange)
 {
@@ -37,6 +37,7 @@ NotifierWatch::NotifierWatch(const QDBusConnection& bus, std::function<void()> s
         return;
     }
     askSoon.setSingleShot(true);
+    askSoon.setInterval(kPauseAfterSignal);
     askAgain.setSingleShot(true);
     askAgain.setInterval(kPauseAfterSilence);
     for (QTimer* timer : {&askSoon, &askAgain})
@@ -92,8 +93,11 @@ void NotifierWatch::answered(const QDBusMessage& answer)
 
 void NotifierWatch::change(State state)
 {
-    if (std::exchange(current, state) != state)
-        changed();
+    if (std::exchange(current, state) == state)
+        return;
+    // A copy: whoever is told may drop the watch.
+    const auto handler = changed;
+    handler();
 }
 
 } // namespace quillbox

@@ -4,7 +4,6 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
 #include <QTimer>
-
 #include <functional>
 #include <memory>
 
@@ -22,7 +21,7 @@ public:
     };
 
     /// `stateChanged` is called from the event loop only. It may drop the watch.
-    NotifierWatch(const QDBusConnection& bus, std::function<void()> stateChanged);
+    NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged);
 
     NotifierWatch(const NotifierWatch&) = delete;
     NotifierWatch& operator=(const NotifierWatch&) = delete;

@@ -51,7 +51,7 @@ void restore(const InheritedLimits& limits)
         ::sigaction(SIGPIPE, &action, nullptr);
     sigset_t none;
     sigemptyset(&none);
-    ::sigprocmask(SIG_SETMASK, &none, nullptr);
+    ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
 [[noreturn]] void becomeProgram(char* const* arguments, const InheritedLimits& limits,

@@ -6,7 +6,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <cstdio>
+#include <ctime>
 #include <memory>
 #include <string_view>
 #include <system_error>
@@ -14,7 +14,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
-#include <time.h>
 #include <unistd.h>
 
 namespace quillbox {

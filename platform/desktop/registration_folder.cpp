@@ -1,7 +1,7 @@
 #include "platform/desktop/registration_folder.h"
 
+#include <QByteArray>
 #include <cerrno>
-#include <cstdlib>
 #include <system_error>
 
 #include <fcntl.h>
@@ -59,8 +59,7 @@ bool isFileName(const std::string& text)
 
 RuntimeFolders systemRuntimeFolders()
 {
-    const char* xdg = std::getenv("XDG_RUNTIME_DIR");
-    return {.xdg = xdg ? xdg : "",
+    return {.xdg = qgetenv("XDG_RUNTIME_DIR").toStdString(),
             .user = "/run/user/" + std::to_string(::geteuid()),
             .shared = "/tmp"};
 }
@@ -72,14 +71,14 @@ FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
         problem = '"' + bundleIdentifier + "\": is not a name for a folder";
         return {};
     }
+    const std::string name = '/' + bundleIdentifier;
     for (const std::string& base : {folders.xdg, folders.user}) {
         if (!isOwn(base))
             continue;
-        if (auto folder = openPrivate(base + '/' + bundleIdentifier, problem); folder.isOpen())
+        if (auto folder = openPrivate(base + name, problem); folder.isOpen())
             return folder;
     }
-    return openPrivate(folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid()),
-                       problem);
+    return openPrivate(folders.shared + name + '-' + std::to_string(::geteuid()), problem);
 }
 
 } // namespace quillbox

@@ -24,7 +24,7 @@ namespace quillbox {
 
 namespace {
 
-constexpr qsizetype kLargestFile = 1024 * 1024;
+constexpr qsizetype kLargestFile = qsizetype{1024} * 1024;
 constexpr mode_t kFolderMode = 0700;
 constexpr int kMostLinks = 40; // as many as the kernel follows
 constexpr int kMostSetAside = 1000;
@@ -57,7 +57,7 @@ std::string linkTarget(const std::string& path)
 QByteArray readAll(int descriptor, std::string& problem)
 {
     QByteArray bytes;
-    std::array<char, 16 * 1024> buffer{};
+    std::array<char, 16384> buffer{};
     while (bytes.size() <= kLargestFile) {
         const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
         if (length == 0)
@@ -73,17 +73,20 @@ QByteArray readAll(int descriptor, std::string& problem)
     return {};
 }
 
+/// Makes the folder and those above it that are missing.
 bool makeFolder(const std::filesystem::path& folder)
 {
-    std::error_code error;
-    if (folder.empty() || std::filesystem::is_directory(folder, error))
-        return true;
-    if (!makeFolder(folder.parent_path()))
+    std::filesystem::path path;
+    for (const auto& part : folder) {
+        path /= part;
+        std::error_code error;
+        if (std::filesystem::is_directory(path, error) || ::mkdir(path.c_str(), kFolderMode) == 0
+            || errno == EEXIST)
+            continue;
+        complain("settings cannot be stored: " + path.string() + ": " + reasonOf(errno));
         return false;
-    if (::mkdir(folder.c_str(), kFolderMode) == 0 || errno == EEXIST)
-        return true;
-    complain("settings cannot be stored: " + folder.string() + ": " + reasonOf(errno));
-    return false;
+    }
+    return true;
 }
 
 /// Never replaces what has the new name. Some file systems lack the first way, some the second.

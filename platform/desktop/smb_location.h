@@ -24,8 +24,8 @@ struct SmbLocation {
 /// decoded parts UTF-8 without NUL.
 std::optional<SmbLocation> parseSmbUrl(std::string_view url);
 
-/// The instance name of the service that `host` names, if it ends in "._smb._tcp.local": any name of
-/// at most 63 bytes (RFC 6763, section 4.1.1).
+/// The instance name of the service that `host` names, if it ends in "._smb._tcp.local": any name
+/// of at most 63 bytes (RFC 6763, section 4.1.1).
 std::optional<std::string> smbInstanceName(std::string_view host);
 
 /// The URL of the same user and path at another host, which is an address in numbers (for IPv6 with

@@ -10,7 +10,6 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
-
 #include <functional>
 #include <map>
 #include <optional>
@@ -33,9 +32,7 @@ struct Means {
 class Opening final : public std::enable_shared_from_this<Opening> {
 public:
     Opening(const Means& openerMeans, std::string unchangedUrl, std::function<void()> whenEnded)
-        : means(openerMeans),
-          url(std::move(unchangedUrl)),
-          ended(std::move(whenEnded))
+        : means(openerMeans), url(std::move(unchangedUrl)), ended(std::move(whenEnded))
     {
         patience.setSingleShot(true);
     }
@@ -49,14 +46,13 @@ public:
         }
         QObject::connect(&patience, &QTimer::timeout, &patience, [this] { located(std::nullopt); });
         patience.start(means.times.location);
-        means.locator.locate(
-            *instanceName,
-            [weak = weak_from_this(), location](const std::optional<HostEndpoint>& server) {
-                const auto self = weak.lock();
-                if (!self)
-                    return;
-                self->located(server ? std::optional(smbUrlAt(location, *server)) : std::nullopt);
-            });
+        means.locator.locate(*instanceName, [weak = weak_from_this(),
+                                             location](const std::optional<HostEndpoint>& server) {
+            const auto self = weak.lock();
+            if (!self)
+                return;
+            self->located(server ? std::optional(smbUrlAt(location, *server)) : std::nullopt);
+        });
     }
 
 private:
@@ -74,6 +70,10 @@ private:
     /// The bus answers at once when nobody has that name and nobody can be started for it.
     void askFileManager()
     {
+        if (!means.bus.isConnected()) {
+            askForFolderHandler(); // QtDBus would never answer
+            return;
+        }
         QDBusMessage call = QDBusMessage::createMethodCall(
             QStringLiteral("org.freedesktop.FileManager1"),
             QStringLiteral("/org/freedesktop/FileManager1"),
@@ -164,8 +164,7 @@ public:
             return;
         }
         const int number = ++lastNumber;
-        const auto opening =
-            std::make_shared<Opening>(means, url, [this, number] { end(number); });
+        const auto opening = std::make_shared<Opening>(means, url, [this, number] { end(number); });
         openings.emplace(number, opening);
         opening->start(*location);
     }
@@ -190,8 +189,7 @@ private:
 } // namespace
 
 std::unique_ptr<SmbOpener> makeSmbOpener(ServiceLocator& locator, const QDBusConnection& sessionBus,
-                                         const InheritedLimits& limits,
-                                         const SmbOpenerTimes& times)
+                                         const InheritedLimits& limits, const SmbOpenerTimes& times)
 {
     return std::make_unique<DesktopSmbOpener>(
         Means{.locator = locator, .bus = sessionBus, .limits = limits, .times = times});

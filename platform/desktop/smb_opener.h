@@ -4,7 +4,6 @@
 #include "platform/service_locator.h"
 
 #include <QDBusConnection>
-
 #include <chrono>
 #include <memory>
 #include <string>
@@ -14,8 +13,8 @@ namespace quillbox {
 /// Opens smb URLs in the file browser of the desktop.
 ///
 /// A URL whose host is the name of an announced service (`NAME._smb._tcp.local`) is opened at the
-/// host and port where the service is: no file browser of Linux resolves such a name. It stays as it
-/// is when the service is not found in time.
+/// host and port where the service is: no file browser of Linux resolves such a name. It stays as
+/// it is when the service is not found in time.
 ///
 /// Then the first way that works is taken: the file manager on the session bus; the user's program
 /// for folders; mounting the share and opening what was mounted. None of it waits.

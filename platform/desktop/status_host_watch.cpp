@@ -5,7 +5,6 @@
 
 #include <QGuiApplication>
 #include <QTimer>
-
 #include <utility>
 
 namespace quillbox {

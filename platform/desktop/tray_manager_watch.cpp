@@ -16,8 +16,7 @@ struct Free {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-template <typename Reply>
-std::unique_ptr<Reply, Free> owned(Reply* reply)
+template <typename Reply> std::unique_ptr<Reply, Free> owned(Reply* reply)
 {
     return std::unique_ptr<Reply, Free>(reply);
 }
@@ -32,9 +31,9 @@ xcb_screen_t* screenOf(xcb_connection_t* connection, int number)
 
 } // namespace
 
-void TrayManagerWatch::Disconnect::operator()(xcb_connection_t* connection) const
+void TrayManagerWatch::Disconnect::operator()(xcb_connection_t* opened) const
 {
-    xcb_disconnect(connection);
+    xcb_disconnect(opened);
 }
 
 TrayManagerWatch::TrayManagerWatch(std::function<void()> managerChanged)
@@ -65,8 +64,8 @@ TrayManagerWatch::~TrayManagerWatch() = default;
 
 std::uint32_t TrayManagerWatch::atom(const char* name) const
 {
-    const auto cookie = xcb_intern_atom(connection.get(), 0,
-                                        static_cast<std::uint16_t>(std::strlen(name)), name);
+    const auto cookie =
+        xcb_intern_atom(connection.get(), 0, static_cast<std::uint16_t>(std::strlen(name)), name);
     const auto reply = owned(xcb_intern_atom_reply(connection.get(), cookie, nullptr));
     return reply ? reply->atom : std::uint32_t(XCB_ATOM_NONE);
 }
@@ -110,7 +109,8 @@ bool TrayManagerWatch::takeEvents()
 {
     bool isNews = false;
     while (const auto event = owned(xcb_poll_for_event(connection.get()))) {
-        const auto type = event->response_type & 0x7fU; // without the mark of an event that was sent
+        const auto type =
+            event->response_type & 0x7fU; // without the mark of an event that was sent
         if (type == XCB_DESTROY_NOTIFY) {
             const auto* end = reinterpret_cast<const xcb_destroy_notify_event_t*>(event.get());
             isNews = isNews || end->window == manager;
@@ -133,8 +133,11 @@ void TrayManagerWatch::readEvents()
         notifier->setEnabled(false);
         manager = XCB_WINDOW_NONE;
     }
-    if (hasManager() != hadManager)
-        changed();
+    if (hasManager() == hadManager)
+        return;
+    // A copy: whoever is told may drop the watch.
+    const auto handler = changed;
+    handler();
 }
 
 } // namespace quillbox

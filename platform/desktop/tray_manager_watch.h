@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QSocketNotifier>
-
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -27,7 +26,7 @@ public:
 
 private:
     struct Disconnect {
-        void operator()(xcb_connection_t* connection) const;
+        void operator()(xcb_connection_t* opened) const;
     };
 
     std::uint32_t atom(const char* name) const;

@@ -2,11 +2,11 @@
 
 #include "platform/dispatch/strand_queue.h"
 
-#include <asio/executor_work_guard.hpp>
-
 #include <array>
 #include <thread>
 #include <utility>
+
+#include <asio/executor_work_guard.hpp>
 
 namespace quillbox {
 

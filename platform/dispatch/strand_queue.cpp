@@ -1,13 +1,13 @@
 #include "platform/dispatch/strand_queue.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
-
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
 #include <utility>
+
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 

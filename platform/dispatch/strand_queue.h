@@ -3,12 +3,12 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch_queue.h"
 
-#include <asio/io_context.hpp>
-#include <asio/strand.hpp>
-
 #include <atomic>
 #include <memory>
 #include <string>
+
+#include <asio/io_context.hpp>
+#include <asio/strand.hpp>
 
 /// What a queue of the pool is made of. For the backends below `platform/` that do input and output
 /// on the pool, and for nobody else.

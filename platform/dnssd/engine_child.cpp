@@ -34,6 +34,9 @@ void ignoreLog(AvahiLogLevel /*level*/, const char* /*text*/) {}
 /// Returns a descriptor that becomes readable when the process is asked to end by a signal.
 int hardenProcess(int keptDescriptor)
 {
+    // It was started as /proc/self/exe, which says nothing in a list of processes.
+    ::prctl(PR_SET_NAME, "quillbox-dns-sd");
+
     // The parent withdraws first when the terminal interrupts both; its end is the sign here.
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGHUP, SIG_IGN);
@@ -42,7 +45,7 @@ int hardenProcess(int keptDescriptor)
     sigset_t endSignals;
     sigemptyset(&endSignals);
     sigaddset(&endSignals, SIGTERM);
-    sigprocmask(SIG_BLOCK, &endSignals, nullptr);
+    pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
 
     // The end of the socket tells of the parent's death, and leaves time for goodbyes; this is for
     // a process that hangs.

@@ -96,7 +96,7 @@ bool EngineChildProcess::finish(std::chrono::milliseconds limit)
     for (;;) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
-        if (left <= left.zero())
+        if (left <= std::chrono::milliseconds::zero())
             return false;
         pollfd waiting{socket, POLLIN, 0};
         if (::poll(&waiting, 1, static_cast<int>(left.count())) <= 0)

@@ -247,7 +247,7 @@ template <class Variant> Packet encodeVariant(const Variant& message)
 }
 
 template <class Variant, std::size_t... Indices>
-Variant makeAlternative(std::size_t index, std::index_sequence<Indices...>)
+Variant makeAlternative(std::size_t index, std::index_sequence<Indices...> /*all*/)
 {
     Variant message;
     (static_cast<void>(index == Indices ? static_cast<void>(message.template emplace<Indices>())

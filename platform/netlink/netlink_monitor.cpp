@@ -3,17 +3,16 @@
 #include "platform/dispatch/strand_queue.h"
 #include "platform/netlink/netlink_socket.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
-
 #include <algorithm>
 #include <cstring>
 #include <iostream>
 #include <mutex>
 #include <utility>
 
+#include <asio/bind_executor.hpp>
+#include <asio/posix/stream_descriptor.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -204,8 +203,8 @@ public:
     std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
                                             std::function<void()> changed) override
     {
-        auto subscriber = std::make_shared<Subscriber>(Subscriber{std::move(queue),
-                                                                  std::move(changed)});
+        auto subscriber =
+            std::make_shared<Subscriber>(Subscriber{std::move(queue), std::move(changed)});
         subscribers_->add(subscriber);
         return std::make_unique<HeldSubscription>(std::move(subscriber));
     }

@@ -36,8 +36,8 @@ bool isChange(unsigned type)
 int openRouteSocket(std::error_code& error)
 {
     error.clear();
-    const int descriptor
-        = ::socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_ROUTE);
+    const int descriptor =
+        ::socket(AF_NETLINK, SOCK_RAW | SOCK_NONBLOCK | SOCK_CLOEXEC, NETLINK_ROUTE);
     if (descriptor < 0) {
         error.assign(errno, std::system_category());
         return -1;

@@ -3,12 +3,11 @@
 #include "platform/tcp/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
-
 #include <algorithm>
 #include <utility>
 
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
 #include <sys/socket.h>
 
 namespace quillbox {
@@ -55,16 +54,15 @@ AddressRace::~AddressRace()
 void AddressRace::setCandidates(const std::vector<Candidate>& candidates)
 {
     for (const auto& entry : entries_)
-        entry->isGone = std::find(candidates.begin(), candidates.end(), entry->candidate)
-                        == candidates.end();
+        entry->isGone =
+            std::find(candidates.begin(), candidates.end(), entry->candidate) == candidates.end();
     std::erase_if(entries_, [](const auto& entry) {
         return entry->isGone && entry->state != Entry::State::Trying;
     });
     for (const auto& candidate : candidates) {
-        const bool isKnown
-            = std::any_of(entries_.begin(), entries_.end(), [&candidate](const auto& entry) {
-                  return entry->candidate == candidate;
-              });
+        const bool isKnown =
+            std::any_of(entries_.begin(), entries_.end(),
+                        [&candidate](const auto& entry) { return entry->candidate == candidate; });
         if (!isKnown)
             entries_.push_back(std::make_shared<Entry>(candidate));
     }
@@ -136,8 +134,8 @@ void AddressRace::advance()
 void AddressRace::startNextLater()
 {
     timer_.expires_after(kStagger);
-    timer_.async_wait(asio::bind_executor(
-        strand_, [weak = weak_from_this()](const std::error_code& error) {
+    timer_.async_wait(
+        asio::bind_executor(strand_, [weak = weak_from_this()](const std::error_code& error) {
             const auto self = weak.lock();
             if (self && !error)
                 self->advance();

@@ -23,8 +23,7 @@ std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted
     {
         const std::lock_guard lock(mutex_);
         const bool isSpent = lent_ + wanted > kBudget;
-        auto& shelf
-            = shelfFor(std::max(minimum, isSpent ? std::min(wanted, kSmallSize) : wanted));
+        auto& shelf = shelfFor(std::max(minimum, isSpent ? std::min(wanted, kSmallSize) : wanted));
         size = shelf.size;
         lent_ += size;
         if (!shelf.free.empty()) {

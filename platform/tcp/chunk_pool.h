@@ -42,9 +42,9 @@ private:
 
 /// Lends buffers to received chunks while they are in flight.
 ///
-/// A few buffers of each size are kept for the next chunk, so that a fast transfer does not make the
-/// system map and clear a fresh one each time. While more than a budget is out, chunks are small:
-/// thousands of stalled connections do not hold a big one each. Thread-safe.
+/// A few buffers of each size are kept for the next chunk, so that a fast transfer does not make
+/// the system map and clear a fresh one each time. While more than a budget is out, chunks are
+/// small: thousands of stalled connections do not hold a big one each. Thread-safe.
 class ChunkPool final : public std::enable_shared_from_this<ChunkPool> {
 public:
     /// The size that every connection can count on.
@@ -53,8 +53,8 @@ public:
     /// What may be out before chunks get small.
     static constexpr std::size_t kBudget = 64 * 1024 * 1024;
 
-    /// A buffer for `wanted` bytes, or for fewer when the budget is spent, but always for `minimum`.
-    /// Neither is more than `kMaximumContentSize`. It may be larger than asked for.
+    /// A buffer for `wanted` bytes, or for fewer when the budget is spent, but always for
+    /// `minimum`. Neither is more than `kMaximumContentSize`. It may be larger than asked for.
     std::unique_ptr<Chunk> borrow(std::size_t minimum, std::size_t wanted);
 
     /// The size of all buffers that are out.

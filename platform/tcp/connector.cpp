@@ -2,14 +2,14 @@
 
 #include "platform/tcp/socket_address.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/error.hpp>
-#include <asio/post.hpp>
-
 #include <algorithm>
 #include <cctype>
 #include <string_view>
 #include <utility>
+
+#include <asio/bind_executor.hpp>
+#include <asio/error.hpp>
+#include <asio/post.hpp>
 
 namespace quillbox {
 
@@ -24,10 +24,10 @@ std::optional<std::string> multicastName(const std::string& host)
         name.pop_back();
     if (name.size() <= kSuffix.size())
         return std::nullopt;
-    const bool isLocal
-        = std::equal(kSuffix.rbegin(), kSuffix.rend(), name.rbegin(), [](char wanted, char given) {
-              return std::tolower(static_cast<unsigned char>(given)) == wanted;
-          });
+    const bool isLocal =
+        std::equal(kSuffix.rbegin(), kSuffix.rend(), name.rbegin(), [](char wanted, char given) {
+            return std::tolower(static_cast<unsigned char>(given)) == wanted;
+        });
     return isLocal ? std::optional(name) : std::nullopt;
 }
 
@@ -47,21 +47,20 @@ void Connector::start()
 {
     race_ = std::make_shared<AddressRace>(
         context_, strandOf(*queue_),
-        AddressRace::Handlers{
-            .won =
-                [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
-                    const auto self = weak.lock();
-                    if (!self || !self->race_)
-                        return;
-                    const auto connected = self->handlers_.connected;
-                    self->stop();
-                    connected(std::move(socket));
-                },
-            .lost =
-                [weak = weak_from_this()](const AddressRace::Outcome& outcome) {
-                    if (const auto self = weak.lock())
-                        self->lose(outcome);
-                }});
+        AddressRace::Handlers{.won =
+                                  [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
+                                      const auto self = weak.lock();
+                                      if (!self || !self->race_)
+                                          return;
+                                      const auto connected = self->handlers_.connected;
+                                      self->stop();
+                                      connected(std::move(socket));
+                                  },
+                              .lost =
+                                  [weak = weak_from_this()](const AddressRace::Outcome& outcome) {
+                                      if (const auto self = weak.lock())
+                                          self->lose(outcome);
+                                  }});
     networkChanges_ = context_->monitor.subscribe(queue_, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self || !self->race_)
@@ -116,18 +115,18 @@ void Connector::lookUp(const HostEndpoint& host)
 {
     if (std::exchange(isLookingUp_, true))
         return;
-    context_->hosts->lookUp(
-        host.host, [weak = weak_from_this()](const std::vector<SocketAddress>& addresses,
-                                             std::error_code error) {
-            const auto self = weak.lock();
-            if (!self)
-                return;
-            asio::post(strandOf(*self->queue_), [weak, addresses, error] {
-                const auto connector = weak.lock();
-                if (connector && connector->race_)
-                    connector->takeLookedUp(addresses, error);
-            });
-        });
+    context_->hosts->lookUp(host.host,
+                            [weak = weak_from_this()](const std::vector<SocketAddress>& addresses,
+                                                      std::error_code error) {
+                                const auto self = weak.lock();
+                                if (!self)
+                                    return;
+                                asio::post(strandOf(*self->queue_), [weak, addresses, error] {
+                                    const auto connector = weak.lock();
+                                    if (connector && connector->race_)
+                                        connector->takeLookedUp(addresses, error);
+                                });
+                            });
 }
 
 void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::error_code error)
@@ -137,8 +136,8 @@ void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::e
     sourceError_ = error;
     std::vector<Candidate> candidates;
     for (const auto& address : addresses)
-        candidates.push_back({.address = withPort(address, endpoint_.host()->port),
-                              .origin = AddressOrigin::Typed});
+        candidates.push_back(
+            {.address = withPort(address, endpoint_.host()->port), .origin = AddressOrigin::Typed});
     setCandidates(candidates);
     race_->restart();
 }
@@ -168,10 +167,10 @@ AddressOrigin Connector::originOf(const DnsSd::FoundAddress& found) const
     if (!isLoopback(found.address))
         return AddressOrigin::DnsSd;
     const auto own = context_->monitor.addresses();
-    const bool isFromLoopback
-        = std::any_of(own.begin(), own.end(), [&found](const InterfaceAddress& each) {
-              return each.isLoopback && each.interfaceIndex == found.interfaceIndex;
-          });
+    const bool isFromLoopback =
+        std::any_of(own.begin(), own.end(), [&found](const InterfaceAddress& each) {
+            return each.isLoopback && each.interfaceIndex == found.interfaceIndex;
+        });
     return isFromLoopback ? AddressOrigin::DnsSdOnLoopback : AddressOrigin::DnsSd;
 }
 

@@ -7,8 +7,6 @@
 #include "platform/tcp/address_race.h"
 #include "platform/tcp/tcp_context.h"
 
-#include <asio/steady_timer.hpp>
-
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -16,6 +14,8 @@
 #include <string>
 #include <system_error>
 #include <vector>
+
+#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 

@@ -28,10 +28,7 @@ struct PlainAddress {
                            [value](std::uint8_t byte) { return byte == value; });
     }
 
-    bool isLoopback() const
-    {
-        return isIPv4 ? first() == 127 : isAll(0, 15) && bytes[15] == 1;
-    }
+    bool isLoopback() const { return isIPv4 ? first() == 127 : isAll(0, 15) && bytes[15] == 1; }
 
     /// 0.0.0.0/8 is "this network" (RFC 1122, section 3.2.1.3); Linux takes its first address, like
     /// ::, for this computer.

@@ -1,12 +1,11 @@
 #include "platform/tcp/host_lookup.h"
 
-#include <asio/error.hpp>
-
 #include <cerrno>
 #include <cstring>
 #include <thread>
 #include <utility>
 
+#include <asio/error.hpp>
 #include <netdb.h>
 #include <sys/socket.h>
 

@@ -2,11 +2,11 @@
 
 #include "platform/tcp/socket_calls.h"
 
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
-
 #include <algorithm>
 #include <utility>
+
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 
@@ -153,8 +153,8 @@ void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Soc
         return;
     if (context->pool->isShutDown() || isDead(descriptor))
         return;
-    auto closing
-        = std::make_shared<LingeringClose>(context->pool, std::move(socket), std::move(unsent));
+    auto closing =
+        std::make_shared<LingeringClose>(context->pool, std::move(socket), std::move(unsent));
     closing->start();
 }
 

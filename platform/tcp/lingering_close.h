@@ -23,8 +23,8 @@ struct Unsent {
 /// reset the connection and throw away what it has not delivered.
 ///
 /// Input is discarded meanwhile, 64 MiB at the most, and the whole ends when the peer accepts
-/// nothing for 30 seconds. Runs in the background on the pool; when there is nothing to wait for, the
-/// socket is closed before this returns.
+/// nothing for 30 seconds. Runs in the background on the pool; when there is nothing to wait for,
+/// the socket is closed before this returns.
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
                  Unsent unsent, bool hasSent);
 

@@ -1,13 +1,12 @@
 #include "platform/tcp/reset_watch.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
-
 #include <array>
 #include <cerrno>
 #include <iostream>
 #include <utility>
 
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
 #include <sys/epoll.h>
 
 namespace quillbox {

@@ -2,22 +2,22 @@
 
 #include "platform/dispatch/strand_queue.h"
 
-#include <asio/posix/stream_descriptor.hpp>
-
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 
+#include <asio/posix/stream_descriptor.hpp>
+
 namespace quillbox {
 
-/// Notices sockets that fail while nobody reads from or writes to them: a peer's reset, a keep-alive
-/// that went unanswered, a connection that the administrator closed.
+/// Notices sockets that fail while nobody reads from or writes to them: a peer's reset, a
+/// keep-alive that went unanswered, a connection that the administrator closed.
 ///
 /// It has an epoll descriptor of its own, edge-triggered and for errors alone, so a socket under
-/// watch costs nothing until it fails, however many bytes lie unread in it. The end of the stream is
-/// no failure. Thread-safe.
+/// watch costs nothing until it fails, however many bytes lie unread in it. The end of the stream
+/// is no failure. Thread-safe.
 class ResetWatch final : public std::enable_shared_from_this<ResetWatch> {
 public:
     using Id = std::uint64_t;

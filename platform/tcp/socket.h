@@ -3,11 +3,11 @@
 #include "platform/dispatch/strand_queue.h"
 #include "platform/tcp/socket_ledger.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-
 #include <memory>
 #include <utility>
+
+#include <asio/bind_executor.hpp>
+#include <asio/posix/stream_descriptor.hpp>
 
 namespace quillbox {
 

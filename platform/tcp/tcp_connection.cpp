@@ -3,11 +3,11 @@
 #include "platform/tcp/connector.h"
 #include "platform/tcp/tcp_stream.h"
 
-#include <asio/post.hpp>
-
 #include <cassert>
 #include <optional>
 #include <utility>
+
+#include <asio/post.hpp>
 
 namespace quillbox {
 
@@ -44,8 +44,7 @@ public:
             connect();
     }
 
-    void receive(std::size_t minimum, std::size_t maximum,
-                 Connection::ReceiveCompletion completion)
+    void receive(std::size_t minimum, std::size_t maximum, Connection::ReceiveCompletion completion)
     {
         if (stream_)
             stream_->receive(minimum, maximum, std::move(completion));
@@ -125,22 +124,21 @@ private:
         report(Connection::State::Preparing, {});
         connector_ = std::make_shared<Connector>(
             context_, queue_, *endpoint_,
-            Connector::Handlers{
-                .waiting =
-                    [weak = weak_from_this()](std::error_code error) {
-                        if (const auto self = weak.lock())
-                            self->report(Connection::State::Waiting, error);
-                    },
-                .connected =
-                    [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
-                        if (const auto self = weak.lock())
-                            self->beReady(std::move(socket));
-                    },
-                .failed =
-                    [weak = weak_from_this()](std::error_code error) {
-                        if (const auto self = weak.lock())
-                            self->report(Connection::State::Failed, error);
-                    }});
+            Connector::Handlers{.waiting =
+                                    [weak = weak_from_this()](std::error_code error) {
+                                        if (const auto self = weak.lock())
+                                            self->report(Connection::State::Waiting, error);
+                                    },
+                                .connected =
+                                    [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
+                                        if (const auto self = weak.lock())
+                                            self->beReady(std::move(socket));
+                                    },
+                                .failed =
+                                    [weak = weak_from_this()](std::error_code error) {
+                                        if (const auto self = weak.lock())
+                                            self->report(Connection::State::Failed, error);
+                                    }});
         connector_->start();
     }
 

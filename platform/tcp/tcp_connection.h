@@ -9,8 +9,8 @@
 
 namespace quillbox {
 
-/// A connection that a listener accepted; ready as soon as it is started. Dropped before that, it is
-/// closed.
+/// A connection that a listener accepted; ready as soon as it is started. Dropped before that, it
+/// is closed.
 std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
                                                    std::unique_ptr<Socket> socket);
 

@@ -4,15 +4,15 @@
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
 
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
-
 #include <cassert>
 #include <cerrno>
 #include <iostream>
 #include <optional>
 #include <utility>
+
+#include <asio/bind_executor.hpp>
+#include <asio/post.hpp>
+#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 
@@ -20,7 +20,8 @@ namespace {
 
 constexpr std::chrono::milliseconds kAcceptPause{200};
 
-/// Accepted in one turn, so that a flood of connections does not keep the queue from its other work.
+/// Accepted in one turn, so that a flood of connections does not keep the queue from its other
+/// work.
 constexpr int kAcceptAtOnce = 64;
 
 /// Errors of the one connection that was to be accepted (accept(2)): the next one may be well.
@@ -173,11 +174,11 @@ private:
                 isOutOfResources_ = false;
                 takeConnection(descriptor);
             } else if (error == std::errc::operation_would_block) {
-                socket_->waitReadable(strandOf(*queue_), [self = shared_from_this()](
-                                                             const std::error_code& failure) {
-                    if (!failure)
-                        self->accept();
-                });
+                socket_->waitReadable(strandOf(*queue_),
+                                      [self = shared_from_this()](const std::error_code& failure) {
+                                          if (!failure)
+                                              self->accept();
+                                      });
                 return;
             } else if (!isOfOneConnection(error.value())) {
                 pauseAccepting(error);

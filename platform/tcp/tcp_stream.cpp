@@ -1,9 +1,9 @@
 #include "platform/tcp/tcp_stream.h"
 
-#include <asio/post.hpp>
-
 #include <algorithm>
 #include <utility>
+
+#include <asio/post.hpp>
 
 namespace quillbox {
 
@@ -49,8 +49,8 @@ TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
 void TcpStream::open(FailureHandler failed)
 {
     failed_ = std::move(failed);
-    watch_ = context_->resets->add(
-        socket_->descriptor(), [strand = strand_, weak = weak_from_this()] {
+    watch_ =
+        context_->resets->add(socket_->descriptor(), [strand = strand_, weak = weak_from_this()] {
             asio::post(strand, [weak] {
                 const auto self = weak.lock();
                 if (!self || !self->socket_)
@@ -116,8 +116,8 @@ bool TcpStream::beginChunk(Delivery delivery)
         }
         available = unreadBytes(socket_->descriptor());
     }
-    receive_->chunk
-        = context_->chunks->borrow(receive_->minimum, std::min(available, receive_->maximum));
+    receive_->chunk =
+        context_->chunks->borrow(receive_->minimum, std::min(available, receive_->maximum));
     return true;
 }
 
@@ -144,8 +144,8 @@ void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery deli
 {
     auto receive = std::move(*receive_);
     receive_.reset();
-    auto content = receive.chunk && receive.chunk->size() > 0 ? Content(std::move(receive.chunk))
-                                                              : Content();
+    auto content =
+        receive.chunk && receive.chunk->size() > 0 ? Content(std::move(receive.chunk)) : Content();
     deliver(delivery,
             [completion = std::move(receive.completion), content = std::move(content), isComplete,
              error]() mutable { completion(std::move(content), isComplete, error); });
@@ -175,13 +175,12 @@ void TcpStream::trySend(Delivery delivery)
         unsent.offset += sent.count;
         hasSent_ = hasSent_ || sent.count > 0;
         if (sent.wouldBlock()) {
-            socket_->waitWritable(
-                strand_,
-                [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
-                    const auto self = waiting.end();
-                    if (!error)
-                        self->trySend(Delivery::Direct);
-                });
+            socket_->waitWritable(strand_, [waiting = Waiting(shared_from_this())](
+                                               const std::error_code& error) mutable {
+                const auto self = waiting.end();
+                if (!error)
+                    self->trySend(Delivery::Direct);
+            });
             return;
         }
         if (sent.error) {

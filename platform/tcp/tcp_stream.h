@@ -16,9 +16,9 @@
 
 namespace quillbox {
 
-/// The bytes of one connected socket, both ways: `receive` and `send` as `Connection` promises them,
-/// and the news that the connection has failed. All of it on one strand. Pending operations keep the
-/// stream alive, until `close` ends them.
+/// The bytes of one connected socket, both ways: `receive` and `send` as `Connection` promises
+/// them, and the news that the connection has failed. All of it on one strand. Pending operations
+/// keep the stream alive, until `close` ends them.
 ///
 /// A peer's reset leaves readable what had arrived before it. A reader that has begun gets all of
 /// that before it hears of the failure; what is sent meanwhile is dropped, as the network would. A
@@ -36,15 +36,16 @@ public:
     /// failure ended, and not after `close`.
     void open(FailureHandler failed);
 
-    void receive(std::size_t minimum, std::size_t maximum, Connection::ReceiveCompletion completion);
+    void receive(std::size_t minimum, std::size_t maximum,
+                 Connection::ReceiveCompletion completion);
     void send(Content content, Connection::SendCompletion completion);
 
     /// Ends what is pending with an error, and closes the socket gently.
     void close();
 
 private:
-    /// Completions never run inside the call that they were handed to, so that call has them posted;
-    /// later they run where the event is, which saves a turn of the queue for each chunk.
+    /// Completions never run inside the call that they were handed to, so that call has them
+    /// posted; later they run where the event is, which saves a turn of the queue for each chunk.
     enum class Delivery { Posted, Direct };
 
     class Waiting;

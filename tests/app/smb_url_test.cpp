@@ -1,9 +1,9 @@
 #include "app/smb_url.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
 #include <string_view>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -65,8 +65,7 @@ TEST(SmbUrl, keepsTheFoldersOfAShare)
 
 TEST(SmbUrl, encodesWhatCannotBeSeen)
 {
-    EXPECT_EQ(urlOf("", "Office\u202Egpj", "a\nb\x7f"),
-              "smb://Office%E2%80%AEgpj/a%0Ab%7F");
+    EXPECT_EQ(urlOf("", "Office\u202Egpj", "a\nb\x7f"), "smb://Office%E2%80%AEgpj/a%0Ab%7F");
 }
 
 TEST(SmbUrl, takesTheLongestNameOfAService)

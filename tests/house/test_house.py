@@ -82,7 +82,7 @@ def test_a_house_in_order_gives_no_complaint(tmp_path):
         ("docs/x.md", "See spec" + ".md.", "docs/x.md:1: refers to a text"),
         ("app/x.cpp", "\n// As the sp" + "ecification says.", "app/x.cpp:2: refers to a text"),
         ("tests/x.py", "# Part" + " 3.2", "tests/x.py:1: refers to a text"),
-        ("dev", "cat ../shared" + "/notes", "dev:1: refers to a text"),
+        ("dev", "cat ../shared" + "/notes.md", "dev:1: refers to a text"),
     ],
     ids=lambda value: value if len(value) < 60 else "long",
 )

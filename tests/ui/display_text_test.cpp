@@ -1,14 +1,13 @@
 #include "ui/display_text.h"
 
-#include <gtest/gtest.h>
-
 #include <QLabel>
 #include <QMenu>
 #include <QPushButton>
 #include <QTextDocument>
-
 #include <string>
 #include <string_view>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -79,17 +78,18 @@ TEST(DisplayText, showsThatThereAreControlCharacters)
 TEST(DisplayText, doesNotTurnTheDirectionOfWriting)
 {
     EXPECT_EQ(label("Quillbox \u202Egpj"), "Quillbox \uFFFDgpj");
-    for (const char* control : {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066", "\u2067",
-                                "\u2068", "\u2069", "\u200E", "\u200F", "\u061C"})
+    for (const char* control : {"\u202A", "\u202B", "\u202C", "\u202D", "\u202E", "\u2066",
+                                "\u2067", "\u2068", "\u2069", "\u200E", "\u200F", "\u061C"})
         EXPECT_EQ(label("Office" + std::string(control) + "1"), "Office\uFFFD1");
 }
 
 TEST(DisplayText, showsThatThereIsWhatShowsNothing)
 {
     for (const char* invisible :
-         {"\u00AD", "\u034F", "\u115F", "\u17B4", "\u180E", "\u200B", "\u200C", "\u200D", "\u2060",
-          "\u2063", "\u206A", "\u3164", "\uFE00", "\uFE0F", "\uFEFF", "\uFFA0", "\uFFF9",
-          "\U0001D173", "\U000E0001", "\U000E0041", "\U000E0100", "\U000E007F"}) {
+         {"\u00AD",     "\u034F",     "\u115F",     "\u17B4",    "\u180E", "\u200B",
+          "\u200C",     "\u200D",     "\u2060",     "\u2063",    "\u206A", "\u3164",
+          "\uFE00",     "\uFE0F",     "\uFEFF",     "\uFFA0",    "\uFFF9", "\U0001D173",
+          "\U000E0001", "\U000E0041", "\U000E0100", "\U000E007F"}) {
         EXPECT_EQ(label("Quill" + std::string(invisible) + "box"), "Quill\uFFFDbox");
         EXPECT_EQ(label(invisible), "\uFFFD");
         EXPECT_EQ(label("Quillbox" + std::string(invisible)), "Quillbox\uFFFD");
@@ -116,9 +116,14 @@ TEST(DisplayText, takesNoOtherTagsForAFlag)
 
 TEST(DisplayText, showsBytesThatAreNotUtf8)
 {
-    EXPECT_EQ(label("a\xff" "b"), "a\uFFFDb");
+    EXPECT_EQ(label("a\xff"
+                    "b"),
+              "a\uFFFDb");
     EXPECT_EQ(label("a\xc3"), "a\uFFFD");
-    EXPECT_EQ(label("\xed\xa0\x80" "x").substr(0, 3), "\uFFFD");
+    EXPECT_EQ(label("\xed\xa0\x80"
+                    "x")
+                  .substr(0, 3),
+              "\uFFFD");
     EXPECT_EQ(label("\xef\xb7\x90"), "\uFFFD") << "a character that is none";
     EXPECT_EQ(label(""), "");
 }
@@ -146,10 +151,9 @@ TEST(DisplayText, leavesAnOrdinaryToolTipAsItIs)
 
 TEST(DisplayText, isNeverRichTextInAToolTip)
 {
-    for (const char* name :
-         {"<img src=http://192.0.2.1/x>", "x <b>y</b>", "&lt;", "x &lt;b&gt; y", "<?xml", "<qt>",
-          "<!DOCTYPE html>", "<!-- -->", "&&lt;<b>", "<<b>", "< b>", "<b/>", "a < c <b>",
-          "  <i>", "<b><i><u>"}) {
+    for (const char* name : {"<img src=http://192.0.2.1/x>", "x <b>y</b>", "&lt;", "x &lt;b&gt; y",
+                             "<?xml", "<qt>", "<!DOCTYPE html>", "<!-- -->", "&&lt;<b>", "<<b>",
+                             "< b>", "<b/>", "a < c <b>", "  <i>", "<b><i><u>"}) {
         const QString toolTip = DisplayText::forToolTip(name);
         EXPECT_FALSE(Qt::mightBeRichText(toolTip)) << name;
         QString visible = toolTip;

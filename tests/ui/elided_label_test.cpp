@@ -1,11 +1,11 @@
 #include "ui/elided_label.h"
 
-#include <gtest/gtest.h>
-
 #include <QAccessible>
 #include <QHBoxLayout>
 #include <QImage>
 #include <QWidget>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 

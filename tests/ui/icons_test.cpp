@@ -1,14 +1,13 @@
 #include "ui/icons.h"
 
-#include <gtest/gtest.h>
-
 #include <QColor>
 #include <QImage>
 #include <QPainter>
 #include <QPixmap>
-
 #include <algorithm>
 #include <cmath>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 

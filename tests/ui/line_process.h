@@ -17,8 +17,8 @@ public:
     LineProcess& operator=(const LineProcess&) = delete;
     ~LineProcess();
 
-    /// The next line of its output that begins with `beginning`; lines in between are skipped. A null
-    /// string when none comes within ten seconds.
+    /// The next line of its output that begins with `beginning`; lines in between are skipped. A
+    /// null string when none comes within ten seconds.
     QString lineFrom(const QString& beginning);
 
     /// Whether such a line has come, or comes within the time.

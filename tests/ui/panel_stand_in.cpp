@@ -11,7 +11,6 @@
 #include <QDBusVirtualObject>
 #include <QSocketNotifier>
 #include <QVariantMap>
-
 #include <cstdio>
 #include <iostream>
 #include <string>
@@ -136,8 +135,8 @@ public:
         } else if (command == "look") {
             look();
         } else if (command == "activate") {
-            QDBusMessage click = itemCall(QStringLiteral("org.kde.StatusNotifierItem"),
-                                          QStringLiteral("Activate"));
+            QDBusMessage click =
+                itemCall(QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("Activate"));
             click.setArguments({10, 10});
             bus.asyncCall(click);
         }
@@ -146,14 +145,14 @@ public:
 private:
     QDBusMessage itemCall(const QString& interface, const QString& method) const
     {
-        return QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"), interface,
-                                              method);
+        return QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"),
+                                              interface, method);
     }
 
     void look()
     {
-        QDBusMessage all = itemCall(QStringLiteral("org.freedesktop.DBus.Properties"),
-                                    QStringLiteral("GetAll"));
+        QDBusMessage all =
+            itemCall(QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("GetAll"));
         all.setArguments({QStringLiteral("org.kde.StatusNotifierItem")});
         auto* answer = new QDBusPendingCallWatcher(bus.asyncCall(all), this);
         connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
@@ -166,8 +165,7 @@ private:
             print(QStringLiteral("pictures %1").arg(countPixmaps(argument("IconPixmap"))));
             print(QStringLiteral("is a menu: %1")
                       .arg(properties.value(QStringLiteral("ItemIsMenu")).toBool()));
-            lookAtMenu(
-                properties.value(QStringLiteral("Menu")).value<QDBusObjectPath>().path());
+            lookAtMenu(properties.value(QStringLiteral("Menu")).value<QDBusObjectPath>().path());
             answer->deleteLater();
         });
     }

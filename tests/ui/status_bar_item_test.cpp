@@ -1,11 +1,10 @@
-#include "ui/status_bar_item.h"
-
 #include "ui/icons.h"
-
-#include <gtest/gtest.h>
+#include "ui/status_bar_item.h"
 
 #include <functional>
 #include <utility>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 

@@ -1,8 +1,8 @@
 #include "tests/ui/line_process.h"
 
-#include <gtest/gtest.h>
-
 #include <memory>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -19,7 +19,8 @@ protected:
         ASSERT_FALSE(address.isNull()) << "no session bus";
         environment = {QStringLiteral("DISPLAY=:") + number,
                        QStringLiteral("DBUS_SESSION_BUS_ADDRESS=") + address,
-                       QStringLiteral("QT_QPA_PLATFORM=xcb"), QStringLiteral("XDG_CURRENT_DESKTOP=")};
+                       QStringLiteral("QT_QPA_PLATFORM=xcb"),
+                       QStringLiteral("XDG_CURRENT_DESKTOP=")};
     }
 
     std::unique_ptr<LineProcess> start(const char* program, const QStringList& arguments = {},
@@ -46,9 +47,10 @@ protected:
     }
 
     LineProcess display{QStringLiteral("Xvfb"),
-                        {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                         QStringLiteral("0"), QStringLiteral("640x480x24"),
-                         QStringLiteral("-nolisten"), QStringLiteral("tcp")}};
+                        {QStringLiteral("-displayfd"), QStringLiteral("1"),
+                         QStringLiteral("-screen"), QStringLiteral("0"),
+                         QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
+                         QStringLiteral("tcp")}};
     LineProcess bus{QStringLiteral("dbus-daemon"),
                     {QStringLiteral("--session"), QStringLiteral("--nofork"),
                      QStringLiteral("--print-address=1")}};

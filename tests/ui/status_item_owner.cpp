@@ -1,6 +1,6 @@
 // A program with a status item, as it is wired in the helper. Tells on standard output, in lines,
-// when a place for it comes and goes and what is clicked; "tooltip TEXT" sets the tool tip. The only
-// argument is how long to wait for a panel, in milliseconds.
+// when a place for it comes and goes and what is clicked; "tooltip TEXT" sets the tool tip. The
+// only argument is how long to wait for a panel, in milliseconds.
 
 #include "platform/desktop/status_host_watch.h"
 #include "ui/icons.h"
@@ -8,7 +8,6 @@
 
 #include <QApplication>
 #include <QSocketNotifier>
-
 #include <chrono>
 #include <cstdio>
 #include <functional>

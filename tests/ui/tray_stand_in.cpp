@@ -30,8 +30,8 @@ public:
         const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(connection)).data;
         window = xcb_generate_id(connection);
         const std::uint32_t values[] = {screen->white_pixel, 1, XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY};
-        xcb_create_window(connection, XCB_COPY_FROM_PARENT, window, screen->root, 40, 20, 200, 40, 0,
-                          XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
+        xcb_create_window(connection, XCB_COPY_FROM_PARENT, window, screen->root, 40, 20, 200, 40,
+                          0, XCB_WINDOW_CLASS_INPUT_OUTPUT, XCB_COPY_FROM_PARENT,
                           XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
         xcb_map_window(connection, window);
         const xcb_atom_t selection = atom("_NET_SYSTEM_TRAY_S0");
@@ -51,8 +51,8 @@ public:
                             {STDIN_FILENO, POLLIN, 0}};
         while (xcb_connection_has_error(connection) == 0) {
             xcb_flush(connection);
-            while (const auto event = std::unique_ptr<xcb_generic_event_t, Free>(
-                       xcb_poll_for_event(connection)))
+            while (const auto event =
+                       std::unique_ptr<xcb_generic_event_t, Free>(xcb_poll_for_event(connection)))
                 take(*event);
             xcb_flush(connection);
             if (poll(waiting, 2, -1) < 0)
@@ -70,8 +70,8 @@ public:
 private:
     xcb_atom_t atom(const std::string& name)
     {
-        const auto cookie = xcb_intern_atom(connection, 0, static_cast<std::uint16_t>(name.size()),
-                                            name.c_str());
+        const auto cookie =
+            xcb_intern_atom(connection, 0, static_cast<std::uint16_t>(name.size()), name.c_str());
         const std::unique_ptr<xcb_intern_atom_reply_t, Free> reply(
             xcb_intern_atom_reply(connection, cookie, nullptr));
         return reply->atom;

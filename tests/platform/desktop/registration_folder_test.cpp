@@ -45,10 +45,10 @@ protected:
     }
 
     const std::string sharedName =
-        std::string("shared/") + kIdentifier + '-' + std::to_string(::geteuid());
+        std::string("common/") + kIdentifier + '-' + std::to_string(::geteuid());
     QTemporaryDir base;
     RuntimeFolders folders{
-        .xdg = pathOf("xdg"), .user = pathOf("user"), .shared = pathOf("shared")};
+        .xdg = pathOf("xdg"), .user = pathOf("user"), .shared = pathOf("common")};
     std::string problem;
 };
 

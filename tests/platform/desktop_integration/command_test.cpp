@@ -1,9 +1,6 @@
 #include "platform/desktop/command.h"
-
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/recorder.h"
-
-#include <gtest/gtest.h>
 
 #include <chrono>
 #include <memory>
@@ -11,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
 #include <signal.h>
 
 namespace quillbox {
@@ -104,7 +102,7 @@ TEST_F(CommandTest, givesTheProgramItsLimitsAndNothingToRead)
 
 TEST_F(CommandTest, runsTheProgramInASessionOfItsOwn)
 {
-    EXPECT_EQ(resultOf({"sh", "-c", "test \"$(ps -o sid= -p $$)\" -eq $$ && echo own"}).output,
+    EXPECT_EQ(resultOf({"sh", "-c", "test $(cut -d' ' -f6 /proc/$$/stat) = $$ && echo own"}).output,
               "own\n");
 }
 
@@ -121,12 +119,12 @@ TEST_F(CommandTest, endsTheProgramWhenItIsDropped)
 TEST_F(CommandTest, mayBeDroppedByWhoeverHearsOfItsEnd)
 {
     bool isTold = false;
-    command = std::make_unique<Command>(std::vector<std::string>{"true"},
-                                        Command::Output::Discarded, limits, 10s,
-                                        [this, &isTold](const Command::Result&) {
-                                            command.reset();
-                                            isTold = true;
-                                        });
+    command =
+        std::make_unique<Command>(std::vector<std::string>{"true"}, Command::Output::Discarded,
+                                  limits, 10s, [this, &isTold](const Command::Result&) {
+                                      command.reset();
+                                      isTold = true;
+                                  });
     EXPECT_TRUE(waitUntil([&isTold] { return isTold; }));
 }
 

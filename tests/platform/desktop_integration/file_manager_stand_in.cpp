@@ -7,7 +7,6 @@
 #include <QDBusVirtualObject>
 #include <QProcess>
 #include <QTimer>
-
 #include <chrono>
 
 namespace {

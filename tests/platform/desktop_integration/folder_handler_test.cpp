@@ -1,12 +1,10 @@
 #include "platform/desktop/folder_handler.h"
-
 #include "tests/platform/desktop_integration/recorder.h"
 
-#include <gtest/gtest.h>
-
 #include <QByteArray>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 

@@ -1,15 +1,13 @@
 #include "platform/desktop/notifier_watch.h"
-
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
-
-#include <gtest/gtest.h>
 
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
-
 #include <memory>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -51,10 +49,10 @@ public:
     void setHost(bool isThere)
     {
         hasHost = isThere;
-        bus.send(QDBusMessage::createSignal(
-            QStringLiteral("/StatusNotifierWatcher"), registryName(),
-            isThere ? QStringLiteral("StatusNotifierHostRegistered")
-                    : QStringLiteral("StatusNotifierHostUnregistered")));
+        bus.send(
+            QDBusMessage::createSignal(QStringLiteral("/StatusNotifierWatcher"), registryName(),
+                                       isThere ? QStringLiteral("StatusNotifierHostRegistered")
+                                               : QStringLiteral("StatusNotifierHostUnregistered")));
     }
 
     QDBusConnection bus;

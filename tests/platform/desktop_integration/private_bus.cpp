@@ -1,10 +1,10 @@
 #include "tests/platform/desktop_integration/private_bus.h"
 
-#include <gtest/gtest.h>
-
 #include <QDir>
 #include <QFile>
 #include <QUuid>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -61,7 +61,7 @@ QDBusConnection PrivateBus::connect()
 
 void PrivateBus::start()
 {
-    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.setStandardErrorFile(QProcess::nullDevice());
     process.start(QStringLiteral("dbus-daemon"),
                   {QStringLiteral("--config-file=") + folder.filePath(QStringLiteral("bus.conf")),
                    QStringLiteral("--nofork"), QStringLiteral("--print-address=1")});

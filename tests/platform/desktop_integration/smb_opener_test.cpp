@@ -1,20 +1,18 @@
 #include "platform/desktop/smb_opener.h"
-
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
 #include "tests/platform/desktop_integration/recorder.h"
 
-#include <gtest/gtest.h>
-
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
-
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -29,8 +27,7 @@ public:
     enum class Manner { Obliging, Refusing, Silent };
 
     FileManager(QDBusConnection connection, Manner itsManner)
-        : bus(std::move(connection)),
-          manner(itsManner)
+        : bus(std::move(connection)), manner(itsManner)
     {
         bus.registerVirtualObject(QStringLiteral("/org/freedesktop/FileManager1"), this);
         EXPECT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
@@ -71,10 +68,7 @@ public:
 
 class SmbOpenerTest : public ::testing::Test {
 protected:
-    SmbOpenerTest()
-    {
-        qputenv("PATH", scripts.path().toUtf8() + ':' + path);
-    }
+    SmbOpenerTest() { qputenv("PATH", scripts.path().toUtf8() + ':' + path); }
 
     ~SmbOpenerTest() override { qputenv("PATH", path); }
 

@@ -1,16 +1,13 @@
 #include "platform/desktop/tray_manager_watch.h"
-
 #include "tests/platform/desktop_integration/event_wait.h"
-
-#include <gtest/gtest.h>
 
 #include <QByteArray>
 #include <QProcess>
-
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include <gtest/gtest.h>
 #include <xcb/xcb.h>
 
 namespace quillbox {
@@ -46,8 +43,8 @@ public:
 private:
     xcb_atom_t atom(const char* name)
     {
-        const auto cookie = xcb_intern_atom(connection, 0,
-                                            static_cast<std::uint16_t>(std::strlen(name)), name);
+        const auto cookie =
+            xcb_intern_atom(connection, 0, static_cast<std::uint16_t>(std::strlen(name)), name);
         xcb_intern_atom_reply_t* reply = xcb_intern_atom_reply(connection, cookie, nullptr);
         const xcb_atom_t result = reply->atom;
         std::free(reply);
@@ -137,6 +134,17 @@ TEST_F(TrayManagerWatchTest, knowsNoManagerOnceTheDisplayIsGone)
     server.kill();
     EXPECT_TRUE(becomes(false));
     EXPECT_EQ(changes, 1);
+}
+
+TEST_F(TrayManagerWatchTest, mayBeDroppedByWhoeverHearsOfTheChange)
+{
+    bool isTold = false;
+    watch = std::make_unique<TrayManagerWatch>([&] {
+        watch.reset();
+        isTold = true;
+    });
+    const Manager manager;
+    EXPECT_TRUE(waitUntil([&] { return isTold; }));
 }
 
 TEST_F(TrayManagerWatchTest, knowsNoManagerWithoutADisplay)

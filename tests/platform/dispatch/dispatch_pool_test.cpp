@@ -1,8 +1,5 @@
 #include "platform/dispatch/dispatch_pool.h"
-
 #include "platform/dispatch/strand_queue.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,6 +9,8 @@
 #include <memory>
 #include <thread>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -38,7 +37,8 @@ TEST(DispatchPool, runsTwoQueuesAtOnce)
     std::promise<void> secondRan;
     std::promise<bool> firstSawIt;
     auto ran = secondRan.get_future();
-    first->async([&] { firstSawIt.set_value(ran.wait_for(kPatience) == std::future_status::ready); });
+    first->async(
+        [&] { firstSawIt.set_value(ran.wait_for(kPatience) == std::future_status::ready); });
     second->async([&] { secondRan.set_value(); });
     EXPECT_TRUE(firstSawIt.get_future().get());
 }

@@ -2,14 +2,14 @@
 #include "platform/dispatch_queue.h"
 #include "tests/fakes/fake_dispatch.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
 #include <string>
 #include <vector>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -114,7 +114,8 @@ TYPED_TEST_SUITE(DispatchQueueConformance, Backends);
 
 TYPED_TEST(DispatchQueueConformance, keepsLabelAndQualityOfService)
 {
-    const auto queue = this->backend.makeQueue("org.example.relay", QualityOfService::UserInitiated);
+    const auto queue =
+        this->backend.makeQueue("org.example.relay", QualityOfService::UserInitiated);
     EXPECT_EQ(queue->label(), "org.example.relay");
     EXPECT_EQ(queue->qualityOfService(), QualityOfService::UserInitiated);
 }
@@ -269,8 +270,9 @@ TYPED_TEST(DispatchQueueConformance, destroysPendingClosuresUnrunWhenTheBackendI
     auto queue = this->backend.makeQueue();
     bool ran = false;
     int destroyed = 0;
-    const auto makeToken
-        = [&destroyed] { return std::make_shared<Token>([&destroyed] { ++destroyed; }); };
+    const auto makeToken = [&destroyed] {
+        return std::make_shared<Token>([&destroyed] { ++destroyed; });
+    };
     // One that holds its own queue would keep both alive for ever.
     queue->asyncAfter(24h, [&ran, queue, token = makeToken()] { ran = true; });
     queue->asyncAfter(24h, [&ran, token = makeToken()] { ran = true; });

@@ -58,8 +58,10 @@ class DnsSdConformance : public testing::TestWithParam<DnsSdHarnessFactory> {
 protected:
     void SetUp() override
     {
-        harness = GetParam().make();
-        ASSERT_TRUE(harness);
+        harness = GetParam().make(); // or skips the test
+        if (!IsSkipped()) {
+            ASSERT_TRUE(harness);
+        }
     }
 
     void TearDown() override { harness = nullptr; }

@@ -1,15 +1,14 @@
 #include "platform/netlink/netlink_monitor.h"
-
 #include "platform/netlink/netlink_socket.h"
 #include "tests/platform/netlink/network_namespace.h"
-
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -61,9 +60,10 @@ TEST(NetlinkMonitor, tellsTheAddressesInTheOrderOfInterfaces)
         EXPECT_EQ(addresses.front().interfaceName, "lo");
         EXPECT_EQ(addresses.front().interfaceIndex, 1);
         EXPECT_TRUE(addresses.front().isLoopback);
-        EXPECT_TRUE(std::is_sorted(
-            addresses.begin(), addresses.end(),
-            [](const auto& a, const auto& b) { return a.interfaceIndex < b.interfaceIndex; }));
+        EXPECT_TRUE(
+            std::is_sorted(addresses.begin(), addresses.end(), [](const auto& a, const auto& b) {
+                return a.interfaceIndex < b.interfaceIndex;
+            }));
     });
 }
 

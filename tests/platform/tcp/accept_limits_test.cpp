@@ -1,12 +1,11 @@
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <ostream>
 #include <string>
 
+#include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
 

@@ -1,10 +1,9 @@
+#include "platform/connection.h"
 #include "platform/tcp/chunk_pool.h"
 
-#include "platform/connection.h"
+#include <thread>
 
 #include <gtest/gtest.h>
-
-#include <thread>
 
 namespace quillbox {
 

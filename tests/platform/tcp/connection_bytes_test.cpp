@@ -1,10 +1,9 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <thread>
 
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 namespace quillbox {
@@ -16,18 +15,18 @@ using namespace std::chrono_literals;
 /// Sends back whatever comes, chunk by chunk, until the end of the stream.
 void echo(const std::shared_ptr<Connection>& connection)
 {
-    connection->receive(
-        1, kMaximumContentSize,
-        [connection](Content content, bool isComplete, std::error_code error) {
-            if (error || isComplete) {
-                connection->cancel();
-                return;
-            }
-            connection->send(std::move(content), [connection](std::error_code failure) {
-                if (!failure)
-                    echo(connection);
-            });
-        });
+    connection->receive(1, kMaximumContentSize,
+                        [connection](Content content, bool isComplete, std::error_code error) {
+                            if (error || isComplete) {
+                                connection->cancel();
+                                return;
+                            }
+                            connection->send(std::move(content),
+                                             [connection](std::error_code failure) {
+                                                 if (!failure)
+                                                     echo(connection);
+                                             });
+                        });
 }
 
 } // namespace

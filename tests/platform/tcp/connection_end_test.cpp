@@ -1,8 +1,8 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <thread>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -151,8 +151,8 @@ TEST(TcpConnection, reportsCancelledAfterTheCompletionsThatItEnds)
     auto [subject, peer] = harness.acceptedPair();
     std::vector<std::string> events;
     std::promise<void> done;
-    const auto connection = harness.network->makeConnection(
-        HostEndpoint{.host = "127.0.0.1", .port = 1}, {});
+    const auto connection =
+        harness.network->makeConnection(HostEndpoint{.host = "127.0.0.1", .port = 1}, {});
     connection->setStateUpdateHandler([&](State state, std::error_code) {
         if (state != State::Cancelled)
             return;

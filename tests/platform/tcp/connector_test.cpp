@@ -1,13 +1,12 @@
+#include "platform/netlink/netlink_monitor.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include "platform/netlink/netlink_monitor.h"
-
-#include <gtest/gtest.h>
-
 #include <optional>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -111,8 +110,8 @@ TEST(Connector, dialsNoOtherHostOnceItIsConnected)
     PeerListener phone;
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(
-        0, found({onLoopback(phone.address()), onLoopback(ipv4Address("127.0.0.2", closedPort()))}));
+    harness.dnsSd.deliver(0, found({onLoopback(phone.address()),
+                                    onLoopback(ipv4Address("127.0.0.2", closedPort()))}));
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
     EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
 }
@@ -135,9 +134,9 @@ TEST(Connector, triesTheNextAddressAtOnceWhenOneFails)
 {
     Harness harness;
     const PeerListener phone;
-    harness.dnsSd.answerAll(found({onLoopback(ipv4Address("127.0.0.2", closedPort())),
-                                   onLoopback(ipv4Address("127.0.0.3", closedPort())),
-                                   onLoopback(phone.address())}));
+    harness.dnsSd.answerAll(
+        found({onLoopback(ipv4Address("127.0.0.2", closedPort())),
+               onLoopback(ipv4Address("127.0.0.3", closedPort())), onLoopback(phone.address())}));
     const auto before = std::chrono::steady_clock::now();
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
@@ -164,8 +163,8 @@ TEST(Connector, closesTheLosersOfTheRace)
     const SilentAddress first("127.0.0.2");
     const SilentAddress second("127.0.0.4");
     const PeerListener phone("127.0.0.3");
-    harness.dnsSd.answerAll(found({onLoopback(first.address()), onLoopback(second.address()),
-                                   onLoopback(phone.address())}));
+    harness.dnsSd.answerAll(found(
+        {onLoopback(first.address()), onLoopback(second.address()), onLoopback(phone.address())}));
     const auto before = openDescriptorCount();
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
@@ -209,8 +208,8 @@ TEST(Connector, closesAllAttemptsWhenItIsDropped)
 TEST(Connector, failsWhenOneAddressRefusesAndNoneConnects)
 {
     Harness harness;
-    harness.dnsSd.answerAll(found({onLoopback(ipv4Address("127.0.0.1", closedPort())),
-                                   onLoopback(unreachableAddress())}));
+    harness.dnsSd.answerAll(found(
+        {onLoopback(ipv4Address("127.0.0.1", closedPort())), onLoopback(unreachableAddress())}));
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Failed));
     EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_refused);
@@ -243,8 +242,7 @@ TEST(Connector, waitsWhileThereIsNothingToResolveAndConnectsWhenThereIs)
     EXPECT_TRUE(subject.log->errorOf(State::Waiting));
     harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
-    EXPECT_EQ(subject.log->states(),
-              (std::vector{State::Preparing, State::Waiting, State::Ready}));
+    EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Waiting, State::Ready}));
 }
 
 TEST(Connector, waitsWithTheEnginesErrorWhileNoEngineAnswers)
@@ -333,8 +331,7 @@ TEST(Connector, dialsNoListenerOfItsOwn)
     auto typed = harness.dial("127.0.0.1", harness.listeningPort());
     ASSERT_TRUE(typed.log->waitFor(State::Failed));
     EXPECT_EQ(typed.log->errorOf(State::Failed), std::errc::connection_refused);
-    harness.dnsSd.answerAll(
-        found({onLoopback(ipv4Address("127.0.0.1", harness.listeningPort()))}));
+    harness.dnsSd.answerAll(found({onLoopback(ipv4Address("127.0.0.1", harness.listeningPort()))}));
     auto resolved = harness.dial(kPhone);
     EXPECT_TRUE(resolved.log->waitFor(State::Waiting));
     EXPECT_EQ(harness.acceptedCount(), 0U);

@@ -1,10 +1,9 @@
 #include "platform/tcp/dialable_address.h"
-
 #include "tests/fakes/socket_addresses.h"
 
-#include <gtest/gtest.h>
-
 #include <string>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 
@@ -91,9 +90,11 @@ TEST(DialableAddressOfThisComputer, isDialledAtOtherPorts)
 
 TEST(DialableAddressOfThisComputer, isToldFromTheSameLinkLocalAddressOnAnotherLink)
 {
-    EXPECT_FALSE(isDialable(address("fe80::7", kPort, 2), AddressOrigin::DnsSd, thisComputer(true)));
+    EXPECT_FALSE(
+        isDialable(address("fe80::7", kPort, 2), AddressOrigin::DnsSd, thisComputer(true)));
     EXPECT_TRUE(isDialable(address("fe80::7", kPort, 3), AddressOrigin::DnsSd, thisComputer(true)));
-    EXPECT_FALSE(isDialable(address("fe80::7", kPort, 0), AddressOrigin::DnsSd, thisComputer(true)));
+    EXPECT_FALSE(
+        isDialable(address("fe80::7", kPort, 0), AddressOrigin::DnsSd, thisComputer(true)));
 }
 
 TEST(DialableAddressOfAnotherComputer, isDialledAtAPortThatIsOursHere)

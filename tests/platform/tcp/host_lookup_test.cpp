@@ -1,12 +1,11 @@
-#include "platform/tcp/host_lookup.h"
-
 #include "platform/tcp/dialable_address.h"
-
-#include <gtest/gtest.h>
+#include "platform/tcp/host_lookup.h"
 
 #include <algorithm>
 #include <future>
 #include <thread>
+
+#include <gtest/gtest.h>
 
 namespace quillbox {
 

@@ -1,10 +1,9 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <atomic>
 #include <thread>
 
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 
 namespace quillbox {

@@ -76,9 +76,9 @@ std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::add(Record record)
     return std::make_unique<HeldAsk>(shared_, kept);
 }
 
-std::unique_ptr<DnsSd::Ask>
-ScriptedDnsSd::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                      std::function<void(const BrowseUpdate&)> handler)
+std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::browse(std::string type,
+                                                  std::shared_ptr<DispatchQueue> queue,
+                                                  std::function<void(const BrowseUpdate&)> handler)
 {
     Record record;
     record.kind = Record::Kind::Browse;
@@ -141,8 +141,7 @@ ScriptedDnsSd::Record ScriptedDnsSd::record(std::size_t index) const
 bool ScriptedDnsSd::waitForCount(std::size_t count, std::chrono::milliseconds limit) const
 {
     std::unique_lock lock(shared_->mutex);
-    return shared_->added.wait_for(lock, limit,
-                                   [&] { return shared_->records.size() >= count; });
+    return shared_->added.wait_for(lock, limit, [&] { return shared_->records.size() >= count; });
 }
 
 std::size_t ScriptedDnsSd::standing() const

@@ -1,9 +1,7 @@
 #include "platform/tcp/socket_address.h"
-
 #include "tests/fakes/socket_addresses.h"
 
 #include <gtest/gtest.h>
-
 #include <sys/socket.h>
 
 namespace quillbox {
@@ -29,7 +27,8 @@ TEST(ParseNumericHost, readsScopes)
 
 TEST(ParseNumericHost, refusesNames)
 {
-    for (const auto* host : {"", "phone", "phone.local", "192.0.2.1.local", "1.2.3.4.5", "fe80::zz"})
+    for (const auto* host :
+         {"", "phone", "phone.local", "192.0.2.1.local", "1.2.3.4.5", "fe80::zz"})
         EXPECT_FALSE(parseNumericHost(host, 80)) << host;
 }
 

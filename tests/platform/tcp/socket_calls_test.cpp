@@ -1,12 +1,10 @@
-#include "platform/tcp/socket_calls.h"
-
 #include "platform/tcp/socket_address.h"
+#include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include <gtest/gtest.h>
-
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>

@@ -3,8 +3,6 @@
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/socket_addresses.h"
 
-#include <gtest/gtest.h>
-
 #include <ctime>
 #include <filesystem>
 #include <iterator>
@@ -12,6 +10,7 @@
 #include <thread>
 
 #include <arpa/inet.h>
+#include <gtest/gtest.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
@@ -54,8 +53,8 @@ std::vector<InterfaceAddress> ScriptedMonitor::addresses() const
 std::unique_ptr<NetworkMonitor::Subscription>
 ScriptedMonitor::subscribe(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed)
 {
-    auto subscriber
-        = std::make_shared<Subscriber>(Subscriber{std::move(queue), std::move(changed)});
+    auto subscriber =
+        std::make_shared<Subscriber>(Subscriber{std::move(queue), std::move(changed)});
     const std::lock_guard lock(mutex_);
     subscribers_.push_back(subscriber);
     return std::make_unique<Held>(std::move(subscriber));
@@ -236,13 +235,13 @@ std::future<Received> Subject::receive(std::size_t minimum, std::size_t maximum)
     auto future = promise->get_future();
     queue_->async([connection = connection_, queue = queue_, promise, minimum, maximum] {
         auto isInside = std::make_shared<bool>(true);
-        connection->receive(minimum, maximum,
-                            [promise, queue, isInside](Content content, bool isComplete,
-                                                       std::error_code error) {
-                                EXPECT_TRUE(queue->isCurrent());
-                                EXPECT_FALSE(*isInside);
-                                promise->set_value({textOf(content), isComplete, error});
-                            });
+        connection->receive(
+            minimum, maximum,
+            [promise, queue, isInside](Content content, bool isComplete, std::error_code error) {
+                EXPECT_TRUE(queue->isCurrent());
+                EXPECT_FALSE(*isInside);
+                promise->set_value({textOf(content), isComplete, error});
+            });
         *isInside = false;
     });
     return future;

@@ -209,8 +209,8 @@ public:
     const std::shared_ptr<Connection>& connection() const { return connection_; }
     const std::shared_ptr<DispatchQueue>& queue() const { return queue_; }
 
-    const std::shared_ptr<StateLog<Connection::State>> log
-        = std::make_shared<StateLog<Connection::State>>();
+    const std::shared_ptr<StateLog<Connection::State>> log =
+        std::make_shared<StateLog<Connection::State>>();
 
 private:
     std::shared_ptr<Connection> connection_;

@@ -1,9 +1,7 @@
+#include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include "tests/fakes/socket_addresses.h"
-
 #include <gtest/gtest.h>
-
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -36,7 +34,8 @@ struct Stage {
     Stage()
     {
         std::error_code error;
-        listener = harness.network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
+        listener =
+            harness.network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
         listener->setService({.name = "Test", .type = "_smb._tcp"});
         listener->setStateUpdateHandler(
             [log = log](State state, std::error_code failure) { log->note(state, failure); });
@@ -265,9 +264,9 @@ TEST(TcpListener, reusesAPortOnlyWhenThatIsAllowed)
     std::error_code error;
     EXPECT_EQ(stage.harness.network->makeListener({}, stage.port, error), nullptr);
     EXPECT_EQ(error, std::errc::address_in_use);
-    EXPECT_NE(stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, stage.port,
-                                                  error),
-              nullptr);
+    EXPECT_NE(
+        stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, stage.port, error),
+        nullptr);
     EXPECT_FALSE(error);
 }
 

@@ -16,6 +16,8 @@ protected:
     void SetUp() override
     {
         EngineNetworkTest::SetUp();
+        if (GetParam() == Kind::Daemon)
+            skipWithoutDaemon();
         if (IsSkipped() || HasFatalFailure())
             return;
         if (GetParam() == Kind::Daemon) {

@@ -13,6 +13,11 @@ using Clock = std::chrono::steady_clock;
 
 class DaemonEngine : public EngineNetworkTest {
 protected:
+    void SetUp() override
+    {
+        EngineNetworkTest::SetUp();
+        skipWithoutDaemon();
+    }
     void TearDown() override
     {
         if (engine)

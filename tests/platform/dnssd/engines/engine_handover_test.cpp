@@ -12,6 +12,11 @@ using Clock = std::chrono::steady_clock;
 /// The automatic choice between the real engines.
 class EngineHandover : public EngineNetworkTest {
 protected:
+    void SetUp() override
+    {
+        EngineNetworkTest::SetUp();
+        skipWithoutDaemon();
+    }
     void TearDown() override { engine->stop(); }
 
     void start()
@@ -89,7 +94,14 @@ TEST_F(EngineHandover, staysWithADaemonThatRestarts)
 }
 
 /// What the engine process must not do when someone else answers for this computer.
-class EngineBesideAnother : public EngineNetworkTest {};
+class EngineBesideAnother : public EngineNetworkTest {
+protected:
+    void SetUp() override
+    {
+        EngineNetworkTest::SetUp();
+        skipWithoutDaemon();
+    }
+};
 
 TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
 {
@@ -99,6 +111,7 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     const auto observer = makeDaemonEngine();
     observer->start(daemonEvents.handler());
     ASSERT_TRUE(daemonEvents.waitForEvent(EngineUp{"testhost.local"}));
+    daemonEvents.clear();
     EventRecorder eventsThere;
     std::unique_ptr<Engine> there;
     network->doThere([&] {

@@ -27,6 +27,13 @@ protected:
         ASSERT_TRUE(network->isReady());
     }
 
+    /// For tests with avahi-daemon.
+    void skipWithoutDaemon()
+    {
+        if (!isDaemonPossible())
+            GTEST_SKIP() << "avahi-daemon cannot run here";
+    }
+
     static Address address(const char* text)
     {
         Address result;

@@ -87,6 +87,17 @@ bool isInPrivateNetwork()
     return std::getenv(kMarker) != nullptr;
 }
 
+bool isDaemonPossible()
+{
+    // In a namespace of an ordinary user there is one user only.
+    std::ifstream users("/proc/self/uid_map");
+    unsigned long first = 0;
+    unsigned long outside = 0;
+    unsigned long count = 0;
+    users >> first >> outside >> count;
+    return isInPrivateNetwork() && count > 1;
+}
+
 TestNetwork::TestNetwork()
 {
     if (!isInPrivateNetwork())

@@ -17,6 +17,9 @@ void enterPrivateNetwork(int argc, char** argv);
 /// Whether the executable runs in namespaces of its own; only there may a test use the network.
 bool isInPrivateNetwork();
 
+/// Whether avahi-daemon can run there too: it hands files to a user of its own, which takes root.
+bool isDaemonPossible();
+
 /// Two hosts on one link: "here" is where the tests run, "there" is another network namespace. Made
 /// once for the process.
 class TestNetwork final {
