@@ -11,7 +11,7 @@
 namespace quillbox {
 
 /// The greatest number of bytes that one receive may yield.
-inline constexpr std::size_t kMaximumContentSize = 1024 * 1024;
+inline constexpr std::size_t kMaximumContentSize = std::size_t{1024} * 1024;
 
 /// A TCP connection, accepted or to be opened.
 ///

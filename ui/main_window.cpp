@@ -42,6 +42,8 @@ void AppDelegate::buildWindow()
 
     connect(&showInFinder, &QCheckBox::clicked, this, &AppDelegate::toggleFinderVisibility);
     connect(&advancedButton, &QPushButton::clicked, this, &AppDelegate::toggleAdvanced);
+    // The toolkit sizes a window when it shows it; whoever places it before that needs its size.
+    window->adjustSize();
 }
 
 void AppDelegate::toggleAdvanced()

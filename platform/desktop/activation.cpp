@@ -44,7 +44,7 @@ std::optional<std::string> tokenIn(std::string_view line)
 std::string activationTokenOfEnvironment()
 {
     for (const char* name : {"XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID"}) {
-        const std::string token = qgetenv(name).toStdString();
+        std::string token = qgetenv(name).toStdString();
         if (isActivationToken(token))
             return token;
     }

@@ -30,7 +30,7 @@ constexpr const char* kNoDaemonNotice =
     "file browsers of this desktop look for servers through avahi-daemon: install it to see the "
     "phone there (Debian, Ubuntu: sudo apt install avahi-daemon libnss-mdns).";
 
-/// What both engines need to be stopped for before their owner's mailbox goes.
+/// What the automatic engine's thread does: it owns both engines and the choice between them.
 class AutomaticLoop final {
 public:
     AutomaticLoop(Mailbox& theMailbox, AutomaticEngineOptions theOptions)

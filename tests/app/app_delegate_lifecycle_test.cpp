@@ -5,6 +5,7 @@
 #include <QLayout>
 #include <QPalette>
 #include <QPointer>
+#include <QScreen>
 
 #include <gmock/gmock.h>
 
@@ -79,6 +80,14 @@ TEST_F(AppDelegateLifecycle, showsTheWindowAtEveryLaunch)
     EXPECT_TRUE(delegate->window->isVisible());
     EXPECT_NE(delegate->statusItem, nullptr);
     EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, centresTheWindowOnTheScreen)
+{
+    launch();
+    const QPoint middle = delegate->window->screen()->availableGeometry().center();
+    const QPoint offset = delegate->window->frameGeometry().center() - middle;
+    EXPECT_LE(offset.manhattanLength(), 2);
 }
 
 TEST_F(AppDelegateLifecycle, looksLightOnADarkDesktop)

@@ -32,7 +32,7 @@ QString LineProcess::lineFrom(const QString& beginning)
     const QDeadlineTimer deadline(kPatience);
     while (!deadline.hasExpired()) {
         while (process.canReadLine()) {
-            const QString line = QString::fromUtf8(process.readLine()).chopped(1);
+            QString line = QString::fromUtf8(process.readLine()).chopped(1);
             if (line.startsWith(beginning))
                 return line;
         }

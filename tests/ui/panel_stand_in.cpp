@@ -9,6 +9,7 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
+#include <QList>
 #include <QSocketNotifier>
 #include <QVariantMap>
 #include <cstdio>
@@ -68,22 +69,26 @@ QString titleOfToolTip(const QDBusArgument& toolTip)
     return title;
 }
 
-void printMenu(const QDBusArgument& entry)
+void printMenu(const QDBusArgument& menu)
 {
-    int identifier = 0;
-    QVariantMap properties;
-    entry.beginStructure();
-    entry >> identifier >> properties;
-    if (properties.contains(QStringLiteral("label")))
-        print(QStringLiteral("entry ") + properties.value(QStringLiteral("label")).toString());
-    entry.beginArray();
-    while (!entry.atEnd()) {
-        QDBusVariant child;
-        entry >> child;
-        printMenu(child.variant().value<QDBusArgument>());
+    QList<QDBusArgument> waiting{menu};
+    while (!waiting.isEmpty()) {
+        const QDBusArgument entry = waiting.takeFirst();
+        int identifier = 0;
+        QVariantMap properties;
+        entry.beginStructure();
+        entry >> identifier >> properties;
+        if (properties.contains(QStringLiteral("label")))
+            print(QStringLiteral("entry ") + properties.value(QStringLiteral("label")).toString());
+        entry.beginArray();
+        while (!entry.atEnd()) {
+            QDBusVariant child;
+            entry >> child;
+            waiting.append(child.variant().value<QDBusArgument>());
+        }
+        entry.endArray();
+        entry.endStructure();
     }
-    entry.endArray();
-    entry.endStructure();
 }
 
 class Panel final : public QDBusVirtualObject {
@@ -156,15 +161,14 @@ private:
         all.setArguments({QStringLiteral("org.kde.StatusNotifierItem")});
         auto* answer = new QDBusPendingCallWatcher(bus.asyncCall(all), this);
         connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
-            const QVariantMap properties =
-                qdbus_cast<QVariantMap>(answer->reply().arguments().value(0));
+            const auto properties = qdbus_cast<QVariantMap>(answer->reply().arguments().value(0));
             const auto argument = [&](const char* name) {
                 return properties.value(QLatin1String(name)).value<QDBusArgument>();
             };
             print(QStringLiteral("tooltip ") + titleOfToolTip(argument("ToolTip")));
             print(QStringLiteral("pictures %1").arg(countPixmaps(argument("IconPixmap"))));
-            print(QStringLiteral("is a menu: %1")
-                      .arg(properties.value(QStringLiteral("ItemIsMenu")).toBool()));
+            const bool isMenu = properties.value(QStringLiteral("ItemIsMenu")).toBool();
+            print(isMenu ? QStringLiteral("is a menu") : QStringLiteral("has a menu"));
             lookAtMenu(properties.value(QStringLiteral("Menu")).value<QDBusObjectPath>().path());
             answer->deleteLater();
         });

@@ -118,7 +118,7 @@ TEST_F(StatusItemOnDesktop, tellsThePanelItsToolTipAsPlainText)
     const auto panel = start(PANEL_STAND_IN);
     const auto owner = startOwner();
     ASSERT_TRUE(tells(panel, "end of menu"));
-    owner->write(QStringLiteral("tooltip Tom & Jerry's <img src=x>\u202E"));
+    owner->write(QStringLiteral("tooltip Tom & Jerry's <img src=x>") + QChar(0x202e));
     // The panel asks of its own accord, so that its question may overtake the change.
     QString toolTip;
     for (int question = 0; question < 50 && !toolTip.contains(QStringLiteral("Tom")); ++question) {

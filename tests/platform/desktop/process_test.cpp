@@ -5,6 +5,8 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
+#include <string>
+#include <vector>
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -15,6 +17,7 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -37,14 +40,22 @@ protected:
     QTemporaryDir folder;
     NamedPipe pipe{folder.filePath(QStringLiteral("pipe")).toStdString()};
 
-    std::string outputOf(const std::string& script, const InheritedLimits& limits)
+    /// What the program writes to `pipe`.
+    std::string outputOf(const std::vector<std::string>& command, const InheritedLimits& limits)
     {
         // A reader from the start, or the program would wait for one for ever if the test fails.
         const int reader = ::open(pipe.path().c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
-        EXPECT_TRUE(startDetached({"sh", "-c", script, "sh", pipe.path()}, limits));
+        EXPECT_TRUE(startDetached(command, limits));
         std::string output = pipe.readAll();
         ::close(reader);
         return output;
+    }
+
+    /// A file of /proc as a started program sees it. No shell is asked: it tidies up signals.
+    std::string procFile(const std::string& name, const InheritedLimits& limits)
+    {
+        return outputOf({"dd", "status=none", "if=/proc/self/" + name, "of=" + pipe.path()},
+                        limits);
     }
 };
 
@@ -101,20 +112,22 @@ TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
     sigaddset(&blocked, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
     std::signal(SIGPIPE, SIG_IGN);
-    const std::string output =
-        outputOf("{ ulimit -n; grep Sig /proc/self/status; } > \"$1\"", limits);
+    const std::string status = procFile("status", limits);
+    const std::string openFiles = procFile("limits", limits);
     std::signal(SIGPIPE, SIG_DFL);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 
-    EXPECT_THAT(output, HasSubstr("77\n"));
-    EXPECT_THAT(output, HasSubstr("SigBlk:\t0000000000000000\n"));
-    EXPECT_THAT(output, HasSubstr("SigIgn:\t0000000000000000\n"));
+    EXPECT_THAT(openFiles, ContainsRegex("Max open files +77 "));
+    EXPECT_THAT(status, HasSubstr("SigBlk:\t0000000000000000\n"));
+    EXPECT_THAT(status, HasSubstr("SigIgn:\t0000000000000000\n"));
 }
 
 TEST_F(Process, startsProgramsThatAreNobodysChildAndReadNothing)
 {
     const std::string output =
-        outputOf("{ read -r line; echo \"read $?\"; ps -o sid= -p $$; } > \"$1\"", {});
+        outputOf({"sh", "-c", "{ read -r line; echo \"read $?\"; ps -o sid= -p $$; } > \"$1\"",
+                  "sh", pipe.path()},
+                 {});
     EXPECT_THAT(output, HasSubstr("read 1\n"));
     EXPECT_THAT(output, Not(HasSubstr(std::to_string(::getsid(0)) + "\n")));
     EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "a child is left";

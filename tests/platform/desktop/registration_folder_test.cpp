@@ -90,7 +90,7 @@ TEST_F(RegistrationFolder, isAFolderOfThisUsersOwnInASharedPlaceAtLast)
 TEST_F(RegistrationFolder, isRefusedWhenALinkStandsInItsPlace)
 {
     folders.xdg = folders.user = {};
-    QDir().mkdir(base.filePath(QStringLiteral("elsewhere")));
+    ASSERT_EQ(::mkdir(pathOf("elsewhere").c_str(), 0700), 0);
     ASSERT_EQ(::symlink(pathOf("elsewhere").c_str(), pathOf(sharedName.c_str()).c_str()), 0);
     EXPECT_EQ(opened(), "");
     EXPECT_THAT(problem, HasSubstr(sharedName));

@@ -3,13 +3,13 @@
 #include "tests/platform/desktop_integration/recorder.h"
 
 #include <chrono>
+#include <csignal>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <signal.h>
 
 namespace quillbox {
 
