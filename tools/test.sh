@@ -63,7 +63,7 @@ python_tests() {
     local more=("$@")
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
     PYTHONDONTWRITEBYTECODE=1 in_namespaces "$preset" "$python" -m pytest \
-        -c "$root/tests/pytest.ini" --rootdir="$root/tests" --durations=5 --junit-xml="$results/$name.xml" "${more[@]}" || code=$?
+        -c "$root/tests/pytest.ini" --rootdir="$root/tests" --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(nproc)" "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi
     return "$code"

@@ -80,17 +80,18 @@ def test_a_phone_with_nothing_but_a_link_local_address_is_reached(computer, onlo
     assert first_bytes(caller, 10)[1] == "b'hello\\n'"
 
 
-@pytest.mark.parametrize(
-    "address", ["127.0.0.1", "127.9.9.9", "0.0.0.0", "::1", "::", "::ffff:127.0.0.1", "224.0.0.251"]
+HERE_AND_NOWHERE = (
+    ["127.0.0.1", "127.9.9.9", "0.0.0.0", "::1", "::", "::ffff:127.0.0.1", "::ffff:0.0.0.0"]
+    + ["224.0.0.251", "255.255.255.255", "ff02::fb"]
 )
-def test_an_address_that_leads_back_to_this_computer_is_never_dialled(
-    computer, onlooker, server, address
-):
-    """A record from the network would make the relay a door to services that are only for this
-    computer: the session waits, until the record names an address of the network."""
+
+
+def test_addresses_that_lead_back_to_this_computer_are_never_dialled(computer, onlooker, server):
+    """Records from the network would make the relay a door to services that are only for this
+    computer: the session waits, until a record names an address of the network."""
     trap, port = start_greeter(computer)
     helper = computer.helper()
-    found = appear_at(server, helper, onlooker, [address], port)
+    found = appear_at(server, helper, onlooker, HERE_AND_NOWHERE, port)
     caller = call(computer, computer.address4, found["port"])
 
     server.change(addresses=[server.address4], port=server.greeter_port)
