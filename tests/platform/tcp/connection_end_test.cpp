@@ -77,11 +77,8 @@ TEST(TcpConnection, endsASendWithTheReset)
 {
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
-    const auto chunk = pattern(kMaximumContentSize);
     std::future<std::error_code> pending;
-    do {
-        pending = subject.send(chunk);
-    } while (pending.wait_for(kWatch) == std::future_status::ready);
+    fillBuffers(subject, pending);
     peer.reset();
     EXPECT_TRUE(take(std::move(pending)));
     EXPECT_TRUE(subject.log->waitFor(State::Failed));
@@ -126,11 +123,8 @@ TEST(TcpConnection, endsWhatIsPendingAndThenReportsCancelled)
 {
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
-    const auto chunk = pattern(kMaximumContentSize);
     std::future<std::error_code> sending;
-    do {
-        sending = subject.send(chunk);
-    } while (sending.wait_for(kWatch) == std::future_status::ready);
+    fillBuffers(subject, sending);
     auto receiving = subject.receive();
     subject.settle();
     subject.cancel();
@@ -223,11 +217,8 @@ TEST(TcpConnection, isFreedWithThePoolThoughItsPendingCompletionsHoldIt)
         const auto peer = silent.accept();
         ASSERT_TRUE(subject.log->waitFor(State::Ready));
         watched = subject.connection();
-        const auto chunk = pattern(kMaximumContentSize);
         std::future<std::error_code> sending;
-        do {
-            sending = subject.send(chunk);
-        } while (sending.wait_for(kWatch) == std::future_status::ready);
+        fillBuffers(subject, sending);
         subject.queue()->async([&hasRun, connection = subject.connection()] {
             connection->receive(
                 1, 1, [&hasRun, connection](Content, bool, std::error_code) { hasRun = true; });

@@ -13,19 +13,6 @@ namespace {
 using namespace std::chrono_literals;
 using State = Connection::State;
 
-/// Sends until a send stays pending, so that the system's buffers are full. Gives what was handed
-/// over, the pending content included.
-std::string fill(Subject& subject, std::future<std::error_code>& pending)
-{
-    const auto chunk = pattern(kMaximumContentSize);
-    std::string all;
-    do {
-        pending = subject.send(chunk);
-        all += chunk;
-    } while (pending.wait_for(kWatch) == std::future_status::ready);
-    return all;
-}
-
 /// Keeps sending from a thread of its own until the other side is gone.
 class Chatter final {
 public:
@@ -97,7 +84,7 @@ TEST(LingeringClose, deliversASendThatWasCancelledInTheMiddle)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    const auto sent = fill(subject, pending);
+    const auto sent = fillBuffers(subject, pending);
     subject.cancel();
     EXPECT_EQ(take(std::move(pending)), std::errc::operation_canceled);
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
@@ -111,7 +98,7 @@ TEST(LingeringClose, discardsInputThatThePeerInsistsOnSendingFirst)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    const auto sent = fill(subject, pending);
+    const auto sent = fillBuffers(subject, pending);
     subject.cancel();
     // A peer that writes before it reads would wait for ever if nobody took it.
     EXPECT_TRUE(peer.send(pattern(32 * 1024 * 1024)));
@@ -124,7 +111,7 @@ TEST(LingeringClose, endsWhenThePeerSendsWithoutEnd)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    fill(subject, pending);
+    fillBuffers(subject, pending);
     subject.cancel();
     const auto chunk = pattern(kMaximumContentSize);
     int sends = 0;
@@ -152,7 +139,7 @@ TEST(LingeringClose, givesUpWhenThePeerResets)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    fill(subject, pending);
+    fillBuffers(subject, pending);
     subject.cancel();
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
     EXPECT_FALSE(harness.network->flush(kWatch));
@@ -165,7 +152,7 @@ TEST(LingeringClose, givesUpWhenThePeerEndsItsSideAndResets)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    fill(subject, pending);
+    fillBuffers(subject, pending);
     peer.shutDownSending();
     subject.cancel();
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
@@ -179,7 +166,7 @@ TEST(LingeringClose, hardlyCostsAnythingWhileThePeerDoesNotRead)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    fill(subject, pending);
+    fillBuffers(subject, pending);
     peer.shutDownSending();
     subject.cancel();
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
@@ -193,7 +180,7 @@ TEST(TcpNetwork, flushesWhatLingers)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     std::future<std::error_code> pending;
-    const auto sent = fill(subject, pending);
+    const auto sent = fillBuffers(subject, pending);
     subject.cancel();
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
     EXPECT_FALSE(harness.network->flush(50ms));

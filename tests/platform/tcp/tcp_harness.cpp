@@ -371,6 +371,24 @@ Subject Harness::dial(const std::string& host, std::uint16_t port)
     return dial(HostEndpoint{.host = host, .port = port});
 }
 
+std::string fillBuffers(Subject& subject, std::future<std::error_code>& pending)
+{
+    const auto chunk = pattern(kMaximumContentSize);
+    std::string all;
+    bool isPending = false;
+    while (!isPending) {
+        pending = subject.send(chunk);
+        all += chunk;
+        isPending = pending.wait_for(kWatch) == std::future_status::timeout;
+        if (!isPending)
+            continue;
+        // It may only have been late, on a busy machine: the queue has its turn before it counts.
+        subject.settle();
+        isPending = pending.wait_for(kWatch) == std::future_status::timeout;
+    }
+    return all;
+}
+
 std::string pattern(std::size_t size)
 {
     std::string text(size, '\0');

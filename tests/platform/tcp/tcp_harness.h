@@ -257,6 +257,10 @@ private:
     std::size_t handedOut_ = 0;
 };
 
+/// Sends until the system's buffers are full and a send stays pending. Gives all that was handed
+/// over, the content of the pending send included.
+std::string fillBuffers(Subject& subject, std::future<std::error_code>& pending);
+
 /// A text of so many bytes that differs at every place from one moved by a little.
 std::string pattern(std::size_t size);
 
