@@ -68,7 +68,7 @@ RouteNews readRouteNews(int socket)
         return errno == ENOBUFS ? RouteNews::Changed : RouteNews::Broken;
     }
     auto remaining = static_cast<unsigned>(count);
-    for (auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
+    for (const auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
          NLMSG_OK(header, remaining); header = NLMSG_NEXT(header, remaining)) {
         if (isChange(header->nlmsg_type))
             return RouteNews::Changed;

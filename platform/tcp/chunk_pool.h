@@ -48,10 +48,10 @@ private:
 class ChunkPool final : public std::enable_shared_from_this<ChunkPool> {
 public:
     /// The size that every connection can count on.
-    static constexpr std::size_t kSmallSize = 16 * 1024;
+    static constexpr std::size_t kSmallSize = 16UL * 1024;
 
     /// What may be out before chunks get small.
-    static constexpr std::size_t kBudget = 64 * 1024 * 1024;
+    static constexpr std::size_t kBudget = 64UL * 1024 * 1024;
 
     /// A buffer for `wanted` bytes, or for fewer when the budget is spent, but always for
     /// `minimum`. Neither is more than `kMaximumContentSize`. It may be larger than asked for.
@@ -76,8 +76,8 @@ private:
     void giveBack(std::unique_ptr<std::byte[]> buffer, std::size_t size);
 
     mutable std::mutex mutex_;
-    std::array<Shelf, 4> shelves_{Shelf{kSmallSize, 32, {}}, Shelf{64 * 1024, 16, {}},
-                                  Shelf{256 * 1024, 8, {}}, Shelf{1024 * 1024, 4, {}}};
+    std::array<Shelf, 4> shelves_{Shelf{kSmallSize, 32, {}}, Shelf{64UL * 1024, 16, {}},
+                                  Shelf{256UL * 1024, 8, {}}, Shelf{1024UL * 1024, 4, {}}};
     std::size_t lent_ = 0;
 };
 

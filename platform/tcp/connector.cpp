@@ -135,6 +135,7 @@ void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::e
     isSettled_ = true;
     sourceError_ = error;
     std::vector<Candidate> candidates;
+    candidates.reserve(addresses.size());
     for (const auto& address : addresses)
         candidates.push_back(
             {.address = withPort(address, endpoint_.host()->port), .origin = AddressOrigin::Typed});
@@ -148,6 +149,7 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
     isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
+    candidates.reserve(update.addresses.size());
     for (const auto& found : update.addresses) {
         const auto* host = endpoint_.host();
         candidates.push_back(

@@ -80,14 +80,14 @@ private:
             finish();
             return;
         }
-        auto next = [self = shared_from_this()](const std::error_code& error) {
+        if (!read.wouldBlock()) {
+            asio::post(strand_, [self = shared_from_this()] { self->discard(); });
+            return;
+        }
+        socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
             if (!error)
                 self->discard();
-        };
-        if (read.wouldBlock())
-            socket_->waitReadable(strand_, std::move(next));
-        else
-            asio::post(strand_, [next = std::move(next)] { next({}); });
+        });
     }
 
     void look()

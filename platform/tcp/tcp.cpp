@@ -28,7 +28,7 @@ std::shared_ptr<Listener> TcpNetwork::makeListener(const TcpParameters& paramete
 }
 
 std::shared_ptr<Connection> TcpNetwork::makeConnection(const Endpoint& endpoint,
-                                                       const TcpParameters&)
+                                                       const TcpParameters& /*parameters*/)
 {
     return makeOutgoingConnection(context_, endpoint);
 }
