@@ -6,7 +6,7 @@
 #include "discovery/phone_discovery.h"
 #include "platform/text.h"
 #include "relay/finder_relay.h"
-#include "ui/status_item.h"
+#include "ui/status_bar_item.h"
 
 #include <QAction>
 #include <QCheckBox>
@@ -102,7 +102,7 @@ public:
     QPushButton advancedButton;
     QWidget* advancedForm = nullptr; ///< the window's; none before `buildWindow`
     bool advancedVisible = false;
-    std::unique_ptr<StatusItem> statusItem; ///< none before `buildStatusItem`
+    std::unique_ptr<StatusBarItem> statusItem; ///< none before `buildStatusItem`
     QAction* menuStatusItem = nullptr;      ///< the status item's
     std::vector<DiscoveredDevice> discoveredDevices;
     /// The Finder names whose relay reported ready, in automatic mode.

@@ -3,6 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/network.h"
 #include "platform/running_applications.h"
+#include "platform/status_host.h"
 #include "platform/user_defaults.h"
 #include "platform/workspace.h"
 
@@ -19,6 +20,7 @@ struct AppEnvironment {
     UserDefaults& userDefaults;
     Workspace& workspace;
     RunningApplications& runningApplications;
+    StatusHost& statusHost;
     /// None: any number of copies may run.
     std::optional<std::string> bundleIdentifier;
     /// Ends the event loop; it returns first.

@@ -7,6 +7,7 @@
 #include "platform/desktop/main_queue.h"
 #include "platform/desktop/process.h"
 #include "platform/desktop/running_copies.h"
+#include "platform/desktop/status_host_watch.h"
 #include "platform/desktop/termination_signals.h"
 #include "platform/dnssd/engine_child.h"
 #include "platform/linux/linux_platform.h"
@@ -102,12 +103,14 @@ int run(const Options& options, char** arguments)
         .bundleIdentifier = kBundleIdentifier,
         .activationToken = activationToken,
     });
+    const auto statusHost = makeStatusHostWatch();
     auto delegate = std::make_unique<AppDelegate>(AppEnvironment{
         .dispatch = platform.dispatch(),
         .network = platform.network(),
         .userDefaults = *userDefaults,
         .workspace = *workspace,
         .runningApplications = *runningApplications,
+        .statusHost = *statusHost,
         .bundleIdentifier = kBundleIdentifier,
         // Unlike quit(), this asks no window: closing one only hides it, which is a refusal.
         .terminate = [] { QCoreApplication::exit(EXIT_SUCCESS); },

@@ -1,5 +1,5 @@
 # What every target of ours that uses Qt is compiled with, over the general options.
-find_package(Qt6 6.4 REQUIRED COMPONENTS Core Gui Widgets)
+find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Svg Widgets)
 
 add_library(quillbox_qt INTERFACE)
 add_library(quillbox::qt ALIAS quillbox_qt)

@@ -1,4 +1,5 @@
 #include "app/app_delegate.h"
+#include "ui/icons.h"
 
 #include <QEvent>
 #include <QFocusEvent>
@@ -23,6 +24,7 @@ void AppDelegate::buildWindow()
 {
     window = std::make_unique<QWidget>();
     window->setWindowTitle(QStringLiteral("Quillbox Helper"));
+    window->setWindowIcon(Icons::application());
     // Closing only hides the window.
     window->installEventFilter(this);
 

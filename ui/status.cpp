@@ -19,8 +19,8 @@ void AppDelegate::setStatus(const StatusReport& report)
         menuStatusItem->setText(report.ready ? QStringLiteral("Finder: visible")
                                              : QStringLiteral("Finder: off"));
     if (statusItem)
-        statusItem->toolTip = QStringLiteral("Quillbox Helper — ")
-                              + (report.ready ? QStringLiteral("Finder service visible") : text);
+        statusItem->setToolTip(QStringLiteral("Quillbox Helper — ")
+                               + (report.ready ? QStringLiteral("Finder service visible") : text));
 }
 
 } // namespace quillbox

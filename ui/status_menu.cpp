@@ -1,4 +1,5 @@
 #include "app/app_delegate.h"
+#include "ui/icons.h"
 
 #include <QKeySequence>
 
@@ -6,10 +7,10 @@ namespace quillbox {
 
 void AppDelegate::buildStatusItem()
 {
-    statusItem = std::make_unique<StatusItem>();
-    statusItem->toolTip = QStringLiteral("Quillbox Helper — Finder service off");
+    statusItem = std::make_unique<StatusBarItem>(environment.statusHost, Icons::status());
+    statusItem->setToolTip(QStringLiteral("Quillbox Helper — Finder service off"));
 
-    QMenu& menu = statusItem->menu;
+    QMenu& menu = statusItem->menu();
     menu.addAction(QStringLiteral("Quillbox Helper"))->setEnabled(false);
     menuStatusItem = menu.addAction(QStringLiteral("Finder: off"));
     menuStatusItem->setEnabled(false);

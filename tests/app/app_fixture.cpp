@@ -15,6 +15,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .userDefaults = defaults,
         .workspace = workspace,
         .runningApplications = applications,
+        .statusHost = statusHost,
         .bundleIdentifier = bundleIdentifier,
         .terminate = [this] { ++terminations; },
     });

@@ -4,6 +4,7 @@
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/fake_running_applications.h"
+#include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/recording_workspace.h"
 
@@ -65,6 +66,7 @@ protected:
     FakeNetwork network{dispatch};
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;
+    FakeStatusHost statusHost;
     FakeRunningApplications applications;
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;

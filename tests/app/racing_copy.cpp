@@ -2,6 +2,7 @@
 #include "platform/desktop/running_copies.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/recording_workspace.h"
 
@@ -40,12 +41,14 @@ int main(int argumentCount, char** arguments)
         .activationToken = {},
     });
     bool yields = false;
+    FakeStatusHost statusHost;
     AppDelegate delegate(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
         .userDefaults = defaults,
         .workspace = workspace,
         .runningApplications = *copies,
+        .statusHost = statusHost,
         .bundleIdentifier = "org.example.Racing",
         .terminate =
             [&yields] {

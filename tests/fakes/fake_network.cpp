@@ -133,6 +133,13 @@ void FakeConnection::completeSend(std::error_code error)
     post([completion = std::exchange(sendCompletion_, {}), error] { completion(error); });
 }
 
+void FakeConnection::dropPending()
+{
+    // Out of the object first: they may hold its last reference.
+    const auto receiving = std::exchange(receiveCompletion_, {});
+    const auto sending = std::exchange(sendCompletion_, {});
+}
+
 FakeListener::FakeListener(const TcpParameters& listenerParameters, std::uint16_t listenerPort)
     : parameters(listenerParameters), port(listenerPort)
 {
@@ -287,6 +294,21 @@ void FakeNetService::post(bool isResolved)
     });
 }
 
+FakeNetwork::~FakeNetwork()
+{
+    for (const auto& weak : made_) {
+        if (const auto connection = weak.lock())
+            connection->dropPending();
+    }
+}
+
+std::shared_ptr<FakeConnection> FakeNetwork::makeAcceptedConnection()
+{
+    auto connection = std::make_shared<FakeConnection>();
+    made_.push_back(connection);
+    return connection;
+}
+
 std::shared_ptr<Listener> FakeNetwork::makeListener(const TcpParameters& parameters,
                                                     std::uint16_t port, std::error_code& error)
 {
@@ -307,6 +329,7 @@ std::shared_ptr<Connection> FakeNetwork::makeConnection(const Endpoint& endpoint
     auto connection = std::make_shared<FakeConnection>(endpoint, parameters);
     connection->log = log;
     connection->name = "outgoing";
+    made_.push_back(connection);
     connections.push_back(connection);
     return connection;
 }

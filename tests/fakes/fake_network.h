@@ -48,6 +48,10 @@ public:
     /// Ends the pending send.
     void completeSend(std::error_code error = {});
 
+    /// Lets go of what is pending without running it. A pending completion may hold this very
+    /// connection, which would never be freed where a test leaves it pending.
+    void dropPending();
+
     std::optional<Endpoint> endpoint;        ///< what it was made for; none for an accepted one
     std::optional<TcpParameters> parameters; ///< what it was made with
     std::shared_ptr<DispatchQueue> queue;    ///< what it was started on
@@ -180,6 +184,15 @@ class FakeNetwork final : public Network {
 public:
     explicit FakeNetwork(Dispatch& dispatch) : dispatch_(dispatch) {}
 
+    /// Drops what is still pending on the connections that it made.
+    ~FakeNetwork() override;
+
+    FakeNetwork(const FakeNetwork&) = delete;
+    FakeNetwork& operator=(const FakeNetwork&) = delete;
+
+    /// A connection for a listener to accept.
+    std::shared_ptr<FakeConnection> makeAcceptedConnection();
+
     std::shared_ptr<Listener> makeListener(const TcpParameters& parameters, std::uint16_t port,
                                            std::error_code& error) override;
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
@@ -199,6 +212,7 @@ public:
 
 private:
     Dispatch& dispatch_;
+    std::vector<std::weak_ptr<FakeConnection>> made_;
 };
 
 } // namespace quillbox

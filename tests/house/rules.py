@@ -26,7 +26,7 @@ ARROWS = {
     "discovery": {"platform"},
     "app": {"platform", "relay", "discovery"},
     # The controller owns the status item of the window's side; the two folders are one target.
-    "app/app_delegate.h": {"app", "platform", "relay", "discovery", "ui/status_item.h"},
+    "app/app_delegate.h": {"app", "platform", "relay", "discovery", "ui/status_bar_item.h"},
     "app/main.cpp": {
         "app",
         "platform",

@@ -41,7 +41,7 @@ protected:
 
     std::shared_ptr<FakeConnection> accept()
     {
-        auto connection = std::make_shared<FakeConnection>();
+        auto connection = network.makeAcceptedConnection();
         listener().accept(connection);
         dispatch.runAll();
         return connection;
@@ -295,7 +295,7 @@ TEST_F(FinderRelayTest, aStopRemovesNoSessionOfALaterStart)
     relay->stop();
     relay->start(kPhone, "a phone", "Quillbox Office");
     dispatch.queue(0)->runTurn(); // stop and start; the removals of the stop are still to come
-    const auto incoming = std::make_shared<FakeConnection>();
+    const auto incoming = network.makeAcceptedConnection();
     listener().accept(incoming);
     dispatch.runAll();
     network.connections.back()->report(Connection::State::Ready);
@@ -310,7 +310,7 @@ TEST_F(FinderRelayTest, cancelsAConnectionThatArrivesWhenItIsGone)
     start();
     const auto orphaned = network.listeners.back();
     relay.reset();
-    const auto connection = std::make_shared<FakeConnection>();
+    const auto connection = network.makeAcceptedConnection();
     orphaned->accept(connection);
     dispatch.runAll();
     EXPECT_EQ(connection->cancels, 1);

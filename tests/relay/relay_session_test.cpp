@@ -38,8 +38,9 @@ protected:
     FakeDispatch dispatch;
     std::shared_ptr<DispatchQueue> queue =
         dispatch.makeQueue("relay", QualityOfService::UserInitiated);
-    std::shared_ptr<FakeConnection> incoming = std::make_shared<FakeConnection>();
-    std::shared_ptr<FakeConnection> outgoing = std::make_shared<FakeConnection>();
+    FakeNetwork network{dispatch};
+    std::shared_ptr<FakeConnection> incoming = network.makeAcceptedConnection();
+    std::shared_ptr<FakeConnection> outgoing = network.makeAcceptedConnection();
     std::shared_ptr<RelaySession> session = std::make_shared<RelaySession>(incoming, outgoing);
     std::vector<std::string> log;
     int ends = 0;
@@ -117,8 +118,8 @@ TEST_F(RelaySessionTest, endsWhenEitherSideIsCancelled)
 {
     for (const bool incomingEnds : {true, false}) {
         RelaySessionTest::ends = 0;
-        auto first = std::make_shared<FakeConnection>();
-        auto second = std::make_shared<FakeConnection>();
+        auto first = network.makeAcceptedConnection();
+        auto second = network.makeAcceptedConnection();
         auto other = std::make_shared<RelaySession>(first, second);
         other->onEnd = [this] { ++ends; };
         other->start(queue);

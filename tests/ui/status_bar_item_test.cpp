@@ -1,3 +1,4 @@
+#include "tests/fakes/fake_status_host.h"
 #include "ui/icons.h"
 #include "ui/status_bar_item.h"
 
@@ -9,24 +10,6 @@
 namespace quillbox {
 
 namespace {
-
-class FakeStatusHost final : public StatusHost {
-public:
-    bool isAvailable() const override { return available; }
-    void setChangedHandler(std::function<void()> newHandler) override
-    {
-        handler = std::move(newHandler);
-    }
-
-    void become(bool isNowAvailable)
-    {
-        available = isNowAvailable;
-        handler();
-    }
-
-    bool available = false;
-    std::function<void()> handler;
-};
 
 TEST(StatusBarItem, hasMenuAndToolTipWithoutAnyHost)
 {

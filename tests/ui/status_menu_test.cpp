@@ -12,7 +12,7 @@ class StatusMenu : public AppFixture {
 protected:
     QAction* entry(const QString& title) const
     {
-        for (QAction* action : delegate->statusItem->menu.actions()) {
+        for (QAction* action : delegate->statusItem->menu().actions()) {
             if (action->text() == title)
                 return action;
         }
@@ -24,14 +24,14 @@ TEST_F(StatusMenu, opensWithTheHeadingAndTheStatusDisabled)
 {
     create();
     delegate->buildStatusItem();
-    const auto actions = delegate->statusItem->menu.actions();
+    const auto actions = delegate->statusItem->menu().actions();
     EXPECT_EQ(actions.at(0)->text(), QStringLiteral("Quillbox Helper"));
     EXPECT_FALSE(actions.at(0)->isEnabled());
     EXPECT_EQ(actions.at(1), delegate->menuStatusItem);
     EXPECT_EQ(actions.at(1)->text(), QStringLiteral("Finder: off"));
     EXPECT_FALSE(actions.at(1)->isEnabled());
     EXPECT_TRUE(actions.at(2)->isSeparator());
-    EXPECT_EQ(delegate->statusItem->toolTip,
+    EXPECT_EQ(delegate->statusItem->toolTip(),
               QStringLiteral("Quillbox Helper — Finder service off"));
 }
 

@@ -30,14 +30,14 @@ TEST_F(Status, aReportShowsInTheMenuAndTheToolTip)
     launch();
     delegate->setStatus({.ready = true, .text = "whatever"});
     EXPECT_EQ(delegate->menuStatusItem->text(), QStringLiteral("Finder: visible"));
-    EXPECT_EQ(delegate->statusItem->toolTip,
+    EXPECT_EQ(delegate->statusItem->toolTip(),
               QStringLiteral("Quillbox Helper — Finder service visible"));
     delegate->setStatus({.ready = false, .text = "Finder visibility is off"});
     EXPECT_EQ(delegate->menuStatusItem->text(), QStringLiteral("Finder: off"));
-    EXPECT_EQ(delegate->statusItem->toolTip,
+    EXPECT_EQ(delegate->statusItem->toolTip(),
               QStringLiteral("Quillbox Helper — Finder visibility is off"));
     delegate->setStatus({.ready = false, .text = ""});
-    EXPECT_EQ(delegate->statusItem->toolTip, QStringLiteral("Quillbox Helper — "));
+    EXPECT_EQ(delegate->statusItem->toolTip(), QStringLiteral("Quillbox Helper — "));
     EXPECT_EQ(statusText(), "");
 }
 

@@ -39,7 +39,7 @@ protected:
 TEST_F(DesktopWorkspaceTest, handsUrlsToTheDesktopAsTheyAre)
 {
     environment.set("PATH", folder.path().toUtf8() + ":/usr/bin:/bin");
-    const NamedPipe pipe(folder.filePath(QStringLiteral("pipe")).toStdString());
+    NamedPipe pipe(folder.filePath(QStringLiteral("pipe")).toStdString());
     makeOpener("printf '%s|' \"$#\" \"$@\" > \"$(dirname \"$0\")/pipe\"");
     for (const std::string& url :
          {std::string("https://192.0.2.7:8443/"), std::string("https://[fe80::1%25eth0]:8443/"),

@@ -64,21 +64,33 @@ OrdinaryUser::~OrdinaryUser()
 NamedPipe::NamedPipe(std::string path) : path_(std::move(path))
 {
     [[maybe_unused]] const int made = ::mkfifo(path_.c_str(), 0600);
+    openAnew();
 }
 
-std::string NamedPipe::readAll() const
+NamedPipe::~NamedPipe()
 {
-    const int descriptor = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    ::close(reader_);
+}
+
+void NamedPipe::openAnew()
+{
+    if (reader_ >= 0)
+        ::close(reader_);
+    reader_ = ::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+}
+
+std::string NamedPipe::readAll()
+{
     std::string text;
     std::array<char, 4096> buffer{};
-    pollfd waiting{descriptor, POLLIN, 0};
+    pollfd waiting{reader_, POLLIN, 0};
     while (::poll(&waiting, 1, kPatience) > 0) {
-        const auto length = ::read(descriptor, buffer.data(), buffer.size());
+        const auto length = ::read(reader_, buffer.data(), buffer.size());
         if (length <= 0)
             break;
         text.append(buffer.data(), static_cast<std::size_t>(length));
     }
-    ::close(descriptor);
+    openAnew();
     return text;
 }
 

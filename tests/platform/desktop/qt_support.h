@@ -49,13 +49,23 @@ private:
 class NamedPipe final {
 public:
     explicit NamedPipe(std::string path);
+    ~NamedPipe();
+
+    NamedPipe(const NamedPipe&) = delete;
+    NamedPipe& operator=(const NamedPipe&) = delete;
+
     const std::string& path() const { return path_; }
 
-    /// What is written to it until the last writer has closed it.
-    std::string readAll() const;
+    /// What one writer after the other writes to it until the last one has closed it, be it before
+    /// this call.
+    std::string readAll();
 
 private:
+    /// Whoever opens a pipe learns nothing of a writer that had closed it before.
+    void openAnew();
+
     const std::string path_;
+    int reader_ = -1;
 };
 
 } // namespace quillbox
