@@ -71,7 +71,7 @@ python_tests() {
 
 sanitizer_options() {
     local folder="$root/tests/sanitizers"
-    export ASAN_OPTIONS="detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
+    export ASAN_OPTIONS="detect_stack_use_after_return=1:check_initialization_order=1"
     export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
     export TSAN_OPTIONS="suppressions=$folder/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
     # How much longer a test may wait for a program that was built with sanitizers.
