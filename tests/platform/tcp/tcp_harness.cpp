@@ -377,6 +377,8 @@ std::string fillBuffers(Subject& subject, std::future<std::error_code>& pending)
     std::string all;
     bool isPending = false;
     while (!isPending) {
+        if (all.size() > 200 * kMaximumContentSize)
+            throw std::runtime_error("the buffers have no end");
         pending = subject.send(chunk);
         all += chunk;
         isPending = pending.wait_for(kWatch) == std::future_status::timeout;
