@@ -74,6 +74,7 @@ class Demo:
         self.folder = tempfile.mkdtemp(prefix="quillbox-demo-")
         self.password = secrets.token_hex(4)
         self.processes = []
+        self.told_port = None
 
     def start(self, *command, **more):
         # Ctrl-C in the terminal is for this script alone, which then ends the others in order; were
@@ -127,8 +128,12 @@ class Demo:
         for line in phone.stdout:
             news = json.loads(line)
             if news.get("relay"):
-                self.explain(news["relay"])
+                # The same server may be found at several addresses, one after the other.
+                if news["relay"]["port"] != self.told_port:
+                    self.explain(news["relay"])
+                self.told_port = news["relay"]["port"]
             elif "relay" in news:
+                self.told_port = None
                 print("The phone's server has left the network.", flush=True)
         self.log.seek(0)
         sys.stderr.buffer.write(self.log.read()[-4096:])

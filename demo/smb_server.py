@@ -23,6 +23,7 @@ CONFIGURATION = """[global]
  pid directory = {folder}
  log file = {folder}/log
  disable netbios = yes
+ multicast dns register = no
  load printers = no
  printing = bsd
  disable spoolss = yes

@@ -117,6 +117,7 @@ SMB_CONF = """[global]
  pid directory = {folder}
  log file = {folder}/log
  disable netbios = yes
+ multicast dns register = no
  load printers = no
  printing = bsd
  disable spoolss = yes
