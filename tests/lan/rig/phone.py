@@ -2,11 +2,15 @@
 
 import json
 import os
+import sys
 
 from .network import TYPE_PHONE, Host, may_set_groups
 
 PYTHON = "/usr/bin/python3"
 HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.append(os.path.join(HERE, "..", "..", "..", "demo"))
+import smb_server  # noqa: E402 the file server is the one that the demo runs
+
 PASSWORD = "secret"
 
 
@@ -27,31 +31,17 @@ class Phone(Host):
     def serve(self, port=4445):
         """Starts smbd and waits until it takes connections."""
         self.port = port
-        conf = self._write_conf()
-        self.run(
-            "smbpasswd", "-c", conf, "-s", "-a", "root", input=f"{PASSWORD}\n{PASSWORD}\n".encode()
-        )
+        conf = smb_server.write_configuration(self.folder, self.share, port)
+        self.run(*smb_server.password_command(conf), input=f"{PASSWORD}\n{PASSWORD}\n".encode())
         env = self.environment()
         if not may_set_groups():
             # An ordinary user's namespace has one user and forbids setgroups(2), without which
             # smbd does not start: it is told what it wants to hear.
             env |= {"LD_PRELOAD": "libuid_wrapper.so", "UID_WRAPPER": "1", "UID_WRAPPER_ROOT": "1"}
-        command = ["smbd", "--foreground", "--no-process-group", "--debug-stdout", "-d2"]
-        self.smbd = self.start(command + ["-s", conf], env=env)
+        self.smbd = self.start(smb_server.server_command(conf), env=env)
         self.smbd.wait_line(
             lambda line: line.text.strip() == "waiting for connections", 20, what="smbd"
         )
-
-    def _write_conf(self):
-        folder = os.path.join(self.folder, "smb")
-        for part in ("lock", "state", "cache", "ncalrpc"):
-            os.makedirs(os.path.join(folder, part), exist_ok=True)
-        with open(os.path.join(folder, "users"), "w", encoding="utf-8") as file:
-            file.write("root = nas\n")
-        conf = os.path.join(folder, "smb.conf")
-        with open(conf, "w", encoding="utf-8") as file:
-            file.write(SMB_CONF.format(folder=folder, port=self.port, share=self.share))
-        return conf
 
     def stop_serving(self):
         """Ends smbd and every connection to it; the port is closed from then on."""
@@ -101,32 +91,6 @@ class Phone(Host):
         self._announcer = None
         if self.smbd is not None:
             self.stop_serving()
-
-
-SMB_CONF = """[global]
- smb ports = {port}
- server role = standalone server
- security = user
- username map = {folder}/users
- passdb backend = tdbsam:{folder}/passdb.tdb
- private dir = {folder}
- lock directory = {folder}/lock
- state directory = {folder}/state
- cache directory = {folder}/cache
- ncalrpc dir = {folder}/ncalrpc
- pid directory = {folder}
- log file = {folder}/log
- disable netbios = yes
- multicast dns register = no
- load printers = no
- printing = bsd
- disable spoolss = yes
- smb encrypt = off
- server signing = disabled
-[NAS]
- path = {share}
- read only = no
-"""
 
 
 def smbclient(host, address, port, command, timeout=60, **more):
