@@ -7,7 +7,7 @@
 
 namespace quillbox {
 
-/// How urgent a queue's work is to the user. Backends record it; they need not schedule by it.
+/// How urgent a queue's work is to the user.
 enum class QualityOfService { Unspecified, Utility, UserInitiated };
 
 /// A serial queue of closures.

@@ -2,7 +2,6 @@
 
 #include "platform/dispatch/strand_queue.h"
 
-#include <array>
 #include <thread>
 #include <utility>
 
@@ -10,27 +9,34 @@
 
 namespace quillbox {
 
-class DispatchPool::Threads final {
+class DispatchPool::Loop final {
 public:
-    explicit Threads(PoolContext& context) : work_(context.get_executor())
-    {
-        for (auto& thread : threads_)
-            thread = std::thread([&context] { context.run(); });
-    }
+    Loop() : work_(context_->get_executor()), thread_([this] { context_->runHere(); }) {}
+
+    Loop(const Loop&) = delete;
+    Loop& operator=(const Loop&) = delete;
+    ~Loop() = default;
+
+    const std::shared_ptr<PoolContext>& context() const { return context_; }
+
+    void stop() { context_->stop(); }
 
     void join()
     {
-        for (auto& thread : threads_)
-            thread.join();
+        if (thread_.joinable())
+            thread_.join();
     }
 
+    // Pending closures may hold their own queue, and so the context: it would never go by itself.
+    void destroyPending() { context_->destroyPending(); }
+
 private:
+    const std::shared_ptr<PoolContext> context_ = std::make_shared<PoolContext>();
     const asio::executor_work_guard<PoolContext::executor_type> work_;
-    std::array<std::thread, PoolContext::kThreadCount> threads_;
+    std::thread thread_;
 };
 
-DispatchPool::DispatchPool()
-    : context_(std::make_shared<PoolContext>()), threads_(std::make_unique<Threads>(*context_))
+DispatchPool::DispatchPool() : urgent_(std::make_unique<Loop>()), other_(std::make_unique<Loop>())
 {
 }
 
@@ -41,18 +47,24 @@ DispatchPool::~DispatchPool()
 
 std::shared_ptr<DispatchQueue> DispatchPool::makeQueue(std::string label, QualityOfService qos)
 {
-    return std::make_shared<StrandQueue>(context_, std::move(label), qos);
+    return std::make_shared<StrandQueue>(context(qos), std::move(label), qos);
+}
+
+const std::shared_ptr<PoolContext>& DispatchPool::context(QualityOfService qos) const
+{
+    return (qos == QualityOfService::UserInitiated ? urgent_ : other_)->context();
 }
 
 void DispatchPool::shutdown()
 {
-    if (!threads_)
-        return;
-    context_->stop();
-    threads_->join();
-    threads_.reset();
-    // Pending closures may hold their own queue, and so the context: it would never go by itself.
-    context_->destroyPending();
+    const auto loops = {urgent_.get(), other_.get()};
+    for (Loop* loop : loops)
+        loop->stop();
+    for (Loop* loop : loops)
+        loop->join();
+    // Only now: the closures of one loop may refer to what those of the other still use.
+    for (Loop* loop : loops)
+        loop->destroyPending();
 }
 
 } // namespace quillbox

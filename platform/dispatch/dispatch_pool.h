@@ -9,8 +9,10 @@ namespace quillbox {
 
 class PoolContext;
 
-/// Two threads that run the serial queues made here, and the input and output of the backends that
-/// use them. They sleep while there is nothing to do.
+/// Runs the serial queues made here, and the input and output of the backends that use them, on two
+/// threads: one for what the user waits for, one for the rest, so that a network full of names
+/// holds no byte up. One thread each is enough: it copies faster than networks carry. They sleep
+/// while there is nothing to do.
 ///
 /// Thread-safe, but for `shutdown`. What the pool made may outlive it; it does nothing any more.
 class DispatchPool final {
@@ -28,14 +30,14 @@ public:
     /// Called by the owner, not on a queue of this pool. Idempotent.
     void shutdown();
 
-    /// For the backends that share the threads; declared in `strand_queue.h`.
-    const std::shared_ptr<PoolContext>& context() const { return context_; }
+    /// The loop of the queues of that quality, for backends; declared in `strand_queue.h`.
+    const std::shared_ptr<PoolContext>& context(QualityOfService qos) const;
 
 private:
-    class Threads;
+    class Loop;
 
-    const std::shared_ptr<PoolContext> context_;
-    std::unique_ptr<Threads> threads_;
+    const std::unique_ptr<Loop> urgent_;
+    const std::unique_ptr<Loop> other_;
 };
 
 } // namespace quillbox

@@ -18,12 +18,6 @@ constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365)
 
 } // namespace
 
-void PoolContext::destroyPending()
-{
-    isShutDown_.store(true);
-    shutdown();
-}
-
 StrandQueue::StrandQueue(std::shared_ptr<PoolContext> context, std::string label,
                          QualityOfService qos)
     : context_(std::move(context)),

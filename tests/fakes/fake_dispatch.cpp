@@ -99,8 +99,9 @@ void FakeDispatch::runAll()
     bool ran = true;
     while (ran) {
         ran = false;
-        for (std::size_t index = 0; index < states_.size(); ++index) {
-            const auto state = states_[index];
+        // A copy: what runs may make queues.
+        const auto states = states_;
+        for (const auto& state : states) {
             while (runOne(state))
                 ran = true;
         }

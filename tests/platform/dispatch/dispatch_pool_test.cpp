@@ -29,11 +29,11 @@ std::chrono::nanoseconds processorTime()
 
 } // namespace
 
-TEST(DispatchPool, runsTwoQueuesAtOnce)
+TEST(DispatchPool, lightWorkDoesNotHoldUpWhatTheUserWaitsFor)
 {
     DispatchPool pool;
     const auto first = pool.makeQueue("first", QualityOfService::Utility);
-    const auto second = pool.makeQueue("second", QualityOfService::Utility);
+    const auto second = pool.makeQueue("second", QualityOfService::UserInitiated);
     std::promise<void> secondRan;
     std::promise<bool> firstSawIt;
     auto ran = secondRan.get_future();
@@ -67,6 +67,35 @@ TEST(DispatchPool, keepsTheOrderOfEachOfManyThreads)
         ASSERT_EQ(numbers.size(), static_cast<std::size_t>(kEach));
         EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
     }
+}
+
+namespace {
+
+/// Hands itself over again and again, until it is told to stop.
+void goOnAndOn(const std::shared_ptr<DispatchQueue>& queue, const std::shared_ptr<bool>& isOver)
+{
+    queue->async([queue, isOver] {
+        if (!*isOver)
+            goOnAndOn(queue, isOver);
+    });
+}
+
+} // namespace
+
+TEST(DispatchPool, aQueueThatIsNeverDoneLeavesTimeToTheOthersOfItsThread)
+{
+    DispatchPool pool;
+    const auto busy = pool.makeQueue("busy", QualityOfService::Utility);
+    const auto other = pool.makeQueue("other", QualityOfService::Utility);
+    const auto isOver = std::make_shared<bool>(false);
+    goOnAndOn(busy, isOver);
+    std::promise<void> ran;
+    std::promise<void> delayed;
+    other->async([&ran] { ran.set_value(); });
+    other->asyncAfter(1ms, [&delayed] { delayed.set_value(); });
+    EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+    EXPECT_EQ(delayed.get_future().wait_for(kPatience), std::future_status::ready);
+    other->async([isOver] { *isOver = true; }); // the same thread
 }
 
 TEST(DispatchPool, waitsAtShutdownForTheClosureThatRuns)
@@ -151,7 +180,7 @@ TEST(StrandOf, isTheStrandThatTheQueueRunsOn)
     DispatchPool pool;
     const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
     std::promise<bool> isSame;
-    queue->async([&] { isSame.set_value(strandOf(*queue).running_in_this_thread()); });
+    queue->async([&] { isSame.set_value(strandOf(*queue).isCurrent()); });
     EXPECT_TRUE(isSame.get_future().get());
 }
 

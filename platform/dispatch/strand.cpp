@@ -1,0 +1,111 @@
+#include "platform/dispatch/strand.h"
+
+#include "platform/dispatch/pool_context.h"
+
+#include <functional>
+
+#include <asio/post.hpp>
+
+namespace quillbox {
+
+namespace {
+
+/// So many closures run in one turn; then other strands and the network have theirs.
+constexpr int kMostInOneTurn = 64;
+
+} // namespace
+
+Strand::Strand(PoolContext& context) : state_(std::make_shared<State>(context))
+{
+    context.add(state_);
+}
+
+PoolContext& Strand::context() const noexcept
+{
+    return state_->context;
+}
+
+Strand::State::~State()
+{
+    context.remove(this);
+}
+
+void Strand::State::post(Work work)
+{
+    // Destroyed after the lock is gone: what comes after the end may hand over more when it goes.
+    Work dropped;
+    const std::lock_guard lock(mutex_);
+    if (isClosed_) {
+        dropped = std::move(work);
+        return;
+    }
+    pending_.push_back(std::move(work));
+    if (!std::exchange(isBusy_, true))
+        drainLater();
+}
+
+void Strand::State::drainLater()
+{
+    asio::post(context.get_executor(), std::bind_front(&State::takeTurn, shared_from_this()));
+}
+
+void Strand::State::takeTurn()
+{
+    context.setRunning(this);
+    drain();
+}
+
+bool Strand::State::begin()
+{
+    if (!context.isIdleThread())
+        return false;
+    {
+        const std::lock_guard lock(mutex_);
+        if (isBusy_ || isClosed_)
+            return false;
+        isBusy_ = true;
+    }
+    context.setRunning(this);
+    return true;
+}
+
+void Strand::State::drain()
+{
+    for (int count = 0; count < kMostInOneTurn; ++count) {
+        Work work = next();
+        if (!work) {
+            context.setRunning(nullptr);
+            return;
+        }
+        work.run();
+    }
+    context.setRunning(nullptr);
+    drainLater();
+}
+
+Strand::Work Strand::State::next()
+{
+    const std::lock_guard lock(mutex_);
+    if (pending_.empty()) {
+        isBusy_ = false;
+        return {};
+    }
+    Work work = std::move(pending_.front());
+    pending_.pop_front();
+    return work;
+}
+
+bool Strand::State::isCurrent() const
+{
+    return context.isRunning(this);
+}
+
+void Strand::State::close()
+{
+    std::deque<Work> dropped;
+    const std::lock_guard lock(mutex_);
+    isClosed_ = true;
+    dropped.swap(pending_);
+}
+
+} // namespace quillbox
