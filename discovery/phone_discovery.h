@@ -39,7 +39,7 @@ public:
     void stop();
 
 private:
-    PhoneDiscovery(Dispatch& dispatch, Network& network, const std::string& bundleIdentifier,
+    PhoneDiscovery(Dispatch& dispatch, Network& browsed, const std::string& bundleIdentifier,
                    std::string type);
 
     void deliver(std::vector<DiscoveredDevice> devices);

@@ -43,7 +43,7 @@ public:
     void stop();
 
 private:
-    FinderRelay(Dispatch& dispatch, Network& network, const std::string& bundleIdentifier);
+    FinderRelay(Dispatch& dispatch, Network& madeWith, const std::string& bundleIdentifier);
 
     void startOnQueue(const Endpoint& target, const std::string& finderName);
     void stopOnQueue();

@@ -16,7 +16,7 @@ namespace quillbox {
 class RelaySession final : public std::enable_shared_from_this<RelaySession> {
 public:
     /// Neither connection has been started.
-    RelaySession(std::shared_ptr<Connection> incoming, std::shared_ptr<Connection> outgoing);
+    RelaySession(std::shared_ptr<Connection> accepted, std::shared_ptr<Connection> opened);
 
     RelaySession(const RelaySession&) = delete;
     RelaySession& operator=(const RelaySession&) = delete;

@@ -166,7 +166,8 @@ class NetlinkMonitor final : public NetworkMonitor {
 public:
     explicit NetlinkMonitor(DispatchPool& pool)
         : subscribers_(std::make_shared<Subscribers>()),
-          reader_(std::make_shared<RouteReader>(pool.context(), subscribers_))
+          reader_(
+              std::make_shared<RouteReader>(pool.context(QualityOfService::Utility), subscribers_))
     {
         reader_->open();
     }

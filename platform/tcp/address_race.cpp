@@ -114,7 +114,8 @@ void AddressRace::advance()
             break;
         dial(next);
         if (next->state == Entry::State::Trying) {
-            startNextLater();
+            if (hasUntried())
+                startNextLater();
             return;
         }
     }
@@ -203,18 +204,27 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
 /// An attempt is over, with a connection or an error.
 void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code error)
 {
-    if (!error && isSelfConnected(entry->socket->descriptor()))
+    const std::uint16_t port = portOf(entry->candidate.address);
+    if (!error && isSelfConnected(entry->socket->descriptor(), port))
         error = std::make_error_code(std::errc::connection_refused);
     entry->state = Entry::State::Lost;
-    entry->error = error;
     if (!error) {
-        winner_ = std::move(entry->socket);
-        return;
+        winner_ = Socket::watchedAnew(std::move(entry->socket));
+        if (winner_)
+            return;
+        error = std::make_error_code(std::errc::not_enough_memory);
     }
+    entry->error = error;
     lastError_ = error;
     entry->socket.reset();
     if (entry->isGone)
         std::erase(entries_, entry);
+}
+
+bool AddressRace::hasUntried() const
+{
+    return std::any_of(entries_.begin(), entries_.end(),
+                       [](const auto& entry) { return entry->state == Entry::State::Untried; });
 }
 
 std::size_t AddressRace::tryingCount() const

@@ -71,6 +71,7 @@ private:
     std::shared_ptr<Entry> takeNext();
     void dial(const std::shared_ptr<Entry>& entry);
     void settle(const std::shared_ptr<Entry>& entry, std::error_code error);
+    bool hasUntried() const;
     std::size_t tryingCount() const;
     void tellLost();
     void closeAll();

@@ -53,8 +53,8 @@ std::size_t ChunkPool::kept() const
 
 ChunkPool::Shelf& ChunkPool::shelfFor(std::size_t size)
 {
-    const auto shelf = std::find_if(shelves_.begin(), shelves_.end(),
-                                    [size](const Shelf& each) { return each.size >= size; });
+    auto* const shelf = std::find_if(shelves_.begin(), shelves_.end(),
+                                     [size](const Shelf& each) { return each.size >= size; });
     return shelf == shelves_.end() ? shelves_.back() : *shelf;
 }
 

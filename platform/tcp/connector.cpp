@@ -150,30 +150,18 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
     candidates.reserve(update.addresses.size());
+    const auto own = context_->monitor.addresses();
     for (const auto& found : update.addresses) {
         const auto* host = endpoint_.host();
         candidates.push_back(
             {.address = host != nullptr ? withPort(found.address, host->port) : found.address,
-             .origin = originOf(found)});
+             .origin = originOf(found.address, found.interfaceIndex, own)});
     }
     setCandidates(candidates);
     if (waitingError_) {
         pause_ = kFirstPause;
         race_->restart();
     }
-}
-
-/// Where a record arrived matters for loopback addresses alone.
-AddressOrigin Connector::originOf(const DnsSd::FoundAddress& found) const
-{
-    if (!isLoopback(found.address))
-        return AddressOrigin::DnsSd;
-    const auto own = context_->monitor.addresses();
-    const bool isFromLoopback =
-        std::any_of(own.begin(), own.end(), [&found](const InterfaceAddress& each) {
-            return each.isLoopback && each.interfaceIndex == found.interfaceIndex;
-        });
-    return isFromLoopback ? AddressOrigin::DnsSdOnLoopback : AddressOrigin::DnsSd;
 }
 
 void Connector::setCandidates(const std::vector<Candidate>& candidates)

@@ -72,16 +72,6 @@ std::optional<PlainAddress> plainAddress(const SocketAddress& address)
     }
 }
 
-bool isOfThisComputer(const PlainAddress& plain, const std::vector<InterfaceAddress>& addresses)
-{
-    if (plain.isLoopback() || plain.isUnspecified())
-        return true;
-    return std::any_of(addresses.begin(), addresses.end(), [&plain](const InterfaceAddress& each) {
-        const auto own = plainAddress(each.address);
-        return own && plain.isSameHost(*own);
-    });
-}
-
 } // namespace
 
 bool isDialable(const SocketAddress& address, AddressOrigin origin, const OwnAddresses& own)
@@ -89,7 +79,7 @@ bool isDialable(const SocketAddress& address, AddressOrigin origin, const OwnAdd
     const auto plain = plainAddress(address);
     if (!plain)
         return false;
-    if (own.isOwnPort && isOfThisComputer(*plain, own.addresses))
+    if (own.isOwnPort && isOfThisComputer(address, own.addresses))
         return false;
     if (origin == AddressOrigin::Typed)
         return true;
@@ -102,6 +92,36 @@ bool isLoopback(const SocketAddress& address)
 {
     const auto plain = plainAddress(address);
     return plain && plain->isLoopback();
+}
+
+bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceAddress>& own)
+{
+    const auto plain = plainAddress(address);
+    if (!plain)
+        return false;
+    return plain->isLoopback() || plain->isUnspecified()
+           || std::any_of(own.begin(), own.end(), [&address](const InterfaceAddress& each) {
+                  return isSameHost(address, each.address);
+              });
+}
+
+/// Where a record arrived matters for loopback addresses alone.
+AddressOrigin originOf(const SocketAddress& address, int interfaceIndex,
+                       const std::vector<InterfaceAddress>& own)
+{
+    const bool isFromLoopback =
+        std::any_of(own.begin(), own.end(), [interfaceIndex](const InterfaceAddress& each) {
+            return each.isLoopback && each.interfaceIndex == interfaceIndex;
+        });
+    return isLoopback(address) && isFromLoopback ? AddressOrigin::DnsSdOnLoopback
+                                                 : AddressOrigin::DnsSd;
+}
+
+bool isSameHost(const SocketAddress& a, const SocketAddress& b)
+{
+    const auto plainA = plainAddress(a);
+    const auto plainB = plainAddress(b);
+    return plainA && plainB && plainA->isSameHost(*plainB);
 }
 
 } // namespace quillbox

@@ -32,4 +32,17 @@ bool isDialable(const SocketAddress& address, AddressOrigin origin, const OwnAdd
 /// Whether it is 127.0.0.0/8 or ::1, in either clothes.
 bool isLoopback(const SocketAddress& address);
 
+/// Whether it leads to this computer, which has these addresses: loopback and unspecified ones do
+/// as well. The port plays no part.
+bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceAddress>& own);
+
+/// Where an address came from that DNS-SD found on an interface of this computer, which has these
+/// addresses.
+AddressOrigin originOf(const SocketAddress& address, int interfaceIndex,
+                       const std::vector<InterfaceAddress>& own);
+
+/// Whether both are the same host: one address, and of two scopes that are known the same one. The
+/// ports play no part.
+bool isSameHost(const SocketAddress& a, const SocketAddress& b);
+
 } // namespace quillbox

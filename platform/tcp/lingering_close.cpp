@@ -3,6 +3,7 @@
 #include "platform/tcp/socket_calls.h"
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 #include <asio/post.hpp>
@@ -25,8 +26,10 @@ constexpr std::chrono::milliseconds kLongestLook{500};
 /// On a strand of its own; its pending waits keep it.
 class LingeringClose final : public std::enable_shared_from_this<LingeringClose> {
 public:
-    LingeringClose(std::shared_ptr<PoolContext> pool, std::unique_ptr<Socket> socket, Unsent unsent)
+    LingeringClose(std::shared_ptr<PoolContext> pool, std::shared_ptr<ChunkPool> chunks,
+                   std::unique_ptr<Socket> socket, Unsent unsent)
         : pool_(std::move(pool)),
+          chunks_(std::move(chunks)),
           strand_(pool_->makeStrand()),
           timer_(*pool_),
           socket_(std::move(socket)),
@@ -46,10 +49,8 @@ public:
 private:
     void sendRest()
     {
-        const auto bytes = unsent_.content.bytes();
         while (socket_ && !unsent_.isNothing()) {
-            const auto sent = sendSome(socket_->descriptor(), bytes.subspan(unsent_.offset));
-            unsent_.offset += sent.count;
+            const auto sent = unsent_.sendSome(socket_->descriptor(), *chunks_);
             if (sent.wouldBlock()) {
                 socket_->waitWritable(strand_,
                                       [self = shared_from_this()](const std::error_code& error) {
@@ -81,7 +82,7 @@ private:
             return;
         }
         if (!read.wouldBlock()) {
-            asio::post(strand_, [self = shared_from_this()] { self->discard(); });
+            asio::post(strand_, std::bind_front(&LingeringClose::discard, shared_from_this()));
             return;
         }
         socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
@@ -101,7 +102,7 @@ private:
             return;
         }
         const auto now = Clock::now();
-        const auto progress = std::pair(unsent_.offset, unacknowledged);
+        const auto progress = std::pair(unsent_.sentCount(), unacknowledged);
         if (std::exchange(lastProgress_, progress) != progress)
             deadline_ = now + kPatience;
         if (now >= deadline_) {
@@ -132,6 +133,7 @@ private:
     }
 
     const std::shared_ptr<PoolContext> pool_;
+    const std::shared_ptr<ChunkPool> chunks_;
     const Strand strand_;
     asio::steady_timer timer_;
     std::unique_ptr<Socket> socket_;
@@ -153,8 +155,8 @@ void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Soc
         return;
     if (context->pool->isShutDown() || isDead(descriptor))
         return;
-    auto closing =
-        std::make_shared<LingeringClose>(context->pool, std::move(socket), std::move(unsent));
+    auto closing = std::make_shared<LingeringClose>(context->pool, context->chunks,
+                                                    std::move(socket), std::move(unsent));
     closing->start();
 }
 

@@ -1,21 +1,12 @@
 #pragma once
 
-#include "platform/content.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/tcp_context.h"
+#include "platform/tcp/unsent.h"
 
-#include <cstddef>
 #include <memory>
 
 namespace quillbox {
-
-/// What a connection that is closed still owes its peer.
-struct Unsent {
-    Content content;
-    std::size_t offset = 0; ///< what of it has been sent
-
-    bool isNothing() const { return offset >= content.size(); }
-};
 
 /// Closes a connection without losing bytes that were accepted for sending: sends what is left,
 /// then the end of the stream, and closes once the peer's system has acknowledged all of it. A

@@ -16,6 +16,11 @@ std::unique_ptr<Socket> Socket::adopt(std::shared_ptr<PoolContext> context, int 
     return nullptr;
 }
 
+std::unique_ptr<Socket> Socket::watchedAnew(std::unique_ptr<Socket> socket)
+{
+    return adopt(socket->context_, socket->descriptor_.release(), socket->ledger_);
+}
+
 Socket::Socket(std::shared_ptr<PoolContext> context, std::shared_ptr<SocketLedger> ledger)
     : context_(std::move(context)), ledger_(std::move(ledger)), descriptor_(*context_)
 {

@@ -22,6 +22,10 @@ public:
     static std::unique_ptr<Socket> adopt(std::shared_ptr<PoolContext> context, int descriptor,
                                          std::shared_ptr<SocketLedger> ledger);
 
+    /// The same socket, for whoever is done waiting for room to write: Asio never stops asking the
+    /// kernel for that, and is woken for it at each further wait. None where it cannot be watched.
+    static std::unique_ptr<Socket> watchedAnew(std::unique_ptr<Socket> socket);
+
     ~Socket();
 
     Socket(const Socket&) = delete;

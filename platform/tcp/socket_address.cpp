@@ -1,5 +1,6 @@
 #include "platform/tcp/socket_address.h"
 
+#include <array>
 #include <cstring>
 #include <memory>
 
@@ -59,6 +60,18 @@ std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint
     SocketAddress result(found->ai_addrlen);
     std::memcpy(result.data(), found->ai_addr, found->ai_addrlen);
     return withPort(std::move(result), port);
+}
+
+std::optional<std::string> numericHost(const SocketAddress& address)
+{
+    std::array<char, NI_MAXHOST> host{};
+    if (familyOf(address) == AF_UNSPEC
+        || ::getnameinfo(reinterpret_cast<const sockaddr*>(address.data()),
+                         static_cast<socklen_t>(address.size()), host.data(),
+                         static_cast<socklen_t>(host.size()), nullptr, 0, NI_NUMERICHOST)
+               != 0)
+        return std::nullopt;
+    return std::string(host.data());
 }
 
 } // namespace quillbox

@@ -19,4 +19,7 @@ SocketAddress withPort(SocketAddress address, std::uint16_t port);
 /// Reads a numeric host: "192.0.2.1", "::1", "[::1]", "fe80::1%eth0". None for a name.
 std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint16_t port);
 
+/// The same the other way round, without brackets. None for bytes that are no address.
+std::optional<std::string> numericHost(const SocketAddress& address);
+
 } // namespace quillbox

@@ -35,22 +35,6 @@ bool setOption(int socket, int level, int name, int value)
     return ::setsockopt(socket, level, name, &value, sizeof value) == 0;
 }
 
-Transfer toTransfer(ssize_t result)
-{
-    if (result >= 0)
-        return {.count = static_cast<std::size_t>(result), .error = {}};
-    return {.count = 0, .error = lastError()};
-}
-
-template <typename Call> Transfer uninterrupted(Call call)
-{
-    ssize_t result = 0;
-    do {
-        result = call();
-    } while (result < 0 && errno == EINTR);
-    return toTransfer(result);
-}
-
 std::size_t countOf(int socket, unsigned long request)
 {
     int count = 0;
@@ -64,6 +48,7 @@ int openListeningSocket(int family, std::uint16_t port, bool allowReuse, std::er
         return -1;
     if (allowReuse)
         setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
+    setConnectionOptions(socket);
     sockaddr_storage any{};
     socklen_t size = sizeof(sockaddr_in);
     if (family == AF_INET6) {
@@ -133,8 +118,10 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
     return errno == EINTR ? std::make_error_code(std::errc::operation_in_progress) : lastError();
 }
 
-bool isSelfConnected(int socket)
+bool isSelfConnected(int socket, std::uint16_t port)
 {
+    if (localPort(socket) != port)
+        return false;
     SocketAddress local(sizeof(sockaddr_in6));
     SocketAddress remote(sizeof(sockaddr_in6));
     auto localSize = static_cast<socklen_t>(local.size());
@@ -172,12 +159,6 @@ Transfer receiveSome(int socket, std::span<std::byte> room)
 Transfer sendSome(int socket, std::span<const std::byte> bytes)
 {
     return uninterrupted([&] { return ::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL); });
-}
-
-Transfer peek(int socket)
-{
-    std::byte byte{};
-    return uninterrupted([&] { return ::recv(socket, &byte, 1, MSG_PEEK); });
 }
 
 Transfer discardSome(int socket, std::size_t limit)

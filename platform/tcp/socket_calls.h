@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/net_service.h"
+#include "platform/tcp/transfer.h"
 
 #include <cstddef>
 #include <cstdint>
@@ -11,34 +12,26 @@
 /// non-blocking; none of them raises SIGPIPE.
 namespace quillbox {
 
-/// What a call moved, or why it did not. No bytes and no error is the end of the stream.
-struct Transfer {
-    std::size_t count = 0;
-    std::error_code error;
-
-    bool wouldBlock() const { return error == std::errc::operation_would_block; }
-    bool isEnd() const { return count == 0 && !error; }
-};
-
 /// Opens a non-blocking socket that children do not inherit; -1 and an error on failure.
 int openStreamSocket(int family, std::error_code& error);
 
-/// Accepts one connection, with the same properties; -1 and an error on failure.
+/// Accepts one connection, with the same properties and the listening socket's options; -1 and an
+/// error on failure.
 int acceptStreamSocket(int listener, std::error_code& error);
 
 /// Sets what `TcpParameters` promises of every connection.
 void setConnectionOptions(int socket);
 
-/// Opens a port for IPv6 and IPv4, or for IPv4 alone on a system without IPv6; -1 and an error on
-/// failure.
+/// Opens a port for IPv6 and IPv4, or for IPv4 alone on a system without IPv6, with the options of
+/// its connections to be; -1 and an error on failure.
 int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error);
 
 /// Starts connecting; `operation_in_progress` when the result is yet to come.
 std::error_code beginConnect(int socket, const SocketAddress& address);
 
-/// Whether a socket is connected to itself, which happens to one that dials a port from the range
-/// that it gets its own port from.
-bool isSelfConnected(int socket);
+/// Whether a socket that dialled `port` is connected to itself, which happens to one that dials a
+/// port from the range that it gets its own port from.
+bool isSelfConnected(int socket, std::uint16_t port);
 
 std::uint16_t localPort(int socket);
 
@@ -47,9 +40,6 @@ std::error_code takeSocketError(int socket);
 
 Transfer receiveSome(int socket, std::span<std::byte> room);
 Transfer sendSome(int socket, std::span<const std::byte> bytes);
-
-/// Tells what a receive would find, and takes nothing.
-Transfer peek(int socket);
 
 /// Throws input away, without copying it.
 Transfer discardSome(int socket, std::size_t limit);

@@ -1,20 +1,25 @@
 #include "platform/tcp/tcp.h"
 
+#include "platform/tcp/service_locator.h"
 #include "platform/tcp/tcp_connection.h"
 #include "platform/tcp/tcp_context.h"
 #include "platform/tcp/tcp_listener.h"
 
+#include <utility>
+
 namespace quillbox {
 
 TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor)
-    : context_(new TcpContext{.pool = pool.context(),
-                              .dnsSd = dnsSd,
-                              .monitor = monitor,
-                              .chunks = std::make_shared<ChunkPool>(),
-                              .sockets = std::make_shared<SocketLedger>(),
-                              .resets = std::make_shared<ResetWatch>(pool.context()),
-                              .hosts = std::make_shared<HostLookup>(),
-                              .ownPorts = {}})
+    : context_(new TcpContext{
+        .pool = pool.context(QualityOfService::UserInitiated),
+        .dnsSd = dnsSd,
+        .monitor = monitor,
+        .chunks = std::make_shared<ChunkPool>(),
+        .pipes = std::make_shared<PipePool>(),
+        .sockets = std::make_shared<SocketLedger>(),
+        .resets = std::make_shared<ResetWatch>(pool.context(QualityOfService::UserInitiated)),
+        .hosts = std::make_shared<HostLookup>(),
+        .ownPorts = {}})
 {
     context_->resets->open();
 }
@@ -31,6 +36,21 @@ std::shared_ptr<Connection> TcpNetwork::makeConnection(const Endpoint& endpoint,
                                                        const TcpParameters& /*parameters*/)
 {
     return makeOutgoingConnection(context_, endpoint);
+}
+
+std::unique_ptr<ServiceLocator>
+TcpNetwork::makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue)
+{
+    return quillbox::makeServiceLocator({
+        .dnsSd = context_->dnsSd,
+        .monitor = context_->monitor,
+        .ownPorts = context_->ownPorts,
+        .lookUp =
+            [hosts = context_->hosts](const std::string& name, HostLookup::Done done) {
+                hosts->lookUp(name, std::move(done));
+            },
+        .queue = std::move(mainQueue),
+    });
 }
 
 bool TcpNetwork::flush(std::chrono::milliseconds limit)

@@ -4,6 +4,7 @@
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network.h"
 #include "platform/network_monitor.h"
+#include "platform/service_locator.h"
 
 #include <chrono>
 #include <cstdint>
@@ -15,7 +16,8 @@ namespace quillbox {
 struct TcpContext;
 
 /// Makes TCP listeners and connections on a pool's threads, and knows them all: the ports that are
-/// listened on here, which no connection leads back to, and the sockets that are still open.
+/// listened on here, which no connection leads back to, and the sockets that are still open. Tells
+/// other programs where they can connect to.
 ///
 /// Queues that its objects are started on come from the same pool. Thread-safe. Its objects may
 /// outlive it, but not `dnsSd` and `monitor`, unless the pool has been shut down before.
@@ -33,6 +35,9 @@ public:
 
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters);
+
+    /// Tells on the main queue. The locator does not outlive this object.
+    std::unique_ptr<ServiceLocator> makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue);
 
     /// Waits until every connection's socket is closed, the bytes of the cancelled ones being
     /// delivered, or until `limit` has passed. Gives whether all are closed. For the end of the

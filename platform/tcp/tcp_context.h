@@ -6,6 +6,7 @@
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/host_lookup.h"
 #include "platform/tcp/own_ports.h"
+#include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/reset_watch.h"
 #include "platform/tcp/socket_ledger.h"
 
@@ -21,6 +22,7 @@ struct TcpContext {
     DnsSd& dnsSd;
     NetworkMonitor& monitor;
     std::shared_ptr<ChunkPool> chunks;
+    std::shared_ptr<PipePool> pipes;
     std::shared_ptr<SocketLedger> sockets;
     std::shared_ptr<ResetWatch> resets;
     std::shared_ptr<HostLookup> hosts;

@@ -6,6 +6,7 @@
 
 #include <cassert>
 #include <cerrno>
+#include <functional>
 #include <iostream>
 #include <optional>
 #include <utility>
@@ -186,13 +187,12 @@ private:
             }
         }
         if (socket_)
-            post([self = shared_from_this()] { self->accept(); });
+            post(std::bind_front(&ListenerCore::accept, shared_from_this()));
     }
 
     /// The handler may cancel the listener, or drop it.
     void takeConnection(int descriptor)
     {
-        setConnectionOptions(descriptor);
         auto socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
         if (!socket || !connectionHandler_)
             return;

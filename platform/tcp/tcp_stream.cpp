@@ -1,5 +1,7 @@
 #include "platform/tcp/tcp_stream.h"
 
+#include "platform/tcp/lingering_close.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -8,6 +10,9 @@
 namespace quillbox {
 
 namespace {
+
+/// With fewer bytes, copying them costs less than the pipe does.
+constexpr std::size_t kLeastForPipe = 64UL * 1024;
 
 std::error_code canceled()
 {
@@ -73,9 +78,12 @@ void TcpStream::receive(std::size_t minimum, std::size_t maximum,
     }
     maximum = std::clamp<std::size_t>(maximum, 1, kMaximumContentSize);
     minimum = std::clamp<std::size_t>(minimum, 1, maximum);
-    receive_ = Receive{minimum, maximum, std::move(completion), nullptr};
+    receive_ = Receive{minimum, maximum, std::move(completion), nullptr, nullptr};
     hasRead_ = true;
-    tryReceive(Delivery::Posted);
+    if (std::exchange(isDrained_, false))
+        waitToReceive();
+    else
+        tryReceive(Delivery::Posted);
 }
 
 void TcpStream::tryReceive(Delivery delivery)
@@ -96,6 +104,7 @@ void TcpStream::tryReceive(Delivery delivery)
             handleShortfall(received, delivery);
             return;
         }
+        isDrained_ = received.count < room.size();
         if (chunk.size() >= receive_->minimum) {
             endReceive(false, {}, delivery);
             return;
@@ -103,21 +112,40 @@ void TcpStream::tryReceive(Delivery delivery)
     }
 }
 
-/// Borrows a buffer as large as what there is to read. Without anything to read there is none: an
-/// idle connection holds no buffer.
+/// Finds room for what there is to read, or ends the receive without: where a pipe takes the bytes,
+/// no buffer is needed. Only a stream that has filled its last one is asked how much there is; for
+/// the small messages of all others that question would be a third of the work.
 bool TcpStream::beginChunk(Delivery delivery)
 {
-    auto available = unreadBytes(socket_->descriptor());
-    if (available == 0) {
-        const auto found = peek(socket_->descriptor());
-        if (found.count == 0) {
-            handleShortfall(found, delivery);
+    auto wanted = std::min(ChunkPool::kSmallSize, receive_->maximum);
+    if (std::exchange(isFlowing_, false)) {
+        const auto available = unreadBytes(socket_->descriptor());
+        // A pipe that has got something may be full: only one more try would tell whether it is.
+        if (available >= kLeastForPipe && receive_->minimum == 1 && receiveThroughPipe(delivery))
             return false;
-        }
-        available = unreadBytes(socket_->descriptor());
+        wanted = std::min(std::max(wanted, available), receive_->maximum);
     }
-    receive_->chunk =
-        context_->chunks->borrow(receive_->minimum, std::min(available, receive_->maximum));
+    receive_->chunk = context_->chunks->borrow(receive_->minimum, wanted);
+    return true;
+}
+
+/// Whether a pipe took what there is to read, or learned that there is nothing.
+bool TcpStream::receiveThroughPipe(Delivery delivery)
+{
+    auto chunk = context_->pipes->borrow();
+    if (!chunk)
+        return false;
+    const auto moved = chunk->fill(socket_->descriptor(), receive_->maximum);
+    if (isSpliceRefused(moved)) {
+        context_->pipes->giveUp();
+        return false;
+    }
+    if (moved.count == 0) {
+        handleShortfall(moved, delivery);
+        return true;
+    }
+    receive_->piped = std::move(chunk);
+    endReceive(false, {}, delivery);
     return true;
 }
 
@@ -125,12 +153,7 @@ bool TcpStream::beginChunk(Delivery delivery)
 void TcpStream::handleShortfall(const Transfer& transfer, Delivery delivery)
 {
     if (transfer.wouldBlock()) {
-        socket_->waitReadable(
-            strand_, [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
-                const auto self = waiting.end();
-                if (!error)
-                    self->tryReceive(Delivery::Direct);
-            });
+        waitToReceive();
         return;
     }
     if (transfer.error)
@@ -140,12 +163,29 @@ void TcpStream::handleShortfall(const Transfer& transfer, Delivery delivery)
     endReceive(hasEnded_, error_, delivery);
 }
 
+void TcpStream::waitToReceive()
+{
+    // An idle connection holds no buffer.
+    if (receive_->chunk && receive_->chunk->size() == 0)
+        receive_->chunk.reset();
+    socket_->waitReadable(
+        strand_, [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+            const auto self = waiting.end();
+            if (!error)
+                self->tryReceive(Delivery::Direct);
+        });
+}
+
 void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery delivery)
 {
     auto receive = std::move(*receive_);
     receive_.reset();
-    auto content =
-        receive.chunk && receive.chunk->size() > 0 ? Content(std::move(receive.chunk)) : Content();
+    isFlowing_ = receive.piped || (receive.chunk && receive.chunk->room().empty());
+    Content content;
+    if (receive.piped)
+        content = Content(std::move(receive.piped));
+    else if (receive.chunk && receive.chunk->size() > 0)
+        content = Content(std::move(receive.chunk));
     deliver(delivery,
             [completion = std::move(receive.completion), content = std::move(content), isComplete,
              error]() mutable { completion(std::move(content), isComplete, error); });
@@ -153,14 +193,15 @@ void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery deli
 
 void TcpStream::send(Content content, Connection::SendCompletion completion)
 {
+    Unsent unsent(std::move(content));
     auto error = refusal(send_.has_value());
-    if (!error && content.bytes().size() != content.size())
+    if (!error && !unsent.isSendable())
         error = std::make_error_code(std::errc::invalid_argument);
     if (error) {
         asio::post(strand_, [completion = std::move(completion), error] { completion(error); });
         return;
     }
-    send_ = Send{{.content = std::move(content), .offset = 0}, std::move(completion)};
+    send_ = Send{std::move(unsent), std::move(completion)};
     trySend(Delivery::Posted);
 }
 
@@ -169,10 +210,8 @@ void TcpStream::trySend(Delivery delivery)
     if (!send_ || !socket_)
         return;
     auto& unsent = send_->unsent;
-    const auto bytes = unsent.content.bytes();
     while (!unsent.isNothing()) {
-        const auto sent = sendSome(socket_->descriptor(), bytes.subspan(unsent.offset));
-        unsent.offset += sent.count;
+        const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
         if (sent.wouldBlock()) {
             socket_->waitWritable(strand_, [waiting = Waiting(shared_from_this())](

@@ -2,11 +2,12 @@
 
 #include "platform/connection.h"
 #include "platform/tcp/chunk_pool.h"
-#include "platform/tcp/lingering_close.h"
+#include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/reset_watch.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_context.h"
+#include "platform/tcp/unsent.h"
 
 #include <cstddef>
 #include <functional>
@@ -54,7 +55,8 @@ private:
         std::size_t minimum;
         std::size_t maximum;
         Connection::ReceiveCompletion completion;
-        std::unique_ptr<Chunk> chunk; ///< once something arrived, when that is not enough yet
+        std::unique_ptr<PipedChunk> piped; ///< once a pipe took what arrived
+        std::unique_ptr<Chunk> chunk;      ///< once something arrived, when that is not enough yet
     };
 
     struct Send {
@@ -65,6 +67,8 @@ private:
     void dropPending();
     void tryReceive(Delivery delivery);
     bool beginChunk(Delivery delivery);
+    bool receiveThroughPipe(Delivery delivery);
+    void waitToReceive();
     void handleShortfall(const Transfer& transfer, Delivery delivery);
     void endReceive(bool isComplete, std::error_code error, Delivery delivery);
     void trySend(Delivery delivery);
@@ -85,8 +89,10 @@ private:
     std::error_code error_; ///< the first one: the kernel tells each only once
     bool hasFailed_ = false;
     bool hasToldFailure_ = false;
-    bool hasEnded_ = false; ///< the peer's side is over
-    bool hasRead_ = false;  ///< a reader has begun
+    bool hasEnded_ = false;  ///< the peer's side is over
+    bool isDrained_ = false; ///< the last receive left nothing to read behind
+    bool isFlowing_ = false; ///< the last receive filled what it had: there may be much more
+    bool hasRead_ = false;   ///< a reader has begun
     bool hasSent_ = false;
 };
 

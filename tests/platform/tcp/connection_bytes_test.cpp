@@ -36,7 +36,7 @@ TEST(TcpConnection, carriesBytesBothWaysInOrder)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     subject.queue()->async([connection = subject.connection()] { echo(connection); });
-    const auto bytes = pattern(16 * 1024 * 1024);
+    const auto bytes = pattern(16UL * 1024 * 1024);
     std::thread sender([&bytes, &peer = peer] { EXPECT_TRUE(peer.send(bytes)); });
     const auto back = peer.receiveExactly(bytes.size());
     sender.join();

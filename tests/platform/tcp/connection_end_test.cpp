@@ -142,7 +142,6 @@ TEST(TcpConnection, endsWhatIsPendingAndThenReportsCancelled)
 TEST(TcpConnection, reportsCancelledAfterTheCompletionsThatItEnds)
 {
     Harness harness;
-    auto [subject, peer] = harness.acceptedPair();
     std::vector<std::string> events;
     std::promise<void> done;
     const auto connection =

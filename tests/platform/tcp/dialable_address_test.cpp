@@ -102,6 +102,32 @@ TEST(DialableAddressOfAnotherComputer, isDialledAtAPortThatIsOursHere)
     EXPECT_TRUE(isDialable(address("192.0.2.1"), AddressOrigin::DnsSd, thisComputer(true)));
 }
 
+TEST(AddressOfThisComputer, isOneOfItsInterfacesOrLeadsToItself)
+{
+    const auto own = thisComputer(false).addresses;
+    for (const auto* text :
+         {"192.0.2.7", "2001:db8::7", "::ffff:192.0.2.7", "127.4.5.6", "::1", "0.0.0.0", "::"})
+        EXPECT_TRUE(isOfThisComputer(address(text), own)) << text;
+    for (const auto* text : {"192.0.2.1", "2001:db8::1", "10.0.0.1"})
+        EXPECT_FALSE(isOfThisComputer(address(text), own)) << text;
+    EXPECT_FALSE(isOfThisComputer({}, own));
+}
+
+TEST(AddressOrigin, isTheLoopbackInterfaceForLoopbackAddressesAlone)
+{
+    InterfaceAddress loopback;
+    loopback.interfaceIndex = 1;
+    loopback.isLoopback = true;
+    InterfaceAddress wired;
+    wired.interfaceIndex = 2;
+    const std::vector<InterfaceAddress> own{loopback, wired};
+    EXPECT_EQ(originOf(address("127.0.0.1"), 1, own), AddressOrigin::DnsSdOnLoopback);
+    EXPECT_EQ(originOf(address("::1"), 1, own), AddressOrigin::DnsSdOnLoopback);
+    EXPECT_EQ(originOf(address("127.0.0.1"), 2, own), AddressOrigin::DnsSd);
+    EXPECT_EQ(originOf(address("127.0.0.1"), 3, own), AddressOrigin::DnsSd);
+    EXPECT_EQ(originOf(address("192.0.2.1"), 1, own), AddressOrigin::DnsSd);
+}
+
 TEST(DialableAddressOfNoFamily, isNeverDialled)
 {
     EXPECT_FALSE(isDialable({}, AddressOrigin::Typed, thisComputer(false)));

@@ -101,7 +101,7 @@ TEST(LingeringClose, discardsInputThatThePeerInsistsOnSendingFirst)
     const auto sent = fillBuffers(subject, pending);
     subject.cancel();
     // A peer that writes before it reads would wait for ever if nobody took it.
-    EXPECT_TRUE(peer.send(pattern(32 * 1024 * 1024)));
+    EXPECT_TRUE(peer.send(pattern(32UL * 1024 * 1024)));
     bool isClean = false;
     EXPECT_TRUE(peer.receiveAll(isClean) == sent);
 }

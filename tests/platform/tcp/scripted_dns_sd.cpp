@@ -126,6 +126,18 @@ ScriptedDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
     return add(std::move(record));
 }
 
+std::unique_ptr<DnsSd::Ask>
+ScriptedDnsSd::findOwn(std::string name, std::string /*type*/, std::shared_ptr<DispatchQueue> queue,
+                       std::function<void(const OwnServiceUpdate&)> handler)
+{
+    Record record;
+    record.kind = Record::Kind::FindOwn;
+    record.text = std::move(name);
+    record.queue = std::move(queue);
+    record.foundOwn = std::move(handler);
+    return add(std::move(record));
+}
+
 std::size_t ScriptedDnsSd::count() const
 {
     const std::lock_guard lock(shared_->mutex);

@@ -19,10 +19,10 @@ class ScriptedDnsSd final : public DnsSd {
 public:
     /// One question or registration. It outlives the `Ask`, which only marks it as ended.
     struct Record {
-        enum class Kind { Browse, Resolve, ResolveHost, Register };
+        enum class Kind { Browse, Resolve, ResolveHost, Register, FindOwn };
 
         Kind kind = Kind::Browse;
-        std::string text;                       ///< the type, or the host name
+        std::string text;                       ///< the type, the host name, or an own name
         std::optional<ServiceEndpoint> service; ///< what is to be resolved
         std::optional<ServiceRegistration> registration;
         std::uint16_t port = 0; ///< of a registration
@@ -30,6 +30,7 @@ public:
         std::function<void(const BrowseUpdate&)> browsed;
         std::function<void(const ResolveUpdate&)> resolved;
         std::function<void(const RegistrationUpdate&)> registered;
+        std::function<void(const OwnServiceUpdate&)> foundOwn;
         bool isEnded = false;
     };
 
@@ -43,6 +44,9 @@ public:
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override;
+    std::unique_ptr<Ask> findOwn(std::string name, std::string type,
+                                 std::shared_ptr<DispatchQueue> queue,
+                                 std::function<void(const OwnServiceUpdate&)> handler) override;
 
     /// What has been asked, in order, the ended ones included.
     std::size_t count() const;

@@ -43,4 +43,12 @@ TEST(SocketAddress, knowsItsPortAndItsFamily)
     EXPECT_EQ(withPort({}, 80), SocketAddress());
 }
 
+TEST(NumericHost, isWrittenAsItIsRead)
+{
+    for (const char* text : {"192.0.2.1", "::1", "2001:db8::7", "fe80::7%lo"})
+        EXPECT_EQ(numericHost(*parseNumericHost(text, 445)), text);
+    EXPECT_EQ(numericHost({}), std::nullopt);
+    EXPECT_EQ(numericHost(SocketAddress(3)), std::nullopt);
+}
+
 } // namespace quillbox

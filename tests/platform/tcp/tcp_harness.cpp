@@ -1,5 +1,6 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include "platform/tcp/pipe_pool.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/socket_addresses.h"
 
@@ -32,6 +33,16 @@ int connectTo(const SocketAddress& address, bool isBlocking = true)
         && isBlocking)
         throw std::runtime_error("the peer cannot connect");
     return descriptor;
+}
+
+/// The bytes of a content, out of the pipe if they are in one.
+std::string bytesOf(const Content& content)
+{
+    auto* piped = dynamic_cast<PipedChunk*>(content.storage());
+    if (piped == nullptr)
+        return textOf(content);
+    const auto pool = std::make_shared<ChunkPool>();
+    return textOf(Content(piped->takeRest(*pool)));
 }
 
 } // namespace
@@ -240,7 +251,7 @@ std::future<Received> Subject::receive(std::size_t minimum, std::size_t maximum)
             [promise, queue, isInside](Content content, bool isComplete, std::error_code error) {
                 EXPECT_TRUE(queue->isCurrent());
                 EXPECT_FALSE(*isInside);
-                promise->set_value({textOf(content), isComplete, error});
+                promise->set_value({bytesOf(content), isComplete, error});
             });
         *isInside = false;
     });

@@ -1,0 +1,220 @@
+#include "platform/tcp/service_locator.h"
+
+#include "platform/tcp/dialable_address.h"
+#include "platform/tcp/socket_address.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <sys/socket.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kType = "_smb._tcp";
+constexpr const char* kDomain = "local";
+
+bool isLetterDigitOrHyphen(char character)
+{
+    return (character >= 'a' && character <= 'z') || (character >= 'A' && character <= 'Z')
+           || (character >= '0' && character <= '9') || character == '-';
+}
+
+/// Whether it is one label of an ordinary host name in front of ".local". The name service of
+/// multicast DNS takes no more than one, and any other name would be asked of other servers.
+bool isLocalHostName(std::string_view name)
+{
+    constexpr std::string_view kEnding = ".local";
+    if (!name.ends_with(kEnding))
+        return false;
+    name.remove_suffix(kEnding.size());
+    return !name.empty() && std::all_of(name.begin(), name.end(), isLetterDigitOrHyphen);
+}
+
+/// One service that is looked for.
+class Search final : public std::enable_shared_from_this<Search> {
+public:
+    using Ended = std::function<void(const std::optional<HostEndpoint>&)>;
+
+    Search(const ServiceLocatorMeans& locatorMeans, std::string instanceName, Ended whenEnded)
+        : means(locatorMeans), name(std::move(instanceName)), ended(std::move(whenEnded))
+    {
+    }
+    Search(const Search&) = delete;
+    Search& operator=(const Search&) = delete;
+
+    void start()
+    {
+        after(kSearchLimit, [](Search& self) {
+            if (!self.isFound)
+                self.inNumbers = numericOf(self.dialable());
+            self.end(self.inNumbers);
+        });
+        ownQuestion = means.dnsSd.findOwn(name, kType, means.queue,
+                                          [weak = weak_from_this()](const auto& update) {
+                                              if (const auto self = weak.lock())
+                                                  self->takeOwn(update);
+                                          });
+    }
+
+private:
+    /// Whether the addresses that the system's name service gave are those of the service.
+    using Check = std::function<bool(const SocketAddress&)>;
+
+    void takeOwn(const DnsSd::OwnServiceUpdate& update)
+    {
+        if (isFound)
+            return;
+        if (update.service) {
+            const HostEndpoint named{update.service->hostName, update.service->onLoopback.port};
+            inNumbers = update.service->onLoopback;
+            found(named, [own = means.monitor.addresses()](const SocketAddress& address) {
+                return isOfThisComputer(address, own);
+            });
+        } else {
+            resolution = means.dnsSd.resolve({name, kType, kDomain}, means.queue,
+                                             [weak = weak_from_this()](const auto& resolved) {
+                                                 if (const auto self = weak.lock())
+                                                     self->takeResolved(resolved);
+                                             });
+        }
+    }
+
+    void takeResolved(const DnsSd::ResolveUpdate& update)
+    {
+        if (isFound)
+            return;
+        last = update;
+        const auto addresses = dialable();
+        const auto first = numericOf(addresses);
+        // There is nothing better to come than an address of IPv4, which is the first then.
+        const bool isSettled = update.isSettledIPv4 && update.isSettledIPv6;
+        if (!first || (!isSettled && familyOf(addresses.front()) != AF_INET))
+            return;
+        inNumbers = first;
+        const auto named =
+            std::find_if(last.hosts.begin(), last.hosts.end(), [&first](const auto& host) {
+                return host.port == first->port && isLocalHostName(host.host);
+            });
+        found(named != last.hosts.end() ? *named : *first,
+              [addresses](const SocketAddress& address) {
+                  return std::any_of(addresses.begin(), addresses.end(),
+                                     [&](const auto& each) { return isSameHost(address, each); });
+              });
+    }
+
+    static std::optional<HostEndpoint> numericOf(const std::vector<SocketAddress>& addresses)
+    {
+        const auto host = addresses.empty() ? std::nullopt : numericHost(addresses.front());
+        if (!host)
+            return std::nullopt;
+        return HostEndpoint{*host, portOf(addresses.front())};
+    }
+
+    /// What was resolved and a connection may be opened to, IPv4 first.
+    std::vector<SocketAddress> dialable() const
+    {
+        OwnAddresses own{.addresses = means.monitor.addresses(), .isOwnPort = false};
+        std::vector<SocketAddress> addresses;
+        for (const auto& [address, interfaceIndex] : last.addresses) {
+            own.isOwnPort = means.ownPorts.contains(portOf(address));
+            if (isDialable(address, originOf(address, interfaceIndex, own.addresses), own))
+                addresses.push_back(address);
+        }
+        std::stable_partition(addresses.begin(), addresses.end(),
+                              [](const auto& address) { return familyOf(address) == AF_INET; });
+        return addresses;
+    }
+
+    /// `named` is told if the system's name service knows it and means the service by it.
+    void found(const HostEndpoint& named, Check isOfService)
+    {
+        isFound = true;
+        ownQuestion = nullptr;
+        resolution = nullptr;
+        if (!isLocalHostName(named.host)) {
+            end(inNumbers);
+            return;
+        }
+        after(kHostLimit, [](Search& self) { self.end(self.inNumbers); });
+        means.lookUp(named.host, [weak = weak_from_this(), queue = means.queue, named,
+                                  isOfService = std::move(isOfService)](
+                                     const std::vector<SocketAddress>& addresses,
+                                     std::error_code /*error*/) {
+            const bool isKnown =
+                !addresses.empty() && std::all_of(addresses.begin(), addresses.end(), isOfService);
+            queue->async([weak, named, isKnown] {
+                if (const auto self = weak.lock())
+                    self->end(isKnown ? named : self->inNumbers);
+            });
+        });
+    }
+
+    /// The owner drops this object.
+    void end(const std::optional<HostEndpoint>& server)
+    {
+        const Ended handler = std::exchange(ended, nullptr);
+        if (handler)
+            handler(server);
+    }
+
+    void after(std::chrono::milliseconds delay, std::function<void(Search&)> action)
+    {
+        means.queue->asyncAfter(delay, [weak = weak_from_this(), action = std::move(action)] {
+            if (const auto self = weak.lock())
+                action(*self);
+        });
+    }
+
+    const ServiceLocatorMeans& means;
+    const std::string name;
+    Ended ended;
+    std::unique_ptr<DnsSd::Ask> ownQuestion;
+    std::unique_ptr<DnsSd::Ask> resolution; ///< none while nothing but the own books is asked
+    DnsSd::ResolveUpdate last;
+    std::optional<HostEndpoint> inNumbers; ///< to be told when nothing better is known in time
+    bool isFound = false;
+};
+
+class NetworkServiceLocator final : public ServiceLocator {
+public:
+    explicit NetworkServiceLocator(ServiceLocatorMeans locatorMeans)
+        : means(std::move(locatorMeans))
+    {
+    }
+    NetworkServiceLocator(const NetworkServiceLocator&) = delete;
+    NetworkServiceLocator& operator=(const NetworkServiceLocator&) = delete;
+
+    void locate(const std::string& instanceName, Completion completion) override
+    {
+        const int number = ++lastNumber;
+        const auto search = std::make_shared<Search>(
+            means, instanceName,
+            [this, number, completion = std::move(completion)](const auto& server) {
+                // Held until its call to us is over, and the completion may drop the locator.
+                const auto held = std::move(searches.extract(number).mapped());
+                completion(server);
+            });
+        searches.emplace(number, search);
+        search->start();
+    }
+
+private:
+    const ServiceLocatorMeans means;
+    std::map<int, std::shared_ptr<Search>> searches;
+    int lastNumber = 0;
+};
+
+} // namespace
+
+std::unique_ptr<ServiceLocator> makeServiceLocator(ServiceLocatorMeans means)
+{
+    return std::make_unique<NetworkServiceLocator>(std::move(means));
+}
+
+} // namespace quillbox
