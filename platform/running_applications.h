@@ -33,6 +33,8 @@ public:
 /// The running copies of applications, this process among them. Belongs to the main thread.
 class RunningApplications {
 public:
+    using ActivationHandler = std::function<void(const std::string& permission)>;
+
     virtual ~RunningApplications() = default;
 
     /// This process.
@@ -42,9 +44,10 @@ public:
     virtual std::vector<std::shared_ptr<RunningApplication>>
     runningApplications(const std::string& bundleIdentifier) = 0;
 
-    /// Called on the main thread whenever another copy activates this one. Activations that came
-    /// before a handler was set are delivered, as one, when it is.
-    virtual void setActivationHandler(std::function<void()> handler) = 0;
+    /// Called on the main thread whenever another copy activates this one, with the permission to
+    /// come forward that the desktop gave that copy, or nothing. Activations that came before a
+    /// handler was set are delivered, as one, when it is.
+    virtual void setActivationHandler(ActivationHandler handler) = 0;
 
     /// Stops counting as running, so that a copy started from now on does not yield to this one.
     virtual void withdraw() = 0;

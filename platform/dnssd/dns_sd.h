@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -55,6 +56,9 @@ public:
         bool isSettledIPv4 = false;
         bool isSettledIPv6 = false;
         std::error_code error; ///< set while no engine answers; the last addresses then stand
+        /// The hosts that these addresses are of, as the service's records name them, with the
+        /// port; not for a resolved host. Not checked either.
+        std::vector<HostEndpoint> hosts = {};
 
         bool operator==(const ResolveUpdate&) const = default;
     };
@@ -68,6 +72,20 @@ public:
                                ///< collision
 
         bool operator==(const RegistrationUpdate&) const = default;
+    };
+
+    /// A service of this program's own. Nothing that is said on the network has a part in it.
+    struct OwnService {
+        std::string hostName;    ///< like "my-pc-office-1a2b3c4d.local": published for it alone
+        HostEndpoint onLoopback; ///< an address in 127.0.0.0/8 that is its alone, and its port
+
+        bool operator==(const OwnService&) const = default;
+    };
+
+    struct OwnServiceUpdate {
+        std::optional<OwnService> service; ///< none: this program has no such service
+
+        bool operator==(const OwnServiceUpdate&) const = default;
     };
 
     virtual ~DnsSd() = default;
@@ -91,6 +109,12 @@ public:
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) = 0;
+
+    /// The service that this program registers under `name`, whatever it is called since a
+    /// collision, and whether the network knows of it yet or not. Told at once, and at each change.
+    virtual std::unique_ptr<Ask> findOwn(std::string name, std::string type,
+                                         std::shared_ptr<DispatchQueue> queue,
+                                         std::function<void(const OwnServiceUpdate&)> handler) = 0;
 };
 
 } // namespace quillbox

@@ -3,6 +3,7 @@
 #include "platform/dnssd/engine_link.h"
 #include "platform/dnssd/host_identity.h"
 #include "platform/dnssd/local_addresses.h"
+#include "platform/dnssd/own_services.h"
 #include "platform/dnssd/record_question.h"
 #include "platform/dnssd/registration.h"
 #include "platform/dnssd/resolution.h"
@@ -60,6 +61,7 @@ public:
     dnssd::EngineLink link;
     dnssd::LocalAddresses localAddresses;
     dnssd::HostIdentities identities;
+    dnssd::OwnServices ownServices;
     dnssd::LocationPool locations;
     dnssd::AddressPool addresses;
     std::map<StandingId, std::shared_ptr<void>> standing;
@@ -151,11 +153,23 @@ public:
         return stand(
             [service = std::move(service), port, report = std::move(report)](Center& where) {
                 auto registration = std::make_shared<dnssd::Registration>(
-                    where.link, *where.queue, where.localAddresses, where.identities, service, port,
-                    report);
+                    where.link, *where.queue, where.localAddresses, where.identities,
+                    where.ownServices, service, port, report);
                 registration->start();
                 return registration;
             });
+    }
+
+    std::unique_ptr<Ask> findOwn(std::string name, std::string type,
+                                 std::shared_ptr<DispatchQueue> queue,
+                                 std::function<void(const OwnServiceUpdate&)> handler) override
+    {
+        dnssd::OwnServices::Question::Report report(std::move(queue), std::move(handler));
+        return stand([name = std::move(name), type = std::move(type),
+                      report = std::move(report)](Center& where) {
+            return std::make_shared<dnssd::OwnServices::Question>(where.ownServices, name, type,
+                                                                  report);
+        });
     }
 
 private:

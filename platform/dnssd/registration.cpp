@@ -34,15 +34,24 @@ std::optional<std::vector<std::string>> stringsOf(std::string_view data)
     return strings;
 }
 
+std::string inNumbers(const Address& ipv4)
+{
+    const auto& bytes = ipv4.bytes;
+    return std::to_string(bytes[0]) + '.' + std::to_string(bytes[1]) + '.'
+           + std::to_string(bytes[2]) + '.' + std::to_string(bytes[3]);
+}
+
 } // namespace
 
 Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
                            LocalAddresses& ownAddresses, HostIdentities& hostIdentities,
-                           ServiceRegistration wanted, std::uint16_t servicePort, Report updates)
+                           OwnServices& services, ServiceRegistration wanted,
+                           std::uint16_t servicePort, Report updates)
     : link(engineLink),
       queue(centerQueue),
       localAddresses(ownAddresses),
       identities(hostIdentities),
+      ownServices(services),
       service(std::move(wanted)),
       port(servicePort),
       report(std::move(updates))
@@ -69,6 +78,8 @@ void Registration::start()
     if (!strings)
         return fail(DnsSdError::Internal);
     txt = std::move(*strings);
+    ownEntry.emplace(ownServices, service.name, service.type);
+    takeIdentity();
     if (link.isUp())
         ask();
     else if (link.state() == EngineLink::State::Down)
@@ -111,10 +122,18 @@ void Registration::localAddressesChanged()
     link.updateAddresses({id, addresses});
 }
 
-void Registration::ask()
+/// The address on the loopback interface is this service's from the start; the name only once an
+/// engine has told the computer's own.
+void Registration::takeIdentity()
 {
     identities.release(identity);
     identity = identities.claim(link.hostName(), service.name, hostNumber);
+    ownEntry->set({identity.hostName, {inNumbers(identity.loopback), port}});
+}
+
+void Registration::ask()
+{
+    takeIdentity();
     addresses = localAddresses.hostAddresses(identity.loopback);
     RegisterRequest request;
     request.name = alternativeName(service.name, nameNumber);
@@ -177,6 +196,7 @@ void Registration::withdraw()
 void Registration::fail(DnsSdError error)
 {
     hasFailed = true;
+    ownEntry.reset();
     ++step;
     tell(State::Failed, error);
 }

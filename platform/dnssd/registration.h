@@ -5,12 +5,14 @@
 #include "platform/dnssd/growing_pause.h"
 #include "platform/dnssd/host_identity.h"
 #include "platform/dnssd/local_addresses.h"
+#include "platform/dnssd/own_services.h"
 #include "platform/dnssd/report.h"
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -32,7 +34,7 @@ public:
     using Report = dnssd::Report<DnsSd::RegistrationUpdate>;
 
     Registration(EngineLink& engineLink, DispatchQueue& centerQueue, LocalAddresses& ownAddresses,
-                 HostIdentities& hostIdentities, ServiceRegistration wanted,
+                 HostIdentities& hostIdentities, OwnServices& services, ServiceRegistration wanted,
                  std::uint16_t servicePort, Report updates);
     ~Registration();
     Registration(const Registration&) = delete;
@@ -50,6 +52,7 @@ private:
     void localAddressesChanged() override;
 
     void ask();
+    void takeIdentity();
     void established();
     void collided(Collision::Of of);
     void refused(DnsSdError error);
@@ -64,6 +67,7 @@ private:
     DispatchQueue& queue;
     LocalAddresses& localAddresses;
     HostIdentities& identities;
+    OwnServices& ownServices;
     const ServiceRegistration service;
     const std::uint16_t port;
     Report report;
@@ -74,7 +78,8 @@ private:
     unsigned nameNumber = 1;
     unsigned hostNumber = 1;
     HostIdentity identity;
-    std::vector<HostAddress> addresses; ///< as published
+    std::optional<OwnServices::Entry> ownEntry; ///< none before the start and once it has failed
+    std::vector<HostAddress> addresses;         ///< as published
     GrowingPause pause{GrowingPause::First::Nothing};
     std::uint64_t step = 0; ///< tells the timers of earlier steps that they are late
 };

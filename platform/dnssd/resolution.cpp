@@ -120,7 +120,8 @@ void Resolution::update()
     if (location)
         followLocations();
     collectAddresses();
-    report.deliver({known, isSettled(&Host::ipv4), isSettled(&Host::ipv6), link.error()});
+    report.deliver(
+        {known, isSettled(&Host::ipv4), isSettled(&Host::ipv6), link.error(), hostsOfAddresses()});
 }
 
 void Resolution::followLocations()
@@ -179,6 +180,16 @@ void Resolution::collectAddresses()
         if (std::ranges::find(known, address) == known.end())
             known.push_back(std::move(address));
     }
+}
+
+std::vector<HostEndpoint> Resolution::hostsOfAddresses() const
+{
+    std::vector<HostEndpoint> result;
+    for (const Host& host : hosts) {
+        if (location && (!host.ipv4->records().empty() || !host.ipv6->records().empty()))
+            result.push_back({host.location.hostName, host.location.port});
+    }
+    return result;
 }
 
 bool Resolution::isSettled(std::shared_ptr<AddressQuestion> Host::*question) const

@@ -52,6 +52,7 @@ private:
     Host makeHost(Location where);
     void dropHost(Host& host);
     void collectAddresses();
+    std::vector<HostEndpoint> hostsOfAddresses() const;
     bool isSettled(std::shared_ptr<AddressQuestion> Host::*question) const;
 
     EngineLink& link;

@@ -2,6 +2,8 @@
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
 
+#include <utility>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -13,8 +15,10 @@ using testing::IsEmpty;
 
 Endpoint phone(const std::string& name, std::optional<std::string> interface = {})
 {
-    return ServiceEndpoint{
-        .name = name, .type = "_quillbox._tcp", .domain = "local", .interface = interface};
+    return ServiceEndpoint{.name = name,
+                           .type = "_quillbox._tcp",
+                           .domain = "local",
+                           .interface = std::move(interface)};
 }
 
 class PhoneDiscoveryTest : public testing::Test {

@@ -63,4 +63,12 @@ FakeDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
         Registration{{std::move(service), port}, std::move(queue), std::move(handler)});
 }
 
+std::unique_ptr<DnsSd::Ask> FakeDnsSd::findOwn(std::string name, std::string type,
+                                               std::shared_ptr<DispatchQueue> queue,
+                                               std::function<void(const OwnServiceUpdate&)> handler)
+{
+    return std::make_unique<ListedAsk<OwnQuestion>>(
+        ownList, OwnQuestion{std::move(name) + '.' + type, std::move(queue), std::move(handler)});
+}
+
 } // namespace quillbox

@@ -34,12 +34,14 @@ public:
     using Resolution = Standing<ServiceEndpoint, ResolveUpdate>;
     using HostResolution = Standing<std::string, ResolveUpdate>;
     using Registration = Standing<Registered, RegistrationUpdate>;
+    using OwnQuestion = Standing<std::string, OwnServiceUpdate>;
 
     /// What stands at present, in the order in which it was asked.
     const std::list<Browse>& browses() const { return *browseList; }
     const std::list<Resolution>& resolutions() const { return *resolutionList; }
     const std::list<HostResolution>& hostResolutions() const { return *hostList; }
     const std::list<Registration>& registrations() const { return *registrationList; }
+    const std::list<OwnQuestion>& ownQuestions() const { return *ownList; }
 
     std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
                                 std::function<void(const BrowseUpdate&)> handler) override;
@@ -51,6 +53,9 @@ public:
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override;
+    std::unique_ptr<Ask> findOwn(std::string name, std::string type,
+                                 std::shared_ptr<DispatchQueue> queue,
+                                 std::function<void(const OwnServiceUpdate&)> handler) override;
 
 private:
     const std::shared_ptr<std::list<Browse>> browseList = std::make_shared<std::list<Browse>>();
@@ -60,6 +65,8 @@ private:
         std::make_shared<std::list<HostResolution>>();
     const std::shared_ptr<std::list<Registration>> registrationList =
         std::make_shared<std::list<Registration>>();
+    const std::shared_ptr<std::list<OwnQuestion>> ownList =
+        std::make_shared<std::list<OwnQuestion>>();
 };
 
 } // namespace quillbox

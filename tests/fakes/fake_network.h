@@ -23,8 +23,8 @@ std::string textOf(const Content& content);
 class FakeConnection final : public Connection,
                              public std::enable_shared_from_this<FakeConnection> {
 public:
-    explicit FakeConnection(std::optional<Endpoint> endpoint = {},
-                            std::optional<TcpParameters> parameters = {});
+    explicit FakeConnection(std::optional<Endpoint> madeFor = {},
+                            std::optional<TcpParameters> madeWith = {});
     ~FakeConnection() override;
 
     FakeConnection(const FakeConnection&) = delete;
@@ -32,7 +32,7 @@ public:
 
     void setStateUpdateHandler(StateUpdateHandler handler) override;
     void start(std::shared_ptr<DispatchQueue> queue) override;
-    void receive(std::size_t minimum, std::size_t maximum, ReceiveCompletion completion) override;
+    void receive(std::size_t least, std::size_t most, ReceiveCompletion completion) override;
     void send(Content content, SendCompletion completion) override;
     void cancel() override;
 

@@ -17,7 +17,7 @@ FakeRunningApplications::runningApplications(const std::string& bundleIdentifier
     return copies[bundleIdentifier];
 }
 
-void FakeRunningApplications::setActivationHandler(std::function<void()> newHandler)
+void FakeRunningApplications::setActivationHandler(ActivationHandler newHandler)
 {
     handler = std::move(newHandler);
 }

@@ -3,7 +3,6 @@
 #include "platform/running_applications.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -37,7 +36,7 @@ public:
     std::shared_ptr<RunningApplication> current() override { return self; }
     std::vector<std::shared_ptr<RunningApplication>>
     runningApplications(const std::string& bundleIdentifier) override;
-    void setActivationHandler(std::function<void()> newHandler) override;
+    void setActivationHandler(ActivationHandler newHandler) override;
     void withdraw() override { ++withdrawals; }
 
     /// Adds a copy of that identifier behind the others.
@@ -49,7 +48,7 @@ public:
         std::make_shared<FakeRunningApplication>(kOwnProcessIdentifier, kOwnLaunchDate);
     std::map<std::string, std::vector<std::shared_ptr<RunningApplication>>> copies;
     std::vector<std::string> questions; ///< the identifiers that were asked for
-    std::function<void()> handler;
+    ActivationHandler handler;
     int withdrawals = 0;
 };
 

@@ -232,6 +232,35 @@ TEST_P(DnsSdConformance, putsEachRegistrationOnAHostOfItsOwn)
     EXPECT_NE(loopbackOf(resolvedOne), loopbackOf(resolvedTwo));
 }
 
+TEST_P(DnsSdConformance, findsItsOwnServiceUnderTheNameThatWasAskedFor)
+{
+    const Registrations theirs;
+    const Registrations ours;
+    const auto other =
+        harness->there().registerService(smb("Taken"), kPort, harness->queue(), theirs.handler());
+    ASSERT_TRUE(harness->waitUntil([&] { return isReady(theirs, "Taken"); }, kLimit));
+    const auto own =
+        harness->here().registerService(smb("Taken"), kPort, harness->queue(), ours.handler());
+    ASSERT_TRUE(harness->waitUntil([&] { return isReady(ours, "Taken #2"); }, kLimit));
+    const Recorder<DnsSd::OwnServiceUpdate> found;
+    const auto question =
+        harness->here().findOwn("Taken", "_smb._tcp", harness->queue(), found.handler());
+    ASSERT_TRUE(harness->waitUntil([&] { return found.count() > 0; }, kLimit));
+    const auto service = found.last().service;
+    ASSERT_TRUE(service);
+    EXPECT_EQ(service->onLoopback.port, kPort);
+
+    // What the network knows of that host is this computer.
+    const Resolutions resolved;
+    const auto resolution =
+        harness->here().resolve(endpoint("Taken #2"), harness->queue(), resolved.handler());
+    EXPECT_TRUE(harness->waitUntil(
+        [&] {
+            return resolved.last().hosts == std::vector<HostEndpoint>{{service->hostName, kPort}};
+        },
+        kLimit));
+}
+
 TEST_P(DnsSdConformance, renamesWhenThisComputerHasTheName)
 {
     const Registrations first;

@@ -110,6 +110,22 @@ TEST_F(ResolutionTest, listsAnAddressOnceAnInterfaceAndKeepsTheOrder)
     EXPECT_EQ(resolved.last().addresses, (Addresses{v6("2001:db8::7", 0), v4("10.0.0.7", 3)}));
 }
 
+TEST_F(ResolutionTest, namesTheHostsThatTheAddressesAreOf)
+{
+    up();
+    locate("phone.local");
+    locate("silent.local");
+    EXPECT_TRUE(resolved.last().hosts.empty()) << "no address is known";
+    find("phone.local", "fe80::7", kWiredIPv6);
+    EXPECT_EQ(resolved.last().hosts, (std::vector<HostEndpoint>{{"phone.local", 4445}}));
+    locate("second.local", 4446);
+    find("second.local", "10.0.0.8");
+    EXPECT_EQ(resolved.last().hosts,
+              (std::vector<HostEndpoint>{{"phone.local", 4445}, {"second.local", 4446}}));
+    lose("phone.local", "fe80::7", kWiredIPv6);
+    EXPECT_EQ(resolved.last().hosts, (std::vector<HostEndpoint>{{"second.local", 4446}}));
+}
+
 TEST_F(ResolutionTest, settlesByFamily)
 {
     up();
@@ -255,7 +271,8 @@ TEST_F(ResolutionTest, forgetsTheOldAddressesWhenTheNextEngineSettlesWithoutThem
     emit(Settled{question("phone.local", Family::IPv6)});
     down();
     up();
-    EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, false, false, {}}));
+    EXPECT_EQ(resolved.last(),
+              (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, false, false, {}, {{"phone.local", 4445}}}));
     emit(Settled{location()});
     EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
 }

@@ -55,11 +55,6 @@ void write(const std::string& path, const char* text)
     std::ofstream(path) << text;
 }
 
-std::string sourceFolder()
-{
-    return std::filesystem::path(__FILE__).parent_path();
-}
-
 } // namespace
 
 void enterPrivateNetwork(int argc, char** argv)
@@ -261,7 +256,7 @@ TestPeer::TestPeer(Where /*where*/, const TestNetwork& network, const std::strin
 
 TestZeroconf::TestZeroconf(const TestNetwork& network, std::vector<std::string> arguments)
     : process([&] {
-          std::vector<std::string> command{"/usr/bin/python3", sourceFolder() + "/zeroconf_peer.py",
+          std::vector<std::string> command{"/usr/bin/python3", ZEROCONF_PEER,
                                            TestNetwork::kAddressThere};
           command.insert(command.end(), arguments.begin(), arguments.end());
           return network.there(std::move(command));

@@ -1,0 +1,67 @@
+#pragma once
+
+#include "platform/dnssd/dns_sd.h"
+#include "platform/dnssd/report.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quillbox::dnssd {
+
+/// The services that this program publishes, by the names that were asked for: a name that was
+/// changed on the network leads to the same service. Belongs to the center's queue.
+class OwnServices final {
+public:
+    /// One that wants to know, for as long as it lives. It is told at once.
+    class Question final {
+    public:
+        using Report = dnssd::Report<DnsSd::OwnServiceUpdate>;
+
+        Question(OwnServices& allServices, std::string serviceName, std::string serviceType,
+                 Report updates);
+        ~Question();
+        Question(const Question&) = delete;
+        Question& operator=(const Question&) = delete;
+
+        void tell();
+
+    private:
+        OwnServices& services;
+        const std::string name;
+        const std::string type;
+        Report report;
+    };
+
+    /// One that is published, for as long as it lives.
+    class Entry final {
+    public:
+        Entry(OwnServices& allServices, std::string serviceName, std::string serviceType);
+        ~Entry();
+        Entry(const Entry&) = delete;
+        Entry& operator=(const Entry&) = delete;
+
+        void set(DnsSd::OwnService current);
+
+    private:
+        friend class OwnServices;
+
+        OwnServices& services;
+        const std::string name;
+        const std::string type;
+        std::optional<DnsSd::OwnService> service; ///< none: not to be told
+    };
+
+    OwnServices() = default;
+    OwnServices(const OwnServices&) = delete;
+    OwnServices& operator=(const OwnServices&) = delete;
+
+private:
+    std::optional<DnsSd::OwnService> find(const std::string& name, const std::string& type) const;
+    void changed() const;
+
+    std::vector<const Entry*> entries; ///< the oldest first
+    std::vector<Question*> questions;
+};
+
+} // namespace quillbox::dnssd

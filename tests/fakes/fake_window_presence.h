@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/window_presence.h"
+
+#include <functional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quillbox {
+
+/// A desktop of which a test says what it does with the one window, and which notes what it is
+/// told.
+class FakeWindowPresence final : public WindowPresence {
+public:
+    bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return onWorkspace; }
+
+    void setListed(WindowIdentifier /*window*/, bool isListed) override { listed = isListed; }
+
+    void permit(std::string permission) override { permitted = std::move(permission); }
+
+    void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
+    {
+        permissions.push_back(std::exchange(permitted, {}));
+        show();
+        onWorkspace = true;
+    }
+
+    bool onWorkspace = true;
+    bool listed = true;
+    std::string permitted;
+    std::vector<std::string> permissions; ///< those of each time that the window came forward
+};
+
+} // namespace quillbox
