@@ -5,7 +5,6 @@
 #include "platform/desktop/registration.h"
 #include "platform/standard_error.h"
 
-#include <QByteArray>
 #include <optional>
 #include <utility>
 
@@ -56,14 +55,6 @@ private:
     const std::string token;
 };
 
-/// The toolkit takes the permission to come to the front from the environment, at the next
-/// activation of a window; Qt 6.4 has no other way in. Only Wayland knows such tokens.
-void usePermission(const std::string& token)
-{
-    if (!token.empty())
-        qputenv("XDG_ACTIVATION_TOKEN", QByteArray::fromStdString(token));
-}
-
 class RunningCopies final : public QObject, public RunningApplications {
 public:
     explicit RunningCopies(RunningCopiesOptions chosen) : options(std::move(chosen))
@@ -108,12 +99,15 @@ public:
         return copies;
     }
 
-    void setActivationHandler(std::function<void()> newHandler) override
+    void setActivationHandler(ActivationHandler newHandler) override
     {
         handler = std::move(newHandler);
-        if (handler && std::exchange(isActivationPending, false))
-            QMetaObject::invokeMethod(
-                this, [this] { deliver(); }, Qt::QueuedConnection);
+        if (!handler || !pendingPermission)
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, permission = *std::exchange(pendingPermission, {})] { deliver(permission); },
+            Qt::QueuedConnection);
     }
 
     void withdraw() override { withdrawRegistration(); }
@@ -129,19 +123,19 @@ private:
     void listen(OwnRegistration added)
     {
         own = std::move(added.registration);
-        listener = std::make_unique<ActivationListener>(std::move(added.socket),
-                                                        [this](const std::string& token) {
-                                                            usePermission(token);
-                                                            deliver();
-                                                        });
+        listener = std::make_unique<ActivationListener>(
+            std::move(added.socket), [this](const std::string& token) { deliver(token); });
     }
 
-    void deliver()
+    void deliver(const std::string& permission)
     {
-        isActivationPending = !handler;
+        if (!handler) {
+            pendingPermission = permission;
+            return;
+        }
         // A copy: the handler may set another one.
-        if (const auto callback = handler)
-            callback();
+        const auto callback = handler;
+        callback(permission);
     }
 
     void withdrawRegistration()
@@ -158,8 +152,8 @@ private:
     std::optional<Registration> own;
     std::shared_ptr<RunningApplication> self;
     std::unique_ptr<ActivationListener> listener;
-    std::function<void()> handler;
-    bool isActivationPending = false;
+    ActivationHandler handler;
+    std::optional<std::string> pendingPermission; ///< of an activation that nobody heard of yet
 };
 
 } // namespace

@@ -10,6 +10,7 @@
 #include <QString>
 #include <QStringList>
 #include <QTimer>
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <optional>
@@ -31,11 +32,18 @@ struct Means {
 /// One URL on its way. Each step that fails leads to the next; the answers tell nothing else.
 class Opening final : public std::enable_shared_from_this<Opening> {
 public:
-    Opening(const Means& openerMeans, std::string unchangedUrl, std::function<void()> whenEnded)
-        : means(openerMeans), url(std::move(unchangedUrl)), ended(std::move(whenEnded))
+    Opening(const Means& openerMeans, const std::string& unchangedUrl,
+            std::function<void()> whenEnded)
+        : wantedUrl(unchangedUrl),
+          means(openerMeans),
+          url(unchangedUrl),
+          ended(std::move(whenEnded))
     {
         patience.setSingleShot(true);
+        patience.setTimerType(Qt::PreciseTimer);
     }
+
+    const std::string wantedUrl; ///< what is to be opened
 
     void start(const SmbLocation& location)
     {
@@ -64,6 +72,9 @@ private:
         // What a network says about a host is no reason to hand out what is no URL.
         if (locatedUrl && parseSmbUrl(*locatedUrl))
             url = *locatedUrl;
+        else
+            printToStandardError("quillbox-helper: not found on this network, opened as it is: "
+                                 + url);
         askFileManager();
     }
 
@@ -144,7 +155,7 @@ private:
     }
 
     const Means& means;
-    std::string url;
+    std::string url; ///< what is opened for it
     std::function<void()> ended;
     bool isLocated = false;
     QTimer patience;
@@ -163,6 +174,8 @@ public:
             printToStandardError("quillbox-helper: not opened, for it is no smb URL: " + url);
             return;
         }
+        if (isOnItsWay(url))
+            return;
         const int number = ++lastNumber;
         const auto opening = std::make_shared<Opening>(means, url, [this, number] { end(number); });
         openings.emplace(number, opening);
@@ -170,6 +183,12 @@ public:
     }
 
 private:
+    bool isOnItsWay(const std::string& url) const
+    {
+        return std::any_of(openings.begin(), openings.end(),
+                           [&url](const auto& entry) { return entry.second->wantedUrl == url; });
+    }
+
     /// The opening is in the middle of a call to us.
     void end(int number)
     {

@@ -23,7 +23,9 @@ public:
     /// Gives up what is still on its way.
     virtual ~SmbOpener() = default;
 
-    /// Returns at once. Anything but an smb URL of a strict form is refused.
+    /// Returns at once. Anything but an smb URL of a strict form is refused. A URL that is still on
+    /// its way is not opened once more: who clicks twice, for nothing is seen yet, wants one
+    /// window.
     virtual void open(const std::string& url) = 0;
 };
 

@@ -1,8 +1,6 @@
 #include "platform/desktop/tray_manager_watch.h"
 
 #include <array>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 #include <utility>
 
@@ -10,31 +8,7 @@
 
 namespace quillbox {
 
-namespace {
-
-struct Free {
-    void operator()(void* memory) const { std::free(memory); }
-};
-
-template <typename Reply> std::unique_ptr<Reply, Free> owned(Reply* reply)
-{
-    return std::unique_ptr<Reply, Free>(reply);
-}
-
-xcb_screen_t* screenOf(xcb_connection_t* connection, int number)
-{
-    auto screens = xcb_setup_roots_iterator(xcb_get_setup(connection));
-    while (screens.rem > 0 && number-- > 0)
-        xcb_screen_next(&screens);
-    return screens.rem > 0 ? screens.data : nullptr;
-}
-
-} // namespace
-
-void TrayManagerWatch::Disconnect::operator()(xcb_connection_t* opened) const
-{
-    xcb_disconnect(opened);
-}
+using x11::owned;
 
 TrayManagerWatch::TrayManagerWatch(std::function<void()> managerChanged)
     : changed(std::move(managerChanged))
@@ -43,13 +17,10 @@ TrayManagerWatch::TrayManagerWatch(std::function<void()> managerChanged)
     connection.reset(xcb_connect(nullptr, &screenNumber));
     if (xcb_connection_has_error(connection.get()) != 0)
         return;
-    const xcb_screen_t* screen = screenOf(connection.get(), screenNumber);
-    if (!screen)
-        return;
-    managerAtom = atom("MANAGER");
-    selection = atom(("_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber)).c_str());
+    managerAtom = x11::atom(connection.get(), "MANAGER");
+    selection = x11::atom(connection.get(), "_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber));
     // A new manager is announced to whoever asks for this of the root window (ICCCM, section 2.8).
-    watch(screen->root);
+    watch(x11::rootWindow(connection.get(), screenNumber));
     notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection.get()),
                                                  QSocketNotifier::Read);
     QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(),
@@ -61,14 +32,6 @@ TrayManagerWatch::TrayManagerWatch(std::function<void()> managerChanged)
 }
 
 TrayManagerWatch::~TrayManagerWatch() = default;
-
-std::uint32_t TrayManagerWatch::atom(const char* name) const
-{
-    const auto cookie =
-        xcb_intern_atom(connection.get(), 0, static_cast<std::uint16_t>(std::strlen(name)), name);
-    const auto reply = owned(xcb_intern_atom_reply(connection.get(), cookie, nullptr));
-    return reply ? reply->atom : std::uint32_t(XCB_ATOM_NONE);
-}
 
 /// The owner may end between the answer that names it and the request to be told of its end; it is
 /// asked for again then. The steps are bounded, for an owner that changes all the time brings news

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/desktop/x11.h"
+
 #include <QSocketNotifier>
 #include <cstdint>
 #include <functional>
 #include <memory>
-
-struct xcb_connection_t;
 
 namespace quillbox {
 
@@ -25,11 +25,6 @@ public:
     bool hasManager() const { return manager != 0; }
 
 private:
-    struct Disconnect {
-        void operator()(xcb_connection_t* opened) const;
-    };
-
-    std::uint32_t atom(const char* name) const;
     void find();
     std::uint32_t owner() const;
     bool watch(std::uint32_t window) const;
@@ -37,7 +32,7 @@ private:
     void readEvents();
 
     std::function<void()> changed;
-    std::unique_ptr<xcb_connection_t, Disconnect> connection;
+    x11::Connection connection;
     std::unique_ptr<QSocketNotifier> notifier;
     std::uint32_t managerAtom = 0;
     std::uint32_t selection = 0;

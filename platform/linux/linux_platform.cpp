@@ -68,8 +68,15 @@ public:
         return quillbox::makeNetService(*backends().dnsSd, queues.mainQueue(), service);
     }
 
+    void locate(const std::string& instanceName, ServiceLocator::Completion completion)
+    {
+        if (!isShutDown)
+            backends().locator->locate(instanceName, std::move(completion));
+    }
+
     void shutDown()
     {
+        isShutDown = true;
         // Whatever is not made yet is not made any more.
         std::call_once(once, [] {});
         if (made)
@@ -86,13 +93,15 @@ private:
               dnsSd(makeDnsSd(dnssd::makeEngine(mode),
                               queues.pool.makeQueue("dns-sd", QualityOfService::Utility),
                               *monitor)),
-              tcp(queues.pool, *dnsSd, *monitor)
+              tcp(queues.pool, *dnsSd, *monitor),
+              locator(tcp.makeServiceLocator(queues.mainQueue()))
         {
         }
 
         const std::unique_ptr<NetworkMonitor> monitor;
         const std::unique_ptr<DnsSd> dnsSd;
         TcpNetwork tcp;
+        const std::unique_ptr<ServiceLocator> locator;
     };
 
     Backends& backends()
@@ -103,13 +112,28 @@ private:
 
     Queues& queues;
     const dnssd::DnsSdMode mode;
+    bool isShutDown = false; ///< of the main thread
     std::once_flag once;
     std::unique_ptr<Backends> made;
 };
 
+class LinuxPlatform::LazyLocator final : public ServiceLocator {
+public:
+    explicit LazyLocator(LazyNetwork& platformNetwork) : network(platformNetwork) {}
+
+    void locate(const std::string& instanceName, Completion completion) override
+    {
+        network.locate(instanceName, std::move(completion));
+    }
+
+private:
+    LazyNetwork& network;
+};
+
 LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode)
     : queues_(std::make_unique<Queues>(std::move(mainQueue))),
-      network_(std::make_unique<LazyNetwork>(*queues_, mode))
+      network_(std::make_unique<LazyNetwork>(*queues_, mode)),
+      locator_(std::make_unique<LazyLocator>(*network_))
 {
 }
 
@@ -126,6 +150,11 @@ Dispatch& LinuxPlatform::dispatch()
 Network& LinuxPlatform::network()
 {
     return *network_;
+}
+
+ServiceLocator& LinuxPlatform::serviceLocator()
+{
+    return *locator_;
 }
 
 void LinuxPlatform::shutDown()

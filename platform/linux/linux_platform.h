@@ -3,6 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/automatic_engine.h"
 #include "platform/network.h"
+#include "platform/service_locator.h"
 
 #include <memory>
 
@@ -25,6 +26,9 @@ public:
     Dispatch& dispatch();
     Network& network();
 
+    /// Tells on the main queue; nothing any more after the end.
+    ServiceLocator& serviceLocator();
+
     /// The end, once everything has been cancelled and what `network()` made has been dropped:
     /// delivers what the connections still have to send, and withdraws what is advertised, each
     /// within half a second. Idempotent. What was made may outlive it, but is dead.
@@ -33,9 +37,11 @@ public:
 private:
     class Queues;
     class LazyNetwork;
+    class LazyLocator;
 
     const std::unique_ptr<Queues> queues_;
     const std::unique_ptr<LazyNetwork> network_;
+    const std::unique_ptr<LazyLocator> locator_;
 };
 
 } // namespace quillbox

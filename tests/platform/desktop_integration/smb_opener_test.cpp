@@ -212,6 +212,21 @@ TEST_F(SmbOpenerTest, goesOnWhenTheFileManagerDoesNotAnswer)
     EXPECT_EQ(fileManager->folders.size(), 1U);
 }
 
+TEST_F(SmbOpenerTest, saysInOneLineThatNothingOpensTheUrl)
+{
+    addGio(QStringLiteral("missing.desktop"), QStringLiteral("open"));
+    makeOpener();
+    ::testing::internal::CaptureStderr();
+    opener->open(kUrl);
+    // It can be opened anew once the attempt is over.
+    EXPECT_TRUE(waitUntil([this] {
+        opener->open(kUrl);
+        return scripts.calls(3).size() > 3;
+    }));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              std::string("quillbox-helper: no file browser opens ") + kUrl + '\n');
+}
+
 TEST_F(SmbOpenerTest, goesOnWithoutABus)
 {
     addGio(QStringLiteral("missing.desktop"));
@@ -247,8 +262,13 @@ TEST_F(SmbOpenerTest, opensTheUrlAsItIsWhenTheServiceIsNotFoundInTime)
 {
     addFileManager(FileManager::Manner::Obliging);
     makeOpener({.location = 30ms});
+    ::testing::internal::CaptureStderr();
     opener->open(kServiceUrl);
-    ASSERT_TRUE(waitUntil([this] { return !fileManager->folders.empty(); }));
+    EXPECT_TRUE(waitUntil([this] { return !fileManager->folders.empty(); }));
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              std::string("quillbox-helper: not found on this network, opened as it is: ")
+                  + kServiceUrl + '\n');
+    ASSERT_EQ(fileManager->folders.size(), 1U);
     EXPECT_EQ(fileManager->folders[0], kServiceUrl);
     locator.completions.at(0)(HostEndpoint{"late.local", 1});
     opener->open(kUrl);
@@ -260,13 +280,14 @@ TEST_F(SmbOpenerTest, opensTheUrlAsItIsWhenTheServiceIsAtNoHost)
 {
     addFileManager(FileManager::Manner::Obliging);
     makeOpener();
+    std::vector<std::string> urls;
     for (const char* host : {"", "off\xffice"}) {
-        fileManager->folders.clear();
-        opener->open(kServiceUrl);
+        urls.push_back(std::string(kServiceUrl) + std::to_string(urls.size()));
+        opener->open(urls.back());
         locator.completions.back()(HostEndpoint{host, 445});
-        ASSERT_TRUE(waitUntil([this] { return !fileManager->folders.empty(); }));
-        EXPECT_EQ(fileManager->folders[0], kServiceUrl);
     }
+    ASSERT_TRUE(waitUntil([&] { return fileManager->folders.size() >= urls.size(); }));
+    EXPECT_EQ(fileManager->folders, urls);
 }
 
 TEST_F(SmbOpenerTest, opensSeveralUrlsAtOnce)
@@ -281,6 +302,34 @@ TEST_F(SmbOpenerTest, opensSeveralUrlsAtOnce)
     ASSERT_TRUE(waitUntil([this] { return fileManager->folders.size() == 2; }));
     EXPECT_EQ(fileManager->folders,
               (std::vector<std::string>{"smb://home.local/NAS", "smb://office.local/NAS"}));
+}
+
+TEST_F(SmbOpenerTest, opensOneWindowForTwoClicksInQuickSuccession)
+{
+    addFileManager(FileManager::Manner::Obliging);
+    makeOpener();
+    opener->open(kServiceUrl);
+    opener->open(kServiceUrl);
+    ASSERT_EQ(locator.completions.size(), 1U);
+    locator.completions[0](HostEndpoint{"office.local", 445});
+    opener->open(kServiceUrl);
+    opener->open(kUrl);
+    ASSERT_TRUE(waitUntil([this] { return fileManager->folders.size() >= 2; }));
+    EXPECT_EQ(fileManager->folders, (std::vector<std::string>{"smb://office.local/NAS", kUrl}));
+    EXPECT_EQ(locator.completions.size(), 1U) << "also not while the file manager is asked";
+}
+
+TEST_F(SmbOpenerTest, opensAgainWhatWasOpenedBefore)
+{
+    addFileManager(FileManager::Manner::Obliging);
+    makeOpener();
+    for (std::size_t count = 1; count <= 2; ++count) {
+        // The answer of the file manager is under way when its window is there.
+        ASSERT_TRUE(waitUntil([&] {
+            opener->open(kUrl);
+            return fileManager->folders.size() >= count;
+        }));
+    }
 }
 
 TEST_F(SmbOpenerTest, opensNothingOnceItIsDropped)

@@ -1,0 +1,38 @@
+#include "platform/desktop/window_presence.h"
+
+#include "platform/desktop/wayland_presence.h"
+#include "platform/desktop/x11_presence.h"
+
+#include <QGuiApplication>
+
+namespace quillbox {
+
+namespace {
+
+/// Where nobody sees the window.
+class NoPresence final : public WindowPresence {
+public:
+    bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return true; }
+    void setListed(WindowIdentifier /*window*/, bool /*isListed*/) override {}
+    void permit(std::string /*permission*/) override {}
+    void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
+    {
+        show();
+    }
+};
+
+} // namespace
+
+std::unique_ptr<WindowPresence> makeWindowPresence()
+{
+    // Asked by name first: without a display the toolkit has such an interface too, to no display.
+    if (QGuiApplication::platformName() == QStringLiteral("xcb")) {
+        if (auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>())
+            return makeX11Presence(x11->connection());
+    }
+    if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland")))
+        return makeWaylandPresence();
+    return std::make_unique<NoPresence>();
+}
+
+} // namespace quillbox

@@ -1,0 +1,223 @@
+#include "platform/desktop/x11_presence.h"
+
+#include "platform/desktop/x11.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+#include <optional>
+#include <set>
+#include <span>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include <xcb/xcb.h>
+
+namespace quillbox {
+
+namespace {
+
+using x11::owned;
+
+constexpr std::uint32_t kOnAllWorkspaces = 0xFFFFFFFF;
+constexpr std::uint32_t kMostStates = 64;
+
+/// Who asks the window manager: it does what a program wants only as far as that does not disturb
+/// the user, and what the user wants (who a pager speaks for) in any case.
+constexpr std::uint32_t kAsProgram = 1;
+constexpr std::uint32_t kForUser = 2;
+
+constexpr std::uint32_t kRemoveState = 0;
+constexpr std::uint32_t kAddState = 1;
+
+class X11Presence final : public WindowPresence {
+public:
+    explicit X11Presence(xcb_connection_t* toolkitConnection)
+        : connection(toolkitConnection),
+          state(atom("_NET_WM_STATE")),
+          skipped{atom("_NET_WM_STATE_SKIP_TASKBAR"), atom("_NET_WM_STATE_SKIP_PAGER")},
+          workspace(atom("_NET_WM_DESKTOP")),
+          currentWorkspace(atom("_NET_CURRENT_DESKTOP")),
+          managerState(atom("WM_STATE")),
+          activeWindow(atom("_NET_ACTIVE_WINDOW")),
+          startupBegin(atom("_NET_STARTUP_INFO_BEGIN")),
+          startupRest(atom("_NET_STARTUP_INFO"))
+    {
+    }
+
+    bool isOnCurrentWorkspace(WindowIdentifier window) const override
+    {
+        const auto own = number(windowOf(window), workspace);
+        const auto current = number(rootOf(windowOf(window)), currentWorkspace);
+        return !own || !current || own == kOnAllWorkspaces || own == current;
+    }
+
+    void setListed(WindowIdentifier window, bool isListed) override
+    {
+        if (isListed)
+            unlisted.erase(window);
+        else
+            unlisted.insert(window);
+        if (isManaged(windowOf(window)))
+            askForListing(windowOf(window));
+        else
+            writeListing(windowOf(window));
+        xcb_flush(connection);
+    }
+
+    void permit(std::string permission) override { permitted = std::move(permission); }
+
+    void bringForward(WindowIdentifier identifier, const std::function<void()>& show) override
+    {
+        const xcb_window_t window = windowOf(identifier);
+        const xcb_window_t root = rootOf(window);
+        const auto current = number(root, currentWorkspace);
+        // Before the window is activated: otherwise the window manager takes the user to it.
+        if (isManaged(window) && current && !isOnCurrentWorkspace(identifier))
+            ask(window, workspace, {*current, kForUser});
+        // A window manager forgets the states of a window that is hidden.
+        if (!isManaged(window))
+            writeListing(window);
+        show();
+        askForListing(window);
+        ask(window, activeWindow, {kForUser, x11::serverTime(), XCB_WINDOW_NONE});
+        endStartup(window, root);
+        xcb_flush(connection);
+    }
+
+private:
+    using Data = std::array<std::uint32_t, 5>;
+
+    static xcb_window_t windowOf(WindowIdentifier window)
+    {
+        return static_cast<xcb_window_t>(window);
+    }
+
+    std::uint32_t atom(std::string_view name) const { return x11::atom(connection, name); }
+
+    xcb_window_t rootOf(xcb_window_t window) const
+    {
+        const auto reply = owned(
+            xcb_get_geometry_reply(connection, xcb_get_geometry(connection, window), nullptr));
+        return reply ? reply->root : xcb_window_t(XCB_WINDOW_NONE);
+    }
+
+    using Property = std::unique_ptr<xcb_get_property_reply_t, x11::Free>;
+
+    Property property(xcb_window_t window, std::uint32_t name) const
+    {
+        const auto cookie =
+            xcb_get_property(connection, 0, window, name, XCB_ATOM_ANY, 0, kMostStates);
+        return owned(xcb_get_property_reply(connection, cookie, nullptr));
+    }
+
+    /// The numbers that a property holds; none where there is no such property.
+    static std::span<const std::uint32_t> numbers(const Property& property)
+    {
+        if (!property || property->format != 32)
+            return {};
+        return {static_cast<const std::uint32_t*>(xcb_get_property_value(property.get())),
+                property->value_len};
+    }
+
+    std::optional<std::uint32_t> number(xcb_window_t window, std::uint32_t name) const
+    {
+        const auto held = property(window, name);
+        const auto all = numbers(held);
+        return all.empty() ? std::nullopt : std::optional(all.front());
+    }
+
+    /// Whether the window manager has the window, which it then speaks for (ICCCM,
+    /// section 4.1.3.1).
+    bool isManaged(xcb_window_t window) const
+    {
+        constexpr std::uint32_t kWithdrawn = 0;
+        return number(window, managerState).value_or(kWithdrawn) != kWithdrawn;
+    }
+
+    /// What a window manager finds when it takes the window over.
+    void writeListing(xcb_window_t window) const
+    {
+        std::vector<std::uint32_t> states;
+        const auto held = property(window, state);
+        for (const std::uint32_t each : numbers(held)) {
+            if (std::find(skipped.begin(), skipped.end(), each) == skipped.end())
+                states.push_back(each);
+        }
+        if (unlisted.contains(window))
+            std::copy(skipped.begin(), skipped.end(), std::back_inserter(states));
+        xcb_change_property(connection, XCB_PROP_MODE_REPLACE, window, state, XCB_ATOM_ATOM, 32,
+                            static_cast<std::uint32_t>(states.size()), states.data());
+    }
+
+    void askForListing(xcb_window_t window) const
+    {
+        const std::uint32_t change = unlisted.contains(window) ? kAddState : kRemoveState;
+        ask(window, state, {change, skipped[0], skipped[1], kAsProgram});
+    }
+
+    /// Asks the window manager for something about the window.
+    void ask(xcb_window_t window, std::uint32_t kind, const Data& data) const
+    {
+        xcb_client_message_event_t message{};
+        message.response_type = XCB_CLIENT_MESSAGE;
+        message.format = 32;
+        message.window = window;
+        message.type = kind;
+        std::copy(data.begin(), data.end(), message.data.data32);
+        xcb_send_event(connection, 0, rootOf(window),
+                       XCB_EVENT_MASK_SUBSTRUCTURE_REDIRECT | XCB_EVENT_MASK_SUBSTRUCTURE_NOTIFY,
+                       reinterpret_cast<const char*>(&message));
+    }
+
+    /// Tells the desktop that what the user started has come up; until then it shows that something
+    /// is starting (Startup Notification Protocol of freedesktop.org).
+    void endStartup(xcb_window_t window, xcb_window_t root)
+    {
+        if (permitted.empty())
+            return;
+        std::string text = "remove: ID=\"";
+        for (const char character : std::exchange(permitted, {})) {
+            if (character == '"' || character == '\\')
+                text += '\\';
+            text += character;
+        }
+        text += '"';
+        text += '\0';
+        xcb_client_message_event_t message{};
+        message.response_type = XCB_CLIENT_MESSAGE;
+        message.format = 8;
+        message.window = window;
+        message.type = startupBegin;
+        for (std::string_view rest = text; !rest.empty(); message.type = startupRest) {
+            std::fill(std::begin(message.data.data8), std::end(message.data.data8), 0);
+            const auto count =
+                rest.copy(reinterpret_cast<char*>(message.data.data8), sizeof message.data.data8);
+            rest.remove_prefix(count);
+            xcb_send_event(connection, 0, root, XCB_EVENT_MASK_PROPERTY_CHANGE,
+                           reinterpret_cast<const char*>(&message));
+        }
+    }
+
+    xcb_connection_t* const connection;
+    const std::uint32_t state;
+    const std::array<std::uint32_t, 2> skipped;
+    const std::uint32_t workspace;
+    const std::uint32_t currentWorkspace;
+    const std::uint32_t managerState;
+    const std::uint32_t activeWindow;
+    const std::uint32_t startupBegin;
+    const std::uint32_t startupRest;
+    std::set<WindowIdentifier> unlisted;
+    std::string permitted;
+};
+
+} // namespace
+
+std::unique_ptr<WindowPresence> makeX11Presence(xcb_connection_t* toolkitConnection)
+{
+    return std::make_unique<X11Presence>(toolkitConnection);
+}
+
+} // namespace quillbox
