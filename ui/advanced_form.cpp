@@ -1,16 +1,109 @@
 #include "app/app_delegate.h"
+#include "ui/brand.h"
+#include "ui/edit_restorer.h"
+#include "ui/filled_button.h"
+#include "ui/text_style.h"
 
-#include <QFormLayout>
+#include <QGridLayout>
+#include <QHBoxLayout>
 #include <QVBoxLayout>
 
 namespace quillbox {
 
+namespace {
+
+constexpr int kSpacing = 10;
+constexpr int kRowSpacing = 8;
+constexpr int kColumnSpacing = 12;
+constexpr int kFieldWidth = 230;
+constexpr int kFieldHeight = 22;
+constexpr int kFieldPadding = 4;
+constexpr int kCheckBoxHeight = 16;
+constexpr QSize kOpenButtonSize{142, 34};
+constexpr int kNoteWidth = 350;
+
+/// A field and what it is called.
+struct Entry {
+    QString label;
+    QLineEdit& field;
+    QString placeholder;
+    QString description;
+};
+
+void addEntry(QGridLayout& grid, int row, const Entry& entry)
+{
+    QLineEdit& field = entry.field;
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(field);
+    field.setPlaceholderText(entry.placeholder);
+    field.setFixedHeight(kFieldHeight);
+    field.setMaximumWidth(kFieldWidth);
+    field.setTextMargins(kFieldPadding, 0, kFieldPadding, 0);
+    field.setAccessibleName(entry.label);
+    field.setAccessibleDescription(entry.description);
+    new EditRestorer(field);
+
+    QLabel* label =
+        makeLabel(entry.label, {.size = 12, .weight = QFont::Medium, .colour = Brand::navy()});
+    label->setBuddy(&field);
+    grid.addWidget(label, row, 0, Qt::AlignRight | Qt::AlignVCenter);
+    grid.addWidget(&field, row, 1);
+}
+
+} // namespace
+
 QWidget* AppDelegate::buildAdvancedForm()
 {
-    hostField.setPlaceholderText(QStringLiteral("192.168.1.20"));
-    portField.setPlaceholderText(QStringLiteral("4445"));
-    shareField.setPlaceholderText(QStringLiteral("NAS"));
-    userField.setPlaceholderText(QStringLiteral("nas"));
+    auto* form = new QWidget;
+    auto* layout = new QVBoxLayout(form);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(kSpacing);
+
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(automaticDiscovery);
+    automaticDiscovery.setFixedHeight(kCheckBoxHeight);
+    automaticDiscovery.setAccessibleDescription(
+        QStringLiteral("Whether to use the phones on this network, rather than the address below"));
+    connect(&automaticDiscovery, &QCheckBox::clicked, this, &AppDelegate::toggleAutomaticDiscovery);
+    layout->addWidget(&automaticDiscovery, 0, Qt::AlignLeft);
+    layout->addLayout(buildFields());
+    layout->addLayout(buildFormButtons());
+    QLabel* note = wrappingLabel(
+        QStringLiteral("Normally no action is needed here. Quillbox appears in Finder "
+                       "automatically while this helper is running."),
+        10, Brand::slate());
+    note->setFixedWidth(kNoteWidth);
+    layout->addWidget(note);
+    return form;
+}
+
+QLayout* AppDelegate::buildFields()
+{
+    auto* grid = new QGridLayout;
+    grid->setVerticalSpacing(kRowSpacing);
+    grid->setHorizontalSpacing(kColumnSpacing);
+    // The fields take what the labels leave, up to their width, and nothing takes the rest.
+    grid->setColumnStretch(1, 1000);
+    grid->setColumnStretch(2, 1);
+    const Entry entries[] = {
+        {.label = QStringLiteral("Phone IP or name"),
+         .field = hostField,
+         .placeholder = QStringLiteral("192.168.1.20"),
+         .description = QStringLiteral("Used when phones are not found automatically")},
+        {.label = QStringLiteral("SMB port"),
+         .field = portField,
+         .placeholder = QStringLiteral("4445"),
+         .description = QStringLiteral("Used when phones are not found automatically")},
+        {.label = QStringLiteral("Default share"),
+         .field = shareField,
+         .placeholder = QStringLiteral("NAS"),
+         .description = QStringLiteral("What Open in Finder opens")},
+        {.label = QStringLiteral("Username"),
+         .field = userField,
+         .placeholder = QStringLiteral("nas"),
+         .description = QStringLiteral("Whom Open in Finder opens the share as")},
+    };
+    int row = 0;
+    for (const Entry& entry : entries)
+        addEntry(*grid, row++, entry);
 
     // The end of an edit is the Return key or the focus moving on. The toolkit's editingFinished
     // also comes when the window loses the focus, and would cut running transfers. Share and user
@@ -19,22 +112,29 @@ QWidget* AppDelegate::buildAdvancedForm()
         field->installEventFilter(this);
         connect(field, &QLineEdit::returnPressed, this, &AppDelegate::controlTextDidEndEditing);
     }
-    connect(&automaticDiscovery, &QCheckBox::clicked, this, &AppDelegate::toggleAutomaticDiscovery);
+    return grid;
+}
+
+QLayout* AppDelegate::buildFormButtons()
+{
+    auto* row = new QHBoxLayout;
+    row->setSpacing(kSpacing);
 
     auto* restart = new QPushButton(QStringLiteral("Restart service"));
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(*restart);
+    restart->setFixedHeight(kOpenButtonSize.height());
+    restart->setAccessibleDescription(
+        QStringLiteral("Makes phones visible in Finder and connects to them anew"));
     connect(restart, &QPushButton::clicked, this, &AppDelegate::restartFromMenu);
+    row->addWidget(restart);
 
-    auto* form = new QWidget;
-    auto* layout = new QVBoxLayout(form);
-    layout->addWidget(&automaticDiscovery);
-    auto* fields = new QFormLayout;
-    fields->addRow(QStringLiteral("Phone IP or name"), &hostField);
-    fields->addRow(QStringLiteral("SMB port"), &portField);
-    fields->addRow(QStringLiteral("Default share"), &shareField);
-    fields->addRow(QStringLiteral("Username"), &userField);
-    layout->addLayout(fields);
-    layout->addWidget(restart);
-    return form;
+    auto* open = new FilledButton(QStringLiteral("Open in Finder"));
+    open->setFixedSize(kOpenButtonSize);
+    open->setAccessibleDescription(QStringLiteral("Opens the default share in the file browser"));
+    connect(open, &QPushButton::clicked, this, &AppDelegate::openInFinder);
+    row->addWidget(open);
+    row->addStretch();
+    return row;
 }
 
 } // namespace quillbox

@@ -1,10 +1,10 @@
 #include "app/app_delegate.h"
+#include "ui/helper_style.h"
 
 #include <QApplication>
 #include <QColor>
 #include <QPalette>
-#include <QStyle>
-#include <QStyleFactory>
+#include <QToolTip>
 
 namespace quillbox {
 
@@ -13,8 +13,8 @@ namespace {
 QPalette lightPalette()
 {
     const QColor text(0x1c, 0x1c, 0x1c);
-    const QColor window(0xef, 0xef, 0xef);
-    const QColor faint(0x93, 0x93, 0x93);
+    const QColor window(0xf6, 0xf6, 0xf6);
+    const QColor faint(0x6b, 0x6b, 0x6b);
     const QColor highlight(0x30, 0x8c, 0xc6);
 
     // The constructor derives the shades that frames and buttons are drawn with.
@@ -26,22 +26,30 @@ QPalette lightPalette()
         palette.setColor(QPalette::Disabled, role, faint);
     palette.setColor(QPalette::Base, Qt::white);
     palette.setColor(QPalette::AlternateBase, window);
-    palette.setColor(QPalette::ToolTipBase, QColor(0xff, 0xff, 0xdc));
+    palette.setColor(QPalette::ToolTipBase, Qt::white);
     palette.setColor(QPalette::PlaceholderText, faint);
     palette.setColor(QPalette::Highlight, highlight);
     palette.setColor(QPalette::HighlightedText, Qt::white);
     palette.setColor(QPalette::Link, highlight);
+    palette.setColor(QPalette::LinkVisited, highlight);
     return palette;
 }
 
 } // namespace
 
-/// A desktop's own style may draw dark whatever the palette says, so the toolkit's own is taken.
+/// A desktop's own style may draw dark whatever the palette says, so another is taken.
 void AppDelegate::forceLightAppearance()
 {
-    if (QStyle* style = QStyleFactory::create(QStringLiteral("Fusion")))
-        QApplication::setStyle(style);
-    QApplication::setPalette(lightPalette());
+    QApplication::setStyle(new HelperStyle);
+    applyLightPalette();
+}
+
+/// Again whenever the desktop's theme changes, which gives some classes palettes of their own.
+void AppDelegate::applyLightPalette()
+{
+    const QPalette palette = lightPalette();
+    QApplication::setPalette(palette);
+    QToolTip::setPalette(palette);
 }
 
 } // namespace quillbox

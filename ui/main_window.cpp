@@ -1,13 +1,98 @@
 #include "app/app_delegate.h"
+#include "ui/accessible_role.h"
+#include "ui/brand.h"
+#include "ui/content_area.h"
+#include "ui/focus_ring.h"
+#include "ui/frame_sizer.h"
+#include "ui/header.h"
 #include "ui/icons.h"
+#include "ui/rounded_box.h"
+#include "ui/text_style.h"
 
 #include <QEvent>
 #include <QFocusEvent>
+#include <QHBoxLayout>
+#include <QPalette>
 #include <QVBoxLayout>
+#include <algorithm>
+#include <initializer_list>
 
 namespace quillbox {
 
 namespace {
+
+constexpr int kWidth = 440;
+constexpr int kFoldedHeight = 340;
+constexpr int kUnfoldedHeight = 520;
+constexpr int kMaximumHeight = 700;
+constexpr int kPhoneHeight = 22;
+constexpr int kPhoneListHeight = 20;
+
+constexpr QMargins kInsets{22, 20, 22, 20};
+constexpr int kSpacing = 12;
+constexpr int kContentWidth = 396;
+
+constexpr QMargins kCardInsets{18, 16, 18, 16};
+constexpr int kCardSpacing = 11;
+constexpr int kCardRadius = 16;
+
+constexpr int kStatusWidth = 360;
+constexpr QMargins kStatusInsets{13, 10, 13, 10};
+constexpr int kStatusSpacing = 9;
+constexpr int kStatusRadius = 10;
+constexpr int kStatusLines = 2;
+
+constexpr int kPhoneSpacing = 6;
+/// For the part of the last row that stands out of what the list counts with.
+constexpr int kPhoneListBottom = 2;
+
+/// Low enough for the folded window to show everything below a usual title bar.
+constexpr int kButtonHeight = 22;
+constexpr int kTextControlHeight = 16;
+
+/// Still read with ease, and not taken for a text that somebody typed.
+constexpr float kPlaceholderStrength = 0.75F;
+
+/// Only colours of the brand, and white.
+QPalette windowPalette()
+{
+    QPalette palette(Brand::surface());
+    palette.setColor(QPalette::Window, Brand::surface());
+    palette.setColor(QPalette::Button, Qt::white);
+    palette.setColor(QPalette::Base, Qt::white);
+    palette.setColor(QPalette::AlternateBase, Brand::pale());
+    palette.setColor(QPalette::Highlight, Brand::blue());
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    QColor faint = Brand::slate();
+    faint.setAlphaF(kPlaceholderStrength);
+    palette.setColor(QPalette::PlaceholderText, faint);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(role, Brand::navy());
+    return palette;
+}
+
+std::unique_ptr<QWidget> makeWindow()
+{
+    auto window = std::make_unique<QWidget>();
+    window->setWindowTitle(QStringLiteral("Quillbox Helper"));
+    // What cannot be resized can be enlarged to the whole screen still, unless it is said.
+    window->setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint
+                           | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint
+                           | Qt::WindowCloseButtonHint);
+    window->setPalette(windowPalette());
+    return window;
+}
+
+/// What pressing the "Advanced" button does.
+QString unfoldingHint()
+{
+    return QStringLiteral("Shows the settings of the connection");
+}
+
+QString foldingHint()
+{
+    return QStringLiteral("Hides the settings of the connection");
+}
 
 /// Whether the user left the field, and not merely the window or for the field's own menu.
 bool endsEditing(const QEvent& event)
@@ -22,30 +107,124 @@ bool endsEditing(const QEvent& event)
 
 void AppDelegate::buildWindow()
 {
-    window = std::make_unique<QWidget>();
-    window->setWindowTitle(QStringLiteral("Quillbox Helper"));
+    window = makeWindow();
     window->setWindowIcon(Icons::application());
     // Closing only hides the window.
     window->installEventFilter(this);
+    frameSizer = new FrameSizer(*window);
 
+    auto* area = new ContentArea(kInsets);
+    connect(&frameSizer->animation(), &QVariantAnimation::stateChanged, area,
+            [area](QAbstractAnimation::State state) {
+                area->setSettling(state == QAbstractAnimation::Running);
+            });
     auto* layout = new QVBoxLayout(window.get());
-    layout->addWidget(&showInFinder);
-    layout->addWidget(&statusDot);
-    layout->addWidget(&statusLabel);
-    layout->addWidget(&deviceListStack);
-    layout->addWidget(&advancedButton);
-    advancedForm = buildAdvancedForm();
-    layout->addWidget(advancedForm);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(area);
 
-    statusLabel.setWordWrap(true);
-    new QVBoxLayout(&deviceListStack);
-    deviceListStack.hide();
-    advancedForm->hide();
+    QLabel* subtitle = wrappingLabel(
+        QStringLiteral("Makes your phone easy to find in Finder. Local network only."), 12,
+        Brand::slate());
+    QLabel* footnote = wrappingLabel(
+        QStringLiteral("No telemetry or cloud service. It only relays Finder SMB traffic directly "
+                       "to your phone while running."),
+        10, Brand::slate());
+    QVBoxLayout& column = area->column();
+    column.setSpacing(kSpacing);
+    for (QWidget* part : std::initializer_list<QWidget*>{makeHeader(window->windowIcon()), subtitle,
+                                                         buildCard(), footnote}) {
+        part->setFixedWidth(kContentWidth);
+        column.addWidget(part);
+    }
+    column.addStretch(1);
 
+    buildKeyboard();
+    new FocusRing(*window);
+    // The height follows the content from the first list of phones on.
+    window->setFixedSize(kWidth, kFoldedHeight);
+}
+
+QWidget* AppDelegate::buildCard()
+{
+    auto* card =
+        new RoundedBox({.radius = kCardRadius, .fill = Qt::white, .border = Brand::border()});
+    auto* layout = new QVBoxLayout(card);
+    layout->setContentsMargins(kCardInsets);
+    layout->setSpacing(kCardSpacing);
+
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(showInFinder);
+    showInFinder.setFixedHeight(kTextControlHeight);
+    showInFinder.setAccessibleDescription(
+        QStringLiteral("Whether phones appear in the file browser"));
     connect(&showInFinder, &QCheckBox::clicked, this, &AppDelegate::toggleFinderVisibility);
+    layout->addWidget(&showInFinder, 0, Qt::AlignLeft);
+    layout->addWidget(buildStatusBox());
+
+    auto* phones = new QVBoxLayout(&deviceListStack);
+    phones->setContentsMargins(0, 0, 0, kPhoneListBottom);
+    phones->setSpacing(kPhoneSpacing);
+    deviceListStack.setAccessibleName(QStringLiteral("Available Quillbox devices"));
+    deviceListStack.hide();
+    layout->addWidget(&deviceListStack);
+
+    layout->addWidget(buildManagementButton(), 0, Qt::AlignLeft);
+    buildAdvancedButton();
+    layout->addWidget(&advancedButton, 0, Qt::AlignLeft);
+    advancedForm = buildAdvancedForm();
+    advancedForm->hide();
+    layout->addWidget(advancedForm);
+    return card;
+}
+
+QWidget* AppDelegate::buildManagementButton()
+{
+    const QString enableFirst =
+        QStringLiteral("Enable web management for an SMB user on the phone first");
+    auto* management = new QPushButton(QStringLiteral("Open web management"));
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(*management);
+    management->setFixedHeight(kButtonHeight);
+    management->setToolTip(enableFirst);
+    management->setAccessibleDescription(enableFirst);
+    connect(management, &QPushButton::clicked, this, &AppDelegate::openManagement);
+    return management;
+}
+
+void AppDelegate::buildAdvancedButton()
+{
+    TextStyle{.size = kControlTextSize, .colour = Brand::slate()}.apply(advancedButton);
+    advancedButton.setFlat(true);
+    advancedButton.setFixedHeight(kTextControlHeight);
+    advancedButton.setAccessibleName(QStringLiteral("Advanced"));
+    advancedButton.setAccessibleDescription(unfoldingHint());
     connect(&advancedButton, &QPushButton::clicked, this, &AppDelegate::toggleAdvanced);
-    // The toolkit sizes a window when it shows it; whoever places it before that needs its size.
-    window->adjustSize();
+}
+
+QWidget* AppDelegate::buildStatusBox()
+{
+    auto* box =
+        new RoundedBox({.radius = kStatusRadius, .fill = Brand::pale(), .border = Brand::border()});
+    box->setFixedWidth(kStatusWidth);
+    setAccessibleRole(*box, QAccessible::StatusBar);
+    box->setAccessibleName(QStringLiteral("Status"));
+    auto* row = new QHBoxLayout(box);
+    row->setContentsMargins(kStatusInsets);
+    row->setSpacing(kStatusSpacing);
+    TextStyle{.size = 13, .colour = Brand::slate()}.apply(statusDot);
+    statusDot.setAccessibleName(QStringLiteral("Finder service off"));
+    row->addWidget(&statusDot);
+    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::slate()}.apply(statusLabel);
+    statusLabel.setMaximumLines(kStatusLines);
+    setAccessibleRole(statusLabel, QAccessible::Notification);
+    statusLabel.setAccessibleName(statusLabel.text());
+    row->addWidget(&statusLabel, 1);
+    return box;
+}
+
+QLabel* AppDelegate::wrappingLabel(const QString& text, int size, const QColor& color)
+{
+    auto* label = new ParagraphLabel(text);
+    TextStyle{.size = size, .colour = color}.apply(*label);
+    return label;
 }
 
 void AppDelegate::toggleAdvanced()
@@ -54,12 +233,16 @@ void AppDelegate::toggleAdvanced()
     advancedForm->setVisible(advancedVisible);
     advancedButton.setText(advancedVisible ? QStringLiteral("Advanced ▾")
                                            : QStringLiteral("Advanced ▸"));
+    advancedButton.setAccessibleDescription(advancedVisible ? foldingHint() : unfoldingHint());
     updateWindowHeight();
 }
 
 void AppDelegate::updateWindowHeight()
 {
-    window->adjustSize();
+    const int phones = static_cast<int>(discoveredDevices.size());
+    const int list = phones == 0 ? 0 : kPhoneHeight * phones + kPhoneListHeight;
+    const int base = advancedVisible ? kUnfoldedHeight : kFoldedHeight;
+    frameSizer->setFrameSize({kWidth, std::min(base + list, kMaximumHeight)});
 }
 
 bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
@@ -69,6 +252,10 @@ bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
         event->setAccepted(isClosing);
         return !isClosing;
     }
+    if (watched == window.get() && event->type() == QEvent::ThemeChange)
+        applyLightPalette();
+    if (watched == window.get() && event->type() == QEvent::KeyPress)
+        return handleKey(*event);
     if ((watched == &hostField || watched == &portField) && endsEditing(*event))
         controlTextDidEndEditing();
     return QObject::eventFilter(watched, event);

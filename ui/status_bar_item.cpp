@@ -11,7 +11,7 @@ namespace quillbox {
 StatusBarItem::StatusBarItem(StatusHost& statusHost, QIcon itemIcon)
     : host(statusHost), icon(std::move(itemIcon))
 {
-    host.setChangedHandler([this] { showIfPossible(); });
+    host.setChangedHandler([this] { hostChanged(); });
     showIfPossible();
 }
 
@@ -25,6 +25,13 @@ void StatusBarItem::setToolTip(const QString& toolTip)
     text = toolTip;
     if (shownItem)
         shownItem->setToolTip(DisplayText::forToolTip(text.toStdString()));
+}
+
+void StatusBarItem::hostChanged()
+{
+    showIfPossible();
+    if (shownChanged)
+        shownChanged();
 }
 
 /// Once made, the toolkit's item follows its tray or its panel by itself, through restarts as well.

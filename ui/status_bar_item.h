@@ -6,6 +6,7 @@
 #include <QMenu>
 #include <QString>
 #include <QSystemTrayIcon>
+#include <functional>
 #include <memory>
 
 namespace quillbox {
@@ -33,10 +34,14 @@ public:
     /// Plain text, some of which may come from the network.
     void setToolTip(const QString& toolTip);
 
-    /// Whether the item was handed to the desktop.
-    bool isShown() const { return shownItem != nullptr; }
+    /// Whether the desktop has a place for the item, and so shows it.
+    bool isShown() const { return host.isAvailable(); }
+
+    /// Called at each change of `isShown`.
+    std::function<void()> shownChanged;
 
 private:
+    void hostChanged();
     void showIfPossible();
     void clicked(QSystemTrayIcon::ActivationReason reason);
 

@@ -8,6 +8,7 @@ namespace quillbox {
 void AppDelegate::buildStatusItem()
 {
     statusItem = std::make_unique<StatusBarItem>(environment.statusHost, Icons::status());
+    statusItem->shownChanged = [this] { updateTaskbar(); };
     statusItem->setToolTip(QStringLiteral("Quillbox Helper — Finder service off"));
 
     QMenu& menu = statusItem->menu();
@@ -17,6 +18,8 @@ void AppDelegate::buildStatusItem()
     menu.addSeparator();
     menu.addAction(QStringLiteral("Show Quillbox Helper"), this, &AppDelegate::showHelper);
     menu.addAction(QStringLiteral("Restart Finder service"), this, &AppDelegate::restartFromMenu);
+    menu.addAction(QStringLiteral("Open in Finder"), this, &AppDelegate::openInFinder);
+    menu.addAction(QStringLiteral("Open web management"), this, &AppDelegate::openManagement);
     menu.addSeparator();
     menu.addAction(QStringLiteral("Quit Quillbox Helper"), this, &AppDelegate::quit)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));

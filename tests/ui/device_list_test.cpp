@@ -1,21 +1,64 @@
-#include "tests/app/app_fixture.h"
+#include "tests/ui/window_fixture.h"
+#include "ui/brand.h"
+#include "ui/display_text.h"
+#include "ui/elided_label.h"
 
-#include <QLabel>
+#include <QApplication>
 #include <QLayout>
+#include <QPointer>
+
+#include <gmock/gmock.h>
 
 namespace quillbox {
 
 namespace {
 
-class DeviceList : public AppFixture {
+using ::testing::ElementsAre;
+
+const char* const kGreen = "#16a34a";
+const char* const kNavy = "#0f172a";
+const char* const kSlate = "#475569";
+
+class DeviceList : public WindowFixture {
 protected:
     int viewCount() const { return delegate->deviceListStack.layout()->count(); }
 
-    std::vector<QLabel*> labelsOf(int index) const
+    QWidget& view(int index) const
     {
-        const auto labels =
-            delegate->deviceListStack.layout()->itemAt(index)->widget()->findChildren<QLabel*>();
-        return {labels.begin(), labels.end()};
+        return *delegate->deviceListStack.layout()->itemAt(index)->widget();
+    }
+
+    /// What stands in a row, from left to right.
+    static std::vector<QWidget*> partsOf(const DeviceRow& row)
+    {
+        std::vector<QWidget*> parts;
+        for (int index = 0; index < row.layout()->count(); ++index) {
+            if (QWidget* part = row.layout()->itemAt(index)->widget())
+                parts.push_back(part);
+        }
+        return parts;
+    }
+
+    std::vector<std::string> shownNames() const
+    {
+        std::vector<std::string> names;
+        for (const DeviceRow* row : rows())
+            names.push_back(static_cast<QLabel*>(partsOf(*row)[1])->text().toStdString());
+        return names;
+    }
+
+    /// The names that the "Manage" buttons hold; nothing for a row without one.
+    std::vector<std::string> managed() const
+    {
+        std::vector<std::string> names;
+        for (const DeviceRow* row : rows()) {
+            const QPushButton* button = row->manageButton();
+            names.push_back(button ? button->property(AppDelegate::kManagementIdentifier)
+                                         .toByteArray()
+                                         .toStdString()
+                                   : "");
+        }
+        return names;
     }
 };
 
@@ -32,10 +75,12 @@ TEST_F(DeviceList, isHiddenUntilAPhoneIsFound)
 
 TEST_F(DeviceList, staysHiddenWhenOnlyManagementIsFound)
 {
-    launch();
+    open();
     findManagement({phoneNamed("Quillbox")});
+    settle();
     EXPECT_TRUE(delegate->deviceListStack.isHidden());
     EXPECT_EQ(viewCount(), 0);
+    EXPECT_EQ(window().frameGeometry().height(), 340);
 }
 
 TEST_F(DeviceList, everyRedrawLeavesAHeadingAndARowAPhone)
@@ -44,21 +89,271 @@ TEST_F(DeviceList, everyRedrawLeavesAHeadingAndARowAPhone)
     for (int redraw = 0; redraw < 3; ++redraw) {
         findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B"), phoneNamed("Quillbox C")});
         EXPECT_EQ(viewCount(), 4);
+        EXPECT_EQ(
+            delegate->deviceListStack.findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly)
+                .size(),
+            4);
     }
     findPhones({phoneNamed("Quillbox B")});
     EXPECT_EQ(viewCount(), 2);
 }
 
-TEST_F(DeviceList, aHostileNameIsShownAsItIs)
+TEST_F(DeviceList, everyRedrawBuildsEveryRowAnew)
 {
     launch();
-    const std::string name = "Quillbox <img src='http://192.0.2.1/x'> & <b>bold</b>";
+    findPhones({phoneNamed("Quillbox A")});
+    const QPointer<QWidget> heading(&view(0));
+    const QPointer<QWidget> row(&view(1));
+    findPhones({phoneNamed("Quillbox A")});
+    EXPECT_NE(&view(0), heading);
+    EXPECT_NE(&view(1), row);
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    EXPECT_TRUE(heading.isNull());
+    EXPECT_TRUE(row.isNull());
+}
+
+TEST_F(DeviceList, showsThePhonesInTheirOrderBelowTheHeading)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox B"), phoneNamed("Quillbox A"), phoneNamed("Quillbox")});
+    EXPECT_THAT(shownNames(), ElementsAre("Quillbox", "Quillbox A", "Quillbox B"));
+    const auto& heading = dynamic_cast<QLabel&>(view(0));
+    EXPECT_EQ(heading.text(), QStringLiteral("AVAILABLE QUILLBOX DEVICES"));
+    EXPECT_EQ(writingOf(heading), (Writing{10, 600, kSlate}));
+}
+
+TEST_F(DeviceList, aRowIsWrittenAsItShouldBe)
+{
+    open();
+    findPhones({phoneNamed("Quillbox")});
+    settle();
+    const auto parts = partsOf(*rows()[0]);
+    ASSERT_EQ(parts.size(), 3U);
+    EXPECT_EQ(static_cast<QLabel*>(parts[0])->text(), QStringLiteral("●"));
+    EXPECT_EQ(writingOf(*parts[0]), (Writing{12, 400, kGreen}));
+    EXPECT_EQ(static_cast<QLabel*>(parts[1])->text(), QStringLiteral("Quillbox"));
+    EXPECT_EQ(writingOf(*parts[1]), (Writing{12, 500, kNavy}));
+    EXPECT_EQ(static_cast<QLabel*>(parts[2])->text(), QStringLiteral("Online"));
+    EXPECT_EQ(writingOf(*parts[2]), (Writing{11, 400, kGreen}));
+    EXPECT_EQ(pictureOf(*parts[0]).pixelColor(parts[0]->rect().center()), Brand::green());
+}
+
+TEST_F(DeviceList, thePartsOfARowStandAtTheirDistance)
+{
+    open();
+    findPhones({phoneNamed("Quillbox"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox"), phoneNamed("Quillbox B")});
+    settle();
+    for (const DeviceRow* row : rows()) {
+        const auto parts = partsOf(*row);
+        ASSERT_EQ(parts.size(), 4U);
+        EXPECT_EQ(parts[0]->x(), 0);
+        for (std::size_t index = 1; index < parts.size(); ++index) {
+            EXPECT_EQ(parts[index]->x(), parts[index - 1]->geometry().right() + 1 + 8);
+            EXPECT_LE(std::abs(2 * parts[index]->geometry().center().y() + 1 - row->height()), 2);
+        }
+    }
+    EXPECT_EQ(delegate->deviceListStack.layout()->spacing(), 6);
+    EXPECT_EQ(rows()[1]->y() - rows()[0]->y(), 22);
+    EXPECT_EQ(place(delegate->deviceListStack).top(),
+              place(*delegate->statusLabel.parentWidget()).bottom() + 1 + 11);
+}
+
+TEST_F(DeviceList, noManageButtonReachesIntoAnotherRow)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    settle();
+    const QRect first = place(*rows()[0]->manageButton());
+    const QRect second = place(*rows()[1]->manageButton());
+    EXPECT_GT(second.top(), first.bottom());
+    EXPECT_TRUE(place(*rows()[0]).contains(first));
+    EXPECT_TRUE(place(delegate->deviceListStack).contains(second));
+    EXPECT_GT(first.top(), place(view(0)).bottom());
+}
+
+TEST_F(DeviceList, aManageButtonComesWithTheWebServiceOfThatName)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    EXPECT_THAT(managed(), ElementsAre("", ""));
+    findManagement({phoneNamed("Quillbox B"), phoneNamed("Quillbox C")});
+    EXPECT_THAT(managed(), ElementsAre("", "Quillbox B"));
+    EXPECT_EQ(rows()[1]->manageButton()->text(), QStringLiteral("Manage"));
+    findManagement({});
+    EXPECT_THAT(managed(), ElementsAre("", ""));
+}
+
+TEST_F(DeviceList, aNameInOtherLettersIsAnotherName)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox Office")});
+    findManagement({phoneNamed("Quillbox office")});
+    EXPECT_THAT(managed(), ElementsAre(""));
+}
+
+TEST_F(DeviceList, anEquivalentNameMatchesAndTheButtonHoldsTheOneOfTheWebService)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox B\u00fcro")});
+    findManagement({phoneNamed("Quillbox Bu\u0308ro")});
+    EXPECT_THAT(managed(), ElementsAre("Quillbox Bu\u0308ro"));
+}
+
+TEST_F(DeviceList, twoPhonesOfOneNameHaveAButtonEach)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox", "one"), phoneNamed("Quillbox", "two")});
+    findManagement({phoneNamed("Quillbox")});
+    EXPECT_THAT(managed(), ElementsAre("Quillbox", "Quillbox"));
+}
+
+TEST_F(DeviceList, aManageButtonAsksForThePageOfItsPhone)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    rows()[1]->manageButton()->click();
+    ASSERT_EQ(network.netServices.size(), 1U);
+    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+}
+
+TEST_F(DeviceList, namesAreShownAsTheyAre)
+{
+    launch();
+    const std::string name = "Quillbox <img src='http://192.0.2.1/x'> & <b>bold</b> _x";
     findPhones({phoneNamed(name)});
-    const auto labels = labelsOf(1);
-    ASSERT_EQ(labels.size(), 3U);
-    EXPECT_EQ(labels[1]->text().toStdString(), name);
-    for (const QLabel* label : labels)
+    findManagement({phoneNamed(name)});
+    EXPECT_THAT(shownNames(), ElementsAre(name));
+    EXPECT_THAT(managed(), ElementsAre(name));
+    for (const QLabel* label : rows()[0]->findChildren<QLabel*>())
         EXPECT_EQ(label->textFormat(), Qt::PlainText);
+}
+
+TEST_F(DeviceList, aHostileNameStaysOnItsLineAndKeepsItsIdentifier)
+{
+    launch();
+    const std::string name = "Quillbox \u202egnp\n\tx\x01";
+    findPhones({phoneNamed(name)});
+    findManagement({phoneNamed(name)});
+    EXPECT_THAT(shownNames(), ElementsAre("Quillbox \uFFFDgnp\uFFFD\uFFFDx\uFFFD"));
+    EXPECT_THAT(managed(), ElementsAre(name));
+}
+
+TEST_F(DeviceList, aLongNameIsElidedAndNothingGrows)
+{
+    open();
+    const std::string name = "Quillbox " + std::string(54, 'W');
+    findPhones({phoneNamed(name)});
+    findManagement({phoneNamed(name)});
+    settle();
+    const auto parts = partsOf(*rows()[0]);
+    const auto* label = dynamic_cast<ElidedLabel*>(parts[1]);
+    ASSERT_TRUE(label);
+    EXPECT_TRUE(label->isElided());
+    EXPECT_EQ(label->toolTip().toStdString(), name);
+    EXPECT_EQ(window().frameGeometry().width(), 440);
+    EXPECT_EQ(place(*rows()[0]).width(), 360);
+    EXPECT_EQ(place(*parts[3]).right(), place(*rows()[0]).right());
+    for (std::size_t index : {2U, 3U})
+        EXPECT_GE(parts[index]->width(), parts[index]->sizeHint().width());
+}
+
+TEST_F(DeviceList, aShortNameIsFollowedAtOnceAndHasNoToolTip)
+{
+    open();
+    findPhones({phoneNamed("Quillbox")});
+    settle();
+    const auto parts = partsOf(*rows()[0]);
+    EXPECT_EQ(parts[1]->width(), parts[1]->sizeHint().width());
+    EXPECT_EQ(parts[1]->toolTip(), QString());
+}
+
+TEST_F(DeviceList, theFocusStaysWithThePhone)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    settle();
+    rows()[1]->manageButton()->setFocus(Qt::TabFocusReason);
+    findPhones({phoneNamed("Quillbox"), phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    settle();
+    EXPECT_TRUE(rows()[2]->manageButton()->hasFocus());
+}
+
+TEST_F(DeviceList, ofTwoPhonesOfOneNameTheSecondKeepsTheFocus)
+{
+    open();
+    findPhones({phoneNamed("Quillbox", "one"), phoneNamed("Quillbox", "two")});
+    findManagement({phoneNamed("Quillbox")});
+    settle();
+    rows()[1]->manageButton()->setFocus(Qt::TabFocusReason);
+    findManagement({phoneNamed("Quillbox")});
+    EXPECT_TRUE(rows()[1]->manageButton()->hasFocus());
+    EXPECT_FALSE(rows()[0]->manageButton()->hasFocus());
+}
+
+TEST_F(DeviceList, theFocusGoesOnWhenItsPhoneLeaves)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    rows()[0]->manageButton()->setFocus(Qt::TabFocusReason);
+    findPhones({});
+    settle();
+    ASSERT_TRUE(window().focusWidget());
+    EXPECT_TRUE(window().focusWidget()->isVisible());
+    EXPECT_TRUE(window().focusWidget()->hasFocus());
+}
+
+TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    pressPointer(*rows()[0]->manageButton());
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    settle();
+    ASSERT_TRUE(rows()[0]->manageButton()->isDown());
+    EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to hear of the release";
+    releasePointer(*rows()[0]->manageButton());
+    EXPECT_EQ(network.netServices.size(), 1U);
+    EXPECT_FALSE(rows()[0]->manageButton()->isDown());
+    EXPECT_FALSE(QWidget::mouseGrabber());
+}
+
+TEST_F(DeviceList, aPressThatLeavesTheNewButtonIsNone)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    pressPointer(*rows()[0]->manageButton());
+    findPhones({phoneNamed("Quillbox A")});
+    QEvent leave(QEvent::Leave);
+    QApplication::sendEvent(rows()[0]->manageButton(), &leave);
+    EXPECT_FALSE(rows()[0]->manageButton()->isDown());
+    EXPECT_TRUE(network.netServices.empty());
+}
+
+TEST_F(DeviceList, aRedrawFromWithinAClickIsHarmless)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    QPushButton* button = rows()[0]->manageButton();
+    QObject::connect(button, &QPushButton::clicked, button, [this] {
+        for (int redraw = 0; redraw < 3; ++redraw)
+            delegate->updateDeviceList();
+    });
+    pressPointer(*button);
+    releasePointer(*button);
+    settle();
+    EXPECT_EQ(viewCount(), 2);
 }
 
 } // namespace

@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -38,15 +39,16 @@ TEST(StatusBarItem, isShownOnceAHostComes)
     EXPECT_TRUE(item.isShown());
 }
 
-TEST(StatusBarItem, staysWithTheToolkitWhileItsHostIsAway)
+TEST(StatusBarItem, tellsWhenItsHostComesAndGoes)
 {
     FakeStatusHost host;
-    const StatusBarItem item(host, Icons::status());
+    StatusBarItem item(host, Icons::status());
+    std::vector<bool> told;
+    item.shownChanged = [&] { told.push_back(item.isShown()); };
     host.become(true);
     host.become(false);
-    EXPECT_TRUE(item.isShown());
     host.become(true);
-    EXPECT_TRUE(item.isShown());
+    EXPECT_EQ(told, (std::vector<bool>{true, false, true}));
 }
 
 TEST(StatusBarItem, leavesTheHostAlone)

@@ -50,7 +50,7 @@ protected:
                         {QStringLiteral("-displayfd"), QStringLiteral("1"),
                          QStringLiteral("-screen"), QStringLiteral("0"),
                          QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
-                         QStringLiteral("tcp")}};
+                         QStringLiteral("tcp"), QStringLiteral("-noreset")}};
     LineProcess bus{QStringLiteral("dbus-daemon"),
                     {QStringLiteral("--session"), QStringLiteral("--nofork"),
                      QStringLiteral("--print-address=1")}};

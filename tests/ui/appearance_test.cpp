@@ -1,0 +1,178 @@
+#include "tests/ui/window_fixture.h"
+#include "ui/brand.h"
+#include "ui/helper_style.h"
+
+#include <QApplication>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMetaEnum>
+#include <QPalette>
+#include <QStyleFactory>
+#include <QToolTip>
+
+namespace quillbox {
+
+namespace {
+
+constexpr QPalette::ColorGroup kGroups[] = {QPalette::Active, QPalette::Inactive,
+                                            QPalette::Disabled};
+
+/// Those of a desktop that is dark.
+QPalette darkPalette()
+{
+    QPalette palette(QColor(0x24, 0x1f, 0x31));
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
+                            QPalette::ToolTipText, QPalette::PlaceholderText})
+        palette.setColor(role, Qt::white);
+    for (const auto role : {QPalette::Base, QPalette::AlternateBase, QPalette::ToolTipBase})
+        palette.setColor(role, QColor(0x1d, 0x1d, 0x1d));
+    return palette;
+}
+
+class Appearance : public WindowFixture {
+protected:
+    /// What such a desktop has set before the program says anything, and when its theme changes.
+    static void darken()
+    {
+        QApplication::setPalette(darkPalette());
+        for (const char* name : {"QMenu", "QLabel", "QAbstractButton", "QLineEdit", "QMessageBox"})
+            QApplication::setPalette(darkPalette(), name);
+        QToolTip::setPalette(darkPalette());
+    }
+
+    static void expectLight(const QPalette& palette, const char* what)
+    {
+        for (const auto group : kGroups) {
+            for (const auto role : {QPalette::Window, QPalette::Base, QPalette::Button,
+                                    QPalette::AlternateBase, QPalette::ToolTipBase})
+                EXPECT_GT(palette.color(group, role).lightness(), 200) << what << ' ' << role;
+            for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
+                                    QPalette::ToolTipText})
+                EXPECT_LT(palette.color(group, role).lightness(), 128) << what << ' ' << role;
+        }
+    }
+
+    void expectEverythingLight()
+    {
+        expectLight(QApplication::palette(), "application");
+        expectLight(QToolTip::palette(), "tool tip");
+        expectLight(delegate->statusItem->menu().palette(), "menu of the status item");
+        expectLight(QMenu(&window()).palette(), "menu");
+        const QMessageBox alert(&window());
+        expectLight(alert.palette(), "alert");
+        expectLight(window().palette(), "window");
+        for (const auto* part : window().findChildren<QWidget*>()) {
+            const int lightness = part->palette().color(part->backgroundRole()).lightness();
+            EXPECT_GT(lightness, 200) << part->metaObject()->className();
+        }
+        EXPECT_EQ(pictureOf(window()).pixelColor(3, 3), Brand::surface());
+    }
+};
+
+TEST_F(Appearance, isLightOnADarkDesktop)
+{
+    darken();
+    open();
+    delegate->toggleAdvanced();
+    findPhones({phoneNamed("Quillbox")});
+    findManagement({phoneNamed("Quillbox")});
+    settle();
+    expectEverythingLight();
+}
+
+TEST_F(Appearance, staysLightWhenTheDesktopTurnsDark)
+{
+    open();
+    darken();
+    QEvent change(QEvent::ThemeChange);
+    QApplication::sendEvent(&window(), &change);
+    settle();
+    expectEverythingLight();
+}
+
+TEST_F(Appearance, leavesNoColourForTheDesktopToFillIn)
+{
+    open();
+    const QPalette palette = QApplication::palette();
+    for (const auto group : kGroups) {
+        for (int role = 0; role < QPalette::NColorRoles; ++role) {
+            if (role == QPalette::NoRole)
+                continue;
+            EXPECT_TRUE(palette.isBrushSet(group, QPalette::ColorRole(role)))
+                << group << ' ' << role;
+        }
+    }
+}
+
+TEST_F(Appearance, theStyleIsItsOwnWhateverTheDesktopsIs)
+{
+    QApplication::setStyle(QStyleFactory::create(QStringLiteral("Windows")));
+    open();
+    EXPECT_TRUE(dynamic_cast<HelperStyle*>(QApplication::style()));
+    EXPECT_TRUE(dynamic_cast<HelperStyle*>(delegate->showInFinder.style()));
+}
+
+TEST_F(Appearance, whatIsDisabledInAMenuIsReadable)
+{
+    open();
+    const QPalette palette = delegate->statusItem->menu().palette();
+    const int text = palette.color(QPalette::Disabled, QPalette::Text).lightness();
+    EXPECT_LT(text, 118);
+    EXPECT_GT(text, palette.color(QPalette::Active, QPalette::Text).lightness());
+}
+
+TEST_F(Appearance, aCheckBoxShowsItsState)
+{
+    open();
+    QCheckBox& box = delegate->showInFinder;
+    const auto indicator = [&box](const QPoint& place) { return pictureOf(box).pixelColor(place); };
+    box.setChecked(false);
+    EXPECT_EQ(indicator({0, 8}), Brand::slate());
+    EXPECT_EQ(indicator({8, 8}), QColor(Qt::white));
+    box.setChecked(true);
+    EXPECT_EQ(indicator({0, 8}), Brand::blue());
+    EXPECT_EQ(indicator({3, 4}), Brand::blue());
+    EXPECT_EQ(indicator({7, 10}), QColor(Qt::white)) << "the tick";
+}
+
+TEST_F(Appearance, aPushButtonIsWhiteWithABorderAndAnswersToAPress)
+{
+    open();
+    QPushButton& management = *button(QStringLiteral("Open web management"));
+    const auto fill = [&management] {
+        return pictureOf(management).pixelColor(4, management.height() / 2);
+    };
+    EXPECT_EQ(fill(), QColor(Qt::white));
+    EXPECT_EQ(pictureOf(management).pixelColor(0, management.height() / 2), Brand::border());
+    management.setDown(true);
+    EXPECT_EQ(fill(), Brand::border());
+}
+
+TEST_F(Appearance, theAdvancedButtonHasNoBorder)
+{
+    open();
+    const QImage picture = pictureOf(*area().widget()).copy(place(delegate->advancedButton));
+    bool isPlain = true;
+    for (int x = 0; x < picture.width(); ++x) {
+        for (const int y : {0, picture.height() - 1})
+            isPlain = isPlain && picture.pixelColor(x, y) == QColor(Qt::white);
+    }
+    EXPECT_TRUE(isPlain);
+}
+
+TEST_F(Appearance, theDefaultButtonOfAnAlertIsBlue)
+{
+    open();
+    delegate->openManagement();
+    layOut();
+    auto* alert = window().findChild<QMessageBox*>();
+    ASSERT_TRUE(alert);
+    ASSERT_EQ(alert->buttons().size(), 1);
+    QAbstractButton* ok = alert->buttons().front();
+    EXPECT_EQ(pictureOf(*ok).pixelColor(3, ok->height() / 2), Brand::blue());
+    EXPECT_TRUE(ok->icon().isNull());
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,342 @@
+#include "tests/ui/window_fixture.h"
+#include "ui/brand.h"
+#include "ui/focus_ring.h"
+
+#include <QApplication>
+#include <QMessageBox>
+#include <QScrollBar>
+#include <QShortcut>
+#include <set>
+
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Keyboard : public WindowFixture {
+protected:
+    void openWithPhones(std::initializer_list<const char*> names)
+    {
+        open();
+        Browser::Results phones;
+        for (const char* name : names)
+            phones.push_back(phoneNamed(name));
+        findPhones(phones);
+        findManagement(phones);
+        settle();
+    }
+
+    /// What a control says, for telling controls apart.
+    std::string nameOf(const QWidget& control) const
+    {
+        if (const auto* field = qobject_cast<const QLineEdit*>(&control))
+            return field->accessibleName().toStdString();
+        if (const auto* button = qobject_cast<const QAbstractButton*>(&control))
+            return button->text().toStdString();
+        return "something else";
+    }
+
+    /// What the Tab key goes through, once round.
+    std::vector<std::string> round(bool backwards = false)
+    {
+        std::vector<std::string> names;
+        std::set<const QWidget*> seen;
+        for (;;) {
+            pressTab(window(), backwards);
+            const QWidget* focused = window().focusWidget();
+            if (!focused || !seen.insert(focused).second)
+                return names;
+            names.push_back(nameOf(*focused));
+        }
+    }
+
+    FocusRing& ring() const
+    {
+        return dynamic_cast<FocusRing&>(*window().findChild<QFocusFrame*>());
+    }
+
+    void pressInFocus(int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        QWidget* focused = window().focusWidget();
+        press(*focused, key, modifiers);
+    }
+};
+
+TEST_F(Keyboard, tabGoesFromTopToBottom)
+{
+    openWithPhones({});
+    delegate->showInFinder.setFocus();
+    EXPECT_THAT(round(),
+                ElementsAre("Open web management", "Advanced ▸", "Show Quillbox in Finder"));
+}
+
+TEST_F(Keyboard, tabGoesThroughTheUnfoldedFormToo)
+{
+    openWithPhones({"Quillbox A", "Quillbox B"});
+    delegate->toggleAdvanced();
+    settle();
+    delegate->showInFinder.setFocus();
+    const std::vector<std::string> order{"Manage",
+                                         "Manage",
+                                         "Open web management",
+                                         "Advanced ▾",
+                                         "Find Quillbox automatically",
+                                         "Phone IP or name",
+                                         "SMB port",
+                                         "Default share",
+                                         "Username",
+                                         "Restart service",
+                                         "Open in Finder",
+                                         "Show Quillbox in Finder"};
+    EXPECT_EQ(round(), order);
+    delegate->showInFinder.setFocus();
+    int last = place(delegate->showInFinder).top();
+    for (std::size_t step = 0; step + 1 < order.size(); ++step) {
+        pressTab(window());
+        const int top = place(*window().focusWidget()).top();
+        EXPECT_GE(top, last) << order[step];
+        last = top;
+    }
+}
+
+TEST_F(Keyboard, tabGoesBackTheSameWay)
+{
+    openWithPhones({"Quillbox A"});
+    delegate->showInFinder.setFocus();
+    EXPECT_THAT(round(true), ElementsAre("Advanced ▸", "Open web management", "Manage",
+                                         "Show Quillbox in Finder"));
+}
+
+TEST_F(Keyboard, theOrderOutlivesRedraws)
+{
+    openWithPhones({"Quillbox A", "Quillbox B"});
+    for (int redraw = 0; redraw < 3; ++redraw)
+        delegate->updateDeviceList();
+    settle();
+    delegate->showInFinder.setFocus();
+    EXPECT_THAT(round(), ElementsAre("Manage", "Manage", "Open web management", "Advanced ▸",
+                                     "Show Quillbox in Finder"));
+    delegate->showInFinder.setFocus();
+    pressTab(window());
+    EXPECT_EQ(window().focusWidget(), rows()[0]->manageButton());
+}
+
+TEST_F(Keyboard, returnPressesTheButtonThatHasTheFocus)
+{
+    openWithPhones({});
+    delegate->advancedButton.setFocus();
+    pressInFocus(Qt::Key_Return);
+    EXPECT_TRUE(delegate->advancedVisible);
+    pressInFocus(Qt::Key_Enter, Qt::KeypadModifier);
+    EXPECT_FALSE(delegate->advancedVisible);
+}
+
+TEST_F(Keyboard, spacePressesToo)
+{
+    openWithPhones({});
+    delegate->advancedButton.setFocus();
+    pressInFocus(Qt::Key_Space);
+    release(delegate->advancedButton, Qt::Key_Space);
+    EXPECT_TRUE(delegate->advancedVisible);
+    const bool wasChecked = delegate->showInFinder.isChecked();
+    delegate->showInFinder.setFocus();
+    pressInFocus(Qt::Key_Space);
+    release(delegate->showInFinder, Qt::Key_Space);
+    EXPECT_NE(delegate->showInFinder.isChecked(), wasChecked);
+}
+
+TEST_F(Keyboard, aRedrawBetweenPressAndReleaseOfSpaceKeepsTheClick)
+{
+    openWithPhones({"Quillbox A"});
+    rows()[0]->manageButton()->setFocus();
+    pressInFocus(Qt::Key_Space);
+    delegate->updateDeviceList();
+    settle();
+    release(*rows()[0]->manageButton(), Qt::Key_Space);
+    EXPECT_EQ(network.netServices.size(), 1U);
+}
+
+TEST_F(Keyboard, returnInAFieldPressesNoButton)
+{
+    openWithPhones({});
+    delegate->toggleAdvanced();
+    settle();
+    delegate->shareField.setFocus();
+    pressInFocus(Qt::Key_Return);
+    EXPECT_TRUE(delegate->advancedVisible);
+    EXPECT_THAT(workspace.opened, IsEmpty());
+    EXPECT_TRUE(delegate->shareField.hasFocus());
+}
+
+TEST_F(Keyboard, escapePutsTheWindowAway)
+{
+    openWithPhones({});
+    pressInFocus(Qt::Key_Escape);
+    EXPECT_FALSE(window().isVisible());
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(Keyboard, escapeInAFieldGivesBackItsTextFirst)
+{
+    openWithPhones({});
+    delegate->toggleAdvanced();
+    settle();
+    for (QLineEdit* field : {&delegate->hostField, &delegate->portField, &delegate->shareField,
+                             &delegate->userField}) {
+        field->setText(QStringLiteral("before"));
+        delegate->advancedButton.setFocus();
+        field->setFocus();
+        field->setText(QStringLiteral("after"));
+        pressInFocus(Qt::Key_Escape);
+        EXPECT_EQ(field->text(), QStringLiteral("before"));
+        EXPECT_TRUE(window().isVisible());
+        EXPECT_TRUE(field->hasFocus());
+    }
+    pressInFocus(Qt::Key_Escape);
+    EXPECT_FALSE(window().isVisible());
+}
+
+TEST_F(Keyboard, escapeGivesBackWhatReturnTook)
+{
+    openWithPhones({});
+    delegate->toggleAdvanced();
+    settle();
+    delegate->shareField.setFocus();
+    delegate->shareField.setText(QStringLiteral("taken"));
+    pressInFocus(Qt::Key_Return);
+    delegate->shareField.setText(QStringLiteral("taken and more"));
+    pressInFocus(Qt::Key_Escape);
+    EXPECT_EQ(delegate->shareField.text(), QStringLiteral("taken"));
+}
+
+TEST_F(Keyboard, anotherWindowInBetweenIsNotTheBeginningOfAnEdit)
+{
+    openWithPhones({});
+    delegate->toggleAdvanced();
+    settle();
+    delegate->shareField.setText(QStringLiteral("before"));
+    delegate->shareField.setFocus();
+    delegate->shareField.setText(QStringLiteral("after"));
+    QApplication::setActiveWindow(nullptr);
+    activate();
+    ASSERT_TRUE(delegate->shareField.hasFocus());
+    pressInFocus(Qt::Key_Escape);
+    EXPECT_EQ(delegate->shareField.text(), QStringLiteral("before"));
+}
+
+TEST_F(Keyboard, controlAndWPutsAwayAndControlAndQQuits)
+{
+    openWithPhones({});
+    const auto trigger = [this](Qt::Key key) {
+        for (auto* shortcut : window().findChildren<QShortcut*>()) {
+            if (shortcut->key() == QKeySequence(Qt::CTRL | key))
+                Q_EMIT shortcut->activated();
+        }
+    };
+    trigger(Qt::Key_W);
+    EXPECT_FALSE(window().isVisible());
+    EXPECT_EQ(terminations, 0);
+    trigger(Qt::Key_Q);
+    EXPECT_EQ(terminations, 1);
+}
+
+TEST_F(Keyboard, whatGetsTheFocusIsScrolledTo)
+{
+    open();
+    delegate->discoveredDevices.clear();
+    for (int number = 10; number < 40; ++number) {
+        const std::string name = "Quillbox " + std::to_string(number);
+        delegate->discoveredDevices.push_back({.endpoint = phoneNamed(name), .name = name});
+    }
+    delegate->updateDeviceList();
+    delegate->toggleAdvanced();
+    settle();
+    ASSERT_TRUE(isScrolling());
+    for (int step = 0; step < 20; ++step) {
+        pressTab(window());
+        const QWidget& focused = *window().focusWidget();
+        const QRect shown = area().viewport()->rect();
+        const QRect where(focused.mapTo(area().viewport(), QPoint()), focused.size());
+        EXPECT_TRUE(shown.contains(where)) << nameOf(focused);
+    }
+}
+
+TEST_F(Keyboard, thePageKeysScrollFromAnywhere)
+{
+    open();
+    delegate->toggleAdvanced();
+    window().setFixedHeight(300);
+    settle();
+    window().setFixedHeight(300);
+    layOut();
+    QScrollBar& bar = *area().verticalScrollBar();
+    ASSERT_GT(bar.maximum(), 0);
+    delegate->showInFinder.setFocus();
+    bar.setValue(0);
+    pressInFocus(Qt::Key_PageDown);
+    EXPECT_GT(bar.value(), 0);
+    pressInFocus(Qt::Key_PageUp);
+    EXPECT_EQ(bar.value(), 0);
+}
+
+TEST_F(Keyboard, aRingSurroundsTheFocus)
+{
+    openWithPhones({"Quillbox A"});
+    delegate->toggleAdvanced();
+    settle();
+    std::set<const QWidget*> seen;
+    for (pressTab(window()); seen.insert(window().focusWidget()).second; pressTab(window())) {
+        const QWidget& focused = *window().focusWidget();
+        ASSERT_EQ(ring().widget(), &focused) << nameOf(focused);
+        EXPECT_TRUE(ring().isVisible()) << nameOf(focused);
+        const QRect around(ring().mapTo(area().viewport(), QPoint()), ring().size());
+        const QRect control(focused.mapTo(area().viewport(), QPoint()), focused.size());
+        EXPECT_EQ(around, control.adjusted(-4, -4, 4, 4)) << nameOf(focused);
+    }
+    const QImage picture = pictureOf(ring());
+    EXPECT_EQ(picture.pixelColor(0, picture.height() / 2), Brand::blue());
+}
+
+TEST_F(Keyboard, theRingKeepsUpWithScrolling)
+{
+    open();
+    delegate->toggleAdvanced();
+    settle();
+    window().setFixedHeight(300);
+    layOut();
+    pressTab(window());
+    area().verticalScrollBar()->setValue(30);
+    layOut();
+    const QWidget& focused = *window().focusWidget();
+    EXPECT_EQ(ring().mapTo(&window(), QPoint(4, 4)), focused.mapTo(&window(), QPoint()));
+}
+
+TEST_F(Keyboard, aClickShowsNoRingExceptInAField)
+{
+    open();
+    delegate->toggleAdvanced();
+    settle();
+    window().setAttribute(Qt::WA_KeyboardFocusChange, false);
+    delegate->advancedButton.setFocus(Qt::MouseFocusReason);
+    EXPECT_FALSE(ring().isVisible());
+    delegate->hostField.setFocus(Qt::MouseFocusReason);
+    EXPECT_EQ(ring().widget(), &delegate->hostField);
+    EXPECT_TRUE(ring().isVisible());
+}
+
+TEST_F(Keyboard, theRingLeavesWithTheFocus)
+{
+    open();
+    pressTab(window());
+    ASSERT_TRUE(ring().isVisible());
+    QApplication::setActiveWindow(nullptr);
+    EXPECT_FALSE(ring().isVisible());
+}
+
+} // namespace
+
+} // namespace quillbox

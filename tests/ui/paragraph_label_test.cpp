@@ -1,0 +1,185 @@
+#include "ui/paragraph_label.h"
+
+#include <QAccessible>
+#include <QHBoxLayout>
+#include <QImage>
+#include <QWidget>
+
+#include <gtest/gtest.h>
+
+namespace quillbox {
+
+namespace {
+
+const QString& longText()
+{
+    static const QString text(QStringLiteral(
+        "Could not start Finder service: the name of this service is in use on this network, and "
+        "so are all of the others that were tried after it, one after the other, for a long time"));
+    return text;
+}
+
+QString joined(const std::vector<QString>& lines)
+{
+    QString all;
+    for (const QString& line : lines)
+        all += line;
+    return all;
+}
+
+QImage pictureOf(QWidget& widget)
+{
+    QImage picture(widget.size(), QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    widget.render(&picture, QPoint(), QRegion(), QWidget::DrawChildren);
+    return picture;
+}
+
+/// Whether anything is painted in a row of pixels.
+bool isPainted(const QImage& picture, int row)
+{
+    for (int x = 0; x < picture.width(); ++x) {
+        if (picture.pixelColor(x, row) != QColor(Qt::white))
+            return true;
+    }
+    return false;
+}
+
+TEST(ParagraphLabel, wrapsAtWordBoundariesAndLeavesNothingOut)
+{
+    ParagraphLabel label(longText());
+    label.resize(200, label.heightForWidth(200));
+    const auto lines = label.lines();
+    EXPECT_GT(lines.size(), 3U);
+    EXPECT_EQ(joined(lines), longText());
+    for (std::size_t index = 0; index + 1 < lines.size(); ++index)
+        EXPECT_TRUE(lines[index].endsWith(u' ')) << lines[index].toStdString();
+    EXPECT_FALSE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QString());
+}
+
+TEST(ParagraphLabel, breaksAWordThatIsLongerThanALine)
+{
+    const QString word(300, u'W');
+    ParagraphLabel label(word);
+    label.resize(200, 500);
+    for (const QString& line : label.lines())
+        EXPECT_LE(label.fontMetrics().horizontalAdvance(line), 200);
+    EXPECT_EQ(joined(label.lines()), word);
+}
+
+TEST(ParagraphLabel, endsInAnEllipsisWhereItsLinesAreLimited)
+{
+    ParagraphLabel label(longText());
+    label.setMaximumLines(2);
+    label.show();
+    label.resize(200, label.heightForWidth(200));
+    const auto lines = label.lines();
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_TRUE(lines[1].endsWith(QChar(0x2026)));
+    for (const QString& line : lines)
+        EXPECT_LE(label.fontMetrics().horizontalAdvance(line.trimmed()), 200);
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), longText());
+    EXPECT_EQ(label.text(), longText());
+}
+
+TEST(ParagraphLabel, growsWithItsTextAsFarAsItsLimit)
+{
+    ParagraphLabel label(QStringLiteral("one"));
+    label.setMaximumLines(2);
+    const int one = label.heightForWidth(200);
+    label.setText(longText());
+    EXPECT_EQ(label.heightForWidth(200), 2 * one);
+    EXPECT_GT(label.heightForWidth(10000), 0);
+    EXPECT_EQ(label.heightForWidth(10000), one);
+    label.setMaximumLines(0);
+    EXPECT_GT(label.heightForWidth(200), 2 * one);
+}
+
+TEST(ParagraphLabel, anEmptyTextIsOneLineHigh)
+{
+    ParagraphLabel empty;
+    const ParagraphLabel full(QStringLiteral("full"));
+    EXPECT_EQ(empty.sizeHint().height(), full.sizeHint().height());
+    EXPECT_EQ(empty.heightForWidth(200), full.heightForWidth(200));
+    EXPECT_GT(empty.heightForWidth(200), 0);
+    empty.resize(200, 20);
+    EXPECT_TRUE(joined(empty.lines()).isEmpty());
+}
+
+TEST(ParagraphLabel, theToolTipFollowsTheText)
+{
+    ParagraphLabel label(longText());
+    label.setMaximumLines(2);
+    label.show();
+    label.resize(200, 40);
+    EXPECT_EQ(label.toolTip(), longText());
+    label.setText(QStringLiteral("short"));
+    EXPECT_EQ(label.toolTip(), QString());
+    label.setText(longText());
+    EXPECT_EQ(label.toolTip(), longText());
+    label.resize(10000, 40);
+    EXPECT_EQ(label.toolTip(), QString());
+}
+
+TEST(ParagraphLabel, takesNothingForMarkup)
+{
+    ParagraphLabel label(
+        QStringLiteral("<b>bold</b> & <img src='http://192.0.2.1/x'> ").repeated(9));
+    label.setMaximumLines(1);
+    label.show();
+    label.resize(100, 20);
+    EXPECT_EQ(label.textFormat(), Qt::PlainText);
+    EXPECT_FALSE(label.toolTip().isEmpty());
+    EXPECT_FALSE(Qt::mightBeRichText(label.toolTip()));
+    EXPECT_TRUE(label.lines()[0].startsWith(QStringLiteral("<b>")));
+}
+
+TEST(ParagraphLabel, isPaintedOnAllOfItsLinesAndCutOffOnNone)
+{
+    for (const int size : {10, 12, 13, 25}) {
+        ParagraphLabel label(QStringLiteral("Ahgjpqy Ahgjpqy Ahgjpqy Ahgjpqy"));
+        QFont font;
+        font.setPixelSize(size);
+        label.setFont(font);
+        const int width = label.fontMetrics().horizontalAdvance(QStringLiteral("Ahgjpqy "));
+        label.resize(width, label.heightForWidth(width));
+        const QImage picture = pictureOf(label);
+        label.resize(width, label.height() + 20);
+        const QImage roomy = pictureOf(label);
+        int rows = 0;
+        int roomyRows = 0;
+        for (int row = 0; row < picture.height(); ++row)
+            rows += isPainted(picture, row) ? 1 : 0;
+        for (int row = 0; row < roomy.height(); ++row)
+            roomyRows += isPainted(roomy, row) ? 1 : 0;
+        EXPECT_EQ(rows, roomyRows) << size;
+        EXPECT_GT(rows, 2 * size) << size;
+    }
+}
+
+TEST(ParagraphLabel, fitsIntoALayoutAtAnyWidth)
+{
+    QWidget window;
+    auto* layout = new QHBoxLayout(&window);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto* label = new ParagraphLabel(longText());
+    layout->addWidget(label);
+    EXPECT_LT(window.minimumSizeHint().width(), 100);
+    EXPECT_EQ(layout->heightForWidth(150), label->heightForWidth(150));
+}
+
+TEST(ParagraphLabel, tellsAssistiveProgramsTheWholeText)
+{
+    ParagraphLabel label(longText());
+    label.setMaximumLines(1);
+    label.resize(100, 20);
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&label);
+    ASSERT_TRUE(accessible);
+    EXPECT_EQ(accessible->text(QAccessible::Name), longText());
+}
+
+} // namespace
+
+} // namespace quillbox

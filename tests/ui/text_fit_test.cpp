@@ -1,0 +1,187 @@
+#include "tests/ui/window_fixture.h"
+#include "ui/brand.h"
+#include "ui/elided_label.h"
+#include "ui/paragraph_label.h"
+
+#include <QApplication>
+#include <QCheckBox>
+#include <QFontDatabase>
+#include <QStyle>
+
+namespace quillbox {
+
+namespace {
+
+/// What a desktop writes in. A family that is not installed stands for the usual one.
+struct DesktopFont {
+    const char* name;
+    const char* family = nullptr; ///< none: the usual one
+    int letterSpacing = 100;      ///< per cent
+};
+
+class TextFit : public WindowFixture, public ::testing::WithParamInterface<DesktopFont> {
+protected:
+    void SetUp() override
+    {
+        before = QApplication::font();
+        QFont font = before;
+        if (GetParam().family)
+            font.setFamily(QString::fromLatin1(GetParam().family));
+        font.setLetterSpacing(QFont::PercentageSpacing, GetParam().letterSpacing);
+        QApplication::setFont(font);
+    }
+
+    void TearDown() override
+    {
+        delegate = nullptr;
+        QApplication::setFont(before);
+    }
+
+    /// How wide a control has to be for all of its text to be seen.
+    static int neededWidth(const QWidget& part)
+    {
+        const QFontMetrics metrics = part.fontMetrics();
+        if (const auto* label = qobject_cast<const QLabel*>(&part))
+            return metrics.horizontalAdvance(label->text());
+        const auto* button = qobject_cast<const QAbstractButton*>(&part);
+        if (!button)
+            return 0;
+        const QStyle& style = *part.style();
+        const int indicator = qobject_cast<const QCheckBox*>(button)
+                                  ? style.pixelMetric(QStyle::PM_IndicatorWidth)
+                                        + style.pixelMetric(QStyle::PM_CheckBoxLabelSpacing)
+                                  : 0;
+        return indicator + metrics.horizontalAdvance(button->text());
+    }
+
+    /// What a text needs below and above the middle of its line, on the whole.
+    static int paintedRows(QWidget& part)
+    {
+        const QImage picture = pictureOf(part);
+        int rows = 0;
+        for (int y = 0; y < picture.height(); ++y) {
+            bool isPainted = false;
+            // Past what stands before the text.
+            for (int x = 24; x < picture.width(); ++x)
+                isPainted = isPainted || picture.pixelColor(x, y).lightness() < 140;
+            rows += isPainted ? 1 : 0;
+        }
+        return rows;
+    }
+
+    static int paintedRowsWithRoomToSpare(QWidget& part)
+    {
+        part.setFixedHeight(part.height() + 20);
+        layOut();
+        return paintedRows(part);
+    }
+
+    QFont before;
+};
+
+TEST_P(TextFit, nothingIsCutOffAtTheSides)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox A")});
+    delegate->toggleAdvanced();
+    settle();
+    const QWidget& card = *delegate->showInFinder.parentWidget();
+    int parts = 0;
+    for (const auto* part : window().findChildren<QWidget*>()) {
+        if (!part->isVisible() || neededWidth(*part) == 0)
+            continue;
+        ++parts;
+        if (const auto* paragraph = dynamic_cast<const ParagraphLabel*>(part))
+            EXPECT_FALSE(paragraph->isElided()) << paragraph->text().toStdString();
+        else
+            EXPECT_GE(part->width(), neededWidth(*part)) << place(*part).top();
+        const int right = card.isAncestorOf(part) ? 22 + 396 - 18 : 22 + 396;
+        EXPECT_LT(place(*part).right(), right) << place(*part).top();
+        EXPECT_GE(place(*part).left(), 22);
+    }
+    EXPECT_GT(parts, 20);
+    for (const QLineEdit* field : {&delegate->hostField, &delegate->portField,
+                                   &delegate->shareField, &delegate->userField}) {
+        EXPECT_LT(place(*field).right(), 22 + 396 - 18);
+        EXPECT_GE(field->width(), 200);
+    }
+}
+
+TEST_P(TextFit, nothingIsCutOffAboveOrBelow)
+{
+    open();
+    findPhones({phoneNamed("Quillbox gjpqy")});
+    delegate->toggleAdvanced();
+    settle();
+    for (QWidget* part :
+         {static_cast<QWidget*>(&delegate->showInFinder),
+          static_cast<QWidget*>(&delegate->automaticDiscovery),
+          static_cast<QWidget*>(&delegate->advancedButton),
+          static_cast<QWidget*>(button(QStringLiteral("Open web management"))),
+          static_cast<QWidget*>(label(QStringLiteral("Quillbox gjpqy"))),
+          static_cast<QWidget*>(label(QStringLiteral("AVAILABLE QUILLBOX DEVICES")))}) {
+        const int rows = paintedRows(*part);
+        EXPECT_GT(rows, 6);
+        EXPECT_EQ(rows, paintedRowsWithRoomToSpare(*part)) << place(*part).top();
+    }
+}
+
+TEST_P(TextFit, nothingOverlaps)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    delegate->toggleAdvanced();
+    settle();
+    std::vector<const QWidget*> parts;
+    for (const auto* part : window().findChildren<QWidget*>()) {
+        const bool isText = qobject_cast<const QLabel*>(part) != nullptr
+                            || qobject_cast<const QAbstractButton*>(part) != nullptr
+                            || qobject_cast<const QLineEdit*>(part) != nullptr;
+        if (isText && part->isVisible())
+            parts.push_back(part);
+    }
+    for (const QWidget* one : parts) {
+        for (const QWidget* other : parts) {
+            if (one != other) {
+                EXPECT_FALSE(place(*one).intersects(place(*other)))
+                    << place(*one).top() << ' ' << place(*other).top();
+            }
+        }
+    }
+}
+
+TEST_P(TextFit, theStatusIsAtMostTwoLines)
+{
+    open();
+    delegate->setStatus({.ready = false, .text = "short"});
+    settle();
+    const int one = delegate->statusLabel.height();
+    delegate->setStatus(
+        {.ready = false,
+         .text = "Could not resolve management address. Check the phone is online."});
+    settle();
+    EXPECT_LE(delegate->statusLabel.height(), 2 * one);
+    EXPECT_FALSE(delegate->statusLabel.isElided());
+    delegate->setStatus(
+        {.ready = false, .text = "Finder service failed: " + std::string(400, 'W')});
+    settle();
+    EXPECT_EQ(delegate->statusLabel.height(), 2 * one);
+    EXPECT_EQ(delegate->statusLabel.lines().size(), 2U);
+    EXPECT_TRUE(delegate->statusLabel.isElided());
+    EXPECT_EQ(delegate->statusLabel.toolTip(), delegate->statusLabel.text());
+    EXPECT_EQ(window().frameGeometry().width(), 440);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fonts, TextFit,
+                         ::testing::Values(DesktopFont{.name = "usual"},
+                                           DesktopFont{.name = "wider", .letterSpacing = 120},
+                                           DesktopFont{.name = "DejaVu", .family = "DejaVu Sans"},
+                                           DesktopFont{.name = "Cantarell", .family = "Cantarell"},
+                                           DesktopFont{.name = "Noto", .family = "Noto Sans"}),
+                         [](const auto& font) { return std::string(font.param.name); });
+
+} // namespace
+
+} // namespace quillbox

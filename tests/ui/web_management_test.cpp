@@ -1,0 +1,371 @@
+#include "tests/app/app_fixture.h"
+
+#include <QApplication>
+#include <QCursor>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMenu>
+#include <QMessageBox>
+#include <QMouseEvent>
+#include <QPointer>
+#include <QStyle>
+
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+class WebManagement : public AppFixture {
+protected:
+    ~WebManagement() override { QCursor::setPos(0, 0); }
+
+    static Endpoint adminNamed(const std::string& name)
+    {
+        return ServiceEndpoint{.name = name, .type = "_quillbox-admin._tcp", .domain = "local"};
+    }
+
+    void launchWithPages(const Browser::Results& pages)
+    {
+        launch();
+        findManagement(pages);
+    }
+
+    /// What was closed is deleted when the event loop has its turn. Nothing else happens here:
+    /// without a screen, a popup that closes leaves the program inactive, which closes the next.
+    static void settle() { QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
+
+    template <class Child> QList<Child*> children() const
+    {
+        return delegate->window->findChildren<Child*>();
+    }
+
+    QMessageBox& alert() const { return *children<QMessageBox>().at(0); }
+    QMenu& menu() const { return *children<QMenu>().at(0); }
+
+    static void press(QWidget& widget, int key)
+    {
+        for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+            QKeyEvent event(type, key, Qt::NoModifier);
+            QApplication::sendEvent(&widget, &event);
+        }
+    }
+
+    static void click(QMenu& menu, const QPoint& position)
+    {
+        for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
+            QMouseEvent event(type, position, menu.mapToGlobal(position), Qt::LeftButton,
+                              type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,
+                              Qt::NoModifier);
+            QApplication::sendEvent(&menu, &event);
+        }
+    }
+
+    static std::vector<std::string> titlesOf(const QMenu& menu)
+    {
+        std::vector<std::string> titles;
+        for (const QAction* action : menu.actions())
+            titles.push_back(action->text().toStdString());
+        return titles;
+    }
+
+    static std::vector<std::string> namesOf(const QMenu& menu)
+    {
+        std::vector<std::string> names;
+        for (const QAction* action : menu.actions())
+            names.push_back(action->data().toByteArray().toStdString());
+        return names;
+    }
+};
+
+TEST_F(WebManagement, withoutAPageAnAlertTellsHowToEnableOne)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    ASSERT_THAT(children<QMessageBox>(), SizeIs(1)) << "returns while the alert is shown";
+    EXPECT_TRUE(alert().isVisible());
+    EXPECT_EQ(alert().windowModality(), Qt::WindowModal);
+    EXPECT_EQ(alert().parentWidget(), delegate->window.get());
+    EXPECT_EQ(alert().text(), QStringLiteral("Enable web management on your phone"));
+    EXPECT_EQ(alert().informativeText(),
+              QStringLiteral("In Quillbox, open Users and turn on Enable web management for your "
+                             "SMB account. Start NAS, then return here."));
+    EXPECT_THAT(network.netServices, IsEmpty());
+    EXPECT_FALSE(delegate->managementResolver);
+    EXPECT_THAT(children<QMenu>(), IsEmpty());
+    EXPECT_EQ(workspace.beeps, 0);
+}
+
+TEST_F(WebManagement, theAlertHasOneButton)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    ASSERT_THAT(alert().buttons(), SizeIs(1));
+    const QAbstractButton* button = alert().buttons().at(0);
+    EXPECT_EQ(button->text(), QStringLiteral("OK"));
+    EXPECT_EQ(button, alert().defaultButton());
+}
+
+TEST_F(WebManagement, theAlertIsPlainText)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    int texts = 0;
+    for (const QLabel* label : alert().findChildren<QLabel*>()) {
+        if (label->text().isEmpty())
+            continue;
+        EXPECT_EQ(label->textFormat(), Qt::PlainText) << label->text().toStdString();
+        ++texts;
+    }
+    EXPECT_EQ(texts, 2);
+}
+
+TEST_F(WebManagement, theAlertIsLightWithDarkText)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    const QColor background = alert().grab().toImage().pixelColor(2, 2);
+    EXPECT_GT(background.lightness(), 220);
+    EXPECT_EQ(alert().palette(), delegate->window->palette());
+    for (const QLabel* label : alert().findChildren<QLabel*>())
+        EXPECT_LT(label->palette().color(QPalette::WindowText).lightness(), 100);
+}
+
+TEST_F(WebManagement, theKeysThatPeopleExpectCloseTheAlert)
+{
+    launchWithPages({});
+    for (const int key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Escape}) {
+        delegate->openManagement();
+        const QPointer<QMessageBox> shown(&alert());
+        press(*shown, key);
+        EXPECT_FALSE(shown->isVisible()) << key;
+        settle();
+        EXPECT_FALSE(shown) << "is deleted";
+    }
+    EXPECT_TRUE(delegate->window->isVisible()) << "only the alert is closed";
+}
+
+TEST_F(WebManagement, itsButtonClosesTheAlert)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    const QPointer<QMessageBox> shown(&alert());
+    shown->buttons().at(0)->click();
+    settle();
+    EXPECT_FALSE(shown);
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(WebManagement, thereIsOneAlertAtATime)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    delegate->openManagement();
+    EXPECT_THAT(children<QMessageBox>(), SizeIs(1));
+}
+
+TEST_F(WebManagement, anAlertThatWasJustClosedDoesNotStandInTheWayOfTheNext)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    press(alert(), Qt::Key_Escape);
+    delegate->openManagement();
+    settle();
+    ASSERT_THAT(children<QMessageBox>(), SizeIs(1));
+    EXPECT_TRUE(alert().isVisible());
+}
+
+TEST_F(WebManagement, theAlertBringsAHiddenWindowBack)
+{
+    launchWithPages({});
+    delegate->window->close();
+    ASSERT_FALSE(delegate->window->isVisible());
+    delegate->openManagement();
+    EXPECT_TRUE(delegate->window->isVisible());
+    EXPECT_TRUE(alert().isVisible());
+}
+
+TEST_F(WebManagement, oneAlertThatIsShownComesBackWithItsWindow)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    delegate->window->setWindowState(Qt::WindowMinimized);
+    delegate->openManagement();
+    EXPECT_FALSE(delegate->window->isMinimized());
+    EXPECT_THAT(children<QMessageBox>(), SizeIs(1));
+}
+
+TEST_F(WebManagement, onePageNeedsNoMenuAndNoAlert)
+{
+    launchWithPages({adminNamed("Quillbox")});
+    delegate->openManagement();
+    EXPECT_THAT(children<QMenu>(), IsEmpty());
+    EXPECT_THAT(children<QMessageBox>(), IsEmpty());
+    EXPECT_THAT(network.netServices, SizeIs(1));
+}
+
+TEST_F(WebManagement, severalPagesAreChosenFromAMenuInTheirOrder)
+{
+    launchWithPages({adminNamed("Quillbox B"), adminNamed("Quillbox A")});
+    delegate->openManagement();
+    ASSERT_THAT(children<QMenu>(), SizeIs(1)) << "returns while the menu is shown";
+    EXPECT_TRUE(menu().isVisible());
+    EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox A", "Quillbox B"));
+    EXPECT_THAT(namesOf(menu()), ElementsAre("Quillbox A", "Quillbox B"));
+    for (const QAction* item : menu().actions())
+        EXPECT_TRUE(item->shortcut().isEmpty());
+    EXPECT_THAT(network.netServices, IsEmpty());
+}
+
+TEST_F(WebManagement, theMenuOpensAtThePointer)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    for (const QPoint& position : {QPoint(120, 90), QPoint(40, 200)}) {
+        QCursor::setPos(position);
+        delegate->openManagement();
+        EXPECT_EQ(menu().pos(), position);
+        menu().close();
+        settle();
+    }
+}
+
+TEST_F(WebManagement, anEntryShowsAHostileNameHarmlesslyAndKeepsItAsItIs)
+{
+    // U+202E turns the direction of writing; put together, for in a text it would turn the source.
+    const std::string turn{'\xE2', '\x80', '\xAE'};
+    const std::string name = "Quillbox A&B\t" + turn + "<b>";
+    launchWithPages({adminNamed(name), adminNamed("Quillbox C")});
+    delegate->openManagement();
+    EXPECT_THAT(titlesOf(menu()),
+                ElementsAre("Quillbox A&&B\xef\xbf\xbd\xef\xbf\xbd<b>", "Quillbox C"));
+    EXPECT_THAT(namesOf(menu()), ElementsAre(name, "Quillbox C"));
+    menu().actions().at(0)->trigger();
+    ASSERT_THAT(network.netServices, SizeIs(1));
+    EXPECT_EQ(network.netServices[0]->service.name, name);
+}
+
+TEST_F(WebManagement, aClickOnAnEntryResolvesThatPhone)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    const QPointer<QMenu> shown(&menu());
+    click(*shown, shown->actionGeometry(shown->actions().at(1)).center());
+    ASSERT_THAT(network.netServices, SizeIs(1));
+    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+    settle();
+    EXPECT_FALSE(shown) << "closes by itself, and is deleted";
+}
+
+TEST_F(WebManagement, anEntryIsChosenWithTheKeyboardToo)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    press(menu(), Qt::Key_Down);
+    press(menu(), Qt::Key_Down);
+    press(menu(), Qt::Key_Return);
+    ASSERT_THAT(network.netServices, SizeIs(1));
+    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+}
+
+TEST_F(WebManagement, aClickBesideTheMenuOrEscapeChoosesNothing)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    press(menu(), Qt::Key_Escape);
+    settle();
+    EXPECT_THAT(children<QMenu>(), IsEmpty());
+    delegate->openManagement();
+    click(menu(), QPoint(-20, -20));
+    settle();
+    EXPECT_THAT(children<QMenu>(), IsEmpty());
+    EXPECT_THAT(network.netServices, IsEmpty());
+}
+
+TEST_F(WebManagement, twoPhonesOfOneNameAreTwoEntriesForTheFirst)
+{
+    launchWithPages({adminNamed("Quillbox"), ServiceEndpoint{.name = "Quillbox",
+                                                             .type = "_quillbox-admin._tcp",
+                                                             .domain = "example.org"}});
+    const Endpoint first = delegate->managementDevices.at(0).endpoint;
+    for (const int entry : {0, 1}) {
+        delegate->openManagement();
+        EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox", "Quillbox"));
+        menu().actions().at(entry)->trigger();
+        EXPECT_EQ(Endpoint(network.netServices.back()->service), first);
+        menu().close();
+        settle();
+    }
+}
+
+TEST_F(WebManagement, anEntryWhosePhoneLeftMeanwhileIsIgnored)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    markStatus();
+    findManagement({adminNamed("Quillbox B")});
+    EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox A", "Quillbox B")) << "as it was opened";
+    menu().actions().at(0)->trigger();
+    EXPECT_THAT(network.netServices, IsEmpty());
+    EXPECT_TRUE(isStatusMarked());
+    menu().actions().at(1)->trigger();
+    EXPECT_THAT(network.netServices, SizeIs(1));
+}
+
+TEST_F(WebManagement, theMenuOutlivesEveryRedrawOfTheList)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    const QPointer<QMenu> shown(&menu());
+    for (int redraw = 0; redraw < 3; ++redraw) {
+        findPhones({phoneNamed("Quillbox A")});
+        findManagement({});
+        findPhones({});
+        settle();
+    }
+    ASSERT_TRUE(shown);
+    EXPECT_TRUE(shown->isVisible());
+}
+
+TEST_F(WebManagement, theMenuOpensWhileTheWindowIsHidden)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->window->close();
+    delegate->openManagement();
+    EXPECT_TRUE(menu().isVisible());
+    EXPECT_FALSE(delegate->window->isVisible());
+    menu().actions().at(1)->trigger();
+    EXPECT_EQ(network.netServices.at(0)->service.name, "Quillbox B");
+}
+
+TEST_F(WebManagement, aSecondMenuTakesThePlaceOfTheFirst)
+{
+    launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    findManagement({adminNamed("Quillbox A"), adminNamed("Quillbox C")});
+    delegate->openManagement();
+    settle();
+    ASSERT_THAT(children<QMenu>(), SizeIs(1));
+    EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox A", "Quillbox C"));
+    EXPECT_TRUE(menu().isVisible());
+}
+
+TEST_F(WebManagement, theControllerMayGoWhileAlertAndMenuAreShown)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    const QPointer<QMessageBox> shownAlert(&alert());
+    findManagement({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+    delegate->openManagement();
+    const QPointer<QMenu> shownMenu(&menu());
+    delegate = nullptr;
+    EXPECT_FALSE(shownAlert);
+    EXPECT_FALSE(shownMenu);
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,65 @@
+#include "ui/content_area.h"
+
+#include <QEvent>
+#include <QResizeEvent>
+#include <QVBoxLayout>
+#include <algorithm>
+
+namespace quillbox {
+
+ContentArea::ContentArea(QMargins contentInsets, QWidget* parent)
+    : QScrollArea(parent), insets(contentInsets)
+{
+    setFrameShape(QFrame::NoFrame);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    // Only what it holds can be operated; it scrolls to what gets the focus.
+    setFocusPolicy(Qt::NoFocus);
+    auto* content = new QWidget;
+    layout = new QVBoxLayout(content);
+    layout->setContentsMargins(insets);
+    layout->setSizeConstraint(QLayout::SetNoConstraint);
+    setWidget(content);
+    // What lies behind the content shows, and is the window's.
+    viewport()->setAutoFillBackground(false);
+    content->setAutoFillBackground(false);
+}
+
+void ContentArea::setSettling(bool isSettling)
+{
+    setVerticalScrollBarPolicy(isSettling ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded);
+}
+
+int ContentArea::neededHeight() const
+{
+    const int width = layout->minimumSize().width();
+    const int bottom = layout->contentsMargins().bottom();
+    const int whole = layout->hasHeightForWidth() ? layout->totalHeightForWidth(width)
+                                                  : layout->totalSizeHint().height();
+    return whole - bottom;
+}
+
+bool ContentArea::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == widget() && event->type() == QEvent::LayoutRequest)
+        fit();
+    return QScrollArea::eventFilter(watched, event);
+}
+
+void ContentArea::resizeEvent(QResizeEvent* event)
+{
+    QScrollArea::resizeEvent(event);
+    fit();
+}
+
+void ContentArea::fit()
+{
+    const QSize room = viewport()->size();
+    const int needed = neededHeight();
+    const int minimumWidth = layout->minimumSize().width() - layout->contentsMargins().right();
+    layout->setContentsMargins(insets.left(), insets.top(),
+                               std::clamp(room.width() - minimumWidth, 0, insets.right()),
+                               std::clamp(room.height() - needed, 0, insets.bottom()));
+    widget()->resize(std::max(room.width(), minimumWidth), std::max(room.height(), needed));
+}
+
+} // namespace quillbox

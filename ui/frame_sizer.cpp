@@ -1,0 +1,73 @@
+#include "ui/frame_sizer.h"
+
+#include <QEasingCurve>
+#include <QEvent>
+#include <QStyle>
+#include <QWidget>
+
+namespace quillbox {
+
+FrameSizer::FrameSizer(QWidget& sizedWindow) : QObject(&sizedWindow), window(sizedWindow)
+{
+    window.installEventFilter(this);
+    height.setEasingCurve(QEasingCurve::OutCubic);
+    connect(&height, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        frameSize->setHeight(value.toInt());
+        apply();
+    });
+}
+
+void FrameSizer::setFrameSize(const QSize& size)
+{
+    if (height.state() == QAbstractAnimation::Running && height.endValue() == size.height())
+        return;
+    height.stop();
+    const QSize before = frameSize.value_or(window.frameGeometry().size());
+    frameSize = size;
+    if (before.height() == size.height() || !isAnimated()) {
+        apply();
+        return;
+    }
+    frameSize->setHeight(before.height());
+    height.setDuration(
+        window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window));
+    height.setStartValue(before.height());
+    height.setEndValue(size.height());
+    height.start();
+}
+
+bool FrameSizer::eventFilter(QObject* watched, QEvent* event)
+{
+    switch (event->type()) {
+    case QEvent::Show:
+    case QEvent::Move:
+    case QEvent::Resize:
+    case QEvent::WindowStateChange:
+    case QEvent::WindowActivate:
+        apply();
+        break;
+    default:
+        break;
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+bool FrameSizer::isAnimated() const
+{
+    return window.isVisible() && !window.isMinimized()
+           && window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window) > 0;
+}
+
+void FrameSizer::apply()
+{
+    if (!frameSize)
+        return;
+    // The window manager keeps the top left corner when a window changes its size. A fixed size is
+    // the only one that it lets nobody else choose.
+    const QSize added = window.frameGeometry().size() - window.geometry().size();
+    const QSize size = *frameSize - added;
+    if (window.minimumSize() != size || window.maximumSize() != size)
+        window.setFixedSize(size);
+}
+
+} // namespace quillbox

@@ -1,0 +1,293 @@
+#include "ui/helper_style.h"
+
+#include "ui/brand.h"
+#include "ui/rounded_box.h"
+#include "ui/text_style.h"
+
+#include <QPainter>
+#include <QPolygonF>
+#include <QStyleFactory>
+#include <QStyleOption>
+#include <QVariant>
+#include <QWidget>
+#include <algorithm>
+#include <cmath>
+
+namespace quillbox {
+
+namespace {
+
+constexpr int kIndicatorSize = 16;
+constexpr int kIndicatorRadius = 4;
+constexpr int kLabelSpacing = 8;
+constexpr int kButtonRadius = 6;
+constexpr int kTallButtonRadius = 9;
+constexpr int kTallButtonHeight = 30;
+constexpr int kButtonPaddingX = 12;
+constexpr int kButtonPaddingY = 4;
+
+/// How much of the darkest colour lies over a blue button.
+constexpr float kHoverShade = 0.12F;
+constexpr float kPressShade = 0.28F;
+
+constexpr int kFieldRadius = 5;
+constexpr int kScrollBarExtent = 10;
+constexpr int kScrollHandleWidth = 4;
+constexpr int kShortestScrollHandle = 24;
+constexpr int kFocusDistance = 4;
+
+bool has(const QStyleOption& option, QStyle::StateFlag flag)
+{
+    return option.state.testFlag(flag);
+}
+
+const QColor& buttonFill(const QStyleOption& option)
+{
+    static const QColor white(Qt::white);
+    if (has(option, QStyle::State_Sunken))
+        return Brand::border();
+    return has(option, QStyle::State_MouseOver) ? Brand::pale() : white;
+}
+
+/// White on blue; darker under the pointer, and more so when pressed.
+void drawFilledButton(QPainter& painter, const QStyleOption& button, int radius)
+{
+    const auto lay = [&](const QColor& colour) {
+        RoundedBox::paint(painter, button.rect,
+                          {.radius = radius, .fill = colour, .border = colour});
+    };
+    lay(Brand::blue());
+    if (!has(button, QStyle::State_Sunken) && !has(button, QStyle::State_MouseOver))
+        return;
+    QColor shade = Brand::navy();
+    shade.setAlphaF(has(button, QStyle::State_Sunken) ? kPressShade : kHoverShade);
+    lay(shade);
+}
+
+void drawButton(QPainter& painter, const QStyleOptionButton& button)
+{
+    if (button.features.testFlag(QStyleOptionButton::Flat))
+        return;
+    const bool isTall = button.rect.height() >= kTallButtonHeight;
+    const int radius = isTall ? kTallButtonRadius : kButtonRadius;
+    if (button.features.testFlag(QStyleOptionButton::DefaultButton)) {
+        drawFilledButton(painter, button, radius);
+        return;
+    }
+    RoundedBox::paint(painter, button.rect,
+                      {.radius = radius, .fill = buttonFill(button), .border = Brand::border()});
+}
+
+void drawField(QPainter& painter, const QStyleOption& field)
+{
+    RoundedBox::paint(painter, field.rect,
+                      {.radius = kFieldRadius, .fill = Qt::white, .border = Brand::border()});
+}
+
+void drawIndicator(QPainter& painter, const QStyleOption& box)
+{
+    const bool isOn = has(box, QStyle::State_On);
+    RoundedBox::paint(painter, box.rect,
+                      {.radius = kIndicatorRadius,
+                       .fill = isOn ? Brand::blue() : buttonFill(box),
+                       .border = isOn ? Brand::blue() : Brand::slate()});
+    if (!isOn)
+        return;
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(QPen(Qt::white, 2, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+    painter.translate(box.rect.topLeft());
+    painter.drawPolyline(QPolygonF({{4.2, 8.4}, {6.9, 11.1}, {11.8, 5.4}}));
+    painter.restore();
+}
+
+QColor buttonText(const QStyleOptionButton& button)
+{
+    if (button.features.testFlag(QStyleOptionButton::DefaultButton))
+        return Qt::white;
+    if (button.features.testFlag(QStyleOptionButton::Flat) && has(button, QStyle::State_MouseOver))
+        return Brand::navy();
+    return button.palette.color(QPalette::ButtonText);
+}
+
+QRect scrollHandle(const QStyleOptionSlider& bar)
+{
+    const int range = bar.maximum - bar.minimum;
+    const int whole = bar.rect.height();
+    const int length = std::clamp(whole * bar.pageStep / std::max(range + bar.pageStep, 1),
+                                  std::min(kShortestScrollHandle, whole), whole);
+    const int offset = QStyle::sliderPositionFromValue(bar.minimum, bar.maximum, bar.sliderPosition,
+                                                       whole - length, bar.upsideDown);
+    return {bar.rect.left(), bar.rect.top() + offset, bar.rect.width(), length};
+}
+
+void drawScrollBar(QPainter& painter, const QStyleOptionSlider& bar)
+{
+    painter.save();
+    painter.fillRect(bar.rect, bar.palette.window());
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(Brand::slate());
+    painter.setOpacity(has(bar, QStyle::State_MouseOver) || has(bar, QStyle::State_Sunken) ? 1
+                                                                                           : 0.6);
+    QRectF handle = scrollHandle(bar).adjusted(0, 2, 0, -2);
+    handle.setLeft(handle.right() - kScrollHandleWidth - 2);
+    handle.setWidth(kScrollHandleWidth);
+    painter.drawRoundedRect(handle, kScrollHandleWidth / 2.0, kScrollHandleWidth / 2.0);
+    painter.restore();
+}
+
+bool isVerticalScrollBar(QStyle::ComplexControl control, const QStyleOptionSlider* bar)
+{
+    return control == QStyle::CC_ScrollBar && bar != nullptr && bar->orientation == Qt::Vertical;
+}
+
+} // namespace
+
+HelperStyle::HelperStyle() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+
+int HelperStyle::pixelMetric(PixelMetric metric, const QStyleOption* option,
+                             const QWidget* widget) const
+{
+    switch (metric) {
+    case PM_IndicatorWidth:
+    case PM_IndicatorHeight:
+        return kIndicatorSize;
+    case PM_CheckBoxLabelSpacing:
+        return kLabelSpacing;
+    case PM_ScrollBarExtent:
+        return kScrollBarExtent;
+    case PM_ScrollBarSliderMin:
+        return kShortestScrollHandle;
+    case PM_FocusFrameHMargin:
+    case PM_FocusFrameVMargin:
+        return kFocusDistance;
+    case PM_ButtonShiftHorizontal:
+    case PM_ButtonShiftVertical:
+        return 0;
+    default:
+        return QProxyStyle::pixelMetric(metric, option, widget);
+    }
+}
+
+int HelperStyle::styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                           QStyleHintReturn* returned) const
+{
+    switch (hint) {
+    case SH_FocusFrame_AboveWidget:
+        return 1;
+    case SH_UnderlineShortcut:
+    case SH_DialogButtonBox_ButtonsHaveIcons:
+        return 0;
+    default:
+        return QProxyStyle::styleHint(hint, option, widget, returned);
+    }
+}
+
+QSize HelperStyle::sizeFromContents(ContentsType type, const QStyleOption* option,
+                                    const QSize& contents, const QWidget* widget) const
+{
+    if (type == CT_PushButton) {
+        const auto* button = qstyleoption_cast<const QStyleOptionButton*>(option);
+        if (button && button->features.testFlag(QStyleOptionButton::Flat))
+            return contents;
+        return contents + QSize(2 * kButtonPaddingX, 2 * kButtonPaddingY);
+    }
+    return QProxyStyle::sizeFromContents(type, option, contents, widget);
+}
+
+QRect HelperStyle::subElementRect(SubElement element, const QStyleOption* option,
+                                  const QWidget* widget) const
+{
+    if (element == SE_FrameLayoutItem && widget) {
+        const int overhang = widget->property(kOverhang).toInt();
+        return option->rect.adjusted(0, overhang, 0, -overhang);
+    }
+    return QProxyStyle::subElementRect(element, option, widget);
+}
+
+QRect HelperStyle::subControlRect(ComplexControl control, const QStyleOptionComplex* option,
+                                  SubControl part, const QWidget* widget) const
+{
+    const auto* bar = qstyleoption_cast<const QStyleOptionSlider*>(option);
+    if (!isVerticalScrollBar(control, bar))
+        return QProxyStyle::subControlRect(control, option, part, widget);
+    const QRect handle = scrollHandle(*bar);
+    switch (part) {
+    case SC_ScrollBarSlider:
+        return handle;
+    case SC_ScrollBarGroove:
+        return bar->rect;
+    case SC_ScrollBarSubPage:
+        return {bar->rect.topLeft(), handle.topRight() - QPoint(0, 1)};
+    case SC_ScrollBarAddPage:
+        return {handle.bottomLeft() + QPoint(0, 1), bar->rect.bottomRight()};
+    default:
+        return {};
+    }
+}
+
+/// A family may ask for more room than a control has, for the sake of other scripts.
+void HelperStyle::drawItemText(QPainter* painter, const QRect& area, int flags,
+                               const QPalette& palette, bool isEnabled, const QString& text,
+                               QPalette::ColorRole role) const
+{
+    const QFontMetrics metrics = painter->fontMetrics();
+    const int excess = metrics.height() - area.height();
+    if (excess <= 0 || (flags & Qt::AlignVCenter) == 0 || (flags & Qt::TextWordWrap) != 0) {
+        QProxyStyle::drawItemText(painter, area, flags, palette, isEnabled, text, role);
+        return;
+    }
+    const double base = area.height() / 2.0 + baseLineBelowMiddle(painter->font());
+    QRect room = area.adjusted(0, 0, 0, excess);
+    room.translate(0, static_cast<int>(std::round(base)) - metrics.ascent());
+    QProxyStyle::drawItemText(painter, room, flags | Qt::TextDontClip, palette, isEnabled, text,
+                              role);
+}
+
+void HelperStyle::drawPrimitive(PrimitiveElement element, const QStyleOption* option,
+                                QPainter* painter, const QWidget* widget) const
+{
+    switch (element) {
+    case PE_IndicatorCheckBox:
+        drawIndicator(*painter, *option);
+        return;
+    case PE_PanelLineEdit:
+        drawField(*painter, *option);
+        return;
+    case PE_FrameFocusRect:
+        // A ring around the control shows the focus.
+        return;
+    default:
+        QProxyStyle::drawPrimitive(element, option, painter, widget);
+    }
+}
+
+void HelperStyle::drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                              const QWidget* widget) const
+{
+    const auto* button = qstyleoption_cast<const QStyleOptionButton*>(option);
+    if (element == CE_PushButtonBevel && button) {
+        drawButton(*painter, *button);
+        return;
+    }
+    if (element == CE_PushButtonLabel && button) {
+        QStyleOptionButton label = *button;
+        label.palette.setColor(QPalette::ButtonText, buttonText(label));
+        QProxyStyle::drawControl(element, &label, painter, widget);
+        return;
+    }
+    QProxyStyle::drawControl(element, option, painter, widget);
+}
+
+void HelperStyle::drawComplexControl(ComplexControl control, const QStyleOptionComplex* option,
+                                     QPainter* painter, const QWidget* widget) const
+{
+    const auto* bar = qstyleoption_cast<const QStyleOptionSlider*>(option);
+    if (isVerticalScrollBar(control, bar))
+        drawScrollBar(*painter, *bar);
+    else
+        QProxyStyle::drawComplexControl(control, option, painter, widget);
+}
+
+} // namespace quillbox

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QProxyStyle>
+
+namespace quillbox {
+
+/// How controls are drawn, whatever the desktop's style is: the toolkit's own style, with push
+/// buttons, check boxes, fields and scroll bars in the colours of the window.
+class HelperStyle final : public QProxyStyle {
+public:
+    /// A property of a QFrame, an int: by how many pixels it stands out above and below of what a
+    /// layout sees of it.
+    static constexpr const char* kOverhang = "overhang";
+
+    HelperStyle();
+
+    HelperStyle(const HelperStyle&) = delete;
+    HelperStyle& operator=(const HelperStyle&) = delete;
+    ~HelperStyle() override = default;
+
+    int pixelMetric(PixelMetric metric, const QStyleOption* option,
+                    const QWidget* widget) const override;
+    int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,
+                  QStyleHintReturn* returned) const override;
+    QSize sizeFromContents(ContentsType type, const QStyleOption* option, const QSize& contents,
+                           const QWidget* widget) const override;
+    QRect subElementRect(SubElement element, const QStyleOption* option,
+                         const QWidget* widget) const override;
+    QRect subControlRect(ComplexControl control, const QStyleOptionComplex* option, SubControl part,
+                         const QWidget* widget) const override;
+    void drawItemText(QPainter* painter, const QRect& area, int flags, const QPalette& palette,
+                      bool isEnabled, const QString& text, QPalette::ColorRole role) const override;
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override;
+    void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                     const QWidget* widget) const override;
+    void drawComplexControl(ComplexControl control, const QStyleOptionComplex* option,
+                            QPainter* painter, const QWidget* widget) const override;
+};
+
+} // namespace quillbox

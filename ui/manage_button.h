@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QPushButton>
+#include <string_view>
+
+namespace quillbox {
+
+/// The button of a phone's row that opens the phone's web page. Rows are built anew whenever
+/// anything changes on the network; what somebody is doing with a button at that moment goes on
+/// with the one in its place.
+class ManageButton final : public QPushButton {
+public:
+    /// `phoneName` is UTF-8, as the network gave it.
+    explicit ManageButton(std::string_view phoneName, QWidget* parent = nullptr);
+
+    ManageButton(const ManageButton&) = delete;
+    ManageButton& operator=(const ManageButton&) = delete;
+    ~ManageButton() override = default;
+
+    /// Takes the focus from `before`, and a press of the pointer or of a key that is under way.
+    void takeOver(ManageButton& before);
+
+private:
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+
+    bool isHeldByPointer = false;
+};
+
+} // namespace quillbox

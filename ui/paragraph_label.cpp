@@ -1,0 +1,155 @@
+#include "ui/paragraph_label.h"
+
+#include "ui/display_text.h"
+#include "ui/text_style.h"
+
+#include <QEvent>
+#include <QFontInfo>
+#include <QFontMetrics>
+#include <QPainter>
+#include <QTextLayout>
+#include <algorithm>
+#include <cmath>
+
+namespace quillbox {
+
+namespace {
+
+/// Of the size of the font. Families differ in what they ask for, up to 1.4 for the sake of scripts
+/// that stack marks.
+constexpr double kLineHeight = 1.2;
+
+/// Where the lines of a text begin and how long they are, at a width.
+struct Line {
+    int start = 0;
+    int length = 0;
+};
+
+std::vector<Line> broken(const QString& text, const QFont& font, int width)
+{
+    QTextLayout layout(text, font);
+    QTextOption option;
+    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+    layout.setTextOption(option);
+    std::vector<Line> lines;
+    layout.beginLayout();
+    for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
+        line.setLineWidth(width);
+        lines.push_back({line.textStart(), line.textLength()});
+    }
+    layout.endLayout();
+    return lines;
+}
+
+} // namespace
+
+ParagraphLabel::ParagraphLabel(const QString& text, QWidget* parent) : QLabel(parent)
+{
+    setTextFormat(Qt::PlainText);
+    setWordWrap(true);
+    setText(text);
+}
+
+void ParagraphLabel::setText(const QString& text)
+{
+    QLabel::setText(text);
+    updateToolTip();
+}
+
+void ParagraphLabel::setMaximumLines(int count)
+{
+    limit = count;
+    updateGeometry();
+    update();
+    updateToolTip();
+}
+
+std::vector<QString> ParagraphLabel::lines() const
+{
+    const int width = contentsRect().width();
+    const auto all = broken(text(), font(), width);
+    std::vector<QString> result;
+    for (const Line& line : all) {
+        if (limit > 0 && static_cast<int>(result.size()) == limit - 1 && &line != &all.back()) {
+            result.push_back(
+                fontMetrics().elidedText(text().mid(line.start), Qt::ElideRight, width));
+            break;
+        }
+        result.push_back(text().mid(line.start, line.length));
+    }
+    return result;
+}
+
+bool ParagraphLabel::isElided() const
+{
+    const auto all = broken(text(), font(), contentsRect().width()).size();
+    return limit > 0 && static_cast<int>(all) > limit;
+}
+
+QSize ParagraphLabel::sizeHint() const
+{
+    const QMargins margins = contentsMargins();
+    return {fontMetrics().horizontalAdvance(text()) + margins.left() + margins.right(),
+            lineHeight() + margins.top() + margins.bottom()};
+}
+
+QSize ParagraphLabel::minimumSizeHint() const
+{
+    return {0, sizeHint().height()};
+}
+
+int ParagraphLabel::heightForWidth(int width) const
+{
+    const QMargins margins = contentsMargins();
+    const auto all = broken(text(), font(), width - margins.left() - margins.right()).size();
+    return visibleLines(static_cast<int>(all)) * lineHeight() + margins.top() + margins.bottom();
+}
+
+bool ParagraphLabel::event(QEvent* event)
+{
+    const bool isHandled = QLabel::event(event);
+    switch (event->type()) {
+    case QEvent::Resize:
+    case QEvent::FontChange:
+    case QEvent::ContentsRectChange:
+        updateToolTip();
+        break;
+    default:
+        break;
+    }
+    return isHandled;
+}
+
+void ParagraphLabel::paintEvent(QPaintEvent* /*event*/)
+{
+    QPainter painter(this);
+    const QRect area = contentsRect();
+    const auto shown = lines();
+    const int height = lineHeight();
+    // Like any label: in the middle of what it is given.
+    double top = area.top() + (area.height() - height * static_cast<int>(shown.size())) / 2.0;
+    painter.setPen(palette().color(foregroundRole()));
+    for (const QString& line : shown) {
+        const double base = top + height / 2.0 + baseLineBelowMiddle(font());
+        painter.drawText(QPointF(area.left(), std::round(base)), line);
+        top += height;
+    }
+}
+
+int ParagraphLabel::lineHeight() const
+{
+    return static_cast<int>(std::ceil(QFontInfo(font()).pixelSize() * kLineHeight));
+}
+
+int ParagraphLabel::visibleLines(int all) const
+{
+    const int shown = limit > 0 ? std::min(all, limit) : all;
+    return std::max(shown, 1);
+}
+
+void ParagraphLabel::updateToolTip()
+{
+    setToolTip(isElided() ? DisplayText::forToolTip(text().toStdString()) : QString());
+}
+
+} // namespace quillbox

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QColor>
+#include <QWidget>
+
+namespace quillbox {
+
+/// A box with round corners and a border one pixel wide, inside of its edges.
+class RoundedBox final : public QWidget {
+public:
+    struct Look {
+        int radius = 0;
+        QColor fill;
+        QColor border;
+    };
+
+    explicit RoundedBox(Look boxLook, QWidget* parent = nullptr);
+
+    RoundedBox(const RoundedBox&) = delete;
+    RoundedBox& operator=(const RoundedBox&) = delete;
+    ~RoundedBox() override = default;
+
+    static void paint(QPainter& painter, const QRect& area, const Look& look);
+
+private:
+    void paintEvent(QPaintEvent* event) override;
+
+    const Look look;
+};
+
+} // namespace quillbox
