@@ -6,23 +6,32 @@
 #include "discovery/phone_discovery.h"
 #include "platform/text.h"
 #include "relay/finder_relay.h"
+#include "ui/glyph_label.h"
+#include "ui/paragraph_label.h"
 #include "ui/status_bar_item.h"
 
 #include <QAction>
 #include <QCheckBox>
+#include <QColor>
 #include <QLabel>
 #include <QLineEdit>
 #include <QObject>
 #include <QPushButton>
+#include <QVariant>
 #include <QWidget>
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
 
+class QLayout;
+
 namespace quillbox {
+
+class FrameSizer;
 
 /// What the user is told: whether phones are visible in the file browser, and a text.
 struct StatusReport {
@@ -57,8 +66,9 @@ public:
     /// True when an older copy runs; it has been brought forward then.
     bool activateExistingInstance();
 
-    /// Another copy was started and yields to this one.
-    void activatedByAnotherCopy();
+    /// Another copy was started and yields to this one. `permission` is what the desktop gave it
+    /// to come forward; may be empty.
+    void activatedByAnotherCopy(const std::string& permission);
 
     // The settings.
     void saveFields(const std::string& host, std::uint16_t port);
@@ -72,7 +82,22 @@ public:
     void syncAutomaticRelays();
     void stopRelays();
 
+    /// Opens the phone's share in the file browser, or tells why not.
+    void openInFinder();
+
+    // Web management: the page of the one phone that has it, of the phone that the user chooses
+    // from a menu, or of the phone whose button was pressed; without any, how to enable it.
+    void openManagement();
+    void openManagementMenu(const QAction& item);
+    void openNamedManagement(const QPushButton& button);
+    void resolveManagement(const Endpoint& endpoint);
+
+    /// The property of a "Manage" button, and the data of a menu item likewise, that holds the name
+    /// of its phone: a QByteArray of UTF-8, verbatim.
+    static constexpr const char* kManagementIdentifier = "identifier";
+
     // The window and the status item.
+    static QLabel* wrappingLabel(const QString& text, int size, const QColor& color);
     void buildWindow();
     QWidget* buildAdvancedForm();
     void toggleAdvanced();
@@ -94,16 +119,17 @@ public:
     QLineEdit portField;
     QLineEdit shareField;
     QLineEdit userField;
-    QLabel statusDot;
-    QLabel statusLabel;
+    GlyphLabel statusDot;
+    ParagraphLabel statusLabel;
     QWidget deviceListStack;
     QCheckBox showInFinder;
     QCheckBox automaticDiscovery;
     QPushButton advancedButton;
     QWidget* advancedForm = nullptr; ///< the window's; none before `buildWindow`
     bool advancedVisible = false;
+    FrameSizer* frameSizer = nullptr;          ///< the window's; none before `buildWindow`
     std::unique_ptr<StatusBarItem> statusItem; ///< none before `buildStatusItem`
-    QAction* menuStatusItem = nullptr;      ///< the status item's
+    QAction* menuStatusItem = nullptr;         ///< the status item's
     std::vector<DiscoveredDevice> discoveredDevices;
     /// The Finder names whose relay reported ready, in automatic mode.
     std::set<std::string, CanonicalLess> readyFinderNames;
@@ -116,8 +142,21 @@ private:
     void readFields();
     void readCheckBoxes();
     void forceLightAppearance();
+    static void applyLightPalette();
+    QWidget* buildCard();
+    QWidget* buildStatusBox();
+    QWidget* buildManagementButton();
+    void buildAdvancedButton();
+    QLayout* buildFields();
+    QLayout* buildFormButtons();
+    void buildKeyboard();
+    bool handleKey(const QEvent& event);
+    void announce(const QString& status);
+    QWidget* addDeviceRow(const DiscoveredDevice& device);
     void centreWindow();
+    bool isWindowVisible() const;
     void bringWindowForward();
+    void updateTaskbar();
 
     void startManualRelay(const std::string& host, std::uint16_t port);
     void startAutomaticRelay(const DiscoveredDevice& device);
@@ -126,6 +165,13 @@ private:
     bool isEveryDeviceReady() const;
     StatusReport visibleStatus() const;
     std::shared_ptr<FinderRelay> makeRelay();
+
+    void refuseToOpen(const StatusReport& reason);
+
+    void openManagementOf(const QVariant& name);
+    void managementResolved(const std::optional<std::string>& url);
+    void explainWebManagement();
+    void popUpManagementMenu();
 
     const AppEnvironment environment;
 };

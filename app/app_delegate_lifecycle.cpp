@@ -51,13 +51,18 @@ AppDelegate::AppDelegate(AppEnvironment appEnvironment)
       advancedButton(QStringLiteral("Advanced ▸")),
       environment(std::move(appEnvironment))
 {
-    // Texts may hold names that somebody on the network chose: never read as markup.
-    statusDot.setTextFormat(Qt::PlainText);
-    statusLabel.setTextFormat(Qt::PlainText);
     readFields();
 }
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate()
+{
+    // A field that goes while it has the focus loses it, which is no end of an edit.
+    for (QObject* watched : {static_cast<QObject*>(&hostField), static_cast<QObject*>(&portField),
+                             static_cast<QObject*>(window.get())}) {
+        if (watched)
+            watched->removeEventFilter(this);
+    }
+}
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -69,6 +74,7 @@ void AppDelegate::applicationDidFinishLaunching()
     QGuiApplication::setQuitOnLastWindowClosed(applicationShouldTerminateAfterLastWindowClosed());
     buildWindow();
     buildStatusItem();
+    updateTaskbar();
 
     discovery->resultChanged = [self = QPointer(this)](const auto& devices) {
         if (self)
@@ -83,10 +89,11 @@ void AppDelegate::applicationDidFinishLaunching()
 
     centreWindow();
     bringWindowForward();
-    environment.runningApplications.setActivationHandler([self = QPointer(this)] {
-        if (self)
-            self->activatedByAnotherCopy();
-    });
+    environment.runningApplications.setActivationHandler(
+        [self = QPointer(this)](const std::string& permission) {
+            if (self)
+                self->activatedByAnotherCopy(permission);
+        });
     readCheckBoxes();
     if (showInFinder.isChecked())
         restartRelay();
@@ -141,12 +148,13 @@ bool AppDelegate::activateExistingInstance()
     return true;
 }
 
-void AppDelegate::activatedByAnotherCopy()
+void AppDelegate::activatedByAnotherCopy(const std::string& permission)
 {
-    const bool isWindowVisible = window->isVisible();
-    if (isWindowVisible)
+    environment.windowPresence.permit(permission);
+    const bool isVisible = isWindowVisible();
+    if (isVisible)
         bringWindowForward();
-    applicationShouldHandleReopen(isWindowVisible);
+    applicationShouldHandleReopen(isVisible);
 }
 
 void AppDelegate::discoveredDevicesChanged(const std::vector<DiscoveredDevice>& devices)
@@ -171,12 +179,27 @@ void AppDelegate::centreWindow()
     window->move(frame.topLeft());
 }
 
+/// What is minimised or on another workspace cannot be seen, whatever the toolkit calls it.
+bool AppDelegate::isWindowVisible() const
+{
+    return window->isVisible() && !window->isMinimized()
+           && environment.windowPresence.isOnCurrentWorkspace(window->winId());
+}
+
 void AppDelegate::bringWindowForward()
 {
-    window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
-    window->show();
-    window->raise();
-    window->activateWindow();
+    environment.windowPresence.bringForward(window->winId(), [this] {
+        window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
+        window->show();
+        window->raise();
+        window->activateWindow();
+    });
+}
+
+/// A taskbar lists the window only while nothing else leads to it.
+void AppDelegate::updateTaskbar()
+{
+    environment.windowPresence.setListed(window->winId(), !statusItem->isShown());
 }
 
 } // namespace quillbox

@@ -5,6 +5,7 @@
 #include "platform/running_applications.h"
 #include "platform/status_host.h"
 #include "platform/user_defaults.h"
+#include "platform/window_presence.h"
 #include "platform/workspace.h"
 
 #include <functional>
@@ -21,6 +22,7 @@ struct AppEnvironment {
     Workspace& workspace;
     RunningApplications& runningApplications;
     StatusHost& statusHost;
+    WindowPresence& windowPresence;
     /// None: any number of copies may run.
     std::optional<std::string> bundleIdentifier;
     /// Ends the event loop; it returns first.

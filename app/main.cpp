@@ -7,13 +7,16 @@
 #include "platform/desktop/main_queue.h"
 #include "platform/desktop/process.h"
 #include "platform/desktop/running_copies.h"
+#include "platform/desktop/smb_opener.h"
 #include "platform/desktop/status_host_watch.h"
 #include "platform/desktop/termination_signals.h"
+#include "platform/desktop/window_presence.h"
 #include "platform/dnssd/engine_child.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/standard_error.h"
 
 #include <QApplication>
+#include <QDBusConnection>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -76,6 +79,17 @@ void choosePlatform()
     }
 }
 
+constexpr const char* kNoGtkBridge = "NO_AT_BRIDGE";
+
+/// The theme of a GNOME desktop brings GTK along, whose bridge to assistive technology answers for
+/// the whole process and knows nothing of its windows: a screen reader would wait in vain. It looks
+/// for this while the application is made; programs that are started later keep theirs. True when
+/// it was turned off here.
+bool turnGtkBridgeOff()
+{
+    return !qEnvironmentVariableIsSet(kNoGtkBridge) && qputenv(kNoGtkBridge, "1");
+}
+
 void nameApplication()
 {
     QCoreApplication::setApplicationName(QStringLiteral("quillbox-helper"));
@@ -92,18 +106,24 @@ int run(const Options& options, char** arguments)
     choosePlatform();
     nameApplication();
     int argumentCount = 1;
+    const bool isBridgeOff = turnGtkBridgeOff();
     const QApplication application(argumentCount, arguments);
+    if (isBridgeOff)
+        qunsetenv(kNoGtkBridge);
 
     const auto mainQueue = makeMainQueue();
     LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd));
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
-    const auto workspace = makeDesktopWorkspace(limits);
+    const auto smbOpener =
+        makeSmbOpener(platform.serviceLocator(), QDBusConnection::sessionBus(), limits);
+    const auto workspace = makeDesktopWorkspace(limits, *smbOpener);
     const auto runningApplications = makeRunningApplications({
         .folders = systemRuntimeFolders(),
         .bundleIdentifier = kBundleIdentifier,
         .activationToken = activationToken,
     });
     const auto statusHost = makeStatusHostWatch();
+    const auto windowPresence = makeWindowPresence();
     auto delegate = std::make_unique<AppDelegate>(AppEnvironment{
         .dispatch = platform.dispatch(),
         .network = platform.network(),
@@ -111,6 +131,7 @@ int run(const Options& options, char** arguments)
         .workspace = *workspace,
         .runningApplications = *runningApplications,
         .statusHost = *statusHost,
+        .windowPresence = *windowPresence,
         .bundleIdentifier = kBundleIdentifier,
         // Unlike quit(), this asks no window: closing one only hides it, which is a refusal.
         .terminate = [] { QCoreApplication::exit(EXIT_SUCCESS); },

@@ -186,13 +186,13 @@ TEST_F(AppDelegateLifecycle, theSameDevicesInTheSameOrderRedrawTheListAndLeaveTh
     const Browser::Results phones{phoneNamed("Quillbox A"), phoneNamed("Quillbox B")};
     findPhones(phones);
     const auto listeners = runningListeners();
-    const QPointer<QObject> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
+    const QPointer<QWidget> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
     markStatus();
 
     findPhones(phones);
     EXPECT_EQ(runningListeners(), listeners);
     EXPECT_TRUE(isStatusMarked());
-    EXPECT_TRUE(oldHeading.isNull());
+    EXPECT_NE(delegate->deviceListStack.layout()->itemAt(0)->widget(), oldHeading);
 }
 
 TEST_F(AppDelegateLifecycle, theSameDevicesInAnotherOrderRestartTheRelays)
@@ -236,12 +236,12 @@ TEST_F(AppDelegateLifecycle, managementReportsRedrawTheListAndNeverTouchTheRelay
     launch();
     findPhones({phoneNamed("Quillbox A")});
     const auto listeners = runningListeners();
-    const QPointer<QObject> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
+    const QPointer<QWidget> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
     markStatus();
 
     findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     EXPECT_EQ(delegate->managementDevices.size(), 2U);
-    EXPECT_TRUE(oldHeading.isNull());
+    EXPECT_NE(delegate->deviceListStack.layout()->itemAt(0)->widget(), oldHeading);
     EXPECT_EQ(runningListeners(), listeners);
     EXPECT_TRUE(isStatusMarked());
 }
@@ -280,7 +280,7 @@ TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyShowsTheWindow)
 {
     launch();
     delegate->window->close();
-    applications.handler();
+    applications.handler({});
     EXPECT_TRUE(delegate->window->isVisible());
 }
 
@@ -288,9 +288,52 @@ TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyRestoresAMinimizedWindow)
 {
     launch();
     delegate->window->showMinimized();
-    applications.handler();
+    applications.handler({});
     EXPECT_FALSE(delegate->window->isMinimized());
     EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyUsesItsPermission)
+{
+    launch();
+    windowPresence.permissions.clear();
+    applications.handler("token");
+    delegate->window->close();
+    applications.handler("another");
+    delegate->showHelper();
+    EXPECT_THAT(windowPresence.permissions, ElementsAre("token", "another", ""));
+}
+
+TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyBringsTheWindowForwardOnce)
+{
+    launch();
+    const auto timesForward = [this](const std::function<void()>& prepare) {
+        prepare();
+        windowPresence.permissions.clear();
+        applications.handler({});
+        return windowPresence.permissions.size();
+    };
+    EXPECT_EQ(timesForward([] {}), 1U);
+    EXPECT_EQ(timesForward([this] { delegate->window->close(); }), 1U);
+    EXPECT_EQ(timesForward([this] { delegate->window->showMinimized(); }), 1U);
+    EXPECT_EQ(timesForward([this] { windowPresence.onWorkspace = false; }), 1U);
+}
+
+TEST_F(AppDelegateLifecycle, aTaskbarListsTheWindowOnlyWithoutAStatusItem)
+{
+    launch();
+    EXPECT_TRUE(windowPresence.listed);
+    statusHost.become(true);
+    EXPECT_FALSE(windowPresence.listed);
+    statusHost.become(false);
+    EXPECT_TRUE(windowPresence.listed);
+}
+
+TEST_F(AppDelegateLifecycle, noTaskbarListsTheWindowWhenThereIsAPlaceForTheItemFromTheStart)
+{
+    statusHost.available = true;
+    launch();
+    EXPECT_FALSE(windowPresence.listed);
 }
 
 TEST_F(AppDelegateLifecycle, theMenuShowsTheWindowAgain)
@@ -363,7 +406,7 @@ TEST_F(AppDelegateLifecycle, reportsThatArriveAfterTheControllerHasGoneAreIgnore
     network.listeners.back()->report(Listener::State::Ready);
     delegate = nullptr;
     dispatch.runAll();
-    applications.handler();
+    applications.handler({});
     EXPECT_EQ(dispatch.main().pending(), 0U);
 }
 

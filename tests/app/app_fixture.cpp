@@ -16,6 +16,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .workspace = workspace,
         .runningApplications = applications,
         .statusHost = statusHost,
+        .windowPresence = windowPresence,
         .bundleIdentifier = bundleIdentifier,
         .terminate = [this] { ++terminations; },
     });

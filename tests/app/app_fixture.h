@@ -6,6 +6,7 @@
 #include "tests/fakes/fake_running_applications.h"
 #include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
+#include "tests/fakes/fake_window_presence.h"
 #include "tests/fakes/recording_workspace.h"
 
 #include <memory>
@@ -67,6 +68,7 @@ protected:
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;
     FakeStatusHost statusHost;
+    FakeWindowPresence windowPresence;
     FakeRunningApplications applications;
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;

@@ -4,6 +4,7 @@
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
+#include "tests/fakes/fake_window_presence.h"
 #include "tests/fakes/recording_workspace.h"
 
 #include <QApplication>
@@ -42,6 +43,7 @@ int main(int argumentCount, char** arguments)
     });
     bool yields = false;
     FakeStatusHost statusHost;
+    FakeWindowPresence windowPresence;
     AppDelegate delegate(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
@@ -49,6 +51,7 @@ int main(int argumentCount, char** arguments)
         .workspace = workspace,
         .runningApplications = *copies,
         .statusHost = statusHost,
+        .windowPresence = windowPresence,
         .bundleIdentifier = "org.example.Racing",
         .terminate =
             [&yields] {
@@ -66,8 +69,8 @@ int main(int argumentCount, char** arguments)
             tell(yields ? "yields" : "stays");
             if (!yields) {
                 delegate.window->hide();
-                copies->setActivationHandler([&] {
-                    delegate.activatedByAnotherCopy();
+                copies->setActivationHandler([&](const std::string& permission) {
+                    delegate.activatedByAnotherCopy(permission);
                     tell(delegate.window->isVisible() ? "comes forward" : "stays hidden");
                 });
             }

@@ -1,0 +1,67 @@
+#include "app/app_delegate.h"
+
+#include <QPointer>
+#include <algorithm>
+
+namespace quillbox {
+
+void AppDelegate::openManagement()
+{
+    if (managementDevices.empty())
+        explainWebManagement();
+    else if (managementDevices.size() == 1)
+        resolveManagement(managementDevices.front().endpoint);
+    else
+        popUpManagementMenu();
+}
+
+void AppDelegate::openManagementMenu(const QAction& item)
+{
+    openManagementOf(item.data());
+}
+
+void AppDelegate::openNamedManagement(const QPushButton& button)
+{
+    openManagementOf(button.property(kManagementIdentifier));
+}
+
+/// `name` is what a menu item or a button holds. The phone may have left since it was drawn; and no
+/// phone has the empty name that comes of nothing or of what is no name.
+void AppDelegate::openManagementOf(const QVariant& name)
+{
+    const std::string wanted = name.toByteArray().toStdString();
+    const auto device = std::find_if(managementDevices.begin(), managementDevices.end(),
+                                     [&wanted](const DiscoveredDevice& candidate) {
+                                         return canonicallyEqual(candidate.name, wanted);
+                                     });
+    if (device != managementDevices.end())
+        resolveManagement(device->endpoint);
+}
+
+void AppDelegate::resolveManagement(const Endpoint& endpoint)
+{
+    if (managementResolver)
+        managementResolver->cancel();
+    // Held here as well: it may report, and be dropped by its owner, while it starts.
+    const auto resolver = std::make_shared<ManagementResolver>(
+        environment.network, endpoint,
+        [self = QPointer(this)](const std::optional<std::string>& url) {
+            if (self)
+                self->managementResolved(url);
+        });
+    managementResolver = resolver;
+    resolver->start();
+}
+
+void AppDelegate::managementResolved(const std::optional<std::string>& url)
+{
+    managementResolver = nullptr;
+    if (url) {
+        environment.workspace.open(*url);
+        return;
+    }
+    setStatus({.ready = false,
+               .text = "Could not resolve management address. Check the phone is online."});
+}
+
+} // namespace quillbox
