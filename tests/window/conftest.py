@@ -1,0 +1,59 @@
+"""Fixtures of the window tests: a network with one desktop on it for each test, ended with it."""
+
+import os
+import re
+import sys
+
+import pytest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+# The network and the program on it are those of the network tests.
+sys.path.append(os.path.join(HERE, "..", "lan"))
+
+from desktop.desktop import Desktop  # noqa: E402 what it needs is found from here on
+from rig.network import Lan  # noqa: E402
+
+SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
+
+
+@pytest.fixture
+def make_desktop(request):
+    """Makes the desktop of a test; at most one."""
+    if os.geteuid() != 0:
+        pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
+    network = Lan()
+
+    def make(size=(1280, 1024), dpi=96, manager=True):
+        desktop = request.node.desktop = network.host("computer", of=Desktop)
+        desktop.start_screen(size, dpi)
+        desktop.start_session_bus()
+        if manager:
+            desktop.start_manager()
+        return desktop
+
+    yield make
+    try:
+        for host in network.hosts:
+            if isinstance(host, Desktop):
+                host.check_helpers()
+    finally:
+        network.close()
+
+
+@pytest.fixture
+def desktop(make_desktop):
+    """A desktop with a window manager, and nothing that shows status items."""
+    return make_desktop()
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """Keeps the screen on which a test failed."""
+    outcome = yield
+    shown = getattr(item, "desktop", None)
+    if call.when == "call" and outcome.get_result().failed and shown is not None:
+        name = re.sub(r"[^\w.-]+", "_", item.name) + ".png"
+        try:
+            shown.picture().save(os.path.join(SCREENS, name))
+        except Exception as error:  # the failure itself matters more than its picture
+            print(f"no picture of the screen: {error}", file=sys.stderr)
