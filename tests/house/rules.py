@@ -25,8 +25,16 @@ ARROWS = {
     "relay": {"platform"},
     "discovery": {"platform"},
     "app": {"platform", "relay", "discovery"},
-    # The controller owns the status item of the window's side; the two folders are one target.
-    "app/app_delegate.h": {"app", "platform", "relay", "discovery", "ui/status_bar_item.h"},
+    # The controller owns these controls of the window's side; the two folders are one target.
+    "app/app_delegate.h": {
+        "app",
+        "platform",
+        "relay",
+        "discovery",
+        "ui/glyph_label.h",
+        "ui/paragraph_label.h",
+        "ui/status_bar_item.h",
+    },
     "app/main.cpp": {
         "app",
         "platform",
@@ -106,6 +114,7 @@ KINDS = (
 HEADER_LINES = 150
 SOURCE_LINES = 400
 LONG_FILES = {  # path: why it is longer
+    "app/app_delegate.h": "the one wide class: every control and every user action of the program",
     "platform/dnssd/messages.h": "one list of plain values, of a few lines each",
 }
 

@@ -10,6 +10,10 @@ import time
 # it, so that a slow build fails for what it does and not for what it costs.
 SLOWDOWN = float(os.environ.get("QUILLBOX_SLOWDOWN", "1"))
 
+# A shell has what it runs in the background ignore SIGINT, and what ignores it hands that on: the
+# programs under test would not hear of it.
+signal.signal(signal.SIGINT, signal.default_int_handler)
+
 
 def limit(seconds):
     """A limit on what the program does, in seconds."""

@@ -1,0 +1,97 @@
+"""Runs on a session bus: a panel for status items and a file manager, as a desktop has them.
+
+Tells on standard output, one JSON object a line, of the status item that came and of the folders
+that are to be shown. Each line of standard input is the title of an entry of that item's menu, which
+is then chosen.
+"""
+
+import json
+import sys
+
+import gi
+
+gi.require_version("Gio", "2.0")
+from gi.repository import Gio, GLib  # noqa: E402 the version is asked for first
+
+PANEL = """<node><interface name="org.kde.StatusNotifierWatcher">
+  <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>
+  <property name="IsStatusNotifierHostRegistered" type="b" access="read"/>
+</interface></node>"""
+
+FILE_MANAGER = """<node><interface name="org.freedesktop.FileManager1">
+  <method name="ShowFolders">
+    <arg type="as" direction="in"/><arg type="s" direction="in"/>
+  </method>
+</interface></node>"""
+
+MENU = "com.canonical.dbusmenu"
+
+
+def tell(event, **more):
+    print(json.dumps({"event": event, **more}), flush=True)
+
+
+class Desk:
+    def __init__(self):
+        self.bus = Gio.bus_get_sync(Gio.BusType.SESSION)
+        self.item = None
+        self.offer(PANEL, "/StatusNotifierWatcher", self.register)
+        self.offer(FILE_MANAGER, "/org/freedesktop/FileManager1", self.show)
+
+    def offer(self, description, path, answer):
+        interface = Gio.DBusNodeInfo.new_for_xml(description).interfaces[0]
+
+        def called(_bus, sender, _path, _interface, _method, parameters, invocation):
+            answer(sender, *parameters.unpack())
+            invocation.return_value(None)
+
+        def asked(*_):
+            return GLib.Variant("b", True)
+
+        self.bus.register_object(path, interface, called, asked, None)
+        Gio.bus_own_name_on_connection(self.bus, interface.name, 0, None, None)
+
+    def register(self, sender, _name):
+        self.item = sender
+        tell("item")
+
+    def show(self, _sender, folders, _startup_id):
+        for folder in folders:
+            tell("folder", name=folder)
+
+    def call(self, path, interface, method, *arguments):
+        return self.bus.call_sync(
+            self.item, path, interface, method, *arguments, Gio.DBusCallFlags.NONE, 5000
+        )
+
+    def choose(self, title):
+        owner = "org.kde.StatusNotifierItem"
+        path = self.call(
+            "/StatusNotifierItem",
+            "org.freedesktop.DBus.Properties",
+            "Get",
+            GLib.Variant("(ss)", (owner, "Menu")),
+            None,
+        ).unpack()[0]
+        _, (_, _, entries) = self.call(
+            path, MENU, "GetLayout", GLib.Variant("(iias)", (0, -1, [])), None
+        ).unpack()
+        (number,) = (x[0] for x in entries if x[1].get("label") == title)
+        event = GLib.Variant("(isvu)", (number, "clicked", GLib.Variant("i", 0), 0))
+        self.call(path, MENU, "Event", event, None)
+        tell("chosen", name=title)
+
+    def obey(self, source, _condition):
+        line = source.readline()
+        if not line:
+            loop.quit()
+            return False
+        self.choose(line.strip())
+        return True
+
+
+desk = Desk()
+loop = GLib.MainLoop()
+GLib.io_add_watch(sys.stdin, GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, desk.obey)
+tell("ready")
+loop.run()

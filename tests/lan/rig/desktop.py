@@ -1,0 +1,109 @@
+"""The user's computer with a desktop: a screen, a session bus, a panel and a file manager."""
+
+import json
+import os
+import shlex
+
+from .computer import Computer
+from .onlooker import HERE, PYTHON
+from .process import limit, wait_until
+
+# What desktops have with libnss-mdns: file browsers find hosts of multicast DNS.
+NSSWITCH = "passwd: files\ngroup: files\nhosts: files mdns4_minimal [NOTFOUND=return]\n"
+
+# Display 1 of every host: abstract sockets belong to its network namespace. A lock and a socket in
+# the file system would be the whole machine's.
+DISPLAY = ":1"
+SCREEN = ["Xvfb", DISPLAY, "-displayfd", "1", "-nolock", "-screen", "0", "800x600x24"]
+# A server that begins anew when its last client leaves may refuse the next one meanwhile.
+SCREEN += ["-nolisten", "tcp", "-nolisten", "unix", "-noreset"]
+
+BROWSER = """[Desktop Entry]
+Type=Application
+Name=Browser
+Exec={program} %u
+MimeType=x-scheme-handler/https;
+"""
+
+
+class Desktop(Computer):
+    """A computer whose user has logged in. The panel's and the file manager's sides are played."""
+
+    def __init__(self, lan, name, number):
+        super().__init__(lan, name, number)
+        self._desk = None
+        self._session = {}
+        self._opened = os.path.join(self.folder, "opened")
+
+    def environment(self, **more):
+        return super().environment(**(self._session | more))
+
+    def log_in(self):
+        nsswitch = os.path.join(self.folder, "nsswitch.conf")
+        with open(nsswitch, "w", encoding="utf-8") as file:
+            file.write(NSSWITCH)
+        self.run("mount", "--bind", nsswitch, "/etc/nsswitch.conf")
+        screen = self.start(SCREEN)
+        bus = self.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"])
+        screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
+        address = bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus").text
+        self._session = {
+            "DISPLAY": DISPLAY,
+            "DBUS_SESSION_BUS_ADDRESS": address,
+            "XDG_CURRENT_DESKTOP": "GNOME",
+        }
+        self._desk = self.start([PYTHON, f"{HERE}/desk.py"], stdin=True)
+        self._told("ready", 10)
+
+    def _told(self, event, timeout, since=0):
+        """What the panel or the file manager tells of `event`, and when."""
+
+        def wanted(line):
+            return line.text.startswith("{") and json.loads(line.text)["event"] == event
+
+        line = self._desk.wait_line(wanted, timeout, since, event)
+        return json.loads(line.text), line.at
+
+    def choose(self, title):
+        """Chooses an entry of the status item's menu; gives the moment."""
+        self._told("item", limit(10))
+        since = self._desk.mark()
+        self._desk.write(title + "\n")
+        return self._told("chosen", limit(5), since)[1]
+
+    def shown_folder(self, timeout):
+        """The folder that the file manager is to show, and when it was told."""
+        told, at = self._told("folder", timeout)
+        return told["name"], at
+
+    def install_browser(self):
+        """A browser that notes what it is to open, and is the user's for https."""
+        program = os.path.join(self.folder, "browser")
+        with open(program, "w", encoding="utf-8") as file:
+            file.write(f"#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" >>{shlex.quote(self._opened)}\n")
+        os.chmod(program, 0o755)
+        data = os.path.join(self.environment()["HOME"], ".local", "share", "applications")
+        config = self.environment()["XDG_CONFIG_HOME"]
+        os.makedirs(data)
+        os.makedirs(config, exist_ok=True)
+        with open(os.path.join(data, "browser.desktop"), "w", encoding="utf-8") as file:
+            file.write(BROWSER.format(program=program))
+        with open(os.path.join(config, "mimeapps.list"), "w", encoding="utf-8") as file:
+            file.write("[Default Applications]\nx-scheme-handler/https=browser.desktop\n")
+
+    def opened_urls(self, timeout):
+        """What the browser was to open, once that is anything."""
+
+        def read():
+            if not os.path.exists(self._opened):
+                return None
+            with open(self._opened, encoding="utf-8") as file:
+                text = file.read()
+            return text.splitlines() if text.count("\n") > 1 else None
+
+        lines = wait_until(read, timeout, "the browser")
+        assert lines[0::2] == ["1"] * (len(lines) // 2), lines
+        return lines[1::2]
+
+    def has_opened_nothing(self):
+        return not os.path.exists(self._opened)

@@ -1,0 +1,201 @@
+"""What a user's click opens on a real desktop: GVfs, the file manager, the browser."""
+
+import hashlib
+import os
+import re
+import urllib.parse
+
+import pytest
+from rig.computer import LOOKING, visible
+from rig.desktop import Desktop
+from rig.onlooker import PYTHON
+from rig.phone import PASSWORD, Phone
+from rig.process import limit, wait_until
+
+RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
+TYPE_SMB = "_smb._tcp"
+TYPE_ADMIN = "_quillbox-admin._tcp"
+NOT_RESOLVED = "Could not resolve management address. Check the phone is online."
+
+# Another language's letters, what URLs take for a separator, what menus and markup take for more.
+HARD_NAME = "Quillbox Küche & <b>Büro</b>"
+
+
+@pytest.fixture
+def desktop(lan, engine):
+    """The user's computer with a desktop, once with avahi-daemon and once without."""
+    made = lan.host("computer", of=Desktop)
+    made.prepare(engine)
+    made.log_in()
+    return made
+
+
+@pytest.fixture
+def daemon_desktop(lan):
+    """The same for what both engines have no part in."""
+    made = lan.host("computer", of=Desktop)
+    made.prepare("daemon")
+    made.log_in()
+    return made
+
+
+# ---- the phone's share ----
+
+
+def mount(desktop, url):
+    # GVfs asks for domain and password, as the URL holds the user.
+    desktop.run("gio", "mount", url, input=f"\n{PASSWORD}\n".encode(), timeout=30)
+
+
+def sha256(path):
+    with open(path, "rb") as file:
+        return hashlib.sha256(file.read()).hexdigest()
+
+
+def write_random(path):
+    with open(path, "wb") as file:
+        file.write(os.urandom(4 << 20))
+
+
+def check_that_it_opens(desktop, phone, url):
+    """Mounts what was handed to the file manager, and copies a file both ways."""
+    mount(desktop, url)
+    local = os.path.join(desktop.folder, "local")
+    write_random(local)
+    write_random(os.path.join(phone.share, "remote"))
+    desktop.run("gio", "copy", local, f"{url}/sent", timeout=30)
+    desktop.run("gio", "copy", f"{url}/remote", f"{local}-got", timeout=30)
+    assert sha256(os.path.join(phone.share, "sent")) == sha256(local)
+    assert sha256(f"{local}-got") == sha256(os.path.join(phone.share, "remote"))
+
+
+@pytest.mark.parametrize("name", ["Quillbox Office", HARD_NAME], ids=["plain", "hard"])
+def test_open_in_finder_hands_over_a_url_that_opens(desktop, engine, phone, name):
+    helper = desktop.helper()
+    phone.announce(name)
+    helper.wait_status(visible(1))
+
+    asked = desktop.choose("Open in Finder")
+
+    url, shown = desktop.shown_folder(limit(3))
+    assert shown - asked < limit(2)
+    host = r"[a-z0-9-]+\.local" if engine == "daemon" else r"127(\.\d+){3}"
+    assert re.fullmatch(rf"smb://nas@{host}:\d+/NAS", url)
+    check_that_it_opens(desktop, phone, url)
+
+
+def test_the_file_browsers_network_lists_the_phones(lan, daemon_desktop):
+    names = ["Quillbox Office", HARD_NAME]
+    helper = daemon_desktop.helper()
+    for number, name in enumerate(names):
+        lan.host(f"phone{number}", of=Phone).announce(name)
+    helper.wait_status(visible(2))
+
+    def listed():
+        done = daemon_desktop.run("gio", "list", "-d", "dns-sd://local/", timeout=20)
+        return sorted(done.stdout.splitlines()) == sorted(names)
+
+    # The list fills while GVfs browses, and there is no way to wait for that.
+    wait_until(listed, limit(10), "both phones")
+
+
+def test_a_name_that_another_computer_has_leads_to_the_own_relay(lan, desktop, onlooker, phone):
+    rival = lan.host("rival", of=Phone)
+    rival.announce("Quillbox Office", type=TYPE_SMB, port=445)
+    onlooker.wait("resolved", "Quillbox Office", 5)
+    helper = desktop.helper()
+    phone.announce("Quillbox Office")
+    helper.wait_status(visible(1))
+    own = onlooker.wait("resolved", "Quillbox Office #2", 10)
+
+    desktop.choose("Open in Finder")
+
+    url, _ = desktop.shown_folder(limit(3))
+    assert urllib.parse.urlsplit(url).port == own["port"]
+
+
+def test_a_share_of_another_computer_opens_where_it_is(lan, daemon_desktop):
+    # Without a relay of its own: nobody told it where the phone is.
+    daemon_desktop.write_settings({"automaticDiscovery": False, "user": "", "share": "My Files"})
+    other = lan.host("other", of=Phone)
+    other.announce("Quillbox", type=TYPE_SMB, port=4446)
+    helper = daemon_desktop.helper()
+    helper.wait_status("not ready: Enter the local IP address shown in Quillbox")
+
+    daemon_desktop.choose("Open in Finder")
+
+    assert daemon_desktop.shown_folder(limit(5))[0] == "smb://other.local:4446/My%20Files"
+
+
+def test_a_share_that_is_nowhere_is_handed_over_as_it_is(daemon_desktop):
+    daemon_desktop.write_settings({"automaticDiscovery": False})
+    helper = daemon_desktop.helper()
+    helper.wait_status("not ready: Enter the local IP address shown in Quillbox")
+
+    asked = daemon_desktop.choose("Open in Finder")
+
+    url, shown = daemon_desktop.shown_folder(limit(8))
+    assert url == "smb://nas@Quillbox._smb._tcp.local/NAS"
+    assert shown - asked < limit(6.5)
+    helper.wait_message("not found on this network")
+
+
+# ---- the phone's page ----
+
+
+@pytest.fixture
+def page(lan):
+    """A phone that serves its management page; nobody has heard of it yet."""
+    made = lan.host("phone", of=Phone)
+    made.page = made.start([PYTHON, f"{RIG}/page.py", made.folder])
+    line = made.page.wait_line(lambda x: x.text.startswith("port "), 20, what="the page")
+    made.port = int(line.text.split()[1])
+    return made
+
+
+def found_page(desktop, helper, page, **more):
+    """Returns once the program has seen the page, which it tells by no longer explaining."""
+    page.announce("Quillbox Office", type=TYPE_ADMIN, **more)
+    # Its list of phones comes by the same road, one answer later.
+    page.announce("Quillbox Office", **more)
+    helper.wait_status(visible(1))
+
+
+def test_the_management_page_opens_in_the_browser(desktop, page):
+    desktop.install_browser()
+    helper = desktop.helper()
+    found_page(desktop, helper, page)
+
+    desktop.choose("Open web management")
+
+    (url,) = desktop.opened_urls(limit(5))
+    assert url == f"https://{page.address4}:{page.port}/"
+    fetched = desktop.run("curl", "--insecure", "--silent", "--show-error", url, timeout=10)
+    assert "web management" in fetched.stdout
+    page.page.wait_line(lambda x: x.text == "visit /", 5, what="a visit")
+
+
+def test_the_page_of_a_phone_with_a_link_local_address_opens_by_its_zone(desktop, page):
+    desktop.install_browser()
+    helper = desktop.helper()
+    found_page(desktop, helper, page, addresses=[f"fe80::{page.number}"])
+
+    desktop.choose("Open web management")
+
+    (url,) = desktop.opened_urls(limit(5))
+    assert url == f"https://[fe80::{page.number}%25eth0]:{page.port}/"
+    fetched = desktop.run("curl", "--insecure", "--silent", "--show-error", url, timeout=10)
+    assert "web management" in fetched.stdout
+
+
+def test_a_page_without_an_address_is_given_up_after_six_seconds(daemon_desktop, page):
+    daemon_desktop.install_browser()
+    helper = daemon_desktop.helper()
+    helper.wait_status(LOOKING)
+    found_page(daemon_desktop, helper, page, addresses=[])
+
+    asked = daemon_desktop.choose("Open web management")
+
+    told = helper.wait_status(f"not ready: {NOT_RESOLVED}", 8)
+    assert 5.9 < told.at - asked < limit(6.6)
+    assert daemon_desktop.has_opened_nothing()
