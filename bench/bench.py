@@ -1,0 +1,128 @@
+"""Measures the helper side by side with no relay and with those that a user would pick.
+
+Everything runs in network namespaces: a phone and a computer joined by a wire, and a host of its own
+for loopback. Figures are medians of several rounds, ratios those of each round.
+"""
+
+import argparse
+import contextlib
+import os
+import signal
+import sys
+import traceback
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+# The network's hosts are those of the network tests.
+sys.path.append(os.path.join(HERE, "..", "tests", "lan"))
+
+import files  # noqa: E402
+import idle  # noqa: E402
+import memory  # noqa: E402
+import report  # noqa: E402
+import scaling  # noqa: E402
+import transfers  # noqa: E402
+from machine import machine_lines  # noqa: E402
+from relays import RELAYS  # noqa: E402
+from session import Plan, Run  # noqa: E402
+
+RESULTS = os.path.join(HERE, "RESULTS.md")
+
+PARTS = {
+    "throughput": transfers.throughput,
+    "round-trips": transfers.round_trips,
+    "sessions": transfers.sessions,
+    "beside-transfer": transfers.beside_transfer,
+    "smb": files.smb,
+    "memory": memory.memory,
+    "start": idle.start,
+    "discovery": idle.discovery,
+    "idle": idle.idle,
+    "scale-sessions": scaling.scale_sessions,
+    "scale-phones": scaling.scale_phones,
+    "scale-names": scaling.scale_names,
+    "as-root": transfers.as_root,
+}
+
+
+# What --quick leaves out takes its time.
+QUICK = (
+    *("throughput", "round-trips", "sessions", "beside-transfer"),
+    *("memory", "start", "discovery", "idle"),
+)
+
+
+def options_of(arguments):
+    parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__.split("\n", 1)[0])
+    parser.add_argument("--quick", action="store_true", help="fewer and shorter; under a minute")
+    parser.add_argument(
+        "--only", nargs="+", choices=PARTS, metavar="PART", help="of: " + ", ".join(PARTS)
+    )
+    names = [kind.name for kind in RELAYS]
+    parser.add_argument(
+        "--relays", nargs="+", choices=names, default=names, metavar="RELAY",
+        help="which to measure, of: " + ", ".join(names),
+    )
+    parser.add_argument("--rounds", type=int, help="how often each figure is taken (5)")
+    parser.add_argument("--seconds", type=float, help="how long one measurement takes (0.5)")
+    parser.add_argument(
+        "--output", metavar="FILE", help="also write the results there; a whole run does, by itself"
+    )
+    options = parser.parse_args(arguments)
+    is_whole = not options.quick and options.only is None and options.relays == names
+    if options.output is None and is_whole:
+        options.output = RESULTS
+    if options.only is None:
+        options.only = QUICK if options.quick else tuple(PARTS)
+    return options
+
+
+def attempt(run, name, part):
+    """Runs a part; one that fails is told on the page, and the others are measured all the same."""
+    try:
+        part(run)
+    except Exception as error:
+        traceback.print_exc()
+        first_line = (str(error) or type(error).__name__).splitlines()[0]
+        run.book.failures.append(f"{name}: {first_line}")
+        with contextlib.suppress(AssertionError):
+            run.end_relays()
+
+
+def perform(options):
+    """Runs the parts in the order of the table; gives the page and its book."""
+    kinds = [kind for kind in RELAYS if kind.name in options.relays]
+    run = Run(Plan(options.quick, options.rounds, options.seconds), kinds)
+    try:
+        for name, part in PARTS.items():
+            if name in options.only:
+                attempt(run, name, part)
+        run.progress("done")
+    finally:
+        # A second Ctrl-C must not leave half of it behind.
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        run.close()
+    how = [
+        f"Medians of {run.plan.rounds} rounds. In each round every relay is measured in turn, for "
+        f"{run.plan.seconds:g} s; a ratio is that of one round, in parentheses the least and the "
+        "most of all rounds."
+    ]
+    return report.markdown(run.book, machine_lines(), how), run.book
+
+
+def main():
+    options = options_of(sys.argv[1:])
+    signal.signal(signal.SIGINT, signal.default_int_handler)
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    try:
+        page, book = perform(options)
+    except KeyboardInterrupt:
+        sys.exit(130)
+    print(page)
+    if options.output:
+        report.write(options.output, page, book)
+    if book.failures:
+        sys.exit(1)
+
+
+if __name__ == "__main__":
+    main()

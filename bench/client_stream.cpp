@@ -1,0 +1,46 @@
+#include "bench/client_stream.h"
+
+#include <stdexcept>
+
+#include <poll.h>
+
+namespace quillbox::bench {
+
+void writeWhole(int socket, std::span<const std::byte> bytes)
+{
+    if (writeSome(socket, bytes).count != bytes.size())
+        throw std::runtime_error("a connection did not take a whole request");
+}
+
+void sendOrder(int socket, const Order& order)
+{
+    writeWhole(socket, std::as_bytes(std::span(&order, 1)));
+}
+
+void exchange(int socket, std::span<std::byte> buffer)
+{
+    writeWhole(socket, buffer);
+    const auto until = Clock::now();
+    for (std::size_t received = 0; received < buffer.size();) {
+        pollfd wait{.fd = socket, .events = POLLIN, .revents = 0};
+        ::poll(&wait, 1, 1000);
+        const auto [count, isOver] = readSome(socket, buffer.subspan(received));
+        if (isOver)
+            endedEarly();
+        received += count;
+        checkPatience(until);
+    }
+}
+
+void endedEarly()
+{
+    throw std::runtime_error("a connection ended early");
+}
+
+void checkPatience(Clock::time_point until)
+{
+    if (Clock::now() > until + kPatience)
+        throw std::runtime_error("no end: bytes that were sent did not arrive");
+}
+
+} // namespace quillbox::bench

@@ -1,0 +1,103 @@
+"""What running processes cost, as the kernel counts it in /proc."""
+
+import os
+import re
+
+TICKS = os.sysconf("SC_CLK_TCK")
+
+
+def read(path):
+    with open(path, encoding="utf-8", errors="replace") as file:
+        return file.read()
+
+
+def stat_fields(text):
+    """The fields of /proc/PID/stat from the third one on; the second may hold blanks."""
+    return text[text.rindex(")") + 2 :].split()
+
+
+def parents():
+    """The parent of every process."""
+    found = {}
+    for entry in os.listdir("/proc"):
+        if entry.isdigit():
+            try:
+                found[int(entry)] = int(stat_fields(read(f"/proc/{entry}/stat"))[1])
+            except OSError:
+                continue
+    return found
+
+
+def family(root, parent_of=None):
+    """A process and all that descend from it."""
+    parent_of = parents() if parent_of is None else parent_of
+    members, waiting = [], [root]
+    while waiting:
+        member = waiting.pop()
+        members.append(member)
+        waiting += [pid for pid, parent in parent_of.items() if parent == member]
+    return members
+
+
+def tasks(pid):
+    try:
+        return os.listdir(f"/proc/{pid}/task")
+    except OSError:
+        return []
+
+
+def cpu_seconds(pid):
+    """What the threads of a process have run, and the children that it has waited for."""
+    total = 0.0
+    try:
+        for task in tasks(pid):
+            total += int(read(f"/proc/{pid}/task/{task}/schedstat").split()[0]) / 1e9
+        fields = stat_fields(read(f"/proc/{pid}/stat"))
+        total += (int(fields[13]) + int(fields[14])) / TICKS
+    except OSError:
+        pass
+    return total
+
+
+def number_after(text, label):
+    found = re.search(rf"^{label}:\s+(\d+)", text, re.MULTILINE)
+    return int(found[1]) if found else 0
+
+
+def pss_kib(pid):
+    """The process's memory; what it shares with others counts in parts."""
+    try:
+        return number_after(read(f"/proc/{pid}/smaps_rollup"), "Pss")
+    except OSError:
+        return 0
+
+
+def own_kib(pid):
+    """The memory that is no file's: that of libraries varies with who else uses them at present."""
+    try:
+        return number_after(read(f"/proc/{pid}/smaps_rollup"), "Pss_Anon")
+    except OSError:
+        return 0
+
+
+def switches(pid):
+    """How often threads of the process were put on a processor."""
+    total = 0
+    for task in tasks(pid):
+        try:
+            text = read(f"/proc/{pid}/task/{task}/status")
+        except OSError:
+            continue
+        total += number_after(text, "voluntary_ctxt_switches")
+        total += number_after(text, "nonvoluntary_ctxt_switches")
+    return total
+
+
+def threads(pid):
+    return len(tasks(pid))
+
+
+def sum_over(roots, cost):
+    """A cost of several processes and all that descend from them."""
+    parent_of = parents()
+    return sum(cost(pid) for root in roots for pid in family(root, parent_of))

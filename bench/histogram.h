@@ -1,0 +1,35 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+
+namespace quillbox::bench {
+
+/// Durations, counted in classes whose width is less than one per cent of their value. A value;
+/// noting a duration allocates nothing and takes no longer for a long one.
+class Histogram {
+public:
+    void add(std::chrono::nanoseconds duration);
+
+    std::uint64_t count() const { return count_; }
+
+    /// The duration that `share` (0 to 1) of all do not exceed; zero when there are none.
+    std::chrono::nanoseconds percentile(double share) const;
+
+private:
+    /// Each power of two is cut into so many classes; below it each nanosecond is one.
+    static constexpr std::size_t kClassBits = 7;
+    static constexpr std::size_t kClasses = std::size_t(1) << kClassBits;
+    /// Up to 2^37 ns, more than two minutes; what is longer counts as that.
+    static constexpr std::size_t kPowers = 30;
+
+    static std::size_t classOf(std::uint64_t nanoseconds);
+    static std::uint64_t upperEndOf(std::size_t index);
+
+    std::array<std::uint64_t, kClasses*(kPowers + 1)> counts_{};
+    std::uint64_t count_ = 0;
+};
+
+} // namespace quillbox::bench

@@ -1,0 +1,168 @@
+"""The parts that measure the program between transfers: what it costs, and how soon it is there."""
+
+import json
+import time
+
+import costs
+from desktop import DesktopPlace
+from figures import Bar
+from rig.computer import LOOKING
+from rig.network import TYPE_SMB
+
+ENGINES = {"embedded": "ours", "daemon": "ours beside avahi-daemon"}
+
+
+class Meter:
+    """What a process costs from now on."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.began = time.monotonic()
+        self.switches = costs.switches(pid)
+        self.seconds = costs.cpu_seconds(pid)
+
+    def wake_ups(self):
+        return (costs.switches(self.pid) - self.switches) / (time.monotonic() - self.began)
+
+    def seconds_spent(self):
+        return costs.cpu_seconds(self.pid) - self.seconds
+
+    def load_percent(self):
+        return 100 * self.seconds_spent() / (time.monotonic() - self.began)
+
+
+def places(run):
+    """A place for each DNS-SD engine; made once, as two parts use them."""
+    for engine in ENGINES:
+        if engine not in run.desktops:
+            run.desktops[engine] = DesktopPlace(run, engine)
+    return run.desktops
+
+
+def idle(run):
+    run.end_relays()
+    seconds = run.plan.pick(60, 5)
+    section = run.book.section("The idle program")
+    section.words = [
+        f"Its window on screen and two phones found, over {seconds} s. With the embedded DNS-SD "
+        "engine, which is a process of its own, and beside avahi-daemon. A wake-up is a switch to "
+        "one of its threads; memory is the proportional set size, of one copy at a time."
+    ]
+    sizes = idle_sizes(section)
+    helpers = {}
+    for engine, place in places(run).items():
+        run.progress(f"idle, {engine}: memory")
+        place.announce_phones(2)
+        helper = place.started(2)
+        # Two copies at once share their libraries, and each would count half of them.
+        time.sleep(run.plan.pick(5, 1))
+        note_sizes(sizes, ENGINES[engine], helper)
+        helper.stop()
+    for engine, place in places(run).items():
+        helpers[engine] = place.started(2)
+    time.sleep(run.plan.pick(10, 2))
+    run.progress(f"idle: {seconds} s of quiet")
+    meters = {engine: metered(helper.pid) for engine, helper in helpers.items()}
+    time.sleep(seconds)
+    write_quiet(section, meters)
+    for helper in helpers.values():
+        helper.stop()
+    for place in places(run).values():
+        place.phone.goodbye_to_all()
+
+
+def idle_sizes(section):
+    return {
+        "all": section.figure("memory, all of it", "MB", digits=1, bars=(Bar(most=45),)),
+        "own": section.figure("memory, without the engine", "MB", digits=1),
+        "threads": section.figure("threads", "", digits=0),
+        "engine": section.figure("threads of the engine", "", digits=0),
+    }
+
+
+def note_sizes(rows, name, helper):
+    members = costs.family(helper.pid)
+    rows["all"].add(name, sum(costs.pss_kib(pid) for pid in members) * 1024 / 1e6)
+    rows["own"].add(name, costs.pss_kib(helper.pid) * 1024 / 1e6)
+    rows["threads"].add(name, costs.threads(helper.pid))
+    for pid in members[1:]:
+        rows["engine"].add(name, costs.threads(pid))
+
+
+def metered(pid):
+    """Meters of a process and of those that it has started; its own is the first one."""
+    return [Meter(each) for each in costs.family(pid)]
+
+
+def write_quiet(section, meters):
+    wake = section.figure("wake-ups a second", "", bars=(Bar(most=1),))
+    load = section.figure("processor", "%", digits=3, bars=(Bar(most=0.05),))
+    engine_wake = section.figure("wake-ups of the engine a second", "")
+    engine_load = section.figure("processor of the engine", "%", digits=3)
+    for engine, (own, *others) in meters.items():
+        name = ENGINES[engine]
+        wake.add(name, own.wake_ups())
+        load.add(name, own.load_percent())
+        for meter in others:
+            engine_wake.add(name, meter.wake_ups())
+            engine_load.add(name, meter.load_percent())
+
+
+def start(run):
+    """From the start of the process to what the user sees of it."""
+    run.end_relays()
+    section = run.book.section("From start to")
+    window = section.figure("the window on screen", "ms", digits=0, bars=(Bar(most=300),))
+    status = section.figure("the first status line", "ms", digits=0)
+    for engine, place in places(run).items():
+        looker = place.host.look("watch")
+        for number in range(run.plan.rounds):
+            run.progress(f"start, {engine}, round {number + 1} of {run.plan.rounds}")
+            since = looker.mark()
+            began = time.monotonic()
+            helper = place.host.program()
+            line = looker.wait_line(lambda line: "mapped" in line.text, 20, since, "the window")
+            window.add(ENGINES[engine], (json.loads(line.text)["at"] - began) * 1e3)
+            status.add(ENGINES[engine], (helper.wait_status(LOOKING).at - began) * 1e3)
+            helper.stop()
+        looker.end()
+
+
+def pairs(run):
+    """Engines and places; a quick run is content with the program alone."""
+    found = list(places(run).items())
+    return run.plan.pick(found, found[:1])
+
+
+def discovery(run):
+    """From what a phone says to what other computers see."""
+    run.end_relays()
+    section = run.book.section("From the phone's word to what others see")
+    section.words = [
+        "Seen by python-zeroconf on another host. Probing for a name takes 0.75 s, and a withdrawn "
+        "record stands for another second (RFC 6762, sections 8.1 and 10.1)."
+    ]
+    shown = section.figure(
+        "announcement to visible server", "ms", digits=0, bars=(Bar(most=1300),)
+    )
+    gone = section.figure("goodbye to withdrawn server", "ms", digits=0)
+    for engine, place in pairs(run):
+        phone = place.phone
+        phone.watch(TYPE_SMB)
+        helper = place.host.program()
+        helper.wait_status(LOOKING)
+        for number in range(run.plan.pick(run.plan.rounds, 1)):
+            run.progress(f"discovery, {engine}, round {number + 1}")
+            since = phone.mark()
+            announced = phone.announce("Quillbox Office")
+            # With host and port: its pointer alone may be told while its name is still probed.
+            seen = phone.wait("resolved", "Quillbox Office", 20, since)
+            shown.add(ENGINES[engine], (seen["at"] - announced) * 1e3)
+            since = phone.mark()
+            said = phone.goodbye()
+            seen = phone.wait("removed", "Quillbox Office", 20, since)
+            gone.add(ENGINES[engine], (seen["at"] - said) * 1e3)
+            # A second copy of a goodbye may be under way, and must not end the next announcement.
+            time.sleep(2)
+        helper.stop()
+        phone.stop_watching()

@@ -1,0 +1,121 @@
+"""Multicast DNS by hand, as far as announcing and watching many services needs it (RFC 6762)."""
+
+import socket
+import struct
+
+GROUP, PORT = "224.0.0.251", 5353
+A, PTR, TXT, SRV = 1, 12, 16, 33
+IN, FLUSH = 1, 0x8001  # the second one replaces what was known (section 10.2)
+AUTHORITATIVE_ANSWER = 0x8400
+HOST_TTL, OTHER_TTL = 120, 4500
+
+
+def labels(*parts):
+    """A name of the labels given, each as it is: a label may hold dots."""
+    encoded = b""
+    for part in parts:
+        raw = part.encode("utf-8")
+        encoded += bytes([len(raw)]) + raw
+    return encoded + b"\0"
+
+
+def record(name, kind, cache_class, ttl, data):
+    return name + struct.pack("!HHIH", kind, cache_class, ttl, len(data)) + data
+
+
+def service_records(name, kind, host, port, ttl=None):
+    """The records of one service of a type like "_quillbox._tcp" on a host in .local. With a `ttl`
+    of 0 they are a goodbye."""
+    service_type = labels(*kind.split("."), "local")
+    instance = labels(name, *kind.split("."), "local")
+    other = OTHER_TTL if ttl is None else ttl
+    own = HOST_TTL if ttl is None else ttl
+    target = struct.pack("!HHH", 0, 0, port) + labels(host, "local")
+    return [
+        record(service_type, PTR, IN, other, instance),
+        record(instance, SRV, FLUSH, own, target),
+        record(instance, TXT, FLUSH, other, b"\0"),
+    ]
+
+
+def address_record(host, address):
+    return record(labels(host, "local"), A, FLUSH, HOST_TTL, socket.inet_aton(address))
+
+
+def packets(records, limit=1400):
+    """The records in as few packets as they fit into."""
+    part, size = [], 12
+    for one in records:
+        if part and size + len(one) > limit:
+            yield response(part)
+            part, size = [], 12
+        part.append(one)
+        size += len(one)
+    if part:
+        yield response(part)
+
+
+def response(records):
+    head = struct.pack("!HHHHHH", 0, AUTHORITATIVE_ANSWER, 0, len(records), 0, 0)
+    return head + b"".join(records)
+
+
+def name_at(packet, offset):
+    """The labels of a name, and where it ends; compressed ones are followed (RFC 1035, 4.1.4)."""
+    parts, end = [], None
+    for _ in range(128):
+        length = packet[offset]
+        if length >= 0xC0:
+            end = end or offset + 2
+            offset = struct.unpack_from("!H", packet, offset)[0] & 0x3FFF
+        elif length == 0:
+            return parts, end or offset + 1
+        else:
+            parts.append(packet[offset + 1 : offset + 1 + length].decode("utf-8", "replace"))
+            offset += 1 + length
+    raise ValueError("a name without an end")
+
+
+def asked(packet):
+    """The names that a packet asks for."""
+    offset = 12
+    for _ in range(struct.unpack_from("!H", packet, 4)[0]):
+        name, offset = name_at(packet, offset)
+        offset += 4
+        yield name
+
+
+def announced(packet):
+    """The PTR and SRV records of a response: (kind, labels of the name, ttl, value), where the value
+    is the labels of the instance or the port."""
+    _, flags, questions, *counts = struct.unpack_from("!HHHHHH", packet)
+    if not flags & 0x8000:
+        return
+    offset = 12
+    for _ in range(questions):
+        offset = name_at(packet, offset)[1] + 4
+    for _ in range(sum(counts)):
+        name, offset = name_at(packet, offset)
+        kind, _, ttl, length = struct.unpack_from("!HHIH", packet, offset)
+        offset += 10
+        if kind == PTR:
+            yield kind, name, ttl, name_at(packet, offset)[0]
+        elif kind == SRV:
+            yield kind, name, ttl, struct.unpack_from("!H", packet, offset + 4)[0]
+        offset += length
+
+
+def open_socket(interface_address):
+    """A socket that hears multicast DNS on an interface and speaks from its port."""
+    made = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
+    made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)
+    made.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 8 << 20)
+    made.bind(("", PORT))
+    own = socket.inet_aton(interface_address)
+    made.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, own)
+    made.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_TTL, 255)
+    made.setsockopt(
+        socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, socket.inet_aton(GROUP) + own
+    )
+    return made

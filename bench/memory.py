@@ -1,0 +1,54 @@
+"""The part that measures what a session holds: idle ones, and ones that carry all they can."""
+
+import time
+
+from figures import Bar
+from place import result_of
+from relays import RELAYS
+
+IDLE = 1000
+BUSY = 50
+
+
+def held(place, relay, count):
+    """Sessions that stand and are idle; to be ended by the caller."""
+    client = place.load("hold", relay, sessions=count)
+    client.wait_line(lambda line: "sessions" in line.text, 60, what=f"{count} sessions")
+    return client
+
+
+def peak_kib(relay, client, timeout):
+    """The most memory that the relay has while a client runs, which is run to its end."""
+    most = relay.own_kib()
+    while client.running():
+        most = max(most, relay.own_kib())
+        time.sleep(0.1)
+    return most, result_of(client, timeout)
+
+
+def memory(run):
+    run.end_relays()
+    place = run.place("network")
+    section = run.book.section("Memory of a session")
+    section.words = [
+        "The growth of the relay's own memory (anonymous pages, shared out among its processes) "
+        f"with {IDLE:,} idle sessions that have had one request answered, and with {BUSY} that "
+        "carry as much as they can, for each of them."
+    ]
+    idle = section.figure("idle", "KiB", digits=1, bars=(Bar(most=1, than="HAProxy"),))
+    busy = section.figure("busy", "KiB", digits=1)
+    relays = run.make(place, RELAYS[1:])
+    for relay in run.rounds(relays, section.title, run.plan.pick(run.plan.few(), 1)):
+        relay.start()
+        # What is made once and kept belongs to no session.
+        held(place, relay, 10).end()
+        relay.settle()
+        before = relay.own_kib()
+        sessions = held(place, relay, IDLE)
+        idle.add(relay.name, (relay.own_kib() - before) / IDLE)
+        sessions.end()
+        relay.settle()
+        transfer = place.load("download", relay, streams=BUSY, seconds=run.plan.seconds)
+        most, _ = peak_kib(relay, transfer, 90)
+        busy.add(relay.name, max(0, most - before) / BUSY)
+        relay.stop()

@@ -1,0 +1,187 @@
+#include "bench/server.h"
+
+#include "bench/order.h"
+#include "bench/poller.h"
+#include "bench/tcp.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iostream>
+#include <span>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include <sys/epoll.h>
+
+namespace quillbox::bench {
+
+namespace {
+
+/// What the connections of one thread share.
+struct Shared {
+    Shared* floods = nullptr; ///< where connections go that keep the thread busy; none: here
+    Poller poller;
+    std::vector<std::byte> incoming = std::vector<std::byte>(kBlockSize);
+    const std::vector<std::byte> outgoing = std::vector<std::byte>(kBlockSize);
+};
+
+/// One connection; it destroys itself when it ends.
+class Peer final : public Poller::Watcher {
+public:
+    static void begin(Shared& shared, Descriptor socket)
+    {
+        auto* peer = new Peer(shared, std::move(socket));
+        shared.poller.add(peer->socket_.get(), EPOLLIN, *peer);
+    }
+
+    void ready(std::uint32_t events) override
+    {
+        const bool goesOn = ((events & EPOLLIN) == 0 || readOnce())
+                            && ((events & EPOLLOUT) == 0 || writeOnce())
+                            && (events & (EPOLLERR | EPOLLHUP)) == 0;
+        if (!goesOn)
+            delete this;
+        else if (shared_->floods != nullptr && headSize_ == head_.size()
+                 && order_.role != Role::Answer)
+            moveTo(*shared_->floods);
+    }
+
+private:
+    Peer(Shared& shared, Descriptor socket) : shared_(&shared), socket_(std::move(socket)) {}
+    ~Peer() override = default;
+
+    /// From the end of this call on the connection belongs to another thread.
+    void moveTo(Shared& other)
+    {
+        shared_->poller.remove(socket_.get());
+        shared_ = &other;
+        shared_->poller.add(socket_.get(), wanted(), *this);
+    }
+
+    std::uint32_t wanted() const { return wantsRoom_ ? EPOLLIN | EPOLLOUT : EPOLLIN; }
+
+    /// Gives whether the connection goes on, as the others do.
+    bool readOnce()
+    {
+        const auto [count, isOver] = readSome(socket_.get(), shared_->incoming);
+        return !isOver && take(std::span(shared_->incoming).first(count));
+    }
+
+    bool take(std::span<const std::byte> bytes)
+    {
+        if (headSize_ < head_.size()) {
+            const auto missing = std::min(head_.size() - headSize_, bytes.size());
+            std::copy_n(bytes.begin(), missing, head_.begin() + static_cast<long>(headSize_));
+            headSize_ += missing;
+            bytes = bytes.subspan(missing);
+            if (headSize_ < head_.size())
+                return true;
+            std::memcpy(&order_, head_.data(), sizeof order_);
+            if (order_.role == Role::Source)
+                owed_ = SIZE_MAX;
+        }
+        return (bytes.empty() || takeBody(bytes)) && (owed_ == 0 || writeOnce());
+    }
+
+    bool takeBody(std::span<const std::byte> bytes)
+    {
+        switch (order_.role) {
+        case Role::Sink:
+            takeBlocks(bytes);
+            return true;
+        case Role::Answer:
+            received_ += bytes.size();
+            for (; order_.size > 0 && received_ >= order_.size; received_ -= order_.size)
+                owed_ += order_.size;
+            return order_.size > 0;
+        case Role::Source:
+            break;
+        }
+        return false;
+    }
+
+    void takeBlocks(std::span<const std::byte> bytes)
+    {
+        while (!bytes.empty()) {
+            if (received_ == 0)
+                isLastBlock_ = bytes.front() == kLastBlock;
+            const auto part = std::min(kBlockSize - received_, bytes.size());
+            received_ = (received_ + part) % kBlockSize;
+            bytes = bytes.subspan(part);
+            if (received_ == 0 && isLastBlock_)
+                ++owed_;
+        }
+    }
+
+    bool writeOnce()
+    {
+        const auto size = std::min(owed_, shared_->outgoing.size());
+        const auto sent = writeSome(socket_.get(), std::span(shared_->outgoing).first(size));
+        if (sent.isOver)
+            return false;
+        if (order_.role != Role::Source)
+            owed_ -= sent.count;
+        // What was sent whole at once, as answers are, costs no call for more room.
+        const bool wantsRoom = owed_ > 0;
+        if (std::exchange(wantsRoom_, wantsRoom) != wantsRoom)
+            shared_->poller.change(socket_.get(), wanted(), *this);
+        return true;
+    }
+
+    Shared* shared_;
+    Descriptor socket_;
+    std::array<std::byte, sizeof(Order)> head_{};
+    std::size_t headSize_ = 0;
+    Order order_;
+    std::size_t received_ = 0; ///< of the request or block under way
+    std::size_t owed_ = 0;     ///< bytes that are to be sent
+    bool isLastBlock_ = false;
+    bool wantsRoom_ = false;
+};
+
+class Door final : public Poller::Watcher {
+public:
+    Door(Shared& shared, std::uint16_t port) : shared_(shared), socket_(listenOn(port))
+    {
+        shared_.poller.add(socket_.get(), EPOLLIN, *this);
+    }
+
+    void ready(std::uint32_t /*events*/) override
+    {
+        while (true) {
+            Descriptor accepted = acceptFrom(socket_.get());
+            if (accepted.get() < 0)
+                return;
+            Peer::begin(shared_, std::move(accepted));
+        }
+    }
+
+private:
+    Shared& shared_;
+    Descriptor socket_;
+};
+
+[[noreturn]] void run(Shared& shared)
+{
+    while (true)
+        shared.poller.poll(Clock::now() + std::chrono::seconds(1));
+}
+
+} // namespace
+
+void serve(std::uint16_t port)
+{
+    // Both live as long as the process. Small requests are answered by a thread of their own: on a
+    // phone, too, another transfer does not keep them waiting for a processor.
+    Shared floods;
+    Shared others;
+    others.floods = &floods;
+    const Door door(others, port);
+    const std::thread thread([&floods] { run(floods); });
+    std::cout << "{\"listening\": " << port << "}" << std::endl;
+    run(others);
+}
+
+} // namespace quillbox::bench

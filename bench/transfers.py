@@ -1,0 +1,164 @@
+"""The parts that measure bytes on their way: throughput, round trips, short sessions, and small
+requests beside a transfer."""
+
+import time
+
+from figures import Bar
+from place import result_of
+from relays import Direct, HaProxy, Ours
+
+THROUGHPUT_BARS = {
+    "network": (
+        Bar(least=0.75, than="direct"),
+        Bar(least=1.5, than="HAProxy"),
+        Bar(least=1.5, than="nginx"),
+        Bar(least=1.1, than="socat"),
+    ),
+    "loopback": (Bar(least=1.4, than="HAProxy"), Bar(least=1.4, than="nginx")),
+}
+NOT_WORSE = (Bar(most=1, than="HAProxy"), Bar(most=1, than="nginx"))
+NOT_FEWER = (Bar(least=1, than="HAProxy"), Bar(least=1, than="nginx"))
+PLACES = ("network", "loopback")
+DIRECTIONS = {"upload": "to the phone", "download": "from the phone"}
+
+
+def titled(what, place):
+    over = {"network": "over the network", "loopback": "on loopback"}[place]
+    return f"{what} {over}"
+
+
+def streams_text(count):
+    return "1 stream" if count == 1 else f"{count} streams"
+
+
+def flood(relay, direction, streams, seconds):
+    """Bytes per second, and the relay's processor seconds per gigabyte."""
+    before = relay.cpu_seconds()
+    result = relay.place.measure(direction, relay, streams=streams, seconds=seconds)
+    relay.settle()
+    spent = relay.cpu_seconds() - before
+    return speed_of(result), spent / (result["bytes"] / 1e9)
+
+
+def speed_of(result):
+    """Bytes a second."""
+    if result["bytes"] == 0:
+        raise AssertionError("nothing came through in the time that there was")
+    return result["bytes"] / result["seconds"]
+
+
+def throughput(run):
+    for name in run.plan.pick(PLACES, ("network",)):
+        place = run.place(name)
+        relays = run.relays(place)
+        speeds = run.book.section(titled("Throughput", name))
+        costs = run.book.section(titled("Processor time of the relay", name))
+        for streams in run.plan.pick((1, 8), (1,)):
+            for direction, way in DIRECTIONS.items():
+                title = f"{streams_text(streams)} {way}"
+                bars = THROUGHPUT_BARS[name] if streams == 1 else ()
+                speed = speeds.figure(title, "GB/s", bars=bars)
+                cost_bars = (Bar(most=0.45, than="HAProxy"),) if name == "network" else ()
+                cost = costs.figure(title, "s/GB", digits=3, bars=cost_bars)
+                for relay in run.rounds(relays, f"{speeds.title}, {title}"):
+                    rate, spent = flood(relay, direction, streams, run.plan.seconds)
+                    speed.add(relay.name, rate / 1e9)
+                    if relay.name != "direct":
+                        cost.add(relay.name, spent)
+
+
+def round_trips(run):
+    for name in run.plan.pick(PLACES, ("network",)):
+        place = run.place(name)
+        relays = run.relays(place)
+        section = run.book.section(titled("Round trips", name))
+        section.words = ["In parentheses: how much is added to a direct connection."]
+        bars = NOT_WORSE if name == "network" else ()
+        for size in run.plan.pick((128, 4096), (128,)):
+            for streams in run.plan.pick((1, 8), (1,)):
+                title = f"{size} B, {streams_text(streams)}"
+                rows = {
+                    "p50": section.figure(f"{title}, p50", "µs", digits=0, bars=bars),
+                    "p99": section.figure(f"{title}, p99", "µs", digits=0, bars=bars),
+                    "p999": section.figure(f"{title}, p99.9", "µs", digits=0),
+                }
+                options = {"streams": streams, "size": size, "seconds": run.plan.seconds}
+                for figure in rows.values():
+                    figure.added_to = "direct"
+                for relay in run.rounds(relays, f"{section.title}, {title}"):
+                    result = place.measure("round-trips", relay, **options)
+                    for key, figure in rows.items():
+                        figure.add(relay.name, result[key])
+
+
+def sessions(run):
+    for name in run.plan.pick(PLACES, ("network",)):
+        place = run.place(name)
+        relays = run.relays(place)
+        section = run.book.section(titled("Short sessions", name))
+        section.words = ["Opened, one request of 64 B answered, closed."]
+        for at_once in run.plan.pick((1, 8), (8,)):
+            bars = NOT_FEWER if name == "network" and at_once == 8 else ()
+            title = f"{at_once} at a time"
+            rate = section.figure(title, "a second", digits=0, bars=bars)
+            for relay in run.rounds(relays, f"{section.title}, {title}"):
+                options = {"at_once": at_once, "seconds": run.plan.seconds}
+                result = place.measure("sessions", relay, **options)
+                relay.settle()
+                if result["failed"]:
+                    raise AssertionError(f"{relay.name}: {result['failed']} sessions failed")
+                rate.add(relay.name, result["count"] / result["seconds"])
+
+
+def beside_transfer(run):
+    """Small requests on one connection while another one carries all that it can."""
+    for name in run.plan.pick(PLACES, ("network",)):
+        place = run.place(name)
+        relays = run.relays(place)
+        section = run.book.section(titled("Small requests beside a transfer", name))
+        section.words = ["Requests of 128 B while one stream carries as much as it can."]
+        for direction in run.plan.pick(tuple(DIRECTIONS), ("download",)):
+            bars = (Bar(most=1, than="HAProxy"),) if name == "network" else ()
+            title = f"transfer {DIRECTIONS[direction]}"
+            rows = {
+                "p50": section.figure(f"{title}: p50", "µs", digits=0),
+                "p99": section.figure(f"{title}: p99", "µs", digits=0, bars=bars),
+                "p999": section.figure(f"{title}: p99.9", "µs", digits=0),
+            }
+            speed = section.figure(f"{title}: its speed", "GB/s")
+            for relay in run.rounds(relays, f"{section.title}, {title}"):
+                result, carried = requests_beside(relay, direction, run.plan.seconds)
+                for key, figure in rows.items():
+                    figure.add(relay.name, result[key])
+                speed.add(relay.name, carried["bytes"] / carried["seconds"] / 1e9)
+
+
+def requests_beside(relay, direction, seconds):
+    ramp = 0.15
+    place = relay.place
+    transfer = place.load(direction, relay, streams=1, seconds=seconds + 2 * ramp)
+    time.sleep(ramp)
+    result = place.measure("round-trips", relay, streams=1, size=128, seconds=seconds)
+    carried = result_of(transfer, seconds + 60)
+    relay.settle()
+    return result, carried
+
+
+def as_root(run):
+    """Root is exempt from the kernel's limit on pipes; users are not."""
+    run.end_relays()
+    place = run.place("network")
+    if not place.host.ORDINARY:
+        return
+    section = run.book.section("Throughput with the program run by root")
+    relays = [*run.make(place, (Direct, HaProxy)), run.note(Ours(place, as_root=True))]
+    for relay in relays:
+        relay.start()
+    for streams in run.plan.pick((1, 8), (1,)):
+        for direction, way in DIRECTIONS.items():
+            title = f"{streams_text(streams)} {way}"
+            figure = section.figure(title, "GB/s")
+            for relay in run.rounds(relays, f"{section.title}, {title}"):
+                figure.add(relay.name, flood(relay, direction, streams, run.plan.seconds)[0] / 1e9)
+    for relay in relays:
+        relay.stop()

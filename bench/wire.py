@@ -1,0 +1,154 @@
+"""The network that is measured: a phone and a computer joined by one wire, and a host without any.
+
+The hosts are those of the network tests. Here the two ends of one veth pair are their network
+cards, as a bridge between them would be measured as well.
+"""
+
+import os
+import resource
+import shutil
+
+from rig.computer import PROGRAM, Computer, Helper
+from rig.network import Lan, may_set_groups
+from rig.onlooker import Onlooker
+from rig.phone import Phone
+from rig.process import run
+
+LOAD = os.path.join(os.path.dirname(PROGRAM), "quillbox-bench-load")
+LOAD_PORT = 4000
+
+# The same for direct connections and for all relays: ports enough, and those that wait for late
+# packets of an old connection may be used for a new one.
+SYSCTLS = {
+    "ipv4/ip_local_port_range": "10000 65000",
+    "ipv4/tcp_tw_reuse": "1",
+    "ipv4/tcp_max_syn_backlog": "8192",
+    "core/somaxconn": "8192",
+}
+
+
+class Station(Phone, Onlooker):
+    """The phone's end, which also looks for what the computer announces."""
+
+    def stop_watching(self):
+        self._watcher.end()
+
+    def goodbye_to_all(self):
+        """Withdraws all that was announced, at once."""
+        self._announcer.end()
+        self._announcer = None
+
+
+class Desk(Computer):
+    """The user's computer. Programs run for ordinary users of it, where this is root to begin
+    with: limits of the kernel, like that on pipes, are not those of root."""
+
+    ORDINARY = may_set_groups()
+    FIRST_USER = 61000
+
+    def __init__(self, lan, name, number):
+        super().__init__(lan, name, number)
+        self._users = {}
+        self._passwd = os.path.join(self.folder, "passwd")
+        if self.ORDINARY:
+            shutil.copy("/etc/passwd", self._passwd)
+            self.run("mount", "--bind", self._passwd, "/etc/passwd")
+
+    def user(self, name):
+        """The number of a user of that name with a home and a runtime folder; made once."""
+        if name not in self._users:
+            number = self.FIRST_USER + len(self._users) if self.ORDINARY else os.getuid()
+            self._users[name] = number
+            os.makedirs(self.folder_of(name))
+            os.chown(self.folder_of(name), number, number)
+            if self.ORDINARY:
+                with open(self._passwd, "a", encoding="utf-8") as file:
+                    file.write(f"bench-{name}:x:{number}:{number}::{self.folder_of(name)}:/bin/sh\n")
+            runtime = f"/run/user/{name}"
+            self.run("install", "-d", "-m700", f"-o{number}", f"-g{number}", runtime)
+        return self._users[name]
+
+    def folder_of(self, name):
+        return os.path.join(self.folder, "users", name)
+
+    def user_environment(self, name, **more):
+        folder = self.folder_of(name)
+        return self.environment(
+            HOME=folder,
+            XDG_CONFIG_HOME=os.path.join(folder, "config"),
+            XDG_RUNTIME_DIR=f"/run/user/{name}",
+            **more,
+        )
+
+    def identity(self, name):
+        """What turns a command into one of the user of that name."""
+        number = self.user(name)
+        if not self.ORDINARY:
+            return []
+        return ["setpriv", f"--reuid={number}", f"--regid={number}", "--clear-groups", "--"]
+
+    def start_as(self, name, command, **more):
+        """Starts a process as the user of that name, who may open as many files as anybody."""
+        limit = ["prlimit", f"--nofile={most_descriptors()}"]
+        command = limit + self.identity(name) + command
+        return self.start(command, env=self.user_environment(name, **more))
+
+    def helper_as(self, name, *arguments, **more):
+        """Starts the program as that user starts it: nothing is set up for it but its home."""
+        command = [*self.identity(name), self.lan.program, *arguments]
+        helper = Helper(self.start(command, env=self.user_environment(name, **more)))
+        self._helpers.append(helper)
+        return helper
+
+    def end_helpers(self):
+        for helper in self._helpers:
+            if helper.running():
+                helper.stop()
+
+    def write_settings_of(self, name, settings):
+        """Writes the settings file of that user."""
+        self.user(name)
+        self.settings_file = os.path.join(
+            self.folder_of(name), "config", "org.quillbox.Helper", "settings.json"
+        )
+        self.write_settings(settings)
+        if self.ORDINARY:
+            number = self.user(name)
+            run(["chown", "-R", f"{number}:{number}", self.folder_of(name)])
+
+
+class Wire(Lan):
+    """A network whose hosts are joined by hand."""
+
+    def __init__(self):
+        super().__init__()
+        # Ordinary users run the program from here, and find their homes here.
+        os.chmod(self.folder, 0o755)
+        self.program = os.path.join(self.folder, os.path.basename(PROGRAM))
+        shutil.copy(PROGRAM, self.program)
+
+    def host(self, name, plugged=False, of=Desk):
+        host = super().host(name, plugged, of)
+        tune(host)
+        return host
+
+    def connect(self, host):
+        """There is no switch: join lays the wire."""
+
+    def join(self, one, other):
+        """Makes the two ends of one wire the network cards of two hosts."""
+        ends = ["name", "eth0", "netns", str(one.pid), "type", "veth", "peer"]
+        ends += ["name", "eth0", "netns", str(other.pid)]
+        one.run("ip", "link", "add", *ends)
+        one.plug()
+        other.plug()
+
+
+def tune(host):
+    for name, value in SYSCTLS.items():
+        host.run("sh", "-c", f"echo '{value}' >/proc/sys/net/{name}")
+
+
+def most_descriptors():
+    hard = resource.getrlimit(resource.RLIMIT_NOFILE)[1]
+    return hard if hard != resource.RLIM_INFINITY else 1 << 20

@@ -1,0 +1,8 @@
+"""What computes the figures of ./dev bench is tried without measuring anything."""
+
+import os
+import sys
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.append(os.path.join(HERE, "..", "..", "bench"))
+sys.path.append(os.path.join(HERE, "..", "lan"))

@@ -1,0 +1,88 @@
+"""What the kernel tells about processes."""
+
+import os
+import subprocess
+import sys
+
+import costs
+from rig.process import wait_until
+
+
+def child(code):
+    """A Python process that has run `code`, and waits for the end of its input."""
+    command = [sys.executable, "-c", code + "\nprint(flush=True)\ninput()"]
+    made = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+    made.stdout.readline()
+    return made
+
+
+def end(process):
+    process.communicate(b"\n", timeout=10)
+
+
+def test_a_name_with_blanks_and_brackets_does_not_shift_the_fields():
+    assert costs.stat_fields("12 (a) b (c)) S 7 8")[:2] == ["S", "7"]
+
+
+def test_a_family_is_a_process_and_all_that_descend_from_it():
+    assert sorted(costs.family(1, {2: 1, 3: 2, 4: 9, 5: 3})) == [1, 2, 3, 5]
+
+
+def test_the_family_of_a_real_process_has_its_child():
+    process = child("")
+    assert process.pid in costs.family(os.getpid())
+    end(process)
+
+
+def test_the_time_of_a_process_and_of_the_children_it_waited_for_is_counted():
+    burn = "import time\nend = time.process_time() + 0.2\nwhile time.process_time() < end: pass"
+    process = child(burn)
+    assert 0.2 <= costs.cpu_seconds(process.pid) < 2
+    end(process)
+    parent = child(f"import subprocess, sys\nsubprocess.run([sys.executable, '-c', {burn!r}])")
+    assert 0.2 <= costs.cpu_seconds(parent.pid) < 2
+    end(parent)
+
+
+def test_memory_that_is_touched_is_counted():
+    small, large = child(""), child("block = b'x' * (20 << 20)")
+    for cost in (costs.pss_kib, costs.own_kib):
+        assert 19 << 10 < cost(large.pid) - cost(small.pid) < 24 << 10
+    end(small)
+    end(large)
+
+
+def test_memory_of_a_file_is_not_a_process_of_its_own(tmp_path):
+    path = tmp_path / "file"
+    path.write_bytes(b"x" * (20 << 20))
+    code = f"""import mmap
+with open({str(path)!r}, "rb") as file:
+    block = mmap.mmap(file.fileno(), 0, prot=mmap.PROT_READ)
+sum(block[::4096])"""
+    small, large = child(""), child(code)
+    assert costs.pss_kib(large.pid) - costs.pss_kib(small.pid) > 19 << 10
+    assert abs(costs.own_kib(large.pid) - costs.own_kib(small.pid)) < 2 << 10
+    end(small)
+    end(large)
+
+
+def test_threads_and_the_switches_of_all_of_them_are_counted():
+    wait = "threading.Thread(target=threading.Event().wait, daemon=True).start()"
+    process = child(f"import threading\nfor _ in range(3): {wait}")
+    assert costs.threads(process.pid) == 4
+
+    def by_others():
+        own = costs.read(f"/proc/{process.pid}/task/{process.pid}/status")
+        own = sum(costs.number_after(own, f"{kind}voluntary_ctxt_switches") for kind in ("", "non"))
+        return costs.switches(process.pid) - own
+
+    # Each of the others waits, and so has been switched from once.
+    wait_until(lambda: by_others() >= 3, 10, "switches of the other threads")
+    end(process)
+
+
+def test_a_process_that_is_gone_costs_nothing():
+    process = child("")
+    end(process)
+    for cost in (costs.cpu_seconds, costs.pss_kib, costs.own_kib, costs.switches, costs.threads):
+        assert cost(process.pid) == 0

@@ -1,0 +1,51 @@
+"""./dev bench from its start to its page, with little time for each figure."""
+
+import os
+import re
+import subprocess
+import tempfile
+
+import pytest
+
+ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
+BENCH = os.path.join(ROOT, "bench", "bench.py")
+
+
+def run(folder, *arguments):
+    """Runs it with a folder for temporary files of its own."""
+    if os.geteuid() != 0:
+        pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
+    return subprocess.run(
+        ["/usr/bin/python3", "-B", BENCH, *arguments],
+        env=dict(os.environ, TMPDIR=str(folder)),
+        capture_output=True,
+        text=True,
+        timeout=120,
+    )
+
+
+def test_the_program_is_measured_beside_a_direct_connection(tmp_path):
+    # Programs of other users must be able to enter; what pytest makes is for one alone.
+    with tempfile.TemporaryDirectory() as folder:
+        os.chmod(folder, 0o755)
+        page = tmp_path / "page.md"
+        done = run(
+            folder,
+            *("--quick", "--only", "throughput", "round-trips", "sessions"),
+            *("--relays", "direct", "ours", "--rounds", "1", "--seconds", "0.1"),
+            f"--output={page}",
+        )
+        assert done.returncode == 0, done.stderr
+        assert os.listdir(folder) == []  # it leaves nothing behind
+    assert page.read_text(encoding="utf-8") in done.stdout
+    rows = [line for line in done.stdout.splitlines() if line.startswith("| ")]
+    number = r"[\d,.]+"
+    for start in ("1 stream to the phone, GB/s", "1 stream from the phone, GB/s", "8 at a time"):
+        assert any(re.match(rf"\| {start}.* \| {number} \| {number} \|", row) for row in rows), start
+    assert "Round trips over the network, 128 B, 1 stream, round 1 of 1" in done.stderr
+
+
+def test_a_part_that_does_not_exist_is_refused(tmp_path):
+    done = run(tmp_path, "--only", "everything")
+    assert done.returncode == 2
+    assert "round-trips" in done.stderr
