@@ -38,6 +38,7 @@ missing_commands() {
         case $list in
             build) set -- g++ cmake ninja pkg-config ;;
             test) set -- unshare nsenter ip dbus-daemon avahi-daemon avahi-browse smbd smbclient ;;
+            bench) set -- haproxy nginx socat Xvfb openbox ;;
             lint) set -- clang-format clang-tidy run-clang-tidy shellcheck ;;
             *) set -- ;;
         esac
