@@ -3,14 +3,18 @@
 
 usage: results.py FOLDER [--broken STEP]... [--title TITLE]
 
-Every *.xml below FOLDER counts. A step that broke before it could name a test counts as one
-failure. The exit code is 0 only when something passed and nothing failed.
+Every *.xml below FOLDER counts. NAME.again.xml holds the second try of tests that failed in
+NAME.xml: who passes there is listed as unstable, and counts as passed. A step that broke before it
+could name a test counts as one failure. The exit code is 0 only when something passed and nothing
+failed.
 """
 
 import argparse
 import pathlib
 import sys
 import xml.etree.ElementTree as ElementTree
+
+AGAIN = ".again"
 
 
 def cases(path):
@@ -29,6 +33,16 @@ def cases(path):
             yield name, "passed"
 
 
+def outcomes(path):
+    """The same, where the file may be broken or missing."""
+    if not path.exists():
+        return []
+    try:
+        return list(cases(path))
+    except ElementTree.ParseError as error:
+        return [(f"unreadable results: {error}", "failed")]
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("folder", type=pathlib.Path)
@@ -38,15 +52,18 @@ def main():
 
     counts = {"passed": 0, "failed": 0, "skipped": 0}
     for path in sorted(arguments.folder.rglob("*.xml")):
-        try:
-            outcomes = list(cases(path))
-        except ElementTree.ParseError as error:
-            outcomes = [(f"unreadable results: {error}", "failed")]
+        if path.suffixes[-2:-1] == [AGAIN]:
+            continue
+        step = path.relative_to(arguments.folder).with_suffix("")
+        again = dict(outcomes(path.with_suffix(f"{AGAIN}.xml")))
         # A pytest case that fails and whose clean-up fails too is listed twice, and counts twice.
-        for name, outcome in outcomes:
+        for name, first in outcomes(path):
+            outcome = again.get(name, first) if first == "failed" else first
             counts[outcome] += 1
             if outcome == "failed":
-                print(f"FAILED {path.relative_to(arguments.folder).with_suffix('')}: {name}")
+                print(f"FAILED {step}: {name}")
+            elif first == "failed":
+                print(f"UNSTABLE {step}: {name} ({outcome} at the second try)")
     for step in arguments.broken:
         counts["failed"] += 1
         print(f"FAILED {step}")
