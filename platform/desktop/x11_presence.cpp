@@ -73,6 +73,9 @@ public:
         const xcb_window_t window = windowOf(identifier);
         const xcb_window_t root = rootOf(window);
         const auto current = number(root, currentWorkspace);
+        // Asked for early: who minimises the window as soon as it is seen wants it to stay so, and
+        // the activation must not come later than that.
+        const auto now = x11::serverTime();
         // Before the window is activated: otherwise the window manager takes the user to it.
         if (isManaged(window) && current && !isOnCurrentWorkspace(identifier))
             ask(window, workspace, {*current, kForUser});
@@ -81,7 +84,7 @@ public:
             writeListing(window);
         show();
         askForListing(window);
-        ask(window, activeWindow, {kForUser, x11::serverTime(), XCB_WINDOW_NONE});
+        ask(window, activeWindow, {kForUser, now, XCB_WINDOW_NONE});
         endStartup(window, root);
         xcb_flush(connection);
     }

@@ -7,7 +7,7 @@ import subprocess
 from rig.computer import LOOKING, visible
 from rig.network import TYPE_PHONE
 from rig.onlooker import avahi_services
-from rig.phone import PASSWORD, Phone, smbclient
+from rig.phone import Phone, smb_command, smbclient
 from rig.process import limit, wait_until
 
 
@@ -58,10 +58,7 @@ def test_a_gibibyte_goes_there_and_back_unchanged(computer, onlooker, phone, big
     smbclient(computer, computer.address4, found["port"], f"put {big_file.path} big", timeout=120)
     assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
 
-    download = computer.inside(
-        ["smbclient", f"//{computer.address4}/NAS", "-p", str(found["port"])]
-        + ["-U", f"nas%{PASSWORD}", "-m", "SMB3", "-c", "get big -"]
-    )
+    download = computer.inside(smb_command(computer.address4, found["port"], "get big -"))
     with subprocess.Popen(
         download,
         env=computer.environment(),

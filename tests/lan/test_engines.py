@@ -9,30 +9,8 @@ from rig.computer import PROGRAM, Helper, visible
 from rig.onlooker import Onlooker
 from rig.phone import PASSWORD, smbclient
 from rig.process import limit
+from rig.upload import Upload
 from test_automatic import appear, sha256_of
-
-
-class Upload:
-    """A transfer of the big file whose middle is where the test says."""
-
-    def __init__(self, computer, port, big_file):
-        self.source = open(big_file.path, "rb")
-        self.client = computer.start(
-            ["smbclient", f"//{computer.address4}/NAS", "-p", str(port)]
-            + ["-U", f"nas%{PASSWORD}", "-m", "SMB3", "-c", "put - big"],
-            stdin=True,
-        )
-
-    def send(self, mebibytes):
-        for _ in range(mebibytes):
-            self.client.process.stdin.write(self.source.read(1 << 20))
-
-    def finish(self):
-        while block := self.source.read(1 << 20):
-            self.client.process.stdin.write(block)
-        self.client.process.stdin.close()
-        self.source.close()
-        assert self.client.wait(120) == 0
 
 
 def engine_child(helper):
@@ -56,7 +34,7 @@ def test_a_killed_responder_costs_no_byte_and_the_advertisement_comes_back(
     computer = bare_computer
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
-    upload = Upload(computer, found["port"], big_file)
+    upload = Upload(computer, found["port"], big_file.path)
     upload.send(512)
     seen, statuses = onlooker.mark(), len(helper.statuses())
 
@@ -80,7 +58,7 @@ def test_a_daemon_that_appears_in_a_transfer_takes_over(
     computer.start_bus()
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
-    upload = Upload(computer, found["port"], big_file)
+    upload = Upload(computer, found["port"], big_file.path)
     upload.send(256)
 
     seen = onlooker.mark()
@@ -105,7 +83,7 @@ def test_a_daemon_that_goes_in_a_transfer_is_stood_in_for(
     computer.prepare("daemon")
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
-    upload = Upload(computer, found["port"], big_file)
+    upload = Upload(computer, found["port"], big_file.path)
     upload.send(256)
 
     seen = onlooker.mark()

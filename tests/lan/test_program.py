@@ -6,7 +6,7 @@ import time
 
 import pytest
 from rig.computer import LOOKING, Computer, visible
-from rig.phone import PASSWORD
+from rig.phone import smb_command
 from rig.process import limit, wait_until
 from test_automatic import appear
 
@@ -106,11 +106,7 @@ def test_a_settings_folder_that_cannot_be_written_is_reported(bare_computer, onl
 def test_a_signal_ends_it_within_a_second_with_goodbyes(computer, onlooker, phone, number):
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
-    computer.start(
-        ["smbclient", f"//{computer.address4}/NAS", "-p", str(found["port"])]
-        + ["-U", f"nas%{PASSWORD}", "-m", "SMB3"],
-        stdin=True,
-    )
+    computer.start(smb_command(computer.address4, found["port"]), stdin=True)
     phone.smbd.wait_line(lambda line: "connect to service NAS" in line.text, 10)
 
     code, seconds = helper.stop(number)

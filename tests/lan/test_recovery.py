@@ -5,8 +5,9 @@ import os
 import pytest
 from rig.computer import LOOKING, Computer, visible
 from rig.onlooker import Onlooker
-from rig.phone import PASSWORD, smbclient
+from rig.phone import smbclient
 from rig.process import limit, wait_until
+from rig.upload import Upload
 from test_automatic import appear, sha256_of
 
 
@@ -22,25 +23,13 @@ def test_a_killed_daemon_costs_no_byte_and_the_advertisement_comes_back(
     computer = daemon_computer
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
-    client = computer.start(
-        ["smbclient", f"//{computer.address4}/NAS", "-p", str(found["port"])]
-        + ["-U", f"nas%{PASSWORD}", "-m", "SMB3", "-c", "put - big"],
-        stdin=True,
-    )
-
-    # The client reads from a pipe, so the middle of the transfer is where we say.
-    with open(big_file.path, "rb") as file:
-        for _ in range(512):
-            client.process.stdin.write(file.read(1 << 20))
-        computer.kill_avahi()
-        for _ in range(256):
-            client.process.stdin.write(file.read(1 << 20))
-        seen = onlooker.mark()
-        started = computer.start_avahi()
-        while block := file.read(1 << 20):
-            client.process.stdin.write(block)
-    client.process.stdin.close()
-    assert client.wait(60) == 0
+    upload = Upload(computer, found["port"], big_file.path)
+    upload.send(512)
+    computer.kill_avahi()
+    upload.send(256)
+    seen = onlooker.mark()
+    started = computer.start_avahi()
+    upload.finish()
 
     assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
     again = onlooker.wait("heard", "Quillbox Office", limit(3), since=seen)

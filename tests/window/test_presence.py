@@ -11,6 +11,8 @@ def helper(desktop):
     """The program, with its window on the screen."""
     started = desktop.helper()
     desktop.wait(desktop.window().is_active, "the keyboard's focus")
+    # Who answers has finished launching, and asks the window manager for nothing more by itself.
+    desktop.read(started)
     return started
 
 

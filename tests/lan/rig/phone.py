@@ -93,8 +93,13 @@ class Phone(Host):
             self.stop_serving()
 
 
+def smb_command(address, port, command=None):
+    """How smbclient is called for the share NAS at address and port."""
+    # Its own limit for an answer, 20 s, is short for a disk that others keep busy.
+    options = ["-p", str(port), "-U", f"nas%{PASSWORD}", "-m", "SMB3", "--timeout=60"]
+    return ["smbclient", f"//{address}/NAS", *options, *(["-c", command] if command else [])]
+
+
 def smbclient(host, address, port, command, timeout=60, **more):
     """Runs smbclient on `host` against a share NAS at address and port."""
-    where = f"//{address}/NAS"
-    options = ["-p", str(port), "-U", f"nas%{PASSWORD}", "-m", "SMB3", "-c", command]
-    return host.run("smbclient", where, *options, timeout=timeout, **more)
+    return host.run(*smb_command(address, port, command), timeout=timeout, **more)
