@@ -23,8 +23,7 @@ lint_format() {
 lint_tidy() {
     (cd "$root" && cmake --preset release -B "$root/build/lint" \
         -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON >/dev/null)
-    sources '*.cpp' | sed 's/[.[\*^$+?(){}|]/\\&/g; s/$/$/' |
-        xargs -r run-clang-tidy -quiet -j "$(nproc)" -p "$root/build/lint"
+    sources '*.cpp' | xargs -r "$python" "$root/tools/tidy.py" "$root/build/lint"
 }
 
 lint_shell() {
