@@ -27,6 +27,8 @@
 namespace quillbox {
 namespace {
 
+constexpr const char* kNoRelay = R"({"relay": null})";
+
 struct Options {
     std::string name;
     std::uint16_t filePort = 0;
@@ -112,7 +114,7 @@ private:
             });
         if (ours == services.end()) {
             resolution_ = nullptr;
-            tell({});
+            tell(kNoRelay);
         } else if (!resolution_) {
             resolution_ = dnsSd_.resolve(*ours, queue_, [this](const DnsSd::ResolveUpdate& update) {
                 addressesChanged(update.addresses);
@@ -129,12 +131,11 @@ private:
                 best = place;
         }
         if (best)
-            tell("{\"relay\": {\"host\": \"" + best->host + "\", \"port\": " + best->port + "}}");
+            tell(R"({"relay": {"host": ")" + best->host + R"(", "port": )" + best->port + "}}");
     }
 
-    void tell(const std::string& line)
+    void tell(const std::string& text)
     {
-        const std::string& text = line.empty() ? std::string("{\"relay\": null}") : line;
         if (text == told_)
             return;
         told_ = text;
@@ -144,7 +145,7 @@ private:
     DnsSd& dnsSd_;
     const std::shared_ptr<DispatchQueue> queue_;
     const std::string name_;
-    std::string told_ = "{\"relay\": null}";
+    std::string told_ = kNoRelay;
     std::unique_ptr<DnsSd::Ask> browse_;
     std::unique_ptr<DnsSd::Ask> resolution_;
 };
@@ -152,7 +153,7 @@ private:
 void tellRegistration(const char* what, const DnsSd::RegistrationUpdate& update)
 {
     if (update.state == DnsSd::RegistrationUpdate::State::Ready)
-        std::cout << "{\"advertised\": \"" << what << "\"}" << std::endl;
+        std::cout << R"({"advertised": ")" << what << R"("})" << std::endl;
     else if (update.error)
         std::cerr << "demo phone: " << what << ": " << update.error.message() << std::endl;
 }
