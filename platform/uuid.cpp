@@ -1,18 +1,33 @@
 #include "platform/uuid.h"
 
 #include <array>
-
-#include <uuid/uuid.h>
+#include <cstdint>
+#include <random>
+#include <string_view>
 
 namespace quillbox {
 
 std::string makeUuid()
 {
-    uuid_t value;
-    uuid_generate_random(value);
-    std::array<char, UUID_STR_LEN> text{};
-    uuid_unparse_lower(value, text.data());
-    return {text.data(), text.size() - 1};
+    // Fresh from the processor or the system each time, with nothing seeded and nothing kept; a
+    // session of the relay has one of these, and libuuid makes six system calls for it.
+    std::random_device source;
+    std::array<std::uint32_t, 4> words{};
+    for (auto& word : words)
+        word = source();
+    words[1] = (words[1] & 0xffff0fffU) | 0x00004000U; // version 4
+    words[2] = (words[2] & 0x3fffffffU) | 0x80000000U; // the variant of RFC 4122
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    constexpr std::string_view kForm = "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx";
+    std::string text(kForm);
+    unsigned digit = 0;
+    for (char& place : text) {
+        if (place == '-')
+            continue;
+        place = kDigits[words[digit / 8] >> (28 - 4 * (digit % 8)) & 0xfU];
+        ++digit;
+    }
+    return text;
 }
 
 } // namespace quillbox

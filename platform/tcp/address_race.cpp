@@ -143,7 +143,8 @@ void AddressRace::startNextLater()
         }));
 }
 
-/// The first that was not tried, of another family than the last one if there is one; IPv6 begins.
+/// The first that was not tried: one that is proven; else of another family than the last one if
+/// there is one; IPv6 begins.
 std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
 {
     const int preferred = lastFamily_ == AF_INET6 ? AF_INET : AF_INET6;
@@ -151,11 +152,13 @@ std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
     for (const auto& entry : entries_) {
         if (entry->state != Entry::State::Untried)
             continue;
-        const bool isPreferred = familyOf(entry->candidate.address) == preferred;
-        if (!next || isPreferred)
+        if (context_->provenAddresses.contains(entry->candidate.address)) {
             next = entry;
-        if (isPreferred)
             break;
+        }
+        const bool isPreferred = familyOf(entry->candidate.address) == preferred;
+        if (!next || (isPreferred && familyOf(next->candidate.address) != preferred))
+            next = entry;
     }
     if (next)
         lastFamily_ = familyOf(next->candidate.address);
@@ -210,15 +213,28 @@ void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code er
     entry->state = Entry::State::Lost;
     if (!error) {
         winner_ = Socket::watchedAnew(std::move(entry->socket));
-        if (winner_)
+        if (winner_) {
+            noteWinner(entry->candidate.address);
             return;
+        }
         error = std::make_error_code(std::errc::not_enough_memory);
     }
     entry->error = error;
     lastError_ = error;
+    context_->provenAddresses.remove(entry->candidate.address);
     entry->socket.reset();
     if (entry->isGone)
         std::erase(entries_, entry);
+}
+
+/// Those that still try were begun earlier, and are not to be first again.
+void AddressRace::noteWinner(const SocketAddress& address)
+{
+    for (const auto& entry : entries_) {
+        if (entry->state == Entry::State::Trying)
+            context_->provenAddresses.remove(entry->candidate.address);
+    }
+    context_->provenAddresses.add(address);
 }
 
 bool AddressRace::hasUntried() const

@@ -23,10 +23,11 @@ struct Candidate {
     bool operator==(const Candidate&) const = default;
 };
 
-/// Races the addresses of one host (RFC 8305, section 5): they are tried in turn, IPv6 and IPv4
-/// alternating, each a tenth of a second after the one before (the shortest delay that is
-/// recommended there: the hosts are on this network, and a stale address costs seconds), or at once
-/// when that has failed; a few at a time. The first that connects wins, and the others are closed.
+/// Races the addresses of one host (RFC 8305, section 5): they are tried in turn, first those that
+/// were connected to of late, then IPv6 and IPv4 alternating, each a tenth of a second after the
+/// one before (the shortest delay that is recommended there: the hosts are on this network, and a
+/// stale address costs seconds), or at once when that has failed; a few at a time. The first that
+/// connects wins, and the others are closed.
 ///
 /// Lives on one strand. The handlers are called there, never inside a call.
 class AddressRace final : public std::enable_shared_from_this<AddressRace> {
@@ -71,6 +72,7 @@ private:
     std::shared_ptr<Entry> takeNext();
     void dial(const std::shared_ptr<Entry>& entry);
     void settle(const std::shared_ptr<Entry>& entry, std::error_code error);
+    void noteWinner(const SocketAddress& address);
     bool hasUntried() const;
     std::size_t tryingCount() const;
     void tellLost();

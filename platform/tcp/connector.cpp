@@ -105,10 +105,10 @@ void Connector::resolveByDnsSd()
             self->takeResolved(update);
     };
     if (const auto* service = endpoint_.service())
-        ask_ = context_->dnsSd.resolve(*service, queue_, std::move(handler));
+        ask_ = context_->addresses->resolve(*service, queue_, std::move(handler));
     else
-        ask_ = context_->dnsSd.resolveHost(*multicastName(endpoint_.host()->host), queue_,
-                                           std::move(handler));
+        ask_ = context_->addresses->resolveHost(*multicastName(endpoint_.host()->host), queue_,
+                                                std::move(handler));
 }
 
 void Connector::lookUp(const HostEndpoint& host)
@@ -150,18 +150,25 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
     candidates.reserve(update.addresses.size());
-    const auto own = context_->monitor.addresses();
-    for (const auto& found : update.addresses) {
-        const auto* host = endpoint_.host();
+    const auto* host = endpoint_.host();
+    for (const auto& found : update.addresses)
         candidates.push_back(
             {.address = host != nullptr ? withPort(found.address, host->port) : found.address,
-             .origin = originOf(found.address, found.interfaceIndex, own)});
-    }
+             .origin = originOf(found)});
     setCandidates(candidates);
     if (waitingError_) {
         pause_ = kFirstPause;
         race_->restart();
     }
+}
+
+/// Where a record arrived matters for loopback addresses alone. For all others nobody looks: asking
+/// the system for its interfaces takes longer than connecting does.
+AddressOrigin Connector::originOf(const DnsSd::FoundAddress& found) const
+{
+    return isLoopback(found.address) ? quillbox::originOf(found.address, found.interfaceIndex,
+                                                          context_->monitor.addresses())
+                                     : AddressOrigin::DnsSd;
 }
 
 void Connector::setCandidates(const std::vector<Candidate>& candidates)

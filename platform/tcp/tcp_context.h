@@ -3,10 +3,12 @@
 #include "platform/dispatch/strand_queue.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network_monitor.h"
+#include "platform/tcp/address_book.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/host_lookup.h"
 #include "platform/tcp/own_ports.h"
 #include "platform/tcp/pipe_pool.h"
+#include "platform/tcp/proven_addresses.h"
 #include "platform/tcp/reset_watch.h"
 #include "platform/tcp/socket_ledger.h"
 
@@ -21,12 +23,14 @@ struct TcpContext {
     std::shared_ptr<PoolContext> pool;
     DnsSd& dnsSd;
     NetworkMonitor& monitor;
+    std::shared_ptr<AddressBook> addresses;
     std::shared_ptr<ChunkPool> chunks;
     std::shared_ptr<PipePool> pipes;
     std::shared_ptr<SocketLedger> sockets;
     std::shared_ptr<ResetWatch> resets;
     std::shared_ptr<HostLookup> hosts;
     OwnPorts ownPorts;
+    ProvenAddresses provenAddresses;
 };
 
 } // namespace quillbox

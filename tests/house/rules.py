@@ -88,7 +88,6 @@ OUTSIDE = {
         "bench",
     },
     "utf8proc": {"platform/standard_error.cpp", "platform/text.cpp"},
-    "uuid": {"platform/uuid.cpp"},
     TEST: {"tests"},
 }
 
@@ -106,7 +105,6 @@ KINDS = (
     (ASIO, re.compile(r"asio(\.hpp$|/)")),
     (TEST, re.compile(r"g(test|mock)/")),
     ("utf8proc", re.compile(r"utf8proc\.h$")),
-    ("uuid", re.compile(r"uuid/uuid\.h$")),
     (SYSTEM, re.compile(r"([a-z_]+/)*[a-z0-9_-]+\.h$")),
     ("standard", re.compile(r"[a-z_0-9]+$")),
 )

@@ -4,6 +4,8 @@
 #include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include <future>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -92,7 +94,7 @@ TEST(Connector, resolvesLocalNamesByDnsSd)
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 }
 
-TEST(Connector, resolvesAServiceUntilItIsConnected)
+TEST(Connector, keepsWhatItResolvedForTheNext)
 {
     Harness harness;
     const PeerListener phone;
@@ -101,8 +103,62 @@ TEST(Connector, resolvesAServiceUntilItIsConnected)
     EXPECT_EQ(harness.dnsSd.record(0).service, kPhone);
     harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
-    EXPECT_EQ(harness.dnsSd.standing(), 0U);
     EXPECT_EQ(harness.monitor.subscriberCount(), 0U);
+    auto next = harness.dial(kPhone);
+    EXPECT_TRUE(next.log->waitFor(State::Ready));
+}
+
+TEST(Connector, dialsNoAddressThatIsGoneSinceTheLastConnection)
+{
+    Harness harness;
+    const PeerListener before("127.0.0.2");
+    const PeerListener after("127.0.0.3");
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(0, found({onLoopback(before.address())}));
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    const auto old = before.accept();
+    harness.dnsSd.deliver(0, found({onLoopback(after.address())}));
+    std::promise<void> isTold;
+    harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+    isTold.get_future().wait();
+    auto next = harness.dial(kPhone);
+    ASSERT_TRUE(next.log->waitFor(State::Ready));
+    EXPECT_GE(after.accept().descriptor(), 0);
+}
+
+TEST(Connector, triesFirstWhatConnectedLast)
+{
+    Harness harness;
+    const SilentAddress stale("127.0.0.2");
+    const PeerListener phone("127.0.0.3");
+    harness.dnsSd.answerAll(found({onLoopback(stale.address()), onLoopback(phone.address())}));
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    const auto before = std::chrono::steady_clock::now();
+    auto next = harness.dial(kPhone);
+    ASSERT_TRUE(next.log->waitFor(State::Ready));
+    EXPECT_LT(std::chrono::steady_clock::now() - before, AddressRace::kStagger - 10ms);
+}
+
+TEST(Connector, leavesItsFavouriteForAnotherThatConnectsSooner)
+{
+    Harness harness;
+    auto former = std::make_unique<PeerListener>("127.0.0.2", 0);
+    const PeerListener phone("127.0.0.3");
+    const auto address = former->address();
+    const auto both = found({onLoopback(address), onLoopback(phone.address())});
+    harness.dnsSd.answerAll(both);
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    // It refuses from now on.
+    former->close();
+    auto second = harness.dial(kPhone);
+    ASSERT_TRUE(second.log->waitFor(State::Ready));
+    const auto taken = phone.accept();
+    auto third = harness.dial(kPhone);
+    ASSERT_TRUE(third.log->waitFor(State::Ready));
+    EXPECT_GE(phone.accept().descriptor(), 0);
 }
 
 TEST(Connector, dialsNoOtherHostOnceItIsConnected)
@@ -195,7 +251,6 @@ TEST(Connector, closesAllAttemptsWhenItIsCancelled)
     subject.cancel();
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
     EXPECT_EQ(openDescriptorCount(), before);
-    EXPECT_EQ(harness.dnsSd.standing(), 0U);
     EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Cancelled}));
 }
 
@@ -210,7 +265,6 @@ TEST(Connector, closesAllAttemptsWhenItIsDropped)
     subject.drop();
     subject.settle();
     EXPECT_EQ(openDescriptorCount(), before);
-    EXPECT_EQ(harness.dnsSd.standing(), 0U);
 }
 
 TEST(Connector, failsWhenOneAddressRefusesAndNoneConnects)

@@ -8,7 +8,7 @@ namespace quillbox {
 
 struct ScriptedDnsSd::Shared {
     mutable std::mutex mutex;
-    mutable std::condition_variable added;
+    mutable std::condition_variable changed;
     std::vector<std::shared_ptr<Record>> records;
     std::optional<ResolveUpdate> answer;
 
@@ -25,6 +25,13 @@ struct ScriptedDnsSd::Shared {
             }
             ((*record).*handler)(update);
         });
+    }
+
+    /// Under the lock.
+    std::size_t standing() const
+    {
+        return static_cast<std::size_t>(std::count_if(
+            records.begin(), records.end(), [](const auto& record) { return !record->isEnded; }));
     }
 
     std::shared_ptr<Record> at(std::size_t index) const
@@ -45,6 +52,7 @@ public:
     {
         const std::lock_guard lock(shared_->mutex);
         record_->isEnded = true;
+        shared_->changed.notify_all();
     }
 
     HeldAsk(const HeldAsk&) = delete;
@@ -69,7 +77,7 @@ std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::add(Record record)
         shared_->records.push_back(kept);
         if (kept->resolved)
             answer = shared_->answer;
-        shared_->added.notify_all();
+        shared_->changed.notify_all();
     }
     if (answer)
         Shared::post(shared_, kept, &Record::resolved, *answer);
@@ -153,15 +161,19 @@ ScriptedDnsSd::Record ScriptedDnsSd::record(std::size_t index) const
 bool ScriptedDnsSd::waitForCount(std::size_t count, std::chrono::milliseconds limit) const
 {
     std::unique_lock lock(shared_->mutex);
-    return shared_->added.wait_for(lock, limit, [&] { return shared_->records.size() >= count; });
+    return shared_->changed.wait_for(lock, limit, [&] { return shared_->records.size() >= count; });
 }
 
 std::size_t ScriptedDnsSd::standing() const
 {
     const std::lock_guard lock(shared_->mutex);
-    return static_cast<std::size_t>(
-        std::count_if(shared_->records.begin(), shared_->records.end(),
-                      [](const auto& record) { return !record->isEnded; }));
+    return shared_->standing();
+}
+
+bool ScriptedDnsSd::waitForStanding(std::size_t count, std::chrono::milliseconds limit) const
+{
+    std::unique_lock lock(shared_->mutex);
+    return shared_->changed.wait_for(lock, limit, [&] { return shared_->standing() == count; });
 }
 
 void ScriptedDnsSd::deliver(std::size_t index, ResolveUpdate update)

@@ -2,6 +2,7 @@
 
 #include "platform/dnssd/dns_sd.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -57,6 +58,9 @@ public:
 
     /// How many asks stand.
     std::size_t standing() const;
+
+    /// Waits until so many stand.
+    bool waitForStanding(std::size_t count, std::chrono::milliseconds limit) const;
 
     /// Puts an update on the queue of the ask; it is not delivered once the ask has ended.
     void deliver(std::size_t index, ResolveUpdate update);

@@ -1,0 +1,183 @@
+#include "platform/tcp/address_book.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <utility>
+#include <vector>
+
+namespace quillbox {
+
+/// One that is told.
+class AddressBook::Reader final : public DnsSd::Ask, public std::enable_shared_from_this<Reader> {
+public:
+    Reader(std::shared_ptr<DispatchQueue> queue, Handler handler)
+        : queue_(std::move(queue)), handler_(std::move(handler))
+    {
+    }
+
+    void tell(const DnsSd::ResolveUpdate& update)
+    {
+        queue_->async([weak = weak_from_this(), update] {
+            if (const auto self = weak.lock())
+                self->handler_(update);
+        });
+    }
+
+private:
+    const std::shared_ptr<DispatchQueue> queue_;
+    const Handler handler_;
+};
+
+namespace {
+
+bool isSettled(const DnsSd::ResolveUpdate& update)
+{
+    return update.isSettledIPv4 && update.isSettledIPv6;
+}
+
+/// An ask whose end is that of what it holds.
+class HeldAsk final : public DnsSd::Ask {
+public:
+    explicit HeldAsk(std::shared_ptr<DnsSd::Ask> held) : held_(std::move(held)) {}
+
+private:
+    const std::shared_ptr<DnsSd::Ask> held_;
+};
+
+} // namespace
+
+struct AddressBook::Entry {
+    Question question;
+    std::unique_ptr<DnsSd::Ask> ask;
+    std::uint64_t number = 0; ///< of `ask`; what an earlier one still brings is dropped
+    Clock::time_point askedAt;
+    Clock::time_point usedAt;
+    std::optional<DnsSd::ResolveUpdate> known;
+    std::vector<std::weak_ptr<Reader>> readers;
+
+    bool hasReaders() const
+    {
+        return std::ranges::any_of(readers, [](const auto& each) { return !each.expired(); });
+    }
+};
+
+AddressBook::AddressBook(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue,
+                         std::chrono::milliseconds freshTime, std::chrono::milliseconds keepTime)
+    : dnsSd_(dnsSd), queue_(std::move(queue)), freshTime_(freshTime), keepTime_(keepTime)
+{
+}
+
+AddressBook::~AddressBook() = default;
+
+std::unique_ptr<DnsSd::Ask> AddressBook::resolve(const ServiceEndpoint& service,
+                                                 std::shared_ptr<DispatchQueue> queue,
+                                                 Handler handler)
+{
+    auto question = [this, service](Handler updated) {
+        return dnsSd_.resolve(service, queue_, std::move(updated));
+    };
+    return read(Endpoint(service).description(), std::move(question), std::move(queue),
+                std::move(handler));
+}
+
+std::unique_ptr<DnsSd::Ask> AddressBook::resolveHost(const std::string& hostName,
+                                                     std::shared_ptr<DispatchQueue> queue,
+                                                     Handler handler)
+{
+    auto question = [this, hostName](Handler updated) {
+        return dnsSd_.resolveHost(hostName, queue_, std::move(updated));
+    };
+    return read(Endpoint(HostEndpoint{.host = hostName, .port = 0}).description(),
+                std::move(question), std::move(queue), std::move(handler));
+}
+
+std::unique_ptr<DnsSd::Ask> AddressBook::read(const std::string& key, Question question,
+                                              std::shared_ptr<DispatchQueue> queue, Handler handler)
+{
+    auto reader = std::make_shared<Reader>(std::move(queue), std::move(handler));
+    const auto now = Clock::now();
+    const std::lock_guard lock(mutex_);
+    const auto [position, isNew] = entries_.try_emplace(key);
+    Entry& entry = position->second;
+    if (isNew) {
+        entry.question = std::move(question);
+        dropLater(key, keepTime_);
+    }
+    entry.usedAt = now;
+    if (isNew || now - entry.askedAt >= freshTime_)
+        ask(entry, key);
+    if (entry.known)
+        reader->tell(*entry.known);
+    std::erase_if(entry.readers, [](const auto& each) { return each.expired(); });
+    entry.readers.push_back(reader);
+    return std::make_unique<HeldAsk>(std::move(reader));
+}
+
+void AddressBook::ask(Entry& entry, const std::string& key)
+{
+    // What is known may be dialled, but nobody is to give up because of it before the network has
+    // had its time to answer again.
+    if (entry.known && entry.known->addresses.empty())
+        entry.known.reset();
+    if (entry.known) {
+        entry.known->isSettledIPv4 = false;
+        entry.known->isSettledIPv6 = false;
+        entry.known->error.clear();
+    }
+    // While one stands, another asks nothing: equal questions are one.
+    entry.ask.reset();
+    entry.askedAt = Clock::now();
+    entry.number = ++lastNumber_;
+    entry.ask = entry.question(
+        [weak = weak_from_this(), key, number = entry.number](const DnsSd::ResolveUpdate& update) {
+            if (const auto self = weak.lock())
+                self->take(key, number, update);
+        });
+}
+
+void AddressBook::take(const std::string& key, std::uint64_t number,
+                       const DnsSd::ResolveUpdate& update)
+{
+    const std::lock_guard lock(mutex_);
+    const auto position = entries_.find(key);
+    if (position == entries_.end() || position->second.number != number)
+        return;
+    Entry& entry = position->second;
+    const bool isEmpty = update.addresses.empty();
+    if (isEmpty && !update.error && !isSettled(update))
+        return; // asked a moment ago, and no answer yet
+    // Without an engine the last addresses stand, those of the question before included.
+    if (isEmpty && update.error && entry.known)
+        entry.known->error = update.error;
+    else
+        entry.known = update;
+    for (const auto& weak : entry.readers) {
+        if (const auto reader = weak.lock())
+            reader->tell(*entry.known);
+    }
+}
+
+void AddressBook::dropLater(const std::string& key, std::chrono::milliseconds pause)
+{
+    queue_->asyncAfter(pause, [weak = weak_from_this(), key] {
+        if (const auto self = weak.lock())
+            self->dropUnused(key);
+    });
+}
+
+void AddressBook::dropUnused(const std::string& key)
+{
+    const std::lock_guard lock(mutex_);
+    const auto position = entries_.find(key);
+    if (position == entries_.end())
+        return;
+    const Entry& entry = position->second;
+    const auto unused = std::chrono::ceil<std::chrono::milliseconds>(Clock::now() - entry.usedAt);
+    if (!entry.hasReaders() && unused >= keepTime_)
+        entries_.erase(position);
+    else
+        dropLater(key, std::max(keepTime_ - unused, keepTime_ / 2));
+}
+
+} // namespace quillbox

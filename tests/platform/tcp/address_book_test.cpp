@@ -1,0 +1,228 @@
+#include "platform/tcp/address_book.h"
+#include "tests/fakes/socket_addresses.h"
+#include "tests/platform/tcp/tcp_harness.h"
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
+const ServiceEndpoint kOther{.name = "Other", .type = "_quillbox._tcp", .domain = "local"};
+
+DnsSd::FoundAddress address(const std::string& text)
+{
+    return {.address = ipv4Address(text, 4445), .interfaceIndex = 2};
+}
+
+DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses)
+{
+    return {.addresses = std::move(addresses),
+            .isSettledIPv4 = true,
+            .isSettledIPv6 = true,
+            .error = {}};
+}
+
+DnsSd::ResolveUpdate unsettled(DnsSd::ResolveUpdate update)
+{
+    update.isSettledIPv4 = update.isSettledIPv6 = false;
+    return update;
+}
+
+/// What one reader was told. Thread-safe.
+class Told final {
+public:
+    void note(const DnsSd::ResolveUpdate& update)
+    {
+        const std::lock_guard lock(mutex_);
+        updates_.push_back(update);
+        changed_.notify_all();
+    }
+
+    bool waitFor(std::size_t count, std::chrono::milliseconds limit = kPatience)
+    {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, limit, [&] { return updates_.size() >= count; });
+    }
+
+    DnsSd::ResolveUpdate at(std::size_t index)
+    {
+        const std::lock_guard lock(mutex_);
+        return updates_.at(index);
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::vector<DnsSd::ResolveUpdate> updates_;
+};
+
+} // namespace
+
+class AddressBookTest : public testing::Test {
+protected:
+    AddressBookTest() { open(AddressBook::kFreshTime, AddressBook::kKeepTime); }
+
+    // The handlers refer to the logs.
+    ~AddressBookTest() override { pool.shutdown(); }
+
+    void open(std::chrono::milliseconds freshTime, std::chrono::milliseconds keepTime)
+    {
+        book = std::make_shared<AddressBook>(
+            dnsSd, pool.makeQueue("book", QualityOfService::UserInitiated), freshTime, keepTime);
+    }
+
+    std::unique_ptr<DnsSd::Ask> read(Told& told, const ServiceEndpoint& service = kPhone)
+    {
+        return book->resolve(service, queue,
+                             [&told](const DnsSd::ResolveUpdate& update) { told.note(update); });
+    }
+
+    DispatchPool pool;
+    ScriptedDnsSd dnsSd;
+    const std::shared_ptr<DispatchQueue> queue =
+        pool.makeQueue("readers", QualityOfService::UserInitiated);
+    std::shared_ptr<AddressBook> book;
+    Told first;
+    Told second;
+};
+
+TEST_F(AddressBookTest, asksOnceForAllThatComeTogether)
+{
+    const auto one = read(first);
+    const auto two = read(second);
+    EXPECT_EQ(dnsSd.count(), 1U);
+    const auto update = found({address("192.0.2.1")});
+    dnsSd.deliver(0, update);
+    ASSERT_TRUE(first.waitFor(1));
+    ASSERT_TRUE(second.waitFor(1));
+    EXPECT_EQ(first.at(0), update);
+    EXPECT_EQ(second.at(0), update);
+}
+
+TEST_F(AddressBookTest, tellsLaterReadersAtOnceWhatItHeardLast)
+{
+    auto one = read(first);
+    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    ASSERT_TRUE(first.waitFor(1));
+    const auto update = found({address("192.0.2.2")});
+    dnsSd.deliver(0, update);
+    ASSERT_TRUE(first.waitFor(2));
+    one.reset();
+    const auto two = read(second);
+    ASSERT_TRUE(second.waitFor(1));
+    EXPECT_EQ(second.at(0), update);
+    EXPECT_EQ(dnsSd.count(), 1U);
+}
+
+TEST_F(AddressBookTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWhatItKnows)
+{
+    open(0ms, AddressBook::kKeepTime);
+    const auto one = read(first);
+    const auto before = found({address("192.0.2.1")});
+    dnsSd.deliver(0, before);
+    ASSERT_TRUE(first.waitFor(1));
+    const auto two = read(second);
+    EXPECT_EQ(dnsSd.count(), 2U);
+    EXPECT_EQ(dnsSd.standing(), 1U) << "with one that stands nothing is asked anew";
+    ASSERT_TRUE(second.waitFor(1));
+    EXPECT_EQ(second.at(0), unsettled(before)) << "not the last word";
+    const auto after = found({address("192.0.2.2")});
+    dnsSd.deliver(1, after);
+    ASSERT_TRUE(second.waitFor(2));
+    EXPECT_EQ(second.at(1), after);
+    ASSERT_TRUE(first.waitFor(2));
+    EXPECT_EQ(first.at(1), after);
+}
+
+TEST_F(AddressBookTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
+{
+    open(0ms, AddressBook::kKeepTime);
+    const auto one = read(first);
+    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    ASSERT_TRUE(first.waitFor(1));
+    const auto two = read(second);
+    ASSERT_TRUE(second.waitFor(1));
+    dnsSd.deliver(1, unsettled(found({})));
+    EXPECT_FALSE(second.waitFor(2, kWatch));
+    dnsSd.deliver(1, found({}));
+    ASSERT_TRUE(second.waitFor(2));
+    EXPECT_EQ(second.at(1), found({})) << "nobody answered: it is gone";
+    Told third;
+    const auto three = read(third);
+    EXPECT_FALSE(third.waitFor(1, kWatch)) << "and its address is not told any more";
+}
+
+TEST_F(AddressBookTest, letsTheLastAddressesStandWhileNoEngineAnswers)
+{
+    open(0ms, AddressBook::kKeepTime);
+    const auto one = read(first);
+    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    ASSERT_TRUE(first.waitFor(1));
+    const auto two = read(second);
+    auto failure = found({});
+    failure.error = std::make_error_code(std::errc::host_unreachable);
+    dnsSd.deliver(1, failure);
+    ASSERT_TRUE(second.waitFor(2));
+    EXPECT_EQ(second.at(1).error, failure.error);
+    EXPECT_EQ(second.at(1).addresses, (std::vector{address("192.0.2.1")}));
+}
+
+TEST_F(AddressBookTest, tellsThatNoEngineAnswersWhenNothingIsKnown)
+{
+    const auto one = read(first);
+    auto failure = unsettled(found({}));
+    failure.error = std::make_error_code(std::errc::host_unreachable);
+    dnsSd.deliver(0, failure);
+    ASSERT_TRUE(first.waitFor(1));
+    EXPECT_EQ(first.at(0), failure);
+}
+
+TEST_F(AddressBookTest, keepsServicesAndHostsApart)
+{
+    const auto one = read(first);
+    const auto two = read(second, kOther);
+    Told third;
+    const auto three = book->resolveHost(
+        "Phone.local", queue, [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
+    ASSERT_EQ(dnsSd.count(), 3U);
+    EXPECT_EQ(dnsSd.record(2).text, "Phone.local");
+    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    dnsSd.deliver(1, found({address("192.0.2.2")}));
+    dnsSd.deliver(2, found({address("192.0.2.3")}));
+    ASSERT_TRUE(first.waitFor(1) && second.waitFor(1) && third.waitFor(1));
+    EXPECT_EQ(first.at(0).addresses.front(), address("192.0.2.1"));
+    EXPECT_EQ(second.at(0).addresses.front(), address("192.0.2.2"));
+    EXPECT_EQ(third.at(0).addresses.front(), address("192.0.2.3"));
+}
+
+TEST_F(AddressBookTest, tellsNothingToOneThatIsGone)
+{
+    auto one = read(first);
+    const auto two = read(second);
+    one.reset();
+    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    ASSERT_TRUE(second.waitFor(1));
+    EXPECT_FALSE(first.waitFor(1, 0ms));
+}
+
+TEST_F(AddressBookTest, dropsAQuestionThatNobodyNeedsForAWhile)
+{
+    open(AddressBook::kFreshTime, 20ms);
+    auto one = read(first);
+    EXPECT_FALSE(dnsSd.waitForStanding(0, kWatch)) << "somebody reads";
+    one.reset();
+    EXPECT_TRUE(dnsSd.waitForStanding(0, kPatience));
+    const auto two = read(second);
+    EXPECT_EQ(dnsSd.count(), 2U);
+}
+
+} // namespace quillbox
