@@ -5,13 +5,11 @@
 #include <thread>
 #include <utility>
 
-#include <asio/executor_work_guard.hpp>
-
 namespace quillbox {
 
 class DispatchPool::Loop final {
 public:
-    Loop() : work_(context_->get_executor()), thread_([this] { context_->runHere(); }) {}
+    Loop() : thread_([this] { context_->runHere(); }) {}
 
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
@@ -32,7 +30,6 @@ public:
 
 private:
     const std::shared_ptr<PoolContext> context_ = std::make_shared<PoolContext>();
-    const asio::executor_work_guard<PoolContext::executor_type> work_;
     std::thread thread_;
 };
 

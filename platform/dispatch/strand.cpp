@@ -2,10 +2,6 @@
 
 #include "platform/dispatch/pool_context.h"
 
-#include <functional>
-
-#include <asio/post.hpp>
-
 namespace quillbox {
 
 namespace {
@@ -18,11 +14,6 @@ constexpr int kMostInOneTurn = 64;
 Strand::Strand(PoolContext& context) : state_(std::make_shared<State>(context))
 {
     context.add(state_);
-}
-
-PoolContext& Strand::context() const noexcept
-{
-    return state_->context;
 }
 
 Strand::State::~State()
@@ -46,7 +37,7 @@ void Strand::State::post(Work work)
 
 void Strand::State::drainLater()
 {
-    asio::post(context.get_executor(), std::bind_front(&State::takeTurn, shared_from_this()));
+    context.post(Work([self = shared_from_this()] { self->takeTurn(); }));
 }
 
 void Strand::State::takeTurn()
@@ -71,19 +62,19 @@ bool Strand::State::begin()
 
 void Strand::State::drain()
 {
-    for (int count = 0; count < kMostInOneTurn; ++count) {
+    for (int count = 0; count < kMostInOneTurn && !context.hasMovedMuch(); ++count) {
         Work work = next();
         if (!work) {
             context.setRunning(nullptr);
             return;
         }
-        work.run();
+        work();
     }
     context.setRunning(nullptr);
     drainLater();
 }
 
-Strand::Work Strand::State::next()
+Work Strand::State::next()
 {
     const std::lock_guard lock(mutex_);
     if (pending_.empty()) {

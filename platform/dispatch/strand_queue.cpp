@@ -5,10 +5,6 @@
 #include <iostream>
 #include <utility>
 
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
-
 namespace quillbox {
 
 namespace {
@@ -31,7 +27,7 @@ void StrandQueue::async(Work work)
 {
     if (context_->isShutDown())
         return;
-    asio::post(strand_, std::move(work));
+    strand_.post(std::move(work));
 }
 
 void StrandQueue::asyncAfter(std::chrono::milliseconds delay, Work work)
@@ -39,13 +35,8 @@ void StrandQueue::asyncAfter(std::chrono::milliseconds delay, Work work)
     if (context_->isShutDown())
         return;
     const auto bounded = std::clamp(delay, std::chrono::milliseconds(0), kLongestDelay);
-    auto timer = std::make_unique<asio::steady_timer>(*context_, bounded);
-    auto& pending = *timer;
-    pending.async_wait(asio::bind_executor(
-        strand_, [timer = std::move(timer), work = std::move(work)](const std::error_code& error) {
-            if (!error)
-                work();
-        }));
+    context_->setAlarm(PoolContext::Clock::now() + bounded, strand_,
+                       quillbox::Work(std::move(work)));
 }
 
 const Strand& strandOf(const DispatchQueue& queue)

@@ -1,6 +1,8 @@
 #include "platform/netlink/netlink_monitor.h"
 
 #include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/timer.h"
+#include "platform/dispatch/watch.h"
 #include "platform/netlink/netlink_socket.h"
 
 #include <algorithm>
@@ -9,10 +11,6 @@
 #include <mutex>
 #include <utility>
 
-#include <asio/bind_executor.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
 #include <ifaddrs.h>
 #include <net/if.h>
 #include <netinet/in.h>
@@ -73,8 +71,7 @@ public:
     RouteReader(std::shared_ptr<PoolContext> context, std::shared_ptr<Subscribers> subscribers)
         : context_(std::move(context)),
           strand_(context_->makeStrand()),
-          socket_(*context_),
-          timer_(*context_),
+          timer_(context_),
           subscribers_(std::move(subscribers))
     {
     }
@@ -84,20 +81,22 @@ public:
         std::error_code error;
         const int descriptor = openRouteSocket(error);
         if (!error)
-            socket_.assign(descriptor, error);
+            socket_ = Watch::adopt(context_, descriptor, Watch::For::Reading, error);
         if (error) {
             std::cerr << "quillbox-helper: network changes cannot be watched: " << error.message()
                       << '\n';
             return;
         }
-        asio::post(strand_, [self = shared_from_this()] { self->wait(); });
+        strand_.post([self = shared_from_this()] {
+            if (self->socket_)
+                self->wait();
+        });
     }
 
     void close()
     {
-        asio::post(strand_, [self = shared_from_this()] {
-            std::error_code ignored;
-            self->socket_.close(ignored);
+        strand_.post([self = shared_from_this()] {
+            self->socket_.reset();
             self->timer_.cancel();
         });
     }
@@ -105,19 +104,17 @@ public:
 private:
     void wait()
     {
-        socket_.async_wait(
-            asio::posix::stream_descriptor::wait_read,
-            asio::bind_executor(strand_, [self = shared_from_this()](const std::error_code& error) {
-                if (!error)
-                    self->read();
-            }));
+        socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
+            if (!error)
+                self->read();
+        });
     }
 
-    /// Reads until nothing is left: waiting with unread messages would return at once, for ever.
+    /// Reads until nothing is left: unread messages are no news.
     void read()
     {
-        while (true) {
-            switch (readRouteNews(socket_.native_handle())) {
+        while (socket_) {
+            switch (readRouteNews(socket_->descriptor())) {
             case RouteNews::Other:
                 break;
             case RouteNews::Changed:
@@ -137,19 +134,16 @@ private:
     {
         if (std::exchange(isGathering_, true))
             return;
-        timer_.expires_after(kGatherTime);
-        timer_.async_wait(
-            asio::bind_executor(strand_, [self = shared_from_this()](const std::error_code& error) {
-                self->isGathering_ = false;
-                if (!error)
-                    self->subscribers_->tell();
-            }));
+        timer_.start(strand_, kGatherTime, [self = shared_from_this()] {
+            self->isGathering_ = false;
+            self->subscribers_->tell();
+        });
     }
 
     const std::shared_ptr<PoolContext> context_;
     const Strand strand_;
-    asio::posix::stream_descriptor socket_;
-    asio::steady_timer timer_;
+    std::unique_ptr<Watch> socket_; ///< none while there is nothing to read
+    Timer timer_;
     const std::shared_ptr<Subscribers> subscribers_;
     bool isGathering_ = false;
 };

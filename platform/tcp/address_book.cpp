@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -16,11 +15,11 @@ public:
     {
     }
 
-    void tell(const DnsSd::ResolveUpdate& update)
+    void tell(const Known& known)
     {
-        queue_->async([weak = weak_from_this(), update] {
+        queue_->async([weak = weak_from_this(), known] {
             if (const auto self = weak.lock())
-                self->handler_(update);
+                self->handler_(*known);
         });
     }
 
@@ -30,6 +29,15 @@ private:
 };
 
 namespace {
+
+std::string keyOf(const std::variant<ServiceEndpoint, std::string>& question)
+{
+    // No name holds a zero byte, so that two questions never have one key.
+    if (const auto* service = std::get_if<ServiceEndpoint>(&question))
+        return service->name + '\0' + service->type + '\0' + service->domain + '\0'
+               + service->interface.value_or("");
+    return std::get<std::string>(question);
+}
 
 bool isSettled(const DnsSd::ResolveUpdate& update)
 {
@@ -53,7 +61,7 @@ struct AddressBook::Entry {
     std::uint64_t number = 0; ///< of `ask`; what an earlier one still brings is dropped
     Clock::time_point askedAt;
     Clock::time_point usedAt;
-    std::optional<DnsSd::ResolveUpdate> known;
+    Known known; ///< none while there is nothing to tell
     std::vector<std::weak_ptr<Reader>> readers;
 
     bool hasReaders() const
@@ -74,41 +82,34 @@ std::unique_ptr<DnsSd::Ask> AddressBook::resolve(const ServiceEndpoint& service,
                                                  std::shared_ptr<DispatchQueue> queue,
                                                  Handler handler)
 {
-    auto question = [this, service](Handler updated) {
-        return dnsSd_.resolve(service, queue_, std::move(updated));
-    };
-    return read(Endpoint(service).description(), std::move(question), std::move(queue),
-                std::move(handler));
+    return read(service, std::move(queue), std::move(handler));
 }
 
 std::unique_ptr<DnsSd::Ask> AddressBook::resolveHost(const std::string& hostName,
                                                      std::shared_ptr<DispatchQueue> queue,
                                                      Handler handler)
 {
-    auto question = [this, hostName](Handler updated) {
-        return dnsSd_.resolveHost(hostName, queue_, std::move(updated));
-    };
-    return read(Endpoint(HostEndpoint{.host = hostName, .port = 0}).description(),
-                std::move(question), std::move(queue), std::move(handler));
+    return read(hostName, std::move(queue), std::move(handler));
 }
 
-std::unique_ptr<DnsSd::Ask> AddressBook::read(const std::string& key, Question question,
+std::unique_ptr<DnsSd::Ask> AddressBook::read(const Question& question,
                                               std::shared_ptr<DispatchQueue> queue, Handler handler)
 {
+    const auto key = keyOf(question);
     auto reader = std::make_shared<Reader>(std::move(queue), std::move(handler));
     const auto now = Clock::now();
     const std::lock_guard lock(mutex_);
     const auto [position, isNew] = entries_.try_emplace(key);
     Entry& entry = position->second;
     if (isNew) {
-        entry.question = std::move(question);
+        entry.question = question;
         dropLater(key, keepTime_);
     }
     entry.usedAt = now;
     if (isNew || now - entry.askedAt >= freshTime_)
         ask(entry, key);
     if (entry.known)
-        reader->tell(*entry.known);
+        reader->tell(entry.known);
     std::erase_if(entry.readers, [](const auto& each) { return each.expired(); });
     entry.readers.push_back(reader);
     return std::make_unique<HeldAsk>(std::move(reader));
@@ -121,19 +122,25 @@ void AddressBook::ask(Entry& entry, const std::string& key)
     if (entry.known && entry.known->addresses.empty())
         entry.known.reset();
     if (entry.known) {
-        entry.known->isSettledIPv4 = false;
-        entry.known->isSettledIPv6 = false;
-        entry.known->error.clear();
+        auto known = std::make_shared<DnsSd::ResolveUpdate>();
+        known->addresses = entry.known->addresses;
+        known->hosts = entry.known->hosts;
+        entry.known = std::move(known);
     }
     // While one stands, another asks nothing: equal questions are one.
     entry.ask.reset();
     entry.askedAt = Clock::now();
     entry.number = ++lastNumber_;
-    entry.ask = entry.question(
-        [weak = weak_from_this(), key, number = entry.number](const DnsSd::ResolveUpdate& update) {
-            if (const auto self = weak.lock())
-                self->take(key, number, update);
-        });
+    auto handler = [weak = weak_from_this(), key,
+                    number = entry.number](const DnsSd::ResolveUpdate& update) {
+        if (const auto self = weak.lock())
+            self->take(key, number, update);
+    };
+    if (const auto* service = std::get_if<ServiceEndpoint>(&entry.question))
+        entry.ask = dnsSd_.resolve(*service, queue_, std::move(handler));
+    else
+        entry.ask =
+            dnsSd_.resolveHost(std::get<std::string>(entry.question), queue_, std::move(handler));
 }
 
 void AddressBook::take(const std::string& key, std::uint64_t number,
@@ -148,13 +155,15 @@ void AddressBook::take(const std::string& key, std::uint64_t number,
     if (isEmpty && !update.error && !isSettled(update))
         return; // asked a moment ago, and no answer yet
     // Without an engine the last addresses stand, those of the question before included.
-    if (isEmpty && update.error && entry.known)
-        entry.known->error = update.error;
-    else
-        entry.known = update;
+    auto known = std::make_shared<DnsSd::ResolveUpdate>(update);
+    if (isEmpty && update.error && entry.known) {
+        known->addresses = entry.known->addresses;
+        known->hosts = entry.known->hosts;
+    }
+    entry.known = std::move(known);
     for (const auto& weak : entry.readers) {
         if (const auto reader = weak.lock())
-            reader->tell(*entry.known);
+            reader->tell(entry.known);
     }
 }
 

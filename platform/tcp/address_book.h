@@ -4,11 +4,13 @@
 #include "platform/dnssd/dns_sd.h"
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <variant>
 
 namespace quillbox {
 
@@ -51,13 +53,14 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    using Question = std::function<std::unique_ptr<DnsSd::Ask>(Handler)>;
+    using Question = std::variant<ServiceEndpoint, std::string>; ///< a service or a host's name
+    using Known = std::shared_ptr<const DnsSd::ResolveUpdate>;
 
     class Reader;
     struct Entry;
 
-    std::unique_ptr<DnsSd::Ask> read(const std::string& key, Question question,
-                                     std::shared_ptr<DispatchQueue> queue, Handler handler);
+    std::unique_ptr<DnsSd::Ask> read(const Question& question, std::shared_ptr<DispatchQueue> queue,
+                                     Handler handler);
     void ask(Entry& entry, const std::string& key);
     void take(const std::string& key, std::uint64_t number, const DnsSd::ResolveUpdate& update);
     void dropLater(const std::string& key, std::chrono::milliseconds pause);

@@ -6,8 +6,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
 #include <sys/socket.h>
 
 namespace quillbox {
@@ -41,7 +39,7 @@ bool isFinal(const std::error_code& error)
 AddressRace::AddressRace(std::shared_ptr<TcpContext> context, Strand strand, Handlers handlers)
     : context_(std::move(context)),
       strand_(std::move(strand)),
-      timer_(*context_->pool),
+      timer_(context_->pool),
       handlers_(std::move(handlers))
 {
 }
@@ -100,7 +98,7 @@ void AddressRace::advanceSoon()
 {
     if (isStopped_ || std::exchange(isAdvancing_, true))
         return;
-    asio::post(strand_, [self = shared_from_this()] {
+    strand_.post([self = shared_from_this()] {
         self->isAdvancing_ = false;
         self->advance();
     });
@@ -134,13 +132,10 @@ void AddressRace::advance()
 
 void AddressRace::startNextLater()
 {
-    timer_.expires_after(kStagger);
-    timer_.async_wait(
-        asio::bind_executor(strand_, [weak = weak_from_this()](const std::error_code& error) {
-            const auto self = weak.lock();
-            if (self && !error)
-                self->advance();
-        }));
+    timer_.start(strand_, kStagger, [weak = weak_from_this()] {
+        if (const auto self = weak.lock())
+            self->advance();
+    });
 }
 
 /// The first that was not tried: one that is proven; else of another family than the last one if
@@ -181,14 +176,17 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
     }
     std::error_code error;
     const int descriptor = openStreamSocket(familyOf(address), error);
-    if (!error)
-        entry->socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
-    if (!entry->socket) {
-        settle(entry, error ? error : std::make_error_code(std::errc::not_enough_memory));
+    if (error) {
+        settle(entry, error);
         return;
     }
     setConnectionOptions(descriptor);
     error = beginConnect(descriptor, address);
+    // Not before: a socket that nobody has told to connect is news as well, of a hang-up.
+    entry->socket =
+        Socket::adopt(context_->pool, descriptor, context_->sockets, Watch::For::ReadingAndWriting);
+    if (!entry->socket)
+        error = std::make_error_code(std::errc::not_enough_memory);
     if (error != std::errc::operation_in_progress) {
         settle(entry, error);
         return;
@@ -212,12 +210,9 @@ void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code er
         error = std::make_error_code(std::errc::connection_refused);
     entry->state = Entry::State::Lost;
     if (!error) {
-        winner_ = Socket::watchedAnew(std::move(entry->socket));
-        if (winner_) {
-            noteWinner(entry->candidate.address);
-            return;
-        }
-        error = std::make_error_code(std::errc::not_enough_memory);
+        winner_ = std::move(entry->socket);
+        noteWinner(entry->candidate.address);
+        return;
     }
     entry->error = error;
     lastError_ = error;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/dispatch/timer.h"
 #include "platform/net_service.h"
 #include "platform/tcp/dialable_address.h"
 #include "platform/tcp/socket.h"
@@ -10,8 +11,6 @@
 #include <memory>
 #include <system_error>
 #include <vector>
-
-#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 
@@ -80,7 +79,7 @@ private:
 
     const std::shared_ptr<TcpContext> context_;
     const Strand strand_;
-    asio::steady_timer timer_;
+    Timer timer_;
     Handlers handlers_;
     std::vector<std::shared_ptr<Entry>> entries_;
     std::unique_ptr<Socket> winner_;

@@ -7,10 +7,6 @@
 #include <string_view>
 #include <utility>
 
-#include <asio/bind_executor.hpp>
-#include <asio/error.hpp>
-#include <asio/post.hpp>
-
 namespace quillbox {
 
 namespace {
@@ -39,7 +35,7 @@ Connector::Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<Dispat
       queue_(std::move(queue)),
       endpoint_(std::move(endpoint)),
       handlers_(std::move(handlers)),
-      timer_(*context_->pool)
+      timer_(context_->pool)
 {
 }
 
@@ -61,13 +57,6 @@ void Connector::start()
                                       if (const auto self = weak.lock())
                                           self->lose(outcome);
                                   }});
-    networkChanges_ = context_->monitor.subscribe(queue_, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (!self || !self->race_)
-            return;
-        self->pause_ = kFirstPause;
-        self->retry();
-    });
     findAddresses();
 }
 
@@ -121,7 +110,7 @@ void Connector::lookUp(const HostEndpoint& host)
                                 const auto self = weak.lock();
                                 if (!self)
                                     return;
-                                asio::post(strandOf(*self->queue_), [weak, addresses, error] {
+                                strandOf(*self->queue_).post([weak, addresses, error] {
                                     const auto connector = weak.lock();
                                     if (connector && connector->race_)
                                         connector->takeLookedUp(addresses, error);
@@ -189,7 +178,7 @@ void Connector::lose(const AddressRace::Outcome& outcome)
     if (outcome.error)
         wait(outcome.error);
     else
-        wait(sourceError_ ? sourceError_ : asio::error::host_not_found);
+        wait(sourceError_ ? sourceError_ : hostNotFound());
 }
 
 void Connector::fail(std::error_code error)
@@ -201,21 +190,34 @@ void Connector::fail(std::error_code error)
 
 void Connector::wait(std::error_code error)
 {
+    watchNetwork();
     // What DNS-SD does not know it tells by itself once it does.
     if (hasCandidates_ || !ask_) {
-        timer_.expires_after(pause_);
+        timer_.start(strandOf(*queue_), pause_, [weak = weak_from_this()] {
+            const auto self = weak.lock();
+            if (self && self->race_)
+                self->retry();
+        });
         pause_ = std::min<std::chrono::milliseconds>(pause_ * 2, kLongestPause);
-        timer_.async_wait(asio::bind_executor(
-            strandOf(*queue_), [weak = weak_from_this()](const std::error_code& failure) {
-                const auto self = weak.lock();
-                if (self && self->race_ && !failure)
-                    self->retry();
-            }));
     }
     if (std::exchange(waitingError_, error) == error)
         return;
     const auto waiting = handlers_.waiting;
     waiting(error);
+}
+
+/// Only one that waits need know: who connects at once, as most do, is spared the subscription.
+void Connector::watchNetwork()
+{
+    if (networkChanges_)
+        return;
+    networkChanges_ = context_->monitor.subscribe(queue_, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self || !self->race_)
+            return;
+        self->pause_ = kFirstPause;
+        self->retry();
+    });
 }
 
 void Connector::retry()

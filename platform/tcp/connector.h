@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/dispatch/timer.h"
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/endpoint.h"
@@ -14,8 +15,6 @@
 #include <string>
 #include <system_error>
 #include <vector>
-
-#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 
@@ -60,13 +59,14 @@ private:
     void lose(const AddressRace::Outcome& outcome);
     void fail(std::error_code error);
     void wait(std::error_code error);
+    void watchNetwork();
     void retry();
 
     const std::shared_ptr<TcpContext> context_;
     const std::shared_ptr<DispatchQueue> queue_;
     const Endpoint endpoint_;
     Handlers handlers_;
-    asio::steady_timer timer_;
+    Timer timer_;
     std::shared_ptr<AddressRace> race_; ///< none before the start and after the end
     std::unique_ptr<DnsSd::Ask> ask_;
     std::unique_ptr<NetworkMonitor::Subscription> networkChanges_;

@@ -5,13 +5,25 @@
 #include <thread>
 #include <utility>
 
-#include <asio/error.hpp>
 #include <netdb.h>
 #include <sys/socket.h>
 
 namespace quillbox {
 
 namespace {
+
+/// The results of getaddrinfo(3), but for those that are the system's.
+class LookupCategory final : public std::error_category {
+public:
+    const char* name() const noexcept override { return "lookup"; }
+    std::string message(int value) const override { return ::gai_strerror(value); }
+};
+
+const std::error_category& lookupCategory()
+{
+    static const LookupCategory category;
+    return category;
+}
 
 std::error_code toErrorCode(int result)
 {
@@ -21,9 +33,9 @@ std::error_code toErrorCode(int result)
     case EAI_SYSTEM:
         return {errno, std::system_category()};
     case EAI_AGAIN:
-        return asio::error::host_not_found_try_again;
+        return {EAI_AGAIN, lookupCategory()};
     default:
-        return asio::error::host_not_found;
+        return hostNotFound();
     }
 }
 
@@ -48,6 +60,11 @@ std::vector<SocketAddress> ask(const std::string& name, std::error_code& error)
 }
 
 } // namespace
+
+std::error_code hostNotFound()
+{
+    return {EAI_NONAME, lookupCategory()};
+}
 
 void HostLookup::lookUp(const std::string& name, Done done)
 {

@@ -12,6 +12,9 @@
 
 namespace quillbox {
 
+/// There is no host of that name.
+std::error_code hostNotFound();
+
 /// Asks the system's name service, which blocks, for as long as it likes, on a thread of its own.
 /// Such a thread cannot be interrupted: it is left to itself when the program ends. All who ask for
 /// one name at the same time share one. Thread-safe.

@@ -1,13 +1,11 @@
 #include "platform/tcp/lingering_close.h"
 
+#include "platform/dispatch/timer.h"
 #include "platform/tcp/socket_calls.h"
 
 #include <algorithm>
 #include <functional>
 #include <utility>
-
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 
@@ -31,7 +29,7 @@ public:
         : pool_(std::move(pool)),
           chunks_(std::move(chunks)),
           strand_(pool_->makeStrand()),
-          timer_(*pool_),
+          timer_(pool_),
           socket_(std::move(socket)),
           unsent_(std::move(unsent))
     {
@@ -39,7 +37,7 @@ public:
 
     void start()
     {
-        asio::post(strand_, [self = shared_from_this()] {
+        strand_.post([self = shared_from_this()] {
             self->sendRest();
             self->discard();
             self->look();
@@ -82,7 +80,7 @@ private:
             return;
         }
         if (!read.wouldBlock()) {
-            asio::post(strand_, std::bind_front(&LingeringClose::discard, shared_from_this()));
+            strand_.post(std::bind_front(&LingeringClose::discard, shared_from_this()));
             return;
         }
         socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
@@ -109,13 +107,8 @@ private:
             finish();
             return;
         }
-        timer_.expires_after(pause_);
+        timer_.start(strand_, pause_, [self = shared_from_this()] { self->look(); });
         pause_ = std::min(pause_ * 2, kLongestLook);
-        timer_.async_wait(
-            asio::bind_executor(strand_, [self = shared_from_this()](const std::error_code& error) {
-                if (!error)
-                    self->look();
-            }));
     }
 
     /// What lies unread is taken first, for it would turn the close into a reset.
@@ -135,7 +128,7 @@ private:
     const std::shared_ptr<PoolContext> pool_;
     const std::shared_ptr<ChunkPool> chunks_;
     const Strand strand_;
-    asio::steady_timer timer_;
+    Timer timer_;
     std::unique_ptr<Socket> socket_;
     Unsent unsent_;
     std::size_t discarded_ = 0;
@@ -147,11 +140,11 @@ private:
 } // namespace
 
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool hasSent)
+                 Unsent unsent, bool resetMatters)
 {
     const int descriptor = socket->descriptor();
     const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
-    if (isDelivered && (!hasSent || unreadBytes(descriptor) == 0))
+    if (isDelivered && (!resetMatters || unreadBytes(descriptor) == 0))
         return;
     if (context->pool->isShutDown() || isDead(descriptor))
         return;

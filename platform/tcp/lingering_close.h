@@ -15,8 +15,9 @@ namespace quillbox {
 ///
 /// Input is discarded meanwhile, 64 MiB at the most, and the whole ends when the peer accepts
 /// nothing for 30 seconds. Runs in the background on the pool; when there is nothing to wait for,
-/// the socket is closed before this returns.
+/// the socket is closed before this returns. `resetMatters` tells whether something was sent and
+/// input may be left.
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool hasSent);
+                 Unsent unsent, bool resetMatters);
 
 } // namespace quillbox

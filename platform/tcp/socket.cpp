@@ -1,28 +1,18 @@
 #include "platform/tcp/socket.h"
 
-#include <unistd.h>
-
 namespace quillbox {
 
 std::unique_ptr<Socket> Socket::adopt(std::shared_ptr<PoolContext> context, int descriptor,
-                                      std::shared_ptr<SocketLedger> ledger)
+                                      std::shared_ptr<SocketLedger> ledger, Watch::For what)
 {
-    std::unique_ptr<Socket> socket(new Socket(std::move(context), std::move(ledger)));
     std::error_code error;
-    socket->descriptor_.assign(descriptor, error);
-    if (!error)
-        return socket;
-    ::close(descriptor);
-    return nullptr;
+    auto watch = Watch::adopt(std::move(context), descriptor, what, error);
+    return watch ? std::unique_ptr<Socket>(new Socket(std::move(watch), std::move(ledger)))
+                 : nullptr;
 }
 
-std::unique_ptr<Socket> Socket::watchedAnew(std::unique_ptr<Socket> socket)
-{
-    return adopt(socket->context_, socket->descriptor_.release(), socket->ledger_);
-}
-
-Socket::Socket(std::shared_ptr<PoolContext> context, std::shared_ptr<SocketLedger> ledger)
-    : context_(std::move(context)), ledger_(std::move(ledger)), descriptor_(*context_)
+Socket::Socket(std::unique_ptr<Watch> watch, std::shared_ptr<SocketLedger> ledger)
+    : watch_(std::move(watch)), ledger_(std::move(ledger))
 {
     if (ledger_)
         ledger_->noteOpened();
@@ -30,16 +20,10 @@ Socket::Socket(std::shared_ptr<PoolContext> context, std::shared_ptr<SocketLedge
 
 Socket::~Socket()
 {
-    std::error_code ignored;
-    descriptor_.close(ignored);
+    // It is counted until it is closed.
+    watch_.reset();
     if (ledger_)
         ledger_->noteClosed();
-}
-
-void Socket::cancelWaits()
-{
-    std::error_code ignored;
-    descriptor_.cancel(ignored);
 }
 
 } // namespace quillbox

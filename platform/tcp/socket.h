@@ -1,62 +1,60 @@
 #pragma once
 
 #include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/watch.h"
 #include "platform/tcp/socket_ledger.h"
 
 #include <memory>
 #include <utility>
 
-#include <asio/bind_executor.hpp>
-#include <asio/posix/stream_descriptor.hpp>
-
 namespace quillbox {
 
-/// A socket that the pool watches; closed when it is destroyed. Used on one strand at a time.
-///
-/// To be waited for only after a call would have blocked: Asio arms the wait anew each time, and
-/// one on a socket with unread bytes completes at once, over and over.
+/// A socket that the pool watches, waited for as `Watch` has it; closed when it is destroyed. Used
+/// on one strand at a time.
 class Socket final {
 public:
     /// Takes the descriptor over, and closes it where it cannot be watched: then there is none. A
     /// socket of a connection is counted by `ledger`, a listener's has none.
     static std::unique_ptr<Socket> adopt(std::shared_ptr<PoolContext> context, int descriptor,
-                                         std::shared_ptr<SocketLedger> ledger);
-
-    /// The same socket, for whoever is done waiting for room to write: Asio never stops asking the
-    /// kernel for that, and is woken for it at each further wait. None where it cannot be watched.
-    static std::unique_ptr<Socket> watchedAnew(std::unique_ptr<Socket> socket);
+                                         std::shared_ptr<SocketLedger> ledger,
+                                         Watch::For what = Watch::For::Reading);
 
     ~Socket();
 
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
 
-    int descriptor() { return descriptor_.native_handle(); }
+    int descriptor() const { return watch_->descriptor(); }
 
     /// Calls `handler` with an error code on the strand once there is something to read, the end of
     /// the stream and an error included.
     template <typename Handler> void waitReadable(const Strand& strand, Handler handler)
     {
-        descriptor_.async_wait(asio::posix::stream_descriptor::wait_read,
-                               asio::bind_executor(strand, std::move(handler)));
+        watch_->waitReadable(strand, std::move(handler));
     }
 
     /// The same for room to write.
     template <typename Handler> void waitWritable(const Strand& strand, Handler handler)
     {
-        descriptor_.async_wait(asio::posix::stream_descriptor::wait_write,
-                               asio::bind_executor(strand, std::move(handler)));
+        watch_->waitWritable(strand, std::move(handler));
     }
 
-    /// Ends all waits with an error.
-    void cancelWaits();
+    /// The same for a failure that comes while nobody reads from or writes to the socket: a peer's
+    /// reset, a keep-alive that went unanswered, a connection that the administrator closed. The
+    /// end of the stream is no failure.
+    template <typename Handler> void waitForFailure(const Strand& strand, Handler handler)
+    {
+        watch_->waitForFailure(strand, std::move(handler));
+    }
+
+    /// Ends all waits with an error; that for a failure without a word.
+    void cancelWaits() { watch_->cancelWaits(); }
 
 private:
-    Socket(std::shared_ptr<PoolContext> context, std::shared_ptr<SocketLedger> ledger);
+    Socket(std::unique_ptr<Watch> watch, std::shared_ptr<SocketLedger> ledger);
 
-    const std::shared_ptr<PoolContext> context_;
+    std::unique_ptr<Watch> watch_;
     const std::shared_ptr<SocketLedger> ledger_;
-    asio::posix::stream_descriptor descriptor_;
 };
 
 } // namespace quillbox

@@ -10,21 +10,19 @@
 namespace quillbox {
 
 TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor)
-    : context_(new TcpContext{
-        .pool = pool.context(QualityOfService::UserInitiated),
-        .dnsSd = dnsSd,
-        .monitor = monitor,
-        .addresses = std::make_shared<AddressBook>(
-            dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
-        .chunks = std::make_shared<ChunkPool>(),
-        .pipes = std::make_shared<PipePool>(),
-        .sockets = std::make_shared<SocketLedger>(),
-        .resets = std::make_shared<ResetWatch>(pool.context(QualityOfService::UserInitiated)),
-        .hosts = std::make_shared<HostLookup>(),
-        .ownPorts = {},
-        .provenAddresses = {}})
+    : context_(
+        new TcpContext{.pool = pool.context(QualityOfService::UserInitiated),
+                       .dnsSd = dnsSd,
+                       .monitor = monitor,
+                       .addresses = std::make_shared<AddressBook>(
+                           dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
+                       .chunks = std::make_shared<ChunkPool>(),
+                       .pipes = std::make_shared<PipePool>(),
+                       .sockets = std::make_shared<SocketLedger>(),
+                       .hosts = std::make_shared<HostLookup>(),
+                       .ownPorts = {},
+                       .provenAddresses = {}})
 {
-    context_->resets->open();
 }
 
 TcpNetwork::~TcpNetwork() = default;

@@ -7,8 +7,6 @@
 #include <optional>
 #include <utility>
 
-#include <asio/post.hpp>
-
 namespace quillbox {
 
 namespace {
@@ -89,7 +87,7 @@ private:
     template <typename Work> void post(Work work)
     {
         assert(queue_ != nullptr);
-        asio::post(strandOf(*queue_), std::move(work));
+        strandOf(*queue_).post(std::move(work));
     }
 
     void report(Connection::State state, std::error_code error)

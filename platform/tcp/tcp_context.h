@@ -9,7 +9,6 @@
 #include "platform/tcp/own_ports.h"
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/proven_addresses.h"
-#include "platform/tcp/reset_watch.h"
 #include "platform/tcp/socket_ledger.h"
 
 #include <memory>
@@ -18,8 +17,6 @@ namespace quillbox {
 
 /// What all listeners and connections of one `TcpNetwork` share. Every part is thread-safe.
 struct TcpContext {
-    ~TcpContext() { resets->close(); }
-
     std::shared_ptr<PoolContext> pool;
     DnsSd& dnsSd;
     NetworkMonitor& monitor;
@@ -27,7 +24,6 @@ struct TcpContext {
     std::shared_ptr<ChunkPool> chunks;
     std::shared_ptr<PipePool> pipes;
     std::shared_ptr<SocketLedger> sockets;
-    std::shared_ptr<ResetWatch> resets;
     std::shared_ptr<HostLookup> hosts;
     OwnPorts ownPorts;
     ProvenAddresses provenAddresses;

@@ -1,5 +1,6 @@
 #include "platform/tcp/tcp_listener.h"
 
+#include "platform/dispatch/timer.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
@@ -10,10 +11,6 @@
 #include <iostream>
 #include <optional>
 #include <utility>
-
-#include <asio/bind_executor.hpp>
-#include <asio/post.hpp>
-#include <asio/steady_timer.hpp>
 
 namespace quillbox {
 
@@ -56,7 +53,7 @@ public:
         : context_(std::move(context)),
           socket_(std::move(socket)),
           port_(port),
-          timer_(*context_->pool)
+          timer_(context_->pool)
     {
         context_->ownPorts.add(port_);
     }
@@ -122,10 +119,7 @@ public:
     }
 
 private:
-    template <typename Work> void post(Work work)
-    {
-        asio::post(strandOf(*queue_), std::move(work));
-    }
+    template <typename Work> void post(Work work) { strandOf(*queue_).post(std::move(work)); }
 
     /// A state is told once, and again only with another error.
     void report(Listener::State state, std::error_code error)
@@ -213,13 +207,19 @@ private:
                     return;
                 self->post([self] {
                     self->isAwaitingClose_ = false;
-                    self->timer_.cancel();
+                    self->endPause();
                 });
             });
-        timer_.expires_after(kAcceptPause);
-        timer_.async_wait(asio::bind_executor(
-            strandOf(*queue_),
-            [self = shared_from_this()](const std::error_code&) { self->accept(); }));
+        isPausing_ = true;
+        timer_.start(strandOf(*queue_), kAcceptPause,
+                     [self = shared_from_this()] { self->endPause(); });
+    }
+
+    void endPause()
+    {
+        timer_.cancel();
+        if (std::exchange(isPausing_, false))
+            accept();
     }
 
     void close()
@@ -242,7 +242,7 @@ private:
     const std::shared_ptr<TcpContext> context_;
     std::unique_ptr<Socket> socket_; ///< none once the port is closed
     const std::uint16_t port_;
-    asio::steady_timer timer_;
+    Timer timer_;
     std::shared_ptr<DispatchQueue> queue_;
     std::optional<ServiceRegistration> service_;
     Listener::NewConnectionHandler connectionHandler_;
@@ -253,6 +253,7 @@ private:
     bool hasFailed_ = false;
     bool isOutOfResources_ = false;
     bool isAwaitingClose_ = false;
+    bool isPausing_ = false;
 };
 
 class TcpListener final : public Listener {

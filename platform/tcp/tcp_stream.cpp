@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <utility>
 
-#include <asio/post.hpp>
-
 namespace quillbox {
 
 namespace {
@@ -54,26 +52,22 @@ TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
 void TcpStream::open(FailureHandler failed)
 {
     failed_ = std::move(failed);
-    watch_ =
-        context_->resets->add(socket_->descriptor(), [strand = strand_, weak = weak_from_this()] {
-            asio::post(strand, [weak] {
-                const auto self = weak.lock();
-                if (!self || !self->socket_)
-                    return;
-                // The error itself stays with the socket, for whoever reads or writes next.
-                self->noteFailure({});
-                self->settleFailure();
-            });
-        });
+    socket_->waitForFailure(strand_, [weak = weak_from_this()](const std::error_code&) {
+        const auto self = weak.lock();
+        if (!self || !self->socket_)
+            return;
+        // The error itself stays with the socket, for whoever reads or writes next.
+        self->noteFailure({});
+        self->settleFailure();
+    });
 }
 
 void TcpStream::receive(std::size_t minimum, std::size_t maximum,
                         Connection::ReceiveCompletion completion)
 {
     if (const auto error = refusal(receive_.has_value())) {
-        asio::post(strand_, [completion = std::move(completion), error] {
-            completion(Content(), false, error);
-        });
+        strand_.post(
+            [completion = std::move(completion), error] { completion(Content(), false, error); });
         return;
     }
     maximum = std::clamp<std::size_t>(maximum, 1, kMaximumContentSize);
@@ -198,7 +192,7 @@ void TcpStream::send(Content content, Connection::SendCompletion completion)
     if (!error && !unsent.isSendable())
         error = std::make_error_code(std::errc::invalid_argument);
     if (error) {
-        asio::post(strand_, [completion = std::move(completion), error] { completion(error); });
+        strand_.post([completion = std::move(completion), error] { completion(error); });
         return;
     }
     send_ = Send{std::move(unsent), std::move(completion)};
@@ -213,6 +207,7 @@ void TcpStream::trySend(Delivery delivery)
     while (!unsent.isNothing()) {
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
+        context_->pool->noteMoved(sent.count);
         if (sent.wouldBlock()) {
             socket_->waitWritable(strand_, [waiting = Waiting(shared_from_this())](
                                                const std::error_code& error) mutable {
@@ -256,7 +251,7 @@ std::error_code TcpStream::refusal(bool isBusy) const
 template <typename Work> void TcpStream::deliver(Delivery delivery, Work work)
 {
     if (delivery == Delivery::Posted) {
-        asio::post(strand_, std::move(work));
+        strand_.post(std::move(work));
         settleFailure();
         return;
     }
@@ -281,7 +276,7 @@ void TcpStream::settleFailure()
         error_ = takeSocketError(socket_->descriptor());
     if (!error_)
         error_ = std::make_error_code(std::errc::connection_reset);
-    asio::post(strand_, [self = shared_from_this(), error = error_] {
+    strand_.post([self = shared_from_this(), error = error_] {
         if (const auto failed = std::exchange(self->failed_, nullptr))
             failed(error);
     });
@@ -296,7 +291,6 @@ void TcpStream::close()
 {
     if (!socket_)
         return;
-    context_->resets->remove(watch_, socket_->descriptor());
     socket_->cancelWaits();
     failed_ = nullptr;
     auto unsent = send_ ? std::move(send_->unsent) : Unsent();
@@ -304,7 +298,8 @@ void TcpStream::close()
         endReceive(false, canceled(), Delivery::Posted);
     if (send_)
         endSend(canceled(), Delivery::Posted);
-    closeGently(context_, std::move(socket_), std::move(unsent), hasSent_);
+    // After the end of the peer's stream there is no input that could be left unread.
+    closeGently(context_, std::move(socket_), std::move(unsent), hasSent_ && !hasEnded_);
 }
 
 } // namespace quillbox

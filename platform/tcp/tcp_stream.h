@@ -3,7 +3,6 @@
 #include "platform/connection.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/pipe_pool.h"
-#include "platform/tcp/reset_watch.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_context.h"
@@ -83,14 +82,15 @@ private:
     const Strand strand_;
     std::unique_ptr<Socket> socket_; ///< none once it is closed
     FailureHandler failed_;          ///< none once it was called, and once closed
-    ResetWatch::Id watch_ = 0;
     std::optional<Receive> receive_;
     std::optional<Send> send_;
     std::error_code error_; ///< the first one: the kernel tells each only once
     bool hasFailed_ = false;
     bool hasToldFailure_ = false;
-    bool hasEnded_ = false;  ///< the peer's side is over
-    bool isDrained_ = false; ///< the last receive left nothing to read behind
+    bool hasEnded_ = false; ///< the peer's side is over
+    /// Nothing is left to read of what was there when the socket told its last news. At the
+    /// beginning there may be something, but then that is news.
+    bool isDrained_ = true;
     bool isFlowing_ = false; ///< the last receive filled what it had: there may be much more
     bool hasRead_ = false;   ///< a reader has begun
     bool hasSent_ = false;

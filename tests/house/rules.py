@@ -83,6 +83,8 @@ OUTSIDE = {
         # An address in numbers comes from getnameinfo, which is as good as standard.
         "discovery/management_resolver.cpp",
         "discovery/management_url.cpp",
+        # getentropy is of POSIX.
+        "platform/uuid.cpp",
         "demo",
         "tests",
         "bench",

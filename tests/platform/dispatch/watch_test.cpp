@@ -1,0 +1,274 @@
+#include "platform/dispatch/dispatch_pool.h"
+#include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/timer.h"
+#include "platform/dispatch/watch.h"
+
+#include <array>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr auto kPatience = 20s;
+constexpr auto kMoment = 100ms;
+
+} // namespace
+
+/// One end of a pair of sockets that is watched, and the other that a test has in its hands.
+class WatchTest : public testing::Test {
+protected:
+    WatchTest()
+    {
+        std::array<int, 2> ends{};
+        EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
+        peer = ends[1];
+        std::error_code error;
+        watch = Watch::adopt(context, ends[0], Watch::For::Reading, error);
+        EXPECT_FALSE(error);
+    }
+
+    ~WatchTest() override
+    {
+        pool.shutdown();
+        closePeer();
+    }
+
+    void onQueue(const std::function<void()>& work)
+    {
+        std::promise<void> done;
+        queue->async([&] {
+            work();
+            done.set_value();
+        });
+        done.get_future().wait();
+    }
+
+    std::future<std::error_code> waitReadable()
+    {
+        auto told = std::make_shared<std::promise<std::error_code>>();
+        onQueue([&] {
+            watch->waitReadable(strandOf(*queue),
+                                [told](const std::error_code& error) { told->set_value(error); });
+        });
+        return told->get_future();
+    }
+
+    std::future<std::error_code> waitWritable()
+    {
+        auto told = std::make_shared<std::promise<std::error_code>>();
+        onQueue([&] {
+            watch->waitWritable(strandOf(*queue),
+                                [told](const std::error_code& error) { told->set_value(error); });
+        });
+        return told->get_future();
+    }
+
+    static bool isTold(const std::future<std::error_code>& future)
+    {
+        return future.wait_for(kPatience) == std::future_status::ready;
+    }
+
+    static bool isSilent(const std::future<std::error_code>& future)
+    {
+        return future.wait_for(kMoment) == std::future_status::timeout;
+    }
+
+    void send(std::string_view bytes) const
+    {
+        EXPECT_EQ(::send(peer, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    }
+
+    std::string read() const
+    {
+        std::array<char, 64> room{};
+        const auto count = ::recv(watch->descriptor(), room.data(), room.size(), 0);
+        return count > 0 ? std::string(room.data(), static_cast<std::size_t>(count)) : "";
+    }
+
+    /// Waits until the loop has looked at what was done to the other end.
+    void settle()
+    {
+        onQueue([] {});
+    }
+
+    void closePeer()
+    {
+        if (const int descriptor = std::exchange(peer, -1); descriptor >= 0)
+            ::close(descriptor);
+    }
+
+    DispatchPool pool;
+    const std::shared_ptr<PoolContext> context = pool.context(QualityOfService::UserInitiated);
+    const std::shared_ptr<DispatchQueue> queue =
+        pool.makeQueue("watch", QualityOfService::UserInitiated);
+    std::unique_ptr<Watch> watch;
+    int peer = -1;
+};
+
+TEST_F(WatchTest, tellsWhatComesDuringTheWait)
+{
+    const auto told = waitReadable();
+    EXPECT_TRUE(isSilent(told));
+    send("a");
+    EXPECT_TRUE(isTold(told));
+}
+
+TEST_F(WatchTest, tellsWhatCameWhileNobodyWaitedOnce)
+{
+    send("a");
+    settle();
+    auto first = waitReadable();
+    ASSERT_TRUE(isTold(first));
+    EXPECT_EQ(first.get(), std::error_code());
+    EXPECT_EQ(read(), "a");
+    EXPECT_TRUE(isSilent(waitReadable()));
+}
+
+TEST_F(WatchTest, tellsTheEndAfterAReadThatLeftRoom)
+{
+    send("a");
+    closePeer();
+    settle();
+    ASSERT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "a");
+    EXPECT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "");
+}
+
+TEST_F(WatchTest, tellsTheEndThatCameTogetherWithBytesToOneWhoWaited)
+{
+    const auto first = waitReadable();
+    // While the loop is busy, both come.
+    onQueue([this] {
+        send("a");
+        closePeer();
+    });
+    ASSERT_TRUE(isTold(first));
+    EXPECT_EQ(read(), "a");
+    EXPECT_TRUE(isTold(waitReadable()));
+}
+
+TEST_F(WatchTest, tellsRoomToWriteAndNotBefore)
+{
+    const std::string bytes(4096, 'x');
+    while (::send(watch->descriptor(), bytes.data(), bytes.size(), 0) > 0) {
+    }
+    const auto told = waitWritable();
+    EXPECT_TRUE(isSilent(told));
+    std::array<char, 4096> room{};
+    while (::recv(peer, room.data(), room.size(), 0) > 0) {
+    }
+    EXPECT_TRUE(isTold(told));
+}
+
+TEST_F(WatchTest, tellsAFailureAlsoWhenItHasComeAlready)
+{
+    closePeer();
+    settle();
+    for (int count = 0; count < 2; ++count) {
+        auto told = std::make_shared<std::promise<std::error_code>>();
+        onQueue([&] {
+            watch->waitForFailure(strandOf(*queue),
+                                  [told](const std::error_code& error) { told->set_value(error); });
+        });
+        EXPECT_TRUE(isTold(told->get_future()));
+    }
+}
+
+TEST_F(WatchTest, endsWaitsWithAnErrorWhenTheyAreCancelledAndWhenItGoes)
+{
+    auto first = waitReadable();
+    onQueue([this] { watch->cancelWaits(); });
+    ASSERT_TRUE(isTold(first));
+    EXPECT_EQ(first.get(), std::errc::operation_canceled);
+    auto second = waitReadable();
+    onQueue([this] { watch.reset(); });
+    ASSERT_TRUE(isTold(second));
+    EXPECT_EQ(second.get(), std::errc::operation_canceled);
+}
+
+TEST_F(WatchTest, destroysWaitsUntoldWhenThePoolIsShutDown)
+{
+    auto token = std::make_shared<int>(0);
+    onQueue([&] {
+        watch->waitReadable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+    });
+    EXPECT_EQ(token.use_count(), 2);
+    pool.shutdown();
+    EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
+{
+    // It never stops, and says that it moves much; the peer's news is heard all the same.
+    const auto other = pool.makeQueue("flood", QualityOfService::UserInitiated);
+    auto isOver = std::make_shared<bool>(false);
+    std::function<void()> flood = [&flood, other, isOver, this] {
+        context->noteMoved(1UL << 20);
+        if (!*isOver)
+            other->async(flood);
+    };
+    other->async(flood);
+    for (int count = 0; count < 10; ++count) {
+        const auto told = waitReadable();
+        send("a");
+        ASSERT_TRUE(isTold(told));
+        EXPECT_EQ(read(), "a");
+    }
+    std::promise<void> done;
+    other->async([&] {
+        *isOver = true;
+        other->async([&] { other->async([&] { done.set_value(); }); });
+    });
+    done.get_future().wait();
+}
+
+class TimerTest : public testing::Test {
+protected:
+    ~TimerTest() override { pool.shutdown(); }
+
+    DispatchPool pool;
+    const std::shared_ptr<DispatchQueue> queue =
+        pool.makeQueue("timer", QualityOfService::UserInitiated);
+    Timer timer{pool.context(QualityOfService::UserInitiated)};
+};
+
+TEST_F(TimerTest, runsTheLastWorkThatWasStartedOnItsStrand)
+{
+    std::promise<bool> ran;
+    queue->async([&] {
+        timer.start(strandOf(*queue), 0ms, [] { FAIL() << "another took its place"; });
+        timer.start(strandOf(*queue), 20ms, [&] { ran.set_value(queue->isCurrent()); });
+    });
+    EXPECT_TRUE(ran.get_future().get());
+}
+
+TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
+{
+    std::promise<void> done;
+    queue->async([&] {
+        const auto token = std::make_shared<int>(0);
+        timer.start(strandOf(*queue), 0ms, [token] { FAIL(); });
+        // By now its time has come.
+        queue->async([&, token] {
+            timer.cancel();
+            EXPECT_EQ(token.use_count(), 1);
+            queue->asyncAfter(20ms, [&] { done.set_value(); });
+        });
+    });
+    done.get_future().wait();
+}
+
+} // namespace quillbox
