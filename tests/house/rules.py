@@ -53,7 +53,7 @@ ARROWS = {
 }
 
 # Kinds of outside headers, and the folders (with all below) or files that may include them.
-QT, AVAHI, ASIO, SYSTEM, TEST = "Qt", "Avahi", "Asio", "system", "GoogleTest"
+QT, AVAHI, SYSTEM, TEST = "Qt", "Avahi", "system", "GoogleTest"
 OUTSIDE = {
     QT: {
         "app",
@@ -65,14 +65,6 @@ OUTSIDE = {
         "tests/platform/desktop_integration",
     },
     AVAHI: {"platform/dnssd", "tests/platform/dnssd"},
-    ASIO: {
-        "platform/dispatch",
-        "platform/netlink",
-        "platform/tcp",
-        "tests/platform/dispatch",
-        "tests/platform/netlink",
-        "tests/platform/tcp",
-    },
     SYSTEM: {
         "platform/desktop",
         "platform/dispatch",
@@ -104,7 +96,6 @@ PLAIN_HEADERS = {
 KINDS = (
     (QT, re.compile(r"Q[A-Za-z]+(/.*)?$")),
     (AVAHI, re.compile(r"avahi-\w+/")),
-    (ASIO, re.compile(r"asio(\.hpp$|/)")),
     (TEST, re.compile(r"g(test|mock)/")),
     ("utf8proc", re.compile(r"utf8proc\.h$")),
     (SYSTEM, re.compile(r"([a-z_]+/)*[a-z0-9_-]+\.h$")),

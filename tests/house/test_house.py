@@ -29,7 +29,7 @@ HOUSE = {
     "app/main.cpp": '#include "app/app_delegate.h"\n#include "platform/linux/linux_network.h"\n',
     "discovery/phone_discovery.h": '#include "platform/browser.h"\n',
     "platform/browser.h": "#include <functional>\n",
-    "platform/dispatch/pool.h": "#include <asio/thread_pool.hpp>\n",
+    "platform/dispatch/pool.h": "#include <sys/epoll.h>\n",
     "platform/dnssd/dns_sd.h": '#include "platform/browser.h"\n',
     "platform/dnssd/engine.cpp": "#include <avahi-client/client.h>\n#include <poll.h>\n",
     "platform/linux/linux_network.h": '#include "platform/dnssd/dns_sd.h"\n',
@@ -56,7 +56,7 @@ def test_a_house_in_order_gives_no_complaint(tmp_path):
     [
         ("platform/x.h", '#include "relay/session.h"', "platform/ may not include relay/session.h"),
         ("platform/x.h", '#include "platform/dnssd/dns_sd.h"', "platform/ may not include"),
-        ("platform/x.h", "#include <asio.hpp>", "no Asio header here"),
+        ("platform/x.h", "#include <asio.hpp>", "is of no kind"),
         ("platform/x.cpp", "#include <unistd.h>", "no system header here"),
         ("platform/x.cpp", "#ifdef __linux__\n#endif", "a switch on __linux__"),
         ("platform/tcp/x.h", '#include "platform/dnssd/engine.cpp"', "may not include"),
