@@ -9,7 +9,6 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Pair;
-using ::testing::UnorderedElementsAre;
 
 class AppDelegateRelays : public AppFixture {
 protected:
