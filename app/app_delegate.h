@@ -152,7 +152,8 @@ private:
     void buildKeyboard();
     bool handleKey(const QEvent& event);
     void announce(const QString& status);
-    QWidget* addDeviceRow(const DiscoveredDevice& device);
+    void addHeading();
+    QWidget* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
     void centreWindow();
     bool isWindowVisible() const;
     void bringWindowForward();

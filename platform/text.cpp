@@ -1,5 +1,6 @@
 #include "platform/text.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <memory>
@@ -65,6 +66,10 @@ std::size_t startOfLastCharacter(std::string_view text)
 
 std::string normalized(std::string_view text)
 {
+    // ASCII is its own normal form, and what most names are made of.
+    if (std::ranges::all_of(text,
+                            [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
+        return std::string(text);
     utf8proc_uint8_t* result = nullptr;
     const auto length =
         utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &result,

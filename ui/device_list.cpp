@@ -4,8 +4,14 @@
 #include "ui/manage_button.h"
 #include "ui/text_style.h"
 
-#include <QBoxLayout>
+#include <QLayout>
+#include <QVariant>
 #include <algorithm>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
 namespace quillbox {
 
@@ -28,71 +34,142 @@ std::vector<ManageButton*> manageButtons(const std::vector<QWidget*>& rows)
 std::vector<QWidget*> takeAll(QLayout& layout)
 {
     std::vector<QWidget*> widgets;
-    while (const auto item = std::unique_ptr<QLayoutItem>(layout.takeAt(0)))
+    // From the end, where nothing has to move up.
+    while (layout.count() > 0) {
+        const std::unique_ptr<QLayoutItem> item(layout.takeAt(layout.count() - 1));
         widgets.push_back(item->widget());
+    }
+    std::ranges::reverse(widgets);
     return widgets;
 }
 
-/// Of two phones of one name the first new button takes the place of the first old one.
-void handOver(const std::vector<ManageButton*>& before, std::vector<ManageButton*> after)
+QVariant identifierOf(const ManageButton& button)
 {
-    for (ManageButton* old : before) {
-        const auto same = std::find_if(after.begin(), after.end(), [old](const ManageButton* one) {
-            return one->property(AppDelegate::kManagementIdentifier)
-                   == old->property(AppDelegate::kManagementIdentifier);
-        });
-        if (same == after.end())
-            continue;
-        (*same)->takeOver(*old);
-        after.erase(same);
+    return button.property(AppDelegate::kManagementIdentifier);
+}
+
+/// A button that somebody uses: of several phones of one name the one at the same place among them
+/// goes on with it.
+struct UsedButton {
+    ManageButton* button = nullptr;
+    std::ptrdiff_t place = 0;
+    ManageButton::Use use;
+};
+
+std::ptrdiff_t placeOf(const ManageButton& button, const std::vector<ManageButton*>& buttons)
+{
+    const auto end = std::ranges::find(buttons, &button);
+    return std::count_if(buttons.begin(), end, [&button](const ManageButton* other) {
+        return identifierOf(*other) == identifierOf(button);
+    });
+}
+
+std::vector<UsedButton> usedAmong(const std::vector<ManageButton*>& buttons)
+{
+    std::vector<UsedButton> used;
+    for (ManageButton* button : buttons) {
+        const ManageButton::Use use = button->use();
+        if (use.hasFocus || use.isDown)
+            used.push_back({button, placeOf(*button, buttons), use});
     }
+    return used;
+}
+
+/// None where there is none any more.
+ManageButton* successorOf(const UsedButton& used, const std::vector<ManageButton*>& buttons)
+{
+    std::ptrdiff_t before = used.place;
+    for (ManageButton* button : buttons) {
+        if (identifierOf(*button) == identifierOf(*used.button) && before-- == 0)
+            return button;
+    }
+    return nullptr;
+}
+
+bool hasSuccessor(const UsedButton& used, const std::vector<const DiscoveredDevice*>& managements)
+{
+    const std::string name = identifierOf(*used.button).toByteArray().toStdString();
+    return std::ranges::count_if(managements,
+                                 [&name](const DiscoveredDevice* management) {
+                                     return management && management->name == name;
+                                 })
+           > used.place;
+}
+
+/// For each device the first web service of its name; none where there is none.
+std::vector<const DiscoveredDevice*>
+managementsOf(const std::vector<DiscoveredDevice>& devices,
+              const std::vector<DiscoveredDevice>& managementDevices)
+{
+    std::unordered_map<std::string, const DiscoveredDevice*> byName;
+    for (const DiscoveredDevice& management : managementDevices)
+        byName.emplace(normalized(management.name), &management);
+    std::vector<const DiscoveredDevice*> managements;
+    for (const DiscoveredDevice& device : devices) {
+        const auto match = byName.find(normalized(device.name));
+        managements.push_back(match == byName.end() ? nullptr : match->second);
+    }
+    return managements;
 }
 
 } // namespace
 
 void AppDelegate::updateDeviceList()
 {
-    auto& layout = *static_cast<QBoxLayout*>(deviceListStack.layout());
-    const std::vector<QWidget*> before = takeAll(layout);
-    deviceListStack.setHidden(discoveredDevices.empty());
-    std::vector<QWidget*> rows;
-    if (!discoveredDevices.empty()) {
-        QLabel* heading =
-            makeLabel(QStringLiteral("AVAILABLE QUILLBOX DEVICES"),
-                      {.size = 10, .weight = QFont::DemiBold, .colour = Brand::slate()});
-        heading->setFixedHeight(kHeadingHeight);
-        layout.addWidget(heading);
-        for (const DiscoveredDevice& device : discoveredDevices)
-            rows.push_back(addDeviceRow(device));
+    const std::vector<QWidget*> before = takeAll(*deviceListStack.layout());
+    const std::vector<UsedButton> used = usedAmong(manageButtons(before));
+    const auto managements = managementsOf(discoveredDevices, managementDevices);
+    for (const UsedButton& one : used) {
+        // Hiding it would send the focus by way of another control, and a screen reader with it.
+        if (one.use.hasFocus && hasSuccessor(one, managements))
+            one.button->clearFocus();
     }
-    QWidget* previous = &showInFinder;
-    for (ManageButton* button : manageButtons(rows)) {
-        QWidget::setTabOrder(previous, button);
-        previous = button;
-    }
-    handOver(manageButtons(before), manageButtons(rows));
+    // A row that comes to a visible list is shown by itself, and all the others are laid out again.
+    deviceListStack.hide();
     for (QWidget* old : before) {
         // Not deleted at once: one of its buttons may be telling of its click.
         old->hide();
         old->setParent(window.get());
         old->deleteLater();
     }
+    std::vector<QWidget*> rows;
+    if (!discoveredDevices.empty()) {
+        addHeading();
+        for (std::size_t index = 0; index < discoveredDevices.size(); ++index)
+            rows.push_back(addDeviceRow(discoveredDevices[index], managements[index]));
+        deviceListStack.show();
+    }
+    const std::vector<ManageButton*> buttons = manageButtons(rows);
+    QWidget* previous = &showInFinder;
+    for (ManageButton* button : buttons) {
+        QWidget::setTabOrder(previous, button);
+        previous = button;
+    }
+    for (const UsedButton& one : used) {
+        if (ManageButton* successor = successorOf(one, buttons))
+            successor->goOnWith(one.use);
+    }
     updateWindowHeight();
 }
 
-QWidget* AppDelegate::addDeviceRow(const DiscoveredDevice& device)
+void AppDelegate::addHeading()
 {
-    auto& layout = *static_cast<QBoxLayout*>(deviceListStack.layout());
-    auto* row = new DeviceRow(device.name);
-    layout.addWidget(row);
-    const auto match = std::find_if(managementDevices.begin(), managementDevices.end(),
-                                    [&device](const DiscoveredDevice& candidate) {
-                                        return canonicallyEqual(candidate.name, device.name);
-                                    });
-    if (match == managementDevices.end())
+    QLabel* heading = makeLabel(QStringLiteral("AVAILABLE QUILLBOX DEVICES"),
+                                {.size = 10, .weight = QFont::DemiBold, .colour = Brand::slate()});
+    heading->setFixedHeight(kHeadingHeight);
+    deviceListStack.layout()->addWidget(heading);
+}
+
+/// `management` is the web service of that name; none where there is none.
+QWidget* AppDelegate::addDeviceRow(const DiscoveredDevice& device,
+                                   const DiscoveredDevice* management)
+{
+    auto* row = new DeviceRow(device.name, &deviceListStack);
+    deviceListStack.layout()->addWidget(row);
+    if (!management)
         return row;
-    ManageButton& manage = row->addManageButton(match->name);
-    manage.setProperty(kManagementIdentifier, QByteArray::fromStdString(match->name));
+    ManageButton& manage = row->addManageButton(management->name);
+    manage.setProperty(kManagementIdentifier, QByteArray::fromStdString(management->name));
     connect(&manage, &QPushButton::clicked, this, [this, &manage] { openNamedManagement(manage); });
     return row;
 }

@@ -19,6 +19,19 @@ constexpr int kSpacing = 8;
 constexpr int kTextHeight = 16;
 constexpr int kOverhang = 2;
 
+/// The looks of a row's texts: made once, as there are many rows.
+struct Looks {
+    PreparedTextStyle dot{{.size = 12, .colour = Brand::green()}};
+    PreparedTextStyle name{{.size = 12, .weight = QFont::Medium, .colour = Brand::navy()}};
+    PreparedTextStyle online{{.size = 11, .colour = Brand::green()}};
+};
+
+const Looks& looks()
+{
+    static const Looks all;
+    return all;
+}
+
 } // namespace
 
 DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
@@ -27,13 +40,15 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
     setFixedHeight(kTextHeight + 2 * kOverhang);
     setAccessibleName(DisplayText::forLabel(name));
 
-    auto* dot = new GlyphLabel(QStringLiteral("●"));
-    TextStyle{.size = 12, .colour = Brand::green()}.apply(*dot);
+    auto* dot = new GlyphLabel(QStringLiteral("●"), this);
+    looks().dot.apply(*dot);
     dot->setAccessibleName(QStringLiteral("Available"));
-    auto* label = new ElidedLabel(name);
-    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::navy()}.apply(*label);
+    auto* label = new ElidedLabel(name, this);
+    looks().name.apply(*label);
     label->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Preferred);
-    auto* online = makeLabel(QStringLiteral("Online"), {.size = 11, .colour = Brand::green()});
+    auto* online = new QLabel(QStringLiteral("Online"), this);
+    online->setTextFormat(Qt::PlainText);
+    looks().online.apply(*online);
 
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -46,7 +61,7 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
 
 ManageButton& DeviceRow::addManageButton(std::string_view name)
 {
-    manage = new ManageButton(name);
+    manage = new ManageButton(name, this);
     manage->setFixedHeight(kTextHeight + 2 * kOverhang);
     auto* row = static_cast<QHBoxLayout*>(layout());
     row->insertWidget(row->count() - 1, manage);

@@ -25,19 +25,36 @@ ElidedLabel::ElidedLabel(std::string_view name, QWidget* parent)
 
 bool ElidedLabel::isElided() const
 {
-    return fontMetrics().horizontalAdvance(text()) > contentsRect().width();
+    return textWidth() > contentsRect().width();
+}
+
+QSize ElidedLabel::sizeHint() const
+{
+    return sizeFor(textWidth());
 }
 
 QSize ElidedLabel::minimumSizeHint() const
 {
-    const QMargins margins = contentsMargins();
-    const int ellipsis = fontMetrics().horizontalAdvance(QChar(kEllipsis));
-    const QSize whole = QLabel::minimumSizeHint();
-    return {std::min(whole.width(), ellipsis + margins.left() + margins.right()), whole.height()};
+    return sizeFor(std::min(textWidth(), fontMetrics().horizontalAdvance(QChar(kEllipsis))));
+}
+
+QSize ElidedLabel::sizeFor(int width) const
+{
+    return QSize(width, fontMetrics().height()).grownBy(contentsMargins());
+}
+
+/// Setting a text is what costs most in a long list, and layouts ask for it time and again.
+int ElidedLabel::textWidth() const
+{
+    if (!knownTextWidth)
+        knownTextWidth = fontMetrics().horizontalAdvance(text());
+    return *knownTextWidth;
 }
 
 bool ElidedLabel::event(QEvent* event)
 {
+    if (event->type() == QEvent::FontChange)
+        knownTextWidth.reset();
     const bool isHandled = QLabel::event(event);
     switch (event->type()) {
     case QEvent::Resize:

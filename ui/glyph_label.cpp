@@ -1,5 +1,6 @@
 #include "ui/glyph_label.h"
 
+#include <QEvent>
 #include <QFontMetricsF>
 #include <QPainter>
 #include <cmath>
@@ -14,9 +15,20 @@ GlyphLabel::GlyphLabel(const QString& glyph, QWidget* parent) : QLabel(glyph, pa
 
 QSize GlyphLabel::sizeHint() const
 {
-    const QFontMetricsF metrics(font());
-    return {static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))),
-            static_cast<int>(std::ceil(metrics.tightBoundingRect(text()).height()))};
+    // Layouts ask again and again, and setting a text costs more than all else that they do.
+    if (!knownSize.isValid()) {
+        const QFontMetricsF metrics(font());
+        knownSize = {static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))),
+                     static_cast<int>(std::ceil(metrics.tightBoundingRect(text()).height()))};
+    }
+    return knownSize;
+}
+
+void GlyphLabel::changeEvent(QEvent* event)
+{
+    if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange)
+        knownSize = {};
+    QLabel::changeEvent(event);
 }
 
 void GlyphLabel::paintEvent(QPaintEvent* /*event*/)

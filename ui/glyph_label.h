@@ -18,7 +18,10 @@ public:
     QSize minimumSizeHint() const override { return sizeHint(); }
 
 private:
+    void changeEvent(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
+
+    mutable QSize knownSize; ///< of the text in its font; none before it was asked for
 };
 
 } // namespace quillbox

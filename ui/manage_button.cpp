@@ -15,15 +15,14 @@ ManageButton::ManageButton(std::string_view phoneName, QWidget* parent)
         QStringLiteral("Opens the web management page of this phone in the browser"));
 }
 
-void ManageButton::takeOver(ManageButton& before)
+void ManageButton::goOnWith(const Use& use)
 {
-    const bool wasDown = before.isDown(); // which ends when the focus goes
-    if (before.hasFocus())
+    if (use.hasFocus)
         setFocus(Qt::OtherFocusReason);
-    if (!wasDown)
+    if (!use.isDown)
         return;
     setDown(true);
-    isHeldByPointer = before.isHeldByPointer;
+    isHeldByPointer = use.isHeldByPointer;
     // The release belongs to the widget that was pressed: this one hears of it only by a grab.
     if (isHeldByPointer)
         grabMouse();

@@ -17,8 +17,17 @@ public:
     ManageButton& operator=(const ManageButton&) = delete;
     ~ManageButton() override = default;
 
-    /// Takes the focus from `before`, and a press of the pointer or of a key that is under way.
-    void takeOver(ManageButton& before);
+    /// What somebody is doing with a button.
+    struct Use {
+        bool hasFocus = false;
+        bool isDown = false;
+        bool isHeldByPointer = false;
+    };
+
+    Use use() const { return {hasFocus(), isDown(), isHeldByPointer}; }
+
+    /// Goes on with the focus, and with a press of the pointer or of a key that is under way.
+    void goOnWith(const Use& use);
 
 private:
     void mousePressEvent(QMouseEvent* event) override;

@@ -2,7 +2,6 @@
 
 #include <QFontInfo>
 #include <QLabel>
-#include <QPalette>
 #include <QWidget>
 
 namespace quillbox {
@@ -11,6 +10,15 @@ namespace {
 
 /// Of the size of a font.
 constexpr double kBaseLine = 0.32;
+
+/// Only these colours are fixed.
+QPalette paletteOf(const QColor& colour)
+{
+    QPalette palette;
+    for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
+        palette.setColor(role, colour);
+    return palette;
+}
 
 } // namespace
 
@@ -25,10 +33,17 @@ QFont TextStyle::font() const
 
 void TextStyle::apply(QWidget& widget) const
 {
-    widget.setFont(font());
-    QPalette palette;
-    for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
-        palette.setColor(role, colour);
+    PreparedTextStyle(*this).apply(widget);
+}
+
+PreparedTextStyle::PreparedTextStyle(const TextStyle& style)
+    : font(style.font()), palette(paletteOf(style.colour))
+{
+}
+
+void PreparedTextStyle::apply(QWidget& widget) const
+{
+    widget.setFont(font);
     widget.setPalette(palette);
 }
 

@@ -2,6 +2,7 @@
 
 #include <QColor>
 #include <QFont>
+#include <QPalette>
 #include <QString>
 
 class QLabel;
@@ -20,6 +21,18 @@ struct TextStyle {
 
     /// Gives a label or a button this look; the family follows the desktop's from then on.
     void apply(QWidget& widget) const;
+};
+
+/// A style made ready for many texts.
+class PreparedTextStyle final {
+public:
+    explicit PreparedTextStyle(const TextStyle& style);
+
+    void apply(QWidget& widget) const;
+
+private:
+    const QFont font;
+    const QPalette palette;
 };
 
 /// What push buttons, check boxes and fields are written in.

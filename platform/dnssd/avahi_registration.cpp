@@ -25,7 +25,8 @@ std::map<int, std::set<Address>> byInterface(const std::vector<HostAddress>& add
 /// An entry group with what has become of it.
 class AvahiRegistration::Group final : public AvahiGroupWatcher {
 public:
-    explicit Group(AvahiApi& api) : group(api.makeGroup(*this))
+    Group(AvahiApi& api, const std::function<void()>& theChanged)
+        : changed(theChanged), group(api.makeGroup(*this))
     {
         if (!group)
             error = api.lastError() == AVAHI_OK ? AVAHI_ERR_FAILURE : api.lastError();
@@ -44,7 +45,11 @@ public:
             error = group->commit();
     }
 
-    void onGroupState(AvahiEntryGroupState newState) override { state = newState; }
+    void onGroupState(AvahiEntryGroupState newState) override
+    {
+        state = newState;
+        changed();
+    }
 
     bool isEstablished() const
     {
@@ -61,14 +66,17 @@ public:
     }
 
 private:
+    const std::function<void()>& changed;
     AvahiEntryGroupState state = AVAHI_ENTRY_GROUP_UNCOMMITED;
     int error = AVAHI_OK;
     std::unique_ptr<AvahiGroup> group; // last: it may report while it is made
 };
 
-AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theRequest)
+AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theRequest,
+                                     std::function<void()> theChanged)
     : api(theApi),
       request(std::move(theRequest)),
+      changed(std::move(theChanged)),
       addressesByInterface(byInterface(this->request.addresses)),
       patience(kFirstPatience)
 {
@@ -76,7 +84,21 @@ AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theReques
 
 AvahiRegistration::~AvahiRegistration() = default;
 
-void AvahiRegistration::publish(Clock::time_point now)
+void AvahiRegistration::demand(const std::vector<HostAddress>& addresses)
+{
+    addressesByInterface = byInterface(addresses);
+}
+
+void AvahiRegistration::publish()
+{
+    if (std::exchange(isAllDemanded, false))
+        publishAll();
+    else if (!isOnComputersHostName())
+        publishDifferences();
+    publishedAddresses = addressesByInterface;
+}
+
+void AvahiRegistration::publishAll()
 {
     service.reset();
     hosts.clear();
@@ -86,33 +108,25 @@ void AvahiRegistration::publish(Clock::time_point now)
         for (const auto& [interfaceIndex, addresses] : addressesByInterface)
             publishAddresses(interfaceIndex, addresses);
     }
-    expectEstablishment(now);
 }
 
-void AvahiRegistration::setAddresses(const std::vector<HostAddress>& addresses,
-                                     Clock::time_point now)
+void AvahiRegistration::publishDifferences()
 {
-    auto wanted = byInterface(addresses);
-    std::swap(addressesByInterface, wanted);
-    if (isOnComputersHostName())
-        return;
-    const auto& former = wanted;
     std::erase_if(hosts, [&](const auto& host) {
-        const auto current = addressesByInterface.find(host.first);
-        const auto before = former.find(host.first);
-        return current == addressesByInterface.end() || before == former.end()
-               || current->second != before->second;
+        const auto demanded = addressesByInterface.find(host.first);
+        const auto published = publishedAddresses.find(host.first);
+        return demanded == addressesByInterface.end() || published == publishedAddresses.end()
+               || demanded->second != published->second;
     });
     for (const auto& [interfaceIndex, addressesThere] : addressesByInterface) {
         if (!hosts.contains(interfaceIndex))
             publishAddresses(interfaceIndex, addressesThere);
     }
-    expectEstablishment(now);
 }
 
 void AvahiRegistration::publishService()
 {
-    service = std::make_unique<Group>(api);
+    service = std::make_unique<Group>(api, changed);
     service->add([this](AvahiGroup& group) {
         return group.addService({.name = request.name,
                                  .type = request.type,
@@ -126,7 +140,7 @@ void AvahiRegistration::publishService()
 
 void AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Address>& addresses)
 {
-    auto host = std::make_unique<Group>(api);
+    auto host = std::make_unique<Group>(api, changed);
     for (const Address& address : addresses) {
         host->add([&](AvahiGroup& group) {
             return group.addAddress(request.hostName, {interfaceIndex, address});
@@ -147,6 +161,8 @@ AvahiRegistration::Outcome AvahiRegistration::outcome() const
         return std::nullopt;
     };
 
+    if (!service)
+        return {};
     if (const auto failure = failureOf(*service, Collision::Of::Service))
         return *failure;
     bool isEstablished = service->isEstablished();
@@ -158,23 +174,10 @@ AvahiRegistration::Outcome AvahiRegistration::outcome() const
     return {isEstablished ? State::Established : State::Underway, Collision::Of::Service, AVAHI_OK};
 }
 
-std::optional<AvahiRegistration::Clock::time_point> AvahiRegistration::deadline() const
+void AvahiRegistration::becomeOverdue()
 {
-    return outcome().state == Outcome::State::Underway ? patienceEnds : std::nullopt;
-}
-
-void AvahiRegistration::renewIfOverdue(Clock::time_point now)
-{
-    const auto due = deadline();
-    if (!due || *due > now)
-        return;
     patience = std::min<Clock::duration>(2 * patience, kMaximumPatience);
-    publish(now);
-}
-
-void AvahiRegistration::expectEstablishment(Clock::time_point now)
-{
-    patienceEnds = now + patience;
+    demandAll();
 }
 
 } // namespace quillbox::dnssd

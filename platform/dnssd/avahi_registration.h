@@ -4,6 +4,7 @@
 #include "platform/dnssd/messages.h"
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -26,23 +27,29 @@ public:
         int error = 0; ///< in Failed: one of Avahi's error numbers
     };
 
-    AvahiRegistration(AvahiApi& api, RegisterRequest request);
+    /// Publishes nothing yet. `changed` is called whenever Avahi says what became of a part; it
+    /// must not call back.
+    AvahiRegistration(AvahiApi& api, RegisterRequest request, std::function<void()> changed);
     AvahiRegistration(const AvahiRegistration&) = delete;
     AvahiRegistration& operator=(const AvahiRegistration&) = delete;
     ~AvahiRegistration();
 
-    /// Puts everything up anew.
-    void publish(Clock::time_point now);
+    /// At the next `publish` everything is put up anew.
+    void demandAll() { isAllDemanded = true; }
 
-    /// Touches the records of those interfaces whose addresses differ.
-    void setAddresses(const std::vector<HostAddress>& addresses, Clock::time_point now);
+    /// At the next `publish` the records of those interfaces whose addresses differ are touched.
+    void demand(const std::vector<HostAddress>& addresses);
+
+    /// Puts up what is demanded.
+    void publish();
 
     Outcome outcome() const;
 
     /// Probing takes about a second. In Avahi 0.8 an interface that goes away in the middle leaves
-    /// its group registering for ever, so one that takes long is put up anew at this time.
-    std::optional<Clock::time_point> deadline() const;
-    void renewIfOverdue(Clock::time_point now);
+    /// its group registering for ever, so one that is still underway by then is put up anew, and is
+    /// given longer.
+    Clock::time_point deadlineFrom(Clock::time_point now) const { return now + patience; }
+    void becomeOverdue();
 
     bool isOnComputersHostName() const { return request.hostName.empty(); }
 
@@ -52,17 +59,20 @@ public:
 private:
     class Group;
 
+    void publishAll();
     void publishService();
+    void publishDifferences();
     void publishAddresses(int interfaceIndex, const std::set<Address>& addresses);
-    void expectEstablishment(Clock::time_point now);
 
     AvahiApi& api;
-    RegisterRequest request;
-    std::map<int, std::set<Address>> addressesByInterface;
-    std::unique_ptr<Group> service;
+    const RegisterRequest request;
+    const std::function<void()> changed;
+    std::map<int, std::set<Address>> addressesByInterface; ///< as they are demanded
+    std::map<int, std::set<Address>> publishedAddresses;
+    bool isAllDemanded = true;
+    std::unique_ptr<Group> service; ///< none before it was published
     std::map<int, std::unique_ptr<Group>> hosts;
     Clock::duration patience;
-    std::optional<Clock::time_point> patienceEnds;
 };
 
 } // namespace quillbox::dnssd

@@ -18,7 +18,10 @@ namespace quillbox::dnssd {
 /// A browse or a lookup: passes answers on under its id.
 class AvahiQuestion final : public AvahiAnswers {
 public:
-    AvahiQuestion(AskId theId, std::function<void(Event)>& theEmit) : id(theId), emit(theEmit) {}
+    AvahiQuestion(AskId theId, std::function<void(Event)>& theEmit, std::set<AskId>& theFailed)
+        : id(theId), emit(theEmit), failed(theFailed)
+    {
+    }
 
     void onService(Change change, const Sighting& sighting, const char* name, const char* type,
                    const char* domain) override
@@ -55,14 +58,19 @@ public:
             emit(Settled{id});
     }
 
-    void onFailed(int error) override { failure = error; }
+    void onFailed(int error) override
+    {
+        failure = error;
+        failed.insert(id);
+    }
 
-    std::optional<int> failure;
+    int failure = AVAHI_OK; ///< one of Avahi's error numbers
     std::unique_ptr<AvahiObject> object;
 
 private:
     AskId id;
     std::function<void(Event)>& emit;
+    std::set<AskId>& failed;
     bool isSettled = false;
 };
 
@@ -149,15 +157,18 @@ void AvahiSession::start(const RegisterRequest& request, Clock::time_point now)
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_TYPE);
         return;
     }
-    auto registration = std::make_unique<AvahiRegistration>(api, request);
-    registration->publish(now);
-    registrations[request.id] = std::move(registration);
+    registrations[request.id] = std::make_unique<AvahiRegistration>(
+        api, request, [this, id = request.id] { changedRegistrations.insert(id); });
+    publishInTurn(request.id, now);
 }
 
 void AvahiSession::start(const UpdateAddressesRequest& request, Clock::time_point now)
 {
-    if (const auto found = registrations.find(request.id); found != registrations.end())
-        found->second->setAddresses(request.addresses, now);
+    const auto found = registrations.find(request.id);
+    if (found == registrations.end())
+        return;
+    found->second->demand(request.addresses);
+    publishInTurn(request.id, now);
 }
 
 void AvahiSession::start(const StopRequest& request, Clock::time_point /*now*/)
@@ -168,7 +179,7 @@ void AvahiSession::start(const StopRequest& request, Clock::time_point /*now*/)
 void AvahiSession::ask(AskId id,
                        const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open)
 {
-    auto question = std::make_unique<AvahiQuestion>(id, emit);
+    auto question = std::make_unique<AvahiQuestion>(id, emit, failedQuestions);
     question->object = open(*question);
     if (!question->object) {
         fail(id, api.lastError());
@@ -180,7 +191,10 @@ void AvahiSession::ask(AskId id,
 void AvahiSession::drop(AskId id)
 {
     questions.erase(id);
+    failedQuestions.erase(id);
     registrations.erase(id);
+    changedRegistrations.erase(id);
+    publications.leave(id);
 }
 
 void AvahiSession::fail(AskId id, int error)
@@ -191,60 +205,109 @@ void AvahiSession::fail(AskId id, int error)
         emit(Failed{id, dnsSdErrorOfAvahi(error)});
 }
 
-bool AvahiSession::endRegistrationOn(AskId id, const AvahiRegistration& registration)
+void AvahiSession::publishInTurn(AskId id, Clock::time_point now)
 {
-    using State = AvahiRegistration::Outcome::State;
-    const auto outcome = registration.outcome();
-    if (outcome.state != State::Collision && outcome.state != State::Failed)
-        return false;
-    registrations.erase(id);
-    if (outcome.state == State::Collision)
-        emit(Collision{id, outcome.collision});
-    else
-        fail(id, outcome.error);
-    return true;
+    if (publications.isUnderway(id)) {
+        publish(id, *registrations.at(id), now);
+        return;
+    }
+    publications.wait(id);
+    publishWhoseTurnItIs(now);
+}
+
+void AvahiSession::publishWhoseTurnItIs(Clock::time_point now)
+{
+    while (const auto id = publications.next())
+        publish(*id, *registrations.at(*id), now);
+}
+
+void AvahiSession::publish(AskId id, AvahiRegistration& registration, Clock::time_point now)
+{
+    registration.publish();
+    publications.begin(id, registration.deadlineFrom(now));
+    changedRegistrations.insert(id); // Avahi may have refused it without a word of its own
 }
 
 void AvahiSession::tidy(Clock::time_point now)
 {
-    for (auto next = questions.begin(); next != questions.end() && !broken;) {
-        const auto current = next++;
-        if (const auto failure = current->second->failure) {
-            const AskId id = current->first;
-            questions.erase(current);
-            fail(id, *failure);
-        }
+    endFailedQuestions();
+    renewOverdue(now);
+    lookAtChanged(now);
+    // What is established or gone makes room for others, and these may be refused at once.
+    for (publishWhoseTurnItIs(now); !changedRegistrations.empty() && !broken;
+         publishWhoseTurnItIs(now))
+        lookAtChanged(now);
+}
+
+void AvahiSession::endFailedQuestions()
+{
+    while (!failedQuestions.empty() && !broken) {
+        const AskId id = *failedQuestions.begin();
+        const int failure = questions.at(id)->failure;
+        drop(id);
+        fail(id, failure);
     }
-    for (auto next = registrations.begin(); next != registrations.end() && !broken;) {
-        const auto current = next++;
-        AvahiRegistration& registration = *current->second;
-        registration.renewIfOverdue(now);
-        if (endRegistrationOn(current->first, registration))
-            continue;
-        if (!registration.isReported
-            && registration.outcome().state == AvahiRegistration::Outcome::State::Established) {
-            registration.isReported = true;
-            emit(Registered{current->first});
-        }
+}
+
+void AvahiSession::renewOverdue(Clock::time_point now)
+{
+    // Behind the others that wait, for whom it may have been in the way.
+    while (const auto id = publications.takeOverdue(now)) {
+        registrations.at(*id)->becomeOverdue();
+        publications.wait(*id);
+    }
+}
+
+void AvahiSession::lookAtChanged(Clock::time_point now)
+{
+    while (!changedRegistrations.empty() && !broken) {
+        const AskId id = *changedRegistrations.begin();
+        changedRegistrations.erase(changedRegistrations.begin());
+        if (const auto found = registrations.find(id); found != registrations.end())
+            lookAt(id, *found->second, now);
+    }
+}
+
+void AvahiSession::lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now)
+{
+    using State = AvahiRegistration::Outcome::State;
+    ++lookCount;
+    const auto outcome = registration.outcome();
+    switch (outcome.state) {
+    case State::Underway:
+        // Avahi may begin anew by itself.
+        if (!publications.isUnderway(id) && !publications.isWaiting(id))
+            publications.begin(id, registration.deadlineFrom(now));
+        break;
+    case State::Established:
+        if (publications.isUnderway(id))
+            publications.leave(id);
+        if (!std::exchange(registration.isReported, true))
+            emit(Registered{id});
+        break;
+    case State::Collision:
+        drop(id);
+        emit(Collision{id, outcome.collision});
+        break;
+    case State::Failed:
+        drop(id);
+        fail(id, outcome.error);
+        break;
     }
 }
 
 std::optional<AvahiSession::Clock::time_point> AvahiSession::nextDeadline() const
 {
-    std::optional<Clock::time_point> earliest;
-    for (const auto& [id, registration] : registrations) {
-        const auto deadline = registration->deadline();
-        if (deadline && (!earliest || *deadline < *earliest))
-            earliest = deadline;
-    }
-    return earliest;
+    return publications.nextDeadline();
 }
 
 void AvahiSession::hostNameChanged(Clock::time_point now)
 {
     for (const auto& [id, registration] : registrations) {
-        if (registration->isOnComputersHostName())
-            registration->publish(now);
+        if (!registration->isOnComputersHostName())
+            continue;
+        registration->demandAll();
+        publishInTurn(id, now);
     }
 }
 

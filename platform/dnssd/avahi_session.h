@@ -2,12 +2,15 @@
 
 #include "platform/dnssd/avahi_api.h"
 #include "platform/dnssd/messages.h"
+#include "platform/dnssd/publication_queue.h"
 
 #include <chrono>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 
 namespace quillbox::dnssd {
 
@@ -18,7 +21,8 @@ class AvahiRegistration;
 /// thread of Avahi's loop.
 ///
 /// Avahi's callbacks free nothing and only note what became of a question or registration; the
-/// owner calls `tidy` after each turn of the loop, and there the consequences are drawn.
+/// owner calls `tidy` after each turn of the loop, and there the consequences are drawn. A turn
+/// costs what has changed in it, however much stands.
 class AvahiSession final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -46,6 +50,9 @@ public:
     /// could not do.
     bool isBroken() const { return broken; }
 
+    /// How often a registration was looked at, so far: a measure of the work done.
+    std::size_t looks() const { return lookCount; }
+
 private:
     void start(const BrowseRequest& request, Clock::time_point now);
     void start(const LocationRequest& request, Clock::time_point now);
@@ -57,13 +64,23 @@ private:
     void ask(AskId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open);
     void drop(AskId id);
     void fail(AskId id, int error);
-    /// True when the registration is gone.
-    bool endRegistrationOn(AskId id, const AvahiRegistration& registration);
+    /// Publishes what a registration demands once it is its turn.
+    void publishInTurn(AskId id, Clock::time_point now);
+    void publishWhoseTurnItIs(Clock::time_point now);
+    void publish(AskId id, AvahiRegistration& registration, Clock::time_point now);
+    void renewOverdue(Clock::time_point now);
+    void endFailedQuestions();
+    void lookAtChanged(Clock::time_point now);
+    void lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now);
 
     AvahiApi& api;
     std::function<void(Event)> emit;
     std::map<AskId, std::unique_ptr<AvahiQuestion>> questions;
+    std::set<AskId> failedQuestions; ///< since the last `tidy`
+    PublicationQueue publications;
+    std::set<AskId> changedRegistrations; ///< since the last `tidy`; some may be gone
     std::map<AskId, std::unique_ptr<AvahiRegistration>> registrations;
+    std::size_t lookCount = 0;
     bool broken = false;
 };
 

@@ -56,9 +56,19 @@ void EngineLink::tellAll(const std::function<void(Client&)>& tell)
     }
 }
 
+void EngineLink::attach(Client& client)
+{
+    clients.emplace(nextClient, &client);
+    keys.emplace(&client, nextClient++);
+}
+
 void EngineLink::detach(Client& client)
 {
-    std::erase_if(clients, [&client](const auto& entry) { return entry.second == &client; });
+    const auto key = keys.find(&client);
+    if (key == keys.end())
+        return;
+    clients.erase(key->second);
+    keys.erase(key);
 }
 
 AskId EngineLink::ask(Client& client, Request request)

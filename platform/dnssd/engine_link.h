@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <system_error>
+#include <unordered_map>
 
 namespace quillbox::dnssd {
 
@@ -51,7 +52,7 @@ public:
     void handle(const Event& event);
 
     /// A client that attaches asks the state by itself; later changes are told.
-    void attach(Client& client) { clients.emplace(nextClient++, &client); }
+    void attach(Client& client);
     void detach(Client& client);
 
     State state() const { return currentState; }
@@ -85,6 +86,7 @@ private:
     std::string computerName;
     std::uint64_t nextClient = 0;
     std::map<std::uint64_t, Client*> clients; ///< in the order in which they attached
+    std::unordered_map<const Client*, std::uint64_t> keys;
     AskId lastId = 0;
     std::map<AskId, Client*> routes;
 };

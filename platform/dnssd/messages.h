@@ -3,6 +3,7 @@
 #include "platform/dnssd/dns_sd_error.h"
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -75,6 +76,10 @@ struct HostAddress {
 
     bool operator==(const HostAddress&) const = default;
 };
+
+/// An engine probes for the names of so many registrations at once; the others wait for their turn.
+/// What Avahi spends on a probe grows with the number of those that are under way.
+inline constexpr std::size_t kRegistrationsAtOnce = 32;
 
 /// Publishes a service: Registered, or Collision (the name is taken, here or elsewhere; nothing is
 /// published any more), or Failed. A name is never changed by the engine.

@@ -3,6 +3,7 @@
 #include "platform/dnssd/dns_sd.h"
 #include "platform/dnssd/report.h"
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
@@ -55,6 +56,9 @@ public:
     OwnServices() = default;
     OwnServices(const OwnServices&) = delete;
     OwnServices& operator=(const OwnServices&) = delete;
+
+    /// How many are published, or about to be.
+    std::size_t count() const { return entries.size(); }
 
 private:
     std::optional<DnsSd::OwnService> find(const std::string& name, const std::string& type) const;

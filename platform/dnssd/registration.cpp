@@ -144,7 +144,9 @@ void Registration::ask()
     request.hostName = identity.hostName;
     request.addresses = addresses;
     id = link.ask(*this, std::move(request));
-    after(kRegistrationLimit, [](Registration& self) { self.refused(DnsSdError::Internal); });
+    const auto turns = static_cast<int>(1 + ownServices.count() / (kRegistrationsAtOnce + 1));
+    after(turns * kRegistrationLimit,
+          [](Registration& self) { self.refused(DnsSdError::Internal); });
 }
 
 void Registration::established()

@@ -22,7 +22,8 @@ namespace quillbox::dnssd {
 inline constexpr std::chrono::milliseconds kEstablishedLong{60'000};
 
 /// How long an engine may take to establish a registration or to refuse it. Probing takes about a
-/// second; an engine that forgot a registration in the middle of it is asked again.
+/// second; an engine that forgot a registration in the middle of it is asked again. That long for
+/// every `kRegistrationsAtOnce` that may be in front of it.
 inline constexpr std::chrono::milliseconds kRegistrationLimit{10'000};
 
 /// Keeps one service published, on a host of its own, under its name or one made from it. A name in

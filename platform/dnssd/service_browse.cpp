@@ -26,6 +26,58 @@ bool isDomain(const std::string& domain)
 
 } // namespace
 
+/// The sign of life of a service: its SRV record, kept open as a question.
+class ServiceBrowse::Life final : private QuestionObserver {
+public:
+    explicit Life(ServiceBrowse& owner) : browse(owner) {}
+    Life(const Life&) = delete;
+    Life& operator=(const Life&) = delete;
+    ~Life() { letGo(); }
+
+    /// Asks, unless it has asked already.
+    void watch(LocationPool& locations, const ServiceEndpoint& endpoint)
+    {
+        if (location)
+            return;
+        location = locations.ask({endpoint.name, endpoint.type, endpoint.domain});
+        location->addObserver(*this);
+        update();
+    }
+
+    /// Asks no more; what was told is kept.
+    void letGo()
+    {
+        if (location)
+            location->removeObserver(*this);
+        location = nullptr;
+    }
+
+    bool isLost() const { return lost; }
+
+private:
+    /// Each interface and family tells of the same record: most of it is no news.
+    void questionChanged() override
+    {
+        if (update())
+            browse.setChanged();
+    }
+
+    /// Whether anything is different.
+    bool update()
+    {
+        const bool before = lost;
+        if (!location->records().empty())
+            lost = false;
+        else if (location->isLost())
+            lost = true;
+        return lost != before;
+    }
+
+    ServiceBrowse& browse;
+    std::shared_ptr<LocationQuestion> location;
+    bool lost = false;
+};
+
 ServiceBrowse::ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue,
                              LocationPool& locationPool, std::string serviceType, Report updates)
     : link(engineLink),
@@ -39,8 +91,7 @@ ServiceBrowse::ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue,
 
 ServiceBrowse::~ServiceBrowse()
 {
-    for (Service& service : services)
-        letGo(service);
+    services.clear();
     link.end(id);
     link.detach(*this);
 }
@@ -102,15 +153,14 @@ void ServiceBrowse::forgetSightings()
     // The signs of life are let go too, so that at no time more questions stand than services are
     // listed; what they told is kept.
     for (Service& service : services) {
-        updateLife(service);
-        letGo(service);
+        service.life->letGo();
         service.sightings.clear();
     }
     // Places are taken in the order of the list, so that these are the ones that were listed.
     if (lastSet.empty())
         services.clear();
     else if (services.size() > kMaximumServices)
-        services.resize(kMaximumServices);
+        services.erase(services.begin() + kMaximumServices, services.end());
 }
 
 void ServiceBrowse::addSighting(const ServiceFound& sighted)
@@ -125,7 +175,6 @@ void ServiceBrowse::addSighting(const ServiceFound& sighted)
         addService(sighted, std::move(key));
     else if (service->sightings.size() < kMaximumSightings)
         service->sightings.insert(sighted.sighting);
-    setChanged();
 }
 
 void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
@@ -144,7 +193,9 @@ void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
     service.key = std::move(key);
     service.endpoint = {sighted.name, type, sighted.domain};
     service.sightings.insert(sighted.sighting);
+    service.life = std::make_unique<Life>(*this);
     services.push_back(std::move(service));
+    setChanged();
 }
 
 void ServiceBrowse::removeSighting(const ServiceLost& gone)
@@ -152,10 +203,9 @@ void ServiceBrowse::removeSighting(const ServiceLost& gone)
     const auto service = std::ranges::find(services, keyOf(gone.name, gone.domain), &Service::key);
     if (service == services.end() || service->sightings.erase(gone.sighting) == 0)
         return;
-    if (service->sightings.empty()) {
-        letGo(*service);
-        services.erase(service);
-    }
+    if (!service->sightings.empty())
+        return;
+    services.erase(service);
     setChanged();
 }
 
@@ -220,13 +270,8 @@ void ServiceBrowse::flush()
         return;
     std::vector<ServiceEndpoint> set;
     for (Service& service : services) {
-        if (!service.location) {
-            const ServiceEndpoint& endpoint = service.endpoint;
-            service.location = locations.ask({endpoint.name, endpoint.type, endpoint.domain});
-            service.location->addObserver(*this);
-        }
-        updateLife(service);
-        if (!service.isLost)
+        service.life->watch(locations, service.endpoint);
+        if (!service.life->isLost())
             set.push_back(service.endpoint);
     }
     if (set != lastSet) {
@@ -234,23 +279,6 @@ void ServiceBrowse::flush()
         scheduleFlush(kSetInterval);
     }
     report.deliver({DnsSd::BrowseUpdate::State::Ready, {}, std::move(set)});
-}
-
-void ServiceBrowse::updateLife(Service& service)
-{
-    if (!service.location)
-        return;
-    if (!service.location->records().empty())
-        service.isLost = false;
-    else if (service.location->isLost())
-        service.isLost = true;
-}
-
-void ServiceBrowse::letGo(Service& service)
-{
-    if (service.location)
-        service.location->removeObserver(*this);
-    service.location = nullptr;
 }
 
 } // namespace quillbox::dnssd

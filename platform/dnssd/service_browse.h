@@ -28,8 +28,7 @@ inline constexpr std::chrono::milliseconds kSetInterval{100};
 ///
 /// Belongs to the center's queue.
 class ServiceBrowse final : public std::enable_shared_from_this<ServiceBrowse>,
-                            private EngineLink::Client,
-                            private QuestionObserver {
+                            private EngineLink::Client {
 public:
     using Report = dnssd::Report<DnsSd::BrowseUpdate>;
 
@@ -43,18 +42,18 @@ public:
     void start();
 
 private:
+    class Life;
+
     struct Service {
         std::string key;
         ServiceEndpoint endpoint;
         std::set<Sighting> sightings; ///< empty when only an engine that went has seen it
-        std::shared_ptr<LocationQuestion> location; ///< the sign of life
-        bool isLost = false;
+        std::unique_ptr<Life> life;
     };
 
     void engineUp() override;
     void engineDown(std::error_code error) override;
     void engineEvent(const Event& event) override;
-    void questionChanged() override { setChanged(); }
 
     void ask();
     void forgetSightings();
@@ -68,8 +67,6 @@ private:
     void setChanged();
     void scheduleFlush(std::chrono::milliseconds delay);
     void flush();
-    void updateLife(Service& service);
-    void letGo(Service& service);
 
     EngineLink& link;
     DispatchQueue& queue;

@@ -28,6 +28,14 @@ protected:
         return *delegate->deviceListStack.layout()->itemAt(index)->widget();
     }
 
+    static Browser::Results phonesNumbered(int count)
+    {
+        Browser::Results phones;
+        for (int number = 1; number <= count; ++number)
+            phones.push_back(phoneNamed("Quillbox " + std::to_string(number)));
+        return phones;
+    }
+
     /// What stands in a row, from left to right.
     static std::vector<QWidget*> partsOf(const DeviceRow& row)
     {
@@ -354,6 +362,88 @@ TEST_F(DeviceList, aRedrawFromWithinAClickIsHarmless)
     releasePointer(*button);
     settle();
     EXPECT_EQ(viewCount(), 2);
+}
+
+/// Stands in a layout and counts how often that lays itself out.
+class LayoutCounter final : public QSpacerItem {
+public:
+    LayoutCounter() : QSpacerItem(0, 0) {}
+
+    void setGeometry(const QRect& place) override
+    {
+        QSpacerItem::setGeometry(place);
+        ++count;
+    }
+
+    int count = 0;
+};
+
+/// Counts the moves and resizes of a list's rows.
+class RowWatcher final : public QObject {
+public:
+    void watch(const std::vector<DeviceRow*>& rows)
+    {
+        for (DeviceRow* row : rows)
+            row->installEventFilter(this);
+    }
+
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override
+    {
+        if (event->type() == QEvent::Move || event->type() == QEvent::Resize)
+            ++count;
+        return false;
+    }
+
+    int count = 0;
+};
+
+TEST_F(DeviceList, aRedrawLaysOutOnceHoweverManyPhonesThereAre)
+{
+    open();
+    auto* counter = new LayoutCounter;
+    delegate->deviceListStack.parentWidget()->layout()->addItem(counter);
+    settle();
+    const auto layoutsFor = [&](int count) {
+        counter->count = 0;
+        findPhones(phonesNumbered(count));
+        settle();
+        return counter->count;
+    };
+    // Beyond these the height is at its maximum, which makes a difference of its own.
+    const int few = layoutsFor(20);
+    EXPECT_GT(few, 0);
+    EXPECT_LE(layoutsFor(100), few);
+    EXPECT_LE(layoutsFor(101), few);
+}
+
+TEST_F(DeviceList, everyRowIsPutInItsPlaceOnce)
+{
+    open();
+    findPhones(phonesNumbered(60));
+    RowWatcher watcher;
+    watcher.watch(rows());
+    settle();
+    // The scroll bar may come, which makes them narrower.
+    EXPECT_LE(watcher.count, 2 * 60);
+}
+
+TEST_F(DeviceList, theFocusDoesNotPassByAnotherControl)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    rows()[0]->manageButton()->setFocus(Qt::TabFocusReason);
+    std::vector<QWidget*> visited;
+    const auto connection = QObject::connect(qApp, &QApplication::focusChanged, qApp,
+                                             [&visited](QWidget* /*old*/, QWidget* now) {
+                                                 if (now)
+                                                     visited.push_back(now);
+                                             });
+    findPhones({phoneNamed("Quillbox"), phoneNamed("Quillbox A")});
+    settle();
+    QObject::disconnect(connection);
+    EXPECT_THAT(visited, ElementsAre(rows()[1]->manageButton()));
 }
 
 } // namespace

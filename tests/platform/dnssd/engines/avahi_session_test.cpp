@@ -140,6 +140,24 @@ protected:
             group->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
     }
 
+    /// Whatever waits is published in turn, and established.
+    void establishInTurns()
+    {
+        for (std::size_t before = 0; before != avahi.groupsMade;) {
+            before = avahi.groupsMade;
+            establishAll();
+            session.tidy(kStart);
+        }
+    }
+
+    std::size_t registered() const
+    {
+        return static_cast<std::size_t>(std::ranges::count_if(
+            events, [](const Event& event) { return std::holds_alternative<Registered>(event); }));
+    }
+
+    static constexpr std::size_t kAtOnce = kRegistrationsAtOnce;
+
     std::vector<Event> events;
     FakeAvahi avahi;
     AvahiSession session{avahi, [this](Event event) { events.push_back(std::move(event)); }};
@@ -265,6 +283,99 @@ TEST_F(AvahiSessionTest, publishesAnewUnderTheComputersNewName)
     session.hostNameChanged(kStart);
     EXPECT_EQ(avahi.groupsMade, before + 1);
     EXPECT_EQ(avahi.group("On its own"), own);
+}
+
+TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
+{
+    for (AskId id = 1; id <= 3 * kAtOnce; ++id)
+        session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
+    EXPECT_EQ(avahi.groupsMade, 2 * kAtOnce);
+    session.tidy(kStart);
+    EXPECT_EQ(avahi.groupsMade, 2 * kAtOnce);
+
+    avahi.group("Name 1")->become(AVAHI_ENTRY_GROUP_COLLISION);
+    session.tidy(kStart);
+    EXPECT_TRUE(avahi.group("Name " + std::to_string(kAtOnce + 1)));
+    EXPECT_EQ(avahi.groupsMade, 2 * kAtOnce + 2);
+    session.handle(StopRequest{2}, kStart);
+    session.tidy(kStart);
+    EXPECT_TRUE(avahi.group("Name " + std::to_string(kAtOnce + 2)));
+    session.handle(StopRequest{static_cast<AskId>(3 * kAtOnce)}, kStart);
+
+    establishInTurns();
+    EXPECT_EQ(registered(), 3 * kAtOnce - 3);
+    EXPECT_FALSE(avahi.group("Name " + std::to_string(3 * kAtOnce)));
+    EXPECT_FALSE(session.nextDeadline());
+}
+
+TEST_F(AvahiSessionTest, whatIsRefusedAtOnceMakesRoomAtOnce)
+{
+    avahi.addServiceError = AVAHI_ERR_COLLISION;
+    for (AskId id = 1; id <= 3 * kAtOnce; ++id)
+        session.handle(registration(id, "Name"), kStart);
+    session.tidy(kStart);
+    EXPECT_EQ(events.size(), 3 * kAtOnce);
+    EXPECT_FALSE(session.nextDeadline());
+}
+
+TEST_F(AvahiSessionTest, whatRegistersForTooLongGoesBehindTheOthers)
+{
+    for (AskId id = 1; id <= kAtOnce + 1; ++id)
+        session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
+    const std::string last = "Name " + std::to_string(kAtOnce + 1);
+    ASSERT_FALSE(avahi.group(last));
+    session.tidy(kStart + 3s);
+    EXPECT_TRUE(avahi.group(last));
+    EXPECT_EQ(avahi.groupsMade, 4 * kAtOnce) << "all but one are put up anew";
+    EXPECT_EQ(*session.nextDeadline(), kStart + 6s) << "the patience of the last one is its own";
+}
+
+TEST_F(AvahiSessionTest, newAddressesAreProbedForInTurns)
+{
+    for (AskId id = 1; id <= 2 * kAtOnce; ++id)
+        session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
+    establishInTurns();
+    const std::size_t before = avahi.groupsMade;
+    for (AskId id = 1; id <= 2 * kAtOnce; ++id)
+        session.handle(UpdateAddressesRequest{id, {{2, {}}, {4, {}}}}, kStart);
+    session.tidy(kStart);
+    EXPECT_EQ(avahi.groupsMade, before + kAtOnce);
+    establishInTurns();
+    EXPECT_EQ(avahi.groupsMade, before + 2 * kAtOnce);
+    EXPECT_EQ(registered(), 2 * kAtOnce) << "said once";
+}
+
+TEST_F(AvahiSessionTest, whatAvahiBeginsAnewByItselfIsGivenTime)
+{
+    session.handle(registration(1, "Name"), kStart);
+    establishInTurns();
+    avahi.group("Name")->become(AVAHI_ENTRY_GROUP_REGISTERING);
+    session.tidy(kStart + 10s);
+    EXPECT_EQ(avahi.groupsMade, 3U);
+    EXPECT_EQ(*session.nextDeadline(), kStart + 13s);
+    session.tidy(kStart + 13s);
+    EXPECT_EQ(avahi.groupsMade, 6U);
+}
+
+TEST_F(AvahiSessionTest, aTurnCostsWhatHasChangedInIt)
+{
+    constexpr AskId kCount = 1000;
+    for (AskId id = 1; id <= kCount; ++id)
+        session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
+    establishInTurns();
+    ASSERT_EQ(registered(), kCount);
+    // When it is published, and once its groups are established.
+    EXPECT_LE(session.looks(), 3 * kCount);
+
+    const std::size_t before = session.looks();
+    for (int turn = 0; turn < 100; ++turn) {
+        session.tidy(kStart + std::chrono::seconds(turn));
+        EXPECT_FALSE(session.nextDeadline());
+    }
+    EXPECT_EQ(session.looks(), before);
+    avahi.group("Name 500")->become(AVAHI_ENTRY_GROUP_COLLISION);
+    session.tidy(kStart);
+    EXPECT_EQ(session.looks(), before + 1);
 }
 
 TEST_F(AvahiSessionTest, endsWhatIsStoppedAndIgnoresTheUnknown)
