@@ -5,6 +5,7 @@
 #include "platform/endpoint.h"
 #include "platform/listener.h"
 #include "platform/net_service.h"
+#include "platform/traffic.h"
 
 #include <cstdint>
 #include <memory>
@@ -43,6 +44,9 @@ public:
 
     /// The interface of `service`, if any, is not used.
     virtual std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) = 0;
+
+    /// What the accepted connections have carried up to now. On the main thread.
+    virtual TrafficReport traffic() const = 0;
 };
 
 } // namespace quillbox

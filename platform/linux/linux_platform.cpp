@@ -68,6 +68,11 @@ public:
         return quillbox::makeNetService(*backends().dnsSd, queues.mainQueue(), service);
     }
 
+    TrafficReport traffic() const override
+    {
+        return isShutDown ? TrafficReport() : backends().tcp.traffic();
+    }
+
     void locate(const std::string& instanceName, ServiceLocator::Completion completion)
     {
         if (!isShutDown)
@@ -104,7 +109,7 @@ private:
         const std::unique_ptr<ServiceLocator> locator;
     };
 
-    Backends& backends()
+    Backends& backends() const
     {
         std::call_once(once, [this] { made = std::make_unique<Backends>(queues, mode); });
         return *made;
@@ -113,8 +118,8 @@ private:
     Queues& queues;
     const dnssd::DnsSdMode mode;
     bool isShutDown = false; ///< of the main thread
-    std::once_flag once;
-    std::unique_ptr<Backends> made;
+    mutable std::once_flag once;
+    mutable std::unique_ptr<Backends> made;
 };
 
 class LinuxPlatform::LazyLocator final : public ServiceLocator {

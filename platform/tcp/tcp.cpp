@@ -21,7 +21,8 @@ TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor
                        .sockets = std::make_shared<SocketLedger>(),
                        .hosts = std::make_shared<HostLookup>(),
                        .ownPorts = {},
-                       .provenAddresses = {}})
+                       .provenAddresses = {},
+                       .traffic = {}})
 {
 }
 
@@ -52,6 +53,11 @@ TcpNetwork::makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue)
             },
         .queue = std::move(mainQueue),
     });
+}
+
+TrafficReport TcpNetwork::traffic() const
+{
+    return context_->traffic.report();
 }
 
 bool TcpNetwork::flush(std::chrono::milliseconds limit)

@@ -5,6 +5,7 @@
 #include "platform/network.h"
 #include "platform/network_monitor.h"
 #include "platform/service_locator.h"
+#include "platform/traffic.h"
 
 #include <chrono>
 #include <cstdint>
@@ -38,6 +39,9 @@ public:
 
     /// Tells on the main queue. The locator does not outlive this object.
     std::unique_ptr<ServiceLocator> makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue);
+
+    /// What the accepted connections have carried up to now.
+    TrafficReport traffic() const;
 
     /// Waits until every connection's socket is closed, the bytes of the cancelled ones being
     /// delivered, or until `limit` has passed. Gives whether all are closed. For the end of the

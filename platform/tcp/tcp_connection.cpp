@@ -15,8 +15,9 @@ namespace {
 /// owner but the handlers that the owner gave.
 class ConnectionCore final : public std::enable_shared_from_this<ConnectionCore> {
 public:
-    ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted)
-        : context_(std::move(context)), accepted_(std::move(accepted))
+    ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted,
+                   std::unique_ptr<CountedSession> session)
+        : context_(std::move(context)), accepted_(std::move(accepted)), session_(std::move(session))
     {
     }
 
@@ -109,7 +110,8 @@ private:
     void beReady(std::unique_ptr<Socket> socket)
     {
         connector_.reset();
-        stream_ = std::make_shared<TcpStream>(context_, strandOf(*queue_), std::move(socket));
+        stream_ = std::make_shared<TcpStream>(context_, strandOf(*queue_), std::move(socket),
+                                              std::move(session_));
         report(Connection::State::Ready, {});
         stream_->open([weak = weak_from_this()](std::error_code error) {
             if (const auto self = weak.lock())
@@ -144,6 +146,7 @@ private:
     void close()
     {
         accepted_.reset();
+        session_.reset();
         if (connector_)
             connector_->stop();
         if (stream_)
@@ -157,7 +160,8 @@ private:
     }
 
     const std::shared_ptr<TcpContext> context_;
-    std::unique_ptr<Socket> accepted_; ///< until the start
+    std::unique_ptr<Socket> accepted_;        ///< until the start
+    std::unique_ptr<CountedSession> session_; ///< of an accepted one, until the start
     const std::optional<Endpoint> endpoint_;
     std::shared_ptr<DispatchQueue> queue_;
     Connection::StateUpdateHandler handler_;
@@ -200,10 +204,11 @@ private:
 } // namespace
 
 std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
-                                                   std::unique_ptr<Socket> socket)
+                                                   std::unique_ptr<Socket> socket,
+                                                   std::unique_ptr<CountedSession> session)
 {
-    return std::make_shared<TcpConnection>(
-        std::make_shared<ConnectionCore>(std::move(context), std::move(socket)));
+    return std::make_shared<TcpConnection>(std::make_shared<ConnectionCore>(
+        std::move(context), std::move(socket), std::move(session)));
 }
 
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,

@@ -4,15 +4,17 @@
 #include "platform/endpoint.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/tcp_context.h"
+#include "platform/tcp/traffic_ledger.h"
 
 #include <memory>
 
 namespace quillbox {
 
 /// A connection that a listener accepted; ready as soon as it is started. Dropped before that, it
-/// is closed.
+/// is closed. `session` counts it until it is closed.
 std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
-                                                   std::unique_ptr<Socket> socket);
+                                                   std::unique_ptr<Socket> socket,
+                                                   std::unique_ptr<CountedSession> session);
 
 /// A connection to `endpoint`, which is dialled once it is started.
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,

@@ -10,6 +10,7 @@
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/proven_addresses.h"
 #include "platform/tcp/socket_ledger.h"
+#include "platform/tcp/traffic_ledger.h"
 
 #include <memory>
 
@@ -27,6 +28,7 @@ struct TcpContext {
     std::shared_ptr<HostLookup> hosts;
     OwnPorts ownPorts;
     ProvenAddresses provenAddresses;
+    TrafficLedger traffic;
 };
 
 } // namespace quillbox

@@ -83,6 +83,7 @@ public:
             reportCancelled();
             return;
         }
+        traffic_ = context_->traffic.add(service_ ? service_->name : std::string());
         if (service_)
             registration_ = context_->dnsSd.registerService(
                 *service_, port_, queue_,
@@ -188,10 +189,11 @@ private:
     void takeConnection(int descriptor)
     {
         auto socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
-        if (!socket || !connectionHandler_)
+        if (!socket || !connectionHandler_ || !traffic_)
             return;
         const auto handler = connectionHandler_;
-        handler(makeAcceptedConnection(context_, std::move(socket)));
+        handler(makeAcceptedConnection(context_, std::move(socket),
+                                       std::make_unique<CountedSession>(traffic_)));
     }
 
     /// Waiting for connections would return at once, over and over: they are there already.
@@ -226,6 +228,7 @@ private:
     {
         closePort();
         registration_.reset();
+        traffic_.reset();
         timer_.cancel();
         // Its captures may hold the owner.
         connectionHandler_ = nullptr;
@@ -248,6 +251,7 @@ private:
     Listener::NewConnectionHandler connectionHandler_;
     Listener::StateUpdateHandler stateHandler_;
     std::unique_ptr<DnsSd::Ask> registration_;
+    std::shared_ptr<TrafficCounter> traffic_; ///< none before the start and once it is closed
     std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
     bool isCancelled_ = false;
     bool hasFailed_ = false;

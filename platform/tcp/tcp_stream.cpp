@@ -44,8 +44,11 @@ private:
 };
 
 TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
-                     std::unique_ptr<Socket> socket)
-    : context_(std::move(context)), strand_(std::move(strand)), socket_(std::move(socket))
+                     std::unique_ptr<Socket> socket, std::unique_ptr<CountedSession> session)
+    : context_(std::move(context)),
+      strand_(std::move(strand)),
+      socket_(std::move(socket)),
+      session_(std::move(session))
 {
 }
 
@@ -180,6 +183,8 @@ void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery deli
         content = Content(std::move(receive.piped));
     else if (receive.chunk && receive.chunk->size() > 0)
         content = Content(std::move(receive.chunk));
+    if (session_)
+        session_->noteReceived(content.size());
     deliver(delivery,
             [completion = std::move(receive.completion), content = std::move(content), isComplete,
              error]() mutable { completion(std::move(content), isComplete, error); });
@@ -208,6 +213,8 @@ void TcpStream::trySend(Delivery delivery)
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
         context_->pool->noteMoved(sent.count);
+        if (session_)
+            session_->noteSent(sent.count);
         if (sent.wouldBlock()) {
             socket_->waitWritable(strand_, [waiting = Waiting(shared_from_this())](
                                                const std::error_code& error) mutable {
@@ -298,6 +305,7 @@ void TcpStream::close()
         endReceive(false, canceled(), Delivery::Posted);
     if (send_)
         endSend(canceled(), Delivery::Posted);
+    session_.reset();
     // After the end of the peer's stream there is no input that could be left unread.
     closeGently(context_, std::move(socket_), std::move(unsent), hasSent_ && !hasEnded_);
 }

@@ -6,6 +6,7 @@
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_context.h"
+#include "platform/tcp/traffic_ledger.h"
 #include "platform/tcp/unsent.h"
 
 #include <cstddef>
@@ -27,7 +28,9 @@ class TcpStream final : public std::enable_shared_from_this<TcpStream> {
 public:
     using FailureHandler = std::function<void(std::error_code)>;
 
-    TcpStream(std::shared_ptr<TcpContext> context, Strand strand, std::unique_ptr<Socket> socket);
+    /// `session` counts what is carried until it is closed; none for what is not counted.
+    TcpStream(std::shared_ptr<TcpContext> context, Strand strand, std::unique_ptr<Socket> socket,
+              std::unique_ptr<CountedSession> session);
 
     TcpStream(const TcpStream&) = delete;
     TcpStream& operator=(const TcpStream&) = delete;
@@ -81,7 +84,9 @@ private:
     const std::shared_ptr<TcpContext> context_;
     const Strand strand_;
     std::unique_ptr<Socket> socket_; ///< none once it is closed
-    FailureHandler failed_;          ///< none once it was called, and once closed
+    std::unique_ptr<CountedSession>
+        session_;           ///< none once it is closed, and for what is not counted
+    FailureHandler failed_; ///< none once it was called, and once closed
     std::optional<Receive> receive_;
     std::optional<Send> send_;
     std::error_code error_; ///< the first one: the kernel tells each only once

@@ -200,6 +200,9 @@ public:
     std::shared_ptr<Browser> makeBrowser(std::string type,
                                          const TcpParameters& parameters) override;
     std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) override;
+    TrafficReport traffic() const override { return carried; }
+
+    TrafficReport carried;
 
     /// When set, the next listeners cannot be made.
     std::error_code listenerError;
