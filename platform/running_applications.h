@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -28,12 +29,36 @@ public:
     /// Asks that copy to bring all its windows to the front. Waits no longer than a moment for its
     /// answer.
     virtual void activate() = 0;
+
+    /// Sends a message, one line without its end, `kLongestMessage` bytes at the most, and waits
+    /// for the answer; the caller does nothing else meanwhile. None when there is none within
+    /// `limit`: that copy is stuck or about to end, or understands no messages.
+    virtual std::optional<std::string> ask(const std::string& message,
+                                           std::chrono::milliseconds limit) = 0;
+
+    /// Waits until the process that answered the last question has ended; gives whether it has
+    /// within `limit`.
+    virtual bool waitForEnd(std::chrono::milliseconds limit) = 0;
+
+    static constexpr std::size_t kLongestMessage = 8192;
+    static constexpr std::size_t kLongestAnswer = std::size_t{2} * 1024 * 1024;
+};
+
+/// What another process of this user's asks of this copy.
+struct CopyMessage {
+    std::string text;       ///< one line without its end
+    std::string permission; ///< to come forward, which the desktop gave that process; may be empty
 };
 
 /// The running copies of applications, this process among them. Belongs to the main thread.
 class RunningApplications {
 public:
     using ActivationHandler = std::function<void(const std::string& permission)>;
+
+    /// Answers a message with one line without its end, `kLongestAnswer` bytes at the most. Called
+    /// at any time on the main thread, also when nobody waits any more; the first call counts.
+    using Answer = std::function<void(const std::string& text)>;
+    using MessageHandler = std::function<void(const CopyMessage& message, const Answer& answer)>;
 
     virtual ~RunningApplications() = default;
 
@@ -48,6 +73,10 @@ public:
     /// come forward that the desktop gave that copy, or nothing. Activations that came before a
     /// handler was set are delivered, as one, when it is.
     virtual void setActivationHandler(ActivationHandler handler) = 0;
+
+    /// Called on the main thread with each message to this copy. Messages that came before a
+    /// handler was set are delivered when it is. Who sends one waits for about ten seconds.
+    virtual void setMessageHandler(MessageHandler handler) = 0;
 
     /// Stops counting as running, so that a copy started from now on does not yield to this one.
     virtual void withdraw() = 0;

@@ -1,10 +1,14 @@
 #include "platform/desktop/running_copies.h"
 
-#include "platform/desktop/activation.h"
+#include "platform/desktop/copy_listener.h"
+#include "platform/desktop/copy_request.h"
 #include "platform/desktop/local_socket.h"
 #include "platform/desktop/registration.h"
 #include "platform/standard_error.h"
 
+#include <QPointer>
+#include <chrono>
+#include <ctime>
 #include <optional>
 #include <utility>
 
@@ -15,6 +19,8 @@ namespace quillbox {
 
 namespace {
 
+constexpr timespec kBusyPause{.tv_sec = 0, .tv_nsec = 10'000'000};
+
 class ThisProcess final : public RunningApplication {
 public:
     explicit ThisProcess(std::optional<LaunchDate> date) : launched(date) {}
@@ -23,6 +29,14 @@ public:
     std::optional<LaunchDate> launchDate() const override { return launched; }
     bool isTerminated() const override { return false; }
     void activate() override {}
+
+    std::optional<std::string> ask(const std::string& /*message*/,
+                                   std::chrono::milliseconds /*limit*/) override
+    {
+        return std::nullopt;
+    }
+
+    bool waitForEnd(std::chrono::milliseconds /*limit*/) override { return false; }
 
 private:
     const std::optional<LaunchDate> launched;
@@ -49,10 +63,36 @@ public:
             requestActivation(connection.get(), token);
     }
 
+    std::optional<std::string> ask(const std::string& message,
+                                   std::chrono::milliseconds limit) override
+    {
+        const auto deadline = std::chrono::steady_clock::now() + limit;
+        FileDescriptor connection;
+        Reached reached = connectTo(folder->get(), registration.fileName, connection);
+        // No call waits for room in the queue of a local socket.
+        while (reached == Reached::Busy && std::chrono::steady_clock::now() < deadline) {
+            ::nanosleep(&kBusyPause, nullptr);
+            reached = connectTo(folder->get(), registration.fileName, connection);
+        }
+        if (reached != Reached::Connected)
+            return std::nullopt;
+        // Before the question, which may be what ends it.
+        process = processBehind(connection.get());
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        return exchangeMessage(connection.get(), token, message, left);
+    }
+
+    bool waitForEnd(std::chrono::milliseconds limit) override
+    {
+        return process.isOpen() ? waitForProcess(process.get(), limit) : isTerminated();
+    }
+
 private:
     const std::shared_ptr<const FileDescriptor> folder;
     const Registration registration;
     const std::string token;
+    FileDescriptor process; ///< once it was asked
 };
 
 class RunningCopies final : public QObject, public RunningApplications {
@@ -110,6 +150,23 @@ public:
             Qt::QueuedConnection);
     }
 
+    void setMessageHandler(MessageHandler newHandler) override
+    {
+        messageHandler = std::move(newHandler);
+        if (!messageHandler || pendingMessages.empty())
+            return;
+        QMetaObject::invokeMethod(
+            this,
+            [this, messages = std::exchange(pendingMessages, {})] {
+                const QPointer alive(this);
+                for (const auto& [message, answer] : messages) {
+                    if (alive)
+                        hear(message, answer);
+                }
+            },
+            Qt::QueuedConnection);
+    }
+
     void withdraw() override { withdrawRegistration(); }
 
 private:
@@ -123,8 +180,22 @@ private:
     void listen(OwnRegistration added)
     {
         own = std::move(added.registration);
-        listener = std::make_unique<ActivationListener>(
-            std::move(added.socket), [this](const std::string& token) { deliver(token); });
+        listener = std::make_unique<CopyListener>(
+            std::move(added.socket),
+            CopyListener::Handlers{
+                .activation = [this](const std::string& token) { deliver(token); },
+                .message = [this](const CopyMessage& message,
+                                  const Answer& answer) { hear(message, answer); }});
+    }
+
+    void hear(const CopyMessage& message, const Answer& answer)
+    {
+        if (!messageHandler) {
+            pendingMessages.emplace_back(message, answer);
+            return;
+        }
+        const auto callback = messageHandler;
+        callback(message, answer);
     }
 
     void deliver(const std::string& permission)
@@ -151,12 +222,28 @@ private:
     std::shared_ptr<const FileDescriptor> folder;
     std::optional<Registration> own;
     std::shared_ptr<RunningApplication> self;
-    std::unique_ptr<ActivationListener> listener;
+    std::unique_ptr<CopyListener> listener;
     ActivationHandler handler;
+    MessageHandler messageHandler;
     std::optional<std::string> pendingPermission; ///< of an activation that nobody heard of yet
+    std::vector<std::pair<CopyMessage, Answer>> pendingMessages;
 };
 
 } // namespace
+
+std::vector<std::shared_ptr<RunningApplication>>
+findRunningCopies(const RunningCopiesOptions& options, std::string& problem)
+{
+    const auto folder = std::make_shared<FileDescriptor>(
+        openRegistrationFolder(options.folders, options.bundleIdentifier, problem));
+    std::vector<std::shared_ptr<RunningApplication>> copies;
+    if (!folder->isOpen())
+        return copies;
+    for (Registration& registration : runningRegistrations(folder->get()))
+        copies.push_back(
+            std::make_shared<OtherCopy>(folder, std::move(registration), options.activationToken));
+    return copies;
+}
 
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options)
 {

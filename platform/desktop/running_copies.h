@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace quillbox {
 
@@ -20,5 +21,11 @@ struct RunningCopiesOptions {
 ///
 /// On the main thread, once the application object exists.
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options);
+
+/// The running copies, in the order of their registration, for a process that is none and stays
+/// unseen by them. Needs no application object. Where there is no safe place to look, there are
+/// none, and `problem` says why.
+std::vector<std::shared_ptr<RunningApplication>>
+findRunningCopies(const RunningCopiesOptions& options, std::string& problem);
 
 } // namespace quillbox

@@ -10,6 +10,20 @@ FakeRunningApplication::FakeRunningApplication(std::int64_t processIdentifier,
 {
 }
 
+std::optional<std::string> FakeRunningApplication::ask(const std::string& message,
+                                                       std::chrono::milliseconds limit)
+{
+    asked.push_back(message);
+    limits.push_back(limit);
+    return answers ? answers(message) : std::nullopt;
+}
+
+bool FakeRunningApplication::waitForEnd(std::chrono::milliseconds limit)
+{
+    limits.push_back(limit);
+    return endsWhenAsked;
+}
+
 std::vector<std::shared_ptr<RunningApplication>>
 FakeRunningApplications::runningApplications(const std::string& bundleIdentifier)
 {
@@ -20,6 +34,11 @@ FakeRunningApplications::runningApplications(const std::string& bundleIdentifier
 void FakeRunningApplications::setActivationHandler(ActivationHandler newHandler)
 {
     handler = std::move(newHandler);
+}
+
+void FakeRunningApplications::setMessageHandler(MessageHandler newHandler)
+{
+    messageHandler = std::move(newHandler);
 }
 
 std::shared_ptr<FakeRunningApplication>

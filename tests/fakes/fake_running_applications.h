@@ -2,7 +2,9 @@
 
 #include "platform/running_applications.h"
 
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -20,11 +22,18 @@ public:
     std::optional<LaunchDate> launchDate() const override { return date; }
     bool isTerminated() const override { return terminated; }
     void activate() override { ++activations; }
+    std::optional<std::string> ask(const std::string& message,
+                                   std::chrono::milliseconds limit) override;
+    bool waitForEnd(std::chrono::milliseconds limit) override;
 
     std::int64_t identifier = 0;
     std::optional<LaunchDate> date;
     bool terminated = false;
     int activations = 0;
+    std::vector<std::string> asked;
+    std::function<std::optional<std::string>(const std::string&)> answers; ///< none: it is stuck
+    bool endsWhenAsked = true;
+    std::vector<std::chrono::milliseconds> limits; ///< of every wait
 };
 
 /// The running copies, by hand. At first this process runs alone.
@@ -37,6 +46,7 @@ public:
     std::vector<std::shared_ptr<RunningApplication>>
     runningApplications(const std::string& bundleIdentifier) override;
     void setActivationHandler(ActivationHandler newHandler) override;
+    void setMessageHandler(MessageHandler newHandler) override;
     void withdraw() override { ++withdrawals; }
 
     /// Adds a copy of that identifier behind the others.
@@ -49,6 +59,7 @@ public:
     std::map<std::string, std::vector<std::shared_ptr<RunningApplication>>> copies;
     std::vector<std::string> questions; ///< the identifiers that were asked for
     ActivationHandler handler;
+    MessageHandler messageHandler;
     int withdrawals = 0;
 };
 

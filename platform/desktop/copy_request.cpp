@@ -1,0 +1,117 @@
+#include "platform/desktop/copy_request.h"
+
+#include "platform/desktop/copy_protocol.h"
+#include "platform/desktop/local_socket.h"
+#include "platform/running_applications.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using copy_protocol::kEndOfLine;
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kActivationLimit{1000};
+
+/// Waits for events on a descriptor; false when the time is up.
+bool await(int descriptor, short events, Clock::time_point deadline)
+{
+    pollfd waiting{descriptor, events, 0};
+    while (true) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+        const auto most = std::max(left, std::chrono::milliseconds::zero());
+        const int count = ::poll(&waiting, 1, static_cast<int>(most.count()));
+        if (count > 0)
+            return true;
+        if (count == 0 || errno != EINTR)
+            return false;
+    }
+}
+
+bool sendAll(int connection, std::string_view bytes, Clock::time_point deadline)
+{
+    while (!bytes.empty()) {
+        const auto length = ::send(connection, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        if (length >= 0)
+            bytes.remove_prefix(static_cast<std::size_t>(length));
+        else if (errno != EINTR && (errno != EAGAIN || !await(connection, POLLOUT, deadline)))
+            return false;
+    }
+    return true;
+}
+
+/// One line without its end, and nothing behind it.
+std::optional<std::string> receiveLine(int connection, std::size_t longest,
+                                       Clock::time_point deadline)
+{
+    std::string line;
+    std::array<char, 65536> buffer{};
+    while (line.size() <= longest && await(connection, POLLIN, deadline)) {
+        const auto length = ::recv(connection, buffer.data(), buffer.size(), 0);
+        if (length < 0 && (errno == EAGAIN || errno == EINTR))
+            continue;
+        if (length <= 0)
+            break;
+        line.append(buffer.data(), static_cast<std::size_t>(length));
+        if (const auto end = line.find(kEndOfLine, line.size() - static_cast<std::size_t>(length));
+            end != std::string::npos) {
+            if (end + 1 != line.size())
+                break;
+            line.pop_back();
+            return line;
+        }
+    }
+    return std::nullopt;
+}
+
+} // namespace
+
+void requestActivation(int connection, const std::string& token)
+{
+    if (!isPeerOfSameUser(connection))
+        return;
+    const auto deadline = Clock::now() + kActivationLimit;
+    // Whatever the answer is, even the end of the connection: the other copy has read the request.
+    if (sendAll(connection, copy_protocol::activation(token) + kEndOfLine, deadline))
+        await(connection, POLLIN, deadline);
+}
+
+std::optional<std::string> exchangeMessage(int connection, const std::string& token,
+                                           const std::string& text, std::chrono::milliseconds limit)
+{
+    const auto deadline = Clock::now() + limit;
+    const auto line = copy_protocol::message(token, text);
+    if (!line || !isPeerOfSameUser(connection)
+        || !sendAll(connection, *line + kEndOfLine, deadline))
+        return std::nullopt;
+    const auto answer = receiveLine(
+        connection, copy_protocol::kLongestPrefix + RunningApplication::kLongestAnswer, deadline);
+    return answer ? copy_protocol::answerIn(*answer) : std::nullopt;
+}
+
+FileDescriptor processBehind(int connection)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0)
+        return {};
+    // The header of glibc 2.36 that declares a function for it is for C only.
+    return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
+}
+
+bool waitForProcess(int process, std::chrono::milliseconds limit)
+{
+    return await(process, POLLIN, Clock::now() + limit);
+}
+
+} // namespace quillbox
