@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/app_environment.h"
+#include "app/control_message.h"
 #include "discovery/discovered_device.h"
 #include "discovery/management_resolver.h"
 #include "discovery/phone_discovery.h"
@@ -20,6 +21,7 @@
 #include <QVariant>
 #include <QWidget>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -48,6 +50,14 @@ public:
     /// The Finder name of the one relay of manual mode.
     static constexpr const char* kManualFinderName = "Quillbox";
 
+    /// What brings web management about, in one line.
+    static constexpr const char* kHowToEnableManagement =
+        "Enable web management on your phone: in Quillbox, open Users and turn on Enable web "
+        "management for your SMB account";
+
+    /// Told once: nothing when the page was opened, or why not.
+    using ManagementTold = std::function<void(const std::optional<std::string>& refusal)>;
+
     /// Makes the controls and fills the fields from the stored settings; nothing runs.
     explicit AppDelegate(AppEnvironment appEnvironment);
     AppDelegate(const AppDelegate&) = delete;
@@ -70,6 +80,13 @@ public:
     /// to come forward; may be empty.
     void activatedByAnotherCopy(const std::string& permission);
 
+    /// A process of this user's asks for something; it is told what came of it. What it asks for is
+    /// done as from the menu, and refused with the words of the status line.
+    void messageArrived(const CopyMessage& message, const RunningApplications::Answer& answer);
+
+    /// What goes on at this moment.
+    HelperStatus helperStatus() const;
+
     // The settings.
     void saveFields(const std::string& host, std::uint16_t port);
     void toggleFinderVisibility();
@@ -90,7 +107,7 @@ public:
     void openManagement();
     void openManagementMenu(const QAction& item);
     void openNamedManagement(const QPushButton& button);
-    void resolveManagement(const Endpoint& endpoint);
+    void resolveManagement(const Endpoint& endpoint, ManagementTold told = {});
 
     /// The property of a "Manage" button, and the data of a menu item likewise, that holds the name
     /// of its phone: a QByteArray of UTF-8, verbatim.
@@ -133,6 +150,9 @@ public:
     std::vector<DiscoveredDevice> discoveredDevices;
     /// The Finder names whose relay reported ready, in automatic mode.
     std::set<std::string, CanonicalLess> readyFinderNames;
+    /// What `setStatus` was told last, verbatim.
+    StatusReport lastReport{.ready = false,
+                            .text = "Enter the local IP address shown in Quillbox."};
 
 private:
     bool eventFilter(QObject* watched, QEvent* event) override;
@@ -167,13 +187,21 @@ private:
     StatusReport visibleStatus() const;
     std::shared_ptr<FinderRelay> makeRelay();
 
-    void refuseToOpen(const StatusReport& reason);
+    std::optional<StatusReport> openShare(const std::string* phone);
+    StatusReport refuseToOpen(const StatusReport& reason);
+    StatusReport refuseLoudly(const StatusReport& reason);
+
+    ControlAnswer openOnRequest(const std::optional<std::string>& phone);
+    void manageOnRequest(const std::optional<std::string>& phone,
+                         const RunningApplications::Answer& answer);
+    ControlAnswer restartOnRequest();
 
     void openManagementOf(const QVariant& name);
     void managementResolved(const std::optional<std::string>& url);
     void explainWebManagement();
     void popUpManagementMenu();
 
+    ManagementTold managementTold; ///< of the resolver in flight; may be empty
     const AppEnvironment environment;
 };
 

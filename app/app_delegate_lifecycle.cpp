@@ -88,7 +88,8 @@ void AppDelegate::applicationDidFinishLaunching()
     managementDiscovery->start();
 
     centreWindow();
-    bringWindowForward();
+    if (!environment.startsHidden)
+        bringWindowForward();
     environment.runningApplications.setActivationHandler(
         [self = QPointer(this)](const std::string& permission) {
             if (self)
@@ -97,6 +98,13 @@ void AppDelegate::applicationDidFinishLaunching()
     readCheckBoxes();
     if (showInFinder.isChecked())
         restartRelay();
+    // Last: what is asked for is asked of a helper that knows its settings.
+    environment.runningApplications.setMessageHandler(
+        [self = QPointer(this)](const CopyMessage& message,
+                                const RunningApplications::Answer& answer) {
+            if (self)
+                self->messageArrived(message, answer);
+        });
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -144,7 +152,9 @@ bool AppDelegate::activateExistingInstance()
     });
     if (older == copies.end())
         return false;
-    (*older)->activate();
+    // What starts hidden, at login for one, shows no window of another copy either.
+    if (!environment.startsHidden)
+        (*older)->activate();
     return true;
 }
 

@@ -13,42 +13,50 @@ constexpr const char* kServiceSuffix = "._smb._tcp.local";
 
 void AppDelegate::openInFinder()
 {
+    openShare(nullptr);
+}
+
+/// Opens the share of `phone`, or, when that is none, of the only one that there is. Gives why not,
+/// as the window tells it; none when the share is on its way.
+std::optional<StatusReport> AppDelegate::openShare(const std::string* phone)
+{
     const std::string share = trimmed(shareField.text().toStdString());
     const std::string user = trimmed(userField.text().toStdString());
-    if (share.empty()) {
-        refuseToOpen({.ready = false, .text = "Enter a share name under Advanced"});
-        return;
-    }
-    if (!showInFinder.isChecked()) {
-        setStatus({.ready = false, .text = "Turn on Show Quillbox in Finder first"});
-        return;
-    }
-    if (automaticDiscovery.isChecked() && discoveredDevices.empty()) {
-        refuseToOpen({.ready = false, .text = "No Quillbox device is available yet"});
-        return;
-    }
-    if (automaticDiscovery.isChecked() && discoveredDevices.size() > 1) {
-        // Nothing is wrong here: the user only has to choose elsewhere.
-        refuseToOpen({.ready = true, .text = "Choose a Quillbox device directly in Finder"});
-        return;
-    }
-    const std::string finderName =
-        automaticDiscovery.isChecked() ? discoveredDevices.front().name : kManualFinderName;
+    const bool isAutomatic = automaticDiscovery.isChecked();
+    if (share.empty())
+        return refuseLoudly({.ready = false, .text = "Enter a share name under Advanced"});
+    if (!showInFinder.isChecked())
+        return refuseToOpen({.ready = false, .text = "Turn on Show Quillbox in Finder first"});
+    if (!phone && isAutomatic && discoveredDevices.empty())
+        return refuseLoudly({.ready = false, .text = "No Quillbox device is available yet"});
+    // Nothing is wrong here: the user only has to choose elsewhere.
+    if (!phone && isAutomatic && discoveredDevices.size() > 1)
+        return refuseLoudly({.ready = true, .text = "Choose a Quillbox device directly in Finder"});
+
+    const std::string only =
+        isAutomatic && !phone ? discoveredDevices.front().name : std::string(kManualFinderName);
+    const std::string& finderName = phone ? *phone : only;
     const auto url = smbUrl({.user = user, .host = finderName + kServiceSuffix, .share = share});
-    if (!url) {
-        setStatus({.ready = false, .text = "Check the connection fields"});
-        return;
-    }
+    if (!url)
+        return refuseToOpen({.ready = false, .text = "Check the connection fields"});
     // What was typed is kept as it is: only a relay needs a host and a port that can be used.
     if (const auto port = parsePort(portField.text().toStdString()))
         saveFields(trimmed(hostField.text().toStdString()), *port);
     environment.workspace.open(*url);
+    return std::nullopt;
 }
 
-void AppDelegate::refuseToOpen(const StatusReport& reason)
+StatusReport AppDelegate::refuseToOpen(const StatusReport& reason)
+{
+    setStatus(reason);
+    return reason;
+}
+
+StatusReport AppDelegate::refuseLoudly(const StatusReport& reason)
 {
     setStatus(reason);
     environment.workspace.beep();
+    return reason;
 }
 
 } // namespace quillbox

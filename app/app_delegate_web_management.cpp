@@ -2,6 +2,7 @@
 
 #include <QPointer>
 #include <algorithm>
+#include <utility>
 
 namespace quillbox {
 
@@ -38,10 +39,12 @@ void AppDelegate::openManagementOf(const QVariant& name)
         resolveManagement(device->endpoint);
 }
 
-void AppDelegate::resolveManagement(const Endpoint& endpoint)
+void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementTold told)
 {
     if (managementResolver)
         managementResolver->cancel();
+    if (const auto before = std::exchange(managementTold, std::move(told)))
+        before("Another request to open web management came after this one");
     // Held here as well: it may report, and be dropped by its owner, while it starts.
     const auto resolver = std::make_shared<ManagementResolver>(
         environment.network, endpoint,
@@ -56,12 +59,18 @@ void AppDelegate::resolveManagement(const Endpoint& endpoint)
 void AppDelegate::managementResolved(const std::optional<std::string>& url)
 {
     managementResolver = nullptr;
+    const auto told = std::exchange(managementTold, nullptr);
     if (url) {
         environment.workspace.open(*url);
+        if (told)
+            told(std::nullopt);
         return;
     }
-    setStatus({.ready = false,
-               .text = "Could not resolve management address. Check the phone is online."});
+    constexpr const char* kNotResolved =
+        "Could not resolve management address. Check the phone is online.";
+    setStatus({.ready = false, .text = kNotResolved});
+    if (told)
+        told(kNotResolved);
 }
 
 } // namespace quillbox

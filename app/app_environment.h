@@ -23,6 +23,8 @@ struct AppEnvironment {
     RunningApplications& runningApplications;
     StatusHost& statusHost;
     WindowPresence& windowPresence;
+    /// Whether the window stays away until somebody asks for it.
+    bool startsHidden = false;
     /// None: any number of copies may run.
     std::optional<std::string> bundleIdentifier;
     /// Ends the event loop; it returns first.

@@ -1,6 +1,9 @@
 #include "app/app_delegate.h"
+#include "app/exit_status.h"
 #include "app/options.h"
+#include "app/remote_control.h"
 #include "platform/desktop/activation.h"
+#include "platform/desktop/autostart_entry.h"
 #include "platform/desktop/desktop_workspace.h"
 #include "platform/desktop/display.h"
 #include "platform/desktop/file_user_defaults.h"
@@ -30,7 +33,6 @@ namespace quillbox {
 namespace {
 
 constexpr const char* kBundleIdentifier = QUILLBOX_BUNDLE_IDENTIFIER;
-constexpr int kUsageError = 2;
 
 /// Longer than an orderly end takes, shorter than the patience of who waits for it.
 constexpr std::chrono::milliseconds kLimitOfEnd{950};
@@ -38,7 +40,7 @@ constexpr std::chrono::milliseconds kLimitOfEnd{950};
 int print(const std::string& text)
 {
     const bool isPrinted = std::fputs(text.c_str(), stdout) != EOF && std::fflush(stdout) != EOF;
-    return isPrinted ? EXIT_SUCCESS : EXIT_FAILURE;
+    return isPrinted ? exit_status::kDone : exit_status::kFailed;
 }
 
 dnssd::DnsSdMode modeOf(DnsSdChoice choice)
@@ -132,6 +134,7 @@ int run(const Options& options, char** arguments)
         .runningApplications = *runningApplications,
         .statusHost = *statusHost,
         .windowPresence = *windowPresence,
+        .startsHidden = options.isHidden,
         .bundleIdentifier = kBundleIdentifier,
         // Unlike quit(), this asks no window: closing one only hides it, which is a refusal.
         .terminate = [] { QCoreApplication::exit(EXIT_SUCCESS); },
@@ -149,15 +152,51 @@ int run(const Options& options, char** arguments)
     return status;
 }
 
+/// Puts the entry of the autostart there or away.
+int changeAutostart(Autostart wanted)
+{
+    const auto result = setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
+    if (result.isDone)
+        return print(printable(result.text) + '\n');
+    printToStandardError("quillbox-helper: " + result.text);
+    return exit_status::kFailed;
+}
+
+/// Hands a request to the running copy. No display is needed, and nothing is registered.
+int controlRunningCopy(const Options& options)
+{
+    prepareProcess();
+    std::string problem;
+    // The oldest copy is the one that stays; younger ones are about to end.
+    const auto copies = findRunningCopies({.folders = systemRuntimeFolders(),
+                                           .bundleIdentifier = kBundleIdentifier,
+                                           .activationToken = activationTokenOfEnvironment()},
+                                          problem);
+    if (copies.empty() && !problem.empty())
+        printToStandardError("quillbox-helper: " + problem);
+    const auto result = control(copies.empty() ? nullptr : copies.front().get(), *options.request,
+                                options.asJson ? StatusForm::Json : StatusForm::Plain);
+    for (const std::string& complaint : result.complaints)
+        printToStandardError(complaint);
+    const int printed = print(result.output);
+    return result.exitStatus == exit_status::kDone ? printed : result.exitStatus;
+}
+
 int perform(const Options& options, char** arguments)
 {
     switch (options.action) {
     case Options::Action::ShowHelp:
-        return print(helpText());
+        return print(options.request ? helpTextOf(options.request->command) : helpText());
     case Options::Action::ShowVersion:
         return print(std::string("quillbox-helper ") + QUILLBOX_VERSION + '\n');
     case Options::Action::RunDnsSdEngine:
         return dnssd::runDnsSdEngineChild(dnssd::kEngineChildDescriptor);
+    case Options::Action::TurnAutostartOn:
+        return changeAutostart(Autostart::On);
+    case Options::Action::TurnAutostartOff:
+        return changeAutostart(Autostart::Off);
+    case Options::Action::Control:
+        return controlRunningCopy(options);
     case Options::Action::Run:
         break;
     }
@@ -168,7 +207,7 @@ int refuse(const OptionsError& error)
 {
     printToStandardError("quillbox-helper: " + error.text);
     printToStandardError("Try 'quillbox-helper --help'.");
-    return kUsageError;
+    return exit_status::kUsage;
 }
 
 } // namespace

@@ -1,13 +1,18 @@
 #include "app/options.h"
 
-#include <optional>
+#include "platform/text.h"
+
 #include <string_view>
+#include <utility>
 
 namespace quillbox {
 
 namespace {
 
+using Action = Options::Action;
+
 constexpr std::string_view kDnsSd = "--dns-sd";
+constexpr std::string_view kAutostart = "--autostart";
 
 std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
 {
@@ -20,62 +25,126 @@ std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
     return std::nullopt;
 }
 
-/// Takes one argument in; gives what is wrong with it, or nothing.
-std::string apply(std::string_view argument, Options& options)
+std::optional<Action> autostartNamed(std::string_view name)
 {
-    const std::string quoted = '\'' + std::string(argument) + '\'';
-    const auto equals = argument.find('=');
-    if (argument == "--help") {
-        options.action = Options::Action::ShowHelp;
-    } else if (argument == "--version") {
-        options.action = Options::Action::ShowVersion;
-    } else if (argument == "--dns-sd-engine") {
-        options.action = Options::Action::RunDnsSdEngine;
-    } else if (argument.substr(0, equals) == kDnsSd) {
-        const auto choice = equals == std::string_view::npos
-                                ? std::nullopt
-                                : dnsSdChoiceNamed(argument.substr(equals + 1));
-        if (!choice)
-            return quoted + " is not one of --dns-sd=auto, --dns-sd=daemon and --dns-sd=embedded";
-        options.dnsSd = *choice;
-    } else if (argument.starts_with('-')) {
-        return "unknown option " + quoted;
-    } else {
-        return "unexpected argument " + quoted;
-    }
-    return {};
+    if (name == "on")
+        return Action::TurnAutostartOn;
+    if (name == "off")
+        return Action::TurnAutostartOff;
+    return std::nullopt;
 }
+
+std::string quoted(std::string_view argument)
+{
+    return '\'' + std::string(argument) + '\'';
+}
+
+/// Reads a command line argument by argument. Each step gives what is wrong, or nothing.
+class Parser {
+public:
+    std::string apply(std::string_view argument)
+    {
+        const auto equals = argument.find('=');
+        const auto name = argument.substr(0, equals);
+        const auto value =
+            equals == std::string_view::npos ? std::string_view() : argument.substr(equals + 1);
+        if (argument == "--help")
+            act(Action::ShowHelp);
+        else if (argument == "--version")
+            act(Action::ShowVersion);
+        else if (argument == "--dns-sd-engine")
+            act(Action::RunDnsSdEngine);
+        else if (argument == "--hidden")
+            options.isHidden = true;
+        else if (argument == "--json")
+            options.asJson = true;
+        else if (name == kAutostart)
+            return chooseAutostart(argument, value);
+        else if (name == kDnsSd)
+            return chooseDnsSd(argument, value);
+        else if (argument.starts_with('-'))
+            return "unknown option " + quoted(argument);
+        else
+            return takeWord(argument);
+        return {};
+    }
+
+    /// What is wrong with the whole, now that all of it is known.
+    std::string check()
+    {
+        const auto& request = options.request;
+        if (options.asJson && (!request || request->command != ControlCommand::Status))
+            return "'--json' goes with 'status' only";
+        const bool isForStart = options.isHidden || options.dnsSd != DnsSdChoice::Automatic
+                                || options.action == Action::TurnAutostartOn
+                                || options.action == Action::TurnAutostartOff;
+        if (request && isForStart)
+            return "'--hidden', '--dns-sd' and '--autostart' do not go with "
+                   + quoted(nameOf(request->command));
+        if (request)
+            act(Action::Control);
+        return {};
+    }
+
+    Options options;
+
+private:
+    /// Of several actions the first one counts: help that was asked for is given.
+    void act(Action action)
+    {
+        if (options.action == Action::Run)
+            options.action = action;
+    }
+
+    std::string chooseDnsSd(std::string_view argument, std::string_view value)
+    {
+        const auto choice = dnsSdChoiceNamed(value);
+        if (!choice)
+            return quoted(argument)
+                   + " is not one of --dns-sd=auto, --dns-sd=daemon and --dns-sd=embedded";
+        options.dnsSd = *choice;
+        return {};
+    }
+
+    std::string chooseAutostart(std::string_view argument, std::string_view value)
+    {
+        const auto choice = autostartNamed(value);
+        if (!choice)
+            return quoted(argument) + " is not one of --autostart=on and --autostart=off";
+        act(*choice);
+        return {};
+    }
+
+    std::string takeWord(std::string_view word)
+    {
+        if (!options.request) {
+            const auto command = controlCommandNamed(word);
+            if (!command)
+                return "unexpected argument " + quoted(word);
+            options.request = ControlRequest{.command = *command};
+            return {};
+        }
+        if (!takesPhone(options.request->command) || options.request->phone)
+            return "unexpected argument " + quoted(word);
+        if (word.empty() || word.size() > kLongestPhoneName || !isValidUtf8(word))
+            return quoted(word) + " cannot be the name of a phone";
+        options.request->phone = std::string(word);
+        return {};
+    }
+};
 
 } // namespace
 
 std::variant<Options, OptionsError> parseOptions(std::span<const char* const> arguments)
 {
-    Options options;
+    Parser parser;
     for (const char* argument : arguments) {
-        Options next = options;
-        if (std::string problem = apply(argument, next); !problem.empty())
+        if (std::string problem = parser.apply(argument); !problem.empty())
             return OptionsError{std::move(problem)};
-        // Of several actions the first one counts: help that was asked for is given.
-        if (options.action != Options::Action::Run)
-            next.action = options.action;
-        options = next;
     }
-    return options;
-}
-
-const char* helpText()
-{
-    return "Usage: quillbox-helper [OPTION]...\n"
-           "Makes a Quillbox phone on this network appear in the file browser.\n"
-           "\n"
-           "  --dns-sd=ENGINE  who finds and announces services: auto (the default: avahi-daemon\n"
-           "                   whenever it runs, else the embedded engine), daemon, embedded\n"
-           "  --help           show this help and exit\n"
-           "  --version        show the version and exit\n"
-           "\n"
-           "A second copy brings the first one forward and exits. Without a display the helper "
-           "runs\n"
-           "without a window and tells its status on standard error.\n";
+    if (std::string problem = parser.check(); !problem.empty())
+        return OptionsError{std::move(problem)};
+    return parser.options;
 }
 
 } // namespace quillbox

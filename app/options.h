@@ -1,5 +1,8 @@
 #pragma once
 
+#include "app/control_message.h"
+
+#include <optional>
 #include <span>
 #include <string>
 #include <variant>
@@ -17,13 +20,19 @@ enum class DnsSdChoice {
 struct Options {
     enum class Action {
         Run,
-        ShowHelp,
+        ShowHelp, ///< of `request`'s command, if there is one
         ShowVersion,
         RunDnsSdEngine, ///< be the process of the embedded engine
+        TurnAutostartOn,
+        TurnAutostartOff,
+        Control, ///< hand `request` to the running copy
     };
 
     Action action = Action::Run;
     DnsSdChoice dnsSd = DnsSdChoice::Automatic;
+    bool isHidden = false; ///< starts without showing the window
+    std::optional<ControlRequest> request = {};
+    bool asJson = false; ///< the status
 
     bool operator==(const Options&) const = default;
 };
@@ -38,7 +47,8 @@ struct OptionsError {
 /// `arguments` are those behind the program's name. The first mistake counts.
 std::variant<Options, OptionsError> parseOptions(std::span<const char* const> arguments);
 
-/// What `--help` shows.
+/// What `--help` shows, and what it shows behind a command.
 const char* helpText();
+const char* helpTextOf(ControlCommand command);
 
 } // namespace quillbox

@@ -3,16 +3,8 @@
 #include <QString>
 #include <string_view>
 
-/// How a text that some host on the network chose looks on screen: on one line, nothing in it taken
-/// for markup or for a mnemonic, and nothing in it that hides or turns what stands around it.
-///
-/// Such characters become U+FFFD: control characters, line and paragraph separators, the controls
-/// of the direction of writing, bytes that are not UTF-8, and characters that show nothing at all.
-/// Of the last, those stay that change what is seen in ordinary names: joiners in emoji and in the
-/// scripts that need them, and variation selectors behind what they vary. Everything else is shown
-/// verbatim.
-///
-/// Each function takes UTF-8.
+/// `shownText` as each control of the window takes it, which keeps it from taking anything in it
+/// for markup or for a mnemonic. Each function takes UTF-8.
 namespace quillbox::DisplayText {
 
 /// For a label, whose text format has to be Qt::PlainText: by itself it would guess.

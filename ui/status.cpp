@@ -12,6 +12,7 @@ void AppDelegate::setStatus(const StatusReport& report)
 {
     printToStandardError((report.ready ? "status: ready: " : "status: not ready: ") + report.text);
 
+    lastReport = report;
     const QString text = DisplayText::forLabel(report.text);
     QPalette palette = statusDot.palette();
     palette.setColor(QPalette::WindowText, report.ready ? Brand::green() : Brand::slate());

@@ -1,6 +1,7 @@
 #include "platform/desktop/file_user_defaults.h"
 
 #include "platform/desktop/settings_file.h"
+#include "platform/desktop/user_folders.h"
 #include "platform/standard_error.h"
 
 #include <QByteArray>
@@ -10,31 +11,11 @@
 #include <set>
 #include <utility>
 
-#include <pwd.h>
-#include <unistd.h>
-
 namespace quillbox {
 
 namespace {
 
 constexpr const char* kFileName = "settings.json";
-
-/// An environment variable that holds an absolute path; relative ones do not count (XDG Base
-/// Directory Specification).
-std::string absolutePathIn(const char* variable)
-{
-    const std::string value = qgetenv(variable).toStdString();
-    return value.starts_with('/') ? value : std::string();
-}
-
-std::string homeFolder()
-{
-    if (std::string home = absolutePathIn("HOME"); !home.empty())
-        return home;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): called once, at the start
-    const passwd* user = ::getpwuid(::geteuid());
-    return user && user->pw_dir && user->pw_dir[0] == '/' ? user->pw_dir : "";
-}
 
 QString keyOf(const std::string& key)
 {
@@ -146,13 +127,9 @@ private:
 
 std::string settingsPath(const std::string& bundleIdentifier)
 {
-    std::string folder = absolutePathIn("XDG_CONFIG_HOME");
-    if (folder.empty()) {
-        const std::string home = homeFolder();
-        if (home.empty())
-            return {};
-        folder = home + "/.config";
-    }
+    const std::string folder = configurationFolder();
+    if (folder.empty())
+        return {};
     return folder + '/' + bundleIdentifier + '/' + kFileName;
 }
 

@@ -47,7 +47,7 @@ ARROWS = {
         "relay",
         "discovery",
     },
-    "ui": {"platform", "relay", "discovery", "app/app_delegate.h"},
+    "ui": {"platform", "relay", "discovery", "app/app_delegate.h", "app/shown_text.h"},
     # A process entry of its own, which speaks DNS-SD and nothing else.
     "demo": {"platform", "platform/dispatch", "platform/dnssd", "platform/netlink"},
 }

@@ -1,0 +1,148 @@
+#include "app/app_delegate.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+using Answer = RunningApplications::Answer;
+
+std::vector<std::string> namesOf(const std::vector<DiscoveredDevice>& devices)
+{
+    std::vector<std::string> names;
+    names.reserve(devices.size());
+    for (const DiscoveredDevice& device : devices)
+        names.push_back(device.name);
+    return names;
+}
+
+const std::string* nameAmong(const std::vector<std::string>& names, const std::string& wanted)
+{
+    const auto found = std::find_if(names.begin(), names.end(), [&wanted](const auto& name) {
+        return canonicallyEqual(name, wanted);
+    });
+    return found == names.end() ? nullptr : &*found;
+}
+
+ControlAnswer unknownPhone(std::vector<std::string> names)
+{
+    return {.outcome = ControlOutcome::UnknownPhone, .phones = std::move(names)};
+}
+
+} // namespace
+
+void AppDelegate::messageArrived(const CopyMessage& message, const Answer& answer)
+{
+    const auto decoded = decodedRequest(message.text);
+    if (const auto* refusal = std::get_if<ControlAnswer>(&decoded)) {
+        answer(encoded(*refusal));
+        return;
+    }
+    const auto& request = *std::get_if<ControlRequest>(&decoded);
+    switch (request.command) {
+    case ControlCommand::Status:
+        answer(encoded(ControlAnswer{.status = helperStatus()}));
+        return;
+    case ControlCommand::Open:
+        answer(encoded(openOnRequest(request.phone)));
+        return;
+    case ControlCommand::Manage:
+        environment.windowPresence.permit(message.permission);
+        manageOnRequest(request.phone, answer);
+        return;
+    case ControlCommand::Restart:
+        answer(encoded(restartOnRequest()));
+        return;
+    case ControlCommand::Quit:
+        answer(encoded(ControlAnswer()));
+        quit();
+        return;
+    }
+}
+
+HelperStatus AppDelegate::helperStatus() const
+{
+    std::map<std::string, PhoneStatus, CanonicalLess> phones;
+    for (const DiscoveredDevice& device : discoveredDevices)
+        phones.try_emplace(device.name, PhoneStatus{.name = device.name}).first->second.hasFiles =
+            true;
+    for (const DiscoveredDevice& device : managementDevices)
+        phones.try_emplace(device.name, PhoneStatus{.name = device.name})
+            .first->second.hasWebManagement = true;
+
+    const TrafficReport traffic = environment.network.traffic();
+    HelperStatus status{.isReady = lastReport.ready,
+                        .text = lastReport.text,
+                        .isShownInFinder = showInFinder.isChecked(),
+                        .isAutomatic = automaticDiscovery.isChecked(),
+                        .phones = {},
+                        .relays = {},
+                        .total = traffic.total};
+    for (const auto& [name, phone] : phones)
+        status.phones.push_back(phone);
+    for (const auto& [name, target] : relayTargets) {
+        const auto carried = traffic.listeners.find(name);
+        status.relays.push_back(
+            {.name = name,
+             .target = target,
+             .traffic = carried == traffic.listeners.end() ? Traffic() : carried->second});
+    }
+    return status;
+}
+
+ControlAnswer AppDelegate::openOnRequest(const std::optional<std::string>& phone)
+{
+    const bool isAutomatic = automaticDiscovery.isChecked();
+    const auto names =
+        isAutomatic ? namesOf(discoveredDevices) : std::vector<std::string>{kManualFinderName};
+    const std::string* name = phone ? nameAmong(names, *phone) : nullptr;
+    if (phone && !name)
+        return unknownPhone(names);
+    const auto refusal = openShare(name);
+    if (!refusal)
+        return {};
+    ControlAnswer answer{.outcome = ControlOutcome::Refused, .text = refusal->text};
+    if (refusal->ready)
+        answer.phones = names; // it is only a matter of choice
+    return answer;
+}
+
+void AppDelegate::manageOnRequest(const std::optional<std::string>& phone, const Answer& answer)
+{
+    const auto told = [answer](const std::optional<std::string>& refusal) {
+        ControlAnswer result;
+        if (refusal)
+            result = {.outcome = ControlOutcome::Refused, .text = *refusal};
+        answer(encoded(result));
+    };
+    const auto names = namesOf(managementDevices);
+    if (!phone && managementDevices.size() != 1) {
+        openManagement();
+        answer(encoded(ControlAnswer{.outcome = ControlOutcome::Refused,
+                                     .text = names.empty() ? kHowToEnableManagement
+                                                           : "Choose one of several phones",
+                                     .phones = names}));
+        return;
+    }
+    const std::string* name = phone ? nameAmong(names, *phone) : &names.front();
+    if (!name) {
+        answer(encoded(unknownPhone(names)));
+        return;
+    }
+    const auto place = static_cast<std::size_t>(name - names.data());
+    resolveManagement(managementDevices[place].endpoint, told);
+}
+
+ControlAnswer AppDelegate::restartOnRequest()
+{
+    restartFromMenu();
+    // Automatic mode may well have nothing to run; manual mode always does, unless a field is
+    // wrong.
+    if (automaticDiscovery.isChecked() || !relays.empty())
+        return {};
+    return {.outcome = ControlOutcome::Refused, .text = lastReport.text};
+}
+
+} // namespace quillbox
