@@ -28,7 +28,7 @@ lint_tidy() {
 
 lint_shell() {
     {
-        sources '*.sh'
+        sources '*.sh' '*.bash'
         grep -lIE '^#!.*\b(ba)?sh\b' -- "$root/dev" "$root"/.ci/* "$root"/tools/*
     } | sort -u | xargs -r shellcheck --external-sources --source-path="$root"
 }

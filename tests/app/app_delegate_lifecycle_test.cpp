@@ -410,6 +410,35 @@ TEST_F(AppDelegateLifecycle, reportsThatArriveAfterTheControllerHasGoneAreIgnore
     EXPECT_EQ(dispatch.main().pending(), 0U);
 }
 
+TEST_F(AppDelegateLifecycle, startsHiddenUntilSomebodyAsksForTheWindow)
+{
+    startsHidden = true;
+    launch();
+    EXPECT_FALSE(delegate->window->isVisible());
+    EXPECT_TRUE(windowPresence.permissions.empty());
+    EXPECT_TRUE(phoneBrowser().isStarted);
+    delegate->showHelper();
+    EXPECT_TRUE(delegate->window->isVisible());
+}
+
+TEST_F(AppDelegateLifecycle, startedHiddenComesForwardWhenAnotherCopyIsStarted)
+{
+    startsHidden = true;
+    launch();
+    applications.handler("token");
+    EXPECT_TRUE(delegate->window->isVisible());
+    EXPECT_EQ(windowPresence.permissions, std::vector<std::string>{"token"});
+}
+
+TEST_F(AppDelegateLifecycle, aCopyThatStartsHiddenYieldsWithoutBringingTheOlderForward)
+{
+    startsHidden = true;
+    create();
+    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    EXPECT_TRUE(delegate->activateExistingInstance());
+    EXPECT_EQ(older->activations, 0);
+}
+
 } // namespace
 
 } // namespace quillbox

@@ -17,6 +17,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .runningApplications = applications,
         .statusHost = statusHost,
         .windowPresence = windowPresence,
+        .startsHidden = startsHidden,
         .bundleIdentifier = bundleIdentifier,
         .terminate = [this] { ++terminations; },
     });

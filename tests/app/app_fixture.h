@@ -70,6 +70,7 @@ protected:
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
     FakeRunningApplications applications;
+    bool startsHidden = false; ///< what the controller is made with
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;
 };

@@ -90,6 +90,84 @@ TEST(Options, helpNamesEveryOptionForUsers)
     EXPECT_EQ(help.find("--dns-sd-engine"), std::string::npos);
 }
 
+Result command(const ControlRequest& request, bool asJson = false)
+{
+    return Options{.action = Options::Action::Control, .request = request, .asJson = asJson};
+}
+
+TEST(Options, aStartMayBeHidden)
+{
+    EXPECT_EQ(parse({"--hidden"}), Result(Options{.isHidden = true}));
+    EXPECT_EQ(parse({"--hidden", "--dns-sd=daemon"}),
+              Result(Options{.dnsSd = DnsSdChoice::Daemon, .isHidden = true}));
+    EXPECT_EQ(errorOf(parse({"--hidden=yes"})), "unknown option '--hidden=yes'");
+}
+
+TEST(Options, theAutostartIsTurnedOnAndOff)
+{
+    EXPECT_EQ(parse({"--autostart=on"}), action(Options::Action::TurnAutostartOn));
+    EXPECT_EQ(parse({"--autostart=off"}), action(Options::Action::TurnAutostartOff));
+    for (const char* argument :
+         {"--autostart", "--autostart=", "--autostart=yes", "--autostart=On"})
+        EXPECT_EQ(errorOf(parse({argument})),
+                  '\'' + std::string(argument)
+                      + "' is not one of --autostart=on and --autostart=off");
+}
+
+TEST(Options, commandsGoToTheRunningCopy)
+{
+    EXPECT_EQ(parse({"status"}), command({.command = ControlCommand::Status}));
+    EXPECT_EQ(parse({"status", "--json"}), command({.command = ControlCommand::Status}, true));
+    EXPECT_EQ(parse({"--json", "status"}), command({.command = ControlCommand::Status}, true));
+    EXPECT_EQ(parse({"open"}), command({.command = ControlCommand::Open}));
+    EXPECT_EQ(parse({"open", "Quillbox Office"}),
+              command({.command = ControlCommand::Open, .phone = "Quillbox Office"}));
+    EXPECT_EQ(parse({"manage", "status"}),
+              command({.command = ControlCommand::Manage, .phone = "status"}));
+    EXPECT_EQ(parse({"restart"}), command({.command = ControlCommand::Restart}));
+    EXPECT_EQ(parse({"quit"}), command({.command = ControlCommand::Quit}));
+}
+
+TEST(Options, aCommandTakesNoMoreThanItKnows)
+{
+    EXPECT_EQ(errorOf(parse({"status", "Quillbox"})), "unexpected argument 'Quillbox'");
+    EXPECT_EQ(errorOf(parse({"quit", "restart"})), "unexpected argument 'restart'");
+    EXPECT_EQ(errorOf(parse({"open", "Quillbox", "Office"})), "unexpected argument 'Office'");
+    EXPECT_EQ(errorOf(parse({"open", ""})), "'' cannot be the name of a phone");
+    EXPECT_EQ(errorOf(parse({"open", "\xff"})), "'\xff' cannot be the name of a phone");
+    EXPECT_EQ(errorOf(parse({"open", "--json"})), "'--json' goes with 'status' only");
+    EXPECT_EQ(errorOf(parse({"--json"})), "'--json' goes with 'status' only");
+    const std::string tooLong(256, 'x');
+    EXPECT_NE(errorOf(parse({"open", tooLong.c_str()})), "");
+    const std::string longest(255, 'x');
+    EXPECT_EQ(errorOf(parse({"open", longest.c_str()})), "");
+}
+
+TEST(Options, aCommandStartsNothing)
+{
+    for (const char* option :
+         {"--hidden", "--dns-sd=daemon", "--autostart=on", "--autostart=off"}) {
+        EXPECT_EQ(errorOf(parse({"status", option})),
+                  "'--hidden', '--dns-sd' and '--autostart' do not go with 'status'");
+        EXPECT_NE(errorOf(parse({option, "open"})), "");
+    }
+}
+
+TEST(Options, eachCommandHasHelpOfItsOwn)
+{
+    for (const auto each : {ControlCommand::Status, ControlCommand::Open, ControlCommand::Manage,
+                            ControlCommand::Restart, ControlCommand::Quit}) {
+        const char* name = nameOf(each);
+        EXPECT_EQ(parse({name, "--help"}), Result(Options{.action = Options::Action::ShowHelp,
+                                                          .request = ControlRequest{each, {}}}));
+        EXPECT_NE(std::string(helpText()).find(std::string("\n  ") + name), std::string::npos);
+        const std::string help = helpTextOf(each);
+        EXPECT_EQ(help.find(std::string("Usage: quillbox-helper ") + name), 0U);
+        EXPECT_NE(help.find("Exit status: 0"), std::string::npos);
+        EXPECT_NE(help.find("3 the program is"), std::string::npos) << name;
+    }
+}
+
 } // namespace
 
 } // namespace quillbox

@@ -1,0 +1,110 @@
+#include "app/helper_status.h"
+#include "platform/text.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <algorithm>
+#include <string>
+
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// What a terminal would act upon, in one byte and in several, and what hides or turns text.
+constexpr const char* kHostile =
+    "Quillbox \x1b[2J\r\n\x7f\u009b31m\u202e\u2066\u2028\U000E0041\"\\";
+
+HelperStatus statusWith(const std::string& name)
+{
+    return {.isReady = true,
+            .text = name + " is visible",
+            .phones = {{.name = name, .hasFiles = true}},
+            .relays = {{.name = name, .target = name + "._quillbox._tcp/local"}}};
+}
+
+QJsonObject parsed(const std::string& text)
+{
+    return QJsonDocument::fromJson(QByteArray::fromStdString(text)).object();
+}
+
+TEST(HelperStatus, isReadableForPeople)
+{
+    const HelperStatus status{
+        .isReady = true,
+        .text = "2 Quillbox devices visible in Finder",
+        .isShownInFinder = true,
+        .phones = {{.name = "Quillbox K\u00fcche", .hasFiles = true, .hasWebManagement = true},
+                   {.name = "Quillbox Office", .hasWebManagement = true}},
+        .relays = {{.name = "Quillbox K\u00fcche",
+                    .target = "Quillbox K\u00fcche._quillbox._tcp/local",
+                    .traffic = {.sessions = 1,
+                                .sessionsInAll = 3,
+                                .bytesReceived = 10,
+                                .bytesSent = 200}}},
+        .total = {.sessions = 1, .sessionsInAll = 7, .bytesReceived = 11, .bytesSent = 222}};
+    EXPECT_EQ(plainText(status), "Status: ready: 2 Quillbox devices visible in Finder\n"
+                                 "Show in Finder: on\n"
+                                 "Automatic discovery: off\n"
+                                 "Phones: 2\n"
+                                 "  Quillbox K\u00fcche\n"
+                                 "    files, web management\n"
+                                 "  Quillbox Office\n"
+                                 "    web management\n"
+                                 "Relays: 1\n"
+                                 "  Quillbox K\u00fcche\n"
+                                 "    target: Quillbox K\u00fcche._quillbox._tcp/local\n"
+                                 "    sessions: 1 now, 3 in all\n"
+                                 "    bytes: 10 to the phone, 200 from the phone\n"
+                                 "Since the start:\n"
+                                 "    sessions: 1 now, 7 in all\n"
+                                 "    bytes: 11 to the phone, 222 from the phone\n");
+}
+
+TEST(HelperStatus, givesATerminalNothingToActUpon)
+{
+    const std::string plain = plainText(statusWith(kHostile));
+    EXPECT_TRUE(isValidUtf8(plain));
+    for (const char* hostile :
+         {"\x1b", "\r", "\x7f", "\u009b", "\u202e", "\u2066", "\u2028", "\U000E0041"})
+        EXPECT_THAT(plain, Not(HasSubstr(hostile)));
+    EXPECT_THAT(plain, HasSubstr("Quillbox \uFFFD[2J\uFFFD\uFFFD\uFFFD\uFFFD31m\uFFFD"));
+    // Nothing in a name begins a line.
+    EXPECT_EQ(std::count(plain.begin(), plain.end(), '\n'), 13);
+}
+
+TEST(HelperStatus, asJsonHoldsNamesVerbatim)
+{
+    for (const std::string name : {kHostile, "Quillbox K\u00fcche \U0001F4F1", ""}) {
+        const std::string json = jsonText(statusWith(name));
+        EXPECT_EQ(helperStatusIn(parsed(json)), statusWith(name));
+    }
+}
+
+TEST(HelperStatus, asJsonGivesATerminalNothingToActUponEither)
+{
+    const std::string json = jsonText(statusWith(kHostile));
+    EXPECT_TRUE(isValidUtf8(json));
+    for (const char* hostile :
+         {"\x1b", "\r", "\x7f", "\u009b", "\u202e", "\u2066", "\u2028", "\U000E0041"})
+        EXPECT_THAT(json, Not(HasSubstr(hostile)));
+    EXPECT_THAT(json,
+                HasSubstr(R"(\u001b[2J\r\n\u007f\u009b31m\u202e\u2066\u2028\udb40\udc41\"\\)"));
+    EXPECT_EQ(json.back(), '\n');
+    EXPECT_THAT(jsonText(statusWith("Quillbox K\u00fcche")), HasSubstr("Quillbox K\u00fcche"));
+}
+
+TEST(HelperStatus, asJsonIsUtf8EvenWhenANameIsNot)
+{
+    const std::string json = jsonText(statusWith("Quillbox \xff"));
+    EXPECT_TRUE(isValidUtf8(json));
+    EXPECT_EQ(helperStatusIn(parsed(json)).value().phones.at(0).name, "Quillbox \uFFFD");
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,234 @@
+"""What is installed beside the program: that it is valid, complete, and says what the program does."""
+
+import configparser
+import os
+import re
+import shlex
+import subprocess
+
+import pytest
+
+ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
+PACKAGING = os.path.join(ROOT, "packaging")
+COMPLETIONS = os.path.join(PACKAGING, "completions")
+PROGRAM = os.environ.get("QUILLBOX_HELPER", os.path.join(ROOT, "build/release/quillbox-helper"))
+COMMANDS = ["status", "open", "manage", "restart", "quit"]
+
+INSTALLED = {
+    "bin/quillbox-helper",
+    "share/applications/org.quillbox.Helper.desktop",
+    "share/bash-completion/completions/quillbox-helper",
+    "share/fish/vendor_completions.d/quillbox-helper.fish",
+    "share/icons/hicolor/scalable/apps/org.quillbox.Helper.svg",
+    "share/icons/hicolor/symbolic/apps/org.quillbox.Helper-symbolic.svg",
+    "share/man/man1/quillbox-helper.1",
+    "share/metainfo/org.quillbox.Helper.metainfo.xml",
+    "share/zsh/vendor-completions/_quillbox-helper",
+}
+
+
+def run(*command, code=0, **more):
+    done = subprocess.run(
+        command, capture_output=True, text=True, timeout=60, check=False, **more
+    )
+    assert done.returncode == code, f"{command}: {done.returncode}\n{done.stdout}{done.stderr}"
+    return done.stdout + done.stderr
+
+
+def text_of(*path):
+    with open(os.path.join(PACKAGING, *path), encoding="utf-8") as file:
+        return file.read()
+
+
+def described(*arguments):
+    """The options and commands that the program's help describes, each without its value."""
+    shown = run(PROGRAM, *arguments, "--help")
+    options = set(re.findall(r"^  (--[a-z-]+)", shown, re.MULTILINE))
+    return options, re.findall(r"^  ([a-z]+) ", shown, re.MULTILINE)
+
+
+# ---- the entry of the menu ----
+
+
+def entry():
+    parser = configparser.ConfigParser(interpolation=None, delimiters="=")
+    parser.optionxform = str
+    parser.read_string(text_of("org.quillbox.Helper.desktop"))
+    return parser
+
+
+def test_the_desktop_entry_is_valid():
+    # It tells hints by its output alone.
+    assert run("desktop-file-validate", f"{PACKAGING}/org.quillbox.Helper.desktop") == ""
+
+
+def test_the_desktop_entry_starts_the_program():
+    main = entry()["Desktop Entry"]
+    assert main["Exec"] == "quillbox-helper"
+    assert main["StartupNotify"] == "true"
+
+
+def test_the_actions_are_commands_that_the_program_has():
+    parser = entry()
+    names = parser["Desktop Entry"]["Actions"].strip(";").split(";")
+    assert names == ["open", "manage", "restart", "quit"]
+    for name in names:
+        command = shlex.split(parser[f"Desktop Action {name}"]["Exec"])
+        assert command == ["quillbox-helper", name]
+        assert run(PROGRAM, name, "--help").startswith(f"Usage: {command[0]} {name}")
+
+
+def test_the_autostart_entry_is_valid(tmp_path):
+    environment = dict(os.environ, XDG_CONFIG_HOME=str(tmp_path))
+    said = run(PROGRAM, "--autostart=on", env=environment)
+    path = tmp_path / "autostart" / "org.quillbox.Helper.desktop"
+    assert str(path) in said
+    assert run("desktop-file-validate", str(path)) == ""
+
+
+# ---- the entry of the software centre ----
+
+
+def test_the_metainfo_is_valid():
+    run("appstreamcli", "validate", "--no-net", f"{PACKAGING}/org.quillbox.Helper.metainfo.xml")
+
+
+def test_the_metainfo_names_this_version():
+    version = run(PROGRAM, "--version").split()[1]
+    assert f'<release version="{version}"' in text_of("org.quillbox.Helper.metainfo.xml")
+
+
+# ---- the manual page ----
+
+
+def test_the_manual_page_is_sound():
+    path = f"{PACKAGING}/quillbox-helper.1"
+    environment = dict(os.environ, LC_ALL="C.UTF-8", MANROFFSEQ="", MANWIDTH="80")
+    done = subprocess.run(
+        ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", path],
+        capture_output=True,
+        text=True,
+        timeout=60,
+        check=True,
+        env=environment,
+    )
+    assert done.stderr == ""
+    assert run("mandoc", "-T", "lint", "-W", "warning", path) == ""
+
+
+def test_the_manual_page_is_of_this_version():
+    assert f'"Quillbox Helper {run(PROGRAM, "--version").split()[1]}"' in text_of("quillbox-helper.1")
+
+
+def test_the_manual_page_describes_what_the_help_does():
+    page = run("mandoc", "-T", "utf8", f"{PACKAGING}/quillbox-helper.1")
+    page = re.sub(r".\x08", "", page)
+    options, commands = described()
+    for command in commands:
+        options |= described(command)[0]
+    assert {"--hidden", "--json", "--autostart", "--dns-sd"} <= options
+    shown = set(re.findall(r"--[a-z-]+", page))
+    assert shown == options
+    for command in commands:
+        assert re.search(rf"^ +{command}\b", page, re.MULTILINE), command
+    codes = re.findall(r"^  (\d)  ", run(PROGRAM, "--help"), re.MULTILINE)
+    assert codes == list("0123456")
+    assert re.findall(r"^ +(\d) +[A-Z]", page, re.MULTILINE) == codes
+
+
+def test_the_help_names_every_command():
+    assert described()[1] == COMMANDS
+
+
+# ---- completions ----
+
+
+def bash(line):
+    """What bash offers at the end of a line, as readline would have it parted into words."""
+    parted = re.findall(r"=|[^\s=]+", line)
+    if line.endswith(" "):
+        parted.append("")
+    words = " ".join(shlex.quote(word) for word in parted)
+    script = f"""
+        source {shlex.quote(COMPLETIONS)}/quillbox-helper.bash
+        COMP_WORDS=({words}); COMP_CWORD={len(parted) - 1}
+        COMP_LINE={shlex.quote(line)}; COMP_POINT={len(line)}
+        _quillbox_helper
+        printf '%s\\n' "${{COMPREPLY[@]}}"
+    """
+    return set(run("bash", "--norc", "-uc", script).split())
+
+
+def fish(line, tmp_path):
+    environment = dict(os.environ, HOME=str(tmp_path), XDG_CONFIG_HOME=str(tmp_path))
+    script = f"source {COMPLETIONS}/quillbox-helper.fish; complete -C {shlex.quote(line)}"
+    offered = run("fish", "--no-config", "-c", script, env=environment)
+    return {each.split("\t")[0] for each in offered.splitlines()}
+
+
+@pytest.mark.parametrize("shell", ["bash", "fish"])
+def test_a_shell_offers_what_the_help_describes(shell, tmp_path):
+    offer = bash if shell == "bash" else lambda line: fish(line, tmp_path)
+    options, commands = described()
+    assert {x for x in offer("quillbox-helper ") if not x.startswith("-")} == set(commands)
+    assert {x.rstrip("=") for x in offer("quillbox-helper --")} == options
+    for command in commands:
+        expected = described(command)[0]
+        assert offer(f"quillbox-helper {command} --") == expected
+    values = {x.split("=")[-1] for x in offer("quillbox-helper --dns-sd=")}
+    assert values == {"auto", "daemon", "embedded"}
+    assert {x.split("=")[-1] for x in offer("quillbox-helper --autostart=o")} == {"on", "off"}
+
+
+def test_what_bash_inserts_keeps_the_option():
+    script = f"""
+        source {shlex.quote(COMPLETIONS)}/quillbox-helper.bash
+        COMP_WORDS=(quillbox-helper --dns-sd=d); COMP_CWORD=1
+        COMP_LINE='quillbox-helper --dns-sd=d'; COMP_POINT=26
+        _quillbox_helper
+        printf '%s\\n' "${{COMPREPLY[@]}}"
+    """
+    assert run("bash", "--norc", "-uc", script).split() == ["--dns-sd=daemon"]
+
+
+def test_zsh_knows_what_the_help_describes():
+    text = text_of("completions", "_quillbox-helper")
+    options, commands = described()
+    for command in commands:
+        options |= described(command)[0]
+    assert set(re.findall(r"'(?:\([^)]*\))?(--[a-z-]+)", text)) == options
+    assert re.findall(r"^ +'([a-z]+):", text, re.MULTILINE) == commands
+
+
+@pytest.mark.parametrize(
+    "shell, file",
+    [
+        ("bash", "quillbox-helper.bash"),
+        ("zsh", "_quillbox-helper"),
+        ("fish", "quillbox-helper.fish"),
+    ],
+)
+def test_a_completion_parses(shell, file):
+    assert run(shell, "-n", os.path.join(COMPLETIONS, file)) == ""
+
+
+# ---- the installed tree ----
+
+
+def test_everything_is_installed_at_its_place(tmp_path):
+    build = os.path.dirname(PROGRAM)
+    run("cmake", "--install", build, "--prefix", str(tmp_path))
+    found = {
+        os.path.relpath(os.path.join(folder, name), tmp_path)
+        for folder, _, names in os.walk(tmp_path)
+        for name in names
+    }
+    assert found == INSTALLED
+    assert os.access(tmp_path / "bin/quillbox-helper", os.X_OK)
+    assert run(str(tmp_path / "bin/quillbox-helper"), "--version") == run(PROGRAM, "--version")
+
+
+def test_the_icon_of_the_entries_is_installed():
+    name = entry()["Desktop Entry"]["Icon"]
+    assert f"share/icons/hicolor/scalable/apps/{name}.svg" in INSTALLED
+    assert f"share/icons/hicolor/symbolic/apps/{name}-symbolic.svg" in INSTALLED
