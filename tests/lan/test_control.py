@@ -319,11 +319,11 @@ def test_the_autostart_is_written_and_removed_without_a_display(bare_computer):
     with open(path, encoding="utf-8") as file:
         assert f'\nExec="{PROGRAM}" --hidden\n' in file.read()
     assert os.listdir(os.path.dirname(path)) == [os.path.basename(path)]
-    # As a desktop starts it.
+    # As a desktop starts it, which hands its own output on.
     script = "import sys; from gi.repository import Gio; " + (
         "sys.exit(not Gio.DesktopAppInfo.new_from_filename(sys.argv[1]).launch([]))"
     )
-    bare_computer.run(PYTHON, "-c", script, path)
+    bare_computer.start([PYTHON, "-c", script, path])
     wait_until(lambda: bare_computer.helper_processes(), limit(5), "the started copy")
     wait_until(
         lambda: bare_computer.run(
