@@ -8,6 +8,7 @@ import tempfile
 import pytest
 
 from rig.computer import Computer
+from rig.ends import Ends
 from rig.network import Lan
 from rig.onlooker import Onlooker
 from rig.phone import Phone
@@ -71,6 +72,26 @@ def computer(bare_computer, engine):
     """The user's computer, once with avahi-daemon and once without."""
     bare_computer.prepare(engine)
     return bare_computer
+
+
+@pytest.fixture
+def make_ends(lan, bare_computer, onlooker):
+    """Makes a relay with the test itself at both of its ends; no DNS-SD daemon has a part in that."""
+    made = []
+
+    def make(**more):
+        made.append(Ends(bare_computer, lan.host("phone"), onlooker, **more))
+        return made[-1]
+
+    yield make
+    for ends in made:
+        ends.close()
+
+
+@pytest.fixture
+def ends(make_ends):
+    """A relay with the test itself at both of its ends."""
+    return make_ends()
 
 
 class BigFile:

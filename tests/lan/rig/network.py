@@ -1,13 +1,18 @@
 """Hosts and the network between them."""
 
+import ctypes
 import os
 import shutil
+import socket
 import tempfile
+import threading
 
 from .process import Process, run
 
 TYPE_SMB = "_smb._tcp"
 TYPE_PHONE = "_quillbox._tcp"
+
+CLONE_NEWNET = 0x40000000  # sched.h
 
 HOLDER = """
 set -e
@@ -44,6 +49,25 @@ def may_set_groups():
     """Whether setgroups(2) is allowed, which an ordinary user's namespace forbids."""
     with open("/proc/self/setgroups", encoding="ascii") as file:
         return file.read().strip() == "allow"
+
+
+def socket_in(pid, family, kind):
+    """A socket of the network namespace of a process, for the test itself to use. A thread may enter
+    a network namespace alone, and what it opens there stays there."""
+    made = []
+
+    def open_it():
+        libc = ctypes.CDLL(None, use_errno=True)
+        with open(f"/proc/{pid}/ns/net", encoding="ascii") as namespace_file:
+            if libc.setns(namespace_file.fileno(), CLONE_NEWNET) == 0:
+                made.append(socket.socket(family, kind))
+
+    thread = threading.Thread(target=open_it)
+    thread.start()
+    thread.join()
+    if not made:
+        raise AssertionError(f"no socket in the namespace of process {pid}")
+    return made[0]
 
 
 class Host:
@@ -92,6 +116,10 @@ class Host:
 
     def run(self, *command, **more):
         return run(self.inside(command), env=more.pop("env", self.environment()), **more)
+
+    def socket(self, family=socket.AF_INET, kind=socket.SOCK_STREAM):
+        """A socket in this host, held by the test."""
+        return socket_in(self.pid, family, kind)
 
     # ---- the wire ----
 
@@ -196,6 +224,7 @@ class Lan:
         return host
 
     def connect(self, host):
+        """Gives the host its wire."""
         switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
         run(
             switch
@@ -208,6 +237,11 @@ class Lan:
         """Cuts the host's wire at the far end: the others see silence, not a link that went down."""
         switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
         run(switch + ["ip", "link", "set", host.port_name, "down"])
+
+    def mend(self, host):
+        """Undoes `cut`."""
+        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
+        run(switch + ["ip", "link", "set", host.port_name, "up"])
 
     def close(self):
         for host in reversed(self.hosts):
