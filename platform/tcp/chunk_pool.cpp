@@ -1,6 +1,7 @@
 #include "platform/tcp/chunk_pool.h"
 
 #include <algorithm>
+#include <new>
 #include <utility>
 
 namespace quillbox {
@@ -18,22 +19,47 @@ Chunk::~Chunk()
 
 std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted)
 {
-    std::unique_ptr<std::byte[]> buffer;
-    std::size_t size = 0;
+    const auto modest = std::max(minimum, std::min(wanted, kSmallSize));
+    auto size = lent() + wanted > kBudget ? modest : std::max(minimum, wanted);
+    auto buffer = take(size);
+    if (!buffer) {
+        // Where there is no memory for a large buffer there may be enough for a small one.
+        dropKept();
+        size = modest;
+        buffer = take(size);
+    }
+    if (!buffer)
+        throw std::bad_alloc();
+    return std::make_unique<Chunk>(shared_from_this(), std::move(buffer), size);
+}
+
+/// A buffer of at least `size` bytes, which becomes its real size; none when there is no memory.
+std::unique_ptr<std::byte[]> ChunkPool::take(std::size_t& size)
+{
     {
         const std::lock_guard lock(mutex_);
-        const bool isSpent = lent_ + wanted > kBudget;
-        auto& shelf = shelfFor(std::max(minimum, isSpent ? std::min(wanted, kSmallSize) : wanted));
+        auto& shelf = shelfFor(size);
         size = shelf.size;
         lent_ += size;
         if (!shelf.free.empty()) {
-            buffer = std::move(shelf.free.back());
+            auto buffer = std::move(shelf.free.back());
             shelf.free.pop_back();
+            return buffer;
         }
     }
-    if (!buffer)
-        buffer = std::make_unique_for_overwrite<std::byte[]>(size);
-    return std::make_unique<Chunk>(shared_from_this(), std::move(buffer), size);
+    std::unique_ptr<std::byte[]> buffer(new (std::nothrow) std::byte[size]);
+    if (!buffer) {
+        const std::lock_guard lock(mutex_);
+        lent_ -= size;
+    }
+    return buffer;
+}
+
+void ChunkPool::dropKept()
+{
+    const std::lock_guard lock(mutex_);
+    for (auto& shelf : shelves_)
+        shelf.free.clear();
 }
 
 std::size_t ChunkPool::lent() const

@@ -53,8 +53,9 @@ public:
     /// What may be out before chunks get small.
     static constexpr std::size_t kBudget = 64UL * 1024 * 1024;
 
-    /// A buffer for `wanted` bytes, or for fewer when the budget is spent, but always for
-    /// `minimum`. Neither is more than `kMaximumContentSize`. It may be larger than asked for.
+    /// A buffer for `wanted` bytes, or for fewer when the budget is spent or memory is short, but
+    /// always for `minimum`. Throws where there is not even memory for a small one. Neither is more
+    /// than `kMaximumContentSize`. It may be larger than asked for.
     std::unique_ptr<Chunk> borrow(std::size_t minimum, std::size_t wanted);
 
     /// The size of all buffers that are out.
@@ -72,6 +73,8 @@ private:
         std::vector<std::unique_ptr<std::byte[]>> free;
     };
 
+    std::unique_ptr<std::byte[]> take(std::size_t& size);
+    void dropKept();
     Shelf& shelfFor(std::size_t size);
     void giveBack(std::unique_ptr<std::byte[]> buffer, std::size_t size);
 

@@ -7,6 +7,7 @@
 
 #include <cassert>
 #include <cerrno>
+#include <chrono>
 #include <functional>
 #include <iostream>
 #include <optional>
@@ -17,6 +18,10 @@ namespace quillbox {
 namespace {
 
 constexpr std::chrono::milliseconds kAcceptPause{200};
+
+/// What is short again so soon is not said again: whoever is accepted then may be the one that
+/// leaves no room for the next.
+constexpr std::chrono::minutes kSameShortage{1};
 
 /// Accepted in one turn, so that a flood of connections does not keep the queue from its other
 /// work.
@@ -167,7 +172,6 @@ private:
             std::error_code error;
             const int descriptor = acceptStreamSocket(socket_->descriptor(), error);
             if (!error) {
-                isOutOfResources_ = false;
                 takeConnection(descriptor);
             } else if (error == std::errc::operation_would_block) {
                 socket_->waitReadable(strandOf(*queue_),
@@ -199,7 +203,9 @@ private:
     /// Waiting for connections would return at once, over and over: they are there already.
     void pauseAccepting(std::error_code error)
     {
-        if (!std::exchange(isOutOfResources_, true))
+        const auto now = std::chrono::steady_clock::now();
+        const auto before = std::exchange(lastPause_, now);
+        if (!before || now - *before > kSameShortage)
             std::cerr << "quillbox-helper: no connection can be accepted at present: "
                       << error.message() << '\n';
         if (!std::exchange(isAwaitingClose_, true))
@@ -255,7 +261,7 @@ private:
     std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
     bool isCancelled_ = false;
     bool hasFailed_ = false;
-    bool isOutOfResources_ = false;
+    std::optional<std::chrono::steady_clock::time_point> lastPause_;
     bool isAwaitingClose_ = false;
     bool isPausing_ = false;
 };

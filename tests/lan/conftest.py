@@ -8,7 +8,7 @@ import tempfile
 import pytest
 
 from rig.computer import Computer
-from rig.ends import Ends
+from rig.ends import Ends, listen
 from rig.network import Lan
 from rig.onlooker import Onlooker
 from rig.phone import Phone
@@ -92,6 +92,22 @@ def make_ends(lan, bare_computer, onlooker):
 def ends(make_ends):
     """A relay with the test itself at both of its ends."""
     return make_ends()
+
+
+@pytest.fixture
+def service(lan):
+    """Makes phones whose file servers are the test; nobody has heard of them yet."""
+
+    def make(name):
+        made = lan.host(name, of=Phone)
+        made.listener = listen(made)
+        made.port = made.listener.getsockname()[1]
+        return made
+
+    yield make
+    for host in lan.hosts:
+        if hasattr(host, "listener"):
+            host.listener.close()
 
 
 class BigFile:

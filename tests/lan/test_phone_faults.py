@@ -6,7 +6,7 @@ import time
 
 import pytest
 from rig.computer import LOOKING, visible
-from rig.ends import BLOB, listen, read_exactly, read_to_end, reset
+from rig.ends import BLOB, listen, read_exactly, read_to_end, reset, session
 from rig.onlooker import PYTHON
 from rig.phone import Phone
 from rig.process import limit, wait_until
@@ -83,29 +83,6 @@ def test_a_phone_that_refuses_ends_the_session_and_no_other(make_ends):
     assert read_exactly(standing[1], 10) == b"still here"
 
 
-
-
-def session(computer, port, phone):
-    """A session through a relay: its two sides."""
-    browser = computer.socket()
-    browser.settimeout(limit(20))
-    browser.connect((computer.address4, port))
-    other, _ = phone.listener.accept()
-    other.settimeout(limit(20))
-    return browser, other
-
-
-@pytest.fixture
-def service(lan):
-    """Makes phones whose file servers are the test."""
-
-    def make(name):
-        phone = lan.host(name, of=Phone)
-        phone.listener = listen(phone)
-        phone.port = phone.listener.getsockname()[1]
-        return phone
-
-    return make
 
 
 def test_a_phone_that_vanishes_in_a_transfer_is_dropped_and_the_others_go_on(

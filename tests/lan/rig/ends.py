@@ -66,17 +66,26 @@ def send_and_end(connection, data):
         read_to_end(connection)
 
 
+def session(computer, port, phone):
+    """A session through the relay at that port, to a phone whose file server is the test: the
+    browser's and the phone's side."""
+    browser = computer.socket()
+    browser.settimeout(limit(20))
+    browser.connect((computer.address4, port))
+    other, _ = phone.listener.accept()
+    other.settimeout(limit(20))
+    return browser, other
+
+
 class Ends:
     """A relay in manual mode: the test listens in the phone's place and connects in the browser's."""
 
-    def __init__(self, computer, phone, onlooker, helper=None, **listening):
+    def __init__(self, computer, phone, onlooker, helper=None, address=None, **listening):
         self.computer = computer
         self.phone = phone
         self.listener = listen(phone, **listening)
         port = self.listener.getsockname()[1]
-        self.helper = helper(phone.address4, port) if helper else None
-        if self.helper is None:
-            self.helper = computer.manual_helper(phone.address4, port)
+        self.helper = (helper or computer.manual_helper)(address or phone.address4, port)
         self.helper.wait_status(READY)
         self.port = onlooker.wait("resolved", "Quillbox", 10)["port"]
         self._background = ThreadPoolExecutor(max_workers=64)

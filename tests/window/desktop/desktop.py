@@ -22,6 +22,7 @@ class Desktop(Computer):
 
     def __init__(self, lan, name, number):
         super().__init__(lan, name, number)
+        self.server = None
         self.screen = None
         self.manager = None
         self.tray = None
@@ -43,11 +44,11 @@ class Desktop(Computer):
         namespace = os.stat(f"/proc/{self.pid}/ns/net").st_ino
         number = namespace - FIRST_NAMESPACE
         width, height = size
-        server = self.start(
+        self.server = self.start(
             ["Xvfb", f":{number}", "-displayfd", "1", "-screen", "0", f"{width}x{height}x24"]
             + ["-dpi", str(dpi), "-nolisten", "tcp", "-noreset"]
         )
-        server.wait_line(
+        self.server.wait_line(
             lambda line: line.stream == "stdout" and line.text == str(number), 20, what="Xvfb"
         )
         self.screen = Screen(f":{number}")

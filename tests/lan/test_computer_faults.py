@@ -1,0 +1,299 @@
+"""What this computer may run out of, lose or change under the program."""
+
+import os
+import resource
+import shutil
+import subprocess
+import time
+
+import pytest
+from rig.computer import LOOKING, PROGRAM, Helper, visible
+from rig.ends import BLOB, read_exactly, read_to_end, send_and_end
+from rig.onlooker import PYTHON
+from rig.phone import smbclient
+from rig.process import SLOWDOWN, limit, wait_until
+
+MEBIBYTE = 1 << 20
+NOBODY = 65534
+
+
+def limits(helper, **soft):
+    """Changes limits of the running program; gives those that it had."""
+    before = {}
+    for name, value in soft.items():
+        kind = getattr(resource, f"RLIMIT_{name}")
+        before[name], hard = resource.prlimit(helper.pid, kind)
+        resource.prlimit(helper.pid, kind, (value, hard))
+    return before
+
+
+def check_transfer(ends, size=8 * MEBIBYTE):
+    """Bytes go whole from the phone to the browser, and the session ends."""
+    browser, phone = ends.pair()
+    sending = ends.at_once(send_and_end, phone, BLOB[:size])
+    assert read_to_end(browser) == BLOB[:size]
+    browser.close()
+    sending.result(limit(10))
+
+
+# ---- the network ----
+
+
+def test_a_session_waits_for_a_route_and_takes_it_at_once(make_ends):
+    ends = make_ends(address="10.99.0.5")
+    ends.phone.run("ip", "addr", "add", "10.99.0.5/32", "dev", "eth0")
+    browser = ends.browse()
+    browser.sendall(b"hello?")
+    ends.listener.settimeout(0.5)
+    with pytest.raises(TimeoutError):
+        ends.answer()
+    ends.listener.settimeout(limit(5))
+
+    ends.computer.run("ip", "route", "add", "10.99.0.0/24", "dev", "eth0")
+    added = time.monotonic()
+
+    phone = ends.answer()
+    assert time.monotonic() - added < limit(1)
+    assert read_exactly(phone, 6) == b"hello?"
+
+
+def test_a_default_route_that_goes_takes_no_session_along(ends):
+    ends.computer.run("ip", "route", "add", "default", "via", ends.phone.address4)
+    browser, phone = ends.pair()
+    sending = ends.at_once(send_and_end, phone, BLOB)
+    begun = read_exactly(browser, MEBIBYTE)
+
+    ends.computer.run("ip", "route", "del", "default")
+
+    assert begun + read_to_end(browser) == BLOB
+    browser.close()
+    sending.result(limit(10))
+    ends.check()
+
+
+def test_a_link_that_goes_down_and_up_in_a_transfer_costs_no_byte(ends):
+    browser, phone = ends.pair()
+    sending = ends.at_once(send_and_end, phone, BLOB)
+    begun = read_exactly(browser, MEBIBYTE)
+
+    ends.computer.run("ip", "link", "set", "eth0", "down")
+    ends.computer.run("ip", "link", "set", "eth0", "up")
+
+    assert begun + read_to_end(browser) == BLOB
+    browser.close()
+    sending.result(limit(10))
+
+
+# ---- DNS-SD ----
+
+
+def test_a_daemon_that_dies_in_the_middle_of_a_registration_is_asked_again(
+    bare_computer, onlooker, phone
+):
+    computer = bare_computer
+    computer.prepare("daemon")
+    helper = computer.helper()
+    phone.announce()
+    # Names are probed for the better part of a second before they are one's own.
+    helper.process.wait_line(lambda line: "Connecting" in line.text, limit(10), what="the probing")
+
+    computer.kill_avahi()
+    computer.start_avahi()
+
+    helper.wait_status(visible(1), timeout=15)
+    found = onlooker.wait("resolved", "Quillbox Office", 10)
+    smbclient(computer, computer.address4, found["port"], "mkdir here")
+    assert os.listdir(phone.share) == ["here"]
+    assert {x["name"] for x in onlooker.events("added")} == {"Quillbox Office"}
+
+
+def test_a_daemon_that_is_stopped_and_started_in_order_is_used_again(
+    bare_computer, onlooker, phone
+):
+    computer = bare_computer
+    computer.prepare("daemon")
+    helper = computer.helper()
+    phone.announce()
+    helper.wait_status(visible(1))
+    onlooker.wait("resolved", "Quillbox Office", 10)
+    seen = onlooker.mark()
+
+    computer.avahi.end()
+    computer.start_avahi()
+
+    found = onlooker.wait("heard", "Quillbox Office", limit(10), since=seen)
+    smbclient(computer, computer.address4, found["port"], "mkdir here")
+    assert os.listdir(phone.share) == ["here"]
+    assert helper.statuses()[-1] == visible(1)
+
+
+# ---- descriptors, pipes, memory ----
+
+
+def test_without_descriptors_it_waits_without_spinning_and_goes_on(ends):
+    standing = ends.pair()
+    before = limits(ends.helper, NOFILE=64)
+    browsers = [ends.browse() for _ in range(100)]
+    ends.helper.wait_message("no connection can be accepted")
+    began = ends.processor_seconds()
+
+    time.sleep(2)  # the time is what is measured
+
+    assert ends.processor_seconds() - began < 0.1 * limit(1)
+    standing[0].sendall(b"still here")
+    assert read_exactly(standing[1], 10) == b"still here"
+    messages = [x for x in ends.helper.process.lines if "no connection can be" in x.text]
+    assert len(messages) == 1
+    limits(ends.helper, **before)
+    for browser in browsers:
+        browser.close()
+    # Those that were accepted before it ran out wait in the phone's queue.
+    ends.wait_sockets(40, 5)
+    ends.listener.settimeout(1)
+    with pytest.raises(TimeoutError):
+        while True:
+            ends.answer().close()
+    ends.listener.settimeout(limit(10))
+    ends.check()
+
+
+HOARD = """
+import fcntl, os, sys
+pipes = []
+try:
+    while True:
+        pipes.append(os.pipe())
+        size = fcntl.fcntl(pipes[-1][1], fcntl.F_GETPIPE_SZ)
+        if size < 65536:
+            break
+except OSError:
+    pass
+print(f"hoarded {len(pipes)}", flush=True)
+sys.stdin.read()
+"""
+
+
+def as_nobody(*command):
+    return ["setpriv", f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups", "--", *command]
+
+
+def nobodys_helper(computer):
+    """Makes what starts the program in manual mode for a user without privileges."""
+
+    def start(host, port):
+        home = f"/run/user/{NOBODY}"
+        computer.run("install", "-d", "-m", "700", "-o", str(NOBODY), "-g", str(NOBODY), home)
+        shared = os.path.join(computer.folder, "program")
+        shutil.copy(PROGRAM, shared)
+        computer.run("install", "-m", "755", shared, "/run/quillbox-helper")
+        computer.write_settings({"automaticDiscovery": False, "host": host, "port": str(port)})
+        folder = f"{home}/org.quillbox.Helper"
+        computer.run("install", "-d", "-m", "700", "-o", str(NOBODY), folder)
+        computer.run(
+            *("install", "-m", "600", "-o", str(NOBODY), computer.settings_file),
+            f"{folder}/settings.json",
+        )
+        environment = computer.environment(HOME=home, XDG_CONFIG_HOME=home, XDG_RUNTIME_DIR=home)
+        command = as_nobody("/run/quillbox-helper")
+        return Helper(computer.start(command, env=environment))
+
+    return start
+
+
+def may_be(user):
+    with open("/proc/self/uid_map", encoding="ascii") as file:
+        ranges = [[int(x) for x in line.split()] for line in file]
+    return any(first <= user < first + count for first, _, count in ranges)
+
+
+@pytest.mark.skipif(not may_be(NOBODY), reason="there is no other user in this user namespace")
+def test_a_user_whose_pipes_are_used_up_loses_no_byte_and_takes_none_from_others(
+    bare_computer, make_ends
+):
+    ends = make_ends(helper=nobodys_helper(bare_computer))
+    check_transfer(ends)
+    assert 0 < ends.pipes() <= 32
+    hoard = bare_computer.start(as_nobody(PYTHON, "-c", HOARD), stdin=True)
+    hoard.wait_line(lambda line: line.text.startswith("hoarded "), 20, what="the hoard")
+    pairs = [ends.pair() for _ in range(40)]
+
+    sending = [ends.at_once(send_and_end, phone, BLOB) for _, phone in pairs[:20]]
+    for browser, _ in pairs[:20]:
+        assert read_to_end(browser) == BLOB
+        browser.close()
+    for one in sending:
+        one.result(limit(10))
+
+    hoard.end()
+    check_transfer(ends)
+    assert ends.pipes() <= 32
+    code, _ = ends.helper.stop()
+    assert code == 0
+
+
+@pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers take address space without measure")
+def test_without_memory_for_big_chunks_the_bytes_go_in_small_ones(ends):
+    """Every pipe is taken by a stalled session, so that the others are carried in memory."""
+    check_transfer(ends)
+    pairs = [ends.pair(receive_buffer=1 << 14) for _ in range(40)]
+    with open(f"/proc/{ends.helper.pid}/status", encoding="ascii") as file:
+        (data,) = (int(x.split()[1]) << 10 for x in file if x.startswith("VmData:"))
+    limits(ends.helper, DATA=data + 4 * MEBIBYTE)
+
+    sending = [ends.at_once(send_and_end, phone, BLOB) for _, phone in pairs]
+    for browser, _ in pairs:
+        assert read_exactly(browser, MEBIBYTE) == BLOB[:MEBIBYTE]
+    for browser, _ in pairs:
+        assert read_to_end(browser) == BLOB[MEBIBYTE:]
+        browser.close()
+    for one in sending:
+        one.result(limit(10))
+    assert ends.helper.running()
+
+
+# ---- the clock ----
+
+
+@pytest.mark.skipif(SLOWDOWN > 1, reason="a sanitizer wants to be the first library of a process")
+@pytest.mark.parametrize("jump", ["-40000000", "+86400"], ids=["back a year", "on a day"])
+def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jump):
+    """Set in the middle of the program's life; the monotonic clock goes on as it does then."""
+    library = subprocess.run(
+        ["dpkg-query", "-L", "libfaketime"], stdout=subprocess.PIPE, check=True, text=True
+    ).stdout
+    preload = next(x for x in library.splitlines() if x.endswith("/libfaketimeMT.so.1"))
+    clock = os.path.join(computer.folder, "clock")
+
+    def set_clock(offset):
+        with open(f"{clock}.new", "w", encoding="ascii") as file:
+            file.write(offset)
+        os.replace(f"{clock}.new", clock)
+
+    set_clock("+0")
+    helper = computer.helper(
+        LD_PRELOAD=preload,
+        FAKETIME_TIMESTAMP_FILE=clock,
+        FAKETIME_DONT_FAKE_MONOTONIC="1",
+        FAKETIME_NO_CACHE="1",
+    )
+    phone.announce()
+    helper.wait_status(visible(1))
+    onlooker.wait("resolved", "Quillbox Office", 5)
+
+    set_clock(jump)
+
+    # Avahi counts lifetimes by this clock: records may run out at once, and are asked for again.
+    def reached():
+        port = onlooker.events("resolved")[-1]["port"]
+        where = (computer, computer.address4, port)
+        return smbclient(*where, "ls", check=False).returncode == 0
+
+    wait_until(reached, limit(10), "the phone within reach")
+    wait_until(lambda: helper.statuses()[-1] == visible(1), limit(10), "the phone in the status")
+    since, seen = helper.mark(), onlooker.mark()
+    phone.goodbye()
+    helper.wait_status(LOOKING, since=since)
+    onlooker.wait("removed", "Quillbox Office", limit(5), since=seen)
+    phone.announce()
+    helper.wait_status(visible(1), since=since)
+    onlooker.wait("resolved", "Quillbox Office", limit(5), since=seen)

@@ -1,0 +1,123 @@
+"""A stranger on the network who says whatever he likes, as often as he likes."""
+
+import pytest
+from rig import raw_mdns
+from rig.computer import LOOKING, visible
+from rig.ends import read_exactly, session
+from rig.process import limit, wait_until
+from rig.raw_mdns import Speaker
+from test_automatic import appear
+
+HOSTILE_NAMES = [
+    b"Quillbox a.b.c",
+    b"Quillbox back\\slash",
+    b"Quillbox <img src=http://10.77.0.9/x>",
+    b"Quillbox line\nfeed\ttab",
+    "Quillbox \u202eright to left".encode(),
+    b"Quillbox ../../etc/passwd",
+    b"Quillbox %n%n%s",
+    b"Quillbox " + 54 * b"W",
+]
+NO_NAMES = [b"Quillbox \xff\xfe no text", b"Quillbox zero\0inside"]
+
+
+@pytest.fixture
+def speaker(lan):
+    made = Speaker(lan.host("stranger"))
+    yield made
+    made.close()
+
+
+def memory(pid):
+    with open(f"/proc/{pid}/status", encoding="ascii") as file:
+        (size,) = (int(x.split()[1]) << 10 for x in file if x.startswith("RssAnon:"))
+    return size
+
+
+@pytest.fixture
+def phone(service):
+    """A phone whose file server is the test."""
+    return service("phone")
+
+
+def standing_session(computer, port, phone):
+    """A session through the relay; gives what tells that it stands."""
+    browser, other = session(computer, port, phone)
+
+    def check():
+        for one, far in ((browser, other), (other, browser)):
+            one.sendall(b"still here")
+            assert read_exactly(far, 10) == b"still here"
+
+    check()
+    return check
+
+
+def test_ten_thousand_phones_that_appear_and_vanish_are_256_at_most(
+    computer, onlooker, phone, speaker
+):
+    """The one that was there first stays; a real one that comes afterwards is found."""
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    check = standing_session(computer, found["port"], phone)
+    before = memory(helper.pid)
+    names = [f"Quillbox {number:05}" for number in range(10_000)]
+    since = helper.mark()
+
+    speaker.say(*raw_mdns.packets(raw_mdns.pointer(x) for x in names))
+
+    helper.wait_message("256", timeout=20)
+    assert memory(helper.pid) - before < 64 << 20
+    check()
+
+    # A receiver misses some of so many packets.
+    for _ in range(5):
+        speaker.say(*raw_mdns.packets(raw_mdns.pointer(x, lifetime=0) for x in names))
+    wait_until(lambda: helper.statuses(since)[-1] == visible(1), limit(40), "the flood's end")
+    check()
+    standing_session(computer, found["port"], phone)
+    since = helper.mark()
+    phone.goodbye()
+    helper.wait_status(LOOKING, since=since)
+    phone.announce("Quillbox Later")
+    helper.wait_status(visible(1), timeout=15, since=since)
+
+
+def test_hostile_names_are_taken_as_they_are_or_not_at_all(
+    computer, onlooker, phone, speaker
+):
+    helper = computer.helper()
+    appear(phone, helper, onlooker)
+    since = helper.mark()
+
+    speaker.say(raw_mdns.response(*(raw_mdns.pointer(x) for x in NO_NAMES)))
+    speaker.say(raw_mdns.response(*(raw_mdns.pointer(x) for x in HOSTILE_NAMES)))
+
+    # Each has a relay of its own, advertised under its name.
+    helper.wait_status(visible(1 + len(HOSTILE_NAMES)), timeout=20, since=since)
+    assert all(x.text.isprintable() for x in helper.process.lines)
+
+
+def test_garbled_packets_at_full_rate_do_no_harm(computer, onlooker, phone, service, speaker):
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    check = standing_session(computer, found["port"], phone)
+    seeds = [
+        raw_mdns.response(
+            raw_mdns.pointer("Quillbox Garbled"),
+            raw_mdns.service("Quillbox Garbled", "garbled.local", 4445),
+            raw_mdns.address("garbled.local", "10.77.0.201"),
+        ),
+        *raw_mdns.packets(raw_mdns.pointer(f"Quillbox {x}") for x in range(20)),
+        b"\0\0\0\0\0\1\0\0\0\0\0\0" + raw_mdns.dotted("_smb._tcp.local") + b"\0\x0c\0\1",
+    ]
+
+    count = speaker.babble(4, seeds)
+
+    assert count > 1000
+    check()
+    newcomer = service("newcomer")
+    newcomer.announce("Quillbox Newcomer")
+    theirs = onlooker.wait("resolved", "Quillbox Newcomer", limit(20))
+    standing_session(computer, theirs["port"], newcomer)
+    assert helper.running()
