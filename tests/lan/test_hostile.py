@@ -2,9 +2,9 @@
 
 import pytest
 from rig import raw_mdns
-from rig.computer import LOOKING, visible
+from rig.computer import visible
 from rig.ends import read_exactly, session
-from rig.process import limit, wait_until
+from rig.process import limit
 from rig.raw_mdns import Speaker
 from test_automatic import appear
 
@@ -53,34 +53,21 @@ def standing_session(computer, port, phone):
     return check
 
 
-def test_ten_thousand_phones_that_appear_and_vanish_are_256_at_most(
+def test_ten_thousand_phones_that_appear_at_once_are_256_at_most(
     computer, onlooker, phone, speaker
 ):
-    """The one that was there first stays; a real one that comes afterwards is found."""
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     check = standing_session(computer, found["port"], phone)
     before = memory(helper.pid)
     names = [f"Quillbox {number:05}" for number in range(10_000)]
-    since = helper.mark()
 
     speaker.say(*raw_mdns.packets(raw_mdns.pointer(x) for x in names))
 
     helper.wait_message("256", timeout=20)
+    check()
     assert memory(helper.pid) - before < 64 << 20
-    check()
-
-    # A receiver misses some of so many packets.
-    for _ in range(5):
-        speaker.say(*raw_mdns.packets(raw_mdns.pointer(x, lifetime=0) for x in names))
-    wait_until(lambda: helper.statuses(since)[-1] == visible(1), limit(40), "the flood's end")
-    check()
-    standing_session(computer, found["port"], phone)
-    since = helper.mark()
-    phone.goodbye()
-    helper.wait_status(LOOKING, since=since)
-    phone.announce("Quillbox Later")
-    helper.wait_status(visible(1), timeout=15, since=since)
+    assert helper.running()
 
 
 def test_hostile_names_are_taken_as_they_are_or_not_at_all(
