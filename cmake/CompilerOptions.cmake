@@ -31,15 +31,22 @@ if(QUILLBOX_SANITIZE)
                                                       -fno-sanitize-recover=all
                                                       -fno-omit-frame-pointer)
     target_link_options(quillbox_options INTERFACE -fsanitize=${QUILLBOX_SANITIZE})
-    # What the sanitizers add to the code leads the warnings astray that follow its flow.
-    target_compile_options(quillbox_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow
-                                                      -Wno-maybe-uninitialized)
-    # ThreadSanitizer does not know fences, and GCC warns of any that a library's header has.
-    target_compile_options(quillbox_options INTERFACE -Wno-tsan)
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        # What the sanitizers add to the code leads the warnings astray that follow its flow.
+        target_compile_options(quillbox_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow
+                                                          -Wno-maybe-uninitialized)
+        # ThreadSanitizer does not know fences, and GCC warns of any that a library's header has.
+        target_compile_options(quillbox_options INTERFACE -Wno-tsan)
+    endif()
 else()
     # The sanitizers check more than fortified functions do, and the two do not mix.
     target_compile_definitions(quillbox_options
                                INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
+endif()
+
+# Harnesses follow the paths that their input takes through our code.
+if(QUILLBOX_FUZZ)
+    target_compile_options(quillbox_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
 # A folder of the house: one static library with an explicit list of files.

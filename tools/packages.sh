@@ -39,7 +39,7 @@ missing_commands() {
             build) set -- g++ cmake ninja pkg-config ;;
             test) set -- unshare nsenter ip dbus-daemon avahi-daemon avahi-browse smbd smbclient ;;
             bench) set -- haproxy nginx socat Xvfb openbox ;;
-            lint) set -- clang-format clang-tidy shellcheck ;;
+            lint) set -- clang-format clang-tidy cppcheck shellcheck ;;
             *) set -- ;;
         esac
         for command in "$@"; do

@@ -59,6 +59,7 @@ OUTSIDE = {
         "app",
         "ui",
         "platform/desktop",
+        "fuzz",
         "tests/app",
         "tests/ui",
         "tests/platform/desktop",
@@ -78,6 +79,7 @@ OUTSIDE = {
         # getentropy is of POSIX.
         "platform/uuid.cpp",
         "demo",
+        "fuzz",
         "tests",
         "bench",
     },
@@ -109,7 +111,7 @@ LONG_FILES = {  # path: why it is longer
     "platform/dnssd/messages.h": "one list of plain values, of a few lines each",
 }
 
-ROOMS = ("app", "bench", "demo", "discovery", "platform", "relay", "tests", "ui")
+ROOMS = ("app", "bench", "demo", "discovery", "fuzz", "platform", "relay", "tests", "ui")
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.MULTILINE)
 SYSTEM_SWITCH = re.compile(
     r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b"
@@ -130,7 +132,7 @@ FOREIGN_WORDS = re.compile(
     )
 )
 TEXTS = (".h", ".cpp", ".py", ".sh", ".md", ".txt", ".cmake", ".json", ".ini", ".supp", "")
-SKIPPED = {".git", ".cache", "build", "__pycache__"}
+SKIPPED = {".git", ".cache", "build", "corpus", "__pycache__"}
 
 
 def room(path):
@@ -161,7 +163,7 @@ def check_own(root, path, target):
         return f'"{target}" is not written from the root of the project'
     if not os.path.exists(os.path.join(root, target)):
         return f'"{target}" does not exist'
-    if path.startswith(("tests/", "bench/")) or room(target) == room(path):
+    if path.startswith(("tests/", "bench/", "fuzz/")) or room(target) == room(path):
         return None
     allowed = ARROWS.get(path, ARROWS.get(room(path)))
     if allowed is None:

@@ -1,0 +1,37 @@
+// What a host on the network chose to be shown.
+
+#include "ui/display_text.h"
+
+#include <QChar>
+#include <QTextDocument>
+#include <Qt>
+#include <algorithm>
+
+#include "fuzz/harness.h"
+
+namespace {
+
+/// Nothing in it ends a line, controls anything or turns the writing round.
+bool isOnOneLine(const QString& text)
+{
+    return std::none_of(text.begin(), text.end(), [](QChar c) {
+        return c.category() == QChar::Other_Control || c.category() == QChar::Separator_Line
+               || c.category() == QChar::Separator_Paragraph
+               || (c.unicode() >= 0x202a && c.unicode() <= 0x202e)
+               || (c.unicode() >= 0x2066 && c.unicode() <= 0x2069);
+    });
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    using namespace quillbox;
+    const auto text = fuzz::textOf(data, size);
+    for (const auto show : {DisplayText::forLabel, DisplayText::forButton, DisplayText::forMenu,
+                            DisplayText::forToolTip})
+        fuzz::require(isOnOneLine(show(text)), "on one line");
+    fuzz::require(!Qt::mightBeRichText(DisplayText::forToolTip(text)), "no markup");
+    fuzz::require(DisplayText::forButton(text).count(u"&"_qs) % 2 == 0, "no mnemonic");
+    return 0;
+}

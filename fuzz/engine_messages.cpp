@@ -1,0 +1,28 @@
+// Messages between the program and its engine process: what the network sends has passed through
+// it.
+
+#include "platform/dnssd/message_codec.h"
+
+#include <algorithm>
+
+#include "fuzz/harness.h"
+
+namespace {
+
+template <class Message>
+void tryMessage(const std::optional<Message>& message, std::span<const std::uint8_t> packet)
+{
+    if (message)
+        quillbox::fuzz::require(std::ranges::equal(quillbox::dnssd::encode(*message), packet),
+                                "a message has one form");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::span packet(data, size);
+    tryMessage(quillbox::dnssd::decodeRequest(packet), packet);
+    tryMessage(quillbox::dnssd::decodeEvent(packet), packet);
+    return 0;
+}

@@ -1,0 +1,67 @@
+// Names of services and hosts as the network has them, and the text functions under them.
+
+#include "platform/dnssd/names.h"
+
+#include "platform/dnssd/avahi_service_location.h"
+#include "platform/dnssd/host_identity.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <string>
+
+#include "fuzz/harness.h"
+
+namespace {
+
+using namespace quillbox;
+using fuzz::require;
+
+void tryText(std::string_view text)
+{
+    const auto normal = normalized(text);
+    require(isValidUtf8(normal) == isValidUtf8(text), "a normal form is text if it was one");
+    require(normalized(normal) == normal, "a normal form is its own");
+    require(canonicallyEqual(text, normal) && canonicallyEqual(normal, text), "both are equal");
+    require(trimmed(trimmed(text)) == trimmed(text), "what is trimmed stays as it is");
+    for (const std::size_t most : {0U, 1U, 7U, 63U}) {
+        const auto cut = truncated(text, most);
+        require(cut.size() <= most && text.starts_with(cut), "a beginning of that size");
+        require(!isValidUtf8(text) || isValidUtf8(cut), "cut between characters");
+    }
+}
+
+void tryNames(std::string_view text)
+{
+    using namespace dnssd;
+    isServiceType(text);
+    require(isSameName(text, folded(text)), "case does not count");
+    if (isInstanceName(text)) {
+        for (const unsigned number : {1U, 2U, 99'999U})
+            require(isInstanceName(alternativeName(text, number)), "another name is a name");
+    }
+    const auto slug = hostSlug(text, 24);
+    require(slug.size() <= 24 && !slug.starts_with('-') && !slug.ends_with('-'), "a label");
+    HostIdentities identities;
+    unsigned number = 1;
+    const auto identity = identities.claim("computer.local", std::string(text), number);
+    require(identity.hostName.size() <= kMaximumLabelSize + 6, "a host name that fits");
+    require(identity.loopback.bytes[0] == 127 && identity.loopback.bytes[1] != 0, "a loopback one");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const auto text = fuzz::textOf(data, size);
+    tryText(text);
+    tryNames(text);
+    auto rest = text;
+    const auto first = fuzz::takePart(rest);
+    require(canonicallyEqual(first, rest) == canonicallyEqual(rest, first),
+            "the order is no matter");
+    require(!(CanonicalLess()(first, rest) && CanonicalLess()(rest, first)), "one of two is less");
+    canonicallyHasPrefix(first, rest);
+    if (const auto location = dnssd::decodeServiceLocation({data, size}))
+        require(!location->hostName.empty() && location->hostName.size() < 1024, "a host");
+    return 0;
+}

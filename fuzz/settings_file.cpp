@@ -1,0 +1,42 @@
+// The settings file: whatever somebody has put there.
+
+#include "platform/desktop/settings_file.h"
+
+#include <QJsonDocument>
+#include <string>
+
+#include "fuzz/harness.h"
+#include <sys/mman.h>
+#include <unistd.h>
+
+namespace {
+
+using quillbox::SettingsFile;
+using quillbox::fuzz::require;
+
+SettingsFile::Contents contentsOf(const void* data, std::size_t size)
+{
+    const int file = ::memfd_create("settings", MFD_CLOEXEC);
+    require(file >= 0 && ::write(file, data, size) == static_cast<ssize_t>(size), "a file");
+    auto contents = SettingsFile("/proc/self/fd/" + std::to_string(file)).read();
+    ::close(file);
+    return contents;
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const auto contents = contentsOf(data, size);
+    require(contents.condition != SettingsFile::Condition::Absent, "there is a file");
+    const bool isGood = contents.condition == SettingsFile::Condition::Good;
+    require(isGood == contents.problem.empty(), "what is damaged has a reason");
+    if (!isGood)
+        return 0;
+    // What is stored again means the same.
+    const auto stored = QJsonDocument(contents.object).toJson();
+    const auto again = contentsOf(stored.constData(), static_cast<std::size_t>(stored.size()));
+    require(again.condition == SettingsFile::Condition::Good, "what is stored can be read");
+    require(again.object.keys() == contents.object.keys(), "no key is lost");
+    return 0;
+}

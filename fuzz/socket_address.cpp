@@ -1,0 +1,51 @@
+// Addresses: as bytes from the network, and as text that a user typed.
+
+#include "platform/tcp/socket_address.h"
+
+#include "discovery/management_url.h"
+#include "platform/tcp/dialable_address.h"
+
+#include <algorithm>
+#include <string>
+
+#include "fuzz/harness.h"
+#include <sys/socket.h>
+
+namespace {
+
+using namespace quillbox;
+using fuzz::require;
+
+void tryBytes(const SocketAddress& address)
+{
+    const bool isAddress = familyOf(address) != AF_UNSPEC;
+    const auto text = numericHost(address);
+    require(!text || isAddress, "only an address has a numeric form");
+    managementUrl(address, 443);
+    require(!isAddress || portOf(withPort(address, 4445)) == 4445, "a port that is set is there");
+    const OwnAddresses nobody;
+    for (const auto origin :
+         {AddressOrigin::Typed, AddressOrigin::DnsSd, AddressOrigin::DnsSdOnLoopback}) {
+        const bool mayBeDialled = isDialable(address, origin, nobody);
+        require(isAddress || !mayBeDialled, "only an address is dialled");
+        require(!(mayBeDialled && origin == AddressOrigin::DnsSd && isLoopback(address)),
+                "a stranger does not lead to this computer");
+    }
+    if (!text)
+        return;
+    const auto read = parseNumericHost(*text, portOf(address));
+    require(read && isSameHost(*read, address), "a numeric form leads back");
+}
+
+} // namespace
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const auto bytes = std::as_bytes(std::span(data, size));
+    tryBytes(SocketAddress(bytes.begin(), bytes.end()));
+    if (const auto typed = parseNumericHost(std::string(fuzz::textOf(data, size)), 445)) {
+        require(portOf(*typed) == 445, "the port is the one given");
+        tryBytes(*typed);
+    }
+    return 0;
+}
