@@ -1,8 +1,8 @@
-// The command line, ports that were typed, and permissions that a launcher handed over.
+// The command line, ports that were typed, and what the copies of the program say to one another.
 
 #include "app/options.h"
 #include "app/port_text.h"
-#include "platform/desktop/activation.h"
+#include "platform/desktop/copy_protocol.h"
 
 #include <string>
 #include <vector>
@@ -23,9 +23,19 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     if (const auto* error = std::get_if<OptionsError>(&parsed))
         fuzz::require(!error->text.empty(), "a refusal has a reason");
     else
-        fuzz::require(words.empty() || words.front().starts_with("--"), "only options are taken");
+        fuzz::require(words.empty() || words.front().starts_with("--")
+                          || std::get<Options>(parsed).request.has_value(),
+                      "only options and commands are taken");
     parsePort(text);
-    if (isActivationToken(text))
+    if (copy_protocol::isToken(text))
         fuzz::require(text.find_first_of(" \n\r") == std::string_view::npos, "one word");
+    if (const auto request = copy_protocol::requestIn(text)) {
+        fuzz::require(request->token.empty() || copy_protocol::isToken(request->token),
+                      "what a request brings is a token");
+        if (request->kind == copy_protocol::Request::Kind::Message)
+            fuzz::require(copy_protocol::message(request->token, request->text).has_value(),
+                          "what was understood can be said again");
+    }
+    copy_protocol::answerIn(text);
     return 0;
 }
