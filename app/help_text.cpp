@@ -12,6 +12,8 @@ Options:
   --hidden          start without showing the window
   --dns-sd=ENGINE   who finds and announces services: auto (the default: avahi-daemon
                     whenever it runs, else the embedded engine), daemon, embedded
+  --this-computer-only
+                    no other computer can see or reach the phone through this one
   --autostart=on    start at login from now on, without showing the window, and exit
   --autostart=off   do not start at login any more, and exit
   --help            show this help and exit; behind a command, its own help

@@ -114,7 +114,8 @@ int run(const Options& options, char** arguments)
         qunsetenv(kNoGtkBridge);
 
     const auto mainQueue = makeMainQueue();
-    LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd));
+    LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd),
+                           options.isThisComputerOnly ? Reach::ThisComputer : Reach::Network);
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
     const auto smbOpener =
         makeSmbOpener(platform.serviceLocator(), QDBusConnection::sessionBus(), limits);

@@ -56,6 +56,8 @@ public:
             act(Action::RunDnsSdEngine);
         else if (argument == "--hidden")
             options.isHidden = true;
+        else if (argument == "--this-computer-only")
+            options.isThisComputerOnly = true;
         else if (argument == "--json")
             options.asJson = true;
         else if (name == kAutostart)
@@ -75,11 +77,13 @@ public:
         const auto& request = options.request;
         if (options.asJson && (!request || request->command != ControlCommand::Status))
             return "'--json' goes with 'status' only";
-        const bool isForStart = options.isHidden || options.dnsSd != DnsSdChoice::Automatic
+        const bool isForStart = options.isHidden || options.isThisComputerOnly
+                                || options.dnsSd != DnsSdChoice::Automatic
                                 || options.action == Action::TurnAutostartOn
                                 || options.action == Action::TurnAutostartOff;
         if (request && isForStart)
-            return "'--hidden', '--dns-sd' and '--autostart' do not go with "
+            return "'--hidden', '--dns-sd', '--this-computer-only' and '--autostart' do not go "
+                   "with "
                    + quoted(nameOf(request->command));
         if (request)
             act(Action::Control);

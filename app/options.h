@@ -30,7 +30,8 @@ struct Options {
 
     Action action = Action::Run;
     DnsSdChoice dnsSd = DnsSdChoice::Automatic;
-    bool isHidden = false; ///< starts without showing the window
+    bool isHidden = false;           ///< starts without showing the window
+    bool isThisComputerOnly = false; ///< no other computer sees or reaches the relays
     std::optional<ControlRequest> request = {};
     bool asJson = false; ///< the status
 

@@ -16,7 +16,7 @@ _quillbox_helper() {
     case $command:$typed in
         :--dns-sd=*) words="auto daemon embedded" ;;
         :--autostart=*) words="on off" ;;
-        :*) words="--hidden --dns-sd= --autostart= --help --version status open manage restart quit" ;;
+        :*) words="--hidden --dns-sd= --this-computer-only --autostart= --help --version status open manage restart quit" ;;
         status:*) words="--json --help" ;;
         *) words="--help" ;;
     esac

@@ -5,6 +5,7 @@ set -l before "not __fish_seen_subcommand_from $commands"
 
 complete -c quillbox-helper -f
 complete -c quillbox-helper -n $before -l hidden -d 'start without showing the window'
+complete -c quillbox-helper -n $before -l this-computer-only -d 'keep the phone from other computers'
 complete -c quillbox-helper -n $before -l dns-sd -x -a 'auto daemon embedded' -d 'who finds and announces services'
 complete -c quillbox-helper -n $before -l autostart -x -a 'on off' -d 'start at login, or not'
 complete -c quillbox-helper -n $before -l version -d 'show the version and exit'

@@ -85,7 +85,7 @@ std::optional<std::int64_t> numberIn(std::string_view text)
 std::optional<Registration> registrationNamed(std::string_view fileName)
 {
     std::string_view text = fileName;
-    if (!text.ends_with(kSuffix) || text.size() < kDateDigits || text[kDateDigits] != '-')
+    if (!text.ends_with(kSuffix) || text.size() <= kDateDigits || text[kDateDigits] != '-')
         return std::nullopt;
     text.remove_suffix(kSuffix.size());
     const auto date = numberIn(text.substr(0, kDateDigits));

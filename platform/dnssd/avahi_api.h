@@ -54,11 +54,12 @@ public:
         std::string hostName; ///< empty: the computer's
         std::uint16_t port = 0;
         std::vector<std::string> txt;
+        int interfaceIndex = kEveryInterface;
     };
 
     // Each returns one of Avahi's error numbers, 0 for none.
 
-    /// On all interfaces.
+    /// On its interface, or on all of them.
     virtual int addService(const Service& service) = 0;
     /// On its interface, without a reverse record.
     virtual int addAddress(const std::string& hostName, const HostAddress& address) = 0;

@@ -52,9 +52,9 @@ public:
     {
         const TxtStrings txt(service.txt);
         return library.entry_group_add_service_strlst(
-            group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{}, service.name.c_str(),
-            service.type.c_str(), orNull(service.domain), orNull(service.hostName), service.port,
-            txt.get());
+            group, interfaceOf(service), AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
+            service.name.c_str(), service.type.c_str(), orNull(service.domain),
+            orNull(service.hostName), service.port, txt.get());
     }
 
     int addAddress(const std::string& hostName, const HostAddress& address) override

@@ -57,6 +57,12 @@ inline const char* orNull(const std::string& text)
 
 /// The strings of a TXT record. Avahi writes the single empty string of RFC 6763, section 6.1, for
 /// an empty list, and takes no empty string within one.
+inline AvahiIfIndex interfaceOf(const AvahiGroup::Service& service)
+{
+    static_assert(kEveryInterface == AVAHI_IF_UNSPEC);
+    return service.interfaceIndex;
+}
+
 class TxtStrings final {
 public:
     explicit TxtStrings(const std::vector<std::string>& strings)

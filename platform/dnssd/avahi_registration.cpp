@@ -133,7 +133,8 @@ void AvahiRegistration::publishService()
                                  .domain = request.domain,
                                  .hostName = request.hostName,
                                  .port = request.port,
-                                 .txt = request.txt});
+                                 .txt = request.txt,
+                                 .interfaceIndex = request.interfaceIndex});
     });
     service->commit();
 }

@@ -54,7 +54,7 @@ public:
     {
         const TxtStrings txt(service.txt);
         return library.server_add_service_strlst(
-            &server, group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
+            &server, group, interfaceOf(service), AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
             service.name.c_str(), service.type.c_str(), orNull(service.domain),
             orNull(service.hostName), service.port, txt.get());
     }

@@ -25,10 +25,10 @@ using StandingId = std::uint64_t;
 class Center final {
 public:
     Center(std::unique_ptr<dnssd::Engine> engine, std::shared_ptr<DispatchQueue> ownQueue,
-           NetworkMonitor& monitor)
+           NetworkMonitor& monitor, Reach reach)
         : queue(std::move(ownQueue)),
           link(std::move(engine)),
-          localAddresses(monitor),
+          localAddresses(monitor, reach),
           locations(link, *queue),
           addresses(link, *queue)
     {
@@ -93,8 +93,8 @@ private:
 class CenterDnsSd final : public DnsSd {
 public:
     CenterDnsSd(std::unique_ptr<dnssd::Engine> engine, std::shared_ptr<DispatchQueue> queue,
-                NetworkMonitor& monitor)
-        : center(std::make_shared<Center>(std::move(engine), std::move(queue), monitor))
+                NetworkMonitor& monitor, Reach reach)
+        : center(std::make_shared<Center>(std::move(engine), std::move(queue), monitor, reach))
     {
         Center::start(center);
     }
@@ -192,9 +192,10 @@ private:
 } // namespace
 
 std::unique_ptr<DnsSd> makeDnsSd(std::unique_ptr<dnssd::Engine> engine,
-                                 std::shared_ptr<DispatchQueue> queue, NetworkMonitor& monitor)
+                                 std::shared_ptr<DispatchQueue> queue, NetworkMonitor& monitor,
+                                 Reach reach)
 {
-    return std::make_unique<CenterDnsSd>(std::move(engine), std::move(queue), monitor);
+    return std::make_unique<CenterDnsSd>(std::move(engine), std::move(queue), monitor, reach);
 }
 
 } // namespace quillbox

@@ -13,6 +13,9 @@ namespace quillbox::dnssd {
 
 namespace {
 
+/// The loopback interface is the first one of every network namespace, and stays in it.
+constexpr std::int32_t kLoopbackInterface = 1;
+
 std::optional<Address> addressOf(const SocketAddress& bytes)
 {
     sa_family_t family = AF_UNSPEC;
@@ -43,8 +46,8 @@ bool isLinkLocalIPv6(const HostAddress& entry)
 
 } // namespace
 
-LocalAddresses::LocalAddresses(NetworkMonitor& networkMonitor)
-    : monitor(&networkMonitor), current(networkMonitor.addresses())
+LocalAddresses::LocalAddresses(NetworkMonitor& networkMonitor, Reach from)
+    : reach(from), monitor(&networkMonitor), current(networkMonitor.addresses())
 {
 }
 
@@ -78,13 +81,18 @@ std::vector<InterfaceAddress> LocalAddresses::take()
     return monitor != nullptr ? monitor->addresses() : current;
 }
 
+std::int32_t LocalAddresses::publishedOn() const
+{
+    return reach == Reach::ThisComputer ? kLoopbackInterface : kEveryInterface;
+}
+
 std::vector<HostAddress> LocalAddresses::hostAddresses(const Address& onLoopback) const
 {
     std::vector<HostAddress> addresses;
     std::vector<HostAddress> loopbacks;
     for (const InterfaceAddress& entry : current) {
         const auto address = addressOf(entry.address);
-        if (!address)
+        if (!address || (reach == Reach::ThisComputer && !entry.isLoopback))
             continue;
         const HostAddress published{entry.interfaceIndex, entry.isLoopback ? onLoopback : *address};
         auto& list = entry.isLoopback ? loopbacks : addresses;

@@ -3,8 +3,10 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/messages.h"
 #include "platform/network_monitor.h"
+#include "platform/reach.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <vector>
@@ -28,7 +30,7 @@ public:
         ~Observer() = default;
     };
 
-    explicit LocalAddresses(NetworkMonitor& networkMonitor);
+    explicit LocalAddresses(NetworkMonitor& networkMonitor, Reach from = Reach::Network);
     LocalAddresses(const LocalAddresses&) = delete;
     LocalAddresses& operator=(const LocalAddresses&) = delete;
 
@@ -44,13 +46,18 @@ public:
     void addObserver(Observer& observer) { observers.push_back(&observer); }
     void removeObserver(Observer& observer) { std::erase(observers, &observer); }
 
-    /// The addresses of a host of this computer's, with `onLoopback` in place of the loopback
-    /// interface's own: 127.0.0.1 is every host's, and would tell none from another.
+    /// Where services are to be published: an interface, or all.
+    std::int32_t publishedOn() const;
+
+    /// The addresses of a host of this computer's on the interfaces where it is published, with
+    /// `onLoopback` in place of the loopback interface's own: 127.0.0.1 is every host's, and would
+    /// tell none from another.
     std::vector<HostAddress> hostAddresses(const Address& onLoopback) const;
 
 private:
     std::vector<InterfaceAddress> take();
 
+    const Reach reach;
     std::mutex mutex; ///< guards the next two
     NetworkMonitor* monitor;
     std::unique_ptr<NetworkMonitor::Subscription> subscription;

@@ -18,6 +18,9 @@ namespace quillbox::dnssd {
 /// Names one question for as long as it stands. The asker chooses it and never uses it again.
 using AskId = std::uint32_t;
 
+/// In the place of an interface's index.
+inline constexpr std::int32_t kEveryInterface = -1;
+
 enum class Family : std::uint8_t { IPv4, IPv6 };
 
 /// An address without port or scope: 4 or 16 bytes in network order, by family.
@@ -94,6 +97,8 @@ struct RegisterRequest {
     /// reverse records. Empty: the computer's own host name, whose records are not ours.
     std::string hostName;
     std::vector<HostAddress> addresses;
+    /// Where the service is published: on one interface, or on all of them.
+    std::int32_t interfaceIndex = kEveryInterface;
 
     bool operator==(const RegisterRequest&) const = default;
 };

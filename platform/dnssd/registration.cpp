@@ -143,6 +143,7 @@ void Registration::ask()
     request.txt = txt;
     request.hostName = identity.hostName;
     request.addresses = addresses;
+    request.interfaceIndex = localAddresses.publishedOn();
     id = link.ask(*this, std::move(request));
     const auto turns = static_cast<int>(1 + ownServices.count() / (kRegistrationsAtOnce + 1));
     after(turns * kRegistrationLimit,

@@ -40,8 +40,8 @@ private:
 /// network; so the backends are made when the first of them is asked for something.
 class LinuxPlatform::LazyNetwork final : public Network {
 public:
-    LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen)
-        : queues(platformQueues), mode(chosen)
+    LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen, Reach chosenReach)
+        : queues(platformQueues), mode(chosen), reach(chosenReach)
     {
     }
 
@@ -93,12 +93,12 @@ public:
 
 private:
     struct Backends {
-        Backends(Queues& queues, dnssd::DnsSdMode mode)
+        Backends(Queues& queues, dnssd::DnsSdMode mode, Reach reach)
             : monitor(makeNetworkMonitor(queues.pool)),
               dnsSd(makeDnsSd(dnssd::makeEngine(mode),
-                              queues.pool.makeQueue("dns-sd", QualityOfService::Utility),
-                              *monitor)),
-              tcp(queues.pool, *dnsSd, *monitor),
+                              queues.pool.makeQueue("dns-sd", QualityOfService::Utility), *monitor,
+                              reach)),
+              tcp(queues.pool, *dnsSd, *monitor, reach),
               locator(tcp.makeServiceLocator(queues.mainQueue()))
         {
         }
@@ -111,12 +111,13 @@ private:
 
     Backends& backends() const
     {
-        std::call_once(once, [this] { made = std::make_unique<Backends>(queues, mode); });
+        std::call_once(once, [this] { made = std::make_unique<Backends>(queues, mode, reach); });
         return *made;
     }
 
     Queues& queues;
     const dnssd::DnsSdMode mode;
+    const Reach reach;
     bool isShutDown = false; ///< of the main thread
     mutable std::once_flag once;
     mutable std::unique_ptr<Backends> made;
@@ -135,9 +136,10 @@ private:
     LazyNetwork& network;
 };
 
-LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode)
+LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode,
+                             Reach reach)
     : queues_(std::make_unique<Queues>(std::move(mainQueue))),
-      network_(std::make_unique<LazyNetwork>(*queues_, mode)),
+      network_(std::make_unique<LazyNetwork>(*queues_, mode, reach)),
       locator_(std::make_unique<LazyLocator>(*network_))
 {
 }

@@ -3,6 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/automatic_engine.h"
 #include "platform/network.h"
+#include "platform/reach.h"
 #include "platform/service_locator.h"
 
 #include <memory>
@@ -15,7 +16,8 @@ namespace quillbox {
 /// something is asked of `network()`.
 class LinuxPlatform final {
 public:
-    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode);
+    /// What is offered can be reached, and is advertised, as far as `reach` says.
+    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode, Reach reach);
 
     /// Shuts down.
     ~LinuxPlatform();

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 
 #include <linux/sockios.h>
 #include <netinet/in.h>
@@ -41,11 +42,26 @@ std::size_t countOf(int socket, unsigned long request)
     return ::ioctl(socket, request, &count) == 0 ? static_cast<std::size_t>(std::max(count, 0)) : 0;
 }
 
-int openListeningSocket(int family, std::uint16_t port, bool allowReuse, std::error_code& error)
+/// What does not come by way of the loopback interface is refused, whatever its address: a service
+/// has an address of its own in 127.0.0.0/8, so that binding to one of them is not enough.
+bool confineToThisComputer(int socket)
+{
+    constexpr std::string_view kLoopback = "lo";
+    return ::setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, kLoopback.data(), kLoopback.size())
+           == 0;
+}
+
+int openListeningSocket(int family, std::uint16_t port, bool allowReuse, Reach reach,
+                        std::error_code& error)
 {
     const int socket = openStreamSocket(family, error);
     if (socket < 0)
         return -1;
+    if (reach == Reach::ThisComputer && !confineToThisComputer(socket)) {
+        error = lastError();
+        ::close(socket);
+        return -1;
+    }
     if (allowReuse)
         setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
     setConnectionOptions(socket);
@@ -98,12 +114,12 @@ void setConnectionOptions(int socket)
     setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
 }
 
-int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error)
+int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error, Reach reach)
 {
-    const int socket = openListeningSocket(AF_INET6, port, allowReuse, error);
+    const int socket = openListeningSocket(AF_INET6, port, allowReuse, reach, error);
     if (error == std::errc::address_family_not_supported
         || error == std::errc::address_not_available)
-        return openListeningSocket(AF_INET, port, allowReuse, error);
+        return openListeningSocket(AF_INET, port, allowReuse, reach, error);
     return socket;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/net_service.h"
+#include "platform/reach.h"
 #include "platform/tcp/transfer.h"
 
 #include <cstddef>
@@ -24,7 +25,8 @@ void setConnectionOptions(int socket);
 
 /// Opens a port for IPv6 and IPv4, or for IPv4 alone on a system without IPv6, with the options of
 /// its connections to be; -1 and an error on failure.
-int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error);
+int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error,
+                        Reach reach = Reach::Network);
 
 /// Starts connecting; `operation_in_progress` when the result is yet to come.
 std::error_code beginConnect(int socket, const SocketAddress& address);

@@ -9,7 +9,7 @@
 
 namespace quillbox {
 
-TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor)
+TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor, Reach reach)
     : context_(
         new TcpContext{.pool = pool.context(QualityOfService::UserInitiated),
                        .dnsSd = dnsSd,
@@ -20,6 +20,7 @@ TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor
                        .pipes = std::make_shared<PipePool>(),
                        .sockets = std::make_shared<SocketLedger>(),
                        .hosts = std::make_shared<HostLookup>(),
+                       .reach = reach,
                        .ownPorts = {},
                        .provenAddresses = {},
                        .traffic = {}})

@@ -4,6 +4,7 @@
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network.h"
 #include "platform/network_monitor.h"
+#include "platform/reach.h"
 #include "platform/service_locator.h"
 #include "platform/traffic.h"
 
@@ -24,7 +25,9 @@ struct TcpContext;
 /// outlive it, but not `dnsSd` and `monitor`, unless the pool has been shut down before.
 class TcpNetwork final {
 public:
-    TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor);
+    /// Listeners can be reached as far as `reach` says.
+    TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor,
+               Reach reach = Reach::Network);
     ~TcpNetwork();
 
     TcpNetwork(const TcpNetwork&) = delete;

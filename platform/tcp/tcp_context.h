@@ -3,6 +3,7 @@
 #include "platform/dispatch/strand_queue.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network_monitor.h"
+#include "platform/reach.h"
 #include "platform/tcp/address_book.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/host_lookup.h"
@@ -26,6 +27,7 @@ struct TcpContext {
     std::shared_ptr<PipePool> pipes;
     std::shared_ptr<SocketLedger> sockets;
     std::shared_ptr<HostLookup> hosts;
+    Reach reach = Reach::Network;
     OwnPorts ownPorts;
     ProvenAddresses provenAddresses;
     TrafficLedger traffic;

@@ -300,7 +300,8 @@ std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
                                           const TcpParameters& parameters, std::uint16_t port,
                                           std::error_code& error)
 {
-    const int descriptor = openListeningSocket(port, parameters.allowLocalEndpointReuse, error);
+    const int descriptor =
+        openListeningSocket(port, parameters.allowLocalEndpointReuse, error, context->reach);
     if (error)
         return nullptr;
     const auto chosenPort = localPort(descriptor);

@@ -54,6 +54,13 @@ TEST(Options, theDnsSdEngineCanBeChosen)
               Result(Options{.dnsSd = DnsSdChoice::Embedded}));
 }
 
+TEST(Options, otherComputersCanBeLeftOut)
+{
+    EXPECT_EQ(parse({"--this-computer-only"}), Result(Options{.isThisComputerOnly = true}));
+    EXPECT_EQ(parse({"--this-computer-only", "--dns-sd=daemon"}),
+              Result(Options{.dnsSd = DnsSdChoice::Daemon, .isThisComputerOnly = true}));
+}
+
 TEST(Options, anUnknownEngineIsNamed)
 {
     for (const char* argument : {"--dns-sd=avahi", "--dns-sd=", "--dns-sd"})
@@ -145,10 +152,11 @@ TEST(Options, aCommandTakesNoMoreThanItKnows)
 
 TEST(Options, aCommandStartsNothing)
 {
-    for (const char* option :
-         {"--hidden", "--dns-sd=daemon", "--autostart=on", "--autostart=off"}) {
+    for (const char* option : {"--hidden", "--this-computer-only", "--dns-sd=daemon",
+                               "--autostart=on", "--autostart=off"}) {
         EXPECT_EQ(errorOf(parse({"status", option})),
-                  "'--hidden', '--dns-sd' and '--autostart' do not go with 'status'");
+                  "'--hidden', '--dns-sd', '--this-computer-only' and '--autostart' do not go with "
+                  "'status'");
         EXPECT_NE(errorOf(parse({option, "open"})), "");
     }
 }

@@ -59,6 +59,17 @@ TEST(LocalAddresses, withoutANetworkAreTheLoopbackOneOnly)
               (std::vector<HostAddress>{{1, kOwnLoopback}}));
 }
 
+TEST(LocalAddresses, forThisComputerAloneAreTheLoopbackOneAndItsInterface)
+{
+    FakeNetworkMonitor monitor;
+    monitor.setAddresses(
+        {interfaceAddress(1, "lo", "127.0.0.1"), interfaceAddress(2, "eth0", "192.168.1.5")});
+    const LocalAddresses local(monitor, Reach::ThisComputer);
+    EXPECT_EQ(local.hostAddresses(kOwnLoopback), (std::vector<HostAddress>{{1, kOwnLoopback}}));
+    EXPECT_EQ(local.publishedOn(), 1);
+    EXPECT_EQ(LocalAddresses(monitor).publishedOn(), kEveryInterface);
+}
+
 TEST(LocalAddresses, skipWhatIsNoInternetAddress)
 {
     FakeNetworkMonitor monitor;

@@ -56,6 +56,18 @@ TEST(SocketCalls, acceptSocketsThatNeverBlockAndAreNotInherited)
     EXPECT_EQ(error, std::errc::operation_would_block);
 }
 
+TEST(SocketCalls, confineAListenerToThisComputer)
+{
+    std::error_code error;
+    const Peer listener(openListeningSocket(0, false, error, Reach::ThisComputer));
+    ASSERT_FALSE(error) << error.message();
+    std::array<char, 16> device{};
+    socklen_t size = device.size();
+    ASSERT_EQ(
+        ::getsockopt(listener.descriptor(), SOL_SOCKET, SO_BINDTODEVICE, device.data(), &size), 0);
+    EXPECT_STREQ(device.data(), "lo");
+}
+
 TEST(SocketCalls, setNoDelayAndKeepAlive)
 {
     std::error_code error;

@@ -1,0 +1,38 @@
+"""The executable is built so that a fault in it is hard to make use of."""
+
+import re
+import subprocess
+
+import pytest
+from rig.computer import PROGRAM
+
+
+def told(*command):
+    return subprocess.run(command, stdout=subprocess.PIPE, check=True, text=True, timeout=120).stdout
+
+
+@pytest.mark.parametrize(
+    "option, expected",
+    [
+        ("-h", r"Type:\s+DYN \(Position-Independent Executable"),
+        ("-d", r"\(FLAGS_1\)\s+Flags: .*PIE"),
+        ("-d", r"\(FLAGS\)\s+BIND_NOW"),
+        ("-l", r"GNU_RELRO\s"),
+        ("-l", r"GNU_STACK\s.* RW "),
+        ("-s", r"__stack_chk_fail"),
+    ],
+    ids=["position", "position flag", "binding", "relocations", "stack data", "stack protector"],
+)
+def test_the_executable_has(option, expected):
+    assert re.search(expected, told("readelf", "-W", option, PROGRAM))
+
+
+def test_the_code_guards_its_jumps_and_probes_its_stack():
+    """The linker's mark for control-flow protection is missing on Debian 12, whose start files are
+    built without; the code of ours has it all the same."""
+    code = told("objdump", "--disassemble", "--no-show-raw-insn", PROGRAM)
+    (main,) = re.findall(r"<main>:\n\s*[0-9a-f]+:\s*(\w+)", code)
+    assert main == "endbr64"
+    assert code.count("endbr64") > 1000
+    # What -fstack-clash-protection puts between the pages of a large frame.
+    assert re.search(r"orq\s+\$0x0,(0x[0-9a-f]+)?\(%rsp\)", code)
