@@ -275,16 +275,16 @@ void PoolContext::destroyPending()
         handedOver.swap(handedOver_);
         alarms.swap(alarms_);
         watches.swap(watches_);
+        for (const auto& [time, alarm] : alarms)
+            alarm->isQueued = false;
         for (const auto& [address, weak] : strands_) {
             if (auto state = weak.lock())
                 open.push_back(std::move(state));
         }
     }
-    // Taken out before they go: what they hold may look at where they were.
-    for (const auto& [time, alarm] : alarms) {
-        alarm->isQueued = false;
+    // Taken out before they go, all of them: what one holds may cancel another.
+    for (const auto& [time, alarm] : alarms)
         const Work dropped = alarm->work.take();
-    }
     for (const auto& [id, state] : watches) {
         for (auto* waiting : {&state->reader, &state->writer, &state->failureWatcher})
             const auto dropped = std::exchange(*waiting, std::nullopt);

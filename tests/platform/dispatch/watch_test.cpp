@@ -271,4 +271,21 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
     done.get_future().wait();
 }
 
+TEST_F(TimerTest, canBeTakenBackByThePendingWorkOfAnotherAsItGoes)
+{
+    // At the shutdown, in the order of their times, each holds the timer of the next.
+    constexpr int kTimers = 8;
+    auto context = pool.context(QualityOfService::UserInitiated);
+    const auto token = std::make_shared<int>(0);
+    std::shared_ptr<Timer> next;
+    for (int hour = kTimers; hour > 0; --hour) {
+        auto each = std::make_shared<Timer>(context);
+        each->start(strandOf(*queue), std::chrono::hours(hour), [next, token] { FAIL(); });
+        next = std::move(each);
+    }
+    queue->asyncAfter(1min, [first = std::move(next)] { FAIL(); });
+    pool.shutdown();
+    EXPECT_EQ(token.use_count(), 1);
+}
+
 } // namespace quillbox
