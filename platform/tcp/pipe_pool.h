@@ -32,8 +32,8 @@ public:
     /// None: they never come into this process's memory.
     std::span<const std::byte> bytes() const override { return {}; }
 
-    /// Takes what the socket holds, `limit` bytes at the most. To be called until it has taken
-    /// something: how much room a pipe has left, nobody can tell.
+    /// Takes what the socket holds, `limit` bytes at the most; nothing where urgent data begins. To
+    /// be called until it has taken something: how much room a pipe has left, nobody can tell.
     Transfer fill(int socket, std::size_t limit);
 
     /// Hands on what the socket takes.

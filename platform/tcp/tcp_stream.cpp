@@ -126,21 +126,21 @@ bool TcpStream::beginChunk(Delivery delivery)
     return true;
 }
 
-/// Whether a pipe took what there is to read, or learned that there is nothing.
+/// Whether a pipe took bytes. Where it took none there are some all the same, or an end: urgent
+/// data (RFC 6093) never goes into a pipe, and the kernel tells of it as of the end of what there
+/// is, or of the stream. Only a read knows.
 bool TcpStream::receiveThroughPipe(Delivery delivery)
 {
     auto chunk = context_->pipes->borrow();
     if (!chunk)
         return false;
     const auto moved = chunk->fill(socket_->descriptor(), receive_->maximum);
-    if (isSpliceRefused(moved)) {
+    if (isSpliceRefused(moved))
         context_->pipes->giveUp();
+    else if (moved.error && !moved.wouldBlock())
+        noteFailure(moved.error);
+    if (moved.count == 0)
         return false;
-    }
-    if (moved.count == 0) {
-        handleShortfall(moved, delivery);
-        return true;
-    }
     receive_->piped = std::move(chunk);
     endReceive(false, {}, delivery);
     return true;

@@ -190,6 +190,35 @@ TEST(TcpConnection, keepsUrgentBytesInTheStream)
     EXPECT_EQ(subject.log->count(Connection::State::Failed), 0U);
 }
 
+TEST(TcpConnection, keepsUrgentBytesInAStreamThatFlows)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    const auto bytes = pattern(2 * kMaximumContentSize);
+    std::thread sender([&bytes, &peer = peer] {
+        for (int round = 0; round < 4; ++round) {
+            EXPECT_TRUE(peer.send(bytes));
+            EXPECT_EQ(::send(peer.descriptor(), "!", 1, MSG_OOB), 1);
+        }
+        EXPECT_TRUE(peer.send(bytes));
+        peer.shutDownSending();
+    });
+    std::string wanted = bytes;
+    for (int round = 0; round < 4; ++round)
+        wanted += '!' + bytes;
+    std::string all;
+    for (bool isComplete = false; !isComplete;) {
+        // Much comes together meanwhile, before the urgent byte and behind it.
+        std::this_thread::sleep_for(1ms);
+        auto received = take(subject.receive());
+        all += received.bytes;
+        isComplete = received.isComplete || received.error;
+    }
+    sender.join();
+    EXPECT_EQ(all.size(), wanted.size());
+    EXPECT_TRUE(all == wanted);
+}
+
 TEST(TcpConnection, refusesASecondReceiveAndASecondSend)
 {
     Harness harness;
