@@ -35,8 +35,6 @@ if(QUILLBOX_SANITIZE)
         # What the sanitizers add to the code leads the warnings astray that follow its flow.
         target_compile_options(quillbox_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow
                                                           -Wno-maybe-uninitialized)
-        # ThreadSanitizer does not know fences, and GCC warns of any that a library's header has.
-        target_compile_options(quillbox_options INTERFACE -Wno-tsan)
     endif()
 else()
     # The sanitizers check more than fortified functions do, and the two do not mix.
