@@ -47,20 +47,23 @@ def test_another_computer_can_neither_see_nor_reach_the_relay(lan, computer, onl
         connected(onlooker, "127.77.0.1", port)
 
 
-def test_this_computer_uses_the_relay_as_always(computer, service):
+def test_this_computer_uses_the_relay_at_its_loopback_addresses(computer, service):
     phone = service("phone")
     helper = computer.helper("--this-computer-only")
     phone.announce()
     helper.wait_status(visible(1))
     port = port_of(computer)
 
-    for address in ("127.0.0.1", "127.9.8.7", computer.address4):
+    for address in ("127.0.0.1", "127.9.8.7"):
         with connected(computer, address, port) as browser:
             there, _ = phone.listener.accept()
             there.settimeout(limit(5))
             with there:
                 browser.sendall(b"hello")
                 assert read_exactly(there, 5) == b"hello"
+    # To the kernel an address of the network belongs to its interface, even from here.
+    with pytest.raises(ConnectionRefusedError):
+        connected(computer, computer.address4, port)
 
 
 def test_this_computers_file_browser_sees_it_on_the_loopback_interface(bare_computer, service):
