@@ -3,6 +3,8 @@
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include <array>
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
