@@ -77,6 +77,7 @@ void rehearse(Harness& harness)
 {
     std::ostream nowhere(nullptr);
     nowhere << "" << std::string() << ' ';
+    harness.makeQueue()->asyncAfter(1ms, [] {});
     {
         const auto peer = connectPeer(harness.listeningPort());
         harness.nextAccepted().reset();
