@@ -74,7 +74,7 @@ TEST(HelperStatus, givesATerminalNothingToActUpon)
         EXPECT_THAT(plain, Not(HasSubstr(hostile)));
     EXPECT_THAT(plain, HasSubstr("Quillbox \uFFFD[2J\uFFFD\uFFFD\uFFFD\uFFFD31m\uFFFD"));
     // Nothing in a name begins a line.
-    EXPECT_EQ(std::count(plain.begin(), plain.end(), '\n'), 13);
+    EXPECT_EQ(std::count(plain.begin(), plain.end(), '\n'), 14);
 }
 
 TEST(HelperStatus, asJsonHoldsNamesVerbatim)

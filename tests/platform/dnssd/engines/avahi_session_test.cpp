@@ -85,12 +85,17 @@ public:
         return AVAHI_OK;
     }
 
-    void become(AvahiEntryGroupState state) const { watcher.onGroupState(state); }
+    void become(AvahiEntryGroupState newState) const
+    {
+        state = newState;
+        watcher.onGroupState(newState);
+    }
 
     FakeAvahi& avahi;
     AvahiGroupWatcher& watcher;
     std::string content;
     int addressCount = 0;
+    mutable AvahiEntryGroupState state = AVAHI_ENTRY_GROUP_UNCOMMITED;
 };
 
 std::unique_ptr<AvahiObject> FakeAvahi::browse(const std::string& type, AvahiAnswers& answers)
@@ -136,8 +141,10 @@ protected:
 
     void establishAll()
     {
-        for (const FakeAvahi::Group* group : avahi.groups)
-            group->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+        for (const FakeAvahi::Group* group : avahi.groups) {
+            if (group->state != AVAHI_ENTRY_GROUP_ESTABLISHED)
+                group->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+        }
     }
 
     /// Whatever waits is published in turn, and established.
