@@ -54,8 +54,9 @@ def standing_session(computer, port, phone):
 
 
 def test_ten_thousand_phones_that_appear_at_once_are_256_at_most(
-    computer, onlooker, phone, speaker
+    bare_computer, onlooker, phone, speaker
 ):
+    computer = bare_computer
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     check = standing_session(computer, found["port"], phone)
