@@ -123,7 +123,7 @@ def test_a_phone_that_moves_without_a_word_keeps_its_relay(computer, onlooker, s
     since = helper.mark()
 
     phone.run("ip", "addr", "add", "10.77.0.99/24", "dev", "eth0")
-    phone.listener = listen(phone)
+    phone.listener = listen(phone, address="10.77.0.99")
     phone.port = phone.listener.getsockname()[1]
     phone.change(addresses=["10.77.0.99"])
 

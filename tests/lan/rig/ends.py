@@ -23,13 +23,13 @@ def raise_descriptor_limit():
     return most
 
 
-def listen(host, port=0, receive_buffer=None, backlog=4096):
-    """A listening socket on all of the host's IPv4 addresses."""
+def listen(host, port=0, receive_buffer=None, backlog=4096, address="0.0.0.0"):
+    """A listening socket on one of the host's IPv4 addresses, or on all."""
     listener = host.socket()
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     if receive_buffer is not None:
         listener.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, receive_buffer)
-    listener.bind(("0.0.0.0", port))
+    listener.bind((address, port))
     listener.listen(backlog)
     listener.settimeout(limit(20))
     return listener
