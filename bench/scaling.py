@@ -1,7 +1,6 @@
 """The parts that measure how costs grow: with sessions, with phones, with names on the network."""
 
 import json
-import os
 import time
 from statistics import median
 
@@ -13,12 +12,10 @@ from place import result_of
 from plot import chart
 from relays import Direct, HaProxy, Nginx, Ours
 from rig.computer import LOOKING, visible
+from rig.crowd import Crowd
 from rig.network import TYPE_PHONE, TYPE_SMB
 from transfers import speed_of
 from wire import LOAD, LOAD_PORT, most_descriptors
-
-HERE = os.path.dirname(os.path.abspath(__file__))
-PYTHON = "/usr/bin/python3"
 
 
 def counted(size, of):
@@ -139,38 +136,6 @@ def busy_sessions(relay, count, seconds):
 # ---- phones and names ----
 
 
-class Crowd:
-    """Phones and other services that are announced at once, from the phone's host."""
-
-    def __init__(self, place):
-        self.place = place
-        self.process = place.phone.start(
-            [PYTHON, f"{HERE}/mdns_flood.py", place.phone.address4], stdin=True
-        )
-
-    def order(self, **what):
-        since = self.process.mark()
-        self.process.write(json.dumps(what) + "\n")
-        return since
-
-    def announce(self, names, **more):
-        """Gives the moment at which all was said."""
-        where = {"host": "phone", "address": self.place.phone.address4, "port": LOAD_PORT}
-        since = self.order(names=names, type=TYPE_PHONE, **where, **more)
-        return self.wait("done", since)["at"]
-
-    def watch(self, count):
-        """From now on it watches for so many servers."""
-        return self.order(watch=TYPE_SMB, count=count)
-
-    def wait(self, what, since):
-        line = self.process.wait_line(lambda line: f'"{what}"' in line.text, 90, since, what)
-        return json.loads(line.text)
-
-    def end(self):
-        self.process.end()
-
-
 def phone_names(count):
     return [f"Quillbox {number:03}" for number in range(1, count + 1)]
 
@@ -180,7 +145,7 @@ class Trial:
 
     def __init__(self, place):
         self.place = place
-        self.crowd = Crowd(place)
+        self.crowd = Crowd(place.phone, LOAD_PORT)
         since = self.crowd.order(**{"await": TYPE_PHONE})
         self.helper = place.host.program()
         self.helper.wait_status(LOOKING)
@@ -202,7 +167,7 @@ class Trial:
 
 def appear(trial, count):
     """So many phones appear at once; gives moments after the announcement, and the ports."""
-    known = trial.crowd.watch(count)
+    known = trial.crowd.watch(TYPE_SMB, count)
     began = time.monotonic()
     trial.crowd.announce(phone_names(count))
     status = trial.helper.wait_status(visible(count), 60).at

@@ -145,7 +145,8 @@ void Registration::ask()
     request.addresses = addresses;
     request.interfaceIndex = localAddresses.publishedOn();
     id = link.ask(*this, std::move(request));
-    const auto turns = static_cast<int>(1 + ownServices.count() / (kRegistrationsAtOnce + 1));
+    const std::size_t before = ownServices.count() - 1;
+    const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
     after(turns * kRegistrationLimit,
           [](Registration& self) { self.refused(DnsSdError::Internal); });
 }

@@ -303,6 +303,30 @@ TEST_F(RegistrationTest, asksAgainWhenTheEngineForgets)
     EXPECT_EQ(engine.count<RegisterRequest>(), 2U);
 }
 
+TEST_F(RegistrationTest, waitsForItsTurnAmongMany)
+{
+    up();
+    std::vector<std::unique_ptr<DnsSd::Ask>> others;
+    for (std::size_t number = 1; number <= 2 * kRegistrationsAtOnce; ++number)
+        others.push_back(dnsSd->registerService({.name = "Quillbox " + std::to_string(number),
+                                                 .type = "_smb._tcp",
+                                                 .domain = {},
+                                                 .txtRecord = {}},
+                                                1, dispatch.mainQueue(), [](const auto&) {}));
+    dispatch.advance(kRegistrationLimit - 1ms);
+    EXPECT_EQ(engine.count<StopRequest>(), 0U);
+    // What was the last of all is given the time of those in front of it.
+    dispatch.advance(2 * kRegistrationLimit - 1ms);
+    const auto standing = engine.standing<RegisterRequest>();
+    EXPECT_TRUE(std::ranges::any_of(standing, [](const RegisterRequest& request) {
+        return request.name == "Quillbox " + std::to_string(2 * kRegistrationsAtOnce);
+    }));
+    const auto stopped = engine.count<StopRequest>();
+    EXPECT_GT(stopped, 0U);
+    dispatch.advance(3ms);
+    EXPECT_GT(engine.count<StopRequest>(), stopped);
+}
+
 TEST_F(RegistrationTest, refusesWhatCannotBeWithoutAnEngine)
 {
     const auto outcome = [this](const ServiceRegistration& service) {

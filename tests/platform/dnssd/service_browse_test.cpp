@@ -100,6 +100,39 @@ TEST_F(ServiceBrowseTest, deliversTheFirstServiceAtOnce)
               (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local", std::nullopt}}));
 }
 
+TEST_F(ServiceBrowseTest, whatChangesNoSetDeliversNone)
+{
+    up();
+    emit(found("Quillbox"));
+    dispatch.advance(1s);
+    const auto before = browsed.count();
+    emit(found("Quillbox", kWiredIPv6));
+    emit(found("Quillbox", kWireless));
+    emit(lost("Quillbox", kWireless));
+    for (const Sighting& sighting : {kWired, kWiredIPv6})
+        emit(LocationFound{lifeOf("Quillbox"), sighting, "phone.local", 445});
+    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 445});
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.count(), before);
+    emit(LocationLost{lifeOf("Quillbox"), kWiredIPv6, "phone.local", 445});
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.count(), before + 1);
+    EXPECT_EQ(names(), Names{});
+}
+
+TEST_F(ServiceBrowseTest, aFloodBeyondTheLimitDeliversNothing)
+{
+    up();
+    for (std::size_t number = 0; number < kMaximumServices; ++number)
+        emit(found("Quillbox " + std::to_string(number)));
+    dispatch.advance(1s);
+    const auto before = browsed.count();
+    for (int number = 0; number < 1000; ++number)
+        emit(found("Printer " + std::to_string(number)));
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.count(), before);
+}
+
 TEST_F(ServiceBrowseTest, listsAServiceForAsLongAsAnythingSeesIt)
 {
     up();
