@@ -150,13 +150,9 @@ protected:
     /// Whatever waits is published in turn, and established.
     void establishInTurns()
     {
-        while (established < avahi.groups.size()) {
-            const std::vector<FakeAvahi::Group*> made(
-                avahi.groups.begin() + static_cast<std::ptrdiff_t>(established),
-                avahi.groups.end());
-            established = avahi.groups.size();
-            for (const FakeAvahi::Group* group : made)
-                group->become(AVAHI_ENTRY_GROUP_ESTABLISHED);
+        for (std::size_t before = 0; before != avahi.groupsMade;) {
+            before = avahi.groupsMade;
+            establishAll();
             session.tidy(kStart);
         }
     }
@@ -166,8 +162,6 @@ protected:
         return static_cast<std::size_t>(std::ranges::count_if(
             events, [](const Event& event) { return std::holds_alternative<Registered>(event); }));
     }
-
-    std::size_t established = 0; ///< of the groups, by `establishInTurns`
 
     static constexpr std::size_t kAtOnce = kRegistrationsAtOnce;
 
@@ -315,7 +309,6 @@ TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
     EXPECT_TRUE(avahi.group("Name " + std::to_string(kAtOnce + 2)));
     session.handle(StopRequest{static_cast<AskId>(3 * kAtOnce)}, kStart);
 
-    established = 0; // some are gone
     establishInTurns();
     EXPECT_EQ(registered(), 3 * kAtOnce - 3);
     EXPECT_FALSE(avahi.group("Name " + std::to_string(3 * kAtOnce)));
