@@ -75,7 +75,7 @@ def come_and_go_often(computer, crowd, crowds, count):
 
 
 def test_nothing_stays_behind_of_phones_that_came_and_went(computer, crowd):
-    come_and_go_often(computer, crowd, crowds=8, count=40)
+    come_and_go_often(computer, crowd, crowds=4, count=40)
 
 
 @pytest.mark.long
