@@ -7,7 +7,7 @@ import pytest
 from rig.computer import LOOKING, visible
 from rig.crowd import Crowd
 from rig.network import TYPE_PHONE
-from rig.process import limit, wait_until
+from rig.process import SLOWDOWN, limit, wait_until
 
 # What allocators and libraries keep of a crowd that left; a crowd that is not freed is more.
 KEPT_KIB = 4000
@@ -71,7 +71,9 @@ def come_and_go_often(computer, crowd, crowds, count):
         wait_until(
             lambda pid=pid: descriptors(pid) <= opened[pid], limit(10), f"{opened[pid]} descriptors"
         )
-        assert own_kib(pid) <= kept[pid] + KEPT_KIB
+        # AddressSanitizer keeps what was freed, to see who still uses it.
+        if SLOWDOWN == 1:
+            assert own_kib(pid) <= kept[pid] + KEPT_KIB
 
 
 def test_nothing_stays_behind_of_phones_that_came_and_went(computer, crowd):
