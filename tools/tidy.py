@@ -6,18 +6,31 @@ usage: tidy.py BUILD FILE...
 BUILD holds compile_commands.json. What decides whether a file is clean is all that the compiler
 reads for it, how it is called and what clang-tidy looks for; while that stays as it was, the file
 stays clean. The exit code is 0 only when every file is.
+
+Nearly all of the time goes into the headers of the system and of Qt, which every check walks anew
+for each file. So files of one folder that are compiled alike are checked as one text first, and
+alone only where that text does not compile or is complained about: about them, together, nothing
+is reported.
 """
 
 import argparse
+import collections
 import concurrent.futures
 import hashlib
 import json
 import os
 import pathlib
+import re
 import shlex
+import shutil
 import subprocess
 import sys
 import threading
+
+# Enough to have the headers' share small, and few enough to keep all processors busy.
+TOGETHER = 8
+
+COMPLAINT = re.compile(r"^(/[^:\n]+):\d+:\d+: (?:warning|error|fatal error): ", re.MULTILINE)
 
 
 class Tidy:
@@ -27,42 +40,102 @@ class Tidy:
         self.build = build
         self.clean = build / "clean"
         self.clean.mkdir(exist_ok=True)
+        self.together = build / "together"
+        self.together.mkdir(exist_ok=True)
         self.root = pathlib.Path(__file__).resolve().parents[1]
         version = subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True)
-        self.settings = version.stdout + (self.root / ".clang-tidy").read_bytes()
+        settings = [self.root / ".clang-tidy", *sorted(self.root.glob("*/.clang-tidy"))]
+        self.settings = version.stdout + b"\0".join(file.read_bytes() for file in settings)
+        for file in settings:
+            self.copy_settings(file)
         commands = json.loads((build / "compile_commands.json").read_text(encoding="utf-8"))
         self.commands = {entry["file"]: entry for entry in commands}
 
+    def copy_settings(self, file):
+        """clang-tidy looks for its settings in the folders above a file."""
+        copy = self.together / file.relative_to(self.root)
+        copy.parent.mkdir(exist_ok=True)
+        shutil.copyfile(file, copy)
+
+    def flags(self, file):
+        """How the compiler is called for the file, without its name and its output."""
+        command = shlex.split(self.commands[file]["command"])
+        return command[: command.index("-o")]
+
     def stamp(self, file):
         """The file that says that this one is clean; None where it cannot even be preprocessed."""
-        entry = self.commands[file]
-        command = shlex.split(entry["command"])
-        call = command[: command.index("-o")] + ["-E", "-C", "-dD", "-P", file]
-        read = subprocess.run(call, cwd=entry["directory"], capture_output=True, check=False)
+        call = self.flags(file) + ["-E", "-C", "-dD", "-P", file]
+        directory = self.commands[file]["directory"]
+        read = subprocess.run(call, cwd=directory, capture_output=True, check=False)
         if read.returncode != 0:
             return None
-        how = " ".join(command).replace(str(self.root), "").encode()
+        how = " ".join(self.flags(file)).replace(str(self.root), "").encode()
         return self.clean / hashlib.sha256(b"\0".join([self.settings, how, read.stdout])).hexdigest()
 
-    def check(self, file):
-        """(whether the file is clean, what clang-tidy says)"""
-        if file not in self.commands:
-            return False, f"{file}: no target compiles it\n"
-        stamp = self.stamp(file)
-        if stamp is not None and stamp.exists():
-            return True, ""
+    def run(self, *arguments):
+        """(whether clang-tidy is content, what it says)"""
         ran = subprocess.run(
-            ["clang-tidy", "--quiet", "-p", self.build, file],
+            ["clang-tidy", "--quiet", *arguments],
             stdout=subprocess.PIPE,
             stderr=subprocess.STDOUT,
             text=True,
             check=False,
         )
-        if ran.returncode != 0:
-            return False, ran.stdout
-        if stamp is not None:
-            stamp.touch()
-        return True, ""
+        return ran.returncode == 0, ran.stdout
+
+    def check(self, file):
+        """(whether the file is clean, what clang-tidy says)"""
+        return self.run("-p", self.build, file)
+
+    def check_together(self, files):
+        """Those of the files, compiled alike, that are clean for sure."""
+        name = hashlib.sha256("\0".join(files).encode()).hexdigest()
+        folder = self.together / os.path.relpath(os.path.dirname(files[0]), self.root)
+        folder.mkdir(parents=True, exist_ok=True)
+        text = folder / f"{name}.cpp"
+        # To clang-tidy each line stands in the file that it comes from.
+        parts = [f'#line 1 "{file}"\n{pathlib.Path(file).read_text("utf-8")}\n' for file in files]
+        text.write_text("".join(parts), encoding="utf-8")
+        arguments = [text, "--", *self.flags(files[0])[1:]]
+        compiles, said = self.run("--checks=-*,clang-diagnostic-error", *arguments)
+        if compiles:
+            content, said = self.run(*arguments)
+            if content:
+                return files
+        named = set(COMPLAINT.findall(said))
+        rest = [file for file in files if file not in named]
+        if compiles:
+            return rest if named and named <= set(files) else []
+        return self.check_together(rest) if 1 < len(rest) < len(files) else []
+
+
+class Progress:
+    """What is known of the files so far."""
+
+    def __init__(self, tidy, count):
+        self.tidy = tidy
+        self.count = count
+        self.done = 0
+        self.all_clean = True
+        self.lock = threading.Lock()
+
+    def tell(self, file, is_clean, said=""):
+        with self.lock:
+            self.done += 1
+            self.all_clean = self.all_clean and is_clean
+            if not is_clean:
+                print(said, end="", flush=True)
+            shown = os.path.relpath(file, self.tidy.root)
+            print(f"{self.done} of {self.count}: {shown}", file=sys.stderr)
+
+
+def batches(tidy, files):
+    """The files in groups that can be one text."""
+    alike = collections.defaultdict(list)
+    for file in files:
+        alike[os.path.dirname(file), tuple(tidy.flags(file))].append(file)
+    for group in alike.values():
+        yield from (group[i : i + TOGETHER] for i in range(0, len(group), TOGETHER))
 
 
 def main():
@@ -72,21 +145,41 @@ def main():
     arguments = parser.parse_args()
 
     tidy = Tidy(arguments.build)
-    printing = threading.Lock()
-    checked = []
-
-    def check(file):
-        is_clean, said = tidy.check(file)
-        with printing:
-            checked.append(is_clean)
-            if not is_clean:
-                print(said, end="")
-            progress = f"{len(checked)} of {len(arguments.files)}: {os.path.relpath(file, tidy.root)}"
-            print(progress, file=sys.stderr)
+    progress = Progress(tidy, len(arguments.files))
+    compiled = [file for file in arguments.files if file in tidy.commands]
+    for file in set(arguments.files) - set(compiled):
+        progress.tell(file, False, f"{file}: no target compiles it\n")
 
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        list(pool.map(check, arguments.files))
-    return 0 if all(checked) else 1
+        stamps = dict(zip(compiled, pool.map(tidy.stamp, compiled)))
+
+        def is_known(file):
+            return stamps[file] is not None and stamps[file].exists()
+
+        def found_clean(file):
+            if stamps[file] is not None:
+                stamps[file].touch()
+            progress.tell(file, True)
+
+        def check_together(files):
+            clean = tidy.check_together(files) if len(files) > 1 else []
+            for file in clean:
+                found_clean(file)
+            return [file for file in files if file not in clean]
+
+        def check_alone(file):
+            is_clean, said = tidy.check(file)
+            if is_clean:
+                found_clean(file)
+            else:
+                progress.tell(file, False, said)
+
+        for file in filter(is_known, compiled):
+            progress.tell(file, True)
+        unknown = [file for file in compiled if not is_known(file)]
+        left = pool.map(check_together, list(batches(tidy, unknown)))
+        list(pool.map(check_alone, [file for files in left for file in files]))
+    return 0 if progress.all_clean else 1
 
 
 if __name__ == "__main__":
