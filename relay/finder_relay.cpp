@@ -1,7 +1,5 @@
 #include "relay/finder_relay.h"
 
-#include "platform/uuid.h"
-
 #include <utility>
 
 namespace quillbox {
@@ -79,7 +77,7 @@ void FinderRelay::stopOnQueue()
 
 void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint& target)
 {
-    const std::string identifier = makeUuid();
+    const Uuid identifier = makeUuid();
     auto session = std::make_shared<RelaySession>(std::move(connection),
                                                   network.makeConnection(target, TcpParameters()));
     // The session is still in use while it ends, so it leaves the table in a later turn.

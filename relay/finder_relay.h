@@ -3,6 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/endpoint.h"
 #include "platform/network.h"
+#include "platform/uuid.h"
 #include "relay/relay_session.h"
 
 #include <functional>
@@ -56,7 +57,7 @@ private:
     const std::shared_ptr<DispatchQueue> mainQueue;
     const std::shared_ptr<DispatchQueue> queue;
     std::shared_ptr<Listener> listener;
-    std::map<std::string, std::shared_ptr<RelaySession>> sessions;
+    std::map<Uuid, std::shared_ptr<RelaySession>> sessions;
 };
 
 } // namespace quillbox
