@@ -49,6 +49,9 @@ public:
         waitForFailing({strand, Closure<std::error_code>(std::move(handler))});
     }
 
+    /// Whether there was news of a failure, or of both directions having ended.
+    bool hasFailed() const { return state_->hasFailed; }
+
     /// Ends all waits with an error; that for a failure without a word.
     void cancelWaits();
 

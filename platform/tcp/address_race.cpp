@@ -120,7 +120,7 @@ void AddressRace::advance()
     if (isStopped_)
         return;
     if (winner_) {
-        const auto won = handlers_.won;
+        const auto won = std::move(handlers_.won);
         auto socket = std::move(winner_);
         stop();
         won(std::move(socket));
@@ -197,7 +197,9 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
             const auto self = weak.lock();
             if (!self || self->isStopped_ || failure)
                 return;
-            self->settle(entry, takeSocketError(entry->socket->descriptor()));
+            const auto& socket = *entry->socket;
+            self->settle(entry, socket.hasFailed() ? takeSocketError(socket.descriptor())
+                                                   : std::error_code());
             self->advance();
         });
 }

@@ -48,7 +48,7 @@ void Connector::start()
                                       const auto self = weak.lock();
                                       if (!self || !self->race_)
                                           return;
-                                      const auto connected = self->handlers_.connected;
+                                      const auto connected = std::move(self->handlers_.connected);
                                       self->stop();
                                       connected(std::move(socket));
                                   },
@@ -183,7 +183,7 @@ void Connector::lose(const AddressRace::Outcome& outcome)
 
 void Connector::fail(std::error_code error)
 {
-    const auto failed = handlers_.failed;
+    const auto failed = std::move(handlers_.failed);
     stop();
     failed(error);
 }

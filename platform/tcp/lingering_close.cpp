@@ -142,9 +142,11 @@ private:
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
                  Unsent unsent, bool resetMatters)
 {
+    // The system delivers what it has by itself, as long as no input turns the close into a reset.
+    if (unsent.isNothing() && !resetMatters)
+        return;
     const int descriptor = socket->descriptor();
-    const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
-    if (isDelivered && (!resetMatters || unreadBytes(descriptor) == 0))
+    if (unsent.isNothing() && unacknowledgedBytes(descriptor) == 0 && unreadBytes(descriptor) == 0)
         return;
     if (context->pool->isShutDown() || isDead(descriptor))
         return;

@@ -47,6 +47,10 @@ public:
         watch_->waitForFailure(strand, std::move(handler));
     }
 
+    /// Whether there was news of a failure: without it, a connection that can be written to is
+    /// established, and nobody need ask for its error.
+    bool hasFailed() const { return watch_->hasFailed(); }
+
     /// Ends all waits with an error; that for a failure without a word.
     void cancelWaits() { watch_->cancelWaits(); }
 
