@@ -5,6 +5,7 @@
 #include <QString>
 #include <cstdint>
 #include <string>
+#include <utility>
 
 namespace quillbox {
 
@@ -12,7 +13,7 @@ namespace quillbox {
 /// makes it unsound. The values are only of use once it has been found sound.
 class StrictObject final {
 public:
-    explicit StrictObject(const QJsonObject& read) : object(read) {}
+    explicit StrictObject(QJsonObject read) : object(std::move(read)) {}
 
     bool has(const char* key) const { return object.contains(QLatin1StringView(key)); }
     std::string text(const char* key);

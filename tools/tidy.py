@@ -30,7 +30,10 @@ import threading
 # Enough to have the headers' share small, and few enough to keep all processors busy.
 TOGETHER = 8
 
-COMPLAINT = re.compile(r"^(/[^:\n]+):\d+:\d+: (?:warning|error|fatal error): ", re.MULTILINE)
+# What the compiler says, and one cheap check, as there has to be one.
+COMPILING = "--checks=-*,clang-diagnostic-*,misc-new-delete-overloads"
+
+COMPLAINT = re.compile(r"^(/[^:\n]+):(\d+):\d+: (?:warning|error|fatal error): ", re.MULTILINE)
 
 
 class Tidy:
@@ -93,20 +96,40 @@ class Tidy:
         folder = self.together / os.path.relpath(os.path.dirname(files[0]), self.root)
         folder.mkdir(parents=True, exist_ok=True)
         text = folder / f"{name}.cpp"
-        # To clang-tidy each line stands in the file that it comes from.
-        parts = [f'#line 1 "{file}"\n{pathlib.Path(file).read_text("utf-8")}\n' for file in files]
-        text.write_text("".join(parts), encoding="utf-8")
+        owners = join(files, text)
         arguments = [text, "--", *self.flags(files[0])[1:]]
-        compiles, said = self.run("--checks=-*,clang-diagnostic-error", *arguments)
+        compiles, said = self.run(COMPILING, *arguments)
         if compiles:
             content, said = self.run(*arguments)
             if content:
                 return files
-        named = set(COMPLAINT.findall(said))
+        named = set()
+        for path, line in COMPLAINT.findall(said):
+            named.add(owners[int(line) - 1] if path == str(text) else path)
         rest = [file for file in files if file not in named]
         if compiles:
+            # What is said of a header may be due to any of them.
             return rest if named and named <= set(files) else []
         return self.check_together(rest) if 1 < len(rest) < len(files) else []
+
+
+def join(files, text):
+    """Writes the files as one text; gives the file that each of its lines is from.
+
+    What an earlier file includes is not included again, as that would be complained about."""
+    owners, lines, included = [], [], set()
+    for file in files:
+        own = set()
+        for line in pathlib.Path(file).read_text("utf-8").splitlines():
+            if line.startswith("#include"):
+                is_again = line in included and line not in own
+                own.add(line)
+                line = "" if is_again else line
+            lines.append(line)
+            owners.append(file)
+        included |= own
+    text.write_text("\n".join(lines) + "\n", encoding="utf-8")
+    return owners
 
 
 class Progress:
