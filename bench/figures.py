@@ -77,10 +77,13 @@ class Figure:
 
 @dataclass
 class Section:
-    """A table: a heading, some words, the figures, and pictures below them."""
+    """A table: a heading, some words, the figures, and pictures below them.
+
+    `why` tells what a profile found to be the reason where a bar is not held."""
 
     title: str
     words: list = field(default_factory=list)
+    why: str = ""
     figures: list = field(default_factory=list)
     plots: list = field(default_factory=list)
 

@@ -82,6 +82,9 @@ def section_lines(section):
     figures = [figure for figure in section.figures if figure.samples]
     if figures:
         lines += [*table(figures), ""]
+    is_missed = any(figure.judged(bar) is False for figure in figures for bar in figure.bars)
+    if section.why and is_missed:
+        lines += [f"Not held because: {section.why}", ""]
     for name, text, _ in section.plots:
         lines += [f"![{text}]({PLOTS}/{name})", ""]
     return lines

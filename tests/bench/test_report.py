@@ -96,3 +96,11 @@ def test_pictures_are_written_beside_the_page(tmp_path):
 )
 def test_a_version_is_found_in_what_programs_say(text, version):
     assert version_in(text) == version
+
+
+def test_the_reason_stands_only_where_a_bar_is_not_held():
+    section = Section("Throughput", why="of the wire.")
+    section.figures = [relays(bars=(Bar(least=0.75, than="direct"),))]
+    assert "Not held because: of the wire." not in report.section_lines(section)
+    section.figures.append(relays(bars=(Bar(least=0.9, than="direct"),)))
+    assert "Not held because: of the wire." in report.section_lines(section)
