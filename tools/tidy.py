@@ -65,14 +65,13 @@ class Tidy:
         command = shlex.split(self.commands[file]["command"])
         return command[: command.index("-o")]
 
-    def stamp(self, file):
+    def stamp(self, file, flags):
         """The file that says that this one is clean; None where it cannot even be preprocessed."""
-        call = self.flags(file) + ["-E", "-C", "-dD", "-P", file]
-        directory = self.commands[file]["directory"]
-        read = subprocess.run(call, cwd=directory, capture_output=True, check=False)
+        call = [*flags, "-E", "-C", "-dD", "-P", file]
+        read = subprocess.run(call, capture_output=True, check=False)
         if read.returncode != 0:
             return None
-        how = " ".join(self.flags(file)).replace(str(self.root), "").encode()
+        how = " ".join(flags).replace(str(self.root), "").encode()
         return self.clean / hashlib.sha256(b"\0".join([self.settings, how, read.stdout])).hexdigest()
 
     def run(self, *arguments):
@@ -92,11 +91,7 @@ class Tidy:
 
     def check_together(self, files):
         """Those of the files, compiled alike, that are clean for sure."""
-        name = hashlib.sha256("\0".join(files).encode()).hexdigest()
-        folder = self.together / os.path.relpath(os.path.dirname(files[0]), self.root)
-        folder.mkdir(parents=True, exist_ok=True)
-        text = folder / f"{name}.cpp"
-        owners = join(files, text)
+        text, owners = self.join(files)
         arguments = [text, "--", *self.flags(files[0])[1:]]
         compiles, said = self.run(COMPILING, *arguments)
         if compiles:
@@ -112,24 +107,49 @@ class Tidy:
             return rest if named and named <= set(files) else []
         return self.check_together(rest) if 1 < len(rest) < len(files) else []
 
+    def join(self, files):
+        """Writes the files as one text; gives that, and the file that each of its lines is from.
 
-def join(files, text):
-    """Writes the files as one text; gives the file that each of its lines is from.
+        What an earlier file includes is not included again, as that would be complained about."""
+        owners, lines, included = [], [], set()
+        for file in files:
+            own = set()
+            for line in pathlib.Path(file).read_text("utf-8").splitlines():
+                if line.startswith("#include"):
+                    is_again = line in included and line not in own
+                    own.add(line)
+                    line = "" if is_again else line
+                lines.append(line)
+                owners.append(file)
+            included |= own
+        folder = self.together / os.path.relpath(os.path.dirname(files[0]), self.root)
+        folder.mkdir(parents=True, exist_ok=True)
+        name = hashlib.sha256("\0".join(files).encode()).hexdigest()
+        text = folder / f"{name}.cpp"
+        text.write_text("\n".join(lines) + "\n", encoding="utf-8")
+        return text, owners
 
-    What an earlier file includes is not included again, as that would be complained about."""
-    owners, lines, included = [], [], set()
-    for file in files:
-        own = set()
-        for line in pathlib.Path(file).read_text("utf-8").splitlines():
-            if line.startswith("#include"):
-                is_again = line in included and line not in own
-                own.add(line)
-                line = "" if is_again else line
-            lines.append(line)
-            owners.append(file)
-        included |= own
-    text.write_text("\n".join(lines) + "\n", encoding="utf-8")
-    return owners
+    def check_all(self, files, progress):
+        """Finds out about files that are compiled alike."""
+        flags = self.flags(files[0])
+        together = self.stamp(self.join(files)[0], flags)
+        if together is not None and together.exists():
+            for file in files:
+                progress.tell(file, True)
+            return
+        stamps = {file: self.stamp(file, flags) for file in files}
+        unknown = [file for file in files if stamps[file] is None or not stamps[file].exists()]
+        clean = set(files) - set(unknown)
+        clean |= set(self.check_together(unknown)) if len(unknown) > 1 else set()
+        for file in files:
+            is_clean, said = (True, "") if file in clean else self.check(file)
+            if is_clean:
+                clean.add(file)
+                if stamps[file] is not None:
+                    stamps[file].touch()
+            progress.tell(file, is_clean, said)
+        if together is not None and len(clean) == len(files):
+            together.touch()
 
 
 class Progress:
@@ -174,34 +194,7 @@ def main():
         progress.tell(file, False, f"{file}: no target compiles it\n")
 
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        stamps = dict(zip(compiled, pool.map(tidy.stamp, compiled)))
-
-        def is_known(file):
-            return stamps[file] is not None and stamps[file].exists()
-
-        def found_clean(file):
-            if stamps[file] is not None:
-                stamps[file].touch()
-            progress.tell(file, True)
-
-        def check_together(files):
-            clean = tidy.check_together(files) if len(files) > 1 else []
-            for file in clean:
-                found_clean(file)
-            return [file for file in files if file not in clean]
-
-        def check_alone(file):
-            is_clean, said = tidy.check(file)
-            if is_clean:
-                found_clean(file)
-            else:
-                progress.tell(file, False, said)
-
-        for file in filter(is_known, compiled):
-            progress.tell(file, True)
-        unknown = [file for file in compiled if not is_known(file)]
-        left = pool.map(check_together, list(batches(tidy, unknown)))
-        list(pool.map(check_alone, [file for files in left for file in files]))
+        list(pool.map(lambda files: tidy.check_all(files, progress), batches(tidy, compiled)))
     return 0 if progress.all_clean else 1
 
 
