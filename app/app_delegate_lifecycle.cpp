@@ -38,12 +38,12 @@ bool isOlder(const RunningApplication& other, const RunningApplication& self)
 } // namespace
 
 AppDelegate::AppDelegate(AppEnvironment appEnvironment)
-    : managementDiscovery(PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network,
-                                               appEnvironment.bundleIdentifier.value_or(""),
-                                               kManagementServiceType)),
-      discovery(PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network,
-                                     appEnvironment.bundleIdentifier.value_or(""),
-                                     kFileServiceType)),
+    : managementDiscovery(
+        PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
+                             appEnvironment.bundleIdentifier.value_or(""), kManagementServiceType)),
+      discovery(
+          PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
+                               appEnvironment.bundleIdentifier.value_or(""), kFileServiceType)),
       statusDot(QStringLiteral("●")),
       statusLabel(QStringLiteral("Enter the local IP address shown in Quillbox.")),
       showInFinder(QStringLiteral("Show Quillbox in Finder")),

@@ -157,7 +157,7 @@ StatusReport AppDelegate::visibleStatus() const
 
 std::shared_ptr<FinderRelay> AppDelegate::makeRelay()
 {
-    return FinderRelay::make(environment.dispatch, environment.network,
+    return FinderRelay::make(environment.dispatch, environment.network, environment.log,
                              environment.bundleIdentifier.value_or(""));
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/network.h"
 #include "platform/running_applications.h"
 #include "platform/status_host.h"
@@ -18,6 +19,7 @@ namespace quillbox {
 struct AppEnvironment {
     Dispatch& dispatch;
     Network& network;
+    Log& log;
     UserDefaults& userDefaults;
     Workspace& workspace;
     RunningApplications& runningApplications;

@@ -14,6 +14,8 @@ Options:
                     whenever it runs, else the embedded engine), daemon, embedded
   --this-computer-only
                     no other computer can see or reach the phone through this one
+  --verbose[=WHAT]  tell on standard error what it does: all, or of discovery, engine,
+                    advertising, relay, connection, desktop those between commas
   --autostart=on    start at login from now on, without showing the window, and exit
   --autostart=off   do not start at login any more, and exit
   --help            show this help and exit; behind a command, its own help

@@ -17,6 +17,7 @@
 #include "platform/dnssd/engine_child.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/standard_error.h"
+#include "platform/standard_error_log.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -113,12 +114,13 @@ int run(const Options& options, char** arguments)
     if (isBridgeOff)
         qunsetenv(kNoGtkBridge);
 
+    const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();
     LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd),
-                           options.isThisComputerOnly ? Reach::ThisComputer : Reach::Network);
+                           options.isThisComputerOnly ? Reach::ThisComputer : Reach::Network, *log);
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
     const auto smbOpener =
-        makeSmbOpener(platform.serviceLocator(), QDBusConnection::sessionBus(), limits);
+        makeSmbOpener(platform.serviceLocator(), QDBusConnection::sessionBus(), limits, *log);
     const auto workspace = makeDesktopWorkspace(limits, *smbOpener);
     const auto runningApplications = makeRunningApplications({
         .folders = systemRuntimeFolders(),
@@ -130,6 +132,7 @@ int run(const Options& options, char** arguments)
     auto delegate = std::make_unique<AppDelegate>(AppEnvironment{
         .dispatch = platform.dispatch(),
         .network = platform.network(),
+        .log = *log,
         .userDefaults = *userDefaults,
         .workspace = *workspace,
         .runningApplications = *runningApplications,

@@ -13,6 +13,7 @@ using Action = Options::Action;
 
 constexpr std::string_view kDnsSd = "--dns-sd";
 constexpr std::string_view kAutostart = "--autostart";
+constexpr std::string_view kVerbose = "--verbose";
 
 std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
 {
@@ -34,9 +35,17 @@ std::optional<Action> autostartNamed(std::string_view name)
     return std::nullopt;
 }
 
-std::string quoted(std::string_view argument)
+std::string inQuotes(std::string_view argument)
 {
     return '\'' + std::string(argument) + '\'';
+}
+
+std::string namesOfCategories()
+{
+    std::string names;
+    for (const LogCategory category : kLogCategories)
+        names += (names.empty() ? "" : ", ") + std::string(nameOf(category));
+    return names;
 }
 
 /// Reads a command line argument by argument. Each step gives what is wrong, or nothing.
@@ -60,12 +69,16 @@ public:
             options.isThisComputerOnly = true;
         else if (argument == "--json")
             options.asJson = true;
+        else if (argument == kVerbose)
+            options.verbose.insert(kLogCategories.begin(), kLogCategories.end());
+        else if (name == kVerbose)
+            return chooseCategories(value);
         else if (name == kAutostart)
             return chooseAutostart(argument, value);
         else if (name == kDnsSd)
             return chooseDnsSd(argument, value);
         else if (argument.starts_with('-'))
-            return "unknown option " + quoted(argument);
+            return "unknown option " + inQuotes(argument);
         else
             return takeWord(argument);
         return {};
@@ -77,14 +90,14 @@ public:
         const auto& request = options.request;
         if (options.asJson && (!request || request->command != ControlCommand::Status))
             return "'--json' goes with 'status' only";
-        const bool isForStart = options.isHidden || options.isThisComputerOnly
-                                || options.dnsSd != DnsSdChoice::Automatic
-                                || options.action == Action::TurnAutostartOn
-                                || options.action == Action::TurnAutostartOff;
+        const bool isForStart =
+            options.isHidden || options.isThisComputerOnly || !options.verbose.empty()
+            || options.dnsSd != DnsSdChoice::Automatic || options.action == Action::TurnAutostartOn
+            || options.action == Action::TurnAutostartOff;
         if (request && isForStart)
-            return "'--hidden', '--dns-sd', '--this-computer-only' and '--autostart' do not go "
-                   "with "
-                   + quoted(nameOf(request->command));
+            return "'--hidden', '--dns-sd', '--this-computer-only', '--verbose' and '--autostart' "
+                   "do not go with "
+                   + inQuotes(nameOf(request->command));
         if (request)
             act(Action::Control);
         return {};
@@ -104,7 +117,7 @@ private:
     {
         const auto choice = dnsSdChoiceNamed(value);
         if (!choice)
-            return quoted(argument)
+            return inQuotes(argument)
                    + " is not one of --dns-sd=auto, --dns-sd=daemon and --dns-sd=embedded";
         options.dnsSd = *choice;
         return {};
@@ -114,9 +127,25 @@ private:
     {
         const auto choice = autostartNamed(value);
         if (!choice)
-            return quoted(argument) + " is not one of --autostart=on and --autostart=off";
+            return inQuotes(argument) + " is not one of --autostart=on and --autostart=off";
         act(*choice);
         return {};
+    }
+
+    /// Names between commas.
+    std::string chooseCategories(std::string_view names)
+    {
+        for (;;) {
+            const auto comma = names.find(',');
+            const auto category = logCategoryNamed(names.substr(0, comma));
+            if (!category)
+                return inQuotes(names.substr(0, comma))
+                       + " is none of the categories of --verbose: " + namesOfCategories();
+            options.verbose.insert(*category);
+            if (comma == std::string_view::npos)
+                return {};
+            names.remove_prefix(comma + 1);
+        }
     }
 
     std::string takeWord(std::string_view word)
@@ -124,14 +153,14 @@ private:
         if (!options.request) {
             const auto command = controlCommandNamed(word);
             if (!command)
-                return "unexpected argument " + quoted(word);
+                return "unexpected argument " + inQuotes(word);
             options.request = ControlRequest{.command = *command};
             return {};
         }
         if (!takesPhone(options.request->command) || options.request->phone)
-            return "unexpected argument " + quoted(word);
+            return "unexpected argument " + inQuotes(word);
         if (word.empty() || word.size() > kLongestPhoneName || !isValidUtf8(word))
-            return quoted(word) + " cannot be the name of a phone";
+            return inQuotes(word) + " cannot be the name of a phone";
         options.request->phone = std::string(word);
         return {};
     }

@@ -1,8 +1,10 @@
 #pragma once
 
 #include "app/control_message.h"
+#include "platform/log.h"
 
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
 #include <variant>
@@ -30,8 +32,9 @@ struct Options {
 
     Action action = Action::Run;
     DnsSdChoice dnsSd = DnsSdChoice::Automatic;
-    bool isHidden = false;           ///< starts without showing the window
-    bool isThisComputerOnly = false; ///< no other computer sees or reaches the relays
+    bool isHidden = false;              ///< starts without showing the window
+    bool isThisComputerOnly = false;    ///< no other computer sees or reaches the relays
+    std::set<LogCategory> verbose = {}; ///< what is told on standard error
     std::optional<ControlRequest> request = {};
     bool asJson = false; ///< the status
 

@@ -7,6 +7,7 @@
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine_child.h"
 #include "platform/netlink/netlink_monitor.h"
+#include "platform/standard_error_log.h"
 #include "platform/text.h"
 
 #include <algorithm>
@@ -167,9 +168,10 @@ int run(const Options& options)
     sigaddset(&ends, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr);
 
+    const auto log = makeStandardErrorLog({});
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
-    auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode),
+    auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, *log),
                            pool.makeQueue("demo.dns-sd", QualityOfService::Utility), *monitor);
     const auto queue = pool.makeQueue("demo.phone", QualityOfService::Utility);
     {

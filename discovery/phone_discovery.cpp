@@ -41,20 +41,21 @@ std::vector<DiscoveredDevice> devicesIn(const Browser::Results& results)
 
 } // namespace
 
-std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network& network,
+std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network& network, Log& log,
                                                      const std::string& bundleIdentifier,
                                                      std::string type)
 {
     return std::shared_ptr<PhoneDiscovery>(
-        new PhoneDiscovery(dispatch, network, bundleIdentifier, std::move(type)));
+        new PhoneDiscovery(dispatch, network, log, bundleIdentifier, std::move(type)));
 }
 
-PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed,
+PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& log,
                                const std::string& bundleIdentifier, std::string type)
     : network(browsed),
       mainQueue(dispatch.mainQueue()),
       serviceType(std::move(type)),
-      queue(dispatch.makeQueue(bundleIdentifier + ".discovery", QualityOfService::Utility))
+      queue(dispatch.makeQueue(bundleIdentifier + ".discovery", QualityOfService::Utility)),
+      story(log, serviceType)
 {
 }
 
@@ -65,14 +66,22 @@ void PhoneDiscovery::start()
     parameters.includePeerToPeer = true;
     const auto made = network.makeBrowser(serviceType, parameters);
     made->setResultsChangedHandler([weak = weak_from_this()](const Browser::Results& results) {
-        if (const auto self = weak.lock())
-            self->deliver(devicesIn(results));
-    });
-    made->setStateUpdateHandler([weak = weak_from_this()](Browser::State state, std::error_code) {
         const auto self = weak.lock();
-        if (self && state == Browser::State::Failed)
-            self->deliver({});
+        if (!self)
+            return;
+        auto devices = devicesIn(results);
+        self->story.noteDevices(devices, results.size());
+        self->deliver(std::move(devices));
     });
+    made->setStateUpdateHandler(
+        [weak = weak_from_this()](Browser::State state, std::error_code error) {
+            const auto self = weak.lock();
+            if (!self)
+                return;
+            self->story.noteState(state, error);
+            if (state == Browser::State::Failed)
+                self->deliver({});
+        });
     browser = made;
     made->start(queue);
 }

@@ -1,7 +1,9 @@
 #pragma once
 
+#include "discovery/device_story.h"
 #include "discovery/discovered_device.h"
 #include "platform/dispatch_queue.h"
+#include "platform/log.h"
 #include "platform/network.h"
 
 #include <functional>
@@ -20,9 +22,9 @@ class PhoneDiscovery final : public std::enable_shared_from_this<PhoneDiscovery>
 public:
     using ResultChanged = std::function<void(const std::vector<DiscoveredDevice>&)>;
 
-    /// `bundleIdentifier` prefixes the label of the queue. Both references outlive the object.
+    /// `bundleIdentifier` prefixes the label of the queue. The references outlive the object.
     /// Nothing is browsed before `start`.
-    static std::shared_ptr<PhoneDiscovery> make(Dispatch& dispatch, Network& network,
+    static std::shared_ptr<PhoneDiscovery> make(Dispatch& dispatch, Network& network, Log& log,
                                                 const std::string& bundleIdentifier,
                                                 std::string type);
 
@@ -39,8 +41,8 @@ public:
     void stop();
 
 private:
-    PhoneDiscovery(Dispatch& dispatch, Network& browsed, const std::string& bundleIdentifier,
-                   std::string type);
+    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& log,
+                   const std::string& bundleIdentifier, std::string type);
 
     void deliver(std::vector<DiscoveredDevice> devices);
 
@@ -49,6 +51,7 @@ private:
     const std::string serviceType;
     const std::shared_ptr<DispatchQueue> queue;
     std::shared_ptr<Browser> browser;
+    DeviceStory story; ///< on the browser's queue
 };
 
 } // namespace quillbox

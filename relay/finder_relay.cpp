@@ -1,5 +1,7 @@
 #include "relay/finder_relay.h"
 
+#include "relay/session_story.h"
+
 #include <utility>
 
 namespace quillbox {
@@ -10,14 +12,21 @@ constexpr const char* kSmbServiceType = "_smb._tcp";
 
 } // namespace
 
-std::shared_ptr<FinderRelay> FinderRelay::make(Dispatch& dispatch, Network& network,
-                                               const std::string& bundleIdentifier)
+template <typename Text> void FinderRelay::tell(Text&& text)
 {
-    return std::shared_ptr<FinderRelay>(new FinderRelay(dispatch, network, bundleIdentifier));
+    log.tell(LogCategory::Relay, [&] { return quoted(advertisedName) + ": " + text(); });
 }
 
-FinderRelay::FinderRelay(Dispatch& dispatch, Network& madeWith, const std::string& bundleIdentifier)
+std::shared_ptr<FinderRelay> FinderRelay::make(Dispatch& dispatch, Network& network, Log& log,
+                                               const std::string& bundleIdentifier)
+{
+    return std::shared_ptr<FinderRelay>(new FinderRelay(dispatch, network, log, bundleIdentifier));
+}
+
+FinderRelay::FinderRelay(Dispatch& dispatch, Network& madeWith, Log& relayLog,
+                         const std::string& bundleIdentifier)
     : network(madeWith),
+      log(relayLog),
       mainQueue(dispatch.mainQueue()),
       queue(dispatch.makeQueue(bundleIdentifier + ".relay", QualityOfService::UserInitiated))
 {
@@ -40,12 +49,16 @@ void FinderRelay::stop()
 void FinderRelay::startOnQueue(const Endpoint& target, const std::string& finderName)
 {
     stopOnQueue();
+    advertisedName = finderName;
+    startOfListener = log.now();
+    tell([] { return "starts"; });
 
     TcpParameters parameters;
     parameters.allowLocalEndpointReuse = true;
     std::error_code error;
     const auto made = network.makeListener(parameters, kAnyPort, error);
     if (!made) {
+        tell([&] { return "no port to listen on: " + error.message(); });
         report(false, "Could not start Finder service: " + error.message());
         return;
     }
@@ -68,8 +81,13 @@ void FinderRelay::startOnQueue(const Endpoint& target, const std::string& finder
 
 void FinderRelay::stopOnQueue()
 {
-    if (listener)
+    if (listener) {
+        tell([&] {
+            return "stops after " + durationText(log.now() - startOfListener)
+                   + "; sessions: " + std::to_string(sessions.size());
+        });
         listener->cancel();
+    }
     listener = nullptr;
     for (const auto& [identifier, session] : std::exchange(sessions, {}))
         session->finish();
@@ -78,10 +96,17 @@ void FinderRelay::stopOnQueue()
 void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint& target)
 {
     const Uuid identifier = makeUuid();
-    auto session = std::make_shared<RelaySession>(std::move(connection),
-                                                  network.makeConnection(target, TcpParameters()));
+    auto opened = network.makeConnection(target, TcpParameters());
+    const auto story = SessionStory::begin(log, advertisedName);
+    if (story) {
+        connection = story->watch(SessionStory::Side::FileBrowser, std::move(connection));
+        opened = story->watch(SessionStory::Side::Phone, std::move(opened));
+    }
+    auto session = std::make_shared<RelaySession>(std::move(connection), std::move(opened));
     // The session is still in use while it ends, so it leaves the table in a later turn.
-    session->onEnd = [weak = weak_from_this(), identifier] {
+    session->onEnd = [weak = weak_from_this(), identifier, story] {
+        if (story)
+            story->end();
         const auto self = weak.lock();
         if (!self)
             return;
@@ -102,8 +127,12 @@ void FinderRelay::listenerChanged(const std::weak_ptr<Listener>& reporting, List
     if (!reporter || reporter != listener)
         return;
     if (state == Listener::State::Ready) {
+        tell([&] { return "visible after " + durationText(log.now() - startOfListener); });
         report(true, finderName + " is visible in Finder");
+    } else if (state == Listener::State::Waiting) {
+        tell([&] { return "not advertised at present: " + error.message(); });
     } else if (state == Listener::State::Failed) {
+        tell([&] { return "failed: " + error.message(); });
         report(false, "Finder service failed: " + error.message());
         stopOnQueue();
     }

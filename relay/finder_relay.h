@@ -2,6 +2,7 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/endpoint.h"
+#include "platform/log.h"
 #include "platform/network.h"
 #include "platform/uuid.h"
 #include "relay/relay_session.h"
@@ -24,9 +25,9 @@ public:
     /// A status report: whether the relay is visible, and a text for the user.
     using StatusChanged = std::function<void(bool ready, const std::string& text)>;
 
-    /// `bundleIdentifier` prefixes the label of the relay's queue. Both references outlive the
+    /// `bundleIdentifier` prefixes the label of the relay's queue. The references outlive the
     /// relay.
-    static std::shared_ptr<FinderRelay> make(Dispatch& dispatch, Network& network,
+    static std::shared_ptr<FinderRelay> make(Dispatch& dispatch, Network& network, Log& log,
                                              const std::string& bundleIdentifier);
 
     FinderRelay(const FinderRelay&) = delete;
@@ -44,7 +45,8 @@ public:
     void stop();
 
 private:
-    FinderRelay(Dispatch& dispatch, Network& madeWith, const std::string& bundleIdentifier);
+    FinderRelay(Dispatch& dispatch, Network& madeWith, Log& relayLog,
+                const std::string& bundleIdentifier);
 
     void startOnQueue(const Endpoint& target, const std::string& finderName);
     void stopOnQueue();
@@ -52,11 +54,15 @@ private:
     void listenerChanged(const std::weak_ptr<Listener>& reporting, Listener::State state,
                          std::error_code error, const std::string& finderName);
     void report(bool ready, const std::string& text);
+    template <typename Text> void tell(Text&& text);
 
     Network& network;
+    Log& log;
     const std::shared_ptr<DispatchQueue> mainQueue;
     const std::shared_ptr<DispatchQueue> queue;
     std::shared_ptr<Listener> listener;
+    std::string advertisedName; ///< of the listener; for the log
+    Log::Clock::time_point startOfListener;
     std::map<Uuid, std::shared_ptr<RelaySession>> sessions;
 };
 

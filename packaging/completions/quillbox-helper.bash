@@ -15,8 +15,9 @@ _quillbox_helper() {
     done
     case $command:$typed in
         :--dns-sd=*) words="auto daemon embedded" ;;
+        :--verbose=*) words="discovery engine advertising relay connection desktop" ;;
         :--autostart=*) words="on off" ;;
-        :*) words="--hidden --dns-sd= --this-computer-only --autostart= --help --version status open manage restart quit" ;;
+        :*) words="--hidden --dns-sd= --this-computer-only --verbose --verbose= --autostart= --help --version status open manage restart quit" ;;
         status:*) words="--json --help" ;;
         *) words="--help" ;;
     esac

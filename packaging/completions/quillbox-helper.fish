@@ -7,6 +7,7 @@ complete -c quillbox-helper -f
 complete -c quillbox-helper -n $before -l hidden -d 'start without showing the window'
 complete -c quillbox-helper -n $before -l this-computer-only -d 'keep the phone from other computers'
 complete -c quillbox-helper -n $before -l dns-sd -x -a 'auto daemon embedded' -d 'who finds and announces services'
+complete -c quillbox-helper -n $before -l verbose -a 'discovery engine advertising relay connection desktop' -d 'tell on standard error what it does'
 complete -c quillbox-helper -n $before -l autostart -x -a 'on off' -d 'start at login, or not'
 complete -c quillbox-helper -n $before -l version -d 'show the version and exit'
 complete -c quillbox-helper -l help -d 'show help and exit'

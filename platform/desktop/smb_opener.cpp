@@ -5,6 +5,7 @@
 #include "platform/desktop/smb_location.h"
 #include "platform/standard_error.h"
 
+#include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QString>
@@ -26,6 +27,7 @@ struct Means {
     ServiceLocator& locator;
     QDBusConnection bus;
     InheritedLimits limits;
+    Log& log;
     SmbOpenerTimes times;
 };
 
@@ -37,6 +39,7 @@ public:
         : wantedUrl(unchangedUrl),
           means(openerMeans),
           url(unchangedUrl),
+          begin(openerMeans.log.now()),
           ended(std::move(whenEnded))
     {
         patience.setSingleShot(true);
@@ -64,11 +67,19 @@ public:
     }
 
 private:
+    /// URLs have addresses in them, once the server has been found.
+    template <typename Text> void tell(Text&& text)
+    {
+        means.log.tell(LogCategory::Desktop,
+                       [&] { return text() + ", after " + durationText(means.log.now() - begin); });
+    }
+
     void located(const std::optional<std::string>& locatedUrl)
     {
         if (std::exchange(isLocated, true))
             return;
         patience.stop();
+        tell([&] { return std::string(locatedUrl ? "server found" : "server not found"); });
         // What a network says about a host is no reason to hand out what is no URL.
         if (locatedUrl && parseSmbUrl(*locatedUrl))
             url = *locatedUrl;
@@ -97,10 +108,22 @@ private:
                              // It calls us, so that it has to live on for a moment.
                              question.release()->deleteLater();
                              if (watcher->isError())
-                                 askForFolderHandler();
+                                 refuseByFileManager(watcher->error());
                              else
-                                 ended();
+                                 open("the file manager");
                          });
+    }
+
+    void refuseByFileManager(const QDBusError& error)
+    {
+        tell([&] { return "the file manager does not answer: " + error.name().toStdString(); });
+        askForFolderHandler();
+    }
+
+    void open(const char* with)
+    {
+        tell([&] { return std::string("opened with ") + with; });
+        ended();
     }
 
     void askForFolderHandler()
@@ -121,7 +144,7 @@ private:
         run({"gio", "launch", entry, url}, Command::Output::Discarded,
             [this](const Command::Result& result) {
                 if (result.isSuccess)
-                    ended();
+                    open("the program for folders");
                 else
                     mount();
             });
@@ -138,8 +161,9 @@ private:
     {
         run({"gio", "open", url}, Command::Output::Discarded,
             [this](const Command::Result& result) {
-                if (!result.isSuccess)
-                    printToStandardError("quillbox-helper: no file browser opens " + url);
+                if (result.isSuccess)
+                    return open("what was mounted");
+                printToStandardError("quillbox-helper: no file browser opens " + url);
                 ended();
             });
     }
@@ -156,6 +180,7 @@ private:
 
     const Means& means;
     std::string url; ///< what is opened for it
+    const Log::Clock::time_point begin;
     std::function<void()> ended;
     bool isLocated = false;
     QTimer patience;
@@ -208,10 +233,11 @@ private:
 } // namespace
 
 std::unique_ptr<SmbOpener> makeSmbOpener(ServiceLocator& locator, const QDBusConnection& sessionBus,
-                                         const InheritedLimits& limits, const SmbOpenerTimes& times)
+                                         const InheritedLimits& limits, Log& log,
+                                         const SmbOpenerTimes& times)
 {
     return std::make_unique<DesktopSmbOpener>(
-        Means{.locator = locator, .bus = sessionBus, .limits = limits, .times = times});
+        Means{.locator = locator, .bus = sessionBus, .limits = limits, .log = log, .times = times});
 }
 
 } // namespace quillbox

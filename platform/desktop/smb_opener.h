@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/desktop/process.h"
+#include "platform/log.h"
 #include "platform/service_locator.h"
 
 #include <QDBusConnection>
@@ -36,9 +37,9 @@ struct SmbOpenerTimes {
     std::chrono::milliseconds program{20000};
 };
 
-/// The locator outlives the opener. The programs that are started get `limits` back.
+/// Locator and log outlive the opener. The programs that are started get `limits` back.
 std::unique_ptr<SmbOpener> makeSmbOpener(ServiceLocator& locator, const QDBusConnection& sessionBus,
-                                         const InheritedLimits& limits,
+                                         const InheritedLimits& limits, Log& log,
                                          const SmbOpenerTimes& times = {});
 
 } // namespace quillbox

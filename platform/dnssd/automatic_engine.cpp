@@ -1,6 +1,7 @@
 #include "platform/dnssd/automatic_engine.h"
 
 #include "platform/dnssd/daemon_engine.h"
+#include "platform/dnssd/engine_story.h"
 #include "platform/dnssd/engine_thread.h"
 
 #include <algorithm>
@@ -148,19 +149,23 @@ std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options)
     return std::make_unique<AutomaticEngine>(std::move(options));
 }
 
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, EmbeddedEngineOptions embedded)
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log, EmbeddedEngineOptions embedded)
 {
+    const auto makeDaemon = [&log] { return withStory(makeDaemonEngine(), "avahi-daemon", log); };
+    const auto makeEmbedded = [&log, embedded = std::move(embedded)] {
+        return withStory(makeEmbeddedEngine(embedded), "the embedded engine", log);
+    };
     switch (mode) {
     case DnsSdMode::Daemon:
-        return makeDaemonEngine();
+        return makeDaemon();
     case DnsSdMode::Embedded:
-        return makeEmbeddedEngine(std::move(embedded));
+        return makeEmbedded();
     case DnsSdMode::Automatic:
         break;
     }
     return makeAutomaticEngine(
-        {.makeDaemon = makeDaemonEngine,
-         .makeEmbedded = [embedded] { return makeEmbeddedEngine(embedded); },
+        {.makeDaemon = makeDaemon,
+         .makeEmbedded = makeEmbedded,
          .notice = [](const std::string& text) { std::cerr << text << std::endl; },
          .times = {}});
 }

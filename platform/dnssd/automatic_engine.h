@@ -3,6 +3,7 @@
 #include "platform/dnssd/automatic_engine_choice.h"
 #include "platform/dnssd/embedded_engine.h"
 #include "platform/dnssd/engine.h"
+#include "platform/log.h"
 
 #include <functional>
 #include <memory>
@@ -29,7 +30,7 @@ struct AutomaticEngineOptions {
 std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options);
 
 /// The engine that the program runs on. The automatic one says on standard error, once, that there
-/// is no daemon.
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, EmbeddedEngineOptions embedded = {});
+/// is no daemon. Each engine tells the log, which outlives it, what it does.
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log, EmbeddedEngineOptions embedded = {});
 
 } // namespace quillbox::dnssd

@@ -40,8 +40,9 @@ private:
 /// network; so the backends are made when the first of them is asked for something.
 class LinuxPlatform::LazyNetwork final : public Network {
 public:
-    LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen, Reach chosenReach)
-        : queues(platformQueues), mode(chosen), reach(chosenReach)
+    LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen, Reach chosenReach,
+                Log& platformLog)
+        : queues(platformQueues), mode(chosen), reach(chosenReach), log(platformLog)
     {
     }
 
@@ -93,9 +94,9 @@ public:
 
 private:
     struct Backends {
-        Backends(Queues& queues, dnssd::DnsSdMode mode, Reach reach)
+        Backends(Queues& queues, dnssd::DnsSdMode mode, Reach reach, Log& log)
             : monitor(makeNetworkMonitor(queues.pool)),
-              dnsSd(makeDnsSd(dnssd::makeEngine(mode),
+              dnsSd(makeDnsSd(dnssd::makeEngine(mode, log),
                               queues.pool.makeQueue("dns-sd", QualityOfService::Utility), *monitor,
                               reach)),
               tcp(queues.pool, *dnsSd, *monitor, reach),
@@ -111,13 +112,15 @@ private:
 
     Backends& backends() const
     {
-        std::call_once(once, [this] { made = std::make_unique<Backends>(queues, mode, reach); });
+        std::call_once(once,
+                       [this] { made = std::make_unique<Backends>(queues, mode, reach, log); });
         return *made;
     }
 
     Queues& queues;
     const dnssd::DnsSdMode mode;
     const Reach reach;
+    Log& log;
     bool isShutDown = false; ///< of the main thread
     mutable std::once_flag once;
     mutable std::unique_ptr<Backends> made;
@@ -137,9 +140,9 @@ private:
 };
 
 LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode,
-                             Reach reach)
+                             Reach reach, Log& log)
     : queues_(std::make_unique<Queues>(std::move(mainQueue))),
-      network_(std::make_unique<LazyNetwork>(*queues_, mode, reach)),
+      network_(std::make_unique<LazyNetwork>(*queues_, mode, reach, log)),
       locator_(std::make_unique<LazyLocator>(*network_))
 {
 }

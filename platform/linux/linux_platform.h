@@ -2,6 +2,7 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/automatic_engine.h"
+#include "platform/log.h"
 #include "platform/network.h"
 #include "platform/reach.h"
 #include "platform/service_locator.h"
@@ -16,8 +17,10 @@ namespace quillbox {
 /// something is asked of `network()`.
 class LinuxPlatform final {
 public:
-    /// What is offered can be reached, and is advertised, as far as `reach` says.
-    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode, Reach reach);
+    /// What is offered can be reached, and is advertised, as far as `reach` says. The log outlives
+    /// the platform.
+    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode, Reach reach,
+                  Log& log);
 
     /// Shuts down.
     ~LinuxPlatform();

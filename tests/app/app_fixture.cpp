@@ -12,6 +12,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
     delegate = std::make_unique<AppDelegate>(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
+        .log = log,
         .userDefaults = defaults,
         .workspace = workspace,
         .runningApplications = applications,

@@ -7,6 +7,7 @@
 #include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/fake_window_presence.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/fakes/recording_workspace.h"
 
 #include <memory>
@@ -65,6 +66,7 @@ protected:
 
     FakeDispatch dispatch;
     FakeNetwork network{dispatch};
+    RecordingLog log;
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;
     FakeStatusHost statusHost;

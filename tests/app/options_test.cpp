@@ -61,6 +61,33 @@ TEST(Options, otherComputersCanBeLeftOut)
               Result(Options{.dnsSd = DnsSdChoice::Daemon, .isThisComputerOnly = true}));
 }
 
+TEST(Options, whatIsToldCanBeChosen)
+{
+    EXPECT_EQ(parse({"--verbose"}),
+              Result(Options{.verbose = {kLogCategories.begin(), kLogCategories.end()}}));
+    EXPECT_EQ(parse({"--verbose=relay"}), Result(Options{.verbose = {LogCategory::Relay}}));
+    EXPECT_EQ(parse({"--verbose=discovery,connection", "--verbose=relay"}),
+              Result(Options{.verbose = {LogCategory::Discovery, LogCategory::Relay,
+                                         LogCategory::Connection}}));
+    for (const LogCategory category : kLogCategories) {
+        const std::string argument = "--verbose=" + std::string(nameOf(category));
+        EXPECT_EQ(parse({argument.c_str()}), Result(Options{.verbose = {category}})) << argument;
+        EXPECT_NE(std::string(helpText()).find(nameOf(category)), std::string::npos) << argument;
+    }
+}
+
+TEST(Options, anUnknownCategoryIsNamed)
+{
+    const std::string known =
+        " is none of the categories of --verbose: discovery, engine, advertising, relay, "
+        "connection, desktop";
+    EXPECT_EQ(errorOf(parse({"--verbose=relays"})), "'relays'" + known);
+    EXPECT_EQ(errorOf(parse({"--verbose="})), "''" + known);
+    EXPECT_EQ(errorOf(parse({"--verbose=relay,"})), "''" + known);
+    EXPECT_EQ(errorOf(parse({"--verbose=relay,Desktop"})), "'Desktop'" + known);
+    EXPECT_EQ(errorOf(parse({"--verbosely"})), "unknown option '--verbosely'");
+}
+
 TEST(Options, anUnknownEngineIsNamed)
 {
     for (const char* argument : {"--dns-sd=avahi", "--dns-sd=", "--dns-sd"})
@@ -71,7 +98,7 @@ TEST(Options, anUnknownEngineIsNamed)
 
 TEST(Options, anUnknownOptionIsNamed)
 {
-    EXPECT_EQ(errorOf(parse({"--verbose"})), "unknown option '--verbose'");
+    EXPECT_EQ(errorOf(parse({"--debug"})), "unknown option '--debug'");
     EXPECT_EQ(errorOf(parse({"--help=all"})), "unknown option '--help=all'");
     EXPECT_EQ(errorOf(parse({"-platform"})), "unknown option '-platform'");
     EXPECT_EQ(errorOf(parse({"--"})), "unknown option '--'");
@@ -86,7 +113,7 @@ TEST(Options, aStrayArgumentIsNamed)
 
 TEST(Options, aMistakeCountsEvenBesideARequestForHelp)
 {
-    EXPECT_EQ(errorOf(parse({"--help", "--verbose"})), "unknown option '--verbose'");
+    EXPECT_EQ(errorOf(parse({"--help", "--debug"})), "unknown option '--debug'");
 }
 
 TEST(Options, helpNamesEveryOptionForUsers)
@@ -152,11 +179,12 @@ TEST(Options, aCommandTakesNoMoreThanItKnows)
 
 TEST(Options, aCommandStartsNothing)
 {
-    for (const char* option : {"--hidden", "--this-computer-only", "--dns-sd=daemon",
+    for (const char* option : {"--hidden", "--this-computer-only", "--verbose", "--dns-sd=daemon",
                                "--autostart=on", "--autostart=off"}) {
-        EXPECT_EQ(errorOf(parse({"status", option})),
-                  "'--hidden', '--dns-sd', '--this-computer-only' and '--autostart' do not go with "
-                  "'status'");
+        EXPECT_EQ(
+            errorOf(parse({"status", option})),
+            "'--hidden', '--dns-sd', '--this-computer-only', '--verbose' and '--autostart' do "
+            "not go with 'status'");
         EXPECT_NE(errorOf(parse({option, "open"})), "");
     }
 }

@@ -5,6 +5,7 @@
 #include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/fake_window_presence.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/fakes/recording_workspace.h"
 
 #include <QApplication>
@@ -34,6 +35,7 @@ int main(int argumentCount, char** arguments)
 
     FakeDispatch dispatch;
     FakeNetwork network(dispatch);
+    RecordingLog log;
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;
     const auto copies = makeRunningApplications({
@@ -47,6 +49,7 @@ int main(int argumentCount, char** arguments)
     AppDelegate delegate(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
+        .log = log,
         .userDefaults = defaults,
         .workspace = workspace,
         .runningApplications = *copies,

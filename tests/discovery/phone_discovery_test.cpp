@@ -1,6 +1,7 @@
 #include "discovery/phone_discovery.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/fakes/recording_log.h"
 
 #include <utility>
 
@@ -47,9 +48,10 @@ protected:
     FakeDispatch dispatch;
     FakeNetwork network{dispatch};
     std::vector<std::string> log;
+    RecordingLog story;
     std::vector<std::vector<DiscoveredDevice>> lists;
     std::shared_ptr<PhoneDiscovery> discovery =
-        PhoneDiscovery::make(dispatch, network, "org.quillbox.Helper", "_quillbox._tcp");
+        PhoneDiscovery::make(dispatch, network, story, "org.quillbox.Helper", "_quillbox._tcp");
 };
 
 TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
@@ -228,6 +230,18 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)
     orphaned->deliver({phone("Quillbox")});
     dispatch.runAll();
     EXPECT_THAT(lists, IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryTest, tellsItsStory)
+{
+    namesFor({phone("Quillbox Office"), phone("Printer")});
+    browser().report(Browser::State::Failed, std::make_error_code(std::errc::not_supported));
+    dispatch.runAll();
+    EXPECT_THAT(story.lines,
+                ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox Office" has appeared)",
+                            "discovery: _quillbox._tcp: services that are no Quillbox: 1",
+                            "discovery: _quillbox._tcp: cannot browse: "
+                                + std::make_error_code(std::errc::not_supported).message()));
 }
 
 } // namespace

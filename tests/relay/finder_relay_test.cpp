@@ -1,6 +1,7 @@
 #include "relay/finder_relay.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/fakes/recording_log.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -50,14 +51,15 @@ protected:
     FakeDispatch dispatch;
     FakeNetwork network{dispatch};
     std::vector<std::string> log;
+    RecordingLog story;
     std::vector<std::string> reports;
     std::shared_ptr<FinderRelay> relay =
-        FinderRelay::make(dispatch, network, "org.quillbox.Helper");
+        FinderRelay::make(dispatch, network, story, "org.quillbox.Helper");
 };
 
 TEST_F(FinderRelayTest, worksOnAQueueOfItsOwn)
 {
-    const auto other = FinderRelay::make(dispatch, network, "org.quillbox.Helper");
+    const auto other = FinderRelay::make(dispatch, network, story, "org.quillbox.Helper");
     ASSERT_EQ(dispatch.queueCount(), 2U);
     EXPECT_EQ(dispatch.queue(0)->label(), "org.quillbox.Helper.relay");
     EXPECT_EQ(dispatch.queue(0)->qualityOfService(), QualityOfService::UserInitiated);

@@ -1,4 +1,5 @@
 #include "platform/desktop/smb_opener.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
 #include "tests/platform/desktop_integration/recorder.h"
@@ -74,7 +75,7 @@ protected:
 
     void makeOpener(const SmbOpenerTimes& times = {})
     {
-        opener = makeSmbOpener(locator, bus.connect(), InheritedLimits(), times);
+        opener = makeSmbOpener(locator, bus.connect(), InheritedLimits(), log, times);
     }
 
     void addFileManager(FileManager::Manner manner)
@@ -113,6 +114,7 @@ protected:
     const QByteArray path = qgetenv("PATH");
     Recorder scripts;
     PrivateBus bus;
+    RecordingLog log;
     FakeServiceLocator locator;
     std::unique_ptr<FileManager> fileManager;
     std::unique_ptr<SmbOpener> opener;
@@ -230,7 +232,8 @@ TEST_F(SmbOpenerTest, saysInOneLineThatNothingOpensTheUrl)
 TEST_F(SmbOpenerTest, goesOnWithoutABus)
 {
     addGio(QStringLiteral("missing.desktop"));
-    opener = makeSmbOpener(locator, QDBusConnection(QStringLiteral("none")), InheritedLimits());
+    opener =
+        makeSmbOpener(locator, QDBusConnection(QStringLiteral("none")), InheritedLimits(), log);
     opener->open(kUrl);
     EXPECT_EQ(scripts.calls(3).mid(1), expectedMount());
 }

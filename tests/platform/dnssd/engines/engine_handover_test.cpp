@@ -1,3 +1,4 @@
+#include "platform/standard_error_log.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 
 #include <csignal>
@@ -33,7 +34,8 @@ protected:
     std::unique_ptr<TestBus> bus;
     std::unique_ptr<TestDaemon> daemon;
     EventRecorder events;
-    std::unique_ptr<Engine> engine = makeEngine(DnsSdMode::Automatic);
+    const std::unique_ptr<Log> log = makeStandardErrorLog({});
+    std::unique_ptr<Engine> engine = makeEngine(DnsSdMode::Automatic, *log);
 };
 
 TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)

@@ -1,0 +1,36 @@
+#pragma once
+
+#include "discovery/discovered_device.h"
+#include "platform/browser.h"
+#include "platform/log.h"
+
+#include <map>
+#include <string>
+#include <system_error>
+#include <vector>
+
+namespace quillbox {
+
+/// Tells the log which devices of a type appear and go, one line each, and how browsing does. Costs
+/// nothing while nobody listens. Lives on one queue. The log outlives it.
+class DeviceStory final {
+public:
+    DeviceStory(Log& discoveryLog, std::string serviceType);
+
+    DeviceStory(const DeviceStory&) = delete;
+    DeviceStory& operator=(const DeviceStory&) = delete;
+
+    void noteState(Browser::State state, std::error_code error);
+
+    /// `devices` are all that there are now, of so many services of the type.
+    void noteDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services);
+
+private:
+    template <typename Text> void tell(Text&& text);
+
+    Log& log;
+    const std::string type;
+    std::map<std::string, Log::Clock::time_point> present; ///< since when
+};
+
+} // namespace quillbox

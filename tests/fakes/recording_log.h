@@ -1,0 +1,29 @@
+#pragma once
+
+#include "platform/log.h"
+
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+/// A log that keeps its lines, as "category: text", and whose clock a test moves. For one thread.
+class RecordingLog final : public Log {
+public:
+    bool isOn(LogCategory /*category*/) const override { return isTelling; }
+    Clock::time_point now() const override { return time; }
+    std::uint64_t numberSession() override { return ++sessions; }
+
+    bool isTelling = true;
+    Clock::time_point time;
+    std::uint64_t sessions = 0;
+    std::vector<std::string> lines;
+
+private:
+    void write(LogCategory category, const std::string& text) override
+    {
+        lines.push_back(std::string(nameOf(category)) + ": " + text);
+    }
+};
+
+} // namespace quillbox

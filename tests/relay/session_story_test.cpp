@@ -1,0 +1,229 @@
+#include "relay/finder_relay.h"
+#include "relay/session_story.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_network.h"
+#include "tests/fakes/recording_log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quillbox {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+const Endpoint kPhone =
+    ServiceEndpoint{.name = "Quillbox Office", .type = "_quillbox._tcp", .domain = "local"};
+const std::error_code kUnreachable = std::make_error_code(std::errc::host_unreachable);
+const std::error_code kReset = std::make_error_code(std::errc::connection_reset);
+const std::error_code kDown = std::make_error_code(std::errc::network_down);
+
+/// A relay whose story is told.
+class SessionStoryTest : public testing::Test {
+protected:
+    ~SessionStoryTest() override
+    {
+        relay->stop();
+        dispatch.runAll();
+    }
+
+    void start()
+    {
+        relay->start(kPhone, "a phone", "Quillbox Office");
+        dispatch.runAll();
+    }
+
+    void open()
+    {
+        start();
+        browser = network.makeAcceptedConnection();
+        network.listeners.back()->accept(browser);
+        dispatch.runAll();
+        phone = network.connections.back();
+        log.lines.clear();
+    }
+
+    void connect()
+    {
+        phone->report(Connection::State::Ready);
+        dispatch.runAll();
+        log.lines.clear();
+    }
+
+    void pass(FakeConnection& from, FakeConnection& to, std::string_view bytes)
+    {
+        from.deliver(bytes);
+        dispatch.runAll();
+        to.completeSend();
+        dispatch.runAll();
+    }
+
+    FakeDispatch dispatch;
+    FakeNetwork network{dispatch};
+    RecordingLog log;
+    std::shared_ptr<FinderRelay> relay =
+        FinderRelay::make(dispatch, network, log, "org.quillbox.Helper");
+    std::shared_ptr<FakeConnection> browser;
+    std::shared_ptr<FakeConnection> phone;
+};
+
+TEST_F(SessionStoryTest, beginsWithTheRelay)
+{
+    start();
+    log.time += 950ms;
+    network.listeners.back()->report(Listener::State::Waiting, kDown);
+    network.listeners.back()->report(Listener::State::Ready);
+    dispatch.runAll();
+    log.time += 2s;
+    relay->stop();
+    dispatch.runAll();
+    EXPECT_THAT(
+        log.lines,
+        ElementsAre(R"(relay: "Quillbox Office": starts)",
+                    R"(relay: "Quillbox Office": not advertised at present: )" + kDown.message(),
+                    R"(relay: "Quillbox Office": visible after 950 ms)",
+                    R"(relay: "Quillbox Office": stops after 2.9 s; sessions: 0)"));
+}
+
+TEST_F(SessionStoryTest, tellsWhyARelayDoesNotStart)
+{
+    network.listenerError = kDown;
+    start();
+    EXPECT_THAT(log.lines, ElementsAre(R"(relay: "Quillbox Office": starts)",
+                                       R"(relay: "Quillbox Office": no port to listen on: )"
+                                           + kDown.message()));
+}
+
+TEST_F(SessionStoryTest, tellsWhyARelayFails)
+{
+    start();
+    log.lines.clear();
+    network.listeners.back()->report(Listener::State::Failed, kDown);
+    dispatch.runAll();
+    EXPECT_THAT(log.lines,
+                ElementsAre(R"(relay: "Quillbox Office": failed: )" + kDown.message(),
+                            R"(relay: "Quillbox Office": stops after 0 ms; sessions: 0)"));
+}
+
+TEST_F(SessionStoryTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
+{
+    open();
+    phone->report(Connection::State::Preparing);
+    phone->report(Connection::State::Waiting, kUnreachable);
+    dispatch.runAll();
+    log.time += 3500ms;
+    phone->report(Connection::State::Ready);
+    dispatch.runAll();
+    const std::string session = R"(connection: session 1 of "Quillbox Office": )";
+    EXPECT_THAT(log.lines, ElementsAre(session + "looks for the phone",
+                                       session + "waits for the phone: " + kUnreachable.message(),
+                                       session + "connected to the phone after 3.5 s"));
+}
+
+TEST_F(SessionStoryTest, numbersSessions)
+{
+    start();
+    log.lines.clear();
+    for (int count = 0; count < 2; ++count)
+        network.listeners.back()->accept(network.makeAcceptedConnection());
+    dispatch.runAll();
+    EXPECT_THAT(
+        log.lines,
+        ElementsAre(
+            R"(connection: session 1 of "Quillbox Office": the file browser has connected)",
+            R"(connection: session 2 of "Quillbox Office": the file browser has connected)"));
+}
+
+TEST_F(SessionStoryTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
+{
+    open();
+    connect();
+    pass(*browser, *phone, "question");
+    pass(*phone, *browser, "a longer answer");
+    pass(*browser, *phone, "?");
+    log.time += 65s;
+    browser->deliverNothing(true);
+    dispatch.runAll();
+    EXPECT_THAT(log.lines,
+                ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 1 min 5 s, )"
+                            "as the file browser closed it; 9 bytes to the phone, 15 from it"));
+}
+
+TEST_F(SessionStoryTest, tellsThatThePhoneClosedItBehindItsLastBytes)
+{
+    open();
+    connect();
+    phone->deliver("bye", true);
+    dispatch.runAll();
+    browser->completeSend();
+    dispatch.runAll();
+    EXPECT_THAT(log.lines,
+                ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 0 ms, )"
+                            "as the phone closed it; 0 bytes to the phone, 3 from it"));
+}
+
+TEST_F(SessionStoryTest, tellsTheErrorOfTheSideThatFailed)
+{
+    for (const bool isOfPhone : {true, false}) {
+        open();
+        connect();
+        (isOfPhone ? phone : browser)->deliverNothing(false, kReset);
+        dispatch.runAll();
+        ASSERT_EQ(log.lines.size(), 1U);
+        EXPECT_THAT(log.lines[0], testing::HasSubstr((isOfPhone ? "as the phone failed: "
+                                                                : "as the file browser failed: ")
+                                                     + kReset.message() + "; 0 bytes"));
+    }
+}
+
+TEST_F(SessionStoryTest, tellsTheErrorOfASend)
+{
+    open();
+    connect();
+    browser->deliver("question");
+    dispatch.runAll();
+    phone->completeSend(kReset);
+    dispatch.runAll();
+    ASSERT_EQ(log.lines.size(), 1U);
+    EXPECT_THAT(log.lines[0], testing::HasSubstr("as the phone failed: " + kReset.message()
+                                                 + "; 8 bytes to the phone"));
+}
+
+TEST_F(SessionStoryTest, tellsWhyThePhoneCannotBeReached)
+{
+    open();
+    phone->report(Connection::State::Failed, std::make_error_code(std::errc::connection_refused));
+    dispatch.runAll();
+    ASSERT_EQ(log.lines.size(), 1U);
+    EXPECT_THAT(log.lines[0], testing::HasSubstr("as the phone failed: Connection refused; 0"));
+}
+
+TEST_F(SessionStoryTest, tellsThatTheRelayStopped)
+{
+    open();
+    connect();
+    relay->stop();
+    dispatch.runAll();
+    EXPECT_THAT(log.lines,
+                ElementsAre(R"(relay: "Quillbox Office": stops after 0 ms; sessions: 1)",
+                            R"(connection: session 1 of "Quillbox Office": ended after 0 ms, )"
+                            "as its relay stopped; 0 bytes to the phone, 0 from it"));
+}
+
+TEST_F(SessionStoryTest, doesNotTouchConnectionsWhileNobodyListens)
+{
+    log.isTelling = false;
+    open();
+    connect();
+    EXPECT_TRUE(browser->isReceiving);
+    pass(*browser, *phone, "question");
+    browser->deliverNothing(true);
+    dispatch.runAll();
+    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_EQ(log.sessions, 0U) << "a story was begun";
+}
+
+} // namespace
+} // namespace quillbox
