@@ -1,0 +1,15 @@
+# shellcheck shell=bash
+# Sourced by ./dev: the command "soak".
+# shellcheck disable=SC2154 # root and python are set by ./dev
+
+# Traffic through the program between namespaces, as long as the arguments say.
+run_soak() {
+    case ${1:-} in
+        -h | --help) ;;
+        *)
+            ensure_packages build run test
+            build release --target quillbox-helper
+            ;;
+    esac
+    PYTHONDONTWRITEBYTECODE=1 in_namespaces release "$python" "$root/tests/lan/soak.py" "$@"
+}
