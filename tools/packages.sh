@@ -39,6 +39,7 @@ missing_commands() {
             build) set -- g++ cmake ninja pkg-config ;;
             test) set -- unshare nsenter ip dbus-daemon avahi-daemon avahi-browse smbd smbclient ;;
             bench) set -- haproxy nginx socat Xvfb openbox ;;
+            package) set -- dh lintian xz ;;
             lint) set -- clang-format clang-tidy cppcheck shellcheck ;;
             *) set -- ;;
         esac

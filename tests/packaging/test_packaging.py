@@ -16,6 +16,7 @@ COMMANDS = ["status", "open", "manage", "restart", "quit"]
 
 INSTALLED = {
     "bin/quillbox-helper",
+    "lib/systemd/user/quillbox-helper.service",
     "share/applications/org.quillbox.Helper.desktop",
     "share/bash-completion/completions/quillbox-helper",
     "share/fish/vendor_completions.d/quillbox-helper.fish",

@@ -1,0 +1,282 @@
+"""The Debian package and the archive: what is in them, for whom, and that they are the same everywhere."""
+
+import gzip
+import hashlib
+import io
+import os
+import re
+import stat
+import subprocess
+import tarfile
+
+import pytest
+from test_packaging import INSTALLED, PROGRAM, ROOT, run
+
+BUILD = os.path.dirname(PROGRAM)
+TOP = "quillbox-helper-{version}-linux-{machine}"
+DOCUMENTS = {
+    "share/doc/quillbox-helper/changelog.Debian.gz",
+    "share/doc/quillbox-helper/changelog.gz",
+    "share/doc/quillbox-helper/copyright",
+    "share/lintian/overrides/quillbox-helper",
+}
+
+
+def pack(folder, **environment):
+    """The paths of both packages, made of what is built."""
+    tool = os.path.join(ROOT, "tools/pack")
+    subprocess.run(
+        [tool, BUILD, str(folder)],
+        check=True,
+        capture_output=True,
+        timeout=240,
+        env=os.environ | environment,
+    )
+    deb, archive = sorted(folder.iterdir(), key=lambda path: path.suffix)
+    assert (deb.suffix, archive.suffixes[-2:]) == (".deb", [".tar", ".xz"])
+    return deb, archive
+
+
+@pytest.fixture(scope="session")
+def packages(tmp_path_factory):
+    return pack(tmp_path_factory.mktemp("packages"))
+
+
+@pytest.fixture(scope="session")
+def deb(packages):
+    return packages[0]
+
+
+@pytest.fixture(scope="session")
+def archive(packages):
+    return packages[1]
+
+
+@pytest.fixture(scope="session")
+def unpacked(archive, tmp_path_factory):
+    """The archive in a folder that nobody thought of, which has a blank in its name."""
+    folder = tmp_path_factory.mktemp("some where")
+    with tarfile.open(archive) as file:
+        file.extractall(folder)
+    (top,) = folder.iterdir()
+    return top
+
+
+def version():
+    return run(PROGRAM, "--version").split()[1]
+
+
+def members(deb, what):
+    """The tar members of the package's control archive or of its files, each with its content."""
+    option = {"control": "--ctrl-tarfile", "files": "--fsys-tarfile"}[what]
+    data = subprocess.run(
+        ["dpkg-deb", option, str(deb)], capture_output=True, check=True, timeout=60
+    ).stdout
+    with tarfile.open(fileobj=io.BytesIO(data)) as file:
+        return {
+            x.name.removeprefix("./"): (x, x.isfile() and file.extractfile(x).read()) for x in file
+        }
+
+
+def field(deb, name):
+    return run("dpkg-deb", "--field", str(deb), name).strip()
+
+
+def names_in(relations):
+    """The names of the packages of a field, without versions; alternatives stay together."""
+    return {re.sub(r" \([^)]*\)", "", each.strip()) for each in relations.split(",")}
+
+
+def check_mode(member):
+    expected = 0o755 if member.isdir() or member.name.endswith("bin/quillbox-helper") else 0o644
+    assert stat.S_IMODE(member.mode) == expected, member.name
+    assert (member.uid, member.gid) == (0, 0), member.name
+
+
+# ---- the Debian package ----
+
+
+def test_the_package_is_named_by_its_version(deb):
+    machine = run("dpkg", "--print-architecture").strip()
+    assert field(deb, "Version") == f"{version()}-1"
+    assert deb.name == f"quillbox-helper_{version()}-1_{machine}.deb"
+
+
+def test_the_package_has_every_file_and_no_other(deb):
+    found = {name for name, (member, _) in members(deb, "files").items() if not member.isdir()}
+    page = "share/man/man1/quillbox-helper.1"
+    assert found == {f"usr/{x}" for x in (INSTALLED - {page}) | {f"{page}.gz"} | DOCUMENTS}
+
+
+def test_all_in_the_package_is_roots_and_readable(deb):
+    for member, _ in members(deb, "files").values():
+        check_mode(member)
+
+
+def test_nothing_runs_when_the_package_is_installed_or_removed(deb):
+    assert set(members(deb, "control")) - {"", "."} == {"control", "md5sums"}
+
+
+def test_the_sums_in_the_package_are_those_of_its_files(deb):
+    listed = members(deb, "control")["md5sums"][1].decode().splitlines()
+    files = {x: data for x, (member, data) in members(deb, "files").items() if member.isfile()}
+    assert sorted(listed) == sorted(
+        f"{hashlib.md5(data).hexdigest()}  {name}" for name, data in files.items()
+    )
+
+
+def test_the_package_depends_on_the_libraries_that_are_loaded_by_name(deb):
+    folder = os.path.join(ROOT, "platform/dnssd")
+    wanted = set()
+    for name in os.listdir(folder):
+        with open(os.path.join(folder, name), encoding="utf-8") as file:
+            wanted.update(re.findall(r'AvahiLibrary \w+\("([^"]+)"\)', file.read()))
+    assert len(wanted) == 2
+    owners = {run("dpkg", "-S", f"*/{name}").split(":")[0] for name in wanted}
+    assert owners | {"libavahi-common3"} <= names_in(field(deb, "Depends"))
+
+
+def test_the_package_depends_on_every_library_that_is_linked(deb):
+    owners = set()
+    for path in re.findall(r"=> (/\S+)", run("ldd", PROGRAM)):
+        name = os.path.basename(path)
+        if name in run("readelf", "-d", PROGRAM):
+            owners.add(run("dpkg", "-S", f"*/{name}").split(":")[0])
+    assert {"libqt6widgets6", "libxcb1", "libutf8proc2"} <= owners
+    assert owners <= names_in(field(deb, "Depends"))
+
+
+def test_the_package_recommends_what_a_click_needs(deb):
+    recommended = names_in(field(deb, "Recommends"))
+    assert {"avahi-daemon", "libnss-mdns", "gvfs-backends | kio-extras"} <= recommended
+    with open(os.path.join(ROOT, "tools/packages.txt"), encoding="utf-8") as file:
+        assert set(re.findall(r"^run (\S+)", file.read(), re.MULTILINE)) <= recommended
+
+
+def test_the_program_in_the_package_is_stripped_and_hardened(deb, tmp_path):
+    program = tmp_path / "program"
+    program.write_bytes(members(deb, "files")["usr/bin/quillbox-helper"][1])
+    sections = run("readelf", "-WS", str(program))
+    assert ".symtab" not in sections and ".debug" not in sections and ".comment" not in sections
+    shown = run("readelf", "-Wdlh", str(program))
+    for feature in (r"Flags: NOW PIE", "GNU_RELRO", r"Type:\s+DYN", r"GNU_STACK\s.* RW "):
+        assert re.search(feature, shown), feature
+    for tag in ("RPATH", "RUNPATH"):
+        assert tag not in shown
+
+
+def test_the_documents_of_the_package_are_those_of_the_source(deb):
+    files = members(deb, "files")
+    folder = "usr/share/doc/quillbox-helper"
+    with open(os.path.join(ROOT, "CHANGELOG.md"), "rb") as file:
+        assert gzip.decompress(files[f"{folder}/changelog.gz"][1]) == file.read()
+    newest = gzip.decompress(files[f"{folder}/changelog.Debian.gz"][1]).decode()
+    assert newest.startswith(f"quillbox-helper ({version()}-1) ")
+    with open(os.path.join(ROOT, "LICENSE"), encoding="utf-8") as file:
+        licence = file.read().split("\n", 2)[2]
+    copied = files[f"{folder}/copyright"][1].decode()
+    assert re.sub(r"[\s.]+", " ", licence.partition("\n\n")[2]) in re.sub(r"[\s.]+", " ", copied)
+
+
+def test_lintian_has_nothing_to_say(deb):
+    options = ["--allow-root", "--display-info", "--pedantic"]
+    assert run("lintian", *options, str(deb)) == ""
+
+
+def test_each_override_has_its_reason():
+    path = os.path.join(ROOT, "packaging/debian/quillbox-helper.lintian-overrides")
+    with open(path, encoding="utf-8") as file:
+        lines = file.read().splitlines()
+    assert lines and len(lines) % 2 == 0
+    for reason, tag in zip(lines[0::2], lines[1::2]):
+        assert re.match(r"# \S.*\.$", reason), tag
+        assert re.fullmatch(r"[a-z-]+", tag)
+
+
+# ---- the archive ----
+
+
+def test_the_archive_holds_one_folder_with_everything(archive, unpacked):
+    top = TOP.format(version=version(), machine=os.uname().machine)
+    assert archive.name == f"{top}.tar.xz"
+    assert unpacked.name == top
+    found = {str(x.relative_to(unpacked)) for x in unpacked.rglob("*") if not x.is_dir()}
+    assert found == INSTALLED | {"LICENSE", "README"}
+
+
+def test_the_archive_is_in_order_and_roots(archive):
+    with tarfile.open(archive) as file:
+        all_members = file.getmembers()
+    paths = [x.name.split("/") for x in all_members]
+    assert paths == sorted(paths)
+    assert len({x.mtime for x in all_members}) == 1
+    for member in all_members:
+        check_mode(member)
+
+
+def test_the_program_of_the_archive_runs_where_it_was_unpacked(unpacked, tmp_path):
+    program = str(unpacked / "bin/quillbox-helper")
+    assert run(program, "--version", cwd=tmp_path) == run(PROGRAM, "--version")
+    entry = tmp_path / "autostart/org.quillbox.Helper.desktop"
+    run(program, "--autostart=on", env=os.environ | {"XDG_CONFIG_HOME": str(tmp_path)})
+    assert program in entry.read_text(encoding="utf-8")
+
+
+def test_the_archive_says_what_the_package_asks_for(deb, unpacked):
+    text = (unpacked / "README").read_text(encoding="utf-8")
+    named = set(re.findall(r"^ +apt install (.*)$", text, re.MULTILINE)[0].split())
+    # Every system has those of the compiler, and the rest come with the others.
+    common = {"libc6", "libgcc-s1", "libstdc++6", "libqt6core6", "libqt6gui6", "libavahi-common3"}
+    assert named == names_in(field(deb, "Depends")) - common
+    for recommended in names_in(field(deb, "Recommends")):
+        for name in recommended.split(" | "):
+            assert name in text, name
+
+
+# ---- the same bytes everywhere ----
+
+
+def digests(paths):
+    return [hashlib.sha256(path.read_bytes()).hexdigest() for path in paths]
+
+
+def test_packing_again_elsewhere_gives_the_same_bytes(packages, tmp_path):
+    script = 'umask 077; exec "$0" "$@"'
+    folder = tmp_path / "another"
+    done = subprocess.run(
+        ["sh", "-c", script, os.path.join(ROOT, "tools/pack"), BUILD, str(folder)],
+        capture_output=True,
+        timeout=240,
+        check=False,
+        env=os.environ | {"TZ": "Pacific/Kiritimati", "LC_ALL": "C", "TMPDIR": str(tmp_path)},
+    )
+    assert done.returncode == 0, done.stderr
+    again = sorted(folder.iterdir(), key=lambda path: path.suffix)
+    assert digests(again) == digests(packages)
+
+
+def test_the_program_does_not_say_where_it_was_built():
+    with open(PROGRAM, "rb") as file:
+        assert ROOT.encode() not in file.read()
+
+
+# ---- one version ----
+
+
+def test_every_document_is_of_one_version_and_day():
+    found = {}
+    for path, pattern in (
+        ("CHANGELOG.md", r"^## \[([\d.]+)\] - ([\d-]+)$"),
+        ("packaging/org.quillbox.Helper.metainfo.xml", r'<release version="([\d.]+)" date="([\d-]+)"'),
+    ):
+        with open(os.path.join(ROOT, path), encoding="utf-8") as file:
+            found[path] = re.search(pattern, file.read(), re.MULTILINE).groups()
+    with open(os.path.join(ROOT, "packaging/quillbox-helper.1"), encoding="utf-8") as file:
+        day, number = re.match(r'\.TH \S+ 1 (\S+) "Quillbox Helper ([\d.]+)"', file.read()).groups()
+    found["manual page"] = (number, day)
+    changelog = os.path.join(ROOT, "packaging/debian/changelog")
+    seconds = run("dpkg-parsechangelog", "-l", changelog, "-S", "Timestamp").strip()
+    day = run("date", "--utc", f"--date=@{seconds}", "+%F").strip()
+    number = run("dpkg-parsechangelog", "-l", changelog, "-S", "Version").strip()
+    found["Debian's changelog"] = (number.removesuffix("-1"), day)
+    assert set(found.values()) == {(version(), found["manual page"][1])}, found
