@@ -12,7 +12,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
     delegate = std::make_unique<AppDelegate>(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
-        .log = log,
+        .log = story,
         .userDefaults = defaults,
         .workspace = workspace,
         .runningApplications = applications,

@@ -66,7 +66,7 @@ protected:
 
     FakeDispatch dispatch;
     FakeNetwork network{dispatch};
-    RecordingLog log;
+    RecordingLog story;
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;
     FakeStatusHost statusHost;

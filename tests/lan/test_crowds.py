@@ -80,6 +80,21 @@ def test_nothing_stays_behind_of_phones_that_came_and_went(computer, crowd):
     come_and_go_often(computer, crowd, crowds=4, count=40)
 
 
+def test_it_ends_within_a_second_with_as_many_relays_as_there_may_be(computer, engine, crowd):
+    """Each is withdrawn with a goodbye of its own. avahi-daemon has room for fewer of a program's."""
+    count = 256 if engine == "embedded" else 200
+    since = crowd.order(**{"await": TYPE_PHONE})
+    helper = computer.helper()
+    helper.wait_status(LOOKING)
+    crowd.wait("asked", since)
+    crowd.announce(names_of(0, count))
+    helper.wait_status(visible(count), 120)
+
+    code, seconds = helper.stop()
+
+    assert code == 0 and seconds < limit(1)
+
+
 @pytest.mark.long
 def test_nothing_stays_behind_of_ten_thousand_phones(computer, crowd):
     come_and_go_often(computer, crowd, crowds=50, count=200)
