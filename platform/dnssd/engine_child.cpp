@@ -7,6 +7,7 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <optional>
@@ -63,6 +64,29 @@ int hardenProcess(int keptDescriptor)
     return ::signalfd(-1, &endSignals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
+/// Avahi counts by the wall clock: when that is set back, what was due in ten seconds is due in a
+/// year, and a phone that has left stays on the list as long.
+class WallClock final {
+public:
+    /// Whether it was set back since the last call, by more than a clock is slewed meanwhile. The
+    /// loop turns at the latest when the next of Avahi's timers would have been due.
+    bool wasSetBack()
+    {
+        constexpr std::chrono::seconds kTolerance(2);
+        const auto now = ahead();
+        return now + kTolerance < std::exchange(before, now);
+    }
+
+private:
+    static std::chrono::nanoseconds ahead()
+    {
+        return std::chrono::system_clock::now().time_since_epoch()
+               - Clock::now().time_since_epoch();
+    }
+
+    std::chrono::nanoseconds before = ahead();
+};
+
 class EngineChild final {
 public:
     EngineChild(int theSocket, int endSignal) : socket(theSocket)
@@ -89,6 +113,9 @@ public:
             return EXIT_FAILURE;
         while (!isEnding) {
             loop.turn(session->nextDeadline());
+            // Another process takes over. Without goodbyes, as what is published is to stay.
+            if (wallClock.wasSetBack())
+                std::_Exit(EXIT_FAILURE);
             session->tidy(Clock::now());
             if (hasFailed)
                 return EXIT_FAILURE;
@@ -163,6 +190,7 @@ private:
     }
 
     int socket;
+    WallClock wallClock;
     AvahiLoop loop;
     std::optional<AvahiServerLibrary> library = loadAvahiServerLibrary();
     AvahiServer* server = nullptr;

@@ -8,7 +8,7 @@ import time
 
 import pytest
 from rig.computer import LOOKING, PROGRAM, Helper, visible
-from rig.ends import BLOB, read_exactly, read_to_end, send_and_end
+from rig.ends import BLOB, read_exactly, read_to_end, send_and_end, session
 from rig.onlooker import PYTHON
 from rig.phone import smbclient
 from rig.process import SLOWDOWN, limit, wait_until
@@ -255,33 +255,46 @@ def test_without_memory_for_big_chunks_the_bytes_go_in_small_ones(ends):
 # ---- the clock ----
 
 
-@pytest.mark.skipif(SLOWDOWN > 1, reason="a sanitizer wants to be the first library of a process")
+class Clock:
+    """A wall clock of the program's own, engine included; the monotonic one stays the machine's."""
+
+    def __init__(self, computer):
+        library = subprocess.run(
+            ["dpkg-query", "-L", "libfaketime"], stdout=subprocess.PIPE, check=True, text=True
+        ).stdout
+        self._file = os.path.join(computer.folder, "clock")
+        self.environment = {
+            "LD_PRELOAD": next(
+                x for x in library.splitlines() if x.endswith("/libfaketimeMT.so.1")
+            ),
+            "FAKETIME_TIMESTAMP_FILE": self._file,
+            "FAKETIME_DONT_FAKE_MONOTONIC": "1",
+            "FAKETIME_NO_CACHE": "1",
+        }
+        self.set("+0")
+
+    def set(self, offset):
+        with open(f"{self._file}.new", "w", encoding="ascii") as file:
+            file.write(offset)
+        os.replace(f"{self._file}.new", self._file)
+
+
+FIRST_LIBRARY = pytest.mark.skipif(
+    SLOWDOWN > 1, reason="a sanitizer wants to be the first library of a process"
+)
+
+
+@FIRST_LIBRARY
 @pytest.mark.parametrize("jump", ["-40000000", "+86400"], ids=["back a year", "on a day"])
 def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jump):
     """Set in the middle of the program's life; the monotonic clock goes on as it does then."""
-    library = subprocess.run(
-        ["dpkg-query", "-L", "libfaketime"], stdout=subprocess.PIPE, check=True, text=True
-    ).stdout
-    preload = next(x for x in library.splitlines() if x.endswith("/libfaketimeMT.so.1"))
-    clock = os.path.join(computer.folder, "clock")
-
-    def set_clock(offset):
-        with open(f"{clock}.new", "w", encoding="ascii") as file:
-            file.write(offset)
-        os.replace(f"{clock}.new", clock)
-
-    set_clock("+0")
-    helper = computer.helper(
-        LD_PRELOAD=preload,
-        FAKETIME_TIMESTAMP_FILE=clock,
-        FAKETIME_DONT_FAKE_MONOTONIC="1",
-        FAKETIME_NO_CACHE="1",
-    )
+    clock = Clock(computer)
+    helper = computer.helper(**clock.environment)
     phone.announce()
     helper.wait_status(visible(1))
     onlooker.wait("resolved", "Quillbox Office", 5)
 
-    set_clock(jump)
+    clock.set(jump)
 
     # Avahi counts lifetimes by this clock: records may run out at once, and are asked for again.
     def reached():
@@ -298,3 +311,26 @@ def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jum
     phone.announce()
     helper.wait_status(visible(1), since=since)
     onlooker.wait("resolved", "Quillbox Office", limit(5), since=seen)
+
+
+@FIRST_LIBRARY
+def test_a_phone_that_vanishes_behind_a_clock_set_back_leaves_in_time(
+    bare_computer, onlooker, service
+):
+    """Its records were to run out in ten seconds by a clock that does not get there for a year."""
+    computer = bare_computer
+    clock = Clock(computer)
+    helper = computer.helper("--dns-sd=embedded", **clock.environment)
+    phone = service("phone")
+    phone.announce(host_ttl=10)
+    helper.wait_status(visible(1))
+    found = onlooker.wait("resolved", phone.service_name, 5)
+    browser, other = session(computer, found["port"], phone)
+    since = helper.mark()
+
+    clock.set("-40000000")
+    phone.vanish()
+
+    browser.sendall(b"still here")
+    assert read_exactly(other, 10) == b"still here"
+    helper.wait_status(LOOKING, timeout=25, since=since)

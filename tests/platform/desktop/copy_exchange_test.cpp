@@ -11,7 +11,10 @@
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <filesystem>
 #include <functional>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <thread>
@@ -105,6 +108,13 @@ protected:
             return length == 0 || errno != EAGAIN;
         }));
         return all;
+    }
+
+    /// Those of this process, where both sides are.
+    static std::ptrdiff_t openDescriptors()
+    {
+        const std::filesystem::directory_iterator all("/proc/self/fd");
+        return std::distance(begin(all), end(all));
     }
 
     QTemporaryDir base;
@@ -246,6 +256,23 @@ TEST_F(CopyExchange, manySilentOnesOnlyDelayTheNext)
         silent.push_back(connected());
     EXPECT_EQ(ask("hello"), "heard hello");
     EXPECT_THAT(messages, ElementsAre("hello"));
+}
+
+TEST_F(CopyExchange, takesNoMoreThanSoManyAtATime)
+{
+    std::vector<FileDescriptor> silent;
+    for (int count = 0; count < 40; ++count)
+        silent.push_back(connected());
+    const auto before = openDescriptors();
+    EXPECT_TRUE(runUntil([&] { return openDescriptors() >= before + 32; }));
+    for (int turn = 0; turn < 100; ++turn)
+        QCoreApplication::processEvents();
+    EXPECT_EQ(openDescriptors(), before + 32);
+
+    // Whoever leaves makes room for one.
+    silent.erase(silent.begin());
+    EXPECT_TRUE(runUntil([&] { return openDescriptors() == before + 31; }));
+    EXPECT_EQ(ask("hello"), "heard hello");
 }
 
 TEST_F(CopyExchange, theListenerMayBeDroppedByWhoIsTold)
