@@ -9,7 +9,6 @@ import stat
 import subprocess
 import tarfile
 
-import pytest
 from test_packaging import INSTALLED, PROGRAM, ROOT, run
 
 BUILD = os.path.dirname(PROGRAM)
@@ -20,46 +19,6 @@ DOCUMENTS = {
     "share/doc/quillbox-helper/copyright",
     "share/lintian/overrides/quillbox-helper",
 }
-
-
-def pack(folder, **environment):
-    """The paths of both packages, made of what is built."""
-    tool = os.path.join(ROOT, "tools/pack")
-    subprocess.run(
-        [tool, BUILD, str(folder)],
-        check=True,
-        capture_output=True,
-        timeout=240,
-        env=os.environ | environment,
-    )
-    deb, archive = sorted(folder.iterdir(), key=lambda path: path.suffix)
-    assert (deb.suffix, archive.suffixes[-2:]) == (".deb", [".tar", ".xz"])
-    return deb, archive
-
-
-@pytest.fixture(scope="session")
-def packages(tmp_path_factory):
-    return pack(tmp_path_factory.mktemp("packages"))
-
-
-@pytest.fixture(scope="session")
-def deb(packages):
-    return packages[0]
-
-
-@pytest.fixture(scope="session")
-def archive(packages):
-    return packages[1]
-
-
-@pytest.fixture(scope="session")
-def unpacked(archive, tmp_path_factory):
-    """The archive in a folder that nobody thought of, which has a blank in its name."""
-    folder = tmp_path_factory.mktemp("some where")
-    with tarfile.open(archive) as file:
-        file.extractall(folder)
-    (top,) = folder.iterdir()
-    return top
 
 
 def version():

@@ -1,0 +1,172 @@
+"""The service for the user's systemd: that systemd takes it, and the program works as confined by it."""
+
+import os
+import re
+import shutil
+
+import pytest
+from rig.computer import Computer
+from rig.onlooker import Onlooker
+from rig.phone import Phone, smb_command
+from rig.process import limit, wait_until
+from test_packaging import PACKAGING, PROGRAM, run, text_of
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+UNIT = "quillbox-helper.service"
+
+
+@pytest.fixture
+def analyze(tmp_path):
+    """Asks systemd of the unit, with the program at the place where it was built."""
+    path = tmp_path / UNIT
+    path.write_text(text_of(UNIT).replace("=quillbox-helper ", f"={PROGRAM} "), encoding="utf-8")
+    environment = os.environ | {"XDG_RUNTIME_DIR": str(tmp_path)}
+
+    def ask(*options):
+        return run("systemd-analyze", "--user", *options, str(path), env=environment)
+
+    return ask
+
+
+def test_systemd_understands_the_service(analyze):
+    assert analyze("--man=no", "verify") == ""
+
+
+def test_the_service_is_confined_as_far_as_the_documentation_says(analyze):
+    said = analyze("security", "--offline=true", "--no-pager")
+    (figure,) = re.findall(r"Overall exposure level for \S+: ([\d.]+)", said)
+    assert f"exposure of {figure}" in content(f"{PACKAGING}/../docs/security.md")
+
+
+# ---- the real thing ----
+
+
+def content(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
+class UserManager:
+    """A logged-in user of a host, whose service manager runs."""
+
+    def __init__(self, host, installed):
+        self.address = host.address4
+        self.home = os.path.join(host.folder, "home")
+        os.makedirs(self.home)
+        for folder in (host.lan.folder, host.folder):
+            os.chmod(folder, 0o755)
+        copy = os.path.join(host.folder, "installed")
+        shutil.copytree(installed, copy)
+        (tree, *_) = run("findmnt", "-n", "-t", "cgroup2", "-o", "TARGET").split()
+        self._cgroup = f"{tree}/quillbox-test-{host.pid}"
+        command = ["sh", f"{HERE}/user_manager.sh", self._cgroup, copy, self.home]
+        namespaces = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "--"]
+        self._shell = host.start(namespaces + command, stdin=True)
+        self._shell.wait_line(lambda line: line.text == "ready", 30, what="the user's session")
+        wait_until(
+            lambda: self.ask("systemctl --user is-system-running") == (0, "running"), 60, "systemd"
+        )
+
+    def ask(self, command):
+        """The exit status and the output of a command of the user's."""
+        since = self._shell.mark()
+        self._shell.write(f"{{ {command}; }} 2>&1; echo \"--- $?\"\n")
+        end = self._shell.wait_line(lambda x: x.text.startswith("--- "), 60, since, command)
+        lines = self._shell.lines[since:]
+        return int(end.text[4:]), "\n".join(x.text for x in lines[: lines.index(end)])
+
+    def told(self, command):
+        code, output = self.ask(command)
+        assert code == 0, f"{command}: {code}\n{output}"
+        return output
+
+    def state(self):
+        shown = self.told(f"systemctl --user show -p ActiveState,Result,NRestarts,MainPID {UNIT}")
+        return dict(line.split("=") for line in shown.splitlines())
+
+    def wait_ready(self, count):
+        text = f"Status: ready: {count} Quillbox device"
+        wait_until(lambda: text in self.ask("quillbox-helper status")[1], limit(30), text)
+
+    def close(self):
+        self._shell.end()
+        events = f"{self._cgroup}/cgroup.events"
+        wait_until(lambda: "populated 0" in content(events), 20, "the end of all its processes")
+        for folder, _, _ in os.walk(self._cgroup, topdown=False):
+            os.rmdir(folder)
+
+
+@pytest.fixture
+def user(lan, real_root, unpacked):
+    made = []
+
+    def log_in(engine):
+        host = lan.host("computer", of=Computer)
+        host.prepare(engine)
+        made.append(UserManager(host, unpacked))
+        return made[0]
+
+    yield log_in
+    for manager in made:
+        manager.close()
+
+
+@pytest.fixture
+def phone(lan):
+    made = lan.host("phone", of=Phone)
+    made.serve()
+    made.announce("Quillbox Office")
+    return made
+
+
+@pytest.mark.long
+@pytest.mark.parametrize("engine", ["daemon", "embedded"])
+def test_the_service_relays_a_phone(lan, user, phone, engine):
+    with open(os.path.join(phone.share, "letter"), "w", encoding="utf-8") as file:
+        file.write("Dear reader")
+    onlooker = lan.host("onlooker", of=Onlooker)
+    onlooker.watch()
+    manager = user(engine)
+    assert manager.state()["ActiveState"] == "inactive"
+    # As a desktop does with its session.
+    manager.told("systemctl --user set-environment DISPLAY=:77 WAYLAND_DISPLAY=wayland-7")
+
+    manager.told(f"systemctl --user start {UNIT}")
+    manager.wait_ready(1)
+
+    relay = onlooker.wait("resolved", "Quillbox Office", 20)
+    got = onlooker.run(*smb_command(manager.address, relay["port"], "get letter -"), timeout=60)
+    assert "Dear reader" in got.stdout
+    pid = manager.state()["MainPID"]
+    status = manager.told(f"cat /proc/{pid}/status")
+    assert re.search(r"NoNewPrivs:\s+1", status) and re.search(r"Seccomp:\s+2", status)
+    manager.told("quillbox-helper restart")
+    settings = "cat .config/org.quillbox.Helper/settings.json"
+    wait_until(lambda: '"showInFinder": true' in manager.ask(settings)[1], limit(5), settings)
+    # A second copy ends well, and the first one stays.
+    assert manager.ask("quillbox-helper --hidden")[0] == 0
+    assert manager.state()["MainPID"] == pid
+    # A crash is mended; an end that was asked for is none.
+    manager.told(f"kill -SEGV {pid}")
+    manager.wait_ready(1)
+    assert manager.state()["NRestarts"] == "1"
+    manager.told("quillbox-helper quit")
+    wait_until(lambda: manager.state()["ActiveState"] == "inactive", limit(10), "the end")
+    assert manager.state()["Result"] == "success"
+
+
+@pytest.mark.long
+def test_the_service_leaves_a_copy_of_the_desktops_alone(user, phone):
+    manager = user("embedded")
+    manager.told("{ quillbox-helper --hidden >copy.log 2>&1 & }")
+    manager.wait_ready(1)
+    manager.told(f"systemctl --user start {UNIT}")
+    wait_until(lambda: manager.state()["ActiveState"] == "inactive", limit(10), "its end")
+    assert manager.state() | {"MainPID": ""} == {
+        "ActiveState": "inactive",
+        "Result": "success",
+        "NRestarts": "0",
+        "MainPID": "",
+    }
+    manager.wait_ready(1)
+    manager.told("quillbox-helper quit")

@@ -1,0 +1,34 @@
+# Runs in a host of the test network: starts the service manager of an ordinary user, as logging in
+# does, with cgroups of its own and the program installed in /usr/local; then obeys, as that user,
+# the lines of standard input.
+set -e
+cgroup=$1 installed=$2 home=$3
+if [ -z "${4:-}" ]; then
+    mkdir "$cgroup"
+    echo $$ >"$cgroup/cgroup.procs"
+    exec unshare --cgroup -- sh "$0" "$@" again
+fi
+umount --recursive --lazy /sys/fs/cgroup
+mount -t cgroup2 cgroup2 /sys/fs/cgroup
+mkdir /sys/fs/cgroup/user
+chown -R 4711:4711 /sys/fs/cgroup/user
+echo $$ >/sys/fs/cgroup/user/cgroup.procs
+
+mount -t tmpfs -o mode=755 tmpfs /usr/local
+cp -r "$installed/bin" "$installed/lib" "$installed/share" /usr/local
+
+{
+    cat /etc/passwd
+    echo "somebody:x:4711:4711::$home:/bin/sh"
+} >/run/passwd
+mount --bind /run/passwd /etc/passwd
+# The system's manager makes these at its start.
+mkdir -p /run/systemd/system /run/systemd/unit-root /run/user/4711
+chmod 700 /run/user/4711
+chown -R 4711:4711 /run/user/4711 "$home"
+exec setpriv --reuid 4711 --regid 4711 --clear-groups env -i HOME="$home" USER=somebody \
+    PATH=/usr/local/bin:/usr/bin:/bin:/usr/sbin XDG_RUNTIME_DIR=/run/user/4711 sh -c '
+    cd
+    /usr/lib/systemd/systemd --user --log-target=null &
+    echo ready
+    exec sh'
