@@ -10,7 +10,6 @@ namespace quillbox {
 
 namespace {
 
-constexpr const char* kFileServiceType = "_quillbox._tcp";
 constexpr const char* kManagementServiceType = "_quillbox-admin._tcp";
 
 using LaunchDate = RunningApplication::LaunchDate;

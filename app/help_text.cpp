@@ -28,9 +28,12 @@ Commands to the copy that is running:
   restart           restart the Finder service
   quit              end the program, and wait until it has ended
 
+Commands of their own:
+  doctor [--json]   tell why a phone is not seen, and what to do
+
 Exit status:
   0  done
-  1  a file or the output could not be written
+  1  a file or the output could not be written, or a check of the doctor fails
   2  the command line was not understood
   3  the program is not running
   4  the running copy could not do it; it says why
@@ -97,6 +100,21 @@ Ends the running copy, as "Quit Quillbox Helper" does, and waits until it has en
 
 Exit status: 0 it has ended, 2 the command line was not understood, 3 the program is not running,
 6 the running copy does not answer or does not end.
+)";
+}
+
+const char* helpTextOfDoctor()
+{
+    return R"(Usage: quillbox-helper doctor [--json]
+Looks at this computer and its network for up to six seconds and tells, a line for each check, what
+is right (OK), what may be in the way (WARN) and what is (FAIL), each of the last two with what to
+do. It changes nothing, and works with or without a running copy.
+
+  --json            as one JSON array of objects with check, result, text and advice
+  --help            show this help and exit
+
+Exit status: 0 no check fails, 1 a check fails, or the output could not be written, 2 the command
+line was not understood.
 )";
 }
 

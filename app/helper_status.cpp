@@ -1,9 +1,9 @@
 #include "app/helper_status.h"
 
+#include "app/json_text.h"
 #include "app/shown_text.h"
 #include "app/strict_object.h"
 
-#include <QChar>
 #include <QJsonArray>
 #include <QJsonDocument>
 
@@ -80,16 +80,6 @@ std::vector<Entry> entriesIn(StrictObject& object, const char* key, Entry (*read
             object.refuse();
     }
     return entries;
-}
-
-/// A terminal shows it, and nothing but it. The line break is the one between members; those in
-/// texts are escaped already.
-bool isPlain(char32_t character)
-{
-    const QChar::Category category = QChar::category(character);
-    return character == U'\n'
-           || (QChar::isPrint(character) && category != QChar::Separator_Line
-               && category != QChar::Separator_Paragraph);
 }
 
 std::string shown(const std::string& text)
@@ -174,18 +164,7 @@ std::optional<HelperStatus> helperStatusIn(const QJsonObject& object)
 
 std::string jsonText(const HelperStatus& status)
 {
-    const QString json = QString::fromUtf8(QJsonDocument(jsonOf(status)).toJson());
-    QString text;
-    for (const char32_t character : json.toUcs4()) {
-        const QString verbatim = QString::fromUcs4(&character, 1);
-        if (isPlain(character)) {
-            text += verbatim;
-            continue;
-        }
-        for (const QChar unit : verbatim)
-            text += QStringLiteral("\\u%1").arg(unit.unicode(), 4, 16, QLatin1Char('0'));
-    }
-    return text.toStdString();
+    return jsonText(QJsonDocument(jsonOf(status)));
 }
 
 std::string plainText(const HelperStatus& status)

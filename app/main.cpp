@@ -1,7 +1,9 @@
 #include "app/app_delegate.h"
+#include "app/doctor.h"
 #include "app/exit_status.h"
 #include "app/options.h"
 #include "app/remote_control.h"
+#include "discovery/phone_discovery.h"
 #include "platform/desktop/activation.h"
 #include "platform/desktop/autostart_entry.h"
 #include "platform/desktop/desktop_workspace.h"
@@ -15,6 +17,7 @@
 #include "platform/desktop/termination_signals.h"
 #include "platform/desktop/window_presence.h"
 #include "platform/dnssd/engine_child.h"
+#include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/standard_error.h"
 #include "platform/standard_error_log.h"
@@ -24,6 +27,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <memory>
 #include <span>
 #include <string>
@@ -37,6 +41,9 @@ constexpr const char* kBundleIdentifier = QUILLBOX_BUNDLE_IDENTIFIER;
 
 /// Longer than an orderly end takes, shorter than the patience of who waits for it.
 constexpr std::chrono::milliseconds kLimitOfEnd{950};
+
+/// Less than the rest of the doctor's work takes.
+constexpr std::chrono::milliseconds kLimitOfDoctorsQuestion{2000};
 
 int print(const std::string& text)
 {
@@ -186,10 +193,35 @@ int controlRunningCopy(const Options& options)
     return result.exitStatus == exit_status::kDone ? printed : result.exitStatus;
 }
 
+/// Looks for what is in a phone's way. Nothing is registered and no window system is needed.
+int examine(const Options& options, char** arguments)
+{
+    prepareProcess();
+    int argumentCount = 1;
+    const QCoreApplication application(argumentCount, arguments);
+    auto examining = std::async(std::launch::async, [] { return examineSystem(kFileServiceType); });
+    std::string problem;
+    const auto copies = findRunningCopies({.folders = systemRuntimeFolders(),
+                                           .bundleIdentifier = kBundleIdentifier,
+                                           .activationToken = {}},
+                                          problem);
+    const auto copy =
+        askRunningCopy(copies.empty() ? nullptr : copies.front().get(), kLimitOfDoctorsQuestion);
+    const Examination examination = examining.get();
+    const auto findings = diagnose({.system = examination.facts, .copy = copy});
+    const int printed = print(options.asJson ? jsonText(findings) : plainText(findings));
+    const int status = printed == exit_status::kDone ? exitStatusOf(findings) : printed;
+    if (examination.isSomethingStuck)
+        std::_Exit(status);
+    return status;
+}
+
 int perform(const Options& options, char** arguments)
 {
     switch (options.action) {
     case Options::Action::ShowHelp:
+        if (options.isDoctor)
+            return print(helpTextOfDoctor());
         return print(options.request ? helpTextOf(options.request->command) : helpText());
     case Options::Action::ShowVersion:
         return print(std::string("quillbox-helper ") + QUILLBOX_VERSION + '\n');
@@ -201,6 +233,8 @@ int perform(const Options& options, char** arguments)
         return changeAutostart(Autostart::Off);
     case Options::Action::Control:
         return controlRunningCopy(options);
+    case Options::Action::Diagnose:
+        return examine(options, arguments);
     case Options::Action::Run:
         break;
     }

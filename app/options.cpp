@@ -14,6 +14,7 @@ using Action = Options::Action;
 constexpr std::string_view kDnsSd = "--dns-sd";
 constexpr std::string_view kAutostart = "--autostart";
 constexpr std::string_view kVerbose = "--verbose";
+constexpr const char* kDoctor = "doctor";
 
 std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
 {
@@ -88,18 +89,21 @@ public:
     std::string check()
     {
         const auto& request = options.request;
-        if (options.asJson && (!request || request->command != ControlCommand::Status))
-            return "'--json' goes with 'status' only";
+        if (options.asJson && !options.isDoctor
+            && (!request || request->command != ControlCommand::Status))
+            return "'--json' goes with 'status' and 'doctor' only";
         const bool isForStart =
             options.isHidden || options.isThisComputerOnly || !options.verbose.empty()
             || options.dnsSd != DnsSdChoice::Automatic || options.action == Action::TurnAutostartOn
             || options.action == Action::TurnAutostartOff;
-        if (request && isForStart)
+        if ((request || options.isDoctor) && isForStart)
             return "'--hidden', '--dns-sd', '--this-computer-only', '--verbose' and '--autostart' "
                    "do not go with "
-                   + inQuotes(nameOf(request->command));
+                   + inQuotes(request ? nameOf(request->command) : kDoctor);
         if (request)
             act(Action::Control);
+        if (options.isDoctor)
+            act(Action::Diagnose);
         return {};
     }
 
@@ -150,7 +154,12 @@ private:
 
     std::string takeWord(std::string_view word)
     {
+        if (options.isDoctor)
+            return "unexpected argument " + inQuotes(word);
         if (!options.request) {
+            options.isDoctor = word == kDoctor;
+            if (options.isDoctor)
+                return {};
             const auto command = controlCommandNamed(word);
             if (!command)
                 return "unexpected argument " + inQuotes(word);

@@ -22,12 +22,13 @@ enum class DnsSdChoice {
 struct Options {
     enum class Action {
         Run,
-        ShowHelp, ///< of `request`'s command, if there is one
+        ShowHelp, ///< of `request`'s command, or of the doctor, if there is one
         ShowVersion,
         RunDnsSdEngine, ///< be the process of the embedded engine
         TurnAutostartOn,
         TurnAutostartOff,
-        Control, ///< hand `request` to the running copy
+        Control,  ///< hand `request` to the running copy
+        Diagnose, ///< tell why a phone is not seen
     };
 
     Action action = Action::Run;
@@ -36,7 +37,8 @@ struct Options {
     bool isThisComputerOnly = false;    ///< no other computer sees or reaches the relays
     std::set<LogCategory> verbose = {}; ///< what is told on standard error
     std::optional<ControlRequest> request = {};
-    bool asJson = false; ///< the status
+    bool isDoctor = false; ///< the command that is for no running copy
+    bool asJson = false;   ///< the status, or what the doctor found
 
     bool operator==(const Options&) const = default;
 };
@@ -54,5 +56,6 @@ std::variant<Options, OptionsError> parseOptions(std::span<const char* const> ar
 /// What `--help` shows, and what it shows behind a command.
 const char* helpText();
 const char* helpTextOf(ControlCommand command);
+const char* helpTextOfDoctor();
 
 } // namespace quillbox

@@ -12,11 +12,6 @@ namespace {
 constexpr const char* kProductName = "Quillbox";
 constexpr const char* kProductPrefix = "Quillbox ";
 
-bool isNamedAfterProduct(const std::string& name)
-{
-    return canonicallyEqual(name, kProductName) || canonicallyHasPrefix(name, kProductPrefix);
-}
-
 std::vector<DiscoveredDevice> devicesIn(const Browser::Results& results)
 {
     struct Keyed {
@@ -40,6 +35,11 @@ std::vector<DiscoveredDevice> devicesIn(const Browser::Results& results)
 }
 
 } // namespace
+
+bool isNamedAfterProduct(const std::string& name)
+{
+    return canonicallyEqual(name, kProductName) || canonicallyHasPrefix(name, kProductPrefix);
+}
 
 std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network& network, Log& log,
                                                      const std::string& bundleIdentifier,

@@ -13,9 +13,16 @@
 
 namespace quillbox {
 
+/// The type of the phones' file service.
+inline constexpr const char* kFileServiceType = "_quillbox._tcp";
+
+/// Whether a service of that instance name is one of the product's: "Quillbox", or "Quillbox " and
+/// more.
+bool isNamedAfterProduct(const std::string& name);
+
 /// Browses for one service type and reports, on the main thread, the complete list of the services
-/// that are named after the product: "Quillbox", or "Quillbox " and more. The list is sorted by
-/// name in code-point order; equal names keep the browser's order.
+/// that are named after the product. The list is sorted by name in code-point order; equal names
+/// keep the browser's order.
 ///
 /// Belongs to the main thread. The owner calls `stop` before it drops the object.
 class PhoneDiscovery final : public std::enable_shared_from_this<PhoneDiscovery> {

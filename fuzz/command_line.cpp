@@ -24,7 +24,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         fuzz::require(!error->text.empty(), "a refusal has a reason");
     else
         fuzz::require(words.empty() || words.front().starts_with("--")
-                          || std::get<Options>(parsed).request.has_value(),
+                          || std::get<Options>(parsed).request.has_value()
+                          || std::get<Options>(parsed).isDoctor,
                       "only options and commands are taken");
     parsePort(text);
     if (copy_protocol::isToken(text))

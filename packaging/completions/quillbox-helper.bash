@@ -7,7 +7,7 @@ _quillbox_helper() {
     typed=${typed##* }
     for word in "${COMP_WORDS[@]:1:COMP_CWORD-1}"; do
         case $word in
-            status | open | manage | restart | quit)
+            status | open | manage | restart | quit | doctor)
                 command=$word
                 break
                 ;;
@@ -17,8 +17,8 @@ _quillbox_helper() {
         :--dns-sd=*) words="auto daemon embedded" ;;
         :--verbose=*) words="discovery engine advertising relay connection desktop" ;;
         :--autostart=*) words="on off" ;;
-        :*) words="--hidden --dns-sd= --this-computer-only --verbose --verbose= --autostart= --help --version status open manage restart quit" ;;
-        status:*) words="--json --help" ;;
+        :*) words="--hidden --dns-sd= --this-computer-only --verbose --verbose= --autostart= --help --version status open manage restart quit doctor" ;;
+        status:* | doctor:*) words="--json --help" ;;
         *) words="--help" ;;
     esac
     # Where "=" parts words, what stands before it is not replaced.

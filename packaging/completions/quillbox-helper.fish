@@ -1,6 +1,6 @@
 # fish completion for quillbox-helper
 
-set -l commands status open manage restart quit
+set -l commands status open manage restart quit doctor
 set -l before "not __fish_seen_subcommand_from $commands"
 
 complete -c quillbox-helper -f
@@ -16,4 +16,5 @@ complete -c quillbox-helper -n $before -a open -d 'open the share of a phone'
 complete -c quillbox-helper -n $before -a manage -d 'open the web management of a phone'
 complete -c quillbox-helper -n $before -a restart -d 'restart the Finder service'
 complete -c quillbox-helper -n $before -a quit -d 'end the program'
-complete -c quillbox-helper -n '__fish_seen_subcommand_from status' -l json -d 'as one JSON object'
+complete -c quillbox-helper -n $before -a doctor -d 'tell why a phone is not seen'
+complete -c quillbox-helper -n '__fish_seen_subcommand_from status doctor' -l json -d 'as JSON'

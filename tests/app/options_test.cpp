@@ -169,8 +169,8 @@ TEST(Options, aCommandTakesNoMoreThanItKnows)
     EXPECT_EQ(errorOf(parse({"open", "Quillbox", "Office"})), "unexpected argument 'Office'");
     EXPECT_EQ(errorOf(parse({"open", ""})), "'' cannot be the name of a phone");
     EXPECT_EQ(errorOf(parse({"open", "\xff"})), "'\xff' cannot be the name of a phone");
-    EXPECT_EQ(errorOf(parse({"open", "--json"})), "'--json' goes with 'status' only");
-    EXPECT_EQ(errorOf(parse({"--json"})), "'--json' goes with 'status' only");
+    for (const auto& line : std::vector<std::vector<const char*>>{{"open", "--json"}, {"--json"}})
+        EXPECT_EQ(errorOf(parse(line)), "'--json' goes with 'status' and 'doctor' only");
     const std::string tooLong(256, 'x');
     EXPECT_NE(errorOf(parse({"open", tooLong.c_str()})), "");
     const std::string longest(255, 'x');
@@ -187,6 +187,30 @@ TEST(Options, aCommandStartsNothing)
             "not go with 'status'");
         EXPECT_NE(errorOf(parse({option, "open"})), "");
     }
+}
+
+TEST(Options, theDoctorIsAskedWithoutARunningCopy)
+{
+    EXPECT_EQ(parse({"doctor"}),
+              Result(Options{.action = Options::Action::Diagnose, .isDoctor = true}));
+    EXPECT_EQ(
+        parse({"--json", "doctor"}),
+        Result(Options{.action = Options::Action::Diagnose, .isDoctor = true, .asJson = true}));
+    EXPECT_EQ(errorOf(parse({"doctor", "Quillbox"})), "unexpected argument 'Quillbox'");
+    EXPECT_EQ(errorOf(parse({"doctor", "doctor"})), "unexpected argument 'doctor'");
+    EXPECT_NE(errorOf(parse({"doctor", "--hidden"})).find("do not go with 'doctor'"),
+              std::string::npos);
+    EXPECT_EQ(parse({"open", "doctor"}),
+              command({.command = ControlCommand::Open, .phone = "doctor"}));
+}
+
+TEST(Options, theDoctorHasHelpOfItsOwn)
+{
+    EXPECT_EQ(parse({"doctor", "--help"}),
+              Result(Options{.action = Options::Action::ShowHelp, .isDoctor = true}));
+    EXPECT_NE(std::string(helpText()).find("\n  doctor"), std::string::npos);
+    EXPECT_EQ(std::string(helpTextOfDoctor()).find("Usage: quillbox-helper doctor"), 0U);
+    EXPECT_NE(std::string(helpTextOfDoctor()).find("1 a check fails"), std::string::npos);
 }
 
 TEST(Options, eachCommandHasHelpOfItsOwn)

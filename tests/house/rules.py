@@ -14,9 +14,15 @@ ARROWS = {
     "platform/dnssd": {"platform"},
     "platform/tcp": {"platform", "platform/dispatch", "platform/dnssd/dns_sd.h"},
     "platform/desktop": {"platform"},
+    "platform/diagnosis": {
+        "platform",
+        "platform/desktop/file_descriptor.h",
+        "platform/desktop/x11.h",
+    },
     "platform/linux": {
         "platform",
         "platform/desktop",
+        "platform/diagnosis",
         "platform/dispatch",
         "platform/dnssd",
         "platform/netlink",
@@ -59,6 +65,7 @@ OUTSIDE = {
         "app",
         "ui",
         "platform/desktop",
+        "platform/diagnosis",
         "fuzz",
         "tests/app",
         "tests/ui",
@@ -68,6 +75,7 @@ OUTSIDE = {
     AVAHI: {"platform/dnssd", "tests/platform/dnssd"},
     SYSTEM: {
         "platform/desktop",
+        "platform/diagnosis",
         "platform/dispatch",
         "platform/dnssd",
         "platform/linux",

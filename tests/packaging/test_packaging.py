@@ -12,7 +12,7 @@ ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), 
 PACKAGING = os.path.join(ROOT, "packaging")
 COMPLETIONS = os.path.join(PACKAGING, "completions")
 PROGRAM = os.environ.get("QUILLBOX_HELPER", os.path.join(ROOT, "build/release/quillbox-helper"))
-COMMANDS = ["status", "open", "manage", "restart", "quit"]
+COMMANDS = ["status", "open", "manage", "restart", "quit", "doctor"]
 
 INSTALLED = {
     "bin/quillbox-helper",

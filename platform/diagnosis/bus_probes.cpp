@@ -1,0 +1,138 @@
+#include "platform/diagnosis/bus_probes.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusVariant>
+#include <QString>
+#include <QVariant>
+#include <optional>
+
+namespace quillbox::diagnosis {
+
+namespace {
+
+/// Of avahi-daemon's states, as D-Bus tells them (AvahiServerState).
+enum AvahiServerState { kInvalid, kRegistering, kRunning, kCollision, kFailure };
+
+/// A connection that is closed again.
+class Bus final {
+public:
+    Bus(QDBusConnection::BusType type, const char* purpose)
+        : name(QStringLiteral("quillbox-doctor-") + QLatin1StringView(purpose)),
+          connection(QDBusConnection::connectToBus(type, name))
+    {
+    }
+
+    Bus(const Bus&) = delete;
+    Bus& operator=(const Bus&) = delete;
+    ~Bus() { QDBusConnection::disconnectFromBus(name); }
+
+    bool isThere() const { return connection.isConnected(); }
+
+    QDBusMessage call(QDBusMessage message, std::chrono::milliseconds limit) const
+    {
+        message.setAutoStartService(false);
+        return connection.call(message, QDBus::Block, static_cast<int>(limit.count()));
+    }
+
+    Seen hasOwner(const char* service, std::chrono::milliseconds limit) const
+    {
+        auto question = QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
+            QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
+        question.setArguments({QString::fromLatin1(service)});
+        const auto answer = call(question, limit);
+        if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
+            return Seen::Unknown;
+        return answer.arguments().constFirst().toBool() ? Seen::Yes : Seen::No;
+    }
+
+private:
+    const QString name;
+    const QDBusConnection connection;
+};
+
+constexpr const char* kAvahi = "org.freedesktop.Avahi";
+
+/// What a method of avahi-daemon without arguments gives; none when it does not answer.
+std::optional<QVariant> askAvahi(const Bus& bus, const char* method,
+                                 std::chrono::milliseconds limit)
+{
+    const auto answer =
+        bus.call(QDBusMessage::createMethodCall(QLatin1StringView(kAvahi), QStringLiteral("/"),
+                                                QStringLiteral("org.freedesktop.Avahi.Server"),
+                                                QLatin1StringView(method)),
+                 limit);
+    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
+        return std::nullopt;
+    return answer.arguments().constFirst();
+}
+
+AvahiFacts::State stateOf(int state)
+{
+    switch (state) {
+    case kRunning:
+        return AvahiFacts::State::Running;
+    case kRegistering:
+    case kCollision:
+        return AvahiFacts::State::Registering;
+    default:
+        return AvahiFacts::State::Failed;
+    }
+}
+
+} // namespace
+
+AvahiFacts probeAvahi(std::chrono::milliseconds limit)
+{
+    AvahiFacts facts;
+    const Bus bus(QDBusConnection::SystemBus, "avahi");
+    if (!bus.isThere()) {
+        facts.state = AvahiFacts::State::NoBus;
+        return facts;
+    }
+    const Seen isThere = bus.hasOwner(kAvahi, limit);
+    if (isThere != Seen::Yes) {
+        facts.state = isThere == Seen::No ? AvahiFacts::State::Absent : AvahiFacts::State::Unknown;
+        return facts;
+    }
+    const auto state = askAvahi(bus, "GetState", limit);
+    if (!state)
+        return facts;
+    facts.state = stateOf(state->toInt());
+    const auto version = askAvahi(bus, "GetVersionString", limit);
+    const auto hostName = askAvahi(bus, "GetHostNameFqdn", limit);
+    facts.version = version.value_or(QVariant()).toString().toStdString();
+    facts.hostName = hostName.value_or(QVariant()).toString().toStdString();
+    return facts;
+}
+
+Seen probeFirewalld(std::chrono::milliseconds limit)
+{
+    const Bus bus(QDBusConnection::SystemBus, "firewalld");
+    // It is reached over the bus alone, and does not run without one.
+    return bus.isThere() ? bus.hasOwner("org.fedoraproject.FirewallD1", limit) : Seen::No;
+}
+
+Seen probeStatusPanel(std::chrono::milliseconds limit)
+{
+    const Bus bus(QDBusConnection::SessionBus, "panel");
+    if (!bus.isThere())
+        return Seen::No;
+    constexpr const char* kWatcher = "org.kde.StatusNotifierWatcher";
+    const Seen isThere = bus.hasOwner(kWatcher, limit);
+    if (isThere != Seen::Yes)
+        return isThere;
+    auto question = QDBusMessage::createMethodCall(
+        QLatin1StringView(kWatcher), QStringLiteral("/StatusNotifierWatcher"),
+        QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    question.setArguments(
+        {QString::fromLatin1(kWatcher), QStringLiteral("IsStatusNotifierHostRegistered")});
+    const auto answer = bus.call(question, limit);
+    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
+        return Seen::Unknown;
+    const auto value = answer.arguments().constFirst().value<QDBusVariant>().variant();
+    return value.toBool() ? Seen::Yes : Seen::No;
+}
+
+} // namespace quillbox::diagnosis

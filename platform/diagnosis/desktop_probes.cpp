@@ -1,0 +1,107 @@
+#include "platform/diagnosis/desktop_probes.h"
+
+#include "platform/desktop/x11.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <string>
+#include <string_view>
+
+#include <xcb/xcb.h>
+
+namespace quillbox::diagnosis {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+/// Below a folder of libraries, for each generation of KDE.
+constexpr std::array kKioPlugins{
+    "qt6/plugins/kf6/kio/smb.so",
+    "qt5/plugins/kf5/kio/smb.so",
+    "plugins/kf6/kio/smb.so",
+    "plugins/kf5/kio/smb.so",
+};
+
+bool isThere(const fs::path& path)
+{
+    std::error_code ignored;
+    return fs::exists(path, ignored);
+}
+
+std::string variable(const char* name)
+{
+    // Nothing here changes the environment.
+    const char* value = std::getenv(name); // NOLINT(concurrency-mt-unsafe)
+    return value == nullptr ? "" : value;
+}
+
+} // namespace
+
+FileBrowserFacts probeFileBrowser(const std::vector<fs::path>& dataFolders,
+                                  const std::vector<fs::path>& libraryFolders)
+{
+    FileBrowserFacts facts;
+    facts.hasGvfs = std::any_of(dataFolders.begin(), dataFolders.end(), [](const fs::path& each) {
+        return isThere(each / "gvfs/mounts/smb.mount");
+    });
+    for (const fs::path& each : libraryFolders) {
+        for (const char* plugin : kKioPlugins)
+            facts.hasKio = facts.hasKio || isThere(each / plugin);
+    }
+    return facts;
+}
+
+std::vector<fs::path> systemDataFolders()
+{
+    std::vector<fs::path> folders;
+    std::string list = variable("XDG_DATA_DIRS");
+    if (list.empty())
+        list = "/usr/local/share:/usr/share";
+    for (std::string_view rest = list; !rest.empty();) {
+        const auto end = std::min(rest.find(':'), rest.size());
+        const fs::path folder(rest.substr(0, end));
+        rest.remove_prefix(std::min(end + 1, rest.size()));
+        if (folder.is_absolute())
+            folders.push_back(folder);
+    }
+    return folders;
+}
+
+std::vector<fs::path> systemLibraryFolders()
+{
+    std::vector<fs::path> folders{"/usr/lib", "/usr/lib64", "/usr/lib64/qt6", "/usr/lib64/qt5"};
+    // Debian has a folder for each architecture.
+    std::error_code error;
+    for (fs::directory_iterator each("/usr/lib", error), end; !error && each != end;
+         each.increment(error)) {
+        if (each->path().filename().native().find("-linux-") != std::string::npos)
+            folders.push_back(each->path());
+    }
+    return folders;
+}
+
+bool isDesktopNamed()
+{
+    return !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
+}
+
+Seen probeTray()
+{
+    if (variable("DISPLAY").empty())
+        return Seen::No;
+    int screenNumber = 0;
+    const x11::Connection connection(xcb_connect(nullptr, &screenNumber));
+    if (xcb_connection_has_error(connection.get()) != 0)
+        return Seen::Unknown;
+    const auto selection =
+        x11::atom(connection.get(), "_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber));
+    const auto cookie = xcb_get_selection_owner(connection.get(), selection);
+    const auto reply = x11::owned(xcb_get_selection_owner_reply(connection.get(), cookie, nullptr));
+    if (!reply)
+        return Seen::Unknown;
+    return reply->owner == XCB_WINDOW_NONE ? Seen::No : Seen::Yes;
+}
+
+} // namespace quillbox::diagnosis

@@ -1,0 +1,151 @@
+#include "platform/diagnosis/kernel_tables.h"
+
+#include "platform/desktop/file_descriptor.h"
+
+#include <array>
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include <linux/if_link.h>
+#include <linux/neighbour.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+namespace quillbox::diagnosis {
+
+namespace {
+
+constexpr std::size_t kAnswerSize = 65536;
+
+/// Tables of more parts than this are not read to their end.
+constexpr int kMostParts = 1000;
+
+using Attributes = std::map<int, std::string_view>;
+
+/// Attributes as they follow one another; what does not fit ends the list.
+Attributes attributesIn(const void* first, std::size_t size)
+{
+    Attributes attributes;
+    auto left = static_cast<int>(size);
+    for (const auto* each = static_cast<const rtattr*>(first); RTA_OK(each, left);
+         each = RTA_NEXT(each, left))
+        attributes[each->rta_type & NLA_TYPE_MASK] = {static_cast<const char*>(RTA_DATA(each)),
+                                                      RTA_PAYLOAD(each)};
+    return attributes;
+}
+
+int numberIn(const Attributes& attributes, int key)
+{
+    const auto found = attributes.find(key);
+    std::uint32_t number = 0;
+    if (found != attributes.end() && found->second.size() == sizeof number)
+        std::memcpy(&number, found->second.data(), sizeof number);
+    return static_cast<int>(number);
+}
+
+/// The header of one entry and what is behind it.
+template <typename Header>
+using EntryHandler = std::function<void(const Header&, const Attributes&)>;
+
+template <typename Header> class Dump {
+public:
+    Dump(int request, EntryHandler<Header> entryHandler)
+        : socket_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)),
+          handler_(std::move(entryHandler))
+    {
+        // The kernel answers at once; the limit is for what nobody foresees.
+        const timeval limit{.tv_sec = 1, .tv_usec = 0};
+        ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+        struct {
+            nlmsghdr header{};
+            Header body{};
+        } message;
+        message.header.nlmsg_len = sizeof message;
+        message.header.nlmsg_type = static_cast<std::uint16_t>(request);
+        message.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+        if (::send(socket_.get(), &message, sizeof message, 0) < 0)
+            return;
+        for (int part = 0; part < kMostParts && readPart(); ++part) {
+        }
+    }
+
+private:
+    /// False at the end.
+    bool readPart()
+    {
+        alignas(nlmsghdr) std::array<char, kAnswerSize> buffer;
+        const auto count = ::recv(socket_.get(), buffer.data(), buffer.size(), 0);
+        if (count <= 0)
+            return false;
+        auto left = static_cast<unsigned>(count);
+        for (const auto* header = reinterpret_cast<const nlmsghdr*>(buffer.data());
+             NLMSG_OK(header, left); header = NLMSG_NEXT(header, left)) {
+            if (header->nlmsg_type == NLMSG_DONE || header->nlmsg_type == NLMSG_ERROR)
+                return false;
+            if (header->nlmsg_len < NLMSG_SPACE(sizeof(Header)))
+                continue;
+            const auto* body = static_cast<const Header*>(NLMSG_DATA(header));
+            handler_(*body,
+                     attributesIn(reinterpret_cast<const char*>(body) + NLMSG_ALIGN(sizeof(Header)),
+                                  header->nlmsg_len - NLMSG_SPACE(sizeof(Header))));
+        }
+        return true;
+    }
+
+    const FileDescriptor socket_;
+    const EntryHandler<Header> handler_;
+};
+
+bool isBridge(const Attributes& attributes)
+{
+    const auto found = attributes.find(IFLA_LINKINFO);
+    if (found == attributes.end())
+        return false;
+    const auto nested = attributesIn(found->second.data(), found->second.size());
+    const auto kind = nested.find(IFLA_INFO_KIND);
+    return kind != nested.end() && kind->second.starts_with("bridge");
+}
+
+/// A VPN that leaves the route to everywhere alone takes two that are half as wide.
+bool isDefault(const rtmsg& route)
+{
+    return route.rtm_type == RTN_UNICAST && route.rtm_dst_len <= 1;
+}
+
+bool isAlive(const ndmsg& neighbour)
+{
+    constexpr unsigned kKnown = NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE | NUD_PERMANENT;
+    return (neighbour.ndm_state & kKnown) != 0 && neighbour.ndm_type != RTN_MULTICAST;
+}
+
+} // namespace
+
+KernelTables readKernelTables()
+{
+    KernelTables tables;
+    Dump<ifinfomsg>(RTM_GETLINK, [&](const ifinfomsg& link, const Attributes& attributes) {
+        if (isBridge(attributes))
+            tables.bridges.insert(link.ifi_index);
+    });
+    Dump<rtmsg>(RTM_GETROUTE, [&](const rtmsg& route, const Attributes& attributes) {
+        if (isDefault(route))
+            tables.defaultRoutes.insert(numberIn(attributes, RTA_OIF));
+    });
+    // A host has several addresses and one card.
+    std::map<int, std::set<std::string>> cards;
+    Dump<ndmsg>(RTM_GETNEIGH, [&](const ndmsg& neighbour, const Attributes& attributes) {
+        const auto card = attributes.find(NDA_LLADDR);
+        if (isAlive(neighbour) && card != attributes.end())
+            cards[neighbour.ndm_ifindex].insert(std::string(card->second));
+    });
+    for (const auto& [index, each] : cards)
+        tables.neighbours[index] = each.size();
+    return tables;
+}
+
+} // namespace quillbox::diagnosis

@@ -1,0 +1,88 @@
+#include "platform/linux/examination.h"
+
+#include "platform/diagnosis/bus_probes.h"
+#include "platform/diagnosis/desktop_probes.h"
+#include "platform/diagnosis/firewall_probe.h"
+#include "platform/diagnosis/interface_survey.h"
+#include "platform/diagnosis/multicast_probe.h"
+#include "platform/diagnosis/name_probe.h"
+#include "platform/diagnosis/port_holders.h"
+#include "platform/diagnosis/timely.h"
+#include "platform/linux/phone_survey.h"
+
+#include <chrono>
+#include <utility>
+#include <vector>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using namespace diagnosis;
+
+constexpr auto kMulticastTime = 2000ms;
+constexpr auto kBrowseTime = 3000ms;
+constexpr auto kConnectTime = 1000ms;
+constexpr auto kAnswerLimit = 1000ms;  ///< of one question to another program
+constexpr auto kProgramLimit = 2500ms; ///< of a program that is run
+
+/// Until then what is known has to be known; the phones take longest.
+constexpr auto kLimit = 5500ms;
+
+/// The rest of the interface's facts are there at once.
+std::vector<InterfaceFacts> probeInterfaces(const std::string& type)
+{
+    Survey survey = surveyInterfaces();
+    probeMulticast(survey, type, kMulticastTime);
+    std::vector<InterfaceFacts> facts;
+    for (SurveyedInterface& each : survey.interfaces)
+        facts.push_back(std::move(each.facts));
+    return facts;
+}
+
+} // namespace
+
+Examination examineSystem(const std::string& phoneType)
+{
+    constexpr std::uint16_t kMulticastDnsPort = 5353;
+    const auto end = std::chrono::steady_clock::now() + kLimit;
+    // Before this program opens that port itself.
+    auto responders = findPortHolders(kMulticastDnsPort);
+
+    Timely<std::vector<InterfaceFacts>> interfaces(
+        [phoneType] { return probeInterfaces(phoneType); });
+    Timely<PhonesFacts> phones(
+        [phoneType] { return surveyPhones(phoneType, kBrowseTime, kConnectTime); });
+    Timely<AvahiFacts> avahi([] { return probeAvahi(kAnswerLimit); });
+    Timely<Seen> firewalld([] { return probeFirewalld(kAnswerLimit); });
+    Timely<FirewallFacts> firewall([] { return probeFirewall(kProgramLimit); });
+    Timely<Seen> panel([] { return probeStatusPanel(kAnswerLimit); });
+    Timely<Seen> tray([] { return probeTray(); });
+
+    Examination examination;
+    SystemFacts& facts = examination.facts;
+    facts.responders = std::move(responders);
+    facts.fileBrowser = probeFileBrowser(systemDataFolders(), systemLibraryFolders());
+    facts.names = readNameService();
+    facts.avahi = avahi.take(end - kAnswerLimit, {});
+    if (isLocalOnly(facts.names.hostsLine) && !facts.avahi.hostName.empty()) {
+        facts.names.askedName = facts.avahi.hostName;
+        Timely<Seen> found([name = facts.names.askedName] { return isNameFound(name); });
+        facts.names.isResolved = found.take(end, Seen::No);
+        examination.isSomethingStuck = found.isLate();
+    }
+    facts.interfaces = interfaces.take(end, {});
+    facts.phones = phones.take(end, {});
+    facts.firewall = firewall.take(end, {});
+    facts.firewall.firewalld = firewalld.take(end, Seen::Unknown);
+    facts.statusHost = {.hasDesktop = isDesktopNamed(),
+                        .hasPanel = panel.take(end, Seen::Unknown),
+                        .hasTray = tray.take(end, Seen::Unknown)};
+    examination.isSomethingStuck = examination.isSomethingStuck || interfaces.isLate()
+                                   || phones.isLate() || avahi.isLate() || firewall.isLate()
+                                   || firewalld.isLate() || panel.isLate() || tray.isLate();
+    return examination;
+}
+
+} // namespace quillbox

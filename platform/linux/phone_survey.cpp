@@ -1,0 +1,154 @@
+#include "platform/linux/phone_survey.h"
+
+#include "platform/dispatch/dispatch_pool.h"
+#include "platform/dnssd/automatic_engine.h"
+#include "platform/dnssd/daemon_engine.h"
+#include "platform/dnssd/dns_sd_center.h"
+#include "platform/dnssd/embedded_engine.h"
+#include "platform/netlink/netlink_monitor.h"
+#include "platform/tcp/dialable_address.h"
+#include "platform/tcp/port_check.h"
+#include "platform/tcp/socket_address.h"
+
+#include <algorithm>
+#include <memory>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace quillbox {
+
+namespace {
+
+/// A network full of names is not asked for all of them.
+constexpr std::size_t kMostPhones = 32;
+constexpr std::size_t kMostAddresses = 4; ///< of a phone
+
+/// What was found, on one queue.
+class Found final {
+public:
+    struct Phone {
+        ServiceEndpoint service;
+        DnsSd::ResolveUpdate known = {};
+        std::unique_ptr<DnsSd::Ask> question = {};
+    };
+
+    Found(DnsSd& asked, std::shared_ptr<DispatchQueue> ownQueue)
+        : dnsSd(asked), queue(std::move(ownQueue))
+    {
+    }
+
+    void update(const DnsSd::BrowseUpdate& update)
+    {
+        if (update.state != DnsSd::BrowseUpdate::State::Ready)
+            return;
+        isEngineUp = true;
+        std::vector<std::unique_ptr<Phone>> current;
+        for (const ServiceEndpoint& each : update.services) {
+            if (current.size() < kMostPhones)
+                current.push_back(take(each));
+        }
+        phones = std::move(current);
+    }
+
+    bool isEngineUp = false;
+    std::vector<std::unique_ptr<Phone>> phones;
+
+private:
+    std::unique_ptr<Phone> take(const ServiceEndpoint& service)
+    {
+        for (auto& each : phones) {
+            if (each && each->service == service)
+                return std::move(each);
+        }
+        auto phone = std::make_unique<Phone>(Phone{.service = service});
+        phone->question =
+            dnsSd.resolve(service, queue, [made = phone.get(), this](const auto& update) {
+                // What was on its way when the service went is of nobody.
+                const bool isThere =
+                    std::any_of(phones.begin(), phones.end(),
+                                [made](const auto& each) { return each.get() == made; });
+                if (isThere)
+                    made->known = update;
+            });
+        return phone;
+    }
+
+    DnsSd& dnsSd;
+    const std::shared_ptr<DispatchQueue> queue;
+};
+
+std::unique_ptr<dnssd::Engine> makeQuietEngine()
+{
+    return dnssd::makeAutomaticEngine({.makeDaemon = dnssd::makeDaemonEngine,
+                                       .makeEmbedded = [] { return dnssd::makeEmbeddedEngine(); },
+                                       .notice = {},
+                                       .times = {}});
+}
+
+/// The addresses of all phones, to be tried together.
+struct Dialling {
+    std::vector<SocketAddress> addresses;
+    std::vector<PortFacts*> results;
+};
+
+void describe(const Found::Phone& found, const std::vector<InterfaceAddress>& own,
+              PhoneFacts& phone, Dialling& dialling)
+{
+    phone.name = found.service.name;
+    phone.hosts = found.known.hosts.size();
+    // The addresses of the results stay where they are.
+    phone.addresses.reserve(kMostAddresses);
+    for (const auto& each : found.known.addresses) {
+        const auto text = numericHost(each.address);
+        const bool isNew = std::none_of(phone.addresses.begin(), phone.addresses.end(),
+                                        [&text](const auto& a) { return a.address == text; });
+        if (!text || !isNew || phone.addresses.size() == kMostAddresses)
+            continue;
+        phone.port = portOf(each.address);
+        PortFacts& port = phone.addresses.emplace_back(PortFacts{.address = *text});
+        const auto origin = originOf(each.address, each.interfaceIndex, own);
+        if (!isDialable(each.address, origin, {.addresses = own, .isOwnPort = false})) {
+            port.state = PortFacts::State::NotDialled;
+            continue;
+        }
+        dialling.addresses.push_back(each.address);
+        dialling.results.push_back(&port);
+    }
+}
+
+} // namespace
+
+PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds browsing,
+                         std::chrono::milliseconds connecting)
+{
+    const auto end = std::chrono::steady_clock::now() + browsing;
+    DispatchPool pool;
+    const auto monitor = makeNetworkMonitor(pool);
+    auto dnsSd = makeDnsSd(makeQuietEngine(),
+                           pool.makeQueue("doctor.dns-sd", QualityOfService::Utility), *monitor);
+    const auto queue = pool.makeQueue("doctor.phones", QualityOfService::Utility);
+    PhonesFacts facts;
+    {
+        Found found(*dnsSd, queue);
+        const auto browse = dnsSd->browse(
+            type, queue, [&found](const DnsSd::BrowseUpdate& update) { found.update(update); });
+        // Nothing tells that no further phone will answer, but the time.
+        std::this_thread::sleep_until(end);
+        const auto own = monitor->addresses();
+        // From here on nothing changes what was found.
+        pool.shutdown();
+        facts.isEngineUp = found.isEngineUp ? Seen::Yes : Seen::No;
+        facts.phones.resize(found.phones.size());
+        Dialling dialling;
+        for (std::size_t i = 0; i < found.phones.size(); ++i)
+            describe(*found.phones[i], own, facts.phones[i], dialling);
+        const auto states = checkPorts(dialling.addresses, connecting);
+        for (std::size_t i = 0; i < states.size(); ++i)
+            dialling.results[i]->state = states[i];
+    }
+    dnsSd = nullptr;
+    return facts;
+}
+
+} // namespace quillbox

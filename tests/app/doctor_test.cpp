@@ -1,0 +1,480 @@
+#include "app/control_message.h"
+#include "app/doctor.h"
+#include "app/exit_status.h"
+#include "tests/fakes/fake_running_applications.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+using Result = Finding::Result;
+
+InterfaceFacts soundInterface()
+{
+    const MulticastFacts sound{
+        .isTried = true, .isOwnHeard = true, .hostsHeard = 2, .hostsAnswered = 1};
+    return {.name = "eth0",
+            .isRunning = true,
+            .hasMulticast = true,
+            .hasDefaultRoute = true,
+            .addresses = {"192.0.2.7", "fe80::7%eth0"},
+            .neighbours = 3,
+            .ipv4 = sound,
+            .ipv6 = sound};
+}
+
+PhoneFacts soundPhone()
+{
+    return {.name = "Quillbox Office",
+            .port = 4445,
+            .hosts = 1,
+            .addresses = {{.address = "192.0.2.9", .state = PortFacts::State::Open}}};
+}
+
+/// A computer on which all is as it should be.
+DoctorFacts soundFacts()
+{
+    DoctorFacts facts;
+    facts.system.interfaces = {soundInterface()};
+    facts.system.avahi = {
+        .state = AvahiFacts::State::Running, .version = "avahi 0.8", .hostName = "pc.local"};
+    facts.system.firewall = {
+        .ufw = Seen::No, .firewalld = Seen::No, .rules = FirewallFacts::Rules::Read};
+    facts.system.responders = {{.program = "avahi-daemon", .user = "avahi"}};
+    facts.system.phones = {.isEngineUp = Seen::Yes, .phones = {soundPhone()}};
+    facts.system.fileBrowser = {.hasGvfs = true};
+    facts.system.names = {.hostsLine = "files mdns4_minimal [NOTFOUND=return] dns",
+                          .asksMulticastDns = true,
+                          .askedName = "pc.local",
+                          .isResolved = Seen::Yes};
+    facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::Yes, .hasTray = Seen::No};
+    facts.copy = {.state = RunningCopyFacts::State::Answered,
+                  .status = HelperStatus{.isReady = true,
+                                         .text = "1 Quillbox device visible in Finder",
+                                         .isShownInFinder = true,
+                                         .isAutomatic = true}};
+    return facts;
+}
+
+struct Case {
+    std::string name;
+    std::function<void(DoctorFacts&)> change;
+    std::string check;
+    Result result = Result::Ok;
+    std::string text;   ///< a part of it
+    std::string advice; ///< a part of it
+};
+
+void PrintTo(const Case& each, std::ostream* out)
+{
+    *out << each.name;
+}
+
+const MulticastFacts kDeaf{.isTried = true};
+
+void changeMulticast(DoctorFacts& facts, const MulticastFacts& multicast)
+{
+    facts.system.interfaces.front().ipv4 = multicast;
+    facts.system.interfaces.front().ipv6 = multicast;
+}
+
+MulticastFacts unsent(std::errc error)
+{
+    return {.isTried = true, .sendError = std::make_error_code(error)};
+}
+
+void changePort(DoctorFacts& facts, PortFacts::State state)
+{
+    facts.system.phones.phones.front().addresses.front().state = state;
+}
+
+InterfaceFacts vpn()
+{
+    return {.name = "tun0",
+            .kind = InterfaceFacts::Kind::Vpn,
+            .isRunning = true,
+            .hasDefaultRoute = true,
+            .addresses = {"10.8.0.2"}};
+}
+
+const std::vector<Case>& cases()
+{
+    static const std::vector<Case> all{
+        {"noInterface", [](auto& f) { f.system.interfaces.clear(); }, "interfaces", Result::Fail,
+         "No network interface", "Connect this computer"},
+        {"noInterfaceForMulticast", [](auto& f) { f.system.interfaces.clear(); }, "multicast",
+         Result::Fail, "no interface", "Connect this computer"},
+        {"aVpnAloneIsNoNetwork", [](auto& f) { f.system.interfaces = {vpn()}; }, "interfaces",
+         Result::Fail, "No network interface", "Connect this computer"},
+        {"interfaceThatIsDown", [](auto& f) { f.system.interfaces.front().isRunning = false; },
+         "interfaces", Result::Fail, "No network interface", "Connect this computer"},
+        {"interfaceWithoutAddress",
+         [](auto& f) { f.system.interfaces.push_back({.name = "wlan0", .isRunning = true}); },
+         "interfaces", Result::Warn, "wlan0 is connected and has no address",
+         "Wait for the router"},
+        {"multicastTurnedOff", [](auto& f) { f.system.interfaces.front().hasMulticast = false; },
+         "multicast", Result::Warn, "multicast turned off", "ip link set eth0 multicast on"},
+        {"multicastKeptIn",
+         [](auto& f) { changeMulticast(f, unsent(std::errc::operation_not_permitted)); },
+         "multicast", Result::Fail, "does not leave by eth0", "on its way out"},
+        {"multicastWithoutRoute",
+         [](auto& f) { changeMulticast(f, unsent(std::errc::network_unreachable)); }, "multicast",
+         Result::Fail, "does not leave by eth0", "ip route get"},
+        {"multicastKeptOut", [](auto& f) { changeMulticast(f, kDeaf); }, "multicast", Result::Fail,
+         "nothing comes in at UDP 5353", "Let UDP 5353 in"},
+        {"multicastKeptOutByUfw",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "multicast", Result::Fail, "nothing comes in", "'sudo ufw allow 5353/udp'"},
+        {"multicastKeptOutByFirewalld",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.firewall.firewalld = Seen::Yes;
+         },
+         "multicast", Result::Fail, "nothing comes in", "--add-service=mdns"},
+        {"oneFamilyKeptOut", [](auto& f) { f.system.interfaces.front().ipv6 = kDeaf; }, "multicast",
+         Result::Warn, "IPv6 multicast DNS leaves by eth0", "Let UDP 5353 in"},
+        {"portKeptByAnother",
+         [](auto& f) {
+             changeMulticast(f, {.isTried = true,
+                                 .listenError = std::make_error_code(std::errc::address_in_use)});
+         },
+         "multicast", Result::Fail, "cannot be listened to", "sudo ss -ulnp"},
+        {"isolated",
+         [](auto& f) {
+             changeMulticast(f, {.isTried = true, .isOwnHeard = true});
+             f.system.phones.phones.clear();
+         },
+         "other-hosts", Result::Warn, "3 other hosts on the network said nothing",
+         "client isolation"},
+        {"alone",
+         [](auto& f) {
+             changeMulticast(f, {.isTried = true, .isOwnHeard = true});
+             f.system.interfaces.front().neighbours = 0;
+             f.system.phones.phones.clear();
+         },
+         "other-hosts", Result::Warn, "alone on its network", "same network"},
+        {"nobodyCanBeHeard",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.phones.phones.clear();
+         },
+         "other-hosts", Result::Warn, "can be heard", "Mend multicast"},
+        {"vpnInTheWay",
+         [](auto& f) {
+             f.system.interfaces.push_back(vpn());
+             changePort(f, PortFacts::State::Silent);
+         },
+         "vpn", Result::Warn, "tun0 takes all traffic", "disconnect it"},
+        {"vpnThatIsNot", [](auto& f) { f.system.interfaces.push_back(vpn()); }, "vpn", Result::Ok,
+         "tun0 takes all traffic but", ""},
+        {"ufwLetsIn", [](auto& f) { f.system.firewall.ufw = Seen::Yes; }, "firewall", Result::Ok,
+         "ufw is on and lets multicast DNS in", ""},
+        {"ufwKeepsOut",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "firewall", Result::Fail, "ufw is on and keeps", "'sudo ufw allow 5353/udp'"},
+        {"ufwUntried",
+         [](auto& f) {
+             f.system.interfaces.clear();
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "firewall", Result::Warn, "could not be tried", "'sudo ufw allow 5353/udp'"},
+        {"ufwInPart",
+         [](auto& f) {
+             f.system.interfaces.front().ipv6 = kDeaf;
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "firewall", Result::Warn, "only a part", "'sudo ufw allow 5353/udp'"},
+        {"ufwUnknown", [](auto& f) { f.system.firewall.ufw = Seen::Unknown; }, "firewall",
+         Result::Warn, "Whether ufw is on", "'sudo ufw status'"},
+        {"firewalldKeepsOut",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.firewall.firewalld = Seen::Yes;
+         },
+         "firewall", Result::Fail, "firewalld is on and keeps", "--add-service=mdns"},
+        {"firewalldUnknown", [](auto& f) { f.system.firewall.firewalld = Seen::Unknown; },
+         "firewall", Result::Warn, "Whether firewalld runs", "'sudo firewall-cmd --state'"},
+        {"rulesNotToBeSeen",
+         [](auto& f) { f.system.firewall.rules = FirewallFacts::Rules::NotAllowed; }, "firewall",
+         Result::Warn, "may not see the rules", "'sudo nft list ruleset'"},
+        {"rulesNotRead", [](auto& f) { f.system.firewall.rules = FirewallFacts::Rules::Unknown; },
+         "firewall", Result::Warn, "could not be read", "'sudo nft list ruleset'"},
+        {"noFirewall", [](auto& f) { f.system.firewall.rules = FirewallFacts::Rules::NoProgram; },
+         "firewall", Result::Ok, "No firewall program", ""},
+        {"ruleAgainstMulticast",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.firewall.dropsInput = f.system.firewall.dropsMulticastDns = true;
+         },
+         "firewall", Result::Fail, "A rule of the packet filter throws UDP 5353 away",
+         "sudo nft -a list ruleset"},
+        {"rulesThatKeepOut",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.firewall.dropsInput = true;
+         },
+         "firewall", Result::Fail, "keeps multicast DNS out", "Let UDP 5353 in"},
+        {"rulesThatLetIn", [](auto& f) { f.system.firewall.dropsInput = true; }, "firewall",
+         Result::Ok, "lets multicast DNS in", ""},
+        {"rulesOnTheWayOut", [](auto& f) { f.system.firewall.dropsOutput = true; }, "firewall",
+         Result::Warn, "some packets of this computer", "have to leave"},
+        {"noAvahi", [](auto& f) { f.system.avahi = {.state = AvahiFacts::State::Absent}; },
+         "dns-sd", Result::Warn, "avahi-daemon does not run", "apt install avahi-daemon"},
+        {"noBus", [](auto& f) { f.system.avahi = {.state = AvahiFacts::State::NoBus}; }, "dns-sd",
+         Result::Warn, "avahi-daemon does not run", "apt install avahi-daemon"},
+        {"avahiStuck", [](auto& f) { f.system.avahi = {}; }, "dns-sd", Result::Warn,
+         "does not answer", "systemctl restart avahi-daemon"},
+        {"avahiClaiming", [](auto& f) { f.system.avahi.state = AvahiFacts::State::Registering; },
+         "dns-sd", Result::Warn, "still claiming", "another host has the name"},
+        {"avahiFailed", [](auto& f) { f.system.avahi.state = AvahiFacts::State::Failed; }, "dns-sd",
+         Result::Fail, "has failed", "systemctl restart avahi-daemon"},
+        {"noEngine", [](auto& f) { f.system.phones.isEngineUp = Seen::No; }, "dns-sd", Result::Fail,
+         "Neither", "systemctl restart avahi-daemon"},
+        {"resolved",
+         [](auto& f) {
+             f.system.responders.push_back({"systemd-resolve", "systemd-resolve"});
+         },
+         "responders", Result::Warn, "systemd-resolved speaks", "MulticastDNS=no"},
+        {"resolvedOfAnotherUser",
+         [](auto& f) {
+             f.system.responders.push_back({"", "systemd-resolve"});
+         },
+         "responders", Result::Warn, "systemd-resolved speaks", "MulticastDNS=no"},
+        {"aBrowser",
+         [](auto& f) {
+             f.system.responders.push_back({"chromium", "ann"});
+         },
+         "responders", Result::Ok, "chromium listens", ""},
+        {"anotherResponder",
+         [](auto& f) {
+             f.system.responders.push_back({"mdnsd", "root"});
+         },
+         "responders", Result::Warn, "mdnsd has UDP 5353 open", "sudo ss -ulnp"},
+        {"aHiddenResponder",
+         [](auto& f) {
+             f.system.responders.push_back({"", "bob"});
+         },
+         "responders", Result::Warn, "A program of the user bob", "sudo ss -ulnp"},
+        {"theOwnEngine",
+         [](auto& f) {
+             f.system.responders = {{"quillbox-helper", "ann"}, {"", "avahi"}};
+         },
+         "responders", Result::Ok, "Nothing else", ""},
+        {"noPhone", [](auto& f) { f.system.phones.phones.clear(); }, "phones", Result::Fail,
+         "No phone is found", "turn sharing on"},
+        {"noPhoneWanted",
+         [](auto& f) {
+             f.system.phones.phones.clear();
+             f.copy.status->isAutomatic = false;
+         },
+         "phones", Result::Warn, "a typed address", "automatic discovery"},
+        {"phoneThatRefuses", [](auto& f) { changePort(f, PortFacts::State::Refused); }, "phones",
+         Result::Fail, "\"Quillbox Office\" at 192.0.2.9, port 4445, refuses", "sharing"},
+        {"phoneBehindAFilter", [](auto& f) { changePort(f, PortFacts::State::Silent); }, "phones",
+         Result::Fail, "does not answer", "throws the connection away"},
+        {"phoneOutOfReach", [](auto& f) { changePort(f, PortFacts::State::Unreachable); }, "phones",
+         Result::Fail, "cannot be reached", "no way"},
+        {"phoneAtAForbiddenAddress", [](auto& f) { changePort(f, PortFacts::State::NotDialled); },
+         "phones", Result::Fail, "cannot be reached", "no way"},
+        {"phoneWithOneGoodAddress",
+         [](auto& f) {
+             f.system.phones.phones.front().addresses.push_back(
+                 {.address = "fe80::9", .state = PortFacts::State::Unreachable});
+         },
+         "phones", Result::Ok, "at 192.0.2.9 and fe80::9, port 4445, takes connections", ""},
+        {"phoneWithoutAddress", [](auto& f) { f.system.phones.phones.front().addresses.clear(); },
+         "phones", Result::Fail, "nobody tells its address", "look again"},
+        {"phoneOfAnotherName", [](auto& f) { f.system.phones.phones.front().name = "My Quillbox"; },
+         "phones", Result::Warn, "its name does not begin", "Call it"},
+        {"twoPhonesOfOneName", [](auto& f) { f.system.phones.phones.front().hosts = 2; }, "phones",
+         Result::Warn, "Several phones are called \"Quillbox Office\"", "of its own"},
+        {"notRunning", [](auto& f) { f.copy = {}; }, "running-copy", Result::Warn, "does not run",
+         "--autostart=on"},
+        {"stuck", [](auto& f) { f.copy = {.state = RunningCopyFacts::State::Silent}; },
+         "running-copy", Result::Fail, "does not answer", "start it anew"},
+        {"otherVersion", [](auto& f) { f.copy = {.state = RunningCopyFacts::State::OtherVersion}; },
+         "running-copy", Result::Warn, "another version", "Quit it"},
+        {"turnedOff", [](auto& f) { f.copy.status->isShownInFinder = false; }, "running-copy",
+         Result::Warn, "turned off", "'quillbox-helper restart'"},
+        {"notReady",
+         [](auto& f) {
+             f.copy.status->isReady = false;
+             f.copy.status->text = "Looking for Quillbox on this network…";
+         },
+         "running-copy", Result::Warn, "says: Looking for Quillbox", "begins anew"},
+        {"noFileBrowser", [](auto& f) { f.system.fileBrowser = {}; }, "file-browser", Result::Fail,
+         "can open SMB shares", "gvfs-backends"},
+        {"noFileBrowserWithoutDesktop",
+         [](auto& f) {
+             f.system.fileBrowser = {};
+             f.system.statusHost = {};
+         },
+         "file-browser", Result::Warn, "can open SMB shares", "kio-extras"},
+        {"kio", [](auto& f) { f.system.fileBrowser = {.hasKio = true}; }, "file-browser",
+         Result::Ok, "KIO can open", ""},
+        {"noNames", [](auto& f) { f.system.names = {.hostsLine = "files dns"}; }, "host-names",
+         Result::Warn, "are not looked up", "mdns4_minimal [NOTFOUND=return]"},
+        {"namesNotFound", [](auto& f) { f.system.names.isResolved = Seen::No; }, "host-names",
+         Result::Warn, "pc.local is not found", "libnss-mdns"},
+        {"namesNotTried",
+         [](auto& f) {
+             f.system.names.isResolved = Seen::Unknown;
+             f.system.names.askedName.clear();
+         },
+         "host-names", Result::Ok, "are set to be looked up", ""},
+        {"noStatusHost", [](auto& f) { f.system.statusHost.hasPanel = Seen::No; }, "status-icon",
+         Result::Warn, "shows no status icons", "appindicator"},
+        {"tray",
+         [](auto& f) {
+             f.system.statusHost = {true, Seen::No, Seen::Yes};
+         },
+         "status-icon", Result::Ok, "shows status icons", ""},
+        {"statusHostUnknown",
+         [](auto& f) {
+             f.system.statusHost = {true, Seen::Unknown, Seen::Unknown};
+         },
+         "status-icon", Result::Warn, "could not be found out", "quillbox-helper"},
+        {"noDesktop", [](auto& f) { f.system.statusHost = {}; }, "status-icon", Result::Ok,
+         "no desktop", ""},
+    };
+    return all;
+}
+
+class Diagnosis : public ::testing::TestWithParam<Case> {};
+
+TEST_P(Diagnosis, saysWhatIsWrongAndWhatToDo)
+{
+    const Case& wanted = GetParam();
+    auto facts = soundFacts();
+    wanted.change(facts);
+    const auto findings = diagnose(facts);
+    const auto found =
+        std::find_if(findings.begin(), findings.end(), [&wanted](const Finding& each) {
+            return each.check == wanted.check && each.result == wanted.result
+                   && each.text.find(wanted.text) != std::string::npos;
+        });
+    ASSERT_NE(found, findings.end()) << plainText(findings);
+    EXPECT_THAT(found->advice, HasSubstr(wanted.advice));
+    EXPECT_EQ(found->advice.empty(), wanted.result == Result::Ok);
+    // The worst that is said of a check is what the case is about.
+    for (const Finding& each : findings) {
+        if (each.check == wanted.check)
+            EXPECT_LE(each.result, wanted.result) << each.text;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Doctor, Diagnosis, ::testing::ValuesIn(cases()),
+                         [](const auto& info) { return info.param.name; });
+
+TEST(Doctor, findsNothingWhereAllIsWell)
+{
+    const auto findings = diagnose(soundFacts());
+    for (const Finding& each : findings) {
+        EXPECT_EQ(each.result, Result::Ok) << each.check << ": " << each.text;
+        EXPECT_EQ(each.advice, "");
+    }
+    EXPECT_EQ(exitStatusOf(findings), exit_status::kDone);
+}
+
+TEST(Doctor, tellsOfEachCheckWhateverIsKnown)
+{
+    for (const auto& facts : {soundFacts(), DoctorFacts()}) {
+        std::set<std::string> checks;
+        for (const Finding& each : diagnose(facts))
+            checks.insert(each.check);
+        EXPECT_EQ(checks, (std::set<std::string>{"interfaces", "multicast", "other-hosts", "vpn",
+                                                 "firewall", "dns-sd", "responders", "phones",
+                                                 "running-copy", "file-browser", "host-names",
+                                                 "status-icon"}));
+    }
+}
+
+TEST(Doctor, aWarningAloneIsNoFailure)
+{
+    EXPECT_EQ(exitStatusOf({{"a", Result::Ok, "", ""}, {"b", Result::Warn, "", ""}}),
+              exit_status::kDone);
+    EXPECT_EQ(exitStatusOf({{"a", Result::Fail, "", ""}, {"b", Result::Ok, "", ""}}),
+              exit_status::kFailed);
+}
+
+TEST(Doctor, whatTheNetworkChoseIsPlainOnATerminalAndVerbatimInJson)
+{
+    const std::string hostile = "Quillbox \x1b[2J\n\u202e\u009b";
+    auto facts = soundFacts();
+    facts.system.phones.phones.front().name = hostile;
+    facts.copy.status->text = hostile;
+    const auto findings = diagnose(facts);
+    const std::string plain = plainText(findings);
+    const std::string json = jsonText(findings);
+    for (const char* bad : {"\x1b", "\u202e", "\u009b", "[2J\n"}) {
+        EXPECT_THAT(plain, Not(HasSubstr(bad)));
+        EXPECT_THAT(json, Not(HasSubstr(bad)));
+    }
+    const auto read = QJsonDocument::fromJson(QByteArray::fromStdString(json)).array();
+    ASSERT_EQ(static_cast<std::size_t>(read.size()), findings.size());
+    for (qsizetype i = 0; i < read.size(); ++i) {
+        const QJsonObject entry = read[i].toObject();
+        const Finding& finding = findings[static_cast<std::size_t>(i)];
+        EXPECT_EQ(entry.keys().join(u',').toStdString(), "advice,check,result,text");
+        EXPECT_EQ(entry[u"text"].toString().toStdString(), finding.text);
+        EXPECT_EQ(entry[u"check"].toString().toStdString(), finding.check);
+        EXPECT_EQ(entry[u"advice"].toString().toStdString(), finding.advice);
+        EXPECT_EQ(entry[u"result"].toString().toStdString(),
+                  finding.result == Result::Ok ? "OK" : "WARN");
+    }
+}
+
+TEST(Doctor, aLineStandsForEachFindingAndOneForItsAdvice)
+{
+    EXPECT_EQ(plainText(std::vector<Finding>{{"vpn", Result::Ok, "Fine.", ""},
+                                             {"phones", Result::Fail, "None.", "Look."},
+                                             {"names", Result::Warn, "Some.", "Wait."}}),
+              "OK    vpn: Fine.\nFAIL  phones: None.\n      Look.\nWARN  names: Some.\n      "
+              "Wait.\n");
+}
+
+TEST(Doctor, asksTheRunningCopy)
+{
+    using State = RunningCopyFacts::State;
+    const std::chrono::milliseconds limit{1234};
+    EXPECT_EQ(askRunningCopy(nullptr, limit).state, State::NotRunning);
+    FakeRunningApplication copy{7, std::nullopt};
+    EXPECT_EQ(askRunningCopy(&copy, limit).state, State::Silent);
+    EXPECT_THAT(copy.limits, ::testing::ElementsAre(limit));
+    copy.answers = [](const std::string&) { return "nonsense"; };
+    EXPECT_EQ(askRunningCopy(&copy, limit).state, State::OtherVersion);
+    copy.answers = [](const std::string&) { return encoded(ControlAnswer{}); };
+    EXPECT_EQ(askRunningCopy(&copy, limit).state, State::OtherVersion);
+    const HelperStatus status{.isReady = true, .text = "fine"};
+    copy.answers = [&status](const std::string&) {
+        return encoded(ControlAnswer{.status = status});
+    };
+    const auto facts = askRunningCopy(&copy, limit);
+    EXPECT_EQ(facts.state, State::Answered);
+    EXPECT_EQ(facts.status, status);
+    EXPECT_EQ(copy.asked.back(), encoded(ControlRequest{}));
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,428 @@
+"""What the doctor says of a computer on which one thing after the other is broken for real."""
+
+import json
+import os
+import signal
+import socket
+import time
+
+import pytest
+from rig.computer import LOOKING, PROGRAM, Computer, visible
+from rig.desktop import SCREEN, Desktop
+from rig.onlooker import PYTHON
+from rig.phone import Phone
+from rig.process import limit
+
+OK, WARN, FAIL = "OK", "WARN", "FAIL"
+
+
+class Diagnosis:
+    """What one run of the doctor found."""
+
+    def __init__(self, done, seconds):
+        assert done.returncode in (0, 1), f"{done.returncode}\n{done.stdout}{done.stderr}"
+        self.findings = json.loads(done.stdout)
+        self.stderr = done.stderr
+        self.code = done.returncode
+        self.seconds = seconds
+        for each in self.findings:
+            assert set(each) == {"check", "result", "text", "advice"}
+            assert (each["advice"] == "") == (each["result"] == OK)
+        assert self.code == int(FAIL in {each["result"] for each in self.findings})
+
+    def of(self, check):
+        """The results and texts of one check."""
+        return [(x["result"], x["text"]) for x in self.findings if x["check"] == check]
+
+    def results(self, check):
+        return [result for result, _ in self.of(check)]
+
+    def says(self, check, result, text):
+        return any(r == result and text in t for r, t in self.of(check))
+
+    def advice(self, check):
+        return " ".join(x["advice"] for x in self.findings if x["check"] == check)
+
+
+def doctor(computer, **environment):
+    start = time.monotonic()
+    done = computer.run(
+        PROGRAM,
+        "doctor",
+        "--json",
+        env=computer.environment(**environment),
+        check=False,
+        timeout=limit(20),
+    )
+    return Diagnosis(done, time.monotonic() - start)
+
+
+def filter_packets(host, *rules):
+    """A packet filter with these rules, each "HOOK RULE"."""
+    text = "table inet broken {\n"
+    for hook in ("input", "output"):
+        text += f"chain {hook} {{ type filter hook {hook} priority 0; policy accept;\n"
+        text += "".join(f"{x.removeprefix(hook)}\n" for x in rules if x.startswith(hook))
+        text += "}\n"
+    host.run("nft", "-f", "-", input=(text + "}\n").encode())
+
+
+def replace_file(host, path, text):
+    """Puts a file of the test's in the place of one of the system's, for this host alone."""
+    copy = os.path.join(host.folder, path.replace("/", "_"))
+    with open(copy, "w", encoding="utf-8") as file:
+        file.write(text)
+    host.run("mount", "--bind", copy, path)
+
+
+# ---- the way of a phone ----
+
+
+def test_a_phone_whose_way_is_free(computer, phone):
+    phone.announce()
+    helper = computer.helper()
+    helper.wait_status(visible(1))
+    found = doctor(computer)
+    assert found.says("interfaces", OK, f"eth0 (wired) is up with {computer.address4}")
+    assert found.says("multicast", OK, "leaves and arrives on eth0; 1 other host answered")
+    assert found.says("phones", OK, '"Quillbox Office" at ')
+    assert found.says("phones", OK, "port 4445, takes connections")
+    assert found.says("running-copy", OK, "1 relay and says: 1 Quillbox device visible")
+    assert found.says("firewall", OK, "throws nothing away")
+    assert FAIL not in {each["result"] for each in found.findings}
+    assert found.stderr == ""
+    assert found.seconds < limit(6)
+    # It was no copy, and left the one that runs alone.
+    assert helper.statuses()[-1] == visible(1)
+    assert helper.running()
+
+
+def test_it_publishes_nothing(bare_computer, onlooker, phone):
+    phone.announce()
+    found = doctor(bare_computer)
+    assert found.says("phones", OK, "takes connections")
+    assert found.says("running-copy", WARN, "does not run")
+    assert onlooker.events("added") == []
+    assert bare_computer.helper_processes() == []
+    assert not os.path.exists(f"/proc/{bare_computer.pid}/root/run/user/0/org.quillbox.Helper")
+
+
+def test_without_an_interface(lan):
+    computer = lan.host("computer", plugged=False, of=Computer)
+    found = doctor(computer)
+    assert found.results("interfaces") == [FAIL]
+    assert found.says("multicast", FAIL, "no interface")
+    assert found.says("phones", FAIL, "No phone")
+    assert found.seconds < limit(6)
+
+
+def test_a_wire_that_is_cut(bare_computer, phone):
+    phone.announce()
+    bare_computer.run("ip", "link", "set", "eth0", "down")
+    assert doctor(bare_computer).says("interfaces", FAIL, "No network interface")
+
+
+def test_multicast_that_is_kept_out(computer, phone):
+    phone.announce()
+    filter_packets(computer, "input udp dport 5353 drop")
+    found = doctor(computer)
+    assert found.says("multicast", FAIL, "leaves by eth0, but nothing comes in at UDP 5353")
+    assert found.says("firewall", FAIL, "A rule of the packet filter throws UDP 5353 away")
+    assert "nft -a list ruleset" in found.advice("firewall")
+
+
+def test_multicast_of_one_family_that_is_kept_out(bare_computer):
+    filter_packets(bare_computer, "input ip6 nexthdr udp udp dport 5353 drop")
+    found = doctor(bare_computer)
+    assert found.says("multicast", WARN, "IPv6 multicast DNS leaves by eth0, but nothing comes in")
+
+
+def test_a_filter_that_drops_all_but_what_is_allowed(bare_computer):
+    bare_computer.run("nft", "add", "table", "inet", "broken")
+    chain = "{ type filter hook input priority 0; policy drop; }"
+    bare_computer.run("nft", f"add chain inet broken input {chain}")
+    found = doctor(bare_computer)
+    assert found.says("firewall", FAIL, "The packet filter is on and keeps multicast DNS out")
+    bare_computer.run("nft", "add rule inet broken input udp dport 5353 accept")
+    found = doctor(bare_computer)
+    assert found.says("firewall", OK, "The packet filter is on and lets multicast DNS in")
+    assert found.says("multicast", OK, "leaves and arrives on eth0")
+
+
+def test_multicast_that_is_kept_in(bare_computer):
+    filter_packets(bare_computer, "output udp dport 5353 drop")
+    found = doctor(bare_computer)
+    assert found.says("multicast", FAIL, "does not leave by eth0 (Operation not permitted)")
+    assert "on its way out" in found.advice("multicast")
+    assert found.says("firewall", WARN, "throws some packets of this computer away")
+
+
+def test_multicast_that_is_turned_off(bare_computer):
+    bare_computer.run("ip", "link", "set", "eth0", "multicast", "off")
+    assert doctor(bare_computer).says("multicast", WARN, "eth0 has multicast turned off")
+
+
+def test_hosts_that_are_kept_apart(lan, bare_computer):
+    other = lan.host("other")
+    bare_computer.run(
+        *["ip", "neigh", "replace", other.address4, "lladdr", "02:00:00:00:00:99"],
+        *["dev", "eth0", "nud", "permanent"],
+    )
+    found = doctor(bare_computer)
+    assert found.says("other-hosts", WARN, "1 other host on the network said nothing")
+    assert "client isolation" in found.advice("other-hosts")
+
+
+def test_a_computer_that_is_alone(bare_computer):
+    assert doctor(bare_computer).says("other-hosts", WARN, "alone on its network")
+
+
+def test_a_vpn_that_takes_all_traffic(bare_computer):
+    bare_computer.run("ip", "tuntap", "add", "tun0", "mode", "tun")
+    bare_computer.run("ip", "addr", "add", "10.8.0.2/24", "dev", "tun0")
+    # With somebody at its other end, or it has no carrier.
+    script = (
+        "import fcntl, struct, sys; f = open('/dev/net/tun', 'rb+', 0);"
+        "fcntl.ioctl(f, 0x400454ca, struct.pack('16sH', b'tun0', 0x1001));"
+        "print('ready', flush=True); sys.stdin.read()"
+    )
+    end = bare_computer.start([PYTHON, "-c", script], stdin=True)
+    end.wait_line(lambda line: line.text == "ready", 10, what="the tunnel")
+    bare_computer.run("ip", "link", "set", "tun0", "up")
+    assert doctor(bare_computer).says("vpn", OK, "No VPN")
+    bare_computer.run("ip", "route", "add", "default", "dev", "tun0")
+    found = doctor(bare_computer)
+    assert found.says("vpn", WARN, "The VPN tun0 takes all traffic")
+    assert found.says("interfaces", OK, "tun0 (VPN)")
+
+
+# ---- firewalls that programs manage ----
+
+
+def test_ufw(bare_computer):
+    folder = os.path.join(bare_computer.folder, "etc-ufw")
+    os.makedirs(folder)
+    with open(os.path.join(folder, "ufw.conf"), "w", encoding="utf-8") as file:
+        file.write("# made by ufw\nENABLED=yes\nLOGLEVEL=low\n")
+    # An overlay of /etc would hide what else is mounted there.
+    bare_computer.run(
+        "sh", "-c", 'mkdir -p /run/etc/ufw && cp -a /etc/. /run/etc/ && mkdir -p /run/etc/ufw '
+        '&& cp "$1/ufw.conf" /run/etc/ufw/ && mount --bind /run/etc /etc', "sh", folder
+    )
+    assert doctor(bare_computer).says("firewall", OK, "ufw is on and lets multicast DNS in")
+    filter_packets(bare_computer, "input udp dport 5353 drop")
+    found = doctor(bare_computer)
+    assert found.says("firewall", FAIL, "ufw is on and keeps multicast DNS out")
+    assert "'sudo ufw allow 5353/udp'" in found.advice("multicast")
+
+
+def test_firewalld(bare_computer):
+    bare_computer.start_bus()
+    name = "org.fedoraproject.FirewallD1"
+    script = (
+        "from gi.repository import Gio, GLib;"
+        f"Gio.bus_own_name(Gio.BusType.SYSTEM, '{name}', 0, None,"
+        " lambda *_: print('ready', flush=True), None); GLib.MainLoop().run()"
+    )
+    bare_computer.start([PYTHON, "-c", script]).wait_line(
+        lambda line: line.text == "ready", 10, what="firewalld"
+    )
+    filter_packets(bare_computer, "input udp dport 5353 drop")
+    found = doctor(bare_computer)
+    assert found.says("firewall", FAIL, "firewalld is on and keeps multicast DNS out")
+    assert "--add-service=mdns" in found.advice("firewall")
+
+
+def test_rules_that_nobody_may_see(bare_computer):
+    """An ordinary user, who may look at everything else."""
+    done = bare_computer.run(
+        *["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", PROGRAM],
+        *["doctor", "--json"],
+        env=bare_computer.environment(XDG_RUNTIME_DIR="/nonexistent"),
+        check=False,
+        timeout=limit(20),
+    )
+    found = Diagnosis(done, 0)
+    assert found.says("firewall", WARN, "may not see the rules")
+    assert "'sudo nft list ruleset'" in found.advice("firewall")
+    assert found.says("multicast", OK, "leaves and arrives on eth0")
+
+
+# ---- who speaks DNS-SD ----
+
+
+def test_the_daemon_and_its_absence(bare_computer):
+    found = doctor(bare_computer)
+    assert found.says("dns-sd", WARN, "avahi-daemon does not run")
+    bare_computer.start_bus()
+    assert doctor(bare_computer).says("dns-sd", WARN, "avahi-daemon does not run")
+    bare_computer.start_avahi()
+    found = doctor(bare_computer)
+    assert found.says("dns-sd", OK, "avahi 0.8 runs, as computer.local")
+    assert found.results("responders") == [OK]
+
+
+def test_a_bus_that_says_nothing(bare_computer):
+    """It takes connections and never answers: the doctor gets through all the same."""
+    script = (
+        "import socket, sys; s = socket.socket(socket.AF_UNIX);"
+        "s.bind('/run/dbus/system_bus_socket'); s.listen(64);"
+        "print('ready', flush=True); sys.stdin.read()"
+    )
+    bus = bare_computer.start([PYTHON, "-c", script], stdin=True)
+    bus.wait_line(lambda line: line.text == "ready", 10, what="the bus")
+    found = doctor(bare_computer, DBUS_SESSION_BUS_ADDRESS="unix:path=/run/dbus/system_bus_socket")
+    assert found.says("dns-sd", WARN, "does not answer")
+    assert found.says("firewall", WARN, "Whether firewalld runs could not be found out")
+    assert found.says("multicast", OK, "leaves and arrives on eth0")
+    assert found.seconds < limit(7)
+
+
+def test_another_responder(bare_computer):
+    held = bare_computer.socket(kind=socket.SOCK_DGRAM)
+    held.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
+    held.bind(("0.0.0.0", 5353))
+    try:
+        found = doctor(bare_computer)
+        assert found.says("responders", WARN, "has UDP 5353 open as well")
+        assert found.says("multicast", OK, "leaves and arrives on eth0")
+    finally:
+        held.close()
+
+
+def test_a_port_that_is_kept(bare_computer):
+    held = bare_computer.socket(kind=socket.SOCK_DGRAM)
+    held.bind(("0.0.0.0", 5353))
+    try:
+        found = doctor(bare_computer)
+        assert found.says("multicast", WARN, "UDP 5353 cannot be listened to on eth0 with IPv4")
+        assert "'sudo ss -ulnp" in found.advice("multicast")
+    finally:
+        held.close()
+
+
+# ---- phones ----
+
+
+def test_a_phone_that_refuses(computer, lan):
+    lan.host("phone", of=Phone).announce()
+    found = doctor(computer)
+    assert found.says("phones", FAIL, "port 4445, refuses connections")
+    assert "turn sharing on" in found.advice("phones")
+
+
+def test_a_phone_behind_a_filter(computer, phone):
+    phone.announce()
+    filter_packets(phone, "input tcp dport 4445 drop")
+    found = doctor(computer)
+    assert found.says("phones", FAIL, "port 4445, does not answer")
+    assert found.seconds < limit(6)
+
+
+def test_a_phone_of_another_name_and_a_hostile_one(computer, lan):
+    lan.host("first", of=Phone).announce("Attic")
+    lan.host("second", of=Phone).announce("Quillbox \u009b2J\u202e")
+    found = doctor(computer)
+    assert found.says("phones", WARN, '"Attic" at ')
+    assert found.says("phones", FAIL, '"Quillbox \u009b2J\u202e" at ')
+    plain = computer.run(
+        PROGRAM, "doctor", env=computer.environment(), check=False, timeout=limit(20)
+    )
+    assert plain.returncode == 1
+    assert '"Quillbox \ufffd2J\ufffd" at ' in plain.stdout
+    assert not set(plain.stdout) & {"\u202e", "\u009b", "\x1b"}
+
+
+def test_no_phone(computer):
+    computer.helper().wait_status(LOOKING)
+    found = doctor(computer)
+    assert found.says("phones", FAIL, "No phone is found")
+    assert found.says("running-copy", WARN, "says: Looking for Quillbox on this network…")
+
+
+def test_no_phone_that_is_missed(bare_computer):
+    bare_computer.manual_helper("192.0.2.7", 4445).wait_status(visible(1))
+    assert doctor(bare_computer).says("phones", WARN, "a typed address instead")
+
+
+# ---- the desktop ----
+
+
+@pytest.fixture
+def desktop(lan):
+    return lan.host("desktop", of=Desktop)
+
+
+def test_no_file_browser_for_shares(bare_computer):
+    assert doctor(bare_computer).says("file-browser", OK, "GVfs can open SMB shares")
+    bare_computer.run("mount", "-t", "tmpfs", "tmpfs", "/usr/share/gvfs")
+    found = doctor(bare_computer)
+    assert found.says("file-browser", WARN, "No file browser here")
+    assert "gvfs-backends" in found.advice("file-browser")
+    assert doctor(bare_computer, DISPLAY=":7").says("file-browser", FAIL, "No file browser here")
+
+
+def test_names_of_multicast_dns(bare_computer):
+    bare_computer.start_bus()
+    bare_computer.start_avahi()
+    replace_file(bare_computer, "/etc/nsswitch.conf", "hosts: files dns\n")
+    found = doctor(bare_computer)
+    assert found.says("host-names", WARN, "are not looked up by multicast DNS")
+    assert "libnss-mdns" in found.advice("host-names")
+    bare_computer.run("umount", "/etc/nsswitch.conf")
+    line = "hosts: files mdns4_minimal [NOTFOUND=return] dns\n"
+    replace_file(bare_computer, "/etc/nsswitch.conf", line)
+    found = doctor(bare_computer)
+    assert found.says("host-names", OK, "computer.local is found by multicast DNS")
+
+
+def test_names_that_are_set_and_not_found(bare_computer):
+    bare_computer.start_bus()
+    bare_computer.start_avahi()
+    replace_file(
+        bare_computer, "/etc/nsswitch.conf", "hosts: files mdns4_minimal [NOTFOUND=return] dns\n"
+    )
+    # The module asks by this socket.
+    bare_computer.run("rm", "/run/avahi-daemon/socket")
+    assert doctor(bare_computer).says("host-names", WARN, "computer.local is not found")
+
+
+def test_a_desktop_that_shows_status_icons(desktop):
+    desktop.log_in()
+    assert doctor(desktop).says("status-icon", OK, "The desktop shows status icons")
+
+
+def test_a_desktop_that_shows_none(bare_computer):
+    screen = bare_computer.start(SCREEN)
+    screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
+    found = doctor(bare_computer, DISPLAY=":1")
+    assert found.says("status-icon", WARN, "The desktop shows no status icons")
+    assert "appindicator" in found.advice("status-icon")
+
+
+def test_a_desktop_with_a_tray(bare_computer):
+    screen = bare_computer.start(SCREEN)
+    screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
+    script = (
+        "import sys; from Xlib import display; d = display.Display();"
+        "w = d.screen().root.create_window(0, 0, 1, 1, 0, 0);"
+        "w.set_selection_owner(d.intern_atom('_NET_SYSTEM_TRAY_S0'), 0); d.sync();"
+        "print('ready', flush=True); sys.stdin.read()"
+    )
+    tray = bare_computer.start(
+        [PYTHON, "-c", script], stdin=True, env=bare_computer.environment(DISPLAY=":1")
+    )
+    tray.wait_line(lambda line: line.text == "ready", 10, what="the tray")
+    assert doctor(bare_computer, DISPLAY=":1").says("status-icon", OK, "shows status icons")
+
+
+def test_a_copy_that_is_stuck(bare_computer):
+    helper = bare_computer.helper()
+    helper.wait_status(LOOKING)
+    helper.process.signal(signal.SIGSTOP)
+    try:
+        found = doctor(bare_computer)
+    finally:
+        helper.process.signal(signal.SIGCONT)
+    assert found.says("running-copy", FAIL, "does not answer")
+    assert found.seconds < limit(6)
