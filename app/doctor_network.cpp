@@ -66,7 +66,9 @@ Finding multicastOn(const InterfaceFacts& interface, const FirewallFacts& firewa
     const std::string trouble4 = troubleOf(interface.ipv4, "IPv4", interface.name);
     const std::string trouble6 = troubleOf(interface.ipv6, "IPv6", interface.name);
     if (trouble4.empty() && trouble6.empty()) {
-        const auto answered = std::max(interface.ipv4.hostsAnswered, interface.ipv6.hostsAnswered);
+        // With IPv6 a host has several addresses.
+        const auto answered =
+            isSound(interface.ipv4) ? interface.ipv4.hostsAnswered : interface.ipv6.hostsAnswered;
         return ok(kMulticast, "Multicast DNS leaves and arrives on " + interface.name + "; "
                                   + counted(answered, "other host") + " answered.");
     }

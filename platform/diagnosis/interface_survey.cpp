@@ -10,9 +10,7 @@
 #include <memory>
 
 #include <ifaddrs.h>
-#include <linux/if_packet.h>
 #include <net/if.h>
-#include <net/if_arp.h>
 #include <netdb.h>
 #include <netinet/in.h>
 
@@ -22,21 +20,6 @@ namespace {
 
 /// A computer with containers has hundreds; the first ones are the cards.
 constexpr std::size_t kMostInterfaces = 16;
-
-bool isTunnel(int hardwareType)
-{
-    switch (hardwareType) {
-    case ARPHRD_NONE:
-    case ARPHRD_PPP:
-    case ARPHRD_TUNNEL:
-    case ARPHRD_TUNNEL6:
-    case ARPHRD_SIT:
-    case ARPHRD_IPGRE:
-        return true;
-    default:
-        return false;
-    }
-}
 
 bool isWireless(const std::string& name)
 {
@@ -80,8 +63,7 @@ void describe(SurveyedInterface& interface, const ifaddrs& entry, const KernelTa
     facts.hasDefaultRoute = tables.defaultRoutes.contains(interface.index);
     const auto neighbours = tables.neighbours.find(interface.index);
     facts.neighbours = neighbours == tables.neighbours.end() ? 0 : neighbours->second;
-    if (entry.ifa_addr != nullptr && entry.ifa_addr->sa_family == AF_PACKET
-        && isTunnel(reinterpret_cast<const sockaddr_ll*>(entry.ifa_addr)->sll_hatype))
+    if (tables.tunnels.contains(interface.index))
         facts.kind = InterfaceFacts::Kind::Vpn;
     else if (tables.bridges.contains(interface.index))
         facts.kind = InterfaceFacts::Kind::Bridge;

@@ -13,6 +13,7 @@
 #include <linux/neighbour.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
+#include <net/if_arp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
 
@@ -101,6 +102,21 @@ private:
     const EntryHandler<Header> handler_;
 };
 
+bool isTunnel(int hardwareType)
+{
+    switch (hardwareType) {
+    case ARPHRD_NONE:
+    case ARPHRD_PPP:
+    case ARPHRD_TUNNEL:
+    case ARPHRD_TUNNEL6:
+    case ARPHRD_SIT:
+    case ARPHRD_IPGRE:
+        return true;
+    default:
+        return false;
+    }
+}
+
 bool isBridge(const Attributes& attributes)
 {
     const auto found = attributes.find(IFLA_LINKINFO);
@@ -131,6 +147,8 @@ KernelTables readKernelTables()
     Dump<ifinfomsg>(RTM_GETLINK, [&](const ifinfomsg& link, const Attributes& attributes) {
         if (isBridge(attributes))
             tables.bridges.insert(link.ifi_index);
+        if (isTunnel(link.ifi_type))
+            tables.tunnels.insert(link.ifi_index);
     });
     Dump<rtmsg>(RTM_GETROUTE, [&](const rtmsg& route, const Attributes& attributes) {
         if (isDefault(route))

@@ -1,0 +1,46 @@
+#include "platform/tcp/port_check.h"
+#include "platform/tcp/socket_address.h"
+#include "platform/tcp/socket_calls.h"
+
+#include <chrono>
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using State = PortFacts::State;
+
+TEST(PortCheck, tellsOpenPortsFromThoseThatRefuse)
+{
+    std::error_code error;
+    const int listener = openListeningSocket(0, false, error);
+    ASSERT_FALSE(error);
+    const std::uint16_t port = localPort(listener);
+    const auto open = *parseNumericHost("127.0.0.1", port);
+    // Nobody listens at port 1 of the loopback interface's last address.
+    const auto closed = *parseNumericHost("127.255.255.254", 1);
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(checkPorts({closed, open}, std::chrono::seconds(20)),
+              (std::vector<State>{State::Refused, State::Open}));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20));
+    ::close(listener);
+}
+
+TEST(PortCheck, whatCannotBeReachedIsKnownAtOnce)
+{
+    // An address of links without the link.
+    EXPECT_EQ(checkPorts({*parseNumericHost("fe80::1", 4445)}, std::chrono::seconds(20)),
+              std::vector<State>{State::Unreachable});
+}
+
+TEST(PortCheck, nothingToTryIsNothingFound)
+{
+    EXPECT_TRUE(checkPorts({}, std::chrono::seconds(20)).empty());
+}
+
+} // namespace
+
+} // namespace quillbox
