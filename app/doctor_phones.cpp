@@ -39,10 +39,6 @@ Finding phoneFinding(const PhoneFacts& phone)
         return fail(kPhones, quoted(phone.name) + " is announced, but nobody tells its address.",
                     "It may have left or fallen asleep: open the Quillbox app on the phone, and "
                     "look again.");
-    if (!isNamedAfterProduct(phone.name))
-        return warn(kPhones,
-                    where + " is not shown: its name does not begin with the word Quillbox.",
-                    "Call it \"Quillbox\" or \"Quillbox \" and more, in the app on the phone.");
     if (has(phone, State::Open))
         return ok(kPhones, where + " takes connections.");
     if (has(phone, State::Refused))
@@ -54,6 +50,14 @@ Finding phoneFinding(const PhoneFacts& phone)
                     "lines above.");
     return fail(kPhones, where + " cannot be reached.",
                 "There is no way to that address: see the lines on interfaces and VPN above.");
+}
+
+/// It matters little beside a phone that is shown.
+Finding otherNameFinding(const PhoneFacts& phone, bool isAnyShown)
+{
+    return {kPhones, isAnyShown ? Finding::Result::Warn : Finding::Result::Fail,
+            quoted(phone.name) + " is not shown: its name does not begin with the word Quillbox.",
+            "Call it \"Quillbox\" or \"Quillbox \" and more, in the app on the phone."};
 }
 
 Finding noPhone(const DoctorFacts& facts)
@@ -94,18 +98,22 @@ bool isPhoneReached(const PhonesFacts& phones)
 Findings checkPhones(const DoctorFacts& facts)
 {
     const auto& phones = facts.system.phones.phones;
+    if (phones.empty())
+        return {noPhone(facts)};
+    const bool isAnyShown = std::any_of(phones.begin(), phones.end(), [](const PhoneFacts& each) {
+        return isNamedAfterProduct(each.name);
+    });
     Findings findings;
     for (const PhoneFacts& each : phones) {
+        if (!isNamedAfterProduct(each.name)) {
+            findings.push_back(otherNameFinding(each, isAnyShown));
+            continue;
+        }
         findings.push_back(phoneFinding(each));
         if (each.hosts > 1)
             findings.push_back(warn(kPhones, "Several phones are called " + quoted(each.name) + '.',
                                     "Give each a name of its own in the app."));
     }
-    const bool isAny = std::any_of(phones.begin(), phones.end(), [](const PhoneFacts& each) {
-        return isNamedAfterProduct(each.name);
-    });
-    if (!isAny)
-        findings.push_back(noPhone(facts));
     return findings;
 }
 
