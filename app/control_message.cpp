@@ -147,7 +147,7 @@ std::optional<ControlAnswer> decodedAnswer(const std::string& text)
     if (!outcome)
         return std::nullopt;
     ControlAnswer answer{.outcome = *outcome, .text = strict.text(kText)};
-    for (const QJsonValue& name : strict.list(kPhones)) {
+    for (const auto& name : strict.list(kPhones)) {
         if (!name.isString())
             strict.refuse();
         answer.phones.push_back(name.toString().toStdString());

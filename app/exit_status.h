@@ -1,9 +1,7 @@
 #pragma once
 
-namespace quillbox {
-
 /// How the program ends, for scripts: each number is documented, and none changes its meaning.
-namespace exit_status {
+namespace quillbox::exit_status {
 
 inline constexpr int kDone = 0;
 inline constexpr int kFailed = 1; ///< a file or the output could not be written, or a check fails
@@ -13,6 +11,4 @@ inline constexpr int kRefused = 4;      ///< the running copy could not do it, a
 inline constexpr int kUnknownPhone = 5; ///< the running copy knows no phone of that name
 inline constexpr int kNoAnswer = 6;     ///< the running copy does not answer, or not as expected
 
-} // namespace exit_status
-
-} // namespace quillbox
+} // namespace quillbox::exit_status

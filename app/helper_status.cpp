@@ -73,7 +73,7 @@ template <typename Entry>
 std::vector<Entry> entriesIn(StrictObject& object, const char* key, Entry (*read)(StrictObject&))
 {
     std::vector<Entry> entries;
-    for (const QJsonValue& value : object.list(key)) {
+    for (const auto& value : object.list(key)) {
         StrictObject entry(value.toObject());
         entries.push_back(read(entry));
         if (!value.isObject() || !entry.isSound())
