@@ -32,7 +32,7 @@ QJsonObject StrictObject::nested(const char* key)
 
 QJsonValue StrictObject::take(const char* key, QJsonValue::Type type)
 {
-    const QJsonValue value = object.value(QLatin1StringView(key));
+    auto value = object.value(QLatin1StringView(key));
     if (value.type() != type)
         refuse();
     ++count;

@@ -17,6 +17,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     for (auto rest = text; !rest.empty();)
         words.emplace_back(fuzz::takePart(rest));
     std::vector<const char*> arguments;
+    arguments.reserve(words.size());
     for (const auto& word : words)
         arguments.push_back(word.c_str());
     const auto parsed = parseOptions(arguments);

@@ -4,8 +4,6 @@
 #include <string>
 #include <string_view>
 
-namespace quillbox {
-
 /// What the copies of an application say to one another over a local socket. A connection carries
 /// one request, a line, and what is answered to it, a line:
 ///
@@ -14,7 +12,7 @@ namespace quillbox {
 ///
 /// TOKEN is the desktop's permission to come forward, "-" in a message without one. A line that is
 /// longer than it may be, or of another form, is answered with the end of the connection.
-namespace copy_protocol {
+namespace quillbox::copy_protocol {
 
 inline constexpr char kEndOfLine = '\n';
 
@@ -44,6 +42,4 @@ struct Request {
 std::optional<Request> requestIn(std::string_view line);
 std::optional<std::string> answerIn(std::string_view line);
 
-} // namespace copy_protocol
-
-} // namespace quillbox
+} // namespace quillbox::copy_protocol
