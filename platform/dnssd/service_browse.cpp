@@ -35,11 +35,11 @@ public:
     ~Life() { letGo(); }
 
     /// Asks, unless it has asked already.
-    void watch(LocationPool& locations, const ServiceEndpoint& endpoint)
+    void watch(LocationPool& pool, const ServiceEndpoint& endpoint)
     {
         if (location)
             return;
-        location = locations.ask({endpoint.name, endpoint.type, endpoint.domain});
+        location = pool.ask({endpoint.name, endpoint.type, endpoint.domain});
         location->addObserver(*this);
         update();
     }
