@@ -284,7 +284,8 @@ class Flood:
     def end(self, *connections):
         self.is_enough.set()
         for one in connections:
-            reset(one)
+            if one.fileno() >= 0:  # the end of the other direction has reset it
+                reset(one)
         for part in self._parts:
             with_end = part.exception(limit(60))
             assert with_end is None or isinstance(with_end, OSError), with_end

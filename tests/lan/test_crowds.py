@@ -1,5 +1,6 @@
 """Many phones come and go: nothing stays behind."""
 
+import contextlib
 import os
 import re
 
@@ -42,12 +43,17 @@ def names_of(crowd, count):
 
 
 def come_and_go(crowd, helper, number, count):
-    """The names are new ones each time."""
+    """The names are new ones each time. A computer that is busy for long drops packets for which its
+    sockets have no room, and goodbyes are said once: they are said again where some were lost."""
     since = helper.mark()
     crowd.announce(names_of(number, count))
     helper.wait_status(visible(count), 60, since)
-    crowd.announce(names_of(number, count), ttl=0)
-    helper.wait_status(LOOKING, 30, since)
+    for _ in range(4):
+        crowd.announce(names_of(number, count), ttl=0)
+        with contextlib.suppress(AssertionError):
+            helper.wait_status(LOOKING, 15, since)
+            return
+    raise AssertionError(f"crowd {number} does not go:\n{helper.process.output()}")
 
 
 def come_and_go_often(computer, crowd, crowds, count):

@@ -90,6 +90,25 @@ def test_a_restarted_bus_does_no_harm(daemon_computer, onlooker, phone):
     assert os.listdir(phone.share) == ["here"]
 
 
+def test_a_session_bus_that_goes_takes_nothing_along(bare_computer, onlooker, phone):
+    """The user's own bus, by which status item and file manager are reached."""
+    computer = bare_computer
+    bus = computer.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"])
+    address = bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus").text
+    helper = computer.helper("--dns-sd=embedded", DBUS_SESSION_BUS_ADDRESS=address)
+    found = appear(phone, helper, onlooker)
+
+    bus.kill_group()
+
+    smbclient(computer, computer.address4, found["port"], "mkdir here")
+    assert os.listdir(phone.share) == ["here"]
+    since = helper.mark()
+    phone.goodbye()
+    helper.wait_status(LOOKING, since=since)
+    code, seconds = helper.stop()
+    assert code == 0 and seconds < limit(1)
+
+
 def test_a_network_that_comes_late_is_used(lan, onlooker, phone, engine):
     computer = lan.host("computer", of=Computer, plugged=False)
     computer.prepare(engine)
