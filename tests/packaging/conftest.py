@@ -15,10 +15,11 @@ sys.path.append(os.path.join(HERE, "..", "lan"))
 from rig.network import Lan  # noqa: E402 what it needs is found from here on
 
 
-def pack(folder, **environment):
-    """The paths of both packages, made of what is built."""
+def pack(folder, source=None, **environment):
+    """The paths of both packages, made of what is built, here or in another copy of the source."""
+    build = f"{source}/build/release" if source else os.path.dirname(PROGRAM)
     subprocess.run(
-        [os.path.join(ROOT, "tools/pack"), os.path.dirname(PROGRAM), str(folder)],
+        [os.path.join(source or ROOT, "tools/pack"), build, str(folder)],
         check=True,
         capture_output=True,
         timeout=600,

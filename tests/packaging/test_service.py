@@ -9,9 +9,9 @@ from rig.computer import Computer
 from rig.onlooker import Onlooker
 from rig.phone import Phone, smb_command
 from rig.process import limit, wait_until
+from session import Session
 from test_packaging import PACKAGING, PROGRAM, run, text_of
 
-HERE = os.path.dirname(os.path.abspath(__file__))
 UNIT = "quillbox-helper.service"
 
 
@@ -46,7 +46,7 @@ def content(path):
         return file.read()
 
 
-class UserManager:
+class UserManager(Session):
     """A logged-in user of a host, whose service manager runs."""
 
     def __init__(self, host, installed):
@@ -59,26 +59,10 @@ class UserManager:
         shutil.copytree(installed, copy)
         (tree, *_) = run("findmnt", "-n", "-t", "cgroup2", "-o", "TARGET").split()
         self._cgroup = f"{tree}/quillbox-test-{host.pid}"
-        command = ["sh", f"{HERE}/user_manager.sh", self._cgroup, copy, self.home]
-        namespaces = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-proc", "--"]
-        self._shell = host.start(namespaces + command, stdin=True)
-        self._shell.wait_line(lambda line: line.text == "ready", 30, what="the user's session")
+        super().__init__(host, "user_manager.sh", self._cgroup, copy, self.home)
         wait_until(
             lambda: self.ask("systemctl --user is-system-running") == (0, "running"), 60, "systemd"
         )
-
-    def ask(self, command):
-        """The exit status and the output of a command of the user's."""
-        since = self._shell.mark()
-        self._shell.write(f"{{ {command}; }} 2>&1; echo \"--- $?\"\n")
-        end = self._shell.wait_line(lambda x: x.text.startswith("--- "), 60, since, command)
-        lines = self._shell.lines[since:]
-        return int(end.text[4:]), "\n".join(x.text for x in lines[: lines.index(end)])
-
-    def told(self, command):
-        code, output = self.ask(command)
-        assert code == 0, f"{command}: {code}\n{output}"
-        return output
 
     def state(self):
         shown = self.told(f"systemctl --user show -p ActiveState,Result,NRestarts,MainPID {UNIT}")
@@ -89,7 +73,7 @@ class UserManager:
         wait_until(lambda: text in self.ask("quillbox-helper status")[1], limit(30), text)
 
     def close(self):
-        self._shell.end()
+        self.end()
         events = f"{self._cgroup}/cgroup.events"
         wait_until(lambda: "populated 0" in content(events), 20, "the end of all its processes")
         for folder, _, _ in os.walk(self._cgroup, topdown=False):

@@ -1,0 +1,160 @@
+"""The Debian package on a system that has nothing but what Debian calls minimal: installed by apt, used
+with a phone by somebody with a desktop, and purged. The minimal system is kept in build/fresh-debian."""
+
+import glob
+import os
+import shutil
+import subprocess
+
+import pytest
+from rig.network import Host
+from rig.phone import PASSWORD, Phone
+from rig.process import wait_until
+from session import Session
+from test_packages import field, members, names_in
+from test_packaging import ROOT, run
+
+BASE = os.path.join(ROOT, "build/fresh-debian")
+MIRROR = "http://deb.debian.org/debian"
+# What a desktop has besides: a screen, and the bus of a session.
+DESKTOP = ["xvfb", "dbus-daemon"]
+# What apt and dpkg note for themselves, and what is not part of the system.
+NOTES = ("home", "proc", "sys", "dev", "run", "tmp", "root", "var/log", "var/cache", "var/lib/apt")
+
+
+def make_base():
+    """A minimal Debian that gets its packages in the way of this computer."""
+    made = BASE + ".part"
+    shutil.rmtree(made, ignore_errors=True)
+    subprocess.run(
+        ["debootstrap", "--variant=minbase", "bookworm", made, MIRROR],
+        check=True,
+        capture_output=True,
+        timeout=1800,
+    )
+    for path in glob.glob("/etc/apt/apt.conf.d/*"):
+        with open(path, encoding="utf-8") as file:
+            if "Acquire" in file.read():
+                shutil.copy(path, f"{made}/etc/apt/apt.conf.d")
+    policy = f"{made}/usr/sbin/policy-rc.d"
+    with open(policy, "w", encoding="ascii") as file:
+        file.write("#!/bin/sh\nexit 101\n")  # no service is started while packages are installed
+    os.chmod(policy, 0o755)
+    os.rename(made, BASE)
+
+
+class FreshSystem:
+    """A copy of the minimal system, which goes with the mounts of this test."""
+
+    def __init__(self, folder):
+        self.root = str(folder / "root")
+        for name in ("root", "changed", "work"):
+            (folder / name).mkdir()
+        options = f"lowerdir={BASE},upperdir={folder}/changed,workdir={folder}/work"
+        run("mount", "-t", "overlay", "overlay", "-o", options, self.root)
+        shutil.copy("/etc/resolv.conf", f"{self.root}/etc/resolv.conf")
+        self.run("useradd", "--create-home", "--uid", "4711", "somebody")
+        self.run("apt-get", "update")
+
+    def run(self, *command):
+        environment = os.environ | {"DEBIAN_FRONTEND": "noninteractive", "LC_ALL": "C.UTF-8"}
+        done = subprocess.run(
+            ["chroot", self.root, *command],
+            capture_output=True,
+            text=True,
+            timeout=3000,
+            check=False,
+            env=environment,
+        )
+        assert done.returncode == 0, f"{command}:\n{done.stdout[-3000:]}{done.stderr}"
+        return done.stdout
+
+    def install(self, deb, *more):
+        shutil.copy(deb, f"{self.root}/root")
+        self.run("apt-get", "install", "--yes", f"/root/{deb.name}", *more)
+
+    def purge(self):
+        self.run("apt-get", "purge", "--yes", "quillbox-helper")
+
+    def listing(self):
+        """Everything that there is, with its mode and owner."""
+        found = set()
+        for folder, folders, names in os.walk(self.root):
+            inside = os.path.relpath(folder, self.root)
+            folders[:] = [x for x in folders if os.path.normpath(f"{inside}/{x}") not in NOTES]
+            for name in folders + names:
+                status = os.lstat(os.path.join(folder, name))
+                path = os.path.normpath(f"{inside}/{name}")
+                found.add((path, status.st_mode, status.st_uid, status.st_gid))
+        return found
+
+    def close(self):
+        run("umount", "--recursive", self.root)
+
+
+@pytest.fixture
+def system(real_root, tmp_path):
+    if not os.path.isdir(BASE):
+        make_base()
+    made = FreshSystem(tmp_path)
+    yield made
+    made.close()
+
+
+@pytest.fixture
+def phone(lan):
+    made = lan.host("phone", of=Phone)
+    made.serve()
+    made.announce("Quillbox Office")
+    with open(os.path.join(made.share, "letter"), "w", encoding="utf-8") as file:
+        file.write("Dear reader\n")
+    return made
+
+
+def use(system, host):
+    """Starts the program on a desktop, and opens the phone that its file browser shows."""
+    session = Session(host, "fresh_system.sh", system.root)
+    session.told("{ quillbox-helper >helper.log 2>&1 & }")
+    ready = "Status: ready: 1 Quillbox device visible in Finder"
+    wait_until(lambda: ready in session.ask("quillbox-helper status")[1], 30, "the phone")
+    assert "without a window" not in session.told("cat helper.log")
+
+    listed = "gio list --print-display-names dns-sd://local/"
+    wait_until(lambda: session.ask(listed) == (0, "Quillbox Office"), 30, "the file browser's list")
+    entry = session.told("gio list --print-uris --attributes=standard::target-uri dns-sd://local/")
+    target = entry.split("standard::target-uri=")[1].split()[0]
+    assert target.startswith("smb://")
+    share = f"{target.rstrip('/').replace('smb://', 'smb://nas@')}/NAS"
+    session.told(f"printf '\\n{PASSWORD}\\n' | gio mount '{share}'")
+    assert session.told(f"gio cat '{share}/letter'") == "Dear reader"
+
+    session.told("quillbox-helper quit")
+    session.end()
+    return target
+
+
+@pytest.mark.long
+def test_the_package_is_installed_used_and_purged(system, lan, phone, deb):
+    system.install(deb, *DESKTOP)
+    there = system.run("dpkg-query", "-W", "-f", "${Package}\n").split()
+    wanted = names_in(field(deb, "Depends")) | names_in(field(deb, "Recommends"))
+    assert {x.split(" | ")[0] for x in wanted} <= set(there)
+    system.run("dpkg", "--verify", "quillbox-helper")
+
+    target = use(system, lan.host("computer", of=Host))
+    # By the relay's own host name, and not by an address.
+    assert ".local:" in target
+
+    system.purge()
+    clean = system.listing()
+    assert [path for path, *_ in clean if "quillbox" in path.lower()] == []
+
+    system.install(deb)
+    added = {path for path, *_ in system.listing() - clean}
+    files = {name.rstrip("/") for name in members(deb, "files")} - {"", "."}
+    notes = {f"var/lib/dpkg/info/quillbox-helper.{x}" for x in ("list", "md5sums")}
+    assert added <= files | notes
+    assert notes <= added and "usr/bin/quillbox-helper" in added
+
+    system.purge()
+    assert system.listing() == clean
