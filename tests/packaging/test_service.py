@@ -115,7 +115,7 @@ def test_the_service_relays_a_phone(lan, user, phone, engine):
     # As a desktop does with its session.
     manager.told("systemctl --user set-environment DISPLAY=:77 WAYLAND_DISPLAY=wayland-7")
 
-    manager.told(f"systemctl --user start {UNIT}")
+    manager.told("systemctl --user enable --now quillbox-helper")
     manager.wait_ready(1)
 
     relay = onlooker.wait("resolved", "Quillbox Office", 20)

@@ -1,0 +1,68 @@
+"""The Flatpak's manifest: that the tool takes it, and that it asks for nothing without a reason."""
+
+import json
+import os
+import re
+
+import yaml
+from test_packaging import PACKAGING, ROOT, run, text_of
+
+NAME = "org.quillbox.Helper"
+MANIFEST = f"flatpak/{NAME}.yaml"
+
+
+def manifest():
+    return yaml.safe_load(text_of(MANIFEST))
+
+
+def test_the_builder_understands_the_manifest():
+    shown = json.loads(run("flatpak-builder", "--show-manifest", f"{PACKAGING}/{MANIFEST}"))
+    assert (shown.get("id") or shown.get("app-id")) == NAME
+    assert [x["name"] for x in shown["modules"]] == [x["name"] for x in manifest()["modules"]]
+    # What it does not know it leaves out without a word.
+    assert shown["finish-args"] == manifest()["finish-args"]
+    for told, written in zip(shown["modules"], manifest()["modules"]):
+        assert set(written) <= set(told)
+
+
+def test_every_permission_has_its_reason():
+    lines = text_of(MANIFEST).splitlines()
+    start = lines.index("finish-args:") + 1
+    block = lines[start : lines.index("", start)]
+    assert len(block) == 2 * len(manifest()["finish-args"])
+    for reason, permission in zip(block[0::2], block[1::2]):
+        assert re.match(r"  # \S.*\.$", reason), permission
+        assert re.match(r"  - --\S+$", permission), permission
+
+
+def test_no_permission_opens_more_than_the_program_uses():
+    given = set(manifest()["finish-args"])
+    names = {x.split("=")[1] for x in given if "talk-name" in x}
+    found = set()
+    for folder in ("platform", "ui", "app"):
+        for place, _, files in os.walk(os.path.join(ROOT, folder)):
+            for file in files:
+                with open(os.path.join(place, file), encoding="utf-8", errors="replace") as source:
+                    text = source.read()
+                found.update(name for name in names if f'"{name}"' in text)
+    # avahi-daemon is called by Avahi's own library.
+    assert names == found | {"org.freedesktop.Avahi"}
+    files = {x for x in given if x.startswith("--filesystem=")}
+    assert files == {f"--filesystem=xdg-run/{NAME}:create"}
+    assert {x.split("=")[1] for x in given if x.startswith("--socket=")} == {"wayland", "fallback-x11"}
+
+
+def test_what_is_fetched_is_named_to_the_byte():
+    for module in manifest()["modules"]:
+        for source in module["sources"]:
+            if source["type"] != "dir":
+                assert source["url"].startswith("https://")
+                assert re.fullmatch(r"[0-9a-f]{64}", source["sha256"])
+
+
+def test_the_flatpak_starts_what_is_installed():
+    assert f"bin/{manifest()['command']}" == "bin/quillbox-helper"
+    assert manifest()["app-id"] == NAME
+    folder = os.path.join(PACKAGING, "flatpak")
+    (source,) = manifest()["modules"][-1]["sources"]
+    assert os.path.samefile(os.path.join(folder, source["path"]), ROOT)
