@@ -13,6 +13,7 @@
 #include "platform/desktop/process.h"
 #include "platform/desktop/running_copies.h"
 #include "platform/desktop/smb_opener.h"
+#include "platform/desktop/startup_notification.h"
 #include "platform/desktop/status_host_watch.h"
 #include "platform/desktop/termination_signals.h"
 #include "platform/desktop/window_presence.h"
@@ -179,14 +180,17 @@ int controlRunningCopy(const Options& options)
     prepareProcess();
     std::string problem;
     // The oldest copy is the one that stays; younger ones are about to end.
+    const std::string activationToken = activationTokenOfEnvironment();
     const auto copies = findRunningCopies({.folders = systemRuntimeFolders(),
                                            .bundleIdentifier = kBundleIdentifier,
-                                           .activationToken = activationTokenOfEnvironment()},
+                                           .activationToken = activationToken},
                                           problem);
     if (copies.empty() && !problem.empty())
         printToStandardError("quillbox-helper: " + problem);
     const auto result = control(copies.empty() ? nullptr : copies.front().get(), *options.request,
                                 options.asJson ? StatusForm::Json : StatusForm::Plain);
+    // An action of the menu entry shows no window that could say so.
+    endStartupWithoutWindow(activationToken);
     for (const std::string& complaint : result.complaints)
         printToStandardError(complaint);
     const int printed = print(result.output);

@@ -1,5 +1,6 @@
 #include "platform/desktop/x11_presence.h"
 
+#include "platform/desktop/startup_notification.h"
 #include "platform/desktop/x11.h"
 
 #include <algorithm>
@@ -40,9 +41,7 @@ public:
           workspace(atom("_NET_WM_DESKTOP")),
           currentWorkspace(atom("_NET_CURRENT_DESKTOP")),
           managerState(atom("WM_STATE")),
-          activeWindow(atom("_NET_ACTIVE_WINDOW")),
-          startupBegin(atom("_NET_STARTUP_INFO_BEGIN")),
-          startupRest(atom("_NET_STARTUP_INFO"))
+          activeWindow(atom("_NET_ACTIVE_WINDOW"))
     {
     }
 
@@ -85,7 +84,7 @@ public:
         show();
         askForListing(window);
         ask(window, activeWindow, {kForUser, now, XCB_WINDOW_NONE});
-        endStartup(window, root);
+        endStartup(connection, window, root, std::exchange(permitted, {}));
         xcb_flush(connection);
     }
 
@@ -174,35 +173,6 @@ private:
                        reinterpret_cast<const char*>(&message));
     }
 
-    /// Tells the desktop that what the user started has come up; until then it shows that something
-    /// is starting (Startup Notification Protocol of freedesktop.org).
-    void endStartup(xcb_window_t window, xcb_window_t root)
-    {
-        if (permitted.empty())
-            return;
-        std::string text = "remove: ID=\"";
-        for (const char character : std::exchange(permitted, {})) {
-            if (character == '"' || character == '\\')
-                text += '\\';
-            text += character;
-        }
-        text += '"';
-        text += '\0';
-        xcb_client_message_event_t message{};
-        message.response_type = XCB_CLIENT_MESSAGE;
-        message.format = 8;
-        message.window = window;
-        message.type = startupBegin;
-        for (std::string_view rest = text; !rest.empty(); message.type = startupRest) {
-            std::fill(std::begin(message.data.data8), std::end(message.data.data8), 0);
-            const auto count =
-                rest.copy(reinterpret_cast<char*>(message.data.data8), sizeof message.data.data8);
-            rest.remove_prefix(count);
-            xcb_send_event(connection, 0, root, XCB_EVENT_MASK_PROPERTY_CHANGE,
-                           reinterpret_cast<const char*>(&message));
-        }
-    }
-
     xcb_connection_t* const connection;
     const std::uint32_t state;
     const std::array<std::uint32_t, 2> skipped;
@@ -210,8 +180,6 @@ private:
     const std::uint32_t currentWorkspace;
     const std::uint32_t managerState;
     const std::uint32_t activeWindow;
-    const std::uint32_t startupBegin;
-    const std::uint32_t startupRest;
     std::set<WindowIdentifier> unlisted;
     std::string permitted;
 };

@@ -174,6 +174,18 @@ def test_a_second_start_ends_what_the_desktop_shows_of_it(desktop, helper, windo
     desktop.wait(lambda: said() == ['remove: ID="launcher/he\\"lper/1-2-host_TIME77"'], "the end")
 
 
+@pytest.mark.parametrize("action", ["manage", "restart", "quit"])
+def test_an_action_of_the_menu_ends_what_the_desktop_shows_of_it(desktop, helper, window, action):
+    said = desktop.screen.watch_startups()
+
+    done = desktop.helper(action, DESKTOP_STARTUP_ID="launcher/action/1_TIME77")
+
+    # Also where the action was refused, as that of a phone that is not there.
+    assert done.process.wait(limit(10)) == (4 if action == "manage" else 0)
+    # The window says so too where a refusal brings it forward.
+    assert set(said()) == {'remove: ID="launcher/action/1_TIME77"'}
+
+
 def test_without_a_place_for_its_item_the_window_is_in_the_taskbar(desktop, helper, window):
     assert window.is_in_taskbar()
 
