@@ -16,18 +16,18 @@ enum class Seen { Yes, No, Unknown };
 
 /// What became of multicast DNS questions of one address family on one interface.
 struct MulticastFacts {
-    bool isTried = false;          ///< there is an address of that family
-    std::error_code listenError;   ///< UDP 5353 could not be listened to
-    std::error_code sendError;     ///< the question did not leave this computer
-    bool isOwnHeard = false;       ///< the question came back in at UDP 5353
-    std::size_t hostsHeard = 0;    ///< other hosts that said anything meanwhile
-    std::size_t hostsAnswered = 0; ///< of them, those that answered
+    bool isTried = false;             ///< there is an address of that family
+    std::error_code listenError = {}; ///< UDP 5353 could not be listened to
+    std::error_code sendError = {};   ///< the question did not leave this computer
+    bool isOwnHeard = false;          ///< the question came back in at UDP 5353
+    std::size_t hostsHeard = 0;       ///< other hosts that said anything meanwhile
+    std::size_t hostsAnswered = 0;    ///< of them, those that answered
 };
 
 struct InterfaceFacts {
     enum class Kind { Wired, Wireless, Vpn, Bridge };
 
-    std::string name;
+    std::string name = {};
     Kind kind = Kind::Wired;
     bool isRunning = false; ///< up, and with a carrier
     bool hasMulticast = false;
