@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Runs in a host of the test network: boots the Debian in the folder given as far as a desktop needs
 # it, and then obeys, as its user, the lines of standard input.
 set -e

@@ -1,3 +1,4 @@
+# shellcheck shell=sh
 # Runs in a host of the test network: starts the service manager of an ordinary user, as logging in
 # does, with cgroups of its own and the program installed in /usr/local; then obeys, as that user,
 # the lines of standard input.
