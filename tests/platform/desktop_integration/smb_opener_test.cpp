@@ -131,6 +131,46 @@ TEST_F(SmbOpenerTest, asksTheFileManagerOnTheBus)
     EXPECT_TRUE(locator.names.empty()) << "a host of any other name is none of the locator's";
 }
 
+TEST_F(SmbOpenerTest, tellsWhatItOpenedAShareWithAndWhyNotWithTheFileManager)
+{
+    addFileManager(FileManager::Manner::Refusing);
+    addGio(QStringLiteral("files.desktop"));
+    addHandler(QStringLiteral("files %U"));
+    makeOpener();
+    opener->open("smb://nas@Quillbox%20Office._smb._tcp.local/NAS");
+    ASSERT_EQ(locator.completions.size(), 1U);
+    log.time += 20ms;
+    locator.completions[0](HostEndpoint{.host = "office.local", .port = 40123});
+    ASSERT_TRUE(waitUntil([this] { return log.lines.size() == 3; }));
+    EXPECT_EQ(log.lines,
+              (std::vector<std::string>{
+                  "desktop: server found, after 20 ms",
+                  "desktop: the file manager does not answer: org.example.No, after 20 ms",
+                  "desktop: opened with the program for folders, after 20 ms"}));
+}
+
+TEST_F(SmbOpenerTest, tellsThatAServerWasNotFoundAndThatTheFileManagerTookIt)
+{
+    addFileManager(FileManager::Manner::Obliging);
+    makeOpener();
+    opener->open("smb://nas@Quillbox%20Office._smb._tcp.local/NAS");
+    ASSERT_EQ(locator.completions.size(), 1U);
+    locator.completions[0](std::nullopt);
+    ASSERT_TRUE(waitUntil([this] { return log.lines.size() == 2; }));
+    EXPECT_EQ(log.lines, (std::vector<std::string>{"desktop: server not found, after 0 ms",
+                                                   "desktop: opened with the file manager, "
+                                                   "after 0 ms"}));
+}
+
+TEST_F(SmbOpenerTest, tellsThatItOpenedWhatWasMounted)
+{
+    addGio(QStringLiteral("missing.desktop"));
+    makeOpener();
+    opener->open(kUrl);
+    ASSERT_TRUE(waitUntil([this] { return log.lines.size() == 2; }));
+    EXPECT_EQ(log.lines.back(), "desktop: opened with what was mounted, after 0 ms");
+}
+
 TEST_F(SmbOpenerTest, hasTheBusStartTheFileManager)
 {
     const QString script = scripts.addScript(QStringLiteral("shown"));
