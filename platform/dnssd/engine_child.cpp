@@ -87,6 +87,22 @@ private:
     std::chrono::nanoseconds before = ahead();
 };
 
+/// Packets come in crowds: a flood of names, or all that answer one question. Goodbyes are said
+/// once, so that one which finds no room leaves a phone on the list. Avahi makes the sockets and
+/// keeps them to itself; of UDP there are no others in this process.
+void makeRoomForPackets()
+{
+    constexpr int kReceiveBuffer = 1 << 20; // the system allows what it likes
+    constexpr int kMostDescriptors = 64;
+    for (int descriptor = STDERR_FILENO + 1; descriptor < kMostDescriptors; ++descriptor) {
+        int type = 0;
+        socklen_t size = sizeof(type);
+        if (::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_DGRAM)
+            ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer,
+                         sizeof(kReceiveBuffer));
+    }
+}
+
 class EngineChild final {
 public:
     EngineChild(int theSocket, int endSignal) : socket(theSocket)
@@ -149,6 +165,7 @@ private:
         library->server_config_free(&configuration);
         if (server == nullptr || hasFailed)
             return false;
+        makeRoomForPackets();
         api = makeAvahiServerApi(*library, *server);
         session.emplace(*api, [this](const Event& event) { send(event); });
         send(EngineUp{library->server_get_host_name_fqdn(server)});

@@ -119,7 +119,7 @@ private:
 class ToldEngine final : public Engine {
 public:
     ToldEngine(std::unique_ptr<Engine> told, std::string name, Log& log)
-        : engine(std::move(told)), story(std::move(name), log)
+        : story(std::move(name), log), engine(std::move(told))
     {
     }
 
@@ -146,8 +146,8 @@ public:
     }
 
 private:
+    EngineStory story; ///< outlives the engine, whose handler it hears
     const std::unique_ptr<Engine> engine;
-    EngineStory story;
     bool isStopped = false;
 };
 

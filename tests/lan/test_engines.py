@@ -1,14 +1,16 @@
 """The DNS-SD engines come and go in the middle of a transfer, and no byte and no phone is lost."""
 
 import os
+import re
 import shutil
 import signal
+import socket
 import time
 
-from rig.computer import PROGRAM, Helper, visible
+from rig.computer import LOOKING, PROGRAM, Helper, visible
 from rig.onlooker import Onlooker
 from rig.phone import PASSWORD, smbclient
-from rig.process import limit
+from rig.process import limit, wait_until
 from rig.upload import Upload
 from test_automatic import appear, sha256_of
 
@@ -26,6 +28,21 @@ def engine_child(helper):
         if parent == str(helper.pid) and "--dns-sd-engine" in command:
             return int(entry)
     raise AssertionError("the helper has no responder of its own")
+
+
+def test_the_embedded_engine_has_more_room_for_packets_than_usual(bare_computer):
+    """Goodbyes are said once: a crowd of them has to wait where the engine is busy."""
+    helper = bare_computer.helper("--dns-sd=embedded")
+    helper.wait_status(LOOKING)
+    with bare_computer.socket(kind=socket.SOCK_DGRAM) as usual:
+        size = usual.getsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF)
+
+    def has_room():
+        sockets = bare_computer.run("ss", "-uanm", "sport", "=", "5353").stdout
+        sizes = [int(x) for x in re.findall(r"\brb(\d+)", sockets)]
+        return len(sizes) == 2 and min(sizes) >= 2 * size
+
+    wait_until(has_room, limit(5), "sockets of both families, with room")
 
 
 def test_a_killed_responder_costs_no_byte_and_the_advertisement_comes_back(
