@@ -2,8 +2,8 @@
 
 #include "platform/desktop/x11.h"
 
+#include <QtGlobal>
 #include <algorithm>
-#include <cstdlib>
 #include <iterator>
 #include <string_view>
 
@@ -52,7 +52,7 @@ void endStartup(xcb_connection_t* connection, std::uint32_t window, std::uint32_
 
 void endStartupWithoutWindow(const std::string& token)
 {
-    if (token.empty() || std::getenv("DISPLAY") == nullptr)
+    if (token.empty() || qEnvironmentVariableIsEmpty("DISPLAY"))
         return;
     int screenNumber = 0;
     const x11::Connection connection(xcb_connect(nullptr, &screenNumber));
