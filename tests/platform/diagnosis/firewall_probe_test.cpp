@@ -16,6 +16,7 @@ TEST(FirewallProbe, ufwIsOnWhereItsConfigurationSaysYes)
 TEST(FirewallProbe, ufwIsOffOtherwise)
 {
     EXPECT_EQ(ufwIn("ENABLED=no\n"), Seen::No);
+    EXPECT_EQ(ufwIn("ENABLED=maybe\n"), Seen::No);
     EXPECT_EQ(ufwIn("# ENABLED=yes\n"), Seen::No);
     EXPECT_EQ(ufwIn("LOGLEVEL=low\n"), Seen::No);
     EXPECT_EQ(ufwIn(""), Seen::No);
