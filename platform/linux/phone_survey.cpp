@@ -59,7 +59,7 @@ private:
     {
         for (auto& each : phones) {
             if (each && each->service == service)
-                return std::move(each);
+                return std::exchange(each, nullptr);
         }
         auto phone = std::make_unique<Phone>(Phone{.service = service});
         phone->question =
