@@ -11,7 +11,7 @@ from concurrent.futures import ThreadPoolExecutor
 import pytest
 from rig.ends import BLOB, raise_descriptor_limit, read_exactly, read_to_end, reset
 from rig.ends import send_and_end
-from rig.process import limit, wait_until
+from rig.process import SLOWDOWN, limit, wait_until
 
 MEBIBYTE = 1 << 20
 WAYS = ["to the phone", "to the browser"]
@@ -232,6 +232,51 @@ def test_connections_that_come_all_at_once_are_all_served(ends, count):
         one.close()
     ends.wait_sockets(before, 5)
     ends.check()
+
+
+@pytest.mark.parametrize("count", [2000, pytest.param(200_000, marks=pytest.mark.long)])
+def test_sessions_one_after_another_leave_nothing_behind(ends, count):
+    """Eight at a time; each carries its number there and back."""
+    for host in (ends.computer, ends.phone):
+        # Ports of connections that ended are kept for a minute, and there are only so many.
+        host.run("sh", "-c", "echo 10000 65000 >/proc/sys/net/ipv4/ip_local_port_range")
+        host.run("sh", "-c", "echo 1 >/proc/sys/net/ipv4/tcp_tw_reuse")
+
+    def serve():
+        try:
+            while True:
+                with ends.listener.accept()[0] as phone:
+                    phone.settimeout(limit(20))
+                    phone.sendall(read_exactly(phone, 8))
+                    read_to_end(phone)
+        except OSError:
+            return  # the listener is closed at the end
+
+    def browse(numbers):
+        for number in numbers:
+            with ends.computer.socket() as browser:
+                browser.settimeout(limit(20))
+                browser.connect((ends.computer.address4, ends.port))
+                browser.sendall(number.to_bytes(8, "big"))
+                assert read_exactly(browser, 8) == number.to_bytes(8, "big")
+
+    def run(sessions):
+        with ThreadPoolExecutor(8) as browsers:
+            shares = (range(first, sessions, 8) for first in range(8))
+            assert len(list(browsers.map(browse, shares))) == 8
+
+    before = ends.sockets()
+    for _ in range(8):
+        ends.at_once(serve)
+    run(1000)
+    ends.wait_sockets(before, 5)
+    memory = ends.memory()
+
+    run(count)
+
+    ends.wait_sockets(before, 5)
+    if SLOWDOWN == 1:  # a sanitizer keeps what was freed
+        assert ends.memory() < memory + MEBIBYTE
 
 
 def test_it_ends_within_a_second_with_a_thousand_sessions(ends):
