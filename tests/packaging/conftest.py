@@ -1,33 +1,17 @@
 """What the tests of the packages share: the packages themselves, and a network to try them on."""
 
 import os
-import subprocess
 import sys
 import tarfile
 
 import pytest
-from test_packaging import PROGRAM, ROOT
+from packing import pack
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 # The network and the hosts on it are those of the network tests.
 sys.path.append(os.path.join(HERE, "..", "lan"))
 
 from rig.network import Lan  # noqa: E402 what it needs is found from here on
-
-
-def pack(folder, source=None, **environment):
-    """The paths of both packages, made of what is built, here or in another copy of the source."""
-    build = f"{source}/build/release" if source else os.path.dirname(PROGRAM)
-    subprocess.run(
-        [os.path.join(source or ROOT, "tools/pack"), build, str(folder)],
-        check=True,
-        capture_output=True,
-        timeout=600,
-        env=os.environ | environment,
-    )
-    deb, archive = sorted(folder.iterdir(), key=lambda path: path.suffix)
-    assert (deb.suffix, archive.suffixes[-2:]) == (".deb", [".tar", ".xz"])
-    return deb, archive
 
 
 @pytest.fixture(scope="session")

@@ -202,7 +202,7 @@ def digests(paths):
 
 def test_packing_again_elsewhere_gives_the_same_bytes(packages, tmp_path):
     script = 'umask 077; exec "$0" "$@"'
-    folder = tmp_path / "another"
+    folder = tmp_path / "another folder"
     done = subprocess.run(
         ["sh", "-c", script, os.path.join(ROOT, "tools/pack"), BUILD, str(folder)],
         capture_output=True,

@@ -6,7 +6,7 @@ import shutil
 import subprocess
 
 import pytest
-from conftest import pack
+from packing import pack
 from test_packaging import ROOT
 
 
