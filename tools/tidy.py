@@ -28,7 +28,7 @@ import sys
 import threading
 
 # Enough to have the headers' share small, and few enough to keep all processors busy.
-TOGETHER = 8
+TOGETHER = 16
 
 # What the compiler says, and one cheap check, as there has to be one.
 COMPILING = "--checks=-*,clang-diagnostic-*,misc-new-delete-overloads"
