@@ -57,7 +57,7 @@ Finding otherNameFinding(const PhoneFacts& phone, bool isAnyShown)
 {
     return {kPhones, isAnyShown ? Finding::Result::Warn : Finding::Result::Fail,
             quoted(phone.name) + " is not shown: its name does not begin with the word Quillbox.",
-            "Call it \"Quillbox\" or \"Quillbox \" and more, in the app on the phone."};
+            R"(Call it "Quillbox" or "Quillbox " and more, in the app on the phone.)"};
 }
 
 Finding noPhone(const DoctorFacts& facts)
