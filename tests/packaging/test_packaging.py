@@ -197,7 +197,7 @@ def test_zsh_knows_what_the_help_describes():
     options, commands = described()
     for command in commands:
         options |= described(command)[0]
-    assert set(re.findall(r"'(?:\([^)]*\))?(--[a-z-]+)", text)) == options
+    assert set(re.findall(r"'(?:\*|\([^)]*\))?(--[a-z-]+)", text)) == options
     assert re.findall(r"^ +'([a-z]+):", text, re.MULTILINE) == commands
 
 
