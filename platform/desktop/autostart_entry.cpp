@@ -24,7 +24,7 @@ std::string quotedForExec(std::string_view argument)
 {
     std::string result = "\"";
     for (const char character : argument) {
-        if (std::string_view("\"`$").find(character) != std::string_view::npos)
+        if (std::string_view(R"("`$)").find(character) != std::string_view::npos)
             result += "\\\\";
         if (character == '\\')
             result += "\\\\\\";

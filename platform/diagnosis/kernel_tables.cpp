@@ -144,23 +144,25 @@ bool isAlive(const ndmsg& neighbour)
 KernelTables readKernelTables()
 {
     KernelTables tables;
-    Dump<ifinfomsg>(RTM_GETLINK, [&](const ifinfomsg& link, const Attributes& attributes) {
-        if (isBridge(attributes))
-            tables.bridges.insert(link.ifi_index);
-        if (isTunnel(link.ifi_type))
-            tables.tunnels.insert(link.ifi_index);
-    });
-    Dump<rtmsg>(RTM_GETROUTE, [&](const rtmsg& route, const Attributes& attributes) {
+    const Dump<ifinfomsg> links(RTM_GETLINK,
+                                [&](const ifinfomsg& link, const Attributes& attributes) {
+                                    if (isBridge(attributes))
+                                        tables.bridges.insert(link.ifi_index);
+                                    if (isTunnel(link.ifi_type))
+                                        tables.tunnels.insert(link.ifi_index);
+                                });
+    const Dump<rtmsg> routes(RTM_GETROUTE, [&](const rtmsg& route, const Attributes& attributes) {
         if (isDefault(route))
             tables.defaultRoutes.insert(numberIn(attributes, RTA_OIF));
     });
     // A host has several addresses and one card.
     std::map<int, std::set<std::string>> cards;
-    Dump<ndmsg>(RTM_GETNEIGH, [&](const ndmsg& neighbour, const Attributes& attributes) {
-        const auto card = attributes.find(NDA_LLADDR);
-        if (isAlive(neighbour) && card != attributes.end())
-            cards[neighbour.ndm_ifindex].insert(std::string(card->second));
-    });
+    const Dump<ndmsg> neighbours(
+        RTM_GETNEIGH, [&](const ndmsg& neighbour, const Attributes& attributes) {
+            const auto card = attributes.find(NDA_LLADDR);
+            if (isAlive(neighbour) && card != attributes.end())
+                cards[neighbour.ndm_ifindex].insert(std::string(card->second));
+        });
     for (const auto& [index, each] : cards)
         tables.neighbours[index] = each.size();
     return tables;

@@ -102,7 +102,8 @@ public:
         if (::bind(listener.get(), group.get(), group.size) != 0 || !join())
             facts.listenError = systemError();
         const Place anywhere = placeOf(family, 0, family == AF_INET ? "0.0.0.0" : "::", 0);
-        ::bind(asker.get(), anywhere.get(), anywhere.size);
+        // Where this fails, sending chooses a port, and what comes back is not told from an answer.
+        static_cast<void>(::bind(asker.get(), anywhere.get(), anywhere.size));
         sockaddr_storage bound{};
         socklen_t size = sizeof bound;
         if (::getsockname(asker.get(), reinterpret_cast<sockaddr*>(&bound), &size) == 0)

@@ -5,8 +5,10 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QString>
+#include <algorithm>
 #include <map>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace quillbox::diagnosis {
@@ -37,24 +39,23 @@ struct Rule {
     std::vector<QString> targets; ///< chains that it leads to
 };
 
-/// Whether 5353 is among the ports of a match: a number, a range, or a set of these.
-bool holdsPort(const QJsonValue& value)
+/// Whether a number is 5353, or a range holds it.
+bool isOrSpansPort(const QJsonValue& value)
 {
     if (value.isDouble())
         return value.toInt() == kMulticastDnsPort;
-    if (value.isArray()) {
-        for (const QJsonValue& each : value.toArray()) {
-            if (holdsPort(each))
-                return true;
-        }
-        return false;
-    }
-    const QJsonObject object = value.toObject();
-    if (has(object, "set"))
-        return holdsPort(object.value(QLatin1StringView("set")));
-    const QJsonArray range = object.value(QLatin1StringView("range")).toArray();
+    const QJsonArray range = value.toObject().value(QLatin1StringView("range")).toArray();
     return range.size() == 2 && range[0].toInt() <= kMulticastDnsPort
            && kMulticastDnsPort <= range[1].toInt();
+}
+
+/// Whether 5353 is among the ports of a match: a number, a range, or a set of these.
+bool holdsPort(const QJsonValue& value)
+{
+    const QJsonObject object = value.toObject();
+    const QJsonValue ports = has(object, "set") ? object.value(QLatin1StringView("set")) : value;
+    const QJsonArray each = ports.isArray() ? ports.toArray() : QJsonArray{ports};
+    return std::any_of(each.begin(), each.end(), isOrSpansPort);
 }
 
 bool isPortMatch(const QJsonObject& match)
@@ -70,7 +71,7 @@ bool isPortMatch(const QJsonObject& match)
 Rule ruleOf(const QJsonObject& object)
 {
     Rule rule;
-    for (const QJsonValue& each : object.value(QLatin1StringView("expr")).toArray()) {
+    for (const auto& each : object.value(QLatin1StringView("expr")).toArray()) {
         const QJsonObject part = each.toObject();
         rule.isDrop = rule.isDrop || has(part, "drop") || has(part, "reject");
         rule.namesMulticastDns = rule.namesMulticastDns || isPortMatch(objectIn(part, "match"));
@@ -100,17 +101,24 @@ ChainKey keyOf(const QJsonObject& object, const char* name)
 using Chains = std::map<ChainKey, Chain>;
 
 /// All rules of a chain and of those that it leads to, each chain once.
-void gather(const Chains& chains, const ChainKey& key, std::set<ChainKey>& visited,
-            std::vector<Rule>& rules)
+std::vector<Rule> rulesFrom(const Chains& chains, const ChainKey& first)
 {
-    const auto chain = chains.find(key);
-    if (chain == chains.end() || !visited.insert(key).second)
-        return;
-    for (const Rule& rule : chain->second.rules) {
-        rules.push_back(rule);
-        for (const QString& target : rule.targets)
-            gather(chains, {key.first, target}, visited, rules);
+    std::vector<Rule> rules;
+    std::set<ChainKey> visited;
+    std::vector<ChainKey> pending{first};
+    while (!pending.empty()) {
+        const ChainKey key = std::move(pending.back());
+        pending.pop_back();
+        const auto chain = chains.find(key);
+        if (chain == chains.end() || !visited.insert(key).second)
+            continue;
+        for (const Rule& rule : chain->second.rules) {
+            rules.push_back(rule);
+            for (const QString& target : rule.targets)
+                pending.emplace_back(key.first, target);
+        }
     }
+    return rules;
 }
 
 void judgeInput(const Chain& chain, const std::vector<Rule>& rules, FirewallFacts& facts)
@@ -133,7 +141,7 @@ void judgeOutput(const Chain& chain, const std::vector<Rule>& rules, FirewallFac
 Chains chainsIn(const QJsonArray& entries)
 {
     Chains chains;
-    for (const QJsonValue& each : entries) {
+    for (const auto& each : entries) {
         const QJsonObject entry = each.toObject();
         if (const QJsonObject chain = objectIn(entry, "chain"); !chain.isEmpty()) {
             Chain& made = chains[keyOf(chain, "name")];
@@ -156,8 +164,6 @@ bool readRules(const std::string& json, FirewallFacts& facts)
         return false;
     const Chains chains = chainsIn(entries.toArray());
     for (const auto& [key, chain] : chains) {
-        std::set<ChainKey> visited;
-        std::vector<Rule> rules;
         const bool isInput = chain.hook == QStringLiteral("input")
                              || chain.hook == QStringLiteral("prerouting")
                              || chain.hook == QStringLiteral("ingress");
@@ -165,7 +171,7 @@ bool readRules(const std::string& json, FirewallFacts& facts)
             chain.hook == QStringLiteral("output") || chain.hook == QStringLiteral("postrouting");
         if (!isInput && !isOutput)
             continue;
-        gather(chains, key, visited, rules);
+        const auto rules = rulesFrom(chains, key);
         if (isInput)
             judgeInput(chain, rules, facts);
         else

@@ -41,6 +41,7 @@ pid_t spawn(const std::vector<std::string>& command, const Pipe& output, const P
 {
     std::vector<std::string> texts = command;
     std::vector<char*> arguments;
+    arguments.reserve(texts.size() + 1);
     for (std::string& text : texts)
         arguments.push_back(text.data());
     arguments.push_back(nullptr);

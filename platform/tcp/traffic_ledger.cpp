@@ -13,39 +13,33 @@ constexpr auto kOrder = std::memory_order_relaxed;
 
 void TrafficCounter::noteOpened()
 {
-    sessions_.fetch_add(1, kOrder);
-    sessionsInAll_.fetch_add(1, kOrder);
-    if (sum_)
-        sum_->noteOpened();
+    note([](Counts& counts) {
+        counts.sessions.fetch_add(1, kOrder);
+        counts.sessionsInAll.fetch_add(1, kOrder);
+    });
 }
 
 void TrafficCounter::noteClosed()
 {
-    sessions_.fetch_sub(1, kOrder);
-    if (sum_)
-        sum_->noteClosed();
+    note([](Counts& counts) { counts.sessions.fetch_sub(1, kOrder); });
 }
 
 void TrafficCounter::noteReceived(std::size_t bytes)
 {
-    bytesReceived_.fetch_add(bytes, kOrder);
-    if (sum_)
-        sum_->noteReceived(bytes);
+    note([bytes](Counts& counts) { counts.bytesReceived.fetch_add(bytes, kOrder); });
 }
 
 void TrafficCounter::noteSent(std::size_t bytes)
 {
-    bytesSent_.fetch_add(bytes, kOrder);
-    if (sum_)
-        sum_->noteSent(bytes);
+    note([bytes](Counts& counts) { counts.bytesSent.fetch_add(bytes, kOrder); });
 }
 
 Traffic TrafficCounter::traffic() const
 {
-    return {.sessions = sessions_.load(kOrder),
-            .sessionsInAll = sessionsInAll_.load(kOrder),
-            .bytesReceived = bytesReceived_.load(kOrder),
-            .bytesSent = bytesSent_.load(kOrder)};
+    return {.sessions = counts_.sessions.load(kOrder),
+            .sessionsInAll = counts_.sessionsInAll.load(kOrder),
+            .bytesReceived = counts_.bytesReceived.load(kOrder),
+            .bytesSent = counts_.bytesSent.load(kOrder)};
 }
 
 std::shared_ptr<TrafficCounter> TrafficLedger::add(std::string name)

@@ -33,11 +33,22 @@ public:
     Traffic traffic() const;
 
 private:
+    struct Counts {
+        std::atomic<std::uint64_t> sessions = 0;
+        std::atomic<std::uint64_t> sessionsInAll = 0;
+        std::atomic<std::uint64_t> bytesReceived = 0;
+        std::atomic<std::uint64_t> bytesSent = 0;
+    };
+
+    template <typename Count> void note(Count count)
+    {
+        count(counts_);
+        if (sum_)
+            count(sum_->counts_);
+    }
+
     const std::shared_ptr<TrafficCounter> sum_;
-    std::atomic<std::uint64_t> sessions_ = 0;
-    std::atomic<std::uint64_t> sessionsInAll_ = 0;
-    std::atomic<std::uint64_t> bytesReceived_ = 0;
-    std::atomic<std::uint64_t> bytesSent_ = 0;
+    Counts counts_;
 };
 
 /// One accepted connection, counted as open while this lives.
