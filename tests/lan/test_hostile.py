@@ -4,7 +4,7 @@ import pytest
 from rig import raw_mdns
 from rig.computer import visible
 from rig.ends import read_exactly, session
-from rig.process import limit
+from rig.process import SLOWDOWN, limit
 from rig.raw_mdns import Speaker
 from test_automatic import appear
 
@@ -67,7 +67,8 @@ def test_ten_thousand_phones_that_appear_at_once_are_256_at_most(
 
     helper.wait_message("256", timeout=20)
     check()
-    assert memory(helper.pid) - before < 64 << 20
+    if SLOWDOWN == 1:  # a sanitizer keeps what was freed
+        assert memory(helper.pid) - before < 64 << 20
     # 256 goodbyes may take all the time that the end has, and no more.
     code, seconds = helper.stop()
     assert code == 0 and seconds < limit(1)

@@ -7,7 +7,7 @@ import pytest
 from rig import raw_mdns
 from rig.computer import visible
 from rig.ends import session
-from rig.process import limit
+from rig.process import SLOWDOWN, limit
 from rig.raw_mdns import Speaker
 from test_automatic import appear
 from test_hostile import memory, standing_session
@@ -130,7 +130,8 @@ def test_ten_thousand_names_beside_the_daemon_leave_a_phone_that_stands_alone(
     time.sleep(15)  # longer than its records live
     check()
     session(computer, found["port"], phone)
-    assert memory(helper.pid) - before < 64 << 20
+    if SLOWDOWN == 1:  # a sanitizer keeps what was freed
+        assert memory(helper.pid) - before < 64 << 20
     assert "Quillbox Office" not in {x["name"] for x in onlooker.events("removed", seen)}
     code, seconds = helper.stop()
     assert code == 0 and seconds < limit(1)
