@@ -25,9 +25,9 @@ std::string quotedForExec(std::string_view argument)
     std::string result = "\"";
     for (const char character : argument) {
         if (std::string_view(R"("`$)").find(character) != std::string_view::npos)
-            result += "\\\\";
+            result += R"(\\)";
         if (character == '\\')
-            result += "\\\\\\";
+            result += R"(\\\)";
         if (character == '%')
             result += '%';
         result += character;
