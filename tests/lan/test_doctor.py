@@ -82,6 +82,13 @@ def replace_file(host, path, text):
 # ---- the way of a phone ----
 
 
+def stand_in(host, script, what):
+    """Runs Python that plays something, until the host ends."""
+    script += "print('ready', flush=True); sys.stdin.read()"
+    playing = host.start([PYTHON, "-c", script], stdin=True)
+    playing.wait_line(lambda line: line.text == "ready", 10, what=what)
+
+
 def test_a_phone_whose_way_is_free(computer, phone):
     phone.announce()
     helper = computer.helper()
@@ -189,10 +196,8 @@ def test_a_vpn_that_takes_all_traffic(bare_computer):
     script = (
         "import fcntl, struct, sys; f = open('/dev/net/tun', 'rb+', 0);"
         "fcntl.ioctl(f, 0x400454ca, struct.pack('16sH', b'tun0', 0x1001));"
-        "print('ready', flush=True); sys.stdin.read()"
     )
-    end = bare_computer.start([PYTHON, "-c", script], stdin=True)
-    end.wait_line(lambda line: line.text == "ready", 10, what="the tunnel")
+    stand_in(bare_computer, script, "the tunnel")
     bare_computer.run("ip", "link", "set", "tun0", "up")
     doctor(bare_computer).expect("vpn", OK, "No VPN")
     bare_computer.run("ip", "route", "add", "default", "dev", "tun0")
@@ -272,10 +277,8 @@ def test_a_bus_that_says_nothing(bare_computer):
     script = (
         "import socket, sys; s = socket.socket(socket.AF_UNIX);"
         "s.bind('/run/dbus/system_bus_socket'); s.listen(64);"
-        "print('ready', flush=True); sys.stdin.read()"
     )
-    bus = bare_computer.start([PYTHON, "-c", script], stdin=True)
-    bus.wait_line(lambda line: line.text == "ready", 10, what="the bus")
+    stand_in(bare_computer, script, "the bus")
     found = doctor(bare_computer, DBUS_SESSION_BUS_ADDRESS="unix:path=/run/dbus/system_bus_socket")
     found.expect("dns-sd", WARN, "does not answer")
     found.expect("firewall", WARN, "Whether firewalld runs could not be found out")

@@ -127,7 +127,8 @@ def test_ten_thousand_names_beside_the_daemon_leave_a_phone_that_stands_alone(
     speaker.say(*raw_mdns.packets(raw_mdns.pointer(x) for x in names))
 
     helper.wait_message("256", timeout=30)
-    time.sleep(15)  # longer than its records live
+    # Nothing is to happen for longer than its records live, which no event could tell.
+    time.sleep(15)
     check()
     session(computer, found["port"], phone)
     if SLOWDOWN == 1:  # a sanitizer keeps what was freed

@@ -172,7 +172,7 @@ def test_a_computer_that_slept_knows_what_happened_meanwhile(
     gone.vanish()
     later.announce("Quillbox Later")
     browser.sendall(b"said in its sleep")
-    time.sleep(10)  # the time is what is tried
+    time.sleep(10)  # so long it sleeps: who is stopped gives no event
     for pid in asleep:
         os.kill(pid, signal.SIGCONT)
 

@@ -212,6 +212,8 @@ class Lan:
     """One network segment: a bridge that floods multicast, and the hosts on it."""
 
     def __init__(self):
+        if os.geteuid() != 0:
+            raise PermissionError("network namespaces need root, or a user namespace: see ./dev test")
         self.folder = tempfile.mkdtemp(prefix="quillbox-lan-")
         self._switch = namespace(SWITCH, "switch")
         self.hosts = []

@@ -60,7 +60,7 @@ class Rate:
             self._free_at = max(self._free_at, time.monotonic() - 0.1) + count / self._rate
             pause = self._free_at - time.monotonic()
         if pause > 0:
-            time.sleep(pause)
+            time.sleep(pause)  # which is what keeps to the rate
 
 
 class FileServer:
