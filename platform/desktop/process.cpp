@@ -1,5 +1,7 @@
 #include "platform/desktop/process.h"
 
+#include "platform/argument_vector.h"
+
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -94,12 +96,7 @@ InheritedLimits prepareProcess()
 
 bool startDetached(const std::vector<std::string>& command, const InheritedLimits& limits)
 {
-    std::vector<std::string> texts = command;
-    std::vector<char*> arguments;
-    arguments.reserve(texts.size() + 1);
-    for (std::string& text : texts)
-        arguments.push_back(text.data());
-    arguments.push_back(nullptr);
+    const ArgumentVector arguments(command);
 
     // Closed without a word when the program runs; else it carries the reason.
     std::array<int, 2> report{-1, -1};

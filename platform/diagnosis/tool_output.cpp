@@ -1,5 +1,6 @@
 #include "platform/diagnosis/tool_output.h"
 
+#include "platform/argument_vector.h"
 #include "platform/desktop/file_descriptor.h"
 
 #include <array>
@@ -39,12 +40,7 @@ Pipe makePipe()
 /// Starts the program; -1 when that fails.
 pid_t spawn(const std::vector<std::string>& command, const Pipe& output, const Pipe& complaints)
 {
-    std::vector<std::string> texts = command;
-    std::vector<char*> arguments;
-    arguments.reserve(texts.size() + 1);
-    for (std::string& text : texts)
-        arguments.push_back(text.data());
-    arguments.push_back(nullptr);
+    const ArgumentVector arguments(command);
     std::string language = "LC_ALL=C";
     std::string path = "PATH=/usr/sbin:/usr/bin:/sbin:/bin";
     const std::array<char*, 3> environment{language.data(), path.data(), nullptr};
@@ -55,8 +51,8 @@ pid_t spawn(const std::vector<std::string>& command, const Pipe& output, const P
     ::posix_spawn_file_actions_adddup2(&actions, output.writing.get(), STDOUT_FILENO);
     ::posix_spawn_file_actions_adddup2(&actions, complaints.writing.get(), STDERR_FILENO);
     pid_t process = -1;
-    const int failure = ::posix_spawn(&process, arguments[0], &actions, nullptr, arguments.data(),
-                                      environment.data());
+    const int failure = ::posix_spawn(&process, arguments.program(), &actions, nullptr,
+                                      arguments.data(), environment.data());
     ::posix_spawn_file_actions_destroy(&actions);
     return failure == 0 ? process : -1;
 }
