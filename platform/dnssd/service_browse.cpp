@@ -137,6 +137,7 @@ void ServiceBrowse::engineEvent(const Event& event)
 void ServiceBrowse::ask()
 {
     forgetSightings();
+    hasLeftOut = false;
     isReplacing = !lastSet.empty();
     id = link.ask(*this, BrowseRequest{0, type});
     if (isReplacing) {
@@ -183,10 +184,7 @@ void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
     const auto seen = std::ranges::count_if(
         services, [](const Service& service) { return !service.sightings.empty(); });
     if (static_cast<std::size_t>(seen) >= kMaximumServices) {
-        if (!std::exchange(hasWarned, true))
-            printToStandardError("There are more than " + std::to_string(kMaximumServices)
-                                 + " services of the type " + type
-                                 + "; those seen later are left out.");
+        leaveOut();
         return;
     }
     Service service;
@@ -207,6 +205,8 @@ void ServiceBrowse::removeSighting(const ServiceLost& gone)
         return;
     services.erase(service);
     setChanged();
+    if (hasLeftOut)
+        askForWhatWasLeftOut();
 }
 
 void ServiceBrowse::endReplacement()
@@ -215,7 +215,37 @@ void ServiceBrowse::endReplacement()
     if (!std::exchange(isReplacing, false))
         return;
     std::erase_if(services, [](const Service& service) { return service.sightings.empty(); });
+    // What was seen again stands before the newcomers, in whatever order the engine told of them.
+    if (services.size() > kMaximumServices) {
+        services.erase(services.begin() + kMaximumServices, services.end());
+        leaveOut();
+    }
     setChanged();
+}
+
+void ServiceBrowse::leaveOut()
+{
+    hasLeftOut = true;
+    if (!std::exchange(hasWarned, true))
+        printToStandardError("There are more than " + std::to_string(kMaximumServices)
+                             + " services of the type " + type
+                             + "; those seen later are left out.");
+}
+
+void ServiceBrowse::askForWhatWasLeftOut()
+{
+    if (std::exchange(isAskingAnew, true))
+        return;
+    queue.asyncAfter(kRoomInterval, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self)
+            return;
+        self->isAskingAnew = false;
+        if (self->id == 0 || !self->hasLeftOut || self->services.size() >= kMaximumServices)
+            return;
+        self->link.end(self->id);
+        self->ask();
+    });
 }
 
 void ServiceBrowse::failed(DnsSdError error)

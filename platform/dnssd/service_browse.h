@@ -22,6 +22,11 @@ inline constexpr std::size_t kMaximumSightings = 64;
 /// The time between two sets: ten a second at the most.
 inline constexpr std::chrono::milliseconds kSetInterval{100};
 
+/// From the moment when a full list has room again to the question for what it left out: an engine
+/// tells of a service once. Long enough that a flood which comes and goes is not answered with one
+/// of questions.
+inline constexpr std::chrono::seconds kRoomInterval{2};
+
 /// Keeps the set of the services of one type. A service is there for as long as some interface and
 /// address family sees it, unless its SRV record has run out: a phone that left without a goodbye
 /// is still named by PTR records for more than an hour.
@@ -64,6 +69,9 @@ private:
     void failed(DnsSdError error);
     void wait(std::error_code error);
 
+    void leaveOut();
+    void askForWhatWasLeftOut();
+
     void setChanged();
     void scheduleFlush(std::chrono::milliseconds delay);
     void flush();
@@ -80,7 +88,9 @@ private:
     /// The browse was asked anew and what it finds is collected: the last set stands meanwhile.
     bool isReplacing = false;
     bool hasFailed = false;
+    bool hasLeftOut = false;
     bool hasWarned = false;
+    bool isAskingAnew = false;
     bool isScheduled = false;
     bool isChanged = false;
     GrowingPause pause{GrowingPause::First::Shortest};

@@ -74,6 +74,23 @@ def test_ten_thousand_phones_that_appear_at_once_are_256_at_most(
     assert code == 0 and seconds < limit(1)
 
 
+def test_a_phone_that_a_flood_left_out_appears_when_the_flood_is_gone(
+    bare_computer, onlooker, phone, service, speaker
+):
+    helper = bare_computer.helper()
+    appear(phone, helper, onlooker)
+    names = [f"Quillbox {number:05}" for number in range(400)]
+    speaker.say(*raw_mdns.packets(raw_mdns.pointer(x) for x in names))
+    helper.wait_message("256", timeout=20)
+    newcomer = service("newcomer")
+    newcomer.announce("Quillbox Newcomer")
+
+    speaker.say(*raw_mdns.packets(raw_mdns.pointer(x, lifetime=0) for x in names))
+
+    theirs = onlooker.wait("resolved", "Quillbox Newcomer", limit(20))
+    standing_session(bare_computer, theirs["port"], newcomer)
+
+
 def test_hostile_names_are_taken_as_they_are_or_not_at_all(
     computer, onlooker, phone, speaker
 ):
@@ -93,13 +110,14 @@ def test_garbled_packets_at_full_rate_do_no_harm(computer, onlooker, phone, serv
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     check = standing_session(computer, found["port"], phone)
+    # The names that come out are more than there is room for: they have to go again.
     seeds = [
         raw_mdns.response(
-            raw_mdns.pointer("Quillbox Garbled"),
+            raw_mdns.pointer("Quillbox Garbled", lifetime=4),
             raw_mdns.service("Quillbox Garbled", "garbled.local", 4445),
             raw_mdns.address("garbled.local", "10.77.0.201"),
         ),
-        *raw_mdns.packets(raw_mdns.pointer(f"Quillbox {x}") for x in range(20)),
+        *raw_mdns.packets(raw_mdns.pointer(f"Quillbox {x}", lifetime=4) for x in range(20)),
         b"\0\0\0\0\0\1\0\0\0\0\0\0" + raw_mdns.dotted("_smb._tcp.local") + b"\0\x0c\0\1",
     ]
 

@@ -244,6 +244,80 @@ TEST_F(ServiceBrowseTest, givesAFreedPlaceToWhatIsSeenNext)
     EXPECT_EQ(engine.standing<LocationRequest>().size(), kMaximumServices);
 }
 
+TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
+{
+    up();
+    testing::internal::CaptureStderr();
+    for (std::size_t i = 0; i < kMaximumServices; ++i)
+        emit(found("Service " + std::to_string(i)));
+    emit(found("Left out"));
+    dispatch.advance(1s);
+    const AskId first = id();
+    emit(lost("Service 7"));
+    emit(lost("Service 9"));
+    dispatch.advance(kRoomInterval - 1ms);
+    ASSERT_EQ(id(), first);
+    const std::size_t deliveries = browsed.count();
+    dispatch.advance(1ms);
+    ASSERT_NE(id(), first);
+
+    // An engine tells in no special order.
+    emit(found("Left out"));
+    for (std::size_t i = kMaximumServices; i-- > 0;) {
+        if (i != 7 && i != 9)
+            emit(found("Service " + std::to_string(i)));
+    }
+    EXPECT_EQ(browsed.count(), deliveries) << "the last set stands meanwhile";
+    emit(Settled{id()});
+    dispatch.advance(1s);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(names().size(), kMaximumServices - 1);
+    EXPECT_EQ(names().front(), "Service 0");
+    EXPECT_EQ(names().back(), "Left out");
+    const AskId second = id();
+    emit(lost("Service 0"));
+    dispatch.advance(10 * kRoomInterval);
+    EXPECT_EQ(id(), second) << "nothing is left out any more";
+}
+
+TEST_F(ServiceBrowseTest, keepsWhatWasListedBeforeWhateverAnEngineTellsFirst)
+{
+    testing::internal::CaptureStderr();
+    up();
+    for (std::size_t i = 0; i < kMaximumServices; ++i)
+        emit(found("Service " + std::to_string(i)));
+    dispatch.advance(1s);
+    const auto before = names();
+    down();
+    up();
+    for (int i = 0; i < 100; ++i)
+        emit(found("Stranger " + std::to_string(i)));
+    for (const auto& name : before)
+        emit(found(name));
+    emit(Settled{id()});
+    dispatch.advance(1s);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(names(), before);
+    const AskId asked = id();
+    emit(lost("Service 3"));
+    dispatch.advance(kRoomInterval);
+    EXPECT_NE(id(), asked) << "the strangers were left out";
+}
+
+TEST_F(ServiceBrowseTest, asksNoMoreForWhatWasLeftOutWhenThePlaceIsTaken)
+{
+    up();
+    testing::internal::CaptureStderr();
+    for (std::size_t i = 0; i <= kMaximumServices; ++i)
+        emit(found("Service " + std::to_string(i)));
+    const AskId asked = id();
+    emit(lost("Service 7"));
+    emit(found("Newcomer"));
+    dispatch.advance(10 * kRoomInterval);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(id(), asked);
+}
+
 TEST_F(ServiceBrowseTest, deliversAtMostTenSetsASecondOfAServiceThatFlaps)
 {
     up();
