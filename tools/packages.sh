@@ -37,7 +37,7 @@ missing_commands() {
     for list in "$@"; do
         case $list in
             build) set -- g++ cmake ninja pkg-config ;;
-            test) set -- unshare nsenter ip dbus-daemon avahi-daemon avahi-browse smbd smbclient ;;
+            test) set -- unshare nsenter ip dbus-daemon avahi-daemon avahi-browse smbd smbclient smbtorture ;;
             bench) set -- haproxy nginx socat Xvfb openbox ;;
             package) set -- dh lintian xz ;;
             lint) set -- clang-format clang-tidy cppcheck shellcheck ;;

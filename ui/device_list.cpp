@@ -91,7 +91,7 @@ bool hasSuccessor(const UsedButton& used, const std::vector<const DiscoveredDevi
     const std::string name = identifierOf(*used.button).toByteArray().toStdString();
     return std::ranges::count_if(managements,
                                  [&name](const DiscoveredDevice* management) {
-                                     return management && management->name == name;
+                                     return management != nullptr && management->name == name;
                                  })
            > used.place;
 }

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/file_descriptor.h"
+#include "platform/posix/file_descriptor.h"
 #include "platform/running_applications.h"
 
 #include <QObject>

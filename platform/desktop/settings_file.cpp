@@ -1,6 +1,6 @@
 #include "platform/desktop/settings_file.h"
 
-#include "platform/desktop/file_descriptor.h"
+#include "platform/posix/file_descriptor.h"
 #include "platform/standard_error.h"
 
 #include <QByteArray>

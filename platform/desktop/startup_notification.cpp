@@ -1,6 +1,6 @@
 #include "platform/desktop/startup_notification.h"
 
-#include "platform/desktop/x11.h"
+#include "platform/x11/x11.h"
 
 #include <QtGlobal>
 #include <algorithm>

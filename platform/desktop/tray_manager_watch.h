@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/x11.h"
+#include "platform/x11/x11.h"
 
 #include <QSocketNotifier>
 #include <cstdint>

@@ -1,7 +1,7 @@
 #include "platform/desktop/x11_presence.h"
 
 #include "platform/desktop/startup_notification.h"
-#include "platform/desktop/x11.h"
+#include "platform/x11/x11.h"
 
 #include <algorithm>
 #include <array>

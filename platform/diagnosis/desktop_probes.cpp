@@ -1,6 +1,6 @@
 #include "platform/diagnosis/desktop_probes.h"
 
-#include "platform/desktop/x11.h"
+#include "platform/x11/x11.h"
 
 #include <algorithm>
 #include <array>

@@ -1,6 +1,6 @@
 #include "platform/diagnosis/kernel_tables.h"
 
-#include "platform/desktop/file_descriptor.h"
+#include "platform/posix/file_descriptor.h"
 
 #include <array>
 #include <chrono>

@@ -1,7 +1,7 @@
 #include "platform/diagnosis/multicast_probe.h"
 
-#include "platform/desktop/file_descriptor.h"
 #include "platform/diagnosis/mdns_message.h"
+#include "platform/posix/file_descriptor.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 #include "platform/diagnosis/tool_output.h"
 
 #include "platform/argument_vector.h"
-#include "platform/desktop/file_descriptor.h"
+#include "platform/posix/file_descriptor.h"
 
 #include <array>
 #include <cerrno>

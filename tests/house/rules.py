@@ -13,12 +13,10 @@ ARROWS = {
     "platform/netlink": {"platform", "platform/dispatch"},
     "platform/dnssd": {"platform"},
     "platform/tcp": {"platform", "platform/dispatch", "platform/dnssd/dns_sd.h"},
-    "platform/desktop": {"platform"},
-    "platform/diagnosis": {
-        "platform",
-        "platform/desktop/file_descriptor.h",
-        "platform/desktop/x11.h",
-    },
+    "platform/posix": {"platform"},
+    "platform/x11": {"platform"},
+    "platform/desktop": {"platform", "platform/posix", "platform/x11"},
+    "platform/diagnosis": {"platform", "platform/posix", "platform/x11"},
     "platform/linux": {
         "platform",
         "platform/desktop",
@@ -80,7 +78,9 @@ OUTSIDE = {
         "platform/dnssd",
         "platform/linux",
         "platform/netlink",
+        "platform/posix",
         "platform/tcp",
+        "platform/x11",
         # An address in numbers comes from getnameinfo, which is as good as standard.
         "discovery/management_resolver.cpp",
         "discovery/management_url.cpp",

@@ -353,6 +353,25 @@ def test_both_directions_at_full_rate_for_two_minutes_lose_nothing(ends):
 
 
 @pytest.mark.long
+def test_readers_that_stall_for_ten_minutes_get_everything_all_the_same(ends):
+    whole = BLOB * 8  # more than all that is on the way has room for
+    stalled = [in_order(ends.pair(), way) for way in WAYS]
+    for writer, _ in stalled:
+        writer.settimeout(limit(900))
+    sending = [ends.at_once(send_and_end, writer, whole) for writer, _ in stalled]
+
+    time.sleep(600)  # the test is the time
+    assert not any(x.done() for x in sending)
+    ends.check()
+
+    for (_, reader), each in zip(stalled, sending):
+        assert read_to_end(reader) == whole
+        reader.close()
+        each.result(limit(10))
+    ends.check()
+
+
+@pytest.mark.long
 @pytest.mark.parametrize("way", WAYS)
 def test_a_hundred_gigabytes_of_zeros_pass(ends, way):
     writer, reader = in_order(ends.pair(), way)

@@ -48,7 +48,7 @@ protected:
         for (;;) {
             pressTab(window(), backwards);
             const QWidget* focused = window().focusWidget();
-            if (!focused || !seen.insert(focused).second)
+            if (focused == nullptr || !seen.insert(focused).second)
                 return names;
             names.push_back(nameOf(*focused));
         }

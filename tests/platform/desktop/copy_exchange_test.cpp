@@ -338,6 +338,8 @@ TEST_F(CopyExchange, theEndOfTheOtherProcessIsNoticed)
     const pid_t child = ::fork();
     if (child == 0) {
         const FileDescriptor listening = listenAt(folder.get(), "child.socket");
+        if (!listening.isOpen())
+            ::_exit(1);
         [[maybe_unused]] const auto told = ::write(ready[1], "x", 1);
         ::pause();
         ::_exit(0);

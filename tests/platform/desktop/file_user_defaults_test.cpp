@@ -211,10 +211,10 @@ TEST_F(FileUserDefaultsTest, whatIsNotWrittenYetIsWrittenAtTheEnd)
 
 TEST_F(FileUserDefaultsTest, aDamagedFileIsReadAsEmptyAndLeftAloneUntilTheFirstWrite)
 {
-    const QByteArray huge = "{\"a\": \"" + QByteArray(1024 * 1024, 'x') + "\"}";
+    const QByteArray huge = R"({"a": ")" + QByteArray(1'048'576, 'x') + R"("})";
     for (const QByteArray& damaged :
-         {QByteArray("{\"host\": \"h\""), QByteArray("[1]"), QByteArray("\"text\""), QByteArray(),
-          QByteArray("{\"host\": \"h\"} more"), QByteArray("{\"host\": \"\xff\"}"), huge}) {
+         {QByteArray(R"({"host": "h")"), QByteArray("[1]"), QByteArray(R"("text")"), QByteArray(),
+          QByteArray(R"({"host": "h"} more)"), QByteArray("{\"host\": \"\xff\"}"), huge}) {
         write(damaged);
         const std::string said = open();
         EXPECT_THAT(said, HasSubstr("quillbox-helper: the settings in "));
@@ -314,9 +314,9 @@ TEST_F(FileUserDefaultsTest, whenTheDiskIsFullTheOldFileStaysWhole)
     rlimit before{};
     ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &before), 0);
     rlimit small = before;
-    small.rlim_cur = 64 * 1024;
+    small.rlim_cur = 65'536;
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &small), 0);
-    store->setString("host", std::string(200 * 1024, 'x'));
+    store->setString("host", std::string(200'000, 'x'));
     const std::string said = settle();
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &before), 0);
     std::signal(SIGXFSZ, SIG_DFL);

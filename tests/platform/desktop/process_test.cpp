@@ -121,8 +121,8 @@ TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
 TEST_F(Process, startsProgramsThatAreNobodysChildAndReadNothing)
 {
     const std::string output =
-        outputOf({"sh", "-c", "{ read -r line; echo \"read $?\"; ps -o sid= -p $$; } > \"$1\"",
-                  "sh", pipe.path()},
+        outputOf({"sh", "-c", R"({ read -r line; echo "read $?"; ps -o sid= -p $$; } > "$1")", "sh",
+                  pipe.path()},
                  {});
     EXPECT_THAT(output, HasSubstr("read 1\n"));
     EXPECT_THAT(output, Not(HasSubstr(std::to_string(::getsid(0)) + "\n")));

@@ -4,6 +4,7 @@
 #include <QEventLoop>
 #include <QTimer>
 #include <array>
+#include <ranges>
 #include <utility>
 
 #include <fcntl.h>
@@ -40,11 +41,11 @@ void Environment::set(const char* name, const QByteArray& value)
 
 Environment::~Environment()
 {
-    for (auto entry = saved.rbegin(); entry != saved.rend(); ++entry) {
-        if (entry->wasSet)
-            qputenv(entry->name.constData(), entry->value);
+    for (const auto& entry : saved | std::views::reverse) {
+        if (entry.wasSet)
+            qputenv(entry.name.constData(), entry.value);
         else
-            qunsetenv(entry->name.constData());
+            qunsetenv(entry.name.constData());
     }
 }
 

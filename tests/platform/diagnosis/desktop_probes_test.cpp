@@ -1,11 +1,11 @@
 #include "platform/diagnosis/desktop_probes.h"
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 namespace quillbox::diagnosis {
 
@@ -14,6 +14,10 @@ namespace {
 namespace fs = std::filesystem;
 
 class DesktopProbes : public ::testing::Test {
+public:
+    DesktopProbes(const DesktopProbes&) = delete;
+    DesktopProbes& operator=(const DesktopProbes&) = delete;
+
 protected:
     DesktopProbes()
     {
@@ -21,8 +25,6 @@ protected:
         folder = ::mkdtemp(pattern.data());
     }
     ~DesktopProbes() override { fs::remove_all(folder); }
-    DesktopProbes(const DesktopProbes&) = delete;
-    DesktopProbes& operator=(const DesktopProbes&) = delete;
 
     void make(const std::string& path)
     {

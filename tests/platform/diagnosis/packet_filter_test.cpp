@@ -36,6 +36,11 @@ std::string port(const std::string& right, const std::string& protocol = "udp",
 const std::string kDrop = R"({"drop": null})";
 const std::string kAccept = R"({"accept": null})";
 
+std::string dropping(const std::string& match)
+{
+    return rule(match + ',' + kDrop);
+}
+
 FirewallFacts read(const std::string& entries)
 {
     FirewallFacts facts;
@@ -85,14 +90,11 @@ TEST(PacketFilter, aRuleThatNamesThePortIsKnown)
 {
     for (const char* right : {"5353", R"({"set": [137, 5353]})", R"({"range": [5000, 6000]})",
                               R"({"set": [{"range": [5353, 5354]}]})"})
-        EXPECT_TRUE(read(base("input") + ',' + rule(port(right) + ',' + kDrop)).dropsMulticastDns)
-            << right;
-    EXPECT_TRUE(
-        read(base("input") + ',' + rule(port("5353", "th") + ',' + kDrop)).dropsMulticastDns);
+        EXPECT_TRUE(read(base("input") + ',' + dropping(port(right))).dropsMulticastDns) << right;
+    EXPECT_TRUE(read(base("input") + ',' + dropping(port("5353", "th"))).dropsMulticastDns);
     for (const auto& match : {port("5354"), port("5353", "tcp"), port("5353", "udp", "sport"),
                               port(R"({"range": [1, 1024]})")})
-        EXPECT_FALSE(read(base("input") + ',' + rule(match + ',' + kDrop)).dropsMulticastDns)
-            << match;
+        EXPECT_FALSE(read(base("input") + ',' + dropping(match)).dropsMulticastDns) << match;
     EXPECT_FALSE(read(base("input") + ',' + rule(port("5353") + ',' + kAccept)).dropsMulticastDns);
 }
 

@@ -1,4 +1,4 @@
-#include "platform/desktop/x11.h"
+#include "platform/x11/x11.h"
 
 #include <chrono>
 
