@@ -326,7 +326,7 @@ TEST_F(FileUserDefaultsTest, whenTheDiskIsFullTheOldFileStaysWhole)
 
     store->setString("user", "me");
     EXPECT_THAT(settle(), IsEmpty());
-    EXPECT_EQ(object().value(QStringLiteral("host")).toString().size(), 200 * 1024);
+    EXPECT_EQ(object().value(QStringLiteral("host")).toString().size(), 200'000);
 }
 
 TEST_F(FileUserDefaultsTest, aSymbolicLinkStaysOne)

@@ -4,7 +4,6 @@
 #include <QEventLoop>
 #include <QTimer>
 #include <array>
-#include <ranges>
 #include <utility>
 
 #include <fcntl.h>
@@ -41,7 +40,8 @@ void Environment::set(const char* name, const QByteArray& value)
 
 Environment::~Environment()
 {
-    for (const auto& entry : saved | std::views::reverse) {
+    for (; !saved.empty(); saved.pop_back()) {
+        const auto& entry = saved.back();
         if (entry.wasSet)
             qputenv(entry.name.constData(), entry.value);
         else
