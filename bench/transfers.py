@@ -25,8 +25,12 @@ THROUGHPUT_WHY = (
     "the relay's time and carries as much, and so does waking it for more at once (SO_RCVLOWAT)."
 )
 ROUND_TRIPS_WHY = (
-    "not found yet. A message takes three system calls (strace -c), as few as there can be, and "
-    "less processor time than HAProxy takes for it; 8 streams were not profiled."
+    "the scheduler decides, and each run settles for one place: pinned to a processor of their own "
+    "(sched_setaffinity; 8 streams, 128 B) we take 113 µs, HAProxy 120 and nginx 96; where a relay "
+    "shares one with the client or the phone, we take 193, HAProxy 184 to 194, nginx 171 to 184. A "
+    "message takes the same system calls through all (strace -c), and a trip 15.1 µs of our "
+    "processor time, 15.7 of HAProxy's, 14.2 of nginx's: by perf an eighth of ours goes into our "
+    "own code, closures and the locks of two queues."
 )
 SESSIONS_WHY = (
     "by perf we spend 7 % more time in the kernel than HAProxy does, and 60 % more outside of it: "
