@@ -20,7 +20,7 @@ Chunk::~Chunk()
 std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted)
 {
     const auto modest = std::max(minimum, std::min(wanted, kSmallSize));
-    auto size = lent() + wanted > kBudget ? modest : std::max(minimum, wanted);
+    auto size = std::max(minimum, std::min(wanted, most(wanted)));
     auto buffer = take(size);
     if (!buffer) {
         // Where there is no memory for a large buffer there may be enough for a small one.
@@ -31,6 +31,15 @@ std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted
     if (!buffer)
         throw std::bad_alloc();
     return std::make_unique<Chunk>(shared_from_this(), std::move(buffer), size);
+}
+
+/// How large a chunk may be.
+std::size_t ChunkPool::most(std::size_t wanted) const
+{
+    const auto out = lent();
+    if (out + wanted <= kCached)
+        return wanted;
+    return out + std::min(wanted, kMiddleSize) <= kBudget ? kMiddleSize : kSmallSize;
 }
 
 /// A buffer of at least `size` bytes, which becomes its real size; none when there is no memory.

@@ -43,17 +43,23 @@ private:
 /// Lends buffers to received chunks while they are in flight.
 ///
 /// A few buffers of each size are kept for the next chunk, so that a fast transfer does not make
-/// the system map and clear a fresh one each time. While more than a budget is out, chunks are
-/// small: thousands of stalled connections do not hold a big one each. Thread-safe.
+/// the system map and clear a fresh one each time. The more is out, the smaller are chunks: many
+/// transfers do not drive each other out of the processor's cache, and thousands of stalled
+/// connections do not hold a big one each. Thread-safe.
 class ChunkPool final : public std::enable_shared_from_this<ChunkPool> {
 public:
     /// The size that every connection can count on.
     static constexpr std::size_t kSmallSize = 16UL * 1024;
 
+    /// What may be out in chunks of any size. A few transfers carry 1.5 times as much in whole
+    /// megabytes as in chunks of the middle size; thirty carry 1.4 times as much in those.
+    static constexpr std::size_t kCached = 4UL * 1024 * 1024;
+    static constexpr std::size_t kMiddleSize = 64UL * 1024;
+
     /// What may be out before chunks get small.
     static constexpr std::size_t kBudget = 64UL * 1024 * 1024;
 
-    /// A buffer for `wanted` bytes, or for fewer when the budget is spent or memory is short, but
+    /// A buffer for `wanted` bytes, or for fewer when much is out or memory is short, but
     /// always for `minimum`. Throws where there is not even memory for a small one. Neither is more
     /// than `kMaximumContentSize`. It may be larger than asked for.
     std::unique_ptr<Chunk> borrow(std::size_t minimum, std::size_t wanted);
@@ -73,13 +79,14 @@ private:
         std::vector<std::unique_ptr<std::byte[]>> free;
     };
 
+    std::size_t most(std::size_t wanted) const;
     std::unique_ptr<std::byte[]> take(std::size_t& size);
     void dropKept();
     Shelf& shelfFor(std::size_t size);
     void giveBack(std::unique_ptr<std::byte[]> buffer, std::size_t size);
 
     mutable std::mutex mutex_;
-    std::array<Shelf, 4> shelves_{Shelf{kSmallSize, 32, {}}, Shelf{64UL * 1024, 16, {}},
+    std::array<Shelf, 4> shelves_{Shelf{kSmallSize, 32, {}}, Shelf{kMiddleSize, 16, {}},
                                   Shelf{256UL * 1024, 8, {}}, Shelf{1024UL * 1024, 4, {}}};
     std::size_t lent_ = 0;
 };

@@ -61,6 +61,20 @@ TEST(ChunkPool, keepsOnlyAFew)
     EXPECT_LE(pool->kept(), 8U * 1024 * 1024);
 }
 
+TEST(ChunkPool, lendsLargeBuffersToAFewAndMiddlingOnesToMany)
+{
+    const auto pool = std::make_shared<ChunkPool>();
+    std::vector<std::unique_ptr<Chunk>> chunks;
+    for (std::size_t out = 0; out < ChunkPool::kCached; out += kMaximumContentSize) {
+        chunks.push_back(pool->borrow(1, kMaximumContentSize));
+        EXPECT_EQ(chunks.back()->room().size(), kMaximumContentSize);
+    }
+    EXPECT_EQ(pool->borrow(1, kMaximumContentSize)->room().size(), ChunkPool::kMiddleSize);
+    EXPECT_EQ(pool->borrow(1, 100)->room().size(), ChunkPool::kSmallSize);
+    chunks.pop_back();
+    EXPECT_EQ(pool->borrow(1, kMaximumContentSize)->room().size(), kMaximumContentSize);
+}
+
 TEST(ChunkPool, lendsSmallBuffersOnceTheBudgetIsSpent)
 {
     const auto pool = std::make_shared<ChunkPool>();
