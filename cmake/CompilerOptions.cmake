@@ -60,3 +60,20 @@ function(quillbox_library name)
         PUBLIC quillbox::options ${ARG_PUBLIC}
         PRIVATE ${ARG_PRIVATE})
 endfunction()
+
+# For folders of many files: reading the library's headers is most of the time of compiling one.
+function(quillbox_precompile target)
+    target_precompile_headers(
+        ${target}
+        PRIVATE
+        <algorithm>
+        <chrono>
+        <functional>
+        <memory>
+        <mutex>
+        <optional>
+        <string>
+        <utility>
+        <variant>
+        <vector>)
+endfunction()
