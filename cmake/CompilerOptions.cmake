@@ -61,7 +61,7 @@ function(quillbox_library name)
         PRIVATE ${ARG_PRIVATE})
 endfunction()
 
-# For folders of many files: reading the library's headers is most of the time of compiling one.
+# For folders of many files: reading the standard library's headers is most of the time of compiling one.
 function(quillbox_precompile target)
     target_precompile_headers(
         ${target}

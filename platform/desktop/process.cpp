@@ -1,6 +1,6 @@
 #include "platform/desktop/process.h"
 
-#include "platform/argument_vector.h"
+#include "platform/posix/argument_vector.h"
 
 #include <array>
 #include <cerrno>

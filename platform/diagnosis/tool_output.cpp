@@ -1,6 +1,6 @@
 #include "platform/diagnosis/tool_output.h"
 
-#include "platform/argument_vector.h"
+#include "platform/posix/argument_vector.h"
 #include "platform/posix/file_descriptor.h"
 
 #include <array>
