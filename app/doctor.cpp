@@ -31,11 +31,6 @@ const char* wordOf(Finding::Result result)
     return "FAIL";
 }
 
-std::string shown(const std::string& text)
-{
-    return shownText(text).toStdString();
-}
-
 /// As wide as the longest one, with the space behind it.
 std::string columnOf(Finding::Result result)
 {
@@ -86,9 +81,9 @@ std::string plainText(const std::vector<Finding>& findings)
 {
     std::string text;
     for (const Finding& finding : findings) {
-        text += columnOf(finding.result) + shown(finding.check + ": " + finding.text) + '\n';
+        text += columnOf(finding.result) + shownUtf8(finding.check + ": " + finding.text) + '\n';
         if (!finding.advice.empty())
-            text += kIndent + shown(finding.advice) + '\n';
+            text += kIndent + shownUtf8(finding.advice) + '\n';
     }
     return text;
 }

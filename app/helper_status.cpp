@@ -11,23 +11,23 @@ namespace quillbox {
 
 namespace {
 
-constexpr int kVersion = 1;
+constexpr int kStatusVersion = 1;
 
-constexpr const char* kVersionKey = "version";
-constexpr const char* kReady = "ready";
-constexpr const char* kText = "status";
-constexpr const char* kShowInFinder = "showInFinder";
-constexpr const char* kAutomaticDiscovery = "automaticDiscovery";
-constexpr const char* kPhones = "phones";
-constexpr const char* kRelays = "relays";
-constexpr const char* kName = "name";
-constexpr const char* kFiles = "files";
-constexpr const char* kWebManagement = "webManagement";
-constexpr const char* kTarget = "target";
-constexpr const char* kSessions = "sessions";
-constexpr const char* kSessionsInAll = "sessionsInAll";
-constexpr const char* kBytesToPhone = "bytesToPhone";
-constexpr const char* kBytesFromPhone = "bytesFromPhone";
+constexpr const char* kVersionField = "version";
+constexpr const char* kReadyField = "ready";
+constexpr const char* kTextField = "status";
+constexpr const char* kShowInFinderField = "showInFinder";
+constexpr const char* kAutomaticDiscoveryField = "automaticDiscovery";
+constexpr const char* kPhonesField = "phones";
+constexpr const char* kRelaysField = "relays";
+constexpr const char* kNameField = "name";
+constexpr const char* kFilesField = "files";
+constexpr const char* kWebManagementField = "webManagement";
+constexpr const char* kTargetField = "target";
+constexpr const char* kSessionsField = "sessions";
+constexpr const char* kSessionsInAllField = "sessionsInAll";
+constexpr const char* kBytesToPhoneField = "bytesToPhone";
+constexpr const char* kBytesFromPhoneField = "bytesFromPhone";
 
 void set(QJsonObject& object, const char* key, const QJsonValue& value)
 {
@@ -41,31 +41,32 @@ void setNumber(QJsonObject& object, const char* key, std::uint64_t number)
 
 void setTraffic(QJsonObject& object, const Traffic& traffic)
 {
-    setNumber(object, kSessions, traffic.sessions);
-    setNumber(object, kSessionsInAll, traffic.sessionsInAll);
-    setNumber(object, kBytesToPhone, traffic.bytesReceived);
-    setNumber(object, kBytesFromPhone, traffic.bytesSent);
+    setNumber(object, kSessionsField, traffic.sessions);
+    setNumber(object, kSessionsInAllField, traffic.sessionsInAll);
+    setNumber(object, kBytesToPhoneField, traffic.bytesReceived);
+    setNumber(object, kBytesFromPhoneField, traffic.bytesSent);
 }
 
 Traffic trafficIn(StrictObject& object)
 {
-    return {.sessions = object.number(kSessions),
-            .sessionsInAll = object.number(kSessionsInAll),
-            .bytesReceived = object.number(kBytesToPhone),
-            .bytesSent = object.number(kBytesFromPhone)};
+    return {.sessions = object.number(kSessionsField),
+            .sessionsInAll = object.number(kSessionsInAllField),
+            .bytesReceived = object.number(kBytesToPhoneField),
+            .bytesSent = object.number(kBytesFromPhoneField)};
 }
 
 PhoneStatus phoneIn(StrictObject& object)
 {
-    return {.name = object.text(kName),
-            .hasFiles = object.truth(kFiles),
-            .hasWebManagement = object.truth(kWebManagement)};
+    return {.name = object.text(kNameField),
+            .hasFiles = object.truth(kFilesField),
+            .hasWebManagement = object.truth(kWebManagementField)};
 }
 
 RelayStatus relayIn(StrictObject& object)
 {
-    return {
-        .name = object.text(kName), .target = object.text(kTarget), .traffic = trafficIn(object)};
+    return {.name = object.text(kNameField),
+            .target = object.text(kTargetField),
+            .traffic = trafficIn(object)};
 }
 
 /// The entries of a list, each read by `read`.
@@ -82,11 +83,6 @@ std::vector<Entry> entriesIn(StrictObject& object, const char* key, Entry (*read
     return entries;
 }
 
-std::string shown(const std::string& text)
-{
-    return shownText(text).toStdString();
-}
-
 std::string capabilitiesOf(const PhoneStatus& phone)
 {
     if (phone.hasFiles && phone.hasWebManagement)
@@ -96,7 +92,7 @@ std::string capabilitiesOf(const PhoneStatus& phone)
 
 std::string plainTextOf(const PhoneStatus& phone)
 {
-    return "  " + shown(phone.name) + "\n    " + capabilitiesOf(phone) + '\n';
+    return "  " + shownUtf8(phone.name) + "\n    " + capabilitiesOf(phone) + '\n';
 }
 
 std::string plainTextOf(const Traffic& traffic)
@@ -109,7 +105,7 @@ std::string plainTextOf(const Traffic& traffic)
 
 std::string plainTextOf(const RelayStatus& relay)
 {
-    return "  " + shown(relay.name) + "\n    target: " + shown(relay.target) + '\n'
+    return "  " + shownUtf8(relay.name) + "\n    target: " + shownUtf8(relay.target) + '\n'
            + plainTextOf(relay.traffic);
 }
 
@@ -118,29 +114,29 @@ std::string plainTextOf(const RelayStatus& relay)
 QJsonObject jsonOf(const HelperStatus& status)
 {
     QJsonObject object;
-    set(object, kVersionKey, kVersion);
-    set(object, kReady, status.isReady);
-    set(object, kText, jsonString(status.text));
-    set(object, kShowInFinder, status.isShownInFinder);
-    set(object, kAutomaticDiscovery, status.isAutomatic);
+    set(object, kVersionField, kStatusVersion);
+    set(object, kReadyField, status.isReady);
+    set(object, kTextField, jsonString(status.text));
+    set(object, kShowInFinderField, status.isShownInFinder);
+    set(object, kAutomaticDiscoveryField, status.isAutomatic);
     QJsonArray phones;
     for (const PhoneStatus& phone : status.phones) {
         QJsonObject entry;
-        set(entry, kName, jsonString(phone.name));
-        set(entry, kFiles, phone.hasFiles);
-        set(entry, kWebManagement, phone.hasWebManagement);
+        set(entry, kNameField, jsonString(phone.name));
+        set(entry, kFilesField, phone.hasFiles);
+        set(entry, kWebManagementField, phone.hasWebManagement);
         phones.append(entry);
     }
-    set(object, kPhones, phones);
+    set(object, kPhonesField, phones);
     QJsonArray relays;
     for (const RelayStatus& relay : status.relays) {
         QJsonObject entry;
-        set(entry, kName, jsonString(relay.name));
-        set(entry, kTarget, jsonString(relay.target));
+        set(entry, kNameField, jsonString(relay.name));
+        set(entry, kTargetField, jsonString(relay.target));
         setTraffic(entry, relay.traffic);
         relays.append(entry);
     }
-    set(object, kRelays, relays);
+    set(object, kRelaysField, relays);
     setTraffic(object, status.total);
     return object;
 }
@@ -148,14 +144,14 @@ QJsonObject jsonOf(const HelperStatus& status)
 std::optional<HelperStatus> helperStatusIn(const QJsonObject& object)
 {
     StrictObject strict(object);
-    if (strict.number(kVersionKey) != kVersion)
+    if (strict.number(kVersionField) != kStatusVersion)
         return std::nullopt;
-    HelperStatus status{.isReady = strict.truth(kReady),
-                        .text = strict.text(kText),
-                        .isShownInFinder = strict.truth(kShowInFinder),
-                        .isAutomatic = strict.truth(kAutomaticDiscovery),
-                        .phones = entriesIn(strict, kPhones, phoneIn),
-                        .relays = entriesIn(strict, kRelays, relayIn),
+    HelperStatus status{.isReady = strict.truth(kReadyField),
+                        .text = strict.text(kTextField),
+                        .isShownInFinder = strict.truth(kShowInFinderField),
+                        .isAutomatic = strict.truth(kAutomaticDiscoveryField),
+                        .phones = entriesIn(strict, kPhonesField, phoneIn),
+                        .relays = entriesIn(strict, kRelaysField, relayIn),
                         .total = trafficIn(strict)};
     if (!strict.isSound())
         return std::nullopt;
@@ -169,8 +165,8 @@ std::string jsonText(const HelperStatus& status)
 
 std::string plainText(const HelperStatus& status)
 {
-    std::string text =
-        std::string("Status: ") + (status.isReady ? "ready: " : "not ready: ") + shown(status.text);
+    std::string text = std::string("Status: ") + (status.isReady ? "ready: " : "not ready: ")
+                       + shownUtf8(status.text);
     text += std::string("\nShow in Finder: ") + (status.isShownInFinder ? "on" : "off");
     text += std::string("\nAutomatic discovery: ") + (status.isAutomatic ? "on" : "off");
     text += "\nPhones: " + std::to_string(status.phones.size()) + '\n';

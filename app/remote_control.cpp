@@ -18,11 +18,6 @@ constexpr std::chrono::milliseconds kManageLimit{10'000};
 /// An orderly end takes less than a second.
 constexpr std::chrono::milliseconds kEndLimit{5000};
 
-std::string shown(const std::string& text)
-{
-    return shownText(text).toStdString();
-}
-
 CommandResult complaint(int exitStatus, const std::string& text)
 {
     return {.exitStatus = exitStatus, .output = {}, .complaints = {"quillbox-helper: " + text}};
@@ -34,14 +29,14 @@ void list(CommandResult& result, const std::vector<std::string>& phones)
         return;
     result.complaints.emplace_back("The phones are:");
     for (const std::string& name : phones)
-        result.complaints.push_back("  " + shown(name));
+        result.complaints.push_back("  " + shownUtf8(name));
 }
 
 CommandResult unknownPhone(const ControlRequest& request, const ControlAnswer& answer)
 {
     auto result =
         complaint(exit_status::kUnknownPhone,
-                  "there is no phone named \"" + shown(request.phone.value_or("")) + "\"");
+                  "there is no phone named \"" + shownUtf8(request.phone.value_or("")) + "\"");
     if (answer.phones.empty())
         result.complaints.emplace_back("No phone is there at present.");
     list(result, answer.phones);
@@ -91,11 +86,11 @@ CommandResult control(RunningApplication* copy, const ControlRequest& request, S
     case ControlOutcome::UnknownPhone:
         return unknownPhone(request, *answer);
     case ControlOutcome::NotUnderstood:
-        return complaint(exit_status::kNoAnswer, shown(answer->text));
+        return complaint(exit_status::kNoAnswer, shownUtf8(answer->text));
     case ControlOutcome::Refused:
         break;
     }
-    auto result = complaint(exit_status::kRefused, shown(answer->text));
+    auto result = complaint(exit_status::kRefused, shownUtf8(answer->text));
     list(result, answer->phones);
     return result;
 }

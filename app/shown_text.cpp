@@ -205,4 +205,9 @@ QString shownText(std::string_view text)
     return QString::fromStdU32String(result);
 }
 
+std::string shownUtf8(std::string_view text)
+{
+    return shownText(text).toStdString();
+}
+
 } // namespace quillbox

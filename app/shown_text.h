@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <string>
 #include <string_view>
 
 namespace quillbox {
@@ -15,5 +16,8 @@ namespace quillbox {
 /// scripts that need them, and variation selectors behind what they vary. Everything else is shown
 /// verbatim.
 QString shownText(std::string_view text);
+
+/// The same as UTF-8, for a terminal.
+std::string shownUtf8(std::string_view text);
 
 } // namespace quillbox

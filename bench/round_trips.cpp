@@ -19,7 +19,7 @@ namespace {
 /// The first ones of a stream find caches and windows cold; they do not count.
 constexpr std::size_t kWarmUp = 50;
 
-struct Shared {
+struct RoundTripContext {
     Poller poller;
     std::vector<std::byte> buffer;
     Histogram times;
@@ -27,7 +27,7 @@ struct Shared {
 
 class Asker final : public Poller::Watcher {
 public:
-    Asker(Shared& shared, Descriptor socket) : shared_(shared), socket_(std::move(socket))
+    Asker(RoundTripContext& shared, Descriptor socket) : shared_(shared), socket_(std::move(socket))
     {
         const auto size = static_cast<std::uint32_t>(shared_.buffer.size());
         sendOrder(socket_.get(), {.role = Role::Answer, .size = size});
@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    Shared& shared_;
+    RoundTripContext& shared_;
     Descriptor socket_;
     Clock::time_point askedAt_;
     std::size_t received_ = 0;
@@ -67,7 +67,7 @@ private:
 
 void measureRoundTrips(const RoundTrips& order)
 {
-    Shared shared;
+    RoundTripContext shared;
     shared.buffer.resize(order.size);
     const auto address = addressOf(order.target);
     std::vector<std::unique_ptr<Asker>> askers;

@@ -20,8 +20,8 @@ namespace quillbox::bench {
 namespace {
 
 /// What the connections of one thread share.
-struct Shared {
-    Shared* floods = nullptr; ///< where connections go that keep the thread busy; none: here
+struct ServerContext {
+    ServerContext* floods = nullptr; ///< where connections go that keep the thread busy; none: here
     Poller poller;
     std::vector<std::byte> incoming = std::vector<std::byte>(kBlockSize);
     const std::vector<std::byte> outgoing = std::vector<std::byte>(kBlockSize);
@@ -30,7 +30,7 @@ struct Shared {
 /// One connection; it destroys itself when it ends.
 class Peer final : public Poller::Watcher {
 public:
-    static void begin(Shared& shared, Descriptor socket)
+    static void begin(ServerContext& shared, Descriptor socket)
     {
         auto* peer = new Peer(shared, std::move(socket));
         shared.poller.add(peer->socket_.get(), EPOLLIN, *peer);
@@ -49,11 +49,11 @@ public:
     }
 
 private:
-    Peer(Shared& shared, Descriptor socket) : shared_(&shared), socket_(std::move(socket)) {}
+    Peer(ServerContext& shared, Descriptor socket) : shared_(&shared), socket_(std::move(socket)) {}
     ~Peer() override = default;
 
     /// From the end of this call on the connection belongs to another thread.
-    void moveTo(Shared& other)
+    void moveTo(ServerContext& other)
     {
         shared_->poller.remove(socket_.get());
         shared_ = &other;
@@ -130,7 +130,7 @@ private:
         return true;
     }
 
-    Shared* shared_;
+    ServerContext* shared_;
     Descriptor socket_;
     std::array<std::byte, sizeof(Order)> head_{};
     std::size_t headSize_ = 0;
@@ -143,7 +143,7 @@ private:
 
 class Door final : public Poller::Watcher {
 public:
-    Door(Shared& shared, std::uint16_t port) : shared_(shared), socket_(listenOn(port))
+    Door(ServerContext& shared, std::uint16_t port) : shared_(shared), socket_(listenOn(port))
     {
         shared_.poller.add(socket_.get(), EPOLLIN, *this);
     }
@@ -159,11 +159,11 @@ public:
     }
 
 private:
-    Shared& shared_;
+    ServerContext& shared_;
     Descriptor socket_;
 };
 
-[[noreturn]] void run(Shared& shared)
+[[noreturn]] void run(ServerContext& shared)
 {
     while (true)
         shared.poller.poll(Clock::now() + std::chrono::seconds(1));
@@ -175,8 +175,8 @@ void serve(std::uint16_t port)
 {
     // Both live as long as the process. Small requests are answered by a thread of their own: on a
     // phone, too, another transfer does not keep them waiting for a processor.
-    Shared floods;
-    Shared others;
+    ServerContext floods;
+    ServerContext others;
     others.floods = &floods;
     const Door door(others, port);
     const std::thread thread([&floods] { run(floods); });

@@ -22,7 +22,7 @@ namespace {
 constexpr std::uint32_t kRequestSize = 64;
 constexpr std::size_t kMostFailures = 10'000;
 
-struct Shared {
+struct SessionContext {
     Poller poller;
     sockaddr_in address{};
     Histogram times;
@@ -32,7 +32,7 @@ struct Shared {
 /// One session after the other.
 class Visitor final : public Poller::Watcher {
 public:
-    explicit Visitor(Shared& shared) : shared_(shared) {}
+    explicit Visitor(SessionContext& shared) : shared_(shared) {}
 
     void visit()
     {
@@ -81,7 +81,7 @@ private:
         visit();
     }
 
-    Shared& shared_;
+    SessionContext& shared_;
     Descriptor socket_;
     Clock::time_point begunAt_;
     std::size_t received_ = 0;
@@ -91,7 +91,7 @@ private:
 
 void measureShortSessions(const ShortSessions& order)
 {
-    Shared shared;
+    SessionContext shared;
     shared.address = addressOf(order.target);
     std::vector<std::unique_ptr<Visitor>> visitors;
     const auto begin = Clock::now();

@@ -12,9 +12,9 @@ namespace quillbox {
 
 namespace {
 
-constexpr int kSpacing = 10;
-constexpr int kRowSpacing = 8;
-constexpr int kColumnSpacing = 12;
+constexpr int kFormSpacing = 10;
+constexpr int kGridRowSpacing = 8;
+constexpr int kGridColumnSpacing = 12;
 constexpr int kFieldWidth = 230;
 constexpr int kFieldHeight = 22;
 constexpr int kFieldPadding = 4;
@@ -56,7 +56,7 @@ QWidget* AppDelegate::buildAdvancedForm()
     auto* form = new QWidget;
     auto* layout = new QVBoxLayout(form);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(kSpacing);
+    layout->setSpacing(kFormSpacing);
 
     TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(automaticDiscovery);
     automaticDiscovery.setFixedHeight(kCheckBoxHeight);
@@ -78,8 +78,8 @@ QWidget* AppDelegate::buildAdvancedForm()
 QLayout* AppDelegate::buildFields()
 {
     auto* grid = new QGridLayout;
-    grid->setVerticalSpacing(kRowSpacing);
-    grid->setHorizontalSpacing(kColumnSpacing);
+    grid->setVerticalSpacing(kGridRowSpacing);
+    grid->setHorizontalSpacing(kGridColumnSpacing);
     // The fields take what the labels leave, up to their width, and nothing takes the rest.
     grid->setColumnStretch(1, 1000);
     grid->setColumnStretch(2, 1);
@@ -118,7 +118,7 @@ QLayout* AppDelegate::buildFields()
 QLayout* AppDelegate::buildFormButtons()
 {
     auto* row = new QHBoxLayout;
-    row->setSpacing(kSpacing);
+    row->setSpacing(kFormSpacing);
 
     auto* restart = new QPushButton(QStringLiteral("Restart service"));
     TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(*restart);

@@ -14,7 +14,7 @@ namespace quillbox {
 
 namespace {
 
-constexpr int kSpacing = 8;
+constexpr int kDeviceSpacing = 8;
 /// What the list counts with; a button stands out of it into the spacing on both sides.
 constexpr int kTextHeight = 16;
 constexpr int kOverhang = 2;
@@ -52,7 +52,7 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
 
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(kSpacing);
+    layout->setSpacing(kDeviceSpacing);
     layout->addWidget(dot);
     layout->addWidget(label);
     layout->addWidget(online);

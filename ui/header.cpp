@@ -14,7 +14,7 @@ namespace quillbox {
 namespace {
 
 constexpr int kIconSize = 58;
-constexpr int kSpacing = 16;
+constexpr int kHeaderSpacing = 16;
 constexpr int kTitleSpacing = 1;
 
 /// Draws the icon at the scale of the screen that the window is on at that moment.
@@ -42,7 +42,7 @@ QWidget* makeHeader(const QIcon& icon)
     auto* header = new QWidget;
     auto* row = new QHBoxLayout(header);
     row->setContentsMargins(0, 0, 0, 0);
-    row->setSpacing(kSpacing);
+    row->setSpacing(kHeaderSpacing);
     if (!icon.isNull())
         row->addWidget(new IconView(icon));
 

@@ -29,7 +29,7 @@ constexpr int kPhoneHeight = 22;
 constexpr int kPhoneListHeight = 20;
 
 constexpr QMargins kInsets{22, 20, 22, 20};
-constexpr int kSpacing = 12;
+constexpr int kColumnSpacing = 12;
 constexpr int kContentWidth = 396;
 
 constexpr QMargins kCardInsets{18, 16, 18, 16};
@@ -130,7 +130,7 @@ void AppDelegate::buildWindow()
                        "to your phone while running."),
         10, Brand::slate());
     QVBoxLayout& column = area->column();
-    column.setSpacing(kSpacing);
+    column.setSpacing(kColumnSpacing);
     for (QWidget* part : std::initializer_list<QWidget*>{makeHeader(window->windowIcon()), subtitle,
                                                          buildCard(), footnote}) {
         part->setFixedWidth(kContentWidth);

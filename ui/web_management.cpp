@@ -11,7 +11,7 @@ namespace quillbox {
 
 namespace {
 
-constexpr int kIconSize = 48;
+constexpr int kAlertIconSize = 48;
 
 /// The one child of `parent` of that kind that is on the screen; one that was closed may still wait
 /// for its deletion.
@@ -29,7 +29,7 @@ QMessageBox* makeAlert(QWidget& window)
     auto* alert = new QMessageBox(&window);
     alert->setAttribute(Qt::WA_DeleteOnClose);
     alert->setPalette(window.palette());
-    alert->setIconPixmap(window.windowIcon().pixmap(kIconSize));
+    alert->setIconPixmap(window.windowIcon().pixmap(kAlertIconSize));
     alert->setText(QStringLiteral("Enable web management on your phone"));
     alert->setInformativeText(
         QStringLiteral("In Quillbox, open Users and turn on Enable web management for your SMB "

@@ -13,11 +13,6 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0700;
 
-std::string reasonOf(int error)
-{
-    return std::generic_category().message(error);
-}
-
 /// A folder of this user's that nobody else may write to.
 bool isOwn(const std::string& path)
 {
@@ -30,13 +25,13 @@ bool isOwn(const std::string& path)
 FileDescriptor openPrivate(const std::string& path, std::string& problem)
 {
     if (::mkdir(path.c_str(), kPrivateMode) != 0 && errno != EEXIST) {
-        problem = path + ": " + reasonOf(errno);
+        problem = path + ": " + std::generic_category().message(errno);
         return {};
     }
     FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat status {};
     if (!folder.isOpen() || ::fstat(folder.get(), &status) != 0) {
-        problem = path + ": " + reasonOf(errno);
+        problem = path + ": " + std::generic_category().message(errno);
         return {};
     }
     if (status.st_uid != ::geteuid()) {

@@ -1,6 +1,7 @@
 #include "platform/diagnosis/name_probe.h"
 
 #include "platform/diagnosis/small_file.h"
+#include "platform/diagnosis/words.h"
 
 #include <algorithm>
 #include <memory>
@@ -14,20 +15,6 @@ namespace quillbox::diagnosis {
 namespace {
 
 constexpr std::string_view kBlanks = " \t\r";
-
-std::vector<std::string_view> wordsOf(std::string_view line)
-{
-    std::vector<std::string_view> words;
-    for (;;) {
-        const auto first = line.find_first_not_of(kBlanks);
-        if (first == std::string_view::npos)
-            return words;
-        line.remove_prefix(first);
-        const auto end = std::min(line.find_first_of(kBlanks), line.size());
-        words.push_back(line.substr(0, end));
-        line.remove_prefix(end);
-    }
-}
 
 std::string_view trimmedLine(std::string_view line)
 {

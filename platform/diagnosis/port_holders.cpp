@@ -1,6 +1,7 @@
 #include "platform/diagnosis/port_holders.h"
 
 #include "platform/diagnosis/small_file.h"
+#include "platform/diagnosis/words.h"
 
 #include <algorithm>
 #include <array>
@@ -9,6 +10,7 @@
 #include <map>
 #include <optional>
 #include <set>
+#include <vector>
 
 #include <pwd.h>
 #include <unistd.h>
@@ -20,20 +22,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr std::size_t kLongestTable = std::size_t{4} << 20U;
-
-std::vector<std::string_view> wordsOf(std::string_view line)
-{
-    std::vector<std::string_view> words;
-    for (;;) {
-        const auto first = line.find_first_not_of(' ');
-        if (first == std::string_view::npos)
-            return words;
-        line.remove_prefix(first);
-        const auto end = std::min(line.find(' '), line.size());
-        words.push_back(line.substr(0, end));
-        line.remove_prefix(end);
-    }
-}
 
 template <typename Number> std::optional<Number> numberIn(std::string_view text, int base = 10)
 {

@@ -24,7 +24,7 @@ struct EngineEvent {
     Event event;
 };
 using Item = std::variant<Request, EngineEvent>;
-using Mailbox = EngineMailbox<Item>;
+using ItemMailbox = EngineMailbox<Item>;
 
 constexpr const char* kNoDaemonNotice =
     "DNS-SD: avahi-daemon does not answer, so this program speaks multicast DNS by itself. The "
@@ -34,7 +34,7 @@ constexpr const char* kNoDaemonNotice =
 /// What the automatic engine's thread does: it owns both engines and the choice between them.
 class AutomaticLoop final {
 public:
-    AutomaticLoop(Mailbox& theMailbox, AutomaticEngineOptions theOptions)
+    AutomaticLoop(ItemMailbox& theMailbox, AutomaticEngineOptions theOptions)
         : mailbox(theMailbox),
           options(std::move(theOptions)),
           choice(this->options.times,
@@ -114,7 +114,7 @@ private:
         embedded.reset();
     }
 
-    Mailbox& mailbox;
+    ItemMailbox& mailbox;
     AutomaticEngineOptions options;
     AutomaticEngineChoice choice;
     std::unique_ptr<Engine> daemon;
@@ -128,7 +128,7 @@ public:
 
     void start(EventHandler handler) override
     {
-        thread.start(std::move(handler), [settings = options](Mailbox& mailbox) {
+        thread.start(std::move(handler), [settings = options](ItemMailbox& mailbox) {
             AutomaticLoop(mailbox, settings).run();
         });
     }

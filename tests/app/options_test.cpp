@@ -9,19 +9,19 @@ namespace quillbox {
 
 namespace {
 
-using Result = std::variant<Options, OptionsError>;
+using Parsed = std::variant<Options, OptionsError>;
 
-Result parse(const std::vector<const char*>& arguments)
+Parsed parse(const std::vector<const char*>& arguments)
 {
     return parseOptions(arguments);
 }
 
-Result action(Options::Action action)
+Parsed action(Options::Action action)
 {
     return Options{.action = action};
 }
 
-std::string errorOf(const Result& result)
+std::string errorOf(const Parsed& result)
 {
     const auto* error = std::get_if<OptionsError>(&result);
     return error ? error->text : "";
@@ -29,7 +29,7 @@ std::string errorOf(const Result& result)
 
 TEST(Options, withoutArgumentsTheHelperRuns)
 {
-    EXPECT_EQ(parse({}), Result(Options()));
+    EXPECT_EQ(parse({}), Parsed(Options()));
 }
 
 TEST(Options, helpAndVersionAreActions)
@@ -47,31 +47,31 @@ TEST(Options, theFirstOfTwoActionsCounts)
 
 TEST(Options, theDnsSdEngineCanBeChosen)
 {
-    EXPECT_EQ(parse({"--dns-sd=auto"}), Result(Options{.dnsSd = DnsSdChoice::Automatic}));
-    EXPECT_EQ(parse({"--dns-sd=daemon"}), Result(Options{.dnsSd = DnsSdChoice::Daemon}));
-    EXPECT_EQ(parse({"--dns-sd=embedded"}), Result(Options{.dnsSd = DnsSdChoice::Embedded}));
+    EXPECT_EQ(parse({"--dns-sd=auto"}), Parsed(Options{.dnsSd = DnsSdChoice::Automatic}));
+    EXPECT_EQ(parse({"--dns-sd=daemon"}), Parsed(Options{.dnsSd = DnsSdChoice::Daemon}));
+    EXPECT_EQ(parse({"--dns-sd=embedded"}), Parsed(Options{.dnsSd = DnsSdChoice::Embedded}));
     EXPECT_EQ(parse({"--dns-sd=daemon", "--dns-sd=embedded"}),
-              Result(Options{.dnsSd = DnsSdChoice::Embedded}));
+              Parsed(Options{.dnsSd = DnsSdChoice::Embedded}));
 }
 
 TEST(Options, otherComputersCanBeLeftOut)
 {
-    EXPECT_EQ(parse({"--this-computer-only"}), Result(Options{.isThisComputerOnly = true}));
+    EXPECT_EQ(parse({"--this-computer-only"}), Parsed(Options{.isThisComputerOnly = true}));
     EXPECT_EQ(parse({"--this-computer-only", "--dns-sd=daemon"}),
-              Result(Options{.dnsSd = DnsSdChoice::Daemon, .isThisComputerOnly = true}));
+              Parsed(Options{.dnsSd = DnsSdChoice::Daemon, .isThisComputerOnly = true}));
 }
 
 TEST(Options, whatIsToldCanBeChosen)
 {
     EXPECT_EQ(parse({"--verbose"}),
-              Result(Options{.verbose = {kLogCategories.begin(), kLogCategories.end()}}));
-    EXPECT_EQ(parse({"--verbose=relay"}), Result(Options{.verbose = {LogCategory::Relay}}));
+              Parsed(Options{.verbose = {kLogCategories.begin(), kLogCategories.end()}}));
+    EXPECT_EQ(parse({"--verbose=relay"}), Parsed(Options{.verbose = {LogCategory::Relay}}));
     EXPECT_EQ(parse({"--verbose=discovery,connection", "--verbose=relay"}),
-              Result(Options{.verbose = {LogCategory::Discovery, LogCategory::Relay,
+              Parsed(Options{.verbose = {LogCategory::Discovery, LogCategory::Relay,
                                          LogCategory::Connection}}));
     for (const LogCategory category : kLogCategories) {
         const std::string argument = "--verbose=" + std::string(nameOf(category));
-        EXPECT_EQ(parse({argument.c_str()}), Result(Options{.verbose = {category}})) << argument;
+        EXPECT_EQ(parse({argument.c_str()}), Parsed(Options{.verbose = {category}})) << argument;
         EXPECT_NE(std::string(helpText()).find(nameOf(category)), std::string::npos) << argument;
     }
 }
@@ -124,16 +124,16 @@ TEST(Options, helpNamesEveryOptionForUsers)
     EXPECT_EQ(help.find("--dns-sd-engine"), std::string::npos);
 }
 
-Result command(const ControlRequest& request, bool asJson = false)
+Parsed command(const ControlRequest& request, bool asJson = false)
 {
     return Options{.action = Options::Action::Control, .request = request, .asJson = asJson};
 }
 
 TEST(Options, aStartMayBeHidden)
 {
-    EXPECT_EQ(parse({"--hidden"}), Result(Options{.isHidden = true}));
+    EXPECT_EQ(parse({"--hidden"}), Parsed(Options{.isHidden = true}));
     EXPECT_EQ(parse({"--hidden", "--dns-sd=daemon"}),
-              Result(Options{.dnsSd = DnsSdChoice::Daemon, .isHidden = true}));
+              Parsed(Options{.dnsSd = DnsSdChoice::Daemon, .isHidden = true}));
     EXPECT_EQ(errorOf(parse({"--hidden=yes"})), "unknown option '--hidden=yes'");
 }
 
@@ -192,10 +192,10 @@ TEST(Options, aCommandStartsNothing)
 TEST(Options, theDoctorIsAskedWithoutARunningCopy)
 {
     EXPECT_EQ(parse({"doctor"}),
-              Result(Options{.action = Options::Action::Diagnose, .isDoctor = true}));
+              Parsed(Options{.action = Options::Action::Diagnose, .isDoctor = true}));
     EXPECT_EQ(
         parse({"--json", "doctor"}),
-        Result(Options{.action = Options::Action::Diagnose, .isDoctor = true, .asJson = true}));
+        Parsed(Options{.action = Options::Action::Diagnose, .isDoctor = true, .asJson = true}));
     EXPECT_EQ(errorOf(parse({"doctor", "Quillbox"})), "unexpected argument 'Quillbox'");
     EXPECT_EQ(errorOf(parse({"doctor", "doctor"})), "unexpected argument 'doctor'");
     EXPECT_NE(errorOf(parse({"doctor", "--hidden"})).find("do not go with 'doctor'"),
@@ -207,7 +207,7 @@ TEST(Options, theDoctorIsAskedWithoutARunningCopy)
 TEST(Options, theDoctorHasHelpOfItsOwn)
 {
     EXPECT_EQ(parse({"doctor", "--help"}),
-              Result(Options{.action = Options::Action::ShowHelp, .isDoctor = true}));
+              Parsed(Options{.action = Options::Action::ShowHelp, .isDoctor = true}));
     EXPECT_NE(std::string(helpText()).find("\n  doctor"), std::string::npos);
     EXPECT_EQ(std::string(helpTextOfDoctor()).find("Usage: quillbox-helper doctor"), 0U);
     EXPECT_NE(std::string(helpTextOfDoctor()).find("1 a check fails"), std::string::npos);
@@ -218,7 +218,7 @@ TEST(Options, eachCommandHasHelpOfItsOwn)
     for (const auto each : {ControlCommand::Status, ControlCommand::Open, ControlCommand::Manage,
                             ControlCommand::Restart, ControlCommand::Quit}) {
         const char* name = nameOf(each);
-        EXPECT_EQ(parse({name, "--help"}), Result(Options{.action = Options::Action::ShowHelp,
+        EXPECT_EQ(parse({name, "--help"}), Parsed(Options{.action = Options::Action::ShowHelp,
                                                           .request = ControlRequest{each, {}}}));
         EXPECT_NE(std::string(helpText()).find(std::string("\n  ") + name), std::string::npos);
         const std::string help = helpTextOf(each);

@@ -2,6 +2,7 @@
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/recording_log.h"
+#include "tests/relay/peers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,8 +13,6 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const Endpoint kPhone =
-    ServiceEndpoint{.name = "Quillbox Office", .type = "_quillbox._tcp", .domain = "local"};
 const std::error_code kNoPorts = std::make_error_code(std::errc::address_not_available);
 const std::error_code kNotPermitted = std::make_error_code(std::errc::operation_not_permitted);
 

@@ -1,6 +1,7 @@
 #include "relay/relay_session.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/relay/peers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -45,8 +46,6 @@ protected:
     std::vector<std::string> log;
     int ends = 0;
 };
-
-const std::error_code kReset = std::make_error_code(std::errc::connection_reset);
 
 TEST_F(RelaySessionTest, installsBothHandlersBeforeItStartsIncomingThenOutgoing)
 {

@@ -3,6 +3,7 @@
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/recording_log.h"
+#include "tests/relay/peers.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -14,10 +15,7 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const Endpoint kPhone =
-    ServiceEndpoint{.name = "Quillbox Office", .type = "_quillbox._tcp", .domain = "local"};
 const std::error_code kUnreachable = std::make_error_code(std::errc::host_unreachable);
-const std::error_code kReset = std::make_error_code(std::errc::connection_reset);
 const std::error_code kDown = std::make_error_code(std::errc::network_down);
 
 /// A relay whose story is told.

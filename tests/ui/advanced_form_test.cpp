@@ -8,9 +8,6 @@ namespace quillbox {
 
 namespace {
 
-const char* const kNavy = "#0f172a";
-const char* const kSlate = "#475569";
-
 class AdvancedForm : public WindowFixture {
 protected:
     void unfold()

@@ -16,9 +16,6 @@ namespace {
 using ::testing::ElementsAre;
 
 const char* const kGreen = "#16a34a";
-const char* const kNavy = "#0f172a";
-const char* const kSlate = "#475569";
-
 class DeviceList : public WindowFixture {
 protected:
     int viewCount() const { return delegate->deviceListStack.layout()->count(); }

@@ -17,7 +17,7 @@ const QString& longName()
     return name;
 }
 
-QImage pictureOf(QWidget& widget)
+QImage paintingOf(QWidget& widget)
 {
     QImage picture(widget.size(), QImage::Format_RGB32);
     picture.fill(Qt::white);
@@ -52,7 +52,7 @@ TEST(ElidedLabel, endsInAnEllipsis)
     label.resize(100, 20);
     QLabel expected(label.fontMetrics().elidedText(longName(), Qt::ElideRight, 100));
     expected.resize(100, 20);
-    EXPECT_EQ(pictureOf(label), pictureOf(expected));
+    EXPECT_EQ(paintingOf(label), paintingOf(expected));
 }
 
 TEST(ElidedLabel, looksLikeALabelWhenTheNameFits)
@@ -61,7 +61,7 @@ TEST(ElidedLabel, looksLikeALabelWhenTheNameFits)
     QLabel expected(QStringLiteral("Tom & Jerry"));
     label.resize(200, 20);
     expected.resize(200, 20);
-    EXPECT_EQ(pictureOf(label), pictureOf(expected));
+    EXPECT_EQ(paintingOf(label), paintingOf(expected));
 }
 
 TEST(ElidedLabel, letsALayoutMakeItNarrow)

@@ -11,9 +11,6 @@ namespace quillbox {
 
 namespace {
 
-const char* const kNavy = "#0f172a";
-const char* const kSlate = "#475569";
-
 class MainWindow : public WindowFixture {
 protected:
     Writing writingOfLabel(const char* text) const

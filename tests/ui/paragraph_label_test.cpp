@@ -27,7 +27,7 @@ QString joined(const std::vector<QString>& lines)
     return all;
 }
 
-QImage pictureOf(QWidget& widget)
+QImage paragraphOf(QWidget& widget)
 {
     QImage picture(widget.size(), QImage::Format_RGB32);
     picture.fill(Qt::white);
@@ -145,9 +145,9 @@ TEST(ParagraphLabel, isPaintedOnAllOfItsLinesAndCutOffOnNone)
         label.setFont(font);
         const int width = label.fontMetrics().horizontalAdvance(QStringLiteral("Ahgjpqy "));
         label.resize(width, label.heightForWidth(width));
-        const QImage picture = pictureOf(label);
+        const QImage picture = paragraphOf(label);
         label.resize(width, label.height() + 20);
-        const QImage roomy = pictureOf(label);
+        const QImage roomy = paragraphOf(label);
         int rows = 0;
         int roomyRows = 0;
         for (int row = 0; row < picture.height(); ++row)

@@ -17,6 +17,9 @@
 
 namespace quillbox {
 
+inline constexpr const char* kNavy = "#0f172a";
+inline constexpr const char* kSlate = "#475569";
+
 /// A controller in a world of fakes, and its window, read the way it is seen.
 class WindowFixture : public AppFixture {
 protected:

@@ -15,7 +15,6 @@ namespace quillbox {
 namespace {
 
 constexpr int kPatience = 20'000; // milliseconds
-constexpr uid_t kNobody = 65534;
 
 } // namespace
 

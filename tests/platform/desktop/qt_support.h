@@ -9,6 +9,9 @@
 
 namespace quillbox {
 
+/// The user "nobody", who owns nothing.
+inline constexpr uid_t kNobody = 65534;
+
 /// Runs the event loop until `isDone`, a long time at the most; gives whether it is.
 bool runUntil(const std::function<bool()>& isDone);
 

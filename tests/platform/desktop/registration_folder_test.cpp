@@ -1,4 +1,5 @@
 #include "platform/desktop/registration_folder.h"
+#include "tests/platform/desktop/qt_support.h"
 
 #include <QDir>
 #include <QFile>
@@ -15,8 +16,7 @@ namespace {
 
 using ::testing::HasSubstr;
 
-constexpr const char* kIdentifier = "org.example.Helper";
-constexpr uid_t kNobody = 65534;
+constexpr const char* kFolderName = "org.example.Helper";
 
 class RegistrationFolder : public ::testing::Test {
 protected:
@@ -28,7 +28,7 @@ protected:
     }
 
     /// Where the opened folder is, below the test's own; empty when none is opened.
-    std::string opened(const std::string& identifier = kIdentifier)
+    std::string opened(const std::string& identifier = kFolderName)
     {
         problem.clear();
         const FileDescriptor folder = openRegistrationFolder(folders, identifier, problem);
@@ -45,7 +45,7 @@ protected:
     }
 
     const std::string sharedName =
-        std::string("common/") + kIdentifier + '-' + std::to_string(::geteuid());
+        std::string("common/") + kFolderName + '-' + std::to_string(::geteuid());
     QTemporaryDir base;
     RuntimeFolders folders{
         .xdg = pathOf("xdg"), .user = pathOf("user"), .shared = pathOf("common")};

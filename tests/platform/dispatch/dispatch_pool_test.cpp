@@ -1,5 +1,6 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch/strand_queue.h"
+#include "tests/platform/dispatch/patience.h"
 
 #include <algorithm>
 #include <atomic>
@@ -17,8 +18,6 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-
-constexpr auto kPatience = 20s;
 
 std::chrono::nanoseconds processorTime()
 {

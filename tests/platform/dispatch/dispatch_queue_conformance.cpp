@@ -1,6 +1,7 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch_queue.h"
 #include "tests/fakes/fake_dispatch.h"
+#include "tests/platform/dispatch/patience.h"
 
 #include <atomic>
 #include <chrono>
@@ -16,8 +17,6 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-
-constexpr auto kPatience = 20s;
 
 /// Makes queues of one backend and lets their work happen.
 class Backend {

@@ -2,6 +2,7 @@
 #include "platform/dispatch/strand_queue.h"
 #include "platform/dispatch/timer.h"
 #include "platform/dispatch/watch.h"
+#include "tests/platform/dispatch/patience.h"
 
 #include <array>
 #include <chrono>
@@ -21,7 +22,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kPatience = 20s;
 constexpr auto kMoment = 100ms;
 
 } // namespace

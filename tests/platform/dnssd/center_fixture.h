@@ -14,6 +14,10 @@
 
 namespace quillbox {
 
+inline constexpr dnssd::Sighting kWired{2, dnssd::Family::IPv4};
+inline constexpr dnssd::Sighting kWiredIPv6{2, dnssd::Family::IPv6};
+inline constexpr dnssd::Sighting kWireless{3, dnssd::Family::IPv4};
+
 /// A `DnsSd` whose engine and clock the test plays.
 class CenterTest : public testing::Test {
 protected:

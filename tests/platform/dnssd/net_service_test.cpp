@@ -13,7 +13,7 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-using Update = DnsSd::ResolveUpdate;
+using ResolveUpdate = DnsSd::ResolveUpdate;
 
 const DnsSd::FoundAddress kIPv4{ipv4Address("10.0.0.7", 8443), 2};
 const DnsSd::FoundAddress kIPv6{ipv6Address("fe80::7", 2, 8443), 2};
@@ -33,7 +33,7 @@ protected:
         dispatch.runAll();
     }
 
-    void tell(const Update& update)
+    void tell(const ResolveUpdate& update)
     {
         ASSERT_EQ(dnsSd.resolutions().size(), 1U);
         dnsSd.resolutions().front().tell(update);

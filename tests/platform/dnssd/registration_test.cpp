@@ -11,7 +11,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace dnssd;
-using State = DnsSd::RegistrationUpdate::State;
+using RegistrationState = DnsSd::RegistrationUpdate::State;
 using Registrations = Recorder<DnsSd::RegistrationUpdate>;
 
 class RegistrationTest : public CenterTest {
@@ -43,12 +43,12 @@ protected:
 
 DnsSd::RegistrationUpdate ready(const std::string& name)
 {
-    return {State::Ready, {}, name};
+    return {RegistrationState::Ready, {}, name};
 }
 
 DnsSd::RegistrationUpdate waiting(DnsSdError error, const std::string& name)
 {
-    return {State::Waiting, error, name};
+    return {RegistrationState::Waiting, error, name};
 }
 
 } // namespace
@@ -124,7 +124,7 @@ TEST_F(RegistrationTest, pausesLongerWithEachCollision)
         dispatch.advance(pause - 1ms);
         EXPECT_EQ(engine.count<RegisterRequest>(), asked);
         EXPECT_TRUE(engine.standing<RegisterRequest>().empty());
-        EXPECT_EQ(registered.last().state, State::Waiting);
+        EXPECT_EQ(registered.last().state, RegistrationState::Waiting);
         dispatch.advance(1ms);
         EXPECT_EQ(engine.count<RegisterRequest>(), ++asked);
     }
@@ -191,11 +191,11 @@ TEST_F(RegistrationTest, keepsTheNameInUseWhenTheEngineComesBack)
     establish();
     down(std::make_error_code(std::errc::connection_reset));
     EXPECT_EQ(registered.last(),
-              (DnsSd::RegistrationUpdate{State::Waiting,
+              (DnsSd::RegistrationUpdate{RegistrationState::Waiting,
                                          std::make_error_code(std::errc::connection_reset),
                                          "Quillbox #2"}));
     up();
-    EXPECT_EQ(registered.last().state, State::Waiting);
+    EXPECT_EQ(registered.last().state, RegistrationState::Waiting);
     EXPECT_EQ(request().name, "Quillbox #2");
     establish();
     EXPECT_EQ(registered.last(), ready("Quillbox #2"));
@@ -270,12 +270,13 @@ TEST_F(RegistrationTest, failsForGoodForWhatCannotBe)
         registration = add("Quillbox", registered);
         dispatch.runAll();
         emit(Failed{request().id, error});
-        EXPECT_EQ(registered.last(), (DnsSd::RegistrationUpdate{State::Failed, error, "Quillbox"}));
+        EXPECT_EQ(registered.last(),
+                  (DnsSd::RegistrationUpdate{RegistrationState::Failed, error, "Quillbox"}));
         down();
         up();
         dispatch.advance(120s);
         EXPECT_TRUE(engine.standing<RegisterRequest>().empty());
-        EXPECT_EQ(registered.last().state, State::Failed);
+        EXPECT_EQ(registered.last().state, RegistrationState::Failed);
     }
 }
 
@@ -339,7 +340,8 @@ TEST_F(RegistrationTest, refusesWhatCannotBeWithoutAnEngine)
         EXPECT_EQ(outcome({name, "_smb._tcp", std::nullopt, std::nullopt}).error,
                   DnsSdError::InvalidName);
     EXPECT_EQ(outcome({"Name", "smb", std::nullopt, std::nullopt}).error, DnsSdError::InvalidType);
-    EXPECT_EQ(outcome({"Name", "_smb._tcp", std::nullopt, "\5abc"}).state, State::Failed);
+    EXPECT_EQ(outcome({"Name", "_smb._tcp", std::nullopt, "\5abc"}).state,
+              RegistrationState::Failed);
 }
 
 TEST_F(RegistrationTest, isWithdrawnWithTheAsk)

@@ -13,10 +13,6 @@ using namespace std::chrono_literals;
 using namespace dnssd;
 using Addresses = std::vector<DnsSd::FoundAddress>;
 
-constexpr Sighting kWired{2, Family::IPv4};
-constexpr Sighting kWiredIPv6{2, Family::IPv6};
-constexpr Sighting kWireless{3, Family::IPv4};
-
 class ResolutionTest : public CenterTest {
 protected:
     ResolutionTest() { dispatch.runAll(); }

@@ -10,11 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace dnssd;
-using State = DnsSd::BrowseUpdate::State;
-
-constexpr Sighting kWired{2, Family::IPv4};
-constexpr Sighting kWiredIPv6{2, Family::IPv6};
-constexpr Sighting kWireless{3, Family::IPv4};
+using BrowseState = DnsSd::BrowseUpdate::State;
 
 class ServiceBrowseTest : public CenterTest {
 protected:
@@ -56,7 +52,7 @@ protected:
         std::vector<ServiceEndpoint> last;
         std::size_t count = 0;
         for (const auto& update : browsed.all()) {
-            if (update.state == State::Ready && update.services != last) {
+            if (update.state == BrowseState::Ready && update.services != last) {
                 last = update.services;
                 ++count;
             }
@@ -83,7 +79,7 @@ TEST_F(ServiceBrowseTest, saysNothingUntilTheEngineHasSaidHowItIs)
 TEST_F(ServiceBrowseTest, waitsWhileThereIsNoEngine)
 {
     down();
-    EXPECT_EQ(browsed.last().state, State::Waiting);
+    EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
     EXPECT_EQ(browsed.last().error, DnsSdError::EngineUnavailable);
     down(std::make_error_code(std::errc::permission_denied));
     EXPECT_EQ(browsed.last().error, std::errc::permission_denied);
@@ -92,7 +88,7 @@ TEST_F(ServiceBrowseTest, waitsWhileThereIsNoEngine)
 TEST_F(ServiceBrowseTest, deliversTheFirstServiceAtOnce)
 {
     up();
-    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     const auto before = dispatch.now();
     emit(found("Quillbox"));
     EXPECT_EQ(dispatch.now(), before);
@@ -360,7 +356,7 @@ TEST_F(ServiceBrowseTest, keepsTheLastSetWhileTheEngineIsAwayAndUntilTheNewBrows
     dispatch.advance(1s);
     const AskId first = id();
     down();
-    EXPECT_EQ(browsed.last().state, State::Waiting);
+    EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
     up();
     EXPECT_NE(id(), first);
     browsed.clear();
@@ -371,7 +367,7 @@ TEST_F(ServiceBrowseTest, keepsTheLastSetWhileTheEngineIsAwayAndUntilTheNewBrows
     EXPECT_EQ(browsed.count(), 0U);
     emit(Settled{id()});
     ASSERT_EQ(browsed.count(), 1U);
-    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     EXPECT_EQ(names(), (Names{"stays", "new"}));
 }
 
@@ -383,9 +379,9 @@ TEST_F(ServiceBrowseTest, replacesTheSetAfterAWhileIfTheEngineNeverSettles)
     up();
     emit(found("new"));
     dispatch.advance(kSettlingLimit - 1ms);
-    EXPECT_EQ(browsed.last().state, State::Waiting);
+    EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
     dispatch.advance(1ms);
-    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     EXPECT_EQ(names(), Names{"new"});
 }
 
@@ -527,11 +523,11 @@ TEST_F(ServiceBrowseTest, failsForGoodForAnInvalidTypeOnly)
 {
     up();
     emit(Failed{id(), DnsSdError::InvalidType});
-    EXPECT_EQ(browsed.last().state, State::Failed);
+    EXPECT_EQ(browsed.last().state, BrowseState::Failed);
     EXPECT_EQ(browsed.last().error, DnsSdError::InvalidType);
     down();
     up();
-    EXPECT_EQ(browsed.last().state, State::Failed);
+    EXPECT_EQ(browsed.last().state, BrowseState::Failed);
     EXPECT_EQ(engine.count<BrowseRequest>(), 1U);
 }
 
@@ -540,7 +536,7 @@ TEST_F(ServiceBrowseTest, asksAgainAfterAGrowingPauseWhenTheEngineCannot)
     up();
     emit(found("Quillbox"));
     emit(Failed{id(), DnsSdError::TooManyEntries});
-    EXPECT_EQ(browsed.last().state, State::Waiting);
+    EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
     EXPECT_EQ(browsed.last().error, DnsSdError::TooManyEntries);
     dispatch.advance(499ms);
     EXPECT_EQ(engine.count<BrowseRequest>(), 1U);
@@ -552,7 +548,7 @@ TEST_F(ServiceBrowseTest, asksAgainAfterAGrowingPauseWhenTheEngineCannot)
     dispatch.advance(1ms);
     emit(found("Quillbox"));
     emit(Settled{id()});
-    EXPECT_EQ(browsed.last().state, State::Ready);
+    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     EXPECT_EQ(names(), Names{"Quillbox"});
 }
 

@@ -15,20 +15,11 @@ namespace {
 
 using namespace std::chrono_literals;
 
-const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
 const ServiceEndpoint kOther{.name = "Other", .type = "_quillbox._tcp", .domain = "local"};
 
-DnsSd::FoundAddress address(const std::string& text)
+DnsSd::FoundAddress foundAt(const std::string& text)
 {
     return {.address = ipv4Address(text, 4445), .interfaceIndex = 2};
-}
-
-DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses)
-{
-    return {.addresses = std::move(addresses),
-            .isSettledIPv4 = true,
-            .isSettledIPv6 = true,
-            .error = {}};
 }
 
 DnsSd::ResolveUpdate unsettled(DnsSd::ResolveUpdate update)
@@ -100,7 +91,7 @@ TEST_F(AddressBookTest, asksOnceForAllThatComeTogether)
     const auto one = read(first);
     const auto two = read(second);
     EXPECT_EQ(dnsSd.count(), 1U);
-    const auto update = found({address("192.0.2.1")});
+    const auto update = found({foundAt("192.0.2.1")});
     dnsSd.deliver(0, update);
     ASSERT_TRUE(first.waitFor(1));
     ASSERT_TRUE(second.waitFor(1));
@@ -111,9 +102,9 @@ TEST_F(AddressBookTest, asksOnceForAllThatComeTogether)
 TEST_F(AddressBookTest, tellsLaterReadersAtOnceWhatItHeardLast)
 {
     auto one = read(first);
-    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
-    const auto update = found({address("192.0.2.2")});
+    const auto update = found({foundAt("192.0.2.2")});
     dnsSd.deliver(0, update);
     ASSERT_TRUE(first.waitFor(2));
     one.reset();
@@ -127,7 +118,7 @@ TEST_F(AddressBookTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWh
 {
     open(0ms, AddressBook::kKeepTime);
     const auto one = read(first);
-    const auto before = found({address("192.0.2.1")});
+    const auto before = found({foundAt("192.0.2.1")});
     dnsSd.deliver(0, before);
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
@@ -135,7 +126,7 @@ TEST_F(AddressBookTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWh
     EXPECT_EQ(dnsSd.standing(), 1U) << "with one that stands nothing is asked anew";
     ASSERT_TRUE(second.waitFor(1));
     EXPECT_EQ(second.at(0), unsettled(before)) << "not the last word";
-    const auto after = found({address("192.0.2.2")});
+    const auto after = found({foundAt("192.0.2.2")});
     dnsSd.deliver(1, after);
     ASSERT_TRUE(second.waitFor(2));
     EXPECT_EQ(second.at(1), after);
@@ -147,7 +138,7 @@ TEST_F(AddressBookTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
 {
     open(0ms, AddressBook::kKeepTime);
     const auto one = read(first);
-    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     ASSERT_TRUE(second.waitFor(1));
@@ -165,7 +156,7 @@ TEST_F(AddressBookTest, letsTheLastAddressesStandWhileNoEngineAnswers)
 {
     open(0ms, AddressBook::kKeepTime);
     const auto one = read(first);
-    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     auto failure = found({});
@@ -173,7 +164,7 @@ TEST_F(AddressBookTest, letsTheLastAddressesStandWhileNoEngineAnswers)
     dnsSd.deliver(1, failure);
     ASSERT_TRUE(second.waitFor(2));
     EXPECT_EQ(second.at(1).error, failure.error);
-    EXPECT_EQ(second.at(1).addresses, (std::vector{address("192.0.2.1")}));
+    EXPECT_EQ(second.at(1).addresses, (std::vector{foundAt("192.0.2.1")}));
 }
 
 TEST_F(AddressBookTest, tellsThatNoEngineAnswersWhenNothingIsKnown)
@@ -195,13 +186,13 @@ TEST_F(AddressBookTest, keepsServicesAndHostsApart)
         "Phone.local", queue, [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
     ASSERT_EQ(dnsSd.count(), 3U);
     EXPECT_EQ(dnsSd.record(2).text, "Phone.local");
-    dnsSd.deliver(0, found({address("192.0.2.1")}));
-    dnsSd.deliver(1, found({address("192.0.2.2")}));
-    dnsSd.deliver(2, found({address("192.0.2.3")}));
+    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
+    dnsSd.deliver(1, found({foundAt("192.0.2.2")}));
+    dnsSd.deliver(2, found({foundAt("192.0.2.3")}));
     ASSERT_TRUE(first.waitFor(1) && second.waitFor(1) && third.waitFor(1));
-    EXPECT_EQ(first.at(0).addresses.front(), address("192.0.2.1"));
-    EXPECT_EQ(second.at(0).addresses.front(), address("192.0.2.2"));
-    EXPECT_EQ(third.at(0).addresses.front(), address("192.0.2.3"));
+    EXPECT_EQ(first.at(0).addresses.front(), foundAt("192.0.2.1"));
+    EXPECT_EQ(second.at(0).addresses.front(), foundAt("192.0.2.2"));
+    EXPECT_EQ(third.at(0).addresses.front(), foundAt("192.0.2.3"));
 }
 
 TEST_F(AddressBookTest, tellsNothingToOneThatIsGone)
@@ -209,7 +200,7 @@ TEST_F(AddressBookTest, tellsNothingToOneThatIsGone)
     auto one = read(first);
     const auto two = read(second);
     one.reset();
-    dnsSd.deliver(0, found({address("192.0.2.1")}));
+    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(second.waitFor(1));
     EXPECT_FALSE(first.waitFor(1, 0ms));
 }

@@ -20,19 +20,9 @@ using State = Connection::State;
 
 constexpr int kLoopbackIndex = 1;
 
-const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
-
 DnsSd::FoundAddress onLoopback(const SocketAddress& address)
 {
     return {.address = address, .interfaceIndex = kLoopbackIndex};
-}
-
-DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses)
-{
-    return {.addresses = std::move(addresses),
-            .isSettledIPv4 = true,
-            .isSettledIPv6 = true,
-            .error = {}};
 }
 
 /// Without a scope it cannot be dialled, which fails before a packet is sent.

@@ -6,6 +6,14 @@
 
 namespace quillbox {
 
+DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses)
+{
+    return {.addresses = std::move(addresses),
+            .isSettledIPv4 = true,
+            .isSettledIPv6 = true,
+            .error = {}};
+}
+
 struct ScriptedDnsSd::Shared {
     mutable std::mutex mutex;
     mutable std::condition_variable changed;

@@ -11,8 +11,14 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quillbox {
+
+inline const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
+
+/// A complete answer to where something is.
+DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses);
 
 /// DNS-SD by hand for objects that live on real queues: it notes what it is asked, and a test
 /// delivers the updates. Thread-safe, as the real one is.

@@ -19,9 +19,9 @@ using namespace std::chrono_literals;
 
 constexpr int kLoopback = 1;
 constexpr int kWired = 2;
-constexpr std::uint16_t kPort = 40123;
+constexpr std::uint16_t kServicePort = 40123;
 
-const HostEndpoint kOnLoopback{"127.23.4.5", kPort};
+const HostEndpoint kOnLoopback{"127.23.4.5", kServicePort};
 const DnsSd::OwnService kOwn{"my-pc-office-1a2b3c4d.local", kOnLoopback};
 
 HostEndpoint serverAt(const std::string& host, std::uint16_t port)
@@ -71,7 +71,7 @@ protected:
     }
 
     static DnsSd::FoundAddress found(const std::string& text, int interfaceIndex = kWired,
-                                     std::uint16_t port = kPort)
+                                     std::uint16_t port = kServicePort)
     {
         if (text.find(':') == std::string::npos)
             return {ipv4Address(text, port), interfaceIndex};
@@ -118,7 +118,7 @@ TEST_F(ServiceLocatorTest, tellsAnOwnServiceByTheNameOfItsHost)
     ASSERT_EQ(lookUps.size(), 1U);
     EXPECT_EQ(lookUps[0].name, kOwn.hostName);
     tellLookedUp({ipv4Address("10.0.0.1"), ipv4Address("127.23.4.5"), ipv6Address("fe80::1", 2)});
-    EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kPort)});
+    EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kServicePort)});
     EXPECT_TRUE(dnsSd.resolutions().empty()) << "nobody on the network was asked";
     EXPECT_TRUE(dnsSd.ownQuestions().empty());
 }
@@ -157,7 +157,7 @@ TEST_F(ServiceLocatorTest, prefersItsOwnServiceToOneThatIsBeingResolved)
     resolution.tell({{found("10.0.0.7")}, true, true, {}});
     dispatch.runAll();
     tellLookedUp({ipv4Address("10.0.0.1")});
-    EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kPort)});
+    EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, resolvesWhatIsNotItsOwn)
@@ -167,20 +167,20 @@ TEST_F(ServiceLocatorTest, resolvesWhatIsNotItsOwn)
     EXPECT_EQ(dnsSd.resolutions().front().subject,
               (ServiceEndpoint{"Quillbox Office", "_smb._tcp", "local"}));
     EXPECT_EQ(dnsSd.resolutions().front().queue, dispatch.mainQueue());
-    tellFound({found("10.0.0.7")}, {{"phone.local", kPort}});
+    tellFound({found("10.0.0.7")}, {{"phone.local", kServicePort}});
     ASSERT_EQ(lookUps.size(), 1U);
     EXPECT_EQ(lookUps[0].name, "phone.local");
     tellLookedUp({ipv4Address("10.0.0.7")});
-    EXPECT_EQ(answers, Answers{serverAt("phone.local", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("phone.local", kServicePort)});
     EXPECT_TRUE(dnsSd.resolutions().empty());
 }
 
 TEST_F(ServiceLocatorTest, tellsAnotherServiceByItsAddressWhereItsHostIsSomethingElse)
 {
     tellOwn(std::nullopt);
-    tellFound({found("10.0.0.7"), found("10.0.0.8")}, {{"phone.local", kPort}});
+    tellFound({found("10.0.0.7"), found("10.0.0.8")}, {{"phone.local", kServicePort}});
     tellLookedUp({ipv4Address("10.0.0.7"), ipv4Address("127.0.0.1")});
-    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, asksTheNameServiceForNothingButLocalHosts)
@@ -193,8 +193,8 @@ TEST_F(ServiceLocatorTest, asksTheNameServiceForNothingButLocalHosts)
         answers.clear();
         locate("Other");
         tellOwn(std::nullopt);
-        tellFound({found("10.0.0.7")}, {{host, kPort}});
-        EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kPort)}) << host;
+        tellFound({found("10.0.0.7")}, {{host, kServicePort}});
+        EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)}) << host;
     }
     EXPECT_TRUE(lookUps.empty());
 }
@@ -214,7 +214,7 @@ TEST_F(ServiceLocatorTest, takesTheFirstAddressOfIPv4AtOnce)
     tellFound({found("2001:db8::7")}, {}, false);
     EXPECT_TRUE(answers.empty());
     tellFound({found("2001:db8::7"), found("10.0.0.7"), found("10.0.0.8")}, {}, false);
-    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, takesAnAddressOfIPv6WhereThereIsNothingElse)
@@ -222,7 +222,7 @@ TEST_F(ServiceLocatorTest, takesAnAddressOfIPv6WhereThereIsNothingElse)
     tellOwn(std::nullopt);
     tellFound({found("2001:db8::7")}, {}, false);
     tellFound({found("2001:db8::7")});
-    EXPECT_EQ(answers, Answers{serverAt("2001:db8::7", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("2001:db8::7", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, givesALinkLocalAddressItsScope)
@@ -231,7 +231,7 @@ TEST_F(ServiceLocatorTest, givesALinkLocalAddressItsScope)
     tellOwn(std::nullopt);
     // The loopback interface is there on every machine, under its index 1.
     tellFound({found("fe80::7", kLoopback)});
-    EXPECT_EQ(answers, Answers{serverAt("fe80::7%lo", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("fe80::7%lo", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, tellsNoAddressThatNoConnectionMayBeOpenedTo)
@@ -241,7 +241,7 @@ TEST_F(ServiceLocatorTest, tellsNoAddressThatNoConnectionMayBeOpenedTo)
     tellFound({found("127.0.0.1"), found("0.0.0.0"), found("224.0.0.251"), found("255.255.255.255"),
                found("::1"), found("::"), found("ff02::fb"), found("10.0.0.7", kWired, 0),
                found("10.0.0.1", kWired, 40999)},
-              {{"phone.local", kPort}});
+              {{"phone.local", kServicePort}});
     EXPECT_TRUE(answers.empty());
     EXPECT_TRUE(lookUps.empty());
     dispatch.advance(kSearchLimit);
@@ -252,7 +252,7 @@ TEST_F(ServiceLocatorTest, tellsALoopbackAddressThatThisComputerItselfAnnounced)
 {
     tellOwn(std::nullopt);
     tellFound({found("127.0.0.9", kLoopback)});
-    EXPECT_EQ(answers, Answers{serverAt("127.0.0.9", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("127.0.0.9", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, givesASlowServiceAllItsTime)
@@ -263,7 +263,7 @@ TEST_F(ServiceLocatorTest, givesASlowServiceAllItsTime)
     dispatch.advance(kSearchLimit - 1ms);
     EXPECT_TRUE(answers.empty());
     tellFound({found("10.0.0.7")});
-    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
     dispatch.advance(10s);
     EXPECT_EQ(answers.size(), 1U);
 }
@@ -273,7 +273,7 @@ TEST_F(ServiceLocatorTest, takesWhatItHasWhenTheTimeIsUp)
     tellOwn(std::nullopt);
     tellFound({found("2001:db8::7")}, {}, false);
     dispatch.advance(kSearchLimit);
-    EXPECT_EQ(answers, Answers{serverAt("2001:db8::7", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("2001:db8::7", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, tellsNoneOfAServiceThatIsNotFoundInTime)
@@ -289,10 +289,10 @@ TEST_F(ServiceLocatorTest, isDoneInSixSecondsAtTheLatest)
 {
     tellOwn(std::nullopt);
     dispatch.advance(5999ms);
-    tellFound({found("10.0.0.7")}, {{"phone.local", kPort}});
+    tellFound({found("10.0.0.7")}, {{"phone.local", kServicePort}});
     EXPECT_EQ(lookUps.size(), 1U);
     dispatch.advance(1ms);
-    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kPort)});
+    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, findsSeveralServicesAtOnce)

@@ -10,7 +10,7 @@ namespace quillbox {
 
 namespace {
 
-using State = Listener::State;
+using ListenerState = Listener::State;
 using Registration = DnsSd::RegistrationUpdate;
 
 Registration update(Registration::State state, std::error_code error = {},
@@ -37,8 +37,9 @@ struct Stage {
         listener =
             harness.network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
         listener->setService({.name = "Test", .type = "_smb._tcp"});
-        listener->setStateUpdateHandler(
-            [log = log](State state, std::error_code failure) { log->note(state, failure); });
+        listener->setStateUpdateHandler([log = log](ListenerState state, std::error_code failure) {
+            log->note(state, failure);
+        });
     }
 
     void run(const std::function<void()>& work)
@@ -64,7 +65,7 @@ struct Stage {
     }
 
     Harness harness;
-    std::shared_ptr<StateLog<State>> log = std::make_shared<StateLog<State>>();
+    std::shared_ptr<StateLog<ListenerState>> log = std::make_shared<StateLog<ListenerState>>();
     std::shared_ptr<DispatchQueue> queue = harness.makeQueue();
     std::shared_ptr<Listener> listener;
     std::uint16_t port = 0;
@@ -90,11 +91,11 @@ TEST(TcpListener, isReadyOnceItIsAdvertised)
     stage.start();
     const auto away = std::make_error_code(std::errc::not_connected);
     stage.harness.dnsSd.deliver(0, update(Registration::State::Waiting, away));
-    ASSERT_TRUE(stage.log->waitFor(State::Waiting));
-    EXPECT_EQ(stage.log->errorOf(State::Waiting), away);
+    ASSERT_TRUE(stage.log->waitFor(ListenerState::Waiting));
+    EXPECT_EQ(stage.log->errorOf(ListenerState::Waiting), away);
     stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
-    ASSERT_TRUE(stage.log->waitFor(State::Ready));
-    EXPECT_EQ(stage.log->states(), (std::vector{State::Waiting, State::Ready}));
+    ASSERT_TRUE(stage.log->waitFor(ListenerState::Ready));
+    EXPECT_EQ(stage.log->states(), (std::vector{ListenerState::Waiting, ListenerState::Ready}));
 }
 
 TEST(TcpListener, staysReadyWhenItIsRenamed)
@@ -104,7 +105,7 @@ TEST(TcpListener, staysReadyWhenItIsRenamed)
     stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
     stage.harness.dnsSd.deliver(0, update(Registration::State::Ready, {}, "Test #2"));
     stage.settle();
-    EXPECT_EQ(stage.log->states(), std::vector{State::Ready});
+    EXPECT_EQ(stage.log->states(), std::vector{ListenerState::Ready});
 }
 
 TEST(TcpListener, isReadyAgainAfterItHasWaited)
@@ -116,7 +117,8 @@ TEST(TcpListener, isReadyAgainAfterItHasWaited)
     stage.harness.dnsSd.deliver(0, update(Registration::State::Waiting, away));
     stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
     stage.settle();
-    EXPECT_EQ(stage.log->states(), (std::vector{State::Ready, State::Waiting, State::Ready}));
+    EXPECT_EQ(stage.log->states(),
+              (std::vector{ListenerState::Ready, ListenerState::Waiting, ListenerState::Ready}));
     EXPECT_TRUE(accepts(stage.port));
 }
 
@@ -126,11 +128,11 @@ TEST(TcpListener, closesItsPortWhenItsServiceCanNeverBeRegistered)
     stage.start();
     const auto invalid = std::make_error_code(std::errc::invalid_argument);
     stage.harness.dnsSd.deliver(0, update(Registration::State::Failed, invalid));
-    ASSERT_TRUE(stage.log->waitFor(State::Failed));
-    EXPECT_EQ(stage.log->errorOf(State::Failed), invalid);
+    ASSERT_TRUE(stage.log->waitFor(ListenerState::Failed));
+    EXPECT_EQ(stage.log->errorOf(ListenerState::Failed), invalid);
     EXPECT_FALSE(accepts(stage.port));
     stage.run([&stage] { stage.listener->cancel(); });
-    EXPECT_TRUE(stage.log->waitFor(State::Cancelled));
+    EXPECT_TRUE(stage.log->waitFor(ListenerState::Cancelled));
 }
 
 TEST(TcpListener, isReadyAtOnceWithoutAService)
@@ -138,12 +140,12 @@ TEST(TcpListener, isReadyAtOnceWithoutAService)
     Harness harness;
     std::error_code error;
     const auto listener = harness.network->makeListener({}, kAnyPort, error);
-    StateLog<State> log;
+    StateLog<ListenerState> log;
     listener->setStateUpdateHandler(
-        [&log](State state, std::error_code failure) { log.note(state, failure); });
+        [&log](ListenerState state, std::error_code failure) { log.note(state, failure); });
     const auto queue = harness.makeQueue();
     queue->async([&] { listener->start(queue); });
-    EXPECT_TRUE(log.waitFor(State::Ready));
+    EXPECT_TRUE(log.waitFor(ListenerState::Ready));
     EXPECT_EQ(harness.dnsSd.count(), 0U);
 }
 
@@ -152,7 +154,7 @@ TEST(TcpListener, closesItsPortAndItsRegistrationWhenItIsCancelled)
     Stage stage;
     stage.start();
     stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
-    ASSERT_TRUE(stage.log->waitFor(State::Ready));
+    ASSERT_TRUE(stage.log->waitFor(ListenerState::Ready));
     stage.run([&stage] {
         stage.listener->cancel();
         stage.listener->cancel();
@@ -160,7 +162,7 @@ TEST(TcpListener, closesItsPortAndItsRegistrationWhenItIsCancelled)
     EXPECT_TRUE(stage.harness.dnsSd.record(0).isEnded);
     EXPECT_FALSE(accepts(stage.port));
     stage.settle();
-    EXPECT_EQ(stage.log->states(), (std::vector{State::Ready, State::Cancelled}));
+    EXPECT_EQ(stage.log->states(), (std::vector{ListenerState::Ready, ListenerState::Cancelled}));
 }
 
 TEST(TcpListener, isCancelledSilentlyWhenItIsDropped)

@@ -1,4 +1,5 @@
 #include "platform/dnssd/automatic_engine_choice.h"
+#include "tests/platform/dnssd/engines/start_time.h"
 
 #include <string>
 #include <vector>
@@ -13,8 +14,6 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using Source = AutomaticEngineChoice::Source;
-
-constexpr AutomaticEngineChoice::Clock::time_point kStart{};
 
 class AutomaticEngineChoiceTest : public testing::Test {
 protected:

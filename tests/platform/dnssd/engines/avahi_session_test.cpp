@@ -1,4 +1,5 @@
 #include "platform/dnssd/avahi_session.h"
+#include "tests/platform/dnssd/engines/start_time.h"
 
 #include <algorithm>
 #include <string>
@@ -15,8 +16,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-constexpr AvahiSession::Clock::time_point kStart{};
 
 /// Avahi as the session sees it, where a test says what happens.
 class FakeAvahi final : public AvahiApi {

@@ -1,4 +1,5 @@
 #include "platform/dnssd/engine_pause.h"
+#include "tests/platform/dnssd/engines/start_time.h"
 
 #include <gtest/gtest.h>
 
@@ -7,8 +8,6 @@ namespace quillbox::dnssd {
 namespace {
 
 using namespace std::chrono_literals;
-
-constexpr EnginePause::Clock::time_point kStart{};
 
 TEST(EnginePause, doublesUpToItsMaximum)
 {

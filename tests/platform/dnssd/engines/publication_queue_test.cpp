@@ -1,4 +1,5 @@
 #include "platform/dnssd/publication_queue.h"
+#include "tests/platform/dnssd/engines/start_time.h"
 
 #include <vector>
 
@@ -11,7 +12,6 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-constexpr PublicationQueue::Clock::time_point kStart{};
 constexpr auto kMaximum = static_cast<AskId>(kRegistrationsAtOnce);
 
 /// All whose turn it is, taken and left alone.
