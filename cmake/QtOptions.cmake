@@ -15,23 +15,3 @@ target_compile_definitions(
               QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
               QT_STRICT_ITERATORS
               QT_DISABLE_DEPRECATED_BEFORE=0x060400)
-
-# The same for folders that use Qt, whose headers are larger still.
-function(quillbox_precompile_qt target)
-    quillbox_precompile(${target})
-    target_precompile_headers(
-        ${target}
-        PRIVATE
-        <QApplication>
-        <QEvent>
-        <QJsonArray>
-        <QJsonDocument>
-        <QJsonObject>
-        <QLabel>
-        <QLineEdit>
-        <QMenu>
-        <QPainter>
-        <QPointer>
-        <QPushButton>
-        <QVBoxLayout>)
-endfunction()

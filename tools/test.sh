@@ -61,7 +61,8 @@ unit_tests() {
     if [ "${#filters[@]}" -gt 0 ]; then
         more+=(--tests-regex "$(joined '|' "${filters[@]}")" --no-tests=ignore)
     fi
-    call_ctest --parallel 2 --output-junit "$results/$name.xml" "${more[@]}" || code=$?
+    # Most of these tests' time is waiting, for networks and engines that keep their own time.
+    call_ctest --parallel $(($(nproc) * 2)) --output-junit "$results/$name.xml" "${more[@]}" || code=$?
     if [ "$code" -eq 0 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
     call_ctest --rerun-failed --output-junit "$results/$name.again.xml" "${more[@]}"
@@ -78,7 +79,7 @@ python_tests() {
     local more=("$@") code=0 workers
     workers=$(nproc)
     # These tests wait for networks more than they compute, unless a sanitizer slows them down.
-    if [ "$preset" = release ]; then workers=$((workers * 3 / 2)); fi
+    if [ "$preset" = release ]; then workers=$((workers * 2)); fi
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
     call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$workers" \
         "${more[@]}" || code=$?
