@@ -46,17 +46,38 @@ def tasks(pid):
         return []
 
 
+def by_task(pid, counter):
+    """What a counter, which takes the folder of a thread, says of each thread of a process."""
+    counted = {}
+    for task in tasks(pid):
+        try:
+            counted[task] = counter(f"/proc/{pid}/task/{task}")
+        except OSError:
+            continue
+    return counted
+
+
+def gained(before, now):
+    """What was counted between two calls of `by_task`. A thread that has ended took its count along."""
+    return sum(count - before.get(task, 0) for task, count in now.items())
+
+
+def seconds_run(folder):
+    return int(read(f"{folder}/schedstat").split()[0]) / 1e9
+
+
+def waited_for_seconds(pid):
+    """What the children have run that a process has waited for."""
+    try:
+        fields = stat_fields(read(f"/proc/{pid}/stat"))
+    except OSError:
+        return 0.0
+    return (int(fields[13]) + int(fields[14])) / TICKS
+
+
 def cpu_seconds(pid):
     """What the threads of a process have run, and the children that it has waited for."""
-    total = 0.0
-    try:
-        for task in tasks(pid):
-            total += int(read(f"/proc/{pid}/task/{task}/schedstat").split()[0]) / 1e9
-        fields = stat_fields(read(f"/proc/{pid}/stat"))
-        total += (int(fields[13]) + int(fields[14])) / TICKS
-    except OSError:
-        pass
-    return total
+    return sum(by_task(pid, seconds_run).values()) + waited_for_seconds(pid)
 
 
 def number_after(text, label):
@@ -80,17 +101,16 @@ def own_kib(pid):
         return 0
 
 
+def times_switched(folder):
+    text = read(f"{folder}/status")
+    return number_after(text, "voluntary_ctxt_switches") + number_after(
+        text, "nonvoluntary_ctxt_switches"
+    )
+
+
 def switches(pid):
     """How often threads of the process were put on a processor."""
-    total = 0
-    for task in tasks(pid):
-        try:
-            text = read(f"/proc/{pid}/task/{task}/status")
-        except OSError:
-            continue
-        total += number_after(text, "voluntary_ctxt_switches")
-        total += number_after(text, "nonvoluntary_ctxt_switches")
-    return total
+    return sum(by_task(pid, times_switched).values())
 
 
 def threads(pid):

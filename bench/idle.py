@@ -13,19 +13,22 @@ ENGINES = {"embedded": "ours", "daemon": "ours beside avahi-daemon"}
 
 
 class Meter:
-    """What a process costs from now on."""
+    """What a process costs from now on. What a thread costs that ends meanwhile is not known."""
 
     def __init__(self, pid):
         self.pid = pid
         self.began = time.monotonic()
-        self.switches = costs.switches(pid)
-        self.seconds = costs.cpu_seconds(pid)
+        self.switches = costs.by_task(pid, costs.times_switched)
+        self.seconds = costs.by_task(pid, costs.seconds_run)
+        self.waited_for = costs.waited_for_seconds(pid)
 
     def wake_ups(self):
-        return (costs.switches(self.pid) - self.switches) / (time.monotonic() - self.began)
+        now = costs.by_task(self.pid, costs.times_switched)
+        return costs.gained(self.switches, now) / (time.monotonic() - self.began)
 
     def seconds_spent(self):
-        return costs.cpu_seconds(self.pid) - self.seconds
+        waited_for = costs.waited_for_seconds(self.pid) - self.waited_for
+        return costs.gained(self.seconds, costs.by_task(self.pid, costs.seconds_run)) + waited_for
 
     def load_percent(self):
         return 100 * self.seconds_spent() / (time.monotonic() - self.began)

@@ -1,10 +1,12 @@
 """What the kernel tells about processes."""
 
 import os
+import signal
 import subprocess
 import sys
 
 import costs
+from idle import Meter
 from rig.process import wait_until
 
 
@@ -78,6 +80,33 @@ def test_threads_and_the_switches_of_all_of_them_are_counted():
 
     # Each of the others waits, and so has been switched from once.
     wait_until(lambda: by_others() >= 3, 10, "switches of the other threads")
+    end(process)
+
+
+def test_a_thread_that_ends_takes_nothing_of_what_others_gained_along():
+    before = {"1": 10, "2": 40}
+    assert costs.gained(before, {"1": 13, "3": 2}) == 5
+
+
+BUSY_THREAD = """import signal, threading, time
+ready, gate = threading.Event(), threading.Event()
+signal.signal(signal.SIGUSR1, lambda *_: gate.set())
+def work():
+    for _ in range(100):
+        time.sleep(0.001)
+    ready.set()
+    gate.wait()
+threading.Thread(target=work).start()
+ready.wait()"""
+
+
+def test_a_meter_survives_the_end_of_a_thread():
+    process = child(BUSY_THREAD)
+    meter = Meter(process.pid)
+    process.send_signal(signal.SIGUSR1)
+    wait_until(lambda: costs.threads(process.pid) == 1, 10, "the end of the thread")
+    assert meter.wake_ups() >= 0
+    assert meter.seconds_spent() >= 0
     end(process)
 
 
