@@ -2,6 +2,7 @@
 
 import os
 import re
+import time
 
 TICKS = os.sysconf("SC_CLK_TCK")
 
@@ -121,3 +122,25 @@ def sum_over(roots, cost):
     """A cost of several processes and all that descend from them."""
     parent_of = parents()
     return sum(cost(pid) for root in roots for pid in family(root, parent_of))
+
+
+class Meter:
+    """What a process costs from now on. What a thread costs that ends meanwhile is not known."""
+
+    def __init__(self, pid):
+        self.pid = pid
+        self.began = time.monotonic()
+        self.switches = by_task(pid, times_switched)
+        self.seconds = by_task(pid, seconds_run)
+        self.waited_for = waited_for_seconds(pid)
+
+    def wake_ups(self):
+        now = by_task(self.pid, times_switched)
+        return gained(self.switches, now) / (time.monotonic() - self.began)
+
+    def seconds_spent(self):
+        waited_for = waited_for_seconds(self.pid) - self.waited_for
+        return gained(self.seconds, by_task(self.pid, seconds_run)) + waited_for
+
+    def load_percent(self):
+        return 100 * self.seconds_spent() / (time.monotonic() - self.began)

@@ -4,34 +4,12 @@ import json
 import time
 
 import costs
-from desktop import DesktopPlace
+from desktop_place import DesktopPlace
 from figures import Bar
 from rig.computer import LOOKING
 from rig.network import TYPE_SMB
 
 ENGINES = {"embedded": "ours", "daemon": "ours beside avahi-daemon"}
-
-
-class Meter:
-    """What a process costs from now on. What a thread costs that ends meanwhile is not known."""
-
-    def __init__(self, pid):
-        self.pid = pid
-        self.began = time.monotonic()
-        self.switches = costs.by_task(pid, costs.times_switched)
-        self.seconds = costs.by_task(pid, costs.seconds_run)
-        self.waited_for = costs.waited_for_seconds(pid)
-
-    def wake_ups(self):
-        now = costs.by_task(self.pid, costs.times_switched)
-        return costs.gained(self.switches, now) / (time.monotonic() - self.began)
-
-    def seconds_spent(self):
-        waited_for = costs.waited_for_seconds(self.pid) - self.waited_for
-        return costs.gained(self.seconds, costs.by_task(self.pid, costs.seconds_run)) + waited_for
-
-    def load_percent(self):
-        return 100 * self.seconds_spent() / (time.monotonic() - self.began)
 
 
 def places(run):
@@ -94,7 +72,7 @@ def note_sizes(rows, name, helper):
 
 def metered(pid):
     """Meters of a process and of those that it has started; its own is the first one."""
-    return [Meter(each) for each in costs.family(pid)]
+    return [costs.Meter(each) for each in costs.family(pid)]
 
 
 def write_quiet(section, meters):

@@ -6,7 +6,7 @@ from statistics import median
 
 import costs
 from growth import growth_words
-from idle import Meter, places
+from idle import places
 from memory import held, peak_kib
 from place import result_of
 from plot import chart
@@ -154,7 +154,7 @@ class Trial:
         self.pids = costs.family(self.helper.pid)
 
     def meters(self):
-        return [Meter(pid) for pid in self.pids]
+        return [costs.Meter(pid) for pid in self.pids]
 
     def memory_mb(self):
         return sum(costs.pss_kib(pid) for pid in self.pids) * 1024 / 1e6
@@ -199,7 +199,7 @@ def scale_phones(run):
         silence.add(size, "ours", answered["most"] * 1e3)
         time.sleep(run.plan.pick(5, 1))
         memory.add(size, "ours", trial.memory_mb())
-        own = Meter(trial.helper.pid)
+        own = costs.Meter(trial.helper.pid)
         time.sleep(run.plan.pick(5, 2))
         wake.add(size, "ours", own.wake_ups())
         speed.add(size, "ours", flood_ports(place, ports, run.plan.seconds) / 1e9)

@@ -6,7 +6,6 @@ import subprocess
 import sys
 
 import costs
-from idle import Meter
 from rig.process import wait_until
 
 
@@ -102,7 +101,7 @@ ready.wait()"""
 
 def test_a_meter_survives_the_end_of_a_thread():
     process = child(BUSY_THREAD)
-    meter = Meter(process.pid)
+    meter = costs.Meter(process.pid)
     process.send_signal(signal.SIGUSR1)
     wait_until(lambda: costs.threads(process.pid) == 1, 10, "the end of the thread")
     assert meter.wake_ups() >= 0
