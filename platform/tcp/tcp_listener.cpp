@@ -1,6 +1,7 @@
 #include "platform/tcp/tcp_listener.h"
 
 #include "platform/dispatch/timer.h"
+#include "platform/standard_error.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
@@ -9,7 +10,6 @@
 #include <cerrno>
 #include <chrono>
 #include <functional>
-#include <iostream>
 #include <optional>
 #include <utility>
 
@@ -206,8 +206,8 @@ private:
         const auto now = std::chrono::steady_clock::now();
         const auto before = std::exchange(lastPause_, now);
         if (!before || now - *before > kSameShortage)
-            std::cerr << "quillbox-helper: no connection can be accepted at present: "
-                      << error.message() << '\n';
+            printToStandardError("quillbox-helper: no connection can be accepted at present: "
+                                 + error.message());
         if (!std::exchange(isAwaitingClose_, true))
             context_->sockets->afterNextClose([weak = weak_from_this()] {
                 const auto self = weak.lock();

@@ -2,7 +2,6 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <algorithm>
-#include <ostream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -75,8 +74,6 @@ private:
 /// broken object.
 void rehearse(Harness& harness)
 {
-    std::ostream nowhere(nullptr);
-    nowhere << "" << std::string() << ' ';
     harness.makeQueue()->asyncAfter(1ms, [] {});
     {
         const auto peer = connectPeer(harness.listeningPort());
