@@ -53,6 +53,12 @@ is_worth_another_try() {
     [ "${failed:-0}" -ge 1 ] && [ "$failed" -le 5 ]
 }
 
+# How many tests run side by side. They wait for networks and engines more than they compute, unless a
+# sanitizer slows them down.
+at_once() {
+    if [ "$1" = release ]; then echo $(($(nproc) * 2)); else nproc; fi
+}
+
 # CTest on one preset; further arguments are CTest's own.
 unit_tests() {
     local preset=$1
@@ -61,8 +67,7 @@ unit_tests() {
     if [ "${#filters[@]}" -gt 0 ]; then
         more+=(--tests-regex "$(joined '|' "${filters[@]}")" --no-tests=ignore)
     fi
-    # Most of these tests' time is waiting, for networks and engines that keep their own time.
-    call_ctest --parallel $(($(nproc) * 2)) --output-junit "$results/$name.xml" "${more[@]}" || code=$?
+    call_ctest --parallel "$(at_once "$preset")" --output-junit "$results/$name.xml" "${more[@]}" || code=$?
     if [ "$code" -eq 0 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
     call_ctest --rerun-failed --output-junit "$results/$name.again.xml" "${more[@]}"
@@ -76,12 +81,9 @@ call_ctest() {
 python_tests() {
     local preset=$1 name=$2
     shift 2
-    local more=("$@") code=0 workers
-    workers=$(nproc)
-    # These tests wait for networks more than they compute, unless a sanitizer slows them down.
-    if [ "$preset" = release ]; then workers=$((workers * 2)); fi
+    local more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
-    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$workers" \
+    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset")" \
         "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi
