@@ -87,7 +87,8 @@ def test_a_thread_that_ends_takes_nothing_of_what_others_gained_along():
     assert costs.gained(before, {"1": 13, "3": 2}) == 5
 
 
-BUSY_THREAD = """import signal, threading, time
+# A thread that is switched to a hundred times, by sleeping as often, and then takes its count along.
+THREAD_THAT_ENDS = """import signal, threading, time
 ready, gate = threading.Event(), threading.Event()
 signal.signal(signal.SIGUSR1, lambda *_: gate.set())
 def work():
@@ -100,7 +101,7 @@ ready.wait()"""
 
 
 def test_a_meter_survives_the_end_of_a_thread():
-    process = child(BUSY_THREAD)
+    process = child(THREAD_THAT_ENDS)
     meter = costs.Meter(process.pid)
     process.send_signal(signal.SIGUSR1)
     wait_until(lambda: costs.threads(process.pid) == 1, 10, "the end of the thread")
