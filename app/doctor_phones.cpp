@@ -1,5 +1,6 @@
 #include "app/doctor_checks.h"
 #include "discovery/phone_discovery.h"
+#include "platform/text.h"
 
 #include <algorithm>
 
@@ -11,11 +12,6 @@ using State = PortFacts::State;
 
 constexpr const char* kPhones = "phones";
 constexpr const char* kRunningCopy = "running-copy";
-
-std::string quoted(const std::string& name)
-{
-    return '"' + name + '"';
-}
 
 bool has(const PhoneFacts& phone, State state)
 {
@@ -33,10 +29,11 @@ std::vector<std::string> addressesOf(const PhoneFacts& phone)
 
 Finding phoneFinding(const PhoneFacts& phone)
 {
-    const std::string where = quoted(phone.name) + " at " + listed(addressesOf(phone)) + ", port "
-                              + std::to_string(phone.port) + ',';
+    const std::string where = inDoubleQuotes(phone.name) + " at " + listed(addressesOf(phone))
+                              + ", port " + std::to_string(phone.port) + ',';
     if (phone.addresses.empty())
-        return fail(kPhones, quoted(phone.name) + " is announced, but nobody tells its address.",
+        return fail(kPhones,
+                    inDoubleQuotes(phone.name) + " is announced, but nobody tells its address.",
                     "It may have left or fallen asleep: open the Quillbox app on the phone, and "
                     "look again.");
     if (has(phone, State::Open))
@@ -56,7 +53,8 @@ Finding phoneFinding(const PhoneFacts& phone)
 Finding otherNameFinding(const PhoneFacts& phone, bool isAnyShown)
 {
     return {kPhones, isAnyShown ? Finding::Result::Warn : Finding::Result::Fail,
-            quoted(phone.name) + " is not shown: its name does not begin with the word Quillbox.",
+            inDoubleQuotes(phone.name)
+                + " is not shown: its name does not begin with the word Quillbox.",
             R"(Call it "Quillbox" or "Quillbox " and more, in the app on the phone.)"};
 }
 
@@ -111,7 +109,8 @@ Findings checkPhones(const DoctorFacts& facts)
         }
         findings.push_back(phoneFinding(each));
         if (each.hosts > 1)
-            findings.push_back(warn(kPhones, "Several phones are called " + quoted(each.name) + '.',
+            findings.push_back(warn(kPhones,
+                                    "Several phones are called " + inDoubleQuotes(each.name) + '.',
                                     "Give each a name of its own in the app."));
     }
     return findings;

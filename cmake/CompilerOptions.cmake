@@ -14,7 +14,6 @@ target_compile_options(
               -Wconversion
               -Wnon-virtual-dtor
               -Woverloaded-virtual
-              -Werror
               -fstack-protector-strong
               -fstack-clash-protection
               $<$<CXX_COMPILER_ID:GNU>:-fcf-protection>)

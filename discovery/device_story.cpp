@@ -1,5 +1,7 @@
 #include "discovery/device_story.h"
 
+#include "platform/text.h"
+
 #include <set>
 #include <utility>
 
@@ -37,13 +39,14 @@ void DeviceStory::noteDevices(const std::vector<DiscoveredDevice>& devices, std:
         const bool isGone = !names.contains(entry.first);
         if (isGone)
             tell([&] {
-                return quoted(entry.first) + " is gone, after " + durationText(now - entry.second);
+                return inDoubleQuotes(entry.first) + " is gone, after "
+                       + durationText(now - entry.second);
             });
         return isGone;
     });
     for (const std::string& name : names) {
         if (present.emplace(name, now).second)
-            tell([&] { return quoted(name) + " has appeared"; });
+            tell([&] { return inDoubleQuotes(name) + " has appeared"; });
     }
     if (services > devices.size())
         tell([&] {

@@ -45,9 +45,4 @@ std::string durationText(Log::Clock::duration duration)
     return std::to_string(minutes / 60) + " h " + std::to_string(minutes % 60) + " min";
 }
 
-std::string quoted(std::string_view name)
-{
-    return '"' + std::string(name) + '"';
-}
-
 } // namespace quillbox

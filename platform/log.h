@@ -59,7 +59,4 @@ protected:
 /// "250 ms", "1.5 s", "2 min 5 s", "3 h 20 min".
 std::string durationText(Log::Clock::duration duration);
 
-/// A name between quotation marks.
-std::string quoted(std::string_view name);
-
 } // namespace quillbox

@@ -143,4 +143,9 @@ std::string trimmed(std::string_view text)
     return std::string(text);
 }
 
+std::string inDoubleQuotes(std::string_view name)
+{
+    return '"' + std::string(name) + '"';
+}
+
 } // namespace quillbox

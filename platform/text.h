@@ -33,4 +33,8 @@ std::string_view truncated(std::string_view text, std::size_t size);
 /// U+200B) at both ends. Text that is not valid UTF-8 loses ASCII white space only.
 std::string trimmed(std::string_view text);
 
+/// `name` between double quotation marks, verbatim. (Not called `quoted`: std::quoted would win by
+/// argument-dependent lookup.)
+std::string inDoubleQuotes(std::string_view name);
+
 } // namespace quillbox

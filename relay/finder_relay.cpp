@@ -1,5 +1,6 @@
 #include "relay/finder_relay.h"
 
+#include "platform/text.h"
 #include "relay/session_story.h"
 
 #include <utility>
@@ -14,7 +15,7 @@ constexpr const char* kSmbServiceType = "_smb._tcp";
 
 template <typename Text> void FinderRelay::tell(Text&& text)
 {
-    log.tell(LogCategory::Relay, [&] { return quoted(advertisedName) + ": " + text(); });
+    log.tell(LogCategory::Relay, [&] { return inDoubleQuotes(advertisedName) + ": " + text(); });
 }
 
 std::shared_ptr<FinderRelay> FinderRelay::make(Dispatch& dispatch, Network& network, Log& log,

@@ -1,5 +1,7 @@
 #include "relay/session_story.h"
 
+#include "platform/text.h"
+
 #include <utility>
 
 namespace quillbox {
@@ -76,8 +78,8 @@ std::shared_ptr<SessionStory> SessionStory::begin(Log& log, const std::string& f
 
 SessionStory::SessionStory(Log& sessionLog, const std::string& finderName)
     : log(sessionLog),
-      label("session " + std::to_string(sessionLog.numberSession()) + " of " + quoted(finderName)
-            + ": "),
+      label("session " + std::to_string(sessionLog.numberSession()) + " of "
+            + inDoubleQuotes(finderName) + ": "),
       start(sessionLog.now())
 {
 }

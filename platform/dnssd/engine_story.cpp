@@ -1,5 +1,7 @@
 #include "platform/dnssd/engine_story.h"
 
+#include "platform/text.h"
+
 #include <map>
 #include <mutex>
 #include <utility>
@@ -81,7 +83,8 @@ private:
     {
         const std::lock_guard lock(mutex);
         publications[request.id] = {request.name, log.now()};
-        log.tell(LogCategory::Advertising, [&] { return quoted(request.name) + " is tried"; });
+        log.tell(LogCategory::Advertising,
+                 [&] { return inDoubleQuotes(request.name) + " is tried"; });
     }
 
     void withdraw(AskId id)
@@ -91,7 +94,7 @@ private:
         if (found == publications.end())
             return;
         log.tell(LogCategory::Advertising, [&] {
-            return quoted(found->second.name) + " is withdrawn, after "
+            return inDoubleQuotes(found->second.name) + " is withdrawn, after "
                    + durationText(log.now() - found->second.since);
         });
         publications.erase(found);
@@ -104,7 +107,7 @@ private:
         if (found == publications.end())
             return;
         log.tell(LogCategory::Advertising, [&] {
-            return quoted(found->second.name) + ' ' + what + ", after "
+            return inDoubleQuotes(found->second.name) + ' ' + what + ", after "
                    + durationText(log.now() - found->second.since);
         });
     }

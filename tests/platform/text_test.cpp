@@ -90,5 +90,11 @@ TEST(Text, trimsAllUnicodeWhiteSpaceAtBothEndsOnly)
     EXPECT_EQ(trimmed("\xc3\xa9"), "\xc3\xa9");
 }
 
+TEST(Text, putsNamesBetweenQuotationMarksVerbatim)
+{
+    EXPECT_EQ(inDoubleQuotes("Quillbox \"Office\" \\"), "\"Quillbox \"Office\" \\\"");
+    EXPECT_EQ(inDoubleQuotes(""), "\"\"");
+}
+
 } // namespace
 } // namespace quillbox
