@@ -57,7 +57,7 @@ if(QUILLBOX_FUZZ)
     target_compile_options(quillbox_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
-# A folder of the house: one static library with an explicit list of files.
+# A source folder: one static library with an explicit list of files.
 function(quillbox_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
     add_library(quillbox_${name} STATIC ${ARG_SOURCES})

@@ -45,14 +45,14 @@ lint_python() {
     sources '*.py' | xargs -r "$python" -m pyflakes
 }
 
-lint_house() {
+lint_architecture() {
     PYTHONDONTWRITEBYTECODE=1 "$python" -m pytest -c "$root/tests/pytest.ini" -q \
-        "$root/tests/house"
+        "$root/tests/architecture"
 }
 
 run_lint() {
     local check code checks=("$@") failed=()
-    if [ "${#checks[@]}" = 0 ]; then checks=(format shell python house cppcheck tidy); fi
+    if [ "${#checks[@]}" = 0 ]; then checks=(format shell python architecture cppcheck tidy); fi
     ensure_packages build lint
     for check in "${checks[@]}"; do
         if ! declare -F "lint_$check" >/dev/null; then

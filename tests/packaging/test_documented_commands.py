@@ -11,7 +11,7 @@ import sys
 import pytest
 from test_packaging import INSTALLED, PROGRAM, ROOT, described, run
 
-sys.path.append(os.path.join(ROOT, "tests/house"))
+sys.path.append(os.path.join(ROOT, "tests/architecture"))
 from test_reliability import existing  # noqa: E402 the names of all tests
 
 PAGES = ["README.md", "CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md"]

@@ -1,6 +1,6 @@
-"""The rules of the folder structure, and the search for what breaks them.
+"""The include rules between folders, and the checks that enforce them.
 
-docs/architecture.md says why each rule is there; the tables here are what it comes down to.
+docs/architecture.md gives the reason for each rule.
 """
 
 import os
@@ -119,7 +119,7 @@ LONG_FILES = {  # path: why it is longer
     "platform/dnssd/messages.h": "one list of plain values, of a few lines each",
 }
 
-ROOMS = ("app", "bench", "demo", "discovery", "fuzz", "platform", "relay", "tests", "ui")
+SOURCE_FOLDERS = ("app", "bench", "demo", "discovery", "fuzz", "platform", "relay", "tests", "ui")
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.MULTILINE)
 SYSTEM_SWITCH = re.compile(
     r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b"
@@ -143,7 +143,7 @@ TEXTS = (".h", ".cpp", ".py", ".sh", ".md", ".txt", ".cmake", ".json", ".ini", "
 SKIPPED = {".git", ".cache", "build", "corpus", "__pycache__"}
 
 
-def room(path):
+def folder_of(path):
     return os.path.dirname(path)
 
 
@@ -167,17 +167,17 @@ def text_of(root, path):
 
 def check_own(root, path, target):
     """What is wrong with an include of one of our own headers, or None."""
-    if target.split("/")[0] not in ROOMS:
+    if target.split("/")[0] not in SOURCE_FOLDERS:
         return f'"{target}" is not written from the root of the project'
     if not os.path.exists(os.path.join(root, target)):
         return f'"{target}" does not exist'
-    if path.startswith(("tests/", "bench/", "fuzz/")) or room(target) == room(path):
+    if path.startswith(("tests/", "bench/", "fuzz/")) or folder_of(target) == folder_of(path):
         return None
-    allowed = ARROWS.get(path, ARROWS.get(room(path)))
+    allowed = ARROWS.get(path, ARROWS.get(folder_of(path)))
     if allowed is None:
-        return f"{room(path)}/ is a folder that the table of arrows does not have"
-    if target not in allowed and room(target) not in allowed:
-        return f"{room(path)}/ may not include {target}"
+        return f"{folder_of(path)}/ is a folder that the table of arrows does not have"
+    if target not in allowed and folder_of(target) not in allowed:
+        return f"{folder_of(path)}/ may not include {target}"
     return None
 
 
@@ -214,7 +214,7 @@ def complaints(root):
     """Everything in the tree at `root` that breaks a rule, as "path: what"."""
     found = []
     for path in files(root):
-        if path.split("/")[0] in ROOMS and path.endswith((".h", ".cpp")):
+        if path.split("/")[0] in SOURCE_FOLDERS and path.endswith((".h", ".cpp")):
             found += [f"{path}: {wrong}" for wrong in check_source(root, path)]
         if os.path.splitext(path)[1] in TEXTS:
             for number, line in enumerate(text_of(root, path).splitlines(), 1):

@@ -24,7 +24,7 @@ def test_no_reason_is_listed_for_a_file_that_is_short_or_gone():
         assert rules.text_of(ROOT, path).count("\n") > most
 
 
-HOUSE = {
+TREE = {
     "app/app_delegate.h": '#include "discovery/phone_discovery.h"\n#include <QObject>\n',
     "app/main.cpp": '#include "app/app_delegate.h"\n#include "platform/linux/linux_network.h"\n',
     "discovery/phone_discovery.h": '#include "platform/browser.h"\n',
@@ -46,8 +46,8 @@ def build(root, contents):
         (root / path).write_text(text, encoding="utf-8")
 
 
-def test_a_house_in_order_gives_no_complaint(tmp_path):
-    build(tmp_path, HOUSE)
+def test_a_tree_in_order_gives_no_complaint(tmp_path):
+    build(tmp_path, TREE)
     assert rules.complaints(tmp_path) == []
 
 
@@ -87,7 +87,7 @@ def test_a_house_in_order_gives_no_complaint(tmp_path):
     ids=lambda value: value if len(value) < 60 else "long",
 )
 def test_a_planted_fault_is_found(tmp_path, path, text, complaint):
-    build(tmp_path, HOUSE | {path: text + "\n"})
+    build(tmp_path, TREE | {path: text + "\n"})
     found = rules.complaints(tmp_path)
     assert len(found) == 1
     assert complaint in found[0]
