@@ -102,9 +102,9 @@ def perform(options):
         signal.signal(signal.SIGINT, signal.SIG_IGN)
         run.close()
     how = [
-        f"Medians of {run.plan.rounds} rounds. In each round every relay is measured in turn, for "
-        f"{run.plan.seconds:g} s; a ratio is that of one round, in parentheses the least and the "
-        "most of all rounds."
+        f"Medians of {run.plan.rounds} rounds. Each round measures every relay in turn, for "
+        f"{run.plan.seconds:g} s. A ratio compares two measurements of one round; parentheses contain "
+        "the lowest and the highest value of all rounds."
     ]
     return report.markdown(run.book, machine_lines(), how), run.book
 

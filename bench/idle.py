@@ -9,7 +9,7 @@ from figures import Bar
 from rig.computer import LOOKING
 from rig.network import TYPE_SMB
 
-ENGINES = {"embedded": "ours", "daemon": "ours beside avahi-daemon"}
+ENGINES = {"embedded": "ours", "daemon": "ours with avahi-daemon"}
 
 
 def places(run):
@@ -25,9 +25,10 @@ def idle(run):
     seconds = run.plan.pick(60, 5)
     section = run.book.section("The idle program")
     section.words = [
-        f"Its window on screen and two phones found, over {seconds} s. With the embedded DNS-SD "
-        "engine, which is a process of its own, and beside avahi-daemon. A wake-up is a switch to "
-        "one of its threads; memory is the proportional set size, of one copy at a time."
+        f"With the window on screen and two phones found, over {seconds} s: once with the embedded "
+        "DNS-SD engine, which is a separate process, and once with avahi-daemon. A wake-up is a "
+        "context switch to one of its threads. Memory is the proportional set size while a single "
+        "copy runs."
     ]
     sizes = idle_sizes(section)
     helpers = {}
@@ -76,9 +77,9 @@ def metered(pid):
 
 
 def write_quiet(section, meters):
-    wake = section.figure("wake-ups a second", "", bars=(Bar(most=1),))
+    wake = section.figure("wake-ups per second", "", bars=(Bar(most=1),))
     load = section.figure("processor", "%", digits=3, bars=(Bar(most=0.05),))
-    engine_wake = section.figure("wake-ups of the engine a second", "")
+    engine_wake = section.figure("wake-ups of the engine per second", "")
     engine_load = section.figure("processor of the engine", "%", digits=3)
     for engine, (own, *others) in meters.items():
         name = ENGINES[engine]
@@ -92,9 +93,9 @@ def write_quiet(section, meters):
 def start(run):
     """From the start of the process to what the user sees of it."""
     run.end_relays()
-    section = run.book.section("From start to")
-    window = section.figure("the window on screen", "ms", digits=0, bars=(Bar(most=300),))
-    status = section.figure("the first status line", "ms", digits=0)
+    section = run.book.section("Start-up time")
+    window = section.figure("until the window is on screen", "ms", digits=0, bars=(Bar(most=300),))
+    status = section.figure("until the first status line", "ms", digits=0)
     for engine, place in places(run).items():
         looker = place.host.look("watch")
         for number in range(run.plan.rounds):
@@ -118,10 +119,10 @@ def pairs(run):
 def discovery(run):
     """From what a phone says to what other computers see."""
     run.end_relays()
-    section = run.book.section("From the phone's word to what others see")
+    section = run.book.section("Discovery latency")
     section.words = [
         "Seen by python-zeroconf on another host. Probing for a name takes 0.75 s, and a withdrawn "
-        "record stands for another second (RFC 6762, sections 8.1 and 10.1)."
+        "record is valid for one more second (RFC 6762, sections 8.1 and 10.1)."
     ]
     shown = section.figure(
         "announcement to visible server", "ms", digits=0, bars=(Bar(most=1300),)

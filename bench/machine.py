@@ -29,7 +29,7 @@ def version_of(command):
             command, capture_output=True, text=True, timeout=10, env=dict(os.environ, PATH=path)
         )
     except OSError:
-        return "not there"
+        return "not installed"
     return version_in(done.stdout + done.stderr)
 
 

@@ -31,9 +31,9 @@ def memory(run):
     place = run.place("network")
     section = run.book.section("Memory of a session")
     section.words = [
-        "The growth of the relay's own memory (anonymous pages, shared out among its processes) "
-        f"with {IDLE:,} idle sessions that have had one request answered, and with {BUSY} that "
-        "carry as much as they can, for each of them."
+        "Growth of the relay's anonymous memory (proportional set size, summed over its processes) "
+        f"per session: with {IDLE:,} idle sessions after one request each, and with {BUSY} sessions "
+        "at full rate."
     ]
     idle = section.figure("idle", "KiB", digits=1, bars=(Bar(most=1, than="HAProxy"),))
     busy = section.figure("busy", "KiB", digits=1)

@@ -4,7 +4,7 @@ import os
 
 PLOTS = "plots"  # the folder of the pictures, beside the page
 ORDER = ("direct", "ours", "HAProxy", "nginx", "socat")
-VERDICTS = {True: "held", False: "**not held**", None: "not measured"}
+VERDICTS = {True: "met", False: "**not met**", None: "not measured"}
 
 
 def number(value, digits):
@@ -60,7 +60,7 @@ def table(figures):
     if not others:
         head.append("spread")
     if has_bars:
-        head += ["bar", "held"]
+        head += ["target", "met"]
     lines = [row(head), row(["---"] + ["---:"] * (len(head) - 1))]
     for figure in figures:
         cells = [f"{figure.title}, {figure.unit}" if figure.unit else figure.title]
@@ -84,7 +84,7 @@ def section_lines(section):
         lines += [*table(figures), ""]
     is_missed = any(figure.judged(bar) is False for figure in figures for bar in figure.bars)
     if section.why and is_missed:
-        lines += [f"Not held because: {section.why}", ""]
+        lines += [f"Not met because {section.why}", ""]
     for name, text, _ in section.plots:
         lines += [f"![{text}]({PLOTS}/{name})", ""]
     return lines
@@ -93,24 +93,24 @@ def section_lines(section):
 def summary_lines(book):
     judged = [verdict for _, _, _, verdict in book.judgements()]
     known = [verdict for verdict in judged if verdict is not None]
-    lines = [f"{sum(known)} of {len(known)} bars are held."]
+    lines = [f"{sum(known)} of {len(known)} targets are met."]
     lines += [f"**Could not be measured**: {failure}" for failure in book.failures]
     missed = [(s, f, b) for s, f, b, verdict in book.judgements() if verdict is False]
     if missed:
-        lines += ["", "Not held:", ""]
+        lines += ["", "Not met:", ""]
     for section, figure, bar in missed:
         if bar.than is None:
             found = f"{number(figure.spread('ours').median, figure.digits)} {figure.unit}"
         else:
             found = f"{spread_text(figure.ratio('ours', bar.than))} × {bar.than}"
         lines.append(
-            f"- {section.title}, {figure.title}: {found.strip()}, bar {bar.text(figure.unit)}"
+            f"- {section.title}, {figure.title}: {found.strip()}, target {bar.text(figure.unit)}"
         )
     return lines
 
 
 def markdown(book, machine, how):
-    """The whole page: what it was measured on, how, what is held, and the tables."""
+    """The whole page: what it was measured on, how, which targets are met, and the tables."""
     lines = ["# Measurements", "", *how, ""]
     lines += [row(["machine", ""]), row(["---", "---"])]
     lines += [row([name, value]) for name, value in machine]

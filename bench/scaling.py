@@ -182,8 +182,8 @@ def scale_phones(run):
     sizes = run.plan.pick((1, 10, 50, 250), (1, 10))
     section = run.book.section("Growth with phones")
     make = [("until the window shows them", "s", 2), ("until others see them", "s", 2)]
-    make += [("processor until others see them", "s", 3), ("memory", "MB", 1), ("wake-ups a second", "", 1)]
-    make += [("longest silence of the window", "ms", 1), ("throughput, a stream each", "GB/s", 2)]
+    make += [("processor until others see them", "s", 3), ("memory", "MB", 1), ("wake-ups per second", "", 1)]
+    make += [("longest pause of the window", "ms", 1), ("throughput, one stream each", "GB/s", 2)]
     status, seen, load, memory, wake, silence, speed = series = [
         Series(section, *each, sizes, "phones") for each in make
     ]
@@ -225,7 +225,7 @@ def scale_names(run):
     phones = run.plan.pick(250, 20)
     section = run.book.section("Growth with names in discovery")
     make = [("processor of the program", "s", 3), ("processor of the engine", "s", 3)]
-    make += [("memory gained", "MB", 1), ("longest silence of the window", "ms", 1)]
+    make += [("memory gained", "MB", 1), ("longest pause of the window", "ms", 1)]
     own, engine, memory, silence = series = [
         Series(section, *each, sizes, "other names") for each in make
     ]
@@ -246,8 +246,8 @@ def scale_names(run):
             raise AssertionError(f"phones were lost: {trial.helper.statuses()[-1]}")
         trial.end(phone_names(phones))
     section.words = [
-        f"{phones} phones stand; then so many services of the same type and of other names appear "
-        f"at once. Costs are those of the {quiet} s from then on.",
+        f"{phones} phones are listed; then this many services of the same type with other names "
+        f"appear at once. Costs are those of the following {quiet} s.",
         bullets(each.words("ours") for each in series),
     ]
     own.plot("names-processor.svg", ["ours"])

@@ -17,32 +17,36 @@ THROUGHPUT_BARS = {
     "loopback": (Bar(least=1.4, than="HAProxy"), Bar(least=1.4, than="nginx")),
 }
 NOT_WORSE = (Bar(most=1, than="HAProxy"), Bar(most=1, than="nginx"))
-# What profiles found, for where a bar is not held.
+# What profiles found to be the reason where a target is not met.
 THROUGHPUT_WHY = (
-    "three processes take turns on two processors. By perf (sched_switch) the relay needs half a "
-    "processor and waits for one nearly as long again, behind the sender or the receiver, while "
-    "the other processor is idle for a fifth of the time. Copying instead of splicing takes twice "
-    "the relay's time and carries as much, and so does waking it for more at once (SO_RCVLOWAT)."
+    "three processes share two processors. According to perf (sched_switch) the relay needs half "
+    "a processor, and waits nearly as long for one while the sender or the receiver runs, "
+    "although the other processor is idle a fifth of the time. Copying instead of splicing "
+    "doubles the relay's processor time at the same throughput, and so does waking it less often, "
+    "for more bytes (SO_RCVLOWAT)."
 )
 ROUND_TRIPS_WHY = (
-    "the scheduler decides, and each run settles for one place: pinned to a processor of their own "
-    "(sched_setaffinity; 8 streams, 128 B) we take 113 µs, HAProxy 120 and nginx 96; where a relay "
-    "shares one with the client or the phone, we take 193, HAProxy 184 to 194, nginx 171 to 184. A "
-    "message takes the same system calls through all three (strace -c), but for HAProxy's looks at "
-    "the clock, and a trip 15.1 µs of our processor time, 15.7 of HAProxy's, 14.2 of nginx's: by "
-    "perf an eighth of ours goes into our own code, which is closures, allocations and locks."
+    "round trips depend on where the scheduler places the processes, which stays the same during "
+    "a run. With the relay pinned to a processor of its own (sched_setaffinity; 8 streams, 128 B) "
+    "the helper takes 113 µs, HAProxy 120 and nginx 96; if the relay shares a processor with the "
+    "client or the phone, the helper takes 193, HAProxy 184 to 194, nginx 171 to 184. All three "
+    "make the same system calls for each message (strace -c), except that HAProxy also reads the "
+    "clock. A round trip costs 15.1 µs of the helper's processor time, 15.7 of HAProxy's and 14.2 "
+    "of nginx's. According to perf, an eighth of the helper's goes into its own code: closures, "
+    "allocations and locks."
 )
 SESSIONS_WHY = (
-    "by perf we spend 7 % more time in the kernel than HAProxy does, and 60 % more outside of it: "
-    "24 system calls for its 19 and nginx's 17 (strace -c), four of them for keep-alive of the "
-    "connection to the phone, and more than 80 small allocations (a probe on malloc) for closures "
-    "and for the states of two connections."
+    "according to perf the helper spends 7 % more time in the kernel than HAProxy, and 60 % more "
+    "outside of it. It makes 24 system calls for each session, HAProxy 19 and nginx 17 (strace "
+    "-c); four of them enable keep-alive on the connection to the phone. It also makes more than "
+    "80 small allocations (counted with a probe on malloc), for closures and for the states of "
+    "two connections."
 )
 BESIDE_WHY = (
-    "the processors are full, for the transfer is twice as fast as through HAProxy, and a request "
-    "waits for its turn: by /proc/PID/schedstat the server that echoes it waits twice as long as "
-    "it runs, and the relay for a third of the time. Chunks of an eighth of the size, or shorter "
-    "time slices of the relay, change nothing."
+    "the processors are fully loaded, because the transfer is twice as fast as through HAProxy, "
+    "and requests wait for a processor: according to /proc/PID/schedstat the echo server waits "
+    "twice as long as it runs, and the relay waits a third of the time. Chunks of an eighth of "
+    "the size, or shorter time slices for the relay, make no difference."
 )
 NOT_FEWER = (Bar(least=1, than="HAProxy"), Bar(least=1, than="nginx"))
 PLACES = ("network", "loopback")
@@ -100,7 +104,7 @@ def round_trips(run):
         place = run.place(name)
         relays = run.relays(place)
         section = run.book.section(titled("Round trips", name))
-        section.words = ["In parentheses: how much is added to a direct connection."]
+        section.words = ["In parentheses: the time added to that of a direct connection."]
         section.why = ROUND_TRIPS_WHY
         bars = NOT_WORSE if name == "network" else ()
         for size in run.plan.pick((128, 4096), (128,)):
@@ -125,12 +129,12 @@ def sessions(run):
         place = run.place(name)
         relays = run.relays(place)
         section = run.book.section(titled("Short sessions", name))
-        section.words = ["Opened, one request of 64 B answered, closed."]
+        section.words = ["Each session connects, exchanges one request of 64 B, and closes."]
         section.why = SESSIONS_WHY
         for at_once in run.plan.pick((1, 8), (8,)):
             bars = NOT_FEWER if name == "network" and at_once == 8 else ()
             title = f"{at_once} at a time"
-            rate = section.figure(title, "a second", digits=0, bars=bars)
+            rate = section.figure(title, "sessions/s", digits=0, bars=bars)
             for relay in run.rounds(relays, f"{section.title}, {title}"):
                 options = {"at_once": at_once, "seconds": run.plan.seconds}
                 result = place.measure("sessions", relay, **options)
@@ -146,7 +150,7 @@ def beside_transfer(run):
         place = run.place(name)
         relays = run.relays(place)
         section = run.book.section(titled("Small requests beside a transfer", name))
-        section.words = ["Requests of 128 B while one stream carries as much as it can."]
+        section.words = ["Requests of 128 B while one stream transfers at full rate."]
         section.why = BESIDE_WHY
         for direction in run.plan.pick(tuple(DIRECTIONS), ("download",)):
             bars = (Bar(most=1, than="HAProxy"),) if name == "network" else ()

@@ -33,8 +33,8 @@ def test_bars_and_verdicts_stand_at_the_end():
     bars = (Bar(least=0.75, than="direct"), Bar(least=1, than="socat"), Bar(least=1, than="nginx"))
     head, _, row = report.table([relays(bars=bars)])
     found = dict(zip(cells(head), cells(row)))
-    assert found["bar"] == "≥ 0.75 × direct; ≥ 1 × socat; ≥ 1 × nginx"
-    assert found["held"] == "held; **not held**; not measured"
+    assert found["target"] == "≥ 0.75 × direct; ≥ 1 × socat; ≥ 1 × nginx"
+    assert found["met"] == "met; **not met**; not measured"
 
 
 def test_every_row_has_as_many_cells_as_the_head():
@@ -58,11 +58,11 @@ def test_the_summary_names_what_is_not_held():
         Figure("threads", "", samples={"ours": [5]}, bars=(Bar(most=9),)),
     ]
     lines = report.summary_lines(book)
-    assert lines[0] == "1 of 3 bars are held."
+    assert lines[0] == "1 of 3 targets are met."
     assert lines[-2] == (
-        "- Throughput, 1 stream: 0.80 (0.75–1.00) × direct, bar ≥ 0.9 × direct"
+        "- Throughput, 1 stream: 0.80 (0.75–1.00) × direct, target ≥ 0.9 × direct"
     )
-    assert lines[-1] == "- Idle, memory: 50.00 MB, bar ≤ 45 MB"
+    assert lines[-1] == "- Idle, memory: 50.00 MB, target ≤ 45 MB"
 
 
 def test_a_part_that_failed_is_named():
@@ -101,6 +101,6 @@ def test_a_version_is_found_in_what_programs_say(text, version):
 def test_the_reason_stands_only_where_a_bar_is_not_held():
     section = Section("Throughput", why="of the wire.")
     section.figures = [relays(bars=(Bar(least=0.75, than="direct"),))]
-    assert "Not held because: of the wire." not in report.section_lines(section)
+    assert "Not met because of the wire." not in report.section_lines(section)
     section.figures.append(relays(bars=(Bar(least=0.9, than="direct"),)))
-    assert "Not held because: of the wire." in report.section_lines(section)
+    assert "Not met because of the wire." in report.section_lines(section)
