@@ -6,7 +6,7 @@ docs/architecture.md gives the reason for each rule.
 import os
 import re
 
-# Which folder may include which: a folder stands for the files directly in it, a file for itself.
+# What each folder may include. A folder means the files directly in it.
 ARROWS = {
     "platform": {"platform"},
     "platform/dispatch": {"platform"},
@@ -29,7 +29,7 @@ ARROWS = {
     "relay": {"platform"},
     "discovery": {"platform"},
     "app": {"platform", "relay", "discovery"},
-    # The controller owns these controls of the window's side; the two folders are one target.
+    # The controller owns these widgets; app/ and ui/ are one target.
     "app/app_delegate.h": {
         "app",
         "platform",
@@ -52,11 +52,11 @@ ARROWS = {
         "discovery",
     },
     "ui": {"platform", "relay", "discovery", "app/app_delegate.h", "app/shown_text.h"},
-    # A process entry of its own, which speaks DNS-SD and nothing else.
+    # A separate executable that only uses DNS-SD.
     "demo": {"platform", "platform/dispatch", "platform/dnssd", "platform/netlink"},
 }
 
-# Kinds of outside headers, and the folders (with all below) or files that may include them.
+# Kinds of external headers, and the files or folders (including subfolders) that may include them.
 QT, AVAHI, SYSTEM, TEST = "Qt", "Avahi", "system", "GoogleTest"
 OUTSIDE = {
     QT: {
@@ -81,10 +81,10 @@ OUTSIDE = {
         "platform/posix",
         "platform/tcp",
         "platform/x11",
-        # An address in numbers comes from getnameinfo, which is as good as standard.
+        # getnameinfo, which formats numeric addresses, is POSIX.
         "discovery/management_resolver.cpp",
         "discovery/management_url.cpp",
-        # getentropy is of POSIX.
+        # getentropy is POSIX.
         "platform/uuid.cpp",
         "demo",
         "fuzz",
@@ -95,7 +95,7 @@ OUTSIDE = {
     TEST: {"tests"},
 }
 
-# What the rest of the platform layer sees of DNS-SD; no Avahi header gets out through these.
+# Headers that the rest of the platform layer includes: they must not include Avahi's headers.
 PLAIN_HEADERS = {
     "platform/dnssd/dns_sd.h",
     "platform/dnssd/dns_sd_error.h",
@@ -114,7 +114,7 @@ KINDS = (
 
 HEADER_LINES = 150
 SOURCE_LINES = 400
-LONG_FILES = {  # path: why it is longer
+LONG_FILES = {  # path: the reason for its length
     "app/app_delegate.h": "the one wide class: every control and every user action of the program",
     "platform/dnssd/messages.h": "one list of plain values, of a few lines each",
 }
@@ -127,8 +127,8 @@ SYSTEM_SWITCH = re.compile(
     re.MULTILINE,
 )
 
-# Texts stand on their own: they refer to nothing that a reader of this repository does not have.
-# The words are in pieces here so that this file keeps the rule as well.
+# No file may refer to a document that is not in this repository. The words are split here so that
+# this file passes the check.
 FOREIGN_WORDS = re.compile(
     "|".join(
         (
@@ -166,7 +166,7 @@ def text_of(root, path):
 
 
 def check_own(root, path, target):
-    """What is wrong with an include of one of our own headers, or None."""
+    """What is wrong with an include of one of the program's headers, or None."""
     if target.split("/")[0] not in SOURCE_FOLDERS:
         return f'"{target}" is not written from the root of the project'
     if not os.path.exists(os.path.join(root, target)):

@@ -1,4 +1,4 @@
-"""The sources keep the rules of the folder structure, and the search finds what does not."""
+"""The source tree follows the include rules, and the checks find violations."""
 
 import os
 

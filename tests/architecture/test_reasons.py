@@ -6,8 +6,6 @@ import re
 import pytest
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
-
-
 LISTS = ("build", "run", "test", "demo", "bench", "screenshots", "fuzz", "package", "lint")
 # README.md shows what the program is built from and runs with, CONTRIBUTING.md the other lists.
 USER_LISTS = ("build", "run")

@@ -1,4 +1,4 @@
-"""The table of faults names tests that are there."""
+"""The tests that docs/reliability.md names exist."""
 
 import os
 import re
@@ -12,7 +12,7 @@ PYTHON_TEST = re.compile(r"^def (test_\w+)\(", re.MULTILINE)
 
 
 def existing():
-    """The names of all tests: `test_…` of pytest's, `Suite.name` of GoogleTest's."""
+    """The names of all tests: `test_…` for pytest, `Suite.name` for GoogleTest."""
     found = set()
     for folder, _, names in os.walk(os.path.join(ROOT, "tests")):
         for name in names:
@@ -35,7 +35,7 @@ def rows(text):
 
 
 def missing(text, there):
-    """What is wrong with the tables."""
+    """Yields the errors in the tables."""
     for cells in rows(text):
         if len(cells) != 4 or not all(cells):
             yield f"not four cells: {cells}"
