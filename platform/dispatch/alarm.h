@@ -10,16 +10,16 @@
 
 namespace quillbox {
 
-/// Work that a `PoolContext` puts on a strand when its time has come.
+/// Work that a `PoolContext` posts to a strand at a set time.
 struct Alarm {
     using Queue = std::multimap<std::chrono::steady_clock::time_point, std::shared_ptr<Alarm>>;
 
     Alarm(Strand where, Work what) : strand(std::move(where)), work(std::move(what)) {}
 
     const Strand strand;
-    Work work; ///< none once it runs or is cancelled
+    Work work; ///< empty once it has run or been cancelled
     bool isQueued = false;
-    Queue::iterator position; ///< while it is queued
+    Queue::iterator position; ///< valid while `isQueued`
 };
 
 } // namespace quillbox

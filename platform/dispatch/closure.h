@@ -6,7 +6,8 @@
 
 namespace quillbox {
 
-/// A closure of any type, which need not be copyable. None when made without one.
+/// A move-only closure that holds a function object of any type, copyable or not. Empty when
+/// default-constructed.
 template <typename... Arguments> class Closure final {
 public:
     Closure() = default;
@@ -23,7 +24,7 @@ public:
     explicit operator bool() const { return call_ != nullptr; }
     void operator()(Arguments... arguments) { call_(function_.get(), arguments...); }
 
-    /// Leaves none behind.
+    /// Returns the closure and leaves this one empty.
     Closure take() { return std::exchange(*this, {}); }
 
 private:

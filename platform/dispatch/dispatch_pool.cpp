@@ -25,7 +25,8 @@ public:
             thread_.join();
     }
 
-    // Pending closures may hold their own queue, and so the context: it would never go by itself.
+    // Pending closures may hold their own queue, and with it the context: a reference cycle that
+    // only this breaks.
     void destroyPending() { context_->destroyPending(); }
 
 private:
@@ -59,7 +60,8 @@ void DispatchPool::shutdown()
         loop->stop();
     for (Loop* loop : loops)
         loop->join();
-    // Only now: the closures of one loop may refer to what those of the other still use.
+    // Only after both threads have ended: a closure of one loop may own objects that closures of
+    // the other one use.
     for (Loop* loop : loops)
         loop->destroyPending();
 }

@@ -9,12 +9,12 @@ namespace quillbox {
 
 class PoolContext;
 
-/// Runs the serial queues made here, and the input and output of the backends that use them, on two
-/// threads: one for what the user waits for, one for the rest, so that a network full of names
-/// holds no byte up. One thread each is enough: it copies faster than networks carry. They sleep
-/// while there is nothing to do.
+/// Runs serial queues, and the I/O of the backends that use them, on two threads: one for work that
+/// the user waits for, one for the rest, so that a flood of DNS-SD names does not delay relayed
+/// data. One thread each is enough: copying is faster than any network. The threads sleep while
+/// idle.
 ///
-/// Thread-safe, but for `shutdown`. What the pool made may outlive it; it does nothing any more.
+/// Thread-safe, except for `shutdown`. Queues may outlive the pool, but then do nothing.
 class DispatchPool final {
 public:
     DispatchPool();
@@ -25,12 +25,13 @@ public:
 
     std::shared_ptr<DispatchQueue> makeQueue(std::string label, QualityOfService qos);
 
-    /// Waits for the closures that run at this moment, ends the threads and destroys all pending
-    /// closures, here and without running them. What those closures refer to must still exist.
-    /// Called by the owner, not on a queue of this pool. Idempotent.
+    /// Waits for the closures that are running, ends the threads and destroys all pending closures
+    /// on the calling thread, without running them. Objects that those closures refer to must still
+    /// exist. Called by the owner, not on a queue of this pool. Idempotent.
     void shutdown();
 
-    /// The loop of the queues of that quality, for backends; declared in `strand_queue.h`.
+    /// The event loop that runs queues of that quality of service, for backends, which include
+    /// `strand_queue.h`.
     const std::shared_ptr<PoolContext>& context(QualityOfService qos) const;
 
 private:

@@ -14,18 +14,20 @@ namespace quillbox {
 
 namespace {
 
-/// So often what was posted by what was posted runs before the kernel is asked for news again.
+/// How many times in a row the loop runs closures that were posted by closures, before it calls
+/// epoll_wait again.
 constexpr int kMostRounds = 8;
 
 constexpr std::uint32_t kFailure = EPOLLHUP | EPOLLERR;
 
-/// The end of the stream comes after what is read, however much room that left.
+/// End of stream takes a read of its own after the data, even after a short read.
 constexpr std::uint32_t kEnd = EPOLLRDHUP | kFailure;
 
 constexpr std::uint32_t kAlwaysAskedFor = EPOLLRDHUP | EPOLLPRI | EPOLLET;
 
-/// How many reads may leave room before nothing is left. Urgent data ends one in the middle (RFC
-/// 6093), and none of this is told again.
+/// How many short reads it can take to drain the socket. A read stops at the urgent mark (RFC
+/// 6093), so urgent data adds one, and the end of the stream adds another; edge-triggered epoll
+/// reports neither again.
 int readsFor(std::uint32_t events)
 {
     return 1 + ((events & EPOLLPRI) != 0 ? 1 : 0) + ((events & kEnd) != 0 ? 1 : 0);
@@ -93,7 +95,7 @@ void PoolContext::post(Work work)
         posted_.push_back(std::move(work));
         return;
     }
-    // Destroyed after the lock is gone: it may hand over more when it goes.
+    // Declared before the lock and so destroyed after unlocking: its destructor may post more work.
     Work dropped;
     const std::lock_guard lock(mutex_);
     if (isShutDown_.load()) {
@@ -107,7 +109,8 @@ void PoolContext::post(Work work)
 
 void PoolContext::runPosted()
 {
-    // What the events moved is not held against those that were to wait for them.
+    // Bytes moved while handling events do not count against the closures that were postponed until
+    // after those events.
     moved_ = 0;
     for (int round = 0; round < kMostRounds; ++round) {
         for (auto count = posted_.size(); count > 0; --count) {
@@ -145,7 +148,7 @@ void PoolContext::takeEvents(int timeout)
     }
 }
 
-/// Each step may end the watch, or let somebody else wait.
+/// Every handler called here may destroy the watch or start another wait.
 void PoolContext::takeEvent(std::uint64_t id, std::uint32_t events)
 {
     std::shared_ptr<WatchState> state;
@@ -228,7 +231,7 @@ void PoolContext::cancelAlarm(const std::shared_ptr<Alarm>& alarm)
         alarms_.erase(alarm->position);
 }
 
-/// In milliseconds, rounded up; -1 when there is none.
+/// In milliseconds, rounded up; -1 when there is no alarm.
 int PoolContext::untilNextAlarm()
 {
     const std::lock_guard lock(mutex_);
@@ -282,7 +285,8 @@ void PoolContext::destroyPending()
                 open.push_back(std::move(state));
         }
     }
-    // Taken out before they go, all of them: what one holds may cancel another.
+    // Everything is moved out of the members before any of it is destroyed: destroying one closure
+    // may cancel another.
     for (const auto& [time, alarm] : alarms)
         const Work dropped = alarm->work.take();
     for (const auto& [id, state] : watches) {

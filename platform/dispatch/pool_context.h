@@ -18,18 +18,18 @@
 
 namespace quillbox {
 
-/// An event loop of a `DispatchPool`, run by one thread: closures, alarms, and descriptors that
-/// epoll tells of. Everything that uses it holds it, so that it goes last. Thread-safe, where
-/// nothing else is said.
+/// The event loop of a `DispatchPool` thread: runs closures, alarms, and handlers for epoll events
+/// on file descriptors. Its users share ownership of it, so it is destroyed last. Thread-safe,
+/// unless noted otherwise.
 ///
-/// A descriptor is registered once, edge-triggered, and then costs a system call only when there is
-/// news of it: to arm each wait anew, as general libraries do, takes as long as reading a small
-/// message, and a short session waits a dozen times.
+/// A file descriptor is registered once, edge-triggered; waiting for it then takes no system call.
+/// Re-arming epoll for each wait, as general-purpose libraries do, takes as long as reading a small
+/// message, and even a short session waits a dozen times.
 class PoolContext final {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// Throws where the system gives no descriptors.
+    /// Throws `std::system_error` when no file descriptor is available.
     PoolContext();
     ~PoolContext();
 
@@ -39,34 +39,35 @@ public:
     /// Runs the loop on this thread until it is stopped.
     void runHere();
 
-    /// The loop ends after the closure that runs at this moment.
+    /// Makes the loop return after the closure that is running. From any thread.
     void stop();
 
-    /// Destroys all that is pending. Called once the thread no longer runs the loop; what is handed
-    /// over later is destroyed at once.
+    /// Destroys everything pending. Called when the thread no longer runs the loop; work posted
+    /// later is destroyed immediately.
     void destroyPending();
 
     bool isShutDown() const { return isShutDown_.load(); }
 
     Strand makeStrand() { return Strand(*this); }
 
-    /// Runs on the loop's thread, in a turn of its own.
+    /// Runs the work on the loop's thread, never inside this call.
     void post(Work work);
 
-    /// Says on the loop's thread that the closure which runs has moved so many bytes. Once it is
-    /// much, all strands leave what is pending for after the next look at the network: otherwise
-    /// one that carries all it can would hold up a small message on another for as long as it may
-    /// run closures.
+    /// Called on the loop's thread: records how many bytes the running closure has moved. Once
+    /// `kMostMovedInOneTurn` is reached, all strands postpone pending closures until after the next
+    /// epoll_wait. Otherwise a connection at full speed could delay a small message on another one
+    /// for as many closures as a strand may run in a turn.
     void noteMoved(std::size_t bytes) { moved_ += bytes; }
 
-    /// Puts the work on the strand when the time has come.
+    /// Posts the work to the strand at `time`.
     std::shared_ptr<Alarm> setAlarm(Clock::time_point time, const Strand& strand, Work work);
 
-    /// Destroys the work, unless it has begun. On the alarm's strand, or while it is not pending.
+    /// Destroys the work, unless it has started. Called on the alarm's strand, or while the alarm
+    /// is not pending.
     void cancelAlarm(const std::shared_ptr<Alarm>& alarm);
 
-    /// Registers a descriptor until it is closed and its state forgotten; for `Watch`. Gives
-    /// nothing and an error in `errno` where that is not possible.
+    /// Registers a file descriptor with epoll, for `Watch`, which ends the registration by closing
+    /// the descriptor and calling `forget`. Null, with the error in `errno`, on failure.
     std::shared_ptr<WatchState> watch(int descriptor, std::uint32_t events);
     bool changeWatch(const WatchState& state, int descriptor, std::uint32_t events);
     void forget(const WatchState& state);
@@ -95,20 +96,20 @@ private:
     void wake();
 
     const int epoll_;
-    const int wakeUp_; ///< an eventfd; its edge is the news, so that nobody reads it
+    const int wakeUp_; ///< an edge-triggered eventfd: each write wakes the loop, nobody reads it
 
     std::atomic<std::thread::id> thread_;    ///< the loop's, while it runs
     const Strand::State* running_ = nullptr; ///< used on that thread only
     std::deque<Work> posted_;                ///< used on that thread only
-    std::size_t moved_ = 0;                  ///< since the last look; used on that thread only
+    std::size_t moved_ = 0;                  ///< bytes; used on that thread only
     std::atomic<bool> isStopped_ = false;
     std::atomic<bool> isShutDown_ = false;
 
-    std::mutex mutex_; ///< guards what follows
+    std::mutex mutex_; ///< guards the members below
     std::vector<Work> handedOver_;
     bool isWoken_ = false;
     Alarm::Queue alarms_;
-    std::uint64_t lastWatch_ = 0; ///< 0 is the wake-up's
+    std::uint64_t lastWatch_ = 0; ///< 0 is the id of `wakeUp_`
     std::unordered_map<std::uint64_t, std::shared_ptr<WatchState>> watches_;
     std::map<const Strand::State*, std::weak_ptr<Strand::State>> strands_;
 };

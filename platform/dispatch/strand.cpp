@@ -6,7 +6,7 @@ namespace quillbox {
 
 namespace {
 
-/// So many closures run in one turn; then other strands and the network have theirs.
+/// How many closures of a strand run in one turn before other strands and the network get theirs.
 constexpr int kMostInOneTurn = 64;
 
 } // namespace
@@ -23,7 +23,8 @@ Strand::State::~State()
 
 void Strand::State::post(Work work)
 {
-    // Destroyed after the lock is gone: what comes after the end may hand over more when it goes.
+    // Declared before the lock and so destroyed after unlocking: the destructor of work that is
+    // posted after `close` may post more.
     Work dropped;
     const std::lock_guard lock(mutex_);
     if (isClosed_) {

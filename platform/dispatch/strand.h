@@ -11,23 +11,24 @@ namespace quillbox {
 
 class PoolContext;
 
-/// The order of one serial queue on a `PoolContext`. Copies are the same strand. What is handed
-/// over from its own closures runs in the same turn of the loop: to go back to the kernel for news
-/// in between costs as much as moving a small message does.
+/// The execution order of one serial queue on a `PoolContext`. Copies refer to the same strand.
+/// Closures posted by its own closures run in the same turn of the loop: an epoll_wait in between
+/// would cost as much as moving a small message.
 ///
-/// The context outlives whatever uses the strand. All of it is thread-safe, `dispatch` included.
+/// The context must outlive all users of the strand. Thread-safe, including `dispatch`.
 class Strand final {
 public:
     explicit Strand(PoolContext& context);
 
-    /// Runs the function once all that was handed over before has run; never inside the call.
+    /// Runs the function after everything posted before; never inside the call.
     template <typename Function> void post(Function function) const
     {
         state_->post(Work(std::move(function)));
     }
 
     /// Runs the function inside the call where that keeps the order: on the strand itself, and on
-    /// the loop's thread while the strand has nothing to do.
+    /// the loop's thread while no strand is running and this one has nothing pending. Otherwise
+    /// posts it.
     template <typename Function> void dispatch(Function function) const
     {
         if (isCurrent()) {
@@ -45,13 +46,13 @@ public:
         }
     }
 
-    /// Whether the caller is run by this strand.
+    /// Whether the caller runs on this strand.
     bool isCurrent() const { return state_->isCurrent(); }
 
 private:
     friend class PoolContext;
 
-    /// What the copies of one strand share.
+    /// The state shared by the copies of a strand.
     class State final : public std::enable_shared_from_this<State> {
     public:
         explicit State(PoolContext& poolContext) : context(poolContext) {}
@@ -62,16 +63,18 @@ private:
 
         void post(Work work);
 
-        /// Takes the loop's thread for a closure, with `drain` to follow. False when that is
-        /// another thread, or one closure would overtake or interrupt another.
+        /// Claims the strand so that the caller can run a closure on the loop's thread and then
+        /// call `drain`. False on any other thread, while a strand is running (the closure would
+        /// interrupt it), or while this strand has closures pending (it would overtake them).
         bool begin();
 
-        /// Runs what is pending, and leaves the rest of too much for a later turn.
+        /// Runs pending closures up to the limits of one turn, and schedules another turn for the
+        /// rest.
         void drain();
 
         bool isCurrent() const;
 
-        /// Destroys what is pending, and whatever is handed over from now on.
+        /// Destroys pending closures, and from now on every closure that is posted.
         void close();
 
         PoolContext& context;
@@ -83,7 +86,7 @@ private:
 
         std::mutex mutex_;
         std::deque<Work> pending_;
-        bool isBusy_ = false; ///< a closure runs, or a turn of the loop is to come
+        bool isBusy_ = false; ///< a closure is running, or a turn is scheduled
         bool isClosed_ = false;
     };
 

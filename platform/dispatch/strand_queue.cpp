@@ -9,7 +9,7 @@ namespace quillbox {
 
 namespace {
 
-/// Far beyond any use, and far from where the clock's arithmetic would overflow.
+/// Longer than any real delay, but short enough that adding it to a time point cannot overflow.
 constexpr std::chrono::milliseconds kLongestDelay = std::chrono::hours(24 * 365);
 
 } // namespace
@@ -43,7 +43,8 @@ const Strand& strandOf(const DispatchQueue& queue)
 {
     const auto* strandQueue = dynamic_cast<const StrandQueue*>(&queue);
     if (strandQueue == nullptr) {
-        std::cerr << "quillbox-helper: the queue \"" << queue.label() << "\" is not the pool's\n";
+        std::cerr << "quillbox-helper: queue \"" << queue.label()
+                  << "\" was not made by the pool\n";
         std::abort();
     }
     return strandQueue->strand();

@@ -8,8 +8,7 @@
 #include <memory>
 #include <string>
 
-/// What a queue of the pool is made of. For the backends below `platform/` that do input and output
-/// on the pool, and for nobody else.
+/// How the pool implements queues. Only for the backends below `platform/` that do I/O on the pool.
 namespace quillbox {
 
 /// A serial queue on the pool.
@@ -32,8 +31,8 @@ private:
     const QualityOfService qualityOfService_;
 };
 
-/// The strand of a queue that `DispatchPool` made. A queue of any other make is an error of the
-/// program, which ends here.
+/// The strand of a queue that was made by `DispatchPool`. Aborts for any other queue, which is a
+/// programming error.
 const Strand& strandOf(const DispatchQueue& queue);
 
 } // namespace quillbox

@@ -8,8 +8,8 @@
 
 namespace quillbox {
 
-/// Runs work on a strand after a while. Used on that strand, where it can be taken back up to the
-/// last moment; the end takes back what is pending.
+/// Runs work on a strand after a delay. Used on that strand, where the work can be cancelled until
+/// it starts; the destructor cancels it.
 class Timer final {
 public:
     explicit Timer(std::shared_ptr<PoolContext> context) : context_(std::move(context)) {}
@@ -18,7 +18,7 @@ public:
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
-    /// Takes the place of what is pending.
+    /// Replaces pending work.
     template <typename Function>
     void start(const Strand& strand, std::chrono::milliseconds delay, Function function)
     {
@@ -27,7 +27,7 @@ public:
                                     Work(std::move(function)));
     }
 
-    /// Destroys what is pending without running it.
+    /// Destroys pending work without running it.
     void cancel()
     {
         if (const auto alarm = std::exchange(alarm_, nullptr))

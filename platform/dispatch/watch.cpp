@@ -43,8 +43,8 @@ Watch::Watch(std::shared_ptr<PoolContext> context, int descriptor, For what,
 Watch::~Watch()
 {
     context_->forget(*state_);
-    // This takes it out of epoll as well; what a child process that is about to start another
-    // program still has of it is no longer known here.
+    // Closing also removes the descriptor from epoll, unless a forked child that has not called
+    // exec yet still has a copy; events for that copy are ignored, since the id is forgotten.
     ::close(descriptor_);
     cancelWaits();
 }
@@ -53,7 +53,7 @@ void Watch::waitForReading(Waiter waiter)
 {
     if (context_->isShutDown())
         return;
-    // Nobody is called inside the call.
+    // The handler never runs inside this call.
     if (state_->readsDue > 0) {
         --state_->readsDue;
         postTo(std::move(waiter), {});
@@ -69,8 +69,8 @@ void Watch::waitForWriting(Waiter waiter)
     state_->writer.emplace(std::move(waiter));
     if (std::exchange(what_, For::ReadingAndWriting) == For::ReadingAndWriting)
         return;
-    // Most sockets never have to wait for room, and would be told of it all the same. This tells
-    // what is so already, too.
+    // EPOLLOUT is requested at the first wait only: most sockets never wait for buffer space, but
+    // would still get the events. EPOLL_CTL_MOD also reports a socket that is already writable.
     if (!context_->changeWatch(*state_, descriptor_, eventsFor(what_)))
         postTo(std::exchange(state_->writer, std::nullopt).value(),
                {errno, std::system_category()});

@@ -8,17 +8,17 @@
 
 namespace quillbox {
 
-/// A non-blocking descriptor that a `PoolContext` watches; closed when it is destroyed. Used on one
+/// A non-blocking file descriptor that a `PoolContext` watches; closed on destruction. Used on one
 /// strand at a time.
 ///
-/// To be waited for only after a call has told that there is nothing more: what was there before is
-/// no news. For reading, a count that is less than what there was room for tells that too.
+/// Events are edge-triggered: wait only after a call has returned EAGAIN, since data that was there
+/// before is not reported again. For reads, a short count is enough.
 class Watch final {
 public:
     enum class For { Reading, ReadingAndWriting };
 
-    /// Takes the descriptor over, and closes it where it cannot be watched: then there is none, and
-    /// an error.
+    /// Takes ownership of the descriptor. If it cannot be watched, closes it, sets `error` and
+    /// returns null.
     static std::unique_ptr<Watch> adopt(std::shared_ptr<PoolContext> context, int descriptor,
                                         For what, std::error_code& error);
 
@@ -29,30 +29,31 @@ public:
 
     int descriptor() const { return descriptor_; }
 
-    /// Calls `handler` with an error code on the strand once there is something to read, the end of
-    /// the stream and an error included. One wait at a time.
+    /// Calls `handler` with an error code on the strand once the descriptor is readable, which
+    /// includes end of stream and errors. One wait at a time.
     template <typename Handler> void waitReadable(const Strand& strand, Handler handler)
     {
         waitForReading({strand, Closure<std::error_code>(std::move(handler))});
     }
 
-    /// The same for room to write.
+    /// The same for buffer space to write.
     template <typename Handler> void waitWritable(const Strand& strand, Handler handler)
     {
         waitForWriting({strand, Closure<std::error_code>(std::move(handler))});
     }
 
-    /// The same for a failure, which is told while nobody reads or writes, too; at once when it has
-    /// come already.
+    /// The same for a failure, which is reported even while nobody reads or writes, and immediately
+    /// if it has already happened.
     template <typename Handler> void waitForFailure(const Strand& strand, Handler handler)
     {
         waitForFailing({strand, Closure<std::error_code>(std::move(handler))});
     }
 
-    /// Whether there was news of a failure, or of both directions having ended.
+    /// Whether epoll has reported an error, or that both directions have ended.
     bool hasFailed() const { return state_->hasFailed; }
 
-    /// Ends all waits with an error; that for a failure without a word.
+    /// Ends waits for reading and writing with `operation_canceled`; a wait for failure ends
+    /// without a call.
     void cancelWaits();
 
 private:

@@ -10,15 +10,15 @@
 
 namespace quillbox {
 
-/// Somebody who waits for a descriptor. Called on the strand, with an error when the wait is
-/// cancelled.
+/// A pending wait for a file descriptor. The handler runs on the strand, with an error when the
+/// wait is cancelled.
 struct Waiter {
     Strand strand;
     Closure<std::error_code> handler;
 };
 
-/// What a `PoolContext` and a `Watch` know of a registered descriptor. Used on the loop's thread,
-/// but for the beginning and the end, when nothing waits.
+/// The state of a registered file descriptor, shared by a `PoolContext` and a `Watch`. Used on the
+/// loop's thread, except at creation and destruction, when no wait is pending.
 struct WatchState {
     explicit WatchState(std::uint64_t number) : id(number) {}
 
@@ -26,8 +26,8 @@ struct WatchState {
     std::optional<Waiter> reader;
     std::optional<Waiter> writer;
     std::optional<Waiter> failureWatcher;
-    /// So many waits for reading are over at once: there was news while nobody waited, or news that
-    /// takes more than one read.
+    /// How many waits for reading complete immediately: an event arrived while nobody was waiting,
+    /// or it takes more than one read.
     int readsDue = 0;
     bool hasFailed = false;
 };
