@@ -24,13 +24,13 @@ using namespace diagnosis;
 constexpr auto kMulticastTime = 2000ms;
 constexpr auto kBrowseTime = 3000ms;
 constexpr auto kConnectTime = 1000ms;
-constexpr auto kAnswerLimit = 1000ms;  ///< of one question to another program
-constexpr auto kProgramLimit = 2500ms; ///< of a program that is run
+constexpr auto kAnswerLimit = 1000ms;  ///< for one query to another program
+constexpr auto kProgramLimit = 2500ms; ///< for a program that is run
 
-/// Until then what is known has to be known; the phones take longest.
+/// Time limit of the whole examination; the phones take longest.
 constexpr auto kLimit = 5500ms;
 
-/// The rest of the interface's facts are there at once.
+/// Multicast is the only interface fact that takes time to find out.
 std::vector<InterfaceFacts> probeInterfaces(const std::string& type)
 {
     Survey survey = surveyInterfaces();
@@ -47,7 +47,7 @@ Examination examineSystem(const std::string& phoneType)
 {
     constexpr std::uint16_t kMulticastDnsPort = 5353;
     const auto end = std::chrono::steady_clock::now() + kLimit;
-    // Before this program opens that port itself.
+    // Looked up before this process opens that port itself.
     auto responders = findPortHolders(kMulticastDnsPort);
 
     Timely<std::vector<InterfaceFacts>> interfaces(

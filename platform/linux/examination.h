@@ -8,14 +8,15 @@ namespace quillbox {
 
 struct Examination {
     SystemFacts facts;
-    /// Something that was asked does not answer and still waits, on threads that are left alone:
-    /// the process is to end without tidying up what they use.
+    /// A probe has not finished and still blocks on a detached thread: the process must exit
+    /// without destroying what that thread uses.
     bool isSomethingStuck = false;
 };
 
-/// Looks at this computer and its network, all at once, for less than six seconds, whatever is
-/// stuck. `phoneType` is like "_smb._tcp". Nothing is changed, published or started but, where no
-/// avahi-daemon runs, an engine that asks. Blocks; there is an application object meanwhile.
+/// Examines this computer and its network. The probes run in parallel and take less than six
+/// seconds together, even if some hang. `phoneType` is like "_smb._tcp". Changes and publishes
+/// nothing; starts nothing but, where no avahi-daemon runs, an embedded DNS-SD engine that only
+/// queries. Blocks; an application object must exist meanwhile.
 Examination examineSystem(const std::string& phoneType);
 
 } // namespace quillbox

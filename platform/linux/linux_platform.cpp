@@ -36,8 +36,8 @@ private:
     const std::shared_ptr<DispatchQueue> main;
 };
 
-/// A copy of the program that finds an older one running ends without ever having touched the
-/// network; so the backends are made when the first of them is asked for something.
+/// Creates the backends on first use: a second instance of the program exits when it finds the
+/// first one, and must not touch the network before that.
 class LinuxPlatform::LazyNetwork final : public Network {
 public:
     LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen, Reach chosenReach,
@@ -83,11 +83,11 @@ public:
     void shutDown()
     {
         isShutDown = true;
-        // Whatever is not made yet is not made any more.
+        // Backends that have not been created by now never are.
         std::call_once(once, [] {});
         if (made)
             made->tcp.flush(kFlushLimit);
-        // Pending work is destroyed while all that it refers to is still there.
+        // Destroys pending work while everything it refers to still exists.
         queues.pool.shutdown();
         made = nullptr;
     }
@@ -121,7 +121,7 @@ private:
     const dnssd::DnsSdMode mode;
     const Reach reach;
     Log& log;
-    bool isShutDown = false; ///< of the main thread
+    bool isShutDown = false; ///< used on the main thread only
     mutable std::once_flag once;
     mutable std::unique_ptr<Backends> made;
 };

@@ -11,14 +11,14 @@
 
 namespace quillbox {
 
-/// Queues and network of this computer: the backends of Linux, put together.
+/// The queues and the network of this computer, combined from the Linux backends.
 ///
-/// Cheap to make: the network is not watched, no packet is sent and no process is started before
-/// something is asked of `network()`.
+/// Cheap to construct: it does not watch the network, send packets or start processes until
+/// `network()` or `serviceLocator()` is used.
 class LinuxPlatform final {
 public:
-    /// What is offered can be reached, and is advertised, as far as `reach` says. The log outlives
-    /// the platform.
+    /// `reach` limits from where listeners can be reached and where they are advertised. `log` must
+    /// outlive the platform.
     LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode, Reach reach,
                   Log& log);
 
@@ -31,12 +31,12 @@ public:
     Dispatch& dispatch();
     Network& network();
 
-    /// Tells on the main queue; nothing any more after the end.
+    /// Completes on the main queue; never after `shutDown`.
     ServiceLocator& serviceLocator();
 
-    /// The end, once everything has been cancelled and what `network()` made has been dropped:
-    /// delivers what the connections still have to send, and withdraws what is advertised, each
-    /// within half a second. Idempotent. What was made may outlive it, but is dead.
+    /// Called when everything has been cancelled and the objects made by `network()` have been
+    /// destroyed: sends the connections' pending data and withdraws what is advertised, each within
+    /// half a second. Idempotent. Objects that outlive it do nothing any more.
     void shutDown();
 
 private:

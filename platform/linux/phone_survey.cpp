@@ -20,11 +20,11 @@ namespace quillbox {
 
 namespace {
 
-/// A network full of names is not asked for all of them.
+/// A limit for networks with very many services.
 constexpr std::size_t kMostPhones = 32;
-constexpr std::size_t kMostAddresses = 4; ///< of a phone
+constexpr std::size_t kMostAddresses = 4; ///< per phone
 
-/// What was found, on one queue.
+/// The phones found. Used on one queue.
 class Found final {
 public:
     struct Phone {
@@ -64,7 +64,7 @@ private:
         auto phone = std::make_unique<Phone>(Phone{.service = service});
         phone->question =
             dnsSd.resolve(service, queue, [made = phone.get(), this](const auto& update) {
-                // What was on its way when the service went is of nobody.
+                // The update may have been queued before its phone was removed.
                 const bool isThere =
                     std::any_of(phones.begin(), phones.end(),
                                 [made](const auto& each) { return each.get() == made; });
@@ -86,7 +86,7 @@ std::unique_ptr<dnssd::Engine> makeQuietEngine()
                                        .times = {}});
 }
 
-/// The addresses of all phones, to be tried together.
+/// The addresses of all phones, for `checkPorts` to try together.
 struct Dialling {
     std::vector<SocketAddress> addresses;
     std::vector<PortFacts*> results;
@@ -97,7 +97,7 @@ void describe(const Found::Phone& found, const std::vector<InterfaceAddress>& ow
 {
     phone.name = found.service.name;
     phone.hosts = found.known.hosts.size();
-    // The addresses of the results stay where they are.
+    // Keeps the pointers in `dialling.results` valid.
     phone.addresses.reserve(kMostAddresses);
     for (const auto& each : found.known.addresses) {
         const auto text = numericHost(each.address);
@@ -133,10 +133,10 @@ PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds brow
         Found found(*dnsSd, queue);
         const auto browse = dnsSd->browse(
             type, queue, [&found](const DnsSd::BrowseUpdate& update) { found.update(update); });
-        // Nothing tells that no further phone will answer, but the time.
+        // Nothing signals that every phone has answered, so this always takes the whole time.
         std::this_thread::sleep_until(end);
         const auto own = monitor->addresses();
-        // From here on nothing changes what was found.
+        // No handler changes `found` after this.
         pool.shutdown();
         facts.isEngineUp = found.isEngineUp ? Seen::Yes : Seen::No;
         facts.phones.resize(found.phones.size());

@@ -8,8 +8,8 @@
 namespace quillbox {
 
 /// Looks for services of `type`, which is like "_smb._tcp", as the program does: with the system's
-/// avahi-daemon or else the embedded engine. Nothing is published. Browses for `browsing`, then
-/// tries the ports for `connecting`; half a second is for the end of the engine. Blocks; any
+/// avahi-daemon or else the embedded engine. Publishes nothing. Browses for `browsing`, then tries
+/// the ports for `connecting`; stopping the engine can take another half second. Blocks; any
 /// thread.
 PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds browsing,
                          std::chrono::milliseconds connecting);

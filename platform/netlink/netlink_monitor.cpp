@@ -19,7 +19,8 @@ namespace quillbox {
 
 namespace {
 
-/// How long changes are gathered before they are told. A link that comes up causes a dozen.
+/// How long changes are collected before subscribers are notified. A link that comes up causes a
+/// dozen.
 constexpr std::chrono::milliseconds kGatherTime{100};
 
 struct Subscriber {
@@ -27,7 +28,8 @@ struct Subscriber {
     std::function<void()> changed;
 };
 
-/// The list of those to be told; it outlives the monitor for as long as a subscription holds it.
+/// The subscribers to notify. Shared with the `RouteReader`, whose pending work may outlive the
+/// monitor.
 class Subscribers final {
 public:
     void add(const std::shared_ptr<Subscriber>& subscriber)
@@ -65,7 +67,7 @@ private:
     const std::shared_ptr<Subscriber> subscriber_;
 };
 
-/// Reads the socket, on a strand of its own. Its pending waits keep it, until it is closed.
+/// Reads the netlink socket on its own strand. Pending waits keep it alive until it is closed.
 class RouteReader final : public std::enable_shared_from_this<RouteReader> {
 public:
     RouteReader(std::shared_ptr<PoolContext> context, std::shared_ptr<Subscribers> subscribers)
@@ -83,7 +85,7 @@ public:
         if (!error)
             socket_ = Watch::adopt(context_, descriptor, Watch::For::Reading, error);
         if (error) {
-            std::cerr << "quillbox-helper: network changes cannot be watched: " << error.message()
+            std::cerr << "quillbox-helper: cannot monitor network changes: " << error.message()
                       << '\n';
             return;
         }
@@ -110,7 +112,8 @@ private:
         });
     }
 
-    /// Reads until nothing is left: unread messages are no news.
+    /// Reads until the socket is empty: epoll is edge-triggered and does not report unread messages
+    /// again.
     void read()
     {
         while (socket_) {
@@ -124,7 +127,7 @@ private:
                 wait();
                 return;
             case RouteNews::Broken:
-                std::cerr << "quillbox-helper: network changes are no longer watched\n";
+                std::cerr << "quillbox-helper: network changes are no longer monitored\n";
                 return;
             }
         }
@@ -142,7 +145,7 @@ private:
 
     const std::shared_ptr<PoolContext> context_;
     const Strand strand_;
-    std::unique_ptr<Watch> socket_; ///< none while there is nothing to read
+    std::unique_ptr<Watch> socket_; ///< null if it could not be opened, and after `close`
     Timer timer_;
     const std::shared_ptr<Subscribers> subscribers_;
     bool isGathering_ = false;

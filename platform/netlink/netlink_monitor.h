@@ -7,12 +7,12 @@
 
 namespace quillbox {
 
-/// Watches the kernel's network configuration through rtnetlink, on the pool's threads. It costs
-/// nothing while nothing changes. Changes within a tenth of a second are one call.
+/// Monitors the kernel's network configuration through rtnetlink, on the pool's threads. It costs
+/// nothing while nothing changes. Changes within 100 ms cause one notification.
 ///
-/// Never none: where the kernel cannot be watched, which is said once on standard error, the
-/// monitor still tells the addresses. It outlives its subscriptions, unless the pool has been shut
-/// down.
+/// Never null: if the kernel cannot be monitored, which is reported once on standard error, the
+/// monitor still returns the addresses. It must outlive its subscriptions, unless the pool has been
+/// shut down.
 std::unique_ptr<NetworkMonitor> makeNetworkMonitor(DispatchPool& pool);
 
 } // namespace quillbox

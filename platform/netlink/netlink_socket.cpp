@@ -13,7 +13,7 @@ namespace quillbox {
 
 namespace {
 
-/// The kernel makes no multicast message larger than this.
+/// The kernel sends no larger multicast messages.
 constexpr std::size_t kDatagramSize = 32768;
 
 bool isChange(unsigned type)
@@ -63,8 +63,8 @@ RouteNews readRouteNews(int socket)
             return RouteNews::None;
         if (errno == EINTR)
             return RouteNews::Other;
-        // Messages were lost for want of room; what they said is in the kernel's tables all the
-        // same.
+        // ENOBUFS: the receive buffer overflowed and messages were lost. Callers read the current
+        // state from the kernel anyway, so this counts as a change.
         return errno == ENOBUFS ? RouteNews::Changed : RouteNews::Broken;
     }
     auto remaining = static_cast<unsigned>(count);

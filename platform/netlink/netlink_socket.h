@@ -4,15 +4,15 @@
 
 namespace quillbox {
 
-/// Opens a non-blocking rtnetlink socket that hears of changes of links, addresses and routes.
-/// -1 and an error on failure. The caller closes it.
+/// Opens a non-blocking rtnetlink socket that receives changes of links, addresses and routes.
+/// Returns -1 and sets `error` on failure. The caller closes the socket.
 int openRouteSocket(std::error_code& error);
 
 enum class RouteNews {
     None,    ///< nothing left to read
     Other,   ///< a message about something else
     Changed, ///< links, addresses or routes changed, or messages were lost
-    Broken,  ///< the socket is of no use any more
+    Broken,  ///< the socket is unusable
 };
 
 /// Reads one datagram.
