@@ -27,11 +27,11 @@ using Item = std::variant<Request, EngineEvent>;
 using ItemMailbox = EngineMailbox<Item>;
 
 constexpr const char* kNoDaemonNotice =
-    "DNS-SD: avahi-daemon does not answer, so this program speaks multicast DNS by itself. The "
-    "file browsers of this desktop look for servers through avahi-daemon: install it to see the "
-    "phone there (Debian, Ubuntu: sudo apt install avahi-daemon libnss-mdns).";
+    "DNS-SD: avahi-daemon is not answering, so this program uses its own multicast DNS responder. "
+    "This desktop's file browsers find servers through avahi-daemon; install it to see the phone "
+    "there (Debian, Ubuntu: sudo apt install avahi-daemon libnss-mdns).";
 
-/// What the automatic engine's thread does: it owns both engines and the choice between them.
+/// Runs on the automatic engine's thread; owns both engines and the choice between them.
 class AutomaticLoop final {
 public:
     AutomaticLoop(ItemMailbox& theMailbox, AutomaticEngineOptions theOptions)
@@ -58,7 +58,7 @@ public:
                 std::visit([this](auto& i) { handle(std::move(i)); }, item);
             choice.elapse(Clock::now());
         }
-        // The one that has something to withdraw first.
+        // The embedded engine first: if it runs, it is the one that has services to withdraw.
         stopEmbedded();
         daemon->stop();
     }
@@ -90,7 +90,7 @@ private:
         choice.handle(event.source, std::move(event.event), Clock::now());
     }
 
-    /// No handler runs after an engine's stop, so the mailbox is there when one does.
+    /// The mailbox outlives the handler: no handler runs after an engine's stop().
     void start(Engine& engine, Source source)
     {
         engine.start([this, source](Event event) {

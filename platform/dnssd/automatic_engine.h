@@ -17,20 +17,20 @@ using EngineFactory = std::function<std::unique_ptr<Engine>()>;
 
 struct AutomaticEngineOptions {
     EngineFactory makeDaemon;
-    /// Called each time the embedded engine is needed.
+    /// Called each time the embedded engine is started.
     EngineFactory makeEmbedded;
-    /// Told once, on any thread, what the user should know when there is no daemon.
+    /// Called once, on any thread, with a message for the user when there is no daemon.
     std::function<void(const std::string&)> notice;
     AutomaticEngineTimes times;
 };
 
-/// The daemon's engine whenever it is up, else the embedded one: to the layer above it is one
-/// engine that goes away and comes back. Only one of the two is up at any time, and the one that is
-/// left has withdrawn what it published before the other is up.
+/// Uses the daemon's engine while it is up and the embedded one otherwise. To the layer above this
+/// is one engine that goes down and comes up. At most one of the two is up at any time: the other
+/// has withdrawn everything it published before.
 std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options);
 
-/// The engine that the program runs on. The automatic one says on standard error, once, that there
-/// is no daemon. Each engine tells the log, which outlives it, what it does.
+/// The engine that the program uses. In automatic mode it reports a missing daemon once on standard
+/// error. Each engine logs its activity to `log`, which must outlive it.
 std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log, EmbeddedEngineOptions embedded = {});
 
 } // namespace quillbox::dnssd

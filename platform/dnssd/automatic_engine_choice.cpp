@@ -10,7 +10,7 @@ void AutomaticEngineChoice::handle(Source source, Event event, Clock::time_point
     const bool isDown = std::holds_alternative<EngineDown>(event);
 
     if (source == Source::Embedded && !isEmbeddedStarted)
-        return; // said before it was stopped
+        return; // sent before it was stopped
     if (isUp) {
         comeUp(source, std::move(event));
     } else if (isDown && source == Source::Daemon) {
@@ -51,7 +51,7 @@ void AutomaticEngineChoice::handleDaemonDown(Event event, Clock::time_point now)
         goDown(std::move(event));
         embeddedStart = now + times.restartPatience;
     } else if (embeddedStart && !isReportedDown) {
-        // Its first word: there is no daemon, and nothing to wait for.
+        // The daemon's first event: there is none, so do not wait any longer.
         elapse(*embeddedStart);
     }
 }

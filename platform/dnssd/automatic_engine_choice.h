@@ -9,15 +9,15 @@
 namespace quillbox::dnssd {
 
 struct AutomaticEngineTimes {
-    /// How long a daemon that has not answered yet is waited for at the start.
+    /// How long to wait at the start for a daemon that has not answered yet.
     std::chrono::milliseconds startPatience{300};
-    /// How long a daemon that went away may take to come back (a restart, an upgrade).
+    /// How long to wait for a daemon that went down to come back (a restart, an upgrade).
     std::chrono::milliseconds restartPatience{1000};
 };
 
-/// The rule of the automatic choice: the daemon whenever it is up, the embedded engine otherwise,
-/// never both, and one sequence of EngineUp and EngineDown to the outside. It has no thread and no
-/// clock of its own; times are of the monotonic clock.
+/// The rule of the automatic choice: use the daemon while it is up and the embedded engine
+/// otherwise, never both, and report a single sequence of EngineUp and EngineDown. It has no thread
+/// and no clock of its own; times are monotonic.
 class AutomaticEngineChoice final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -36,16 +36,16 @@ public:
     {
     }
 
-    /// The daemon's engine has been started.
+    /// Called when the daemon's engine has been started.
     void begin(Clock::time_point now) { embeddedStart = now + times.startPatience; }
 
     void handle(Source source, Event event, Clock::time_point now);
 
-    /// When `elapse` is to be called.
+    /// When `elapse` must be called.
     std::optional<Clock::time_point> deadline() const { return embeddedStart; }
     void elapse(Clock::time_point now);
 
-    /// Where requests go; nowhere while no engine is up.
+    /// The engine that receives requests; none while no engine is up.
     std::optional<Source> active() const { return activeSource; }
 
 private:

@@ -10,17 +10,18 @@
 
 #include <avahi-common/defs.h>
 
-/// The calls that libavahi-client and libavahi-core have in common, so that one `AvahiSession`
-/// works over either. One thread at a time; callbacks come on it.
+/// The calls that libavahi-client and libavahi-core have in common, so that `AvahiSession` works
+/// with either. Single-threaded; callbacks run on the same thread.
 namespace quillbox::dnssd {
 
-/// Something that Avahi does for us until it is destroyed. Not to be destroyed in a callback.
+/// A browser, lookup or entry group of Avahi, freed on destruction. Must not be destroyed in a
+/// callback.
 class AvahiObject {
 public:
     virtual ~AvahiObject() = default;
 };
 
-/// Where the answers to a question go.
+/// Receives the results of a browse or lookup.
 class AvahiAnswers {
 public:
     enum class Change { Found, Lost };
@@ -36,7 +37,7 @@ public:
     virtual void onFailed(int error) = 0;
 };
 
-/// Where an entry group reports; may be called within the group's own calls.
+/// Receives the states of an entry group; may be called inside the group's own calls.
 class AvahiGroupWatcher {
 public:
     virtual ~AvahiGroupWatcher() = default;
@@ -44,24 +45,25 @@ public:
     virtual void onGroupState(AvahiEntryGroupState state) = 0;
 };
 
-/// Records that are published together. Destroying it withdraws them, with goodbyes.
+/// An entry group: records that are published together. Destroying it withdraws them, with
+/// goodbyes.
 class AvahiGroup : public AvahiObject {
 public:
     struct Service {
         std::string name;
         std::string type;
-        std::string domain;   ///< empty: the default one
-        std::string hostName; ///< empty: the computer's
+        std::string domain;   ///< empty: the default domain
+        std::string hostName; ///< empty: the computer's host name
         std::uint16_t port = 0;
         std::vector<std::string> txt;
         int interfaceIndex = kEveryInterface;
     };
 
-    // Each returns one of Avahi's error numbers, 0 for none.
+    // Each returns an Avahi error code, 0 on success.
 
-    /// On its interface, or on all of them.
+    /// On one interface or on all of them.
     virtual int addService(const Service& service) = 0;
-    /// On its interface, without a reverse record.
+    /// On one interface, without a reverse record.
     virtual int addAddress(const std::string& hostName, const HostAddress& address) = 0;
     virtual int commit() = 0;
 };
@@ -72,17 +74,17 @@ public:
 
     virtual ~AvahiApi() = default;
 
-    // Each returns null when it cannot be had; then `lastError` says why. What is handed in
-    // outlives the object.
+    // Each returns null on failure; `lastError` then gives the reason. `answers` and `watcher` must
+    // outlive the returned object.
 
     virtual std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) = 0;
     virtual std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
                                                 AvahiAnswers& answers) = 0;
     virtual std::unique_ptr<AvahiGroup> makeGroup(AvahiGroupWatcher& watcher) = 0;
 
-    /// One of Avahi's error numbers.
+    /// An Avahi error code.
     virtual int lastError() = 0;
-    /// The default domain, "local" as a rule.
+    /// The default domain, usually "local".
     virtual std::string domainName() = 0;
 };
 

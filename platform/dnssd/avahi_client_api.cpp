@@ -108,7 +108,8 @@ void onGroupState(AvahiEntryGroup* /*group*/, AvahiEntryGroupState state, void* 
     static_cast<AvahiGroupWatcher*>(context)->onGroupState(state);
 }
 
-// Lookups have no flags: with "multicast only" one packet can crash Avahi 0.8 in more ways.
+// Lookups pass no flags: with AVAHI_LOOKUP_USE_MULTICAST there are more ways in which a single
+// packet can crash Avahi 0.8.
 class ClientApi final : public AvahiApi {
 public:
     ClientApi(const AvahiClientLibrary& theLibrary, AvahiClient& theClient)

@@ -11,7 +11,7 @@
 
 namespace quillbox::dnssd {
 
-/// What is called of libavahi-client, under the names that it has there.
+/// The functions used from libavahi-client, named as they are there, without the `avahi_` prefix.
 struct AvahiClientLibrary {
     decltype(avahi_client_new)* client_new = nullptr;
     decltype(avahi_client_free)* client_free = nullptr;
@@ -29,10 +29,11 @@ struct AvahiClientLibrary {
     decltype(avahi_entry_group_add_service_strlst)* entry_group_add_service_strlst = nullptr;
 };
 
-/// Nothing when it is not installed.
+/// Empty when the library is not installed or lacks a function.
 std::optional<AvahiClientLibrary> loadAvahiClientLibrary();
 
-/// The objects of avahi-daemon, over D-Bus. Library and client outlive the API and its objects.
+/// The API of avahi-daemon, over D-Bus. `library` and `client` must outlive the API and its
+/// objects.
 std::unique_ptr<AvahiApi> makeAvahiClientApi(const AvahiClientLibrary& library,
                                              AvahiClient& client);
 

@@ -4,10 +4,10 @@
 
 namespace quillbox::dnssd {
 
-/// What one of Avahi's error numbers means to the asker.
+/// Maps an Avahi error code to a `DnsSdError`.
 DnsSdError dnsSdErrorOfAvahi(int error);
 
-/// Whether the error says that Avahi cannot be reached, not that it refuses.
+/// Whether the error means that Avahi cannot be reached, as opposed to a refusal.
 bool isAvahiUnreachable(int error);
 
 } // namespace quillbox::dnssd

@@ -2,17 +2,17 @@
 
 namespace quillbox::dnssd {
 
-/// One of Avahi's libraries, taken in at run time and kept to the end of the process.
+/// One of Avahi's libraries, loaded at run time and kept loaded until the process ends.
 ///
 /// libavahi-client and libavahi-core 0.8 both define `avahi_entry_group_free`, with different
-/// arguments, and call it themselves: in a process that has both, one of them calls the other's and
-/// dies of it. So the program is linked with neither. It loads the one for the daemon, and its
-/// engine process the other.
+/// arguments, and call it themselves: in a process that loads both, one library calls the other's
+/// function and crashes. So the program links neither: it loads libavahi-client, and its engine
+/// process loads libavahi-core.
 class AvahiLibrary final {
 public:
     explicit AvahiLibrary(const char* name);
 
-    /// Whether it is there, with all that was looked for.
+    /// Whether the library was loaded and all functions were found.
     bool isComplete() const { return complete; }
 
     template <class F> void find(F*& function, const char* name)

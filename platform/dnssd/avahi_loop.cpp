@@ -14,7 +14,7 @@ struct AvahiLoop::Watch {
 
 AvahiLoop::AvahiLoop() : simplePoll(avahi_simple_poll_new())
 {
-    // It fails only without memory or descriptors, and there is no engine without it.
+    // Fails only when out of memory or file descriptors, and no engine works without it.
     if (simplePoll == nullptr)
         throw std::bad_alloc();
 }
@@ -54,11 +54,11 @@ void AvahiLoop::turn(std::optional<Clock::time_point> deadline)
     if (deadline) {
         const auto wait = std::clamp<Clock::duration>(*deadline - Clock::now(),
                                                       Clock::duration::zero(), kLongest);
-        // Rounded up, or the loop would turn idly for the last millisecond.
+        // Rounded up, or the loop would busy-wait through the last millisecond.
         timeout = static_cast<int>(std::chrono::ceil<std::chrono::milliseconds>(wait).count());
     }
     if (avahi_simple_poll_iterate(simplePoll, timeout) < 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // no memory: not a busy loop
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // failed: no busy loop
 }
 
 } // namespace quillbox::dnssd

@@ -11,8 +11,9 @@
 
 namespace quillbox::dnssd {
 
-/// Avahi's own event loop, turned by hand, with descriptors of ours in it. One thread; waking it
-/// from another is done through a descriptor, for Avahi's own way is a data race.
+/// Avahi's event loop (`AvahiSimplePoll`), iterated manually, with additional file descriptors in
+/// it. Single-threaded; to wake it from another thread use one of these descriptors, because
+/// Avahi's own wake-up function has a data race.
 class AvahiLoop final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -24,11 +25,11 @@ public:
 
     const AvahiPoll* poll() const;
 
-    /// Calls `handler` in each turn in which the descriptor is readable or broken, as long as the
-    /// loop lives. The handler reads it.
+    /// Calls `handler` in each iteration in which the descriptor is readable or broken, for as long
+    /// as the loop exists. The handler must read it.
     void watch(int descriptor, std::function<void()> handler);
 
-    /// Waits for one thing to happen, until `deadline` at the latest, and lets it be dealt with.
+    /// Runs one iteration: waits for events, until `deadline` at the latest, and handles them.
     void turn(std::optional<Clock::time_point> deadline);
 
 private:

@@ -7,7 +7,7 @@
 #include <avahi-common/address.h>
 #include <avahi-common/strlst.h>
 
-/// Small conversions between Avahi's types and ours that both libraries need.
+/// Conversions between Avahi's types and ours, used with both libraries.
 namespace quillbox::dnssd {
 
 inline Sighting sightingOf(AvahiIfIndex interfaceIndex, AvahiProtocol protocol)
@@ -15,7 +15,7 @@ inline Sighting sightingOf(AvahiIfIndex interfaceIndex, AvahiProtocol protocol)
     return {interfaceIndex, protocol == AVAHI_PROTO_INET6 ? Family::IPv6 : Family::IPv4};
 }
 
-/// `bytes` holds 4 or 16, by family.
+/// `bytes` points to 4 or 16 bytes, depending on the family.
 inline Address addressOf(Family family, const void* bytes)
 {
     Address address;
@@ -55,14 +55,14 @@ inline const char* orNull(const std::string& text)
     return text.empty() ? nullptr : text.c_str();
 }
 
-/// The strings of a TXT record. Avahi writes the single empty string of RFC 6763, section 6.1, for
-/// an empty list, and takes no empty string within one.
 inline AvahiIfIndex interfaceOf(const AvahiGroup::Service& service)
 {
     static_assert(kEveryInterface == AVAHI_IF_UNSPEC);
     return service.interfaceIndex;
 }
 
+/// The strings of a TXT record as an Avahi list. For an empty list Avahi writes the single empty
+/// string of RFC 6763, section 6.1; it accepts no empty string within a list.
 class TxtStrings final {
 public:
     explicit TxtStrings(const std::vector<std::string>& strings)
@@ -83,8 +83,8 @@ private:
     AvahiStringList* list = nullptr;
 };
 
-/// What a browser of either library reports, apart from what it found: true when it found or lost
-/// something.
+/// Handles the events that all browsers of both libraries have in common. Returns true when the
+/// browser found or lost something.
 inline bool isChange(AvahiBrowserEvent event, AvahiAnswers& answers, int error)
 {
     switch (event) {

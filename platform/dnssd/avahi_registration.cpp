@@ -22,7 +22,7 @@ std::map<int, std::set<Address>> byInterface(const std::vector<HostAddress>& add
 
 } // namespace
 
-/// An entry group with what has become of it.
+/// An entry group and its outcome.
 class AvahiRegistration::Group final : public AvahiGroupWatcher {
 public:
     Group(AvahiApi& api, const std::function<void()>& theChanged)
@@ -32,7 +32,7 @@ public:
             error = api.lastError() == AVAHI_OK ? AVAHI_ERR_FAILURE : api.lastError();
     }
 
-    /// `add` returns one of Avahi's error numbers; after an error nothing more is added.
+    /// `addTo` returns an Avahi error code; after an error nothing more is added.
     template <class Add> void add(Add&& addTo)
     {
         if (error == AVAHI_OK)
@@ -59,7 +59,7 @@ public:
     {
         return error == AVAHI_ERR_COLLISION || state == AVAHI_ENTRY_GROUP_COLLISION;
     }
-    /// One of Avahi's error numbers.
+    /// An Avahi error code.
     int failure() const
     {
         return error == AVAHI_OK && state == AVAHI_ENTRY_GROUP_FAILURE ? AVAHI_ERR_FAILURE : error;
@@ -69,7 +69,7 @@ private:
     const std::function<void()>& changed;
     AvahiEntryGroupState state = AVAHI_ENTRY_GROUP_UNCOMMITED;
     int error = AVAHI_OK;
-    std::unique_ptr<AvahiGroup> group; // last: it may report while it is made
+    std::unique_ptr<AvahiGroup> group; // last: its construction may call onGroupState
 };
 
 AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theRequest,
@@ -103,7 +103,8 @@ void AvahiRegistration::publishAll()
     service.reset();
     hosts.clear();
     publishService();
-    // A name that this computer has already is refused at once: then nothing else is put up.
+    // A conflict with a name on this computer is reported immediately; then no addresses are
+    // published.
     if (service->failure() == AVAHI_OK && !isOnComputersHostName()) {
         for (const auto& [interfaceIndex, addresses] : addressesByInterface)
             publishAddresses(interfaceIndex, addresses);

@@ -12,9 +12,9 @@
 
 namespace quillbox::dnssd {
 
-/// One service published, on a host name of its own or the computer's. The service is one entry
-/// group, and the addresses of each interface are another, so that a change on one interface leaves
-/// the rest published. Destroying it withdraws all, with goodbyes.
+/// One published service, on its own host name or on the computer's. The service is one entry group
+/// and the addresses of each interface are another, so that a change on one interface leaves the
+/// rest published. Destroying it withdraws everything, with goodbyes.
 class AvahiRegistration final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -24,36 +24,36 @@ public:
 
         State state = State::Underway;
         Collision::Of collision = Collision::Of::Service;
-        int error = 0; ///< in Failed: one of Avahi's error numbers
+        int error = 0; ///< in Failed: an Avahi error code
     };
 
-    /// Publishes nothing yet. `changed` is called whenever Avahi says what became of a part; it
-    /// must not call back.
+    /// Publishes nothing yet. `changed` is called whenever Avahi reports a new state of an entry
+    /// group; it must not call back into this object.
     AvahiRegistration(AvahiApi& api, RegisterRequest request, std::function<void()> changed);
     AvahiRegistration(const AvahiRegistration&) = delete;
     AvahiRegistration& operator=(const AvahiRegistration&) = delete;
     ~AvahiRegistration();
 
-    /// At the next `publish` everything is put up anew.
+    /// Makes the next `publish` republish everything.
     void demandAll() { isAllDemanded = true; }
 
-    /// At the next `publish` the records of those interfaces whose addresses differ are touched.
+    /// Makes the next `publish` replace the records of those interfaces whose addresses differ.
     void demand(const std::vector<HostAddress>& addresses);
 
-    /// Puts up what is demanded.
+    /// Publishes what has been demanded.
     void publish();
 
     Outcome outcome() const;
 
-    /// Probing takes about a second. In Avahi 0.8 an interface that goes away in the middle leaves
-    /// its group registering for ever, so one that is still underway by then is put up anew, and is
-    /// given longer.
+    /// Probing takes about a second. In Avahi 0.8, an interface that goes away during probing
+    /// leaves its entry group in the registering state forever, so a registration that is still
+    /// underway at the deadline is republished, with a longer deadline each time.
     Clock::time_point deadlineFrom(Clock::time_point now) const { return now + patience; }
     void becomeOverdue();
 
     bool isOnComputersHostName() const { return request.hostName.empty(); }
 
-    /// Whether it has been reported as established.
+    /// Whether `Registered` has been emitted.
     bool isReported = false;
 
 private:
@@ -67,10 +67,10 @@ private:
     AvahiApi& api;
     const RegisterRequest request;
     const std::function<void()> changed;
-    std::map<int, std::set<Address>> addressesByInterface; ///< as they are demanded
+    std::map<int, std::set<Address>> addressesByInterface; ///< as demanded
     std::map<int, std::set<Address>> publishedAddresses;
     bool isAllDemanded = true;
-    std::unique_ptr<Group> service; ///< none before it was published
+    std::unique_ptr<Group> service; ///< null before the first `publish`
     std::map<int, std::unique_ptr<Group>> hosts;
     Clock::duration patience;
 };

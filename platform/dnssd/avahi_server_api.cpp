@@ -120,7 +120,8 @@ void onGroupState(AvahiServer* /*server*/, AvahiSEntryGroup* /*group*/, AvahiEnt
     static_cast<AvahiGroupWatcher*>(context)->onGroupState(state);
 }
 
-// Lookups have no flags: with "multicast only" one packet can crash Avahi 0.8 in more ways.
+// Lookups pass no flags: with AVAHI_LOOKUP_USE_MULTICAST there are more ways in which a single
+// packet can crash Avahi 0.8.
 class ServerApi final : public AvahiApi {
 public:
     ServerApi(const AvahiServerLibrary& theLibrary, AvahiServer& theServer)

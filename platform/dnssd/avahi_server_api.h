@@ -13,7 +13,7 @@
 
 namespace quillbox::dnssd {
 
-/// What is called of libavahi-core, under the names that it has there.
+/// The functions used from libavahi-core, named as they are there, without the `avahi_` prefix.
 struct AvahiServerLibrary {
     decltype(avahi_set_log_function)* set_log_function = nullptr;
     decltype(avahi_server_config_init)* server_config_init = nullptr;
@@ -36,11 +36,11 @@ struct AvahiServerLibrary {
     decltype(avahi_server_add_service_strlst)* server_add_service_strlst = nullptr;
 };
 
-/// Nothing when it is not installed.
+/// Empty when the library is not installed or lacks a function.
 std::optional<AvahiServerLibrary> loadAvahiServerLibrary();
 
-/// The objects of an mDNS responder within this process. Library and server outlive the API and its
-/// objects.
+/// The API of an mDNS responder within this process. `library` and `server` must outlive the API
+/// and its objects.
 std::unique_ptr<AvahiApi> makeAvahiServerApi(const AvahiServerLibrary& library,
                                              AvahiServer& server);
 

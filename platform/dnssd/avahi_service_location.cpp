@@ -12,10 +12,10 @@ constexpr std::size_t kFixedLength = 6; // priority, weight, port
 constexpr std::size_t kMaximumLabelLength = 63;
 constexpr std::size_t kMaximumNameLength = 255; // RFC 1035, section 2.3.4
 
-/// A label as text; false when Avahi cannot write it.
+/// Appends a label in presentation format; false when Avahi cannot escape it.
 bool appendLabel(std::string& name, std::span<const std::uint8_t> label)
 {
-    // A byte takes four characters at the most: "\255".
+    // A byte takes four characters at most: "\255".
     std::array<char, kMaximumLabelLength * 4 + 1> text{};
     char* cursor = text.data();
     std::size_t room = text.size();

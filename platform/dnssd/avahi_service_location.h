@@ -8,17 +8,17 @@
 
 namespace quillbox::dnssd {
 
-/// What an SRV record (RFC 2782) says of a service.
+/// Port and target of an SRV record (RFC 2782).
 struct ServiceLocation {
-    std::string hostName; ///< as DNS presents it, escaped, without a dot at the end
+    std::string hostName; ///< in presentation format, escaped, without a trailing dot
     std::uint16_t port = 0;
 
     bool operator==(const ServiceLocation&) const = default;
 };
 
-/// Reads the data of an SRV record as it is on the wire. The data is any host's: nothing when it is
+/// Decodes an SRV record's data in wire format. The data is untrusted: returns nothing when it is
 /// not exactly one record, when the name is compressed (RFC 2782 forbids it, and there is no packet
-/// to point into) or too long, or when there is no host (the root, "not available").
+/// to point into) or too long, or when the target is the root ("service not available").
 std::optional<ServiceLocation> decodeServiceLocation(std::span<const std::uint8_t> recordData);
 
 } // namespace quillbox::dnssd

@@ -15,7 +15,7 @@
 
 namespace quillbox::dnssd {
 
-/// A browse or a lookup: passes answers on under its id.
+/// A browse or a lookup: emits its results as events with its id.
 class AvahiQuestion final : public AvahiAnswers {
 public:
     AvahiQuestion(AskId theId, std::function<void(Event)>& theEmit, std::set<AskId>& theFailed)
@@ -26,7 +26,7 @@ public:
     void onService(Change change, const Sighting& sighting, const char* name, const char* type,
                    const char* domain) override
     {
-        // Avahi has the three for everything that it found.
+        // A safeguard: Avahi sets all three for every service it reports.
         if (name == nullptr || type == nullptr || domain == nullptr)
             return;
         if (change == Change::Found)
@@ -64,7 +64,7 @@ public:
         failed.insert(id);
     }
 
-    int failure = AVAHI_OK; ///< one of Avahi's error numbers
+    int failure = AVAHI_OK; ///< an Avahi error code
     std::unique_ptr<AvahiObject> object;
 
 private:
@@ -76,7 +76,8 @@ private:
 
 namespace {
 
-/// libdbus ends the process when it is handed a text that is not UTF-8, and C ends it at a zero.
+/// libdbus aborts the process on text that is not UTF-8, and a zero byte would end a C string
+/// early.
 bool isText(const std::string& text)
 {
     return isValidUtf8(text) && text.find('\0') == std::string::npos;
@@ -225,7 +226,7 @@ void AvahiSession::publish(AskId id, AvahiRegistration& registration, Clock::tim
 {
     registration.publish();
     publications.begin(id, registration.deadlineFrom(now));
-    changedRegistrations.insert(id); // Avahi may have refused it without a word of its own
+    changedRegistrations.insert(id); // Avahi may have refused it without a callback
 }
 
 void AvahiSession::tidy(Clock::time_point now)
@@ -233,7 +234,8 @@ void AvahiSession::tidy(Clock::time_point now)
     endFailedQuestions();
     renewOverdue(now);
     lookAtChanged(now);
-    // What is established or gone makes room for others, and these may be refused at once.
+    // Registrations that are established or dropped free slots for waiting ones, which may in turn
+    // be refused immediately.
     for (publishWhoseTurnItIs(now); !changedRegistrations.empty() && !broken;
          publishWhoseTurnItIs(now))
         lookAtChanged(now);
@@ -251,7 +253,7 @@ void AvahiSession::endFailedQuestions()
 
 void AvahiSession::renewOverdue(Clock::time_point now)
 {
-    // Behind the others that wait, for whom it may have been in the way.
+    // Queued again behind the waiting ones, whose slot it may have been holding.
     while (const auto id = publications.takeOverdue(now)) {
         registrations.at(*id)->becomeOverdue();
         publications.wait(*id);
@@ -275,7 +277,7 @@ void AvahiSession::lookAt(AskId id, AvahiRegistration& registration, Clock::time
     const auto outcome = registration.outcome();
     switch (outcome.state) {
     case State::Underway:
-        // Avahi may begin anew by itself.
+        // Avahi may start probing again on its own.
         if (!publications.isUnderway(id) && !publications.isWaiting(id))
             publications.begin(id, registration.deadlineFrom(now));
         break;

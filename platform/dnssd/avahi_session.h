@@ -17,12 +17,12 @@ namespace quillbox::dnssd {
 class AvahiQuestion;
 class AvahiRegistration;
 
-/// Answers requests with events for as long as one connection to Avahi lasts. Confined to the
-/// thread of Avahi's loop.
+/// Handles requests over one connection to Avahi and emits events in answer. Confined to the thread
+/// of Avahi's loop.
 ///
-/// Avahi's callbacks free nothing and only note what became of a question or registration; the
-/// owner calls `tidy` after each turn of the loop, and there the consequences are drawn. A turn
-/// costs what has changed in it, however much stands.
+/// Avahi's callbacks free nothing; they only record what happened to a question or registration.
+/// The owner calls `tidy` after each loop iteration to act on it. The cost of an iteration depends
+/// on what has changed in it, not on how much is active.
 class AvahiSession final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -34,23 +34,22 @@ public:
     /// Withdraws everything, with goodbyes.
     ~AvahiSession();
 
-    /// A request whose id is in use replaces the one that has it.
+    /// A request whose id is in use replaces the earlier request.
     void handle(const Request& request, Clock::time_point now);
 
     void tidy(Clock::time_point now);
 
-    /// When `tidy` wants to be called although nothing else happens.
+    /// When `tidy` must be called even if nothing else happens.
     std::optional<Clock::time_point> nextDeadline() const;
 
-    /// The computer has another host name now: what was published under its old one is published
-    /// anew.
+    /// The computer's host name has changed: republishes what was published under the old one.
     void hostNameChanged(Clock::time_point now);
 
-    /// A call found Avahi unreachable. The session is of no more use, and says nothing of what it
-    /// could not do.
+    /// A call found Avahi unreachable. The session is unusable from then on; it emits no `Failed`
+    /// for requests that it could not serve.
     bool isBroken() const { return broken; }
 
-    /// How often a registration was looked at, so far: a measure of the work done.
+    /// How many times a registration's outcome has been checked so far: a measure of the work done.
     std::size_t looks() const { return lookCount; }
 
 private:
@@ -64,7 +63,7 @@ private:
     void ask(AskId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open);
     void drop(AskId id);
     void fail(AskId id, int error);
-    /// Publishes what a registration demands once it is its turn.
+    /// Publishes what a registration demands as soon as it is its turn.
     void publishInTurn(AskId id, Clock::time_point now);
     void publishWhoseTurnItIs(Clock::time_point now);
     void publish(AskId id, AvahiRegistration& registration, Clock::time_point now);
@@ -78,7 +77,7 @@ private:
     std::map<AskId, std::unique_ptr<AvahiQuestion>> questions;
     std::set<AskId> failedQuestions; ///< since the last `tidy`
     PublicationQueue publications;
-    std::set<AskId> changedRegistrations; ///< since the last `tidy`; some may be gone
+    std::set<AskId> changedRegistrations; ///< since the last `tidy`
     std::map<AskId, std::unique_ptr<AvahiRegistration>> registrations;
     std::size_t lookCount = 0;
     bool broken = false;

@@ -8,8 +8,8 @@
 namespace quillbox::dnssd {
 
 /// Speaks multicast DNS (RFC 6762) on behalf of this process: answers the requests of `messages.h`
-/// with their events. It may go away (EngineDown) and come back (EngineUp) at any time; requests
-/// made while it is away are dropped, for all that stand are asked anew when it is back.
+/// with their events. It may go down (EngineDown) and come back up (EngineUp) at any time. Requests
+/// made while it is down are dropped, because callers repeat all active ones when it comes up.
 class Engine {
 public:
     /// Called on any thread, one call at a time.
@@ -20,10 +20,10 @@ public:
     /// Called once. The first event is EngineUp or EngineDown. Never blocks.
     virtual void start(EventHandler handler) = 0;
 
-    /// From any thread; never blocks. Requests take effect in the order in which they were made.
+    /// From any thread; never blocks. Requests take effect in the order in which they are made.
     virtual void send(Request request) = 0;
 
-    /// Withdraws all that is published, sending goodbyes, and ends. Blocks until that is done, half
+    /// Withdraws everything published, sending goodbyes, and stops. Blocks until that is done, half
     /// a second at the most. No handler runs after it. Idempotent.
     virtual void stop() = 0;
 };
