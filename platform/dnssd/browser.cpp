@@ -7,8 +7,8 @@ namespace quillbox {
 
 namespace {
 
-/// What the handlers' queue owns of a browser: sets that are on their way when the browser is
-/// dropped still arrive.
+/// The part of a browser that belongs to the handlers' queue: sets that are already queued when the
+/// browser is destroyed are still delivered.
 struct Reports {
     Browser::ResultsChangedHandler resultsChanged;
     Browser::StateUpdateHandler stateUpdate;

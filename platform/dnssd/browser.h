@@ -8,8 +8,8 @@
 
 namespace quillbox {
 
-/// A browser of the default domain. `dnsSd` is used until the browser is cancelled or dropped.
-/// `start` and `cancel` are called on one thread, or one after the other.
+/// Browses the default domain. `dnsSd` is used until the browser is cancelled or destroyed. `start`
+/// and `cancel` must not be called concurrently.
 std::shared_ptr<Browser> makeBrowser(DnsSd& dnsSd, std::string type);
 
 } // namespace quillbox

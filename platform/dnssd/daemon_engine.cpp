@@ -24,10 +24,11 @@ using Mailbox = EngineMailbox<Request>;
 constexpr std::chrono::milliseconds kFirstPause(100);
 constexpr std::chrono::seconds kMaximumPause(10);
 constexpr std::chrono::seconds kSteadyAfter(60);
-/// A daemon that finds no free host name for the computer is still good for names of our own.
+/// How long to wait for the daemon to establish the computer's host name. A daemon that has none is
+/// still usable, since services are published on host names of their own.
 constexpr std::chrono::seconds kHostNamePatience(2);
 
-/// A client of the daemon and all that it was asked for. Made anew after each failure.
+/// A client of the daemon and everything requested through it. Recreated after each failure.
 class Connection final {
 public:
     explicit Connection(const AvahiLoop& loop) : library(loadAvahiClientLibrary())
@@ -46,7 +47,7 @@ public:
     {
         session.reset();
         api.reset();
-        // Null without a system bus, in spite of NO_FAIL.
+        // Null without a system bus, despite AVAHI_CLIENT_NO_FAIL.
         if (client != nullptr)
             library->client_free(client);
     }
@@ -72,12 +73,12 @@ public:
     std::optional<AvahiClientLibrary> library;
     AvahiClient* client = nullptr;
     std::unique_ptr<AvahiApi> api;
-    std::unique_ptr<AvahiSession> session; ///< there while the engine is up
+    std::unique_ptr<AvahiSession> session; ///< set while the engine is up
     std::string publishedHostName;
     Clock::time_point since = Clock::now();
 
 private:
-    // Also called while the client is being made; nothing may be freed here.
+    // Also called inside avahi_client_new; must not free anything.
     static void onState(AvahiClient* /*client*/, AvahiClientState newState, void* context)
     {
         static_cast<Connection*>(context)->state = newState;
@@ -114,7 +115,7 @@ private:
     {
         if (connection || Clock::now() < nextTry)
             return;
-        busWatch.begin(); // before the try, so that a socket that appears meanwhile is not missed
+        busWatch.begin(); // before connecting, or a socket that appears now is missed
         connection = std::make_unique<Connection>(loop);
         if (connection->isLost()) {
             disconnect(Clock::now());
@@ -135,7 +136,7 @@ private:
             return;
         }
         connection->session->tidy(now);
-        // A new name of the computer matters to what is published under it.
+        // Services published under the computer's host name must follow when it changes.
         if (connection->isRunning()) {
             auto name = connection->hostName();
             if (!name.empty() && name != connection->publishedHostName) {

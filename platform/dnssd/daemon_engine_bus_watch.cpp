@@ -16,7 +16,7 @@ namespace {
 std::string systemBusSocketPath()
 {
     constexpr std::string_view kPrefix = "unix:path=";
-    // Read as libdbus reads it; nothing here changes the environment.
+    // The variable that libdbus reads; nothing in this program changes the environment.
     const char* variable = std::getenv("DBUS_SYSTEM_BUS_ADDRESS"); // NOLINT(concurrency-mt-unsafe)
     const std::string_view address = variable == nullptr ? "" : variable;
     if (address.starts_with(kPrefix)) {
@@ -43,7 +43,7 @@ DaemonEngineBusWatch::~DaemonEngineBusWatch()
 void DaemonEngineBusWatch::begin()
 {
     end();
-    // The folder of the socket may be missing, or be made anew, so the one above it counts too.
+    // The socket's folder may be missing or be recreated, so its parent is watched too.
     const auto folder = std::filesystem::path(socketPath).parent_path();
     for (const auto& watched : {folder, folder.parent_path()}) {
         const int watch =

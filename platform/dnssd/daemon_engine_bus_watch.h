@@ -5,23 +5,23 @@
 
 namespace quillbox::dnssd {
 
-/// Notices when the socket of the system bus appears, so that nobody has to look for it again and
-/// again. It watches only between `begin` and `end`. One thread.
+/// Detects that the socket of the system bus appears, so that nobody has to poll for it. Watches
+/// only between `begin` and `end`. Single-threaded.
 class DaemonEngineBusWatch final {
 public:
-    /// `socketPath` empty: where the system bus is.
+    /// An empty `socketPath` means the socket of the system bus.
     explicit DaemonEngineBusWatch(std::string socketPath = {});
     DaemonEngineBusWatch(const DaemonEngineBusWatch&) = delete;
     DaemonEngineBusWatch& operator=(const DaemonEngineBusWatch&) = delete;
     ~DaemonEngineBusWatch();
 
-    /// Readable when `hasSocketAppeared` has something to say; -1 when the system cannot watch.
+    /// Readable when `hasSocketAppeared` has events to read; -1 when inotify is unavailable.
     int descriptor() const { return notifier; }
 
-    /// Reads what has changed. True when the socket, or a folder on the way to it, has come.
+    /// Reads the pending events. True when the socket or its folder has appeared.
     bool hasSocketAppeared();
 
-    /// Watches the folders on the way to the socket, as they are now.
+    /// Watches the socket's folder and the parent of that, as far as they exist now.
     void begin();
     void end();
 

@@ -21,7 +21,8 @@ namespace {
 
 using StandingId = std::uint64_t;
 
-/// What stands, and what all that stands shares. Lives and dies on its queue, `stop` excepted.
+/// The active queries and registrations and the state that they share. Used and destroyed on its
+/// queue, except for `stop`.
 class Center final {
 public:
     Center(std::unique_ptr<dnssd::Engine> engine, std::shared_ptr<DispatchQueue> ownQueue,
@@ -103,7 +104,7 @@ public:
     ~CenterDnsSd() override
     {
         center->stop();
-        // What stands belongs to the queue, and ends there.
+        // Active queries and registrations belong to the queue and must be destroyed there.
         const std::shared_ptr<DispatchQueue> queue = center->queue;
         queue->async([ended = std::move(center)] {});
     }
@@ -173,7 +174,7 @@ public:
     }
 
 private:
-    /// Lets `make` begin what stands on the center's queue.
+    /// Calls `make` on the center's queue and keeps the query or registration that it returns.
     std::unique_ptr<Ask> stand(std::function<std::shared_ptr<void>(Center&)> make)
     {
         const StandingId id = nextId++;

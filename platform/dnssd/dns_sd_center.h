@@ -10,12 +10,12 @@
 
 namespace quillbox {
 
-/// DNS-SD by way of an engine, which is started. All that stands lives on `queue`, a serial queue
-/// that nobody else uses. Services are published as far as `reach` says. `monitor` outlives the
-/// object.
+/// DNS-SD on top of an engine, which this starts. All queries and registrations live on `queue`, a
+/// serial queue that nothing else uses. Services are published as far as `reach` allows. `monitor`
+/// must outlive the object.
 ///
-/// Destroying it withdraws all that is published, sending goodbyes, which takes half a second at
-/// the most; what is still asked then gets no more answers. Not from one of its own handlers.
+/// Destroying it withdraws everything published, sending goodbyes, which takes half a second at the
+/// most; active queries get no more answers. Must not be destroyed in one of its own handlers.
 std::unique_ptr<DnsSd> makeDnsSd(std::unique_ptr<dnssd::Engine> engine,
                                  std::shared_ptr<DispatchQueue> queue, NetworkMonitor& monitor,
                                  Reach reach = Reach::Network);

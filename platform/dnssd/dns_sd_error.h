@@ -4,10 +4,10 @@
 
 namespace quillbox {
 
-/// What DNS-SD can answer instead of a result. Messages are plain sentences for the user.
+/// The errors of DNS-SD. Messages are plain sentences for the user.
 enum class DnsSdError {
-    EngineUnavailable = 1, ///< no DNS-SD service answers at present
-    NameTaken,             ///< another host uses the name; it is being changed
+    EngineUnavailable = 1, ///< no DNS-SD engine is up
+    NameTaken,             ///< name conflict (RFC 6762, section 9); the service is being renamed
     InvalidName,
     InvalidType,
     NotPermitted,

@@ -26,7 +26,7 @@ using Mailbox = EngineMailbox<Request>;
 constexpr std::chrono::milliseconds kFirstPause(100);
 constexpr std::chrono::seconds kMaximumPause(30);
 constexpr std::chrono::seconds kSteadyAfter(60);
-/// A process that says nothing for that long is not an engine process.
+/// How long an engine process may take to report EngineUp; after that it is killed.
 constexpr std::chrono::seconds kStartPatience(5);
 constexpr std::chrono::milliseconds kFinishLimit(400);
 
@@ -104,7 +104,7 @@ private:
         }
     }
 
-    /// Names and lists that fill a packet are longer than DNS has room for.
+    /// Fails a request that does not fit into a packet: its names or lists exceed what DNS allows.
     void refuse(const Request& request)
     {
         const AskId id = std::visit([](const auto& r) { return r.id; }, request);
@@ -119,7 +119,7 @@ private:
             if (::send(child->descriptor(), packet.data(), packet.size(),
                        MSG_NOSIGNAL | MSG_DONTWAIT)
                 < 0) {
-                // What the process said last is still to be read, and so is its end.
+                // The process's last events, and then its end of file, are still to be read.
                 if (errno != EAGAIN && errno != EINTR)
                     outgoing.clear();
                 return;
@@ -128,7 +128,7 @@ private:
         }
     }
 
-    /// As many as there are, but so that requests have their turn.
+    /// Receives the pending events, but only so many at a time that requests get their turn.
     void receiveEvents()
     {
         constexpr int kMaximumEventsATurn = 256;
@@ -146,7 +146,7 @@ private:
         }
     }
 
-    /// False when it is not what an engine process says.
+    /// False when the process violates the protocol.
     bool accept(const Event& event)
     {
         if (std::holds_alternative<EngineDown>(event))

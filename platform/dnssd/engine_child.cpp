@@ -26,19 +26,20 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// How long the process may take to withdraw when it is told to end.
+/// Time limit for withdrawing all services when the process ends.
 constexpr unsigned kLastSeconds = 1;
 
-/// Avahi's log says what strangers send, as often as they send it.
+/// Avahi logs text from network packets, at whatever rate these arrive.
 void ignoreLog(AvahiLogLevel /*level*/, const char* /*text*/) {}
 
-/// Returns a descriptor that becomes readable when the process is asked to end by a signal.
+/// Returns a signalfd that becomes readable on SIGTERM.
 int hardenProcess(int keptDescriptor)
 {
-    // It was started as /proc/self/exe, which says nothing in a list of processes.
+    // Started as /proc/self/exe, it would be listed as "exe".
     ::prctl(PR_SET_NAME, "quillbox-dns-sd");
 
-    // The parent withdraws first when the terminal interrupts both; its end is the sign here.
+    // When the terminal interrupts both processes, the parent stops first and closes the socket,
+    // which ends this one.
     std::signal(SIGINT, SIG_IGN);
     std::signal(SIGHUP, SIG_IGN);
     std::signal(SIGPIPE, SIG_IGN);
@@ -48,13 +49,13 @@ int hardenProcess(int keptDescriptor)
     sigaddset(&endSignals, SIGTERM);
     pthread_sigmask(SIG_BLOCK, &endSignals, nullptr);
 
-    // The end of the socket tells of the parent's death, and leaves time for goodbyes; this is for
-    // a process that hangs.
+    // When the parent dies, the socket closes, which leaves time for goodbyes. The signal is for a
+    // process that hangs.
     std::signal(SIGUSR1, [](int) { ::alarm(kLastSeconds); });
     ::prctl(PR_SET_PDEATHSIG, SIGUSR1);
     ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
 
-    // Anybody on the network can make libavahi-core abort: no core files for that.
+    // Any host on the network can make libavahi-core abort: no core files for that.
     const rlimit noCore{0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
 
@@ -64,12 +65,12 @@ int hardenProcess(int keptDescriptor)
     return ::signalfd(-1, &endSignals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
-/// Avahi counts by the wall clock: when that is set back, what was due in ten seconds is due in a
-/// year, and a phone that has left stays on the list as long.
+/// Detects that the wall clock was set back. Avahi's timers use the wall clock: setting it back by
+/// a year delays them by a year, and a phone that has left stays in the list for as long.
 class WallClock final {
 public:
-    /// Whether it was set back since the last call, by more than a clock is slewed meanwhile. The
-    /// loop turns at the latest when the next of Avahi's timers would have been due.
+    /// Whether it was set back since the last call, by more than slewing can account for. The loop
+    /// iterates, at the latest, when Avahi's next timer would have been due.
     bool wasSetBack()
     {
         constexpr std::chrono::seconds kTolerance(2);
@@ -87,12 +88,12 @@ private:
     std::chrono::nanoseconds before = ahead();
 };
 
-/// Packets come in crowds: a flood of names, or all that answer one question. Goodbyes are said
-/// once, so that one which finds no room leaves a phone on the list. Avahi makes the sockets and
-/// keeps them to itself; of UDP there are no others in this process.
+/// Enlarges the receive buffers of Avahi's sockets, because packets come in bursts: a flood of
+/// names, or all answers to one query. Goodbyes are sent once, so a dropped one leaves a phone in
+/// the list. Avahi does not expose its sockets, but this process has no other UDP sockets.
 void makeRoomForPackets()
 {
-    constexpr int kReceiveBuffer = 1 << 20; // the system allows what it likes
+    constexpr int kReceiveBuffer = 1 << 20; // the kernel lowers it to its limit
     constexpr int kMostDescriptors = 64;
     for (int descriptor = STDERR_FILENO + 1; descriptor < kMostDescriptors; ++descriptor) {
         int type = 0;
@@ -115,12 +116,12 @@ public:
     EngineChild& operator=(const EngineChild&) = delete;
     ~EngineChild()
     {
-        // Whatever hangs from here on, the process ends.
+        // Ends the process even if something below hangs.
         ::alarm(kLastSeconds);
         session.reset();
         api.reset();
         if (server != nullptr)
-            library->server_free(server); // sends what goodbyes are still to be sent
+            library->server_free(server); // sends the remaining goodbyes
     }
 
     int run()
@@ -129,7 +130,8 @@ public:
             return EXIT_FAILURE;
         while (!isEnding) {
             loop.turn(session->nextDeadline());
-            // Another process takes over. Without goodbyes, as what is published is to stay.
+            // The parent starts another process. No goodbyes, since the services are to stay
+            // published.
             if (wallClock.wasSetBack())
                 std::_Exit(EXIT_FAILURE);
             session->tidy(Clock::now());
@@ -151,9 +153,9 @@ private:
         configuration.use_ipv6 = 1;
         configuration.enable_wide_area = 0;
         configuration.disallow_other_stacks = 0;
-        // Every service is on a host name of its own. The computer's own name belongs to the
-        // responder that the computer may have: two that publish its addresses collide for ever.
-        // So nothing is published here that could collide, and the server runs at once.
+        // Every service has its own host name. The computer's host name belongs to the responder
+        // that the computer may have: two that publish its addresses would conflict forever. So the
+        // server itself publishes nothing that could conflict, and is running at once.
         configuration.publish_addresses = 0;
         configuration.publish_hinfo = 0;
         configuration.publish_workstation = 0;
@@ -193,10 +195,10 @@ private:
         if (request)
             session->handle(*request, Clock::now());
         else
-            hasFailed = true; // not our parent
+            hasFailed = true; // not from our parent
     }
 
-    /// Blocks while the parent is busy: it always reads.
+    /// Blocks while the socket is full; the parent never stops reading.
     void send(const Event& event)
     {
         const Packet packet = encode(event);

@@ -2,19 +2,20 @@
 
 namespace quillbox::dnssd {
 
-/// The option with which this executable is started as an engine process, as its only argument.
+/// The command line option that makes this executable an engine process; its only argument.
 inline constexpr const char* kEngineChildOption = "--dns-sd-engine";
 
-/// The descriptor on which an engine process finds its end of the socket pair.
+/// The file descriptor of the engine process's end of the socket pair.
 inline constexpr int kEngineChildDescriptor = 3;
 
-/// All that an engine process does: it answers the requests that come over the socket, by an mDNS
-/// responder of its own (libavahi-core), until the socket's other end is closed; then it withdraws
-/// what it published, with goodbyes, and returns the process's exit status.
+/// The main function of an engine process: serves requests from the socket with an mDNS responder
+/// (libavahi-core) until the other end is closed; then withdraws what it published, with goodbyes,
+/// and returns the exit status.
 ///
-/// It is a process because libavahi-core may abort on a packet from the network. To be called in a
-/// process with one thread, before anything else: it changes how signals are treated, drops what
-/// the process needs no more, and closes every other descriptor above standard error.
+/// This is a process of its own because a packet from the network can make libavahi-core abort.
+/// Must be called in a single-threaded process, before anything else: it changes signal handling,
+/// gives up what the process does not need, and closes every other file descriptor above standard
+/// error.
 int runDnsSdEngineChild(int descriptor);
 
 } // namespace quillbox::dnssd

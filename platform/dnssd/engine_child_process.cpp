@@ -18,7 +18,7 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// What posix_spawn does between fork and exec. It is used because it is safe with threads.
+/// What posix_spawn does between fork and exec; unlike fork it is safe in a process with threads.
 class SpawnSettings final {
 public:
     explicit SpawnSettings(int childSocket)
@@ -90,7 +90,8 @@ bool EngineChildProcess::finish(std::chrono::milliseconds limit)
     if (process <= 0)
         return true;
     ::shutdown(socket, SHUT_WR);
-    // The kernel closes the process's end when it has ended. Until then it may have much to say.
+    // End of file means that the process has exited. Until then its events are read and dropped, so
+    // that it does not block on a full socket.
     const auto deadline = std::chrono::steady_clock::now() + limit;
     std::array<char, 4096> rest{};
     for (;;) {

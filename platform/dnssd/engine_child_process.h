@@ -7,21 +7,21 @@
 
 namespace quillbox::dnssd {
 
-/// An engine process as its parent sees it: a socket of packets, and an end that leaves no zombie.
+/// The parent's side of an engine process: a packet socket, and reaping of the process.
 class EngineChildProcess final {
 public:
-    /// Starts `executable`, which calls `runDnsSdEngineChild`. When that cannot be had,
-    /// `descriptor()` is -1. The process ends with the thread that starts it, if not earlier.
+    /// Starts `executable`, which must call `runDnsSdEngineChild`. On failure `descriptor()` is -1.
+    /// The process dies with the thread that started it, if not before.
     explicit EngineChildProcess(const std::string& executable);
     EngineChildProcess(const EngineChildProcess&) = delete;
     EngineChildProcess& operator=(const EngineChildProcess&) = delete;
-    /// Ends the process at once, without goodbyes, if it still runs.
+    /// Kills the process, without goodbyes, if it is still running.
     ~EngineChildProcess();
 
-    /// Not blocking.
+    /// Non-blocking.
     int descriptor() const { return socket; }
 
-    /// Lets the process withdraw and end; false when it has not within the time.
+    /// Asks the process to withdraw everything and exit; false when it has not within the limit.
     bool finish(std::chrono::milliseconds limit);
 
 private:

@@ -46,7 +46,7 @@ void EngineLink::route(AskId id, const Event& event)
 
 void EngineLink::tellAll(const std::function<void(Client&)>& tell)
 {
-    // Clients come and go meanwhile. Those that come know the new state already.
+    // Clients may attach and detach during the calls. New ones have read the new state already.
     const std::uint64_t end = nextClient;
     auto position = clients.begin();
     while (position != clients.end() && position->first < end) {
@@ -73,7 +73,7 @@ void EngineLink::detach(Client& client)
 
 AskId EngineLink::ask(Client& client, Request request)
 {
-    if (++lastId == 0) // 0 means none; nothing stands for so long that the others came round
+    if (++lastId == 0) // 0 means none; no request lives until ids are reused
         ++lastId;
     const AskId id = lastId;
     std::visit([id](auto& question) { question.id = id; }, request);

@@ -13,24 +13,24 @@
 
 namespace quillbox::dnssd {
 
-/// Joins the questions and registrations that stand to an engine that comes and goes: tells each of
-/// them when it is to ask, and brings it the events that answer it. Events for what was asked of an
-/// engine that has been away since are dropped.
+/// Connects active questions and registrations (the clients) to an engine that may go down and come
+/// back up: notifies each client when to send its request, and routes events to it. Events for
+/// requests made before the engine last went down are dropped.
 ///
-/// Belongs to one serial queue, `start` and `stop` excepted. A client may attach, detach, ask and
-/// end in any of its calls.
+/// Belongs to one serial queue, except for `start` and `stop`. A client may attach, detach, ask and
+/// end inside any of its callbacks.
 class EngineLink final {
 public:
-    /// One that asks, one question at a time.
+    /// A question or registration, with one active request at a time.
     class Client {
     public:
-        /// The engine works and knows nothing of this client. Also called when it came back so
-        /// fast that nobody saw it go.
+        /// The engine is up and has no request of this client. Also called when it restarted so
+        /// fast that it was never reported down.
         virtual void engineUp() = 0;
 
         virtual void engineDown(std::error_code error) = 0;
 
-        /// An event for the question that was asked last.
+        /// An event for the client's last request.
         virtual void engineEvent(const Event& event) = 0;
 
     protected:
@@ -43,31 +43,31 @@ public:
     EngineLink(const EngineLink&) = delete;
     EngineLink& operator=(const EngineLink&) = delete;
 
-    /// Called once. The handler is called on any thread and brings the event to `handle`.
+    /// Called once. The handler may run on any thread and must pass the event to `handle`.
     void start(Engine::EventHandler handler) { engine->start(std::move(handler)); }
 
-    /// From any thread. Withdraws everything; nothing is sent to the engine any more.
+    /// From any thread. Withdraws everything; nothing is sent to the engine afterwards.
     void stop();
 
     void handle(const Event& event);
 
-    /// A client that attaches asks the state by itself; later changes are told.
+    /// An attaching client must read the state itself; it is notified of later changes.
     void attach(Client& client);
     void detach(Client& client);
 
     State state() const { return currentState; }
     bool isUp() const { return currentState == State::Up; }
 
-    /// Why the engine is away; set in `Down` only.
+    /// Why the engine is down; set in `Down` only.
     std::error_code error() const { return currentError; }
 
-    /// The computer's own, as the engine told it last.
+    /// The computer's host name, as last reported by the engine.
     const std::string& hostName() const { return computerName; }
 
-    /// Sends a request under a fresh id, which it gives. The engine is up.
+    /// Sends a request under a new id and returns the id. The engine must be up.
     AskId ask(Client& client, Request request);
 
-    /// Ends what was asked; nothing for an id that the engine has forgotten, or 0.
+    /// Ends a request. No effect for 0 or an id that the engine no longer has.
     void end(AskId id);
 
     void updateAddresses(UpdateAddressesRequest request) { send(std::move(request)); }
@@ -78,7 +78,7 @@ private:
     void route(AskId id, const Event& event);
 
     const std::unique_ptr<Engine> engine;
-    std::mutex mutex; ///< guards `isStopped`, and the engine against requests after its end
+    std::mutex mutex; ///< guards `isStopped`; no request is sent after `stop`
     bool isStopped = false;
 
     State currentState = State::Unknown;

@@ -12,9 +12,9 @@
 
 namespace quillbox::dnssd {
 
-/// What an engine's thread and the rest of the process share: things posted to the thread, and the
-/// way out for events. The thread waits on `descriptor()`, which is readable while something is
-/// there to take.
+/// Connects an engine's thread with the rest of the process: queues items for the thread, and holds
+/// the handler for its events. The thread polls `descriptor()`, which is readable while items or a
+/// stop request are pending.
 template <class Item> class EngineMailbox final {
 public:
     struct Taken {
@@ -46,7 +46,7 @@ public:
         wake();
     }
 
-    /// After it no event is handed out, and none is being handed out.
+    /// After it returns, the handler is not running and never runs again.
     void shut()
     {
         const std::lock_guard lock(handlerMutex);

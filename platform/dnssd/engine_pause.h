@@ -6,9 +6,9 @@
 
 namespace quillbox::dnssd {
 
-/// How long to wait before something that ended, or could not be had, is tried again: a pause that
-/// doubles each time up to a maximum, and is short again once the thing has lived for a while.
-/// Times are of the monotonic clock.
+/// Exponential backoff for restarting something that ended or failed to start: the delay doubles up
+/// to a maximum, and returns to the first one after a run of `steadyAfter` or longer. Times are
+/// monotonic.
 class EnginePause {
 public:
     using Clock = std::chrono::steady_clock;
@@ -19,10 +19,10 @@ public:
     {
     }
 
-    /// It lives since now.
+    /// It has been running since `now`.
     void began(Clock::time_point now) { since = now; }
 
-    /// It ended, or could not be had: wait that long.
+    /// It ended or failed to start: returns how long to wait.
     Clock::duration next(Clock::time_point now)
     {
         if (since && now - *since >= steadyAfter)
@@ -33,7 +33,7 @@ public:
         return pause;
     }
 
-    /// There is news that makes the next try promising.
+    /// The next attempt is likely to succeed: uses the first delay.
     void shorten() { current = first; }
 
 private:

@@ -11,7 +11,7 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// Requests come on one thread and events on another.
+/// Logs requests, which arrive on one thread, and events, which arrive on another.
 class EngineStory final {
 public:
     EngineStory(std::string engineName, Log& engineLog)
@@ -22,11 +22,11 @@ public:
     void noteStart()
     {
         since = log.now();
-        tellEngine([] { return std::string("is asked for"); });
+        tellEngine([] { return std::string("is starting"); });
     }
     void noteStop()
     {
-        tellEngine([] { return std::string("is not needed any more"); });
+        tellEngine([] { return std::string("is stopping"); });
     }
 
     void note(const Request& request)
@@ -47,8 +47,8 @@ public:
             tellName(registered->id, "is advertised");
         else if (const auto* collision = std::get_if<Collision>(&event))
             tellName(collision->id, collision->of == Collision::Of::Service
-                                        ? "is a name that somebody else has"
-                                        : "has a host name that somebody else has");
+                                        ? "has a name conflict"
+                                        : "has a host name conflict");
         else if (const auto* failed = std::get_if<Failed>(&event))
             tellName(failed->id, make_error_code(failed->error).message());
     }
@@ -76,7 +76,7 @@ private:
         const std::lock_guard lock(mutex);
         publications.clear();
         since = log.now();
-        tellEngine([&] { return "is away: " + error.message(); });
+        tellEngine([&] { return "is down: " + error.message(); });
     }
 
     void begin(const RegisterRequest& request)
@@ -84,7 +84,7 @@ private:
         const std::lock_guard lock(mutex);
         publications[request.id] = {request.name, log.now()};
         log.tell(LogCategory::Advertising,
-                 [&] { return inDoubleQuotes(request.name) + " is tried"; });
+                 [&] { return inDoubleQuotes(request.name) + " is being registered"; });
     }
 
     void withdraw(AskId id)
@@ -114,7 +114,7 @@ private:
 
     Log& log;
     const std::string name;
-    std::mutex mutex; ///< guards what follows
+    std::mutex mutex; ///< guards the members below
     Log::Clock::time_point since;
     std::map<AskId, Publication> publications;
 };
@@ -149,7 +149,7 @@ public:
     }
 
 private:
-    EngineStory story; ///< outlives the engine, whose handler it hears
+    EngineStory story; ///< before `engine`, whose handler uses it
     const std::unique_ptr<Engine> engine;
     bool isStopped = false;
 };

@@ -8,9 +8,9 @@
 
 namespace quillbox::dnssd {
 
-/// The engine, which tells the log when it comes and goes and what becomes of the names that it
-/// publishes. The very same engine where nobody listens. `name` is what the log calls it. The log
-/// outlives it.
+/// Wraps an engine so that it logs when it goes up and down and what happens to the names that it
+/// publishes. Returns the engine itself when the log has both categories off. `name` is what the
+/// log calls it. The log must outlive the engine.
 std::unique_ptr<Engine> withStory(std::unique_ptr<Engine> engine, std::string name, Log& log);
 
 } // namespace quillbox::dnssd

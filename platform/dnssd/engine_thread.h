@@ -13,7 +13,7 @@
 namespace quillbox::dnssd {
 
 /// The thread of an engine. It shares nothing but the mailbox with the rest of the process, so that
-/// one that hangs in a call (libdbus waits 25 s for an answer) can be left behind.
+/// it can be detached when it hangs in a call (libdbus waits 25 s for an answer).
 template <class Item> class EngineThread final {
 public:
     using Mailbox = EngineMailbox<Item>;
@@ -23,7 +23,7 @@ public:
     EngineThread& operator=(const EngineThread&) = delete;
     ~EngineThread() { stop(); }
 
-    /// `body` runs until it has seen that it is to stop, and owns all that it works with.
+    /// `body` must return when it sees the stop request, and must own everything that it uses.
     void start(Engine::EventHandler handler, std::function<void(Mailbox&)> body)
     {
         shared = std::make_shared<Shared>(std::move(handler));
@@ -42,7 +42,8 @@ public:
             shared->mailbox.post(std::move(item));
     }
 
-    /// Returns when the body has ended, or after half a second. Not from the event handler.
+    /// Returns when the body has returned, or after half a second. Must not be called in the event
+    /// handler.
     void stop()
     {
         if (!thread.joinable())

@@ -5,8 +5,7 @@
 
 namespace quillbox::dnssd {
 
-/// How long to wait before what was refused is tried again: twice as long each time, from half a
-/// second (or from nothing at all, once) to half a minute.
+/// Exponential backoff after a refusal: doubles from 500 ms (or from 0, once) up to 30 s.
 class GrowingPause {
 public:
     static constexpr std::chrono::milliseconds kShortest{500};

@@ -9,7 +9,7 @@
 
 namespace quillbox::dnssd {
 
-/// The way of updates to the one who asked: onto its queue, and only when there is news.
+/// Delivers updates to a caller on its queue, except those equal to the one before.
 template <class Update> class Report final {
 public:
     using Handler = std::function<void(const Update&)>;

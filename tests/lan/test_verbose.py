@@ -60,11 +60,11 @@ def test_the_story_of_a_phone_and_a_session_is_told_to_its_end(
     name = "avahi-daemon" if engine == "daemon" else "the embedded engine"
     check_order(
         story,
-        ("engine", f"{name} is asked for"),
+        ("engine", f"{name} is starting"),
         ("engine", f"{name} is up, after {DURATION}"),
         ("discovery", f"_quillbox\\._tcp: {NAME} has appeared"),
         ("relay", f"{NAME}: starts"),
-        ("advertising", f"{NAME} is tried"),
+        ("advertising", f"{NAME} is being registered"),
         ("advertising", f"{NAME} is advertised, after {DURATION}"),
         ("relay", f"{NAME}: visible after {DURATION}"),
         ("connection", f"session 1 of {NAME}: the file browser has connected"),
@@ -77,7 +77,7 @@ def test_the_story_of_a_phone_and_a_session_is_told_to_its_end(
         ),
         ("discovery", f"_quillbox\\._tcp: {NAME} is gone, after {DURATION}"),
         ("relay", f"{NAME}: stops after {DURATION}; sessions: 0"),
-        ("engine", f"{name} is not needed any more"),
+        ("engine", f"{name} is stopping"),
     )
     assert not any(re.search(r"\d+\.\d+\.\d+\.\d+|fd77:|fe80:|\.local", text) for _, text in story)
 

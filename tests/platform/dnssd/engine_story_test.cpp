@@ -45,13 +45,12 @@ TEST_F(EngineStoryTest, tellsOfItsComingAndGoing)
     fake.up();
     engine->stop();
     engine->stop();
-    EXPECT_THAT(log.lines,
-                ElementsAre("engine: the engine is asked for",
-                            "engine: the engine is up, after 150 ms",
-                            "engine: the engine is away: "
-                                + make_error_code(DnsSdError::EngineUnavailable).message(),
-                            "engine: the engine is up, after 2.0 s",
-                            "engine: the engine is not needed any more"));
+    EXPECT_THAT(
+        log.lines,
+        ElementsAre("engine: the engine is starting", "engine: the engine is up, after 150 ms",
+                    "engine: the engine is down: "
+                        + make_error_code(DnsSdError::EngineUnavailable).message(),
+                    "engine: the engine is up, after 2.0 s", "engine: the engine is stopping"));
 }
 
 TEST_F(EngineStoryTest, tellsWhatBecomesOfAName)
@@ -70,17 +69,16 @@ TEST_F(EngineStoryTest, tellsWhatBecomesOfAName)
     engine->send(StopRequest{1});
     EXPECT_THAT(
         log.lines,
-        ElementsAre(
-            R"(advertising: "Quillbox" is tried)",
-            R"(advertising: "Quillbox" is advertised, after 950 ms)",
-            R"(advertising: "Quillbox Office" is tried)",
-            R"(advertising: "Quillbox Office" is a name that somebody else has, after 0 ms)",
-            R"(advertising: "Quillbox Office" is withdrawn, after 0 ms)",
-            R"(advertising: "Quillbox Office #2" is tried)",
-            R"(advertising: "Quillbox Office #2" has a host name that somebody else has, after 0 ms)",
-            R"(advertising: "Quillbox Office #2" )"
-                + make_error_code(DnsSdError::TooManyEntries).message() + ", after 0 ms",
-            R"(advertising: "Quillbox" is withdrawn, after 950 ms)"));
+        ElementsAre(R"(advertising: "Quillbox" is being registered)",
+                    R"(advertising: "Quillbox" is advertised, after 950 ms)",
+                    R"(advertising: "Quillbox Office" is being registered)",
+                    R"(advertising: "Quillbox Office" has a name conflict, after 0 ms)",
+                    R"(advertising: "Quillbox Office" is withdrawn, after 0 ms)",
+                    R"(advertising: "Quillbox Office #2" is being registered)",
+                    R"(advertising: "Quillbox Office #2" has a host name conflict, after 0 ms)",
+                    R"(advertising: "Quillbox Office #2" )"
+                        + make_error_code(DnsSdError::TooManyEntries).message() + ", after 0 ms",
+                    R"(advertising: "Quillbox" is withdrawn, after 950 ms)"));
 }
 
 TEST_F(EngineStoryTest, saysNothingOfQuestions)
