@@ -12,11 +12,11 @@ namespace quillbox::dnssd {
 
 namespace {
 
-// Together with the hash, the hyphens and a number of six digits they fit into a label.
+// With the hash, the hyphens and a number of six digits these fit into a label of 63 bytes.
 constexpr std::size_t kComputerSize = 22;
 constexpr std::size_t kServiceSize = 24;
 
-/// FNV-1a, 64 bits: the same on every computer and in every version.
+/// 64-bit FNV-1a: the same result on every computer and in every version.
 std::uint64_t stableHash(std::string_view text)
 {
     std::uint64_t hash = 0xcbf29ce484222325U;
@@ -50,7 +50,7 @@ std::string label(const std::string& computer, const std::string& serviceName, s
     return result;
 }
 
-/// An address in 127.0.0.0/8 outside 127.0.0.0/16, where systems keep addresses of their own.
+/// An address in 127.0.0.0/8, but outside 127.0.0.0/16, which systems use themselves.
 Address loopbackAddress(std::uint64_t hash)
 {
     Address address;

@@ -7,8 +7,8 @@
 
 namespace quillbox::dnssd {
 
-/// The host that a service of this computer's is published on: a name and a loopback address that
-/// belong to that service alone, since file browsers tell servers apart by host and not by port.
+/// The host that a service of this computer is published on: a host name and a loopback address
+/// that no other service uses, because file browsers distinguish servers by host, not by port.
 struct HostIdentity {
     std::string hostName; ///< like "my-pc-office-1a2b3c4d.local"
     Address loopback;     ///< in 127.0.0.0/8
@@ -17,19 +17,20 @@ struct HostIdentity {
 };
 
 /// Gives each registration of this process an identity of its own, the same one for the same
-/// service name whenever it can. Belongs to the center's queue.
+/// service name whenever possible. Belongs to the center's queue.
 class HostIdentities final {
 public:
     HostIdentities() = default;
     HostIdentities(const HostIdentities&) = delete;
     HostIdentities& operator=(const HostIdentities&) = delete;
 
-    /// `number` is 1 at first and grows with each collision of the host name; it is raised further
-    /// past names that this process has given already. `computer` is like "my-pc.local".
+    /// `number` starts at 1 and is incremented by the caller at each conflict of the host name;
+    /// this function increments it further while the name is claimed in this process. `computer` is
+    /// like "my-pc.local".
     HostIdentity claim(const std::string& computer, const std::string& serviceName,
                        unsigned& number);
 
-    /// Gives an identity back; nothing for one that was not claimed.
+    /// Releases an identity; no effect for one that is not claimed.
     void release(const HostIdentity& identity);
 
 private:

@@ -13,7 +13,7 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// The loopback interface is the first one of every network namespace, and stays in it.
+/// The loopback interface is always the first one of a network namespace.
 constexpr std::int32_t kLoopbackInterface = 1;
 
 std::optional<Address> addressOf(const SocketAddress& bytes)
@@ -99,8 +99,8 @@ std::vector<HostAddress> LocalAddresses::hostAddresses(const Address& onLoopback
         if (std::ranges::find(list, published) == list.end())
             list.push_back(published);
     }
-    // Where there are too many, the addresses that reach beyond their own link come first: virtual
-    // interfaces by the dozen have none of those.
+    // If there are too many, prefer addresses that are valid beyond their link: dozens of virtual
+    // interfaces have only link-local ones.
     std::stable_partition(addresses.begin(), addresses.end(), std::not_fn(isLinkLocalIPv6));
     addresses.resize(std::min(addresses.size(), kMaximumHostAddresses));
     loopbacks.resize(std::min(loopbacks.size(), kMaximumLoopbacks));

@@ -13,13 +13,13 @@
 
 namespace quillbox::dnssd {
 
-/// How many addresses of a host are published. An engine's registration has room for 32 records,
-/// the service's own three among them.
+/// How many addresses of a host are published. A registration of an engine is limited to 32
+/// records, including three for the service itself.
 inline constexpr std::size_t kMaximumHostAddresses = 28;
 inline constexpr std::size_t kMaximumLoopbacks = 1;
 
-/// The addresses under which this computer can be reached, kept current for those who publish them.
-/// Belongs to the center's queue, `stop` excepted.
+/// The addresses of this computer, kept up to date for the registrations that publish them. Belongs
+/// to the center's queue, except for `stop`.
 class LocalAddresses final {
 public:
     class Observer {
@@ -34,31 +34,31 @@ public:
     LocalAddresses(const LocalAddresses&) = delete;
     LocalAddresses& operator=(const LocalAddresses&) = delete;
 
-    /// `changed` is called on `queue` and is to call `refresh`.
+    /// `changed` is called on `queue` and must call `refresh`.
     void start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed);
 
-    /// From any thread. The monitor is not touched any more.
+    /// From any thread. The monitor is not used after it.
     void stop();
 
-    /// Takes the addresses of this moment and tells the observers if they differ.
+    /// Reads the current addresses and notifies the observers if they have changed.
     void refresh();
 
     void addObserver(Observer& observer) { observers.push_back(&observer); }
     void removeObserver(Observer& observer) { std::erase(observers, &observer); }
 
-    /// Where services are to be published: an interface, or all.
+    /// Where services are published: an interface index, or `kEveryInterface`.
     std::int32_t publishedOn() const;
 
-    /// The addresses of a host of this computer's on the interfaces where it is published, with
-    /// `onLoopback` in place of the loopback interface's own: 127.0.0.1 is every host's, and would
-    /// tell none from another.
+    /// The addresses of a host of this computer on the interfaces where it is published, with
+    /// `onLoopback` in place of the loopback interface's own: every host has 127.0.0.1, so it does
+    /// not distinguish them.
     std::vector<HostAddress> hostAddresses(const Address& onLoopback) const;
 
 private:
     std::vector<InterfaceAddress> take();
 
     const Reach reach;
-    std::mutex mutex; ///< guards the next two
+    std::mutex mutex; ///< guards the next two members
     NetworkMonitor* monitor;
     std::unique_ptr<NetworkMonitor::Subscription> subscription;
 

@@ -23,7 +23,7 @@ concept IsAddressed = Is<M, AddressFound> || Is<M, AddressLost>;
 template <class M>
 concept IsBare = Is<M, StopRequest> || Is<M, Settled> || Is<M, Registered>;
 
-// The fields of each message, once: the writer and the reader both walk them.
+// Lists the fields of each message once, for both the writer and the reader.
 
 void walk(auto& v, Is<BrowseRequest> auto& m)
 {
@@ -222,7 +222,7 @@ private:
         getBytes(address.bytes.data(), address.bytes.size());
     }
 
-    /// Every element takes bytes, so a count that promises more than there are ends soon.
+    /// Every element takes at least one byte, so a count that is too large fails soon.
     template <class T> void get(std::vector<T>& list)
     {
         std::uint16_t count = 0;

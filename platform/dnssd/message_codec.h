@@ -8,13 +8,13 @@
 #include <span>
 #include <vector>
 
-/// The form that requests and events have on the socket between this process and its engine
-/// process: one message a packet, numbers in the byte order of the machine that both run on.
-/// Neither side trusts the other, for what the network sends has passed through it: a packet that
-/// is not exactly one well-formed message is none at all.
+/// The format of requests and events on the socket between this process and its engine process: one
+/// message per packet, numbers in host byte order. Neither side trusts the other, because the
+/// messages contain data from the network: a packet that is not exactly one well-formed message is
+/// rejected.
 namespace quillbox::dnssd {
 
-/// No message is longer; a longer packet is none of ours.
+/// Longer packets are rejected.
 inline constexpr std::size_t kMaximumPacketLength = 65536;
 
 using Packet = std::vector<std::uint8_t>;
@@ -23,7 +23,7 @@ using Packet = std::vector<std::uint8_t>;
 Packet encode(const Request& request);
 Packet encode(const Event& event);
 
-/// Nothing when the packet is garbled, too short, too long, or of an unknown kind.
+/// Nothing when the packet is malformed, too short, too long, or of an unknown kind.
 std::optional<Request> decodeRequest(std::span<const std::uint8_t> packet);
 std::optional<Event> decodeEvent(std::span<const std::uint8_t> packet);
 

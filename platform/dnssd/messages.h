@@ -10,20 +10,20 @@
 #include <variant>
 #include <vector>
 
-/// What is asked of a DNS-SD engine, and what it answers: plain values, so that an engine may live
-/// in this process or in another one. Nothing in an event has been checked beyond its form: names
-/// and addresses are as some host on the network sent them.
+/// The requests to a DNS-SD engine and its events: plain values, so that an engine can run in this
+/// process or in another one. Events are checked for their form only: names and addresses are as
+/// some host on the network sent them.
 namespace quillbox::dnssd {
 
-/// Names one question for as long as it stands. The asker chooses it and never uses it again.
+/// Identifies a request for as long as it is active. Chosen by the caller, never reused.
 using AskId = std::uint32_t;
 
-/// In the place of an interface's index.
+/// In place of an interface index.
 inline constexpr std::int32_t kEveryInterface = -1;
 
 enum class Family : std::uint8_t { IPv4, IPv6 };
 
-/// An address without port or scope: 4 or 16 bytes in network order, by family.
+/// An address without port or scope: 4 or 16 bytes in network byte order, depending on the family.
 struct Address {
     Family family = Family::IPv4;
     std::array<std::uint8_t, 16> bytes{};
@@ -32,7 +32,7 @@ struct Address {
     auto operator<=>(const Address&) const = default;
 };
 
-/// Where a record was seen: the interface by its index, and the family of the multicast group that
+/// Where a record was seen: the interface index, and the address family of the multicast group that
 /// carried it. The same record is usually seen several times.
 struct Sighting {
     std::int32_t interfaceIndex = 0;
@@ -44,7 +44,8 @@ struct Sighting {
 
 // ---- requests ----
 
-/// All services of a type, in the default domain: ServiceFound, ServiceLost, Settled.
+/// Browses for all services of a type in the default domain. Events: ServiceFound, ServiceLost,
+/// Settled.
 struct BrowseRequest {
     AskId id = 0;
     std::string type;
@@ -52,8 +53,9 @@ struct BrowseRequest {
     bool operator==(const BrowseRequest&) const = default;
 };
 
-/// The SRV records (RFC 2782) of one service instance: LocationFound, LocationLost, Settled. A
-/// record whose lifetime ran out is lost, so an open question tells whether the service lives.
+/// Queries the SRV records (RFC 2782) of one service instance. Events: LocationFound, LocationLost,
+/// Settled. A record whose TTL expires is lost, so an active query shows whether the service is
+/// alive.
 struct LocationRequest {
     AskId id = 0;
     std::string name;
@@ -63,16 +65,16 @@ struct LocationRequest {
     bool operator==(const LocationRequest&) const = default;
 };
 
-/// The A or AAAA records of a host name: AddressFound, AddressLost, Settled.
+/// Queries the A or AAAA records of a host name. Events: AddressFound, AddressLost, Settled.
 struct AddressRequest {
     AskId id = 0;
-    std::string hostName; ///< as DNS presents it: "phone.local", escaped by RFC 1035, section 5.1
+    std::string hostName; ///< presentation format, escaped (RFC 1035, section 5.1): "phone.local"
     Family family = Family::IPv4;
 
     bool operator==(const AddressRequest&) const = default;
 };
 
-/// An address record to be published on one interface only.
+/// An address record to publish on one interface only.
 struct HostAddress {
     std::int32_t interfaceIndex = 0;
     Address address;
@@ -80,12 +82,12 @@ struct HostAddress {
     bool operator==(const HostAddress&) const = default;
 };
 
-/// An engine probes for the names of so many registrations at once; the others wait for their turn.
-/// What Avahi spends on a probe grows with the number of those that are under way.
+/// How many registrations an engine probes for at once; the others wait for their turn. The cost of
+/// a probe in Avahi grows with the number of probes underway.
 inline constexpr std::size_t kRegistrationsAtOnce = 32;
 
-/// Publishes a service: Registered, or Collision (the name is taken, here or elsewhere; nothing is
-/// published any more), or Failed. A name is never changed by the engine.
+/// Publishes a service. Events: Registered; or Collision (name conflict, on this computer or on the
+/// network; nothing is published any more); or Failed. An engine never renames a service.
 struct RegisterRequest {
     AskId id = 0;
     std::string name;
@@ -93,8 +95,8 @@ struct RegisterRequest {
     std::string domain;           ///< empty: the default domain
     std::uint16_t port = 0;       ///< host byte order
     std::vector<std::string> txt; ///< empty: the single empty string
-    /// The host that the service is on, published by this same request with `addresses`, without
-    /// reverse records. Empty: the computer's own host name, whose records are not ours.
+    /// The host of the service, published by this request with `addresses`, without reverse
+    /// records. Empty: the computer's own host name, whose records are not ours.
     std::string hostName;
     std::vector<HostAddress> addresses;
     /// Where the service is published: on one interface, or on all of them.
@@ -111,8 +113,8 @@ struct UpdateAddressesRequest {
     bool operator==(const UpdateAddressesRequest&) const = default;
 };
 
-/// Ends a question or withdraws a registration (with a goodbye, RFC 6762 section 10.1). Events that
-/// are already under way may still arrive.
+/// Ends a query or withdraws a registration (with a goodbye, RFC 6762 section 10.1). Events that
+/// are already queued may still arrive.
 struct StopRequest {
     AskId id = 0;
 
@@ -124,15 +126,15 @@ using Request = std::variant<BrowseRequest, LocationRequest, AddressRequest, Reg
 
 // ---- events ----
 
-/// The engine works. It knows of no question: all that stand are to be asked (again) now. The host
-/// name is the computer's as published, like "my-pc.local"; it may be empty.
+/// The engine is up and has no active requests: callers must send all of theirs (again) now. The
+/// host name is the computer's as published, like "my-pc.local"; it may be empty.
 struct EngineUp {
     std::string hostName;
 
     bool operator==(const EngineUp&) const = default;
 };
 
-/// The engine is gone, with all it was asked. It comes back by itself, with EngineUp.
+/// The engine is down and has dropped all requests. It comes back on its own, with EngineUp.
 struct EngineDown {
     std::error_code error;
 
@@ -162,7 +164,7 @@ struct ServiceLost {
 struct LocationFound {
     AskId id = 0;
     Sighting sighting;
-    std::string hostName; ///< as DNS presents it, escaped
+    std::string hostName; ///< in presentation format, escaped
     std::uint16_t port = 0;
 
     bool operator==(const LocationFound&) const = default;
@@ -193,8 +195,8 @@ struct AddressLost {
     bool operator==(const AddressLost&) const = default;
 };
 
-/// The network has had its time to answer: what is there has been told, as far as it is known. Once
-/// a question.
+/// The initial answer period is over: everything that is known so far has been reported. Once per
+/// query.
 struct Settled {
     AskId id = 0;
 
@@ -217,7 +219,7 @@ struct Collision {
     bool operator==(const Collision&) const = default;
 };
 
-/// The question or registration cannot be had, and has ended.
+/// The query or registration has failed and ended.
 struct Failed {
     AskId id = 0;
     DnsSdError error = DnsSdError::Internal;

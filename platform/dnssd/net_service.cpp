@@ -12,7 +12,7 @@ namespace quillbox {
 
 namespace {
 
-/// How long the other address family may take once the first has answered.
+/// How long to wait for the other address family once the first has answered.
 constexpr std::chrono::milliseconds kSecondFamilyLimit{500};
 
 sa_family_t familyOf(const SocketAddress& address)
@@ -98,7 +98,7 @@ private:
             finish();
     }
 
-    /// Ends this run with what was found. The handler may drop this object.
+    /// Ends this run with what was found. The handler may destroy this object.
     void finish()
     {
         stop();
@@ -110,8 +110,8 @@ private:
 
     void takeResult()
     {
-        // One service has one port. Should several SRV records differ, the address that is the
-        // first to be used decides.
+        // A service has one port. If its SRV records disagree, the port of the address to be used
+        // first counts.
         result.clear();
         const auto preferred = std::ranges::find_if(
             found, [](const auto& entry) { return familyOf(entry.address) == AF_INET; });
@@ -130,7 +130,7 @@ private:
     const ServiceEndpoint service;
     DidResolveHandler didResolve;
     DidNotResolveHandler didNotResolve;
-    /// Held while a resolution runs; what belongs to an earlier one finds it gone.
+    /// Set while a resolution runs; callbacks of earlier runs find their weak pointer expired.
     std::shared_ptr<DnsSdNetService*> run;
     std::unique_ptr<DnsSd::Ask> ask;
     std::vector<DnsSd::FoundAddress> found;

@@ -8,8 +8,8 @@
 
 namespace quillbox {
 
-/// A resolver of one service. `dnsSd` outlives it. With nothing found it waits until its time is
-/// up, since a phone that sleeps answers late.
+/// Resolves one service. `dnsSd` must outlive it. While nothing is found it waits for the whole
+/// timeout, since a sleeping phone answers late.
 std::unique_ptr<NetService> makeNetService(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> mainQueue,
                                            ServiceEndpoint service);
 

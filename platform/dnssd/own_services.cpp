@@ -48,7 +48,7 @@ void OwnServices::Entry::set(DnsSd::OwnService current)
     services.changed();
 }
 
-/// Of two with one name the newer: the older one is about to go.
+/// Of two entries with the same name returns the newer: the older is about to be destroyed.
 std::optional<DnsSd::OwnService> OwnServices::find(const std::string& name,
                                                    const std::string& type) const
 {

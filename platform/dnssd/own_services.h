@@ -10,11 +10,11 @@
 
 namespace quillbox::dnssd {
 
-/// The services that this program publishes, by the names that were asked for: a name that was
-/// changed on the network leads to the same service. Belongs to the center's queue.
+/// The services that this program publishes, by their requested names: a service that was renamed
+/// after a conflict is still found. Belongs to the center's queue.
 class OwnServices final {
 public:
-    /// One that wants to know, for as long as it lives. It is told at once.
+    /// A lookup that is active for as long as it exists. Reports immediately, and at each change.
     class Question final {
     public:
         using Report = dnssd::Report<DnsSd::OwnServiceUpdate>;
@@ -34,7 +34,7 @@ public:
         Report report;
     };
 
-    /// One that is published, for as long as it lives.
+    /// A published service, for as long as the entry exists.
     class Entry final {
     public:
         Entry(OwnServices& allServices, std::string serviceName, std::string serviceType);
@@ -50,21 +50,21 @@ public:
         OwnServices& services;
         const std::string name;
         const std::string type;
-        std::optional<DnsSd::OwnService> service; ///< none: not to be told
+        std::optional<DnsSd::OwnService> service; ///< empty until `set`
     };
 
     OwnServices() = default;
     OwnServices(const OwnServices&) = delete;
     OwnServices& operator=(const OwnServices&) = delete;
 
-    /// How many are published, or about to be.
+    /// How many services are published, or about to be.
     std::size_t count() const { return entries.size(); }
 
 private:
     std::optional<DnsSd::OwnService> find(const std::string& name, const std::string& type) const;
     void changed() const;
 
-    std::vector<const Entry*> entries; ///< the oldest first
+    std::vector<const Entry*> entries; ///< oldest first
     std::vector<Question*> questions;
 };
 

@@ -7,14 +7,14 @@
 
 namespace quillbox::dnssd {
 
-/// Where a service is, as its SRV record says.
+/// The location of a service, from its SRV record.
 struct Location {
     std::string hostName;
     std::uint16_t port = 0;
 };
 
-/// What sets the two kinds of record questions apart: what is asked, and what is found. Subjects
-/// with one key are one question.
+/// The traits of the two kinds of record questions: the subject of the query, and the value found.
+/// Subjects with the same key share one question.
 struct LocationKind {
     struct Subject {
         std::string name;

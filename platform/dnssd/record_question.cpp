@@ -9,7 +9,7 @@ namespace quillbox::dnssd {
 
 std::string LocationKind::key(const Subject& subject)
 {
-    // No name holds a zero byte, so that two services never have one key.
+    // Names contain no zero byte, so different services have different keys.
     return folded(subject.name) + '\0' + folded(subject.type) + '\0' + folded(subject.domain);
 }
 
@@ -135,7 +135,8 @@ template <class Kind> void RecordQuestion<Kind>::retryLater()
 {
     link.end(id);
     id = 0;
-    // What was known stands until the next try; who waits for an answer need not wait for that.
+    // Known records are kept until the retry, and the question counts as settled so that callers do
+    // not wait for it.
     isStale = true;
     settled = true;
     queue.asyncAfter(pause.next(), [weak = this->weak_from_this()] {

@@ -15,15 +15,14 @@
 
 namespace quillbox::dnssd {
 
-/// How long an engine may take to say that the network has had its time to answer. Then it is
-/// taken as said.
+/// How long to wait for an engine to report Settled. After that a question counts as settled.
 inline constexpr std::chrono::milliseconds kSettlingLimit{3000};
 
-/// How many records one question keeps; the others are left out.
+/// How many records one question keeps; any more are ignored.
 inline constexpr std::size_t kMaximumRecords = 64;
 
-/// Learns that the answer of a question has changed. Only notes it: the question is not let go in
-/// the call.
+/// Is notified when the answer of a question has changed. Must only take note of it, and not
+/// release the question inside the call.
 class QuestionObserver {
 public:
     virtual void questionChanged() = 0;
@@ -32,9 +31,9 @@ protected:
     ~QuestionObserver() = default;
 };
 
-/// A question for records that stands for as long as the object lives, and the records found. When
-/// the engine goes the records stay; once the question has been asked anew, what is found first, or
-/// nothing at the end of the network's time, takes their place.
+/// A query for records that is active for as long as the object exists, with the records found.
+/// When the engine goes down the records are kept; once the query has been sent again, they are
+/// replaced by the first answer, or dropped at the end of the initial answer period.
 template <class Kind>
 class RecordQuestion final : public std::enable_shared_from_this<RecordQuestion<Kind>>,
                              private EngineLink::Client {
@@ -55,17 +54,17 @@ public:
     void start();
 
     void addObserver(QuestionObserver& observer) { observers.push_back(&observer); }
-    /// Takes back one `addObserver`.
+    /// Undoes one `addObserver`.
     void removeObserver(QuestionObserver& observer);
 
-    /// In the order in which they were found; `kMaximumRecords` at the most.
+    /// In the order found; at most `kMaximumRecords`.
     const std::vector<Record>& records() const { return found; }
 
-    /// Whether the network has had its time to answer.
+    /// Whether the initial answer period is over.
     bool isSettled() const { return settled; }
 
-    /// Whether the last record was lost and none has been found since. Stands while the engine is
-    /// away.
+    /// Whether the last record was lost and none has been found since. Keeps its value while the
+    /// engine is down.
     bool isLost() const { return lost; }
 
 private:
@@ -86,7 +85,7 @@ private:
     std::vector<QuestionObserver*> observers;
     AskId id = 0;
     std::vector<Record> found;
-    bool isStale = false; ///< `found` was told by an engine that is no longer asked
+    bool isStale = false; ///< `found` is from an earlier query
     bool settled = false;
     bool lost = false;
     GrowingPause pause{GrowingPause::First::Shortest};
@@ -95,7 +94,8 @@ private:
 using LocationQuestion = RecordQuestion<LocationKind>;
 using AddressQuestion = RecordQuestion<AddressKind>;
 
-/// Asks each question once, however many want to know. It outlives the questions that it gave.
+/// Sends each query once, however many callers share it. Must outlive the questions that it
+/// returns.
 template <class Kind> class QuestionPool final {
 public:
     using Question = RecordQuestion<Kind>;
@@ -107,7 +107,7 @@ public:
     QuestionPool(const QuestionPool&) = delete;
     QuestionPool& operator=(const QuestionPool&) = delete;
 
-    /// The question stands until the last holder lets it go.
+    /// The question ends when the last holder releases it.
     std::shared_ptr<Question> ask(typename Kind::Subject subject);
 
 private:

@@ -11,7 +11,7 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// A name that somebody keeps on contesting begins anew at "Name #2".
+/// After this number, a name that keeps conflicting starts over at "Name #2".
 constexpr unsigned kHighestNumber = 99'999;
 
 unsigned numberAfter(unsigned number)
@@ -19,7 +19,8 @@ unsigned numberAfter(unsigned number)
     return number < kHighestNumber ? number + 1 : 2;
 }
 
-/// The strings of a TXT record's data (RFC 1035, section 3.3.14); none when it is not well-formed.
+/// Splits the data of a TXT record into its strings (RFC 1035, section 3.3.14); empty when it is
+/// malformed.
 std::optional<std::vector<std::string>> stringsOf(std::string_view data)
 {
     std::vector<std::string> strings;
@@ -122,8 +123,8 @@ void Registration::localAddressesChanged()
     link.updateAddresses({id, addresses});
 }
 
-/// The address on the loopback interface is this service's from the start; the name only once an
-/// engine has told the computer's own.
+/// The loopback address is known from the start; the host name is final only once an engine has
+/// reported the computer's own.
 void Registration::takeIdentity()
 {
     identities.release(identity);

@@ -18,16 +18,16 @@
 
 namespace quillbox::dnssd {
 
-/// A registration that has stood for so long has had its collisions.
+/// A registration that has been established for this long resets its backoff.
 inline constexpr std::chrono::milliseconds kEstablishedLong{60'000};
 
-/// How long an engine may take to establish a registration or to refuse it. Probing takes about a
-/// second; an engine that forgot a registration in the middle of it is asked again. That long for
-/// every `kRegistrationsAtOnce` that may be in front of it.
+/// How long an engine may take to establish or refuse a registration. Probing takes about a second;
+/// an engine that loses a registration during probing is sent it again. The limit is extended by as
+/// much for every `kRegistrationsAtOnce` registrations that may be queued before it.
 inline constexpr std::chrono::milliseconds kRegistrationLimit{10'000};
 
-/// Keeps one service published, on a host of its own, under its name or one made from it. A name in
-/// use is kept when the engine comes back. Belongs to the center's queue.
+/// Keeps one service published, on a host of its own, under its name or one derived from it. Keeps
+/// the name in use when the engine comes back. Belongs to the center's queue.
 class Registration final : public std::enable_shared_from_this<Registration>,
                            private EngineLink::Client,
                            private LocalAddresses::Observer {
@@ -61,7 +61,7 @@ private:
     void withdraw();
     void fail(DnsSdError error);
     void tell(State state, std::error_code error);
-    /// Does `action` after `delay` unless something else comes first.
+    /// Runs `action` after `delay`, unless another step comes first.
     void after(std::chrono::milliseconds delay, std::function<void(Registration&)> action);
 
     EngineLink& link;
@@ -79,10 +79,10 @@ private:
     unsigned nameNumber = 1;
     unsigned hostNumber = 1;
     HostIdentity identity;
-    std::optional<OwnServices::Entry> ownEntry; ///< none before the start and once it has failed
+    std::optional<OwnServices::Entry> ownEntry; ///< empty before the start and after a failure
     std::vector<HostAddress> addresses;         ///< as published
     GrowingPause pause{GrowingPause::First::Nothing};
-    std::uint64_t step = 0; ///< tells the timers of earlier steps that they are late
+    std::uint64_t step = 0; ///< counts steps, so that timers of earlier steps do nothing
 };
 
 } // namespace quillbox::dnssd

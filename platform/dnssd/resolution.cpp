@@ -15,11 +15,11 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// The greatest size of a name as DNS presents it: 255 bytes on the wire (RFC 1035, section 2.3.4),
-/// each of them escaped.
+/// The maximum size of a name in presentation format: 255 bytes on the wire (RFC 1035, section
+/// 2.3.4), each of them escaped.
 constexpr std::size_t kMaximumPresentedName = 1020;
 
-/// A target of "." says that the service is decidedly not there (RFC 2782).
+/// A target of "." means that the service is decidedly not available (RFC 2782).
 bool isHostName(const std::string& name)
 {
     return !name.empty() && name != "." && name.size() <= kMaximumPresentedName
@@ -46,7 +46,7 @@ SocketAddress socketAddress(const Address& address, std::uint16_t port, int inte
     ipv6.sin6_family = AF_INET6;
     ipv6.sin6_port = htons(port);
     std::memcpy(&ipv6.sin6_addr, address.bytes.data(), sizeof ipv6.sin6_addr);
-    // A link-local address means nothing without its link, which is where its record arrived.
+    // A link-local address needs its scope: the interface on which its record arrived.
     if (IN6_IS_ADDR_LINKLOCAL(&ipv6.sin6_addr) && interfaceIndex > 0)
         ipv6.sin6_scope_id = static_cast<std::uint32_t>(interfaceIndex);
     return bytesOf(ipv6);
@@ -84,7 +84,7 @@ Resolution::~Resolution()
 
 void Resolution::startService(LocationPool& locations, const ServiceEndpoint& service)
 {
-    // A service that cannot be has no address, which is said at once.
+    // An invalid service has no addresses, which is reported immediately.
     if (isInstanceName(service.name) && isServiceType(service.type)) {
         location = locations.ask({service.name, service.type, service.domain});
         location->addObserver(*this);
@@ -101,8 +101,8 @@ void Resolution::startHost(const std::string& hostName)
 
 void Resolution::scheduleUpdate()
 {
-    // Events that come together are one update, and the questions have all heard of a change of the
-    // engine's state by then.
+    // Deferred, so that events that arrive together cause one update, and all questions have
+    // handled a change of the engine's state by then.
     if (std::exchange(isScheduled, true))
         return;
     queue.async([weak = weak_from_this()] {

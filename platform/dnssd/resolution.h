@@ -11,13 +11,13 @@
 
 namespace quillbox::dnssd {
 
-/// How many hosts of one service are asked for their addresses, and how many addresses of one
-/// family are told: a hostile record set is not a thousand connections.
+/// How many hosts of one service are queried for their addresses, and how many addresses of one
+/// family are reported: hostile records must not cause a thousand connections.
 inline constexpr std::size_t kMaximumHosts = 4;
 inline constexpr std::size_t kMaximumAddresses = 16;
 
-/// Finds the addresses of a service, by way of its SRV records, or of a host. Belongs to the
-/// center's queue.
+/// Finds the addresses of a service, through its SRV records, or of a host. Belongs to the center's
+/// queue.
 class Resolution final : public std::enable_shared_from_this<Resolution>,
                          private EngineLink::Client,
                          private QuestionObserver {
@@ -59,9 +59,9 @@ private:
     DispatchQueue& queue;
     AddressPool& pool;
     Report report;
-    std::shared_ptr<LocationQuestion> location; ///< none when a host is resolved
+    std::shared_ptr<LocationQuestion> location; ///< null for a host or an invalid service
     std::vector<Host> hosts;
-    std::vector<DnsSd::FoundAddress> known; ///< in the order in which they were found
+    std::vector<DnsSd::FoundAddress> known; ///< in the order found
     bool isScheduled = false;
 };
 

@@ -26,7 +26,7 @@ bool isDomain(const std::string& domain)
 
 } // namespace
 
-/// The sign of life of a service: its SRV record, kept open as a question.
+/// The liveness check of a service: an active query for its SRV record.
 class ServiceBrowse::Life final : private QuestionObserver {
 public:
     explicit Life(ServiceBrowse& owner) : browse(owner) {}
@@ -34,7 +34,7 @@ public:
     Life& operator=(const Life&) = delete;
     ~Life() { letGo(); }
 
-    /// Asks, unless it has asked already.
+    /// Starts the query, unless it is active already.
     void watch(LocationPool& pool, const ServiceEndpoint& endpoint)
     {
         if (location)
@@ -44,7 +44,7 @@ public:
         update();
     }
 
-    /// Asks no more; what was told is kept.
+    /// Ends the query; its result is kept.
     void letGo()
     {
         if (location)
@@ -55,14 +55,14 @@ public:
     bool isLost() const { return lost; }
 
 private:
-    /// Each interface and family tells of the same record: most of it is no news.
+    /// Each interface and family reports the same record, so most notifications change nothing.
     void questionChanged() override
     {
         if (update())
             browse.setChanged();
     }
 
-    /// Whether anything is different.
+    /// Returns whether the result has changed.
     bool update()
     {
         const bool before = lost;
@@ -151,13 +151,13 @@ void ServiceBrowse::ask()
 
 void ServiceBrowse::forgetSightings()
 {
-    // The signs of life are let go too, so that at no time more questions stand than services are
-    // listed; what they told is kept.
+    // The liveness queries end too, so that there are never more of them than services in the list;
+    // their results are kept.
     for (Service& service : services) {
         service.life->letGo();
         service.sightings.clear();
     }
-    // Places are taken in the order of the list, so that these are the ones that were listed.
+    // Services are listed in this order, so this keeps those that were listed.
     if (lastSet.empty())
         services.clear();
     else if (services.size() > kMaximumServices)
@@ -166,7 +166,7 @@ void ServiceBrowse::forgetSightings()
 
 void ServiceBrowse::addSighting(const ServiceFound& sighted)
 {
-    // A PTR record can point anywhere: to a service of another type, or at nothing sensible.
+    // A PTR record can point anywhere: to a service of another type, or to something invalid.
     if (!isSameName(sighted.type, type) || !isInstanceName(sighted.name)
         || !isDomain(sighted.domain))
         return;
@@ -180,7 +180,8 @@ void ServiceBrowse::addSighting(const ServiceFound& sighted)
 
 void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
 {
-    // Those that only the last engine has seen give way when they are not seen again.
+    // Services seen only by the last engine do not count: they are removed unless they are seen
+    // again.
     const auto seen = std::ranges::count_if(
         services, [](const Service& service) { return !service.sightings.empty(); });
     if (static_cast<std::size_t>(seen) >= kMaximumServices) {
@@ -215,7 +216,8 @@ void ServiceBrowse::endReplacement()
     if (!std::exchange(isReplacing, false))
         return;
     std::erase_if(services, [](const Service& service) { return service.sightings.empty(); });
-    // What was seen again stands before the newcomers, in whatever order the engine told of them.
+    // Services that were seen again come before new ones, in whatever order the engine reported
+    // them.
     if (services.size() > kMaximumServices) {
         services.erase(services.begin() + kMaximumServices, services.end());
         leaveOut();
@@ -228,8 +230,7 @@ void ServiceBrowse::leaveOut()
     hasLeftOut = true;
     if (!std::exchange(hasWarned, true))
         printToStandardError("There are more than " + std::to_string(kMaximumServices)
-                             + " services of the type " + type
-                             + "; those seen later are left out.");
+                             + " services of the type " + type + "; the others are not listed.");
 }
 
 void ServiceBrowse::askForWhatWasLeftOut()
@@ -274,7 +275,7 @@ void ServiceBrowse::wait(std::error_code error)
 void ServiceBrowse::setChanged()
 {
     isChanged = true;
-    // By way of the queue, so that events that come together make one set.
+    // Deferred, so that events that arrive together cause one set.
     scheduleFlush(std::chrono::milliseconds(0));
 }
 

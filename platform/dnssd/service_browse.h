@@ -15,21 +15,21 @@
 
 namespace quillbox::dnssd {
 
-/// How many services of one type are listed, and how many sightings of one are counted.
+/// How many services of one type are listed, and how many sightings of each are tracked.
 inline constexpr std::size_t kMaximumServices = 256;
 inline constexpr std::size_t kMaximumSightings = 64;
 
-/// The time between two sets: ten a second at the most.
+/// The minimum time between two sets: at most ten a second.
 inline constexpr std::chrono::milliseconds kSetInterval{100};
 
-/// From the moment when a full list has room again to the question for what it left out: an engine
-/// tells of a service once. Long enough that a flood which comes and goes is not answered with one
-/// of questions.
+/// When a full list has free capacity again, the query is repeated after this time to find the
+/// services that were left out, because an engine reports each service once. Long enough that a
+/// flood of services that comes and goes does not cause a flood of queries.
 inline constexpr std::chrono::seconds kRoomInterval{2};
 
-/// Keeps the set of the services of one type. A service is there for as long as some interface and
-/// address family sees it, unless its SRV record has run out: a phone that left without a goodbye
-/// is still named by PTR records for more than an hour.
+/// Maintains the set of the services of one type. A service exists for as long as some interface
+/// and address family sees it, unless its SRV record has expired: a phone that left without a
+/// goodbye is still named by PTR records for more than an hour.
 ///
 /// Belongs to the center's queue.
 class ServiceBrowse final : public std::enable_shared_from_this<ServiceBrowse>,
@@ -52,7 +52,7 @@ private:
     struct Service {
         std::string key;
         ServiceEndpoint endpoint;
-        std::set<Sighting> sightings; ///< empty when only an engine that went has seen it
+        std::set<Sighting> sightings; ///< empty when only an earlier engine has seen it
         std::unique_ptr<Life> life;
     };
 
@@ -83,9 +83,10 @@ private:
     Report report;
 
     AskId id = 0;
-    std::vector<Service> services; ///< in the order in which they were first seen
+    std::vector<Service> services; ///< in the order first seen
     std::vector<ServiceEndpoint> lastSet;
-    /// The browse was asked anew and what it finds is collected: the last set stands meanwhile.
+    /// The query was sent again and its results are being collected; the last set remains valid
+    /// meanwhile.
     bool isReplacing = false;
     bool hasFailed = false;
     bool hasLeftOut = false;
