@@ -26,7 +26,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// Time limit for withdrawing all services when the process ends.
+/// Time limit, in seconds, for withdrawing all services when the process ends.
 constexpr unsigned kLastSeconds = 1;
 
 /// Avahi logs text from network packets, at whatever rate these arrive.

@@ -34,7 +34,7 @@ public:
         Report report;
     };
 
-    /// A published service, for as long as the entry exists.
+    /// A service that this program registers, for as long as the entry exists.
     class Entry final {
     public:
         Entry(OwnServices& allServices, std::string serviceName, std::string serviceType);
