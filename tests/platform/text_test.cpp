@@ -16,7 +16,7 @@ TEST(Text, comparesUnderCanonicalEquivalence)
     EXPECT_TRUE(canonicallyEqual(kComposed, kDecomposed));
     EXPECT_TRUE(canonicallyEqual("", ""));
     EXPECT_FALSE(canonicallyEqual("A", "a"));
-    EXPECT_FALSE(canonicallyEqual("\xef\xac\x81", "fi")); // compatibility is not equivalence
+    EXPECT_FALSE(canonicallyEqual("\xef\xac\x81", "fi")); // compatibility equivalence only
 }
 
 TEST(Text, leavesWhatIsNotUtf8AsItIs)

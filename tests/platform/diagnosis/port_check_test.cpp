@@ -20,7 +20,7 @@ TEST(PortCheck, tellsOpenPortsFromThoseThatRefuse)
     ASSERT_FALSE(error);
     const std::uint16_t port = localPort(listener);
     const auto open = *parseNumericHost("127.0.0.1", port);
-    // Nobody listens at port 1 of the loopback interface's last address.
+    // Nothing listens on port 1 of the last loopback address.
     const auto closed = *parseNumericHost("127.255.255.254", 1);
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(checkPorts({closed, open}, std::chrono::seconds(20)),
@@ -31,7 +31,7 @@ TEST(PortCheck, tellsOpenPortsFromThoseThatRefuse)
 
 TEST(PortCheck, whatCannotBeReachedIsKnownAtOnce)
 {
-    // An address of links without the link.
+    // A link-local address without a scope.
     EXPECT_EQ(checkPorts({*parseNumericHost("fe80::1", 4445)}, std::chrono::seconds(20)),
               std::vector<State>{State::Unreachable});
 }

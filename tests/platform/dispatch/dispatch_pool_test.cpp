@@ -70,7 +70,7 @@ TEST(DispatchPool, keepsTheOrderOfEachOfManyThreads)
 
 namespace {
 
-/// Hands itself over again and again, until it is told to stop.
+/// Submits itself again each time it runs, until `*isOver` is set.
 void goOnAndOn(const std::shared_ptr<DispatchQueue>& queue, const std::shared_ptr<bool>& isOver)
 {
     queue->async([queue, isOver] {
@@ -94,7 +94,7 @@ TEST(DispatchPool, aQueueThatIsNeverDoneLeavesTimeToTheOthersOfItsThread)
     other->asyncAfter(1ms, [&delayed] { delayed.set_value(); });
     EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
     EXPECT_EQ(delayed.get_future().wait_for(kPatience), std::future_status::ready);
-    other->async([isOver] { *isOver = true; }); // the same thread
+    other->async([isOver] { *isOver = true; }); // runs on the thread of `busy`
 }
 
 TEST(DispatchPool, waitsAtShutdownForTheClosureThatRuns)

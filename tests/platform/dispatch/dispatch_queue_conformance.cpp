@@ -18,7 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Makes queues of one backend and lets their work happen.
+/// Creates and runs the queues of one backend.
 class Backend {
 public:
     virtual ~Backend() = default;
@@ -26,10 +26,11 @@ public:
     virtual std::shared_ptr<DispatchQueue> makeQueue(const std::string& label,
                                                      QualityOfService qos) = 0;
 
-    /// Lets queues run until `done` is fulfilled, for 200 ms of the backend's clock at least.
+    /// Runs the queues until `done` is ready; false on timeout. `done` may depend on work delayed
+    /// by up to 200 ms.
     virtual bool runUntil(std::future<void>& done) = 0;
 
-    /// Ends the backend, with what is pending there.
+    /// Destroys the backend with all pending work.
     virtual void shutDown() = 0;
 
     std::shared_ptr<DispatchQueue> makeQueue()
@@ -79,7 +80,7 @@ private:
     std::unique_ptr<FakeDispatch> dispatch_ = std::make_unique<FakeDispatch>();
 };
 
-/// Tells when it is destroyed, and whether that was on the queue.
+/// Calls a function when it is destroyed.
 class Token final {
 public:
     explicit Token(std::function<void()> destroyed) : destroyed_(std::move(destroyed)) {}
@@ -94,7 +95,7 @@ private:
 
 template <typename Type> class DispatchQueueConformance : public testing::Test {
 protected:
-    /// Waits for all work handed over so far.
+    /// Waits for all work submitted so far.
     bool settle(const std::shared_ptr<DispatchQueue>& queue)
     {
         auto done = std::make_shared<std::promise<void>>();
@@ -272,7 +273,7 @@ TYPED_TEST(DispatchQueueConformance, destroysPendingClosuresUnrunWhenTheBackendI
     const auto makeToken = [&destroyed] {
         return std::make_shared<Token>([&destroyed] { ++destroyed; });
     };
-    // One that holds its own queue would keep both alive for ever.
+    // A closure that holds its own queue is a reference cycle, which the shutdown must break.
     queue->asyncAfter(24h, [&ran, queue, token = makeToken()] { ran = true; });
     queue->asyncAfter(24h, [&ran, token = makeToken()] { ran = true; });
     const std::weak_ptr weak = queue;

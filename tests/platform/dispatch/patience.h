@@ -4,7 +4,7 @@
 
 namespace quillbox {
 
-/// How long a test waits for what happens at once on a computer that has nothing else to do.
+/// The timeout for something that happens immediately on an idle machine.
 inline constexpr std::chrono::seconds kPatience{20};
 
 } // namespace quillbox

@@ -26,7 +26,7 @@ constexpr auto kMoment = 100ms;
 
 } // namespace
 
-/// One end of a pair of sockets that is watched, and the other that a test has in its hands.
+/// A socket pair: one end is watched, the test uses the other end directly.
 class WatchTest : public testing::Test {
 protected:
     WatchTest()
@@ -97,7 +97,7 @@ protected:
         return count > 0 ? std::string(room.data(), static_cast<std::size_t>(count)) : "";
     }
 
-    /// Waits until the loop has looked at what was done to the other end.
+    /// Waits until the event loop has handled the events caused so far.
     void settle()
     {
         onQueue([] {});
@@ -150,7 +150,7 @@ TEST_F(WatchTest, tellsTheEndAfterAReadThatLeftRoom)
 TEST_F(WatchTest, tellsTheEndThatCameTogetherWithBytesToOneWhoWaited)
 {
     const auto first = waitReadable();
-    // While the loop is busy, both come.
+    // Both arrive while the loop is busy.
     onQueue([this] {
         send("a");
         closePeer();
@@ -212,7 +212,8 @@ TEST_F(WatchTest, destroysWaitsUntoldWhenThePoolIsShutDown)
 
 TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
 {
-    // It never stops, and says that it moves much; the peer's news is heard all the same.
+    // A closure that submits itself forever and reports 1 MiB moved each time. Reads on another
+    // socket are still handled.
     const auto other = pool.makeQueue("flood", QualityOfService::UserInitiated);
     auto isOver = std::make_shared<bool>(false);
     std::function<void()> flood = [&flood, other, isOver, this] {
@@ -261,7 +262,7 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
     queue->async([&] {
         const auto token = std::make_shared<int>(0);
         timer.start(strandOf(*queue), 0ms, [token] { FAIL(); });
-        // By now its time has come.
+        // The timer is due by now.
         queue->async([&, token] {
             timer.cancel();
             EXPECT_EQ(token.use_count(), 1);
@@ -273,7 +274,8 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
 
 TEST_F(TimerTest, canBeTakenBackByThePendingWorkOfAnotherAsItGoes)
 {
-    // At the shutdown, in the order of their times, each holds the timer of the next.
+    // Shutdown destroys pending work in the order of its deadlines, and each closure owns the timer
+    // of the next one.
     constexpr int kTimers = 8;
     auto context = pool.context(QualityOfService::UserInitiated);
     const auto token = std::make_shared<int>(0);

@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 constexpr auto kPatience = 10s;
 
-/// Counts calls, and waits for them.
+/// Counts calls and waits for them.
 class Counter final {
 public:
     void count()
@@ -75,7 +75,7 @@ TEST(NetlinkMonitor, makesOneCallOfChangesThatComeTogether)
         const auto queue = pool.makeQueue("test", QualityOfService::Utility);
         Counter counter;
         const auto subscription = monitor->subscribe(queue, [&counter] { counter.count(); });
-        // A link, its addresses and their routes: a dozen messages.
+        // Changes of the link, its addresses and their routes: about a dozen messages.
         setLoopbackUp(true);
         setLoopbackUp(false);
         setLoopbackUp(true);

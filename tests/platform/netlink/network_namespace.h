@@ -13,8 +13,8 @@
 
 namespace quillbox {
 
-/// Runs `work` on a thread in an empty network namespace of its own; threads that it starts are
-/// there too. Skips the test where that is not permitted.
+/// Runs `work` on a thread in a new, empty network namespace; threads that `work` starts inherit
+/// it. Skips the test where that is not permitted.
 inline void inNetworkNamespace(const std::function<void()>& work)
 {
     bool isPermitted = false;
@@ -27,7 +27,7 @@ inline void inNetworkNamespace(const std::function<void()>& work)
         GTEST_SKIP() << "no permission to make a network namespace";
 }
 
-/// Switches the loopback interface of this thread's network namespace.
+/// Sets the loopback interface of this thread's network namespace up or down.
 inline void setLoopbackUp(bool isUp)
 {
     const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
@@ -41,7 +41,7 @@ inline void setLoopbackUp(bool isUp)
     ::close(socket);
 }
 
-/// Causes so many changes that a netlink socket overflows.
+/// Overflows the receive buffer of a netlink socket with link changes.
 inline void fillReceiveBuffer(int socket)
 {
     const int size = 2304;
