@@ -14,10 +14,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// What a rehearsal adds to the accepted connections.
+/// The number of connections that `rehearse` adds to the accepted ones.
 constexpr std::size_t kRehearsed = 1;
 
-/// Leaves this process room for so many more descriptors, until it goes.
+/// Limits this process to `spare` more file descriptors, until it is destroyed.
 class DescriptorLimit final {
 public:
     explicit DescriptorLimit(rlim_t spare)
@@ -36,7 +36,7 @@ public:
     void lift() const { ::setrlimit(RLIMIT_NOFILE, &before_); }
 
 private:
-    /// Every number below it is taken.
+    /// The lowest free descriptor; all lower numbers are in use.
     static rlim_t lowestFree()
     {
         const Peer probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -46,7 +46,7 @@ private:
     rlimit before_{};
 };
 
-/// Connections that begin, while this process can open no more descriptors.
+/// Client sockets that are opened in advance, to connect when no more descriptors can be opened.
 class Crowd final {
 public:
     explicit Crowd(std::size_t count)
@@ -69,9 +69,9 @@ private:
     std::vector<Peer> peers_;
 };
 
-/// Does once, with descriptors to spare, what the tests do without. The undefined-behaviour
-/// sanitizer needs descriptors when it sees a type for the first time, and takes their lack for a
-/// broken object.
+/// Runs the code paths of the tests once while descriptors are available. The undefined-behaviour
+/// sanitizer needs descriptors when it sees a type for the first time, and reports an invalid
+/// object if it cannot open them.
 void rehearse(Harness& harness)
 {
     harness.makeQueue()->asyncAfter(1ms, [] {});
@@ -107,7 +107,7 @@ TEST(TcpListener, pausesWhenItIsOutOfDescriptorsAndGoesOnWhenAConnectionCloses)
     EXPECT_FALSE(harness.waitForAccepted(kRehearsed + 4, 1s));
     EXPECT_LT(processorTime() - before, 50ms) << "5 % of the time at the most";
 
-    // One goes, one comes.
+    // When one connection closes, one more is accepted.
     harness.nextAccepted().reset();
     EXPECT_TRUE(harness.waitForAccepted(kRehearsed + 4));
     EXPECT_FALSE(harness.waitForAccepted(kRehearsed + 5, kWatch));

@@ -28,7 +28,7 @@ DnsSd::ResolveUpdate unsettled(DnsSd::ResolveUpdate update)
     return update;
 }
 
-/// What one reader was told. Thread-safe.
+/// Records the updates that one reader receives. Thread-safe.
 class Told final {
 public:
     void note(const DnsSd::ResolveUpdate& update)
@@ -62,7 +62,7 @@ class AddressBookTest : public testing::Test {
 protected:
     AddressBookTest() { open(AddressBook::kFreshTime, AddressBook::kKeepTime); }
 
-    // The handlers refer to the logs.
+    // The handlers refer to `first` and `second`, so none may run after this.
     ~AddressBookTest() override { pool.shutdown(); }
 
     void open(std::chrono::milliseconds freshTime, std::chrono::milliseconds keepTime)

@@ -12,7 +12,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// Sends back whatever comes, chunk by chunk, until the end of the stream.
+/// Echoes received data chunk by chunk, until the end of the stream.
 void echo(const std::shared_ptr<Connection>& connection)
 {
     connection->receive(1, kMaximumContentSize,
@@ -170,7 +170,7 @@ TEST(TcpConnection, answersAByteAtOnce)
         times.push_back(std::chrono::steady_clock::now() - before);
     }
     std::sort(times.begin(), times.end());
-    // Held back segments would show as steps of 40 ms.
+    // Segments held back by Nagle's algorithm would arrive 40 ms later.
     EXPECT_LT(times[kRounds * 99 / 100], 20ms);
 }
 
@@ -208,7 +208,7 @@ TEST(TcpConnection, keepsUrgentBytesInAStreamThatFlows)
         wanted += '!' + bytes;
     std::string all;
     for (bool isComplete = false; !isComplete;) {
-        // Much comes together meanwhile, before the urgent byte and behind it.
+        // Lets data accumulate before and after the urgent byte.
         std::this_thread::sleep_for(1ms);
         auto received = take(subject.receive());
         all += received.bytes;
@@ -233,7 +233,7 @@ TEST(TcpConnection, carriesBytesBetweenTwoConnectionsOfItsOwn)
 {
     Harness harness;
     harness.listen();
-    // Its own listener is not dialled, so the peer in the middle is a plain one.
+    // A connector does not dial listeners of its own program, so the peer is a plain socket.
     PeerListener middle;
     auto dialled = harness.dial("127.0.0.1", middle.port());
     const auto peer = middle.accept();

@@ -65,7 +65,7 @@ TEST(TcpConnection, endsAReceiveWithTheResetAndFailsOnce)
     EXPECT_EQ(received.error, std::errc::connection_reset);
     EXPECT_FALSE(received.isComplete);
     ASSERT_TRUE(subject.log->waitFor(State::Failed));
-    // The kernel tells an error once, and the end of the stream from then on.
+    // The kernel reports an error once, and the end of the stream from then on.
     const auto again = take(subject.receive());
     EXPECT_EQ(again.error, std::errc::connection_reset);
     EXPECT_FALSE(again.isComplete);
@@ -88,13 +88,13 @@ TEST(TcpConnection, letsAReaderHaveWhatCameBeforeTheReset)
 {
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
-    // As much as fits into a receive buffer that nobody reads.
+    // Fits into the receive buffer, although nothing reads it.
     const auto bytes = pattern(50'000);
     ASSERT_TRUE(peer.send(bytes));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
     auto all = take(subject.receive(1, 1000)).bytes;
     peer.reset();
-    // What is sent meanwhile goes where the network would have dropped it, and ends nothing.
+    // Data sent meanwhile is discarded, as the network would do, and does not fail the connection.
     EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
     EXPECT_FALSE(take(subject.send("lost")));
     EXPECT_FALSE(take(subject.send("lost")));

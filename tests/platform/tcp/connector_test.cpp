@@ -25,7 +25,7 @@ DnsSd::FoundAddress onLoopback(const SocketAddress& address)
     return {.address = address, .interfaceIndex = kLoopbackIndex};
 }
 
-/// Without a scope it cannot be dialled, which fails before a packet is sent.
+/// A link-local address without a scope: connect() fails before a packet is sent.
 SocketAddress unreachableAddress()
 {
     return ipv6Address("fe80::1", 0, 4445);
@@ -141,7 +141,7 @@ TEST(Connector, leavesItsFavouriteForAnotherThatConnectsSooner)
     harness.dnsSd.answerAll(both);
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
-    // It refuses from now on.
+    // Connections to this address are refused from now on.
     former->close();
     auto second = harness.dial(kPhone);
     ASSERT_TRUE(second.log->waitFor(State::Ready));
@@ -173,7 +173,7 @@ TEST(Connector, doesNotWaitForADeadFirstAddress)
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
     const auto duration = std::chrono::steady_clock::now() - before;
-    // Timers may fire a little early by the test's clock.
+    // With 10 ms of tolerance.
     EXPECT_GE(duration, AddressRace::kStagger - 10ms)
         << "the second is not asked before the first had its chance";
     EXPECT_LT(duration, 2s);
@@ -193,7 +193,7 @@ TEST(Connector, triesTheNextAddressAtOnceWhenOneFails)
     const auto before = std::chrono::steady_clock::now();
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
-    // Had each had its chance, it would be all of it.
+    // Waiting for the stagger after each address would take `kStagger * kRefusing`.
     EXPECT_LT(std::chrono::steady_clock::now() - before, AddressRace::kStagger * kRefusing / 2);
 }
 
@@ -338,7 +338,7 @@ TEST(Connector, connectsWhenTheNetworkComesUp)
 {
     inNetworkNamespace([] {
         Harness harness;
-        // The fake one would not notice.
+        // The scripted monitor does not observe this namespace.
         const auto monitor = makeNetworkMonitor(harness.pool);
         TcpNetwork network(harness.pool, harness.dnsSd, *monitor);
         Subject subject(network.makeConnection(HostEndpoint{.host = "127.0.0.1", .port = 4445}, {}),
@@ -346,7 +346,7 @@ TEST(Connector, connectsWhenTheNetworkComesUp)
         subject.start();
         ASSERT_TRUE(subject.log->waitFor(State::Waiting));
         EXPECT_EQ(subject.log->errorOf(State::Waiting), std::errc::network_unreachable);
-        // Nobody listens: the refusal shows that it was dialled.
+        // Nothing listens on the port: a refusal shows that the address was dialled.
         setLoopbackUp(true);
         EXPECT_TRUE(subject.log->waitFor(State::Failed, 900ms)) << "at once, not after a pause";
         harness.pool.shutdown();

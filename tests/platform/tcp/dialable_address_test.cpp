@@ -38,8 +38,8 @@ OwnAddresses thisComputer(bool isOwnPort)
 
 struct Case {
     const char* text;
-    bool isDialable;           ///< when it came by DNS-SD
-    bool isDialableOnLoopback; ///< when the record arrived on a loopback interface
+    bool isDialable;           ///< when found by DNS-SD on the network
+    bool isDialableOnLoopback; ///< when found by DNS-SD on a loopback interface
 };
 
 class DialableAddress : public testing::TestWithParam<Case> {};
@@ -51,7 +51,7 @@ TEST_P(DialableAddress, isJudgedByWhereItCameFrom)
     EXPECT_EQ(isDialable(address(text), AddressOrigin::DnsSd, other), isFromNetwork);
     EXPECT_EQ(isDialable(address(text), AddressOrigin::DnsSdOnLoopback, other), isFromLoopback);
     EXPECT_TRUE(isDialable(address(text), AddressOrigin::Typed, other));
-    // No port, no service.
+    // DNS-SD addresses need a port; typed ones are not restricted.
     EXPECT_FALSE(isDialable(address(text, 0), AddressOrigin::DnsSd, other));
     EXPECT_FALSE(isDialable(address(text, 0), AddressOrigin::DnsSdOnLoopback, other));
     EXPECT_TRUE(isDialable(address(text, 0), AddressOrigin::Typed, other));

@@ -13,7 +13,7 @@ namespace {
 using namespace std::chrono_literals;
 using State = Connection::State;
 
-/// Keeps sending from a thread of its own until the other side is gone.
+/// Sends continuously from its own thread until a send fails or it is destroyed.
 class Chatter final {
 public:
     explicit Chatter(const Peer& peer)
@@ -39,7 +39,7 @@ private:
     std::thread thread_;
 };
 
-/// Reads slowly, in small pieces.
+/// Reads up to 100 small pieces slowly, then the rest until the end of the stream.
 std::string readSlowly(const Peer& peer, std::size_t count, bool& isClean)
 {
     std::string all;
@@ -59,7 +59,8 @@ TEST(LingeringClose, deliversTheLastBytesToASlowReaderThatKeepsSending)
     const auto chunk = pattern(kMaximumContentSize);
     std::string sent;
     std::string read;
-    // As much as the system takes, up to 6 MiB, and input that nobody ever reads.
+    // Sends 6 MiB, reading only what it takes for the sends to complete, so that the socket buffers
+    // are full at the end. The connection never receives the peer's data.
     ASSERT_TRUE(peer.send("unread"));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
     for (int count = 0; count < 6; ++count) {
@@ -100,7 +101,7 @@ TEST(LingeringClose, discardsInputThatThePeerInsistsOnSendingFirst)
     std::future<std::error_code> pending;
     const auto sent = fillBuffers(subject, pending);
     subject.cancel();
-    // A peer that writes before it reads would wait for ever if nobody took it.
+    // A peer that writes before it reads would block forever if nothing received its data.
     EXPECT_TRUE(peer.send(pattern(32UL * 1024 * 1024)));
     bool isClean = false;
     EXPECT_TRUE(peer.receiveAll(isClean) == sent);

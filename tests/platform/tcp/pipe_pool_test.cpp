@@ -19,7 +19,7 @@ namespace quillbox {
 
 namespace {
 
-/// Two connected sockets that do not block.
+/// A pair of connected non-blocking sockets.
 class SocketPair final {
 public:
     explicit SocketPair(int type = SOCK_STREAM)
@@ -56,7 +56,7 @@ private:
     std::array<int, 2> ends_{};
 };
 
-/// Descriptors of this process are few for as long as this lives.
+/// Lets this process open no further file descriptors, until it is destroyed.
 class FewDescriptors final {
 public:
     FewDescriptors()
@@ -236,7 +236,8 @@ TEST(Unsent, goesByWayOfMemoryWhereThePipeIsRefused)
     auto chunk = pool->borrow();
     chunk->fill(source.near(), 6);
     Unsent unsent{Content(std::move(chunk))};
-    // A file that is only appended to takes no splice (EINVAL); a send is refused another way.
+    // splice() into a file opened with O_APPEND fails with EINVAL; the fallback, send(), fails with
+    // ENOTSOCK.
     const int file = ::open("/tmp", O_TMPFILE | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
     ASSERT_GE(file, 0);
     EXPECT_EQ(unsent.sendSome(file, *chunks).error, std::errc::not_a_socket);

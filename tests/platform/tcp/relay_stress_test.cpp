@@ -27,12 +27,12 @@ constexpr std::size_t kSessions = 2000;
 constexpr std::size_t kAtOnce = 32;
 constexpr std::size_t kRelays = 4;
 
-/// A session in which nothing moves for so long has missed something.
+/// A session without progress for this long has stalled.
 constexpr std::chrono::seconds kStandstill{15};
 
 constexpr std::size_t kLargest = 1024UL * 1024 + 1;
 
-/// What all streams consist of, each from a place of its own.
+/// The data of all streams; each starts at its own offset.
 const std::string& source()
 {
     static const std::string bytes = pattern(kLargest + 64UL * 1024);
@@ -60,12 +60,12 @@ private:
     std::mt19937 engine_;
 };
 
-/// How a session ends; `who` of its two sides does it.
+/// How a session ends. `who` is the side that ends it.
 struct Ending {
     enum class How {
-        AfterAll,  ///< once both have everything
-        HalfClose, ///< as soon as one has sent everything
-        Reset,     ///< as soon as one has sent so many bytes
+        AfterAll,  ///< when both sides have received everything
+        HalfClose, ///< when `who` has sent everything
+        Reset,     ///< when `who` has sent `resetAfter` bytes
     };
 
     How how = How::AfterAll;
@@ -73,7 +73,7 @@ struct Ending {
     std::size_t resetAfter = 0;
 };
 
-/// A stream of bytes on its way from one side to the other.
+/// A byte stream from one side to the other.
 struct Stream {
     std::span<const char> bytes;
     std::size_t sent = 0;
@@ -83,7 +83,7 @@ struct Stream {
     bool isReceived() const { return received == bytes.size(); }
 };
 
-/// One side of a session: a plain socket that does not block.
+/// One side of a session: a plain non-blocking socket.
 class Side final {
 public:
     explicit Side(Peer peer) : peer_(std::move(peer))
@@ -98,7 +98,8 @@ public:
             events |= POLLIN;
         if (!out.isSent() && !cannotSend_ && !hasEnded)
             events |= POLLOUT;
-        // A negative descriptor is passed over: a hang-up is not asked for, but told all the same.
+        // poll() ignores negative descriptors. It would report a hang-up even if no event is
+        // requested.
         return {.fd = events != 0 ? peer_.descriptor() : -1,
                 .events = static_cast<short>(events),
                 .revents = 0};
@@ -146,8 +147,8 @@ public:
     }
 
     bool hasEnded = false;
-    bool isClean = false; ///< once it has ended
-    bool isTrue = true;   ///< what came is what was sent
+    bool isClean = false; ///< valid once `hasEnded`
+    bool isTrue = true;   ///< all received bytes match the sent ones
 
 private:
     Peer peer_;
@@ -155,7 +156,7 @@ private:
     Clock::time_point pausedUntil_;
 };
 
-/// A connection through a relay, seen from both sides.
+/// A connection through a relay, and both its peers.
 class Session final {
 public:
     Session(std::size_t number, std::uint16_t relayPort, const PeerListener& phone)
@@ -218,8 +219,8 @@ public:
     }
 
 private:
-    /// At random. A window that is far smaller than a segment of loopback would mostly wait for the
-    /// kernel's own timers.
+    /// Limits the buffers at random. With windows far smaller than a loopback segment, the test
+    /// would mostly wait for kernel timers.
     void limitBuffers(int descriptor)
     {
         const auto limit = [&](int buffer, std::size_t size) {
@@ -249,7 +250,7 @@ private:
         return Side(std::move(peer));
     }
 
-    /// A reset comes in the middle of what there is to send.
+    /// How many bytes the side may still send; one that resets stops at `resetAfter`.
     std::size_t mostToSend(std::size_t index) const
     {
         const bool isToReset = ending_.how == Ending::How::Reset && ending_.who == index;
@@ -290,7 +291,7 @@ private:
     Clock::time_point lastProgress_ = Clock::now();
 };
 
-/// A listener whose connections go to one phone, as the program has them.
+/// A listener that relays its connections to one phone, as the program does.
 class Relay final {
 public:
     Relay(Harness& harness, std::shared_ptr<DispatchQueue> queue)
@@ -338,14 +339,14 @@ private:
     std::map<std::uint64_t, std::shared_ptr<RelaySession>> sessions_;
 };
 
-/// Moves what can be moved at this moment.
+/// Sends and receives once on each socket that is ready.
 void moveAll(std::vector<std::unique_ptr<Session>>& sessions)
 {
     std::vector<pollfd> polled;
     const auto now = Clock::now();
     for (const auto& session : sessions)
         std::ranges::copy(session->toPoll(now), std::back_inserter(polled));
-    // Readers that pause want to be looked at soon.
+    // A timeout of 1 ms, so that paused readers resume soon.
     ::poll(polled.data(), polled.size(), 1);
     for (std::size_t index = 0; index < sessions.size(); ++index)
         sessions[index]->take(std::span(polled).subspan(2 * index, 2));
@@ -355,7 +356,7 @@ void moveAll(std::vector<std::unique_ptr<Session>>& sessions)
 
 TEST(RelayStress, losesNoByteAndNoEndWhateverTheSidesDo)
 {
-    // As in the program: bytes that a pipe moves into a connection that was reset raise it.
+    // As in the program: splicing a pipe into a reset connection raises SIGPIPE.
     const auto former = std::signal(SIGPIPE, SIG_IGN);
     Harness harness;
     std::vector<std::unique_ptr<Relay>> relays;
@@ -377,7 +378,7 @@ TEST(RelayStress, losesNoByteAndNoEndWhateverTheSidesDo)
         });
     }
     sessions.clear();
-    // No connection is left behind, either.
+    // All connections are closed, too.
     EXPECT_TRUE(harness.network->flush(kStandstill));
     harness.pool.shutdown();
     std::signal(SIGPIPE, former);

@@ -20,7 +20,7 @@ struct ScriptedDnsSd::Shared {
     std::vector<std::shared_ptr<Record>> records;
     std::optional<ResolveUpdate> answer;
 
-    /// Calls the record's handler on its queue, if the ask still stands then.
+    /// Calls the record's handler on its queue, unless the `Ask` has ended by then.
     template <typename Handler, typename Update>
     static void post(const std::shared_ptr<Shared>& shared, const std::shared_ptr<Record>& record,
                      Handler Record::*handler, Update update)
@@ -35,7 +35,7 @@ struct ScriptedDnsSd::Shared {
         });
     }
 
-    /// Under the lock.
+    /// Requires `mutex`.
     std::size_t standing() const
     {
         return static_cast<std::size_t>(std::count_if(

@@ -17,20 +17,20 @@ namespace quillbox {
 
 inline const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
 
-/// A complete answer to where something is.
+/// An update with these addresses, settled for both families.
 DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses);
 
-/// DNS-SD by hand for objects that live on real queues: it notes what it is asked, and a test
-/// delivers the updates. Thread-safe, as the real one is.
+/// A fake DNS-SD for objects on real queues: it records queries and registrations, and the test
+/// delivers the updates. Thread-safe, like the real one.
 class ScriptedDnsSd final : public DnsSd {
 public:
-    /// One question or registration. It outlives the `Ask`, which only marks it as ended.
+    /// One query or registration. It outlives its `Ask`, whose destruction sets `isEnded`.
     struct Record {
         enum class Kind { Browse, Resolve, ResolveHost, Register, FindOwn };
 
         Kind kind = Kind::Browse;
-        std::string text;                       ///< the type, the host name, or an own name
-        std::optional<ServiceEndpoint> service; ///< what is to be resolved
+        std::string text;                       ///< service type, host name or service name
+        std::optional<ServiceEndpoint> service; ///< to resolve
         std::optional<ServiceRegistration> registration;
         std::uint16_t port = 0; ///< of a registration
         std::shared_ptr<DispatchQueue> queue;
@@ -55,24 +55,24 @@ public:
                                  std::shared_ptr<DispatchQueue> queue,
                                  std::function<void(const OwnServiceUpdate&)> handler) override;
 
-    /// What has been asked, in order, the ended ones included.
+    /// All queries and registrations so far, in order, including ended ones.
     std::size_t count() const;
     Record record(std::size_t index) const;
 
-    /// Waits until so many have been asked.
+    /// Waits for at least `count` queries and registrations; false on timeout.
     bool waitForCount(std::size_t count, std::chrono::milliseconds limit) const;
 
-    /// How many asks stand.
+    /// The number of active queries and registrations.
     std::size_t standing() const;
 
-    /// Waits until so many stand.
+    /// Waits until exactly `count` are active; false on timeout.
     bool waitForStanding(std::size_t count, std::chrono::milliseconds limit) const;
 
-    /// Puts an update on the queue of the ask; it is not delivered once the ask has ended.
+    /// Posts an update to the queue of the record; it is dropped if the `Ask` has ended by then.
     void deliver(std::size_t index, ResolveUpdate update);
     void deliver(std::size_t index, RegistrationUpdate update);
 
-    /// Answers every resolution from now on with `update`, at once.
+    /// Answers every later resolution with `update` immediately.
     void answerAll(ResolveUpdate update);
 
 private:

@@ -229,7 +229,7 @@ TEST_F(ServiceLocatorTest, givesALinkLocalAddressItsScope)
 {
     monitor.setAddresses({interfaceAddress(kLoopback, "lo", "127.0.0.1")});
     tellOwn(std::nullopt);
-    // The loopback interface is there on every machine, under its index 1.
+    // Every machine has the loopback interface, with index 1.
     tellFound({found("fe80::7", kLoopback)});
     EXPECT_EQ(answers, Answers{serverAt("fe80::7%lo", kServicePort)});
 }

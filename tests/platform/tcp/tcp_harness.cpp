@@ -35,7 +35,7 @@ int connectTo(const SocketAddress& address, bool isBlocking = true)
     return descriptor;
 }
 
-/// The bytes of a content, out of the pipe if they are in one.
+/// The bytes of a content, read from the pipe if it is piped.
 std::string bytesOf(const Content& content)
 {
     auto* piped = dynamic_cast<PipedChunk*>(content.storage());
@@ -217,7 +217,7 @@ void PeerListener::close()
 
 SilentAddress::SilentAddress(const std::string& address) : listener_(address, 0)
 {
-    // One more than the backlog is taken; some to spare.
+    // The kernel queues one connection more than the backlog; the others make sure that it is full.
     for (int count = 0; count < 3; ++count)
         fillers_.emplace_back(connectTo(listener_.address(), false));
     (void)fillers_.front().waitUntilAcknowledged();
@@ -286,7 +286,7 @@ void Subject::drop()
 
 void Subject::settle()
 {
-    // Twice, for what the first turn puts on the queue.
+    // Twice, to include work that the pending work submits.
     for (int turn = 0; turn < 2; ++turn) {
         std::promise<void> done;
         queue_->async([&done] { done.set_value(); });
@@ -395,7 +395,8 @@ std::string fillBuffers(Subject& subject, std::future<std::error_code>& pending)
         isPending = pending.wait_for(kWatch) == std::future_status::timeout;
         if (!isPending)
             continue;
-        // It may only have been late, on a busy machine: the queue has its turn before it counts.
+        // On a busy machine the send may only be late: let the queue run before it counts as
+        // pending.
         subject.settle();
         isPending = pending.wait_for(kWatch) == std::future_status::timeout;
     }

@@ -21,13 +21,13 @@
 
 namespace quillbox {
 
-/// How long a test waits for what must happen.
+/// How long a test waits for something that must happen.
 inline constexpr std::chrono::seconds kPatience{20};
 
-/// How long a test watches for what must not happen.
+/// How long a test waits to see that something does not happen.
 inline constexpr std::chrono::milliseconds kWatch{200};
 
-/// A monitor whose addresses and changes a test gives. Thread-safe.
+/// A monitor with addresses and change notifications set by the test. Thread-safe.
 class ScriptedMonitor final : public NetworkMonitor {
 public:
     std::vector<InterfaceAddress> addresses() const override;
@@ -50,8 +50,8 @@ private:
     std::vector<std::weak_ptr<Subscriber>> subscribers_;
 };
 
-/// A plain socket of a peer, independent of the code under test. Calls block, for `kPatience` at
-/// the most.
+/// A plain socket of a peer, independent of the code under test. Calls block for at most
+/// `kPatience`.
 class Peer final {
 public:
     explicit Peer(int descriptor);
@@ -62,24 +62,24 @@ public:
 
     int descriptor() const { return descriptor_; }
 
-    /// False when the connection failed.
+    /// Sends all bytes; false on an error.
     bool send(std::string_view bytes) const;
 
-    /// What comes, `most` bytes at the most; empty at the end of the stream and after an error.
+    /// Receives up to `most` bytes; empty at the end of the stream and after an error.
     std::string receive(std::size_t most) const;
 
-    /// Everything until the end of the stream. `isClean` tells whether it ended without an error.
+    /// Receives until the end of the stream or an error. `isClean` is false after an error.
     std::string receiveAll(bool& isClean) const;
 
-    /// Exactly so many bytes, if they come.
+    /// Receives `count` bytes, or fewer if the stream ends or fails before.
     std::string receiveExactly(std::size_t count) const;
 
     void shutDownSending() const;
 
-    /// Waits until all that was sent has arrived at the other side's system.
+    /// Waits until the other side's kernel has acknowledged all data sent; false on timeout.
     bool waitUntilAcknowledged() const;
 
-    /// Ends the connection with a reset.
+    /// Closes the connection with a reset (RST).
     void reset();
     void close();
 
@@ -107,8 +107,8 @@ private:
     std::uint16_t port_ = 0;
 };
 
-/// An address on loopback that does not answer: its listener's queue is full, so that requests are
-/// dropped without a word.
+/// A loopback address that does not answer: its listener's accept queue is full, so the kernel
+/// drops connection requests silently.
 class SilentAddress final {
 public:
     explicit SilentAddress(const std::string& address);
@@ -122,14 +122,14 @@ private:
 
 Peer connectPeer(std::uint16_t port);
 
-/// What a receive yielded.
+/// The result of a receive.
 struct Received {
     std::string bytes;
     bool isComplete = false;
     std::error_code error;
 };
 
-/// Notes a connection's or listener's state reports, and waits for them. Thread-safe.
+/// Records the state updates of a connection or listener, and waits for them. Thread-safe.
 template <typename State> class StateLog final {
 public:
     struct Report {
@@ -189,7 +189,7 @@ private:
     std::vector<Report> reports_;
 };
 
-/// A connection under test, with its calls made on its queue and its answers as futures.
+/// A connection under test. Makes calls on its queue and returns the results as futures.
 class Subject final {
 public:
     Subject(std::shared_ptr<Connection> connection, std::shared_ptr<DispatchQueue> queue);
@@ -200,10 +200,10 @@ public:
     std::future<std::error_code> send(std::string bytes);
     void cancel();
 
-    /// Gives the connection up without cancelling it.
+    /// Releases the connection without cancelling it.
     void drop();
 
-    /// Waits until the queue has run all that is on it.
+    /// Waits until the queue has run all pending work, and the work which that submits.
     void settle();
 
     const std::shared_ptr<Connection>& connection() const { return connection_; }
@@ -217,7 +217,7 @@ private:
     const std::shared_ptr<DispatchQueue> queue_;
 };
 
-/// A whole TCP network with scripted surroundings. All pending work ends with it.
+/// A `TcpNetwork` with a scripted DNS-SD and network monitor. Pending work is dropped with it.
 class Harness final {
 public:
     Harness();
@@ -228,16 +228,16 @@ public:
 
     std::shared_ptr<DispatchQueue> makeQueue();
 
-    /// A started listener; connections that it accepts come to `nextAccepted`.
+    /// Starts a listener; `nextAccepted` returns the connections that it accepts.
     std::shared_ptr<Listener> listen();
     std::uint16_t listeningPort() const { return listeningPort_; }
     std::size_t acceptedCount();
     bool waitForAccepted(std::size_t count, std::chrono::milliseconds limit = kPatience);
 
-    /// The next accepted connection, not started yet; none when none came.
+    /// The next accepted connection, not started yet; throws if none arrives within `kPatience`.
     std::shared_ptr<Connection> nextAccepted();
 
-    /// A started accepted connection and its peer.
+    /// An accepted connection in the Ready state, and its peer.
     std::pair<Subject, Peer> acceptedPair();
 
     Subject dial(const Endpoint& endpoint);
@@ -257,14 +257,14 @@ private:
     std::size_t handedOut_ = 0;
 };
 
-/// Sends until the system's buffers are full and a send stays pending. Gives all that was handed
-/// over, the content of the pending send included.
+/// Sends until the socket buffers are full and a send stays pending. Returns all data sent,
+/// including that of the pending send.
 std::string fillBuffers(Subject& subject, std::future<std::error_code>& pending);
 
-/// A text of so many bytes that differs at every place from one moved by a little.
+/// `size` pseudo-random bytes, so that lost, repeated or shifted data is detected.
 std::string pattern(std::size_t size);
 
-/// The value, or a failure of the test when it does not come.
+/// The value of the future; throws if it is not ready within `kPatience`.
 template <typename Value> Value take(std::future<Value> future)
 {
     if (future.wait_for(kPatience) != std::future_status::ready)

@@ -19,7 +19,7 @@ Registration update(Registration::State state, std::error_code error = {},
     return {.state = state, .error = error, .name = name};
 }
 
-/// Whether the port is open.
+/// Whether a connection to `port` on 127.0.0.1 succeeds.
 bool accepts(std::uint16_t port)
 {
     const Peer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
@@ -29,7 +29,7 @@ bool accepts(std::uint16_t port)
            == 0;
 }
 
-/// A listener with a service, on a queue of its own.
+/// A listener with a service, on its own queue.
 struct Stage {
     Stage()
     {
@@ -232,7 +232,7 @@ TEST(TcpListener, survivesConnectionsThatAreResetBeforeTheyAreAccepted)
         connectPeer(harness.listeningPort()).reset();
     const auto peer = connectPeer(harness.listeningPort());
     ASSERT_TRUE(peer.send("x"));
-    // Some of the others may have been accepted before their reset.
+    // Some of the others may have been accepted before they were reset.
     std::string received;
     while (received.empty()) {
         Subject subject(harness.nextAccepted(), harness.makeQueue());
@@ -254,7 +254,7 @@ TEST(TcpListener, saysWhyAPortCannotBeHad)
 TEST(TcpListener, reusesAPortOnlyWhenThatIsAllowed)
 {
     Stage stage;
-    // A connection that this side closes first keeps the port for a minute.
+    // The side that closes first keeps the port in TIME_WAIT for a minute.
     stage.listener->setNewConnectionHandler([](const std::shared_ptr<Connection>&) {});
     stage.start();
     auto peer = connectPeer(stage.port);

@@ -14,8 +14,8 @@ Traffic trafficOf(const Harness& harness)
     return harness.network->traffic().listeners.at("Test");
 }
 
-/// The traffic once `isAwaited` holds for it; what there is when it never does. What is counted
-/// after a peer has its bytes comes a moment after it.
+/// The traffic once `isAwaited` holds, or the current traffic after `kPatience`. Counters may
+/// change slightly later than the test can see the cause.
 template <typename Condition> Traffic awaited(const Harness& harness, Condition isAwaited)
 {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -75,7 +75,7 @@ TEST(TcpTraffic, ofAcceptedConnectionsIsCountedBothWays)
     auto [subject, peer] = harness.acceptedPair();
     EXPECT_EQ(trafficOf(harness), (Traffic{.sessions = 1, .sessionsInAll = 1}));
 
-    // Large enough to go through pipes as well.
+    // Large enough to use pipes as well.
     const auto bytes = pattern(4 * kMaximumContentSize);
     std::thread sender([&bytes, &peer = peer] { EXPECT_TRUE(peer.send(bytes)); });
     std::size_t received = 0;
