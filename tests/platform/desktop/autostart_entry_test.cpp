@@ -69,7 +69,7 @@ TEST_F(AutostartEntry, thatIsNotThereIsOff)
 
 TEST_F(AutostartEntry, thatCannotBeChangedIsReported)
 {
-    QDir().mkpath(file()); // a folder in its place
+    QDir().mkpath(file()); // a folder instead of a file
     for (const Autostart wanted : {Autostart::On, Autostart::Off}) {
         const auto result = setAutostart(wanted, path(), kProgram);
         EXPECT_FALSE(result.isDone);

@@ -35,7 +35,7 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A listener on the main thread, and others that speak to it.
+/// A listener on the main thread, and its clients.
 class CopyExchange : public ::testing::Test {
 protected:
     static constexpr const char* kName = "copy.socket";
@@ -68,7 +68,7 @@ protected:
         return connection;
     }
 
-    /// Runs `work` as another process would, while this thread serves.
+    /// Runs `work` on another thread, as another process would, while this one runs the event loop.
     static void elsewhere(const std::function<void()>& work)
     {
         std::atomic<bool> isDone = false;
@@ -96,7 +96,7 @@ protected:
                   static_cast<ssize_t>(bytes.size()));
     }
 
-    /// What comes until the other side hangs up.
+    /// Receives until the other side closes the connection.
     static std::string readAll(const FileDescriptor& connection)
     {
         std::string all;
@@ -110,7 +110,7 @@ protected:
         return all;
     }
 
-    /// Those of this process, where both sides are.
+    /// The number of file descriptors of this process, which has both ends of each connection.
     static std::ptrdiff_t openDescriptors()
     {
         const std::filesystem::directory_iterator all("/proc/self/fd");
@@ -222,7 +222,8 @@ TEST_F(CopyExchange, oneWhoDoesNotReadHoldsNobodyUp)
     write(lazy, "message - long\n");
     EXPECT_TRUE(runUntil([this] { return messages.size() == 1; }));
     EXPECT_EQ(ask("short"), "here");
-    // It is hung up on in the end, and has only what the system's buffers held.
+    // The listener closes the connection in the end; what arrives is what was in the socket
+    // buffers.
     std::array<char, 1> byte{};
     QElapsedTimer timer;
     timer.start();
@@ -269,7 +270,7 @@ TEST_F(CopyExchange, takesNoMoreThanSoManyAtATime)
         QCoreApplication::processEvents();
     EXPECT_EQ(openDescriptors(), before + 32);
 
-    // Whoever leaves makes room for one.
+    // A client that disconnects frees a slot.
     silent.erase(silent.begin());
     EXPECT_TRUE(runUntil([&] { return openDescriptors() == before + 31; }));
     EXPECT_EQ(ask("hello"), "heard hello");
@@ -332,7 +333,7 @@ TEST_F(CopyExchange, theEndOfTheOtherProcessIsNoticed)
     ASSERT_TRUE(self.isOpen());
     EXPECT_FALSE(waitForProcess(self.get(), 50ms));
 
-    // A socket's credentials are those of whoever listens, who is the child here.
+    // SO_PEERCRED gives the credentials of the process that called listen(), here the child.
     std::array<int, 2> ready{};
     ASSERT_EQ(::pipe2(ready.data(), O_CLOEXEC), 0);
     const pid_t child = ::fork();
@@ -358,14 +359,14 @@ TEST_F(CopyExchange, theEndOfTheOtherProcessIsNoticed)
     ::waitpid(child, nullptr, 0);
 }
 
-/// Root only, who can be somebody else for a moment.
+/// Needs root, to switch to another user.
 class ForeignUser : public CopyExchange {
 protected:
     void SetUp() override
     {
         if (::geteuid() != 0)
             GTEST_SKIP() << "only root can be another user";
-        // What keeps others away in the first place.
+        // Removes the file permissions that normally keep other users out.
         ::chmod(path().c_str(), 0777);
         ::chmod((path() + '/' + kName).c_str(), 0666);
     }

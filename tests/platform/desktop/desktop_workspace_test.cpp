@@ -16,7 +16,7 @@ using ::testing::IsEmpty;
 
 class DesktopWorkspaceTest : public ::testing::Test {
 protected:
-    /// Puts a program in the place of the desktop's opener.
+    /// Installs a script as `xdg-open`.
     void makeOpener(const QByteArray& script)
     {
         QFile program(folder.filePath(QStringLiteral("xdg-open")));
@@ -32,7 +32,7 @@ protected:
         return ::testing::internal::GetCapturedStderr();
     }
 
-    /// Notes what it is given.
+    /// Records the URLs that it is given.
     class RecordingOpener final : public SmbOpener {
     public:
         void open(const std::string& url) override { opened.push_back(url); }

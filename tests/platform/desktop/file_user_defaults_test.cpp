@@ -40,7 +40,7 @@ protected:
 
     QJsonObject object() const { return QJsonDocument::fromJson(read()).object(); }
 
-    /// Opens the store; gives what it says.
+    /// Opens the store and returns what it prints to standard error.
     std::string open(const char* name = "settings.json")
     {
         store = nullptr;
@@ -56,7 +56,7 @@ protected:
         return ::testing::internal::GetCapturedStderr();
     }
 
-    /// The turn of the main queue in which the values are written; gives what is said.
+    /// Runs the main queue, which writes the values, and returns what is printed to standard error.
     std::string settle()
     {
         return printedBy([this] { dispatch.runAll(); });
@@ -300,7 +300,7 @@ TEST_F(FileUserDefaultsTest, inAFolderThatCannotBeWrittenToTheOldFileStaysAndLat
 
     ASSERT_EQ(::chmod(QFile::encodeName(folder.path()).constData(), 0700), 0);
     QFile::remove(pathOf("settings.json"));
-    // The same value: it is the disk that does not have it.
+    // The value is the same, but it is not on disk yet, so it must be written.
     store->setString("host", "new");
     EXPECT_THAT(settle(), IsEmpty());
     EXPECT_EQ(object().value(QStringLiteral("host")), QStringLiteral("new"));

@@ -1,5 +1,5 @@
-// The clock of the day is this program's own to move here: the functions that tell it are defined
-// below in place of the C library's.
+// This program defines clock_gettime() and gettimeofday() itself, replacing those of the C library,
+// so that the test can set its wall clock.
 
 #include "platform/desktop/main_queue.h"
 #include "platform/dnssd/net_service.h"
@@ -23,7 +23,7 @@ std::atomic<std::time_t> shift{0};
 
 } // namespace
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): theirs are reserved
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc uses reserved names
 extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
 {
     const long failure = ::syscall(SYS_clock_gettime, clock, time);
@@ -32,7 +32,7 @@ extern "C" int clock_gettime(clockid_t clock, timespec* time) noexcept
     return static_cast<int>(failure);
 }
 
-// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): theirs are reserved
+// NOLINTNEXTLINE(readability-inconsistent-declaration-parameter-name): glibc uses reserved names
 extern "C" int gettimeofday(timeval* time, void* /*zone*/) noexcept
 {
     timespec now{};

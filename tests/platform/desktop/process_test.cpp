@@ -21,7 +21,7 @@ using ::testing::ContainsRegex;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-/// The exit status of a check that is made in a process of its own.
+/// The exit status of a death test's child process for the result of its check.
 int verdict(bool isGood)
 {
     return isGood ? EXIT_SUCCESS : EXIT_FAILURE;
@@ -47,7 +47,8 @@ protected:
         return pipe.readAll();
     }
 
-    /// A file of /proc as a started program sees it. No shell is asked: it tidies up signals.
+    /// A file of /proc/self as a started program sees it. Not read by a shell, which changes signal
+    /// handling.
     std::string procFile(const std::string& name, const InheritedLimits& limits)
     {
         return outputOf({"dd", "status=none", "if=/proc/self/" + name, "of=" + pipe.path()},

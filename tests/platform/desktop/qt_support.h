@@ -9,13 +9,13 @@
 
 namespace quillbox {
 
-/// The user "nobody", who owns nothing.
+/// The user "nobody", who owns no files.
 inline constexpr uid_t kNobody = 65534;
 
-/// Runs the event loop until `isDone`, a long time at the most; gives whether it is.
+/// Runs the event loop until `isDone` returns true or 20 s have passed; returns whether it does.
 bool runUntil(const std::function<bool()>& isDone);
 
-/// Sets environment variables until the end of the test; an empty value unsets.
+/// Sets environment variables and restores them on destruction; an empty value unsets.
 class Environment final {
 public:
     void set(const char* name, const QByteArray& value);
@@ -34,11 +34,11 @@ private:
     std::vector<Saved> saved;
 };
 
-/// Another user than root while it lives, for root may do what others may not. Nothing when the
-/// tests are not run by root.
+/// Switches the effective user from root to "nobody" until it is destroyed, since root bypasses
+/// file permissions. Does nothing if the tests do not run as root.
 class OrdinaryUser final {
 public:
-    /// The folder becomes that user's own.
+    /// Also makes that user the owner of the folder, permanently.
     explicit OrdinaryUser(const std::string& folder);
     OrdinaryUser(const OrdinaryUser&) = delete;
     OrdinaryUser& operator=(const OrdinaryUser&) = delete;
@@ -48,7 +48,7 @@ private:
     const uid_t before;
 };
 
-/// A named pipe, for a program to write to that is nobody's child.
+/// A named pipe for the output of a program that is not a child of the test.
 class NamedPipe final {
 public:
     explicit NamedPipe(std::string path);
@@ -59,12 +59,13 @@ public:
 
     const std::string& path() const { return path_; }
 
-    /// What one writer after the other writes to it until the last one has closed it, be it before
-    /// this call.
+    /// Returns what all writers write until the last one closes the pipe, which may have happened
+    /// before this call. Waits at most 20 s for each piece.
     std::string readAll();
 
 private:
-    /// Whoever opens a pipe learns nothing of a writer that had closed it before.
+    /// Reopens the reading end: a new one reports no hang-up because of writers that closed the
+    /// pipe before.
     void openAnew();
 
     const std::string path_;

@@ -27,7 +27,7 @@ protected:
         ::chmod(folders.shared.c_str(), 01777);
     }
 
-    /// Where the opened folder is, below the test's own; empty when none is opened.
+    /// The path of the opened folder, relative to that of the test; empty if opening fails.
     std::string opened(const std::string& identifier = kFolderName)
     {
         problem.clear();
@@ -107,7 +107,7 @@ TEST_F(RegistrationFolder, isRefusedWhenItIsOpenToOthers)
 TEST_F(RegistrationFolder, isRefusedWhenItBelongsToSomebodyElse)
 {
     if (::geteuid() != 0)
-        return; // Only root can give a folder away.
+        return; // Only root can change the owner.
     folders.xdg = folders.user = {};
     const std::string path = pathOf(sharedName.c_str());
     ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);

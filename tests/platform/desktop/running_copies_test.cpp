@@ -44,8 +44,8 @@ protected:
                                         .activationToken = token});
     }
 
-    /// Connects to the one copy that runs and sends these bytes; gives what it answers until it
-    /// closes the connection.
+    /// Connects to the only running copy, sends `bytes` and returns its response up to the end of
+    /// the connection.
     std::string answerTo(const std::string& bytes)
     {
         const QDir folder(base.filePath(QString::fromLatin1(kIdentifier)));
@@ -69,7 +69,7 @@ protected:
         return answer;
     }
 
-    /// The activation as from another process, which does not run this one's loop.
+    /// Activates from another thread, as another process would, while this one runs the event loop.
     static void activateFromElsewhere(RunningApplication& copy)
     {
         std::atomic<bool> isDone = false;

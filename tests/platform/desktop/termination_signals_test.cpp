@@ -10,7 +10,8 @@ namespace quillbox {
 
 namespace {
 
-/// Takes one signal, in a process of its own, and exits with the number of calls.
+/// Raises a signal and exits with the number of handler calls. Runs in the child process of a death
+/// test.
 [[noreturn]] void takeOne(int signal)
 {
     int requests = 0;
@@ -20,7 +21,7 @@ namespace {
     std::_Exit(signals ? requests : -1);
 }
 
-/// Takes two; exits with 0 if it lives.
+/// Raises two signals and exits with 0 if the process survives both.
 [[noreturn]] void takeTwo(int first, int second)
 {
     const auto signals = makeTerminationSignals([] {});

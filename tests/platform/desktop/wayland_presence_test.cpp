@@ -17,7 +17,7 @@ class WaylandPresenceTest : public ::testing::Test {
 protected:
     WaylandPresenceTest() { environment.set(kVariable, {}); }
 
-    /// What the toolkit finds as the permission when it shows the window.
+    /// The activation token that is in the environment when the toolkit shows the window.
     QByteArray permissionSeen()
     {
         QByteArray seen = "the window is not shown";

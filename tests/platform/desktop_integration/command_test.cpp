@@ -80,7 +80,8 @@ TEST_F(CommandTest, givesUpWhenTheTimeIsOver)
 
 TEST_F(CommandTest, isNotHeldUpByWhatTheProgramStarted)
 {
-    // What runs on has the other end of our pipe; the end of the program itself counts.
+    // The background process keeps the write end of the pipe open; only the exit of the program
+    // counts.
     start({"sh", "-c", "sleep 20 & echo $!"});
     ASSERT_TRUE(waitUntil([this] { return result.has_value(); }, 5000));
     EXPECT_TRUE(result->isSuccess);

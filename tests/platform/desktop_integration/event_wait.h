@@ -7,7 +7,7 @@
 
 namespace quillbox {
 
-/// Runs the event loop until the condition holds; false when it does not within the time.
+/// Runs the event loop until the condition holds; false on timeout.
 template <typename Condition> bool waitUntil(Condition condition, int milliseconds = 10'000)
 {
     const QDeadlineTimer deadline(milliseconds);

@@ -1,5 +1,5 @@
-// A file manager on the session bus, for one call: it tells the script that its first argument
-// names which folders to show, and ends.
+// A file manager on the session bus that handles one call: it runs the script named by its first
+// argument with the method name and the folders to show, replies and exits. Gives up after 20 s.
 
 #include <QCoreApplication>
 #include <QDBusConnection>

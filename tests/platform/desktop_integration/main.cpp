@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-/// The tests wait in Qt's event loop.
+/// The tests run Qt's event loop, so they need a QCoreApplication.
 int main(int argumentCount, char** arguments)
 {
     ::testing::InitGoogleMock(&argumentCount, arguments);

@@ -7,7 +7,7 @@
 
 namespace quillbox {
 
-/// A session bus that only one test knows. It ends with the object.
+/// A session bus for one test. The destructor kills it.
 class PrivateBus final {
 public:
     PrivateBus();
@@ -15,10 +15,10 @@ public:
     PrivateBus& operator=(const PrivateBus&) = delete;
     ~PrivateBus();
 
-    /// A new connection each time.
+    /// Opens a new connection each time. The first call starts the bus.
     QDBusConnection connect();
 
-    /// From now on the bus starts `program` for whoever calls `name`. Before the first connection.
+    /// Makes the bus start `program` for a call to `name`. To be called before the first `connect`.
     void makeActivatable(const QString& name, const QString& program);
 
 private:

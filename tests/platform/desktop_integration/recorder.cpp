@@ -18,7 +18,7 @@ Recorder::Recorder()
 {
     const QByteArray pipe = folder.filePath(QStringLiteral("calls")).toUtf8();
     EXPECT_EQ(::mkfifo(pipe.constData(), 0600), 0);
-    // For writing as well, or it would be at its end whenever no script writes.
+    // O_RDWR: without a writer of its own, the pipe would be at its end whenever no script writes.
     descriptor = ::open(pipe.constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
     notifier = std::make_unique<QSocketNotifier>(descriptor, QSocketNotifier::Read);
     QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(),

@@ -8,8 +8,8 @@
 
 namespace quillbox {
 
-/// A folder with scripts that tell how they were called. Each call is one line: the name of the
-/// script and its arguments, a "|" behind each.
+/// A folder with scripts that record their calls. Each call is one line: the name of the script and
+/// its arguments, each followed by "|".
 class Recorder final {
 public:
     Recorder();
@@ -19,13 +19,13 @@ public:
 
     QString path() const { return folder.path(); }
 
-    /// Makes a script that tells of its call and goes on with `rest`, in the language of the shell.
-    /// Returns its path.
+    /// Creates a script that records its call and then runs `rest`, which is shell code. Returns
+    /// its path.
     QString addScript(const QString& name, const QString& rest = {});
 
     void write(const QString& name, const QString& text) const;
 
-    /// Waits for this number of calls and returns what there is.
+    /// Waits for at least `count` calls and returns all calls so far.
     QStringList calls(int count);
 
 private:

@@ -8,7 +8,7 @@ namespace quillbox {
 
 namespace {
 
-/// U+202E, which turns the direction of writing; not in a text, where it would turn the source.
+/// U+202E RIGHT-TO-LEFT OVERRIDE. Not written in a literal, where it would reorder the source code.
 std::string turn()
 {
     return {'\xE2', '\x80', '\xAE'};

@@ -83,7 +83,8 @@ protected:
         fileManager = std::make_unique<FileManager>(bus.connect(), manner);
     }
 
-    /// A stand-in that answers "gio mime" with `handler` and fails at the named command.
+    /// Installs a fake `gio` that answers "gio mime" with `handler` and fails for the command
+    /// `failing`.
     void addGio(const QString& handler, const QString& failing = QStringLiteral("none"))
     {
         scripts.addScript(QStringLiteral("gio"),
@@ -94,7 +95,7 @@ protected:
                               .arg(handler, failing));
     }
 
-    /// A desktop entry for folders, in the place where only this test looks.
+    /// Installs a desktop entry for folders in a data folder that only this test uses.
     void addHandler(const QString& command)
     {
         qputenv("XDG_DATA_HOME", scripts.path().toUtf8());
@@ -260,7 +261,7 @@ TEST_F(SmbOpenerTest, saysInOneLineThatNothingOpensTheUrl)
     makeOpener();
     ::testing::internal::CaptureStderr();
     opener->open(kUrl);
-    // It can be opened anew once the attempt is over.
+    // While an attempt is active, opening the same URL again is ignored.
     EXPECT_TRUE(waitUntil([this] {
         opener->open(kUrl);
         return scripts.calls(3).size() > 3;
@@ -367,7 +368,8 @@ TEST_F(SmbOpenerTest, opensAgainWhatWasOpenedBefore)
     addFileManager(FileManager::Manner::Obliging);
     makeOpener();
     for (std::size_t count = 1; count <= 2; ++count) {
-        // The answer of the file manager is under way when its window is there.
+        // The call is recorded before its reply arrives; until then, opening the same URL is
+        // ignored.
         ASSERT_TRUE(waitUntil([&] {
             opener->open(kUrl);
             return fileManager->folders.size() >= count;

@@ -14,7 +14,7 @@ namespace quillbox {
 
 namespace {
 
-/// Holds the selection of the tray of screen 0 while it lives.
+/// Owns the system tray selection of screen 0 until it is destroyed.
 class Manager final {
 public:
     Manager() : connection(xcb_connect(nullptr, nullptr))
