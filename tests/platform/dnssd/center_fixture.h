@@ -18,7 +18,7 @@ inline constexpr dnssd::Sighting kWired{2, dnssd::Family::IPv4};
 inline constexpr dnssd::Sighting kWiredIPv6{2, dnssd::Family::IPv6};
 inline constexpr dnssd::Sighting kWireless{3, dnssd::Family::IPv4};
 
-/// A `DnsSd` whose engine and clock the test plays.
+/// A `DnsSd` with a fake engine and a fake clock.
 class CenterTest : public testing::Test {
 protected:
     void emit(dnssd::Event event)

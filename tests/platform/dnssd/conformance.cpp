@@ -49,7 +49,7 @@ bool isReady(const Registrations& log, const std::string& name)
     return last.state == RegistrationState::Ready && last.name == name;
 }
 
-/// The printed IPv4 addresses, or the printed IPv6 ones.
+/// The addresses of the given family.
 std::vector<DnsSd::FoundAddress> ofFamily(int family, const DnsSd::ResolveUpdate& update)
 {
     std::vector<DnsSd::FoundAddress> result;
@@ -250,7 +250,7 @@ TEST_P(DnsSdConformance, findsItsOwnServiceUnderTheNameThatWasAskedFor)
     ASSERT_TRUE(service);
     EXPECT_EQ(service->onLoopback.port, kPort);
 
-    // What the network knows of that host is this computer.
+    // The network resolves the service to the same host name.
     const Resolutions resolved;
     const auto resolution =
         harness->here().resolve(endpoint("Taken #2"), harness->queue(), resolved.handler());

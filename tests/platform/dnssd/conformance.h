@@ -13,9 +13,9 @@
 
 namespace quillbox {
 
-/// What the conformance suite of `DnsSd` needs of the world around it: two hosts on one link, each
-/// with a `DnsSd` of its own. Both hosts have on that link an IPv4 address and a link-local IPv6
-/// address; nothing else is advertised there.
+/// The environment of the `DnsSd` conformance suite: two hosts on one link, each with its own
+/// `DnsSd`. Each host has an IPv4 address and a link-local IPv6 address on that link. Nothing else
+/// advertises services of the types under test there.
 class DnsSdHarness {
 public:
     virtual ~DnsSdHarness() = default;
@@ -32,18 +32,19 @@ public:
     /// A serial queue for handlers.
     virtual std::shared_ptr<DispatchQueue> queue() = 0;
 
-    /// Lets time pass until `condition` holds; false when it does not within `limit`. The condition
-    /// is evaluated on the calling thread and locks what it shares with handlers by itself.
+    /// Waits until `condition` holds; false if it does not within `limit`. A backend with a fake
+    /// clock advances it. The condition is evaluated on the calling thread and must itself lock
+    /// what it shares with handlers.
     virtual bool waitUntil(const std::function<bool()>& condition,
                            std::chrono::milliseconds limit) = 0;
 
-    /// Makes the engine behind `here()` go without a word, and come back.
+    /// Makes the engine behind `here()` unavailable without a shutdown, and available again.
     virtual void takeEngineAway() = 0;
     virtual void bringEngineBack() = 0;
 };
 
-/// How the suite is plugged in: `INSTANTIATE_TEST_SUITE_P(Name, DnsSdConformance, Values(...))` in
-/// an executable that also lists conformance.cpp among its sources.
+/// To run the suite, use `INSTANTIATE_TEST_SUITE_P(Name, DnsSdConformance, Values(...))` in an
+/// executable that also lists conformance.cpp among its sources.
 struct DnsSdHarnessFactory {
     std::string name;
     std::function<std::unique_ptr<DnsSdHarness>()> make;

@@ -15,7 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 using namespace dnssd;
 
-/// A queue that runs on a thread of its own, for what must be seen with real threads.
+/// A queue run by its own thread, for tests that need real threads.
 class ThreadQueue final : public DispatchQueue {
 public:
     ThreadQueue() = default;
@@ -30,14 +30,14 @@ public:
         changed.notify_one();
     }
 
-    /// The clock of this queue stands still.
+    /// Drops the work: this queue has no clock.
     void asyncAfter(std::chrono::milliseconds /*delay*/, Work /*work*/) override {}
 
     bool isCurrent() const override { return false; }
     const std::string& label() const override { return name; }
     QualityOfService qualityOfService() const override { return QualityOfService::Utility; }
 
-    /// Runs what is handed over until `end` is called and nothing is left.
+    /// Runs submitted work until `end` is called and nothing is pending.
     void run()
     {
         std::unique_lock lock(mutex);
@@ -69,7 +69,7 @@ private:
     bool isEnding = false;
 };
 
-/// An engine that answers from a thread of its own, without pause, until it is stopped.
+/// An engine that emits events continuously from its own thread until it is stopped.
 class RestlessEngine final : public Engine {
 public:
     explicit RestlessEngine(std::atomic<int>& sentAfterStop) : lateRequests(sentAfterStop) {}

@@ -31,7 +31,7 @@ bool isHostName(const std::string& name)
 
 TEST(HostIdentity, isTheSameInEveryRun)
 {
-    // Written down, so that no version changes the names that file browsers have kept.
+    // A literal, so that no version changes the names that file browsers have stored.
     const HostIdentity identity = identityOf("My-PC.local", "Quillbox");
     EXPECT_EQ(identity.hostName, "my-pc-quillbox-c8613708.local");
     EXPECT_EQ(identity, identityOf("my-pc.local", "Quillbox"));

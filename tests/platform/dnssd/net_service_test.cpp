@@ -26,7 +26,7 @@ protected:
         onMain([this] { netService->resolve(6s); });
     }
 
-    /// Runs on the main queue, where a net service is used.
+    /// Runs `work` on the main queue, as a `NetService` requires.
     void onMain(const std::function<void()>& work)
     {
         dispatch.main().async(work);

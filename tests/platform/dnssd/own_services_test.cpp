@@ -37,7 +37,7 @@ protected:
         return ask;
     }
 
-    /// What is told at once.
+    /// The result that is reported immediately.
     std::optional<DnsSd::OwnService> found(const std::string& name,
                                            const std::string& type = "_smb._tcp")
     {

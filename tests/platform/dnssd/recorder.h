@@ -8,7 +8,7 @@
 
 namespace quillbox {
 
-/// Notes the updates that a handler is given, on whatever thread.
+/// Records the updates passed to its handler, on any thread.
 template <class Update> class Recorder final {
 public:
     std::function<void(const Update&)> handler() const
@@ -27,7 +27,7 @@ public:
 
     std::size_t count() const { return all().size(); }
 
-    /// The last one; a default-made one before the first.
+    /// The last update, or a default-constructed one before the first.
     Update last() const
     {
         const std::lock_guard lock(shared->mutex);

@@ -316,7 +316,7 @@ TEST_F(RegistrationTest, waitsForItsTurnAmongMany)
                                                 1, dispatch.mainQueue(), [](const auto&) {}));
     dispatch.advance(kRegistrationLimit - 1ms);
     EXPECT_EQ(engine.count<StopRequest>(), 0U);
-    // What was the last of all is given the time of those in front of it.
+    // The time limit of the last registration includes that of the batches before it.
     dispatch.advance(2 * kRegistrationLimit - 1ms);
     const auto standing = engine.standing<RegisterRequest>();
     EXPECT_TRUE(std::ranges::any_of(standing, [](const RegisterRequest& request) {

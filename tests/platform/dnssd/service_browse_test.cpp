@@ -28,7 +28,8 @@ protected:
         return {id(), sighting, name, "_smb._tcp", "local"};
     }
 
-    /// The sign of life of a service.
+    /// The id of the active location query that checks the liveness of a service; 0 if there is
+    /// none.
     AskId lifeOf(const std::string& name) const
     {
         for (const auto& request : engine.standing<LocationRequest>()) {
@@ -46,7 +47,7 @@ protected:
         return result;
     }
 
-    /// The sets that were told, one after the other without repetition.
+    /// The number of sets delivered in the Ready state, without consecutive duplicates.
     std::size_t setCount() const
     {
         std::vector<ServiceEndpoint> last;
@@ -257,7 +258,7 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
     dispatch.advance(1ms);
     ASSERT_NE(id(), first);
 
-    // An engine tells in no special order.
+    // An engine reports services in no particular order.
     emit(found("Left out"));
     for (std::size_t i = kMaximumServices; i-- > 0;) {
         if (i != 7 && i != 9)

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// What a test sees of an engine that was made, also after its end.
+/// The state of a `RecordingEngine`; it outlives the engine.
 struct EngineState {
     std::mutex mutex;
     std::condition_variable changed;

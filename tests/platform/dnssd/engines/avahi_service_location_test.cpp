@@ -11,7 +11,8 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Priority 1, weight 2, port 4445, and the name's labels with the root at the end.
+/// The data of an SRV record (RFC 2782): priority 1, weight 2, port 4445, and the labels of the
+/// target with the root label at the end.
 Bytes record(const std::vector<std::string>& labels)
 {
     Bytes bytes{0, 1, 0, 2, 0x11, 0x5d};

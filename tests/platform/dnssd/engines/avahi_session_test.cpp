@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-/// Avahi as the session sees it, where a test says what happens.
+/// A fake of the Avahi API, controlled by the test.
 class FakeAvahi final : public AvahiApi {
 public:
     class Group;
@@ -30,13 +30,14 @@ public:
     int lastError() override { return error; }
     std::string domainName() override { return "local"; }
 
-    /// The group that has published this, like "Name" or "host.local 3".
+    /// The group with this content, like "Name" or "host.local 3" (3 is the interface index); null
+    /// if there is none.
     Group* group(const std::string& content);
 
     std::vector<Question*> questions;
     std::vector<Group*> groups;
     std::size_t groupsMade = 0;
-    int error = AVAHI_OK; ///< of every call that makes something
+    int error = AVAHI_OK; ///< of all calls that create an object
     int addServiceError = AVAHI_OK;
 };
 
@@ -146,7 +147,7 @@ protected:
         }
     }
 
-    /// Whatever waits is published in turn, and established.
+    /// Publishes and establishes all waiting registrations, batch by batch.
     void establishInTurns()
     {
         for (std::size_t before = 0; before != avahi.groupsMade;) {
@@ -270,7 +271,7 @@ TEST_F(AvahiSessionTest, publishesAnewWhatRegistersForTooLong)
     EXPECT_EQ(avahi.groupsMade, 6U);
     EXPECT_EQ(avahi.groups.size(), 3U);
 
-    // Longer and longer.
+    // The timeout doubles.
     EXPECT_EQ(*session.nextDeadline(), kStart + 9s);
     establishAll();
     session.tidy(kStart + 4s);
@@ -371,7 +372,7 @@ TEST_F(AvahiSessionTest, aTurnCostsWhatHasChangedInIt)
         session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
     establishInTurns();
     ASSERT_EQ(registered(), kCount);
-    // When it is published, and once its groups are established.
+    // A registration is looked at when it is published and when its groups are established.
     EXPECT_LE(session.looks(), 3 * kCount);
 
     const std::size_t before = session.looks();
@@ -416,7 +417,7 @@ TEST_F(AvahiSessionTest, settlesOnceAndEndsOnFailure)
     answers.onSettled();
     answers.onSettled();
     answers.onFailed(AVAHI_ERR_NOT_FOUND);
-    EXPECT_EQ(avahi.questions.size(), 1U); // not within its own callback
+    EXPECT_EQ(avahi.questions.size(), 1U); // not destroyed within its own callback
     session.tidy(kStart);
     EXPECT_THAT(avahi.questions, IsEmpty());
     EXPECT_THAT(events, ElementsAre(Event(Settled{1}), Event(Failed{1, DnsSdError::NotFound})));

@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 
 enum class Kind { Daemon, Embedded };
 
-/// What holds for avahi-daemon and for the engine process alike.
+/// Tests of both avahi-daemon and the engine process.
 class BothEngines : public EngineNetworkTest, public testing::WithParamInterface<Kind> {
 protected:
     void SetUp() override
@@ -130,7 +130,7 @@ TEST_P(BothEngines, refusesANameThatThisComputerHas)
     engine->send(registration(2, "Quillbox", "quillbox-2.local"));
     EXPECT_TRUE(events.waitForEvent(Collision{2, Collision::Of::Service}, 500ms));
 
-    // What was refused is not in the way of the next name.
+    // A refused registration does not conflict with the next one.
     engine->send(registration(3, "Quillbox #2", "quillbox-2.local"));
     EXPECT_TRUE(events.waitForEvent(Registered{3}));
 }
@@ -226,7 +226,7 @@ TEST_P(BothEngines, refusesWhatCanNeverBe)
     engine->send(LocationRequest{8, "Quillbox", "nonsense", "local"});
     EXPECT_TRUE(events.waitForEvent(Failed{8, DnsSdError::InvalidType}));
 
-    // And goes on.
+    // The engine still works after that.
     engine->send(StopRequest{99});
     engine->send(BrowseRequest{9, "_smb._tcp"});
     EXPECT_TRUE(events.waitForEvent(Settled{9}));
@@ -237,7 +237,8 @@ TEST_P(BothEngines, keepsARegistrationThroughALinkThatGoesDownAndUp)
 {
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("watching"));
-    // Down in the middle of the probing: in Avahi 0.8 this group would register for ever.
+    // The link goes down during probing: in Avahi 0.8 this group would stay in the REGISTERING
+    // state forever.
     engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(network->setLink(false));
     ASSERT_TRUE(network->setLink(true));

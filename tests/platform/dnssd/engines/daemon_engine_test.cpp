@@ -96,7 +96,7 @@ TEST_F(DaemonEngine, advertisesAgainWithinThreeSecondsOfTheBusesReturn)
     ASSERT_TRUE(events.waitFor<EngineDown>());
     daemon.reset();
     events.clear();
-    // Long enough for the pause between tries to have grown beyond what is promised.
+    // Long enough for an exponential backoff to exceed the 3 s that are promised.
     EXPECT_FALSE(events.waitFor<EngineUp>(4s));
     bus = std::make_unique<TestBus>();
     ASSERT_TRUE(bus->isReady());
@@ -125,7 +125,7 @@ TEST_F(DaemonEngine, stopsInTimeWhenTheDaemonHangs)
     engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
     daemon->signal(SIGSTOP);
-    engine->send(BrowseRequest{2, "_smb._tcp"}); // the engine's thread now waits for the daemon
+    engine->send(BrowseRequest{2, "_smb._tcp"}); // blocks the engine's thread
     const auto since = Clock::now();
     engine->stop();
     EXPECT_LE(Clock::now() - since, 600ms);

@@ -21,14 +21,14 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-/// The one engine process that `parent` has started.
+/// The engine process that `parent` has started; nothing unless there is exactly one.
 std::optional<pid_t> engineProcessOf(pid_t parent)
 {
     const auto processes = engineProcessesOf(parent);
     return processes.size() == 1 ? std::optional(processes.front()) : std::nullopt;
 }
 
-/// Waits for the end of a process that may be anybody's child.
+/// Waits for the exit of a process, which need not be a child of this one.
 bool waitForEnd(pid_t process, std::chrono::milliseconds limit)
 {
     const int descriptor = static_cast<int>(::syscall(SYS_pidfd_open, process, 0));
@@ -123,12 +123,12 @@ TEST_F(EmbeddedEngine, runsItsProcessWithoutWhatItDoesNotNeed)
     ASSERT_TRUE(child);
     EXPECT_EQ(statusLine(*child, "NoNewPrivs"), "NoNewPrivs:\t1");
 
-    // The terminal's interrupt is the parent's to act upon.
+    // The engine process ignores signals from the terminal; its parent handles them.
     ::kill(*child, SIGINT);
     ::kill(*child, SIGHUP);
     EXPECT_FALSE(waitForEnd(*child, 300ms));
 
-    // Nothing of ours is open there.
+    // A file that this process opens is not open in the engine process.
     const auto folder = "/proc/" + std::to_string(*child) + "/fd";
     const auto ourSocket = [&](int descriptor) {
         return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(descriptor));
@@ -193,7 +193,7 @@ TEST_F(EmbeddedEngine, endsAHangingProcessWhenTheProgramIsKilled)
     ASSERT_TRUE(program.isReady());
     const auto child = engineProcessOf(program.id());
     ASSERT_TRUE(child);
-    ::kill(*child, SIGSTOP); // it cannot see that its parent is gone
+    ::kill(*child, SIGSTOP); // it cannot detect that its parent has died
     program.signal(SIGKILL);
     program.signal(0);
     ::kill(*child, SIGCONT);
@@ -202,7 +202,7 @@ TEST_F(EmbeddedEngine, endsAHangingProcessWhenTheProgramIsKilled)
 
 TEST_F(EmbeddedEngine, refusesAPeerThatTalksNonsense)
 {
-    // A socket whose other end is not this program.
+    // An engine process connected to this test instead of to an `EmbeddedEngine`.
     std::array<int, 2> pair{};
     ASSERT_EQ(::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, pair.data()), 0);
     const pid_t child = ::fork();

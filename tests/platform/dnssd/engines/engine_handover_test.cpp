@@ -47,7 +47,7 @@ TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
     ASSERT_TRUE(waitForAdvertisement());
     EXPECT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
 
-    // A daemon appears: one advertisement, made by it.
+    // A daemon appears: it takes over the advertisement without a name conflict.
     events.clear();
     bus = std::make_unique<TestBus>();
     daemon = std::make_unique<TestDaemon>();
@@ -56,7 +56,7 @@ TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
     EXPECT_EQ(events.count<Collision>(), 0U);
     EXPECT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
 
-    // It goes.
+    // The daemon dies.
     events.clear();
     daemon->signal(SIGKILL);
     const auto since = Clock::now();
@@ -95,7 +95,7 @@ TEST_F(EngineHandover, staysWithADaemonThatRestarts)
     testing::internal::GetCapturedStderr();
 }
 
-/// What the engine process must not do when someone else answers for this computer.
+/// The engine process beside another mDNS responder that publishes the name of this computer.
 class EngineBesideAnother : public EngineNetworkTest {
 protected:
     void SetUp() override

@@ -27,7 +27,7 @@ protected:
         ASSERT_TRUE(network->isReady());
     }
 
-    /// For tests with avahi-daemon.
+    /// Called by tests that need avahi-daemon.
     void skipWithoutDaemon()
     {
         if (!isDaemonPossible())

@@ -22,7 +22,7 @@ using dnssd::TestDaemon;
 using dnssd::TestNetwork;
 using dnssd::TestZeroconf;
 
-/// The engine under test here, and an engine process of its own on the other host.
+/// The engine under test on this host, and an engine process on the other host.
 class EngineHarness : public DnsSdHarness {
 public:
     ~EngineHarness() override
@@ -72,7 +72,7 @@ private:
         return pool.makeQueue(label, QualityOfService::Utility);
     }
 
-    // An engine process publishes no computer's name, so this one does.
+    // An engine process does not publish the name of its computer, so zeroconf does.
     TestZeroconf computerThere{network,
                                {"publish", "There", "_device-info._tcp", "there.local", "9"}};
     DispatchPool pool;
@@ -99,7 +99,8 @@ private:
     std::unique_ptr<TestDaemon> daemon = std::make_unique<TestDaemon>();
 };
 
-/// The engine process is started through a link that can be taken away, so that it stays away.
+/// Starts the engine process through a symbolic link. While the link is removed, the engine cannot
+/// restart it.
 class EmbeddedHarness final : public EngineHarness {
 public:
     EmbeddedHarness()

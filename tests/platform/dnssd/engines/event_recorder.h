@@ -12,7 +12,7 @@
 
 namespace quillbox::dnssd {
 
-/// Notes the events of an engine, in order, for a test to wait for.
+/// Records the events of an engine in order, and waits for them. Thread-safe.
 class EventRecorder final {
 public:
     using Clock = std::chrono::steady_clock;

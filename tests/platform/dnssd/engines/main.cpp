@@ -6,15 +6,15 @@
 #include <gmock/gmock.h>
 
 #ifdef __SANITIZE_THREAD__
-// libdbus locks the parts of a connection in more than one order, on one thread.
+// libdbus takes the locks of a connection in inconsistent order, but on a single thread.
 extern "C" const char* __tsan_default_suppressions()
 {
     return "deadlock:libdbus-1.so\n";
 }
 #endif
 
-// The tests start engine processes, which are this executable, and put multicast DNS on networks of
-// their own.
+// The tests run this program as engine processes and peers as well. Multicast DNS traffic stays in
+// private network namespaces.
 int main(int argc, char** argv)
 {
     using namespace quillbox::dnssd;

@@ -14,7 +14,7 @@ using testing::ElementsAre;
 
 constexpr auto kMaximum = static_cast<AskId>(kRegistrationsAtOnce);
 
-/// All whose turn it is, taken and left alone.
+/// Takes all ids whose turn it is, without beginning them.
 std::vector<AskId> taken(PublicationQueue& queue)
 {
     std::vector<AskId> ids;
@@ -66,7 +66,7 @@ TEST(PublicationQueue, tellsWhoIsOverdueFromTheEarliestOn)
     queue.begin(1, kStart + 3s);
     queue.begin(2, kStart + 2s);
     queue.begin(3, kStart + 4s);
-    queue.begin(2, kStart + 5s); // again
+    queue.begin(2, kStart + 5s); // again, with a later deadline
     EXPECT_EQ(queue.nextDeadline(), kStart + 3s);
     EXPECT_EQ(queue.takeOverdue(kStart + 2s), std::nullopt);
     EXPECT_EQ(queue.takeOverdue(kStart + 4s), 1U);

@@ -4,7 +4,7 @@
 
 namespace quillbox::dnssd {
 
-/// When a test begins whose time is a number.
+/// The start of time in tests that pass all time points explicitly.
 inline constexpr std::chrono::steady_clock::time_point kStart{};
 
 } // namespace quillbox::dnssd

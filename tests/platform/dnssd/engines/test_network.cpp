@@ -84,7 +84,7 @@ bool isInPrivateNetwork()
 
 bool isDaemonPossible()
 {
-    // In a namespace of an ordinary user there is one user only.
+    // A user namespace of an ordinary user maps only that user.
     std::ifstream users("/proc/self/uid_map");
     unsigned long first = 0;
     unsigned long outside = 0;
@@ -104,7 +104,7 @@ TestNetwork::TestNetwork()
     const std::string other = std::to_string(otherHost->id());
     const std::string here = std::string(kAddressHere) + "/24";
     const std::string away = std::string(kAddressThere) + "/24";
-    // Without duplicate address detection, so that the addresses work at once.
+    // "nodad" disables duplicate address detection, so that the addresses are usable immediately.
     ready = runs({"hostname", "here"}) && runs({"mount", "-t", "tmpfs", "tmpfs", "/run"})
             && runs({"mkdir", "-p", "/run/dbus"}) && runs({"mkdir", "-p", kTestFolder})
             && runs({"ip", "link", "set", "lo", "up"})
@@ -124,7 +124,7 @@ TestNetwork::TestNetwork()
 
 TestNetwork::~TestNetwork()
 {
-    // By itself it would go some time after the other host.
+    // The kernel would remove it only some time after the other host's namespace.
     if (otherHost)
         runs({"ip", "link", "del", "here0"});
 }
@@ -151,7 +151,7 @@ std::vector<std::string> TestNetwork::there(std::vector<std::string> command) co
 void TestNetwork::doThere(const std::function<void()>& work) const
 {
     const std::string folder = "/proc/" + std::to_string(otherHost->id()) + "/ns/";
-    // A thread of its own, for the namespaces are a thread's and pass to those that it starts.
+    // setns() affects only the calling thread, and the threads and processes that it starts.
     std::thread([&] {
         for (const char* name : {"net", "uts"}) {
             const int descriptor = ::open((folder + name).c_str(), O_RDONLY | O_CLOEXEC);
@@ -188,7 +188,7 @@ TestDaemon::TestDaemon()
 {
     const std::string configuration = std::string(kTestFolder) + "/avahi.conf";
     write(configuration, kDaemonConfiguration);
-    std::filesystem::remove_all("/run/avahi-daemon"); // a killed one leaves its process id
+    std::filesystem::remove_all("/run/avahi-daemon"); // a killed daemon leaves its PID file
     process = std::make_unique<TestProcess>(std::vector<std::string>{
         "sh", "-c",
         "exec avahi-daemon --no-drop-root --no-rlimits --no-chroot -f \"$0\" 2>/dev/null",

@@ -10,18 +10,19 @@
 
 namespace quillbox::dnssd {
 
-/// Starts this executable again in a network and a mount namespace of its own, if it can. To be
-/// called first in `main`.
+/// Executes this program again in new network, mount and UTS namespaces (for ordinary users, in a
+/// new user namespace, too) if that is permitted. To be called first in `main`.
 void enterPrivateNetwork(int argc, char** argv);
 
-/// Whether the executable runs in namespaces of its own; only there may a test use the network.
+/// Whether this program runs in its own namespaces. Tests may use the network only there.
 bool isInPrivateNetwork();
 
-/// Whether avahi-daemon can run there too: it hands files to a user of its own, which takes root.
+/// Whether avahi-daemon can run there, too: it changes the owner of files to its own user, which
+/// requires root.
 bool isDaemonPossible();
 
-/// Two hosts on one link: "here" is where the tests run, "there" is another network namespace. Made
-/// once for the process.
+/// Two hosts on one link: "here" is where the tests run, "there" is another network namespace. Only
+/// one may exist at a time.
 class TestNetwork final {
 public:
     static constexpr const char* kAddressHere = "192.168.77.1";
@@ -36,14 +37,14 @@ public:
     int interfaceHere() const;
     int interfaceThere() const;
 
-    /// The command as run on the other host.
+    /// The command prefixed with nsenter(1), so that it runs on the other host.
     std::vector<std::string> there(std::vector<std::string> command) const;
 
     /// Runs `work` on a thread that is on the other host; threads and processes that it starts are
-    /// there too.
+    /// there, too.
     void doThere(const std::function<void()>& work) const;
 
-    /// The interface here goes down, or comes up.
+    /// Sets the interface of this host up or down.
     bool setLink(bool up) const;
 
 private:
@@ -51,14 +52,14 @@ private:
     bool ready = false;
 };
 
-/// The system bus here.
+/// The D-Bus system bus of this host.
 class TestBus final {
 public:
-    /// Returns when clients can connect.
+    /// Returns when clients can connect, or after 5 s.
     TestBus();
 
     bool isReady() const { return ready; }
-    /// It dies without a word.
+    /// Kills the bus.
     ~TestBus();
 
 private:
@@ -66,7 +67,7 @@ private:
     bool ready = false;
 };
 
-/// avahi-daemon here, on the system bus.
+/// avahi-daemon on this host, connected to the system bus. The destructor kills it.
 class TestDaemon final {
 public:
     TestDaemon();
@@ -77,12 +78,12 @@ private:
     std::unique_ptr<TestProcess> process;
 };
 
-/// What this executable does with the arguments that `TestPeer` gives it: advertises a service with
-/// an engine process of its own, until standard input ends. Returns the exit status.
+/// Runs this program with the arguments of a `TestPeer`: advertises a service with its own engine
+/// process until a line or the end of standard input. Returns the exit status.
 int runPeer(int argc, char** argv);
 bool isPeer(int argc, char** argv);
 
-/// Another process of this executable that advertises a service as an SMB server.
+/// Another process of this program, which advertises an SMB service.
 class TestPeer final {
 public:
     /// On the other host.
@@ -100,7 +101,7 @@ private:
     std::unique_ptr<TestProcess> process;
 };
 
-/// An independent implementation of DNS-SD on the other host.
+/// An independent implementation of DNS-SD (python3-zeroconf) on the other host.
 class TestZeroconf final {
 public:
     TestZeroconf(const TestNetwork& network, std::vector<std::string> arguments);
@@ -114,7 +115,7 @@ public:
     {
         return process.readLine(limit);
     }
-    /// Withdraws what it published, with goodbyes, and ends.
+    /// Withdraws the published service with goodbye packets, and exits.
     void finish()
     {
         process.closeInput();

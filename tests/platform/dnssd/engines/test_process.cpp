@@ -39,7 +39,7 @@ TestProcess::TestProcess(const std::vector<std::string>& command)
 
     process = ::fork();
     if (process == 0) {
-        // A test that crashes leaves nothing behind.
+        // If the test crashes, the kernel kills this process.
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         ::dup2(in[0], STDIN_FILENO);
         ::dup2(out[1], STDOUT_FILENO);

@@ -9,25 +9,26 @@
 
 namespace quillbox::dnssd {
 
-/// A program that a test runs, with its input and output; it does not outlive the test.
+/// A child process with pipes for its standard input and output. The destructor kills it.
 class TestProcess final {
 public:
-    /// The first element is the program, found in PATH.
+    /// The first element is the program, looked up in PATH.
     explicit TestProcess(const std::vector<std::string>& command);
     TestProcess(const TestProcess&) = delete;
     TestProcess& operator=(const TestProcess&) = delete;
     ~TestProcess();
 
-    /// The next line of its output, without the line break; nothing when none comes in time.
+    /// The next line of its output, without the line break; nothing on timeout or at the end of the
+    /// output.
     std::optional<std::string> readLine(std::chrono::milliseconds limit);
 
-    /// Reads lines until one contains `text`; false when none does in time.
+    /// Reads lines until one contains `text`; false on timeout or at the end of the output.
     bool waitForLine(const std::string& text, std::chrono::milliseconds limit);
 
     void closeInput();
     void signal(int number) const;
 
-    /// Waits for the end; its exit status, or nothing when it lives on.
+    /// Waits for the process to exit; its status as of waitpid(2), or nothing on timeout.
     std::optional<int> wait(std::chrono::milliseconds limit);
 
     pid_t id() const { return process; }
@@ -39,7 +40,7 @@ private:
     std::string buffer;
 };
 
-/// Runs a program to its end; true when it succeeded.
+/// Runs a program for at most 10 s; whether it exits with 0.
 bool runs(const std::vector<std::string>& command);
 
 } // namespace quillbox::dnssd

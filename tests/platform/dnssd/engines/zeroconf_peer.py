@@ -1,9 +1,9 @@
-"""The other host of the tests: DNS-SD by python3-zeroconf, told by lines on standard output.
+"""A DNS-SD peer for the tests, based on python3-zeroconf. Prints events as lines to standard output.
 
 zeroconf_peer.py ADDRESS watch TYPE
     "found NAME host=HOST port=PORT addresses=A,B txt=HEX" and "lost NAME"
 zeroconf_peer.py ADDRESS publish NAME TYPE HOST PORT [SERVICE_ADDRESS]
-    "published"; withdrawn when standard input ends. It does not ask whether the name is free.
+    "published"; withdrawn when standard input ends. Does not probe for name conflicts.
 """
 import socket
 import sys
