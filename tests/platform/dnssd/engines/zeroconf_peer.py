@@ -1,4 +1,4 @@
-"""A DNS-SD peer for the tests, based on python3-zeroconf. Prints events as lines to standard output.
+"""A DNS-SD peer for the tests, using python3-zeroconf. Prints events as lines to standard output.
 
 zeroconf_peer.py ADDRESS watch TYPE
     "found NAME host=HOST port=PORT addresses=A,B txt=HEX" and "lost NAME"
