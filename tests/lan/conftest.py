@@ -1,4 +1,4 @@
-"""Fixtures of the network tests: a fresh network for each test, ended with it."""
+"""Fixtures for the network tests: each test gets a new network, torn down when the test ends."""
 
 import hashlib
 import os
@@ -45,7 +45,7 @@ def lan():
 
 @pytest.fixture
 def phone(lan):
-    """A phone on the network that serves files; nobody has heard of it yet."""
+    """A phone on the network that serves files but is not announced yet."""
     made = lan.host("phone", of=Phone)
     made.serve()
     return made
@@ -53,7 +53,7 @@ def phone(lan):
 
 @pytest.fixture
 def onlooker(lan):
-    """Another computer that watches the network."""
+    """Another computer that observes the network."""
     made = lan.host("onlooker", of=Onlooker)
     made.watch()
     return made
@@ -74,7 +74,7 @@ def computer(bare_computer, engine):
 
 @pytest.fixture
 def make_ends(lan, bare_computer, onlooker):
-    """Makes a relay with the test itself at both of its ends; no DNS-SD daemon has a part in that."""
+    """A factory of relays whose two peers are sockets of the test; no DNS-SD daemon is involved."""
     made = []
 
     def make(**more):
@@ -88,13 +88,13 @@ def make_ends(lan, bare_computer, onlooker):
 
 @pytest.fixture
 def ends(make_ends):
-    """A relay with the test itself at both of its ends."""
+    """A relay whose two peers are sockets of the test."""
     return make_ends()
 
 
 @pytest.fixture
 def service(lan):
-    """Makes phones whose file servers are the test; nobody has heard of them yet."""
+    """A factory of phones, not announced yet, whose file server is a listening socket of the test."""
 
     def make(name):
         made = lan.host(name, of=Phone)
@@ -109,7 +109,7 @@ def service(lan):
 
 
 class BigFile:
-    """1 GiB of random bytes, in memory where there is room."""
+    """1 GiB of random bytes, in /dev/shm if it has enough free space."""
 
     SIZE = 1 << 30
 

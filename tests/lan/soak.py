@@ -1,4 +1,4 @@
-"""./dev soak: traffic of all kinds through the program for a long time, a line a minute, a verdict."""
+"""./dev soak: mixed traffic through the program for a long time; one line per minute, then a verdict."""
 
 import argparse
 import sys
@@ -12,7 +12,7 @@ from rig.soak import Soak
 
 
 def seconds_of(text):
-    """30 is minutes; 2h, 45m and 20s are what they say."""
+    """Seconds of a duration such as 2h, 45m or 20s; a bare number is minutes."""
     number, unit = (text[:-1], text[-1]) if text[-1:] in "hms" else (text, "m")
     return float(number) * {"h": 3600, "m": 60, "s": 1}[unit]
 
@@ -22,9 +22,9 @@ def parse():
     parser.add_argument(
         "time", nargs="?", default="30", type=seconds_of, help="minutes, or 2h, 45m, 20s (30)"
     )
-    parser.add_argument("--rate", type=float, default=20, help="megabytes a second at the most (20)")
+    parser.add_argument("--rate", type=float, default=20, help="at most this many MB/s (20)")
     parser.add_argument("--dns-sd", choices=("daemon", "embedded"), default="embedded")
-    parser.add_argument("--seed", type=int, default=1, help="another one is other traffic (1)")
+    parser.add_argument("--seed", type=int, default=1, help="seed of the random traffic (1)")
     return parser.parse_args()
 
 

@@ -1,6 +1,6 @@
-"""A local network of Linux network namespaces, with real phones, a computer and onlookers.
+"""A local network of Linux network namespaces, with simulated phones, a computer and observers.
 
-Nothing here touches the machine's own network: every host has a network, mount and UTS namespace
-of its own, with a tmpfs over /run, and they meet on a bridge in a namespace that holds nothing
-else. A host goes away with the process that holds it, and the network with its hosts.
+Nothing here touches the machine's own network: every host has its own network, mount and UTS
+namespace, with a tmpfs on /run. A bridge in a separate namespace connects the hosts. A host's
+namespaces exist as long as the process that holds them open.
 """

@@ -1,6 +1,7 @@
-"""Runs in a phone: announces DNS-SD services by python-zeroconf, as told on standard input.
+"""Runs in a phone: announces DNS-SD services with python-zeroconf, as ordered on standard input.
 
-One JSON object a line in, one out for each, with the time (CLOCK_MONOTONIC) at which it was done.
+Reads one JSON object per line and answers each with one, which contains the time
+(CLOCK_MONOTONIC) at which the order was carried out.
 """
 
 import asyncio
@@ -40,7 +41,7 @@ async def main():
         key = (order["name"], order["type"])
         if order["do"] == "announce":
             services[key] = service(order)
-            # The outer call probes for the name; the inner one then sends the announcements.
+            # This call probes for the name; the task that it returns sends the announcements.
             sending = await responder.async_register_service(services[key])
             background.add(sending)
         elif order["do"] == "change":
@@ -48,7 +49,7 @@ async def main():
             sending = await responder.async_update_service(services[key])
             background.add(sending)
         else:
-            # The last announcement would undo the goodbye.
+            # An announcement sent after the goodbye would undo it.
             await asyncio.gather(*background)
             sending = await responder.async_unregister_service(services.pop(key))
             background.add(sending)

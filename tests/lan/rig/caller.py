@@ -1,4 +1,5 @@
-"""Runs in a host: connects to HOST PORT and tells when it did and when the first bytes came."""
+"""Runs in a host: connects to HOST PORT and reports when it is connected and when the first bytes
+arrive."""
 
 import socket
 import sys

@@ -12,7 +12,7 @@ from .process import limit
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".."))
 PROGRAM = os.environ.get("QUILLBOX_HELPER", os.path.join(ROOT, "build/release/quillbox-helper"))
 
-# What never belongs into the output of a sound program.
+# Must never appear in the program's output: complaints of sanitizers, the C library and Qt.
 COMPLAINT = re.compile(
     r"(Address|Leak|Thread|UndefinedBehavior)Sanitizer|runtime error:|Assertion .* failed|"
     r"terminate called|free\(\): |malloc\(\): |stack smashing|QObject|QTimer|QSocketNotifier"
@@ -26,14 +26,14 @@ def visible(count):
 
 
 class Helper:
-    """One running copy of the program."""
+    """One running instance of the program."""
 
     def __init__(self, process):
         self.process = process
         self.pid = process.pid
 
     def wait_status(self, text, timeout=10, since=0):
-        """Waits for the status report `text`; gives its line."""
+        """Waits for the status report `text`; returns its line."""
         wanted = f"status: {text}"
         return self.process.wait_line(
             lambda line: line.stream == "stderr" and line.text == wanted,
@@ -60,7 +60,7 @@ class Helper:
         return self.process.running()
 
     def stop(self, number=signal.SIGTERM, timeout=10):
-        """Ends it by a signal; gives the exit code and the seconds that it took."""
+        """Ends it with a signal; returns the exit code and how many seconds it took."""
         start = time.monotonic()
         self.process.signal(number)
         code = self.process.wait(limit(timeout))
@@ -77,13 +77,13 @@ class Computer(Host):
         self._helpers = []
 
     def prepare(self, engine):
-        """Starts what the DNS-SD engine needs: bus and avahi-daemon for "daemon", or nothing."""
+        """Starts what the DNS-SD engine needs: bus and avahi-daemon for "daemon", else nothing."""
         if engine == "daemon":
             self.start_bus()
             self.start_avahi()
 
     def write_settings(self, settings):
-        """Writes the settings file: a dictionary as JSON, text as it is."""
+        """Writes the settings file: a dictionary as JSON, a string unchanged."""
         os.makedirs(os.path.dirname(self.settings_file), exist_ok=True)
         text = settings if isinstance(settings, str) else json.dumps(settings)
         with open(self.settings_file, "w", encoding="utf-8") as file:
@@ -96,14 +96,15 @@ class Computer(Host):
     def helper(self, *arguments, **environment):
         """Starts the program."""
         if not os.access(PROGRAM, os.X_OK):
-            raise AssertionError(f"{PROGRAM} is not there: build it first (./dev build)")
+            raise AssertionError(f"{PROGRAM} does not exist: build it first (./dev build)")
         helper = Helper(self.start([PROGRAM, *arguments], env=self.environment(**environment)))
         self._helpers.append(helper)
         return helper
 
     def check_helpers(self):
-        """Ends the copies that still run as a desktop would, and fails for one that did not end
-        well or that a sanitizer, the C library or the toolkit complained about."""
+        """Ends the instances that still run with SIGTERM, as a desktop does at logout. Fails if one
+        exits with an error or too slowly, or if the output of any instance contains a complaint of
+        a sanitizer, the C library or Qt."""
         for helper in self._helpers:
             if helper.running():
                 code, seconds = helper.stop()
@@ -113,12 +114,12 @@ class Computer(Host):
             assert complaint is None, helper.process.output()
 
     def manual_helper(self, host, port):
-        """Starts the program in manual mode towards a host and a port."""
+        """Starts the program in manual mode with the phone's host and port."""
         self.write_settings({"automaticDiscovery": False, "host": host, "port": str(port)})
         return self.helper()
 
     def helper_processes(self):
-        """The process ids of all copies of the program, its children included, in this host."""
+        """The process ids of all instances of the program in this host, child processes included."""
         mine = os.readlink(f"/proc/{self.pid}/ns/net")
         found = []
         for entry in os.listdir("/proc"):

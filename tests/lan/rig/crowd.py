@@ -1,4 +1,4 @@
-"""Phones and other services by the hundred, announced at once from one host."""
+"""Hundreds of phones and other services, announced at once from one host."""
 
 import json
 import os
@@ -11,7 +11,7 @@ FLOOD = os.path.join(HERE, "..", "..", "..", "bench", "mdns_flood.py")
 
 
 class Crowd:
-    """Announces and watches by hand: python-zeroconf would take seconds for so many."""
+    """Announces and browses with raw packets: python-zeroconf takes seconds for so many services."""
 
     def __init__(self, host, port):
         self.host = host
@@ -24,13 +24,13 @@ class Crowd:
         return since
 
     def announce(self, names, **more):
-        """Gives the moment at which all was said; with a `ttl` of 0 it says goodbye."""
+        """Announces the names, or withdraws them with a `ttl` of 0; returns when all was sent."""
         where = {"host": self.host.name, "address": self.host.address4, "port": self.port}
         since = self.order(names=names, type=TYPE_PHONE, **where, **more)
         return self.wait("done", since)["at"]
 
     def watch(self, kind, count):
-        """From now on it watches for so many services of a type."""
+        """Starts counting services of a type, up to `count`; `wait` reports when all were seen."""
         return self.order(watch=kind, count=count)
 
     def wait(self, what, since):

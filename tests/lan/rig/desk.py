@@ -1,8 +1,8 @@
-"""Runs on a session bus: a panel for status items and a file manager, as a desktop has them.
+"""Runs on a session bus: a panel for status items and a file manager, as on a desktop.
 
-Tells on standard output, one JSON object a line, of the status item that came and of the folders
-that are to be shown. Each line of standard input is the title of an entry of that item's menu, which
-is then chosen.
+Reports on standard output, one JSON object per line, the status item that registers and the folders
+that the file manager is asked to show. Each line of standard input is the title of an entry of that
+item's menu, which is then chosen.
 """
 
 import json
@@ -11,7 +11,7 @@ import sys
 import gi
 
 gi.require_version("Gio", "2.0")
-from gi.repository import Gio, GLib  # noqa: E402 the version is asked for first
+from gi.repository import Gio, GLib  # noqa: E402 require_version must come first
 
 PANEL = """<node><interface name="org.kde.StatusNotifierWatcher">
   <method name="RegisterStatusNotifierItem"><arg type="s" direction="in"/></method>

@@ -8,14 +8,14 @@ from .computer import Computer
 from .onlooker import HERE, PYTHON
 from .process import limit, wait_until
 
-# What desktops have with libnss-mdns: file browsers find hosts of multicast DNS.
+# As on desktops with libnss-mdns, so that file browsers can resolve .local host names.
 NSSWITCH = "passwd: files\ngroup: files\nhosts: files mdns4_minimal [NOTFOUND=return]\n"
 
-# Display 1 of every host: abstract sockets belong to its network namespace. A lock and a socket in
-# the file system would be the whole machine's.
+# Every host can use display 1: abstract sockets belong to its network namespace. A lock file and a
+# socket in the file system would be shared by the whole machine.
 DISPLAY = ":1"
 SCREEN = ["Xvfb", DISPLAY, "-displayfd", "1", "-nolock", "-screen", "0", "800x600x24"]
-# A server that begins anew when its last client leaves may refuse the next one meanwhile.
+# A server that resets when its last client disconnects may refuse the next one during the reset.
 SCREEN += ["-nolisten", "tcp", "-nolisten", "unix", "-noreset"]
 
 BROWSER = """[Desktop Entry]
@@ -27,7 +27,7 @@ MimeType=x-scheme-handler/https;
 
 
 class Desktop(Computer):
-    """A computer whose user has logged in. The panel's and the file manager's sides are played."""
+    """A computer whose user has logged in. desk.py plays the panel and the file manager."""
 
     def __init__(self, lan, name, number):
         super().__init__(lan, name, number)
@@ -56,7 +56,7 @@ class Desktop(Computer):
         self._told("ready", 10)
 
     def _told(self, event, timeout, since=0):
-        """What the panel or the file manager tells of `event`, and when."""
+        """Waits for a report `event` of the panel or the file manager; returns it and its time."""
 
         def wanted(line):
             return line.text.startswith("{") and json.loads(line.text)["event"] == event
@@ -65,19 +65,19 @@ class Desktop(Computer):
         return json.loads(line.text), line.at
 
     def choose(self, title):
-        """Chooses an entry of the status item's menu; gives the moment."""
+        """Chooses an entry of the status item's menu; returns when."""
         self._told("item", limit(10))
         since = self._desk.mark()
         self._desk.write(title + "\n")
         return self._told("chosen", limit(5), since)[1]
 
     def shown_folder(self, timeout):
-        """The folder that the file manager is to show, and when it was told."""
+        """The folder that the file manager is asked to show, and when."""
         told, at = self._told("folder", timeout)
         return told["name"], at
 
     def install_browser(self):
-        """A browser that notes what it is to open, and is the user's for https."""
+        """Installs a browser that records its arguments, as the user's default for https."""
         program = os.path.join(self.folder, "browser")
         with open(program, "w", encoding="utf-8") as file:
             file.write(f"#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" >>{shlex.quote(self._opened)}\n")
@@ -92,7 +92,7 @@ class Desktop(Computer):
             file.write("[Default Applications]\nx-scheme-handler/https=browser.desktop\n")
 
     def opened_urls(self, timeout):
-        """What the browser was to open, once that is anything."""
+        """Waits until the browser has been started; returns the URLs that it was given."""
 
         def read():
             if not os.path.exists(self._opened):

@@ -1,5 +1,5 @@
-"""Both ends of a running relay in the hands of the test: sockets in the place of the file browser
-and of the phone's file server, so that each can do what a program of good manners never does."""
+"""A running relay between two sockets of the test, which act as the file browser and as the phone's
+file server, so that each can do what a well-behaved program never does."""
 
 import contextlib
 import os
@@ -11,20 +11,20 @@ from concurrent.futures import ThreadPoolExecutor
 
 from .process import limit, wait_until
 
-# What is sent: anything, the same in every run. A piece of it from any place differs from all others.
+# The data to send: random, the same in every run. Pieces from different positions differ.
 BLOB = random.Random(4445).randbytes(8 << 20)
 READY = "ready: Quillbox is visible in Finder"
 
 
 def raise_descriptor_limit():
-    """As many descriptors as this process may have; gives their number."""
+    """Raises the soft limit of file descriptors to the hard limit, and returns it."""
     _, most = resource.getrlimit(resource.RLIMIT_NOFILE)
     resource.setrlimit(resource.RLIMIT_NOFILE, (most, most))
     return most
 
 
 def listen(host, port=0, receive_buffer=None, backlog=4096, address="0.0.0.0"):
-    """A listening socket on one of the host's IPv4 addresses, or on all."""
+    """A listening socket on one of the host's IPv4 addresses, or on all of them."""
     listener = host.socket()
     listener.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     if receive_buffer is not None:
@@ -36,7 +36,7 @@ def listen(host, port=0, receive_buffer=None, backlog=4096, address="0.0.0.0"):
 
 
 def reset(connection):
-    """Closes with a reset instead of an end."""
+    """Closes the connection with a reset (RST) instead of a FIN."""
     connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
     connection.close()
 
@@ -50,7 +50,7 @@ def read_exactly(connection, count):
 
 
 def read_to_end(connection):
-    """Everything up to the end; a reset counts as one."""
+    """Everything up to the end of the stream or a reset."""
     parts = []
     with contextlib.suppress(ConnectionResetError):
         while part := connection.recv(1 << 20):
@@ -59,7 +59,7 @@ def read_to_end(connection):
 
 
 def send_and_end(connection, data):
-    """Sends all, ends, and takes what still comes: unread bytes would turn the end into a reset."""
+    """Sends the data and a FIN, then reads to the end: closing with unread bytes sends a reset."""
     with connection:
         connection.sendall(data)
         connection.shutdown(socket.SHUT_WR)
@@ -67,8 +67,8 @@ def send_and_end(connection, data):
 
 
 def session(computer, port, phone):
-    """A session through the relay at that port, to a phone whose file server is the test: the
-    browser's and the phone's side."""
+    """Opens a session through the relay at that port to a phone made by the `service` fixture;
+    returns the browser's and the phone's socket."""
     browser = computer.socket()
     browser.settimeout(limit(20))
     browser.connect((computer.address4, port))
@@ -78,7 +78,8 @@ def session(computer, port, phone):
 
 
 class Ends:
-    """A relay in manual mode: the test listens in the phone's place and connects in the browser's."""
+    """A relay in manual mode: the test listens in place of the phone and connects in place of the
+    file browser."""
 
     def __init__(self, computer, phone, onlooker, helper=None, address=None, **listening):
         self.computer = computer
@@ -109,12 +110,12 @@ class Ends:
         return phone
 
     def pair(self, **browsing):
-        """A new session: the browser's and the phone's side of it, once it stands."""
+        """Opens a session; returns the browser's and the phone's socket, both connected."""
         browser = self.browse(**browsing)
         return browser, self.answer()
 
     def check(self):
-        """A new session carries bytes both ways."""
+        """Asserts that a new session carries bytes both ways and ends."""
         browser, phone = self.pair()
         for one, other in ((browser, phone), (phone, browser)):
             one.sendall(b"all is well")
@@ -124,15 +125,15 @@ class Ends:
         phone.close()
 
     def at_once(self, work, *arguments):
-        """Does it beside what the test does; its `result()` is waited for with a limit."""
+        """Runs it in another thread; returns its future. Wait for `result()` with a timeout."""
         return self._background.submit(work, *arguments)
 
     def sockets(self):
-        """How many sockets the program has."""
+        """How many sockets the program has open."""
         return self._open("socket:")
 
     def pipes(self):
-        """How many ends of pipes it has."""
+        """How many pipe ends the program has open."""
         return self._open("pipe:")
 
     def wait_sockets(self, most, seconds):
@@ -147,13 +148,13 @@ class Ends:
         return count
 
     def memory(self):
-        """What of the program is in memory and is its own, in bytes."""
+        """The program's resident memory without shared pages, in bytes."""
         with open(f"/proc/{self.helper.pid}/statm", encoding="ascii") as file:
             _, resident, shared = (int(x) for x in file.read().split()[:3])
         return (resident - shared) * resource.getpagesize()
 
     def processor_seconds(self):
-        """The time that the program has spent on a processor."""
+        """The processor time that the program has used, user and system."""
         with open(f"/proc/{self.helper.pid}/stat", encoding="ascii") as file:
             fields = file.read().rpartition(")")[2].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")

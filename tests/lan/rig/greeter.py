@@ -1,4 +1,4 @@
-"""Runs in a host: takes TCP connections, says hello to each, and tells of each on standard output."""
+"""Runs in a host: accepts TCP connections, greets each and reports it on standard output."""
 
 import asyncio
 import socket
@@ -13,7 +13,7 @@ async def greet(_, writer):
 
 
 async def main():
-    # Both families on one port.
+    # IPv4 and IPv6 on one port.
     listener = socket.create_server(("::", 0), family=socket.AF_INET6, dualstack_ipv6=True)
     server = await asyncio.start_server(greet, sock=listener)
     print(f"port {listener.getsockname()[1]}", flush=True)

@@ -36,7 +36,7 @@ exec cat
 
 
 def namespace(script, name):
-    """A process that holds new namespaces open until its standard input is closed."""
+    """Starts a process that holds new namespaces open until its standard input is closed."""
     holder = Process(
         ["unshare", "--net", "--mount", "--uts", "--", "sh", "-c", script, "hold", name],
         stdin=True,
@@ -46,14 +46,14 @@ def namespace(script, name):
 
 
 def may_set_groups():
-    """Whether setgroups(2) is allowed, which an ordinary user's namespace forbids."""
+    """Whether setgroups(2) is allowed; an unprivileged user's namespace forbids it."""
     with open("/proc/self/setgroups", encoding="ascii") as file:
         return file.read().strip() == "allow"
 
 
 def socket_in(pid, family, kind):
-    """A socket of the network namespace of a process, for the test itself to use. A thread may enter
-    a network namespace alone, and what it opens there stays there."""
+    """A socket in the network namespace of a process, for use by the test itself. setns(2) moves
+    only the calling thread, and a socket stays in the namespace in which it was created."""
     made = []
 
     def open_it():
@@ -71,7 +71,7 @@ def socket_in(pid, family, kind):
 
 
 class Host:
-    """A computer of its own: what runs in it sees only its own interfaces and its own /run."""
+    """A separate machine: its processes see only its own network interfaces and its own /run."""
 
     def __init__(self, lan, name, number):
         self.lan = lan
@@ -109,7 +109,7 @@ class Host:
         return env
 
     def start(self, command, env=None, **more):
-        """Starts a process in this host; it is ended with the host at the latest."""
+        """Starts a process in this host; `close` ends it at the latest."""
         process = Process(self.inside(command), env=env or self.environment(), **more)
         self._started.append(process)
         return process
@@ -118,29 +118,29 @@ class Host:
         return run(self.inside(command), env=more.pop("env", self.environment()), **more)
 
     def socket(self, family=socket.AF_INET, kind=socket.SOCK_STREAM):
-        """A socket in this host, held by the test."""
+        """A socket in this host, for use by the test itself."""
         return socket_in(self.pid, family, kind)
 
     # ---- the wire ----
 
     def plug(self, address4=None, address6=None):
-        """Connects the host to the network's bridge as eth0, with its addresses."""
+        """Connects the host's eth0 to the network's bridge and assigns its addresses."""
         self.address4 = address4 or self.address4
         self.address6 = address6 or self.address6
         self.lan.connect(self)
         self.run("ip", "link", "set", "eth0", "addrgenmode", "none")
         self.run("ip", "link", "set", "eth0", "up")
         self.run("ip", "addr", "add", f"{self.address4}/24", "dev", "eth0")
-        # Addresses are valid at once: duplicate detection would keep them back for seconds.
+        # nodad: duplicate address detection would keep the addresses tentative for seconds.
         for address in (self.address6, f"fe80::{self.number}"):
             self.run("ip", "addr", "add", f"{address}/64", "dev", "eth0", "nodad")
 
     def unplug(self):
-        """Takes the interface away altogether."""
+        """Deletes the interface."""
         self.run("ip", "link", "del", "eth0")
 
     def move(self, address4, address6):
-        """Changes the host's addresses, as another lease of the router does."""
+        """Changes the host's addresses, as a new DHCP lease does."""
         self.run("ip", "addr", "del", f"{self.address4}/24", "dev", "eth0")
         self.run("ip", "addr", "del", f"{self.address6}/64", "dev", "eth0")
         self.address4, self.address6 = address4, address6
@@ -148,7 +148,7 @@ class Host:
         self.run("ip", "addr", "add", f"{address6}/64", "dev", "eth0", "nodad")
 
     def names(self, hosts):
-        """Gives the host an /etc/hosts of its own."""
+        """Gives the host its own /etc/hosts."""
         path = os.path.join(self.folder, "hosts")
         with open(path, "w", encoding="utf-8") as file:
             file.write("127.0.0.1 localhost\n::1 localhost\n")
@@ -159,7 +159,7 @@ class Host:
     # ---- services of a host ----
 
     def start_bus(self):
-        """The system message bus, at its usual place."""
+        """Starts the system message bus at its usual address."""
         conf = os.path.join(self.folder, "bus.conf")
         with open(conf, "w", encoding="utf-8") as file:
             file.write(BUS_CONF)
@@ -169,7 +169,7 @@ class Host:
         self.bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus")
 
     def start_avahi(self):
-        """avahi-daemon, as the distribution ships it but for what namespaces forbid."""
+        """Starts the distribution's avahi-daemon without what namespaces forbid."""
         conf = os.path.join(self.folder, "avahi.conf")
         with open(conf, "w", encoding="utf-8") as file:
             file.write(AVAHI_CONF)
@@ -183,8 +183,8 @@ class Host:
         )
 
     def _rename_root(self, user):
-        """Lets `user` be another name of root: the only user that there is in the namespace of an
-        ordinary user, while avahi-daemon gives its folder to a user of its own."""
+        """Makes `user` an alias of root, the only user in the namespace of an unprivileged user:
+        avahi-daemon changes the owner of its folder to its own user."""
         for path, line in (
             ("/etc/passwd", f"{user}:x:0:0::/:/bin/sh\n"),
             ("/etc/group", f"{user}:x:0:\n"),
@@ -197,7 +197,7 @@ class Host:
             self.run("mount", "--bind", copy, path)
 
     def kill_avahi(self):
-        """SIGKILL: the daemon leaves without a word, and its pid file behind."""
+        """Kills the daemon without a goodbye, and removes the pid file that it leaves behind."""
         self.avahi.process.kill()
         self.avahi.wait(10)
         self.run("rm", "-f", "/run/avahi-daemon/pid")
@@ -226,7 +226,7 @@ class Lan:
         return host
 
     def connect(self, host):
-        """Gives the host its wire."""
+        """Connects the host to the bridge with a veth pair."""
         switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
         run(
             switch
@@ -236,7 +236,7 @@ class Lan:
         run(switch + ["ip", "link", "set", host.port_name, "master", "br0", "up"])
 
     def cut(self, host):
-        """Cuts the host's wire at the far end: the others see silence, not a link that went down."""
+        """Takes the host's link down at the bridge: the other hosts see silence, no link change."""
         switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
         run(switch + ["ip", "link", "set", host.port_name, "down"])
 

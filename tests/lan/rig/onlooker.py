@@ -1,4 +1,4 @@
-"""Independent onlookers: what other computers of the network see."""
+"""Independent observers: what other computers on the network see."""
 
 import json
 import os
@@ -11,7 +11,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 
 
 class Onlooker(Host):
-    """Watches `_smb._tcp` by python-zeroconf from the moment it is made to watch."""
+    """Browses for `_smb._tcp` with python-zeroconf once `watch` is called."""
 
     def __init__(self, lan, name, number):
         super().__init__(lan, name, number)
@@ -25,7 +25,7 @@ class Onlooker(Host):
         return self._watcher.mark()
 
     def wait(self, event, name, timeout, since=0, accepts=lambda seen: True):
-        """The first report of `event` for the service `name`; fails when it does not come."""
+        """Waits for the first report of `event` for the service `name`; fails on timeout."""
 
         def wanted(line):
             if line.stream != "stdout" or not line.text.startswith("{"):
@@ -37,13 +37,13 @@ class Onlooker(Host):
         return json.loads(line.text)
 
     def events(self, event, since=0):
-        """What was reported so far, in order."""
+        """The reports of `event` so far, in order."""
         lines = [json.loads(x.text) for x in self._watcher.lines[since:] if x.stream == "stdout"]
         return [seen for seen in lines if seen["event"] == event]
 
 
 def avahi_services(host, kind=TYPE_SMB):
-    """What avahi-browse sees from a host with avahi-daemon: (name, host, address, port), once each."""
+    """What avahi-browse finds on a host with avahi-daemon: a set of (name, host, address, port)."""
     done = host.run("avahi-browse", "--resolve", "--parsable", "--terminate", kind, timeout=20)
     found = set()
     for line in done.stdout.splitlines():
@@ -54,7 +54,7 @@ def avahi_services(host, kind=TYPE_SMB):
 
 
 def unescaped(text):
-    """Undoes the \\DDD and \\X of avahi-browse's parsable form."""
+    """Decodes the \\DDD and \\X escapes of avahi-browse's parsable output."""
     raw = re.sub(
         rb"\\(\d{3}|.)",
         lambda m: bytes([int(m[1])]) if len(m[1]) == 3 else m[1],

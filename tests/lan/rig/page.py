@@ -1,6 +1,6 @@
-"""Runs in a phone: its web management page, by TLS with a certificate that the phone signed itself.
+"""Runs in a phone: its web management page, over TLS with a self-signed certificate.
 
-Tells its port on standard output, and each visit.
+Prints its port and each request on standard output.
 """
 
 import http.server
@@ -10,14 +10,14 @@ import ssl
 import sys
 
 sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", "..", "demo"))
-from demo import Page, make_certificate  # noqa: E402 the page is the one that the demo shows
+from demo import Page, make_certificate  # noqa: E402 needs the path above; same page as the demo
 
 
 class Server(http.server.ThreadingHTTPServer):
     address_family = socket.AF_INET6
 
     def server_bind(self):
-        # Both families on one port.
+        # IPv4 and IPv6 on one port.
         self.socket.setsockopt(socket.IPPROTO_IPV6, socket.IPV6_V6ONLY, 0)
         super().server_bind()
 

@@ -1,4 +1,4 @@
-"""A phone: a real SMB server on port 4445 and DNS-SD announcements by python-zeroconf."""
+"""A phone: a real SMB server on port 4445 and DNS-SD announcements with python-zeroconf."""
 
 import json
 import os
@@ -9,13 +9,13 @@ from .network import TYPE_PHONE, Host, may_set_groups
 PYTHON = "/usr/bin/python3"
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.append(os.path.join(HERE, "..", "..", "..", "demo"))
-import smb_server  # noqa: E402 the file server is the one that the demo runs
+import smb_server  # noqa: E402 needs the path above; same file server as the demo
 
 PASSWORD = "secret"
 
 
 class Phone(Host):
-    """Shares the folder `share` as NAS for the user nas."""
+    """Shares the folder `share` as NAS, for the user nas."""
 
     def __init__(self, lan, name, number):
         super().__init__(lan, name, number)
@@ -29,14 +29,14 @@ class Phone(Host):
     # ---- files ----
 
     def serve(self, port=4445):
-        """Starts smbd and waits until it takes connections."""
+        """Starts smbd and waits until it accepts connections."""
         self.port = port
         conf = smb_server.write_configuration(self.folder, self.share, port)
         self.run(*smb_server.password_command(conf), input=f"{PASSWORD}\n{PASSWORD}\n".encode())
         env = self.environment()
         if not may_set_groups():
-            # An ordinary user's namespace has one user and forbids setgroups(2), without which
-            # smbd does not start: it is told what it wants to hear.
+            # An unprivileged user's namespace has one user and forbids setgroups(2), which smbd
+            # needs to start: uid_wrapper fakes both.
             env |= {"LD_PRELOAD": "libuid_wrapper.so", "UID_WRAPPER": "1", "UID_WRAPPER_ROOT": "1"}
         self.smbd = self.start(smb_server.server_command(conf), env=env)
         self.smbd.wait_line(
@@ -44,24 +44,24 @@ class Phone(Host):
         )
 
     def stop_serving(self):
-        """Ends smbd and every connection to it; the port is closed from then on."""
+        """Kills smbd and all its connections; from then on the port is closed."""
         self.smbd.kill_group()
 
     # ---- announcements ----
 
     def announce(self, name=None, **more):
-        """Announces the phone; gives the moment at which the name was won and announced."""
+        """Announces the phone; returns when probing had succeeded and it was announced."""
         self.service_name = name or self.service_name
         return self._order("announce", self.service_name, **more)
 
     def change(self, **more):
-        """Announces other records under the same name, in place of those before."""
+        """Replaces the records announced under the name with new ones."""
         return self._order("change", self.service_name, **more)
 
     def goodbye(self):
-        """Withdraws the announcement as RFC 6762, section 10.1 asks; gives the moment."""
+        """Withdraws the announcement (RFC 6762, section 10.1); returns when."""
         said = self._order("goodbye", self.service_name)
-        # An app that comes back starts afresh, as its interfaces may have changed meanwhile.
+        # The next announcement gets a new responder, as the phone's interfaces may have changed.
         self._announcer.process.stdin.close()
         self._announcer.wait(10)
         self._announcer = None
@@ -86,7 +86,7 @@ class Phone(Host):
         return json.loads(line.text)["at"]
 
     def vanish(self):
-        """Leaves without a goodbye, as a phone that lost its network does."""
+        """Ends announcements and file server without a goodbye, like a phone that lost its network."""
         self._announcer.kill_group()
         self._announcer = None
         if self.smbd is not None:
@@ -94,12 +94,12 @@ class Phone(Host):
 
 
 def smb_command(address, port, command=None):
-    """How smbclient is called for the share NAS at address and port."""
-    # Its own limit for an answer, 20 s, is short for a disk that others keep busy.
+    """The smbclient command line for the share NAS at address and port."""
+    # The default timeout of 20 s for an answer is short when other tests keep the disk busy.
     options = ["-p", str(port), "-U", f"nas%{PASSWORD}", "-m", "SMB3", "--timeout=60"]
     return ["smbclient", f"//{address}/NAS", *options, *(["-c", command] if command else [])]
 
 
 def smbclient(host, address, port, command, timeout=60, **more):
-    """Runs smbclient on `host` against a share NAS at address and port."""
+    """Runs smbclient on `host` with the share NAS at address and port."""
     return host.run(*smb_command(address, port, command), timeout=timeout, **more)

@@ -1,4 +1,4 @@
-"""Processes whose output is awaited line by line, and the limits of every wait."""
+"""Child processes with waits for lines of their output, and the time limits of all waits."""
 
 import os
 import signal
@@ -6,22 +6,22 @@ import subprocess
 import threading
 import time
 
-# Sanitizers make the program several times slower; the limits that describe the program grow with
-# it, so that a slow build fails for what it does and not for what it costs.
+# Sanitizers make the program several times slower. The limits on the program's own actions are
+# scaled by this factor, so that a sanitizer build does not fail just because it is slow.
 SLOWDOWN = float(os.environ.get("QUILLBOX_SLOWDOWN", "1"))
 
-# A shell has what it runs in the background ignore SIGINT, and what ignores it hands that on: the
-# programs under test would not hear of it.
+# A shell starts background jobs with SIGINT ignored, and child processes inherit that: the programs
+# under test would never get SIGINT. A handler here resets it to the default at exec.
 signal.signal(signal.SIGINT, signal.default_int_handler)
 
 
 def limit(seconds):
-    """A limit on what the program does, in seconds."""
+    """A time limit for the program, in seconds, scaled for slow builds."""
     return seconds * SLOWDOWN
 
 
 class Line:
-    """One line of output and the moment (time.monotonic) at which it was read."""
+    """One line of output and the time (time.monotonic) at which it was read."""
 
     def __init__(self, text, stream, at):
         self.text = text
@@ -30,7 +30,7 @@ class Line:
 
 
 class Process:
-    """A child process; its output is read as it comes and kept."""
+    """A child process; threads read its output as it arrives and keep it."""
 
     def __init__(self, command, env=None, stdin=False):
         self.command = command
@@ -64,12 +64,13 @@ class Process:
             self._changed.notify_all()
 
     def mark(self):
-        """A place in the output; waits can start from it."""
+        """The current position in the output; waits can start from it."""
         with self._changed:
             return len(self.lines)
 
     def wait_line(self, accepts, timeout, since=0, what="a line"):
-        """The first line from `since` on that `accepts`; fails when it does not come in time."""
+        """Waits for the first line from `since` on that `accepts`; fails on timeout, or when both
+        output streams have ended."""
         end = time.monotonic() + timeout
         with self._changed:
             while True:
@@ -78,9 +79,9 @@ class Process:
                         return line
                 left = end - time.monotonic()
                 if left <= 0 or self._open == 0:
-                    why = "ended" if self._open == 0 else f"gave none within {timeout:g} s"
+                    why = "ended" if self._open == 0 else f"printed none within {timeout:g} s"
                     raise AssertionError(
-                        f"{what}: {os.path.basename(self.command[-1])} {why}; it said:\n{self.output()}"
+                        f"{what}: {os.path.basename(self.command[-1])} {why}; output:\n{self.output()}"
                     )
                 self._changed.wait(left)
 
@@ -92,7 +93,7 @@ class Process:
         self.process.stdin.flush()
 
     def wait(self, timeout):
-        """The exit code, once the process has ended and all its output has been read."""
+        """Waits until the process has ended and all its output is read; returns the exit code."""
         code = self.process.wait(timeout)
         for reader in self._readers:
             reader.join(timeout)
@@ -105,7 +106,7 @@ class Process:
         self.process.send_signal(number)
 
     def end(self):
-        """Ends the process and what it started, whatever they do; asks first."""
+        """Ends the process and its children: closes standard input, SIGTERM, at last SIGKILL."""
         if self.process.stdin:
             try:
                 self.process.stdin.close()
@@ -124,7 +125,7 @@ class Process:
             reader.join(5)
 
     def kill_group(self):
-        """SIGKILL for the process and its children."""
+        """Sends SIGKILL to the process group."""
         try:
             os.killpg(self.pid, signal.SIGKILL)
         except ProcessLookupError:
@@ -133,7 +134,7 @@ class Process:
 
 
 def run(command, timeout=20, check=True, **more):
-    """Runs a command to its end; gives the finished process with its output as text."""
+    """Runs a command to its end; returns the finished process with its output as text."""
     if "input" not in more:
         more.setdefault("stdin", subprocess.DEVNULL)
     done = subprocess.run(
@@ -152,7 +153,7 @@ def run(command, timeout=20, check=True, **more):
 
 
 def wait_until(check, timeout, what):
-    """Asks again until `check` gives something, for state of other programs that has no event."""
+    """Polls `check` until it returns something true. For state of other programs without events."""
     end = time.monotonic() + timeout
     while True:
         found = check()

@@ -1,4 +1,4 @@
-"""Multicast DNS as nobody should speak it: packets put together by hand (RFC 1035, section 4)."""
+"""Raw multicast DNS packets, also invalid ones (message format: RFC 1035, section 4)."""
 
 import random
 import socket
@@ -11,7 +11,7 @@ TYPE_PHONE = "_quillbox._tcp"
 
 
 def labels(*parts):
-    """A name, of labels that may hold anything."""
+    """An encoded name whose labels may contain any bytes."""
     packed = b""
     for part in parts:
         raw = part if isinstance(part, bytes) else part.encode()
@@ -47,7 +47,7 @@ def address(host, ipv4, lifetime=120):
 
 
 def packets(records, room=1400):
-    """The records in as few packets as fit."""
+    """Packs the records into packets, each filled with as many as fit."""
     batch, size = [], 0
     for each in records:
         if size + len(each) > room:
@@ -60,7 +60,7 @@ def packets(records, room=1400):
 
 
 class Speaker:
-    """A host that multicasts whatever it is given, from the port that responders listen to."""
+    """Multicasts any packets from a host, with the mDNS port 5353 as the source port."""
 
     def __init__(self, host):
         self.socket = host.socket(kind=socket.SOCK_DGRAM)
@@ -72,13 +72,13 @@ class Speaker:
         self.socket.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_TTL, 255)
 
     def say(self, *whole):
-        """No faster than a receiver can take them, whose buffer holds a hundred."""
+        """Sends the packets slowly enough for a receiver whose socket buffer holds about 100."""
         for packet in whole:
             self.socket.sendto(packet, GROUP)
             time.sleep(0.002)
 
     def babble(self, seconds, seeds, seed=0):
-        """Garbled variations of the packets, as fast as they go; gives their number."""
+        """Sends corrupted variations of the packets as fast as possible; returns how many."""
         chance = random.Random(seed)
         end = time.monotonic() + seconds
         count = 0

@@ -1,4 +1,4 @@
-"""Lists the shares at the given smb URLs, one after the other, in one libsmbclient context."""
+"""Lists the contents of the given smb URLs, one after the other, in one libsmbclient context."""
 
 import json
 import sys

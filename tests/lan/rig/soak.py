@@ -1,5 +1,5 @@
-"""Traffic of all kinds through the real program for as long as one likes, with checksums at both
-ends; what the program holds is then as it was at the start."""
+"""Mixed traffic through the real program for any length of time, with checksums at both ends.
+Afterwards the program must hold no more resources than at the start."""
 
 import contextlib
 import hashlib
@@ -20,9 +20,9 @@ PIECE = 1 << 16
 WORKERS = 6
 IDLE = 20
 STEADY, RESTLESS = "Quillbox Office", "Quillbox Attic"
-# What allocators keep of what was freed; the traffic of a minute that is not freed is more.
+# How much freed memory allocators may keep. A leak of one minute's traffic would be more.
 KEPT_KIB = 4000
-# The ends of sixteen pipes, which the program keeps for the next transfers.
+# The program keeps up to 16 pipes for the next transfers.
 MOST_PIPE_ENDS = 32
 
 
@@ -31,7 +31,7 @@ class Fault(Exception):
 
 
 def pieces(seed, size):
-    """What `seed` stands for, so many bytes of it."""
+    """Yields `size` bytes of test data, in pieces; the same seed gives the same data."""
     position = seed % (len(BLOB) - PIECE)
     while size > 0:
         piece = BLOB[position : position + min(PIECE, size)]
@@ -48,7 +48,7 @@ def digest_of(seed, size):
 
 
 class Rate:
-    """Lets so many bytes a second pass, of all threads together."""
+    """Limits the bytes per second of all threads together."""
 
     def __init__(self, bytes_a_second):
         self._rate = bytes_a_second
@@ -60,7 +60,7 @@ class Rate:
             self._free_at = max(self._free_at, time.monotonic() - 0.1) + count / self._rate
             pause = self._free_at - time.monotonic()
         if pause > 0:
-            time.sleep(pause)  # which is what keeps to the rate
+            time.sleep(pause)  # enforces the rate
 
 
 class FileServer:
@@ -86,7 +86,8 @@ class FileServer:
                 threading.Thread(target=self._serve, args=(connection,), daemon=True).start()
 
     def _serve(self, connection):
-        """The other side tells what is wrong: what happens here reaches it as a reset or an end."""
+        """Ignores errors of the connection: the browser's side sees them as a reset or an early end
+        and reports them."""
         with connection, contextlib.suppress(OSError):
             connection.settimeout(limit(120))
             while len(header := read_exactly(connection, HEADER.size)) == HEADER.size:
@@ -109,24 +110,24 @@ class FileServer:
 
 
 def take(connection, size):
-    """Reads so many bytes; gives their checksum."""
+    """Reads `size` bytes; returns their checksum."""
     digest = hashlib.sha256()
     while size > 0:
         part = connection.recv(min(size, 1 << 18))
         if not part:
-            raise ConnectionError("the end came too early")
+            raise ConnectionError("the stream ended too early")
         digest.update(part)
         size -= len(part)
     return digest.digest()
 
 
 class Held:
-    """What a process holds at a moment."""
+    """The resources that a process holds: file descriptors, pipe ends, threads and memory (KiB)."""
 
     def __init__(self, pid):
         ends = {}
         for name in os.listdir(f"/proc/{pid}/fd"):
-            with contextlib.suppress(OSError):  # closed meanwhile
+            with contextlib.suppress(OSError):  # it may have been closed since listdir
                 kind = os.readlink(f"/proc/{pid}/fd/{name}").split(":")[0]
                 ends[kind] = ends.get(kind, 0) + 1
         self.pipes = ends.pop("pipe", 0)
@@ -139,8 +140,8 @@ class Held:
 
     def __str__(self):
         return (
-            f"{self.descriptors} descriptors, {self.pipes} ends of pipes, {self.threads} threads, "
-            f"{self.proportional} KiB, {self.anonymous} KiB of them its own"
+            f"{self.descriptors} other descriptors, {self.pipes} pipe ends, {self.threads} threads, "
+            f"{self.proportional} KiB PSS, {self.anonymous} KiB of it anonymous"
         )
 
     def is_back_at(self, start):
@@ -152,7 +153,7 @@ class Held:
 
 
 class Soak:
-    """Two phones, one of which comes and goes, and a computer that is never left alone."""
+    """Constant traffic between a computer and two phones, one of which comes and goes."""
 
     def __init__(self, computer, onlooker, phones, megabytes_a_second, seed=1):
         self.computer = computer
@@ -208,7 +209,7 @@ class Soak:
         return browser
 
     def transfer(self, browser, up, down, seed):
-        """Both directions at once; the checksums are taken where the bytes arrive."""
+        """Transfers in both directions at once; the receiver of the bytes computes the checksum."""
         browser.sendall(HEADER.pack(TRANSFER, up, down, seed))
         sending = threading.Thread(target=self._send, args=(browser, seed + 1, up))
         sending.start()
@@ -217,12 +218,12 @@ class Soak:
         finally:
             sending.join()
         if received != digest_of(seed, down):
-            raise Fault(f"{down} bytes came from the phone with a wrong checksum")
+            raise Fault(f"{down} bytes from the phone have a wrong checksum")
         told = read_exactly(browser, 32)
         if len(told) < 32:
-            raise ConnectionError("the end came before the checksum")
+            raise ConnectionError("the stream ended before the checksum")
         if told != digest_of(seed + 1, up):
-            raise Fault(f"{up} bytes came to the phone with a wrong checksum")
+            raise Fault(f"{up} bytes to the phone have a wrong checksum")
         self._count(bytes=up + down)
 
     def _send(self, browser, seed, size):
@@ -278,7 +279,7 @@ class Soak:
     # ---- the whole ----
 
     def run(self, seconds, tell=lambda line: None, stay=15):
-        """Traffic for so long; gives what was wrong at the end of it, one line each."""
+        """Runs traffic for that long; returns the faults found, one line each."""
         self.start()
         self._for(min(seconds / 4, 30), stay, lambda line: None)
         start = self._held()
@@ -288,7 +289,7 @@ class Soak:
         self._for(seconds, stay, tell)
         self._check_end(start, tell)
         if self.counts["sessions"] == before["sessions"] or self.counts["comings"] < 2:
-            self.faults.append("there was no traffic to speak of")
+            self.faults.append("there was hardly any traffic")
         for phone in (self.steady, self.restless):
             phone.server.close()
         return self.faults
@@ -330,7 +331,7 @@ class Soak:
         counts = self.counts
         return (
             f"{seconds / 60:6.1f} min: {counts['sessions']} sessions, {counts['bytes'] / 1e6:.0f} MB, "
-            f"{counts['resets']} resets, the second phone came {counts['comings']} times and cut "
+            f"{counts['resets']} resets, the second phone appeared {counts['comings']} times and cut "
             f"{counts['cut']} sessions, {len(self.faults)} faults; {held}"
         )
 
@@ -338,7 +339,7 @@ class Soak:
         return {pid: Held(pid) for pid in self.computer.helper_processes()}
 
     def _held(self):
-        """What is held once the last session has ended, which happens beside the test."""
+        """The resources that are held once the last sessions have ended, which takes a moment."""
 
         def settled():
             first = self._now()
@@ -351,7 +352,7 @@ class Soak:
 
         return wait_until(settled, limit(20), "processes at rest")
 
-    _rest = threading.Event()  # is never set: its wait is a pause
+    _rest = threading.Event()  # never set: wait() just pauses
 
     def _check_end(self, start, tell):
         def is_back():
@@ -359,12 +360,12 @@ class Soak:
             return set(now) == set(start) and all(now[x].is_back_at(start[x]) for x in start)
 
         with contextlib.suppress(AssertionError):
-            wait_until(is_back, limit(10), "what it held at the start")
+            wait_until(is_back, limit(10), "the resources held at the start")
         end = self._now()
         for pid, held in end.items():
             tell(f"end:   process {pid}: {held}")
         if set(end) != set(start):
-            self.faults.append("a process of the program has ended or was started")
+            self.faults.append("a process of the program has ended or started during the run")
             return
         for pid, held in end.items():
             if not held.is_back_at(start[pid]):

@@ -1,4 +1,4 @@
-"""An upload whose middle is where the test says."""
+"""An upload that a test can pause part of the way."""
 
 from .phone import smb_command
 
@@ -6,7 +6,7 @@ MEBIBYTE = 1 << 20
 
 
 class Upload:
-    """smbclient on a computer, which sends a file as far as it is told to."""
+    """smbclient on a computer, sending a file piece by piece as the test calls `send`."""
 
     def __init__(self, computer, port, source):
         self.source = open(source, "rb")
@@ -19,7 +19,7 @@ class Upload:
             self._pass_on(self.source.read(MEBIBYTE))
 
     def finish(self):
-        """Sends the rest, and waits until the client has ended well."""
+        """Sends the rest and waits until the client has exited with 0."""
         while block := self.source.read(MEBIBYTE):
             self._pass_on(block)
         self.client.process.stdin.close()
@@ -32,5 +32,5 @@ class Upload:
         except BrokenPipeError:
             code = self.client.wait(10)
             raise AssertionError(
-                f"smbclient ended with {code} in the middle; it said:\n{self.client.output()}"
+                f"smbclient ended with {code} during the upload; output:\n{self.client.output()}"
             ) from None

@@ -1,8 +1,8 @@
-"""Runs in an onlooker: browses for one service type by python-zeroconf and tells what it sees.
+"""Runs in an observer: browses for one service type with python-zeroconf and reports what it sees.
 
-One JSON object a line: added, removed, resolved (with host, port and addresses) or heard (an SRV
-record came, be it new or known, with host and port), each with the time (CLOCK_MONOTONIC) at which
-it was seen.
+Prints one JSON object per line: watching, added, removed, resolved (with host, port and addresses),
+unresolved, or heard (an SRV record was received, new or already known, with host and port), each
+with the time (CLOCK_MONOTONIC) at which it was seen.
 """
 
 import asyncio
@@ -19,14 +19,14 @@ def tell(event, name, **more):
 
 
 class Records(RecordUpdateListener):
-    """A browser is silent about what it knows already; this one is not."""
+    """Reports every SRV record received; a browser does not report records that it knows already."""
 
     def __init__(self, kind):
         self.kind = kind
 
     def async_update_records(self, zc, now, records):
         for record, _ in records:
-            # A record that is withdrawn arrives here with a lifetime of one second.
+            # A goodbye record arrives here with a TTL of one second.
             if isinstance(record, DNSService) and record.ttl > 1 and record.name.endswith(self.kind):
                 name = record.name[: -len(self.kind) - 1]
                 tell("heard", name, host=record.server.rstrip("."), port=record.port)
