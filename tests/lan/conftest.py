@@ -94,7 +94,7 @@ def ends(make_ends):
 
 @pytest.fixture
 def service(lan):
-    """A factory of phones, not announced yet, whose file server is a listening socket of the test."""
+    """A factory of phones whose file server is a socket of the test; they are not announced yet."""
 
     def make(name):
         made = lan.host(name, of=Phone)

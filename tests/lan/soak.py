@@ -1,4 +1,4 @@
-"""./dev soak: mixed traffic through the program for a long time; one line per minute, then a verdict."""
+"""./dev soak: mixed traffic through the program for a long time, with a report every minute."""
 
 import argparse
 import sys

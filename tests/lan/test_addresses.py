@@ -1,4 +1,4 @@
-"""Addresses that came from the network: raced where there are several, checked before any is dialled."""
+"""Addresses from the network: several are raced, each is checked before the program connects."""
 
 import os
 import time
@@ -13,21 +13,21 @@ RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
 
 
 def start_greeter(host):
-    """A TCP server that says hello; gives its process and port."""
+    """Starts a TCP server that sends hello; returns its process and port."""
     server = host.start([PYTHON, f"{RIG}/greeter.py"])
     line = server.wait_line(lambda line: line.text.startswith("port "), 10, what="the greeter")
     return server, int(line.text.split()[1])
 
 
 def call(host, address, port):
-    """Connects from `host`, and returns once the connection stands."""
+    """Connects from `host`, and returns once the connection is established."""
     caller = host.start([PYTHON, f"{RIG}/caller.py", address, str(port)])
     caller.wait_line(lambda line: line.text == "connected", 10, what="the call")
     return caller
 
 
 def first_bytes(caller, timeout):
-    """The seconds from the connection to the first bytes, and these."""
+    """The seconds from the connection to the first bytes, and those bytes."""
     line = caller.wait_line(lambda line: line.text.startswith("first "), timeout, what="hello")
     _, seconds, text = line.text.split(" ", 2)
     return float(seconds), text
@@ -38,7 +38,8 @@ def calls(server):
 
 
 def expect_one_call(server):
-    """The first call may have been answered before its line was read here."""
+    """Asserts that the server had exactly one connection; waits for its line, as the caller may get
+    its answer before that line has been read."""
     server.wait_line(lambda line: line.text.startswith("connection"), 5, what="the call's line")
     assert len(calls(server)) == 1
 
@@ -51,7 +52,7 @@ def appear_at(phone, helper, onlooker, addresses, port):
 
 @pytest.fixture
 def server(lan):
-    """A phone whose file service only says hello."""
+    """A phone whose file server only sends hello."""
     made = lan.host("phone", of=Phone)
     made.greeter, made.greeter_port = start_greeter(made)
     return made
@@ -59,7 +60,7 @@ def server(lan):
 
 def test_two_dead_addresses_of_three_cost_less_than_half_a_second(computer, onlooker, server):
     helper = computer.helper()
-    # Nobody has these: the kernel asks for their neighbours and waits for seconds.
+    # No host has the first two: the kernel tries to resolve them (ARP, NDP) for seconds.
     addresses = ["10.77.0.201", "fd77::201", server.address4]
     found = appear_at(server, helper, onlooker, addresses, server.greeter_port)
 
@@ -87,8 +88,8 @@ HERE_AND_NOWHERE = (
 
 
 def test_addresses_that_lead_back_to_this_computer_are_never_dialled(computer, onlooker, server):
-    """Records from the network would make the relay a door to services that are only for this
-    computer: the session waits, until a record names an address of the network."""
+    """Otherwise a record from the network could make the relay expose services that listen on
+    loopback only. The session waits until a record contains an address of another host."""
     trap, port = start_greeter(computer)
     helper = computer.helper()
     found = appear_at(server, helper, onlooker, HERE_AND_NOWHERE, port)
@@ -105,7 +106,7 @@ def test_addresses_that_lead_back_to_this_computer_are_never_dialled(computer, o
 def test_a_record_that_names_the_relay_itself_makes_no_loop(computer, onlooker, server, own):
     helper = computer.helper()
     found = appear_at(server, helper, onlooker, ["10.77.0.201"], 9)
-    # The relay stays, as neither its name nor its target changes: the service is the same.
+    # The relay stays the same, as the name of the service and its target host do not change.
     server.change(addresses=[getattr(computer, own)], port=found["port"])
     onlooker_view = f"/proc/{helper.pid}/fd"
 
@@ -141,7 +142,7 @@ def test_a_phone_that_vanished_leaves_when_its_record_runs_out_and_comes_back(
     vanished = time.monotonic()
 
     gone = helper.wait_status(LOOKING, timeout=limit(21), since=since)
-    # The record lives ten seconds from its last announcement, a moment before.
+    # The record expires ten seconds after its last announcement, which was shortly before.
     assert 5 <= gone.at - vanished <= limit(20)
     onlooker.wait("removed", "Quillbox Office", 5)
 

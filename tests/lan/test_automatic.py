@@ -1,4 +1,4 @@
-"""Automatic mode: what phones announce, the file browser sees; and bytes reach the phone."""
+"""Automatic mode: announced phones are advertised to file browsers, and bytes reach the phone."""
 
 import hashlib
 import os
@@ -20,7 +20,7 @@ def sha256_of(path):
 
 
 def appear(phone, helper, onlooker, count=1):
-    """Announces the phone and waits until it is seen; gives what an onlooker resolves."""
+    """Announces the phone and waits until it is visible; returns what the observer resolves."""
     phone.announce()
     helper.wait_status(visible(count))
     return onlooker.wait("resolved", phone.service_name, 5)
@@ -146,7 +146,7 @@ def test_two_phones_never_answer_for_each_other(lan, computer, onlooker, phone):
         smbclient(computer, computer.address4, found["port"], f"mkdir {one.name}")
     assert os.listdir(phone.share) == ["phone"]
     assert os.listdir(other.share) == ["other"]
-    # File browsers keep connections by host name alone.
+    # File browsers reuse connections by host name alone, without the port.
     assert hosts["Quillbox Office"] != hosts["Quillbox Kitchen"]
 
     since = helper.mark()

@@ -1,4 +1,4 @@
-"""What one side said is what the other side gets, however many they are and however they behave."""
+"""What one side sends is what the other side receives, with many sessions and misbehaving peers."""
 
 import hashlib
 import queue
@@ -18,13 +18,13 @@ WAYS = ["to the phone", "to the browser"]
 
 
 def in_order(pair, way):
-    """Writer and reader of a session, by the way that the bytes take."""
+    """Writer and reader of a session, given the direction of the bytes."""
     browser, phone = pair
     return (browser, phone) if way == "to the phone" else (phone, browser)
 
 
 def piece(index):
-    """What session `index` sends: half of them little, some a lot."""
+    """The data that session `index` sends: half of the sessions send little, a few send a lot."""
     random_of = random.Random(index)
     most = random_of.choice([4096] * 10 + [1 << 18] * 9 + [MEBIBYTE])
     start = random_of.randrange(len(BLOB) - most)
@@ -33,7 +33,8 @@ def piece(index):
 
 @pytest.mark.parametrize("count", [1000, pytest.param(10_000, marks=pytest.mark.long)])
 def test_many_sessions_of_any_size_arrive_whole(ends, count):
-    """Even ones send to the phone, odd ones from there; the receiver takes the checksum."""
+    """Sessions with even numbers send to the phone, the others receive from it. The receiver
+    computes the checksum."""
     at_phone = queue.Queue()
 
     def serve(phone):
@@ -89,7 +90,7 @@ def test_the_last_byte_of_any_size_comes_before_the_end(ends, way, size):
 def test_a_slow_reader_that_keeps_sending_gets_all_that_came_before_the_end(
     make_ends, way
 ):
-    """Its unread bytes would turn a plain close into a reset that takes megabytes along."""
+    """With the reader's bytes unread, a plain close sends a reset, which discards megabytes."""
     ends = make_ends(receive_buffer=1 << 16)
     writer, reader = in_order(ends.pair(receive_buffer=1 << 16), way)
     data = BLOB[: 6 * MEBIBYTE]
@@ -99,7 +100,7 @@ def test_a_slow_reader_that_keeps_sending_gets_all_that_came_before_the_end(
     while part := reader.recv(1 << 15):
         parts.append(part)
         reader.sendall(b"still here" * 10)
-        time.sleep(0.001)  # slow is what it is
+        time.sleep(0.001)  # a slow reader
 
     assert b"".join(parts) == data
     reader.close()
@@ -186,10 +187,10 @@ def test_a_reader_of_one_byte_a_second_holds_up_nobody_and_costs_no_memory(ends)
     for _ in range(5):
         got += browser.recv(1)
         ends.check()
-        # The other direction of the same session flows all the while.
+        # The other direction of the same session is not held up.
         browser.sendall(b"go on")
         assert read_exactly(phone, 5) == b"go on"
-        time.sleep(1)  # slow is what it is
+        time.sleep(1)  # a slow reader
 
     stalled_at = sum(sent)
     assert got == BLOB[:5]
@@ -202,7 +203,7 @@ def test_a_reader_of_one_byte_a_second_holds_up_nobody_and_costs_no_memory(ends)
 
 @pytest.mark.parametrize("count", [1000, pytest.param(5000, marks=pytest.mark.long)])
 def test_connections_that_come_all_at_once_are_all_served(ends, count):
-    """Or as many as this machine lets two processes have descriptors for."""
+    """`count` connections, or fewer if the machine's limit of file descriptors is too low."""
     count = min(count, (raise_descriptor_limit() - 1000) // 2)
     before = ends.sockets()
     address = (ends.computer.address4, ends.port)
@@ -236,9 +237,9 @@ def test_connections_that_come_all_at_once_are_all_served(ends, count):
 
 @pytest.mark.parametrize("count", [2000, pytest.param(200_000, marks=pytest.mark.long)])
 def test_sessions_one_after_another_leave_nothing_behind(ends, count):
-    """Eight at a time; each carries its number there and back."""
+    """Eight sessions at a time; each sends its number to the phone and gets it back."""
     for host in (ends.computer, ends.phone):
-        # Ports of connections that ended are kept for a minute, and there are only so many.
+        # Closed connections keep their port in TIME_WAIT for a minute: ports could run out.
         host.run("sh", "-c", "echo 10000 65000 >/proc/sys/net/ipv4/ip_local_port_range")
         host.run("sh", "-c", "echo 1 >/proc/sys/net/ipv4/tcp_tw_reuse")
 
@@ -275,7 +276,7 @@ def test_sessions_one_after_another_leave_nothing_behind(ends, count):
     run(count)
 
     ends.wait_sockets(before, 5)
-    if SLOWDOWN == 1:  # a sanitizer keeps what was freed
+    if SLOWDOWN == 1:  # sanitizers keep freed memory in quarantine
         assert ends.memory() < memory + MEBIBYTE
 
 
@@ -284,7 +285,7 @@ def test_it_ends_within_a_second_with_a_thousand_sessions(ends):
     pairs = [ends.pair() for _ in range(1000)]
     for browser, phone in pairs[::10]:
         phone.setblocking(False)
-        phone.send(BLOB[:MEBIBYTE])  # and nobody reads it
+        phone.send(BLOB[:MEBIBYTE])  # nobody reads it
 
     code, seconds = ends.helper.stop()
 
@@ -299,7 +300,7 @@ def test_it_ends_within_a_second_with_a_thousand_sessions(ends):
 
 
 class Flood:
-    """Writes one thing over and over at one end, and compares what comes out at the other."""
+    """Writes one pattern repeatedly at one end, and checks what arrives at the other end."""
 
     def __init__(self, ends, writer, reader, pattern):
         self.carried = 0
@@ -329,7 +330,7 @@ class Flood:
     def end(self, *connections):
         self.is_enough.set()
         for one in connections:
-            if one.fileno() >= 0:  # the end of the other direction has reset it
+            if one.fileno() >= 0:  # else already reset when the other direction ended
                 reset(one)
         for part in self._parts:
             with_end = part.exception(limit(60))
@@ -343,7 +344,7 @@ def test_both_directions_at_full_rate_for_two_minutes_lose_nothing(ends):
     floods = [Flood(ends, browser, phone, BLOB), Flood(ends, phone, browser, BLOB[::-1])]
     for _ in range(12):
         carried = [x.carried for x in floods]
-        time.sleep(10)  # the test is the time
+        time.sleep(10)  # this duration is the test
         assert all(x.carried > old + 100 * MEBIBYTE for x, old in zip(floods, carried))
 
     assert ends.memory() - before < 16 * MEBIBYTE
@@ -354,13 +355,13 @@ def test_both_directions_at_full_rate_for_two_minutes_lose_nothing(ends):
 
 @pytest.mark.long
 def test_readers_that_stall_for_ten_minutes_get_everything_all_the_same(ends):
-    whole = BLOB * 8  # more than all that is on the way has room for
+    whole = BLOB * 8  # more than all buffers on the path can hold
     stalled = [in_order(ends.pair(), way) for way in WAYS]
     for writer, _ in stalled:
         writer.settimeout(limit(900))
     sending = [ends.at_once(send_and_end, writer, whole) for writer, _ in stalled]
 
-    time.sleep(600)  # the test is the time
+    time.sleep(600)  # this duration is the test
     assert not any(x.done() for x in sending)
     ends.check()
 

@@ -1,4 +1,4 @@
-"""What this computer may run out of, lose or change under the program."""
+"""Resources that the computer runs out of, loses or changes while the program runs."""
 
 import os
 import resource
@@ -18,7 +18,7 @@ NOBODY = 65534
 
 
 def limits(helper, **soft):
-    """Changes limits of the running program; gives those that it had."""
+    """Changes resource limits of the running program; returns the previous ones."""
     before = {}
     for name, value in soft.items():
         kind = getattr(resource, f"RLIMIT_{name}")
@@ -28,7 +28,7 @@ def limits(helper, **soft):
 
 
 def check_transfer(ends, size=8 * MEBIBYTE):
-    """Bytes go whole from the phone to the browser, and the session ends."""
+    """Asserts that a transfer from the phone to the browser is complete and the session ends."""
     browser, phone = ends.pair()
     sending = ends.at_once(send_and_end, phone, BLOB[:size])
     assert read_to_end(browser) == BLOB[:size]
@@ -94,7 +94,7 @@ def test_a_daemon_that_dies_in_the_middle_of_a_registration_is_asked_again(
     computer.prepare("daemon")
     helper = computer.helper()
     phone.announce()
-    # Names are probed for the better part of a second before they are one's own.
+    # Probing for the name takes 0.75 s (RFC 6762, section 8.1).
     helper.process.wait_line(lambda line: "Connecting" in line.text, limit(10), what="the probing")
 
     computer.kill_avahi()
@@ -130,7 +130,7 @@ def test_a_daemon_that_is_stopped_and_started_in_order_is_used_again(
 # ---- descriptors, pipes, memory ----
 
 
-@pytest.mark.skipif(SLOWDOWN > 1, reason="a sanitizer wants a pipe for some of its checks")
+@pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers need a pipe for some of their checks")
 def test_without_descriptors_it_waits_without_spinning_and_goes_on(ends):
     standing = ends.pair()
     before = limits(ends.helper, NOFILE=64)
@@ -138,7 +138,7 @@ def test_without_descriptors_it_waits_without_spinning_and_goes_on(ends):
     ends.helper.wait_message("no connection can be accepted")
     began = ends.processor_seconds()
 
-    time.sleep(2)  # the time is what is measured
+    time.sleep(2)  # processor time is measured over this time
 
     assert ends.processor_seconds() - began < 0.1 * limit(1)
     standing[0].sendall(b"still here")
@@ -148,7 +148,7 @@ def test_without_descriptors_it_waits_without_spinning_and_goes_on(ends):
     limits(ends.helper, **before)
     for browser in browsers:
         browser.close()
-    # Those that were accepted before it ran out wait in the phone's queue.
+    # The sessions accepted before descriptors ran out are in the backlog of the phone's listener.
     ends.wait_sockets(40, 5)
     ends.listener.settimeout(1)
     with pytest.raises(TimeoutError):
@@ -179,7 +179,7 @@ def as_nobody(*command):
 
 
 def nobodys_helper(computer):
-    """Makes what starts the program in manual mode for a user without privileges."""
+    """Returns a function that starts the program in manual mode as an unprivileged user."""
 
     def start(host, port):
         home = f"/run/user/{NOBODY}"
@@ -207,7 +207,7 @@ def may_be(user):
     return any(first <= user < first + count for first, _, count in ranges)
 
 
-@pytest.mark.skipif(not may_be(NOBODY), reason="there is no other user in this user namespace")
+@pytest.mark.skipif(not may_be(NOBODY), reason="this user namespace has no second user")
 def test_a_user_whose_pipes_are_used_up_loses_no_byte_and_takes_none_from_others(
     bare_computer, make_ends
 ):
@@ -232,9 +232,9 @@ def test_a_user_whose_pipes_are_used_up_loses_no_byte_and_takes_none_from_others
     assert code == 0
 
 
-@pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers take address space without measure")
+@pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers need far more memory than the limit set here")
 def test_without_memory_for_big_chunks_the_bytes_go_in_small_ones(ends):
-    """Every pipe is taken by a stalled session, so that the others are carried in memory."""
+    """Stalled sessions occupy all pipes, so that the other sessions copy through memory."""
     check_transfer(ends)
     pairs = [ends.pair(receive_buffer=1 << 14) for _ in range(40)]
     with open(f"/proc/{ends.helper.pid}/status", encoding="ascii") as file:
@@ -256,7 +256,8 @@ def test_without_memory_for_big_chunks_the_bytes_go_in_small_ones(ends):
 
 
 class Clock:
-    """A wall clock of the program's own, engine included; the monotonic one stays the machine's."""
+    """A fake wall clock for the program and its engine process (libfaketime); the monotonic clock
+    stays the machine's."""
 
     def __init__(self, computer):
         library = subprocess.run(
@@ -280,14 +281,14 @@ class Clock:
 
 
 FIRST_LIBRARY = pytest.mark.skipif(
-    SLOWDOWN > 1, reason="a sanitizer wants to be the first library of a process"
+    SLOWDOWN > 1, reason="a sanitizer runtime must be the first library that is loaded"
 )
 
 
 @FIRST_LIBRARY
 @pytest.mark.parametrize("jump", ["-40000000", "+86400"], ids=["back a year", "on a day"])
 def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jump):
-    """Set in the middle of the program's life; the monotonic clock goes on as it does then."""
+    """The wall clock jumps while the program runs; the monotonic clock does not."""
     clock = Clock(computer)
     helper = computer.helper(**clock.environment)
     phone.announce()
@@ -296,7 +297,7 @@ def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jum
 
     clock.set(jump)
 
-    # Avahi counts lifetimes by this clock: records may run out at once, and are asked for again.
+    # Avahi measures TTLs with this clock: records may expire at once and are queried again.
     def reached():
         port = onlooker.events("resolved")[-1]["port"]
         where = (computer, computer.address4, port)
@@ -317,7 +318,7 @@ def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jum
 def test_a_phone_that_vanishes_behind_a_clock_set_back_leaves_in_time(
     bare_computer, onlooker, service
 ):
-    """Its records were to run out in ten seconds by a clock that does not get there for a year."""
+    """Its records expire after ten seconds, but the clock is set back by more than a year."""
     computer = bare_computer
     clock = Clock(computer)
     helper = computer.helper("--dns-sd=embedded", **clock.environment)

@@ -1,4 +1,4 @@
-"""Many phones come and go: nothing stays behind."""
+"""Many phones come and go without leaking memory or file descriptors."""
 
 import contextlib
 import os
@@ -10,9 +10,9 @@ from rig.crowd import Crowd
 from rig.network import TYPE_PHONE
 from rig.process import SLOWDOWN, limit, wait_until
 
-# What allocators and libraries keep of a crowd that left; a crowd that is not freed is more.
+# How much memory allocators and libraries may keep after a crowd has left. A leaked crowd is more.
 KEPT_KIB = 4000
-# Of descriptors the program has fewer than this without any phone.
+# Without any phone the program has fewer file descriptors open than this.
 FEW = 30
 
 
@@ -28,7 +28,7 @@ def descriptors(pid):
 
 
 def settled(pid):
-    """Its descriptors once those of the phones are closed, which happens beside the status."""
+    """Waits until the phones' file descriptors are closed, which may be after the status report."""
     wait_until(lambda: descriptors(pid) < FEW, limit(10), f"fewer than {FEW} descriptors")
     return FEW
 
@@ -43,8 +43,8 @@ def names_of(crowd, count):
 
 
 def come_and_go(crowd, helper, number, count):
-    """The names are new ones each time. A computer that is busy for long drops packets for which its
-    sockets have no room, and goodbyes are said once: they are said again where some were lost."""
+    """Announces and withdraws `count` phones with new names. Repeats the goodbyes if needed, as a
+    busy computer may drop packets when its socket buffers are full."""
     since = helper.mark()
     crowd.announce(names_of(number, count))
     helper.wait_status(visible(count), 60, since)
@@ -61,7 +61,7 @@ def come_and_go_often(computer, crowd, crowds, count):
     helper = computer.helper()
     helper.wait_status(LOOKING)
     crowd.wait("asked", since)
-    # What is kept in any case has been made by then.
+    # The first crowds fill caches and pools, which are kept.
     first = max(2, crowds // 4)
     for number in range(first):
         come_and_go(crowd, helper, number, count)
@@ -72,12 +72,12 @@ def come_and_go_often(computer, crowd, crowds, count):
     for number in range(first, crowds):
         come_and_go(crowd, helper, number, count)
 
-    assert computer.helper_processes() == pids, "an engine had to be started again"
+    assert computer.helper_processes() == pids, "the engine was restarted"
     for pid in pids:
         wait_until(
             lambda pid=pid: descriptors(pid) <= opened[pid], limit(10), f"{opened[pid]} descriptors"
         )
-        # AddressSanitizer keeps what was freed, to see who still uses it.
+        # AddressSanitizer keeps freed memory in quarantine to detect uses after free.
         if SLOWDOWN == 1:
             assert own_kib(pid) <= kept[pid] + KEPT_KIB
 
@@ -87,7 +87,7 @@ def test_nothing_stays_behind_of_phones_that_came_and_went(computer, crowd):
 
 
 def test_it_ends_within_a_second_with_as_many_relays_as_there_may_be(computer, engine, crowd):
-    """Each is withdrawn with a goodbye of its own. avahi-daemon has room for fewer of a program's."""
+    """Each is withdrawn with a goodbye. avahi-daemon allows a client fewer registrations."""
     count = 256 if engine == "embedded" else 200
     since = crowd.order(**{"await": TYPE_PHONE})
     helper = computer.helper()

@@ -1,4 +1,4 @@
-"""What a user's click opens on a real desktop: GVfs, the file manager, the browser."""
+"""What menu entries open on a desktop: shares (GVfs and the file manager) and pages (browser)."""
 
 import hashlib
 import os
@@ -17,7 +17,7 @@ TYPE_SMB = "_smb._tcp"
 TYPE_ADMIN = "_quillbox-admin._tcp"
 NOT_RESOLVED = "Could not resolve management address. Check the phone is online."
 
-# Another language's letters, what URLs take for a separator, what menus and markup take for more.
+# Non-ASCII letters, and characters that are special in URLs, menus and markup.
 HARD_NAME = "Quillbox Küche & <b>Büro</b>"
 
 
@@ -32,7 +32,7 @@ def desktop(lan, engine):
 
 @pytest.fixture
 def daemon_desktop(lan):
-    """The same for what both engines have no part in."""
+    """The same with avahi-daemon only, for tests that do not depend on the engine."""
     made = lan.host("computer", of=Desktop)
     made.prepare("daemon")
     made.log_in()
@@ -43,7 +43,7 @@ def daemon_desktop(lan):
 
 
 def mount(desktop, url):
-    # GVfs asks for domain and password, as the URL holds the user.
+    # GVfs asks for domain and password only, as the URL contains the user.
     desktop.run("gio", "mount", url, input=f"\n{PASSWORD}\n".encode(), timeout=30)
 
 
@@ -58,7 +58,7 @@ def write_random(path):
 
 
 def check_that_it_opens(desktop, phone, url):
-    """Mounts what was handed to the file manager, and copies a file both ways."""
+    """Mounts the URL that the file manager got, and copies a file in both directions."""
     mount(desktop, url)
     local = os.path.join(desktop.folder, "local")
     write_random(local)
@@ -95,7 +95,7 @@ def test_the_file_browsers_network_lists_the_phones(lan, daemon_desktop):
         done = daemon_desktop.run("gio", "list", "-d", "dns-sd://local/", timeout=20)
         return sorted(done.stdout.splitlines()) == sorted(names)
 
-    # The list fills while GVfs browses, and there is no way to wait for that.
+    # GVfs fills the list while it browses, and offers no way to wait for that.
     wait_until(listed, limit(10), "both phones")
 
 
@@ -115,7 +115,7 @@ def test_a_name_that_another_computer_has_leads_to_the_own_relay(lan, desktop, o
 
 
 def test_a_share_of_another_computer_opens_where_it_is(lan, daemon_desktop):
-    # Without a relay of its own: nobody told it where the phone is.
+    # Manual mode without a host: the program has no relay.
     daemon_desktop.write_settings({"automaticDiscovery": False, "user": "", "share": "My Files"})
     other = lan.host("other", of=Phone)
     other.announce("Quillbox", type=TYPE_SMB, port=4446)
@@ -145,7 +145,7 @@ def test_a_share_that_is_nowhere_is_handed_over_as_it_is(daemon_desktop):
 
 @pytest.fixture
 def page(lan):
-    """A phone that serves its management page; nobody has heard of it yet."""
+    """A phone that serves its management page but is not announced yet."""
     made = lan.host("phone", of=Phone)
     made.page = made.start([PYTHON, f"{RIG}/page.py", made.folder])
     line = made.page.wait_line(lambda x: x.text.startswith("port "), 20, what="the page")
@@ -154,9 +154,9 @@ def page(lan):
 
 
 def found_page(desktop, helper, page, **more):
-    """Returns once the program has seen the page, which it tells by no longer explaining."""
+    """Announces the page, and returns once the program knows it."""
     page.announce("Quillbox Office", type=TYPE_ADMIN, **more)
-    # Its list of phones comes by the same road, one answer later.
+    # No status reports the page itself. The phone is announced after it, so it is found later.
     page.announce("Quillbox Office", **more)
     helper.wait_status(visible(1))
 

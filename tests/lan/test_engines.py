@@ -1,4 +1,4 @@
-"""The DNS-SD engines come and go in the middle of a transfer, and no byte and no phone is lost."""
+"""DNS-SD engines start, die and are replaced during a transfer: no byte and no phone is lost."""
 
 import os
 import re
@@ -16,7 +16,7 @@ from test_automatic import appear, sha256_of
 
 
 def engine_child(helper):
-    """The process id of the helper's own responder."""
+    """The process id of the helper's embedded DNS-SD engine."""
     for entry in os.listdir("/proc"):
         try:
             with open(f"/proc/{entry}/stat", encoding="ascii", errors="replace") as file:
@@ -27,11 +27,11 @@ def engine_child(helper):
             continue
         if parent == str(helper.pid) and "--dns-sd-engine" in command:
             return int(entry)
-    raise AssertionError("the helper has no responder of its own")
+    raise AssertionError("the helper has no child process with the embedded engine")
 
 
 def test_the_embedded_engine_has_more_room_for_packets_than_usual(bare_computer):
-    """Goodbyes are said once: a crowd of them has to wait where the engine is busy."""
+    """Goodbyes are sent only once: while the engine is busy, the socket buffer must hold many."""
     helper = bare_computer.helper("--dns-sd=embedded")
     helper.wait_status(LOOKING)
     with bare_computer.socket(kind=socket.SOCK_DGRAM) as usual:
@@ -42,7 +42,7 @@ def test_the_embedded_engine_has_more_room_for_packets_than_usual(bare_computer)
         sizes = [int(x) for x in re.findall(r"\brb(\d+)", sockets)]
         return len(sizes) == 2 and min(sizes) >= 2 * size
 
-    wait_until(has_room, limit(5), "sockets of both families, with room")
+    wait_until(has_room, limit(5), "IPv4 and IPv6 sockets with large receive buffers")
 
 
 def test_a_killed_responder_costs_no_byte_and_the_advertisement_comes_back(
@@ -64,7 +64,7 @@ def test_a_killed_responder_costs_no_byte_and_the_advertisement_comes_back(
     assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
     assert again["at"] - killed < limit(3)
     assert onlooker.events("removed") == []
-    # The phone was there all the time, as far as the user is concerned.
+    # The status showed the phone all the time.
     assert set(helper.statuses()[statuses:]) <= {visible(1)}
 
 
@@ -126,7 +126,7 @@ def test_a_user_without_daemon_bus_or_privilege_reaches_the_phone(
     nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--no-new-privs", "--"]
     home = "/run/user/65534"
     computer.run("install", "-d", "-m", "700", "-o", "65534", "-g", "65534", home)
-    # The folders of this test are root's; the program is the only thing needed from there.
+    # The test's folders are readable by root only, so the program is copied out of them.
     shared = os.path.join(computer.folder, "program")
     shutil.copy(PROGRAM, shared)
     computer.run("install", "-m", "755", shared, "/run/quillbox-helper")

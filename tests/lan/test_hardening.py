@@ -1,4 +1,4 @@
-"""The executable is built so that a fault in it is hard to make use of."""
+"""The executable is built with the usual hardening options."""
 
 import re
 import subprocess
@@ -28,11 +28,11 @@ def test_the_executable_has(option, expected):
 
 
 def test_the_code_guards_its_jumps_and_probes_its_stack():
-    """The linker's mark for control-flow protection is missing on Debian 12, whose start files are
-    built without; the code of ours has it all the same."""
+    """Checks the code: on Debian 12 the linker omits the control-flow protection property from the
+    executable, as the C start files are built without it."""
     code = told("objdump", "--disassemble", "--no-show-raw-insn", PROGRAM)
     (main,) = re.findall(r"<main>:\n\s*[0-9a-f]+:\s*(\w+)", code)
     assert main == "endbr64"
     assert code.count("endbr64") > 1000
-    # What -fstack-clash-protection puts between the pages of a large frame.
+    # -fstack-clash-protection emits this probe for every page of a large stack frame.
     assert re.search(r"orq\s+\$0x0,(0x[0-9a-f]+)?\(%rsp\)", code)

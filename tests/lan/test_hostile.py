@@ -1,4 +1,4 @@
-"""A stranger on the network who says whatever he likes, as often as he likes."""
+"""A hostile host on the network, which sends any multicast DNS packets at any rate."""
 
 import pytest
 from rig import raw_mdns
@@ -36,12 +36,12 @@ def memory(pid):
 
 @pytest.fixture
 def phone(service):
-    """A phone whose file server is the test."""
+    """A phone whose file server is a listening socket of the test."""
     return service("phone")
 
 
 def standing_session(computer, port, phone):
-    """A session through the relay; gives what tells that it stands."""
+    """Opens a session through the relay; returns a function that checks that it still works."""
     browser, other = session(computer, port, phone)
 
     def check():
@@ -67,9 +67,9 @@ def test_ten_thousand_phones_that_appear_at_once_are_256_at_most(
 
     helper.wait_message("256", timeout=20)
     check()
-    if SLOWDOWN == 1:  # a sanitizer keeps what was freed
+    if SLOWDOWN == 1:  # sanitizers keep freed memory in quarantine
         assert memory(helper.pid) - before < 64 << 20
-    # 256 goodbyes may take all the time that the end has, and no more.
+    # Even with 256 goodbyes to send it ends in time.
     code, seconds = helper.stop()
     assert code == 0 and seconds < limit(1)
 
@@ -101,7 +101,7 @@ def test_hostile_names_are_taken_as_they_are_or_not_at_all(
     speaker.say(raw_mdns.response(*(raw_mdns.pointer(x) for x in NO_NAMES)))
     speaker.say(raw_mdns.response(*(raw_mdns.pointer(x) for x in HOSTILE_NAMES)))
 
-    # Each has a relay of its own, advertised under its name.
+    # Each has its own relay, advertised under its name.
     helper.wait_status(visible(1 + len(HOSTILE_NAMES)), timeout=20, since=since)
     assert all(x.text.isprintable() for x in helper.process.lines)
 
@@ -110,7 +110,7 @@ def test_garbled_packets_at_full_rate_do_no_harm(computer, onlooker, phone, serv
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     check = standing_session(computer, found["port"], phone)
-    # The names that come out are more than there is room for: they have to go again.
+    # The corrupted packets contain more names than the program keeps, so their TTL is short.
     seeds = [
         raw_mdns.response(
             raw_mdns.pointer("Quillbox Garbled", lifetime=4),

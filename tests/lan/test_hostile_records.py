@@ -1,4 +1,4 @@
-"""Records at the edges of what DNS-SD allows, and beyond, from a phone or from a stranger."""
+"""Unusual and invalid DNS-SD records, from a phone or from a hostile host."""
 
 import time
 import unicodedata
@@ -24,12 +24,12 @@ def speaker(lan):
 
 @pytest.fixture
 def phone(service):
-    """A phone whose file server is the test."""
+    """A phone whose file server is a listening socket of the test."""
     return service("phone")
 
 
 def test_a_name_in_either_normal_form_is_one_phone_that_is_reached(computer, onlooker, service):
-    """"Café" has two spellings in Unicode; phones write whichever they like."""
+    """"Café" has a composed and a decomposed form in Unicode; phones may announce either."""
     helper = computer.helper()
     name = "Quillbox Café Überfahrt"
     for count, form in enumerate(("NFC", "NFD")):
@@ -84,11 +84,12 @@ def test_whatever_the_txt_record_holds_the_phone_is_advertised(
     for what in TXT_EXTREMES:
         found = onlooker.wait("resolved", f"Quillbox with {what}", 10)
         session(computer, found["port"], phone)
-        assert found["txt"] <= 1, "the record was passed on"
+        assert found["txt"] <= 1, "the phone's TXT record was passed on"
 
 
 def test_a_txt_record_of_64_kibibytes_is_no_harm(computer, onlooker, phone, speaker):
-    """No packet of the wire is so long: several that hold as much of it as fits, and claim more."""
+    """No UDP packet is that long: some are truncated but claim the full length, others contain as
+    much as fits."""
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     check = standing_session(computer, found["port"], phone)
@@ -111,8 +112,9 @@ def test_a_txt_record_of_64_kibibytes_is_no_harm(computer, onlooker, phone, spea
 def test_ten_thousand_names_beside_the_daemon_leave_a_phone_that_stands_alone(
     bare_computer, onlooker, phone, speaker
 ):
-    """avahi-daemon keeps 4096 records and no more, so that it has no room for a phone that comes behind
-    them; one that stood before is not to be lost, though its records run out and are asked for anew."""
+    """avahi-daemon caches at most 4096 records, so it cannot add a phone that is announced after
+    the flood. A phone that was there before must stay, although its records expire and are queried
+    again."""
     computer = bare_computer
     computer.prepare("daemon")
     helper = computer.helper()
@@ -127,11 +129,11 @@ def test_ten_thousand_names_beside_the_daemon_leave_a_phone_that_stands_alone(
     speaker.say(*raw_mdns.packets(raw_mdns.pointer(x) for x in names))
 
     helper.wait_message("256", timeout=30)
-    # Nothing is to happen for longer than its records live, which no event could tell.
+    # Longer than the TTL of its records. Nothing must happen, so there is no event to wait for.
     time.sleep(15)
     check()
     session(computer, found["port"], phone)
-    if SLOWDOWN == 1:  # a sanitizer keeps what was freed
+    if SLOWDOWN == 1:  # sanitizers keep freed memory in quarantine
         assert memory(helper.pid) - before < 64 << 20
     assert "Quillbox Office" not in {x["name"] for x in onlooker.events("removed", seen)}
     code, seconds = helper.stop()

@@ -1,4 +1,4 @@
-"""What takes minutes by nature: the lifetimes and limits of the real protocols."""
+"""Tests that take minutes, as they wait for TTLs and timeouts of the real protocols."""
 
 import time
 
@@ -48,7 +48,7 @@ def test_five_minutes_of_quiet_change_nothing(computer, onlooker, phone):
     appear(phone, helper, onlooker)
     since, seen = helper.mark(), onlooker.mark()
 
-    with pytest.raises(AssertionError, match="gave none within 300 s"):
+    with pytest.raises(AssertionError, match="printed none within 300 s"):
         helper.process.wait_line(lambda line: line.text != f"status: {visible(1)}", 300, since)
 
     assert onlooker.events("removed", seen) == []

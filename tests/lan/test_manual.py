@@ -1,4 +1,4 @@
-"""Manual mode: the relay leads to what the user typed."""
+"""Manual mode: the relay connects to the host and port that the user typed."""
 
 import os
 
@@ -9,7 +9,7 @@ READY = "ready: Quillbox is visible in Finder"
 
 
 def use(computer, onlooker, phone, helper):
-    """The relay is seen as "Quillbox" and leads to the phone."""
+    """Asserts that the relay is advertised as "Quillbox" and connects to the phone."""
     helper.wait_status(READY)
     found = onlooker.wait("resolved", "Quillbox", 5)
     smbclient(computer, computer.address4, found["port"], "mkdir here")

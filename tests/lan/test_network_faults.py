@@ -1,4 +1,4 @@
-"""What networks do to packets, and what is done to sockets behind the program's back."""
+"""Faults of the network, and sockets and processes manipulated from outside the program."""
 
 import os
 import re
@@ -17,8 +17,8 @@ MEBIBYTE = 1 << 20
 
 
 def lose(host, percent):
-    """Throws away so many of a hundred TCP segments that come to the host, by chance. None is joined
-    with others, or it would be little that is lost."""
+    """Drops that percentage of the TCP segments that arrive at the host, at random. Segmentation
+    offload is off: with large joined segments there would be too few to drop."""
     host.run("ip", "link", "set", "eth0", "gso_max_segs", "1")
     rules = f"""
         add table inet loss
@@ -29,14 +29,15 @@ def lose(host, percent):
 
 
 def lost(host):
-    """How many segments it has thrown away."""
+    """How many segments were dropped."""
     rules = host.run("nft", "list", "chain", "inet", "loss", "input").stdout
     return int(re.search(r"counter packets (\d+)", rules)[1])
 
 
 @pytest.mark.parametrize("way", ["to the phone", "to the browser"])
 def test_a_network_that_loses_every_tenth_packet_costs_no_byte(ends, onlooker, way):
-    """Files go over it at both ends: between phone and computer, and between two computers."""
+    """On both sides of the relay: between phone and computer, and between computer and browser,
+    which is on another computer here."""
     browser, phone = ends.pair(host=onlooker)
     for host in (ends.computer, ends.phone, onlooker):
         lose(host, 10)
@@ -53,7 +54,7 @@ def test_a_network_that_loses_every_tenth_packet_costs_no_byte(ends, onlooker, w
 
 
 def test_a_network_of_tiny_packets_costs_no_byte(ends):
-    """So small that a chunk is many segments, which the interface is not to join on arrival."""
+    """The MTU makes every chunk many segments; gso_max_segs keeps the interface from joining them."""
     for host in (ends.computer, ends.phone):
         host.run("ip", "link", "set", "eth0", "gso_max_segs", "1")
         host.run("ip", "link", "set", "eth0", "mtu", "1280")
@@ -84,7 +85,7 @@ def test_a_socket_that_the_system_kills_ends_the_session_and_no_other(ends, side
 
 
 def test_both_ends_may_close_in_the_same_moment(ends):
-    """What is behind it in the sockets makes half of the ends resets."""
+    """In half of the sessions, unread bytes in the sockets turn the closes into resets."""
     before = ends.sockets()
     for number in range(200):
         pair = ends.pair()
@@ -134,7 +135,7 @@ def test_an_interface_that_comes_in_the_middle_of_a_registration_delays_nothing(
     helper = computer.helper()
     helper.wait_status(LOOKING)
     phone.announce()
-    # Names are probed for the better part of a second before they are one's own.
+    # Probing for the name takes 0.75 s (RFC 6762, section 8.1).
     helper.process.wait_line(lambda line: "Connecting" in line.text, limit(10), what="the probing")
 
     computer.run("ip", "link", "add", "eth1", "type", "veth", "peer", "name", "far1")
@@ -154,7 +155,8 @@ def test_an_interface_that_comes_in_the_middle_of_a_registration_delays_nothing(
 def test_a_computer_that_slept_knows_what_happened_meanwhile(
     computer, engine, onlooker, service
 ):
-    """All its processes are stopped for ten seconds; one phone left, one came, one stayed."""
+    """All its processes are stopped for ten seconds, while one phone leaves, one appears and one
+    stays."""
     helper = computer.helper()
     gone, stays, later = service("gone"), service("stays"), service("later")
     gone.announce("Quillbox Gone", host_ttl=5, other_ttl=5)
@@ -172,7 +174,7 @@ def test_a_computer_that_slept_knows_what_happened_meanwhile(
     gone.vanish()
     later.announce("Quillbox Later")
     browser.sendall(b"said in its sleep")
-    time.sleep(10)  # so long it sleeps: who is stopped gives no event
+    time.sleep(10)  # the length of the sleep: stopped processes give no event
     for pid in asleep:
         os.kill(pid, signal.SIGCONT)
 

@@ -1,4 +1,4 @@
-"""What a phone may do to those who count on it: be silent, vanish, change, be there twice."""
+"""Faults of the phone: it is silent, vanishes, refuses, moves, or there are two with one name."""
 
 import contextlib
 import os
@@ -14,7 +14,7 @@ from rig.process import limit, wait_until
 
 @pytest.fixture
 def silent(make_ends):
-    """A relay to a phone whose answers get lost on their way to the computer."""
+    """A relay to a phone whose packets to the computer are dropped."""
     ends = make_ends()
     ends.phone.run("ip", "route", "add", "blackhole", ends.computer.address4)
     return ends
@@ -63,10 +63,10 @@ def test_browsers_that_close_while_the_phone_is_silent_are_found_by_keep_alive(s
 def test_sessions_that_wait_cost_no_time(silent):
     browsers = [silent.browse() for _ in range(50)]
     for browser in browsers:
-        browser.sendall(b"negotiate")  # unread bytes are what makes a wait spin
+        browser.sendall(b"negotiate")  # unread bytes could make the event loop spin
     before = silent.processor_seconds()
 
-    time.sleep(3)  # the time is what is measured
+    time.sleep(3)  # processor time is measured over this time
 
     assert silent.processor_seconds() - before < 0.15 * limit(1)
 
@@ -113,7 +113,7 @@ def test_a_phone_that_vanishes_in_a_transfer_is_dropped_and_the_others_go_on(
 
 
 def test_a_phone_that_moves_without_a_word_keeps_its_relay(computer, onlooker, service):
-    """New address and port under the same name: what stands is not cut, what comes goes there."""
+    """New address and port under the same name: open sessions stay open, new ones go there."""
     helper = computer.helper()
     phone = service("phone")
     phone.announce()
@@ -128,7 +128,7 @@ def test_a_phone_that_moves_without_a_word_keeps_its_relay(computer, onlooker, s
     phone.change(addresses=["10.77.0.99"])
 
     def moved():
-        # Until the change has arrived a session goes to the old port, where nobody takes it.
+        # Until the program has seen the change, sessions go to the old port, which is closed.
         browser = computer.socket()
         browser.settimeout(limit(20))
         browser.connect((computer.address4, port))
@@ -158,7 +158,7 @@ def test_records_with_another_lifetime_change_nothing(computer, onlooker, servic
 
     for lifetime in (10, 3600, 20):
         phone.change(host_ttl=lifetime, other_ttl=lifetime)
-    # A phone that is announced after the changes is listed after them.
+    # A phone announced after the changes is found after them.
     later = service("later")
     later.announce("Quillbox Later")
 
@@ -188,7 +188,7 @@ def test_a_phone_with_nothing_but_ipv6_is_reached(computer, onlooker, lan):
 def test_two_phones_of_one_name_are_one_entry_that_leads_to_either(
     lan, computer, onlooker, service
 ):
-    """Two halves of a network that were apart may each have given the name away."""
+    """When two separate halves of a network are joined, each may have a phone with this name."""
     first, second = service("phone"), service("other")
     lan.cut(second)
     first.announce("Quillbox Office")

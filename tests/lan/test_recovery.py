@@ -1,4 +1,4 @@
-"""What the program needs may come late, go and come back; nobody has to start it again."""
+"""Daemons, buses and networks may start late, stop and restart; the program recovers by itself."""
 
 import os
 
@@ -39,7 +39,7 @@ def test_a_killed_daemon_costs_no_byte_and_the_advertisement_comes_back(
 
 
 def wait_listed(computer):
-    """Waits until the computer's own daemon lists the advertisement."""
+    """Waits until the computer's own avahi-daemon lists the advertisement."""
 
     def listed():
         known = computer.run("avahi-browse", "--parsable", "--cache", "_smb._tcp", check=False)
@@ -78,7 +78,7 @@ def test_a_restarted_bus_does_no_harm(daemon_computer, onlooker, phone):
     appear(phone, helper, onlooker)
 
     computer.bus.kill_group()
-    computer.avahi.wait(10)  # the daemon ends with its bus
+    computer.avahi.wait(10)  # avahi-daemon exits when it loses the bus
     computer.run("rm", "-f", "/run/avahi-daemon/pid", "/run/dbus/system_bus_socket")
     seen = onlooker.mark()
     computer.start_bus()
@@ -91,7 +91,7 @@ def test_a_restarted_bus_does_no_harm(daemon_computer, onlooker, phone):
 
 
 def test_a_session_bus_that_goes_takes_nothing_along(bare_computer, onlooker, phone):
-    """The user's own bus, by which status item and file manager are reached."""
+    """The session bus connects the program to the status item's panel and the file manager."""
     computer = bare_computer
     bus = computer.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"])
     address = bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus").text
@@ -131,7 +131,7 @@ def test_a_network_that_goes_and_comes_back_is_used_again(lan, computer, onlooke
     computer.run("ip", "link", "set", "eth0", "down")
     computer.run("ip", "link", "set", "eth0", "up")
     for address in (computer.address6, f"fe80::{computer.number}"):
-        # The kernel drops IPv6 addresses with the link.
+        # The kernel removes IPv6 addresses when the link goes down.
         computer.run("ip", "addr", "replace", f"{address}/64", "dev", "eth0", "nodad")
 
     newcomer = lan.host("newcomer", of=Onlooker)

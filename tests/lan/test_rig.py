@@ -1,4 +1,4 @@
-"""The rig itself: without it being right, nothing that the other tests show would count."""
+"""Tests of the rig itself, on which all other network tests rely."""
 
 import hashlib
 import os
@@ -46,7 +46,7 @@ def test_hosts_see_nothing_of_the_machine_that_they_run_on(lan):
 
     links = host.run("ip", "-brief", "link").stdout.split()
     assert [name for name in links if name.startswith("eth")] == []
-    # mount(8) keeps its own notes in /run/mount.
+    # mount(8) keeps its own state in /run/mount.
     made = {"avahi-daemon", "dbus", "lock", "mount", "user"}
     assert set(host.run("ls", "/run").stdout.split()) <= made
     assert host.run("hostname").stdout.strip() == "alone"

@@ -1,4 +1,4 @@
-"""Samba's own suites of SMB tests come to the same verdicts through a relay as without one."""
+"""Samba's SMB test suites give the same results through a relay as without one."""
 
 import re
 

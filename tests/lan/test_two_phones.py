@@ -1,7 +1,7 @@
-"""Two phones of different content behind one computer, seen by clients that keep connections.
+"""Two phones with different files behind one computer, used by clients that reuse connections.
 
-SMB clients on Linux keep a connection by host name and share, without the port: behind one host
-name the second phone would show the files of the first.
+SMB clients on Linux cache connections by host name and share, without the port: under one host name
+the second phone would show the files of the first.
 """
 
 import json
@@ -20,7 +20,8 @@ NSSWITCH = "passwd: files\ngroup: files\nhosts: files mdns4_minimal [NOTFOUND=re
 
 @pytest.fixture
 def two(lan, bare_computer, onlooker):
-    """The computer with two phones behind it, each with a file of its own; and where they are."""
+    """The computer with two phones behind it, each with a different file; and the host and port at
+    which each is advertised."""
     computer = bare_computer
     computer.prepare("daemon")
     nsswitch = os.path.join(computer.folder, "nsswitch.conf")
@@ -67,7 +68,7 @@ def test_gvfs_shows_each_phone_its_own_files(two, order):
     for name in order:
         host, port = places[name]
         steps.append(f"gio list 'smb://{host}:{port}/NAS'")
-    # The list fills while GVfs browses, and the command line has no way to wait for that.
+    # GVfs fills the list while it browses, and gio has no option to wait for that.
     steps.append(
         "for _ in $(seq 50); do listed=$(gio list dns-sd://local/); "
         '[ "$(wc -l <<<"$listed")" -ge 2 ] && break; sleep 0.2; done; echo "$listed"'

@@ -1,4 +1,4 @@
-"""--verbose tells what became of a phone and of a session; without it there is the status alone."""
+"""--verbose logs what happens to a phone and a session; without it only the status is printed."""
 
 import re
 
@@ -13,7 +13,8 @@ NAME = '"Quillbox Office"'
 
 
 def one_phone_and_one_session(computer, onlooker, phone, *arguments):
-    """From the phone's coming to its going, with a session that the file browser ends."""
+    """A phone appears and leaves, with a session in between that the file browser closes; returns
+    the lines of output."""
     helper = computer.helper(*arguments)
     helper.wait_status(LOOKING)
     found = appear(phone, helper, onlooker)
@@ -35,14 +36,14 @@ def one_phone_and_one_session(computer, onlooker, phone, *arguments):
 
 
 def story_of(lines):
-    """Category and text of what is no status line."""
+    """Category and text of the lines that are not status reports."""
     told = [x for x in lines if not x.startswith("status: ")]
     matches = [LINE.fullmatch(x) for x in told]
     return [x.groups() for x in matches if x]
 
 
 def check_order(story, *expected):
-    """Each line is there, behind the one before."""
+    """Asserts that the expected lines occur, in this order."""
     rest = iter(story)
     for category, pattern in expected:
         assert any(

@@ -37,7 +37,7 @@ def test_a_screen_that_hangs_for_ten_seconds_holds_up_no_byte(desktop):
                 asked = time.monotonic()
                 assert read_exactly(browser, 1 << 20) == BLOB[: 1 << 20]
                 assert time.monotonic() - asked < limit(2)
-        with pytest.raises(AssertionError, match="gave none"):
+        with pytest.raises(AssertionError, match="printed none"):
             helper.process.wait_line(lambda x: x.text == f"status: {visible(2)}", 0.1, since)
     finally:
         desktop.server.signal(signal.SIGCONT)

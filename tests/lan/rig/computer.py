@@ -119,7 +119,7 @@ class Computer(Host):
         return self.helper()
 
     def helper_processes(self):
-        """The process ids of all instances of the program in this host, child processes included."""
+        """The process ids of all instances of the program in this host, their children included."""
         mine = os.readlink(f"/proc/{self.pid}/ns/net")
         found = []
         for entry in os.listdir("/proc"):

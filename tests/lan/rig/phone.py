@@ -86,7 +86,7 @@ class Phone(Host):
         return json.loads(line.text)["at"]
 
     def vanish(self):
-        """Ends announcements and file server without a goodbye, like a phone that lost its network."""
+        """Stops everything without a goodbye, like a phone that lost its network."""
         self._announcer.kill_group()
         self._announcer = None
         if self.smbd is not None:

@@ -19,7 +19,7 @@ def tell(event, name, **more):
 
 
 class Records(RecordUpdateListener):
-    """Reports every SRV record received; a browser does not report records that it knows already."""
+    """Reports every SRV record received; a browser reports only those that are new."""
 
     def __init__(self, kind):
         self.kind = kind
