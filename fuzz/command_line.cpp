@@ -1,4 +1,4 @@
-// The command line, ports that were typed, and what the copies of the program say to one another.
+// The command line, typed port numbers, and messages between instances of the program.
 
 #include "app/options.h"
 #include "app/port_text.h"
@@ -22,21 +22,21 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         arguments.push_back(word.c_str());
     const auto parsed = parseOptions(arguments);
     if (const auto* error = std::get_if<OptionsError>(&parsed))
-        fuzz::require(!error->text.empty(), "a refusal has a reason");
+        fuzz::require(!error->text.empty(), "an error has a text");
     else
         fuzz::require(words.empty() || words.front().starts_with("--")
                           || std::get<Options>(parsed).request.has_value()
                           || std::get<Options>(parsed).isDoctor,
-                      "only options and commands are taken");
+                      "only options and commands are accepted");
     parsePort(text);
     if (copy_protocol::isToken(text))
-        fuzz::require(text.find_first_of(" \n\r") == std::string_view::npos, "one word");
+        fuzz::require(text.find_first_of(" \n\r") == std::string_view::npos, "a token is one word");
     if (const auto request = copy_protocol::requestIn(text)) {
         fuzz::require(request->token.empty() || copy_protocol::isToken(request->token),
-                      "what a request brings is a token");
+                      "the token of a request is valid");
         if (request->kind == copy_protocol::Request::Kind::Message)
             fuzz::require(copy_protocol::message(request->token, request->text).has_value(),
-                          "what was understood can be said again");
+                          "a parsed message can be encoded again");
     }
     copy_protocol::answerIn(text);
     return 0;

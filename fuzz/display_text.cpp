@@ -1,4 +1,4 @@
-// What a host on the network chose to be shown.
+// Display of text that was chosen by hosts on the network.
 
 #include "ui/display_text.h"
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-/// Nothing in it ends a line, controls anything or turns the writing round.
+/// Whether it has no line or paragraph separators, control characters or bidirectional controls.
 bool isOnOneLine(const QString& text)
 {
     return std::none_of(text.begin(), text.end(), [](QChar c) {

@@ -1,5 +1,4 @@
-// Messages between the program and its engine process: what the network sends has passed through
-// it.
+// Messages between the program and its engine process, which contain data from the network.
 
 #include "platform/dnssd/message_codec.h"
 
@@ -14,7 +13,7 @@ void tryMessage(const std::optional<Message>& message, std::span<const std::uint
 {
     if (message)
         quillbox::fuzz::require(std::ranges::equal(quillbox::dnssd::encode(*message), packet),
-                                "a message has one form");
+                                "a message has only one encoding");
 }
 
 } // namespace

@@ -7,13 +7,13 @@
 #include <span>
 #include <string_view>
 
-/// What every harness has: libFuzzer calls it with input of its own making, the replay with the
-/// kept cases. A harness promises more than not to crash where `require` says so.
+/// Implemented by every harness. libFuzzer calls it with generated input, replay.cpp with the
+/// corpus. Besides not crashing, a harness checks properties with `require`.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size);
 
 namespace quillbox::fuzz {
 
-/// Ends the process, so that the input is reported as a fault, unless `isTrue`.
+/// Aborts the process unless `isTrue`, so that the input is reported as a failure.
 inline void require(bool isTrue, const char* what)
 {
     if (isTrue)
@@ -27,7 +27,7 @@ inline std::string_view textOf(const std::uint8_t* data, std::size_t size)
     return {reinterpret_cast<const char*>(data), size};
 }
 
-/// Takes what stands before the next zero byte, and that byte, off the beginning.
+/// Removes and returns everything before the next zero byte; removes that byte too.
 inline std::string_view takePart(std::string_view& rest)
 {
     const auto end = rest.find('\0');

@@ -1,4 +1,4 @@
-// Names of services and hosts as the network has them, and the text functions under them.
+// Names of services and hosts from the network, and the text functions that handle them.
 
 #include "platform/dnssd/names.h"
 
@@ -19,13 +19,14 @@ using fuzz::require;
 void tryText(std::string_view text)
 {
     const auto normal = normalized(text);
-    require(isValidUtf8(normal) == isValidUtf8(text), "a normal form is text if it was one");
-    require(normalized(normal) == normal, "a normal form is its own");
-    require(canonicallyEqual(text, normal) && canonicallyEqual(normal, text), "both are equal");
-    require(trimmed(trimmed(text)) == trimmed(text), "what is trimmed stays as it is");
+    require(isValidUtf8(normal) == isValidUtf8(text), "normalisation keeps the validity of UTF-8");
+    require(normalized(normal) == normal, "normalisation is idempotent");
+    require(canonicallyEqual(text, normal) && canonicallyEqual(normal, text),
+            "a text equals its normal form");
+    require(trimmed(trimmed(text)) == trimmed(text), "trimming is idempotent");
     for (const std::size_t most : {0U, 1U, 7U, 63U}) {
         const auto cut = truncated(text, most);
-        require(cut.size() <= most && text.starts_with(cut), "a beginning of that size");
+        require(cut.size() <= most && text.starts_with(cut), "a prefix of at most that size");
         require(!isValidUtf8(text) || isValidUtf8(cut), "cut between characters");
     }
 }
@@ -34,18 +35,19 @@ void tryNames(std::string_view text)
 {
     using namespace dnssd;
     isServiceType(text);
-    require(isSameName(text, folded(text)), "case does not count");
+    require(isSameName(text, folded(text)), "names are case-insensitive");
     if (isInstanceName(text)) {
         for (const unsigned number : {1U, 2U, 99'999U})
-            require(isInstanceName(alternativeName(text, number)), "another name is a name");
+            require(isInstanceName(alternativeName(text, number)), "an alternative name is valid");
     }
     const auto slug = hostSlug(text, 24);
-    require(slug.size() <= 24 && !slug.starts_with('-') && !slug.ends_with('-'), "a label");
+    require(slug.size() <= 24 && !slug.starts_with('-') && !slug.ends_with('-'), "a valid label");
     HostIdentities identities;
     unsigned number = 1;
     const auto identity = identities.claim("computer.local", std::string(text), number);
     require(identity.hostName.size() <= kMaximumLabelSize + 6, "a host name that fits");
-    require(identity.loopback.bytes[0] == 127 && identity.loopback.bytes[1] != 0, "a loopback one");
+    require(identity.loopback.bytes[0] == 127 && identity.loopback.bytes[1] != 0,
+            "a loopback address outside 127.0.0.0/16");
 }
 
 } // namespace
@@ -58,10 +60,11 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     auto rest = text;
     const auto first = fuzz::takePart(rest);
     require(canonicallyEqual(first, rest) == canonicallyEqual(rest, first),
-            "the order is no matter");
-    require(!(CanonicalLess()(first, rest) && CanonicalLess()(rest, first)), "one of two is less");
+            "equality is symmetric");
+    require(!(CanonicalLess()(first, rest) && CanonicalLess()(rest, first)),
+            "the order is asymmetric");
     canonicallyHasPrefix(first, rest);
     if (const auto location = dnssd::decodeServiceLocation({data, size}))
-        require(!location->hostName.empty() && location->hostName.size() < 1024, "a host");
+        require(!location->hostName.empty() && location->hostName.size() < 1024, "a host name");
     return 0;
 }

@@ -1,5 +1,5 @@
-// Gives a harness every kept case of the folders and files named, in place of libFuzzer: any
-// compiler builds it, and a fault that was found once stays mended.
+// Runs a harness on every input in the given files and folders, instead of libFuzzer. It builds
+// with any compiler and is the regression test for bugs that fuzzing has found.
 
 #include <algorithm>
 #include <cstdio>
@@ -28,7 +28,7 @@ void replay(const std::filesystem::path& path)
     std::ifstream file(path, std::ios::binary);
     quillbox::fuzz::require(file.is_open(), path.c_str());
     const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
-    // A copy of exactly this size, so that a sanitizer sees what reads beyond its end.
+    // A copy of exactly this size, so that AddressSanitizer detects reads beyond its end.
     const std::vector<std::uint8_t> input(bytes.begin(), bytes.end());
     std::printf("%s\n", path.c_str());
     std::fflush(stdout);

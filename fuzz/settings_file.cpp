@@ -1,4 +1,4 @@
-// The settings file: whatever somebody has put there.
+// The settings file with any content.
 
 #include "platform/desktop/settings_file.h"
 
@@ -17,7 +17,8 @@ using quillbox::fuzz::require;
 SettingsFile::Contents contentsOf(const void* data, std::size_t size)
 {
     const int file = ::memfd_create("settings", MFD_CLOEXEC);
-    require(file >= 0 && ::write(file, data, size) == static_cast<ssize_t>(size), "a file");
+    require(file >= 0 && ::write(file, data, size) == static_cast<ssize_t>(size),
+            "the file can be written");
     auto contents = SettingsFile("/proc/self/fd/" + std::to_string(file)).read();
     ::close(file);
     return contents;
@@ -28,15 +29,15 @@ SettingsFile::Contents contentsOf(const void* data, std::size_t size)
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const auto contents = contentsOf(data, size);
-    require(contents.condition != SettingsFile::Condition::Absent, "there is a file");
+    require(contents.condition != SettingsFile::Condition::Absent, "the file exists");
     const bool isGood = contents.condition == SettingsFile::Condition::Good;
-    require(isGood == contents.problem.empty(), "what is damaged has a reason");
+    require(isGood == contents.problem.empty(), "a damaged file has a problem text");
     if (!isGood)
         return 0;
-    // What is stored again means the same.
+    // Written and read again, it must have the same keys.
     const auto stored = QJsonDocument(contents.object).toJson();
     const auto again = contentsOf(stored.constData(), static_cast<std::size_t>(stored.size()));
-    require(again.condition == SettingsFile::Condition::Good, "what is stored can be read");
+    require(again.condition == SettingsFile::Condition::Good, "a written file can be read");
     require(again.object.keys() == contents.object.keys(), "no key is lost");
     return 0;
 }

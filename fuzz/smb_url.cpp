@@ -1,4 +1,4 @@
-// URLs of shares: made of what users and phones wrote, and read again when they are opened.
+// URLs of shares: built from the input of users and phones, and parsed when they are opened.
 
 #include "app/smb_url.h"
 
@@ -20,7 +20,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         fuzz::require(std::ranges::all_of(*url, [](char c) { return c > ' ' && c < '\x7f'; }),
                       "a URL is printable ASCII");
         const auto read = parseSmbUrl(*url);
-        fuzz::require(read.has_value(), "a URL that was made can be read");
+        fuzz::require(read.has_value(), "a URL that was built can be parsed");
         fuzz::require(read->host == host, "the host is the same");
         fuzz::require(read->user.value_or("") == user, "the user is the same");
     }
@@ -29,7 +29,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
         const auto moved = parseSmbUrl(smbUrlAt(*location, {"192.0.2.1", 4445}));
         fuzz::require(moved && moved->host == "192.0.2.1" && moved->port == 4445
                           && moved->user == location->user && moved->path == location->path,
-                      "elsewhere it is the same share");
+                      "with another address it is the same share");
     }
     smbInstanceName(text);
     return 0;

@@ -22,19 +22,19 @@ void tryBytes(const SocketAddress& address)
     const auto text = numericHost(address);
     require(!text || isAddress, "only an address has a numeric form");
     managementUrl(address, 443);
-    require(!isAddress || portOf(withPort(address, 4445)) == 4445, "a port that is set is there");
+    require(!isAddress || portOf(withPort(address, 4445)) == 4445, "the port can be set");
     const OwnAddresses nobody;
     for (const auto origin :
          {AddressOrigin::Typed, AddressOrigin::DnsSd, AddressOrigin::DnsSdOnLoopback}) {
         const bool mayBeDialled = isDialable(address, origin, nobody);
         require(isAddress || !mayBeDialled, "only an address is dialled");
         require(!(mayBeDialled && origin == AddressOrigin::DnsSd && isLoopback(address)),
-                "a stranger does not lead to this computer");
+                "a loopback address from the network is not dialled");
     }
     if (!text)
         return;
     const auto read = parseNumericHost(*text, portOf(address));
-    require(read && isSameHost(*read, address), "a numeric form leads back");
+    require(read && isSameHost(*read, address), "a numeric form parses to the same address");
 }
 
 } // namespace

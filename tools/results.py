@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Adds up JUnit files and says which tests failed; the last line is "N passed, N failed".
+"""Sums up JUnit files and lists the tests that failed; the last line is "N passed, N failed".
 
 usage: results.py FOLDER [--broken STEP]... [--title TITLE]
 
-Every *.xml below FOLDER counts. NAME.again.xml holds the second try of tests that failed in
-NAME.xml: who passes there is listed as unstable, and counts as passed. A step that broke before it
-could name a test counts as one failure. The exit code is 0 only when something passed and nothing
-failed.
+Every *.xml below FOLDER counts. NAME.again.xml contains the second run of tests that failed in
+NAME.xml: a test that passes there is listed as unstable and counts as passed. A step that failed
+before it reported any test counts as one failure. The exit code is 0 only if at least one test
+passed and none failed.
 """
 
 import argparse
@@ -18,9 +18,9 @@ AGAIN = ".again"
 
 
 def cases(path):
-    """(name, outcome) of each test case in one JUnit file, of CTest or of pytest."""
+    """(name, outcome) of each test case in one JUnit file of CTest or pytest."""
     for case in ElementTree.parse(path).getroot().iter("testcase"):
-        # CTest repeats the name as class name; pytest gives the module there.
+        # CTest repeats the test name as the class name; pytest's class name is the module.
         parts = dict.fromkeys([case.get("classname", ""), case.get("name", "")])
         name = "::".join(part for part in parts if part)
         found = {child.tag for child in case}
@@ -34,7 +34,7 @@ def cases(path):
 
 
 def outcomes(path):
-    """The same, where the file may be broken or missing."""
+    """The same as a list; the file may be malformed or missing."""
     if not path.exists():
         return []
     try:
@@ -56,7 +56,7 @@ def main():
             continue
         step = path.relative_to(arguments.folder).with_suffix("")
         again = dict(outcomes(path.with_suffix(f"{AGAIN}.xml")))
-        # A pytest case that fails and whose clean-up fails too is listed twice, and counts twice.
+        # A pytest case that fails in its body and in its teardown is listed, and counts, twice.
         for name, first in outcomes(path):
             outcome = again.get(name, first) if first == "failed" else first
             counts[outcome] += 1

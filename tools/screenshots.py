@@ -1,7 +1,7 @@
-"""Takes the pictures of docs/screenshots: the program on a screen and a network of their own.
+"""Takes the screenshots in docs/screenshots, with the program on a separate screen and network.
 
-Fonts, screen and window manager are the same everywhere, so that the pictures change only when the
-program does. Run it by ./dev screenshots.
+Fonts, screen and window manager are the same everywhere, so that the pictures change only if the
+program does. Run it with ./dev screenshots.
 """
 
 import os
@@ -12,7 +12,7 @@ from Xlib import X
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 sys.path[:0] = [os.path.join(ROOT, "tests", "window"), os.path.join(ROOT, "tests", "lan")]
 
-from desktop.desktop import Desktop  # noqa: E402 what it needs is found from here on
+from desktop.desktop import Desktop  # noqa: E402 needs the path above
 from desktop.picture import Picture  # noqa: E402
 from rig.network import Lan  # noqa: E402
 from rig.phone import Phone  # noqa: E402
@@ -59,7 +59,7 @@ class Studio(Desktop):
         self.start_manager()
 
     def open(self, **environment):
-        """Starts the program; gives it and its window, with the keyboard."""
+        """Starts the program; returns it and its window, which has the keyboard focus."""
         helper = self.helper(**environment)
         window = self.window()
         self.wait(window.is_active, "the keyboard's focus")
@@ -74,8 +74,8 @@ class Studio(Desktop):
         self.click(*node.centre())
 
     def rest(self):
-        """Waits until nothing on the screen changes any more, with the pointer out of the way: what
-        is under it looks different."""
+        """Waits until the screen no longer changes. Moves the pointer away, as the element under it
+        is highlighted."""
         self.screen.move_pointer(0, 0)
         before = []
 
@@ -86,7 +86,7 @@ class Studio(Desktop):
         self.wait(is_still, "a still picture")
 
     def take(self, path, areas):
-        """A picture of what holds all of the areas, with a margin."""
+        """Saves a picture of the bounding box of the areas, with a margin."""
         width, height = self.screen.size()
         left = max(min(x for x, _, _, _ in areas) - MARGIN, 0)
         top = max(min(y for _, y, _, _ in areas) - MARGIN, 0)
@@ -97,7 +97,7 @@ class Studio(Desktop):
 
 
 class Session:
-    """One desktop, and phones that announce themselves to it."""
+    """One desktop, and a host that announces phones."""
 
     def __init__(self, size=(1000, 760), dpi=96):
         self.lan = Lan()
@@ -112,7 +112,7 @@ class Session:
         self.lan.close()
 
     def find(self, helper, *names, managed=()):
-        """Announces phones, and the web pages of some, and waits until they are visible."""
+        """Announces phones, some of them with a web page, and waits until they are visible."""
         for name in names:
             self.phone.announce(name)
         for name in managed:
@@ -130,7 +130,7 @@ def no_phone():
     with Session() as session:
         desktop = session.desktop
         helper, window = desktop.open()
-        # From the first change on the window has the size of its content.
+        # The window takes the size of its content with the first change.
         desktop.press_button(helper, "Advanced")
         desktop.wait_height(window, 520)
         desktop.press_button(helper, "Advanced")

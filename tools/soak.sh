@@ -2,7 +2,7 @@
 # Sourced by ./dev: the command "soak".
 # shellcheck disable=SC2154 # root and python are set by ./dev
 
-# Traffic through the program between namespaces, as long as the arguments say.
+# Runs traffic through the program in network namespaces; arguments: see tests/lan/soak.py.
 run_soak() {
     case ${1:-} in
         -h | --help) ;;

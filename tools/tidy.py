@@ -1,16 +1,16 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy on C++ files, side by side, and remembers the ones that it found clean.
+"""Runs clang-tidy on C++ files in parallel, and caches which files are clean.
 
 usage: tidy.py BUILD FILE...
 
-BUILD holds compile_commands.json. What decides whether a file is clean is all that the compiler
-reads for it, how it is called and what clang-tidy looks for; while that stays as it was, the file
-stays clean. The exit code is 0 only when every file is.
+BUILD contains compile_commands.json. The cache key of a file is a hash of its preprocessed source,
+its compiler options, and the version and configuration of clang-tidy. The exit code is 0 only if
+every file is clean.
 
-Nearly all of the time goes into the headers of the system and of Qt, which every check walks anew
-for each file. So files of one folder that are compiled alike are checked as one text first, and
-alone only where that text does not compile or is complained about: about them, together, nothing
-is reported.
+Nearly all of the time goes into the headers of the system and of Qt, which every check traverses
+for each file. Therefore files of one folder with the same compiler options are first concatenated
+and checked as one translation unit. If that does not compile or gives warnings, the files concerned
+are checked one by one, and only those results are reported.
 """
 
 import argparse
@@ -27,17 +27,17 @@ import subprocess
 import sys
 import threading
 
-# Enough to have the headers' share small, and few enough to keep all processors busy.
+# Large enough that parsing the headers is cheap per file, small enough to keep all processors busy.
 TOGETHER = 16
 
-# What the compiler says, and one cheap check, as there has to be one.
+# Compiler diagnostics only, plus one cheap check, as clang-tidy needs at least one.
 COMPILING = "--checks=-*,clang-diagnostic-*,misc-new-delete-overloads"
 
 COMPLAINT = re.compile(r"^(/[^:\n]+):(\d+):\d+: (?:warning|error|fatal error): ", re.MULTILINE)
 
 
 class Tidy:
-    """clang-tidy with the settings of this tree."""
+    """clang-tidy with the configuration of this source tree."""
 
     def __init__(self, build):
         self.build = build
@@ -55,18 +55,20 @@ class Tidy:
         self.commands = {entry["file"]: entry for entry in commands}
 
     def copy_settings(self, file):
-        """clang-tidy looks for its settings in the folders above a file."""
+        """Copies a configuration file for the joined files: clang-tidy looks for it in the folders
+        above a file."""
         copy = self.together / file.relative_to(self.root)
         copy.parent.mkdir(exist_ok=True)
         shutil.copyfile(file, copy)
 
     def flags(self, file):
-        """How the compiler is called for the file, without its name and its output."""
+        """The compiler command for the file, without the names of the file and its output."""
         command = shlex.split(self.commands[file]["command"])
         return command[: command.index("-o")]
 
     def stamp(self, file, flags):
-        """The file that says that this one is clean; None where it cannot even be preprocessed."""
+        """The path of the cache entry that marks the file as clean; None if it cannot be
+        preprocessed."""
         call = [*flags, "-E", "-C", "-dD", "-P", file]
         read = subprocess.run(call, capture_output=True, check=False)
         if read.returncode != 0:
@@ -75,7 +77,7 @@ class Tidy:
         return self.clean / hashlib.sha256(b"\0".join([self.settings, how, read.stdout])).hexdigest()
 
     def run(self, *arguments):
-        """(whether clang-tidy is content, what it says)"""
+        """(whether clang-tidy has no complaints, its output)"""
         ran = subprocess.run(
             ["clang-tidy", "--quiet", *arguments],
             stdout=subprocess.PIPE,
@@ -86,11 +88,11 @@ class Tidy:
         return ran.returncode == 0, ran.stdout
 
     def check(self, file):
-        """(whether the file is clean, what clang-tidy says)"""
+        """(whether the file is clean, the output of clang-tidy)"""
         return self.run("-p", self.build, file)
 
     def check_together(self, files):
-        """Those of the files, compiled alike, that are clean for sure."""
+        """Checks files with the same compiler options as one; returns those known to be clean."""
         text, owners = self.join(files)
         arguments = [text, "--", *self.flags(files[0])[1:]]
         compiles, said = self.run(COMPILING, *arguments)
@@ -103,14 +105,14 @@ class Tidy:
             named.add(owners[int(line) - 1] if path == str(text) else path)
         rest = [file for file in files if file not in named]
         if compiles:
-            # What is said of a header may be due to any of them.
+            # A warning in a header may be caused by any of the files.
             return rest if named and named <= set(files) else []
         return self.check_together(rest) if 1 < len(rest) < len(files) else []
 
     def join(self, files):
-        """Writes the files as one text; gives that, and the file that each of its lines is from.
+        """Concatenates the files; returns the resulting path, and the original file of each line.
 
-        What an earlier file includes is not included again, as that would be complained about."""
+        Repeated #include lines of later files are dropped, as clang-tidy would warn about them."""
         owners, lines, included = [], [], set()
         for file in files:
             own = set()
@@ -130,7 +132,7 @@ class Tidy:
         return text, owners
 
     def check_all(self, files, progress):
-        """Finds out about files that are compiled alike."""
+        """Checks files that have the same compiler options, and reports each."""
         flags = self.flags(files[0])
         together = self.stamp(self.join(files)[0], flags)
         if together is not None and together.exists():
@@ -153,7 +155,7 @@ class Tidy:
 
 
 class Progress:
-    """What is known of the files so far."""
+    """Counts and prints the results so far."""
 
     def __init__(self, tidy, count):
         self.tidy = tidy
@@ -173,7 +175,7 @@ class Progress:
 
 
 def batches(tidy, files):
-    """The files in groups that can be one text."""
+    """Groups of files that can be joined: same folder, same compiler options."""
     alike = collections.defaultdict(list)
     for file in files:
         alike[os.path.dirname(file), tuple(tidy.flags(file))].append(file)

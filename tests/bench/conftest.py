@@ -1,4 +1,4 @@
-"""What computes the figures of ./dev bench is tried without measuring anything."""
+"""Tests of the code that computes and prints the figures of ./dev bench."""
 
 import os
 import sys

@@ -1,4 +1,4 @@
-"""What the kernel tells about processes."""
+"""What processes cost, as the kernel reports it in /proc."""
 
 import os
 import signal
@@ -10,7 +10,7 @@ from rig.process import wait_until
 
 
 def child(code):
-    """A Python process that has run `code`, and waits for the end of its input."""
+    """Starts a Python process that has run `code` and then waits for a line of input."""
     command = [sys.executable, "-c", code + "\nprint(flush=True)\ninput()"]
     made = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
     made.stdout.readline()
@@ -77,7 +77,7 @@ def test_threads_and_the_switches_of_all_of_them_are_counted():
         own = sum(costs.number_after(own, f"{kind}voluntary_ctxt_switches") for kind in ("", "non"))
         return costs.switches(process.pid) - own
 
-    # Each of the others waits, and so has been switched from once.
+    # Each of the other threads blocks, so it has been switched away from at least once.
     wait_until(lambda: by_others() >= 3, 10, "switches of the other threads")
     end(process)
 
@@ -87,7 +87,7 @@ def test_a_thread_that_ends_takes_nothing_of_what_others_gained_along():
     assert costs.gained(before, {"1": 13, "3": 2}) == 5
 
 
-# A thread that is switched to a hundred times, by sleeping as often, and then takes its count along.
+# A thread that sleeps, and is switched to, a hundred times. When it ends, its count is lost.
 THREAD_THAT_ENDS = """import signal, threading, time
 ready, gate = threading.Event(), threading.Event()
 signal.signal(signal.SIGUSR1, lambda *_: gate.set())

@@ -1,4 +1,4 @@
-"""Growth in words, and as a picture."""
+"""Growth in words and as a chart."""
 
 import xml.etree.ElementTree as tree
 

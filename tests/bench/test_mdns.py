@@ -1,4 +1,4 @@
-"""Multicast DNS by hand."""
+"""Encoding and decoding of raw multicast DNS packets."""
 
 import struct
 

@@ -1,4 +1,4 @@
-"""The page that a run writes."""
+"""The report that a run writes."""
 
 import pytest
 import report

@@ -1,4 +1,4 @@
-"""./dev bench from its start to its page, with little time for each figure."""
+"""A whole run of ./dev bench up to its report, with very short measurements."""
 
 import os
 import re
@@ -12,7 +12,7 @@ BENCH = os.path.join(ROOT, "bench", "bench.py")
 
 
 def run(folder, *arguments):
-    """Runs it with a folder for temporary files of its own."""
+    """Runs it with its own folder for temporary files."""
     if os.geteuid() != 0:
         pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
     return subprocess.run(
@@ -25,7 +25,7 @@ def run(folder, *arguments):
 
 
 def test_the_program_is_measured_beside_a_direct_connection(tmp_path):
-    # Programs of other users must be able to enter; what pytest makes is for one alone.
+    # The relays run as other users and must be able to enter; pytest's folders are private.
     with tempfile.TemporaryDirectory() as folder:
         os.chmod(folder, 0o755)
         page = tmp_path / "page.md"
@@ -36,7 +36,7 @@ def test_the_program_is_measured_beside_a_direct_connection(tmp_path):
             f"--output={page}",
         )
         assert done.returncode == 0, done.stderr
-        assert os.listdir(folder) == []  # it leaves nothing behind
+        assert os.listdir(folder) == []  # no temporary files remain
     assert page.read_text(encoding="utf-8") in done.stdout
     rows = [line for line in done.stdout.splitlines() if line.startswith("| ")]
     number = r"[\d,.]+"

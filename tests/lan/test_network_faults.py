@@ -54,7 +54,7 @@ def test_a_network_that_loses_every_tenth_packet_costs_no_byte(ends, onlooker, w
 
 
 def test_a_network_of_tiny_packets_costs_no_byte(ends):
-    """The MTU makes every chunk many segments; gso_max_segs keeps the interface from joining them."""
+    """The MTU makes a chunk many segments; gso_max_segs keeps the interface from joining them."""
     for host in (ends.computer, ends.phone):
         host.run("ip", "link", "set", "eth0", "gso_max_segs", "1")
         host.run("ip", "link", "set", "eth0", "mtu", "1280")

@@ -1,4 +1,4 @@
-"""Fixtures of the window tests: a network with one desktop on it for each test, ended with it."""
+"""Fixtures for the window tests: each test gets a new network with one desktop."""
 
 import os
 import re
@@ -7,10 +7,10 @@ import sys
 import pytest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# The network and the program on it are those of the network tests.
+# The network and the program come from the rig of the network tests.
 sys.path.append(os.path.join(HERE, "..", "lan"))
 
-from desktop.desktop import Desktop  # noqa: E402 what it needs is found from here on
+from desktop.desktop import Desktop  # noqa: E402 needs the path above
 from rig.network import Lan  # noqa: E402
 
 SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
@@ -18,7 +18,7 @@ SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
 
 @pytest.fixture
 def make_desktop(request):
-    """Makes the desktop of a test; at most one."""
+    """A function that makes the test's desktop; call it at most once."""
     if os.geteuid() != 0:
         pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
     network = Lan()
@@ -42,18 +42,18 @@ def make_desktop(request):
 
 @pytest.fixture
 def desktop(make_desktop):
-    """A desktop with a window manager, and nothing that shows status items."""
+    """A desktop with a window manager, without a tray or panel."""
     return make_desktop()
 
 
 @pytest.hookimpl(hookwrapper=True)
 def pytest_runtest_makereport(item, call):
-    """Keeps the screen on which a test failed."""
+    """Saves a screenshot when a test fails."""
     outcome = yield
     shown = getattr(item, "desktop", None)
     if call.when == "call" and outcome.get_result().failed and shown is not None:
         name = re.sub(r"[^\w.-]+", "_", item.name) + ".png"
         try:
             shown.picture().save(os.path.join(SCREENS, name))
-        except Exception as error:  # the failure itself matters more than its picture
-            print(f"no picture of the screen: {error}", file=sys.stderr)
+        except Exception as error:  # must not hide the failure itself
+            print(f"no screenshot: {error}", file=sys.stderr)

@@ -1,4 +1,4 @@
-"""The screen may hang; bytes walk on a road of their own."""
+"""A blocked X server does not block the relay: the data path runs on other threads."""
 
 import signal
 import time
@@ -29,7 +29,7 @@ def test_a_screen_that_hangs_for_ten_seconds_holds_up_no_byte(desktop):
     desktop.server.signal(signal.SIGSTOP)
     hung = time.monotonic()
     try:
-        # A new row asks the screen for its size, and waits for the answer.
+        # Adding a row queries the X server, so the user interface blocks until it answers.
         phone.announce("Quillbox Porch")
         while time.monotonic() < hung + 10:
             for browser, other in (standing, session(desktop, port, phone)):

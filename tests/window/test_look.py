@@ -1,4 +1,4 @@
-"""The window as the window manager and the screen have it: its frame, its colours, what it says."""
+"""The look of the window, from outside: its frame, its colours, its accessibility tree."""
 
 import os
 
@@ -15,12 +15,12 @@ def executable(path, flags):
 
 @pytest.fixture
 def phone(desktop):
-    """A host on the network for phones to announce themselves from; nobody has heard of any yet."""
+    """A host on the network that can announce phones; none is announced yet."""
     return desktop.lan.host("phone", of=Phone)
 
 
 def wait_frame(desktop, window, height, width=440):
-    """Waits for a frame of that size; gives it."""
+    """Waits for a frame of that size; returns it."""
 
     def reached():
         frame = window.frame()
@@ -30,7 +30,7 @@ def wait_frame(desktop, window, height, width=440):
 
 
 def click(desktop, helper, role, name):
-    """A click of the first button in the middle of what a screen reader knows by that name."""
+    """Clicks the centre of the element with that role and name, with the first button."""
     desktop.click(*desktop.read(helper).find(role, name, showing=True).centre())
 
 

@@ -1,4 +1,4 @@
-"""The window among others: how it appears, goes, and comes forward again."""
+"""The window among others: how it is shown, hidden, raised, and listed in the taskbar."""
 
 import pytest
 from rig.onlooker import Onlooker
@@ -11,7 +11,7 @@ def helper(desktop):
     """The program, with its window on the screen."""
     started = desktop.helper()
     desktop.wait(desktop.window().is_active, "the keyboard's focus")
-    # Who answers has finished launching, and asks the window manager for nothing more by itself.
+    # When it answers, it has finished launching and sends the window manager no more requests.
     desktop.read(started)
     return started
 
@@ -22,7 +22,7 @@ def window(desktop, helper):
 
 
 def start_again(desktop, **environment):
-    """Starts the program once more, as a launcher does; it ends at once."""
+    """Starts the program a second time, as a launcher does; asserts that it exits at once."""
     before = desktop.windows()
     second = desktop.helper(**environment)
     assert second.process.wait(limit(5)) == 0
@@ -31,8 +31,8 @@ def start_again(desktop, **environment):
 
 
 def wait_in_front(desktop, window):
-    """Waits for the window above all others, with the keyboard, and in no state that hides it: the
-    window manager tells these one after another."""
+    """Waits until the window is on top, has the keyboard focus, and is not hidden in any way. The
+    window manager updates these properties one after another."""
 
     def has_come():
         return (
@@ -57,7 +57,7 @@ def test_the_window_is_shown_once_at_start_centred_in_front_and_focused(desktop)
     x, y, width, height = window.frame()
     screen_width, screen_height = desktop.screen.size()
     assert abs(2 * x + width - screen_width) <= 2
-    # Its height follows its content from the first list of phones on, the title bar included.
+    # Once the first list of phones arrives, the height, with the title bar, follows the content.
     assert abs(2 * y + height - screen_height) <= 2 * sum(window.extents()[2:])
 
 
@@ -180,9 +180,9 @@ def test_an_action_of_the_menu_ends_what_the_desktop_shows_of_it(desktop, helper
 
     done = desktop.helper(action, DESKTOP_STARTUP_ID="launcher/action/1_TIME77")
 
-    # Also where the action was refused, as that of a phone that is not there.
+    # Also if the action is refused, such as "manage" without a phone.
     assert done.process.wait(limit(10)) == (4 if action == "manage" else 0)
-    # The window says so too where a refusal brings it forward.
+    # A refusal raises the window, which then sends the same message.
     assert set(said()) == {'remove: ID="launcher/action/1_TIME77"'}
 
 

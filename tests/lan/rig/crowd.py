@@ -11,7 +11,7 @@ FLOOD = os.path.join(HERE, "..", "..", "..", "bench", "mdns_flood.py")
 
 
 class Crowd:
-    """Announces and browses with raw packets: for so many services python-zeroconf takes seconds."""
+    """Announces and browses with raw packets: python-zeroconf takes seconds for that many."""
 
     def __init__(self, host, port):
         self.host = host

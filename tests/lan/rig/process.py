@@ -81,7 +81,7 @@ class Process:
                 if left <= 0 or self._open == 0:
                     why = "ended" if self._open == 0 else f"printed none within {timeout:g} s"
                     raise AssertionError(
-                        f"{what}: {os.path.basename(self.command[-1])} {why}; output:\n{self.output()}"
+                        f"{what}: {os.path.basename(self.command[-1])} {why}:\n{self.output()}"
                     )
                 self._changed.wait(left)
 

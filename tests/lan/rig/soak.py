@@ -140,8 +140,8 @@ class Held:
 
     def __str__(self):
         return (
-            f"{self.descriptors} other descriptors, {self.pipes} pipe ends, {self.threads} threads, "
-            f"{self.proportional} KiB PSS, {self.anonymous} KiB of it anonymous"
+            f"{self.pipes} pipe ends, {self.descriptors} other descriptors, "
+            f"{self.threads} threads, {self.proportional} KiB PSS, {self.anonymous} KiB of it anonymous"
         )
 
     def is_back_at(self, start):
@@ -331,8 +331,8 @@ class Soak:
         counts = self.counts
         return (
             f"{seconds / 60:6.1f} min: {counts['sessions']} sessions, {counts['bytes'] / 1e6:.0f} MB, "
-            f"{counts['resets']} resets, the second phone appeared {counts['comings']} times and cut "
-            f"{counts['cut']} sessions, {len(self.faults)} faults; {held}"
+            f"{counts['resets']} resets, the second phone appeared {counts['comings']} times and "
+            f"cut {counts['cut']} sessions, {len(self.faults)} faults; {held}"
         )
 
     def _now(self):

@@ -1,9 +1,9 @@
-"""Runs on a desktop: tells what assistive technology is told, as asked on standard input.
+"""Runs on a desktop: reads the accessibility tree (AT-SPI), as ordered on standard input.
 
-One JSON object a line in. {"do": "tree", "pid": N} is answered by the tree of that process, or by null
-while it has none, {"do": "menu"} by the tree of the menu that the last focused entry is in. {"do":
-"act", "pid": N, "path": [...], "action": NAME} performs an action of an element, {"do": "listen",
-"event": NAME} tells of such events from then on.
+Reads one JSON object per line. {"do": "tree", "pid": N} is answered with the tree of that process,
+or null while it has none; {"do": "menu"} with the tree of the menu that contains the entry focused
+last. {"do": "act", "pid": N, "path": [...], "action": NAME} performs an action of an element.
+{"do": "listen", "event": NAME} reports such events from then on.
 """
 
 import json
@@ -12,7 +12,7 @@ import sys
 import gi
 
 gi.require_version("Atspi", "2.0")
-from gi.repository import Atspi, GLib  # noqa: E402 the version is chosen first
+from gi.repository import Atspi, GLib  # noqa: E402 require_version must come first
 
 MOST_ELEMENTS = 3000
 FOCUS = "object:state-changed:focused"
@@ -32,7 +32,7 @@ def application(pid):
 
 
 def interfaces(element):
-    """What only some elements have."""
+    """The properties of the optional interfaces that the element implements."""
     component = element.get_component_iface()
     if component is not None:
         place = component.get_extents(Atspi.CoordType.SCREEN)
@@ -57,13 +57,14 @@ class Reader:
         self.listener.register(FOCUS)
 
     def focus(self, event):
-        """A popup menu belongs to no window of the tree: what has the focus leads to it."""
+        """Remembers the focused element: popup menus are not in the tree of any window, but can be
+        found from the entry that has the focus."""
         if event.detail1:
             self.focused = event.source
 
     def menu(self):
         if self.focused is None:
-            # A program that has only just come to the bus may have missed that somebody listens.
+            # A program that has just connected to the bus may have missed the registration.
             self.listener.deregister(FOCUS)
             self.listener.register(FOCUS)
             return None
@@ -122,7 +123,8 @@ def heard(event):
 
 
 def main():
-    # An element may end while it is read, and what is kept of it may be out of date.
+    # Elements may disappear while they are read, so calls have a timeout; cached properties may be
+    # out of date, so nothing is cached.
     Atspi.set_timeout(2000, 10000)
     Atspi.init()
     Atspi.get_desktop(0).set_cache_mask(Atspi.Cache.NONE)

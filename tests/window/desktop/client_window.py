@@ -3,11 +3,11 @@
 from Xlib import X, Xutil
 from Xlib.error import BadDrawable, BadWindow
 
-FROM_A_TOOL = 2  # what a pager or a taskbar says of itself in messages (EWMH)
+FROM_A_TOOL = 2  # the source indication of pagers and taskbars in messages (EWMH)
 
 
 class ClientWindow:
-    """A window that the window manager decorates and lists; it may be gone meanwhile."""
+    """A window managed by the window manager; it may have been closed in the meantime."""
 
     def __init__(self, screen, identifier):
         self.screen = screen
@@ -43,7 +43,7 @@ class ClientWindow:
         return {self.screen.display.get_atom_name(atom) for atom in atoms or ()}
 
     def workspace(self):
-        """The number of its workspace; None when the window manager has not said."""
+        """The number of its workspace; None if the window manager has not set it."""
         number = self._property("_NET_WM_DESKTOP")
         return number[0] if number else None
 
@@ -61,33 +61,33 @@ class ClientWindow:
         return "_NET_WM_STATE_HIDDEN" in self.states()
 
     def is_in_taskbar(self):
-        """Whether a taskbar shows it: the window manager lists it and nothing forbids it."""
+        """Whether a taskbar shows it: it is managed and does not have the skip-taskbar state."""
         return self.is_managed() and "_NET_WM_STATE_SKIP_TASKBAR" not in self.states()
 
     def is_active(self):
-        """Whether the keyboard is its own."""
+        """Whether it has the keyboard focus."""
         return self.screen.active() == self
 
     def is_in_front(self):
-        """Whether it is on the screen and above all other windows but trays and panels."""
+        """Whether it is on the screen and above all other windows except trays and panels."""
         others = [x for x in self.screen.stacking() if not x.is_dock()]
         return self.is_mapped() and bool(others) and others[-1] == self
 
     def is_dock(self):
-        """Whether it is a tray or a panel, which stay above everything."""
+        """Whether it is a tray or a panel; these stay above all other windows."""
         kinds = self._property("_NET_WM_WINDOW_TYPE") or ()
         return self.screen.atom("_NET_WM_WINDOW_TYPE_DOCK") in kinds
 
     # ---- where it is ----
 
     def content(self):
-        """(x, y, width, height) of what the program draws, on the screen."""
+        """(x, y, width, height) of the area that the program draws, in screen coordinates."""
         size = self.x_window.get_geometry()
         place = self.screen.root.translate_coords(self.x_window, 0, 0)
         return place.x, place.y, size.width, size.height
 
     def extents(self):
-        """(left, right, top, bottom): what the window manager adds around it."""
+        """(left, right, top, bottom): the sizes of the window manager's decorations."""
         return tuple(self._property("_NET_FRAME_EXTENTS") or (0, 0, 0, 0))
 
     def frame(self):
@@ -96,10 +96,10 @@ class ClientWindow:
         left, right, top, bottom = self.extents()
         return x - left, y - top, width + left + right, height + top + bottom
 
-    # ---- what somebody does to it, by a taskbar or its title bar ----
+    # ---- what a user does with it, by a taskbar or its title bar ----
 
     def close(self):
-        """Asks it to close, as its title bar's button does."""
+        """Closes it like the button in its title bar."""
         self.screen.ask_manager(self.x_window, "_NET_CLOSE_WINDOW", X.CurrentTime, FROM_A_TOOL)
 
     def activate(self):

@@ -1,4 +1,4 @@
-"""The user's computer with a screen, a session bus, a window manager and what shows status items."""
+"""The user's computer with a screen, a session bus, a window manager and a tray or panel."""
 
 import itertools
 import json
@@ -14,11 +14,11 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 PYTHON = "/usr/bin/python3"
 BUS = "unix:path=/run/user/0/bus"
 NAME = "quillbox-helper"
-FIRST_NAMESPACE = 0xF0000000  # the kernel numbers namespaces from here on (PROC_DYNAMIC_FIRST)
+FIRST_NAMESPACE = 0xF0000000  # inode numbers of namespaces start here (PROC_DYNAMIC_FIRST)
 
 
 class Desktop(Computer):
-    """A computer that somebody sits in front of."""
+    """A computer with a display."""
 
     def __init__(self, lan, name, number):
         super().__init__(lan, name, number)
@@ -38,9 +38,9 @@ class Desktop(Computer):
     # ---- the parts of the desktop ----
 
     def start_screen(self, size=(1280, 1024), dpi=96):
-        """An X server that only this machine can reach."""
-        # All X servers share one folder, and this one sees none of the others: its number is that of
-        # its network namespace, which is nobody else's.
+        """Starts an X server without a TCP port."""
+        # All X servers share /tmp/.X11-unix, but this one cannot see which display numbers servers
+        # in other namespaces use. The number of its network namespace is unique.
         namespace = os.stat(f"/proc/{self.pid}/ns/net").st_ino
         number = namespace - FIRST_NAMESPACE
         width, height = size
@@ -54,7 +54,7 @@ class Desktop(Computer):
         self.screen = Screen(f":{number}")
 
     def start_session_bus(self):
-        """The session bus; the accessibility bus starts through it when first asked for."""
+        """Starts the session bus; D-Bus activation starts the accessibility bus on first use."""
         bus = self.start(
             ["dbus-daemon", "--session", f"--address={BUS}", "--nofork", "--nopidfile"]
             + ["--print-address"]
@@ -62,7 +62,7 @@ class Desktop(Computer):
         bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the session bus")
 
     def start_manager(self):
-        """openbox with the settings that it comes with: four workspaces, decorated windows."""
+        """Starts openbox with its default settings: four workspaces, decorated windows."""
         self.manager = self.start(
             ["openbox", "--sm-disable", "--config-file", "/etc/xdg/openbox/rc.xml"]
             + ["--startup", "echo ready"]
@@ -70,7 +70,7 @@ class Desktop(Computer):
         self.manager.wait_line(lambda line: line.text == "ready", limit(10), what="openbox")
 
     def start_tray(self):
-        """A system tray on X, at the lower right."""
+        """Starts a system tray (XEmbed), at the lower right."""
         self.tray = self.start(
             ["trayer", "--edge", "bottom", "--align", "right", "--widthtype", "request"]
             + ["--height", "26", "--SetDockType", "true", "--SetPartialStrut", "true"]
@@ -83,7 +83,7 @@ class Desktop(Computer):
         self.wait(lambda: not self._has_tray(), "the end of the tray")
 
     def start_panel(self):
-        """A panel for status notifier items, without a picture; it tells in lines what it sees."""
+        """Starts a panel for status notifier items. It shows nothing, but prints what it sees."""
         self.panel = self.start([self._beside("panel_stand_in")], stdin=True)
         self.panel.wait_line(lambda line: line.text == "running", 10, what="the panel")
 
@@ -94,15 +94,15 @@ class Desktop(Computer):
     # ---- what is on the screen ----
 
     def wait(self, check, what, timeout=10):
-        """Waits until `check` gives something, and gives it."""
+        """Waits until `check` returns something true, and returns it."""
         return wait_until(check, limit(timeout), what)
 
     def windows(self):
-        """The program's windows that the window manager has."""
+        """The program's windows that the window manager manages."""
         return [x for x in self.screen.clients() if x.program() == NAME]
 
     def window(self):
-        """The program's window, once it is on the screen."""
+        """Waits until the program's window is on the screen, and returns it."""
 
         def shown():
             return next((x for x in self.windows() if x.is_mapped()), None)
@@ -110,7 +110,7 @@ class Desktop(Computer):
         return self.wait(shown, "the program's window")
 
     def open_window(self, title="Another", place=(100, 100), size=(900, 700)):
-        """Opens a window of another program, and clicks into it as somebody who works there."""
+        """Opens a window of another program, and clicks into it to give it the focus."""
         window = self.screen.open_window(title, *place, *size)
         self.wait(window.is_mapped, "the window of another program")
         x, y, width, _ = window.content()
@@ -129,7 +129,7 @@ class Desktop(Computer):
         return None
 
     def wait_status_icon(self):
-        """The program's icon in the tray, once it is seen there."""
+        """Waits until the program's icon is shown in the tray, and returns it."""
 
         def shown():
             icon = self.status_icon()
@@ -138,18 +138,18 @@ class Desktop(Computer):
         return self.wait(shown, "the icon in the tray")
 
     def read(self, helper):
-        """What a screen reader is told of the program: the tree of its elements."""
+        """The program's accessibility tree, as a screen reader gets it."""
         tree = self.wait(lambda: self._ask({"do": "tree", "pid": helper.pid}), "the tree")
         return Node(tree)
 
     def open_menu(self, helper):
-        """Clicks the icon in the tray with the first button; gives the menu as a screen reader knows
-        it, which is by the entry that is under the pointer."""
+        """Clicks the icon in the tray with the first button; returns the accessibility tree of the
+        menu, which is found by the entry under the pointer."""
         self.read(helper)
         x, y, width, height = self.wait_status_icon().content()
         self.click(x + width // 2, y + height // 2)
         x, y, width, height = self.wait(self._menu_window, "the menu").content()
-        # A menu takes no notice of a pointer that it finds in its place, only of one that moves.
+        # A menu reacts only to pointer movement, not to a pointer that is there when it opens.
         places = itertools.cycle(range(height - 10, 10, -7))
 
         def entry():
@@ -163,10 +163,10 @@ class Desktop(Computer):
         return self._ask({"do": "act", "pid": helper.pid, "path": node.path, "action": action})
 
     def listen(self, event):
-        """Hears events of assistive technology from now on; gives a function that lists them."""
+        """Starts listening for an accessibility event; returns a function that lists those seen."""
         self._ask({"do": "listen", "event": event})
-        # A program that hears of a listener asks what it listens to, and tells nothing before it has
-        # the answer; whatever it is asked meanwhile waits in the same queue.
+        # When a listener registers, a program queries the registered events and emits none before
+        # it has the reply. Requests are answered in order: after these it has the reply.
         for helper in 2 * [x for x in self._helpers if x.running()]:
             self.read(helper)
         since = self._reader.mark()
@@ -219,5 +219,5 @@ class Desktop(Computer):
 
     @staticmethod
     def _beside(name):
-        """A program of the tests, which is built next to the program under test."""
+        """The path of a test program, which is built next to the program under test."""
         return os.path.join(os.path.dirname(PROGRAM), name)

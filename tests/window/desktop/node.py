@@ -1,8 +1,8 @@
-"""What assistive technology is told of the program's windows."""
+"""The accessibility tree of the program's windows."""
 
 
 class Node:
-    """One element: its role and name, its states, its place on the screen, and those within it."""
+    """One element: role, name, states, place on the screen, and children."""
 
     def __init__(self, told, parent=None):
         self.role = told["role"]
@@ -28,7 +28,7 @@ class Node:
             yield from child.all()
 
     def having(self, role=None, name=None, showing=None):
-        """Those within that have this role and name; `showing` asks for what can be seen."""
+        """All elements with this role and name; `showing` selects visible (or hidden) ones."""
         return [
             node
             for node in self.all()
@@ -38,7 +38,7 @@ class Node:
         ]
 
     def find(self, role=None, name=None, showing=None):
-        """The first such element; fails with the whole tree when there is none."""
+        """The first such element; fails and prints the whole tree if there is none."""
         found = self.having(role, name, showing)
         assert found, f"no {role} {name!r} in:\n{self.outline()}"
         return found[0]

@@ -1,4 +1,4 @@
-"""What is on a screen."""
+"""Screenshots."""
 
 import os
 import struct
@@ -6,7 +6,7 @@ import zlib
 
 
 class Picture:
-    """Pixels of 8 bits a colour, row by row."""
+    """RGB pixels with 8 bits per channel, row by row."""
 
     def __init__(self, width, height, rgb):
         self.width = width
@@ -15,7 +15,7 @@ class Picture:
 
     @staticmethod
     def of(drawable, x, y, width, height, kind, planes):
-        """Reads a part of an X drawable of 24 bits."""
+        """Reads a part of an X drawable of depth 24."""
         data = drawable.get_image(x, y, width, height, kind, planes).data
         rgb = bytearray(3 * width * height)
         for colour in range(3):
@@ -23,7 +23,7 @@ class Picture:
         return Picture(width, height, bytes(rgb))
 
     def pixel(self, x, y):
-        """(red, green, blue) at a place inside the picture."""
+        """(red, green, blue) at a position in the picture."""
         start = 3 * (y * self.width + x)
         return tuple(self.rgb[start : start + 3])
 

@@ -1,4 +1,4 @@
-"""The screen of a desktop: what the window manager says of it, pointer and keyboard."""
+"""The screen of a desktop: state from the window manager, pointer and keyboard."""
 
 from Xlib import XK, X, display
 from Xlib.error import BadDrawable, BadWindow
@@ -10,7 +10,7 @@ from .picture import Picture
 
 
 class Screen:
-    """An X display, from outside of the program under test."""
+    """An X display, as a client other than the program under test sees it."""
 
     def __init__(self, name):
         self.name = name
@@ -28,15 +28,15 @@ class Screen:
     # ---- the window manager ----
 
     def clients(self):
-        """All windows that it manages, hidden ones left out, in the order of their appearance."""
+        """All windows that it manages, in mapping order; hidden ones are not managed."""
         return [ClientWindow(self, x) for x in self._property("_NET_CLIENT_LIST") or ()]
 
     def stacking(self):
-        """The same from the lowest to the topmost."""
+        """The same windows, from the bottom to the top of the stacking order."""
         return [ClientWindow(self, x) for x in self._property("_NET_CLIENT_LIST_STACKING") or ()]
 
     def active(self):
-        """The window that has the keyboard, or None."""
+        """The window that has the keyboard focus, or None."""
         found = self._property("_NET_ACTIVE_WINDOW")
         return ClientWindow(self, found[0]) if found and found[0] else None
 
@@ -55,11 +55,11 @@ class Screen:
         )
         self.display.sync()
 
-    # ---- what goes over the screen ----
+    # ---- events on the root window ----
 
     def watch_messages(self, kind):
-        """Hears what anybody asks the window manager for, from now on; gives a function that lists
-        the numbers of each message."""
+        """Starts recording client messages of a type to the window manager; returns a function that
+        lists the data of each message."""
         return self._watch(
             X.SubstructureNotifyMask,
             lambda event: list(event.data[1])
@@ -68,15 +68,15 @@ class Screen:
         )
 
     def watch_opened_windows(self):
-        """Hears of windows that come on the screen; gives a function that lists them."""
+        """Starts recording windows that are mapped; returns a function that lists them."""
         return self._watch(
             X.SubstructureNotifyMask,
             lambda event: event.window.id if event.type == X.MapNotify else None,
         )
 
     def watch_startups(self):
-        """Hears what is said of programs that are starting (Startup Notification Protocol); gives a
-        function that lists it."""
+        """Starts recording messages of the Startup Notification Protocol; returns a function that
+        lists them."""
         kinds = [self.atom("_NET_STARTUP_INFO_BEGIN"), self.atom("_NET_STARTUP_INFO")]
         parts = self._watch(
             X.PropertyChangeMask,
@@ -87,7 +87,7 @@ class Screen:
         return lambda: [x.decode() for x in b"".join(parts()).split(b"\0") if x]
 
     def _watch(self, mask, found):
-        """Collects what `found` makes of the root window's events, on a connection of its own."""
+        """Collects what `found` returns for the root window's events, on a separate connection."""
         listener = display.Display(self.name)
         self._listeners.append(listener)
         listener.screen().root.change_attributes(event_mask=mask)
@@ -123,7 +123,7 @@ class Screen:
         return ClientWindow(self, window.id)
 
     def popups(self):
-        """Windows on the screen that no window manager has: menus and tool tips."""
+        """Visible windows that are not managed (override-redirect): menus and tooltips."""
         for window in self.root.query_tree().children:
             try:
                 attributes = window.get_attributes()
@@ -133,11 +133,11 @@ class Screen:
                 yield ClientWindow(self, window.id)
 
     def client(self, window):
-        """An X window with what the window manager may know of it."""
+        """A ClientWindow for an X window, which may be unmanaged."""
         return ClientWindow(self, window.id)
 
     def windows_within(self, window=None):
-        """Every X window below one, the screen's own without; the nearest ones first."""
+        """All X windows below a window (by default the root window), breadth first."""
         waiting = [window or self.root]
         while waiting:
             try:
@@ -154,7 +154,7 @@ class Screen:
         self.display.sync()
 
     def hold(self, x, y, button=1):
-        """Moves the pointer there and presses."""
+        """Moves the pointer there and presses the button."""
         self.move_pointer(x, y)
         xtest.fake_input(self.display, X.ButtonPress, button)
         self.display.sync()
@@ -164,12 +164,12 @@ class Screen:
         self.display.sync()
 
     def click(self, x, y, button=1):
-        """Moves the pointer there, presses and releases."""
+        """Moves the pointer there, presses and releases the button."""
         self.hold(x, y, button)
         self.let_go(button)
 
     def press(self, *names):
-        """Presses keys together, by their names in X: press("Control_L", "q")."""
+        """Presses keys together, given by keysym names: press("Control_L", "q")."""
         codes = [self.display.keysym_to_keycode(XK.string_to_keysym(name)) for name in names]
         for code in codes:
             xtest.fake_input(self.display, X.KeyPress, code)
