@@ -1,7 +1,7 @@
-"""Measures the helper side by side with no relay and with those that a user would pick.
+"""Measures the helper against a direct connection and other common relays.
 
-Everything runs in network namespaces: a phone and a computer joined by a wire, and a host of its own
-for loopback. Figures are medians of several rounds, ratios those of each round.
+Everything runs in network namespaces: a phone and a computer connected by a veth pair, and a
+separate host for loopback. Figures are medians of several rounds; ratios are computed per round.
 """
 
 import argparse
@@ -12,7 +12,7 @@ import sys
 import traceback
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# The network's hosts are those of the network tests.
+# The hosts of the network come from the rig of the network tests.
 sys.path.append(os.path.join(HERE, "..", "tests", "lan"))
 
 import files  # noqa: E402
@@ -44,7 +44,7 @@ PARTS = {
 }
 
 
-# What --quick leaves out takes its time.
+# The parts of --quick; the others take long.
 QUICK = (
     *("throughput", "round-trips", "sessions", "beside-transfer"),
     *("memory", "start", "discovery", "idle"),
@@ -53,19 +53,21 @@ QUICK = (
 
 def options_of(arguments):
     parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__.split("\n", 1)[0])
-    parser.add_argument("--quick", action="store_true", help="fewer and shorter; under a minute")
     parser.add_argument(
-        "--only", nargs="+", choices=PARTS, metavar="PART", help="of: " + ", ".join(PARTS)
+        "--quick", action="store_true", help="fewer and shorter measurements; under a minute"
+    )
+    parser.add_argument(
+        "--only", nargs="+", choices=PARTS, metavar="PART", help="some of: " + ", ".join(PARTS)
     )
     names = [kind.name for kind in RELAYS]
     parser.add_argument(
         "--relays", nargs="+", choices=names, default=names, metavar="RELAY",
-        help="which to measure, of: " + ", ".join(names),
+        help="the relays to measure, some of: " + ", ".join(names),
     )
-    parser.add_argument("--rounds", type=int, help="how often each figure is taken (5)")
-    parser.add_argument("--seconds", type=float, help="how long one measurement takes (0.5)")
+    parser.add_argument("--rounds", type=int, help="how often each figure is measured (5)")
+    parser.add_argument("--seconds", type=float, help="the length of one measurement (0.5)")
     parser.add_argument(
-        "--output", metavar="FILE", help="also write the results there; a whole run does, by itself"
+        "--output", metavar="FILE", help="write the report to FILE, too (whole run: RESULTS.md)"
     )
     options = parser.parse_args(arguments)
     is_whole = not options.quick and options.only is None and options.relays == names
@@ -77,7 +79,7 @@ def options_of(arguments):
 
 
 def attempt(run, name, part):
-    """Runs a part; one that fails is told on the page, and the others are measured all the same."""
+    """Runs a part. If it fails, the report says so, and the other parts are still measured."""
     try:
         part(run)
     except Exception as error:
@@ -89,7 +91,7 @@ def attempt(run, name, part):
 
 
 def perform(options):
-    """Runs the parts in the order of the table; gives the page and its book."""
+    """Runs the parts in the order of PARTS; returns the report and its book."""
     kinds = [kind for kind in RELAYS if kind.name in options.relays]
     run = Run(Plan(options.quick, options.rounds, options.seconds), kinds)
     try:
@@ -98,7 +100,7 @@ def perform(options):
                 attempt(run, name, part)
         run.progress("done")
     finally:
-        # A second Ctrl-C must not leave half of it behind.
+        # A second Ctrl-C must not interrupt the clean-up.
         signal.signal(signal.SIGINT, signal.SIG_IGN)
         run.close()
     how = [

@@ -9,7 +9,7 @@ namespace quillbox::bench {
 void writeWhole(int socket, std::span<const std::byte> bytes)
 {
     if (writeSome(socket, bytes).count != bytes.size())
-        throw std::runtime_error("a connection did not take a whole request");
+        throw std::runtime_error("a request could not be written at once");
 }
 
 void sendOrder(int socket, const Order& order)
@@ -40,7 +40,7 @@ void endedEarly()
 void checkPatience(Clock::time_point until)
 {
     if (Clock::now() > until + kPatience)
-        throw std::runtime_error("no end: bytes that were sent did not arrive");
+        throw std::runtime_error("timeout: bytes that were sent did not arrive");
 }
 
 } // namespace quillbox::bench

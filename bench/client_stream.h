@@ -8,23 +8,23 @@
 
 namespace quillbox::bench {
 
-/// How long a client waits beyond its time for what is under way, before it gives up.
+/// How long after the end of a measurement a client waits for pending data before it gives up.
 constexpr std::chrono::seconds kPatience{60};
 
-/// Writes all of it at once, which succeeds on a connection that has nothing under way. Throws when
-/// it does not.
+/// Writes all bytes with one call; throws if that fails. It succeeds on a connection without
+/// pending data.
 void writeWhole(int socket, std::span<const std::byte> bytes);
 
-/// Tells the server what the connection is for.
+/// Tells the server the role of the connection.
 void sendOrder(int socket, const Order& order);
 
-/// Sends the first `size` bytes of `buffer` and reads as many back, waiting for them.
+/// Sends `buffer` and waits until as many bytes have been read back into it.
 void exchange(int socket, std::span<std::byte> buffer);
 
-/// Throws, as a connection has ended that should stand.
+/// Throws: a connection has ended that should still be open.
 [[noreturn]] void endedEarly();
 
-/// Throws when `until` lies far in the past.
+/// Throws if `until` was more than kPatience ago.
 void checkPatience(Clock::time_point until);
 
 } // namespace quillbox::bench

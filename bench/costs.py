@@ -1,4 +1,4 @@
-"""What running processes cost, as the kernel counts it in /proc."""
+"""Processor time, memory, threads and context switches of running processes, from /proc."""
 
 import os
 import re
@@ -13,12 +13,12 @@ def read(path):
 
 
 def stat_fields(text):
-    """The fields of /proc/PID/stat from the third one on; the second may hold blanks."""
+    """The fields of /proc/PID/stat from the third one on; the second may contain spaces."""
     return text[text.rindex(")") + 2 :].split()
 
 
 def parents():
-    """The parent of every process."""
+    """Maps every process id to that of its parent."""
     found = {}
     for entry in os.listdir("/proc"):
         if entry.isdigit():
@@ -30,7 +30,7 @@ def parents():
 
 
 def family(root, parent_of=None):
-    """A process and all that descend from it."""
+    """A process and all its descendants."""
     parent_of = parents() if parent_of is None else parent_of
     members, waiting = [], [root]
     while waiting:
@@ -48,7 +48,7 @@ def tasks(pid):
 
 
 def by_task(pid, counter):
-    """What a counter, which takes the folder of a thread, says of each thread of a process."""
+    """Maps each thread of a process to the result of `counter`, which gets its folder in /proc."""
     counted = {}
     for task in tasks(pid):
         try:
@@ -59,7 +59,7 @@ def by_task(pid, counter):
 
 
 def gained(before, now):
-    """What was counted between two calls of `by_task`. A thread that has ended took its count along."""
+    """The increase between two results of `by_task`, without threads that have ended."""
     return sum(count - before.get(task, 0) for task, count in now.items())
 
 
@@ -68,7 +68,7 @@ def seconds_run(folder):
 
 
 def waited_for_seconds(pid):
-    """What the children have run that a process has waited for."""
+    """The processor time of the children that a process has waited for."""
     try:
         fields = stat_fields(read(f"/proc/{pid}/stat"))
     except OSError:
@@ -77,7 +77,7 @@ def waited_for_seconds(pid):
 
 
 def cpu_seconds(pid):
-    """What the threads of a process have run, and the children that it has waited for."""
+    """The processor time of a process's threads and of the children that it has waited for."""
     return sum(by_task(pid, seconds_run).values()) + waited_for_seconds(pid)
 
 
@@ -87,7 +87,7 @@ def number_after(text, label):
 
 
 def pss_kib(pid):
-    """The process's memory; what it shares with others counts in parts."""
+    """The process's memory (PSS): shared pages count in proportion."""
     try:
         return number_after(read(f"/proc/{pid}/smaps_rollup"), "Pss")
     except OSError:
@@ -95,7 +95,7 @@ def pss_kib(pid):
 
 
 def own_kib(pid):
-    """The memory that is no file's: that of libraries varies with who else uses them at present."""
+    """The anonymous memory. The share of mapped libraries would vary with their other users."""
     try:
         return number_after(read(f"/proc/{pid}/smaps_rollup"), "Pss_Anon")
     except OSError:
@@ -110,7 +110,7 @@ def times_switched(folder):
 
 
 def switches(pid):
-    """How often threads of the process were put on a processor."""
+    """How many context switches the threads of the process have had."""
     return sum(by_task(pid, times_switched).values())
 
 
@@ -119,13 +119,13 @@ def threads(pid):
 
 
 def sum_over(roots, cost):
-    """A cost of several processes and all that descend from them."""
+    """The sum of a cost over several processes and all their descendants."""
     parent_of = parents()
     return sum(cost(pid) for root in roots for pid in family(root, parent_of))
 
 
 class Meter:
-    """What a process costs from now on. What a thread costs that ends meanwhile is not known."""
+    """What a process costs from now on, without threads that end in the meantime."""
 
     def __init__(self, pid):
         self.pid = pid

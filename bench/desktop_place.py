@@ -1,4 +1,4 @@
-"""A computer with a display, on a network of its own: what the window's side is measured on."""
+"""A computer with a display and its own network, to measure the program with its window."""
 
 import json
 import os
@@ -12,13 +12,13 @@ USER = "ours"
 
 
 class DesktopDesk(Desk):
-    """A desk with a screen, a window manager and the user's message bus."""
+    """A desk with a screen, a window manager and a session bus."""
 
     DISPLAY = ":7"
 
     def show_desktop(self):
         screen = ["Xvfb", self.DISPLAY, "-screen", "0", "1280x800x24", "-nolock", "-ac"]
-        # Abstract sockets belong to the namespace of the network; those in /tmp do not.
+        # Abstract sockets belong to the network namespace; sockets in /tmp do not.
         screen += ["-nolisten", "tcp", "-nolisten", "unix", "-displayfd", "1"]
         self.start(screen).wait_line(lambda line: line.text.strip().isdigit(), 20, what="Xvfb")
         number = self.user(USER)
@@ -42,13 +42,13 @@ class DesktopDesk(Desk):
         )
 
     def look(self, what):
-        """Starts window.py, and waits until it looks."""
+        """Starts window.py, and waits until it is ready."""
         looker = self.start([PYTHON, f"{HERE}/window.py", what, self.DISPLAY], stdin=True)
         looker.wait_line(lambda line: "ing\"" in line.text, 20, what=what)
         return looker
 
     def ping(self, during):
-        """Asks the window all the time while `during` runs; gives what window.py tells."""
+        """Pings the window while `during` runs; returns the result of window.py."""
         looker = self.look("ping")
         during()
         since = looker.mark()
@@ -57,7 +57,7 @@ class DesktopDesk(Desk):
         return json.loads(line.text)
 
 
-# The manager has the selection of the screen once it is there.
+# A window manager sets this property on the root window when it is ready (EWMH).
 WAIT_FOR_MANAGER = f"""
 exec {PYTHON} -c '
 import sys, time
@@ -73,7 +73,7 @@ while root.get_full_property(check, 0) is None:
 
 
 class DesktopPlace:
-    """A phone and a computer with a display, joined by a wire."""
+    """A phone and a computer with a display, connected by a veth pair."""
 
     def __init__(self, run, engine):
         self.wire = Wire()
@@ -90,7 +90,7 @@ class DesktopPlace:
             self.phone.announce(f"Quillbox {number + 1}", port=4000 + number)
 
     def started(self, phones):
-        """The program, once it has found so many phones."""
+        """Starts the program, and returns it once it has found that many phones."""
         helper = self.host.program()
         helper.wait_status(visible(phones), 20)
         return helper

@@ -1,4 +1,4 @@
-"""Figures, the bars that they are held to, and what several rounds of them come to."""
+"""Figures, their bars (the limits to meet), and the statistics of several rounds."""
 
 from dataclasses import dataclass, field
 from statistics import median
@@ -6,7 +6,7 @@ from statistics import median
 
 @dataclass(frozen=True)
 class Spread:
-    """What several rounds gave."""
+    """Median, minimum and maximum of several rounds."""
 
     median: float
     least: float
@@ -18,13 +18,13 @@ def spread_of(values):
 
 
 def ratios(ours, others):
-    """One ratio for each round in which both were measured; a round without a divisor is none."""
+    """One ratio for each round in which both were measured and the divisor is not 0."""
     return [one / other for one, other in zip(ours, others) if other]
 
 
 @dataclass(frozen=True)
 class Bar:
-    """What our figure is held to: a ratio to another's, or a limit of its own without `than`."""
+    """A limit for our figure: a ratio to the subject `than`, or an absolute value without it."""
 
     least: float = None
     most: float = None
@@ -44,13 +44,13 @@ class Bar:
 
 @dataclass
 class Figure:
-    """One row: what was measured, in which unit, and the values of each round by subject."""
+    """One row of a table: its title, its unit, and the values of all rounds by subject."""
 
     title: str
     unit: str
     digits: int = 2
     bars: tuple = ()
-    # Shown is how much more each relay takes than this subject; ratios stay those of the whole.
+    # The table also shows the difference to this subject. Ratios are those of the full values.
     added_to: str = None
     samples: dict = field(default_factory=dict)
 
@@ -62,12 +62,12 @@ class Figure:
         return spread_of(values) if values else None
 
     def ratio(self, subject, to):
-        """The spread of the ratios of two subjects, or None."""
+        """The spread of the ratios of two subjects, or None if there are none."""
         found = ratios(self.samples.get(subject, []), self.samples.get(to, []))
         return spread_of(found) if found else None
 
     def judged(self, bar):
-        """Whether our median holds the bar; None where it cannot be told."""
+        """Whether our median meets the bar; None if it was not measured."""
         if bar.than is None:
             own = self.spread("ours")
             return bar.holds(own.median) if own else None
@@ -77,9 +77,9 @@ class Figure:
 
 @dataclass
 class Section:
-    """A table: a heading, some words, the figures, and pictures below them.
+    """A table: a heading, some text, the figures, and plots below them.
 
-    `why` tells what a profile found to be the reason where a bar is not held."""
+    `why` is the reason, found by profiling, for the case that a bar is not met."""
 
     title: str
     words: list = field(default_factory=list)
@@ -94,7 +94,7 @@ class Section:
 
 
 class Book:
-    """All sections of a run, in the order in which they were begun."""
+    """All sections of a run, in the order in which they were started."""
 
     def __init__(self):
         self.sections = []
@@ -109,7 +109,7 @@ class Book:
         return section
 
     def judgements(self):
-        """Every bar with its figure and whether it is held."""
+        """Every bar with its section, its figure and whether it is met (None: not measured)."""
         return [
             (section, figure, bar, figure.judged(bar))
             for section in self.sections

@@ -1,4 +1,4 @@
-"""The part that moves real files over SMB."""
+"""The part that copies real files over SMB."""
 
 import os
 import shutil
@@ -19,7 +19,7 @@ class Files:
         self.big_bytes = big_bytes
         self.folder = os.path.join(host.folder, "files")
         os.makedirs(self.folder)
-        # In the host's own mount namespace: it goes with the host.
+        # In the host's own mount namespace, so it is unmounted when the host ends.
         host.run("mount", "-t", "tmpfs", "tmpfs", self.folder)
         script = (
             f'cd "{self.folder}" && mkdir many got && head -c {big_bytes} /dev/urandom >big && '
@@ -61,7 +61,7 @@ def smb_seconds(relay, command):
 
 
 def empty(share):
-    """Takes away what a round has left with the phone."""
+    """Removes the files that a round has left on the phone."""
     for name in os.listdir(share):
         path = os.path.join(share, name)
         if os.path.isdir(path):

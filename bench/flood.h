@@ -8,10 +8,10 @@
 
 namespace quillbox::bench {
 
-/// As many bytes as go through over some streams in some time; counted by who receives them, so
-/// that what lies in buffers at the end does not count.
+/// Transfers as many bytes as possible over some streams in some time. Only received bytes count,
+/// so data that is still buffered at the end does not.
 struct Flood {
-    std::vector<Target> targets; ///< the streams are shared out among them
+    std::vector<Target> targets; ///< the streams are distributed among them
     std::size_t streams = 1;
     Clock::duration time{};
 };

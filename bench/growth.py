@@ -1,11 +1,11 @@
 """How a cost grows, in words."""
 
-# What is measured varies; within these a growth counts as proportional.
+# Measurements vary: growth within these factors of proportional counts as linear.
 LEAST, MOST = 0.8, 1.25
 
 
 def word_for(wider, higher):
-    """`higher`-fold the cost for `wider`-fold the number, in a word."""
+    """The word for `higher`-fold cost at a `wider`-fold number."""
     if higher <= wider * LEAST:
         return "less than linear"
     return "linear" if higher <= wider * MOST else "more than linear"
@@ -17,8 +17,8 @@ def steps(points):
 
 
 def growth_words(what, of, points):
-    """The growth of a cost in a sentence; with a fixed part that hides the rest, the steepest step
-    tells more than the whole, and is named where it is worse than linear."""
+    """The growth of a cost in a sentence. A large fixed cost can hide growth over the whole range,
+    so the steepest step is named if it is more than linear."""
     points = [(x, y) for x, y in points if y > 0]
     if len(points) < 2:
         return f"{what}: too little to be measured."

@@ -6,9 +6,9 @@
 
 namespace quillbox::bench {
 
-/// Opens sessions one after the other, has one small request answered on each, and holds them idle
-/// until standard input ends. Prints a line when all stand, and for each line of input the times of
-/// one more request on each.
+/// Opens sessions one after the other, makes one small request on each, and keeps them idle until
+/// standard input ends. Prints a line when all are open. For each line of input it makes one more
+/// request on each and prints the times.
 void holdSessions(const Target& target, std::size_t count);
 
 } // namespace quillbox::bench

@@ -26,7 +26,7 @@ std::chrono::nanoseconds Histogram::percentile(double share) const
     return std::chrono::nanoseconds(0);
 }
 
-/// The highest bit tells the power of two, the bits below it the class in it.
+/// The highest bit selects the power of two, the kClassBits bits below it the class within it.
 std::size_t Histogram::classOf(std::uint64_t nanoseconds)
 {
     if (nanoseconds < kClasses)

@@ -7,22 +7,23 @@
 
 namespace quillbox::bench {
 
-/// Durations, counted in classes whose width is less than one per cent of their value. A value;
-/// noting a duration allocates nothing and takes no longer for a long one.
+/// A histogram of durations, with classes narrower than one per cent of their value. A value type;
+/// adding a duration takes constant time and does not allocate.
 class Histogram {
 public:
     void add(std::chrono::nanoseconds duration);
 
     std::uint64_t count() const { return count_; }
 
-    /// The duration that `share` (0 to 1) of all do not exceed; zero when there are none.
+    /// The duration that `share` (0 to 1) of all durations do not exceed; zero if there are none.
     std::chrono::nanoseconds percentile(double share) const;
 
 private:
-    /// Each power of two is cut into so many classes; below it each nanosecond is one.
+    /// Each power of two is divided into kClasses classes; below kClasses ns, each nanosecond is
+    /// one class.
     static constexpr std::size_t kClassBits = 7;
     static constexpr std::size_t kClasses = std::size_t(1) << kClassBits;
-    /// Up to 2^37 ns, more than two minutes; what is longer counts as that.
+    /// Up to 2^37 ns, more than two minutes; longer durations count in the last class.
     static constexpr std::size_t kPowers = 30;
 
     static std::size_t classOf(std::uint64_t nanoseconds);

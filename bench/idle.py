@@ -1,4 +1,4 @@
-"""The parts that measure the program between transfers: what it costs, and how soon it is there."""
+"""The parts that measure the program without transfers: start, discovery and the idle program."""
 
 import json
 import time
@@ -13,7 +13,7 @@ ENGINES = {"embedded": "ours", "daemon": "ours with avahi-daemon"}
 
 
 def places(run):
-    """A place for each DNS-SD engine; made once, as two parts use them."""
+    """A place for each DNS-SD engine; created on first use, as several parts share them."""
     for engine in ENGINES:
         if engine not in run.desktops:
             run.desktops[engine] = DesktopPlace(run, engine)
@@ -36,7 +36,7 @@ def idle(run):
         run.progress(f"idle, {engine}: memory")
         place.announce_phones(2)
         helper = place.started(2)
-        # Two copies at once share their libraries, and each would count half of them.
+        # One instance at a time: two would share library pages, and each would count only half.
         time.sleep(run.plan.pick(5, 1))
         note_sizes(sizes, ENGINES[engine], helper)
         helper.stop()
@@ -72,7 +72,7 @@ def note_sizes(rows, name, helper):
 
 
 def metered(pid):
-    """Meters of a process and of those that it has started; its own is the first one."""
+    """Meters of a process and its descendants; the first one is that of the process itself."""
     return [costs.Meter(each) for each in costs.family(pid)]
 
 
@@ -91,7 +91,7 @@ def write_quiet(section, meters):
 
 
 def start(run):
-    """From the start of the process to what the user sees of it."""
+    """The time from the start of the process to its window and its first status line."""
     run.end_relays()
     section = run.book.section("Start-up time")
     window = section.figure("until the window is on screen", "ms", digits=0, bars=(Bar(most=300),))
@@ -111,13 +111,13 @@ def start(run):
 
 
 def pairs(run):
-    """Engines and places; a quick run is content with the program alone."""
+    """Engines and places; in a quick run the embedded engine only."""
     found = list(places(run).items())
     return run.plan.pick(found, found[:1])
 
 
 def discovery(run):
-    """From what a phone says to what other computers see."""
+    """The time from a phone's announcement or goodbye until other computers see its effect."""
     run.end_relays()
     section = run.book.section("Discovery latency")
     section.words = [
@@ -137,14 +137,14 @@ def discovery(run):
             run.progress(f"discovery, {engine}, round {number + 1}")
             since = phone.mark()
             announced = phone.announce("Quillbox Office")
-            # With host and port: its pointer alone may be told while its name is still probed.
+            # Resolved, not just added: the PTR record may be seen while the name is still probed.
             seen = phone.wait("resolved", "Quillbox Office", 20, since)
             shown.add(ENGINES[engine], (seen["at"] - announced) * 1e3)
             since = phone.mark()
             said = phone.goodbye()
             seen = phone.wait("removed", "Quillbox Office", 20, since)
             gone.add(ENGINES[engine], (seen["at"] - said) * 1e3)
-            # A second copy of a goodbye may be under way, and must not end the next announcement.
+            # The goodbye is sent more than once; a late copy must not withdraw the next one.
             time.sleep(2)
         helper.stop()
         phone.stop_watching()

@@ -1,4 +1,4 @@
-// The load that relays are measured with: a server of all roles, and the clients of each
+// The load generator with which relays are measured: a server for all roles, and a client for each
 // measurement. Every client prints its result as one line of JSON.
 
 #include "bench/flood.h"
@@ -64,7 +64,7 @@ public:
 
     std::uint16_t port() const { return static_cast<std::uint16_t>(number("port")); }
 
-    /// Several ports stand with commas between them.
+    /// The ports are separated by commas.
     std::vector<Target> targets() const
     {
         std::vector<Target> found;
@@ -126,7 +126,7 @@ void perform(const std::string& what, const Arguments& given)
     else if (what == "hold")
         holdSessions(given.target(), given.count("sessions"));
     else
-        throw std::invalid_argument("unknown: " + what);
+        throw std::invalid_argument("unknown command: " + what);
 }
 
 } // namespace
@@ -137,7 +137,7 @@ int main(int argumentCount, char** arguments)
     const std::span<const char* const> all(arguments, static_cast<std::size_t>(argumentCount));
     try {
         if (all.size() < 2)
-            throw std::invalid_argument("nothing to do");
+            throw std::invalid_argument("a command is missing");
         quillbox::bench::perform(all[1], quillbox::bench::Arguments(all.subspan(2)));
     } catch (const std::invalid_argument& error) {
         std::cerr << "quillbox-bench-load: " << error.what() << '\n' << quillbox::bench::kUsage;

@@ -1,4 +1,4 @@
-"""What the figures were measured on and with."""
+"""The machine and the versions of the programs that were measured."""
 
 import os
 import platform
@@ -17,7 +17,7 @@ VERSIONS = {
 
 
 def version_in(text):
-    """The first thing in a text that looks like a version."""
+    """The first part of a text that looks like a version."""
     found = re.search(r"\d+(\.\d+)+[\w.+~-]*", text)
     return found[0] if found else "unknown"
 
@@ -51,7 +51,7 @@ def distribution():
 
 
 def machine_lines():
-    """Pairs of a name and what it is."""
+    """Pairs of name and value, for the report."""
     lines = [
         ("processors", f"{len(os.sched_getaffinity(0))} × {processor()}"),
         ("memory", f"{memory_gib():.0f} GiB"),

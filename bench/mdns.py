@@ -1,17 +1,17 @@
-"""Multicast DNS by hand, as far as announcing and watching many services needs it (RFC 6762)."""
+"""Raw multicast DNS (RFC 6762), as far as needed to announce and watch many services."""
 
 import socket
 import struct
 
 GROUP, PORT = "224.0.0.251", 5353
 A, PTR, TXT, SRV = 1, 12, 16, 33
-IN, FLUSH = 1, 0x8001  # the second one replaces what was known (section 10.2)
+IN, FLUSH = 1, 0x8001  # FLUSH: class IN with the cache-flush bit (section 10.2)
 AUTHORITATIVE_ANSWER = 0x8400
 HOST_TTL, OTHER_TTL = 120, 4500
 
 
 def labels(*parts):
-    """A name of the labels given, each as it is: a label may hold dots."""
+    """An encoded name; labels may contain dots."""
     encoded = b""
     for part in parts:
         raw = part.encode("utf-8")
@@ -24,8 +24,8 @@ def record(name, kind, cache_class, ttl, data):
 
 
 def service_records(name, kind, host, port, ttl=None):
-    """The records of one service of a type like "_quillbox._tcp" on a host in .local. With a `ttl`
-    of 0 they are a goodbye."""
+    """The records of one service of a type such as "_quillbox._tcp" on a host in .local. With a
+    `ttl` of 0 they are a goodbye."""
     service_type = labels(*kind.split("."), "local")
     instance = labels(name, *kind.split("."), "local")
     other = OTHER_TTL if ttl is None else ttl
@@ -43,7 +43,7 @@ def address_record(host, address):
 
 
 def packets(records, limit=1400):
-    """The records in as few packets as they fit into."""
+    """Packs the records into packets of at most `limit` bytes."""
     part, size = [], 12
     for one in records:
         if part and size + len(one) > limit:
@@ -61,7 +61,7 @@ def response(records):
 
 
 def name_at(packet, offset):
-    """The labels of a name, and where it ends; compressed ones are followed (RFC 1035, 4.1.4)."""
+    """The labels of a name, and where it ends; follows compression (RFC 1035, section 4.1.4)."""
     parts, end = [], None
     for _ in range(128):
         length = packet[offset]
@@ -77,7 +77,7 @@ def name_at(packet, offset):
 
 
 def asked(packet):
-    """The names that a packet asks for."""
+    """The names in the question section of a packet."""
     offset = 12
     for _ in range(struct.unpack_from("!H", packet, 4)[0]):
         name, offset = name_at(packet, offset)
@@ -86,8 +86,8 @@ def asked(packet):
 
 
 def announced(packet):
-    """The PTR and SRV records of a response: (kind, labels of the name, ttl, value), where the value
-    is the labels of the instance or the port."""
+    """The PTR and SRV records of a response: (kind, labels of the name, TTL, value). The value is
+    the labels of the instance (PTR) or the port (SRV)."""
     _, flags, questions, *counts = struct.unpack_from("!HHHHHH", packet)
     if not flags & 0x8000:
         return
@@ -106,7 +106,7 @@ def announced(packet):
 
 
 def open_socket(interface_address):
-    """A socket that hears multicast DNS on an interface and speaks from its port."""
+    """A socket that receives multicast DNS on an interface and sends from the mDNS port."""
     made = socket.socket(socket.AF_INET, socket.SOCK_DGRAM)
     made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     made.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEPORT, 1)

@@ -1,9 +1,11 @@
 """Runs in a host: announces many services of one type at once, and watches for those of another.
 
-Orders on standard input, a JSON object a line: {"names": [...], "type": ..., "host": ..., "address":
-..., "port": ...} announces, with "ttl": 0 says goodbye. Told on standard output: the moment at which
-an order was done, after {"await": TYPE} that of the first question for the type, and after {"watch": TYPE, "count": N} the moment at which so many services of the
-type are known, with their ports. It answers no questions: the records live long enough.
+Orders are read from standard input, one JSON object per line, and answered on standard output.
+{"names": [...], "type": ..., "host": ..., "address": ..., "port": ...} announces services, or
+withdraws them with "ttl": 0; the answer has the time at which all was sent. {"await": TYPE} is
+answered with the time of the first query for the type, {"watch": TYPE, "count": N} with the time at
+which N services of the type are known, and their ports. Queries from the network are not answered:
+the TTLs are long enough.
 """
 
 import json
@@ -14,7 +16,7 @@ import time
 
 import mdns
 
-# Packets sent in a row; what receives them must find room in its socket.
+# Packets sent without a pause; they must fit into the receiver's socket buffer.
 AT_ONCE = 20
 
 
@@ -33,7 +35,7 @@ def announce(link, order):
 
 
 class Watch:
-    """The services of a type that are announced at present."""
+    """The services of a type that are currently announced."""
 
     def __init__(self, kind):
         self.kind = [*kind.split("."), "local"]
@@ -56,7 +58,7 @@ def tell(**what):
 
 
 class Listener:
-    """Hears what others say, and tells what it was told to listen for."""
+    """Receives the packets of other hosts, and reports what was ordered."""
 
     def __init__(self):
         self.watch, self.count = None, None
@@ -85,7 +87,7 @@ class Listener:
 
 
 def orders_in(text):
-    """The whole lines of a text as orders, and what is left of it."""
+    """The complete lines of a text as orders, and the rest of the text."""
     *lines, rest = text.split("\n")
     return [json.loads(line) for line in lines], rest
 
@@ -98,7 +100,7 @@ def main():
         if link in ready:
             listener.hear(link.recv(65536))
         if sys.stdin in ready:
-            # Past Python's buffer, in which select would not see a second line.
+            # Unbuffered: select would not see a second line that is in Python's buffer.
             given = os.read(sys.stdin.fileno(), 1 << 20)
             if not given:
                 return

@@ -1,4 +1,4 @@
-"""The part that measures what a session holds: idle ones, and ones that carry all they can."""
+"""The part that measures the memory of a session, idle and busy."""
 
 import time
 
@@ -11,14 +11,15 @@ BUSY = 50
 
 
 def held(place, relay, count):
-    """Sessions that stand and are idle; to be ended by the caller."""
+    """Opens sessions that stay idle; the caller ends the returned client."""
     client = place.load("hold", relay, sessions=count)
     client.wait_line(lambda line: "sessions" in line.text, 60, what=f"{count} sessions")
     return client
 
 
 def peak_kib(relay, client, timeout):
-    """The most memory that the relay has while a client runs, which is run to its end."""
+    """Waits for a client to end; returns the relay's maximum memory until then, and the client's
+    result."""
     most = relay.own_kib()
     while client.running():
         most = max(most, relay.own_kib())
@@ -40,7 +41,7 @@ def memory(run):
     relays = run.make(place, RELAYS[1:])
     for relay in run.rounds(relays, section.title, run.plan.pick(run.plan.few(), 1)):
         relay.start()
-        # What is made once and kept belongs to no session.
+        # A few sessions first, so that allocations made once are not counted.
         held(place, relay, 10).end()
         relay.settle()
         before = relay.own_kib()

@@ -5,22 +5,23 @@
 
 namespace quillbox::bench {
 
-/// What a connection is for.
+/// The role of the server on a connection.
 enum class Role : std::uint32_t {
     Sink = 1,   ///< the client sends blocks; after the last one the server sends one byte
-    Source = 2, ///< the server sends for as long as the client reads
-    Answer = 3, ///< the server answers each request of a size with as many bytes
+    Source = 2, ///< the server sends as long as the client reads
+    Answer = 3, ///< the server answers each request with as many bytes
 };
 
-/// The first bytes that a client sends on a connection. Both ends are on one computer and of one
-/// build, so the bytes are those of memory.
+/// The first bytes that a client sends on a connection. Both ends run on the same computer and are
+/// the same build, so the struct is sent as it is in memory.
 struct Order {
     Role role = Role::Answer;
-    std::uint32_t size = 0; ///< of a request
+    std::uint32_t size = 0; ///< of a request; for Role::Answer
 };
 
-/// Uploads are cut into blocks, the first byte of which tells whether it is the last one: relays
-/// end both ways with one, so the end of the stream cannot tell.
+/// Uploads consist of blocks, whose first byte says whether it is the last one. The end of the
+/// stream cannot mark that: relays close both directions when one ends, so that the server's byte
+/// would be lost.
 constexpr std::size_t kBlockSize = 256UL << 10;
 constexpr std::byte kLastBlock{1};
 

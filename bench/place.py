@@ -1,4 +1,4 @@
-"""Where relays are measured: over the wire, and within one host."""
+"""The places where relays are measured: over the network, and within one host."""
 
 import json
 
@@ -7,9 +7,9 @@ from wire import LOAD, LOAD_PORT, Desk, Station
 
 
 class Place:
-    """A host with clients and relays, and the phone's servers that they lead to.
+    """A host with clients and relays, and the phone's servers behind them.
 
-    `phones` tells whether the program finds phones by itself, or is told an address by hand."""
+    `phones` says whether the program discovers phones or runs in manual mode."""
 
     def __init__(self, wire, name):
         self.wire = wire
@@ -17,13 +17,13 @@ class Place:
         self.phones = False
 
     def load(self, what, relay, **options):
-        """Starts a client of the load through a relay."""
+        """Starts a load client through a relay."""
         command = [LOAD, what, f"--to={relay.address()}", f"--port={relay.port(LOAD_PORT)}"]
         command += [f"--{name.replace('_', '-')}={value}" for name, value in options.items()]
         return self.host.start(command, stdin=True)
 
     def measure(self, what, relay, **options):
-        """Runs a client of the load to its end; gives what it prints."""
+        """Runs a load client to its end; returns its result."""
         client = self.load(what, relay, **options)
         return result_of(client, float(options.get("seconds", 0)) + 90)
 
@@ -45,7 +45,7 @@ class Place:
 
 
 class WirePlace(Place):
-    """The phone across a network, as the program is used."""
+    """The phone is another host on the network, as in real use."""
 
     def __init__(self, wire):
         super().__init__(wire, "network")
@@ -57,7 +57,7 @@ class WirePlace(Place):
         self.relay_address = self.host.address4
         self.upstream_ports = [LOAD_PORT, FILES_PORT]
         self.serve_load(self.phone)
-        # The phone's files are in memory: its disk is not what is measured.
+        # The phone's files are in memory, so that no disk is measured.
         self.phone.run("mount", "-t", "tmpfs", "-o", "mode=755", "tmpfs", self.phone.share)
         self.phone.serve(FILES_PORT)
         self.phone.watch()
@@ -66,7 +66,7 @@ class WirePlace(Place):
 
 
 class LoopbackPlace(Place):
-    """Everything within one host, which has no network."""
+    """Everything within one host without a network."""
 
     def __init__(self, wire):
         super().__init__(wire, "loopback")
@@ -78,11 +78,11 @@ class LoopbackPlace(Place):
 
 
 class LonelyDesk(Desk, Station):
-    """A computer that looks for what it announces itself."""
+    """A computer that observes its own announcements."""
 
 
 def result_of(client, timeout):
-    """The JSON line that a client of the load prints at its end."""
+    """Waits for a load client to end; returns the JSON that it prints."""
     code = client.wait(timeout)
     if code != 0:
         raise AssertionError(f"{client.command[-5:]} ended with {code}:\n{client.output()}")

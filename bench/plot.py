@@ -1,4 +1,4 @@
-"""Line charts as SVG, with logarithmic axes: what grows in proportion is a straight diagonal."""
+"""Line charts as SVG, with logarithmic axes: linear growth is a straight line of slope 1."""
 
 import math
 from html import escape
@@ -10,21 +10,21 @@ OTHER_COLOUR = "#8a5cc2"
 
 
 def tick_text(value):
-    """A power of ten as people write it."""
+    """A power of ten in decimal notation."""
     if value >= 1:
         return f"{value:,.0f}"
     return f"{value:.{max(0, -math.floor(math.log10(value)))}f}"
 
 
 def bounds(values):
-    """The powers of ten around all values, at least one apart."""
+    """The exponents of the powers of ten around all values, at least one apart."""
     low = math.floor(math.log10(min(values)) + 1e-9)
     high = math.ceil(math.log10(max(values)) - 1e-9)
     return low, max(high, low + 1)
 
 
 class Axis:
-    """Maps values to places on a line from `start` to `end`."""
+    """Maps values to coordinates from `start` to `end`, logarithmically."""
 
     def __init__(self, values, start, end):
         self.low, self.high = bounds(values)
@@ -62,7 +62,7 @@ def grid(across, up, x_title, y_title):
 
 
 def spread_labels(wanted, least=15):
-    """Places from top to bottom, moved down where two are too close to be read."""
+    """Vertical positions of labels, moved down where two would overlap."""
     found = {}
     last = -math.inf
     for key, place in sorted(wanted.items(), key=lambda item: item[1]):
@@ -79,7 +79,8 @@ def curve(points, colour, across, up):
 
 
 def chart(title, x_title, y_title, series):
-    """An SVG text; `series` maps a name to its points, whose values are above zero."""
+    """The chart as SVG text; `series` maps names to points. Points that are not positive are left
+    out."""
     series = {
         name: [(x, y) for x, y in points if x > 0 and y > 0] for name, points in series.items()
     }

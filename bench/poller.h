@@ -7,11 +7,11 @@ namespace quillbox::bench {
 
 using Clock = std::chrono::steady_clock;
 
-/// Waits for descriptors by epoll, level-triggered. Watches may be added from any thread;
-/// the watchers are told on the one that polls.
+/// Waits for file descriptors with epoll, level-triggered. Descriptors may be added from any
+/// thread; watchers are called on the thread that polls.
 class Poller final {
 public:
-    /// Is told of what happens on one descriptor, and may destroy itself then.
+    /// Handles the events of one file descriptor; may destroy itself in `ready`.
     class Watcher {
     public:
         Watcher() = default;
@@ -23,19 +23,19 @@ public:
         virtual void ready(std::uint32_t events) = 0;
     };
 
-    /// Throws std::system_error, as add and change do.
+    /// Throws std::system_error, as do add and change.
     Poller();
     ~Poller();
 
     Poller(const Poller&) = delete;
     Poller& operator=(const Poller&) = delete;
 
-    /// Closing the descriptor ends the watch.
+    /// Closing the file descriptor removes it.
     void add(int descriptor, std::uint32_t events, Watcher& watcher);
     void change(int descriptor, std::uint32_t events, Watcher& watcher);
     void remove(int descriptor);
 
-    /// Waits until something happens, `until` at the latest, and tells the watchers.
+    /// Waits for events, until `until` and at most one second, and calls the watchers.
     void poll(Clock::time_point until);
 
 private:

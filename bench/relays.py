@@ -1,7 +1,7 @@
-"""What is measured side by side: no relay, this one, and those that a user would pick.
+"""The subjects of the comparison: a direct connection, this program, and other common relays.
 
-Each relay passes one port of its own to the load's server on the phone, and one to its file server
-where there is one. All of them run with one thread or as they come, for ordinary users.
+Each relay forwards one port to the load server on the phone, and another one to its file server if
+there is one. All run as unprivileged users, with one thread or their default configuration.
 """
 
 import os
@@ -16,7 +16,7 @@ PHONES = {LOAD_PORT: "Quillbox Load", FILES_PORT: "Quillbox Files"}
 
 
 class Relay:
-    """One way from the client to the phone's ports. `place` is where it runs."""
+    """A way from the client to the phone's ports. `place` is where it runs."""
 
     name = ""
 
@@ -25,13 +25,13 @@ class Relay:
         self.processes = []
 
     def start(self):
-        """Starts it and waits until it takes connections."""
+        """Starts it and waits until it accepts connections."""
 
     def address(self):
         return self.place.relay_address
 
     def port(self, upstream):
-        """The port that leads to this port of the phone."""
+        """The relay's port for this port of the phone."""
         return self.FIRST_PORT + self.place.upstream_ports.index(upstream)
 
     def pids(self):
@@ -41,7 +41,7 @@ class Relay:
         self.processes.append(self.place.host.start_as(self.name.lower(), command))
 
     def write(self, file_name, text):
-        """Writes a file that the relay's user can read; gives its path."""
+        """Writes a file that the relay's user can read; returns its path."""
         self.place.host.user(self.name.lower())
         path = os.path.join(self.place.host.folder_of(self.name.lower()), file_name)
         with open(path, "w", encoding="utf-8") as file:
@@ -49,7 +49,7 @@ class Relay:
         return path
 
     def upstreams(self):
-        """Pairs of own port and port of the phone."""
+        """Pairs of the relay's port and the phone's port."""
         return [(self.port(upstream), upstream) for upstream in self.place.upstream_ports]
 
     def wait_listening(self):
@@ -63,7 +63,7 @@ class Relay:
         return costs.sum_over(self.pids(), costs.own_kib)
 
     def settle(self):
-        """Waits until sessions that have ended cost nothing any more."""
+        """Waits until ended sessions no longer use processor time, for at most 10 s."""
         end = time.monotonic() + 10
         before, now = None, self.cpu_seconds()
         while before is None or (now - before > 0.001 and time.monotonic() < end):
@@ -71,7 +71,7 @@ class Relay:
             before, now = now, self.cpu_seconds()
 
     def stop(self):
-        """Ends it, if it runs."""
+        """Ends it if it is running."""
         for process in self.processes:
             process.end()
         self.processes = []
@@ -88,7 +88,7 @@ class Direct(Relay):
 
 
 class Ours(Relay):
-    """The program as a user starts it; its ports are found where a file browser finds them."""
+    """The program as a user starts it; its ports are found by DNS-SD, as a file browser does."""
 
     name = "ours"
 
@@ -124,7 +124,7 @@ class Ours(Relay):
         super().stop()
 
     def _names(self):
-        """What it advertises itself as."""
+        """The service names that it advertises."""
         return list(PHONES.values()) if self.place.phones else ["Quillbox"]
 
 
@@ -157,8 +157,8 @@ defaults
         self.wait_listening()
 
 
-# Of use only where the program is run by root, which it is in the namespace of an ordinary user;
-# there it has to stay root, who is the only user.
+# nginx uses this only when it runs as root. In the namespace of an unprivileged user it does, and
+# must stay root, which is the only user there.
 NGINX_USER = "root root"
 
 
@@ -205,7 +205,7 @@ stream {{
 
 
 class Socat(Relay):
-    """A process for each session."""
+    """socat forks a process for each session."""
 
     name = "socat"
     FIRST_PORT = 5021

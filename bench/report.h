@@ -6,7 +6,7 @@
 
 namespace quillbox::bench {
 
-/// Members of a JSON object: how many, and the percentiles in microseconds.
+/// Members of a JSON object, without braces: the count, and percentiles in microseconds.
 std::string told(const Histogram& times);
 
 } // namespace quillbox::bench

@@ -1,14 +1,14 @@
-"""What a run found, as Markdown."""
+"""The results of a run as Markdown."""
 
 import os
 
-PLOTS = "plots"  # the folder of the pictures, beside the page
+PLOTS = "plots"  # the folder of the plots, next to the report
 ORDER = ("direct", "ours", "HAProxy", "nginx", "socat")
 VERDICTS = {True: "met", False: "**not met**", None: "not measured"}
 
 
 def number(value, digits):
-    """A number with thousands apart, and no more digits than it deserves."""
+    """A number with thousands separators and that many decimals."""
     return f"{value:,.{digits}f}"
 
 
@@ -33,7 +33,7 @@ def value_text(figure, subject):
 
 
 def bar_text(figure):
-    """The bars of a figure, and the verdict of each."""
+    """The bars of a figure, and whether each is met."""
     if not figure.bars:
         return "", ""
     bars = [bar.text(figure.unit) for bar in figure.bars]
@@ -46,13 +46,13 @@ def row(cells):
 
 
 def subjects_of(figures):
-    """Who was measured: first those that we know an order of, then the others as they came."""
+    """The measured subjects: those in ORDER first, then the others as they were measured."""
     found = list(dict.fromkeys(name for figure in figures for name in figure.samples))
     return [name for name in ORDER if name in found] + [x for x in found if x not in ORDER]
 
 
 def table(figures):
-    """One table, with ratios to ours where there are others to compare with."""
+    """One table, with ratios of ours to the others, or the spread if there are none."""
     subjects = subjects_of(figures)
     others = [name for name in subjects if name in ORDER and name != "ours"]
     has_bars = any(figure.bars for figure in figures)
@@ -121,7 +121,7 @@ def markdown(book, machine, how):
 
 
 def write(path, page, book):
-    """Writes the page, and its pictures beside it."""
+    """Writes the report, and its plots next to it."""
     with open(path, "w", encoding="utf-8") as file:
         file.write(page)
     folder = os.path.join(os.path.dirname(os.path.abspath(path)), PLOTS)

@@ -16,7 +16,7 @@ namespace quillbox::bench {
 
 namespace {
 
-/// The first ones of a stream find caches and windows cold; they do not count.
+/// The first round trips of a stream, with cold caches and small TCP windows, are not counted.
 constexpr std::size_t kWarmUp = 50;
 
 struct RoundTripContext {

@@ -8,7 +8,7 @@
 
 namespace quillbox::bench {
 
-/// Requests of one size, each answered with as many bytes; every stream has one under way.
+/// Requests of one size, each answered with as many bytes; every stream has one pending at a time.
 struct RoundTrips {
     Target target;
     std::size_t streams = 1;
@@ -16,7 +16,7 @@ struct RoundTrips {
     Clock::duration time{};
 };
 
-/// Prints how many there were, and the times from request to answer.
+/// Prints the number of round trips, and the percentiles of their times.
 void measureRoundTrips(const RoundTrips& order);
 
 } // namespace quillbox::bench

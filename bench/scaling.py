@@ -1,4 +1,4 @@
-"""The parts that measure how costs grow: with sessions, with phones, with names on the network."""
+"""The parts that measure how costs grow with sessions, phones, and names on the network."""
 
 import json
 import time
@@ -19,7 +19,7 @@ from wire import LOAD, LOAD_PORT, most_descriptors
 
 
 def counted(size, of):
-    """The number with its noun, of which one loses its s."""
+    """The number with its noun, in the singular for 1."""
     return f"{size:,} {of if size != 1 else of.removesuffix('s')}"
 
 
@@ -28,7 +28,7 @@ def bullets(texts):
 
 
 class Series:
-    """A figure for each size, and the points of each subject for a plot."""
+    """A figure for each size, and the points of each subject for plots and growth."""
 
     def __init__(self, section, what, unit, digits, sizes, of):
         self.figures = {
@@ -53,7 +53,7 @@ class Series:
         self.section.plots.append((file_name, f"{title} by {self.of}", picture))
 
     def words(self, subject, least=1):
-        """From the size `least` on, below which a cost is lost in what is there anyway."""
+        """The growth from size `least` on; for smaller sizes the fixed cost hides it."""
         points = [(size, value) for size, value in self.points(subject) if size >= least]
         return growth_words(self.what[0].upper() + self.what[1:], self.of, points)
 
@@ -65,7 +65,7 @@ def scale_sessions(run):
     run.end_relays()
     place = run.place("network")
     sizes = run.plan.pick((1, 10, 100, 1000, 5000), (1, 10, 100))
-    # A relay needs two descriptors for each session.
+    # A relay needs two file descriptors for each session.
     sizes = [size for size in sizes if 2 * size + 200 < most_descriptors()]
     section = run.book.section("Growth with sessions")
     make = [("idle memory", "MB", 2), ("round trip of one of them, p50", "µs", 0)]
@@ -96,7 +96,7 @@ def scale_sessions(run):
 
 
 def hold_idle(run, relay, sizes, memory, trip):
-    """More and more idle sessions, of a relay that has just been started."""
+    """Measures a newly started relay with increasing numbers of idle sessions."""
     before = relay.own_kib()
     for size in sizes:
         run.progress(f"Growth with sessions: {relay.name}, {size:,} idle")
@@ -110,8 +110,8 @@ def hold_idle(run, relay, sizes, memory, trip):
 
 
 def asked(sessions, count):
-    """The median of one more request on each of the sessions that are held, in microseconds; of few
-    sessions several times."""
+    """The median time of one more request on each of the open sessions, in microseconds; with few
+    sessions it is measured several times."""
     found = []
     for _ in range(max(1, 200 // count)):
         since = sessions.mark()
@@ -122,9 +122,9 @@ def asked(sessions, count):
 
 
 def busy_sessions(relay, count, seconds):
-    """Bytes a second, processor seconds per gigabyte, and the memory in KiB at most."""
+    """Bytes per second, processor seconds per gigabyte, and the peak memory in KiB."""
     before = relay.cpu_seconds()
-    # Thousands of streams take their time until each has begun.
+    # With thousands of streams it takes a while until all have started.
     seconds += count / 1000
     client = relay.place.load("download", relay, streams=count, seconds=seconds)
     most, result = peak_kib(relay, client, 120)
@@ -141,7 +141,7 @@ def phone_names(count):
 
 
 class Trial:
-    """The program, just started, on a desktop with a crowd of phones."""
+    """The newly started program on a desktop, with a crowd of phones."""
 
     def __init__(self, place):
         self.place = place
@@ -150,7 +150,7 @@ class Trial:
         self.helper = place.host.program()
         self.helper.wait_status(LOOKING)
         self.crowd.wait("asked", since)
-        # Its engine is a process of its own.
+        # The embedded engine is a separate process.
         self.pids = costs.family(self.helper.pid)
 
     def meters(self):
@@ -166,7 +166,8 @@ class Trial:
 
 
 def appear(trial, count):
-    """So many phones appear at once; gives moments after the announcement, and the ports."""
+    """Announces that many phones at once; returns how many seconds later the status shows them and
+    other hosts see them, and the advertised ports."""
     known = trial.crowd.watch(TYPE_SMB, count)
     began = time.monotonic()
     trial.crowd.announce(phone_names(count))
@@ -211,7 +212,7 @@ def scale_phones(run):
 
 
 def flood_ports(place, ports, seconds):
-    """Bytes a second through all of these ports at once, one stream each."""
+    """Bytes per second through all of these ports at once, one stream each."""
     command = [LOAD, "download", f"--to={place.host.address4}", f"--streams={len(ports)}"]
     command += [f"--port={','.join(map(str, ports))}", f"--seconds={seconds}"]
     result = result_of(place.host.start(command), seconds + 90)

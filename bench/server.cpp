@@ -19,9 +19,9 @@ namespace quillbox::bench {
 
 namespace {
 
-/// What the connections of one thread share.
+/// Shared by the connections of one thread.
 struct ServerContext {
-    ServerContext* floods = nullptr; ///< where connections go that keep the thread busy; none: here
+    ServerContext* floods = nullptr; ///< where sinks and sources are moved to; null: they stay here
     Poller poller;
     std::vector<std::byte> incoming = std::vector<std::byte>(kBlockSize);
     const std::vector<std::byte> outgoing = std::vector<std::byte>(kBlockSize);
@@ -52,7 +52,7 @@ private:
     Peer(ServerContext& shared, Descriptor socket) : shared_(&shared), socket_(std::move(socket)) {}
     ~Peer() override = default;
 
-    /// From the end of this call on the connection belongs to another thread.
+    /// After this call the connection belongs to the thread of `other`.
     void moveTo(ServerContext& other)
     {
         shared_->poller.remove(socket_.get());
@@ -62,7 +62,7 @@ private:
 
     std::uint32_t wanted() const { return wantsRoom_ ? EPOLLIN | EPOLLOUT : EPOLLIN; }
 
-    /// Gives whether the connection goes on, as the others do.
+    /// Returns whether the connection stays open, as do take, takeBody and writeOnce.
     bool readOnce()
     {
         const auto [count, isOver] = readSome(socket_.get(), shared_->incoming);
@@ -123,7 +123,7 @@ private:
             return false;
         if (order_.role != Role::Source)
             owed_ -= sent.count;
-        // What was sent whole at once, as answers are, costs no call for more room.
+        // Answers are usually sent completely at once and then need no epoll_ctl call.
         const bool wantsRoom = owed_ > 0;
         if (std::exchange(wantsRoom_, wantsRoom) != wantsRoom)
             shared_->poller.change(socket_.get(), wanted(), *this);
@@ -135,8 +135,8 @@ private:
     std::array<std::byte, sizeof(Order)> head_{};
     std::size_t headSize_ = 0;
     Order order_;
-    std::size_t received_ = 0; ///< of the request or block under way
-    std::size_t owed_ = 0;     ///< bytes that are to be sent
+    std::size_t received_ = 0; ///< bytes of the current request or block
+    std::size_t owed_ = 0;     ///< bytes still to be sent
     bool isLastBlock_ = false;
     bool wantsRoom_ = false;
 };
@@ -173,8 +173,8 @@ private:
 
 void serve(std::uint16_t port)
 {
-    // Both live as long as the process. Small requests are answered by a thread of their own: on a
-    // phone, too, another transfer does not keep them waiting for a processor.
+    // Both contexts live as long as the process. Small requests have their own thread, so that they
+    // do not wait for a transfer; a real phone's file server does not let them wait either.
     ServerContext floods;
     ServerContext others;
     others.floods = &floods;

@@ -4,7 +4,7 @@
 
 namespace quillbox::bench {
 
-/// Serves all roles on one port, until it is ended by a signal. Prints a line once it listens.
+/// Serves all roles on one port until a signal ends it. Prints a line when it listens.
 void serve(std::uint16_t port);
 
 } // namespace quillbox::bench

@@ -1,4 +1,4 @@
-"""One run: the places and relays that the parts share, the rounds, and the progress that is shown."""
+"""One run: the places and relays that the parts share, the rounds, and the progress output."""
 
 import sys
 import time
@@ -10,7 +10,7 @@ from wire import Wire
 
 
 class Plan:
-    """How long everything takes."""
+    """How many rounds there are, and how long measurements take."""
 
     def __init__(self, quick, rounds=None, seconds=None):
         self.quick = quick
@@ -18,7 +18,7 @@ class Plan:
         self.seconds = seconds or (0.25 if quick else 0.5)
 
     def few(self, most=3):
-        """Rounds of what takes long."""
+        """The number of rounds for measurements that take long."""
         return min(self.rounds, most)
 
     def pick(self, full, quick):
@@ -26,7 +26,7 @@ class Plan:
 
 
 class Run:
-    """Lays what is needed once it is, and takes it away at the end."""
+    """Creates places and relays on first use, and destroys them at the end."""
 
     def __init__(self, plan, kinds=RELAYS):
         self.plan = plan
@@ -50,18 +50,18 @@ class Run:
         return self._wire
 
     def place(self, name):
-        """The place of that name, "network" or "loopback"."""
+        """The place with that name, "network" or "loopback"."""
         if name not in self._places:
             kind = {"network": WirePlace, "loopback": LoopbackPlace}[name]
             self._places[name] = kind(self.wire)
         return self._places[name]
 
     def make(self, place, kinds):
-        """Relays of these kinds that are to be measured, not running yet."""
+        """New relays of these kinds, without those that are not to be measured; not started."""
         return [self.note(kind(place)) for kind in kinds if kind in self.kinds]
 
     def note(self, relay):
-        """A relay that ends with the others, should the part that made it fail."""
+        """Registers a relay, so that `end_relays` stops it even if the part that made it fails."""
         self._made.append(relay)
         return relay
 
@@ -83,7 +83,7 @@ class Run:
             place.host.end_helpers()
 
     def later(self, close):
-        """Calls this at the end of the run, the last one given first."""
+        """Calls `close` at the end of the run, in reverse order of registration."""
         self._closing.append(close)
 
     def close(self):
@@ -93,8 +93,7 @@ class Run:
     # ---- rounds ----
 
     def rounds(self, relays, what, count=None):
-        """Each relay in turn, so many rounds; another one begins each round, so that none always
-        has the same one before it."""
+        """Yields each relay in turn, for `count` rounds. Each round starts with the next relay."""
         count = count or self.plan.rounds
         for number in range(count):
             self.progress(f"{what}, round {number + 1} of {count}")

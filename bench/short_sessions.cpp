@@ -29,7 +29,7 @@ struct SessionContext {
     std::size_t failed = 0;
 };
 
-/// One session after the other.
+/// Opens one session after the other.
 class Visitor final : public Poller::Watcher {
 public:
     explicit Visitor(SessionContext& shared) : shared_(shared) {}
@@ -38,7 +38,7 @@ public:
     {
         begunAt_ = Clock::now();
         received_ = 0;
-        // The old socket first, as a visitor with two would be two.
+        // Closes the old socket first: a visitor has only one session at a time.
         socket_.reset();
         socket_ = beginConnect(shared_.address);
         shared_.poller.add(socket_.get(), EPOLLOUT, *this);

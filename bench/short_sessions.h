@@ -7,14 +7,15 @@
 
 namespace quillbox::bench {
 
-/// Sessions that are opened, have one small request answered, and are closed.
+/// Sessions that are opened, make one small request, and are closed.
 struct ShortSessions {
     Target target;
     std::size_t atOnce = 1;
     Clock::duration time{};
 };
 
-/// Prints how many were done in how many seconds, the times of a session, and how many failed.
+/// Prints the number of sessions, the percentiles of their times, the seconds that all took, and
+/// how many failed.
 void measureShortSessions(const ShortSessions& order);
 
 } // namespace quillbox::bench

@@ -37,7 +37,8 @@ Descriptor openSocket()
     return socket;
 }
 
-/// Zero is the end for a read, and does not occur for a write that has something to write.
+/// A result of zero is the end of the stream for a read; a write of at least one byte never
+/// returns zero.
 Moved moved(ssize_t result)
 {
     if (result > 0)

@@ -10,7 +10,7 @@
 
 namespace quillbox::bench {
 
-/// A descriptor that is closed with its owner.
+/// Owns a file descriptor.
 class Descriptor final {
 public:
     explicit Descriptor(int value = -1) : value_(value) {}
@@ -32,32 +32,33 @@ private:
     int value_;
 };
 
-/// Where a server is: an IPv4 address in numbers, and a port.
+/// Where a server is: a numeric IPv4 address and a port.
 struct Target {
     std::string address;
     std::uint16_t port = 0;
 };
 
-/// The outcome of one read or write: bytes, nothing yet, or the end (also by an error).
+/// The result of one read or write: bytes, nothing yet (both zero), or the end (also on errors).
 struct Moved {
     std::size_t count = 0;
     bool isOver = false;
 };
 
-/// What cannot be opened throws std::system_error.
+/// Throws std::invalid_argument if the address is not numeric IPv4.
 sockaddr_in addressOf(const Target& target);
+/// These throw std::system_error if a socket cannot be opened.
 Descriptor listenOn(std::uint16_t port);
-/// A connection under way, or made; not blocking, without Nagle's delay.
+/// A non-blocking socket with TCP_NODELAY, connected or still connecting.
 Descriptor beginConnect(const sockaddr_in& address);
-/// A connection that stands within a few seconds.
+/// A connected socket; throws if that takes more than 10 s.
 Descriptor connectTo(const sockaddr_in& address);
-/// The next connection that has come, or an empty descriptor.
+/// The next accepted connection, or an empty descriptor if there is none.
 Descriptor acceptFrom(int listener);
 
 Moved readSome(int socket, std::span<std::byte> room);
 Moved writeSome(int socket, std::span<const std::byte> bytes);
 
-/// Lets the process open as many descriptors as it may.
+/// Raises the soft limit of file descriptors to the hard limit.
 void raiseDescriptorLimit();
 
 } // namespace quillbox::bench

@@ -1,5 +1,5 @@
-"""The parts that measure bytes on their way: throughput, round trips, short sessions, and small
-requests beside a transfer."""
+"""The parts that measure transfers: throughput, round trips, short sessions, and small requests
+during a transfer."""
 
 import time
 
@@ -72,7 +72,7 @@ def flood(relay, direction, streams, seconds):
 
 
 def speed_of(result):
-    """Bytes a second."""
+    """Bytes per second."""
     if result["bytes"] == 0:
         raise AssertionError("nothing came through in the time that there was")
     return result["bytes"] / result["seconds"]
@@ -145,7 +145,7 @@ def sessions(run):
 
 
 def beside_transfer(run):
-    """Small requests on one connection while another one carries all that it can."""
+    """Small requests on one connection during a transfer at full speed on another one."""
     for name in run.plan.pick(PLACES, ("network",)):
         place = run.place(name)
         relays = run.relays(place)
@@ -154,7 +154,8 @@ def beside_transfer(run):
         section.why = BESIDE_WHY
         for direction in run.plan.pick(tuple(DIRECTIONS), ("download",)):
             bars = (Bar(most=1, than="HAProxy"),) if name == "network" else ()
-            # A transfer settles into one of several rhythms; a short look sees only one of them.
+            # A transfer settles into one of several scheduling patterns; a short measurement would
+            # see only one of them.
             seconds = run.plan.seconds * run.plan.pick(4, 1)
             title = f"transfer {DIRECTIONS[direction]}"
             rows = {
@@ -182,7 +183,7 @@ def requests_beside(relay, direction, seconds):
 
 
 def as_root(run):
-    """Root is exempt from the kernel's limit on pipes; users are not."""
+    """Throughput as root, to which the kernel's per-user limit on pipe buffers does not apply."""
     run.end_relays()
     place = run.place("network")
     if not place.host.ORDINARY:

@@ -1,8 +1,8 @@
-"""Runs in a host: looks at a display as another client of it does. One JSON object a line.
+"""Runs in a host: observes a display as another X client. Prints one JSON object per line.
 
-watch: tells the moment (CLOCK_MONOTONIC) at which a window of the program is mapped.
-ping: asks the program's window every few milliseconds whether its program still listens, as window
-managers do (_NET_WM_PING), and at the end of standard input tells how long the answers took.
+watch: prints the time (CLOCK_MONOTONIC) at which a window of the program is mapped.
+ping: pings the program's window every few milliseconds, as window managers do (_NET_WM_PING), and
+prints at the end of standard input how long the answers took.
 """
 
 import json
@@ -22,7 +22,8 @@ def tell(**what):
 
 
 def is_program(window):
-    """Whether it is on screen and the program's: toolkits own others that are never shown."""
+    """Whether it is a visible window of the program; toolkits also create windows that are never
+    shown."""
     try:
         found = window.get_wm_class()
         is_shown = window.get_attributes().map_state == X.IsViewable
@@ -32,8 +33,7 @@ def is_program(window):
 
 
 def program_window(window, depth=3):
-    """The program's window among a window and those within it: a window manager puts a frame
-    around it."""
+    """The program's window at or below a window: the window manager reparents it into a frame."""
     if is_program(window):
         return window
     if depth == 0:
@@ -62,7 +62,7 @@ def watch(screen):
 
 
 def wait_answer(screen, protocols, number, limit=30):
-    """Waits for the answer to a ping; gives whether it came."""
+    """Waits for the answer to a ping; returns whether it arrived."""
     end = time.monotonic() + limit
     while time.monotonic() < end:
         while screen.pending_events():
@@ -76,7 +76,7 @@ def wait_answer(screen, protocols, number, limit=30):
 
 def ping_window(screen):
     root = screen.screen().root
-    # The toolkit answers to whoever watches the root window itself.
+    # Qt sends the answers to clients that select StructureNotify on the root window.
     root.change_attributes(event_mask=X.StructureNotifyMask)
     window = program_window(root)
     if window is None:

@@ -1,7 +1,7 @@
-"""The network that is measured: a phone and a computer joined by one wire, and a host without any.
+"""The network for measurements: a phone and a computer connected directly, and a host without one.
 
-The hosts are those of the network tests. Here the two ends of one veth pair are their network
-cards, as a bridge between them would be measured as well.
+The hosts are those of the network tests, but their network interfaces are the two ends of one veth
+pair: the cost of a bridge would be measured as well.
 """
 
 import os
@@ -17,8 +17,8 @@ from rig.process import run
 LOAD = os.path.join(os.path.dirname(PROGRAM), "quillbox-bench-load")
 LOAD_PORT = 4000
 
-# The same for direct connections and for all relays: ports enough, and those that wait for late
-# packets of an old connection may be used for a new one.
+# The same for direct connections and all relays: many ephemeral ports, and ports in TIME_WAIT may
+# be reused.
 SYSCTLS = {
     "ipv4/ip_local_port_range": "10000 65000",
     "ipv4/tcp_tw_reuse": "1",
@@ -28,20 +28,20 @@ SYSCTLS = {
 
 
 class Station(Phone, Onlooker):
-    """The phone's end, which also looks for what the computer announces."""
+    """The phone, which also observes what the computer announces."""
 
     def stop_watching(self):
         self._watcher.end()
 
     def goodbye_to_all(self):
-        """Withdraws all that was announced, at once."""
+        """Withdraws all announcements at once."""
         self._announcer.end()
         self._announcer = None
 
 
 class Desk(Computer):
-    """The user's computer. Programs run for ordinary users of it, where this is root to begin
-    with: limits of the kernel, like that on pipes, are not those of root."""
+    """The user's computer. If this process is really root, programs run as unprivileged users, as
+    kernel limits such as that on pipe buffers do not apply to root."""
 
     ORDINARY = may_set_groups()
     FIRST_USER = 61000
@@ -55,7 +55,8 @@ class Desk(Computer):
             self.run("mount", "--bind", self._passwd, "/etc/passwd")
 
     def user(self, name):
-        """The number of a user of that name with a home and a runtime folder; made once."""
+        """The user id of the user with that name, who has a home and a runtime folder; created on
+        first use."""
         if name not in self._users:
             number = self.FIRST_USER + len(self._users) if self.ORDINARY else os.getuid()
             self._users[name] = number
@@ -81,20 +82,20 @@ class Desk(Computer):
         )
 
     def identity(self, name):
-        """What turns a command into one of the user of that name."""
+        """The command prefix that runs a command as the user with that name."""
         number = self.user(name)
         if not self.ORDINARY:
             return []
         return ["setpriv", f"--reuid={number}", f"--regid={number}", "--clear-groups", "--"]
 
     def start_as(self, name, command, **more):
-        """Starts a process as the user of that name, who may open as many files as anybody."""
+        """Starts a process as the user with that name, with the highest limit of open files."""
         limit = ["prlimit", f"--nofile={most_descriptors()}"]
         command = limit + self.identity(name) + command
         return self.start(command, env=self.user_environment(name, **more))
 
     def helper_as(self, name, *arguments, **more):
-        """Starts the program as that user starts it: nothing is set up for it but its home."""
+        """Starts the program as that user; unlike in start_as, the limit of open files stays."""
         command = [*self.identity(name), self.lan.program, *arguments]
         helper = Helper(self.start(command, env=self.user_environment(name, **more)))
         self._helpers.append(helper)
@@ -106,7 +107,7 @@ class Desk(Computer):
                 helper.stop()
 
     def write_settings_of(self, name, settings):
-        """Writes the settings file of that user."""
+        """Writes that user's settings file."""
         self.user(name)
         self.settings_file = os.path.join(
             self.folder_of(name), "config", "org.quillbox.Helper", "settings.json"
@@ -118,11 +119,11 @@ class Desk(Computer):
 
 
 class Wire(Lan):
-    """A network whose hosts are joined by hand."""
+    """A network without a bridge, whose hosts are connected by `join`."""
 
     def __init__(self):
         super().__init__()
-        # Ordinary users run the program from here, and find their homes here.
+        # Unprivileged users run the program from here and have their homes here.
         os.chmod(self.folder, 0o755)
         self.program = os.path.join(self.folder, os.path.basename(PROGRAM))
         shutil.copy(PROGRAM, self.program)
@@ -133,10 +134,10 @@ class Wire(Lan):
         return host
 
     def connect(self, host):
-        """There is no switch: join lays the wire."""
+        """Does nothing: `join` connects the hosts."""
 
     def join(self, one, other):
-        """Makes the two ends of one wire the network cards of two hosts."""
+        """Connects two hosts with a veth pair."""
         ends = ["name", "eth0", "netns", str(one.pid), "type", "veth", "peer"]
         ends += ["name", "eth0", "netns", str(other.pid)]
         one.run("ip", "link", "add", *ends)
