@@ -15,7 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A controller that another process of the user's asks for things.
+/// A controller that gets requests from another process of the user.
 class AppDelegateControl : public AppFixture {
 protected:
     ~AppDelegateControl() override
@@ -26,7 +26,7 @@ protected:
         }
     }
 
-    /// The answers to a message, up to now.
+    /// Sends a message; returns the answers so far. Later ones are added to the same vector.
     std::vector<ControlAnswer>& tell(const std::string& text, const std::string& permission = {})
     {
         answers.clear();
@@ -37,7 +37,7 @@ protected:
         return answers;
     }
 
-    /// The one answer to a request.
+    /// Sends a request; returns its only answer.
     ControlAnswer ask(ControlCommand command, const std::optional<std::string>& phone = {})
     {
         tell(encoded(ControlRequest{.command = command, .phone = phone}));
@@ -121,7 +121,7 @@ TEST_F(AppDelegateControl, opensThePhoneThatWasNamed)
 {
     launch();
     findOfficeAndKitchen();
-    // Another way to write the same name.
+    // The same name in decomposed form.
     EXPECT_EQ(ask(ControlCommand::Open, "Quillbox Ku\u0308che"), ControlAnswer());
     EXPECT_THAT(workspace.opened,
                 ElementsAre("smb://nas@Quillbox%20K%C3%BCche._smb._tcp.local/NAS"));

@@ -87,7 +87,7 @@ TEST_F(AppDelegateLifecycle, centresTheWindowOnTheScreen)
     launch();
     const QPoint middle = delegate->window->screen()->availableGeometry().center();
     const QPoint offset = delegate->window->frameGeometry().center() - middle;
-    // The frame that the window system adds is known only once the window is on the screen.
+    // The size of the window frame is known only when the window is on the screen.
     EXPECT_LE(offset.manhattanLength(), 8);
 }
 

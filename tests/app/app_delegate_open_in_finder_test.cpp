@@ -20,7 +20,7 @@ protected:
         prepare();
     }
 
-    /// The status and the writes so far are nobody's concern.
+    /// Discards the status and the writes so far.
     void prepare()
     {
         markStatus();
@@ -154,7 +154,7 @@ TEST_F(AppDelegateOpenInFinder, reportsFinderVisibilityBeforeThePhones)
 
 TEST_F(AppDelegateOpenInFinder, refusesANameThatNoUrlCanHoldWithoutABeep)
 {
-    // NUL would end the URL for the programs that open it.
+    // Programs that open the URL would take a NUL as its end.
     launchWithPhones({phoneNamed(std::string("Quillbox \0", 10))});
     ASSERT_EQ(delegate->discoveredDevices.size(), 1U);
     expectRefusal(false, "Check the connection fields", 0);

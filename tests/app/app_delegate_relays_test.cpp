@@ -304,7 +304,7 @@ TEST_F(AppDelegateRelays, whatAStoppedRelayStillHadToSayIsNotHeard)
     launch();
     findPhones({phoneNamed("Quillbox A", "one")});
     const auto relay = delegate->relays.at("Quillbox A");
-    // The report is on its way to the main queue when the relay is replaced.
+    // The report is pending on the main queue when the relay is stopped.
     network.listeners.at(0)->report(Listener::State::Ready);
     dispatch.queue(dispatch.queueCount() - 1)->run();
     delegate->showInFinder.click();

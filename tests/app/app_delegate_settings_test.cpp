@@ -36,7 +36,7 @@ protected:
         dispatch.runAll();
     }
 
-    /// Whether ending an edit in that way starts the manual relay anew.
+    /// Whether the action, which ends an edit, restarts the manual relay.
     template <class Action> bool restarts(Action action)
     {
         const auto before = network.listeners.size();
@@ -116,7 +116,7 @@ TEST_F(AppDelegateSettings, zeroAndMinusZeroAreRefusedAsPorts)
 TEST_F(AppDelegateSettings, aHostIsUsedAndStoredWithoutTheBlanksAroundIt)
 {
     launchManually();
-    // A single-line field takes a line break only in a form that is none to it.
+    // The line break is U+2028, which a single-line field keeps.
     startManually(QStringLiteral(" \u00a0 192.0.2.8 \u2028"), QStringLiteral("4445"));
     EXPECT_EQ(storedText("host"), "192.0.2.8");
     EXPECT_EQ(targetOf(listenerNamed("Quillbox")), (HostEndpoint{"192.0.2.8", 4445}));

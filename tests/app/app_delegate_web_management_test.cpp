@@ -116,7 +116,7 @@ TEST_F(AppDelegateWebManagement, actsOnTheSecondOfTwoRequestsOnly)
 {
     launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
     delegate->resolveManagement(adminNamed("Quillbox A"));
-    // The first has its answer on the way when the second comes.
+    // The answer to the first request is pending when the second is made.
     resolution(0).object->finish({ipv4Address("192.0.2.1")}, 1);
     delegate->resolveManagement(adminNamed("Quillbox B"));
     EXPECT_GE(resolution(0).stops, 1);
@@ -245,7 +245,7 @@ TEST_F(AppDelegateWebManagement, anAnswerFindsNoControllerThatIsGone)
 {
     launchWithPages({adminNamed("Quillbox")});
     delegate->openManagement();
-    // Somebody else holds the resolver for a moment longer.
+    // Keeps the resolver alive longer than the controller.
     const auto held = delegate->managementResolver;
     resolution(0).object->finish({ipv4Address("192.0.2.7")}, 8443);
     delegate = nullptr;

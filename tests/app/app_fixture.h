@@ -19,18 +19,18 @@
 
 namespace quillbox {
 
-/// A controller in a world of fakes.
+/// A controller (AppDelegate) with a fake environment.
 class AppFixture : public ::testing::Test {
 protected:
     static constexpr const char* kIdentifier = "org.example.Helper";
 
-    /// Makes the controller; nothing runs yet.
+    /// Makes the controller without starting anything.
     void create(const std::optional<std::string>& bundleIdentifier = kIdentifier);
 
-    /// Makes it, if need be, and lets it finish launching.
+    /// Makes the controller if there is none, and finishes its launch.
     void launch();
 
-    /// The same with the stored settings of manual mode and a usable target.
+    /// The same with stored settings for manual mode and a valid target.
     void launchManually();
 
     static Endpoint phoneNamed(const std::string& name, const std::string& domain = "local");
@@ -38,18 +38,18 @@ protected:
     FakeBrowser& phoneBrowser() { return *network.browsers.at(0); }
     FakeBrowser& managementBrowser() { return *network.browsers.at(1); }
 
-    /// Discovery reports exactly these phones.
+    /// Makes discovery report exactly these phones.
     void findPhones(const Browser::Results& phones);
     void findManagement(const Browser::Results& phones);
 
-    /// The listeners of relays that run, in the order of their start.
+    /// The listeners of running relays, in the order in which they were started.
     std::vector<std::shared_ptr<FakeListener>> runningListeners() const;
     std::vector<std::string> runningNames() const;
 
-    /// The one running listener of that name.
+    /// The only running listener with that name.
     FakeListener& listenerNamed(const std::string& finderName) const;
 
-    /// Where connections to that listener are relayed to.
+    /// The endpoint to which connections to that listener are relayed.
     Endpoint targetOf(FakeListener& listener);
 
     void report(FakeListener& listener, Listener::State state, std::error_code error = {});
@@ -57,7 +57,7 @@ protected:
     bool isStatusReady() const;
     std::string statusText() const { return delegate->statusLabel.text().toStdString(); }
 
-    /// A text that only a status report replaces.
+    /// Sets a status text that only a status report replaces.
     void markStatus() { delegate->statusLabel.setText(QStringLiteral("marked")); }
     bool isStatusMarked() const { return statusText() == "marked"; }
 
@@ -72,7 +72,7 @@ protected:
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
     FakeRunningApplications applications;
-    bool startsHidden = false; ///< what the controller is made with
+    bool startsHidden = false; ///< used by `create`
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;
 };

@@ -15,7 +15,7 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-// What a terminal would act upon, in one byte and in several, and what hides or turns text.
+// Control characters of one and of several bytes, and characters that hide or reorder text.
 constexpr const char* kHostile =
     "Quillbox \x1b[2J\r\n\x7f\u009b31m\u202e\u2066\u2028\U000E0041\"\\";
 
@@ -73,7 +73,7 @@ TEST(HelperStatus, givesATerminalNothingToActUpon)
          {"\x1b", "\r", "\x7f", "\u009b", "\u202e", "\u2066", "\u2028", "\U000E0041"})
         EXPECT_THAT(plain, Not(HasSubstr(hostile)));
     EXPECT_THAT(plain, HasSubstr("Quillbox \uFFFD[2J\uFFFD\uFFFD\uFFFD\uFFFD31m\uFFFD"));
-    // Nothing in a name begins a line.
+    // Names add no lines.
     EXPECT_EQ(std::count(plain.begin(), plain.end(), '\n'), 14);
 }
 

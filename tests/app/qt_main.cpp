@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-/// The tests of what Qt shows run without a screen.
+/// Tests of the user interface run on Qt's offscreen platform, without a display.
 int main(int argumentCount, char** arguments)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");

@@ -16,9 +16,9 @@
 
 #include <unistd.h>
 
-/// One copy of the helper: waits for a line on standard input, launches, tells on standard output
-/// whether it stays or yields, and each time that another copy brings it forward. One that stays
-/// ends with its standard input.
+/// One copy of the helper. Waits for a line on standard input, launches, and prints whether it
+/// stays or yields, and each time that another copy brings it forward. A copy that stays exits when
+/// its standard input is closed.
 int main(int argumentCount, char** arguments)
 {
     using namespace quillbox;

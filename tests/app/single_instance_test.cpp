@@ -16,7 +16,7 @@ namespace {
 constexpr int kCopies = 20;
 constexpr int kPatience = 30'000; // milliseconds, for a machine under load
 
-/// Processes of the helper that race for being the one that runs.
+/// Processes of the helper that compete to be the only running one.
 class SingleInstance : public ::testing::Test {
 protected:
     ~SingleInstance() override
@@ -27,7 +27,7 @@ protected:
         }
     }
 
-    /// Starts a copy that waits for `launch`.
+    /// Starts a copy, which waits for `launch`.
     QProcess& prepare()
     {
         auto copy = std::make_unique<QProcess>();
@@ -44,7 +44,7 @@ protected:
         copy.waitForBytesWritten(kPatience);
     }
 
-    /// The next line that the copy prints; empty when it ends instead.
+    /// The next line that the copy prints; empty if it exits instead.
     static QString lineFrom(QProcess& copy)
     {
         QElapsedTimer timer;

@@ -16,7 +16,7 @@ std::string urlOf(std::string_view user, std::string_view host, std::string_view
     return smbUrl({.user = user, .host = host, .share = share}).value_or("none");
 }
 
-/// U+202E, which turns the direction of writing; not in a text, where it would turn the source.
+/// U+202E, right-to-left override; built from bytes, as a literal would reorder the source text.
 std::string turn()
 {
     return {'\xE2', '\x80', '\xAE'};

@@ -44,7 +44,7 @@ TEST(ManagementUrl, putsAnIPv6AddressInBrackets)
 
 TEST(ManagementUrl, encodesTheZoneOfALinkLocalAddress)
 {
-    // The loopback interface is there on every machine, under its index 1.
+    // The loopback interface exists on every machine and has index 1.
     EXPECT_EQ(managementUrl(ipv6Address("fe80::7", 1), 443), "https://[fe80::7%25lo]:443/");
 }
 

@@ -96,7 +96,7 @@ TEST_F(PhoneDiscoveryTest, keepsThePhonesNamedAfterTheProductOnly)
 
 TEST_F(PhoneDiscoveryTest, comparesNamesUnderCanonicalEquivalence)
 {
-    // A combining accent makes the blank, or the last letter, another character.
+    // With a combining accent the space, or the last letter, is another character.
     EXPECT_THAT(namesFor({phone("Quillbox \xcc\x81Office"), phone("Quillbox\xcc\x81")}), IsEmpty());
 }
 

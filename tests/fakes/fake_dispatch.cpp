@@ -63,7 +63,7 @@ FakeDispatch::FakeDispatch()
 
 FakeDispatch::~FakeDispatch()
 {
-    // Pending closures are destroyed without running, also those that hold their own queue.
+    // Destroys pending closures without running them, including those that own their own queue.
     for (const auto& state : states_)
         std::exchange(state->work, {}).clear();
     std::exchange(delayed_, {}).clear();
@@ -99,7 +99,7 @@ void FakeDispatch::runAll()
     bool ran = true;
     while (ran) {
         ran = false;
-        // A copy: what runs may make queues.
+        // A copy, as the closures may make queues.
         const auto states = states_;
         for (const auto& state : states) {
             while (runOne(state))

@@ -13,7 +13,7 @@ namespace quillbox {
 
 class FakeDispatch;
 
-/// A queue that a test steps by hand. For use by one thread.
+/// A queue that a test runs step by step. For use by one thread.
 class FakeQueue final : public DispatchQueue {
 public:
     FakeQueue(FakeDispatch& dispatch, std::string label, QualityOfService qos);
@@ -27,7 +27,7 @@ public:
     /// Runs the first pending closure; false when there is none.
     bool runOne();
 
-    /// Runs what is pending now, but not what that work adds: one turn of the queue.
+    /// Runs the closures that are pending now, but not those that they add.
     void runTurn();
 
     /// Runs until nothing is pending.
@@ -35,7 +35,7 @@ public:
 
     std::size_t pending() const;
 
-    /// The parts of a queue that outlive it while closures are pending.
+    /// The state of a queue. The dispatch owns it too: pending closures outlive the queue.
     struct State {
         std::deque<Work> work;
         bool isRunning = false;
@@ -48,7 +48,8 @@ private:
     const std::shared_ptr<State> state_;
 };
 
-/// Makes queues that a test steps, and a clock that a test moves. It outlives its queues.
+/// Makes queues that a test runs step by step, and has a clock that a test advances. Must outlive
+/// its queues.
 class FakeDispatch final : public Dispatch {
 public:
     FakeDispatch();
@@ -62,15 +63,16 @@ public:
 
     FakeQueue& main() { return *main_; }
 
-    /// The queues made so far, in order; none where the owner has dropped it.
+    /// The queue with that index in the order of creation; null if its owner has released it.
     std::shared_ptr<FakeQueue> queue(std::size_t index) const;
     std::size_t queueCount() const { return queues_.size(); }
 
-    /// Runs all queues, those whose owners dropped them included, until nothing is pending.
+    /// Runs all queues until nothing is pending, including those that were released by their
+    /// owners.
     void runAll();
 
-    /// Moves the clock, handing delayed work over in the order of its time and running all queues
-    /// after each.
+    /// Advances the clock. Delayed closures are queued in the order of their due times, and all
+    /// queues run after each.
     void advance(std::chrono::milliseconds duration);
 
     /// The clock: time since the start of the test.

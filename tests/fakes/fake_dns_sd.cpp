@@ -6,7 +6,7 @@ namespace quillbox {
 
 namespace {
 
-/// Takes its entry out of the list when it goes.
+/// Removes its entry from the list when it is destroyed.
 template <class Entry> class ListedAsk final : public DnsSd::Ask {
 public:
     ListedAsk(std::weak_ptr<std::list<Entry>> entries, Entry entry) : list(std::move(entries))

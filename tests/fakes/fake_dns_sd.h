@@ -10,8 +10,8 @@
 
 namespace quillbox {
 
-/// A DNS-SD that a test plays by hand: what stands can be looked at, and told what the test says.
-/// For use by one thread. It may be dropped before the asks that it gave.
+/// A DNS-SD controlled by a test, which can inspect the active operations and send updates to their
+/// handlers. For use by one thread. It may be destroyed before the asks that it returned.
 class FakeDnsSd final : public DnsSd {
 public:
     template <class Subject, class Update> struct Standing {
@@ -36,7 +36,7 @@ public:
     using Registration = Standing<Registered, RegistrationUpdate>;
     using OwnQuestion = Standing<std::string, OwnServiceUpdate>;
 
-    /// What stands at present, in the order in which it was asked.
+    /// The active operations, in the order in which they were started.
     const std::list<Browse>& browses() const { return *browseList; }
     const std::list<Resolution>& resolutions() const { return *resolutionList; }
     const std::list<HostResolution>& hostResolutions() const { return *hostList; }

@@ -12,13 +12,13 @@
 
 namespace quillbox::dnssd {
 
-/// An engine that a test plays by hand: it notes what it is asked, and says what the test says. The
-/// object is the test's end of it and may outlive the engine proper. For use by one thread.
+/// An engine controlled by a test: it records requests and emits the test's events. This object is
+/// the test's handle and may outlive the engine that it made. For use by one thread.
 class FakeEngine final {
 public:
     FakeEngine();
 
-    /// The engine for the one under test. Called once.
+    /// Makes the engine for the object under test. Call it only once.
     std::unique_ptr<Engine> makeEngine();
 
     void emit(Event event) const;
@@ -27,10 +27,11 @@ public:
 
     bool isStopped() const { return state->isStopped; }
 
-    /// All that was ever asked, in order.
+    /// All requests so far, in order.
     const std::vector<Request>& requests() const { return state->requests; }
 
-    /// What was asked since the engine came last and has not been stopped, by kind, in order.
+    /// The active requests of a kind, in order: those sent since the engine last came up and not
+    /// stopped.
     template <class Kind> std::vector<Kind> standing() const
     {
         std::vector<Kind> result;
@@ -41,8 +42,8 @@ public:
         return result;
     }
 
-    /// The only standing request of a kind; a default-made one, whose id is 0, when there is none
-    /// or more than one.
+    /// The only active request of a kind; a default-constructed one, with id 0, if there is none or
+    /// more than one.
     template <class Kind> Kind only() const
     {
         const auto all = standing<Kind>();
@@ -70,8 +71,8 @@ private:
     const std::shared_ptr<State> state;
 };
 
-/// A link with several hosts, each with an engine that works: what one registers the others see.
-/// Time is the queue's. For use by one thread.
+/// A network link with several hosts, each with a working engine: all hosts see the services that
+/// one registers. Delays use the queue's clock. For use by one thread.
 class FakeMedium final {
 public:
     struct Host {
@@ -87,7 +88,7 @@ public:
 
     std::unique_ptr<Engine> makeEngine(Host host);
 
-    /// The engine of the host of that name goes, or comes back.
+    /// Takes the engine of the host with that name down, or brings it up again.
     void takeAway(const std::string& hostName);
     void bringBack(const std::string& hostName);
 
@@ -98,7 +99,7 @@ private:
     const std::shared_ptr<World> world;
 };
 
-/// Addresses from their printed forms.
+/// An address from its text form.
 Address address(const std::string& text);
 
 } // namespace quillbox::dnssd

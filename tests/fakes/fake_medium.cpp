@@ -129,7 +129,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
 
     void publish(Seat& from, const RegisterRequest& request)
     {
-        // A name that this host uses is refused at once, one that another uses after probing.
+        // A conflict with a name on this host is reported at once, with another host after probing.
         if (isTaken(request, from, true))
             return from.emit(Collision{request.id, Collision::Of::Service});
         from.registrations.push_back({request, false});
@@ -269,7 +269,7 @@ public:
 
 private:
     std::weak_ptr<World> world;
-    Seat& seat; ///< lives as long as the world
+    Seat& seat; ///< owned by the world
 };
 
 FakeMedium::FakeMedium(std::shared_ptr<DispatchQueue> queue)

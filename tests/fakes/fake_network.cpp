@@ -135,7 +135,7 @@ void FakeConnection::completeSend(std::error_code error)
 
 void FakeConnection::dropPending()
 {
-    // Out of the object first: they may hold its last reference.
+    // Moved out of the object first, as they may own its last reference.
     const auto receiving = std::exchange(receiveCompletion_, {});
     const auto sending = std::exchange(sendCompletion_, {});
 }
@@ -180,7 +180,7 @@ void FakeListener::report(State state, std::error_code error)
 {
     if (!queue)
         return;
-    // The handlers die with the listener: a report that outlives it finds it gone.
+    // The handlers are destroyed with the listener; reports that are still queued do nothing then.
     queue->async([weak = weak_from_this(), state, error] {
         const auto self = weak.lock();
         if (self && self->stateHandler_)

@@ -14,12 +14,12 @@
 
 namespace quillbox {
 
-/// Bytes in memory, for tests to send and to compare.
+/// Content in memory, and its bytes as text, for tests to send and to compare.
 Content makeContent(std::string_view bytes);
 std::string textOf(const Content& content);
 
-/// A connection whose every event a test gives by hand. It keeps the contract: handlers run on its
-/// queue, and `cancel` ends what is pending before it reports.
+/// A connection whose events come from a test. It keeps the contract of Connection: handlers run on
+/// its queue, and `cancel` completes pending operations before it reports Cancelled.
 class FakeConnection final : public Connection,
                              public std::enable_shared_from_this<FakeConnection> {
 public:
@@ -36,25 +36,25 @@ public:
     void send(Content content, SendCompletion completion) override;
     void cancel() override;
 
-    /// Puts a state report on the queue.
+    /// Queues a state report.
     void report(State state, std::error_code error = {});
 
-    /// Ends the pending receive.
+    /// Completes the pending receive.
     void deliver(std::string_view bytes, bool isComplete = false, std::error_code error = {});
 
-    /// Ends the pending receive with no content at all.
+    /// Completes the pending receive without content.
     void deliverNothing(bool isComplete, std::error_code error = {});
 
-    /// Ends the pending send.
+    /// Completes the pending send.
     void completeSend(std::error_code error = {});
 
-    /// Lets go of what is pending without running it. A pending completion may hold this very
-    /// connection, which would never be freed where a test leaves it pending.
+    /// Destroys pending completions without running them. A pending completion may own this
+    /// connection, which would leak if a test leaves it pending.
     void dropPending();
 
-    std::optional<Endpoint> endpoint;        ///< what it was made for; none for an accepted one
-    std::optional<TcpParameters> parameters; ///< what it was made with
-    std::shared_ptr<DispatchQueue> queue;    ///< what it was started on
+    std::optional<Endpoint> endpoint;        ///< none for an accepted connection
+    std::optional<TcpParameters> parameters; ///< none for an accepted connection
+    std::shared_ptr<DispatchQueue> queue;    ///< null until it is started
     bool hasStateHandler = false;
     bool isReceiving = false;
     bool isSending = false;
@@ -63,7 +63,7 @@ public:
     int receives = 0;
     int cancels = 0;
     std::vector<std::string> sent;           ///< the contents handed to `send`
-    std::vector<std::string>* log = nullptr; ///< notes calls as "NAME.call", when set
+    std::vector<std::string>* log = nullptr; ///< if set, records calls as "NAME.call"
     std::string name;
     std::shared_ptr<int> alive = std::make_shared<int>(0); ///< expires with the connection
 
@@ -76,7 +76,7 @@ private:
     SendCompletion sendCompletion_;
 };
 
-/// A listener whose every event a test gives by hand.
+/// A listener whose events come from a test.
 class FakeListener final : public Listener, public std::enable_shared_from_this<FakeListener> {
 public:
     FakeListener(const TcpParameters& listenerParameters, std::uint16_t listenerPort);
@@ -90,7 +90,7 @@ public:
     void start(std::shared_ptr<DispatchQueue> startQueue) override;
     void cancel() override;
 
-    /// Puts a state report, or an accepted connection, on the queue.
+    /// Queues a state report, or an accepted connection.
     void report(State state, std::error_code error = {});
     void accept(std::shared_ptr<Connection> connection);
 
@@ -107,7 +107,7 @@ private:
     NewConnectionHandler connectionHandler_;
 };
 
-/// A browser whose every event a test gives by hand.
+/// A browser whose events come from a test.
 class FakeBrowser final : public Browser, public std::enable_shared_from_this<FakeBrowser> {
 public:
     FakeBrowser(std::string browsedType, const TcpParameters& browserParameters);
@@ -120,7 +120,7 @@ public:
     void start(std::shared_ptr<DispatchQueue> startQueue) override;
     void cancel() override;
 
-    /// Puts a state report, or a complete result set, on the queue.
+    /// Queues a state report, or a complete result set.
     void report(State state, std::error_code error = {});
     void deliver(Results results);
 
@@ -136,12 +136,12 @@ private:
     StateUpdateHandler stateHandler_;
 };
 
-/// A resolution that a test ends by hand. What it notes outlives it, in `Record`.
+/// A resolution whose result comes from a test. Its `Record` outlives it.
 class FakeNetService final : public NetService {
 public:
     struct Record {
         ServiceEndpoint service;
-        std::optional<std::chrono::milliseconds> timeout; ///< set once it resolves
+        std::optional<std::chrono::milliseconds> timeout; ///< set by `resolve`
         int stops = 0;
         bool isDestroyed = false;
         FakeNetService* object = nullptr;
@@ -159,7 +159,7 @@ public:
     const std::vector<SocketAddress>& addresses() const override { return addresses_; }
     std::uint16_t port() const override { return port_; }
 
-    /// Puts the end of the resolution on the main queue.
+    /// Queues the result of the resolution on the main queue.
     void finish(std::vector<SocketAddress> addresses, std::uint16_t port);
     void fail();
 
@@ -179,12 +179,12 @@ private:
     std::uint16_t port_ = 0;
 };
 
-/// Makes the fakes above and keeps hold of them for the test.
+/// Makes the fakes above and keeps them for the test.
 class FakeNetwork final : public Network {
 public:
     explicit FakeNetwork(Dispatch& dispatch) : dispatch_(dispatch) {}
 
-    /// Drops what is still pending on the connections that it made.
+    /// Drops the pending completions of the connections that it made.
     ~FakeNetwork() override;
 
     FakeNetwork(const FakeNetwork&) = delete;
@@ -204,14 +204,14 @@ public:
 
     TrafficReport carried;
 
-    /// When set, the next listeners cannot be made.
+    /// If set, makeListener fails with it.
     std::error_code listenerError;
 
     std::vector<std::shared_ptr<FakeListener>> listeners;
     std::vector<std::shared_ptr<FakeConnection>> connections;
     std::vector<std::shared_ptr<FakeBrowser>> browsers;
     std::vector<std::shared_ptr<FakeNetService::Record>> netServices;
-    std::vector<std::string>* log = nullptr; ///< handed to what is made, and notes the making
+    std::vector<std::string>* log = nullptr; ///< passed on to new objects; records new listeners
 
 private:
     Dispatch& dispatch_;

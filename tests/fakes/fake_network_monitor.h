@@ -10,7 +10,7 @@ namespace quillbox {
 /// A monitor whose interfaces a test sets. For use by one thread.
 class FakeNetworkMonitor final : public NetworkMonitor {
 public:
-    /// Replaces the addresses and tells the subscribers.
+    /// Replaces the addresses and notifies the subscribers.
     void setAddresses(std::vector<InterfaceAddress> addresses);
 
     std::vector<InterfaceAddress> addresses() const override { return current; }
@@ -31,7 +31,7 @@ private:
         std::make_shared<std::vector<std::shared_ptr<Subscriber>>>();
 };
 
-/// Addresses as a monitor gives them, from their printed forms.
+/// An interface address as a monitor reports it, from the text form of the address.
 InterfaceAddress interfaceAddress(int index, const std::string& name, const std::string& address);
 
 } // namespace quillbox

@@ -13,7 +13,7 @@
 
 namespace quillbox {
 
-/// A running copy that a test makes up.
+/// A running copy simulated by a test.
 class FakeRunningApplication final : public RunningApplication {
 public:
     FakeRunningApplication(std::int64_t processIdentifier, std::optional<LaunchDate> launchDate);
@@ -31,12 +31,12 @@ public:
     bool terminated = false;
     int activations = 0;
     std::vector<std::string> asked;
-    std::function<std::optional<std::string>(const std::string&)> answers; ///< none: it is stuck
+    std::function<std::optional<std::string>(const std::string&)> answers; ///< null: it hangs
     bool endsWhenAsked = true;
     std::vector<std::chrono::milliseconds> limits; ///< of every wait
 };
 
-/// The running copies, by hand. At first this process runs alone.
+/// The running copies, set by a test. Initially, only this process runs.
 class FakeRunningApplications final : public RunningApplications {
 public:
     static constexpr std::int64_t kOwnProcessIdentifier = 500;
@@ -49,7 +49,7 @@ public:
     void setMessageHandler(MessageHandler newHandler) override;
     void withdraw() override { ++withdrawals; }
 
-    /// Adds a copy of that identifier behind the others.
+    /// Appends a copy with that identifier.
     std::shared_ptr<FakeRunningApplication>
     add(const std::string& bundleIdentifier, std::int64_t processIdentifier,
         std::optional<RunningApplication::LaunchDate> launchDate);
@@ -57,7 +57,7 @@ public:
     std::shared_ptr<FakeRunningApplication> self =
         std::make_shared<FakeRunningApplication>(kOwnProcessIdentifier, kOwnLaunchDate);
     std::map<std::string, std::vector<std::shared_ptr<RunningApplication>>> copies;
-    std::vector<std::string> questions; ///< the identifiers that were asked for
+    std::vector<std::string> questions; ///< the identifiers that were queried
     ActivationHandler handler;
     MessageHandler messageHandler;
     int withdrawals = 0;

@@ -7,7 +7,7 @@
 
 namespace quillbox {
 
-/// A place for status items that comes and goes when a test says so.
+/// A status host whose availability is set by a test.
 class FakeStatusHost final : public StatusHost {
 public:
     bool isAvailable() const override { return available; }

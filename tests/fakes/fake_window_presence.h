@@ -9,8 +9,7 @@
 
 namespace quillbox {
 
-/// A desktop of which a test says what it does with the one window, and which notes what it is
-/// told.
+/// A desktop with one window, whose state is set by a test, and which records calls.
 class FakeWindowPresence final : public WindowPresence {
 public:
     bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return onWorkspace; }
@@ -29,7 +28,7 @@ public:
     bool onWorkspace = true;
     bool listed = true;
     std::string permitted;
-    std::vector<std::string> permissions; ///< those of each time that the window came forward
+    std::vector<std::string> permissions; ///< one for each call of bringForward
 };
 
 } // namespace quillbox

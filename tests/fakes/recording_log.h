@@ -7,7 +7,8 @@
 
 namespace quillbox {
 
-/// A log that keeps its lines, as "category: text", and whose clock a test moves. For one thread.
+/// A log that keeps its lines as "category: text", and whose clock a test advances. For use by one
+/// thread.
 class RecordingLog final : public Log {
 public:
     bool isOn(LogCategory /*category*/) const override { return isTelling; }

@@ -7,7 +7,7 @@
 
 namespace quillbox {
 
-/// Notes what would be opened, and the beeps.
+/// Records the URLs that would be opened, and counts beeps.
 class RecordingWorkspace final : public Workspace {
 public:
     void open(const std::string& url) override;

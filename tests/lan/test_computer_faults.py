@@ -303,8 +303,8 @@ def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jum
         where = (computer, computer.address4, port)
         return smbclient(*where, "ls", check=False).returncode == 0
 
-    wait_until(reached, limit(10), "the phone within reach")
-    wait_until(lambda: helper.statuses()[-1] == visible(1), limit(10), "the phone in the status")
+    wait_until(reached, limit(10), "a connection to the phone")
+    wait_until(lambda: helper.statuses()[-1] == visible(1), limit(10), "the phone in the status report")
     since, seen = helper.mark(), onlooker.mark()
     phone.goodbye()
     helper.wait_status(LOOKING, since=since)

@@ -53,7 +53,7 @@ def come_and_go(crowd, helper, number, count):
         with contextlib.suppress(AssertionError):
             helper.wait_status(LOOKING, 15, since)
             return
-    raise AssertionError(f"crowd {number} does not go:\n{helper.process.output()}")
+    raise AssertionError(f"crowd {number} is still visible:\n{helper.process.output()}")
 
 
 def come_and_go_often(computer, crowd, crowds, count):

@@ -41,7 +41,7 @@ def test_browsers_that_reset_while_the_phone_is_silent_leave_nothing_behind(sile
     browsers = [silent.browse() for _ in range(20)]
     for browser in browsers:
         browser.sendall(b"negotiate")
-    wait_until(lambda: silent.sockets() >= before + 20, limit(5), "20 sessions that wait")
+    wait_until(lambda: silent.sockets() >= before + 20, limit(5), "20 waiting sessions")
 
     for browser in browsers:
         reset(browser)

@@ -132,7 +132,7 @@ TEST_F(FinderRelayTest, endsEverythingWithOneReportWhenTheListenerFails)
     const auto second = accept();
     reports.clear();
     listener().report(Listener::State::Failed, kNotPermitted);
-    dispatch.runAll(); // the listener's own cancelled report included
+    dispatch.runAll(); // including the listener's Cancelled report
     EXPECT_THAT(reports,
                 ElementsAre("not ready: Finder service failed: " + kNotPermitted.message()));
     EXPECT_EQ(listener().cancels, 1);
@@ -166,7 +166,7 @@ TEST_F(FinderRelayTest, ignoresLateReportsOfAReplacedListener)
     start("Quillbox A");
     const auto replaced = network.listeners.front();
     relay->start(kPhone, "a phone", "Quillbox B");
-    dispatch.queue(0)->runOne(); // the restart, and behind it:
+    dispatch.queue(0)->runOne(); // the restart; queued after it:
     replaced->report(Listener::State::Ready);
     replaced->report(Listener::State::Failed, kNotPermitted);
     listener().report(Listener::State::Ready);
@@ -241,8 +241,8 @@ TEST_F(FinderRelayTest, letsGoOfItsSessionsInTheVeryTurnOfTheStop)
     network.connections.clear();
     relay->stop();
     dispatch.queue(0)->runOne(); // the stop itself
-    // The cancelled reports of the listener and both connections, which hold them; the removal that
-    // the session's end has scheduled is still to come.
+    // The Cancelled reports of the listener and both connections, which own these objects. The
+    // removal of the session, which its end has scheduled, is still pending.
     for (int report = 0; report < 3; ++report)
         dispatch.queue(0)->runOne();
     EXPECT_TRUE(alive.expired());
@@ -270,8 +270,8 @@ TEST_F(FinderRelayTest, removesAnEndedSessionInALaterTurn)
     incoming->report(Connection::State::Failed, kNotPermitted);
     dispatch.queue(0)->runOne(); // ends the session
     EXPECT_EQ(incoming->cancels, 1);
-    dispatch.queue(0)->runOne(); // both cancelled reports, after which
-    dispatch.queue(0)->runOne(); // only the table holds the outgoing connection
+    dispatch.queue(0)->runOne(); // both Cancelled reports, after which
+    dispatch.queue(0)->runOne(); // only the table owns the outgoing connection
     EXPECT_FALSE(alive.expired());
     dispatch.queue(0)->runOne();
     EXPECT_TRUE(alive.expired());
@@ -295,7 +295,7 @@ TEST_F(FinderRelayTest, aStopRemovesNoSessionOfALaterStart)
     accept();
     relay->stop();
     relay->start(kPhone, "a phone", "Quillbox Office");
-    dispatch.queue(0)->runTurn(); // stop and start; the removals of the stop are still to come
+    dispatch.queue(0)->runTurn(); // stop and start; the removals of the stop are still pending
     const auto incoming = network.makeAcceptedConnection();
     listener().accept(incoming);
     dispatch.runAll();

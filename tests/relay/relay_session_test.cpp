@@ -260,7 +260,7 @@ TEST_F(RelaySessionTest, endsWhenASendFails)
 TEST_F(RelaySessionTest, armsNothingWhenACompletionArrivesAfterTheEnd)
 {
     startPumping();
-    // On the queue before the session ends, run after it.
+    // Both completions are queued before the session ends, but run after it.
     queue->async([this] { session->finish(); });
     incoming->deliver("late");
     outgoing->deliverNothing(false);
@@ -276,7 +276,7 @@ TEST_F(RelaySessionTest, armsNothingWhenASendCompletesAfterTheEnd)
     startPumping();
     incoming->deliver("chunk");
     dispatch.runAll();
-    session->finish(); // ends the pending send with an error
+    session->finish(); // completes the pending send with an error
     dispatch.runAll();
     EXPECT_EQ(incoming->receives, 1);
     EXPECT_EQ(ends, 1);
@@ -349,7 +349,7 @@ TEST_F(RelaySessionTest, keepsBothConnectionsInAPendingCompletion)
     const std::weak_ptr<FakeConnection> weakSink = outgoing;
     session.reset();
     outgoing.reset();
-    // The pending receive of the incoming side still holds the other one.
+    // The pending receive of the incoming connection still owns the outgoing one.
     EXPECT_FALSE(weakSink.expired());
     incoming->deliverNothing(true);
     dispatch.runAll();

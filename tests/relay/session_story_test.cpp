@@ -18,7 +18,7 @@ using testing::IsEmpty;
 const std::error_code kUnreachable = std::make_error_code(std::errc::host_unreachable);
 const std::error_code kDown = std::make_error_code(std::errc::network_down);
 
-/// A relay whose story is told.
+/// A relay with a log.
 class SessionStoryTest : public testing::Test {
 protected:
     ~SessionStoryTest() override
@@ -220,7 +220,7 @@ TEST_F(SessionStoryTest, doesNotTouchConnectionsWhileNobodyListens)
     browser->deliverNothing(true);
     dispatch.runAll();
     EXPECT_THAT(log.lines, IsEmpty());
-    EXPECT_EQ(log.sessions, 0U) << "a story was begun";
+    EXPECT_EQ(log.sessions, 0U) << "a session was numbered";
 }
 
 } // namespace

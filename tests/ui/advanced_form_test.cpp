@@ -128,7 +128,7 @@ TEST_F(AdvancedForm, endingAnEditIsNewsInTheFirstTwoFieldsOnly)
     };
     EXPECT_TRUE(restarts(delegate->hostField));
     EXPECT_TRUE(restarts(delegate->portField));
-    // Moving on from the port field ends that edit.
+    // Moving the focus from the port field ends its edit.
     delegate->shareField.setFocus();
     dispatch.runAll();
     EXPECT_FALSE(restarts(delegate->shareField));

@@ -17,7 +17,7 @@ namespace {
 constexpr QPalette::ColorGroup kGroups[] = {QPalette::Active, QPalette::Inactive,
                                             QPalette::Disabled};
 
-/// Those of a desktop that is dark.
+/// The palette of a dark desktop.
 QPalette darkPalette()
 {
     QPalette palette(QColor(0x24, 0x1f, 0x31));
@@ -31,7 +31,7 @@ QPalette darkPalette()
 
 class Appearance : public WindowFixture {
 protected:
-    /// What such a desktop has set before the program says anything, and when its theme changes.
+    /// Sets the palettes that a dark desktop sets before the program starts, and on theme changes.
     static void darken()
     {
         QApplication::setPalette(darkPalette());

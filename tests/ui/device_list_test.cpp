@@ -33,7 +33,7 @@ protected:
         return phones;
     }
 
-    /// What stands in a row, from left to right.
+    /// The widgets of a row, from left to right.
     static std::vector<QWidget*> partsOf(const DeviceRow& row)
     {
         std::vector<QWidget*> parts;
@@ -52,7 +52,7 @@ protected:
         return names;
     }
 
-    /// The names that the "Manage" buttons hold; nothing for a row without one.
+    /// The names stored in the "Manage" buttons of all rows; empty for a row without one.
     std::vector<std::string> managed() const
     {
         std::vector<std::string> names;
@@ -323,7 +323,7 @@ TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     settle();
     ASSERT_TRUE(rows()[0]->manageButton()->isDown());
-    EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to hear of the release";
+    EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to get the release event";
     releasePointer(*rows()[0]->manageButton());
     EXPECT_EQ(network.netServices.size(), 1U);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
@@ -361,7 +361,7 @@ TEST_F(DeviceList, aRedrawFromWithinAClickIsHarmless)
     EXPECT_EQ(viewCount(), 2);
 }
 
-/// Stands in a layout and counts how often that lays itself out.
+/// A layout item that counts how often its layout is activated.
 class LayoutCounter final : public QSpacerItem {
 public:
     LayoutCounter() : QSpacerItem(0, 0) {}
@@ -375,7 +375,7 @@ public:
     int count = 0;
 };
 
-/// Counts the moves and resizes of a list's rows.
+/// Counts move and resize events of the rows of a list.
 class RowWatcher final : public QObject {
 public:
     void watch(const std::vector<DeviceRow*>& rows)
@@ -406,7 +406,7 @@ TEST_F(DeviceList, aRedrawLaysOutOnceHoweverManyPhonesThereAre)
         settle();
         return counter->count;
     };
-    // Beyond these the height is at its maximum, which makes a difference of its own.
+    // With more phones the height stays at its maximum, so that redraws do not resize the window.
     const int few = layoutsFor(20);
     EXPECT_GT(few, 0);
     EXPECT_LE(layoutsFor(100), few);
@@ -420,7 +420,7 @@ TEST_F(DeviceList, everyRowIsPutInItsPlaceOnce)
     RowWatcher watcher;
     watcher.watch(rows());
     settle();
-    // The scroll bar may come, which makes them narrower.
+    // The scroll bar may appear, which makes the rows narrower.
     EXPECT_LE(watcher.count, 2 * 60);
 }
 

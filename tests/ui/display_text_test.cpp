@@ -77,7 +77,7 @@ TEST(DisplayText, showsThatThereAreControlCharacters)
 
 TEST(DisplayText, doesNotTurnTheDirectionOfWriting)
 {
-    // By number: in a text they would turn the source.
+    // As numbers: as literals they would reorder the source text.
     for (const int control : {0x202a, 0x202b, 0x202c, 0x202d, 0x202e, 0x2066, 0x2067, 0x2068,
                               0x2069, 0x200e, 0x200f, 0x061c})
         EXPECT_EQ(label("Office" + QString(QChar(control)).toStdString() + "1"), "Office\uFFFD1");
@@ -124,7 +124,7 @@ TEST(DisplayText, showsBytesThatAreNotUtf8)
                     "x")
                   .substr(0, 3),
               "\uFFFD");
-    EXPECT_EQ(label("\xef\xb7\x90"), "\uFFFD") << "a character that is none";
+    EXPECT_EQ(label("\xef\xb7\x90"), "\uFFFD") << "a noncharacter";
     EXPECT_EQ(label(""), "");
 }
 
@@ -158,7 +158,7 @@ TEST(DisplayText, isNeverRichTextInAToolTip)
         EXPECT_FALSE(Qt::mightBeRichText(toolTip)) << name;
         QString visible = toolTip;
         visible.remove(QChar(0x2060));
-        EXPECT_EQ(visible.toStdString(), name) << "what is seen is the name";
+        EXPECT_EQ(visible.toStdString(), name) << "the name is shown unchanged";
     }
 }
 

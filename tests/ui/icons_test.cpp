@@ -18,7 +18,7 @@ QImage drawn(const QIcon& icon, int side)
     return icon.pixmap(QSize(side, side)).toImage().convertToFormat(QImage::Format_ARGB32);
 }
 
-/// How many pixels are neither empty nor full.
+/// How many pixels are more than half opaque.
 int coverage(const QImage& picture)
 {
     int count = 0;
@@ -28,7 +28,7 @@ int coverage(const QImage& picture)
     return count;
 }
 
-/// Relative luminance, by the Web Content Accessibility Guidelines.
+/// Relative luminance as defined in the Web Content Accessibility Guidelines.
 double luminance(const QColor& colour)
 {
     const auto linear = [](double part) {

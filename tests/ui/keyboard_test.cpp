@@ -30,7 +30,7 @@ protected:
         settle();
     }
 
-    /// What a control says, for telling controls apart.
+    /// The text of a control, which identifies it.
     std::string nameOf(const QWidget& control) const
     {
         if (const auto* field = qobject_cast<const QLineEdit*>(&control))
@@ -40,7 +40,7 @@ protected:
         return "something else";
     }
 
-    /// What the Tab key goes through, once round.
+    /// The controls that the Tab key visits, in one round.
     std::vector<std::string> round(bool backwards = false)
     {
         std::vector<std::string> names;

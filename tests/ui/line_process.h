@@ -6,10 +6,10 @@
 
 namespace quillbox {
 
-/// A program that a test talks to in lines. Ended with the object.
+/// A process with which a test exchanges lines. The destructor kills it.
 class LineProcess final {
 public:
-    /// `environment` holds "NAME=value" entries, over the test's own.
+    /// `environment` has "NAME=value" entries, which override the test's own environment.
     LineProcess(const QString& program, const QStringList& arguments,
                 const QStringList& environment = {});
 
@@ -17,16 +17,16 @@ public:
     LineProcess& operator=(const LineProcess&) = delete;
     ~LineProcess();
 
-    /// The next line of its output that begins with `beginning`; lines in between are skipped. A
-    /// null string when none comes within ten seconds.
+    /// The next line of its output that begins with `beginning`; skips other lines. A null string
+    /// if none arrives within ten seconds.
     QString lineFrom(const QString& beginning);
 
-    /// Whether such a line has come, or comes within the time.
+    /// Whether such a line has arrived, or arrives within the time.
     bool hasLine(const QString& beginning, int milliseconds);
 
     void write(const QString& line);
 
-    /// Ends the program at once.
+    /// Kills the process (SIGKILL).
     void kill();
 
 private:

@@ -1,6 +1,7 @@
-// A panel that shows status notifier items: the registry and its only host. With "--no-host" it is
-// the registry alone, until "host" comes. Tells on standard output, in lines, what it sees of each
-// item; "activate" clicks the last one, and "look" asks it again.
+// A panel for status notifier items: the registry (StatusNotifierWatcher) and its only host. With
+// "--no-host" it is only the registry until it reads the command "host". Prints what it sees of
+// each item, one property per line. The command "activate" clicks the last item, "look" queries it
+// again.
 
 #include <QCoreApplication>
 #include <QDBusArgument>

@@ -8,7 +8,7 @@ namespace quillbox {
 
 namespace {
 
-/// A display and a session bus of its own for each test, and nothing on them.
+/// Each test has its own empty display and session bus.
 class StatusItemOnDesktop : public ::testing::Test {
 protected:
     void SetUp() override
@@ -119,7 +119,7 @@ TEST_F(StatusItemOnDesktop, tellsThePanelItsToolTipAsPlainText)
     const auto owner = startOwner();
     ASSERT_TRUE(tells(panel, "end of menu"));
     owner->write(QStringLiteral("tooltip Tom & Jerry's <img src=x>") + QChar(0x202e));
-    // The panel asks of its own accord, so that its question may overtake the change.
+    // The panel queries at its own time, so its query may arrive before the change.
     QString toolTip;
     for (int question = 0; question < 50 && !toolTip.contains(QStringLiteral("Tom")); ++question) {
         panel->write(QStringLiteral("look"));

@@ -1,6 +1,6 @@
-// A program with a status item, as it is wired in the helper. Tells on standard output, in lines,
-// when a place for it comes and goes and what is clicked; "tooltip TEXT" sets the tool tip. The
-// only argument is how long to wait for a panel, in milliseconds.
+// A program with a status item, connected as in the helper. Prints a line when a status host
+// becomes available or unavailable, and when the menu opens. The command "tooltip TEXT" sets the
+// tool tip. The only argument is how long to wait for a panel, in milliseconds.
 
 #include "platform/desktop/status_host_watch.h"
 #include "ui/icons.h"

@@ -12,10 +12,10 @@ namespace quillbox {
 
 namespace {
 
-/// What a desktop writes in. A family that is not installed stands for the usual one.
+/// The font of a desktop. A family that is not installed is replaced by the default one.
 struct DesktopFont {
     const char* name;
-    const char* family = nullptr; ///< none: the usual one
+    const char* family = nullptr; ///< null: the default one
     int letterSpacing = 100;      ///< per cent
 };
 
@@ -37,7 +37,7 @@ protected:
         QApplication::setFont(before);
     }
 
-    /// How wide a control has to be for all of its text to be seen.
+    /// How wide a control must be to show its whole text.
     static int neededWidth(const QWidget& part)
     {
         const QFontMetrics metrics = part.fontMetrics();
@@ -54,14 +54,14 @@ protected:
         return indicator + metrics.horizontalAdvance(button->text());
     }
 
-    /// What a text needs below and above the middle of its line, on the whole.
+    /// How many rows of pixels contain text.
     static int paintedRows(QWidget& part)
     {
         const QImage picture = pictureOf(part);
         int rows = 0;
         for (int y = 0; y < picture.height(); ++y) {
             bool isPainted = false;
-            // Past what stands before the text.
+            // Starts to the right of the check box indicator.
             for (int x = 24; x < picture.width(); ++x)
                 isPainted = isPainted || picture.pixelColor(x, y).lightness() < 140;
             rows += isPainted ? 1 : 0;

@@ -1,5 +1,5 @@
-// A system tray on X (System Tray Protocol of freedesktop.org) that tells on standard output, in
-// lines, what becomes of its icons. "click" presses and releases the first button on the last one.
+// A system tray on X (System Tray Protocol of freedesktop.org). Prints a line when an icon is
+// mapped or destroyed. The command "click" presses and releases the first button on the last icon.
 
 #include <cstdio>
 #include <cstdlib>

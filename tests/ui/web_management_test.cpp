@@ -35,8 +35,9 @@ protected:
         findManagement(pages);
     }
 
-    /// What was closed is deleted when the event loop has its turn. Nothing else happens here:
-    /// without a screen, a popup that closes leaves the program inactive, which closes the next.
+    /// Deletes what was closed, which the event loop does otherwise. Handles no other events: on
+    /// the offscreen platform, closing a popup deactivates the program, which closes the next
+    /// popup.
     static void settle() { QApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete); }
 
     template <class Child> QList<Child*> children() const
@@ -235,7 +236,7 @@ TEST_F(WebManagement, theMenuOpensAtThePointer)
 
 TEST_F(WebManagement, anEntryShowsAHostileNameHarmlesslyAndKeepsItAsItIs)
 {
-    // U+202E turns the direction of writing; put together, for in a text it would turn the source.
+    // U+202E, right-to-left override; built from bytes, as a literal would reorder the source text.
     const std::string turn{'\xE2', '\x80', '\xAE'};
     const std::string name = "Quillbox A&B\t" + turn + "<b>";
     launchWithPages({adminNamed(name), adminNamed("Quillbox C")});

@@ -36,7 +36,7 @@ void WindowFixture::settle()
 
 void WindowFixture::layOut()
 {
-    // An event of a layout may lead to one of the next.
+    // A layout event may post events to nested layouts.
     for (int depth = 0; depth < 8; ++depth)
         QCoreApplication::sendPostedEvents();
 }

@@ -20,53 +20,53 @@ namespace quillbox {
 inline constexpr const char* kNavy = "#0f172a";
 inline constexpr const char* kSlate = "#475569";
 
-/// A controller in a world of fakes, and its window, read the way it is seen.
+/// A controller with a fake environment and its window, of which tests check what a user sees.
 class WindowFixture : public AppFixture {
 protected:
-    /// The offscreen platform puts a border of this width around windows.
+    /// The offscreen platform adds a border of this width around windows.
     static constexpr int kBorder = 2;
 
-    /// Launches, has the height follow the content, lays everything out and gives it the keyboard.
+    /// Launches, fits the height to the content, activates the window and lays it out.
     void open();
 
-    /// Gives the window the keyboard, as a desktop does.
+    /// Makes the window active, so that it has the keyboard focus.
     void activate();
 
-    /// Has the layouts do what they were asked to do, and a change of the height be over.
+    /// Runs pending layouts, and finishes an animation of the height.
     void settle();
 
-    /// The same, but leaves a change of the height where it is.
+    /// Runs pending layouts, but does not advance an animation of the height.
     static void layOut();
 
     QWidget& window() const { return *delegate->window; }
 
-    /// Where a widget is in the content, from whose top left corner; also when that was scrolled.
+    /// The geometry of a widget relative to the content's top left corner, even if it is scrolled.
     QRect place(const QWidget& widget) const;
 
-    /// The one visible label or button of that text.
+    /// The visible label or button with that text; null if there is none.
     QLabel* label(const QString& text) const;
     QPushButton* button(const QString& text) const;
 
     QScrollArea& area() const;
 
-    /// What scrolls, if it does.
+    /// Whether the content is too high for the window.
     bool isScrolling() const;
 
     std::vector<DeviceRow*> rows() const;
 
-    /// How a widget looks; the scale is pixels for each logical one.
+    /// A picture of a widget; `scale` is the device pixel ratio.
     static QImage pictureOf(QWidget& widget, double scale = 1);
 
     static void press(QWidget& widget, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
     static void release(QWidget& widget, int key);
     static void pressTab(QWidget& window, bool backwards = false);
 
-    /// Presses and lets go of the first button of the pointer in the middle of a widget.
+    /// Presses or releases the first pointer button in the middle of a widget.
     static void pressPointer(QWidget& widget);
     static void releasePointer(QWidget& widget);
 };
 
-/// The size, weight and colour that a text is written in.
+/// Font size, font weight and colour of a text.
 struct Writing {
     int size = 0;
     int weight = 0;

@@ -15,7 +15,7 @@ namespace {
 
 class WindowHeight : public WindowFixture {
 protected:
-    /// A list of that many phones, without telling anybody.
+    /// Sets a list of that many phones, without updating the window.
     void setPhones(int count)
     {
         delegate->discoveredDevices.clear();
@@ -37,7 +37,7 @@ protected:
     QVariantAnimation& animation() const { return delegate->frameSizer->animation(); }
 };
 
-/// The style of a desktop whose user wants nothing to move.
+/// The style of a desktop whose user has turned animations off.
 class StillStyle final : public QProxyStyle {
 public:
     int styleHint(StyleHint hint, const QStyleOption* option, const QWidget* widget,

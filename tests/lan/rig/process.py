@@ -81,7 +81,8 @@ class Process:
                 if left <= 0 or self._open == 0:
                     why = "ended" if self._open == 0 else f"printed none within {timeout:g} s"
                     raise AssertionError(
-                        f"{what}: {os.path.basename(self.command[-1])} {why}:\n{self.output()}"
+                        f"{what}: {os.path.basename(self.command[-1])} {why}; output:\n"
+                        f"{self.output()}"
                     )
                 self._changed.wait(left)
 
