@@ -304,7 +304,7 @@ def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jum
         return smbclient(*where, "ls", check=False).returncode == 0
 
     wait_until(reached, limit(10), "a connection to the phone")
-    wait_until(lambda: helper.statuses()[-1] == visible(1), limit(10), "the phone in the status report")
+    wait_until(lambda: helper.statuses()[-1] == visible(1), limit(10), "the phone in the status")
     since, seen = helper.mark(), onlooker.mark()
     phone.goodbye()
     helper.wait_status(LOOKING, since=since)

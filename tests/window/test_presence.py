@@ -222,7 +222,7 @@ def test_with_a_place_for_its_item_the_window_is_in_no_taskbar(desktop, kind):
 def test_the_window_changes_to_the_taskbar_and_back_with_the_tray(desktop, helper, window):
     for _ in range(2):
         desktop.start_tray()
-        desktop.wait(lambda: is_in_tray_only(desktop, window), "the icon in the tray, and no window in the taskbar")
+        desktop.wait(lambda: is_in_tray_only(desktop, window), "the icon in the new tray")
         desktop.stop_tray()
         desktop.wait(window.is_in_taskbar, "the window in the taskbar")
 

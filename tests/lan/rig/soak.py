@@ -140,8 +140,8 @@ class Held:
 
     def __str__(self):
         return (
-            f"{self.pipes} pipe ends, {self.descriptors} other descriptors, {self.threads} threads, "
-            f"{self.proportional} KiB PSS, {self.anonymous} KiB anonymous"
+            f"{self.pipes} pipe ends, {self.descriptors} other descriptors, "
+            f"{self.threads} threads, {self.proportional} KiB PSS, {self.anonymous} KiB anonymous"
         )
 
     def is_back_at(self, start):
