@@ -12,21 +12,22 @@ namespace quillbox {
 
 /// Browses for DNS-SD services of one type (RFC 6763, section 4).
 ///
-/// Delivers the complete current set at each change: one entry a service, however many interfaces
-/// and address families carry it, in the order in which they were first seen. While the DNS-SD
-/// engine is away the last set stands and nothing is delivered. At most ten sets a second, at most
-/// 256 services: what is seen later is left out, which is said once on standard error.
+/// Delivers the complete current set on each change: one entry per service, however many interfaces
+/// and address families announce it, in the order in which they were first seen. While no DNS-SD
+/// engine is available, the last set stays valid and nothing is delivered. At most ten sets per
+/// second and 256 services; while the set is full, further services are ignored, which is reported
+/// once on standard error.
 ///
 /// Handlers run on the queue that the browser was started on, never inside the call that installed
-/// them. After `cancel`, sets that are already on the queue are still delivered. A browser that
-/// nobody holds any more is cancelled, without a report.
+/// them. After `cancel`, sets that are already queued are still delivered. Destroying the last
+/// reference cancels the browser, without a report.
 class Browser {
 public:
     enum class State {
         Setup,
         Waiting, ///< no DNS-SD engine at present
         Ready,
-        Failed, ///< for good: this type can never be browsed
+        Failed, ///< permanently: this type cannot be browsed
         Cancelled,
     };
 
@@ -38,7 +39,7 @@ public:
 
     virtual ~Browser() = default;
 
-    /// These two are called before `start`.
+    /// Both handlers are set before `start`.
     virtual void setResultsChangedHandler(ResultsChangedHandler handler) = 0;
     virtual void setStateUpdateHandler(StateUpdateHandler handler) = 0;
 

@@ -10,34 +10,35 @@
 
 namespace quillbox {
 
-/// The greatest number of bytes that one receive may yield.
+/// The maximum number of bytes that one receive returns.
 inline constexpr std::size_t kMaximumContentSize = std::size_t{1024} * 1024;
 
-/// A TCP connection, accepted or to be opened.
+/// A TCP connection, incoming or outgoing.
 ///
 /// Every handler and completion runs on the queue that the connection was started on, never inside
-/// the call that installed it. All calls but the setter are made on that queue.
+/// the call that installed it. All functions except `setStateUpdateHandler` are called on that
+/// queue.
 ///
-/// `cancel` ends each pending completion with an error and then gives one `Cancelled` report, the
-/// last. It loses none of the bytes that were handed to `send`: they are still delivered, followed
-/// by the end of the stream, while what the peer sends is discarded.
+/// `cancel` calls each pending completion with an error and then reports `Cancelled`, the last
+/// report. Bytes that were passed to `send` are still delivered, followed by the end of the stream;
+/// what the peer sends meanwhile is discarded.
 ///
-/// A connection that nobody holds any more is cancelled, without a report.
+/// Destroying the last reference cancels the connection, without a report.
 class Connection {
 public:
     enum class State {
         Setup,
         Preparing, ///< resolving, connecting
-        Waiting,   ///< no usable path at present; the backend tries again by itself
+        Waiting,   ///< no usable path at present; the backend retries by itself
         Ready,
-        Failed, ///< for good
+        Failed, ///< permanently
         Cancelled,
     };
 
     /// The error is set in `Waiting` and `Failed`.
     using StateUpdateHandler = std::function<void(State, std::error_code)>;
 
-    /// What arrived, possibly nothing; whether the peer has ended its side behind it; an error.
+    /// The received bytes, possibly none; whether the peer's stream ends after them; an error.
     using ReceiveCompletion =
         std::function<void(Content content, bool isComplete, std::error_code error)>;
 
@@ -51,13 +52,13 @@ public:
     /// Called once. The queue comes from the same backend as the connection.
     virtual void start(std::shared_ptr<DispatchQueue> queue) = 0;
 
-    /// Waits for at least `minimum` (1 or more) and yields at most `maximum` bytes (capped at
+    /// Waits for at least `minimum` bytes (1 or more) and returns at most `maximum` (capped at
     /// `kMaximumContentSize`). One receive at a time.
     virtual void receive(std::size_t minimum, std::size_t maximum,
                          ReceiveCompletion completion) = 0;
 
-    /// Takes the content over; completes when all of it has been handed to the network's buffers.
-    /// One send at a time.
+    /// Takes ownership of the content; completes when all of it is in the kernel's send buffer. One
+    /// send at a time.
     virtual void send(Content content, SendCompletion completion) = 0;
 
     /// Idempotent.

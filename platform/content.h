@@ -6,20 +6,20 @@
 
 namespace quillbox {
 
-/// What a backend keeps behind a `Content`: bytes in memory, or bytes that never left the kernel.
+/// A backend's storage of a `Content`: bytes in memory, or bytes that never left the kernel.
 class ContentStorage {
 public:
     virtual ~ContentStorage() = default;
 
     virtual std::size_t size() const = 0;
 
-    /// The bytes, when they are in this process's memory; else an empty span.
+    /// The bytes if they are in this process's memory, else an empty span.
     virtual std::span<const std::byte> bytes() const = 0;
 };
 
-/// A move-only handle on bytes that were received and are to be sent on, 1 MiB at the most. Whoever
-/// holds it owns the bytes; dropping it gives the room back to the backend that made it. It may be
-/// moved between threads, but used by one at a time.
+/// A move-only handle to received bytes, at most 1 MiB, to be sent on. The holder owns the bytes;
+/// destroying the handle returns the storage to the backend that created it. May be moved between
+/// threads, but is used by one at a time.
 class Content {
 public:
     Content() = default;
@@ -32,7 +32,7 @@ public:
         return storage_ ? storage_->bytes() : std::span<const std::byte>();
     }
 
-    /// The backend's own object, for the backend that made it; none for an empty content.
+    /// For the backend that created the content; null if it is empty.
     ContentStorage* storage() const { return storage_.get(); }
 
 private:

@@ -7,18 +7,18 @@
 
 namespace quillbox {
 
-/// How urgent a queue's work is to the user.
+/// How urgent a queue's work is for the user.
 enum class QualityOfService { Unspecified, Utility, UserInitiated };
 
 /// A serial queue of closures.
 ///
-/// The contract that every backend keeps:
+/// The contract of every backend:
 ///  - closures run first in, first out, and never two at once;
-///  - a closure never runs inside the call that handed it over, not even from the queue itself;
+///  - a closure never runs inside the call that enqueued it, not even when called on the queue;
 ///  - a closure is destroyed on the queue, right after it ran;
-///  - closures that are pending when the last reference to the queue goes still run; the queue may
-///    be dropped from one of its own closures;
-///  - closures pending when the backend itself is shut down are destroyed without running.
+///  - closures that are pending when the last reference to the queue is dropped still run; the last
+///    reference may be dropped by one of the queue's own closures;
+///  - closures that are pending when the backend is shut down are destroyed without running.
 ///
 /// `async` and `asyncAfter` may be called from any thread.
 class DispatchQueue {
@@ -27,21 +27,21 @@ public:
 
     virtual ~DispatchQueue() = default;
 
-    /// Runs `work` on the queue as soon as all work handed over before has run.
+    /// Runs `work` on the queue after all work enqueued before it.
     virtual void async(Work work) = 0;
 
-    /// Hands `work` to the queue once `delay` has passed on the monotonic clock. There is no way to
-    /// take it back: capture weakly and check.
+    /// Enqueues `work` after `delay` on the monotonic clock. It cannot be cancelled: capture weak
+    /// references and check them.
     virtual void asyncAfter(std::chrono::milliseconds delay, Work work) = 0;
 
-    /// Whether the caller runs on this queue; for assertions.
+    /// Whether the calling code runs on this queue; for assertions.
     virtual bool isCurrent() const = 0;
 
     virtual const std::string& label() const = 0;
     virtual QualityOfService qualityOfService() const = 0;
 };
 
-/// Makes queues. The main queue is the event loop's and lives as long as the process.
+/// Creates queues. The main queue belongs to the event loop and lives as long as the process.
 class Dispatch {
 public:
     virtual ~Dispatch() = default;

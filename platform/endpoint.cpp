@@ -8,7 +8,7 @@ namespace quillbox {
 
 namespace {
 
-/// Escapes what separates the parts of a printed endpoint, and what a terminal would act upon.
+/// Escapes the separators of a printed endpoint, and control characters.
 std::string escaped(std::string_view text)
 {
     std::string result;
@@ -29,8 +29,8 @@ std::string escaped(std::string_view text)
     return result;
 }
 
-/// Types and domains keep their dots, which cannot be mistaken: the instance label before them has
-/// none left, and the two are told apart by the '/' that neither may hold unescaped.
+/// Types and domains keep their dots, which are unambiguous: those of the instance label before
+/// them are escaped, and type and domain are separated by a '/', which is escaped in both.
 std::string escapedPath(std::string_view text)
 {
     std::string result;

@@ -12,41 +12,41 @@ namespace quillbox {
 
 /// How a listener is advertised by DNS-SD.
 struct ServiceRegistration {
-    std::string name; ///< the instance name, UTF-8; renamed when the network has it already
+    std::string name; ///< the instance name, UTF-8; changed on a name conflict
     std::string type; ///< "_smb._tcp"
     std::optional<std::string> domain = std::nullopt; ///< none: the default registration domain
-    /// The data of the TXT record: strings, each behind a byte that gives its length. None yields
-    /// the single empty string of RFC 6763, section 6.1.
+    /// The data of the TXT record: strings, each preceded by its length byte. None: a single empty
+    /// string (RFC 6763, section 6.1).
     std::optional<std::string> txtRecord = std::nullopt;
 
     bool operator==(const ServiceRegistration&) const = default;
 };
 
-/// A TCP listener, for IPv4 and IPv6, together with one DNS-SD registration of its port.
+/// A TCP listener for IPv4 and IPv6, with one DNS-SD registration of its port.
 ///
 /// Handlers run on the queue that the listener was started on, never inside the call that installed
 /// them. `cancel` closes the port and withdraws the registration (goodbye, RFC 6762 section 10.1),
-/// then gives one `Cancelled` report, the last. A listener that nobody holds any more is cancelled,
+/// then reports `Cancelled`, the last report. Destroying the last reference cancels the listener,
 /// without a report.
 class Listener {
 public:
     enum class State {
         Setup,
-        Waiting, ///< not advertised at present: no DNS-SD engine, or a taken name being changed
+        Waiting, ///< not advertised at present: no DNS-SD engine, or renaming after a conflict
         Ready,   ///< listening and advertised
-        Failed,  ///< for good: an invalid name, not permitted, too many entries
+        Failed,  ///< permanently: an invalid name, not permitted, too many entries
         Cancelled,
     };
 
     /// The error is set in `Waiting` and `Failed`.
     using StateUpdateHandler = std::function<void(State, std::error_code)>;
 
-    /// Hands over an accepted connection, not yet started.
+    /// Called with each accepted connection, which is not yet started.
     using NewConnectionHandler = std::function<void(std::shared_ptr<Connection>)>;
 
     virtual ~Listener() = default;
 
-    /// These three are called before `start`.
+    /// The service and both handlers are set before `start`.
     virtual void setService(ServiceRegistration service) = 0;
     virtual void setNewConnectionHandler(NewConnectionHandler handler) = 0;
     virtual void setStateUpdateHandler(StateUpdateHandler handler) = 0;

@@ -16,25 +16,25 @@ using SocketAddress = std::vector<std::byte>;
 
 /// Resolves one DNS-SD service to its socket addresses and port, once.
 ///
-/// Belongs to the main thread: it is used there and reports there. It reports exactly once, never
-/// inside `resolve`, and not at all after `stop`.
+/// Used on the main thread, where it reports as well: exactly once, never inside `resolve`, and not
+/// after `stop`.
 class NetService {
 public:
-    /// Called on success; `addresses` and `port` then hold the result. May drop the service.
+    /// Called on success; `addresses` and `port` then hold the result. May destroy the service.
     using DidResolveHandler = std::function<void()>;
 
-    /// Called when the time ran out or nothing can be resolved. May drop the service.
+    /// Called on timeout or failure. May destroy the service.
     using DidNotResolveHandler = std::function<void()>;
 
     virtual ~NetService() = default;
 
     virtual void setHandlers(DidResolveHandler didResolve, DidNotResolveHandler didNotResolve) = 0;
 
-    /// Starts, with a limit by the monotonic clock. It ends when every address family has answered,
-    /// or half a second after the first one has.
+    /// Starts resolving; `timeout` is measured on the monotonic clock. Once an address is found, it
+    /// ends when both address families are settled, or after half a second.
     virtual void resolve(std::chrono::milliseconds timeout) = 0;
 
-    /// Idempotent; no report comes after it.
+    /// Idempotent; nothing is reported afterwards.
     virtual void stop() = 0;
 
     virtual const std::vector<SocketAddress>& addresses() const = 0;

@@ -14,24 +14,24 @@
 
 namespace quillbox {
 
-/// TCP parameters. A default-made value is the platform's default: no delay of small segments, and
-/// keep-alive probes after 60 s, every 15 s, 4 of them, so that an idle peer that left is noticed
+/// TCP parameters. Independent of them, every connection has TCP_NODELAY set and keep-alive
+/// enabled: 4 probes, 15 s apart, after 60 s without traffic, so that a dead peer is detected
 /// within 2 minutes.
 struct TcpParameters {
     bool allowLocalEndpointReuse = false;
     bool includePeerToPeer = false;
 };
 
-/// Lets the system choose a free port.
+/// The system chooses a free port.
 inline constexpr std::uint16_t kAnyPort = 0;
 
-/// The factory of everything that reaches the network. Thread-safe; what it makes does nothing
-/// until it is started. It outlives what it made.
+/// The factory of all network objects. Thread-safe. The objects do nothing until they are started,
+/// except that a listener opens its port at once. Outlives its objects.
 class Network {
 public:
     virtual ~Network() = default;
 
-    /// Opens the port at once. On failure gives nothing and sets `error`.
+    /// Opens the port at once. On failure returns null and sets `error`.
     virtual std::shared_ptr<Listener> makeListener(const TcpParameters& parameters,
                                                    std::uint16_t port, std::error_code& error) = 0;
 
@@ -42,10 +42,10 @@ public:
     virtual std::shared_ptr<Browser> makeBrowser(std::string type,
                                                  const TcpParameters& parameters) = 0;
 
-    /// The interface of `service`, if any, is not used.
+    /// The interface of `service` is ignored.
     virtual std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) = 0;
 
-    /// What the accepted connections have carried up to now. On the main thread.
+    /// The traffic of the accepted connections so far. Called on the main thread.
     virtual TrafficReport traffic() const = 0;
 };
 

@@ -20,11 +20,10 @@ struct InterfaceAddress {
     bool operator==(const InterfaceAddress&) const = default;
 };
 
-/// Watches this computer's interfaces, addresses and routes. Thread-safe.
+/// Monitors this computer's interfaces, addresses and routes. Thread-safe.
 class NetworkMonitor {
 public:
-    /// Ends its subscription when it is destroyed; a call that is already on the queue may still
-    /// come.
+    /// Its destructor unsubscribes; a call that is already queued may still run.
     class Subscription {
     public:
         virtual ~Subscription() = default;
@@ -32,11 +31,11 @@ public:
 
     virtual ~NetworkMonitor() = default;
 
-    /// The addresses at this moment, in the order of interface index.
+    /// The current addresses, ordered by interface index.
     virtual std::vector<InterfaceAddress> addresses() const = 0;
 
-    /// Calls `changed` on `queue` after each change of interfaces, addresses or routes; changes
-    /// that come together are one call.
+    /// Calls `changed` on `queue` after each change of interfaces, addresses or routes; changes in
+    /// quick succession are coalesced into one call.
     virtual std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
                                                     std::function<void()> changed) = 0;
 };

@@ -2,7 +2,7 @@
 
 namespace quillbox {
 
-/// From where what this program offers can be reached, and where it is advertised.
+/// From where this program's listeners can be reached, and where they are advertised.
 enum class Reach {
     Network,      ///< from every network that this computer is on
     ThisComputer, ///< from this computer alone

@@ -14,7 +14,7 @@ namespace quillbox {
 /// One running copy of an application.
 class RunningApplication {
 public:
-    /// A point of the boot-time clock: comparable between processes, never set back.
+    /// A time of the boot-time clock: comparable between processes, never set back.
     using LaunchDate = std::chrono::nanoseconds;
 
     virtual ~RunningApplication() = default;
@@ -26,17 +26,17 @@ public:
 
     virtual bool isTerminated() const = 0;
 
-    /// Asks that copy to bring all its windows to the front. Waits no longer than a moment for its
-    /// answer.
+    /// Asks that copy to bring all its windows to the front. Waits for its answer, but only
+    /// briefly.
     virtual void activate() = 0;
 
-    /// Sends a message, one line without its end, `kLongestMessage` bytes at the most, and waits
-    /// for the answer; the caller does nothing else meanwhile. None when there is none within
-    /// `limit`: that copy is stuck or about to end, or understands no messages.
+    /// Sends a message (one line without its newline, at most `kLongestMessage` bytes) and blocks
+    /// until the answer arrives. None if there is no answer within `limit`: that copy hangs, is
+    /// about to exit, or does not support messages.
     virtual std::optional<std::string> ask(const std::string& message,
                                            std::chrono::milliseconds limit) = 0;
 
-    /// Waits until the process that answered the last question has ended; gives whether it has
+    /// Waits until the process that answered the last `ask` has exited; returns whether it did so
     /// within `limit`.
     virtual bool waitForEnd(std::chrono::milliseconds limit) = 0;
 
@@ -44,19 +44,20 @@ public:
     static constexpr std::size_t kLongestAnswer = std::size_t{2} * 1024 * 1024;
 };
 
-/// What another process of this user's asks of this copy.
+/// A message from another process of the same user to this copy.
 struct CopyMessage {
-    std::string text;       ///< one line without its end
-    std::string permission; ///< to come forward, which the desktop gave that process; may be empty
+    std::string text;       ///< one line without its newline
+    std::string permission; ///< the sender's activation token from the desktop; may be empty
 };
 
-/// The running copies of applications, this process among them. Belongs to the main thread.
+/// The running copies of applications, including this process. Used on the main thread.
 class RunningApplications {
 public:
     using ActivationHandler = std::function<void(const std::string& permission)>;
 
-    /// Answers a message with one line without its end, `kLongestAnswer` bytes at the most. Called
-    /// at any time on the main thread, also when nobody waits any more; the first call counts.
+    /// Answers a message with one line without its newline, at most `kLongestAnswer` bytes. May be
+    /// called at any time on the main thread, even after the sender stopped waiting; only the first
+    /// call counts.
     using Answer = std::function<void(const std::string& text)>;
     using MessageHandler = std::function<void(const CopyMessage& message, const Answer& answer)>;
 
@@ -65,20 +66,20 @@ public:
     /// This process.
     virtual std::shared_ptr<RunningApplication> current() = 0;
 
-    /// The copies with this identifier, in the order of their registration, this one included.
+    /// The copies with this identifier, including this one, in the order of their registration.
     virtual std::vector<std::shared_ptr<RunningApplication>>
     runningApplications(const std::string& bundleIdentifier) = 0;
 
-    /// Called on the main thread whenever another copy activates this one, with the permission to
-    /// come forward that the desktop gave that copy, or nothing. Activations that came before a
-    /// handler was set are delivered, as one, when it is.
+    /// Called on the main thread whenever another copy activates this one, with the activation
+    /// token that the desktop gave that copy, or an empty string. Activations that arrive before
+    /// the handler is set are delivered as a single one when it is set.
     virtual void setActivationHandler(ActivationHandler handler) = 0;
 
-    /// Called on the main thread with each message to this copy. Messages that came before a
-    /// handler was set are delivered when it is. Who sends one waits for about ten seconds.
+    /// Called on the main thread with each message to this copy. Messages that arrive before the
+    /// handler is set are delivered when it is set. Senders wait about ten seconds for the answer.
     virtual void setMessageHandler(MessageHandler handler) = 0;
 
-    /// Stops counting as running, so that a copy started from now on does not yield to this one.
+    /// Unregisters this copy, so that a copy started from now on does not yield to it.
     virtual void withdraw() = 0;
 };
 

@@ -21,7 +21,7 @@ bool isHarmless(utf8proc_int32_t codePoint)
     default:
         break;
     }
-    // The characters of Unicode Standard Annex 9 that reorder what stands behind them.
+    // The explicit directional formatting characters of Unicode Standard Annex 9.
     const bool turnsDirection = (codePoint >= 0x202a && codePoint <= 0x202e)
                                 || (codePoint >= 0x2066 && codePoint <= 0x2069);
     return !turnsDirection;

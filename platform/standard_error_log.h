@@ -7,8 +7,8 @@
 
 namespace quillbox {
 
-/// Tells the categories given on standard error, each line with the seconds since the log was made,
-/// made printable. None: it is silent.
+/// A log that writes the given categories to standard error. Each line is made printable and starts
+/// with the seconds since the log was created. Without categories it is silent.
 std::unique_ptr<Log> makeStandardErrorLog(const std::set<LogCategory>& categories);
 
 } // namespace quillbox

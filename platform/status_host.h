@@ -4,17 +4,17 @@
 
 namespace quillbox {
 
-/// The place of the desktop that shows the items of running programs: a panel, a tray. It may come
-/// after the program, and go and come back. Belongs to the main thread.
+/// The part of the desktop that shows status items: a panel or a system tray. It may start after
+/// this program, disappear, and come back. Used on the main thread.
 class StatusHost {
 public:
     virtual ~StatusHost() = default;
 
-    /// Whether an item that is made now is shown.
+    /// Whether an item created now is shown.
     virtual bool isAvailable() const = 0;
 
-    /// Called on the main thread at each change of `isAvailable`, never inside this call. It may
-    /// drop the host.
+    /// Called on the main thread at each change of `isAvailable`, never inside this call. May
+    /// destroy this object.
     virtual void setChangedHandler(std::function<void()> handler) = 0;
 };
 

@@ -8,20 +8,20 @@
 
 namespace quillbox {
 
-/// What was found out about this computer and its network when somebody asks why a phone is not
-/// seen. Plain values without a judgement; a value that nobody could find out says so, and is never
-/// a guess. Texts are UTF-8 that programs or hosts on the network chose: not checked.
+/// Facts about this computer and its network, gathered to diagnose why a phone is not visible.
+/// Plain values without an assessment; a value that could not be determined is marked as unknown,
+/// never guessed. Strings come unchecked from other programs or from hosts on the network.
 
 enum class Seen { Yes, No, Unknown };
 
-/// What became of multicast DNS questions of one address family on one interface.
+/// The result of multicast DNS queries over one address family on one interface.
 struct MulticastFacts {
-    bool isTried = false;             ///< there is an address of that family
-    std::error_code listenError = {}; ///< UDP 5353 could not be listened to
-    std::error_code sendError = {};   ///< the question did not leave this computer
-    bool isOwnHeard = false;          ///< the question came back in at UDP 5353
-    std::size_t hostsHeard = 0;       ///< other hosts that said anything meanwhile
-    std::size_t hostsAnswered = 0;    ///< of them, those that answered
+    bool isTried = false;             ///< the interface has an address of that family
+    std::error_code listenError = {}; ///< of opening UDP port 5353
+    std::error_code sendError = {};   ///< of sending the query
+    bool isOwnHeard = false;          ///< our own query was received on UDP port 5353
+    std::size_t hostsHeard = 0;       ///< other hosts that sent anything meanwhile
+    std::size_t hostsAnswered = 0;    ///< those of them that answered the query
 };
 
 struct InterfaceFacts {
@@ -32,16 +32,16 @@ struct InterfaceFacts {
     bool isRunning = false; ///< up, and with a carrier
     bool hasMulticast = false;
     bool hasDefaultRoute = false;
-    std::vector<std::string> addresses = {}; ///< in numbers
-    std::size_t neighbours = 0;              ///< hosts that the kernel knows to be on the same wire
+    std::vector<std::string> addresses = {}; ///< numeric
+    std::size_t neighbours = 0;              ///< hosts in the kernel's neighbour tables
     MulticastFacts ipv4 = {};
     MulticastFacts ipv6 = {};
 };
 
-/// Who has UDP 5353 open.
+/// A program that has UDP port 5353 open.
 struct PortHolder {
-    std::string program; ///< empty where the system does not tell
-    std::string user;    ///< its name, or its number
+    std::string program; ///< empty if the system does not disclose it
+    std::string user;    ///< name or user ID
 
     bool operator==(const PortHolder&) const = default;
     auto operator<=>(const PortHolder&) const = default;
@@ -52,7 +52,7 @@ struct AvahiFacts {
         Unknown, ///< the bus or the daemon did not answer in time
         NoBus,
         Absent,
-        Registering, ///< it is still claiming its host name, or changing it
+        Registering, ///< still registering its host name, or changing it after a conflict
         Running,
         Failed,
     };
@@ -64,59 +64,59 @@ struct AvahiFacts {
 
 struct FirewallFacts {
     enum class Rules {
-        Unknown,    ///< the program that shows them failed or did not answer in time
-        NoProgram,  ///< nothing that could show rules or set them is installed
-        NotAllowed, ///< this user may not see them
+        Unknown,    ///< the program that lists them failed or did not finish in time
+        NoProgram,  ///< no program that lists or sets rules is installed
+        NotAllowed, ///< this user may not read them
         Read,
     };
 
     Seen ufw = Seen::Unknown;       ///< No: not installed or not enabled
     Seen firewalld = Seen::Unknown; ///< No: not running
     Rules rules = Rules::Unknown;
-    // Of the rules that were read:
-    bool dropsInput = false;        ///< some packets to this computer are thrown away
-    bool dropsOutput = false;       ///< some packets from it are
-    bool dropsMulticastDns = false; ///< a rule names UDP 5353 to throw it away
+    // Valid if the rules could be read:
+    bool dropsInput = false;        ///< some packets to this computer are dropped
+    bool dropsOutput = false;       ///< some packets from this computer are dropped
+    bool dropsMulticastDns = false; ///< a rule drops UDP port 5353 explicitly
 };
 
 struct PortFacts {
     enum class State { Open, Refused, Silent, Unreachable, NotDialled };
 
-    std::string address = {}; ///< in numbers
+    std::string address = {}; ///< numeric
     State state = State::Silent;
 };
 
 struct PhoneFacts {
     std::string name = {};
     std::uint16_t port = 0;
-    std::size_t hosts = 0; ///< that its records name: more than one are several phones of one name
-    std::vector<PortFacts> addresses = {}; ///< none: it was announced and could not be resolved
+    std::size_t hosts = 0; ///< in its SRV records; more than one: several phones share the name
+    std::vector<PortFacts> addresses = {}; ///< empty: announced, but could not be resolved
 };
 
-/// The phones that DNS-SD showed within the time given to it.
+/// The phones that DNS-SD found within the time limit.
 struct PhonesFacts {
     Seen isEngineUp = Seen::Unknown;
-    std::vector<PhoneFacts> phones = {}; ///< services of the phones' type, however named
+    std::vector<PhoneFacts> phones = {}; ///< services of the phones' type with any name
 };
 
-/// What file browsers need in order to open SMB shares.
+/// Components that file browsers need to open SMB shares.
 struct FileBrowserFacts {
     bool hasGvfs = false;
     bool hasKio = false;
 };
 
-/// How programs look up names that end in ".local".
+/// How the name service resolves names that end in ".local".
 struct NameFacts {
     std::string hostsLine = {};    ///< of /etc/nsswitch.conf; empty: there is none
-    bool asksMulticastDns = false; ///< the line names a module for that
-    std::string askedName = {};    ///< the one that was looked up; empty: none was
+    bool asksMulticastDns = false; ///< the line lists a multicast DNS module
+    std::string askedName = {};    ///< the name looked up as a test; empty: none
     Seen isResolved = Seen::Unknown;
 };
 
 struct StatusHostFacts {
-    bool hasDesktop = false;       ///< the session names a display
-    Seen hasPanel = Seen::Unknown; ///< for status notifier items
-    Seen hasTray = Seen::Unknown;  ///< of the X display
+    bool hasDesktop = false;       ///< the session has a display
+    Seen hasPanel = Seen::Unknown; ///< that shows StatusNotifierItems
+    Seen hasTray = Seen::Unknown;  ///< on the X display
 };
 
 struct SystemFacts {

@@ -16,8 +16,8 @@ const utf8proc_uint8_t* bytesOf(std::string_view text)
     return reinterpret_cast<const utf8proc_uint8_t*>(text.data());
 }
 
-/// The characters of the Unicode property White_Space, and U+200B, which counted among them when
-/// desktop text fields learned what to trim.
+/// The characters with the Unicode property White_Space, and U+200B, which had that property in
+/// early Unicode versions and is still trimmed by desktop text fields.
 bool isWhitespace(utf8proc_int32_t codePoint)
 {
     switch (codePoint) {
@@ -37,7 +37,7 @@ bool isWhitespace(utf8proc_int32_t codePoint)
     }
 }
 
-/// Decodes the character at `position`; its length in bytes is 1 where the text is not UTF-8.
+/// A decoded character; bytes that are not UTF-8 have code point -1 and length 1.
 struct Character {
     utf8proc_int32_t codePoint = -1;
     std::size_t length = 1;
@@ -66,7 +66,7 @@ std::size_t startOfLastCharacter(std::string_view text)
 
 std::string normalized(std::string_view text)
 {
-    // ASCII is its own normal form, and what most names are made of.
+    // ASCII is already in NFC, and most names are ASCII.
     if (std::ranges::all_of(text,
                             [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
         return std::string(text);
@@ -93,8 +93,8 @@ bool canonicallyHasPrefix(std::string_view text, std::string_view prefix)
         return false;
     if (whole.size() == start.size() || start.empty())
         return true;
-    // A prefix is made of whole characters as a reader sees them: "Quillbox " followed by a
-    // combining accent does not begin with "Quillbox ".
+    // A prefix ends at a grapheme cluster boundary: "Quillbox " followed by a combining accent does
+    // not begin with "Quillbox ".
     const auto before = characterAt(start, startOfLastCharacter(start)).codePoint;
     const auto after = characterAt(whole, start.size()).codePoint;
     return before < 0 || after < 0 || utf8proc_grapheme_break(before, after);

@@ -6,31 +6,32 @@
 
 namespace quillbox {
 
-/// The NFC form of a UTF-8 text (Unicode Standard Annex 15). Text that is not valid UTF-8 comes
-/// back as it is.
+/// The NFC form of a UTF-8 text (Unicode Standard Annex 15). Text that is not valid UTF-8 is
+/// returned unchanged.
 std::string normalized(std::string_view text);
 
-/// Whether two texts are the same under canonical equivalence.
+/// Whether two texts are canonically equivalent.
 bool canonicallyEqual(std::string_view a, std::string_view b);
 
-/// Whether `text` begins with `prefix` under canonical equivalence: a prefix that ends before a
-/// combining mark of `text` does not count.
+/// Whether `text` begins with `prefix` under canonical equivalence. A prefix that ends right before
+/// a combining mark of `text` does not match.
 bool canonicallyHasPrefix(std::string_view text, std::string_view prefix);
 
 /// Orders texts by the UTF-8 bytes of their NFC forms, which is code-point order. For maps and sets
-/// whose keys are names.
+/// keyed by names.
 struct CanonicalLess {
     bool operator()(std::string_view a, std::string_view b) const;
 };
 
-/// Whether `text` is UTF-8 as RFC 3629 defines it: no surrogates, nothing overlong.
+/// Whether `text` is UTF-8 as defined by RFC 3629: no surrogates, no overlong forms.
 bool isValidUtf8(std::string_view text);
 
-/// The longest beginning of a UTF-8 text that has at most `size` bytes and ends between characters.
+/// The longest prefix of a UTF-8 text that has at most `size` bytes and does not split a code
+/// point.
 std::string_view truncated(std::string_view text, std::size_t size);
 
-/// Without the white space and line breaks (Unicode property White_Space, and the zero width space
-/// U+200B) at both ends. Text that is not valid UTF-8 loses ASCII white space only.
+/// Removes white space and line breaks (Unicode property White_Space, and the zero width space
+/// U+200B) at both ends. Stops at bytes that are not valid UTF-8.
 std::string trimmed(std::string_view text);
 
 /// `name` between double quotation marks, verbatim. (Not called `quoted`: std::quoted would win by

@@ -8,22 +8,22 @@
 
 namespace quillbox {
 
-/// What the connections that a listener accepted have carried: a session is one of them.
+/// Counts of the connections that a listener accepted; each of them is a session.
 struct Traffic {
-    std::uint64_t sessions = 0;      ///< that are open
-    std::uint64_t sessionsInAll = 0; ///< that were ever accepted
-    std::uint64_t bytesReceived = 0; ///< from those who connected
-    std::uint64_t bytesSent = 0;     ///< to them, as far as the system has taken them over
+    std::uint64_t sessions = 0;      ///< currently open
+    std::uint64_t sessionsInAll = 0; ///< accepted so far
+    std::uint64_t bytesReceived = 0; ///< from the clients
+    std::uint64_t bytesSent = 0;     ///< to the clients, as accepted by the kernel
 
     bool operator==(const Traffic&) const = default;
 };
 
 /// The traffic of this process since its start.
 struct TrafficReport {
-    Traffic total; ///< of all listeners, those that are closed included
+    Traffic total; ///< of all listeners, including closed ones
 
-    /// Of the listeners that are open, or have connections that are, by the name that each was to
-    /// be advertised under; of two with one name the newer one. Their ports are nobody's business.
+    /// Of each listener that is open or still has open connections, by the name that it was
+    /// registered with; if two have the same name, of the newer one. Ports are left out on purpose.
     std::map<std::string, Traffic, CanonicalLess> listeners;
 };
 

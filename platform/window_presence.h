@@ -6,29 +6,29 @@
 
 namespace quillbox {
 
-/// How the desktop has this program's window among those of other programs, as far as the toolkit
-/// does not see to it. A window goes by its identifier in the window system. Belongs to the main
-/// thread.
+/// Window management that the toolkit does not provide: workspaces, taskbar entries, activation.
+/// Windows are identified by their ID in the window system. Used on the main thread.
 class WindowPresence {
 public:
     using WindowIdentifier = std::uintptr_t;
 
     virtual ~WindowPresence() = default;
 
-    /// False while the window stands on a workspace that is not on the screen. True where a desktop
-    /// does not tell.
+    /// False while the window is on a workspace that is not shown. True if the desktop does not
+    /// provide this information.
     virtual bool isOnCurrentWorkspace(WindowIdentifier window) const = 0;
 
-    /// Whether taskbars and pagers list the window, from now on and through every hiding. Without
-    /// effect where a desktop does not leave the choice to programs.
+    /// Sets whether taskbars and pagers list the window; stays in effect when the window is hidden
+    /// and shown again. No effect on desktops that do not let programs choose.
     virtual void setListed(WindowIdentifier window, bool isListed) = 0;
 
-    /// The desktop's permission to come forward, as it was given to whoever the user started for
-    /// that. The next `bringForward` uses it up; may be empty.
+    /// Stores the activation token (XDG_ACTIVATION_TOKEN or DESKTOP_STARTUP_ID) that the desktop
+    /// gave to the process that requested the activation; may be empty. The next `bringForward`
+    /// consumes it.
     virtual void permit(std::string permission) = 0;
 
-    /// Brings the window to the current workspace, in front of all others, and gives it the
-    /// keyboard. `show` has the toolkit show and activate it, and is called once, inside this call.
+    /// Moves the window to the current workspace, raises it, and gives it the keyboard focus.
+    /// `show` makes the toolkit show and activate it; called once, inside this call.
     virtual void bringForward(WindowIdentifier window, const std::function<void()>& show) = 0;
 };
 
