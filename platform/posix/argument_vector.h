@@ -6,10 +6,10 @@
 
 namespace quillbox {
 
-/// A command as the functions that start programs take it: `argv`, which ends with a null pointer.
+/// A command as a null-terminated `argv`, as required by exec(3) and posix_spawn(3).
 class ArgumentVector final {
 public:
-    /// The program comes first.
+    /// The first element is the program.
     explicit ArgumentVector(std::vector<std::string> command) : texts_(std::move(command))
     {
         pointers_.reserve(texts_.size() + 1);

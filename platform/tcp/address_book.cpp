@@ -7,7 +7,7 @@
 
 namespace quillbox {
 
-/// One that is told.
+/// A subscriber to the updates of an entry.
 class AddressBook::Reader final : public DnsSd::Ask, public std::enable_shared_from_this<Reader> {
 public:
     Reader(std::shared_ptr<DispatchQueue> queue, Handler handler)
@@ -32,7 +32,7 @@ namespace {
 
 std::string keyOf(const std::variant<ServiceEndpoint, std::string>& question)
 {
-    // No name holds a zero byte, so that two questions never have one key.
+    // Names contain no NUL, so different queries have different keys.
     if (const auto* service = std::get_if<ServiceEndpoint>(&question))
         return service->name + '\0' + service->type + '\0' + service->domain + '\0'
                + service->interface.value_or("");
@@ -44,7 +44,7 @@ bool isSettled(const DnsSd::ResolveUpdate& update)
     return update.isSettledIPv4 && update.isSettledIPv6;
 }
 
-/// An ask whose end is that of what it holds.
+/// Unsubscribes the reader that it owns when it is destroyed.
 class HeldAsk final : public DnsSd::Ask {
 public:
     explicit HeldAsk(std::shared_ptr<DnsSd::Ask> held) : held_(std::move(held)) {}
@@ -58,10 +58,10 @@ private:
 struct AddressBook::Entry {
     Question question;
     std::unique_ptr<DnsSd::Ask> ask;
-    std::uint64_t number = 0; ///< of `ask`; what an earlier one still brings is dropped
+    std::uint64_t number = 0; ///< of `ask`; updates of earlier queries are ignored
     Clock::time_point askedAt;
     Clock::time_point usedAt;
-    Known known; ///< none while there is nothing to tell
+    Known known; ///< null while there is nothing to report
     std::vector<std::weak_ptr<Reader>> readers;
 
     bool hasReaders() const
@@ -117,8 +117,8 @@ std::unique_ptr<DnsSd::Ask> AddressBook::read(const Question& question,
 
 void AddressBook::ask(Entry& entry, const std::string& key)
 {
-    // What is known may be dialled, but nobody is to give up because of it before the network has
-    // had its time to answer again.
+    // Cached addresses may be dialled, but are marked as not settled: no connection should give up
+    // before the network has had time to answer again.
     if (entry.known && entry.known->addresses.empty())
         entry.known.reset();
     if (entry.known) {
@@ -127,7 +127,7 @@ void AddressBook::ask(Entry& entry, const std::string& key)
         known->hosts = entry.known->hosts;
         entry.known = std::move(known);
     }
-    // While one stands, another asks nothing: equal questions are one.
+    // Equal active queries are merged, so a new one is sent only after the old one has ended.
     entry.ask.reset();
     entry.askedAt = Clock::now();
     entry.number = ++lastNumber_;
@@ -153,8 +153,8 @@ void AddressBook::take(const std::string& key, std::uint64_t number,
     Entry& entry = position->second;
     const bool isEmpty = update.addresses.empty();
     if (isEmpty && !update.error && !isSettled(update))
-        return; // asked a moment ago, and no answer yet
-    // Without an engine the last addresses stand, those of the question before included.
+        return; // no answer yet
+    // While no engine is available, the last addresses stay valid, even those of an earlier query.
     auto known = std::make_shared<DnsSd::ResolveUpdate>(update);
     if (isEmpty && update.error && entry.known) {
         known->addresses = entry.known->addresses;

@@ -14,28 +14,29 @@
 
 namespace quillbox {
 
-/// What DNS-SD tells of services and hosts, kept for the connections to come. A file browser opens
-/// many, one after the other, and a question costs more than all the rest of a connection: it
-/// crosses two threads and a process, and the network.
+/// Caches the addresses that DNS-SD resolves for services and hosts. A file browser opens many
+/// connections in a row, and a DNS-SD query costs more than the rest of a connection: it involves
+/// two other threads, another process, and the network.
 ///
-/// A question stands for a while after the last connection that wanted to know, so that what is
-/// kept changes as the records do. A connection is told it at once. If the question is older than a
-/// moment it is also asked anew, which makes the host answer on the network: what was changed while
-/// nobody could hear of it reaches the race of addresses that is under way by then.
+/// A query stays active for a while after its last use, so that the cache follows record changes.
+/// Cached addresses are delivered to a new connection at once. If the query is older than
+/// `kFreshTime`, it is also sent again, so that the host answers on the network: a change that was
+/// missed then still reaches the address race of this connection.
 ///
 /// Thread-safe.
 class AddressBook final : public std::enable_shared_from_this<AddressBook> {
 public:
     using Handler = std::function<void(const DnsSd::ResolveUpdate&)>;
 
-    /// Connections that come together share a question.
+    /// Within this time connections share a query without sending it again.
     static constexpr std::chrono::milliseconds kFreshTime{1000};
 
-    /// As long as a host's records are good for (RFC 6762, section 10): the question costs the
-    /// network no more than remembering the answer would.
+    /// How long an unused query stays active. Equals the TTL of a host's records (RFC 6762, section
+    /// 10), so this causes no more traffic than caching the answer.
     static constexpr std::chrono::milliseconds kKeepTime{120'000};
 
-    /// Hears of the answers on `queue`, on which nothing else need run. `dnsSd` outlives the book.
+    /// Receives the DNS-SD updates on `queue`, which may be dedicated to it. `dnsSd` outlives the
+    /// address book.
     AddressBook(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue,
                 std::chrono::milliseconds freshTime = kFreshTime,
                 std::chrono::milliseconds keepTime = kKeepTime);
@@ -44,8 +45,8 @@ public:
     AddressBook(const AddressBook&) = delete;
     AddressBook& operator=(const AddressBook&) = delete;
 
-    /// As `DnsSd` has them, but that nothing is told before there is something to tell: an address,
-    /// or that there is none.
+    /// Like the functions of `DnsSd`, except that no update comes before there is an address, an
+    /// error, or the result that there is no address.
     std::unique_ptr<DnsSd::Ask> resolve(const ServiceEndpoint& service,
                                         std::shared_ptr<DispatchQueue> queue, Handler handler);
     std::unique_ptr<DnsSd::Ask> resolveHost(const std::string& hostName,
@@ -53,7 +54,7 @@ public:
 
 private:
     using Clock = std::chrono::steady_clock;
-    using Question = std::variant<ServiceEndpoint, std::string>; ///< a service or a host's name
+    using Question = std::variant<ServiceEndpoint, std::string>; ///< a service or a host name
     using Known = std::shared_ptr<const DnsSd::ResolveUpdate>;
 
     class Reader;

@@ -17,15 +17,16 @@ struct AddressRace::Entry {
 
     const Candidate candidate;
     State state = State::Untried;
-    bool isGone = false; ///< no longer in the set
+    bool isGone = false; ///< no longer a candidate
     std::unique_ptr<Socket> socket;
     std::error_code error;
 };
 
 namespace {
 
-/// A host that answers with a refusal is there: to try again would be to insist. Without
-/// descriptors or memory there is no dialling at all, and whoever waits had better give way.
+/// Errors after which retrying is pointless: the host is reachable but refuses the connection, or
+/// this computer is out of file descriptors or memory and waiting connections should release
+/// theirs.
 bool isFinal(const std::error_code& error)
 {
     return error == std::errc::connection_refused || error == std::errc::connection_reset
@@ -85,7 +86,7 @@ void AddressRace::stop()
     handlers_ = {};
 }
 
-/// A pending attempt holds its entry; only closing the socket ends it.
+/// A pending attempt keeps its entry alive until its socket is closed.
 void AddressRace::closeAll()
 {
     for (const auto& entry : entries_)
@@ -93,7 +94,7 @@ void AddressRace::closeAll()
     entries_.clear();
 }
 
-/// Advances in a turn of its own, so that no handler is called inside a call.
+/// Calls `advance` asynchronously, so that no handler runs inside a call to this object.
 void AddressRace::advanceSoon()
 {
     if (isStopped_ || std::exchange(isAdvancing_, true))
@@ -138,8 +139,8 @@ void AddressRace::startNextLater()
     });
 }
 
-/// The first that was not tried: one that is proven; else of another family than the last one if
-/// there is one; IPv6 begins.
+/// The next untried entry: a proven address first, otherwise preferably of the other address family
+/// than the previous one, beginning with IPv6.
 std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
 {
     const int preferred = lastFamily_ == AF_INET6 ? AF_INET : AF_INET6;
@@ -168,7 +169,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
     if (own.isOwnPort)
         own.addresses = context_->monitor.addresses();
     if (!isDialable(address, origin, own)) {
-        // What the user typed is refused; what a stranger sent is as if it were not there.
+        // An address typed by the user fails permanently; one from the network is skipped.
         const bool isTyped = origin == AddressOrigin::Typed;
         settle(entry, isTyped ? std::make_error_code(std::errc::connection_refused)
                               : std::make_error_code(std::errc::address_not_available));
@@ -182,7 +183,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
     }
     setConnectionOptions(descriptor);
     error = beginConnect(descriptor, address);
-    // Not before: a socket that nobody has told to connect is news as well, of a hang-up.
+    // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
     entry->socket =
         Socket::adopt(context_->pool, descriptor, context_->sockets, Watch::For::ReadingAndWriting);
     if (!entry->socket)
@@ -204,7 +205,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         });
 }
 
-/// An attempt is over, with a connection or an error.
+/// Ends an attempt with a connection or an error.
 void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code error)
 {
     const std::uint16_t port = portOf(entry->candidate.address);
@@ -224,7 +225,7 @@ void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code er
         std::erase(entries_, entry);
 }
 
-/// Those that still try were begun earlier, and are not to be first again.
+/// Also removes the addresses of pending attempts, which were slower than the winner.
 void AddressRace::noteWinner(const SocketAddress& address)
 {
     for (const auto& entry : entries_) {

@@ -14,7 +14,7 @@
 
 namespace quillbox {
 
-/// An address to be tried, with its port.
+/// An address and port to try.
 struct Candidate {
     SocketAddress address;
     AddressOrigin origin = AddressOrigin::Typed;
@@ -22,27 +22,28 @@ struct Candidate {
     bool operator==(const Candidate&) const = default;
 };
 
-/// Races the addresses of one host (RFC 8305, section 5): they are tried in turn, first those that
-/// were connected to of late, then IPv6 and IPv4 alternating, each a tenth of a second after the
-/// one before (the shortest delay that is recommended there: the hosts are on this network, and a
-/// stale address costs seconds), or at once when that has failed; a few at a time. The first that
+/// Connects to the first address of a host that answers ("Happy Eyeballs", RFC 8305, section 5).
+/// Attempts start one after another, first those to recently used addresses, then alternating
+/// between IPv6 and IPv4. The next one starts 100 ms after the previous one, or as soon as that
+/// fails; a limited number run at a time. 100 ms is the RFC's recommended minimum: the hosts are on
+/// the local network, and waiting for a stale address would take seconds. The first attempt that
 /// connects wins, and the others are closed.
 ///
-/// Lives on one strand. The handlers are called there, never inside a call.
+/// Used on one strand, where the handlers are called as well, never inside a call to this object.
 class AddressRace final : public std::enable_shared_from_this<AddressRace> {
 public:
     static constexpr std::chrono::milliseconds kStagger{100};
     static constexpr std::size_t kMostAtOnce = 8;
 
     struct Outcome {
-        std::error_code error; ///< the last one; none when there was nothing to try
-        bool isFinal = false;  ///< a host answered with a refusal, or this computer cannot dial
+        std::error_code error; ///< the last one; none if there was nothing to try
+        bool isFinal = false;  ///< connection refused or reset, or out of local resources
     };
 
     struct Handlers {
         std::function<void(std::unique_ptr<Socket>)> won;
-        /// All that is known has been tried. Called again after each `setCandidates` and `restart`
-        /// that leaves nothing to wait for.
+        /// All candidates have failed. Called again after each `setCandidates` and `restart` after
+        /// which no attempt is pending.
         std::function<void(Outcome)> lost;
     };
 
@@ -52,14 +53,14 @@ public:
     AddressRace(const AddressRace&) = delete;
     AddressRace& operator=(const AddressRace&) = delete;
 
-    /// The complete set. New ones join; those that are gone are not tried any more, but an attempt
-    /// that is under way may still win.
+    /// Sets the complete list of candidates. New ones are added to the race; removed ones are not
+    /// tried any more, but a pending attempt may still win.
     void setCandidates(const std::vector<Candidate>& candidates);
 
-    /// Tries those that have failed once more.
+    /// Retries the candidates that have failed.
     void restart();
 
-    /// Closes everything; no handler is called any more.
+    /// Closes all sockets; no handler is called afterwards.
     void stop();
 
 private:

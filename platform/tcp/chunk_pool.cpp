@@ -23,7 +23,7 @@ std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted
     auto size = std::max(minimum, std::min(wanted, most(wanted)));
     auto buffer = take(size);
     if (!buffer) {
-        // Where there is no memory for a large buffer there may be enough for a small one.
+        // There may still be enough memory for a small buffer.
         dropKept();
         size = modest;
         buffer = take(size);
@@ -33,7 +33,7 @@ std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted
     return std::make_unique<Chunk>(shared_from_this(), std::move(buffer), size);
 }
 
-/// How large a chunk may be.
+/// The largest chunk size allowed at present.
 std::size_t ChunkPool::most(std::size_t wanted) const
 {
     const auto out = lent();
@@ -42,7 +42,8 @@ std::size_t ChunkPool::most(std::size_t wanted) const
     return out + std::min(wanted, kMiddleSize) <= kBudget ? kMiddleSize : kSmallSize;
 }
 
-/// A buffer of at least `size` bytes, which becomes its real size; none when there is no memory.
+/// Returns a buffer of at least `size` bytes and sets `size` to its actual size; null if out of
+/// memory.
 std::unique_ptr<std::byte[]> ChunkPool::take(std::size_t& size)
 {
     {

@@ -13,8 +13,8 @@ namespace quillbox {
 
 class ChunkPool;
 
-/// A borrowed buffer that is being filled, and then a content's storage. It goes back to its pool,
-/// which it keeps alive, when it is destroyed; on any thread.
+/// A buffer borrowed from the pool: filled first, then the storage of a content. Its destructor,
+/// which may run on any thread, returns it to the pool. Keeps the pool alive.
 class Chunk final : public ContentStorage {
 public:
     Chunk(std::shared_ptr<ChunkPool> pool, std::unique_ptr<std::byte[]> buffer,
@@ -27,10 +27,10 @@ public:
     std::size_t size() const override { return size_; }
     std::span<const std::byte> bytes() const override { return {buffer_.get(), size_}; }
 
-    /// What is still to be filled.
+    /// The unused rest of the buffer.
     std::span<std::byte> room() { return {buffer_.get() + size_, capacity_ - size_}; }
 
-    /// Counts the first `count` bytes of the room as filled.
+    /// Marks the first `count` bytes of `room()` as filled.
     void grow(std::size_t count) { size_ += count; }
 
 private:
@@ -40,34 +40,35 @@ private:
     std::size_t size_ = 0;
 };
 
-/// Lends buffers to received chunks while they are in flight.
+/// A pool of buffers for received data that has not been sent yet.
 ///
-/// A few buffers of each size are kept for the next chunk, so that a fast transfer does not make
-/// the system map and clear a fresh one each time. The more is out, the smaller are chunks: many
-/// transfers do not drive each other out of the processor's cache, and thousands of stalled
-/// connections do not hold a big one each. Thread-safe.
+/// A few free buffers of each size are kept for reuse, so that during a fast transfer the kernel
+/// does not have to map and clear new memory for each chunk. The more memory is in use, the smaller
+/// the chunks are, so that many transfers do not evict each other from the CPU cache, and thousands
+/// of stalled connections do not hold a large buffer each. Thread-safe.
 class ChunkPool final : public std::enable_shared_from_this<ChunkPool> {
 public:
-    /// The size that every connection can count on.
+    /// The chunk size that is available to every connection.
     static constexpr std::size_t kSmallSize = 16UL * 1024;
 
-    /// What may be out in chunks of any size. A few transfers carry 1.5 times as much in whole
-    /// megabytes as in chunks of the middle size; thirty carry 1.4 times as much in those.
+    /// Up to this many bytes in use, chunks may have any size; beyond it, `kMiddleSize`. With a few
+    /// transfers, 1 MiB chunks give 1.5 times the throughput of middle-sized ones; with thirty
+    /// transfers, middle-sized chunks give 1.4 times the throughput of 1 MiB ones.
     static constexpr std::size_t kCached = 4UL * 1024 * 1024;
     static constexpr std::size_t kMiddleSize = 64UL * 1024;
 
-    /// What may be out before chunks get small.
+    /// Beyond this many bytes in use, chunks have `kSmallSize`.
     static constexpr std::size_t kBudget = 64UL * 1024 * 1024;
 
-    /// A buffer for `wanted` bytes, or for fewer when much is out or memory is short, but
-    /// always for `minimum`. Throws where there is not even memory for a small one. Neither is more
-    /// than `kMaximumContentSize`. It may be larger than asked for.
+    /// Returns a buffer of `wanted` bytes, or fewer if many are in use or memory is short, but at
+    /// least `minimum`; it may also be larger. Both are at most `kMaximumContentSize`. Throws
+    /// `std::bad_alloc` if there is not even memory for a small buffer.
     std::unique_ptr<Chunk> borrow(std::size_t minimum, std::size_t wanted);
 
-    /// The size of all buffers that are out.
+    /// The total size of the borrowed buffers.
     std::size_t lent() const;
 
-    /// The size of all buffers that are kept for later.
+    /// The total size of the free buffers kept for reuse.
     std::size_t kept() const;
 
 private:
@@ -75,7 +76,7 @@ private:
 
     struct Shelf {
         std::size_t size;
-        std::size_t limit; ///< how many are kept
+        std::size_t limit; ///< of the number of free buffers
         std::vector<std::unique_ptr<std::byte[]>> free;
     };
 

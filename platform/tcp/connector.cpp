@@ -11,7 +11,7 @@ namespace quillbox {
 
 namespace {
 
-/// The name without a final dot when it belongs to multicast DNS (RFC 6762, section 3).
+/// The name without a trailing dot if it is resolved by multicast DNS (RFC 6762, section 3).
 std::optional<std::string> multicastName(const std::string& host)
 {
     constexpr std::string_view kSuffix = ".local";
@@ -134,7 +134,7 @@ void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::e
 
 void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
 {
-    // Without an engine there is nothing to wait for; the next update tells when there is.
+    // Without an engine no answer can come; another update follows when one is available.
     isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
@@ -151,8 +151,8 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
     }
 }
 
-/// Where a record arrived matters for loopback addresses alone. For all others nobody looks: asking
-/// the system for its interfaces takes longer than connecting does.
+/// The interface a record arrived on matters only for loopback addresses. Listing the interfaces
+/// takes longer than connecting, so it is not done for other addresses.
 AddressOrigin Connector::originOf(const DnsSd::FoundAddress& found) const
 {
     return isLoopback(found.address) ? quillbox::originOf(found.address, found.interfaceIndex,
@@ -168,7 +168,7 @@ void Connector::setCandidates(const std::vector<Candidate>& candidates)
 
 void Connector::lose(const AddressRace::Outcome& outcome)
 {
-    // More addresses may be on their way; the next update brings us here again.
+    // More addresses may follow; their update starts the race again.
     if (!race_ || !isSettled_ || isLookingUp_)
         return;
     if (outcome.isFinal) {
@@ -191,7 +191,7 @@ void Connector::fail(std::error_code error)
 void Connector::wait(std::error_code error)
 {
     watchNetwork();
-    // What DNS-SD does not know it tells by itself once it does.
+    // An active DNS-SD query without addresses needs no retry: it reports them once they are known.
     if (hasCandidates_ || !ask_) {
         timer_.start(strandOf(*queue_), pause_, [weak = weak_from_this()] {
             const auto self = weak.lock();
@@ -206,7 +206,7 @@ void Connector::wait(std::error_code error)
     waiting(error);
 }
 
-/// Only one that waits need know: who connects at once, as most do, is spared the subscription.
+/// Subscribes only when the connection has to wait: most connect at once and do not need it.
 void Connector::watchNetwork()
 {
     if (networkChanges_)

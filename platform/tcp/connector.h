@@ -18,20 +18,20 @@
 
 namespace quillbox {
 
-/// Finds the addresses of an endpoint and races them until one connects. What cannot be reached at
-/// present is tried again when the network or the endpoint's records change, and after a pause that
-/// grows from one second to half a minute: a phone that wakes up gives no event.
+/// Resolves an endpoint and races its addresses until one connects. If none is reachable, retries
+/// when the network or the endpoint's records change, and with exponential backoff from 1 to 30
+/// seconds, because a phone that wakes up causes no event.
 ///
-/// Lives on its queue. The handlers are called there, never inside a call.
+/// Used on its queue, where the handlers are called as well, never inside a call to this object.
 class Connector final : public std::enable_shared_from_this<Connector> {
 public:
     static constexpr std::chrono::seconds kFirstPause{1};
     static constexpr std::chrono::seconds kLongestPause{30};
 
     struct Handlers {
-        /// Nothing can be reached; told again only with another error.
+        /// No address is reachable at present; called again only if the error changes.
         std::function<void(std::error_code)> waiting;
-        /// The end, one way or the other.
+        /// At most one of these two is called, as the last handler.
         std::function<void(std::unique_ptr<Socket>)> connected;
         std::function<void(std::error_code)> failed;
     };
@@ -45,7 +45,7 @@ public:
     /// Called once.
     void start();
 
-    /// Ends everything; no handler is called any more. Idempotent.
+    /// Ends all attempts; no handler is called afterwards. Idempotent.
     void stop();
 
 private:
@@ -67,13 +67,13 @@ private:
     const Endpoint endpoint_;
     Handlers handlers_;
     Timer timer_;
-    std::shared_ptr<AddressRace> race_; ///< none before the start and after the end
+    std::shared_ptr<AddressRace> race_; ///< null before `start` and after `stop`
     std::unique_ptr<DnsSd::Ask> ask_;
     std::unique_ptr<NetworkMonitor::Subscription> networkChanges_;
     std::chrono::milliseconds pause_ = kFirstPause;
-    std::optional<std::error_code> waitingError_; ///< set while nothing can be reached
+    std::optional<std::error_code> waitingError_; ///< set once no address could be reached
     std::error_code sourceError_;
-    bool isSettled_ = false; ///< whether all addresses that there are have been found
+    bool isSettled_ = false; ///< whether the address lookup is complete
     bool isLookingUp_ = false;
     bool hasCandidates_ = false;
 };

@@ -14,7 +14,7 @@ namespace quillbox {
 
 namespace {
 
-/// An address without its port, IPv4-mapped IPv6 being IPv4.
+/// An address without its port; IPv4-mapped IPv6 is stored as IPv4.
 struct PlainAddress {
     bool isIPv4 = false;
     std::array<std::uint8_t, 16> bytes{};
@@ -30,8 +30,8 @@ struct PlainAddress {
 
     bool isLoopback() const { return isIPv4 ? first() == 127 : isAll(0, 15) && bytes[15] == 1; }
 
-    /// 0.0.0.0/8 is "this network" (RFC 1122, section 3.2.1.3); Linux takes its first address, like
-    /// ::, for this computer.
+    /// 0.0.0.0/8 is "this network" (RFC 1122, section 3.2.1.3); Linux connects 0.0.0.0, like ::, to
+    /// this computer.
     bool isUnspecified() const { return isIPv4 ? first() == 0 : isAll(0, 16); }
 
     bool isMulticastOrBroadcast() const
@@ -39,7 +39,7 @@ struct PlainAddress {
         return isIPv4 ? (first() & 0xf0) == 0xe0 || isAll(0xff, 4) : first() == 0xff;
     }
 
-    /// The same address; of two scopes that are both known, the same scope.
+    /// The scopes are compared only if both are known.
     bool isSameHost(const PlainAddress& other) const
     {
         return isIPv4 == other.isIPv4 && bytes == other.bytes
@@ -105,7 +105,7 @@ bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceA
               });
 }
 
-/// Where a record arrived matters for loopback addresses alone.
+/// The interface a record arrived on matters only for loopback addresses.
 AddressOrigin originOf(const SocketAddress& address, int interfaceIndex,
                        const std::vector<InterfaceAddress>& own)
 {

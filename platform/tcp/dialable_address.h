@@ -7,42 +7,41 @@
 
 namespace quillbox {
 
-/// How this program came to know an address.
+/// Where this program got an address from.
 enum class AddressOrigin {
-    Typed,           ///< the user's own words, or what the name service made of them
-    DnsSd,           ///< a record from the network: anybody can have sent it
-    DnsSdOnLoopback, ///< a record that arrived on a loopback interface: sent by this computer
+    Typed,           ///< typed by the user, or resolved by the name service from a typed name
+    DnsSd,           ///< a record from the network, which any host can have sent
+    DnsSdOnLoopback, ///< a record received on a loopback interface: sent by this computer
 };
 
-/// What there is to know of this computer when an address is judged.
+/// Facts about this computer that `isDialable` needs.
 struct OwnAddresses {
     std::vector<InterfaceAddress> addresses;
-    bool isOwnPort = false; ///< whether a listener of this program has the address's port
+    bool isOwnPort = false; ///< whether a listener of this program uses the address's port
 };
 
 /// Whether a connection to `address` may be opened.
 ///
-/// Nothing leads to this program's own listeners, which would dial again, for ever. What came by
-/// DNS-SD leads to no unspecified, multicast or broadcast address and to no port 0; and to a
-/// loopback address only when the record came from this computer, or else a stranger could make the
-/// program a door to this computer's local services. IPv4 addresses in IPv6 clothes (RFC 4291,
-/// section 2.5.5.2) are judged as what they are.
+/// Connections to this program's own listeners are not allowed, since these would connect again, in
+/// an endless loop. An address found by DNS-SD must not be unspecified, multicast or broadcast, its
+/// port must not be 0, and it may be a loopback address only if the record was sent by this
+/// computer: otherwise any host on the network could use the program to reach local services of
+/// this computer. An IPv4-mapped IPv6 address (RFC 4291, section 2.5.5.2) is treated as IPv4.
 bool isDialable(const SocketAddress& address, AddressOrigin origin, const OwnAddresses& own);
 
-/// Whether it is 127.0.0.0/8 or ::1, in either clothes.
+/// Whether the address is in 127.0.0.0/8 (IPv4-mapped or not) or ::1.
 bool isLoopback(const SocketAddress& address);
 
-/// Whether it leads to this computer, which has these addresses: loopback and unspecified ones do
-/// as well. The port plays no part.
+/// Whether the address is one of `own`, which are this computer's addresses, or a loopback or
+/// unspecified one. Ignores the port.
 bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceAddress>& own);
 
-/// Where an address came from that DNS-SD found on an interface of this computer, which has these
-/// addresses.
+/// The origin of an address that DNS-SD found on the interface with this index; `own` are this
+/// computer's addresses.
 AddressOrigin originOf(const SocketAddress& address, int interfaceIndex,
                        const std::vector<InterfaceAddress>& own);
 
-/// Whether both are the same host: one address, and of two scopes that are known the same one. The
-/// ports play no part.
+/// Whether both addresses are equal, and their scopes as well if both are known. Ignores the ports.
 bool isSameHost(const SocketAddress& a, const SocketAddress& b);
 
 } // namespace quillbox

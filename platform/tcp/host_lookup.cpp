@@ -12,7 +12,7 @@ namespace quillbox {
 
 namespace {
 
-/// The results of getaddrinfo(3), but for those that are the system's.
+/// The error codes of getaddrinfo(3), except EAI_SYSTEM, which stands for `errno`.
 class LookupCategory final : public std::error_category {
 public:
     const char* name() const noexcept override { return "lookup"; }

@@ -12,18 +12,18 @@
 
 namespace quillbox {
 
-/// There is no host of that name.
+/// The error for a name without a host.
 std::error_code hostNotFound();
 
-/// Asks the system's name service, which blocks, for as long as it likes, on a thread of its own.
-/// Such a thread cannot be interrupted: it is left to itself when the program ends. All who ask for
-/// one name at the same time share one. Thread-safe.
+/// Looks up host names by getaddrinfo(3), which may block for an unlimited time, on detached
+/// threads. Such a thread cannot be interrupted and is abandoned when the program ends. Concurrent
+/// lookups of the same name share a thread. Thread-safe.
 class HostLookup final : public std::enable_shared_from_this<HostLookup> {
 public:
     using Done = std::function<void(const std::vector<SocketAddress>&, std::error_code)>;
 
     /// Calls `done` once, on any thread, with the addresses (port 0) in the system's order of
-    /// preference, or with an error. It may do so before it returns.
+    /// preference, or with an error; possibly inside this call.
     void lookUp(const std::string& name, Done done);
 
 private:

@@ -17,11 +17,11 @@ constexpr std::size_t kDiscardLimit = 64UL * 1024 * 1024;
 constexpr std::size_t kDiscardAtOnce = 1024UL * 1024;
 constexpr auto kPatience = std::chrono::seconds(30);
 
-/// The kernel gives no event for the last acknowledgement; it is asked at growing intervals.
+/// The kernel has no event for the last acknowledgement, so it is polled with exponential backoff.
 constexpr std::chrono::milliseconds kFirstLook{2};
 constexpr std::chrono::milliseconds kLongestLook{500};
 
-/// On a strand of its own; its pending waits keep it.
+/// Runs on its own strand, and is kept alive by its pending waits.
 class LingeringClose final : public std::enable_shared_from_this<LingeringClose> {
 public:
     LingeringClose(std::shared_ptr<PoolContext> pool, std::shared_ptr<ChunkPool> chunks,
@@ -72,7 +72,7 @@ private:
             return;
         const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
         discarded_ += read.count;
-        // The end of the peer's stream stays readable for ever: there is nothing more to wait for.
+        // After the end of the peer's stream no more input can come.
         if (read.isEnd())
             return;
         if ((read.error && !read.wouldBlock()) || discarded_ > kDiscardLimit) {
@@ -111,7 +111,7 @@ private:
         pause_ = std::min(pause_ * 2, kLongestLook);
     }
 
-    /// What lies unread is taken first, for it would turn the close into a reset.
+    /// Discards unread input first, because it would turn the close into a reset.
     void finish()
     {
         while (discarded_ <= kDiscardLimit) {
@@ -142,7 +142,7 @@ private:
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
                  Unsent unsent, bool resetMatters)
 {
-    // The system delivers what it has by itself, as long as no input turns the close into a reset.
+    // After close(2) the kernel still delivers its send buffer, unless input causes a reset.
     if (unsent.isNothing() && !resetMatters)
         return;
     const int descriptor = socket->descriptor();

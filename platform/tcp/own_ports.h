@@ -6,7 +6,7 @@
 
 namespace quillbox {
 
-/// The ports that listeners of this program hold. Thread-safe.
+/// The ports of this program's listeners. Thread-safe.
 class OwnPorts final {
 public:
     void add(std::uint16_t port)
@@ -30,7 +30,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    std::multiset<std::uint16_t> ports_; ///< a port can be listened on twice, when it is reused
+    std::multiset<std::uint16_t> ports_; ///< one entry per listener, even if ports are equal
 };
 
 } // namespace quillbox

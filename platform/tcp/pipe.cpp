@@ -12,10 +12,10 @@ namespace quillbox {
 
 namespace {
 
-/// Also keeps the length far below where kernels refuse it.
+/// Equals the default pipe-max-size (pipe(7)), the largest size allowed without privileges.
 constexpr int kPipeSize = static_cast<int>(kMaximumContentSize);
 
-/// Never SPLICE_F_MORE: it would hold the end of a small message back for 200 ms.
+/// Never SPLICE_F_MORE: it would delay the end of a small message by 200 ms.
 constexpr unsigned kFlags = SPLICE_F_MOVE | SPLICE_F_NONBLOCK;
 
 } // namespace

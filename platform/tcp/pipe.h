@@ -8,11 +8,11 @@
 
 namespace quillbox {
 
-/// A pipe of the size of a whole content, both ends in one hand. Nothing here blocks, as long as
-/// the sockets do not.
+/// A non-blocking pipe with room for a content of maximum size; owns both ends. No function blocks
+/// if the sockets are non-blocking.
 class Pipe final {
 public:
-    /// None when the system has none to give, or only a smaller one.
+    /// None if no pipe of this size is available.
     static std::optional<Pipe> open();
 
     ~Pipe();
@@ -22,11 +22,11 @@ public:
     Pipe(const Pipe&) = delete;
     Pipe& operator=(const Pipe&) = delete;
 
-    /// Moves bytes from the socket into the pipe, `limit` at the most.
+    /// Moves at most `limit` bytes from the socket into the pipe.
     Transfer fillFrom(int socket, std::size_t limit);
 
-    /// Moves bytes from the pipe into the socket, `limit` at the most. On a socket whose peer has
-    /// reset it this raises SIGPIPE, which the process ignores: there is no flag against it.
+    /// Moves at most `limit` bytes from the pipe into the socket. After a reset by the peer this
+    /// raises SIGPIPE, since splice(2) has no flag against it; the process ignores that signal.
     Transfer drainTo(int socket, std::size_t limit);
 
     Transfer read(std::span<std::byte> room);

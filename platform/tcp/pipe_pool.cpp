@@ -6,7 +6,7 @@ namespace quillbox {
 
 namespace {
 
-/// So long nobody asks again after the system gave no pipe: each question costs three calls.
+/// The time between a refused pipe and the next attempt, which costs up to four system calls.
 constexpr std::chrono::seconds kPauseAfterRefusal{10};
 
 } // namespace

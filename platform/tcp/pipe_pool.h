@@ -15,9 +15,9 @@ namespace quillbox {
 
 class PipePool;
 
-/// A borrowed pipe that takes one chunk from a socket and hands it to another, without a copy in
-/// this process. It goes back to its pool, which it keeps alive, when it is destroyed; on any
-/// thread. One that still holds bytes then is closed: they must not end up in another stream.
+/// A borrowed pipe that moves one chunk from a socket to another without a copy in user space. Its
+/// destructor, which may run on any thread, returns the pipe to the pool, or closes it if it still
+/// contains bytes, which must not end up in another stream. Keeps the pool alive.
 class PipedChunk final : public ContentStorage {
 public:
     PipedChunk(std::shared_ptr<PipePool> pool, Pipe pipe);
@@ -26,20 +26,21 @@ public:
     PipedChunk(const PipedChunk&) = delete;
     PipedChunk& operator=(const PipedChunk&) = delete;
 
-    /// What was taken from the socket, handed on or not.
+    /// The number of bytes received from the socket, whether sent on or not.
     std::size_t size() const override { return size_; }
 
-    /// None: they never come into this process's memory.
+    /// Always empty: the bytes are never in this process's memory.
     std::span<const std::byte> bytes() const override { return {}; }
 
-    /// Takes what the socket holds, `limit` bytes at the most; nothing where urgent data begins. To
-    /// be called until it has taken something: how much room a pipe has left, nobody can tell.
+    /// Moves at most `limit` available bytes from the socket into the pipe; none at urgent data.
+    /// Not to be called again after it has moved bytes, because the free capacity of a pipe is not
+    /// known then.
     Transfer fill(int socket, std::size_t limit);
 
-    /// Hands on what the socket takes.
+    /// Moves as many bytes into the socket as it accepts.
     Transfer drain(int socket);
 
-    /// What is left, in memory.
+    /// Reads the remaining bytes into memory.
     std::unique_ptr<Chunk> takeRest(ChunkPool& chunks);
 
 private:
@@ -49,17 +50,17 @@ private:
     std::size_t left_ = 0;
 };
 
-/// Lends pipes to chunks in flight, a few at a time.
+/// A small pool of pipes for chunks that are being relayed.
 ///
-/// The kernel lets a user without privileges have so many pages in pipes (pipe(7),
-/// pipe-user-pages-soft): 64 pipes of this size, and every further pipe of any of that user's
-/// programs is a tiny one. So the pool stays far below, and everybody has to manage without it.
-/// Thread-safe.
+/// The kernel limits the pages in the pipes of an unprivileged user (pipe(7),
+/// pipe-user-pages-soft): by default to 64 pipes of this size. Beyond that, each further pipe of
+/// any program of this user is tiny. So the pool stays far below this limit, and callers must be
+/// able to do without a pipe. Thread-safe.
 class PipePool final : public std::enable_shared_from_this<PipePool> {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// A quarter of what a user may have.
+    /// A quarter of the user's default limit.
     static constexpr std::size_t kLimit = 16;
 
     explicit PipePool(std::size_t limit = kLimit) : limit_(limit) {}
@@ -67,13 +68,13 @@ public:
     PipePool(const PipePool&) = delete;
     PipePool& operator=(const PipePool&) = delete;
 
-    /// None when all are out, when the system gave none a short while ago, and after `giveUp`.
+    /// Null if all pipes are in use, shortly after the system refused one, and after `giveUp`.
     std::unique_ptr<PipedChunk> borrow();
 
-    /// Lends no more: this system cannot move bytes through a pipe.
+    /// Stops lending pipes, because this system cannot splice.
     void giveUp();
 
-    /// How many are out, and how many are kept for later.
+    /// The number of borrowed pipes, and of free ones kept for reuse.
     std::size_t lent() const;
     std::size_t kept() const;
 
@@ -90,8 +91,8 @@ private:
     Clock::time_point refusedUntil_;
 };
 
-/// Whether a transfer failed because these two descriptors cannot be spliced, rather than because
-/// the connection has ended.
+/// Whether a transfer failed because these file descriptors cannot be spliced, not because the
+/// connection failed.
 bool isSpliceRefused(const Transfer& transfer);
 
 } // namespace quillbox

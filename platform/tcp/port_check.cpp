@@ -24,7 +24,7 @@ State stateOf(const std::error_code& error)
     return error == std::errc::timed_out ? State::Silent : State::Unreachable;
 }
 
-/// Begins to connect; the socket to wait for, or -1 when the state is known already.
+/// Starts connecting. Returns the socket to wait for, or -1 if the state is already known.
 int begin(const SocketAddress& address, State& state)
 {
     std::error_code error;

@@ -8,9 +8,9 @@
 
 namespace quillbox {
 
-/// Whether the ports take connections: tries all of them at once, and closes what was connected
-/// without having said a word. One result an address, in order. Blocks for `limit` at the most.
-/// Which addresses may be dialled is the caller's business.
+/// Tests whether the ports accept connections: tries all of them concurrently and closes each
+/// connection without sending anything. One result per address, in the same order. Blocks for at
+/// most `limit`. The caller decides which addresses may be dialled.
 std::vector<PortFacts::State> checkPorts(const std::vector<SocketAddress>& addresses,
                                          std::chrono::milliseconds limit);
 

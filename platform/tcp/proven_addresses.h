@@ -9,9 +9,9 @@
 
 namespace quillbox {
 
-/// The addresses that were connected to of late, which are the first to be tried the next time (RFC
-/// 8305, section 4: a client's experience goes before the order of preference). Without it each
-/// connection to a host would try anew what did not answer the last one. Thread-safe.
+/// The addresses of recent successful connections, which are tried first the next time (RFC 8305,
+/// section 4: prefer used addresses over unused ones). Otherwise every connection to a host would
+/// start with addresses that did not answer the previous one. Thread-safe.
 class ProvenAddresses final {
 public:
     static constexpr std::size_t kMost = 256;
@@ -19,7 +19,7 @@ public:
     void add(const SocketAddress& address)
     {
         const std::lock_guard lock(mutex_);
-        // Usually it is the one at the front.
+        // The usual case.
         if (!addresses_.empty() && addresses_.front() == address)
             return;
         std::erase(addresses_, address);
@@ -42,7 +42,7 @@ public:
 
 private:
     mutable std::mutex mutex_;
-    std::deque<SocketAddress> addresses_; ///< the last one first
+    std::deque<SocketAddress> addresses_; ///< the most recent one first
 };
 
 } // namespace quillbox

@@ -25,8 +25,8 @@ bool isLetterDigitOrHyphen(char character)
            || (character >= '0' && character <= '9') || character == '-';
 }
 
-/// Whether it is one label of an ordinary host name in front of ".local". The name service of
-/// multicast DNS takes no more than one, and any other name would be asked of other servers.
+/// Whether the name is a single label of letters, digits and hyphens followed by ".local". The
+/// multicast DNS name service accepts only one label; other names would go to unicast DNS servers.
 bool isLocalHostName(std::string_view name)
 {
     constexpr std::string_view kEnding = ".local";
@@ -36,7 +36,7 @@ bool isLocalHostName(std::string_view name)
     return !name.empty() && std::all_of(name.begin(), name.end(), isLetterDigitOrHyphen);
 }
 
-/// One service that is looked for.
+/// A search for one service.
 class Search final : public std::enable_shared_from_this<Search> {
 public:
     using Ended = std::function<void(const std::optional<HostEndpoint>&)>;
@@ -63,7 +63,7 @@ public:
     }
 
 private:
-    /// Whether the addresses that the system's name service gave are those of the service.
+    /// Whether an address found by the name service belongs to the service.
     using Check = std::function<bool(const SocketAddress&)>;
 
     void takeOwn(const DnsSd::OwnServiceUpdate& update)
@@ -92,7 +92,7 @@ private:
         last = update;
         const auto addresses = dialable();
         const auto first = numericOf(addresses);
-        // There is nothing better to come than an address of IPv4, which is the first then.
+        // Without an IPv4 address, which would be first, waits for both families to be settled.
         const bool isSettled = update.isSettledIPv4 && update.isSettledIPv6;
         if (!first || (!isSettled && familyOf(addresses.front()) != AF_INET))
             return;
@@ -116,7 +116,7 @@ private:
         return HostEndpoint{*host, portOf(addresses.front())};
     }
 
-    /// What was resolved and a connection may be opened to, IPv4 first.
+    /// The resolved addresses that a connection may be opened to, IPv4 first.
     std::vector<SocketAddress> dialable() const
     {
         OwnAddresses own{.addresses = means.monitor.addresses(), .isOwnPort = false};
@@ -131,7 +131,8 @@ private:
         return addresses;
     }
 
-    /// `named` is told if the system's name service knows it and means the service by it.
+    /// Ends with `named` if the name service resolves it to addresses of the service only, else
+    /// with the numeric address.
     void found(const HostEndpoint& named, Check isOfService)
     {
         isFound = true;
@@ -155,7 +156,7 @@ private:
         });
     }
 
-    /// The owner drops this object.
+    /// The handler makes the owner drop this object.
     void end(const std::optional<HostEndpoint>& server)
     {
         const Ended handler = std::exchange(ended, nullptr);
@@ -175,9 +176,9 @@ private:
     const std::string name;
     Ended ended;
     std::unique_ptr<DnsSd::Ask> ownQuestion;
-    std::unique_ptr<DnsSd::Ask> resolution; ///< none while nothing but the own books is asked
+    std::unique_ptr<DnsSd::Ask> resolution; ///< only if this program has no such service itself
     DnsSd::ResolveUpdate last;
-    std::optional<HostEndpoint> inNumbers; ///< to be told when nothing better is known in time
+    std::optional<HostEndpoint> inNumbers; ///< the numeric address, the result without a host name
     bool isFound = false;
 };
 
@@ -196,7 +197,8 @@ public:
         const auto search = std::make_shared<Search>(
             means, instanceName,
             [this, number, completion = std::move(completion)](const auto& server) {
-                // Held until its call to us is over, and the completion may drop the locator.
+                // Keeps the search alive until this handler returns. The completion may destroy the
+                // locator.
                 const auto held = std::move(searches.extract(number).mapped());
                 completion(server);
             });

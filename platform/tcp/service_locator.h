@@ -14,7 +14,7 @@
 
 namespace quillbox {
 
-/// What a locator asks. What is referred to outlives it.
+/// The dependencies of a service locator. The referenced objects outlive it.
 struct ServiceLocatorMeans {
     DnsSd& dnsSd;
     NetworkMonitor& monitor;
@@ -24,18 +24,18 @@ struct ServiceLocatorMeans {
     std::shared_ptr<DispatchQueue> queue; ///< the main queue
 };
 
-/// How long a search may take, and how much of it the system's name service to know the host.
+/// The time limits of a whole search, and of the name service lookup within it.
 inline constexpr std::chrono::milliseconds kSearchLimit{6000};
 inline constexpr std::chrono::milliseconds kHostLimit{1000};
 
-/// Finds services of this program in its own books, whatever anybody says on the network, and all
-/// others by DNS-SD.
+/// Finds this program's own services in its own registrations, whatever is announced on the
+/// network, and all others by DNS-SD.
 ///
-/// A service is told by the name of its host where the system's name service knows it: file
-/// browsers keep connections by that, and show it. It has to be a name of multicast DNS, so that no
-/// other server is asked about it, and to lead to nothing but this computer, or the addresses that
-/// DNS-SD found. Otherwise an address in numbers is told, of another computer's one that a
-/// connection may be opened to.
+/// Returns a service's host name if the system's name service can resolve it, because file browsers
+/// display host names and cache connections by them. It must be a multicast DNS name, so that no
+/// unicast DNS server is queried, and all its addresses must belong to this computer (own services)
+/// or be among those that DNS-SD found (other services). Otherwise returns a numeric address; that
+/// of another service satisfies `isDialable`.
 std::unique_ptr<ServiceLocator> makeServiceLocator(ServiceLocatorMeans means);
 
 } // namespace quillbox

@@ -20,7 +20,7 @@ Socket::Socket(std::unique_ptr<Watch> watch, std::shared_ptr<SocketLedger> ledge
 
 Socket::~Socket()
 {
-    // It is counted until it is closed.
+    // The socket is counted until it is closed.
     watch_.reset();
     if (ledger_)
         ledger_->noteClosed();

@@ -9,12 +9,12 @@
 
 namespace quillbox {
 
-/// A socket that the pool watches, waited for as `Watch` has it; closed when it is destroyed. Used
-/// on one strand at a time.
+/// A socket that the pool watches with the semantics of `Watch`; closed by the destructor. Used on
+/// one strand at a time.
 class Socket final {
 public:
-    /// Takes the descriptor over, and closes it where it cannot be watched: then there is none. A
-    /// socket of a connection is counted by `ledger`, a listener's has none.
+    /// Takes ownership of the file descriptor. If it cannot be watched, closes it and returns null.
+    /// `ledger` counts the sockets of connections; null for listeners.
     static std::unique_ptr<Socket> adopt(std::shared_ptr<PoolContext> context, int descriptor,
                                          std::shared_ptr<SocketLedger> ledger,
                                          Watch::For what = Watch::For::Reading);
@@ -26,32 +26,33 @@ public:
 
     int descriptor() const { return watch_->descriptor(); }
 
-    /// Calls `handler` with an error code on the strand once there is something to read, the end of
-    /// the stream and an error included.
+    /// Calls `handler` with an error code on the strand once the socket is readable, which includes
+    /// the end of the stream and errors.
     template <typename Handler> void waitReadable(const Strand& strand, Handler handler)
     {
         watch_->waitReadable(strand, std::move(handler));
     }
 
-    /// The same for room to write.
+    /// The same, once the socket is writable.
     template <typename Handler> void waitWritable(const Strand& strand, Handler handler)
     {
         watch_->waitWritable(strand, std::move(handler));
     }
 
-    /// The same for a failure that comes while nobody reads from or writes to the socket: a peer's
-    /// reset, a keep-alive that went unanswered, a connection that the administrator closed. The
-    /// end of the stream is no failure.
+    /// The same, once the connection fails, even if nothing is being read or written: a reset by
+    /// the peer, a keep-alive timeout, a connection closed by the administrator. The end of the
+    /// stream is not a failure.
     template <typename Handler> void waitForFailure(const Strand& strand, Handler handler)
     {
         watch_->waitForFailure(strand, std::move(handler));
     }
 
-    /// Whether there was news of a failure: without it, a connection that can be written to is
-    /// established, and nobody need ask for its error.
+    /// Whether a failure event has occurred. If not, a connecting socket that is writable is
+    /// connected, and SO_ERROR need not be read.
     bool hasFailed() const { return watch_->hasFailed(); }
 
-    /// Ends all waits with an error; that for a failure without a word.
+    /// Ends the waits for reading and writing with an error. A wait for failure is dropped without
+    /// a call.
     void cancelWaits() { watch_->cancelWaits(); }
 
 private:

@@ -28,7 +28,7 @@ std::uint16_t portOf(const SocketAddress& address)
 {
     if (familyOf(address) == AF_UNSPEC)
         return 0;
-    // The port is at the same place in both families.
+    // The port is at the same offset in both families.
     static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
     in_port_t port = 0;
     std::memcpy(&port, address.data() + offsetof(sockaddr_in, sin_port), sizeof port);

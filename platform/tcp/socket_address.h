@@ -8,18 +8,19 @@
 
 namespace quillbox {
 
-/// AF_INET or AF_INET6; AF_UNSPEC for bytes that are no such address.
+/// AF_INET or AF_INET6; AF_UNSPEC if the bytes are not a valid address.
 int familyOf(const SocketAddress& address);
 
-/// In host byte order; 0 for bytes that are no address.
+/// In host byte order; 0 if the bytes are not a valid address.
 std::uint16_t portOf(const SocketAddress& address);
 
 SocketAddress withPort(SocketAddress address, std::uint16_t port);
 
-/// Reads a numeric host: "192.0.2.1", "::1", "[::1]", "fe80::1%eth0". None for a name.
+/// Parses a numeric host: "192.0.2.1", "::1", "[::1]", "fe80::1%eth0". None for a name.
 std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint16_t port);
 
-/// The same the other way round, without brackets. None for bytes that are no address.
+/// Formats the host as `parseNumericHost` accepts it, without brackets. None if the bytes are not a
+/// valid address.
 std::optional<std::string> numericHost(const SocketAddress& address);
 
 } // namespace quillbox

@@ -21,9 +21,9 @@ constexpr int kKeepAliveIdleSeconds = 60;
 constexpr int kKeepAliveIntervalSeconds = 15;
 constexpr int kKeepAliveProbes = 4;
 
-/// So many times a connection request is sent again before the attempt counts as timed out: some 20
-/// seconds. The system's own limit is more than two minutes, with pauses of up to one between the
-/// requests, in which a phone that wakes up would not be noticed.
+/// The number of SYN retransmissions before the attempt times out, after about 20 seconds (15
+/// before Linux 6.5). By default this takes more than two minutes, with pauses of up to one minute
+/// in which a phone that wakes up would not be noticed.
 constexpr int kConnectRetries = 3;
 
 std::error_code lastError()
@@ -42,8 +42,8 @@ std::size_t countOf(int socket, unsigned long request)
     return ::ioctl(socket, request, &count) == 0 ? static_cast<std::size_t>(std::max(count, 0)) : 0;
 }
 
-/// What does not come by way of the loopback interface is refused, whatever its address: a service
-/// has an address of its own in 127.0.0.0/8, so that binding to one of them is not enough.
+/// Accepts only connections over the loopback interface. Binding to a loopback address is not
+/// enough, because each service has its own address in 127.0.0.0/8.
 bool confineToThisComputer(int socket)
 {
     constexpr std::string_view kLoopback = "lo";
@@ -104,13 +104,13 @@ int acceptStreamSocket(int listener, std::error_code& error)
 
 void setConnectionOptions(int socket)
 {
-    // A failure of any of these leaves a connection that works.
+    // The connection works without any of these, so failures are ignored.
     setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
     setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
     setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-    // Urgent data (RFC 6093) stays where it is in the stream, so that no byte is lost.
+    // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
     setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
 }
 
@@ -130,7 +130,7 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
                                   static_cast<socklen_t>(address.size()));
     if (result == 0)
         return {};
-    // An interrupted attempt goes on in the background all the same.
+    // An interrupted attempt continues in the background (connect(2)).
     return errno == EINTR ? std::make_error_code(std::errc::operation_in_progress) : lastError();
 }
 

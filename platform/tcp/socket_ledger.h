@@ -10,7 +10,7 @@
 
 namespace quillbox {
 
-/// Counts the sockets of connections while they are open. Thread-safe.
+/// Counts the open sockets of connections. Thread-safe.
 class SocketLedger final {
 public:
     void noteOpened()
@@ -32,7 +32,7 @@ public:
             each();
     }
 
-    /// Calls `work` once, after the next socket has been closed, on whatever thread closes it.
+    /// Calls `work` once, after the next socket has been closed, on the thread that closes it.
     void afterNextClose(std::function<void()> work)
     {
         const std::lock_guard lock(mutex_);

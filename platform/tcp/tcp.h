@@ -17,15 +17,14 @@ namespace quillbox {
 
 struct TcpContext;
 
-/// Makes TCP listeners and connections on a pool's threads, and knows them all: the ports that are
-/// listened on here, which no connection leads back to, and the sockets that are still open. Tells
-/// other programs where they can connect to.
+/// Creates TCP listeners, connections and service locators that run on the threads of a pool. Keeps
+/// track of the listening ports, which connections must not lead back to, and of the open sockets.
 ///
-/// Queues that its objects are started on come from the same pool. Thread-safe. Its objects may
-/// outlive it, but not `dnsSd` and `monitor`, unless the pool has been shut down before.
+/// The queues that its objects are started on come from the same pool. Thread-safe. Its objects may
+/// outlive it, but not `dnsSd` and `monitor`, unless the pool was shut down before.
 class TcpNetwork final {
 public:
-    /// Listeners can be reached as far as `reach` says.
+    /// `reach`: from where its listeners can be reached.
     TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor,
                Reach reach = Reach::Network);
     ~TcpNetwork();
@@ -33,22 +32,22 @@ public:
     TcpNetwork(const TcpNetwork&) = delete;
     TcpNetwork& operator=(const TcpNetwork&) = delete;
 
-    /// Opens the port at once, for IPv6 and IPv4. On failure gives nothing and sets `error`.
+    /// Opens the port at once, for IPv6 and IPv4. On failure returns null and sets `error`.
     std::shared_ptr<Listener> makeListener(const TcpParameters& parameters, std::uint16_t port,
                                            std::error_code& error);
 
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters);
 
-    /// Tells on the main queue. The locator does not outlive this object.
+    /// Completions run on the main queue. The locator must not outlive this object.
     std::unique_ptr<ServiceLocator> makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue);
 
-    /// What the accepted connections have carried up to now.
+    /// The traffic of the accepted connections so far.
     TrafficReport traffic() const;
 
-    /// Waits until every connection's socket is closed, the bytes of the cancelled ones being
-    /// delivered, or until `limit` has passed. Gives whether all are closed. For the end of the
-    /// program, once everything has been cancelled; not called on a queue of the pool.
+    /// Waits until the sockets of all connections are closed and the data of cancelled ones is
+    /// delivered, or until `limit` has passed; returns whether all are closed. For the end of the
+    /// program, after everything was cancelled. Not to be called on a queue of the pool.
     bool flush(std::chrono::milliseconds limit);
 
 private:

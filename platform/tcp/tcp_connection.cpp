@@ -11,8 +11,8 @@ namespace quillbox {
 
 namespace {
 
-/// All that a connection is, on its queue. What is pending there holds it; it holds nothing of its
-/// owner but the handlers that the owner gave.
+/// The implementation of a connection, used on its queue. Pending work keeps it alive. It has no
+/// reference to its owner except through the owner's handlers.
 class ConnectionCore final : public std::enable_shared_from_this<ConnectionCore> {
 public:
     ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted,
@@ -70,7 +70,7 @@ public:
             reportCancelled();
     }
 
-    /// The owner is gone. From any thread.
+    /// Called on any thread when the owner is destroyed.
     void abandon()
     {
         if (!queue_) {
@@ -142,7 +142,7 @@ private:
         connector_->start();
     }
 
-    /// The stream stays, to answer later calls with an error.
+    /// Keeps the stream, which completes later calls with an error.
     void close()
     {
         accepted_.reset();
@@ -160,8 +160,8 @@ private:
     }
 
     const std::shared_ptr<TcpContext> context_;
-    std::unique_ptr<Socket> accepted_;        ///< until the start
-    std::unique_ptr<CountedSession> session_; ///< of an accepted one, until the start
+    std::unique_ptr<Socket> accepted_;        ///< of an accepted connection, until `start`
+    std::unique_ptr<CountedSession> session_; ///< of an accepted connection, until `start`
     const std::optional<Endpoint> endpoint_;
     std::shared_ptr<DispatchQueue> queue_;
     Connection::StateUpdateHandler handler_;

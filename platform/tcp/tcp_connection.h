@@ -10,13 +10,13 @@
 
 namespace quillbox {
 
-/// A connection that a listener accepted; ready as soon as it is started. Dropped before that, it
-/// is closed. `session` counts it until it is closed.
+/// An accepted connection, ready as soon as it is started. If it is destroyed before, it is closed.
+/// `session` counts it until it is closed.
 std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
                                                    std::unique_ptr<Socket> socket,
                                                    std::unique_ptr<CountedSession> session);
 
-/// A connection to `endpoint`, which is dialled once it is started.
+/// A connection to `endpoint`, which connects when it is started.
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
                                                    const Endpoint& endpoint);
 

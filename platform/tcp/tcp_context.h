@@ -17,7 +17,7 @@
 
 namespace quillbox {
 
-/// What all listeners and connections of one `TcpNetwork` share. Every part is thread-safe.
+/// Shared by all listeners and connections of a `TcpNetwork`. All members are thread-safe.
 struct TcpContext {
     std::shared_ptr<PoolContext> pool;
     DnsSd& dnsSd;

@@ -19,15 +19,15 @@ namespace {
 
 constexpr std::chrono::milliseconds kAcceptPause{200};
 
-/// What is short again so soon is not said again: whoever is accepted then may be the one that
-/// leaves no room for the next.
+/// A pause within this time of the previous one is not reported again: a connection accepted in
+/// between may have used up the resources again.
 constexpr std::chrono::minutes kSameShortage{1};
 
-/// Accepted in one turn, so that a flood of connections does not keep the queue from its other
-/// work.
+/// The maximum number of connections accepted per event-loop iteration, so that a flood of them
+/// does not block the other work of the queue.
 constexpr int kAcceptAtOnce = 64;
 
-/// Errors of the one connection that was to be accepted (accept(2)): the next one may be well.
+/// Errors that concern only the connection being accepted (accept(2)); accepting continues.
 bool isOfOneConnection(int error)
 {
     switch (error) {
@@ -49,8 +49,8 @@ bool isOfOneConnection(int error)
     }
 }
 
-/// All that a listener is, on its queue. What is pending there holds it; it holds nothing of its
-/// owner but the handlers that the owner gave.
+/// The implementation of a listener, used on its queue. Pending work keeps it alive. It has no
+/// reference to its owner except through the owner's handlers.
 class ListenerCore final : public std::enable_shared_from_this<ListenerCore> {
 public:
     ListenerCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> socket,
@@ -110,7 +110,7 @@ public:
             reportCancelled();
     }
 
-    /// The owner is gone. From any thread.
+    /// Called on any thread when the owner is destroyed.
     void abandon()
     {
         if (!queue_) {
@@ -127,7 +127,7 @@ public:
 private:
     template <typename Work> void post(Work work) { strandOf(*queue_).post(std::move(work)); }
 
-    /// A state is told once, and again only with another error.
+    /// Reports a state only if it or its error has changed.
     void report(Listener::State state, std::error_code error)
     {
         const auto report = std::pair(state, error);
@@ -189,7 +189,7 @@ private:
             post(std::bind_front(&ListenerCore::accept, shared_from_this()));
     }
 
-    /// The handler may cancel the listener, or drop it.
+    /// The handler may cancel or destroy the listener.
     void takeConnection(int descriptor)
     {
         auto socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
@@ -200,7 +200,8 @@ private:
                                        std::make_unique<CountedSession>(traffic_)));
     }
 
-    /// Waiting for connections would return at once, over and over: they are there already.
+    /// Retries after a pause instead of waiting for events: the watch is edge-triggered and reports
+    /// nothing for connections that are already in the backlog.
     void pauseAccepting(std::error_code error)
     {
         const auto now = std::chrono::steady_clock::now();
@@ -236,7 +237,7 @@ private:
         registration_.reset();
         traffic_.reset();
         timer_.cancel();
-        // Its captures may hold the owner.
+        // Its captures may own the listener.
         connectionHandler_ = nullptr;
     }
 
@@ -249,7 +250,7 @@ private:
     }
 
     const std::shared_ptr<TcpContext> context_;
-    std::unique_ptr<Socket> socket_; ///< none once the port is closed
+    std::unique_ptr<Socket> socket_; ///< null after the port was closed
     const std::uint16_t port_;
     Timer timer_;
     std::shared_ptr<DispatchQueue> queue_;
@@ -257,7 +258,7 @@ private:
     Listener::NewConnectionHandler connectionHandler_;
     Listener::StateUpdateHandler stateHandler_;
     std::unique_ptr<DnsSd::Ask> registration_;
-    std::shared_ptr<TrafficCounter> traffic_; ///< none before the start and once it is closed
+    std::shared_ptr<TrafficCounter> traffic_; ///< null before `start` and after `close`
     std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
     bool isCancelled_ = false;
     bool hasFailed_ = false;

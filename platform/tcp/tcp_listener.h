@@ -10,12 +10,12 @@
 
 namespace quillbox {
 
-/// Opens the port at once; connections queue up there until the listener is started. On failure
-/// gives nothing and sets `error`.
+/// Opens the port at once; connections wait in the backlog until the listener is started. On
+/// failure returns null and sets `error`.
 ///
-/// Without a service it is ready as soon as it is started. An error of accepting never ends it: out
-/// of descriptors or memory it pauses, until a connection of this program has closed or a fifth of
-/// a second has passed, which it says on standard error once an episode.
+/// A listener without a service is ready as soon as it is started. An error of accept(2) never ends
+/// it: when out of file descriptors or memory, it pauses for 200 ms, or until a connection of this
+/// program is closed, and reports this on standard error once per episode.
 std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
                                           const TcpParameters& parameters, std::uint16_t port,
                                           std::error_code& error);

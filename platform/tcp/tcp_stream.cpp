@@ -9,7 +9,7 @@ namespace quillbox {
 
 namespace {
 
-/// With fewer bytes, copying them costs less than the pipe does.
+/// Fewer bytes are cheaper to copy than to move through a pipe.
 constexpr std::size_t kLeastForPipe = 64UL * 1024;
 
 std::error_code canceled()
@@ -19,9 +19,9 @@ std::error_code canceled()
 
 } // namespace
 
-/// What a pending wait holds of its stream. A wait that is destroyed without being told, as all are
-/// when the pool is shut down, takes what was pending with it: completions usually hold their
-/// connection, and with it the stream that holds them.
+/// A pending wait's reference to its stream. If the wait is destroyed without being called, as at
+/// the shutdown of the pool, it drops the pending operations of the stream. This breaks a reference
+/// cycle: completions usually own their connection, and thereby the stream that stores them.
 class TcpStream::Waiting final {
 public:
     explicit Waiting(std::shared_ptr<TcpStream> stream) : stream_(std::move(stream)) {}
@@ -36,7 +36,7 @@ public:
     Waiting& operator=(const Waiting&) = delete;
     Waiting& operator=(Waiting&&) = delete;
 
-    /// The wait is over.
+    /// Called when the wait is over.
     std::shared_ptr<TcpStream> end() { return std::move(stream_); }
 
 private:
@@ -59,7 +59,7 @@ void TcpStream::open(FailureHandler failed)
         const auto self = weak.lock();
         if (!self || !self->socket_)
             return;
-        // The error itself stays with the socket, for whoever reads or writes next.
+        // The error itself stays in the socket for the next read or write.
         self->noteFailure({});
         self->settleFailure();
     });
@@ -109,15 +109,15 @@ void TcpStream::tryReceive(Delivery delivery)
     }
 }
 
-/// Finds room for what there is to read, or ends the receive without: where a pipe takes the bytes,
-/// no buffer is needed. Only a stream that has filled its last one is asked how much there is; for
-/// the small messages of all others that question would be a third of the work.
+/// Borrows a buffer for the available data. Returns false if a pipe took the data instead, which
+/// completes the receive. The amount of available data is queried only if the last receive filled
+/// its buffer: for small messages this system call would be a third of the work.
 bool TcpStream::beginChunk(Delivery delivery)
 {
     auto wanted = std::min(ChunkPool::kSmallSize, receive_->maximum);
     if (std::exchange(isFlowing_, false)) {
         const auto available = unreadBytes(socket_->descriptor());
-        // A pipe that has got something may be full: only one more try would tell whether it is.
+        // Only if any number of bytes suffices: a pipe that contains data may already be full.
         if (available >= kLeastForPipe && receive_->minimum == 1 && receiveThroughPipe(delivery))
             return false;
         wanted = std::min(std::max(wanted, available), receive_->maximum);
@@ -126,9 +126,9 @@ bool TcpStream::beginChunk(Delivery delivery)
     return true;
 }
 
-/// Whether a pipe took bytes. Where it took none there are some all the same, or an end: urgent
-/// data (RFC 6093) never goes into a pipe, and the kernel tells of it as of the end of what there
-/// is, or of the stream. Only a read knows.
+/// Returns whether bytes were moved into a pipe. If not, a read is needed to find out why: urgent
+/// data (RFC 6093) cannot be spliced, and splice(2) reports it like an empty socket or the end of
+/// the stream.
 bool TcpStream::receiveThroughPipe(Delivery delivery)
 {
     auto chunk = context_->pipes->borrow();
@@ -146,7 +146,7 @@ bool TcpStream::receiveThroughPipe(Delivery delivery)
     return true;
 }
 
-/// Nothing came: waits, or ends the receive.
+/// Handles a read without data: waits, or ends the receive.
 void TcpStream::handleShortfall(const Transfer& transfer, Delivery delivery)
 {
     if (transfer.wouldBlock()) {
@@ -155,14 +155,14 @@ void TcpStream::handleShortfall(const Transfer& transfer, Delivery delivery)
     }
     if (transfer.error)
         noteFailure(transfer.error);
-    // After an error the kernel tells the end of the stream, which it is not.
+    // After it has reported an error, the kernel reports the end of the stream, which is wrong.
     hasEnded_ = !error_;
     endReceive(hasEnded_, error_, delivery);
 }
 
 void TcpStream::waitToReceive()
 {
-    // An idle connection holds no buffer.
+    // An idle connection does not occupy a buffer.
     if (receive_->chunk && receive_->chunk->size() == 0)
         receive_->chunk.reset();
     socket_->waitReadable(
@@ -235,7 +235,7 @@ void TcpStream::trySend(Delivery delivery)
 
 void TcpStream::endSend(std::error_code error, Delivery delivery)
 {
-    // The content goes before the completion runs, which may receive the next one.
+    // Releases the content before the completion runs, which may receive the next one.
     auto completion = std::move(send_->completion);
     send_.reset();
     deliver(delivery, [completion = std::move(completion), error] { completion(error); });
@@ -243,7 +243,7 @@ void TcpStream::endSend(std::error_code error, Delivery delivery)
 
 void TcpStream::dropPending()
 {
-    // Moved out first: they may drop the last reference to the connection.
+    // Moved out first: destroying them may drop the last reference to the connection.
     const auto receive = std::exchange(receive_, std::nullopt);
     const auto send = std::exchange(send_, std::nullopt);
 }
@@ -273,7 +273,7 @@ void TcpStream::noteFailure(std::error_code error)
         error_ = error;
 }
 
-/// Tells the failure as soon as no completion is left to bring it, and nothing to be read.
+/// Reports the failure once there is no pending operation to report it and no data left to read.
 void TcpStream::settleFailure()
 {
     if (!hasFailed_ || hasToldFailure_ || !socket_ || receive_ || send_ || hasMoreToRead())
@@ -306,7 +306,7 @@ void TcpStream::close()
     if (send_)
         endSend(canceled(), Delivery::Posted);
     session_.reset();
-    // After the end of the peer's stream there is no input that could be left unread.
+    // After the end of the peer's stream there is no unread input that could cause a reset.
     closeGently(context_, std::move(socket_), std::move(unsent), hasSent_ && !hasEnded_);
 }
 

@@ -17,38 +17,40 @@
 
 namespace quillbox {
 
-/// The bytes of one connected socket, both ways: `receive` and `send` as `Connection` promises
-/// them, and the news that the connection has failed. All of it on one strand. Pending operations
-/// keep the stream alive, until `close` ends them.
+/// Reads and writes a connected socket: `receive` and `send` with the semantics of `Connection`,
+/// and a report when the connection fails. Used on one strand. Pending operations keep the stream
+/// alive until `close` ends them.
 ///
-/// A peer's reset leaves readable what had arrived before it. A reader that has begun gets all of
-/// that before it hears of the failure; what is sent meanwhile is dropped, as the network would. A
-/// connection of which nothing was ever read fails at once.
+/// After a reset by the peer, data that arrived before it can still be read. Once `receive` has
+/// been called, the failure is reported only after all of this data was read; data sent meanwhile
+/// is dropped, as the network would do. If `receive` was never called, the failure is reported at
+/// once.
 class TcpStream final : public std::enable_shared_from_this<TcpStream> {
 public:
     using FailureHandler = std::function<void(std::error_code)>;
 
-    /// `session` counts what is carried until it is closed; none for what is not counted.
+    /// `session` counts the traffic until the stream is closed; null if it is not to be counted.
     TcpStream(std::shared_ptr<TcpContext> context, Strand strand, std::unique_ptr<Socket> socket,
               std::unique_ptr<CountedSession> session);
 
     TcpStream(const TcpStream&) = delete;
     TcpStream& operator=(const TcpStream&) = delete;
 
-    /// Starts to watch for failure. `failed` is called at most once, after the completions that the
-    /// failure ended, and not after `close`.
+    /// Starts watching for failure. `failed` is called at most once, after the completions that get
+    /// the error, and not after `close`.
     void open(FailureHandler failed);
 
     void receive(std::size_t minimum, std::size_t maximum,
                  Connection::ReceiveCompletion completion);
     void send(Content content, Connection::SendCompletion completion);
 
-    /// Ends what is pending with an error, and closes the socket gently.
+    /// Completes pending operations with an error and closes the socket by `closeGently`.
     void close();
 
 private:
-    /// Completions never run inside the call that they were handed to, so that call has them
-    /// posted; later they run where the event is, which saves a turn of the queue for each chunk.
+    /// A completion never runs inside the `receive` or `send` that it was passed to: if the result
+    /// is available there, it is posted. In the handler of a later event it is called directly,
+    /// which saves going through the queue for each chunk.
     enum class Delivery { Posted, Direct };
 
     class Waiting;
@@ -57,8 +59,8 @@ private:
         std::size_t minimum;
         std::size_t maximum;
         Connection::ReceiveCompletion completion;
-        std::unique_ptr<PipedChunk> piped; ///< once a pipe took what arrived
-        std::unique_ptr<Chunk> chunk;      ///< once something arrived, when that is not enough yet
+        std::unique_ptr<PipedChunk> piped; ///< the received data, if it is in a pipe
+        std::unique_ptr<Chunk> chunk;      ///< otherwise the buffer being filled
     };
 
     struct Send {
@@ -83,21 +85,20 @@ private:
 
     const std::shared_ptr<TcpContext> context_;
     const Strand strand_;
-    std::unique_ptr<Socket> socket_; ///< none once it is closed
-    std::unique_ptr<CountedSession>
-        session_;           ///< none once it is closed, and for what is not counted
-    FailureHandler failed_; ///< none once it was called, and once closed
+    std::unique_ptr<Socket> socket_;          ///< null after `close`
+    std::unique_ptr<CountedSession> session_; ///< null after `close` and if not counted
+    FailureHandler failed_;                   ///< null after it was called and after `close`
     std::optional<Receive> receive_;
     std::optional<Send> send_;
-    std::error_code error_; ///< the first one: the kernel tells each only once
+    std::error_code error_; ///< the first one: the kernel reports each error only once
     bool hasFailed_ = false;
     bool hasToldFailure_ = false;
-    bool hasEnded_ = false; ///< the peer's side is over
-    /// Nothing is left to read of what was there when the socket told its last news. At the
-    /// beginning there may be something, but then that is news.
+    bool hasEnded_ = false; ///< the peer's stream has ended
+    /// The last read returned less than requested, so the next one waits for an event first (the
+    /// watch is edge-triggered). True initially: data that is already there causes an event.
     bool isDrained_ = true;
-    bool isFlowing_ = false; ///< the last receive filled what it had: there may be much more
-    bool hasRead_ = false;   ///< a reader has begun
+    bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
+    bool hasRead_ = false;   ///< `receive` was called
     bool hasSent_ = false;
 };
 

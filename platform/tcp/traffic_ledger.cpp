@@ -6,7 +6,7 @@ namespace quillbox {
 
 namespace {
 
-// Each number stands for itself: no other memory is read by what it says.
+// The counters are independent: no access to other memory is synchronized by them.
 constexpr auto kOrder = std::memory_order_relaxed;
 
 } // namespace

@@ -12,13 +12,13 @@
 
 namespace quillbox {
 
-/// Counts the traffic of one listener, and of all listeners along with it. Thread-safe, and cheap
-/// enough for every chunk.
+/// Counts the traffic of one listener, and adds it to a total. Thread-safe, and cheap enough to be
+/// called for every chunk.
 class TrafficCounter final {
 public:
     TrafficCounter() = default;
 
-    /// What is counted here is counted in `sum` as well.
+    /// Everything counted here is counted in `sum` as well.
     explicit TrafficCounter(std::shared_ptr<TrafficCounter> sum) : sum_(std::move(sum)) {}
 
     TrafficCounter(const TrafficCounter&) = delete;
@@ -29,7 +29,7 @@ public:
     void noteReceived(std::size_t bytes);
     void noteSent(std::size_t bytes);
 
-    /// The numbers of one moment each, not all of the same one.
+    /// Each number is current, but they are not one consistent snapshot.
     Traffic traffic() const;
 
 private:
@@ -51,7 +51,7 @@ private:
     Counts counts_;
 };
 
-/// One accepted connection, counted as open while this lives.
+/// An accepted connection, counted as open during the lifetime of this object.
 class CountedSession final {
 public:
     explicit CountedSession(std::shared_ptr<TrafficCounter> counter) : counter_(std::move(counter))
@@ -70,11 +70,11 @@ private:
     const std::shared_ptr<TrafficCounter> counter_;
 };
 
-/// Knows the counters of the listeners that are open, and the sum of all that ever were.
-/// Thread-safe.
+/// The counters of all open listeners, and the total of all listeners so far. Thread-safe.
 class TrafficLedger final {
 public:
-    /// A counter for a listener of that name. It is in the report for as long as somebody holds it.
+    /// Returns a counter for a listener of that name. It is part of the report as long as there are
+    /// references to it.
     std::shared_ptr<TrafficCounter> add(std::string name);
 
     TrafficReport report() const;
@@ -87,7 +87,7 @@ private:
 
     const std::shared_ptr<TrafficCounter> sum_ = std::make_shared<TrafficCounter>();
     mutable std::mutex mutex_;
-    std::vector<Entry> entries_; ///< in the order in which they came
+    std::vector<Entry> entries_; ///< in the order in which they were added
 };
 
 } // namespace quillbox

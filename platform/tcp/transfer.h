@@ -8,7 +8,7 @@
 
 namespace quillbox {
 
-/// What a call moved, or why it did not. No bytes and no error is the end of the stream.
+/// The number of bytes that a call moved, or its error. No bytes and no error: end of the stream.
 struct Transfer {
     std::size_t count = 0;
     std::error_code error;
@@ -17,7 +17,7 @@ struct Transfer {
     bool isEnd() const { return count == 0 && !error; }
 };
 
-/// Makes a system call that gives a count or -1, anew for as long as signals interrupt it.
+/// Makes a system call that returns a count or -1, and repeats it while a signal interrupts it.
 template <typename Call> Transfer uninterrupted(Call call)
 {
     ssize_t result = 0;

@@ -28,7 +28,7 @@ Transfer Unsent::sendSome(int socket, ChunkPool& chunks)
     return moved;
 }
 
-/// Gives an error, and no rest, where not all of it comes out.
+/// Returns an error, and leaves `rest_` null, unless all remaining bytes can be read.
 Transfer Unsent::takeRest(ChunkPool& chunks)
 {
     auto rest = piped_->takeRest(chunks);

@@ -11,13 +11,13 @@ namespace quillbox {
 
 class PipedChunk;
 
-/// A content on its way into a socket, in memory or in a pipe.
+/// A content that is being sent, in memory or in a pipe.
 class Unsent final {
 public:
     Unsent() = default;
     explicit Unsent(Content content);
 
-    /// Whether the content is one that can be sent: bytes in memory, or a chunk of this backend.
+    /// Whether the content can be sent: bytes in memory, or a piped chunk of this backend.
     bool isSendable() const
     {
         return piped_ != nullptr || content_.bytes().size() == content_.size();
@@ -25,21 +25,21 @@ public:
 
     bool isNothing() const { return sent_ == content_.size(); }
 
-    /// The bytes that have been sent.
+    /// The number of bytes sent so far.
     std::size_t sentCount() const { return sent_; }
 
-    /// Sends what the socket takes at once. Where the system does not move bytes from a pipe into
-    /// this socket, the rest goes by way of memory, and of `chunks`.
+    /// Sends as much as the socket accepts without blocking. If the system cannot splice from the
+    /// pipe to this socket, the rest is copied to memory, in a buffer from `chunks`.
     Transfer sendSome(int socket, ChunkPool& chunks);
 
 private:
     Transfer takeRest(ChunkPool& chunks);
 
     Content content_;
-    PipedChunk* piped_ = nullptr; ///< the content's, if it is one
+    PipedChunk* piped_ = nullptr; ///< the storage of the content if it is in a pipe
     std::size_t sent_ = 0;
-    std::unique_ptr<Chunk> rest_; ///< what came out of the pipe again
-    std::size_t restBegin_ = 0;   ///< where in the content that begins
+    std::unique_ptr<Chunk> rest_; ///< the rest of the content, if copied from the pipe to memory
+    std::size_t restBegin_ = 0;   ///< the offset of `rest_` in the content
 };
 
 } // namespace quillbox

@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kPatience{500};
 
-/// The next event of a property; none when it does not come in time.
+/// The next PropertyNotify event; null if it does not arrive in time.
 std::unique_ptr<xcb_property_notify_event_t, Free> propertyEvent(xcb_connection_t* connection)
 {
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
@@ -59,8 +59,8 @@ std::uint32_t serverTime()
     const Connection connection(xcb_connect(nullptr, &screenNumber));
     if (xcb_connection_has_error(connection.get()) != 0)
         return XCB_CURRENT_TIME;
-    // Each change of a property is reported with its time, even one that adds nothing (ICCCM,
-    // section 2.1).
+    // Every change of a property causes an event with a timestamp, even appending zero bytes
+    // (ICCCM, section 2.1).
     const std::uint32_t window = xcb_generate_id(connection.get());
     const std::uint32_t events = XCB_EVENT_MASK_PROPERTY_CHANGE;
     xcb_create_window(connection.get(), XCB_COPY_FROM_PARENT, window,

@@ -13,7 +13,7 @@ struct Free {
     void operator()(void* memory) const { std::free(memory); }
 };
 
-/// What the X library gives is freed by the caller.
+/// Takes ownership of a reply or event from libxcb, which the caller has to free.
 template <typename Reply> std::unique_ptr<Reply, Free> owned(Reply* reply)
 {
     return std::unique_ptr<Reply, Free>(reply);
@@ -25,14 +25,15 @@ struct Disconnect {
 
 using Connection = std::unique_ptr<xcb_connection_t, Disconnect>;
 
-/// The number that stands for a name; none of a broken connection.
+/// The atom for a name; XCB_ATOM_NONE if the connection is broken.
 std::uint32_t atom(xcb_connection_t* connection, std::string_view name);
 
-/// The root window of a screen; none when there is no such screen.
+/// The root window of a screen; XCB_WINDOW_NONE if there is no such screen.
 std::uint32_t rootWindow(xcb_connection_t* connection, int screenNumber);
 
-/// What time it is for the X server of this process's display, which is newer than any event. It is
-/// asked on a connection of its own. XCB_CURRENT_TIME when it does not answer in half a second.
+/// The current time of the X server of this process's display, later than that of any event so far.
+/// Uses a separate connection. XCB_CURRENT_TIME if it fails or the time does not arrive within half
+/// a second.
 std::uint32_t serverTime();
 
 } // namespace quillbox::x11
