@@ -1,4 +1,4 @@
-# What every target of ours that uses Qt is compiled with, over the general options.
+# Options for all targets that use Qt, in addition to the general ones.
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Svg Widgets)
 
 add_library(quillbox_qt INTERFACE)
