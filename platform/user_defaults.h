@@ -7,7 +7,7 @@ namespace quillbox {
 
 /// The typed settings store of this application. Used on the main thread.
 ///
-/// Reading never fails: a value that is missing or of another type is none. Later reads see a
+/// Reading never fails: a value that is missing or of another type reads as none. Later reads see a
 /// written value immediately; it is saved to disk asynchronously. If saving fails, this is reported
 /// on standard error and the stored file stays intact.
 class UserDefaults {
