@@ -20,7 +20,7 @@ DeviceStory::DeviceStory(Log& discoveryLog, std::string serviceType)
 void DeviceStory::noteState(Browser::State state, std::error_code error)
 {
     if (state == Browser::State::Ready)
-        tell([] { return "browses"; });
+        tell([] { return "browsing"; });
     else if (state == Browser::State::Waiting)
         tell([&] { return "cannot browse at present: " + error.message(); });
     else if (state == Browser::State::Failed)
@@ -39,7 +39,7 @@ void DeviceStory::noteDevices(const std::vector<DiscoveredDevice>& devices, std:
         const bool isGone = !names.contains(entry.first);
         if (isGone)
             tell([&] {
-                return inDoubleQuotes(entry.first) + " is gone, after "
+                return inDoubleQuotes(entry.first) + " has disappeared after "
                        + durationText(now - entry.second);
             });
         return isGone;
@@ -50,7 +50,7 @@ void DeviceStory::noteDevices(const std::vector<DiscoveredDevice>& devices, std:
     }
     if (services > devices.size())
         tell([&] {
-            return "services that are no Quillbox: " + std::to_string(services - devices.size());
+            return "other services of this type: " + std::to_string(services - devices.size());
         });
 }
 

@@ -11,8 +11,8 @@
 
 namespace quillbox {
 
-/// Tells the log which devices of a type appear and go, one line each, and how browsing does. Costs
-/// nothing while nobody listens. Lives on one queue. The log outlives it.
+/// Logs which devices of a type appear and disappear, one line each, and the state of browsing.
+/// Does nothing while the log category is off. Used on one queue. The log outlives it.
 class DeviceStory final {
 public:
     DeviceStory(Log& discoveryLog, std::string serviceType);
@@ -22,7 +22,7 @@ public:
 
     void noteState(Browser::State state, std::error_code error);
 
-    /// `devices` are all that there are now, of so many services of the type.
+    /// `devices` is the complete current list; `services` counts all services of the type.
     void noteDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services);
 
 private:
@@ -30,7 +30,7 @@ private:
 
     Log& log;
     const std::string type;
-    std::map<std::string, Log::Clock::time_point> present; ///< since when
+    std::map<std::string, Log::Clock::time_point> present; ///< the names, and since when
 };
 
 } // namespace quillbox

@@ -6,10 +6,10 @@
 
 namespace quillbox {
 
-/// A phone's service as discovery found it.
+/// A service of a phone found by discovery.
 struct DiscoveredDevice {
-    Endpoint endpoint; ///< always a service, as the browser delivered it
-    std::string name;  ///< the instance name, verbatim
+    Endpoint endpoint; ///< always a service, exactly as delivered by the browser
+    std::string name;  ///< the instance name, unchanged
 
     bool operator==(const DiscoveredDevice&) const = default;
 };

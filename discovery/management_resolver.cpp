@@ -62,7 +62,7 @@ void ManagementResolver::netServiceDidResolveAddress()
             break;
     }
     detach();
-    // A copy: the owner drops the resolver from inside it.
+    // A copy: the callback may destroy the resolver.
     const auto callback = completed;
     callback(url);
 }

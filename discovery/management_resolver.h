@@ -10,11 +10,11 @@
 
 namespace quillbox {
 
-/// Turns a discovered web-management service into the URL of the phone's management page: "https"
-/// to its numeric address (IPv4 before IPv6), its port, path "/".
+/// Resolves a discovered web-management service to the URL of the phone's management page: scheme
+/// "https", numeric address (IPv4 before IPv6), port, path "/".
 ///
-/// Belongs to the main thread. Reports once through `completed`, and not at all after `cancel`; the
-/// owner keeps it until then. `completed` may drop the resolver.
+/// Used on the main thread. Calls `completed` once, and not after `cancel`; the owner keeps the
+/// resolver until then. `completed` may destroy the resolver.
 class ManagementResolver final : public std::enable_shared_from_this<ManagementResolver> {
 public:
     using Completed = std::function<void(const std::optional<std::string>& url)>;
@@ -24,8 +24,8 @@ public:
     ManagementResolver(const ManagementResolver&) = delete;
     ManagementResolver& operator=(const ManagementResolver&) = delete;
 
-    /// Resolves for 6 seconds at the most. For an endpoint that is no service it reports none at
-    /// once, inside this call.
+    /// Resolves for at most 6 seconds. If the endpoint is not a service, calls `completed` without
+    /// a URL inside this call.
     void start();
 
     void cancel();

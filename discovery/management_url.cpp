@@ -25,7 +25,7 @@ bool isIPv4(const SocketAddress& address)
 
 std::optional<std::string> numericHost(const SocketAddress& address)
 {
-    // A copy of the largest layout, so that short or misaligned bytes are never read as more.
+    // A copy of maximum size and correct alignment, since the bytes may be short or misaligned.
     sockaddr_storage storage{};
     if (address.empty() || address.size() > sizeof storage)
         return std::nullopt;
@@ -39,7 +39,7 @@ std::optional<std::string> numericHost(const SocketAddress& address)
     return std::string(host.data());
 }
 
-/// The zone is an interface name, and those may hold almost any byte.
+/// Needed for the zone: an interface name, which may contain almost any byte.
 std::string percentEncoded(std::string_view text)
 {
     constexpr std::string_view kDigits = "0123456789ABCDEF";

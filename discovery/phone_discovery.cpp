@@ -99,7 +99,7 @@ void PhoneDiscovery::deliver(std::vector<DiscoveredDevice> devices)
         const auto self = weak.lock();
         if (!self)
             return;
-        // A copy: the owner may replace the callback from inside it.
+        // A copy: the callback may replace itself.
         if (const auto callback = self->resultChanged)
             callback(devices);
     });

@@ -13,24 +13,23 @@
 
 namespace quillbox {
 
-/// The type of the phones' file service.
+/// The DNS-SD type of the phones' file service.
 inline constexpr const char* kFileServiceType = "_quillbox._tcp";
 
-/// Whether a service of that instance name is one of the product's: "Quillbox", or "Quillbox " and
-/// more.
+/// Whether an instance name is "Quillbox" or begins with "Quillbox ".
 bool isNamedAfterProduct(const std::string& name);
 
 /// Browses for one service type and reports, on the main thread, the complete list of the services
 /// that are named after the product. The list is sorted by name in code-point order; equal names
 /// keep the browser's order.
 ///
-/// Belongs to the main thread. The owner calls `stop` before it drops the object.
+/// Used on the main thread. The owner calls `stop` before it releases the object.
 class PhoneDiscovery final : public std::enable_shared_from_this<PhoneDiscovery> {
 public:
     using ResultChanged = std::function<void(const std::vector<DiscoveredDevice>&)>;
 
-    /// `bundleIdentifier` prefixes the label of the queue. The references outlive the object.
-    /// Nothing is browsed before `start`.
+    /// `bundleIdentifier` is the prefix of the queue's label. The references outlive the object.
+    /// Browsing begins with `start`.
     static std::shared_ptr<PhoneDiscovery> make(Dispatch& dispatch, Network& network, Log& log,
                                                 const std::string& bundleIdentifier,
                                                 std::string type);
@@ -38,13 +37,13 @@ public:
     PhoneDiscovery(const PhoneDiscovery&) = delete;
     PhoneDiscovery& operator=(const PhoneDiscovery&) = delete;
 
-    /// Set before `start`. A browser that fails gives one empty list.
+    /// Set before `start`. If the browser fails, it is called once with an empty list.
     ResultChanged resultChanged;
 
-    /// Begins to browse, or begins afresh.
+    /// Starts or restarts browsing.
     void start();
 
-    /// Ends browsing. A report that is already under way is still delivered.
+    /// Stops browsing. A report that is already queued is still delivered.
     void stop();
 
 private:
@@ -58,7 +57,7 @@ private:
     const std::string serviceType;
     const std::shared_ptr<DispatchQueue> queue;
     std::shared_ptr<Browser> browser;
-    DeviceStory story; ///< on the browser's queue
+    DeviceStory story; ///< used on the browser's queue
 };
 
 } // namespace quillbox

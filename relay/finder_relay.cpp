@@ -43,7 +43,7 @@ void FinderRelay::start(const Endpoint& target, const std::string& /*targetDescr
 
 void FinderRelay::stop()
 {
-    // Holds the relay, so that an owner that drops it right away still gets a complete stop.
+    // Keeps the relay alive, so that it stops completely even if the owner releases it right away.
     queue->async([self = shared_from_this()] { self->stopOnQueue(); });
 }
 
@@ -52,14 +52,14 @@ void FinderRelay::startOnQueue(const Endpoint& target, const std::string& finder
     stopOnQueue();
     advertisedName = finderName;
     startOfListener = log.now();
-    tell([] { return "starts"; });
+    tell([] { return "starting"; });
 
     TcpParameters parameters;
     parameters.allowLocalEndpointReuse = true;
     std::error_code error;
     const auto made = network.makeListener(parameters, kAnyPort, error);
     if (!made) {
-        tell([&] { return "no port to listen on: " + error.message(); });
+        tell([&] { return "cannot open a listening port: " + error.message(); });
         report(false, "Could not start Finder service: " + error.message());
         return;
     }
@@ -84,7 +84,7 @@ void FinderRelay::stopOnQueue()
 {
     if (listener) {
         tell([&] {
-            return "stops after " + durationText(log.now() - startOfListener)
+            return "stopping after " + durationText(log.now() - startOfListener)
                    + "; sessions: " + std::to_string(sessions.size());
         });
         listener->cancel();
@@ -104,7 +104,7 @@ void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint&
         opened = story->watch(SessionStory::Side::Phone, std::move(opened));
     }
     auto session = std::make_shared<RelaySession>(std::move(connection), std::move(opened));
-    // The session is still in use while it ends, so it leaves the table in a later turn.
+    // The session is still in use inside `onEnd`, so it is removed asynchronously.
     session->onEnd = [weak = weak_from_this(), identifier, story] {
         if (story)
             story->end();
@@ -123,7 +123,7 @@ void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint&
 void FinderRelay::listenerChanged(const std::weak_ptr<Listener>& reporting, Listener::State state,
                                   std::error_code error, const std::string& finderName)
 {
-    // Late reports of a listener that a restart or a stop has replaced are not ours any more.
+    // Ignores late reports of a listener that was stopped or replaced.
     const auto reporter = reporting.lock();
     if (!reporter || reporter != listener)
         return;
@@ -145,7 +145,7 @@ void FinderRelay::report(bool ready, const std::string& text)
         const auto self = weak.lock();
         if (!self)
             return;
-        // A copy: the owner may replace the callback, or drop the relay, from inside it.
+        // A copy: the callback may replace itself or release the relay.
         if (const auto callback = self->statusChanged)
             callback(ready, text);
     });

@@ -15,33 +15,32 @@
 namespace quillbox {
 
 /// Makes one phone appear in the file browser: a listener on a free port, advertised as `_smb._tcp`
-/// under a Finder name, and a `RelaySession` to one fixed target for each connection that arrives.
+/// under a Finder name, and for each incoming connection a `RelaySession` to a fixed target.
 ///
-/// `start` and `stop` may be called from any thread, return at once and take effect in the order of
-/// the calls. The owner calls `stop` before it drops the relay; work that is on the queue keeps the
-/// relay alive until it has run.
+/// `start` and `stop` may be called on any thread, return at once, and take effect in the order of
+/// the calls. The owner calls `stop` before it releases the relay; pending work on the queue keeps
+/// the relay alive.
 class FinderRelay final : public std::enable_shared_from_this<FinderRelay> {
 public:
-    /// A status report: whether the relay is visible, and a text for the user.
+    /// Reports whether the relay is visible, and a text for the user.
     using StatusChanged = std::function<void(bool ready, const std::string& text)>;
 
-    /// `bundleIdentifier` prefixes the label of the relay's queue. The references outlive the
-    /// relay.
+    /// `bundleIdentifier` is the prefix of the queue's label. The references outlive the relay.
     static std::shared_ptr<FinderRelay> make(Dispatch& dispatch, Network& network, Log& log,
                                              const std::string& bundleIdentifier);
 
     FinderRelay(const FinderRelay&) = delete;
     FinderRelay& operator=(const FinderRelay&) = delete;
 
-    /// Belongs to the main thread, where it is called; set before `start`, replaced at any time.
+    /// Called on the main thread. Set there before `start`; may be replaced at any time.
     StatusChanged statusChanged;
 
-    /// Relays to `target` under `finderName`. On a running relay it starts afresh: the listener and
-    /// the sessions of before end first. `targetDescription` is not used.
+    /// Relays to `target` under `finderName`. Restarts a running relay: its listener and sessions
+    /// end first. `targetDescription` is ignored.
     void start(const Endpoint& target, const std::string& targetDescription,
                const std::string& finderName);
 
-    /// Ends the listener and all sessions. Reports nothing.
+    /// Ends the listener and all sessions, without a report.
     void stop();
 
 private:
@@ -61,7 +60,7 @@ private:
     const std::shared_ptr<DispatchQueue> mainQueue;
     const std::shared_ptr<DispatchQueue> queue;
     std::shared_ptr<Listener> listener;
-    std::string advertisedName; ///< of the listener; for the log
+    std::string advertisedName; ///< the Finder name, for the log
     Log::Clock::time_point startOfListener;
     std::map<Uuid, std::shared_ptr<RelaySession>> sessions;
 };

@@ -38,7 +38,7 @@ void RelaySession::start(const std::shared_ptr<DispatchQueue>& queue)
 void RelaySession::pump(const std::shared_ptr<Connection>& source,
                         const std::shared_ptr<Connection>& sink)
 {
-    // The completion holds the connections, but not the session: dropping it stops the chain.
+    // The completion owns the connections, but not the session: destroying it ends the loop.
     source->receive(1, kMaximumContentSize,
                     [weak = weak_from_this(), source, sink](Content content, bool isComplete,
                                                             std::error_code error) {
@@ -60,8 +60,8 @@ void RelaySession::forward(const std::shared_ptr<Connection>& source,
                            const std::shared_ptr<Connection>& sink, Content content,
                            bool isComplete)
 {
-    // One chunk in flight a direction: the next is read once this one has been taken, so the slower
-    // side slows the faster one down.
+    // Backpressure: the next chunk is read only after this one has been sent, so there is at most
+    // one chunk per direction.
     sink->send(std::move(content),
                [weak = weak_from_this(), source, sink, isComplete](std::error_code error) {
                    const auto self = weak.lock();

@@ -7,29 +7,29 @@
 
 namespace quillbox {
 
-/// Joins an accepted connection with one to the phone and copies bytes both ways until either side
+/// Joins an accepted connection with one to the phone and relays bytes both ways until either side
 /// ends; then both end. There is no half-close.
 ///
-/// The owner holds the session, and nobody else does: handlers and completions refer to it weakly,
-/// so that dropping it stops everything. It is dropped only after `finish`. All of it lives on the
-/// queue given to `start`.
+/// Only the owner keeps the session alive: handlers and completions have weak references to it, so
+/// destroying it stops relaying. It is destroyed only after `finish`. Used on the queue passed to
+/// `start`.
 class RelaySession final : public std::enable_shared_from_this<RelaySession> {
 public:
-    /// Neither connection has been started.
+    /// Neither connection has been started yet.
     RelaySession(std::shared_ptr<Connection> accepted, std::shared_ptr<Connection> opened);
 
     RelaySession(const RelaySession&) = delete;
     RelaySession& operator=(const RelaySession&) = delete;
 
-    /// Called once, when the session ends, on its queue; cleared then. It must not drop the session
-    /// before it returns.
+    /// Called once on the queue when the session ends, then cleared. It must not destroy the
+    /// session.
     std::function<void()> onEnd;
 
-    /// Nothing is read from `incoming` before `outgoing` is ready; until then the network holds the
-    /// file browser's bytes.
+    /// Nothing is read from `incoming` before `outgoing` is ready; until then the file browser's
+    /// bytes stay in the network buffers.
     void start(const std::shared_ptr<DispatchQueue>& queue);
 
-    /// Cancels both connections and tells `onEnd`. Idempotent.
+    /// Cancels both connections and calls `onEnd`. Idempotent.
     void finish();
 
     bool isFinished() const { return finished; }

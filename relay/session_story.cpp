@@ -91,9 +91,9 @@ std::shared_ptr<Connection> SessionStory::watch(Side side, std::shared_ptr<Conne
 
 void SessionStory::end()
 {
-    tell("ended after " + durationText(log.now() - start) + ", as "
-         + (cause.empty() ? "its relay stopped" : cause) + "; " + std::to_string(bytesToPhone)
-         + " bytes to the phone, " + std::to_string(bytesFromPhone) + " from it");
+    tell("ended after " + durationText(log.now() - start) + ": "
+         + (cause.empty() ? "the relay stopped" : cause) + "; " + std::to_string(bytesToPhone)
+         + " bytes to the phone, " + std::to_string(bytesFromPhone) + " bytes from the phone");
 }
 
 void SessionStory::tell(const std::string& text)
@@ -108,9 +108,9 @@ void SessionStory::noteState(Side side, Connection::State state, std::error_code
     if (side != Side::Phone)
         return;
     if (state == Connection::State::Preparing)
-        tell("looks for the phone");
+        tell("connecting to the phone");
     else if (state == Connection::State::Waiting)
-        tell("waits for the phone: " + error.message());
+        tell("waiting for the phone: " + error.message());
     else if (state == Connection::State::Ready)
         tell("connected to the phone after " + durationText(log.now() - start));
 }
@@ -123,11 +123,12 @@ void SessionStory::noteReceived(Side side, std::size_t bytes, bool isComplete,
         noteCause(side, error);
 }
 
-/// What follows from the first cause is none: the end of one side ends the other.
+/// Keeps only the first cause: the end of one side ends the other.
 void SessionStory::noteCause(Side side, std::error_code error)
 {
     if (cause.empty())
-        cause = nameOf(side) + (error ? " failed: " + error.message() : " closed it");
+        cause = error ? "connection to " + nameOf(side) + " failed: " + error.message()
+                      : nameOf(side) + " closed the connection";
 }
 
 } // namespace quillbox

@@ -10,26 +10,25 @@
 
 namespace quillbox {
 
-/// Tells the log of one session: when the phone answered, what it waits for, which side ended it
-/// and why, how long it took and what it carried. It looks on from between the session and its
-/// connections, and only where somebody wants to know: the road of the bytes is otherwise free of
-/// it.
+/// Logs one session: when the phone was connected, what the session waits for, which side ended it
+/// and why, its duration and byte counts. It wraps the session's connections, but only if the log
+/// category is on, so that the data path has no overhead otherwise.
 ///
-/// All of it lives on the queue of the session.
+/// Used on the queue of the session.
 class SessionStory final : public std::enable_shared_from_this<SessionStory> {
 public:
     enum class Side : std::uint8_t { FileBrowser, Phone };
 
-    /// None when nobody listens. The log outlives the story.
+    /// Null if the log category is off. The log outlives the returned object.
     static std::shared_ptr<SessionStory> begin(Log& log, const std::string& finderName);
 
     SessionStory(const SessionStory&) = delete;
     SessionStory& operator=(const SessionStory&) = delete;
 
-    /// The connection as the session is to use it. It has not been started.
+    /// Returns a wrapper for the session to use. `connection` has not been started yet.
     std::shared_ptr<Connection> watch(Side side, std::shared_ptr<Connection> connection);
 
-    /// The session has ended. Called once.
+    /// Called once, when the session has ended.
     void end();
 
 private:
@@ -45,7 +44,7 @@ private:
     Log& log;
     const std::string label;
     const Log::Clock::time_point start;
-    std::string cause; ///< empty: neither side, so far
+    std::string cause; ///< of the end; empty if neither side has caused it
     std::uint64_t bytesToPhone = 0;
     std::uint64_t bytesFromPhone = 0;
 };

@@ -207,8 +207,7 @@ private:
         const auto now = std::chrono::steady_clock::now();
         const auto before = std::exchange(lastPause_, now);
         if (!before || now - *before > kSameShortage)
-            printToStandardError("quillbox-helper: no connection can be accepted at present: "
-                                 + error.message());
+            printToStandardError("quillbox-helper: cannot accept connections: " + error.message());
         if (!std::exchange(isAwaitingClose_, true))
             context_->sockets->afterNextClose([weak = weak_from_this()] {
                 const auto self = weak.lock();

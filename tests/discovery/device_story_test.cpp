@@ -28,10 +28,11 @@ TEST_F(DeviceStoryTest, tellsEachDeviceThatAppearsAndGoesOnce)
     log.time += 1500ms;
     story.noteDevices({device("Quillbox A"), device("Quillbox B")}, 2);
     story.noteDevices({device("Quillbox B")}, 1);
-    EXPECT_THAT(log.lines,
-                ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
-                            R"(discovery: _quillbox._tcp: "Quillbox B" has appeared)",
-                            R"(discovery: _quillbox._tcp: "Quillbox A" is gone, after 1.5 s)"));
+    EXPECT_THAT(
+        log.lines,
+        ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
+                    R"(discovery: _quillbox._tcp: "Quillbox B" has appeared)",
+                    R"(discovery: _quillbox._tcp: "Quillbox A" has disappeared after 1.5 s)"));
 }
 
 TEST_F(DeviceStoryTest, countsServicesThatAreNoDevices)
@@ -39,7 +40,7 @@ TEST_F(DeviceStoryTest, countsServicesThatAreNoDevices)
     story.noteDevices({device("Quillbox A")}, 3);
     EXPECT_THAT(log.lines,
                 ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
-                            "discovery: _quillbox._tcp: services that are no Quillbox: 2"));
+                            "discovery: _quillbox._tcp: other services of this type: 2"));
 }
 
 TEST_F(DeviceStoryTest, tellsHowBrowsingDoes)
@@ -52,7 +53,7 @@ TEST_F(DeviceStoryTest, tellsHowBrowsingDoes)
     EXPECT_THAT(
         log.lines,
         ElementsAre("discovery: _quillbox._tcp: cannot browse at present: " + error.message(),
-                    "discovery: _quillbox._tcp: browses",
+                    "discovery: _quillbox._tcp: browsing",
                     "discovery: _quillbox._tcp: cannot browse: " + error.message()));
 }
 

@@ -239,7 +239,7 @@ TEST_F(PhoneDiscoveryTest, tellsItsStory)
     dispatch.runAll();
     EXPECT_THAT(story.lines,
                 ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox Office" has appeared)",
-                            "discovery: _quillbox._tcp: services that are no Quillbox: 1",
+                            "discovery: _quillbox._tcp: other services of this type: 1",
                             "discovery: _quillbox._tcp: cannot browse: "
                                 + std::make_error_code(std::errc::not_supported).message()));
 }

@@ -64,21 +64,21 @@ def test_the_story_of_a_phone_and_a_session_is_told_to_its_end(
         ("engine", f"{name} is starting"),
         ("engine", f"{name} is up, after {DURATION}"),
         ("discovery", f"_quillbox\\._tcp: {NAME} has appeared"),
-        ("relay", f"{NAME}: starts"),
-        ("advertising", f"{NAME} is being registered"),
+        ("relay", f"{NAME}: starting"),
+        ("advertising", f"{NAME} is tried"),
         ("advertising", f"{NAME} is advertised, after {DURATION}"),
         ("relay", f"{NAME}: visible after {DURATION}"),
         ("connection", f"session 1 of {NAME}: the file browser has connected"),
-        ("connection", f"session 1 of {NAME}: looks for the phone"),
+        ("connection", f"session 1 of {NAME}: connecting to the phone"),
         ("connection", f"session 1 of {NAME}: connected to the phone after {DURATION}"),
         (
             "connection",
-            f"session 1 of {NAME}: ended after {DURATION}, as the file browser closed it; "
-            "8 bytes to the phone, 7 from it",
+            f"session 1 of {NAME}: ended after {DURATION}: the file browser closed the connection; "
+            "8 bytes to the phone, 7 bytes from the phone",
         ),
-        ("discovery", f"_quillbox\\._tcp: {NAME} is gone, after {DURATION}"),
-        ("relay", f"{NAME}: stops after {DURATION}; sessions: 0"),
-        ("engine", f"{name} is stopping"),
+        ("discovery", f"_quillbox\\._tcp: {NAME} has disappeared after {DURATION}"),
+        ("relay", f"{NAME}: stopping after {DURATION}; sessions: 0"),
+        ("engine", f"{name} is not needed any more"),
     )
     assert not any(re.search(r"\d+\.\d+\.\d+\.\d+|fd77:|fe80:|\.local", text) for _, text in story)
 

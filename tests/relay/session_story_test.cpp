@@ -79,18 +79,18 @@ TEST_F(SessionStoryTest, beginsWithTheRelay)
     dispatch.runAll();
     EXPECT_THAT(
         log.lines,
-        ElementsAre(R"(relay: "Quillbox Office": starts)",
+        ElementsAre(R"(relay: "Quillbox Office": starting)",
                     R"(relay: "Quillbox Office": not advertised at present: )" + kDown.message(),
                     R"(relay: "Quillbox Office": visible after 950 ms)",
-                    R"(relay: "Quillbox Office": stops after 2.9 s; sessions: 0)"));
+                    R"(relay: "Quillbox Office": stopping after 2.9 s; sessions: 0)"));
 }
 
 TEST_F(SessionStoryTest, tellsWhyARelayDoesNotStart)
 {
     network.listenerError = kDown;
     start();
-    EXPECT_THAT(log.lines, ElementsAre(R"(relay: "Quillbox Office": starts)",
-                                       R"(relay: "Quillbox Office": no port to listen on: )"
+    EXPECT_THAT(log.lines, ElementsAre(R"(relay: "Quillbox Office": starting)",
+                                       R"(relay: "Quillbox Office": cannot open a listening port: )"
                                            + kDown.message()));
 }
 
@@ -102,7 +102,7 @@ TEST_F(SessionStoryTest, tellsWhyARelayFails)
     dispatch.runAll();
     EXPECT_THAT(log.lines,
                 ElementsAre(R"(relay: "Quillbox Office": failed: )" + kDown.message(),
-                            R"(relay: "Quillbox Office": stops after 0 ms; sessions: 0)"));
+                            R"(relay: "Quillbox Office": stopping after 0 ms; sessions: 0)"));
 }
 
 TEST_F(SessionStoryTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
@@ -115,8 +115,8 @@ TEST_F(SessionStoryTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
     phone->report(Connection::State::Ready);
     dispatch.runAll();
     const std::string session = R"(connection: session 1 of "Quillbox Office": )";
-    EXPECT_THAT(log.lines, ElementsAre(session + "looks for the phone",
-                                       session + "waits for the phone: " + kUnreachable.message(),
+    EXPECT_THAT(log.lines, ElementsAre(session + "connecting to the phone",
+                                       session + "waiting for the phone: " + kUnreachable.message(),
                                        session + "connected to the phone after 3.5 s"));
 }
 
@@ -145,8 +145,9 @@ TEST_F(SessionStoryTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
     browser->deliverNothing(true);
     dispatch.runAll();
     EXPECT_THAT(log.lines,
-                ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 1 min 5 s, )"
-                            "as the file browser closed it; 9 bytes to the phone, 15 from it"));
+                ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 1 min 5 s: )"
+                            "the file browser closed the connection; "
+                            "9 bytes to the phone, 15 bytes from the phone"));
 }
 
 TEST_F(SessionStoryTest, tellsThatThePhoneClosedItBehindItsLastBytes)
@@ -158,8 +159,9 @@ TEST_F(SessionStoryTest, tellsThatThePhoneClosedItBehindItsLastBytes)
     browser->completeSend();
     dispatch.runAll();
     EXPECT_THAT(log.lines,
-                ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 0 ms, )"
-                            "as the phone closed it; 0 bytes to the phone, 3 from it"));
+                ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 0 ms: )"
+                            "the phone closed the connection; "
+                            "0 bytes to the phone, 3 bytes from the phone"));
 }
 
 TEST_F(SessionStoryTest, tellsTheErrorOfTheSideThatFailed)
@@ -170,9 +172,10 @@ TEST_F(SessionStoryTest, tellsTheErrorOfTheSideThatFailed)
         (isOfPhone ? phone : browser)->deliverNothing(false, kReset);
         dispatch.runAll();
         ASSERT_EQ(log.lines.size(), 1U);
-        EXPECT_THAT(log.lines[0], testing::HasSubstr((isOfPhone ? "as the phone failed: "
-                                                                : "as the file browser failed: ")
-                                                     + kReset.message() + "; 0 bytes"));
+        EXPECT_THAT(log.lines[0],
+                    testing::HasSubstr((isOfPhone ? ": connection to the phone failed: "
+                                                  : ": connection to the file browser failed: ")
+                                       + kReset.message() + "; 0 bytes"));
     }
 }
 
@@ -185,8 +188,8 @@ TEST_F(SessionStoryTest, tellsTheErrorOfASend)
     phone->completeSend(kReset);
     dispatch.runAll();
     ASSERT_EQ(log.lines.size(), 1U);
-    EXPECT_THAT(log.lines[0], testing::HasSubstr("as the phone failed: " + kReset.message()
-                                                 + "; 8 bytes to the phone"));
+    EXPECT_THAT(log.lines[0], testing::HasSubstr(": connection to the phone failed: "
+                                                 + kReset.message() + "; 8 bytes to the phone"));
 }
 
 TEST_F(SessionStoryTest, tellsWhyThePhoneCannotBeReached)
@@ -195,7 +198,8 @@ TEST_F(SessionStoryTest, tellsWhyThePhoneCannotBeReached)
     phone->report(Connection::State::Failed, std::make_error_code(std::errc::connection_refused));
     dispatch.runAll();
     ASSERT_EQ(log.lines.size(), 1U);
-    EXPECT_THAT(log.lines[0], testing::HasSubstr("as the phone failed: Connection refused; 0"));
+    EXPECT_THAT(log.lines[0],
+                testing::HasSubstr(": connection to the phone failed: Connection refused; 0"));
 }
 
 TEST_F(SessionStoryTest, tellsThatTheRelayStopped)
@@ -205,9 +209,9 @@ TEST_F(SessionStoryTest, tellsThatTheRelayStopped)
     relay->stop();
     dispatch.runAll();
     EXPECT_THAT(log.lines,
-                ElementsAre(R"(relay: "Quillbox Office": stops after 0 ms; sessions: 1)",
-                            R"(connection: session 1 of "Quillbox Office": ended after 0 ms, )"
-                            "as its relay stopped; 0 bytes to the phone, 0 from it"));
+                ElementsAre(R"(relay: "Quillbox Office": stopping after 0 ms; sessions: 1)",
+                            R"(connection: session 1 of "Quillbox Office": ended after 0 ms: )"
+                            "the relay stopped; 0 bytes to the phone, 0 bytes from the phone"));
 }
 
 TEST_F(SessionStoryTest, doesNotTouchConnectionsWhileNobodyListens)
