@@ -4,9 +4,9 @@
 
 namespace quillbox {
 
-/// The permission to come to the front that the desktop gave this process when it started it
-/// (XDG_ACTIVATION_TOKEN, else DESKTOP_STARTUP_ID); empty when there is none of use. The toolkit
-/// takes it out of the environment, so this is asked before there is an application object.
+/// The activation token that the desktop passed to this process when it started it
+/// (XDG_ACTIVATION_TOKEN, else DESKTOP_STARTUP_ID); empty if there is no valid one. Call it before
+/// constructing the application object, because Qt removes the token from the environment.
 std::string activationTokenOfEnvironment();
 
 } // namespace quillbox

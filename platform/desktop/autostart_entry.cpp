@@ -19,7 +19,8 @@ namespace quillbox {
 
 namespace {
 
-/// As an argument in quotes, which the value of a key escapes once more.
+/// A quoted argument of an Exec key. Backslashes are doubled, because the escape rules of string
+/// values apply on top of the quoting.
 std::string quotedForExec(std::string_view argument)
 {
     std::string result = "\"";
@@ -50,7 +51,7 @@ AutostartResult write(const std::string& path, const std::string& text)
     const QString name = toPath(path);
     const QString folder = QFileInfo(name).path();
     if (!QDir().mkpath(folder))
-        return failure(path, "its folder cannot be made");
+        return failure(path, "its folder cannot be created");
     QSaveFile file(name);
     const auto size = static_cast<qint64>(text.size());
     if (!file.open(QIODevice::WriteOnly) || file.write(text.data(), size) != size || !file.commit())
@@ -107,12 +108,12 @@ std::optional<std::string> autostartText(const std::string& program)
 AutostartResult setAutostart(Autostart wanted, const std::string& path, const std::string& program)
 {
     if (path.empty())
-        return {.isDone = false, .text = "there is no home folder to change the autostart in"};
+        return {.isDone = false, .text = "cannot change the autostart entry: no home folder"};
     if (wanted == Autostart::Off)
         return remove(path);
     const auto text = autostartText(program);
     if (!text)
-        return failure(path, "an entry cannot name the program \"" + program + '"');
+        return failure(path, "a desktop entry cannot name the program \"" + program + '"');
     return write(path, *text);
 }
 

@@ -11,10 +11,10 @@ namespace quillbox {
 
 namespace {
 
-/// Of the programs run here none has more to say.
+/// In bytes; the rest is discarded. The programs that are run here print less.
 constexpr std::size_t kMostOutput = 65536;
 
-/// In the new process: nothing but async-signal-safe calls.
+/// Runs in the child before exec: only async-signal-safe calls.
 void prepare(const InheritedLimits& limits)
 {
     ::setsid();
@@ -38,8 +38,8 @@ Command::Command(const std::vector<std::string>& arguments, Output output,
     process.setArguments(texts);
     process.setChildProcessModifier([limits] { prepare(limits); });
     process.setStandardInputFile(QProcess::nullDevice());
-    // A file manager that is started here writes there for as long as it lives: not to a pipe of
-    // ours, which would end it when we end.
+    // Not a pipe: a file manager that is started here may outlive this process, and would then be
+    // killed by SIGPIPE.
     process.setStandardErrorFile(QProcess::nullDevice());
     if (!isCollecting)
         process.setStandardOutputFile(QProcess::nullDevice());
@@ -51,7 +51,7 @@ Command::Command(const std::vector<std::string>& arguments, Output output,
     QObject::connect(&process, &QProcess::errorOccurred, &timer,
                      [this](QProcess::ProcessError error) {
                          if (error == QProcess::FailedToStart)
-                             timer.start(0); // reported inside start()
+                             timer.start(0); // emitted inside start(): report it later
                      });
     timer.setSingleShot(true);
     QObject::connect(&timer, &QTimer::timeout, &timer, [this] { end(false); });
@@ -62,7 +62,7 @@ Command::Command(const std::vector<std::string>& arguments, Output output,
 Command::~Command()
 {
     process.disconnect();
-    // To the end of the child, which a signal that cannot be refused brings at once.
+    // Reaps the child, which SIGKILL ends at once.
     process.kill();
     process.waitForFinished();
 }

@@ -11,25 +11,26 @@
 
 namespace quillbox {
 
-/// A program that is run for what it answers: looked up in PATH, with each argument handed over as
-/// it is, in a session of its own, with the inherited limits, nothing to read, and nowhere to write
-/// but to us. Dropping it ends the program; what the program started lives on.
+/// Runs a program, looked up in PATH, for its result. The arguments are passed verbatim. The
+/// program runs in its own session, with the inherited limits, and with /dev/null for everything
+/// but a collected standard output. Destroying the command kills the program, but not the processes
+/// that the program started.
 ///
-/// Belongs to the main thread.
+/// Main thread only.
 class Command final {
 public:
     struct Result {
-        bool isSuccess = false; ///< it ran, ended by itself and returned 0
-        std::string output;     ///< of its standard output, when that was asked for
+        bool isSuccess = false; ///< it exited with status 0 within the limit
+        std::string output;     ///< its standard output, if collected
     };
 
     enum class Output { Discarded, Collected };
 
-    /// Called once, from the event loop, at the end or when `limit` is over. It may drop the
-    /// command.
+    /// Called once, from the event loop, when the program has ended or `limit` is over. It may
+    /// destroy the command.
     using Finished = std::function<void(const Result&)>;
 
-    /// Starts. `arguments` begins with the program's name.
+    /// Starts the program. `arguments` begins with its name.
     Command(const std::vector<std::string>& arguments, Output output, const InheritedLimits& limits,
             std::chrono::milliseconds limit, Finished finished);
 

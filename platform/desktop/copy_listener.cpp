@@ -22,14 +22,14 @@ using copy_protocol::kEndOfLine;
 constexpr std::size_t kLongestLine =
     copy_protocol::kLongestPrefix + RunningApplication::kLongestMessage;
 constexpr std::chrono::milliseconds kRequestLimit{2000};
-constexpr std::chrono::milliseconds kAnswerLimit{15'000}; ///< for finding one
+constexpr std::chrono::milliseconds kAnswerLimit{15'000}; ///< for the message handler
 constexpr std::chrono::milliseconds kSendLimit{5000};
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr qsizetype kMostClients = 32;
 
 } // namespace
 
-/// One connection: its line is read, its answer awaited, the answer written.
+/// One connection: reads the request line, waits for the handler's answer, and writes it.
 class CopyListener::Client final : public QObject {
 public:
     Client(FileDescriptor connection, CopyListener& owner)
@@ -67,7 +67,7 @@ private:
         if (lineEnd == std::string::npos && line.size() <= kLongestLine)
             return;
         readable.setEnabled(false);
-        // Nobody sends more than one line before the answer.
+        // A valid client sends exactly one line before it has the answer.
         if (lineEnd == std::string::npos || lineEnd + 1 != line.size()) {
             end();
             return;
@@ -76,7 +76,7 @@ private:
         take(copy_protocol::requestIn(line));
     }
 
-    /// The last thing that a client does in its turn: whoever is told may drop the listener.
+    /// Must be the caller's last step: a handler may destroy the listener and with it this client.
     void take(const std::optional<copy_protocol::Request>& request)
     {
         using Kind = copy_protocol::Request::Kind;
@@ -84,7 +84,7 @@ private:
             end();
         } else if (request->kind == Kind::Activation) {
             send(std::string(copy_protocol::kActivated));
-            // A copy, as it goes with the listener.
+            // A copy: the handler may destroy the listener, which owns the original.
             if (const auto callback = listener.handlers.activation)
                 callback(request->token);
         } else {
@@ -153,7 +153,7 @@ private:
     QSocketNotifier writable;
     QTimer limit;
     std::string line;
-    bool isAsked = false; ///< an answer is awaited
+    bool isAsked = false; ///< waiting for the handler's answer
     std::string unsent;
     std::size_t sentCount = 0;
 };
@@ -178,13 +178,14 @@ void CopyListener::accept()
     if (!isPeerOfSameUser(connection.get()))
         return;
     auto* client = new Client(std::move(connection), *this);
-    // The notifier goes before the clients, and this connection with it.
+    // With the notifier as context, since ~CopyListener destroys it before the child clients.
     connect(client, &QObject::destroyed, &notifier, [this] { notifier.setEnabled(true); });
     if (children().size() >= kMostClients)
         notifier.setEnabled(false);
 }
 
-/// Out of descriptors, most likely. The connection stays readable, so that listening on would spin.
+/// After a failed accept(), most likely for lack of file descriptors. The socket stays readable, so
+/// an enabled notifier would spin.
 void CopyListener::pause()
 {
     notifier.setEnabled(false);

@@ -10,10 +10,10 @@
 
 namespace quillbox {
 
-/// Hears what other copies of this user's have to say, on the main thread, and never waits for any
-/// of them: a line may come in pieces, and an answer go out in pieces. One who says or reads
-/// nothing for some seconds is hung up on. While many are connected the next ones wait in the
-/// socket's queue.
+/// Serves the requests of the same user's other running copies, on the main thread and without
+/// blocking: requests may arrive and answers leave in pieces. A client that takes more than some
+/// seconds to send its request or to read the answer is disconnected. While the maximum number of
+/// clients is connected, further ones wait in the socket's backlog.
 class CopyListener final : public QObject {
 public:
     struct Handlers {
@@ -21,7 +21,7 @@ public:
         RunningApplications::MessageHandler message;
     };
 
-    /// Takes the listening socket over. A handler may drop the listener.
+    /// Takes ownership of the listening socket. A handler may destroy the listener.
     CopyListener(FileDescriptor listening, Handlers whenHeard);
 
     CopyListener(const CopyListener&) = delete;

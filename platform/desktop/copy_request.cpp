@@ -23,7 +23,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kActivationLimit{1000};
 
-/// Waits for events on a descriptor; false when the time is up.
+/// Waits for events on a file descriptor; false on timeout or error.
 bool await(int descriptor, short events, Clock::time_point deadline)
 {
     pollfd waiting{descriptor, events, 0};
@@ -50,7 +50,7 @@ bool sendAll(int connection, std::string_view bytes, Clock::time_point deadline)
     return true;
 }
 
-/// One line without its end, and nothing behind it.
+/// Receives one line and returns it without its terminator; nullopt if anything follows it.
 std::optional<std::string> receiveLine(int connection, std::size_t longest,
                                        Clock::time_point deadline)
 {
@@ -81,7 +81,7 @@ void requestActivation(int connection, const std::string& token)
     if (!isPeerOfSameUser(connection))
         return;
     const auto deadline = Clock::now() + kActivationLimit;
-    // Whatever the answer is, even the end of the connection: the other copy has read the request.
+    // Any answer, even a closed connection, means that the other copy has read the request.
     if (sendAll(connection, copy_protocol::activation(token) + kEndOfLine, deadline))
         await(connection, POLLIN, deadline);
 }
@@ -105,7 +105,7 @@ FileDescriptor processBehind(int connection)
     socklen_t size = sizeof peer;
     if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0)
         return {};
-    // The header of glibc 2.36 that declares a function for it is for C only.
+    // Not pidfd_open(): the header of glibc 2.36 that declares it is for C only.
     return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
 }
 

@@ -8,23 +8,22 @@
 
 namespace quillbox {
 
-/// The side of the copy that asks. These calls wait, with a limit, and need no event loop. What
-/// belongs to another user is not spoken to.
+/// The client side of copy_protocol.h. These calls block, with a limit, and need no event loop.
+/// They send nothing to a process of another user.
 
-/// Asks the copy behind `connection` to come to the front, and waits for its answer, a second at
-/// the most. `token` is the desktop's permission; may be empty.
+/// Asks the copy at the other end to bring its window to the front, and waits for its answer for at
+/// most a second. `token` is the desktop's activation token; may be empty.
 void requestActivation(int connection, const std::string& token);
 
-/// Sends a message and gives the answer; none when it is not one line within the limit, or longer
-/// than an answer may be.
+/// Sends a message and returns the answer; nullopt if no valid answer arrives within the limit.
 std::optional<std::string> exchangeMessage(int connection, const std::string& token,
                                            const std::string& text,
                                            std::chrono::milliseconds limit);
 
-/// The process behind `connection`, to wait for its end; not open where the system does not tell.
+/// A pidfd of the process at the other end, for waitForProcess(); not open if there is none.
 FileDescriptor processBehind(int connection);
 
-/// Waits for the end of such a process; gives whether it has ended.
+/// Waits until the process behind the pidfd has ended; false on timeout.
 bool waitForProcess(int process, std::chrono::milliseconds limit);
 
 } // namespace quillbox

@@ -13,16 +13,15 @@ namespace {
 
 constexpr const char* kOpener = "xdg-open";
 
-/// An encoded URL has no other characters (RFC 3986, section 2).
+/// Whether the URL consists of printable ASCII, as any encoded URL does (RFC 3986, section 2).
 bool isEncoded(std::string_view url)
 {
     return std::all_of(url.begin(), url.end(),
                        [](char character) { return character > ' ' && character < '\x7f'; });
 }
 
-/// An https URL goes to xdg-open as it is. QDesktopServices, which would start the same program,
-/// takes a QUrl, which loses a host with an encoded blank; and the programs that it or QProcess
-/// starts cannot be given their own limits.
+/// Passes https URLs to xdg-open unchanged. QDesktopServices would start the same program, but
+/// takes a QUrl, which loses a host with an encoded blank, and cannot restore the program's limits.
 class DesktopWorkspace final : public Workspace {
 public:
     DesktopWorkspace(const InheritedLimits& inherited, SmbOpener& opener)
@@ -37,7 +36,7 @@ public:
         else if (isEncoded(url) && url.starts_with("https://"))
             openInBrowser(url);
         else
-            printToStandardError("quillbox-helper: not opened, for it is no https or smb URL: "
+            printToStandardError("quillbox-helper: not opened, neither an https nor an smb URL: "
                                  + url);
     }
 

@@ -8,8 +8,8 @@
 
 namespace quillbox {
 
-/// Opens https URLs through the desktop's handler, and smb URLs, for which no desktop of Debian has
-/// one, through `smbOpener`, which outlives it. The programs that it starts get `limits` back.
+/// Opens https URLs with the desktop's handler, and smb URLs, for which no desktop in Debian has
+/// one, with `smbOpener`, which must outlive it. Programs that it starts run with `limits`.
 std::unique_ptr<Workspace> makeDesktopWorkspace(const InheritedLimits& limits,
                                                 SmbOpener& smbOpener);
 

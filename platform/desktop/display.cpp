@@ -34,7 +34,7 @@ bool isConnectable(const std::string& path)
     return isConnected;
 }
 
-/// The same places as libwayland-client looks at.
+/// Looks in the same places as libwayland-client.
 bool isWaylandThere()
 {
     if (!qEnvironmentVariableIsEmpty("WAYLAND_SOCKET"))
@@ -65,7 +65,7 @@ bool isXThere()
     return isConnected;
 }
 
-/// `platform` is one entry of QT_QPA_PLATFORM: a name, perhaps with arguments behind a colon.
+/// `platform` is one entry of QT_QPA_PLATFORM: a name, optionally with arguments after a colon.
 bool isUsable(const QByteArray& platform)
 {
     const QByteArray name = platform.split(':').constFirst().trimmed();
@@ -75,7 +75,7 @@ bool isUsable(const QByteArray& platform)
         return isXThere();
     if (name.startsWith("wayland"))
         return isWaylandThere();
-    return true; // Whoever asks for any other one knows that it works here.
+    return true; // Cannot be probed: assume that the user who chose it knows that it works.
 }
 
 } // namespace

@@ -3,14 +3,14 @@
 namespace quillbox {
 
 enum class Display {
-    Any,     ///< what the toolkit takes by itself works
-    Wayland, ///< only Wayland answers, and the toolkit is to be told so
+    Any,     ///< the platform that Qt chooses by itself works
+    Wayland, ///< only Wayland works, and Qt must be told to use it
     None,
 };
 
-/// Whether this process can show windows. It connects to the display and leaves again: the toolkit
-/// itself would end the process when it finds none, so this is asked before there is an application
-/// object. QT_QPA_PLATFORM is respected: of the platforms named in it one must work.
+/// Whether this process can show windows: connects to the display and disconnects again. Call it
+/// before constructing the application object, because Qt aborts the process if it finds no
+/// display. QT_QPA_PLATFORM is respected: at least one of the platforms that it names must work.
 Display probeDisplay();
 
 /// Whether there is a display at all.

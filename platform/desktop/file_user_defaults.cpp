@@ -50,7 +50,7 @@ public:
         if (value.isString())
             return value.toString().toStdString();
         if (!value.isUndefined())
-            reportKind(key, "a text");
+            reportKind(key, "a string");
         return std::nullopt;
     }
 
@@ -77,7 +77,7 @@ private:
     void set(const std::string& key, const QJsonValue& value)
     {
         const QString name = keyOf(key);
-        // Nothing is changed; but an earlier value may still be on its way to the disk.
+        // An unchanged value is not written, but an earlier change may still have to be.
         if (values.value(name) != value) {
             values.insert(name, value);
             unwritten.insert(name, value);
@@ -90,8 +90,8 @@ private:
         });
     }
 
-    /// Puts what was set since the last write into the file as it is now, so that whatever else has
-    /// changed there meanwhile is kept.
+    /// Merges the values that were set since the last write into the current contents of the file,
+    /// so that other changes to the file are kept.
     void write()
     {
         isWriteAsked = false;
@@ -111,7 +111,7 @@ private:
     {
         if (reported.insert(key).second)
             printToStandardError("quillbox-helper: the setting \"" + key + "\" in " + file.path()
-                                 + " is not " + expected + " and is not used");
+                                 + " is not " + expected + " and is ignored");
     }
 
     const SettingsFile file;

@@ -8,16 +8,16 @@
 
 namespace quillbox {
 
-/// Where the settings of this application and user are: "settings.json" in the application's folder
-/// below $XDG_CONFIG_HOME, else below ".config" in the home folder. Empty when there is neither.
+/// The path of the current user's settings: "settings.json" in the application's folder below
+/// $XDG_CONFIG_HOME, else below ".config" in the home folder. Empty if there is neither.
 std::string settingsPath(const std::string& bundleIdentifier);
 
-/// The settings in the JSON file at `path`. Values that are set in one turn of the main queue are
-/// written together, at the queue's next turn; values that cannot be written are kept in memory and
-/// written with the next one. Keys that nobody sets stay in the file as they are.
+/// The settings in the JSON file at `path`. Values are written asynchronously, by a closure on the
+/// main queue, and values that are set before it runs are written together. Values that cannot be
+/// written stay in memory and are written with the next change. Keys that are not set stay in the
+/// file unchanged.
 ///
-/// What is not written yet is written when the store is destroyed. An empty path keeps everything
-/// in memory.
+/// The destructor writes pending values. With an empty path everything stays in memory.
 std::unique_ptr<UserDefaults> makeFileUserDefaults(std::string path,
                                                    std::shared_ptr<DispatchQueue> mainQueue);
 

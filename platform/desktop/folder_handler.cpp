@@ -19,7 +19,7 @@ std::string_view takeLine(std::string_view& text)
     return line;
 }
 
-/// Field codes: "%u" and "%U" stand for URLs, "%%" for a percent sign.
+/// Whether an Exec value has a field code for URLs, "%u" or "%U"; "%%" is a percent sign.
 bool takesUrls(std::string_view command)
 {
     for (auto mark = command.find('%'); mark != std::string_view::npos && mark + 1 < command.size();
@@ -30,7 +30,7 @@ bool takesUrls(std::string_view command)
     return false;
 }
 
-/// The value behind "key=" or "key ="; none when the line has another key.
+/// The value after "key=" or "key ="; nullopt if the line has another key.
 std::optional<std::string_view> valueOf(std::string_view key, std::string_view line)
 {
     if (!line.starts_with(key))
@@ -65,7 +65,7 @@ bool isForUrls(std::string_view entry)
 
 std::optional<std::string> folderHandlerIn(std::string_view output)
 {
-    // "Default application for …: org.example.Files.desktop"; other programs follow.
+    // "Default application for …: org.example.Files.desktop"; the next lines list other programs.
     const std::string_view line = takeLine(output);
     const auto colon = line.rfind(": ");
     if (colon == std::string_view::npos || !line.ends_with(kEnding))

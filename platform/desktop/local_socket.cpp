@@ -42,7 +42,7 @@ FileDescriptor listenAt(int folder, const std::string& name)
     sockaddr_un address{};
     if (!socket.isOpen() || !makeAddress(folder, name, address))
         return {};
-    // The file takes over the socket's mode.
+    // bind() creates the file with the socket's mode.
     ::fchmod(socket.get(), kSocketMode);
     if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
         || ::listen(socket.get(), kBacklog) != 0)
@@ -60,7 +60,7 @@ Reached connectTo(int folder, const std::string& name, FileDescriptor& connectio
         connection = std::move(socket);
         return Reached::Connected;
     }
-    // Only these two say that nobody is there; anything else may be a want of this process.
+    // Only these two mean that nobody listens; other errors may be a shortage in this process.
     return errno == ECONNREFUSED || errno == ENOENT ? Reached::Nobody : Reached::Busy;
 }
 

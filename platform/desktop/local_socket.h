@@ -6,20 +6,20 @@
 
 namespace quillbox {
 
-/// Local stream sockets (AF_UNIX) that are named by a folder and a file in it. The folder is given
-/// as an open descriptor, so that its path may be of any length and nobody can exchange it. All are
-/// non-blocking and are not inherited by other programs.
+/// Local stream sockets (AF_UNIX) that are addressed by a folder and a file name. The folder is an
+/// open file descriptor, so its path may be of any length and cannot be replaced in between. All
+/// sockets are non-blocking and close-on-exec.
 
-/// Makes the file and listens. Not open on failure, with the reason in errno.
+/// Creates the socket file and listens. Not open on failure, with the reason in errno.
 FileDescriptor listenAt(int folder, const std::string& name);
 
 enum class Reached {
     Connected,
-    Busy,   ///< somebody listens, but has no room at present
-    Nobody, ///< nobody listens there any more
+    Busy,   ///< failed for now, for example because the backlog is full
+    Nobody, ///< nobody listens there
 };
 
-/// Connects; `connection` is open when the answer is Connected.
+/// Connects; `connection` is open if the result is Connected.
 Reached connectTo(int folder, const std::string& name, FileDescriptor& connection);
 
 /// Whether the process at the other end belongs to the same user as this one.

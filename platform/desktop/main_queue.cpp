@@ -18,19 +18,19 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Work = DispatchQueue::Work;
 
-/// A longer delay is waited for in several steps: QTimer counts milliseconds in an int.
+/// Longer delays take several timer runs: QTimer's interval is an int in milliseconds.
 constexpr std::chrono::milliseconds kLongestTimer = std::chrono::hours(1);
 
-/// What the threads share. It outlives the loop's side for as long as somebody holds the queue.
+/// State shared between the threads. It outlives the Loop as long as somebody holds the queue.
 struct Shared {
     std::mutex mutex;
-    QObject* loop = nullptr; ///< receives the wake-ups; none once shut down
+    QObject* loop = nullptr; ///< receives the wake-up events; null after shutdown
     bool isWakeUpPosted = false;
     std::deque<Work> pending;
     std::multimap<Clock::time_point, Work> delayed; ///< equal times stay in order
 };
 
-/// With the mutex held.
+/// The caller holds the mutex.
 void wakeUp(Shared& shared)
 {
     if (std::exchange(shared.isWakeUpPosted, true))
@@ -74,7 +74,7 @@ private:
     const std::string name = "main";
 };
 
-/// The loop's side: runs what is pending, on the main thread.
+/// Runs the closures, on the main thread.
 class Loop final : public QObject, public MainQueue {
 public:
     Loop()
@@ -95,7 +95,7 @@ public:
             pending.swap(shared->pending);
             delayed.swap(shared->delayed);
         }
-        // Destroyed here, without the lock: a closure's end may hand over another one.
+        // Destroyed here, without the lock: a closure's destructor may submit another closure.
     }
 
     Loop(const Loop&) = delete;
@@ -113,7 +113,7 @@ private:
         turn();
     }
 
-    /// Runs the first closure, if it is time for one, and sees to it that the next has its turn.
+    /// Runs the first closure if it is due, and schedules the next wake-up.
     void turn()
     {
         if (isRunning)

@@ -6,19 +6,19 @@
 
 namespace quillbox {
 
-/// The serial queue of the Qt event loop: one closure a turn of the loop, so that clicks and
-/// redraws are served in between. A closure that runs an event loop of its own holds the others up
-/// until it returns.
+/// The serial queue of the Qt event loop. It runs one closure per event, so that input and
+/// paint events are handled in between. While a closure runs a nested event loop, the other
+/// closures wait until it returns.
 class MainQueue {
 public:
-    /// Shuts the queue down: what is pending is destroyed without running, and so is what is handed
-    /// over later. On the main thread.
+    /// Shuts the queue down: pending closures, and those submitted later, are destroyed without
+    /// running. On the main thread.
     virtual ~MainQueue() = default;
 
     virtual std::shared_ptr<DispatchQueue> queue() = 0;
 };
 
-/// On the main thread, once the application object exists, which outlives it.
+/// On the main thread, after the application object has been constructed, which must outlive it.
 std::unique_ptr<MainQueue> makeMainQueue();
 
 } // namespace quillbox

@@ -44,8 +44,8 @@ NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateCha
         QObject::connect(timer, &QTimer::timeout, timer, [this] { ask(); });
     QObject::connect(&owners, &QDBusServiceWatcher::serviceOwnerChanged, &askSoon,
                      qOverload<>(&QTimer::start));
-    // From any sender: to name one would make QtDBus wait for the bus to tell its owner. The timer
-    // gathers what comes at once, and the answer to one question covers it all.
+    // From any sender: given a name, QtDBus would block to look up its owner. The timer coalesces
+    // signals that arrive together into one query.
     for (const char* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"})
         connection.connect(QString(), path(), service(), QLatin1String(signal), &askSoon,
                            SLOT(start()));
@@ -65,7 +65,7 @@ void NotifierWatch::ask()
         connection.asyncCall(get, kAnswerLimitMilliseconds));
     QObject::connect(question.get(), &QDBusPendingCallWatcher::finished, &askSoon,
                      [this](QDBusPendingCallWatcher* watcher) {
-                         // It calls us, so that it has to live on for a moment.
+                         // The watcher is emitting this signal: destroy it later.
                          question.release()->deleteLater();
                          answered(watcher->reply());
                      });
@@ -85,8 +85,8 @@ void NotifierWatch::answered(const QDBusMessage& answer)
         change(State::Absent);
         return;
     }
-    // A registry that is stuck, or that ended over the question: its successor is announced, but
-    // that one may have been seen already.
+    // The service is stuck, or exited during the call. The signal for its successor may have been
+    // handled already, so query again.
     askAgain.start();
     change(State::Watched);
 }
@@ -95,7 +95,7 @@ void NotifierWatch::change(State state)
 {
     if (std::exchange(current, state) == state)
         return;
-    // A copy: whoever is told may drop the watch.
+    // A copy: the handler may destroy this object.
     const auto handler = changed;
     handler();
 }

@@ -9,18 +9,17 @@
 
 namespace quillbox {
 
-/// Watches whether a panel of the desktop shows status notifier items, over D-Bus and without ever
-/// waiting for an answer.
+/// Watches over D-Bus whether a panel of the desktop shows StatusNotifierItems. Never blocks.
 class NotifierWatch final {
 public:
     enum class State {
-        Unknown, ///< not answered yet
-        Absent,
-        Watched, ///< there is a registry of items, but nobody yet who shows them
+        Unknown, ///< no answer yet
+        Absent,  ///< there is no StatusNotifierWatcher
+        Watched, ///< there is a StatusNotifierWatcher, but no host (panel) has registered
         Hosted,
     };
 
-    /// `stateChanged` is called from the event loop only. It may drop the watch.
+    /// `stateChanged` is called from the event loop only. It may destroy this object.
     NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged);
 
     NotifierWatch(const NotifierWatch&) = delete;

@@ -39,8 +39,7 @@ void waitFor(pid_t process)
     }
 }
 
-/// In the new process, which shares the memory's state of a program with threads: nothing but
-/// async-signal-safe calls from here on.
+/// Runs in the child of a multi-threaded process: only async-signal-safe calls from here on.
 void restore(const InheritedLimits& limits)
 {
     if (limits.isOpenFilesKnown)
@@ -98,13 +97,13 @@ bool startDetached(const std::vector<std::string>& command, const InheritedLimit
 {
     const ArgumentVector arguments(command);
 
-    // Closed without a word when the program runs; else it carries the reason.
+    // Close-on-exec: end of file means that exec succeeded; otherwise errno comes through.
     std::array<int, 2> report{-1, -1};
     if (::pipe2(report.data(), O_CLOEXEC) != 0)
         return false;
     const pid_t child = ::fork();
     if (child == 0) {
-        // The program is a grandchild: init waits for it, and no zombie stays with us.
+        // The program is a grandchild: init reaps it, so that it never becomes our zombie.
         ::setsid();
         const pid_t grandchild = ::fork();
         if (grandchild == 0)

@@ -8,24 +8,26 @@
 
 namespace quillbox {
 
-/// What this process was given before it took more: what a program started by it gets back.
+/// The limits and the SIGPIPE action that this process inherited, to be restored in programs that
+/// it starts.
 struct InheritedLimits {
     rlimit openFiles{};
     bool isOpenFilesKnown = false;
     bool wasPipeSignalIgnored = false;
 };
 
-/// Prepares the process for many connections: takes all the descriptors that it may have, and lets
-/// a write to a closed connection fail instead of ending the process. Standard input, output and
-/// error are open afterwards, so that no socket can take their place. To be called first.
+/// Prepares the process for many connections: raises the limit of open files to the hard limit, and
+/// ignores SIGPIPE, so that writing to a closed connection fails instead of ending the process.
+/// Opens standard input, output and error if they are closed, so that no socket can take their
+/// numbers. Call it first.
 InheritedLimits prepareProcess();
 
-/// Starts a program, looked up in PATH, on its own: with the inherited limits, no signal blocked,
-/// nothing to read and nowhere to write but standard error, in a session of its own, and nobody's
-/// child. False when it cannot be started.
+/// Starts a program, looked up in PATH, in a session of its own and reparented to init, with the
+/// inherited limits, no blocked signals, and /dev/null as standard input and output; it inherits
+/// standard error. False if it cannot be started.
 bool startDetached(const std::vector<std::string>& command, const InheritedLimits& limits);
 
-/// Ends the process successfully once the time is up, unless it has ended by itself. It works while
+/// Ends the process with exit status 0 after `limit`, unless it has ended by then. Works even if
 /// every thread is stuck.
 void endProcessWithin(std::chrono::milliseconds limit);
 

@@ -25,12 +25,12 @@ constexpr std::string_view kSuffix = ".socket";
 constexpr std::size_t kDateDigits = 20;
 constexpr mode_t kLockMode = 0600;
 
-/// Holders of the lock keep it for a few system calls, unless they are stopped in the middle.
+/// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
 constexpr std::chrono::seconds kLockLimit{3};
 constexpr timespec kLockPause{.tv_sec = 0, .tv_nsec = 2'000'000};
 
-/// The folder's lock, held until it is destroyed; the system takes it from a process that dies.
-/// Nobody waits for it for ever: a file lock has no call that waits with a limit, hence the loop.
+/// An exclusive lock of the folder, released by the destructor, or by the kernel when the process
+/// dies. Acquired by polling, because flock() has no timeout.
 class FolderLock final {
 public:
     explicit FolderLock(int folder)
@@ -65,7 +65,7 @@ std::chrono::nanoseconds now()
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
-/// "DATE-PID.socket", the date in nanoseconds with leading zeros.
+/// "DATE-PID.socket", with the date in nanoseconds, zero-padded so that names sort by date.
 std::string fileNameOf(std::chrono::nanoseconds launchDate, std::int64_t processIdentifier)
 {
     const std::string date = std::to_string(launchDate.count());
@@ -107,7 +107,7 @@ std::vector<Registration> registrationsIn(int folder)
     const std::unique_ptr<DIR, Close> directory(copy < 0 ? nullptr : ::fdopendir(copy));
     if (!directory)
         return found;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): a stream of our own
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread uses this stream
     while (const dirent* entry = ::readdir(directory.get())) {
         if (auto registration = registrationNamed(static_cast<const char*>(entry->d_name)))
             found.push_back(std::move(*registration));
@@ -123,7 +123,7 @@ std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
 {
     const FolderLock lock(folder);
     if (!lock) {
-        problem = "another copy keeps the folder locked";
+        problem = "another copy holds the lock of the folder";
         return std::nullopt;
     }
     OwnRegistration own;
@@ -141,8 +141,8 @@ std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
 
 std::vector<Registration> runningRegistrations(int folder)
 {
-    // A copy makes its file and listens under the lock: whoever holds it never mistakes a copy that
-    // is just starting for a dead one.
+    // A copy creates its file and starts to listen under the lock, so the holder of the lock never
+    // takes a starting copy for a dead one.
     const FolderLock lock(folder);
     std::vector<Registration> running;
     for (Registration& registration : registrationsIn(folder)) {

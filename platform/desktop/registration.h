@@ -10,30 +10,31 @@
 
 namespace quillbox {
 
-/// One running copy of an application, as its file in the registration folder tells it.
+/// One copy of an application, as described by the name of its file in the registration folder.
 struct Registration {
     std::string fileName; ///< sorts by launch date
     std::int64_t processIdentifier = 0;
-    std::chrono::nanoseconds launchDate{0}; ///< boot-time clock
+    std::chrono::nanoseconds launchDate{0}; ///< CLOCK_BOOTTIME
 
     bool operator==(const Registration&) const = default;
 };
 
-/// A registration of this process, and the socket that stands for it: the copy counts as running
-/// for as long as the socket is open, and not one moment longer, whatever ends the process.
+/// The registration of this process and its listening socket. The copy counts as running exactly as
+/// long as the socket is open, however the process ends.
 struct OwnRegistration {
     Registration registration;
     FileDescriptor socket;
 };
 
-/// Registers this process, at this moment. Registrations exclude one another, so that their launch
-/// dates are in the order in which they appear. None on failure, with the reason in `problem`.
+/// Registers this process, with the current time as launch date. A lock serialises registrations,
+/// so they appear in the order of their launch dates. nullopt on failure, with the reason in
+/// `problem`.
 std::optional<OwnRegistration> addRegistration(int folder, std::string& problem);
 
-/// The copies that run, in the order of registration. Files that dead ones left are removed.
+/// The running copies, in the order of registration. Removes the files of dead ones.
 std::vector<Registration> runningRegistrations(int folder);
 
-/// Whether that copy still runs.
+/// Whether that copy is still running.
 bool isRunning(int folder, const Registration& registration);
 
 } // namespace quillbox

@@ -13,7 +13,7 @@ namespace {
 
 constexpr mode_t kPrivateMode = 0700;
 
-/// A folder of this user's that nobody else may write to.
+/// Whether the path is a folder that belongs to this user and that only this user may write to.
 bool isOwn(const std::string& path)
 {
     struct stat status {};
@@ -21,7 +21,7 @@ bool isOwn(const std::string& path)
            && status.st_uid == ::geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-/// Makes the folder, or takes the one that is there if it is this user's own and closed to others.
+/// Creates the folder, or opens an existing one if it belongs to this user and is closed to others.
 FileDescriptor openPrivate(const std::string& path, std::string& problem)
 {
     if (::mkdir(path.c_str(), kPrivateMode) != 0 && errno != EEXIST) {
@@ -35,7 +35,7 @@ FileDescriptor openPrivate(const std::string& path, std::string& problem)
         return {};
     }
     if (status.st_uid != ::geteuid()) {
-        problem = path + ": belongs to somebody else";
+        problem = path + ": belongs to another user";
         return {};
     }
     if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
@@ -63,7 +63,7 @@ FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
                                       const std::string& bundleIdentifier, std::string& problem)
 {
     if (!isFileName(bundleIdentifier)) {
-        problem = '"' + bundleIdentifier + "\": is not a name for a folder";
+        problem = '"' + bundleIdentifier + "\": is not a valid folder name";
         return {};
     }
     const std::string name = '/' + bundleIdentifier;

@@ -6,21 +6,21 @@
 
 namespace quillbox {
 
-/// Where the running copies of an application look for one another.
+/// The folders that may contain the registration folder.
 struct RuntimeFolders {
-    std::string xdg;    ///< XDG_RUNTIME_DIR, perhaps empty
+    std::string xdg;    ///< XDG_RUNTIME_DIR; may be empty
     std::string user;   ///< "/run/user/UID"
-    std::string shared; ///< a folder that others may write to, "/tmp"
+    std::string shared; ///< a world-writable folder, "/tmp"
 };
 
-/// Those of this user on this computer.
+/// The folders of the current user on this computer.
 RuntimeFolders systemRuntimeFolders();
 
-/// Opens the folder in which the copies of `bundleIdentifier` register, making it if need be: below
-/// the first of `xdg` and `user` that is a folder of this user's alone, else a folder of its own in
-/// `shared`. It belongs to this user and nobody else may enter it; what somebody else has put in
-/// its place is neither followed nor used. Not open when there is no such folder; `problem` then
-/// says why.
+/// Opens the folder in which the copies of `bundleIdentifier` register, creating it if needed: in
+/// the first of `xdg` and `user` that belongs to this user and that only this user may write to,
+/// else as "IDENTIFIER-UID" in `shared`. The folder belongs to this user and nobody else may enter
+/// it. A symbolic link, or a folder of another user, in its place is rejected. Not open on failure,
+/// with the reason in `problem`.
 FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
                                       const std::string& bundleIdentifier, std::string& problem);
 

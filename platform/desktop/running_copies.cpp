@@ -69,14 +69,15 @@ public:
         const auto deadline = std::chrono::steady_clock::now() + limit;
         FileDescriptor connection;
         Reached reached = connectTo(folder->get(), registration.fileName, connection);
-        // No call waits for room in the queue of a local socket.
+        // A non-blocking connect() to a full backlog fails at once, and nothing signals a free
+        // slot.
         while (reached == Reached::Busy && std::chrono::steady_clock::now() < deadline) {
             ::nanosleep(&kBusyPause, nullptr);
             reached = connectTo(folder->get(), registration.fileName, connection);
         }
         if (reached != Reached::Connected)
             return std::nullopt;
-        // Before the question, which may be what ends it.
+        // Before sending the message, which may make the process exit.
         process = processBehind(connection.get());
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(
             deadline - std::chrono::steady_clock::now());
@@ -92,7 +93,7 @@ private:
     const std::shared_ptr<const FileDescriptor> folder;
     const Registration registration;
     const std::string token;
-    FileDescriptor process; ///< once it was asked
+    FileDescriptor process; ///< a pidfd, set by ask()
 };
 
 class RunningCopies final : public QObject, public RunningApplications {
@@ -102,7 +103,7 @@ public:
         std::string problem;
         folder = open(options.bundleIdentifier, problem);
         if (folder->isOpen()) {
-            // Cleaners of temporary folders leave a locked one alone.
+            // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
             ::flock(folder->get(), LOCK_SH | LOCK_NB);
             if (auto added = addRegistration(folder->get(), problem))
                 listen(std::move(*added));
@@ -204,7 +205,7 @@ private:
             pendingPermission = permission;
             return;
         }
-        // A copy: the handler may set another one.
+        // A copy: the handler may replace itself.
         const auto callback = handler;
         callback(permission);
     }
@@ -225,7 +226,7 @@ private:
     std::unique_ptr<CopyListener> listener;
     ActivationHandler handler;
     MessageHandler messageHandler;
-    std::optional<std::string> pendingPermission; ///< of an activation that nobody heard of yet
+    std::optional<std::string> pendingPermission; ///< of an activation before there was a handler
     std::vector<std::pair<CopyMessage, Answer>> pendingMessages;
 };
 

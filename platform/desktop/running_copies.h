@@ -12,19 +12,18 @@ namespace quillbox {
 struct RunningCopiesOptions {
     RuntimeFolders folders;
     std::string bundleIdentifier;
-    std::string activationToken; ///< handed to the copy that this one activates; may be empty
+    std::string activationToken; ///< passed to a copy that this one activates; may be empty
 };
 
-/// Registers this process as a running copy of `bundleIdentifier`. Where there is no safe place to
-/// register at, which is said on standard error, the process knows of no other copy and no launch
-/// date.
+/// Registers this process as a running copy of `bundleIdentifier`. If that fails, the reason is
+/// printed on standard error and the process has no launch date; without a safe folder it also
+/// finds no other copies.
 ///
-/// On the main thread, once the application object exists.
+/// On the main thread, after the application object has been constructed.
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options);
 
-/// The running copies, in the order of their registration, for a process that is none and stays
-/// unseen by them. Needs no application object. Where there is no safe place to look, there are
-/// none, and `problem` says why.
+/// The running copies, in the order of registration, for a process that does not register itself.
+/// Needs no application object. Empty, with the reason in `problem`, if there is no safe folder.
 std::vector<std::shared_ptr<RunningApplication>>
 findRunningCopies(const RunningCopiesOptions& options, std::string& problem);
 

@@ -53,7 +53,7 @@ std::string linkTarget(const std::string& path)
     return target.string();
 }
 
-/// Reads the whole file, up to a little more than the largest size; sets `problem` when it cannot.
+/// Reads the whole file. Sets `problem` on failure, or if the file is larger than kLargestFile.
 QByteArray readAll(int descriptor, std::string& problem)
 {
     QByteArray bytes;
@@ -73,7 +73,7 @@ QByteArray readAll(int descriptor, std::string& problem)
     return {};
 }
 
-/// Makes the folder and those above it that are missing.
+/// Creates the folder and its missing parents.
 bool makeFolder(const std::filesystem::path& folder)
 {
     std::filesystem::path path;
@@ -89,7 +89,7 @@ bool makeFolder(const std::filesystem::path& folder)
     return true;
 }
 
-/// Never replaces what has the new name. Some file systems lack the first way, some the second.
+/// Fails with EEXIST if `to` exists. Some file systems lack RENAME_NOREPLACE, others hard links.
 bool renameWithoutReplacing(const std::string& from, const std::string& to)
 {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
@@ -104,7 +104,7 @@ bool renameWithoutReplacing(const std::string& from, const std::string& to)
 SettingsFile::Contents SettingsFile::read() const
 {
     Contents contents;
-    // Not blocking: somebody may have put a named pipe there.
+    // O_NONBLOCK, because opening a named pipe would block.
     const FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.isOpen() && errno == ENOENT)
         return contents;
@@ -115,7 +115,7 @@ SettingsFile::Contents SettingsFile::read() const
         return contents;
     }
     if (!S_ISREG(status.st_mode)) {
-        contents.problem = "it is not a file";
+        contents.problem = "it is not a regular file";
         return contents;
     }
     const QByteArray bytes = readAll(file.get(), contents.problem);
@@ -146,7 +146,7 @@ bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
         return false;
     QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
     const QByteArray bytes = QJsonDocument(object).toJson();
-    // A disk that is full halfway yields a short count, and a commit that succeeds all the same.
+    // If the disk fills up, write() returns a short count, but commit() succeeds nevertheless.
     const bool isWritten = file.open(QIODevice::WriteOnly)
                            && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)
                            && file.write(bytes) == bytes.size() && file.commit();

@@ -5,8 +5,8 @@
 
 namespace quillbox {
 
-/// A file that holds one JSON object. It is written as a whole or not at all, readable by its owner
-/// only; a symbolic link to it stays one. Trouble is said on standard error.
+/// A file that holds one JSON object. It is written atomically and is readable by its owner only; a
+/// symbolic link to it is preserved. Errors are printed on standard error.
 class SettingsFile final {
 public:
     explicit SettingsFile(std::string path) : path_(std::move(path)) {}
@@ -14,19 +14,20 @@ public:
     enum class Condition {
         Good,    ///< there is an object
         Absent,  ///< there is no file
-        Damaged, ///< there is something else, or something unreadable: it is read as empty
+        Damaged, ///< it is unreadable or not a JSON object, and is read as empty
     };
 
-    /// Reads the file anew.
+    /// The result of reading the file.
     struct Contents {
         Condition condition = Condition::Absent;
         QJsonObject object;
-        std::string problem; ///< for people; set when damaged
+        std::string problem; ///< a message for the user, if damaged
     };
     Contents read() const;
 
-    /// Replaces the file, making its folder if need be. What is damaged is first set aside under a
-    /// name of its own next to it. False when it cannot be done; the file is then as it was.
+    /// Replaces the file, creating its folder if needed. A damaged file is first renamed to a free
+    /// name in the same folder. False on failure; the old contents are then still in one of the
+    /// two files.
     bool replace(const QJsonObject& object, Condition condition) const;
 
     const std::string& path() const { return path_; }

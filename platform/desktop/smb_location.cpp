@@ -36,8 +36,8 @@ std::optional<unsigned> hexDigit(char character)
     return value;
 }
 
-/// The text behind percent-encoding; none when it holds a character that must have been encoded, or
-/// is nothing that this program can handle once it is decoded.
+/// Decodes percent-encoding. nullopt if the text contains a character that must be encoded, other
+/// than those in `more`, or if it decodes to invalid UTF-8 or contains NUL.
 std::optional<std::string> decoded(std::string_view text, std::string_view more = {})
 {
     std::string result;
@@ -87,7 +87,8 @@ bool isIpv6Address(std::string_view text)
     return inet_pton(AF_INET6, std::string(text).c_str(), &address) == 1;
 }
 
-/// The address between brackets: IPv6 in numbers, perhaps with a scope behind "%25".
+/// Decodes what is between the brackets: an IPv6 address, optionally with "%25" and a zone
+/// identifier (RFC 6874).
 std::optional<std::string> decodedAddress(std::string_view text)
 {
     const auto scopeMark = text.find('%');
@@ -113,7 +114,7 @@ std::optional<std::uint16_t> parsePort(std::string_view digits)
     return port;
 }
 
-/// Takes "host" or "host:port" apart into `location`; false when it is neither.
+/// Parses "host" or "host:port" into `location`; false if it is neither.
 bool parseHostAndPort(std::string_view text, SmbLocation& location)
 {
     const bool isBracketed = text.starts_with('[');
@@ -167,7 +168,7 @@ std::optional<std::string> smbInstanceName(std::string_view host)
     if (host.size() <= kServiceSuffix.size())
         return std::nullopt;
     const std::size_t length = host.size() - kServiceSuffix.size();
-    // DNS compares ASCII letters without their case (RFC 4343).
+    // DNS names are compared without regard to the case of ASCII letters (RFC 4343).
     const auto isSame = [](char a, char b) {
         return a == b || (a >= 'A' && a <= 'Z' && static_cast<char>(a - 'A' + 'a') == b);
     };

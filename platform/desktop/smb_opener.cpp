@@ -22,7 +22,7 @@ namespace quillbox {
 
 namespace {
 
-/// What all URLs are opened with.
+/// What all openings share.
 struct Means {
     ServiceLocator& locator;
     QDBusConnection bus;
@@ -31,7 +31,7 @@ struct Means {
     SmbOpenerTimes times;
 };
 
-/// One URL on its way. Each step that fails leads to the next; the answers tell nothing else.
+/// One URL being opened. If one step fails, the next one is tried.
 class Opening final : public std::enable_shared_from_this<Opening> {
 public:
     Opening(const Means& openerMeans, const std::string& unchangedUrl,
@@ -46,7 +46,7 @@ public:
         patience.setTimerType(Qt::PreciseTimer);
     }
 
-    const std::string wantedUrl; ///< what is to be opened
+    const std::string wantedUrl; ///< as passed to SmbOpener::open()
 
     void start(const SmbLocation& location)
     {
@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    /// URLs have addresses in them, once the server has been found.
+    /// The text must not contain `url`, which has an address in it once the server has been found.
     template <typename Text> void tell(Text&& text)
     {
         means.log.tell(LogCategory::Desktop,
@@ -80,20 +80,20 @@ private:
             return;
         patience.stop();
         tell([&] { return std::string(locatedUrl ? "server found" : "server not found"); });
-        // What a network says about a host is no reason to hand out what is no URL.
+        // The host name comes from the network and may not result in a valid URL.
         if (locatedUrl && parseSmbUrl(*locatedUrl))
             url = *locatedUrl;
         else
-            printToStandardError("quillbox-helper: not found on this network, opened as it is: "
+            printToStandardError("quillbox-helper: not found on this network, opening unchanged: "
                                  + url);
         askFileManager();
     }
 
-    /// The bus answers at once when nobody has that name and nobody can be started for it.
+    /// The bus returns an error at once if the name has no owner and cannot be activated.
     void askFileManager()
     {
         if (!means.bus.isConnected()) {
-            askForFolderHandler(); // QtDBus would never answer
+            askForFolderHandler(); // QtDBus would never report a result
             return;
         }
         QDBusMessage call = QDBusMessage::createMethodCall(
@@ -105,7 +105,7 @@ private:
             means.bus.asyncCall(call, static_cast<int>(means.times.fileManager.count())));
         QObject::connect(question.get(), &QDBusPendingCallWatcher::finished, &patience,
                          [this](QDBusPendingCallWatcher* watcher) {
-                             // It calls us, so that it has to live on for a moment.
+                             // The watcher is emitting this signal: destroy it later.
                              question.release()->deleteLater();
                              if (watcher->isError())
                                  refuseByFileManager(watcher->error());
@@ -116,7 +116,7 @@ private:
 
     void refuseByFileManager(const QDBusError& error)
     {
-        tell([&] { return "the file manager does not answer: " + error.name().toStdString(); });
+        tell([&] { return "the file manager failed: " + error.name().toStdString(); });
         askForFolderHandler();
     }
 
@@ -144,13 +144,13 @@ private:
         run({"gio", "launch", entry, url}, Command::Output::Discarded,
             [this](const Command::Result& result) {
                 if (result.isSuccess)
-                    open("the program for folders");
+                    open("the default program for folders");
                 else
                     mount();
             });
     }
 
-    /// Whether it worked is shown by what comes next: the share may have been mounted before.
+    /// The result is ignored, because the share may be mounted already: openMounted() shows it.
     void mount()
     {
         run({"gio", "mount", url}, Command::Output::Discarded,
@@ -162,13 +162,14 @@ private:
         run({"gio", "open", url}, Command::Output::Discarded,
             [this](const Command::Result& result) {
                 if (result.isSuccess)
-                    return open("what was mounted");
-                printToStandardError("quillbox-helper: no file browser opens " + url);
+                    return open("gio open");
+                printToStandardError("quillbox-helper: no file browser can open " + url);
                 ended();
             });
     }
 
-    /// Ends the command that just finished, which may be the caller, as soon as it has returned.
+    /// Starts a command. The previous one, which may be the caller, is destroyed once it has
+    /// returned.
     void run(const std::vector<std::string>& arguments, Command::Output output,
              Command::Finished finished)
     {
@@ -179,7 +180,7 @@ private:
     }
 
     const Means& means;
-    std::string url; ///< what is opened for it
+    std::string url; ///< the URL to open, with the server's address once it is known
     const Log::Clock::time_point begin;
     std::function<void()> ended;
     bool isLocated = false;
@@ -196,7 +197,7 @@ public:
     {
         const auto location = parseSmbUrl(url);
         if (!location) {
-            printToStandardError("quillbox-helper: not opened, for it is no smb URL: " + url);
+            printToStandardError("quillbox-helper: not opened, not a valid smb URL: " + url);
             return;
         }
         if (isOnItsWay(url))
@@ -214,7 +215,7 @@ private:
                            [&url](const auto& entry) { return entry.second->wantedUrl == url; });
     }
 
-    /// The opening is in the middle of a call to us.
+    /// Called by the opening itself, so it is destroyed later.
     void end(int number)
     {
         const auto found = openings.find(number);

@@ -13,19 +13,19 @@ namespace quillbox {
 
 /// Opens smb URLs in the file browser of the desktop.
 ///
-/// A URL whose host is the name of an announced service (`NAME._smb._tcp.local`) is opened at the
-/// host and port where the service is: no file browser of Linux resolves such a name. It stays as
-/// it is when the service is not found in time.
+/// If the host is the name of a DNS-SD service (`NAME._smb._tcp.local`), the URL is opened at the
+/// host and port of that service, because no Linux file browser resolves such a name. If the
+/// service is not found in time, the URL is opened unchanged.
 ///
-/// Then the first way that works is taken: the file manager on the session bus; the user's program
-/// for folders; mounting the share and opening what was mounted. None of it waits.
+/// Tries in turn, until one succeeds: the file manager on the session bus; the user's default
+/// program for folders; mounting the share and opening it. None of these blocks.
 class SmbOpener {
 public:
-    /// Gives up what is still on its way.
+    /// Cancels what is still being opened.
     virtual ~SmbOpener() = default;
 
-    /// Returns at once. Anything but an smb URL of a strict form is refused. A URL that is still on
-    /// its way is not opened once more: who clicks twice, for nothing is seen yet, wants one
+    /// Returns at once. Rejects a URL that parseSmbUrl() does not accept. Ignores a URL that is
+    /// still being opened: a user who clicks twice because nothing has appeared yet wants one
     /// window.
     virtual void open(const std::string& url) = 0;
 };
@@ -37,7 +37,7 @@ struct SmbOpenerTimes {
     std::chrono::milliseconds program{20000};
 };
 
-/// Locator and log outlive the opener. The programs that are started get `limits` back.
+/// Locator and log must outlive the opener. Programs that it starts run with `limits`.
 std::unique_ptr<SmbOpener> makeSmbOpener(ServiceLocator& locator, const QDBusConnection& sessionBus,
                                          const InheritedLimits& limits, Log& log,
                                          const SmbOpenerTimes& times = {});

@@ -58,13 +58,13 @@ void endStartupWithoutWindow(const std::string& token)
     const x11::Connection connection(xcb_connect(nullptr, &screenNumber));
     if (xcb_connection_has_error(connection.get()) != 0)
         return;
-    // The message names a window of its sender, which nobody has to see.
+    // The message must name a window of the sender; it need not be mapped.
     const std::uint32_t root = x11::rootWindow(connection.get(), screenNumber);
     const std::uint32_t window = xcb_generate_id(connection.get());
     xcb_create_window(connection.get(), XCB_COPY_FROM_PARENT, window, root, 0, 0, 1, 1, 0,
                       XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
     endStartup(connection.get(), window, root, token);
-    // An answer to any question says that all before it has arrived.
+    // A round trip: once the server replies, it has processed all earlier requests.
     x11::owned(xcb_get_input_focus_reply(connection.get(), xcb_get_input_focus(connection.get()),
                                          nullptr));
 }

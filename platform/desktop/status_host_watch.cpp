@@ -11,7 +11,7 @@ namespace quillbox {
 
 namespace {
 
-/// On other platforms, such as the one without a display, the toolkit shows no status items.
+/// On other platforms, such as "offscreen", Qt shows no status items.
 bool hasPanels()
 {
     return QGuiApplication::platformName() == QStringLiteral("xcb")
@@ -80,7 +80,7 @@ private:
         wait();
         if (std::exchange(available, find()) == available)
             return;
-        // A copy: whoever is told may drop the watch.
+        // A copy: the handler may destroy this object.
         if (const auto handler = changed)
             handler();
     }

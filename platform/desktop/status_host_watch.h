@@ -7,14 +7,14 @@
 
 namespace quillbox {
 
-/// Watches for the two kinds of place that the toolkit can show a status item in: a panel that
-/// speaks the status notifier protocol on the session bus, and, on X, a system tray.
+/// Watches for the two kinds of host in which Qt can show a status item: a panel that speaks the
+/// StatusNotifierItem protocol on the session bus, and, on X, a system tray.
 ///
-/// The toolkit chooses between the two once, at its first item. So a tray alone does not count as
-/// available while the desktop has a registry of notifier items, unless no panel joins it within
-/// `patience`.
+/// Qt chooses between the two once, when it creates its first item. So while the session bus has a
+/// StatusNotifierWatcher, a tray alone does not count as available until no panel has registered
+/// with the watcher for as long as `patience`.
 ///
-/// On the main thread, once the application object exists.
+/// On the main thread, after the application object has been constructed.
 std::unique_ptr<StatusHost>
 makeStatusHostWatch(std::chrono::milliseconds patience = std::chrono::seconds(10));
 

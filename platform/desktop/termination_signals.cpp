@@ -16,9 +16,9 @@ namespace {
 
 constexpr std::array<int, 3> kSignals{SIGTERM, SIGINT, SIGHUP};
 
-/// Where the handler writes to. A signal handler has no other way to reach anything; a signalfd,
-/// which needs no handler, needs the signals blocked, and every program started from here would
-/// inherit that.
+/// The write end of the pipe, global because a signal handler has no arguments for it. A signalfd
+/// would need no handler, but needs the signals blocked, and every program that is started from
+/// here would inherit the blocked signals.
 // NOLINTNEXTLINE(cppcoreguidelines-avoid-non-const-global-variables)
 std::atomic<int> handlerDescriptor = -1;
 static_assert(std::atomic<int>::is_always_lock_free);

@@ -6,18 +6,19 @@
 namespace quillbox {
 
 /// Turns the first SIGTERM, SIGINT or SIGHUP into a call of `requested` on the main thread. After
-/// it a second SIGTERM or SIGINT ends the process at once, even when it is stuck; SIGHUP, which
-/// session managers send right behind SIGTERM, no longer counts. A signal that the process was
-/// started to ignore stays ignored.
+/// that, a second SIGTERM or SIGINT kills the process at once, even if it is stuck, and SIGHUP,
+/// which session managers send right after SIGTERM, is ignored. No handler is installed for a
+/// signal that the process was started to ignore.
 ///
-/// There is one at a time. Destroying it gives the signals their default action back.
+/// At most one instance exists at a time. Its destructor restores the default actions of signals
+/// that are not ignored.
 class TerminationSignals {
 public:
     virtual ~TerminationSignals() = default;
 };
 
-/// On the main thread, once the application object exists. None when the system has no descriptor
-/// to spare; the signals then keep their default action.
+/// On the main thread, after the application object has been constructed. Null if no pipe can be
+/// created; the signals then keep their default actions.
 std::unique_ptr<TerminationSignals> makeTerminationSignals(std::function<void()> requested);
 
 } // namespace quillbox

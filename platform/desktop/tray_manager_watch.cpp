@@ -19,23 +19,23 @@ TrayManagerWatch::TrayManagerWatch(std::function<void()> managerChanged)
         return;
     managerAtom = x11::atom(connection.get(), "MANAGER");
     selection = x11::atom(connection.get(), "_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber));
-    // A new manager is announced to whoever asks for this of the root window (ICCCM, section 2.8).
+    // A new manager sends a MANAGER message to the clients that select StructureNotify events on
+    // the root window (ICCCM, section 2.8).
     watch(x11::rootWindow(connection.get(), screenNumber));
     notifier = std::make_unique<QSocketNotifier>(xcb_get_file_descriptor(connection.get()),
                                                  QSocketNotifier::Read);
     QObject::connect(notifier.get(), &QSocketNotifier::activated, notifier.get(),
                      [this] { readEvents(); });
     find();
-    // What has come with the answers so far makes the descriptor readable no more.
+    // Events that xcb has read together with the replies no longer make the descriptor readable.
     while (takeEvents())
         find();
 }
 
 TrayManagerWatch::~TrayManagerWatch() = default;
 
-/// The owner may end between the answer that names it and the request to be told of its end; it is
-/// asked for again then. The steps are bounded, for an owner that changes all the time brings news
-/// all the time.
+/// Queries the owner again if its window was destroyed before we could select events on it. The
+/// number of attempts is bounded: an owner that keeps changing also keeps causing events.
 void TrayManagerWatch::find()
 {
     constexpr int kMostSteps = 8;
@@ -58,7 +58,7 @@ std::uint32_t TrayManagerWatch::owner() const
     return reply ? reply->owner : std::uint32_t(XCB_WINDOW_NONE);
 }
 
-/// Asks to be told of the window's end; false when it has ended already.
+/// Selects StructureNotify events on the window; false if the window no longer exists.
 bool TrayManagerWatch::watch(std::uint32_t window) const
 {
     const std::array<std::uint32_t, 1> events{XCB_EVENT_MASK_STRUCTURE_NOTIFY};
@@ -67,13 +67,12 @@ bool TrayManagerWatch::watch(std::uint32_t window) const
     return !owned(xcb_request_check(connection.get(), cookie));
 }
 
-/// Whether one of the events tells of a manager that came or went.
+/// Handles all queued events; whether one of them reports a new or a destroyed manager.
 bool TrayManagerWatch::takeEvents()
 {
     bool isNews = false;
     while (const auto event = owned(xcb_poll_for_event(connection.get()))) {
-        const auto type =
-            event->response_type & 0x7fU; // without the mark of an event that was sent
+        const auto type = event->response_type & 0x7fU; // without the flag of SendEvent
         if (type == XCB_DESTROY_NOTIFY) {
             const auto* end = reinterpret_cast<const xcb_destroy_notify_event_t*>(event.get());
             isNews = isNews || end->window == manager;
@@ -98,7 +97,7 @@ void TrayManagerWatch::readEvents()
     }
     if (hasManager() == hadManager)
         return;
-    // A copy: whoever is told may drop the watch.
+    // A copy: the handler may destroy this object.
     const auto handler = changed;
     handler();
 }

@@ -10,11 +10,11 @@
 namespace quillbox {
 
 /// Watches whether a system tray runs on the X display of this process (System Tray Protocol of
-/// freedesktop.org: the owner of the selection _NET_SYSTEM_TRAY_Sn). On a connection of its own, so
-/// that it does not change what the toolkit hears.
+/// freedesktop.org: the owner of the selection _NET_SYSTEM_TRAY_Sn). Uses its own connection, so
+/// that it does not affect the events that Qt receives.
 class TrayManagerWatch final {
 public:
-    /// `managerChanged` is called from the event loop only. It may drop the watch.
+    /// `managerChanged` is called from the event loop only. It may destroy this object.
     explicit TrayManagerWatch(std::function<void()> managerChanged);
 
     TrayManagerWatch(const TrayManagerWatch&) = delete;
@@ -36,7 +36,7 @@ private:
     std::unique_ptr<QSocketNotifier> notifier;
     std::uint32_t managerAtom = 0;
     std::uint32_t selection = 0;
-    std::uint32_t manager = 0; ///< its window
+    std::uint32_t manager = 0; ///< the manager's window; 0 if there is none
 };
 
 } // namespace quillbox

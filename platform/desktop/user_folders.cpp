@@ -9,7 +9,7 @@ namespace quillbox {
 
 namespace {
 
-/// An environment variable that holds an absolute path; relative ones do not count.
+/// The value of an environment variable; empty if it is not an absolute path.
 std::string absolutePathIn(const char* variable)
 {
     const std::string value = qgetenv(variable).toStdString();
@@ -20,7 +20,7 @@ std::string homeFolder()
 {
     if (std::string home = absolutePathIn("HOME"); !home.empty())
         return home;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): called once, at the start
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): called at startup, while there is one thread
     const passwd* user = ::getpwuid(::geteuid());
     return user && user->pw_dir && user->pw_dir[0] == '/' ? user->pw_dir : "";
 }

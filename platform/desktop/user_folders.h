@@ -4,9 +4,9 @@
 
 namespace quillbox {
 
-/// Where this user's programs keep their configuration: $XDG_CONFIG_HOME if it is an absolute path,
-/// else ".config" in the home folder (XDG Base Directory Specification). Empty when there is
-/// neither. Called at the start, on one thread.
+/// The current user's configuration folder: $XDG_CONFIG_HOME if it is an absolute path, else
+/// ".config" in the home folder (XDG Base Directory Specification). Empty if there is neither. Not
+/// thread-safe: call it at startup.
 std::string configurationFolder();
 
 } // namespace quillbox

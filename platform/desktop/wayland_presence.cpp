@@ -9,8 +9,8 @@ namespace quillbox {
 
 namespace {
 
-/// From where the toolkit takes a permission when it activates a window; Qt 6.4 has no other way
-/// in. A panel's permission is there already when its click on a menu arrives.
+/// Qt takes the activation token from this variable when it activates a window; Qt 6.4 has no API
+/// for it. When a click on a panel's menu arrives, Qt has already stored the panel's token there.
 constexpr const char* kPermissionVariable = "XDG_ACTIVATION_TOKEN";
 
 class WaylandPresence final : public WindowPresence {
@@ -28,13 +28,14 @@ public:
         if (!qEnvironmentVariableIsSet(kPermissionVariable))
             takeOffTheScreen(window);
         show();
-        // A permission is good for one time, and not for the programs that are started from here.
+        // A token is valid once, and programs that are started from here must not inherit it.
         qunsetenv(kPermissionVariable);
     }
 
 private:
-    /// Without a permission a compositor leaves a window where it is, which may be on another
-    /// workspace or minimised. One that opens anew is shown. A sheet would lose its window.
+    /// Without a token a compositor leaves a window where it is, perhaps on another workspace or
+    /// minimised, but it shows a newly mapped one. So hides the window first, except under a modal
+    /// sheet, which would lose its parent.
     static void takeOffTheScreen(WindowIdentifier window)
     {
         QWidget* widget = QWidget::find(window);

@@ -6,9 +6,9 @@
 
 namespace quillbox {
 
-/// Wayland tells a program neither where its windows are nor whether they are minimised, and leaves
-/// taskbars to the compositor. A window comes forward by a permission (XDG Activation Protocol), or
-/// by being a new one.
+/// Wayland tells a client neither where its windows are nor whether they are minimised, and leaves
+/// taskbars to the compositor. A window comes to the front with an activation token (XDG Activation
+/// Protocol), or by being hidden and shown again.
 std::unique_ptr<WindowPresence> makeWaylandPresence();
 
 } // namespace quillbox

@@ -9,7 +9,7 @@ namespace quillbox {
 
 namespace {
 
-/// Where nobody sees the window.
+/// For a platform without a display.
 class NoPresence final : public WindowPresence {
 public:
     bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return true; }
@@ -25,7 +25,7 @@ public:
 
 std::unique_ptr<WindowPresence> makeWindowPresence()
 {
-    // Asked by name first: without a display the toolkit has such an interface too, to no display.
+    // Checks the name first: Qt's platform without a display provides this interface too.
     if (QGuiApplication::platformName() == QStringLiteral("xcb")) {
         if (auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>())
             return makeX11Presence(x11->connection());

@@ -6,10 +6,10 @@
 
 namespace quillbox {
 
-/// The presence of windows on the desktop that the toolkit shows them on: X or Wayland. Where there
-/// is no display, there is nothing to do.
+/// The implementation for the platform that Qt uses: X or Wayland. Without a display it does
+/// nothing but show the window.
 ///
-/// On the main thread, once the application object exists.
+/// On the main thread, after the application object has been constructed.
 std::unique_ptr<WindowPresence> makeWindowPresence();
 
 } // namespace quillbox

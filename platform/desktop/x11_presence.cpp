@@ -24,8 +24,8 @@ using x11::owned;
 constexpr std::uint32_t kOnAllWorkspaces = 0xFFFFFFFF;
 constexpr std::uint32_t kMostStates = 64;
 
-/// Who asks the window manager: it does what a program wants only as far as that does not disturb
-/// the user, and what the user wants (who a pager speaks for) in any case.
+/// The source indication of a request: a window manager may refuse a request of an application that
+/// would disturb the user, but honours one of a pager, which acts for the user.
 constexpr std::uint32_t kAsProgram = 1;
 constexpr std::uint32_t kForUser = 2;
 
@@ -72,13 +72,13 @@ public:
         const xcb_window_t window = windowOf(identifier);
         const xcb_window_t root = rootOf(window);
         const auto current = number(root, currentWorkspace);
-        // Asked for early: who minimises the window as soon as it is seen wants it to stay so, and
-        // the activation must not come later than that.
+        // Fetched early: if the user minimises the window as soon as it appears, the activation
+        // must carry an earlier time, so that it does not undo that.
         const auto now = x11::serverTime();
-        // Before the window is activated: otherwise the window manager takes the user to it.
+        // Before the activation: otherwise the window manager switches to the window's workspace.
         if (isManaged(window) && current && !isOnCurrentWorkspace(identifier))
             ask(window, workspace, {*current, kForUser});
-        // A window manager forgets the states of a window that is hidden.
+        // The window manager removes the states of a window that is withdrawn.
         if (!isManaged(window))
             writeListing(window);
         show();
@@ -114,7 +114,7 @@ private:
         return owned(xcb_get_property_reply(connection, cookie, nullptr));
     }
 
-    /// The numbers that a property holds; none where there is no such property.
+    /// The 32-bit values of a property; empty if there is no such property.
     static std::span<const std::uint32_t> numbers(const Property& property)
     {
         if (!property || property->format != 32)
@@ -130,7 +130,7 @@ private:
         return all.empty() ? std::nullopt : std::optional(all.front());
     }
 
-    /// Whether the window manager has the window, which it then speaks for (ICCCM,
+    /// Whether the window manager manages the window, and hence its states (ICCCM,
     /// section 4.1.3.1).
     bool isManaged(xcb_window_t window) const
     {
@@ -138,7 +138,7 @@ private:
         return number(window, managerState).value_or(kWithdrawn) != kWithdrawn;
     }
 
-    /// What a window manager finds when it takes the window over.
+    /// Writes the states that the window manager reads when it starts to manage the window.
     void writeListing(xcb_window_t window) const
     {
         std::vector<std::uint32_t> states;
@@ -159,7 +159,7 @@ private:
         ask(window, state, {change, skipped[0], skipped[1], kAsProgram});
     }
 
-    /// Asks the window manager for something about the window.
+    /// Sends the window manager a request about the window.
     void ask(xcb_window_t window, std::uint32_t kind, const Data& data) const
     {
         xcb_client_message_event_t message{};

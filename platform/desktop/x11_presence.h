@@ -8,9 +8,8 @@ struct xcb_connection_t;
 
 namespace quillbox {
 
-/// Speaks to the window manager (Extended Window Manager Hints of freedesktop.org) over the
-/// toolkit's connection, so that what is said of a window and what the toolkit does with it arrive
-/// in order.
+/// Talks to the window manager (Extended Window Manager Hints of freedesktop.org) over Qt's
+/// connection, so that these requests and those of Qt arrive in order.
 std::unique_ptr<WindowPresence> makeX11Presence(xcb_connection_t* toolkitConnection);
 
 } // namespace quillbox

@@ -257,7 +257,7 @@ TEST_F(FileUserDefaultsTest, aFileDamagedWhileTheProgramRunsIsSetAsideToo)
 TEST_F(FileUserDefaultsTest, somethingThatIsNoFileIsSetAside)
 {
     ASSERT_EQ(::mkfifo(QFile::encodeName(pathOf("settings.json")).constData(), 0600), 0);
-    EXPECT_THAT(open(), HasSubstr("it is not a file"));
+    EXPECT_THAT(open(), HasSubstr("it is not a regular file"));
     store->setString("host", "h");
     settle();
     EXPECT_EQ(object().value(QStringLiteral("host")), QStringLiteral("h"));
@@ -265,7 +265,7 @@ TEST_F(FileUserDefaultsTest, somethingThatIsNoFileIsSetAside)
 
     QFile::remove(pathOf("settings.json"));
     QDir().mkdir(pathOf("settings.json"));
-    EXPECT_THAT(open(), HasSubstr("it is not a file"));
+    EXPECT_THAT(open(), HasSubstr("it is not a regular file"));
     store->setString("host", "h");
     settle();
     EXPECT_EQ(object().value(QStringLiteral("host")), QStringLiteral("h"));

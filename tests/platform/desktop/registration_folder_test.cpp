@@ -113,7 +113,7 @@ TEST_F(RegistrationFolder, isRefusedWhenItBelongsToSomebodyElse)
     ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);
     ASSERT_EQ(::chown(path.c_str(), kNobody, kNobody), 0);
     EXPECT_EQ(opened(), "");
-    EXPECT_THAT(problem, HasSubstr("belongs to somebody else"));
+    EXPECT_THAT(problem, HasSubstr("belongs to another user"));
 }
 
 TEST_F(RegistrationFolder, isRefusedForAnIdentifierThatIsNoFileName)
