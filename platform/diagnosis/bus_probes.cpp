@@ -11,10 +11,10 @@ namespace quillbox::diagnosis {
 
 namespace {
 
-/// Of avahi-daemon's states, as D-Bus tells them (AvahiServerState).
+/// What avahi-daemon's GetState returns (AvahiServerState).
 enum AvahiServerState { kInvalid, kRegistering, kRunning, kCollision, kFailure };
 
-/// A connection that is closed again.
+/// A bus connection that the destructor closes.
 class Bus final {
 public:
     Bus(QDBusConnection::BusType type, const char* purpose)
@@ -54,7 +54,7 @@ private:
 
 constexpr const char* kAvahi = "org.freedesktop.Avahi";
 
-/// What a method of avahi-daemon without arguments gives; none when it does not answer.
+/// Calls a method of avahi-daemon that takes no arguments; nullopt on error or timeout.
 std::optional<QVariant> askAvahi(const Bus& bus, const char* method,
                                  std::chrono::milliseconds limit)
 {
@@ -110,7 +110,7 @@ AvahiFacts probeAvahi(std::chrono::milliseconds limit)
 Seen probeFirewalld(std::chrono::milliseconds limit)
 {
     const Bus bus(QDBusConnection::SystemBus, "firewalld");
-    // It is reached over the bus alone, and does not run without one.
+    // firewalld needs the system bus: without a bus it is not running.
     return bus.isThere() ? bus.hasOwner("org.fedoraproject.FirewallD1", limit) : Seen::No;
 }
 

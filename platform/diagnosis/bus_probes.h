@@ -4,17 +4,17 @@
 
 #include <chrono>
 
-/// Questions to the message buses. Each is on a connection of its own, starts no service, and
-/// blocks no longer than a few times `limit` unless the bus itself is stuck, which only the caller
-/// can bound. Any thread, while there is an application object.
+/// Queries to the message buses. Each uses its own connection, activates no service, and blocks for
+/// at most a few times `limit`. Connecting to a bus that is stuck has no timeout, so the caller
+/// must bound it. Callable on any thread while the application object exists.
 namespace quillbox::diagnosis {
 
 AvahiFacts probeAvahi(std::chrono::milliseconds limit);
 
-/// Whether firewalld runs.
+/// Whether firewalld is running.
 Seen probeFirewalld(std::chrono::milliseconds limit);
 
-/// Whether a panel on the session bus shows status notifier items.
+/// Whether a panel on the session bus shows StatusNotifierItems.
 Seen probeStatusPanel(std::chrono::milliseconds limit);
 
 } // namespace quillbox::diagnosis

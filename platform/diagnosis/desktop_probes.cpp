@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Below a folder of libraries, for each generation of KDE.
+/// Relative to a library folder, for each major version of KDE.
 constexpr std::array kKioPlugins{
     "qt6/plugins/kf6/kio/smb.so",
     "qt5/plugins/kf5/kio/smb.so",
@@ -72,7 +72,7 @@ std::vector<fs::path> systemDataFolders()
 std::vector<fs::path> systemLibraryFolders()
 {
     std::vector<fs::path> folders{"/usr/lib", "/usr/lib64", "/usr/lib64/qt6", "/usr/lib64/qt5"};
-    // Debian has a folder for each architecture.
+    // Debian has a folder for each architecture, such as x86_64-linux-gnu.
     std::error_code error;
     for (fs::directory_iterator each("/usr/lib", error), end; !error && each != end;
          each.increment(error)) {

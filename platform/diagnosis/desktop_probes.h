@@ -7,20 +7,22 @@
 
 namespace quillbox::diagnosis {
 
-/// Whether file browsers here have what opens SMB shares: of GVfs in the data folders, of KIO in
-/// the folders of libraries.
+/// Whether file browsers can open SMB shares: looks for the SMB backend of GVfs in the data
+/// folders, and for the SMB plugin of KIO in the library folders.
 FileBrowserFacts probeFileBrowser(const std::vector<std::filesystem::path>& dataFolders,
                                   const std::vector<std::filesystem::path>& libraryFolders);
 
-/// The folders of this system (XDG Base Directory Specification).
+/// The folders of XDG_DATA_DIRS, or its default (XDG Base Directory Specification).
 std::vector<std::filesystem::path> systemDataFolders();
+
+/// The folders that may contain the plugins of KIO.
 std::vector<std::filesystem::path> systemLibraryFolders();
 
-/// Whether the session names a display, of X or Wayland.
+/// Whether the environment names an X or Wayland display.
 bool isDesktopNamed();
 
-/// Whether a system tray runs on the X display. Blocks as long as the display does, which only the
-/// caller can bound.
+/// Whether a system tray is running on the X display. Blocks if the X server is stuck, so the
+/// caller must bound it.
 Seen probeTray();
 
 } // namespace quillbox::diagnosis

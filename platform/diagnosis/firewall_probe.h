@@ -7,11 +7,11 @@
 
 namespace quillbox::diagnosis {
 
-/// Whether ufw is on, by the text of its ufw.conf.
+/// Whether ufw is enabled, according to the text of its ufw.conf.
 Seen ufwIn(std::string_view configuration);
 
-/// Looks at ufw and at the rules of the packet filter, not at firewalld. Changes nothing. Blocks
-/// for `limit` at the most.
+/// Probes ufw and the packet filter's rules, but not firewalld. Changes nothing. Blocks for at most
+/// `limit`.
 FirewallFacts probeFirewall(std::chrono::milliseconds limit);
 
 } // namespace quillbox::diagnosis

@@ -18,7 +18,7 @@ namespace quillbox::diagnosis {
 
 namespace {
 
-/// A computer with containers has hundreds; the first ones are the cards.
+/// A computer with containers may have hundreds; the physical ones come first.
 constexpr std::size_t kMostInterfaces = 16;
 
 bool isWireless(const std::string& name)
@@ -85,7 +85,7 @@ Survey surveyInterfaces()
         return std::find_if(survey.interfaces.begin(), survey.interfaces.end(),
                             [name](const auto& each) { return each.facts.name == name; });
     };
-    // The entries of the links come first, those of their addresses behind them.
+    // getifaddrs() lists the links first, then their addresses.
     for (const auto* each = first; each != nullptr; each = each->ifa_next) {
         const bool isOut = (each->ifa_flags & IFF_LOOPBACK) != 0;
         const int family = each->ifa_addr == nullptr ? AF_UNSPEC : each->ifa_addr->sa_family;

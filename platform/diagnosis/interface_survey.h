@@ -7,7 +7,7 @@
 
 namespace quillbox::diagnosis {
 
-/// An interface, with what the multicast probe needs to send by it.
+/// An interface, with its index, which the multicast probe needs.
 struct SurveyedInterface {
     int index = 0;
     InterfaceFacts facts;
@@ -18,7 +18,7 @@ struct Survey {
     std::vector<SocketAddress> addresses;      ///< of this computer, on all interfaces
 };
 
-/// The interfaces of this computer. Nothing is sent.
+/// Reads the interfaces of this computer from the kernel. Sends nothing to the network.
 Survey surveyInterfaces();
 
 } // namespace quillbox::diagnosis

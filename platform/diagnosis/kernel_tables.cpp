@@ -23,12 +23,12 @@ namespace {
 
 constexpr std::size_t kAnswerSize = 65536;
 
-/// Tables of more parts than this are not read to their end.
+/// Datagrams of one table; the rest is ignored.
 constexpr int kMostParts = 1000;
 
 using Attributes = std::map<int, std::string_view>;
 
-/// Attributes as they follow one another; what does not fit ends the list.
+/// Parses a sequence of attributes; stops at one that is truncated.
 Attributes attributesIn(const void* first, std::size_t size)
 {
     Attributes attributes;
@@ -49,7 +49,7 @@ int numberIn(const Attributes& attributes, int key)
     return static_cast<int>(number);
 }
 
-/// The header of one entry and what is behind it.
+/// Receives the header and the attributes of one entry.
 template <typename Header>
 using EntryHandler = std::function<void(const Header&, const Attributes&)>;
 
@@ -59,7 +59,7 @@ public:
         : socket_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE)),
           handler_(std::move(entryHandler))
     {
-        // The kernel answers at once; the limit is for what nobody foresees.
+        // A safeguard: the kernel answers at once.
         const timeval limit{.tv_sec = 1, .tv_usec = 0};
         ::setsockopt(socket_.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
         struct {
@@ -76,7 +76,7 @@ public:
     }
 
 private:
-    /// False at the end.
+    /// Reads one datagram; false at the end of the table, or on error.
     bool readPart()
     {
         alignas(nlmsghdr) std::array<char, kAnswerSize> buffer;
@@ -127,7 +127,7 @@ bool isBridge(const Attributes& attributes)
     return kind != nested.end() && kind->second.starts_with("bridge");
 }
 
-/// A VPN that leaves the route to everywhere alone takes two that are half as wide.
+/// Includes /1 routes: some VPNs add two of them instead of replacing the default route.
 bool isDefault(const rtmsg& route)
 {
     return route.rtm_type == RTN_UNICAST && route.rtm_dst_len <= 1;
@@ -155,7 +155,7 @@ KernelTables readKernelTables()
         if (isDefault(route))
             tables.defaultRoutes.insert(numberIn(attributes, RTA_OIF));
     });
-    // A host has several addresses and one card.
+    // Counted by hardware address, because a host may have several IP addresses.
     std::map<int, std::set<std::string>> cards;
     const Dump<ndmsg> neighbours(
         RTM_GETNEIGH, [&](const ndmsg& neighbour, const Attributes& attributes) {

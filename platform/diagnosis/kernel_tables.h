@@ -6,15 +6,16 @@
 
 namespace quillbox::diagnosis {
 
-/// What the kernel's tables say of interfaces, each by its index.
+/// What the kernel's tables say about interfaces, by interface index.
 struct KernelTables {
     std::set<int> bridges;
-    std::set<int> tunnels;                 ///< they lead to one place, by way of another network
-    std::set<int> defaultRoutes;           ///< a route to everywhere, or to half of it, leads there
-    std::map<int, std::size_t> neighbours; ///< hosts whose hardware address is known
+    std::set<int> tunnels;                 ///< point-to-point links over another network
+    std::set<int> defaultRoutes;           ///< targets of a default route, or of a half of one (/1)
+    std::map<int, std::size_t> neighbours; ///< number of hosts whose hardware address is known
 };
 
-/// Asks over rtnetlink, which needs no privilege. What cannot be read is left empty.
+/// Reads the tables over rtnetlink, which needs no privileges. A table that cannot be read is left
+/// empty.
 KernelTables readKernelTables();
 
 } // namespace quillbox::diagnosis

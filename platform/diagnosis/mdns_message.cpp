@@ -17,7 +17,7 @@ void append(std::vector<std::byte>& message, std::uint16_t number)
     message.push_back(static_cast<std::byte>(number & 0xffU));
 }
 
-/// As labels, each behind its length (RFC 1035, section 3.1).
+/// As labels, each preceded by its length (RFC 1035, section 3.1).
 void appendName(std::vector<std::byte>& message, std::string_view name)
 {
     while (!name.empty()) {

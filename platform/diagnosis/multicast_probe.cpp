@@ -27,7 +27,7 @@ constexpr std::uint16_t kPort = 5353;
 constexpr int kHops = 255;
 constexpr std::size_t kMostHosts = 1000;
 
-/// Packets taken from one socket before the others have their turn.
+/// Packets read from one socket before the other sockets are read.
 constexpr int kMostAtOnce = 64;
 
 std::error_code systemError()
@@ -35,7 +35,7 @@ std::error_code systemError()
     return {errno, std::system_category()};
 }
 
-/// An address without its port and scope, to be compared.
+/// The bytes of the IP address, without port and scope, for comparison.
 std::string hostOf(const sockaddr_storage& address)
 {
     if (address.ss_family == AF_INET) {
@@ -58,7 +58,7 @@ template <typename Value> bool set(int socket, int level, int name, const Value&
     return ::setsockopt(socket, level, name, &value, sizeof value) == 0;
 }
 
-/// The group of multicast DNS on an interface, or a port of this computer.
+/// The address of the multicast DNS group on an interface, or a local address.
 struct Place {
     sockaddr_storage address{};
     socklen_t size = 0;
@@ -102,7 +102,8 @@ public:
         if (::bind(listener.get(), group.get(), group.size) != 0 || !join())
             facts.listenError = systemError();
         const Place anywhere = placeOf(family, 0, family == AF_INET ? "0.0.0.0" : "::", 0);
-        // Where this fails, sending chooses a port, and what comes back is not told from an answer.
+        // If this fails, sendto() chooses a port, and our own queries are not recognised when they
+        // come back.
         static_cast<void>(::bind(asker.get(), anywhere.get(), anywhere.size));
         sockaddr_storage bound{};
         socklen_t size = sizeof bound;
@@ -112,7 +113,7 @@ public:
 
     void ask(const std::string& type)
     {
-        // An address of a moment ago may not be used yet.
+        // One success is enough: sending fails while a new address is still tentative.
         const bool isSent = send(asker, mdnsQuestion(ownPort, type));
         const std::error_code error = isSent ? std::error_code() : systemError();
         hasSent = hasSent || isSent;
@@ -197,8 +198,8 @@ private:
     const int interfaceIndex;
     const Place group;
     MulticastFacts& facts;
-    const FileDescriptor listener; ///< at the group's address
-    const FileDescriptor asker;    ///< at a port of its own
+    const FileDescriptor listener; ///< bound to the group's address and port
+    const FileDescriptor asker;    ///< bound to an ephemeral port
     std::uint16_t ownPort = 0;
     bool hasSent = false;
     std::set<std::string> heard;
@@ -250,7 +251,8 @@ void probeMulticast(Survey& survey, const std::string& type, std::chrono::millis
             lanes.push_back(std::make_unique<Lane>(AF_INET6, each.index, each.facts.ipv6));
     }
     const auto ownHosts = hostsOf(survey.addresses);
-    // Twice, as a packet may be lost; responders keep quiet for a second after an answer.
+    // Two queries, because packets may be lost, with a pause in between, because a responder does
+    // not multicast the same record again within a second (RFC 6762, section 6).
     const auto start = Clock::now();
     for (const int half : {1, 2}) {
         for (const auto& lane : lanes)

@@ -7,13 +7,14 @@
 
 namespace quillbox::diagnosis {
 
-/// Asks by multicast DNS for the services of `type` on every interface that has addresses, listens
-/// for `duration`, and writes into the facts what became of it. Blocks.
+/// Queries the services of `type` by multicast DNS on every running interface with multicast and an
+/// address, except for VPNs, listens for `duration`, and writes the results into the facts. Blocks.
 ///
-/// It asks from a port of its own, to which answers come alone (RFC 6762, section 6.7), and from
-/// UDP 5353, to which they come for all; what it sent comes back in to UDP 5353 by way of the
-/// packet filter, as what others send does. Its place on that port is bound to the group's address,
-/// so that it takes nothing from a responder that is asked directly.
+/// It queries from an ephemeral port, to which responders answer by unicast (RFC 6762,
+/// section 6.7), and from UDP 5353, which they answer by multicast. Its own queries are looped back
+/// to UDP 5353 and pass the packet filter like those of other hosts. The socket on UDP 5353 is
+/// bound to the group's address, so that it receives no unicast queries to a responder on this
+/// computer.
 void probeMulticast(Survey& survey, const std::string& type, std::chrono::milliseconds duration);
 
 } // namespace quillbox::diagnosis

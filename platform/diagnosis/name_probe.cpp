@@ -58,7 +58,7 @@ bool isLocalOnly(std::string_view hostsLine)
         if (isMulticastModule(words[i]))
             return i + 1 == words.size()
                    || words[i + 1].find("NOTFOUND=return") != std::string_view::npos;
-        // These know the names of this computer and ask nobody.
+        // These modules know only the names of this computer and send no queries.
         if (words[i] != "files" && words[i] != "myhostname" && words[i] != "mymachines"
             && !words[i].starts_with('['))
             return false;

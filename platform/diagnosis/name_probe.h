@@ -7,20 +7,21 @@
 
 namespace quillbox::diagnosis {
 
-/// The line "hosts" of an nsswitch.conf, without its name and comments; empty when there is none.
+/// The line "hosts:" of an nsswitch.conf, without its key and comments; empty if there is none.
 std::string hostsLineIn(std::string_view configuration);
 
-/// Whether a module of that line asks by multicast DNS.
+/// Whether the line names a module that uses multicast DNS.
 bool asksMulticastDns(std::string_view hostsLine);
 
-/// Whether a name that ends in ".local" is asked of nobody but multicast DNS, by that line.
+/// Whether, with that line, names that end in ".local" are looked up by multicast DNS only.
 bool isLocalOnly(std::string_view hostsLine);
 
-/// How names are looked up, by /etc/nsswitch.conf.
+/// How names are looked up, according to /etc/nsswitch.conf.
 NameFacts readNameService();
 
-/// Looks up a name of this computer's, like "computer.local". Blocks as long as the name service
-/// does, which only the caller can bound. Only for a line that is local.
+/// Whether a name of this computer, such as "computer.local", can be resolved. Blocks if the name
+/// service is stuck, so the caller must bound it. Only to be called if isLocalOnly(): otherwise the
+/// name might be sent to a DNS server.
 Seen isNameFound(const std::string& name);
 
 } // namespace quillbox::diagnosis

@@ -32,14 +32,14 @@ bool has(const QJsonObject& object, const char* key)
     return object.contains(QLatin1StringView(key));
 }
 
-/// What a rule does with what it matches.
+/// What a rule does with the packets that it matches.
 struct Rule {
     bool isDrop = false;
     bool namesMulticastDns = false;
-    std::vector<QString> targets; ///< chains that it leads to
+    std::vector<QString> targets; ///< chains that it jumps to
 };
 
-/// Whether a number is 5353, or a range holds it.
+/// Whether the value is 5353, or a range that contains it.
 bool isOrSpansPort(const QJsonValue& value)
 {
     if (value.isDouble())
@@ -100,7 +100,7 @@ ChainKey keyOf(const QJsonObject& object, const char* name)
 
 using Chains = std::map<ChainKey, Chain>;
 
-/// All rules of a chain and of those that it leads to, each chain once.
+/// All rules of a chain and of the chains that it jumps to, each chain once.
 std::vector<Rule> rulesFrom(const Chains& chains, const ChainKey& first)
 {
     std::vector<Rule> rules;

@@ -6,9 +6,9 @@
 
 namespace quillbox::diagnosis {
 
-/// Writes into the facts what rules of the packet filter do, given as `nft -j list ruleset` prints
-/// them. False when that is not what the text is. Only chains that packets to or from this computer
-/// are led through count, with those that they jump to.
+/// Parses the output of `nft -j list ruleset`, and writes into the facts what the rules do. False
+/// if the text is no such output. Considers only the base chains for packets to or from this
+/// computer, and the chains that they jump to.
 bool readRules(const std::string& json, FirewallFacts& facts);
 
 } // namespace quillbox::diagnosis

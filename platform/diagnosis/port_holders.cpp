@@ -34,8 +34,8 @@ template <typename Number> std::optional<Number> numberIn(std::string_view text,
 
 std::optional<UdpSocket> socketIn(std::string_view line)
 {
-    // sl, local address, remote address, state, queues, timer, retransmissions, user, timeout,
-    // inode
+    // Columns: sl, local address, remote address, state, queues, timer, retransmissions, user,
+    // timeout, inode.
     const auto words = wordsOf(line);
     if (words.size() < 10)
         return std::nullopt;
@@ -57,7 +57,7 @@ std::string nameOfUser(std::uint32_t user)
     return std::to_string(user);
 }
 
-/// The socket behind a link like "socket:[4711]".
+/// The inode of the socket in the target of a link, such as "socket:[4711]".
 std::optional<std::uint64_t> inodeIn(std::string_view link)
 {
     constexpr std::string_view kStart = "socket:[";
@@ -68,7 +68,7 @@ std::optional<std::uint64_t> inodeIn(std::string_view link)
     return numberIn<std::uint64_t>(link);
 }
 
-/// The names of the programs that have one of the sockets open, as far as they may be seen.
+/// The names of the programs that have one of the sockets open, as far as this user may see them.
 class Programs {
 public:
     explicit Programs(const std::set<std::uint64_t>& inodes)

@@ -9,7 +9,7 @@
 
 namespace quillbox::diagnosis {
 
-/// A line of /proc/net/udp or udp6, as far as it is of use.
+/// The relevant columns of a line in /proc/net/udp or udp6.
 struct UdpSocket {
     std::uint16_t port = 0;
     std::uint32_t user = 0;
@@ -18,11 +18,11 @@ struct UdpSocket {
     bool operator==(const UdpSocket&) const = default;
 };
 
-/// Reads such a table; lines of another form are left out.
+/// Parses such a table; skips malformed lines.
 std::vector<UdpSocket> udpSocketsIn(std::string_view table);
 
-/// Who has the UDP port open, each once. The programs of other users are told by the system to root
-/// alone. Sockets of this very process are left out.
+/// The programs that have the UDP port open, each once. Only root can see the programs of other
+/// users; their names are empty otherwise. Sockets of this process are left out.
 std::vector<PortHolder> findPortHolders(std::uint16_t port);
 
 } // namespace quillbox::diagnosis

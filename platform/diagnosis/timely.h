@@ -9,9 +9,9 @@
 
 namespace quillbox::diagnosis {
 
-/// Work on a thread of its own whose result is taken only if it comes in time: what asks other
-/// programs may be stuck with them. A thread that is late is left alone, so the work refers to
-/// nothing that could go away.
+/// Runs work on its own thread and takes the result only if it arrives in time, because work that
+/// calls other programs may hang with them. A late thread keeps running detached, so the work must
+/// not refer to anything that may be destroyed.
 template <typename Result> class Timely final {
 public:
     template <typename Work> explicit Timely(Work work)
@@ -21,11 +21,12 @@ public:
         try {
             std::thread(std::move(task)).detach();
         } catch (const std::system_error&) {
-            // Without a thread the task is dropped, and the future knows that no result comes.
+            // Without a thread the task is destroyed, and the future reports a broken promise.
         }
     }
 
-    /// Waits for the result until `end`; gives `otherwise` when it is late, or failed. Once.
+    /// Waits for the result until `end`; returns `otherwise` if it is late or the work failed. Call
+    /// it only once.
     Result take(std::chrono::steady_clock::time_point end, Result otherwise)
     {
         isLate_ = result_.wait_until(end) != std::future_status::ready;
@@ -38,7 +39,7 @@ public:
         }
     }
 
-    /// Whether the thread still ran when its result was to be taken.
+    /// Whether take() timed out.
     bool isLate() const { return isLate_; }
 
 private:

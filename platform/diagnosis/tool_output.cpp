@@ -37,7 +37,7 @@ Pipe makePipe()
     return {FileDescriptor(ends[0]), FileDescriptor(ends[1])};
 }
 
-/// Starts the program; -1 when that fails.
+/// Starts the program; -1 on failure.
 pid_t spawn(const std::vector<std::string>& command, const Pipe& output, const Pipe& complaints)
 {
     const ArgumentVector arguments(command);
@@ -57,7 +57,7 @@ pid_t spawn(const std::vector<std::string>& command, const Pipe& output, const P
     return failure == 0 ? process : -1;
 }
 
-/// Takes what is there; false at the end of the stream.
+/// Reads what is available; false at the end of the stream, or on error.
 bool take(int descriptor, std::string& text)
 {
     std::array<char, 65536> buffer;
@@ -68,7 +68,7 @@ bool take(int descriptor, std::string& text)
     return count > 0;
 }
 
-/// Reads both streams to their ends; false when the time is up or it becomes too much.
+/// Reads both streams to their ends; false on timeout, or if there is too much output.
 bool readAll(const Pipe& output, const Pipe& complaints, Clock::time_point end, ToolOutput& result)
 {
     std::array<pollfd, 2> streams{pollfd{output.reading.get(), POLLIN, 0},
@@ -120,7 +120,7 @@ ToolOutput runTool(const std::vector<std::string>& command, std::chrono::millise
     output.writing.reset();
     complaints.writing.reset();
     const bool isWhole = readAll(output, complaints, end, result);
-    // A program that closed its streams is about to end.
+    // A program that has closed both streams is about to exit, so waitpid() needs no limit.
     if (!isWhole)
         ::kill(process, SIGKILL);
     int status = 0;

@@ -8,22 +8,23 @@ namespace quillbox::diagnosis {
 
 struct ToolOutput {
     enum class End {
-        Missing, ///< there is no such program
-        Late,    ///< it was ended when its time was up
+        Missing, ///< it could not be started
+        Late,    ///< it was killed, for taking too long or printing too much
         Failed,
         Done,
     };
 
     End end = End::Missing;
-    std::string output = {};     ///< of standard output
-    std::string complaints = {}; ///< of standard error
+    std::string output = {};     ///< from standard output
+    std::string complaints = {}; ///< from standard error
 };
 
-/// Where a program of the system's is, in PATH or where those for administrators are; empty when it
-/// is nowhere.
+/// The path of a program, looked up in PATH and in the folders for system administration; empty if
+/// it is not found.
 std::string findTool(const std::string& name);
 
-/// Runs a program, with nothing to read, and waits for its end. What it says beyond 16 MiB ends it.
+/// Runs a program with an empty standard input and waits until it exits. Kills it at the limit, or
+/// once it has printed more than 16 MiB.
 ToolOutput runTool(const std::vector<std::string>& command, std::chrono::milliseconds limit);
 
 } // namespace quillbox::diagnosis

@@ -5,8 +5,7 @@
 
 namespace quillbox::diagnosis {
 
-/// What blanks separate in a line of a table or of a configuration file. The words are parts of the
-/// line.
+/// The blank-separated words of a line of a table or a configuration file, as views into the line.
 std::vector<std::string_view> wordsOf(std::string_view line);
 
 } // namespace quillbox::diagnosis
