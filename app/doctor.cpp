@@ -31,7 +31,7 @@ const char* wordOf(Finding::Result result)
     return "FAIL";
 }
 
-/// As wide as the longest one, with the space behind it.
+/// Padded to the width of the indentation.
 std::string columnOf(Finding::Result result)
 {
     std::string word = wordOf(result);

@@ -11,12 +11,12 @@
 
 namespace quillbox {
 
-/// What the copy that is running says of itself.
+/// What the running copy of the helper reports.
 struct RunningCopyFacts {
     enum class State { NotRunning, Silent, OtherVersion, Answered };
 
     State state = State::NotRunning;
-    std::optional<HelperStatus> status = {}; ///< of a copy that answered
+    std::optional<HelperStatus> status = {}; ///< set if it answered
 };
 
 struct DoctorFacts {
@@ -24,32 +24,33 @@ struct DoctorFacts {
     RunningCopyFacts copy = {};
 };
 
-/// What one check came to.
+/// A result of one check.
 struct Finding {
     enum class Result { Ok, Warn, Fail };
 
-    std::string check; ///< a name for scripts: lower case, parts with a hyphen between them
+    std::string check; ///< a name for scripts: lower-case words, joined by hyphens
     Result result = Result::Ok;
-    std::string text;   ///< a sentence, which may hold what the network chose, verbatim
+    std::string text;   ///< a sentence; may contain text from the network, verbatim
     std::string advice; ///< what to do; empty for Ok
 
     bool operator==(const Finding&) const = default;
 };
 
-/// Judges what was found out, and looks at nothing itself. In the order in which a phone's way to
-/// the file browser goes; at least one finding for each check.
+/// Derives the findings from the facts; probes nothing itself. The checks follow the path from the
+/// network interface to the file browser; each yields at least one finding.
 std::vector<Finding> diagnose(const DoctorFacts& facts);
 
-/// Asks the copy that is running, and waits for its answer; `copy` is none when there is none.
+/// Asks the running copy for its status and waits for the answer; `copy` is null if none is
+/// running.
 RunningCopyFacts askRunningCopy(RunningApplication* copy, std::chrono::milliseconds limit);
 
-/// One line a finding and one for what to do, fit for a terminal.
+/// One line per finding, and another one for its advice, safe to print on a terminal.
 std::string plainText(const std::vector<Finding>& findings);
 
 /// A JSON array of objects with the members check, result, text and advice.
 std::string jsonText(const std::vector<Finding>& findings);
 
-/// Of the program: whether anything fails.
+/// The exit status of the program: kFailed if any check failed, else kDone.
 int exitStatusOf(const std::vector<Finding>& findings);
 
 } // namespace quillbox

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/// The checks that `diagnose` is made of, one function each. Pure.
+/// The checks that `diagnose` runs, a pure function each.
 namespace quillbox::doctor {
 
 using Findings = std::vector<Finding>;
@@ -44,18 +44,18 @@ Findings checkFileBrowser(const SystemFacts& system);
 Findings checkNames(const SystemFacts& system);
 Findings checkStatusHost(const SystemFacts& system);
 
-/// Whether an interface can lead to a phone at all.
+/// Whether an interface can reach a phone: it is up and has an address.
 bool isUsable(const InterfaceFacts& interface);
 
-/// Whether questions leave by it and come in again, in one address family at least.
+/// Whether multicast queries can be sent and come back in, for at least one address family.
 bool isMulticastSound(const InterfaceFacts& interface);
 bool isSound(const MulticastFacts& facts);
 
-/// Whether a phone was found whose port can be connected to.
+/// Whether a phone was found that accepts connections.
 bool isPhoneReached(const PhonesFacts& phones);
 bool isReached(const PhoneFacts& phone);
 
-/// What lets multicast DNS in, for the firewall that there is.
+/// How to allow incoming multicast DNS, as advice for the firewall in use.
 std::string howToLetMulticastDnsIn(const FirewallFacts& firewall);
 
 } // namespace quillbox::doctor

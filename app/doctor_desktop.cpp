@@ -32,36 +32,36 @@ Findings checkNames(const SystemFacts& system)
     const NameFacts& names = system.names;
     if (!names.asksMulticastDns)
         return {warn(kNames,
-                     "Names that end in .local are not looked up by multicast DNS, so some file "
-                     "browsers mix up two phones.",
-                     "'sudo apt install libnss-mdns' puts 'mdns4_minimal [NOTFOUND=return]' into "
-                     "the line 'hosts:' of /etc/nsswitch.conf; put it there, in front of 'dns', "
-                     "where it is missing.")};
+                     "Names that end in .local are not resolved by multicast DNS, so some file "
+                     "browsers confuse two phones.",
+                     "'sudo apt install libnss-mdns' adds 'mdns4_minimal [NOTFOUND=return]' to "
+                     "the line 'hosts:' of /etc/nsswitch.conf; if it is still missing, add it "
+                     "before 'dns'.")};
     switch (names.isResolved) {
     case Seen::Yes:
-        return {ok(kNames, names.askedName + " is found by multicast DNS.")};
+        return {ok(kNames, names.askedName + " is resolved by multicast DNS.")};
     case Seen::No:
-        return {warn(kNames, names.askedName + " is not found by its name.",
-                     "'sudo apt install --reinstall libnss-mdns'; it asks avahi-daemon, which has "
-                     "to run.")};
+        return {warn(kNames, names.askedName + " cannot be resolved.",
+                     "'sudo apt install --reinstall libnss-mdns'; it needs avahi-daemon to be "
+                     "running.")};
     case Seen::Unknown:
         break;
     }
-    return {ok(kNames, "Names that end in .local are set to be looked up by multicast DNS.")};
+    return {ok(kNames, "Names that end in .local are configured to use multicast DNS.")};
 }
 
 Findings checkStatusHost(const SystemFacts& system)
 {
     const StatusHostFacts& host = system.statusHost;
     if (!host.hasDesktop)
-        return {ok(kStatusIcon, "There is no desktop here, and no status icon.")};
+        return {ok(kStatusIcon, "There is no desktop, so there is no status icon.")};
     if (host.hasPanel == Seen::Yes || host.hasTray == Seen::Yes)
         return {ok(kStatusIcon, "The desktop shows status icons.")};
     if (host.hasPanel == Seen::Unknown && host.hasTray == Seen::Unknown)
-        return {warn(kStatusIcon, "Whether the desktop shows status icons could not be found out.",
+        return {warn(kStatusIcon, "Could not determine whether the desktop shows status icons.",
                      "Start 'quillbox-helper' again to see its window.")};
     return {warn(kStatusIcon, "The desktop shows no status icons.",
-                 "GNOME: 'sudo apt install gnome-shell-extension-appindicator', log in anew and "
+                 "GNOME: 'sudo apt install gnome-shell-extension-appindicator', log in again and "
                  "turn it on in Extensions. Without it, start 'quillbox-helper' again to see its "
                  "window.")};
 }

@@ -9,10 +9,10 @@ namespace {
 
 constexpr const char* kFirewall = "firewall";
 constexpr const char* kOthers =
-    "; other computers reach a relay only where its port is allowed as well.";
+    "; other computers can reach a relay only if its port is allowed as well.";
 
-/// What became of the questions that left: the firewall treats them, as they come back in, as it
-/// treats those of other hosts.
+/// How many of the queries that were sent came back in: the firewall treats them like those of
+/// other hosts.
 enum class LetIn { Untried, All, Some, None };
 
 LetIn letIn(const SystemFacts& system)
@@ -36,40 +36,40 @@ bool isManaged(const FirewallFacts& firewall)
     return firewall.ufw == Seen::Yes || firewall.firewalld == Seen::Yes;
 }
 
-/// Of something that keeps packets out, by what came in.
+/// The finding for a firewall, judged by the multicast that it let in.
 Finding keeperFinding(const SystemFacts& system, const std::string& name)
 {
     const std::string advice = howToLetMulticastDnsIn(system.firewall);
     switch (letIn(system)) {
     case LetIn::All:
-        return ok(kFirewall, name + " is on and lets multicast DNS in" + kOthers);
+        return ok(kFirewall, name + " is on and allows multicast DNS" + kOthers);
     case LetIn::Some:
-        return warn(kFirewall, name + " is on and lets only a part of multicast DNS in.", advice);
+        return warn(kFirewall, name + " is on and blocks some multicast DNS.", advice);
     case LetIn::Untried:
-        return warn(kFirewall,
-                    name + " is on; whether it lets multicast DNS in could not be tried.", advice);
+        return warn(kFirewall, name + " is on; could not test whether it allows multicast DNS.",
+                    advice);
     case LetIn::None:
         break;
     }
-    return fail(kFirewall, name + " is on and keeps multicast DNS out.", advice);
+    return fail(kFirewall, name + " is on and blocks multicast DNS.", advice);
 }
 
 std::optional<Finding> rulesFinding(const SystemFacts& system)
 {
     const FirewallFacts& firewall = system.firewall;
     if (firewall.dropsMulticastDns && letIn(system) != LetIn::All)
-        return fail(kFirewall, "A rule of the packet filter throws UDP 5353 away.",
+        return fail(kFirewall, "A packet filter rule drops UDP 5353.",
                     "Find and delete it: 'sudo nft -a list ruleset'.");
-    // What a program manages is judged under its name.
+    // The rules of ufw and firewalld are reported under their names.
     if (isManaged(firewall))
         return std::nullopt;
     if (firewall.dropsInput)
         return keeperFinding(system, "The packet filter");
     if (firewall.dropsOutput)
-        return warn(kFirewall, "The packet filter throws some packets of this computer away.",
-                    "'sudo nft list ruleset' shows which; UDP 5353 and the phone's port have to "
-                    "leave.");
-    return ok(kFirewall, "The packet filter throws nothing away.");
+        return warn(kFirewall, "The packet filter drops some outgoing packets.",
+                    "'sudo nft list ruleset' shows which; UDP 5353 and the phone's port must be "
+                    "allowed.");
+    return ok(kFirewall, "The packet filter drops nothing.");
 }
 
 } // namespace
@@ -80,7 +80,7 @@ std::string howToLetMulticastDnsIn(const FirewallFacts& firewall)
         return "'sudo ufw allow 5353/udp'";
     if (firewall.firewalld == Seen::Yes)
         return "'sudo firewall-cmd --permanent --add-service=mdns', 'sudo firewall-cmd --reload'";
-    return "Let UDP 5353 in; 'sudo nft list ruleset' shows what is thrown away.";
+    return "Allow incoming UDP 5353; 'sudo nft list ruleset' shows what is dropped.";
 }
 
 Findings checkFirewall(const SystemFacts& system)
@@ -91,12 +91,12 @@ Findings checkFirewall(const SystemFacts& system)
         findings.push_back(keeperFinding(system, "ufw"));
     else if (firewall.ufw == Seen::Unknown)
         findings.push_back(
-            warn(kFirewall, "Whether ufw is on could not be read.", "'sudo ufw status' says it."));
+            warn(kFirewall, "Could not determine whether ufw is on.", "Run 'sudo ufw status'."));
     if (firewall.firewalld == Seen::Yes)
         findings.push_back(keeperFinding(system, "firewalld"));
     else if (firewall.firewalld == Seen::Unknown)
-        findings.push_back(warn(kFirewall, "Whether firewalld runs could not be found out.",
-                                "'sudo firewall-cmd --state' says it."));
+        findings.push_back(warn(kFirewall, "Could not determine whether firewalld is running.",
+                                "Run 'sudo firewall-cmd --state'."));
     switch (firewall.rules) {
     case FirewallFacts::Rules::Read:
         if (auto finding = rulesFinding(system))
@@ -107,12 +107,14 @@ Findings checkFirewall(const SystemFacts& system)
             findings.push_back(ok(kFirewall, "No firewall program is installed."));
         break;
     case FirewallFacts::Rules::NotAllowed:
-        findings.push_back(warn(kFirewall, "This user may not see the rules of the packet filter.",
-                                "'sudo nft list ruleset' shows them: UDP 5353 has to come in."));
+        findings.push_back(
+            warn(kFirewall, "This user is not allowed to read the packet filter rules.",
+                 "'sudo nft list ruleset' shows them: incoming UDP 5353 must be allowed."));
         break;
     case FirewallFacts::Rules::Unknown:
-        findings.push_back(warn(kFirewall, "The rules of the packet filter could not be read.",
-                                "'sudo nft list ruleset' shows them: UDP 5353 has to come in."));
+        findings.push_back(
+            warn(kFirewall, "Could not read the packet filter rules.",
+                 "'sudo nft list ruleset' shows them: incoming UDP 5353 must be allowed."));
         break;
     }
     return findings;

@@ -31,33 +31,35 @@ const char* kindOf(const InterfaceFacts& interface)
     return "bridge";
 }
 
-/// What is wrong with one address family on an interface; empty: nothing.
+/// What is wrong with one address family on an interface; empty if nothing is.
 std::string troubleOf(const MulticastFacts& facts, const std::string& family,
                       const std::string& interface)
 {
     if (!facts.isTried)
         return {};
     if (facts.sendError)
-        return family + " multicast does not leave by " + interface + " ("
+        return family + " multicast cannot be sent on " + interface + " ("
                + facts.sendError.message() + ")";
     if (facts.listenError)
-        return "UDP 5353 cannot be listened to on " + interface + " with " + family + " ("
+        return "Cannot listen on UDP 5353 on " + interface + " with " + family + " ("
                + facts.listenError.message() + ")";
     if (!facts.isOwnHeard)
-        return family + " multicast DNS leaves by "
-               + interface + ", but nothing comes in at UDP 5353";
+        return family + " multicast DNS is sent on "
+               + interface + ", but nothing arrives on UDP 5353";
     return {};
 }
 
 std::string adviceFor(const MulticastFacts& facts, const FirewallFacts& firewall)
 {
     if (facts.sendError == std::errc::operation_not_permitted)
-        return "A firewall on this computer throws it away on its way out: look for the rule with "
-               "'sudo nft list ruleset'.";
+        return "A firewall on this computer drops outgoing multicast: find the rule with 'sudo nft "
+               "list ruleset'.";
     if (facts.sendError)
-        return "Turn the connection off and on again; 'ip route get 224.0.0.251' says more.";
+        return "Turn the connection off and on again; check the route with 'ip route get "
+               "224.0.0.251'.";
     if (facts.listenError)
-        return "Another program keeps the port to itself: 'sudo ss -ulnp sport = 5353' names it.";
+        return "Another program uses the port exclusively: 'sudo ss -ulnp sport = 5353' shows "
+               "which.";
     return howToLetMulticastDnsIn(firewall);
 }
 
@@ -66,10 +68,10 @@ Finding multicastOn(const InterfaceFacts& interface, const FirewallFacts& firewa
     const std::string trouble4 = troubleOf(interface.ipv4, "IPv4", interface.name);
     const std::string trouble6 = troubleOf(interface.ipv6, "IPv6", interface.name);
     if (trouble4.empty() && trouble6.empty()) {
-        // With IPv6 a host has several addresses.
+        // IPv4 if possible: with IPv6 a host may have several addresses and be counted twice.
         const auto answered =
             isSound(interface.ipv4) ? interface.ipv4.hostsAnswered : interface.ipv6.hostsAnswered;
-        return ok(kMulticast, "Multicast DNS leaves and arrives on " + interface.name + "; "
+        return ok(kMulticast, "Multicast DNS works on " + interface.name + "; "
                                   + counted(answered, "other host") + " answered.");
     }
     const std::string& trouble = trouble4.empty() ? trouble6 : trouble4;
@@ -80,7 +82,7 @@ Finding multicastOn(const InterfaceFacts& interface, const FirewallFacts& firewa
     return fail(kMulticast, trouble + '.', advice);
 }
 
-/// Whether multicast is to be expected on it: a tunnel leads to no phone.
+/// Whether multicast must work on it: no phone is behind a tunnel.
 bool isJudged(const InterfaceFacts& interface)
 {
     return isUsable(interface) && interface.kind != Kind::Vpn;
@@ -91,7 +93,7 @@ bool contains(std::string_view text, std::string_view part)
     return text.find(part) != std::string_view::npos;
 }
 
-/// Programs that listen for themselves and answer for nobody.
+/// Programs that only listen for their own purposes and do not act as responders.
 bool isHarmless(const PortHolder& holder)
 {
     constexpr std::string_view kListeners[] = {"chrom", "firefox", "brave",   "edge",
@@ -102,7 +104,7 @@ bool isHarmless(const PortHolder& holder)
 
 bool isExpected(const PortHolder& holder)
 {
-    // The system cuts names of programs off at 15 bytes.
+    // The kernel truncates program names to 15 bytes.
     return holder.program == "avahi-daemon" || holder.program.starts_with("quillbox-helper")
            || (holder.program.empty() && holder.user == "avahi");
 }
@@ -116,17 +118,17 @@ bool isSystemdResolved(const PortHolder& holder)
 Finding responderFinding(const PortHolder& holder)
 {
     if (isSystemdResolved(holder))
-        return warn(kResponders, "systemd-resolved speaks multicast DNS beside avahi-daemon.",
-                    "Put MulticastDNS=no into /etc/systemd/resolved.conf, then 'sudo systemctl "
+        return warn(kResponders, "systemd-resolved uses multicast DNS alongside avahi-daemon.",
+                    "Set MulticastDNS=no in /etc/systemd/resolved.conf, then run 'sudo systemctl "
                     "restart systemd-resolved'.");
     if (isHarmless(holder))
         return ok(kResponders,
-                  holder.program + " listens to multicast DNS too, which does no harm.");
+                  holder.program + " also listens for multicast DNS, which is harmless.");
     const std::string who =
-        holder.program.empty() ? "A program of the user " + holder.user : holder.program;
+        holder.program.empty() ? "A program of user " + holder.user : holder.program;
     return warn(kResponders, who + " has UDP 5353 open as well.",
-                "Two responders can get in each other's way: if phones come and go, end one. 'sudo "
-                "ss -ulnp sport = 5353' lists them.");
+                "Two responders can interfere with each other: if phones come and go, stop one. "
+                "'sudo ss -ulnp sport = 5353' lists them.");
 }
 
 } // namespace
@@ -172,13 +174,13 @@ Findings checkInterfaces(const SystemFacts& system)
             findings.push_back(ok(kInterfaces, each.name + " (" + kindOf(each) + ") is up with "
                                                    + listed(each.addresses) + '.'));
         } else if (each.isRunning && each.kind != Kind::Bridge && each.kind != Kind::Vpn) {
-            findings.push_back(warn(kInterfaces, each.name + " is connected and has no address.",
-                                    "Wait for the router to give one, or connect again."));
+            findings.push_back(warn(kInterfaces, each.name + " is connected but has no address.",
+                                    "Wait for the router to assign one, or reconnect."));
         }
     }
     if (!isAnyUsable)
         findings.push_back(fail(kInterfaces, "No network interface is up with an address.",
-                                "Connect this computer to the network that the phone is in."));
+                                "Connect this computer to the phone's network."));
     return findings;
 }
 
@@ -196,7 +198,7 @@ Findings checkMulticast(const SystemFacts& system)
     }
     if (findings.empty())
         findings.push_back(fail(kMulticast, "There is no interface to send multicast DNS on.",
-                                "Connect this computer to the network that the phone is in."));
+                                "Connect this computer to the phone's network."));
     return findings;
 }
 
@@ -213,19 +215,19 @@ Findings checkOtherHosts(const SystemFacts& system)
         isSoundSomewhere = isSoundSomewhere || isMulticastSound(each);
     }
     if (heard > 0 || !system.phones.phones.empty())
-        return {ok(kOtherHosts, "Other hosts are heard.")};
+        return {ok(kOtherHosts, "Other hosts can be heard.")};
     if (!isSoundSomewhere)
-        return {warn(kOtherHosts, "No other host can be heard.", "Mend multicast first.")};
+        return {warn(kOtherHosts, "No other host can be heard.", "Fix multicast first.")};
     if (neighbours > 0)
         return {warn(kOtherHosts,
-                     "Multicast works on this computer, and " + counted(neighbours, "other host")
-                         + " on the network said nothing.",
-                     "The network may keep its devices apart, as guest Wi-Fi does: put both into "
-                     "one network and turn off 'client isolation' (or 'AP isolation') in the "
-                     "access point.")};
-    return {warn(kOtherHosts, "This computer is alone on its network, as far as it can see.",
-                 "Look whether the phone is in the same network, and the router lets Wi-Fi and "
-                 "cable reach each other.")};
+                     "Multicast works on this computer, but " + counted(neighbours, "other host")
+                         + " on the network did not answer.",
+                     "The network may isolate its devices, as guest Wi-Fi does: connect both to "
+                     "the same network, and turn off 'client isolation' (or 'AP isolation') in "
+                     "the access point.")};
+    return {warn(kOtherHosts, "This computer seems to be alone on its network.",
+                 "Check that the phone is on the same network, and that the router connects Wi-Fi "
+                 "and wired devices to each other.")};
 }
 
 Findings checkVpn(const SystemFacts& system)
@@ -234,27 +236,27 @@ Findings checkVpn(const SystemFacts& system)
         if (each.kind != Kind::Vpn || !each.isRunning || !each.hasDefaultRoute)
             continue;
         if (isPhoneReached(system.phones))
-            return {
-                ok(kVpn, "The VPN " + each.name + " takes all traffic but the local network's.")};
-        return {warn(kVpn, "The VPN " + each.name + " takes all traffic.",
-                     "Allow the local network in its settings, or disconnect it and look again.")};
+            return {ok(kVpn, "The VPN " + each.name + " carries all but the local traffic.")};
+        return {warn(kVpn, "The VPN " + each.name + " carries all traffic.",
+                     "Allow access to the local network in its settings, or disconnect it and run "
+                     "the doctor again.")};
     }
-    return {ok(kVpn, "No VPN takes the traffic.")};
+    return {ok(kVpn, "No VPN carries all traffic.")};
 }
 
 Findings checkEngine(const SystemFacts& system)
 {
     const AvahiFacts& avahi = system.avahi;
     const char* restart = "'sudo systemctl restart avahi-daemon'; 'journalctl -u avahi-daemon' "
-                          "says why.";
+                          "shows why.";
     if (system.phones.isEngineUp == Seen::No)
-        return {fail(kEngine, "Neither avahi-daemon nor the built-in engine came up.", restart)};
+        return {fail(kEngine, "Neither avahi-daemon nor the built-in engine works.", restart)};
     switch (avahi.state) {
     case AvahiFacts::State::Running:
-        return {ok(kEngine, avahi.version + " runs, as " + avahi.hostName + '.')};
+        return {ok(kEngine, avahi.version + " is running as " + avahi.hostName + '.')};
     case AvahiFacts::State::Registering:
-        return {warn(kEngine, "avahi-daemon is still claiming the name of this computer.",
-                     "Wait a few seconds; if it stays so, another host has the name.")};
+        return {warn(kEngine, "avahi-daemon is still registering this computer's name.",
+                     "Wait a few seconds; if it does not finish, another host has the same name.")};
     case AvahiFacts::State::Failed:
         return {fail(kEngine, "avahi-daemon has failed.", restart)};
     case AvahiFacts::State::Unknown:
@@ -264,8 +266,8 @@ Findings checkEngine(const SystemFacts& system)
         break;
     }
     return {warn(kEngine,
-                 "avahi-daemon does not run; the helper finds phones by itself, but file browsers "
-                 "need it.",
+                 "avahi-daemon is not running; the helper finds phones by itself, but file "
+                 "browsers need it.",
                  "'sudo apt install avahi-daemon libnss-mdns', 'sudo systemctl enable --now "
                  "avahi-daemon'")};
 }

@@ -32,53 +32,53 @@ Finding phoneFinding(const PhoneFacts& phone)
     const std::string where = inDoubleQuotes(phone.name) + " at " + listed(addressesOf(phone))
                               + ", port " + std::to_string(phone.port) + ',';
     if (phone.addresses.empty())
-        return fail(kPhones,
-                    inDoubleQuotes(phone.name) + " is announced, but nobody tells its address.",
-                    "It may have left or fallen asleep: open the Quillbox app on the phone, and "
-                    "look again.");
+        return fail(kPhones, inDoubleQuotes(phone.name) + " is announced, but cannot be resolved.",
+                    "It may have left the network or gone to sleep: open the Quillbox app on the "
+                    "phone and run the doctor again.");
     if (has(phone, State::Open))
-        return ok(kPhones, where + " takes connections.");
+        return ok(kPhones, where + " accepts connections.");
     if (has(phone, State::Refused))
         return fail(kPhones, where + " refuses connections.",
                     "The file server on the phone is off: turn sharing on in the Quillbox app.");
     if (has(phone, State::Silent))
         return fail(kPhones, where + " does not answer.",
-                    "A firewall, a VPN or the access point throws the connection away: see the "
-                    "lines above.");
+                    "A firewall, a VPN or the access point drops the connection: see the lines "
+                    "above.");
     return fail(kPhones, where + " cannot be reached.",
-                "There is no way to that address: see the lines on interfaces and VPN above.");
+                "There is no route to that address: see the lines on interfaces and VPN above.");
 }
 
-/// It matters little beside a phone that is shown.
+/// Only a warning if another phone is shown.
 Finding otherNameFinding(const PhoneFacts& phone, bool isAnyShown)
 {
     return {kPhones, isAnyShown ? Finding::Result::Warn : Finding::Result::Fail,
             inDoubleQuotes(phone.name)
                 + " is not shown: its name does not begin with the word Quillbox.",
-            R"(Call it "Quillbox" or "Quillbox " and more, in the app on the phone.)"};
+            R"(In the app on the phone, rename it to "Quillbox" or "Quillbox NAME".)"};
 }
 
 Finding noPhone(const DoctorFacts& facts)
 {
     const char* advice =
-        "Open the Quillbox app on the phone, turn sharing on, and see that it is in "
-        "the network of this computer.";
+        "Open the Quillbox app on the phone, turn sharing on, and check that the phone is on the "
+        "same network as this computer.";
     if (facts.copy.status && !facts.copy.status->isAutomatic)
-        return warn(kPhones, "No phone is found; the helper uses a typed address instead.",
-                    "Turn automatic discovery on if the phone is to be found.");
-    return fail(kPhones, "No phone is found on this network.", advice);
+        return warn(kPhones, "No phone was found; the helper uses a manually entered address.",
+                    "Turn on automatic discovery to have the helper find the phone.");
+    return fail(kPhones, "No phone was found on this network.", advice);
 }
 
 Finding statusFinding(const HelperStatus& status)
 {
     if (!status.isShownInFinder)
-        return warn(kRunningCopy, "The helper runs and shows no phone: that is turned off.",
+        return warn(kRunningCopy,
+                    "The helper is running, but showing phones in the file browser is turned off.",
                     "'quillbox-helper restart' turns it on.");
     if (!status.isReady)
-        return warn(kRunningCopy, "The helper runs and says: " + status.text,
-                    "Mend what fails above; 'quillbox-helper restart' begins anew.");
-    return ok(kRunningCopy, "The helper runs with " + counted(status.relays.size(), "relay")
-                                + " and says: " + status.text);
+        return warn(kRunningCopy, "The helper is running; its status is: " + status.text,
+                    "Fix what fails above, then run 'quillbox-helper restart'.");
+    return ok(kRunningCopy, "The helper is running with " + counted(status.relays.size(), "relay")
+                                + "; its status is: " + status.text);
 }
 
 } // namespace
@@ -111,7 +111,7 @@ Findings checkPhones(const DoctorFacts& facts)
         if (each.hosts > 1)
             findings.push_back(warn(kPhones,
                                     "Several phones are called " + inDoubleQuotes(each.name) + '.',
-                                    "Give each a name of its own in the app."));
+                                    "Give each phone a unique name in the app."));
     }
     return findings;
 }
@@ -121,15 +121,15 @@ Findings checkRunningCopy(const RunningCopyFacts& copy)
     using CopyState = RunningCopyFacts::State;
     switch (copy.state) {
     case CopyState::NotRunning:
-        return {warn(kRunningCopy, "The helper does not run.",
-                     "Start it: 'quillbox-helper', or at each login: 'quillbox-helper "
-                     "--autostart=on'.")};
+        return {warn(kRunningCopy, "The helper is not running.",
+                     "Start it with 'quillbox-helper'; to start it at each login, run "
+                     "'quillbox-helper --autostart=on'.")};
     case CopyState::Silent:
-        return {fail(kRunningCopy, "The helper runs and does not answer.",
-                     "End it and start it anew: 'pkill -x -u \"$USER\" quillbox-helper'.")};
+        return {fail(kRunningCopy, "The helper is running, but does not answer.",
+                     "End it with 'pkill -x -u \"$USER\" quillbox-helper' and start it again.")};
     case CopyState::OtherVersion:
-        return {warn(kRunningCopy, "The helper that runs is of another version.",
-                     "Quit it in its menu, and start it anew.")};
+        return {warn(kRunningCopy, "The running helper is a different version.",
+                     "Quit it from its menu and start it again.")};
     case CopyState::Answered:
         break;
     }

@@ -124,44 +124,44 @@ const std::vector<Case>& cases()
          "interfaces", Result::Fail, "No network interface", "Connect this computer"},
         {"interfaceWithoutAddress",
          [](auto& f) { f.system.interfaces.push_back({.name = "wlan0", .isRunning = true}); },
-         "interfaces", Result::Warn, "wlan0 is connected and has no address",
+         "interfaces", Result::Warn, "wlan0 is connected but has no address",
          "Wait for the router"},
         {"multicastTurnedOff", [](auto& f) { f.system.interfaces.front().hasMulticast = false; },
          "multicast", Result::Warn, "multicast turned off", "ip link set eth0 multicast on"},
         {"multicastKeptIn",
          [](auto& f) { changeMulticast(f, unsent(std::errc::operation_not_permitted)); },
-         "multicast", Result::Fail, "does not leave by eth0", "on its way out"},
+         "multicast", Result::Fail, "cannot be sent on eth0", "drops outgoing"},
         {"multicastWithoutRoute",
          [](auto& f) { changeMulticast(f, unsent(std::errc::network_unreachable)); }, "multicast",
-         Result::Fail, "does not leave by eth0", "ip route get"},
+         Result::Fail, "cannot be sent on eth0", "ip route get"},
         {"multicastKeptOut", [](auto& f) { changeMulticast(f, kDeaf); }, "multicast", Result::Fail,
-         "nothing comes in at UDP 5353", "Let UDP 5353 in"},
+         "nothing arrives on UDP 5353", "Allow incoming UDP 5353"},
         {"multicastKeptOutByUfw",
          [](auto& f) {
              changeMulticast(f, kDeaf);
              f.system.firewall.ufw = Seen::Yes;
          },
-         "multicast", Result::Fail, "nothing comes in", "'sudo ufw allow 5353/udp'"},
+         "multicast", Result::Fail, "nothing arrives", "'sudo ufw allow 5353/udp'"},
         {"multicastKeptOutByFirewalld",
          [](auto& f) {
              changeMulticast(f, kDeaf);
              f.system.firewall.firewalld = Seen::Yes;
          },
-         "multicast", Result::Fail, "nothing comes in", "--add-service=mdns"},
+         "multicast", Result::Fail, "nothing arrives", "--add-service=mdns"},
         {"oneFamilyKeptOut", [](auto& f) { f.system.interfaces.front().ipv6 = kDeaf; }, "multicast",
-         Result::Warn, "IPv6 multicast DNS leaves by eth0", "Let UDP 5353 in"},
+         Result::Warn, "IPv6 multicast DNS is sent on eth0", "Allow incoming UDP 5353"},
         {"portKeptByAnother",
          [](auto& f) {
              changeMulticast(f, {.isTried = true,
                                  .listenError = std::make_error_code(std::errc::address_in_use)});
          },
-         "multicast", Result::Fail, "cannot be listened to", "sudo ss -ulnp"},
+         "multicast", Result::Fail, "Cannot listen on UDP 5353", "sudo ss -ulnp"},
         {"isolated",
          [](auto& f) {
              changeMulticast(f, {.isTried = true, .isOwnHeard = true});
              f.system.phones.phones.clear();
          },
-         "other-hosts", Result::Warn, "3 other hosts on the network said nothing",
+         "other-hosts", Result::Warn, "3 other hosts on the network did not answer",
          "client isolation"},
         {"alone",
          [](auto& f) {
@@ -175,50 +175,50 @@ const std::vector<Case>& cases()
              changeMulticast(f, kDeaf);
              f.system.phones.phones.clear();
          },
-         "other-hosts", Result::Warn, "can be heard", "Mend multicast"},
+         "other-hosts", Result::Warn, "can be heard", "Fix multicast"},
         {"vpnInTheWay",
          [](auto& f) {
              f.system.interfaces.push_back(vpn());
              changePort(f, PortFacts::State::Silent);
          },
-         "vpn", Result::Warn, "tun0 takes all traffic", "disconnect it"},
+         "vpn", Result::Warn, "tun0 carries all traffic", "disconnect it"},
         {"vpnThatIsNot", [](auto& f) { f.system.interfaces.push_back(vpn()); }, "vpn", Result::Ok,
-         "tun0 takes all traffic but", ""},
+         "tun0 carries all but", ""},
         {"ufwLetsIn", [](auto& f) { f.system.firewall.ufw = Seen::Yes; }, "firewall", Result::Ok,
-         "ufw is on and lets multicast DNS in", ""},
+         "ufw is on and allows multicast DNS", ""},
         {"ufwKeepsOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
              f.system.firewall.ufw = Seen::Yes;
          },
-         "firewall", Result::Fail, "ufw is on and keeps", "'sudo ufw allow 5353/udp'"},
+         "firewall", Result::Fail, "ufw is on and blocks", "'sudo ufw allow 5353/udp'"},
         {"ufwUntried",
          [](auto& f) {
              f.system.interfaces.clear();
              f.system.firewall.ufw = Seen::Yes;
          },
-         "firewall", Result::Warn, "could not be tried", "'sudo ufw allow 5353/udp'"},
+         "firewall", Result::Warn, "could not test", "'sudo ufw allow 5353/udp'"},
         {"ufwInPart",
          [](auto& f) {
              f.system.interfaces.front().ipv6 = kDeaf;
              f.system.firewall.ufw = Seen::Yes;
          },
-         "firewall", Result::Warn, "only a part", "'sudo ufw allow 5353/udp'"},
+         "firewall", Result::Warn, "blocks some", "'sudo ufw allow 5353/udp'"},
         {"ufwUnknown", [](auto& f) { f.system.firewall.ufw = Seen::Unknown; }, "firewall",
-         Result::Warn, "Whether ufw is on", "'sudo ufw status'"},
+         Result::Warn, "whether ufw is on", "'sudo ufw status'"},
         {"firewalldKeepsOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
              f.system.firewall.firewalld = Seen::Yes;
          },
-         "firewall", Result::Fail, "firewalld is on and keeps", "--add-service=mdns"},
+         "firewall", Result::Fail, "firewalld is on and blocks", "--add-service=mdns"},
         {"firewalldUnknown", [](auto& f) { f.system.firewall.firewalld = Seen::Unknown; },
-         "firewall", Result::Warn, "Whether firewalld runs", "'sudo firewall-cmd --state'"},
+         "firewall", Result::Warn, "whether firewalld is running", "'sudo firewall-cmd --state'"},
         {"rulesNotToBeSeen",
          [](auto& f) { f.system.firewall.rules = FirewallFacts::Rules::NotAllowed; }, "firewall",
-         Result::Warn, "may not see the rules", "'sudo nft list ruleset'"},
+         Result::Warn, "not allowed to read", "'sudo nft list ruleset'"},
         {"rulesNotRead", [](auto& f) { f.system.firewall.rules = FirewallFacts::Rules::Unknown; },
-         "firewall", Result::Warn, "could not be read", "'sudo nft list ruleset'"},
+         "firewall", Result::Warn, "Could not read", "'sudo nft list ruleset'"},
         {"noFirewall", [](auto& f) { f.system.firewall.rules = FirewallFacts::Rules::NoProgram; },
          "firewall", Result::Ok, "No firewall program", ""},
         {"ruleAgainstMulticast",
@@ -226,26 +226,26 @@ const std::vector<Case>& cases()
              changeMulticast(f, kDeaf);
              f.system.firewall.dropsInput = f.system.firewall.dropsMulticastDns = true;
          },
-         "firewall", Result::Fail, "A rule of the packet filter throws UDP 5353 away",
+         "firewall", Result::Fail, "A packet filter rule drops UDP 5353",
          "sudo nft -a list ruleset"},
         {"rulesThatKeepOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
              f.system.firewall.dropsInput = true;
          },
-         "firewall", Result::Fail, "keeps multicast DNS out", "Let UDP 5353 in"},
+         "firewall", Result::Fail, "blocks multicast DNS", "Allow incoming UDP 5353"},
         {"rulesThatLetIn", [](auto& f) { f.system.firewall.dropsInput = true; }, "firewall",
-         Result::Ok, "lets multicast DNS in", ""},
+         Result::Ok, "allows multicast DNS", ""},
         {"rulesOnTheWayOut", [](auto& f) { f.system.firewall.dropsOutput = true; }, "firewall",
-         Result::Warn, "some packets of this computer", "have to leave"},
+         Result::Warn, "some outgoing packets", "must be allowed"},
         {"noAvahi", [](auto& f) { f.system.avahi = {.state = AvahiFacts::State::Absent}; },
-         "dns-sd", Result::Warn, "avahi-daemon does not run", "apt install avahi-daemon"},
+         "dns-sd", Result::Warn, "avahi-daemon is not running", "apt install avahi-daemon"},
         {"noBus", [](auto& f) { f.system.avahi = {.state = AvahiFacts::State::NoBus}; }, "dns-sd",
-         Result::Warn, "avahi-daemon does not run", "apt install avahi-daemon"},
+         Result::Warn, "avahi-daemon is not running", "apt install avahi-daemon"},
         {"avahiStuck", [](auto& f) { f.system.avahi = {}; }, "dns-sd", Result::Warn,
          "does not answer", "systemctl restart avahi-daemon"},
         {"avahiClaiming", [](auto& f) { f.system.avahi.state = AvahiFacts::State::Registering; },
-         "dns-sd", Result::Warn, "still claiming", "another host has the name"},
+         "dns-sd", Result::Warn, "still registering", "another host has the same name"},
         {"avahiFailed", [](auto& f) { f.system.avahi.state = AvahiFacts::State::Failed; }, "dns-sd",
          Result::Fail, "has failed", "systemctl restart avahi-daemon"},
         {"noEngine", [](auto& f) { f.system.phones.isEngineUp = Seen::No; }, "dns-sd", Result::Fail,
@@ -254,17 +254,17 @@ const std::vector<Case>& cases()
          [](auto& f) {
              f.system.responders.push_back({"systemd-resolve", "systemd-resolve"});
          },
-         "responders", Result::Warn, "systemd-resolved speaks", "MulticastDNS=no"},
+         "responders", Result::Warn, "systemd-resolved uses", "MulticastDNS=no"},
         {"resolvedOfAnotherUser",
          [](auto& f) {
              f.system.responders.push_back({"", "systemd-resolve"});
          },
-         "responders", Result::Warn, "systemd-resolved speaks", "MulticastDNS=no"},
+         "responders", Result::Warn, "systemd-resolved uses", "MulticastDNS=no"},
         {"aBrowser",
          [](auto& f) {
              f.system.responders.push_back({"chromium", "ann"});
          },
-         "responders", Result::Ok, "chromium listens", ""},
+         "responders", Result::Ok, "chromium also listens", ""},
         {"anotherResponder",
          [](auto& f) {
              f.system.responders.push_back({"mdnsd", "root"});
@@ -274,50 +274,50 @@ const std::vector<Case>& cases()
          [](auto& f) {
              f.system.responders.push_back({"", "bob"});
          },
-         "responders", Result::Warn, "A program of the user bob", "sudo ss -ulnp"},
+         "responders", Result::Warn, "A program of user bob", "sudo ss -ulnp"},
         {"theOwnEngine",
          [](auto& f) {
              f.system.responders = {{"quillbox-helper", "ann"}, {"", "avahi"}};
          },
          "responders", Result::Ok, "Nothing else", ""},
         {"noPhone", [](auto& f) { f.system.phones.phones.clear(); }, "phones", Result::Fail,
-         "No phone is found", "turn sharing on"},
+         "No phone was found", "turn sharing on"},
         {"noPhoneWanted",
          [](auto& f) {
              f.system.phones.phones.clear();
              f.copy.status->isAutomatic = false;
          },
-         "phones", Result::Warn, "a typed address", "automatic discovery"},
+         "phones", Result::Warn, "a manually entered address", "automatic discovery"},
         {"phoneThatRefuses", [](auto& f) { changePort(f, PortFacts::State::Refused); }, "phones",
          Result::Fail, "\"Quillbox Office\" at 192.0.2.9, port 4445, refuses", "sharing"},
         {"phoneBehindAFilter", [](auto& f) { changePort(f, PortFacts::State::Silent); }, "phones",
-         Result::Fail, "does not answer", "throws the connection away"},
+         Result::Fail, "does not answer", "drops the connection"},
         {"phoneOutOfReach", [](auto& f) { changePort(f, PortFacts::State::Unreachable); }, "phones",
-         Result::Fail, "cannot be reached", "no way"},
+         Result::Fail, "cannot be reached", "no route"},
         {"phoneAtAForbiddenAddress", [](auto& f) { changePort(f, PortFacts::State::NotDialled); },
-         "phones", Result::Fail, "cannot be reached", "no way"},
+         "phones", Result::Fail, "cannot be reached", "no route"},
         {"phoneWithOneGoodAddress",
          [](auto& f) {
              f.system.phones.phones.front().addresses.push_back(
                  {.address = "fe80::9", .state = PortFacts::State::Unreachable});
          },
-         "phones", Result::Ok, "at 192.0.2.9 and fe80::9, port 4445, takes connections", ""},
+         "phones", Result::Ok, "at 192.0.2.9 and fe80::9, port 4445, accepts connections", ""},
         {"phoneWithoutAddress", [](auto& f) { f.system.phones.phones.front().addresses.clear(); },
-         "phones", Result::Fail, "nobody tells its address", "look again"},
+         "phones", Result::Fail, "cannot be resolved", "run the doctor again"},
         {"phoneOfAnotherName", [](auto& f) { f.system.phones.phones.front().name = "My Quillbox"; },
          "phones", Result::Fail, "\"My Quillbox\" is not shown: its name does not begin",
-         "Call it"},
+         "rename it"},
         {"phoneOfAnotherNameBesideOne",
          [](auto& f) { f.system.phones.phones.push_back({.name = "My Quillbox"}); }, "phones",
-         Result::Warn, "its name does not begin", "Call it"},
+         Result::Warn, "its name does not begin", "rename it"},
         {"twoPhonesOfOneName", [](auto& f) { f.system.phones.phones.front().hosts = 2; }, "phones",
-         Result::Warn, "Several phones are called \"Quillbox Office\"", "of its own"},
-        {"notRunning", [](auto& f) { f.copy = {}; }, "running-copy", Result::Warn, "does not run",
+         Result::Warn, "Several phones are called \"Quillbox Office\"", "unique name"},
+        {"notRunning", [](auto& f) { f.copy = {}; }, "running-copy", Result::Warn, "is not running",
          "--autostart=on"},
         {"stuck", [](auto& f) { f.copy = {.state = RunningCopyFacts::State::Silent}; },
-         "running-copy", Result::Fail, "does not answer", "start it anew"},
+         "running-copy", Result::Fail, "does not answer", "start it again"},
         {"otherVersion", [](auto& f) { f.copy = {.state = RunningCopyFacts::State::OtherVersion}; },
-         "running-copy", Result::Warn, "another version", "Quit it"},
+         "running-copy", Result::Warn, "different version", "Quit it"},
         {"turnedOff", [](auto& f) { f.copy.status->isShownInFinder = false; }, "running-copy",
          Result::Warn, "turned off", "'quillbox-helper restart'"},
         {"notReady",
@@ -325,7 +325,8 @@ const std::vector<Case>& cases()
              f.copy.status->isReady = false;
              f.copy.status->text = "Looking for Quillbox on this network…";
          },
-         "running-copy", Result::Warn, "says: Looking for Quillbox", "begins anew"},
+         "running-copy", Result::Warn, "its status is: Looking for Quillbox",
+         "quillbox-helper restart"},
         {"noFileBrowser", [](auto& f) { f.system.fileBrowser = {}; }, "file-browser", Result::Fail,
          "can open SMB shares", "gvfs-backends"},
         {"noFileBrowserWithoutDesktop",
@@ -337,15 +338,15 @@ const std::vector<Case>& cases()
         {"kio", [](auto& f) { f.system.fileBrowser = {.hasKio = true}; }, "file-browser",
          Result::Ok, "KIO can open", ""},
         {"noNames", [](auto& f) { f.system.names = {.hostsLine = "files dns"}; }, "host-names",
-         Result::Warn, "are not looked up", "mdns4_minimal [NOTFOUND=return]"},
+         Result::Warn, "are not resolved", "mdns4_minimal [NOTFOUND=return]"},
         {"namesNotFound", [](auto& f) { f.system.names.isResolved = Seen::No; }, "host-names",
-         Result::Warn, "pc.local is not found", "libnss-mdns"},
+         Result::Warn, "pc.local cannot be resolved", "libnss-mdns"},
         {"namesNotTried",
          [](auto& f) {
              f.system.names.isResolved = Seen::Unknown;
              f.system.names.askedName.clear();
          },
-         "host-names", Result::Ok, "are set to be looked up", ""},
+         "host-names", Result::Ok, "are configured to use", ""},
         {"noStatusHost", [](auto& f) { f.system.statusHost.hasPanel = Seen::No; }, "status-icon",
          Result::Warn, "shows no status icons", "appindicator"},
         {"tray",
@@ -357,7 +358,7 @@ const std::vector<Case>& cases()
          [](auto& f) {
              f.system.statusHost = {true, Seen::Unknown, Seen::Unknown};
          },
-         "status-icon", Result::Warn, "could not be found out", "quillbox-helper"},
+         "status-icon", Result::Warn, "Could not determine", "quillbox-helper"},
         {"noDesktop", [](auto& f) { f.system.statusHost = {}; }, "status-icon", Result::Ok,
          "no desktop", ""},
     };

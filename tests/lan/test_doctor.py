@@ -95,11 +95,11 @@ def test_a_phone_whose_way_is_free(computer, phone):
     helper.wait_status(visible(1))
     found = doctor(computer)
     found.expect("interfaces", OK, f"eth0 (wired) is up with {computer.address4}")
-    found.expect("multicast", OK, "leaves and arrives on eth0; 1 other host answered")
+    found.expect("multicast", OK, "works on eth0; 1 other host answered")
     found.expect("phones", OK, '"Quillbox Office" at ')
-    found.expect("phones", OK, "port 4445, takes connections")
-    found.expect("running-copy", OK, "1 relay and says: 1 Quillbox device visible")
-    found.expect("firewall", OK, "throws nothing away")
+    found.expect("phones", OK, "port 4445, accepts connections")
+    found.expect("running-copy", OK, "1 relay; its status is: 1 Quillbox device visible")
+    found.expect("firewall", OK, "drops nothing")
     assert FAIL not in {each["result"] for each in found.findings}
     assert found.stderr == ""
     assert found.seconds < limit(6)
@@ -111,8 +111,8 @@ def test_a_phone_whose_way_is_free(computer, phone):
 def test_it_publishes_nothing(bare_computer, onlooker, phone):
     phone.announce()
     found = doctor(bare_computer)
-    found.expect("phones", OK, "takes connections")
-    found.expect("running-copy", WARN, "does not run")
+    found.expect("phones", OK, "accepts connections")
+    found.expect("running-copy", WARN, "is not running")
     assert onlooker.events("added") == []
     assert bare_computer.helper_processes() == []
     folder = f"/proc/{bare_computer.pid}/root/run/user/0/org.quillbox.Helper"
@@ -138,15 +138,15 @@ def test_multicast_that_is_kept_out(computer, phone):
     phone.announce()
     filter_packets(computer, "input udp dport 5353 drop")
     found = doctor(computer)
-    found.expect("multicast", FAIL, "leaves by eth0, but nothing comes in at UDP 5353")
-    found.expect("firewall", FAIL, "A rule of the packet filter throws UDP 5353 away")
+    found.expect("multicast", FAIL, "is sent on eth0, but nothing arrives on UDP 5353")
+    found.expect("firewall", FAIL, "A packet filter rule drops UDP 5353")
     assert "nft -a list ruleset" in found.advice("firewall")
 
 
 def test_multicast_of_one_family_that_is_kept_out(bare_computer):
     filter_packets(bare_computer, "input ip6 nexthdr udp udp dport 5353 drop")
     found = doctor(bare_computer)
-    found.expect("multicast", WARN, "IPv6 multicast DNS leaves by eth0, but nothing comes in")
+    found.expect("multicast", WARN, "IPv6 multicast DNS is sent on eth0, but nothing arrives")
 
 
 def test_a_filter_that_drops_all_but_what_is_allowed(bare_computer):
@@ -154,19 +154,19 @@ def test_a_filter_that_drops_all_but_what_is_allowed(bare_computer):
     chain = "{ type filter hook input priority 0; policy drop; }"
     bare_computer.run("nft", f"add chain inet broken input {chain}")
     found = doctor(bare_computer)
-    found.expect("firewall", FAIL, "The packet filter is on and keeps multicast DNS out")
+    found.expect("firewall", FAIL, "The packet filter is on and blocks multicast DNS")
     bare_computer.run("nft", "add rule inet broken input udp dport 5353 accept")
     found = doctor(bare_computer)
-    found.expect("firewall", OK, "The packet filter is on and lets multicast DNS in")
-    found.expect("multicast", OK, "leaves and arrives on eth0")
+    found.expect("firewall", OK, "The packet filter is on and allows multicast DNS")
+    found.expect("multicast", OK, "works on eth0")
 
 
 def test_multicast_that_is_kept_in(bare_computer):
     filter_packets(bare_computer, "output udp dport 5353 drop")
     found = doctor(bare_computer)
-    found.expect("multicast", FAIL, "does not leave by eth0 (Operation not permitted)")
-    assert "on its way out" in found.advice("multicast")
-    found.expect("firewall", WARN, "throws some packets of this computer away")
+    found.expect("multicast", FAIL, "cannot be sent on eth0 (Operation not permitted)")
+    assert "drops outgoing" in found.advice("multicast")
+    found.expect("firewall", WARN, "drops some outgoing packets")
 
 
 def test_multicast_that_is_turned_off(bare_computer):
@@ -181,7 +181,7 @@ def test_hosts_that_are_kept_apart(lan, bare_computer):
         *["dev", "eth0", "nud", "permanent"],
     )
     found = doctor(bare_computer)
-    found.expect("other-hosts", WARN, "1 other host on the network said nothing")
+    found.expect("other-hosts", WARN, "1 other host on the network did not answer")
     assert "client isolation" in found.advice("other-hosts")
 
 
@@ -202,7 +202,7 @@ def test_a_vpn_that_takes_all_traffic(bare_computer):
     doctor(bare_computer).expect("vpn", OK, "No VPN")
     bare_computer.run("ip", "route", "add", "default", "dev", "tun0")
     found = doctor(bare_computer)
-    found.expect("vpn", WARN, "The VPN tun0 takes all traffic")
+    found.expect("vpn", WARN, "The VPN tun0 carries all traffic")
     found.expect("interfaces", OK, "tun0 (VPN)")
 
 
@@ -219,10 +219,10 @@ def test_ufw(bare_computer):
         "sh", "-c", 'mkdir -p /run/etc/ufw && cp -a /etc/. /run/etc/ && mkdir -p /run/etc/ufw '
         '&& cp "$1/ufw.conf" /run/etc/ufw/ && mount --bind /run/etc /etc', "sh", folder
     )
-    doctor(bare_computer).expect("firewall", OK, "ufw is on and lets multicast DNS in")
+    doctor(bare_computer).expect("firewall", OK, "ufw is on and allows multicast DNS")
     filter_packets(bare_computer, "input udp dport 5353 drop")
     found = doctor(bare_computer)
-    found.expect("firewall", FAIL, "ufw is on and keeps multicast DNS out")
+    found.expect("firewall", FAIL, "ufw is on and blocks multicast DNS")
     assert "'sudo ufw allow 5353/udp'" in found.advice("multicast")
 
 
@@ -239,7 +239,7 @@ def test_firewalld(bare_computer):
     )
     filter_packets(bare_computer, "input udp dport 5353 drop")
     found = doctor(bare_computer)
-    found.expect("firewall", FAIL, "firewalld is on and keeps multicast DNS out")
+    found.expect("firewall", FAIL, "firewalld is on and blocks multicast DNS")
     assert "--add-service=mdns" in found.advice("firewall")
 
 
@@ -253,9 +253,9 @@ def test_rules_that_nobody_may_see(bare_computer):
         timeout=limit(20),
     )
     found = Diagnosis(done, 0)
-    found.expect("firewall", WARN, "may not see the rules")
+    found.expect("firewall", WARN, "not allowed to read")
     assert "'sudo nft list ruleset'" in found.advice("firewall")
-    found.expect("multicast", OK, "leaves and arrives on eth0")
+    found.expect("multicast", OK, "works on eth0")
 
 
 # ---- who speaks DNS-SD ----
@@ -263,17 +263,17 @@ def test_rules_that_nobody_may_see(bare_computer):
 
 def test_the_daemon_and_its_absence(bare_computer):
     found = doctor(bare_computer)
-    found.expect("dns-sd", WARN, "avahi-daemon does not run")
+    found.expect("dns-sd", WARN, "avahi-daemon is not running")
     bare_computer.start_bus()
-    doctor(bare_computer).expect("dns-sd", WARN, "avahi-daemon does not run")
+    doctor(bare_computer).expect("dns-sd", WARN, "avahi-daemon is not running")
     bare_computer.start_avahi()
     found = doctor(bare_computer)
-    found.expect("dns-sd", OK, "avahi 0.8 runs, as computer.local")
+    found.expect("dns-sd", OK, "avahi 0.8 is running as computer.local")
     assert found.results("responders") == [OK]
 
 
 def test_a_bus_that_says_nothing(bare_computer):
-    """It takes connections and never answers: the doctor gets through all the same."""
+    """It accepts connections and never answers: the doctor gets through all the same."""
     script = (
         "import socket, sys; s = socket.socket(socket.AF_UNIX);"
         "s.bind('/run/dbus/system_bus_socket'); s.listen(64);"
@@ -281,8 +281,8 @@ def test_a_bus_that_says_nothing(bare_computer):
     stand_in(bare_computer, script, "the bus")
     found = doctor(bare_computer, DBUS_SESSION_BUS_ADDRESS="unix:path=/run/dbus/system_bus_socket")
     found.expect("dns-sd", WARN, "does not answer")
-    found.expect("firewall", WARN, "Whether firewalld runs could not be found out")
-    found.expect("multicast", OK, "leaves and arrives on eth0")
+    found.expect("firewall", WARN, "Could not determine whether firewalld is running")
+    found.expect("multicast", OK, "works on eth0")
     assert found.seconds < limit(6.5)
     # Nothing of it stays behind.
     wait_until(lambda: bare_computer.helper_processes() == [], limit(5), "its end")
@@ -295,7 +295,7 @@ def test_another_responder(bare_computer):
     try:
         found = doctor(bare_computer)
         found.expect("responders", WARN, "python3 has UDP 5353 open as well")
-        found.expect("multicast", OK, "leaves and arrives on eth0")
+        found.expect("multicast", OK, "works on eth0")
     finally:
         held.close()
 
@@ -305,7 +305,7 @@ def test_a_port_that_is_kept(bare_computer):
     held.bind(("0.0.0.0", 5353))
     try:
         found = doctor(bare_computer)
-        found.expect("multicast", WARN, "UDP 5353 cannot be listened to on eth0 with IPv4")
+        found.expect("multicast", WARN, "Cannot listen on UDP 5353 on eth0 with IPv4")
         assert "'sudo ss -ulnp" in found.advice("multicast")
     finally:
         held.close()
@@ -346,15 +346,15 @@ def test_a_phone_of_another_name_and_a_hostile_one(computer, lan):
 def test_no_phone(computer):
     computer.helper().wait_status(LOOKING)
     found = doctor(computer)
-    found.expect("phones", FAIL, "No phone is found")
-    found.expect("running-copy", WARN, "says: Looking for Quillbox on this network…")
+    found.expect("phones", FAIL, "No phone was found")
+    found.expect("running-copy", WARN, "its status is: Looking for Quillbox on this network…")
 
 
 def test_no_phone_that_is_missed(bare_computer):
     bare_computer.manual_helper("192.0.2.7", 4445).wait_status(
         "ready: Quillbox is visible in Finder"
     )
-    doctor(bare_computer).expect("phones", WARN, "a typed address instead")
+    doctor(bare_computer).expect("phones", WARN, "a manually entered address")
 
 
 # ---- the desktop ----
@@ -379,13 +379,13 @@ def test_names_of_multicast_dns(bare_computer):
     bare_computer.start_avahi()
     replace_file(bare_computer, "/etc/nsswitch.conf", "hosts: files dns\n")
     found = doctor(bare_computer)
-    found.expect("host-names", WARN, "are not looked up by multicast DNS")
+    found.expect("host-names", WARN, "are not resolved by multicast DNS")
     assert "libnss-mdns" in found.advice("host-names")
     bare_computer.run("umount", "/etc/nsswitch.conf")
     line = "hosts: files mdns4_minimal [NOTFOUND=return] dns\n"
     replace_file(bare_computer, "/etc/nsswitch.conf", line)
     found = doctor(bare_computer)
-    found.expect("host-names", OK, "computer.local is found by multicast DNS")
+    found.expect("host-names", OK, "computer.local is resolved by multicast DNS")
 
 
 def test_names_that_are_set_and_not_found(bare_computer):
@@ -396,7 +396,7 @@ def test_names_that_are_set_and_not_found(bare_computer):
     )
     # The module asks by this socket.
     bare_computer.run("rm", "/run/avahi-daemon/socket")
-    doctor(bare_computer).expect("host-names", WARN, "computer.local is not found")
+    doctor(bare_computer).expect("host-names", WARN, "computer.local cannot be resolved")
 
 
 def test_a_desktop_that_shows_status_icons(desktop):
