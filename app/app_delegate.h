@@ -35,36 +35,36 @@ namespace quillbox {
 
 class FrameSizer;
 
-/// What the user is told: whether phones are visible in the file browser, and a text.
+/// The status shown to the user: whether phones are visible in the file browser, and a text.
 struct StatusReport {
     bool ready = false;
     std::string text;
 };
 
 /// The controller: owns the discovery objects, the relays, the window and the status item, and
-/// decides which relays run. Everything here belongs to the main thread; callbacks from elsewhere
-/// arrive there and find the controller gone or whole. Its operations are spread over sources in
-/// `app/` (what it does) and `ui/` (what it shows).
+/// decides which relays run. Main thread only: callbacks are delivered there, and do nothing once
+/// the controller has been destroyed. It is implemented in `app/` (behaviour) and `ui/`
+/// (presentation).
 class AppDelegate final : public QObject {
 public:
-    /// The Finder name of the one relay of manual mode.
+    /// The Finder name of the only relay in manual mode.
     static constexpr const char* kManualFinderName = "Quillbox";
 
-    /// What brings web management about, in one line.
+    /// How to enable web management, in one line.
     static constexpr const char* kHowToEnableManagement =
         "Enable web management on your phone: in Quillbox, open Users and turn on Enable web "
         "management for your SMB account";
 
-    /// Told once: nothing when the page was opened, or why not.
+    /// Called once: with nullopt if the page was opened, else with the reason why it was not.
     using ManagementTold = std::function<void(const std::optional<std::string>& refusal)>;
 
-    /// Makes the controls and fills the fields from the stored settings; nothing runs.
+    /// Creates the controls and fills the fields from the stored settings; starts nothing.
     explicit AppDelegate(AppEnvironment appEnvironment);
     AppDelegate(const AppDelegate&) = delete;
     AppDelegate& operator=(const AppDelegate&) = delete;
     ~AppDelegate() override;
 
-    // The life of the application.
+    // Application life cycle.
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
     bool applicationShouldTerminateAfterLastWindowClosed() const { return false; }
@@ -73,44 +73,46 @@ public:
     void showHelper();
     void quit();
 
-    /// True when an older copy runs; it has been brought forward then.
+    /// True if an older copy is running. Brings that copy's window to the front, unless this copy
+    /// starts hidden.
     bool activateExistingInstance();
 
-    /// Another copy was started and yields to this one. `permission` is what the desktop gave it
-    /// to come forward; may be empty.
+    /// Another copy was started and yields to this one. `permission` is the activation token that
+    /// the desktop gave it; may be empty.
     void activatedByAnotherCopy(const std::string& permission);
 
-    /// A process of this user's asks for something; it is told what came of it. What it asks for is
-    /// done as from the menu, and refused with the words of the status line.
+    /// Executes a request from another process of the same user and answers it. Requests have the
+    /// effect of the menu items, and are refused with the text of the status line.
     void messageArrived(const CopyMessage& message, const RunningApplications::Answer& answer);
 
-    /// What goes on at this moment.
+    /// The current state.
     HelperStatus helperStatus() const;
 
-    // The settings.
+    // Settings.
     void saveFields(const std::string& host, std::uint16_t port);
     void toggleFinderVisibility();
     void toggleAutomaticDiscovery();
     void restartFromMenu();
     void controlTextDidEndEditing();
 
-    // The relays.
+    // Relays.
     void restartRelay();
     void syncAutomaticRelays();
     void stopRelays();
 
-    /// Opens the phone's share in the file browser, or tells why not.
+    /// Opens the phone's share in the file browser, or reports why it cannot.
     void openInFinder();
 
-    // Web management: the page of the one phone that has it, of the phone that the user chooses
-    // from a menu, or of the phone whose button was pressed; without any, how to enable it.
+    // Web management: opens the page of the only phone that has it, of the phone that the user
+    // chooses from a menu, or of the phone whose button was clicked; without such a phone, explains
+    // how to enable it.
     void openManagement();
     void openManagementMenu(const QAction& item);
     void openNamedManagement(const QPushButton& button);
     void resolveManagement(const Endpoint& endpoint, ManagementTold told = {});
 
-    /// The property of a "Manage" button, and the data of a menu item likewise, that holds the name
-    /// of its phone: a QByteArray of UTF-8, verbatim.
+    /// The property of a "Manage" button that holds the name of its phone: a QByteArray of UTF-8,
+    /// verbatim. The data of a menu item has the same form.
     static constexpr const char* kManagementIdentifier = "identifier";
 
     // The window and the status item.
@@ -123,15 +125,15 @@ public:
     void setStatus(const StatusReport& report);
     void buildStatusItem();
 
-    // Members are destroyed from the last to the first: the controls go before the window that they
-    // stand in, which then finds no child of its own making among them.
+    // Members are destroyed in reverse order: the controls before the window that contains them,
+    // because ~QWidget would delete them as its children.
     const std::shared_ptr<PhoneDiscovery> managementDiscovery;
     std::vector<DiscoveredDevice> managementDevices;
     std::shared_ptr<ManagementResolver> managementResolver;
-    std::unique_ptr<QWidget> window; ///< none before `buildWindow`
+    std::unique_ptr<QWidget> window; ///< null before `buildWindow`
     const std::shared_ptr<PhoneDiscovery> discovery;
     std::map<std::string, std::shared_ptr<FinderRelay>, CanonicalLess> relays; ///< by Finder name
-    std::map<std::string, std::string, CanonicalLess> relayTargets; ///< what each was started with
+    std::map<std::string, std::string, CanonicalLess> relayTargets; ///< endpoint descriptions
     QLineEdit hostField;
     QLineEdit portField;
     QLineEdit shareField;
@@ -142,15 +144,15 @@ public:
     QCheckBox showInFinder;
     QCheckBox automaticDiscovery;
     QPushButton advancedButton;
-    QWidget* advancedForm = nullptr; ///< the window's; none before `buildWindow`
+    QWidget* advancedForm = nullptr; ///< owned by the window; null before `buildWindow`
     bool advancedVisible = false;
-    FrameSizer* frameSizer = nullptr;          ///< the window's; none before `buildWindow`
-    std::unique_ptr<StatusBarItem> statusItem; ///< none before `buildStatusItem`
-    QAction* menuStatusItem = nullptr;         ///< the status item's
+    FrameSizer* frameSizer = nullptr;          ///< owned by the window; null before `buildWindow`
+    std::unique_ptr<StatusBarItem> statusItem; ///< null before `buildStatusItem`
+    QAction* menuStatusItem = nullptr;         ///< owned by the status item
     std::vector<DiscoveredDevice> discoveredDevices;
-    /// The Finder names whose relay reported ready, in automatic mode.
+    /// The Finder names of the relays that are ready, in automatic mode.
     std::set<std::string, CanonicalLess> readyFinderNames;
-    /// What `setStatus` was told last, verbatim.
+    /// The last argument of `setStatus`, verbatim.
     StatusReport lastReport{.ready = false,
                             .text = "Enter the local IP address shown in Quillbox."};
 
@@ -201,7 +203,7 @@ private:
     void explainWebManagement();
     void popUpManagementMenu();
 
-    ManagementTold managementTold; ///< of the resolver in flight; may be empty
+    ManagementTold managementTold; ///< for the resolver in progress; may be empty
     const AppEnvironment environment;
 };
 

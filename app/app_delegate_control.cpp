@@ -105,7 +105,7 @@ ControlAnswer AppDelegate::openOnRequest(const std::optional<std::string>& phone
         return {};
     ControlAnswer answer{.outcome = ControlOutcome::Refused, .text = refusal->text};
     if (refusal->ready)
-        answer.phones = names; // it is only a matter of choice
+        answer.phones = names; // not an error: the user only has to choose one
     return answer;
 }
 
@@ -138,8 +138,8 @@ void AppDelegate::manageOnRequest(const std::optional<std::string>& phone, const
 ControlAnswer AppDelegate::restartOnRequest()
 {
     restartFromMenu();
-    // Automatic mode may well have nothing to run; manual mode always does, unless a field is
-    // wrong.
+    // In automatic mode there may be no phone to relay to; in manual mode there is a relay unless a
+    // field is invalid.
     if (automaticDiscovery.isChecked() || !relays.empty())
         return {};
     return {.outcome = ControlOutcome::Refused, .text = lastReport.text};

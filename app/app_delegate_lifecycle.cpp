@@ -14,7 +14,7 @@ constexpr const char* kManagementServiceType = "_quillbox-admin._tcp";
 
 using LaunchDate = RunningApplication::LaunchDate;
 
-/// What decides whether a report of discovery brings anything new, one entry a device.
+/// One entry per device, compared to decide whether a discovery result requires a restart.
 std::vector<std::string> signatureOf(const std::vector<DiscoveredDevice>& devices)
 {
     std::vector<std::string> signature;
@@ -24,8 +24,8 @@ std::vector<std::string> signatureOf(const std::vector<DiscoveredDevice>& device
     return signature;
 }
 
-/// Whether `other` was launched before `self`. A copy whose date is unknown counts as the older
-/// one, so that of two copies that doubt, the one that asks yields.
+/// Whether `other` was launched before `self`. An unknown date of `other` counts as the earliest,
+/// one of `self` as the latest, so that in doubt the copy that calls this yields.
 bool isOlder(const RunningApplication& other, const RunningApplication& self)
 {
     const LaunchDate otherDate = other.launchDate().value_or(LaunchDate::min());
@@ -55,7 +55,8 @@ AppDelegate::AppDelegate(AppEnvironment appEnvironment)
 
 AppDelegate::~AppDelegate()
 {
-    // A field that goes while it has the focus loses it, which is no end of an edit.
+    // A field that is destroyed while it has the focus gets a focus-out event, which must not count
+    // as the end of an edit.
     for (QObject* watched : {static_cast<QObject*>(&hostField), static_cast<QObject*>(&portField),
                              static_cast<QObject*>(window.get())}) {
         if (watched)
@@ -97,7 +98,7 @@ void AppDelegate::applicationDidFinishLaunching()
     readCheckBoxes();
     if (showInFinder.isChecked())
         restartRelay();
-    // Last: what is asked for is asked of a helper that knows its settings.
+    // Last, because handling a request requires that the settings have been read.
     environment.runningApplications.setMessageHandler(
         [self = QPointer(this)](const CopyMessage& message,
                                 const RunningApplications::Answer& answer) {
@@ -151,7 +152,7 @@ bool AppDelegate::activateExistingInstance()
     });
     if (older == copies.end())
         return false;
-    // What starts hidden, at login for one, shows no window of another copy either.
+    // A copy that starts hidden, for example at login, does not show another copy's window either.
     if (!environment.startsHidden)
         (*older)->activate();
     return true;
@@ -188,7 +189,7 @@ void AppDelegate::centreWindow()
     window->move(frame.topLeft());
 }
 
-/// What is minimised or on another workspace cannot be seen, whatever the toolkit calls it.
+/// Unlike QWidget::isVisible(), false if the window is minimised or on another workspace.
 bool AppDelegate::isWindowVisible() const
 {
     return window->isVisible() && !window->isMinimized()
@@ -205,7 +206,7 @@ void AppDelegate::bringWindowForward()
     });
 }
 
-/// A taskbar lists the window only while nothing else leads to it.
+/// The taskbar lists the window only while there is no status item to open it from.
 void AppDelegate::updateTaskbar()
 {
     environment.windowPresence.setListed(window->winId(), !statusItem->isShown());

@@ -6,7 +6,7 @@ namespace quillbox {
 
 namespace {
 
-/// What follows the instance name in the DNS-SD name of a service that a relay advertises.
+/// What follows the instance name in the DNS-SD service name that a relay advertises.
 constexpr const char* kServiceSuffix = "._smb._tcp.local";
 
 } // namespace
@@ -16,8 +16,8 @@ void AppDelegate::openInFinder()
     openShare(nullptr);
 }
 
-/// Opens the share of `phone`, or, when that is none, of the only one that there is. Gives why not,
-/// as the window tells it; none when the share is on its way.
+/// Opens the share of `phone`, or of the only phone if `phone` is null. Returns nullopt if the
+/// share is being opened, else the reason why not, which is also shown in the window.
 std::optional<StatusReport> AppDelegate::openShare(const std::string* phone)
 {
     const std::string share = trimmed(shareField.text().toStdString());
@@ -29,7 +29,7 @@ std::optional<StatusReport> AppDelegate::openShare(const std::string* phone)
         return refuseToOpen({.ready = false, .text = "Turn on Show Quillbox in Finder first"});
     if (!phone && isAutomatic && discoveredDevices.empty())
         return refuseLoudly({.ready = false, .text = "No Quillbox device is available yet"});
-    // Nothing is wrong here: the user only has to choose elsewhere.
+    // Not an error: the user only has to choose a phone in the file browser.
     if (!phone && isAutomatic && discoveredDevices.size() > 1)
         return refuseLoudly({.ready = true, .text = "Choose a Quillbox device directly in Finder"});
 
@@ -39,7 +39,7 @@ std::optional<StatusReport> AppDelegate::openShare(const std::string* phone)
     const auto url = smbUrl({.user = user, .host = finderName + kServiceSuffix, .share = share});
     if (!url)
         return refuseToOpen({.ready = false, .text = "Check the connection fields"});
-    // What was typed is kept as it is: only a relay needs a host and a port that can be used.
+    // Saves the host and the port without further checks: only a relay needs usable ones.
     if (const auto port = parsePort(portField.text().toStdString()))
         saveFields(trimmed(hostField.text().toStdString()), *port);
     environment.workspace.open(*url);

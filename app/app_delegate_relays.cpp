@@ -21,8 +21,8 @@ bool isUsableHost(const std::string& host)
            && host.find('@') == std::string::npos;
 }
 
-/// Nothing that a stopped relay still has to say is heard: it would be taken for news of the relay
-/// that has its name now.
+/// Stops a relay and ignores its further status changes, which would be attributed to the relay
+/// that now has its name.
 void dismiss(FinderRelay& relay)
 {
     relay.statusChanged = nullptr;
@@ -37,7 +37,7 @@ void AppDelegate::restartRelay()
         syncAutomaticRelays();
         return;
     }
-    // First, so that a field that is refused leaves no relay running.
+    // First, so that no relay keeps running if a field is invalid.
     stopRelays();
     const std::string host = trimmed(hostField.text().toStdString());
     if (!isUsableHost(host)) {
@@ -110,7 +110,7 @@ void AppDelegate::startAutomaticRelay(const DiscoveredDevice& device)
 
 void AppDelegate::retireChangedRelays()
 {
-    // Of two devices with one name the first is meant.
+    // Of several devices with the same name, the first one counts.
     std::map<std::string, std::string, CanonicalLess> desiredTargets;
     for (const DiscoveredDevice& device : discoveredDevices)
         desiredTargets.emplace(device.name, device.endpoint.description());
@@ -146,7 +146,7 @@ void AppDelegate::automaticRelayChanged(const std::string& finderName, const Sta
 
 bool AppDelegate::isEveryDeviceReady() const
 {
-    // Numbers only: two phones of one name share a relay, so such a list is never complete.
+    // Compares the counts: devices with the same name share a relay, so they are never all ready.
     return readyFinderNames.size() == discoveredDevices.size();
 }
 

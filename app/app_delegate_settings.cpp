@@ -13,7 +13,7 @@ constexpr const char* kUser = "user";
 constexpr const char* kShowInFinder = "showInFinder";
 constexpr const char* kAutomaticDiscovery = "automaticDiscovery";
 
-/// Not the standard port of SMB: the phone may not listen on that one.
+/// Not the standard SMB port, 445: the app on the phone is not permitted to listen on it.
 constexpr const char* kDefaultPort = "4445";
 constexpr const char* kDefaultShare = "NAS";
 constexpr const char* kDefaultUser = "nas";

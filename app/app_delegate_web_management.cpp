@@ -26,8 +26,8 @@ void AppDelegate::openNamedManagement(const QPushButton& button)
     openManagementOf(button.property(kManagementIdentifier));
 }
 
-/// `name` is what a menu item or a button holds. The phone may have left since it was drawn; and no
-/// phone has the empty name that comes of nothing or of what is no name.
+/// `name` is stored in a menu item or a button. Does nothing if that phone is no longer there, or
+/// if the value is missing or invalid, which converts to an empty name that no phone has.
 void AppDelegate::openManagementOf(const QVariant& name)
 {
     const std::string wanted = name.toByteArray().toStdString();
@@ -45,7 +45,7 @@ void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementTold tol
         managementResolver->cancel();
     if (const auto before = std::exchange(managementTold, std::move(told)))
         before("Another request to open web management came after this one");
-    // Held here as well: it may report, and be dropped by its owner, while it starts.
+    // Kept alive by this variable: start() may report at once, which resets managementResolver.
     const auto resolver = std::make_shared<ManagementResolver>(
         environment.network, endpoint,
         [self = QPointer(this)](const std::optional<std::string>& url) {

@@ -15,7 +15,7 @@
 
 namespace quillbox {
 
-/// What the controller needs of the world. The references outlive it.
+/// What the controller needs from its environment. The referenced objects must outlive it.
 struct AppEnvironment {
     Dispatch& dispatch;
     Network& network;
@@ -25,11 +25,11 @@ struct AppEnvironment {
     RunningApplications& runningApplications;
     StatusHost& statusHost;
     WindowPresence& windowPresence;
-    /// Whether the window stays away until somebody asks for it.
+    /// Whether the window stays hidden until the user asks for it.
     bool startsHidden = false;
-    /// None: any number of copies may run.
+    /// nullopt: any number of copies may run.
     std::optional<std::string> bundleIdentifier;
-    /// Ends the event loop; it returns first.
+    /// Asks the event loop to end, and returns before it does.
     std::function<void()> terminate;
 };
 

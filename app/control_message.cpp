@@ -60,7 +60,7 @@ std::string oneLine(const QJsonObject& object)
     return QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
 }
 
-/// None unless it is an object of this version.
+/// nullopt unless the text is a JSON object of this protocol version.
 std::optional<QJsonObject> objectIn(const std::string& text)
 {
     QJsonParseError error{};

@@ -9,7 +9,7 @@
 
 namespace quillbox {
 
-/// A phone that was found. Names are verbatim, here and below: UTF-8 that some host chose.
+/// A discovered phone. Names, here and below, are verbatim: UTF-8 that some host chose.
 struct PhoneStatus {
     std::string name = {};
     bool hasFiles = false;
@@ -18,39 +18,39 @@ struct PhoneStatus {
     bool operator==(const PhoneStatus&) const = default;
 };
 
-/// A relay that runs. The port that it listens on is nobody's business.
+/// A running relay. The port that it listens on is deliberately not published.
 struct RelayStatus {
     std::string name = {};
-    std::string target = {}; ///< its description
+    std::string target = {}; ///< the description of its endpoint
     Traffic traffic = {};
 
     bool operator==(const RelayStatus&) const = default;
 };
 
-/// What the helper is doing, for whoever asks from outside.
+/// The state of the helper, for other processes.
 struct HelperStatus {
     bool isReady = false;
     std::string text = {}; ///< the status line
     bool isShownInFinder = false;
     bool isAutomatic = false;
-    std::vector<PhoneStatus> phones = {}; ///< by name
-    std::vector<RelayStatus> relays = {}; ///< by name
-    Traffic total = {};                   ///< since the start, of relays that ended as well
+    std::vector<PhoneStatus> phones = {}; ///< sorted by name
+    std::vector<RelayStatus> relays = {}; ///< sorted by name
+    Traffic total = {};                   ///< since the start, including stopped relays
 
     bool operator==(const HelperStatus&) const = default;
 };
 
-/// The form in which it is passed on and in which scripts get it.
+/// The JSON form, for other copies and for scripts.
 QJsonObject jsonOf(const HelperStatus& status);
 
-/// None unless the object is exactly of that form.
+/// nullopt unless the object has exactly that form.
 std::optional<HelperStatus> helperStatusIn(const QJsonObject& object);
 
-/// The JSON text for scripts and terminals: readable, ASCII where a terminal would act upon what is
-/// in a name, always UTF-8, ended with a line break.
+/// The JSON text for scripts and terminals: indented UTF-8 that ends with a newline; characters
+/// that a terminal would interpret are escaped.
 std::string jsonText(const HelperStatus& status);
 
-/// The text for people, some lines.
+/// The text for the user, in several lines.
 std::string plainText(const HelperStatus& status);
 
 } // namespace quillbox

@@ -7,8 +7,8 @@ namespace quillbox {
 
 namespace {
 
-/// A terminal shows it, and nothing but it. The line break is the one between members; those in
-/// texts are escaped already.
+/// Whether a terminal displays the character without interpreting it. Newlines are only those
+/// between members; those in strings are already escaped.
 bool isPlain(char32_t character)
 {
     const QChar::Category category = QChar::category(character);

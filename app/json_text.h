@@ -5,8 +5,8 @@
 
 namespace quillbox {
 
-/// A JSON text for scripts and terminals: readable, ASCII where a terminal would act upon what is
-/// in it, always UTF-8, ended with a line break.
+/// A JSON text for scripts and terminals: indented UTF-8 that ends with a newline; characters that
+/// a terminal would interpret are escaped.
 std::string jsonText(const QJsonDocument& document);
 
 } // namespace quillbox

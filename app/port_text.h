@@ -6,8 +6,8 @@
 
 namespace quillbox {
 
-/// Reads a decimal number of 16 bits without sign: an optional single "+" or "-", then at least one
-/// ASCII digit and nothing else, a blank included; behind a "-" only zero fits. None otherwise.
+/// Parses a decimal unsigned 16-bit number: an optional "+" or "-", then at least one ASCII digit
+/// and nothing else, not even blanks. After "-" only zero is valid. nullopt otherwise.
 std::optional<std::uint16_t> parsePort(std::string_view text);
 
 } // namespace quillbox

@@ -23,8 +23,7 @@ bool isBetween(char32_t character, char32_t first, char32_t last)
     return character >= first && character <= last;
 }
 
-/// The property Default_Ignorable_Code_Point of Unicode: what shows nothing where it is not
-/// understood.
+/// The Unicode property Default_Ignorable_Code_Point: invisible where it is not supported.
 bool isInvisible(char32_t character)
 {
     return character == 0xad || character == 0x34f || character == 0x61c
@@ -50,8 +49,8 @@ bool isNeverShown(char32_t character)
     }
 }
 
-/// Whether it may be part of an emoji sequence (Unicode Technical Standard 51). Symbols that this
-/// toolkit's tables do not know yet are taken for emoji by their block.
+/// Whether it may be part of an emoji sequence (Unicode Technical Standard 51). Symbols that are
+/// too new for Qt's Unicode tables are recognised by their block.
 bool isPictograph(char32_t character)
 {
     if (isBetween(character, 0x1f000, 0x1faff))
@@ -62,12 +61,12 @@ bool isPictograph(char32_t character)
                && (category == QChar::Symbol_Other || category == QChar::Symbol_Math));
 }
 
-/// One text, with questions about the places in it.
+/// Decides for each character of a text, from its context, whether it may be shown.
 class Reader {
 public:
     explicit Reader(std::u32string_view characters) : text(characters) {}
 
-    /// Whether what is at `place` may be shown.
+    /// Whether the character at `place` may be shown.
     bool isShown(std::size_t place) const
     {
         const char32_t character = text[place];
@@ -85,7 +84,7 @@ public:
     }
 
 private:
-    /// NUL, which is never a reason to keep anything, beyond the ends.
+    /// Beyond the ends NUL, which is never a reason to keep an invisible character.
     char32_t at(std::size_t place) const { return place < text.size() ? text[place] : U'\0'; }
     char32_t before(std::size_t place) const { return place > 0 ? text[place - 1] : U'\0'; }
 
@@ -93,7 +92,7 @@ private:
     {
         const char32_t previous = before(place);
         const char32_t next = at(place + 1);
-        // RFC 5892, appendices A.1 and A.2; Bengali has a joiner in front of its virama as well.
+        // RFC 5892, appendices A.1 and A.2; in Bengali a joiner may precede the virama as well.
         if (QChar::combiningClass(previous) == kViramaClass
             || (text[place] == kJoiner && QChar::combiningClass(next) == kViramaClass))
             return true;
@@ -101,11 +100,11 @@ private:
             return joinsForward(place) && joinsBackward(place);
         if (isPictograph(next) && (isPictograph(previous) || isEmojiVariation(place - 1)))
             return true;
-        // A joiner gives a letter at an end the form that it has within a word.
+        // After or before a single joining letter, a joiner selects its initial or final form.
         return joinsForward(place) != joinsBackward(place);
     }
 
-    /// Whether the script of a character marks the ends of words by spaces without a width.
+    /// Whether the script of a character separates words with zero-width spaces.
     static bool hasNoSpaces(char32_t character)
     {
         switch (QChar::script(character)) {
@@ -119,7 +118,8 @@ private:
         }
     }
 
-    /// Whether a letter in front reaches out for the next one; marks in between do not matter.
+    /// Whether the preceding letter joins to the next one; transparent marks in between are
+    /// skipped.
     bool joinsForward(std::size_t place) const
     {
         QChar::JoiningType type = QChar::Joining_Transparent;
@@ -136,7 +136,7 @@ private:
         return type == QChar::Joining_Dual || type == QChar::Joining_Right;
     }
 
-    /// Invisible characters count as transparent in Unicode, but are no reason to keep another one.
+    /// Invisible characters are transparent in Unicode, but must not justify keeping another one.
     static QChar::JoiningType joiningType(char32_t character)
     {
         return isInvisible(character) ? QChar::Joining_None : QChar::joiningType(character);
@@ -162,7 +162,7 @@ private:
                && QChar::script(previous) == QChar::Script_Mongolian && !isInvisible(previous);
     }
 
-    /// Flags of regions: a black flag, two to six tags and the end tag.
+    /// Flags of regions: a black flag, three to six tags and the end tag.
     bool isInFlag(std::size_t place) const
     {
         std::size_t first = place;
@@ -185,7 +185,7 @@ private:
 
 std::u32string decoded(std::string_view text)
 {
-    // A byte order mark, too, is only an invisible character here.
+    // Keeps a byte order mark, which counts as an invisible character here.
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless
                                                      | QStringDecoder::Flag::ConvertInitialBom);
     const QString result =

@@ -6,10 +6,10 @@ namespace quillbox {
 
 namespace {
 
-/// The sub-delims of RFC 3986, section 2.2. They are data everywhere in a URL of ours.
+/// The sub-delims of RFC 3986, section 2.2. They have no special meaning in the URLs made here.
 constexpr std::string_view kSubDelimiters = "!$&'()*+,;=";
 
-/// A ":" in the user would begin a password.
+/// Not ":" either, which would begin a password in the user, or a port in the host.
 constexpr std::string_view kNothingMore;
 constexpr std::string_view kMoreInPath = "/:@";
 

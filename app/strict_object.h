@@ -9,8 +9,8 @@
 
 namespace quillbox {
 
-/// Reads a JSON object of which every member is known: what is missing, of another kind or too much
-/// makes it unsound. The values are only of use once it has been found sound.
+/// Reads a JSON object whose members are all known: a missing, additional or wrongly typed member
+/// makes it unsound. The values that were read are valid only if isSound().
 class StrictObject final {
 public:
     explicit StrictObject(QJsonObject read) : object(std::move(read)) {}
@@ -19,16 +19,16 @@ public:
     std::string text(const char* key);
     bool truth(const char* key);
 
-    /// A whole number from 0 on.
+    /// A non-negative integer.
     std::uint64_t number(const char* key);
 
     QJsonArray list(const char* key);
     QJsonObject nested(const char* key);
 
-    /// Something that was read is not as it should be.
+    /// Makes the object unsound, for a caller that finds a value invalid.
     void refuse() { isRefused = true; }
 
-    /// Whether all that was asked for was there, and nothing else is.
+    /// Whether every member that was read is present and valid, and there are no others.
     bool isSound() const { return !isRefused && count == object.size(); }
 
 private:
@@ -39,7 +39,7 @@ private:
     bool isRefused = false;
 };
 
-/// Text as JSON holds it, which has no bytes that are not UTF-8: such become U+FFFD.
+/// A JSON string; bytes that are not UTF-8 become U+FFFD.
 inline QString jsonString(const std::string& text)
 {
     return QString::fromStdString(text);
