@@ -22,9 +22,9 @@ QAccessibleInterface* makeInterface(const QString& /*className*/, QObject* objec
 
 void setAccessibleRole(QWidget& widget, QAccessible::Role role)
 {
-    // Further times do nothing.
+    // Installing it again has no effect.
     QAccessible::installFactory(makeInterface);
-    // A label has an interface as soon as it has a text.
+    // A label already has an interface if it has a text.
     if (QAccessibleInterface* before = QAccessible::queryAccessibleInterface(&widget))
         QAccessible::deleteAccessibleInterface(QAccessible::uniqueId(before));
     widget.setProperty(kRole, static_cast<int>(role));

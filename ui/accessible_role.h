@@ -6,8 +6,8 @@ class QWidget;
 
 namespace quillbox {
 
-/// Has assistive programs take a widget, which nobody has asked about so far, for something else.
-/// It is read by its accessible name, and its children as its parts.
+/// Sets the role that a widget has for assistive technologies. Call it before any of them has
+/// queried the widget. They read the widget by its accessible name, and its children as its parts.
 void setAccessibleRole(QWidget& widget, QAccessible::Role role);
 
 } // namespace quillbox

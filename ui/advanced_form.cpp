@@ -22,7 +22,7 @@ constexpr int kCheckBoxHeight = 16;
 constexpr QSize kOpenButtonSize{142, 34};
 constexpr int kNoteWidth = 350;
 
-/// A field and what it is called.
+/// A field and its texts.
 struct Entry {
     QString label;
     QLineEdit& field;
@@ -80,7 +80,7 @@ QLayout* AppDelegate::buildFields()
     auto* grid = new QGridLayout;
     grid->setVerticalSpacing(kGridRowSpacing);
     grid->setHorizontalSpacing(kGridColumnSpacing);
-    // The fields take what the labels leave, up to their width, and nothing takes the rest.
+    // The fields get the width that the labels leave, up to their maximum; the rest stays empty.
     grid->setColumnStretch(1, 1000);
     grid->setColumnStretch(2, 1);
     const Entry entries[] = {
@@ -105,9 +105,9 @@ QLayout* AppDelegate::buildFields()
     for (const Entry& entry : entries)
         addEntry(*grid, row++, entry);
 
-    // The end of an edit is the Return key or the focus moving on. The toolkit's editingFinished
-    // also comes when the window loses the focus, and would cut running transfers. Share and user
-    // set nothing off: they are read when they are needed.
+    // Editing ends with the Return key, or when another control gets the focus. Not with Qt's
+    // editingFinished, which is also emitted when the window loses the focus: the restart of the
+    // relay would interrupt transfers. Share and user are only read when they are needed.
     for (QLineEdit* field : {&hostField, &portField}) {
         field->installEventFilter(this);
         connect(field, &QLineEdit::returnPressed, this, &AppDelegate::controlTextDidEndEditing);

@@ -17,7 +17,7 @@ QPalette lightPalette()
     const QColor faint(0x6b, 0x6b, 0x6b);
     const QColor highlight(0x30, 0x8c, 0xc6);
 
-    // The constructor derives the shades that frames and buttons are drawn with.
+    // The constructor derives the shades for frames and buttons.
     QPalette palette(window, window);
     for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
                             QPalette::ToolTipText, QPalette::BrightText})
@@ -37,14 +37,15 @@ QPalette lightPalette()
 
 } // namespace
 
-/// A desktop's own style may draw dark whatever the palette says, so another is taken.
+/// Replaces the desktop's style, which may draw dark whatever the palette says.
 void AppDelegate::forceLightAppearance()
 {
     QApplication::setStyle(new HelperStyle);
     applyLightPalette();
 }
 
-/// Again whenever the desktop's theme changes, which gives some classes palettes of their own.
+/// Called again whenever the desktop's theme changes, because Qt then sets a palette for some
+/// widget classes.
 void AppDelegate::applyLightPalette()
 {
     const QPalette palette = lightPalette();

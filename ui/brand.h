@@ -2,8 +2,8 @@
 
 #include <QColor>
 
-/// The seven colours of the window. Each is made on first use and stays the same object for the
-/// life of the process; the first use may come from any thread.
+/// The seven colours of the window. Each is created on first use, on any thread, and stays the same
+/// object for the lifetime of the process.
 namespace quillbox::Brand {
 
 const QColor& navy();

@@ -12,14 +12,14 @@ ContentArea::ContentArea(QMargins contentInsets, QWidget* parent)
 {
     setFrameShape(QFrame::NoFrame);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    // Only what it holds can be operated; it scrolls to what gets the focus.
+    // The area itself takes no focus; it scrolls to the child that gets it.
     setFocusPolicy(Qt::NoFocus);
     auto* content = new QWidget;
     layout = new QVBoxLayout(content);
     layout->setContentsMargins(insets);
     layout->setSizeConstraint(QLayout::SetNoConstraint);
     setWidget(content);
-    // What lies behind the content shows, and is the window's.
+    // Transparent: the background of the window shows.
     viewport()->setAutoFillBackground(false);
     content->setAutoFillBackground(false);
 }

@@ -7,8 +7,8 @@ class QVBoxLayout;
 
 namespace quillbox {
 
-/// What stands in the window, top to bottom. Where there is less room than it needs, its right and
-/// bottom insets give way first; then it scrolls, so that everything can be reached at any height.
+/// The content of the window, top to bottom. If the window is too small for it, the right and
+/// bottom insets shrink first; then it scrolls, so that everything can be reached at any height.
 class ContentArea final : public QScrollArea {
 public:
     explicit ContentArea(QMargins contentInsets, QWidget* parent = nullptr);
@@ -17,13 +17,13 @@ public:
     ContentArea& operator=(const ContentArea&) = delete;
     ~ContentArea() override = default;
 
-    /// Where the content goes.
+    /// The layout of the content.
     QVBoxLayout& column() { return *layout; }
 
-    /// Whether the height is about to change: a scroll bar would only flash up meanwhile.
+    /// Hides the scroll bar while the height is changing, when it would only flash.
     void setSettling(bool isSettling);
 
-    /// How high the content is without its bottom inset.
+    /// The height of the content without its bottom inset.
     int neededHeight() const;
 
 private:
@@ -32,7 +32,7 @@ private:
     void fit();
 
     const QMargins insets;
-    QVBoxLayout* layout = nullptr; ///< the content's
+    QVBoxLayout* layout = nullptr; ///< owned by the content widget
 };
 
 } // namespace quillbox

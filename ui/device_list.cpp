@@ -17,7 +17,7 @@ namespace quillbox {
 
 namespace {
 
-/// Low enough for letters that are all capitals.
+/// Lower than a line of text, because the heading has capital letters only.
 constexpr int kHeadingHeight = 12;
 
 std::vector<ManageButton*> manageButtons(const std::vector<QWidget*>& rows)
@@ -34,7 +34,7 @@ std::vector<ManageButton*> manageButtons(const std::vector<QWidget*>& rows)
 std::vector<QWidget*> takeAll(QLayout& layout)
 {
     std::vector<QWidget*> widgets;
-    // From the end, where nothing has to move up.
+    // From the end, so that no other items have to be moved.
     while (layout.count() > 0) {
         const std::unique_ptr<QLayoutItem> item(layout.takeAt(layout.count() - 1));
         widgets.push_back(item->widget());
@@ -48,8 +48,8 @@ QVariant identifierOf(const ManageButton& button)
     return button.property(AppDelegate::kManagementIdentifier);
 }
 
-/// A button that somebody uses: of several phones of one name the one at the same place among them
-/// goes on with it.
+/// A button that is focused or pressed. If several phones have the same name, its state passes to
+/// the button at the same place among them.
 struct UsedButton {
     ManageButton* button = nullptr;
     std::ptrdiff_t place = 0;
@@ -75,7 +75,7 @@ std::vector<UsedButton> usedAmong(const std::vector<ManageButton*>& buttons)
     return used;
 }
 
-/// None where there is none any more.
+/// The button that replaces a used one; null if there is none.
 ManageButton* successorOf(const UsedButton& used, const std::vector<ManageButton*>& buttons)
 {
     std::ptrdiff_t before = used.place;
@@ -96,7 +96,7 @@ bool hasSuccessor(const UsedButton& used, const std::vector<const DiscoveredDevi
            > used.place;
 }
 
-/// For each device the first web service of its name; none where there is none.
+/// For each device the first web service with its name; null if there is none.
 std::vector<const DiscoveredDevice*>
 managementsOf(const std::vector<DiscoveredDevice>& devices,
               const std::vector<DiscoveredDevice>& managementDevices)
@@ -120,14 +120,14 @@ void AppDelegate::updateDeviceList()
     const std::vector<UsedButton> used = usedAmong(manageButtons(before));
     const auto managements = managementsOf(discoveredDevices, managementDevices);
     for (const UsedButton& one : used) {
-        // Hiding it would send the focus by way of another control, and a screen reader with it.
+        // Hiding it would move the focus, and a screen reader, to another control first.
         if (one.use.hasFocus && hasSuccessor(one, managements))
             one.button->clearFocus();
     }
-    // A row that comes to a visible list is shown by itself, and all the others are laid out again.
+    // Adding a row to a visible list would show it at once and lay out all the others again.
     deviceListStack.hide();
     for (QWidget* old : before) {
-        // Not deleted at once: one of its buttons may be telling of its click.
+        // Deleted later: one of its buttons may be emitting clicked().
         old->hide();
         old->setParent(window.get());
         old->deleteLater();
@@ -160,7 +160,7 @@ void AppDelegate::addHeading()
     deviceListStack.layout()->addWidget(heading);
 }
 
-/// `management` is the web service of that name; none where there is none.
+/// `management` is the web service with that name; null if there is none.
 QWidget* AppDelegate::addDeviceRow(const DiscoveredDevice& device,
                                    const DiscoveredDevice* management)
 {

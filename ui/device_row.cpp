@@ -15,11 +15,12 @@ namespace quillbox {
 namespace {
 
 constexpr int kDeviceSpacing = 8;
-/// What the list counts with; a button stands out of it into the spacing on both sides.
+/// The height of a row in the layout of the list; a button extends above and below it, into the
+/// spacing.
 constexpr int kTextHeight = 16;
 constexpr int kOverhang = 2;
 
-/// The looks of a row's texts: made once, as there are many rows.
+/// The styles of a row's texts, created once because there may be many rows.
 struct Looks {
     PreparedTextStyle dot{{.size = 12, .colour = Brand::green()}};
     PreparedTextStyle name{{.size = 12, .weight = QFont::Medium, .colour = Brand::navy()}};

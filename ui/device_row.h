@@ -7,20 +7,20 @@ namespace quillbox {
 
 class ManageButton;
 
-/// One phone of the list: a dot, its name, that it is there, and a button where one is added.
+/// One phone in the list: a dot, its name, its state, and optionally a button.
 class DeviceRow final : public QFrame {
 public:
-    /// `name` is UTF-8, as the network gave it.
+    /// `name` is UTF-8, verbatim from the network.
     explicit DeviceRow(std::string_view name, QWidget* parent = nullptr);
 
     DeviceRow(const DeviceRow&) = delete;
     DeviceRow& operator=(const DeviceRow&) = delete;
     ~DeviceRow() override = default;
 
-    /// Adds the button that opens the web page of the phone of that name.
+    /// Adds the button that opens the web page of the phone with that name.
     ManageButton& addManageButton(std::string_view name);
 
-    /// None before it was added.
+    /// Null before addManageButton().
     ManageButton* manageButton() const { return manage; }
 
 private:

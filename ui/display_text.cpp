@@ -36,8 +36,8 @@ QString forMenu(std::string_view text)
 QString forToolTip(std::string_view text)
 {
     QString result = shownText(text);
-    // A character without a width ends what the toolkit takes for a tag or an entity. Escaping
-    // would not do: a desktop that draws the tool tip of the status item shows plain text.
+    // A zero-width character breaks whatever Qt would take for a tag or an entity. Escaping does
+    // not work: a desktop that draws the tool tip of the status item shows it as plain text.
     for (qsizetype place = 0; place < result.size() && Qt::mightBeRichText(result); ++place) {
         const QStringView rest = QStringView(result).mid(place);
         if (rest.startsWith(u'<') || rest.startsWith(u"&lt;"))

@@ -17,7 +17,7 @@ bool EditRestorer::eventFilter(QObject* watched, QEvent* event)
 {
     if (event->type() == QEvent::FocusIn) {
         const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
-        // The edit goes on when the window, or the field's menu, gives the focus back.
+        // The edit continues if the focus returns from another window or from the field's menu.
         if (reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason)
             before = field.text();
     }

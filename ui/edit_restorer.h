@@ -7,11 +7,11 @@ class QLineEdit;
 
 namespace quillbox {
 
-/// Lets Escape give a field back the text that it had when the edit began, as long as that differs;
-/// otherwise the key goes on to the window.
+/// Makes Escape restore the text that a field had when the edit began. If the text has not changed,
+/// the key goes on to the window.
 class EditRestorer final : public QObject {
 public:
-    /// Belongs to the field.
+    /// Owned by the field.
     explicit EditRestorer(QLineEdit& editedField);
 
     EditRestorer(const EditRestorer&) = delete;

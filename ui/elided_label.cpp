@@ -43,7 +43,8 @@ QSize ElidedLabel::sizeFor(int width) const
     return QSize(width, fontMetrics().height()).grownBy(contentsMargins());
 }
 
-/// Setting a text is what costs most in a long list, and layouts ask for it time and again.
+/// Cached, because measuring text is the most expensive operation in a long list, and layouts ask
+/// for it repeatedly.
 int ElidedLabel::textWidth() const
 {
     if (!knownTextWidth)

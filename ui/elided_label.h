@@ -7,9 +7,9 @@
 
 namespace quillbox {
 
-/// A label of one line for a name of any length that some host on the network chose. What does not
-/// fit is left out behind an ellipsis, and the tool tip then has the whole name. `text()`, and what
-/// assistive programs read, is always whole, and the same from the start.
+/// A single-line label for a name of any length that some host on the network chose. A name that
+/// does not fit is elided, and the tool tip then shows all of it. `text()`, and what assistive
+/// technologies read, is always the whole name.
 class ElidedLabel final : public QLabel {
 public:
     /// `name` is UTF-8.
@@ -19,7 +19,7 @@ public:
     ElidedLabel& operator=(const ElidedLabel&) = delete;
     ~ElidedLabel() override = default;
 
-    /// Whether the present width leaves something out.
+    /// Whether the name does not fit into the current width.
     bool isElided() const;
 
     QSize sizeHint() const override;
@@ -32,7 +32,7 @@ private:
     QSize sizeFor(int width) const;
 
     const QString toolTipWhenElided;
-    mutable std::optional<int> knownTextWidth; ///< of the text in its font
+    mutable std::optional<int> knownTextWidth; ///< cached, for the current font
 };
 
 } // namespace quillbox

@@ -4,8 +4,8 @@
 
 namespace quillbox {
 
-/// The button for what people most likely came for: it looks like the default button of a dialog,
-/// without being pressed by Return from elsewhere.
+/// The button for the most likely action: it looks like the default button of a dialog, but Return
+/// does not press it while another control has the focus.
 class FilledButton final : public QPushButton {
 public:
     explicit FilledButton(const QString& text, QWidget* parent = nullptr);

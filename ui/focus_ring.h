@@ -4,11 +4,11 @@
 
 namespace quillbox {
 
-/// Shows where the keyboard acts: a ring around the control of a window that has the focus. After a
-/// click it is left out, unless the control is a field.
+/// Shows the keyboard focus: a ring around the focused control of a window. A control other than a
+/// field has none after a mouse click.
 class FocusRing final : public QFocusFrame {
 public:
-    /// Belongs to the window.
+    /// Owned by the window.
     explicit FocusRing(QWidget& ringWindow);
 
     FocusRing(const FocusRing&) = delete;

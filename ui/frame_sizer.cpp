@@ -62,8 +62,8 @@ void FrameSizer::apply()
 {
     if (!frameSize)
         return;
-    // The window manager keeps the top left corner when a window changes its size. A fixed size is
-    // the only one that it lets nobody else choose.
+    // The window manager keeps the top left corner when a window changes its size. The size is
+    // fixed, so that nobody else can change it.
     const QSize added = window.frameGeometry().size() - window.geometry().size();
     const QSize size = *frameSize - added;
     if (window.minimumSize() != size || window.maximumSize() != size)

@@ -9,21 +9,21 @@ class QWidget;
 
 namespace quillbox {
 
-/// Keeps the frame of a window, with the title bar and the borders that the window manager adds, at
-/// a size, and its top left corner where it is. How much is added is known only after the window
-/// was shown, and may change.
+/// Keeps the frame of a window, including the title bar and the borders that the window manager
+/// adds, at a given size, and its top left corner in place. The size of the decoration is known
+/// only after the window has been shown, and may change.
 ///
-/// A change of the height is animated where the window is seen and the style animates.
+/// A change of the height is animated if the window is visible and the style has animations.
 class FrameSizer final : public QObject {
 public:
-    /// Belongs to the window.
+    /// Owned by the window.
     explicit FrameSizer(QWidget& sizedWindow);
 
     FrameSizer(const FrameSizer&) = delete;
     FrameSizer& operator=(const FrameSizer&) = delete;
     ~FrameSizer() override = default;
 
-    /// From now on the frame has this size; before the first call it is left alone.
+    /// Sets the size of the frame. Before the first call the window is left alone.
     void setFrameSize(const QSize& size);
 
     QVariantAnimation& animation() { return height; }
@@ -35,7 +35,7 @@ private:
 
     QWidget& window;
     QVariantAnimation height;
-    std::optional<QSize> frameSize; ///< what the frame has now, or gets as soon as it can
+    std::optional<QSize> frameSize; ///< the current size, also in the middle of an animation
 };
 
 } // namespace quillbox

@@ -15,7 +15,7 @@ GlyphLabel::GlyphLabel(const QString& glyph, QWidget* parent) : QLabel(glyph, pa
 
 QSize GlyphLabel::sizeHint() const
 {
-    // Layouts ask again and again, and setting a text costs more than all else that they do.
+    // Cached, because layouts ask repeatedly, and measuring text is the most expensive part.
     if (!knownSize.isValid()) {
         const QFontMetricsF metrics(font());
         knownSize = {static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))),

@@ -4,8 +4,8 @@
 
 namespace quillbox {
 
-/// A label of one sign, such as a dot, that stands in the middle of the label's height: where it
-/// stands on a line of text differs from family to family.
+/// A label with a single glyph, such as a dot, which it centres vertically by its outline: its
+/// position relative to the base line differs between font families.
 class GlyphLabel final : public QLabel {
 public:
     explicit GlyphLabel(const QString& glyph, QWidget* parent = nullptr);
@@ -21,7 +21,7 @@ private:
     void changeEvent(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
-    mutable QSize knownSize; ///< of the text in its font; none before it was asked for
+    mutable QSize knownSize; ///< cached, for the current font; invalid if not yet computed
 };
 
 } // namespace quillbox

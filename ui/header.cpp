@@ -17,7 +17,7 @@ constexpr int kIconSize = 58;
 constexpr int kHeaderSpacing = 16;
 constexpr int kTitleSpacing = 1;
 
-/// Draws the icon at the scale of the screen that the window is on at that moment.
+/// Draws the icon at the scale of the screen that the window is currently on.
 class IconView final : public QWidget {
 public:
     explicit IconView(QIcon shownIcon) : icon(std::move(shownIcon))

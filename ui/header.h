@@ -6,8 +6,8 @@ class QWidget;
 
 namespace quillbox {
 
-/// The top of the window: the icon, left out where there is none, the title and a line of credit.
-/// Whoever puts it into a layout owns it.
+/// The top of the window: the icon, unless it is null, the title and a subtitle. It has no parent
+/// until it is added to a layout.
 QWidget* makeHeader(const QIcon& icon);
 
 } // namespace quillbox

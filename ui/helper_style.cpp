@@ -26,7 +26,7 @@ constexpr int kTallButtonHeight = 30;
 constexpr int kButtonPaddingX = 12;
 constexpr int kButtonPaddingY = 4;
 
-/// How much of the darkest colour lies over a blue button.
+/// The opacity of the dark overlay of a blue button.
 constexpr float kHoverShade = 0.12F;
 constexpr float kPressShade = 0.28F;
 
@@ -49,7 +49,7 @@ const QColor& buttonFill(const QStyleOption& option)
     return has(option, QStyle::State_MouseOver) ? Brand::pale() : white;
 }
 
-/// White on blue; darker under the pointer, and more so when pressed.
+/// Blue; darker under the pointer, and darker still when pressed.
 void drawFilledButton(QPainter& painter, const QStyleOption& button, int radius)
 {
     const auto lay = [&](const QColor& colour) {
@@ -227,7 +227,8 @@ QRect HelperStyle::subControlRect(ComplexControl control, const QStyleOptionComp
     }
 }
 
-/// A family may ask for more room than a control has, for the sake of other scripts.
+/// Centres text whose font is higher than the control: some families have high lines for the sake
+/// of other scripts.
 void HelperStyle::drawItemText(QPainter* painter, const QRect& area, int flags,
                                const QPalette& palette, bool isEnabled, const QString& text,
                                QPalette::ColorRole role) const
@@ -256,7 +257,7 @@ void HelperStyle::drawPrimitive(PrimitiveElement element, const QStyleOption* op
         drawField(*painter, *option);
         return;
     case PE_FrameFocusRect:
-        // A ring around the control shows the focus.
+        // FocusRing shows the focus.
         return;
     default:
         QProxyStyle::drawPrimitive(element, option, painter, widget);

@@ -4,12 +4,12 @@
 
 namespace quillbox {
 
-/// How controls are drawn, whatever the desktop's style is: the toolkit's own style, with push
-/// buttons, check boxes, fields and scroll bars in the colours of the window.
+/// The style of the controls, whatever the desktop's style is: Qt's Fusion, with push buttons,
+/// check boxes, fields and scroll bars in the colours of the window.
 class HelperStyle final : public QProxyStyle {
 public:
-    /// A property of a QFrame, an int: by how many pixels it stands out above and below of what a
-    /// layout sees of it.
+    /// A property of a QFrame, an int: by how many pixels the frame extends above and below the
+    /// rectangle that a layout gives it.
     static constexpr const char* kOverhang = "overhang";
 
     HelperStyle();

@@ -10,8 +10,8 @@
 #include <optional>
 #include <utility>
 
-/// The resources of a static library are found only once somebody names them. The macro declares a
-/// function, which would land in a namespace, even in one without a name.
+/// Resources in a static library must be registered explicitly. This function is outside of any
+/// namespace, because the macro declares a global function.
 static void registerIcons()
 {
     Q_INIT_RESOURCE(icons);
@@ -21,17 +21,17 @@ namespace quillbox::Icons {
 
 namespace {
 
-/// What panels, windows and their switchers ask for.
+/// The sizes that panels, windows and window switchers ask for.
 constexpr int kSizes[] = {16, 18, 20, 22, 24, 32, 48, 64, 128, 256};
 
-/// A contrast of more than 3 to 1 with white, with black and with the panels of the common dark
+/// Has a contrast ratio of more than 3:1 to white, to black and to the panels of common dark
 /// themes.
 QColor panelColour()
 {
     return {0x84, 0x8b, 0x95};
 }
 
-/// Draws a vector picture, in its own colours or all in one.
+/// Renders an SVG image, in its own colours or in a single colour.
 class SvgIconEngine final : public QIconEngine {
 public:
     SvgIconEngine(std::shared_ptr<QSvgRenderer> picture, std::optional<QColor> onlyColour)
@@ -45,7 +45,7 @@ public:
         painter->drawPixmap(area, scaledPixmap(area.size() * scale, mode, state, scale));
     }
 
-    /// `size` is in pixels.
+    /// `size` is in device pixels.
     QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State /*state*/) override
     {
         QPixmap result(size);

@@ -2,16 +2,16 @@
 
 #include <QIcon>
 
-/// The helper's own artwork, drawn anew for each size and scale that is asked for.
+/// The helper's artwork, rendered for each requested size and scale.
 ///
-/// The application object exists, and these are called on the main thread.
+/// On the main thread, while the application object exists.
 namespace quillbox::Icons {
 
-/// For windows and the header of the main one.
+/// For windows, and for the header of the main window.
 QIcon application();
 
-/// For the status bar: one colour, which stands out against light panels as well as dark ones, for
-/// no desktop tells which it has, nor tints the pictures that it is sent.
+/// For the status bar: in one colour that is visible on light and dark panels, because desktops
+/// neither report the colour of the panel nor tint the images that they receive.
 QIcon status();
 
 } // namespace quillbox::Icons

@@ -7,9 +7,9 @@
 
 namespace quillbox {
 
-/// The window is a small companion of the status item, and answers to the keyboard like the dialogs
-/// and windows of the desktop: Escape and Ctrl+W put it away, which stops nothing, Ctrl+Q quits,
-/// and Return presses the button that has the focus.
+/// Sets up the shortcuts and the tab order. The window handles keys like the desktop's windows and
+/// dialogs: Escape and Ctrl+W close it, which only hides it, Ctrl+Q quits, and Return presses the
+/// focused button.
 void AppDelegate::buildKeyboard()
 {
     const auto shortcut = [this](Qt::Key key) {
@@ -20,8 +20,8 @@ void AppDelegate::buildKeyboard()
 
     QList<QWidget*> order{&showInFinder};
     const auto buttons = window->findChildren<QPushButton*>();
-    // Widgets are found in the order in which they were put into the window, top to bottom, but for
-    // those in the form.
+    // findChildren() returns the buttons in the order in which they were added, top to bottom.
+    // Those in the form come after its fields.
     for (QPushButton* button : buttons) {
         if (!advancedForm->isAncestorOf(button))
             order.append(button);
@@ -35,8 +35,8 @@ void AppDelegate::buildKeyboard()
         QWidget::setTabOrder(order[place - 1], order[place]);
 }
 
-/// Keys arrive here that no control has a use for. (The toolkit lets Return press a button in
-/// dialogs only, and there one is always marked as the button that it presses.)
+/// Handles keys that no control has handled. (In Qt Return presses a button only in dialogs, which
+/// always mark one button as the default.)
 bool AppDelegate::handleKey(const QEvent& event)
 {
     const auto& key = static_cast<const QKeyEvent&>(event);

@@ -43,17 +43,17 @@ constexpr int kStatusRadius = 10;
 constexpr int kStatusLines = 2;
 
 constexpr int kPhoneSpacing = 6;
-/// For the part of the last row that stands out of what the list counts with.
+/// For the part of the last row that extends below its height in the layout.
 constexpr int kPhoneListBottom = 2;
 
-/// Low enough for the folded window to show everything below a usual title bar.
+/// Low enough for everything to fit into the folded window below a usual title bar.
 constexpr int kButtonHeight = 22;
 constexpr int kTextControlHeight = 16;
 
-/// Still read with ease, and not taken for a text that somebody typed.
+/// Readable, but not mistaken for text that the user has entered.
 constexpr float kPlaceholderStrength = 0.75F;
 
-/// Only colours of the brand, and white.
+/// Only the brand's colours, and white.
 QPalette windowPalette()
 {
     QPalette palette(Brand::surface());
@@ -75,7 +75,7 @@ std::unique_ptr<QWidget> makeWindow()
 {
     auto window = std::make_unique<QWidget>();
     window->setWindowTitle(QStringLiteral("Quillbox Helper"));
-    // What cannot be resized can be enlarged to the whole screen still, unless it is said.
+    // Without these flags a window that cannot be resized can still be maximised.
     window->setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint
                            | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint
                            | Qt::WindowCloseButtonHint);
@@ -94,7 +94,7 @@ QString foldingHint()
     return QStringLiteral("Hides the settings of the connection");
 }
 
-/// Whether the user left the field, and not merely the window or for the field's own menu.
+/// Whether the focus moved to another control, rather than to another window or the field's menu.
 bool endsEditing(const QEvent& event)
 {
     if (event.type() != QEvent::FocusOut)
@@ -140,7 +140,7 @@ void AppDelegate::buildWindow()
 
     buildKeyboard();
     new FocusRing(*window);
-    // The height follows the content from the first list of phones on.
+    // updateWindowHeight() changes the height with the content, from the first list of phones on.
     window->setFixedSize(kWidth, kFoldedHeight);
 }
 

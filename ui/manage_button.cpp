@@ -23,7 +23,7 @@ void ManageButton::goOnWith(const Use& use)
         return;
     setDown(true);
     isHeldByPointer = use.isHeldByPointer;
-    // The release belongs to the widget that was pressed: this one hears of it only by a grab.
+    // The release event goes to the widget that was pressed, unless this one grabs the mouse.
     if (isHeldByPointer)
         grabMouse();
 }
@@ -39,11 +39,11 @@ void ManageButton::mouseReleaseEvent(QMouseEvent* event)
     isHeldByPointer = false;
     if (mouseGrabber() == this)
         releaseMouse();
-    // Last, because the click may have anything done.
+    // Last, because the click may do anything.
     QPushButton::mouseReleaseEvent(event);
 }
 
-/// Where the desktop refuses a grab, nobody tells of the release.
+/// Ends a press, because without a grab, which the desktop may refuse, no release event arrives.
 void ManageButton::leaveEvent(QEvent* event)
 {
     setDown(false);

@@ -5,19 +5,18 @@
 
 namespace quillbox {
 
-/// The button of a phone's row that opens the phone's web page. Rows are built anew whenever
-/// anything changes on the network; what somebody is doing with a button at that moment goes on
-/// with the one in its place.
+/// The button in a phone's row that opens the phone's web page. Rows are rebuilt whenever anything
+/// changes on the network; the focus and a press in progress then pass to the new button.
 class ManageButton final : public QPushButton {
 public:
-    /// `phoneName` is UTF-8, as the network gave it.
+    /// `phoneName` is UTF-8, verbatim from the network.
     explicit ManageButton(std::string_view phoneName, QWidget* parent = nullptr);
 
     ManageButton(const ManageButton&) = delete;
     ManageButton& operator=(const ManageButton&) = delete;
     ~ManageButton() override = default;
 
-    /// What somebody is doing with a button.
+    /// The state of an interaction with a button.
     struct Use {
         bool hasFocus = false;
         bool isDown = false;
@@ -26,7 +25,7 @@ public:
 
     Use use() const { return {hasFocus(), isDown(), isHeldByPointer}; }
 
-    /// Goes on with the focus, and with a press of the pointer or of a key that is under way.
+    /// Takes over the focus, and a press of the mouse button or of a key that is in progress.
     void goOnWith(const Use& use);
 
 private:

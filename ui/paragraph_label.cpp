@@ -15,11 +15,11 @@ namespace quillbox {
 
 namespace {
 
-/// Of the size of the font. Families differ in what they ask for, up to 1.4 for the sake of scripts
-/// that stack marks.
+/// Relative to the font size. The line heights of font families differ, up to 1.4 for the sake of
+/// scripts with stacked marks.
 constexpr double kLineHeight = 1.2;
 
-/// Where the lines of a text begin and how long they are, at a width.
+/// One line of a wrapped text, as a range of it.
 struct Line {
     int start = 0;
     int length = 0;
@@ -126,7 +126,7 @@ void ParagraphLabel::paintEvent(QPaintEvent* /*event*/)
     const QRect area = contentsRect();
     const auto shown = lines();
     const int height = lineHeight();
-    // Like any label: in the middle of what it is given.
+    // Centred vertically, like any label.
     double top = area.top() + (area.height() - height * static_cast<int>(shown.size())) / 2.0;
     painter.setPen(palette().color(foregroundRole()));
     for (const QString& line : shown) {

@@ -6,12 +6,12 @@
 
 namespace quillbox {
 
-/// A label that wraps plain text: at word boundaries, and inside a word only where one is longer
-/// than a line. What exceeds a limit of lines is left out behind an ellipsis, and the tool tip then
-/// has the whole text. `text()`, and what assistive programs read, is always whole.
+/// A label that wraps plain text: at word boundaries, and inside a word only if it is longer than a
+/// line. Text beyond the maximum number of lines is elided, and the tool tip then shows all of it.
+/// `text()`, and what assistive technologies read, is always the whole text.
 ///
-/// It has no width of its own: left alone it is one long line. Its lines have the same distance in
-/// every family, so that a text is as high on one desktop as on another.
+/// Its size hint is that of one long line; the layout decides the width. The line height does not
+/// depend on the font family, so that a text has the same height on every desktop.
 class ParagraphLabel final : public QLabel {
 public:
     explicit ParagraphLabel(const QString& text = {}, QWidget* parent = nullptr);
@@ -20,14 +20,14 @@ public:
     ParagraphLabel& operator=(const ParagraphLabel&) = delete;
     ~ParagraphLabel() override = default;
 
-    /// Instead of QLabel's, which does not know of the tool tip.
+    /// Hides that of QLabel, which is not virtual and does not update the tool tip.
     void setText(const QString& text);
 
-    /// 0, which it starts with, is no limit.
+    /// 0, the default, means no limit.
     void setMaximumLines(int count);
     int maximumLines() const { return limit; }
 
-    /// The lines as they are painted at the present width.
+    /// The lines as they are painted at the current width.
     std::vector<QString> lines() const;
 
     bool isElided() const;

@@ -12,7 +12,7 @@ void RoundedBox::paint(QPainter& painter, const QRect& area, const Look& look)
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setBrush(look.fill);
     painter.setPen(QPen(look.border, 1));
-    // The middle of the border's line, so that the line fills the outermost pixels.
+    // The pen is centred on the path: half a pixel inwards, it fills the outermost pixels.
     const qreal half = 0.5;
     painter.drawRoundedRect(QRectF(area).adjusted(half, half, -half, -half), look.radius - half,
                             look.radius - half);

@@ -5,7 +5,7 @@
 
 namespace quillbox {
 
-/// A box with round corners and a border one pixel wide, inside of its edges.
+/// A box with rounded corners and a border of one pixel inside its edges.
 class RoundedBox final : public QWidget {
 public:
     struct Look {

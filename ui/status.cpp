@@ -28,8 +28,8 @@ void AppDelegate::setStatus(const StatusReport& report)
                                + (report.ready ? QStringLiteral("Finder service visible") : text));
 }
 
-/// Shows a status, and has a screen reader say it: it says notifications as they appear, and labels
-/// only when it is led to them.
+/// Shows a status and has screen readers announce it: they announce notifications when these
+/// appear, but read labels only when the user navigates to them.
 void AppDelegate::announce(const QString& status)
 {
     if (status == statusLabel.text())

@@ -34,7 +34,8 @@ void StatusBarItem::hostChanged()
         shownChanged();
 }
 
-/// Once made, the toolkit's item follows its tray or its panel by itself, through restarts as well.
+/// Creates the QSystemTrayIcon only once: it follows its tray or panel by itself, also when that
+/// restarts.
 void StatusBarItem::showIfPossible()
 {
     if (shownItem || !host.isAvailable())
@@ -47,9 +48,9 @@ void StatusBarItem::showIfPossible()
     shownItem->show();
 }
 
-/// The toolkit opens the menu at a click of the second button only. At one of the first it is
-/// opened here, which only X allows: elsewhere a program cannot tell where the pointer is, nor open
-/// a menu that belongs to no window of its own.
+/// Qt opens the menu at a right click only. At a left click it is opened here, which only X allows:
+/// on Wayland a client knows neither the position of the pointer nor can it open a menu that
+/// belongs to none of its windows.
 void StatusBarItem::clicked(QSystemTrayIcon::ActivationReason reason)
 {
     if (reason == QSystemTrayIcon::Trigger

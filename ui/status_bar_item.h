@@ -11,33 +11,33 @@
 
 namespace quillbox {
 
-/// The helper's place in the desktop's status bar. Its menu, icon and tool tip exist from the
-/// start. It is shown as soon as the desktop has a place for it, and again when that place goes and
-/// comes back. The toolkit's own item is not made before: made too early, it would never be shown.
+/// The helper's item in the desktop's status bar. Its menu, icon and tool tip exist from the start.
+/// It is shown as soon as the desktop has a host for it, and again when that host disappears and
+/// returns. The QSystemTrayIcon is not created before: created too early, it would never be shown.
 ///
-/// Belongs to the main thread.
+/// Main thread only.
 class StatusBarItem final {
 public:
-    /// The item takes the changed handler of `statusHost`, which outlives it.
+    /// The item sets the changed handler of `statusHost`, which must outlive the item.
     StatusBarItem(StatusHost& statusHost, QIcon itemIcon);
 
     StatusBarItem(const StatusBarItem&) = delete;
     StatusBarItem& operator=(const StatusBarItem&) = delete;
     ~StatusBarItem();
 
-    /// What a click on the item opens. The desktop may draw it: entries with an "_" in their titles
-    /// are shown without it there.
+    /// The menu that a click on the item opens. If the desktop draws it, "_" in titles is not
+    /// shown.
     QMenu& menu() { return itemMenu; }
 
     QString toolTip() const { return text; }
 
-    /// Plain text, some of which may come from the network.
+    /// Plain text, which may contain text from the network.
     void setToolTip(const QString& toolTip);
 
-    /// Whether the desktop has a place for the item, and so shows it.
+    /// Whether the desktop has a host for the item, and hence shows it.
     bool isShown() const { return host.isAvailable(); }
 
-    /// Called at each change of `isShown`.
+    /// Called whenever `isShown` changes.
     std::function<void()> shownChanged;
 
 private:
@@ -49,7 +49,7 @@ private:
     const QIcon icon;
     QMenu itemMenu;
     QString text;
-    std::unique_ptr<QSystemTrayIcon> shownItem; ///< none before there is a place for it
+    std::unique_ptr<QSystemTrayIcon> shownItem; ///< null until there is a host for it
 };
 
 } // namespace quillbox

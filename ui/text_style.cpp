@@ -8,10 +8,10 @@ namespace quillbox {
 
 namespace {
 
-/// Of the size of a font.
+/// Relative to the font size.
 constexpr double kBaseLine = 0.32;
 
-/// Only these colours are fixed.
+/// Sets only these roles: the others are inherited.
 QPalette paletteOf(const QColor& colour)
 {
     QPalette palette;
@@ -24,7 +24,7 @@ QPalette paletteOf(const QColor& colour)
 
 QFont TextStyle::font() const
 {
-    // Only what is set here is fixed: everything else is looked up anew when the desktop changes.
+    // Only what is set here is fixed; everything else follows the desktop's font.
     QFont result;
     result.setPixelSize(size);
     result.setWeight(weight);

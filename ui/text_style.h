@@ -10,8 +10,8 @@ class QWidget;
 
 namespace quillbox {
 
-/// How a text looks: its height in logical pixels, so that it measures the same at every scale of
-/// the screen, its weight, and its colour. The family is the desktop's.
+/// The look of a text: its size in logical pixels, so that it measures the same at every scale of
+/// the screen, its weight, and its colour. The font family is the desktop's.
 struct TextStyle {
     int size = 13;
     QFont::Weight weight = QFont::Normal;
@@ -19,11 +19,11 @@ struct TextStyle {
 
     QFont font() const;
 
-    /// Gives a label or a button this look; the family follows the desktop's from then on.
+    /// Gives a label or a button this look; its font family keeps following the desktop's.
     void apply(QWidget& widget) const;
 };
 
-/// A style made ready for many texts.
+/// A style whose font and palette are created once, for many texts.
 class PreparedTextStyle final {
 public:
     explicit PreparedTextStyle(const TextStyle& style);
@@ -35,14 +35,15 @@ private:
     const QPalette palette;
 };
 
-/// What push buttons, check boxes and fields are written in.
+/// The text size of push buttons, check boxes and fields.
 inline constexpr int kControlTextSize = 13;
 
-/// How far below the middle of a line its base line is for letters to stand in the middle, those
-/// with ascenders and those with descenders taken together, whatever the family leaves around them.
+/// The distance of the base line below the middle of a line at which letters with ascenders and
+/// letters with descenders, taken together, are centred. Independent of the font's own line height.
 double baseLineBelowMiddle(const QFont& font);
 
-/// A label of one line, without markup and mnemonics. Whoever puts it into a layout owns it.
+/// A single-line label without markup and mnemonics. It has no parent until it is added to a
+/// layout.
 QLabel* makeLabel(const QString& text, const TextStyle& style);
 
 } // namespace quillbox

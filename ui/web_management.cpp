@@ -13,8 +13,8 @@ namespace {
 
 constexpr int kAlertIconSize = 48;
 
-/// The one child of `parent` of that kind that is on the screen; one that was closed may still wait
-/// for its deletion.
+/// The visible child of `parent` of that type, or null. Skips a closed one that has not been
+/// deleted yet.
 template <class Child> Child* shownChild(const QWidget& parent)
 {
     for (Child* child : parent.findChildren<Child*>(Qt::FindDirectChildrenOnly)) {
@@ -34,11 +34,11 @@ QMessageBox* makeAlert(QWidget& window)
     alert->setInformativeText(
         QStringLiteral("In Quillbox, open Users and turn on Enable web management for your SMB "
                        "account. Start NAS, then return here."));
-    // A desktop's theme would translate a standard button, and give it a mnemonic.
+    // Not a standard button: the desktop's theme would translate it and give it a mnemonic.
     QPushButton* close = alert->addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
     alert->setDefaultButton(close);
     alert->setEscapeButton(close);
-    // The toolkit has no other way to its labels.
+    // QMessageBox provides no other access to its labels.
     for (auto* label : alert->findChildren<QLabel*>()) {
         label->setTextFormat(Qt::PlainText);
         if (label->text() != alert->text())
@@ -54,14 +54,14 @@ QMessageBox* makeAlert(QWidget& window)
 
 void AppDelegate::explainWebManagement()
 {
-    // Asked for in the status menu, it would be the sheet of a window that nobody sees.
+    // When it is opened from the status menu, the window that it belongs to may be hidden.
     bringWindowForward();
     if (auto* shown = shownChild<QMessageBox>(*window)) {
         shown->raise();
         shown->activateWindow();
         return;
     }
-    // Unlike exec(), this starts no second event loop.
+    // Unlike exec(), this starts no nested event loop.
     makeAlert(*window)->open();
 }
 
@@ -70,7 +70,7 @@ void AppDelegate::popUpManagementMenu()
     if (auto* shown = shownChild<QMenu>(*window))
         shown->close();
     auto* menu = new QMenu(window.get());
-    // An item that was chosen is told after the menu has hidden.
+    // Deleted later, because the chosen item is triggered after the menu has been hidden.
     connect(menu, &QMenu::aboutToHide, menu, &QObject::deleteLater);
     for (const DiscoveredDevice& device : managementDevices) {
         QAction* item = menu->addAction(DisplayText::forMenu(device.name));
