@@ -65,7 +65,7 @@ def test_the_story_of_a_phone_and_a_session_is_told_to_its_end(
         ("engine", f"{name} is up, after {DURATION}"),
         ("discovery", f"_quillbox\\._tcp: {NAME} has appeared"),
         ("relay", f"{NAME}: starting"),
-        ("advertising", f"{NAME} is tried"),
+        ("advertising", f"{NAME} is being registered"),
         ("advertising", f"{NAME} is advertised, after {DURATION}"),
         ("relay", f"{NAME}: visible after {DURATION}"),
         ("connection", f"session 1 of {NAME}: the file browser has connected"),
