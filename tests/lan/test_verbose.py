@@ -78,7 +78,7 @@ def test_the_story_of_a_phone_and_a_session_is_told_to_its_end(
         ),
         ("discovery", f"_quillbox\\._tcp: {NAME} has disappeared after {DURATION}"),
         ("relay", f"{NAME}: stopping after {DURATION}; sessions: 0"),
-        ("engine", f"{name} is not needed any more"),
+        ("engine", f"{name} is stopping"),
     )
     assert not any(re.search(r"\d+\.\d+\.\d+\.\d+|fd77:|fe80:|\.local", text) for _, text in story)
 
