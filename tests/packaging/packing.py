@@ -1,13 +1,15 @@
-"""Makes the packages that the tests look into."""
+"""Makes the packages that the tests check."""
 
 import os
+import shutil
 import subprocess
 
 from test_packaging import PROGRAM, ROOT
 
 
 def pack(folder, source=None, **environment):
-    """The paths of both packages, made of what is built, here or in another copy of the source."""
+    """Packs the finished build of this source tree, or of another; returns the paths of the Debian
+    package and of the archive."""
     build = f"{source}/build/release" if source else os.path.dirname(PROGRAM)
     subprocess.run(
         [os.path.join(source or ROOT, "tools/pack"), build, str(folder)],
@@ -19,3 +21,21 @@ def pack(folder, source=None, **environment):
     deb, archive = sorted(folder.iterdir(), key=lambda path: path.suffix)
     assert (deb.suffix, archive.suffixes[-2:]) == (".deb", [".tar", ".xz"])
     return deb, archive
+
+
+def copy_source(folder):
+    """Copies the files of the source tree that belong to the project, committed or not."""
+    listed = subprocess.run(
+        ["git", "-C", ROOT, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+        capture_output=True,
+        text=True,
+        check=True,
+        timeout=60,
+    ).stdout
+    for name in filter(None, listed.split("\0")):
+        source, target = os.path.join(ROOT, name), folder / name
+        if os.path.exists(source):
+            target.parent.mkdir(parents=True, exist_ok=True)
+            # As after a checkout, the files have the time of the copy.
+            shutil.copyfile(source, target)
+            shutil.copymode(source, target)

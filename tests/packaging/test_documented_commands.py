@@ -1,4 +1,4 @@
-"""Every command that the documents name is one that there is, and those for users really run."""
+"""Every command in the documents exists, and those for users are executed."""
 
 import glob
 import os
@@ -16,8 +16,9 @@ from test_reliability import existing  # noqa: E402 the names of all tests
 
 PAGES = ["README.md", "CONTRIBUTING.md", "SECURITY.md", "CHANGELOG.md"]
 PAGES += [os.path.relpath(path, ROOT) for path in glob.glob(f"{ROOT}/docs/*.md")]
+PAGES += ["debian/README.Debian", "packaging/tarball/README"]
 OPTION = re.compile(r"--[a-z][a-z-]*")
-# What the program tells where it does not run, for commands that are fine.
+# Exit statuses of valid commands when no copy of the program is running.
 CHECK_FAILED = 1
 NOT_RUNNING = 3
 
@@ -28,13 +29,14 @@ def content(path):
 
 
 def commands(text):
-    """The command lines of a page, each a list of words: those of blocks and those in a line."""
+    """The command lines of a page, each a list of words: in fenced and indented blocks, and inline."""
     fenced = re.findall(r"^```(?:sh|console)?\n(.*?)^```$", text, re.MULTILINE | re.DOTALL)
     plain = re.sub(r"^```.*?^```$", "", text, flags=re.MULTILINE | re.DOTALL)
     lines = [line for block in fenced for line in block.splitlines()]
+    lines += re.findall(r"^ {4}(\S.*)$", plain, re.MULTILINE)
     lines += re.findall(r"`([^`\n]+)`", plain)
     for line in lines:
-        # What is optional is written in brackets.
+        # Brackets mark optional arguments.
         line = re.sub(r"[\[\]]", "", line.removeprefix("$ "))
         try:
             words = shlex.split(line, comments=True)
@@ -47,12 +49,12 @@ def commands(text):
 
 
 def without_places(words):
-    """Leaves the words out that stand for something, as PHONE does."""
+    """Drops placeholders such as PHONE."""
     return [word for word in words if not re.fullmatch(r"[A-Z]+(\.\.\.)?", word)]
 
 
 class Known:
-    """What ./dev and the program have, by their own word."""
+    """The commands and options of ./dev and of the program, from their own help."""
 
     def __init__(self):
         self.help = run(os.path.join(ROOT, "dev"), "help")
@@ -113,13 +115,17 @@ def test_every_command_of_a_page_is_one_that_there_is(page, known):
 
 
 def test_the_pages_are_really_looked_at():
-    found = {tuple(words[:2]) for page in PAGES for words in commands(content(page))}
+    found = set()
+    for words in (words for page in PAGES for words in commands(content(page))):
+        found |= {tuple(words[:count]) for count in (1, 2, 3)}
     for command in (
         ("./dev", "run"),
         ("./dev", "package"),
         ("quillbox-helper", "status"),
         ("quillbox-helper", "--autostart=on"),
         ("systemctl", "--user"),
+        ("systemctl", "--user", "disable"),
+        ("bin/quillbox-helper",),
     ):
         assert command in found
 
@@ -131,6 +137,7 @@ def test_the_pages_are_really_looked_at():
         ("```\n./dev tset # runs\n```", "./dev has no tset"),
         ("`./dev test --lnog`", "./dev has no --lnog"),
         ("`./dev test no_such_test`", "no test has no_such_test"),
+        ("Text:\n\n    ./dev tset\n", "./dev has no tset"),
         ("```\nquillbox-helper stauts\n```", "the program has no stauts"),
         ("`quillbox-helper open [--json]`", "the program has no --json"),
         ("`build/x/bin/quillbox-helper --hiden`", "the program has no --hiden"),
@@ -146,7 +153,7 @@ def test_a_planted_command_is_found(text, complaint, known):
 
 
 def examples():
-    """What users are told to type to the program, without a copy that runs."""
+    """The arguments of all commands of the program in the documents."""
     found = set()
     for page in PAGES:
         for first, *rest in commands(content(page)):
@@ -160,10 +167,10 @@ def test_what_a_user_is_told_to_type_runs(arguments, tmp_path):
     folder = tmp_path / "runtime"
     folder.mkdir(mode=0o700)
     words = [f"a {word.lower()}" if word.isupper() else word for word in arguments.split()]
-    # Otherwise it would start, and stay.
+    # Without a command the program would start and not exit.
     assert any(not word.startswith("--") or word.startswith(("--v", "--a", "--help")) for word in words)
     environment = os.environ | {"XDG_CONFIG_HOME": str(tmp_path), "XDG_RUNTIME_DIR": str(folder)}
-    # In a network of its own, where nothing is that a phone could be reached by.
+    # In an empty network namespace.
     done = subprocess.run(
         ["unshare", "--net", PROGRAM, *words],
         capture_output=True, text=True, timeout=60, env=environment, check=False,

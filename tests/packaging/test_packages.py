@@ -1,4 +1,5 @@
-"""The Debian package and the archive: what is in them, for whom, and that they are the same everywhere."""
+"""The Debian package and the archive: their files, owners, modes and dependencies, and that packing is
+reproducible."""
 
 import gzip
 import hashlib
@@ -14,6 +15,7 @@ from test_packaging import INSTALLED, PROGRAM, ROOT, run
 BUILD = os.path.dirname(PROGRAM)
 TOP = "quillbox-helper-{version}-linux-{machine}"
 DOCUMENTS = {
+    "share/doc/quillbox-helper/README.Debian",
     "share/doc/quillbox-helper/changelog.Debian.gz",
     "share/doc/quillbox-helper/changelog.gz",
     "share/doc/quillbox-helper/copyright",
@@ -113,8 +115,9 @@ def test_the_package_recommends_what_a_click_needs(deb):
         assert set(re.findall(r"^run (\S+)", file.read(), re.MULTILINE)) <= recommended
 
 
-def test_the_program_in_the_package_is_stripped_and_hardened(deb, tmp_path):
-    program = tmp_path / "program"
+def check_program(deb, folder):
+    """Checks that the program in a package is stripped, and linked with all hardening options."""
+    program = folder / "program"
     program.write_bytes(members(deb, "files")["usr/bin/quillbox-helper"][1])
     sections = run("readelf", "-WS", str(program))
     assert ".symtab" not in sections and ".debug" not in sections and ".comment" not in sections
@@ -123,6 +126,10 @@ def test_the_program_in_the_package_is_stripped_and_hardened(deb, tmp_path):
         assert re.search(feature, shown), feature
     for tag in ("RPATH", "RUNPATH"):
         assert tag not in shown
+
+
+def test_the_program_in_the_package_is_stripped_and_hardened(deb, tmp_path):
+    check_program(deb, tmp_path)
 
 
 def test_the_documents_of_the_package_are_those_of_the_source(deb):
@@ -144,7 +151,7 @@ def test_lintian_has_nothing_to_say(deb):
 
 
 def test_each_override_has_its_reason():
-    path = os.path.join(ROOT, "packaging/debian/quillbox-helper.lintian-overrides")
+    path = os.path.join(ROOT, "debian/quillbox-helper.lintian-overrides")
     with open(path, encoding="utf-8") as file:
         lines = file.read().splitlines()
     assert lines and len(lines) % 2 == 0
@@ -234,7 +241,7 @@ def test_every_document_is_of_one_version_and_day():
     with open(os.path.join(ROOT, "packaging/quillbox-helper.1"), encoding="utf-8") as file:
         day, number = re.match(r'\.TH \S+ 1 (\S+) "Quillbox Helper ([\d.]+)"', file.read()).groups()
     found["manual page"] = (number, day)
-    changelog = os.path.join(ROOT, "packaging/debian/changelog")
+    changelog = os.path.join(ROOT, "debian/changelog")
     seconds = run("dpkg-parsechangelog", "-l", changelog, "-S", "Timestamp").strip()
     day = run("date", "--utc", f"--date=@{seconds}", "+%F").strip()
     number = run("dpkg-parsechangelog", "-l", changelog, "-S", "Version").strip()

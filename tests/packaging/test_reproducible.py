@@ -1,30 +1,12 @@
-"""Another build of the same source, in another folder, gives the same packages to the byte."""
+"""Another build of the same source, in another folder, gives byte-identical packages."""
 
 import hashlib
 import os
-import shutil
 import subprocess
 
 import pytest
-from packing import pack
+from packing import copy_source, pack
 from test_packaging import ROOT
-
-
-def copy_source(folder):
-    listed = subprocess.run(
-        ["git", "-C", ROOT, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
-        capture_output=True,
-        text=True,
-        check=True,
-        timeout=60,
-    ).stdout
-    for name in filter(None, listed.split("\0")):
-        source, target = os.path.join(ROOT, name), folder / name
-        if os.path.exists(source):
-            target.parent.mkdir(parents=True, exist_ok=True)
-            # Times are those of the copy, as after a checkout.
-            shutil.copyfile(source, target)
-            shutil.copymode(source, target)
 
 
 def last_change():
@@ -38,7 +20,7 @@ def last_change():
 def test_another_build_in_another_folder_gives_the_same_bytes(packages, tmp_path):
     source = tmp_path / "a folder of another length"
     copy_source(source)
-    # What a cache keeps was built elsewhere.
+    # Objects from the cache were built in another folder.
     environment = os.environ | {"CCACHE_DISABLE": "1"}
     for command in (
         ["cmake", "--preset", "release", "-DQUILLBOX_TESTS=OFF"],
