@@ -1,4 +1,4 @@
-"""What the tests of the packages share: the packages themselves, and a network to try them on."""
+"""Fixtures of the packaging tests: the packages, and a test network."""
 
 import os
 import sys
@@ -8,10 +8,10 @@ import pytest
 from packing import pack
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# The network and the hosts on it are those of the network tests.
+# The test network and its hosts come from the network tests.
 sys.path.append(os.path.join(HERE, "..", "lan"))
 
-from rig.network import Lan  # noqa: E402 what it needs is found from here on
+from rig.network import Lan  # noqa: E402 needs the path above
 
 
 @pytest.fixture(scope="session")
@@ -31,7 +31,7 @@ def archive(packages):
 
 @pytest.fixture(scope="session")
 def unpacked(archive, tmp_path_factory):
-    """The archive in a folder that nobody thought of, which has a blank in its name."""
+    """The archive, unpacked in a folder with a space in its name."""
     folder = tmp_path_factory.mktemp("some where")
     with tarfile.open(archive) as file:
         file.extractall(folder)
@@ -48,8 +48,8 @@ def lan():
 
 @pytest.fixture
 def real_root():
-    """Root in a user namespace may neither make device nodes nor own files as other users, which a
-    Debian and a service manager of their own need. As root of the machine nothing is skipped."""
+    """Skips the test in a user namespace: a Debian system and a service manager need device nodes and
+    files of several users, which only root in the initial user namespace can create."""
     with open("/proc/self/uid_map", encoding="ascii") as file:
         if file.read().split() != ["0", "0", "4294967295"]:
             pytest.skip("needs the root of the machine: it makes users, devices and cgroups")

@@ -1,6 +1,6 @@
 # shellcheck shell=sh
-# Runs in a host of the test network: boots the Debian in the folder given as far as a desktop needs
-# it, and then obeys, as its user, the lines of standard input.
+# Runs in a host of the test network: starts the services that a desktop needs in the Debian system in
+# the given folder, then executes the lines of standard input as an ordinary user of that system.
 set -e
 cd "$1"
 mount --rbind /run run

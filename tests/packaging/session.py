@@ -7,7 +7,8 @@ NAMESPACES = ["unshare", "--mount", "--pid", "--fork", "--kill-child", "--mount-
 
 
 class Session:
-    """What a script leads to that says "ready" and then obeys lines; all of it ends with the shell."""
+    """A script that prints "ready" and then executes the lines of its standard input. Everything that it
+    started ends with it."""
 
     def __init__(self, host, script, *arguments):
         command = ["sh", os.path.join(HERE, script), *arguments]

@@ -1,5 +1,5 @@
-"""The Debian package on a system that has nothing but what Debian calls minimal: installed by apt, used
-with a phone by somebody with a desktop, and purged. The minimal system is kept in build/fresh-debian."""
+"""The Debian package on a minimal Debian system: installed by apt, used with a phone from a desktop, and
+purged. The minimal system is kept in build/fresh-debian."""
 
 import glob
 import os
@@ -16,14 +16,14 @@ from test_packaging import ROOT, run
 
 BASE = os.path.join(ROOT, "build/fresh-debian")
 MIRROR = "http://deb.debian.org/debian"
-# What a desktop has besides: a screen, and the bus of a session.
+# A desktop also has a display and a session bus.
 DESKTOP = ["xvfb", "dbus-daemon"]
-# What apt and dpkg note for themselves, and what is not part of the system.
+# Files that apt and dpkg keep for themselves, and folders that are not part of the system.
 NOTES = ("home", "proc", "sys", "dev", "run", "tmp", "root", "var/log", "var/cache", "var/lib/apt")
 
 
 def make_base():
-    """A minimal Debian that gets its packages in the way of this computer."""
+    """A minimal Debian with this computer's configuration of apt's downloads."""
     made = BASE + ".part"
     shutil.rmtree(made, ignore_errors=True)
     subprocess.run(
@@ -44,7 +44,7 @@ def make_base():
 
 
 class FreshSystem:
-    """A copy of the minimal system, which goes with the mounts of this test."""
+    """A copy of the minimal system, discarded with the mounts of the test."""
 
     def __init__(self, folder):
         self.root = str(folder / "root")
@@ -77,7 +77,7 @@ class FreshSystem:
         self.run("apt-get", "purge", "--yes", "quillbox-helper")
 
     def listing(self):
-        """Everything that there is, with its mode and owner."""
+        """All files and folders, with mode and owner."""
         found = set()
         for folder, folders, names in os.walk(self.root):
             inside = os.path.relpath(folder, self.root)
@@ -112,7 +112,7 @@ def phone(lan):
 
 
 def use(system, host):
-    """Starts the program on a desktop, and opens the phone that its file browser shows."""
+    """Starts the program on a desktop and opens the phone in the file browser (GVfs)."""
     session = Session(host, "fresh_system.sh", system.root)
     session.told("{ quillbox-helper >helper.log 2>&1 & }")
     ready = "Status: ready: 1 Quillbox device visible in Finder"
@@ -142,7 +142,7 @@ def test_the_package_is_installed_used_and_purged(system, lan, phone, deb):
     system.run("dpkg", "--verify", "quillbox-helper")
 
     target = use(system, lan.host("computer", of=Host))
-    # By the relay's own host name, and not by an address.
+    # The relay's host name, not an address.
     assert ".local:" in target
 
     system.purge()

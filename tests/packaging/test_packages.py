@@ -44,7 +44,7 @@ def field(deb, name):
 
 
 def names_in(relations):
-    """The names of the packages of a field, without versions; alternatives stay together."""
+    """The package names of a field, without versions; alternatives stay in one text."""
     return {re.sub(r" \([^)]*\)", "", each.strip()) for each in relations.split(",")}
 
 
@@ -100,7 +100,7 @@ def test_the_package_depends_on_the_libraries_that_are_loaded_by_name(deb):
 def test_the_package_depends_on_every_library_that_is_linked(deb):
     owners = set()
     for path in re.findall(r"=> (/\S+)", run("ldd", PROGRAM)):
-        # The folder tells it from the same library of another architecture.
+        # With the folder, which differs between architectures.
         name = "/".join(path.split("/")[-2:])
         if os.path.basename(path) in run("readelf", "-d", PROGRAM):
             owners.add(run("dpkg", "-S", f"*/{name}").split(":")[0])
@@ -192,7 +192,7 @@ def test_the_program_of_the_archive_runs_where_it_was_unpacked(unpacked, tmp_pat
 def test_the_archive_says_what_the_package_asks_for(deb, unpacked):
     text = (unpacked / "README").read_text(encoding="utf-8")
     named = set(re.findall(r"^ +apt install (.*)$", text, re.MULTILINE)[0].split())
-    # Every system has those of the compiler, and the rest come with the others.
+    # Every system has the compiler's libraries; the others are dependencies of the packages named.
     common = {"libc6", "libgcc-s1", "libstdc++6", "libqt6core6", "libqt6gui6", "libavahi-common3"}
     assert named == names_in(field(deb, "Depends")) - common
     for recommended in names_in(field(deb, "Recommends")):

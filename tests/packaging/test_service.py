@@ -1,4 +1,4 @@
-"""The service for the user's systemd: that systemd takes it, and the program works as confined by it."""
+"""The user service: systemd accepts it, and the program works within its restrictions."""
 
 import os
 import re
@@ -17,7 +17,7 @@ UNIT = "quillbox-helper.service"
 
 @pytest.fixture
 def analyze(tmp_path):
-    """Asks systemd of the unit, with the program at the place where it was built."""
+    """Runs systemd-analyze on the unit, with the path of the built program."""
     path = tmp_path / UNIT
     path.write_text(text_of(UNIT).replace("=quillbox-helper ", f"={PROGRAM} "), encoding="utf-8")
     environment = os.environ | {"XDG_RUNTIME_DIR": str(tmp_path)}
@@ -47,7 +47,7 @@ def content(path):
 
 
 class UserManager(Session):
-    """A logged-in user of a host, whose service manager runs."""
+    """A logged-in user of a host, with a running service manager."""
 
     def __init__(self, host, installed):
         self.address = host.address4
@@ -127,10 +127,10 @@ def test_the_service_relays_a_phone(lan, user, phone, engine):
     manager.told("quillbox-helper restart")
     settings = "cat .config/org.quillbox.Helper/settings.json"
     wait_until(lambda: '"showInFinder": true' in manager.ask(settings)[1], limit(5), settings)
-    # A second copy ends well, and the first one stays.
+    # A second copy exits with status 0, and the first one keeps running.
     assert manager.ask("quillbox-helper --hidden")[0] == 0
     assert manager.state()["MainPID"] == pid
-    # A crash is mended; an end that was asked for is none.
+    # systemd restarts the program after a crash, but not after "quit".
     manager.told(f"kill -SEGV {pid}")
     manager.wait_ready(1)
     assert manager.state()["NRestarts"] == "1"

@@ -68,7 +68,7 @@ def test_the_debian_readme_names_every_setting_and_recommended_package(deb):
     keys = re.findall(r"^\| `(\w+)` \|", rows, re.MULTILINE)
     (listed,) = re.findall(r"keys are ([\w, \n]+);", text)
     assert re.findall(r"\b(?!and\b)\w+", listed) == keys
-    described = set(re.findall(r"^  ([a-z0-9-]+)  ", text, re.MULTILINE))
+    described = set(re.findall(r"^  ([a-z0-9.-]+)  ", text, re.MULTILINE))
     wanted = {name for each in names_in(field(deb, "Recommends")) for name in each.split(" | ")}
     assert described == wanted
     for fact in ("settings.json", "enable-linger", "5353/udp", "purge", "quillbox-helper(1)"):

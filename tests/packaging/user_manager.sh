@@ -1,7 +1,7 @@
 # shellcheck shell=sh
-# Runs in a host of the test network: starts the service manager of an ordinary user, as logging in
-# does, with cgroups of its own and the program installed in /usr/local; then obeys, as that user,
-# the lines of standard input.
+# Runs in a host of the test network: starts the service manager of an ordinary user, as a login does,
+# with its own cgroups and the program installed in /usr/local; then executes the lines of standard
+# input as that user.
 set -e
 cgroup=$1 installed=$2 home=$3
 if [ -z "${4:-}" ]; then
@@ -23,7 +23,7 @@ cp -r "$installed/bin" "$installed/lib" "$installed/share" /usr/local
     echo "somebody:x:4711:4711::$home:/bin/sh"
 } >/run/passwd
 mount --bind /run/passwd /etc/passwd
-# The system's manager makes these at its start.
+# The system's service manager creates these at boot.
 mkdir -p /run/systemd/system /run/systemd/unit-root /run/user/4711
 chmod 700 /run/user/4711
 chown -R 4711:4711 /run/user/4711 "$home"
