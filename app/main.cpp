@@ -40,10 +40,10 @@ namespace {
 
 constexpr const char* kBundleIdentifier = QUILLBOX_BUNDLE_IDENTIFIER;
 
-/// Longer than an orderly end takes, shorter than the patience of who waits for it.
+/// Longer than a regular shutdown takes, shorter than session managers wait.
 constexpr std::chrono::milliseconds kLimitOfEnd{950};
 
-/// Less than the rest of the doctor's work takes.
+/// Less than the doctor's other checks take.
 constexpr std::chrono::milliseconds kLimitOfDoctorsQuestion{2000};
 
 int print(const std::string& text)
@@ -65,7 +65,7 @@ dnssd::DnsSdMode modeOf(DnsSdChoice choice)
     return dnssd::DnsSdMode::Automatic;
 }
 
-/// Without a display the toolkit warns of every wish about a window that it cannot fulfil.
+/// Without a display Qt warns about each window operation that the platform plugin lacks.
 void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
                              const QString& message)
 {
@@ -73,7 +73,7 @@ void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
         printToStandardError(qFormatLogMessage(type, context, message).toStdString());
 }
 
-/// Chooses where the toolkit shows windows: it would end the process if it found no display.
+/// Selects Qt's platform plugin: Qt aborts if the default one finds no display.
 void choosePlatform()
 {
     switch (probeDisplay()) {
@@ -92,13 +92,25 @@ void choosePlatform()
 
 constexpr const char* kNoGtkBridge = "NO_AT_BRIDGE";
 
-/// The theme of a GNOME desktop brings GTK along, whose bridge to assistive technology answers for
-/// the whole process and knows nothing of its windows: a screen reader would wait in vain. It looks
-/// for this while the application is made; programs that are started later keep theirs. True when
-/// it was turned off here.
+/// Qt's platform theme for GNOME loads GTK, whose accessibility bridge registers for the whole
+/// process but knows nothing about Qt's windows, so a screen reader would get no answers. GTK reads
+/// this variable while the QApplication is constructed; it is unset afterwards, so that programs
+/// started later do not inherit it. True when it was set here.
 bool turnGtkBridgeOff()
 {
     return !qEnvironmentVariableIsSet(kNoGtkBridge) && qputenv(kNoGtkBridge, "1");
+}
+
+/// QApplication looks up files in the runtime folder. Where XDG_RUNTIME_DIR is not set, Qt prints a
+/// warning and creates /tmp/runtime-USER. It is set to a folder that this program has checked; the
+/// programs that it starts do not inherit it (see InheritedLimits).
+void provideRuntimeFolder(const RuntimeFolders& folders)
+{
+    if (!qEnvironmentVariableIsEmpty(kRuntimeFolderVariable))
+        return;
+    const std::string folder = fallbackRuntimeFolder(folders, kBundleIdentifier);
+    if (!folder.empty())
+        qputenv(kRuntimeFolderVariable, QByteArray::fromStdString(folder));
 }
 
 void nameApplication()
@@ -109,12 +121,15 @@ void nameApplication()
     QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
 }
 
-/// The helper from its start to its end. `arguments` holds the program's name.
+/// Runs the helper until it quits. `arguments` starts with the program's name.
 int run(const Options& options, char** arguments)
 {
     const InheritedLimits limits = prepareProcess();
     const std::string activationToken = activationTokenOfEnvironment();
     choosePlatform();
+    // Read before XDG_RUNTIME_DIR is changed: other instances look in the unchanged one.
+    const RuntimeFolders folders = systemRuntimeFolders();
+    provideRuntimeFolder(folders);
     nameApplication();
     int argumentCount = 1;
     const bool isBridgeOff = turnGtkBridgeOff();
@@ -131,7 +146,7 @@ int run(const Options& options, char** arguments)
         makeSmbOpener(platform.serviceLocator(), QDBusConnection::sessionBus(), limits, *log);
     const auto workspace = makeDesktopWorkspace(limits, *smbOpener);
     const auto runningApplications = makeRunningApplications({
-        .folders = systemRuntimeFolders(),
+        .folders = folders,
         .bundleIdentifier = kBundleIdentifier,
         .activationToken = activationToken,
     });
@@ -148,7 +163,7 @@ int run(const Options& options, char** arguments)
         .windowPresence = *windowPresence,
         .startsHidden = options.isHidden,
         .bundleIdentifier = kBundleIdentifier,
-        // Unlike quit(), this asks no window: closing one only hides it, which is a refusal.
+        // quit() would first close the window, which the window refuses: closing only hides it.
         .terminate = [] { QCoreApplication::exit(EXIT_SUCCESS); },
     });
     const auto signals = makeTerminationSignals([&delegate] { delegate->quit(); });
@@ -164,7 +179,7 @@ int run(const Options& options, char** arguments)
     return status;
 }
 
-/// Puts the entry of the autostart there or away.
+/// Writes or removes the autostart entry.
 int changeAutostart(Autostart wanted)
 {
     const auto result = setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
@@ -174,12 +189,12 @@ int changeAutostart(Autostart wanted)
     return exit_status::kFailed;
 }
 
-/// Hands a request to the running copy. No display is needed, and nothing is registered.
+/// Sends a request to the running instance. Needs no display, and registers nothing.
 int controlRunningCopy(const Options& options)
 {
     prepareProcess();
     std::string problem;
-    // The oldest copy is the one that stays; younger ones are about to end.
+    // The oldest instance is the one that keeps running; newer ones are about to exit.
     const std::string activationToken = activationTokenOfEnvironment();
     const auto copies = findRunningCopies({.folders = systemRuntimeFolders(),
                                            .bundleIdentifier = kBundleIdentifier,
@@ -189,7 +204,7 @@ int controlRunningCopy(const Options& options)
         printToStandardError("quillbox-helper: " + problem);
     const auto result = control(copies.empty() ? nullptr : copies.front().get(), *options.request,
                                 options.asJson ? StatusForm::Json : StatusForm::Plain);
-    // An action of the menu entry shows no window that could say so.
+    // An action of the menu entry opens no window that would end the startup notification.
     endStartupWithoutWindow(activationToken);
     for (const std::string& complaint : result.complaints)
         printToStandardError(complaint);
@@ -197,7 +212,7 @@ int controlRunningCopy(const Options& options)
     return result.exitStatus == exit_status::kDone ? printed : result.exitStatus;
 }
 
-/// Looks for what is in a phone's way. Nothing is registered and no window system is needed.
+/// Runs the checks of the doctor. Registers nothing, and needs no window system.
 int examine(const Options& options, char** arguments)
 {
     prepareProcess();

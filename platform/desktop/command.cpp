@@ -1,5 +1,6 @@
 #include "platform/desktop/command.h"
 
+#include <QProcessEnvironment>
 #include <QStringList>
 #include <algorithm>
 #include <csignal>
@@ -36,6 +37,11 @@ Command::Command(const std::vector<std::string>& arguments, Output output,
         texts.append(QString::fromStdString(argument));
     process.setProgram(texts.takeFirst());
     process.setArguments(texts);
+    if (!limits.hadRuntimeFolder) {
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.remove(QLatin1StringView(kRuntimeFolderVariable));
+        process.setProcessEnvironment(environment);
+    }
     process.setChildProcessModifier([limits] { prepare(limits); });
     process.setStandardInputFile(QProcess::nullDevice());
     // Not a pipe: a file manager that is started here may outlive this process, and would then be

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <string_view>
 
 #include <fcntl.h>
 #include <sys/time.h>
@@ -55,8 +56,20 @@ void restore(const InheritedLimits& limits)
     ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
-[[noreturn]] void becomeProgram(char* const* arguments, const InheritedLimits& limits,
-                                int errorDescriptor)
+/// The environment of a new program.
+std::vector<std::string> environmentWith(const InheritedLimits& limits)
+{
+    const std::string runtimeFolder = std::string(kRuntimeFolderVariable) + '=';
+    std::vector<std::string> variables;
+    for (char** variable = environ; variable && *variable; ++variable) {
+        if (limits.hadRuntimeFolder || !std::string_view(*variable).starts_with(runtimeFolder))
+            variables.emplace_back(*variable);
+    }
+    return variables;
+}
+
+[[noreturn]] void becomeProgram(char* const* arguments, char* const* environment,
+                                const InheritedLimits& limits, int errorDescriptor)
 {
     restore(limits);
     const int nothing = ::open("/dev/null", O_RDWR);
@@ -66,7 +79,7 @@ void restore(const InheritedLimits& limits)
         if (nothing > kLastStandardDescriptor)
             ::close(nothing);
     }
-    ::execvp(arguments[0], arguments);
+    ::execvpe(arguments[0], arguments, environment);
     const int error = errno;
     [[maybe_unused]] const auto written = ::write(errorDescriptor, &error, sizeof error);
     ::_exit(EXIT_FAILURE);
@@ -90,12 +103,16 @@ InheritedLimits prepareProcess()
     ignore.sa_handler = SIG_IGN;
     if (::sigaction(SIGPIPE, &ignore, &before) == 0)
         limits.wasPipeSignalIgnored = before.sa_handler == SIG_IGN;
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): called first, before there are threads
+    const char* runtimeFolder = std::getenv(kRuntimeFolderVariable);
+    limits.hadRuntimeFolder = runtimeFolder && *runtimeFolder;
     return limits;
 }
 
 bool startDetached(const std::vector<std::string>& command, const InheritedLimits& limits)
 {
     const ArgumentVector arguments(command);
+    const ArgumentVector environment(environmentWith(limits));
 
     // Close-on-exec: end of file means that exec succeeded; otherwise errno comes through.
     std::array<int, 2> report{-1, -1};
@@ -107,7 +124,7 @@ bool startDetached(const std::vector<std::string>& command, const InheritedLimit
         ::setsid();
         const pid_t grandchild = ::fork();
         if (grandchild == 0)
-            becomeProgram(arguments.data(), limits, report[1]);
+            becomeProgram(arguments.data(), environment.data(), limits, report[1]);
         if (grandchild < 0) {
             const int error = errno;
             [[maybe_unused]] const auto written = ::write(report[1], &error, sizeof error);

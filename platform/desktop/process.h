@@ -14,7 +14,10 @@ struct InheritedLimits {
     rlimit openFiles{};
     bool isOpenFilesKnown = false;
     bool wasPipeSignalIgnored = false;
+    bool hadRuntimeFolder = true; ///< whether XDG_RUNTIME_DIR was set; if not, programs get none
 };
+
+inline constexpr const char* kRuntimeFolderVariable = "XDG_RUNTIME_DIR";
 
 /// Prepares the process for many connections: raises the limit of open files to the hard limit, and
 /// ignores SIGPIPE, so that writing to a closed connection fails instead of ending the process.

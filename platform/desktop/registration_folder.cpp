@@ -21,6 +21,14 @@ bool isOwn(const std::string& path)
            && status.st_uid == ::geteuid() && (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
+/// Whether this is a folder of this user that nobody else may enter.
+bool isPrivate(const std::string& path)
+{
+    struct stat status {};
+    return isOwn(path) && ::stat(path.c_str(), &status) == 0
+           && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
+}
+
 /// Creates the folder, or opens an existing one if it belongs to this user and is closed to others.
 FileDescriptor openPrivate(const std::string& path, std::string& problem)
 {
@@ -45,6 +53,11 @@ FileDescriptor openPrivate(const std::string& path, std::string& problem)
     return folder;
 }
 
+std::string sharedPath(const RuntimeFolders& folders, const std::string& bundleIdentifier)
+{
+    return folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid());
+}
+
 bool isFileName(const std::string& text)
 {
     return !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
@@ -57,6 +70,17 @@ RuntimeFolders systemRuntimeFolders()
     return {.xdg = qgetenv("XDG_RUNTIME_DIR").toStdString(),
             .user = "/run/user/" + std::to_string(::geteuid()),
             .shared = "/tmp"};
+}
+
+std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
+                                  const std::string& bundleIdentifier)
+{
+    if (isPrivate(folders.user))
+        return folders.user;
+    std::string problem;
+    const auto folder = openRegistrationFolder({.xdg = {}, .user = {}, .shared = folders.shared},
+                                               bundleIdentifier, problem);
+    return folder.isOpen() ? sharedPath(folders, bundleIdentifier) : std::string();
 }
 
 FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
@@ -73,7 +97,7 @@ FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
         if (auto folder = openPrivate(base + name, problem); folder.isOpen())
             return folder;
     }
-    return openPrivate(folders.shared + name + '-' + std::to_string(::geteuid()), problem);
+    return openPrivate(sharedPath(folders, bundleIdentifier), problem);
 }
 
 } // namespace quillbox

@@ -16,6 +16,12 @@ struct RuntimeFolders {
 /// The folders of the current user on this computer.
 RuntimeFolders systemRuntimeFolders();
 
+/// The folder to use as XDG_RUNTIME_DIR where the session does not set it: `user`, else the folder
+/// in `shared` in which the copies of `bundleIdentifier` register, creating it if needed. Nobody
+/// else may enter it. Empty if there is no such folder.
+std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
+                                  const std::string& bundleIdentifier);
+
 /// Opens the folder in which the copies of `bundleIdentifier` register, creating it if needed: in
 /// the first of `xdg` and `user` that belongs to this user and that only this user may write to,
 /// else as "IDENTIFIER-UID" in `shared`. The folder belongs to this user and nobody else may enter

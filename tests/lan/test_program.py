@@ -5,7 +5,7 @@ import signal
 import time
 
 import pytest
-from rig.computer import LOOKING, Computer, visible
+from rig.computer import LOOKING, PROGRAM, Computer, Helper, visible
 from rig.phone import smb_command
 from rig.process import limit, wait_until
 from test_automatic import appear
@@ -34,6 +34,29 @@ def test_without_a_display_it_says_so_once(bare_computer):
     helper.wait_status(LOOKING)
     lines = [x.text for x in helper.process.lines if "display" in x.text.lower()]
     assert len(lines) == 1
+
+
+@pytest.mark.parametrize("has_user_folder", [True, False], ids=["/run/user", "/tmp"])
+def test_without_a_runtime_folder_the_toolkit_neither_warns_nor_makes_one(
+    bare_computer, has_user_folder
+):
+    bare_computer.run("mount", "-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
+    if not has_user_folder:
+        bare_computer.run("rm", "-r", "/run/user")
+    program = ["env", "-u", "XDG_RUNTIME_DIR", PROGRAM]
+    environment = bare_computer.environment(HOME="/run/home", XDG_CONFIG_HOME="/run/config")
+
+    helper = Helper(bare_computer.start(program, env=environment))
+
+    helper.wait_status(LOOKING)
+    # Other instances look for it where it is.
+    told = bare_computer.run(*program, "status", env=environment)
+    assert "Looking for Quillbox" in told.stdout
+    code, _ = helper.stop()
+    assert code == 0
+    assert "XDG_RUNTIME_DIR" not in helper.process.output() + told.stderr
+    own = [] if has_user_folder else [f"org.quillbox.Helper-{os.geteuid()}"]
+    assert bare_computer.run("ls", "/tmp").stdout.split() == own
 
 
 @pytest.mark.parametrize(

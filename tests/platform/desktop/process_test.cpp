@@ -96,6 +96,33 @@ TEST_F(Process, hasStandardDescriptorsEvenWhenItWasStartedWithoutThem)
         ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
+TEST_F(Process, knowsWhetherItHadARuntimeFolder)
+{
+    const auto hadRuntimeFolder = [](const char* value) {
+        if (value)
+            ::setenv(kRuntimeFolderVariable, value, 1);
+        else
+            ::unsetenv(kRuntimeFolderVariable);
+        return prepareProcess().hadRuntimeFolder;
+    };
+    EXPECT_EXIT(std::_Exit(verdict(hadRuntimeFolder("/run/user/7") && !hadRuntimeFolder("")
+                                   && !hadRuntimeFolder(nullptr))),
+                ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+}
+
+TEST_F(Process, hidesARuntimeFolderThatItChoseItselfFromPrograms)
+{
+    Environment environment;
+    environment.set(kRuntimeFolderVariable, "/run/chosen");
+    environment.set("QUILLBOX_OTHER", "kept");
+    const std::string variable = std::string(kRuntimeFolderVariable) + "=/run/chosen";
+    EXPECT_THAT(procFile("environ", {}), HasSubstr(variable));
+
+    const std::string without = procFile("environ", {.hadRuntimeFolder = false});
+    EXPECT_THAT(without, Not(HasSubstr(kRuntimeFolderVariable)));
+    EXPECT_THAT(without, HasSubstr("QUILLBOX_OTHER=kept"));
+}
+
 TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
 {
     InheritedLimits limits;

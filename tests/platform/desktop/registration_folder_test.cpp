@@ -122,6 +122,27 @@ TEST_F(RegistrationFolder, isRefusedForAnIdentifierThatIsNoFileName)
         EXPECT_EQ(opened(identifier), "") << identifier;
 }
 
+TEST_F(RegistrationFolder, theUsersFolderStandsInForARuntimeFolder)
+{
+    EXPECT_EQ(fallbackRuntimeFolder(folders, kFolderName), folders.user);
+    EXPECT_FALSE(
+        QDir(QString::fromStdString(folders.shared)).exists(QString::fromStdString(sharedName)));
+}
+
+TEST_F(RegistrationFolder, aPrivateFolderStandsInWhereTheUsersIsMissingOrOpenToOthers)
+{
+    ::chmod(folders.user.c_str(), 0750);
+    EXPECT_EQ(fallbackRuntimeFolder(folders, kFolderName), pathOf(sharedName.c_str()));
+    folders.user = pathOf("absent");
+    EXPECT_EQ(fallbackRuntimeFolder(folders, kFolderName), pathOf(sharedName.c_str()));
+    struct stat status {};
+    ASSERT_EQ(::stat(pathOf(sharedName.c_str()).c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777U, 0700U);
+
+    ::chmod(pathOf(sharedName.c_str()).c_str(), 0755);
+    EXPECT_EQ(fallbackRuntimeFolder(folders, kFolderName), "");
+}
+
 } // namespace
 
 } // namespace quillbox

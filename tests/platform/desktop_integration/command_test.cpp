@@ -101,6 +101,20 @@ TEST_F(CommandTest, givesTheProgramItsLimitsAndNothingToRead)
     EXPECT_EQ(resultOf({"sh", "-c", "ulimit -Sn; ulimit -Hn; cat"}).output, "123\n456\n");
 }
 
+TEST_F(CommandTest, hidesARuntimeFolderThatThisProcessChoseItself)
+{
+    const QByteArray before = qgetenv(kRuntimeFolderVariable);
+    qputenv(kRuntimeFolderVariable, "/run/chosen");
+    const std::vector<std::string> tell{"sh", "-c", "echo ${XDG_RUNTIME_DIR-none}"};
+    const std::string shown = resultOf(tell).output;
+    result.reset();
+    limits.hadRuntimeFolder = false;
+    const std::string hidden = resultOf(tell).output;
+    qputenv(kRuntimeFolderVariable, before);
+    EXPECT_EQ(shown, "/run/chosen\n");
+    EXPECT_EQ(hidden, "none\n");
+}
+
 TEST_F(CommandTest, runsTheProgramInASessionOfItsOwn)
 {
     EXPECT_EQ(resultOf({"sh", "-c", "test $(cut -d' ' -f6 /proc/$$/stat) = $$ && echo own"}).output,
