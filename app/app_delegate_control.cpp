@@ -26,6 +26,16 @@ const std::string* nameAmong(const std::vector<std::string>& names, const std::s
     return found == names.end() ? nullptr : &*found;
 }
 
+/// The target of a relay as users know it: the name of the phone, or the typed host and port.
+/// `target` is what the relay was started with.
+std::string shownTarget(const std::string& target, const std::vector<DiscoveredDevice>& devices)
+{
+    const auto device = std::find_if(devices.begin(), devices.end(), [&target](const auto& each) {
+        return each.endpoint.description() == target;
+    });
+    return device == devices.end() ? target : device->name;
+}
+
 ControlAnswer unknownPhone(std::vector<std::string> names)
 {
     return {.outcome = ControlOutcome::UnknownPhone, .phones = std::move(names)};
@@ -86,7 +96,7 @@ HelperStatus AppDelegate::helperStatus() const
         const auto carried = traffic.listeners.find(name);
         status.relays.push_back(
             {.name = name,
-             .target = target,
+             .target = shownTarget(target, discoveredDevices),
              .traffic = carried == traffic.listeners.end() ? Traffic() : carried->second});
     }
     return status;

@@ -21,7 +21,7 @@ struct PhoneStatus {
 /// A running relay. The port that it listens on is deliberately not published.
 struct RelayStatus {
     std::string name = {};
-    std::string target = {}; ///< the description of its endpoint
+    std::string target = {}; ///< the name of the phone, or the typed host and port
     Traffic traffic = {};
 
     bool operator==(const RelayStatus&) const = default;

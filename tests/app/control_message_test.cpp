@@ -22,7 +22,7 @@ HelperStatus sampleStatus()
                         .hasFiles = true,
                         .hasWebManagement = true}},
             .relays = {{.name = "Quillbox A",
-                        .target = "Quillbox A._quillbox._tcp/local",
+                        .target = "Quillbox A",
                         .traffic = {.sessions = 1,
                                     .sessionsInAll = 2,
                                     .bytesReceived = std::numeric_limits<std::int64_t>::max(),

@@ -24,7 +24,7 @@ HelperStatus statusWith(const std::string& name)
     return {.isReady = true,
             .text = name + " is visible",
             .phones = {{.name = name, .hasFiles = true}},
-            .relays = {{.name = name, .target = name + "._quillbox._tcp/local"}}};
+            .relays = {{.name = name, .target = name}}};
 }
 
 QJsonObject parsed(const std::string& text)
@@ -41,7 +41,7 @@ TEST(HelperStatus, isReadableForPeople)
         .phones = {{.name = "Quillbox K\u00fcche", .hasFiles = true, .hasWebManagement = true},
                    {.name = "Quillbox Office", .hasWebManagement = true}},
         .relays = {{.name = "Quillbox K\u00fcche",
-                    .target = "Quillbox K\u00fcche._quillbox._tcp/local",
+                    .target = "Quillbox K\u00fcche",
                     .traffic = {.sessions = 1,
                                 .sessionsInAll = 3,
                                 .bytesReceived = 10,
@@ -57,7 +57,7 @@ TEST(HelperStatus, isReadableForPeople)
                                  "    web management\n"
                                  "Relays: 1\n"
                                  "  Quillbox K\u00fcche\n"
-                                 "    target: Quillbox K\u00fcche._quillbox._tcp/local\n"
+                                 "    target: Quillbox K\u00fcche\n"
                                  "    sessions: 1 now, 3 in all\n"
                                  "    bytes: 10 to the phone, 200 from the phone\n"
                                  "Since the start:\n"
