@@ -1,12 +1,13 @@
 // The DNS-SD side of a simulated phone: advertises its file service and its management service, as
-// the phone app does, and looks for the server that a helper makes of it. What it finds it prints,
-// a JSON object a line. It ends with SIGTERM or SIGINT, saying goodbye.
+// the phone app does, and browses for the server that the helper advertises for it. It prints one
+// JSON object per line. SIGTERM and SIGINT end it, with goodbyes (RFC 6762, section 10.1).
 
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dnssd/automatic_engine.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine_child.h"
 #include "platform/netlink/netlink_monitor.h"
+#include "platform/reach.h"
 #include "platform/standard_error_log.h"
 #include "platform/text.h"
 
@@ -35,6 +36,7 @@ struct Options {
     std::uint16_t filePort = 0;
     std::uint16_t managementPort = 0;
     dnssd::DnsSdMode mode = dnssd::DnsSdMode::Automatic;
+    Reach reach = Reach::ThisComputer;
 };
 
 std::optional<std::uint16_t> portFrom(std::string_view text)
@@ -57,16 +59,26 @@ std::optional<dnssd::DnsSdMode> modeFrom(std::string_view text)
     return std::nullopt;
 }
 
+std::optional<Reach> reachFrom(std::string_view text)
+{
+    if (text == "this-computer")
+        return Reach::ThisComputer;
+    if (text == "network")
+        return Reach::Network;
+    return std::nullopt;
+}
+
 std::optional<Options> optionsFrom(const std::vector<std::string_view>& arguments)
 {
-    if (arguments.size() != 4)
+    if (arguments.size() != 5)
         return std::nullopt;
     const auto filePort = portFrom(arguments[1]);
     const auto managementPort = portFrom(arguments[2]);
     const auto mode = modeFrom(arguments[3]);
-    if (!filePort || !managementPort || !mode)
+    const auto reach = reachFrom(arguments[4]);
+    if (!filePort || !managementPort || !mode || !reach)
         return std::nullopt;
-    return Options{std::string(arguments[0]), *filePort, *managementPort, *mode};
+    return Options{std::string(arguments[0]), *filePort, *managementPort, *mode, *reach};
 }
 
 struct Place {
@@ -93,8 +105,8 @@ std::optional<Place> placeOf(const SocketAddress& address)
     return Place{host.data(), port.data(), std::string_view(host.data()).starts_with("127.")};
 }
 
-/// Tells where the helper's server of this phone is: on this computer, by its loopback address
-/// where it has one.
+/// Prints the address of the server that the helper advertises for this phone: its loopback address
+/// if it has one.
 class RelayWatch {
 public:
     RelayWatch(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue, std::string name)
@@ -151,6 +163,13 @@ private:
     std::unique_ptr<DnsSd::Ask> resolution_;
 };
 
+/// The loopback address on which the file service is announced, which is not 127.0.0.1.
+void tellAddress(const DnsSd::OwnServiceUpdate& update)
+{
+    if (update.service)
+        std::cout << R"({"address": ")" << update.service->onLoopback.host << R"("})" << std::endl;
+}
+
 void tellRegistration(const char* what, const DnsSd::RegistrationUpdate& update)
 {
     if (update.state == DnsSd::RegistrationUpdate::State::Ready)
@@ -161,7 +180,7 @@ void tellRegistration(const char* what, const DnsSd::RegistrationUpdate& update)
 
 int run(const Options& options)
 {
-    // Before any thread is made, so that all of them leave these signals to the wait below.
+    // Blocked before any thread is created, so that only sigwait() below receives these signals.
     sigset_t ends;
     sigemptyset(&ends);
     sigaddset(&ends, SIGINT);
@@ -172,7 +191,8 @@ int run(const Options& options)
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
     auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, *log),
-                           pool.makeQueue("demo.dns-sd", QualityOfService::Utility), *monitor);
+                           pool.makeQueue("demo.dns-sd", QualityOfService::Utility), *monitor,
+                           options.reach);
     const auto queue = pool.makeQueue("demo.phone", QualityOfService::Utility);
     {
         const auto files = dnsSd->registerService(
@@ -183,6 +203,7 @@ int run(const Options& options)
             [](const DnsSd::RegistrationUpdate& update) {
                 tellRegistration("management", update);
             });
+        const auto address = dnsSd->findOwn(options.name, "_quillbox._tcp", queue, tellAddress);
         const RelayWatch relay(*dnsSd, queue, options.name);
         int signal = 0;
         sigwait(&ends, &signal);
@@ -203,7 +224,7 @@ int main(int argc, char** argv)
     const auto options = quillbox::optionsFrom(arguments);
     if (!options) {
         std::cerr << "usage: quillbox-demo-phone NAME FILE-PORT MANAGEMENT-PORT "
-                     "auto|daemon|embedded\n";
+                     "auto|daemon|embedded this-computer|network\n";
         return 2;
     }
     return quillbox::run(*options);

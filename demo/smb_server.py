@@ -1,6 +1,6 @@
 """Samba's smbd as the file server of a simulated phone: a share NAS for the user nas.
 
-Everything that it reads and writes is in one folder. Also used by the network tests.
+All of its files are in one folder. The network tests use it, too.
 """
 
 import os
@@ -35,6 +35,13 @@ CONFIGURATION = """[global]
 """
 
 
+# For smbd on the loopback interface only. The mask keeps smbd from taking the address for the name
+# of a network; it has no other effect.
+THIS_COMPUTER_ONLY = """ interfaces = lo {address}/8
+ bind interfaces only = yes
+"""
+
+
 def may_set_groups():
     """Whether this process may change its groups, which smbd does for each user."""
     try:
@@ -45,18 +52,19 @@ def may_set_groups():
 
 
 def environment(base=None):
-    """The environment that smbd and smbpasswd need. Whoever is not root, or is root of a user
-    namespace that forbids setgroups(2), tells them what they want to hear."""
+    """The environment for smbd and smbpasswd. Without root, or as the root of a user namespace that
+    forbids setgroups(2), uid_wrapper emulates the calls that they would fail at."""
     result = dict(os.environ if base is None else base)
-    # smbd is in a folder that ordinary users do not search.
+    # smbd is in a folder that is not in the PATH of ordinary users.
     result["PATH"] = result.get("PATH", os.defpath) + ":/usr/sbin"
     if not may_set_groups():
         result |= {"LD_PRELOAD": "libuid_wrapper.so", "UID_WRAPPER": "1", "UID_WRAPPER_ROOT": "1"}
     return result
 
 
-def write_configuration(folder, share, port=PORT):
-    """Gives the path of the configuration file."""
+def write_configuration(folder, share, port=PORT, only_on=None):
+    """Returns the path of the configuration file. With the loopback address `only_on`, smbd listens
+    on that address and on the loopback interface's own, and nowhere else."""
     smb = os.path.join(folder, "smb")
     for part in ("lock", "state", "cache", "ncalrpc"):
         os.makedirs(os.path.join(smb, part), exist_ok=True)
@@ -64,12 +72,15 @@ def write_configuration(folder, share, port=PORT):
         file.write("root = nas\n")
     path = os.path.join(smb, "smb.conf")
     with open(path, "w", encoding="utf-8") as file:
-        file.write(CONFIGURATION.format(folder=smb, port=port, share=share))
+        text = CONFIGURATION
+        if only_on:
+            text = text.replace("[NAS]\n", THIS_COMPUTER_ONLY + "[NAS]\n")
+        file.write(text.format(folder=smb, port=port, share=share, address=only_on))
     return path
 
 
 def password_command(configuration):
-    """The command that sets the user's password, which it reads twice."""
+    """The command that sets the user's password; it reads the password twice."""
     return ["smbpasswd", "-c", configuration, "-s", "-a", "root"]
 
 
@@ -78,9 +89,9 @@ def server_command(configuration):
     return ["smbd", *options, "-s", configuration]
 
 
-def prepare(folder, share, password, port=PORT):
-    """Makes all that the server needs; gives its command and environment."""
-    configuration = write_configuration(folder, share, port)
+def prepare(folder, share, password, port=PORT, only_on=None):
+    """Writes the files of the server; returns its command and environment."""
+    configuration = write_configuration(folder, share, port, only_on)
     variables = environment()
     subprocess.run(
         password_command(configuration),
@@ -93,8 +104,8 @@ def prepare(folder, share, password, port=PORT):
 
 
 def end_helpers(folder):
-    """Ends the processes that smbd started apart from itself and leaves behind: those that were
-    told to read the configuration in this folder."""
+    """Ends the separate processes that smbd starts and does not end: those whose command line names
+    the configuration file in this folder."""
     for entry in os.listdir("/proc"):
         if not entry.isdigit():
             continue
