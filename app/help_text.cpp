@@ -10,38 +10,39 @@ Makes a Quillbox phone on this network appear in the file browser.
 
 Options:
   --hidden          start without showing the window
-  --dns-sd=ENGINE   who finds and announces services: auto (the default: avahi-daemon
-                    whenever it runs, else the embedded engine), daemon, embedded
+  --dns-sd=ENGINE   the DNS-SD engine: auto (the default: avahi-daemon if it is running,
+                    otherwise the embedded engine), daemon (avahi-daemon) or embedded
   --this-computer-only
-                    no other computer can see or reach the phone through this one
-  --verbose[=WHAT]  tell on standard error what it does: all, or of discovery, engine,
-                    advertising, relay, connection, desktop those between commas
+                    do not let other computers see or reach the phone through this one
+  --verbose[=LIST]  log to standard error; LIST is a comma-separated list of discovery,
+                    engine, advertising, relay, connection and desktop (the default is all)
   --autostart=on    start at login from now on, without showing the window, and exit
   --autostart=off   do not start at login any more, and exit
-  --help            show this help and exit; behind a command, its own help
+  -h, --help        show this help and exit; after a command, show the help of the command
   --version         show the version and exit
 
-Commands to the copy that is running:
-  status [--json]   tell its status, the phones, the relays and what they carried
-  open [PHONE]      open the share of the phone, or of the only one
-  manage [PHONE]    open the web management of the phone, or of the only one
+Commands for the running instance:
+  status [--json]   print its status, the phones, the relays and their traffic
+  open [PHONE]      open the share of the phone, or of the only phone
+  manage [PHONE]    open the web management of the phone, or of the only phone
   restart           restart the Finder service
-  quit              end the program, and wait until it has ended
+  quit              quit the program and wait until it has exited
 
-Commands of their own:
-  doctor [--json]   tell why a phone is not seen, and what to do
+Other commands:
+  doctor [--json]   check why a phone does not appear, and say what to do about it
 
 Exit status:
-  0  done
-  1  a file or the output could not be written, or a check of the doctor fails
-  2  the command line was not understood
-  3  the program is not running
-  4  the running copy could not do it; it says why
-  5  there is no phone of that name; those that there are are listed
-  6  the running copy does not answer, or is of another version
+  0  success
+  1  a file or the output could not be written, or a check of the doctor failed
+  2  the command line is invalid
+  3  Quillbox Helper is not running
+  4  the running instance refused the command; the reason is printed
+  5  no phone has that name; the phones that were found are listed
+  6  the running instance does not respond, or is a different version
 
-A second copy brings the first one forward and exits; with --hidden it only exits. Without a
-display the helper runs without a window and tells its status on standard error.
+Only one instance runs per user. Starting another one brings the window of the first to the front
+and exits; with --hidden it only exits. Without a display, Quillbox Helper runs without a window and
+prints its status to standard error.
 )";
 }
 
@@ -50,71 +51,71 @@ const char* helpTextOf(ControlCommand command)
     switch (command) {
     case ControlCommand::Status:
         return R"(Usage: quillbox-helper status [--json]
-Tells the status of the running copy: its status line, the phones that were found, and for each
-relay its target, its sessions now and in all, and the bytes each way.
+Prints the status of the running instance: the status line, the phones that were found, and for each
+relay its target, its current and total sessions, and the bytes in each direction.
 
-  --json            as one JSON object, with names verbatim
-  --help            show this help and exit
+  --json            print one JSON object, with the exact names
+  -h, --help        show this help and exit
 
-Exit status: 0 done, 1 the output could not be written, 2 the command line was not understood,
-3 the program is not running, 6 the running copy does not answer.
+Exit status: 0 success, 1 the output could not be written, 2 the command line is invalid,
+3 Quillbox Helper is not running, 6 the running instance does not respond.
 )";
     case ControlCommand::Open:
         return R"(Usage: quillbox-helper open [PHONE]
-Opens the share of the phone in the file browser, as "Open in Finder" does; without a name that of
-the only phone.
+Opens the share of the phone in the file browser, like "Open in Finder". Without PHONE, opens the
+share of the only phone.
 
-  --help            show this help and exit
+  -h, --help        show this help and exit
 
-Exit status: 0 handed to the file browser, 2 the command line was not understood, 3 the program is
-not running, 4 refused, with the reason, 5 there is no phone of that name, 6 the running copy does
-not answer.
+Exit status: 0 handed to the file browser, 2 the command line is invalid, 3 Quillbox Helper is not
+running, 4 refused (the reason is printed), 5 no phone has that name, 6 the running instance does not
+respond.
 )";
     case ControlCommand::Manage:
         return R"(Usage: quillbox-helper manage [PHONE]
-Opens the web management of the phone in the browser, as "Open web management" does; without a name
-that of the only phone that has it.
+Opens the web management of the phone in the browser, like "Open web management". Without PHONE,
+opens that of the only phone with web management.
 
-  --help            show this help and exit
+  -h, --help        show this help and exit
 
-Exit status: 0 handed to the browser, 2 the command line was not understood, 3 the program is not
-running, 4 refused, with the reason, 5 no phone of that name has web management, 6 the running copy
-does not answer.
+Exit status: 0 handed to the browser, 2 the command line is invalid, 3 Quillbox Helper is not
+running, 4 refused (the reason is printed), 5 no phone with web management has that name, 6 the
+running instance does not respond.
 )";
     case ControlCommand::Restart:
         return R"(Usage: quillbox-helper restart
-Turns "Show Quillbox in Finder" on and restarts the relays, as "Restart Finder service" does.
+Turns "Show Quillbox in Finder" on and restarts the relays, like "Restart Finder service".
 
-  --help            show this help and exit
+  -h, --help        show this help and exit
 
-Exit status: 0 done, 2 the command line was not understood, 3 the program is not running, 4 refused,
-with the reason, 6 the running copy does not answer.
+Exit status: 0 success, 2 the command line is invalid, 3 Quillbox Helper is not running, 4 refused
+(the reason is printed), 6 the running instance does not respond.
 )";
     case ControlCommand::Quit:
         break;
     }
     return R"(Usage: quillbox-helper quit
-Ends the running copy, as "Quit Quillbox Helper" does, and waits until it has ended.
+Quits the running instance, like "Quit Quillbox Helper", and waits until it has exited.
 
-  --help            show this help and exit
+  -h, --help        show this help and exit
 
-Exit status: 0 it has ended, 2 the command line was not understood, 3 the program is not running,
-6 the running copy does not answer or does not end.
+Exit status: 0 it has exited, 2 the command line is invalid, 3 Quillbox Helper is not running,
+6 the running instance does not respond or does not exit.
 )";
 }
 
 const char* helpTextOfDoctor()
 {
     return R"(Usage: quillbox-helper doctor [--json]
-Looks at this computer and its network for up to six seconds and tells, a line for each check, what
-is right (OK), what may be in the way (WARN) and what is (FAIL), each of the last two with what to
-do. It changes nothing, and works with or without a running copy.
+Checks this computer and its network, which takes up to six seconds, and prints one line per check:
+OK, WARN (may be a problem) or FAIL (is a problem). After each WARN and FAIL it says what to do.
+It changes nothing, and works whether or not Quillbox Helper is running.
 
-  --json            as one JSON array of objects with check, result, text and advice
-  --help            show this help and exit
+  --json            print a JSON array of objects with check, result, text and advice
+  -h, --help        show this help and exit
 
-Exit status: 0 no check fails, 1 a check fails, or the output could not be written, 2 the command
-line was not understood.
+Exit status: 0 no check failed, 1 a check failed or the output could not be written, 2 the command
+line is invalid.
 )";
 }
 

@@ -49,57 +49,47 @@ std::string namesOfCategories()
     return names;
 }
 
-/// Reads a command line argument by argument. Each step gives what is wrong, or nothing.
+/// The commands in the order of `--help`.
+std::string namesOfCommands()
+{
+    std::string names;
+    for (const auto command : {ControlCommand::Status, ControlCommand::Open, ControlCommand::Manage,
+                               ControlCommand::Restart, ControlCommand::Quit})
+        names += std::string(nameOf(command)) + ", ";
+    return names + kDoctor;
+}
+
+/// Reads a command line argument by argument. Each step returns an error message, or nothing.
+///
+/// Not a QCommandLineParser, which has no option with an optional value: it takes the "status" of
+/// "--verbose status" for the value, and rejects "--verbose" alone. It also reports mistakes by
+/// kind rather than in the order of the arguments, and reads "-hidden" as seven options.
 class Parser {
 public:
     std::string apply(std::string_view argument)
     {
-        const auto equals = argument.find('=');
-        const auto name = argument.substr(0, equals);
-        const auto value =
-            equals == std::string_view::npos ? std::string_view() : argument.substr(equals + 1);
-        if (argument == "--help")
+        if (argument == "--help" || argument == "-h")
             act(Action::ShowHelp);
         else if (argument == "--version")
             act(Action::ShowVersion);
         else if (argument == "--dns-sd-engine")
             act(Action::RunDnsSdEngine);
-        else if (argument == "--hidden")
-            options.isHidden = true;
-        else if (argument == "--this-computer-only")
-            options.isThisComputerOnly = true;
         else if (argument == "--json")
             options.asJson = true;
-        else if (argument == kVerbose)
-            options.verbose.insert(kLogCategories.begin(), kLogCategories.end());
-        else if (name == kVerbose)
-            return chooseCategories(value);
-        else if (name == kAutostart)
-            return chooseAutostart(argument, value);
-        else if (name == kDnsSd)
-            return chooseDnsSd(argument, value);
         else if (argument.starts_with('-'))
-            return "unknown option " + inQuotes(argument);
+            return takeStartOption(argument);
         else
             return takeWord(argument);
         return {};
     }
 
-    /// What is wrong with the whole, now that all of it is known.
+    /// Checks that need the whole command line.
     std::string check()
     {
         const auto& request = options.request;
         if (options.asJson && !options.isDoctor
             && (!request || request->command != ControlCommand::Status))
             return "'--json' goes with 'status' and 'doctor' only";
-        const bool isForStart =
-            options.isHidden || options.isThisComputerOnly || !options.verbose.empty()
-            || options.dnsSd != DnsSdChoice::Automatic || options.action == Action::TurnAutostartOn
-            || options.action == Action::TurnAutostartOff;
-        if ((request || options.isDoctor) && isForStart)
-            return "'--hidden', '--dns-sd', '--this-computer-only', '--verbose' and '--autostart' "
-                   "do not go with "
-                   + inQuotes(request ? nameOf(request->command) : kDoctor);
         if (request)
             act(Action::Control);
         if (options.isDoctor)
@@ -110,11 +100,52 @@ public:
     Options options;
 
 private:
-    /// Of several actions the first one counts: help that was asked for is given.
+    /// The first of several actions counts.
     void act(Action action)
     {
         if (options.action == Action::Run)
             options.action = action;
+    }
+
+    /// An option for a new instance, which no command takes.
+    std::string takeStartOption(std::string_view argument)
+    {
+        if (std::string problem = applyStartOption(argument); !problem.empty())
+            return problem;
+        if (startOption.empty())
+            startOption = argument;
+        return checkStartOption();
+    }
+
+    std::string applyStartOption(std::string_view argument)
+    {
+        const auto equals = argument.find('=');
+        const auto name = argument.substr(0, equals);
+        const auto value =
+            equals == std::string_view::npos ? std::string_view() : argument.substr(equals + 1);
+        if (argument == "--hidden")
+            options.isHidden = true;
+        else if (argument == "--this-computer-only")
+            options.isThisComputerOnly = true;
+        else if (argument == kVerbose)
+            options.verbose.insert(kLogCategories.begin(), kLogCategories.end());
+        else if (name == kVerbose)
+            return chooseCategories(value);
+        else if (name == kAutostart)
+            return chooseAutostart(argument, value);
+        else if (name == kDnsSd)
+            return chooseDnsSd(argument, value);
+        else
+            return "unknown option " + inQuotes(argument);
+        return {};
+    }
+
+    std::string checkStartOption() const
+    {
+        if (startOption.empty() || (!options.request && !options.isDoctor))
+            return {};
+        return inQuotes(startOption) + " does not go with "
+               + inQuotes(options.isDoctor ? kDoctor : nameOf(options.request->command));
     }
 
     std::string chooseDnsSd(std::string_view argument, std::string_view value)
@@ -136,7 +167,7 @@ private:
         return {};
     }
 
-    /// Names between commas.
+    /// Comma-separated names.
     std::string chooseCategories(std::string_view names)
     {
         for (;;) {
@@ -144,7 +175,7 @@ private:
             const auto category = logCategoryNamed(names.substr(0, comma));
             if (!category)
                 return inQuotes(names.substr(0, comma))
-                       + " is none of the categories of --verbose: " + namesOfCategories();
+                       + " is not a category of --verbose: " + namesOfCategories();
             options.verbose.insert(*category);
             if (comma == std::string_view::npos)
                 return {};
@@ -154,25 +185,30 @@ private:
 
     std::string takeWord(std::string_view word)
     {
-        if (options.isDoctor)
-            return "unexpected argument " + inQuotes(word);
-        if (!options.request) {
-            options.isDoctor = word == kDoctor;
-            if (options.isDoctor)
-                return {};
-            const auto command = controlCommandNamed(word);
-            if (!command)
-                return "unexpected argument " + inQuotes(word);
-            options.request = ControlRequest{.command = *command};
-            return {};
-        }
-        if (!takesPhone(options.request->command) || options.request->phone)
+        if (!options.request && !options.isDoctor)
+            return takeCommand(word);
+        if (options.isDoctor || !takesPhone(options.request->command) || options.request->phone)
             return "unexpected argument " + inQuotes(word);
         if (word.empty() || word.size() > kLongestPhoneName || !isValidUtf8(word))
             return inQuotes(word) + " cannot be the name of a phone";
         options.request->phone = std::string(word);
         return {};
     }
+
+    std::string takeCommand(std::string_view word)
+    {
+        options.isDoctor = word == kDoctor;
+        if (!options.isDoctor) {
+            const auto command = controlCommandNamed(word);
+            if (!command)
+                return "unknown command " + inQuotes(word) + " (commands: " + namesOfCommands()
+                       + ')';
+            options.request = ControlRequest{.command = *command};
+        }
+        return checkStartOption();
+    }
+
+    std::string_view startOption; ///< the first option for a new instance, as typed
 };
 
 } // namespace

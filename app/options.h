@@ -11,9 +11,9 @@
 
 namespace quillbox {
 
-/// Who speaks DNS-SD for the program.
+/// The DNS-SD engine.
 enum class DnsSdChoice {
-    Automatic, ///< avahi-daemon whenever it answers, else the embedded engine
+    Automatic, ///< avahi-daemon while it answers, else the embedded engine
     Daemon,
     Embedded,
 };
@@ -22,38 +22,38 @@ enum class DnsSdChoice {
 struct Options {
     enum class Action {
         Run,
-        ShowHelp, ///< of `request`'s command, or of the doctor, if there is one
+        ShowHelp, ///< for `request`'s command or for `doctor`, if one was given
         ShowVersion,
-        RunDnsSdEngine, ///< be the process of the embedded engine
+        RunDnsSdEngine, ///< run as the process of the embedded engine
         TurnAutostartOn,
         TurnAutostartOff,
-        Control,  ///< hand `request` to the running copy
-        Diagnose, ///< tell why a phone is not seen
+        Control,  ///< send `request` to the running instance
+        Diagnose, ///< run the checks of `doctor`
     };
 
     Action action = Action::Run;
     DnsSdChoice dnsSd = DnsSdChoice::Automatic;
-    bool isHidden = false;              ///< starts without showing the window
+    bool isHidden = false;              ///< start without showing the window
     bool isThisComputerOnly = false;    ///< no other computer sees or reaches the relays
-    std::set<LogCategory> verbose = {}; ///< what is told on standard error
+    std::set<LogCategory> verbose = {}; ///< categories to log on standard error
     std::optional<ControlRequest> request = {};
-    bool isDoctor = false; ///< the command that is for no running copy
-    bool asJson = false;   ///< the status, or what the doctor found
+    bool isDoctor = false; ///< the command is `doctor`, which needs no running instance
+    bool asJson = false;   ///< print the status or the doctor's findings as JSON
 
     bool operator==(const Options&) const = default;
 };
 
-/// A command line that cannot be understood, in words for the user.
+/// Why the command line is invalid, for the user.
 struct OptionsError {
     std::string text;
 
     bool operator==(const OptionsError&) const = default;
 };
 
-/// `arguments` are those behind the program's name. The first mistake counts.
+/// `arguments` excludes the program's name. Reports the first mistake only.
 std::variant<Options, OptionsError> parseOptions(std::span<const char* const> arguments);
 
-/// What `--help` shows, and what it shows behind a command.
+/// The output of `--help`, alone and after a command.
 const char* helpText();
 const char* helpTextOf(ControlCommand command);
 const char* helpTextOfDoctor();

@@ -9,13 +9,13 @@ namespace quillbox {
 
 namespace {
 
-/// More than any answer takes, on a computer that is busy.
+/// Longer than any answer takes, even on a busy computer.
 constexpr std::chrono::milliseconds kAnswerLimit{5000};
 
-/// The address of a phone's page is looked for meanwhile, which has a limit of its own.
+/// Includes resolving the address of the phone's page, which has its own, shorter timeout.
 constexpr std::chrono::milliseconds kManageLimit{10'000};
 
-/// An orderly end takes less than a second.
+/// A regular shutdown takes less than a second.
 constexpr std::chrono::milliseconds kEndLimit{5000};
 
 CommandResult complaint(int exitStatus, const std::string& text)
@@ -38,7 +38,7 @@ CommandResult unknownPhone(const ControlRequest& request, const ControlAnswer& a
         complaint(exit_status::kUnknownPhone,
                   "there is no phone named \"" + shownUtf8(request.phone.value_or("")) + "\"");
     if (answer.phones.empty())
-        result.complaints.emplace_back("No phone is there at present.");
+        result.complaints.emplace_back("No phone is available at the moment.");
     list(result, answer.phones);
     return result;
 }
@@ -57,13 +57,13 @@ CommandResult done(RunningApplication& copy, const ControlRequest& request,
     case ControlCommand::Quit:
         if (copy.waitForEnd(kEndLimit))
             return {};
-        return complaint(exit_status::kNoAnswer, "the running copy is still about to end");
+        return complaint(exit_status::kNoAnswer, "the running instance has not exited yet");
     case ControlCommand::Open:
     case ControlCommand::Manage:
     case ControlCommand::Restart:
         return {};
     }
-    return complaint(exit_status::kNoAnswer, "the running copy did not tell its status");
+    return complaint(exit_status::kNoAnswer, "the running instance did not send its status");
 }
 
 } // namespace
@@ -71,15 +71,17 @@ CommandResult done(RunningApplication& copy, const ControlRequest& request,
 CommandResult control(RunningApplication* copy, const ControlRequest& request, StatusForm form)
 {
     if (!copy)
-        return complaint(exit_status::kNotRunning, "Quillbox Helper is not running");
+        return complaint(exit_status::kNotRunning,
+                         "Quillbox Helper is not running; start it with 'quillbox-helper' or from "
+                         "the applications menu");
     const auto limit = request.command == ControlCommand::Manage ? kManageLimit : kAnswerLimit;
     const auto text = copy->ask(encoded(request), limit);
     if (!text)
-        return complaint(exit_status::kNoAnswer, "the running copy does not answer");
+        return complaint(exit_status::kNoAnswer, "the running instance does not respond");
     const auto answer = decodedAnswer(*text);
     if (!answer)
-        return complaint(exit_status::kNoAnswer,
-                         "the running copy is of another version of the program; start it anew");
+        return complaint(exit_status::kNoAnswer, "the running instance is a different version of "
+                                                 "the program; quit it and start it again");
     switch (answer->outcome) {
     case ControlOutcome::Done:
         return done(*copy, request, *answer, form);

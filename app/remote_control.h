@@ -10,15 +10,15 @@ namespace quillbox {
 
 enum class StatusForm { Plain, Json };
 
-/// What a command of the command line has to say, and how it ends.
+/// The output and exit status of a command.
 struct CommandResult {
     int exitStatus = 0;
-    std::string output = {};                  ///< for standard output, lines with their ends
-    std::vector<std::string> complaints = {}; ///< for standard error, lines without
+    std::string output = {};                  ///< for standard output, with line ends
+    std::vector<std::string> complaints = {}; ///< lines for standard error, without line ends
 };
 
-/// Has the running copy do what was asked for, and waits until that is done or refused; after
-/// "quit", until the copy has ended. `copy` is none when the program is not running.
+/// Sends a request to the running instance and waits until it is done or refused; after "quit",
+/// until the instance has exited. `copy` is null when the program is not running.
 CommandResult control(RunningApplication* copy, const ControlRequest& request, StatusForm form);
 
 } // namespace quillbox

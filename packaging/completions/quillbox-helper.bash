@@ -21,7 +21,7 @@ _quillbox_helper() {
         status:* | doctor:*) words="--json --help" ;;
         *) words="--help" ;;
     esac
-    # Where "=" parts words, what stands before it is not replaced.
+    # Where "=" separates words, bash keeps the text before it.
     if [[ $typed == --*=* ]]; then
         if [[ $current == --*=* ]]; then prefix=${typed%%=*}=; fi
         current=${typed#*=}

@@ -34,7 +34,9 @@ TEST_F(RemoteControl, aProgramThatIsNotRunningIsSaid)
 {
     const auto result = control(nullptr, {.command = ControlCommand::Status}, StatusForm::Plain);
     EXPECT_EQ(result.exitStatus, exit_status::kNotRunning);
-    EXPECT_THAT(result.complaints, ElementsAre("quillbox-helper: Quillbox Helper is not running"));
+    EXPECT_THAT(result.complaints,
+                ElementsAre("quillbox-helper: Quillbox Helper is not running; start it with "
+                            "'quillbox-helper' or from the applications menu"));
     EXPECT_EQ(result.output, "");
 }
 
@@ -85,7 +87,7 @@ TEST_F(RemoteControl, anUnknownPhoneIsToldWithThoseThatThereAre)
                             "The phones are:", "  Quillbox A"));
     willAnswer({.outcome = ControlOutcome::UnknownPhone});
     EXPECT_THAT(give(request).complaints,
-                ElementsAre(HasSubstr("no phone named"), "No phone is there at present."));
+                ElementsAre(HasSubstr("no phone named"), "No phone is available at the moment."));
 }
 
 TEST_F(RemoteControl, aCopyThatDoesNotAnswerIsSaid)
@@ -93,7 +95,7 @@ TEST_F(RemoteControl, aCopyThatDoesNotAnswerIsSaid)
     const auto result = give({.command = ControlCommand::Restart});
     EXPECT_EQ(result.exitStatus, exit_status::kNoAnswer);
     EXPECT_THAT(result.complaints,
-                ElementsAre("quillbox-helper: the running copy does not answer"));
+                ElementsAre("quillbox-helper: the running instance does not respond"));
 }
 
 TEST_F(RemoteControl, aCopyOfAnotherVersionIsSaid)
@@ -101,7 +103,7 @@ TEST_F(RemoteControl, aCopyOfAnotherVersionIsSaid)
     copy.answers = [](const std::string&) { return R"({"version":9})"; };
     auto result = give({.command = ControlCommand::Status});
     EXPECT_EQ(result.exitStatus, exit_status::kNoAnswer);
-    EXPECT_THAT(result.complaints, ElementsAre(HasSubstr("another version")));
+    EXPECT_THAT(result.complaints, ElementsAre(HasSubstr("a different version")));
 
     willAnswer({.outcome = ControlOutcome::NotUnderstood, .text = "takes version 2"});
     result = give({.command = ControlCommand::Status});
@@ -118,7 +120,7 @@ TEST_F(RemoteControl, afterQuitItIsWaitedForTheEnd)
     copy.endsWhenAsked = false;
     const auto result = give({.command = ControlCommand::Quit});
     EXPECT_EQ(result.exitStatus, exit_status::kNoAnswer);
-    EXPECT_THAT(result.complaints, ElementsAre(HasSubstr("still about to end")));
+    EXPECT_THAT(result.complaints, ElementsAre(HasSubstr("has not exited yet")));
     EXPECT_EQ(copy.limits.size(), 2U);
 }
 

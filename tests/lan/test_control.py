@@ -71,7 +71,10 @@ def connect(computer):
 def test_a_program_that_is_not_running_is_said(bare_computer, name):
     done = command(bare_computer, name, code=NOT_RUNNING)
     assert done.stdout == ""
-    assert done.stderr == "quillbox-helper: Quillbox Helper is not running\n"
+    assert done.stderr == (
+        "quillbox-helper: Quillbox Helper is not running; start it with 'quillbox-helper' or from "
+        "the applications menu\n"
+    )
 
 
 def test_a_copy_that_was_killed_is_not_running(bare_computer):
@@ -86,6 +89,7 @@ def test_a_copy_that_was_killed_is_not_running(bare_computer):
 def test_each_command_has_help_of_its_own(bare_computer, name):
     done = command(bare_computer, name, "--help")
     assert done.stdout.startswith(f"Usage: quillbox-helper {name}")
+    assert command(bare_computer, name, "-h").stdout == done.stdout
     assert "Exit status: 0" in done.stdout
     assert f"\n  {name}" in command(bare_computer, "--help").stdout
 
@@ -95,6 +99,19 @@ def test_each_command_has_help_of_its_own(bare_computer, name):
 )
 def test_a_command_line_that_makes_no_sense_is_refused(bare_computer, arguments):
     assert "Try 'quillbox-helper --help'" in command(bare_computer, *arguments, code=USAGE).stderr
+
+
+@pytest.mark.parametrize(
+    "arguments, complaint",
+    [
+        (["opne"], "unknown command 'opne' (commands: status, open, manage, restart, quit, doctor)"),
+        (["open", "--hidden"], "'--hidden' does not go with 'open'"),
+        (["--dns-sd=daemon", "status"], "'--dns-sd=daemon' does not go with 'status'"),
+    ],
+)
+def test_what_is_wrong_with_a_command_line_is_named(bare_computer, arguments, complaint):
+    done = command(bare_computer, *arguments, code=USAGE)
+    assert done.stderr == f"quillbox-helper: {complaint}\nTry 'quillbox-helper --help'.\n"
 
 
 # ---- the status ----
@@ -111,7 +128,7 @@ def test_the_status_tells_phones_relays_and_what_they_carried(computer, onlooker
     ]
     (relay,) = before["relays"]
     assert relay["name"] == "Quillbox Office"
-    assert "Quillbox Office" in relay["target"]
+    assert relay["target"] == "Quillbox Office"
     assert before["sessionsInAll"] == 0
 
     size = 3 << 20
@@ -128,7 +145,8 @@ def test_the_status_tells_phones_relays_and_what_they_carried(computer, onlooker
         assert size < place["bytesFromPhone"] < 1.1 * size
     assert wait_until(lambda: status(computer)["sessions"] == 0, limit(5), "no session")
     plain = command(computer, "status").stdout
-    assert "Quillbox Office" in plain
+    assert "\n    target: Quillbox Office\n" in plain
+    assert "_tcp" not in plain
     assert f"{relay['bytesToPhone']} to the phone" in plain
     # Where the relay listens is nobody's business.
     assert str(found["port"]) not in json.dumps(after) + plain
@@ -241,7 +259,7 @@ def test_a_copy_that_is_stuck_is_given_up(bare_computer):
         done = command(bare_computer, "status", code=NO_ANSWER)
     finally:
         helper.process.signal(signal.SIGCONT)
-    assert done.stderr == "quillbox-helper: the running copy does not answer\n"
+    assert done.stderr == "quillbox-helper: the running instance does not respond\n"
     assert status(bare_computer)["ready"] is False
 
 

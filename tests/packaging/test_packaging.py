@@ -45,7 +45,7 @@ def text_of(*path):
 def described(*arguments):
     """The options and commands that the program's help describes, each without its value."""
     shown = run(PROGRAM, *arguments, "--help")
-    options = set(re.findall(r"^  (--[a-z-]+)", shown, re.MULTILINE))
+    options = set(re.findall(r"^  (?:-[a-z], )?(--[a-z-]+)", shown, re.MULTILINE))
     return options, re.findall(r"^  ([a-z]+) ", shown, re.MULTILINE)
 
 
@@ -257,7 +257,7 @@ def test_zsh_knows_what_the_help_describes():
     options, commands = described()
     for command in commands:
         options |= described(command)[0]
-    assert set(re.findall(r"'(?:\*|\([^)]*\))?(--[a-z-]+)", text)) == options
+    assert set(re.findall(r"(?:'(?:\*|\([^)]*\))?|,)(--[a-z-]+)", text)) == options
     assert re.findall(r"^ +'([a-z]+):", text, re.MULTILINE) == commands
 
 
