@@ -105,7 +105,7 @@ InheritedLimits prepareProcess()
         limits.wasPipeSignalIgnored = before.sa_handler == SIG_IGN;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): called first, before there are threads
     const char* runtimeFolder = std::getenv(kRuntimeFolderVariable);
-    limits.hadRuntimeFolder = runtimeFolder && *runtimeFolder;
+    limits.hadRuntimeFolder = runtimeFolder != nullptr && *runtimeFolder != '\0';
     return limits;
 }
 
