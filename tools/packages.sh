@@ -69,16 +69,18 @@ ensure_packages() {
 
     mapfile -t missing < <(missing_packages "$@")
     if [ "${#missing[@]}" -gt 0 ]; then
-        echo "Installing: ${missing[*]}" >&2
-        if [ "$(id -u)" = 0 ]; then
-            "$root/tools/install-packages" "${missing[@]}" >&2
-        elif command -v sudo >/dev/null; then
-            sudo "$root/tools/install-packages" "${missing[@]}" >&2
-        else
-            echo "Neither root nor sudo. As root: apt-get install --no-install-recommends" \
-                "${missing[*]}" >&2
-            exit 1
+        local install=("$root/tools/install-packages" "${missing[@]}")
+        if [ "$(id -u)" != 0 ]; then
+            echo "These packages have to be installed: ${missing[*]}" >&2
+            if ! command -v sudo >/dev/null; then
+                echo "Neither root nor sudo. As root: apt-get install --no-install-recommends" \
+                    "${missing[*]}" >&2
+                exit 1
+            fi
+            sudo --validate # asks for the password before the counter starts
+            install=(sudo "${install[@]}")
         fi
+        with_progress "Installing packages" "$root/build/packages.log" read_apt "${install[@]}"
     fi
     mkdir -p "$root/build"
     packages_state >"$stamp"

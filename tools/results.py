@@ -3,13 +3,14 @@
 
 usage: results.py FOLDER [--broken STEP]... [--title TITLE]
 
-Every *.xml below FOLDER counts. NAME.again.xml contains the second run of tests that failed in
+Every *.xml below FOLDER counts; each folder in it also gets a line of its own. NAME.again.xml contains the second run of tests that failed in
 NAME.xml: a test that passes there is listed as unstable and counts as passed. A step that failed
 before it reported any test counts as one failure. The exit code is 0 only if at least one test
 passed and none failed.
 """
 
 import argparse
+import collections
 import pathlib
 import sys
 import xml.etree.ElementTree as ElementTree
@@ -18,7 +19,7 @@ AGAIN = ".again"
 
 
 def cases(path):
-    """(name, outcome) of each test case in one JUnit file of CTest or pytest."""
+    """(name, outcome, reason for skipping) of each test case in one JUnit file of CTest or pytest."""
     for case in ElementTree.parse(path).getroot().iter("testcase"):
         # CTest repeats the test name as the class name; pytest's class name is the module.
         parts = dict.fromkeys([case.get("classname", ""), case.get("name", "")])
@@ -26,11 +27,21 @@ def cases(path):
         found = {child.tag for child in case}
         status = case.get("status", "run")
         if found & {"failure", "error"} or status == "fail":
-            yield name, "failed"
+            yield name, "failed", ""
         elif "skipped" in found or status in ("notrun", "disabled"):
-            yield name, "skipped"
+            yield name, "skipped", reason_of(case)
         else:
-            yield name, "passed"
+            yield name, "passed", ""
+
+
+def reason_of(case):
+    """Why a test case was skipped: pytest says it in the element; GoogleTest, run by CTest, prints
+    it in the line after "Skipped"."""
+    element = case.find("skipped")
+    message = "" if element is None else element.get("message", "")
+    lines = [line.strip() for line in (case.findtext("system-out") or "").splitlines()]
+    printed = [after for line, after in zip(lines, lines[1:]) if line.endswith(": Skipped")]
+    return (printed[0] if printed else message) or "no reason given"
 
 
 def outcomes(path):
@@ -40,7 +51,12 @@ def outcomes(path):
     try:
         return list(cases(path))
     except ElementTree.ParseError as error:
-        return [(f"unreadable results: {error}", "failed")]
+        return [(f"unreadable results: {error}", "failed", "")]
+
+
+def line(count):
+    skipped = f", {count['skipped']} skipped" if count["skipped"] else ""
+    return f"{count['passed']} passed, {count['failed']} failed{skipped}"
 
 
 def main():
@@ -50,29 +66,36 @@ def main():
     parser.add_argument("--title", default="")
     arguments = parser.parse_args()
 
-    counts = {"passed": 0, "failed": 0, "skipped": 0}
+    counts = collections.defaultdict(collections.Counter)  # by folder; "." is FOLDER itself
+    reasons = collections.Counter()
     for path in sorted(arguments.folder.rglob("*.xml")):
         if path.suffixes[-2:-1] == [AGAIN]:
             continue
         step = path.relative_to(arguments.folder).with_suffix("")
-        again = dict(outcomes(path.with_suffix(f"{AGAIN}.xml")))
+        folder = step.parts[0] if len(step.parts) > 1 else "."
+        again = {name: outcome for name, outcome, _ in outcomes(path.with_suffix(f"{AGAIN}.xml"))}
         # A pytest case that fails in its body and in its teardown is listed, and counts, twice.
-        for name, first in outcomes(path):
+        for name, first, reason in outcomes(path):
             outcome = again.get(name, first) if first == "failed" else first
-            counts[outcome] += 1
+            counts[folder][outcome] += 1
+            if outcome == "skipped":
+                reasons[reason] += 1
             if outcome == "failed":
                 print(f"FAILED {step}: {name}")
             elif first == "failed":
                 print(f"UNSTABLE {step}: {name} ({outcome} at the second try)")
     for step in arguments.broken:
-        counts["failed"] += 1
+        counts["."]["failed"] += 1
         print(f"FAILED {step}")
 
-    line = f"{counts['passed']} passed, {counts['failed']} failed"
-    if counts["skipped"]:
-        line += f", {counts['skipped']} skipped"
-    print(arguments.title + line)
-    return 0 if counts["passed"] and not counts["failed"] else 1
+    for reason, count in reasons.most_common():
+        print(f"SKIPPED {count}: {reason}")
+    for folder in sorted(counts):
+        if folder != ".":
+            print(f"{folder}: {line(counts[folder])}")
+    total = sum(counts.values(), collections.Counter())
+    print(arguments.title + line(total))
+    return 0 if total["passed"] and not total["failed"] else 1
 
 
 if __name__ == "__main__":

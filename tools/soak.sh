@@ -8,7 +8,7 @@ run_soak() {
         -h | --help) ;;
         *)
             ensure_packages build run test
-            build release --target quillbox-helper
+            build_quietly quillbox-helper
             ;;
     esac
     PYTHONDONTWRITEBYTECODE=1 in_namespaces release "$python" "$root/tests/lan/soak.py" "$@"

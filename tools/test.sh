@@ -2,7 +2,8 @@
 # Sourced by ./dev: the command "test".
 # shellcheck disable=SC2154 # root and python are set by ./dev
 
-results="$root/build/results"
+# Another folder for the runs of ./dev test --matrix, which must not overwrite each other's.
+results="${QUILLBOX_RESULTS:-$root/build/results}"
 broken=()
 
 # Runs a step to its end, in a subshell that stops at its first error. A step that fails without
@@ -18,24 +19,11 @@ step() {
     )
     code=$?
     set -e
-    if [ "$code" -ne 0 ] && ! grep -qsE '<(failure|error)[ >/]|status="fail"' "$results/$name.xml"; then
+    if [ "$code" -ne 0 ] &&
+        ! grep -rqsE '<(failure|error)[ >/]|status="fail"' "$results/$name.xml" "$results/$name"; then
         broken+=("$name")
     fi
     return "$code"
-}
-
-# Namespaces of our own to lay networks in, for a program of the preset given. The process namespace
-# takes everything along that a test run leaves when it is ended in the middle.
-in_namespaces() {
-    local preset=$1 user=()
-    shift
-    if [ "$(id -u)" != 0 ]; then user=(--user --map-root-user); fi
-    if ! unshare "${user[@]}" --net --mount --pid --fork true; then
-        echo "The network tests need namespaces: root, or unprivileged user namespaces" \
-            "(sysctl kernel.unprivileged_userns_clone, kernel.apparmor_restrict_unprivileged_userns)." >&2
-        return 1
-    fi
-    steady "$preset" unshare "${user[@]}" --mount --pid --fork --kill-child --mount-proc -- "$@"
 }
 
 joined() {
@@ -73,8 +61,16 @@ unit_tests() {
     call_ctest --rerun-failed --output-junit "$results/$name.again.xml" "${more[@]}"
 }
 
+# Unit tests have a network without interfaces but loopback.
 call_ctest() {
-    (cd "$root" && steady "$preset" ctest --preset "$preset" "$@")
+    cd "$root"
+    if [ -n "$QUILLBOX_NO_NAMESPACES" ]; then
+        steady "$preset" ctest --preset "$preset" "$@"
+    else
+        # shellcheck disable=SC2016 # for the inner shell
+        in_private_world "$preset" --net -- \
+            sh -c 'ip link set lo up && exec ctest "$@"' sh --preset "$preset" "$@"
+    fi
 }
 
 # pytest, for a program of the preset given; the second argument names the results.
@@ -92,9 +88,15 @@ python_tests() {
     call_pytest --last-failed --junit-xml="$results/$name.again.xml" "${more[@]}"
 }
 
+# Each network test makes its own network.
 call_pytest() {
-    PYTHONDONTWRITEBYTECODE=1 in_namespaces "$preset" "$python" -m pytest \
-        -c "$root/tests/pytest.ini" --rootdir="$root/tests" "$@"
+    local pytest=("$python" -m pytest -c "$root/tests/pytest.ini" --rootdir="$root/tests" "$@")
+    export PYTHONDONTWRITEBYTECODE=1
+    if [ -n "$QUILLBOX_NO_NAMESPACES" ]; then
+        steady "$preset" "${pytest[@]}"
+    else
+        in_private_world "$preset" -- "${pytest[@]}"
+    fi
 }
 
 sanitizer_options() {
@@ -128,6 +130,29 @@ sanitizer_tests() {
     fi
 }
 
+# The tests of the release build once more under conditions that others have, given as the first
+# argument: "user", "container" or "chroot".
+tests_as() {
+    local row=$1 scratch code=0
+    shift
+    if [ "$(id -u)" != 0 ]; then
+        echo "Only root can run the tests of \"$row\"." >&2
+        return 1
+    fi
+    mkdir -p "$results/$row"
+    scratch=$(mktemp -d)
+    chmod 755 "$scratch"
+    QUILLBOX_RESULTS="$results/$row" unshare --mount -- \
+        "$root/tools/elsewhere" "$row" "$root" "$scratch" "$root/dev" test "${filters[@]}" || code=$?
+    rm -rf --one-file-system "$scratch"
+    return "$code"
+}
+
+matrix_tests() {
+    local row
+    for row in "$@"; do step "$row" tests_as "$row" || true; done
+}
+
 long_tests() {
     step "release build" build release || return 0
     step "long network tests" python_tests release "long network tests" -m long "$root/tests" || true
@@ -137,7 +162,7 @@ run_tests() {
     local what=plain
     filters=()
     case ${1:-} in
-        --sanitizers | --long | --all)
+        --sanitizers | --long | --matrix | --all)
             what=${1#--}
             shift
             ;;
@@ -147,15 +172,26 @@ run_tests() {
             ;;
     esac
     filters=("$@")
-    rm -rf "$results"
     mkdir -p "$results"
+    find "$results" -mindepth 1 -delete # it may be a mount point
+    QUILLBOX_NO_NAMESPACES=$(namespace_problem)
+    export QUILLBOX_NO_NAMESPACES
+    set_namespace_options
+    # What the build server accepts has no warning; others get the program all the same.
+    # shellcheck disable=SC2034 # read by ./dev
+    if [ "$what" = all ]; then configure_options=(-DCMAKE_COMPILE_WARNING_AS_ERROR=ON); fi
     if step "packages" ensure_packages build run test; then
         case $what in
             plain) plain_tests ;;
             sanitizers) sanitizer_tests ;;
             long) long_tests ;;
+            matrix)
+                plain_tests
+                matrix_tests user container chroot
+                ;;
             all)
                 plain_tests
+                matrix_tests user container
                 sanitizer_tests
                 ;;
         esac

@@ -29,8 +29,36 @@ def test_what_passes_fails_and_is_skipped_is_counted_over_all_files(tmp_path):
     write(tmp_path / "b.xml", case("three"), case("four", "skipped"), case("five", "error"))
     assert summary(tmp_path) == (
         1,
-        ["FAILED a: lan.test_x::two", "FAILED b: lan.test_x::five"]
+        ["FAILED a: lan.test_x::two", "FAILED b: lan.test_x::five", "SKIPPED 1: no reason given"]
         + ["2 passed, 2 failed, 1 skipped"],
+    )
+
+
+def test_the_reasons_for_skipping_are_listed_once_each(tmp_path):
+    skipped = '<testcase name="{}"><skipped message="no namespaces: do this"/></testcase>'
+    printed = """<testcase name="three" status="notrun"><skipped message="SKIP_REGULAR_EXPRESSION"/>
+        <system-out>[ RUN      ] Three.three
+/path/three_test.cpp:9: Skipped
+no IPv6 here
+
+[  SKIPPED ] Three.three (0 ms)</system-out></testcase>"""
+    write(tmp_path / "a.xml", case("zero"), skipped.format("one"), skipped.format("two"), printed)
+    assert summary(tmp_path) == (
+        0,
+        ["SKIPPED 2: no namespaces: do this", "SKIPPED 1: no IPv6 here"]
+        + ["1 passed, 0 failed, 3 skipped"],
+    )
+
+
+def test_each_folder_has_a_line_of_its_own(tmp_path):
+    write(tmp_path / "a.xml", case("one"))
+    (tmp_path / "user").mkdir()
+    write(tmp_path / "user" / "a.xml", case("one"), case("two", "failure"))
+    write(tmp_path / "user" / "a.again.xml", case("two"))
+    assert summary(tmp_path) == (
+        0,
+        ["UNSTABLE user/a: lan.test_x::two (passed at the second try)"]
+        + ["user: 2 passed, 0 failed", "3 passed, 0 failed"],
     )
 
 

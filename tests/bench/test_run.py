@@ -5,7 +5,7 @@ import re
 import subprocess
 import tempfile
 
-import pytest
+from rig.network import require_namespaces
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 BENCH = os.path.join(ROOT, "bench", "bench.py")
@@ -13,8 +13,7 @@ BENCH = os.path.join(ROOT, "bench", "bench.py")
 
 def run(folder, *arguments):
     """Runs it with its own folder for temporary files."""
-    if os.geteuid() != 0:
-        pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
+    require_namespaces()
     return subprocess.run(
         ["/usr/bin/python3", "-B", BENCH, *arguments],
         env=dict(os.environ, TMPDIR=str(folder)),

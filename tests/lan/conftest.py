@@ -9,7 +9,7 @@ import pytest
 
 from rig.computer import Computer
 from rig.ends import Ends, listen
-from rig.network import Lan
+from rig.network import Lan, require_namespaces
 from rig.onlooker import Onlooker
 from rig.phone import Phone
 
@@ -33,6 +33,7 @@ def pytest_generate_tests(metafunc):
 
 @pytest.fixture
 def lan():
+    require_namespaces()
     network = Lan()
     yield network
     try:

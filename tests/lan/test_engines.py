@@ -2,12 +2,12 @@
 
 import os
 import re
-import shutil
 import signal
 import socket
 import time
 
-from rig.computer import LOOKING, PROGRAM, Helper, visible
+from rig.computer import LOOKING, Helper, visible
+from rig.network import AS_NOBODY, NOBODY
 from rig.onlooker import Onlooker
 from rig.phone import PASSWORD, smbclient
 from rig.process import limit, wait_until
@@ -123,20 +123,15 @@ def test_a_user_without_daemon_bus_or_privilege_reaches_the_phone(
     bare_computer, onlooker, phone
 ):
     computer = bare_computer
-    nobody = ["setpriv", "--reuid=65534", "--regid=65534", "--clear-groups", "--no-new-privs", "--"]
-    home = "/run/user/65534"
-    computer.run("install", "-d", "-m", "700", "-o", "65534", "-g", "65534", home)
-    # The test's folders are readable by root only, so the program is copied out of them.
-    shared = os.path.join(computer.folder, "program")
-    shutil.copy(PROGRAM, shared)
-    computer.run("install", "-m", "755", shared, "/run/quillbox-helper")
+    home = "/run/user/nobody"
+    computer.run("install", "-d", "-m", "700", "-o", str(NOBODY), "-g", str(NOBODY), home)
     environment = computer.environment(HOME=home, XDG_CONFIG_HOME=home, XDG_RUNTIME_DIR=home)
-    helper = Helper(computer.start([*nobody, "/run/quillbox-helper"], env=environment))
+    helper = Helper(computer.start([*AS_NOBODY, computer.shared_program()], env=environment))
 
     found = appear(phone, helper, onlooker)
 
     listed = computer.run(
-        *nobody,
+        *AS_NOBODY,
         *("smbclient", "-L", f"//{computer.address4}", "-p", str(found["port"])),
         *("-U", f"nas%{PASSWORD}", "-m", "SMB3"),
         env=environment,

@@ -5,7 +5,7 @@ import signal
 import time
 
 import pytest
-from rig.computer import LOOKING, PROGRAM, Computer, Helper, visible
+from rig.computer import LOOKING, Computer, Helper, visible
 from rig.phone import smb_command
 from rig.process import limit, wait_until
 from test_automatic import appear
@@ -40,10 +40,10 @@ def test_without_a_display_it_says_so_once(bare_computer):
 def test_without_a_runtime_folder_the_toolkit_neither_warns_nor_makes_one(
     bare_computer, has_user_folder
 ):
+    program = ["env", "-u", "XDG_RUNTIME_DIR", bare_computer.shared_program()]
     bare_computer.run("mount", "-t", "tmpfs", "-o", "mode=1777", "tmpfs", "/tmp")
     if not has_user_folder:
         bare_computer.run("rm", "-r", "/run/user")
-    program = ["env", "-u", "XDG_RUNTIME_DIR", PROGRAM]
     environment = bare_computer.environment(HOME="/run/home", XDG_CONFIG_HOME="/run/config")
 
     helper = Helper(bare_computer.start(program, env=environment))

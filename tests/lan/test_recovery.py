@@ -4,6 +4,7 @@ import os
 
 import pytest
 from rig.computer import LOOKING, Computer, visible
+from rig.network import SESSION_BUS
 from rig.onlooker import Onlooker
 from rig.phone import smbclient
 from rig.process import limit, wait_until
@@ -93,9 +94,8 @@ def test_a_restarted_bus_does_no_harm(daemon_computer, onlooker, phone):
 def test_a_session_bus_that_goes_takes_nothing_along(bare_computer, onlooker, phone):
     """The session bus connects the program to the status item's panel and the file manager."""
     computer = bare_computer
-    bus = computer.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"])
-    address = bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus").text
-    helper = computer.helper("--dns-sd=embedded", DBUS_SESSION_BUS_ADDRESS=address)
+    bus = computer.start_session_bus()
+    helper = computer.helper("--dns-sd=embedded", DBUS_SESSION_BUS_ADDRESS=SESSION_BUS)
     found = appear(phone, helper, onlooker)
 
     bus.kill_group()

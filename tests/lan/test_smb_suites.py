@@ -14,7 +14,8 @@ VERDICT = re.compile(r"^(success|failure|error|skip): (\S+)", re.MULTILINE)
 def verdicts(host, address, port, suite):
     done = host.run(
         *["smbtorture", f"//{address}/NAS", "-p", str(port), "-U", f"nas%{PASSWORD}"],
-        *["--option=torture:progress=no", "--seed=1", f"smb2.{suite}"],
+        # Its scratch folder is otherwise made in the current folder.
+        *["--option=torture:progress=no", "--seed=1", f"--basedir={host.folder}", f"smb2.{suite}"],
         timeout=120,
         check=False,
     )

@@ -11,7 +11,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 # The test network and its hosts come from the network tests.
 sys.path.append(os.path.join(HERE, "..", "lan"))
 
-from rig.network import Lan  # noqa: E402 needs the path above
+from rig.network import Lan, require_namespaces  # noqa: E402 needs the path above
 
 
 @pytest.fixture(scope="session")
@@ -41,6 +41,7 @@ def unpacked(archive, tmp_path_factory):
 
 @pytest.fixture
 def lan():
+    require_namespaces()
     network = Lan()
     yield network
     network.close()

@@ -9,6 +9,7 @@ import subprocess
 import sys
 
 import pytest
+from rig.network import NO_NAMESPACES, require_namespaces
 from test_packaging import INSTALLED, PROGRAM, ROOT, described, run
 
 sys.path.append(os.path.join(ROOT, "tests/architecture"))
@@ -170,9 +171,11 @@ def test_what_a_user_is_told_to_type_runs(arguments, tmp_path):
     # Without a command the program would start and not exit.
     assert any(not word.startswith("--") or word.startswith(("--v", "--a", "--help")) for word in words)
     environment = os.environ | {"XDG_CONFIG_HOME": str(tmp_path), "XDG_RUNTIME_DIR": str(folder)}
-    # In an empty network namespace.
+    if words[0] == "doctor":
+        require_namespaces()  # it sends packets, which must not reach the machine's network
+    isolated = [] if NO_NAMESPACES else ["unshare", "--net"]
     done = subprocess.run(
-        ["unshare", "--net", PROGRAM, *words],
+        [*isolated, PROGRAM, *words],
         capture_output=True, text=True, timeout=60, env=environment, check=False,
     )
     expected = CHECK_FAILED if words[0] == "doctor" else NOT_RUNNING

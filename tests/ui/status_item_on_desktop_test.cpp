@@ -1,5 +1,6 @@
 #include "tests/ui/line_process.h"
 
+#include <QTemporaryDir>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -51,9 +52,13 @@ protected:
                          QStringLiteral("-screen"), QStringLiteral("0"),
                          QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
                          QStringLiteral("tcp"), QStringLiteral("-noreset")}};
-    LineProcess bus{QStringLiteral("dbus-daemon"),
-                    {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                     QStringLiteral("--print-address=1")}};
+    QTemporaryDir folder;
+    LineProcess bus{
+        QStringLiteral("dbus-daemon"),
+        {QStringLiteral("--session"),
+         QStringLiteral("--address=unix:path=") + folder.filePath(QStringLiteral("bus")),
+         QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
+         QStringLiteral("--print-address=1")}};
     QStringList environment;
 };
 

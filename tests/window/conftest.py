@@ -11,7 +11,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.append(os.path.join(HERE, "..", "lan"))
 
 from desktop.desktop import Desktop  # noqa: E402 needs the path above
-from rig.network import Lan  # noqa: E402
+from rig.network import Lan, require_namespaces  # noqa: E402
 
 SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
 
@@ -19,8 +19,7 @@ SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
 @pytest.fixture
 def make_desktop(request):
     """A function that makes the test's desktop; call it at most once."""
-    if os.geteuid() != 0:
-        pytest.fail("network namespaces need root, or ./dev test, which makes a user namespace")
+    require_namespaces()
     network = Lan()
 
     def make(size=(1280, 1024), dpi=96, manager=True):

@@ -3,6 +3,7 @@
 import json
 import os
 import re
+import shutil
 import signal
 import time
 
@@ -100,6 +101,15 @@ class Computer(Host):
         helper = Helper(self.start([PROGRAM, *arguments], env=self.environment(**environment)))
         self._helpers.append(helper)
         return helper
+
+    def shared_program(self):
+        """The path of a copy of the program that every user of the host may run, wherever the build
+        and the folders of the tests are."""
+        path = "/run/quillbox-helper"
+        copy = os.path.join(self.folder, "program")
+        shutil.copy(PROGRAM, copy)
+        self.run("install", "-m", "755", copy, path)
+        return path
 
     def check_helpers(self):
         """Ends the instances that still run with SIGTERM, as a desktop does at logout. Fails if one

@@ -5,6 +5,7 @@ import os
 import shlex
 
 from .computer import Computer
+from .network import SESSION_BUS
 from .onlooker import HERE, PYTHON
 from .process import limit, wait_until
 
@@ -44,12 +45,11 @@ class Desktop(Computer):
             file.write(NSSWITCH)
         self.run("mount", "--bind", nsswitch, "/etc/nsswitch.conf")
         screen = self.start(SCREEN)
-        bus = self.start(["dbus-daemon", "--session", "--nofork", "--print-address=1"])
+        self.start_session_bus()
         screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
-        address = bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus").text
         self._session = {
             "DISPLAY": DISPLAY,
-            "DBUS_SESSION_BUS_ADDRESS": address,
+            "DBUS_SESSION_BUS_ADDRESS": SESSION_BUS,
             "XDG_CURRENT_DESKTOP": "GNOME",
         }
         self._desk = self.start([PYTHON, f"{HERE}/desk.py"], stdin=True)

@@ -7,10 +7,18 @@ import socket
 import tempfile
 import threading
 
+import pytest
+
 from .process import Process, run
 
 TYPE_SMB = "_smb._tcp"
 TYPE_PHONE = "_quillbox._tcp"
+
+# In /run, and so each host's own.
+SESSION_BUS = "unix:path=/run/user/0/bus"
+
+# Set by ./dev test where it cannot create namespaces: the reason, and what to do about it.
+NO_NAMESPACES = os.environ.get("QUILLBOX_NO_NAMESPACES")
 
 CLONE_NEWNET = 0x40000000  # sched.h
 
@@ -49,6 +57,22 @@ def may_set_groups():
     """Whether setgroups(2) is allowed; an unprivileged user's namespace forbids it."""
     with open("/proc/self/setgroups", encoding="ascii") as file:
         return file.read().strip() == "allow"
+
+
+def _has_user(uid):
+    """Whether the user id exists in this user namespace (user_namespaces(7))."""
+    with open("/proc/self/uid_map", encoding="ascii") as file:
+        ranges = [[int(x) for x in line.split()] for line in file]
+    return any(first <= uid < first + count for first, _, count in ranges)
+
+
+# A user without privileges. An ordinary user's namespace has no other user than root: without
+# capabilities, this root may do no more than the ordinary user.
+NOBODY = 65534 if _has_user(65534) else 0
+AS_NOBODY = ["setpriv", "--bounding-set=-all", "--inh-caps=-all", "--no-new-privs"]
+if NOBODY:
+    AS_NOBODY += [f"--reuid={NOBODY}", f"--regid={NOBODY}", "--clear-groups"]
+AS_NOBODY += ["--"]
 
 
 def socket_in(pid, family, kind):
@@ -90,8 +114,9 @@ class Host:
 
     def inside(self, command):
         """The command line that runs `command` in this host."""
-        target = ["nsenter", "--target", str(self.pid), "--net", "--mount", "--uts", "--"]
-        return target + list(command)
+        target = ["nsenter", "--target", str(self.pid), "--net", "--mount", "--uts"]
+        # Entering a mount namespace leaves a chroot, if the tests run in one, and the folder.
+        return [*target, "--root", "--wd", "--", *command]
 
     def environment(self, **more):
         env = {
@@ -168,6 +193,14 @@ class Host:
         )
         self.bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the bus")
 
+    def start_session_bus(self):
+        """Starts a session bus at SESSION_BUS; D-Bus activation starts its services. Returns its
+        process."""
+        command = ["dbus-daemon", "--session", f"--address={SESSION_BUS}", "--nofork"]
+        bus = self.start([*command, "--nopidfile", "--print-address"])
+        bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the session bus")
+        return bus
+
     def start_avahi(self):
         """Starts the distribution's avahi-daemon without what namespaces forbid."""
         conf = os.path.join(self.folder, "avahi.conf")
@@ -206,6 +239,12 @@ class Host:
         for process in reversed(self._started):
             process.end()
         self._holder.end()
+
+
+def require_namespaces():
+    """Skips the calling test where no namespaces can be created."""
+    if NO_NAMESPACES:
+        pytest.skip(NO_NAMESPACES)
 
 
 class Lan:

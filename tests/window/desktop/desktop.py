@@ -5,6 +5,7 @@ import json
 import os
 
 from rig.computer import PROGRAM, Computer
+from rig.network import SESSION_BUS
 from rig.process import limit, wait_until
 
 from .node import Node
@@ -12,7 +13,6 @@ from .screen import Screen
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 PYTHON = "/usr/bin/python3"
-BUS = "unix:path=/run/user/0/bus"
 NAME = "quillbox-helper"
 FIRST_NAMESPACE = 0xF0000000  # inode numbers of namespaces start here (PROC_DYNAMIC_FIRST)
 
@@ -30,7 +30,7 @@ class Desktop(Computer):
         self._reader = None
 
     def environment(self, **more):
-        there = {"QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", "DBUS_SESSION_BUS_ADDRESS": BUS}
+        there = {"QT_LINUX_ACCESSIBILITY_ALWAYS_ON": "1", "DBUS_SESSION_BUS_ADDRESS": SESSION_BUS}
         if self.screen is not None:
             there["DISPLAY"] = self.screen.name
         return super().environment(**(there | more))
@@ -52,14 +52,6 @@ class Desktop(Computer):
             lambda line: line.stream == "stdout" and line.text == str(number), 20, what="Xvfb"
         )
         self.screen = Screen(f":{number}")
-
-    def start_session_bus(self):
-        """Starts the session bus; D-Bus activation starts the accessibility bus on first use."""
-        bus = self.start(
-            ["dbus-daemon", "--session", f"--address={BUS}", "--nofork", "--nopidfile"]
-            + ["--print-address"]
-        )
-        bus.wait_line(lambda line: line.text.startswith("unix:"), 10, what="the session bus")
 
     def start_manager(self):
         """Starts openbox with its default settings: four workspaces, decorated windows."""
