@@ -159,7 +159,7 @@ long_tests() {
 }
 
 run_tests() {
-    local what=plain
+    local what=plain lists=(build run test)
     filters=()
     case ${1:-} in
         --sanitizers | --long | --matrix | --all)
@@ -180,7 +180,8 @@ run_tests() {
     # What the build server accepts has no warning; others get the program all the same.
     # shellcheck disable=SC2034 # read by ./dev
     if [ "$what" = all ]; then configure_options=(-DCMAKE_COMPILE_WARNING_AS_ERROR=ON); fi
-    if step "packages" ensure_packages build run test; then
+    if [ "$what" != plain ]; then lists+=(package-tests); fi
+    if step "packages" ensure_packages "${lists[@]}"; then
         case $what in
             plain) plain_tests ;;
             sanitizers) sanitizer_tests ;;

@@ -6,7 +6,10 @@ import re
 import pytest
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
-LISTS = ("build", "run", "test", "demo", "bench", "screenshots", "fuzz", "package", "lint")
+LISTS = (
+    *("build", "run", "test", "package-tests", "demo", "bench", "screenshots", "fuzz", "package"),
+    "lint",
+)
 # README.md shows what the program is built from and runs with, CONTRIBUTING.md the other lists.
 USER_LISTS = ("build", "run")
 

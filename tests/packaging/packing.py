@@ -4,12 +4,13 @@ import os
 import shutil
 import subprocess
 
-from test_packaging import PROGRAM, ROOT
+from test_packaging import PROGRAM, ROOT, need
 
 
 def pack(folder, source=None, **environment):
     """Packs the finished build of this source tree, or of another; returns the paths of the Debian
     package and of the archive."""
+    need("dh")
     build = f"{source}/build/release" if source else os.path.dirname(PROGRAM)
     subprocess.run(
         [os.path.join(source or ROOT, "tools/pack"), build, str(folder)],

@@ -1,75 +1,31 @@
 """The Debian package on a minimal Debian system: installed by apt, used with a phone from a desktop, and
-purged. The minimal system is kept in build/fresh-debian."""
+purged. The minimal system is kept in build/debian-bookworm."""
 
-import glob
 import os
 import shutil
-import subprocess
 
 import pytest
+from debian_root import DebianRoot
 from rig.network import Host
 from rig.phone import PASSWORD, Phone
 from rig.process import wait_until
 from session import Session
 from test_packages import field, members, names_in
-from test_packaging import ROOT, run
 
-BASE = os.path.join(ROOT, "build/fresh-debian")
-MIRROR = "http://deb.debian.org/debian"
 # A desktop also has a display and a session bus.
 DESKTOP = ["xvfb", "dbus-daemon"]
 # Files that apt and dpkg keep for themselves, and folders that are not part of the system.
 NOTES = ("home", "proc", "sys", "dev", "run", "tmp", "root", "var/log", "var/cache", "var/lib/apt")
 
 
-def make_base():
-    """A minimal Debian with this computer's configuration of apt's downloads."""
-    made = BASE + ".part"
-    shutil.rmtree(made, ignore_errors=True)
-    subprocess.run(
-        ["debootstrap", "--variant=minbase", "bookworm", made, MIRROR],
-        check=True,
-        capture_output=True,
-        timeout=1800,
-    )
-    for path in glob.glob("/etc/apt/apt.conf.d/*"):
-        with open(path, encoding="utf-8") as file:
-            if "Acquire" in file.read():
-                shutil.copy(path, f"{made}/etc/apt/apt.conf.d")
-    policy = f"{made}/usr/sbin/policy-rc.d"
-    with open(policy, "w", encoding="ascii") as file:
-        file.write("#!/bin/sh\nexit 101\n")  # no service is started while packages are installed
-    os.chmod(policy, 0o755)
-    os.rename(made, BASE)
-
-
-class FreshSystem:
-    """A copy of the minimal system, discarded with the mounts of the test."""
+class FreshSystem(DebianRoot):
+    """A Debian 12 with an ordinary user, on which the package is tried."""
 
     def __init__(self, folder):
-        self.root = str(folder / "root")
-        for name in ("root", "changed", "work"):
-            (folder / name).mkdir()
-        options = f"lowerdir={BASE},upperdir={folder}/changed,workdir={folder}/work"
-        run("mount", "-t", "overlay", "overlay", "-o", options, self.root)
-        shutil.copy("/etc/resolv.conf", f"{self.root}/etc/resolv.conf")
+        super().__init__("bookworm", folder)
         self.run("useradd", "--create-home", "--uid", "4711", "somebody")
-        self.run("apt-get", "update")
 
-    def run(self, *command):
-        environment = os.environ | {"DEBIAN_FRONTEND": "noninteractive", "LC_ALL": "C.UTF-8"}
-        done = subprocess.run(
-            ["chroot", self.root, *command],
-            capture_output=True,
-            text=True,
-            timeout=3000,
-            check=False,
-            env=environment,
-        )
-        assert done.returncode == 0, f"{command}:\n{done.stdout[-3000:]}{done.stderr}"
-        return done.stdout
-
-    def install(self, deb, *more):
+    def install_package(self, deb, *more):
         shutil.copy(deb, f"{self.root}/root")
         self.run("apt-get", "install", "--yes", f"/root/{deb.name}", *more)
 
@@ -88,14 +44,9 @@ class FreshSystem:
                 found.add((path, status.st_mode, status.st_uid, status.st_gid))
         return found
 
-    def close(self):
-        run("umount", "--recursive", self.root)
-
 
 @pytest.fixture
 def system(real_root, tmp_path):
-    if not os.path.isdir(BASE):
-        make_base()
     made = FreshSystem(tmp_path)
     yield made
     made.close()
@@ -135,7 +86,7 @@ def use(system, host):
 
 @pytest.mark.long
 def test_the_package_is_installed_used_and_purged(system, lan, phone, deb):
-    system.install(deb, *DESKTOP)
+    system.install_package(deb, *DESKTOP)
     there = system.run("dpkg-query", "-W", "-f", "${Package}\n").split()
     wanted = names_in(field(deb, "Depends")) | names_in(field(deb, "Recommends"))
     assert {x.split(" | ")[0] for x in wanted} <= set(there)
@@ -149,7 +100,7 @@ def test_the_package_is_installed_used_and_purged(system, lan, phone, deb):
     clean = system.listing()
     assert [path for path, *_ in clean if "quillbox" in path.lower()] == []
 
-    system.install(deb)
+    system.install_package(deb)
     added = {path for path, *_ in system.listing() - clean}
     files = {name.rstrip("/") for name in members(deb, "files")} - {"", "."}
     notes = {f"var/lib/dpkg/info/quillbox-helper.{x}" for x in ("list", "md5sums")}

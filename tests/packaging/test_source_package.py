@@ -7,8 +7,9 @@ import subprocess
 
 import pytest
 from packing import copy_source
+from rig.network import require_namespaces
 from test_packages import check_mode, check_program, field, members, names_in, version
-from test_packaging import ROOT, run
+from test_packaging import ROOT, need, run
 
 # Where g++ comes from, what speeds up repeated builds, and what only the unit tests need.
 NOT_FOR_PACKAGES = {"g++", "ccache", "libgtest-dev", "libgmock-dev"}
@@ -89,6 +90,8 @@ def prepare(folder):
 
 def build_package(tree, *options):
     """Runs dpkg-buildpackage in an empty network namespace and without a display."""
+    require_namespaces()
+    need("dpkg-buildpackage", "dh")
     environment = {x: y for x, y in os.environ.items() if x not in DISPLAY | {"SOURCE_DATE_EPOCH"}}
     done = subprocess.run(
         # Without -d it would ask for build-essential, which ./dev does not install.

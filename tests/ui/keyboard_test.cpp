@@ -221,7 +221,7 @@ TEST_F(Keyboard, anotherWindowInBetweenIsNotTheBeginningOfAnEdit)
     delegate->shareField.setText(QStringLiteral("before"));
     delegate->shareField.setFocus();
     delegate->shareField.setText(QStringLiteral("after"));
-    QApplication::setActiveWindow(nullptr);
+    activateAnother();
     activate();
     ASSERT_TRUE(delegate->shareField.hasFocus());
     pressInFocus(Qt::Key_Escape);
@@ -333,7 +333,7 @@ TEST_F(Keyboard, theRingLeavesWithTheFocus)
     open();
     pressTab(window());
     ASSERT_TRUE(ring().isVisible());
-    QApplication::setActiveWindow(nullptr);
+    activateAnother();
     EXPECT_FALSE(ring().isVisible());
 }
 

@@ -22,7 +22,17 @@ void WindowFixture::open()
 
 void WindowFixture::activate()
 {
-    QApplication::setActiveWindow(&window());
+    window().activateWindow();
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(window().isActiveWindow());
+}
+
+void WindowFixture::activateAnother()
+{
+    other.show();
+    other.activateWindow();
+    QCoreApplication::processEvents();
+    ASSERT_FALSE(window().isActiveWindow());
 }
 
 void WindowFixture::settle()

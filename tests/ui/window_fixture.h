@@ -11,6 +11,7 @@
 #include <QRect>
 #include <QScrollArea>
 #include <QString>
+#include <QWidget>
 #include <iosfwd>
 #include <string>
 #include <vector>
@@ -31,6 +32,9 @@ protected:
 
     /// Makes the window active, so that it has the keyboard focus.
     void activate();
+
+    /// Makes another window active, which takes the keyboard focus away.
+    void activateAnother();
 
     /// Runs pending layouts, and finishes an animation of the height.
     void settle();
@@ -64,6 +68,9 @@ protected:
     /// Presses or releases the first pointer button in the middle of a widget.
     static void pressPointer(QWidget& widget);
     static void releasePointer(QWidget& widget);
+
+private:
+    QWidget other;
 };
 
 /// Font size, font weight and colour of a text.
