@@ -29,8 +29,8 @@ void WindowFixture::activate()
 
 void WindowFixture::activateAnother()
 {
-    other.show();
-    other.activateWindow();
+    otherWindow.show();
+    otherWindow.activateWindow();
     QCoreApplication::processEvents();
     ASSERT_FALSE(window().isActiveWindow());
 }

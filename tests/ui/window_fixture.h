@@ -70,7 +70,7 @@ protected:
     static void releasePointer(QWidget& widget);
 
 private:
-    QWidget other;
+    QWidget otherWindow;
 };
 
 /// Font size, font weight and colour of a text.
