@@ -37,7 +37,7 @@ TEST(TcpConnection, carriesBytesBothWaysInOrder)
     auto [subject, peer] = harness.acceptedPair();
     subject.queue()->async([connection = subject.connection()] { echo(connection); });
     const auto bytes = pattern(16UL * 1024 * 1024);
-    std::thread sender([&bytes, &peer = peer] { EXPECT_TRUE(peer.send(bytes)); });
+    std::thread sender([&bytes, &remote = peer] { EXPECT_TRUE(remote.send(bytes)); });
     const auto back = peer.receiveExactly(bytes.size());
     sender.join();
     EXPECT_TRUE(back == bytes);
@@ -58,7 +58,7 @@ TEST(TcpConnection, receivesAMebibyteAtMost)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     const auto bytes = pattern(3 * kMaximumContentSize);
-    std::thread sender([&bytes, &peer = peer] { EXPECT_TRUE(peer.send(bytes)); });
+    std::thread sender([&bytes, &remote = peer] { EXPECT_TRUE(remote.send(bytes)); });
     std::string all;
     while (all.size() < bytes.size()) {
         const auto received = take(subject.receive(1, 64 * kMaximumContentSize));
@@ -103,7 +103,7 @@ TEST(TcpConnection, waitsForTheGreatestMinimum)
     auto [subject, peer] = harness.acceptedPair();
     const auto bytes = pattern(kMaximumContentSize);
     auto future = subject.receive(kMaximumContentSize, kMaximumContentSize);
-    std::thread sender([&bytes, &peer = peer] { EXPECT_TRUE(peer.send(bytes)); });
+    std::thread sender([&bytes, &remote = peer] { EXPECT_TRUE(remote.send(bytes)); });
     EXPECT_TRUE(take(std::move(future)).bytes == bytes);
     sender.join();
 }
@@ -195,13 +195,13 @@ TEST(TcpConnection, keepsUrgentBytesInAStreamThatFlows)
     Harness harness;
     auto [subject, peer] = harness.acceptedPair();
     const auto bytes = pattern(2 * kMaximumContentSize);
-    std::thread sender([&bytes, &peer = peer] {
+    std::thread sender([&bytes, &remote = peer] {
         for (int round = 0; round < 4; ++round) {
-            EXPECT_TRUE(peer.send(bytes));
-            EXPECT_EQ(::send(peer.descriptor(), "!", 1, MSG_OOB), 1);
+            EXPECT_TRUE(remote.send(bytes));
+            EXPECT_EQ(::send(remote.descriptor(), "!", 1, MSG_OOB), 1);
         }
-        EXPECT_TRUE(peer.send(bytes));
-        peer.shutDownSending();
+        EXPECT_TRUE(remote.send(bytes));
+        remote.shutDownSending();
     });
     std::string wanted = bytes;
     for (int round = 0; round < 4; ++round)

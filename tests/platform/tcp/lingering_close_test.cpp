@@ -185,9 +185,9 @@ TEST(TcpNetwork, flushesWhatLingers)
     subject.cancel();
     ASSERT_TRUE(subject.log->waitFor(State::Cancelled));
     EXPECT_FALSE(harness.network->flush(50ms));
-    std::thread reader([&sent, &peer = peer] {
+    std::thread reader([&sent, &remote = peer] {
         bool isClean = false;
-        EXPECT_TRUE(peer.receiveAll(isClean) == sent);
+        EXPECT_TRUE(remote.receiveAll(isClean) == sent);
         EXPECT_TRUE(isClean);
     });
     EXPECT_TRUE(harness.network->flush(kPatience));

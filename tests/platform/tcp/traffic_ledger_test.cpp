@@ -77,7 +77,7 @@ TEST(TcpTraffic, ofAcceptedConnectionsIsCountedBothWays)
 
     // Large enough to use pipes as well.
     const auto bytes = pattern(4 * kMaximumContentSize);
-    std::thread sender([&bytes, &peer = peer] { EXPECT_TRUE(peer.send(bytes)); });
+    std::thread sender([&bytes, &remote = peer] { EXPECT_TRUE(remote.send(bytes)); });
     std::size_t received = 0;
     while (received < bytes.size()) {
         const auto chunk = take(subject.receive());
