@@ -10,7 +10,8 @@ from debian_root import DebianRoot
 from packing import copy_source
 from test_packaging import ROOT
 
-pytestmark = pytest.mark.long
+# One after another: each of them keeps all processors busy.
+pytestmark = [pytest.mark.long, pytest.mark.xdist_group("newcomers")]
 
 CHECKOUT = "/root/quillbox-helper"
 WARNING = re.compile(r"^.*\bwarning: .*$", re.MULTILINE)
