@@ -9,10 +9,10 @@
 
 namespace quillbox {
 
-/// What a line of the log is about.
+/// The subject of a log line.
 enum class LogCategory : std::uint8_t {
-    Discovery,   ///< the phones that appear and go
-    Engine,      ///< who speaks DNS-SD, and since when
+    Discovery,   ///< phones that appear and disappear
+    Engine,      ///< start and stop of the DNS-SD engine
     Advertising, ///< the names that this computer announces
     Relay,       ///< relays, from their start to their end
     Connection,  ///< sessions, from their start to their end
@@ -27,9 +27,9 @@ inline constexpr std::array kLogCategories{LogCategory::Discovery,   LogCategory
 std::string_view nameOf(LogCategory category);
 std::optional<LogCategory> logCategoryNamed(std::string_view name);
 
-/// What the program does, told to who looks for a fault. Thread-safe. It outlives who tells.
+/// The log for troubleshooting. Thread-safe. It outlives all objects that log to it.
 ///
-/// A line has no addresses, and of names those of phones alone.
+/// Lines contain no addresses, and no names but those of phones.
 class Log {
 public:
     using Clock = std::chrono::steady_clock;
@@ -38,7 +38,7 @@ public:
 
     virtual bool isOn(LogCategory category) const = 0;
 
-    /// `text` makes the line, and is called only where the category is on.
+    /// `text` returns the line; it is called only if the category is on.
     template <typename Text> void tell(LogCategory category, Text&& text)
     {
         if (isOn(category))
@@ -48,11 +48,11 @@ public:
     /// For durations in lines.
     virtual Clock::time_point now() const = 0;
 
-    /// A number for a session that no other has in this process; the first is 1.
+    /// Returns a number for a session, unique in this process; the first is 1.
     virtual std::uint64_t numberSession() = 0;
 
 protected:
-    /// The text may hold what strangers chose.
+    /// `text` may contain names chosen by hosts on the network.
     virtual void write(LogCategory category, const std::string& text) = 0;
 };
 

@@ -3,7 +3,9 @@
 # shellcheck disable=SC2154 # root and python are set by ./dev
 
 run_bench() {
+    export PYTHONDONTWRITEBYTECODE=1
+    case ${1:-} in -h | --help) exec "$python" "$root/bench/bench.py" --help ;; esac
     ensure_packages build run test bench
     build_quietly quillbox-helper quillbox-bench-load
-    PYTHONDONTWRITEBYTECODE=1 in_namespaces release "$python" "$root/bench/bench.py" "$@"
+    in_namespaces release "$python" "$root/bench/bench.py" "$@"
 }

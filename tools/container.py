@@ -53,6 +53,8 @@ def refuse(number, code):
 
 
 def filter_program():
+    if platform.machine() not in MACHINES:
+        sys.exit(f"container.py: no system call numbers for {platform.machine()}")
     architecture, clone, clone3, forbidden = MACHINES[platform.machine()]
     program = [
         instruction(LOAD, ARCHITECTURE),

@@ -2,47 +2,47 @@
 # Sourced by ./dev: the commands "lint" and "format".
 # shellcheck disable=SC2154 # root and python are set by ./dev
 
-# Our files with one of the endings given, one a line.
+# The files of the project that match the patterns of git given, each ended by a NUL.
 sources() {
-    git -C "$root" ls-files --cached --others --exclude-standard -- "$@" |
-        while read -r file; do
-            if [ -f "$root/$file" ]; then echo "$root/$file"; fi
+    local file
+    git -C "$root" ls-files -z --cached --others --exclude-standard -- "$@" |
+        while IFS= read -r -d '' file; do
+            if [ -f "$root/$file" ]; then printf '%s\0' "$root/$file"; fi
         done
 }
 
 format_sources() {
-    sources '*.h' '*.cpp' | xargs -r clang-format -i
+    sources '*.h' '*.cpp' | xargs -0r clang-format -i
 }
 
 lint_format() {
-    sources '*.h' '*.cpp' | xargs -r clang-format --dry-run -Werror
+    sources '*.h' '*.cpp' | xargs -0r clang-format --dry-run -Werror
 }
 
-# Each file is checked as the text that it is, also where a build joins several. It needs no build: no
-# header of ours is generated.
+# Checks each file by itself, where a build joins several. Needs no build, because no header is
+# generated.
 lint_tidy() {
     (cd "$root" && cmake --preset release -B "$root/build/lint" \
         -DCMAKE_UNITY_BUILD=OFF >/dev/null)
-    sources '*.cpp' | xargs -r "$python" "$root/tools/tidy.py" "$root/build/lint"
+    sources '*.cpp' | xargs -0r "$python" "$root/tools/tidy.py" "$root/build/lint"
 }
 
-# What a static analyser sees that follows values; findings that are none are suppressed where they
-# stand, with the reason.
+# Data-flow analysis. False positives are suppressed in the source, with the reason.
 lint_cppcheck() {
-    sources '*.cpp' | grep -v "^$root/tests/" |
-        xargs -r cppcheck --enable=warning,performance,portability --std=c++20 --language=c++ \
+    sources '*.cpp' ':!tests' |
+        xargs -0r cppcheck --enable=warning,performance,portability --std=c++20 --language=c++ \
             --quiet --inline-suppr --error-exitcode=1 -j "$(nproc)" -I "$root"
 }
 
 lint_shell() {
     {
         sources '*.sh' '*.bash'
-        grep -lIE '^#!.*\b(ba)?sh\b' -- "$root/dev" "$root"/.ci/* "$root"/tools/*
-    } | sort -u | xargs -r shellcheck --external-sources --source-path="$root"
+        grep -lZIE -d skip '^#!.*\b(ba)?sh\b' -- "$root/dev" "$root"/.ci/* "$root"/tools/*
+    } | sort -zu | xargs -0r shellcheck --external-sources --source-path="$root"
 }
 
 lint_python() {
-    sources '*.py' | xargs -r "$python" -m pyflakes
+    sources '*.py' | xargs -0r "$python" -m pyflakes
 }
 
 lint_architecture() {
@@ -62,6 +62,7 @@ run_lint() {
         echo "---- $check"
         set +e
         (
+            trap 'exit 130' INT
             set -euo pipefail
             "lint_$check"
         )

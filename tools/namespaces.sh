@@ -3,7 +3,7 @@
 # shellcheck disable=SC2154 # root is set by ./dev
 
 # Sets `namespace_options` to what unshare(1) needs. The PID namespace ends all processes of a run
-# that is interrupted.
+# that is interrupted with Ctrl-C.
 set_namespace_options() {
     namespace_options=(--mount --pid --fork --kill-child --mount-proc)
     if [ "$(id -u)" != 0 ]; then namespace_options+=(--user --map-root-user); fi
@@ -39,10 +39,12 @@ in_private_world() {
         shift
     done
     shift
-    scratch=$(mktemp -d)
+    scratch=$(mktemp -d) || return
     steady "$preset" unshare "${namespace_options[@]}" "${options[@]}" -- \
         "$root/tools/private-world" "$root" "$scratch" "$@" || code=$?
-    rm -rf --one-file-system "$scratch"
+    # Tests may leave folders that their owner cannot enter.
+    chmod -R u+rwX "$scratch" 2>/dev/null || true
+    rm -rf --one-file-system "$scratch" || true
     return "$code"
 }
 

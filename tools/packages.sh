@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# Sourced by ./dev: sees to it that the packages of packages.txt are there.
+# Sourced by ./dev: installs missing packages of packages.txt.
 # shellcheck disable=SC2154 # root is set by ./dev
 
 packages_file="$root/tools/packages.txt"
@@ -78,10 +78,11 @@ ensure_packages() {
                     "${missing[*]}" >&2
                 exit 1
             fi
-            sudo --validate # asks for the password before the counter starts
+            sudo --validate || return # asks for the password before the counter starts
             install=(sudo "${install[@]}")
         fi
-        with_progress "Installing packages" "$root/build/packages.log" read_apt "${install[@]}"
+        with_progress "Installing packages" "$root/build/packages.log" read_apt "${install[@]}" ||
+            return
     fi
     mkdir -p "$root/build"
     packages_state >"$stamp"

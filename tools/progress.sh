@@ -24,6 +24,7 @@ with_progress() {
 
 show_progress() {
     local what=$1 reader=$2 line='' state='' note='' started=$SECONDS seconds code told=
+    local packages=0 to_get='?' unpacked=0 set_up=0 # for read_apt
     while :; do
         code=0
         IFS= read -r -t 1 line || code=$?
@@ -52,16 +53,17 @@ read_apt() {
     local size='^After this operation, (.*) of additional'
     case $1 in
         *" newly installed"*)
-            [[ $1 =~ $number ]] && packages=${BASH_REMATCH[1]} unpacked=0 set_up=0
+            [[ $1 =~ $number ]] && packages=${BASH_REMATCH[1]}
             ;;
         "Need to get "*) [[ $1 =~ $download ]] && to_get=${BASH_REMATCH[1]} ;;
         "After this operation, "*)
             [[ $1 =~ $size ]] &&
-                note="  $packages packages: ${to_get:-?} to download, ${BASH_REMATCH[1]} on disk"
+                note="  $packages packages: $to_get to download, ${BASH_REMATCH[1]} on disk"
             ;;
         Get:*)
             [[ $1 =~ ^Get:([0-9]+) ]]
-            state="downloading${packages:+ ${BASH_REMATCH[1]} of $packages}"
+            state=downloading
+            if [ "$packages" != 0 ]; then state="downloading ${BASH_REMATCH[1]} of $packages"; fi
             ;;
         "Unpacking "*) state="unpacking $((unpacked += 1)) of $packages" ;;
         "Setting up "*) state="setting up $((set_up += 1)) of $packages" ;;

@@ -1,12 +1,14 @@
 #!/usr/bin/env python3
-"""Sums up JUnit files and lists the tests that failed; the last line is "N passed, N failed".
+"""Sums up JUnit files and lists the tests that failed; the last line is "N passed, N failed", with
+", N skipped" if any were skipped.
 
-usage: results.py FOLDER [--broken STEP]... [--title TITLE]
+usage: results.py FOLDER
 
-Every *.xml below FOLDER counts; each folder in it also gets a line of its own. NAME.again.xml contains the second run of tests that failed in
-NAME.xml: a test that passes there is listed as unstable and counts as passed. A step that failed
-before it reported any test counts as one failure. The exit code is 0 only if at least one test
-passed and none failed.
+Every *.xml below FOLDER counts; each folder in it also gets a line of its own. NAME.again.xml
+contains the second run of tests that failed in NAME.xml: a test that passes there is listed as
+unstable and counts as passed. Files named "broken" list steps that failed before they reported a
+failed test; each counts as one failure. The exit code is 0 only if at least one test passed and none
+failed.
 """
 
 import argparse
@@ -62,8 +64,6 @@ def line(count):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("folder", type=pathlib.Path)
-    parser.add_argument("--broken", action="append", default=[])
-    parser.add_argument("--title", default="")
     arguments = parser.parse_args()
 
     counts = collections.defaultdict(collections.Counter)  # by folder; "." is FOLDER itself
@@ -84,9 +84,11 @@ def main():
                 print(f"FAILED {step}: {name}")
             elif first == "failed":
                 print(f"UNSTABLE {step}: {name} ({outcome} at the second try)")
-    for step in arguments.broken:
-        counts["."]["failed"] += 1
-        print(f"FAILED {step}")
+    for path in sorted(arguments.folder.rglob("broken")):
+        folder = path.relative_to(arguments.folder).parent.as_posix()
+        for step in path.read_text(encoding="utf-8").splitlines():
+            counts[folder]["failed"] += 1
+            print(f"FAILED {step if folder == '.' else f'{folder}/{step}'}")
 
     for reason, count in reasons.most_common():
         print(f"SKIPPED {count}: {reason}")
@@ -94,7 +96,7 @@ def main():
         if folder != ".":
             print(f"{folder}: {line(counts[folder])}")
     total = sum(counts.values(), collections.Counter())
-    print(arguments.title + line(total))
+    print(line(total))
     return 0 if total["passed"] and not total["failed"] else 1
 
 

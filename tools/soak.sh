@@ -4,12 +4,9 @@
 
 # Runs traffic through the program in network namespaces; arguments: see tests/lan/soak.py.
 run_soak() {
-    case ${1:-} in
-        -h | --help) ;;
-        *)
-            ensure_packages build run test
-            build_quietly quillbox-helper
-            ;;
-    esac
-    PYTHONDONTWRITEBYTECODE=1 in_namespaces release "$python" "$root/tests/lan/soak.py" "$@"
+    export PYTHONDONTWRITEBYTECODE=1
+    case ${1:-} in -h | --help) exec "$python" "$root/tests/lan/soak.py" --help ;; esac
+    ensure_packages build run test
+    build_quietly quillbox-helper
+    in_namespaces release "$python" "$root/tests/lan/soak.py" "$@"
 }

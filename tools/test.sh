@@ -2,28 +2,35 @@
 # Sourced by ./dev: the command "test".
 # shellcheck disable=SC2154 # root and python are set by ./dev
 
-# Another folder for the runs of ./dev test --matrix, which must not overwrite each other's.
-results="${QUILLBOX_RESULTS:-$root/build/results}"
-broken=()
+# Each run that ./dev test --matrix starts has a folder of its own in it.
+results="$root/build/results"
+case ${QUILLBOX_RESULTS:-} in "$results"/*) results=$QUILLBOX_RESULTS ;; esac
 
-# Runs a step to its end, in a subshell that stops at its first error. A step that fails without
-# naming a failed test counts as a failure itself.
+# Runs a step to its end, in a subshell that stops at its first error, and sets `code` to its exit
+# status. A step that fails without reporting a failed test counts as a failure itself. It must not
+# be called in a condition, where bash ignores `set -e` in the subshell too.
 step() {
-    local name=$1 code
+    local name=$1
     shift
     echo "---- $name"
     set +e
     (
+        trap 'exit 130' INT
         set -e
         "$@"
     )
     code=$?
     set -e
-    if [ "$code" -ne 0 ] &&
-        ! grep -rqsE '<(failure|error)[ >/]|status="fail"' "$results/$name.xml" "$results/$name"; then
-        broken+=("$name")
-    fi
-    return "$code"
+    if [ "$code" -ne 0 ] && ! has_failures "$name"; then echo "$name" >>"$results/broken"; fi
+}
+
+# Whether a step has reported failed tests, or broken steps of its own.
+has_failures() {
+    [ -e "$results/$1/broken" ] || [ "$(failures_in "$results/$1.xml" "$results/$1")" != 0 ]
+}
+
+failures_in() {
+    { grep -rhsoE '<(failure|error)[ >/]|status="fail"' "$@" || true; } | wc -l
 }
 
 joined() {
@@ -32,16 +39,16 @@ joined() {
     printf '%s' "$first" "${@/#/$separator}"
 }
 
-# Whether few enough tests failed for a second try. Networks, DNS-SD engines and desktops keep their
-# own time while everything runs side by side on this computer: what fails then is tried once more,
-# alone, and listed as unstable where it passes. Many failures are no accident.
+# Whether few enough tests failed for a second try. Tests with real timing may fail while others run
+# beside them. Up to five of them run again, and are listed as unstable if they pass; more failures
+# have another cause.
 is_worth_another_try() {
-    local name=$1 failed
-    failed=$(grep -cE '<(failure|error)[ >/]' "$results/$name.xml" 2>/dev/null) || true
-    [ "${failed:-0}" -ge 1 ] && [ "$failed" -le 5 ]
+    local failed
+    failed=$(failures_in "$results/$1.xml")
+    [ "$failed" -ge 1 ] && [ "$failed" -le 5 ]
 }
 
-# How many tests run side by side. They wait for networks and engines more than they compute, unless a
+# How many tests run in parallel. They wait for networks and engines more than they compute, unless a
 # sanitizer slows them down.
 at_once() {
     if [ "$1" = release ]; then echo $(($(nproc) * 2)); else nproc; fi
@@ -56,20 +63,21 @@ unit_tests() {
         more+=(--tests-regex "$(joined '|' "${filters[@]}")" --no-tests=ignore)
     fi
     call_ctest --parallel "$(at_once "$preset")" --output-junit "$results/$name.xml" "${more[@]}" || code=$?
-    if [ "$code" -eq 0 ] || ! is_worth_another_try "$name"; then return "$code"; fi
+    # 8: tests have failed.
+    if [ "$code" != 8 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
     call_ctest --rerun-failed --output-junit "$results/$name.again.xml" "${more[@]}"
 }
 
 # Unit tests have a network without interfaces but loopback.
 call_ctest() {
-    cd "$root"
+    cd "$root" || return
     if [ -n "$QUILLBOX_NO_NAMESPACES" ]; then
         steady "$preset" ctest --preset "$preset" "$@"
     else
         # shellcheck disable=SC2016 # for the inner shell
         in_private_world "$preset" --net -- \
-            sh -c 'ip link set lo up && exec ctest "$@"' sh --preset "$preset" "$@"
+            sh -c 'ip link set lo up && ctest "$@"' sh --preset "$preset" "$@"
     fi
 }
 
@@ -83,7 +91,8 @@ python_tests() {
         "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi
-    if [ "$code" -eq 0 ] || ! is_worth_another_try "$name"; then return "$code"; fi
+    # 1: tests have failed.
+    if [ "$code" != 1 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
     call_pytest --last-failed --junit-xml="$results/$name.again.xml" "${more[@]}"
 }
@@ -103,85 +112,92 @@ sanitizer_options() {
     local folder="$root/tests/sanitizers"
     export ASAN_OPTIONS="detect_stack_use_after_return=1:check_initialization_order=1"
     export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
-    export LSAN_OPTIONS="suppressions=$folder/lsan.supp:print_suppressions=0"
-    export TSAN_OPTIONS="suppressions=$folder/tsan.supp:halt_on_error=1:second_deadlock_stack=1"
+    export LSAN_OPTIONS="suppressions='$folder/lsan.supp':print_suppressions=0"
+    export TSAN_OPTIONS="suppressions='$folder/tsan.supp':halt_on_error=1:second_deadlock_stack=1"
     # How much longer a test may wait for a program that was built with sanitizers.
     export QUILLBOX_SLOWDOWN=3
 }
 
 plain_tests() {
-    step "release build" build release || return 0
-    step "release unit tests" unit_tests release || true
+    step "release build" build release
+    if [ "$code" != 0 ]; then return; fi
+    step "release unit tests" unit_tests release
     step "release network tests" python_tests release "release network tests" \
-        -m "not long" "$root/tests" || true
+        -m "not long" "$root/tests"
 }
 
 sanitizer_tests() {
     sanitizer_options
-    if step "asan-ubsan build" build asan-ubsan; then
-        step "asan-ubsan unit tests" unit_tests asan-ubsan || true
+    step "asan-ubsan build" build asan-ubsan
+    if [ "$code" = 0 ]; then
+        step "asan-ubsan unit tests" unit_tests asan-ubsan
         export QUILLBOX_HELPER="$root/build/asan-ubsan/quillbox-helper"
         step "asan-ubsan network tests" python_tests asan-ubsan "asan-ubsan network tests" \
-            -m "not long" "$root/tests/lan" "$root/tests/window" || true
+            -m "not long" "$root/tests/lan" "$root/tests/window"
     fi
-    if step "tsan build" build tsan; then
+    step "tsan build" build tsan
+    if [ "$code" = 0 ]; then
         # The tests with the label need a desktop, whose libraries are not built for this.
-        step "tsan unit tests" unit_tests tsan --label-exclude desktop || true
+        step "tsan unit tests" unit_tests tsan --label-exclude desktop
     fi
 }
 
-# The tests of the release build once more under conditions that others have, given as the first
-# argument: "user", "container" or "chroot".
+# Runs ./dev test again under the conditions of tools/elsewhere: "user", "container" or "chroot".
 tests_as() {
     local row=$1 scratch code=0
-    shift
-    if [ "$(id -u)" != 0 ]; then
-        echo "Only root can run the tests of \"$row\"." >&2
-        return 1
-    fi
     mkdir -p "$results/$row"
     scratch=$(mktemp -d)
+    # shellcheck disable=SC2064 # the folder of now; it holds a copy of the checkout
+    trap "rm -rf --one-file-system '$scratch'" EXIT
     chmod 755 "$scratch"
     QUILLBOX_RESULTS="$results/$row" unshare --mount -- \
-        "$root/tools/elsewhere" "$row" "$root" "$scratch" "$root/dev" test "${filters[@]}" || code=$?
-    rm -rf --one-file-system "$scratch"
-    return "$code"
+        "$root/tools/elsewhere" "$row" "$root" "$scratch" "$root/dev" test "${filters[@]}"
 }
 
 matrix_tests() {
     local row
-    for row in "$@"; do step "$row" tests_as "$row" || true; done
+    for row in "$@"; do step "$row" tests_as "$row"; done
 }
 
 long_tests() {
-    step "release build" build release || return 0
-    step "long network tests" python_tests release "long network tests" -m long "$root/tests" || true
+    step "release build" build release
+    if [ "$code" != 0 ]; then return; fi
+    step "long network tests" python_tests release "long network tests" -m long "$root/tests"
 }
 
 run_tests() {
-    local what=plain lists=(build run test)
+    local what=plain lists=(build run test) word may_change_conditions=
     filters=()
     case ${1:-} in
         --sanitizers | --long | --matrix | --all)
             what=${1#--}
             shift
             ;;
-        -*)
-            echo "./dev test: unknown option \"$1\"" >&2
-            exit 2
-            ;;
     esac
+    for word in "$@"; do
+        if [ "${word#-}" != "$word" ]; then
+            echo "./dev test: unknown option \"$word\"" >&2
+            exit 2
+        fi
+    done
     filters=("$@")
-    mkdir -p "$results"
-    find "$results" -mindepth 1 -delete # it may be a mount point
+    if [ "$what" != plain ]; then lists+=(package-tests); fi
+
     QUILLBOX_NO_NAMESPACES=$(namespace_problem)
     export QUILLBOX_NO_NAMESPACES
     set_namespace_options
-    # What the build server accepts has no warning; others get the program all the same.
-    # shellcheck disable=SC2034 # read by ./dev
-    if [ "$what" = all ]; then configure_options=(-DCMAKE_COMPILE_WARNING_AS_ERROR=ON); fi
-    if [ "$what" != plain ]; then lists+=(package-tests); fi
-    if step "packages" ensure_packages "${lists[@]}"; then
+    if [ "$(id -u)" = 0 ] && [ -z "$QUILLBOX_NO_NAMESPACES" ]; then may_change_conditions=yes; fi
+    if [ "$what" = matrix ] && [ -z "$may_change_conditions" ]; then
+        echo "./dev test --matrix needs root and namespaces. $QUILLBOX_NO_NAMESPACES" >&2
+        exit 2
+    fi
+    # Warnings are errors on the build server only, and in the presets of developers.
+    if [ "$what" = all ]; then export QUILLBOX_WARNING_AS_ERROR=ON; fi
+
+    mkdir -p "$results"
+    find "$results" -mindepth 1 -delete # it may be a mount point
+    step "packages" ensure_packages "${lists[@]}"
+    if [ "$code" = 0 ]; then
         case $what in
             plain) plain_tests ;;
             sanitizers) sanitizer_tests ;;
@@ -192,11 +208,15 @@ run_tests() {
                 ;;
             all)
                 plain_tests
-                matrix_tests user container
+                if [ -n "$may_change_conditions" ]; then
+                    matrix_tests user container
+                else
+                    echo "---- user, container: left out, as they need root and namespaces"
+                fi
                 sanitizer_tests
                 ;;
         esac
     fi
     echo "---- summary"
-    "${python}" "$root/tools/results.py" "$results" "${broken[@]/#/--broken=}"
+    "${python}" "$root/tools/results.py" "$results"
 }

@@ -86,10 +86,14 @@ def test_a_second_try_that_ran_something_else_excuses_nothing(tmp_path):
 def test_broken_steps_and_unreadable_files_are_failures(tmp_path):
     write(tmp_path / "a.xml", case("one"))
     (tmp_path / "b.xml").write_text("<testsuites>")
-    code, lines = summary(tmp_path, "--broken=build")
+    (tmp_path / "broken").write_text("build\n")
+    (tmp_path / "user").mkdir()
+    (tmp_path / "user" / "broken").write_text("release build\npackages\n")
+    code, lines = summary(tmp_path)
     assert code == 1
     assert lines[0].startswith("FAILED b: unreadable results")
-    assert lines[1:] == ["FAILED build", "1 passed, 2 failed"]
+    assert lines[1:4] == ["FAILED build", "FAILED user/release build", "FAILED user/packages"]
+    assert lines[4:] == ["user: 0 passed, 2 failed", "1 passed, 4 failed"]
 
 
 def test_nothing_at_all_is_no_success(tmp_path):

@@ -148,7 +148,7 @@ def test_the_status_tells_phones_relays_and_what_they_carried(computer, onlooker
     assert "\n    target: Quillbox Office\n" in plain
     assert "_tcp" not in plain
     assert f"{relay['bytesToPhone']} to the phone" in plain
-    # Where the relay listens is nobody's business.
+    # The status must not reveal the relay's port.
     assert str(found["port"]) not in json.dumps(after) + plain
 
 

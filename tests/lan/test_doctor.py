@@ -259,7 +259,7 @@ def test_rules_that_nobody_may_see(bare_computer):
     found.expect("multicast", OK, "works on eth0")
 
 
-# ---- who speaks DNS-SD ----
+# ---- DNS-SD engine ----
 
 
 def test_the_daemon_and_its_absence(bare_computer):
@@ -274,7 +274,7 @@ def test_the_daemon_and_its_absence(bare_computer):
 
 
 def test_a_bus_that_says_nothing(bare_computer):
-    """It accepts connections and never answers: the doctor gets through all the same."""
+    """It accepts connections and never answers: the doctor still finishes."""
     script = (
         "import socket, sys; s = socket.socket(socket.AF_UNIX);"
         "s.bind('/run/dbus/system_bus_socket'); s.listen(64);"

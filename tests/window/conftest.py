@@ -13,7 +13,8 @@ sys.path.append(os.path.join(HERE, "..", "lan"))
 from desktop.desktop import Desktop  # noqa: E402 needs the path above
 from rig.network import Lan, require_namespaces  # noqa: E402
 
-SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
+RESULTS = os.path.join(HERE, "..", "..", "build", "results")
+SCREENS = os.path.join(os.environ.get("QUILLBOX_RESULTS", RESULTS), "screens")
 
 
 @pytest.fixture

@@ -129,7 +129,7 @@ TEST_F(SmbOpenerTest, asksTheFileManagerOnTheBus)
     opener->open(kUrl);
     ASSERT_TRUE(waitUntil([this] { return !fileManager->folders.empty(); }));
     EXPECT_EQ(fileManager->folders, std::vector<std::string>{kUrl});
-    EXPECT_TRUE(locator.names.empty()) << "a host of any other name is none of the locator's";
+    EXPECT_TRUE(locator.names.empty()) << "the locator is not asked for other hosts";
 }
 
 TEST_F(SmbOpenerTest, tellsWhatItOpenedAShareWithAndWhyNotWithTheFileManager)

@@ -264,7 +264,7 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
         if (i != 7 && i != 9)
             emit(found("Service " + std::to_string(i)));
     }
-    EXPECT_EQ(browsed.count(), deliveries) << "the last set stands meanwhile";
+    EXPECT_EQ(browsed.count(), deliveries) << "the last set remains valid until then";
     emit(Settled{id()});
     dispatch.advance(1s);
     testing::internal::GetCapturedStderr();
@@ -331,7 +331,7 @@ TEST_F(ServiceBrowseTest, deliversAtMostTenSetsASecondOfAServiceThatFlaps)
     EXPECT_GE(browsed.count() - before, 1U);
     EXPECT_LE(engine.requests().size() - askedBefore, 22U);
     dispatch.advance(1s);
-    EXPECT_EQ(names(), Names{"Steady"}) << "the last word is delivered";
+    EXPECT_EQ(names(), Names{"Steady"}) << "the final set is delivered";
 }
 
 TEST_F(ServiceBrowseTest, deliversTheLatestSetOnceItMay)
@@ -451,7 +451,7 @@ TEST_F(ServiceBrowseTest, takesAServiceOutWhoseLocationRanOutAndBackWhenItIsFoun
     emit(LocationLost{life, kWireless, "phone.local", 4445});
     EXPECT_EQ(names(), Names{});
     dispatch.advance(60s);
-    EXPECT_EQ(lifeOf("Quillbox"), life) << "the question stands";
+    EXPECT_EQ(lifeOf("Quillbox"), life) << "the query is still active";
     emit(LocationFound{life, kWired, "phone.local", 4445});
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"Quillbox"});

@@ -87,7 +87,7 @@ void rehearse(Harness& harness)
         EXPECT_TRUE(refused.log->waitFor(Connection::State::Failed));
         EXPECT_FALSE(refused.log->errorOf(Connection::State::Failed).message().empty());
     }
-    EXPECT_TRUE(harness.network->flush(kPatience)) << "the rehearsal's descriptors are back";
+    EXPECT_TRUE(harness.network->flush(kPatience)) << "the descriptors of the warm-up are released";
 }
 
 } // namespace

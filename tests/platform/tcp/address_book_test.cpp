@@ -123,9 +123,9 @@ TEST_F(AddressBookTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWh
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     EXPECT_EQ(dnsSd.count(), 2U);
-    EXPECT_EQ(dnsSd.standing(), 1U) << "with one that stands nothing is asked anew";
+    EXPECT_EQ(dnsSd.standing(), 1U) << "an active query is not sent again";
     ASSERT_TRUE(second.waitFor(1));
-    EXPECT_EQ(second.at(0), unsettled(before)) << "not the last word";
+    EXPECT_EQ(second.at(0), unsettled(before)) << "cached, hence not settled";
     const auto after = found({foundAt("192.0.2.2")});
     dnsSd.deliver(1, after);
     ASSERT_TRUE(second.waitFor(2));

@@ -79,7 +79,7 @@ TEST(TcpConnection, waitsForTheMinimum)
     EXPECT_EQ(future.wait_for(kWatch), std::future_status::timeout);
     const auto before = processorTime();
     EXPECT_EQ(future.wait_for(kWatch), std::future_status::timeout);
-    EXPECT_LT(processorTime() - before, kWatch / 4) << "waits in a circle";
+    EXPECT_LT(processorTime() - before, kWatch / 4) << "busy-waits";
     ASSERT_TRUE(peer.send("defgh"));
     EXPECT_EQ(take(std::move(future)).bytes, "abcdefgh");
 }

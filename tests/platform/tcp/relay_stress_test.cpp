@@ -197,7 +197,7 @@ public:
 
     void check() const
     {
-        EXPECT_TRUE(isOver()) << "stands still: " << *this;
+        EXPECT_TRUE(isOver()) << "no progress: " << *this;
         EXPECT_TRUE(sides_[0].isTrue && sides_[1].isTrue) << *this;
         if (ending_.how != Ending::How::Reset) {
             EXPECT_TRUE(streams_.at(ending_.who).isReceived()) << *this;

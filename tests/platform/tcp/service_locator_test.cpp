@@ -145,7 +145,7 @@ TEST_F(ServiceLocatorTest, doesNotWaitLongForTheNameService)
     dispatch.advance(1ms);
     EXPECT_EQ(answers, Answers{kOnLoopback});
     tellLookedUp({ipv4Address("10.0.0.1")});
-    EXPECT_EQ(answers.size(), 1U) << "what comes late is nobody's concern";
+    EXPECT_EQ(answers.size(), 1U) << "a late answer is ignored";
 }
 
 TEST_F(ServiceLocatorTest, prefersItsOwnServiceToOneThatIsBeingResolved)

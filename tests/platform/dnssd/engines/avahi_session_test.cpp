@@ -333,7 +333,7 @@ TEST_F(AvahiSessionTest, whatRegistersForTooLongGoesBehindTheOthers)
     ASSERT_FALSE(avahi.group(last));
     session.tidy(kStart + 3s);
     EXPECT_TRUE(avahi.group(last));
-    EXPECT_EQ(avahi.groupsMade, 4 * kAtOnce) << "all but one are put up anew";
+    EXPECT_EQ(avahi.groupsMade, 4 * kAtOnce) << "all but one are registered again";
     EXPECT_EQ(*session.nextDeadline(), kStart + 6s) << "the patience of the last one is its own";
 }
 

@@ -23,7 +23,7 @@ protected:
     void SetUp() override
     {
         if (!isInPrivateNetwork())
-            GTEST_SKIP() << "no network namespace can be had here";
+            GTEST_SKIP() << "no network namespace can be created here";
         ASSERT_TRUE(network->isReady());
     }
 

@@ -136,7 +136,7 @@ void skip(const char* reason)
 std::unique_ptr<DnsSdHarness> makeDaemonHarness()
 {
     if (!dnssd::isDaemonPossible()) {
-        skip("no namespace for avahi-daemon can be had here");
+        skip("no namespace for avahi-daemon can be created here");
         return nullptr;
     }
     return std::make_unique<DaemonHarness>();
@@ -145,7 +145,7 @@ std::unique_ptr<DnsSdHarness> makeDaemonHarness()
 std::unique_ptr<DnsSdHarness> makeEmbeddedHarness()
 {
     if (!dnssd::isInPrivateNetwork()) {
-        skip("no network namespace can be had here");
+        skip("no network namespace can be created here");
         return nullptr;
     }
     return std::make_unique<EmbeddedHarness>();
