@@ -122,17 +122,18 @@ std::variant<ControlRequest, ControlAnswer> decodedRequest(const std::string& te
 {
     const auto object = objectIn(text);
     if (!object)
-        return notUnderstood("This copy takes requests of version " + std::to_string(kVersion));
+        return notUnderstood("The running instance accepts only requests of version "
+                             + std::to_string(kVersion));
     StrictObject strict(*object);
     strict.number(kVersionKey);
     const auto command = controlCommandNamed(strict.text(kCommand));
     if (!command)
-        return notUnderstood("This copy does not know that command");
+        return notUnderstood("The running instance does not know that command");
     ControlRequest request{.command = *command};
     if (strict.has(kPhone))
         request.phone = strict.text(kPhone);
     if (!strict.isSound() || (request.phone && !takesPhone(*command)))
-        return notUnderstood("This copy does not understand the request");
+        return notUnderstood("The running instance does not understand the request");
     return request;
 }
 

@@ -19,7 +19,7 @@ Findings checkFileBrowser(const SystemFacts& system)
         return {ok(kFileBrowser, "GVfs can open SMB shares.")};
     if (browser.hasKio)
         return {ok(kFileBrowser, "KIO can open SMB shares.")};
-    const std::string text = "No file browser here can open SMB shares.";
+    const std::string text = "No file manager here can open SMB shares.";
     const std::string advice = "GNOME, Xfce, Cinnamon, MATE: 'sudo apt install gvfs-backends'; "
                                "KDE: 'sudo apt install kio-extras'.";
     if (system.statusHost.hasDesktop)
@@ -33,7 +33,7 @@ Findings checkNames(const SystemFacts& system)
     if (!names.asksMulticastDns)
         return {warn(kNames,
                      "Names that end in .local are not resolved by multicast DNS, so some file "
-                     "browsers confuse two phones.",
+                     "managers confuse two phones.",
                      "'sudo apt install libnss-mdns' adds 'mdns4_minimal [NOTFOUND=return]' to "
                      "the line 'hosts:' of /etc/nsswitch.conf; if it is still missing, add it "
                      "before 'dns'.")};

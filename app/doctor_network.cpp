@@ -250,7 +250,7 @@ Findings checkEngine(const SystemFacts& system)
     const char* restart = "'sudo systemctl restart avahi-daemon'; 'journalctl -u avahi-daemon' "
                           "shows why.";
     if (system.phones.isEngineUp == Seen::No)
-        return {fail(kEngine, "Neither avahi-daemon nor the built-in engine works.", restart)};
+        return {fail(kEngine, "Neither avahi-daemon nor the embedded engine works.", restart)};
     switch (avahi.state) {
     case AvahiFacts::State::Running:
         return {ok(kEngine, avahi.version + " is running as " + avahi.hostName + '.')};
@@ -267,7 +267,7 @@ Findings checkEngine(const SystemFacts& system)
     }
     return {warn(kEngine,
                  "avahi-daemon is not running; the helper finds phones by itself, but file "
-                 "browsers need it.",
+                 "managers need it.",
                  "'sudo apt install avahi-daemon libnss-mdns', 'sudo systemctl enable --now "
                  "avahi-daemon'")};
 }

@@ -72,7 +72,7 @@ Finding statusFinding(const HelperStatus& status)
 {
     if (!status.isShownInFinder)
         return warn(kRunningCopy,
-                    "The helper is running, but showing phones in the file browser is turned off.",
+                    "The helper is running, but showing phones in the file manager is turned off.",
                     "'quillbox-helper restart' turns it on.");
     if (!status.isReady)
         return warn(kRunningCopy, "The helper is running; its status is: " + status.text,

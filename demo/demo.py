@@ -195,10 +195,10 @@ class Demo:
     def explain(self, relay):
         host, port = relay["host"], relay["port"]
         user = f"-U nas%{self.password}"
-        print(f'\n"{NAME}" appears in the file browser. The same from another terminal:\n')
+        print(f'\n"{NAME}" appears in the file manager. The same from another terminal:\n')
         print(f"  smbclient -L //{host} -p {port} {user}")
         print(f"  smbclient //{host}/NAS -p {port} {user} -c ls\n")
-        print(f"In a file browser the user is nas, the password {self.password}.", flush=True)
+        print(f"In a file manager the user is nas, the password {self.password}.", flush=True)
 
     def end(self):
         self.ending.set()

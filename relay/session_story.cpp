@@ -10,7 +10,7 @@ namespace {
 
 std::string nameOf(SessionStory::Side side)
 {
-    return side == SessionStory::Side::Phone ? "the phone" : "the file browser";
+    return side == SessionStory::Side::Phone ? "the phone" : "the file manager";
 }
 
 } // namespace
@@ -72,7 +72,7 @@ std::shared_ptr<SessionStory> SessionStory::begin(Log& log, const std::string& f
     if (!log.isOn(LogCategory::Connection))
         return nullptr;
     std::shared_ptr<SessionStory> story(new SessionStory(log, finderName));
-    story->tell("the file browser has connected");
+    story->tell("the file manager has connected");
     return story;
 }
 

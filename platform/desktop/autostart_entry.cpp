@@ -95,7 +95,7 @@ std::optional<std::string> autostartText(const std::string& program)
     return "[Desktop Entry]\n"
            "Type=Application\n"
            "Name=Quillbox Helper\n"
-           "Comment=Makes a Quillbox phone appear in the file browser\n"
+           "Comment=Makes a Quillbox phone appear in the file manager\n"
            "Icon=org.quillbox.Helper\n"
            "Exec="
            + quotedForExec(program)

@@ -123,7 +123,7 @@ std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
 {
     const FolderLock lock(folder);
     if (!lock) {
-        problem = "another copy holds the lock of the folder";
+        problem = "another instance holds the lock of the folder";
         return std::nullopt;
     }
     OwnRegistration own;

@@ -109,8 +109,8 @@ public:
                 listen(std::move(*added));
         }
         if (!own)
-            printToStandardError("quillbox-helper: cannot tell whether another copy is running: "
-                                 + problem);
+            printToStandardError(
+                "quillbox-helper: cannot tell whether another instance is running: " + problem);
         self = std::make_shared<ThisProcess>(own ? std::optional(own->launchDate) : std::nullopt);
     }
 

@@ -163,7 +163,7 @@ private:
             [this](const Command::Result& result) {
                 if (result.isSuccess)
                     return open("gio open");
-                printToStandardError("quillbox-helper: no file browser can open " + url);
+                printToStandardError("quillbox-helper: no file manager can open " + url);
                 ended();
             });
     }

@@ -27,9 +27,9 @@ using Item = std::variant<Request, EngineEvent>;
 using ItemMailbox = EngineMailbox<Item>;
 
 constexpr const char* kNoDaemonNotice =
-    "DNS-SD: avahi-daemon is not answering, so this program uses its own multicast DNS responder. "
-    "This desktop's file browsers find servers through avahi-daemon; install it to see the phone "
-    "there (Debian, Ubuntu: sudo apt install avahi-daemon libnss-mdns).";
+    "DNS-SD: avahi-daemon does not answer, so this program uses its embedded engine. File managers "
+    "find servers through avahi-daemon; install it to see the phone there (Debian, Ubuntu: sudo "
+    "apt install avahi-daemon libnss-mdns).";
 
 /// Runs on the automatic engine's thread; owns both engines and the choice between them.
 class AutomaticLoop final {

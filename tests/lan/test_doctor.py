@@ -370,9 +370,9 @@ def test_no_file_browser_for_shares(bare_computer):
     doctor(bare_computer).expect("file-browser", OK, "GVfs can open SMB shares")
     bare_computer.run("mount", "-t", "tmpfs", "tmpfs", "/usr/share/gvfs")
     found = doctor(bare_computer)
-    found.expect("file-browser", WARN, "No file browser here")
+    found.expect("file-browser", WARN, "No file manager here")
     assert "gvfs-backends" in found.advice("file-browser")
-    doctor(bare_computer, DISPLAY=":7").expect("file-browser", FAIL, "No file browser here")
+    doctor(bare_computer, DISPLAY=":7").expect("file-browser", FAIL, "No file manager here")
 
 
 def test_names_of_multicast_dns(bare_computer):

@@ -68,12 +68,12 @@ def test_the_story_of_a_phone_and_a_session_is_told_to_its_end(
         ("advertising", f"{NAME} is being registered"),
         ("advertising", f"{NAME} is advertised, after {DURATION}"),
         ("relay", f"{NAME}: visible after {DURATION}"),
-        ("connection", f"session 1 of {NAME}: the file browser has connected"),
+        ("connection", f"session 1 of {NAME}: the file manager has connected"),
         ("connection", f"session 1 of {NAME}: connecting to the phone"),
         ("connection", f"session 1 of {NAME}: connected to the phone after {DURATION}"),
         (
             "connection",
-            f"session 1 of {NAME}: ended after {DURATION}: the file browser closed the connection; "
+            f"session 1 of {NAME}: ended after {DURATION}: the file manager closed the connection; "
             "8 bytes to the phone, 7 bytes from the phone",
         ),
         ("discovery", f"_quillbox\\._tcp: {NAME} has disappeared after {DURATION}"),

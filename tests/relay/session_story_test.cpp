@@ -130,8 +130,8 @@ TEST_F(SessionStoryTest, numbersSessions)
     EXPECT_THAT(
         log.lines,
         ElementsAre(
-            R"(connection: session 1 of "Quillbox Office": the file browser has connected)",
-            R"(connection: session 2 of "Quillbox Office": the file browser has connected)"));
+            R"(connection: session 1 of "Quillbox Office": the file manager has connected)",
+            R"(connection: session 2 of "Quillbox Office": the file manager has connected)"));
 }
 
 TEST_F(SessionStoryTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
@@ -146,7 +146,7 @@ TEST_F(SessionStoryTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
     dispatch.runAll();
     EXPECT_THAT(log.lines,
                 ElementsAre(R"(connection: session 1 of "Quillbox Office": ended after 1 min 5 s: )"
-                            "the file browser closed the connection; "
+                            "the file manager closed the connection; "
                             "9 bytes to the phone, 15 bytes from the phone"));
 }
 
@@ -174,7 +174,7 @@ TEST_F(SessionStoryTest, tellsTheErrorOfTheSideThatFailed)
         ASSERT_EQ(log.lines.size(), 1U);
         EXPECT_THAT(log.lines[0],
                     testing::HasSubstr((isOfPhone ? ": connection to the phone failed: "
-                                                  : ": connection to the file browser failed: ")
+                                                  : ": connection to the file manager failed: ")
                                        + kReset.message() + "; 0 bytes"));
     }
 }

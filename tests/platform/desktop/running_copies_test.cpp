@@ -194,7 +194,7 @@ TEST_F(RunningCopies, withoutASafePlaceKnowOfNoneAndSaySo)
     ::testing::internal::CaptureStderr();
     const auto copy = start();
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
-                HasSubstr("cannot tell whether another copy is running"));
+                HasSubstr("cannot tell whether another instance is running"));
     EXPECT_EQ(copy->current()->launchDate(), std::nullopt);
     EXPECT_THAT(copy->runningApplications(kIdentifier), SizeIs(0));
     copy->withdraw();

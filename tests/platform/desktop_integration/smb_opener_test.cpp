@@ -266,7 +266,7 @@ TEST_F(SmbOpenerTest, saysInOneLineThatNothingOpensTheUrl)
         return scripts.calls(3).size() > 3;
     }));
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
-              std::string("quillbox-helper: no file browser can open ") + kUrl + '\n');
+              std::string("quillbox-helper: no file manager can open ") + kUrl + '\n');
 }
 
 TEST_F(SmbOpenerTest, goesOnWithoutABus)
