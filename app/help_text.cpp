@@ -5,8 +5,10 @@ namespace quillbox {
 const char* helpText()
 {
     return R"(Usage: quillbox-helper [OPTION]...
-       quillbox-helper COMMAND [PHONE]
-Makes a Quillbox phone on this network appear in the file browser.
+       quillbox-helper status|doctor [--json]
+       quillbox-helper open|manage [PHONE]
+       quillbox-helper restart|quit
+Makes a Quillbox phone on this network appear in the file manager.
 
 Options:
   --hidden          start without showing the window
@@ -24,8 +26,8 @@ Options:
 Commands for the running instance:
   status [--json]   print its status, the phones, the relays and their traffic
   open [PHONE]      open the share of the phone, or of the only phone
-  manage [PHONE]    open the web management of the phone, or of the only phone
-  restart           restart the Finder service
+  manage [PHONE]    open the web management of the phone, or of the only phone that offers it
+  restart           turn "Show Quillbox in Finder" on and restart the relays
   quit              quit the program and wait until it has exited
 
 Other commands:
@@ -38,7 +40,7 @@ Exit status:
   3  Quillbox Helper is not running
   4  the running instance refused the command; the reason is printed
   5  no phone has that name; the phones that were found are listed
-  6  the running instance does not respond, or is a different version
+  6  the running instance does not respond, does not exit, or is a different version
 
 Only one instance runs per user. Starting another one brings the window of the first to the front
 and exits; with --hidden it only exits. Without a display, Quillbox Helper runs without a window and
@@ -62,19 +64,19 @@ Exit status: 0 success, 1 the output could not be written, 2 the command line is
 )";
     case ControlCommand::Open:
         return R"(Usage: quillbox-helper open [PHONE]
-Opens the share of the phone in the file browser, like "Open in Finder". Without PHONE, opens the
+Opens the share of the phone in the file manager, like "Open in Finder". Without PHONE, opens the
 share of the only phone.
 
   -h, --help        show this help and exit
 
-Exit status: 0 handed to the file browser, 2 the command line is invalid, 3 Quillbox Helper is not
-running, 4 refused (the reason is printed), 5 no phone has that name, 6 the running instance does not
-respond.
+Exit status: 0 handed to the file manager, 2 the command line is invalid, 3 Quillbox Helper is not
+running, 4 refused (the reason is printed), 5 no phone has that name, 6 the running instance does
+not respond.
 )";
     case ControlCommand::Manage:
         return R"(Usage: quillbox-helper manage [PHONE]
 Opens the web management of the phone in the browser, like "Open web management". Without PHONE,
-opens that of the only phone with web management.
+opens that of the only phone that offers it.
 
   -h, --help        show this help and exit
 
