@@ -85,7 +85,7 @@ def password_command(configuration):
 
 
 def server_command(configuration):
-    options = ["--foreground", "--no-process-group", "--debug-stdout", "-d2"]
+    options = ["--foreground", "--no-process-group", "--debug-stdout", "-d3"]
     return ["smbd", *options, "-s", configuration]
 
 

@@ -2,9 +2,11 @@
 
 #include <QColor>
 #include <QIconEngine>
+#include <QLibraryInfo>
 #include <QPainter>
 #include <QPixmap>
 #include <QSvgRenderer>
+#include <QVersionNumber>
 #include <algorithm>
 #include <memory>
 #include <optional>
@@ -42,7 +44,9 @@ public:
     void paint(QPainter* painter, const QRect& area, QIcon::Mode mode, QIcon::State state) override
     {
         const qreal scale = painter->device()->devicePixelRatio();
-        painter->drawPixmap(area, scaledPixmap(area.size() * scale, mode, state, scale));
+        QPixmap drawn = pixmap(area.size() * scale, mode, state);
+        drawn.setDevicePixelRatio(scale);
+        painter->drawPixmap(area, drawn);
     }
 
     /// `size` is in device pixels.
@@ -63,10 +67,12 @@ public:
         return result;
     }
 
+    /// `size` is in device-independent pixels since Qt 6.8, and in device pixels before.
     QPixmap scaledPixmap(const QSize& size, QIcon::Mode mode, QIcon::State state,
                          qreal scale) override
     {
-        QPixmap result = pixmap(size, mode, state);
+        const bool isInDevicePixels = QLibraryInfo::version() < QVersionNumber(6, 8);
+        QPixmap result = pixmap(isInDevicePixels ? size : size * scale, mode, state);
         result.setDevicePixelRatio(scale);
         return result;
     }

@@ -4,7 +4,9 @@
 #include "platform/desktop/tray_manager_watch.h"
 
 #include <QGuiApplication>
+#include <QLibraryInfo>
 #include <QTimer>
+#include <QVersionNumber>
 #include <utility>
 
 namespace quillbox {
@@ -21,6 +23,13 @@ bool hasPanels()
 bool hasTrays()
 {
     return QGuiApplication::platformName() == QStringLiteral("xcb");
+}
+
+/// Whether Qt shows items in an X tray while there is a registry for panels, but no panel. Qt 6.4
+/// does, Qt 6.8 registers them there instead; the versions between were not tried.
+bool usesTraysBesideRegistry()
+{
+    return QLibraryInfo::version() < QVersionNumber(6, 5);
 }
 
 class StatusHostWatch final : public StatusHost {
@@ -58,7 +67,7 @@ private:
         case NotifierWatch::State::Absent:
             return hasTray;
         case NotifierWatch::State::Watched:
-            return hasTray && isPatienceOver;
+            return hasTray && isPatienceOver && usesTraysBesideRegistry();
         case NotifierWatch::State::Unknown:
             break;
         }

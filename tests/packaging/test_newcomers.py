@@ -46,7 +46,7 @@ def newcomer(real_root, tmp_path):
         system.close()
 
 
-def test_debian13_runs_tests_and_packages_the_program(newcomer):
+def test_newcomers_on_debian13_run_test_and_package_the_program(newcomer):
     system = newcomer("trixie")
     started = system.dev("run", "--version")
     assert re.search(r"^quillbox-helper [\d.]+$", started, re.MULTILINE)
@@ -68,7 +68,7 @@ def test_debian13_runs_tests_and_packages_the_program(newcomer):
     ],
     ids=["Debian 12, Clang", "Debian 13, GCC 13", "Debian 13, Clang"],
 )
-def test_another_compiler_builds_everything_without_a_warning(
+def test_newcomers_with_another_compiler_build_everything_without_a_warning(
     newcomer, release, compiler, package, libraries
 ):
     system = newcomer(release)

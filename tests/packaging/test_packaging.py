@@ -155,6 +155,7 @@ def test_the_metainfo_names_this_version():
 def test_the_manual_page_is_sound():
     path = f"{PACKAGING}/quillbox-helper.1"
     environment = dict(os.environ, LC_ALL="C.UTF-8", MANROFFSEQ="", MANWIDTH="80")
+    need("man")
     done = subprocess.run(
         ["man", "--warnings", "-E", "UTF-8", "-l", "-Tutf8", "-Z", path],
         capture_output=True,

@@ -56,8 +56,15 @@ protected:
         }
     }
 
+    /// Moves the pointer before, as Qt ignores a click where the menu popped up under the pointer.
     static void click(QMenu& menu, const QPoint& position)
     {
+        for (int step = 8; step >= 0; --step) {
+            const QPoint on(position.x() - step, position.y());
+            QMouseEvent event(QEvent::MouseMove, on, menu.mapToGlobal(on), Qt::NoButton,
+                              Qt::NoButton, Qt::NoModifier);
+            QApplication::sendEvent(&menu, &event);
+        }
         for (const auto type : {QEvent::MouseButtonPress, QEvent::MouseButtonRelease}) {
             QMouseEvent event(type, position, menu.mapToGlobal(position), Qt::LeftButton,
                               type == QEvent::MouseButtonPress ? Qt::LeftButton : Qt::NoButton,

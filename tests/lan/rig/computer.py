@@ -131,11 +131,13 @@ class Computer(Host):
     def helper_processes(self):
         """The process ids of all instances of the program in this host, their children included."""
         mine = os.readlink(f"/proc/{self.pid}/ns/net")
+        program = os.stat(PROGRAM)
         found = []
         for entry in os.listdir("/proc"):
             try:
                 if entry.isdigit() and os.readlink(f"/proc/{entry}/ns/net") == mine:
-                    if os.readlink(f"/proc/{entry}/exe").startswith(PROGRAM):
+                    # Not by path, which in a chroot is another one for processes of this host.
+                    if os.path.samestat(os.stat(f"/proc/{entry}/exe"), program):
                         found.append(int(entry))
             except OSError:
                 continue

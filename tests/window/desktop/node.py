@@ -5,7 +5,8 @@ class Node:
     """One element: role, name, states, place on the screen, and children."""
 
     def __init__(self, told, parent=None):
-        self.role = told["role"]
+        # at-spi2-core 2.54 changed the name of the role.
+        self.role = {"button": "push button"}.get(told["role"], told["role"])
         self.name = told["name"]
         self.description = told["description"]
         self.states = set(told["states"])
