@@ -17,13 +17,23 @@ const ServiceEndpoint kAdmin{.name = "Quillbox Office",
                              .domain = "local",
                              .interface = "eth0"};
 
+/// The same address without its end: of the same family, but without a numeric form.
+SocketAddress cutShort(SocketAddress address)
+{
+    address.resize(address.size() / 2);
+    return address;
+}
+
 class ManagementResolverTest : public testing::Test {
 protected:
     std::shared_ptr<ManagementResolver> resolverFor(const Endpoint& endpoint)
     {
         return std::make_shared<ManagementResolver>(
-            network, endpoint,
-            [this](const std::optional<std::string>& url) { results.push_back(url); });
+            network, endpoint, [this](const std::optional<std::string>& url) {
+                results.push_back(url);
+                if (!network.netServices.empty())
+                    wasDetached = service().stops == 1 && !service().hasHandlers;
+            });
     }
 
     FakeNetService::Record& service() { return *network.netServices.back(); }
@@ -31,6 +41,7 @@ protected:
     FakeDispatch dispatch;
     FakeNetwork network{dispatch};
     std::vector<std::optional<std::string>> results;
+    bool wasDetached = false; ///< whether the last result came from a stopped service
     std::shared_ptr<ManagementResolver> resolver = resolverFor(kAdmin);
 };
 
@@ -60,6 +71,36 @@ TEST_F(ManagementResolverTest, triesIPv4AddressesBeforeAllOthers)
                              443);
     dispatch.runAll();
     EXPECT_THAT(results, ElementsAre("https://192.0.2.1:443/"));
+}
+
+TEST_F(ManagementResolverTest, triesTheSecondIPv4AddressBeforeTheFirstIPv6Address)
+{
+    resolver->start();
+    service().object->finish({ipv6Address("2001:db8::1"), cutShort(ipv4Address("192.0.2.1")),
+                              ipv6Address("2001:db8::2"), ipv4Address("192.0.2.2")},
+                             443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.2:443/"));
+}
+
+TEST_F(ManagementResolverTest, triesIPv6AddressesInTheirOrderWhenNoIPv4AddressWorks)
+{
+    resolver->start();
+    service().object->finish({ipv6Address("2001:db8::1"), cutShort(ipv4Address("192.0.2.1")),
+                              ipv6Address("2001:db8::2"), cutShort(ipv4Address("192.0.2.2"))},
+                             443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::1]:443/"));
+}
+
+TEST_F(ManagementResolverTest, triesTheSecondIPv6AddressLast)
+{
+    resolver->start();
+    service().object->finish({cutShort(ipv6Address("2001:db8::1")),
+                              cutShort(ipv4Address("192.0.2.1")), ipv6Address("2001:db8::2")},
+                             443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::2]:443/"));
 }
 
 TEST_F(ManagementResolverTest, skipsAddressesThatHaveNoNumericForm)
@@ -104,23 +145,51 @@ TEST_F(ManagementResolverTest, reportsNoneAtOnceForAnEndpointThatIsNoService)
     EXPECT_EQ(network.netServices.size(), 1U);
 }
 
-TEST_F(ManagementResolverTest, reportsOnceOnly)
+TEST_F(ManagementResolverTest, reportsOnceThoughTheServiceReportsTwice)
 {
     resolver->start();
     service().object->finish({ipv4Address("192.0.2.7")}, 443);
     service().object->fail();
     dispatch.runAll();
-    EXPECT_EQ(results.size(), 1U);
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.7:443/"));
+}
+
+TEST_F(ManagementResolverTest, reportsAFailureOnceThoughTheServiceResolvesLater)
+{
+    resolver->start();
+    service().object->fail();
+    service().object->finish({ipv4Address("192.0.2.7")}, 443);
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(ManagementResolverTest, detachesFromTheServiceBeforeItReports)
+{
+    resolver->start();
+    EXPECT_TRUE(service().hasHandlers);
+    service().object->finish({ipv4Address("192.0.2.7")}, 443);
+    dispatch.runAll();
+    EXPECT_TRUE(wasDetached);
+}
+
+TEST_F(ManagementResolverTest, detachesFromTheServiceBeforeItReportsAFailure)
+{
+    resolver->start();
+    service().object->fail();
+    dispatch.runAll();
+    EXPECT_TRUE(wasDetached);
 }
 
 TEST_F(ManagementResolverTest, reportsNothingAfterItIsCancelled)
 {
     resolver->start();
     service().object->finish({ipv4Address("192.0.2.7")}, 443);
+    service().object->fail();
     resolver->cancel();
+    EXPECT_EQ(service().stops, 1);
+    EXPECT_FALSE(service().hasHandlers);
     dispatch.runAll();
     EXPECT_THAT(results, IsEmpty());
-    EXPECT_GE(service().stops, 1);
 }
 
 TEST_F(ManagementResolverTest, cancelsWithoutAServiceToStop)

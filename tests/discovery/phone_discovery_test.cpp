@@ -27,6 +27,11 @@ protected:
     PhoneDiscoveryTest()
     {
         network.log = &log;
+        watch();
+    }
+
+    void watch()
+    {
         discovery->resultChanged = [this](const std::vector<DiscoveredDevice>& devices) {
             lists.push_back(devices);
         };
@@ -215,9 +220,13 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenNobodyListens)
 {
     discovery->resultChanged = nullptr;
     discovery->start();
-    browser().deliver({phone("Quillbox")});
+    browser().deliver({phone("Quillbox A")});
+    EXPECT_NO_THROW(dispatch.runAll());
+    watch();
+    browser().deliver({phone("Quillbox B")});
     dispatch.runAll();
-    EXPECT_THAT(lists, IsEmpty());
+    EXPECT_THAT(lists,
+                ElementsAre(ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"})));
 }
 
 TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)

@@ -178,14 +178,11 @@ void FakeListener::cancel()
 
 void FakeListener::report(State state, std::error_code error)
 {
-    if (!queue)
-        return;
-    // The handlers are destroyed with the listener; reports that are still queued do nothing then.
-    queue->async([weak = weak_from_this(), state, error] {
-        const auto self = weak.lock();
-        if (self && self->stateHandler_)
-            self->stateHandler_(state, error);
-    });
+    if (queue)
+        queue->async([handler = stateHandler_, state, error] {
+            if (handler)
+                handler(state, error);
+        });
 }
 
 void FakeListener::accept(std::shared_ptr<Connection> connection)
@@ -193,6 +190,11 @@ void FakeListener::accept(std::shared_ptr<Connection> connection)
     queue->async([handler = connectionHandler_, connection = std::move(connection)] {
         handler(connection);
     });
+}
+
+void FakeListener::acceptAtOnce(std::shared_ptr<Connection> connection)
+{
+    connectionHandler_(std::move(connection));
 }
 
 FakeBrowser::FakeBrowser(std::string browsedType, const TcpParameters& browserParameters)
@@ -249,7 +251,7 @@ FakeNetService::FakeNetService(std::shared_ptr<DispatchQueue> mainQueue,
 
 FakeNetService::~FakeNetService()
 {
-    handlers_->isReported = true;
+    setHandlers({}, {});
     record_->isDestroyed = true;
     record_->object = nullptr;
 }
@@ -258,6 +260,7 @@ void FakeNetService::setHandlers(DidResolveHandler didResolve, DidNotResolveHand
 {
     handlers_->didResolve = std::move(didResolve);
     handlers_->didNotResolve = std::move(didNotResolve);
+    record_->hasHandlers = handlers_->didResolve || handlers_->didNotResolve;
 }
 
 void FakeNetService::resolve(std::chrono::milliseconds timeout)
@@ -268,7 +271,6 @@ void FakeNetService::resolve(std::chrono::milliseconds timeout)
 void FakeNetService::stop()
 {
     ++record_->stops;
-    handlers_->isReported = true;
 }
 
 void FakeNetService::finish(std::vector<SocketAddress> addresses, std::uint16_t port)
@@ -286,8 +288,6 @@ void FakeNetService::fail()
 void FakeNetService::post(bool isResolved)
 {
     mainQueue_->async([handlers = handlers_, isResolved] {
-        if (std::exchange(handlers->isReported, true))
-            return;
         const auto handler = isResolved ? handlers->didResolve : handlers->didNotResolve;
         if (handler)
             handler();

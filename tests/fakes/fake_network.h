@@ -77,7 +77,7 @@ private:
 };
 
 /// A listener whose events come from a test.
-class FakeListener final : public Listener, public std::enable_shared_from_this<FakeListener> {
+class FakeListener final : public Listener {
 public:
     FakeListener(const TcpParameters& listenerParameters, std::uint16_t listenerPort);
 
@@ -90,9 +90,13 @@ public:
     void start(std::shared_ptr<DispatchQueue> startQueue) override;
     void cancel() override;
 
-    /// Queues a state report, or an accepted connection.
+    /// Queues a state report, or an accepted connection. Both arrive even if the listener has been
+    /// destroyed by then.
     void report(State state, std::error_code error = {});
     void accept(std::shared_ptr<Connection> connection);
+
+    /// Hands over an accepted connection before all work that is pending on the queue.
+    void acceptAtOnce(std::shared_ptr<Connection> connection);
 
     TcpParameters parameters;
     std::uint16_t port = 0;
@@ -136,13 +140,15 @@ private:
     StateUpdateHandler stateHandler_;
 };
 
-/// A resolution whose result comes from a test. Its `Record` outlives it.
+/// A resolution whose results come from a test. It reports every result to the handlers that are
+/// set by then, also after the first result and after `stop`. Its `Record` outlives it.
 class FakeNetService final : public NetService {
 public:
     struct Record {
         ServiceEndpoint service;
         std::optional<std::chrono::milliseconds> timeout; ///< set by `resolve`
         int stops = 0;
+        bool hasHandlers = false;
         bool isDestroyed = false;
         FakeNetService* object = nullptr;
     };
@@ -169,7 +175,6 @@ private:
     struct Handlers {
         DidResolveHandler didResolve;
         DidNotResolveHandler didNotResolve;
-        bool isReported = false;
     };
 
     const std::shared_ptr<DispatchQueue> mainQueue_;

@@ -47,6 +47,18 @@ protected:
         return connection;
     }
 
+    /// Whether bytes of the file browser reach the phone. Opens the phone's side.
+    bool isRelaying(FakeConnection& incoming, FakeConnection& outgoing)
+    {
+        outgoing.report(Connection::State::Ready);
+        dispatch.runAll();
+        if (!incoming.isReceiving)
+            return false;
+        incoming.deliver("alive");
+        dispatch.runAll();
+        return outgoing.sent == std::vector<std::string>{"alive"};
+    }
+
     FakeDispatch dispatch;
     FakeNetwork network{dispatch};
     std::vector<std::string> log;
@@ -209,11 +221,14 @@ TEST_F(FinderRelayTest, joinsAnAcceptedConnectionWithOneToTheTarget)
 TEST_F(FinderRelayTest, servesManyConnectionsAtOnce)
 {
     start();
+    std::vector<std::shared_ptr<FakeConnection>> accepted;
     for (int count = 0; count < 100; ++count)
-        accept();
-    EXPECT_EQ(network.connections.size(), 100U);
-    for (const auto& connection : network.connections)
-        EXPECT_EQ(connection->cancels, 0);
+        accepted.push_back(accept());
+    ASSERT_EQ(network.connections.size(), 100U);
+    for (std::size_t index = 0; index < accepted.size(); ++index) {
+        EXPECT_TRUE(isRelaying(*accepted[index], *network.connections[index])) << index;
+        EXPECT_EQ(accepted[index]->cancels + network.connections[index]->cancels, 0) << index;
+    }
 }
 
 TEST_F(FinderRelayTest, cancelsEverySessionOnceAndReportsNothingWhenItStops)
@@ -287,6 +302,7 @@ TEST_F(FinderRelayTest, keepsTheOtherSessionsWhenOneEnds)
     EXPECT_EQ(first->cancels, 1);
     EXPECT_EQ(second->cancels, 0);
     EXPECT_EQ(network.connections.at(1)->cancels, 0);
+    EXPECT_TRUE(isRelaying(*second, *network.connections.at(1)));
 }
 
 TEST_F(FinderRelayTest, aStopRemovesNoSessionOfALaterStart)
@@ -297,13 +313,10 @@ TEST_F(FinderRelayTest, aStopRemovesNoSessionOfALaterStart)
     relay->start(kPhone, "a phone", "Quillbox Office");
     dispatch.queue(0)->runTurn(); // stop and start; the removals of the stop are still pending
     const auto incoming = network.makeAcceptedConnection();
-    listener().accept(incoming);
-    dispatch.runAll();
-    network.connections.back()->report(Connection::State::Ready);
-    dispatch.runAll();
-    incoming->deliver("alive");
-    dispatch.runAll();
-    EXPECT_THAT(network.connections.back()->sent, ElementsAre("alive"));
+    listener().acceptAtOnce(incoming);
+    dispatch.runAll(); // the removals, with the new session in the table
+    EXPECT_EQ(incoming->cancels, 0);
+    EXPECT_TRUE(isRelaying(*incoming, *network.connections.back()));
 }
 
 TEST_F(FinderRelayTest, cancelsAConnectionThatArrivesWhenItIsGone)
@@ -321,11 +334,15 @@ TEST_F(FinderRelayTest, cancelsAConnectionThatArrivesWhenItIsGone)
 TEST_F(FinderRelayTest, ignoresAListenerThatIsGoneWhenItsReportRuns)
 {
     start();
+    const std::weak_ptr<FakeListener> stopped = network.listeners.back();
+    relay->stop(); // destroys the listener; queued after it:
     listener().report(Listener::State::Ready);
-    relay->start(kPhone, "a phone", "Quillbox B");
+    listener().report(Listener::State::Failed, kNotPermitted);
     network.listeners.clear();
+    dispatch.queue(0)->runOne();
+    ASSERT_TRUE(stopped.expired());
     dispatch.runAll();
-    EXPECT_THAT(reports, ElementsAre("ready: Quillbox Office is visible in Finder"));
+    EXPECT_THAT(reports, IsEmpty());
 }
 
 TEST_F(FinderRelayTest, dropsReportsSilentlyWhenNobodyListens)
@@ -333,8 +350,12 @@ TEST_F(FinderRelayTest, dropsReportsSilentlyWhenNobodyListens)
     relay->statusChanged = nullptr;
     start();
     listener().report(Listener::State::Ready);
+    EXPECT_NO_THROW(dispatch.runAll());
+    watch();
+    listener().report(Listener::State::Failed, kNotPermitted);
     dispatch.runAll();
-    EXPECT_THAT(reports, IsEmpty());
+    EXPECT_THAT(reports,
+                ElementsAre("not ready: Finder service failed: " + kNotPermitted.message()));
 }
 
 TEST_F(FinderRelayTest, dropsReportsWhenItIsGone)

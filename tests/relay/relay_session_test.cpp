@@ -113,21 +113,24 @@ TEST_F(RelaySessionTest, endsOnceWhenThePhoneRefuses)
     EXPECT_TRUE(session->isFinished());
 }
 
-TEST_F(RelaySessionTest, endsWhenEitherSideIsCancelled)
+TEST_F(RelaySessionTest, endsWhenTheFileBrowsersSideIsCancelled)
 {
-    for (const bool incomingEnds : {true, false}) {
-        RelaySessionTest::ends = 0;
-        auto first = network.makeAcceptedConnection();
-        auto second = network.makeAcceptedConnection();
-        auto other = std::make_shared<RelaySession>(first, second);
-        other->onEnd = [this] { ++ends; };
-        other->start(queue);
-        (incomingEnds ? first : second)->report(State::Cancelled);
-        dispatch.runAll();
-        EXPECT_EQ(first->cancels, 1);
-        EXPECT_EQ(second->cancels, 1);
-        EXPECT_EQ(ends, 1);
-    }
+    start();
+    incoming->report(State::Cancelled);
+    dispatch.runAll();
+    EXPECT_EQ(incoming->cancels, 1);
+    EXPECT_EQ(outgoing->cancels, 1);
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(RelaySessionTest, endsWhenThePhonesSideIsCancelled)
+{
+    start();
+    outgoing->report(State::Cancelled);
+    dispatch.runAll();
+    EXPECT_EQ(incoming->cancels, 1);
+    EXPECT_EQ(outgoing->cancels, 1);
+    EXPECT_EQ(ends, 1);
 }
 
 TEST_F(RelaySessionTest, ignoresEveryOtherState)
@@ -271,7 +274,7 @@ TEST_F(RelaySessionTest, armsNothingWhenACompletionArrivesAfterTheEnd)
     EXPECT_EQ(ends, 1);
 }
 
-TEST_F(RelaySessionTest, armsNothingWhenASendCompletesAfterTheEnd)
+TEST_F(RelaySessionTest, armsNothingWhenTheEndAbortsASend)
 {
     startPumping();
     incoming->deliver("chunk");
@@ -279,6 +282,24 @@ TEST_F(RelaySessionTest, armsNothingWhenASendCompletesAfterTheEnd)
     session->finish(); // completes the pending send with an error
     dispatch.runAll();
     EXPECT_EQ(incoming->receives, 1);
+    EXPECT_EQ(ends, 1);
+}
+
+TEST_F(RelaySessionTest, sendsNothingMoreWhenASendCompletesAfterTheEnd)
+{
+    startPumping();
+    incoming->deliver("chunk");
+    dispatch.runAll();
+    // The send has succeeded before the session ends, but its completion runs after that.
+    queue->async([this] { session->finish(); });
+    outgoing->completeSend();
+    dispatch.runAll();
+    if (incoming->isReceiving)
+        incoming->deliver("late");
+    dispatch.runAll();
+    EXPECT_THAT(outgoing->sent, ElementsAre("chunk"));
+    EXPECT_EQ(incoming->cancels, 1);
+    EXPECT_EQ(outgoing->cancels, 1);
     EXPECT_EQ(ends, 1);
 }
 
