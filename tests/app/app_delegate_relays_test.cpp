@@ -25,6 +25,9 @@ protected:
         delegate->portField.setText(port);
     }
 
+    /// Makes the report of the phone discovery pending on the main queue.
+    void runDiscovery() { std::static_pointer_cast<FakeQueue>(phoneBrowser().queue)->run(); }
+
     void restart()
     {
         delegate->restartRelay();
@@ -297,6 +300,34 @@ TEST_F(AppDelegateRelays, aListenerThatCannotBeOpenedIsReported)
     findPhones({phoneNamed("Quillbox A")});
     EXPECT_EQ(statusText(), "Could not start Finder service: " + failure.message());
     EXPECT_FALSE(isStatusReady());
+}
+
+TEST_F(AppDelegateRelays, aRelayThatWasReplacedIsNotTakenForItsSuccessor)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A", "one")});
+    // The relay becomes ready after the phone has moved, but before its stop takes effect.
+    phoneBrowser().deliver({phoneNamed("Quillbox A", "two")});
+    runDiscovery();
+    network.listeners.at(0)->report(Listener::State::Ready);
+    dispatch.queue(dispatch.queueCount() - 1)->run();
+    dispatch.runAll();
+    EXPECT_EQ(network.listeners.at(0)->cancels, 1);
+    EXPECT_THAT(delegate->readyFinderNames, IsEmpty());
+    EXPECT_EQ(statusText(), "Connecting 1 Quillbox device…");
+}
+
+TEST_F(AppDelegateRelays, aFailureOfARetiredRelayIsNotShown)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    phoneBrowser().deliver({phoneNamed("Quillbox A")});
+    runDiscovery();
+    network.listeners.at(1)->report(Listener::State::Failed, failure);
+    dispatch.queue(dispatch.queueCount() - 1)->run();
+    dispatch.runAll();
+    EXPECT_THAT(runningNames(), ElementsAre("Quillbox A"));
+    EXPECT_EQ(statusText(), "Connecting 1 Quillbox device…");
 }
 
 TEST_F(AppDelegateRelays, whatAStoppedRelayStillHadToSayIsNotHeard)

@@ -277,6 +277,16 @@ TEST_F(AppDelegateSettings, checkBoxesStoredAsTextsCountAsOn)
     EXPECT_EQ(statusText(), "Looking for Quillbox on this network…");
 }
 
+TEST_F(AppDelegateSettings, fieldsStoredAsOtherTypesGetTheDefaults)
+{
+    defaults.values = {{"host", true}, {"port", false}, {"share", true}, {"user", false}};
+    create();
+    EXPECT_EQ(delegate->hostField.text(), QString());
+    EXPECT_EQ(delegate->portField.text(), QStringLiteral("4445"));
+    EXPECT_EQ(delegate->shareField.text(), QStringLiteral("NAS"));
+    EXPECT_EQ(delegate->userField.text(), QStringLiteral("nas"));
+}
+
 TEST_F(AppDelegateSettings, theManualTargetIsOneOfTheFieldsAndNotOfTheStore)
 {
     launchManually();

@@ -43,6 +43,14 @@ protected:
         dispatch.runAll();
     }
 
+    /// Keeps the answers to a request in `answers`.
+    AppDelegate::ManagementTold listener()
+    {
+        return [this](const std::optional<std::string>& refusal) { answers.push_back(refusal); };
+    }
+
+    std::vector<std::optional<std::string>> answers;
+
     static QByteArray asData(const std::string& name) { return QByteArray::fromStdString(name); }
 };
 
@@ -137,6 +145,39 @@ TEST_F(AppDelegateWebManagement, setsNoStatusForTheFirstOfTwoRequests)
     delegate->openManagement();
     dispatch.runAll();
     EXPECT_TRUE(isStatusMarked());
+}
+
+TEST_F(AppDelegateWebManagement, answersARequestOnceWhenThePageIsOpened)
+{
+    launchWithPages({adminNamed("Quillbox A")});
+    delegate->resolveManagement(adminNamed("Quillbox A"), listener());
+    EXPECT_THAT(answers, IsEmpty());
+    resolve(0, "192.0.2.1", 1);
+    EXPECT_THAT(answers, ElementsAre(std::nullopt));
+    delegate->openManagement();
+    resolve(1, "192.0.2.1", 1);
+    EXPECT_EQ(answers.size(), 1U);
+}
+
+TEST_F(AppDelegateWebManagement, answersARequestOnceWhenThePageCannotBeResolved)
+{
+    launchWithPages({adminNamed("Quillbox A")});
+    delegate->resolveManagement(adminNamed("Quillbox A"), listener());
+    failToResolve(0);
+    EXPECT_THAT(answers, ElementsAre(kNotResolved));
+    delegate->openManagement();
+    failToResolve(1);
+    EXPECT_EQ(answers.size(), 1U);
+}
+
+TEST_F(AppDelegateWebManagement, answersARequestThatAnotherOneReplaces)
+{
+    launchWithPages({adminNamed("Quillbox A")});
+    delegate->resolveManagement(adminNamed("Quillbox A"), listener());
+    delegate->openManagement();
+    EXPECT_THAT(answers, ElementsAre("Another request to open web management came after this one"));
+    resolve(1, "192.0.2.1", 1);
+    EXPECT_EQ(answers.size(), 1U);
 }
 
 TEST_F(AppDelegateWebManagement, anItemResolvesThePhoneOfItsName)

@@ -148,6 +148,39 @@ const std::vector<Case>& cases()
              f.system.firewall.firewalld = Seen::Yes;
          },
          "multicast", Result::Fail, "nothing arrives", "--add-service=mdns"},
+        {"oneFamilyCannotBeSent",
+         [](auto& f) {
+             f.system.interfaces.front().ipv6 = unsent(std::errc::operation_not_permitted);
+         },
+         "multicast", Result::Warn, "IPv6 multicast cannot be sent on eth0", "drops outgoing"},
+        {"bothFamiliesInTrouble",
+         [](auto& f) {
+             changeMulticast(f, kDeaf);
+             f.system.interfaces.front().ipv4 = unsent(std::errc::operation_not_permitted);
+         },
+         "multicast", Result::Fail, "IPv4 multicast cannot be sent on eth0", "drops outgoing"},
+        {"hostsCountedByIPv4", [](auto& f) { f.system.interfaces.front().ipv6.hostsAnswered = 5; },
+         "multicast", Result::Ok, "works on eth0; 1 other host answered", ""},
+        {"hostsCountedByIPv6Alone",
+         [](auto& f) {
+             f.system.interfaces.front().ipv4 = {};
+             f.system.interfaces.front().ipv6.hostsAnswered = 5;
+         },
+         "multicast", Result::Ok, "works on eth0; 5 other hosts answered", ""},
+        {"vpnWithoutMulticast", [](auto& f) { f.system.interfaces.push_back(vpn()); }, "multicast",
+         Result::Ok, "works on eth0", ""},
+        {"interfaceWithoutAddressIsNotTried",
+         [](auto& f) { f.system.interfaces.push_back({.name = "wlan0", .isRunning = true}); },
+         "multicast", Result::Ok, "works on eth0", ""},
+        {"hostsBehindAVpnAreNoNeighbours",
+         [](auto& f) {
+             changeMulticast(f, {.isTried = true, .isOwnHeard = true});
+             f.system.phones.phones.clear();
+             f.system.interfaces.push_back(vpn());
+             f.system.interfaces.back().ipv4.hostsHeard = 2;
+             f.system.interfaces.back().neighbours = 4;
+         },
+         "other-hosts", Result::Warn, "3 other hosts on the network", "client isolation"},
         {"oneFamilyKeptOut", [](auto& f) { f.system.interfaces.front().ipv6 = kDeaf; }, "multicast",
          Result::Warn, "IPv6 multicast DNS is sent on eth0", "Allow incoming UDP 5353"},
         {"portKeptByAnother",
@@ -228,6 +261,15 @@ const std::vector<Case>& cases()
          },
          "firewall", Result::Fail, "A packet filter rule drops UDP 5353",
          "sudo nft -a list ruleset"},
+        {"ruleAgainstMulticastElsewhere",
+         [](auto& f) { f.system.firewall.dropsInput = f.system.firewall.dropsMulticastDns = true; },
+         "firewall", Result::Ok, "The packet filter is on and allows multicast DNS", ""},
+        {"ruleAgainstMulticastUntried",
+         [](auto& f) {
+             f.system.interfaces.clear();
+             f.system.firewall.dropsInput = f.system.firewall.dropsMulticastDns = true;
+         },
+         "firewall", Result::Fail, "A packet filter rule drops UDP 5353", "sudo nft"},
         {"rulesThatKeepOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
@@ -398,6 +440,21 @@ TEST(Doctor, findsNothingWhereAllIsWell)
         EXPECT_EQ(each.advice, "");
     }
     EXPECT_EQ(exitStatusOf(findings), exit_status::kDone);
+}
+
+TEST(Doctor, reportsTheRulesOfAFirewallProgramUnderItsNameOnly)
+{
+    for (const auto program : {&FirewallFacts::ufw, &FirewallFacts::firewalld}) {
+        auto facts = soundFacts();
+        facts.system.firewall.*program = Seen::Yes;
+        facts.system.firewall.dropsInput = true;
+        facts.system.firewall.dropsOutput = true;
+        const auto findings = diagnose(facts);
+        EXPECT_EQ(std::count_if(findings.begin(), findings.end(),
+                                [](const Finding& each) { return each.check == "firewall"; }),
+                  1)
+            << plainText(findings);
+    }
 }
 
 TEST(Doctor, tellsOfEachCheckWhateverIsKnown)

@@ -1,6 +1,7 @@
 #include "app/helper_status.h"
 #include "platform/text.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <algorithm>
@@ -96,6 +97,33 @@ TEST(HelperStatus, asJsonGivesATerminalNothingToActUponEither)
                 HasSubstr(R"(\u001b[2J\r\n\u007f\u009b31m\u202e\u2066\u2028\udb40\udc41\"\\)"));
     EXPECT_EQ(json.back(), '\n');
     EXPECT_THAT(jsonText(statusWith("Quillbox K\u00fcche")), HasSubstr("Quillbox K\u00fcche"));
+}
+
+TEST(HelperStatus, isNotReadFromJsonWithAnEntryThatIsUnsound)
+{
+    const QJsonObject sound = parsed(jsonText(statusWith("Quillbox")));
+    ASSERT_TRUE(helperStatusIn(sound));
+    for (const char* list : {"phones", "relays"}) {
+        const auto withEntry = [&](const QJsonValue& entry) {
+            QJsonObject object = sound;
+            object[QLatin1String(list)] = QJsonArray{entry};
+            return helperStatusIn(object);
+        };
+        const QJsonObject entry = sound[QLatin1String(list)].toArray().first().toObject();
+        EXPECT_TRUE(withEntry(entry)) << list;
+        for (const QString& key : entry.keys()) {
+            QJsonObject changed = entry;
+            changed.remove(key);
+            EXPECT_FALSE(withEntry(changed)) << list << " without " << key.toStdString();
+            changed[key] = QJsonArray();
+            EXPECT_FALSE(withEntry(changed)) << list << " with a list as " << key.toStdString();
+        }
+        QJsonObject larger = entry;
+        larger[QStringLiteral("more")] = true;
+        EXPECT_FALSE(withEntry(larger)) << list;
+        EXPECT_FALSE(withEntry(QStringLiteral("Quillbox"))) << list;
+        EXPECT_FALSE(withEntry(QJsonObject())) << list;
+    }
 }
 
 TEST(HelperStatus, asJsonIsUtf8EvenWhenANameIsNot)

@@ -81,6 +81,12 @@ TEST_F(PhoneDiscoveryTest, browsesItsTypeWithPeerToPeerLinks)
     EXPECT_EQ(browser().queue, dispatch.queue(0));
 }
 
+TEST_F(PhoneDiscoveryTest, installsBothHandlersBeforeItStartsTheBrowser)
+{
+    discovery->start();
+    EXPECT_TRUE(browser().wasPrepared);
+}
+
 TEST_F(PhoneDiscoveryTest, reportsAnEmptyListWhenTheLastPhoneGoes)
 {
     EXPECT_THAT(namesFor({phone("Quillbox")}), ElementsAre("Quillbox"));

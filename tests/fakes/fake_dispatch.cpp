@@ -16,6 +16,8 @@ FakeQueue::FakeQueue(FakeDispatch& dispatch, std::string label, QualityOfService
 
 void FakeQueue::async(Work work)
 {
+    if (dispatch_.added)
+        dispatch_.added(label_);
     state_->work.push_back(std::move(work));
 }
 

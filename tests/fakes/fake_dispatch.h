@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <deque>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -74,6 +75,9 @@ public:
     /// Advances the clock. Delayed closures are queued in the order of their due times, and all
     /// queues run after each.
     void advance(std::chrono::milliseconds duration);
+
+    /// If set, called when a closure is added to a queue, with the queue's label.
+    std::function<void(const std::string& label)> added;
 
     /// The clock: time since the start of the test.
     std::chrono::milliseconds now() const { return now_; }

@@ -164,6 +164,7 @@ void FakeListener::start(std::shared_ptr<DispatchQueue> startQueue)
 {
     if (log)
         log->push_back("listener.start " + service->name);
+    wasPrepared = service && connectionHandler_ && stateHandler_;
     queue = std::move(startQueue);
     isStarted = true;
 }
@@ -216,6 +217,7 @@ void FakeBrowser::start(std::shared_ptr<DispatchQueue> startQueue)
 {
     if (log)
         log->push_back("browser.start " + type);
+    wasPrepared = resultsHandler_ && stateHandler_;
     queue = std::move(startQueue);
     isStarted = true;
 }
@@ -271,6 +273,8 @@ void FakeNetService::resolve(std::chrono::milliseconds timeout)
 void FakeNetService::stop()
 {
     ++record_->stops;
+    if (record_->log)
+        record_->log->emplace_back("netService.stop");
 }
 
 void FakeNetService::finish(std::vector<SocketAddress> addresses, std::uint16_t port)
@@ -336,6 +340,8 @@ std::shared_ptr<Connection> FakeNetwork::makeConnection(const Endpoint& endpoint
 
 std::shared_ptr<Browser> FakeNetwork::makeBrowser(std::string type, const TcpParameters& parameters)
 {
+    if (makingBrowser)
+        makingBrowser(type);
     auto browser = std::make_shared<FakeBrowser>(std::move(type), parameters);
     browser->log = log;
     browsers.push_back(browser);
@@ -346,6 +352,7 @@ std::unique_ptr<NetService> FakeNetwork::makeNetService(const ServiceEndpoint& s
 {
     auto record = std::make_shared<FakeNetService::Record>();
     record->service = service;
+    record->log = log;
     netServices.push_back(record);
     return std::make_unique<FakeNetService>(dispatch_.mainQueue(), record);
 }

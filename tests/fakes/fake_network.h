@@ -103,6 +103,7 @@ public:
     std::optional<ServiceRegistration> service;
     std::shared_ptr<DispatchQueue> queue;
     bool isStarted = false;
+    bool wasPrepared = false; ///< had its service and both handlers when it was started
     int cancels = 0;
     std::vector<std::string>* log = nullptr;
 
@@ -132,6 +133,7 @@ public:
     TcpParameters parameters;
     std::shared_ptr<DispatchQueue> queue;
     bool isStarted = false;
+    bool wasPrepared = false; ///< had both handlers when it was started
     int cancels = 0;
     std::vector<std::string>* log = nullptr;
 
@@ -151,6 +153,7 @@ public:
         bool hasHandlers = false;
         bool isDestroyed = false;
         FakeNetService* object = nullptr;
+        std::vector<std::string>* log = nullptr; ///< if set, records "netService.stop"
     };
 
     FakeNetService(std::shared_ptr<DispatchQueue> mainQueue, std::shared_ptr<Record> record);
@@ -211,6 +214,9 @@ public:
 
     /// If set, makeListener fails with it.
     std::error_code listenerError;
+
+    /// If set, called with the type before a browser is made.
+    std::function<void(const std::string& type)> makingBrowser;
 
     std::vector<std::shared_ptr<FakeListener>> listeners;
     std::vector<std::shared_ptr<FakeConnection>> connections;

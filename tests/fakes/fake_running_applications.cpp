@@ -27,17 +27,23 @@ bool FakeRunningApplication::waitForEnd(std::chrono::milliseconds limit)
 std::vector<std::shared_ptr<RunningApplication>>
 FakeRunningApplications::runningApplications(const std::string& bundleIdentifier)
 {
+    if (log)
+        log->emplace_back("applications.query");
     questions.push_back(bundleIdentifier);
     return copies[bundleIdentifier];
 }
 
 void FakeRunningApplications::setActivationHandler(ActivationHandler newHandler)
 {
+    if (log)
+        log->emplace_back("applications.setActivationHandler");
     handler = std::move(newHandler);
 }
 
 void FakeRunningApplications::setMessageHandler(MessageHandler newHandler)
 {
+    if (log)
+        log->emplace_back("applications.setMessageHandler");
     messageHandler = std::move(newHandler);
 }
 

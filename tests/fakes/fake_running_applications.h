@@ -60,6 +60,7 @@ public:
     std::vector<std::string> questions; ///< the identifiers that were queried
     ActivationHandler handler;
     MessageHandler messageHandler;
+    std::vector<std::string>* log = nullptr; ///< if set, records calls as "applications.call"
     int withdrawals = 0;
 };
 

@@ -14,6 +14,8 @@ public:
     void setChangedHandler(std::function<void()> newHandler) override
     {
         handler = std::move(newHandler);
+        if (handler && watched)
+            watched();
     }
 
     void become(bool isNowAvailable)
@@ -24,6 +26,7 @@ public:
 
     bool available = false;
     std::function<void()> handler;
+    std::function<void()> watched; ///< if set, called when a handler is set
 };
 
 } // namespace quillbox

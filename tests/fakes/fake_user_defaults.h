@@ -20,8 +20,12 @@ public:
     void setBool(const std::string& key, bool value) override;
 
     std::map<std::string, Value> values;
-    std::vector<std::string> writes;        ///< the keys that were set, in order
-    mutable std::vector<std::string> reads; ///< the keys that were read, in order
+    std::vector<std::string> writes;         ///< the keys that were set, in order
+    mutable std::vector<std::string> reads;  ///< the keys that were read, in order
+    std::vector<std::string>* log = nullptr; ///< if set, records calls as "read KEY", "write KEY"
+
+private:
+    void note(const char* call, const std::string& key) const;
 };
 
 } // namespace quillbox

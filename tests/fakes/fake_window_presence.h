@@ -21,6 +21,8 @@ public:
     void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
     {
         permissions.push_back(std::exchange(permitted, {}));
+        if (log)
+            log->emplace_back("window.bringForward");
         show();
         onWorkspace = true;
     }
@@ -28,7 +30,8 @@ public:
     bool onWorkspace = true;
     bool listed = true;
     std::string permitted;
-    std::vector<std::string> permissions; ///< one for each call of bringForward
+    std::vector<std::string> permissions;    ///< one for each call of bringForward
+    std::vector<std::string>* log = nullptr; ///< if set, records calls of bringForward
 };
 
 } // namespace quillbox

@@ -4,6 +4,8 @@ namespace quillbox {
 
 void RecordingWorkspace::open(const std::string& url)
 {
+    if (opening)
+        opening();
     opened.push_back(url);
 }
 

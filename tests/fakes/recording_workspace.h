@@ -2,6 +2,7 @@
 
 #include "platform/workspace.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,7 @@ public:
 
     std::vector<std::string> opened;
     int beeps = 0;
+    std::function<void()> opening; ///< if set, called before a URL is opened
 };
 
 } // namespace quillbox

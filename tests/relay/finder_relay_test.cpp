@@ -95,6 +95,7 @@ TEST_F(FinderRelayTest, advertisesAFreePortAsSmbWithoutDomainOrTxtRecord)
     EXPECT_EQ(listener().service,
               (ServiceRegistration{.name = "Quillbox Office", .type = "_smb._tcp"}));
     EXPECT_EQ(listener().queue, dispatch.queue(0));
+    EXPECT_TRUE(listener().wasPrepared);
 }
 
 TEST_F(FinderRelayTest, reportsThatItIsVisibleOnceTheListenerIsReady)

@@ -1,0 +1,144 @@
+#include "tests/app/app_fixture.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+/// Records what the controller does with its environment, in order.
+class AppDelegateOrder : public AppFixture {
+protected:
+    AppDelegateOrder()
+    {
+        network.log = &log;
+        applications.log = &log;
+        windowPresence.log = &log;
+        defaults.log = &log;
+        statusHost.watched = [this] {
+            log.emplace_back(delegate->window ? "status item, window built" : "status item");
+        };
+        dispatch.added = [this](const std::string& label) {
+            if (label == std::string(kIdentifier) + ".relay")
+                log.emplace_back("relay");
+        };
+    }
+
+    /// Launches in manual mode with a valid target, without running any queue.
+    void launchAndWait()
+    {
+        defaults.values = {{"host", "192.0.2.7"}, {"port", "4445"}, {"automaticDiscovery", false}};
+        create();
+        log.clear();
+        delegate->applicationDidFinishLaunching();
+    }
+
+    std::vector<std::string> log;
+};
+
+TEST_F(AppDelegateOrder, startsUpInAFixedOrder)
+{
+    launchAndWait();
+    EXPECT_THAT(
+        log, ElementsAre("applications.query", "status item, window built",
+                         "browser.start _quillbox._tcp", "browser.start _quillbox-admin._tcp",
+                         "window.bringForward", "applications.setActivationHandler",
+                         "read showInFinder", "read automaticDiscovery", "write host", "write port",
+                         "write share", "write user", "relay", "applications.setMessageHandler"));
+}
+
+TEST_F(AppDelegateOrder, endsASecondCopyAfterTheQueryForTheFirst)
+{
+    applications.add(kIdentifier, 400,
+                     FakeRunningApplications::kOwnLaunchDate - RunningApplication::LaunchDate(1));
+    launchAndWait();
+    EXPECT_THAT(log, ElementsAre("applications.query"));
+    EXPECT_EQ(terminations, 1);
+}
+
+TEST_F(AppDelegateOrder, listensForPhonesBeforeItLooksForThem)
+{
+    std::vector<std::string> unheard;
+    network.makingBrowser = [&](const std::string& type) {
+        const auto& discovery =
+            type == kFileServiceType ? delegate->discovery : delegate->managementDiscovery;
+        if (!discovery->resultChanged)
+            unheard.push_back(type);
+    };
+    launchAndWait();
+    EXPECT_EQ(network.browsers.size(), 2U);
+    EXPECT_THAT(unheard, IsEmpty());
+}
+
+TEST_F(AppDelegateOrder, browsesForPhonesAndTheirManagementOnTwoQueues)
+{
+    launchAndWait();
+    EXPECT_NE(phoneBrowser().queue, managementBrowser().queue);
+    EXPECT_EQ(phoneBrowser().queue->label(), managementBrowser().queue->label());
+}
+
+TEST_F(AppDelegateOrder, listensToARelayBeforeItStartsIt)
+{
+    int starts = 0;
+    dispatch.added = [&](const std::string& label) {
+        if (label != std::string(kIdentifier) + ".relay")
+            return;
+        ++starts;
+        for (const auto& [name, relay] : delegate->relays)
+            EXPECT_TRUE(relay->statusChanged) << name;
+        EXPECT_FALSE(delegate->relays.empty());
+    };
+    launchAndWait();
+    EXPECT_EQ(starts, 1) << "the manual relay";
+    dispatch.added = nullptr;
+    delegate->applicationWillTerminate();
+}
+
+TEST_F(AppDelegateOrder, listensToAPhonesRelayBeforeItStartsIt)
+{
+    launch();
+    int starts = 0;
+    dispatch.added = [&](const std::string& label) {
+        if (label != std::string(kIdentifier) + ".relay" || starts++ > 0)
+            return;
+        EXPECT_TRUE(delegate->relays.at("Quillbox A")->statusChanged);
+    };
+    findPhones({phoneNamed("Quillbox A")});
+    EXPECT_GE(starts, 1);
+    dispatch.added = nullptr;
+}
+
+TEST_F(AppDelegateOrder, shutsDownInAFixedOrder)
+{
+    launchAndWait();
+    delegate->resolveManagement(phoneNamed("Quillbox A"));
+    dispatch.runAll();
+    log.clear();
+    delegate->applicationWillTerminate();
+    EXPECT_THAT(log,
+                ElementsAre("browser.cancel _quillbox._tcp", "browser.cancel _quillbox-admin._tcp",
+                            "netService.stop", "relay"));
+    dispatch.runAll();
+    EXPECT_THAT(runningListeners(), IsEmpty());
+}
+
+TEST_F(AppDelegateOrder, savesTheFieldsBeforeItOpensTheShare)
+{
+    launchAndWait();
+    delegate->shareField.setText(QStringLiteral("Photos"));
+    std::optional<std::string> savedWhenOpened;
+    workspace.opening = [&] { savedWhenOpened = storedText("share"); };
+    delegate->openInFinder();
+    EXPECT_EQ(savedWhenOpened, "Photos");
+}
+
+} // namespace
+
+} // namespace quillbox
