@@ -1,6 +1,7 @@
 #include "tests/ui/window_fixture.h"
 
 #include <QAccessible>
+#include <set>
 #include <string>
 
 namespace quillbox {
@@ -50,11 +51,15 @@ TEST_F(Accessibility, theFieldsAreCalledLikeTheirLabels)
     EXPECT_EQ(nameOf(delegate->portField), "SMB port");
     EXPECT_EQ(nameOf(delegate->shareField), "Default share");
     EXPECT_EQ(nameOf(delegate->userField), "Username");
+    std::set<const QWidget*> labelled;
     for (auto* label : window().findChildren<QLabel*>()) {
         if (label->buddy()) {
             EXPECT_EQ(label->buddy()->accessibleName(), label->text());
+            labelled.insert(label->buddy());
         }
     }
+    EXPECT_EQ(labelled, (std::set<const QWidget*>{&delegate->hostField, &delegate->portField,
+                                                  &delegate->shareField, &delegate->userField}));
 }
 
 TEST_F(Accessibility, aManageButtonSaysWhose)
@@ -79,11 +84,14 @@ TEST_F(Accessibility, noDotIsReadAsASign)
     open();
     findPhones({phoneNamed("Quillbox A")});
     settle();
+    int dots = 0;
     for (auto* label : window().findChildren<QLabel*>()) {
         if (label->text() == QStringLiteral("●")) {
+            ++dots;
             EXPECT_NE(nameOf(*label), "●");
         }
     }
+    EXPECT_EQ(dots, 2) << "of the status and of the phone";
     delegate->setStatus({.ready = true, .text = "one"});
     EXPECT_EQ(nameOf(delegate->statusDot), "Finder service on");
     delegate->setStatus({.ready = false, .text = "two"});

@@ -9,6 +9,9 @@
 #include <QPalette>
 #include <QStyleFactory>
 #include <QToolTip>
+#include <algorithm>
+#include <cmath>
+#include <numbers>
 
 namespace quillbox {
 
@@ -38,6 +41,22 @@ protected:
         for (const char* name : {"QMenu", "QLabel", "QAbstractButton", "QLineEdit", "QMessageBox"})
             QApplication::setPalette(darkPalette(), name);
         QToolTip::setPalette(darkPalette());
+    }
+
+    /// The radius of the top left corner, from the area that it leaves transparent. Rounded down:
+    /// antialiasing makes that area larger, as if the radius were up to half a pixel longer.
+    static int radiusOf(QWidget& widget)
+    {
+        QImage picture(widget.size(), QImage::Format_ARGB32_Premultiplied);
+        picture.fill(Qt::transparent);
+        widget.render(&picture, {}, {}, {});
+        const int size = std::min({20, widget.width() / 2, widget.height() / 2});
+        double transparent = 0;
+        for (int y = 0; y < size; ++y) {
+            for (int x = 0; x < size; ++x)
+                transparent += 1 - qAlpha(picture.pixel(x, y)) / 255.0;
+        }
+        return static_cast<int>(std::sqrt(transparent / (1 - std::numbers::pi / 4)));
     }
 
     static void expectLight(const QPalette& palette, const char* what)
@@ -146,6 +165,18 @@ TEST_F(Appearance, aPushButtonIsWhiteWithABorderAndAnswersToAPress)
     EXPECT_EQ(pictureOf(management).pixelColor(0, management.height() / 2), Brand::border());
     management.setDown(true);
     EXPECT_EQ(fill(), Brand::border());
+}
+
+TEST_F(Appearance, theCornersAreRoundedAsTheyShouldBe)
+{
+    open();
+    delegate->toggleAdvanced();
+    settle();
+    QWidget& card = *delegate->showInFinder.parentWidget();
+    QWidget& status = *delegate->statusLabel.parentWidget();
+    EXPECT_EQ(radiusOf(card), 16);
+    EXPECT_EQ(radiusOf(status), 10);
+    EXPECT_EQ(radiusOf(*button(QStringLiteral("Open in Finder"))), 9);
 }
 
 TEST_F(Appearance, theAdvancedButtonHasNoBorder)

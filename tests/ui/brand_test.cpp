@@ -13,24 +13,34 @@ TEST(Brand, readingAColourTwiceYieldsTheSameObject)
         EXPECT_EQ(&colour(), &colour());
 }
 
-TEST(Brand, theColoursAreTheSevenOfThePalette)
+struct Entry {
+    const QColor& (*colour)();
+    int red, green, blue;
+};
+
+constexpr Entry kPalette[] = {
+    {Brand::navy, 15, 23, 42},      {Brand::blue, 59, 130, 246},     {Brand::slate, 71, 85, 105},
+    {Brand::green, 22, 163, 74},    {Brand::surface, 247, 249, 252}, {Brand::pale, 242, 247, 255},
+    {Brand::border, 216, 222, 231},
+};
+
+TEST(Brand, theColoursAreTheSevenOfThePaletteAndOpaque)
 {
-    EXPECT_EQ(Brand::navy().name(), QStringLiteral("#0f172a"));
-    EXPECT_EQ(Brand::blue().name(), QStringLiteral("#3b82f6"));
-    EXPECT_EQ(Brand::slate().name(), QStringLiteral("#475569"));
-    EXPECT_EQ(Brand::green().name(), QStringLiteral("#16a34a"));
-    EXPECT_EQ(Brand::surface().name(), QStringLiteral("#f7f9fc"));
-    EXPECT_EQ(Brand::pale().name(), QStringLiteral("#f2f7ff"));
-    EXPECT_EQ(Brand::border().name(), QStringLiteral("#d8dee7"));
+    for (const Entry& each : kPalette)
+        EXPECT_EQ(each.colour().rgba(), qRgba(each.red, each.green, each.blue, 255));
 }
 
-TEST(Brand, theComponentsSurviveARoundTripThroughFractions)
+TEST(Brand, theComponentsAreExactFractionsOf255)
 {
-    for (const auto colour : {Brand::navy, Brand::blue, Brand::slate, Brand::green, Brand::surface,
-                              Brand::pale, Brand::border}) {
-        const QColor original = colour();
-        const QColor copy = QColor::fromRgbF(original.redF(), original.greenF(), original.blueF());
-        EXPECT_EQ(copy.rgb(), original.rgb());
+    constexpr double kTolerance = 1e-4; // far below the distance of two 8-bit values
+    for (const Entry& each : kPalette) {
+        const QColor& colour = each.colour();
+        EXPECT_EQ(colour.spec(), QColor::Rgb);
+        EXPECT_NEAR(colour.redF(), each.red / 255.0, kTolerance);
+        EXPECT_NEAR(colour.greenF(), each.green / 255.0, kTolerance);
+        EXPECT_NEAR(colour.blueF(), each.blue / 255.0, kTolerance);
+        const QColor copy = QColor::fromRgbF(colour.redF(), colour.greenF(), colour.blueF());
+        EXPECT_EQ(copy.rgba(), qRgba(each.red, each.green, each.blue, 255));
     }
 }
 

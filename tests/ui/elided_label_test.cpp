@@ -46,6 +46,32 @@ TEST(ElidedLabel, tellsAWholeNameThatDoesNotFit)
     EXPECT_EQ(label.toolTip(), QString());
 }
 
+TEST(ElidedLabel, measuresItsNameInTheCurrentFont)
+{
+    ElidedLabel label("Office");
+    label.show();
+    label.resize(label.sizeHint());
+    const QSize before = label.sizeHint();
+    QFont larger = label.font();
+    larger.setPixelSize(4 * label.fontMetrics().height());
+    label.setFont(larger);
+    EXPECT_EQ(label.sizeHint().width(), label.fontMetrics().horizontalAdvance(label.text()));
+    EXPECT_GT(label.sizeHint().width(), before.width());
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));
+}
+
+TEST(ElidedLabel, countsItsMarginsAsNoRoom)
+{
+    ElidedLabel label("Office");
+    label.show();
+    label.resize(label.sizeHint());
+    ASSERT_EQ(label.toolTip(), QString());
+    label.setContentsMargins(4, 0, 4, 0);
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));
+}
+
 TEST(ElidedLabel, endsInAnEllipsis)
 {
     ElidedLabel label(longName().toStdString());

@@ -3,10 +3,16 @@
 #include <QAction>
 #include <QKeySequence>
 #include <QMenu>
+#include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
 
 namespace quillbox {
 
 namespace {
+
+using ::testing::ElementsAre;
 
 class StatusMenu : public AppFixture {
 protected:
@@ -17,6 +23,20 @@ protected:
                 return action;
         }
         return nullptr;
+    }
+
+    /// The titles; "---" for a separator.
+    std::vector<std::string> entries() const
+    {
+        std::vector<std::string> titles;
+        for (const QAction* action : delegate->statusItem->menu().actions()) {
+            const std::string title = action->text().toStdString();
+            EXPECT_TRUE(action->isVisible()) << title;
+            titles.push_back(action->isSeparator() ? "---"
+                             : action->isEnabled() ? title
+                                                   : title + " (disabled)");
+        }
+        return titles;
     }
 };
 
@@ -33,6 +53,47 @@ TEST_F(StatusMenu, opensWithTheHeadingAndTheStatusDisabled)
     EXPECT_TRUE(actions.at(2)->isSeparator());
     EXPECT_EQ(delegate->statusItem->toolTip(),
               QStringLiteral("Quillbox Helper — Finder service off"));
+}
+
+TEST_F(StatusMenu, hasNineEntriesInAFixedOrder)
+{
+    create();
+    delegate->buildStatusItem();
+    EXPECT_THAT(entries(),
+                ElementsAre("Quillbox Helper (disabled)", "Finder: off (disabled)", "---",
+                            "Show Quillbox Helper", "Restart Finder service", "Open in Finder",
+                            "Open web management", "---", "Quit Quillbox Helper"));
+}
+
+TEST_F(StatusMenu, enablesItsEntriesInEveryState)
+{
+    const auto expectSameEntries = [this](const std::string& status) {
+        EXPECT_THAT(entries(),
+                    ElementsAre("Quillbox Helper (disabled)", status + " (disabled)", "---",
+                                "Show Quillbox Helper", "Restart Finder service", "Open in Finder",
+                                "Open web management", "---", "Quit Quillbox Helper"));
+    };
+    launch();
+    expectSameEntries("Finder: off");
+    findPhones({phoneNamed("Quillbox")});
+    findManagement({phoneNamed("Quillbox")});
+    report(listenerNamed("Quillbox"), Listener::State::Ready);
+    expectSameEntries("Finder: visible");
+    delegate->showInFinder.click();
+    expectSameEntries("Finder: off");
+}
+
+TEST_F(StatusMenu, opensTheShareAndWebManagement)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox")});
+    findManagement({phoneNamed("Quillbox")});
+    entry(QStringLiteral("Open in Finder"))->trigger();
+    EXPECT_THAT(workspace.opened, ElementsAre("smb://nas@Quillbox._smb._tcp.local/NAS"));
+    EXPECT_EQ(network.netServices.size(), 0U);
+    entry(QStringLiteral("Open web management"))->trigger();
+    EXPECT_EQ(network.netServices.size(), 1U);
+    EXPECT_EQ(workspace.opened.size(), 1U);
 }
 
 TEST_F(StatusMenu, showsTheWindow)

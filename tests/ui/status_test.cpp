@@ -1,4 +1,7 @@
 #include "tests/app/app_fixture.h"
+#include "ui/brand.h"
+
+#include <QPalette>
 
 namespace quillbox {
 
@@ -23,6 +26,33 @@ TEST_F(Status, aReportShowsAsDotAndText)
     delegate->setStatus({.ready = false, .text = "two"});
     EXPECT_FALSE(isStatusReady());
     EXPECT_EQ(statusText(), "two");
+}
+
+TEST_F(Status, theTextKeepsItsColour)
+{
+    launch();
+    const auto colour = [this] {
+        const QLabel& label = delegate->statusLabel;
+        return label.palette().color(label.foregroundRole());
+    };
+    EXPECT_EQ(colour(), Brand::slate());
+    delegate->setStatus({.ready = true, .text = "one"});
+    EXPECT_EQ(colour(), Brand::slate());
+    delegate->setStatus({.ready = false, .text = "two"});
+    EXPECT_EQ(colour(), Brand::slate());
+}
+
+TEST_F(Status, theDotIsGreenWhenReadyAndElseSlate)
+{
+    launch();
+    const auto colour = [this] {
+        return delegate->statusDot.palette().color(QPalette::WindowText);
+    };
+    EXPECT_EQ(colour(), Brand::slate());
+    delegate->setStatus({.ready = true, .text = "one"});
+    EXPECT_EQ(colour(), Brand::green());
+    delegate->setStatus({.ready = false, .text = "two"});
+    EXPECT_EQ(colour(), Brand::slate());
 }
 
 TEST_F(Status, aReportShowsInTheMenuAndTheToolTip)
