@@ -64,9 +64,9 @@ TEST(ElidedLabel, measuresItsNameInTheCurrentFont)
 TEST(ElidedLabel, countsItsMarginsAsNoRoom)
 {
     ElidedLabel label("Office");
-    label.show();
     label.resize(label.sizeHint());
     ASSERT_EQ(label.toolTip(), QString());
+    // The label is hidden, so that no resize event comes with the change.
     label.setContentsMargins(4, 0, 4, 0);
     EXPECT_TRUE(label.isElided());
     EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));

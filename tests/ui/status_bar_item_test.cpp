@@ -23,18 +23,14 @@ TEST(StatusBarItem, hasMenuAndToolTipWithoutAnyHost)
     EXPECT_FALSE(item.isShown());
 }
 
-TEST(StatusBarItem, isShownWhenAHostIsThere)
+TEST(StatusBarItem, countsAsShownWhileThereIsAHost)
 {
     FakeStatusHost host;
     host.available = true;
     const StatusBarItem item(host, Icons::status());
     EXPECT_TRUE(item.isShown());
-}
-
-TEST(StatusBarItem, isShownOnceAHostComes)
-{
-    FakeStatusHost host;
-    const StatusBarItem item(host, Icons::status());
+    host.become(false);
+    EXPECT_FALSE(item.isShown());
     host.become(true);
     EXPECT_TRUE(item.isShown());
 }
