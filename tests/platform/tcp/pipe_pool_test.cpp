@@ -250,6 +250,39 @@ TEST(Unsent, goesByWayOfMemoryWhereThePipeIsRefused)
     EXPECT_EQ(pool->kept(), 1U);
 }
 
+TEST(Unsent, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
+{
+    const auto pool = std::make_shared<PipePool>();
+    const auto chunks = std::make_shared<ChunkPool>();
+    const SocketPair source;
+    const SocketPair sink;
+    const int small = 4096;
+    ASSERT_EQ(::setsockopt(sink.near(), SOL_SOCKET, SO_SNDBUF, &small, sizeof small), 0);
+    const auto bytes = pattern(100'000);
+    source.put(bytes);
+    auto chunk = pool->borrow();
+    chunk->fill(source.near(), kMaximumContentSize);
+    Unsent unsent{Content(std::move(chunk))};
+    while (!unsent.sendSome(sink.near(), *chunks).error) {
+    }
+    ASSERT_GT(unsent.sentCount(), 0U);
+    ASSERT_LT(unsent.sentCount(), bytes.size());
+    // From here on, splice() is refused; see above.
+    const int file = ::open("/tmp", O_TMPFILE | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
+    ASSERT_GE(file, 0);
+    EXPECT_EQ(unsent.sendSome(file, *chunks).error, std::errc::not_a_socket);
+    ::close(file);
+    // The rest goes out of memory, in several parts as well.
+    auto all = sink.get();
+    while (!unsent.isNothing()) {
+        const auto sent = unsent.sendSome(sink.near(), *chunks);
+        ASSERT_TRUE(!sent.error || sent.wouldBlock()) << sent.error.message();
+        all += sink.get();
+    }
+    EXPECT_EQ(all.size(), bytes.size());
+    EXPECT_TRUE(all == bytes);
+}
+
 TEST(Unsent, aDeadSinkIsAnErrorAndNoSignal)
 {
     const auto pool = std::make_shared<PipePool>();
