@@ -119,6 +119,31 @@ TEST(TcpListener, pausesWhenItIsOutOfDescriptorsAndGoesOnWhenAConnectionCloses)
     EXPECT_TRUE(said.starts_with("quillbox-helper: ")) << said;
 }
 
+TEST(TcpListener, goesOnAtOnceAtEveryCloseHoweverOftenItHasPaused)
+{
+    constexpr std::size_t kCloses = 9;
+    Harness harness;
+    harness.listen();
+    rehearse(harness);
+    Crowd crowd(kCloses + 2);
+    testing::internal::CaptureStderr();
+    const DescriptorLimit limit(1);
+    crowd.connectTo(harness.listeningPort());
+    std::size_t quick = 0;
+    for (std::size_t count = 1; count <= kCloses; ++count) {
+        ASSERT_TRUE(harness.waitForAccepted(kRehearsed + count));
+        const auto before = std::chrono::steady_clock::now();
+        harness.nextAccepted().reset();
+        ASSERT_TRUE(harness.waitForAccepted(kRehearsed + count + 1));
+        // The timer alone would end each pause after 200 ms.
+        quick += std::chrono::steady_clock::now() - before < 100ms ? 1 : 0;
+    }
+    // A busy machine may delay some of them.
+    EXPECT_GT(quick, kCloses / 2);
+    limit.lift();
+    testing::internal::GetCapturedStderr();
+}
+
 TEST(TcpListener, comesBackByItselfWhenDescriptorsAreFreeAgain)
 {
     Harness harness;

@@ -152,6 +152,23 @@ TEST_F(AddressBookTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
     EXPECT_FALSE(third.waitFor(1, kWatch)) << "and its address is not told any more";
 }
 
+TEST_F(AddressBookTest, ignoresALateAnswerToAnEarlierQuestion)
+{
+    open(0ms, AddressBook::kKeepTime);
+    const auto one = read(first);
+    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
+    ASSERT_TRUE(first.waitFor(1));
+    const auto two = read(second);
+    ASSERT_TRUE(second.waitFor(1));
+    // An update that was under way when the first query ended.
+    const auto late = dnsSd.record(0);
+    late.queue->async([&late] { late.resolved(found({foundAt("192.0.2.9")})); });
+    const auto after = found({foundAt("192.0.2.2")});
+    dnsSd.deliver(1, after);
+    ASSERT_TRUE(second.waitFor(2));
+    EXPECT_EQ(second.at(1), after);
+}
+
 TEST_F(AddressBookTest, letsTheLastAddressesStandWhileNoEngineAnswers)
 {
     open(0ms, AddressBook::kKeepTime);

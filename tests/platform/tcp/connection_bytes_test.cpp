@@ -227,23 +227,37 @@ TEST(TcpConnection, refusesASecondReceiveAndASecondSend)
     EXPECT_EQ(take(subject.receive()).error, std::errc::operation_in_progress);
     ASSERT_TRUE(peer.send("x"));
     EXPECT_EQ(take(std::move(first)).bytes, "x");
+    std::future<std::error_code> pending;
+    const auto sent = fillBuffers(subject, pending);
+    EXPECT_EQ(take(subject.send("refused")), std::errc::operation_in_progress);
+    EXPECT_TRUE(peer.receiveExactly(sent.size()) == sent);
+    EXPECT_FALSE(take(std::move(pending)));
+    EXPECT_FALSE(take(subject.send("taken")));
+    EXPECT_EQ(peer.receiveExactly(5), "taken");
 }
 
 TEST(TcpConnection, carriesBytesBetweenTwoConnectionsOfItsOwn)
 {
-    Harness harness;
-    harness.listen();
-    // A connector does not dial listeners of its own program, so the peer is a plain socket.
-    PeerListener middle;
-    auto dialled = harness.dial("127.0.0.1", middle.port());
-    const auto peer = middle.accept();
+    // A connector does not dial listeners of its own network.
+    Harness near;
+    Harness far;
+    far.listen();
+    auto dialled = near.dial("127.0.0.1", far.listeningPort());
+    Subject accepted(far.nextAccepted(), far.makeQueue());
+    accepted.start();
     ASSERT_TRUE(dialled.log->waitFor(Connection::State::Ready));
     EXPECT_EQ(dialled.log->states(),
               (std::vector{Connection::State::Preparing, Connection::State::Ready}));
     EXPECT_FALSE(take(dialled.send("hello")));
-    EXPECT_EQ(peer.receiveExactly(5), "hello");
-    ASSERT_TRUE(peer.send("world"));
+    EXPECT_EQ(take(accepted.receive(5, 5)).bytes, "hello");
+    EXPECT_FALSE(take(accepted.send("world")));
     EXPECT_EQ(take(dialled.receive(5, 5)).bytes, "world");
+    const auto bytes = pattern(kMaximumContentSize);
+    auto sending = dialled.send(bytes);
+    EXPECT_TRUE(take(accepted.receive(bytes.size(), bytes.size())).bytes == bytes);
+    EXPECT_FALSE(take(std::move(sending)));
+    dialled.cancel();
+    EXPECT_TRUE(take(accepted.receive()).isComplete);
 }
 
 } // namespace quillbox

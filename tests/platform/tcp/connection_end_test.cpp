@@ -165,6 +165,48 @@ TEST(TcpConnection, reportsCancelledAfterTheCompletionsThatItEnds)
     EXPECT_EQ(events, (std::vector<std::string>{"received", "cancelled"}));
 }
 
+TEST(TcpConnection, isOnlyCancelledWhenThatCameBeforeItsStart)
+{
+    Harness harness;
+    harness.listen();
+    const auto peer = connectPeer(harness.listeningPort());
+    const PeerListener phone;
+    const HostEndpoint endpoint{.host = "127.0.0.1", .port = phone.port()};
+    for (const auto& connection :
+         {harness.nextAccepted(), harness.network->makeConnection(endpoint, {})}) {
+        Subject subject(connection, harness.makeQueue());
+        subject.cancel();
+        subject.start();
+        EXPECT_TRUE(subject.log->waitFor(State::Cancelled));
+        EXPECT_EQ(take(subject.send("x")), std::errc::operation_canceled);
+        subject.settle();
+        EXPECT_EQ(subject.log->states(), std::vector{State::Cancelled});
+    }
+}
+
+TEST(TcpConnection, reportsNothingAfterACompletionHasDroppedIt)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    auto owner = std::make_shared<std::shared_ptr<Connection>>(subject.connection());
+    subject.drop();
+    std::promise<void> dropped;
+    subject.queue()->async([&dropped, owner] {
+        (*owner)->receive(1, 1, [&dropped, owner](Content, bool, std::error_code error) {
+            EXPECT_TRUE(error);
+            owner->reset();
+            dropped.set_value();
+        });
+    });
+    subject.settle();
+    // The failure is noted before the completion runs, and would be reported after it.
+    peer.reset();
+    dropped.get_future().wait();
+    subject.settle();
+    subject.settle();
+    EXPECT_EQ(subject.log->states(), std::vector{State::Ready});
+}
+
 TEST(TcpConnection, endsThePeersStreamWhenItIsDropped)
 {
     Harness harness;

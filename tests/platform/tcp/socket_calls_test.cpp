@@ -89,6 +89,17 @@ TEST(SocketCalls, acceptWithTheSameOptions)
     expectConnectionOptions(accepted.descriptor());
 }
 
+TEST(SocketCalls, giveAnAttemptUpAfterAFewRetransmissions)
+{
+    const PeerListener listener;
+    std::error_code error;
+    const Peer socket(openStreamSocket(AF_INET, error));
+    ASSERT_FALSE(error);
+    const auto result = beginConnect(socket.descriptor(), listener.address());
+    ASSERT_TRUE(!result || result == std::errc::operation_in_progress);
+    EXPECT_EQ(option(socket.descriptor(), IPPROTO_TCP, TCP_SYNCNT), 3);
+}
+
 TEST(SocketCalls, noticeAConnectionToItself)
 {
     std::error_code error;

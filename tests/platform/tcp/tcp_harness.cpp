@@ -15,6 +15,7 @@
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -207,6 +208,12 @@ Peer PeerListener::accept() const
     if (accepted < 0)
         throw std::runtime_error("nobody connected to the peer");
     return Peer(accepted);
+}
+
+bool PeerListener::isConnectedTo(std::chrono::milliseconds limit) const
+{
+    pollfd waiting{.fd = descriptor_, .events = POLLIN, .revents = 0};
+    return ::poll(&waiting, 1, static_cast<int>(limit.count())) == 1;
 }
 
 void PeerListener::close()

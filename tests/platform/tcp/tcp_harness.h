@@ -99,6 +99,9 @@ public:
     std::uint16_t port() const { return port_; }
     SocketAddress address() const { return address_; }
     Peer accept() const;
+
+    /// Waits until there is a connection to accept; false on timeout.
+    bool isConnectedTo(std::chrono::milliseconds limit) const;
     void close();
 
 private:
@@ -111,9 +114,13 @@ private:
 /// drops connection requests silently.
 class SilentAddress final {
 public:
+    /// The number of file descriptors that it holds.
+    static constexpr std::size_t kDescriptors = 4;
+
     explicit SilentAddress(const std::string& address);
 
     SocketAddress address() const { return listener_.address(); }
+    std::uint16_t port() const { return listener_.port(); }
 
 private:
     PeerListener listener_;

@@ -29,6 +29,12 @@ bool accepts(std::uint16_t port)
            == 0;
 }
 
+/// A port that nothing listens on.
+std::uint16_t freePort()
+{
+    return PeerListener().port();
+}
+
 /// A listener with a service, on its own queue.
 struct Stage {
     Stage()
@@ -135,6 +141,21 @@ TEST(TcpListener, closesItsPortWhenItsServiceCanNeverBeRegistered)
     EXPECT_TRUE(stage.log->waitFor(ListenerState::Cancelled));
 }
 
+TEST(TcpListener, reportsNothingMoreOfItsRegistrationAfterThatHasFailed)
+{
+    Stage stage;
+    stage.start();
+    const auto invalid = std::make_error_code(std::errc::invalid_argument);
+    // An update that was under way when the registration ended.
+    stage.run([&stage, &invalid] {
+        const auto registered = stage.harness.dnsSd.record(0).registered;
+        registered(update(Registration::State::Failed, invalid));
+        registered(update(Registration::State::Ready));
+    });
+    stage.settle();
+    EXPECT_EQ(stage.log->states(), std::vector{ListenerState::Failed});
+}
+
 TEST(TcpListener, isReadyAtOnceWithoutAService)
 {
     Harness harness;
@@ -191,6 +212,33 @@ TEST(TcpListener, mayBeDroppedByItsOwnHandlers)
     EXPECT_FALSE(accepts(stage.port));
 }
 
+TEST(TcpListener, isFreedThoughItsHandlerHoldsItOnceItIsCancelled)
+{
+    Stage stage;
+    const std::weak_ptr<Listener> watched = stage.listener;
+    stage.listener->setNewConnectionHandler(
+        [held = stage.listener](const std::shared_ptr<Connection>&) {});
+    stage.start();
+    stage.run([&stage] { stage.listener->cancel(); });
+    stage.listener.reset();
+    stage.settle();
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST(TcpListener, givesItsPortFreeForConnectionsWhenItCloses)
+{
+    Stage stage;
+    stage.start();
+    stage.harness.dnsSd.answerAll(
+        found({{.address = ipv4Address("127.0.0.1", stage.port), .interfaceIndex = 1}}));
+    auto before = stage.harness.dial(kPhone);
+    ASSERT_TRUE(before.log->waitFor(Connection::State::Waiting)) << "its own port is not dialled";
+    stage.run([&stage] { stage.listener->cancel(); });
+    auto after = stage.harness.dial(kPhone);
+    ASSERT_TRUE(after.log->waitFor(Connection::State::Failed)) << "dialled, and refused";
+    EXPECT_EQ(after.log->errorOf(Connection::State::Failed), std::errc::connection_refused);
+}
+
 TEST(TcpListener, acceptsConnectionsOfBothFamilies)
 {
     Harness harness;
@@ -211,16 +259,16 @@ TEST(TcpListener, acceptsConnectionsOfBothFamilies)
 TEST(TcpListener, keepsConnectionsThatCameBeforeItsStart)
 {
     Stage stage;
-    stage.start();
+    const auto port = freePort();
     std::error_code error;
-    const auto early = stage.harness.network->makeListener({}, kAnyPort, error);
-    ASSERT_FALSE(error);
+    const auto early =
+        stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, port, error);
+    ASSERT_FALSE(error) << error.message();
     std::promise<void> accepted;
-    early->setService({.name = "Early", .type = "_smb._tcp"});
     early->setNewConnectionHandler(
         [&accepted](const std::shared_ptr<Connection>&) { accepted.set_value(); });
+    const auto peer = connectPeer(port);
     stage.run([&] { early->start(stage.queue); });
-    const auto peer = connectPeer(stage.harness.dnsSd.record(1).port);
     EXPECT_EQ(accepted.get_future().wait_for(kPatience), std::future_status::ready);
 }
 

@@ -1,9 +1,11 @@
 #include "platform/tcp/traffic_ledger.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 
 namespace quillbox {
 
@@ -55,6 +57,16 @@ TEST(TrafficLedger, forgetsAListenerButNotWhatItCarried)
     CountedSession(ledger.add("Office")).noteReceived(7);
     EXPECT_TRUE(ledger.report().listeners.empty());
     EXPECT_EQ(ledger.report().total, (Traffic{.sessionsInAll = 1, .bytesReceived = 7}));
+}
+
+TEST(TrafficLedger, doesNotGrowWithTheListenersThatHaveBeen)
+{
+    constexpr std::size_t kListeners = 10'000;
+    TrafficLedger ledger;
+    const auto before = ::mallinfo2().uordblks;
+    for (std::size_t count = 0; count < kListeners; ++count)
+        ledger.add(std::string(1000, 'x'));
+    EXPECT_LT(::mallinfo2().uordblks, before + kListeners * 100) << "bytes";
 }
 
 TEST(TrafficLedger, ofTwoListenersWithOneNameTellsTheNewer)
