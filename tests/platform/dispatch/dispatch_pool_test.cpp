@@ -8,6 +8,7 @@
 #include <ctime>
 #include <future>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -172,6 +173,29 @@ TEST(DispatchPool, costsNothingWhileThereIsNothingToDo)
     std::promise<void> never;
     EXPECT_EQ(never.get_future().wait_for(300ms), std::future_status::timeout);
     EXPECT_LT(processorTime() - before, 30ms);
+}
+
+TEST(Strand, dispatchesInsideTheCallOnlyWhileNothingIsPending)
+{
+    DispatchPool pool;
+    const auto loop = pool.context(QualityOfService::Utility);
+    const auto strand = loop->makeStrand();
+    std::vector<std::string> events;
+    std::promise<void> done;
+    // Runs on the thread of the loop, but on no strand.
+    loop->post(Work([&] {
+        strand.dispatch([&] { events.emplace_back("inside"); });
+        strand.post([&] { events.emplace_back("posted"); });
+        strand.dispatch([&] {
+            events.emplace_back("dispatched");
+            done.set_value();
+        });
+        events.emplace_back("end of the call");
+    }));
+    ASSERT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+    pool.shutdown();
+    EXPECT_EQ(events,
+              (std::vector<std::string>{"inside", "end of the call", "posted", "dispatched"}));
 }
 
 TEST(StrandOf, isTheStrandThatTheQueueRunsOn)

@@ -8,6 +8,7 @@
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -135,13 +136,15 @@ TYPED_TEST(DispatchQueueConformance, runsClosuresInTheOrderTheyCame)
 
 TYPED_TEST(DispatchQueueConformance, neverRunsTwoClosuresAtOnce)
 {
-    const auto queue = this->backend.makeQueue();
-    const auto helper = this->backend.makeQueue();
+    // Queues of different quality of service may run on different threads.
+    const auto queue = this->backend.makeQueue("queue", QualityOfService::UserInitiated);
+    const auto helper = this->backend.makeQueue("helper", QualityOfService::Utility);
     std::atomic<int> running = 0;
     std::atomic<bool> overlapped = false;
     const auto work = [&running, &overlapped] {
         if (running.fetch_add(1) != 0)
             overlapped = true;
+        std::this_thread::yield();
         running.fetch_sub(1);
     };
     for (int count = 0; count < 500; ++count) {

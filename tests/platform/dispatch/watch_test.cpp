@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -236,6 +237,17 @@ TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
     done.get_future().wait();
 }
 
+TEST_F(WatchTest, closesADescriptorThatCannotBeWatched)
+{
+    // epoll refuses regular files.
+    const int file = ::open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
+    ASSERT_GE(file, 0);
+    std::error_code error;
+    EXPECT_FALSE(Watch::adopt(context, file, Watch::For::Reading, error));
+    EXPECT_EQ(error, std::errc::operation_not_permitted);
+    EXPECT_EQ(::fcntl(file, F_GETFD), -1);
+}
+
 class TimerTest : public testing::Test {
 protected:
     ~TimerTest() override { pool.shutdown(); }
@@ -270,6 +282,19 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
         });
     });
     done.get_future().wait();
+}
+
+TEST_F(TimerTest, leavesNothingInTheQueueWhenItIsTakenBack)
+{
+    const auto loop = pool.context(QualityOfService::UserInitiated);
+    std::promise<long> references;
+    queue->async([&] {
+        const auto time = PoolContext::Clock::now() + 24h;
+        const auto alarm = loop->setAlarm(time, strandOf(*queue), Work([] { FAIL(); }));
+        loop->cancelAlarm(alarm);
+        references.set_value(alarm.use_count());
+    });
+    EXPECT_EQ(references.get_future().get(), 1);
 }
 
 TEST_F(TimerTest, canBeTakenBackByThePendingWorkOfAnotherAsItGoes)

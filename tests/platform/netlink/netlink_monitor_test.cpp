@@ -5,8 +5,11 @@
 #include <algorithm>
 #include <chrono>
 #include <condition_variable>
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include <gtest/gtest.h>
 
@@ -17,6 +20,12 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kPatience = 10s;
+
+std::size_t openDescriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
 
 /// Counts calls and waits for them.
 class Counter final {
@@ -85,6 +94,52 @@ TEST(NetlinkMonitor, makesOneCallOfChangesThatComeTogether)
         EXPECT_TRUE(counter.waitFor(2));
         pool.shutdown();
     });
+}
+
+TEST(NetlinkMonitor, reportsChangesAlsoWhileTheyDoNotEnd)
+{
+    inNetworkNamespace([] {
+        DispatchPool pool;
+        const auto monitor = makeNetworkMonitor(pool);
+        const auto queue = pool.makeQueue("test", QualityOfService::Utility);
+        Counter counter;
+        const auto subscription = monitor->subscribe(queue, [&counter] { counter.count(); });
+        const auto end = std::chrono::steady_clock::now() + kPatience;
+        bool isUp = false;
+        while (!counter.waitFor(2, 5ms) && std::chrono::steady_clock::now() < end) {
+            isUp = !isUp;
+            setLoopbackUp(isUp);
+        }
+        EXPECT_GE(counter.calls(), 2);
+        pool.shutdown();
+    });
+}
+
+TEST(NetlinkMonitor, tellsNoAddressOfAnInterfaceThatIsDown)
+{
+    inNetworkNamespace([] {
+        DispatchPool pool;
+        const auto monitor = makeNetworkMonitor(pool);
+        setLoopbackUp(true);
+        EXPECT_FALSE(monitor->addresses().empty());
+        // The interface keeps its IPv4 address.
+        setLoopbackUp(false);
+        EXPECT_TRUE(monitor->addresses().empty());
+    });
+}
+
+TEST(NetlinkMonitor, closesItsSocketWhenItGoes)
+{
+    DispatchPool pool;
+    const auto before = openDescriptors();
+    auto monitor = makeNetworkMonitor(pool);
+    EXPECT_EQ(openDescriptors(), before + 1);
+    monitor.reset();
+    // The socket is closed on a thread of the pool.
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (openDescriptors() != before && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+    EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST(NetlinkMonitor, callsOnTheGivenQueue)
@@ -158,6 +213,23 @@ TEST(NetlinkSocket, hasNoNewsWhileNothingChanges)
         EXPECT_EQ(readRouteNews(socket), RouteNews::None);
         setLoopbackUp(true);
         EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
+        closeDescriptor(socket);
+    });
+}
+
+TEST(NetlinkSocket, hasNewsOfARouteThatComesAndGoes)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::error_code error;
+        const int socket = openRouteSocket(error);
+        ASSERT_FALSE(error) << error.message();
+        changeRoute(SIOCADDRT);
+        EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
+        EXPECT_EQ(readRouteNews(socket), RouteNews::None);
+        changeRoute(SIOCDELRT);
+        EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
+        EXPECT_EQ(readRouteNews(socket), RouteNews::None);
         closeDescriptor(socket);
     });
 }

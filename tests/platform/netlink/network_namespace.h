@@ -1,11 +1,16 @@
 #pragma once
 
+#include <array>
+#include <cstring>
 #include <functional>
 #include <system_error>
 #include <thread>
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <net/route.h>
+#include <netinet/in.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -38,6 +43,27 @@ inline void setLoopbackUp(bool isUp)
     const auto flags = static_cast<unsigned short>(request.ifr_flags);
     request.ifr_flags = static_cast<short>(isUp ? flags | IFF_UP : flags & ~IFF_UP);
     EXPECT_EQ(::ioctl(socket, SIOCSIFFLAGS, &request), 0);
+    ::close(socket);
+}
+
+/// Adds or deletes a route of this thread's network namespace to 192.0.2.0/24 by the loopback
+/// interface: `request` is SIOCADDRT or SIOCDELRT.
+inline void changeRoute(unsigned long request)
+{
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const auto fill = [](sockaddr& place, const char* text) {
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        EXPECT_EQ(::inet_pton(AF_INET, text, &address.sin_addr), 1);
+        std::memcpy(&place, &address, sizeof address);
+    };
+    std::array<char, IF_NAMESIZE> device{"lo"};
+    rtentry route{};
+    fill(route.rt_dst, "192.0.2.0");
+    fill(route.rt_genmask, "255.255.255.0");
+    route.rt_flags = RTF_UP;
+    route.rt_dev = device.data();
+    EXPECT_EQ(::ioctl(socket, request, &route), 0);
     ::close(socket);
 }
 
