@@ -1,3 +1,4 @@
+#include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"
@@ -19,9 +20,10 @@ using State = Connection::State;
 TEST(ConnectorRetry, dialsAnAddressAtOnceThatIsAnnouncedAgain)
 {
     inNetworkNamespace([] {
-        setLoopbackUp(true);
-        const PeerListener phone;
-        setLoopbackUp(false);
+        constexpr std::uint16_t kPort = 4445;
+        std::error_code error;
+        const Peer phone(openListeningSocket(kPort, true, error));
+        ASSERT_FALSE(error) << error.message();
         Harness harness;
         auto subject = harness.dial(kPhone);
         ASSERT_TRUE(harness.dnsSd.waitForCount(1, kPatience));
@@ -30,7 +32,7 @@ TEST(ConnectorRetry, dialsAnAddressAtOnceThatIsAnnouncedAgain)
         ASSERT_TRUE(subject.log->waitFor(State::Waiting));
         // The address cannot be reached, but as another family is to come, this sets no timer
         // either: only the announcement of the address can cause the second attempt.
-        auto update = found({{.address = phone.address(), .interfaceIndex = 1}});
+        auto update = found({{.address = ipv4Address("127.0.0.1", kPort), .interfaceIndex = 1}});
         update.isSettledIPv6 = false;
         harness.dnsSd.deliver(0, update);
         // The address book's queue first, then the connection's.
