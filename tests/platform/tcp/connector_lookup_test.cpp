@@ -26,7 +26,7 @@ bool waitForDescriptors(std::size_t count)
 
 } // namespace
 
-TEST(ConnectorLookup, dialsWhatTheNameServiceFound)
+TEST(Connector, dialsWhatTheNameServiceFound)
 {
     ScriptedNames names;
     Harness harness;
@@ -37,7 +37,7 @@ TEST(ConnectorLookup, dialsWhatTheNameServiceFound)
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 }
 
-TEST(ConnectorLookup, mayBeCancelledDuringALookup)
+TEST(Connector, mayBeCancelledDuringALookup)
 {
     ScriptedNames names;
     Harness harness;
@@ -58,7 +58,7 @@ TEST(ConnectorLookup, mayBeCancelledDuringALookup)
     EXPECT_FALSE(names.waitForLookups(2, 0ms));
 }
 
-TEST(ConnectorLookup, mayBeDroppedDuringALookup)
+TEST(Connector, mayBeDroppedDuringALookup)
 {
     ScriptedNames names;
     Harness harness;
@@ -77,7 +77,7 @@ TEST(ConnectorLookup, mayBeDroppedDuringALookup)
     EXPECT_EQ(dropped.log->states(), std::vector{State::Preparing});
 }
 
-TEST(ConnectorLookup, doesNotFailByFormerAddressesWhileTheNameIsLookedUpAgain)
+TEST(Connector, doesNotFailByFormerAddressesWhileTheNameIsLookedUpAgain)
 {
     ScriptedNames names;
     Harness harness;

@@ -1,8 +1,6 @@
-#include "platform/netlink/netlink_monitor.h"
 #include "platform/tcp/address_race.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
-#include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <future>
@@ -353,36 +351,6 @@ TEST(Connector, connectsAfterRecordsChange)
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
     harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready, 900ms)) << "at once, not after a pause";
-}
-
-TEST(Connector, connectsWhenTheNetworkComesUp)
-{
-    inNetworkNamespace([] {
-        Harness harness;
-        // The scripted monitor does not observe this namespace.
-        const auto monitor = makeNetworkMonitor(harness.pool);
-        TcpNetwork network(harness.pool, harness.dnsSd, *monitor);
-        Subject subject(network.makeConnection(HostEndpoint{.host = "127.0.0.1", .port = 4445}, {}),
-                        harness.makeQueue());
-        subject.start();
-        ASSERT_TRUE(subject.log->waitFor(State::Waiting));
-        EXPECT_EQ(subject.log->errorOf(State::Waiting), std::errc::network_unreachable);
-        // Nothing listens on the port: a refusal shows that the address was dialled.
-        setLoopbackUp(true);
-        EXPECT_TRUE(subject.log->waitFor(State::Failed, 900ms)) << "at once, not after a pause";
-        harness.pool.shutdown();
-    });
-}
-
-TEST(Connector, triesAgainAfterAPauseWhenNoEventComes)
-{
-    inNetworkNamespace([] {
-        Harness harness;
-        auto subject = harness.dial("127.0.0.1", 4445);
-        ASSERT_TRUE(subject.log->waitFor(State::Waiting));
-        setLoopbackUp(true);
-        EXPECT_TRUE(subject.log->waitFor(State::Failed, 3s));
-    });
 }
 
 TEST(Connector, dialsNoAddressOfAStrangerThatLeadsToThisComputer)
