@@ -334,7 +334,8 @@ TEST_F(AvahiSessionTest, whatRegistersForTooLongGoesBehindTheOthers)
     session.tidy(kStart + 3s);
     EXPECT_TRUE(avahi.group(last));
     EXPECT_EQ(avahi.groupsMade, 4 * kAtOnce) << "all but one are registered again";
-    EXPECT_EQ(*session.nextDeadline(), kStart + 6s) << "the last registration has a timeout of its own";
+    EXPECT_EQ(*session.nextDeadline(), kStart + 6s)
+        << "the last registration has a timeout of its own";
 }
 
 TEST_F(AvahiSessionTest, newAddressesAreProbedForInTurns)
