@@ -141,6 +141,7 @@ TEST(TcpListener, goesOnAtOnceAtEveryCloseHoweverOftenItHasPaused)
     // A busy machine may delay some of them.
     EXPECT_GT(quick, kCloses / 2);
     limit.lift();
+    EXPECT_TRUE(harness.waitForAccepted(kRehearsed + kCloses + 2));
     testing::internal::GetCapturedStderr();
 }
 

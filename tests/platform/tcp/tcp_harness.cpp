@@ -314,7 +314,13 @@ Harness::Harness() : network(std::make_unique<TcpNetwork>(pool, dnsSd, monitor))
 Harness::~Harness()
 {
     listener_.reset();
-    accepted_.clear();
+    std::vector<std::shared_ptr<Connection>> accepted;
+    {
+        // The listener may be accepting at this moment.
+        const std::lock_guard lock(mutex_);
+        accepted.swap(accepted_);
+    }
+    accepted.clear();
     pool.shutdown();
 }
 
