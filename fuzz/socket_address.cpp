@@ -6,7 +6,10 @@
 #include "platform/tcp/dialable_address.h"
 
 #include <algorithm>
+#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "fuzz/harness.h"
 #include <sys/socket.h>
@@ -16,6 +19,22 @@ namespace {
 using namespace quillbox;
 using fuzz::require;
 
+/// A network on whose links every address is.
+class OnLink final : public NetworkMonitor {
+public:
+    std::vector<InterfaceAddress> addresses() const override { return {}; }
+    OutgoingRoute routeThrough(int /*interfaceIndex*/,
+                               const SocketAddress& /*address*/) const override
+    {
+        return OutgoingRoute::Preferred;
+    }
+    std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> /*queue*/,
+                                            std::function<void()> /*changed*/) override
+    {
+        return nullptr;
+    }
+};
+
 void tryBytes(const SocketAddress& address)
 {
     const bool isAddress = familyOf(address) != AF_UNSPEC;
@@ -23,12 +42,14 @@ void tryBytes(const SocketAddress& address)
     require(!text || isAddress, "only an address has a numeric form");
     managementUrl(address, 443);
     require(!isAddress || portOf(withPort(address, 4445)) == 4445, "the port can be set");
-    const OwnAddresses nobody;
-    for (const auto origin :
-         {AddressOrigin::Typed, AddressOrigin::DnsSd, AddressOrigin::DnsSdOnLoopback}) {
-        const bool mayBeDialled = isDialable(address, origin, nobody);
+    const OnLink network;
+    for (const auto& interfaces :
+         {std::vector<int>(), std::vector{kLoopbackInterface}, std::vector{2}}) {
+        const bool mayBeDialled =
+            mayDial({.address = address, .interfaces = interfaces}, OwnPorts(), network)
+                .has_value();
         require(isAddress || !mayBeDialled, "only an address is dialled");
-        require(!(mayBeDialled && origin == AddressOrigin::DnsSd && isLoopback(address)),
+        require(!(mayBeDialled && interfaces == std::vector{2} && isLoopback(address)),
                 "a loopback address from the network is not dialled");
     }
     if (!text)

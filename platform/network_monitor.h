@@ -20,6 +20,14 @@ struct InterfaceAddress {
     bool operator==(const InterfaceAddress&) const = default;
 };
 
+/// How packets to an address leave this computer, with respect to one of its interfaces.
+enum class OutgoingRoute {
+    None,      ///< not through this interface; also for an address of this computer, a broadcast or
+               ///< multicast address, and one without a route
+    Preferred, ///< through this interface
+    IfBound,   ///< through it if the socket is bound to it, otherwise through another one
+};
+
 /// Monitors this computer's interfaces, addresses and routes. Thread-safe.
 class NetworkMonitor {
 public:
@@ -33,6 +41,10 @@ public:
 
     /// The current addresses, ordered by interface index.
     virtual std::vector<InterfaceAddress> addresses() const = 0;
+
+    /// Asks the kernel's routing tables, as they are now, how a packet to `address` leaves this
+    /// computer. `None` if they cannot be queried.
+    virtual OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const = 0;
 
     /// Calls `changed` on `queue` after each change of interfaces, addresses or routes; changes in
     /// quick succession are coalesced into one call.

@@ -39,7 +39,7 @@ public:
         bool operator==(const BrowseUpdate&) const = default;
     };
 
-    /// An address found for a service or a host. Not checked: see `isDialable`.
+    /// An address found for a service or a host. Not checked: see `mayDial`.
     struct FoundAddress {
         SocketAddress address;  ///< with the service's port (0 for a host) and, for IPv6, the scope
         int interfaceIndex = 0; ///< the interface on which the record arrived

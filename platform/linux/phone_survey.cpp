@@ -92,27 +92,31 @@ struct Dialling {
     std::vector<PortFacts*> results;
 };
 
-void describe(const Found::Phone& found, const std::vector<InterfaceAddress>& own,
-              PhoneFacts& phone, Dialling& dialling)
+void describe(const Found::Phone& found, const NetworkMonitor& monitor, PhoneFacts& phone,
+              Dialling& dialling)
 {
     phone.name = found.service.name;
     phone.hosts = found.known.hosts.size();
     // Keeps the pointers in `dialling.results` valid.
     phone.addresses.reserve(kMostAddresses);
-    for (const auto& each : found.known.addresses) {
-        const auto text = numericHost(each.address);
+    std::vector<Candidate> candidates;
+    for (const auto& each : found.known.addresses)
+        addCandidate(candidates, each.address, each.interfaceIndex);
+    for (const auto& candidate : candidates) {
+        const auto text = numericHost(candidate.address);
         const bool isNew = std::none_of(phone.addresses.begin(), phone.addresses.end(),
                                         [&text](const auto& a) { return a.address == text; });
         if (!text || !isNew || phone.addresses.size() == kMostAddresses)
             continue;
-        phone.port = portOf(each.address);
+        phone.port = portOf(candidate.address);
         PortFacts& port = phone.addresses.emplace_back(PortFacts{.address = *text});
-        const auto origin = originOf(each.address, each.interfaceIndex, own);
-        if (!isDialable(each.address, origin, {.addresses = own, .isOwnPort = false})) {
+        const auto permission = mayDial(candidate, OwnPorts(), monitor);
+        // The port check does not bind its sockets.
+        if (!permission || permission->bindTo != 0) {
             port.state = PortFacts::State::NotDialled;
             continue;
         }
-        dialling.addresses.push_back(each.address);
+        dialling.addresses.push_back(candidate.address);
         dialling.results.push_back(&port);
     }
 }
@@ -135,14 +139,13 @@ PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds brow
             type, queue, [&found](const DnsSd::BrowseUpdate& update) { found.update(update); });
         // Nothing signals that every phone has answered, so this always takes the whole time.
         std::this_thread::sleep_until(end);
-        const auto own = monitor->addresses();
         // No handler changes `found` after this.
         pool.shutdown();
         facts.isEngineUp = found.isEngineUp ? Seen::Yes : Seen::No;
         facts.phones.resize(found.phones.size());
         Dialling dialling;
         for (std::size_t i = 0; i < found.phones.size(); ++i)
-            describe(*found.phones[i], own, facts.phones[i], dialling);
+            describe(*found.phones[i], *monitor, facts.phones[i], dialling);
         const auto states = checkPorts(dialling.addresses, connecting);
         for (std::size_t i = 0; i < states.size(); ++i)
             dialling.results[i]->state = states[i];

@@ -4,6 +4,7 @@
 #include "platform/dispatch/timer.h"
 #include "platform/dispatch/watch.h"
 #include "platform/netlink/netlink_socket.h"
+#include "platform/netlink/route_lookup.h"
 
 #include <algorithm>
 #include <cstring>
@@ -196,6 +197,18 @@ public:
             return a.interfaceIndex < b.interfaceIndex;
         });
         return result;
+    }
+
+    OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const override
+    {
+        const auto usual = lookUpRoute(address, 0);
+        if (!usual || !usual->isUnicast)
+            return OutgoingRoute::None;
+        if (usual->interfaceIndex == interfaceIndex)
+            return OutgoingRoute::Preferred;
+        const auto bound = lookUpRoute(address, interfaceIndex);
+        const bool leaves = bound && bound->isUnicast && bound->interfaceIndex == interfaceIndex;
+        return leaves ? OutgoingRoute::IfBound : OutgoingRoute::None;
     }
 
     std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,

@@ -35,6 +35,14 @@ bool isFinal(const std::error_code& error)
            || error == std::errc::no_buffer_space || error == std::errc::not_enough_memory;
 }
 
+/// The error of an address that may not be dialled: one that the user typed fails permanently, one
+/// from the network is skipped.
+std::error_code refusal(const Candidate& candidate)
+{
+    return std::make_error_code(candidate.isTyped() ? std::errc::connection_refused
+                                                    : std::errc::address_not_available);
+}
+
 } // namespace
 
 AddressRace::AddressRace(std::shared_ptr<TcpContext> context, Strand strand, Handlers handlers)
@@ -163,16 +171,10 @@ std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
 
 void AddressRace::dial(const std::shared_ptr<Entry>& entry)
 {
-    const auto& [address, origin] = entry->candidate;
-    OwnAddresses own;
-    own.isOwnPort = context_->ownPorts.contains(portOf(address));
-    if (own.isOwnPort)
-        own.addresses = context_->monitor.addresses();
-    if (!isDialable(address, origin, own)) {
-        // An address typed by the user fails permanently; one from the network is skipped.
-        const bool isTyped = origin == AddressOrigin::Typed;
-        settle(entry, isTyped ? std::make_error_code(std::errc::connection_refused)
-                              : std::make_error_code(std::errc::address_not_available));
+    const auto& address = entry->candidate.address;
+    const auto permission = mayDial(entry->candidate, context_->ownPorts, context_->monitor);
+    if (!permission) {
+        settle(entry, refusal(entry->candidate));
         return;
     }
     std::error_code error;
@@ -182,7 +184,10 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         return;
     }
     setConnectionOptions(descriptor);
-    error = beginConnect(descriptor, address);
+    if (permission->bindTo != 0)
+        error = bindToInterface(descriptor, permission->bindTo);
+    if (!error)
+        error = beginConnect(descriptor, address);
     // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
     entry->socket =
         Socket::adopt(context_->pool, descriptor, context_->sockets, Watch::For::ReadingAndWriting);
@@ -194,13 +199,19 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
     }
     entry->state = Entry::State::Trying;
     entry->socket->waitWritable(
-        strand_, [weak = weak_from_this(), entry](const std::error_code& failure) {
+        strand_, [weak = weak_from_this(), entry, permission](const std::error_code& failure) {
             const auto self = weak.lock();
             if (!self || self->isStopped_ || failure)
                 return;
             const auto& socket = *entry->socket;
-            self->settle(entry, socket.hasFailed() ? takeSocketError(socket.descriptor())
-                                                   : std::error_code());
+            std::error_code error;
+            if (socket.hasFailed())
+                error = takeSocketError(socket.descriptor());
+            // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
+            else if (mayDial(entry->candidate, self->context_->ownPorts, self->context_->monitor)
+                     != permission)
+                error = refusal(entry->candidate);
+            self->settle(entry, error);
             self->advance();
         });
 }

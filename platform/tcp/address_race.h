@@ -14,14 +14,6 @@
 
 namespace quillbox {
 
-/// An address and port to try.
-struct Candidate {
-    SocketAddress address;
-    AddressOrigin origin = AddressOrigin::Typed;
-
-    bool operator==(const Candidate&) const = default;
-};
-
 /// Connects to the first address of a host that answers ("Happy Eyeballs", RFC 8305, section 5).
 /// Attempts start one after another, first those to recently used addresses, then alternating
 /// between IPv6 and IPv4. The next one starts 100 ms after the previous one, or as soon as that

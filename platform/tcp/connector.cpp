@@ -80,7 +80,7 @@ void Connector::findAddresses()
     }
     if (const auto address = parseNumericHost(host->host, host->port)) {
         isSettled_ = true;
-        setCandidates({{.address = *address, .origin = AddressOrigin::Typed}});
+        setCandidates({{.address = *address, .interfaces = {}}});
         return;
     }
     lookUp(*host);
@@ -127,7 +127,7 @@ void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::e
     candidates.reserve(addresses.size());
     for (const auto& address : addresses)
         candidates.push_back(
-            {.address = withPort(address, endpoint_.host()->port), .origin = AddressOrigin::Typed});
+            {.address = withPort(address, endpoint_.host()->port), .interfaces = {}});
     setCandidates(candidates);
     race_->restart();
 }
@@ -138,26 +138,16 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
     isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
-    candidates.reserve(update.addresses.size());
     const auto* host = endpoint_.host();
     for (const auto& found : update.addresses)
-        candidates.push_back(
-            {.address = host != nullptr ? withPort(found.address, host->port) : found.address,
-             .origin = originOf(found)});
+        addCandidate(candidates,
+                     host != nullptr ? withPort(found.address, host->port) : found.address,
+                     found.interfaceIndex);
     setCandidates(candidates);
     if (waitingError_) {
         pause_ = kFirstPause;
         race_->restart();
     }
-}
-
-/// The interface a record arrived on matters only for loopback addresses. Listing the interfaces
-/// takes longer than connecting, so it is not done for other addresses.
-AddressOrigin Connector::originOf(const DnsSd::FoundAddress& found) const
-{
-    return isLoopback(found.address) ? quillbox::originOf(found.address, found.interfaceIndex,
-                                                          context_->monitor.addresses())
-                                     : AddressOrigin::DnsSd;
 }
 
 void Connector::setCandidates(const std::vector<Candidate>& candidates)

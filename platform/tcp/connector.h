@@ -54,7 +54,6 @@ private:
     void lookUp(const HostEndpoint& host);
     void takeLookedUp(const std::vector<SocketAddress>& addresses, std::error_code error);
     void takeResolved(const DnsSd::ResolveUpdate& update);
-    AddressOrigin originOf(const DnsSd::FoundAddress& found) const;
     void setCandidates(const std::vector<Candidate>& candidates);
     void lose(const AddressRace::Outcome& outcome);
     void fail(std::error_code error);

@@ -74,18 +74,48 @@ std::optional<PlainAddress> plainAddress(const SocketAddress& address)
 
 } // namespace
 
-bool isDialable(const SocketAddress& address, AddressOrigin origin, const OwnAddresses& own)
+void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& address,
+                  int interfaceIndex)
 {
+    const auto known =
+        std::find_if(candidates.begin(), candidates.end(),
+                     [&address](const Candidate& each) { return each.address == address; });
+    if (known == candidates.end())
+        candidates.push_back({.address = address, .interfaces = {interfaceIndex}});
+    else
+        known->interfaces.push_back(interfaceIndex);
+}
+
+std::optional<DialPermission> mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
+                                      const NetworkMonitor& monitor)
+{
+    const auto& [address, interfaces] = candidate;
     const auto plain = plainAddress(address);
     if (!plain)
-        return false;
-    if (own.isOwnPort && isOfThisComputer(address, own.addresses))
-        return false;
-    if (origin == AddressOrigin::Typed)
-        return true;
+        return std::nullopt;
+    if (ownPorts.contains(portOf(address)) && isOfThisComputer(address, monitor.addresses()))
+        return std::nullopt;
+    if (candidate.isTyped())
+        return DialPermission();
     if (portOf(address) == 0 || plain->isUnspecified() || plain->isMulticastOrBroadcast())
-        return false;
-    return !plain->isLoopback() || origin == AddressOrigin::DnsSdOnLoopback;
+        return std::nullopt;
+    if (std::find(interfaces.begin(), interfaces.end(), kLoopbackInterface) != interfaces.end())
+        return DialPermission();
+    if (plain->isLoopback() || (plain->isIPv4 && familyOf(address) == AF_INET6))
+        return std::nullopt;
+    std::optional<DialPermission> permission;
+    for (const int interfaceIndex : interfaces) {
+        switch (monitor.routeThrough(interfaceIndex, address)) {
+        case OutgoingRoute::Preferred:
+            return DialPermission();
+        case OutgoingRoute::IfBound:
+            permission = {.bindTo = interfaceIndex};
+            break;
+        case OutgoingRoute::None:
+            break;
+        }
+    }
+    return permission;
 }
 
 bool isLoopback(const SocketAddress& address)
@@ -103,18 +133,6 @@ bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceA
            || std::any_of(own.begin(), own.end(), [&address](const InterfaceAddress& each) {
                   return isSameHost(address, each.address);
               });
-}
-
-/// The interface a record arrived on matters only for loopback addresses.
-AddressOrigin originOf(const SocketAddress& address, int interfaceIndex,
-                       const std::vector<InterfaceAddress>& own)
-{
-    const bool isFromLoopback =
-        std::any_of(own.begin(), own.end(), [interfaceIndex](const InterfaceAddress& each) {
-            return each.isLoopback && each.interfaceIndex == interfaceIndex;
-        });
-    return isLoopback(address) && isFromLoopback ? AddressOrigin::DnsSdOnLoopback
-                                                 : AddressOrigin::DnsSd;
 }
 
 bool isSameHost(const SocketAddress& a, const SocketAddress& b)

@@ -2,32 +2,55 @@
 
 #include "platform/net_service.h"
 #include "platform/network_monitor.h"
+#include "platform/tcp/own_ports.h"
 
+#include <optional>
 #include <vector>
 
 namespace quillbox {
 
-/// Where this program got an address from.
-enum class AddressOrigin {
-    Typed,           ///< typed by the user, or resolved by the name service from a typed name
-    DnsSd,           ///< a record from the network, which any host can have sent
-    DnsSdOnLoopback, ///< a record received on a loopback interface: sent by this computer
+/// The index of the loopback interface in every network namespace (LOOPBACK_IFINDEX in the kernel).
+inline constexpr int kLoopbackInterface = 1;
+
+/// An address and port to connect to, and where it was found.
+struct Candidate {
+    SocketAddress address;
+    /// The interfaces on which DNS-SD records with this address arrived. Empty if the user typed
+    /// the address, or a name that the name service resolved to it.
+    std::vector<int> interfaces;
+
+    bool isTyped() const { return interfaces.empty(); }
+
+    bool operator==(const Candidate&) const = default;
 };
 
-/// Facts about this computer that `isDialable` needs.
-struct OwnAddresses {
-    std::vector<InterfaceAddress> addresses;
-    bool isOwnPort = false; ///< whether a listener of this program uses the address's port
+/// Adds an address that DNS-SD found to the candidate with this address, or as a new candidate.
+void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& address,
+                  int interfaceIndex);
+
+/// How a connection may be opened.
+struct DialPermission {
+    int bindTo = 0; ///< the index of the interface that the socket must be bound to; 0 for none
+
+    bool operator==(const DialPermission&) const = default;
 };
 
-/// Whether a connection to `address` may be opened.
+/// Whether, and how, a connection to the candidate may be opened at this moment.
 ///
-/// Connections to this program's own listeners are not allowed, since these would connect again, in
-/// an endless loop. An address found by DNS-SD must not be unspecified, multicast or broadcast, its
-/// port must not be 0, and it may be a loopback address only if the record was sent by this
-/// computer: otherwise any host on the network could use the program to reach local services of
-/// this computer. An IPv4-mapped IPv6 address (RFC 4291, section 2.5.5.2) is treated as IPv4.
-bool isDialable(const SocketAddress& address, AddressOrigin origin, const OwnAddresses& own);
+/// A record from the network may come from any host, and must not open a way to a server that this
+/// host does not have itself. Its address is therefore dialled only through an interface on which
+/// the record arrived, and never if it is an address of this computer: the relay would otherwise
+/// lead past this computer's firewall, to servers that trust local clients, and to the networks
+/// behind its other interfaces. IPv4-mapped IPv6 addresses (RFC 4291, section 2.5.5.2), which do
+/// not belong into records, and port 0 are refused as well.
+///
+/// A record that arrived on the loopback interface was sent by this computer; it is refused only
+/// port 0 and unspecified, multicast and broadcast addresses. What the user typed is free.
+///
+/// Nothing is ever dialled that is a listener of this program: it would connect again, in an
+/// endless loop.
+std::optional<DialPermission> mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
+                                      const NetworkMonitor& monitor);
 
 /// Whether the address is in 127.0.0.0/8 (IPv4-mapped or not) or ::1.
 bool isLoopback(const SocketAddress& address);
@@ -35,11 +58,6 @@ bool isLoopback(const SocketAddress& address);
 /// Whether the address is one of `own`, which are this computer's addresses, or a loopback or
 /// unspecified one. Ignores the port.
 bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceAddress>& own);
-
-/// The origin of an address that DNS-SD found on the interface with this index; `own` are this
-/// computer's addresses.
-AddressOrigin originOf(const SocketAddress& address, int interfaceIndex,
-                       const std::vector<InterfaceAddress>& own);
 
 /// Whether both addresses are equal, and their scopes as well if both are known. Ignores the ports.
 bool isSameHost(const SocketAddress& a, const SocketAddress& b);

@@ -119,12 +119,13 @@ private:
     /// The resolved addresses that a connection may be opened to, IPv4 first.
     std::vector<SocketAddress> dialable() const
     {
-        OwnAddresses own{.addresses = means.monitor.addresses(), .isOwnPort = false};
+        std::vector<Candidate> candidates;
+        for (const auto& [address, interfaceIndex] : last.addresses)
+            addCandidate(candidates, address, interfaceIndex);
         std::vector<SocketAddress> addresses;
-        for (const auto& [address, interfaceIndex] : last.addresses) {
-            own.isOwnPort = means.ownPorts.contains(portOf(address));
-            if (isDialable(address, originOf(address, interfaceIndex, own.addresses), own))
-                addresses.push_back(address);
+        for (const auto& each : candidates) {
+            if (mayDial(each, means.ownPorts, means.monitor))
+                addresses.push_back(each.address);
         }
         std::stable_partition(addresses.begin(), addresses.end(),
                               [](const auto& address) { return familyOf(address) == AF_INET; });

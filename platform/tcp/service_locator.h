@@ -35,7 +35,7 @@ inline constexpr std::chrono::milliseconds kHostLimit{1000};
 /// display host names and cache connections by them. It must be a multicast DNS name, so that no
 /// unicast DNS server is queried, and all its addresses must belong to this computer (own services)
 /// or be among those that DNS-SD found (other services). Otherwise returns a numeric address; that
-/// of another service satisfies `isDialable`.
+/// of another service satisfies `mayDial`.
 std::unique_ptr<ServiceLocator> makeServiceLocator(ServiceLocatorMeans means);
 
 } // namespace quillbox

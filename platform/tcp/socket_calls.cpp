@@ -123,6 +123,14 @@ int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& er
     return socket;
 }
 
+std::error_code bindToInterface(int socket, int interfaceIndex)
+{
+    const bool isBound =
+        ::setsockopt(socket, SOL_SOCKET, SO_BINDTOIFINDEX, &interfaceIndex, sizeof interfaceIndex)
+        == 0;
+    return isBound ? std::error_code() : lastError();
+}
+
 std::error_code beginConnect(int socket, const SocketAddress& address)
 {
     setOption(socket, IPPROTO_TCP, TCP_SYNCNT, kConnectRetries);

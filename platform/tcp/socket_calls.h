@@ -28,6 +28,10 @@ void setConnectionOptions(int socket);
 int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error,
                         Reach reach = Reach::Network);
 
+/// Lets the socket send and receive through the interface with this index only (SO_BINDTOIFINDEX,
+/// which needs no privilege since Linux 5.7).
+std::error_code bindToInterface(int socket, int interfaceIndex);
+
 /// Starts connecting; `operation_in_progress` if the result is still pending.
 std::error_code beginConnect(int socket, const SocketAddress& address);
 

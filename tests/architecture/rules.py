@@ -10,7 +10,7 @@ import re
 ARROWS = {
     "platform": {"platform"},
     "platform/dispatch": {"platform"},
-    "platform/netlink": {"platform", "platform/dispatch"},
+    "platform/netlink": {"platform", "platform/dispatch", "platform/posix"},
     "platform/dnssd": {"platform"},
     "platform/tcp": {"platform", "platform/dispatch", "platform/dnssd/dns_sd.h"},
     "platform/posix": {"platform"},

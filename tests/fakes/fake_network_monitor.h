@@ -14,6 +14,12 @@ public:
     void setAddresses(std::vector<InterfaceAddress> addresses);
 
     std::vector<InterfaceAddress> addresses() const override { return current; }
+    /// Every address is on every link.
+    OutgoingRoute routeThrough(int /*interfaceIndex*/,
+                               const SocketAddress& /*address*/) const override
+    {
+        return OutgoingRoute::Preferred;
+    }
     std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
                                             std::function<void()> changed) override;
 

@@ -17,7 +17,7 @@ namespace {
 
 Candidate typed(const SocketAddress& address)
 {
-    return {.address = address, .origin = AddressOrigin::Typed};
+    return {.address = address, .interfaces = {}};
 }
 
 /// A link-local address without a scope: connect() fails before a packet is sent.

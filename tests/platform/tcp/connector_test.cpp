@@ -1,8 +1,10 @@
 #include "platform/tcp/address_race.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
+#include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <string>
@@ -363,6 +365,46 @@ TEST(Connector, dialsNoAddressOfAStrangerThatLeadsToThisComputer)
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
     EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
+}
+
+/// Dials a server whose address is in a record that arrived on interface 7. Tells the first state
+/// that the connection reaches.
+void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes)
+{
+    inNetworkNamespace([&] {
+        setLoopbackUp(true);
+        ASSERT_EQ(std::system("ip address add 192.0.2.7/32 dev lo"), 0);
+        Harness harness;
+        const PeerListener phone("192.0.2.7");
+        harness.monitor.setRoutes(7, phone.address(), std::move(routes));
+        harness.dnsSd.answerAll(found({{.address = phone.address(), .interfaceIndex = 7}}));
+        auto subject = harness.dial(kPhone);
+        EXPECT_TRUE(subject.log->waitFor(expected));
+        const auto other = expected == State::Ready ? State::Waiting : State::Ready;
+        EXPECT_EQ(subject.log->count(other), 0U);
+        harness.pool.shutdown();
+    });
+}
+
+TEST(Connector, dialsAnAddressOfTheNetworkWhereItsRecordArrived)
+{
+    expectOfRecordFromNetwork(State::Ready, {OutgoingRoute::Preferred});
+}
+
+TEST(Connector, dialsNoAddressThatIsNotInTheNetworkWhereItsRecordArrived)
+{
+    expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::None});
+}
+
+TEST(Connector, bindsItsSocketToTheInterfaceWhereTheKernelWouldTakeAnother)
+{
+    // There is no interface 7 to bind to.
+    expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::IfBound});
+}
+
+TEST(Connector, dropsAConnectionThatANewRouteDiverted)
+{
+    expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::Preferred, OutgoingRoute::None});
 }
 
 TEST(Connector, dialsNoListenerOfItsOwn)

@@ -1,7 +1,13 @@
 #include "platform/tcp/dialable_address.h"
 #include "tests/fakes/socket_addresses.h"
 
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -17,125 +23,168 @@ SocketAddress address(const std::string& text, std::uint16_t port = kPort, std::
                                                : ipv6Address(text, scope, port);
 }
 
-InterfaceAddress own(const std::string& text, int index, std::uint32_t scope = 0)
-{
-    InterfaceAddress result;
-    result.interfaceIndex = index;
-    result.interfaceName = index == 1 ? "lo" : "wlan0";
-    result.isLoopback = index == 1;
-    result.address = address(text, 0, scope);
-    return result;
-}
+constexpr int kWlan = 2;
+constexpr int kEthernet = 3;
 
-OwnAddresses thisComputer(bool isOwnPort)
-{
-    return {.addresses = {own("127.0.0.1", 1), own("::1", 1), own("192.0.2.7", 2),
-                          own("2001:db8::7", 2), own("fe80::7", 2, 2)},
-            .isOwnPort = isOwnPort};
-}
+/// The port of a listener of this program.
+constexpr std::uint16_t kOwnPort = 4446;
+
+/// Which links lead to an address.
+class ScriptedRoutes final : public NetworkMonitor {
+public:
+    std::vector<InterfaceAddress> addresses() const override
+    {
+        return {own("127.0.0.1", kLoopbackInterface), own("::1", kLoopbackInterface),
+                own("192.0.2.7", kWlan), own("2001:db8::7", kWlan), own("fe80::7", kWlan, kWlan)};
+    }
+
+    OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& /*address*/) const override
+    {
+        const auto found = routes.find(interfaceIndex);
+        return found == routes.end() ? OutgoingRoute::None : found->second;
+    }
+
+    std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> /*queue*/,
+                                            std::function<void()> /*changed*/) override
+    {
+        return nullptr;
+    }
+
+    std::map<int, OutgoingRoute> routes;
+
+private:
+    static InterfaceAddress own(const std::string& text, int index, std::uint32_t scope = 0)
+    {
+        return {.interfaceIndex = index,
+                .interfaceName = index == kLoopbackInterface ? "lo" : "wlan0",
+                .isLoopback = index == kLoopbackInterface,
+                .address = address(text, 0, scope)};
+    }
+};
 
 } // namespace
 
-struct Case {
-    const char* text;
-    bool isDialable;           ///< when found by DNS-SD on the network
-    bool isDialableOnLoopback; ///< when found by DNS-SD on a loopback interface
+class MayDial : public testing::Test {
+protected:
+    MayDial() { ownPorts.add(kOwnPort); }
+
+    std::optional<DialPermission> ask(const SocketAddress& wanted,
+                                      std::vector<int> interfaces) const
+    {
+        return mayDial({.address = wanted, .interfaces = std::move(interfaces)}, ownPorts, network);
+    }
+
+    bool isFree(const SocketAddress& wanted, std::vector<int> interfaces) const
+    {
+        return ask(wanted, std::move(interfaces)) == DialPermission();
+    }
+
+    OwnPorts ownPorts;
+    ScriptedRoutes network;
 };
 
-class DialableAddress : public testing::TestWithParam<Case> {};
+struct Case {
+    const char* text;
+    bool isFromNetwork;  ///< whether it is dialled if it is in a record from the network
+    bool isFromLoopback; ///< ... in a record that arrived on the loopback interface
+};
 
-TEST_P(DialableAddress, isJudgedByWhereItCameFrom)
+class MayDialAddress : public MayDial, public testing::WithParamInterface<Case> {};
+
+TEST_P(MayDialAddress, dependsOnWhereItWasFound)
 {
+    network.routes[kWlan] = OutgoingRoute::Preferred;
     const auto& [text, isFromNetwork, isFromLoopback] = GetParam();
-    const auto other = thisComputer(false);
-    EXPECT_EQ(isDialable(address(text), AddressOrigin::DnsSd, other), isFromNetwork);
-    EXPECT_EQ(isDialable(address(text), AddressOrigin::DnsSdOnLoopback, other), isFromLoopback);
-    EXPECT_TRUE(isDialable(address(text), AddressOrigin::Typed, other));
+    EXPECT_EQ(isFree(address(text), {kWlan}), isFromNetwork);
+    EXPECT_EQ(isFree(address(text), {kLoopbackInterface}), isFromLoopback);
+    EXPECT_TRUE(isFree(address(text), {}));
     // DNS-SD addresses need a port; typed ones are not restricted.
-    EXPECT_FALSE(isDialable(address(text, 0), AddressOrigin::DnsSd, other));
-    EXPECT_FALSE(isDialable(address(text, 0), AddressOrigin::DnsSdOnLoopback, other));
-    EXPECT_TRUE(isDialable(address(text, 0), AddressOrigin::Typed, other));
+    EXPECT_FALSE(ask(address(text, 0), {kWlan}));
+    EXPECT_FALSE(ask(address(text, 0), {kLoopbackInterface}));
+    EXPECT_TRUE(isFree(address(text, 0), {}));
 }
 
 INSTANTIATE_TEST_SUITE_P(
-    Matrix, DialableAddress,
+    Matrix, MayDialAddress,
     testing::Values(Case{"192.0.2.1", true, true}, Case{"10.0.0.1", true, true},
-                    Case{"169.254.3.4", true, true}, Case{"192.0.2.7", true, true},
-                    Case{"fe80::1", true, true}, Case{"2001:db8::1", true, true},
-                    Case{"fd00::1", true, true}, Case{"::ffff:192.0.2.1", true, true},
-                    Case{"0.0.0.0", false, false}, Case{"0.1.2.3", false, false},
-                    Case{"::", false, false}, Case{"::ffff:0.0.0.0", false, false},
-                    Case{"224.0.0.251", false, false}, Case{"239.255.255.250", false, false},
-                    Case{"ff02::fb", false, false}, Case{"::ffff:224.0.0.1", false, false},
-                    Case{"255.255.255.255", false, false},
+                    Case{"169.254.3.4", true, true}, Case{"fe80::1", true, true},
+                    Case{"2001:db8::1", true, true}, Case{"fd00::1", true, true},
+                    Case{"::ffff:192.0.2.1", false, true}, Case{"0.0.0.0", false, false},
+                    Case{"0.1.2.3", false, false}, Case{"::", false, false},
+                    Case{"::ffff:0.0.0.0", false, false}, Case{"224.0.0.251", false, false},
+                    Case{"239.255.255.250", false, false}, Case{"ff02::fb", false, false},
+                    Case{"::ffff:224.0.0.1", false, false}, Case{"255.255.255.255", false, false},
                     Case{"::ffff:255.255.255.255", false, false}, Case{"127.0.0.1", false, true},
                     Case{"127.255.255.254", false, true}, Case{"::1", false, true},
                     Case{"::ffff:127.0.0.1", false, true}));
 
-TEST(DialableAddressOfThisComputer, isNotDialledAtAnOwnListenersPort)
+TEST_F(MayDial, refusesWhatDoesNotLeaveThroughTheInterfaceOfTheRecord)
 {
+    network.routes[kEthernet] = OutgoingRoute::Preferred;
+    EXPECT_FALSE(ask(address("192.0.2.1"), {kWlan}));
+    EXPECT_TRUE(isFree(address("192.0.2.1"), {kEthernet}));
+}
+
+TEST_F(MayDial, bindsTheSocketWhereTheKernelWouldTakeAnotherInterface)
+{
+    network.routes[kWlan] = OutgoingRoute::IfBound;
+    EXPECT_EQ(ask(address("192.0.2.1"), {kWlan}), DialPermission{.bindTo = kWlan});
+    network.routes[kEthernet] = OutgoingRoute::Preferred;
+    EXPECT_TRUE(isFree(address("192.0.2.1"), {kWlan, kEthernet}));
+}
+
+TEST_F(MayDial, refusesOwnListenersWhereverTheAddressComesFrom)
+{
+    network.routes[kWlan] = OutgoingRoute::Preferred;
     for (const auto* text : {"192.0.2.7", "2001:db8::7", "::ffff:192.0.2.7", "127.0.0.1",
                              "127.4.5.6", "::1", "::ffff:127.0.0.1", "0.0.0.0", "::"}) {
-        for (const auto origin :
-             {AddressOrigin::Typed, AddressOrigin::DnsSd, AddressOrigin::DnsSdOnLoopback})
-            EXPECT_FALSE(isDialable(address(text), origin, thisComputer(true))) << text;
+        for (const auto& interfaces :
+             {std::vector<int>(), std::vector{kWlan}, std::vector{kLoopbackInterface}})
+            EXPECT_FALSE(ask(address(text, kOwnPort), interfaces)) << text;
     }
+    EXPECT_TRUE(isFree(address("192.0.2.1", kOwnPort), {kWlan})) << "of another computer";
 }
 
-TEST(DialableAddressOfThisComputer, isDialledAtOtherPorts)
+TEST_F(MayDial, tellsEqualLinkLocalAddressesOnTwoLinksApart)
 {
-    EXPECT_TRUE(isDialable(address("192.0.2.7"), AddressOrigin::DnsSd, thisComputer(false)));
-    EXPECT_TRUE(isDialable(address("127.0.0.1"), AddressOrigin::Typed, thisComputer(false)));
+    network.routes[kWlan] = network.routes[kEthernet] = OutgoingRoute::Preferred;
+    EXPECT_FALSE(ask(address("fe80::7", kOwnPort, kWlan), {kWlan}));
+    EXPECT_TRUE(isFree(address("fe80::7", kOwnPort, kEthernet), {kEthernet}));
+    EXPECT_FALSE(ask(address("fe80::7", kOwnPort, 0), {kWlan}));
 }
 
-TEST(DialableAddressOfThisComputer, isToldFromTheSameLinkLocalAddressOnAnotherLink)
+TEST_F(MayDial, refusesWhatIsNoAddress)
 {
-    EXPECT_FALSE(
-        isDialable(address("fe80::7", kPort, 2), AddressOrigin::DnsSd, thisComputer(true)));
-    EXPECT_TRUE(isDialable(address("fe80::7", kPort, 3), AddressOrigin::DnsSd, thisComputer(true)));
-    EXPECT_FALSE(
-        isDialable(address("fe80::7", kPort, 0), AddressOrigin::DnsSd, thisComputer(true)));
+    network.routes[kWlan] = OutgoingRoute::Preferred;
+    EXPECT_FALSE(ask({}, {}));
+    EXPECT_FALSE(ask(SocketAddress(3), {}));
+    auto shortened = address("2001:db8::1");
+    shortened.pop_back();
+    EXPECT_FALSE(ask(shortened, {}));
+    EXPECT_FALSE(ask(SocketAddress(28), {kWlan}));
 }
 
-TEST(DialableAddressOfAnotherComputer, isDialledAtAPortThatIsOursHere)
+TEST_F(MayDial, keepsOneCandidateForAnAddressSeenOnTwoInterfaces)
 {
-    EXPECT_TRUE(isDialable(address("192.0.2.1"), AddressOrigin::DnsSd, thisComputer(true)));
+    std::vector<Candidate> candidates;
+    addCandidate(candidates, address("192.0.2.1"), kWlan);
+    addCandidate(candidates, address("192.0.2.2"), kWlan);
+    addCandidate(candidates, address("192.0.2.1"), kEthernet);
+    const std::vector<Candidate> expected{
+        {.address = address("192.0.2.1"), .interfaces = {kWlan, kEthernet}},
+        {.address = address("192.0.2.2"), .interfaces = {kWlan}}};
+    EXPECT_EQ(candidates, expected);
 }
 
-TEST(AddressOfThisComputer, isOneOfItsInterfacesOrLeadsToItself)
+TEST_F(MayDial, knowsTheAddressesOfThisComputer)
 {
-    const auto own = thisComputer(false).addresses;
+    const auto own = network.addresses();
     for (const auto* text :
          {"192.0.2.7", "2001:db8::7", "::ffff:192.0.2.7", "127.4.5.6", "::1", "0.0.0.0", "::"})
         EXPECT_TRUE(isOfThisComputer(address(text), own)) << text;
     for (const auto* text : {"192.0.2.1", "2001:db8::1", "10.0.0.1"})
         EXPECT_FALSE(isOfThisComputer(address(text), own)) << text;
     EXPECT_FALSE(isOfThisComputer({}, own));
-}
-
-TEST(AddressOrigin, isTheLoopbackInterfaceForLoopbackAddressesAlone)
-{
-    InterfaceAddress loopback;
-    loopback.interfaceIndex = 1;
-    loopback.isLoopback = true;
-    InterfaceAddress wired;
-    wired.interfaceIndex = 2;
-    const std::vector<InterfaceAddress> own{loopback, wired};
-    EXPECT_EQ(originOf(address("127.0.0.1"), 1, own), AddressOrigin::DnsSdOnLoopback);
-    EXPECT_EQ(originOf(address("::1"), 1, own), AddressOrigin::DnsSdOnLoopback);
-    EXPECT_EQ(originOf(address("127.0.0.1"), 2, own), AddressOrigin::DnsSd);
-    EXPECT_EQ(originOf(address("127.0.0.1"), 3, own), AddressOrigin::DnsSd);
-    EXPECT_EQ(originOf(address("192.0.2.1"), 1, own), AddressOrigin::DnsSd);
-}
-
-TEST(DialableAddressOfNoFamily, isNeverDialled)
-{
-    EXPECT_FALSE(isDialable({}, AddressOrigin::Typed, thisComputer(false)));
-    EXPECT_FALSE(isDialable(SocketAddress(3), AddressOrigin::Typed, thisComputer(false)));
-    auto shortened = address("2001:db8::1");
-    shortened.pop_back();
-    EXPECT_FALSE(isDialable(shortened, AddressOrigin::Typed, thisComputer(false)));
-    EXPECT_FALSE(isDialable(SocketAddress(28), AddressOrigin::DnsSd, thisComputer(false)));
 }
 
 } // namespace quillbox

@@ -1,6 +1,7 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include "platform/tcp/pipe_pool.h"
+#include "platform/tcp/socket_address.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/socket_addresses.h"
 
@@ -60,6 +61,26 @@ std::vector<InterfaceAddress> ScriptedMonitor::addresses() const
 {
     const std::lock_guard lock(mutex_);
     return addresses_;
+}
+
+OutgoingRoute ScriptedMonitor::routeThrough(int interfaceIndex, const SocketAddress& address) const
+{
+    const std::lock_guard lock(mutex_);
+    const auto found = routes_.find({interfaceIndex, withPort(address, 0)});
+    if (found == routes_.end())
+        return OutgoingRoute::Preferred;
+    auto& inTurn = found->second;
+    const auto route = inTurn.front();
+    if (inTurn.size() > 1)
+        inTurn.erase(inTurn.begin());
+    return route;
+}
+
+void ScriptedMonitor::setRoutes(int interfaceIndex, const SocketAddress& address,
+                                std::vector<OutgoingRoute> inTurn)
+{
+    const std::lock_guard lock(mutex_);
+    routes_[{interfaceIndex, withPort(address, 0)}] = std::move(inTurn);
 }
 
 std::unique_ptr<NetworkMonitor::Subscription>

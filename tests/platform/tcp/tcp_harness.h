@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <functional>
 #include <future>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -31,10 +32,16 @@ inline constexpr std::chrono::milliseconds kWatch{200};
 class ScriptedMonitor final : public NetworkMonitor {
 public:
     std::vector<InterfaceAddress> addresses() const override;
+    /// As set; `Preferred` for every other address.
+    OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const override;
     std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
                                             std::function<void()> changed) override;
 
     void setAddresses(std::vector<InterfaceAddress> addresses);
+    /// What lookups of a route find, one after another; the last one from then on. The port of the
+    /// address is ignored.
+    void setRoutes(int interfaceIndex, const SocketAddress& address,
+                   std::vector<OutgoingRoute> inTurn);
     void tellChange();
     std::size_t subscriberCount() const;
 
@@ -47,6 +54,7 @@ private:
 
     mutable std::mutex mutex_;
     std::vector<InterfaceAddress> addresses_;
+    mutable std::map<std::pair<int, SocketAddress>, std::vector<OutgoingRoute>> routes_;
     std::vector<std::weak_ptr<Subscriber>> subscribers_;
 };
 
