@@ -2,6 +2,7 @@
 
 #include "platform/content.h"
 #include "platform/dispatch_queue.h"
+#include "platform/net_service.h"
 
 #include <cstddef>
 #include <functional>
@@ -63,6 +64,9 @@ public:
 
     /// Idempotent.
     virtual void cancel() = 0;
+
+    /// The address of the client of an accepted connection, until it is started; otherwise empty.
+    virtual SocketAddress clientAddress() const = 0;
 };
 
 } // namespace quillbox

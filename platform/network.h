@@ -20,6 +20,10 @@ namespace quillbox {
 struct TcpParameters {
     bool allowLocalEndpointReuse = false;
     bool includePeerToPeer = false;
+    /// The client on whose behalf an outgoing connection is opened. It fails if DNS-SD finds its
+    /// endpoint at that host: if records lead two relays to each other, each session of one would
+    /// otherwise open one at the other, without end.
+    SocketAddress client = {};
 };
 
 /// The system chooses a free port.

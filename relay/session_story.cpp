@@ -61,6 +61,8 @@ public:
 
     void cancel() override { connection->cancel(); }
 
+    SocketAddress clientAddress() const override { return connection->clientAddress(); }
+
 private:
     const std::shared_ptr<SessionStory> story;
     const Side side;

@@ -45,9 +45,11 @@ std::error_code refusal(const Candidate& candidate)
 
 } // namespace
 
-AddressRace::AddressRace(std::shared_ptr<TcpContext> context, Strand strand, Handlers handlers)
+AddressRace::AddressRace(std::shared_ptr<TcpContext> context, Strand strand, SocketAddress client,
+                         Handlers handlers)
     : context_(std::move(context)),
       strand_(std::move(strand)),
+      client_(std::move(client)),
       timer_(context_->pool),
       handlers_(std::move(handlers))
 {
@@ -172,6 +174,10 @@ std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
 void AddressRace::dial(const std::shared_ptr<Entry>& entry)
 {
     const auto& address = entry->candidate.address;
+    if (entry->candidate.isFromNetwork() && isSameHost(address, client_)) {
+        settle(entry, std::make_error_code(std::errc::connection_refused));
+        return;
+    }
     const auto permission = mayDial(entry->candidate, context_->ownPorts, context_->monitor);
     if (!permission) {
         settle(entry, refusal(entry->candidate));

@@ -39,7 +39,9 @@ public:
         std::function<void(Outcome)> lost;
     };
 
-    AddressRace(std::shared_ptr<TcpContext> context, Strand strand, Handlers handlers);
+    /// `client` is as in `TcpParameters`.
+    AddressRace(std::shared_ptr<TcpContext> context, Strand strand, SocketAddress client,
+                Handlers handlers);
     ~AddressRace();
 
     AddressRace(const AddressRace&) = delete;
@@ -72,6 +74,7 @@ private:
 
     const std::shared_ptr<TcpContext> context_;
     const Strand strand_;
+    const SocketAddress client_;
     Timer timer_;
     Handlers handlers_;
     std::vector<std::shared_ptr<Entry>> entries_;

@@ -30,10 +30,11 @@ std::optional<std::string> multicastName(const std::string& host)
 } // namespace
 
 Connector::Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<DispatchQueue> queue,
-                     Endpoint endpoint, Handlers handlers)
+                     Endpoint endpoint, SocketAddress client, Handlers handlers)
     : context_(std::move(context)),
       queue_(std::move(queue)),
       endpoint_(std::move(endpoint)),
+      client_(std::move(client)),
       handlers_(std::move(handlers)),
       timer_(context_->pool)
 {
@@ -42,7 +43,7 @@ Connector::Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<Dispat
 void Connector::start()
 {
     race_ = std::make_shared<AddressRace>(
-        context_, strandOf(*queue_),
+        context_, strandOf(*queue_), client_,
         AddressRace::Handlers{.won =
                                   [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
                                       const auto self = weak.lock();

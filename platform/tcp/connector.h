@@ -20,7 +20,7 @@ namespace quillbox {
 
 /// Resolves an endpoint and races its addresses until one connects. If none is reachable, retries
 /// when the network or the endpoint's records change, and with exponential backoff from 1 to 30
-/// seconds, because a phone that wakes up causes no event.
+/// seconds, because a phone that wakes up causes no event. `client` is as in `TcpParameters`.
 ///
 /// Used on its queue, where the handlers are called as well, never inside a call to this object.
 class Connector final : public std::enable_shared_from_this<Connector> {
@@ -37,7 +37,7 @@ public:
     };
 
     Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<DispatchQueue> queue,
-              Endpoint endpoint, Handlers handlers);
+              Endpoint endpoint, SocketAddress client, Handlers handlers);
 
     Connector(const Connector&) = delete;
     Connector& operator=(const Connector&) = delete;
@@ -64,6 +64,7 @@ private:
     const std::shared_ptr<TcpContext> context_;
     const std::shared_ptr<DispatchQueue> queue_;
     const Endpoint endpoint_;
+    const SocketAddress client_;
     Handlers handlers_;
     Timer timer_;
     std::shared_ptr<AddressRace> race_; ///< null before `start` and after `stop`

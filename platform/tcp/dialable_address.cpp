@@ -74,6 +74,13 @@ std::optional<PlainAddress> plainAddress(const SocketAddress& address)
 
 } // namespace
 
+bool Candidate::isFromNetwork() const
+{
+    return !isTyped()
+           && std::find(interfaces.begin(), interfaces.end(), kLoopbackInterface)
+                  == interfaces.end();
+}
+
 void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& address,
                   int interfaceIndex)
 {
@@ -99,7 +106,7 @@ std::optional<DialPermission> mayDial(const Candidate& candidate, const OwnPorts
         return DialPermission();
     if (portOf(address) == 0 || plain->isUnspecified() || plain->isMulticastOrBroadcast())
         return std::nullopt;
-    if (std::find(interfaces.begin(), interfaces.end(), kLoopbackInterface) != interfaces.end())
+    if (!candidate.isFromNetwork())
         return DialPermission();
     if (plain->isLoopback() || (plain->isIPv4 && familyOf(address) == AF_INET6))
         return std::nullopt;

@@ -21,6 +21,9 @@ struct Candidate {
 
     bool isTyped() const { return interfaces.empty(); }
 
+    /// Whether another host may have sent the records.
+    bool isFromNetwork() const;
+
     bool operator==(const Candidate&) const = default;
 };
 

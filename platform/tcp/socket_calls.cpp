@@ -156,6 +156,16 @@ bool isSelfConnected(int socket, std::uint16_t port)
     return localSize == remoteSize && local == remote;
 }
 
+SocketAddress remoteAddress(int socket)
+{
+    SocketAddress remote(sizeof(sockaddr_in6));
+    auto size = static_cast<socklen_t>(remote.size());
+    if (::getpeername(socket, reinterpret_cast<sockaddr*>(remote.data()), &size) != 0)
+        return {};
+    remote.resize(size);
+    return remote;
+}
+
 std::uint16_t localPort(int socket)
 {
     SocketAddress local(sizeof(sockaddr_in6));

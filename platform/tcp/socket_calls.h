@@ -41,6 +41,9 @@ bool isSelfConnected(int socket, std::uint16_t port);
 
 std::uint16_t localPort(int socket);
 
+/// Empty if the socket is not connected.
+SocketAddress remoteAddress(int socket);
+
 /// Reads the pending error of the socket, which clears it (SO_ERROR).
 std::error_code takeSocketError(int socket);
 

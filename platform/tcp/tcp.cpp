@@ -36,9 +36,9 @@ std::shared_ptr<Listener> TcpNetwork::makeListener(const TcpParameters& paramete
 }
 
 std::shared_ptr<Connection> TcpNetwork::makeConnection(const Endpoint& endpoint,
-                                                       const TcpParameters& /*parameters*/)
+                                                       const TcpParameters& parameters)
 {
-    return makeOutgoingConnection(context_, endpoint);
+    return makeOutgoingConnection(context_, endpoint, parameters.client);
 }
 
 std::unique_ptr<ServiceLocator>

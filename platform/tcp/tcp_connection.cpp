@@ -1,6 +1,7 @@
 #include "platform/tcp/tcp_connection.h"
 
 #include "platform/tcp/connector.h"
+#include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_stream.h"
 
 #include <cassert>
@@ -21,8 +22,9 @@ public:
     {
     }
 
-    ConnectionCore(std::shared_ptr<TcpContext> context, const Endpoint& endpoint)
-        : context_(std::move(context)), endpoint_(endpoint)
+    ConnectionCore(std::shared_ptr<TcpContext> context, const Endpoint& endpoint,
+                   SocketAddress client)
+        : context_(std::move(context)), endpoint_(endpoint), client_(std::move(client))
     {
     }
 
@@ -68,6 +70,11 @@ public:
         close();
         if (queue_)
             reportCancelled();
+    }
+
+    SocketAddress clientAddress() const
+    {
+        return accepted_ ? remoteAddress(accepted_->descriptor()) : SocketAddress();
     }
 
     /// Called on any thread when the owner is destroyed.
@@ -123,7 +130,7 @@ private:
     {
         report(Connection::State::Preparing, {});
         connector_ = std::make_shared<Connector>(
-            context_, queue_, *endpoint_,
+            context_, queue_, *endpoint_, client_,
             Connector::Handlers{.waiting =
                                     [weak = weak_from_this()](std::error_code error) {
                                         if (const auto self = weak.lock())
@@ -163,6 +170,7 @@ private:
     std::unique_ptr<Socket> accepted_;        ///< of an accepted connection, until `start`
     std::unique_ptr<CountedSession> session_; ///< of an accepted connection, until `start`
     const std::optional<Endpoint> endpoint_;
+    const SocketAddress client_; ///< see `TcpParameters`
     std::shared_ptr<DispatchQueue> queue_;
     Connection::StateUpdateHandler handler_;
     std::shared_ptr<Connector> connector_;
@@ -197,6 +205,8 @@ public:
 
     void cancel() override { core_->cancel(); }
 
+    SocketAddress clientAddress() const override { return core_->clientAddress(); }
+
 private:
     const std::shared_ptr<ConnectionCore> core_;
 };
@@ -212,10 +222,10 @@ std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> c
 }
 
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
-                                                   const Endpoint& endpoint)
+                                                   const Endpoint& endpoint, SocketAddress client)
 {
     return std::make_shared<TcpConnection>(
-        std::make_shared<ConnectionCore>(std::move(context), endpoint));
+        std::make_shared<ConnectionCore>(std::move(context), endpoint, std::move(client)));
 }
 
 } // namespace quillbox

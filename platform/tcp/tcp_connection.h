@@ -16,8 +16,8 @@ std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> c
                                                    std::unique_ptr<Socket> socket,
                                                    std::unique_ptr<CountedSession> session);
 
-/// A connection to `endpoint`, which connects when it is started.
+/// A connection to `endpoint`, which connects when it is started; `client` as in `TcpParameters`.
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
-                                                   const Endpoint& endpoint);
+                                                   const Endpoint& endpoint, SocketAddress client);
 
 } // namespace quillbox

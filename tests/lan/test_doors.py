@@ -1,10 +1,11 @@
 """A record from the network opens no way that its sender does not have: the relay connects to no
 address of this computer, and to no host behind it, because a stranger announced it."""
 
+import os
 import time
 
 import pytest
-from rig.computer import visible
+from rig.computer import Computer, visible
 from rig.onlooker import PYTHON
 from rig.phone import Phone
 from rig.process import limit
@@ -69,7 +70,7 @@ def test_a_stranger_reaches_no_service_of_this_computer(computer, onlooker, stra
     mapped = [f"::ffff:{address}" for address in (computer.address4, BRIDGE, CONTAINER)]
     relay = announce(stranger, helper, onlooker, own + mapped, port)
 
-    caller = call(stranger, computer.address4, relay)
+    caller = call(onlooker, computer.address4, relay)
 
     expect_nothing_but_hello_of(stranger, caller, trap)
 
@@ -78,7 +79,7 @@ def test_a_stranger_reaches_no_host_behind_this_computer(computer, onlooker, str
     helper = computer.helper()
     relay = announce(stranger, helper, onlooker, [CONTAINER, CONTAINER6], container.port)
 
-    caller = call(stranger, computer.address4, relay)
+    caller = call(onlooker, computer.address4, relay)
 
     expect_nothing_but_hello_of(stranger, caller, container)
 
@@ -103,7 +104,7 @@ def test_a_connection_that_a_new_route_diverts_carries_nothing(
     computer.run("ip", "route", "add", "default", "via", stranger.address4, "dev", "eth0")
     helper = computer.helper()
     relay = announce(stranger, helper, onlooker, [CONTAINER], container.port)
-    caller = call(stranger, computer.address4, relay)
+    caller = call(onlooker, computer.address4, relay)
     wait_until(lambda: "SYN-SENT" in sockets_to(computer, CONTAINER), 5)
 
     computer.run("ip", "link", "set", "docker0", "up")
@@ -126,6 +127,48 @@ def test_a_record_of_another_network_is_used_if_its_router_is_where_the_record_a
     caller = call(computer, computer.address4, relay)
 
     assert first_bytes(caller, 10)[1] == "b'hello\\n'"
+
+
+def relay_ports(computers, onlooker):
+    """The ports of the relays "Quillbox A" and "Quillbox B" of two computers, by the computer and
+    that name. The second one of a name has been renamed."""
+    ports = {}
+    for name in ("Quillbox A", "Quillbox B"):
+        for shown in (name, name + " #2"):
+            found = onlooker.wait("resolved", shown, limit(15))
+            (place,) = [each for each in computers if each.address4 in found["addresses"]]
+            ports[place, name] = found["port"]
+    return ports
+
+
+def descriptors(helper):
+    return len(os.listdir(f"/proc/{helper.pid}/fd"))
+
+
+def test_relays_of_two_computers_that_records_lead_to_each_other_refuse(
+    computer, onlooker, stranger, lan
+):
+    """Otherwise each session of one would open a session of the other, without end."""
+    other = lan.host("other", of=Computer)
+    helpers = [place.helper() for place in (computer, other)]
+    for name in ("Quillbox A", "Quillbox B"):
+        stranger.announce(name, host=name[-1], addresses=["10.77.0.201"], port=9)
+    for helper in helpers:
+        helper.wait_status(visible(2))
+    ports = relay_ports((computer, other), onlooker)
+    for name, leads_to, relay in (
+        ("Quillbox A", other, ports[other, "Quillbox B"]),
+        ("Quillbox B", computer, ports[computer, "Quillbox A"]),
+    ):
+        stranger.service_name = name
+        stranger.change(host=name[-1], addresses=[leads_to.address4], port=relay)
+    before = [descriptors(helper) for helper in helpers]
+
+    caller = call(onlooker, computer.address4, ports[computer, "Quillbox A"])
+
+    assert first_bytes(caller, 15)[1] == "b''", "refused, as nobody answers"
+    for helper, count in zip(helpers, before):
+        wait_until(lambda helper=helper, count=count: descriptors(helper) <= count + 4, 5)
 
 
 def test_the_user_may_type_any_address(computer, onlooker, container):

@@ -71,7 +71,7 @@ protected:
 
     RaceLog lost;
     const std::shared_ptr<AddressRace> race = std::make_shared<AddressRace>(
-        context, strandOf(*queue),
+        context, strandOf(*queue), SocketAddress(),
         AddressRace::Handlers{
             .won = [](const std::unique_ptr<Socket>&) { ADD_FAILURE() << "connected"; },
             .lost = [this](const AddressRace::Outcome& outcome) { lost.note(outcome); }});

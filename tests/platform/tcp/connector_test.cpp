@@ -367,9 +367,10 @@ TEST(Connector, dialsNoAddressOfAStrangerThatLeadsToThisComputer)
     EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
 }
 
-/// Dials a server whose address is in a record that arrived on interface 7. Tells the first state
-/// that the connection reaches.
-void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes)
+/// Dials a server whose address, 192.0.2.7, is in a record that arrived on interface 7, and expects
+/// that the connection reaches that state.
+void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes,
+                               const TcpParameters& parameters = {})
 {
     inNetworkNamespace([&] {
         setLoopbackUp(true);
@@ -378,10 +379,11 @@ void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes
         const PeerListener phone("192.0.2.7");
         harness.monitor.setRoutes(7, phone.address(), std::move(routes));
         harness.dnsSd.answerAll(found({{.address = phone.address(), .interfaceIndex = 7}}));
-        auto subject = harness.dial(kPhone);
+        auto subject = harness.dial(kPhone, parameters);
         EXPECT_TRUE(subject.log->waitFor(expected));
-        const auto other = expected == State::Ready ? State::Waiting : State::Ready;
-        EXPECT_EQ(subject.log->count(other), 0U);
+        if (expected != State::Ready) {
+            EXPECT_EQ(subject.log->count(State::Ready), 0U);
+        }
         harness.pool.shutdown();
     });
 }
@@ -405,6 +407,26 @@ TEST(Connector, bindsItsSocketToTheInterfaceWhereTheKernelWouldTakeAnother)
 TEST(Connector, dropsAConnectionThatANewRouteDiverted)
 {
     expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::Preferred, OutgoingRoute::None});
+}
+
+TEST(Connector, refusesToConnectAClientToItsOwnHost)
+{
+    const TcpParameters own{.client = ipv6Address("::ffff:192.0.2.7", 0, 50000)};
+    expectOfRecordFromNetwork(State::Failed, {OutgoingRoute::Preferred}, own);
+    const TcpParameters other{.client = ipv6Address("::ffff:192.0.2.8", 0, 50000)};
+    expectOfRecordFromNetwork(State::Ready, {OutgoingRoute::Preferred}, other);
+}
+
+TEST(Connector, connectsAClientOnThisComputerToAPhoneOnThisComputer)
+{
+    Harness harness;
+    const PeerListener phone;
+    harness.dnsSd.answerAll(found({onLoopback(phone.address())}));
+    auto subject = harness.dial(kPhone, {.client = ipv4Address("127.0.0.1", 50000)});
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+    auto typed = harness.dial(HostEndpoint{"127.0.0.1", phone.port()},
+                              {.client = ipv4Address("127.0.0.1", 50000)});
+    EXPECT_TRUE(typed.log->waitFor(State::Ready));
 }
 
 TEST(Connector, dialsNoListenerOfItsOwn)

@@ -404,9 +404,9 @@ std::pair<Subject, Peer> Harness::acceptedPair()
     return {std::move(subject), std::move(peer)};
 }
 
-Subject Harness::dial(const Endpoint& endpoint)
+Subject Harness::dial(const Endpoint& endpoint, const TcpParameters& parameters)
 {
-    Subject subject(network->makeConnection(endpoint, {}), makeQueue());
+    Subject subject(network->makeConnection(endpoint, parameters), makeQueue());
     subject.start();
     return subject;
 }

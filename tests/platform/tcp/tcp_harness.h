@@ -255,7 +255,7 @@ public:
     /// An accepted connection in the Ready state, and its peer.
     std::pair<Subject, Peer> acceptedPair();
 
-    Subject dial(const Endpoint& endpoint);
+    Subject dial(const Endpoint& endpoint, const TcpParameters& parameters = {});
     Subject dial(const std::string& host, std::uint16_t port);
 
     DispatchPool pool;
