@@ -28,8 +28,9 @@ def stranger(lan):
 def container(computer):
     """A host in a network behind the computer, as a container is; its server sends hello."""
     inside = ["unshare", "--net", "--", "sh", "-c"]
-    script = f"read _; exec {PYTHON} {RIG}/greeter.py"
+    script = f"echo inside; read _; exec {PYTHON} {RIG}/greeter.py"
     server = computer.start([*inside, script], stdin=True)
+    server.wait_line(lambda line: line.text == "inside", 10, what="the namespace")
     ip = ["nsenter", "--target", str(server.pid), "--net", "--", "ip"]
     computer.run(*"ip link add docker0 type veth peer name inner".split())
     computer.run("ip", "link", "set", "inner", "netns", str(server.pid))
