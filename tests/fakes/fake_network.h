@@ -56,7 +56,7 @@ public:
     std::optional<Endpoint> endpoint;        ///< none for an accepted connection
     std::optional<TcpParameters> parameters; ///< none for an accepted connection
     SocketAddress client;
-    std::shared_ptr<DispatchQueue> queue;    ///< null until it is started
+    std::shared_ptr<DispatchQueue> queue; ///< null until it is started
     bool hasStateHandler = false;
     bool isReceiving = false;
     bool isSending = false;
