@@ -20,8 +20,9 @@ Findings checkFileBrowser(const SystemFacts& system)
     if (browser.hasKio)
         return {ok(kFileBrowser, "KIO can open SMB shares.")};
     const std::string text = "No file manager here can open SMB shares.";
-    const std::string advice = "GNOME, Xfce, Cinnamon, MATE: 'sudo apt install gvfs-backends'; "
-                               "KDE: 'sudo apt install kio-extras'.";
+    const std::string advice =
+        "GNOME, Xfce, Cinnamon, MATE: " + system.packageManager.howToInstall({Package::GvfsSmb})
+        + "; KDE: " + system.packageManager.howToInstall({Package::KioSmb}) + '.';
     if (system.statusHost.hasDesktop)
         return {fail(kFileBrowser, text, advice)};
     return {warn(kFileBrowser, text, advice)};
@@ -34,16 +35,17 @@ Findings checkNames(const SystemFacts& system)
         return {warn(kNames,
                      "Names that end in .local are not resolved by multicast DNS, so some file "
                      "managers confuse two phones.",
-                     "'sudo apt install libnss-mdns' adds 'mdns4_minimal [NOTFOUND=return]' to "
-                     "the line 'hosts:' of /etc/nsswitch.conf; if it is still missing, add it "
-                     "before 'dns'.")};
+                     "To add 'mdns4_minimal [NOTFOUND=return]' to the line 'hosts:' of "
+                     "/etc/nsswitch.conf: "
+                         + system.packageManager.howToInstall({Package::LocalNames})
+                         + "; if it is still missing, add it before 'dns'.")};
     switch (names.isResolved) {
     case Seen::Yes:
         return {ok(kNames, names.askedName + " is resolved by multicast DNS.")};
     case Seen::No:
         return {warn(kNames, names.askedName + " cannot be resolved.",
-                     "'sudo apt install --reinstall libnss-mdns'; it needs avahi-daemon to be "
-                     "running.")};
+                     "avahi-daemon must be running, and the name service module installed: "
+                         + system.packageManager.howToInstall({Package::LocalNames}) + '.')};
     case Seen::Unknown:
         break;
     }
@@ -61,9 +63,9 @@ Findings checkStatusHost(const SystemFacts& system)
         return {warn(kStatusIcon, "Could not determine whether the desktop shows status icons.",
                      "Start 'quillbox-helper' again to see its window.")};
     return {warn(kStatusIcon, "The desktop shows no status icons.",
-                 "GNOME: 'sudo apt install gnome-shell-extension-appindicator', log in again and "
-                 "turn it on in Extensions. Without it, start 'quillbox-helper' again to see its "
-                 "window.")};
+                 "GNOME: " + system.packageManager.howToInstall({Package::GnomeExtension})
+                     + ", log in again and turn it on in Extensions. Without it, start "
+                       "'quillbox-helper' again to see its window.")};
 }
 
 } // namespace quillbox::doctor

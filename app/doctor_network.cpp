@@ -268,8 +268,8 @@ Findings checkEngine(const SystemFacts& system)
     return {warn(kEngine,
                  "avahi-daemon is not running; the helper finds phones by itself, but file "
                  "managers need it.",
-                 "'sudo apt install avahi-daemon libnss-mdns', 'sudo systemctl enable --now "
-                 "avahi-daemon'")};
+                 system.packageManager.howToInstall({Package::AvahiDaemon, Package::LocalNames})
+                     + ", 'sudo systemctl enable --now avahi-daemon'")};
 }
 
 Findings checkResponders(const SystemFacts& system)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/package_manager.h"
+
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -128,6 +130,7 @@ struct SystemFacts {
     FileBrowserFacts fileBrowser = {};
     NameFacts names = {};
     StatusHostFacts statusHost = {};
+    PackageManager packageManager = {};
 };
 
 } // namespace quillbox

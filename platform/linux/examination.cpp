@@ -9,6 +9,7 @@
 #include "platform/diagnosis/port_holders.h"
 #include "platform/diagnosis/timely.h"
 #include "platform/linux/phone_survey.h"
+#include "platform/linux/system_package_manager.h"
 
 #include <chrono>
 #include <utility>
@@ -65,6 +66,7 @@ Examination examineSystem(const std::string& phoneType)
     facts.responders = std::move(responders);
     facts.fileBrowser = probeFileBrowser(systemDataFolders(), systemLibraryFolders());
     facts.names = readNameService();
+    facts.packageManager = systemPackageManager();
     facts.avahi = avahi.take(end - kAnswerLimit, {});
     if (isLocalOnly(facts.names.hostsLine) && !facts.avahi.hostName.empty()) {
         facts.names.askedName = facts.avahi.hostName;

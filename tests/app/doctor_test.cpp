@@ -62,6 +62,7 @@ DoctorFacts soundFacts()
                           .askedName = "pc.local",
                           .isResolved = Seen::Yes};
     facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::Yes, .hasTray = Seen::No};
+    facts.system.packageManager = PackageManager("ID=debian");
     facts.copy = {.state = RunningCopyFacts::State::Answered,
                   .status = HelperStatus{.isReady = true,
                                          .text = "1 Quillbox device visible in Finder",
@@ -455,6 +456,24 @@ TEST(Doctor, reportsTheRulesOfAFirewallProgramUnderItsNameOnly)
                   1)
             << plainText(findings);
     }
+}
+
+TEST(Doctor, namesPackagesAsThisSystemDoes)
+{
+    auto facts = soundFacts();
+    facts.system.avahi = {.state = AvahiFacts::State::Absent};
+    facts.system.fileBrowser = {};
+    facts.system.names = {.hostsLine = "files dns"};
+    facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::No, .hasTray = Seen::No};
+    EXPECT_THAT(plainText(diagnose(facts)), HasSubstr("apt install"));
+
+    facts.system.packageManager = PackageManager("ID=fedora");
+    const std::string text = plainText(diagnose(facts));
+    EXPECT_THAT(text, Not(HasSubstr("apt install")));
+    for (const char* each : {"'sudo dnf install avahi nss-mdns'", "'sudo dnf install gvfs-smb'",
+                             "'sudo dnf install kio-extras'", "'sudo dnf install nss-mdns'",
+                             "'sudo dnf install gnome-shell-extension-appindicator'"})
+        EXPECT_THAT(text, HasSubstr(each));
 }
 
 TEST(Doctor, tellsOfEachCheckWhateverIsKnown)
