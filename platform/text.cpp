@@ -62,6 +62,18 @@ std::size_t startOfLastCharacter(std::string_view text)
     return start;
 }
 
+/// The text in another form; unchanged if it is not valid UTF-8.
+std::string mapped(std::string_view text, int options)
+{
+    utf8proc_uint8_t* result = nullptr;
+    const auto length = utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()),
+                                     &result, static_cast<utf8proc_option_t>(options));
+    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(result, &std::free);
+    if (length < 0)
+        return std::string(text);
+    return {reinterpret_cast<const char*>(result), static_cast<std::size_t>(length)};
+}
+
 } // namespace
 
 std::string normalized(std::string_view text)
@@ -70,14 +82,13 @@ std::string normalized(std::string_view text)
     if (std::ranges::all_of(text,
                             [](char byte) { return static_cast<unsigned char>(byte) < 0x80; }))
         return std::string(text);
-    utf8proc_uint8_t* result = nullptr;
-    const auto length =
-        utf8proc_map(bytesOf(text), static_cast<utf8proc_ssize_t>(text.size()), &result,
-                     static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE));
-    const std::unique_ptr<utf8proc_uint8_t, decltype(&std::free)> owned(result, &std::free);
-    if (length < 0)
-        return std::string(text);
-    return {reinterpret_cast<const char*>(result), static_cast<std::size_t>(length)};
+    return mapped(text, UTF8PROC_STABLE | UTF8PROC_COMPOSE);
+}
+
+std::string withoutMarks(std::string_view text)
+{
+    return mapped(text, UTF8PROC_STABLE | UTF8PROC_DECOMPOSE | UTF8PROC_COMPAT | UTF8PROC_CASEFOLD
+                            | UTF8PROC_STRIPMARK | UTF8PROC_IGNORE);
 }
 
 bool canonicallyEqual(std::string_view a, std::string_view b)

@@ -23,6 +23,11 @@ struct CanonicalLess {
     bool operator()(std::string_view a, std::string_view b) const;
 };
 
+/// The text in lower case (full case folding), in compatibility form and without combining marks:
+/// "Küche" becomes "kuche". Letters that are not based on others, such as Cyrillic ones,
+/// remain. Text that is not valid UTF-8 is returned unchanged.
+std::string withoutMarks(std::string_view text);
+
 /// Whether `text` is UTF-8 as defined by RFC 3629: no surrogates, no overlong forms.
 bool isValidUtf8(std::string_view text);
 

@@ -74,7 +74,7 @@ public:
 
     /// A service of this program. Nothing in it comes from the network.
     struct OwnService {
-        std::string hostName;    ///< like "my-pc-office-1a2b3c4d.local", of this service only
+        std::string hostName;    ///< like "office-my-pc-1a2b3c4d.local", of this service only
         HostEndpoint onLoopback; ///< an address in 127.0.0.0/8 of this service only, and its port
 
         bool operator==(const OwnService&) const = default;

@@ -3,7 +3,6 @@
 #include "platform/dnssd/names.h"
 #include "platform/text.h"
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -13,8 +12,11 @@ namespace quillbox::dnssd {
 namespace {
 
 // With the hash, the hyphens and a number of six digits these fit into a label of 63 bytes.
-constexpr std::size_t kComputerSize = 22;
-constexpr std::size_t kServiceSize = 24;
+constexpr std::size_t kServiceSize = 28;
+constexpr std::size_t kComputerSize = 18;
+
+/// In place of a service name of which nothing can be written in a host name.
+constexpr const char* kNamelessService = "server";
 
 /// 64-bit FNV-1a: the same result on every computer and in every version.
 std::uint64_t stableHash(std::string_view text)
@@ -36,18 +38,19 @@ std::string hexadecimal(std::uint32_t value)
     return text;
 }
 
+/// The service's name comes first, because file managers show the host name in their sidebar, where
+/// there is room for its beginning only. The computer's name distinguishes the relays of different
+/// computers to the same phone, and the hash services whose names look alike in a host name. It
+/// depends on the name only, so the host names do not depend on the order of the registrations.
 std::string label(const std::string& computer, const std::string& serviceName, std::uint64_t hash)
 {
-    std::string result;
-    const std::array parts{hostSlug(computer.substr(0, computer.find('.')), kComputerSize),
-                           hostSlug(serviceName, kServiceSize),
-                           hexadecimal(static_cast<std::uint32_t>(hash ^ (hash >> 32U)))};
-    for (const std::string& part : parts) {
-        if (!result.empty() && !part.empty())
-            result += '-';
-        result += part;
-    }
-    return result;
+    std::string result = hostSlug(serviceName, kServiceSize);
+    if (result.empty())
+        result = kNamelessService;
+    const std::string host = hostSlug(computer.substr(0, computer.find('.')), kComputerSize);
+    if (!host.empty())
+        result += '-' + host;
+    return result + '-' + hexadecimal(static_cast<std::uint32_t>(hash ^ (hash >> 32U)));
 }
 
 /// An address in 127.0.0.0/8, but outside 127.0.0.0/16, which systems use themselves.

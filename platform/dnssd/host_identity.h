@@ -10,7 +10,7 @@ namespace quillbox::dnssd {
 /// The host that a service of this computer is published on: a host name and a loopback address
 /// that no other service uses, because file browsers distinguish servers by host, not by port.
 struct HostIdentity {
-    std::string hostName; ///< like "my-pc-office-1a2b3c4d.local"
+    std::string hostName; ///< like "office-my-pc-1a2b3c4d.local"
     Address loopback;     ///< in 127.0.0.0/8
 
     bool operator==(const HostIdentity&) const = default;

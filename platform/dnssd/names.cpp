@@ -64,7 +64,7 @@ std::string alternativeName(std::string_view name, unsigned number)
 std::string hostSlug(std::string_view text, std::size_t size)
 {
     std::string slug;
-    for (const char character : text) {
+    for (const char character : withoutMarks(text)) {
         if (isLetterOrDigit(character))
             slug += lowerCase(character);
         else if (!slug.empty() && slug.back() != '-')

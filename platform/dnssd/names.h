@@ -28,7 +28,8 @@ bool isSameName(std::string_view a, std::string_view b);
 std::string alternativeName(std::string_view name, unsigned number);
 
 /// Turns text into lower-case ASCII letters, digits and single hyphens, at most `size` characters,
-/// with no hyphen at either end; empty when nothing of the text is left.
+/// with no hyphen at either end; empty when nothing of the text is left. A letter with a
+/// diacritical mark becomes the letter, and any other sequence of characters a hyphen.
 std::string hostSlug(std::string_view text, std::size_t size);
 
 } // namespace quillbox::dnssd

@@ -6,6 +6,7 @@ the second phone would show the files of the first.
 
 import json
 import os
+import re
 
 import pytest
 from rig.computer import visible
@@ -68,6 +69,8 @@ def test_gvfs_shows_each_phone_its_own_files(two, order):
     for name in order:
         host, port = places[name]
         steps.append(f"gio list 'smb://{host}:{port}/NAS'")
+    # The names in the sidebars of file managers.
+    steps.append("gio mount -l | sed -n 's/^Mount([0-9]*): \\(.*\\) -> .*/\\1/p' | sort")
     # GVfs fills the list while it browses, and gio has no option to wait for that.
     steps.append(
         "for _ in $(seq 50); do listed=$(gio list dns-sd://local/); "
@@ -81,4 +84,6 @@ def test_gvfs_shows_each_phone_its_own_files(two, order):
     lines = done.stdout.splitlines()
     assert lines[:2] == list(order), done.stdout + done.stderr
     assert lines[2:4] == [f"{name}.txt" for name in order], done.stdout + done.stderr
-    assert len(lines[4:]) == 2 and all("_smb._tcp" in line for line in lines[4:]), lines
+    for line, name in zip(lines[4:6], sorted(NAMES)):
+        assert re.match(f"nas on {name.lower().replace(' ', '-')}-computer-", line), lines
+    assert len(lines[6:]) == 2 and all("_smb._tcp" in line for line in lines[6:]), lines

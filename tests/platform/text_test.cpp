@@ -36,6 +36,16 @@ TEST(Text, knowsUtf8FromWhatOnlyLooksLikeIt)
     EXPECT_FALSE(isValidUtf8("\xc0\xaf"));     // overlong
 }
 
+TEST(Text, losesItsMarks)
+{
+    EXPECT_EQ(withoutMarks("Caf\xc3\xa9 CAFE\xcc\x81"), "cafe cafe");
+    EXPECT_EQ(withoutMarks("Stra\xc3\x9f"
+                           "e \xef\xac\x81"),
+              "strasse fi");
+    EXPECT_EQ(withoutMarks("\xd0\x96"), "\xd0\xb6"); // Ж, ж
+    EXPECT_EQ(withoutMarks("A\xff"), "A\xff");
+}
+
 TEST(Text, isTruncatedBetweenCharacters)
 {
     EXPECT_EQ(truncated("abc", 3), "abc");

@@ -33,8 +33,53 @@ TEST(HostIdentity, isTheSameInEveryRun)
 {
     // A literal, so that no version changes the names that file browsers have stored.
     const HostIdentity identity = identityOf("My-PC.local", "Quillbox");
-    EXPECT_EQ(identity.hostName, "my-pc-quillbox-c8613708.local");
+    EXPECT_EQ(identity.hostName, "quillbox-my-pc-c8613708.local");
     EXPECT_EQ(identity, identityOf("my-pc.local", "Quillbox"));
+}
+
+TEST(HostIdentity, beginsWithTheNameOfTheServiceAsFarAsItFits)
+{
+    const auto hostNameOf = [](const std::string& computer, const std::string& service) {
+        return identityOf(computer, service).hostName;
+    };
+
+    EXPECT_TRUE(hostNameOf("my-pc.local", "Quillbox Office").starts_with("quillbox-office-my-pc-"));
+    EXPECT_TRUE(hostNameOf("my-pc.local", "Quillbox K\xc3\xbc"
+                                          "che")
+                    .starts_with("quillbox-kuche-my-pc-"));
+    EXPECT_TRUE(hostNameOf("my-pc.local", "Quillbox \xe4\xb9\xa6\xe6\x88\xbf")
+                    .starts_with("quillbox-my-pc-"));
+    EXPECT_TRUE(hostNameOf("my-pc.local", "Quillbox <b>-- & \n../../etc")
+                    .starts_with("quillbox-b-etc-my-pc-"));
+    EXPECT_TRUE(hostNameOf("vm-a-very-long-name-of-a-computer.local",
+                           "Quillbox in the room above the garage")
+                    .starts_with("quillbox-in-the-room-above-t-vm-a-very-long-nam-"));
+}
+
+TEST(HostIdentity, hasABeginningWhereNothingOfTheNameCanBeWritten)
+{
+    EXPECT_TRUE(identityOf("my-pc.local", "\xe4\xb9\xa6\xe6\x88\xbf")
+                    .hostName.starts_with("server-my-pc-"));
+    EXPECT_TRUE(identityOf("", "\xe4\xb9\xa6\xe6\x88\xbf").hostName.starts_with("server-"));
+}
+
+TEST(HostIdentity, isTheSameWhateverElseIsRegisteredAndInWhichOrder)
+{
+    HostIdentities one;
+    HostIdentities other;
+    unsigned number = 1;
+    const HostIdentity kitchen = one.claim("pc.local",
+                                           "Quillbox Ku\xcc\x88"
+                                           "che",
+                                           number);
+    other.claim("pc.local", "Quillbox Kuche", number);
+
+    EXPECT_EQ(other.claim("pc.local",
+                          "Quillbox K\xc3\xbc"
+                          "che",
+                          number),
+              kitchen);
+    EXPECT_EQ(number, 1U);
 }
 
 TEST(HostIdentity, differsBetweenNamesThatLookAlike)

@@ -67,7 +67,17 @@ TEST(Names, becomeHostLabels)
 {
     EXPECT_EQ(hostSlug("Quillbox Office", 24), "quillbox-office");
     EXPECT_EQ(hostSlug("  a..b  ", 24), "a-b");
-    EXPECT_EQ(hostSlug("\xc3\x9c", 24), "");
+    EXPECT_EQ(hostSlug("\xc3\x9c", 24), "u");
+    EXPECT_EQ(hostSlug("Cafe\xcc\x81 Stra\xc3\x9f"
+                       "e",
+                       24),
+              "cafe-strasse");
+    EXPECT_EQ(hostSlug("\xef\xac\x81rst \xe2\x91\xa0", 24), "first-1");
+    EXPECT_EQ(hostSlug("\xd0\x9a\xd1\x83", 24), "");
+    EXPECT_EQ(hostSlug("a\xff\xfe"
+                       "b",
+                       24),
+              "a-b");
     EXPECT_EQ(hostSlug("abc def", 4), "abc");
 }
 

@@ -62,7 +62,7 @@ TEST_F(RegistrationTest, publishesTheServiceOnAHostOfItsOwn)
     EXPECT_EQ(asked.domain, "");
     EXPECT_EQ(asked.port, 5000);
     EXPECT_TRUE(asked.txt.empty());
-    EXPECT_TRUE(asked.hostName.starts_with("my-pc-quillbox-")) << asked.hostName;
+    EXPECT_TRUE(asked.hostName.starts_with("quillbox-my-pc-")) << asked.hostName;
     EXPECT_TRUE(asked.hostName.ends_with(".local"));
     ASSERT_EQ(asked.addresses.size(), 3U);
     EXPECT_EQ(asked.addresses[0], (HostAddress{2, address("10.0.0.1")}));
@@ -205,13 +205,13 @@ TEST_F(RegistrationTest, followsTheNameOfTheComputer)
 {
     engine.up("old.local");
     dispatch.runAll();
-    EXPECT_TRUE(request().hostName.starts_with("old-quillbox-"));
+    EXPECT_TRUE(request().hostName.starts_with("quillbox-old-"));
     engine.up("new.local");
     dispatch.runAll();
-    EXPECT_TRUE(request().hostName.starts_with("new-quillbox-"));
+    EXPECT_TRUE(request().hostName.starts_with("quillbox-new-"));
     engine.up("");
     dispatch.runAll();
-    EXPECT_TRUE(request().hostName.starts_with("new-quillbox-"));
+    EXPECT_TRUE(request().hostName.starts_with("quillbox-new-"));
 }
 
 TEST_F(RegistrationTest, asksAtOnceWhenTheEngineComesBackDuringAPause)
@@ -355,7 +355,7 @@ TEST_F(RegistrationTest, isWithdrawnWithTheAsk)
     const Registrations again;
     const auto next = add("Quillbox", again);
     dispatch.runAll();
-    EXPECT_TRUE(request().hostName.starts_with("my-pc-quillbox-"));
+    EXPECT_TRUE(request().hostName.starts_with("quillbox-my-pc-"));
     EXPECT_FALSE(request().hostName.ends_with("-2.local")) << "the host name is free again";
 }
 

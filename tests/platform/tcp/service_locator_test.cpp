@@ -22,7 +22,7 @@ constexpr int kWired = 2;
 constexpr std::uint16_t kServicePort = 40123;
 
 const HostEndpoint kOnLoopback{"127.23.4.5", kServicePort};
-const DnsSd::OwnService kOwn{"my-pc-office-1a2b3c4d.local", kOnLoopback};
+const DnsSd::OwnService kOwn{"office-my-pc-1a2b3c4d.local", kOnLoopback};
 
 HostEndpoint serverAt(const std::string& host, std::uint16_t port)
 {
