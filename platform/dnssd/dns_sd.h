@@ -74,8 +74,9 @@ public:
 
     /// A service of this program. Nothing in it comes from the network.
     struct OwnService {
-        std::string hostName;    ///< like "office-my-pc-1a2b3c4d.local", of this service only
-        HostEndpoint onLoopback; ///< an address in 127.0.0.0/8 of this service only, and its port
+        std::string hostName;     ///< like "office-my-pc-1a2b3c4d.local", of this service only
+        HostEndpoint onLoopback;  ///< an address in 127.0.0.0/8 of this service only, and its port
+        bool isPublished = false; ///< service and host name are established on the network
 
         bool operator==(const OwnService&) const = default;
     };

@@ -99,6 +99,7 @@ void Registration::engineDown(std::error_code error)
         return;
     id = 0;
     ++step;
+    tellOwn(false);
     tell(State::Waiting, error);
 }
 
@@ -129,7 +130,12 @@ void Registration::takeIdentity()
 {
     identities.release(identity);
     identity = identities.claim(link.hostName(), service.name, hostNumber);
-    ownEntry->set({identity.hostName, {inNumbers(identity.loopback), port}});
+    tellOwn(false);
+}
+
+void Registration::tellOwn(bool isPublished)
+{
+    ownEntry->set({identity.hostName, {inNumbers(identity.loopback), port}, isPublished});
 }
 
 void Registration::ask()
@@ -155,6 +161,7 @@ void Registration::ask()
 void Registration::established()
 {
     after(kEstablishedLong, [](Registration& self) { self.pause.reset(); });
+    tellOwn(true);
     tell(State::Ready, {});
 }
 
@@ -187,6 +194,7 @@ void Registration::refused(DnsSdError error)
 void Registration::askAfter(std::chrono::milliseconds delay, std::error_code error)
 {
     withdraw();
+    tellOwn(false);
     after(delay, &Registration::ask);
     tell(State::Waiting, error);
 }

@@ -55,6 +55,7 @@ private:
     void ask();
     void takeIdentity();
     void established();
+    void tellOwn(bool isPublished);
     void collided(Collision::Of of);
     void refused(DnsSdError error);
     void askAfter(std::chrono::milliseconds delay, std::error_code error);

@@ -4,6 +4,7 @@
 #include "platform/dnssd/browser.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/net_service.h"
+#include "platform/linux/local_names.h"
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/tcp/tcp.h"
 
@@ -100,7 +101,7 @@ private:
                               queues.pool.makeQueue("dns-sd", QualityOfService::Utility), *monitor,
                               reach)),
               tcp(queues.pool, *dnsSd, *monitor, reach),
-              locator(tcp.makeServiceLocator(queues.mainQueue()))
+              locator(tcp.makeServiceLocator(queues.mainQueue(), isAvahiAskedForNames))
         {
         }
 

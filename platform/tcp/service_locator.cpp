@@ -70,26 +70,36 @@ private:
     {
         if (isFound)
             return;
-        if (update.service) {
-            const HostEndpoint named{update.service->hostName, update.service->onLoopback.port};
-            inNumbers = update.service->onLoopback;
-            found(named, [own = means.monitor.addresses()](const SocketAddress& address) {
-                return isOfThisComputer(address, own);
-            });
-        } else {
+        resolution = nullptr;
+        if (!update.service) {
             resolution = means.dnsSd.resolve({name, kType, kDomain}, means.queue,
                                              [weak = weak_from_this()](const auto& resolved) {
                                                  if (const auto self = weak.lock())
                                                      self->takeResolved(resolved);
                                              });
+            return;
         }
+        inNumbers = update.service->onLoopback;
+        if (!update.service->isPublished) {
+            // Until then it is in no network view, and nobody can resolve its host name.
+            after(kPublicationLimit, [](Search& self) {
+                if (!self.isFound)
+                    self.end(self.inNumbers);
+            });
+            return;
+        }
+        isOwn = true;
+        found({update.service->hostName, inNumbers->port},
+              [own = means.monitor.addresses()](const SocketAddress& address) {
+                  return isOfThisComputer(address, own);
+              });
     }
 
     void takeResolved(const DnsSd::ResolveUpdate& update)
     {
+        last = update;
         if (isFound)
             return;
-        last = update;
         const auto addresses = dialable();
         const auto first = numericOf(addresses);
         // Without an IPv4 address, which would be first, waits for both families to be settled.
@@ -132,18 +142,20 @@ private:
         return addresses;
     }
 
-    /// Ends with `named` if the name service resolves it to addresses of the service only, else
-    /// with the numeric address.
+    /// Ends with the host name if the name service resolves it to addresses of the service only,
+    /// else with the numeric address.
     void found(const HostEndpoint& named, Check isOfService)
     {
         isFound = true;
         ownQuestion = nullptr;
-        resolution = nullptr;
         if (!isLocalHostName(named.host)) {
             end(inNumbers);
             return;
         }
-        after(kHostLimit, [](Search& self) { self.end(self.inNumbers); });
+        after(kHostLimit, [named](Search& self) {
+            const bool isUsed = self.isHostCertain() && self.means.resolvesFoundNames();
+            self.end(isUsed ? named : self.inNumbers);
+        });
         means.lookUp(named.host, [weak = weak_from_this(), queue = means.queue, named,
                                   isOfService = std::move(isOfService)](
                                      const std::vector<SocketAddress>& addresses,
@@ -155,6 +167,14 @@ private:
                     self->end(isKnown ? named : self->inNumbers);
             });
         });
+    }
+
+    /// Whether the host name leads to the service and nowhere else, according to DNS-SD.
+    bool isHostCertain() const
+    {
+        return isOwn
+               || (last.isSettledIPv4 && last.isSettledIPv6 && last.hosts.size() == 1
+                   && dialable().size() == last.addresses.size());
     }
 
     /// The handler makes the owner drop this object.
@@ -180,6 +200,7 @@ private:
     std::unique_ptr<DnsSd::Ask> resolution; ///< only if this program has no such service itself
     DnsSd::ResolveUpdate last;
     std::optional<HostEndpoint> inNumbers; ///< the numeric address, the result without a host name
+    bool isOwn = false;                    ///< it is published by this program
     bool isFound = false;
 };
 

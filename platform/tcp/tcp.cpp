@@ -42,7 +42,8 @@ std::shared_ptr<Connection> TcpNetwork::makeConnection(const Endpoint& endpoint,
 }
 
 std::unique_ptr<ServiceLocator>
-TcpNetwork::makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue)
+TcpNetwork::makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue,
+                               std::function<bool()> resolvesFoundNames)
 {
     return quillbox::makeServiceLocator({
         .dnsSd = context_->dnsSd,
@@ -52,6 +53,7 @@ TcpNetwork::makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue)
             [hosts = context_->hosts](const std::string& name, HostLookup::Done done) {
                 hosts->lookUp(name, std::move(done));
             },
+        .resolvesFoundNames = std::move(resolvesFoundNames),
         .queue = std::move(mainQueue),
     });
 }

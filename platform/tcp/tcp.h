@@ -10,6 +10,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <system_error>
 
@@ -39,8 +40,11 @@ public:
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters);
 
-    /// Completions run on the main queue. The locator must not outlive this object.
-    std::unique_ptr<ServiceLocator> makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue);
+    /// Completions run on the main queue. `resolvesFoundNames` tells whether the system's name
+    /// service resolves the names that DNS-SD finds, however long it may take. The locator must not
+    /// outlive this object.
+    std::unique_ptr<ServiceLocator> makeServiceLocator(std::shared_ptr<DispatchQueue> mainQueue,
+                                                       std::function<bool()> resolvesFoundNames);
 
     /// The traffic of the accepted connections so far.
     TrafficReport traffic() const;

@@ -6,7 +6,7 @@ import re
 import urllib.parse
 
 import pytest
-from rig.computer import LOOKING, visible
+from rig.computer import LOOKING, MULTICAST_NAMES, visible
 from rig.desktop import Desktop
 from rig.onlooker import PYTHON
 from rig.phone import PASSWORD, Phone
@@ -82,6 +82,62 @@ def test_open_in_finder_hands_over_a_url_that_opens(desktop, engine, phone, name
     host = r"[a-z0-9-]+\.local" if engine == "daemon" else r"127(\.\d+){3}"
     assert re.fullmatch(rf"smb://nas@{host}:\d+/NAS", url)
     check_that_it_opens(desktop, phone, url)
+
+
+def listed_server(desktop):
+    """The URL behind the only entry of the file browsers' network view."""
+
+    def read():
+        done = desktop.run(
+            "gio", "list", "-a", "standard::target-uri", "dns-sd://local/", timeout=20
+        )
+        return re.findall(r"standard::target-uri=(\S+)", done.stdout)
+
+    # GVfs fills the list while it browses, and offers no way to wait for that.
+    (url,) = wait_until(read, limit(10), "the server in the network view")
+    return url.rstrip("/")
+
+
+@pytest.mark.parametrize("server", ["answering", "unreachable"])
+@pytest.mark.parametrize("hosts", [MULTICAST_NAMES, "files dns"], ids=["mdns", "no mdns"])
+def test_open_in_finder_hands_over_the_server_of_the_network_view(
+    desktop, engine, phone, hosts, server
+):
+    """File browsers mount a share once for each host name that they are given. Without a DNS server
+    libnss-mdns takes seconds to resolve a name, but it does."""
+    desktop.set_name_service(hosts, server)
+    helper = desktop.helper()
+    phone.announce("Quillbox Office")
+    helper.wait_status(visible(1))
+
+    asked = desktop.choose("Open in Finder")
+
+    url, shown = desktop.shown_folder(limit(3))
+    assert shown - asked < limit(2)
+    opened = url.removesuffix("/NAS").replace("nas@", "")
+    if engine == "daemon" and hosts == MULTICAST_NAMES:
+        assert opened == listed_server(desktop)
+        assert opened.startswith("smb://quillbox-office-computer-")
+    else:
+        # No program can resolve the host name, and without avahi-daemon there is no network view.
+        assert re.fullmatch(r"smb://127(\.\d+){3}:\d+", opened)
+    mount(desktop, url)
+    desktop.run("gio", "list", url, timeout=30)
+
+
+def test_open_in_finder_waits_until_the_relay_is_published(desktop, engine, phone):
+    """A click between the discovery of a phone and its publication, which takes a second."""
+    helper = desktop.helper()
+    helper.wait_status(LOOKING)
+    phone.announce("Quillbox Office")
+    helper.wait_status("not ready: Connecting 1 Quillbox device…")
+
+    desktop.choose("Open in Finder")
+
+    url, _ = desktop.shown_folder(limit(5))
+    helper.wait_status(visible(1))
+    host = urllib.parse.urlsplit(url).hostname
+    assert host.endswith(".local") if engine == "daemon" else host.startswith("127.")
 
 
 def test_the_file_browsers_network_lists_the_phones(lan, daemon_desktop):

@@ -9,14 +9,12 @@ import os
 import re
 
 import pytest
-from rig.computer import visible
+from rig.computer import MULTICAST_NAMES, visible
 from rig.onlooker import PYTHON
 from rig.phone import PASSWORD, Phone
 
 RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
 NAMES = ("Quillbox Kitchen", "Quillbox Office")
-
-NSSWITCH = "passwd: files\ngroup: files\nhosts: files mdns4_minimal [NOTFOUND=return]\n"
 
 
 @pytest.fixture
@@ -25,10 +23,7 @@ def two(lan, bare_computer, onlooker):
     which each is advertised."""
     computer = bare_computer
     computer.prepare("daemon")
-    nsswitch = os.path.join(computer.folder, "nsswitch.conf")
-    with open(nsswitch, "w", encoding="utf-8") as file:
-        file.write(NSSWITCH)
-    computer.run("mount", "--bind", nsswitch, "/etc/nsswitch.conf")
+    computer.set_name_service(MULTICAST_NAMES)
     helper = computer.helper()
     for number, name in enumerate(NAMES, start=1):
         phone = lan.host(f"phone{number}", of=Phone)

@@ -8,7 +8,11 @@ import signal
 import time
 
 from .network import Host
+from .onlooker import HERE, PYTHON
 from .process import limit
+
+# As on desktops with libnss-mdns, so that programs can resolve .local host names.
+MULTICAST_NAMES = "files mdns4_minimal [NOTFOUND=return] dns"
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".."))
 PROGRAM = os.environ.get("QUILLBOX_HELPER", os.path.join(ROOT, "build/release/quillbox-helper"))
@@ -82,6 +86,24 @@ class Computer(Host):
         if engine == "daemon":
             self.start_bus()
             self.start_avahi()
+
+    def set_name_service(self, hosts, server=None):
+        """Configures how host names are looked up: `hosts` is the line of nsswitch.conf, `server` is
+        "answering" for a DNS server that knows no names, or "unreachable"."""
+        self._provide("nsswitch.conf", f"passwd: files\ngroup: files\nhosts: {hosts}\n")
+        if server == "answering":
+            process = self.start([PYTHON, f"{HERE}/name_server.py"])
+            process.wait_line(lambda line: line.text == "ready", 10, what="the DNS server")
+            self._provide("resolv.conf", "nameserver 127.0.0.53\n")
+        elif server == "unreachable":
+            self._provide("resolv.conf", "nameserver 10.77.0.250\n")
+
+    def _provide(self, name, text):
+        """Gives the host its own file in /etc."""
+        path = os.path.join(self.folder, name)
+        with open(path, "w", encoding="utf-8") as file:
+            file.write(text)
+        self.run("mount", "--bind", path, f"/etc/{name}")
 
     def write_settings(self, settings):
         """Writes the settings file: a dictionary as JSON, a string unchanged."""

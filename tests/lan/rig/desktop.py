@@ -4,13 +4,10 @@ import json
 import os
 import shlex
 
-from .computer import Computer
+from .computer import MULTICAST_NAMES, Computer
 from .network import SESSION_BUS
 from .onlooker import HERE, PYTHON
 from .process import limit, wait_until
-
-# As on desktops with libnss-mdns, so that file browsers can resolve .local host names.
-NSSWITCH = "passwd: files\ngroup: files\nhosts: files mdns4_minimal [NOTFOUND=return]\n"
 
 # Every host can use display 1: abstract sockets belong to its network namespace. A lock file and a
 # socket in the file system would be shared by the whole machine.
@@ -40,10 +37,7 @@ class Desktop(Computer):
         return super().environment(**(self._session | more))
 
     def log_in(self):
-        nsswitch = os.path.join(self.folder, "nsswitch.conf")
-        with open(nsswitch, "w", encoding="utf-8") as file:
-            file.write(NSSWITCH)
-        self.run("mount", "--bind", nsswitch, "/etc/nsswitch.conf")
+        self.set_name_service(MULTICAST_NAMES)
         screen = self.start(SCREEN)
         self.start_session_bus()
         screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")

@@ -129,6 +129,26 @@ TEST_F(OwnServicesTest, knowsAServiceBeforeAnyEngineDoes)
     EXPECT_TRUE(log.last().service);
 }
 
+TEST_F(OwnServicesTest, tellsWhetherAServiceIsPublished)
+{
+    const auto registration = add("Quillbox");
+    const Found log;
+    const auto ask = find("Quillbox", log);
+    const auto isPublished = [&log] { return log.last().service->isPublished; };
+    EXPECT_FALSE(isPublished());
+    up();
+    EXPECT_FALSE(isPublished()) << "it is being probed for";
+    emit(Registered{engine.only<RegisterRequest>().id});
+    EXPECT_TRUE(isPublished());
+    down();
+    EXPECT_FALSE(isPublished());
+    up();
+    emit(Registered{engine.only<RegisterRequest>().id});
+    EXPECT_TRUE(isPublished());
+    emit(Collision{engine.only<RegisterRequest>().id, Collision::Of::Host});
+    EXPECT_FALSE(isPublished());
+}
+
 TEST_F(OwnServicesTest, tellsOfServicesThatComeAndGo)
 {
     up();

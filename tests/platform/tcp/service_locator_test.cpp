@@ -22,7 +22,7 @@ constexpr int kWired = 2;
 constexpr std::uint16_t kServicePort = 40123;
 
 const HostEndpoint kOnLoopback{"127.23.4.5", kServicePort};
-const DnsSd::OwnService kOwn{"office-my-pc-1a2b3c4d.local", kOnLoopback};
+const DnsSd::OwnService kOwn{"office-my-pc-1a2b3c4d.local", kOnLoopback, true};
 
 HostEndpoint serverAt(const std::string& host, std::uint16_t port)
 {
@@ -88,6 +88,7 @@ protected:
     FakeNetworkMonitor monitor;
     OwnPorts ownPorts;
     std::vector<LookUp> lookUps;
+    bool resolvesFoundNames = false;
     Answers answers;
     std::unique_ptr<ServiceLocator> locator = makeServiceLocator({
         .dnsSd = dnsSd,
@@ -97,6 +98,7 @@ protected:
             [this](const std::string& name, HostLookup::Done done) {
                 lookUps.push_back({name, std::move(done)});
             },
+        .resolvesFoundNames = [this] { return resolvesFoundNames; },
         .queue = dispatch.mainQueue(),
     });
 };
@@ -146,6 +148,88 @@ TEST_F(ServiceLocatorTest, doesNotWaitLongForTheNameService)
     EXPECT_EQ(answers, Answers{kOnLoopback});
     tellLookedUp({ipv4Address("10.0.0.1")});
     EXPECT_EQ(answers.size(), 1U) << "a late answer is ignored";
+}
+
+TEST_F(ServiceLocatorTest, tellsTheHostWhereTheNameServiceIsSlowToResolveIt)
+{
+    resolvesFoundNames = true;
+    tellOwn(kOwn);
+    dispatch.advance(kHostLimit - 1ms);
+    EXPECT_TRUE(answers.empty());
+    dispatch.advance(1ms);
+    EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kServicePort)});
+
+    answers.clear();
+    locate("Other");
+    tellOwn(std::nullopt);
+    tellFound({found("10.0.0.7")}, {{"phone.local", kServicePort}});
+    dispatch.advance(kHostLimit);
+    EXPECT_EQ(answers, Answers{serverAt("phone.local", kServicePort)});
+}
+
+TEST_F(ServiceLocatorTest, tellsTheAddressWhereTheNameServiceDoesNotKnowTheHost)
+{
+    // As with a DNS server that is responsible for ".local", whom libnss-mdns leaves these names
+    // to.
+    resolvesFoundNames = true;
+    tellOwn(kOwn);
+    tellLookedUp({}, std::make_error_code(std::errc::address_not_available));
+    EXPECT_EQ(answers, Answers{kOnLoopback});
+}
+
+TEST_F(ServiceLocatorTest, tellsTheAddressWhereASlowHostMayBeSomethingElse)
+{
+    resolvesFoundNames = true;
+    const auto tellSlowly = [this](const std::vector<DnsSd::FoundAddress>& addresses,
+                                   const std::vector<HostEndpoint>& hosts, bool isSettled) {
+        answers.clear();
+        locate("Other");
+        tellOwn(std::nullopt);
+        tellFound(addresses, hosts, isSettled);
+        dispatch.advance(kHostLimit);
+        return answers;
+    };
+    const HostEndpoint host{"phone.local", kServicePort};
+    const Answers inNumbers{serverAt("10.0.0.7", kServicePort)};
+
+    EXPECT_EQ(tellSlowly({found("10.0.0.7")}, {host}, false), inNumbers) << "IPv6 is not known";
+    EXPECT_EQ(tellSlowly({found("10.0.0.7"), found("127.0.0.1")}, {host}, true), inNumbers);
+    EXPECT_EQ(tellSlowly({found("10.0.0.7")}, {host, {"other.local", 445}}, true), inNumbers);
+}
+
+TEST_F(ServiceLocatorTest, learnsTheOtherAddressesDuringTheLookup)
+{
+    resolvesFoundNames = true;
+    tellOwn(std::nullopt);
+    tellFound({found("10.0.0.7")}, {{"phone.local", kServicePort}}, false);
+    tellFound({found("10.0.0.7"), found("2001:db8::7")}, {{"phone.local", kServicePort}});
+    dispatch.advance(kHostLimit);
+    EXPECT_EQ(answers, Answers{serverAt("phone.local", kServicePort)});
+}
+
+TEST_F(ServiceLocatorTest, waitsUntilItsOwnServiceIsPublished)
+{
+    auto unpublished = kOwn;
+    unpublished.isPublished = false;
+    unpublished.hostName = "office-elsewhere-1a2b3c4d.local";
+    tellOwn(unpublished);
+    dispatch.advance(kPublicationLimit - 1ms);
+    EXPECT_TRUE(answers.empty());
+    EXPECT_TRUE(lookUps.empty());
+    tellOwn(kOwn);
+    dispatch.advance(1ms);
+    EXPECT_TRUE(answers.empty());
+    tellLookedUp({ipv4Address("10.0.0.1")});
+    EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kServicePort)});
+}
+
+TEST_F(ServiceLocatorTest, tellsTheAddressOfAnOwnServiceThatIsNotPublishedInTime)
+{
+    auto unpublished = kOwn;
+    unpublished.isPublished = false;
+    tellOwn(unpublished);
+    dispatch.advance(kPublicationLimit);
+    EXPECT_EQ(answers, Answers{kOnLoopback});
 }
 
 TEST_F(ServiceLocatorTest, prefersItsOwnServiceToOneThatIsBeingResolved)
@@ -300,7 +384,7 @@ TEST_F(ServiceLocatorTest, findsSeveralServicesAtOnce)
     locate("Quillbox Kitchen");
     ASSERT_EQ(dnsSd.ownQuestions().size(), 2U);
     const FakeDnsSd::OwnQuestion office = dnsSd.ownQuestions().front();
-    tellOwn(DnsSd::OwnService{"kitchen.local", {"127.1.1.1", 1}});
+    tellOwn(DnsSd::OwnService{"kitchen.local", {"127.1.1.1", 1}, true});
     office.tell({kOwn});
     dispatch.runAll();
     ASSERT_EQ(lookUps.size(), 2U);
