@@ -41,6 +41,12 @@ struct StatusReport {
     std::string text;
 };
 
+/// A request from another process to open web management.
+struct ManagementRequest {
+    std::string permission = {};   ///< the process's activation token; may be empty
+    Workspace::Opened opened = {}; ///< may be empty
+};
+
 /// The controller: owns the discovery objects, the relays, the window and the status item, and
 /// decides which relays run. Main thread only: callbacks are delivered there, and do nothing once
 /// the controller has been destroyed. It is implemented in `app/` (behaviour) and `ui/`
@@ -54,9 +60,6 @@ public:
     static constexpr const char* kHowToEnableManagement =
         "Enable web management on your phone: in Quillbox, open Users and turn on Enable web "
         "management for your SMB account";
-
-    /// Called once: with nullopt if the page was opened, else with the reason why it was not.
-    using ManagementTold = std::function<void(const std::optional<std::string>& refusal)>;
 
     /// Creates the controls and fills the fields from the stored settings; starts nothing.
     explicit AppDelegate(AppEnvironment appEnvironment);
@@ -109,7 +112,7 @@ public:
     void openManagement();
     void openManagementMenu(const QAction& item);
     void openNamedManagement(const QPushButton& button);
-    void resolveManagement(const Endpoint& endpoint, ManagementTold told = {});
+    void resolveManagement(const Endpoint& endpoint, ManagementRequest request = {});
 
     /// The property of a "Manage" button that holds the name of its phone: a QByteArray of UTF-8,
     /// verbatim. The data of a menu item has the same form.
@@ -189,12 +192,14 @@ private:
     StatusReport visibleStatus() const;
     std::shared_ptr<FinderRelay> makeRelay();
 
-    std::optional<StatusReport> openShare(const std::string* phone);
+    std::optional<StatusReport> openShare(const std::string* phone, const std::string& permission,
+                                          const Workspace::Opened& opened);
     StatusReport refuseToOpen(const StatusReport& reason);
     StatusReport refuseLoudly(const StatusReport& reason);
 
-    ControlAnswer openOnRequest(const std::optional<std::string>& phone);
-    void manageOnRequest(const std::optional<std::string>& phone,
+    void openOnRequest(const std::optional<std::string>& phone, const std::string& permission,
+                       const RunningApplications::Answer& answer);
+    void manageOnRequest(const std::optional<std::string>& phone, const std::string& permission,
                          const RunningApplications::Answer& answer);
     ControlAnswer restartOnRequest();
 
@@ -203,7 +208,7 @@ private:
     void explainWebManagement();
     void popUpManagementMenu();
 
-    ManagementTold managementTold; ///< for the resolver in progress; may be empty
+    ManagementRequest managementRequest; ///< for the resolver in progress
     const AppEnvironment environment;
 };
 

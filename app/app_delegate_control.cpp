@@ -41,6 +41,17 @@ ControlAnswer unknownPhone(std::vector<std::string> names)
     return {.outcome = ControlOutcome::UnknownPhone, .phones = std::move(names)};
 }
 
+/// Answers with the reason why a URL was not opened, if it was not.
+Workspace::Opened answerOnceOpened(const Answer& answer)
+{
+    return [answer](const std::optional<std::string>& reason) {
+        ControlAnswer result;
+        if (reason)
+            result = {.outcome = ControlOutcome::Refused, .text = *reason};
+        answer(encoded(result));
+    };
+}
+
 } // namespace
 
 void AppDelegate::messageArrived(const CopyMessage& message, const Answer& answer)
@@ -56,11 +67,10 @@ void AppDelegate::messageArrived(const CopyMessage& message, const Answer& answe
         answer(encoded(ControlAnswer{.status = helperStatus()}));
         return;
     case ControlCommand::Open:
-        answer(encoded(openOnRequest(request.phone)));
+        openOnRequest(request.phone, message.permission, answer);
         return;
     case ControlCommand::Manage:
-        environment.windowPresence.permit(message.permission);
-        manageOnRequest(request.phone, answer);
+        manageOnRequest(request.phone, message.permission, answer);
         return;
     case ControlCommand::Restart:
         answer(encoded(restartOnRequest()));
@@ -102,33 +112,32 @@ HelperStatus AppDelegate::helperStatus() const
     return status;
 }
 
-ControlAnswer AppDelegate::openOnRequest(const std::optional<std::string>& phone)
+void AppDelegate::openOnRequest(const std::optional<std::string>& phone,
+                                const std::string& permission, const Answer& answer)
 {
     const bool isAutomatic = automaticDiscovery.isChecked();
     const auto names =
         isAutomatic ? namesOf(discoveredDevices) : std::vector<std::string>{kManualFinderName};
     const std::string* name = phone ? nameAmong(names, *phone) : nullptr;
-    if (phone && !name)
-        return unknownPhone(names);
-    const auto refusal = openShare(name);
+    if (phone && !name) {
+        answer(encoded(unknownPhone(names)));
+        return;
+    }
+    const auto refusal = openShare(name, permission, answerOnceOpened(answer));
     if (!refusal)
-        return {};
-    ControlAnswer answer{.outcome = ControlOutcome::Refused, .text = refusal->text};
+        return;
+    ControlAnswer refused{.outcome = ControlOutcome::Refused, .text = refusal->text};
     if (refusal->ready)
-        answer.phones = names; // not an error: the user only has to choose one
-    return answer;
+        refused.phones = names; // not an error: the user only has to choose one
+    answer(encoded(refused));
 }
 
-void AppDelegate::manageOnRequest(const std::optional<std::string>& phone, const Answer& answer)
+void AppDelegate::manageOnRequest(const std::optional<std::string>& phone,
+                                  const std::string& permission, const Answer& answer)
 {
-    const auto told = [answer](const std::optional<std::string>& refusal) {
-        ControlAnswer result;
-        if (refusal)
-            result = {.outcome = ControlOutcome::Refused, .text = *refusal};
-        answer(encoded(result));
-    };
     const auto names = namesOf(managementDevices);
     if (!phone && managementDevices.size() != 1) {
+        environment.windowPresence.permit(permission);
         openManagement();
         answer(encoded(ControlAnswer{.outcome = ControlOutcome::Refused,
                                      .text = names.empty() ? kHowToEnableManagement
@@ -142,7 +151,8 @@ void AppDelegate::manageOnRequest(const std::optional<std::string>& phone, const
         return;
     }
     const auto place = static_cast<std::size_t>(name - names.data());
-    resolveManagement(managementDevices[place].endpoint, told);
+    resolveManagement(managementDevices[place].endpoint,
+                      {.permission = permission, .opened = answerOnceOpened(answer)});
 }
 
 ControlAnswer AppDelegate::restartOnRequest()

@@ -13,12 +13,15 @@ constexpr const char* kServiceSuffix = "._smb._tcp.local";
 
 void AppDelegate::openInFinder()
 {
-    openShare(nullptr);
+    openShare(nullptr, {}, {});
 }
 
 /// Opens the share of `phone`, or of the only phone if `phone` is null. Returns nullopt if the
-/// share is being opened, else the reason why not, which is also shown in the window.
-std::optional<StatusReport> AppDelegate::openShare(const std::string* phone)
+/// workspace opens the share, and then reports to `opened`; else the reason why not, which is also
+/// shown in the window.
+std::optional<StatusReport> AppDelegate::openShare(const std::string* phone,
+                                                   const std::string& permission,
+                                                   const Workspace::Opened& opened)
 {
     const std::string share = trimmed(shareField.text().toStdString());
     const std::string user = trimmed(userField.text().toStdString());
@@ -42,7 +45,7 @@ std::optional<StatusReport> AppDelegate::openShare(const std::string* phone)
     // Saves the host and the port without further checks: only a relay needs usable ones.
     if (const auto port = parsePort(portField.text().toStdString()))
         saveFields(trimmed(hostField.text().toStdString()), *port);
-    environment.workspace.open(*url);
+    environment.workspace.open(*url, permission, opened);
     return std::nullopt;
 }
 

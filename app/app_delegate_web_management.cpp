@@ -39,12 +39,13 @@ void AppDelegate::openManagementOf(const QVariant& name)
         resolveManagement(device->endpoint);
 }
 
-void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementTold told)
+void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementRequest request)
 {
     if (managementResolver)
         managementResolver->cancel();
-    if (const auto before = std::exchange(managementTold, std::move(told)))
-        before("Another request to open web management came after this one");
+    const auto before = std::exchange(managementRequest, std::move(request));
+    if (before.opened)
+        before.opened("Another request to open web management came after this one");
     // Kept alive by this variable: start() may report at once, which resets managementResolver.
     const auto resolver = std::make_shared<ManagementResolver>(
         environment.network, endpoint,
@@ -59,18 +60,16 @@ void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementTold tol
 void AppDelegate::managementResolved(const std::optional<std::string>& url)
 {
     managementResolver = nullptr;
-    const auto told = std::exchange(managementTold, nullptr);
+    const auto request = std::exchange(managementRequest, {});
     if (url) {
-        environment.workspace.open(*url);
-        if (told)
-            told(std::nullopt);
+        environment.workspace.open(*url, request.permission, request.opened);
         return;
     }
     constexpr const char* kNotResolved =
         "Could not resolve management address. Check the phone is online.";
     setStatus({.ready = false, .text = kNotResolved});
-    if (told)
-        told(kNotResolved);
+    if (request.opened)
+        request.opened(kNotResolved);
 }
 
 } // namespace quillbox

@@ -38,7 +38,8 @@ Exit status:
   1  a file or the output could not be written, or a check of the doctor failed
   2  the command line is invalid
   3  Quillbox Helper is not running
-  4  the running instance refused the command; the reason is printed
+  4  the running instance refused the command, or nothing opened the share or page; the reason is
+     printed
   5  no phone has that name; the phones that were found are listed
   6  the running instance does not respond, does not exit, or is a different version
 
@@ -70,8 +71,8 @@ share of the only phone.
   -h, --help        show this help and exit
 
 Exit status: 0 handed to the file manager, 2 the command line is invalid, 3 Quillbox Helper is not
-running, 4 refused (the reason is printed), 5 no phone has that name, 6 the running instance does
-not respond.
+running, 4 refused, or nothing opened the share (the reason is printed), 5 no phone has that name,
+6 the running instance does not respond.
 )";
     case ControlCommand::Manage:
         return R"(Usage: quillbox-helper manage [PHONE]
@@ -81,8 +82,8 @@ opens that of the only phone that offers it.
   -h, --help        show this help and exit
 
 Exit status: 0 handed to the browser, 2 the command line is invalid, 3 Quillbox Helper is not
-running, 4 refused (the reason is printed), 5 no phone with web management has that name, 6 the
-running instance does not respond.
+running, 4 refused, or nothing opened the page (the reason is printed), 5 no phone with web
+management has that name, 6 the running instance does not respond.
 )";
     case ControlCommand::Restart:
         return R"(Usage: quillbox-helper restart

@@ -5,11 +5,13 @@
 #include "app/remote_control.h"
 #include "discovery/phone_discovery.h"
 #include "platform/desktop/activation.h"
+#include "platform/desktop/activation_tokens.h"
 #include "platform/desktop/autostart_entry.h"
 #include "platform/desktop/desktop_workspace.h"
 #include "platform/desktop/display.h"
 #include "platform/desktop/file_user_defaults.h"
 #include "platform/desktop/main_queue.h"
+#include "platform/desktop/notice.h"
 #include "platform/desktop/process.h"
 #include "platform/desktop/running_copies.h"
 #include "platform/desktop/smb_opener.h"
@@ -90,22 +92,22 @@ void choosePlatform()
     }
 }
 
-constexpr const char* kNoGtkBridge = "NO_AT_BRIDGE";
-
 /// Qt's platform theme for GNOME loads GTK, whose accessibility bridge registers for the whole
 /// process but knows nothing about Qt's windows, so a screen reader would get no answers. GTK reads
-/// this variable while the QApplication is constructed; it is unset afterwards, so that programs
-/// started later do not inherit it. True when it was set here.
-bool turnGtkBridgeOff()
+/// this variable while the QApplication is constructed.
+void turnGtkBridgeOff()
 {
-    return !qEnvironmentVariableIsSet(kNoGtkBridge) && qputenv(kNoGtkBridge, "1");
+    constexpr const char* kNoGtkBridge = "NO_AT_BRIDGE";
+    if (!qEnvironmentVariableIsSet(kNoGtkBridge))
+        qputenv(kNoGtkBridge, "1");
 }
 
 /// QApplication looks up files in the runtime folder. Where XDG_RUNTIME_DIR is not set, Qt prints a
 /// warning and creates /tmp/runtime-USER. It is set to a folder that this program has checked; the
-/// programs that it starts do not inherit it (see InheritedLimits).
+/// programs that it starts do not inherit it (see Inheritance).
 void provideRuntimeFolder(const RuntimeFolders& folders)
 {
+    constexpr const char* kRuntimeFolderVariable = "XDG_RUNTIME_DIR";
     if (!qEnvironmentVariableIsEmpty(kRuntimeFolderVariable))
         return;
     const std::string folder = fallbackRuntimeFolder(folders, kBundleIdentifier);
@@ -121,10 +123,17 @@ void nameApplication()
     QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
 }
 
+OpeningAdvice openingAdvice()
+{
+    return {.forShares = "Install a file manager that opens SMB shares, such as Nautilus with "
+                         "gvfs-backends or Dolphin with kio-extras",
+            .forPages = "Install xdg-utils and a web browser"};
+}
+
 /// Runs the helper until it quits. `arguments` starts with the program's name.
 int run(const Options& options, char** arguments)
 {
-    const InheritedLimits limits = prepareProcess();
+    const Inheritance inheritance = prepareProcess();
     const std::string activationToken = activationTokenOfEnvironment();
     choosePlatform();
     // Read before XDG_RUNTIME_DIR is changed: other instances look in the unchanged one.
@@ -132,19 +141,22 @@ int run(const Options& options, char** arguments)
     provideRuntimeFolder(folders);
     nameApplication();
     int argumentCount = 1;
-    const bool isBridgeOff = turnGtkBridgeOff();
+    turnGtkBridgeOff();
     const QApplication application(argumentCount, arguments);
-    if (isBridgeOff)
-        qunsetenv(kNoGtkBridge);
 
     const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();
     LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd),
                            options.isThisComputerOnly ? Reach::ThisComputer : Reach::Network, *log);
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
-    const auto smbOpener =
-        makeSmbOpener(platform.serviceLocator(), QDBusConnection::sessionBus(), limits, *log);
-    const auto workspace = makeDesktopWorkspace(limits, *smbOpener);
+    const auto sessionBus = QDBusConnection::sessionBus();
+    const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
+    const auto smbOpener = makeSmbOpener(platform.serviceLocator(), browser);
+    const auto activationTokens = makeActivationTokens();
+    const auto noticeWindow = makeNoticeWindow();
+    const auto notification = makeNotification(sessionBus, *noticeWindow);
+    const auto workspace = makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens,
+                                                *notification, openingAdvice());
     const auto runningApplications = makeRunningApplications({
         .folders = folders,
         .bundleIdentifier = kBundleIdentifier,

@@ -12,8 +12,9 @@ namespace {
 /// Longer than any answer takes, even on a busy computer.
 constexpr std::chrono::milliseconds kAnswerLimit{5000};
 
-/// Includes resolving the address of the phone's page, which has its own, shorter timeout.
-constexpr std::chrono::milliseconds kManageLimit{10'000};
+/// Includes resolving the address of the phone's share or page and opening it, which have their
+/// own, shorter limits (see Workspace::open()).
+constexpr std::chrono::milliseconds kOpeningLimit{30'000};
 
 /// A regular shutdown takes less than a second.
 constexpr std::chrono::milliseconds kEndLimit{5000};
@@ -74,7 +75,7 @@ CommandResult control(RunningApplication* copy, const ControlRequest& request, S
         return complaint(exit_status::kNotRunning,
                          "Quillbox Helper is not running; start it with 'quillbox-helper' or from "
                          "the applications menu");
-    const auto limit = request.command == ControlCommand::Manage ? kManageLimit : kAnswerLimit;
+    const auto limit = takesPhone(request.command) ? kOpeningLimit : kAnswerLimit;
     const auto text = copy->ask(encoded(request), limit);
     if (!text)
         return complaint(exit_status::kNoAnswer, "the running instance does not respond");

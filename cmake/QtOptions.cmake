@@ -1,5 +1,9 @@
 # Options for all targets that use Qt, in addition to the general ones.
 find_package(Qt6 6.4 REQUIRED COMPONENTS Core DBus Gui Svg Widgets)
+# From then on a package of its own.
+if(Qt6_VERSION VERSION_GREATER_EQUAL 6.10)
+    find_package(Qt6 REQUIRED COMPONENTS GuiPrivate)
+endif()
 
 add_library(quillbox_qt INTERFACE)
 add_library(quillbox::qt ALIAS quillbox_qt)

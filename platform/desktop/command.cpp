@@ -1,6 +1,5 @@
 #include "platform/desktop/command.h"
 
-#include <QProcessEnvironment>
 #include <QStringList>
 #include <algorithm>
 #include <csignal>
@@ -15,12 +14,20 @@ namespace {
 /// In bytes; the rest is discarded. The programs that are run here print less.
 constexpr std::size_t kMostOutput = 65536;
 
+QStringList listOf(const std::vector<std::string>& texts)
+{
+    QStringList list;
+    for (const std::string& text : texts)
+        list.append(QString::fromStdString(text));
+    return list;
+}
+
 /// Runs in the child before exec: only async-signal-safe calls.
-void prepare(const InheritedLimits& limits)
+void prepare(const Inheritance& inheritance)
 {
     ::setsid();
-    if (limits.isOpenFilesKnown)
-        ::setrlimit(RLIMIT_NOFILE, &limits.openFiles);
+    if (inheritance.isOpenFilesKnown)
+        ::setrlimit(RLIMIT_NOFILE, &inheritance.openFiles);
     sigset_t none;
     sigemptyset(&none);
     ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
@@ -29,20 +36,14 @@ void prepare(const InheritedLimits& limits)
 } // namespace
 
 Command::Command(const std::vector<std::string>& arguments, Output output,
-                 const InheritedLimits& limits, std::chrono::milliseconds limit, Finished finished)
+                 const Inheritance& inheritance, std::chrono::milliseconds limit, Finished finished)
     : isCollecting(output == Output::Collected), whenFinished(std::move(finished))
 {
-    QStringList texts;
-    for (const std::string& argument : arguments)
-        texts.append(QString::fromStdString(argument));
+    QStringList texts = listOf(arguments);
     process.setProgram(texts.takeFirst());
     process.setArguments(texts);
-    if (!limits.hadRuntimeFolder) {
-        auto environment = QProcessEnvironment::systemEnvironment();
-        environment.remove(QLatin1StringView(kRuntimeFolderVariable));
-        process.setProcessEnvironment(environment);
-    }
-    process.setChildProcessModifier([limits] { prepare(limits); });
+    process.setEnvironment(listOf(inheritance.environment));
+    process.setChildProcessModifier([inheritance] { prepare(inheritance); });
     process.setStandardInputFile(QProcess::nullDevice());
     // Not a pipe: a file manager that is started here may outlive this process, and would then be
     // killed by SIGPIPE.

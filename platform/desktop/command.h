@@ -12,7 +12,7 @@
 namespace quillbox {
 
 /// Runs a program, looked up in PATH, for its result. The arguments are passed verbatim. The
-/// program runs in its own session, with the inherited limits, and with /dev/null for everything
+/// program runs in its own session, with the inheritance, and with /dev/null for everything
 /// but a collected standard output. Destroying the command kills the program, but not the processes
 /// that the program started.
 ///
@@ -31,8 +31,8 @@ public:
     using Finished = std::function<void(const Result&)>;
 
     /// Starts the program. `arguments` begins with its name.
-    Command(const std::vector<std::string>& arguments, Output output, const InheritedLimits& limits,
-            std::chrono::milliseconds limit, Finished finished);
+    Command(const std::vector<std::string>& arguments, Output output,
+            const Inheritance& inheritance, std::chrono::milliseconds limit, Finished finished);
 
     Command(const Command&) = delete;
     Command& operator=(const Command&) = delete;

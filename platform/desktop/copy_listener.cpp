@@ -22,7 +22,7 @@ using copy_protocol::kEndOfLine;
 constexpr std::size_t kLongestLine =
     copy_protocol::kLongestPrefix + RunningApplication::kLongestMessage;
 constexpr std::chrono::milliseconds kRequestLimit{2000};
-constexpr std::chrono::milliseconds kAnswerLimit{15'000}; ///< for the message handler
+constexpr std::chrono::milliseconds kAnswerLimit{35'000}; ///< for the message handler
 constexpr std::chrono::milliseconds kSendLimit{5000};
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr qsizetype kMostClients = 32;

@@ -1,16 +1,26 @@
 #pragma once
 
+#include "platform/desktop/activation_tokens.h"
+#include "platform/desktop/notice.h"
 #include "platform/desktop/process.h"
 #include "platform/desktop/smb_opener.h"
 #include "platform/workspace.h"
 
 #include <memory>
+#include <string>
 
 namespace quillbox {
 
+/// What the user can do if there is no program for a URL, in one sentence without its full stop.
+struct OpeningAdvice {
+    std::string forShares;
+    std::string forPages;
+};
+
 /// Opens https URLs with the desktop's handler, and smb URLs, for which no desktop in Debian has
-/// one, with `smbOpener`, which must outlive it. Programs that it starts run with `limits`.
-std::unique_ptr<Workspace> makeDesktopWorkspace(const InheritedLimits& limits,
-                                                SmbOpener& smbOpener);
+/// one, with `smbOpener`. What it refers to must outlive it.
+std::unique_ptr<Workspace> makeDesktopWorkspace(const Inheritance& inheritance,
+                                                SmbOpener& smbOpener, ActivationTokens& tokens,
+                                                Notice& notice, const OpeningAdvice& advice);
 
 } // namespace quillbox

@@ -3,16 +3,20 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quillbox {
 
-/// Finds the identifier ("org.example.Files.desktop") of the default program for folders in the
-/// output of `gio mime inode/directory` in the locale "C"; nullopt if there is no default.
-std::optional<std::string> folderHandlerIn(std::string_view output);
+/// A program that opens folders by their URL: it needs no terminal, and its desktop entry says that
+/// it takes URLs. A program that does not would be started without the URL and show another folder.
+struct FolderHandler {
+    std::vector<std::string> arguments; ///< to start it with; they contain the URL
+    std::string busName;                ///< under which it opens URLs; empty if it does not
+};
 
-/// The absolute path of the desktop entry with this identifier, looked up in the user's and the
-/// system's folders (Desktop Entry Specification). nullopt if there is none, if its program runs in
-/// a terminal, or if it takes no URLs: it would be started without the URL and show another folder.
-std::optional<std::string> desktopEntryForUrls(std::string_view identifier);
+/// Chooses from the output of `gio mime inode/directory` in the locale "C" what opens the folder at
+/// `url`: the user's default program, else the first file manager among the registered programs.
+/// nullopt if neither takes URLs.
+std::optional<FolderHandler> folderHandlerFor(const std::string& url, std::string_view output);
 
 } // namespace quillbox

@@ -2,6 +2,7 @@
 
 #include "platform/posix/argument_vector.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <csignal>
@@ -18,6 +19,11 @@ namespace quillbox {
 namespace {
 
 constexpr int kLastStandardDescriptor = STDERR_FILENO;
+
+constexpr std::string_view kWaylandToken = "XDG_ACTIVATION_TOKEN=";
+constexpr std::string_view kX11Token = "DESKTOP_STARTUP_ID=";
+constexpr std::array<std::string_view, 3> kOwnVariables{kWaylandToken, kX11Token,
+                                                        "WAYLAND_SOCKET="};
 
 void openStandardDescriptors()
 {
@@ -41,41 +47,32 @@ void waitFor(pid_t process)
 }
 
 /// Runs in the child of a multi-threaded process: only async-signal-safe calls from here on.
-void restore(const InheritedLimits& limits)
+void restore(const Inheritance& inheritance)
 {
-    if (limits.isOpenFilesKnown)
-        ::setrlimit(RLIMIT_NOFILE, &limits.openFiles);
+    if (inheritance.isOpenFilesKnown)
+        ::setrlimit(RLIMIT_NOFILE, &inheritance.openFiles);
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGALRM})
         ::sigaction(signal, &action, nullptr);
-    if (!limits.wasPipeSignalIgnored)
+    if (!inheritance.wasPipeSignalIgnored)
         ::sigaction(SIGPIPE, &action, nullptr);
     sigset_t none;
     sigemptyset(&none);
     ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// The environment of a new program.
-std::vector<std::string> environmentWith(const InheritedLimits& limits)
-{
-    const std::string runtimeFolder = std::string(kRuntimeFolderVariable) + '=';
-    std::vector<std::string> variables;
-    for (char** variable = environ; variable && *variable; ++variable) {
-        if (limits.hadRuntimeFolder || !std::string_view(*variable).starts_with(runtimeFolder))
-            variables.emplace_back(*variable);
-    }
-    return variables;
-}
-
 [[noreturn]] void becomeProgram(char* const* arguments, char* const* environment,
-                                const InheritedLimits& limits, int errorDescriptor)
+                                const Inheritance& inheritance, StandardError standardError,
+                                int errorDescriptor)
 {
-    restore(limits);
+    restore(inheritance);
     const int nothing = ::open("/dev/null", O_RDWR);
     if (nothing >= 0) {
         ::dup2(nothing, STDIN_FILENO);
         ::dup2(nothing, STDOUT_FILENO);
+        if (standardError == StandardError::Discarded)
+            ::dup2(nothing, STDERR_FILENO);
         if (nothing > kLastStandardDescriptor)
             ::close(nothing);
     }
@@ -87,14 +84,36 @@ std::vector<std::string> environmentWith(const InheritedLimits& limits)
 
 } // namespace
 
-InheritedLimits prepareProcess()
+std::vector<std::string> environmentForPrograms()
+{
+    std::vector<std::string> variables;
+    for (char** variable = environ; variable && *variable; ++variable) {
+        const std::string_view text(*variable);
+        if (std::none_of(kOwnVariables.begin(), kOwnVariables.end(),
+                         [text](std::string_view own) { return text.starts_with(own); }))
+            variables.emplace_back(text);
+    }
+    return variables;
+}
+
+std::vector<std::string> withActivationToken(std::vector<std::string> environment,
+                                             const std::string& token)
+{
+    if (!token.empty()) {
+        environment.push_back(std::string(kWaylandToken) + token);
+        environment.push_back(std::string(kX11Token) + token);
+    }
+    return environment;
+}
+
+Inheritance prepareProcess()
 {
     openStandardDescriptors();
 
-    InheritedLimits limits;
-    if (::getrlimit(RLIMIT_NOFILE, &limits.openFiles) == 0) {
-        limits.isOpenFilesKnown = true;
-        rlimit raised = limits.openFiles;
+    Inheritance inheritance{.environment = environmentForPrograms()};
+    if (::getrlimit(RLIMIT_NOFILE, &inheritance.openFiles) == 0) {
+        inheritance.isOpenFilesKnown = true;
+        rlimit raised = inheritance.openFiles;
         raised.rlim_cur = raised.rlim_max;
         ::setrlimit(RLIMIT_NOFILE, &raised);
     }
@@ -102,17 +121,15 @@ InheritedLimits prepareProcess()
     struct sigaction before {};
     ignore.sa_handler = SIG_IGN;
     if (::sigaction(SIGPIPE, &ignore, &before) == 0)
-        limits.wasPipeSignalIgnored = before.sa_handler == SIG_IGN;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): called first, before there are threads
-    const char* runtimeFolder = std::getenv(kRuntimeFolderVariable);
-    limits.hadRuntimeFolder = runtimeFolder != nullptr && *runtimeFolder != '\0';
-    return limits;
+        inheritance.wasPipeSignalIgnored = before.sa_handler == SIG_IGN;
+    return inheritance;
 }
 
-bool startDetached(const std::vector<std::string>& command, const InheritedLimits& limits)
+bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
+                   StandardError standardError)
 {
     const ArgumentVector arguments(command);
-    const ArgumentVector environment(environmentWith(limits));
+    const ArgumentVector environment(inheritance.environment);
 
     // Close-on-exec: end of file means that exec succeeded; otherwise errno comes through.
     std::array<int, 2> report{-1, -1};
@@ -124,7 +141,8 @@ bool startDetached(const std::vector<std::string>& command, const InheritedLimit
         ::setsid();
         const pid_t grandchild = ::fork();
         if (grandchild == 0)
-            becomeProgram(arguments.data(), environment.data(), limits, report[1]);
+            becomeProgram(arguments.data(), environment.data(), inheritance, standardError,
+                          report[1]);
         if (grandchild < 0) {
             const int error = errno;
             [[maybe_unused]] const auto written = ::write(report[1], &error, sizeof error);

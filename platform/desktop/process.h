@@ -8,27 +8,37 @@
 
 namespace quillbox {
 
-/// The limits and the SIGPIPE action that this process inherited, to be restored in programs that
-/// it starts.
-struct InheritedLimits {
+/// What this process inherited and passes on to the programs that it starts, whatever it changes
+/// for itself.
+struct Inheritance {
     rlimit openFiles{};
     bool isOpenFilesKnown = false;
     bool wasPipeSignalIgnored = false;
-    bool hadRuntimeFolder = true; ///< whether XDG_RUNTIME_DIR was set; if not, programs get none
+    std::vector<std::string> environment = {}; ///< "NAME=VALUE"
 };
 
-inline constexpr const char* kRuntimeFolderVariable = "XDG_RUNTIME_DIR";
+/// This process's environment, without what is valid for this process only: the activation token
+/// of its own start, and the number of its connection to a Wayland compositor.
+std::vector<std::string> environmentForPrograms();
+
+/// The environment of a program that may come to the front: with the activation token, unless it is
+/// empty, under the names that Wayland and X11 programs look for.
+std::vector<std::string> withActivationToken(std::vector<std::string> environment,
+                                             const std::string& token);
 
 /// Prepares the process for many connections: raises the limit of open files to the hard limit, and
 /// ignores SIGPIPE, so that writing to a closed connection fails instead of ending the process.
 /// Opens standard input, output and error if they are closed, so that no socket can take their
 /// numbers. Call it first.
-InheritedLimits prepareProcess();
+Inheritance prepareProcess();
+
+enum class StandardError { Inherited, Discarded };
 
 /// Starts a program, looked up in PATH, in a session of its own and reparented to init, with the
-/// inherited limits, no blocked signals, and /dev/null as standard input and output; it inherits
-/// standard error. False if it cannot be started.
-bool startDetached(const std::vector<std::string>& command, const InheritedLimits& limits);
+/// inheritance, no blocked signals, and /dev/null as standard input and output, and as standard
+/// error unless that is inherited. False if it cannot be started.
+bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
+                   StandardError standardError = StandardError::Inherited);
 
 /// Ends the process with exit status 0 after `limit`, unless it has ended by then. Works even if
 /// every thread is stuck.

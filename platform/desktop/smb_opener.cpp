@@ -1,18 +1,11 @@
 #include "platform/desktop/smb_opener.h"
 
-#include "platform/desktop/command.h"
-#include "platform/desktop/folder_handler.h"
 #include "platform/desktop/smb_location.h"
 #include "platform/standard_error.h"
 
-#include <QDBusError>
-#include <QDBusMessage>
-#include <QDBusPendingCallWatcher>
-#include <QString>
-#include <QStringList>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <algorithm>
-#include <functional>
 #include <map>
 #include <optional>
 #include <utility>
@@ -25,22 +18,23 @@ namespace {
 /// What all openings share.
 struct Means {
     ServiceLocator& locator;
-    QDBusConnection bus;
-    InheritedLimits limits;
-    Log& log;
+    const FileBrowserMeans& browser;
     SmbOpenerTimes times;
 };
 
-/// One URL being opened. If one step fails, the next one is tried.
+/// One URL being opened: located, then handed over to a file manager.
 class Opening final : public std::enable_shared_from_this<Opening> {
 public:
-    Opening(const Means& openerMeans, const std::string& unchangedUrl,
-            std::function<void()> whenEnded)
+    using Opened = SmbOpener::Opened;
+
+    Opening(const Means& openerMeans, const std::string& unchangedUrl, const std::string& itsToken,
+            std::function<void()> whenFailed)
         : wantedUrl(unchangedUrl),
           means(openerMeans),
           url(unchangedUrl),
-          begin(openerMeans.log.now()),
-          ended(std::move(whenEnded))
+          token(itsToken),
+          begin(openerMeans.browser.log.now()),
+          failed(std::move(whenFailed))
     {
         patience.setSingleShot(true);
         patience.setTimerType(Qt::PreciseTimer);
@@ -52,7 +46,7 @@ public:
     {
         const auto instanceName = smbInstanceName(location.host);
         if (!instanceName) {
-            askFileManager();
+            handOver();
             return;
         }
         QObject::connect(&patience, &QTimer::timeout, &patience, [this] { located(std::nullopt); });
@@ -66,12 +60,29 @@ public:
         });
     }
 
+    /// Whether the user cannot tell yet that it opens anything.
+    bool isRecent() const
+    {
+        return !sinceHandOver.isValid() || sinceHandOver.elapsed() < means.times.moment.count();
+    }
+
+    bool isOver() const { return isOpen; }
+
+    void join(Opened opened)
+    {
+        if (isOpen)
+            report(opened, std::nullopt);
+        else
+            waiting.push_back(std::move(opened));
+    }
+
 private:
     /// The text must not contain `url`, which has an address in it once the server has been found.
     template <typename Text> void tell(Text&& text)
     {
-        means.log.tell(LogCategory::Desktop,
-                       [&] { return text() + ", after " + durationText(means.log.now() - begin); });
+        Log& log = means.browser.log;
+        log.tell(LogCategory::Desktop,
+                 [&] { return text() + ", after " + durationText(log.now() - begin); });
     }
 
     void located(const std::optional<std::string>& locatedUrl)
@@ -86,137 +97,90 @@ private:
         else
             printToStandardError("quillbox-helper: not found on this network, opening unchanged: "
                                  + url);
-        askFileManager();
+        handOver();
     }
 
-    /// The bus returns an error at once if the name has no owner and cannot be activated.
-    void askFileManager()
+    void handOver()
     {
-        if (!means.bus.isConnected()) {
-            askForFolderHandler(); // QtDBus would never report a result
-            return;
+        sinceHandOver.start();
+        showing = showFolder(means.browser, url, token,
+                             [this](const std::optional<std::string>& with) { end(with); });
+    }
+
+    void end(const std::optional<std::string>& with)
+    {
+        const auto self = shared_from_this(); // `failed` drops the opening
+        if (with) {
+            tell([&] { return "opened with " + *with; });
+            isOpen = true;
+        } else {
+            printToStandardError("quillbox-helper: no file manager can open " + url);
+            failed();
         }
-        QDBusMessage call = QDBusMessage::createMethodCall(
-            QStringLiteral("org.freedesktop.FileManager1"),
-            QStringLiteral("/org/freedesktop/FileManager1"),
-            QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowFolders"));
-        call.setArguments({QStringList(QString::fromStdString(url)), QString()});
-        question = std::make_unique<QDBusPendingCallWatcher>(
-            means.bus.asyncCall(call, static_cast<int>(means.times.fileManager.count())));
-        QObject::connect(question.get(), &QDBusPendingCallWatcher::finished, &patience,
-                         [this](QDBusPendingCallWatcher* watcher) {
-                             // The watcher is emitting this signal: destroy it later.
-                             question.release()->deleteLater();
-                             if (watcher->isError())
-                                 refuseByFileManager(watcher->error());
-                             else
-                                 open("the file manager");
-                         });
+        const std::optional<std::string> reason =
+            with ? std::nullopt : std::optional<std::string>("No file manager opened the share");
+        for (const Opened& opened : std::exchange(waiting, {}))
+            report(opened, reason);
     }
 
-    void refuseByFileManager(const QDBusError& error)
+    static void report(const Opened& opened, const std::optional<std::string>& reason)
     {
-        tell([&] { return "the file manager failed: " + error.name().toStdString(); });
-        askForFolderHandler();
-    }
-
-    void open(const char* with)
-    {
-        tell([&] { return std::string("opened with ") + with; });
-        ended();
-    }
-
-    void askForFolderHandler()
-    {
-        run({"env", "LC_ALL=C", "gio", "mime", "inode/directory"}, Command::Output::Collected,
-            [this](const Command::Result& result) {
-                const auto handler = folderHandlerIn(result.output);
-                const auto entry = handler ? desktopEntryForUrls(*handler) : std::nullopt;
-                if (result.isSuccess && entry)
-                    startFolderHandler(*entry);
-                else
-                    mount();
-            });
-    }
-
-    void startFolderHandler(const std::string& entry)
-    {
-        run({"gio", "launch", entry, url}, Command::Output::Discarded,
-            [this](const Command::Result& result) {
-                if (result.isSuccess)
-                    open("the default program for folders");
-                else
-                    mount();
-            });
-    }
-
-    /// The result is ignored, because the share may be mounted already: openMounted() shows it.
-    void mount()
-    {
-        run({"gio", "mount", url}, Command::Output::Discarded,
-            [this](const Command::Result&) { openMounted(); });
-    }
-
-    void openMounted()
-    {
-        run({"gio", "open", url}, Command::Output::Discarded,
-            [this](const Command::Result& result) {
-                if (result.isSuccess)
-                    return open("gio open");
-                printToStandardError("quillbox-helper: no file manager can open " + url);
-                ended();
-            });
-    }
-
-    /// Starts a command. The previous one, which may be the caller, is destroyed once it has
-    /// returned.
-    void run(const std::vector<std::string>& arguments, Command::Output output,
-             Command::Finished finished)
-    {
-        if (command)
-            QTimer::singleShot(0, &patience, [old = std::shared_ptr(std::move(command))] {});
-        command = std::make_unique<Command>(arguments, output, means.limits, means.times.program,
-                                            std::move(finished));
+        if (opened)
+            opened(reason);
     }
 
     const Means& means;
     std::string url; ///< the URL to open, with the server's address once it is known
+    const std::string token;
     const Log::Clock::time_point begin;
-    std::function<void()> ended;
+    std::function<void()> failed;
     bool isLocated = false;
+    bool isOpen = false;
     QTimer patience;
-    std::unique_ptr<QDBusPendingCallWatcher> question;
-    std::unique_ptr<Command> command;
+    QElapsedTimer sinceHandOver; ///< invalid before that
+    std::unique_ptr<FolderShowing> showing;
+    std::vector<Opened> waiting;
 };
 
 class DesktopSmbOpener final : public SmbOpener {
 public:
-    explicit DesktopSmbOpener(Means openerMeans) : means(std::move(openerMeans)) {}
+    explicit DesktopSmbOpener(const Means& openerMeans) : means(openerMeans) {}
 
-    void open(const std::string& url) override
+    void open(const std::string& url, const std::string& token, Opened opened) override
     {
         const auto location = parseSmbUrl(url);
         if (!location) {
             printToStandardError("quillbox-helper: not opened, not a valid smb URL: " + url);
+            if (opened)
+                opened("Not a valid address of a share");
             return;
         }
-        if (isOnItsWay(url))
+        std::erase_if(openings, [](const auto& entry) {
+            return entry.second->isOver() && !entry.second->isRecent();
+        });
+        if (const auto recent = recentOpeningOf(url)) {
+            recent->join(std::move(opened));
             return;
+        }
         const int number = ++lastNumber;
-        const auto opening = std::make_shared<Opening>(means, url, [this, number] { end(number); });
+        const auto opening =
+            std::make_shared<Opening>(means, url, token, [this, number] { drop(number); });
         openings.emplace(number, opening);
+        opening->join(std::move(opened));
         opening->start(*location);
     }
 
 private:
-    bool isOnItsWay(const std::string& url) const
+    std::shared_ptr<Opening> recentOpeningOf(const std::string& url) const
     {
-        return std::any_of(openings.begin(), openings.end(),
-                           [&url](const auto& entry) { return entry.second->wantedUrl == url; });
+        const auto found = std::find_if(openings.begin(), openings.end(), [&url](const auto& each) {
+            return each.second->wantedUrl == url && each.second->isRecent();
+        });
+        return found == openings.end() ? nullptr : found->second;
     }
 
     /// Called by the opening itself, so it is destroyed later.
-    void end(int number)
+    void drop(int number)
     {
         const auto found = openings.find(number);
         if (found == openings.end())
@@ -233,12 +197,11 @@ private:
 
 } // namespace
 
-std::unique_ptr<SmbOpener> makeSmbOpener(ServiceLocator& locator, const QDBusConnection& sessionBus,
-                                         const InheritedLimits& limits, Log& log,
+std::unique_ptr<SmbOpener> makeSmbOpener(ServiceLocator& locator, const FileBrowserMeans& means,
                                          const SmbOpenerTimes& times)
 {
     return std::make_unique<DesktopSmbOpener>(
-        Means{.locator = locator, .bus = sessionBus, .limits = limits, .log = log, .times = times});
+        Means{.locator = locator, .browser = means, .times = times});
 }
 
 } // namespace quillbox

@@ -116,6 +116,27 @@ TEST_F(AppDelegateControl, opensTheOnlyPhone)
     EXPECT_THAT(workspace.opened, ElementsAre("smb://nas@Quillbox%20Office._smb._tcp.local/NAS"));
 }
 
+TEST_F(AppDelegateControl, answersOnceTheShareIsOpenOrNothingOpensIt)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox Office")});
+    workspace.isWaiting = true;
+    for (const std::optional<std::string>& reason :
+         {std::optional<std::string>(), {"No program"}}) {
+        markStatus();
+        tell(encoded(ControlRequest{.command = ControlCommand::Open}), "token");
+        EXPECT_THAT(answers, IsEmpty());
+        workspace.reports.back()(reason);
+        ControlAnswer expected;
+        if (reason)
+            expected = {.outcome = ControlOutcome::Refused, .text = *reason};
+        EXPECT_THAT(answers, ElementsAre(expected));
+        EXPECT_TRUE(isStatusMarked()) << "the result does not change the status";
+    }
+    EXPECT_THAT(workspace.permissions, ElementsAre("token", "token"));
+    EXPECT_THAT(windowPresence.permissions, ElementsAre("")) << "the file manager gets the token";
+}
+
 TEST_F(AppDelegateControl, opensThePhoneThatWasNamed)
 {
     launch();
@@ -177,13 +198,15 @@ TEST_F(AppDelegateControl, opensWebManagementAndTellsOnceItIsOpen)
 {
     launch();
     findManagement({phoneNamed("Quillbox Attic"), phoneNamed("Quillbox Office")});
-    tell(encoded(ControlRequest{.command = ControlCommand::Manage, .phone = "Quillbox Office"}));
+    tell(encoded(ControlRequest{.command = ControlCommand::Manage, .phone = "Quillbox Office"}),
+         "token");
     EXPECT_THAT(answers, IsEmpty());
     EXPECT_EQ(network.netServices.at(0)->service.name, "Quillbox Office");
     resolution().finish({ipv4Address("192.0.2.9")}, 8443);
     dispatch.runAll();
     EXPECT_THAT(answers, ElementsAre(ControlAnswer()));
     EXPECT_THAT(workspace.opened, ElementsAre("https://192.0.2.9:8443/"));
+    EXPECT_THAT(workspace.permissions, ElementsAre("token"));
 }
 
 TEST_F(AppDelegateControl, tellsThatWebManagementCannotBeReached)
@@ -197,6 +220,18 @@ TEST_F(AppDelegateControl, tellsThatWebManagementCannotBeReached)
     EXPECT_THAT(answers,
                 ElementsAre(ControlAnswer{.outcome = ControlOutcome::Refused, .text = text}));
     EXPECT_EQ(statusText(), text);
+}
+
+TEST_F(AppDelegateControl, tellsThatNoBrowserOpensWebManagement)
+{
+    launch();
+    findManagement({phoneNamed("Quillbox Office")});
+    workspace.failure = "No browser";
+    tell(encoded(ControlRequest{.command = ControlCommand::Manage}));
+    resolution().finish({ipv4Address("192.0.2.9")}, 8443);
+    dispatch.runAll();
+    EXPECT_THAT(answers, ElementsAre(ControlAnswer{.outcome = ControlOutcome::Refused,
+                                                   .text = "No browser"}));
 }
 
 TEST_F(AppDelegateControl, tellsTheFirstOfTwoThatTheSecondCame)

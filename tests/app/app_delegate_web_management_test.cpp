@@ -44,9 +44,10 @@ protected:
     }
 
     /// Keeps the answers to a request in `answers`.
-    AppDelegate::ManagementTold listener()
+    ManagementRequest listener()
     {
-        return [this](const std::optional<std::string>& refusal) { answers.push_back(refusal); };
+        return {.permission = "token",
+                .opened = [this](const auto& refusal) { answers.push_back(refusal); }};
     }
 
     std::vector<std::optional<std::string>> answers;

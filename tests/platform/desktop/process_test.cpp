@@ -18,7 +18,9 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::Contains;
 using ::testing::ContainsRegex;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
@@ -42,7 +44,7 @@ protected:
     NamedPipe pipe{folder.filePath(QStringLiteral("pipe")).toStdString()};
 
     /// What the program writes to `pipe`.
-    std::string outputOf(const std::vector<std::string>& command, const InheritedLimits& limits)
+    std::string outputOf(const std::vector<std::string>& command, const Inheritance& limits)
     {
         EXPECT_TRUE(startDetached(command, limits));
         return pipe.readAll();
@@ -50,7 +52,7 @@ protected:
 
     /// A file of /proc/self as a started program sees it. Not read by a shell, which changes signal
     /// handling.
-    std::string procFile(const std::string& name, const InheritedLimits& limits)
+    std::string procFile(const std::string& name, const Inheritance& limits)
     {
         return outputOf({"dd", "status=none", "if=/proc/self/" + name, "of=" + pipe.path()},
                         limits);
@@ -65,7 +67,7 @@ TEST_F(Process, takesAllTheDescriptorsThatItMayHave)
             ::getrlimit(RLIMIT_NOFILE, &limit);
             limit.rlim_cur = limit.rlim_max / 2;
             ::setrlimit(RLIMIT_NOFILE, &limit);
-            const InheritedLimits inherited = prepareProcess();
+            const Inheritance inherited = prepareProcess();
             rlimit raised{};
             ::getrlimit(RLIMIT_NOFILE, &raised);
             std::_Exit(verdict(raised.rlim_cur == limit.rlim_max
@@ -97,36 +99,44 @@ TEST_F(Process, hasStandardDescriptorsEvenWhenItWasStartedWithoutThem)
         ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
-TEST_F(Process, knowsWhetherItHadARuntimeFolder)
+TEST_F(Process, givesProgramsTheEnvironmentThatItInherited)
 {
-    const auto hadRuntimeFolder = [](const char* value) {
-        if (value)
-            ::setenv(kRuntimeFolderVariable, value, 1);
-        else
-            ::unsetenv(kRuntimeFolderVariable);
-        return prepareProcess().hadRuntimeFolder;
-    };
-    EXPECT_EXIT(std::_Exit(verdict(hadRuntimeFolder("/run/user/7") && !hadRuntimeFolder("")
-                                   && !hadRuntimeFolder(nullptr))),
-                ::testing::ExitedWithCode(EXIT_SUCCESS), "");
+    EXPECT_EXIT(
+        {
+            ::setenv("QUILLBOX_INHERITED", "before", 1);
+            ::unsetenv("QT_QPA_PLATFORM");
+            const Inheritance inherited = prepareProcess();
+            ::setenv("QUILLBOX_INHERITED", "after", 1);
+            ::setenv("QT_QPA_PLATFORM", "wayland", 1);
+            const std::string text = procFile("environ", inherited);
+            std::_Exit(verdict(text.find("QUILLBOX_INHERITED=before") != std::string::npos
+                               && text.find("QT_QPA_PLATFORM") == std::string::npos));
+        },
+        ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
 
-TEST_F(Process, hidesARuntimeFolderThatItChoseItselfFromPrograms)
+TEST_F(Process, givesProgramsNothingThatIsValidForThisProcessOnly)
 {
     Environment environment;
-    environment.set(kRuntimeFolderVariable, "/run/chosen");
-    environment.set("QUILLBOX_OTHER", "kept");
-    const std::string variable = std::string(kRuntimeFolderVariable) + "=/run/chosen";
-    EXPECT_THAT(procFile("environ", {}), HasSubstr(variable));
+    for (const char* name : {"XDG_ACTIVATION_TOKEN", "DESKTOP_STARTUP_ID", "WAYLAND_SOCKET"})
+        environment.set(name, "own");
+    environment.set("WAYLAND_DISPLAY", "wayland-7");
+    const auto variables = environmentForPrograms();
+    EXPECT_THAT(variables, Not(Contains(HasSubstr("=own"))));
+    EXPECT_THAT(variables, Contains("WAYLAND_DISPLAY=wayland-7"));
+}
 
-    const std::string without = procFile("environ", {.hadRuntimeFolder = false});
-    EXPECT_THAT(without, Not(HasSubstr(kRuntimeFolderVariable)));
-    EXPECT_THAT(without, HasSubstr("QUILLBOX_OTHER=kept"));
+TEST_F(Process, givesAProgramItsOwnActivationToken)
+{
+    const std::vector<std::string> other{"A=b"};
+    EXPECT_THAT(withActivationToken(other, "token"),
+                ElementsAre("A=b", "XDG_ACTIVATION_TOKEN=token", "DESKTOP_STARTUP_ID=token"));
+    EXPECT_EQ(withActivationToken(other, ""), other);
 }
 
 TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
 {
-    InheritedLimits limits;
+    Inheritance limits;
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limits.openFiles), 0);
     limits.openFiles.rlim_cur = 77;
     limits.isOpenFilesKnown = true;

@@ -38,7 +38,7 @@ protected:
         return result.value_or(Command::Result());
     }
 
-    InheritedLimits limits;
+    Inheritance limits{.environment = environmentForPrograms()};
     std::unique_ptr<Command> command;
     std::optional<Command::Result> result;
 };
@@ -101,18 +101,13 @@ TEST_F(CommandTest, givesTheProgramItsLimitsAndNothingToRead)
     EXPECT_EQ(resultOf({"sh", "-c", "ulimit -Sn; ulimit -Hn; cat"}).output, "123\n456\n");
 }
 
-TEST_F(CommandTest, hidesARuntimeFolderThatThisProcessChoseItself)
+TEST_F(CommandTest, givesTheProgramTheInheritedEnvironmentOnly)
 {
-    const QByteArray before = qgetenv(kRuntimeFolderVariable);
-    qputenv(kRuntimeFolderVariable, "/run/chosen");
-    const std::vector<std::string> tell{"sh", "-c", "echo ${XDG_RUNTIME_DIR-none}"};
-    const std::string shown = resultOf(tell).output;
-    result.reset();
-    limits.hadRuntimeFolder = false;
-    const std::string hidden = resultOf(tell).output;
-    qputenv(kRuntimeFolderVariable, before);
-    EXPECT_EQ(shown, "/run/chosen\n");
-    EXPECT_EQ(hidden, "none\n");
+    qputenv("QUILLBOX_OWN", "own");
+    limits.environment.emplace_back("QUILLBOX_INHERITED=inherited");
+    EXPECT_EQ(resultOf({"sh", "-c", "echo ${QUILLBOX_OWN-none} $QUILLBOX_INHERITED"}).output,
+              "none inherited\n");
+    qunsetenv("QUILLBOX_OWN");
 }
 
 TEST_F(CommandTest, runsTheProgramInASessionOfItsOwn)

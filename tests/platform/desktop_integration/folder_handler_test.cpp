@@ -2,6 +2,7 @@
 #include "tests/platform/desktop_integration/recorder.h"
 
 #include <QByteArray>
+#include <optional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -10,27 +11,13 @@ namespace quillbox {
 
 namespace {
 
-TEST(FolderHandler, isNamedBehindTheColonOfTheFirstLine)
-{
-    EXPECT_EQ(folderHandlerIn("Default application for ?inode/directory?: thunar.desktop\n"
-                              "Registered applications:\n\tnemo.desktop\n"),
-              "thunar.desktop");
-    EXPECT_EQ(folderHandlerIn("Default application for “inode/directory”: a: b.desktop"),
-              "b.desktop");
-}
+constexpr const char* kWanted = "smb://host/Share";
+constexpr const char* kByUser = "Default application for “inode/directory”: test.desktop\n";
 
-TEST(FolderHandler, isNoneWhenNoProgramIsPreferred)
-{
-    EXPECT_EQ(folderHandlerIn(""), std::nullopt);
-    EXPECT_EQ(folderHandlerIn("\n: x.desktop\n"), std::nullopt);
-    EXPECT_EQ(folderHandlerIn("No default applications for “inode/directory”\n"), std::nullopt);
-    EXPECT_EQ(folderHandlerIn("Registered applications:\n\tnemo.desktop\n"), std::nullopt);
-}
-
-class DesktopEntry : public ::testing::Test {
+class FolderHandlerTest : public ::testing::Test {
 protected:
-    DesktopEntry() { qputenv("XDG_DATA_HOME", folder.path().toUtf8()); }
-    ~DesktopEntry() override
+    FolderHandlerTest() { qputenv("XDG_DATA_HOME", folder.path().toUtf8()); }
+    ~FolderHandlerTest() override
     {
         if (before.isNull())
             qunsetenv("XDG_DATA_HOME");
@@ -38,27 +25,69 @@ protected:
             qputenv("XDG_DATA_HOME", before);
     }
 
+    void addEntry(const char* name, const char* text) const
+    {
+        folder.write(QStringLiteral("applications/") + QLatin1String(name),
+                     QString::fromUtf8(text));
+    }
+
+    /// The program that is chosen.
+    static std::string chosenFrom(const std::string& output)
+    {
+        const auto handler = folderHandlerFor(kWanted, output);
+        if (!handler)
+            return "none";
+        EXPECT_EQ(handler->arguments.size(), 2U);
+        EXPECT_EQ(handler->arguments.back(), kWanted);
+        return handler->arguments.front();
+    }
+
     bool isFor(const char* text) const
     {
-        folder.write(QStringLiteral("applications/test.desktop"), QString::fromUtf8(text));
-        const auto path = desktopEntryForUrls("test.desktop");
-        EXPECT_EQ(path.value_or(folder.path().toStdString() + "/applications/test.desktop"),
-                  folder.path().toStdString() + "/applications/test.desktop");
-        return path.has_value();
+        addEntry("test.desktop", text);
+        return folderHandlerFor(kWanted, kByUser).has_value();
     }
 
     const QByteArray before = qgetenv("XDG_DATA_HOME");
     const Recorder folder;
 };
 
-TEST_F(DesktopEntry, isFoundWhenItsProgramTakesUrls)
+TEST_F(FolderHandlerTest, isTheUsersDefaultProgram)
+{
+    addEntry("test.desktop", "[Desktop Entry]\nExec=test %U\n");
+    addEntry("other.desktop", "[Desktop Entry]\nExec=x %U\nCategories=FileManager;\n");
+    EXPECT_EQ(chosenFrom("Default application for ?inode/directory?: test.desktop\n"
+                         "Registered applications:\n\tother.desktop\n"),
+              "test");
+    EXPECT_EQ(chosenFrom("Default application for “inode/directory”: a: test.desktop"), "test");
+}
+
+TEST_F(FolderHandlerTest, isAFileManagerThatIsRegisteredIfTheDefaultProgramDoesNotFit)
+{
+    addEntry("editor.desktop", "[Desktop Entry]\nExec=editor %F\n");
+    addEntry("usage.desktop", "[Desktop Entry]\nExec=usage %U\nCategories=X-FileManager;\n");
+    addEntry("thunar.desktop", "[Desktop Entry]\nExec=thunar %U\nCategories=GTK;FileManager;\n");
+    addEntry("nemo.desktop", "[Desktop Entry]\nExec=nemo %U\nCategories=FileManager\n");
+    EXPECT_EQ(chosenFrom("Default application for “inode/directory”: editor.desktop\n"
+                         "Registered applications:\n\teditor.desktop\n\tusage.desktop\n"
+                         "\tthunar.desktop\n\tnemo.desktop\n"),
+              "thunar");
+    EXPECT_EQ(chosenFrom("No default applications for “inode/directory”\n"
+                         "Registered applications:\n\tnemo.desktop\n"),
+              "nemo");
+}
+
+TEST_F(FolderHandlerTest, isNoneWhereNothingIsRegistered)
+{
+    for (const char* output : {"", "\n: x.desktop\n", "Registered applications:\n\tmissing.desktop",
+                               "No default applications for “inode/directory”\n"})
+        EXPECT_EQ(chosenFrom(output), "none") << output;
+}
+
+TEST_F(FolderHandlerTest, takesUrls)
 {
     EXPECT_TRUE(isFor("[Desktop Entry]\nType=Application\nExec=thunar %U\n"));
     EXPECT_TRUE(isFor("# x\n[Desktop Entry]\nExec = dolphin --new 50%% %u"));
-}
-
-TEST_F(DesktopEntry, isNoneWhenItsProgramTakesPathsOrNothing)
-{
     EXPECT_FALSE(isFor("[Desktop Entry]\nExec=old-manager %F\n"));
     EXPECT_FALSE(isFor("[Desktop Entry]\nExec=old-manager %%u\n"));
     EXPECT_FALSE(isFor("[Desktop Entry]\nExec=old-manager %\n"));
@@ -66,23 +95,34 @@ TEST_F(DesktopEntry, isNoneWhenItsProgramTakesPathsOrNothing)
     EXPECT_FALSE(isFor(""));
 }
 
-TEST_F(DesktopEntry, looksAtItsMainGroupOnly)
+TEST_F(FolderHandlerTest, isDescribedInTheMainGroupOnly)
 {
     EXPECT_FALSE(isFor("[Desktop Entry]\nExec=old-manager\n[Desktop Action new]\nExec=x %U\n"));
     EXPECT_TRUE(isFor("[Desktop Entry]\nExec=x %U\n[Desktop Action new]\nExec=x\nTerminal=true\n"));
 }
 
-TEST_F(DesktopEntry, isNoneForATerminal)
+TEST_F(FolderHandlerTest, needsNoTerminal)
 {
     EXPECT_FALSE(isFor("[Desktop Entry]\nExec=ranger %U\nTerminal=true\n"));
     EXPECT_TRUE(isFor("[Desktop Entry]\nExec=x %U\nTerminal=false\n"));
 }
 
-TEST_F(DesktopEntry, isNoneForAnIdentifierThatIsNone)
+TEST_F(FolderHandlerTest, hasABusNameIfItOpensUrlsOverTheBus)
+{
+    addEntry("org.example.Files.desktop", "[Desktop Entry]\nExec=x %U\nDBusActivatable=true\n");
+    addEntry("test.desktop", "[Desktop Entry]\nExec=x %U\nDBusActivatable=false\n");
+    EXPECT_EQ(
+        folderHandlerFor(kWanted, "Default application for x: org.example.Files.desktop")->busName,
+        "org.example.Files");
+    EXPECT_EQ(folderHandlerFor(kWanted, kByUser)->busName, "");
+}
+
+TEST_F(FolderHandlerTest, isNoneForAnIdentifierThatIsNone)
 {
     folder.write(QStringLiteral("x.desktop"), QStringLiteral("[Desktop Entry]\nExec=x %U\n"));
     for (const char* identifier : {"", "missing.desktop", "../x.desktop", "/x.desktop", "x"})
-        EXPECT_EQ(desktopEntryForUrls(identifier), std::nullopt) << identifier;
+        EXPECT_EQ(chosenFrom(std::string("Default application for x: ") + identifier), "none")
+            << identifier;
 }
 
 } // namespace

@@ -10,7 +10,7 @@ namespace quillbox {
 
 /// A folder with scripts that record their calls. Each call is one line: the name of the script and
 /// its arguments, each followed by "|".
-class Recorder final {
+class Recorder {
 public:
     Recorder();
     Recorder(const Recorder&) = delete;

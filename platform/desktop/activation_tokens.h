@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quillbox {
+
+/// Obtains activation tokens for the programs that this process starts for the user: with a fresh
+/// one their windows come to the front, without one a window manager takes them for windows that
+/// nobody asked for. Main thread only.
+class ActivationTokens {
+public:
+    using Given = std::function<void(const std::string& token)>;
+
+    /// Cancels what is still requested.
+    virtual ~ActivationTokens() = default;
+
+    /// Requests a token for what the user just did. Reports exactly once, perhaps inside this call,
+    /// within half a second; with an empty token if the desktop gives none.
+    virtual void request(Given given) = 0;
+};
+
+/// The implementation for the platform that Qt uses: X or Wayland. Without a display there are no
+/// tokens.
+///
+/// On the main thread, after the application object has been constructed.
+std::unique_ptr<ActivationTokens> makeActivationTokens();
+
+} // namespace quillbox

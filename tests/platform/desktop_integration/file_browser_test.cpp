@@ -1,0 +1,260 @@
+#include "platform/desktop/file_browser.h"
+#include "tests/fakes/recording_log.h"
+#include "tests/platform/desktop_integration/event_wait.h"
+#include "tests/platform/desktop_integration/file_manager.h"
+#include "tests/platform/desktop_integration/private_bus.h"
+#include "tests/platform/desktop_integration/programs.h"
+
+#include <QDBusArgument>
+#include <QStringList>
+#include <QVariantMap>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include <gtest/gtest.h>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using Manner = FileManager::Manner;
+
+constexpr const char* kFolder = "smb://nas@office.local:40123/NAS";
+constexpr const char* kByHandler = "the default program for folders";
+constexpr const char* kByManager = "the file manager";
+
+class FileBrowserTest : public ::testing::Test {
+protected:
+    void show(const QDBusConnection& connection, const std::string& url = kFolder,
+              const std::string& token = "token")
+    {
+        means = std::make_unique<FileBrowserMeans>(FileBrowserMeans{
+            .bus = connection, .inheritance = programs.inheritance(), .log = log, .limit = limit});
+        showing = showFolder(*means, url, token, [this](const auto& with) {
+            EXPECT_FALSE(shown) << "it reports once";
+            shown = with;
+        });
+        EXPECT_FALSE(shown) << "it reports from the event loop only";
+    }
+
+    void show() { show(bus.connect()); }
+
+    /// What opened the folder; "nothing" if nothing did.
+    std::string shownWith()
+    {
+        EXPECT_TRUE(waitUntil([this] { return shown.has_value(); }));
+        return shown ? shown->value_or("nothing") : "no report";
+    }
+
+    void addFileManager(Manner manner)
+    {
+        fileManager = std::make_unique<FileManager>(bus.connect(), manner);
+    }
+
+    /// Makes a program the default one for folders that opens URLs over the bus.
+    void addBusHandler()
+    {
+        programs.addGio(QStringLiteral("org.example.Files.desktop"));
+        programs.addHandler(QStringLiteral("files %U"), QStringLiteral("org.example.Files.desktop"),
+                            QStringLiteral("DBusActivatable=true"));
+    }
+
+    static QStringList expectedMount()
+    {
+        const QString text = QLatin1String(kFolder);
+        return {QStringLiteral("gio|mount|") + text + u'|',
+                QStringLiteral("gio|open|") + text + u'|'};
+    }
+
+    Programs programs;
+    PrivateBus bus;
+    RecordingLog log;
+    std::chrono::milliseconds limit{15'000};
+    std::unique_ptr<FileManager> fileManager;
+    std::unique_ptr<FileBrowserMeans> means;
+    std::unique_ptr<FolderShowing> showing;
+    std::optional<std::optional<std::string>> shown;
+};
+
+TEST_F(FileBrowserTest, startsTheUsersProgramForFoldersEvenIfAFileManagerIsOnTheBus)
+{
+    // Thunar's would answer with success and show nothing.
+    addFileManager(Manner::Obliging);
+    programs.addGio(QStringLiteral("files.desktop"));
+    programs.addHandler(QStringLiteral("files %U"));
+    programs.addScript(QStringLiteral("files"));
+    show();
+    EXPECT_EQ(shownWith(), kByHandler);
+    EXPECT_EQ(programs.calls(2),
+              (QStringList{QStringLiteral("gio|mime|inode/directory|"),
+                           QStringLiteral("files|%1|").arg(QLatin1String(kFolder))}));
+    EXPECT_TRUE(fileManager->calls.empty());
+}
+
+TEST_F(FileBrowserTest, startsTheProgramThatTheRealGioNamesWithTheUrlUnchangedAndAToken)
+{
+    const QByteArray configuration = qgetenv("XDG_CONFIG_HOME");
+    qputenv("XDG_CONFIG_HOME", programs.path().toUtf8());
+    ASSERT_TRUE(QFile::remove(programs.path() + QStringLiteral("/gio")));
+    programs.write(QStringLiteral("mimeapps.list"),
+                   QStringLiteral("[Default Applications]\ninode/directory=files.desktop\n"));
+    programs.addHandler(
+        programs.addScript(QStringLiteral("files"),
+                           QStringLiteral("env | grep -c =fresh$ > \"${0%/*}/tokens\"\n"
+                                          "exec \"${0%/*}/seen\"\n"))
+        + QStringLiteral(" %U"));
+    programs.addScript(QStringLiteral("seen"));
+    constexpr const char* kHardUrl = "smb://a$(b)&c'@office.local:40123/N%20S/;x=%25+--";
+    show(bus.connect(), kHardUrl, "fresh");
+    EXPECT_EQ(programs.calls(2),
+              (QStringList{QStringLiteral("files|%1|").arg(QLatin1String(kHardUrl)),
+                           QStringLiteral("seen|")}));
+    QFile tokens(programs.path() + QStringLiteral("/tokens"));
+    EXPECT_TRUE(tokens.open(QIODevice::ReadOnly));
+    EXPECT_EQ(tokens.readAll().trimmed(), "2");
+    qputenv("XDG_CONFIG_HOME", configuration);
+}
+
+TEST_F(FileBrowserTest, asksAProgramThatOpensUrlsOverTheBusThereWithTheToken)
+{
+    addBusHandler();
+    const FileManager files(bus.connect(), Manner::Obliging, QStringLiteral("org.example.Files"));
+    show();
+    EXPECT_EQ(shownWith(), kByHandler);
+    ASSERT_EQ(files.calls.size(), 1U);
+    const QDBusMessage& call = files.calls.front();
+    EXPECT_EQ(call.interface(), QStringLiteral("org.freedesktop.Application"));
+    EXPECT_EQ(call.member(), QStringLiteral("Open"));
+    EXPECT_EQ(call.signature(), QStringLiteral("asa{sv}"));
+    EXPECT_EQ(files.folders, std::vector<std::string>{kFolder});
+    const auto data = qdbus_cast<QVariantMap>(call.arguments().value(1));
+    EXPECT_EQ(data.value(QStringLiteral("activation-token")), QStringLiteral("token"));
+    EXPECT_EQ(data.value(QStringLiteral("desktop-startup-id")), QStringLiteral("token"));
+}
+
+TEST_F(FileBrowserTest, startsAProgramThatIsNotOnTheBusAfterAll)
+{
+    addBusHandler();
+    programs.addScript(QStringLiteral("files"));
+    show();
+    EXPECT_EQ(shownWith(), kByHandler);
+    EXPECT_EQ(programs.calls(2).mid(1),
+              QStringList(QStringLiteral("files|%1|").arg(QLatin1String(kFolder))));
+}
+
+TEST_F(FileBrowserTest, asksTheFileManagerOnTheBusWithoutAProgramForFolders)
+{
+    addFileManager(Manner::Obliging);
+    show();
+    EXPECT_EQ(shownWith(), kByManager);
+    ASSERT_EQ(fileManager->calls.size(), 1U);
+    const QDBusMessage& call = fileManager->calls.front();
+    EXPECT_EQ(call.interface(), QStringLiteral("org.freedesktop.FileManager1"));
+    EXPECT_EQ(call.member(), QStringLiteral("ShowFolders"));
+    EXPECT_EQ(call.signature(), QStringLiteral("ass"));
+    EXPECT_EQ(fileManager->folders, std::vector<std::string>{kFolder});
+    EXPECT_EQ(call.arguments().value(1), QStringLiteral("token"));
+}
+
+TEST_F(FileBrowserTest, hasTheBusStartTheFileManager)
+{
+    const QString script = programs.addScript(QStringLiteral("shown"));
+    bus.makeActivatable(QStringLiteral("org.freedesktop.FileManager1"),
+                        QStringLiteral(FILE_MANAGER_STAND_IN " ") + script);
+    show();
+    EXPECT_EQ(programs.calls(2).mid(1),
+              QStringList(QStringLiteral("shown|ShowFolders|%1|").arg(QLatin1String(kFolder))));
+}
+
+TEST_F(FileBrowserTest, asksTheFileManagerWhenTheProgramForFoldersTakesNoUrls)
+{
+    addFileManager(Manner::Obliging);
+    programs.addGio(QStringLiteral("files.desktop"));
+    programs.addHandler(QStringLiteral("files %F"));
+    show();
+    EXPECT_EQ(shownWith(), kByManager);
+}
+
+TEST_F(FileBrowserTest, asksTheFileManagerWhenTheProgramForFoldersDoesNotStart)
+{
+    addFileManager(Manner::Obliging);
+    programs.addGio(QStringLiteral("files.desktop"));
+    programs.addHandler(QStringLiteral("/nonexistent/files %U"));
+    show();
+    EXPECT_EQ(shownWith(), kByManager);
+}
+
+TEST_F(FileBrowserTest, mountsWhenTheFileManagerRefuses)
+{
+    addFileManager(Manner::Refusing);
+    show();
+    EXPECT_EQ(shownWith(), "gio open");
+    EXPECT_EQ(programs.calls(3).mid(1), expectedMount());
+    EXPECT_EQ(log.lines,
+              std::vector<std::string>{"desktop: the file manager failed: org.example.No"});
+}
+
+TEST_F(FileBrowserTest, mountsWithoutABus)
+{
+    show(QDBusConnection(QStringLiteral("none")));
+    EXPECT_EQ(shownWith(), "gio open");
+}
+
+TEST_F(FileBrowserTest, opensWhatWasMountedBefore)
+{
+    programs.addGio(QStringLiteral("missing.desktop"), QStringLiteral("mount"));
+    show();
+    EXPECT_EQ(shownWith(), "gio open");
+    EXPECT_EQ(programs.calls(3).mid(1), expectedMount());
+}
+
+TEST_F(FileBrowserTest, leavesTheFolderToAFileManagerThatHasNotAnsweredInTime)
+{
+    limit = 300ms;
+    addFileManager(Manner::Silent);
+    show();
+    EXPECT_EQ(shownWith(), "the file manager, which has not answered yet");
+    EXPECT_EQ(fileManager->calls.size(), 1U);
+    // A refusal that comes late opens no second window.
+    fileManager->refuse(fileManager->calls.front());
+    EXPECT_FALSE(waitUntil([this] { return programs.calls(1).size() > 1; }, 100));
+}
+
+TEST_F(FileBrowserTest, goesOnWhenAFileManagerCrashesInsteadOfAnswering)
+{
+    addFileManager(Manner::Silent);
+    show();
+    ASSERT_TRUE(waitUntil([this] { return !fileManager->calls.empty(); }));
+    QDBusConnection::disconnectFromBus(fileManager->bus.name());
+    fileManager.reset();
+    EXPECT_EQ(shownWith(), "gio open");
+}
+
+TEST_F(FileBrowserTest, reportsThatNothingOpensTheFolder)
+{
+    programs.addGio(QStringLiteral("missing.desktop"), QStringLiteral("open"));
+    show();
+    EXPECT_EQ(shownWith(), "nothing");
+}
+
+TEST_F(FileBrowserTest, givesUpWhenNothingHasOpenedTheFolderInTime)
+{
+    limit = 200ms;
+    programs.addScript(QStringLiteral("gio"), QStringLiteral("exec sleep 60"));
+    show();
+    EXPECT_EQ(shownWith(), "nothing");
+}
+
+TEST_F(FileBrowserTest, reportsNothingOnceItIsDropped)
+{
+    addFileManager(Manner::Obliging);
+    show();
+    showing.reset();
+    EXPECT_FALSE(waitUntil([this] { return shown || !fileManager->calls.empty(); }, 200));
+}
+
+} // namespace
+
+} // namespace quillbox

@@ -1,0 +1,54 @@
+#pragma once
+
+#include "platform/desktop/process.h"
+#include "tests/platform/desktop_integration/recorder.h"
+
+#include <QByteArray>
+#include <QString>
+
+namespace quillbox {
+
+/// The programs of a desktop: scripts in PATH, and desktop entries in a data folder of their own.
+/// Begins with a `gio` that knows no program for folders.
+class Programs final : public Recorder {
+public:
+    Programs()
+    {
+        qputenv("PATH", path().toUtf8() + ':' + searchPath);
+        qputenv("XDG_DATA_HOME", path().toUtf8());
+        addGio(QStringLiteral("missing.desktop"));
+    }
+
+    ~Programs()
+    {
+        qputenv("PATH", searchPath);
+        qunsetenv("XDG_DATA_HOME");
+    }
+
+    /// Installs a `gio` that answers "gio mime" with `handler` and fails for the command `failing`.
+    void addGio(const QString& handler, const QString& failing = QStringLiteral("none"))
+    {
+        addScript(QStringLiteral("gio"), QStringLiteral("if [ \"$1\" = mime ]; then\n"
+                                                        "echo 'Default application for x: %1'\n"
+                                                        "fi\n"
+                                                        "[ \"$1\" != %2 ]")
+                                             .arg(handler, failing));
+    }
+
+    /// Installs the desktop entry `name`.
+    void addHandler(const QString& command, const QString& name = QStringLiteral("files.desktop"),
+                    const QString& more = {})
+    {
+        write(QStringLiteral("applications/") + name,
+              QStringLiteral("[Desktop Entry]\nType=Application\nName=Files\n"
+                             "MimeType=inode/directory;\nExec=%1\n%2\n")
+                  .arg(command, more));
+    }
+
+    Inheritance inheritance() const { return {.environment = environmentForPrograms()}; }
+
+private:
+    const QByteArray searchPath = qgetenv("PATH");
+};
+
+} // namespace quillbox
