@@ -3,10 +3,11 @@
 import hashlib
 import os
 import re
+import time
 import urllib.parse
 
 import pytest
-from rig.computer import LOOKING, MULTICAST_NAMES, visible
+from rig.computer import LOOKING, MULTICAST_NAMES, PROGRAM, visible
 from rig.desktop import Desktop
 from rig.onlooker import PYTHON
 from rig.phone import PASSWORD, Phone
@@ -26,7 +27,7 @@ def desktop(lan, engine):
     """The user's computer with a desktop, once with avahi-daemon and once without."""
     made = lan.host("computer", of=Desktop)
     made.prepare(engine)
-    made.log_in()
+    made.log_in("file-manager")
     return made
 
 
@@ -35,8 +36,21 @@ def daemon_desktop(lan):
     """The same with avahi-daemon only, for tests that do not depend on the engine."""
     made = lan.host("computer", of=Desktop)
     made.prepare("daemon")
-    made.log_in()
+    made.log_in("file-manager")
     return made
+
+
+@pytest.fixture
+def make_desktop(lan):
+    """A factory of a desktop with avahi-daemon and what else the test names (desk.py)."""
+
+    def make(*parts):
+        made = lan.host("computer", of=Desktop)
+        made.prepare("daemon")
+        made.log_in(*parts)
+        return made
+
+    return make
 
 
 # ---- the phone's share ----
@@ -194,6 +208,102 @@ def test_a_share_that_is_nowhere_is_handed_over_as_it_is(daemon_desktop):
     assert url == "smb://nas@Quillbox._smb._tcp.local/NAS"
     assert shown - asked < limit(6.5)
     helper.wait_message("not found on this network")
+
+
+# ---- what opens the share ----
+
+REFUSED = 4
+NOT_OPENED = "No file manager opened the share"
+
+
+def manual(desktop):
+    """Starts the program with a relay to a phone that is off."""
+    helper = desktop.manual_helper("192.0.2.7", 445)
+    helper.wait_status("ready: Quillbox is visible in Finder")
+    return helper
+
+
+def open_in_terminal(desktop):
+    return desktop.run(PROGRAM, "open", check=False, timeout=limit(40))
+
+
+def test_the_default_program_opens_the_share_even_if_the_manager_on_the_bus_would(make_desktop):
+    # As Thunar's, which answers with success and shows nothing.
+    desktop = make_desktop("file-manager", "notifications")
+    desktop.install_file_manager()
+    manual(desktop)
+
+    desktop.choose("Open in Finder")
+
+    (url,) = desktop.opened_urls(limit(5))
+    assert re.fullmatch(r"smb://nas@[a-z0-9-]+\.local:\d+/NAS", url)
+    seen = desktop.environment_of_opened()
+    assert re.search(r"_TIME\d+$", seen["DESKTOP_STARTUP_ID"])
+    assert seen["XDG_ACTIVATION_TOKEN"] == seen["DESKTOP_STARTUP_ID"]
+    assert "NO_AT_BRIDGE" not in seen
+    assert desktop.shown_folders() == []
+
+
+def test_the_command_opens_the_share_like_the_menu(make_desktop):
+    desktop = make_desktop("file-manager")
+    desktop.install_file_manager()
+    manual(desktop)
+
+    done = open_in_terminal(desktop)
+
+    assert (done.returncode, done.stderr) == (0, "")
+    assert len(desktop.opened_urls(limit(5))) == 1
+    assert desktop.shown_folders() == []
+
+
+def test_clicks_open_the_share_while_a_file_manager_hangs(make_desktop):
+    # Or answers only after the user has logged in, as PCManFM-Qt does.
+    desktop = make_desktop("hanging-manager", "notifications")
+    manual(desktop)
+
+    first = desktop.choose("Open in Finder")
+    desktop.choose("Open in Finder")
+    wait_until(lambda: len(desktop.shown_folders()) == 1, limit(5), "the first window")
+
+    def open_again():
+        desktop.choose("Open in Finder")
+        return len(desktop.shown_folders()) > 1
+
+    wait_until(open_again, limit(8), "the second window")
+    assert time.monotonic() - first > 2
+    since = len(desktop.shown_folders())
+    time.sleep(2.1)
+    done = open_in_terminal(desktop)
+    assert (done.returncode, done.stderr) == (0, "")
+    # It was asked once more, and nothing else was tried.
+    assert len(desktop.shown_folders()) == since + 1
+
+
+def test_a_desktop_without_a_file_manager_shows_why_nothing_opens(make_desktop):
+    desktop = make_desktop("notifications")
+    helper = manual(desktop)
+
+    desktop.choose("Open in Finder")
+
+    title, text = desktop.notification(limit(20))
+    assert title == "Cannot open the share"
+    assert text.startswith(f"{NOT_OPENED}. ")
+    helper.wait_status("ready: Quillbox is visible in Finder")
+    done = open_in_terminal(desktop)
+    assert done.returncode == REFUSED
+    assert done.stderr == f"quillbox-helper: {text}\n"
+
+
+def test_a_window_shows_why_nothing_opens_where_nothing_shows_notifications(make_desktop):
+    desktop = make_desktop()
+    manual(desktop)
+    before = desktop.windows()
+
+    done = open_in_terminal(desktop)
+
+    assert done.returncode == REFUSED
+    assert NOT_OPENED in done.stderr
+    wait_until(lambda: len(desktop.windows()) > len(before), limit(5), "the window")
 
 
 # ---- the phone's page ----

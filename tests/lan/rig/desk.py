@@ -1,7 +1,11 @@
-"""Runs on a session bus: a panel for status items and a file manager, as on a desktop.
+"""Runs on a session bus: a panel for status items and what else the arguments name, as on a desktop.
 
-Reports on standard output, one JSON object per line, the status item that registers and the folders
-that the file manager is asked to show. Each line of standard input is the title of an entry of that
+    file-manager        shows folders and says so
+    hanging-manager     does not answer
+    notifications       shows notifications, and would interpret markup
+
+Reports on standard output, one JSON object per line, the status item that registers, the folders
+that the file manager is asked to show and the notifications. Each line of standard input is the title of an entry of that
 item's menu, which is then chosen.
 """
 
@@ -24,7 +28,20 @@ FILE_MANAGER = """<node><interface name="org.freedesktop.FileManager1">
   </method>
 </interface></node>"""
 
+NOTIFICATIONS = """<node><interface name="org.freedesktop.Notifications">
+  <method name="GetCapabilities"><arg type="as" direction="out"/></method>
+  <method name="Notify">
+    <arg type="s" direction="in"/><arg type="u" direction="in"/><arg type="s" direction="in"/>
+    <arg type="s" direction="in"/><arg type="s" direction="in"/><arg type="as" direction="in"/>
+    <arg type="a{sv}" direction="in"/><arg type="i" direction="in"/>
+    <arg type="u" direction="out"/>
+  </method>
+</interface></node>"""
+
 MENU = "com.canonical.dbusmenu"
+
+
+NO_ANSWER = object()
 
 
 def tell(event, **more):
@@ -32,18 +49,24 @@ def tell(event, **more):
 
 
 class Desk:
-    def __init__(self):
+    def __init__(self, parts):
         self.bus = Gio.bus_get_sync(Gio.BusType.SESSION)
         self.item = None
         self.offer(PANEL, "/StatusNotifierWatcher", self.register)
-        self.offer(FILE_MANAGER, "/org/freedesktop/FileManager1", self.show)
+        if "file-manager" in parts:
+            self.offer(FILE_MANAGER, "/org/freedesktop/FileManager1", self.show)
+        if "hanging-manager" in parts:
+            self.offer(FILE_MANAGER, "/org/freedesktop/FileManager1", self.hang)
+        if "notifications" in parts:
+            self.offer(NOTIFICATIONS, "/org/freedesktop/Notifications", self.notify)
 
     def offer(self, description, path, answer):
         interface = Gio.DBusNodeInfo.new_for_xml(description).interfaces[0]
 
         def called(_bus, sender, _path, _interface, _method, parameters, invocation):
-            answer(sender, *parameters.unpack())
-            invocation.return_value(None)
+            result = answer(sender, *parameters.unpack())
+            if result is not NO_ANSWER:
+                invocation.return_value(result)
 
         def asked(*_):
             return GLib.Variant("b", True)
@@ -55,9 +78,19 @@ class Desk:
         self.item = sender
         tell("item")
 
-    def show(self, _sender, folders, _startup_id):
+    def show(self, _sender, folders, token):
         for folder in folders:
-            tell("folder", name=folder)
+            tell("folder", name=folder, token=token)
+
+    def hang(self, sender, folders, token):
+        self.show(sender, folders, token)
+        return NO_ANSWER
+
+    def notify(self, _sender, *arguments):
+        if not arguments:
+            return GLib.Variant("(as)", (["body", "body-markup"],))
+        tell("notification", title=arguments[3], text=arguments[4])
+        return GLib.Variant("(u)", (1,))
 
     def call(self, path, interface, method, *arguments):
         return self.bus.call_sync(
@@ -90,7 +123,7 @@ class Desk:
         return True
 
 
-desk = Desk()
+desk = Desk(sys.argv[1:])
 loop = GLib.MainLoop()
 GLib.io_add_watch(sys.stdin, GLib.PRIORITY_DEFAULT, GLib.IO_IN | GLib.IO_HUP, desk.obey)
 tell("ready")

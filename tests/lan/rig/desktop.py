@@ -23,6 +23,13 @@ Exec={program} %u
 MimeType=x-scheme-handler/https;
 """
 
+FILES = """[Desktop Entry]
+Type=Application
+Name=Files
+Exec={program} %U
+MimeType=inode/directory;
+"""
+
 
 class Desktop(Computer):
     """A computer whose user has logged in. desk.py plays the panel and the file manager."""
@@ -32,11 +39,13 @@ class Desktop(Computer):
         self._desk = None
         self._session = {}
         self._opened = os.path.join(self.folder, "opened")
+        self._environment = os.path.join(self.folder, "environment")
 
     def environment(self, **more):
         return super().environment(**(self._session | more))
 
-    def log_in(self):
+    def log_in(self, *parts):
+        """With a panel; `parts` are those of desk.py that the desktop has, too."""
         self.set_name_service(MULTICAST_NAMES)
         screen = self.start(SCREEN)
         self.start_session_bus()
@@ -46,7 +55,7 @@ class Desktop(Computer):
             "DBUS_SESSION_BUS_ADDRESS": SESSION_BUS,
             "XDG_CURRENT_DESKTOP": "GNOME",
         }
-        self._desk = self.start([PYTHON, f"{HERE}/desk.py"], stdin=True)
+        self._desk = self.start([PYTHON, f"{HERE}/desk.py", *parts], stdin=True)
         self._told("ready", 10)
 
     def _told(self, event, timeout, since=0):
@@ -70,23 +79,45 @@ class Desktop(Computer):
         told, at = self._told("folder", timeout)
         return told["name"], at
 
+    def shown_folders(self):
+        """All folders that the file manager has been asked to show."""
+        told = [json.loads(x.text) for x in self._desk.lines if x.text.startswith("{")]
+        return [each["name"] for each in told if each["event"] == "folder"]
+
+    def notification(self, timeout):
+        """Title and text of the first notification."""
+        told, _ = self._told("notification", timeout)
+        return told["title"], told["text"]
+
+    def windows(self):
+        """The titles of the windows that are on the screen."""
+        return self.run(PYTHON, f"{HERE}/titles.py", env=self.environment()).stdout.splitlines()
+
     def install_browser(self):
         """Installs a browser that records its arguments, as the user's default for https."""
-        program = os.path.join(self.folder, "browser")
+        self._install("browser", BROWSER, "x-scheme-handler/https")
+
+    def install_file_manager(self):
+        """Installs a file manager that records its arguments, as the user's default for folders."""
+        self._install("files", FILES, "inode/directory")
+
+    def _install(self, name, entry, opened_type):
+        program = os.path.join(self.folder, name)
+        opened, seen = shlex.quote(self._opened), shlex.quote(self._environment)
         with open(program, "w", encoding="utf-8") as file:
-            file.write(f"#!/bin/sh\nprintf '%s\\n' \"$#\" \"$@\" >>{shlex.quote(self._opened)}\n")
+            file.write(f"#!/bin/sh\nenv >{seen}\nprintf '%s\\n' \"$#\" \"$@\" >>{opened}\n")
         os.chmod(program, 0o755)
         data = os.path.join(self.environment()["HOME"], ".local", "share", "applications")
         config = self.environment()["XDG_CONFIG_HOME"]
         os.makedirs(data)
         os.makedirs(config, exist_ok=True)
-        with open(os.path.join(data, "browser.desktop"), "w", encoding="utf-8") as file:
-            file.write(BROWSER.format(program=program))
+        with open(os.path.join(data, f"{name}.desktop"), "w", encoding="utf-8") as file:
+            file.write(entry.format(program=program))
         with open(os.path.join(config, "mimeapps.list"), "w", encoding="utf-8") as file:
-            file.write("[Default Applications]\nx-scheme-handler/https=browser.desktop\n")
+            file.write(f"[Default Applications]\n{opened_type}={name}.desktop\n")
 
     def opened_urls(self, timeout):
-        """Waits until the browser has been started; returns the URLs that it was given."""
+        """Waits until browser or file manager has been started; returns the URLs that it was given."""
 
         def read():
             if not os.path.exists(self._opened):
@@ -95,9 +126,14 @@ class Desktop(Computer):
                 text = file.read()
             return text.splitlines() if text.count("\n") > 1 else None
 
-        lines = wait_until(read, timeout, "the browser")
+        lines = wait_until(read, timeout, "the program")
         assert lines[0::2] == ["1"] * (len(lines) // 2), lines
         return lines[1::2]
+
+    def environment_of_opened(self):
+        """The environment in which the browser or file manager was started."""
+        with open(self._environment, encoding="utf-8") as file:
+            return dict(line.split("=", 1) for line in file.read().splitlines() if "=" in line)
 
     def has_opened_nothing(self):
         return not os.path.exists(self._opened)
