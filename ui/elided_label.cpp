@@ -1,9 +1,9 @@
 #include "ui/elided_label.h"
 
 #include "ui/display_text.h"
+#include "ui/text_style.h"
 
 #include <QEvent>
-#include <QFontMetrics>
 #include <QPainter>
 #include <QStyle>
 #include <algorithm>
@@ -35,7 +35,7 @@ QSize ElidedLabel::sizeHint() const
 
 QSize ElidedLabel::minimumSizeHint() const
 {
-    return sizeFor(std::min(textWidth(), fontMetrics().horizontalAdvance(QChar(kEllipsis))));
+    return sizeFor(std::min(textWidth(), widthOf(QChar(kEllipsis), font())));
 }
 
 QSize ElidedLabel::sizeFor(int width) const
@@ -48,7 +48,7 @@ QSize ElidedLabel::sizeFor(int width) const
 int ElidedLabel::textWidth() const
 {
     if (!knownTextWidth)
-        knownTextWidth = fontMetrics().horizontalAdvance(text());
+        knownTextWidth = widthOf(text(), font());
     return *knownTextWidth;
 }
 
@@ -73,7 +73,7 @@ void ElidedLabel::paintEvent(QPaintEvent* /*event*/)
 {
     QPainter painter(this);
     const QRect area = contentsRect();
-    const QString line = fontMetrics().elidedText(text(), Qt::ElideRight, area.width());
+    const QString line = isElided() ? elided(text(), font(), area.width()) : text();
     const Qt::Alignment place = QStyle::visualAlignment(layoutDirection(), alignment());
     style()->drawItemText(&painter, area, static_cast<int>(place) | Qt::TextSingleLine, palette(),
                           isEnabled(), line, foregroundRole());

@@ -1,5 +1,7 @@
 #include "ui/glyph_label.h"
 
+#include "ui/text_style.h"
+
 #include <QEvent>
 #include <QFontMetricsF>
 #include <QPainter>
@@ -17,9 +19,8 @@ QSize GlyphLabel::sizeHint() const
 {
     // Cached, because layouts ask repeatedly, and measuring text is the most expensive part.
     if (!knownSize.isValid()) {
-        const QFontMetricsF metrics(font());
-        knownSize = {static_cast<int>(std::ceil(metrics.horizontalAdvance(text()))),
-                     static_cast<int>(std::ceil(metrics.tightBoundingRect(text()).height()))};
+        const double height = QFontMetricsF(font()).tightBoundingRect(text()).height();
+        knownSize = {widthOf(text(), font()), static_cast<int>(std::ceil(height))};
     }
     return knownSize;
 }

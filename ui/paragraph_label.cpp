@@ -5,7 +5,6 @@
 
 #include <QEvent>
 #include <QFontInfo>
-#include <QFontMetrics>
 #include <QPainter>
 #include <QTextLayout>
 #include <algorithm>
@@ -71,8 +70,7 @@ std::vector<QString> ParagraphLabel::lines() const
     std::vector<QString> result;
     for (const Line& line : all) {
         if (limit > 0 && static_cast<int>(result.size()) == limit - 1 && &line != &all.back()) {
-            result.push_back(
-                fontMetrics().elidedText(text().mid(line.start), Qt::ElideRight, width));
+            result.push_back(elided(text().mid(line.start), font(), width));
             break;
         }
         result.push_back(text().mid(line.start, line.length));
@@ -89,7 +87,7 @@ bool ParagraphLabel::isElided() const
 QSize ParagraphLabel::sizeHint() const
 {
     const QMargins margins = contentsMargins();
-    return {fontMetrics().horizontalAdvance(text()) + margins.left() + margins.right(),
+    return {widthOf(text(), font()) + margins.left() + margins.right(),
             lineHeight() + margins.top() + margins.bottom()};
 }
 

@@ -1,8 +1,11 @@
 #include "ui/text_style.h"
 
 #include <QFontInfo>
+#include <QFontMetricsF>
 #include <QLabel>
+#include <QTextLayout>
 #include <QWidget>
+#include <cmath>
 
 namespace quillbox {
 
@@ -18,6 +21,19 @@ QPalette paletteOf(const QColor& colour)
     for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
         palette.setColor(role, colour);
     return palette;
+}
+
+/// What QTextLayout compares with the width of a line to break it.
+double lineWidth(const QString& text, const QFont& font)
+{
+    QTextLayout layout(text, font);
+    layout.beginLayout();
+    QTextLine line = layout.createLine();
+    // An empty text has no line.
+    if (line.isValid())
+        line.setLineWidth(QWIDGETSIZE_MAX);
+    layout.endLayout();
+    return line.isValid() ? line.naturalTextWidth() : 0;
 }
 
 } // namespace
@@ -50,6 +66,19 @@ void PreparedTextStyle::apply(QWidget& widget) const
 double baseLineBelowMiddle(const QFont& font)
 {
     return QFontInfo(font).pixelSize() * kBaseLine;
+}
+
+int widthOf(const QString& text, const QFont& font)
+{
+    return static_cast<int>(std::ceil(lineWidth(text, font)));
+}
+
+QString elided(const QString& text, const QFont& font, int width)
+{
+    const QFontMetricsF metrics(font);
+    // elidedText() compares the advance with the width, without the overhang.
+    const double overhang = lineWidth(text, font) - metrics.horizontalAdvance(text);
+    return metrics.elidedText(text, Qt::ElideRight, width - overhang);
 }
 
 QLabel* makeLabel(const QString& text, const TextStyle& style)

@@ -42,6 +42,14 @@ inline constexpr int kControlTextSize = 13;
 /// letters with descenders, taken together, are centred. Independent of the font's own line height.
 double baseLineBelowMiddle(const QFont& font);
 
+/// The width that a line of text needs, in whole pixels: enough for its last letter to overhang its
+/// advance, and rounded up. (QFontMetrics rounds to the nearest pixel.)
+int widthOf(const QString& text, const QFont& font);
+
+/// The text itself if it is at most that wide, according to `widthOf`; else as much of its
+/// beginning as fits, and an ellipsis.
+QString elided(const QString& text, const QFont& font, int width);
+
 /// A single-line label without markup and mnemonics. It has no parent until it is added to a
 /// layout.
 QLabel* makeLabel(const QString& text, const TextStyle& style);

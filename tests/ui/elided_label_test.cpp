@@ -1,4 +1,5 @@
 #include "ui/elided_label.h"
+#include "ui/text_style.h"
 
 #include <QAccessible>
 #include <QHBoxLayout>
@@ -55,7 +56,7 @@ TEST(ElidedLabel, measuresItsNameInTheCurrentFont)
     QFont larger = label.font();
     larger.setPixelSize(4 * label.fontMetrics().height());
     label.setFont(larger);
-    EXPECT_EQ(label.sizeHint().width(), label.fontMetrics().horizontalAdvance(label.text()));
+    EXPECT_EQ(label.sizeHint().width(), widthOf(label.text(), label.font()));
     EXPECT_GT(label.sizeHint().width(), before.width());
     EXPECT_TRUE(label.isElided());
     EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));
@@ -79,6 +80,25 @@ TEST(ElidedLabel, endsInAnEllipsis)
     QLabel expected(label.fontMetrics().elidedText(longName(), Qt::ElideRight, 100));
     expected.resize(100, 20);
     EXPECT_EQ(paintingOf(label), paintingOf(expected));
+}
+
+/// Whatever the fraction of a pixel is by which the name is wider than a whole number.
+TEST(ElidedLabel, isElidedFromThePixelOnThatItLacks)
+{
+    for (int letters = 1; letters < 40; ++letters) {
+        // In some fonts an f extends beyond its advance.
+        ElidedLabel label(std::string(static_cast<std::size_t>(letters), 'i') + " f");
+        label.show();
+        label.resize(label.sizeHint());
+        QLabel whole(label.text());
+        whole.resize(label.size());
+        EXPECT_EQ(paintingOf(label), paintingOf(whole)) << label.text().toStdString();
+        EXPECT_EQ(label.toolTip(), QString());
+        label.resize(label.width() - 1, label.height());
+        whole.resize(label.size());
+        EXPECT_NE(paintingOf(label), paintingOf(whole)) << label.text().toStdString();
+        EXPECT_EQ(label.toolTip(), label.text());
+    }
 }
 
 TEST(ElidedLabel, looksLikeALabelWhenTheNameFits)

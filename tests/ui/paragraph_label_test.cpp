@@ -58,6 +58,17 @@ TEST(ParagraphLabel, wrapsAtWordBoundariesAndLeavesNothingOut)
     EXPECT_EQ(label.toolTip(), QString());
 }
 
+TEST(ParagraphLabel, isOneLineAtItsPreferredWidth)
+{
+    for (int letters = 1; letters < 40; ++letters) {
+        ParagraphLabel label(QString(letters, u'i') + u'f');
+        label.setMaximumLines(1);
+        label.resize(label.sizeHint());
+        EXPECT_EQ(label.lines(), std::vector<QString>{label.text()});
+        EXPECT_FALSE(label.isElided());
+    }
+}
+
 TEST(ParagraphLabel, breaksAWordThatIsLongerThanALine)
 {
     const QString word(300, u'W');

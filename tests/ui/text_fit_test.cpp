@@ -12,11 +12,11 @@ namespace quillbox {
 
 namespace {
 
-/// The font of a desktop. A family that is not installed is replaced by the default one.
+/// The font of a desktop.
 struct DesktopFont {
     const char* name;
     const char* family = nullptr; ///< null: the default one
-    int letterSpacing = 100;      ///< per cent
+    int letterSpacing = 0;        ///< per cent; 0: the font's own. Any other disables ligatures.
 };
 
 class TextFit : public WindowFixture, public ::testing::WithParamInterface<DesktopFont> {
@@ -25,9 +25,13 @@ protected:
     {
         before = QApplication::font();
         QFont font = before;
-        if (GetParam().family)
+        if (GetParam().family) {
             font.setFamily(QString::fromLatin1(GetParam().family));
-        font.setLetterSpacing(QFont::PercentageSpacing, GetParam().letterSpacing);
+            if (!QFontDatabase::hasFamily(font.family()))
+                GTEST_SKIP() << "no font " << GetParam().family;
+        }
+        if (GetParam().letterSpacing > 0)
+            font.setLetterSpacing(QFont::PercentageSpacing, GetParam().letterSpacing);
         QApplication::setFont(font);
     }
 
@@ -37,21 +41,24 @@ protected:
         QApplication::setFont(before);
     }
 
-    /// How wide a control must be to show its whole text.
-    static int neededWidth(const QWidget& part)
+    /// The text that a control shows; empty if it shows none, or one that users enter.
+    static QString textOf(const QWidget& part)
     {
-        const QFontMetrics metrics = part.fontMetrics();
         if (const auto* label = qobject_cast<const QLabel*>(&part))
-            return metrics.horizontalAdvance(label->text());
+            return label->text();
         const auto* button = qobject_cast<const QAbstractButton*>(&part);
-        if (!button)
-            return 0;
+        return button ? button->text() : QString();
+    }
+
+    /// How wide a control must be to show its whole text.
+    static double neededWidth(const QWidget& part)
+    {
         const QStyle& style = *part.style();
-        const int indicator = qobject_cast<const QCheckBox*>(button)
+        const int indicator = qobject_cast<const QCheckBox*>(&part)
                                   ? style.pixelMetric(QStyle::PM_IndicatorWidth)
                                         + style.pixelMetric(QStyle::PM_CheckBoxLabelSpacing)
                                   : 0;
-        return indicator + metrics.horizontalAdvance(button->text());
+        return indicator + QFontMetricsF(part.font()).horizontalAdvance(textOf(part));
     }
 
     /// How many rows of pixels contain text.
@@ -76,6 +83,37 @@ protected:
         return paintedRows(part);
     }
 
+    /// Whether a control looks as it does when it is wider, so that no part of its text is missing.
+    /// (A paragraph would be wrapped differently.)
+    static bool looksTheSameWithRoomToSpare(QWidget& part)
+    {
+        // Multiples of 4, because a quarter of a logical pixel is the least that is a whole number
+        // of device pixels at every scale of these tests.
+        constexpr int kSpare = 32;
+        constexpr int kBevel = 12; // covers the round corners of a button
+        const auto* button = qobject_cast<const QPushButton*>(&part);
+        const int shift = button ? kSpare / 2 : 0;
+        const int inset = button && !button->isFlat() ? kBevel : 0;
+        const double scale = part.devicePixelRatioF();
+        const auto strip = [scale](const QImage& picture, int left, int width) {
+            return picture.copy(static_cast<int>(left * scale), 0, static_cast<int>(width * scale),
+                                picture.height());
+        };
+        const int width = part.width();
+        const QImage usual = pictureOf(part, scale);
+        part.setFixedWidth(width + kSpare);
+        const QImage wide = pictureOf(part, scale);
+        part.setFixedWidth(width);
+        const bool isWhole =
+            strip(usual, inset, width - 2 * inset) == strip(wide, shift + inset, width - 2 * inset);
+        if (button)
+            return isWhole;
+        const QImage spare = strip(wide, width + 1, kSpare - 2);
+        QImage empty(spare.size(), spare.format());
+        empty.fill(spare.pixelColor(spare.rect().bottomRight()));
+        return isWhole && spare == empty;
+    }
+
     QFont before;
 };
 
@@ -89,13 +127,13 @@ TEST_P(TextFit, nothingIsCutOffAtTheSides)
     const QWidget& card = *delegate->showInFinder.parentWidget();
     int parts = 0;
     for (const auto* part : window().findChildren<QWidget*>()) {
-        if (!part->isVisible() || neededWidth(*part) == 0)
+        if (!part->isVisible() || textOf(*part).isEmpty())
             continue;
         ++parts;
         if (const auto* paragraph = dynamic_cast<const ParagraphLabel*>(part))
             EXPECT_FALSE(paragraph->isElided()) << paragraph->text().toStdString();
         else
-            EXPECT_GE(part->width(), neededWidth(*part)) << place(*part).top();
+            EXPECT_GE(part->width(), neededWidth(*part)) << textOf(*part).toStdString();
         const int right = card.isAncestorOf(part) ? 22 + 396 - 18 : 22 + 396;
         EXPECT_LT(place(*part).right(), right) << place(*part).top();
         EXPECT_GE(place(*part).left(), 22);
@@ -106,6 +144,53 @@ TEST_P(TextFit, nothingIsCutOffAtTheSides)
         EXPECT_LT(place(*field).right(), 22 + 396 - 18);
         EXPECT_GE(field->width(), 200);
     }
+}
+
+/// Widths are whole pixels and texts are not: many texts, because few lose much when rounded.
+TEST_P(TextFit, aControlPrefersToBeAsWideAsItsText)
+{
+    open();
+    for (int letters = 1; letters <= 26; ++letters) {
+        QString text;
+        for (int letter = 0; letter < letters; ++letter)
+            text += QChar(u'a' + letter);
+        ParagraphLabel paragraph(text);
+        EXPECT_GE(paragraph.sizeHint().width(), neededWidth(paragraph)) << letters;
+        ElidedLabel name(text.toStdString());
+        EXPECT_GE(name.sizeHint().width(), neededWidth(name)) << letters;
+        QLabel label(text);
+        EXPECT_GE(label.sizeHint().width(), neededWidth(label)) << letters;
+        QCheckBox box(text);
+        EXPECT_GE(box.sizeHint().width(), neededWidth(box)) << letters;
+        QPushButton button(text);
+        EXPECT_GE(button.sizeHint().width(), neededWidth(button)) << letters;
+        button.setFlat(true);
+        EXPECT_GE(button.sizeHint().width(), neededWidth(button)) << letters;
+    }
+}
+
+TEST_P(TextFit, everyTextIsPaintedWhole)
+{
+    open();
+    const Browser::Results phones{phoneNamed("Quillbox Office"), phoneNamed("Quillbox Kitchen"),
+                                  phoneNamed("Quillbox Porch"), phoneNamed("Quillbox Attic")};
+    findPhones(phones);
+    findManagement(phones);
+    delegate->toggleAdvanced();
+    settle();
+    int parts = 0;
+    for (auto* part : window().findChildren<QWidget*>()) {
+        if (!part->isVisible() || textOf(*part).isEmpty())
+            continue;
+        ++parts;
+        if (const auto* name = dynamic_cast<const ElidedLabel*>(part)) {
+            EXPECT_FALSE(name->isElided()) << name->text().toStdString();
+        }
+        if (dynamic_cast<const ParagraphLabel*>(part) == nullptr) {
+            EXPECT_TRUE(looksTheSameWithRoomToSpare(*part)) << textOf(*part).toStdString();
+        }
+    }
+    EXPECT_GT(parts, 20);
 }
 
 TEST_P(TextFit, nothingIsCutOffAboveOrBelow)
