@@ -7,6 +7,7 @@
 #include "discovery/phone_discovery.h"
 #include "platform/text.h"
 #include "relay/finder_relay.h"
+#include "ui/edit_field.h"
 #include "ui/glyph_label.h"
 #include "ui/paragraph_label.h"
 #include "ui/status_bar_item.h"
@@ -15,7 +16,6 @@
 #include <QCheckBox>
 #include <QColor>
 #include <QLabel>
-#include <QLineEdit>
 #include <QObject>
 #include <QPushButton>
 #include <QVariant>
@@ -137,10 +137,10 @@ public:
     const std::shared_ptr<PhoneDiscovery> discovery;
     std::map<std::string, std::shared_ptr<FinderRelay>, CanonicalLess> relays; ///< by Finder name
     std::map<std::string, std::string, CanonicalLess> relayTargets; ///< endpoint descriptions
-    QLineEdit hostField;
-    QLineEdit portField;
-    QLineEdit shareField;
-    QLineEdit userField;
+    EditField hostField;
+    EditField portField;
+    EditField shareField;
+    EditField userField;
     GlyphLabel statusDot;
     ParagraphLabel statusLabel;
     QWidget deviceListStack;

@@ -55,13 +55,9 @@ AppDelegate::AppDelegate(AppEnvironment appEnvironment)
 
 AppDelegate::~AppDelegate()
 {
-    // A field that is destroyed while it has the focus gets a focus-out event, which must not count
-    // as the end of an edit.
-    for (QObject* watched : {static_cast<QObject*>(&hostField), static_cast<QObject*>(&portField),
-                             static_cast<QObject*>(window.get())}) {
-        if (watched)
-            watched->removeEventFilter(this);
-    }
+    // It is destroyed after the members that handling its events uses.
+    if (window)
+        window->removeEventFilter(this);
 }
 
 void AppDelegate::applicationDidFinishLaunching()

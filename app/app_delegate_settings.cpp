@@ -22,9 +22,9 @@ constexpr const char* kDefaultUser = "nas";
 
 void AppDelegate::readFields()
 {
-    const auto fill = [this](QLineEdit& field, const char* key, const char* standard) {
+    const auto fill = [this](EditField& field, const char* key, const char* standard) {
         const auto stored = environment.userDefaults.stringForKey(key);
-        field.setText(QString::fromStdString(stored.value_or(standard)));
+        field.fill(QString::fromStdString(stored.value_or(standard)));
     };
     fill(hostField, kHost, "");
     fill(portField, kPort, kDefaultPort);

@@ -1,6 +1,5 @@
 #include "app/app_delegate.h"
 #include "ui/brand.h"
-#include "ui/edit_restorer.h"
 #include "ui/filled_button.h"
 #include "ui/text_style.h"
 
@@ -25,14 +24,14 @@ constexpr int kNoteWidth = 350;
 /// A field and its texts.
 struct Entry {
     QString label;
-    QLineEdit& field;
+    EditField& field;
     QString placeholder;
     QString description;
 };
 
 void addEntry(QGridLayout& grid, int row, const Entry& entry)
 {
-    QLineEdit& field = entry.field;
+    EditField& field = entry.field;
     TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(field);
     field.setPlaceholderText(entry.placeholder);
     field.setFixedHeight(kFieldHeight);
@@ -40,7 +39,6 @@ void addEntry(QGridLayout& grid, int row, const Entry& entry)
     field.setTextMargins(kFieldPadding, 0, kFieldPadding, 0);
     field.setAccessibleName(entry.label);
     field.setAccessibleDescription(entry.description);
-    new EditRestorer(field);
 
     QLabel* label =
         makeLabel(entry.label, {.size = 12, .weight = QFont::Medium, .colour = Brand::navy()});
@@ -105,13 +103,9 @@ QLayout* AppDelegate::buildFields()
     for (const Entry& entry : entries)
         addEntry(*grid, row++, entry);
 
-    // Editing ends with the Return key, or when another control gets the focus. Not with Qt's
-    // editingFinished, which is also emitted when the window loses the focus: the restart of the
-    // relay would interrupt transfers. Share and user are only read when they are needed.
-    for (QLineEdit* field : {&hostField, &portField}) {
-        field->installEventFilter(this);
-        connect(field, &QLineEdit::returnPressed, this, &AppDelegate::controlTextDidEndEditing);
-    }
+    // Share and user are only read when they are needed.
+    for (EditField* field : {&hostField, &portField})
+        field->editEnded = [this] { controlTextDidEndEditing(); };
     return grid;
 }
 

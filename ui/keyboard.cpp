@@ -40,6 +40,9 @@ void AppDelegate::buildKeyboard()
 bool AppDelegate::handleKey(const QEvent& event)
 {
     const auto& key = static_cast<const QKeyEvent&>(event);
+    // A key that is held down acts once, as Space does on a button.
+    if (key.isAutoRepeat())
+        return false;
     switch (key.key()) {
     case Qt::Key_Escape:
         window->close();

@@ -10,7 +10,6 @@
 #include "ui/text_style.h"
 
 #include <QEvent>
-#include <QFocusEvent>
 #include <QHBoxLayout>
 #include <QPalette>
 #include <QVBoxLayout>
@@ -92,15 +91,6 @@ QString unfoldingHint()
 QString foldingHint()
 {
     return QStringLiteral("Hides the settings of the connection");
-}
-
-/// Whether the focus moved to another control, rather than to another window or the field's menu.
-bool endsEditing(const QEvent& event)
-{
-    if (event.type() != QEvent::FocusOut)
-        return false;
-    const Qt::FocusReason reason = static_cast<const QFocusEvent&>(event).reason();
-    return reason != Qt::ActiveWindowFocusReason && reason != Qt::PopupFocusReason;
 }
 
 } // namespace
@@ -245,19 +235,18 @@ void AppDelegate::updateWindowHeight()
     frameSizer->setFrameSize({kWidth, std::min(base + list, kMaximumHeight)});
 }
 
+/// Handles the events of the window.
 bool AppDelegate::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched == window.get() && event->type() == QEvent::Close) {
+    if (event->type() == QEvent::Close) {
         const bool isClosing = windowShouldClose(*window);
         event->setAccepted(isClosing);
         return !isClosing;
     }
-    if (watched == window.get() && event->type() == QEvent::ThemeChange)
+    if (event->type() == QEvent::ThemeChange)
         applyLightPalette();
-    if (watched == window.get() && event->type() == QEvent::KeyPress)
+    if (event->type() == QEvent::KeyPress)
         return handleKey(*event);
-    if ((watched == &hostField || watched == &portField) && endsEditing(*event))
-        controlTextDidEndEditing();
     return QObject::eventFilter(watched, event);
 }
 

@@ -27,6 +27,14 @@ protected:
         QApplication::sendEvent(&field, &event);
     }
 
+    /// Types a character and deletes it, which is an edit.
+    static void edit(QWidget& field)
+    {
+        QKeyEvent character(QEvent::KeyPress, Qt::Key_1, Qt::NoModifier, QStringLiteral("1"));
+        QApplication::sendEvent(&field, &character);
+        press(field, Qt::Key_Backspace);
+    }
+
     /// In manual mode: types both fields and ends the edit.
     void startManually(const QString& host, const QString& port)
     {
@@ -186,6 +194,7 @@ TEST_F(AppDelegateSettings, endingAnEditDoesNothingWhileFinderVisibilityIsOff)
     launchManually();
     delegate->showInFinder.click();
     dispatch.runAll();
+    edit(delegate->hostField);
     EXPECT_FALSE(restarts([this] { leave(delegate->hostField, Qt::TabFocusReason); }));
 }
 
@@ -193,16 +202,31 @@ TEST_F(AppDelegateSettings, endingAnEditOfHostOrPortRestartsTheManualRelay)
 {
     launchManually();
     for (QLineEdit* field : {&delegate->hostField, &delegate->portField}) {
+        edit(*field);
         EXPECT_TRUE(restarts([&] { leave(*field, Qt::TabFocusReason); }));
+        edit(*field);
         EXPECT_TRUE(restarts([&] { leave(*field, Qt::MouseFocusReason); }));
         EXPECT_TRUE(restarts([&] { press(*field, Qt::Key_Return); }));
     }
     EXPECT_EQ(runningListeners().size(), 1U);
 }
 
+TEST_F(AppDelegateSettings, whatWasNotEditedEndsNoEdit)
+{
+    launchManually();
+    const auto listener = runningListeners().front();
+    for (QLineEdit* field : {&delegate->hostField, &delegate->portField}) {
+        EXPECT_FALSE(restarts([&] { leave(*field, Qt::TabFocusReason); }));
+        EXPECT_FALSE(restarts([&] { leave(*field, Qt::MouseFocusReason); }));
+    }
+    EXPECT_EQ(runningListeners().front(), listener) << "sessions were interrupted";
+}
+
 TEST_F(AppDelegateSettings, leavingTheWindowOrOpeningTheFieldsMenuEndsNoEdit)
 {
     launchManually();
+    edit(delegate->hostField);
+    edit(delegate->portField);
     EXPECT_FALSE(restarts([this] { leave(delegate->hostField, Qt::ActiveWindowFocusReason); }));
     EXPECT_FALSE(restarts([this] { leave(delegate->portField, Qt::PopupFocusReason); }));
 }
@@ -211,6 +235,7 @@ TEST_F(AppDelegateSettings, endingAnEditOfShareOrUserSetsNothingOff)
 {
     launchManually();
     for (QLineEdit* field : {&delegate->shareField, &delegate->userField}) {
+        edit(*field);
         EXPECT_FALSE(restarts([&] { leave(*field, Qt::TabFocusReason); }));
         EXPECT_FALSE(restarts([&] { press(*field, Qt::Key_Return); }));
     }

@@ -35,6 +35,7 @@ ARROWS = {
         "platform",
         "relay",
         "discovery",
+        "ui/edit_field.h",
         "ui/glyph_label.h",
         "ui/paragraph_label.h",
         "ui/status_bar_item.h",

@@ -128,11 +128,39 @@ TEST_F(AdvancedForm, endingAnEditIsNewsInTheFirstTwoFieldsOnly)
     };
     EXPECT_TRUE(restarts(delegate->hostField));
     EXPECT_TRUE(restarts(delegate->portField));
-    // Moving the focus from the port field ends its edit.
-    delegate->shareField.setFocus();
-    dispatch.runAll();
     EXPECT_FALSE(restarts(delegate->shareField));
     EXPECT_FALSE(restarts(delegate->userField));
+}
+
+TEST_F(AdvancedForm, tabThroughItInterruptsNothing)
+{
+    launchManually();
+    delegate->toggleAdvanced();
+    activate();
+    settle();
+    const auto relays = runningListeners();
+    ASSERT_EQ(relays.size(), 1U);
+    for (const bool isBackwards : {false, true}) {
+        delegate->advancedButton.setFocus();
+        for (int step = 0; step < 12; ++step)
+            pressTab(window(), isBackwards);
+        dispatch.runAll();
+        EXPECT_EQ(runningListeners(), relays);
+    }
+}
+
+TEST_F(AdvancedForm, itsDestructionInTheMiddleOfAnEditRestartsNothing)
+{
+    launchManually();
+    delegate->toggleAdvanced();
+    activate();
+    settle();
+    delegate->hostField.setFocus();
+    delegate->hostField.setText(QStringLiteral("192.0.2.9"));
+    const auto before = network.listeners.size();
+    delegate = nullptr;
+    dispatch.runAll();
+    EXPECT_EQ(network.listeners.size(), before);
 }
 
 TEST_F(AdvancedForm, isNeverRebuilt)

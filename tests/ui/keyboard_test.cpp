@@ -135,6 +135,33 @@ TEST_F(Keyboard, returnPressesTheButtonThatHasTheFocus)
     EXPECT_FALSE(delegate->advancedVisible);
 }
 
+TEST_F(Keyboard, aKeyThatIsHeldDownActsOnce)
+{
+    openWithPhones({});
+    delegate->toggleAdvanced();
+    settle();
+    QPushButton& restart = *button(QStringLiteral("Restart service"));
+    for (const int key : {Qt::Key_Return, Qt::Key_Enter, Qt::Key_Space}) {
+        const auto before = defaults.writes.size();
+        restart.setFocus();
+        hold(restart, key);
+        release(restart, key);
+        EXPECT_EQ(defaults.writes.size(), before + 1) << key;
+    }
+}
+
+TEST_F(Keyboard, escapeThatIsHeldDownRestoresAFieldAndLeavesTheWindowOpen)
+{
+    openWithPhones({});
+    delegate->toggleAdvanced();
+    settle();
+    delegate->shareField.setFocus();
+    delegate->shareField.setText(QStringLiteral("after"));
+    hold(delegate->shareField, Qt::Key_Escape);
+    EXPECT_EQ(delegate->shareField.text(), QStringLiteral("NAS"));
+    EXPECT_TRUE(window().isVisible());
+}
+
 TEST_F(Keyboard, spacePressesToo)
 {
     openWithPhones({});
@@ -185,10 +212,9 @@ TEST_F(Keyboard, escapeInAFieldGivesBackItsTextFirst)
     openWithPhones({});
     delegate->toggleAdvanced();
     settle();
-    for (QLineEdit* field : {&delegate->hostField, &delegate->portField, &delegate->shareField,
+    for (EditField* field : {&delegate->hostField, &delegate->portField, &delegate->shareField,
                              &delegate->userField}) {
-        field->setText(QStringLiteral("before"));
-        delegate->advancedButton.setFocus();
+        field->fill(QStringLiteral("before"));
         field->setFocus();
         field->setText(QStringLiteral("after"));
         pressInFocus(Qt::Key_Escape);
@@ -218,7 +244,7 @@ TEST_F(Keyboard, anotherWindowInBetweenIsNotTheBeginningOfAnEdit)
     openWithPhones({});
     delegate->toggleAdvanced();
     settle();
-    delegate->shareField.setText(QStringLiteral("before"));
+    delegate->shareField.fill(QStringLiteral("before"));
     delegate->shareField.setFocus();
     delegate->shareField.setText(QStringLiteral("after"));
     activateAnother();

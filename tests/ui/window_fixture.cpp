@@ -114,6 +114,15 @@ void WindowFixture::press(QWidget& widget, int key, Qt::KeyboardModifiers modifi
     QApplication::sendEvent(&widget, &event);
 }
 
+void WindowFixture::hold(QWidget& widget, int key)
+{
+    press(widget, key);
+    for (int repeat = 0; repeat < 5; ++repeat) {
+        QKeyEvent event(QEvent::KeyPress, key, Qt::NoModifier, QString(), true);
+        QApplication::sendEvent(&widget, &event);
+    }
+}
+
 void WindowFixture::release(QWidget& widget, int key)
 {
     QKeyEvent event(QEvent::KeyRelease, key, Qt::NoModifier);

@@ -62,6 +62,9 @@ protected:
     static QImage pictureOf(QWidget& widget, double scale = 1);
 
     static void press(QWidget& widget, int key, Qt::KeyboardModifiers modifiers = Qt::NoModifier);
+
+    /// The key is held down: presses it, and repeats that.
+    static void hold(QWidget& widget, int key);
     static void release(QWidget& widget, int key);
     static void pressTab(QWidget& window, bool backwards = false);
 
