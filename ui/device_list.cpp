@@ -86,14 +86,16 @@ ManageButton* successorOf(const UsedButton& used, const std::vector<ManageButton
     return nullptr;
 }
 
-bool hasSuccessor(const UsedButton& used, const std::vector<const DiscoveredDevice*>& managements)
+/// The next control in the tab order that is not in `list`; null if there is none.
+QWidget* controlAfter(const QWidget& control, const QWidget& list)
 {
-    const std::string name = identifierOf(*used.button).toByteArray().toStdString();
-    return std::ranges::count_if(managements,
-                                 [&name](const DiscoveredDevice* management) {
-                                     return management != nullptr && management->name == name;
-                                 })
-           > used.place;
+    for (QWidget* next = control.nextInFocusChain(); next != &control;
+         next = next->nextInFocusChain()) {
+        if ((next->focusPolicy() & Qt::TabFocus) != 0 && next->isVisibleTo(control.window())
+            && !list.isAncestorOf(next))
+            return next;
+    }
+    return nullptr;
 }
 
 /// For each device the first web service with its name; null if there is none.
@@ -119,10 +121,13 @@ void AppDelegate::updateDeviceList()
     const std::vector<QWidget*> before = takeAll(*deviceListStack.layout());
     const std::vector<UsedButton> used = usedAmong(manageButtons(before));
     const auto managements = managementsOf(discoveredDevices, managementDevices);
+    QWidget* below = nullptr;
     for (const UsedButton& one : used) {
+        if (!one.use.hasFocus)
+            continue;
+        below = controlAfter(*one.button, deviceListStack);
         // Hiding it would move the focus, and a screen reader, to another control first.
-        if (one.use.hasFocus && hasSuccessor(one, managements))
-            one.button->clearFocus();
+        one.button->clearFocus();
     }
     // Adding a row to a visible list would show it at once and lay out all the others again.
     deviceListStack.hide();
@@ -148,6 +153,8 @@ void AppDelegate::updateDeviceList()
     for (const UsedButton& one : used) {
         if (ManageButton* successor = successorOf(one, buttons))
             successor->goOnWith(one.use);
+        else if (one.use.hasFocus && below)
+            below->setFocus(Qt::OtherFocusReason);
     }
     updateWindowHeight();
 }

@@ -220,6 +220,9 @@ QLabel* AppDelegate::wrappingLabel(const QString& text, int size, const QColor& 
 void AppDelegate::toggleAdvanced()
 {
     advancedVisible = !advancedVisible;
+    // Otherwise hiding the focused control would move the focus to the top of the window.
+    if (!advancedVisible && advancedForm->isAncestorOf(window->focusWidget()))
+        advancedButton.setFocus(Qt::OtherFocusReason);
     advancedForm->setVisible(advancedVisible);
     advancedButton.setText(advancedVisible ? QStringLiteral("Advanced ▾")
                                            : QStringLiteral("Advanced ▸"));

@@ -15,6 +15,11 @@ ManageButton::ManageButton(std::string_view phoneName, QWidget* parent)
         QStringLiteral("Opens the web management page of this phone in the browser"));
 }
 
+ManageButton::Use ManageButton::use() const
+{
+    return {window()->focusWidget() == this, isDown(), isHeldByPointer};
+}
+
 void ManageButton::goOnWith(const Use& use)
 {
     if (use.hasFocus)

@@ -18,12 +18,13 @@ public:
 
     /// The state of an interaction with a button.
     struct Use {
+        /// Also while the window is hidden or inactive: the focus then comes back with the window.
         bool hasFocus = false;
         bool isDown = false;
         bool isHeldByPointer = false;
     };
 
-    Use use() const { return {hasFocus(), isDown(), isHeldByPointer}; }
+    Use use() const;
 
     /// Takes over the focus, and a press of the mouse button or of a key that is in progress.
     void goOnWith(const Use& use);

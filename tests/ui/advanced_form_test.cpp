@@ -132,6 +132,25 @@ TEST_F(AdvancedForm, endingAnEditIsNewsInTheFirstTwoFieldsOnly)
     EXPECT_FALSE(restarts(delegate->userField));
 }
 
+/// Assistive technologies press the button without moving the focus to it.
+TEST_F(AdvancedForm, foldingItMovesTheFocusFromItToTheButton)
+{
+    unfold();
+    for (const bool isActive : {true, false}) {
+        delegate->portField.setFocus();
+        if (!isActive)
+            activateAnother();
+        delegate->toggleAdvanced();
+        settle();
+        if (!isActive)
+            activate();
+        EXPECT_TRUE(delegate->advancedButton.hasFocus()) << isActive;
+        delegate->toggleAdvanced();
+        settle();
+        EXPECT_TRUE(delegate->advancedButton.hasFocus()) << isActive;
+    }
+}
+
 TEST_F(AdvancedForm, tabThroughItInterruptsNothing)
 {
     launchManually();

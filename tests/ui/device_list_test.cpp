@@ -299,6 +299,57 @@ TEST_F(DeviceList, ofTwoPhonesOfOneNameTheSecondKeepsTheFocus)
     EXPECT_FALSE(rows()[0]->manageButton()->hasFocus());
 }
 
+TEST_F(DeviceList, theFocusStaysWithThePhoneWhileTheWindowIsInactive)
+{
+    open();
+    findPhones({phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox B")});
+    settle();
+    rows()[0]->manageButton()->setFocus(Qt::TabFocusReason);
+    activateAnother();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    settle();
+    EXPECT_FALSE(window().isActiveWindow()) << "it must not take the focus from another window";
+    activate();
+    EXPECT_TRUE(rows()[1]->manageButton()->hasFocus());
+}
+
+TEST_F(DeviceList, theFocusStaysWithThePhoneWhileTheWindowIsHidden)
+{
+    open();
+    findPhones({phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox B")});
+    settle();
+    rows()[0]->manageButton()->setFocus(Qt::TabFocusReason);
+    window().close();
+    ASSERT_FALSE(window().isVisible());
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    delegate->showHelper();
+    activateAnother();
+    activate();
+    settle();
+    EXPECT_TRUE(rows()[1]->manageButton()->hasFocus());
+}
+
+TEST_F(DeviceList, theFocusGoesOnInTheSameWayWhetherTheWindowIsActiveOrNot)
+{
+    open();
+    for (const bool isActive : {true, false}) {
+        findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+        findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+        settle();
+        rows()[1]->manageButton()->setFocus(Qt::TabFocusReason);
+        if (!isActive)
+            activateAnother();
+        findPhones({phoneNamed("Quillbox A")});
+        settle();
+        if (!isActive)
+            activate();
+        EXPECT_EQ(window().focusWidget(), button(QStringLiteral("Open web management")))
+            << isActive;
+    }
+}
+
 TEST_F(DeviceList, theFocusGoesOnWhenItsPhoneLeaves)
 {
     open();
