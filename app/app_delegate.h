@@ -172,6 +172,7 @@ private:
     QWidget* buildStatusBox();
     QWidget* buildManagementButton();
     void buildAdvancedButton();
+    void tellFold();
     QLayout* buildFields();
     QLayout* buildFormButtons();
     void buildKeyboard();

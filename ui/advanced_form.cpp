@@ -1,4 +1,5 @@
 #include "app/app_delegate.h"
+#include "ui/accessibility.h"
 #include "ui/brand.h"
 #include "ui/filled_button.h"
 #include "ui/text_style.h"
@@ -60,6 +61,7 @@ QWidget* AppDelegate::buildAdvancedForm()
     automaticDiscovery.setFixedHeight(kCheckBoxHeight);
     automaticDiscovery.setAccessibleDescription(
         QStringLiteral("Whether to use the phones on this network, rather than the address below"));
+    setAccessibleRole(automaticDiscovery, QAccessible::CheckBox);
     connect(&automaticDiscovery, &QCheckBox::clicked, this, &AppDelegate::toggleAutomaticDiscovery);
     layout->addWidget(&automaticDiscovery, 0, Qt::AlignLeft);
     layout->addLayout(buildFields());

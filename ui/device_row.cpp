@@ -1,5 +1,6 @@
 #include "ui/device_row.h"
 
+#include "ui/accessibility.h"
 #include "ui/brand.h"
 #include "ui/display_text.h"
 #include "ui/elided_label.h"
@@ -39,6 +40,7 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
 {
     setProperty(HelperStyle::kOverhang, kOverhang);
     setFixedHeight(kTextHeight + 2 * kOverhang);
+    setAccessibleRole(*this, QAccessible::ListItem);
     setAccessibleName(DisplayText::forLabel(name));
 
     auto* dot = new GlyphLabel(QStringLiteral("●"), this);

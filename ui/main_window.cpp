@@ -1,5 +1,5 @@
 #include "app/app_delegate.h"
-#include "ui/accessible_role.h"
+#include "ui/accessibility.h"
 #include "ui/brand.h"
 #include "ui/content_area.h"
 #include "ui/focus_ring.h"
@@ -82,17 +82,6 @@ std::unique_ptr<QWidget> makeWindow()
     return window;
 }
 
-/// What pressing the "Advanced" button does.
-QString unfoldingHint()
-{
-    return QStringLiteral("Shows the settings of the connection");
-}
-
-QString foldingHint()
-{
-    return QStringLiteral("Hides the settings of the connection");
-}
-
 } // namespace
 
 void AppDelegate::buildWindow()
@@ -146,6 +135,7 @@ QWidget* AppDelegate::buildCard()
     showInFinder.setFixedHeight(kTextControlHeight);
     showInFinder.setAccessibleDescription(
         QStringLiteral("Whether phones appear in the file browser"));
+    setAccessibleRole(showInFinder, QAccessible::CheckBox);
     connect(&showInFinder, &QCheckBox::clicked, this, &AppDelegate::toggleFinderVisibility);
     layout->addWidget(&showInFinder, 0, Qt::AlignLeft);
     layout->addWidget(buildStatusBox());
@@ -153,6 +143,7 @@ QWidget* AppDelegate::buildCard()
     auto* phones = new QVBoxLayout(&deviceListStack);
     phones->setContentsMargins(0, 0, 0, kPhoneListBottom);
     phones->setSpacing(kPhoneSpacing);
+    setAccessibleRole(deviceListStack, QAccessible::List);
     deviceListStack.setAccessibleName(QStringLiteral("Available Quillbox devices"));
     deviceListStack.hide();
     layout->addWidget(&deviceListStack);
@@ -185,7 +176,8 @@ void AppDelegate::buildAdvancedButton()
     advancedButton.setFlat(true);
     advancedButton.setFixedHeight(kTextControlHeight);
     advancedButton.setAccessibleName(QStringLiteral("Advanced"));
-    advancedButton.setAccessibleDescription(unfoldingHint());
+    setAccessibleRole(advancedButton, QAccessible::Button);
+    tellFold();
     connect(&advancedButton, &QPushButton::clicked, this, &AppDelegate::toggleAdvanced);
 }
 
@@ -226,8 +218,18 @@ void AppDelegate::toggleAdvanced()
     advancedForm->setVisible(advancedVisible);
     advancedButton.setText(advancedVisible ? QStringLiteral("Advanced ▾")
                                            : QStringLiteral("Advanced ▸"));
-    advancedButton.setAccessibleDescription(advancedVisible ? foldingHint() : unfoldingHint());
+    tellFold();
     updateWindowHeight();
+}
+
+/// Tells assistive technologies whether the form is shown. Qt's bridge to them announces changes of
+/// descriptions, but not of this state.
+void AppDelegate::tellFold()
+{
+    setAccessibleExpanded(advancedButton, advancedVisible);
+    advancedButton.setAccessibleDescription(
+        advancedVisible ? QStringLiteral("The settings of the connection are shown")
+                        : QStringLiteral("The settings of the connection are hidden"));
 }
 
 void AppDelegate::updateWindowHeight()

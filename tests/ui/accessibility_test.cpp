@@ -3,13 +3,38 @@
 #include <QAccessible>
 #include <set>
 #include <string>
+#include <vector>
+
+#include <gmock/gmock.h>
 
 namespace quillbox {
 
 namespace {
 
+using ::testing::IsEmpty;
+using ::testing::Not;
+
 class Accessibility : public WindowFixture {
 protected:
+    static void act(QWidget& widget, const QString& action)
+    {
+        QAccessibleActionInterface* actions = interfaceOf(widget).actionInterface();
+        ASSERT_TRUE(actions->actionNames().contains(action)) << action.toStdString();
+        actions->doAction(action);
+    }
+
+    /// The children of the list, as assistive technologies find them.
+    std::vector<QAccessibleInterface*> listItems() const
+    {
+        const QAccessibleInterface& list = interfaceOf(delegate->deviceListStack);
+        std::vector<QAccessibleInterface*> items;
+        for (int index = 0; index < list.childCount(); ++index) {
+            items.push_back(list.child(index));
+            EXPECT_EQ(list.indexOfChild(items.back()), index);
+        }
+        return items;
+    }
+
     static QAccessibleInterface& interfaceOf(QWidget& widget)
     {
         return *QAccessible::queryAccessibleInterface(&widget);
@@ -136,15 +161,94 @@ TEST_F(Accessibility, theFormIsNotReadWhileItIsFolded)
     EXPECT_FALSE(interfaceOf(delegate->hostField).state().invisible);
 }
 
-TEST_F(Accessibility, theFoldSaysWhatItWillDo)
+TEST_F(Accessibility, theFoldIsExpandable)
 {
     open();
-    EXPECT_EQ(nameOf(delegate->advancedButton), "Advanced");
-    const std::string folded = descriptionOf(delegate->advancedButton);
-    delegate->toggleAdvanced();
-    EXPECT_NE(descriptionOf(delegate->advancedButton), folded);
-    delegate->toggleAdvanced();
-    EXPECT_EQ(descriptionOf(delegate->advancedButton), folded);
+    QPushButton& fold = delegate->advancedButton;
+    EXPECT_EQ(nameOf(fold), "Advanced");
+    EXPECT_EQ(interfaceOf(fold).role(), QAccessible::Button);
+    for (const bool isExpanded : {false, true, false}) {
+        const QAccessible::State state = interfaceOf(fold).state();
+        EXPECT_TRUE(state.expandable);
+        EXPECT_EQ(state.expanded, isExpanded);
+        EXPECT_EQ(state.collapsed, !isExpanded);
+        EXPECT_EQ(descriptionOf(fold), isExpanded ? "The settings of the connection are shown"
+                                                  : "The settings of the connection are hidden");
+        act(fold, QAccessibleActionInterface::pressAction());
+        EXPECT_EQ(delegate->advancedVisible, !isExpanded);
+    }
+}
+
+TEST_F(Accessibility, noOtherButtonIsExpandable)
+{
+    open();
+    for (auto* other : window().findChildren<QPushButton*>())
+        EXPECT_EQ(interfaceOf(*other).state().expandable, other == &delegate->advancedButton);
+}
+
+TEST_F(Accessibility, aToggleIsAClick)
+{
+    launchManually();
+    for (QCheckBox* box : {&delegate->showInFinder, &delegate->automaticDiscovery}) {
+        EXPECT_EQ(interfaceOf(*box).role(), QAccessible::CheckBox);
+        EXPECT_EQ(nameOf(*box), box->text().toStdString());
+        for (int click = 0; click < 2; ++click) {
+            const bool wasChecked = box->isChecked();
+            defaults.writes.clear();
+            act(*box, QAccessibleActionInterface::toggleAction());
+            dispatch.runAll();
+            EXPECT_EQ(box->isChecked(), !wasChecked);
+            EXPECT_EQ(interfaceOf(*box).state().checked, !wasChecked);
+            EXPECT_TRUE(interfaceOf(*box).state().checkable);
+            EXPECT_THAT(defaults.writes, Not(IsEmpty())) << nameOf(*box);
+        }
+    }
+    act(delegate->showInFinder, QAccessibleActionInterface::toggleAction());
+    dispatch.runAll();
+    EXPECT_THAT(runningListeners(), IsEmpty());
+    EXPECT_EQ(statusText(), "Finder visibility is off");
+}
+
+TEST_F(Accessibility, whatTheProgramSetsIsNoClick)
+{
+    launchManually();
+    const auto relays = runningListeners();
+    defaults.writes.clear();
+    markStatus();
+    for (QCheckBox* box : {&delegate->showInFinder, &delegate->automaticDiscovery}) {
+        box->setChecked(!box->isChecked());
+        box->setChecked(!box->isChecked());
+    }
+    dispatch.runAll();
+    EXPECT_THAT(defaults.writes, IsEmpty());
+    EXPECT_EQ(runningListeners(), relays);
+    EXPECT_TRUE(isStatusMarked());
+}
+
+TEST_F(Accessibility, thePhonesAreAList)
+{
+    open();
+    EXPECT_EQ(interfaceOf(delegate->deviceListStack).role(), QAccessible::List);
+    EXPECT_TRUE(interfaceOf(delegate->deviceListStack).state().invisible);
+    EXPECT_THAT(listItems(), IsEmpty());
+    for (int redraw = 0; redraw < 2; ++redraw) {
+        findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+        findManagement({phoneNamed("Quillbox B")});
+        settle();
+        EXPECT_FALSE(interfaceOf(delegate->deviceListStack).state().invisible);
+        const auto items = listItems();
+        ASSERT_EQ(items.size(), 2U);
+        for (std::size_t index = 0; index < items.size(); ++index) {
+            EXPECT_EQ(items[index]->role(), QAccessible::ListItem);
+            EXPECT_EQ(items[index]->object(), rows()[index]);
+            EXPECT_EQ(items[index]->parent(), &interfaceOf(delegate->deviceListStack));
+        }
+        EXPECT_EQ(items[0]->text(QAccessible::Name), QStringLiteral("Quillbox A"));
+        EXPECT_EQ(items[1]->text(QAccessible::Name), QStringLiteral("Quillbox B"));
+        EXPECT_EQ(items[0]->childCount(), 3);
+        EXPECT_EQ(items[1]->childCount(), 4) << "with its button";
+        findPhones({});
+    }
 }
 
 } // namespace
