@@ -33,6 +33,8 @@ class QLayout;
 
 namespace quillbox {
 
+class ContentArea;
+class DeviceRow;
 class FrameSizer;
 
 /// The status shown to the user: whether phones are visible in the file browser, and a text.
@@ -149,7 +151,8 @@ public:
     QPushButton advancedButton;
     QWidget* advancedForm = nullptr; ///< owned by the window; null before `buildWindow`
     bool advancedVisible = false;
-    FrameSizer* frameSizer = nullptr;          ///< owned by the window; null before `buildWindow`
+    ContentArea* contentArea = nullptr;        ///< owned by the window; null before `buildWindow`
+    FrameSizer* frameSizer = nullptr;          ///< the same
     std::unique_ptr<StatusBarItem> statusItem; ///< null before `buildStatusItem`
     QAction* menuStatusItem = nullptr;         ///< owned by the status item
     std::vector<DiscoveredDevice> discoveredDevices;
@@ -168,6 +171,7 @@ private:
     void readCheckBoxes();
     void forceLightAppearance();
     static void applyLightPalette();
+    void buildContent();
     QWidget* buildCard();
     QWidget* buildStatusBox();
     QWidget* buildManagementButton();
@@ -179,7 +183,7 @@ private:
     bool handleKey(const QEvent& event);
     void announce(const QString& status);
     void addHeading();
-    QWidget* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
+    DeviceRow* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
     void centreWindow();
     bool isWindowVisible() const;
     void bringWindowForward();

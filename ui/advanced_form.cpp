@@ -1,7 +1,9 @@
 #include "app/app_delegate.h"
 #include "ui/accessibility.h"
 #include "ui/brand.h"
+#include "ui/content_area.h"
 #include "ui/filled_button.h"
+#include "ui/helper_style.h"
 #include "ui/text_style.h"
 
 #include <QGridLayout>
@@ -55,7 +57,10 @@ QWidget* AppDelegate::buildAdvancedForm()
     auto* form = new QWidget;
     auto* layout = new QVBoxLayout(form);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->setSpacing(kFormSpacing);
+    contentArea->addGap({.usual = kFormSpacing,
+                         .count = 3,
+                         .givesWay = ContentArea::GivesWay::insideFold,
+                         .set = [layout](int distance) { layout->setSpacing(distance); }});
 
     TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(automaticDiscovery);
     automaticDiscovery.setFixedHeight(kCheckBoxHeight);
@@ -78,7 +83,10 @@ QWidget* AppDelegate::buildAdvancedForm()
 QLayout* AppDelegate::buildFields()
 {
     auto* grid = new QGridLayout;
-    grid->setVerticalSpacing(kGridRowSpacing);
+    contentArea->addGap({.usual = kGridRowSpacing,
+                         .count = 3,
+                         .givesWay = ContentArea::GivesWay::insideFold,
+                         .set = [grid](int distance) { grid->setVerticalSpacing(distance); }});
     grid->setHorizontalSpacing(kGridColumnSpacing);
     // The fields get the width that the labels leave, up to their maximum; the rest stays empty.
     grid->setColumnStretch(1, 1000);
@@ -117,8 +125,9 @@ QLayout* AppDelegate::buildFormButtons()
     row->setSpacing(kFormSpacing);
 
     auto* restart = new QPushButton(QStringLiteral("Restart service"));
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(*restart);
-    restart->setFixedHeight(kOpenButtonSize.height());
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
+        *restart);
+    restart->setFixedHeight(HelperStyle::kButtonHeight);
     restart->setAccessibleDescription(
         QStringLiteral("Makes phones visible in Finder and connects to them anew"));
     connect(restart, &QPushButton::clicked, this, &AppDelegate::restartFromMenu);

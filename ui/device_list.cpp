@@ -20,15 +20,36 @@ namespace {
 /// Lower than a line of text, because the heading has capital letters only.
 constexpr int kHeadingHeight = 12;
 
-std::vector<ManageButton*> manageButtons(const std::vector<QWidget*>& rows)
+std::vector<DeviceRow*> rowsAmong(const std::vector<QWidget*>& widgets)
+{
+    std::vector<DeviceRow*> rows;
+    for (QWidget* widget : widgets) {
+        if (auto* row = dynamic_cast<DeviceRow*>(widget))
+            rows.push_back(row);
+    }
+    return rows;
+}
+
+std::vector<ManageButton*> manageButtons(const std::vector<DeviceRow*>& rows)
 {
     std::vector<ManageButton*> buttons;
-    for (QWidget* widget : rows) {
-        const auto* row = dynamic_cast<DeviceRow*>(widget);
-        if (row && row->manageButton())
+    for (const DeviceRow* row : rows) {
+        if (row->manageButton())
             buttons.push_back(row->manageButton());
     }
     return buttons;
+}
+
+/// If there are buttons, all of them equally wide, the rows without one leave room for it.
+void lineUp(const std::vector<DeviceRow*>& rows, const std::vector<ManageButton*>& buttons)
+{
+    if (buttons.empty())
+        return;
+    const int width = buttons.front()->sizeHint().width();
+    for (DeviceRow* row : rows) {
+        if (!row->manageButton())
+            row->leaveRoomForManageButton(width);
+    }
 }
 
 std::vector<QWidget*> takeAll(QLayout& layout)
@@ -119,7 +140,7 @@ managementsOf(const std::vector<DiscoveredDevice>& devices,
 void AppDelegate::updateDeviceList()
 {
     const std::vector<QWidget*> before = takeAll(*deviceListStack.layout());
-    const std::vector<UsedButton> used = usedAmong(manageButtons(before));
+    const std::vector<UsedButton> used = usedAmong(manageButtons(rowsAmong(before)));
     const auto managements = managementsOf(discoveredDevices, managementDevices);
     QWidget* below = nullptr;
     for (const UsedButton& one : used) {
@@ -137,7 +158,7 @@ void AppDelegate::updateDeviceList()
         old->setParent(window.get());
         old->deleteLater();
     }
-    std::vector<QWidget*> rows;
+    std::vector<DeviceRow*> rows;
     if (!discoveredDevices.empty()) {
         addHeading();
         for (std::size_t index = 0; index < discoveredDevices.size(); ++index)
@@ -145,6 +166,7 @@ void AppDelegate::updateDeviceList()
         deviceListStack.show();
     }
     const std::vector<ManageButton*> buttons = manageButtons(rows);
+    lineUp(rows, buttons);
     QWidget* previous = &showInFinder;
     for (ManageButton* button : buttons) {
         QWidget::setTabOrder(previous, button);
@@ -168,8 +190,8 @@ void AppDelegate::addHeading()
 }
 
 /// `management` is the web service with that name; null if there is none.
-QWidget* AppDelegate::addDeviceRow(const DiscoveredDevice& device,
-                                   const DiscoveredDevice* management)
+DeviceRow* AppDelegate::addDeviceRow(const DiscoveredDevice& device,
+                                     const DiscoveredDevice* management)
 {
     auto* row = new DeviceRow(device.name, &deviceListStack);
     deviceListStack.layout()->addWidget(row);

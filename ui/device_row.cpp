@@ -19,7 +19,7 @@ constexpr int kDeviceSpacing = 8;
 /// The height of a row in the layout of the list; a button extends above and below it, into the
 /// spacing.
 constexpr int kTextHeight = 16;
-constexpr int kOverhang = 2;
+constexpr int kOverhang = (HelperStyle::kButtonHeight - kTextHeight) / 2;
 
 /// The styles of a row's texts, created once because there may be many rows.
 struct Looks {
@@ -48,7 +48,6 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
     dot->setAccessibleName(QStringLiteral("Available"));
     auto* label = new ElidedLabel(name, this);
     looks().name.apply(*label);
-    label->setSizePolicy(QSizePolicy::Maximum, QSizePolicy::Preferred);
     auto* online = new QLabel(QStringLiteral("Online"), this);
     online->setTextFormat(Qt::PlainText);
     looks().online.apply(*online);
@@ -57,18 +56,22 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(kDeviceSpacing);
     layout->addWidget(dot);
-    layout->addWidget(label);
+    // The name takes what is left, so that the other columns line up with those of other rows.
+    layout->addWidget(label, 1);
     layout->addWidget(online);
-    layout->addStretch();
 }
 
 ManageButton& DeviceRow::addManageButton(std::string_view name)
 {
     manage = new ManageButton(name, this);
-    manage->setFixedHeight(kTextHeight + 2 * kOverhang);
-    auto* row = static_cast<QHBoxLayout*>(layout());
-    row->insertWidget(row->count() - 1, manage);
+    manage->setFixedHeight(HelperStyle::kButtonHeight);
+    layout()->addWidget(manage);
     return *manage;
+}
+
+void DeviceRow::leaveRoomForManageButton(int width)
+{
+    static_cast<QHBoxLayout*>(layout())->addSpacing(kDeviceSpacing + width);
 }
 
 } // namespace quillbox

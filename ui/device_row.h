@@ -7,7 +7,8 @@ namespace quillbox {
 
 class ManageButton;
 
-/// One phone in the list: a dot, its name, its state, and optionally a button.
+/// One phone in the list: a dot, its name, its state, and optionally a button. The state and the
+/// button are at the end of the row.
 class DeviceRow final : public QFrame {
 public:
     /// `name` is UTF-8, verbatim from the network.
@@ -19,6 +20,9 @@ public:
 
     /// Adds the button that opens the web page of the phone with that name.
     ManageButton& addManageButton(std::string_view name);
+
+    /// Leaves the room of a button, so that the states of phones with and without one line up.
+    void leaveRoomForManageButton(int width);
 
     /// Null before addManageButton().
     ManageButton* manageButton() const { return manage; }

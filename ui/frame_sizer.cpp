@@ -7,7 +7,8 @@
 
 namespace quillbox {
 
-FrameSizer::FrameSizer(QWidget& sizedWindow) : QObject(&sizedWindow), window(sizedWindow)
+FrameSizer::FrameSizer(QWidget& sizedWindow, Unreported unreportedMeans)
+    : QObject(&sizedWindow), window(sizedWindow), unreported(unreportedMeans)
 {
     window.installEventFilter(this);
     height.setEasingCurve(QEasingCurve::OutCubic);
@@ -36,6 +37,13 @@ void FrameSizer::setFrameSize(const QSize& size)
     height.start();
 }
 
+int FrameSizer::finalContentHeight() const
+{
+    const bool isChanging = height.state() == QAbstractAnimation::Running;
+    const int frame = isChanging ? height.endValue().toInt() : frameSize->height();
+    return frame - decoration().height();
+}
+
 bool FrameSizer::eventFilter(QObject* watched, QEvent* event)
 {
     switch (event->type()) {
@@ -58,14 +66,21 @@ bool FrameSizer::isAnimated() const
            && window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window) > 0;
 }
 
+QSize FrameSizer::decoration() const
+{
+    const QSize reported = window.frameGeometry().size() - window.geometry().size();
+    if (unreported == Unreported::titleBar && reported.isNull())
+        return {0, kUsualTitleBar};
+    return reported;
+}
+
 void FrameSizer::apply()
 {
     if (!frameSize)
         return;
     // The window manager keeps the top left corner when a window changes its size. The size is
     // fixed, so that nobody else can change it.
-    const QSize added = window.frameGeometry().size() - window.geometry().size();
-    const QSize size = *frameSize - added;
+    const QSize size = *frameSize - decoration();
     if (window.minimumSize() != size || window.maximumSize() != size)
         window.setFixedSize(size);
 }

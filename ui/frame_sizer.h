@@ -9,15 +9,27 @@ class QWidget;
 
 namespace quillbox {
 
-/// Keeps the frame of a window, including the title bar and the borders that the window manager
-/// adds, at a given size, and its top left corner in place. The size of the decoration is known
-/// only after the window has been shown, and may change.
+/// Keeps the frame of a window, including the title bar and the borders that are added to it, at a
+/// given size, and its top left corner in place. The size of the decoration is known only after
+/// the window has been shown, and may change.
 ///
 /// A change of the height is animated if the window is visible and the style has animations.
 class FrameSizer final : public QObject {
 public:
+    /// What a toolkit that reports no decoration means by it.
+    enum class Unreported {
+        none,     ///< there is none
+        titleBar, ///< there may be one, of a size that the toolkit does not know
+    };
+
+    /// The height of a decoration whose size is unknown. A Wayland compositor that decorates
+    /// windows itself does not tell them how high its title bar is. KWin with Breeze adds 28 pixels
+    /// and sway 27, both with their default fonts; where this is wrong, only the frame is a few
+    /// pixels off. It is not wrong by much anywhere: a title bar has a line of text and a margin.
+    static constexpr int kUsualTitleBar = 28;
+
     /// Owned by the window.
-    explicit FrameSizer(QWidget& sizedWindow);
+    FrameSizer(QWidget& sizedWindow, Unreported unreportedMeans);
 
     FrameSizer(const FrameSizer&) = delete;
     FrameSizer& operator=(const FrameSizer&) = delete;
@@ -26,14 +38,20 @@ public:
     /// Sets the size of the frame. Before the first call the window is left alone.
     void setFrameSize(const QSize& size);
 
+    /// The height of the window without its decoration when the animation is over. Only after
+    /// setFrameSize().
+    int finalContentHeight() const;
+
     QVariantAnimation& animation() { return height; }
 
 private:
     bool eventFilter(QObject* watched, QEvent* event) override;
     bool isAnimated() const;
+    QSize decoration() const;
     void apply();
 
     QWidget& window;
+    const Unreported unreported;
     QVariantAnimation height;
     std::optional<QSize> frameSize; ///< the current size, also in the middle of an animation
 };

@@ -30,9 +30,15 @@ constexpr int kButtonPaddingY = 4;
 constexpr float kHoverShade = 0.12F;
 constexpr float kPressShade = 0.28F;
 
+/// The strengths of the tints of slate.
+constexpr double kBorderStrength = 0.7;
+constexpr double kHoverStrength = 0.16;
+constexpr double kPressedStrength = 0.32;
+
 constexpr int kFieldRadius = 5;
-constexpr int kScrollBarExtent = 10;
-constexpr int kScrollHandleWidth = 4;
+constexpr int kScrollBarExtent = 12;
+constexpr int kScrollHandleWidth = 5;
+constexpr int kScrollHandleDistance = 3;
 constexpr int kShortestScrollHandle = 24;
 constexpr int kFocusDistance = 4;
 
@@ -41,12 +47,30 @@ bool has(const QStyleOption& option, QStyle::StateFlag flag)
     return option.state.testFlag(flag);
 }
 
-const QColor& buttonFill(const QStyleOption& option)
+/// A colour of the brand as it looks when painted on white at that opacity.
+QColor tint(const QColor& colour, double opacity)
 {
-    static const QColor white(Qt::white);
+    const auto mix = [opacity](int component) {
+        return static_cast<int>(std::round(component * opacity + 255 * (1 - opacity)));
+    };
+    return {mix(colour.red()), mix(colour.green()), mix(colour.blue())};
+}
+
+/// The border of a control. Its contrast with the fills on both sides is at least 3:1, which makes
+/// the extent of the control visible.
+QColor controlBorder()
+{
+    return tint(Brand::slate(), kBorderStrength);
+}
+
+/// Tinted with the blue of the filled button, so that push buttons look related, and not like
+/// fields.
+QColor buttonFill(const QStyleOption& option)
+{
     if (has(option, QStyle::State_Sunken))
-        return Brand::border();
-    return has(option, QStyle::State_MouseOver) ? Brand::pale() : white;
+        return tint(Brand::blue(), kPressedStrength);
+    return has(option, QStyle::State_MouseOver) ? tint(Brand::blue(), kHoverStrength)
+                                                : Brand::pale();
 }
 
 /// Blue; darker under the pointer, and darker still when pressed.
@@ -75,13 +99,21 @@ void drawButton(QPainter& painter, const QStyleOptionButton& button)
         return;
     }
     RoundedBox::paint(painter, button.rect,
-                      {.radius = radius, .fill = buttonFill(button), .border = Brand::border()});
+                      {.radius = radius, .fill = buttonFill(button), .border = Brand::blue()});
 }
 
 void drawField(QPainter& painter, const QStyleOption& field)
 {
     RoundedBox::paint(painter, field.rect,
-                      {.radius = kFieldRadius, .fill = Qt::white, .border = Brand::border()});
+                      {.radius = kFieldRadius, .fill = Qt::white, .border = controlBorder()});
+}
+
+const QColor& boxFill(const QStyleOption& box)
+{
+    static const QColor white(Qt::white);
+    if (has(box, QStyle::State_Sunken))
+        return Brand::border();
+    return has(box, QStyle::State_MouseOver) ? Brand::pale() : white;
 }
 
 void drawIndicator(QPainter& painter, const QStyleOption& box)
@@ -89,7 +121,7 @@ void drawIndicator(QPainter& painter, const QStyleOption& box)
     const bool isOn = has(box, QStyle::State_On);
     RoundedBox::paint(painter, box.rect,
                       {.radius = kIndicatorRadius,
-                       .fill = isOn ? Brand::blue() : buttonFill(box),
+                       .fill = isOn ? Brand::blue() : boxFill(box),
                        .border = isOn ? Brand::blue() : Brand::slate()});
     if (!isOn)
         return;
@@ -121,17 +153,16 @@ QRect scrollHandle(const QStyleOptionSlider& bar)
     return {bar.rect.left(), bar.rect.top() + offset, bar.rect.width(), length};
 }
 
+/// Only the handle: the content shows through.
 void drawScrollBar(QPainter& painter, const QStyleOptionSlider& bar)
 {
+    const bool isUsed = has(bar, QStyle::State_MouseOver) || has(bar, QStyle::State_Sunken);
     painter.save();
-    painter.fillRect(bar.rect, bar.palette.window());
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
-    painter.setBrush(Brand::slate());
-    painter.setOpacity(has(bar, QStyle::State_MouseOver) || has(bar, QStyle::State_Sunken) ? 1
-                                                                                           : 0.6);
-    QRectF handle = scrollHandle(bar).adjusted(0, 2, 0, -2);
-    handle.setLeft(handle.right() - kScrollHandleWidth - 2);
+    painter.setBrush(isUsed ? Brand::slate() : controlBorder());
+    QRectF handle = scrollHandle(bar).adjusted(0, kScrollHandleDistance, 0, -kScrollHandleDistance);
+    handle.setLeft(handle.right() - kScrollHandleDistance - kScrollHandleWidth);
     handle.setWidth(kScrollHandleWidth);
     painter.drawRoundedRect(handle, kScrollHandleWidth / 2.0, kScrollHandleWidth / 2.0);
     painter.restore();
@@ -156,6 +187,7 @@ int HelperStyle::pixelMetric(PixelMetric metric, const QStyleOption* option,
     case PM_CheckBoxLabelSpacing:
         return kLabelSpacing;
     case PM_ScrollBarExtent:
+    case PM_ScrollView_ScrollBarOverlap: // it is above the content and takes no room
         return kScrollBarExtent;
     case PM_ScrollBarSliderMin:
         return kShortestScrollHandle;

@@ -8,6 +8,9 @@ namespace quillbox {
 /// check boxes, fields and scroll bars in the colours of the window.
 class HelperStyle final : public QProxyStyle {
 public:
+    /// The height of a push button, the same in the whole window except for the filled one.
+    static constexpr int kButtonHeight = 20;
+
     /// A property of a QFrame, an int: by how many pixels the frame extends above and below the
     /// rectangle that a layout gives it.
     static constexpr const char* kOverhang = "overhang";

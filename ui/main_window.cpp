@@ -5,16 +5,20 @@
 #include "ui/focus_ring.h"
 #include "ui/frame_sizer.h"
 #include "ui/header.h"
+#include "ui/helper_style.h"
 #include "ui/icons.h"
 #include "ui/rounded_box.h"
 #include "ui/text_style.h"
 
 #include <QEvent>
+#include <QGuiApplication>
 #include <QHBoxLayout>
 #include <QPalette>
 #include <QVBoxLayout>
 #include <algorithm>
+#include <functional>
 #include <initializer_list>
+#include <optional>
 
 namespace quillbox {
 
@@ -27,7 +31,8 @@ constexpr int kMaximumHeight = 700;
 constexpr int kPhoneHeight = 22;
 constexpr int kPhoneListHeight = 20;
 
-constexpr QMargins kInsets{22, 20, 22, 20};
+/// At the top and at the bottom. The content is in the middle, with 22 pixels on each side.
+constexpr int kInset = 20;
 constexpr int kColumnSpacing = 12;
 constexpr int kContentWidth = 396;
 
@@ -46,7 +51,6 @@ constexpr int kPhoneSpacing = 6;
 constexpr int kPhoneListBottom = 2;
 
 /// Low enough for everything to fit into the folded window below a usual title bar.
-constexpr int kButtonHeight = 22;
 constexpr int kTextControlHeight = 16;
 
 /// Readable, but not mistaken for text that the user has entered.
@@ -82,6 +86,28 @@ std::unique_ptr<QWidget> makeWindow()
     return window;
 }
 
+std::function<void(int)> spacingOf(QBoxLayout& layout)
+{
+    return [&layout](int distance) { layout.setSpacing(distance); };
+}
+
+std::function<void(int)> marginOf(QLayout& layout, void (QMargins::*setMargin)(int))
+{
+    return [&layout, setMargin](int distance) {
+        QMargins margins = layout.contentsMargins();
+        (margins.*setMargin)(distance);
+        layout.setContentsMargins(margins);
+    };
+}
+
+/// On Wayland a compositor that decorates windows itself does not tell the size.
+FrameSizer::Unreported meaningOfNoDecoration()
+{
+    return QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))
+               ? FrameSizer::Unreported::titleBar
+               : FrameSizer::Unreported::none;
+}
+
 } // namespace
 
 void AppDelegate::buildWindow()
@@ -90,17 +116,28 @@ void AppDelegate::buildWindow()
     window->setWindowIcon(Icons::application());
     // Closing only hides the window.
     window->installEventFilter(this);
-    frameSizer = new FrameSizer(*window);
+    frameSizer = new FrameSizer(*window, meaningOfNoDecoration());
 
-    auto* area = new ContentArea(kInsets);
-    connect(&frameSizer->animation(), &QVariantAnimation::stateChanged, area,
-            [area](QAbstractAnimation::State state) {
-                area->setSettling(state == QAbstractAnimation::Running);
+    contentArea = new ContentArea;
+    connect(&frameSizer->animation(), &QVariantAnimation::stateChanged, contentArea,
+            [this](QAbstractAnimation::State state) {
+                const bool isChanging = state == QAbstractAnimation::Running;
+                contentArea->setFinalHeight(
+                    isChanging ? std::optional(frameSizer->finalContentHeight()) : std::nullopt);
             });
     auto* layout = new QVBoxLayout(window.get());
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(area);
+    layout->addWidget(contentArea);
+    buildContent();
 
+    buildKeyboard();
+    new FocusRing(*window);
+    // updateWindowHeight() changes the height with the content, from the first list of phones on.
+    window->setFixedSize(kWidth, kFoldedHeight);
+}
+
+void AppDelegate::buildContent()
+{
     QLabel* subtitle = wrappingLabel(
         QStringLiteral("Makes your phone easy to find in Finder. Local network only."), 12,
         Brand::slate());
@@ -108,19 +145,28 @@ void AppDelegate::buildWindow()
         QStringLiteral("No telemetry or cloud service. It only relays Finder SMB traffic directly "
                        "to your phone while running."),
         10, Brand::slate());
-    QVBoxLayout& column = area->column();
-    column.setSpacing(kColumnSpacing);
-    for (QWidget* part : std::initializer_list<QWidget*>{makeHeader(window->windowIcon()), subtitle,
-                                                         buildCard(), footnote}) {
+    QWidget* header = makeHeader(window->windowIcon());
+    QWidget* card = buildCard();
+    for (QWidget* part :
+         {header, static_cast<QWidget*>(subtitle), card, static_cast<QWidget*>(footnote)})
         part->setFixedWidth(kContentWidth);
-        column.addWidget(part);
-    }
-    column.addStretch(1);
 
-    buildKeyboard();
-    new FocusRing(*window);
-    // updateWindowHeight() changes the height with the content, from the first list of phones on.
-    window->setFixedSize(kWidth, kFoldedHeight);
+    using GivesWay = ContentArea::GivesWay;
+    auto* lower = new QVBoxLayout;
+    lower->addWidget(card);
+    lower->addWidget(footnote);
+    QVBoxLayout& column = contentArea->column();
+    column.addWidget(header);
+    column.addWidget(subtitle);
+    column.addLayout(lower);
+    column.addStretch(1);
+    contentArea->addGap({.usual = kInset, .set = marginOf(column, &QMargins::setTop)});
+    contentArea->addGap({.usual = kColumnSpacing, .count = 2, .set = spacingOf(column)});
+    contentArea->addGap(
+        {.usual = kColumnSpacing, .givesWay = GivesWay::toBoth, .set = spacingOf(*lower)});
+    contentArea->addGap({.usual = kInset,
+                         .givesWay = GivesWay::toBoth,
+                         .set = marginOf(column, &QMargins::setBottom)});
 }
 
 QWidget* AppDelegate::buildCard()
@@ -150,10 +196,21 @@ QWidget* AppDelegate::buildCard()
 
     layout->addWidget(buildManagementButton(), 0, Qt::AlignLeft);
     buildAdvancedButton();
-    layout->addWidget(&advancedButton, 0, Qt::AlignLeft);
+    // The distance between the two belongs to the form, because it may give way.
+    auto* foldable = new QVBoxLayout;
+    foldable->setSpacing(0);
+    foldable->addWidget(&advancedButton, 0, Qt::AlignLeft);
     advancedForm = buildAdvancedForm();
     advancedForm->hide();
-    layout->addWidget(advancedForm);
+    foldable->addWidget(advancedForm);
+    layout->addLayout(foldable);
+    contentArea->setFold(*advancedForm);
+    contentArea->addGap({.usual = kCardSpacing,
+                         .givesWay = ContentArea::GivesWay::insideFold,
+                         .set = marginOf(*advancedForm->layout(), &QMargins::setTop)});
+    contentArea->addGap({.usual = kCardInsets.bottom(),
+                         .givesWay = ContentArea::GivesWay::toFold,
+                         .set = marginOf(*layout, &QMargins::setBottom)});
     return card;
 }
 
@@ -162,8 +219,9 @@ QWidget* AppDelegate::buildManagementButton()
     const QString enableFirst =
         QStringLiteral("Enable web management for an SMB user on the phone first");
     auto* management = new QPushButton(QStringLiteral("Open web management"));
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(*management);
-    management->setFixedHeight(kButtonHeight);
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
+        *management);
+    management->setFixedHeight(HelperStyle::kButtonHeight);
     management->setToolTip(enableFirst);
     management->setAccessibleDescription(enableFirst);
     connect(management, &QPushButton::clicked, this, &AppDelegate::openManagement);
@@ -236,8 +294,11 @@ void AppDelegate::updateWindowHeight()
 {
     const int phones = static_cast<int>(discoveredDevices.size());
     const int list = phones == 0 ? 0 : kPhoneHeight * phones + kPhoneListHeight;
-    const int base = advancedVisible ? kUnfoldedHeight : kFoldedHeight;
-    frameSizer->setFrameSize({kWidth, std::min(base + list, kMaximumHeight)});
+    const int folded = std::min(kFoldedHeight + list, kMaximumHeight);
+    const int unfolded = std::min(kUnfoldedHeight + list, kMaximumHeight);
+    const int height = advancedVisible ? unfolded : folded;
+    contentArea->setUnfoldedHeight(height - folded);
+    frameSizer->setFrameSize({kWidth, height});
 }
 
 /// Handles the events of the window.

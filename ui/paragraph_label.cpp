@@ -99,7 +99,9 @@ QSize ParagraphLabel::minimumSizeHint() const
 int ParagraphLabel::heightForWidth(int width) const
 {
     const QMargins margins = contentsMargins();
-    const auto all = broken(text(), font(), width - margins.left() - margins.right()).size();
+    // Layouts ask about their own width, even if the label may not become as wide.
+    const int inside = std::min(width, maximumWidth()) - margins.left() - margins.right();
+    const auto all = broken(text(), font(), inside).size();
     return visibleLines(static_cast<int>(all)) * lineHeight() + margins.top() + margins.bottom();
 }
 

@@ -35,8 +35,11 @@ private:
     const QPalette palette;
 };
 
-/// The text size of push buttons, check boxes and fields.
+/// The text size of check boxes, fields, and of the buttons that are not like kButtonTextSize.
 inline constexpr int kControlTextSize = 13;
+
+/// The text size of push buttons.
+inline constexpr int kButtonTextSize = 12;
 
 /// The distance of the base line below the middle of a line at which letters with ascenders and
 /// letters with descenders, taken together, are centred. Independent of the font's own line height.

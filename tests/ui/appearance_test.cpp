@@ -154,17 +154,17 @@ TEST_F(Appearance, aCheckBoxShowsItsState)
     EXPECT_EQ(indicator({7, 10}), QColor(Qt::white)) << "the tick";
 }
 
-TEST_F(Appearance, aPushButtonIsWhiteWithABorderAndAnswersToAPress)
+TEST_F(Appearance, aPushButtonIsPaleWithABlueBorderAndAnswersToAPress)
 {
     open();
     QPushButton& management = *button(QStringLiteral("Open web management"));
     const auto fill = [&management] {
         return pictureOf(management).pixelColor(4, management.height() / 2);
     };
-    EXPECT_EQ(fill(), QColor(Qt::white));
-    EXPECT_EQ(pictureOf(management).pixelColor(0, management.height() / 2), Brand::border());
+    EXPECT_EQ(fill(), Brand::pale());
+    EXPECT_EQ(pictureOf(management).pixelColor(0, management.height() / 2), Brand::blue());
     management.setDown(true);
-    EXPECT_EQ(fill(), Brand::border());
+    EXPECT_LT(fill().lightness(), Brand::pale().lightness());
 }
 
 TEST_F(Appearance, theCornersAreRoundedAsTheyShouldBe)

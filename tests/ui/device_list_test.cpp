@@ -6,6 +6,7 @@
 #include <QApplication>
 #include <QLayout>
 #include <QPointer>
+#include <utility>
 
 #include <gmock/gmock.h>
 
@@ -13,7 +14,10 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::_;
+using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::Pair;
 
 const char* const kGreen = "#16a34a";
 class DeviceList : public WindowFixture {
@@ -265,14 +269,40 @@ TEST_F(DeviceList, aLongNameIsElidedAndNothingGrows)
         EXPECT_GE(parts[index]->width(), parts[index]->sizeHint().width());
 }
 
-TEST_F(DeviceList, aShortNameIsFollowedAtOnceAndHasNoToolTip)
+TEST_F(DeviceList, theColumnsLineUp)
+{
+    open();
+    const std::string wide = "Quillbox " + std::string(54, 'W');
+    findPhones({phoneNamed("Quillbox"), phoneNamed("Quillbox Office"), phoneNamed(wide)});
+    const auto edges = [this](std::size_t column) {
+        std::vector<std::pair<int, int>> places;
+        for (const DeviceRow* row : rows()) {
+            const auto parts = partsOf(*row);
+            if (column < parts.size())
+                places.emplace_back(place(*parts[column]).left(), place(*parts[column]).right());
+        }
+        return places;
+    };
+    const int right = place(delegate->deviceListStack).right();
+    settle();
+    EXPECT_THAT(edges(2), Each(Pair(_, right))) << "without a button, the state is at the end";
+    EXPECT_THAT(edges(2), Each(edges(2)[0]));
+    findManagement({phoneNamed("Quillbox"), phoneNamed(wide)});
+    settle();
+    for (const std::size_t column : {0U, 1U, 2U, 3U})
+        EXPECT_THAT(edges(column), Each(edges(column)[0])) << column;
+    EXPECT_EQ(edges(2).size(), 3U);
+    ASSERT_EQ(edges(3).size(), 2U);
+    EXPECT_EQ(edges(3)[0].second, right);
+    EXPECT_EQ(edges(3)[0].first, edges(2)[0].second + 1 + 8);
+}
+
+TEST_F(DeviceList, aShortNameHasNoToolTip)
 {
     open();
     findPhones({phoneNamed("Quillbox")});
     settle();
-    const auto parts = partsOf(*rows()[0]);
-    EXPECT_EQ(parts[1]->width(), parts[1]->sizeHint().width());
-    EXPECT_EQ(parts[1]->toolTip(), QString());
+    EXPECT_EQ(partsOf(*rows()[0])[1]->toolTip(), QString());
 }
 
 TEST_F(DeviceList, theFocusStaysWithThePhone)

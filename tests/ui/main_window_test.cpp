@@ -13,6 +13,13 @@ namespace {
 
 class MainWindow : public WindowFixture {
 protected:
+    /// With so much room that all distances have their usual sizes.
+    void openWithRoom()
+    {
+        open();
+        setContentSize({440, 340});
+    }
+
     Writing writingOfLabel(const char* text) const
     {
         const QLabel* found = label(QString::fromUtf8(text));
@@ -95,7 +102,7 @@ TEST_F(MainWindow, aLineOfCreditStandsBelowTheTitle)
 
 TEST_F(MainWindow, theWidthsFitOneAnother)
 {
-    open();
+    openWithRoom();
     for (const QWidget* part : {&header(), &subtitle(), &card(), &footnote()}) {
         EXPECT_EQ(part->width(), 396);
         EXPECT_EQ(place(*part).left(), 22);
@@ -106,7 +113,7 @@ TEST_F(MainWindow, theWidthsFitOneAnother)
 
 TEST_F(MainWindow, everythingStandsInOrderAndAtItsDistance)
 {
-    open();
+    openWithRoom();
     EXPECT_EQ(place(header()).top(), 20);
     EXPECT_EQ(header().height(), 58);
     EXPECT_EQ(place(subtitle()).top(), place(header()).bottom() + 1 + 12);
@@ -156,7 +163,7 @@ TEST_F(MainWindow, isPaintedInTheColoursOfTheBrand)
 
 TEST_F(MainWindow, theHeaderShowsTheIcon)
 {
-    open();
+    openWithRoom();
     QWidget* icon = header().childAt(29, 29);
     ASSERT_TRUE(icon);
     EXPECT_EQ(icon->size(), QSize(58, 58));

@@ -44,6 +44,12 @@ void WindowFixture::settle()
     layOut();
 }
 
+void WindowFixture::setContentSize(const QSize& size)
+{
+    delegate->frameSizer->setFrameSize(size + QSize(2 * kBorder, 2 * kBorder));
+    settle();
+}
+
 void WindowFixture::layOut()
 {
     // A layout event may post events to nested layouts.

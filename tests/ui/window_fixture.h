@@ -39,6 +39,9 @@ protected:
     /// Runs pending layouts, and finishes an animation of the height.
     void settle();
 
+    /// Gives the content that size, as if the frame and its decoration were different.
+    void setContentSize(const QSize& size);
+
     /// Runs pending layouts, but does not advance an animation of the height.
     static void layOut();
 

@@ -1,9 +1,7 @@
 #include "tests/ui/window_fixture.h"
-#include "ui/content_area.h"
 #include "ui/frame_sizer.h"
 
 #include <QApplication>
-#include <QLayout>
 #include <QProxyStyle>
 #include <QScrollBar>
 #include <algorithm>
@@ -188,41 +186,6 @@ TEST_F(WindowHeight, theFoldedFormNeverScrolls)
     }
 }
 
-TEST_F(WindowHeight, theFoldedFormDoesNotScrollBelowAUsualTitleBarEither)
-{
-    open();
-    auto& content = static_cast<ContentArea&>(area());
-    for (int count = 0; count <= 15; ++count) {
-        showPhones(count);
-        const int titleBarAndBorders = 25;
-        EXPECT_LE(content.neededHeight(), frame().height() - titleBarAndBorders) << count;
-    }
-}
-
-TEST_F(WindowHeight, theInsetsGiveWayBeforeAnythingScrolls)
-{
-    launch();
-    layOut();
-    auto& content = static_cast<ContentArea&>(area());
-    const auto insets = [&content] { return content.widget()->layout()->contentsMargins(); };
-    const int needed = content.neededHeight();
-    window().setFixedSize(440, needed + 20);
-    layOut();
-    EXPECT_EQ(insets(), QMargins(22, 20, 22, 20));
-    window().setFixedSize(438, needed + 7);
-    layOut();
-    EXPECT_EQ(insets(), QMargins(22, 20, 20, 7));
-    EXPECT_FALSE(isScrolling());
-    window().setFixedSize(438, needed);
-    layOut();
-    EXPECT_EQ(insets(), QMargins(22, 20, 20, 0));
-    EXPECT_FALSE(isScrolling());
-    window().setFixedSize(438, needed - 1);
-    layOut();
-    EXPECT_TRUE(isScrolling());
-    EXPECT_TRUE(content.verticalScrollBar()->isVisible());
-}
-
 TEST_F(WindowHeight, spareHeightGathersBelowTheContent)
 {
     launch();
@@ -240,7 +203,7 @@ TEST_F(WindowHeight, whatScrollsIsAsWideAsBefore)
     showPhones(20);
     ASSERT_TRUE(isScrolling());
     EXPECT_EQ(delegate->showInFinder.parentWidget()->width(), width);
-    EXPECT_EQ(place(*delegate->showInFinder.parentWidget()).left(), 22);
+    EXPECT_EQ(place(*delegate->showInFinder.parentWidget()).left(), 22 - kBorder);
     EXPECT_EQ(area().horizontalScrollBar()->maximum(), 0);
     const QWidget& card = *delegate->showInFinder.parentWidget();
     EXPECT_LE(place(card).right(), area().viewport()->width());

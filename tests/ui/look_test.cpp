@@ -1,0 +1,251 @@
+#include "tests/ui/window_fixture.h"
+#include "ui/brand.h"
+#include "ui/overlay_scroll_bar.h"
+
+#include <QApplication>
+#include <QEnterEvent>
+#include <algorithm>
+#include <cmath>
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+namespace {
+
+/// The relative luminance of a colour, as in WCAG 2.2.
+double luminance(const QColor& colour)
+{
+    const auto linear = [](double component) {
+        return component <= 0.04045 ? component / 12.92
+                                    : std::pow((component + 0.055) / 1.055, 2.4);
+    };
+    return 0.2126 * linear(colour.redF()) + 0.7152 * linear(colour.greenF())
+           + 0.0722 * linear(colour.blueF());
+}
+
+double contrast(const QColor& one, const QColor& other)
+{
+    const double lighter = std::max(luminance(one), luminance(other));
+    const double darker = std::min(luminance(one), luminance(other));
+    return (lighter + 0.05) / (darker + 0.05);
+}
+
+class Look : public WindowFixture {
+protected:
+    void openWithEverything()
+    {
+        open();
+        showPhones(2);
+        delegate->toggleAdvanced();
+        settle();
+    }
+
+    void showPhones(int count)
+    {
+        std::vector<Endpoint> phones;
+        for (int number = 10; number < 10 + count; ++number)
+            phones.push_back(phoneNamed("Quillbox " + std::to_string(number)));
+        findPhones(phones);
+        findManagement(phones);
+        settle();
+    }
+
+    std::vector<QPushButton*> ordinaryButtons() const
+    {
+        std::vector<QPushButton*> buttons{button(QStringLiteral("Open web management")),
+                                          button(QStringLiteral("Restart service"))};
+        for (const DeviceRow* row : rows())
+            buttons.push_back(row->manageButton());
+        return buttons;
+    }
+
+    std::vector<QLineEdit*> fields() const
+    {
+        return {&delegate->hostField, &delegate->portField, &delegate->shareField,
+                &delegate->userField};
+    }
+
+    QWidget& card() const { return *delegate->showInFinder.parentWidget(); }
+
+    OverlayScrollBar& bar() const
+    {
+        return dynamic_cast<OverlayScrollBar&>(*area().verticalScrollBar());
+    }
+
+    /// The colour of the window at a point of its viewport.
+    QColor shownAt(const QPoint& point) const
+    {
+        return pictureOf(window()).pixelColor(area().viewport()->mapTo(&window(), point));
+    }
+
+    /// Checks the border in the middle of the left and upper edges, where it is straight.
+    void expectVisibleBorder(QWidget& control, const QColor& outside, const char* what) const
+    {
+        const QImage picture = pictureOf(control);
+        const QPoint inwards[] = {{1, 0}, {0, 1}};
+        const QPoint edges[] = {{0, control.height() / 2}, {control.width() / 2, 0}};
+        for (int side = 0; side < 2; ++side) {
+            const QColor border = picture.pixelColor(edges[side]);
+            const QColor fill = picture.pixelColor(edges[side] + inwards[side]);
+            EXPECT_GE(contrast(border, outside), 3) << what << ' ' << border.name().toStdString();
+            EXPECT_GE(contrast(border, fill), 3) << what << ' ' << fill.name().toStdString();
+        }
+    }
+};
+
+TEST_F(Look, theBordersOfControlsAreVisible)
+{
+    openWithEverything();
+    const QColor white(Qt::white);
+    for (QPushButton* button : ordinaryButtons())
+        expectVisibleBorder(*button, white, "button");
+    for (QLineEdit* field : fields())
+        expectVisibleBorder(*field, white, "field");
+    delegate->showInFinder.setChecked(false);
+    const QImage box = pictureOf(delegate->showInFinder);
+    EXPECT_GE(contrast(box.pixelColor(0, 8), white), 3) << "unchecked";
+    delegate->showInFinder.setChecked(true);
+    EXPECT_GE(contrast(pictureOf(delegate->showInFinder).pixelColor(0, 8), white), 3) << "checked";
+}
+
+TEST_F(Look, aButtonDoesNotLookLikeAField)
+{
+    openWithEverything();
+    const QImage button = pictureOf(*ordinaryButtons()[0]);
+    const QImage field = pictureOf(delegate->hostField);
+    const auto at = [](const QImage& picture, int x) {
+        return picture.pixelColor(x, picture.height() / 2);
+    };
+    EXPECT_NE(at(button, 0), at(field, 0)) << "border";
+    EXPECT_NE(at(button, 4), at(field, 2)) << "fill";
+}
+
+TEST_F(Look, theTextOfAButtonIsReadableWhateverHappensToIt)
+{
+    openWithEverything();
+    QPushButton& restart = *button(QStringLiteral("Restart service"));
+    const auto fill = [&restart] { return pictureOf(restart).pixelColor(4, restart.height() / 2); };
+    EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
+    restart.setAttribute(Qt::WA_UnderMouse);
+    EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
+    restart.setDown(true);
+    EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
+}
+
+TEST_F(Look, theButtonsOfTheCardAreEquallyHigh)
+{
+    openWithEverything();
+    for (const QPushButton* one : ordinaryButtons()) {
+        EXPECT_EQ(one->height(), ordinaryButtons()[0]->height()) << one->text().toStdString();
+        EXPECT_EQ(one->font().pixelSize(), ordinaryButtons()[0]->font().pixelSize());
+    }
+    for (const QLineEdit* field : fields())
+        EXPECT_EQ(field->height(), fields()[0]->height());
+}
+
+TEST_F(Look, theMarginsAreEqual)
+{
+    open();
+    showPhones(1);
+    for (int width = 430; width <= 440; ++width) {
+        setContentSize({width, 345});
+        const QRect content = place(card());
+        const int right = area().viewport()->width() - content.right() - 1;
+        EXPECT_EQ(content.width(), 396);
+        EXPECT_LE(std::abs(right - content.left()), 1) << width;
+        EXPECT_EQ(right + content.left(), width - 396);
+    }
+}
+
+TEST_F(Look, theUnfoldedCardIsClosedAtTheBottom)
+{
+    openWithEverything();
+    ASSERT_FALSE(isScrolling());
+    const QRect box = place(card());
+    EXPECT_LT(box.bottom(), area().viewport()->height());
+    EXPECT_EQ(shownAt({box.center().x(), box.bottom()}), Brand::border());
+    EXPECT_EQ(shownAt(box.bottomLeft()), Brand::surface()) << "the corner is round";
+    EXPECT_EQ(shownAt(box.bottomRight()), Brand::surface());
+}
+
+TEST_F(Look, aCardThatGoesOnFadesOut)
+{
+    open();
+    showPhones(12);
+    delegate->toggleAdvanced();
+    settle();
+    ASSERT_TRUE(isScrolling());
+    const int bottom = area().viewport()->height() - 1;
+    const int left = place(card()).left();
+    EXPECT_LT(contrast(shownAt({left, bottom}), Brand::surface()), 1.02);
+    EXPECT_EQ(shownAt({left, bottom - 40}), Brand::border());
+    EXPECT_NE(shownAt({left, bottom - 8}), Brand::border());
+
+    bar().setValue(bar().maximum());
+    EXPECT_LT(contrast(shownAt({left, 0}), Brand::surface()), 1.02);
+    EXPECT_EQ(shownAt({left, 40}), Brand::border());
+    const QRect box = place(card()).translated(area().widget()->pos());
+    EXPECT_EQ(shownAt({box.center().x(), box.bottom()}), Brand::border()) << "the end";
+}
+
+TEST_F(Look, theScrollBarTakesNoRoom)
+{
+    open();
+    showPhones(30);
+    ASSERT_TRUE(isScrolling());
+    EXPECT_TRUE(bar().isVisible());
+    EXPECT_EQ(area().viewport()->width(), area().width());
+    EXPECT_EQ(bar().mapTo(&window(), QPoint(bar().width(), 0)).x(), window().width());
+    EXPECT_GT(place(card()).right(), 0);
+    EXPECT_LT(place(card()).right(), bar().mapTo(&window(), QPoint()).x());
+}
+
+TEST_F(Look, theScrollBarIsSeenWhileItMatters)
+{
+    open();
+    showPhones(30);
+    const auto fadeOut = [this] {
+        bar().animation().setCurrentTime(bar().animation().totalDuration());
+        EXPECT_EQ(bar().strength(), 0);
+    };
+    const auto isPainted = [this] {
+        const QPoint middle = bar().mapTo(&window(), QPoint(bar().width() - 6, 0));
+        const QImage picture = pictureOf(window());
+        bool isAny = false;
+        for (int y = 0; y < picture.height(); ++y)
+            isAny = isAny || contrast(picture.pixelColor(middle.x(), y), Brand::surface()) >= 3;
+        return isAny;
+    };
+    EXPECT_TRUE(isPainted()) << "when there is more than fits";
+    fadeOut();
+    EXPECT_FALSE(isPainted());
+    bar().setValue(50);
+    EXPECT_TRUE(isPainted()) << "while scrolling";
+    fadeOut();
+    pressTab(window());
+    EXPECT_TRUE(isPainted()) << "when the focus moves";
+    fadeOut();
+    bar().setAttribute(Qt::WA_UnderMouse);
+    EXPECT_TRUE(isPainted()) << "below the pointer";
+    bar().setAttribute(Qt::WA_UnderMouse, false);
+    EXPECT_FALSE(isPainted());
+}
+
+TEST_F(Look, theScrollBarFadesOutByItself)
+{
+    open();
+    showPhones(30);
+    bar().setValue(50);
+    EXPECT_EQ(bar().animation().state(), QAbstractAnimation::Running);
+    const int all = bar().animation().totalDuration();
+    bar().animation().setCurrentTime(all / 2);
+    EXPECT_EQ(bar().strength(), 1);
+    bar().animation().setCurrentTime(all - 50);
+    EXPECT_LT(bar().strength(), 1);
+    EXPECT_GT(bar().strength(), 0);
+}
+
+} // namespace
+
+} // namespace quillbox

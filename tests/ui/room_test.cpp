@@ -1,0 +1,221 @@
+#include "tests/ui/window_fixture.h"
+#include "ui/frame_sizer.h"
+
+#include <QApplication>
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+namespace {
+
+constexpr int kLargestDecoration = 50;
+
+/// How the content uses the room that decorations leave, with the font of a desktop. A family that
+/// is not installed is replaced by the default one.
+class Room : public WindowFixture, public ::testing::WithParamInterface<const char*> {
+protected:
+    void SetUp() override
+    {
+        before = QApplication::font();
+        QFont font = before;
+        font.setFamily(QString::fromLatin1(GetParam()));
+        QApplication::setFont(font);
+    }
+
+    void TearDown() override
+    {
+        delegate = nullptr;
+        QApplication::setFont(before);
+    }
+
+    void showPhones(int count)
+    {
+        std::vector<Endpoint> phones;
+        for (int number = 0; number < count; ++number)
+            phones.push_back(phoneNamed("Quillbox " + std::to_string(number)));
+        findPhones(phones);
+        findManagement(phones);
+        settle();
+    }
+
+    void setStatus(const char* text)
+    {
+        delegate->setStatus({.ready = false, .text = text});
+        settle();
+    }
+
+    /// Sets the height of the frame with a decoration that high.
+    void decorate(int frame, int decoration) { setContentSize({440, frame - decoration}); }
+
+    QLabel& footnote() const
+    {
+        return *label(QStringLiteral("No telemetry or cloud service. It only relays Finder SMB "
+                                     "traffic directly to your phone while running."));
+    }
+
+    QWidget& card() const { return *delegate->showInFinder.parentWidget(); }
+    int top() const
+    {
+        return place(*label(QStringLiteral("Quillbox Helper"))->parentWidget()).top();
+    }
+    int bottom() const { return area().viewport()->height() - 1 - place(footnote()).bottom(); }
+    int aboveCard() const
+    {
+        const QLabel& subtitle =
+            *label(QStringLiteral("Makes your phone easy to find in Finder. Local network only."));
+        return place(card()).top() - 1 - place(subtitle).bottom();
+    }
+    int belowCard() const { return place(footnote()).top() - 1 - place(card()).bottom(); }
+
+    /// Nothing scrolls, is cut off, or touches its neighbour.
+    void expectEverythingFits(const std::string& what)
+    {
+        EXPECT_FALSE(isScrolling()) << what;
+        EXPECT_GE(top(), 4) << what;
+        EXPECT_GE(bottom(), 2) << what;
+        EXPECT_GE(aboveCard(), 2) << what;
+        EXPECT_GE(belowCard(), 2) << what;
+        EXPECT_EQ(footnote().height(), footnote().heightForWidth(396)) << what;
+    }
+
+    QFont before;
+};
+
+constexpr const char* kTwoLines =
+    "Could not resolve management address. Check the phone is online.";
+
+TEST_P(Room, theFoldedWindowNeverScrolls)
+{
+    open();
+    for (const int count : {0, 1, 2, 15}) {
+        showPhones(count);
+        const int frame = count == 0 ? 340 : 360 + 22 * count;
+        for (const char* status : {"Finder visibility is off", kTwoLines}) {
+            setStatus(status);
+            for (int decoration = 0; decoration <= kLargestDecoration; ++decoration) {
+                decorate(frame, decoration);
+                expectEverythingFits(std::to_string(count) + " phones, "
+                                     + std::to_string(decoration) + ", " + status);
+            }
+        }
+    }
+}
+
+TEST_P(Room, norDoesTheUnfoldedWindowBelowItsMaximumHeight)
+{
+    open();
+    delegate->toggleAdvanced();
+    for (const int count : {0, 1, 2, 7}) {
+        showPhones(count);
+        const int frame = count == 0 ? 520 : 540 + 22 * count;
+        for (const char* status : {"Finder visibility is off", kTwoLines}) {
+            setStatus(status);
+            for (int decoration = 0; decoration <= kLargestDecoration; ++decoration) {
+                decorate(frame, decoration);
+                expectEverythingFits(std::to_string(count) + " phones, "
+                                     + std::to_string(decoration) + ", " + status);
+            }
+        }
+    }
+}
+
+TEST_P(Room, insetsAndSpacingsGiveWayEvenly)
+{
+    open();
+    showPhones(1);
+    for (int decoration = 0; decoration <= kLargestDecoration; ++decoration) {
+        decorate(382, decoration);
+        // Rounding leaves a few pixels at the bottom.
+        EXPECT_GE(bottom(), top()) << decoration;
+        EXPECT_LE(bottom(), std::max(top() + 4, 32 - decoration)) << decoration;
+        EXPECT_EQ(aboveCard(), belowCard()) << decoration;
+        EXPECT_LE(std::abs(20 * aboveCard() - 12 * top()), 20) << decoration;
+    }
+}
+
+TEST_P(Room, unfoldingMovesNothingAboveTheForm)
+{
+    open();
+    for (const int count : {0, 1, 9}) {
+        showPhones(count);
+        for (const int decoration : {0, 22, 37, 50}) {
+            decorate(count == 0 ? 340 : 360 + 22 * count, decoration);
+            const QRect before = place(delegate->advancedButton);
+            delegate->toggleAdvanced();
+            decorate(std::min(count == 0 ? 520 : 540 + 22 * count, 700), decoration);
+            EXPECT_EQ(place(delegate->advancedButton).topLeft(), before.topLeft())
+                << count << ' ' << decoration;
+            delegate->toggleAdvanced();
+            settle();
+        }
+    }
+}
+
+TEST_P(Room, whatScrollsHasItsUsualDistances)
+{
+    open();
+    delegate->toggleAdvanced();
+    showPhones(20);
+    decorate(700, 22);
+    ASSERT_TRUE(isScrolling());
+    EXPECT_EQ(top(), 20);
+    EXPECT_EQ(aboveCard(), 12);
+    EXPECT_EQ(place(delegate->portField).top() - place(delegate->hostField).bottom() - 1, 8);
+}
+
+TEST_P(Room, theContentHasItsFinalDistancesFromTheStartOfAnAnimation)
+{
+    open();
+    showPhones(1);
+    delegate->toggleAdvanced();
+    QVariantAnimation& animation = delegate->frameSizer->animation();
+    ASSERT_EQ(animation.state(), QAbstractAnimation::Running);
+    animation.setCurrentTime(20);
+    layOut();
+    const QRect early = place(footnote());
+    settle();
+    EXPECT_EQ(place(footnote()), early);
+}
+
+INSTANTIATE_TEST_SUITE_P(Fonts, Room, ::testing::Values("DejaVu Sans", "Noto Sans", "Cantarell"),
+                         [](const auto& font) {
+                             const std::string family = font.param;
+                             return family.substr(0, family.find(' '));
+                         });
+
+class Decoration : public ::testing::Test {
+protected:
+    static int heightWithin(int frame, Qt::WindowFlags flags, FrameSizer::Unreported unreported)
+    {
+        QWidget window(nullptr, flags);
+        FrameSizer& sizer = *new FrameSizer(window, unreported);
+        window.show();
+        sizer.setFrameSize({440, frame});
+        sizer.animation().setCurrentTime(sizer.animation().totalDuration());
+        QCoreApplication::processEvents();
+        return window.height();
+    }
+};
+
+TEST_F(Decoration, ofAnUnreportedSizeIsAssumedToBeAUsualTitleBar)
+{
+    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Unreported::titleBar),
+              382 - FrameSizer::kUsualTitleBar);
+}
+
+TEST_F(Decoration, isNoneWhereTheToolkitKnowsThatThereIsNone)
+{
+    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Unreported::none), 382);
+}
+
+TEST_F(Decoration, thatIsReportedCountsEverywhere)
+{
+    // The offscreen platform adds two pixels on each side.
+    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Unreported::titleBar), 382 - 4);
+    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Unreported::none), 382 - 4);
+}
+
+} // namespace
+
+} // namespace quillbox
