@@ -7,6 +7,12 @@
 
 namespace quillbox {
 
+namespace {
+
+constexpr int kMaximumCorrections = 3;
+
+} // namespace
+
 FrameSizer::FrameSizer(QWidget& sizedWindow, Unreported unreportedMeans)
     : QObject(&sizedWindow), window(sizedWindow), unreported(unreportedMeans)
 {
@@ -81,8 +87,15 @@ void FrameSizer::apply()
     // The window manager keeps the top left corner when a window changes its size. The size is
     // fixed, so that nobody else can change it.
     const QSize size = *frameSize - decoration();
-    if (window.minimumSize() != size || window.maximumSize() != size)
+    if (window.minimumSize() != size || window.maximumSize() != size) {
+        corrections = 0;
         window.setFixedSize(size);
+    } else if (window.size() != size && corrections < kMaximumCorrections) {
+        // A Wayland compositor may answer late, with a size in the middle of an animation, and the
+        // toolkit takes it whatever the limits are. One that insists on it is obeyed in the end.
+        ++corrections;
+        window.resize(size);
+    }
 }
 
 } // namespace quillbox

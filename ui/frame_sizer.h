@@ -23,9 +23,9 @@ public:
     };
 
     /// The height of a decoration whose size is unknown. A Wayland compositor that decorates
-    /// windows itself does not tell them how high its title bar is. KWin with Breeze adds 28 pixels
-    /// and sway 27, both with their default fonts; where this is wrong, only the frame is a few
-    /// pixels off. It is not wrong by much anywhere: a title bar has a line of text and a margin.
+    /// windows itself does not tell them how high its title bar is. KWin with Breeze adds 29 pixels
+    /// and sway 27, with their default fonts. Elsewhere the frame may be a few pixels off, but not
+    /// more: a title bar is a line of text with margins.
     static constexpr int kUsualTitleBar = 28;
 
     /// Owned by the window.
@@ -54,6 +54,7 @@ private:
     const Unreported unreported;
     QVariantAnimation height;
     std::optional<QSize> frameSize; ///< the current size, also in the middle of an animation
+    int corrections = 0;            ///< how often another size was refused, since this one was set
 };
 
 } // namespace quillbox

@@ -2,6 +2,7 @@
 #include "ui/frame_sizer.h"
 
 #include <QApplication>
+#include <QWindow>
 #include <string>
 #include <vector>
 
@@ -207,6 +208,32 @@ TEST_F(Decoration, ofAnUnreportedSizeIsAssumedToBeAUsualTitleBar)
 TEST_F(Decoration, isNoneWhereTheToolkitKnowsThatThereIsNone)
 {
     EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Unreported::none), 382);
+}
+
+TEST_F(Decoration, aSizeThatTheCompositorSentLateDoesNotStay)
+{
+    QWidget window(nullptr, Qt::FramelessWindowHint);
+    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Unreported::none);
+    window.show();
+    sizer.setFrameSize({440, 562});
+    sizer.animation().setCurrentTime(sizer.animation().totalDuration());
+    window.windowHandle()->resize(440, 442);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(window.size(), QSize(440, 562));
+}
+
+TEST_F(Decoration, aSizeThatTheCompositorInsistsOnIsLeft)
+{
+    QWidget window(nullptr, Qt::FramelessWindowHint);
+    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Unreported::none);
+    window.show();
+    sizer.setFrameSize({440, 562});
+    sizer.animation().setCurrentTime(sizer.animation().totalDuration());
+    for (int time = 0; time < 10; ++time) {
+        window.windowHandle()->resize(440, 442);
+        QCoreApplication::processEvents();
+    }
+    EXPECT_EQ(window.size(), QSize(440, 442));
 }
 
 TEST_F(Decoration, thatIsReportedCountsEverywhere)

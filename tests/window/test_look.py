@@ -100,9 +100,9 @@ def test_the_frame_grows_to_700_and_then_the_content_scrolls(desktop, phone):
     helper = desktop.helper()
     window = desktop.window()
     desktop.wait(window.is_active, "the keyboard's focus")
-    for number in range(8):
+    for number in range(10):
         phone.announce(f"Quillbox {number}")
-    wait_frame(desktop, window, 536)
+    wait_frame(desktop, window, 580)
     assert not is_scrolling(desktop, helper)
 
     click(desktop, helper, "push button", "Advanced")
