@@ -7,8 +7,8 @@
 #include "discovery/phone_discovery.h"
 #include "platform/text.h"
 #include "relay/finder_relay.h"
+#include "ui/dot_label.h"
 #include "ui/edit_field.h"
-#include "ui/glyph_label.h"
 #include "ui/paragraph_label.h"
 #include "ui/status_bar_item.h"
 
@@ -143,7 +143,7 @@ public:
     EditField portField;
     EditField shareField;
     EditField userField;
-    GlyphLabel statusDot;
+    DotLabel statusDot;
     ParagraphLabel statusLabel;
     QWidget deviceListStack;
     QCheckBox showInFinder;

@@ -43,7 +43,6 @@ AppDelegate::AppDelegate(AppEnvironment appEnvironment)
       discovery(
           PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
                                appEnvironment.bundleIdentifier.value_or(""), kFileServiceType)),
-      statusDot(QStringLiteral("●")),
       statusLabel(QStringLiteral("Enter the local IP address shown in Quillbox.")),
       showInFinder(QStringLiteral("Show Quillbox in Finder")),
       automaticDiscovery(QStringLiteral("Find Quillbox automatically")),

@@ -3,8 +3,8 @@
 #include "ui/accessibility.h"
 #include "ui/brand.h"
 #include "ui/display_text.h"
+#include "ui/dot_label.h"
 #include "ui/elided_label.h"
-#include "ui/glyph_label.h"
 #include "ui/helper_style.h"
 #include "ui/manage_button.h"
 #include "ui/text_style.h"
@@ -43,7 +43,7 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
     setAccessibleRole(*this, QAccessible::ListItem);
     setAccessibleName(DisplayText::forLabel(name));
 
-    auto* dot = new GlyphLabel(QStringLiteral("●"), this);
+    auto* dot = new DotLabel(this);
     looks().dot.apply(*dot);
     dot->setAccessibleName(QStringLiteral("Available"));
     auto* label = new ElidedLabel(name, this);

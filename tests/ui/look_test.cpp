@@ -1,6 +1,8 @@
 #include "tests/ui/window_fixture.h"
 #include "ui/brand.h"
+#include "ui/dot_label.h"
 #include "ui/overlay_scroll_bar.h"
+#include "ui/text_style.h"
 
 #include <QApplication>
 #include <QEnterEvent>
@@ -142,6 +144,22 @@ TEST_F(Look, theButtonsOfTheCardAreEquallyHigh)
     }
     for (const QLineEdit* field : fields())
         EXPECT_EQ(field->height(), fields()[0]->height());
+}
+
+TEST_F(Look, dotsHaveTheSameSizeInEveryFont)
+{
+    const QFont before = QApplication::font();
+    for (const char* family : {"DejaVu Sans", "Noto Sans", "Cantarell"}) {
+        QApplication::setFont(QFont(QString::fromLatin1(family)));
+        DotLabel dot;
+        TextStyle{.size = 12, .colour = Brand::green()}.apply(dot);
+        dot.resize(dot.sizeHint());
+        EXPECT_EQ(dot.size(), QSize(10, 10)) << family;
+        const QImage picture = pictureOf(dot);
+        for (const QPoint& edge : {QPoint(0, 5), QPoint(9, 5), QPoint(5, 0), QPoint(5, 9)})
+            EXPECT_GT(picture.pixelColor(edge).green(), picture.pixelColor(edge).red()) << family;
+    }
+    QApplication::setFont(before);
 }
 
 TEST_F(Look, theMarginsAreEqual)

@@ -6,6 +6,7 @@ import pytest
 from rig.phone import Phone
 
 SURFACE = (0xF7, 0xF9, 0xFC)
+BORDER = (0xD8, 0xDE, 0xE7)
 TYPE_ADMIN = "_quillbox-admin._tcp"
 
 
@@ -120,6 +121,48 @@ def test_the_frame_grows_to_700_and_then_the_content_scrolls(desktop, phone):
         return button if "focused" in button.states and inside else None
 
     desktop.wait(last_button, "the last button, scrolled to")
+
+
+def test_unfolding_shows_the_whole_form_and_moves_nothing_above_it(desktop, phone):
+    helper = desktop.helper()
+    window = desktop.window()
+    phone.announce("Quillbox Office")
+    wait_frame(desktop, window, 382)
+    before = desktop.read(helper).find("push button", "Advanced").place
+
+    click(desktop, helper, "push button", "Advanced")
+    wait_frame(desktop, window, 562)
+
+    assert not is_scrolling(desktop, helper)
+    assert desktop.read(helper).find("push button", "Advanced").place == before
+    x, y, width, height = window.content()
+    footnote = next(
+        node
+        for node in desktop.read(helper).having("label", showing=True)
+        if node.name.startswith("No telemetry")
+    )
+    left, top, across, down = footnote.place
+    assert top + down < y + height
+    assert abs((left - x) - (x + width - left - across)) <= 1, "equal margins"
+
+    def is_closed():
+        """The lower edge of the card, with round corners, is in the window."""
+        picture = desktop.picture()
+        column = [picture.pixel(x + width // 2, row) for row in range(top - 20, top)]
+        corner = [picture.pixel(left, row) for row in range(top - 14, top)]
+        return BORDER in column and BORDER not in corner
+
+    desktop.wait(is_closed, "the end of the card")
+
+
+def test_at_twice_the_scale_the_frame_is_twice_as_large(desktop, phone):
+    helper = desktop.helper(QT_SCALE_FACTOR="2")
+    window = desktop.window()
+    phone.announce("Quillbox Office")
+
+    wait_frame(desktop, window, 764, 880)
+
+    assert not is_scrolling(desktop, helper)
 
 
 def test_without_decorations_the_content_is_the_frame(make_desktop):
