@@ -9,7 +9,8 @@ namespace quillbox {
 ManageButton::ManageButton(std::string_view phoneName, QWidget* parent)
     : QPushButton(QStringLiteral("Manage"), parent)
 {
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(*this);
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
+        *this);
     setAccessibleName(QStringLiteral("Manage ") + DisplayText::forLabel(phoneName));
     setAccessibleDescription(
         QStringLiteral("Opens the web management page of this phone in the browser"));
