@@ -1,5 +1,6 @@
 #include "platform/desktop/desktop_workspace.h"
 
+#include "platform/desktop/alert_sound.h"
 #include "platform/standard_error.h"
 
 #include <QApplication>
@@ -51,7 +52,14 @@ public:
             refuse(url, opened);
     }
 
-    void beep() override { QApplication::beep(); }
+    /// Wayland has no bell that compositors and the oldest supported Qt know.
+    void beep() override
+    {
+        if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland")))
+            alertSound.play();
+        else
+            QApplication::beep();
+    }
 
 private:
     void withToken(const std::string& permission, ActivationTokens::Given use)
@@ -110,6 +118,7 @@ private:
     Notice& notice;
     const OpeningAdvice advice;
     QObject guard;
+    AlertSound alertSound;
 };
 
 } // namespace

@@ -1,7 +1,7 @@
 #include "platform/dnssd/avahi_client_api.h"
 
-#include "platform/dnssd/avahi_library.h"
 #include "platform/dnssd/avahi_records.h"
+#include "platform/posix/shared_library.h"
 
 #include <utility>
 
@@ -161,7 +161,7 @@ private:
 
 std::optional<AvahiClientLibrary> loadAvahiClientLibrary()
 {
-    AvahiLibrary loaded("libavahi-client.so.3");
+    SharedLibrary loaded("libavahi-client.so.3");
     AvahiClientLibrary library;
     loaded.find(library.client_new, "avahi_client_new");
     loaded.find(library.client_free, "avahi_client_free");

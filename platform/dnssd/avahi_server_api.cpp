@@ -1,7 +1,7 @@
 #include "platform/dnssd/avahi_server_api.h"
 
-#include "platform/dnssd/avahi_library.h"
 #include "platform/dnssd/avahi_records.h"
+#include "platform/posix/shared_library.h"
 
 #include <string_view>
 #include <utility>
@@ -173,7 +173,7 @@ private:
 
 std::optional<AvahiServerLibrary> loadAvahiServerLibrary()
 {
-    AvahiLibrary loaded("libavahi-core.so.7");
+    SharedLibrary loaded("libavahi-core.so.7");
     AvahiServerLibrary library;
     loaded.find(library.set_log_function, "avahi_set_log_function");
     loaded.find(library.server_config_init, "avahi_server_config_init");

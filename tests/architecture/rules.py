@@ -11,7 +11,7 @@ ARROWS = {
     "platform": {"platform"},
     "platform/dispatch": {"platform"},
     "platform/netlink": {"platform", "platform/dispatch", "platform/posix"},
-    "platform/dnssd": {"platform"},
+    "platform/dnssd": {"platform", "platform/posix"},
     "platform/tcp": {"platform", "platform/dispatch", "platform/dnssd/dns_sd.h"},
     "platform/posix": {"platform"},
     "platform/x11": {"platform"},

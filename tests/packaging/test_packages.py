@@ -91,7 +91,7 @@ def test_the_package_depends_on_the_libraries_that_are_loaded_by_name(deb):
     wanted = set()
     for name in os.listdir(folder):
         with open(os.path.join(folder, name), encoding="utf-8") as file:
-            wanted.update(re.findall(r'AvahiLibrary \w+\("([^"]+)"\)', file.read()))
+            wanted.update(re.findall(r'SharedLibrary \w+\("([^"]+)"\)', file.read()))
     assert len(wanted) == 2
     owners = {run("dpkg", "-S", f"*/{name}").split(":")[0] for name in wanted}
     assert owners | {"libavahi-common3"} <= names_in(field(deb, "Depends"))

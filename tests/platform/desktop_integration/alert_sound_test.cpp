@@ -1,0 +1,128 @@
+#include "platform/desktop/alert_sound.h"
+#include "tests/platform/desktop_integration/canberra_stand_in.h"
+
+#include <chrono>
+#include <memory>
+
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class AlertSoundTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        using Get = CanberraStandIn* (*)();
+        void* library = dlopen(CANBERRA_STAND_IN, RTLD_NOW);
+        ASSERT_TRUE(library) << dlerror();
+        standIn = reinterpret_cast<Get>(dlsym(library, "canberra_stand_in"))();
+        const std::scoped_lock lock(standIn->mutex);
+        standIn->hasServer = standIn->answers = true;
+        standIn->missing.clear();
+        standIn->played.clear();
+        standIn->contexts = standIn->destroyed = 0;
+    }
+
+    template <class Check> bool becomes(const Check& check) const
+    {
+        std::unique_lock lock(standIn->mutex);
+        return standIn->changed.wait_for(lock, std::chrono::seconds(10), check);
+    }
+
+    /// Waits until everything that belongs to so many sounds has been released.
+    bool isOver(int sounds) const
+    {
+        return becomes([&] { return standIn->destroyed == sounds; });
+    }
+
+    /// Plays until the thread of the sound before has ended, which nothing else reports.
+    void playUntilContext(int count)
+    {
+        while (!hasContexts(count)) {
+            sound->play();
+            std::this_thread::yield();
+        }
+    }
+
+    bool hasContexts(int count) const
+    {
+        const std::scoped_lock lock(standIn->mutex);
+        return standIn->contexts >= count;
+    }
+
+    void answerAgain() const
+    {
+        const std::scoped_lock lock(standIn->mutex);
+        standIn->answers = true;
+        standIn->changed.notify_all();
+    }
+
+    CanberraStandIn* standIn = nullptr;
+    std::unique_ptr<AlertSound> sound = std::make_unique<AlertSound>(CANBERRA_STAND_IN);
+};
+
+TEST_F(AlertSoundTest, isTheBellOfTheSoundTheme)
+{
+    sound->play();
+    EXPECT_TRUE(isOver(1));
+    EXPECT_THAT(standIn->played, ElementsAre("bell"));
+}
+
+TEST_F(AlertSoundTest, isTheWarningOfAThemeWithoutABell)
+{
+    standIn->missing = "bell";
+    sound->play();
+    EXPECT_TRUE(isOver(1));
+    EXPECT_THAT(standIn->played, ElementsAre("dialog-warning"));
+}
+
+TEST_F(AlertSoundTest, isPlayedEachTime)
+{
+    for (int count = 1; count <= 3; ++count) {
+        playUntilContext(count);
+        EXPECT_TRUE(isOver(count));
+    }
+    EXPECT_THAT(standIn->played, ElementsAre("bell", "bell", "bell"));
+}
+
+TEST_F(AlertSoundTest, doesNotWaitForASoundServerThatHangs)
+{
+    standIn->answers = false;
+    sound->play();
+    EXPECT_TRUE(becomes([&] { return standIn->contexts == 1; }));
+    sound->play();
+    sound = nullptr;
+    EXPECT_EQ(standIn->contexts, 1) << "one thread waits, not one for each sound";
+    answerAgain();
+    EXPECT_TRUE(isOver(1));
+}
+
+TEST_F(AlertSoundTest, isSilentWithoutASoundServer)
+{
+    standIn->hasServer = false;
+    sound->play();
+    EXPECT_TRUE(isOver(1));
+    EXPECT_THAT(standIn->played, IsEmpty());
+    standIn->hasServer = true;
+    playUntilContext(2);
+    EXPECT_TRUE(isOver(2));
+    EXPECT_THAT(standIn->played, ElementsAre("bell")) << "plays once there is one";
+}
+
+TEST_F(AlertSoundTest, isSilentWithoutTheLibrary)
+{
+    AlertSound silent("libcanberra-is-not-here.so");
+    silent.play();
+    silent.play();
+    EXPECT_THAT(standIn->played, IsEmpty());
+}
+
+} // namespace
+
+} // namespace quillbox
