@@ -30,6 +30,7 @@
 #include <vector>
 
 class QLayout;
+class QMenu;
 
 namespace quillbox {
 
@@ -149,7 +150,8 @@ public:
     QCheckBox showInFinder;
     QCheckBox automaticDiscovery;
     QPushButton advancedButton;
-    QWidget* advancedForm = nullptr; ///< owned by the window; null before `buildWindow`
+    QPushButton* managementButton = nullptr; ///< owned by the window; null before `buildWindow`
+    QWidget* advancedForm = nullptr;         ///< owned by the window; null before `buildWindow`
     bool advancedVisible = false;
     ContentArea* contentArea = nullptr;        ///< owned by the window; null before `buildWindow`
     FrameSizer* frameSizer = nullptr;          ///< the same
@@ -182,6 +184,7 @@ private:
     void buildKeyboard();
     bool handleKey(const QEvent& event);
     void announce(const QString& status);
+    void statusItemClicked();
     void addHeading();
     DeviceRow* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
     void centreWindow();
@@ -212,6 +215,7 @@ private:
     void managementResolved(const std::optional<std::string>& url);
     void explainWebManagement();
     void popUpManagementMenu();
+    void fillManagementMenu(QMenu& menu);
 
     ManagementRequest managementRequest; ///< for the resolver in progress
     const AppEnvironment environment;

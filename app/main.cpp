@@ -117,9 +117,10 @@ void provideRuntimeFolder(const RuntimeFolders& folders)
 
 void nameApplication()
 {
-    QCoreApplication::setApplicationName(QStringLiteral("quillbox-helper"));
+    // Not the display name, but this name is what Qt tells panels and screen readers.
+    QCoreApplication::setApplicationName(QStringLiteral("Quillbox Helper"));
     QCoreApplication::setApplicationVersion(QStringLiteral(QUILLBOX_VERSION));
-    QGuiApplication::setApplicationDisplayName(QStringLiteral("Quillbox Helper"));
+    QGuiApplication::setApplicationDisplayName(QCoreApplication::applicationName());
     QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
 }
 

@@ -18,6 +18,10 @@ public:
     /// provide this information.
     virtual bool isOnCurrentWorkspace(WindowIdentifier window) const = 0;
 
+    /// Whether a menu can be opened at the pointer wherever it is, also over the desktop's panel.
+    /// If not, a menu can be opened only over a window of this program that is on the screen.
+    virtual bool canOpenMenuAnywhere() const = 0;
+
     /// Sets whether taskbars and pagers list the window; stays in effect when the window is hidden
     /// and shown again. No effect on desktops that do not let programs choose.
     virtual void setListed(WindowIdentifier window, bool isListed) = 0;

@@ -1,6 +1,5 @@
 #include "ui/icons.h"
 
-#include <QColor>
 #include <QIconEngine>
 #include <QLibraryInfo>
 #include <QPainter>
@@ -9,7 +8,6 @@
 #include <QVersionNumber>
 #include <algorithm>
 #include <memory>
-#include <optional>
 #include <utility>
 
 /// Resources in a static library must be registered explicitly. This function is outside of any
@@ -26,18 +24,19 @@ namespace {
 /// The sizes that panels, windows and window switchers ask for.
 constexpr int kSizes[] = {16, 18, 20, 22, 24, 32, 48, 64, 128, 256};
 
-/// Has a contrast ratio of more than 3:1 to white, to black and to the panels of common dark
-/// themes.
-QColor panelColour()
+/// The file that is installed into the icon theme.
+const QString& statusName()
 {
-    return {0x84, 0x8b, 0x95};
+    static const QString name = QStringLiteral("org.quillbox.Helper-symbolic");
+    return name;
 }
 
-/// Renders an SVG image, in its own colours or in a single colour.
+/// Renders an SVG image.
 class SvgIconEngine final : public QIconEngine {
 public:
-    SvgIconEngine(std::shared_ptr<QSvgRenderer> picture, std::optional<QColor> onlyColour)
-        : renderer(std::move(picture)), colour(onlyColour)
+    /// `inTheme` is the name of the icon theme's version of the image; may be empty.
+    explicit SvgIconEngine(std::shared_ptr<QSvgRenderer> picture, QString inTheme = {})
+        : renderer(std::move(picture)), themeName(std::move(inTheme))
     {
     }
 
@@ -60,10 +59,6 @@ public:
         const int side = std::min(size.width(), size.height());
         renderer->render(&painter, QRectF((size.width() - side) / 2.0, (size.height() - side) / 2.0,
                                           side, side));
-        if (colour) {
-            painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
-            painter.fillRect(result.rect(), *colour);
-        }
         return result;
     }
 
@@ -91,19 +86,22 @@ public:
         return sizes;
     }
 
+    /// QIcon::name().
+    QString iconName() override { return themeName; }
+
     bool isNull() override { return !renderer->isValid(); }
 
-    QIconEngine* clone() const override { return new SvgIconEngine(renderer, colour); }
+    QIconEngine* clone() const override { return new SvgIconEngine(renderer, themeName); }
 
 private:
     const std::shared_ptr<QSvgRenderer> renderer;
-    const std::optional<QColor> colour;
+    const QString themeName;
 };
 
-QIcon makeIcon(const QString& path, std::optional<QColor> onlyColour = std::nullopt)
+QIcon makeIcon(const QString& path, const QString& themeName = {})
 {
     registerIcons();
-    return QIcon(new SvgIconEngine(std::make_shared<QSvgRenderer>(path), onlyColour));
+    return QIcon(new SvgIconEngine(std::make_shared<QSvgRenderer>(path), themeName));
 }
 
 } // namespace
@@ -115,7 +113,8 @@ QIcon application()
 
 QIcon status()
 {
-    return makeIcon(QStringLiteral(":/quillbox/status.svg"), panelColour());
+    return makeIcon(QStringLiteral(":/quillbox/status.svg"),
+                    QIcon::hasThemeIcon(statusName()) ? statusName() : QString());
 }
 
 } // namespace quillbox::Icons

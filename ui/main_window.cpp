@@ -225,6 +225,7 @@ QWidget* AppDelegate::buildManagementButton()
     management->setToolTip(enableFirst);
     management->setAccessibleDescription(enableFirst);
     connect(management, &QPushButton::clicked, this, &AppDelegate::openManagement);
+    managementButton = management;
     return management;
 }
 

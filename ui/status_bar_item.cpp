@@ -2,14 +2,37 @@
 
 #include "ui/display_text.h"
 
+#include <QAction>
 #include <QCursor>
-#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QKeySequence>
 #include <utility>
 
 namespace quillbox {
 
+namespace {
+
+/// Qt does not deliver shortcuts while a popup is open, not even those of the popup's own entries.
+class ItemMenu final : public QMenu {
+private:
+    void keyPressEvent(QKeyEvent* event) override
+    {
+        const QKeySequence pressed(event->keyCombination());
+        for (QAction* action : actions()) {
+            if (action->isEnabled() && action->shortcut() == pressed) {
+                close();
+                action->trigger();
+                return;
+            }
+        }
+        QMenu::keyPressEvent(event);
+    }
+};
+
+} // namespace
+
 StatusBarItem::StatusBarItem(StatusHost& statusHost, QIcon itemIcon)
-    : host(statusHost), icon(std::move(itemIcon))
+    : host(statusHost), icon(std::move(itemIcon)), itemMenu(std::make_unique<ItemMenu>())
 {
     host.setChangedHandler([this] { hostChanged(); });
     showIfPossible();
@@ -41,21 +64,26 @@ void StatusBarItem::showIfPossible()
     if (shownItem || !host.isAvailable())
         return;
     shownItem = std::make_unique<QSystemTrayIcon>(icon);
-    shownItem->setContextMenu(&itemMenu);
+    shownItem->setContextMenu(itemMenu.get());
     setToolTip(text);
     QObject::connect(shownItem.get(), &QSystemTrayIcon::activated, shownItem.get(),
-                     [this](QSystemTrayIcon::ActivationReason reason) { clicked(reason); });
+                     [this](QSystemTrayIcon::ActivationReason reason) { activated(reason); });
     shownItem->show();
 }
 
-/// Qt opens the menu at a right click only. At a left click it is opened here, which only X allows:
-/// on Wayland a client knows neither the position of the pointer nor can it open a menu that
-/// belongs to none of its windows.
-void StatusBarItem::clicked(QSystemTrayIcon::ActivationReason reason)
+void StatusBarItem::openMenu()
 {
-    if (reason == QSystemTrayIcon::Trigger
-        && QGuiApplication::platformName() == QStringLiteral("xcb"))
-        itemMenu.popup(QCursor::pos());
+    if (!itemMenu->isVisible())
+        itemMenu->popup(QCursor::pos());
+}
+
+/// A panel that does not open the menu itself reports a left click, a right click, or both. In a
+/// tray, Qt has opened the menu when it reports a right click.
+void StatusBarItem::activated(QSystemTrayIcon::ActivationReason reason)
+{
+    const bool isClick = reason == QSystemTrayIcon::Trigger || reason == QSystemTrayIcon::Context;
+    if (isClick && !itemMenu->isVisible() && clicked)
+        clicked();
 }
 
 } // namespace quillbox

@@ -25,9 +25,12 @@ public:
     StatusBarItem& operator=(const StatusBarItem&) = delete;
     ~StatusBarItem();
 
-    /// The menu that a click on the item opens. If the desktop draws it, "_" in titles is not
-    /// shown.
-    QMenu& menu() { return itemMenu; }
+    /// The item's menu. Its shortcuts work while it is open. If the desktop draws it, "_" in titles
+    /// is not shown.
+    QMenu& menu() { return *itemMenu; }
+
+    /// Opens the menu at the pointer, unless it is open.
+    void openMenu();
 
     QString toolTip() const { return text; }
 
@@ -37,17 +40,20 @@ public:
     /// Whether the desktop has a host for the item, and hence shows it.
     bool isShown() const { return host.isAvailable(); }
 
+    /// Called at a click on the item, unless the desktop opens the menu by itself.
+    std::function<void()> clicked;
+
     /// Called whenever `isShown` changes.
     std::function<void()> shownChanged;
 
 private:
     void hostChanged();
     void showIfPossible();
-    void clicked(QSystemTrayIcon::ActivationReason reason);
+    void activated(QSystemTrayIcon::ActivationReason reason);
 
     StatusHost& host;
     const QIcon icon;
-    QMenu itemMenu;
+    const std::unique_ptr<QMenu> itemMenu;
     QString text;
     std::unique_ptr<QSystemTrayIcon> shownItem; ///< null until there is a host for it
 };

@@ -8,6 +8,7 @@ namespace quillbox {
 void AppDelegate::buildStatusItem()
 {
     statusItem = std::make_unique<StatusBarItem>(environment.statusHost, Icons::status());
+    statusItem->clicked = [this] { statusItemClicked(); };
     statusItem->shownChanged = [this] { updateTaskbar(); };
     statusItem->setToolTip(QStringLiteral("Quillbox Helper — Finder service off"));
 
@@ -23,6 +24,15 @@ void AppDelegate::buildStatusItem()
     menu.addSeparator();
     menu.addAction(QStringLiteral("Quit Quillbox Helper"), this, &AppDelegate::quit)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
+}
+
+/// On Wayland no menu can be opened over the panel: the window has the same commands.
+void AppDelegate::statusItemClicked()
+{
+    if (environment.windowPresence.canOpenMenuAnywhere())
+        statusItem->openMenu();
+    else
+        showHelper();
 }
 
 } // namespace quillbox

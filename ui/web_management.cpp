@@ -3,15 +3,23 @@
 
 #include <QCursor>
 #include <QFont>
+#include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
 #include <QPushButton>
+#include <QTimer>
+#include <QWindow>
+#include <chrono>
+#include <utility>
 
 namespace quillbox {
 
 namespace {
 
 constexpr int kAlertIconSize = 48;
+
+/// A desktop that has not brought the window to the front by then does not do it for this request.
+constexpr std::chrono::seconds kLongestActivation{2};
 
 /// The visible child of `parent` of that type, or null. Skips a closed one that has not been
 /// deleted yet.
@@ -23,6 +31,78 @@ template <class Child> Child* shownChild(const QWidget& parent)
     }
     return nullptr;
 }
+
+/// A menu over a window, without an input grab. A Wayland compositor grants the grab of a popup
+/// only for a click or a key in a window of the program, and a click in the desktop's panel is
+/// none. So this menu gets the keys from its window, and closes when its window is clicked or loses
+/// the focus.
+class WindowMenu final : public QMenu {
+public:
+    explicit WindowMenu(QWidget& theWindow) : QMenu(&theWindow), window(theWindow)
+    {
+        setWindowFlags(Qt::ToolTip);
+        // QMenu does that only if it is a popup.
+        connect(this, &QMenu::triggered, this, &QWidget::close);
+        qGuiApp->installEventFilter(this);
+    }
+
+    /// Opens it as soon as the window has the focus: at the pointer if that is in the window, else
+    /// below `control`. If the window does not get the focus in time, deletes the menu.
+    void openWhenActive(const QWidget& control)
+    {
+        waitingFor = &control;
+        if (window.isActiveWindow())
+            open();
+        else
+            QTimer::singleShot(kLongestActivation, this, [this] {
+                if (waitingFor)
+                    deleteLater();
+            });
+    }
+
+private:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (watched != window.windowHandle())
+            return QMenu::eventFilter(watched, event);
+        if (waitingFor && event->type() == QEvent::FocusIn)
+            open();
+        return isVisible() && handle(*event);
+    }
+
+    void open()
+    {
+        const QWidget& control = *std::exchange(waitingFor, nullptr);
+        const QPoint pointer = QCursor::pos();
+        popup(window.geometry().contains(pointer)
+                  ? pointer
+                  : control.mapToGlobal(control.rect().bottomLeft()));
+    }
+
+    /// Whether an event of the window is for the menu.
+    bool handle(QEvent& event)
+    {
+        switch (event.type()) {
+        case QEvent::KeyPress:
+        case QEvent::KeyRelease:
+            QCoreApplication::sendEvent(this, &event);
+            return true;
+        case QEvent::MouseButtonPress:
+        case QEvent::TouchBegin:
+            close();
+            return true;
+        case QEvent::FocusOut:
+        case QEvent::Hide:
+            close();
+            return false;
+        default:
+            return false;
+        }
+    }
+
+    const QWidget& window;
+    const QWidget* waitingFor = nullptr; ///< where to open it; null once it was opened
+};
 
 QMessageBox* makeAlert(QWidget& window)
 {
@@ -67,17 +147,31 @@ void AppDelegate::explainWebManagement()
 
 void AppDelegate::popUpManagementMenu()
 {
-    if (auto* shown = shownChild<QMenu>(*window))
-        shown->close();
-    auto* menu = new QMenu(window.get());
     // Deleted later, because the chosen item is triggered after the menu has been hidden.
-    connect(menu, &QMenu::aboutToHide, menu, &QObject::deleteLater);
+    for (auto* earlier : window->findChildren<QMenu*>(Qt::FindDirectChildrenOnly)) {
+        earlier->close();
+        earlier->deleteLater();
+    }
+    if (environment.windowPresence.canOpenMenuAnywhere()) {
+        auto* menu = new QMenu(window.get());
+        fillManagementMenu(*menu);
+        menu->popup(QCursor::pos());
+    } else {
+        auto* menu = new WindowMenu(*window);
+        fillManagementMenu(*menu);
+        bringWindowForward();
+        menu->openWhenActive(*managementButton);
+    }
+}
+
+void AppDelegate::fillManagementMenu(QMenu& menu)
+{
+    connect(&menu, &QMenu::aboutToHide, &menu, &QObject::deleteLater);
     for (const DiscoveredDevice& device : managementDevices) {
-        QAction* item = menu->addAction(DisplayText::forMenu(device.name));
+        QAction* item = menu.addAction(DisplayText::forMenu(device.name));
         item->setData(QByteArray::fromStdString(device.name));
         connect(item, &QAction::triggered, this, [this, item] { openManagementMenu(*item); });
     }
-    menu->popup(QCursor::pos());
 }
 
 } // namespace quillbox

@@ -34,20 +34,6 @@ bool isConnectable(const std::string& path)
     return isConnected;
 }
 
-/// Looks in the same places as libwayland-client.
-bool isWaylandThere()
-{
-    if (!qEnvironmentVariableIsEmpty("WAYLAND_SOCKET"))
-        return true;
-    std::string path = qgetenv("WAYLAND_DISPLAY").toStdString();
-    if (path.empty())
-        path = "wayland-0";
-    if (path.front() == '/')
-        return isConnectable(path);
-    const std::string folder = qgetenv("XDG_RUNTIME_DIR").toStdString();
-    return !folder.empty() && isConnectable(folder + '/' + path);
-}
-
 bool isWaylandPluginThere()
 {
     const QDir folder(QLibraryInfo::path(QLibraryInfo::PluginsPath) + QStringLiteral("/platforms"));
@@ -74,11 +60,25 @@ bool isUsable(const QByteArray& platform)
     if (name == "xcb")
         return isXThere();
     if (name.startsWith("wayland"))
-        return isWaylandThere();
+        return hasWayland();
     return true; // Cannot be probed: assume that the user who chose it knows that it works.
 }
 
 } // namespace
+
+/// Looks in the same places as libwayland-client.
+bool hasWayland()
+{
+    if (!qEnvironmentVariableIsEmpty("WAYLAND_SOCKET"))
+        return true;
+    std::string path = qgetenv("WAYLAND_DISPLAY").toStdString();
+    if (path.empty())
+        path = "wayland-0";
+    if (path.front() == '/')
+        return isConnectable(path);
+    const std::string folder = qgetenv("XDG_RUNTIME_DIR").toStdString();
+    return !folder.empty() && isConnectable(folder + '/' + path);
+}
 
 Display probeDisplay()
 {
@@ -90,7 +90,7 @@ Display probeDisplay()
     }
     if (isXThere())
         return Display::Any;
-    return isWaylandThere() && isWaylandPluginThere() ? Display::Wayland : Display::None;
+    return hasWayland() && isWaylandPluginThere() ? Display::Wayland : Display::None;
 }
 
 bool hasDisplay()

@@ -17,6 +17,8 @@ class WaylandPresence final : public WindowPresence {
 public:
     bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return true; }
 
+    bool canOpenMenuAnywhere() const override { return false; }
+
     void setListed(WindowIdentifier /*window*/, bool /*isListed*/) override {}
 
     void permit(std::string permission) override { permitted = std::move(permission); }

@@ -13,6 +13,7 @@ namespace {
 class NoPresence final : public WindowPresence {
 public:
     bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return true; }
+    bool canOpenMenuAnywhere() const override { return false; }
     void setListed(WindowIdentifier /*window*/, bool /*isListed*/) override {}
     void permit(std::string /*permission*/) override {}
     void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override

@@ -1,5 +1,6 @@
 #include "platform/desktop/x11_presence.h"
 
+#include "platform/desktop/display.h"
 #include "platform/desktop/startup_notification.h"
 #include "platform/x11/x11.h"
 
@@ -51,6 +52,10 @@ public:
         const auto current = number(rootOf(windowOf(window)), currentWorkspace);
         return !own || !current || own == kOnAllWorkspaces || own == current;
     }
+
+    /// An X server inside a Wayland compositor knows where the pointer is, and can grab it, only
+    /// while it is over a window of an X client.
+    bool canOpenMenuAnywhere() const override { return !hasWayland(); }
 
     void setListed(WindowIdentifier window, bool isListed) override
     {

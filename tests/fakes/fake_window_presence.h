@@ -14,6 +14,8 @@ class FakeWindowPresence final : public WindowPresence {
 public:
     bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return onWorkspace; }
 
+    bool canOpenMenuAnywhere() const override { return menusAnywhere; }
+
     void setListed(WindowIdentifier /*window*/, bool isListed) override { listed = isListed; }
 
     void permit(std::string permission) override { permitted = std::move(permission); }
@@ -23,11 +25,15 @@ public:
         permissions.push_back(std::exchange(permitted, {}));
         if (log)
             log->emplace_back("window.bringForward");
+        if (!isObeyed)
+            return;
         show();
         onWorkspace = true;
     }
 
     bool onWorkspace = true;
+    bool menusAnywhere = true;
+    bool isObeyed = true; ///< else the desktop does not bring the window forward
     bool listed = true;
     std::string permitted;
     std::vector<std::string> permissions;    ///< one for each call of bringForward

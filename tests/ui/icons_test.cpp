@@ -1,9 +1,13 @@
 #include "ui/icons.h"
 
 #include <QColor>
+#include <QDir>
+#include <QFile>
 #include <QImage>
 #include <QPainter>
 #include <QPixmap>
+#include <QSvgRenderer>
+#include <QTemporaryDir>
 #include <algorithm>
 #include <cmath>
 
@@ -86,21 +90,92 @@ TEST(Icons, tellTheStatusBarTheSizesOfPanels)
         EXPECT_TRUE(sizes.contains(QSize(side, side))) << side;
 }
 
-TEST(Icons, standOutFromAnyPanel)
+/// The drive on its background, in the two colours whose contrast no panel can spoil.
+TEST(Icons, areReadableOnAnyPanel)
 {
     const QImage picture = drawn(Icons::status(), 64);
-    int solid = 0;
-    for (int y = 0; y < picture.height(); ++y) {
-        for (int x = 0; x < picture.width(); ++x) {
-            const QColor colour = picture.pixelColor(x, y);
-            if (colour.alpha() != 255)
-                continue;
-            ++solid;
-            for (const char* panel : {"#ffffff", "#eff0f1", "#31363b", "#241f31", "#000000"})
-                ASSERT_GE(contrast(colour, QColor(QLatin1String(panel))), 3.0) << panel;
-        }
+    for (const char* panel : {"#ffffff", "#eff0f1", "#848b95", "#31363b", "#000000"}) {
+        QImage shown(picture.size(), QImage::Format_ARGB32);
+        shown.fill(QColor(QLatin1String(panel)));
+        QPainter(&shown).drawImage(0, 0, picture);
+        const QColor drive = shown.pixelColor(32, 16);
+        const QColor background = shown.pixelColor(32, 4);
+        EXPECT_GE(contrast(drive, background), 15.0) << panel;
     }
-    EXPECT_GT(solid, 64);
+}
+
+/// A folder with an icon theme. The offscreen platform has no theme of its own.
+class IconTheme : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        ASSERT_TRUE(QDir(folder.path()).mkpath(QStringLiteral("hicolor/symbolic/apps")));
+        QFile index(folder.filePath(QStringLiteral("hicolor/index.theme")));
+        ASSERT_TRUE(index.open(QIODevice::WriteOnly));
+        index.write("[Icon Theme]\nName=Hicolor\nDirectories=symbolic/apps\n"
+                    "[symbolic/apps]\nSize=16\nMinSize=8\nMaxSize=512\nType=Scalable\n");
+        pathsBefore = QIcon::themeSearchPaths();
+        nameBefore = QIcon::themeName();
+    }
+
+    ~IconTheme() override
+    {
+        QIcon::setThemeSearchPaths(pathsBefore);
+        QIcon::setThemeName(nameBefore);
+    }
+
+    void install() const
+    {
+        ASSERT_TRUE(
+            QFile::copy(QStringLiteral(SYMBOLIC_ICON),
+                        folder.filePath(QStringLiteral("hicolor/symbolic/apps/"
+                                                       "org.quillbox.Helper-symbolic.svg"))));
+    }
+
+    /// The status icon of a program that is started with this theme.
+    QIcon statusIcon() const
+    {
+        QIcon::setThemeSearchPaths({folder.path()});
+        QIcon::setThemeName(QStringLiteral("hicolor"));
+        return Icons::status();
+    }
+
+    QTemporaryDir folder;
+    QStringList pathsBefore;
+    QString nameBefore;
+};
+
+TEST_F(IconTheme, givesTheStatusIconItsName)
+{
+    install();
+    EXPECT_EQ(statusIcon().name(), QStringLiteral("org.quillbox.Helper-symbolic"));
+}
+
+TEST_F(IconTheme, withoutTheSymbolicIconThereIsNoName)
+{
+    EXPECT_EQ(statusIcon().name(), QString());
+}
+
+TEST_F(IconTheme, doesNotReplaceTheImage)
+{
+    const QImage own = drawn(statusIcon(), 22);
+    install();
+    EXPECT_EQ(drawn(statusIcon(), 22), own);
+}
+
+/// Panels that do not tint it.
+TEST(SymbolicIcon, isVisibleOnLightAndDarkInItsOwnColour)
+{
+    QSvgRenderer renderer(QStringLiteral(SYMBOLIC_ICON));
+    QImage picture(64, 64, QImage::Format_ARGB32);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    renderer.render(&painter);
+    painter.end();
+    const QColor drive = picture.pixelColor(32, 10);
+    EXPECT_EQ(drive.alpha(), 255);
+    for (const char* panel : {"#ffffff", "#eff0f1", "#31363b", "#241f31", "#000000"})
+        EXPECT_GE(contrast(drive, QColor(QLatin1String(panel))), 3.0) << panel;
 }
 
 TEST(Icons, stayInShapeInAnyArea)

@@ -1,7 +1,7 @@
 // A panel for status notifier items: the registry (StatusNotifierWatcher) and its only host. With
 // "--no-host" it is only the registry until it reads the command "host". Prints what it sees of
-// each item, one property per line. The command "activate" clicks the last item, "look" queries it
-// again.
+// each item, one property per line. The commands "activate" and "context" click the last item with
+// the left or the right button, "look" queries it again.
 
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -141,10 +141,9 @@ public:
         } else if (command == "look") {
             look();
         } else if (command == "activate") {
-            QDBusMessage click =
-                itemCall(QStringLiteral("org.kde.StatusNotifierItem"), QStringLiteral("Activate"));
-            click.setArguments({10, 10});
-            bus.asyncCall(click);
+            click(QStringLiteral("Activate"));
+        } else if (command == "context") {
+            click(QStringLiteral("ContextMenu"));
         }
     }
 
@@ -153,6 +152,13 @@ private:
     {
         return QDBusMessage::createMethodCall(item, QStringLiteral("/StatusNotifierItem"),
                                               interface, method);
+    }
+
+    void click(const QString& method) const
+    {
+        QDBusMessage call = itemCall(QStringLiteral("org.kde.StatusNotifierItem"), method);
+        call.setArguments({10, 10});
+        bus.asyncCall(call);
     }
 
     void look()
@@ -166,6 +172,9 @@ private:
             const auto argument = [&](const char* name) {
                 return properties.value(QLatin1String(name)).value<QDBusArgument>();
             };
+            print(QStringLiteral("title ") + properties.value(QStringLiteral("Title")).toString());
+            print(QStringLiteral("icon ")
+                  + properties.value(QStringLiteral("IconName")).toString());
             print(QStringLiteral("tooltip ") + titleOfToolTip(argument("ToolTip")));
             print(QStringLiteral("pictures %1").arg(countPixmaps(argument("IconPixmap"))));
             const bool isMenu = properties.value(QStringLiteral("ItemIsMenu")).toBool();

@@ -1,5 +1,7 @@
 #include "tests/ui/line_process.h"
 
+#include <QDir>
+#include <QFile>
 #include <QLibraryInfo>
 #include <QTemporaryDir>
 #include <QVersionNumber>
@@ -145,7 +147,33 @@ TEST_F(StatusItemOnDesktop, opensItsMenuAtAClickInThePanel)
     const auto owner = startOwner();
     ASSERT_TRUE(tells(panel, "end of menu"));
     panel->write(QStringLiteral("activate"));
+    EXPECT_TRUE(tells(owner, "click"));
     EXPECT_TRUE(tells(owner, "menu"));
+}
+
+TEST_F(StatusItemOnDesktop, opensItsMenuForAPanelThatShowsNone)
+{
+    const auto panel = start(PANEL_STAND_IN);
+    const auto owner = startOwner();
+    ASSERT_TRUE(tells(panel, "end of menu"));
+    panel->write(QStringLiteral("context"));
+    EXPECT_TRUE(tells(owner, "click"));
+    EXPECT_TRUE(tells(owner, "menu"));
+}
+
+TEST_F(StatusItemOnDesktop, namesItsIconWhereTheIconThemeHasIt)
+{
+    const QDir icons(folder.filePath(QStringLiteral("data/icons/hicolor/symbolic/apps")));
+    ASSERT_TRUE(icons.mkpath(QStringLiteral(".")));
+    ASSERT_TRUE(QFile::copy(QStringLiteral(SYMBOLIC_ICON),
+                            icons.filePath(QStringLiteral("org.quillbox.Helper-symbolic.svg"))));
+    environment.append(QStringLiteral("XDG_DATA_HOME=") + folder.filePath(QStringLiteral("data")));
+    const auto panel = start(PANEL_STAND_IN);
+    const auto owner = startOwner();
+    EXPECT_EQ(panel->lineFrom(QStringLiteral("icon")),
+              QStringLiteral("icon org.quillbox.Helper-symbolic"));
+    // For panels with another icon theme.
+    EXPECT_GE(panel->lineFrom(QStringLiteral("pictures")).section(u' ', 1).toInt(), 5);
 }
 
 TEST_F(StatusItemOnDesktop, isShownInATrayThatIsThere)

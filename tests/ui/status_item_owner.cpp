@@ -1,6 +1,6 @@
 // A program with a status item, connected as in the helper. Prints a line when a status host
-// becomes available or unavailable, and when the menu opens. The command "tooltip TEXT" sets the
-// tool tip. The only argument is how long to wait for a panel, in milliseconds.
+// becomes available or unavailable, at a click, and when the menu opens. The command "tooltip TEXT"
+// sets the tool tip. The only argument is how long to wait for a panel, in milliseconds.
 
 #include "platform/desktop/status_host_watch.h"
 #include "ui/icons.h"
@@ -65,6 +65,10 @@ int main(int argumentCount, char** arguments)
     item.menu().addSeparator();
     item.menu().addAction(QStringLiteral("Show Quillbox Helper"));
     item.setToolTip(QStringLiteral("Quillbox Helper — Finder service off"));
+    item.clicked = [&item] {
+        print("click");
+        item.openMenu();
+    };
     QObject::connect(&item.menu(), &QMenu::aboutToShow, &item.menu(), [] { print("menu"); });
     QSocketNotifier commands(STDIN_FILENO, QSocketNotifier::Read);
     QObject::connect(&commands, &QSocketNotifier::activated, &commands, [&item] {

@@ -1,6 +1,8 @@
 #include "tests/app/app_fixture.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QKeyEvent>
 #include <QKeySequence>
 #include <QMenu>
 #include <string>
@@ -23,6 +25,12 @@ protected:
                 return action;
         }
         return nullptr;
+    }
+
+    static void press(QMenu& menu, int key, Qt::KeyboardModifiers modifiers)
+    {
+        QKeyEvent event(QEvent::KeyPress, key, modifiers);
+        QApplication::sendEvent(&menu, &event);
     }
 
     /// The titles; "---" for a separator.
@@ -121,6 +129,51 @@ TEST_F(StatusMenu, quitsByEntryAndByKey)
     EXPECT_EQ(quit->shortcut(), QKeySequence(Qt::CTRL | Qt::Key_Q));
     quit->trigger();
     EXPECT_EQ(terminations, 1);
+}
+
+TEST_F(StatusMenu, itsKeyQuitsWhileItIsOpen)
+{
+    launch();
+    QMenu& menu = delegate->statusItem->menu();
+    delegate->statusItem->openMenu();
+    ASSERT_TRUE(menu.isVisible());
+    press(menu, Qt::Key_Q, Qt::NoModifier);
+    EXPECT_EQ(terminations, 0);
+    EXPECT_TRUE(menu.isVisible());
+    press(menu, Qt::Key_Q, Qt::ControlModifier);
+    EXPECT_EQ(terminations, 1);
+    EXPECT_FALSE(menu.isVisible());
+}
+
+TEST_F(StatusMenu, otherKeysMoveInItAsInAnyMenu)
+{
+    launch();
+    QMenu& menu = delegate->statusItem->menu();
+    delegate->window->close();
+    delegate->statusItem->openMenu();
+    press(menu, Qt::Key_Down, Qt::NoModifier);
+    press(menu, Qt::Key_Return, Qt::NoModifier);
+    EXPECT_TRUE(delegate->window->isVisible()) << "the first enabled entry";
+    EXPECT_FALSE(menu.isVisible());
+}
+
+TEST_F(StatusMenu, opensAtAClickOnTheItemWhereTheDesktopCanPlaceIt)
+{
+    launch();
+    delegate->window->close();
+    delegate->statusItem->clicked();
+    EXPECT_TRUE(delegate->statusItem->menu().isVisible());
+    EXPECT_FALSE(delegate->window->isVisible());
+}
+
+TEST_F(StatusMenu, elsewhereAClickOnTheItemShowsTheWindow)
+{
+    launch();
+    windowPresence.menusAnywhere = false;
+    delegate->window->close();
+    delegate->statusItem->clicked();
+    EXPECT_FALSE(delegate->statusItem->menu().isVisible());
+    EXPECT_TRUE(delegate->window->isVisible());
 }
 
 } // namespace

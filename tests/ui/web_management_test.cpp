@@ -8,7 +8,10 @@
 #include <QMessageBox>
 #include <QMouseEvent>
 #include <QPointer>
+#include <QPushButton>
 #include <QStyle>
+#include <QWindow>
+#include <initializer_list>
 
 #include <gmock/gmock.h>
 
@@ -347,6 +350,129 @@ TEST_F(WebManagement, theMenuOpensWhileTheWindowIsHidden)
     EXPECT_FALSE(delegate->window->isVisible());
     menu().actions().at(1)->trigger();
     EXPECT_EQ(network.netServices.at(0)->service.name, "Quillbox B");
+}
+
+/// Menus can be opened over the window only, as on Wayland.
+class WebManagementOverWindow : public WebManagement {
+protected:
+    void launchWithTwoPages()
+    {
+        launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
+        windowPresence.menusAnywhere = false;
+        QApplication::processEvents(); // the window becomes active
+    }
+
+    /// Hides it, and gives the focus to another one.
+    void hideWindow()
+    {
+        delegate->window->close();
+        another.show();
+        QApplication::processEvents();
+        ASSERT_FALSE(delegate->window->isActiveWindow());
+    }
+
+    /// Presses a key in the window, where the desktop sends the keys.
+    void pressInWindow(int key) const
+    {
+        for (const auto type : {QEvent::KeyPress, QEvent::KeyRelease}) {
+            QKeyEvent event(type, key, Qt::NoModifier);
+            QApplication::sendEvent(delegate->window->windowHandle(), &event);
+        }
+    }
+
+    QRect buttonPlace() const
+    {
+        for (const auto* button : children<QPushButton>()) {
+            if (button->text() == QStringLiteral("Open web management"))
+                return {button->mapToGlobal(QPoint()), button->size()};
+        }
+        return {};
+    }
+
+private:
+    QWidget another;
+};
+
+TEST_F(WebManagementOverWindow, theMenuBringsAHiddenWindowAndOpensBelowItsButton)
+{
+    launchWithTwoPages();
+    hideWindow();
+    delegate->openManagement();
+    QApplication::processEvents();
+    EXPECT_TRUE(delegate->window->isVisible());
+    ASSERT_TRUE(menu().isVisible());
+    EXPECT_EQ(menu().geometry().topLeft(), buttonPlace().bottomLeft());
+    EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox A", "Quillbox B"));
+}
+
+TEST_F(WebManagementOverWindow, theMenuOpensAtAPointerInTheWindow)
+{
+    launchWithTwoPages();
+    const QPoint pointer = delegate->window->geometry().center();
+    QCursor::setPos(pointer);
+    delegate->openManagement();
+    EXPECT_EQ(menu().geometry().topLeft(), pointer);
+}
+
+TEST_F(WebManagementOverWindow, theMenuWaitsUntilItsWindowIsActive)
+{
+    launchWithTwoPages();
+    windowPresence.isObeyed = false;
+    hideWindow();
+    delegate->openManagement();
+    EXPECT_FALSE(menu().isVisible());
+    delegate->openManagement();
+    settle();
+    EXPECT_THAT(children<QMenu>(), SizeIs(1)) << "a second one takes the place of the first";
+    delegate->window->show();
+    delegate->window->activateWindow();
+    QApplication::processEvents();
+    EXPECT_TRUE(menu().isVisible());
+}
+
+TEST_F(WebManagementOverWindow, anEntryIsChosenWithTheKeysOfTheWindow)
+{
+    launchWithTwoPages();
+    delegate->openManagement();
+    pressInWindow(Qt::Key_Down);
+    pressInWindow(Qt::Key_Down);
+    pressInWindow(Qt::Key_Return);
+    ASSERT_THAT(network.netServices, SizeIs(1));
+    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+    settle();
+    EXPECT_THAT(children<QMenu>(), IsEmpty());
+}
+
+TEST_F(WebManagementOverWindow, anEntryIsChosenWithAClick)
+{
+    launchWithTwoPages();
+    delegate->openManagement();
+    const QPointer<QMenu> shown(&menu());
+    click(*shown, shown->actionGeometry(shown->actions().at(1)).center());
+    ASSERT_THAT(network.netServices, SizeIs(1));
+    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+    EXPECT_FALSE(shown->isVisible());
+    settle();
+    EXPECT_FALSE(shown);
+}
+
+TEST_F(WebManagementOverWindow, escapeAClickInTheWindowAndAnotherWindowCloseTheMenuOnly)
+{
+    launchWithTwoPages();
+    QWindow& handle = *delegate->window->windowHandle();
+    QMouseEvent mouse(QEvent::MouseButtonPress, QPointF(5, 5), QPointF(5, 5), Qt::LeftButton,
+                      Qt::LeftButton, Qt::NoModifier);
+    QFocusEvent focus(QEvent::FocusOut);
+    QKeyEvent escape(QEvent::KeyPress, Qt::Key_Escape, Qt::NoModifier);
+    for (QEvent* event : std::initializer_list<QEvent*>{&escape, &mouse, &focus}) {
+        delegate->openManagement();
+        ASSERT_TRUE(menu().isVisible()) << event->type();
+        QApplication::sendEvent(&handle, event);
+        settle();
+        EXPECT_THAT(children<QMenu>(), IsEmpty()) << event->type();
+        EXPECT_TRUE(delegate->window->isVisible()) << event->type();
+    }
+    EXPECT_THAT(network.netServices, IsEmpty());
 }
 
 TEST_F(WebManagement, aSecondMenuTakesThePlaceOfTheFirst)
