@@ -1,7 +1,7 @@
 // A panel for status notifier items: the registry (StatusNotifierWatcher) and its only host. With
 // "--no-host" it is only the registry until it reads the command "host". Prints what it sees of
 // each item, one property per line. The commands "activate" and "context" click the last item with
-// the left or the right button, "look" queries it again.
+// the left or the right button, "choose TITLE" an entry of its menu; "look" queries it again.
 
 #include <QCoreApplication>
 #include <QDBusArgument>
@@ -11,6 +11,7 @@
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
 #include <QList>
+#include <QMap>
 #include <QSocketNotifier>
 #include <QVariantMap>
 #include <cstdio>
@@ -70,8 +71,10 @@ QString titleOfToolTip(const QDBusArgument& toolTip)
     return title;
 }
 
-void printMenu(const QDBusArgument& menu)
+/// Returns the numbers of the entries by their titles.
+QMap<QString, int> printMenu(const QDBusArgument& menu)
 {
+    QMap<QString, int> numbers;
     QList<QDBusArgument> waiting{menu};
     while (!waiting.isEmpty()) {
         const QDBusArgument entry = waiting.takeFirst();
@@ -79,8 +82,11 @@ void printMenu(const QDBusArgument& menu)
         QVariantMap properties;
         entry.beginStructure();
         entry >> identifier >> properties;
-        if (properties.contains(QStringLiteral("label")))
-            print(QStringLiteral("entry ") + properties.value(QStringLiteral("label")).toString());
+        if (const QString title = properties.value(QStringLiteral("label")).toString();
+            !title.isEmpty()) {
+            numbers.insert(title, identifier);
+            print(QStringLiteral("entry ") + title);
+        }
         entry.beginArray();
         while (!entry.atEnd()) {
             QDBusVariant child;
@@ -90,6 +96,7 @@ void printMenu(const QDBusArgument& menu)
         entry.endArray();
         entry.endStructure();
     }
+    return numbers;
 }
 
 class Panel final : public QDBusVirtualObject {
@@ -144,6 +151,8 @@ public:
             click(QStringLiteral("Activate"));
         } else if (command == "context") {
             click(QStringLiteral("ContextMenu"));
+        } else if (command.starts_with("choose ")) {
+            choose(QString::fromStdString(command.substr(7)));
         }
     }
 
@@ -159,6 +168,15 @@ private:
         QDBusMessage call = itemCall(QStringLiteral("org.kde.StatusNotifierItem"), method);
         call.setArguments({10, 10});
         bus.asyncCall(call);
+    }
+
+    void choose(const QString& title) const
+    {
+        QDBusMessage event = QDBusMessage::createMethodCall(
+            item, menuPath, QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("Event"));
+        event.setArguments({entries.value(title), QStringLiteral("clicked"),
+                            QVariant::fromValue(QDBusVariant(QString())), 0U});
+        bus.asyncCall(event);
     }
 
     void look()
@@ -179,19 +197,20 @@ private:
             print(QStringLiteral("pictures %1").arg(countPixmaps(argument("IconPixmap"))));
             const bool isMenu = properties.value(QStringLiteral("ItemIsMenu")).toBool();
             print(isMenu ? QStringLiteral("is a menu") : QStringLiteral("has a menu"));
-            lookAtMenu(properties.value(QStringLiteral("Menu")).value<QDBusObjectPath>().path());
+            menuPath = properties.value(QStringLiteral("Menu")).value<QDBusObjectPath>().path();
+            lookAtMenu();
             answer->deleteLater();
         });
     }
 
-    void lookAtMenu(const QString& path)
+    void lookAtMenu()
     {
         QDBusMessage layout = QDBusMessage::createMethodCall(
-            item, path, QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("GetLayout"));
+            item, menuPath, QStringLiteral("com.canonical.dbusmenu"), QStringLiteral("GetLayout"));
         layout.setArguments({0, -1, QStringList()});
         auto* answer = new QDBusPendingCallWatcher(bus.asyncCall(layout), this);
-        connect(answer, &QDBusPendingCallWatcher::finished, this, [answer] {
-            printMenu(answer->reply().arguments().value(1).value<QDBusArgument>());
+        connect(answer, &QDBusPendingCallWatcher::finished, this, [this, answer] {
+            entries = printMenu(answer->reply().arguments().value(1).value<QDBusArgument>());
             print(QStringLiteral("end of menu"));
             answer->deleteLater();
         });
@@ -200,6 +219,8 @@ private:
     QDBusConnection bus;
     bool hasHost;
     QString item;
+    QString menuPath;
+    QMap<QString, int> entries;
 };
 
 } // namespace
