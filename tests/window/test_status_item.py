@@ -106,7 +106,7 @@ def test_a_click_in_the_panel_of_a_wayland_desktop_shows_the_window(desktop, pan
 
     order(panel, button)
 
-    desktop.wait(window.is_active, "the window")
+    desktop.wait(lambda: window.is_mapped() and window.is_active(), "the window")
     assert menu(desktop) is None
 
 
@@ -170,7 +170,7 @@ def test_web_management_of_two_phones_opens_a_menu_over_the_window_on_wayland(
     order(panel, "choose Open web management")
 
     shown = desktop.wait(lambda: menu(desktop), "the menu")
-    desktop.wait(window.is_active, "the window")
+    desktop.wait(lambda: window.is_mapped() and window.is_active(), "the window")
     left, top, width, height = window.content()
     x, y, _, _ = shown.content()
     assert left < x < left + width and top < y < top + height
