@@ -210,14 +210,14 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
             if (!self || self->isStopped_ || failure)
                 return;
             const auto& socket = *entry->socket;
-            std::error_code error;
+            std::error_code result;
             if (socket.hasFailed())
-                error = takeSocketError(socket.descriptor());
+                result = takeSocketError(socket.descriptor());
             // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
             else if (mayDial(entry->candidate, self->context_->ownPorts, self->context_->monitor)
                      != permission)
-                error = refusal(entry->candidate);
-            self->settle(entry, error);
+                result = refusal(entry->candidate);
+            self->settle(entry, result);
             self->advance();
         });
 }
