@@ -46,6 +46,8 @@ void addEntry(QGridLayout& grid, int row, const Entry& entry)
     QLabel* label =
         makeLabel(entry.label, {.size = 12, .weight = QFont::Medium, .colour = Brand::navy()});
     label->setBuddy(&field);
+    // Inside the label too, whose width is rounded up to a whole pixel.
+    label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
     grid.addWidget(label, row, 0, Qt::AlignRight | Qt::AlignVCenter);
     grid.addWidget(&field, row, 1);
 }
