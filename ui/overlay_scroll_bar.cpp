@@ -69,6 +69,8 @@ void OverlayScrollBar::sliderChange(SliderChange change)
 
 void OverlayScrollBar::reveal()
 {
+    if (!isVisible())
+        return;
     fading.stop();
     fading.start();
     update();

@@ -35,7 +35,8 @@ private:
     const QPalette palette;
 };
 
-/// The text size of check boxes, fields, and of the buttons that are not like kButtonTextSize.
+/// The text size of check boxes and fields, of the filled button, and of the one that unfolds the
+/// form.
 inline constexpr int kControlTextSize = 13;
 
 /// The text size of push buttons.

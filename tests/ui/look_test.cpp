@@ -250,6 +250,14 @@ TEST_F(Look, theScrollBarIsSeenWhileItMatters)
     EXPECT_FALSE(isPainted());
 }
 
+TEST_F(Look, aScrollBarThatIsNotNeededWakesNothing)
+{
+    open();
+    pressTab(window());
+    EXPECT_FALSE(bar().isVisible());
+    EXPECT_EQ(bar().animation().state(), QAbstractAnimation::Stopped);
+}
+
 TEST_F(Look, theScrollBarFadesOutByItself)
 {
     open();
