@@ -32,8 +32,8 @@ public:
             box->setModal(false);
         }
         box->setWindowTitle(QGuiApplication::applicationDisplayName());
-        box->setText(shown(title));
-        box->setInformativeText(shown(text));
+        // Not as the informative text, which is shown as markup if it looks like markup.
+        box->setText(shown(title) + QStringLiteral("\n\n") + shown(text));
         box->show();
         box->raise();
         box->activateWindow();

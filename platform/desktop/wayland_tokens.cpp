@@ -50,7 +50,8 @@ public:
         static constexpr xdg_activation_token_v1_listener kListener{.done = done};
         xdg_activation_token_v1_add_listener(token, &kListener, this);
         const auto serial = reinterpret_cast<std::uintptr_t>(ofConnection("serial"));
-        if (auto* seat = static_cast<wl_seat*>(ofConnection("wl_seat")))
+        auto* seat = static_cast<wl_seat*>(ofConnection("wl_seat"));
+        if (seat && serial != 0) // 0: there has been no input
             xdg_activation_token_v1_set_serial(token, static_cast<std::uint32_t>(serial), seat);
         if (auto* surface = surfaceOf(QGuiApplication::focusWindow()))
             xdg_activation_token_v1_set_surface(token, surface);
