@@ -94,6 +94,10 @@ public:
     /// The current state.
     HelperStatus helperStatus() const;
 
+    /// Why file managers list no phones although relays are advertised, and what to do; empty if
+    /// they can list them.
+    std::string finderHint() const;
+
     // Settings.
     void saveFields(const std::string& host, std::uint16_t port);
     void toggleFinderVisibility();
@@ -169,6 +173,7 @@ private:
 
     void discoveredDevicesChanged(const std::vector<DiscoveredDevice>& devices);
     void managementDevicesChanged(const std::vector<DiscoveredDevice>& devices);
+    void networkViewChanged();
     void readFields();
     void readCheckBoxes();
     void forceLightAppearance();
@@ -185,6 +190,7 @@ private:
     bool handleKey(const QEvent& event);
     void announce(const QString& status);
     void statusItemClicked();
+    void showFinderHint();
     void addHeading();
     DeviceRow* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
     void centreWindow();

@@ -95,6 +95,7 @@ HelperStatus AppDelegate::helperStatus() const
     const TrafficReport traffic = environment.network.traffic();
     HelperStatus status{.isReady = lastReport.ready,
                         .text = lastReport.text,
+                        .hint = finderHint(),
                         .isShownInFinder = showInFinder.isChecked(),
                         .isAutomatic = automaticDiscovery.isChecked(),
                         .phones = {},
@@ -110,6 +111,14 @@ HelperStatus AppDelegate::helperStatus() const
              .traffic = carried == traffic.listeners.end() ? Traffic() : carried->second});
     }
     return status;
+}
+
+std::string AppDelegate::finderHint() const
+{
+    if (environment.networkView.isAvailable() || !showInFinder.isChecked())
+        return {};
+    return "File managers list no phones, because avahi-daemon is not running: "
+           + environment.packageManager.howToRunAvahiDaemon() + '.';
 }
 
 void AppDelegate::openOnRequest(const std::optional<std::string>& phone,

@@ -1,4 +1,5 @@
 #include "app/app_delegate.h"
+#include "platform/standard_error.h"
 
 #include <QGuiApplication>
 #include <QPointer>
@@ -90,6 +91,10 @@ void AppDelegate::applicationDidFinishLaunching()
             if (self)
                 self->activatedByAnotherCopy(permission);
         });
+    environment.networkView.setChangedHandler([self = QPointer(this)] {
+        if (self)
+            self->networkViewChanged();
+    });
     readCheckBoxes();
     if (showInFinder.isChecked())
         restartRelay();
@@ -175,6 +180,13 @@ void AppDelegate::managementDevicesChanged(const std::vector<DiscoveredDevice>& 
 {
     managementDevices = devices;
     updateDeviceList();
+}
+
+void AppDelegate::networkViewChanged()
+{
+    showFinderHint();
+    if (const std::string hint = finderHint(); !hint.empty())
+        printToStandardError("quillbox-helper: " + hint);
 }
 
 void AppDelegate::centreWindow()

@@ -3,6 +3,8 @@
 #include "platform/dispatch_queue.h"
 #include "platform/log.h"
 #include "platform/network.h"
+#include "platform/network_view.h"
+#include "platform/package_manager.h"
 #include "platform/running_applications.h"
 #include "platform/status_host.h"
 #include "platform/user_defaults.h"
@@ -25,6 +27,8 @@ struct AppEnvironment {
     RunningApplications& runningApplications;
     StatusHost& statusHost;
     WindowPresence& windowPresence;
+    NetworkView& networkView;
+    PackageManager packageManager;
     /// Whether the window stays hidden until the user asks for it.
     bool startsHidden = false;
     /// nullopt: any number of copies may run.

@@ -4,6 +4,8 @@ namespace quillbox::doctor {
 
 namespace {
 
+using LocalNames = NameService::LocalNames;
+
 constexpr const char* kFileBrowser = "file-browser";
 constexpr const char* kNames = "host-names";
 constexpr const char* kStatusIcon = "status-icon";
@@ -31,24 +33,42 @@ Findings checkFileBrowser(const SystemFacts& system)
 Findings checkNames(const SystemFacts& system)
 {
     const NameFacts& names = system.names;
-    if (!names.asksMulticastDns)
-        return {warn(kNames,
-                     "Names that end in .local are not resolved by multicast DNS, so some file "
-                     "managers confuse two phones.",
-                     "To add 'mdns4_minimal [NOTFOUND=return]' to the line 'hosts:' of "
-                     "/etc/nsswitch.conf: "
-                         + system.packageManager.howToInstall({Package::LocalNames})
-                         + "; if it is still missing, add it before 'dns'.")};
-    switch (names.isResolved) {
-    case Seen::Yes:
-        return {ok(kNames, names.askedName + " is resolved by multicast DNS.")};
-    case Seen::No:
-        return {warn(kNames, names.askedName + " cannot be resolved.",
-                     "avahi-daemon must be running, and the name service module installed: "
-                         + system.packageManager.howToInstall({Package::LocalNames}) + '.')};
-    case Seen::Unknown:
+    const PackageManager& packages = system.packageManager;
+    const auto bad = system.statusHost.hasDesktop ? fail : warn;
+    const std::string consequence =
+        ", so file managers cannot open the phones that they list; \"Open in Finder\" can.";
+    switch (names.service.localNames()) {
+    case LocalNames::Nowhere:
+        return {bad(kNames,
+                    "Names that end in .local are not resolved by multicast DNS" + consequence,
+                    "To add 'mdns4_minimal [NOTFOUND=return]' to the line 'hosts:' of "
+                    "/etc/nsswitch.conf: "
+                        + packages.howToInstall({Package::LocalNames})
+                        + "; if it is still missing, add it before 'dns'.")};
+    case LocalNames::Avahi:
+        if (names.isResolved == Seen::No)
+            return {bad(kNames, "Names that end in .local cannot be resolved" + consequence,
+                        "avahi-daemon must be running, and the name service module installed: "
+                            + packages.howToRunAvahiDaemon() + '.')};
+        break;
+    case LocalNames::Resolved:
+        if (names.isResolved == Seen::No)
+            return {bad(kNames,
+                        "systemd-resolved does not resolve names that end in .local" + consequence,
+                        packages.howToInstall({Package::LocalNames})
+                            + ", and write 'mdns4_minimal [NOTFOUND=return]' before 'resolve' in "
+                              "the line 'hosts:' of /etc/nsswitch.conf.")};
         break;
     }
+    if (names.isResolved == Seen::Yes)
+        return {ok(kNames, names.askedName + " is resolved by multicast DNS.")};
+    if (!names.askedName.empty())
+        return {warn(kNames,
+                     names.askedName
+                         + " is not resolved within seconds, because no DNS server "
+                           "answers, so file managers open phones slowly.",
+                     "The name service asks a DNS server before it uses multicast DNS: check the "
+                     "servers in /etc/resolv.conf.")};
     return {ok(kNames, "Names that end in .local are configured to use multicast DNS.")};
 }
 

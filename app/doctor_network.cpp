@@ -266,10 +266,9 @@ Findings checkEngine(const SystemFacts& system)
         break;
     }
     return {warn(kEngine,
-                 "avahi-daemon is not running; the helper finds phones by itself, but file "
-                 "managers need it.",
-                 system.packageManager.howToInstall({Package::AvahiDaemon, Package::LocalNames})
-                     + ", 'sudo systemctl enable --now avahi-daemon'")};
+                 "avahi-daemon is not running: the helper finds phones by itself, but file "
+                 "managers list none.",
+                 system.packageManager.howToRunAvahiDaemon() + '.')};
 }
 
 Findings checkResponders(const SystemFacts& system)

@@ -16,6 +16,7 @@ constexpr int kStatusVersion = 1;
 constexpr const char* kVersionField = "version";
 constexpr const char* kReadyField = "ready";
 constexpr const char* kTextField = "status";
+constexpr const char* kHintField = "hint";
 constexpr const char* kShowInFinderField = "showInFinder";
 constexpr const char* kAutomaticDiscoveryField = "automaticDiscovery";
 constexpr const char* kPhonesField = "phones";
@@ -77,7 +78,7 @@ std::vector<Entry> entriesIn(StrictObject& object, const char* key, Entry (*read
     for (const auto& value : object.list(key)) {
         StrictObject entry(value.toObject());
         entries.push_back(read(entry));
-        if (!value.isObject() || !entry.isSound())
+        if (!entry.isSound())
             object.refuse();
     }
     return entries;
@@ -117,6 +118,7 @@ QJsonObject jsonOf(const HelperStatus& status)
     set(object, kVersionField, kStatusVersion);
     set(object, kReadyField, status.isReady);
     set(object, kTextField, jsonString(status.text));
+    set(object, kHintField, jsonString(status.hint));
     set(object, kShowInFinderField, status.isShownInFinder);
     set(object, kAutomaticDiscoveryField, status.isAutomatic);
     QJsonArray phones;
@@ -148,6 +150,7 @@ std::optional<HelperStatus> helperStatusIn(const QJsonObject& object)
         return std::nullopt;
     HelperStatus status{.isReady = strict.truth(kReadyField),
                         .text = strict.text(kTextField),
+                        .hint = strict.text(kHintField),
                         .isShownInFinder = strict.truth(kShowInFinderField),
                         .isAutomatic = strict.truth(kAutomaticDiscoveryField),
                         .phones = entriesIn(strict, kPhonesField, phoneIn),
@@ -167,6 +170,8 @@ std::string plainText(const HelperStatus& status)
 {
     std::string text = std::string("Status: ") + (status.isReady ? "ready: " : "not ready: ")
                        + shownUtf8(status.text);
+    if (!status.hint.empty())
+        text += "\nHint: " + shownUtf8(status.hint);
     text += std::string("\nShow in Finder: ") + (status.isShownInFinder ? "on" : "off");
     text += std::string("\nAutomatic discovery: ") + (status.isAutomatic ? "on" : "off");
     text += "\nPhones: " + std::to_string(status.phones.size()) + '\n';

@@ -31,6 +31,7 @@ struct RelayStatus {
 struct HelperStatus {
     bool isReady = false;
     std::string text = {}; ///< the status line
+    std::string hint = {}; ///< why file managers list no phones, and what to do; mostly empty
     bool isShownInFinder = false;
     bool isAutomatic = false;
     std::vector<PhoneStatus> phones = {}; ///< sorted by name

@@ -22,6 +22,7 @@
 #include "platform/dnssd/engine_child.h"
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
+#include "platform/linux/system_package_manager.h"
 #include "platform/standard_error.h"
 #include "platform/standard_error_log.h"
 
@@ -174,6 +175,8 @@ int run(const Options& options, char** arguments)
         .runningApplications = *runningApplications,
         .statusHost = *statusHost,
         .windowPresence = *windowPresence,
+        .networkView = platform.networkView(),
+        .packageManager = systemPackageManager(),
         .startsHidden = options.isHidden,
         .bundleIdentifier = kBundleIdentifier,
         // quit() would first close the window, which the window refuses: closing only hides it.

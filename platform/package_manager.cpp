@@ -94,4 +94,10 @@ std::string PackageManager::howToInstall(std::initializer_list<Package> packages
     return std::string("'") + kCommands.at(static_cast<std::size_t>(system)) + ' ' + names + '\'';
 }
 
+std::string PackageManager::howToRunAvahiDaemon() const
+{
+    return howToInstall({Package::AvahiDaemon, Package::LocalNames})
+           + ", then 'sudo systemctl enable --now avahi-daemon'";
+}
+
 } // namespace quillbox

@@ -30,6 +30,9 @@ public:
     /// "install avahi" on an unknown system.
     std::string howToInstall(std::initializer_list<Package> packages) const;
 
+    /// The same about avahi-daemon, with libnss-mdns, and about starting it.
+    std::string howToRunAvahiDaemon() const;
+
     bool operator==(const PackageManager&) const = default;
 
 private:

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/name_service.h"
 #include "platform/package_manager.h"
 
 #include <cstddef>
@@ -109,10 +110,9 @@ struct FileBrowserFacts {
 
 /// How the name service resolves names that end in ".local".
 struct NameFacts {
-    std::string hostsLine = {};    ///< of /etc/nsswitch.conf; empty: there is none
-    bool asksMulticastDns = false; ///< the line lists a multicast DNS module
-    std::string askedName = {};    ///< the name looked up as a test; empty: none
-    Seen isResolved = Seen::Unknown;
+    NameService service = {};
+    std::string askedName = {};      ///< the name looked up as a test; empty: none
+    Seen isResolved = Seen::Unknown; ///< Unknown also if there was no answer in time
 };
 
 struct StatusHostFacts {

@@ -20,12 +20,23 @@ void AppDelegate::setStatus(const StatusReport& report)
     statusDot.setAccessibleName(report.ready ? QStringLiteral("Finder service on")
                                              : QStringLiteral("Finder service off"));
     announce(text);
+    showFinderHint();
     if (menuStatusItem)
         menuStatusItem->setText(report.ready ? QStringLiteral("Finder: visible")
                                              : QStringLiteral("Finder: off"));
     if (statusItem)
         statusItem->setToolTip(QStringLiteral("Quillbox Helper — ")
                                + (report.ready ? QStringLiteral("Finder service visible") : text));
+}
+
+/// The status says that phones are visible, because they are advertised. Explains in the tool tip
+/// of the status box why file managers list none all the same.
+void AppDelegate::showFinderHint()
+{
+    const std::string hint = finderHint();
+    if (QWidget* box = statusLabel.parentWidget())
+        box->setToolTip(DisplayText::forToolTip(hint));
+    statusLabel.setAccessibleDescription(DisplayText::forLabel(hint));
 }
 
 /// Shows a status and has screen readers announce it: they announce notifications when these

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 #include <utility>
 #include <variant>
 
@@ -25,11 +24,6 @@ struct EngineEvent {
 };
 using Item = std::variant<Request, EngineEvent>;
 using ItemMailbox = EngineMailbox<Item>;
-
-constexpr const char* kNoDaemonNotice =
-    "DNS-SD: avahi-daemon does not answer, so this program uses its embedded engine. File managers "
-    "find servers through avahi-daemon; install it to see the phone there (Debian, Ubuntu: sudo "
-    "apt install avahi-daemon libnss-mdns).";
 
 /// Runs on the automatic engine's thread; owns both engines and the choice between them.
 class AutomaticLoop final {
@@ -87,6 +81,8 @@ private:
 
     void handle(EngineEvent event)
     {
+        if (event.source == Source::Daemon && std::holds_alternative<EngineUp>(event.event))
+            report(true);
         choice.handle(event.source, std::move(event.event), Clock::now());
     }
 
@@ -100,8 +96,7 @@ private:
 
     void startEmbedded()
     {
-        if (!std::exchange(hasNoticed, true) && options.notice)
-            options.notice(kNoDaemonNotice);
+        report(false);
         embedded = options.makeEmbedded();
         start(*embedded, Source::Embedded);
     }
@@ -114,12 +109,17 @@ private:
         embedded.reset();
     }
 
+    void report(bool isDaemonUp) const
+    {
+        if (options.daemonChanged)
+            options.daemonChanged(isDaemonUp);
+    }
+
     ItemMailbox& mailbox;
     AutomaticEngineOptions options;
     AutomaticEngineChoice choice;
     std::unique_ptr<Engine> daemon;
     std::unique_ptr<Engine> embedded;
-    bool hasNoticed = false;
 };
 
 class AutomaticEngine final : public Engine {
@@ -149,11 +149,12 @@ std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options)
     return std::make_unique<AutomaticEngine>(std::move(options));
 }
 
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log, EmbeddedEngineOptions embedded)
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log,
+                                   std::function<void(bool isDaemonUp)> daemonChanged)
 {
     const auto makeDaemon = [&log] { return withStory(makeDaemonEngine(), "avahi-daemon", log); };
-    const auto makeEmbedded = [&log, embedded = std::move(embedded)] {
-        return withStory(makeEmbeddedEngine(embedded), "the embedded engine", log);
+    const auto makeEmbedded = [&log] {
+        return withStory(makeEmbeddedEngine(), "the embedded engine", log);
     };
     switch (mode) {
     case DnsSdMode::Daemon:
@@ -163,11 +164,9 @@ std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log, EmbeddedEngineOptio
     case DnsSdMode::Automatic:
         break;
     }
-    return makeAutomaticEngine(
-        {.makeDaemon = makeDaemon,
-         .makeEmbedded = makeEmbedded,
-         .notice = [](const std::string& text) { std::cerr << text << std::endl; },
-         .times = {}});
+    return makeAutomaticEngine({.makeDaemon = makeDaemon,
+                                .makeEmbedded = makeEmbedded,
+                                .daemonChanged = std::move(daemonChanged)});
 }
 
 } // namespace quillbox::dnssd

@@ -19,9 +19,10 @@ struct AutomaticEngineOptions {
     EngineFactory makeDaemon;
     /// Called each time the embedded engine is started.
     EngineFactory makeEmbedded;
-    /// Called once, on any thread, with a message for the user when there is no daemon.
-    std::function<void(const std::string&)> notice;
-    AutomaticEngineTimes times;
+    /// Called on any thread: with false when there is no daemon, or when it does not come back in
+    /// time, and with true each time that it is up.
+    std::function<void(bool isDaemonUp)> daemonChanged = {};
+    AutomaticEngineTimes times = {};
 };
 
 /// Uses the daemon's engine while it is up and the embedded one otherwise. To the layer above this
@@ -29,8 +30,9 @@ struct AutomaticEngineOptions {
 /// has withdrawn everything it published before.
 std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options);
 
-/// The engine that the program uses. In automatic mode it reports a missing daemon once on standard
-/// error. Each engine logs its activity to `log`, which must outlive it.
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log, EmbeddedEngineOptions embedded = {});
+/// The engine that the program uses. `daemonChanged` is called in automatic mode only. Each engine
+/// logs its activity to `log`, which must outlive it.
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log,
+                                   std::function<void(bool isDaemonUp)> daemonChanged = {});
 
 } // namespace quillbox::dnssd

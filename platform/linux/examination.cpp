@@ -5,9 +5,9 @@
 #include "platform/diagnosis/firewall_probe.h"
 #include "platform/diagnosis/interface_survey.h"
 #include "platform/diagnosis/multicast_probe.h"
-#include "platform/diagnosis/name_probe.h"
 #include "platform/diagnosis/port_holders.h"
 #include "platform/diagnosis/timely.h"
+#include "platform/linux/local_names.h"
 #include "platform/linux/phone_survey.h"
 #include "platform/linux/system_package_manager.h"
 
@@ -65,13 +65,16 @@ Examination examineSystem(const std::string& phoneType)
     SystemFacts& facts = examination.facts;
     facts.responders = std::move(responders);
     facts.fileBrowser = probeFileBrowser(systemDataFolders(), systemLibraryFolders());
-    facts.names = readNameService();
+    facts.names.service = systemNameService();
     facts.packageManager = systemPackageManager();
     facts.avahi = avahi.take(end - kAnswerLimit, {});
-    if (isLocalOnly(facts.names.hostsLine) && !facts.avahi.hostName.empty()) {
+    if (facts.names.service.isLocalOnly() && !isAskedProgramRunning(facts.names.service)) {
+        facts.names.isResolved = Seen::No;
+    } else if (facts.names.service.isLocalOnly() && !facts.avahi.hostName.empty()) {
         facts.names.askedName = facts.avahi.hostName;
-        Timely<Seen> found([name = facts.names.askedName] { return isNameFound(name); });
-        facts.names.isResolved = found.take(end, Seen::No);
+        Timely<Seen> found(
+            [name = facts.names.askedName] { return isNameFound(name) ? Seen::Yes : Seen::No; });
+        facts.names.isResolved = found.take(end, Seen::Unknown);
         examination.isSomethingStuck = found.isLate();
     }
     facts.interfaces = interfaces.take(end, {});

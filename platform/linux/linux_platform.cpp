@@ -37,13 +37,48 @@ private:
     const std::shared_ptr<DispatchQueue> main;
 };
 
+/// Follows the DNS-SD engine, which uses avahi-daemon while that is up.
+class LinuxPlatform::DaemonView final : public NetworkView,
+                                        public std::enable_shared_from_this<DaemonView> {
+public:
+    explicit DaemonView(std::shared_ptr<DispatchQueue> mainQueue) : queue(std::move(mainQueue)) {}
+
+    bool isAvailable() const override { return isDaemonUp; }
+
+    void setChangedHandler(std::function<void()> handler) override { changed = std::move(handler); }
+
+    /// What the engine calls, on any thread.
+    std::function<void(bool)> daemonChanged()
+    {
+        return [weak = weak_from_this(), mainQueue = queue](bool isUp) {
+            mainQueue->async([weak, isUp] {
+                const auto self = weak.lock();
+                if (!self || std::exchange(self->isDaemonUp, isUp) == isUp)
+                    return;
+                // A copy, because it may set another handler.
+                if (const auto handler = self->changed)
+                    handler();
+            });
+        };
+    }
+
+private:
+    const std::shared_ptr<DispatchQueue> queue;
+    std::function<void()> changed;
+    bool isDaemonUp = true;
+};
+
 /// Creates the backends on first use: a second instance of the program exits when it finds the
 /// first one, and must not touch the network before that.
 class LinuxPlatform::LazyNetwork final : public Network {
 public:
-    LazyNetwork(Queues& platformQueues, dnssd::DnsSdMode chosen, Reach chosenReach,
-                Log& platformLog)
-        : queues(platformQueues), mode(chosen), reach(chosenReach), log(platformLog)
+    LazyNetwork(Queues& platformQueues, DaemonView& platformView, dnssd::DnsSdMode chosen,
+                Reach chosenReach, Log& platformLog)
+        : queues(platformQueues),
+          view(platformView),
+          mode(chosen),
+          reach(chosenReach),
+          log(platformLog)
     {
     }
 
@@ -95,9 +130,9 @@ public:
 
 private:
     struct Backends {
-        Backends(Queues& queues, dnssd::DnsSdMode mode, Reach reach, Log& log)
+        Backends(Queues& queues, DaemonView& view, dnssd::DnsSdMode mode, Reach reach, Log& log)
             : monitor(makeNetworkMonitor(queues.pool)),
-              dnsSd(makeDnsSd(dnssd::makeEngine(mode, log),
+              dnsSd(makeDnsSd(dnssd::makeEngine(mode, log, view.daemonChanged()),
                               queues.pool.makeQueue("dns-sd", QualityOfService::Utility), *monitor,
                               reach)),
               tcp(queues.pool, *dnsSd, *monitor, reach),
@@ -113,12 +148,13 @@ private:
 
     Backends& backends() const
     {
-        std::call_once(once,
-                       [this] { made = std::make_unique<Backends>(queues, mode, reach, log); });
+        std::call_once(
+            once, [this] { made = std::make_unique<Backends>(queues, view, mode, reach, log); });
         return *made;
     }
 
     Queues& queues;
+    DaemonView& view;
     const dnssd::DnsSdMode mode;
     const Reach reach;
     Log& log;
@@ -143,7 +179,8 @@ private:
 LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode,
                              Reach reach, Log& log)
     : queues_(std::make_unique<Queues>(std::move(mainQueue))),
-      network_(std::make_unique<LazyNetwork>(*queues_, mode, reach, log)),
+      view_(std::make_shared<DaemonView>(queues_->mainQueue())),
+      network_(std::make_unique<LazyNetwork>(*queues_, *view_, mode, reach, log)),
       locator_(std::make_unique<LazyLocator>(*network_))
 {
 }
@@ -161,6 +198,11 @@ Dispatch& LinuxPlatform::dispatch()
 Network& LinuxPlatform::network()
 {
     return *network_;
+}
+
+NetworkView& LinuxPlatform::networkView()
+{
+    return *view_;
 }
 
 ServiceLocator& LinuxPlatform::serviceLocator()

@@ -4,6 +4,7 @@
 #include "platform/dnssd/automatic_engine.h"
 #include "platform/log.h"
 #include "platform/network.h"
+#include "platform/network_view.h"
 #include "platform/reach.h"
 #include "platform/service_locator.h"
 
@@ -31,6 +32,9 @@ public:
     Dispatch& dispatch();
     Network& network();
 
+    /// Known only once `network()` is used, and in automatic mode.
+    NetworkView& networkView();
+
     /// Completes on the main queue; never after `shutDown`.
     ServiceLocator& serviceLocator();
 
@@ -41,10 +45,12 @@ public:
 
 private:
     class Queues;
+    class DaemonView;
     class LazyNetwork;
     class LazyLocator;
 
     const std::unique_ptr<Queues> queues_;
+    const std::shared_ptr<DaemonView> view_;
     const std::unique_ptr<LazyNetwork> network_;
     const std::unique_ptr<LazyLocator> locator_;
 };

@@ -81,9 +81,7 @@ private:
 std::unique_ptr<dnssd::Engine> makeQuietEngine()
 {
     return dnssd::makeAutomaticEngine({.makeDaemon = dnssd::makeDaemonEngine,
-                                       .makeEmbedded = [] { return dnssd::makeEmbeddedEngine(); },
-                                       .notice = {},
-                                       .times = {}});
+                                       .makeEmbedded = [] { return dnssd::makeEmbeddedEngine(); }});
 }
 
 /// The addresses of all phones, for `checkPorts` to try together.

@@ -18,6 +18,8 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .runningApplications = applications,
         .statusHost = statusHost,
         .windowPresence = windowPresence,
+        .networkView = networkView,
+        .packageManager = PackageManager("ID=debian"),
         .startsHidden = startsHidden,
         .bundleIdentifier = bundleIdentifier,
         .terminate = [this] { ++terminations; },

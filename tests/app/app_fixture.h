@@ -3,6 +3,7 @@
 #include "app/app_delegate.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/fakes/fake_network_view.h"
 #include "tests/fakes/fake_running_applications.h"
 #include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
@@ -71,6 +72,7 @@ protected:
     RecordingWorkspace workspace;
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
+    FakeNetworkView networkView;
     FakeRunningApplications applications;
     bool startsHidden = false; ///< used by `create`
     int terminations = 0;

@@ -57,8 +57,7 @@ DoctorFacts soundFacts()
     facts.system.responders = {{.program = "avahi-daemon", .user = "avahi"}};
     facts.system.phones = {.isEngineUp = Seen::Yes, .phones = {soundPhone()}};
     facts.system.fileBrowser = {.hasGvfs = true};
-    facts.system.names = {.hostsLine = "files mdns4_minimal [NOTFOUND=return] dns",
-                          .asksMulticastDns = true,
+    facts.system.names = {.service = NameService("hosts: mdns4_minimal [NOTFOUND=return] dns"),
                           .askedName = "pc.local",
                           .isResolved = Seen::Yes};
     facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::Yes, .hasTray = Seen::No};
@@ -380,16 +379,35 @@ const std::vector<Case>& cases()
          "file-browser", Result::Warn, "can open SMB shares", "kio-extras"},
         {"kio", [](auto& f) { f.system.fileBrowser = {.hasKio = true}; }, "file-browser",
          Result::Ok, "KIO can open", ""},
-        {"noNames", [](auto& f) { f.system.names = {.hostsLine = "files dns"}; }, "host-names",
-         Result::Warn, "are not resolved", "mdns4_minimal [NOTFOUND=return]"},
+        {"noNames", [](auto& f) { f.system.names = {}; }, "host-names", Result::Fail,
+         "are not resolved", "mdns4_minimal [NOTFOUND=return]"},
+        {"noNamesWithoutDesktop",
+         [](auto& f) {
+             f.system.names = {};
+             f.system.statusHost = {};
+         },
+         "host-names", Result::Warn, "are not resolved", "libnss-mdns"},
         {"namesNotFound", [](auto& f) { f.system.names.isResolved = Seen::No; }, "host-names",
-         Result::Warn, "pc.local cannot be resolved", "libnss-mdns"},
+         Result::Fail, "cannot be resolved", "apt install avahi-daemon libnss-mdns"},
+        {"namesNotFoundInTime", [](auto& f) { f.system.names.isResolved = Seen::Unknown; },
+         "host-names", Result::Warn, "pc.local is not resolved within seconds", "/etc/resolv.conf"},
         {"namesNotTried",
          [](auto& f) {
              f.system.names.isResolved = Seen::Unknown;
              f.system.names.askedName.clear();
          },
          "host-names", Result::Ok, "are configured to use", ""},
+        {"namesOfResolved",
+         [](auto& f) {
+             f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
+         },
+         "host-names", Result::Ok, "pc.local is resolved by multicast DNS", ""},
+        {"namesThatResolvedDoesNotFind",
+         [](auto& f) {
+             f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
+             f.system.names.isResolved = Seen::No;
+         },
+         "host-names", Result::Fail, "systemd-resolved does not resolve", "before 'resolve'"},
         {"noStatusHost", [](auto& f) { f.system.statusHost.hasPanel = Seen::No; }, "status-icon",
          Result::Warn, "shows no status icons", "appindicator"},
         {"tray",
@@ -463,7 +481,7 @@ TEST(Doctor, namesPackagesAsThisSystemDoes)
     auto facts = soundFacts();
     facts.system.avahi = {.state = AvahiFacts::State::Absent};
     facts.system.fileBrowser = {};
-    facts.system.names = {.hostsLine = "files dns"};
+    facts.system.names = {};
     facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::No, .hasTray = Seen::No};
     EXPECT_THAT(plainText(diagnose(facts)), HasSubstr("apt install"));
 

@@ -66,6 +66,16 @@ TEST(HelperStatus, isReadableForPeople)
                                  "    bytes: 11 to the phone, 222 from the phone\n");
 }
 
+TEST(HelperStatus, saysWhatFileManagersLack)
+{
+    const HelperStatus status{.text = "1 Quillbox device visible in Finder",
+                              .hint = "Nobody lists it."};
+    EXPECT_THAT(plainText(status), HasSubstr("visible in Finder\nHint: Nobody lists it.\nShow"));
+    EXPECT_EQ(helperStatusIn(jsonOf(status)), status);
+    EXPECT_EQ(jsonOf(status)[QStringLiteral("hint")], QStringLiteral("Nobody lists it."));
+    EXPECT_EQ(jsonOf(HelperStatus())[QStringLiteral("hint")], QString());
+}
+
 TEST(HelperStatus, givesATerminalNothingToActUpon)
 {
     const std::string plain = plainText(statusWith(kHostile));

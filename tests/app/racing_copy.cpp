@@ -2,6 +2,7 @@
 #include "platform/desktop/running_copies.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/fakes/fake_network_view.h"
 #include "tests/fakes/fake_status_host.h"
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/fake_window_presence.h"
@@ -46,6 +47,7 @@ int main(int argumentCount, char** arguments)
     bool yields = false;
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
+    FakeNetworkView networkView;
     AppDelegate delegate(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
@@ -55,6 +57,8 @@ int main(int argumentCount, char** arguments)
         .runningApplications = *copies,
         .statusHost = statusHost,
         .windowPresence = windowPresence,
+        .networkView = networkView,
+        .packageManager = PackageManager("ID=debian"),
         .bundleIdentifier = "org.example.Racing",
         .terminate =
             [&yields] {

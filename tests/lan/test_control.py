@@ -218,6 +218,26 @@ def test_refusals_give_their_reason(bare_computer):
     assert "Enable web management" in command(bare_computer, "manage", code=REFUSED).stderr
 
 
+def test_status_says_why_file_managers_list_nothing(bare_computer, phone):
+    helper = bare_computer.helper()
+    phone.announce("Quillbox Office")
+    ready = helper.wait_status(visible(1)).text.removeprefix("status: ready: ")
+    reason = "File managers list no phones, because avahi-daemon is not running: "
+
+    helper.wait_message(reason)
+    told = status(bare_computer)
+    assert told["hint"].startswith(reason) and told["status"] == ready
+    assert f"\nHint: {reason}" in command(bare_computer, "status").stdout
+
+    bare_computer.start_bus()
+    for _ in range(2):
+        bare_computer.start_avahi()
+        wait_until(lambda: status(bare_computer)["hint"] == "", limit(15), "no hint")
+        assert "Hint" not in command(bare_computer, "status").stdout
+        bare_computer.kill_avahi()
+        wait_until(lambda: status(bare_computer)["hint"], limit(15), "the hint")
+
+
 def test_restart_turns_the_finder_service_on(bare_computer):
     bare_computer.write_settings({"showInFinder": False})
     helper = bare_computer.helper()

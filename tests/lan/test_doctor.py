@@ -7,7 +7,7 @@ import socket
 import time
 
 import pytest
-from rig.computer import LOOKING, PROGRAM, Computer, visible
+from rig.computer import LOOKING, MULTICAST_NAMES, PROGRAM, Computer, visible
 from rig.desktop import SCREEN, Desktop
 from rig.network import AS_NOBODY
 from rig.onlooker import PYTHON
@@ -70,14 +70,6 @@ def filter_packets(host, *rules):
         text += "".join(f"{x.removeprefix(hook)}\n" for x in rules if x.startswith(hook))
         text += "}\n"
     host.run("nft", "-f", "-", input=(text + "}\n").encode())
-
-
-def replace_file(host, path, text):
-    """Puts a file of the test's in the place of one of the system's, for this host alone."""
-    copy = os.path.join(host.folder, path.replace("/", "_"))
-    with open(copy, "w", encoding="utf-8") as file:
-        file.write(text)
-    host.run("mount", "--bind", copy, path)
 
 
 # ---- the way of a phone ----
@@ -378,26 +370,38 @@ def test_no_file_browser_for_shares(bare_computer):
 def test_names_of_multicast_dns(bare_computer):
     bare_computer.start_bus()
     bare_computer.start_avahi()
-    replace_file(bare_computer, "/etc/nsswitch.conf", "hosts: files dns\n")
-    found = doctor(bare_computer)
-    found.expect("host-names", WARN, "are not resolved by multicast DNS")
-    assert "libnss-mdns" in found.advice("host-names")
-    bare_computer.run("umount", "/etc/nsswitch.conf")
-    line = "hosts: files mdns4_minimal [NOTFOUND=return] dns\n"
-    replace_file(bare_computer, "/etc/nsswitch.conf", line)
-    found = doctor(bare_computer)
-    found.expect("host-names", OK, "computer.local is resolved by multicast DNS")
+    bare_computer.set_name_service("files dns")
+    for environment, result in (({}, WARN), ({"DISPLAY": ":7"}, FAIL)):
+        found = doctor(bare_computer, **environment)
+        found.expect("host-names", result, "are not resolved by multicast DNS")
+        assert "libnss-mdns" in found.advice("host-names")
+    bare_computer.set_name_service(MULTICAST_NAMES)
+    doctor(bare_computer).expect("host-names", OK, "computer.local is resolved by multicast DNS")
 
 
 def test_names_that_are_set_and_not_found(bare_computer):
     bare_computer.start_bus()
     bare_computer.start_avahi()
-    replace_file(
-        bare_computer, "/etc/nsswitch.conf", "hosts: files mdns4_minimal [NOTFOUND=return] dns\n"
-    )
+    bare_computer.set_name_service(MULTICAST_NAMES)
     # The module asks by this socket.
     bare_computer.run("rm", "/run/avahi-daemon/socket")
-    doctor(bare_computer).expect("host-names", WARN, "computer.local cannot be resolved")
+    doctor(bare_computer).expect("host-names", WARN, "cannot be resolved")
+
+
+def test_names_that_take_long_without_a_dns_server(bare_computer):
+    bare_computer.start_bus()
+    bare_computer.start_avahi()
+    bare_computer.set_name_service(MULTICAST_NAMES, "unreachable")
+    doctor(bare_computer).expect("host-names", WARN, "no DNS server answers")
+
+
+def test_names_that_systemd_resolved_is_asked_for(bare_computer):
+    bare_computer.start_bus()
+    bare_computer.start_avahi()
+    bare_computer.set_name_service("files resolve [!UNAVAIL=return] dns")
+    found = doctor(bare_computer)
+    found.expect("host-names", WARN, "systemd-resolved does not resolve")
+    assert "before 'resolve'" in found.advice("host-names")
 
 
 def test_a_desktop_that_shows_status_icons(desktop):

@@ -15,7 +15,6 @@ NameService withHosts(const std::string& line)
     return NameService("passwd: files\nhosts: " + line + "\nnetworks: files\n");
 }
 
-
 TEST(NameService, readsTheLineOfHosts)
 {
     for (const char* text :

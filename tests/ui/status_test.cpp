@@ -28,6 +28,45 @@ TEST_F(Status, aReportShowsAsDotAndText)
     EXPECT_EQ(statusText(), "two");
 }
 
+constexpr const char* kNoAvahi =
+    "File managers list no phones, because avahi-daemon is not running: 'sudo apt install "
+    "avahi-daemon libnss-mdns', then 'sudo systemctl enable --now avahi-daemon'.";
+
+TEST_F(Status, theBoxSaysWhyFileManagersListNothing)
+{
+    launch();
+    const QWidget& box = *delegate->statusLabel.parentWidget();
+    const auto hint = [&box] { return box.toolTip().toStdString(); };
+    delegate->setStatus({.ready = true, .text = "1 Quillbox device visible in Finder"});
+    EXPECT_EQ(hint(), "");
+
+    ::testing::internal::CaptureStderr();
+    networkView.become(false);
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              std::string("quillbox-helper: ") + kNoAvahi + '\n');
+    EXPECT_EQ(hint(), kNoAvahi);
+    EXPECT_EQ(delegate->statusLabel.accessibleDescription().toStdString(), kNoAvahi);
+    EXPECT_EQ(statusText(), "1 Quillbox device visible in Finder");
+    EXPECT_EQ(delegate->helperStatus().hint, kNoAvahi);
+
+    networkView.become(true);
+    EXPECT_EQ(hint(), "");
+    EXPECT_EQ(delegate->statusLabel.accessibleDescription(), QString());
+    EXPECT_EQ(delegate->helperStatus().hint, "");
+}
+
+TEST_F(Status, theBoxSaysNothingOfFileManagersWhileNothingIsShownInThem)
+{
+    launch();
+    const QWidget& box = *delegate->statusLabel.parentWidget();
+    networkView.become(false);
+    delegate->showInFinder.click();
+    EXPECT_EQ(box.toolTip(), QString());
+    EXPECT_EQ(delegate->helperStatus().hint, "");
+    delegate->showInFinder.click();
+    EXPECT_EQ(box.toolTip().toStdString(), kNoAvahi);
+}
+
 TEST_F(Status, theTextKeepsItsColour)
 {
     launch();
