@@ -88,11 +88,12 @@ class Computer(Host):
             self.start_avahi()
 
     def set_name_service(self, hosts, server=None):
-        """Configures how host names are looked up: `hosts` is the line of nsswitch.conf, `server` is
-        "answering" for a DNS server that knows no names, or "unreachable"."""
+        """Configures how host names are looked up: `hosts` is the line of nsswitch.conf, `server` the
+        DNS server: "answering" knows no names, "local" is responsible for that domain, and
+        "unreachable" is not there."""
         self._provide("nsswitch.conf", f"passwd: files\ngroup: files\nhosts: {hosts}\n")
-        if server == "answering":
-            process = self.start([PYTHON, f"{HERE}/name_server.py"])
+        if server in ("answering", "local"):
+            process = self.start([PYTHON, f"{HERE}/name_server.py", server])
             process.wait_line(lambda line: line.text == "ready", 10, what="the DNS server")
             self._provide("resolv.conf", "nameserver 127.0.0.53\n")
         elif server == "unreachable":
