@@ -2,6 +2,7 @@
 #include "ui/accessibility.h"
 #include "ui/brand.h"
 #include "ui/content_area.h"
+#include "ui/elided_label.h"
 #include "ui/filled_button.h"
 #include "ui/helper_style.h"
 #include "ui/text_style.h"
@@ -38,13 +39,14 @@ void addEntry(QGridLayout& grid, int row, const Entry& entry)
     TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(field);
     field.setPlaceholderText(entry.placeholder);
     field.setFixedHeight(kFieldHeight);
-    field.setMaximumWidth(kFieldWidth);
+    field.setFixedWidth(kFieldWidth);
     field.setTextMargins(kFieldPadding, 0, kFieldPadding, 0);
     field.setAccessibleName(entry.label);
     field.setAccessibleDescription(entry.description);
 
-    QLabel* label =
-        makeLabel(entry.label, {.size = 12, .weight = QFont::Medium, .colour = Brand::navy()});
+    // In a font that is too wide for the room beside the field, the label is elided.
+    auto* label = new ElidedLabel(entry.label.toStdString());
+    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::navy()}.apply(*label);
     label->setBuddy(&field);
     // Inside the label too, whose width is rounded up to a whole pixel.
     label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
@@ -90,8 +92,7 @@ QLayout* AppDelegate::buildFields()
                          .givesWay = ContentArea::GivesWay::insideFold,
                          .set = [grid](int distance) { grid->setVerticalSpacing(distance); }});
     grid->setHorizontalSpacing(kGridColumnSpacing);
-    // The fields get the width that the labels leave, up to their maximum; the rest stays empty.
-    grid->setColumnStretch(1, 1000);
+    // The width that labels and fields leave stays empty, on the right.
     grid->setColumnStretch(2, 1);
     const Entry entries[] = {
         {.label = QStringLiteral("Phone IP or name"),
