@@ -52,7 +52,7 @@ public:
             refuse(url, opened);
     }
 
-    /// Wayland has no bell that compositors and the oldest supported Qt know.
+    /// On Wayland, beep() of Qt 6.4 and 6.8 does nothing.
     void beep() override
     {
         if (QGuiApplication::platformName().startsWith(QStringLiteral("wayland")))
