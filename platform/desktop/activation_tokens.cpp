@@ -15,7 +15,9 @@ namespace {
 /// front if that time is later than that of the last input to the active window.
 class X11Tokens final : public ActivationTokens {
 public:
-    void request(Given given) override
+    /// Without the permission: shells pass the token on with which their terminal was started, and
+    /// its time is that of a long gone action.
+    void request(const std::string& /*permission*/, Given given) override
     {
         const auto now = x11::serverTime();
         if (now == 0)
@@ -31,7 +33,7 @@ private:
 
 class NoTokens final : public ActivationTokens {
 public:
-    void request(Given given) override { given({}); }
+    void request(const std::string& permission, Given given) override { given(permission); }
 };
 
 } // namespace

@@ -16,9 +16,10 @@ public:
     /// Cancels what is still requested.
     virtual ~ActivationTokens() = default;
 
-    /// Requests a token for what the user just did. Reports exactly once, perhaps inside this call,
-    /// within half a second; with an empty token if the desktop gives none.
-    virtual void request(Given given) = 0;
+    /// Requests a token for what the user just did. `permission` is the token of the process in
+    /// which the user did it; empty if that is this process. Reports exactly once, perhaps inside
+    /// this call, within half a second; with an empty token if the desktop gives none.
+    virtual void request(const std::string& permission, Given given) = 0;
 };
 
 /// The implementation for the platform that Qt uses: X or Wayland. Without a display there are no

@@ -64,12 +64,11 @@ public:
 private:
     void withToken(const std::string& permission, ActivationTokens::Given use)
     {
-        if (!permission.empty())
-            return use(permission);
-        tokens.request([context = QPointer(&guard), use = std::move(use)](const auto& token) {
-            if (context)
-                use(token);
-        });
+        tokens.request(permission,
+                       [context = QPointer(&guard), use = std::move(use)](const auto& token) {
+                           if (context)
+                               use(token);
+                       });
     }
 
     void openShare(const std::string& url, const std::string& token, const Opened& opened)

@@ -110,8 +110,10 @@ public:
             wl_registry_destroy(registry);
     }
 
-    void request(Given given) override
+    void request(const std::string& permission, Given given) override
     {
+        if (!permission.empty())
+            return given(permission);
         const QByteArray ofPanel = qgetenv(kPanelVariable);
         // Valid once, and only for the action that it came with.
         qunsetenv(kPanelVariable);

@@ -225,7 +225,9 @@ def manual(desktop):
 
 
 def open_in_terminal(desktop):
-    return desktop.run(PROGRAM, "open", check=False, timeout=limit(40))
+    # A shell passes the token on with which its terminal was started.
+    env = desktop.environment(DESKTOP_STARTUP_ID="terminal_TIME1")
+    return desktop.run(PROGRAM, "open", env=env, check=False, timeout=limit(40))
 
 
 def test_the_default_program_opens_the_share_even_if_the_manager_on_the_bus_would(make_desktop):
@@ -254,6 +256,7 @@ def test_the_command_opens_the_share_like_the_menu(make_desktop):
 
     assert (done.returncode, done.stderr) == (0, "")
     assert len(desktop.opened_urls(limit(5))) == 1
+    assert "terminal" not in desktop.environment_of_opened()["DESKTOP_STARTUP_ID"]
     assert desktop.shown_folders() == []
 
 

@@ -21,9 +21,9 @@ class ActivationTokensTest : public ::testing::Test {
 protected:
     ActivationTokensTest() { environment.set(kPanelVariable, {}); }
 
-    void request(ActivationTokens& from)
+    void request(ActivationTokens& from, const std::string& permission = {})
     {
-        from.request([this](const std::string& token) { tokens.push_back(token); });
+        from.request(permission, [this](const std::string& token) { tokens.push_back(token); });
     }
 
     Environment environment;
@@ -40,6 +40,15 @@ TEST_F(ActivationTokensTest, areEmptyWithoutACompositorThatGrantsThem)
 {
     request(*makeWaylandTokens());
     EXPECT_THAT(tokens, ElementsAre(""));
+}
+
+TEST_F(ActivationTokensTest, areThoseOfTheProcessInWhichTheUserActed)
+{
+    const auto wayland = makeWaylandTokens();
+    qputenv(kPanelVariable, "panel");
+    request(*wayland, "permission");
+    request(*makeActivationTokens(), "permission");
+    EXPECT_THAT(tokens, ElementsAre("permission", "permission"));
 }
 
 TEST_F(ActivationTokensTest, ofAPanelAreUsedOnceAndNotInherited)

@@ -64,7 +64,13 @@ protected:
 
     class FakeTokens final : public ActivationTokens {
     public:
-        void request(Given given) override { requests.push_back(std::move(given)); }
+        void request(const std::string& permission, Given given) override
+        {
+            if (permission.empty())
+                requests.push_back(std::move(given));
+            else
+                given(permission);
+        }
 
         std::vector<Given> requests;
     };
