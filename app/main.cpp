@@ -125,10 +125,11 @@ void nameApplication()
     QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
 }
 
-OpeningAdvice openingAdvice()
+OpeningAdvice openingAdvice(const PackageManager& packages)
 {
-    return {.forShares = "Install a file manager that opens SMB shares, such as Nautilus with "
-                         "gvfs-backends or Dolphin with kio-extras",
+    return {.forShares = "It takes a file manager that opens SMB shares: for KDE "
+                         + packages.howToInstall({Package::KioSmb}) + ", for other desktops "
+                         + packages.howToInstall({Package::GvfsSmb}),
             .forPages = "Install xdg-utils and a web browser"};
 }
 
@@ -157,8 +158,9 @@ int run(const Options& options, char** arguments)
     const auto activationTokens = makeActivationTokens();
     const auto noticeWindow = makeNoticeWindow();
     const auto notification = makeNotification(sessionBus, *noticeWindow);
-    const auto workspace = makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens,
-                                                *notification, openingAdvice());
+    const auto workspace =
+        makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens, *notification,
+                             openingAdvice(systemPackageManager()));
     const auto runningApplications = makeRunningApplications({
         .folders = folders,
         .bundleIdentifier = kBundleIdentifier,

@@ -142,10 +142,10 @@ TEST_P(Room, unfoldingMovesNothingAboveTheForm)
         showPhones(count);
         for (const int decoration : {0, 22, 37, 50}) {
             decorate(count == 0 ? 340 : 360 + 22 * count, decoration);
-            const QRect before = place(delegate->advancedButton);
+            const QRect usual = place(delegate->advancedButton);
             delegate->toggleAdvanced();
             decorate(std::min(count == 0 ? 520 : 540 + 22 * count, 700), decoration);
-            EXPECT_EQ(place(delegate->advancedButton).topLeft(), before.topLeft())
+            EXPECT_EQ(place(delegate->advancedButton).topLeft(), usual.topLeft())
                 << count << ' ' << decoration;
             delegate->toggleAdvanced();
             settle();
