@@ -101,6 +101,9 @@ protected:
         // of device pixels at every scale of these tests.
         constexpr int kSpare = 32;
         constexpr int kBevel = 12; // covers the round corners of a button
+        // A label of the form is aligned to the right; here every text begins at the left.
+        if (auto* label = qobject_cast<QLabel*>(&part))
+            label->setAlignment(Qt::AlignLeft | Qt::AlignVCenter);
         const auto* button = qobject_cast<const QPushButton*>(&part);
         const int shift = button ? kSpare / 2 : 0;
         const int inset = button && !button->isFlat() ? kBevel : 0;

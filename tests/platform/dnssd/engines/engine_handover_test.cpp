@@ -42,7 +42,6 @@ TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
 {
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("watching"));
-    testing::internal::CaptureStderr();
     start();
     ASSERT_TRUE(waitForAdvertisement());
     EXPECT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
@@ -66,9 +65,6 @@ TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
 
     engine->stop();
     EXPECT_TRUE(browser.waitForLine("lost Quillbox._smb._tcp.local."));
-    const std::string notices = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(std::ranges::count(notices, '\n'), 1) << notices;
-    EXPECT_NE(notices.find("avahi-daemon"), std::string::npos);
 }
 
 TEST_F(EngineHandover, staysWithADaemonThatRestarts)
