@@ -124,7 +124,7 @@ plain_tests() {
     if [ "$code" != 0 ]; then return; fi
     step "release unit tests" unit_tests release
     step "release network tests" python_tests release "release network tests" \
-        -m "not long" "$root/tests"
+        -m "not long and not desktops" "$root/tests"
 }
 
 sanitizer_tests() {
@@ -166,11 +166,19 @@ long_tests() {
     step "long network tests" python_tests release "long network tests" -m long "$root/tests"
 }
 
+# They run one after the other, because they measure how long desktops take.
+desktop_tests() {
+    step "release build" build release --target quillbox-helper
+    if [ "$code" != 0 ]; then return; fi
+    step "desktop tests" python_tests release "desktop tests" --numprocesses 0 "$root/tests/desktops"
+    "$python" "$root/tests/desktops/page.py" "$root/tests/desktops/findings" "$root/docs/desktops.md"
+}
+
 run_tests() {
     local what=plain lists=(build run test) word may_change_conditions=
     filters=()
     case ${1:-} in
-        --sanitizers | --long | --matrix | --all)
+        --sanitizers | --long | --matrix | --desktops | --all)
             what=${1#--}
             shift
             ;;
@@ -188,8 +196,8 @@ run_tests() {
     export QUILLBOX_NO_NAMESPACES
     set_namespace_options
     if [ "$(id -u)" = 0 ] && [ -z "$QUILLBOX_NO_NAMESPACES" ]; then may_change_conditions=yes; fi
-    if [ "$what" = matrix ] && [ -z "$may_change_conditions" ]; then
-        echo "./dev test --matrix needs root and namespaces. $QUILLBOX_NO_NAMESPACES" >&2
+    if [[ $what = matrix || $what = desktops ]] && [ -z "$may_change_conditions" ]; then
+        echo "./dev test --$what needs root and namespaces. $QUILLBOX_NO_NAMESPACES" >&2
         exit 2
     fi
     # Warnings are errors on the build server only, and in the presets of developers.
@@ -203,6 +211,7 @@ run_tests() {
             plain) plain_tests ;;
             sanitizers) sanitizer_tests ;;
             long) long_tests ;;
+            desktops) desktop_tests ;;
             matrix)
                 plain_tests
                 matrix_tests user container chroot
