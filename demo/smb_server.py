@@ -62,9 +62,10 @@ def environment(base=None):
     return result
 
 
-def write_configuration(folder, share, port=PORT, only_on=None):
+def write_configuration(folder, share, port=PORT, only_on=None, guests=False):
     """Returns the path of the configuration file. With the loopback address `only_on`, smbd listens
-    on that address and on the loopback interface's own, and nowhere else."""
+    on that address and on the loopback interface's own, and nowhere else. With `guests`, the share
+    opens without a login too."""
     smb = os.path.join(folder, "smb")
     for part in ("lock", "state", "cache", "ncalrpc"):
         os.makedirs(os.path.join(smb, part), exist_ok=True)
@@ -75,6 +76,8 @@ def write_configuration(folder, share, port=PORT, only_on=None):
         text = CONFIGURATION
         if only_on:
             text = text.replace("[NAS]\n", THIS_COMPUTER_ONLY + "[NAS]\n")
+        if guests:
+            text = text.replace("[NAS]\n", " map to guest = Bad User\n[NAS]\n guest ok = yes\n")
         file.write(text.format(folder=smb, port=port, share=share, address=only_on))
     return path
 

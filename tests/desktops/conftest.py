@@ -1,6 +1,7 @@
 """Fixtures of the tests on real desktops: ./dev test --desktops."""
 
 import os
+import re
 import signal
 import sys
 
@@ -15,7 +16,9 @@ from real.computer import RealComputer  # noqa: E402 needs the path above
 from real.releases import RELEASES, Installed  # noqa: E402
 from rig.network import Lan, require_namespaces  # noqa: E402
 from rig.phone import Phone  # noqa: E402
+from rig.process import limit  # noqa: E402
 
+SCREENS = os.path.join(HERE, "..", "..", "build", "results", "screens")
 LIMIT = 300  # seconds for each test; systems are made before
 PHONES = {"Quillbox Office": "letter from the office", "Quillbox Studio": "song of the studio"}
 
@@ -31,13 +34,26 @@ def pytest_runtest_call(item):
     """Desktops can hang in many ways: no test goes on for longer than its limit."""
 
     def late(*_):
-        raise AssertionError(f"not finished after {LIMIT} s")
+        raise AssertionError(f"not finished after {limit(LIMIT):g} s")
 
     before = signal.signal(signal.SIGALRM, late)
-    signal.alarm(LIMIT)
+    signal.alarm(int(limit(LIMIT)))
     yield
     signal.alarm(0)
     signal.signal(signal.SIGALRM, before)
+
+
+@pytest.hookimpl(hookwrapper=True)
+def pytest_runtest_makereport(item, call):
+    """Saves a screenshot when a test fails."""
+    outcome = yield
+    session = getattr(getattr(item, "computer", None), "session", None)
+    if call.when == "call" and outcome.get_result().failed and session and session.screen:
+        name = re.sub(r"[^\w.-]+", "_", item.name) + ".png"
+        try:
+            session.screen.picture().save(os.path.join(SCREENS, name))
+        except Exception as error:  # must not hide the failure itself
+            print(f"no screenshot: {error}", file=sys.stderr)
 
 
 @pytest.fixture(scope="session")
@@ -64,14 +80,14 @@ def lan(system):
 
 @pytest.fixture
 def phones(lan):
-    """Two phones, each with a file of its own, announced."""
+    """Two phones, each with a file of its own; they neither serve it nor are announced yet."""
     made = []
     for name, file in PHONES.items():
         phone = lan.host(name.split()[1].lower(), of=Phone)
         with open(os.path.join(phone.share, file), "w", encoding="utf-8") as opened:
             opened.write(f"{name}\n")
-        phone.serve()
-        phone.announce(name)
+        os.chmod(phone.share, 0o755)
+        phone.service_name, phone.file = name, file
         made.append(phone)
     return made
 

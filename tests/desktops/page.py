@@ -19,8 +19,10 @@ TABLES = {
             "both open from there",
             "“Open in Finder”",
             "`open`",
-            "`open`, no avahi-daemon",
+            "“Open in Finder”, no libnss-mdns",
             "`open`, no libnss-mdns",
+            "“Open in Finder”, no avahi-daemon",
+            "`open`, no avahi-daemon",
         ),
     ),
     "Compositors": (
@@ -33,7 +35,9 @@ HEAD = """# Desktops
 
 What real desktops of Debian 12 and Debian 13 show, seen by `./dev test --desktops`, which writes this page. The
 program is installed from its Debian package, two phones with files of their own are on the network, and the desktop
-runs as an ordinary user without a physical screen. Times are from the click, or from the command, to the window.
+runs as an ordinary user without a physical screen. Times are from the click, or from the command, to the first
+window, which asks for the password of the share. “yes” means that then the files of the right phone were seen, in one
+window. Without avahi-daemon there is no network view to try: all file managers browse through it.
 
 """
 
@@ -73,8 +77,7 @@ def table(kind, release, found, pictures):
     reasons, shown = [], []
     for desktop in there:
         data = found[kind, release, desktop]
-        versions = [x for x in data["versions"].values()]
-        name = f"{desktop} {versions[0]}" if versions else desktop
+        name = " ".join([desktop, *[version for _, version in data["versions"][:1]]])
         cells = [cell(data["answers"].get(x), reasons) for x in asked]
         lines.append(f"| {name} | {' | '.join(cells)} |")
         name = f"{RELEASES[release].replace(' ', '').lower()}-{desktop.replace(' ', '-').lower()}.png"
@@ -86,7 +89,7 @@ def table(kind, release, found, pictures):
         lines += [f"Pictures: {', '.join(shown)}.", ""]
     used = {}
     for desktop in there:
-        used |= found[kind, release, desktop]["versions"]
+        used |= dict(found[kind, release, desktop]["versions"])
     lines += ["Versions: " + ", ".join(f"{x} {used[x]}" for x in sorted(used)) + ".", ""]
     return "\n".join(lines) + "\n"
 

@@ -21,7 +21,8 @@ class Findings:
     few tests changes only their answers."""
 
     def __init__(self, kind, release, desktop, versions):
-        """`kind` is a table of page.py; `versions` maps packages to versions, the desktop's first."""
+        """`kind` is a table of page.py; `versions` are pairs of a package and
+        its version, the desktop's own first."""
         self.desktop = desktop
         self.release = release
         name = f"{release}-{desktop.lower().replace(' ', '-')}.json"

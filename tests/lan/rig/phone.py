@@ -11,6 +11,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.append(os.path.join(HERE, "..", "..", "..", "demo"))
 import smb_server  # noqa: E402 needs the path above; same file server as the demo
 
+USER = "nas"
 PASSWORD = "secret"
 
 
@@ -28,10 +29,11 @@ class Phone(Host):
 
     # ---- files ----
 
-    def serve(self, port=4445):
-        """Starts smbd and waits until it accepts connections."""
+    def serve(self, port=4445, guests=False):
+        """Starts smbd and waits until it accepts connections; with `guests` also those without a
+        login."""
         self.port = port
-        conf = smb_server.write_configuration(self.folder, self.share, port)
+        conf = smb_server.write_configuration(self.folder, self.share, port, guests=guests)
         self.run(*smb_server.password_command(conf), input=f"{PASSWORD}\n{PASSWORD}\n".encode())
         env = self.environment()
         if not may_set_groups():
