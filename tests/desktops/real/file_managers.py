@@ -14,6 +14,10 @@ GVFS = ("org.gtk.vfs.Daemon", "org.gtk.vfs.Metadata", "org.gtk.vfs.UDisks2Volume
 SECRETS = ("org.freedesktop.secrets", "org.gnome.keyring", "org.gnome.keyring.SystemPrompter")
 NO_PORT = "It leaves the port out of the URL of a share that it lists, and so connects to port 445."
 
+# Titles of the windows in which file managers say that they do not open something.
+REFUSALS = ("Error", "Set Default Application")
+INSTEAD = "instead of"
+
 
 @dataclasses.dataclass(frozen=True)
 class FileManager:
@@ -31,7 +35,8 @@ class FileManager:
     accessible: bool = True
     # How a person opens an icon: with the pointer, or by typing its name.
     opens_by: str = "letters"
-    # Where the phones are in its network view, for each release, if only a person can see that.
+    # Where the two phones are in its network view, and a share among those of a phone, for each release,
+    # if only a person can see that.
     points: tuple = ()
     # Why it does not open what its network view lists, if it does not.
     fault: str = ""
@@ -48,7 +53,10 @@ MANAGERS = (
         ("org.freedesktop.FileManager1", "org.gnome.Nautilus", *GVFS, *SECRETS),
         ("nautilus", {"bookworm": "other-locations:///", "trixie": "x-network-view:///"}),
         accessible=False,
-        points=(("bookworm", ((350, 187), (350, 234))), ("trixie", ((300, 135), (300, 195)))),
+        points=(
+            ("bookworm", ((350, 187), (350, 234), (330, 120))),
+            ("trixie", ((300, 135), (300, 195), (286, 120))),
+        ),
     ),
     FileManager(
         "Nemo", "nemo", "X-Cinnamon", "nemo.desktop",
@@ -194,17 +202,20 @@ class Browser:
             self.open(phone.service_name)
             self._wait_past_dialogs(is_open, known, what)
             return
-        x, y, _, _ = known[-1].frame()
-        dx, dy = dict(self.manager.points)[self.release][position]
         # It takes a while until the phones are there, which the tests cannot see.
         end = time.monotonic() + limit(40)
         while not is_open():
             assert time.monotonic() < end, what
             if self.windows() == known:
-                for _ in range(self._clicks):
-                    self.session.screen.click(x + dx, y + dy)
+                self._click_point(position)
             with contextlib.suppress(AssertionError):
                 self._wait_past_dialogs(is_open, known, what, 6)
+
+    def _click_point(self, number):
+        x, y, _, _ = self.windows()[-1].frame()
+        dx, dy = dict(self.manager.points)[self.release][number]
+        for _ in range(self._clicks):
+            self.session.screen.click(x + dx, y + dy)
 
     def _wait_past_dialogs(self, is_done, known, what, timeout=30):
         """Waits for a result, and answers each dialog that opens before: a window not in `known`."""
@@ -212,8 +223,8 @@ class Browser:
         answered = list(known)
         while not is_done():
             for dialog in [x for x in self.windows() if x not in answered]:
-                assert dialog.title() != "Error", f"an error instead of {what}"
-                wait_until(dialog.is_active, limit(5), "the focus of a dialog")
+                assert dialog.title() not in REFUSALS, f"{dialog.title()!r} {INSTEAD} {what}"
+                dialog.activate()
                 time.sleep(1)
                 # The first choice of GVfs 1.50 is a guest; later versions want a name.
                 if self.release != "bookworm":
@@ -231,9 +242,9 @@ class Browser:
             self.click(self.wait_elements(text=name)[0], self._clicks)
             return
         if self.manager.points:
-            self.press("Home")
-        else:
-            self.type(name)
+            self._click_point(-1)
+            return
+        self.type(name)
         # The list that is searched selects what was typed a moment later.
         time.sleep(limit(1))
         self.press("Return")
@@ -259,9 +270,15 @@ class Browser:
 
     def close_all(self):
         """Closes the windows of the file manager, dialogs first, and unmounts what it has mounted."""
-        for window in reversed(self.windows()):
-            window.close()
-        wait_until(lambda: not self.windows(), limit(10), "all windows closed")
+
+        def none_left():
+            left = self.windows()
+            if left:
+                left[-1].close()
+                time.sleep(0.5)
+            return not left
+
+        wait_until(none_left, limit(15), "all windows closed")
         for url in self.mounts():
             self.session.run("gio", "mount", "--unmount", url, check=False)
         # A program that is just exiting would lose the next window.
