@@ -50,7 +50,7 @@ class FileManager:
 MANAGERS = (
     FileManager(
         "Nautilus", "nautilus", "GNOME", "org.gnome.Nautilus.desktop",
-        ("org.freedesktop.FileManager1", "org.gnome.Nautilus", *GVFS, *SECRETS),
+        ("org.freedesktop.FileManager1", "org.gnome.Nautilus*", "org.freedesktop.Tracker3.*", *GVFS, *SECRETS),
         ("nautilus", {"bookworm": "other-locations:///", "trixie": "x-network-view:///"}),
         accessible=False,
         points=(
@@ -228,13 +228,23 @@ class Browser:
                 time.sleep(1)
                 # The first choice of GVfs 1.50 is a guest; later versions want a name.
                 if self.release != "bookworm":
-                    self.type(USER)
-                    self.press("Tab", "Tab")
-                    self.type(PASSWORD)
+                    self._type_login()
                 self.press("Return")
                 answered.append(dialog)
             assert time.monotonic() < end, f"{what}: not within {limit(timeout):g} s ({self.titles()})"
             time.sleep(0.1)
+
+    def _type_login(self):
+        if self.manager.desktop != "LXQt":
+            self.type(USER)
+            self.press("Tab", "Tab")
+            self.type(PASSWORD)
+            return
+        for label, text in (("Username:", USER), ("Password:", PASSWORD)):
+            for field in self.elements(text=label):
+                if field.role in ("text", "password text"):
+                    self.click(field, 3)
+                    self.type(text)
 
     def open(self, name):
         """Opens an icon of the view that is shown."""
@@ -244,6 +254,10 @@ class Browser:
         if self.manager.points:
             self._click_point(-1)
             return
+        if not self.manager.accessible:
+            # Into the empty part of the view, which has not always the focus.
+            x, y, width, height = self.windows()[-1].frame()
+            self.session.screen.click(x + width * 3 // 4, y + height * 3 // 4)
         self.type(name)
         # The list that is searched selects what was typed a moment later.
         time.sleep(limit(1))
