@@ -59,6 +59,10 @@ class RealComputer(Host):
         with open(f"{self.root}{path}", "w", encoding="utf-8") as file:
             file.write(text)
 
+    def has(self, path):
+        """Whether the system has this file."""
+        return os.path.exists(f"{self.root}{path}")
+
     def boot(self, avahi=True, mdns_names=True, dns_server=True):
         """Starts what a computer runs before anybody logs in: the system bus and, if there is one,
         avahi-daemon. With `mdns_names`, libnss-mdns resolves .local names."""

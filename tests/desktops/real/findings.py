@@ -9,9 +9,11 @@ FOLDER = os.path.join(HERE, "..", "findings")
 
 
 class Answer:
-    """The body of `Findings.answer` may set `seconds` (how long it took) and `note`."""
+    """The body of `Findings.answer` may set `text` (what to show instead of "yes"), `seconds` (how long
+    it took) and `note`."""
 
     def __init__(self):
+        self.text = None
         self.seconds = None
         self.note = None
 
@@ -41,7 +43,7 @@ class Findings:
         except AssertionError as error:
             self._record(question, "no", str(error).split("\n")[0][:200])
             raise
-        self._record(question, "yes", answer.note, answer.seconds)
+        self._record(question, answer.text or "yes", answer.note, answer.seconds)
 
     def cannot(self, question, reason):
         """Records that the desktop itself cannot do this, or that it cannot be tried here."""

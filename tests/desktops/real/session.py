@@ -121,8 +121,8 @@ class Session:
             "<true>",
         )
 
-    def start_screen(self, size=(1280, 900), tray=True):
-        """Starts an X server with a window manager and, unless told otherwise, a tray. These come from
+    def start_screen(self, size=(1280, 900), tray=True, manager=True):
+        """Starts an X server with, unless told otherwise, a window manager and a tray. These come from
         this computer; the desktop's programs see no difference."""
         # As X servers share /tmp/.X11-unix, but cannot see which numbers servers in other namespaces
         # use, it has the number of its network namespace, which is unique.
@@ -134,12 +134,8 @@ class Session:
         server.wait_line(lambda x: x.text == str(number), limit(20), what="Xvfb")
         self.screen = Screen(f":{number}")
         self.variables["DISPLAY"] = f":{number}"
-        manager = self.computer.start_beside(
-            ["openbox", "--sm-disable", "--config-file", "/etc/xdg/openbox/rc.xml"]
-            + ["--startup", "echo ready"],
-            DISPLAY=self.screen.name,
-        )
-        manager.wait_line(lambda x: x.text == "ready", limit(20), what="openbox")
+        if manager:
+            self._start_manager()
         if tray:
             self.computer.start_beside(
                 ["trayer", "--edge", "bottom", "--align", "right", "--widthtype", "request"]
@@ -150,6 +146,14 @@ class Session:
             wait_until(
                 lambda: self.screen.display.get_selection_owner(selection), limit(10), "the tray"
             )
+
+    def _start_manager(self):
+        manager = self.computer.start_beside(
+            ["openbox", "--sm-disable", "--config-file", "/etc/xdg/openbox/rc.xml"]
+            + ["--startup", "echo ready"],
+            DISPLAY=self.screen.name,
+        )
+        manager.wait_line(lambda x: x.text == "ready", limit(20), what="openbox")
 
     def helper(self, *arguments, **variables):
         """Starts the program and waits until it answers commands."""

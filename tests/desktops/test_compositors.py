@@ -1,0 +1,218 @@
+"""Every compositor: the frame of the window, a second start, the status item, and what is opened from it."""
+
+import contextlib
+import os
+import re
+import time
+
+import pytest
+from real.findings import Findings
+from rig.phone import Phone
+from rig.process import limit
+from wayland.compositor import TITLE
+from wayland.gnome_shell import GnomeShell
+from wayland.kwin import KWin
+from wayland.sway import Sway
+from wayland.weston import Weston
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+SCREENS = os.path.join(HERE, "..", "..", "build", "results", "desktops")
+WIDTH = 440
+FOLDED, UNFOLDED = 340, 520
+
+
+@pytest.fixture(params=[GnomeShell, KWin, Sway, Weston], ids=lambda x: x.name)
+def compositor(request, computer):
+    """A compositor that has just been started, without a panel; the program does not run yet."""
+    computer.boot()
+    made = request.param(computer)
+    made.start()
+    return made
+
+
+@pytest.fixture
+def findings(system, compositor):
+    versions = system.versions(*compositor.packages)
+    ordered = {x: versions[x] for x in compositor.packages}
+    return Findings("Compositors", system.release, compositor.name, ordered)
+
+
+class Questions:
+    """Asks all questions of a test, whatever the answers are, and takes a picture with each answer."""
+
+    def __init__(self, compositor, findings):
+        self.compositor = compositor
+        self.findings = findings
+        self._failed = []
+
+    @contextlib.contextmanager
+    def ask(self, question):
+        try:
+            with self.findings.answer(question) as answer:
+                yield answer
+        except AssertionError as error:
+            self._failed.append(f"{question}: {error}")
+        self.save_picture(question)
+
+    def save_picture(self, what):
+        name = f"{self.findings.release}-{self.compositor.name}-{what}.png"
+        os.makedirs(SCREENS, exist_ok=True)
+        path = os.path.join(SCREENS, re.sub(r"[^a-z0-9.]+", "-", name.lower()))
+        self.compositor.save_picture(path)
+
+    def check(self):
+        """Fails if an answer was no."""
+        assert not self._failed, "\n".join(self._failed)
+
+
+@pytest.fixture
+def questions(compositor, findings):
+    return Questions(compositor, findings)
+
+
+def height_of(phones, unfolded=False):
+    base = UNFOLDED if unfolded else FOLDED
+    return min(700, base + (22 * phones + 20 if phones else 0))
+
+
+def wait_frame(compositor, height):
+    """Waits until the frame has its final size; returns the text for the table."""
+    more_width, more_height = compositor.untold
+    seen = None
+
+    def has_it():
+        nonlocal seen
+        window = compositor.window()
+        seen = window and window.frame and window.frame[2:]
+        return (
+            seen
+            and WIDTH <= seen[0] <= WIDTH + more_width
+            and abs(seen[1] - height) <= more_height
+        )
+
+    try:
+        compositor.wait(has_it, "the frame", 8)
+    except AssertionError:
+        raise AssertionError(f"{seen and f'{seen[0]} × {seen[1]}'}, not {WIDTH} × {height}") from None
+    return f"{seen[0]} × {seen[1]}"
+
+
+def check_nothing_is_cut(compositor):
+    """The window shows all of its content: every text and button is in it, and nothing scrolls."""
+    content = compositor.content()
+    left, top, width, height = content.place
+    for node in content.having(showing=True):
+        if node.role in ("scroll bar",) or not node.name:
+            assert node.role != "scroll bar", "a scroll bar shows"
+            continue
+        x, y, node_width, node_height = node.place
+        inside = left <= x and x + node_width <= left + width
+        inside = inside and top <= y and y + node_height <= top + height
+        assert inside, f"{node.name!r} is cut off: {node.place} in {content.place}"
+
+
+def test_the_frame_follows_the_steps(lan, compositor, questions):
+    phones = {x: lan.host(x.lower(), of=Phone) for x in ("Office", "Studio")}
+    compositor.start_program()
+
+    def see(question, height):
+        with questions.ask(question) as answer:
+            answer.text = wait_frame(compositor, height)
+            if answer.text != f"{WIDTH} × {height}":
+                answer.note = compositor.untold_note
+
+    with questions.ask("whole at start"):
+        check_nothing_is_cut(compositor)
+    phones["Office"].announce("Quillbox Office")
+    compositor.session.wait_visible(1)
+    see("one phone", height_of(1))
+    phones["Studio"].announce("Quillbox Studio")
+    compositor.session.wait_visible(2)
+    see("two phones", height_of(2))
+    with questions.ask("whole with phones"):
+        check_nothing_is_cut(compositor)
+    compositor.click_node("push button", "Advanced")
+    see("unfolded", height_of(2, unfolded=True))
+    compositor.click_node("push button", "Advanced")
+    for phone in phones.values():
+        phone.goodbye()
+    see("no phone", height_of(0))
+    questions.check()
+
+
+def start_again(compositor):
+    """Starts the program a second time; returns how long the window took to come forward."""
+    begin = time.monotonic()
+    compositor.session.run("quillbox-helper", timeout=limit(10))
+    compositor.wait(compositor.is_in_front, "the window in front", 5)
+    return time.monotonic() - begin
+
+
+def test_a_second_start_brings_the_window_forward(compositor, questions):
+    compositor.start_program()
+    compositor.wait(compositor.is_in_front, "the window in front")
+    for question, put_away in (
+        ("second start, covered", compositor.cover),
+        ("second start, closed", compositor.close_window),
+    ):
+        with questions.ask(question) as answer:
+            put_away()
+            compositor.wait(lambda: not compositor.is_in_front(), "another window in front")
+            answer.seconds = start_again(compositor)
+    questions.check()
+
+
+@pytest.fixture
+def panel(compositor, findings):
+    if not compositor.has_status_items:
+        for question in ("status item", "late panel", "click on it", "its menu: window", "its menu: open"):
+            findings.cannot(question, f"{compositor.name} has no status items")
+        pytest.skip(f"{compositor.name} has no status items")
+    return compositor
+
+
+def wait_item(compositor):
+    compositor.wait(compositor.item, "the status item")
+    # Panels move items while they add others.
+    time.sleep(0.5)
+    return compositor.item()
+
+
+def test_the_status_item_is_in_a_panel_that_comes_late(panel, findings, picture):
+    panel.start_program()
+    with findings.answer("late panel"):
+        panel.start_panel()
+        wait_item(panel)
+    picture("late-panel")
+
+
+def test_the_status_item_and_its_menu(phones, panel, findings, picture):
+    panel.start_panel()
+    panel.start_program()
+    panel.session.wait_visible(len(phones))
+    failed = []
+    with findings.answer("status item"):
+        wait_item(panel)
+    try:
+        with findings.answer("click on it") as answer:
+            answer.text = see_click(panel)
+            picture("clicked")
+    except AssertionError as error:
+        picture("clicked")
+        failed.append(f"click: {error}")
+    assert not failed, failed
+
+
+def see_click(panel):
+    """Clicks the status item while the window is closed."""
+    panel.close_window()
+    panel.wait(lambda: panel.window() is None, "the end of the window")
+    panel.click(*wait_item(panel))
+    if panel.has_menus:
+        try:
+            panel.wait(panel.is_menu_open, "the menu", 3)
+            return "opens the menu"
+        except AssertionError:
+            pass
+    panel.wait(panel.is_in_front, "menu or window")
+    return "shows the window"

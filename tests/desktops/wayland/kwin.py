@@ -1,0 +1,117 @@
+"""KWin with Plasma's panel and system tray."""
+
+import json
+
+from .compositor import SIZE, SOCKET, TITLE, Nested, Window
+
+WINDOWS = """
+const all = workspace.windowList ? workspace.windowList() : workspace.clientList();
+const told = all.filter(x => x.normalWindow && !x.minimized).map(x => {
+    const frame = x.frameGeometry;
+    return [x.caption, String(x.desktopFileName || x.resourceClass),
+        [frame.x, frame.y, frame.width, frame.height].map(Math.round), x.active];
+});
+print("windows: " + JSON.stringify(told));
+"""
+CLOSE = """
+const all = workspace.windowList ? workspace.windowList() : workspace.clientList();
+all.filter(x => x.caption === "Quillbox Helper").forEach(x => x.closeWindow());
+print("windows: []");
+"""
+WALLPAPER = """
+desktops().forEach(x => {
+    x.wallpaperPlugin = "org.kde.color";
+    x.currentConfigGroup = ["Wallpaper", "org.kde.color", "General"];
+    x.writeConfig("Color", "128,128,128");
+});
+"""
+
+
+class KWin(Nested):
+    name = "KWin"
+    packages = ("kwin-wayland", "plasma-workspace")
+    desktop = "KDE"
+    services = ("org.kde.ActivityManager", "org.kde.kiod*", "org.kde.kpasswdserver*", "org.kde.dolphin.FileManager1")
+    variables = {"KDE_FULL_SESSION": "true", "QT_QUICK_BACKEND": "software"}
+    file_managers = ("org.kde.dolphin",)
+    untold = (0, 4)
+    untold_note = "KWin tells no window how high its title bar is"
+
+    def __init__(self, computer):
+        self.release = "6" if computer.has("/usr/bin/kded6") else "5"
+        self.variables = self.variables | {"KDE_SESSION_VERSION": self.release}
+        super().__init__(computer)
+        self._kwin = None
+        self._plasma = None
+        self._scripts = 0
+
+    def start(self):
+        # With a file capability it would ignore a part of its environment.
+        self.computer.run("setcap", "-r", "/usr/bin/kwin_wayland", check=False)
+        width, height = SIZE
+        self._kwin = self.start_beside_x11(
+            *("sh", "-c", 'exec kwin_wayland --x11-display "$DISPLAY" "$@"', "kwin"),
+            *("--width", str(width), "--height", str(height), "--socket", SOCKET),
+            *("--no-lockscreen", "--no-global-shortcuts"),
+            KWIN_COMPOSE="Q",
+            KWIN_WAYLAND_NO_PERMISSION_CHECKS="1",
+            QT_LOGGING_RULES="kwin_scripting.debug=true;js.debug=true",
+        )
+        self.wait_name("org.kde.KWin")
+        self.wait_screen()
+
+    def start_panel(self):
+        self._start_watcher()
+        self._plasma = self.session.start("plasmashell", "--no-respawn")
+        self.wait_name("org.kde.plasmashell", 60)
+        self.wait(self._panel, "Plasma's panel", 60)
+        self.bus_call(
+            "org.kde.plasmashell", "/PlasmaShell", "org.kde.PlasmaShell.evaluateScript", WALLPAPER
+        )
+
+    def _start_watcher(self):
+        """The watcher for status items is a module of kded; the others look for hardware."""
+        release = self.release
+        folder = f"/usr/lib/x86_64-linux-gnu/qt{release}/plugins/kf{release}/kded"
+        modules = self.session.run("ls", folder).stdout.split()
+        off = [f"[Module-{x.removesuffix('.so')}]\nautoload=false\n" for x in modules]
+        self.session.write(f".config/kded{release}rc", "".join(off))
+        self.session.start(f"kded{release}")
+        name = f"org.kde.kded{release}"
+        self.wait_name(name)
+        self.wait(
+            lambda: "true" in self.bus_call(name, "/kded", f"{name}.loadModule", "statusnotifierwatcher"),
+            "Plasma's watcher for status items",
+        )
+
+    def _panel(self):
+        tree = self.reader().tree(self._plasma.pid)
+        return tree and tree.having("push button", "Show hidden icons", showing=True)
+
+    def windows(self):
+        return [
+            Window(title, program, tuple(frame), active)
+            for title, program, frame, active in self._run_script(WINDOWS)
+        ]
+
+    def _run_script(self, script):
+        """Runs a script in KWin; returns what it printed."""
+        self._scripts += 1
+        name = f"test{self._scripts}"
+        self.session.write(f"{name}.js", script)
+        since = self._kwin.mark()
+        scripting = ("org.kde.KWin", "/Scripting")
+        self.bus_call(*scripting, "org.kde.kwin.Scripting.loadScript", self.home(f"{name}.js"), name)
+        self.bus_call(*scripting, "org.kde.kwin.Scripting.start")
+        line = self._kwin.wait_line(lambda x: "windows: " in x.text, 10, since, "KWin's windows")
+        self.bus_call(*scripting, "org.kde.kwin.Scripting.unloadScript", name)
+        return json.loads(line.text.partition("windows: ")[2].strip('"').replace('\\"', '"'))
+
+    def item(self):
+        tree = self.reader().tree(self._plasma.pid)
+        for node in tree.having("push button", TITLE, showing=True) if tree else ():
+            return node.centre()
+        return None
+
+    def close_window(self):
+        self._run_script(CLOSE)
