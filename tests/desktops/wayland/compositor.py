@@ -31,29 +31,6 @@ class Window:
         return self.program in PROGRAMS
 
 
-class Reader:
-    """Reads the accessibility bus in a session."""
-
-    def __init__(self, session):
-        source = os.path.join(HERE, "..", "..", "window", "desktop", "accessible.py")
-        os.makedirs(f"{session.computer.folder}/parts", exist_ok=True)
-        copy = shutil.copy(source, f"{session.computer.folder}/parts")
-        self._process = session.start("python3", copy, stdin=True)
-
-    def tree(self, pid):
-        """The elements of a program; None while it has none."""
-        since = self._process.mark()
-        self._process.write(json.dumps({"do": "tree", "pid": pid}) + "\n")
-        line = self._process.wait_line(
-            lambda x: x.stream == "stdout" and x.text.startswith('{"answer"'),
-            limit(30),
-            since=since,
-            what="the accessibility tree",
-        )
-        told = json.loads(line.text)["answer"]
-        return None if told is None else Node(told)
-
-
 class Compositor:
     """A compositor in the session of an ordinary user, and the panel that belongs to it."""
 
@@ -141,16 +118,21 @@ class Compositor:
         active = self.active()
         return active is not None and active.is_of_the_program()
 
-    def reader(self):
+    def elements(self, pid):
+        """The accessibility tree of a program; None while it has none."""
         if self._reader is None:
-            self._reader = Reader(self.session)
-        return self._reader
+            folder = f"{self.computer.folder}/parts"
+            os.makedirs(folder, exist_ok=True)
+            self._reader = shutil.copy(os.path.join(HERE, "elements.py"), folder)
+        done = self.session.run("python3", self._reader, str(pid), timeout=60)
+        told = json.loads(done.stdout)
+        return None if told is None else Node(told)
 
     def content(self):
         """The accessibility tree of the program's window."""
 
         def read():
-            tree = self.reader().tree(self.helper.pid)
+            tree = self.elements(self.helper.pid)
             return tree and next((x for x in tree.children if x.name == TITLE), None)
 
         return self.wait(read, "the accessibility tree")

@@ -85,7 +85,7 @@ class KWin(Nested):
         )
 
     def _panel(self):
-        tree = self.reader().tree(self._plasma.pid)
+        tree = self.elements(self._plasma.pid)
         return tree and tree.having("push button", "Show hidden icons", showing=True)
 
     def windows(self):
@@ -108,7 +108,7 @@ class KWin(Nested):
         return json.loads(line.text.partition("windows: ")[2].strip('"').replace('\\"', '"'))
 
     def item(self):
-        tree = self.reader().tree(self._plasma.pid)
+        tree = self.elements(self._plasma.pid)
         for node in tree.having("push button", TITLE, showing=True) if tree else ():
             return node.centre()
         return None

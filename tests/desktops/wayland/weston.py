@@ -61,7 +61,7 @@ class Weston(Nested):
         return self.session.screen.picture()
 
     def windows(self):
-        tree = self.helper and self.reader().tree(self.helper.pid)
+        tree = self.helper and self.elements(self.helper.pid)
         found = next((x for x in tree.children if x.name == TITLE), None) if tree else None
         if found is None or "showing" not in found.states:
             return []
