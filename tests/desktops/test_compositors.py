@@ -17,6 +17,10 @@ from wayland.weston import Weston
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SCREENS = os.path.join(HERE, "..", "..", "build", "results", "desktops")
+PANEL_QUESTIONS = (
+    *("item, late panel", "status item", "click on it"),
+    *("menu shows the window", "menu opens the share"),
+)
 WIDTH = 440
 FOLDED, UNFOLDED = 340, 520
 
@@ -164,55 +168,105 @@ def test_a_second_start_brings_the_window_forward(compositor, questions):
 
 @pytest.fixture
 def panel(compositor, findings):
+    """The compositor, if it has a panel for status items."""
     if not compositor.has_status_items:
-        for question in ("status item", "late panel", "click on it", "its menu: window", "its menu: open"):
-            findings.cannot(question, f"{compositor.name} has no status items")
-        pytest.skip(f"{compositor.name} has no status items")
+        for question in PANEL_QUESTIONS:
+            findings.cannot(question, compositor.no_status_items)
+        pytest.skip(compositor.no_status_items)
     return compositor
 
 
-def wait_item(compositor):
-    compositor.wait(compositor.item, "the status item")
-    # Panels move items while they add others.
-    time.sleep(0.5)
-    return compositor.item()
+def wait_item(panel):
+    """Waits for the status item; returns its centre."""
+
+    def is_at_rest():
+        # Panels move items while they add others.
+        before = panel.item()
+        time.sleep(0.5)
+        return before if before is not None and before == panel.item() else None
+
+    return panel.wait(is_at_rest, "the status item")
 
 
-def test_the_status_item_is_in_a_panel_that_comes_late(panel, findings, picture):
+def test_the_status_item_is_in_a_panel_that_comes_late(panel, questions):
     panel.start_program()
-    with findings.answer("late panel"):
+    with questions.ask("item, late panel"):
         panel.start_panel()
         wait_item(panel)
-    picture("late-panel")
+    questions.check()
 
 
-def test_the_status_item_and_its_menu(phones, panel, findings, picture):
+def test_the_status_item_and_its_menu(phones, panel, questions):
     panel.start_panel()
     panel.start_program()
     panel.session.wait_visible(len(phones))
-    failed = []
-    with findings.answer("status item"):
+    with questions.ask("status item"):
         wait_item(panel)
-    try:
-        with findings.answer("click on it") as answer:
-            answer.text = see_click(panel)
-            picture("clicked")
-    except AssertionError as error:
-        picture("clicked")
-        failed.append(f"click: {error}")
-    assert not failed, failed
+    with questions.ask("click on it") as answer:
+        panel.close_window()
+        panel.wait(lambda: panel.window() is None, "the end of the window")
+        answer.text = see_click(panel)
+    if panel.has_menus:
+        use_menu(panel, phones, questions)
+    else:
+        for question in PANEL_QUESTIONS[3:]:
+            questions.findings.cannot(question, panel.no_menus)
+    questions.check()
 
 
 def see_click(panel):
-    """Clicks the status item while the window is closed."""
-    panel.close_window()
-    panel.wait(lambda: panel.window() is None, "the end of the window")
+    """Clicks the status item; returns what that did."""
     panel.click(*wait_item(panel))
-    if panel.has_menus:
-        try:
-            panel.wait(panel.is_menu_open, "the menu", 3)
-            return "opens the menu"
-        except AssertionError:
-            pass
-    panel.wait(panel.is_in_front, "menu or window")
-    return "shows the window"
+    seen = panel.wait(
+        lambda: (panel.has_menus and panel.is_menu_open() and "opens the menu")
+        or (panel.is_in_front() and "shows the window"),
+        "menu or window",
+        5,
+    )
+    if panel.has_menus and panel.is_menu_open():
+        panel.close_menu()
+    return seen
+
+
+def use_menu(panel, phones, questions):
+    with questions.ask("menu shows the window"):
+        open_menu(panel)
+        panel.choose("Show Quillbox Helper")
+        panel.wait(panel.is_in_front, "the window in front", 5)
+    open_menu(panel)
+    questions.save_picture("menu")
+    panel.close_menu()
+    keep_one(panel, phones)
+    with questions.ask("menu opens the share") as answer:
+        open_menu(panel)
+        begin = time.monotonic()
+        panel.choose("Open in Finder")
+        panel.wait(panel.is_file_manager_in_front, "the file manager in front", 20)
+        answer.seconds = time.monotonic() - begin
+
+
+def keep_one(compositor, phones):
+    """With several phones, it is the file manager in which one is chosen."""
+    for phone in phones[1:]:
+        phone.goodbye()
+    compositor.session.wait_visible(1)
+
+
+def open_menu(panel):
+    panel.click(*wait_item(panel), panel.menu_button)
+    panel.wait(panel.is_menu_open, "the menu", 5)
+
+
+def test_open_in_finder_puts_the_file_manager_on_top(phones, compositor, questions):
+    compositor.start_program()
+    compositor.session.wait_visible(len(phones))
+    keep_one(compositor, phones)
+    compositor.click_node("push button", "Advanced")
+    with questions.ask("“Open in Finder”") as answer:
+        time.sleep(1)  # the window grows
+        place = compositor.place(compositor.content().find("push button", "Open in Finder"))
+        begin = time.monotonic()
+        compositor.click(*place)
+        compositor.wait(compositor.is_file_manager_in_front, "the file manager in front", 20)
+        answer.seconds = time.monotonic() - begin
+    questions.check()

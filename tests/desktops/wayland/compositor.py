@@ -41,7 +41,10 @@ class Compositor:
     variables = {}
     file_managers = ()  # programs whose windows are those of its file manager
     has_status_items = True
+    no_status_items = None  # why not
     has_menus = True
+    no_menus = None
+    menu_button = 1  # of the pointer
     # What a frame may have more than the program was asked for, in width and height, because the
     # compositor decorates windows without telling them by how much.
     untold = (0, 0)
@@ -93,6 +96,9 @@ class Compositor:
     def is_menu_open(self):
         raise NotImplementedError
 
+    def close_menu(self):
+        raise NotImplementedError
+
     def close_window(self):
         """Closes the program's window as the button in its title bar does."""
         raise NotImplementedError
@@ -127,6 +133,10 @@ class Compositor:
         done = self.session.run("python3", self._reader, str(pid), timeout=60)
         told = json.loads(done.stdout)
         return None if told is None else Node(told)
+
+    def is_file_manager_in_front(self):
+        active = self.active()
+        return active is not None and active.program in self.file_managers
 
     def content(self):
         """The accessibility tree of the program's window."""

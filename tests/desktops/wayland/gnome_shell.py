@@ -40,6 +40,7 @@ global.test = {
         .map(([title, program, f, active]) => [title, program, [f.x, f.y, f.width, f.height], active]),
     item: () => indicator() ? centre(indicator()) : null,
     isMenuOpen: () => Boolean(indicator()?.menu?.isOpen),
+    closeMenu: () => indicator().menu.close(),
     entry: title => indicator().menu._getMenuItems()
         .filter(x => x.label?.text === title).map(centre)[0] ?? null,
 };
@@ -122,6 +123,9 @@ class GnomeShell(Compositor):
 
     def is_menu_open(self):
         return self._evaluate("global.test.isMenuOpen()")
+
+    def close_menu(self):
+        self._evaluate("global.test.closeMenu(); 1")
 
     def choose(self, title):
         place = self.wait(lambda: self._evaluate(f"global.test.entry('{title}')"), title)

@@ -6,10 +6,11 @@ from .compositor import SIZE, SOCKET, TITLE, Nested, Window
 
 WINDOWS = """
 const all = workspace.windowList ? workspace.windowList() : workspace.clientList();
-const told = all.filter(x => x.normalWindow && !x.minimized).map(x => {
+const told = all.filter(x => !x.minimized).map(x => {
     const frame = x.frameGeometry;
     return [x.caption, String(x.desktopFileName || x.resourceClass),
-        [frame.x, frame.y, frame.width, frame.height].map(Math.round), x.active];
+        [frame.x, frame.y, frame.width, frame.height].map(Math.round), x.active,
+        Boolean(x.popupWindow || x.popupMenu), x.normalWindow];
 });
 print("windows: " + JSON.stringify(told));
 """
@@ -34,6 +35,7 @@ class KWin(Nested):
     services = ("org.kde.ActivityManager", "org.kde.kiod*", "org.kde.kpasswdserver*", "org.kde.dolphin.FileManager1")
     variables = {"KDE_FULL_SESSION": "true", "QT_QUICK_BACKEND": "software"}
     file_managers = ("org.kde.dolphin",)
+    menu_button = 3
     untold = (0, 4)
     untold_note = "KWin tells no window how high its title bar is"
 
@@ -85,14 +87,31 @@ class KWin(Nested):
         )
 
     def _panel(self):
+        """The elements at the right end of the panel, from left to right, once it is complete."""
         tree = self.elements(self._plasma.pid)
-        return tree and tree.having("push button", "Show hidden icons", showing=True)
+        if not tree or not tree.has("push button", "Digital Clock", showing=True):
+            return None
+        buttons = [x for x in tree.having("push button", showing=True) if x.place[0] > SIZE[0] // 2]
+        return sorted(buttons, key=lambda x: x.place)
 
     def windows(self):
         return [
             Window(title, program, tuple(frame), active)
-            for title, program, frame, active in self._run_script(WINDOWS)
+            for title, program, frame, active, _, is_normal in self._run_script(WINDOWS)
+            if is_normal
         ]
+
+    def is_menu_open(self):
+        return any(is_popup for *_, is_popup, _ in self._run_script(WINDOWS))
+
+    def choose(self, title):
+        """With the keyboard: no interface tells where the entries are. The first two are disabled."""
+        for _ in range(("Show Quillbox Helper", "Restart Finder service", "Open in Finder").index(title) + 1):
+            self.session.screen.press("Down")
+        self.session.screen.press("Return")
+
+    def close_menu(self):
+        self.session.screen.press("Escape")
 
     def _run_script(self, script):
         """Runs a script in KWin; returns what it printed."""
@@ -108,10 +127,18 @@ class KWin(Nested):
         return json.loads(line.text.partition("windows: ")[2].strip('"').replace('\\"', '"'))
 
     def item(self):
-        tree = self.elements(self._plasma.pid)
-        for node in tree.having("push button", TITLE, showing=True) if tree else ():
-            return node.centre()
-        return None
+        """Plasma 6 tells the name of the item. Plasma 5 shows it as the first in its tray, without a name."""
+        buttons = self._panel()
+        if self.release == "6":
+            return next((x.centre() for x in buttons if x.name == TITLE), None)
+        _, _, width, height = buttons[0].place
+        x, y = buttons[0].centre()
+        x -= width + 8
+        picture = self.session.screen.picture()
+        square = [
+            sum(picture.pixel(x + i, y + j)) for i in range(-8, 9) for j in range(-height // 3, height // 3)
+        ]
+        return (x, y) if max(square) - min(square) > 100 else None
 
     def close_window(self):
         self._run_script(CLOSE)

@@ -23,6 +23,7 @@ class Sway(Nested):
     services = ("org.gtk.vfs.*", "org.freedesktop.secrets", "org.freedesktop.FileManager1", "org.gnome.Nautilus")
     file_managers = ("org.gnome.Nautilus",)
     has_menus = False
+    no_menus = "sway's bar shows no menus; it only says that it was clicked"
     untold = (4, 4)
     untold_note = "sway tells no window how high its title bar and how wide its borders are"
 

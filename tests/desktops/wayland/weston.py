@@ -27,6 +27,7 @@ class Weston(Nested):
     services = ("org.gtk.vfs.*", "org.freedesktop.secrets", "org.freedesktop.FileManager1", "org.gnome.Nautilus")
     file_managers = ("org.gnome.Nautilus",)
     has_status_items = False
+    no_status_items = "weston's panel has no status items"
 
     def start(self):
         self.session.write(".config/weston.ini", CONFIG)
@@ -66,6 +67,13 @@ class Weston(Nested):
         if found is None or "showing" not in found.states:
             return []
         return [Window(TITLE, "org.quillbox.Helper", self.frame(), "active" in found.states)]
+
+    def is_file_manager_in_front(self):
+        for pid in self.session.processes("^nautilus|/nautilus"):
+            tree = self.elements(pid)
+            if tree and any("active" in x.states for x in tree.children):
+                return True
+        return False
 
     def frame(self):
         """The rectangle in which the screen is not wallpaper. A pointer is too small to count."""
