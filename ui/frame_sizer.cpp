@@ -4,6 +4,7 @@
 #include <QEvent>
 #include <QStyle>
 #include <QWidget>
+#include <algorithm>
 
 namespace quillbox {
 
@@ -13,8 +14,8 @@ constexpr int kMaximumCorrections = 3;
 
 } // namespace
 
-FrameSizer::FrameSizer(QWidget& sizedWindow, Unreported unreportedMeans)
-    : QObject(&sizedWindow), window(sizedWindow), unreported(unreportedMeans)
+FrameSizer::FrameSizer(QWidget& sizedWindow, Reported waySizesAreReported)
+    : QObject(&sizedWindow), window(sizedWindow), reported(waySizesAreReported)
 {
     window.installEventFilter(this);
     height.setEasingCurve(QEasingCurve::OutCubic);
@@ -72,12 +73,26 @@ bool FrameSizer::isAnimated() const
            && window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window) > 0;
 }
 
+QSize FrameSizer::visibleSize(const QMargins& decoration, Reported reported)
+{
+    const QSize size(decoration.left() + decoration.right(),
+                     decoration.top() + decoration.bottom());
+    if (reported == Reported::exactly)
+        return size;
+    if (decoration.isNull())
+        return {0, kUsualTitleBar};
+    // No decoration of Qt has borders as wide as this, so it is the shadow.
+    const int border = std::min({decoration.left(), decoration.right(), decoration.bottom()});
+    return border > kShadow ? size - QSize(2 * kShadow, 2 * kShadow) : size;
+}
+
 QSize FrameSizer::decoration() const
 {
-    const QSize reported = window.frameGeometry().size() - window.geometry().size();
-    if (unreported == Unreported::titleBar && reported.isNull())
-        return {0, kUsualTitleBar};
-    return reported;
+    const QRect outer = window.frameGeometry();
+    const QRect inner = window.geometry();
+    return visibleSize({inner.left() - outer.left(), inner.top() - outer.top(),
+                        outer.right() - inner.right(), outer.bottom() - inner.bottom()},
+                       reported);
 }
 
 void FrameSizer::apply()

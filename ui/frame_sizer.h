@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMargins>
 #include <QObject>
 #include <QSize>
 #include <QVariantAnimation>
@@ -16,10 +17,10 @@ namespace quillbox {
 /// A change of the height is animated if the window is visible and the style has animations.
 class FrameSizer final : public QObject {
 public:
-    /// What a toolkit that reports no decoration means by it.
-    enum class Unreported {
-        none,     ///< there is none
-        titleBar, ///< there may be one, of a size that the toolkit does not know
+    /// How the toolkit reports the size of a decoration.
+    enum class Reported {
+        exactly,
+        asOnWayland, ///< not at all if the compositor draws it; with its shadow if the toolkit does
     };
 
     /// The height of a decoration whose size is unknown. A Wayland compositor that decorates
@@ -28,8 +29,13 @@ public:
     /// more: a title bar is a line of text with margins.
     static constexpr int kUsualTitleBar = 28;
 
+    /// The width of the shadow around Qt's Adwaita decoration, which Qt 6.8 and later draw on
+    /// GNOME. It counts as a part of the decoration there, but is outside of the frame that one
+    /// sees.
+    static constexpr int kShadow = 10;
+
     /// Owned by the window.
-    FrameSizer(QWidget& sizedWindow, Unreported unreportedMeans);
+    FrameSizer(QWidget& sizedWindow, Reported waySizesAreReported);
 
     FrameSizer(const FrameSizer&) = delete;
     FrameSizer& operator=(const FrameSizer&) = delete;
@@ -44,6 +50,9 @@ public:
 
     QVariantAnimation& animation() { return height; }
 
+    /// What a decoration adds to the width and height of a window, if it is reported as this.
+    static QSize visibleSize(const QMargins& decoration, Reported reported);
+
 private:
     bool eventFilter(QObject* watched, QEvent* event) override;
     bool isAnimated() const;
@@ -51,7 +60,7 @@ private:
     void apply();
 
     QWidget& window;
-    const Unreported unreported;
+    const Reported reported;
     QVariantAnimation height;
     std::optional<QSize> frameSize; ///< the current size, also in the middle of an animation
     int corrections = 0;            ///< how often another size was refused, since this one was set

@@ -100,12 +100,11 @@ std::function<void(int)> marginOf(QLayout& layout, void (QMargins::*setMargin)(i
     };
 }
 
-/// On Wayland a compositor that decorates windows itself does not tell the size.
-FrameSizer::Unreported meaningOfNoDecoration()
+FrameSizer::Reported waySizesAreReported()
 {
     return QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))
-               ? FrameSizer::Unreported::titleBar
-               : FrameSizer::Unreported::none;
+               ? FrameSizer::Reported::asOnWayland
+               : FrameSizer::Reported::exactly;
 }
 
 } // namespace
@@ -116,7 +115,7 @@ void AppDelegate::buildWindow()
     window->setWindowIcon(Icons::application());
     // Closing only hides the window.
     window->installEventFilter(this);
-    frameSizer = new FrameSizer(*window, meaningOfNoDecoration());
+    frameSizer = new FrameSizer(*window, waySizesAreReported());
 
     contentArea = new ContentArea;
     connect(&frameSizer->animation(), &QVariantAnimation::stateChanged, contentArea,

@@ -187,10 +187,10 @@ INSTANTIATE_TEST_SUITE_P(Fonts, Room, ::testing::Values("DejaVu Sans", "Noto San
 
 class Decoration : public ::testing::Test {
 protected:
-    static int heightWithin(int frame, Qt::WindowFlags flags, FrameSizer::Unreported unreported)
+    static int heightWithin(int frame, Qt::WindowFlags flags, FrameSizer::Reported reported)
     {
         QWidget window(nullptr, flags);
-        FrameSizer& sizer = *new FrameSizer(window, unreported);
+        FrameSizer& sizer = *new FrameSizer(window, reported);
         window.show();
         sizer.setFrameSize({440, frame});
         sizer.animation().setCurrentTime(sizer.animation().totalDuration());
@@ -201,19 +201,19 @@ protected:
 
 TEST_F(Decoration, ofAnUnreportedSizeIsAssumedToBeAUsualTitleBar)
 {
-    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Unreported::titleBar),
+    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Reported::asOnWayland),
               382 - FrameSizer::kUsualTitleBar);
 }
 
 TEST_F(Decoration, isNoneWhereTheToolkitKnowsThatThereIsNone)
 {
-    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Unreported::none), 382);
+    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Reported::exactly), 382);
 }
 
 TEST_F(Decoration, aSizeThatTheCompositorSentLateDoesNotStay)
 {
     QWidget window(nullptr, Qt::FramelessWindowHint);
-    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Unreported::none);
+    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Reported::exactly);
     window.show();
     sizer.setFrameSize({440, 562});
     sizer.animation().setCurrentTime(sizer.animation().totalDuration());
@@ -225,7 +225,7 @@ TEST_F(Decoration, aSizeThatTheCompositorSentLateDoesNotStay)
 TEST_F(Decoration, aSizeThatTheCompositorInsistsOnIsLeft)
 {
     QWidget window(nullptr, Qt::FramelessWindowHint);
-    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Unreported::none);
+    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Reported::exactly);
     window.show();
     sizer.setFrameSize({440, 562});
     sizer.animation().setCurrentTime(sizer.animation().totalDuration());
@@ -239,8 +239,19 @@ TEST_F(Decoration, aSizeThatTheCompositorInsistsOnIsLeft)
 TEST_F(Decoration, thatIsReportedCountsEverywhere)
 {
     // The offscreen platform adds two pixels on each side.
-    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Unreported::titleBar), 382 - 4);
-    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Unreported::none), 382 - 4);
+    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Reported::asOnWayland), 382 - 4);
+    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Reported::exactly), 382 - 4);
+}
+
+TEST_F(Decoration, isReportedWithItsShadowOnWayland)
+{
+    // What Qt 6.8 reports on GNOME: a border of 1, a title bar of 38, and the shadow.
+    const QMargins adwaita(11, 49, 11, 11);
+    EXPECT_EQ(FrameSizer::visibleSize(adwaita, FrameSizer::Reported::asOnWayland), QSize(2, 40));
+    EXPECT_EQ(FrameSizer::visibleSize(adwaita, FrameSizer::Reported::exactly), QSize(22, 60));
+    // What older versions report.
+    const QMargins plain(3, 30, 3, 3);
+    EXPECT_EQ(FrameSizer::visibleSize(plain, FrameSizer::Reported::asOnWayland), QSize(6, 33));
 }
 
 } // namespace
