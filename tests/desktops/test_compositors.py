@@ -56,12 +56,13 @@ class Questions:
                 yield answer
         except AssertionError as error:
             self._failed.append(f"{question}: {error}")
+        time.sleep(1)  # a window may not be drawn yet
         self.save_picture(question)
 
     def save_picture(self, what):
         name = f"{self.findings.release}-{self.compositor.name}-{what}.png"
         os.makedirs(SCREENS, exist_ok=True)
-        path = os.path.join(SCREENS, re.sub(r"[^a-z0-9.]+", "-", name.lower()))
+        path = os.path.join(SCREENS, re.sub(r"[^a-z0-9.]+", "-", name.lower()).replace("-.", "."))
         self.compositor.save_picture(path)
 
     def check(self):
@@ -185,7 +186,7 @@ def wait_item(panel):
         time.sleep(0.5)
         return before if before is not None and before == panel.item() else None
 
-    return panel.wait(is_at_rest, "the status item")
+    return panel.wait(is_at_rest, "the status item", 30)
 
 
 def test_the_status_item_is_in_a_panel_that_comes_late(panel, questions):

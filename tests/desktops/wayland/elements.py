@@ -54,7 +54,7 @@ class Tree:
         told = {
             "role": self.call(element, ACCESSIBLE, "GetRoleName")[0],
             "name": self.get(element, "Name"),
-            "description": self.get(element, "Description"),
+            "description": "",
             "states": [x for bit, x in STATES.items() if words[bit // 32] >> bit % 32 & 1],
             "relations": [],
             "path": path,
@@ -64,7 +64,9 @@ class Tree:
             on_screen = GLib.Variant("(u)", (0,))
             component = "org.a11y.atspi.Component"
             told["place"] = self.call(element, component, "GetExtents", on_screen)[0]
-        for index, child in enumerate(self.children(element)):
+        # What is hidden, such as closed menus, has hundreds of elements.
+        is_shown = not path or "showing" in told["states"]
+        for index, child in enumerate(self.children(element) if is_shown else ()):
             if self.left > 0:
                 try:
                     told["children"].append(self.read(child, [*path, index]))
