@@ -9,7 +9,6 @@ import pytest
 from real.findings import Findings
 from rig.phone import Phone
 from rig.process import limit
-from wayland.compositor import TITLE
 from wayland.gnome_shell import GnomeShell
 from wayland.kwin import KWin
 from wayland.sway import Sway
@@ -73,6 +72,16 @@ class Questions:
 @pytest.fixture
 def questions(compositor, findings):
     return Questions(compositor, findings)
+
+
+@pytest.fixture
+def served(phones):
+    """The two phones, with their files on the network."""
+    for phone in phones:
+        if phone.smbd is None:
+            phone.serve()
+            phone.announce()
+    return phones
 
 
 def height_of(phones, unfolded=False):
@@ -197,10 +206,10 @@ def test_the_status_item_is_in_a_panel_that_comes_late(panel, questions):
     questions.check()
 
 
-def test_the_status_item_and_its_menu(phones, panel, questions):
+def test_the_status_item_and_its_menu(served, panel, questions):
     panel.start_panel()
     panel.start_program()
-    panel.session.wait_visible(len(phones))
+    panel.session.wait_visible(len(served))
     with questions.ask("status item"):
         wait_item(panel)
     with questions.ask("click on it") as answer:
@@ -208,7 +217,7 @@ def test_the_status_item_and_its_menu(phones, panel, questions):
         panel.wait(lambda: panel.window() is None, "the end of the window")
         answer.text = see_click(panel)
     if panel.has_menus:
-        use_menu(panel, phones, questions)
+        use_menu(panel, served, questions)
     else:
         for question in PANEL_QUESTIONS[3:]:
             questions.findings.cannot(question, panel.no_menus)
@@ -258,10 +267,10 @@ def open_menu(panel):
     panel.wait(panel.is_menu_open, "the menu", 5)
 
 
-def test_open_in_finder_puts_the_file_manager_on_top(phones, compositor, questions):
+def test_open_in_finder_puts_the_file_manager_on_top(served, compositor, questions):
     compositor.start_program()
-    compositor.session.wait_visible(len(phones))
-    keep_one(compositor, phones)
+    compositor.session.wait_visible(len(served))
+    keep_one(compositor, served)
     compositor.click_node("push button", "Advanced")
     with questions.ask("“Open in Finder”") as answer:
         time.sleep(1)  # the window grows

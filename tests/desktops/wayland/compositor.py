@@ -14,6 +14,11 @@ PROGRAMS = ("org.quillbox.Helper", "quillbox-helper")
 SOCKET = "wayland-1"  # sway takes the first free one and cannot be told otherwise
 SIZE = (1024, 768)
 GREY = 0x80  # each channel of the wallpaper: a colour that neither windows nor panels have
+# What Nautilus needs where no desktop brings a file manager.
+NAUTILUS = (
+    *("org.gtk.vfs.*", "org.freedesktop.secrets"),
+    *("org.freedesktop.FileManager1", "org.gnome.Nautilus"),
+)
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 

@@ -5,7 +5,7 @@ import json
 import shutil
 import time
 
-from .compositor import SIZE, SOCKET, Compositor, Window
+from .compositor import NAUTILUS, SIZE, SOCKET, Compositor, Window
 
 EXTENSION = "ubuntu-appindicators@ubuntu.com"
 SETTINGS = (
@@ -54,10 +54,7 @@ class GnomeShell(Compositor):
     name = "GNOME Shell"
     packages = ("gnome-shell", "gnome-shell-extension-appindicator")
     desktop = "GNOME"
-    services = (
-        *("org.gtk.vfs.*", "org.freedesktop.secrets", "org.freedesktop.FileManager1"),
-        *("org.gnome.Nautilus", "org.freedesktop.portal.*", "org.freedesktop.impl.portal.*"),
-    )
+    services = (*NAUTILUS, "org.freedesktop.portal.*", "org.freedesktop.impl.portal.*")
     file_managers = ("org.gnome.Nautilus",)
 
     def start(self):
@@ -103,12 +100,11 @@ class GnomeShell(Compositor):
         return [Window(title, program, tuple(frame), active) for title, program, frame, active in told]
 
     def save_picture(self, path):
-        inside = f"{self.session.environment()['XDG_RUNTIME_DIR']}/picture.png"
         self.bus_call(
             *("org.gnome.Shell", "/org/gnome/Shell/Screenshot"),
-            *("org.gnome.Shell.Screenshot.Screenshot", "false", "false", inside),
+            *("org.gnome.Shell.Screenshot.Screenshot", "false", "false", "/tmp/picture.png"),
         )
-        self.session.run("cp", inside, f"/tmp/picture.png")
+        self.session.run("cp", inside, "/tmp/picture.png")
         shutil.copy(f"{self.computer.root}/tmp/picture.png", path)
 
     def move_pointer(self, x, y):

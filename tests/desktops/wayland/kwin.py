@@ -32,7 +32,10 @@ class KWin(Nested):
     name = "KWin"
     packages = ("kwin-wayland", "plasma-workspace")
     desktop = "KDE"
-    services = ("org.kde.ActivityManager", "org.kde.kiod*", "org.kde.kpasswdserver*", "org.kde.dolphin.FileManager1")
+    services = (
+        *("org.kde.ActivityManager", "org.kde.kiod*", "org.kde.kpasswdserver*"),
+        "org.kde.dolphin.FileManager1",
+    )
     variables = {"KDE_FULL_SESSION": "true", "QT_QUICK_BACKEND": "software"}
     file_managers = ("org.kde.dolphin",)
     menu_button = 3

@@ -2,7 +2,7 @@
 
 import json
 
-from .compositor import SIZE, Nested, Window
+from .compositor import NAUTILUS, SIZE, Nested, Window
 
 CONFIG = f"""output * resolution {SIZE[0]}x{SIZE[1]} background #808080 solid_color
 xwayland disable
@@ -20,7 +20,7 @@ class Sway(Nested):
     name = "sway"
     packages = ("sway",)
     desktop = "sway"
-    services = ("org.gtk.vfs.*", "org.freedesktop.secrets", "org.freedesktop.FileManager1", "org.gnome.Nautilus")
+    services = NAUTILUS
     file_managers = ("org.gnome.Nautilus",)
     has_menus = False
     no_menus = "sway's bar shows no menus; it only says that it was clicked"

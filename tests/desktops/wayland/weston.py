@@ -2,7 +2,7 @@
 
 import time
 
-from .compositor import GREY, SIZE, TITLE, Nested, Window
+from .compositor import GREY, NAUTILUS, SIZE, TITLE, Nested, Window
 
 CONFIG = """[shell]
 background-color=0xff808080
@@ -24,7 +24,7 @@ class Weston(Nested):
     name = "weston"
     packages = ("weston",)
     desktop = "weston"
-    services = ("org.gtk.vfs.*", "org.freedesktop.secrets", "org.freedesktop.FileManager1", "org.gnome.Nautilus")
+    services = NAUTILUS
     file_managers = ("org.gnome.Nautilus",)
     has_status_items = False
     no_status_items = "weston's panel has no status items"
