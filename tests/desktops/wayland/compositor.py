@@ -177,7 +177,8 @@ class Compositor:
 
     def bus_call(self, destination, path, method, *arguments, timeout=10):
         """Calls a method on the session bus; returns the answer as gdbus prints it."""
-        command = ("gdbus", "call", "--session", "--timeout", str(timeout), "--dest", destination)
+        seconds = str(int(limit(timeout)))
+        command = ("gdbus", "call", "--session", "--timeout", seconds, "--dest", destination)
         return self.session.run(
             *command, "--object-path", path, "--method", method, *arguments, timeout=timeout + 5
         ).stdout
@@ -185,7 +186,8 @@ class Compositor:
     def wait_name(self, name, timeout=30, bus="--session"):
         """Waits until a name has an owner on the bus."""
         self.session.run(
-            *("gdbus", "wait", bus, "--timeout", str(timeout), name), timeout=timeout + 5
+            *("gdbus", "wait", bus, "--timeout", str(int(limit(timeout))), name),
+            timeout=timeout + 5,
         )
 
     def start_beside_x11(self, *command, **variables):

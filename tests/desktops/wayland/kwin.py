@@ -2,6 +2,8 @@
 
 import json
 
+from rig.process import limit
+
 from .compositor import SIZE, SOCKET, TITLE, Nested, Window
 
 WINDOWS = """
@@ -125,7 +127,7 @@ class KWin(Nested):
         scripting = ("org.kde.KWin", "/Scripting")
         self.bus_call(*scripting, "org.kde.kwin.Scripting.loadScript", self.home(f"{name}.js"), name)
         self.bus_call(*scripting, "org.kde.kwin.Scripting.start")
-        line = self._kwin.wait_line(lambda x: "windows: " in x.text, 10, since, "KWin's windows")
+        line = self._kwin.wait_line(lambda x: "windows: " in x.text, limit(10), since, "KWin's windows")
         self.bus_call(*scripting, "org.kde.kwin.Scripting.unloadScript", name)
         return json.loads(line.text.partition("windows: ")[2].strip('"').replace('\\"', '"'))
 
