@@ -104,7 +104,6 @@ class GnomeShell(Compositor):
             *("org.gnome.Shell", "/org/gnome/Shell/Screenshot"),
             *("org.gnome.Shell.Screenshot.Screenshot", "false", "false", "/tmp/picture.png"),
         )
-        self.session.run("cp", inside, "/tmp/picture.png")
         shutil.copy(f"{self.computer.root}/tmp/picture.png", path)
 
     def move_pointer(self, x, y):
