@@ -27,9 +27,16 @@ TABLES = {
     ),
     "Compositors": (
         ("GNOME Shell", "KWin", "sway", "weston"),
-        (),
+        (
+            *("no phone", "one phone", "two phones", "unfolded", "whole at start", "whole with phones"),
+            *("second start, covered", "second start, closed"),
+            *("status item", "item, late panel", "click on it"),
+            *("menu shows the window", "menu opens the share", "“Open in Finder”"),
+        ),
     ),
 }
+
+WIDEST = 9  # columns of answers: a table with more questions has them in its rows
 
 HEAD = """# Desktops
 
@@ -40,6 +47,19 @@ window, which asks for the password of the share. “yes” means that then the 
 window. Without avahi-daemon there is no network view to try: all file managers browse through it.
 
 """
+
+
+# What is to be said above the tables of a kind.
+ABOUT = {
+    "Compositors": """The compositors run on Wayland: GNOME Shell with a virtual monitor and the AppIndicator extension,
+KWin with Plasma's panel, sway with its bar, and weston. All clicks are of a pointer. The first rows are sizes of the
+frame, with title bar and borders; the window should be 440 wide and 340, 382, 404 and 584 high. “Whole” means that
+all texts and buttons are within the window and nothing scrolls. Before the second start, the window is covered by
+another one, or closed. A late panel starts after the program. “Open in Finder” is right when the file manager has
+the focus: Nautilus, or Dolphin on KWin.
+
+""",
+}
 
 
 def read(folder):
@@ -72,17 +92,21 @@ def table(kind, release, found, pictures):
     asked = list(questions)
     for desktop in there:
         asked += [x for x in found[kind, release, desktop]["answers"] if x not in asked]
-    lines = [f"### {RELEASES[release]}", "", f"| desktop | {' | '.join(asked)} |"]
-    lines.append("|---" * (len(asked) + 1) + "|")
+    rows = [["desktop", *asked]]
     reasons, shown = [], []
     for desktop in there:
         data = found[kind, release, desktop]
         name = " ".join([desktop, *[version for _, version in data["versions"][:1]]])
         cells = [cell(data["answers"].get(x), reasons) for x in asked]
-        lines.append(f"| {name} | {' | '.join(cells)} |")
+        rows.append([name, *cells])
         name = f"{RELEASES[release].replace(' ', '').lower()}-{desktop.replace(' ', '-').lower()}.png"
         if (pictures / name).exists():
             shown.append(f"[{desktop}](screenshots/desktops/{name})")
+    if len(asked) > WIDEST:
+        rows = [*zip(*rows)]
+    lines = [f"### {RELEASES[release]}", ""]
+    lines += [f"| {' | '.join(x)} |" for x in rows]
+    lines.insert(3, "|---" * len(rows[0]) + "|")
     lines.append("")
     lines += [f"{number}. {reason}" for number, reason in enumerate(reasons, 1)] + [""] * bool(reasons)
     if shown:
@@ -102,7 +126,7 @@ def main():
     for kind in TABLES:
         tables = "".join(table(kind, x, found, pictures) for x in RELEASES)
         if tables:
-            text += f"## {kind}\n\n{tables}"
+            text += f"## {kind}\n\n{ABOUT.get(kind, '')}{tables}"
     output.write_text(text.rstrip("\n") + "\n", "utf-8")
 
 

@@ -41,8 +41,8 @@ class KWin(Nested):
     variables = {"KDE_FULL_SESSION": "true", "QT_QUICK_BACKEND": "software"}
     file_managers = ("org.kde.dolphin",)
     menu_button = 3
-    untold = (0, 4)
-    untold_note = "KWin tells no window how high its title bar is"
+    untold = (2, 4)
+    untold_note = "KWin tells no window how high its title bar and how wide its borders are"
 
     def __init__(self, computer):
         self.release = "6" if computer.has("/usr/bin/kded6") else "5"
