@@ -3,10 +3,12 @@
 import contextlib
 import os
 import re
+import shutil
 import time
 
 import pytest
 from real.findings import Findings
+from real.releases import NAMES
 from rig.phone import Phone
 from rig.process import limit
 from wayland.gnome_shell import GnomeShell
@@ -16,6 +18,7 @@ from wayland.weston import Weston
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 SCREENS = os.path.join(HERE, "..", "..", "build", "results", "desktops")
+PICTURES = os.path.join(HERE, "..", "..", "docs", "screenshots", "desktops")
 PANEL_QUESTIONS = (
     *("item, late panel", "status item", "click on it"),
     *("menu shows the window", "menu opens the share"),
@@ -63,6 +66,14 @@ class Questions:
         os.makedirs(SCREENS, exist_ok=True)
         path = os.path.join(SCREENS, re.sub(r"[^a-z0-9.]+", "-", name.lower()).replace("-.", "."))
         self.compositor.save_picture(path)
+        return path
+
+    def save_for_page(self, what):
+        """The picture that the page shows of this desktop."""
+        release = NAMES[self.findings.release].replace(" ", "").lower()
+        name = f"{release}-{self.compositor.name.replace(' ', '-').lower()}.png"
+        os.makedirs(PICTURES, exist_ok=True)
+        shutil.copy(self.save_picture(what), os.path.join(PICTURES, name))
 
     def check(self):
         """Fails if an answer was no."""
@@ -144,6 +155,8 @@ def test_the_frame_follows_the_steps(lan, compositor, questions):
     see("two phones", height_of(2))
     with questions.ask("whole with phones"):
         check_nothing_is_cut(compositor)
+    if not compositor.has_status_items:
+        questions.save_for_page("whole with phones")
     compositor.click_node("push button", "Advanced")
     see("unfolded", height_of(2, unfolded=True))
     compositor.click_node("push button", "Advanced")
@@ -218,6 +231,7 @@ def test_the_status_item_and_its_menu(served, panel, questions):
     if panel.has_menus:
         use_menu(panel, served, questions)
     else:
+        questions.save_for_page("clicked")
         for question in PANEL_QUESTIONS[3:]:
             questions.findings.cannot(question, panel.no_menus)
     questions.check()
@@ -243,7 +257,7 @@ def use_menu(panel, phones, questions):
         panel.choose("Show Quillbox Helper")
         panel.wait(panel.is_in_front, "the window in front", 5)
     open_menu(panel)
-    questions.save_picture("menu")
+    questions.save_for_page("menu")
     panel.close_menu()
     keep_one(panel, phones)
     with questions.ask("menu opens the share") as answer:

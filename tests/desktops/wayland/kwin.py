@@ -92,12 +92,11 @@ class KWin(Nested):
         )
 
     def _panel(self):
-        """The elements at the right end of the panel, from left to right, once it is complete."""
+        """The elements at the right end of the panel, where the tray is, once it is complete."""
         tree = self.elements(self._plasma.pid)
         if not tree or not tree.has("push button", "Digital Clock", showing=True):
             return None
-        buttons = [x for x in tree.having("push button", showing=True) if x.place[0] > SIZE[0] // 2]
-        return sorted(buttons, key=lambda x: x.place)
+        return [x for x in tree.having("push button", showing=True) if x.place[0] > SIZE[0] // 2]
 
     def windows(self):
         return [
@@ -132,18 +131,7 @@ class KWin(Nested):
         return json.loads(line.text.partition("windows: ")[2].strip('"').replace('\\"', '"'))
 
     def item(self):
-        """Plasma 6 tells the name of the item. Plasma 5 shows it as the first in its tray, without a name."""
-        buttons = self._panel()
-        if self.release == "6":
-            return next((x.centre() for x in buttons if x.name == TITLE), None)
-        _, _, width, height = buttons[0].place
-        x, y = buttons[0].centre()
-        x -= width + 8
-        picture = self.session.screen.picture()
-        square = [
-            sum(picture.pixel(x + i, y + j)) for i in range(-8, 9) for j in range(-height // 3, height // 3)
-        ]
-        return (x, y) if max(square) - min(square) > 100 else None
+        return next((x.centre() for x in self._panel() or () if x.name == TITLE), None)
 
     def close_window(self):
         self._run_script(CLOSE)
