@@ -52,11 +52,12 @@ window. Without avahi-daemon there is no network view to try: all file managers 
 # What is to be said above the tables of a kind.
 ABOUT = {
     "Compositors": """The compositors run on Wayland: GNOME Shell with a virtual monitor and the AppIndicator extension,
-KWin with Plasma's panel, sway with its bar, and weston. All clicks are of a pointer. The first rows are sizes of the
-frame, with title bar and borders; the window should be 440 wide and 340, 382, 404 and 584 high. “Whole” means that
-all texts and buttons are within the window and nothing scrolls. Before the second start, the window is covered by
-another one, or closed. A late panel starts after the program. “Open in Finder” is right when the file manager has
-the focus: Nautilus, or Dolphin on KWin.
+KWin with Plasma's panel, sway with its bar, and weston. All clicks are of a pointer; entries of Plasma's menu are
+chosen with the keyboard. The first rows are sizes of the frame, with title bar and borders; it should be 440 wide and
+340, 382, 404 and 584 high. “Whole” means that all texts and buttons are within the window and nothing scrolls. Before
+the second start, the window is covered by another one, or closed. A late panel starts after the program. “Open in
+Finder” is a click in the window; it is right, as is the menu, when the file manager gets the focus: Nautilus, or
+Dolphin on KWin.
 
 """,
 }
