@@ -129,13 +129,13 @@ class Compositor:
         active = self.active()
         return active is not None and active.is_of_the_program()
 
-    def elements(self, pid):
-        """The accessibility tree of a program; None while it has none."""
+    def elements(self, pid, depth=100):
+        """The accessibility tree of a program, up to a depth; None while it has none."""
         if self._reader is None:
             folder = f"{self.computer.folder}/parts"
             os.makedirs(folder, exist_ok=True)
             self._reader = shutil.copy(os.path.join(HERE, "elements.py"), folder)
-        done = self.session.run("python3", self._reader, str(pid), timeout=60)
+        done = self.session.run("python3", self._reader, str(pid), str(depth), timeout=60)
         told = json.loads(done.stdout)
         return None if told is None else Node(told)
 

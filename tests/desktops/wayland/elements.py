@@ -1,6 +1,6 @@
 """Runs in a session: prints the accessibility tree of a process as JSON, or null if it has none.
 
-usage: elements.py PID. It speaks to the accessibility bus itself: libatspi also handles the events of all
+usage: elements.py PID DEPTH. It speaks to the accessibility bus itself: libatspi also handles the events of all
 programs, and has been seen to wait for itself while GNOME Shell sends some.
 """
 
@@ -48,7 +48,7 @@ class Tree:
         bus = ("org.freedesktop.DBus", "/org/freedesktop/DBus")
         return self.call(bus, bus[0], "GetConnectionUnixProcessID", arguments)[0]
 
-    def read(self, element, path):
+    def read(self, element, path, depth):
         self.left -= 1
         (words,) = self.call(element, ACCESSIBLE, "GetState")
         told = {
@@ -65,11 +65,11 @@ class Tree:
             component = "org.a11y.atspi.Component"
             told["place"] = self.call(element, component, "GetExtents", on_screen)[0]
         # What is hidden, such as closed menus, has hundreds of elements.
-        is_shown = not path or "showing" in told["states"]
-        for index, child in enumerate(self.children(element) if is_shown else ()):
+        goes_on = depth > 0 and (not path or "showing" in told["states"])
+        for index, child in enumerate(self.children(element) if goes_on else ()):
             if self.left > 0:
                 try:
-                    told["children"].append(self.read(child, [*path, index]))
+                    told["children"].append(self.read(child, [*path, index], depth - 1))
                 except GLib.Error:  # it has gone, or does not answer
                     continue
         return told
@@ -77,10 +77,11 @@ class Tree:
 
 def main():
     tree = Tree()
+    pid, depth = map(int, sys.argv[1:])
     for program in tree.children(ROOT):
         try:
-            if tree.pid(program) == int(sys.argv[1]):
-                return tree.read(program, [])
+            if tree.pid(program) == pid:
+                return tree.read(program, [], depth)
         except GLib.Error:
             continue
     return None

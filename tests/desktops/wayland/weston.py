@@ -62,18 +62,17 @@ class Weston(Nested):
         return self.session.screen.picture()
 
     def windows(self):
-        tree = self.helper and self.elements(self.helper.pid)
+        tree = self.helper and self.elements(self.helper.pid, depth=1)
         found = next((x for x in tree.children if x.name == TITLE), None) if tree else None
         if found is None or "showing" not in found.states:
             return []
         return [Window(TITLE, "org.quillbox.Helper", self.frame(), "active" in found.states)]
 
     def is_file_manager_in_front(self):
-        for pid in self.session.processes("^nautilus|/nautilus"):
-            tree = self.elements(pid)
-            if tree and any("active" in x.states for x in tree.children):
-                return True
-        return False
+        """It has a window, and the program's has lost the focus. GTK 4 does not tell that a dialog is active."""
+        pids = self.session.processes("^nautilus|/nautilus")
+        trees = [self.elements(pid, depth=1) for pid in pids] if not self.is_in_front() else ()
+        return any(tree and tree.children for tree in trees)
 
     def frame(self):
         """The rectangle in which the screen is not wallpaper. A pointer is too small to count."""
