@@ -190,21 +190,32 @@ class Compositor:
             timeout=timeout + 5,
         )
 
-    def start_beside_x11(self, *command, **variables):
-        """Starts a compositor whose screen is the X server's."""
-        self.session.start_screen(SIZE, manager=False, tray=False)
-        display = self.session.variables.pop("DISPLAY")
-        self.session.start_bus()
-        return self.session.start(
-            "--unset=WAYLAND_DISPLAY", *command, DISPLAY=display, **variables
-        )
-
     def home(self, path):
         return f"{HOME}/{path}"
 
 
 class Nested(Compositor):
     """A compositor whose screen is a window of Xvfb: its pointer and keyboard are the X server's."""
+
+    def __init__(self, computer):
+        super().__init__(computer)
+        self._display = None
+
+    def start_screen(self):
+        """Starts the X server, and the session bus."""
+        self.session.start_screen(SIZE, manager=False, tray=False)
+        # Programs of the session do not see it.
+        self._display = self.session.variables.pop("DISPLAY")
+        self.session.start_bus()
+
+    def start_on_screen(self, *command, **variables):
+        """Starts a compositor whose screen is the X server's, and waits until it shows it."""
+        process = self.session.start(
+            "--unset=WAYLAND_DISPLAY", *command, DISPLAY=self._display, **variables
+        )
+        children = self.session.screen.root.query_tree
+        self.wait(lambda: list(children().children), f"the screen of {self.name}", 30)
+        return process
 
     def save_picture(self, path):
         self.session.screen.picture().save(path)
@@ -218,8 +229,3 @@ class Nested(Compositor):
             self.session.screen.hold(pointer.root_x, pointer.root_y, button)
         else:
             self.session.screen.let_go(button)
-
-    def wait_screen(self):
-        """Waits until the compositor shows its screen."""
-        screen = self.session.screen
-        self.wait(lambda: list(screen.root.query_tree().children), f"the screen of {self.name}", 30)

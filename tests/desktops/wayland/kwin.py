@@ -56,7 +56,8 @@ class KWin(Nested):
         # With a file capability it would ignore a part of its environment.
         self.computer.run("setcap", "-r", "/usr/bin/kwin_wayland", check=False)
         width, height = SIZE
-        self._kwin = self.start_beside_x11(
+        self.start_screen()
+        self._kwin = self.start_on_screen(
             *("sh", "-c", 'exec kwin_wayland --x11-display "$DISPLAY" "$@"', "kwin"),
             *("--width", str(width), "--height", str(height), "--socket", SOCKET),
             *("--no-lockscreen", "--no-global-shortcuts"),
@@ -65,7 +66,6 @@ class KWin(Nested):
             QT_LOGGING_RULES="kwin_scripting.debug=true;js.debug=true",
         )
         self.wait_name("org.kde.KWin")
-        self.wait_screen()
 
     def start_panel(self):
         self._start_watcher()

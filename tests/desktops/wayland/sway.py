@@ -29,12 +29,12 @@ class Sway(Nested):
 
     def start(self):
         self.session.write("sway.conf", CONFIG)
-        self.start_beside_x11(
+        self.start_screen()
+        self.start_on_screen(
             *("sway", "--config", self.home("sway.conf")),
             WLR_BACKENDS="x11",
             WLR_RENDERER="pixman",
         )
-        self.wait_screen()
         self.wait(self._outputs, "sway's output", 30)
 
     def _message(self, *arguments):

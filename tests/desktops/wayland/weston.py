@@ -2,7 +2,7 @@
 
 import time
 
-from .compositor import GREY, NAUTILUS, SIZE, TITLE, Nested, Window
+from .compositor import GREY, NAUTILUS, SIZE, SOCKET, TITLE, Nested, Window
 
 CONFIG = """[shell]
 background-color=0xff808080
@@ -31,13 +31,25 @@ class Weston(Nested):
 
     def start(self):
         self.session.write(".config/weston.ini", CONFIG)
+        self.start_screen()
+        weston = self._start_weston()
+        try:
+            self._wait_wallpaper()
+        except AssertionError:
+            # It has been seen to stop, about once in twenty times, before it starts its shell.
+            weston.end()
+            self._start_weston()
+            self._wait_wallpaper()
+
+    def _start_weston(self):
         width, height = SIZE
-        self.start_beside_x11(
-            *("weston", "--backend=x11-backend.so", "--use-pixman", "--socket=wayland-1"),
+        return self.start_on_screen(
+            *("weston", "--backend=x11-backend.so", "--use-pixman", f"--socket={SOCKET}"),
             *(f"--width={width}", f"--height={height}"),
         )
-        self.wait_screen()
-        self.wait(lambda: self._screen().pixel(5, 5) == 3 * (GREY,), "weston's wallpaper", 30)
+
+    def _wait_wallpaper(self):
+        self.wait(lambda: self._screen().pixel(5, 5) == 3 * (GREY,), "weston's wallpaper", 20)
 
     def start_program(self):
         """It opens windows anywhere; this one is moved to where it has room to grow."""
