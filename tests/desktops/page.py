@@ -44,7 +44,8 @@ What real desktops of Debian 12 and Debian 13 show, seen by `./dev test --deskto
 program is installed from its Debian package, two phones with files of their own are on the network, and the desktop
 runs as an ordinary user without a physical screen. Times are from the click, or from the command, to the first
 window, which asks for the password of the share. “yes” means that then the files of the right phone were seen, in one
-window. Without avahi-daemon there is no network view to try: all file managers browse through it.
+window; those of Nautilus and PCManFM, whose views the accessibility bus does not show, were read from what they had
+mounted. Without avahi-daemon there is no network view to try: all file managers browse through it.
 
 """
 

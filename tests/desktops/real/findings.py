@@ -30,8 +30,6 @@ class Findings:
         name = f"{release}-{desktop.lower().replace(' ', '-')}.json"
         self._path = os.path.join(FOLDER, name)
         self._data = {"kind": kind, "release": release, "desktop": desktop, "answers": {}}
-        with contextlib.suppress(FileNotFoundError), open(self._path, encoding="utf-8") as file:
-            self._data["answers"] = json.load(file)["answers"]
         self._data["versions"] = versions
 
     @contextlib.contextmanager
@@ -55,8 +53,11 @@ class Findings:
             entry["note"] = note
         if seconds is not None:
             entry["seconds"] = round(seconds, 1)
-        self._data["answers"][question] = entry
         os.makedirs(FOLDER, exist_ok=True)
+        # Read again each time: other test runs may have added answers.
+        with contextlib.suppress(FileNotFoundError), open(self._path, encoding="utf-8") as file:
+            self._data["answers"] = json.load(file)["answers"]
+        self._data["answers"][question] = entry
         with open(self._path, "w", encoding="utf-8") as file:
             json.dump(self._data, file, indent=1, ensure_ascii=False, sort_keys=True)
             file.write("\n")
