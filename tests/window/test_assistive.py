@@ -41,7 +41,7 @@ class Reader:
         with open(opener, "w", encoding="utf-8") as file:
             file.write(f'#!/bin/sh\necho "$1" >>"{self.opened}"\n')
         os.chmod(opener, 0o755)
-        self.files = desktop.start([PYTHON, f"{RIG}/desk.py"], stdin=True)
+        self.files = desktop.start([PYTHON, f"{RIG}/desk.py", "file-manager"], stdin=True)
         path = os.path.dirname(opener) + ":" + desktop.environment()["PATH"]
         self.helper = desktop.helper(PATH=path)
         self.window = desktop.window()

@@ -134,4 +134,4 @@ def test_return_that_is_held_down_does_not_press_with_each_repetition(desktop):
     # press if its release event and its press event do not arrive together.
     restarts = helper.statuses(since)
     assert set(restarts) == {"not ready: Looking for Quillbox on this network…"}
-    assert len(restarts) < 10
+    assert len(restarts) < 20

@@ -8,7 +8,8 @@ from Xlib.support import unix_connect
 
 def connect(address):
     made = socket.socket(socket.AF_UNIX)
-    made.connect(f"\0{address}")
+    # Some versions of the library mark the address as abstract, where the path does not exist.
+    made.connect("\0" + address.lstrip("\0"))
     return made
 
 
