@@ -44,7 +44,7 @@ class Compositor:
     desktop = ""  # XDG_CURRENT_DESKTOP
     services = ()  # of the session bus
     variables = {}
-    file_managers = ()  # programs whose windows are those of its file manager
+    file_managers = ()  # programs whose windows are those of its file manager, the default for folders
     has_status_items = True
     no_status_items = None  # why not
     has_menus = True
@@ -66,6 +66,9 @@ class Compositor:
             LIBGL_ALWAYS_SOFTWARE="1",
             **self.variables,
         )
+        # Most of the file managers that are installed beside it need X11.
+        default = f"inode/directory={self.file_managers[0]}.desktop"
+        self.session.write(".config/mimeapps.list", f"[Default Applications]\n{default}\n")
         self.helper = None
         self._reader = None
 
