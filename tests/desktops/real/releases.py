@@ -43,7 +43,7 @@ class KeptRoot(DebianRoot):
         if not os.path.isdir(self.root):
             part = f"{self.root}.part"
             shutil.rmtree(part, ignore_errors=True)
-            run(["cp", "--archive", base_of(release), part], timeout=600)
+            run(["cp", "--archive", f"{base_of(release)}/.", part], timeout=600)
             os.rename(part, self.root)
 
     def complete(self, packages):
