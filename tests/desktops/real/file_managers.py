@@ -3,6 +3,7 @@
 import contextlib
 import dataclasses
 import json
+import re
 import time
 
 from desktop.picture import Picture
@@ -12,11 +13,11 @@ from Xlib import X
 
 GVFS = ("org.gtk.vfs.Daemon", "org.gtk.vfs.Metadata", "org.gtk.vfs.UDisks2VolumeMonitor")
 SECRETS = ("org.freedesktop.secrets", "org.gnome.keyring", "org.gnome.keyring.SystemPrompter")
-NO_PORT = "It leaves the port out of the URL of a share that it lists, and so connects to port 445."
+NO_PORT = "GVfs leaves the port out of the URLs of the shares that it lists, and this file manager uses them: it "
+NO_PORT += "connects to port 445."
 
 # Titles of the windows in which file managers say that they do not open something.
 REFUSALS = ("Error", "Set Default Application")
-INSTEAD = "instead of"
 
 
 @dataclasses.dataclass(frozen=True)
@@ -69,8 +70,7 @@ MANAGERS = (
     FileManager(
         "Thunar", "thunar", "XFCE", "thunar.desktop",
         ("org.xfce.*", *GVFS, *SECRETS), ("thunar", "network:///"),
-        fault="It opens a share that it lists only at port 445; at others it mounts the share, and shows it in "
-        "the side bar.",
+        fault=NO_PORT,
         settings=(
             *("xfconf-query", "--channel", "thunar", "--property", "/default-view", "--create"),
             *("--type", "string", "--set", "ThunarDetailsView"),
@@ -165,6 +165,15 @@ class Browser:
         lines = self.session.run("gio", "mount", "--list", check=False).stdout.splitlines()
         return [x.split(" -> ")[1] for x in lines if " -> smb://" in x]
 
+    def is_port_left_out(self):
+        """Whether GVfs, where it has mounted a server, leaves the port out of the URLs of its shares."""
+        for server in self.mounts():
+            command = ["gio", "list", "--attributes=standard::target-uri", server]
+            listed = self.session.run(*command, check=False).stdout
+            if re.search(r"target-uri=smb://[^:/\s]+/NAS\b", listed):
+                return True
+        return False
+
     # ---- hands ----
 
     def click(self, element, times=1):
@@ -223,7 +232,7 @@ class Browser:
         answered = list(known)
         while not is_done():
             for dialog in [x for x in self.windows() if x not in answered]:
-                assert dialog.title() not in REFUSALS, f"{dialog.title()!r} {INSTEAD} {what}"
+                assert dialog.title() not in REFUSALS, f"{dialog.title()!r} instead of {what}"
                 dialog.activate()
                 time.sleep(1)
                 # The first choice of GVfs 1.50 is a guest; later versions want a name.
