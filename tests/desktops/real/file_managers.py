@@ -13,6 +13,7 @@ from Xlib import X
 
 GVFS = ("org.gtk.vfs.Daemon", "org.gtk.vfs.Metadata", "org.gtk.vfs.UDisks2VolumeMonitor")
 SECRETS = ("org.freedesktop.secrets", "org.gnome.keyring", "org.gnome.keyring.SystemPrompter")
+STAYS_LOADING = "Without the rest of GNOME its view never finishes loading what GVfs lists, network:/// included."
 NO_PORT = "GVfs leaves the port out of the URLs of the shares that it lists, and this file manager uses them: it "
 NO_PORT += "connects to port 445."
 
@@ -42,6 +43,7 @@ class FileManager:
     points: tuple = ()
     # Why it does not open what its network view lists, if it does not.
     fault: str = ""
+    stays_loading: tuple = ()  # on these releases it shows no list of shares
     # The releases in which a single click opens an icon.
     single_click: tuple = ()
     variables: tuple = ()
@@ -55,6 +57,7 @@ MANAGERS = (
         ("org.freedesktop.FileManager1", "org.gnome.Nautilus*", "org.freedesktop.Tracker3.*", *GVFS, *SECRETS),
         ("nautilus", {"bookworm": "other-locations:///", "trixie": "x-network-view:///"}),
         accessible=False,
+        stays_loading=("bookworm",),
         points=(
             ("bookworm", ((350, 187), (350, 234), (330, 120))),
             ("trixie", ((300, 135), (300, 195), (286, 120))),
