@@ -202,6 +202,7 @@ class Browser:
             for name in ("Quillbox Office", "Quillbox Studio"):
                 self.wait_elements(text=name)
         else:
+            # Its icons are not on the accessibility bus, so nothing tells when they are there.
             time.sleep(limit(8))
 
     def open_phone(self, phone, position):
@@ -239,14 +240,14 @@ class Browser:
             for dialog in [x for x in self.windows() if x not in answered]:
                 assert dialog.title() not in REFUSALS, f"{dialog.title()!r} {INSTEAD} {what}"
                 dialog.activate()
-                time.sleep(1)
+                time.sleep(1)  # a dialog that has just opened loses what is typed
                 # The first choice of GVfs 1.50 is a guest; later versions want a name.
                 if self.release != "bookworm":
                     self._type_login()
                 self.press("Return")
                 answered.append(dialog)
             assert time.monotonic() < end, f"{what}: not within {limit(timeout):g} s ({self.titles()})"
-            time.sleep(0.1)
+            time.sleep(0.1)  # between two looks
 
     def _type_login(self):
         if self.manager.desktop != "LXQt":
@@ -283,7 +284,7 @@ class Browser:
         if self.manager.accessible:
             self.wait_elements(text=share)
         else:
-            time.sleep(3)
+            time.sleep(3)  # as in show_network()
         self.open(share)
         self._wait_past_dialogs(lambda: self.shows(file), known, f"{file!r} on the screen", 40)
 
@@ -303,7 +304,7 @@ class Browser:
             left = self.windows()
             if left:
                 left[-1].close()
-                time.sleep(0.5)
+                time.sleep(0.5)  # it may ask before it closes, in another window
             return not left
 
         wait_until(none_left, limit(15), "all windows closed")
@@ -318,7 +319,7 @@ class Browser:
             wait_until(self._typed, limit(30), f"a field for the password ({self.titles()})")
         else:
             wait_until(lambda: "" in self.titles(), limit(30), "a dialog for the password")
-            time.sleep(2)
+            time.sleep(2)  # a dialog that has just opened loses what is typed
             self.press("Tab")
             self.type(PASSWORD)
         self.press("Return")

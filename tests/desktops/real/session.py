@@ -114,7 +114,7 @@ class Session:
             "dbus-daemon", f"--config-file={conf}", "--nofork", "--nopidfile", "--print-address"
         )
         self.bus.wait_line(lambda x: x.text.startswith("unix:"), limit(20), what="the session bus")
-        # As the settings of a desktop do for whoever uses a screen reader.
+        # As a desktop does when its screen reader is turned on.
         self.run(
             *("gdbus", "call", "--session", "--dest", "org.a11y.Bus", "--object-path", "/org/a11y/bus"),
             *("--method", "org.freedesktop.DBus.Properties.Set", "org.a11y.Status", "IsEnabled"),
