@@ -171,6 +171,7 @@ desktop_tests() {
     step "release build" build release --target quillbox-helper
     if [ "$code" != 0 ]; then return; fi
     step "desktop tests" python_tests release "desktop tests" --numprocesses 0 "$root/tests/desktops"
+    if [ "$code" != 0 ]; then return; fi
     "$python" "$root/tests/desktops/page.py" "$root/tests/desktops/findings" "$root/docs/desktops.md"
 }
 

@@ -76,6 +76,8 @@ def cell(answer, reasons):
     """The text of a cell; a reason becomes a numbered note below the table."""
     if answer is None:
         return "not tried"
+    if answer["answer"] == "no":
+        raise SystemExit(f"page.py: there is no page with an answer \"no\": {answer['note']}")
     text = answer["answer"]
     if "seconds" in answer:
         text += f", {answer['seconds']:.1f} s"

@@ -100,24 +100,23 @@ def height_of(phones, unfolded=False):
 
 
 def wait_frame(compositor, height):
-    """Waits until the frame has its final size; returns the text for the table."""
+    """Waits until the frame has its size, and keeps it; returns the text for the table."""
     more_width, more_height = compositor.untold
+    wanted = [WIDTH + more_width, height + more_height]
     seen = None
 
     def has_it():
         nonlocal seen
         window = compositor.window()
-        seen = window and window.frame and window.frame[2:]
-        return (
-            seen
-            and WIDTH <= seen[0] <= WIDTH + more_width
-            and abs(seen[1] - height) <= more_height
-        )
+        seen = window and window.frame and list(window.frame[2:])
+        return seen == wanted
 
     try:
         compositor.wait(has_it, "the frame", 8)
+        time.sleep(0.5)  # longer than it takes to grow or shrink: it could be on its way to another size
+        assert has_it()
     except AssertionError:
-        raise AssertionError(f"{seen and f'{seen[0]} × {seen[1]}'}, not {WIDTH} × {height}") from None
+        raise AssertionError(f"{seen and f'{seen[0]} × {seen[1]}'}, not {wanted[0]} × {wanted[1]}") from None
     return f"{seen[0]} × {seen[1]}"
 
 

@@ -2,6 +2,7 @@
 
 import glob
 import os
+import pathlib
 import shutil
 import subprocess
 
@@ -26,9 +27,10 @@ def base_of(release):
         timeout=1800,
     )
     for path in glob.glob("/etc/apt/apt.conf.d/*"):
-        with open(path, encoding="utf-8") as file:
-            if "Acquire" in file.read():
-                shutil.copy(path, f"{made}/etc/apt/apt.conf.d")
+        # dpkg would ask what to do about a file that comes with a package as well.
+        owned = subprocess.run(["dpkg", "--search", path], check=False, capture_output=True)
+        if owned.returncode != 0 and "Acquire" in pathlib.Path(path).read_text("utf-8"):
+            shutil.copy(path, f"{made}/etc/apt/apt.conf.d")
     policy = f"{made}/usr/sbin/policy-rc.d"
     with open(policy, "w", encoding="ascii") as file:
         file.write("#!/bin/sh\nexit 101\n")  # starts no service when packages are installed

@@ -50,8 +50,8 @@ class Compositor:
     has_menus = True
     no_menus = None
     menu_button = 1  # of the pointer
-    # What a frame may have more than the program was asked for, in width and height, because the
-    # compositor decorates windows without telling them by how much.
+    # What a frame has more than the program asks for, in width and height, because the compositor
+    # decorates windows without telling them by how much.
     untold = (0, 0)
     untold_note = None
 

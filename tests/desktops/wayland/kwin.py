@@ -41,11 +41,11 @@ class KWin(Nested):
     variables = {"KDE_FULL_SESSION": "true", "QT_QUICK_BACKEND": "software"}
     file_managers = ("org.kde.dolphin",)
     menu_button = 3
-    untold = (2, 4)
     untold_note = "KWin tells no window how high its title bar and how wide its borders are"
 
     def __init__(self, computer):
         self.release = "6" if computer.has("/usr/bin/kded6") else "5"
+        self.untold = (2, 1) if self.release == "6" else (0, 1)
         self.variables = self.variables | {"KDE_SESSION_VERSION": self.release}
         super().__init__(computer)
         self._kwin = None
