@@ -39,7 +39,9 @@ public:
 
     virtual ~NetworkMonitor() = default;
 
-    /// The current addresses, ordered by interface index.
+    /// The current addresses, ordered by interface index. While the kernel cannot be asked, as when
+    /// no file descriptor is available, the last known ones; subscribers are notified, so that they
+    /// can ask again, until it answers.
     virtual std::vector<InterfaceAddress> addresses() const = 0;
 
     /// Asks the kernel's routing tables, as they are now, how a packet to `address` leaves this

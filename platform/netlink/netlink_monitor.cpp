@@ -7,9 +7,12 @@
 #include "platform/netlink/route_lookup.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <iostream>
 #include <mutex>
+#include <optional>
 #include <utility>
 
 #include <ifaddrs.h>
@@ -23,6 +26,10 @@ namespace {
 /// How long changes are collected before subscribers are notified. A link that comes up causes a
 /// dozen.
 constexpr std::chrono::milliseconds kGatherTime{100};
+
+/// How long after a failed attempt to read the addresses subscribers are notified, so that they
+/// read them again.
+constexpr std::chrono::milliseconds kRetryTime{1000};
 
 struct Subscriber {
     std::shared_ptr<DispatchQueue> queue;
@@ -96,6 +103,12 @@ public:
         });
     }
 
+    /// Notifies the subscribers after `delay`, unless a notification is pending already.
+    void tellAfter(std::chrono::milliseconds delay)
+    {
+        strand_.post([self = shared_from_this(), delay] { self->schedule(delay); });
+    }
+
     void close()
     {
         strand_.post([self = shared_from_this()] {
@@ -122,7 +135,7 @@ private:
             case RouteNews::Other:
                 break;
             case RouteNews::Changed:
-                gather();
+                schedule(kGatherTime);
                 break;
             case RouteNews::None:
                 wait();
@@ -134,12 +147,12 @@ private:
         }
     }
 
-    void gather()
+    void schedule(std::chrono::milliseconds delay)
     {
-        if (std::exchange(isGathering_, true))
+        if (std::exchange(isScheduled_, true))
             return;
-        timer_.start(strand_, kGatherTime, [self = shared_from_this()] {
-            self->isGathering_ = false;
+        timer_.start(strand_, delay, [self = shared_from_this()] {
+            self->isScheduled_ = false;
             self->subscribers_->tell();
         });
     }
@@ -149,7 +162,7 @@ private:
     std::unique_ptr<Watch> socket_; ///< null if it could not be opened, and after `close`
     Timer timer_;
     const std::shared_ptr<Subscribers> subscribers_;
-    bool isGathering_ = false;
+    bool isScheduled_ = false; ///< a notification is pending
 };
 
 SocketAddress toSocketAddress(const sockaddr* address)
@@ -157,6 +170,34 @@ SocketAddress toSocketAddress(const sockaddr* address)
     const auto size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
     SocketAddress result(size);
     std::memcpy(result.data(), address, size);
+    return result;
+}
+
+/// nullopt if the kernel cannot be asked, usually because no file descriptor is available.
+std::optional<std::vector<InterfaceAddress>> readAddresses()
+{
+    ifaddrs* first = nullptr;
+    if (::getifaddrs(&first) != 0)
+        return std::nullopt;
+    const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(first, &::freeifaddrs);
+    std::vector<InterfaceAddress> result;
+    for (const auto* each = first; each != nullptr; each = each->ifa_next) {
+        if (each->ifa_addr == nullptr || (each->ifa_flags & IFF_UP) == 0)
+            continue;
+        const int family = each->ifa_addr->sa_family;
+        if (family != AF_INET && family != AF_INET6)
+            continue;
+        const unsigned index = ::if_nametoindex(each->ifa_name);
+        if (index == 0 && errno == ENODEV)
+            continue; // the interface has just gone
+        if (index == 0)
+            return std::nullopt;
+        result.push_back({.interfaceIndex = static_cast<int>(index),
+                          .interfaceName = each->ifa_name,
+                          .isLoopback = (each->ifa_flags & IFF_LOOPBACK) != 0,
+                          .address = toSocketAddress(each->ifa_addr)});
+    }
+    std::ranges::stable_sort(result, {}, &InterfaceAddress::interfaceIndex);
     return result;
 }
 
@@ -177,26 +218,13 @@ public:
 
     std::vector<InterfaceAddress> addresses() const override
     {
-        ifaddrs* first = nullptr;
-        if (::getifaddrs(&first) != 0)
-            return {};
-        const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(first, &::freeifaddrs);
-        std::vector<InterfaceAddress> result;
-        for (const auto* each = first; each != nullptr; each = each->ifa_next) {
-            if (each->ifa_addr == nullptr || (each->ifa_flags & IFF_UP) == 0)
-                continue;
-            const int family = each->ifa_addr->sa_family;
-            if (family != AF_INET && family != AF_INET6)
-                continue;
-            result.push_back({.interfaceIndex = static_cast<int>(::if_nametoindex(each->ifa_name)),
-                              .interfaceName = each->ifa_name,
-                              .isLoopback = (each->ifa_flags & IFF_LOOPBACK) != 0,
-                              .address = toSocketAddress(each->ifa_addr)});
-        }
-        std::stable_sort(result.begin(), result.end(), [](const auto& a, const auto& b) {
-            return a.interfaceIndex < b.interfaceIndex;
-        });
-        return result;
+        auto current = readAddresses();
+        if (!current)
+            reader_->tellAfter(kRetryTime);
+        const std::lock_guard lock(mutex_);
+        if (current)
+            known_ = std::move(*current);
+        return known_;
     }
 
     OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const override
@@ -223,6 +251,8 @@ public:
 private:
     const std::shared_ptr<Subscribers> subscribers_;
     const std::shared_ptr<RouteReader> reader_;
+    mutable std::mutex mutex_;
+    mutable std::vector<InterfaceAddress> known_; ///< guarded by the mutex
 };
 
 } // namespace

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 namespace quillbox {
 
@@ -53,6 +54,24 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     int calls_ = 0;
+};
+
+/// While it exists, this process cannot open any file.
+class DescriptorShortage final {
+public:
+    DescriptorShortage()
+    {
+        EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &usual_), 0);
+        const rlimit none{.rlim_cur = 0, .rlim_max = usual_.rlim_max};
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    }
+    ~DescriptorShortage() { EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &usual_), 0); }
+
+    DescriptorShortage(const DescriptorShortage&) = delete;
+    DescriptorShortage& operator=(const DescriptorShortage&) = delete;
+
+private:
+    rlimit usual_{};
 };
 
 } // namespace
@@ -125,6 +144,44 @@ TEST(NetlinkMonitor, tellsNoAddressOfAnInterfaceThatIsDown)
         // The interface keeps its IPv4 address.
         setLoopbackUp(false);
         EXPECT_TRUE(monitor->addresses().empty());
+    });
+}
+
+TEST(NetlinkMonitor, keepsTheKnownAddressesWhileTheKernelCannotBeAsked)
+{
+    inNetworkNamespace([] {
+        DispatchPool pool;
+        const auto monitor = makeNetworkMonitor(pool);
+        setLoopbackUp(true);
+        const auto known = monitor->addresses();
+        ASSERT_FALSE(known.empty());
+        const DescriptorShortage shortage;
+        EXPECT_EQ(monitor->addresses(), known);
+    });
+}
+
+TEST(NetlinkMonitor, tellsSubscribersToReadTheAddressesAgainUntilTheKernelAnswers)
+{
+    inNetworkNamespace([] {
+        DispatchPool pool;
+        const auto monitor = makeNetworkMonitor(pool);
+        const auto queue = pool.makeQueue("test", QualityOfService::Utility);
+        Counter counter;
+        const auto subscription = monitor->subscribe(queue, [&] {
+            monitor->addresses();
+            counter.count();
+        });
+        {
+            const DescriptorShortage shortage;
+            const auto end = std::chrono::steady_clock::now() + kPatience;
+            // However often the addresses are read meanwhile.
+            while (!counter.waitFor(1, 5ms) && std::chrono::steady_clock::now() < end)
+                monitor->addresses();
+            ASSERT_TRUE(counter.waitFor(2));
+        }
+        ASSERT_TRUE(counter.waitFor(3));
+        EXPECT_FALSE(counter.waitFor(4, 1500ms));
+        pool.shutdown();
     });
 }
 
