@@ -69,6 +69,22 @@ protected:
     }
     int belowCard() const { return place(footnote()).top() - 1 - place(card()).bottom(); }
 
+    /// With every decoration, and with a status of one line and of two.
+    void expectEverythingFitsWith(int phones, int frame)
+    {
+        showPhones(phones);
+        for (const char* status :
+             {"Finder visibility is off",
+              "Could not resolve management address. Check the phone is online."}) {
+            setStatus(status);
+            for (int decoration = 0; decoration <= kLargestDecoration; ++decoration) {
+                decorate(frame, decoration);
+                expectEverythingFits(std::to_string(phones) + " phones, "
+                                     + std::to_string(decoration) + ", " + status);
+            }
+        }
+    }
+
     /// Nothing scrolls, is cut off, or touches its neighbour.
     void expectEverythingFits(const std::string& what)
     {
@@ -83,42 +99,19 @@ protected:
     QFont before;
 };
 
-constexpr const char* kTwoLines =
-    "Could not resolve management address. Check the phone is online.";
-
 TEST_P(Room, theFoldedWindowNeverScrolls)
 {
     open();
-    for (const int count : {0, 1, 2, 15}) {
-        showPhones(count);
-        const int frame = count == 0 ? 340 : 360 + 22 * count;
-        for (const char* status : {"Finder visibility is off", kTwoLines}) {
-            setStatus(status);
-            for (int decoration = 0; decoration <= kLargestDecoration; ++decoration) {
-                decorate(frame, decoration);
-                expectEverythingFits(std::to_string(count) + " phones, "
-                                     + std::to_string(decoration) + ", " + status);
-            }
-        }
-    }
+    for (const int count : {0, 1, 2, 15})
+        expectEverythingFitsWith(count, count == 0 ? 340 : 360 + 22 * count);
 }
 
 TEST_P(Room, norDoesTheUnfoldedWindowBelowItsMaximumHeight)
 {
     open();
     delegate->toggleAdvanced();
-    for (const int count : {0, 1, 2, 7}) {
-        showPhones(count);
-        const int frame = count == 0 ? 520 : 540 + 22 * count;
-        for (const char* status : {"Finder visibility is off", kTwoLines}) {
-            setStatus(status);
-            for (int decoration = 0; decoration <= kLargestDecoration; ++decoration) {
-                decorate(frame, decoration);
-                expectEverythingFits(std::to_string(count) + " phones, "
-                                     + std::to_string(decoration) + ", " + status);
-            }
-        }
-    }
+    for (const int count : {0, 1, 2, 7})
+        expectEverythingFitsWith(count, count == 0 ? 520 : 540 + 22 * count);
 }
 
 TEST_P(Room, insetsAndSpacingsGiveWayEvenly)
