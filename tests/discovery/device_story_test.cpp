@@ -28,11 +28,14 @@ TEST_F(DeviceStoryTest, tellsEachDeviceThatAppearsAndGoesOnce)
     log.time += 1500ms;
     story.noteDevices({device("Quillbox A"), device("Quillbox B")}, 2);
     story.noteDevices({device("Quillbox B")}, 1);
+    story.noteDevices({device("Quillbox B")}, 1);
+    story.noteDevices({device("Quillbox A"), device("Quillbox B")}, 2);
     EXPECT_THAT(
         log.lines,
         ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
                     R"(discovery: _quillbox._tcp: "Quillbox B" has appeared)",
-                    R"(discovery: _quillbox._tcp: "Quillbox A" has disappeared after 1.5 s)"));
+                    R"(discovery: _quillbox._tcp: "Quillbox A" has disappeared after 1.5 s)",
+                    R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)"));
 }
 
 TEST_F(DeviceStoryTest, countsServicesThatAreNoDevices)
@@ -64,6 +67,15 @@ TEST_F(DeviceStoryTest, isSilentWhileNobodyListens)
     story.noteDevices({}, 0);
     story.noteState(Browser::State::Ready, {});
     EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(DeviceStoryTest, remembersNothingFromBeforeSomebodyListened)
+{
+    log.isTelling = false;
+    story.noteDevices({device("Quillbox A")}, 1);
+    log.isTelling = true;
+    story.noteDevices({device("Quillbox A")}, 1);
+    EXPECT_THAT(log.lines, ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)"));
 }
 
 } // namespace

@@ -201,17 +201,28 @@ TEST_F(ManagementResolverTest, cancelsWithoutAServiceToStop)
 
 TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
 {
-    std::shared_ptr<ManagementResolver> owned;
-    owned = std::make_shared<ManagementResolver>(network, kAdmin,
-                                                 [&](const std::optional<std::string>& url) {
-                                                     owned.reset();
-                                                     results.push_back(url);
-                                                 });
-    owned->start();
-    service().object->finish({ipv4Address("192.0.2.7")}, 443);
-    dispatch.runAll();
-    EXPECT_EQ(owned, nullptr);
-    EXPECT_EQ(results.size(), 1U);
+    for (const bool isResolved : {true, false}) {
+        std::shared_ptr<ManagementResolver> owned;
+        bool wasKept = false;
+        auto token = std::make_shared<int>(0);
+        const std::weak_ptr<int> own = token;
+        owned = std::make_shared<ManagementResolver>(
+            network, kAdmin, [&, token = std::move(token)](const auto& /*url*/) {
+                // In case the callback's own references to them go.
+                auto& kept = wasKept;
+                const auto& callback = own;
+                owned.reset();
+                kept = !callback.expired();
+            });
+        owned->start();
+        if (isResolved)
+            service().object->finish({ipv4Address("192.0.2.7")}, 443);
+        else
+            service().object->fail();
+        dispatch.runAll();
+        EXPECT_EQ(owned, nullptr);
+        EXPECT_TRUE(wasKept);
+    }
 }
 
 } // namespace

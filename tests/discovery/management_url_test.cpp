@@ -1,8 +1,12 @@
 #include "discovery/management_url.h"
 #include "tests/fakes/socket_addresses.h"
+#include "tests/platform/netlink/network_namespace.h"
+
+#include <cstring>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 namespace quillbox {
 namespace {
@@ -21,9 +25,20 @@ TEST(ManagementUrl, putsIPv4FirstAndKeepsTheOrderOtherwise)
 TEST(ManagementUrl, countsTooShortAddressesAsNotIPv4)
 {
     const SocketAddress none;
-    const SocketAddress one{std::byte{2}};
+    // The bytes behind it are those of an IPv4 address.
+    auto one = ipv4Address("192.0.2.2");
+    one.resize(1);
     const auto a4 = ipv4Address("192.0.2.1");
     EXPECT_THAT(ipv4First({none, one, a4}), ElementsAre(a4, none, one));
+}
+
+TEST(ManagementUrl, countsAddressesOfOtherFamiliesAsNotIPv4)
+{
+    auto other = ipv4Address("192.0.2.2");
+    const sa_family_t family = AF_PACKET;
+    std::memcpy(other.data(), &family, sizeof family);
+    const auto a4 = ipv4Address("192.0.2.1");
+    EXPECT_THAT(ipv4First({other, a4}), ElementsAre(a4, other));
 }
 
 TEST(ManagementUrl, writesAnIPv4AddressInDottedDecimals)
@@ -46,6 +61,15 @@ TEST(ManagementUrl, encodesTheZoneOfALinkLocalAddress)
 {
     // The loopback interface exists on every machine and has index 1.
     EXPECT_EQ(managementUrl(ipv6Address("fe80::7", 1), 443), "https://[fe80::7%25lo]:443/");
+}
+
+TEST(ManagementUrl, encodesEachByteOfTheZoneThatIsReservedInUrls)
+{
+    inNetworkNamespace([] {
+        renameLoopback("a-b.c_d~1&[?\xc3\xa9");
+        EXPECT_EQ(managementUrl(ipv6Address("fe80::7", 1), 443),
+                  "https://[fe80::7%25a-b.c_d~1%26%5B%3F%C3%A9]:443/");
+    });
 }
 
 TEST(ManagementUrl, hasNoneForBytesThatAreNoAddress)

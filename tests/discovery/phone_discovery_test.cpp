@@ -61,9 +61,17 @@ protected:
 
 TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
 {
-    ASSERT_EQ(dispatch.queueCount(), 1U);
-    EXPECT_EQ(dispatch.queue(0)->label(), "org.quillbox.Helper.discovery");
-    EXPECT_EQ(dispatch.queue(0)->qualityOfService(), QualityOfService::Utility);
+    const auto other = PhoneDiscovery::make(dispatch, network, story, "org.quillbox.Helper",
+                                            "_quillbox-admin._tcp");
+    ASSERT_EQ(dispatch.queueCount(), 2U);
+    for (const std::size_t place : {0U, 1U}) {
+        EXPECT_EQ(dispatch.queue(place)->label(), "org.quillbox.Helper.discovery");
+        EXPECT_EQ(dispatch.queue(place)->qualityOfService(), QualityOfService::Utility);
+    }
+    discovery->start();
+    other->start();
+    EXPECT_EQ(network.browsers.at(0)->queue, dispatch.queue(0));
+    EXPECT_EQ(network.browsers.at(1)->queue, dispatch.queue(1));
 }
 
 TEST_F(PhoneDiscoveryTest, browsesNothingBeforeItIsStarted)
@@ -141,6 +149,20 @@ TEST_F(PhoneDiscoveryTest, reportsTwoResultsOfOneNameAdjacentAndInTheBrowsersOrd
                                           DiscoveredDevice{phone("Quillbox A"), "Quillbox A"}));
 }
 
+TEST_F(PhoneDiscoveryTest, keepsTheBrowsersOrderOfManyResultsOfOneName)
+{
+    Browser::Results results;
+    for (int number = 0; number < 100; ++number)
+        results.push_back(
+            phone(number % 2 == 0 ? "Quillbox" : "Quillbox A", "eth" + std::to_string(number)));
+    namesFor(results);
+    ASSERT_EQ(lists.back().size(), results.size());
+    for (std::size_t place = 0; place < 50; ++place) {
+        EXPECT_EQ(lists.back()[place].endpoint, results[2 * place]);
+        EXPECT_EQ(lists.back()[50 + place].endpoint, results[2 * place + 1]);
+    }
+}
+
 TEST_F(PhoneDiscoveryTest, skipsResultsThatAreNoServices)
 {
     EXPECT_THAT(namesFor({HostEndpoint{"Quillbox", 4445}, phone("Quillbox")}),
@@ -215,6 +237,16 @@ TEST_F(PhoneDiscoveryTest, stillDeliversWhatWasUnderWayWhenItStops)
     EXPECT_EQ(browser().cancels, 1);
 }
 
+TEST_F(PhoneDiscoveryTest, releasesItsBrowserWhenItStops)
+{
+    discovery->start();
+    const std::weak_ptr<FakeBrowser> stopped = network.browsers.back();
+    network.browsers.clear();
+    discovery->stop();
+    dispatch.runAll();
+    EXPECT_TRUE(stopped.expired());
+}
+
 TEST_F(PhoneDiscoveryTest, stopsWithoutHavingStarted)
 {
     discovery->stop();
@@ -233,6 +265,24 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenNobodyListens)
     dispatch.runAll();
     EXPECT_THAT(lists,
                 ElementsAre(ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"})));
+}
+
+TEST_F(PhoneDiscoveryTest, keepsTheCallbackUntilItHasReturned)
+{
+    bool wasKept = false;
+    auto token = std::make_shared<int>(0);
+    const std::weak_ptr<int> own = token;
+    discovery->resultChanged = [&, token = std::move(token)](const auto& /*devices*/) {
+        // In case the callback's own references to them go.
+        auto& kept = wasKept;
+        const auto& callback = own;
+        discovery->resultChanged = nullptr;
+        kept = !callback.expired();
+    };
+    discovery->start();
+    browser().deliver({phone("Quillbox")});
+    dispatch.runAll();
+    EXPECT_TRUE(wasKept);
 }
 
 TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)

@@ -1,8 +1,10 @@
 #pragma once
 
 #include <array>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <string>
 #include <system_error>
 #include <thread>
 
@@ -32,6 +34,12 @@ inline void inNetworkNamespace(const std::function<void()>& work)
         GTEST_SKIP() << "no permission to make a network namespace";
 }
 
+/// Runs ip(8) in this thread's network namespace.
+inline void ip(const std::string& arguments)
+{
+    EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << arguments;
+}
+
 /// Sets the loopback interface of this thread's network namespace up or down.
 inline void setLoopbackUp(bool isUp)
 {
@@ -43,6 +51,17 @@ inline void setLoopbackUp(bool isUp)
     const auto flags = static_cast<unsigned short>(request.ifr_flags);
     request.ifr_flags = static_cast<short>(isUp ? flags | IFF_UP : flags & ~IFF_UP);
     EXPECT_EQ(::ioctl(socket, SIOCSIFFLAGS, &request), 0);
+    ::close(socket);
+}
+
+/// Renames the loopback interface of this thread's network namespace, while it is down.
+inline void renameLoopback(const char* name)
+{
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ifreq request{};
+    std::strcpy(request.ifr_name, "lo");
+    std::strncpy(request.ifr_newname, name, sizeof request.ifr_newname - 1);
+    EXPECT_EQ(::ioctl(socket, SIOCSIFNAME, &request), 0);
     ::close(socket);
 }
 

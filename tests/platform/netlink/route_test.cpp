@@ -1,8 +1,8 @@
 #include "platform/netlink/netlink_monitor.h"
+#include "platform/netlink/route_lookup.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 
-#include <cstdlib>
 #include <memory>
 #include <string>
 
@@ -12,11 +12,6 @@
 namespace quillbox {
 
 namespace {
-
-void ip(const std::string& arguments)
-{
-    EXPECT_EQ(std::system(("ip " + arguments).c_str()), 0) << arguments;
-}
 
 /// A computer in a local network, with a second interface in the same network, and with a network
 /// behind it.
@@ -114,6 +109,14 @@ TEST(Route, throughAnotherInterfaceIsNoneOfAHostBehindThisComputer)
         EXPECT_EQ(computer.route("fd00:17::2", "lan"), OutgoingRoute::None);
         // Bound to this interface, the socket asks the router there, never the host behind.
         EXPECT_EQ(computer.route("172.17.0.2", "lan"), OutgoingRoute::IfBound);
+    });
+}
+
+TEST(Route, isNotFoundWhereThereIsNone)
+{
+    inNetworkNamespace([] {
+        EXPECT_FALSE(lookUpRoute(ipv4Address("192.0.2.1"), 0));
+        EXPECT_FALSE(lookUpRoute(ipv6Address("2001:db8::1"), 0));
     });
 }
 
