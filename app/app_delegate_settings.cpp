@@ -23,8 +23,7 @@ constexpr const char* kDefaultUser = "nas";
 void AppDelegate::readFields()
 {
     const auto fill = [this](EditField& field, const char* key, const char* standard) {
-        const auto stored = environment.userDefaults.stringForKey(key);
-        field.fill(QString::fromStdString(stored.value_or(standard)));
+        field.fill(QString::fromStdString(environment.userDefaults.stringForKey(key, standard)));
     };
     fill(hostField, kHost, "");
     fill(portField, kPort, kDefaultPort);
@@ -34,9 +33,9 @@ void AppDelegate::readFields()
 
 void AppDelegate::readCheckBoxes()
 {
-    const UserDefaults& stored = environment.userDefaults;
-    showInFinder.setChecked(stored.boolForKey(kShowInFinder).value_or(true));
-    automaticDiscovery.setChecked(stored.boolForKey(kAutomaticDiscovery).value_or(true));
+    UserDefaults& stored = environment.userDefaults;
+    showInFinder.setChecked(stored.boolForKey(kShowInFinder, true));
+    automaticDiscovery.setChecked(stored.boolForKey(kAutomaticDiscovery, true));
 }
 
 void AppDelegate::saveFields(const std::string& host, std::uint16_t port)

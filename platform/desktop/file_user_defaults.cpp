@@ -8,7 +8,6 @@
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
-#include <set>
 #include <utility>
 
 namespace quillbox {
@@ -33,9 +32,10 @@ public:
             return;
         }
         SettingsFile::Contents contents = file.read();
-        if (contents.condition == SettingsFile::Condition::Damaged)
+        if (!contents.problem.empty())
             printToStandardError("quillbox-helper: the settings in " + file.path()
                                  + " cannot be used: " + contents.problem);
+        isUnread = contents.condition == SettingsFile::Condition::Unreadable;
         values = std::move(contents.object);
     }
 
@@ -44,26 +44,24 @@ public:
     FileUserDefaults(const FileUserDefaults&) = delete;
     FileUserDefaults& operator=(const FileUserDefaults&) = delete;
 
-    std::optional<std::string> stringForKey(const std::string& key) const override
+    std::string stringForKey(const std::string& key, const std::string& standard) override
     {
         const QJsonValue value = values.value(keyOf(key));
         if (value.isString())
             return value.toString().toStdString();
-        if (!value.isUndefined())
-            reportKind(key, "a string");
-        return std::nullopt;
+        useStandard(key, value, QString::fromStdString(standard), "a string", '"' + standard + '"');
+        return standard;
     }
 
-    std::optional<bool> boolForKey(const std::string& key) const override
+    bool boolForKey(const std::string& key, bool standard) override
     {
         const QJsonValue value = values.value(keyOf(key));
         if (value.isBool())
             return value.toBool();
         if (value.isDouble() && (value.toDouble() == 0 || value.toDouble() == 1))
             return value.toDouble() == 1;
-        if (!value.isUndefined())
-            reportKind(key, "true or false");
-        return std::nullopt;
+        useStandard(key, value, standard, "true or false", standard ? "true" : "false");
+        return standard;
     }
 
     void setString(const std::string& key, const std::string& value) override
@@ -90,36 +88,32 @@ private:
         });
     }
 
-    /// Merges the values that were set since the last write into the current contents of the file,
-    /// so that other changes to the file are kept.
     void write()
     {
         isWriteAsked = false;
-        if (unwritten.isEmpty() || file.path().empty())
-            return;
-        SettingsFile::Contents contents = file.read();
-        const QJsonObject before = contents.object;
-        for (auto entry = unwritten.constBegin(); entry != unwritten.constEnd(); ++entry)
-            contents.object.insert(entry.key(), entry.value());
-        const bool isStored =
-            contents.object == before && contents.condition == SettingsFile::Condition::Good;
-        if (isStored || file.replace(contents.object, contents.condition))
+        if (!unwritten.isEmpty() && !file.path().empty() && file.write(unwritten, values))
             unwritten = {};
     }
 
-    void reportKind(const std::string& key, const char* expected) const
+    /// A standard value counts as set where the file has, or may have, another value, so that
+    /// setting the same one again does not replace that.
+    void useStandard(const std::string& key, const QJsonValue& found, const QJsonValue& standard,
+                     const std::string& expected, const std::string& shown)
     {
-        if (reported.insert(key).second)
+        if (!found.isUndefined())
             printToStandardError("quillbox-helper: the setting \"" + key + "\" in " + file.path()
-                                 + " is not " + expected + " and is ignored");
+                                 + " is not " + expected + "; its default, " + shown
+                                 + ", is used instead");
+        if (!found.isUndefined() || isUnread)
+            values.insert(keyOf(key), standard);
     }
 
     const SettingsFile file;
     const std::shared_ptr<DispatchQueue> mainQueue;
-    QJsonObject values;
+    QJsonObject values; ///< what holds: stored, set, or the default of a value of a wrong type
     QJsonObject unwritten;
+    bool isUnread = false; ///< whether there is a file that could not be read at the start
     bool isWriteAsked = false;
-    mutable std::set<std::string> reported;
     const std::shared_ptr<int> alive = std::make_shared<int>(0);
 };
 

@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -34,9 +35,9 @@ std::string reasonOf(int error)
     return std::generic_category().message(error);
 }
 
-void complain(const std::string& text)
+void complain(const std::string& reason)
 {
-    printToStandardError("quillbox-helper: " + text);
+    printToStandardError("quillbox-helper: settings cannot be stored: " + reason);
 }
 
 /// Where a chain of symbolic links ends, whether or not anything is there.
@@ -53,24 +54,41 @@ std::string linkTarget(const std::string& path)
     return target.string();
 }
 
-/// Reads the whole file. Sets `problem` on failure, or if the file is larger than kLargestFile.
-QByteArray readAll(int descriptor, std::string& problem)
+/// Reads at most one byte more than kLargestFile. nullopt on failure, with the reason in errno.
+std::optional<QByteArray> readAll(int descriptor)
 {
     QByteArray bytes;
     std::array<char, 16384> buffer{};
     while (bytes.size() <= kLargestFile) {
         const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
         if (length == 0)
-            return bytes;
-        if (length < 0 && errno != EINTR) {
-            problem = reasonOf(errno);
-            return {};
-        }
+            break;
+        if (length < 0 && errno != EINTR)
+            return std::nullopt;
         if (length > 0)
             bytes.append(buffer.data(), length);
     }
-    problem = "it is larger than 1 MiB";
-    return {};
+    return bytes;
+}
+
+/// The object in `bytes`; nullopt if there is none, with the reason in `problem`.
+std::optional<QJsonObject> objectIn(const QByteArray& bytes, std::string& problem)
+{
+    if (bytes.size() > kLargestFile) {
+        problem = "it is larger than 1 MiB";
+        return std::nullopt;
+    }
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
+    if (error.error != QJsonParseError::NoError) {
+        problem = error.errorString().toStdString() + ", at byte " + std::to_string(error.offset);
+        return std::nullopt;
+    }
+    if (!document.isObject()) {
+        problem = "it is not a JSON object";
+        return std::nullopt;
+    }
+    return document.object();
 }
 
 /// Creates the folder and its missing parents.
@@ -83,7 +101,7 @@ bool makeFolder(const std::filesystem::path& folder)
         if (std::filesystem::is_directory(path, error) || ::mkdir(path.c_str(), kFolderMode) == 0
             || errno == EEXIST)
             continue;
-        complain("settings cannot be stored: " + path.string() + ": " + reasonOf(errno));
+        complain(path.string() + ": " + reasonOf(errno));
         return false;
     }
     return true;
@@ -99,6 +117,23 @@ bool renameWithoutReplacing(const std::string& from, const std::string& to)
     return ::link(from.c_str(), to.c_str()) == 0 && ::unlink(from.c_str()) == 0;
 }
 
+/// Renames the file to a free name in the same folder.
+bool setAside(const std::string& file)
+{
+    for (int number = 0; number < kMostSetAside; ++number) {
+        const std::string name =
+            file + ".invalid" + (number == 0 ? std::string() : '-' + std::to_string(number));
+        if (renameWithoutReplacing(file, name)) {
+            printToStandardError("quillbox-helper: the old settings are now in " + name);
+            return true;
+        }
+        if (errno != EEXIST)
+            break;
+    }
+    complain(file + " cannot be set aside: " + reasonOf(errno));
+    return false;
+}
+
 } // namespace
 
 SettingsFile::Contents SettingsFile::read() const
@@ -108,7 +143,7 @@ SettingsFile::Contents SettingsFile::read() const
     const FileDescriptor file(::open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     if (!file.isOpen() && errno == ENOENT)
         return contents;
-    contents.condition = Condition::Damaged;
+    contents.condition = Condition::Unreadable;
     struct stat status {};
     if (!file.isOpen() || ::fstat(file.get(), &status) != 0) {
         contents.problem = reasonOf(errno);
@@ -118,23 +153,31 @@ SettingsFile::Contents SettingsFile::read() const
         contents.problem = "it is not a regular file";
         return contents;
     }
-    const QByteArray bytes = readAll(file.get(), contents.problem);
-    if (!contents.problem.empty())
-        return contents;
-    QJsonParseError error{};
-    const QJsonDocument document = QJsonDocument::fromJson(bytes, &error);
-    if (error.error != QJsonParseError::NoError) {
-        contents.problem =
-            error.errorString().toStdString() + ", at byte " + std::to_string(error.offset);
+    const auto bytes = readAll(file.get());
+    if (!bytes) {
+        contents.problem = reasonOf(errno);
         return contents;
     }
-    if (!document.isObject()) {
-        contents.problem = "it is not a JSON object";
-        return contents;
-    }
-    contents.condition = Condition::Good;
-    contents.object = document.object();
+    auto object = objectIn(*bytes, contents.problem);
+    contents.condition = object ? Condition::Good : Condition::Damaged;
+    if (object)
+        contents.object = std::move(*object);
     return contents;
+}
+
+bool SettingsFile::write(const QJsonObject& changes, const QJsonObject& all) const
+{
+    const Contents contents = read();
+    if (contents.condition == Condition::Unreadable) {
+        complain(path_ + ": " + contents.problem);
+        return false;
+    }
+    if (contents.condition != Condition::Good)
+        return replace(all, contents.condition);
+    QJsonObject object = contents.object;
+    for (auto entry = changes.constBegin(); entry != changes.constEnd(); ++entry)
+        object.insert(entry.key(), entry.value());
+    return object == contents.object || replace(object, contents.condition);
 }
 
 bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
@@ -142,34 +185,18 @@ bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
     const std::string target = linkTarget(path_);
     if (!makeFolder(std::filesystem::path(target).parent_path()))
         return false;
-    if (condition == Condition::Damaged && !setAside(target))
-        return false;
     QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
     const QByteArray bytes = QJsonDocument(object).toJson();
-    // If the disk fills up, write() returns a short count, but commit() succeeds nevertheless.
+    // The old file is set aside only once the new one is complete. If the disk fills up, write()
+    // returns a short count, but commit() succeeds nevertheless.
     const bool isWritten = file.open(QIODevice::WriteOnly)
                            && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)
-                           && file.write(bytes) == bytes.size() && file.commit();
-    if (!isWritten)
-        complain("settings cannot be stored: " + target + ": " + file.errorString().toStdString());
-    return isWritten;
-}
-
-bool SettingsFile::setAside(const std::string& file) const
-{
-    for (int number = 0; number < kMostSetAside; ++number) {
-        const std::string name =
-            file + ".invalid" + (number == 0 ? std::string() : '-' + std::to_string(number));
-        if (renameWithoutReplacing(file, name)) {
-            complain("the old settings are now in " + name);
-            return true;
-        }
-        if (errno == ENOENT)
-            return true;
-        if (errno != EEXIST)
-            break;
-    }
-    complain("settings cannot be stored: " + file + " cannot be set aside: " + reasonOf(errno));
+                           && file.write(bytes) == bytes.size() && file.flush();
+    if (isWritten && condition == Condition::Damaged && !setAside(target))
+        return false;
+    if (isWritten && file.commit())
+        return true;
+    complain(target + ": " + file.errorString().toStdString());
     return false;
 }
 

@@ -5,35 +5,34 @@ namespace quillbox {
 namespace {
 
 template <class Kind>
-std::optional<Kind> find(const std::map<std::string, FakeUserDefaults::Value>& values,
-                         const std::string& key)
+Kind valueIn(const std::map<std::string, FakeUserDefaults::Value>& values, const std::string& key,
+             const Kind& standard)
 {
     const auto entry = values.find(key);
-    if (entry == values.end() || !std::holds_alternative<Kind>(entry->second))
-        return std::nullopt;
-    return std::get<Kind>(entry->second);
+    const auto* value = entry == values.end() ? nullptr : std::get_if<Kind>(&entry->second);
+    return value ? *value : standard;
 }
 
 } // namespace
 
-void FakeUserDefaults::note(const char* call, const std::string& key) const
+void FakeUserDefaults::note(const char* call, const std::string& key)
 {
     if (log)
         log->push_back(call + key);
 }
 
-std::optional<std::string> FakeUserDefaults::stringForKey(const std::string& key) const
+std::string FakeUserDefaults::stringForKey(const std::string& key, const std::string& standard)
 {
     note("read ", key);
     reads.push_back(key);
-    return find<std::string>(values, key);
+    return valueIn(values, key, standard);
 }
 
-std::optional<bool> FakeUserDefaults::boolForKey(const std::string& key) const
+bool FakeUserDefaults::boolForKey(const std::string& key, bool standard)
 {
     note("read ", key);
     reads.push_back(key);
-    return find<bool>(values, key);
+    return valueIn(values, key, standard);
 }
 
 void FakeUserDefaults::setString(const std::string& key, const std::string& value)

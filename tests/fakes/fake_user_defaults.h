@@ -14,18 +14,18 @@ class FakeUserDefaults final : public UserDefaults {
 public:
     using Value = std::variant<std::string, bool>;
 
-    std::optional<std::string> stringForKey(const std::string& key) const override;
-    std::optional<bool> boolForKey(const std::string& key) const override;
+    std::string stringForKey(const std::string& key, const std::string& standard) override;
+    bool boolForKey(const std::string& key, bool standard) override;
     void setString(const std::string& key, const std::string& value) override;
     void setBool(const std::string& key, bool value) override;
 
     std::map<std::string, Value> values;
     std::vector<std::string> writes;         ///< the keys that were set, in order
-    mutable std::vector<std::string> reads;  ///< the keys that were read, in order
+    std::vector<std::string> reads;          ///< the keys that were read, in order
     std::vector<std::string>* log = nullptr; ///< if set, records calls as "read KEY", "write KEY"
 
 private:
-    void note(const char* call, const std::string& key) const;
+    void note(const char* call, const std::string& key);
 };
 
 } // namespace quillbox
