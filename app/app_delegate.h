@@ -79,8 +79,8 @@ public:
     void showHelper();
     void quit();
 
-    /// True if an older copy is running. Brings that copy's window to the front, unless this copy
-    /// starts hidden.
+    /// True if an older copy is running and is not about to exit. Brings that copy's window to the
+    /// front, unless this copy starts hidden. Waits for a copy that is about to exit.
     bool activateExistingInstance();
 
     /// Another copy was started and yields to this one. `permission` is the activation token that
@@ -193,6 +193,7 @@ private:
     void showFinderHint();
     void addHeading();
     DeviceRow* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
+    void sayThatThereIsNoWindow();
     void centreWindow();
     bool isWindowVisible() const;
     void bringWindowForward();
@@ -223,7 +224,8 @@ private:
     void popUpManagementMenu();
     void fillManagementMenu(QMenu& menu);
 
-    ManagementRequest managementRequest; ///< for the resolver in progress
+    bool isExistingInstanceWindowless = false; ///< known after `activateExistingInstance`
+    ManagementRequest managementRequest;       ///< for the resolver in progress
     const AppEnvironment environment;
 };
 

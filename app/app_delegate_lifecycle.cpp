@@ -4,7 +4,8 @@
 #include <QGuiApplication>
 #include <QPointer>
 #include <QScreen>
-#include <algorithm>
+#include <chrono>
+#include <string>
 #include <utility>
 
 namespace quillbox {
@@ -14,6 +15,12 @@ namespace {
 constexpr const char* kManagementServiceType = "_quillbox-admin._tcp";
 
 using LaunchDate = RunningApplication::LaunchDate;
+
+/// Any copy that is not stuck answers in less time.
+constexpr std::chrono::milliseconds kPresenceLimit{1000};
+
+/// A shutdown takes less time.
+constexpr std::chrono::milliseconds kEndLimit{2000};
 
 /// One entry per device, compared to decide whether a discovery result requires a restart.
 std::vector<std::string> signatureOf(const std::vector<DiscoveredDevice>& devices)
@@ -63,9 +70,14 @@ AppDelegate::~AppDelegate()
 void AppDelegate::applicationDidFinishLaunching()
 {
     if (activateExistingInstance()) {
-        environment.terminate();
+        if (isExistingInstanceWindowless && environment.hasDisplay)
+            sayThatThereIsNoWindow();
+        else
+            environment.terminate();
         return;
     }
+    if (!environment.hasDisplay)
+        printToStandardError("quillbox-helper: no display; running without a window");
     forceLightAppearance();
     QGuiApplication::setQuitOnLastWindowClosed(applicationShouldTerminateAfterLastWindowClosed());
     buildWindow();
@@ -146,16 +158,36 @@ bool AppDelegate::activateExistingInstance()
     RunningApplications& applications = environment.runningApplications;
     const auto self = applications.current();
     const auto copies = applications.runningApplications(*environment.bundleIdentifier);
-    const auto older = std::find_if(copies.begin(), copies.end(), [&self](const auto& other) {
-        return other->processIdentifier() != self->processIdentifier() && !other->isTerminated()
-               && isOlder(*other, *self);
-    });
-    if (older == copies.end())
-        return false;
-    // A copy that starts hidden, for example at login, does not show another copy's window either.
-    if (!environment.startsHidden)
-        (*older)->activate();
-    return true;
+    for (const auto& other : copies) {
+        if (other->processIdentifier() == self->processIdentifier() || other->isTerminated()
+            || !isOlder(*other, *self))
+            continue;
+        // A copy that starts hidden, for example at login, does not show another copy's window
+        // either. It sends a message only to wait for an answer.
+        if (environment.startsHidden)
+            other->ask({}, kPresenceLimit);
+        else
+            isExistingInstanceWindowless = !other->activate();
+        if (!other->isTerminated()) {
+            printToStandardError(std::string("quillbox-helper: another instance is already running")
+                                 + (isExistingInstanceWindowless ? ", without a display" : ""));
+            return true;
+        }
+        // It was about to exit. Until it has, its relays may still have the names of the phones.
+        other->waitForEnd(kEndLimit);
+    }
+    return false;
+}
+
+/// Tells the user why the launch shows nothing, and then terminates.
+void AppDelegate::sayThatThereIsNoWindow()
+{
+    // While the notice is open, another launch must not find this copy in place of the running one.
+    environment.runningApplications.withdraw();
+    environment.notice.show("Quillbox Helper is running without a window",
+                            "It was started where there was no display. To get a window, run "
+                            "\"quillbox-helper quit\" and start it again.",
+                            environment.terminate);
 }
 
 void AppDelegate::activatedByAnotherCopy(const std::string& permission)

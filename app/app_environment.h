@@ -4,6 +4,7 @@
 #include "platform/log.h"
 #include "platform/network.h"
 #include "platform/network_view.h"
+#include "platform/notice.h"
 #include "platform/package_manager.h"
 #include "platform/running_applications.h"
 #include "platform/status_host.h"
@@ -27,10 +28,13 @@ struct AppEnvironment {
     RunningApplications& runningApplications;
     StatusHost& statusHost;
     WindowPresence& windowPresence;
+    Notice& notice;
     NetworkView& networkView;
     PackageManager packageManager;
     /// Whether the window stays hidden until the user asks for it.
     bool startsHidden = false;
+    /// Whether there is a display to show the window on.
+    bool hasDisplay = true;
     /// nullopt: any number of copies may run.
     std::optional<std::string> bundleIdentifier;
     /// Asks the event loop to end, and returns before it does.

@@ -76,10 +76,12 @@ void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
         printToStandardError(qFormatLogMessage(type, context, message).toStdString());
 }
 
-/// Selects Qt's platform plugin: Qt aborts if the default one finds no display.
-void choosePlatform()
+/// Selects Qt's platform plugin: Qt aborts if the default one finds no display. Returns whether
+/// there is a display.
+bool choosePlatform()
 {
-    switch (probeDisplay()) {
+    const Display display = probeDisplay();
+    switch (display) {
     case Display::Any:
         break;
     case Display::Wayland:
@@ -88,9 +90,9 @@ void choosePlatform()
     case Display::None:
         qputenv("QT_QPA_PLATFORM", "offscreen");
         qInstallMessageHandler(printUnlessAboutWindows);
-        printToStandardError("quillbox-helper: no display; running without a window");
         break;
     }
+    return display != Display::None;
 }
 
 /// Qt's platform theme for GNOME loads GTK, whose accessibility bridge registers for the whole
@@ -138,7 +140,7 @@ int run(const Options& options, char** arguments)
 {
     const Inheritance inheritance = prepareProcess();
     const std::string activationToken = activationTokenOfEnvironment();
-    choosePlatform();
+    const bool hasDisplay = choosePlatform();
     // Read before XDG_RUNTIME_DIR is changed: other instances look in the unchanged one.
     const RuntimeFolders folders = systemRuntimeFolders();
     provideRuntimeFolder(folders);
@@ -165,6 +167,7 @@ int run(const Options& options, char** arguments)
         .folders = folders,
         .bundleIdentifier = kBundleIdentifier,
         .activationToken = activationToken,
+        .hasDisplay = hasDisplay,
     });
     const auto statusHost = makeStatusHostWatch();
     const auto windowPresence = makeWindowPresence();
@@ -177,12 +180,19 @@ int run(const Options& options, char** arguments)
         .runningApplications = *runningApplications,
         .statusHost = *statusHost,
         .windowPresence = *windowPresence,
+        .notice = *notification,
         .networkView = platform.networkView(),
         .packageManager = systemPackageManager(),
         .startsHidden = options.isHidden,
+        .hasDisplay = hasDisplay,
         .bundleIdentifier = kBundleIdentifier,
-        // quit() would first close the window, which the window refuses: closing only hides it.
-        .terminate = [] { QCoreApplication::exit(EXIT_SUCCESS); },
+        .terminate =
+            [&runningApplications] {
+                // At once: a copy that starts from now on must not yield to this one.
+                runningApplications->withdraw();
+                // quit() would first close the window, which it refuses: closing only hides it.
+                QCoreApplication::exit(EXIT_SUCCESS);
+            },
     });
     const auto signals = makeTerminationSignals([&delegate] { delegate->quit(); });
     mainQueue->queue()->async([&delegate] { delegate->applicationDidFinishLaunching(); });

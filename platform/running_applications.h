@@ -26,9 +26,9 @@ public:
 
     virtual bool isTerminated() const = 0;
 
-    /// Asks that copy to bring all its windows to the front. Waits for its answer, but only
-    /// briefly.
-    virtual void activate() = 0;
+    /// Asks that copy to bring all its windows to the front, and waits for its answer, but only
+    /// briefly. False if it answers that it has none, because it runs without a display.
+    virtual bool activate() = 0;
 
     /// Sends a message (one line without its newline, at most `kLongestMessage` bytes) and blocks
     /// until the answer arrives. None if there is no answer within `limit`: that copy hangs, is
@@ -36,8 +36,8 @@ public:
     virtual std::optional<std::string> ask(const std::string& message,
                                            std::chrono::milliseconds limit) = 0;
 
-    /// Waits until the process that answered the last `ask` has exited; returns whether it did so
-    /// within `limit`.
+    /// Waits until the process that the last `activate` or `ask` reached has exited; returns
+    /// whether it did so within `limit`.
     virtual bool waitForEnd(std::chrono::milliseconds limit) = 0;
 
     static constexpr std::size_t kLongestMessage = 8192;

@@ -83,7 +83,8 @@ private:
         if (!request) {
             end();
         } else if (request->kind == Kind::Activation) {
-            send(std::string(copy_protocol::kActivated));
+            send(std::string(listener.handlers.hasDisplay ? copy_protocol::kActivated
+                                                          : copy_protocol::kNoDisplay));
             // A copy: the handler may destroy the listener, which owns the original.
             if (const auto callback = listener.handlers.activation)
                 callback(request->token);

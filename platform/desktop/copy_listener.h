@@ -17,6 +17,7 @@ namespace quillbox {
 class CopyListener final : public QObject {
 public:
     struct Handlers {
+        bool hasDisplay = true; ///< told to who activates this copy
         std::function<void(const std::string& token)> activation;
         RunningApplications::MessageHandler message;
     };

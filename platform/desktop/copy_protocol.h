@@ -7,7 +7,7 @@
 /// The protocol that the running copies of an application use over a local socket. A connection
 /// carries one request line and one answer line:
 ///
-///     activate[ TOKEN]       ok
+///     activate[ TOKEN]       ok, or "no display" from a copy that has no window to show
 ///     message TOKEN TEXT     answer TEXT
 ///
 /// TOKEN is the desktop's activation token, "-" in a message without one. On a line that is too
@@ -28,6 +28,7 @@ std::optional<std::string> message(std::string_view token, std::string_view text
 std::optional<std::string> answer(std::string_view text);
 
 inline constexpr std::string_view kActivated = "ok";
+inline constexpr std::string_view kNoDisplay = "no display";
 
 /// A parsed request.
 struct Request {

@@ -21,8 +21,6 @@ namespace {
 using copy_protocol::kEndOfLine;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kActivationLimit{1000};
-
 /// Waits for events on a file descriptor; false on timeout or error.
 bool await(int descriptor, short events, Clock::time_point deadline)
 {
@@ -74,28 +72,30 @@ std::optional<std::string> receiveLine(int connection, std::size_t longest,
     return std::nullopt;
 }
 
+/// Sends a line and returns the line that answers it.
+std::optional<std::string> exchange(int connection, const std::string& line,
+                                    std::chrono::milliseconds limit)
+{
+    const auto deadline = Clock::now() + limit;
+    if (!isPeerOfSameUser(connection) || !sendAll(connection, line + kEndOfLine, deadline))
+        return std::nullopt;
+    return receiveLine(
+        connection, copy_protocol::kLongestPrefix + RunningApplication::kLongestAnswer, deadline);
+}
+
 } // namespace
 
-void requestActivation(int connection, const std::string& token)
+bool requestActivation(int connection, const std::string& token, std::chrono::milliseconds limit)
 {
-    if (!isPeerOfSameUser(connection))
-        return;
-    const auto deadline = Clock::now() + kActivationLimit;
-    // Any answer, even a closed connection, means that the other copy has read the request.
-    if (sendAll(connection, copy_protocol::activation(token) + kEndOfLine, deadline))
-        await(connection, POLLIN, deadline);
+    return exchange(connection, copy_protocol::activation(token), limit)
+           != copy_protocol::kNoDisplay;
 }
 
 std::optional<std::string> exchangeMessage(int connection, const std::string& token,
                                            const std::string& text, std::chrono::milliseconds limit)
 {
-    const auto deadline = Clock::now() + limit;
     const auto line = copy_protocol::message(token, text);
-    if (!line || !isPeerOfSameUser(connection)
-        || !sendAll(connection, *line + kEndOfLine, deadline))
-        return std::nullopt;
-    const auto answer = receiveLine(
-        connection, copy_protocol::kLongestPrefix + RunningApplication::kLongestAnswer, deadline);
+    const auto answer = line ? exchange(connection, *line, limit) : std::nullopt;
     return answer ? copy_protocol::answerIn(*answer) : std::nullopt;
 }
 

@@ -11,9 +11,9 @@ namespace quillbox {
 /// The client side of copy_protocol.h. These calls block, with a limit, and need no event loop.
 /// They send nothing to a process of another user.
 
-/// Asks the copy at the other end to bring its window to the front, and waits for its answer for at
-/// most a second. `token` is the desktop's activation token; may be empty.
-void requestActivation(int connection, const std::string& token);
+/// Asks the copy at the other end to bring its window to the front, and waits for its answer. False
+/// if it answers that it has no display. `token` is the desktop's activation token; may be empty.
+bool requestActivation(int connection, const std::string& token, std::chrono::milliseconds limit);
 
 /// Sends a message and returns the answer; nullopt if no valid answer arrives within the limit.
 std::optional<std::string> exchangeMessage(int connection, const std::string& token,

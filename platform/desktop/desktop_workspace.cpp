@@ -103,7 +103,7 @@ private:
     void report(const char* title, const std::optional<std::string>& reason, const Opened& opened)
     {
         if (reason)
-            notice.show(title, *reason);
+            notice.show(title, *reason, nullptr);
         if (opened)
             opened(reason);
     }

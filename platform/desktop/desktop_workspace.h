@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/desktop/activation_tokens.h"
-#include "platform/desktop/notice.h"
 #include "platform/desktop/process.h"
 #include "platform/desktop/smb_opener.h"
+#include "platform/notice.h"
 #include "platform/workspace.h"
 
 #include <memory>

@@ -9,6 +9,8 @@
 #include <QMessageBox>
 #include <QStringList>
 #include <QVariantMap>
+#include <functional>
+#include <string>
 #include <utility>
 
 namespace quillbox {
@@ -22,14 +24,19 @@ QString shown(const std::string& text)
 
 class NoticeWindow final : public Notice {
 public:
-    void show(const std::string& title, const std::string& text) override
+    void show(const std::string& title, const std::string& text, Delivered delivered) override
     {
+        whenClosed = std::move(delivered);
         if (!box) {
             box = std::make_unique<QMessageBox>();
             box->setIcon(QMessageBox::Warning);
             box->setTextFormat(Qt::PlainText);
             box->setStandardButtons(QMessageBox::Ok);
             box->setModal(false);
+            QObject::connect(box.get(), &QDialog::finished, box.get(), [this] {
+                if (const auto report = std::exchange(whenClosed, nullptr))
+                    report();
+            });
         }
         box->setWindowTitle(QGuiApplication::applicationDisplayName());
         // Not as the informative text, which is shown as markup if it looks like markup.
@@ -40,6 +47,7 @@ public:
     }
 
 private:
+    Delivered whenClosed;
     std::unique_ptr<QMessageBox> box; ///< null until something is shown
 };
 
@@ -52,33 +60,44 @@ public:
     }
 
     /// Asks first whether the service would interpret markup in the text.
-    void show(const std::string& title, const std::string& text) override
+    void show(const std::string& title, const std::string& text, Delivered delivered) override
     {
-        ask(QStringLiteral("GetCapabilities"), {}, title, text,
-            [this, title, text](const QDBusMessage& answer) {
-                const bool hasMarkup = answer.arguments().value(0).toStringList().contains(
-                    QStringLiteral("body-markup"));
-                send(title, text, hasMarkup ? shown(text).toHtmlEscaped() : shown(text));
+        const Message message{.title = title, .text = text, .delivered = std::move(delivered)};
+        ask(QStringLiteral("GetCapabilities"), {}, message,
+            [this, message](const QDBusMessage& answer) {
+                send(message, answer.arguments().value(0).toStringList().contains(
+                                  QStringLiteral("body-markup")));
             });
     }
 
 private:
-    void send(const std::string& title, const std::string& text, const QString& body)
+    struct Message {
+        std::string title;
+        std::string text;
+        Delivered delivered;
+    };
+
+    void send(const Message& message, bool hasMarkup)
     {
         const QVariantMap hints{
             {QStringLiteral("desktop-entry"), QGuiApplication::desktopFileName()}};
+        const QString body = hasMarkup ? shown(message.text).toHtmlEscaped() : shown(message.text);
         ask(QStringLiteral("Notify"),
             {QGuiApplication::applicationDisplayName(), last, QGuiApplication::desktopFileName(),
-             shown(title), body, QStringList(), hints, kUsualTime},
-            title, text,
-            [this](const QDBusMessage& answer) { last = answer.arguments().value(0).toUInt(); });
+             shown(message.title), body, QStringList(), hints, kUsualTime},
+            message, [this, delivered = message.delivered](const QDBusMessage& answer) {
+                last = answer.arguments().value(0).toUInt();
+                if (delivered)
+                    delivered();
+            });
     }
 
-    void ask(const QString& method, const QVariantList& arguments, const std::string& title,
-             const std::string& text, const std::function<void(const QDBusMessage&)>& answered)
+    void ask(const QString& method, const QVariantList& arguments, const Message& message,
+             const std::function<void(const QDBusMessage&)>& answered)
     {
         if (!bus.isConnected()) {
-            substitute.show(title, text); // QtDBus would never report a result
+            // QtDBus would never report a result.
+            substitute.show(message.title, message.text, message.delivered);
             return;
         }
         const QString name = QStringLiteral("org.freedesktop.Notifications");
@@ -88,10 +107,10 @@ private:
         auto* watcher = new QDBusPendingCallWatcher(
             bus.asyncCall(call, static_cast<int>(limit.count())), &context);
         QObject::connect(watcher, &QDBusPendingCallWatcher::finished, &context,
-                         [this, title, text, answered](QDBusPendingCallWatcher* finished) {
+                         [this, message, answered](QDBusPendingCallWatcher* finished) {
                              finished->deleteLater();
                              if (finished->isError())
-                                 substitute.show(title, text);
+                                 substitute.show(message.title, message.text, message.delivered);
                              else
                                  answered(finished->reply());
                          });

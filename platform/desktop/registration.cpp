@@ -36,6 +36,8 @@ public:
     explicit FolderLock(int folder)
         : file(::openat(folder, kLockName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode))
     {
+        if (!file.isOpen())
+            problem_ = std::generic_category().message(errno);
         const auto deadline = std::chrono::steady_clock::now() + kLockLimit;
         while (file.isOpen() && !isHeld) {
             if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
@@ -53,9 +55,13 @@ public:
 
     explicit operator bool() const { return isHeld; }
 
+    /// Why it is not held.
+    const std::string& problem() const { return problem_; }
+
 private:
     FileDescriptor file;
     bool isHeld = false;
+    std::string problem_ = "another instance holds the lock of the folder";
 };
 
 std::chrono::nanoseconds now()
@@ -123,7 +129,7 @@ std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
 {
     const FolderLock lock(folder);
     if (!lock) {
-        problem = "another instance holds the lock of the folder";
+        problem = lock.problem();
         return std::nullopt;
     }
     OwnRegistration own;

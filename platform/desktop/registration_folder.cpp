@@ -29,30 +29,6 @@ bool isPrivate(const std::string& path)
            && (status.st_mode & (S_IRWXG | S_IRWXO)) == 0;
 }
 
-/// Creates the folder, or opens an existing one if it belongs to this user and is closed to others.
-FileDescriptor openPrivate(const std::string& path, std::string& problem)
-{
-    if (::mkdir(path.c_str(), kPrivateMode) != 0 && errno != EEXIST) {
-        problem = path + ": " + std::generic_category().message(errno);
-        return {};
-    }
-    FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    struct stat status {};
-    if (!folder.isOpen() || ::fstat(folder.get(), &status) != 0) {
-        problem = path + ": " + std::generic_category().message(errno);
-        return {};
-    }
-    if (status.st_uid != ::geteuid()) {
-        problem = path + ": belongs to another user";
-        return {};
-    }
-    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) {
-        problem = path + ": is open to other users";
-        return {};
-    }
-    return folder;
-}
-
 std::string sharedPath(const RuntimeFolders& folders, const std::string& bundleIdentifier)
 {
     return folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid());
@@ -77,27 +53,45 @@ std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
 {
     if (isPrivate(folders.user))
         return folders.user;
+    const std::string path = sharedPath(folders, bundleIdentifier);
     std::string problem;
-    const auto folder = openRegistrationFolder({.xdg = {}, .user = {}, .shared = folders.shared},
-                                               bundleIdentifier, problem);
-    return folder.isOpen() ? sharedPath(folders, bundleIdentifier) : std::string();
+    return openRegistrationFolder(path, IfAbsent::Create, problem).isOpen() ? path : std::string();
 }
 
-FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
-                                      const std::string& bundleIdentifier, std::string& problem)
+std::vector<std::string> registrationFolders(const RuntimeFolders& folders,
+                                             const std::string& bundleIdentifier)
 {
-    if (!isFileName(bundleIdentifier)) {
-        problem = '"' + bundleIdentifier + "\": is not a valid folder name";
-        return {};
-    }
-    const std::string name = '/' + bundleIdentifier;
-    for (const std::string& base : {folders.xdg, folders.user}) {
-        if (!isOwn(base))
-            continue;
-        if (auto folder = openPrivate(base + name, problem); folder.isOpen())
-            return folder;
-    }
-    return openPrivate(sharedPath(folders, bundleIdentifier), problem);
+    std::vector<std::string> paths;
+    if (!isFileName(bundleIdentifier))
+        return paths;
+    if (isOwn(folders.xdg))
+        paths.push_back(folders.xdg + '/' + bundleIdentifier);
+    if (folders.user != folders.xdg && isOwn(folders.user))
+        paths.push_back(folders.user + '/' + bundleIdentifier);
+    paths.push_back(sharedPath(folders, bundleIdentifier));
+    return paths;
+}
+
+FileDescriptor openRegistrationFolder(const std::string& path, IfAbsent ifAbsent,
+                                      std::string& problem)
+{
+    const auto refused = [&](const std::string& reason) {
+        problem = path + ": " + reason;
+        return FileDescriptor();
+    };
+    if (ifAbsent == IfAbsent::Create && ::mkdir(path.c_str(), kPrivateMode) != 0 && errno != EEXIST)
+        return refused(std::generic_category().message(errno));
+    FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder.isOpen() && errno == ENOENT && ifAbsent == IfAbsent::Fail)
+        return folder;
+    struct stat status {};
+    if (!folder.isOpen() || ::fstat(folder.get(), &status) != 0)
+        return refused(std::generic_category().message(errno));
+    if (status.st_uid != ::geteuid())
+        return refused("belongs to another user");
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        return refused("is open to other users");
+    return folder;
 }
 
 } // namespace quillbox

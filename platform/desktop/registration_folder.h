@@ -3,6 +3,7 @@
 #include "platform/posix/file_descriptor.h"
 
 #include <string>
+#include <vector>
 
 namespace quillbox {
 
@@ -22,12 +23,18 @@ RuntimeFolders systemRuntimeFolders();
 std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
                                   const std::string& bundleIdentifier);
 
-/// Opens the folder in which the copies of `bundleIdentifier` register, creating it if needed: in
-/// the first of `xdg` and `user` that belongs to this user and that only this user may write to,
-/// else as "IDENTIFIER-UID" in `shared`. The folder belongs to this user and nobody else may enter
-/// it. A symbolic link, or a folder of another user, in its place is rejected. Not open on failure,
-/// with the reason in `problem`.
-FileDescriptor openRegistrationFolder(const RuntimeFolders& folders,
-                                      const std::string& bundleIdentifier, std::string& problem);
+/// The paths at which copies of `bundleIdentifier` register, in the order in which a copy tries
+/// them: "IDENTIFIER" in those of `xdg` and `user` that belong to this user and that only this user
+/// may write to, then "IDENTIFIER-UID" in `shared`. Empty if the identifier is not a file name.
+std::vector<std::string> registrationFolders(const RuntimeFolders& folders,
+                                             const std::string& bundleIdentifier);
+
+enum class IfAbsent { Create, Fail };
+
+/// Opens a folder that belongs to this user and that nobody else may enter. A symbolic link, or a
+/// folder of another user, in its place is rejected. Not open on failure, with the reason in
+/// `problem`, which is unchanged if the folder is absent and need not be created.
+FileDescriptor openRegistrationFolder(const std::string& path, IfAbsent ifAbsent,
+                                      std::string& problem);
 
 } // namespace quillbox

@@ -9,6 +9,7 @@
 #include <QPointer>
 #include <chrono>
 #include <ctime>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -19,7 +20,10 @@ namespace quillbox {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr timespec kBusyPause{.tv_sec = 0, .tv_nsec = 10'000'000};
+constexpr std::chrono::milliseconds kActivationLimit{1000};
 
 class ThisProcess final : public RunningApplication {
 public:
@@ -28,7 +32,7 @@ public:
     std::int64_t processIdentifier() const override { return ::getpid(); }
     std::optional<LaunchDate> launchDate() const override { return launched; }
     bool isTerminated() const override { return false; }
-    void activate() override {}
+    bool activate() override { return true; }
 
     std::optional<std::string> ask(const std::string& /*message*/,
                                    std::chrono::milliseconds /*limit*/) override
@@ -56,32 +60,21 @@ public:
     std::optional<LaunchDate> launchDate() const override { return registration.launchDate; }
     bool isTerminated() const override { return !isRunning(folder->get(), registration); }
 
-    void activate() override
+    bool activate() override
     {
-        FileDescriptor connection;
-        if (connectTo(folder->get(), registration.fileName, connection) == Reached::Connected)
-            requestActivation(connection.get(), token);
+        const auto deadline = Clock::now() + kActivationLimit;
+        const FileDescriptor connection = connect(deadline);
+        return !connection.isOpen() || requestActivation(connection.get(), token, left(deadline));
     }
 
     std::optional<std::string> ask(const std::string& message,
                                    std::chrono::milliseconds limit) override
     {
-        const auto deadline = std::chrono::steady_clock::now() + limit;
-        FileDescriptor connection;
-        Reached reached = connectTo(folder->get(), registration.fileName, connection);
-        // A non-blocking connect() to a full backlog fails at once, and nothing signals a free
-        // slot.
-        while (reached == Reached::Busy && std::chrono::steady_clock::now() < deadline) {
-            ::nanosleep(&kBusyPause, nullptr);
-            reached = connectTo(folder->get(), registration.fileName, connection);
-        }
-        if (reached != Reached::Connected)
-            return std::nullopt;
-        // Before sending the message, which may make the process exit.
-        process = processBehind(connection.get());
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(
-            deadline - std::chrono::steady_clock::now());
-        return exchangeMessage(connection.get(), token, message, left);
+        const auto deadline = Clock::now() + limit;
+        const FileDescriptor connection = connect(deadline);
+        return connection.isOpen()
+                   ? exchangeMessage(connection.get(), token, message, left(deadline))
+                   : std::nullopt;
     }
 
     bool waitForEnd(std::chrono::milliseconds limit) override
@@ -90,27 +83,78 @@ public:
     }
 
 private:
+    FileDescriptor connect(Clock::time_point deadline)
+    {
+        FileDescriptor connection;
+        Reached reached = connectTo(folder->get(), registration.fileName, connection);
+        // A non-blocking connect() to a full backlog fails at once, and nothing signals a free
+        // slot.
+        while (reached == Reached::Busy && Clock::now() < deadline) {
+            ::nanosleep(&kBusyPause, nullptr);
+            reached = connectTo(folder->get(), registration.fileName, connection);
+        }
+        // Before anything is sent, which may make the process exit.
+        if (connection.isOpen())
+            process = processBehind(connection.get());
+        return connection;
+    }
+
+    static std::chrono::milliseconds left(Clock::time_point deadline)
+    {
+        return std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    }
+
     const std::shared_ptr<const FileDescriptor> folder;
     const Registration registration;
     const std::string token;
-    FileDescriptor process; ///< a pidfd, set by ask()
+    FileDescriptor process; ///< a pidfd, set by connect()
 };
+
+/// The running copies in all folders, in the order of their registration. `own`, if given, is
+/// represented by `self`. Sets `problem` if there are folders, but none is safe.
+std::vector<std::shared_ptr<RunningApplication>>
+copiesIn(const RunningCopiesOptions& options, const std::string& bundleIdentifier,
+         const std::optional<Registration>& own, const std::shared_ptr<RunningApplication>& self,
+         std::string& problem)
+{
+    std::map<std::string, std::shared_ptr<RunningApplication>> copies; // by file name, thus date
+    bool isAnySafe = false;
+    for (const std::string& path : registrationFolders(options.folders, bundleIdentifier)) {
+        const auto folder =
+            std::make_shared<FileDescriptor>(openRegistrationFolder(path, IfAbsent::Fail, problem));
+        if (!folder->isOpen())
+            continue;
+        isAnySafe = true;
+        for (Registration& registration : runningRegistrations(folder->get())) {
+            auto& copy = copies[registration.fileName];
+            if (registration == own)
+                copy = self;
+            else
+                copy = std::make_shared<OtherCopy>(folder, std::move(registration),
+                                                   options.activationToken);
+        }
+    }
+    if (isAnySafe)
+        problem.clear();
+    std::vector<std::shared_ptr<RunningApplication>> inOrder;
+    for (auto& [name, copy] : copies)
+        inOrder.push_back(std::move(copy));
+    return inOrder;
+}
 
 class RunningCopies final : public QObject, public RunningApplications {
 public:
     explicit RunningCopies(RunningCopiesOptions chosen) : options(std::move(chosen))
     {
         std::string problem;
-        folder = open(options.bundleIdentifier, problem);
-        if (folder->isOpen()) {
-            // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
-            ::flock(folder->get(), LOCK_SH | LOCK_NB);
-            if (auto added = addRegistration(folder->get(), problem))
-                listen(std::move(*added));
+        for (const std::string& path :
+             registrationFolders(options.folders, options.bundleIdentifier)) {
+            if (enlist(path, problem))
+                break;
         }
         if (!own)
-            printToStandardError(
-                "quillbox-helper: cannot tell whether another instance is running: " + problem);
+            printToStandardError("quillbox-helper: other instances cannot find this one: "
+                                 + problem);
         self = std::make_shared<ThisProcess>(own ? std::optional(own->launchDate) : std::nullopt);
     }
 
@@ -125,19 +169,7 @@ public:
     runningApplications(const std::string& bundleIdentifier) override
     {
         std::string problem;
-        const auto place =
-            bundleIdentifier == options.bundleIdentifier ? folder : open(bundleIdentifier, problem);
-        std::vector<std::shared_ptr<RunningApplication>> copies;
-        if (!place->isOpen())
-            return copies;
-        for (Registration& registration : runningRegistrations(place->get())) {
-            if (registration == own)
-                copies.push_back(self);
-            else
-                copies.push_back(std::make_shared<OtherCopy>(place, std::move(registration),
-                                                             options.activationToken));
-        }
-        return copies;
+        return copiesIn(options, bundleIdentifier, own, self, problem);
     }
 
     void setActivationHandler(ActivationHandler newHandler) override
@@ -171,22 +203,24 @@ public:
     void withdraw() override { withdrawRegistration(); }
 
 private:
-    std::shared_ptr<const FileDescriptor> open(const std::string& identifier,
-                                               std::string& problem) const
+    /// Registers this process in the folder; false if that fails.
+    bool enlist(const std::string& path, std::string& problem)
     {
-        return std::make_shared<FileDescriptor>(
-            openRegistrationFolder(options.folders, identifier, problem));
-    }
-
-    void listen(OwnRegistration added)
-    {
-        own = std::move(added.registration);
+        folder = openRegistrationFolder(path, IfAbsent::Create, problem);
+        auto added = folder.isOpen() ? addRegistration(folder.get(), problem) : std::nullopt;
+        if (!added)
+            return false;
+        // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
+        ::flock(folder.get(), LOCK_SH | LOCK_NB);
+        own = std::move(added->registration);
         listener = std::make_unique<CopyListener>(
-            std::move(added.socket),
+            std::move(added->socket),
             CopyListener::Handlers{
+                .hasDisplay = options.hasDisplay,
                 .activation = [this](const std::string& token) { deliver(token); },
                 .message = [this](const CopyMessage& message,
                                   const Answer& answer) { hear(message, answer); }});
+        return true;
     }
 
     void hear(const CopyMessage& message, const Answer& answer)
@@ -214,13 +248,13 @@ private:
     {
         if (!listener)
             return;
-        ::unlinkat(folder->get(), own->fileName.c_str(), 0);
+        ::unlinkat(folder.get(), own->fileName.c_str(), 0);
         listener = nullptr;
         own = std::nullopt;
     }
 
     const RunningCopiesOptions options;
-    std::shared_ptr<const FileDescriptor> folder;
+    FileDescriptor folder; ///< in which this process is registered
     std::optional<Registration> own;
     std::shared_ptr<RunningApplication> self;
     std::unique_ptr<CopyListener> listener;
@@ -235,15 +269,7 @@ private:
 std::vector<std::shared_ptr<RunningApplication>>
 findRunningCopies(const RunningCopiesOptions& options, std::string& problem)
 {
-    const auto folder = std::make_shared<FileDescriptor>(
-        openRegistrationFolder(options.folders, options.bundleIdentifier, problem));
-    std::vector<std::shared_ptr<RunningApplication>> copies;
-    if (!folder->isOpen())
-        return copies;
-    for (Registration& registration : runningRegistrations(folder->get()))
-        copies.push_back(
-            std::make_shared<OtherCopy>(folder, std::move(registration), options.activationToken));
-    return copies;
+    return copiesIn(options, options.bundleIdentifier, std::nullopt, nullptr, problem);
 }
 
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options)

@@ -13,11 +13,12 @@ struct RunningCopiesOptions {
     RuntimeFolders folders;
     std::string bundleIdentifier;
     std::string activationToken; ///< passed to a copy that this one activates; may be empty
+    bool hasDisplay = true;      ///< told to a copy that activates this one
 };
 
-/// Registers this process as a running copy of `bundleIdentifier`. If that fails, the reason is
-/// printed on standard error and the process has no launch date; without a safe folder it also
-/// finds no other copies.
+/// Registers this process as a running copy of `bundleIdentifier`, in the first of the folders in
+/// which that works: one may be on a full file system. Other copies are looked for in all of them.
+/// If none works, the reason is printed on standard error and the process has no launch date.
 ///
 /// On the main thread, after the application object has been constructed.
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options);

@@ -14,7 +14,10 @@ namespace quillbox {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::Not;
+using ::testing::SizeIs;
 
 using LaunchDate = RunningApplication::LaunchDate;
 
@@ -437,6 +440,74 @@ TEST_F(AppDelegateLifecycle, aCopyThatStartsHiddenYieldsWithoutBringingTheOlderF
     const auto older = applications.add(kIdentifier, 400, kEarlier);
     EXPECT_TRUE(delegate->activateExistingInstance());
     EXPECT_EQ(older->activations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, aCopyThatIsAboutToExitIsWaitedForAndNotYieldedTo)
+{
+    for (const bool isHidden : {false, true}) {
+        startsHidden = isHidden;
+        create();
+        applications.copies.clear();
+        const auto exiting = applications.add(kIdentifier, 400, kEarlier);
+        exiting->terminatesWhenReached = true;
+        ::testing::internal::CaptureStderr();
+        EXPECT_FALSE(delegate->activateExistingInstance());
+        EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+        EXPECT_EQ(exiting->activations, isHidden ? 0 : 1);
+        EXPECT_THAT(exiting->limits, Not(IsEmpty())) << "it was not waited for";
+
+        const auto next = applications.add(kIdentifier, 401, kEarlier);
+        exiting->terminated = false;
+        EXPECT_TRUE(delegate->activateExistingInstance());
+        EXPECT_EQ(next->activations, isHidden ? 0 : 1);
+    }
+}
+
+TEST_F(AppDelegateLifecycle, aSecondCopySaysThatAnotherOneRuns)
+{
+    hasDisplay = false;
+    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    ::testing::internal::CaptureStderr();
+    launch();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "quillbox-helper: another instance is already running\n");
+
+    delegate = nullptr;
+    older->hasDisplay = false;
+    ::testing::internal::CaptureStderr();
+    launch();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(),
+              "quillbox-helper: another instance is already running, without a display\n");
+    EXPECT_EQ(terminations, 2);
+    EXPECT_THAT(notice.shown, IsEmpty()) << "nobody could see it";
+}
+
+TEST_F(AppDelegateLifecycle, aCopyThatStaysWithoutADisplaySaysSo)
+{
+    hasDisplay = false;
+    ::testing::internal::CaptureStderr();
+    launch();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("quillbox-helper: no display; running without a window\n"));
+    delegate = nullptr;
+    hasDisplay = true;
+    ::testing::internal::CaptureStderr();
+    launch();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), Not(HasSubstr("no display")));
+}
+
+TEST_F(AppDelegateLifecycle, aLaunchThatCanShowNoWindowSaysSoOnTheDesktopBeforeItEnds)
+{
+    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    older->hasDisplay = false;
+    launch();
+    ASSERT_THAT(notice.shown, SizeIs(1));
+    EXPECT_THAT(notice.shown.front(), HasSubstr("quillbox-helper quit"));
+    EXPECT_EQ(applications.withdrawals, 1) << "another launch would find this copy";
+    EXPECT_EQ(terminations, 0);
+    EXPECT_EQ(delegate->window, nullptr);
+    notice.deliveries.front()();
+    EXPECT_EQ(terminations, 1);
 }
 
 } // namespace

@@ -77,6 +77,16 @@ TEST_F(AppDelegateSettings, storedTextsFillTheFieldsUnchanged)
     EXPECT_EQ(delegate->userField.text(), QString());
 }
 
+TEST_F(AppDelegateSettings, whatIsNoTextCountsAsTheDefault)
+{
+    defaults.values = {{"host", true}, {"port", true}, {"share", false}, {"user", false}};
+    create();
+    EXPECT_EQ(delegate->hostField.text(), QString());
+    EXPECT_EQ(delegate->portField.text(), QStringLiteral("4445"));
+    EXPECT_EQ(delegate->shareField.text(), QStringLiteral("NAS"));
+    EXPECT_EQ(delegate->userField.text(), QStringLiteral("nas"));
+}
+
 TEST_F(AppDelegateSettings, theStoreIsReadOnlyTwice)
 {
     create();

@@ -18,9 +18,11 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .runningApplications = applications,
         .statusHost = statusHost,
         .windowPresence = windowPresence,
+        .notice = notice,
         .networkView = networkView,
         .packageManager = PackageManager("ID=debian"),
         .startsHidden = startsHidden,
+        .hasDisplay = hasDisplay,
         .bundleIdentifier = bundleIdentifier,
         .terminate = [this] { ++terminations; },
     });

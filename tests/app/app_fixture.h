@@ -9,6 +9,7 @@
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/fake_window_presence.h"
 #include "tests/fakes/recording_log.h"
+#include "tests/fakes/recording_notice.h"
 #include "tests/fakes/recording_workspace.h"
 
 #include <memory>
@@ -72,9 +73,11 @@ protected:
     RecordingWorkspace workspace;
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
+    RecordingNotice notice;
     FakeNetworkView networkView;
     FakeRunningApplications applications;
-    bool startsHidden = false; ///< used by `create`
+    bool startsHidden = false; ///< used by `create`, as is `hasDisplay`
+    bool hasDisplay = true;
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;
 };

@@ -7,6 +7,7 @@
 #include "tests/fakes/fake_user_defaults.h"
 #include "tests/fakes/fake_window_presence.h"
 #include "tests/fakes/recording_log.h"
+#include "tests/fakes/recording_notice.h"
 #include "tests/fakes/recording_workspace.h"
 
 #include <QApplication>
@@ -47,6 +48,7 @@ int main(int argumentCount, char** arguments)
     bool yields = false;
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
+    RecordingNotice notice;
     FakeNetworkView networkView;
     AppDelegate delegate(AppEnvironment{
         .dispatch = dispatch,
@@ -57,6 +59,7 @@ int main(int argumentCount, char** arguments)
         .runningApplications = *copies,
         .statusHost = statusHost,
         .windowPresence = windowPresence,
+        .notice = notice,
         .networkView = networkView,
         .packageManager = PackageManager("ID=debian"),
         .bundleIdentifier = "org.example.Racing",

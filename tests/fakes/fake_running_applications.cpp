@@ -10,10 +10,18 @@ FakeRunningApplication::FakeRunningApplication(std::int64_t processIdentifier,
 {
 }
 
+bool FakeRunningApplication::activate()
+{
+    ++activations;
+    terminated = terminated || terminatesWhenReached;
+    return hasDisplay;
+}
+
 std::optional<std::string> FakeRunningApplication::ask(const std::string& message,
                                                        std::chrono::milliseconds limit)
 {
     asked.push_back(message);
+    terminated = terminated || terminatesWhenReached;
     limits.push_back(limit);
     return answers ? answers(message) : std::nullopt;
 }

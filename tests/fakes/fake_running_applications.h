@@ -21,7 +21,7 @@ public:
     std::int64_t processIdentifier() const override { return identifier; }
     std::optional<LaunchDate> launchDate() const override { return date; }
     bool isTerminated() const override { return terminated; }
-    void activate() override { ++activations; }
+    bool activate() override;
     std::optional<std::string> ask(const std::string& message,
                                    std::chrono::milliseconds limit) override;
     bool waitForEnd(std::chrono::milliseconds limit) override;
@@ -29,6 +29,8 @@ public:
     std::int64_t identifier = 0;
     std::optional<LaunchDate> date;
     bool terminated = false;
+    bool terminatesWhenReached = false; ///< whether it is about to exit
+    bool hasDisplay = true;
     int activations = 0;
     std::vector<std::string> asked;
     std::function<std::optional<std::string>(const std::string&)> answers; ///< null: it hangs

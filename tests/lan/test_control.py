@@ -341,15 +341,6 @@ def test_nonsense_changes_nothing(bare_computer):
 # ---- the start ----
 
 
-def test_a_hidden_copy_leaves_the_running_one_alone(bare_computer):
-    first = bare_computer.helper("--hidden")
-    first.wait_status(LOOKING)
-    second = bare_computer.helper("--hidden")
-    assert second.process.wait(limit(10)) == 0
-    assert second.statuses() == []
-    assert first.running()
-
-
 def test_the_autostart_is_written_and_removed_without_a_display(bare_computer):
     path = os.path.join(bare_computer.folder, "config/autostart/org.quillbox.Helper.desktop")
     assert command(bare_computer, "--autostart=on").stdout == (

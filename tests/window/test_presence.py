@@ -21,13 +21,11 @@ def window(desktop, helper):
     return desktop.window()
 
 
-def start_again(desktop, **environment):
+def start_again(desktop, *options, **environment):
     """Starts the program a second time, as a launcher does; asserts that it exits at once."""
-    before = desktop.windows()
-    second = desktop.helper(**environment)
+    second = desktop.helper(*options, **environment)
     assert second.process.wait(limit(5)) == 0
-    assert second.process.output() == ""
-    return before
+    assert second.process.output() == "quillbox-helper: another instance is already running"
 
 
 def wait_in_front(desktop, window):
@@ -151,6 +149,17 @@ def test_a_second_start_shows_no_window_of_its_own(desktop, helper, window):
 
     assert opened() == []
     assert desktop.windows() == [window]
+
+
+def test_a_hidden_start_leaves_the_hidden_window_of_the_running_copy_alone(desktop, helper, window):
+    hide(desktop, window)
+    opened = desktop.screen.watch_opened_windows()
+
+    start_again(desktop, "--hidden")
+
+    desktop.read(helper)  # when it answers, it has handled what the second copy sent
+    assert opened() == []
+    assert not window.is_managed()
 
 
 def test_a_second_start_while_somebody_works_elsewhere_is_what_they_want(desktop, helper, window):

@@ -47,11 +47,12 @@ protected:
 
     std::string path() const { return base.path().toStdString(); }
 
-    void listen()
+    void listen(bool hasDisplay = true)
     {
         listener = std::make_unique<CopyListener>(
             listenAt(folder.get(), kName),
             CopyListener::Handlers{
+                .hasDisplay = hasDisplay,
                 .activation = [this](const std::string& token) { activations.push_back(token); },
                 .message =
                     [this](const CopyMessage& message, const RunningApplications::Answer& answer) {
@@ -134,6 +135,32 @@ TEST_F(CopyExchange, aMessageIsAnswered)
     EXPECT_EQ(ask("hello \u00e4", "token"), "heard hello \u00e4");
     EXPECT_EQ(ask("again"), "heard again");
     EXPECT_THAT(permissions, ElementsAre("token", ""));
+}
+
+TEST_F(CopyExchange, anActivationTellsWhetherThereIsADisplay)
+{
+    for (const bool hasDisplay : {true, false}) {
+        listener = nullptr;
+        ::unlinkat(folder.get(), kName, 0);
+        listen(hasDisplay);
+        bool isShown = !hasDisplay;
+        const FileDescriptor connection = connected();
+        elsewhere([&] { isShown = requestActivation(connection.get(), "token", 20s); });
+        EXPECT_EQ(isShown, hasDisplay);
+    }
+    EXPECT_THAT(activations, ElementsAre("token", "token"));
+}
+
+TEST_F(CopyExchange, aCopyThatDoesNotAnswerAnActivationIsGivenUpInTime)
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
+    const FileDescriptor asking(ends[0]);
+    const FileDescriptor silent(ends[1]);
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(requestActivation(asking.get(), {}, 300ms));
+    EXPECT_GE(timer.elapsed(), 290);
 }
 
 TEST_F(CopyExchange, anAnswerMayComeLater)
@@ -397,7 +424,7 @@ TEST_F(ForeignUser, isNotSpokenTo)
     FileDescriptor connection;
     ASSERT_EQ(connectTo(folder.get(), "foreign.socket", connection), Reached::Connected);
     EXPECT_EQ(exchangeMessage(connection.get(), "token", "hello", 20s), std::nullopt);
-    requestActivation(connection.get(), "token");
+    requestActivation(connection.get(), "token", 20s);
     const FileDescriptor accepted(::accept4(foreign.get(), nullptr, nullptr, SOCK_NONBLOCK));
     std::array<char, 64> bytes{};
     EXPECT_LT(::recv(accepted.get(), bytes.data(), bytes.size(), MSG_DONTWAIT), 0);

@@ -1,4 +1,5 @@
 #include "platform/desktop/desktop_workspace.h"
+#include "tests/fakes/recording_notice.h"
 #include "tests/platform/desktop/qt_support.h"
 
 #include <QFile>
@@ -73,16 +74,6 @@ protected:
         }
 
         std::vector<Given> requests;
-    };
-
-    class RecordingNotice final : public Notice {
-    public:
-        void show(const std::string& title, const std::string& text) override
-        {
-            shown.push_back(title + ": " + text);
-        }
-
-        std::vector<std::string> shown;
     };
 
     QTemporaryDir folder;

@@ -14,7 +14,9 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::SizeIs;
 
 constexpr const char* kFolderName = "org.example.Helper";
 
@@ -31,7 +33,11 @@ protected:
     std::string opened(const std::string& identifier = kFolderName)
     {
         problem.clear();
-        const FileDescriptor folder = openRegistrationFolder(folders, identifier, problem);
+        FileDescriptor folder;
+        for (const std::string& path : registrationFolders(folders, identifier)) {
+            if (!folder.isOpen())
+                folder = openRegistrationFolder(path, IfAbsent::Create, problem);
+        }
         if (!folder.isOpen())
             return {};
         const auto link = "/proc/self/fd/" + std::to_string(folder.get());
@@ -120,6 +126,32 @@ TEST_F(RegistrationFolder, isRefusedForAnIdentifierThatIsNoFileName)
 {
     for (const char* identifier : {"", ".", "..", "../escape", "a/b"})
         EXPECT_EQ(opened(identifier), "") << identifier;
+}
+
+TEST_F(RegistrationFolder, isLookedForInEachPlaceOnce)
+{
+    EXPECT_THAT(registrationFolders(folders, "x"),
+                ElementsAre(pathOf("xdg/x"), pathOf("user/x"),
+                            pathOf("common/x-") + std::to_string(::geteuid())));
+    folders.xdg = folders.user;
+    EXPECT_THAT(registrationFolders(folders, "x"), SizeIs(2));
+}
+
+TEST_F(RegistrationFolder, isNotMadeByWhoOnlyLooks)
+{
+    const std::string path = pathOf("xdg/absent");
+    EXPECT_FALSE(openRegistrationFolder(path, IfAbsent::Fail, problem).isOpen());
+    EXPECT_EQ(problem, "");
+    EXPECT_FALSE(QFile::exists(QString::fromStdString(path)));
+    EXPECT_TRUE(openRegistrationFolder(path, IfAbsent::Create, problem).isOpen());
+    EXPECT_TRUE(openRegistrationFolder(path, IfAbsent::Fail, problem).isOpen());
+}
+
+TEST_F(RegistrationFolder, thatCannotBeMadeIsNamedWithTheReason)
+{
+    const std::string path = pathOf("absent/absent");
+    EXPECT_FALSE(openRegistrationFolder(path, IfAbsent::Create, problem).isOpen());
+    EXPECT_EQ(problem, path + ": No such file or directory");
 }
 
 TEST_F(RegistrationFolder, theUsersFolderStandsInForARuntimeFolder)

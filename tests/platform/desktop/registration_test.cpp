@@ -82,7 +82,27 @@ TEST_F(RegistrationTest, aStoppedCopyThatHoldsTheLockDelaysOthersForSomeSecondsO
     const auto start = std::chrono::steady_clock::now();
     EXPECT_FALSE(addRegistration(folder.get(), problem));
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(6));
-    EXPECT_FALSE(problem.empty());
+    EXPECT_EQ(problem, "another instance holds the lock of the folder");
+}
+
+TEST_F(RegistrationTest, nothingIsRemovedWithoutTheLock)
+{
+    // Its owner may be about to listen, which it does under the lock.
+    auto unborn = addRegistration(folder.get(), problem);
+    ASSERT_TRUE(unborn);
+    unborn->socket.reset();
+    const FileDescriptor lock(
+        ::open(QFile::encodeName(base.filePath(QStringLiteral("lock"))).constData(), O_RDWR));
+    ASSERT_EQ(::flock(lock.get(), LOCK_EX), 0);
+    EXPECT_TRUE(runningRegistrations(folder.get()).empty());
+    EXPECT_EQ(files().size(), 1);
+}
+
+TEST_F(RegistrationTest, whyItFailsIsSaid)
+{
+    ASSERT_TRUE(QDir(base.path()).mkdir(QStringLiteral("lock")));
+    EXPECT_FALSE(addRegistration(folder.get(), problem));
+    EXPECT_EQ(problem, "Is a directory");
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "platform/desktop/notice.h"
+#include "tests/fakes/recording_notice.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
 
@@ -18,17 +19,7 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-using Shown = std::vector<std::pair<std::string, std::string>>;
-
-class RecordingNotice final : public Notice {
-public:
-    void show(const std::string& title, const std::string& text) override
-    {
-        shown.emplace_back(title, text);
-    }
-
-    Shown shown;
-};
+using Shown = std::vector<std::string>;
 
 constexpr uint kIdentifier = 7;
 
@@ -85,7 +76,7 @@ protected:
     {
         if (!notification)
             notification = makeNotification(bus.connect(), substitute, limit);
-        notification->show(title, text);
+        notification->show(title, text, [this] { ++deliveries; });
     }
 
     bool waitForNotifications(std::size_t count)
@@ -97,6 +88,7 @@ protected:
     std::chrono::milliseconds limit{10'000};
     std::unique_ptr<NotificationService> service;
     RecordingNotice substitute;
+    int deliveries = 0;
     std::unique_ptr<Notice> notification;
 };
 
@@ -143,11 +135,23 @@ TEST_F(NotificationTest, replacesTheOneBefore)
     }));
 }
 
+TEST_F(NotificationTest, isDeliveredOnceTheServiceHasTakenIt)
+{
+    makeService();
+    show("title", "text");
+    EXPECT_EQ(deliveries, 0);
+    EXPECT_TRUE(waitUntil([this] { return deliveries == 1; }));
+    EXPECT_EQ(service->notified.size(), 1U);
+}
+
 TEST_F(NotificationTest, isSubstitutedWhereThereIsNoService)
 {
     show("title", "text");
     EXPECT_TRUE(waitUntil([this] { return !substitute.shown.empty(); }));
-    EXPECT_EQ(substitute.shown, (Shown{{"title", "text"}}));
+    EXPECT_EQ(substitute.shown, Shown{"title: text"});
+    EXPECT_EQ(deliveries, 0);
+    substitute.deliveries.front()();
+    EXPECT_EQ(deliveries, 1);
 }
 
 TEST_F(NotificationTest, isSubstitutedWhereTheServiceDoesNotAnswer)
@@ -157,14 +161,20 @@ TEST_F(NotificationTest, isSubstitutedWhereTheServiceDoesNotAnswer)
     service->isSilent = true;
     show("title", "text");
     EXPECT_TRUE(waitUntil([this] { return !substitute.shown.empty(); }));
-    EXPECT_EQ(substitute.shown, (Shown{{"title", "text"}}));
+    EXPECT_EQ(substitute.shown, Shown{"title: text"});
+    EXPECT_EQ(deliveries, 0);
+    substitute.deliveries.front()();
+    EXPECT_EQ(deliveries, 1);
 }
 
 TEST_F(NotificationTest, isSubstitutedWithoutABus)
 {
     notification = makeNotification(QDBusConnection(QStringLiteral("none")), substitute);
-    notification->show("title", "text");
-    EXPECT_EQ(substitute.shown, (Shown{{"title", "text"}}));
+    show("title", "text");
+    EXPECT_EQ(substitute.shown, Shown{"title: text"});
+    EXPECT_EQ(deliveries, 0);
+    substitute.deliveries.front()();
+    EXPECT_EQ(deliveries, 1);
 }
 
 } // namespace
