@@ -90,9 +90,14 @@ template <class Kind> void RecordQuestion<Kind>::ask()
 {
     id = link.ask(*this, Kind::request(subject));
     queue.asyncAfter(kSettlingLimit, [weak = this->weak_from_this(), asked = id] {
-        if (const auto self = weak.lock();
-            self && self->id == asked && (self->isStale || !self->settled))
+        if (const auto self = weak.lock(); self && self->id == asked && !self->settled)
             self->settle();
+    });
+    if (found.empty())
+        return;
+    queue.asyncAfter(kSilenceLimit, [weak = this->weak_from_this(), asked = id] {
+        if (const auto self = weak.lock(); self && self->id == asked)
+            self->forget();
     });
 }
 
@@ -100,7 +105,7 @@ template <class Kind> void RecordQuestion<Kind>::add(Record record)
 {
     if (std::exchange(isStale, false))
         found.clear();
-    lost = false;
+    lost = silent = false;
     const auto isThis = [&record](const Record& other) {
         return other.sighting == record.sighting && Kind::isSame(other.value, record.value);
     };
@@ -124,10 +129,17 @@ template <class Kind> void RecordQuestion<Kind>::remove(const Record& record)
 
 template <class Kind> void RecordQuestion<Kind>::settle()
 {
-    if (std::exchange(isStale, false))
-        found.clear();
     settled = true;
     pause.reset();
+    notify();
+}
+
+template <class Kind> void RecordQuestion<Kind>::forget()
+{
+    if (!std::exchange(isStale, false))
+        return;
+    found.clear();
+    lost = silent = true;
     notify();
 }
 

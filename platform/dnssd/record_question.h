@@ -18,6 +18,11 @@ namespace quillbox::dnssd {
 /// How long to wait for an engine to report Settled. After that a question counts as settled.
 inline constexpr std::chrono::milliseconds kSettlingLimit{3000};
 
+/// How long records stay valid after the engine came back, while the new one finds none. Silence
+/// for a second proves nothing: answers get lost. By then Avahi has sent six queries, after 0, 1,
+/// 3, 7, 15 and 31 seconds.
+inline constexpr std::chrono::seconds kSilenceLimit{40};
+
 /// How many records one question keeps; any more are ignored.
 inline constexpr std::size_t kMaximumRecords = 64;
 
@@ -33,7 +38,7 @@ protected:
 
 /// A query for records that is active for as long as the object exists, with the records found.
 /// When the engine goes down the records are kept; once the query has been sent again, they are
-/// replaced by the first answer, or dropped at the end of the initial answer period.
+/// replaced by the first answer, or dropped after `kSilenceLimit` without one.
 template <class Kind>
 class RecordQuestion final : public std::enable_shared_from_this<RecordQuestion<Kind>>,
                              private EngineLink::Client {
@@ -63,9 +68,12 @@ public:
     /// Whether the initial answer period is over.
     bool isSettled() const { return settled; }
 
-    /// Whether the last record was lost and none has been found since. Keeps its value while the
-    /// engine is down.
+    /// Whether the last record was lost or dropped and none has been found since. Keeps its value
+    /// while the engine is down.
     bool isLost() const { return lost; }
+
+    /// Whether it is lost only because nobody answered after the engine came back.
+    bool isSilent() const { return silent; }
 
 private:
     void engineUp() override;
@@ -76,6 +84,7 @@ private:
     void add(Record record);
     void remove(const Record& record);
     void settle();
+    void forget();
     void retryLater();
     void notify();
 
@@ -88,6 +97,7 @@ private:
     bool isStale = false; ///< `found` is from an earlier query
     bool settled = false;
     bool lost = false;
+    bool silent = false;
     GrowingPause pause{GrowingPause::First::Shortest};
 };
 

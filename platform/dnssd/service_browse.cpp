@@ -32,7 +32,11 @@ public:
     explicit Life(ServiceBrowse& owner) : browse(owner) {}
     Life(const Life&) = delete;
     Life& operator=(const Life&) = delete;
-    ~Life() { letGo(); }
+    ~Life()
+    {
+        if (location)
+            location->removeObserver(*this);
+    }
 
     /// Starts the query, unless it is active already.
     void watch(LocationPool& pool, const ServiceEndpoint& endpoint)
@@ -41,41 +45,25 @@ public:
             return;
         location = pool.ask({endpoint.name, endpoint.type, endpoint.domain});
         location->addObserver(*this);
-        update();
+        wasLost = location->isLost();
     }
 
-    /// Ends the query; its result is kept.
-    void letGo()
-    {
-        if (location)
-            location->removeObserver(*this);
-        location = nullptr;
-    }
-
-    bool isLost() const { return lost; }
+    bool isFound() const { return location && !location->records().empty(); }
+    bool isLost() const { return location && location->isLost(); }
+    bool isSilent() const { return location && location->isSilent(); }
 
 private:
     /// Each interface and family reports the same record, so most notifications change nothing.
     void questionChanged() override
     {
-        if (update())
+        const bool before = std::exchange(wasLost, isLost());
+        if (before != wasLost)
             browse.setChanged();
-    }
-
-    /// Returns whether the result has changed.
-    bool update()
-    {
-        const bool before = lost;
-        if (!location->records().empty())
-            lost = false;
-        else if (location->isLost())
-            lost = true;
-        return lost != before;
     }
 
     ServiceBrowse& browse;
     std::shared_ptr<LocationQuestion> location;
-    bool lost = false;
+    bool wasLost = false;
 };
 
 ServiceBrowse::ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue,
@@ -129,39 +117,25 @@ void ServiceBrowse::engineEvent(const Event& event)
     else if (const auto* gone = std::get_if<ServiceLost>(&event))
         removeSighting(*gone);
     else if (std::holds_alternative<Settled>(event))
-        endReplacement();
+        pause.reset();
     else if (const auto* failure = std::get_if<Failed>(&event))
         failed(failure->error);
 }
 
 void ServiceBrowse::ask()
 {
-    forgetSightings();
-    hasLeftOut = false;
-    isReplacing = !lastSet.empty();
+    for (Service& service : services)
+        service.sightings.clear();
+    leftOut = 0;
+    isSilenceFinal = services.empty();
     id = link.ask(*this, BrowseRequest{0, type});
-    if (isReplacing) {
-        queue.asyncAfter(kSettlingLimit, [weak = weak_from_this(), asked = id] {
+    if (!isSilenceFinal) {
+        queue.asyncAfter(kSilenceLimit, [weak = weak_from_this(), asked = id] {
             if (const auto self = weak.lock(); self && self->id == asked)
-                self->endReplacement();
+                self->judgeSilence();
         });
     }
     setChanged();
-}
-
-void ServiceBrowse::forgetSightings()
-{
-    // The liveness queries end too, so that there are never more of them than services in the list;
-    // their results are kept.
-    for (Service& service : services) {
-        service.life->letGo();
-        service.sightings.clear();
-    }
-    // Services are listed in this order, so this keeps those that were listed.
-    if (lastSet.empty())
-        services.clear();
-    else if (services.size() > kMaximumServices)
-        services.erase(services.begin() + kMaximumServices, services.end());
 }
 
 void ServiceBrowse::addSighting(const ServiceFound& sighted)
@@ -180,11 +154,7 @@ void ServiceBrowse::addSighting(const ServiceFound& sighted)
 
 void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
 {
-    // Services seen only by the last engine do not count: they are removed unless they are seen
-    // again.
-    const auto seen = std::ranges::count_if(
-        services, [](const Service& service) { return !service.sightings.empty(); });
-    if (static_cast<std::size_t>(seen) >= kMaximumServices) {
+    if (services.size() >= kMaximumServices) {
         leaveOut();
         return;
     }
@@ -206,28 +176,30 @@ void ServiceBrowse::removeSighting(const ServiceLost& gone)
         return;
     services.erase(service);
     setChanged();
-    if (hasLeftOut)
-        askForWhatWasLeftOut();
 }
 
-void ServiceBrowse::endReplacement()
+void ServiceBrowse::judgeSilence()
 {
-    pause.reset();
-    if (!std::exchange(isReplacing, false))
-        return;
-    std::erase_if(services, [](const Service& service) { return service.sightings.empty(); });
-    // Services that were seen again come before new ones, in whatever order the engine reported
-    // them.
-    if (services.size() > kMaximumServices) {
-        services.erase(services.begin() + kMaximumServices, services.end());
-        leaveOut();
+    const auto seen = std::ranges::count_if(
+        services, [](const Service& service) { return !service.sightings.empty(); });
+    isFlooded = static_cast<std::size_t>(seen) + leftOut >= kMaximumServices;
+    if (isFlooded) {
+        link.end(id);
+        ask();
+    } else {
+        isSilenceFinal = true;
+        setChanged();
     }
-    setChanged();
+}
+
+bool ServiceBrowse::isGone(const Service& service) const
+{
+    return service.life->isLost() && !(service.life->isSilent() && isFlooded);
 }
 
 void ServiceBrowse::leaveOut()
 {
-    hasLeftOut = true;
+    ++leftOut;
     if (!std::exchange(hasWarned, true))
         printToStandardError("There are more than " + std::to_string(kMaximumServices)
                              + " services of the type " + type + "; the others are not listed.");
@@ -242,7 +214,7 @@ void ServiceBrowse::askForWhatWasLeftOut()
         if (!self)
             return;
         self->isAskingAnew = false;
-        if (self->id == 0 || !self->hasLeftOut || self->services.size() >= kMaximumServices)
+        if (self->id == 0 || self->leftOut == 0 || self->services.size() >= kMaximumServices)
             return;
         self->link.end(self->id);
         self->ask();
@@ -268,7 +240,6 @@ void ServiceBrowse::failed(DnsSdError error)
 
 void ServiceBrowse::wait(std::error_code error)
 {
-    forgetSightings();
     report.deliver({DnsSd::BrowseUpdate::State::Waiting, error, {}});
 }
 
@@ -297,12 +268,19 @@ void ServiceBrowse::scheduleFlush(std::chrono::milliseconds delay)
 
 void ServiceBrowse::flush()
 {
-    if (id == 0 || isReplacing || !std::exchange(isChanged, false))
+    if (id == 0 || !std::exchange(isChanged, false))
         return;
+    if (isSilenceFinal) {
+        std::erase_if(services, [](const Service& service) {
+            return service.sightings.empty() && !service.life->isFound();
+        });
+    }
+    if (leftOut > 0 && services.size() < kMaximumServices)
+        askForWhatWasLeftOut();
     std::vector<ServiceEndpoint> set;
     for (Service& service : services) {
         service.life->watch(locations, service.endpoint);
-        if (!service.life->isLost())
+        if (!isGone(service))
             set.push_back(service.endpoint);
     }
     if (set != lastSet) {

@@ -31,6 +31,11 @@ inline constexpr std::chrono::seconds kRoomInterval{2};
 /// and address family sees it, unless its SRV record has expired: a phone that left without a
 /// goodbye is still named by PTR records for more than an hour.
 ///
+/// A new engine knows nothing at first. Services that were listed before keep their place in the
+/// list, until the new engine sees them go, or neither sees them nor finds their SRV record within
+/// `kSilenceLimit`. While there are more services than the list holds, silence proves nothing,
+/// because the flood may also fill the engine's cache.
+///
 /// Belongs to the center's queue.
 class ServiceBrowse final : public std::enable_shared_from_this<ServiceBrowse>,
                             private EngineLink::Client {
@@ -52,7 +57,7 @@ private:
     struct Service {
         std::string key;
         ServiceEndpoint endpoint;
-        std::set<Sighting> sightings; ///< empty when only an earlier engine has seen it
+        std::set<Sighting> sightings; ///< by the current query
         std::unique_ptr<Life> life;
     };
 
@@ -61,14 +66,14 @@ private:
     void engineEvent(const Event& event) override;
 
     void ask();
-    void forgetSightings();
     void addSighting(const ServiceFound& sighted);
     void addService(const ServiceFound& sighted, std::string key);
     void removeSighting(const ServiceLost& gone);
-    void endReplacement();
     void failed(DnsSdError error);
     void wait(std::error_code error);
 
+    void judgeSilence();
+    bool isGone(const Service& service) const;
     void leaveOut();
     void askForWhatWasLeftOut();
 
@@ -85,11 +90,12 @@ private:
     AskId id = 0;
     std::vector<Service> services; ///< in the order first seen
     std::vector<ServiceEndpoint> lastSet;
-    /// The query was sent again and its results are being collected; the last set remains valid
-    /// meanwhile.
-    bool isReplacing = false;
+    /// The current query has been active for so long that whom it has not seen is gone.
+    bool isSilenceFinal = false;
     bool hasFailed = false;
-    bool hasLeftOut = false;
+    /// How often the current query saw a service for which the list had no room.
+    std::size_t leftOut = 0;
+    bool isFlooded = false; ///< when silence was last judged
     bool hasWarned = false;
     bool isAskingAnew = false;
     bool isScheduled = false;

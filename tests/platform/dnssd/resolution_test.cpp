@@ -257,7 +257,7 @@ TEST_F(ResolutionTest, keepsTheLastAddressesWhileTheEngineIsAway)
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.9")});
 }
 
-TEST_F(ResolutionTest, forgetsTheOldAddressesWhenTheNextEngineSettlesWithoutThem)
+TEST_F(ResolutionTest, keepsTheOldAddressesUntilTheNextEngineHasAskedInVainForLong)
 {
     up();
     locate("phone.local");
@@ -270,6 +270,12 @@ TEST_F(ResolutionTest, forgetsTheOldAddressesWhenTheNextEngineSettlesWithoutThem
     EXPECT_EQ(resolved.last(),
               (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, false, false, {}, {{"phone.local", 4445}}}));
     emit(Settled{location()});
+    emit(Settled{question("phone.local", Family::IPv4)});
+    emit(Settled{question("phone.local", Family::IPv6)});
+    dispatch.advance(kSilenceLimit - 1ms);
+    EXPECT_EQ(resolved.last(),
+              (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, true, true, {}, {{"phone.local", 4445}}}));
+    dispatch.advance(1ms);
     EXPECT_EQ(resolved.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
 }
 
@@ -282,6 +288,10 @@ TEST_F(ResolutionTest, ignoresAnswersToTheEngineThatWent)
     up();
     emit(AddressFound{old, kWired, address("10.9.9.9")});
     EXPECT_TRUE(resolved.last().addresses.empty());
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    dispatch.advance(10 * kSilenceLimit);
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")}) << "it has answered";
 }
 
 TEST_F(ResolutionTest, asksAgainAfterAPauseWhenTheEngineCannot)

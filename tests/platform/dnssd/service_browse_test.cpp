@@ -254,7 +254,6 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
     emit(lost("Service 9"));
     dispatch.advance(kRoomInterval - 1ms);
     ASSERT_EQ(id(), first);
-    const std::size_t deliveries = browsed.count();
     dispatch.advance(1ms);
     ASSERT_NE(id(), first);
 
@@ -264,7 +263,6 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
         if (i != 7 && i != 9)
             emit(found("Service " + std::to_string(i)));
     }
-    EXPECT_EQ(browsed.count(), deliveries) << "the last set remains valid until then";
     emit(Settled{id()});
     dispatch.advance(1s);
     testing::internal::GetCapturedStderr();
@@ -349,7 +347,7 @@ TEST_F(ServiceBrowseTest, deliversTheLatestSetOnceItMay)
     EXPECT_EQ(setCount(), 2U);
 }
 
-TEST_F(ServiceBrowseTest, keepsTheLastSetWhileTheEngineIsAwayAndUntilTheNewBrowseHasSettled)
+TEST_F(ServiceBrowseTest, keepsWhatWasListedUntilTheNextEngineHasAskedForItInVainForLong)
 {
     up();
     emit(found("stays"));
@@ -360,30 +358,93 @@ TEST_F(ServiceBrowseTest, keepsTheLastSetWhileTheEngineIsAwayAndUntilTheNewBrows
     EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
     up();
     EXPECT_NE(id(), first);
-    browsed.clear();
+    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     emit(found("new"));
     emit(found("stays"));
     emit(ServiceFound{first, kWired, "from the old engine", "_smb._tcp", "local"});
-    dispatch.advance(2s);
-    EXPECT_EQ(browsed.count(), 0U);
     emit(Settled{id()});
-    ASSERT_EQ(browsed.count(), 1U);
-    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
+    dispatch.advance(kSilenceLimit - 1ms);
+    EXPECT_EQ(names(), (Names{"stays", "leaves", "new"}));
+    dispatch.advance(1s);
     EXPECT_EQ(names(), (Names{"stays", "new"}));
+    EXPECT_EQ(engine.standing<LocationRequest>().size(), 2U);
 }
 
-TEST_F(ServiceBrowseTest, replacesTheSetAfterAWhileIfTheEngineNeverSettles)
+TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationTheNextEngineFinds)
 {
     up();
-    emit(found("old"));
+    emit(found("Quillbox"));
+    dispatch.advance(1s);
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
     down();
     up();
-    emit(found("new"));
-    dispatch.advance(kSettlingLimit - 1ms);
-    EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
-    dispatch.advance(1ms);
-    EXPECT_EQ(browsed.last().state, BrowseState::Ready);
-    EXPECT_EQ(names(), Names{"new"});
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    dispatch.advance(10 * kSilenceLimit);
+    EXPECT_EQ(names(), Names{"Quillbox"}) << "only the answer with its name was lost";
+    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{});
+    EXPECT_TRUE(engine.standing<LocationRequest>().empty());
+}
+
+TEST_F(ServiceBrowseTest, dropsAServiceThatSaysGoodbyeToTheNextEngineAtOnce)
+{
+    up();
+    emit(found("one"));
+    emit(found("other"));
+    dispatch.advance(1s);
+    emit(LocationFound{lifeOf("other"), kWired, "phone.local", 4445});
+    down();
+    up();
+    emit(found("one"));
+    emit(lost("one"));
+    emit(LocationFound{lifeOf("other"), kWired, "phone.local", 4445});
+    emit(LocationLost{lifeOf("other"), kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{});
+}
+
+TEST_F(ServiceBrowseTest, countsTheSilenceFromTheLastRestart)
+{
+    up();
+    emit(found("Quillbox"));
+    dispatch.advance(1s);
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    for (int restart = 0; restart < 3; ++restart) {
+        down();
+        up();
+        dispatch.advance(kSilenceLimit - 1s);
+        EXPECT_EQ(names(), Names{"Quillbox"});
+    }
+    dispatch.advance(2s);
+    EXPECT_EQ(names(), Names{});
+}
+
+TEST_F(ServiceBrowseTest, aFloodAfterARestartTakesNoPlaceAndEndsNoService)
+{
+    testing::internal::CaptureStderr();
+    up();
+    emit(found("Quillbox"));
+    dispatch.advance(1s);
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    down();
+    up();
+    const auto flood = [this] {
+        for (std::size_t i = 0; i < kMaximumServices; ++i)
+            emit(found("Stranger " + std::to_string(i)));
+    };
+    flood();
+    for (int round = 0; round < 5; ++round) {
+        const AskId asked = id();
+        dispatch.advance(kSilenceLimit);
+        EXPECT_NE(id(), asked) << "the query must show whether the flood is over";
+        EXPECT_EQ(names().front(), "Quillbox");
+        EXPECT_EQ(names().size(), kMaximumServices);
+        flood();
+    }
+    dispatch.advance(2 * kSilenceLimit + 1s);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(names(), Names{}) << "nobody was seen since the flood ended";
 }
 
 TEST_F(ServiceBrowseTest, doesNotDeliverTheSameSetAgainAsNews)
@@ -403,7 +464,7 @@ TEST_F(ServiceBrowseTest, doesNotDeliverTheSameSetAgainAsNews)
     EXPECT_EQ(setCount(), 2U);
 }
 
-TEST_F(ServiceBrowseTest, replacesTheSetOfAnEngineThatCameBackUnseen)
+TEST_F(ServiceBrowseTest, treatsAnEngineThatCameBackUnseenAsANewOne)
 {
     up();
     emit(found("old"));
@@ -412,8 +473,8 @@ TEST_F(ServiceBrowseTest, replacesTheSetOfAnEngineThatCameBackUnseen)
     emit(found("new"));
     emit(ServiceFound{first, kWired, "late", "_smb._tcp", "local"});
     dispatch.advance(1s);
-    EXPECT_EQ(names(), Names{"old"});
-    emit(Settled{id()});
+    EXPECT_EQ(names(), (Names{"old", "new"}));
+    dispatch.advance(kSilenceLimit);
     EXPECT_EQ(names(), Names{"new"});
 }
 
@@ -425,15 +486,54 @@ TEST_F(ServiceBrowseTest, staysBoundedOverManyChangesOfTheEngine)
         for (int i = 0; i < 300; ++i)
             emit(found(std::to_string(round) + " " + std::to_string(i)));
         EXPECT_LE(engine.standing<LocationRequest>().size(), kMaximumServices);
+        EXPECT_LE(names().size(), kMaximumServices);
         down();
     }
     up();
     emit(found("Quillbox"));
-    emit(Settled{id()});
+    dispatch.advance(kSilenceLimit + kRoomInterval + 1s);
+    emit(found("Quillbox"));
     dispatch.advance(1s);
     testing::internal::GetCapturedStderr();
-    EXPECT_EQ(names(), Names{"Quillbox"});
+    EXPECT_EQ(names(), Names{"Quillbox"}) << "the query was sent again when there was room";
     EXPECT_EQ(engine.standing<LocationRequest>().size(), 1U);
+}
+
+TEST_F(ServiceBrowseTest, keepsABoundedNumberOfSightings)
+{
+    up();
+    const auto at = [](std::size_t index) {
+        return Sighting{static_cast<int>(index), Family::IPv4};
+    };
+    for (std::size_t i = 0; i <= kMaximumSightings; ++i)
+        emit(found("Quillbox", at(i)));
+    for (std::size_t i = 0; i < kMaximumSightings; ++i)
+        emit(lost("Quillbox", at(i)));
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{}) << "the one beyond the limit is not kept";
+}
+
+TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
+{
+    up();
+    emit(found("Quillbox"));
+    Recorder<DnsSd::ResolveUpdate> resolved;
+    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local", std::nullopt},
+                                           dispatch.mainQueue(), resolved.handler());
+    dispatch.advance(1s);
+    const AskId life = lifeOf("Quillbox");
+    EXPECT_EQ(engine.count<LocationRequest>(), 1U);
+    emit(lost("Quillbox"));
+    dispatch.advance(1s);
+    const std::size_t sets = browsed.count();
+    emit(LocationFound{life, kWired, "phone.local", 4445});
+    emit(LocationLost{life, kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    EXPECT_EQ(browsed.count(), sets) << "the ended liveness check is not notified";
+    browse = nullptr;
+    dispatch.runAll();
+    emit(LocationFound{life, kWired, "phone.local", 4445});
+    EXPECT_EQ(engine.standing<AddressRequest>().size(), 2U);
 }
 
 TEST_F(ServiceBrowseTest, takesAServiceOutWhoseLocationRanOutAndBackWhenItIsFound)
@@ -516,8 +616,10 @@ TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationTheNextEngineHasNotFoundYet)
     emit(found("Quillbox"));
     emit(Settled{id()});
     emit(Settled{lifeOf("Quillbox")});
-    dispatch.advance(10s);
+    dispatch.advance(kSilenceLimit - 1ms);
     EXPECT_EQ(names(), Names{"Quillbox"});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{});
 }
 
 TEST_F(ServiceBrowseTest, failsForGoodForAnInvalidTypeOnly)

@@ -1,0 +1,124 @@
+"""DNS-SD engines that restart while the phone cannot answer, that hang, and that packets crash."""
+
+import os
+import signal
+import threading
+import time
+
+import pytest
+from rig.computer import LOOKING, visible
+from rig.ends import read_exactly, session
+from rig.process import limit, wait_until
+from test_automatic import appear
+from test_engines import engine_child
+
+
+@pytest.fixture
+def phone(service):
+    """A phone whose file server is a listening socket of the test."""
+    return service("phone")
+
+
+class Traffic:
+    """A session through the relay that carries data both ways until it is stopped."""
+
+    def __init__(self, computer, port, phone):
+        self._pair = session(computer, port, phone)
+        self._stopping = threading.Event()
+        self._failure = None
+        self._rounds = 0
+        self._thread = threading.Thread(target=self._run, daemon=True)
+        self._thread.start()
+
+    def _run(self):
+        browser, other = self._pair
+        block = os.urandom(64 << 10)
+        try:
+            while not self._stopping.wait(0.01):
+                for one, far in ((browser, other), (other, browser)):
+                    one.sendall(block)
+                    assert read_exactly(far, len(block)) == block, "the session was cut"
+                self._rounds += 1
+        except (AssertionError, OSError) as failure:
+            self._failure = failure
+
+    def stop(self):
+        """Fails if the session was cut or carried nothing."""
+        self._stopping.set()
+        self._thread.join(limit(30))
+        if self._failure:
+            raise self._failure
+        assert self._rounds > 10
+
+
+def silence(host):
+    """Drops the multicast DNS messages that the host sends."""
+    rules = """
+        add table inet silence
+        add chain inet silence output { type filter hook output priority 0; }
+        add rule inet silence output udp dport 5353 drop
+    """
+    host.run("nft", "-f", "-", input=rules.encode())
+
+
+def speak(host):
+    host.run("nft", "delete", "table", "inet", "silence")
+
+
+def restart(computer, helper, engine):
+    """Kills the engine; returns when the next one runs."""
+    if engine == "daemon":
+        computer.kill_avahi()
+        computer.start_avahi()
+        return
+    child = engine_child(helper)
+    os.kill(child, signal.SIGKILL)
+
+    def is_replaced():
+        try:
+            return engine_child(helper) != child
+        except AssertionError:
+            return False
+
+    wait_until(is_replaced, limit(10), "the next engine process")
+
+
+def test_a_restart_in_which_the_phones_answers_are_lost_cuts_no_session(
+    computer, onlooker, phone, engine
+):
+    """The initial answer period of a query is over after a second: the answers of the phone are lost
+    for longer than that."""
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    traffic = Traffic(computer, found["port"], phone)
+    since, seen = helper.mark(), onlooker.mark()
+
+    for _ in range(2):
+        silence(phone)
+        heard = onlooker.mark()
+        restart(computer, helper, engine)
+        onlooker.wait("heard", phone.service_name, limit(10), since=heard)
+        time.sleep(1.5)  # nothing must happen, so there is no event to wait for
+        speak(phone)
+
+    traffic.stop()
+    session(computer, found["port"], phone)
+    assert set(helper.statuses(since)) <= {visible(1)}
+    assert onlooker.events("removed", seen) == []
+
+
+@pytest.mark.long
+def test_a_phone_that_vanished_while_the_engine_restarted_is_gone_after_its_silence(
+    computer, onlooker, phone, engine
+):
+    helper = computer.helper()
+    appear(phone, helper, onlooker)
+    since = helper.mark()
+
+    silence(phone)
+    restart(computer, helper, engine)
+    start = time.monotonic()
+
+    helper.wait_status(LOOKING, timeout=60, since=since)
+    assert 30 < time.monotonic() - start < limit(60)
+    onlooker.wait("removed", phone.service_name, limit(5))
