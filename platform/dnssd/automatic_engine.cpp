@@ -22,7 +22,7 @@ struct EngineEvent {
     Source source = Source::Daemon;
     Event event;
 };
-using Item = std::variant<Request, EngineEvent>;
+using Item = std::variant<PostedRequest, EngineEvent>;
 using ItemMailbox = EngineMailbox<Item>;
 
 /// Runs on the automatic engine's thread; owns both engines and the choice between them.
@@ -31,10 +31,9 @@ public:
     AutomaticLoop(ItemMailbox& theMailbox, AutomaticEngineOptions theOptions)
         : mailbox(theMailbox),
           options(std::move(theOptions)),
-          choice(this->options.times,
-                 {.emit = [this](Event event) { this->mailbox.emit(std::move(event)); },
-                  .startEmbedded = [this] { startEmbedded(); },
-                  .stopEmbedded = [this] { stopEmbedded(); }})
+          choice(this->options.times, {.emit = [this](Event event) { emit(std::move(event)); },
+                                       .startEmbedded = [this] { startEmbedded(); },
+                                       .stopEmbedded = [this] { stopEmbedded(); }})
     {
     }
 
@@ -70,13 +69,23 @@ private:
         ::poll(&waiting, 1, timeout);
     }
 
-    void handle(Request request)
+    /// The generations of both engines count as one sequence.
+    void emit(Event event)
+    {
+        if (auto* up = std::get_if<EngineUp>(&event)) {
+            activeGeneration = up->generation;
+            up->generation = ++generation;
+        }
+        mailbox.emit(std::move(event));
+    }
+
+    void handle(PostedRequest posted)
     {
         const auto active = choice.active();
-        if (active == Source::Daemon)
-            daemon->send(std::move(request));
-        else if (active == Source::Embedded)
-            embedded->send(std::move(request));
+        if (!active || posted.generation != generation)
+            return;
+        Engine& engine = *active == Source::Daemon ? *daemon : *embedded;
+        engine.send(activeGeneration, std::move(posted.request));
     }
 
     void handle(EngineEvent event)
@@ -120,6 +129,8 @@ private:
     AutomaticEngineChoice choice;
     std::unique_ptr<Engine> daemon;
     std::unique_ptr<Engine> embedded;
+    Generation generation = 0;
+    Generation activeGeneration = 0; ///< as the active engine counts
 };
 
 class AutomaticEngine final : public Engine {
@@ -133,7 +144,10 @@ public:
         });
     }
 
-    void send(Request request) override { thread.post(std::move(request)); }
+    void send(Generation generation, Request request) override
+    {
+        thread.post(PostedRequest{generation, std::move(request)});
+    }
 
     void stop() override { thread.stop(); }
 

@@ -59,12 +59,27 @@ public:
         int interfaceIndex = kEveryInterface;
     };
 
+    /// A resource record with data in wire format (RFC 1035, section 3.2.1).
+    struct RawRecord {
+        std::string name; ///< in presentation format
+        std::uint16_t type = 0;
+        std::uint32_t lifetime = 0; ///< in seconds
+        bool isUnique = false;      ///< no other host has records of this name and type
+        std::vector<std::uint8_t> data;
+        int interfaceIndex = kEveryInterface;
+    };
+
+    enum class Probing { Needed, Done };
+
     // Each returns an Avahi error code, 0 on success.
 
     /// On one interface or on all of them.
     virtual int addService(const Service& service) = 0;
+    /// On one interface or on all of them, without probing for the name.
+    virtual int addRecord(const RawRecord& record) = 0;
     /// On one interface, without a reverse record.
-    virtual int addAddress(const std::string& hostName, const HostAddress& address) = 0;
+    virtual int addAddress(const std::string& hostName, const HostAddress& address,
+                           Probing probing) = 0;
     virtual int commit() = 0;
 };
 

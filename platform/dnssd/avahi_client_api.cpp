@@ -52,16 +52,25 @@ public:
     {
         const TxtStrings txt(service.txt);
         return library.entry_group_add_service_strlst(
-            group, interfaceOf(service), AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
+            group, service.interfaceIndex, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
             service.name.c_str(), service.type.c_str(), orNull(service.domain),
             orNull(service.hostName), service.port, txt.get());
     }
 
-    int addAddress(const std::string& hostName, const HostAddress& address) override
+    int addRecord(const RawRecord& record) override
+    {
+        return library.entry_group_add_record(group, record.interfaceIndex, AVAHI_PROTO_UNSPEC,
+                                              recordFlags(record), record.name.c_str(),
+                                              AVAHI_DNS_CLASS_IN, record.type, record.lifetime,
+                                              record.data.data(), record.data.size());
+    }
+
+    int addAddress(const std::string& hostName, const HostAddress& address,
+                   Probing probing) override
     {
         const AvahiAddress avahiAddress = avahiAddressOf(address.address);
         return library.entry_group_add_address(group, address.interfaceIndex, AVAHI_PROTO_UNSPEC,
-                                               AVAHI_PUBLISH_NO_REVERSE, hostName.c_str(),
+                                               addressFlags(probing), hostName.c_str(),
                                                &avahiAddress);
     }
 
@@ -176,6 +185,7 @@ std::optional<AvahiClientLibrary> loadAvahiClientLibrary()
     loaded.find(library.entry_group_free, "avahi_entry_group_free");
     loaded.find(library.entry_group_commit, "avahi_entry_group_commit");
     loaded.find(library.entry_group_add_address, "avahi_entry_group_add_address");
+    loaded.find(library.entry_group_add_record, "avahi_entry_group_add_record");
     loaded.find(library.entry_group_add_service_strlst, "avahi_entry_group_add_service_strlst");
     if (!loaded.isComplete())
         return std::nullopt;

@@ -26,6 +26,7 @@ struct AvahiClientLibrary {
     decltype(avahi_entry_group_free)* entry_group_free = nullptr;
     decltype(avahi_entry_group_commit)* entry_group_commit = nullptr;
     decltype(avahi_entry_group_add_address)* entry_group_add_address = nullptr;
+    decltype(avahi_entry_group_add_record)* entry_group_add_record = nullptr;
     decltype(avahi_entry_group_add_service_strlst)* entry_group_add_service_strlst = nullptr;
 };
 

@@ -55,11 +55,20 @@ inline const char* orNull(const std::string& text)
     return text.empty() ? nullptr : text.c_str();
 }
 
-inline AvahiIfIndex interfaceOf(const AvahiGroup::Service& service)
+inline AvahiPublishFlags addressFlags(AvahiGroup::Probing probing)
 {
-    static_assert(kEveryInterface == AVAHI_IF_UNSPEC);
-    return service.interfaceIndex;
+    return static_cast<AvahiPublishFlags>(probing == AvahiGroup::Probing::Done
+                                              ? AVAHI_PUBLISH_NO_REVERSE | AVAHI_PUBLISH_NO_PROBE
+                                              : AVAHI_PUBLISH_NO_REVERSE);
 }
+
+inline AvahiPublishFlags recordFlags(const AvahiGroup::RawRecord& record)
+{
+    return static_cast<AvahiPublishFlags>(
+        record.isUnique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_NO_PROBE : 0);
+}
+
+static_assert(kEveryInterface == AVAHI_IF_UNSPEC);
 
 /// The strings of a TXT record as an Avahi list. For an empty list Avahi writes the single empty
 /// string of RFC 6763, section 6.1; it accepts no empty string within a list.

@@ -1,5 +1,7 @@
 #include "platform/dnssd/avahi_registration.h"
 
+#include "platform/dnssd/avahi_service_records.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -78,6 +80,7 @@ AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theReques
       request(std::move(theRequest)),
       changed(std::move(theChanged)),
       addressesByInterface(byInterface(this->request.addresses)),
+      isProbing(!this->request.isOwnName),
       patience(kFirstPatience)
 {
 }
@@ -109,6 +112,7 @@ void AvahiRegistration::publishAll()
         for (const auto& [interfaceIndex, addresses] : addressesByInterface)
             publishAddresses(interfaceIndex, addresses);
     }
+    isProbing = true;
 }
 
 void AvahiRegistration::publishDifferences()
@@ -128,6 +132,14 @@ void AvahiRegistration::publishDifferences()
 void AvahiRegistration::publishService()
 {
     service = std::make_unique<Group>(api, changed);
+    std::vector<AvahiGroup::RawRecord> records;
+    if (!isProbing)
+        records =
+            serviceRecords(request, request.domain.empty() ? api.domainName() : request.domain);
+    for (const auto& record : records)
+        service->add([&record](AvahiGroup& group) { return group.addRecord(record); });
+    if (!records.empty())
+        return service->commit();
     service->add([this](AvahiGroup& group) {
         return group.addService({.name = request.name,
                                  .type = request.type,
@@ -145,7 +157,9 @@ void AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Addr
     auto host = std::make_unique<Group>(api, changed);
     for (const Address& address : addresses) {
         host->add([&](AvahiGroup& group) {
-            return group.addAddress(request.hostName, {interfaceIndex, address});
+            return group.addAddress(request.hostName, {interfaceIndex, address},
+                                    isProbing ? AvahiGroup::Probing::Needed
+                                              : AvahiGroup::Probing::Done);
         });
     }
     host->commit();

@@ -70,6 +70,7 @@ private:
     std::map<int, std::set<Address>> addressesByInterface; ///< as demanded
     std::map<int, std::set<Address>> publishedAddresses;
     bool isAllDemanded = true;
+    bool isProbing; ///< whether publishing everything includes probing for the names
     std::unique_ptr<Group> service; ///< null before the first `publish`
     std::map<int, std::unique_ptr<Group>> hosts;
     Clock::duration patience;

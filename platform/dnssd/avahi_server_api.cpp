@@ -6,6 +6,8 @@
 #include <string_view>
 #include <utility>
 
+#include <avahi-common/error.h>
+
 namespace quillbox::dnssd {
 
 namespace {
@@ -54,16 +56,32 @@ public:
     {
         const TxtStrings txt(service.txt);
         return library.server_add_service_strlst(
-            &server, group, interfaceOf(service), AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
+            &server, group, service.interfaceIndex, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
             service.name.c_str(), service.type.c_str(), orNull(service.domain),
             orNull(service.hostName), service.port, txt.get());
     }
 
-    int addAddress(const std::string& hostName, const HostAddress& address) override
+    int addRecord(const RawRecord& record) override
+    {
+        AvahiRecord* avahiRecord = library.record_new_full(record.name.c_str(), AVAHI_DNS_CLASS_IN,
+                                                           record.type, record.lifetime);
+        if (avahiRecord == nullptr)
+            return AVAHI_ERR_INVALID_RECORD;
+        const int error =
+            library.rdata_parse(avahiRecord, record.data.data(), record.data.size()) < 0
+                ? AVAHI_ERR_INVALID_RDATA
+                : library.server_add(&server, group, record.interfaceIndex, AVAHI_PROTO_UNSPEC,
+                                     recordFlags(record), avahiRecord);
+        library.record_unref(avahiRecord);
+        return error;
+    }
+
+    int addAddress(const std::string& hostName, const HostAddress& address,
+                   Probing probing) override
     {
         AvahiAddress avahiAddress = avahiAddressOf(address.address);
         return library.server_add_address(&server, group, address.interfaceIndex,
-                                          AVAHI_PROTO_UNSPEC, AVAHI_PUBLISH_NO_REVERSE,
+                                          AVAHI_PROTO_UNSPEC, addressFlags(probing),
                                           hostName.c_str(), &avahiAddress);
     }
 
@@ -192,6 +210,10 @@ std::optional<AvahiServerLibrary> loadAvahiServerLibrary()
     loaded.find(library.s_entry_group_new, "avahi_s_entry_group_new");
     loaded.find(library.s_entry_group_free, "avahi_s_entry_group_free");
     loaded.find(library.s_entry_group_commit, "avahi_s_entry_group_commit");
+    loaded.find(library.record_new_full, "avahi_record_new_full");
+    loaded.find(library.record_unref, "avahi_record_unref");
+    loaded.find(library.rdata_parse, "avahi_rdata_parse");
+    loaded.find(library.server_add, "avahi_server_add");
     loaded.find(library.server_add_address, "avahi_server_add_address");
     loaded.find(library.server_add_service_strlst, "avahi_server_add_service_strlst");
     if (!loaded.isComplete())

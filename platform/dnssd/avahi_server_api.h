@@ -32,6 +32,10 @@ struct AvahiServerLibrary {
     decltype(avahi_s_entry_group_new)* s_entry_group_new = nullptr;
     decltype(avahi_s_entry_group_free)* s_entry_group_free = nullptr;
     decltype(avahi_s_entry_group_commit)* s_entry_group_commit = nullptr;
+    decltype(avahi_record_new_full)* record_new_full = nullptr;
+    decltype(avahi_record_unref)* record_unref = nullptr;
+    decltype(avahi_rdata_parse)* rdata_parse = nullptr;
+    decltype(avahi_server_add)* server_add = nullptr;
     decltype(avahi_server_add_address)* server_add_address = nullptr;
     decltype(avahi_server_add_service_strlst)* server_add_service_strlst = nullptr;
 };

@@ -19,11 +19,11 @@ namespace quillbox::dnssd {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Mailbox = EngineMailbox<Request>;
+using Mailbox = EngineMailbox<PostedRequest>;
 
 constexpr std::chrono::milliseconds kFirstPause(100);
 constexpr std::chrono::seconds kMaximumPause(10);
-constexpr std::chrono::seconds kSteadyAfter(60);
+constexpr std::chrono::milliseconds kSteadyAfter(800);
 /// How long to wait for the daemon to establish the computer's host name. A daemon that has none is
 /// still usable, since services are published on host names of their own.
 constexpr std::chrono::seconds kHostNamePatience(2);
@@ -155,7 +155,7 @@ private:
             *connection->api, [this](Event event) { mailbox.emit(std::move(event)); });
         pause.began(now);
         isReportedDown = false;
-        mailbox.emit(EngineUp{connection->publishedHostName});
+        mailbox.emit(EngineUp{connection->publishedHostName, ++generation});
     }
 
     void disconnect(Clock::time_point now)
@@ -178,8 +178,10 @@ private:
         if (!connection || !connection->session)
             return;
         const auto now = Clock::now();
-        for (const Request& request : taken.items)
-            connection->session->handle(request, now);
+        for (const PostedRequest& posted : taken.items) {
+            if (posted.generation == generation)
+                connection->session->handle(posted.request, now);
+        }
     }
 
     void onBusChanged()
@@ -207,6 +209,7 @@ private:
     EnginePause pause{kFirstPause, kMaximumPause, kSteadyAfter};
     Clock::time_point nextTry = Clock::now();
     std::unique_ptr<Connection> connection;
+    Generation generation = 0;
     bool isReportedDown = false;
     bool isStopping = false;
 };
@@ -218,12 +221,15 @@ public:
         thread.start(std::move(handler), [](Mailbox& mailbox) { DaemonLoop(mailbox).run(); });
     }
 
-    void send(Request request) override { thread.post(std::move(request)); }
+    void send(Generation generation, Request request) override
+    {
+        thread.post({generation, std::move(request)});
+    }
 
     void stop() override { thread.stop(); }
 
 private:
-    EngineThread<Request> thread;
+    EngineThread<PostedRequest> thread;
 };
 
 } // namespace

@@ -1,6 +1,5 @@
 #include "platform/dnssd/embedded_engine.h"
 
-#include "platform/dnssd/engine_child_process.h"
 #include "platform/dnssd/engine_pause.h"
 #include "platform/dnssd/engine_thread.h"
 #include "platform/dnssd/message_codec.h"
@@ -8,6 +7,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
+#include <cstddef>
 #include <deque>
 #include <optional>
 #include <span>
@@ -21,14 +22,19 @@ namespace quillbox::dnssd {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Mailbox = EngineMailbox<Request>;
+using Mailbox = EngineMailbox<PostedRequest>;
 
-constexpr std::chrono::milliseconds kFirstPause(100);
+constexpr std::chrono::milliseconds kFirstPause(50);
 constexpr std::chrono::seconds kMaximumPause(30);
-constexpr std::chrono::seconds kSteadyAfter(60);
-/// How long an engine process may take to report EngineUp; after that it is killed.
-constexpr std::chrono::seconds kStartPatience(5);
+/// A packet that crashes the process takes a second to do so: the sender of such packets must not
+/// make the pauses grow.
+constexpr std::chrono::milliseconds kSteadyAfter(800);
 constexpr std::chrono::milliseconds kFinishLimit(400);
+/// The most requests that wait for the process to read them; 256 services and as many registrations
+/// make about 2,500.
+constexpr std::size_t kMaximumOutgoing = 8192;
+/// When this process wakes up so late, it was stopped itself, and the other one as well.
+constexpr std::chrono::seconds kOverslept(1);
 
 class EmbeddedLoop final {
 public:
@@ -47,7 +53,7 @@ public:
                 sendRequests();
             if (child)
                 receiveEvents();
-            if (child && !isUp && Clock::now() >= childSince + kStartPatience)
+            if (child && (Clock::now() >= deadline() || outgoing.size() > kMaximumOutgoing))
                 loseChild();
         }
         if (child)
@@ -60,10 +66,16 @@ private:
         const auto now = Clock::now();
         if (child || now < nextStart)
             return;
-        childSince = now;
+        lastSign = now;
         child.emplace(options.executable);
         if (child->descriptor() < 0)
             loseChild();
+    }
+
+    /// When the process counts as hanging.
+    Clock::time_point deadline() const
+    {
+        return lastSign + (isUp ? options.patience : options.startPatience);
     }
 
     void wait()
@@ -71,22 +83,16 @@ private:
         std::array<pollfd, 2> waiting{};
         waiting[0] = {mailbox.descriptor(), POLLIN, 0};
         waiting[1] = {-1, 0, 0};
-        std::optional<Clock::time_point> deadline;
         if (child) {
             const int events = outgoing.empty() ? POLLIN : POLLIN | POLLOUT;
             waiting[1] = {child->descriptor(), static_cast<short>(events), 0};
-            if (!isUp)
-                deadline = childSince + kStartPatience;
-        } else {
-            deadline = nextStart;
         }
-        int timeout = -1;
-        if (deadline) {
-            const auto left =
-                std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
-            timeout = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
-        }
-        ::poll(waiting.data(), waiting.size(), timeout);
+        const auto until = child ? deadline() : nextStart;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+        ::poll(waiting.data(), waiting.size(),
+               static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0)));
+        if (Clock::now() > until + kOverslept)
+            lastSign = Clock::now();
     }
 
     void takeRequests()
@@ -95,7 +101,9 @@ private:
         isStopping = taken.isStopping;
         if (!child || !isUp)
             return;
-        for (const Request& request : taken.items) {
+        for (const auto& [requested, request] : taken.items) {
+            if (requested != generation)
+                continue;
             Packet packet = encode(request);
             if (!packet.empty())
                 outgoing.push_back(std::move(packet));
@@ -137,28 +145,33 @@ private:
                 ::recv(child->descriptor(), packetBuffer.data(), packetBuffer.size(), MSG_DONTWAIT);
             if (length < 0 && (errno == EAGAIN || errno == EINTR))
                 return;
-            const auto event =
+            auto event =
                 length > 0
                     ? decodeEvent(std::span(packetBuffer).first(static_cast<std::size_t>(length)))
                     : std::nullopt;
-            if (!event || !accept(*event))
+            lastSign = Clock::now();
+            if (!event || !accept(std::move(*event)))
                 loseChild();
         }
     }
 
     /// False when the process violates the protocol.
-    bool accept(const Event& event)
+    bool accept(Event event)
     {
         if (std::holds_alternative<EngineDown>(event))
             return false;
-        if (std::holds_alternative<EngineUp>(event) == isUp)
+        auto* up = std::get_if<EngineUp>(&event);
+        if ((up != nullptr) == isUp)
             return false;
-        if (!isUp) {
+        if (std::holds_alternative<Alive>(event))
+            return true;
+        if (up != nullptr) {
+            up->generation = ++generation;
             isUp = true;
             isReportedDown = false;
             pause.began(Clock::now());
         }
-        mailbox.emit(event);
+        mailbox.emit(std::move(event));
         return true;
     }
 
@@ -176,11 +189,12 @@ private:
     Mailbox& mailbox;
     EmbeddedEngineOptions options;
     std::optional<EngineChildProcess> child;
-    Clock::time_point childSince;
+    Clock::time_point lastSign; ///< of life, from the process
     Clock::time_point nextStart = Clock::now();
     EnginePause pause{kFirstPause, kMaximumPause, kSteadyAfter};
     std::deque<Packet> outgoing;
     std::vector<std::uint8_t> packetBuffer = std::vector<std::uint8_t>(kMaximumPacketLength);
+    Generation generation = 0;
     bool isUp = false;
     bool isReportedDown = false;
     bool isStopping = false;
@@ -197,13 +211,16 @@ public:
         });
     }
 
-    void send(Request request) override { thread.post(std::move(request)); }
+    void send(Generation generation, Request request) override
+    {
+        thread.post({generation, std::move(request)});
+    }
 
     void stop() override { thread.stop(); }
 
 private:
     EmbeddedEngineOptions options;
-    EngineThread<Request> thread;
+    EngineThread<PostedRequest> thread;
 };
 
 } // namespace

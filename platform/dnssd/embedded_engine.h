@@ -1,7 +1,9 @@
 #pragma once
 
 #include "platform/dnssd/engine.h"
+#include "platform/dnssd/engine_child_process.h"
 
+#include <chrono>
 #include <memory>
 #include <string>
 
@@ -9,13 +11,18 @@ namespace quillbox::dnssd {
 
 struct EmbeddedEngineOptions {
     /// The executable of the engine process: it must call `runDnsSdEngineChild` when its argument
-    /// is `kEngineChildOption`. The default is this program, even if its file has been replaced.
-    std::string executable = "/proc/self/exe";
+    /// is `kEngineChildOption`.
+    std::string executable = kThisProgram;
+    /// How long the process may take to come up, and how long it may then say nothing: one that
+    /// takes longer hangs, and is replaced.
+    std::chrono::milliseconds startPatience{5'000};
+    std::chrono::milliseconds patience{3 * kAliveInterval};
 };
 
 /// An engine with its own mDNS responder, which needs no daemon, no D-Bus and no privileges. The
-/// responder runs in a child process; when that dies, the engine goes down and restarts it with
-/// exponential backoff from 0.1 s to 30 s.
+/// responder runs in a child process; when that dies or hangs, the engine goes down and starts
+/// another one: after 50 ms, and with exponential backoff up to 30 s if it keeps dying within a
+/// second.
 std::unique_ptr<Engine> makeEmbeddedEngine(EmbeddedEngineOptions options = {});
 
 } // namespace quillbox::dnssd

@@ -1,10 +1,12 @@
 #include "platform/dnssd/engine_child.h"
 
+#include "platform/dnssd/alias_filter.h"
 #include "platform/dnssd/avahi_loop.h"
 #include "platform/dnssd/avahi_server_api.h"
 #include "platform/dnssd/avahi_session.h"
 #include "platform/dnssd/message_codec.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -88,22 +90,6 @@ private:
     std::chrono::nanoseconds before = ahead();
 };
 
-/// Enlarges the receive buffers of Avahi's sockets, because packets come in bursts: a flood of
-/// names, or all answers to one query. Goodbyes are sent once, so a dropped one leaves a phone in
-/// the list. Avahi does not expose its sockets, but this process has no other UDP sockets.
-void makeRoomForPackets()
-{
-    constexpr int kReceiveBuffer = 1 << 20; // the kernel lowers it to its limit
-    constexpr int kMostDescriptors = 64;
-    for (int descriptor = STDERR_FILENO + 1; descriptor < kMostDescriptors; ++descriptor) {
-        int type = 0;
-        socklen_t size = sizeof(type);
-        if (::getsockopt(descriptor, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_DGRAM)
-            ::setsockopt(descriptor, SOL_SOCKET, SO_RCVBUF, &kReceiveBuffer,
-                         sizeof(kReceiveBuffer));
-    }
-}
-
 class EngineChild final {
 public:
     EngineChild(int theSocket, int endSignal) : socket(theSocket)
@@ -128,8 +114,13 @@ public:
     {
         if (!startServer())
             return EXIT_FAILURE;
+        auto nextSign = Clock::now();
         while (!isEnding) {
-            loop.turn(session->nextDeadline());
+            if (Clock::now() >= nextSign) {
+                send(Alive{});
+                nextSign = Clock::now() + kAliveInterval;
+            }
+            loop.turn(std::min(session->nextDeadline().value_or(nextSign), nextSign));
             // The parent starts another process. No goodbyes, since the services are to stay
             // published.
             if (wallClock.wasSetBack())
@@ -163,11 +154,10 @@ private:
 
         int error = 0;
         server =
-            library->server_new(loop.poll(), &configuration, &EngineChild::onState, this, &error);
+            library->server_new(filter.poll(), &configuration, &EngineChild::onState, this, &error);
         library->server_config_free(&configuration);
         if (server == nullptr || hasFailed)
             return false;
-        makeRoomForPackets();
         api = makeAvahiServerApi(*library, *server);
         session.emplace(*api, [this](const Event& event) { send(event); });
         send(EngineUp{library->server_get_host_name_fqdn(server)});
@@ -211,6 +201,7 @@ private:
     int socket;
     WallClock wallClock;
     AvahiLoop loop;
+    AliasFilter filter{*loop.poll()};
     std::optional<AvahiServerLibrary> library = loadAvahiServerLibrary();
     AvahiServer* server = nullptr;
     std::unique_ptr<AvahiApi> api;

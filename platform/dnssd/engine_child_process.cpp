@@ -59,7 +59,9 @@ EngineChildProcess::EngineChildProcess(const std::string& executable)
         return;
 
     const SpawnSettings settings(pair[1]);
-    std::string program = executable;
+    // The process prints its name if it aborts: not "exe", the last part of the link to this
+    // program.
+    std::string program = executable == kThisProgram ? program_invocation_short_name : executable;
     std::string option = kEngineChildOption;
     const std::array<char*, 3> arguments{program.data(), option.data(), nullptr};
     const int error = ::posix_spawn(&process, executable.c_str(), &settings.actions,

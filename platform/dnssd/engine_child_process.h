@@ -7,6 +7,9 @@
 
 namespace quillbox::dnssd {
 
+/// This program, even if its file has been replaced.
+inline constexpr const char* kThisProgram = "/proc/self/exe";
+
 /// The parent's side of an engine process: a packet socket, and reaping of the process.
 class EngineChildProcess final {
 public:

@@ -19,6 +19,7 @@ void EngineLink::handle(const Event& event)
     if (const auto* up = std::get_if<EngineUp>(&event)) {
         currentState = State::Up;
         currentError.clear();
+        generation = up->generation;
         if (!up->hostName.empty())
             computerName = up->hostName;
         routes.clear();
@@ -92,7 +93,7 @@ void EngineLink::send(Request request)
 {
     const std::lock_guard lock(mutex);
     if (!isStopped)
-        engine->send(std::move(request));
+        engine->send(generation, std::move(request));
 }
 
 } // namespace quillbox::dnssd

@@ -84,6 +84,7 @@ private:
     State currentState = State::Unknown;
     std::error_code currentError;
     std::string computerName;
+    Generation generation = 0;
     std::uint64_t nextClient = 0;
     std::map<std::uint64_t, Client*> clients; ///< in the order in which they attached
     std::unordered_map<const Client*, std::uint64_t> keys;

@@ -12,6 +12,12 @@
 
 namespace quillbox::dnssd {
 
+/// A request with the generation of the engine that it is for.
+struct PostedRequest {
+    Generation generation = 0;
+    Request request;
+};
+
 /// Connects an engine's thread with the rest of the process: queues items for the thread, and holds
 /// the handler for its events. The thread polls `descriptor()`, which is readable while items or a
 /// stop request are pending.

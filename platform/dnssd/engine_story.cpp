@@ -135,10 +135,10 @@ public:
         });
     }
 
-    void send(Request request) override
+    void send(Generation generation, Request request) override
     {
         story.note(request);
-        engine->send(std::move(request));
+        engine->send(generation, std::move(request));
     }
 
     void stop() override

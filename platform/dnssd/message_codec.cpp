@@ -39,7 +39,8 @@ void walk(auto& v, Is<AddressRequest> auto& m)
 }
 void walk(auto& v, Is<RegisterRequest> auto& m)
 {
-    v(m.id, m.name, m.type, m.domain, m.port, m.txt, m.hostName, m.addresses, m.interfaceIndex);
+    v(m.id, m.name, m.type, m.domain, m.port, m.txt, m.hostName, m.addresses, m.interfaceIndex,
+      m.isOwnName);
 }
 void walk(auto& v, Is<UpdateAddressesRequest> auto& m)
 {
@@ -49,6 +50,7 @@ void walk(auto& v, IsBare auto& m)
 {
     v(m.id);
 }
+void walk(auto& /*v*/, Is<Alive> auto& /*m*/) {}
 void walk(auto& v, Is<EngineUp> auto& m)
 {
     v(m.hostName);
@@ -87,7 +89,7 @@ void walk(auto& v, Is<HostAddress> auto& m)
 }
 
 template <class T>
-concept IsNumber = std::integral<T>;
+concept IsNumber = std::integral<T> && !std::same_as<T, bool>;
 
 class Writer {
 public:
@@ -122,6 +124,7 @@ private:
     }
 
     void put(IsNumber auto number) { putBytes(&number, sizeof number); }
+    void put(bool flag) { put(static_cast<std::uint8_t>(flag)); }
     void put(Family family) { put(static_cast<std::uint8_t>(family)); }
     void put(Collision::Of of) { put(static_cast<std::uint8_t>(of)); }
     void put(DnsSdError error) { put(static_cast<std::uint8_t>(error)); }
@@ -190,6 +193,7 @@ private:
             value = static_cast<E>(number);
     }
 
+    void get(bool& flag) { getEnumeration(flag, false, true); }
     void get(Family& family) { getEnumeration(family, Family::IPv4, Family::IPv6); }
     void get(Collision::Of& of) { getEnumeration(of, Collision::Of::Service, Collision::Of::Host); }
     void get(DnsSdError& error)

@@ -3,6 +3,7 @@
 #include "platform/dnssd/dns_sd_error.h"
 
 #include <array>
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -17,6 +18,10 @@ namespace quillbox::dnssd {
 
 /// Identifies a request for as long as it is active. Chosen by the caller, never reused.
 using AskId = std::uint32_t;
+
+/// Counts how often an engine has come up, from 1: identifies what lies between an EngineUp and the
+/// next EngineDown.
+using Generation = std::uint32_t;
 
 /// In place of an interface index.
 inline constexpr std::int32_t kEveryInterface = -1;
@@ -101,6 +106,10 @@ struct RegisterRequest {
     std::vector<HostAddress> addresses;
     /// Where the service is published: on one interface, or on all of them.
     std::int32_t interfaceIndex = kEveryInterface;
+    /// The names were this program's until the last engine went down, a moment ago: they are
+    /// announced without probing for them again, which takes most of a second. A conflict is still
+    /// detected.
+    bool isOwnName = false;
 
     bool operator==(const RegisterRequest&) const = default;
 };
@@ -130,6 +139,7 @@ using Request = std::variant<BrowseRequest, LocationRequest, AddressRequest, Reg
 /// host name is the computer's as published, like "my-pc.local"; it may be empty.
 struct EngineUp {
     std::string hostName;
+    Generation generation = 0; ///< the one that begins; 0 in the messages of an engine process
 
     bool operator==(const EngineUp&) const = default;
 };
@@ -227,8 +237,16 @@ struct Failed {
     bool operator==(const Failed&) const = default;
 };
 
+/// An engine process is up and its loop turns. Sent every `kAliveInterval`, and only to the process
+/// that started it.
+struct Alive {
+    bool operator==(const Alive&) const = default;
+};
+
+inline constexpr std::chrono::seconds kAliveInterval{3};
+
 using Event =
     std::variant<EngineUp, EngineDown, ServiceFound, ServiceLost, LocationFound, LocationLost,
-                 AddressFound, AddressLost, Settled, Registered, Collision, Failed>;
+                 AddressFound, AddressLost, Settled, Registered, Collision, Failed, Alive>;
 
 } // namespace quillbox::dnssd

@@ -61,6 +61,12 @@ std::string alternativeName(std::string_view name, unsigned number)
     return std::string(truncated(name, kMaximumLabelSize - suffix.size())) + suffix;
 }
 
+unsigned numberAfter(unsigned number)
+{
+    constexpr unsigned kHighestNumber = 99'999;
+    return number < kHighestNumber ? number + 1 : 2;
+}
+
 std::string hostSlug(std::string_view text, std::size_t size)
 {
     std::string slug;

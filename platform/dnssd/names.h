@@ -27,6 +27,9 @@ bool isSameName(std::string_view a, std::string_view b);
 /// between characters to fit into a label.
 std::string alternativeName(std::string_view name, unsigned number);
 
+/// The number to try after another conflict: after 99,999 it starts over at 2.
+unsigned numberAfter(unsigned number);
+
 /// Turns text into lower-case ASCII letters, digits and single hyphens, at most `size` characters,
 /// with no hyphen at either end; empty when nothing of the text is left. A letter with a
 /// diacritical mark becomes the letter, and any other sequence of characters a hyphen.

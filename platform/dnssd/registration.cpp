@@ -11,14 +11,6 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// After this number, a name that keeps conflicting starts over at "Name #2".
-constexpr unsigned kHighestNumber = 99'999;
-
-unsigned numberAfter(unsigned number)
-{
-    return number < kHighestNumber ? number + 1 : 2;
-}
-
 /// Splits the data of a TXT record into its strings (RFC 1035, section 3.3.14); empty when it is
 /// malformed.
 std::optional<std::vector<std::string>> stringsOf(std::string_view data)
@@ -98,7 +90,7 @@ void Registration::engineDown(std::error_code error)
     if (hasFailed)
         return;
     id = 0;
-    ++step;
+    after(kNameKept, [](Registration& self) { self.establishedAs.clear(); });
     tellOwn(false);
     tell(State::Waiting, error);
 }
@@ -151,6 +143,8 @@ void Registration::ask()
     request.hostName = identity.hostName;
     request.addresses = addresses;
     request.interfaceIndex = localAddresses.publishedOn();
+    requestedAs = request.name + '\0' + request.hostName;
+    request.isOwnName = requestedAs == establishedAs;
     id = link.ask(*this, std::move(request));
     const std::size_t before = ownServices.count() - 1;
     const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
@@ -160,6 +154,7 @@ void Registration::ask()
 
 void Registration::established()
 {
+    establishedAs = requestedAs;
     after(kEstablishedLong, [](Registration& self) { self.pause.reset(); });
     tellOwn(true);
     tell(State::Ready, {});
@@ -178,13 +173,13 @@ void Registration::refused(DnsSdError error)
     case DnsSdError::InvalidName:
     case DnsSdError::InvalidType:
     case DnsSdError::NotPermitted:
-    case DnsSdError::TooManyEntries:
         withdraw();
         return fail(error);
     case DnsSdError::NameTaken:
         return collided(Collision::Of::Service);
     case DnsSdError::EngineUnavailable:
     case DnsSdError::NotFound:
+    case DnsSdError::TooManyEntries: // while a flood fills the engine
     case DnsSdError::Internal:
         break;
     }
@@ -203,6 +198,7 @@ void Registration::withdraw()
 {
     link.end(id);
     id = 0;
+    establishedAs.clear();
     ++step;
 }
 

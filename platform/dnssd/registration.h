@@ -21,6 +21,10 @@ namespace quillbox::dnssd {
 /// A registration that has been established for this long resets its backoff.
 inline constexpr std::chrono::milliseconds kEstablishedLong{60'000};
 
+/// How long names stay this program's while no engine defends them: the next engine announces them
+/// without probing. Short enough that hardly anybody has taken them meanwhile.
+inline constexpr std::chrono::milliseconds kNameKept{10'000};
+
 /// How long an engine may take to establish or refuse a registration. Probing takes about a second;
 /// an engine that loses a registration during probing is sent it again. The limit is extended by as
 /// much for every `kRegistrationsAtOnce` registrations that may be queued before it.
@@ -82,6 +86,8 @@ private:
     HostIdentity identity;
     std::optional<OwnServices::Entry> ownEntry; ///< empty before the start and after a failure
     std::vector<HostAddress> addresses;         ///< as published
+    std::string requestedAs;                    ///< service and host name of the last request
+    std::string establishedAs; ///< the same of the last registration, while it is or may be ours
     GrowingPause pause{GrowingPause::First::Nothing};
     std::uint64_t step = 0; ///< counts steps, so that timers of earlier steps do nothing
 };

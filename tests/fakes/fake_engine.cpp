@@ -24,8 +24,10 @@ public:
 
     void start(EventHandler handler) override { state->handler = std::move(handler); }
 
-    void send(Request request) override
+    void send(Generation generation, Request request) override
     {
+        if (generation != state->generation)
+            return;
         state->requests.push_back(request);
         if (const auto* end = std::get_if<StopRequest>(&request)) {
             std::erase_if(state->standing,
@@ -61,7 +63,7 @@ void FakeEngine::emit(Event event) const
 void FakeEngine::up(const std::string& hostName)
 {
     state->standing.clear();
-    emit(EngineUp{hostName});
+    emit(EngineUp{hostName, ++state->generation});
 }
 
 void FakeEngine::down(std::error_code error)

@@ -65,6 +65,7 @@ private:
         Engine::EventHandler handler;
         std::vector<Request> requests;
         std::vector<Request> standing;
+        Generation generation = 0;
         bool isStopped = false;
     };
 

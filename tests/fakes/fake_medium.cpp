@@ -48,6 +48,7 @@ struct Seat {
     bool isUp = false;
     std::list<Registration> registrations;
     std::list<Question> questions;
+    Generation generation = 0;
 
     void emit(const Event& event) const
     {
@@ -247,12 +248,12 @@ public:
     {
         seat.handler = std::move(handler);
         seat.isUp = true;
-        seat.emit(EngineUp{seat.host.name});
+        seat.emit(EngineUp{seat.host.name, ++seat.generation});
     }
 
-    void send(Request request) override
+    void send(Generation generation, Request request) override
     {
-        if (const auto medium = world.lock())
+        if (const auto medium = world.lock(); medium && generation == seat.generation)
             medium->take(seat, request);
     }
 
@@ -281,7 +282,7 @@ FakeMedium::~FakeMedium() = default;
 
 std::unique_ptr<Engine> FakeMedium::makeEngine(Host host)
 {
-    world->seats.push_back({std::move(host), nullptr, false, {}, {}});
+    world->seats.push_back({std::move(host), nullptr, false, {}, {}, 0});
     return std::make_unique<Member>(world, world->seats.back());
 }
 
@@ -299,7 +300,7 @@ void FakeMedium::bringBack(const std::string& hostName)
 {
     Seat* seat = world->seat(hostName);
     seat->isUp = true;
-    seat->emit(EngineUp{hostName});
+    seat->emit(EngineUp{hostName, ++seat->generation});
 }
 
 } // namespace quillbox::dnssd

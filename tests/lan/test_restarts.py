@@ -2,13 +2,17 @@
 
 import os
 import signal
+import struct
 import threading
 import time
 
 import pytest
+from rig import raw_mdns
 from rig.computer import LOOKING, visible
 from rig.ends import read_exactly, session
+from rig.network import TYPE_SMB
 from rig.process import limit, wait_until
+from rig.raw_mdns import Speaker
 from test_automatic import appear
 from test_engines import engine_child
 
@@ -122,3 +126,89 @@ def test_a_phone_that_vanished_while_the_engine_restarted_is_gone_after_its_sile
     helper.wait_status(LOOKING, timeout=60, since=since)
     assert 30 < time.monotonic() - start < limit(60)
     onlooker.wait("removed", phone.service_name, limit(5))
+
+
+def aliases(phone):
+    """A response in which the type, the phone's service and its host are aliases, which expire
+    together with the records of their targets. All three are asked for."""
+    kind = raw_mdns.dotted(f"{raw_mdns.TYPE_PHONE}.local")
+    instance = raw_mdns.labels(phone.service_name, *raw_mdns.TYPE_PHONE.split("."), "local")
+    host = raw_mdns.dotted(f"{phone.name}.local")
+    other = raw_mdns.dotted("other.local")
+    return raw_mdns.response(
+        raw_mdns.alias(kind, other, 1),
+        raw_mdns.alias(instance, other, 1),
+        raw_mdns.alias(host, other, 1),
+        raw_mdns.record(other, raw_mdns.PTR, 1, instance),
+        raw_mdns.record(other, raw_mdns.SRV, 1, struct.pack("!HHH", 0, 0, 1) + host, True),
+        raw_mdns.address("other.local", "10.77.0.250", lifetime=1),
+    )
+
+
+class Aliases:
+    """Sends such a packet every two seconds until it is stopped."""
+
+    def __init__(self, host, phone):
+        self._speaker = Speaker(host)
+        self._packet = aliases(phone)
+        self._stopping = threading.Event()
+        self._thread = threading.Thread(target=self._run, daemon=True)
+        self._thread.start()
+
+    def _run(self):
+        while not self._stopping.wait(2):
+            self._speaker.say(self._packet)
+
+    def stop(self):
+        self._stopping.set()
+        self._thread.join(10)
+        self._speaker.close()
+
+
+# The interval is no divisor of that of the attack, so that each part of it is looked at.
+LOOKS = 65
+LOOK_INTERVAL = 0.47
+
+
+def test_packets_that_crash_an_engine_hide_no_phone_and_cut_no_session(
+    lan, computer, onlooker, phone, engine
+):
+    """An alias that expires together with its target aborts libavahi 0.8 a second later. avahi-daemon
+    stays down after that."""
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    traffic = Traffic(computer, found["port"], phone)
+    since = helper.mark()
+
+    attack = Aliases(lan.host("stranger"), phone)
+    seen, due = 0, time.monotonic()
+    for _ in range(LOOKS):
+        due += LOOK_INTERVAL
+        time.sleep(max(0, due - time.monotonic()))
+        seen += raw_mdns.is_visible(onlooker, phone.service_name, TYPE_SMB, limit(0.3))
+    attack.stop()
+
+    print(f"visible in {seen} of {LOOKS} looks")
+    traffic.stop()
+    assert seen >= 60
+    assert set(helper.statuses(since)) <= {visible(1)}
+    if engine == "daemon":
+        assert not computer.avahi.running(), "the packets did not crash the daemon"
+
+
+def test_an_engine_that_hangs_is_replaced_and_cuts_no_session(bare_computer, onlooker, phone):
+    computer = bare_computer
+    helper = computer.helper()
+    found = appear(phone, helper, onlooker)
+    traffic = Traffic(computer, found["port"], phone)
+    since, seen = helper.mark(), onlooker.mark()
+
+    hanging = engine_child(helper)
+    os.kill(hanging, signal.SIGSTOP)
+
+    # It counts as hanging after nine seconds without a sign of life.
+    onlooker.wait("heard", phone.service_name, limit(15), since=seen)
+    assert engine_child(helper) != hanging
+    traffic.stop()
+    assert set(helper.statuses(since)) <= {visible(1)}
+    assert onlooker.events("removed", seen) == []

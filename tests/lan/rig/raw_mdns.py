@@ -6,7 +6,7 @@ import struct
 import time
 
 GROUP = ("224.0.0.251", 5353)
-A, PTR, SRV = 1, 12, 33
+A, CNAME, PTR, SRV = 1, 5, 12, 33
 TYPE_PHONE = "_quillbox._tcp"
 
 
@@ -44,6 +44,32 @@ def service(instance, host, port, lifetime=120):
 
 def address(host, ipv4, lifetime=120):
     return record(dotted(host), A, lifetime, socket.inet_aton(ipv4), True)
+
+
+def alias(name, target, lifetime):
+    """A CNAME record; both names are encoded."""
+    return record(name, CNAME, lifetime, target, True)
+
+
+def is_visible(host, instance, kind, seconds):
+    """Whether a look at the network from `host`, without a cache, shows the service: a query from an
+    ephemeral port, which responders answer to that port (RFC 6762, section 6.7)."""
+    question = dotted(f"{kind}.local")
+    with host.socket(kind=socket.SOCK_DGRAM) as looking:
+        where = socket.inet_aton(host.address4)
+        looking.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, where)
+        looking.bind((host.address4, 0))
+        header = struct.pack("!HHHHHH", 0, 0, 1, 0, 0, 0)
+        looking.sendto(header + question + struct.pack("!HH", PTR, 1), GROUP)
+        end = time.monotonic() + seconds
+        while (left := end - time.monotonic()) > 0:
+            looking.settimeout(left)
+            try:
+                if instance.encode() in looking.recv(9000):
+                    return True
+            except TimeoutError:
+                break
+    return False
 
 
 def packets(records, room=1400):

@@ -80,7 +80,7 @@ public:
     void start(EventHandler handler) override
     {
         thread = std::thread([this, tell = std::move(handler)] {
-            tell(EngineUp{"pc.local"});
+            tell(EngineUp{"pc.local", 1});
             for (AskId id = 1; !isStopped; id = id % 8 + 1) {
                 tell(ServiceFound{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
                 tell(LocationFound{id, {2, Family::IPv4}, "phone.local", 4445});
@@ -90,7 +90,10 @@ public:
         });
     }
 
-    void send(Request /*request*/) override { lateRequests += isStopped ? 1 : 0; }
+    void send(Generation /*generation*/, Request /*request*/) override
+    {
+        lateRequests += isStopped ? 1 : 0;
+    }
 
     void stop() override
     {

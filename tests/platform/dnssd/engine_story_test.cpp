@@ -56,17 +56,17 @@ TEST_F(EngineStoryTest, tellsOfItsComingAndGoing)
 TEST_F(EngineStoryTest, tellsWhatBecomesOfAName)
 {
     start();
-    engine->send(registration(1, "Quillbox"));
+    engine->send(1, registration(1, "Quillbox"));
     log.time += 950ms;
     fake.emit(Registered{1});
-    engine->send(registration(2, "Quillbox Office"));
+    engine->send(1, registration(2, "Quillbox Office"));
     fake.emit(Collision{2, Collision::Of::Service});
-    engine->send(StopRequest{2});
-    engine->send(registration(3, "Quillbox Office #2"));
+    engine->send(1, StopRequest{2});
+    engine->send(1, registration(3, "Quillbox Office #2"));
     fake.emit(Collision{3, Collision::Of::Host});
     fake.emit(Failed{3, DnsSdError::TooManyEntries});
-    engine->send(StopRequest{1});
-    engine->send(StopRequest{1});
+    engine->send(1, StopRequest{1});
+    engine->send(1, StopRequest{1});
     EXPECT_THAT(
         log.lines,
         ElementsAre(R"(advertising: "Quillbox" is being registered)",
@@ -84,9 +84,9 @@ TEST_F(EngineStoryTest, tellsWhatBecomesOfAName)
 TEST_F(EngineStoryTest, saysNothingOfQuestions)
 {
     start();
-    engine->send(BrowseRequest{7, "_quillbox._tcp"});
+    engine->send(1, BrowseRequest{7, "_quillbox._tcp"});
     fake.emit(Settled{7});
-    engine->send(StopRequest{7});
+    engine->send(1, StopRequest{7});
     EXPECT_THAT(log.lines, IsEmpty());
 }
 
@@ -94,10 +94,10 @@ TEST_F(EngineStoryTest, passesEverythingOn)
 {
     start();
     fake.up("pc.local");
-    engine->send(registration(1, "Quillbox"));
+    engine->send(1, registration(1, "Quillbox"));
     fake.emit(Registered{1});
     engine->stop();
-    EXPECT_THAT(events, ElementsAre(Event(EngineUp{"pc.local"}), Event(Registered{1})));
+    EXPECT_THAT(events, ElementsAre(Event(EngineUp{"pc.local", 1}), Event(Registered{1})));
     EXPECT_THAT(fake.requests(), ElementsAre(Request(registration(1, "Quillbox"))));
     EXPECT_TRUE(fake.isStopped());
 }

@@ -63,6 +63,13 @@ TEST(Names, areCutBetweenCharacters)
     EXPECT_TRUE(isInstanceName(tenth));
 }
 
+TEST(Names, startOverAfterTheHighestNumber)
+{
+    EXPECT_EQ(numberAfter(1), 2U);
+    EXPECT_EQ(numberAfter(99'998), 99'999U);
+    EXPECT_EQ(numberAfter(99'999), 2U);
+}
+
 TEST(Names, becomeHostLabels)
 {
     EXPECT_EQ(hostSlug("Quillbox Office", 24), "quillbox-office");

@@ -264,8 +264,8 @@ TEST_F(RegistrationTest, takesAddressesThatChangedWhileItWaitedAlong)
 TEST_F(RegistrationTest, failsForGoodForWhatCannotBe)
 {
     up();
-    for (const DnsSdError error : {DnsSdError::InvalidName, DnsSdError::InvalidType,
-                                   DnsSdError::NotPermitted, DnsSdError::TooManyEntries}) {
+    for (const DnsSdError error :
+         {DnsSdError::InvalidName, DnsSdError::InvalidType, DnsSdError::NotPermitted}) {
         registration = nullptr;
         registration = add("Quillbox", registered);
         dispatch.runAll();
@@ -289,6 +289,91 @@ TEST_F(RegistrationTest, triesAgainAfterOtherFailures)
     EXPECT_EQ(request().name, "Quillbox");
     establish();
     EXPECT_EQ(registered.last(), ready("Quillbox"));
+}
+
+TEST_F(RegistrationTest, asksAnEngineThatIsFullAgainAndAgain)
+{
+    up();
+    std::size_t asked = 1;
+    for (const auto pause :
+         {500ms, 500ms, 1000ms, 2000ms, 4000ms, 8000ms, 16000ms, 30000ms, 30000ms}) {
+        emit(Failed{request().id, DnsSdError::TooManyEntries});
+        EXPECT_EQ(registered.last(), waiting(DnsSdError::TooManyEntries, "Quillbox"));
+        dispatch.advance(pause - 1ms);
+        EXPECT_EQ(engine.count<RegisterRequest>(), asked);
+        dispatch.advance(1ms);
+        EXPECT_EQ(engine.count<RegisterRequest>(), ++asked);
+    }
+    establish();
+    EXPECT_EQ(registered.last(), ready("Quillbox"));
+}
+
+TEST_F(RegistrationTest, asksNothingWhileTheEngineIsAway)
+{
+    up();
+    emit(Failed{request().id, DnsSdError::Internal});
+    const std::size_t asked = engine.requests().size();
+    down();
+    const auto last = registered.last();
+    dispatch.advance(120s);
+    EXPECT_EQ(engine.requests().size(), asked);
+    EXPECT_EQ(registered.last(), last);
+}
+
+TEST_F(RegistrationTest, isNotRegisteredTwiceWhenARequestCrossesARestart)
+{
+    up();
+    const Registrations second;
+    const auto other = add("Quillbox Office", second);
+    engine.down();
+    engine.up();
+    dispatch.runAll();
+    const auto standing = engine.standing<RegisterRequest>();
+    EXPECT_EQ(std::ranges::count(standing, "Quillbox Office", &RegisterRequest::name), 1);
+    EXPECT_EQ(std::ranges::count(standing, "Quillbox", &RegisterRequest::name), 1);
+}
+
+TEST_F(RegistrationTest, doesNotProbeAgainForNamesThatItHadAMomentAgo)
+{
+    up();
+    EXPECT_FALSE(request().isOwnName);
+    establish();
+    for (int restart = 0; restart < 3; ++restart) {
+        down();
+        dispatch.advance(kNameKept - 1ms);
+        up();
+        EXPECT_TRUE(request().isOwnName) << "a request that was not answered changes nothing";
+    }
+    establish();
+    down();
+    dispatch.advance(kNameKept);
+    up();
+    EXPECT_FALSE(request().isOwnName) << "others may have taken them";
+}
+
+TEST_F(RegistrationTest, probesForOtherNamesThanThoseThatItHad)
+{
+    up();
+    establish();
+    down();
+    engine.up("other-pc.local");
+    dispatch.runAll();
+    EXPECT_FALSE(request().isOwnName) << "the host name contains the computer's";
+    establish();
+    collide();
+    EXPECT_FALSE(request().isOwnName);
+    down();
+    up();
+    EXPECT_FALSE(request().isOwnName) << "never established under the new name";
+}
+
+TEST_F(RegistrationTest, probesAgainAfterAFailure)
+{
+    up();
+    establish();
+    emit(Failed{request().id, DnsSdError::Internal});
+    dispatch.advance(500ms);
+    EXPECT_FALSE(request().isOwnName);
 }
 
 TEST_F(RegistrationTest, asksAgainWhenTheEngineForgets)

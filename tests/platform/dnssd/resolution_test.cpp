@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <string>
 
+#include <malloc.h>
+
 namespace quillbox {
 
 namespace {
@@ -153,6 +155,36 @@ TEST_F(ResolutionTest, takesSilenceForSettledAfterAWhile)
     dispatch.advance(1ms);
     EXPECT_TRUE(resolved.last().isSettledIPv4);
     EXPECT_TRUE(resolved.last().isSettledIPv6);
+}
+
+TEST_F(ResolutionTest, countsTheTimeForSettlingFromTheLastQuery)
+{
+    up();
+    dispatch.advance(kSettlingLimit - 1s);
+    down();
+    up();
+    dispatch.advance(kSettlingLimit - 1ms);
+    EXPECT_FALSE(resolved.last().isSettledIPv4);
+    dispatch.advance(1ms);
+    EXPECT_TRUE(resolved.last().isSettledIPv4);
+}
+
+TEST_F(ResolutionTest, isNotNotifiedOfHostsThatItLeft)
+{
+    // Fills freed memory, so that a call of a destroyed object crashes.
+    mallopt(M_PERTURB, 0xa5);
+    up();
+    locate("old.local");
+    Recorder<DnsSd::ResolveUpdate> host;
+    const auto ask = dnsSd->resolveHost("old.local", dispatch.mainQueue(), host.handler());
+    dispatch.runAll();
+    locate("new.local");
+    emit(LocationLost{location(), kWired, "old.local", 4445});
+    resolution = nullptr;
+    dispatch.runAll();
+    find("old.local", "10.0.0.7");
+    EXPECT_EQ(host.last().addresses, Addresses{v4("10.0.0.7", 2, 0)});
+    mallopt(M_PERTURB, 0);
 }
 
 TEST_F(ResolutionTest, passesAPortOfZeroOn)

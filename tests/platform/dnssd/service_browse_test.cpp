@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <string>
 
+#include <malloc.h>
+
 namespace quillbox {
 
 namespace {
@@ -515,6 +517,8 @@ TEST_F(ServiceBrowseTest, keepsABoundedNumberOfSightings)
 
 TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
 {
+    // Fills freed memory, so that a call of a destroyed object crashes.
+    mallopt(M_PERTURB, 0xa5);
     up();
     emit(found("Quillbox"));
     Recorder<DnsSd::ResolveUpdate> resolved;
@@ -534,6 +538,7 @@ TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
     dispatch.runAll();
     emit(LocationFound{life, kWired, "phone.local", 4445});
     EXPECT_EQ(engine.standing<AddressRequest>().size(), 2U);
+    mallopt(M_PERTURB, 0);
 }
 
 TEST_F(ServiceBrowseTest, takesAServiceOutWhoseLocationRanOutAndBackWhenItIsFound)

@@ -19,6 +19,7 @@ struct EngineState {
     std::condition_variable changed;
     Engine::EventHandler handler;
     std::vector<Request> requests;
+    std::vector<Generation> generations; ///< of the requests
     bool isStopped = false;
 
     bool waitUntil(const std::function<bool()>& condition)
@@ -52,9 +53,10 @@ public:
         state->handler = std::move(handler);
         state->changed.notify_all();
     }
-    void send(Request request) override
+    void send(Generation generation, Request request) override
     {
         const std::lock_guard lock(state->mutex);
+        state->generations.push_back(generation);
         state->requests.push_back(std::move(request));
         state->changed.notify_all();
     }
@@ -96,26 +98,40 @@ protected:
 
 TEST_F(AutomaticEngineTest, sendsRequestsToTheEngineThatIsUp)
 {
-    daemon->say(EngineUp{"daemon"});
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon"}));
-    engine->send(BrowseRequest{1, "_smb._tcp"});
+    daemon->say(EngineUp{"daemon", 7});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon", 1}));
+    engine->send(1, BrowseRequest{1, "_smb._tcp"});
     ASSERT_TRUE(daemon->waitUntil([this] { return daemon->requests.size() == 1; }));
+    EXPECT_EQ(daemon->generations.back(), 7U) << "the daemon's engine counts for itself";
 
     daemon->say(down());
-    embedded->say(EngineUp{"embedded"});
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded"}));
-    engine->send(BrowseRequest{2, "_smb._tcp"});
+    embedded->say(EngineUp{"embedded", 1});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded", 2}));
+    engine->send(2, BrowseRequest{2, "_smb._tcp"});
     ASSERT_TRUE(embedded->waitUntil([this] { return embedded->requests.size() == 1; }));
+    EXPECT_EQ(embedded->generations.back(), 1U);
     EXPECT_EQ(daemon->requests.size(), 1U);
+}
+
+TEST_F(AutomaticEngineTest, dropsRequestsThatWereMeantForAnEarlierEngine)
+{
+    daemon->say(EngineUp{"daemon", 1});
+    daemon->say(down());
+    embedded->say(EngineUp{"embedded", 1});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded", 2}));
+    engine->send(1, BrowseRequest{1, "_smb._tcp"});
+    engine->send(2, BrowseRequest{2, "_smb._tcp"});
+    ASSERT_TRUE(embedded->waitUntil([this] { return !embedded->requests.empty(); }));
+    EXPECT_EQ(embedded->requests, (std::vector<Request>{BrowseRequest{2, "_smb._tcp"}}));
 }
 
 TEST_F(AutomaticEngineTest, stopsTheEmbeddedEngineBeforeTheDaemonIsUp)
 {
     daemon->say(down());
-    embedded->say(EngineUp{"embedded"});
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded"}));
-    daemon->say(EngineUp{"daemon"});
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon"}));
+    embedded->say(EngineUp{"embedded", 1});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded", 1}));
+    daemon->say(EngineUp{"daemon", 1});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon", 2}));
     const std::lock_guard lock(embedded->mutex);
     EXPECT_TRUE(embedded->isStopped);
 }
@@ -123,12 +139,12 @@ TEST_F(AutomaticEngineTest, stopsTheEmbeddedEngineBeforeTheDaemonIsUp)
 TEST_F(AutomaticEngineTest, saysWhetherTheDaemonIsUp)
 {
     daemon->say(down());
-    embedded->say(EngineUp{"embedded"});
-    daemon->say(EngineUp{"daemon"});
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon"}));
+    embedded->say(EngineUp{"embedded", 1});
+    daemon->say(EngineUp{"daemon", 1});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"daemon", 2}));
     daemon->say(down());
-    embedded->say(EngineUp{"embedded again"});
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded again"}));
+    embedded->say(EngineUp{"embedded again", 1});
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded again", 3}));
     const std::lock_guard lock(mutex);
     EXPECT_EQ(daemonChanges, (std::vector<bool>{false, true, false}));
 }

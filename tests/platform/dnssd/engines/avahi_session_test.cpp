@@ -73,8 +73,15 @@ public:
         content = service.name;
         return avahi.addServiceError;
     }
-    int addAddress(const std::string& hostName, const HostAddress& address) override
+    int addRecord(const RawRecord& record) override
     {
+        content += record.name + '/' + std::to_string(record.type) + ' ';
+        return AVAHI_OK;
+    }
+    int addAddress(const std::string& hostName, const HostAddress& address,
+                   Probing probing) override
+    {
+        isProbed = probing == Probing::Needed;
         content = hostName + " " + std::to_string(address.interfaceIndex);
         ++addressCount;
         return AVAHI_OK;
@@ -95,6 +102,7 @@ public:
     AvahiGroupWatcher& watcher;
     std::string content;
     int addressCount = 0;
+    bool isProbed = false;
     mutable AvahiEntryGroupState state = AVAHI_ENTRY_GROUP_UNCOMMITED;
 };
 
@@ -277,6 +285,78 @@ TEST_F(AvahiSessionTest, publishesAnewWhatRegistersForTooLong)
     session.tidy(kStart + 4s);
     EXPECT_THAT(events, ElementsAre(Event(Registered{1})));
     EXPECT_FALSE(session.nextDeadline());
+}
+
+TEST_F(AvahiSessionTest, givesEachTryTwiceTheTimeUpToAMinute)
+{
+    session.handle(registration(1, "Name"), kStart);
+    auto now = kStart;
+    for (const auto patience : {3s, 6s, 12s, 24s, 48s, 60s, 60s}) {
+        EXPECT_EQ(*session.nextDeadline() - now, patience);
+        now += patience;
+        session.tidy(now);
+    }
+}
+
+TEST_F(AvahiSessionTest, publishesNamesThatAreItsOwnWithoutProbing)
+{
+    RegisterRequest request = registration(1, "A.b", {2});
+    request.isOwnName = true;
+    session.handle(request, kStart);
+    EXPECT_TRUE(avahi.group("_smb._tcp.local/12 A\\.b._smb._tcp.local/33 A\\.b._smb._tcp.local/16 "
+                            "_services._dns-sd._udp.local/12 "));
+    EXPECT_FALSE(avahi.group("host.local 2")->isProbed);
+
+    // Nothing came of it: from now on as any other.
+    session.tidy(kStart + 3s);
+    EXPECT_TRUE(avahi.group("A.b"));
+    EXPECT_TRUE(avahi.group("host.local 2")->isProbed);
+}
+
+TEST_F(AvahiSessionTest, probesForNewAddressesOfANameThatIsItsOwn)
+{
+    RegisterRequest request = registration(1, "Name", {2});
+    request.isOwnName = true;
+    session.handle(request, kStart);
+    establishAll();
+    session.tidy(kStart);
+    session.handle(UpdateAddressesRequest{1, {{2, {}}, {3, {}}}}, kStart);
+    EXPECT_TRUE(avahi.group("host.local 3")->isProbed);
+}
+
+TEST_F(AvahiSessionTest, refusesTextThatIsNoText)
+{
+    const std::string zero("lo\0cal", 6);
+    AskId id = 0;
+    for (const std::string& bad : {zero, std::string("\xff")}) {
+        session.handle(LocationRequest{++id, "Name", "_smb._tcp", bad}, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
+        session.handle(LocationRequest{++id, "Name", bad, "local"}, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
+        session.handle(LocationRequest{++id, bad, "_smb._tcp", "local"}, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
+        session.handle(BrowseRequest{++id, bad}, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidType}));
+        session.handle(AddressRequest{++id, bad, Family::IPv4}, kStart);
+        EXPECT_TRUE(std::holds_alternative<Failed>(events.back()));
+        RegisterRequest request = registration(++id, "Name");
+        request.domain = bad;
+        session.handle(request, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
+        request = registration(++id, "Name");
+        request.type = bad;
+        session.handle(request, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidType}));
+        request = registration(++id, "Name");
+        request.hostName = bad;
+        session.handle(request, kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
+        session.handle(registration(++id, bad), kStart);
+        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
+    }
+    EXPECT_EQ(events.size(), id);
+    EXPECT_THAT(avahi.questions, IsEmpty());
+    EXPECT_THAT(avahi.groups, IsEmpty());
 }
 
 TEST_F(AvahiSessionTest, publishesAnewUnderTheComputersNewName)

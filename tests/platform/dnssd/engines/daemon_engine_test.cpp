@@ -38,8 +38,8 @@ protected:
     {
         return [this, record = events.handler()](const Event& event) {
             record(event);
-            if (std::holds_alternative<EngineUp>(event))
-                engine->send(registration(1, "Quillbox", "quillbox-1.local"));
+            if (const auto* up = std::get_if<EngineUp>(&event))
+                engine->send(up->generation, registration(1, "Quillbox", "quillbox-1.local"));
         };
     }
 
@@ -53,7 +53,7 @@ TEST_F(DaemonEngine, isDownWithoutABus)
 {
     engine->start(events.handler());
     EXPECT_TRUE(events.waitFor<EngineDown>(2s));
-    engine->send(BrowseRequest{1, "_smb._tcp"});
+    engine->send(1, BrowseRequest{1, "_smb._tcp"});
     engine->stop();
     EXPECT_EQ(events.all().size(), 1U);
 }
@@ -65,7 +65,7 @@ TEST_F(DaemonEngine, isDownOnABusWithoutTheDaemonAndUpWhenItComes)
     engine->start(events.handler());
     EXPECT_TRUE(events.waitFor<EngineDown>(2s));
     daemon = std::make_unique<TestDaemon>();
-    EXPECT_TRUE(events.waitForEvent(EngineUp{"testhost.local"}));
+    EXPECT_TRUE(events.waitForEvent(EngineUp{"testhost.local", 1}));
 }
 
 TEST_F(DaemonEngine, advertisesAgainWithinThreeSecondsOfTheDaemonsReturn)
@@ -122,10 +122,10 @@ TEST_F(DaemonEngine, survivesTheFolderOfTheBusSocketBeingMadeAnew)
 TEST_F(DaemonEngine, stopsInTimeWhenTheDaemonHangs)
 {
     startEverything();
-    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
     daemon->signal(SIGSTOP);
-    engine->send(BrowseRequest{2, "_smb._tcp"}); // blocks the engine's thread
+    engine->send(1, BrowseRequest{2, "_smb._tcp"}); // blocks the engine's thread
     const auto since = Clock::now();
     engine->stop();
     EXPECT_LE(Clock::now() - since, 600ms);
@@ -135,7 +135,7 @@ TEST_F(DaemonEngine, stopsInTimeWhenTheDaemonHangs)
 TEST_F(DaemonEngine, sleepsWhileNothingHappens)
 {
     startEverything();
-    engine->send(BrowseRequest{1, "_quillbox._tcp"});
+    engine->send(1, BrowseRequest{1, "_quillbox._tcp"});
     ASSERT_TRUE(events.waitForEvent(Settled{1}));
     events.clear();
     timespec before{};
@@ -154,8 +154,8 @@ TEST_F(DaemonEngine, withdrawsManyServicesInTime)
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("watching"));
     for (AskId id = 1; id <= 40; ++id) {
-        engine->send(registration(id, "Quillbox " + std::to_string(id),
-                                  "quillbox-" + std::to_string(id) + ".local"));
+        engine->send(1, registration(id, "Quillbox " + std::to_string(id),
+                                     "quillbox-" + std::to_string(id) + ".local"));
     }
     ASSERT_TRUE(events.waitForEvent(Registered{40}, 15s));
     const auto since = Clock::now();

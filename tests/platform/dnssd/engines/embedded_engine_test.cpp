@@ -3,7 +3,10 @@
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 #include "tests/platform/dnssd/engines/engine_process_finder.h"
 
+#include <array>
+#include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <optional>
@@ -27,6 +30,46 @@ std::optional<pid_t> engineProcessOf(pid_t parent)
     const auto processes = engineProcessesOf(parent);
     return processes.size() == 1 ? std::optional(processes.front()) : std::nullopt;
 }
+
+/// A program that behaves as an engine process in this way, and what the engine then reports.
+class FalseProcess final {
+public:
+    FalseProcess(const std::string& name, const std::string& script, EmbeddedEngineOptions options)
+    {
+        options.executable = testing::TempDir() + name + std::to_string(::getpid());
+        std::ofstream(options.executable) << "#!/bin/bash\n" << script << '\n';
+        std::filesystem::permissions(options.executable, std::filesystem::perms::owner_all);
+        path = options.executable;
+        engine = makeEmbeddedEngine(options);
+        engine->start(events.handler());
+    }
+    FalseProcess(const FalseProcess&) = delete;
+    FalseProcess& operator=(const FalseProcess&) = delete;
+    ~FalseProcess()
+    {
+        engine->stop();
+        std::filesystem::remove(path);
+    }
+
+    EventRecorder events;
+
+private:
+    std::string path;
+    std::unique_ptr<Engine> engine;
+};
+
+/// Shell commands that send an event to the engine, as one packet, and that wait for ever.
+std::string saying(const Event& event)
+{
+    std::string text = "printf '";
+    for (const std::uint8_t byte : encode(event)) {
+        std::array<char, 5> code{};
+        std::snprintf(code.data(), code.size(), "\\x%02x", static_cast<unsigned>(byte));
+        text += code.data();
+    }
+    return text + "' >&3; ";
+}
+const std::string kStaying = "exec sleep 60";
 
 /// Waits for the exit of a process, which need not be a child of this one.
 bool waitForEnd(pid_t process, std::chrono::milliseconds limit)
@@ -59,8 +102,8 @@ protected:
             return;
         engine->start([this, record = events.handler()](const Event& event) {
             record(event);
-            if (isReregistering && std::holds_alternative<EngineUp>(event))
-                engine->send(registration(1, "Quillbox", "quillbox-1.local"));
+            if (const auto* up = std::get_if<EngineUp>(&event); up != nullptr && isReregistering)
+                engine->send(up->generation, registration(1, "Quillbox", "quillbox-1.local"));
         });
         ASSERT_TRUE(events.waitFor<EngineUp>());
     }
@@ -103,9 +146,9 @@ TEST_F(EmbeddedEngine, waitsLongerAfterEachCrash)
         ASSERT_TRUE(events.waitFor<EngineUp>());
         pauses.push_back(Clock::now() - since);
     }
-    EXPECT_GE(pauses[0], 100ms);
-    EXPECT_GE(pauses[3], 800ms);
-    EXPECT_LE(pauses[3], 1500ms);
+    EXPECT_GE(pauses[0], 50ms);
+    EXPECT_GE(pauses[3], 400ms);
+    EXPECT_LE(pauses[3], 1200ms);
 }
 
 TEST_F(EmbeddedEngine, leavesNoProcessBehind)
@@ -150,6 +193,98 @@ TEST_F(EmbeddedEngine, isDownWhenTheExecutableIsNone)
     other->stop();
     EXPECT_EQ(others.count<EngineDown>(), 1U);
     EXPECT_EQ(others.count<EngineUp>(), 0U);
+}
+
+TEST_F(EmbeddedEngine, replacesAProcessThatDoesNotComeUp)
+{
+    FalseProcess mute("mute", kStaying, {.startPatience = 200ms, .patience = 1h});
+    EXPECT_TRUE(mute.events.waitFor<EngineDown>(3s));
+    EXPECT_EQ(mute.events.count<EngineUp>(), 0U);
+}
+
+TEST_F(EmbeddedEngine, replacesAProcessThatFallsSilent)
+{
+    FalseProcess silent("silent", saying(EngineUp{"pc.local"}) + kStaying,
+                        {.startPatience = 1h, .patience = 200ms});
+    EXPECT_TRUE(silent.events.waitForEvent(EngineUp{"pc.local", 1}, 3s));
+    EXPECT_TRUE(silent.events.waitFor<EngineDown>(3s));
+    EXPECT_TRUE(silent.events.waitForEvent(EngineUp{"pc.local", 2}, 3s));
+}
+
+TEST_F(EmbeddedEngine, keepsAProcessThatSaysThatItIsAlive)
+{
+    FalseProcess living(
+        "living", saying(EngineUp{"pc.local"}) + "while sleep 0.1; do " + saying(Alive{}) + "done",
+        {.startPatience = 1h, .patience = 1s});
+    EXPECT_TRUE(living.events.waitFor<EngineUp>(3s));
+    EXPECT_FALSE(living.events.waitFor<EngineDown>(1500ms));
+    EXPECT_EQ(living.events.all().size(), 1U) << "only the engine is told";
+}
+
+TEST_F(EmbeddedEngine, refusesAProcessThatSaysSomethingBeforeItIsUp)
+{
+    FalseProcess early("early", saying(Settled{1}) + kStaying,
+                       {.startPatience = 1h, .patience = 1h});
+    EXPECT_TRUE(early.events.waitFor<EngineDown>(3s));
+    EXPECT_EQ(early.events.count<Settled>(), 0U);
+}
+
+TEST_F(EmbeddedEngine, refusesAProcessThatComesUpTwice)
+{
+    const std::string up = saying(EngineUp{"pc.local"});
+    FalseProcess twice("twice", up + up + kStaying, {.startPatience = 1h, .patience = 1h});
+    EXPECT_TRUE(twice.events.waitFor<EngineDown>(3s));
+    EXPECT_EQ(twice.events.all().front(), Event(EngineUp{"pc.local", 1}));
+    EXPECT_TRUE(std::holds_alternative<EngineDown>(twice.events.all().at(1)));
+}
+
+TEST_F(EmbeddedEngine, refusesAProcessThatSaysThatItIsDown)
+{
+    FalseProcess down("down",
+                      saying(EngineUp{"pc.local"})
+                          + saying(EngineDown{make_error_code(DnsSdError::NotFound)}) + kStaying,
+                      {.startPatience = 1h, .patience = 1h});
+    EXPECT_TRUE(
+        down.events.waitForEvent(EngineDown{make_error_code(DnsSdError::EngineUnavailable)}, 3s));
+}
+
+TEST_F(EmbeddedEngine, replacesAProcessThatReadsNothing)
+{
+    const auto child = engineProcessOf(::getpid());
+    ASSERT_TRUE(child);
+    ::kill(*child, SIGSTOP);
+    events.clear();
+    for (AskId id = 2; id < 10'000; ++id)
+        engine->send(1, StopRequest{id});
+    EXPECT_TRUE(events.waitFor<EngineDown>(2s)) << "long before it counts as silent";
+    EXPECT_TRUE(events.waitFor<EngineUp>());
+    EXPECT_FALSE(std::filesystem::exists("/proc/" + std::to_string(*child)));
+}
+
+TEST_F(EmbeddedEngine, namesItsProcessAfterTheProgram)
+{
+    const auto child = engineProcessOf(::getpid());
+    ASSERT_TRUE(child);
+    std::ifstream file("/proc/" + std::to_string(*child) + "/cmdline");
+    std::string name;
+    std::getline(file, name, '\0');
+    EXPECT_EQ(name, program_invocation_short_name);
+}
+
+TEST_F(EmbeddedEngine, comesBackAtOnceAfterALifeThatWasNotShort)
+{
+    isReregistering = false;
+    for (int round = 0; round < 6; ++round) {
+        const auto child = engineProcessOf(::getpid());
+        ASSERT_TRUE(child);
+        EXPECT_FALSE(events.waitFor<EngineDown>(1s));
+        events.clear();
+        const auto since = Clock::now();
+        ::kill(*child, SIGKILL);
+        ASSERT_TRUE(events.waitFor<EngineUp>());
+        EXPECT_LE(Clock::now() - since, 1400ms);
+        events.clear();
+    }
 }
 
 TEST_F(EmbeddedEngine, isDownWhenTheExecutableIsAnother)

@@ -24,8 +24,8 @@ protected:
     {
         engine->start([this, record = events.handler()](const Event& event) {
             record(event);
-            if (std::holds_alternative<EngineUp>(event))
-                engine->send(registration(1, "Quillbox", "quillbox-1.local"));
+            if (const auto* up = std::get_if<EngineUp>(&event))
+                engine->send(up->generation, registration(1, "Quillbox", "quillbox-1.local"));
         });
     }
 
@@ -50,7 +50,7 @@ TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
     events.clear();
     bus = std::make_unique<TestBus>();
     daemon = std::make_unique<TestDaemon>();
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"testhost.local"}));
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"testhost.local", 2}));
     ASSERT_TRUE(waitForAdvertisement());
     EXPECT_EQ(events.count<Collision>(), 0U);
     EXPECT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
@@ -108,7 +108,7 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     EventRecorder daemonEvents;
     const auto observer = makeDaemonEngine();
     observer->start(daemonEvents.handler());
-    ASSERT_TRUE(daemonEvents.waitForEvent(EngineUp{"testhost.local"}));
+    ASSERT_TRUE(daemonEvents.waitForEvent(EngineUp{"testhost.local", 1}));
     daemonEvents.clear();
     EventRecorder eventsThere;
     std::unique_ptr<Engine> there;
@@ -117,7 +117,7 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
         there->start(eventsThere.handler());
     });
     ASSERT_TRUE(eventsThere.waitFor<EngineUp>());
-    there->send(AddressRequest{1, "testhost.local", Family::IPv4});
+    there->send(1, AddressRequest{1, "testhost.local", Family::IPv4});
     const Sighting sighting{network->interfaceThere(), Family::IPv4};
     const Address computer = address(TestNetwork::kAddressHere);
     ASSERT_TRUE(eventsThere.waitForEvent(AddressFound{1, sighting, computer}));
@@ -126,9 +126,9 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     const auto embedded = makeEmbeddedEngine();
     embedded->start(events.handler());
     ASSERT_TRUE(events.waitFor<EngineUp>());
-    embedded->send(registration(1, "Quillbox", "quillbox-1.local"));
+    embedded->send(1, registration(1, "Quillbox", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Registered{1}));
-    there->send(LocationRequest{2, "Quillbox", "_smb._tcp", "local"});
+    there->send(1, LocationRequest{2, "Quillbox", "_smb._tcp", "local"});
     EXPECT_TRUE(eventsThere.waitForEvent(LocationFound{2, sighting, "quillbox-1.local", 4445}));
     embedded->stop();
     EXPECT_TRUE(eventsThere.waitForEvent(LocationLost{2, sighting, "quillbox-1.local", 4445}));

@@ -39,7 +39,8 @@ std::vector<Request> everyRequest()
                         {"a=b", "", std::string("\0x", 2)},
                         "host.local",
                         {{7, ipv4()}, {-1, ipv6(9)}},
-                        1},
+                        1,
+                        true},
         UpdateAddressesRequest{0xffffffff, {{1, ipv4()}}},
         UpdateAddressesRequest{5, {}},
         StopRequest{6},
@@ -62,6 +63,7 @@ std::vector<Event> everyEvent()
         Registered{8},
         Collision{9, Collision::Of::Host},
         Failed{10, DnsSdError::Internal},
+        Alive{},
     };
 }
 

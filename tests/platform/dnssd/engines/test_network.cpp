@@ -231,7 +231,7 @@ int runPeer(int /*argc*/, char** argv)
     const auto engine = makeEmbeddedEngine();
     engine->start([&](const Event& event) {
         if (std::holds_alternative<EngineUp>(event))
-            engine->send(request);
+            engine->send(1, request);
         else if (std::holds_alternative<Registered>(event))
             std::cout << "registered" << std::endl;
     });
