@@ -1,5 +1,7 @@
 #include "discovery/management_url.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -39,6 +41,23 @@ std::optional<std::string> numericHost(const SocketAddress& address)
     return std::string(host.data());
 }
 
+/// The text with U+FFFD in place of each byte that is not part of valid UTF-8, as URLs are UTF-8.
+std::string withValidUtf8(std::string_view text)
+{
+    constexpr std::size_t kLongest = 4;
+    std::string result;
+    while (!text.empty()) {
+        std::size_t size = 1;
+        while (size < kLongest && !isValidUtf8(text.substr(0, size)))
+            ++size;
+        const auto character = text.substr(0, size);
+        const bool isValid = isValidUtf8(character);
+        result += isValid ? character : std::string_view("\xef\xbf\xbd");
+        text.remove_prefix(isValid ? character.size() : 1);
+    }
+    return result;
+}
+
 /// Needed for the zone: an interface name, which may contain almost any byte.
 std::string percentEncoded(std::string_view text)
 {
@@ -70,14 +89,17 @@ std::vector<SocketAddress> ipv4First(std::vector<SocketAddress> addresses)
 std::optional<std::string> managementUrl(const SocketAddress& address, std::uint16_t port)
 {
     const auto host = numericHost(address);
-    if (!host)
-        return std::nullopt;
-    std::string authority = *host;
-    if (host->find(':') != std::string::npos) {
-        const auto zone = host->find('%');
-        authority = '[' + host->substr(0, zone);
-        if (zone != std::string::npos)
-            authority += "%25" + percentEncoded(std::string_view(*host).substr(zone + 1));
+    return host ? std::optional(urlOfNumericHost(*host, port)) : std::nullopt;
+}
+
+std::string urlOfNumericHost(std::string_view numericHost, std::uint16_t port)
+{
+    std::string authority(numericHost);
+    if (numericHost.find(':') != std::string_view::npos) {
+        const auto zone = numericHost.find('%');
+        authority = '[' + std::string(numericHost.substr(0, zone));
+        if (zone != std::string_view::npos)
+            authority += "%25" + percentEncoded(withValidUtf8(numericHost.substr(zone + 1)));
         authority += ']';
     }
     return "https://" + authority + ':' + std::to_string(port) + '/';

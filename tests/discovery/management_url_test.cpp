@@ -72,6 +72,18 @@ TEST(ManagementUrl, encodesEachByteOfTheZoneThatIsReservedInUrls)
     });
 }
 
+TEST(ManagementUrl, encodesAZoneOfAnyBytesAsUtf8)
+{
+    EXPECT_EQ(urlOfNumericHost("fe80::7%w/%\xc3\xa9", 443),
+              "https://[fe80::7%25w%2F%25%C3%A9]:443/");
+    EXPECT_EQ(urlOfNumericHost("fe80::7%a\xff"
+                               "b\xc3",
+                               443),
+              "https://[fe80::7%25a%EF%BF%BDb%EF%BF%BD]:443/");
+    EXPECT_EQ(urlOfNumericHost("fe80::7%\xe2\x82\xac\xf0\x9f\x93\xb1", 443),
+              "https://[fe80::7%25%E2%82%AC%F0%9F%93%B1]:443/");
+}
+
 TEST(ManagementUrl, hasNoneForBytesThatAreNoAddress)
 {
     EXPECT_EQ(managementUrl({}, 443), std::nullopt);
