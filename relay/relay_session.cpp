@@ -65,7 +65,7 @@ void RelaySession::forward(const std::shared_ptr<Connection>& source,
     sink->send(std::move(content),
                [weak = weak_from_this(), source, sink, isComplete](std::error_code error) {
                    const auto self = weak.lock();
-                   if (!self)
+                   if (!self || self->finished)
                        return;
                    if (error || isComplete)
                        self->finish();

@@ -315,6 +315,20 @@ TEST_F(RelaySessionTest, finishesOnce)
     EXPECT_FALSE(session->onEnd);
 }
 
+TEST_F(RelaySessionTest, receivesNothingMoreWhenASendSucceedsAfterTheEnd)
+{
+    startPumping();
+    incoming->deliver("last");
+    dispatch.runAll();
+    const int receives = incoming->receives;
+    // Its completion is queued before the session finishes.
+    outgoing->completeSend();
+    session->finish();
+    dispatch.runAll();
+    EXPECT_EQ(incoming->receives, receives);
+    EXPECT_EQ(ends, 1);
+}
+
 TEST_F(RelaySessionTest, cancelsBothSidesBeforeItTellsItsOwner)
 {
     startPumping();
