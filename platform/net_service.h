@@ -30,8 +30,9 @@ public:
 
     virtual void setHandlers(DidResolveHandler didResolve, DidNotResolveHandler didNotResolve) = 0;
 
-    /// Starts resolving; `timeout` is measured on the monotonic clock. Once an address is found, it
-    /// ends when both address families are settled, or after half a second.
+    /// Starts resolving; `timeout` is measured on the monotonic clock. Ends when an IPv4 address is
+    /// found, which is used first; with IPv6 addresses only, when both address families are
+    /// settled, or after half a second.
     virtual void resolve(std::chrono::milliseconds timeout) = 0;
 
     /// Idempotent; nothing is reported afterwards.

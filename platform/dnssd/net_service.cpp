@@ -12,7 +12,7 @@ namespace quillbox {
 
 namespace {
 
-/// How long to wait for the other address family once the first has answered.
+/// How long to wait for an IPv4 address, which is used first, once there is an IPv6 address.
 constexpr std::chrono::milliseconds kSecondFamilyLimit{500};
 
 sa_family_t familyOf(const SocketAddress& address)
@@ -81,7 +81,9 @@ private:
         found = update.addresses;
         if (found.empty())
             return;
-        if (update.isSettledIPv4 && update.isSettledIPv6)
+        const bool hasIPv4 = std::ranges::any_of(
+            found, [](const auto& entry) { return familyOf(entry.address) == AF_INET; });
+        if (hasIPv4 || (update.isSettledIPv4 && update.isSettledIPv6))
             return finish();
         if (!std::exchange(isWaitingForSecond, true)) {
             queue->asyncAfter(kSecondFamilyLimit, [weak = std::weak_ptr(run)] {
