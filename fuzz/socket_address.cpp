@@ -45,9 +45,8 @@ void tryBytes(const SocketAddress& address)
     const OnLink network;
     for (const auto& interfaces :
          {std::vector<int>(), std::vector{kLoopbackInterface}, std::vector{2}}) {
-        const bool mayBeDialled =
-            mayDial({.address = address, .interfaces = interfaces}, OwnPorts(), network)
-                .has_value();
+        const bool mayBeDialled = static_cast<bool>(
+            mayDial({.address = address, .interfaces = interfaces}, OwnPorts(), network));
         require(isAddress || !mayBeDialled, "only an address is dialled");
         require(!(mayBeDialled && interfaces == std::vector{2} && isLoopback(address)),
                 "a loopback address from the network is not dialled");

@@ -26,6 +26,7 @@ enum class OutgoingRoute {
                ///< multicast address, and one without a route
     Preferred, ///< through this interface
     IfBound,   ///< through it if the socket is bound to it, otherwise through another one
+    Unknown,   ///< the kernel cannot be asked, as when it has no memory
 };
 
 /// Monitors this computer's interfaces, addresses and routes. Thread-safe.
@@ -45,7 +46,7 @@ public:
     virtual std::vector<InterfaceAddress> addresses() const = 0;
 
     /// Asks the kernel's routing tables, as they are now, how a packet to `address` leaves this
-    /// computer. `None` if they cannot be queried.
+    /// computer. Needs no file descriptor.
     virtual OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const = 0;
 
     /// Calls `changed` on `queue` after each change of interfaces, addresses or routes; changes in

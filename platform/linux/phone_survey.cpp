@@ -110,7 +110,7 @@ void describe(const Found::Phone& found, const NetworkMonitor& monitor, PhoneFac
         PortFacts& port = phone.addresses.emplace_back(PortFacts{.address = *text});
         const auto permission = mayDial(candidate, OwnPorts(), monitor);
         // The port check does not bind its sockets.
-        if (!permission || permission->bindTo != 0) {
+        if (!permission || permission.bindTo != 0) {
             port.state = PortFacts::State::NotDialled;
             continue;
         }

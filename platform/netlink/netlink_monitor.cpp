@@ -229,12 +229,17 @@ public:
 
     OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const override
     {
-        const auto usual = lookUpRoute(address, 0);
+        std::error_code error;
+        const auto usual = routes_.find(address, 0, error);
+        if (error)
+            return OutgoingRoute::Unknown;
         if (!usual || !usual->isUnicast)
             return OutgoingRoute::None;
         if (usual->interfaceIndex == interfaceIndex)
             return OutgoingRoute::Preferred;
-        const auto bound = lookUpRoute(address, interfaceIndex);
+        const auto bound = routes_.find(address, interfaceIndex, error);
+        if (error)
+            return OutgoingRoute::Unknown;
         const bool leaves = bound && bound->isUnicast && bound->interfaceIndex == interfaceIndex;
         return leaves ? OutgoingRoute::IfBound : OutgoingRoute::None;
     }
@@ -251,6 +256,7 @@ public:
 private:
     const std::shared_ptr<Subscribers> subscribers_;
     const std::shared_ptr<RouteReader> reader_;
+    mutable RouteLookup routes_;
     mutable std::mutex mutex_;
     mutable std::vector<InterfaceAddress> known_; ///< guarded by the mutex
 };

@@ -1,11 +1,9 @@
 #include "platform/netlink/route_lookup.h"
 
-#include "platform/posix/file_descriptor.h"
-
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstring>
-#include <span>
 
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
@@ -63,16 +61,19 @@ std::optional<RouteRequest> routeRequest(const SocketAddress& address, int bound
     return request;
 }
 
-/// nullopt if the answer is an error, which means that there is no route.
-std::optional<RouteLookup> routeIn(std::span<const std::byte> answer)
+/// The route in an answer. nullopt if that is an error, which is set only if the kernel could not
+/// answer: any other means that there is no route.
+std::optional<RouteLookup::Route> routeIn(const nlmsghdr* header, std::error_code& error)
 {
-    auto remaining = static_cast<unsigned>(answer.size());
-    const auto* header = reinterpret_cast<const nlmsghdr*>(answer.data());
-    if (!NLMSG_OK(header, remaining) || header->nlmsg_type != RTM_NEWROUTE
-        || header->nlmsg_len < NLMSG_LENGTH(sizeof(rtmsg)))
+    if (header->nlmsg_type == NLMSG_ERROR && header->nlmsg_len >= NLMSG_LENGTH(sizeof(nlmsgerr))) {
+        const int number = -static_cast<const nlmsgerr*>(NLMSG_DATA(header))->error;
+        if (number == ENOBUFS || number == ENOMEM)
+            error.assign(number, std::system_category());
+    }
+    if (header->nlmsg_type != RTM_NEWROUTE || header->nlmsg_len < NLMSG_LENGTH(sizeof(rtmsg)))
         return std::nullopt;
     const auto* route = static_cast<const rtmsg*>(NLMSG_DATA(header));
-    RouteLookup result{.isUnicast = route->rtm_type == RTN_UNICAST, .interfaceIndex = 0};
+    RouteLookup::Route result{.isUnicast = route->rtm_type == RTN_UNICAST, .interfaceIndex = 0};
     auto length = RTM_PAYLOAD(header);
     for (const auto* attribute = RTM_RTA(route); RTA_OK(attribute, length);
          attribute = RTA_NEXT(attribute, length)) {
@@ -84,20 +85,38 @@ std::optional<RouteLookup> routeIn(std::span<const std::byte> answer)
 
 } // namespace
 
-std::optional<RouteLookup> lookUpRoute(const SocketAddress& address, int boundTo)
+RouteLookup::RouteLookup()
+    : socket_(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE))
 {
-    const auto request = routeRequest(address, boundTo);
-    const FileDescriptor socket(::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE));
-    if (!request || socket.get() < 0)
+}
+
+std::optional<RouteLookup::Route> RouteLookup::find(const SocketAddress& address, int boundTo,
+                                                    std::error_code& error)
+{
+    error.clear();
+    auto request = routeRequest(address, boundTo);
+    if (!request)
         return std::nullopt;
-    // The kernel answers within the call to send(): recv() does not block.
-    if (::send(socket.get(), &*request, request->header.nlmsg_len, 0) < 0)
+    const std::lock_guard lock(mutex_);
+    request->header.nlmsg_seq = ++lastNumber_;
+    // The kernel answers within the call to send().
+    if (::send(socket_.get(), &*request, request->header.nlmsg_len, 0) < 0) {
+        error.assign(errno, std::system_category());
         return std::nullopt;
+    }
     alignas(nlmsghdr) std::array<std::byte, 2048> answer;
-    const auto count = ::recv(socket.get(), answer.data(), answer.size(), MSG_DONTWAIT);
-    if (count < 0)
-        return std::nullopt;
-    return routeIn(std::span(answer).first(static_cast<std::size_t>(count)));
+    for (;;) {
+        const auto count = ::recv(socket_.get(), answer.data(), answer.size(), 0);
+        if (count < 0) {
+            error.assign(errno, std::system_category());
+            return std::nullopt;
+        }
+        const auto* header = reinterpret_cast<const nlmsghdr*>(answer.data());
+        // Never the answer to an earlier request that was not read.
+        if (NLMSG_OK(header, static_cast<unsigned>(count))
+            && header->nlmsg_seq == request->header.nlmsg_seq)
+            return routeIn(header, error);
+    }
 }
 
 } // namespace quillbox

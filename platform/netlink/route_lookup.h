@@ -1,21 +1,37 @@
 #pragma once
 
 #include "platform/net_service.h"
+#include "platform/posix/file_descriptor.h"
 
+#include <cstdint>
+#include <mutex>
 #include <optional>
+#include <system_error>
 
 namespace quillbox {
 
-/// A route as the kernel's lookup found it.
-struct RouteLookup {
-    bool isUnicast = false; ///< leads to another host; not local, broadcast, multicast or blocked
-    int interfaceIndex = 0; ///< of the interface that packets leave through
-};
+/// Asks the kernel for routes (RTM_GETROUTE, rtnetlink(7)). Keeps its socket, so that it can ask
+/// when no file descriptor is available. Thread-safe.
+class RouteLookup final {
+public:
+    struct Route {
+        bool isUnicast = false; ///< to another host; not local, broadcast, multicast or blocked
+        int interfaceIndex = 0; ///< of the interface that packets leave through
+    };
 
-/// Looks up the route to an IPv4 or IPv6 address in all routing tables (RTM_GETROUTE,
-/// rtnetlink(7)). With `boundTo`, finds the route of a socket that is bound to the interface with
-/// this index; 0 for a socket that is not bound. nullopt if there is no route, or the kernel cannot
-/// be asked.
-std::optional<RouteLookup> lookUpRoute(const SocketAddress& address, int boundTo);
+    /// Opens the socket, in the thread's network namespace. Without one, no lookup succeeds.
+    RouteLookup();
+
+    /// Looks up the route of a TCP connection to an IPv4 or IPv6 address in all routing tables.
+    /// With `boundTo`, that of a socket which is bound to the interface with this index; 0 for a
+    /// socket that is not bound. nullopt without an error if there is no route, with an error if
+    /// the kernel could not be asked. Does not block.
+    std::optional<Route> find(const SocketAddress& address, int boundTo, std::error_code& error);
+
+private:
+    FileDescriptor socket_;
+    std::mutex mutex_;
+    std::uint32_t lastNumber_ = 0; ///< guarded by the mutex, like the use of the socket
+};
 
 } // namespace quillbox

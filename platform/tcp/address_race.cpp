@@ -16,6 +16,7 @@ struct AddressRace::Entry {
     explicit Entry(Candidate wanted) : candidate(std::move(wanted)) {}
 
     const Candidate candidate;
+    DialPermission permission; ///< that of the latest attempt
     State state = State::Untried;
     bool isGone = false; ///< no longer a candidate
     std::unique_ptr<Socket> socket;
@@ -33,14 +34,6 @@ bool isFinal(const std::error_code& error)
            || error == std::errc::too_many_files_open
            || error == std::errc::too_many_files_open_in_system
            || error == std::errc::no_buffer_space || error == std::errc::not_enough_memory;
-}
-
-/// The error of an address that may not be dialled: one that the user typed fails permanently, one
-/// from the network is skipped.
-std::error_code refusal(const Candidate& candidate)
-{
-    return std::make_error_code(candidate.isTyped() ? std::errc::connection_refused
-                                                    : std::errc::address_not_available);
 }
 
 } // namespace
@@ -178,9 +171,9 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         settle(entry, std::make_error_code(std::errc::connection_refused));
         return;
     }
-    const auto permission = mayDial(entry->candidate, context_->ownPorts, context_->monitor);
-    if (!permission) {
-        settle(entry, refusal(entry->candidate));
+    entry->permission = mayDial(entry->candidate, context_->ownPorts, context_->monitor);
+    if (!entry->permission) {
+        settle(entry, entry->permission.refusal);
         return;
     }
     std::error_code error;
@@ -190,8 +183,8 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         return;
     }
     setConnectionOptions(descriptor);
-    if (permission->bindTo != 0)
-        error = bindToInterface(descriptor, permission->bindTo);
+    if (entry->permission.bindTo != 0)
+        error = bindToInterface(descriptor, entry->permission.bindTo);
     if (!error)
         error = beginConnect(descriptor, address);
     // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
@@ -204,22 +197,26 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         return;
     }
     entry->state = Entry::State::Trying;
-    entry->socket->waitWritable(
-        strand_, [weak = weak_from_this(), entry, permission](const std::error_code& failure) {
-            const auto self = weak.lock();
-            if (!self || self->isStopped_ || failure)
-                return;
-            const auto& socket = *entry->socket;
-            std::error_code result;
-            if (socket.hasFailed())
-                result = takeSocketError(socket.descriptor());
-            // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
-            else if (mayDial(entry->candidate, self->context_->ownPorts, self->context_->monitor)
-                     != permission)
-                result = refusal(entry->candidate);
-            self->settle(entry, result);
-            self->advance();
-        });
+    entry->socket->waitWritable(strand_,
+                                [weak = weak_from_this(), entry](const std::error_code& failure) {
+                                    const auto self = weak.lock();
+                                    if (!self || self->isStopped_ || failure)
+                                        return;
+                                    self->settle(entry, self->resultOf(*entry));
+                                    self->advance();
+                                });
+}
+
+/// The result of an attempt that the kernel has finished.
+std::error_code AddressRace::resultOf(const Entry& entry) const
+{
+    if (entry.socket->hasFailed())
+        return takeSocketError(entry.socket->descriptor());
+    // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
+    const auto now = mayDial(entry.candidate, context_->ownPorts, context_->monitor);
+    if (now && now != entry.permission)
+        return std::make_error_code(std::errc::address_not_available);
+    return now.refusal;
 }
 
 /// Ends an attempt with a connection or an error.

@@ -65,6 +65,7 @@ private:
     void startNextLater();
     std::shared_ptr<Entry> takeNext();
     void dial(const std::shared_ptr<Entry>& entry);
+    std::error_code resultOf(const Entry& entry) const;
     void settle(const std::shared_ptr<Entry>& entry, std::error_code error);
     void noteWinner(const SocketAddress& address);
     bool hasUntried() const;

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <optional>
+#include <system_error>
 
 #include <netinet/in.h>
 
@@ -93,30 +94,37 @@ void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& addre
         known->interfaces.push_back(interfaceIndex);
 }
 
-std::optional<DialPermission> mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
-                                      const NetworkMonitor& monitor)
+DialPermission mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
+                       const NetworkMonitor& monitor)
 {
     const auto& [address, interfaces] = candidate;
+    const DialPermission refused{
+        .refusal = std::make_error_code(candidate.isTyped() ? std::errc::connection_refused
+                                                            : std::errc::address_not_available)};
     const auto plain = plainAddress(address);
     if (!plain)
-        return std::nullopt;
+        return refused;
     if (ownPorts.contains(portOf(address)) && isOfThisComputer(address, monitor.addresses()))
-        return std::nullopt;
+        return refused;
     if (candidate.isTyped())
-        return DialPermission();
+        return {};
     if (portOf(address) == 0 || plain->isUnspecified() || plain->isMulticastOrBroadcast())
-        return std::nullopt;
+        return refused;
     if (!candidate.isFromNetwork())
-        return DialPermission();
+        return {};
     if (plain->isLoopback() || (plain->isIPv4 && familyOf(address) == AF_INET6))
-        return std::nullopt;
-    std::optional<DialPermission> permission;
+        return refused;
+    DialPermission permission = refused;
     for (const int interfaceIndex : interfaces) {
         switch (monitor.routeThrough(interfaceIndex, address)) {
         case OutgoingRoute::Preferred:
-            return DialPermission();
+            return {};
         case OutgoingRoute::IfBound:
-            permission = {.bindTo = interfaceIndex};
+            permission = {.bindTo = interfaceIndex, .refusal = {}};
+            break;
+        case OutgoingRoute::Unknown:
+            if (!permission)
+                permission.refusal = std::make_error_code(std::errc::no_buffer_space);
             break;
         case OutgoingRoute::None:
             break;

@@ -4,7 +4,7 @@
 #include "platform/network_monitor.h"
 #include "platform/tcp/own_ports.h"
 
-#include <optional>
+#include <system_error>
 #include <vector>
 
 namespace quillbox {
@@ -31,10 +31,15 @@ struct Candidate {
 void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& address,
                   int interfaceIndex);
 
-/// How a connection may be opened.
+/// Whether, and how, a connection may be opened.
 struct DialPermission {
     int bindTo = 0; ///< the index of the interface that the socket must be bound to; 0 for none
+    /// Why it may not be opened: `connection_refused` for an address that the user typed,
+    /// `address_not_available` for one that DNS-SD found, `no_buffer_space` if the kernel cannot be
+    /// asked for its route.
+    std::error_code refusal;
 
+    explicit operator bool() const { return !refusal; }
     bool operator==(const DialPermission&) const = default;
 };
 
@@ -52,8 +57,8 @@ struct DialPermission {
 ///
 /// Nothing is ever dialled that is a listener of this program: it would connect again, in an
 /// endless loop.
-std::optional<DialPermission> mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
-                                      const NetworkMonitor& monitor);
+DialPermission mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
+                       const NetworkMonitor& monitor);
 
 /// Whether the address is in 127.0.0.0/8 (IPv4-mapped or not) or ::1.
 bool isLoopback(const SocketAddress& address);

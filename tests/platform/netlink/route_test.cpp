@@ -1,10 +1,13 @@
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/netlink/route_lookup.h"
+#include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 
 #include <memory>
 #include <string>
+#include <system_error>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <net/if.h>
@@ -45,7 +48,6 @@ public:
             isIPv6 ? ipv6Address(text, text.starts_with("fe80") ? index : 0) : ipv4Address(text));
     }
 
-private:
     DispatchPool pool;
     const std::unique_ptr<NetworkMonitor> monitor = makeNetworkMonitor(pool);
 };
@@ -115,8 +117,52 @@ TEST(Route, throughAnotherInterfaceIsNoneOfAHostBehindThisComputer)
 TEST(Route, isNotFoundWhereThereIsNone)
 {
     inNetworkNamespace([] {
-        EXPECT_FALSE(lookUpRoute(ipv4Address("192.0.2.1"), 0));
-        EXPECT_FALSE(lookUpRoute(ipv6Address("2001:db8::1"), 0));
+        RouteLookup lookup;
+        for (const auto& address : {ipv4Address("192.0.2.1"), ipv6Address("2001:db8::1")}) {
+            std::error_code error;
+            EXPECT_FALSE(lookup.find(address, 0, error));
+            EXPECT_FALSE(error) << error.message();
+        }
+    });
+}
+
+TEST(Route, isFoundWhenNoDescriptorIsLeft)
+{
+    inNetworkNamespace([] {
+        Computer computer;
+        const auto lan = static_cast<int>(::if_nametoindex("lan"));
+        const DescriptorShortage shortage;
+        EXPECT_EQ(computer.monitor->routeThrough(lan, ipv4Address("192.0.2.1")),
+                  OutgoingRoute::Preferred);
+    });
+}
+
+TEST(Route, isUnknownWhereTheKernelCannotBeAsked)
+{
+    inNetworkNamespace([] {
+        const DescriptorShortage shortage;
+        RouteLookup lookup;
+        std::error_code error;
+        EXPECT_FALSE(lookup.find(ipv4Address("192.0.2.1"), 0, error));
+        EXPECT_TRUE(error);
+    });
+}
+
+TEST(Route, isFoundOfTheRightAddressByThreadsThatAskAtTheSameTime)
+{
+    inNetworkNamespace([] {
+        Computer computer;
+        const auto lan = static_cast<int>(::if_nametoindex("lan"));
+        const auto expectRoutes = [&](const char* text, OutgoingRoute expected) {
+            const auto address = ipv4Address(text);
+            int others = 0;
+            for (int count = 0; count < 2000; ++count)
+                others += computer.monitor->routeThrough(lan, address) == expected ? 0 : 1;
+            EXPECT_EQ(others, 0) << text;
+        };
+        std::thread other(expectRoutes, "192.0.2.7", OutgoingRoute::None);
+        expectRoutes("192.0.2.1", OutgoingRoute::Preferred);
+        other.join();
     });
 }
 

@@ -4,7 +4,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -68,8 +67,7 @@ class MayDial : public testing::Test {
 protected:
     MayDial() { ownPorts.add(kOwnPort); }
 
-    std::optional<DialPermission> ask(const SocketAddress& wanted,
-                                      std::vector<int> interfaces) const
+    DialPermission ask(const SocketAddress& wanted, std::vector<int> interfaces) const
     {
         return mayDial({.address = wanted, .interfaces = std::move(interfaces)}, ownPorts, network);
     }
@@ -128,9 +126,21 @@ TEST_F(MayDial, refusesWhatDoesNotLeaveThroughTheInterfaceOfTheRecord)
 TEST_F(MayDial, bindsTheSocketWhereTheKernelWouldTakeAnotherInterface)
 {
     network.routes[kWlan] = OutgoingRoute::IfBound;
-    EXPECT_EQ(ask(address("192.0.2.1"), {kWlan}), DialPermission{.bindTo = kWlan});
+    EXPECT_EQ(ask(address("192.0.2.1"), {kWlan}), (DialPermission{.bindTo = kWlan, .refusal = {}}));
     network.routes[kEthernet] = OutgoingRoute::Preferred;
     EXPECT_TRUE(isFree(address("192.0.2.1"), {kWlan, kEthernet}));
+}
+
+TEST_F(MayDial, tellsARouteThatCannotBeLookedUpFromNone)
+{
+    network.routes[kWlan] = OutgoingRoute::Unknown;
+    EXPECT_EQ(ask(address("192.0.2.1"), {kEthernet}).refusal, std::errc::address_not_available);
+    EXPECT_EQ(ask(address("192.0.2.1"), {kWlan}).refusal, std::errc::no_buffer_space);
+    EXPECT_EQ(ask(address("192.0.2.1"), {kWlan, kEthernet}).refusal, std::errc::no_buffer_space);
+    network.routes[kEthernet] = OutgoingRoute::IfBound;
+    for (const auto& both : {std::vector{kWlan, kEthernet}, std::vector{kEthernet, kWlan}})
+        EXPECT_EQ(ask(address("192.0.2.1"), both),
+                  (DialPermission{.bindTo = kEthernet, .refusal = {}}));
 }
 
 TEST_F(MayDial, refusesOwnListenersWhereverTheAddressComesFrom)
