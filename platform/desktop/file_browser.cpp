@@ -6,10 +6,12 @@
 #include <QDBusError>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
+#include <QSocketNotifier>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
 #include <QVariantMap>
+#include <chrono>
 #include <limits>
 #include <utility>
 #include <vector>
@@ -76,10 +78,22 @@ private:
     /// SIGPIPE if that is a pipe.
     void startHandler(const std::vector<std::string>& arguments)
     {
-        if (startDetached(arguments, inheritanceWithToken(), StandardError::Discarded))
-            end(kWithHandler);
-        else
-            askFileManager();
+        outcome =
+            startWatched(arguments, inheritanceWithToken(), StandardError::Discarded, kMoment);
+        if (!outcome.isOpen())
+            return askFileManager();
+        asked = kWithHandler;
+        started = std::make_unique<QSocketNotifier>(outcome.get(), QSocketNotifier::Read);
+        QObject::connect(started.get(), &QSocketNotifier::activated, &limit, [this] {
+            // The notifier is emitting this signal: destroy it later.
+            started->setEnabled(false);
+            started.release()->deleteLater();
+            asked = nullptr;
+            if (hasStayed(outcome.get()))
+                end(kWithHandler);
+            else
+                askFileManager();
+        });
     }
 
     void askFileManager()
@@ -147,6 +161,7 @@ private:
     {
         limit.stop();
         question.reset();
+        started.reset();
         if (const auto handler = std::exchange(shown, nullptr))
             handler(with);
     }
@@ -171,12 +186,17 @@ private:
 
     static constexpr const char* kWithHandler = "the default program for folders";
 
+    /// Programs that cannot start, for example for lack of a module, take less time to say so.
+    static constexpr std::chrono::milliseconds kMoment{1000};
+
     const FileBrowserMeans& means;
     const std::string url;
     const std::string token;
     FolderShown shown;
     QTimer limit;
-    const char* asked = nullptr; ///< whom a question over the bus is for that has no answer yet
+    const char* asked = nullptr; ///< who has the folder, but has not shown yet whether it opens it
+    FileDescriptor outcome;      ///< of the handler that was started
+    std::unique_ptr<QSocketNotifier> started;
     std::unique_ptr<QDBusPendingCallWatcher> question;
     std::unique_ptr<Command> command;
 };

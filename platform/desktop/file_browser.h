@@ -19,6 +19,7 @@ namespace quillbox {
 /// order, because Thunar answers on the bus with success and opens nothing if the folder is not
 /// mounted, while all file managers open it if they are started through their desktop entry.
 ///
+/// A program that is started counts as having opened the folder unless it fails within a second.
 /// Once a program has been asked over the bus, the folder counts as handed over until the program
 /// refuses: some answer only after the user has logged in to the server.
 class FolderShowing {

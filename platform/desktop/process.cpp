@@ -10,6 +10,8 @@
 #include <string_view>
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -31,12 +33,6 @@ void openStandardDescriptors()
     while (descriptor >= 0 && descriptor < kLastStandardDescriptor)
         descriptor = ::open("/dev/null", O_RDWR);
     if (descriptor > kLastStandardDescriptor)
-        ::close(descriptor);
-}
-
-void closeDescriptor(int descriptor)
-{
-    if (descriptor >= 0)
         ::close(descriptor);
 }
 
@@ -62,6 +58,12 @@ void restore(const Inheritance& inheritance)
     ::pthread_sigmask(SIG_SETMASK, &none, nullptr);
 }
 
+void reportFailure(int descriptor)
+{
+    constexpr char kFailed = 1;
+    [[maybe_unused]] const auto written = ::write(descriptor, &kFailed, sizeof kFailed);
+}
+
 [[noreturn]] void becomeProgram(char* const* arguments, char* const* environment,
                                 const Inheritance& inheritance, StandardError standardError,
                                 int errorDescriptor)
@@ -77,9 +79,25 @@ void restore(const Inheritance& inheritance)
             ::close(nothing);
     }
     ::execvpe(arguments[0], arguments, environment);
-    const int error = errno;
-    [[maybe_unused]] const auto written = ::write(errorDescriptor, &error, sizeof error);
+    reportFailure(errorDescriptor);
     ::_exit(EXIT_FAILURE);
+}
+
+/// Waits for the end of the program, its child, for a moment. Runs in a copy of this process, whose
+/// connections it must not keep open meanwhile.
+void watch(pid_t program, int report, std::chrono::milliseconds moment)
+{
+    constexpr unsigned kFirst = kLastStandardDescriptor + 1;
+    const auto kept = static_cast<unsigned>(report);
+    if (kept > kFirst)
+        ::close_range(kFirst, kept - 1, 0);
+    ::close_range(kept + 1, ~0U, 0);
+    // Not pidfd_open(): the header of glibc 2.36 that declares it is for C only.
+    pollfd end{static_cast<int>(::syscall(SYS_pidfd_open, program, 0)), POLLIN, 0};
+    int status = 0;
+    if (end.fd >= 0 && ::poll(&end, 1, static_cast<int>(moment.count())) > 0
+        && ::waitpid(program, &status, 0) == program && status != 0)
+        reportFailure(report);
 }
 
 } // namespace
@@ -125,41 +143,58 @@ Inheritance prepareProcess()
     return inheritance;
 }
 
-bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
-                   StandardError standardError)
+FileDescriptor startWatched(const std::vector<std::string>& command, const Inheritance& inheritance,
+                            StandardError standardError, std::chrono::milliseconds moment)
 {
     const ArgumentVector arguments(command);
     const ArgumentVector environment(inheritance.environment);
 
-    // Close-on-exec: end of file means that exec succeeded; otherwise errno comes through.
+    // Close-on-exec, and written to after a failure only: the end of file means success.
     std::array<int, 2> report{-1, -1};
     if (::pipe2(report.data(), O_CLOEXEC) != 0)
-        return false;
+        return {};
+    FileDescriptor result(report[0]);
+    const FileDescriptor reporting(report[1]);
     const pid_t child = ::fork();
     if (child == 0) {
-        // The program is a grandchild: init reaps it, so that it never becomes our zombie.
+        // The program, and what watches it, are adopted by init, which reaps them.
         ::setsid();
-        const pid_t grandchild = ::fork();
-        if (grandchild == 0)
+        if (const pid_t watcher = moment.count() > 0 ? ::fork() : 0; watcher != 0) {
+            if (watcher < 0)
+                reportFailure(report[1]);
+            ::_exit(EXIT_SUCCESS);
+        }
+        const pid_t program = ::fork();
+        if (program == 0)
             becomeProgram(arguments.data(), environment.data(), inheritance, standardError,
                           report[1]);
-        if (grandchild < 0) {
-            const int error = errno;
-            [[maybe_unused]] const auto written = ::write(report[1], &error, sizeof error);
-        }
+        if (program < 0)
+            reportFailure(report[1]);
+        else if (moment.count() > 0)
+            watch(program, report[1], moment);
         ::_exit(EXIT_SUCCESS);
     }
-    closeDescriptor(report[1]);
-    int error = 0;
+    if (child < 0)
+        return {};
+    waitFor(child);
+    return result;
+}
+
+bool hasStayed(int result)
+{
+    char failure = 0;
     ssize_t length = -1;
-    if (child > 0) {
-        waitFor(child);
-        do {
-            length = ::read(report[0], &error, sizeof error);
-        } while (length < 0 && errno == EINTR);
-    }
-    closeDescriptor(report[0]);
-    return child > 0 && length == 0;
+    do {
+        length = ::read(result, &failure, sizeof failure);
+    } while (length < 0 && errno == EINTR);
+    return length == 0;
+}
+
+bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
+                   StandardError standardError)
+{
+    const FileDescriptor result = startWatched(command, inheritance, standardError, {});
+    return result.isOpen() && hasStayed(result.get());
 }
 
 void endProcessWithin(std::chrono::milliseconds limit)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/posix/file_descriptor.h"
+
 #include <chrono>
 #include <string>
 #include <vector>
@@ -39,6 +41,15 @@ enum class StandardError { Inherited, Discarded };
 /// error unless that is inherited. False if it cannot be started.
 bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
                    StandardError standardError = StandardError::Inherited);
+
+/// The same, for a program that may give up at once: watches it for a `moment`. The result becomes
+/// readable when the moment is over or the program has ended; hasStayed() then reads it. Not open
+/// if nothing can be started.
+FileDescriptor startWatched(const std::vector<std::string>& command, const Inheritance& inheritance,
+                            StandardError standardError, std::chrono::milliseconds moment);
+
+/// False if the program could not be started or has failed. Waits until that is known.
+bool hasStayed(int result);
 
 /// Ends the process with exit status 0 after `limit`, unless it has ended by then. Works even if
 /// every thread is stuck.

@@ -3,6 +3,7 @@
 
 #include <QTemporaryDir>
 #include <array>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <sstream>
@@ -11,6 +12,8 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -18,6 +21,7 @@ namespace quillbox {
 
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::Contains;
 using ::testing::ContainsRegex;
 using ::testing::ElementsAre;
@@ -147,14 +151,25 @@ TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
     sigaddset(&blocked, SIGTERM);
     ::pthread_sigmask(SIG_BLOCK, &blocked, &before);
     std::signal(SIGPIPE, SIG_IGN);
+    for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGALRM})
+        std::signal(signal, SIG_IGN);
     const std::string status = procFile("status", limits);
     const std::string openFiles = procFile("limits", limits);
-    std::signal(SIGPIPE, SIG_DFL);
+    for (const int signal : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGALRM})
+        std::signal(signal, SIG_DFL);
     ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
 
     EXPECT_THAT(openFiles, ContainsRegex("Max open files +77 "));
     EXPECT_THAT(status, HasSubstr("SigBlk:\t0000000000000000\n"));
     EXPECT_THAT(status, HasSubstr("SigIgn:\t0000000000000000\n"));
+}
+
+TEST_F(Process, leavesSigpipeIgnoredForProgramsWhereItWasInheritedSo)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    const std::string status = procFile("status", {.wasPipeSignalIgnored = true});
+    std::signal(SIGPIPE, SIG_DFL);
+    EXPECT_THAT(status, HasSubstr("SigIgn:\t0000000000001000\n"));
 }
 
 TEST_F(Process, startsProgramsThatAreNobodysChildAndReadNothing)
@@ -179,6 +194,50 @@ TEST_F(Process, tellsWhenAProgramCannotBeStarted)
 {
     EXPECT_FALSE(startDetached({"no-such-program-anywhere"}, {}));
     EXPECT_FALSE(startDetached({folder.path().toStdString()}, {}));
+}
+
+TEST_F(Process, tellsWhenAProgramFailsWithinAMoment)
+{
+    const auto hasProgramStayed = [](const std::vector<std::string>& command) {
+        const FileDescriptor result = startWatched(command, {}, StandardError::Inherited, 20s);
+        return hasStayed(result.get());
+    };
+    EXPECT_TRUE(hasProgramStayed({"true"}));
+    EXPECT_FALSE(hasProgramStayed({"false"}));
+    EXPECT_FALSE(hasProgramStayed({"sh", "-c", "kill -KILL $$"}));
+    EXPECT_FALSE(hasProgramStayed({"no-such-program-anywhere"}));
+    EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "a child is left";
+}
+
+TEST_F(Process, leavesAProgramThatRunsLongerThanAMomentAlone)
+{
+    const std::string wait = folder.filePath(QStringLiteral("wait")).toStdString();
+    ASSERT_EQ(::mkfifo(wait.c_str(), 0600), 0);
+    const FileDescriptor result =
+        startWatched({"sh", "-c", R"(cat "$1"; echo done > "$2"; exit 1)", "sh", wait, pipe.path()},
+                     {}, StandardError::Inherited, 100ms);
+    EXPECT_TRUE(hasStayed(result.get()));
+    FileDescriptor(::open(wait.c_str(), O_WRONLY | O_CLOEXEC)).reset();
+    EXPECT_EQ(pipe.readAll(), "done\n");
+}
+
+TEST_F(Process, keepsNoConnectionOpenWhileAProgramIsWatched)
+{
+    const std::string wait = folder.filePath(QStringLiteral("wait")).toStdString();
+    ASSERT_EQ(::mkfifo(wait.c_str(), 0600), 0);
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+    const FileDescriptor reading(ends[0]);
+    FileDescriptor writing(ends[1]);
+    const FileDescriptor result = startWatched({"cat", wait}, {}, StandardError::Inherited, 20s);
+    FileDescriptor go(::open(wait.c_str(), O_WRONLY | O_CLOEXEC)); // once the program runs
+    writing.reset();
+    pollfd end{reading.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&end, 1, 10'000), 1) << "the end of the pipe is still open somewhere";
+    pollfd known{result.get(), POLLIN, 0};
+    EXPECT_EQ(::poll(&known, 1, 0), 0);
+    go.reset();
+    EXPECT_TRUE(hasStayed(result.get()));
 }
 
 TEST_F(Process, endsInTimeWhateverItsThreadsDo)

@@ -186,6 +186,27 @@ TEST_F(FileBrowserTest, asksTheFileManagerWhenTheProgramForFoldersDoesNotStart)
     EXPECT_EQ(shownWith(), kByManager);
 }
 
+TEST_F(FileBrowserTest, asksTheFileManagerWhenTheProgramForFoldersFailsAtOnce)
+{
+    addFileManager(Manner::Obliging);
+    programs.addGio(QStringLiteral("files.desktop"));
+    programs.addHandler(QStringLiteral("files %U"));
+    programs.addScript(QStringLiteral("files"), QStringLiteral("exit 1\n"));
+    show();
+    EXPECT_EQ(shownWith(), kByManager);
+}
+
+TEST_F(FileBrowserTest, leavesTheFolderToAProgramThatGoesOnRunning)
+{
+    addFileManager(Manner::Obliging);
+    programs.addGio(QStringLiteral("files.desktop"));
+    programs.addHandler(QStringLiteral("files %U"));
+    programs.addScript(QStringLiteral("files"), QStringLiteral("sleep 3; exit 1\n"));
+    show();
+    EXPECT_EQ(shownWith(), kByHandler);
+    EXPECT_TRUE(fileManager->calls.empty());
+}
+
 TEST_F(FileBrowserTest, mountsWhenTheFileManagerRefuses)
 {
     addFileManager(Manner::Refusing);
