@@ -114,7 +114,7 @@ void PoolContext::runPosted()
     moved_ = 0;
     for (int round = 0; round < kMostRounds; ++round) {
         for (auto count = posted_.size(); count > 0; --count) {
-            if (isStopped_.load() || hasMovedMuch())
+            if (mustPause())
                 return;
             Work work = std::move(posted_.front());
             posted_.pop_front();

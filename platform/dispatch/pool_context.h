@@ -85,7 +85,8 @@ private:
     bool isRunning(const Strand::State* state) const { return isThread() && running_ == state; }
     void setRunning(const Strand::State* state) { running_ = state; }
 
-    bool hasMovedMuch() const { return moved_ >= kMostMovedInOneTurn; }
+    /// Whether no further closure may run for now: until the next epoll_wait, or ever.
+    bool mustPause() const { return moved_ >= kMostMovedInOneTurn || isStopped_.load(); }
 
     void runPosted();
     void takeEvents(int timeout);

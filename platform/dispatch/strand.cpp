@@ -63,7 +63,7 @@ bool Strand::State::begin()
 
 void Strand::State::drain()
 {
-    for (int count = 0; count < kMostInOneTurn && !context.hasMovedMuch(); ++count) {
+    for (int count = 0; count < kMostInOneTurn && !context.mustPause(); ++count) {
         Work work = next();
         if (!work) {
             context.setRunning(nullptr);

@@ -1,5 +1,6 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/watch.h"
 #include "tests/platform/dispatch/patience.h"
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/eventfd.h>
 
 namespace quillbox {
 
@@ -124,6 +126,7 @@ TEST(DispatchPool, dropsWorkThatComesAfterTheShutdown)
     const auto token = std::make_shared<int>(0);
     queue->async([token] { FAIL(); });
     queue->asyncAfter(0ms, [token] { FAIL(); });
+    pool.makeQueue("later", QualityOfService::Utility)->async([token] { FAIL(); });
     EXPECT_EQ(token.use_count(), 1);
 }
 
@@ -152,14 +155,52 @@ TEST(DispatchPool, dropsClosuresWhoseDestructionHandsOverMore)
     EXPECT_TRUE(isDestroyed);
 }
 
-TEST(DispatchPool, handsDelayedWorkOverWhenTheDelayHasPassed)
+TEST(DispatchPool, handsDelayedWorkOverThoughItsTimePassedDuringAnotherClosure)
 {
     DispatchPool pool;
     const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    std::promise<void> ran;
+    queue->async([&] {
+        queue->asyncAfter(0ms, [&ran] { ran.set_value(); });
+        std::promise<void> never;
+        never.get_future().wait_for(10ms);
+    });
+    EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+TEST(DispatchPool, handsDelayedWorkOverWhenTheDelayHasPassedAndNotBefore)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    // The loop looks at its timers all the time.
+    const auto isOver = std::make_shared<bool>(false);
+    goOnAndOn(pool.makeQueue("busy", QualityOfService::Utility), isOver);
     std::promise<std::chrono::steady_clock::time_point> ran;
     const auto before = std::chrono::steady_clock::now();
-    queue->asyncAfter(50ms, [&ran] { ran.set_value(std::chrono::steady_clock::now()); });
+    queue->asyncAfter(50ms, [&ran, isOver] {
+        ran.set_value(std::chrono::steady_clock::now());
+        *isOver = true; // runs on the thread of `busy`
+    });
     EXPECT_GE(ran.get_future().get() - before, 50ms);
+}
+
+TEST(DispatchPool, waitsForTheLongestDelayAndNotForANegativeOne)
+{
+    DispatchPool pool;
+    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
+    std::promise<void> ran;
+    queue->asyncAfter(std::chrono::milliseconds::max(), [] { FAIL(); });
+    queue->asyncAfter(std::chrono::milliseconds::min(),
+                      [&] { queue->asyncAfter(20ms, [&] { ran.set_value(); }); });
+    EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+}
+
+TEST(DispatchPool, keepsAThreadForWhatTheUserWaitsFor)
+{
+    const DispatchPool pool;
+    const auto& urgent = pool.context(QualityOfService::UserInitiated);
+    EXPECT_NE(pool.context(QualityOfService::Utility), urgent);
+    EXPECT_NE(pool.context(QualityOfService::Unspecified), urgent);
 }
 
 TEST(DispatchPool, costsNothingWhileThereIsNothingToDo)
@@ -173,6 +214,49 @@ TEST(DispatchPool, costsNothingWhileThereIsNothingToDo)
     std::promise<void> never;
     EXPECT_EQ(never.get_future().wait_for(300ms), std::future_status::timeout);
     EXPECT_LT(processorTime() - before, 30ms);
+}
+
+TEST(PoolContext, runsNothingMoreOnceItIsStopped)
+{
+    PoolContext context;
+    const auto strand = context.makeStrand();
+    const auto other = context.makeStrand();
+    bool isStopped = false;
+    strand.post([&] {
+        isStopped = true;
+        context.stop();
+    });
+    const auto token = std::make_shared<int>(0);
+    strand.post([token] { FAIL() << "the next of the strand"; });
+    other.post([token] { FAIL() << "that of another strand"; });
+    context.runHere();
+    EXPECT_TRUE(isStopped);
+    EXPECT_EQ(token.use_count(), 3);
+    context.destroyPending();
+    EXPECT_EQ(token.use_count(), 1);
+    strand.post([token] { FAIL() << "what comes later"; });
+    EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST(PoolContext, handlesNoMoreEventsOnceItIsStopped)
+{
+    auto context = std::make_shared<PoolContext>();
+    const auto strand = context->makeStrand();
+    std::vector<std::unique_ptr<Watch>> watches;
+    int handled = 0;
+    for (int count = 0; count < 2; ++count) {
+        std::error_code error;
+        // Readable from the start.
+        watches.push_back(Watch::adopt(context, ::eventfd(1, 0), Watch::For::Reading, error));
+        ASSERT_FALSE(error) << error.message();
+        watches.back()->waitReadable(strand, [&](const std::error_code&) {
+            ++handled;
+            context->stop();
+        });
+    }
+    context->runHere();
+    EXPECT_EQ(handled, 1);
+    context->destroyPending();
 }
 
 TEST(Strand, dispatchesInsideTheCallOnlyWhileNothingIsPending)
@@ -196,6 +280,50 @@ TEST(Strand, dispatchesInsideTheCallOnlyWhileNothingIsPending)
     pool.shutdown();
     EXPECT_EQ(events,
               (std::vector<std::string>{"inside", "end of the call", "posted", "dispatched"}));
+}
+
+TEST(Strand, dispatchesInsideTheCallOnItself)
+{
+    DispatchPool pool;
+    const auto strand = pool.context(QualityOfService::Utility)->makeStrand();
+    std::vector<std::string> events;
+    std::promise<void> done;
+    strand.post([&] {
+        strand.dispatch([&] { events.emplace_back("inside"); });
+        events.emplace_back("end of the call");
+        strand.post([&] { done.set_value(); });
+    });
+    done.get_future().wait();
+    EXPECT_EQ(events, (std::vector<std::string>{"inside", "end of the call"}));
+}
+
+TEST(Strand, dispatchesOnItsThreadOnly)
+{
+    DispatchPool pool;
+    const auto strand = pool.context(QualityOfService::Utility)->makeStrand();
+    std::promise<std::thread::id> thread;
+    strand.dispatch([&] { thread.set_value(std::this_thread::get_id()); });
+    EXPECT_NE(thread.get_future().get(), std::this_thread::get_id());
+}
+
+TEST(Strand, dispatchesNothingInTheMiddleOfAnotherStrand)
+{
+    DispatchPool pool;
+    const auto loop = pool.context(QualityOfService::Utility);
+    const auto one = loop->makeStrand();
+    const auto other = loop->makeStrand();
+    std::vector<std::string> events;
+    std::promise<void> done;
+    one.post([&] {
+        other.dispatch([&] {
+            events.emplace_back("other");
+            done.set_value();
+        });
+        events.emplace_back("end of the call");
+    });
+    done.get_future().wait();
+    pool.shutdown();
+    EXPECT_EQ(events, (std::vector<std::string>{"end of the call", "other"}));
 }
 
 TEST(StrandOf, isTheStrandThatTheQueueRunsOn)

@@ -11,9 +11,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -35,15 +37,20 @@ protected:
         std::array<int, 2> ends{};
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
         peer = ends[1];
-        std::error_code error;
-        watch = Watch::adopt(context, ends[0], Watch::For::Reading, error);
-        EXPECT_FALSE(error);
+        take(ends[0]);
     }
 
     ~WatchTest() override
     {
         pool.shutdown();
         closePeer();
+    }
+
+    void take(int descriptor)
+    {
+        auto error = std::make_error_code(std::errc::io_error);
+        watch = Watch::adopt(context, descriptor, Watch::For::Reading, error);
+        EXPECT_FALSE(error);
     }
 
     void onQueue(const std::function<void()>& work)
@@ -76,6 +83,16 @@ protected:
         return told->get_future();
     }
 
+    std::future<std::error_code> waitForFailure()
+    {
+        auto told = std::make_shared<std::promise<std::error_code>>();
+        onQueue([&] {
+            watch->waitForFailure(strandOf(*queue),
+                                  [told](const std::error_code& error) { told->set_value(error); });
+        });
+        return told->get_future();
+    }
+
     static bool isTold(const std::future<std::error_code>& future)
     {
         return future.wait_for(kPatience) == std::future_status::ready;
@@ -104,6 +121,26 @@ protected:
         onQueue([] {});
     }
 
+    /// Replaces both ends by those of a TCP connection, which urgent data needs.
+    void connectByTcp()
+    {
+        onQueue([this] { watch.reset(); });
+        closePeer();
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* const generic = reinterpret_cast<sockaddr*>(&address);
+        const int listener = ::socket(AF_INET, SOCK_STREAM, 0);
+        peer = ::socket(AF_INET, SOCK_STREAM, 0);
+        EXPECT_EQ(::bind(listener, generic, size), 0);
+        EXPECT_EQ(::listen(listener, 1), 0);
+        EXPECT_EQ(::getsockname(listener, generic, &size), 0);
+        EXPECT_EQ(::connect(peer, generic, size), 0);
+        take(::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK));
+        ::close(listener);
+    }
+
     void closePeer()
     {
         if (const int descriptor = std::exchange(peer, -1); descriptor >= 0)
@@ -124,6 +161,8 @@ TEST_F(WatchTest, tellsWhatComesDuringTheWait)
     EXPECT_TRUE(isSilent(told));
     send("a");
     EXPECT_TRUE(isTold(told));
+    EXPECT_EQ(read(), "a");
+    EXPECT_TRUE(isSilent(waitReadable()));
 }
 
 TEST_F(WatchTest, tellsWhatCameWhileNobodyWaitedOnce)
@@ -137,10 +176,46 @@ TEST_F(WatchTest, tellsWhatCameWhileNobodyWaitedOnce)
     EXPECT_TRUE(isSilent(waitReadable()));
 }
 
+TEST_F(WatchTest, tellsWhatCameAfterAWaitHadEnded)
+{
+    const auto first = waitReadable();
+    send("a");
+    ASSERT_TRUE(isTold(first));
+    EXPECT_EQ(read(), "a");
+    send("b");
+    settle();
+    ASSERT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "b");
+}
+
+TEST_F(WatchTest, tellsWhatComesBehindUrgentDataAfterAReadThatStoppedThere)
+{
+    connectByTcp();
+    send("a");
+    EXPECT_EQ(::send(peer, "!", 1, MSG_OOB), 1);
+    send("b");
+    settle();
+    ASSERT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "a");
+    ASSERT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "b");
+}
+
 TEST_F(WatchTest, tellsTheEndAfterAReadThatLeftRoom)
 {
     send("a");
     closePeer();
+    settle();
+    ASSERT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "a");
+    EXPECT_TRUE(isTold(waitReadable()));
+    EXPECT_EQ(read(), "");
+}
+
+TEST_F(WatchTest, tellsTheEndOfWhatThePeerSendsAfterAReadThatLeftRoom)
+{
+    send("a");
+    EXPECT_EQ(::shutdown(peer, SHUT_WR), 0);
     settle();
     ASSERT_TRUE(isTold(waitReadable()));
     EXPECT_EQ(read(), "a");
@@ -174,18 +249,46 @@ TEST_F(WatchTest, tellsRoomToWriteAndNotBefore)
     EXPECT_TRUE(isTold(told));
 }
 
+TEST_F(WatchTest, tellsBytesAlsoAfterAWaitForRoom)
+{
+    ASSERT_TRUE(isTold(waitWritable()));
+    const auto told = waitReadable();
+    send("a");
+    EXPECT_TRUE(isTold(told));
+}
+
+TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatNobodyReadsAnyMore)
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
+    onQueue([this] { watch.reset(); });
+    closePeer();
+    peer = ends[0];
+    take(ends[1]);
+    const std::string bytes(4096, 'x');
+    while (::write(watch->descriptor(), bytes.data(), bytes.size()) > 0) {
+    }
+    const auto told = waitWritable();
+    EXPECT_TRUE(isSilent(told));
+    closePeer(); // makes no room in the pipe
+    EXPECT_TRUE(isTold(told));
+}
+
+TEST_F(WatchTest, tellsAFailureAndNothingElseToOneWhoWaitsForIt)
+{
+    const auto told = waitForFailure();
+    send("a");
+    EXPECT_TRUE(isSilent(told));
+    closePeer();
+    EXPECT_TRUE(isTold(told));
+}
+
 TEST_F(WatchTest, tellsAFailureAlsoWhenItHasComeAlready)
 {
     closePeer();
     settle();
-    for (int count = 0; count < 2; ++count) {
-        auto told = std::make_shared<std::promise<std::error_code>>();
-        onQueue([&] {
-            watch->waitForFailure(strandOf(*queue),
-                                  [told](const std::error_code& error) { told->set_value(error); });
-        });
-        EXPECT_TRUE(isTold(told->get_future()));
-    }
+    EXPECT_TRUE(isTold(waitForFailure()));
+    EXPECT_TRUE(isTold(waitForFailure()));
 }
 
 TEST_F(WatchTest, endsWaitsWithAnErrorWhenTheyAreCancelledAndWhenItGoes)
@@ -200,13 +303,32 @@ TEST_F(WatchTest, endsWaitsWithAnErrorWhenTheyAreCancelledAndWhenItGoes)
     EXPECT_EQ(second.get(), std::errc::operation_canceled);
 }
 
+TEST_F(WatchTest, endsWaitsForRoomWithAnErrorAndThoseForAFailureUntold)
+{
+    const std::string bytes(4096, 'x');
+    while (::send(watch->descriptor(), bytes.data(), bytes.size(), 0) > 0) {
+    }
+    auto writing = waitWritable();
+    auto failing = waitForFailure();
+    onQueue([this] { watch->cancelWaits(); });
+    ASSERT_TRUE(isTold(writing));
+    EXPECT_EQ(writing.get(), std::errc::operation_canceled);
+    closePeer();
+    EXPECT_THROW(failing.get(), std::future_error) << "the handler was called";
+}
+
 TEST_F(WatchTest, destroysWaitsUntoldWhenThePoolIsShutDown)
 {
     auto token = std::make_shared<int>(0);
     onQueue([&] {
+        const std::string bytes(4096, 'x');
+        while (::send(watch->descriptor(), bytes.data(), bytes.size(), 0) > 0) {
+        }
         watch->waitReadable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+        watch->waitWritable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+        watch->waitForFailure(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
     });
-    EXPECT_EQ(token.use_count(), 2);
+    EXPECT_EQ(token.use_count(), 4);
     pool.shutdown();
     EXPECT_EQ(token.use_count(), 1);
 }
@@ -235,6 +357,73 @@ TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
         other->async([&] { other->async([&] { done.set_value(); }); });
     });
     done.get_future().wait();
+}
+
+TEST_F(WatchTest, tellsBetweenTwoClosuresOfWhichTheFirstMovedAllItMay)
+{
+    const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
+    std::vector<std::string> events;
+    onQueue([&] {
+        watch->waitReadable(strandOf(*queue),
+                            [&](const std::error_code&) { events.emplace_back("told"); });
+    });
+    std::promise<void> done;
+    other->async([&] {
+        send("a");
+        context->noteMoved(1UL << 20);
+        other->async([&] {
+            events.emplace_back("second closure");
+            done.set_value();
+        });
+    });
+    done.get_future().wait();
+    pool.shutdown();
+    EXPECT_EQ(events, (std::vector<std::string>{"told", "second closure"}));
+}
+
+TEST_F(WatchTest, tellsBehindTheClosuresThatWaitOnTheSameQueue)
+{
+    std::vector<std::string> events;
+    std::promise<void> done;
+    queue->async([&] {
+        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
+            events.emplace_back("told");
+            done.set_value();
+        });
+        send("a");
+        context->noteMoved(1UL << 20);
+        queue->async([&] { events.emplace_back("second closure"); });
+    });
+    done.get_future().wait();
+    pool.shutdown();
+    EXPECT_EQ(events, (std::vector<std::string>{"second closure", "told"}));
+}
+
+TEST_F(WatchTest, leavesTimeToClosuresWhileEventsMoveAllTheyCan)
+{
+    // Each event moves 1 MiB and causes the next one.
+    std::function<void()> flood = [&] {
+        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
+            read();
+            context->noteMoved(1UL << 20);
+            flood();
+            send("a");
+        });
+    };
+    onQueue(flood);
+    send("a");
+    const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
+    std::promise<void> ran;
+    other->async([&] { ran.set_value(); });
+    EXPECT_EQ(ran.get_future().wait_for(kPatience), std::future_status::ready);
+    pool.shutdown();
+}
+
+TEST_F(WatchTest, closesItsDescriptorWhenItGoes)
+{
+    const int descriptor = watch->descriptor();
+    onQueue([this] { watch.reset(); });
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 
 TEST_F(WatchTest, closesADescriptorThatCannotBeWatched)
@@ -274,12 +463,27 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
     queue->async([&] {
         const auto token = std::make_shared<int>(0);
         timer.start(strandOf(*queue), 0ms, [token] { FAIL(); });
-        // The timer is due by now.
         queue->async([&, token] {
             timer.cancel();
             EXPECT_EQ(token.use_count(), 1);
             queue->asyncAfter(20ms, [&] { done.set_value(); });
         });
+        // The loop looks at its timers before it runs more of the queue, so the work is already
+        // queued behind the closure above.
+        pool.context(QualityOfService::UserInitiated)->noteMoved(1UL << 20);
+    });
+    done.get_future().wait();
+}
+
+TEST_F(TimerTest, isTakenBackWhenItGoes)
+{
+    std::promise<void> done;
+    queue->async([&] {
+        {
+            Timer passing{pool.context(QualityOfService::UserInitiated)};
+            passing.start(strandOf(*queue), 0ms, [] { FAIL(); });
+        }
+        queue->asyncAfter(20ms, [&] { done.set_value(); });
     });
     done.get_future().wait();
 }
@@ -295,6 +499,25 @@ TEST_F(TimerTest, leavesNothingInTheQueueWhenItIsTakenBack)
         references.set_value(alarm.use_count());
     });
     EXPECT_EQ(references.get_future().get(), 1);
+}
+
+TEST_F(TimerTest, isReleasedByItsOwnWorkWhenThePoolIsShutDown)
+{
+    auto context = pool.context(QualityOfService::UserInitiated);
+    auto owned = std::make_shared<Timer>(context);
+    const std::weak_ptr<Timer> released = owned;
+    owned->start(strandOf(*queue), 24h, [owned] { FAIL(); });
+    owned.reset();
+    pool.shutdown();
+    EXPECT_TRUE(released.expired());
+}
+
+TEST_F(TimerTest, dropsWorkThatComesAfterTheShutdown)
+{
+    pool.shutdown();
+    const auto token = std::make_shared<int>(0);
+    timer.start(strandOf(*queue), 0ms, [token] { FAIL(); });
+    EXPECT_EQ(token.use_count(), 1);
 }
 
 TEST_F(TimerTest, canBeTakenBackByThePendingWorkOfAnotherAsItGoes)
