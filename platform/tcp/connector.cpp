@@ -11,6 +11,10 @@ namespace quillbox {
 
 namespace {
 
+/// How long a refused connection waits for addresses of the other family: a host without it does
+/// not always say so, and then its addresses are settled only after seconds.
+constexpr std::chrono::milliseconds kOtherFamilyLimit{500};
+
 /// The name without a trailing dot if it is resolved by multicast DNS (RFC 6762, section 3).
 std::optional<std::string> multicastName(const std::string& host)
 {
@@ -137,6 +141,7 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
 {
     // Without an engine no answer can come; another update follows when one is available.
     isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
+    timer_.cancel();
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
     const auto* host = endpoint_.host();
@@ -159,9 +164,19 @@ void Connector::setCandidates(const std::vector<Candidate>& candidates)
 
 void Connector::lose(const AddressRace::Outcome& outcome)
 {
-    // More addresses may follow; their update starts the race again.
-    if (!race_ || !isSettled_ || isLookingUp_)
+    if (!race_ || isLookingUp_)
         return;
+    // More addresses may follow; their update starts the race again.
+    if (!isSettled_) {
+        if (outcome.isFinal)
+            timer_.start(strandOf(*queue_), kOtherFamilyLimit,
+                         [weak = weak_from_this(), error = outcome.error] {
+                             const auto self = weak.lock();
+                             if (self && self->race_)
+                                 self->fail(error);
+                         });
+        return;
+    }
     if (outcome.isFinal) {
         fail(outcome.error);
         return;
