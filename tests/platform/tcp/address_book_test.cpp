@@ -3,6 +3,7 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -75,6 +76,14 @@ protected:
     {
         return book->resolve(service, queue,
                              [&told](const DnsSd::ResolveUpdate& update) { told.note(update); });
+    }
+
+    /// Lets time pass.
+    void wait(std::chrono::milliseconds pause)
+    {
+        std::promise<void> over;
+        queue->asyncAfter(pause, [&over] { over.set_value(); });
+        over.get_future().wait();
     }
 
     DispatchPool pool;
@@ -231,6 +240,29 @@ TEST_F(AddressBookTest, dropsAQuestionThatNobodyNeedsForAWhile)
     EXPECT_TRUE(dnsSd.waitForStanding(0, kPatience));
     const auto two = read(second);
     EXPECT_EQ(dnsSd.count(), 2U);
+}
+
+TEST_F(AddressBookTest, keepsAQuestionAsLongAfterItsLastUseAsAfterItsFirst)
+{
+    open(AddressBook::kFreshTime * 60, 1500ms);
+    read(first).reset();
+    wait(1000ms);
+    read(first).reset();
+    wait(1000ms);
+    const auto ask = read(first);
+    EXPECT_EQ(dnsSd.count(), 1U);
+}
+
+TEST_F(AddressBookTest, saysNothingWhileOneFamilyMayStillHaveAddresses)
+{
+    const auto ask = read(first);
+    auto update = found({});
+    update.isSettledIPv6 = false;
+    dnsSd.deliver(0, update);
+    update = found({});
+    dnsSd.deliver(0, update);
+    ASSERT_TRUE(first.waitFor(1));
+    EXPECT_EQ(first.at(0), update);
 }
 
 } // namespace quillbox
