@@ -2,7 +2,6 @@
 
 #include "platform/content.h"
 #include "platform/dispatch_queue.h"
-#include "platform/net_service.h"
 
 #include <cstddef>
 #include <functional>
@@ -21,8 +20,8 @@ inline constexpr std::size_t kMaximumContentSize = std::size_t{1024} * 1024;
 /// queue.
 ///
 /// `cancel` calls each pending completion with an error and then reports `Cancelled`, the last
-/// report. Bytes that were passed to `send` are still delivered, followed by the end of the stream;
-/// what the peer sends meanwhile is discarded.
+/// report. Bytes that were passed to `send` are still delivered, followed by the end of the stream,
+/// or by a reset (see `TcpParameters::client`); what the peer sends meanwhile is discarded.
 ///
 /// Destroying the last reference cancels the connection, without a report.
 class Connection {
@@ -64,9 +63,6 @@ public:
 
     /// Idempotent.
     virtual void cancel() = 0;
-
-    /// The address of the client of an accepted connection, until it is started; otherwise empty.
-    virtual SocketAddress clientAddress() const = 0;
 };
 
 } // namespace quillbox

@@ -20,10 +20,17 @@ namespace quillbox {
 struct TcpParameters {
     bool allowLocalEndpointReuse = false;
     bool includePeerToPeer = false;
-    /// The client on whose behalf an outgoing connection is opened. It fails if DNS-SD finds its
-    /// endpoint at that host: if records lead two relays to each other, each session of one would
-    /// otherwise open one at the other, without end.
-    SocketAddress client = {};
+    /// The accepted connection, not yet started, on whose behalf an outgoing connection is opened.
+    ///
+    /// The outgoing connection fails if DNS-SD finds its endpoint at the client's host: if records
+    /// lead two relays to each other, each session of one would otherwise open one at the other,
+    /// without end.
+    ///
+    /// When it is cancelled, it ends with a reset (RFC 9293, section 3.10.5) if the client has
+    /// reset its own connection, or if nothing went either way, not even the end of the endpoint's
+    /// stream. Otherwise a client could use up the local ports: for the side that ends a connection
+    /// in order, its port is not available for a minute (TIME-WAIT).
+    std::weak_ptr<Connection> client = {};
 };
 
 /// The system chooses a free port.

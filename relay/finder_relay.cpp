@@ -97,7 +97,7 @@ void FinderRelay::stopOnQueue()
 void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint& target)
 {
     const Uuid identifier = makeUuid();
-    auto opened = network.makeConnection(target, {.client = connection->clientAddress()});
+    auto opened = network.makeConnection(target, {.client = connection});
     const auto story = SessionStory::begin(log, advertisedName);
     if (story) {
         connection = story->watch(SessionStory::Side::FileBrowser, std::move(connection));

@@ -61,8 +61,6 @@ public:
 
     void cancel() override { connection->cancel(); }
 
-    SocketAddress clientAddress() const override { return connection->clientAddress(); }
-
 private:
     const std::shared_ptr<SessionStory> story;
     const Side side;

@@ -85,15 +85,18 @@ void AddressRace::stop()
     isStopped_ = true;
     timer_.cancel();
     closeAll();
-    winner_.reset();
     handlers_ = {};
 }
 
-/// A pending attempt keeps its entry alive until its socket is closed.
+/// A pending attempt keeps its entry alive until its socket is closed. One that has connected by
+/// now is reset, so that its local port is not kept in TIME-WAIT.
 void AddressRace::closeAll()
 {
-    for (const auto& entry : entries_)
+    for (const auto& entry : entries_) {
+        if (entry->socket)
+            resetOnClose(entry->socket->descriptor());
         entry->socket.reset();
+    }
     entries_.clear();
 }
 
@@ -176,6 +179,11 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         settle(entry, entry->permission.refusal);
         return;
     }
+    auto place = context_->sockets->open();
+    if (!place) {
+        settle(entry, std::make_error_code(std::errc::too_many_files_open));
+        return;
+    }
     std::error_code error;
     const int descriptor = openStreamSocket(familyOf(address), error);
     if (error) {
@@ -189,7 +197,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         error = beginConnect(descriptor, address);
     // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
     entry->socket =
-        Socket::adopt(context_->pool, descriptor, context_->sockets, Watch::For::ReadingAndWriting);
+        Socket::adopt(context_->pool, descriptor, std::move(place), Watch::For::ReadingAndWriting);
     if (!entry->socket)
         error = std::make_error_code(std::errc::not_enough_memory);
     if (error != std::errc::operation_in_progress) {

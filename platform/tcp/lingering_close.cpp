@@ -25,13 +25,14 @@ constexpr std::chrono::milliseconds kLongestLook{500};
 class LingeringClose final : public std::enable_shared_from_this<LingeringClose> {
 public:
     LingeringClose(std::shared_ptr<PoolContext> pool, std::shared_ptr<ChunkPool> chunks,
-                   std::unique_ptr<Socket> socket, Unsent unsent)
+                   std::unique_ptr<Socket> socket, Unsent unsent, Ending ending)
         : pool_(std::move(pool)),
           chunks_(std::move(chunks)),
           strand_(pool_->makeStrand()),
           timer_(pool_),
           socket_(std::move(socket)),
-          unsent_(std::move(unsent))
+          unsent_(std::move(unsent)),
+          ending_(ending)
     {
     }
 
@@ -63,7 +64,9 @@ private:
         if (!socket_)
             return;
         unsent_ = {};
-        shutDownSending(socket_->descriptor());
+        // A reset after the end of the stream would come too late to keep the local port usable.
+        if (ending_ == Ending::EndOfStream)
+            shutDownSending(socket_->descriptor());
     }
 
     void discard()
@@ -122,6 +125,8 @@ private:
         }
         timer_.cancel();
         unsent_ = {};
+        if (ending_ == Ending::Reset)
+            resetOnClose(socket_->descriptor());
         socket_.reset();
     }
 
@@ -131,6 +136,7 @@ private:
     Timer timer_;
     std::unique_ptr<Socket> socket_;
     Unsent unsent_;
+    const Ending ending_;
     std::size_t discarded_ = 0;
     std::chrono::milliseconds pause_ = kFirstLook;
     std::pair<std::size_t, std::size_t> lastProgress_;
@@ -140,18 +146,23 @@ private:
 } // namespace
 
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool resetMatters)
+                 Unsent unsent, bool resetMatters, Ending ending)
 {
+    const int descriptor = socket->descriptor();
+    const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
+    if (ending == Ending::Reset && isDelivered) {
+        resetOnClose(descriptor);
+        return;
+    }
     // After close(2) the kernel still delivers its send buffer, unless input causes a reset.
     if (unsent.isNothing() && !resetMatters)
         return;
-    const int descriptor = socket->descriptor();
-    if (unsent.isNothing() && unacknowledgedBytes(descriptor) == 0 && unreadBytes(descriptor) == 0)
+    if (isDelivered && unreadBytes(descriptor) == 0)
         return;
     if (context->pool->isShutDown() || isDead(descriptor))
         return;
     auto closing = std::make_shared<LingeringClose>(context->pool, context->chunks,
-                                                    std::move(socket), std::move(unsent));
+                                                    std::move(socket), std::move(unsent), ending);
     closing->start();
 }
 

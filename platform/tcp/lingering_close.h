@@ -8,15 +8,18 @@
 
 namespace quillbox {
 
+/// How a connection ends after its last bytes: regularly, or with a reset.
+enum class Ending { EndOfStream, Reset };
+
 /// Closes a connection without losing bytes that were accepted for sending: sends the rest and the
-/// end of the stream, and closes the socket once the peer has acknowledged everything. A plain
-/// close(2) is not enough, because unread or later input makes the kernel reset the connection and
-/// discard undelivered data.
+/// ending, and closes the socket once the peer has acknowledged everything. A plain close(2) is not
+/// enough, because unread or later input makes the kernel reset the connection and discard
+/// undelivered data.
 ///
 /// Meanwhile input is discarded, at most 64 MiB. Gives up when the peer accepts nothing for 30
 /// seconds. Runs in the background on the pool; if there is nothing to wait for, the socket is
 /// closed before this returns. `resetMatters`: whether something was sent and input may be left.
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool resetMatters);
+                 Unsent unsent, bool resetMatters, Ending ending);
 
 } // namespace quillbox

@@ -3,27 +3,17 @@
 namespace quillbox {
 
 std::unique_ptr<Socket> Socket::adopt(std::shared_ptr<PoolContext> context, int descriptor,
-                                      std::shared_ptr<SocketLedger> ledger, Watch::For what)
+                                      std::optional<SocketLedger::Place> place, Watch::For what)
 {
     std::error_code error;
     auto watch = Watch::adopt(std::move(context), descriptor, what, error);
-    return watch ? std::unique_ptr<Socket>(new Socket(std::move(watch), std::move(ledger)))
+    return watch ? std::unique_ptr<Socket>(new Socket(std::move(place), std::move(watch)))
                  : nullptr;
 }
 
-Socket::Socket(std::unique_ptr<Watch> watch, std::shared_ptr<SocketLedger> ledger)
-    : watch_(std::move(watch)), ledger_(std::move(ledger))
+Socket::Socket(std::optional<SocketLedger::Place> place, std::unique_ptr<Watch> watch)
+    : place_(std::move(place)), watch_(std::move(watch))
 {
-    if (ledger_)
-        ledger_->noteOpened();
-}
-
-Socket::~Socket()
-{
-    // The socket is counted until it is closed.
-    watch_.reset();
-    if (ledger_)
-        ledger_->noteClosed();
 }
 
 } // namespace quillbox

@@ -5,6 +5,7 @@
 #include "platform/tcp/socket_ledger.h"
 
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace quillbox {
@@ -14,12 +15,10 @@ namespace quillbox {
 class Socket final {
 public:
     /// Takes ownership of the file descriptor. If it cannot be watched, closes it and returns null.
-    /// `ledger` counts the sockets of connections; null for listeners.
+    /// `place` counts the socket of a connection until it is closed; none for listeners.
     static std::unique_ptr<Socket> adopt(std::shared_ptr<PoolContext> context, int descriptor,
-                                         std::shared_ptr<SocketLedger> ledger,
+                                         std::optional<SocketLedger::Place> place,
                                          Watch::For what = Watch::For::Reading);
-
-    ~Socket();
 
     Socket(const Socket&) = delete;
     Socket& operator=(const Socket&) = delete;
@@ -56,10 +55,10 @@ public:
     void cancelWaits() { watch_->cancelWaits(); }
 
 private:
-    Socket(std::unique_ptr<Watch> watch, std::shared_ptr<SocketLedger> ledger);
+    Socket(std::optional<SocketLedger::Place> place, std::unique_ptr<Watch> watch);
 
-    std::unique_ptr<Watch> watch_;
-    const std::shared_ptr<SocketLedger> ledger_;
+    const std::optional<SocketLedger::Place> place_; ///< destroyed after `watch_` closes the socket
+    const std::unique_ptr<Watch> watch_;
 };
 
 } // namespace quillbox

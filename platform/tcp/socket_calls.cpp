@@ -10,8 +10,17 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
+#include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+// Missing in the headers of the C library.
+#ifndef IP_LOCAL_PORT_RANGE // since Linux 6.3
+#define IP_LOCAL_PORT_RANGE 51
+#endif
+#ifndef TCP_RTO_MAX_MS // since Linux 6.15
+#define TCP_RTO_MAX_MS 44
+#endif
 
 namespace quillbox {
 
@@ -20,6 +29,12 @@ namespace {
 constexpr int kKeepAliveIdleSeconds = 60;
 constexpr int kKeepAliveIntervalSeconds = 15;
 constexpr int kKeepAliveProbes = 4;
+
+/// The longest pause between two retransmissions. The kernel repeats 15 times (tcp_retries2), so it
+/// gives up a peer that acknowledges nothing after about 112 seconds, about as long as keep-alive
+/// gives an idle one; otherwise it takes 15 minutes. TCP_USER_TIMEOUT would also end sessions whose
+/// peer is alive, but does not read.
+constexpr int kLongestRetransmissionPauseMs = 10'000;
 
 /// The number of SYN retransmissions before the attempt times out, after about 20 seconds (15
 /// before Linux 6.5). By default this takes more than two minutes, with pauses of up to one minute
@@ -40,6 +55,22 @@ std::size_t countOf(int socket, unsigned long request)
 {
     int count = 0;
     return ::ioctl(socket, request, &count) == 0 ? static_cast<std::size_t>(std::max(count, 0)) : 0;
+}
+
+/// Narrows the ports from which the kernel chooses one to a random part of the usual range. The
+/// kernel ignores a part that is outside the range of this system.
+void chooseLocalPorts(int socket)
+{
+    constexpr std::uint32_t kFirst = 32768;
+    constexpr std::uint32_t kLast = 60999;
+    // Takes a quarter of a millisecond to search, and is hardly ever in use as a whole.
+    constexpr std::uint32_t kCount = 512;
+    std::uint16_t random = 0;
+    if (::getrandom(&random, sizeof random, GRND_NONBLOCK) != sizeof random)
+        return;
+    const std::uint32_t low = kFirst + random % (kLast + 2 - kFirst - kCount);
+    setOption(socket, IPPROTO_IP, IP_LOCAL_PORT_RANGE,
+              static_cast<int>((low + kCount - 1) << 16U | low));
 }
 
 /// Accepts only connections over the loopback interface. Binding to a loopback address is not
@@ -95,11 +126,21 @@ int openStreamSocket(int family, std::error_code& error)
     return socket;
 }
 
-int acceptStreamSocket(int listener, std::error_code& error)
+int acceptStreamSocket(int listener, SocketAddress& client, std::error_code& error)
 {
-    const int socket = ::accept4(listener, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    client.resize(sizeof(sockaddr_in6));
+    auto size = static_cast<socklen_t>(client.size());
+    const int socket = ::accept4(listener, reinterpret_cast<sockaddr*>(client.data()), &size,
+                                 SOCK_NONBLOCK | SOCK_CLOEXEC);
     error = socket < 0 ? lastError() : std::error_code();
-    return socket;
+    if (socket < 0)
+        return -1;
+    client.resize(size);
+    if (!isDead(socket))
+        return socket;
+    ::close(socket);
+    error = std::make_error_code(std::errc::connection_aborted);
+    return -1;
 }
 
 void setConnectionOptions(int socket)
@@ -110,6 +151,7 @@ void setConnectionOptions(int socket)
     setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
+    setOption(socket, IPPROTO_TCP, TCP_RTO_MAX_MS, kLongestRetransmissionPauseMs);
     // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
     setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
 }
@@ -134,6 +176,7 @@ std::error_code bindToInterface(int socket, int interfaceIndex)
 std::error_code beginConnect(int socket, const SocketAddress& address)
 {
     setOption(socket, IPPROTO_TCP, TCP_SYNCNT, kConnectRetries);
+    chooseLocalPorts(socket);
     const auto result = ::connect(socket, reinterpret_cast<const sockaddr*>(address.data()),
                                   static_cast<socklen_t>(address.size()));
     if (result == 0)
@@ -144,36 +187,30 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
 
 bool isSelfConnected(int socket, std::uint16_t port)
 {
-    if (localPort(socket) != port)
+    const auto local = localAddress(socket);
+    if (portOf(local) != port)
         return false;
-    SocketAddress local(sizeof(sockaddr_in6));
-    SocketAddress remote(sizeof(sockaddr_in6));
-    auto localSize = static_cast<socklen_t>(local.size());
-    auto remoteSize = static_cast<socklen_t>(remote.size());
-    if (::getsockname(socket, reinterpret_cast<sockaddr*>(local.data()), &localSize) != 0
-        || ::getpeername(socket, reinterpret_cast<sockaddr*>(remote.data()), &remoteSize) != 0)
-        return false;
-    return localSize == remoteSize && local == remote;
-}
-
-SocketAddress remoteAddress(int socket)
-{
     SocketAddress remote(sizeof(sockaddr_in6));
     auto size = static_cast<socklen_t>(remote.size());
     if (::getpeername(socket, reinterpret_cast<sockaddr*>(remote.data()), &size) != 0)
-        return {};
+        return false;
     remote.resize(size);
-    return remote;
+    return local == remote;
 }
 
-std::uint16_t localPort(int socket)
+SocketAddress localAddress(int socket)
 {
     SocketAddress local(sizeof(sockaddr_in6));
     auto size = static_cast<socklen_t>(local.size());
     if (::getsockname(socket, reinterpret_cast<sockaddr*>(local.data()), &size) != 0)
-        return 0;
+        return {};
     local.resize(size);
-    return portOf(local);
+    return local;
+}
+
+std::uint16_t localPort(int socket)
+{
+    return portOf(localAddress(socket));
 }
 
 std::error_code takeSocketError(int socket)
@@ -221,6 +258,12 @@ bool isDead(int socket)
 void shutDownSending(int socket)
 {
     ::shutdown(socket, SHUT_WR);
+}
+
+void resetOnClose(int socket)
+{
+    constexpr linger kAtOnce{.l_onoff = 1, .l_linger = 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &kAtOnce, sizeof kAtOnce);
 }
 
 } // namespace quillbox

@@ -17,8 +17,9 @@ namespace quillbox {
 int openStreamSocket(int family, std::error_code& error);
 
 /// Accepts one connection as a non-blocking, close-on-exec socket, which inherits the options of
-/// the listening socket; -1 and an error on failure.
-int acceptStreamSocket(int listener, std::error_code& error);
+/// the listening socket, and gets its client's address; -1 and an error on failure, which is
+/// `connection_aborted` for a connection that its client has reset by now.
+int acceptStreamSocket(int listener, SocketAddress& client, std::error_code& error);
 
 /// Sets the options that every connection has (see `TcpParameters`).
 void setConnectionOptions(int socket);
@@ -32,7 +33,10 @@ int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& er
 /// which needs no privilege since Linux 5.7).
 std::error_code bindToInterface(int socket, int interfaceIndex);
 
-/// Starts connecting; `operation_in_progress` if the result is still pending.
+/// Starts connecting, from a port of a random part of the ephemeral range: the kernel would search
+/// all of it, which takes milliseconds when thousands of ports to this address are in use or in
+/// TIME-WAIT. (Linux before 6.3 searches all of it nevertheless.) `operation_in_progress` if the
+/// result is still pending.
 std::error_code beginConnect(int socket, const SocketAddress& address);
 
 /// Whether a socket that connected to `port` is connected to itself. This happens if `port` is in
@@ -41,8 +45,8 @@ bool isSelfConnected(int socket, std::uint16_t port);
 
 std::uint16_t localPort(int socket);
 
-/// Empty if the socket is not connected.
-SocketAddress remoteAddress(int socket);
+/// The socket's own address; empty if it cannot be read.
+SocketAddress localAddress(int socket);
 
 /// Reads the pending error of the socket, which clears it (SO_ERROR).
 std::error_code takeSocketError(int socket);
@@ -64,5 +68,8 @@ std::size_t unacknowledgedBytes(int socket);
 bool isDead(int socket);
 
 void shutDownSending(int socket);
+
+/// Lets close(2) reset the connection and drop what has not been delivered (SO_LINGER).
+void resetOnClose(int socket);
 
 } // namespace quillbox

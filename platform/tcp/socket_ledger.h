@@ -1,36 +1,64 @@
 #pragma once
 
+#include "platform/net_service.h"
+
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <functional>
+#include <map>
+#include <memory>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
 namespace quillbox {
 
-/// Counts the open sockets of connections. Thread-safe.
-class SocketLedger final {
-public:
-    void noteOpened()
-    {
-        const std::lock_guard lock(mutex_);
-        ++open_;
-    }
+/// Counts the open sockets of connections, and bounds how many of them clients may cause. A host
+/// may have as many accepted connections as there are sockets left: the more hosts there are, the
+/// fewer has each, and no host takes all. Thread-safe.
+class SocketLedger final : public std::enable_shared_from_this<SocketLedger> {
+    using Hosts = std::map<SocketAddress, std::size_t>;
 
-    void noteClosed()
-    {
-        std::vector<std::function<void()>> waiting;
+public:
+    /// Counts one socket as open until it is destroyed.
+    class Place final {
+    public:
+        Place(Place&&) noexcept = default;
+        Place& operator=(Place&&) = delete;
+        ~Place()
         {
-            const std::lock_guard lock(mutex_);
-            --open_;
-            waiting.swap(waiting_);
-            closed_.notify_all();
+            if (ledger_)
+                ledger_->free(host_);
         }
-        for (const auto& each : waiting)
-            each();
-    }
+
+    private:
+        friend class SocketLedger;
+
+        Place(std::shared_ptr<SocketLedger> ledger, std::optional<Hosts::iterator> host)
+            : ledger_(std::move(ledger)), host_(host)
+        {
+        }
+
+        std::shared_ptr<SocketLedger> ledger_;
+        std::optional<Hosts::iterator> host_; ///< of an accepted connection
+    };
+
+    /// `most`: how many sockets the sessions of other computers may use. Those of this computer may
+    /// use an eighth more.
+    explicit SocketLedger(std::size_t most) : most_(most), mostWithOwn_(most + most / 8) {}
+
+    /// Four of five file descriptors that this process may open, but no more than 16,384: a host
+    /// alone can have 5,461 sessions, of two sockets each.
+    static std::size_t defaultMost();
+
+    /// A place for an outgoing connection; none if no sockets are left.
+    std::optional<Place> open();
+
+    /// A place for an accepted connection; none if its client's host has too many. `client`: any
+    /// port. `isOwn`: whether the client is on this computer.
+    std::optional<Place> admit(const SocketAddress& client, bool isOwn);
 
     /// Calls `work` once, after the next socket has been closed, on the thread that closes it.
     void afterNextClose(std::function<void()> work)
@@ -52,9 +80,14 @@ public:
     }
 
 private:
+    void free(const std::optional<Hosts::iterator>& host);
+
+    const std::size_t most_;
+    const std::size_t mostWithOwn_;
     mutable std::mutex mutex_;
     std::condition_variable closed_;
     std::size_t open_ = 0;
+    Hosts hosts_; ///< how many accepted connections each host has; their addresses have port 0
     std::vector<std::function<void()>> waiting_;
 };
 

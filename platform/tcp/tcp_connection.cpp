@@ -17,14 +17,17 @@ namespace {
 class ConnectionCore final : public std::enable_shared_from_this<ConnectionCore> {
 public:
     ConnectionCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> accepted,
-                   std::unique_ptr<CountedSession> session)
-        : context_(std::move(context)), accepted_(std::move(accepted)), session_(std::move(session))
+                   SocketAddress peer, std::unique_ptr<CountedSession> session)
+        : context_(std::move(context)),
+          accepted_(std::move(accepted)),
+          peer_(std::move(peer)),
+          session_(std::move(session))
     {
     }
 
     ConnectionCore(std::shared_ptr<TcpContext> context, const Endpoint& endpoint,
-                   SocketAddress client)
-        : context_(std::move(context)), endpoint_(endpoint), client_(std::move(client))
+                   const std::shared_ptr<ConnectionCore>& client)
+        : context_(std::move(context)), endpoint_(endpoint), client_(client)
     {
     }
 
@@ -70,11 +73,6 @@ public:
         close();
         if (queue_)
             reportCancelled();
-    }
-
-    SocketAddress clientAddress() const
-    {
-        return accepted_ ? remoteAddress(accepted_->descriptor()) : SocketAddress();
     }
 
     /// Called on any thread when the owner is destroyed.
@@ -129,8 +127,9 @@ private:
     void connect()
     {
         report(Connection::State::Preparing, {});
+        const auto client = client_.lock();
         connector_ = std::make_shared<Connector>(
-            context_, queue_, *endpoint_, client_,
+            context_, queue_, *endpoint_, client ? client->peer_ : SocketAddress(),
             Connector::Handlers{.waiting =
                                     [weak = weak_from_this()](std::error_code error) {
                                         if (const auto self = weak.lock())
@@ -157,7 +156,17 @@ private:
         if (connector_)
             connector_->stop();
         if (stream_)
-            stream_->close();
+            stream_->close(ending());
+    }
+
+    /// See `TcpParameters::client`.
+    Ending ending() const
+    {
+        if (!endpoint_)
+            return Ending::EndOfStream;
+        const auto client = client_.lock();
+        const bool wasReset = client && client->stream_ && client->stream_->wasReset();
+        return wasReset || !stream_->wasUsed() ? Ending::Reset : Ending::EndOfStream;
     }
 
     std::error_code refusal() const
@@ -168,9 +177,10 @@ private:
 
     const std::shared_ptr<TcpContext> context_;
     std::unique_ptr<Socket> accepted_;        ///< of an accepted connection, until `start`
+    const SocketAddress peer_;                ///< of an accepted connection
     std::unique_ptr<CountedSession> session_; ///< of an accepted connection, until `start`
-    const std::optional<Endpoint> endpoint_;
-    const SocketAddress client_; ///< see `TcpParameters`
+    const std::optional<Endpoint> endpoint_;  ///< none for an accepted connection
+    const std::weak_ptr<ConnectionCore> client_;
     std::shared_ptr<DispatchQueue> queue_;
     Connection::StateUpdateHandler handler_;
     std::shared_ptr<Connector> connector_;
@@ -205,7 +215,7 @@ public:
 
     void cancel() override { core_->cancel(); }
 
-    SocketAddress clientAddress() const override { return core_->clientAddress(); }
+    const std::shared_ptr<ConnectionCore>& core() const { return core_; }
 
 private:
     const std::shared_ptr<ConnectionCore> core_;
@@ -215,17 +225,20 @@ private:
 
 std::shared_ptr<Connection> makeAcceptedConnection(std::shared_ptr<TcpContext> context,
                                                    std::unique_ptr<Socket> socket,
+                                                   SocketAddress client,
                                                    std::unique_ptr<CountedSession> session)
 {
     return std::make_shared<TcpConnection>(std::make_shared<ConnectionCore>(
-        std::move(context), std::move(socket), std::move(session)));
+        std::move(context), std::move(socket), std::move(client), std::move(session)));
 }
 
 std::shared_ptr<Connection> makeOutgoingConnection(std::shared_ptr<TcpContext> context,
-                                                   const Endpoint& endpoint, SocketAddress client)
+                                                   const Endpoint& endpoint,
+                                                   const std::weak_ptr<Connection>& client)
 {
-    return std::make_shared<TcpConnection>(
-        std::make_shared<ConnectionCore>(std::move(context), endpoint, std::move(client)));
+    const auto accepted = std::dynamic_pointer_cast<TcpConnection>(client.lock());
+    return std::make_shared<TcpConnection>(std::make_shared<ConnectionCore>(
+        std::move(context), endpoint, accepted ? accepted->core() : nullptr));
 }
 
 } // namespace quillbox

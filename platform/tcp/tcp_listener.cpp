@@ -2,6 +2,7 @@
 
 #include "platform/dispatch/timer.h"
 #include "platform/standard_error.h"
+#include "platform/tcp/dialable_address.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
@@ -11,21 +12,26 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace quillbox {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::chrono::milliseconds kAcceptPause{200};
 
-/// A pause within this time of the previous one is not reported again: a connection accepted in
+/// A shortage within this time of the previous one is not reported again: a connection accepted in
 /// between may have used up the resources again.
 constexpr std::chrono::minutes kSameShortage{1};
 
-/// The maximum number of connections accepted per event-loop iteration, so that a flood of them
-/// does not block the other work of the queue.
-constexpr int kAcceptAtOnce = 64;
+/// Accepting a connection, and the dial that follows, takes as long as moving this many bytes. The
+/// event loop's limit for these ends a turn after four connections, so that a flood of them does
+/// not hold up sessions of this and other relays.
+constexpr std::size_t kCostInBytes = 64UL * 1024;
+constexpr int kAcceptAtOnce = 4;
 
 /// Errors that concern only the connection being accepted (accept(2)); accepting continues.
 bool isOfOneConnection(int error)
@@ -170,9 +176,10 @@ private:
     {
         for (int count = 0; socket_ && count < kAcceptAtOnce; ++count) {
             std::error_code error;
-            const int descriptor = acceptStreamSocket(socket_->descriptor(), error);
+            SocketAddress client;
+            const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
             if (!error) {
-                takeConnection(descriptor);
+                takeConnection(descriptor, std::move(client));
             } else if (error == std::errc::operation_would_block) {
                 socket_->waitReadable(strandOf(*queue_),
                                       [self = shared_from_this()](const std::error_code& failure) {
@@ -190,24 +197,43 @@ private:
     }
 
     /// The handler may cancel or destroy the listener.
-    void takeConnection(int descriptor)
+    void takeConnection(int descriptor, SocketAddress client)
     {
-        auto socket = Socket::adopt(context_->pool, descriptor, context_->sockets);
-        if (!socket || !connectionHandler_ || !traffic_)
+        context_->pool->noteMoved(kCostInBytes);
+        auto place = context_->sockets->admit(client, isOwn(descriptor, client));
+        if (!place) {
+            tellShortage(lastRefusal_, "refusing connections of a host that has too many");
+            resetOnClose(descriptor);
+        }
+        const bool isAdmitted = place.has_value();
+        auto socket = Socket::adopt(context_->pool, descriptor, std::move(place));
+        if (!isAdmitted || !socket || !connectionHandler_ || !traffic_)
             return;
         const auto handler = connectionHandler_;
-        handler(makeAcceptedConnection(context_, std::move(socket),
+        handler(makeAcceptedConnection(context_, std::move(socket), std::move(client),
                                        std::make_unique<CountedSession>(traffic_)));
+    }
+
+    /// Whether the client is on this computer: then it has the address that it connected to, or,
+    /// with the loopback interface, one of 127.0.0.0/8.
+    static bool isOwn(int descriptor, const SocketAddress& client)
+    {
+        return isLoopback(client) || isSameHost(client, localAddress(descriptor));
+    }
+
+    static void tellShortage(std::optional<Clock::time_point>& last, const std::string& text)
+    {
+        const auto now = Clock::now();
+        const auto before = std::exchange(last, now);
+        if (!before || now - *before > kSameShortage)
+            printToStandardError("quillbox-helper: " + text);
     }
 
     /// Retries after a pause instead of waiting for events: the watch is edge-triggered and reports
     /// nothing for connections that are already in the backlog.
     void pauseAccepting(std::error_code error)
     {
-        const auto now = std::chrono::steady_clock::now();
-        const auto before = std::exchange(lastPause_, now);
-        if (!before || now - *before > kSameShortage)
-            printToStandardError("quillbox-helper: cannot accept connections: " + error.message());
+        tellShortage(lastPause_, "cannot accept connections: " + error.message());
         if (!std::exchange(isAwaitingClose_, true))
             context_->sockets->afterNextClose([weak = weak_from_this()] {
                 const auto self = weak.lock();
@@ -261,7 +287,8 @@ private:
     std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
     bool isCancelled_ = false;
     bool hasFailed_ = false;
-    std::optional<std::chrono::steady_clock::time_point> lastPause_;
+    std::optional<Clock::time_point> lastPause_;
+    std::optional<Clock::time_point> lastRefusal_;
     bool isAwaitingClose_ = false;
     bool isPausing_ = false;
 };
@@ -305,7 +332,7 @@ std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
     if (error)
         return nullptr;
     const auto chosenPort = localPort(descriptor);
-    auto socket = Socket::adopt(context->pool, descriptor, nullptr);
+    auto socket = Socket::adopt(context->pool, descriptor, std::nullopt);
     if (!socket) {
         error = std::make_error_code(std::errc::not_enough_memory);
         return nullptr;

@@ -1,7 +1,5 @@
 #include "platform/tcp/tcp_stream.h"
 
-#include "platform/tcp/lingering_close.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -183,6 +181,7 @@ void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery deli
         content = Content(std::move(receive.piped));
     else if (receive.chunk && receive.chunk->size() > 0)
         content = Content(std::move(receive.chunk));
+    hasReceived_ = hasReceived_ || !content.isEmpty();
     if (session_)
         session_->noteReceived(content.size());
     deliver(delivery,
@@ -294,7 +293,7 @@ bool TcpStream::hasMoreToRead()
     return hasRead_ && unreadBytes(socket_->descriptor()) > 0;
 }
 
-void TcpStream::close()
+void TcpStream::close(Ending ending)
 {
     if (!socket_)
         return;
@@ -307,7 +306,7 @@ void TcpStream::close()
         endSend(canceled(), Delivery::Posted);
     session_.reset();
     // After the end of the peer's stream there is no unread input that could cause a reset.
-    closeGently(context_, std::move(socket_), std::move(unsent), hasSent_ && !hasEnded_);
+    closeGently(context_, std::move(socket_), std::move(unsent), hasSent_ && !hasEnded_, ending);
 }
 
 } // namespace quillbox

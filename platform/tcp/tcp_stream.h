@@ -2,6 +2,7 @@
 
 #include "platform/connection.h"
 #include "platform/tcp/chunk_pool.h"
+#include "platform/tcp/lingering_close.h"
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
@@ -44,8 +45,15 @@ public:
                  Connection::ReceiveCompletion completion);
     void send(Content content, Connection::SendCompletion completion);
 
+    /// Whether the peer has reset the connection, as far as a read, a write or the watch of `open`
+    /// has found. Also after `close`.
+    bool wasReset() const { return error_ == std::errc::connection_reset; }
+
+    /// Whether a byte was sent or received, or the peer has ended its stream. Also after `close`.
+    bool wasUsed() const { return hasSent_ || hasReceived_ || hasEnded_; }
+
     /// Completes pending operations with an error and closes the socket by `closeGently`.
-    void close();
+    void close(Ending ending);
 
 private:
     /// A completion never runs inside the `receive` or `send` that it was passed to: if the result
@@ -100,6 +108,7 @@ private:
     bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
     bool hasRead_ = false;   ///< `receive` was called
     bool hasSent_ = false;
+    bool hasReceived_ = false;
 };
 
 } // namespace quillbox

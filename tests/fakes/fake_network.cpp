@@ -1,7 +1,5 @@
 #include "tests/fakes/fake_network.h"
 
-#include "tests/fakes/socket_addresses.h"
-
 #include <algorithm>
 #include <utility>
 
@@ -311,7 +309,6 @@ FakeNetwork::~FakeNetwork()
 std::shared_ptr<FakeConnection> FakeNetwork::makeAcceptedConnection()
 {
     auto connection = std::make_shared<FakeConnection>();
-    connection->client = ipv4Address("192.0.2.50", 50000);
     made_.push_back(connection);
     return connection;
 }

@@ -35,7 +35,6 @@ public:
     void receive(std::size_t least, std::size_t most, ReceiveCompletion completion) override;
     void send(Content content, SendCompletion completion) override;
     void cancel() override;
-    SocketAddress clientAddress() const override { return client; }
 
     /// Queues a state report.
     void report(State state, std::error_code error = {});
@@ -55,8 +54,7 @@ public:
 
     std::optional<Endpoint> endpoint;        ///< none for an accepted connection
     std::optional<TcpParameters> parameters; ///< none for an accepted connection
-    SocketAddress client;
-    std::shared_ptr<DispatchQueue> queue; ///< null until it is started
+    std::shared_ptr<DispatchQueue> queue;    ///< null until it is started
     bool hasStateHandler = false;
     bool isReceiving = false;
     bool isSending = false;

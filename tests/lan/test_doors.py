@@ -130,46 +130,75 @@ def test_a_record_of_another_network_is_used_if_its_router_is_where_the_record_a
     assert first_bytes(caller, 10)[1] == "b'hello\\n'"
 
 
-def relay_ports(computers, onlooker):
-    """The ports of the relays "Quillbox A" and "Quillbox B" of two computers, by the computer and
-    that name. The second one of a name has been renamed."""
-    ports = {}
-    for name in ("Quillbox A", "Quillbox B"):
-        for shown in (name, name + " #2"):
-            found = onlooker.wait("resolved", shown, limit(15))
-            (place,) = [each for each in computers if each.address4 in found["addresses"]]
-            ports[place, name] = found["port"]
-    return ports
-
-
 def descriptors(helper):
     return len(os.listdir(f"/proc/{helper.pid}/fd"))
+
+
+def lead_in_a_circle(places, helpers, stranger, onlooker):
+    """Announces as many phones as there are computers, whose records lead the relay of each phone to
+    that of the next phone on the next computer. Returns the port of the first relay."""
+    names = [f"Quillbox {letter}" for letter in "ABC"[: len(places)]]
+    for name in names:
+        stranger.announce(name, host=name[-1], addresses=["10.77.0.201"], port=9)
+    for helper in helpers:
+        helper.wait_status(visible(len(names)))
+    ports = {}
+    for name in names:
+        # All but one of a name have been renamed.
+        for shown in (name, *(f"{name} #{number + 2}" for number in range(len(places) - 1))):
+            found = onlooker.wait("resolved", shown, limit(25))
+            (place,) = [each for each in places if each.address4 in found["addresses"]]
+            ports[place, name] = found["port"]
+    for number, name in enumerate(names):
+        following = (number + 1) % len(names)
+        leads_to = places[following]
+        stranger.service_name = name
+        relay = ports[leads_to, names[following]]
+        stranger.change(host=name[-1], addresses=[leads_to.address4], port=relay)
+    return ports[places[0], names[0]]
 
 
 def test_relays_of_two_computers_that_records_lead_to_each_other_refuse(
     computer, onlooker, stranger, lan
 ):
     """Otherwise each session of one would open a session of the other, without end."""
-    other = lan.host("other", of=Computer)
-    helpers = [place.helper() for place in (computer, other)]
-    for name in ("Quillbox A", "Quillbox B"):
-        stranger.announce(name, host=name[-1], addresses=["10.77.0.201"], port=9)
-    for helper in helpers:
-        helper.wait_status(visible(2))
-    ports = relay_ports((computer, other), onlooker)
-    for name, leads_to, relay in (
-        ("Quillbox A", other, ports[other, "Quillbox B"]),
-        ("Quillbox B", computer, ports[computer, "Quillbox A"]),
-    ):
-        stranger.service_name = name
-        stranger.change(host=name[-1], addresses=[leads_to.address4], port=relay)
+    places = [computer, lan.host("other", of=Computer)]
+    helpers = [place.helper() for place in places]
+    relay = lead_in_a_circle(places, helpers, stranger, onlooker)
     before = [descriptors(helper) for helper in helpers]
 
-    caller = call(onlooker, computer.address4, ports[computer, "Quillbox A"])
+    caller = call(onlooker, computer.address4, relay)
 
     assert first_bytes(caller, 15)[1] == "b''", "refused, as nobody answers"
     for helper, count in zip(helpers, before):
         wait_until(lambda helper=helper, count=count: descriptors(helper) <= count + 4, 5)
+
+
+def test_a_circle_of_three_computers_ends_when_a_host_has_too_many_sessions(
+    bare_computer, onlooker, stranger, lan
+):
+    """With 1,000 descriptors, a host that is alone may have 267 sessions, of two sockets each; with
+    the usual limits 5,461."""
+    places = [bare_computer, *(lan.host(f"other{x}", of=Computer) for x in range(2))]
+    helpers = [place.helper(open_files=1000) for place in places]
+    relay = lead_in_a_circle(places, helpers, stranger, onlooker)
+    before = [descriptors(helper) for helper in helpers]
+    most = list(before)
+
+    caller = call(onlooker, bare_computer.address4, relay)
+
+    def is_over():
+        now = [descriptors(helper) for helper in helpers]
+        most[:] = map(max, most, now)
+        has_ended = any(line.text.startswith("first ") for line in caller.lines)
+        return has_ended and all(x <= y + 4 for x, y in zip(now, before))
+
+    wait_until(is_over, 40)
+    assert first_bytes(caller, 1)[1] == "b''", "refused, as nobody answers"
+    assert max(most) < 700, most
+    messages = [line.text for helper in helpers for line in helper.process.lines]
+    assert any("refusing connections" in text for text in messages)
+    assert not any("cannot accept" in text for text in messages), "out of descriptors"
 
 
 def test_the_user_may_type_any_address(computer, onlooker, container):

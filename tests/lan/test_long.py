@@ -1,5 +1,7 @@
 """Tests that take minutes, as they wait for TTLs and timeouts of the real protocols."""
 
+import platform
+import re
 import time
 
 import pytest
@@ -28,6 +30,23 @@ def test_an_idle_session_ends_within_two_minutes_of_its_phone_falling_silent(
     ended = client.wait_line(lambda line: line.text == "end", limit(130))
     assert ended.at - start < limit(125)
     assert helper.running()
+
+
+def test_a_session_with_unacknowledged_bytes_ends_within_two_minutes_of_its_phone_falling_silent(
+    lan, ends
+):
+    """Keep-alive does not look after these: the kernel gives up after a number of repetitions."""
+    if tuple(int(x) for x in re.findall(r"\d+", platform.release())[:2]) < (6, 15):
+        pytest.skip("the pauses between the repetitions can be limited since Linux 6.15")
+    browser, _ = ends.pair()
+    browser.settimeout(limit(130))
+    lan.cut(ends.phone)
+    start = time.monotonic()
+
+    browser.sendall(b"is anybody there?")
+
+    assert browser.recv(1) == b""
+    assert 60 < time.monotonic() - start < limit(125)
 
 
 def test_a_phone_with_the_usual_lifetimes_is_gone_after_its_host_records(

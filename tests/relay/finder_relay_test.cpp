@@ -209,7 +209,7 @@ TEST_F(FinderRelayTest, joinsAnAcceptedConnectionWithOneToTheTarget)
     EXPECT_EQ(outgoing->endpoint, kPhone);
     EXPECT_FALSE(outgoing->parameters->allowLocalEndpointReuse);
     EXPECT_FALSE(outgoing->parameters->includePeerToPeer);
-    EXPECT_EQ(outgoing->parameters->client, incoming->clientAddress());
+    EXPECT_EQ(outgoing->parameters->client.lock(), incoming);
     EXPECT_EQ(incoming->queue, dispatch.queue(0));
     EXPECT_EQ(outgoing->queue, dispatch.queue(0));
 

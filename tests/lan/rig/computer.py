@@ -117,11 +117,14 @@ class Computer(Host):
         with open(self.settings_file, encoding="utf-8") as file:
             return json.load(file)
 
-    def helper(self, *arguments, **environment):
-        """Starts the program."""
+    def helper(self, *arguments, open_files=None, **environment):
+        """Starts the program, with another limit of open files if there is one."""
         if not os.access(PROGRAM, os.X_OK):
             raise AssertionError(f"{PROGRAM} does not exist: build it first (./dev build)")
-        helper = Helper(self.start([PROGRAM, *arguments], env=self.environment(**environment)))
+        command = [PROGRAM, *arguments]
+        if open_files is not None:
+            command = ["prlimit", f"--nofile={open_files}:{open_files}", "--", *command]
+        helper = Helper(self.start(command, env=self.environment(**environment)))
         self._helpers.append(helper)
         return helper
 
@@ -146,10 +149,10 @@ class Computer(Host):
             complaint = COMPLAINT.search(helper.process.output())
             assert complaint is None, helper.process.output()
 
-    def manual_helper(self, host, port):
+    def manual_helper(self, host, port, **more):
         """Starts the program in manual mode with the phone's host and port."""
         self.write_settings({"automaticDiscovery": False, "host": host, "port": str(port)})
-        return self.helper()
+        return self.helper(**more)
 
     def helper_processes(self):
         """The process ids of all instances of the program in this host, their children included."""

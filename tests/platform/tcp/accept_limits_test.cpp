@@ -1,8 +1,11 @@
+#include "platform/tcp/socket_ledger.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <algorithm>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>
@@ -158,6 +161,36 @@ TEST(TcpListener, comesBackByItselfWhenDescriptorsAreFreeAgain)
     limit.lift();
     EXPECT_TRUE(harness.waitForAccepted(kRehearsed + 2, 2s));
     EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
+}
+
+TEST(TcpListener, refusesAHostThatHasTooManyConnections)
+{
+    std::unique_ptr<Harness> harness;
+    std::size_t most = 0;
+    {
+        const DescriptorLimit limit(100);
+        most = SocketLedger::defaultMost();
+        harness = std::make_unique<Harness>();
+    }
+    harness->listen();
+    testing::internal::CaptureStderr();
+    // This computer may have an eighth more than others, and half of that if it is alone.
+    const std::size_t admitted = (most + most / 8 + 1) / 2;
+    std::vector<Peer> peers;
+    for (std::size_t count = 0; count < admitted + 2; ++count)
+        peers.push_back(connectPeer(harness->listeningPort()));
+    bool isClean = true;
+    EXPECT_TRUE(peers.back().receiveAll(isClean).empty());
+    EXPECT_FALSE(isClean) << "reset";
+    EXPECT_EQ(harness->acceptedCount(), admitted);
+
+    harness->nextAccepted().reset();
+    ASSERT_TRUE(peers.front().receiveAll(isClean).empty());
+    peers.push_back(connectPeer(harness->listeningPort()));
+    EXPECT_TRUE(harness->waitForAccepted(admitted + 1));
+    const auto said = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
+    EXPECT_TRUE(said.starts_with("quillbox-helper: refusing connections")) << said;
 }
 
 TEST(TcpConnection, failsWhenThereIsNoDescriptorForIt)

@@ -3,10 +3,15 @@
 #include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_backstage.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -14,6 +19,8 @@
 namespace quillbox {
 
 namespace {
+
+using namespace std::chrono_literals;
 
 Candidate typed(const SocketAddress& address)
 {
@@ -40,6 +47,12 @@ public:
     {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, kPatience, [&] { return outcomes_.size() >= count; });
+    }
+
+    std::size_t count()
+    {
+        const std::lock_guard lock(mutex_);
+        return outcomes_.size();
     }
 
     AddressRace::Outcome at(std::size_t index)
@@ -69,11 +82,21 @@ protected:
         onQueue([&] { race->setCandidates(candidates); });
     }
 
+    /// Waits until that many sockets are open; false if it takes longer.
+    bool waitForSockets(std::size_t count, std::chrono::milliseconds atMost)
+    {
+        const auto end = std::chrono::steady_clock::now() + atMost;
+        while (context->sockets->openCount() < count && std::chrono::steady_clock::now() < end)
+            std::this_thread::yield();
+        return context->sockets->openCount() >= count;
+    }
+
+    std::promise<void> won; ///< at most once
     RaceLog lost;
     const std::shared_ptr<AddressRace> race = std::make_shared<AddressRace>(
         context, strandOf(*queue), SocketAddress(),
         AddressRace::Handlers{
-            .won = [](const std::unique_ptr<Socket>&) { ADD_FAILURE() << "connected"; },
+            .won = [this](const std::unique_ptr<Socket>&) { won.set_value(); },
             .lost = [this](const AddressRace::Outcome& outcome) { lost.note(outcome); }});
 };
 
@@ -85,6 +108,19 @@ TEST_F(AddressRaceTest, givesNoPreferenceAnyMoreToAnAddressThatFailed)
     ASSERT_TRUE(lost.waitFor(1));
     EXPECT_EQ(lost.at(0).error, std::errc::connection_refused);
     EXPECT_FALSE(context->provenAddresses.contains(address));
+}
+
+TEST_F(AddressRaceTest, dialsNothingWhenNoSocketIsLeft)
+{
+    const PeerListener phone;
+    std::vector<SocketLedger::Place> places;
+    while (auto place = context->sockets->open())
+        places.push_back(std::move(*place));
+    setCandidates({typed(phone.address())});
+    ASSERT_TRUE(lost.waitFor(1));
+    EXPECT_EQ(lost.at(0).error, std::errc::too_many_files_open);
+    EXPECT_TRUE(lost.at(0).isFinal);
+    EXPECT_FALSE(phone.isConnectedTo(0ms));
 }
 
 TEST_F(AddressRaceTest, tellsTheErrorOfAnAddressOnlyWhileThereAreAddresses)
@@ -106,11 +142,46 @@ TEST_F(AddressRaceTest, forgetsAnAddressThatWentAwayDuringTheAttemptWhenThatFail
     setCandidates({});
     settle();
     EXPECT_EQ(context->sockets->openCount(), 1U) << "the attempt goes on";
+    EXPECT_EQ(lost.count(), 0U);
     // The attempt is refused once the kernel sends its request again.
     silent.reset();
     ASSERT_TRUE(lost.waitFor(1));
     EXPECT_FALSE(lost.at(0).error) << lost.at(0).error.message();
     EXPECT_FALSE(lost.at(0).isFinal);
+}
+
+TEST_F(AddressRaceTest, givesNoPreferenceAnyMoreToAnAddressThatWasSlowerThanTheWinner)
+{
+    const SilentAddress silent("127.0.0.2");
+    const PeerListener phone;
+    context->provenAddresses.add(silent.address());
+    setCandidates({typed(silent.address()), typed(phone.address())});
+    take(won.get_future());
+    EXPECT_FALSE(context->provenAddresses.contains(silent.address()));
+    EXPECT_TRUE(context->provenAddresses.contains(phone.address()));
+}
+
+TEST_F(AddressRaceTest, triesAnAddressOnceHoweverOftenItIsAnnounced)
+{
+    const SilentAddress silent("127.0.0.2");
+    for (int count = 0; count < 3; ++count) {
+        setCandidates({typed(silent.address())});
+        settle();
+    }
+    EXPECT_FALSE(waitForSockets(2, AddressRace::kStagger * 2));
+}
+
+TEST_F(AddressRaceTest, triesSoManyAddressesAtATime)
+{
+    std::vector<std::unique_ptr<SilentAddress>> silent;
+    std::vector<Candidate> candidates;
+    for (std::size_t count = 0; count < AddressRace::kMostAtOnce + 1; ++count) {
+        silent.push_back(std::make_unique<SilentAddress>("127.0.0." + std::to_string(100 + count)));
+        candidates.push_back(typed(silent.back()->address()));
+    }
+    setCandidates(candidates);
+    EXPECT_TRUE(waitForSockets(AddressRace::kMostAtOnce, kPatience));
+    EXPECT_FALSE(waitForSockets(AddressRace::kMostAtOnce + 1, AddressRace::kStagger * 3));
 }
 
 TEST(AddressRace, countsAConnectionToItselfAsRefused)

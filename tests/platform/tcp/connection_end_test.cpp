@@ -1,5 +1,8 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include <memory>
+#include <optional>
+#include <string>
 #include <thread>
 
 #include <gtest/gtest.h>
@@ -218,6 +221,157 @@ TEST(TcpConnection, endsThePeersStreamWhenItIsDropped)
     EXPECT_TRUE(isClean);
     subject.settle();
     EXPECT_EQ(subject.log->states(), std::vector{State::Ready});
+}
+
+TEST(TcpConnection, endsWithAResetIfItIsToAPhoneAndHasCarriedNothing)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial("127.0.0.1", phone.port());
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    const auto peer = phone.accept();
+    subject.cancel();
+    bool isClean = true;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_FALSE(isClean);
+}
+
+TEST(TcpConnection, endsWithAResetIfItIsCancelledWhileItConnects)
+{
+    Harness harness;
+    const PeerListener phone;
+    const auto connection = harness.network->makeConnection(
+        HostEndpoint{.host = "127.0.0.1", .port = phone.port()}, {});
+    const auto queue = harness.makeQueue();
+    // The attempt runs between the two, and its result is not known before the queue is idle.
+    queue->async([&] {
+        connection->start(queue);
+        queue->async([&] { connection->cancel(); });
+    });
+    const auto peer = phone.accept();
+    bool isClean = true;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_FALSE(isClean);
+}
+
+TEST(TcpConnection, endsTheStreamOfAPhoneToWhichItHasSent)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial("127.0.0.1", phone.port());
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    const auto peer = phone.accept();
+    EXPECT_FALSE(take(subject.send("a request")));
+    subject.cancel();
+    bool isClean = false;
+    EXPECT_EQ(peer.receiveAll(isClean), "a request");
+    EXPECT_TRUE(isClean);
+}
+
+TEST(TcpConnection, endsTheStreamOfAPhoneThatHasSentSomething)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial("127.0.0.1", phone.port());
+    ASSERT_TRUE(subject.log->waitFor(State::Ready));
+    const auto peer = phone.accept();
+    ASSERT_TRUE(peer.send("hello"));
+    EXPECT_EQ(take(subject.receive()).bytes, "hello");
+    subject.cancel();
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean);
+}
+
+TEST(TcpConnection, endsTheStreamOfAClientToWhichItHasSentNothing)
+{
+    Harness harness;
+    auto [subject, peer] = harness.acceptedPair();
+    subject.cancel();
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean);
+}
+
+/// A connection to a phone on behalf of a client, and both peers.
+class OnBehalf : public testing::Test {
+protected:
+    OnBehalf()
+    {
+        subject.start();
+        client.start();
+        EXPECT_TRUE(subject.log->waitFor(State::Ready));
+        peer.emplace(phone.accept());
+    }
+
+    ~OnBehalf() override { harness.pool.shutdown(); }
+
+    Harness harness;
+    const std::shared_ptr<Listener> listener = harness.listen();
+    const PeerListener phone;
+    Peer clientPeer = connectPeer(harness.listeningPort());
+    const std::shared_ptr<DispatchQueue> queue = harness.makeQueue();
+    Subject client{harness.nextAccepted(), queue};
+    Subject subject{
+        harness.network->makeConnection(HostEndpoint{.host = "127.0.0.1", .port = phone.port()},
+                                        {.client = client.connection()}),
+        queue};
+    std::optional<Peer> peer; ///< the phone
+};
+
+TEST_F(OnBehalf, aResetOfTheClientIsPassedOn)
+{
+    EXPECT_FALSE(take(subject.send("a request")));
+    EXPECT_EQ(peer->receiveExactly(9), "a request");
+    clientPeer.reset();
+    ASSERT_TRUE(client.log->waitFor(State::Failed));
+    client.cancel();
+    subject.cancel();
+    bool isClean = true;
+    EXPECT_TRUE(peer->receiveAll(isClean).empty());
+    EXPECT_FALSE(isClean);
+}
+
+TEST_F(OnBehalf, aResetOfTheClientIsPassedOnBehindAllThatWasSent)
+{
+    std::future<std::error_code> pending;
+    const auto sent = fillBuffers(subject, pending);
+    clientPeer.reset();
+    ASSERT_TRUE(client.log->waitFor(State::Failed));
+    client.cancel();
+    subject.cancel();
+    EXPECT_TRUE(peer->receiveExactly(sent.size()) == sent);
+    bool isClean = true;
+    EXPECT_TRUE(peer->receiveAll(isClean).empty());
+    EXPECT_FALSE(isClean);
+}
+
+TEST_F(OnBehalf, anOrderlyEndOfTheClientIsPassedOn)
+{
+    EXPECT_FALSE(take(subject.send("a request")));
+    EXPECT_EQ(peer->receiveExactly(9), "a request");
+    clientPeer.close();
+    EXPECT_TRUE(take(client.receive()).isComplete);
+    client.cancel();
+    subject.cancel();
+    bool isClean = false;
+    EXPECT_TRUE(peer->receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean);
+}
+
+TEST(TcpConnection, closesASocketThatIsCancelledBeforeItsStart)
+{
+    Harness harness;
+    harness.listen();
+    const auto peer = connectPeer(harness.listeningPort());
+    Subject subject(harness.nextAccepted(), harness.makeQueue());
+    EXPECT_EQ(harness.network->traffic().total.sessions, 1U);
+    subject.cancel();
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean);
+    subject.settle();
+    EXPECT_EQ(harness.network->traffic().total.sessions, 0U);
 }
 
 TEST(TcpConnection, closesASocketThatNobodyStarts)

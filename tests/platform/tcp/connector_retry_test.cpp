@@ -2,6 +2,7 @@
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
+#include "tests/platform/tcp/scripted_names.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <future>
@@ -97,6 +98,57 @@ TEST(Connector, beginsWithAShortPauseAgainAfterAChangeOfTheNetwork)
         EXPECT_TRUE(subject.log->waitFor(State::Failed, kPatience / 2)) << "after a second";
         harness.pool.shutdown();
     });
+}
+
+TEST(Connector, beginsWithAShortPauseAgainAfterAChangeOfTheRecords)
+{
+    inNetworkNamespace([] {
+        Harness harness;
+        auto subject = harness.dial(kPhone);
+        ASSERT_TRUE(harness.dnsSd.waitForCount(1, kPatience));
+        const auto update =
+            found({{.address = ipv4Address("127.0.0.1", 4445), .interfaceIndex = 1}});
+        for (int count = 0; count < 6; ++count) {
+            harness.dnsSd.deliver(0, update);
+            std::promise<void> isTold;
+            harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+            isTold.get_future().wait();
+            subject.settle();
+            subject.settle();
+        }
+        ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+        setLoopbackUp(true);
+        EXPECT_TRUE(subject.log->waitFor(State::Failed, kPatience / 2)) << "after a second";
+        harness.pool.shutdown();
+    });
+}
+
+TEST(Connector, dialsAnAddressAgainThatTheNameServiceFindsAgain)
+{
+    inNetworkNamespace([] {
+        ScriptedNames names;
+        Harness harness;
+        auto subject = harness.dial(kScriptedName, 4445);
+        names.answer({"127.0.0.1"});
+        ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+        setLoopbackUp(true);
+        names.answer({"127.0.0.1"});
+        EXPECT_TRUE(subject.log->waitFor(State::Failed)) << "refused";
+        harness.pool.shutdown();
+    });
+}
+
+TEST(Connector, waitsLongerAfterEachAttempt)
+{
+    ScriptedNames names;
+    Harness harness;
+    // Nothing can be sent to the address.
+    auto subject = harness.dial(kScriptedName, 4445);
+    names.answer({"fe80::1"});
+    ASSERT_TRUE(names.waitForLookups(2, kPatience)) << "after a second";
+    names.answer({"fe80::1"});
+    EXPECT_FALSE(names.waitForLookups(3, 1500ms)) << "after two seconds more";
+    EXPECT_TRUE(names.waitForLookups(3, kPatience));
 }
 
 } // namespace quillbox

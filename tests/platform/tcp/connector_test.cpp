@@ -1,4 +1,5 @@
 #include "platform/tcp/address_race.h"
+#include "platform/tcp/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
@@ -99,6 +100,10 @@ TEST(Connector, resolvesLocalNamesByDnsSd)
     EXPECT_EQ(record.text, "My Phone.LOCAL");
     harness.dnsSd.deliver(0, found({onLoopback(ipv4Address("127.0.0.1"))}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
+
+    auto without = harness.dial(".local", phone.port());
+    EXPECT_TRUE(without.log->waitFor(State::Waiting));
+    EXPECT_EQ(harness.dnsSd.count(), 1U) << "no host name";
 }
 
 TEST(Connector, keepsWhatItResolvedForTheNext)
@@ -182,6 +187,32 @@ TEST(Connector, dialsNoOtherHostOnceItIsConnected)
     harness.dnsSd.deliver(0, both);
     EXPECT_FALSE(other.isConnectedTo(2 * AddressRace::kStagger));
     EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Ready}));
+}
+
+TEST(Connector, beginsWithIPv6AndAlternatesBetweenTheFamilies)
+{
+    if (!hasIPv6())
+        GTEST_SKIP() << "no IPv6 here";
+    std::error_code error;
+    const Peer phone(openListeningSocket(kAnyPort, false, error));
+    ASSERT_FALSE(error) << error.message();
+    const auto port = localPort(phone.descriptor());
+    const auto ipv4 = onLoopback(ipv4Address("127.0.0.1", port));
+    const auto ipv6 = onLoopback(ipv6Address("::1", 0, port));
+    const auto firstCallOf = [&](const std::vector<DnsSd::FoundAddress>& addresses) {
+        // A harness of its own knows nothing of earlier connections.
+        Harness harness;
+        harness.dnsSd.answerAll(found(addresses));
+        auto subject = harness.dial(kPhone);
+        EXPECT_TRUE(subject.log->waitFor(State::Ready));
+        SocketAddress client;
+        const Peer accepted(acceptStreamSocket(phone.descriptor(), client, error));
+        EXPECT_FALSE(error) << error.message();
+        return withPort(client, 0);
+    };
+    EXPECT_EQ(firstCallOf({ipv4, ipv6}), ipv6Address("::1"));
+    EXPECT_EQ(firstCallOf({onLoopback(unreachableAddress()), ipv6, ipv4}),
+              ipv6Address("::ffff:127.0.0.1"));
 }
 
 TEST(Connector, doesNotWaitForADeadFirstAddress)
@@ -304,6 +335,45 @@ TEST(Connector, waitsForTheOtherFamilyBeforeItFails)
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 }
 
+TEST(Connector, failsSoonAfterARefusalWhenNothingIsHeardOfTheOtherFamily)
+{
+    Harness harness;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    auto update = found({onLoopback(ipv4Address("127.0.0.2", closedPort()))});
+    update.isSettledIPv6 = false;
+    harness.dnsSd.deliver(0, update);
+    ASSERT_TRUE(subject.log->waitFor(State::Failed));
+    EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_refused);
+}
+
+TEST(Connector, doesNotFailByARefusalWhileAnAddressThatCameLaterIsTried)
+{
+    Harness harness;
+    const SilentAddress silent("127.0.0.2");
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    auto update = found({onLoopback(ipv4Address("127.0.0.3", closedPort()))});
+    update.isSettledIPv6 = false;
+    harness.dnsSd.deliver(0, update);
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
+    update.addresses.push_back(onLoopback(silent.address()));
+    harness.dnsSd.deliver(0, update);
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, 700ms));
+}
+
+TEST(Connector, waitsForTheOtherFamilyWhileAnAddressCannotBeReached)
+{
+    Harness harness;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    auto update = found({onLoopback(unreachableAddress())});
+    update.isSettledIPv4 = false;
+    harness.dnsSd.deliver(0, update);
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, 700ms));
+    EXPECT_EQ(subject.log->count(State::Waiting), 0U);
+}
+
 TEST(Connector, waitsWhileThereIsNothingToResolveAndConnectsWhenThereIs)
 {
     Harness harness;
@@ -367,19 +437,22 @@ TEST(Connector, dialsNoAddressOfAStrangerThatLeadsToThisComputer)
     EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
 }
 
-/// Dials a server whose address, 192.0.2.7, is in a record that arrived on interface 7, and expects
-/// that the connection reaches that state.
+/// Dials a server whose address, 192.0.2.7, is in a record that arrived on interface 7, on behalf
+/// of a client with the other address, and expects that the connection reaches that state.
 void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes,
-                               const TcpParameters& parameters = {})
+                               const std::string& client = "127.0.0.1")
 {
     inNetworkNamespace([&] {
         setLoopbackUp(true);
         ASSERT_EQ(std::system("ip address add 192.0.2.7/32 dev lo"), 0);
         Harness harness;
+        harness.listen();
+        const auto peer = connectPeer(harness.listeningPort(), client);
+        const auto accepted = harness.nextAccepted();
         const PeerListener phone("192.0.2.7");
         harness.monitor.setRoutes(7, phone.address(), std::move(routes));
         harness.dnsSd.answerAll(found({{.address = phone.address(), .interfaceIndex = 7}}));
-        auto subject = harness.dial(kPhone, parameters);
+        auto subject = harness.dial(kPhone, {.client = accepted});
         EXPECT_TRUE(subject.log->waitFor(expected));
         if (expected != State::Ready) {
             EXPECT_EQ(subject.log->count(State::Ready), 0U);
@@ -411,21 +484,20 @@ TEST(Connector, dropsAConnectionThatANewRouteDiverted)
 
 TEST(Connector, refusesToConnectAClientToItsOwnHost)
 {
-    const TcpParameters own{.client = ipv6Address("::ffff:192.0.2.7", 0, 50000)};
-    expectOfRecordFromNetwork(State::Failed, {OutgoingRoute::Preferred}, own);
-    const TcpParameters other{.client = ipv6Address("::ffff:192.0.2.8", 0, 50000)};
-    expectOfRecordFromNetwork(State::Ready, {OutgoingRoute::Preferred}, other);
+    expectOfRecordFromNetwork(State::Failed, {OutgoingRoute::Preferred}, "192.0.2.7");
 }
 
 TEST(Connector, connectsAClientOnThisComputerToAPhoneOnThisComputer)
 {
     Harness harness;
     const PeerListener phone;
+    harness.listen();
+    const auto peer = connectPeer(harness.listeningPort());
+    const auto accepted = harness.nextAccepted();
     harness.dnsSd.answerAll(found({onLoopback(phone.address())}));
-    auto subject = harness.dial(kPhone, {.client = ipv4Address("127.0.0.1", 50000)});
+    auto subject = harness.dial(kPhone, {.client = accepted});
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
-    auto typed = harness.dial(HostEndpoint{"127.0.0.1", phone.port()},
-                              {.client = ipv4Address("127.0.0.1", 50000)});
+    auto typed = harness.dial(HostEndpoint{"127.0.0.1", phone.port()}, {.client = accepted});
     EXPECT_TRUE(typed.log->waitFor(State::Ready));
 }
 

@@ -204,7 +204,9 @@ public:
         }
         if (ending_.how == Ending::How::AfterAll) {
             EXPECT_TRUE(streams_.at(1 - ending_.who).isReceived()) << *this;
-            EXPECT_TRUE(sides_[0].isClean && sides_[1].isClean) << *this;
+            // Where there is nothing to lose, the relay may end the phone's side with a reset.
+            const bool isUnused = streams_[0].bytes.empty() && streams_[1].bytes.empty();
+            EXPECT_TRUE(isUnused || (sides_[0].isClean && sides_[1].isClean)) << *this;
         }
     }
 

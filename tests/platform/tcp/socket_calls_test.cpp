@@ -4,6 +4,7 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <array>
+#include <set>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -31,6 +32,13 @@ void expectConnectionOptions(int descriptor)
     EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_KEEPINTVL), 15);
     EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_KEEPCNT), 4);
     EXPECT_EQ(option(descriptor, SOL_SOCKET, SO_OOBINLINE), 1);
+    EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT), 0) << "ends slow readers";
+    constexpr int kRtoMaxMs = 44; // TCP_RTO_MAX_MS
+    int pause = 10'000;
+    socklen_t size = sizeof pause;
+    // Fails before Linux 6.15.
+    ::getsockopt(descriptor, IPPROTO_TCP, kRtoMaxMs, &pause, &size);
+    EXPECT_EQ(pause, 10'000);
 }
 
 } // namespace
@@ -50,12 +58,27 @@ TEST(SocketCalls, acceptSocketsThatNeverBlockAndAreNotInherited)
     const Peer listener(openListeningSocket(0, false, error));
     ASSERT_FALSE(error);
     const auto peer = connectPeer(localPort(listener.descriptor()));
-    const Peer accepted(acceptStreamSocket(listener.descriptor(), error));
+    SocketAddress client;
+    const Peer accepted(acceptStreamSocket(listener.descriptor(), client, error));
     ASSERT_FALSE(error);
+    EXPECT_EQ(client, ipv6Address("::ffff:127.0.0.1", 0, localPort(peer.descriptor())));
     EXPECT_NE(::fcntl(accepted.descriptor(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_NE(::fcntl(accepted.descriptor(), F_GETFD) & FD_CLOEXEC, 0);
-    EXPECT_LT(acceptStreamSocket(listener.descriptor(), error), 0);
+    EXPECT_LT(acceptStreamSocket(listener.descriptor(), client, error), 0);
     EXPECT_EQ(error, std::errc::operation_would_block);
+}
+
+TEST(SocketCalls, acceptNothingThatItsClientHasReset)
+{
+    std::error_code error;
+    const Peer listener(openListeningSocket(0, false, error));
+    ASSERT_FALSE(error);
+    connectPeer(localPort(listener.descriptor())).reset();
+    const auto before = openDescriptorCount();
+    SocketAddress client;
+    EXPECT_LT(acceptStreamSocket(listener.descriptor(), client, error), 0);
+    EXPECT_EQ(error, std::errc::connection_aborted);
+    EXPECT_EQ(openDescriptorCount(), before);
 }
 
 TEST(SocketCalls, confineAListenerToThisComputer)
@@ -84,7 +107,8 @@ TEST(SocketCalls, acceptWithTheSameOptions)
     const Peer listener(openListeningSocket(kAnyPort, false, error));
     ASSERT_FALSE(error);
     const auto peer = connectPeer(localPort(listener.descriptor()));
-    const Peer accepted(acceptStreamSocket(listener.descriptor(), error));
+    SocketAddress client;
+    const Peer accepted(acceptStreamSocket(listener.descriptor(), client, error));
     ASSERT_FALSE(error);
     expectConnectionOptions(accepted.descriptor());
 }
@@ -98,6 +122,44 @@ TEST(SocketCalls, giveAnAttemptUpAfterAFewRetransmissions)
     const auto result = beginConnect(socket.descriptor(), listener.address());
     ASSERT_TRUE(!result || result == std::errc::operation_in_progress);
     EXPECT_EQ(option(socket.descriptor(), IPPROTO_TCP, TCP_SYNCNT), 3);
+}
+
+TEST(SocketCalls, connectFromAPortOfASmallPartOfTheRange)
+{
+    const PeerListener listener;
+    std::set<int> parts;
+    for (int count = 0; count < 8; ++count) {
+        std::error_code error;
+        const Peer socket(openStreamSocket(AF_INET, error));
+        const auto result = beginConnect(socket.descriptor(), listener.address());
+        ASSERT_TRUE(!result || result == std::errc::operation_in_progress);
+        constexpr int kLocalPortRange = 51; // IP_LOCAL_PORT_RANGE
+        const auto part = option(socket.descriptor(), IPPROTO_IP, kLocalPortRange);
+        if (part == 0 || part == -1)
+            GTEST_SKIP() << "this kernel chooses from all ports";
+        const auto low = static_cast<unsigned>(part) & 0xffffU;
+        const auto high = static_cast<unsigned>(part) >> 16U;
+        EXPECT_EQ(high - low, 511U);
+        EXPECT_GE(low, 32768U);
+        EXPECT_LE(high, 60999U);
+        const unsigned port = localPort(socket.descriptor());
+        EXPECT_GE(port, low);
+        EXPECT_LE(port, high);
+        parts.insert(part);
+    }
+    EXPECT_GT(parts.size(), 1U) << "another part each time";
+}
+
+TEST(SocketCalls, resetAConnectionThatIsToEndSo)
+{
+    const PeerListener listener;
+    const auto peer = connectPeer(listener.port());
+    auto accepted = listener.accept();
+    resetOnClose(accepted.descriptor());
+    accepted.close();
+    bool isClean = true;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_FALSE(isClean);
 }
 
 TEST(SocketCalls, noticeAConnectionToItself)

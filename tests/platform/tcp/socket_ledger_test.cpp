@@ -1,9 +1,16 @@
 #include "platform/tcp/socket_ledger.h"
+#include "tests/fakes/socket_addresses.h"
 
 #include <chrono>
+#include <memory>
+#include <optional>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 namespace quillbox {
 
@@ -11,45 +18,128 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr bool kIsOwn = true;
+
 } // namespace
 
-TEST(SocketLedger, callsOnceAfterTheNextClose)
+class SocketLedgerTest : public testing::Test {
+protected:
+    /// Admits clients of that host until one is refused; returns the number of the others.
+    std::size_t admitAll(const std::string& host, bool isOwn = false)
+    {
+        for (std::size_t count = 0; count < 100; ++count) {
+            // Each connection has another port.
+            auto place =
+                ledger->admit(ipv4Address(host, static_cast<std::uint16_t>(40000 + count)), isOwn);
+            if (!place)
+                return count;
+            places.push_back(std::move(*place));
+        }
+        return 100;
+    }
+
+    void open(int count)
+    {
+        for (int number = 0; number < count; ++number)
+            places.push_back(std::move(ledger->open().value()));
+    }
+
+    const std::shared_ptr<SocketLedger> ledger = std::make_shared<SocketLedger>(48);
+    std::vector<SocketLedger::Place> places;
+};
+
+TEST_F(SocketLedgerTest, callsOnceAfterTheNextClose)
 {
-    SocketLedger ledger;
-    ledger.noteOpened();
-    ledger.noteOpened();
+    auto first = ledger->open();
+    auto second = ledger->open();
     int calls = 0;
-    ledger.afterNextClose([&calls] { ++calls; });
+    ledger->afterNextClose([&calls] { ++calls; });
     EXPECT_EQ(calls, 0);
-    ledger.noteClosed();
+    first.reset();
     EXPECT_EQ(calls, 1);
-    ledger.noteClosed();
+    second.reset();
     EXPECT_EQ(calls, 1);
 }
 
-TEST(SocketLedger, letsACallAskForTheOneAfter)
+TEST_F(SocketLedgerTest, letsACallAskForTheOneAfter)
 {
-    SocketLedger ledger;
-    ledger.noteOpened();
-    ledger.noteOpened();
+    auto first = ledger->open();
+    auto second = ledger->open();
     int calls = 0;
-    ledger.afterNextClose([&] { ledger.afterNextClose([&calls] { ++calls; }); });
-    ledger.noteClosed();
+    ledger->afterNextClose([&] { ledger->afterNextClose([&calls] { ++calls; }); });
+    first.reset();
     EXPECT_EQ(calls, 0);
-    ledger.noteClosed();
+    second.reset();
     EXPECT_EQ(calls, 1);
 }
 
-TEST(SocketLedger, waitsUntilNoneIsOpen)
+TEST_F(SocketLedgerTest, waitsUntilNoneIsOpen)
 {
-    SocketLedger ledger;
-    EXPECT_TRUE(ledger.waitUntilNoneIsOpen(0ms));
-    ledger.noteOpened();
-    EXPECT_EQ(ledger.openCount(), 1U);
-    EXPECT_FALSE(ledger.waitUntilNoneIsOpen(10ms));
-    std::thread closer([&ledger] { ledger.noteClosed(); });
-    EXPECT_TRUE(ledger.waitUntilNoneIsOpen(20s));
+    EXPECT_TRUE(ledger->waitUntilNoneIsOpen(0ms));
+    auto place = ledger->open();
+    EXPECT_EQ(ledger->openCount(), 1U);
+    EXPECT_FALSE(ledger->waitUntilNoneIsOpen(10ms));
+    std::thread closer([&place] { place.reset(); });
+    EXPECT_TRUE(ledger->waitUntilNoneIsOpen(20s));
     closer.join();
+}
+
+TEST_F(SocketLedgerTest, admitsAHostWhileItHasFewerConnectionsThanThereAreSocketsLeft)
+{
+    EXPECT_EQ(admitAll("192.0.2.1"), 24U);
+    EXPECT_EQ(ledger->openCount(), 24U);
+    EXPECT_EQ(admitAll("192.0.2.2"), 12U);
+    EXPECT_EQ(admitAll("192.0.2.1"), 0U);
+    EXPECT_EQ(admitAll("192.0.2.3"), 6U);
+}
+
+TEST_F(SocketLedgerTest, countsTheConnectionsToPhonesToo)
+{
+    open(16);
+    EXPECT_EQ(admitAll("192.0.2.1"), 16U);
+    open(16);
+    EXPECT_EQ(admitAll("192.0.2.2"), 0U);
+    // Connections to phones may use as many as clients of this computer.
+    open(6);
+    EXPECT_EQ(ledger->openCount(), 54U);
+    EXPECT_EQ(admitAll("192.0.2.2"), 0U);
+    EXPECT_FALSE(ledger->open());
+}
+
+TEST_F(SocketLedgerTest, admitsAHostAgainWhenItHasClosedConnections)
+{
+    EXPECT_EQ(admitAll("192.0.2.1"), 24U);
+    places.pop_back();
+    places.pop_back();
+    EXPECT_EQ(admitAll("192.0.2.1"), 2U);
+    places.clear();
+    EXPECT_EQ(ledger->openCount(), 0U);
+    EXPECT_EQ(admitAll("192.0.2.1"), 24U);
+}
+
+TEST_F(SocketLedgerTest, hasSomethingLeftForThisComputerWhenOthersTakeAll)
+{
+    for (int host = 1; host <= 100; ++host)
+        admitAll("192.0.2." + std::to_string(host));
+    EXPECT_EQ(ledger->openCount(), 48U);
+    EXPECT_EQ(admitAll("127.0.0.1", kIsOwn), 3U);
+    EXPECT_EQ(admitAll("127.0.0.1", kIsOwn), 0U);
+}
+
+TEST(SocketLedger, isLimitedByTheDescriptorsOfTheProcess)
+{
+    rlimit before{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    auto limit = before;
+    for (const auto& [descriptors, most] :
+         {std::pair<rlim_t, std::size_t>{1000, 800}, {before.rlim_max, 16'384}}) {
+        if (descriptors != 1000 && descriptors < 20'480)
+            continue; // too few here to see the other limit
+        limit.rlim_cur = descriptors;
+        EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+        EXPECT_EQ(SocketLedger::defaultMost(), most);
+    }
+    ::setrlimit(RLIMIT_NOFILE, &before);
 }
 
 } // namespace quillbox

@@ -60,7 +60,7 @@ protected:
                            dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
                        .chunks = std::make_shared<ChunkPool>(),
                        .pipes = std::make_shared<PipePool>(),
-                       .sockets = std::make_shared<SocketLedger>(),
+                       .sockets = std::make_shared<SocketLedger>(SocketLedger::defaultMost()),
                        .hosts = std::make_shared<HostLookup>(),
                        .reach = Reach::Network,
                        .ownPorts = {},

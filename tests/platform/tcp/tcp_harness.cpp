@@ -25,10 +25,16 @@ namespace quillbox {
 
 namespace {
 
-int connectTo(const SocketAddress& address, bool isBlocking = true)
+int connectTo(const SocketAddress& address, bool isBlocking = true,
+              const SocketAddress& from = ipv4Address("0.0.0.0"))
 {
     const int type = SOCK_STREAM | SOCK_CLOEXEC | (isBlocking ? 0 : SOCK_NONBLOCK);
     const int descriptor = ::socket(AF_INET, type, 0);
+    // The port is chosen by connect(2), which may use one that has another connection.
+    const int on = 1;
+    ::setsockopt(descriptor, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
+    ::bind(descriptor, reinterpret_cast<const sockaddr*>(from.data()),
+           static_cast<socklen_t>(from.size()));
     if (::connect(descriptor, reinterpret_cast<const sockaddr*>(address.data()),
                   static_cast<socklen_t>(address.size()))
             != 0
@@ -251,9 +257,9 @@ SilentAddress::SilentAddress(const std::string& address) : listener_(address, 0)
     (void)fillers_.front().waitUntilAcknowledged();
 }
 
-Peer connectPeer(std::uint16_t port)
+Peer connectPeer(std::uint16_t port, const std::string& from)
 {
-    return Peer(connectTo(ipv4Address("127.0.0.1", port)));
+    return Peer(connectTo(ipv4Address("127.0.0.1", port), true, ipv4Address(from)));
 }
 
 Subject::Subject(std::shared_ptr<Connection> connection, std::shared_ptr<DispatchQueue> queue)

@@ -135,7 +135,8 @@ private:
     std::vector<Peer> fillers_;
 };
 
-Peer connectPeer(std::uint16_t port);
+/// Connects to the port on 127.0.0.1, from that address of this computer.
+Peer connectPeer(std::uint16_t port, const std::string& from = "127.0.0.1");
 
 /// The result of a receive.
 struct Received {

@@ -257,20 +257,6 @@ TEST(TcpListener, acceptsConnectionsOfBothFamilies)
     EXPECT_TRUE(harness.waitForAccepted(2));
 }
 
-TEST(TcpListener, knowsTheAddressOfAClientUntilItsConnectionIsStarted)
-{
-    Harness harness;
-    harness.listen();
-    const auto client = connectPeer(harness.listeningPort());
-    const auto accepted = harness.nextAccepted();
-    EXPECT_EQ(accepted->clientAddress(),
-              ipv6Address("::ffff:127.0.0.1", 0, localPort(client.descriptor())));
-    Subject subject(accepted, harness.makeQueue());
-    subject.start();
-    subject.settle();
-    EXPECT_TRUE(accepted->clientAddress().empty());
-}
-
 TEST(TcpListener, keepsConnectionsThatCameBeforeItsStart)
 {
     Stage stage;

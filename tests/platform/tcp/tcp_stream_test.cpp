@@ -42,14 +42,14 @@ protected:
         const int descriptor = ::dup(accepted.descriptor());
         ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
         accepted.close();
-        auto socket = Socket::adopt(context->pool, descriptor, context->sockets);
+        auto socket = Socket::adopt(context->pool, descriptor, context->sockets->open());
         stream = std::make_shared<TcpStream>(context, strandOf(*queue), std::move(socket), nullptr);
         onQueue([this] { stream->open([](std::error_code) {}); });
     }
 
     ~TcpStreamTest() override
     {
-        onQueue([this] { stream->close(); });
+        onQueue([this] { stream->close(Ending::EndOfStream); });
         pool.shutdown();
     }
 
