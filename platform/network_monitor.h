@@ -45,8 +45,8 @@ public:
     /// can ask again, until it answers.
     virtual std::vector<InterfaceAddress> addresses() const = 0;
 
-    /// Asks the kernel's routing tables, as they are now, how a packet to `address` leaves this
-    /// computer. Needs no file descriptor.
+    /// Asks the kernel's routing tables, as they are now, how a packet of a TCP connection to
+    /// `address` leaves this computer. Needs no file descriptor.
     virtual OutgoingRoute routeThrough(int interfaceIndex, const SocketAddress& address) const = 0;
 
     /// Calls `changed` on `queue` after each change of interfaces, addresses or routes; changes in

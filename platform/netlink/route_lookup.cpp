@@ -3,6 +3,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include <linux/netlink.h>
@@ -44,18 +45,24 @@ std::optional<RouteRequest> routeRequest(const SocketAddress& address, int bound
         request.route.rtm_family = AF_INET;
         request.route.rtm_dst_len = 32;
         append(request, RTA_DST, &ipv4.sin_addr, sizeof ipv4.sin_addr);
+        append(request, RTA_DPORT, &ipv4.sin_port, sizeof ipv4.sin_port);
     } else if (address.size() == sizeof(sockaddr_in6)) {
         sockaddr_in6 ipv6{};
         std::memcpy(&ipv6, address.data(), sizeof ipv6);
         request.route.rtm_family = AF_INET6;
         request.route.rtm_dst_len = 128;
         append(request, RTA_DST, &ipv6.sin6_addr, sizeof ipv6.sin6_addr);
+        append(request, RTA_DPORT, &ipv6.sin6_port, sizeof ipv6.sin6_port);
         // A link-local address has a route only on its link.
         if (boundTo == 0)
             boundTo = static_cast<int>(ipv6.sin6_scope_id);
     } else {
         return std::nullopt;
     }
+    // Protocol and port are for policy rules that depend on them (ip-rule(8)). Linux before 4.18
+    // ignores both attributes.
+    const std::uint8_t protocol = IPPROTO_TCP;
+    append(request, RTA_IP_PROTO, &protocol, sizeof protocol);
     if (boundTo != 0)
         append(request, RTA_OIF, &boundTo, sizeof boundTo);
     return request;

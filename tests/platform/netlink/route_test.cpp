@@ -4,6 +4,7 @@
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <system_error>
@@ -11,6 +12,7 @@
 
 #include <gtest/gtest.h>
 #include <net/if.h>
+#include <netinet/in.h>
 
 namespace quillbox {
 
@@ -111,6 +113,31 @@ TEST(Route, throughAnotherInterfaceIsNoneOfAHostBehindThisComputer)
         EXPECT_EQ(computer.route("fd00:17::2", "lan"), OutgoingRoute::None);
         // Bound to this interface, the socket asks the router there, never the host behind.
         EXPECT_EQ(computer.route("172.17.0.2", "lan"), OutgoingRoute::IfBound);
+    });
+}
+
+TEST(Route, followsRulesForTcpAndForThePort)
+{
+    inNetworkNamespace([] {
+        Computer computer;
+        const auto bridge = static_cast<int>(::if_nametoindex("bridge"));
+        const auto expectThroughBridge = [&](bool expected, std::uint16_t port) {
+            for (const auto& address :
+                 {ipv4Address("192.0.2.1", port), ipv6Address("2001:db8::1", 0, port)})
+                EXPECT_EQ(computer.monitor->routeThrough(bridge, address)
+                              == OutgoingRoute::Preferred,
+                          expected)
+                    << port << (address.size() == sizeof(sockaddr_in) ? " IPv4" : " IPv6");
+        };
+        for (const std::string family : {"-4", "-6"}) {
+            ip(family + " route add default dev bridge table 100");
+            ip(family + " rule add ipproto udp lookup 100");
+        }
+        expectThroughBridge(false, 4445);
+        for (const std::string family : {"-4", "-6"})
+            ip(family + " rule add ipproto tcp dport 4445 lookup 100");
+        expectThroughBridge(true, 4445);
+        expectThroughBridge(false, 445);
     });
 }
 
