@@ -51,7 +51,7 @@ public:
     void start()
     {
         after(kSearchLimit, [](Search& self) {
-            if (!self.isFound)
+            if (!self.isFound && self.resolution)
                 self.inNumbers = numericOf(self.dialable());
             self.end(self.inNumbers);
         });
@@ -72,6 +72,7 @@ private:
             return;
         resolution = nullptr;
         if (!update.service) {
+            inNumbers = std::nullopt;
             resolution = means.dnsSd.resolve({name, kType, kDomain}, means.queue,
                                              [weak = weak_from_this()](const auto& resolved) {
                                                  if (const auto self = weak.lock())
@@ -83,7 +84,7 @@ private:
         if (!update.service->isPublished) {
             // Until then it is in no network view, and nobody can resolve its host name.
             after(kPublicationLimit, [](Search& self) {
-                if (!self.isFound)
+                if (!self.isFound && !self.resolution)
                     self.end(self.inNumbers);
             });
             return;

@@ -232,6 +232,40 @@ TEST_F(ServiceLocatorTest, tellsTheAddressOfAnOwnServiceThatIsNotPublishedInTime
     EXPECT_EQ(answers, Answers{kOnLoopback});
 }
 
+TEST_F(ServiceLocatorTest, resolvesAnOwnServiceThatGoesAwayBeforeItIsPublished)
+{
+    auto unpublished = kOwn;
+    unpublished.isPublished = false;
+    tellOwn(unpublished);
+    tellOwn(std::nullopt);
+    dispatch.advance(kPublicationLimit);
+    EXPECT_TRUE(answers.empty()) << "nobody listens there any more";
+    tellFound({found("10.0.0.7")});
+    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
+}
+
+TEST_F(ServiceLocatorTest, tellsNoneOfAnOwnServiceThatIsGoneWhenTheTimeIsUp)
+{
+    auto unpublished = kOwn;
+    unpublished.isPublished = false;
+    tellOwn(unpublished);
+    tellOwn(std::nullopt);
+    dispatch.advance(kSearchLimit);
+    EXPECT_EQ(answers, Answers{std::nullopt});
+}
+
+TEST_F(ServiceLocatorTest, tellsTheAddressOfAnOwnServiceThatIsNotPublishedWhenTheTimeIsUp)
+{
+    auto unpublished = kOwn;
+    unpublished.isPublished = false;
+    tellOwn(std::nullopt);
+    tellFound({});
+    dispatch.advance(kSearchLimit - 1ms);
+    tellOwn(unpublished);
+    dispatch.advance(1ms);
+    EXPECT_EQ(answers, Answers{kOnLoopback});
+}
+
 TEST_F(ServiceLocatorTest, prefersItsOwnServiceToOneThatIsBeingResolved)
 {
     tellOwn(std::nullopt);
