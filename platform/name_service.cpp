@@ -1,5 +1,7 @@
 #include "platform/name_service.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <cctype>
 #include <vector>
@@ -15,9 +17,7 @@ std::string hostsLineIn(std::string_view configuration)
 {
     constexpr std::string_view kKey = "hosts:";
     while (!configuration.empty()) {
-        const auto end = std::min(configuration.find('\n'), configuration.size());
-        std::string_view line = configuration.substr(0, end);
-        configuration.remove_prefix(std::min(end + 1, configuration.size()));
+        std::string_view line = takeLine(configuration);
         line = line.substr(0, line.find('#'));
         line.remove_prefix(std::min(line.find_first_not_of(kBlanks), line.size()));
         if (line.starts_with(kKey))

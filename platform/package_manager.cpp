@@ -1,5 +1,7 @@
 #include "platform/package_manager.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <array>
 #include <cstddef>
@@ -14,9 +16,7 @@ std::string wordsOf(std::string_view osRelease, std::string_view variable)
 {
     std::string words;
     while (!osRelease.empty()) {
-        const auto end = std::min(osRelease.find('\n'), osRelease.size());
-        const std::string_view line = osRelease.substr(0, end);
-        osRelease.remove_prefix(std::min(end + 1, osRelease.size()));
+        const std::string_view line = takeLine(osRelease);
         if (line.size() > variable.size() && line.starts_with(variable)
             && line[variable.size()] == '=')
             words = line.substr(variable.size() + 1);
@@ -33,11 +33,8 @@ std::string wordsOf(std::string_view osRelease, std::string_view variable)
 PackageManager::PackageManager(std::string_view osRelease)
 {
     const std::string identifiers = wordsOf(osRelease, "ID") + ' ' + wordsOf(osRelease, "ID_LIKE");
-    for (std::string_view rest = identifiers; !rest.empty() && system == System::Unknown;) {
-        const auto end = std::min(rest.find(' '), rest.size());
-        system = systemOf(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
-    }
+    for (std::string_view rest = identifiers; !rest.empty() && system == System::Unknown;)
+        system = systemOf(takePart(rest, ' '));
 }
 
 PackageManager::System PackageManager::systemOf(std::string_view identifier)

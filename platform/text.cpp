@@ -154,6 +154,13 @@ std::string trimmed(std::string_view text)
     return std::string(text);
 }
 
+std::string_view takePart(std::string_view& text, char separator)
+{
+    const std::string_view part = text.substr(0, text.find(separator));
+    text.remove_prefix(std::min(text.size(), part.size() + 1));
+    return part;
+}
+
 std::string inDoubleQuotes(std::string_view name)
 {
     return '"' + std::string(name) + '"';

@@ -39,6 +39,15 @@ std::string_view truncated(std::string_view text, std::size_t size);
 /// U+200B) at both ends. Stops at bytes that are not valid UTF-8.
 std::string trimmed(std::string_view text);
 
+/// Removes the first of the parts that `separator` separates, and returns it without the separator.
+std::string_view takePart(std::string_view& text, char separator);
+
+/// The same for the first line of the text.
+inline std::string_view takeLine(std::string_view& text)
+{
+    return takePart(text, '\n');
+}
+
 /// `name` between double quotation marks, verbatim. (Not called `quoted`: std::quoted would win by
 /// argument-dependent lookup.)
 std::string inDoubleQuotes(std::string_view name);

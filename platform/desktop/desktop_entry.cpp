@@ -1,5 +1,7 @@
 #include "platform/desktop/desktop_entry.h"
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -23,10 +25,8 @@ std::optional<std::string_view> valueOf(std::string_view key, std::string_view l
 bool lists(std::string_view list, std::string_view wanted)
 {
     while (!list.empty()) {
-        const std::string_view element = list.substr(0, list.find(';'));
-        if (element == wanted)
+        if (takePart(list, ';') == wanted)
             return true;
-        list.remove_prefix(std::min(list.size(), element.size() + 1));
     }
     return false;
 }
@@ -115,13 +115,6 @@ private:
 };
 
 } // namespace
-
-std::string_view takeLine(std::string_view& text)
-{
-    const std::string_view line = text.substr(0, text.find('\n'));
-    text.remove_prefix(std::min(text.size(), line.size() + 1));
-    return line;
-}
 
 DesktopEntry parsedDesktopEntry(std::string_view text)
 {

@@ -7,9 +7,6 @@
 
 namespace quillbox {
 
-/// Removes the first line of the text, and returns it without its end.
-std::string_view takeLine(std::string_view& text);
-
 /// What the main group of a desktop entry says about its program (Desktop Entry Specification of
 /// freedesktop.org). A value.
 struct DesktopEntry {

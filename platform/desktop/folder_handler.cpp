@@ -1,6 +1,7 @@
 #include "platform/desktop/folder_handler.h"
 
 #include "platform/desktop/desktop_entry.h"
+#include "platform/text.h"
 
 #include <QFile>
 #include <QStandardPaths>

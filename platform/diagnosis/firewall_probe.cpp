@@ -3,8 +3,8 @@
 #include "platform/diagnosis/packet_filter.h"
 #include "platform/diagnosis/small_file.h"
 #include "platform/diagnosis/tool_output.h"
+#include "platform/text.h"
 
-#include <algorithm>
 #include <filesystem>
 #include <string>
 
@@ -53,9 +53,7 @@ Seen ufwIn(std::string_view configuration)
 {
     constexpr std::string_view kKey = "ENABLED=";
     while (!configuration.empty()) {
-        const auto end = std::min(configuration.find('\n'), configuration.size());
-        std::string line(configuration.substr(0, end));
-        configuration.remove_prefix(std::min(end + 1, configuration.size()));
+        std::string line(takeLine(configuration));
         std::erase_if(line, [](char each) { return each == ' ' || each == '"' || each == '\r'; });
         if (line.starts_with(kKey))
             return line.substr(kKey.size()) == "yes" ? Seen::Yes : Seen::No;

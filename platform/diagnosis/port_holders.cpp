@@ -2,8 +2,8 @@
 
 #include "platform/diagnosis/small_file.h"
 #include "platform/diagnosis/words.h"
+#include "platform/text.h"
 
-#include <algorithm>
 #include <array>
 #include <charconv>
 #include <filesystem>
@@ -115,10 +115,8 @@ std::vector<UdpSocket> udpSocketsIn(std::string_view table)
 {
     std::vector<UdpSocket> sockets;
     while (!table.empty()) {
-        const auto end = std::min(table.find('\n'), table.size());
-        if (const auto socket = socketIn(table.substr(0, end)))
+        if (const auto socket = socketIn(takeLine(table)))
             sockets.push_back(*socket);
-        table.remove_prefix(std::min(end + 1, table.size()));
     }
     return sockets;
 }

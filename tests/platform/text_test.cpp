@@ -100,6 +100,17 @@ TEST(Text, trimsAllUnicodeWhiteSpaceAtBothEndsOnly)
     EXPECT_EQ(trimmed("\xc3\xa9"), "\xc3\xa9");
 }
 
+TEST(Text, isTakenPartByPart)
+{
+    std::string_view text = "a\n\nb;c\n";
+    EXPECT_EQ(takeLine(text), "a");
+    EXPECT_EQ(takeLine(text), "");
+    EXPECT_EQ(takePart(text, ';'), "b");
+    EXPECT_EQ(takeLine(text), "c");
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(takeLine(text), "");
+}
+
 TEST(Text, putsNamesBetweenQuotationMarksVerbatim)
 {
     EXPECT_EQ(inDoubleQuotes("Quillbox \"Office\" \\"), "\"Quillbox \"Office\" \\\"");
