@@ -14,7 +14,7 @@ namespace quillbox {
 
 namespace {
 
-constexpr int kPatience = 20'000; // milliseconds
+constexpr int kLongestWait = 20'000; // milliseconds
 
 } // namespace
 
@@ -22,7 +22,7 @@ bool runUntil(const std::function<bool()>& isDone)
 {
     QTimer limit;
     limit.setSingleShot(true);
-    limit.start(kPatience);
+    limit.start(kLongestWait);
     while (!isDone() && limit.isActive())
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
     return isDone();
@@ -84,7 +84,7 @@ std::string NamedPipe::readAll()
     std::string text;
     std::array<char, 4096> buffer{};
     pollfd waiting{reader_, POLLIN, 0};
-    while (::poll(&waiting, 1, kPatience) > 0) {
+    while (::poll(&waiting, 1, kLongestWait) > 0) {
         const auto length = ::read(reader_, buffer.data(), buffer.size());
         if (length <= 0)
             break;

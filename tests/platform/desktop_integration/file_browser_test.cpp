@@ -95,8 +95,7 @@ TEST_F(FileBrowserTest, startsTheUsersProgramForFoldersEvenIfAFileManagerIsOnThe
 
 TEST_F(FileBrowserTest, startsTheProgramThatTheRealGioNamesWithTheUrlUnchangedAndAToken)
 {
-    const QByteArray configuration = qgetenv("XDG_CONFIG_HOME");
-    qputenv("XDG_CONFIG_HOME", programs.path().toUtf8());
+    programs.environment.set("XDG_CONFIG_HOME", programs.path().toUtf8());
     ASSERT_TRUE(QFile::remove(programs.path() + QStringLiteral("/gio")));
     programs.write(QStringLiteral("mimeapps.list"),
                    QStringLiteral("[Default Applications]\ninode/directory=files.desktop\n"));
@@ -114,7 +113,6 @@ TEST_F(FileBrowserTest, startsTheProgramThatTheRealGioNamesWithTheUrlUnchangedAn
     QFile tokens(programs.path() + QStringLiteral("/tokens"));
     EXPECT_TRUE(tokens.open(QIODevice::ReadOnly));
     EXPECT_EQ(tokens.readAll().trimmed(), "2");
-    qputenv("XDG_CONFIG_HOME", configuration);
 }
 
 TEST_F(FileBrowserTest, asksAProgramThatOpensUrlsOverTheBusThereWithTheToken)

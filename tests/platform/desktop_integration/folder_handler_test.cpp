@@ -1,7 +1,8 @@
 #include "platform/desktop/folder_handler.h"
+#include "tests/platform/desktop/qt_support.h"
 #include "tests/platform/desktop_integration/recorder.h"
 
-#include <QByteArray>
+#include <QString>
 #include <optional>
 #include <string>
 
@@ -16,14 +17,7 @@ constexpr const char* kByUser = "Default application for “inode/directory”: 
 
 class FolderHandlerTest : public ::testing::Test {
 protected:
-    FolderHandlerTest() { qputenv("XDG_DATA_HOME", folder.path().toUtf8()); }
-    ~FolderHandlerTest() override
-    {
-        if (before.isNull())
-            qunsetenv("XDG_DATA_HOME");
-        else
-            qputenv("XDG_DATA_HOME", before);
-    }
+    FolderHandlerTest() { environment.set("XDG_DATA_HOME", folder.path().toUtf8()); }
 
     void addEntry(const char* name, const char* text) const
     {
@@ -48,8 +42,8 @@ protected:
         return folderHandlerFor(kWanted, kByUser).has_value();
     }
 
-    const QByteArray before = qgetenv("XDG_DATA_HOME");
     const Recorder folder;
+    Environment environment;
 };
 
 TEST_F(FolderHandlerTest, isTheUsersDefaultProgram)

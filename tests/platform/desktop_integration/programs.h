@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/desktop/process.h"
+#include "tests/platform/desktop/qt_support.h"
 #include "tests/platform/desktop_integration/recorder.h"
 
-#include <QByteArray>
 #include <QString>
 
 namespace quillbox {
@@ -14,15 +14,9 @@ class Programs final : public Recorder {
 public:
     Programs()
     {
-        qputenv("PATH", path().toUtf8() + ':' + searchPath);
-        qputenv("XDG_DATA_HOME", path().toUtf8());
+        environment.set("PATH", path().toUtf8() + ':' + qgetenv("PATH"));
+        environment.set("XDG_DATA_HOME", path().toUtf8());
         addGio(QStringLiteral("missing.desktop"));
-    }
-
-    ~Programs()
-    {
-        qputenv("PATH", searchPath);
-        qunsetenv("XDG_DATA_HOME");
     }
 
     /// Installs a `gio` that answers "gio mime" with `handler` and fails for the command `failing`.
@@ -47,8 +41,8 @@ public:
 
     Inheritance inheritance() const { return {.environment = environmentForPrograms()}; }
 
-private:
-    const QByteArray searchPath = qgetenv("PATH");
+    /// Restored when the desktop is gone.
+    Environment environment;
 };
 
 } // namespace quillbox
