@@ -15,11 +15,13 @@ namespace {
 constexpr std::string_view kEnding = ".desktop";
 constexpr qint64 kLongestEntry = 1048576;
 
-enum class Choice { ByUser, Registered };
+struct Candidate {
+    FolderHandler handler;
+    bool isFileManager = false;
+};
 
 /// `identifier` is that of a desktop entry, looked up in the user's and the system's folders.
-std::optional<FolderHandler> handlerNamed(std::string_view identifier, Choice choice,
-                                          const std::string& url)
+std::optional<Candidate> candidateNamed(std::string_view identifier, const std::string& url)
 {
     if (!identifier.ends_with(kEnding) || identifier.find('/') != std::string_view::npos)
         return std::nullopt;
@@ -30,11 +32,12 @@ std::optional<FolderHandler> handlerNamed(std::string_view identifier, Choice ch
         return std::nullopt;
     const DesktopEntry entry = parsedDesktopEntry(file.read(kLongestEntry).toStdString());
     auto arguments = argumentsToOpen(url, entry);
-    if (!arguments || entry.isForTerminal || (choice == Choice::Registered && !entry.isFileManager))
+    if (!arguments || entry.isForTerminal)
         return std::nullopt;
     identifier.remove_suffix(kEnding.size());
-    return FolderHandler{.arguments = std::move(*arguments),
-                         .busName = std::string(entry.isBusActivatable ? identifier : "")};
+    return Candidate{.handler = {.arguments = std::move(*arguments),
+                                 .busName = std::string(entry.isBusActivatable ? identifier : "")},
+                     .isFileManager = entry.isFileManager};
 }
 
 } // namespace
@@ -43,19 +46,19 @@ std::optional<FolderHandler> folderHandlerFor(const std::string& url, std::strin
 {
     // "Default application for …: org.example.Files.desktop"
     const std::string_view first = takeLine(output);
-    if (const auto colon = first.rfind(": "); colon != std::string_view::npos) {
-        if (auto handler = handlerNamed(first.substr(colon + 2), Choice::ByUser, url))
-            return handler;
-    }
+    const auto colon = first.rfind(": ");
+    auto chosen =
+        colon == std::string_view::npos ? std::nullopt : candidateNamed(first.substr(colon + 2), url);
     // One program in each line, behind a tab; headings in between.
-    while (!output.empty()) {
+    while (!output.empty() && !(chosen && chosen->isFileManager)) {
         const std::string_view line = takeLine(output);
         if (!line.starts_with('\t'))
             continue;
-        if (auto handler = handlerNamed(line.substr(1), Choice::Registered, url))
-            return handler;
+        auto registered = candidateNamed(line.substr(1), url);
+        if (registered && registered->isFileManager)
+            chosen = std::move(registered);
     }
-    return std::nullopt;
+    return chosen ? std::optional(std::move(chosen->handler)) : std::nullopt;
 }
 
 } // namespace quillbox

@@ -115,6 +115,27 @@ TEST_F(FileBrowserTest, startsTheProgramThatTheRealGioNamesWithTheUrlUnchangedAn
     EXPECT_EQ(tokens.readAll().trimmed(), "2");
 }
 
+/// `gio mime` then names the first registered program as the default one.
+TEST_F(FileBrowserTest, startsAFileManagerOfWhichTheRealGioKnowsWhereNoDefaultIsChosen)
+{
+    programs.environment.set("XDG_CONFIG_HOME", programs.path().toUtf8());
+    programs.environment.set("XDG_DATA_DIRS", programs.path().toUtf8());
+    ASSERT_TRUE(QFile::remove(programs.path() + QStringLiteral("/gio")));
+    programs.addHandler(programs.addScript(QStringLiteral("usage")) + QStringLiteral(" %u"),
+                        QStringLiteral("a.usage.desktop"),
+                        QStringLiteral("Categories=GTK;System;"));
+    programs.addHandler(programs.addScript(QStringLiteral("files")) + QStringLiteral(" %U"),
+                        QStringLiteral("files.desktop"),
+                        QStringLiteral("Categories=GTK;FileManager;"));
+    programs.write(
+        QStringLiteral("applications/mimeinfo.cache"),
+        QStringLiteral("[MIME Cache]\ninode/directory=a.usage.desktop;files.desktop;\n"));
+    show();
+    EXPECT_EQ(shownWith(), kByHandler);
+    EXPECT_EQ(programs.calls(1),
+              QStringList(QStringLiteral("files|%1|").arg(QLatin1String(kFolder))));
+}
+
 TEST_F(FileBrowserTest, asksAProgramThatOpensUrlsOverTheBusThereWithTheToken)
 {
     addBusHandler();

@@ -46,9 +46,9 @@ protected:
     Environment environment;
 };
 
-TEST_F(FolderHandlerTest, isTheUsersDefaultProgram)
+TEST_F(FolderHandlerTest, isTheUsersDefaultFileManager)
 {
-    addEntry("test.desktop", "[Desktop Entry]\nExec=test %U\n");
+    addEntry("test.desktop", "[Desktop Entry]\nExec=test %U\nCategories=Qt;FileManager;\n");
     addEntry("other.desktop", "[Desktop Entry]\nExec=x %U\nCategories=FileManager;\n");
     EXPECT_EQ(chosenFrom("Default application for ?inode/directory?: test.desktop\n"
                          "Registered applications:\n\tother.desktop\n"),
@@ -69,6 +69,18 @@ TEST_F(FolderHandlerTest, isAFileManagerThatIsRegisteredIfTheDefaultProgramDoesN
     EXPECT_EQ(chosenFrom("No default applications for “inode/directory”\n"
                          "Registered applications:\n\tnemo.desktop\n"),
               "nemo");
+}
+
+/// Where the user has chosen none, `gio mime` names the first of all registered programs.
+TEST_F(FolderHandlerTest, isAnotherDefaultProgramOnlyIfNoFileManagerTakesUrls)
+{
+    addEntry("usage.desktop", "[Desktop Entry]\nExec=usage %u\nCategories=GTK;System;\n");
+    addEntry("files.desktop", "[Desktop Entry]\nExec=files %U\nCategories=FileManager;\n");
+    addEntry("old.desktop", "[Desktop Entry]\nExec=old %F\nCategories=FileManager;\n");
+    const std::string usage = "Default application for “inode/directory”: usage.desktop\n"
+                              "Registered applications:\n\tusage.desktop\n";
+    EXPECT_EQ(chosenFrom(usage + "\told.desktop\n\tfiles.desktop\n"), "files");
+    EXPECT_EQ(chosenFrom(usage + "\told.desktop\n"), "usage");
 }
 
 TEST_F(FolderHandlerTest, isNoneWhereNothingIsRegistered)
