@@ -18,9 +18,6 @@
 #ifndef IP_LOCAL_PORT_RANGE // since Linux 6.3
 #define IP_LOCAL_PORT_RANGE 51
 #endif
-#ifndef TCP_RTO_MAX_MS // since Linux 6.15
-#define TCP_RTO_MAX_MS 44
-#endif
 
 namespace quillbox {
 
@@ -30,11 +27,9 @@ constexpr int kKeepAliveIdleSeconds = 60;
 constexpr int kKeepAliveIntervalSeconds = 15;
 constexpr int kKeepAliveProbes = 4;
 
-/// The longest pause between two retransmissions. The kernel repeats 15 times (tcp_retries2), so it
-/// gives up a peer that acknowledges nothing after about 112 seconds, about as long as keep-alive
-/// gives an idle one; otherwise it takes 15 minutes. TCP_USER_TIMEOUT would also end sessions whose
-/// peer is alive, but does not read.
-constexpr int kLongestRetransmissionPauseMs = 10'000;
+/// As long as keep-alive takes with an idle peer.
+constexpr int kRetransmissionLimitMs =
+    (kKeepAliveIdleSeconds + kKeepAliveProbes * kKeepAliveIntervalSeconds) * 1000;
 
 /// The number of SYN retransmissions before the attempt times out, after about 20 seconds (15
 /// before Linux 6.5). By default this takes more than two minutes, with pauses of up to one minute
@@ -151,7 +146,6 @@ void setConnectionOptions(int socket)
     setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-    setOption(socket, IPPROTO_TCP, TCP_RTO_MAX_MS, kLongestRetransmissionPauseMs);
     // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
     setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
 }
@@ -245,6 +239,16 @@ std::size_t unreadBytes(int socket)
 std::size_t unacknowledgedBytes(int socket)
 {
     return countOf(socket, SIOCOUTQ);
+}
+
+bool limitRetransmissions(int socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    const bool isRetransmitting =
+        ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_retransmits > 0;
+    setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, isRetransmitting ? kRetransmissionLimitMs : 0);
+    return unacknowledgedBytes(socket) > 0;
 }
 
 bool isDead(int socket)

@@ -4,6 +4,7 @@
 #include "platform/reach.h"
 #include "platform/tcp/transfer.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -63,6 +64,14 @@ std::size_t unreadBytes(int socket);
 /// The number of bytes in the kernel's send buffer: not yet sent, or not yet acknowledged. The end
 /// of the stream counts as one.
 std::size_t unacknowledgedBytes(int socket);
+
+/// How often to call `limitRetransmissions` while bytes are unacknowledged: before the limit is over.
+inline constexpr std::chrono::seconds kRetransmissionCheck{30};
+
+/// If the peer has stopped acknowledging, lets the kernel give up two minutes after that instead of
+/// 15. Returns whether bytes are unacknowledged. Not an option that is set once: TCP_USER_TIMEOUT
+/// also ends connections whose peer is alive, but does not read for so long.
+bool limitRetransmissions(int socket);
 
 /// Whether the connection is closed in both directions, so that nothing can be delivered any more.
 bool isDead(int socket);

@@ -46,7 +46,8 @@ TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
     : context_(std::move(context)),
       strand_(std::move(strand)),
       socket_(std::move(socket)),
-      session_(std::move(session))
+      session_(std::move(session)),
+      retransmissionTimer_(context_->pool)
 {
 }
 
@@ -211,6 +212,7 @@ void TcpStream::trySend(Delivery delivery)
     while (!unsent.isNothing()) {
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
+        watchRetransmissions();
         context_->pool->noteMoved(sent.count);
         if (session_)
             session_->noteSent(sent.count);
@@ -230,6 +232,20 @@ void TcpStream::trySend(Delivery delivery)
         }
     }
     endSend({}, delivery);
+}
+
+void TcpStream::watchRetransmissions()
+{
+    if (std::exchange(isWatchingRetransmissions_, true))
+        return;
+    retransmissionTimer_.start(strand_, kRetransmissionCheck, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self || !self->socket_)
+            return;
+        self->isWatchingRetransmissions_ = false;
+        if (limitRetransmissions(self->socket_->descriptor()))
+            self->watchRetransmissions();
+    });
 }
 
 void TcpStream::endSend(std::error_code error, Delivery delivery)
@@ -298,6 +314,7 @@ void TcpStream::close(Ending ending)
     if (!socket_)
         return;
     socket_->cancelWaits();
+    retransmissionTimer_.cancel();
     failed_ = nullptr;
     auto unsent = send_ ? std::move(send_->unsent) : Unsent();
     if (receive_)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/connection.h"
+#include "platform/dispatch/timer.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/lingering_close.h"
 #include "platform/tcp/pipe_pool.h"
@@ -85,6 +86,7 @@ private:
     void endReceive(bool isComplete, std::error_code error, Delivery delivery);
     void trySend(Delivery delivery);
     void endSend(std::error_code error, Delivery delivery);
+    void watchRetransmissions();
     void noteFailure(std::error_code error);
     void settleFailure();
     bool hasMoreToRead();
@@ -108,6 +110,8 @@ private:
     bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
     bool hasRead_ = false;   ///< `receive` was called
     bool hasSent_ = false;
+    Timer retransmissionTimer_;
+    bool isWatchingRetransmissions_ = false;
     bool hasReceived_ = false;
 };
 

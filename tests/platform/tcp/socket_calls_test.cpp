@@ -1,10 +1,13 @@
 #include "platform/tcp/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
+#include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <array>
+#include <chrono>
 #include <set>
+#include <thread>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -33,12 +36,14 @@ void expectConnectionOptions(int descriptor)
     EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_KEEPCNT), 4);
     EXPECT_EQ(option(descriptor, SOL_SOCKET, SO_OOBINLINE), 1);
     EXPECT_EQ(option(descriptor, IPPROTO_TCP, TCP_USER_TIMEOUT), 0) << "ends slow readers";
-    constexpr int kRtoMaxMs = 44; // TCP_RTO_MAX_MS
-    int pause = 10'000;
-    socklen_t size = sizeof pause;
-    // Fails before Linux 6.15.
-    ::getsockopt(descriptor, IPPROTO_TCP, kRtoMaxMs, &pause, &size);
-    EXPECT_EQ(pause, 10'000);
+}
+
+unsigned retransmissions(int socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    EXPECT_EQ(::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size), 0);
+    return info.tcpi_retransmits;
 }
 
 } // namespace
@@ -204,6 +209,33 @@ TEST(SocketCalls, raiseNoSignalWhenThePeerIsGone)
     EXPECT_TRUE(sendSome(accepted.descriptor(), bytes).error);
     EXPECT_EQ(sendSome(accepted.descriptor(), bytes).error, std::errc::broken_pipe);
     EXPECT_TRUE(isDead(accepted.descriptor()));
+}
+
+TEST(SocketCalls, limitRetransmissionsOnlyWhileNothingIsAcknowledged)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        const PeerListener listener;
+        const auto client = connectPeer(listener.port());
+        const auto phone = listener.accept();
+        const int socket = client.descriptor();
+        EXPECT_FALSE(limitRetransmissions(socket));
+
+        setLoopbackUp(false);
+        EXPECT_EQ(::send(socket, "?", 1, MSG_NOSIGNAL), 1);
+        const auto end = std::chrono::steady_clock::now() + kPatience;
+        // The kernel tells nobody that it retransmits.
+        while (retransmissions(socket) == 0 && std::chrono::steady_clock::now() < end)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        EXPECT_TRUE(limitRetransmissions(socket));
+        EXPECT_EQ(option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT), 120'000);
+
+        setLoopbackUp(true);
+        EXPECT_EQ(phone.receiveExactly(1), "?");
+        EXPECT_TRUE(client.waitUntilAcknowledged());
+        EXPECT_FALSE(limitRetransmissions(socket));
+        EXPECT_EQ(option(socket, IPPROTO_TCP, TCP_USER_TIMEOUT), 0);
+    });
 }
 
 } // namespace quillbox
