@@ -92,6 +92,9 @@ private:
     {
         if (event.source == Source::Daemon && std::holds_alternative<EngineUp>(event.event))
             report(true);
+        else if (event.source == Source::Daemon && std::holds_alternative<EngineDown>(event.event)
+                 && embedded)
+            report(false);
         choice.handle(event.source, std::move(event.event), Clock::now());
     }
 

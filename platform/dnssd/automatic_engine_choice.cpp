@@ -11,8 +11,11 @@ void AutomaticEngineChoice::handle(Source source, Event event, Clock::time_point
 
     if (source == Source::Embedded && !isEmbeddedStarted)
         return; // sent before it was stopped
-    if (isUp) {
-        comeUp(source, std::move(event));
+    if (isUp && source == Source::Daemon && isDaemonOnProbation) {
+        daemonUp = std::move(event);
+        probationEnd = now + times.probation;
+    } else if (isUp) {
+        comeUp(source, std::move(event), now);
     } else if (isDown && source == Source::Daemon) {
         handleDaemonDown(std::move(event), now);
     } else if (isDown) {
@@ -22,7 +25,7 @@ void AutomaticEngineChoice::handle(Source source, Event event, Clock::time_point
     }
 }
 
-void AutomaticEngineChoice::comeUp(Source source, Event event)
+void AutomaticEngineChoice::comeUp(Source source, Event event, Clock::time_point now)
 {
     if (source == Source::Daemon) {
         embeddedStart.reset();
@@ -32,6 +35,7 @@ void AutomaticEngineChoice::comeUp(Source source, Event event)
             actions.stopEmbedded();
     }
     activeSource = source;
+    activeSince = now;
     isReportedDown = false;
     actions.emit(std::move(event));
 }
@@ -45,24 +49,35 @@ void AutomaticEngineChoice::goDown(Event event)
 
 void AutomaticEngineChoice::handleDaemonDown(Event event, Clock::time_point now)
 {
+    daemonUp.reset();
     if (isEmbeddedStarted)
         return;
     if (activeSource) {
+        isDaemonOnProbation = now < activeSince + times.youngAge;
         goDown(std::move(event));
-        embeddedStart = now + times.restartPatience;
+        embeddedStart = isDaemonOnProbation ? now : now + times.restartPatience;
+        elapse(now);
     } else if (embeddedStart && !isReportedDown) {
         // The daemon's first event: there is none, so do not wait any longer.
         elapse(*embeddedStart);
     }
 }
 
+std::optional<AutomaticEngineChoice::Clock::time_point> AutomaticEngineChoice::deadline() const
+{
+    return daemonUp ? probationEnd : embeddedStart;
+}
+
 void AutomaticEngineChoice::elapse(Clock::time_point now)
 {
-    if (!embeddedStart || *embeddedStart > now)
-        return;
-    embeddedStart.reset();
-    isEmbeddedStarted = true;
-    actions.startEmbedded();
+    if (daemonUp && probationEnd <= now) {
+        isDaemonOnProbation = false;
+        comeUp(Source::Daemon, *std::exchange(daemonUp, std::nullopt), now);
+    } else if (embeddedStart && *embeddedStart <= now) {
+        embeddedStart.reset();
+        isEmbeddedStarted = true;
+        actions.startEmbedded();
+    }
 }
 
 } // namespace quillbox::dnssd

@@ -13,6 +13,11 @@ struct AutomaticEngineTimes {
     std::chrono::milliseconds startPatience{300};
     /// How long to wait for a daemon that went down to come back (a restart, an upgrade).
     std::chrono::milliseconds restartPatience{1000};
+    /// A daemon that goes down so soon after it was taken into use is not waited for: packets that
+    /// crash it may come again and again, and it takes a second to start. It is used again when it
+    /// has been up for the whole probation.
+    std::chrono::milliseconds youngAge{5'000};
+    std::chrono::milliseconds probation{30'000};
 };
 
 /// The rule of the automatic choice: use the daemon while it is up and the embedded engine
@@ -42,21 +47,25 @@ public:
     void handle(Source source, Event event, Clock::time_point now);
 
     /// When `elapse` must be called.
-    std::optional<Clock::time_point> deadline() const { return embeddedStart; }
+    std::optional<Clock::time_point> deadline() const;
     void elapse(Clock::time_point now);
 
     /// The engine that receives requests; none while no engine is up.
     std::optional<Source> active() const { return activeSource; }
 
 private:
-    void comeUp(Source source, Event event);
+    void comeUp(Source source, Event event, Clock::time_point now);
     void goDown(Event event);
     void handleDaemonDown(Event event, Clock::time_point now);
 
     AutomaticEngineTimes times;
     Actions actions;
     std::optional<Source> activeSource;
+    Clock::time_point activeSince;
     std::optional<Clock::time_point> embeddedStart;
+    bool isDaemonOnProbation = false;
+    std::optional<Event> daemonUp; ///< while it is up on probation
+    Clock::time_point probationEnd;
     bool isEmbeddedStarted = false;
     bool isReportedDown = false;
 };

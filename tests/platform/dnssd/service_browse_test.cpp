@@ -527,6 +527,8 @@ TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
     dispatch.advance(1s);
     const AskId life = lifeOf("Quillbox");
     EXPECT_EQ(engine.count<LocationRequest>(), 1U);
+    emit(found("Other"));
+    dispatch.advance(1s);
     emit(lost("Quillbox"));
     dispatch.advance(1s);
     const std::size_t sets = browsed.count();

@@ -104,6 +104,45 @@ TEST_F(AutomaticEngineChoiceTest, givesADaemonTimeToRestart)
     EXPECT_THAT(log, ElementsAre("up daemon", "down", "up daemon"));
 }
 
+TEST_F(AutomaticEngineChoiceTest, waitsForNoDaemonThatDiesYoung)
+{
+    daemon(EngineUp{"daemon"}, 1s);
+    daemon(down(), 5999ms);
+    EXPECT_THAT(log, ElementsAre("up daemon", "down", "start embedded"));
+    EXPECT_FALSE(choice.deadline());
+}
+
+TEST_F(AutomaticEngineChoiceTest, usesADaemonThatDiedYoungAgainAfterAProbation)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 1s);
+    embedded(EngineUp{"embedded"});
+    takeLog();
+    daemon(EngineUp{"daemon"}, 2s);
+    daemon(down(), 3s);
+    EXPECT_FALSE(choice.deadline());
+    daemon(EngineUp{"daemon again"}, 4s);
+    ASSERT_EQ(choice.deadline(), kStart + 34s);
+    choice.elapse(kStart + 34s - 1ms);
+    EXPECT_THAT(log, IsEmpty());
+    EXPECT_EQ(choice.active(), Source::Embedded);
+    choice.elapse(kStart + 34s);
+    EXPECT_THAT(log, ElementsAre("down", "stop embedded", "up daemon again"));
+    EXPECT_FALSE(choice.deadline());
+
+    // Its age counts from there.
+    takeLog();
+    daemon(down(), 38s);
+    EXPECT_THAT(log, ElementsAre("down", "start embedded"));
+    embedded(EngineUp{"embedded"});
+    daemon(EngineUp{"daemon"}, 40s);
+    choice.elapse(kStart + 70s);
+    daemon(down(), 75s);
+    EXPECT_EQ(choice.deadline(), kStart + 76s) << "not young: it is waited for";
+    daemon(EngineUp{"daemon"}, 75500ms);
+    EXPECT_EQ(choice.active(), Source::Daemon) << "and used at once";
+}
+
 TEST_F(AutomaticEngineChoiceTest, takesOverFromADaemonThatStaysAway)
 {
     daemon(EngineUp{"daemon"});

@@ -145,8 +145,12 @@ TEST_F(AutomaticEngineTest, saysWhetherTheDaemonIsUp)
     daemon->say(down());
     embedded->say(EngineUp{"embedded again", 1});
     ASSERT_TRUE(events.waitForEvent(EngineUp{"embedded again", 3}));
+    daemon->say(EngineUp{"daemon on probation", 2});
+    daemon->say(down());
+    embedded->say(Settled{1});
+    ASSERT_TRUE(events.waitForEvent(Settled{1}));
     const std::lock_guard lock(mutex);
-    EXPECT_EQ(daemonChanges, (std::vector<bool>{false, true, false}));
+    EXPECT_EQ(daemonChanges, (std::vector<bool>{false, true, false, true, false}));
 }
 
 TEST_F(AutomaticEngineTest, stopsBoth)
