@@ -201,13 +201,15 @@ TEST_F(ManagementResolverTest, cancelsWithoutAServiceToStop)
 
 TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
 {
-    for (const bool isResolved : {true, false}) {
+    enum class Case { Resolved, Failed, NoService };
+    for (const auto each : {Case::Resolved, Case::Failed, Case::NoService}) {
         std::shared_ptr<ManagementResolver> owned;
         bool wasKept = false;
         auto token = std::make_shared<int>(0);
         const std::weak_ptr<int> own = token;
         owned = std::make_shared<ManagementResolver>(
-            network, kAdmin, [&, token = std::move(token)](const auto& /*url*/) {
+            network, each == Case::NoService ? Endpoint(HostEndpoint{"192.0.2.7", 443}) : kAdmin,
+            [&, token = std::move(token)](const auto& /*url*/) {
                 // In case the callback's own references to them go.
                 auto& kept = wasKept;
                 const auto& callback = own;
@@ -215,9 +217,9 @@ TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
                 kept = !callback.expired();
             });
         owned->start();
-        if (isResolved)
+        if (each == Case::Resolved)
             service().object->finish({ipv4Address("192.0.2.7")}, 443);
-        else
+        else if (each == Case::Failed)
             service().object->fail();
         dispatch.runAll();
         EXPECT_EQ(owned, nullptr);

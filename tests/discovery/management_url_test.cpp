@@ -2,7 +2,10 @@
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 
+#include <cstddef>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -24,12 +27,12 @@ TEST(ManagementUrl, putsIPv4FirstAndKeepsTheOrderOtherwise)
 
 TEST(ManagementUrl, countsTooShortAddressesAsNotIPv4)
 {
-    const SocketAddress none;
-    // The bytes behind it are those of an IPv4 address.
-    auto one = ipv4Address("192.0.2.2");
-    one.resize(1);
     const auto a4 = ipv4Address("192.0.2.1");
-    EXPECT_THAT(ipv4First({none, one, a4}), ElementsAre(a4, none, one));
+    // In memory, the rest of an IPv4 address is behind the only byte of the first.
+    std::vector<SocketAddress> addresses{ipv4Address("192.0.2.2"), {}, a4};
+    addresses.front().resize(1);
+    EXPECT_THAT(ipv4First(std::move(addresses)),
+                ElementsAre(a4, SocketAddress{std::byte{AF_INET}}, SocketAddress()));
 }
 
 TEST(ManagementUrl, countsAddressesOfOtherFamiliesAsNotIPv4)
