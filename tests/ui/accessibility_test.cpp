@@ -1,11 +1,17 @@
 #include "tests/ui/window_fixture.h"
 
 #include <QAccessible>
+#include <algorithm>
+#include <cstddef>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
+#include <private/qguiapplication_p.h>
+#include <qpa/qplatformaccessibility.h>
+#include <qpa/qplatformintegration.h>
 
 namespace quillbox {
 
@@ -13,6 +19,44 @@ namespace {
 
 using ::testing::IsEmpty;
 using ::testing::Not;
+
+/// Records what Qt reports to assistive technologies while it exists. There is one at a time.
+class Reports final {
+public:
+    Reports()
+    {
+        current = this;
+        setActive(true);
+        before = QAccessible::installUpdateHandler([](QAccessibleEvent* event) {
+            current->all.emplace_back(event->object(), event->type());
+        });
+    }
+    ~Reports()
+    {
+        QAccessible::installUpdateHandler(before);
+        setActive(false);
+    }
+
+    Reports(const Reports&) = delete;
+    Reports& operator=(const Reports&) = delete;
+
+    std::ptrdiff_t count(const QObject& object, QAccessible::Event type) const
+    {
+        return std::ranges::count(all, std::pair(&object, type));
+    }
+
+private:
+    /// As the bridge to assistive technologies does while one of them runs.
+    static void setActive(bool isActive)
+    {
+        QGuiApplicationPrivate::platformIntegration()->accessibility()->setActive(isActive);
+    }
+
+    static inline Reports* current = nullptr;
+
+    std::vector<std::pair<const QObject*, QAccessible::Event>> all;
+    QAccessible::UpdateHandler before = nullptr;
+};
 
 class Accessibility : public WindowFixture {
 protected:
@@ -142,6 +186,24 @@ TEST_F(Accessibility, theStatusIsAStatusBar)
     EXPECT_EQ(nameOf(delegate->statusLabel), statusText());
 }
 
+TEST_F(Accessibility, aStatusIsAnnouncedOnceAndOnlyWhereItIsSeen)
+{
+    open();
+    const Reports reports;
+    const auto announced = [&] {
+        return reports.count(delegate->statusLabel, QAccessible::ObjectShow);
+    };
+    delegate->setStatus({.ready = false, .text = "one"});
+    EXPECT_EQ(announced(), 1);
+    delegate->setStatus({.ready = false, .text = "one"});
+    EXPECT_EQ(announced(), 1);
+    delegate->setStatus({.ready = false, .text = "two"});
+    EXPECT_EQ(announced(), 2);
+    window().hide();
+    delegate->setStatus({.ready = false, .text = "three"});
+    EXPECT_EQ(announced(), 2);
+}
+
 TEST_F(Accessibility, theWholeStatusIsReadEvenWhereItIsElided)
 {
     open();
@@ -176,6 +238,16 @@ TEST_F(Accessibility, theFoldIsExpandable)
                                                   : "The settings of the connection are hidden");
         act(fold, QAccessibleActionInterface::pressAction());
         EXPECT_EQ(delegate->advancedVisible, !isExpanded);
+    }
+}
+
+TEST_F(Accessibility, foldingIsReported)
+{
+    open();
+    const Reports reports;
+    for (const std::ptrdiff_t times : {1, 2}) {
+        delegate->toggleAdvanced();
+        EXPECT_EQ(reports.count(delegate->advancedButton, QAccessible::StateChanged), times);
     }
 }
 
