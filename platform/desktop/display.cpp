@@ -1,37 +1,33 @@
 #include "platform/desktop/display.h"
 
+#include "platform/posix/local_listener.h"
+
 #include <QByteArray>
 #include <QDir>
 #include <QLibraryInfo>
 #include <QList>
 #include <QString>
 #include <algorithm>
-#include <cstring>
 #include <string>
 
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <xcb/xcb.h>
 
 namespace quillbox {
 
 namespace {
 
-bool isConnectable(const std::string& path)
+/// Whether a Wayland compositor is running: looks in the same places as libwayland-client.
+bool hasWayland()
 {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path)
-        return false;
-    std::memcpy(address.sun_path, path.data(), path.size());
-    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (descriptor < 0)
-        return false;
-    const bool isConnected =
-        ::connect(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-    ::close(descriptor);
-    return isConnected;
+    if (!qEnvironmentVariableIsEmpty("WAYLAND_SOCKET"))
+        return true;
+    std::string path = qgetenv("WAYLAND_DISPLAY").toStdString();
+    if (path.empty())
+        path = "wayland-0";
+    if (path.front() == '/')
+        return isListening(path);
+    const std::string folder = qgetenv("XDG_RUNTIME_DIR").toStdString();
+    return !folder.empty() && isListening(folder + '/' + path);
 }
 
 bool isWaylandPluginThere()
@@ -65,20 +61,6 @@ bool isUsable(const QByteArray& platform)
 }
 
 } // namespace
-
-/// Looks in the same places as libwayland-client.
-bool hasWayland()
-{
-    if (!qEnvironmentVariableIsEmpty("WAYLAND_SOCKET"))
-        return true;
-    std::string path = qgetenv("WAYLAND_DISPLAY").toStdString();
-    if (path.empty())
-        path = "wayland-0";
-    if (path.front() == '/')
-        return isConnectable(path);
-    const std::string folder = qgetenv("XDG_RUNTIME_DIR").toStdString();
-    return !folder.empty() && isConnectable(folder + '/' + path);
-}
 
 Display probeDisplay()
 {

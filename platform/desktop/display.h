@@ -13,9 +13,6 @@ enum class Display {
 /// display. QT_QPA_PLATFORM is respected: at least one of the platforms that it names must work.
 Display probeDisplay();
 
-/// Whether a Wayland compositor is running, also if this program uses its X server.
-bool hasWayland();
-
 /// Whether there is a display at all.
 bool hasDisplay();
 

@@ -1,9 +1,9 @@
 #include "platform/desktop/x11_presence.h"
 
-#include "platform/desktop/display.h"
 #include "platform/desktop/startup_notification.h"
 #include "platform/x11/x11.h"
 
+#include <QtGlobal>
 #include <algorithm>
 #include <array>
 #include <iterator>
@@ -33,10 +33,22 @@ constexpr std::uint32_t kForUser = 2;
 constexpr std::uint32_t kRemoveState = 0;
 constexpr std::uint32_t kAddState = 1;
 
+bool isXServerInsideWayland(xcb_connection_t* connection)
+{
+    constexpr std::string_view kExtension = "XWAYLAND";
+    const auto reply = owned(xcb_query_extension_reply(
+        connection, xcb_query_extension(connection, kExtension.size(), kExtension.data()),
+        nullptr));
+    // Before version 23.1, Xwayland does not have the extension. There only the environment tells:
+    // compositors set this variable for the programs that they start.
+    return (reply && reply->present != 0) || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
+
 class X11Presence final : public WindowPresence {
 public:
     explicit X11Presence(xcb_connection_t* toolkitConnection)
         : connection(toolkitConnection),
+          isInsideWayland(isXServerInsideWayland(toolkitConnection)),
           state(atom("_NET_WM_STATE")),
           skipped{atom("_NET_WM_STATE_SKIP_TASKBAR"), atom("_NET_WM_STATE_SKIP_PAGER")},
           workspace(atom("_NET_WM_DESKTOP")),
@@ -55,7 +67,7 @@ public:
 
     /// An X server inside a Wayland compositor knows where the pointer is, and can grab it, only
     /// while it is over a window of an X client.
-    bool canOpenMenuAnywhere() const override { return !hasWayland(); }
+    bool canOpenMenuAnywhere() const override { return !isInsideWayland; }
 
     void setListed(WindowIdentifier window, bool isListed) override
     {
@@ -179,6 +191,7 @@ private:
     }
 
     xcb_connection_t* const connection;
+    const bool isInsideWayland;
     const std::uint32_t state;
     const std::array<std::uint32_t, 2> skipped;
     const std::uint32_t workspace;

@@ -53,11 +53,15 @@ def hide(desktop, window):
     desktop.wait(lambda: not window.is_managed(), "the end of the window")
 
 
+def listen_like_a_compositor(desktop, socket):
+    compositor = desktop.start(["/usr/bin/python3", "-c", COMPOSITOR, socket])
+    compositor.wait_line(lambda line: line.text == "listening", limit(10), what="the compositor")
+
+
 def start_inside_wayland(desktop, **environment):
     """Starts the program on the X server of a Wayland compositor."""
     socket = os.path.join(desktop.folder, "wayland")
-    compositor = desktop.start(["/usr/bin/python3", "-c", COMPOSITOR, socket])
-    compositor.wait_line(lambda line: line.text == "listening", limit(10), what="the compositor")
+    listen_like_a_compositor(desktop, socket)
     return desktop.helper(WAYLAND_DISPLAY=socket, QT_QPA_PLATFORM="xcb", **environment)
 
 
@@ -93,6 +97,19 @@ def test_a_click_in_a_panel_opens_the_menu(desktop, panel, button):
     hide(desktop, window)
 
     order(panel, button)
+
+    desktop.wait(lambda: menu(desktop), "the menu")
+    assert desktop.windows() == []
+
+
+def test_a_click_opens_the_menu_even_if_a_compositor_runs_elsewhere(desktop, panel):
+    listen_like_a_compositor(desktop, f"{desktop.environment()['XDG_RUNTIME_DIR']}/wayland-0")
+    desktop.helper(QT_QPA_PLATFORM="xcb")
+    window = desktop.window()
+    wait_item(panel)
+    hide(desktop, window)
+
+    order(panel, "activate")
 
     desktop.wait(lambda: menu(desktop), "the menu")
     assert desktop.windows() == []

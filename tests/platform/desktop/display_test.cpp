@@ -7,6 +7,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/socket.h>
 
 namespace quillbox {
 
@@ -52,6 +53,15 @@ TEST_F(DisplayProbe, findsACompositor)
     EXPECT_EQ(probeDisplay(), Display::Wayland);
     environment.set("WAYLAND_DISPLAY", (folder.path() + QStringLiteral("/wayland-7")).toUtf8());
     environment.set("XDG_RUNTIME_DIR", {});
+    EXPECT_EQ(probeDisplay(), Display::Wayland);
+}
+
+TEST_F(DisplayProbe, findsACompositorThatIsBusyWithOtherClients)
+{
+    const FileDescriptor compositor = compositorAt("wayland-0");
+    // One client waits, and there is no place for another.
+    ASSERT_EQ(::listen(compositor.get(), 0), 0);
+    EXPECT_EQ(probeDisplay(), Display::Wayland);
     EXPECT_EQ(probeDisplay(), Display::Wayland);
 }
 
