@@ -84,9 +84,9 @@ std::unique_ptr<dnssd::Engine> makeQuietEngine()
                                        .makeEmbedded = [] { return dnssd::makeEmbeddedEngine(); }});
 }
 
-/// The addresses of all phones, for `checkPorts` to try together.
+/// The ports of all phones, for `checkPorts` to try together.
 struct Dialling {
-    std::vector<SocketAddress> addresses;
+    std::vector<PortToCheck> ports;
     std::vector<PortFacts*> results;
 };
 
@@ -109,12 +109,11 @@ void describe(const Found::Phone& found, const NetworkMonitor& monitor, PhoneFac
         phone.port = portOf(candidate.address);
         PortFacts& port = phone.addresses.emplace_back(PortFacts{.address = *text});
         const auto permission = mayDial(candidate, OwnPorts(), monitor);
-        // The port check does not bind its sockets.
-        if (!permission || permission.bindTo != 0) {
+        if (!permission) {
             port.state = PortFacts::State::NotDialled;
             continue;
         }
-        dialling.addresses.push_back(candidate.address);
+        dialling.ports.push_back({.address = candidate.address, .bindTo = permission.bindTo});
         dialling.results.push_back(&port);
     }
 }
@@ -144,7 +143,7 @@ PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds brow
         Dialling dialling;
         for (std::size_t i = 0; i < found.phones.size(); ++i)
             describe(*found.phones[i], *monitor, facts.phones[i], dialling);
-        const auto states = checkPorts(dialling.addresses, connecting);
+        const auto states = checkPorts(dialling.ports, connecting);
         for (std::size_t i = 0; i < states.size(); ++i)
             dialling.results[i]->state = states[i];
     }

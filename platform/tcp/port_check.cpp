@@ -25,12 +25,14 @@ State stateOf(const std::error_code& error)
 }
 
 /// Starts connecting. Returns the socket to wait for, or -1 if the state is already known.
-int begin(const SocketAddress& address, State& state)
+int begin(const PortToCheck& port, State& state)
 {
     std::error_code error;
-    const int socket = openStreamSocket(familyOf(address), error);
+    const int socket = openStreamSocket(familyOf(port.address), error);
+    if (!error && port.bindTo != 0)
+        error = bindToInterface(socket, port.bindTo);
     if (!error)
-        error = beginConnect(socket, address);
+        error = beginConnect(socket, port.address);
     if (error == std::errc::operation_in_progress) {
         state = State::Silent;
         return socket;
@@ -43,14 +45,14 @@ int begin(const SocketAddress& address, State& state)
 
 } // namespace
 
-std::vector<PortFacts::State> checkPorts(const std::vector<SocketAddress>& addresses,
+std::vector<PortFacts::State> checkPorts(const std::vector<PortToCheck>& ports,
                                          std::chrono::milliseconds limit)
 {
     const auto end = Clock::now() + limit;
-    std::vector<State> states(addresses.size(), State::Silent);
-    std::vector<pollfd> waiting(addresses.size());
-    for (std::size_t i = 0; i < addresses.size(); ++i)
-        waiting[i] = {begin(addresses[i], states[i]), POLLOUT, 0};
+    std::vector<State> states(ports.size(), State::Silent);
+    std::vector<pollfd> waiting(ports.size());
+    for (std::size_t i = 0; i < ports.size(); ++i)
+        waiting[i] = {begin(ports[i], states[i]), POLLOUT, 0};
     const auto isOpen = [](const pollfd& each) { return each.fd >= 0; };
     while (std::any_of(waiting.begin(), waiting.end(), isOpen)) {
         const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Clock::now()).count();

@@ -8,10 +8,16 @@
 
 namespace quillbox {
 
+/// An address and port, and the index of the interface that the socket is bound to; 0 for none.
+struct PortToCheck {
+    SocketAddress address;
+    int bindTo = 0;
+};
+
 /// Tests whether the ports accept connections: tries all of them concurrently and closes each
-/// connection without sending anything. One result per address, in the same order. Blocks for at
-/// most `limit`. The caller decides which addresses may be dialled.
-std::vector<PortFacts::State> checkPorts(const std::vector<SocketAddress>& addresses,
+/// connection without sending anything. One result per port, in the same order. Blocks for at most
+/// `limit`. The caller decides which addresses may be dialled, and through which interface.
+std::vector<PortFacts::State> checkPorts(const std::vector<PortToCheck>& ports,
                                          std::chrono::milliseconds limit);
 
 } // namespace quillbox

@@ -199,6 +199,17 @@ def test_a_vpn_that_takes_all_traffic(bare_computer):
     found.expect("interfaces", OK, "tun0 (VPN)")
 
 
+def test_a_phone_whose_network_a_vpn_includes(bare_computer, phone):
+    """The relay reaches it past the VPN, and so does the doctor."""
+    phone.announce(addresses=[phone.address4])
+    bare_computer.run("ip", "link", "add", "vpn0", "type", "veth", "peer", "name", "vpn1")
+    bare_computer.run("ip", "link", "set", "vpn1", "up")
+    bare_computer.run("ip", "link", "set", "vpn0", "up")
+    bare_computer.run("ip", "route", "add", f"{phone.address4}/32", "dev", "vpn0")
+    found = doctor(bare_computer)
+    found.expect("phones", OK, f'"Quillbox Office" at {phone.address4}, port 4445, accepts')
+
+
 # ---- firewalls that programs manage ----
 
 
