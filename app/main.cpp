@@ -22,7 +22,7 @@
 #include "platform/dnssd/engine_child.h"
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
-#include "platform/linux/system_package_manager.h"
+#include "platform/linux/system_configuration.h"
 #include "platform/standard_error.h"
 #include "platform/standard_error_log.h"
 

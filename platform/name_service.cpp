@@ -83,7 +83,7 @@ bool isOfThisComputer(std::string_view module)
 
 } // namespace
 
-NameService::NameService(std::string_view configuration)
+NameService::NameService(std::string_view configuration) : names(LocalNames::Nowhere)
 {
     const auto steps = stepsOf(hostsLineIn(configuration));
     bool isAskedElsewhere = false;

@@ -11,12 +11,13 @@ class NameService final {
 public:
     /// Where names are resolved by multicast DNS.
     enum class LocalNames {
+        Unknown,
         Nowhere,
         Avahi,    ///< by libnss-mdns, which asks avahi-daemon
         Resolved, ///< by systemd-resolved, if it is configured for multicast DNS
     };
 
-    /// Looks up no names by multicast DNS.
+    /// Whose configuration is not known.
     NameService() = default;
 
     /// As configured by the text of an nsswitch.conf(5).
@@ -32,7 +33,7 @@ public:
     bool operator==(const NameService&) const = default;
 
 private:
-    LocalNames names = LocalNames::Nowhere;
+    LocalNames names = LocalNames::Unknown;
     bool isOnly = false;
 };
 

@@ -7,9 +7,8 @@
 #include "platform/diagnosis/multicast_probe.h"
 #include "platform/diagnosis/port_holders.h"
 #include "platform/diagnosis/timely.h"
-#include "platform/linux/local_names.h"
 #include "platform/linux/phone_survey.h"
-#include "platform/linux/system_package_manager.h"
+#include "platform/linux/system_configuration.h"
 
 #include <chrono>
 #include <utility>

@@ -4,7 +4,7 @@
 #include "platform/dnssd/browser.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/net_service.h"
-#include "platform/linux/local_names.h"
+#include "platform/linux/system_configuration.h"
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/tcp/tcp.h"
 

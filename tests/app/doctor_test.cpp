@@ -379,18 +379,22 @@ const std::vector<Case>& cases()
          "file-browser", Result::Warn, "can open SMB shares", "kio-extras"},
         {"kio", [](auto& f) { f.system.fileBrowser = {.hasKio = true}; }, "file-browser",
          Result::Ok, "KIO can open", ""},
-        {"noNames", [](auto& f) { f.system.names = {}; }, "host-names", Result::Fail,
-         "are not resolved", "mdns4_minimal [NOTFOUND=return]"},
+        {"noNames", [](auto& f) { f.system.names = {.service = NameService("")}; }, "host-names",
+         Result::Fail, "are not resolved", "mdns4_minimal [NOTFOUND=return]"},
         {"noNamesWithoutDesktop",
          [](auto& f) {
-             f.system.names = {};
+             f.system.names = {.service = NameService("")};
              f.system.statusHost = {};
          },
          "host-names", Result::Warn, "are not resolved", "libnss-mdns"},
         {"namesNotFound", [](auto& f) { f.system.names.isResolved = Seen::No; }, "host-names",
          Result::Fail, "cannot be resolved", "apt install avahi-daemon libnss-mdns"},
         {"namesNotFoundInTime", [](auto& f) { f.system.names.isResolved = Seen::Unknown; },
-         "host-names", Result::Warn, "pc.local is not resolved within seconds", "/etc/resolv.conf"},
+         "host-names", Result::Warn,
+         "pc.local is not resolved within seconds, because no DNS server answers",
+         "/etc/resolv.conf"},
+        {"namesUnknown", [](auto& f) { f.system.names = {}; }, "host-names", Result::Warn,
+         "Could not determine", "Outside the sandbox"},
         {"namesNotTried",
          [](auto& f) {
              f.system.names.isResolved = Seen::Unknown;
@@ -408,6 +412,13 @@ const std::vector<Case>& cases()
              f.system.names.isResolved = Seen::No;
          },
          "host-names", Result::Fail, "systemd-resolved does not resolve", "before 'resolve'"},
+        {"namesThatResolvedDoesNotFindInTime",
+         [](auto& f) {
+             f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
+             f.system.names.isResolved = Seen::Unknown;
+         },
+         "host-names", Result::Warn, "not resolved within seconds by systemd-resolved, so",
+         "resolvectl status"},
         {"noStatusHost", [](auto& f) { f.system.statusHost.hasPanel = Seen::No; }, "status-icon",
          Result::Warn, "shows no status icons", "appindicator"},
         {"tray",

@@ -24,6 +24,7 @@ ARROWS = {
         "platform/dispatch",
         "platform/dnssd",
         "platform/netlink",
+        "platform/posix",
         "platform/tcp",
     },
     "relay": {"platform"},

@@ -22,7 +22,8 @@ TEST(NameService, readsTheLineOfHosts)
           "hosts: files mdns4\r\n", "hosts: files mdns4\nhosts: files dns\n"})
         EXPECT_EQ(NameService(text).localNames(), LocalNames::Avahi) << text;
     for (const char* text : {"", "hosts:", "passwd: mdns4\n", "hosts: files # mdns4", "hosts"})
-        EXPECT_EQ(NameService(text), NameService()) << text;
+        EXPECT_EQ(NameService(text).localNames(), LocalNames::Nowhere) << text;
+    EXPECT_EQ(NameService().localNames(), LocalNames::Unknown);
 }
 
 TEST(NameService, asksAvahiThroughEveryModuleOfMulticastDns)

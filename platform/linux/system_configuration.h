@@ -1,13 +1,20 @@
 #pragma once
 
 #include "platform/name_service.h"
+#include "platform/package_manager.h"
 
+#include <filesystem>
 #include <string>
 
+/// What the configuration files below `root` say. In a Flatpak sandbox the usual files are those of
+/// the runtime, which is not what the user's other programs run on.
 namespace quillbox {
 
-/// The name service as configured in /etc/nsswitch.conf.
-NameService systemNameService();
+/// The package manager of this computer's system; of the host's if this program runs in a sandbox.
+PackageManager systemPackageManager(const std::filesystem::path& root = "/");
+
+/// The name service as configured in nsswitch.conf. Unknown in a sandbox.
+NameService systemNameService(const std::filesystem::path& root = "/");
 
 /// Whether the program that the name service asks for names that end in ".local" is running.
 bool isAskedProgramRunning(const NameService& service);

@@ -1,0 +1,88 @@
+#include "platform/linux/system_configuration.h"
+
+#include "platform/diagnosis/small_file.h"
+#include "platform/posix/local_listener.h"
+
+#include <initializer_list>
+#include <system_error>
+
+#include <netdb.h>
+#include <sys/socket.h>
+
+namespace quillbox {
+
+namespace {
+
+namespace fs = std::filesystem;
+using LocalNames = NameService::LocalNames;
+
+// The sockets through which libnss-mdns and nss-resolve ask.
+constexpr const char* kAvahiSocket = "/run/avahi-daemon/socket";
+constexpr const char* kResolvedSocket = "/run/systemd/resolve/io.systemd.Resolve";
+
+bool isSandbox(const fs::path& root)
+{
+    std::error_code error;
+    return fs::exists(root / ".flatpak-info", error);
+}
+
+/// The text of the first of these files that there is; empty if there is none.
+std::string firstText(const fs::path& root, std::initializer_list<const char*> files)
+{
+    for (const char* file : files) {
+        if (auto text = diagnosis::readSmallFile(root / file))
+            return *text;
+    }
+    return {};
+}
+
+} // namespace
+
+PackageManager systemPackageManager(const fs::path& root)
+{
+    if (isSandbox(root))
+        return PackageManager(firstText(root, {"run/host/os-release"}));
+    return PackageManager(firstText(root, {"etc/os-release", "usr/lib/os-release"}));
+}
+
+NameService systemNameService(const fs::path& root)
+{
+    if (isSandbox(root))
+        return {};
+    // In openSUSE the second one is the system's own, and the first one the administrator's.
+    return NameService(firstText(root, {"etc/nsswitch.conf", "usr/etc/nsswitch.conf"}));
+}
+
+bool isAskedProgramRunning(const NameService& service)
+{
+    switch (service.localNames()) {
+    case LocalNames::Avahi:
+        return isListening(kAvahiSocket);
+    case LocalNames::Resolved:
+        return isListening(kResolvedSocket);
+    case LocalNames::Unknown:
+    case LocalNames::Nowhere:
+        break;
+    }
+    return false;
+}
+
+bool isAvahiAskedForNames()
+{
+    const NameService service = systemNameService();
+    return service.localNames() == LocalNames::Avahi && isAskedProgramRunning(service);
+}
+
+bool isNameFound(const std::string& name)
+{
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* first = nullptr;
+    if (::getaddrinfo(name.c_str(), nullptr, &hints, &first) != 0)
+        return false;
+    ::freeaddrinfo(first);
+    return true;
+}
+
+} // namespace quillbox
