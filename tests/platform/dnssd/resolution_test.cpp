@@ -338,6 +338,39 @@ TEST_F(ResolutionTest, asksAgainAfterAPauseWhenTheEngineCannot)
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")});
 }
 
+TEST_F(ResolutionTest, pausesBrieflyAgainAfterAnAnswerAndWithANewEngine)
+{
+    const auto failTwice = [this] {
+        for (const auto pause : {500ms, 1000ms}) {
+            const std::size_t asked = engine.count<LocationRequest>();
+            emit(Failed{location(), DnsSdError::TooManyEntries});
+            dispatch.advance(pause - 1ms);
+            EXPECT_EQ(engine.count<LocationRequest>(), asked);
+            dispatch.advance(1ms);
+            EXPECT_EQ(engine.count<LocationRequest>(), asked + 1);
+        }
+    };
+    up();
+    failTwice();
+    emit(Settled{location()});
+    failTwice();
+    down();
+    up();
+    failTwice();
+}
+
+TEST_F(ResolutionTest, keepsWhatItKnewWhileTheEngineRefusesTheQuery)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    emit(Failed{location(), DnsSdError::TooManyEntries});
+    dispatch.advance(500ms);
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")});
+    locate("other.local");
+    EXPECT_EQ(question("phone.local", Family::IPv4), 0U) << "the new answer replaces the old one";
+}
+
 TEST_F(ResolutionTest, sharesItsQuestionsWithOthersThatAskTheSame)
 {
     up();

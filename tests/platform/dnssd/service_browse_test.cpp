@@ -410,13 +410,14 @@ TEST_F(ServiceBrowseTest, countsTheSilenceFromTheLastRestart)
 {
     up();
     emit(found("Quillbox"));
+    emit(found("without a location"));
     dispatch.advance(1s);
     emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
     for (int restart = 0; restart < 3; ++restart) {
         down();
         up();
         dispatch.advance(kSilenceLimit - 1s);
-        EXPECT_EQ(names(), Names{"Quillbox"});
+        EXPECT_EQ(names(), (Names{"Quillbox", "without a location"}));
     }
     dispatch.advance(2s);
     EXPECT_EQ(names(), Names{});
@@ -464,6 +465,26 @@ TEST_F(ServiceBrowseTest, doesNotDeliverTheSameSetAgainAsNews)
     dispatch.advance(1s);
     EXPECT_EQ(browsed.last(), before) << "the order of first sight is kept";
     EXPECT_EQ(setCount(), 2U);
+}
+
+TEST_F(ServiceBrowseTest, aServiceThatLeavesInAFloodIsGone)
+{
+    testing::internal::CaptureStderr();
+    up();
+    emit(found("Quillbox"));
+    dispatch.advance(1s);
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    down();
+    up();
+    for (std::size_t i = 0; i < kMaximumServices; ++i)
+        emit(found("Stranger " + std::to_string(i)));
+    dispatch.advance(kSilenceLimit + 1s);
+    EXPECT_EQ(names().front(), "Quillbox");
+    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(names().front(), "Stranger 0");
 }
 
 TEST_F(ServiceBrowseTest, treatsAnEngineThatCameBackUnseenAsANewOne)
@@ -574,6 +595,11 @@ TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationIsNeverFound)
     emit(Failed{lifeOf("Quillbox"), DnsSdError::TooManyEntries});
     dispatch.advance(300s);
     EXPECT_EQ(names(), Names{"Quillbox"});
+    down();
+    up();
+    emit(found("Quillbox"));
+    dispatch.advance(300s);
+    EXPECT_EQ(names(), Names{"Quillbox"}) << "nothing is known that could run out";
 }
 
 TEST_F(ServiceBrowseTest, remembersThatAServiceWasDeadWhenTheEngineChanges)
@@ -660,6 +686,43 @@ TEST_F(ServiceBrowseTest, asksAgainAfterAGrowingPauseWhenTheEngineCannot)
     emit(Settled{id()});
     EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
+TEST_F(ServiceBrowseTest, pausesBrieflyAgainAfterAnAnswerAndWithANewEngine)
+{
+    const auto failTwice = [this] {
+        for (const auto pause : {500ms, 1000ms}) {
+            const std::size_t asked = engine.count<BrowseRequest>();
+            emit(Failed{id(), DnsSdError::TooManyEntries});
+            dispatch.advance(pause - 1ms);
+            EXPECT_EQ(engine.count<BrowseRequest>(), asked);
+            dispatch.advance(1ms);
+            EXPECT_EQ(engine.count<BrowseRequest>(), asked + 1);
+        }
+    };
+    up();
+    failTwice();
+    emit(Settled{id()});
+    failTwice();
+    down();
+    up();
+    failTwice();
+}
+
+TEST_F(ServiceBrowseTest, asksNothingWhileTheEngineIsAwayAndOnlyOnceWhenItIsBack)
+{
+    up();
+    emit(Failed{id(), DnsSdError::TooManyEntries});
+    EXPECT_EQ(engine.count<StopRequest>(), 1U) << "the engine may still have the query";
+    down();
+    dispatch.advance(60s);
+    EXPECT_EQ(engine.count<BrowseRequest>(), 1U);
+    up();
+    emit(Failed{id(), DnsSdError::TooManyEntries});
+    down();
+    up();
+    dispatch.advance(60s);
+    EXPECT_EQ(engine.count<BrowseRequest>(), 3U);
 }
 
 TEST_F(ServiceBrowseTest, endsItsQuestionsWithTheAsk)
