@@ -1,7 +1,10 @@
 #include "platform/desktop/wayland_presence.h"
 #include "tests/platform/desktop/qt_support.h"
 
+#include <QApplication>
 #include <QByteArray>
+#include <QDialog>
+#include <QWidget>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -48,6 +51,73 @@ TEST_F(WaylandPresenceTest, comesForwardWithoutAPermission)
 {
     presence->permit("");
     EXPECT_EQ(permissionSeen(), "");
+}
+
+/// A window that is shown without a token, which compositors leave where it is unless it is newly
+/// mapped.
+class WaylandWindow : public WaylandPresenceTest {
+protected:
+    WaylandWindow()
+    {
+        window.show();
+        other.show();
+    }
+
+    /// Whether the window is off the screen when the toolkit shows it.
+    bool isTakenOffTheScreen()
+    {
+        bool isHidden = false;
+        presence->bringForward(window.winId(), [&] {
+            isHidden = window.isHidden();
+            window.show();
+        });
+        return isHidden;
+    }
+
+    static void makeActive(QWidget& widget)
+    {
+        widget.activateWindow();
+        ASSERT_TRUE(runUntil([&widget] { return widget.isActiveWindow(); }));
+    }
+
+    QWidget window;
+    QWidget other;
+};
+
+TEST_F(WaylandWindow, isMappedAgainWithoutAPermission)
+{
+    makeActive(other);
+    EXPECT_TRUE(isTakenOffTheScreen());
+    EXPECT_TRUE(window.isVisible());
+}
+
+TEST_F(WaylandWindow, staysWhereItIsWithAPermission)
+{
+    makeActive(other);
+    presence->permit("token");
+    EXPECT_FALSE(isTakenOffTheScreen());
+}
+
+TEST_F(WaylandWindow, staysWhereItIsWhileItIsActive)
+{
+    makeActive(window);
+    EXPECT_FALSE(isTakenOffTheScreen());
+}
+
+TEST_F(WaylandWindow, staysWhereItIsUnderAModalSheet)
+{
+    QDialog sheet(&window);
+    sheet.setModal(true);
+    sheet.show();
+    makeActive(other);
+    ASSERT_EQ(QApplication::activeModalWidget(), &sheet);
+    EXPECT_FALSE(isTakenOffTheScreen());
+}
+
+TEST_F(WaylandPresenceTest, leavesTheRestToTheCompositor)
+{
+    EXPECT_TRUE(presence->isOnCurrentWorkspace(kNoWindow));
+    EXPECT_FALSE(presence->canOpenMenuAnywhere());
 }
 
 } // namespace
