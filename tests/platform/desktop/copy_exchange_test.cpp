@@ -7,6 +7,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -15,6 +16,7 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
 #include <thread>
@@ -311,6 +313,53 @@ TEST_F(CopyExchange, theListenerMayBeDroppedByWhoIsTold)
         answer("still here");
     };
     EXPECT_EQ(ask("hello"), "bye");
+}
+
+TEST_F(CopyExchange, aHandlerThatDropsTheListenerLivesUntilItReturns)
+{
+    for (const char* request : {"message - hello\n", "activate\n"}) {
+        ::unlinkat(folder.get(), kName, 0);
+        std::weak_ptr<int> content;
+        bool isAlive = false;
+        const auto drop = [&] {
+            listener = nullptr;
+            isAlive = !content.expired();
+        };
+        CopyListener::Handlers handlers;
+        {
+            const auto owned = std::make_shared<int>(0);
+            content = owned;
+            handlers.activation = [&drop, owned](const std::string&) { drop(); };
+            handlers.message = [&drop, owned](const CopyMessage&,
+                                              const RunningApplications::Answer&) { drop(); };
+        }
+        listener =
+            std::make_unique<CopyListener>(listenAt(folder.get(), kName), std::move(handlers));
+        const FileDescriptor connection = connected();
+        write(connection, request);
+        readAll(connection);
+        EXPECT_EQ(listener, nullptr);
+        EXPECT_TRUE(isAlive) << request;
+    }
+}
+
+TEST_F(CopyExchange, onlyTheFirstAnswerIsSent)
+{
+    const std::string longest(RunningApplication::kLongestAnswer, 'a');
+    respond = [&longest](const CopyMessage&, const RunningApplications::Answer& answer) {
+        answer(longest);
+        answer("other");
+    };
+    const auto answer = ask("hello");
+    EXPECT_TRUE(answer == longest);
+}
+
+TEST_F(CopyExchange, anAnswerMayTakeLongerThanARequest)
+{
+    respond = [this](const CopyMessage&, const RunningApplications::Answer& answer) {
+        QTimer::singleShot(2500, listener.get(), [answer] { answer("at last"); });
+    };
+    EXPECT_EQ(ask("hello"), "at last");
 }
 
 TEST_F(CopyExchange, aCopyThatSaysNothingIsGivenUpInTime)

@@ -229,9 +229,11 @@ TEST_F(Process, keepsNoConnectionOpenWhileAProgramIsWatched)
     ASSERT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
     const FileDescriptor reading(ends[0]);
     FileDescriptor writing(ends[1]);
+    FileDescriptor high(::fcntl(writing.get(), F_DUPFD_CLOEXEC, 500));
     const FileDescriptor result = startWatched({"cat", wait}, {}, StandardError::Inherited, 20s);
     FileDescriptor go(::open(wait.c_str(), O_WRONLY | O_CLOEXEC)); // once the program runs
     writing.reset();
+    high.reset();
     pollfd end{reading.get(), POLLIN, 0};
     EXPECT_EQ(::poll(&end, 1, 10'000), 1) << "the end of the pipe is still open somewhere";
     pollfd known{result.get(), POLLIN, 0};
@@ -244,6 +246,9 @@ TEST_F(Process, endsInTimeWhateverItsThreadsDo)
 {
     EXPECT_EXIT(
         {
+            sigset_t all;
+            sigfillset(&all);
+            ::pthread_sigmask(SIG_BLOCK, &all, nullptr);
             endProcessWithin(std::chrono::milliseconds(50));
             for (;;)
                 ::pause();

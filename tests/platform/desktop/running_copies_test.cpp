@@ -154,6 +154,9 @@ TEST_F(RunningCopies, withdrawBeforeTheyEnd)
     first->withdraw();
     first->withdraw();
     EXPECT_TRUE(seen->isTerminated());
+    EXPECT_THAT(QDir(QString::fromStdString(preferredFolder()))
+                    .entryList({QStringLiteral("*.socket")}, QDir::System),
+                SizeIs(1));
     EXPECT_THAT(second->runningApplications(kIdentifier), SizeIs(1));
     seen->activate();
 }
@@ -276,6 +279,10 @@ TEST_F(RunningCopies, areLookedForWithoutMakingAFolder)
     ::mkdir(preferredFolder().c_str(), 0755);
     EXPECT_THAT(find(problem), IsEmpty());
     EXPECT_THAT(problem, HasSubstr("is open to other users"));
+
+    const auto copy = start(); // in the next folder, which is safe
+    EXPECT_THAT(find(problem), SizeIs(1));
+    EXPECT_EQ(problem, "");
 }
 
 TEST_F(RunningCopies, keepCleanersOfTemporaryFoldersOut)
