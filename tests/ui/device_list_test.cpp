@@ -71,6 +71,16 @@ protected:
     }
 };
 
+TEST_F(DeviceList, ofSeveralWebServicesOfOneNameTheFirstCounts)
+{
+    open();
+    // The same name, composed and decomposed.
+    findPhones({phoneNamed("Quillbox \u00e9")});
+    findManagement({phoneNamed("Quillbox e\u0301"), phoneNamed("Quillbox \u00e9")});
+    EXPECT_EQ(rows()[0]->manageButton()->property(AppDelegate::kManagementIdentifier).toByteArray(),
+              QByteArray("Quillbox e\u0301"));
+}
+
 TEST_F(DeviceList, isHiddenUntilAPhoneIsFound)
 {
     launch();

@@ -241,7 +241,6 @@ TEST(PoolContext, runsNothingMoreOnceItIsStopped)
 TEST(PoolContext, handlesNoMoreEventsOnceItIsStopped)
 {
     auto context = std::make_shared<PoolContext>();
-    const auto strand = context->makeStrand();
     std::vector<std::unique_ptr<Watch>> watches;
     int handled = 0;
     for (int count = 0; count < 2; ++count) {
@@ -249,7 +248,7 @@ TEST(PoolContext, handlesNoMoreEventsOnceItIsStopped)
         // Readable from the start.
         watches.push_back(Watch::adopt(context, ::eventfd(1, 0), Watch::For::Reading, error));
         ASSERT_FALSE(error) << error.message();
-        watches.back()->waitReadable(strand, [&](const std::error_code&) {
+        watches.back()->waitReadable(context->makeStrand(), [&](const std::error_code&) {
             ++handled;
             context->stop();
         });
