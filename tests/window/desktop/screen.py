@@ -1,6 +1,5 @@
 """The screen of a desktop: state from the window manager, pointer and keyboard."""
 
-import time
 
 from Xlib import XK, X, display
 from Xlib.error import BadDrawable, BadWindow
@@ -177,15 +176,6 @@ class Screen:
             xtest.fake_input(self.display, X.KeyPress, code)
         for code in reversed(codes):
             xtest.fake_input(self.display, X.KeyRelease, code)
-        self.display.sync()
-
-    def press_for(self, seconds, name):
-        """Holds a key down, so that the X server repeats it."""
-        code = self.display.keysym_to_keycode(XK.string_to_keysym(name))
-        xtest.fake_input(self.display, X.KeyPress, code)
-        self.display.sync()
-        time.sleep(seconds)
-        xtest.fake_input(self.display, X.KeyRelease, code)
         self.display.sync()
 
     def picture(self):
