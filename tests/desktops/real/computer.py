@@ -72,8 +72,8 @@ class RealComputer(Host):
         self.write("/etc/hosts", f"127.0.0.1 localhost\n127.0.1.1 {self.name}\n")
         self.write("/etc/resolv.conf", "nameserver 127.0.0.53\n")
         if dns_server:
-            resolver = self.start(["python3", self.share_file("resolver.py")])
-            resolver.wait_line(lambda line: line.text == "ready", limit(20), what="the DNS server")
+            server = self.start(["python3", self.share_file("../../lan/rig/name_server.py")])
+            server.wait_line(lambda line: line.text == "ready", limit(20), what="the DNS server")
         self.start_bus()
         if avahi:
             self.start_avahi()
