@@ -2,13 +2,12 @@
 address of this computer, and to no host behind it, because a stranger announced it."""
 
 import os
-import time
 
 import pytest
 from rig.computer import Computer, visible
 from rig.onlooker import PYTHON
 from rig.phone import Phone
-from rig.process import limit
+from rig.process import limit, wait_until
 from test_addresses import RIG, call, calls, expect_one_call, first_bytes, start_greeter
 
 BRIDGE = "172.17.0.1"
@@ -89,13 +88,6 @@ def sockets_to(computer, address):
     return computer.run("ss", "-Htn", "dst", address).stdout.strip()
 
 
-def wait_until(condition, seconds):
-    end = time.monotonic() + limit(seconds)
-    while not condition():
-        assert time.monotonic() < end
-        time.sleep(0.05)
-
-
 def test_a_connection_that_a_new_route_diverts_carries_nothing(
     computer, onlooker, stranger, container
 ):
@@ -106,7 +98,9 @@ def test_a_connection_that_a_new_route_diverts_carries_nothing(
     helper = computer.helper()
     relay = announce(stranger, helper, onlooker, [CONTAINER], container.port)
     caller = call(onlooker, computer.address4, relay)
-    wait_until(lambda: "SYN-SENT" in sockets_to(computer, CONTAINER), 5)
+    wait_until(
+        lambda: "SYN-SENT" in sockets_to(computer, CONTAINER), limit(5), "the pending connection"
+    )
 
     computer.run("ip", "link", "set", "docker0", "up")
     container.wait_line(lambda line: line.text.startswith("connection"), 20, what="the diversion")
@@ -171,7 +165,11 @@ def test_relays_of_two_computers_that_records_lead_to_each_other_refuse(
 
     assert first_bytes(caller, 15)[1] == "b''", "refused, as nobody answers"
     for helper, count in zip(helpers, before):
-        wait_until(lambda helper=helper, count=count: descriptors(helper) <= count + 4, 5)
+        wait_until(
+            lambda helper=helper, count=count: descriptors(helper) <= count + 4,
+            limit(5),
+            "the end of the connections",
+        )
 
 
 def test_a_circle_of_three_computers_ends_when_a_host_has_too_many_sessions(
