@@ -76,8 +76,7 @@ public:
     virtual void setActivationHandler(ActivationHandler handler) = 0;
 
     /// Called on the main thread with each message to this copy. Messages that arrive before the
-    /// handler is set are delivered when it is set. Senders wait at most
-    /// 30 seconds for the answer.
+    /// handler is set are delivered when it is set. Senders wait for the answer at most 30 seconds.
     virtual void setMessageHandler(MessageHandler handler) = 0;
 
     /// Unregisters this copy, so that a copy started from now on does not yield to it.
