@@ -2,7 +2,9 @@
 
 #include <QByteArray>
 #include <QGuiApplication>
+#include <QLibraryInfo>
 #include <QTimer>
+#include <QVersionNumber>
 #include <QWindow>
 #include <chrono>
 #include <cstdint>
@@ -24,17 +26,25 @@ constexpr std::chrono::milliseconds kLimit{400};
 /// Qt puts the token here that a panel passes with a click on the status item.
 constexpr const char* kPanelVariable = "XDG_ACTIVATION_TOKEN";
 
-/// Until Qt 6.5 this is the only way to Qt's objects of the protocol, and later the only one to the
-/// surface of a window.
+/// Gives access to Qt's objects of the protocol. Until Qt 6.5 there is no public interface to the
+/// connection, and in no version one to the surface of a window, without which a compositor may
+/// refuse a token. Null if another minor version of Qt is loaded than the one of the build: this
+/// interface may change with each.
+QPlatformNativeInterface* qtInterface()
+{
+    const bool isSame = QLibraryInfo::version().minorVersion() == QT_VERSION_MINOR;
+    return isSame ? QGuiApplication::platformNativeInterface() : nullptr;
+}
+
 void* ofConnection(const char* resource)
 {
-    auto* native = QGuiApplication::platformNativeInterface();
+    auto* native = qtInterface();
     return native ? native->nativeResourceForIntegration(resource) : nullptr;
 }
 
 wl_surface* surfaceOf(QWindow* window)
 {
-    auto* native = QGuiApplication::platformNativeInterface();
+    auto* native = qtInterface();
     if (!native || !window)
         return nullptr;
     return static_cast<wl_surface*>(native->nativeResourceForWindow("surface", window));

@@ -108,6 +108,12 @@ def test_the_package_depends_on_every_library_that_is_linked(deb):
     assert owners <= names_in(field(deb, "Depends"))
 
 
+def test_the_package_depends_on_the_version_of_qt_s_private_interface(deb):
+    provided = run("dpkg-query", "--show", "--showformat", "${Provides}, ", "libqt6core6*")
+    (wanted,) = set(re.findall(r"qt6-base-(?:private-)?abi \(= [^)]+\)", provided))
+    assert wanted in field(deb, "Depends").split(", ")
+
+
 def test_the_package_recommends_what_a_click_needs(deb):
     recommended = names_in(field(deb, "Recommends"))
     assert {"avahi-daemon", "libnss-mdns", "gvfs-backends | kio-extras"} <= recommended
