@@ -50,7 +50,8 @@ struct DialPermission {
 /// the record arrived, and never if it is an address of this computer: the relay would otherwise
 /// lead past this computer's firewall, to servers that trust local clients, and to the networks
 /// behind its other interfaces. IPv4-mapped IPv6 addresses (RFC 4291, section 2.5.5.2), which do
-/// not belong into records, and port 0 are refused as well.
+/// not belong into records, and port 0 are refused as well. What the packet filter changes after
+/// the routing decision, as destination NAT in the OUTPUT chain does, is not known here.
 ///
 /// A record that arrived on the loopback interface was sent by this computer; it is refused only
 /// port 0 and unspecified, multicast and broadcast addresses. What the user typed is free.

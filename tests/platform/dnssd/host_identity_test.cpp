@@ -31,7 +31,8 @@ bool isHostName(const std::string& name)
 
 TEST(HostIdentity, isTheSameInEveryRun)
 {
-    // A literal, so that no version changes the names that file browsers have stored.
+    // A literal, because bookmarks in file browsers contain it: whoever changes the rule sees here
+    // that they would lead nowhere.
     const HostIdentity identity = identityOf("My-PC.local", "Quillbox");
     EXPECT_EQ(identity.hostName, "quillbox-my-pc-c8613708.local");
     EXPECT_EQ(identity, identityOf("my-pc.local", "Quillbox"));
