@@ -15,7 +15,6 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kDiscardLimit = 64UL * 1024 * 1024;
 constexpr std::size_t kDiscardAtOnce = 1024UL * 1024;
-constexpr auto kPatience = std::chrono::seconds(30);
 
 /// The kernel has no event for the last acknowledgement, so it is polled with exponential backoff.
 constexpr std::chrono::milliseconds kFirstLook{2};
@@ -25,14 +24,16 @@ constexpr std::chrono::milliseconds kLongestLook{500};
 class LingeringClose final : public std::enable_shared_from_this<LingeringClose> {
 public:
     LingeringClose(std::shared_ptr<PoolContext> pool, std::shared_ptr<ChunkPool> chunks,
-                   std::unique_ptr<Socket> socket, Unsent unsent, Ending ending)
+                   std::unique_ptr<Socket> socket, Unsent unsent, Ending ending,
+                   std::chrono::milliseconds patience)
         : pool_(std::move(pool)),
           chunks_(std::move(chunks)),
           strand_(pool_->makeStrand()),
           timer_(pool_),
           socket_(std::move(socket)),
           unsent_(std::move(unsent)),
-          ending_(ending)
+          ending_(ending),
+          patience_(patience)
     {
     }
 
@@ -105,7 +106,7 @@ private:
         const auto now = Clock::now();
         const auto progress = std::pair(unsent_.sentCount(), unacknowledged);
         if (std::exchange(lastProgress_, progress) != progress)
-            deadline_ = now + kPatience;
+            deadline_ = now + patience_;
         if (now >= deadline_) {
             finish();
             return;
@@ -137,16 +138,18 @@ private:
     std::unique_ptr<Socket> socket_;
     Unsent unsent_;
     const Ending ending_;
+    const std::chrono::milliseconds patience_;
     std::size_t discarded_ = 0;
     std::chrono::milliseconds pause_ = kFirstLook;
     std::pair<std::size_t, std::size_t> lastProgress_;
-    Clock::time_point deadline_ = Clock::now() + kPatience;
+    Clock::time_point deadline_ = Clock::now() + patience_;
 };
 
 } // namespace
 
 void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool resetMatters, Ending ending)
+                 Unsent unsent, bool resetMatters, Ending ending,
+                 std::chrono::milliseconds patience)
 {
     const int descriptor = socket->descriptor();
     const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
@@ -161,8 +164,8 @@ void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Soc
         return;
     if (context->pool->isShutDown() || isDead(descriptor))
         return;
-    auto closing = std::make_shared<LingeringClose>(context->pool, context->chunks,
-                                                    std::move(socket), std::move(unsent), ending);
+    auto closing = std::make_shared<LingeringClose>(
+        context->pool, context->chunks, std::move(socket), std::move(unsent), ending, patience);
     closing->start();
 }
 

@@ -200,7 +200,7 @@ private:
     void takeConnection(int descriptor, SocketAddress client)
     {
         context_->pool->noteMoved(kCostInBytes);
-        auto place = context_->sockets->admit(client, isOwn(descriptor, client));
+        auto place = placeFor(descriptor, client);
         if (!place) {
             tellShortage(lastRefusal_, "refusing connections of a host that has too many");
             resetOnClose(descriptor);
@@ -212,6 +212,15 @@ private:
         const auto handler = connectionHandler_;
         handler(makeAcceptedConnection(context_, std::move(socket), std::move(client),
                                        std::make_unique<CountedSession>(traffic_)));
+    }
+
+    /// Few clients need the system call that tells whether they are on this computer.
+    std::optional<SocketLedger::Place> placeFor(int descriptor, const SocketAddress& client)
+    {
+        auto place = context_->sockets->admit(client, false);
+        if (place || !isOwn(descriptor, client))
+            return place;
+        return context_->sockets->admit(client, true);
     }
 
     /// Whether the client is on this computer: then it has the address that it connected to, or,

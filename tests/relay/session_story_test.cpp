@@ -120,6 +120,27 @@ TEST_F(SessionStoryTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
                                        session + "connected to the phone after 3.5 s"));
 }
 
+TEST_F(SessionStoryTest, tellsNothingOfTheFileManagersStates)
+{
+    open();
+    browser->report(Connection::State::Preparing);
+    browser->report(Connection::State::Ready);
+    dispatch.runAll();
+    EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(SessionStoryTest, tellsTheFirstCauseOfAnEnd)
+{
+    open();
+    connect();
+    browser->deliver("the last", true);
+    dispatch.runAll();
+    phone->completeSend(kUnreachable);
+    dispatch.runAll();
+    ASSERT_EQ(log.lines.size(), 1U);
+    EXPECT_THAT(log.lines.front(), testing::HasSubstr("the file manager closed the connection"));
+}
+
 TEST_F(SessionStoryTest, numbersSessions)
 {
     start();

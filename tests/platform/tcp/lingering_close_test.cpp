@@ -1,10 +1,18 @@
-#include "tests/platform/tcp/tcp_harness.h"
+#include "platform/tcp/lingering_close.h"
+#include "platform/tcp/socket_calls.h"
+#include "tests/fakes/fake_network.h"
+#include "tests/platform/tcp/tcp_backstage.h"
 
 #include <atomic>
+#include <chrono>
+#include <string>
 #include <thread>
+#include <utility>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 namespace quillbox {
 
@@ -174,6 +182,55 @@ TEST(LingeringClose, hardlyCostsAnythingWhileThePeerDoesNotRead)
     const auto before = processorTime();
     EXPECT_FALSE(harness.network->flush(500ms));
     EXPECT_LT(processorTime() - before, 100ms);
+}
+
+class LingeringCloseTest : public Backstage {};
+
+TEST_F(LingeringCloseTest, waitsForAPeerAsLongAsThatGoesOnReading)
+{
+    constexpr auto kShort = 600ms;
+    const PeerListener listener;
+    const auto peer = connectPeer(listener.port());
+    auto accepted = listener.accept();
+    const int descriptor = ::dup(accepted.descriptor());
+    ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+    accepted.close();
+    Unsent unsent(makeContent(std::string(32 * kMaximumContentSize, 'x')));
+    closeGently(context, Socket::adopt(context->pool, descriptor, context->sockets->open()),
+                std::move(unsent), true, Ending::EndOfStream, kShort);
+
+    const auto end = std::chrono::steady_clock::now() + 4 * kShort;
+    while (std::chrono::steady_clock::now() < end) {
+        EXPECT_FALSE(context->sockets->waitUntilNoneIsOpen(kShort / 6));
+        peer.receiveExactly(256UL * 1024);
+    }
+    EXPECT_TRUE(context->sockets->waitUntilNoneIsOpen(kPatience)) << "it no longer reads";
+}
+
+TEST_F(LingeringCloseTest, endsTheStreamInOrderHoweverMuchInputIsUnread)
+{
+    // More than is discarded at once.
+    constexpr std::size_t kUnread = 2 * kMaximumContentSize;
+    std::error_code error;
+    const Peer listener(openListeningSocket(kAnyPort, false, error));
+    const int room = 4 * kUnread;
+    if (::setsockopt(listener.descriptor(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room) != 0)
+        GTEST_SKIP() << "no permission for a large receive buffer";
+    const auto peer = connectPeer(localPort(listener.descriptor()));
+    SocketAddress client;
+    const int descriptor = acceptStreamSocket(listener.descriptor(), client, error);
+    ASSERT_FALSE(error) << error.message();
+    ASSERT_TRUE(peer.send(pattern(kUnread)));
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    closeGently(context, Socket::adopt(context->pool, descriptor, context->sockets->open()),
+                Unsent(), true, Ending::EndOfStream);
+    bool isClean = false;
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean);
+    // The socket is closed by now, or soon.
+    EXPECT_TRUE(context->sockets->waitUntilNoneIsOpen(kPatience));
+    EXPECT_TRUE(peer.receiveAll(isClean).empty());
+    EXPECT_TRUE(isClean) << "a reset";
 }
 
 TEST(TcpNetwork, flushesWhatLingers)

@@ -184,6 +184,15 @@ TEST(PipePool, lendsNoneOnceItHasGivenUp)
     EXPECT_FALSE(pool->borrow());
 }
 
+TEST(PipePool, keepsNoPipeThatComesBackAfterItGaveUp)
+{
+    const auto pool = std::make_shared<PipePool>();
+    auto chunk = pool->borrow();
+    pool->giveUp();
+    chunk.reset();
+    EXPECT_EQ(pool->kept(), 0U);
+}
+
 TEST(PipePool, livesForAsLongAsItsChunks)
 {
     auto pool = std::make_shared<PipePool>();

@@ -291,6 +291,30 @@ TEST(TcpListener, survivesConnectionsThatAreResetBeforeTheyAreAccepted)
     EXPECT_EQ(received, "x");
 }
 
+TEST(TcpListener, goesOnAtOnceAfterConnectionsThatWereReset)
+{
+    Stage stage;
+    const auto port = freePort();
+    std::error_code error;
+    const auto early =
+        stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, port, error);
+    ASSERT_FALSE(error) << error.message();
+    int accepted = 0;
+    std::promise<void> isAccepted;
+    early->setNewConnectionHandler([&](const std::shared_ptr<Connection>&) {
+        if (++accepted == 1)
+            isAccepted.set_value();
+    });
+    for (int count = 0; count < 3; ++count)
+        connectPeer(port).reset();
+    const auto peer = connectPeer(port);
+    testing::internal::CaptureStderr();
+    stage.run([&] { early->start(stage.queue); });
+    EXPECT_EQ(isAccepted.get_future().wait_for(kPatience), std::future_status::ready);
+    stage.run([&] { EXPECT_EQ(accepted, 1); });
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "no shortage";
+}
+
 TEST(TcpListener, saysWhyAPortCannotBeHad)
 {
     Harness harness;

@@ -4,7 +4,13 @@
 
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
+#include <future>
+#include <memory>
+#include <span>
+#include <string>
+#include <system_error>
 #include <thread>
 
 #include <fcntl.h>
@@ -44,7 +50,7 @@ protected:
         accepted.close();
         auto socket = Socket::adopt(context->pool, descriptor, context->sockets->open());
         stream = std::make_shared<TcpStream>(context, strandOf(*queue), std::move(socket), nullptr);
-        onQueue([this] { stream->open([](std::error_code) {}); });
+        onQueue([this] { stream->open([this](std::error_code) { ++failures; }); });
     }
 
     ~TcpStreamTest() override
@@ -71,6 +77,7 @@ protected:
     Peer peer = connectPeer(listener.port());
     Peer accepted = listener.accept();
     std::shared_ptr<TcpStream> stream;
+    int failures = 0; ///< used on the queue
 };
 
 TEST_F(TcpStreamTest, borrowsNoPipesAnyMoreOnceASpliceWasRefused)
@@ -135,6 +142,32 @@ TEST_F(TcpStreamTest, takesASendFromTheCompletionOfOneThatWaited)
     EXPECT_FALSE(take(first->get_future()));
     EXPECT_EQ(take(second->get_future()), std::error_code());
     EXPECT_EQ(peer.receiveExactly(3), "end");
+}
+
+TEST_F(TcpStreamTest, tellsNoFailureAfterItWasClosed)
+{
+    peer.reset();
+    onQueue([this] {
+        // Finds the reset and queues the report.
+        stream->send(makeContent("x"), [](std::error_code error) { EXPECT_TRUE(error); });
+        stream->close(Ending::EndOfStream);
+    });
+    settle();
+    EXPECT_EQ(failures, 0);
+}
+
+TEST_F(TcpStreamTest, refusesAContentWhoseBytesItCannotReach)
+{
+    class Elsewhere final : public ContentStorage {
+        std::size_t size() const override { return 4; }
+        std::span<const std::byte> bytes() const override { return {}; }
+    };
+    std::promise<std::error_code> sent;
+    onQueue([&] {
+        stream->send(Content(std::make_unique<Elsewhere>()),
+                     [&sent](std::error_code error) { sent.set_value(error); });
+    });
+    EXPECT_EQ(take(sent.get_future()), std::errc::invalid_argument);
 }
 
 } // namespace quillbox
