@@ -99,6 +99,7 @@ void ServiceBrowse::engineUp()
     if (hasFailed)
         return;
     pause.reset();
+    isEngineNew = !services.empty();
     ask();
 }
 
@@ -127,10 +128,11 @@ void ServiceBrowse::ask()
     for (Service& service : services)
         service.sightings.clear();
     leftOut = 0;
-    isSilenceFinal = services.empty();
     id = link.ask(*this, BrowseRequest{0, type});
+    isSilenceFinal = services.empty();
     if (!isSilenceFinal) {
-        queue.asyncAfter(kSilenceLimit, [weak = weak_from_this(), asked = id] {
+        const std::chrono::milliseconds limit = isEngineNew ? kSilenceLimit : kSettlingLimit;
+        queue.asyncAfter(limit, [weak = weak_from_this(), asked = id] {
             if (const auto self = weak.lock(); self && self->id == asked)
                 self->judgeSilence();
         });
@@ -182,12 +184,13 @@ void ServiceBrowse::judgeSilence()
 {
     const auto seen = std::ranges::count_if(
         services, [](const Service& service) { return !service.sightings.empty(); });
-    isFlooded = static_cast<std::size_t>(seen) + leftOut >= kMaximumServices;
+    isFlooded = isEngineNew && static_cast<std::size_t>(seen) + leftOut >= kMaximumServices;
     if (isFlooded) {
         link.end(id);
         ask();
     } else {
         isSilenceFinal = true;
+        isEngineNew = false;
         setChanged();
     }
 }

@@ -92,6 +92,9 @@ private:
     std::vector<ServiceEndpoint> lastSet;
     /// The current query has been active for so long that whom it has not seen is gone.
     bool isSilenceFinal = false;
+    /// The engine came up after services were listed, and may not have heard of them yet. Any other
+    /// knows all that there is, and reports it at once when the query is sent again.
+    bool isEngineNew = false;
     bool hasFailed = false;
     /// How often the current query saw a service for which the list had no room.
     std::size_t leftOut = 0;

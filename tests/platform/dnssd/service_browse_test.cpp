@@ -277,6 +277,25 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
     EXPECT_EQ(id(), second) << "nothing is left out any more";
 }
 
+TEST_F(ServiceBrowseTest, dropsWhatTheSameEngineDoesNotReportAgainSoon)
+{
+    testing::internal::CaptureStderr();
+    up();
+    for (std::size_t i = 0; i <= kMaximumServices; ++i)
+        emit(found("Service " + std::to_string(i)));
+    dispatch.advance(1s);
+    const AskId first = id();
+    emit(lost("Service 0"));
+    dispatch.advance(kRoomInterval);
+    ASSERT_NE(id(), first);
+    emit(found("Service 1"));
+    dispatch.advance(kSettlingLimit - 1ms);
+    EXPECT_EQ(names().size(), kMaximumServices - 1);
+    dispatch.advance(1s);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(names(), Names{"Service 1"});
+}
+
 TEST_F(ServiceBrowseTest, keepsWhatWasListedBeforeWhateverAnEngineTellsFirst)
 {
     testing::internal::CaptureStderr();
