@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -43,12 +44,11 @@ void tryBytes(const SocketAddress& address)
     managementUrl(address, 443);
     require(!isAddress || portOf(withPort(address, 4445)) == 4445, "the port can be set");
     const OnLink network;
-    for (const auto& interfaces :
-         {std::vector<int>(), std::vector{kLoopbackInterface}, std::vector{2}}) {
+    for (const auto& interfaces : {std::set<int>(), std::set{kLoopbackInterface}, std::set{2}}) {
         const bool mayBeDialled = static_cast<bool>(
             mayDial({.address = address, .interfaces = interfaces}, OwnPorts(), network));
         require(isAddress || !mayBeDialled, "only an address is dialled");
-        require(!(mayBeDialled && interfaces == std::vector{2} && isLoopback(address)),
+        require(!(mayBeDialled && interfaces == std::set{2} && isLoopback(address)),
                 "a loopback address from the network is not dialled");
     }
     if (!text)

@@ -15,7 +15,7 @@ struct AddressRace::Entry {
 
     explicit Entry(Candidate wanted) : candidate(std::move(wanted)) {}
 
-    const Candidate candidate;
+    Candidate candidate;
     DialPermission permission; ///< that of the latest attempt
     State state = State::Untried;
     bool isGone = false; ///< no longer a candidate
@@ -56,19 +56,35 @@ AddressRace::~AddressRace()
 void AddressRace::setCandidates(const std::vector<Candidate>& candidates)
 {
     for (const auto& entry : entries_)
-        entry->isGone =
-            std::find(candidates.begin(), candidates.end(), entry->candidate) == candidates.end();
+        entry->isGone = true;
+    for (const auto& candidate : candidates) {
+        const auto known = std::ranges::find_if(
+            entries_, [&](const auto& entry) { return isSameWay(*entry, candidate); });
+        if (known == entries_.end()) {
+            entries_.push_back(std::make_shared<Entry>(candidate));
+            continue;
+        }
+        auto& entry = **known;
+        entry.isGone = false;
+        if (entry.state == Entry::State::Lost && entry.candidate != candidate)
+            entry.state = Entry::State::Untried;
+        entry.candidate = candidate;
+    }
     std::erase_if(entries_, [](const auto& entry) {
         return entry->isGone && entry->state != Entry::State::Trying;
     });
-    for (const auto& candidate : candidates) {
-        const bool isKnown =
-            std::any_of(entries_.begin(), entries_.end(),
-                        [&candidate](const auto& entry) { return entry->candidate == candidate; });
-        if (!isKnown)
-            entries_.push_back(std::make_shared<Entry>(candidate));
-    }
     advanceSoon();
+}
+
+/// Whether a candidate has the address of an entry, and would not be dialled in another way than in
+/// the pending attempt: a record that arrives on another interface may lead to a better one.
+bool AddressRace::isSameWay(const Entry& entry, const Candidate& candidate) const
+{
+    if (entry.candidate == candidate)
+        return true;
+    return entry.candidate.address == candidate.address
+           && (entry.state != Entry::State::Trying
+               || mayDial(candidate, context_->ownPorts, context_->monitor) == entry.permission);
 }
 
 void AddressRace::restart()

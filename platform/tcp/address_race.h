@@ -48,7 +48,8 @@ public:
     AddressRace& operator=(const AddressRace&) = delete;
 
     /// Sets the complete list of candidates. New ones are added to the race; removed ones are not
-    /// tried any more, but a pending attempt may still win.
+    /// tried any more, but a pending attempt may still win. One that has failed is retried if its
+    /// records arrived on other interfaces than before.
     void setCandidates(const std::vector<Candidate>& candidates);
 
     /// Retries the candidates that have failed.
@@ -60,6 +61,7 @@ public:
 private:
     struct Entry;
 
+    bool isSameWay(const Entry& entry, const Candidate& candidate) const;
     void advanceSoon();
     void advance();
     void startNextLater();

@@ -75,13 +75,6 @@ std::optional<PlainAddress> plainAddress(const SocketAddress& address)
 
 } // namespace
 
-bool Candidate::isFromNetwork() const
-{
-    return !isTyped()
-           && std::find(interfaces.begin(), interfaces.end(), kLoopbackInterface)
-                  == interfaces.end();
-}
-
 void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& address,
                   int interfaceIndex)
 {
@@ -91,7 +84,7 @@ void addCandidate(std::vector<Candidate>& candidates, const SocketAddress& addre
     if (known == candidates.end())
         candidates.push_back({.address = address, .interfaces = {interfaceIndex}});
     else
-        known->interfaces.push_back(interfaceIndex);
+        known->interfaces.insert(interfaceIndex);
 }
 
 DialPermission mayDial(const Candidate& candidate, const OwnPorts& ownPorts,

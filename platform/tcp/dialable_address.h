@@ -4,6 +4,7 @@
 #include "platform/network_monitor.h"
 #include "platform/tcp/own_ports.h"
 
+#include <set>
 #include <system_error>
 #include <vector>
 
@@ -17,12 +18,12 @@ struct Candidate {
     SocketAddress address;
     /// The interfaces on which DNS-SD records with this address arrived. Empty if the user typed
     /// the address, or a name that the name service resolved to it.
-    std::vector<int> interfaces;
+    std::set<int> interfaces;
 
     bool isTyped() const { return interfaces.empty(); }
 
     /// Whether another host may have sent the records.
-    bool isFromNetwork() const;
+    bool isFromNetwork() const { return !isTyped() && !interfaces.contains(kLoopbackInterface); }
 
     bool operator==(const Candidate&) const = default;
 };

@@ -184,6 +184,30 @@ TEST_F(AddressRaceTest, triesSoManyAddressesAtATime)
     EXPECT_FALSE(waitForSockets(AddressRace::kMostAtOnce + 1, AddressRace::kStagger * 3));
 }
 
+TEST_F(AddressRaceTest, goesOnWithAnAttemptWhenTheRecordArrivesOnAnotherInterface)
+{
+    const SilentAddress silent("127.0.0.2");
+    setCandidates({{.address = silent.address(), .interfaces = {1}}});
+    settle();
+    setCandidates({{.address = silent.address(), .interfaces = {1, 2}}});
+    EXPECT_FALSE(waitForSockets(2, AddressRace::kStagger * 2));
+}
+
+TEST_F(AddressRaceTest, retriesAnAddressWhoseRecordArrivesOnAnotherInterface)
+{
+    const auto address = PeerListener().address();
+    setCandidates({{.address = address, .interfaces = {1}}});
+    ASSERT_TRUE(lost.waitFor(1));
+    // No longer proven once it is dialled.
+    context->provenAddresses.add(address);
+    setCandidates({{.address = address, .interfaces = {1}}});
+    ASSERT_TRUE(lost.waitFor(2));
+    EXPECT_TRUE(context->provenAddresses.contains(address));
+    setCandidates({{.address = address, .interfaces = {1, 2}}});
+    ASSERT_TRUE(lost.waitFor(3));
+    EXPECT_FALSE(context->provenAddresses.contains(address));
+}
+
 TEST(AddressRace, countsAConnectionToItselfAsRefused)
 {
     inNetworkNamespace([] {
