@@ -22,9 +22,10 @@ struct TcpParameters {
     bool includePeerToPeer = false;
     /// The accepted connection, not yet started, on whose behalf an outgoing connection is opened.
     ///
-    /// The outgoing connection fails if DNS-SD finds its endpoint at the client's host: if records
-    /// lead two relays to each other, each session of one would otherwise open one at the other,
-    /// without end.
+    /// The outgoing connection fails if DNS-SD finds its endpoint at the client's address, beside
+    /// whatever others: if records lead two relays to each other, each session of one would
+    /// otherwise open one at the other. The client's host is not recognised if the records have
+    /// only other addresses of it, such as that of the other address family.
     ///
     /// When it is cancelled, it ends with a reset (RFC 9293, section 3.10.5) if the client has
     /// reset its own connection, or if nothing went either way, not even the end of the endpoint's

@@ -83,8 +83,7 @@ bool AddressRace::isSameWay(const Entry& entry, const Candidate& candidate) cons
     if (entry.candidate == candidate)
         return true;
     return entry.candidate.address == candidate.address
-           && (entry.state != Entry::State::Trying
-               || mayDial(candidate, context_->ownPorts, context_->monitor) == entry.permission);
+           && (entry.state != Entry::State::Trying || permissionFor(candidate) == entry.permission);
 }
 
 void AddressRace::restart()
@@ -183,14 +182,22 @@ std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
     return next;
 }
 
+/// That of `mayDial`. Nothing that DNS-SD found may be dialled if one of its addresses is that of
+/// the client, as the others then belong to the client's host as well (see `TcpParameters`).
+DialPermission AddressRace::permissionFor(const Candidate& candidate) const
+{
+    const auto isOfClient = [this](const auto& entry) {
+        return entry->candidate.isFromNetwork() && isSameHost(entry->candidate.address, client_);
+    };
+    if (candidate.isFromNetwork() && std::ranges::any_of(entries_, isOfClient))
+        return {.refusal = std::make_error_code(std::errc::connection_refused)};
+    return mayDial(candidate, context_->ownPorts, context_->monitor);
+}
+
 void AddressRace::dial(const std::shared_ptr<Entry>& entry)
 {
     const auto& address = entry->candidate.address;
-    if (entry->candidate.isFromNetwork() && isSameHost(address, client_)) {
-        settle(entry, std::make_error_code(std::errc::connection_refused));
-        return;
-    }
-    entry->permission = mayDial(entry->candidate, context_->ownPorts, context_->monitor);
+    entry->permission = permissionFor(entry->candidate);
     if (!entry->permission) {
         settle(entry, entry->permission.refusal);
         return;
@@ -237,7 +244,7 @@ std::error_code AddressRace::resultOf(const Entry& entry) const
     if (entry.socket->hasFailed())
         return takeSocketError(entry.socket->descriptor());
     // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
-    const auto now = mayDial(entry.candidate, context_->ownPorts, context_->monitor);
+    const auto now = permissionFor(entry.candidate);
     if (now && now != entry.permission)
         return std::make_error_code(std::errc::address_not_available);
     return now.refusal;

@@ -67,6 +67,7 @@ private:
     void startNextLater();
     std::shared_ptr<Entry> takeNext();
     void dial(const std::shared_ptr<Entry>& entry);
+    DialPermission permissionFor(const Candidate& candidate) const;
     std::error_code resultOf(const Entry& entry) const;
     void settle(const std::shared_ptr<Entry>& entry, std::error_code error);
     void noteWinner(const SocketAddress& address);

@@ -92,9 +92,10 @@ protected:
     }
 
     std::promise<void> won; ///< at most once
+    const SocketAddress client = ipv4Address("192.0.2.9", 50000);
     RaceLog lost;
     const std::shared_ptr<AddressRace> race = std::make_shared<AddressRace>(
-        context, strandOf(*queue), SocketAddress(),
+        context, strandOf(*queue), client,
         AddressRace::Handlers{
             .won = [this](const std::unique_ptr<Socket>&) { won.set_value(); },
             .lost = [this](const AddressRace::Outcome& outcome) { lost.note(outcome); }});
@@ -206,6 +207,18 @@ TEST_F(AddressRaceTest, retriesAnAddressWhoseRecordArrivesOnAnotherInterface)
     setCandidates({{.address = address, .interfaces = {1, 2}}});
     ASSERT_TRUE(lost.waitFor(3));
     EXPECT_FALSE(context->provenAddresses.contains(address));
+}
+
+TEST_F(AddressRaceTest, refusesAllAddressesOfAHostThatHasTheClientsToo)
+{
+    const auto other = ipv6Address("2001:db8::9", 0, 4445);
+    // Its error if it were dialled is another one.
+    monitor.setRoutes(2, other, {OutgoingRoute::Unknown});
+    setCandidates({{.address = other, .interfaces = {2}},
+                   {.address = ipv4Address("192.0.2.9", 4445), .interfaces = {2}}});
+    ASSERT_TRUE(lost.waitFor(1));
+    EXPECT_EQ(lost.at(0).error, std::errc::connection_refused);
+    EXPECT_TRUE(lost.at(0).isFinal);
 }
 
 TEST(AddressRace, countsAConnectionToItselfAsRefused)
