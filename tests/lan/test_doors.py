@@ -1,6 +1,7 @@
 """A record from the network opens no way that its sender does not have: the relay connects to no
 address of this computer, and to no host behind it, because a stranger announced it."""
 
+import json
 import os
 
 import pytest
@@ -205,6 +206,27 @@ def test_a_circle_of_three_computers_ends_when_a_host_has_too_many_sessions(
     messages = [line.text for helper in helpers for line in helper.process.lines]
     assert any("refusing connections" in text for text in messages)
     assert not any("cannot accept" in text for text in messages), "out of descriptors"
+
+
+def test_a_phone_that_answers_over_another_link_is_reached(lan, computer, onlooker, stranger):
+    """Where two links of a computer are in one network, other hosts may send to either what is for
+    the address of one of them (ARP flux). A socket that is bound to a link gets nothing over the
+    other."""
+    lan.connect(computer, "eth1")
+    second = f"10.77.0.{computer.number + 100}"
+    computer.run("ip", "link", "set", "eth1", "addrgenmode", "none", "up")
+    computer.run("ip", "addr", "add", f"{second}/24", "dev", "eth1", "noprefixroute")
+    computer.run("ip", "route", "add", "10.77.0.0/24", "dev", "eth1", "metric", "600")
+    for address, link in ((computer.address4, "eth1"), (second, "eth0")):
+        shown = computer.run("ip", "-json", "link", "show", link).stdout
+        entry = [address, "lladdr", json.loads(shown)[0]["address"], "nud", "permanent"]
+        stranger.run("ip", "neigh", "replace", *entry, "dev", "eth0")
+    helper = computer.helper()
+    relay = announce(stranger, helper, onlooker, [stranger.address4], stranger.greeter_port)
+
+    caller = call(computer, computer.address4, relay)
+
+    assert first_bytes(caller, 10)[1] == "b'hello\\n'"
 
 
 def test_the_user_may_type_any_address(computer, onlooker, container):

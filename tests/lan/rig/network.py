@@ -264,15 +264,16 @@ class Lan:
             host.plug()
         return host
 
-    def connect(self, host):
-        """Connects the host to the bridge with a veth pair."""
+    def connect(self, host, link="eth0"):
+        """Connects the host to the bridge with a veth pair, whose end at the host is `link`."""
+        port = host.port_name if link == "eth0" else f"{host.port_name}-{link}"
         switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
         run(
             switch
-            + ["ip", "link", "add", host.port_name, "type", "veth"]
-            + ["peer", "name", "eth0", "netns", str(host.pid)]
+            + ["ip", "link", "add", port, "type", "veth"]
+            + ["peer", "name", link, "netns", str(host.pid)]
         )
-        run(switch + ["ip", "link", "set", host.port_name, "master", "br0", "up"])
+        run(switch + ["ip", "link", "set", port, "master", "br0", "up"])
 
     def cut(self, host):
         """Takes the host's link down at the bridge: the other hosts see silence, no link change."""
