@@ -22,11 +22,11 @@ public:
     /// Opens the socket, in the thread's network namespace. Without one, no lookup succeeds.
     RouteLookup();
 
-    /// Looks up the route of a TCP connection to an IPv4 or IPv6 address and port, by all policy
-    /// rules but those for source addresses, source ports and packet marks, which it does not know.
-    /// With `boundTo`, that of a socket which is bound to the interface with this index; 0 for a
-    /// socket that is not bound. nullopt without an error if there is no route, with an error if
-    /// the kernel could not be asked. Does not block.
+    /// Looks up the route of a TCP connection to an IPv4 or IPv6 address and port. Policy rules for
+    /// a source address or port do not match, as the connection has none yet. With `boundTo`, finds
+    /// the route of a socket that is bound to the interface with this index; 0 for a socket that is
+    /// not bound. nullopt without an error if there is no route, with an error if the kernel could
+    /// not be asked. Does not block.
     std::optional<Route> find(const SocketAddress& address, int boundTo, std::error_code& error);
 
 private:
