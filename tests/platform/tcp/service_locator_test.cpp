@@ -239,7 +239,7 @@ TEST_F(ServiceLocatorTest, resolvesAnOwnServiceThatGoesAwayBeforeItIsPublished)
     tellOwn(unpublished);
     tellOwn(std::nullopt);
     dispatch.advance(kPublicationLimit);
-    EXPECT_TRUE(answers.empty()) << "nobody listens there any more";
+    ASSERT_TRUE(answers.empty()) << "nobody listens there any more";
     tellFound({found("10.0.0.7")});
     EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
 }
