@@ -183,7 +183,7 @@ TEST(Route, isFoundOfTheRightAddressByThreadsThatAskAtTheSameTime)
         const auto expectRoutes = [&](const char* text, OutgoingRoute expected) {
             const auto address = ipv4Address(text);
             int others = 0;
-            for (int count = 0; count < 2000; ++count)
+            for (int count = 0; count < 20000; ++count)
                 others += computer.monitor->routeThrough(lan, address) == expected ? 0 : 1;
             EXPECT_EQ(others, 0) << text;
         };
