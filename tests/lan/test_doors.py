@@ -200,7 +200,7 @@ def test_a_circle_of_three_computers_ends_when_a_host_has_too_many_sessions(
         has_ended = any(line.text.startswith("first ") for line in caller.lines)
         return has_ended and all(x <= y + 4 for x, y in zip(now, before))
 
-    wait_until(is_over, 40)
+    wait_until(is_over, limit(40), "the end of the circle")
     assert first_bytes(caller, 1)[1] == "b''", "refused, as nobody answers"
     assert max(most) < 700, most
     messages = [line.text for helper in helpers for line in helper.process.lines]
