@@ -47,8 +47,8 @@ std::optional<FolderHandler> folderHandlerFor(const std::string& url, std::strin
     // "Default application for …: org.example.Files.desktop"
     const std::string_view first = takeLine(output);
     const auto colon = first.rfind(": ");
-    auto chosen =
-        colon == std::string_view::npos ? std::nullopt : candidateNamed(first.substr(colon + 2), url);
+    auto chosen = colon == std::string_view::npos ? std::nullopt
+                                                  : candidateNamed(first.substr(colon + 2), url);
     // One program in each line, behind a tab; headings in between.
     while (!output.empty() && !(chosen && chosen->isFileManager)) {
         const std::string_view line = takeLine(output);
