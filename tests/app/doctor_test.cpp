@@ -492,7 +492,7 @@ TEST(Doctor, namesPackagesAsThisSystemDoes)
     auto facts = soundFacts();
     facts.system.avahi = {.state = AvahiFacts::State::Absent};
     facts.system.fileBrowser = {};
-    facts.system.names = {};
+    facts.system.names = {.service = NameService("")};
     facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::No, .hasTray = Seen::No};
     EXPECT_THAT(plainText(diagnose(facts)), HasSubstr("apt install"));
 
