@@ -63,7 +63,7 @@ QWidget* AppDelegate::buildAdvancedForm()
     layout->setContentsMargins(0, 0, 0, 0);
     contentArea->addGap({.usual = kFormSpacing,
                          .count = 3,
-                         .givesWay = ContentArea::GivesWay::insideFold,
+                         .givesWay = ContentArea::GivesWay::InsideFold,
                          .set = [layout](int distance) { layout->setSpacing(distance); }});
 
     TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(automaticDiscovery);
@@ -89,7 +89,7 @@ QLayout* AppDelegate::buildFields()
     auto* grid = new QGridLayout;
     contentArea->addGap({.usual = kGridRowSpacing,
                          .count = 3,
-                         .givesWay = ContentArea::GivesWay::insideFold,
+                         .givesWay = ContentArea::GivesWay::InsideFold,
                          .set = [grid](int distance) { grid->setVerticalSpacing(distance); }});
     grid->setHorizontalSpacing(kGridColumnSpacing);
     // The width that labels and fields leave stays empty, on the right.

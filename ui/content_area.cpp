@@ -21,8 +21,26 @@ constexpr int kSmallestShareForFold = 40;
 
 constexpr int kEdgeHeight = 28;
 
+int heightOf(const QLayout& layout)
+{
+    return layout.hasHeightForWidth() ? layout.totalHeightForWidth(layout.minimumSize().width())
+                                      : layout.totalSizeHint().height();
+}
+
+/// The greatest share at which something fits; 100 if it fits at none.
+template <typename Fits> int greatestShare(int smallest, const Fits& fits)
+{
+    for (int share = 100; share >= smallest; --share) {
+        if (fits(share))
+            return share;
+    }
+    return 100;
+}
+
+} // namespace
+
 /// The last pixels before an edge of the area, where the content fades into the background.
-class FadingEdge final : public QWidget {
+class ContentArea::FadingEdge final : public QWidget {
 public:
     FadingEdge(Qt::Edge fadingEdge, QWidget* parent) : QWidget(parent), edge(fadingEdge)
     {
@@ -50,24 +68,6 @@ private:
 
     const Qt::Edge edge;
 };
-
-int heightOf(const QLayout& layout)
-{
-    return layout.hasHeightForWidth() ? layout.totalHeightForWidth(layout.minimumSize().width())
-                                      : layout.totalSizeHint().height();
-}
-
-/// The greatest share at which something fits; 100 if it fits at none.
-template <typename Fits> int greatestShare(int smallest, const Fits& fits)
-{
-    for (int share = 100; share >= smallest; --share) {
-        if (fits(share))
-            return share;
-    }
-    return 100;
-}
-
-} // namespace
 
 ContentArea::ContentArea(QWidget* parent) : QScrollArea(parent)
 {
@@ -164,9 +164,9 @@ void ContentArea::activateLayouts()
 int ContentArea::sizeOf(const Gap& gap, const Shares& at)
 {
     const bool givesWayToTitleBar =
-        gap.givesWay == GivesWay::toTitleBar || gap.givesWay == GivesWay::toBoth;
+        gap.givesWay == GivesWay::ToTitleBar || gap.givesWay == GivesWay::ToBoth;
     const int share = (givesWayToTitleBar ? at.titleBar : 100)
-                      * (gap.givesWay == GivesWay::toTitleBar ? 100 : at.fold);
+                      * (gap.givesWay == GivesWay::ToTitleBar ? 100 : at.fold);
     return (gap.usual * share + 5000) / 10000;
 }
 
@@ -174,7 +174,7 @@ int ContentArea::heightOfGaps(const Shares& at, bool isUnfolded) const
 {
     int height = 0;
     for (const Gap& gap : gaps) {
-        if (isUnfolded || gap.givesWay != GivesWay::insideFold)
+        if (isUnfolded || gap.givesWay != GivesWay::InsideFold)
             height += gap.count * sizeOf(gap, at);
     }
     return height;
@@ -195,7 +195,7 @@ void ContentArea::updateEdges()
     const int above = -widget()->y();
     const int below = widget()->height() - viewport()->height() - above;
     for (const auto& [edge, hidden] : {std::pair(topEdge, above), std::pair(bottomEdge, below)}) {
-        static_cast<FadingEdge*>(edge)->place(viewport()->size());
+        edge->place(viewport()->size());
         edge->setVisible(hidden > 0 && !finalHeight);
     }
 }

@@ -21,17 +21,17 @@ class ContentArea final : public QScrollArea {
 public:
     /// What a distance gives way to.
     enum class GivesWay {
-        toTitleBar, ///< to the title bar only, because it is above the part that unfolds
-        toFold,     ///< to the unfolded part only
-        toBoth,
-        insideFold, ///< like toFold, and it exists only while that part is unfolded
+        ToTitleBar, ///< to the title bar only, because it is above the part that unfolds
+        ToFold,     ///< to the unfolded part only
+        ToBoth,
+        InsideFold, ///< like ToFold, and it exists only while that part is unfolded
     };
 
     /// A distance that may become smaller; it occurs `count` times.
     struct Gap {
         int usual = 0;
         int count = 1;
-        GivesWay givesWay = GivesWay::toTitleBar;
+        GivesWay givesWay = GivesWay::ToTitleBar;
         std::function<void(int)> set;
     };
 
@@ -57,6 +57,8 @@ public:
     void setFinalHeight(std::optional<int> height);
 
 private:
+    class FadingEdge;
+
     /// How much of their usual sizes distances have, in per cent.
     struct Shares {
         int titleBar = 100; ///< of the distances that give way to the title bar
@@ -77,8 +79,8 @@ private:
 
     QVBoxLayout* layout = nullptr; ///< owned by the content widget
     QWidget* fold = nullptr;       ///< owned by the content widget; null if there is none
-    QWidget* topEdge = nullptr;    ///< owned by the viewport, like the next
-    QWidget* bottomEdge = nullptr;
+    FadingEdge* topEdge = nullptr; ///< owned by the viewport, like the next
+    FadingEdge* bottomEdge = nullptr;
     std::vector<Gap> gaps;
     Shares shares; ///< the current ones
     int unfoldedHeight = 0;

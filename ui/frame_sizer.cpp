@@ -77,7 +77,7 @@ QSize FrameSizer::visibleSize(const QMargins& decoration, Reported reported)
 {
     const QSize size(decoration.left() + decoration.right(),
                      decoration.top() + decoration.bottom());
-    if (reported == Reported::exactly)
+    if (reported == Reported::Exactly)
         return size;
     if (decoration.isNull())
         return {0, kUsualTitleBar};

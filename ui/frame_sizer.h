@@ -19,8 +19,8 @@ class FrameSizer final : public QObject {
 public:
     /// How the toolkit reports the size of a decoration.
     enum class Reported {
-        exactly,
-        asOnWayland, ///< not at all if the compositor draws it; with its shadow if the toolkit does
+        Exactly,
+        AsOnWayland, ///< not at all if the compositor draws it; with its shadow if the toolkit does
     };
 
     /// The height of a decoration whose size is unknown. A Wayland compositor that decorates

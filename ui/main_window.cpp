@@ -103,8 +103,8 @@ std::function<void(int)> marginOf(QLayout& layout, void (QMargins::*setMargin)(i
 FrameSizer::Reported waySizesAreReported()
 {
     return QGuiApplication::platformName().startsWith(QStringLiteral("wayland"))
-               ? FrameSizer::Reported::asOnWayland
-               : FrameSizer::Reported::exactly;
+               ? FrameSizer::Reported::AsOnWayland
+               : FrameSizer::Reported::Exactly;
 }
 
 } // namespace
@@ -162,9 +162,9 @@ void AppDelegate::buildContent()
     contentArea->addGap({.usual = kInset, .set = marginOf(column, &QMargins::setTop)});
     contentArea->addGap({.usual = kColumnSpacing, .count = 2, .set = spacingOf(column)});
     contentArea->addGap(
-        {.usual = kColumnSpacing, .givesWay = GivesWay::toBoth, .set = spacingOf(*lower)});
+        {.usual = kColumnSpacing, .givesWay = GivesWay::ToBoth, .set = spacingOf(*lower)});
     contentArea->addGap({.usual = kInset,
-                         .givesWay = GivesWay::toBoth,
+                         .givesWay = GivesWay::ToBoth,
                          .set = marginOf(column, &QMargins::setBottom)});
 }
 
@@ -205,10 +205,10 @@ QWidget* AppDelegate::buildCard()
     layout->addLayout(foldable);
     contentArea->setFold(*advancedForm);
     contentArea->addGap({.usual = kCardSpacing,
-                         .givesWay = ContentArea::GivesWay::insideFold,
+                         .givesWay = ContentArea::GivesWay::InsideFold,
                          .set = marginOf(*advancedForm->layout(), &QMargins::setTop)});
     contentArea->addGap({.usual = kCardInsets.bottom(),
-                         .givesWay = ContentArea::GivesWay::toFold,
+                         .givesWay = ContentArea::GivesWay::ToFold,
                          .set = marginOf(*layout, &QMargins::setBottom)});
     return card;
 }

@@ -194,19 +194,19 @@ protected:
 
 TEST_F(Decoration, ofAnUnreportedSizeIsAssumedToBeAUsualTitleBar)
 {
-    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Reported::asOnWayland),
+    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Reported::AsOnWayland),
               382 - FrameSizer::kUsualTitleBar);
 }
 
 TEST_F(Decoration, isNoneWhereTheToolkitKnowsThatThereIsNone)
 {
-    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Reported::exactly), 382);
+    EXPECT_EQ(heightWithin(382, Qt::FramelessWindowHint, FrameSizer::Reported::Exactly), 382);
 }
 
 TEST_F(Decoration, aSizeThatTheCompositorSentLateDoesNotStay)
 {
     QWidget window(nullptr, Qt::FramelessWindowHint);
-    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Reported::exactly);
+    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Reported::Exactly);
     window.show();
     sizer.setFrameSize({440, 562});
     sizer.animation().setCurrentTime(sizer.animation().totalDuration());
@@ -218,7 +218,7 @@ TEST_F(Decoration, aSizeThatTheCompositorSentLateDoesNotStay)
 TEST_F(Decoration, aSizeThatTheCompositorInsistsOnIsLeft)
 {
     QWidget window(nullptr, Qt::FramelessWindowHint);
-    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Reported::exactly);
+    FrameSizer& sizer = *new FrameSizer(window, FrameSizer::Reported::Exactly);
     window.show();
     sizer.setFrameSize({440, 562});
     sizer.animation().setCurrentTime(sizer.animation().totalDuration());
@@ -232,19 +232,19 @@ TEST_F(Decoration, aSizeThatTheCompositorInsistsOnIsLeft)
 TEST_F(Decoration, thatIsReportedCountsEverywhere)
 {
     // The offscreen platform adds two pixels on each side.
-    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Reported::asOnWayland), 382 - 4);
-    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Reported::exactly), 382 - 4);
+    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Reported::AsOnWayland), 382 - 4);
+    EXPECT_EQ(heightWithin(382, Qt::Window, FrameSizer::Reported::Exactly), 382 - 4);
 }
 
 TEST_F(Decoration, isReportedWithItsShadowOnWayland)
 {
     // What Qt 6.8 reports on GNOME: a border of 1, a title bar of 38, and the shadow.
     const QMargins adwaita(11, 49, 11, 11);
-    EXPECT_EQ(FrameSizer::visibleSize(adwaita, FrameSizer::Reported::asOnWayland), QSize(2, 40));
-    EXPECT_EQ(FrameSizer::visibleSize(adwaita, FrameSizer::Reported::exactly), QSize(22, 60));
+    EXPECT_EQ(FrameSizer::visibleSize(adwaita, FrameSizer::Reported::AsOnWayland), QSize(2, 40));
+    EXPECT_EQ(FrameSizer::visibleSize(adwaita, FrameSizer::Reported::Exactly), QSize(22, 60));
     // What older versions report.
     const QMargins plain(3, 30, 3, 3);
-    EXPECT_EQ(FrameSizer::visibleSize(plain, FrameSizer::Reported::asOnWayland), QSize(6, 33));
+    EXPECT_EQ(FrameSizer::visibleSize(plain, FrameSizer::Reported::AsOnWayland), QSize(6, 33));
 }
 
 } // namespace
