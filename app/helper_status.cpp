@@ -150,7 +150,8 @@ std::optional<HelperStatus> helperStatusIn(const QJsonObject& object)
         return std::nullopt;
     HelperStatus status{.isReady = strict.truth(kReadyField),
                         .text = strict.text(kTextField),
-                        .hint = strict.text(kHintField),
+                        // Version 0.1.0 wrote no hint.
+                        .hint = strict.has(kHintField) ? strict.text(kHintField) : "",
                         .isShownInFinder = strict.truth(kShowInFinderField),
                         .isAutomatic = strict.truth(kAutomaticDiscoveryField),
                         .phones = entriesIn(strict, kPhonesField, phoneIn),

@@ -44,7 +44,7 @@ struct HelperStatus {
 /// The JSON form, for other copies and for scripts.
 QJsonObject jsonOf(const HelperStatus& status);
 
-/// nullopt unless the object has exactly that form.
+/// nullopt unless the object has exactly that form; the hint may be missing.
 std::optional<HelperStatus> helperStatusIn(const QJsonObject& object);
 
 /// The JSON text for scripts and terminals: indented UTF-8 that ends with a newline; characters

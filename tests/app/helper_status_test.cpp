@@ -136,6 +136,15 @@ TEST(HelperStatus, isNotReadFromJsonWithAnEntryThatIsUnsound)
     }
 }
 
+TEST(HelperStatus, isReadFromJsonOfACopyThatKnowsNoHints)
+{
+    QJsonObject older = parsed(jsonText(statusWith("Quillbox")));
+    older.remove(QStringLiteral("hint"));
+    EXPECT_EQ(helperStatusIn(older), statusWith("Quillbox"));
+    older[QStringLiteral("hint")] = true;
+    EXPECT_FALSE(helperStatusIn(older));
+}
+
 TEST(HelperStatus, asJsonIsUtf8EvenWhenANameIsNot)
 {
     const std::string json = jsonText(statusWith("Quillbox \xff"));
