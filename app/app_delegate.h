@@ -44,7 +44,7 @@ struct StatusReport {
     std::string text;
 };
 
-/// A request from another process to open web management.
+/// A request from another process, such as a panel, to open web management.
 struct ManagementRequest {
     std::string permission = {};   ///< the process's activation token; may be empty
     Workspace::Opened opened = {}; ///< may be empty
@@ -110,13 +110,14 @@ public:
     void syncAutomaticRelays();
     void stopRelays();
 
-    /// Opens the phone's share in the file browser, or reports why it cannot.
-    void openInFinder();
+    /// Opens the phone's share in the file browser, or reports why it cannot. Here and below,
+    /// `permission` is an activation token (see `Workspace::open`).
+    void openInFinder(const std::string& permission = {});
 
     // Web management: opens the page of the only phone that has it, of the phone that the user
     // chooses from a menu, or of the phone whose button was clicked; without such a phone, explains
     // how to enable it.
-    void openManagement();
+    void openManagement(const std::string& permission = {});
     void openManagementMenu(const QAction& item);
     void openNamedManagement(const QPushButton& button);
     void resolveManagement(const Endpoint& endpoint, ManagementRequest request = {});
@@ -190,6 +191,7 @@ private:
     bool handleKey(const QEvent& event);
     void announce(const QString& status);
     void statusItemClicked();
+    void showFromPanel();
     void showFinderHint();
     void addHeading();
     DeviceRow* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);

@@ -146,8 +146,7 @@ void AppDelegate::manageOnRequest(const std::optional<std::string>& phone,
 {
     const auto names = namesOf(managementDevices);
     if (!phone && managementDevices.size() != 1) {
-        environment.windowPresence.permit(permission);
-        openManagement();
+        openManagement(permission);
         answer(encoded(ControlAnswer{.outcome = ControlOutcome::Refused,
                                      .text = names.empty() ? kHowToEnableManagement
                                                            : "Choose one of several phones",

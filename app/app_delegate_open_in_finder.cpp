@@ -11,9 +11,9 @@ constexpr const char* kServiceSuffix = "._smb._tcp.local";
 
 } // namespace
 
-void AppDelegate::openInFinder()
+void AppDelegate::openInFinder(const std::string& permission)
 {
-    openShare(nullptr, {}, {});
+    openShare(nullptr, permission, {});
 }
 
 /// Opens the share of `phone`, or of the only phone if `phone` is null. Returns nullopt if the

@@ -6,12 +6,13 @@
 
 namespace quillbox {
 
-void AppDelegate::openManagement()
+void AppDelegate::openManagement(const std::string& permission)
 {
+    if (managementDevices.size() == 1)
+        return resolveManagement(managementDevices.front().endpoint, {.permission = permission});
+    environment.windowPresence.permit(permission);
     if (managementDevices.empty())
         explainWebManagement();
-    else if (managementDevices.size() == 1)
-        resolveManagement(managementDevices.front().endpoint);
     else
         popUpManagementMenu();
 }

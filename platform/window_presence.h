@@ -31,6 +31,11 @@ public:
     /// consumes it.
     virtual void permit(std::string permission) = 0;
 
+    /// Returns the activation token that a panel passed with the user's click on the status item,
+    /// or with the choice in its menu, and forgets it; empty if there is none. Call it only while
+    /// such a click is handled: a token may also be left over from a menu that was dismissed.
+    virtual std::string takePermissionOfPanel() = 0;
+
     /// Moves the window to the current workspace, raises it, and gives it the keyboard focus.
     /// `show` makes the toolkit show and activate it; called once, inside this call.
     virtual void bringForward(WindowIdentifier window, const std::function<void()>& show) = 0;

@@ -139,7 +139,7 @@ QLayout* AppDelegate::buildFormButtons()
     auto* open = new FilledButton(QStringLiteral("Open in Finder"));
     open->setFixedSize(kOpenButtonSize);
     open->setAccessibleDescription(QStringLiteral("Opens the default share in the file browser"));
-    connect(open, &QPushButton::clicked, this, &AppDelegate::openInFinder);
+    connect(open, &QPushButton::clicked, this, [this] { openInFinder(); });
     row->addWidget(open);
     row->addStretch();
     return row;

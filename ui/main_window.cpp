@@ -223,7 +223,7 @@ QWidget* AppDelegate::buildManagementButton()
     management->setFixedHeight(HelperStyle::kButtonHeight);
     management->setToolTip(enableFirst);
     management->setAccessibleDescription(enableFirst);
-    connect(management, &QPushButton::clicked, this, &AppDelegate::openManagement);
+    connect(management, &QPushButton::clicked, this, [this] { openManagement(); });
     managementButton = management;
     return management;
 }

@@ -17,10 +17,12 @@ void AppDelegate::buildStatusItem()
     menuStatusItem = menu.addAction(QStringLiteral("Finder: off"));
     menuStatusItem->setEnabled(false);
     menu.addSeparator();
-    menu.addAction(QStringLiteral("Show Quillbox Helper"), this, &AppDelegate::showHelper);
+    menu.addAction(QStringLiteral("Show Quillbox Helper"), this, &AppDelegate::showFromPanel);
     menu.addAction(QStringLiteral("Restart Finder service"), this, &AppDelegate::restartFromMenu);
-    menu.addAction(QStringLiteral("Open in Finder"), this, &AppDelegate::openInFinder);
-    menu.addAction(QStringLiteral("Open web management"), this, &AppDelegate::openManagement);
+    menu.addAction(QStringLiteral("Open in Finder"), this,
+                   [this] { openInFinder(environment.windowPresence.takePermissionOfPanel()); });
+    menu.addAction(QStringLiteral("Open web management"), this,
+                   [this] { openManagement(environment.windowPresence.takePermissionOfPanel()); });
     menu.addSeparator();
     menu.addAction(QStringLiteral("Quit Quillbox Helper"), this, &AppDelegate::quit)
         ->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
@@ -32,7 +34,13 @@ void AppDelegate::statusItemClicked()
     if (environment.windowPresence.canOpenMenuAnywhere())
         statusItem->openMenu();
     else
-        showHelper();
+        showFromPanel();
+}
+
+void AppDelegate::showFromPanel()
+{
+    environment.windowPresence.permit(environment.windowPresence.takePermissionOfPanel());
+    showHelper();
 }
 
 } // namespace quillbox

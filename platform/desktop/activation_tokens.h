@@ -17,8 +17,9 @@ public:
     virtual ~ActivationTokens() = default;
 
     /// Requests a token for what the user just did. `permission` is the token of the process in
-    /// which the user did it; empty if that is this process. Reports exactly once, perhaps inside
-    /// this call, within half a second; with an empty token if the desktop gives none.
+    /// which the user did it, such as a panel; empty if that is this process. Reports exactly once,
+    /// perhaps inside this call, within half a second; with an empty token if the desktop gives
+    /// none.
     virtual void request(const std::string& permission, Given given) = 0;
 };
 

@@ -10,7 +10,7 @@ namespace quillbox {
 namespace {
 
 /// Qt takes the activation token from this variable when it activates a window; Qt 6.4 has no API
-/// for it. When a click on a panel's menu arrives, Qt has already stored the panel's token there.
+/// for it. Qt also stores the token there that a panel passes, before it reports the click.
 constexpr const char* kPermissionVariable = "XDG_ACTIVATION_TOKEN";
 
 class WaylandPresence final : public WindowPresence {
@@ -23,12 +23,21 @@ public:
 
     void permit(std::string permission) override { permitted = std::move(permission); }
 
+    std::string takePermissionOfPanel() override
+    {
+        std::string permission = qgetenv(kPermissionVariable).toStdString();
+        qunsetenv(kPermissionVariable);
+        return permission;
+    }
+
     void bringForward(WindowIdentifier window, const std::function<void()>& show) override
     {
-        if (const auto permission = std::exchange(permitted, {}); !permission.empty())
-            qputenv(kPermissionVariable, QByteArray::fromStdString(permission));
-        if (!qEnvironmentVariableIsSet(kPermissionVariable))
+        // In place of what a panel may have left there.
+        qunsetenv(kPermissionVariable);
+        if (permitted.empty())
             takeOffTheScreen(window);
+        else
+            qputenv(kPermissionVariable, QByteArray::fromStdString(std::exchange(permitted, {})));
         show();
         // A token is valid once, and programs that are started from here must not inherit it.
         qunsetenv(kPermissionVariable);

@@ -1,6 +1,5 @@
 #include "platform/desktop/wayland_tokens.h"
 
-#include <QByteArray>
 #include <QGuiApplication>
 #include <QLibraryInfo>
 #include <QTimer>
@@ -22,9 +21,6 @@ namespace quillbox {
 namespace {
 
 constexpr std::chrono::milliseconds kLimit{400};
-
-/// Qt puts the token here that a panel passes with a click on the status item.
-constexpr const char* kPanelVariable = "XDG_ACTIVATION_TOKEN";
 
 /// Gives access to Qt's objects of the protocol. Until Qt 6.5 there is no public interface to the
 /// connection, and in no version one to the surface of a window, without which a compositor may
@@ -124,11 +120,6 @@ public:
     {
         if (!permission.empty())
             return given(permission);
-        const QByteArray ofPanel = qgetenv(kPanelVariable);
-        // Valid once, and only for the action that it came with.
-        qunsetenv(kPanelVariable);
-        if (!ofPanel.isEmpty() && !QGuiApplication::focusWindow())
-            return given(ofPanel.toStdString());
         if (!activation)
             return given({});
         std::erase_if(requests, [](const auto& each) { return each->isOver(); });

@@ -7,9 +7,7 @@
 namespace quillbox {
 
 /// Requests tokens from the compositor (XDG Activation Protocol) over Qt's connection: a token is
-/// worth something only if it refers to the last input that this connection received. A token that
-/// a panel passed with a click on the status item is used instead while no window of this program
-/// has the keyboard focus.
+/// worth something only if it refers to the last input that this connection received.
 std::unique_ptr<ActivationTokens> makeWaylandTokens();
 
 } // namespace quillbox

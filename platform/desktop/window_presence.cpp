@@ -16,6 +16,7 @@ public:
     bool canOpenMenuAnywhere() const override { return false; }
     void setListed(WindowIdentifier /*window*/, bool /*isListed*/) override {}
     void permit(std::string /*permission*/) override {}
+    std::string takePermissionOfPanel() override { return {}; }
     void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
     {
         show();

@@ -84,6 +84,8 @@ public:
 
     void permit(std::string permission) override { permitted = std::move(permission); }
 
+    std::string takePermissionOfPanel() override { return {}; }
+
     void bringForward(WindowIdentifier identifier, const std::function<void()>& show) override
     {
         const xcb_window_t window = windowOf(identifier);

@@ -20,6 +20,8 @@ public:
 
     void permit(std::string permission) override { permitted = std::move(permission); }
 
+    std::string takePermissionOfPanel() override { return std::exchange(ofPanel, {}); }
+
     void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
     {
         permissions.push_back(std::exchange(permitted, {}));
@@ -36,6 +38,7 @@ public:
     bool isObeyed = true; ///< else the desktop does not bring the window forward
     bool listed = true;
     std::string permitted;
+    std::string ofPanel;
     std::vector<std::string> permissions;    ///< one for each call of bringForward
     std::vector<std::string>* log = nullptr; ///< if set, records calls of bringForward
 };

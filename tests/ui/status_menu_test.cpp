@@ -1,4 +1,5 @@
 #include "tests/app/app_fixture.h"
+#include "tests/fakes/socket_addresses.h"
 
 #include <QAction>
 #include <QApplication>
@@ -112,6 +113,26 @@ TEST_F(StatusMenu, showsTheWindow)
     EXPECT_TRUE(delegate->window->isVisible());
 }
 
+TEST_F(StatusMenu, opensEverythingWithTheTokenThatThePanelPassedWithTheChoice)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox")});
+    const auto choose = [this](const QString& title, const char* token) {
+        windowPresence.ofPanel = token;
+        entry(title)->trigger();
+        EXPECT_EQ(windowPresence.ofPanel, "");
+    };
+    choose(QStringLiteral("Show Quillbox Helper"), "show");
+    choose(QStringLiteral("Open web management"), "explain");
+    EXPECT_THAT(windowPresence.permissions, ::testing::IsSupersetOf({"show", "explain"}));
+    findManagement({phoneNamed("Quillbox")});
+    choose(QStringLiteral("Open in Finder"), "share");
+    choose(QStringLiteral("Open web management"), "page");
+    network.netServices.front()->object->finish({ipv4Address("192.0.2.7")}, 8443);
+    dispatch.runAll();
+    EXPECT_THAT(workspace.permissions, ElementsAre("share", "page"));
+}
+
 TEST_F(StatusMenu, restartsTheFinderService)
 {
     defaults.values["showInFinder"] = false;
@@ -170,10 +191,12 @@ TEST_F(StatusMenu, elsewhereAClickOnTheItemShowsTheWindow)
 {
     launch();
     windowPresence.menusAnywhere = false;
+    windowPresence.ofPanel = "token";
     delegate->window->close();
     delegate->statusItem->clicked();
     EXPECT_FALSE(delegate->statusItem->menu().isVisible());
     EXPECT_TRUE(delegate->window->isVisible());
+    EXPECT_EQ(windowPresence.permissions.back(), "token");
 }
 
 } // namespace

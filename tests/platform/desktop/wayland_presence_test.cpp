@@ -40,11 +40,21 @@ TEST_F(WaylandPresenceTest, givesTheToolkitAPermissionOnce)
     EXPECT_FALSE(qEnvironmentVariableIsSet(kVariable));
 }
 
-TEST_F(WaylandPresenceTest, leavesThePermissionThatAPanelGaveToTheToolkit)
+TEST_F(WaylandPresenceTest, takesThePermissionThatAPanelGave)
 {
     qputenv(kVariable, "panel");
-    EXPECT_EQ(permissionSeen(), "panel");
+    EXPECT_EQ(presence->takePermissionOfPanel(), "panel");
+    EXPECT_EQ(presence->takePermissionOfPanel(), "");
+    EXPECT_FALSE(qEnvironmentVariableIsSet(kVariable));
+}
+
+TEST_F(WaylandPresenceTest, comesForwardWithoutThePermissionThatAPanelGaveForSomethingElse)
+{
+    qputenv(kVariable, "panel");
     EXPECT_EQ(permissionSeen(), "");
+    qputenv(kVariable, "panel");
+    presence->permit("token");
+    EXPECT_EQ(permissionSeen(), "token");
 }
 
 TEST_F(WaylandPresenceTest, comesForwardWithoutAPermission)
