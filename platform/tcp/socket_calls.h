@@ -65,7 +65,8 @@ std::size_t unreadBytes(int socket);
 /// of the stream counts as one.
 std::size_t unacknowledgedBytes(int socket);
 
-/// How often to call `limitRetransmissions` while bytes are unacknowledged: before the limit is over.
+/// How often to call `limitRetransmissions` while bytes are unacknowledged: before the limit is
+/// over.
 inline constexpr std::chrono::seconds kRetransmissionCheck{30};
 
 /// If the peer has stopped acknowledging, lets the kernel give up two minutes after that instead of
