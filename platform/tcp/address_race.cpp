@@ -183,15 +183,20 @@ std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
 }
 
 /// That of `mayDial`. Nothing that DNS-SD found may be dialled if one of its addresses is that of
-/// the client, as the others then belong to the client's host as well (see `TcpParameters`).
+/// the client, as the others then belong to the client's host as well (see `TcpParameters`). A
+/// client on this computer has an address that is never dialled, and makes no circle.
 DialPermission AddressRace::permissionFor(const Candidate& candidate) const
 {
-    const auto isOfClient = [this](const auto& entry) {
-        return entry->candidate.isFromNetwork() && isSameHost(entry->candidate.address, client_);
+    const auto permission = [this](const Candidate& each) {
+        return mayDial(each, context_->ownPorts, context_->monitor);
+    };
+    const auto isOfClient = [&](const auto& entry) {
+        return entry->candidate.isFromNetwork() && isSameHost(entry->candidate.address, client_)
+               && permission(entry->candidate);
     };
     if (candidate.isFromNetwork() && std::ranges::any_of(entries_, isOfClient))
         return {.refusal = std::make_error_code(std::errc::connection_refused)};
-    return mayDial(candidate, context_->ownPorts, context_->monitor);
+    return permission(candidate);
 }
 
 void AddressRace::dial(const std::shared_ptr<Entry>& entry)

@@ -293,13 +293,15 @@ def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jum
     wait_until(lambda: helper.statuses()[-1] == visible(1), limit(10), "the phone in the status")
     since, seen = helper.mark(), onlooker.mark()
     phone.goodbye()
-    helper.wait_status(LOOKING, since=since)
+    # The embedded engine was replaced. If it has not found the phone yet, it takes 40 s of silence.
+    helper.wait_status(LOOKING, since=since, timeout=50)
     onlooker.wait("removed", "Quillbox Office", limit(5), since=seen)
     phone.announce()
     helper.wait_status(visible(1), since=since)
     onlooker.wait("resolved", "Quillbox Office", limit(5), since=seen)
 
 
+@pytest.mark.long
 @FIRST_LIBRARY
 def test_a_phone_that_vanishes_behind_a_clock_set_back_leaves_in_time(
     bare_computer, onlooker, service
@@ -320,4 +322,4 @@ def test_a_phone_that_vanishes_behind_a_clock_set_back_leaves_in_time(
 
     browser.sendall(b"still here")
     assert read_exactly(other, 10) == b"still here"
-    helper.wait_status(LOOKING, timeout=25, since=since)
+    helper.wait_status(LOOKING, timeout=50, since=since)

@@ -110,7 +110,7 @@ def test_it_publishes_nothing(bare_computer, onlooker, phone):
     assert onlooker.events("added") == []
     assert bare_computer.helper_processes() == []
     folder = f"/proc/{bare_computer.pid}/root/run/user/0/org.quillbox.Helper"
-    assert not [x for x in os.listdir(folder) if x.endswith(".socket")]
+    assert glob.glob(f"{folder}/*.socket") == []
 
 
 def test_without_an_interface(lan):

@@ -221,6 +221,17 @@ TEST_F(AddressRaceTest, refusesAllAddressesOfAHostThatHasTheClientsToo)
     EXPECT_TRUE(lost.at(0).isFinal);
 }
 
+TEST_F(AddressRaceTest, refusesNoOtherAddressForOneThatIsNeverDialled)
+{
+    const auto own = ipv4Address("192.0.2.9", 4445);
+    const auto other = ipv6Address("2001:db8::9", 0, 4445);
+    monitor.setRoutes(2, own, {OutgoingRoute::None});
+    monitor.setRoutes(2, other, {OutgoingRoute::Unknown});
+    setCandidates({{.address = other, .interfaces = {2}}, {.address = own, .interfaces = {2}}});
+    ASSERT_TRUE(lost.waitFor(1));
+    EXPECT_EQ(lost.at(0).error, std::errc::no_buffer_space);
+}
+
 TEST(AddressRace, countsAConnectionToItselfAsRefused)
 {
     inNetworkNamespace([] {
