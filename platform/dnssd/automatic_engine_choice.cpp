@@ -11,15 +11,21 @@ void AutomaticEngineChoice::handle(Source source, Event event, Clock::time_point
 
     if (source == Source::Embedded && !isEmbeddedStarted)
         return; // sent before it was stopped
+    if (source == Source::Embedded && (isUp || isDown))
+        isEmbeddedDown = isDown;
     if (isUp && source == Source::Daemon && isDaemonOnProbation) {
         daemonUp = std::move(event);
         probationEnd = now + times.probation;
+        if (isEmbeddedDown)
+            useDaemon(now);
     } else if (isUp) {
         comeUp(source, std::move(event), now);
     } else if (isDown && source == Source::Daemon) {
         handleDaemonDown(std::move(event), now);
     } else if (isDown) {
         goDown(std::move(event));
+        if (daemonUp)
+            useDaemon(now); // better one on probation than none
     } else if (activeSource == source) {
         actions.emit(std::move(event));
     }
@@ -63,6 +69,12 @@ void AutomaticEngineChoice::handleDaemonDown(Event event, Clock::time_point now)
     }
 }
 
+void AutomaticEngineChoice::useDaemon(Clock::time_point now)
+{
+    isDaemonOnProbation = false;
+    comeUp(Source::Daemon, *std::exchange(daemonUp, std::nullopt), now);
+}
+
 std::optional<AutomaticEngineChoice::Clock::time_point> AutomaticEngineChoice::deadline() const
 {
     return daemonUp ? probationEnd : embeddedStart;
@@ -70,12 +82,12 @@ std::optional<AutomaticEngineChoice::Clock::time_point> AutomaticEngineChoice::d
 
 void AutomaticEngineChoice::elapse(Clock::time_point now)
 {
-    if (daemonUp && probationEnd <= now) {
-        isDaemonOnProbation = false;
-        comeUp(Source::Daemon, *std::exchange(daemonUp, std::nullopt), now);
-    } else if (embeddedStart && *embeddedStart <= now) {
+    if (daemonUp && probationEnd <= now)
+        useDaemon(now);
+    else if (embeddedStart && *embeddedStart <= now) {
         embeddedStart.reset();
         isEmbeddedStarted = true;
+        isEmbeddedDown = false;
         actions.startEmbedded();
     }
 }

@@ -20,9 +20,9 @@ struct AutomaticEngineTimes {
     std::chrono::milliseconds probation{30'000};
 };
 
-/// The rule of the automatic choice: use the daemon while it is up and the embedded engine
-/// otherwise, never both, and report a single sequence of EngineUp and EngineDown. It has no thread
-/// and no clock of its own; times are monotonic.
+/// The rule of the automatic choice: use the daemon while it is up, and otherwise, or while it is
+/// on probation, the embedded engine; never both. Reports a single sequence of EngineUp and
+/// EngineDown. It has no thread and no clock of its own; times are monotonic.
 class AutomaticEngineChoice final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -56,6 +56,7 @@ public:
 private:
     void comeUp(Source source, Event event, Clock::time_point now);
     void goDown(Event event);
+    void useDaemon(Clock::time_point now);
     void handleDaemonDown(Event event, Clock::time_point now);
 
     AutomaticEngineTimes times;
@@ -67,6 +68,7 @@ private:
     std::optional<Event> daemonUp; ///< while it is up on probation
     Clock::time_point probationEnd;
     bool isEmbeddedStarted = false;
+    bool isEmbeddedDown = false; ///< it has been started, and has said that it is not up
     bool isReportedDown = false;
 };
 

@@ -143,6 +143,24 @@ TEST_F(AutomaticEngineChoiceTest, usesADaemonThatDiedYoungAgainAfterAProbation)
     EXPECT_EQ(choice.active(), Source::Daemon) << "and used at once";
 }
 
+TEST_F(AutomaticEngineChoiceTest, usesADaemonOnProbationWhereNothingElseIsUp)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 1s);
+    embedded(down());
+    takeLog();
+    daemon(EngineUp{"daemon again"}, 2s);
+    EXPECT_THAT(takeLog(), ElementsAre("stop embedded", "up daemon again"));
+
+    daemon(down(), 3s);
+    embedded(EngineUp{"embedded"});
+    daemon(EngineUp{"daemon"}, 4s);
+    EXPECT_EQ(choice.active(), Source::Embedded);
+    takeLog();
+    embedded(down());
+    EXPECT_THAT(takeLog(), ElementsAre("down", "stop embedded", "up daemon"));
+}
+
 TEST_F(AutomaticEngineChoiceTest, takesOverFromADaemonThatStaysAway)
 {
     daemon(EngineUp{"daemon"});
