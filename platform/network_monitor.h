@@ -12,7 +12,7 @@ namespace quillbox {
 
 /// One address of one network interface of this computer that is up.
 struct InterfaceAddress {
-    int interfaceIndex = 0;
+    int interfaceIndex = 0; ///< 0 if it is not known, as for an address with a label of its own
     std::string interfaceName;
     bool isLoopback = false;
     SocketAddress address; ///< port 0; an IPv6 link-local address carries its scope

@@ -92,7 +92,8 @@ std::vector<HostAddress> LocalAddresses::hostAddresses(const Address& onLoopback
     std::vector<HostAddress> loopbacks;
     for (const InterfaceAddress& entry : current) {
         const auto address = addressOf(entry.address);
-        if (!address || (reach == Reach::ThisComputer && !entry.isLoopback))
+        if (!address || entry.interfaceIndex == 0
+            || (reach == Reach::ThisComputer && !entry.isLoopback))
             continue;
         const HostAddress published{entry.interfaceIndex, entry.isLoopback ? onLoopback : *address};
         auto& list = entry.isLoopback ? loopbacks : addresses;

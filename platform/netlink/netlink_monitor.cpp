@@ -187,10 +187,10 @@ std::optional<std::vector<InterfaceAddress>> readAddresses()
         const int family = each->ifa_addr->sa_family;
         if (family != AF_INET && family != AF_INET6)
             continue;
+        // 0 if the interface has just gone, or if the address has a label that is no interface's
+        // name; it is an address of this computer nevertheless.
         const unsigned index = ::if_nametoindex(each->ifa_name);
-        if (index == 0 && errno == ENODEV)
-            continue; // the interface has just gone
-        if (index == 0)
+        if (index == 0 && errno != ENODEV)
             return std::nullopt;
         result.push_back({.interfaceIndex = static_cast<int>(index),
                           .interfaceName = each->ifa_name,

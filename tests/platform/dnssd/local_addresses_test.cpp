@@ -51,6 +51,15 @@ TEST(LocalAddresses, areThoseThatReachFurthestWhereThereAreTooMany)
     EXPECT_EQ(published.back(), (HostAddress{1, kOwnLoopback}));
 }
 
+TEST(LocalAddresses, skipWhatIsOnNoKnownInterface)
+{
+    FakeNetworkMonitor monitor;
+    monitor.setAddresses(
+        {interfaceAddress(0, "lounge", "192.168.1.6"), interfaceAddress(2, "eth0", "192.168.1.5")});
+    EXPECT_EQ(LocalAddresses(monitor).hostAddresses(kOwnLoopback),
+              (std::vector<HostAddress>{{2, address("192.168.1.5")}}));
+}
+
 TEST(LocalAddresses, withoutANetworkAreTheLoopbackOneOnly)
 {
     FakeNetworkMonitor monitor;

@@ -98,7 +98,7 @@ TEST(NetlinkMonitor, tellsTheAddressesOfBothFamiliesInTheOrderOfInterfaces)
     });
 }
 
-TEST(NetlinkMonitor, passesOverAnAddressWhoseLabelNamesNoInterface)
+TEST(NetlinkMonitor, knowsAnAddressWhoseLabelNamesNoInterface)
 {
     inNetworkNamespace([] {
         DispatchPool pool;
@@ -107,7 +107,8 @@ TEST(NetlinkMonitor, passesOverAnAddressWhoseLabelNamesNoInterface)
         ip("address add 127.0.0.2/8 dev lo label lo:second");
         ip("address add 127.0.0.3/8 dev lo label lounge");
         EXPECT_EQ(monitor->addresses(),
-                  (std::vector<InterfaceAddress>{{1, "lo", true, ipv4Address("127.0.0.1")},
+                  (std::vector<InterfaceAddress>{{0, "lounge", true, ipv4Address("127.0.0.3")},
+                                                 {1, "lo", true, ipv4Address("127.0.0.1")},
                                                  {1, "lo:second", true, ipv4Address("127.0.0.2")},
                                                  {1, "lo", true, ipv6Address("::1")}}));
     });
