@@ -155,16 +155,17 @@ FileDescriptor startWatched(const std::vector<std::string>& command, const Inher
         return {};
     FileDescriptor result(report[0]);
     const FileDescriptor reporting(report[1]);
-    const pid_t child = ::fork();
+    // Only what is async-signal-safe may run in a copy of a process with threads: _Fork() is.
+    const pid_t child = ::_Fork();
     if (child == 0) {
         // The program, and what watches it, are adopted by init, which reaps them.
         ::setsid();
-        if (const pid_t watcher = moment.count() > 0 ? ::fork() : 0; watcher != 0) {
+        if (const pid_t watcher = moment.count() > 0 ? ::_Fork() : 0; watcher != 0) {
             if (watcher < 0)
                 reportFailure(report[1]);
             ::_exit(EXIT_SUCCESS);
         }
-        const pid_t program = ::fork();
+        const pid_t program = ::_Fork();
         if (program == 0)
             becomeProgram(arguments.data(), environment.data(), inheritance, standardError,
                           report[1]);
