@@ -141,6 +141,7 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
 {
     // Without an engine no answer can come; another update follows when one is available.
     isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
+    isPartlySettled_ = update.isSettledIPv4 || update.isSettledIPv6;
     timer_.cancel();
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
@@ -168,7 +169,7 @@ void Connector::lose(const AddressRace::Outcome& outcome)
         return;
     // More addresses may follow; their update starts the race again.
     if (!isSettled_) {
-        if (outcome.isFinal)
+        if (outcome.isFinal && isPartlySettled_)
             timer_.start(strandOf(*queue_), kOtherFamilyLimit,
                          [weak = weak_from_this(), error = outcome.error] {
                              const auto self = weak.lock();
@@ -228,6 +229,7 @@ void Connector::watchNetwork()
 
 void Connector::retry()
 {
+    timer_.cancel();
     const auto* host = endpoint_.host();
     const bool isLookedUp = host != nullptr && !ask_ && !parseNumericHost(host->host, host->port);
     if (isLookedUp)

@@ -73,7 +73,8 @@ private:
     std::chrono::milliseconds pause_ = kFirstPause;
     std::optional<std::error_code> waitingError_; ///< set once no address could be reached
     std::error_code sourceError_;
-    bool isSettled_ = false; ///< whether the address lookup is complete
+    bool isSettled_ = false;       ///< whether the address lookup is complete
+    bool isPartlySettled_ = false; ///< whether that of one family is: its addresses are current
     bool isLookingUp_ = false;
     bool hasCandidates_ = false;
 };

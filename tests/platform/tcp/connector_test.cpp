@@ -347,6 +347,20 @@ TEST(Connector, failsSoonAfterARefusalWhenNothingIsHeardOfTheOtherFamily)
     EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_refused);
 }
 
+TEST(Connector, doesNotFailByARefusalOfAnAddressThatIsOnlyRemembered)
+{
+    Harness harness;
+    const PeerListener phone;
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    auto update = found({onLoopback(ipv4Address("127.0.0.2", closedPort()))});
+    update.isSettledIPv4 = update.isSettledIPv6 = false;
+    harness.dnsSd.deliver(0, update);
+    EXPECT_FALSE(subject.log->waitFor(State::Failed, 700ms));
+    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    EXPECT_TRUE(subject.log->waitFor(State::Ready));
+}
+
 TEST(Connector, doesNotFailByARefusalWhileAnAddressThatCameLaterIsTried)
 {
     Harness harness;
