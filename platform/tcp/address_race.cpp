@@ -128,7 +128,7 @@ void AddressRace::advanceSoon()
 
 void AddressRace::advance()
 {
-    while (!isStopped_ && !winner_ && tryingCount() < kMostAtOnce) {
+    while (!isStopped_ && !winner_ && mayTryAnother()) {
         const auto next = takeNext();
         if (!next)
             break;
@@ -150,6 +150,12 @@ void AddressRace::advance()
     }
     if (tryingCount() == 0)
         tellLost();
+}
+
+bool AddressRace::mayTryAnother() const
+{
+    const auto count = tryingCount();
+    return count == 0 || (count < kMostAtOnce && context_->sockets->hasPlenty());
 }
 
 void AddressRace::startNextLater()

@@ -64,6 +64,7 @@ private:
     bool isSameWay(const Entry& entry, const Candidate& candidate) const;
     void advanceSoon();
     void advance();
+    bool mayTryAnother() const;
     void startNextLater();
     std::shared_ptr<Entry> takeNext();
     void dial(const std::shared_ptr<Entry>& entry);

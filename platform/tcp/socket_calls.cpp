@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <random>
 #include <string_view>
 
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/ioctl.h>
-#include <sys/random.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -53,17 +53,16 @@ std::size_t countOf(int socket, unsigned long request)
 }
 
 /// Narrows the ports from which the kernel chooses one to a random part of the usual range. The
-/// kernel ignores a part that is outside the range of this system.
+/// kernel ignores what is outside the range of this system.
 void chooseLocalPorts(int socket)
 {
     constexpr std::uint32_t kFirst = 32768;
     constexpr std::uint32_t kLast = 60999;
     // Takes a quarter of a millisecond to search, and is hardly ever in use as a whole.
     constexpr std::uint32_t kCount = 512;
-    std::uint16_t random = 0;
-    if (::getrandom(&random, sizeof random, GRND_NONBLOCK) != sizeof random)
-        return;
-    const std::uint32_t low = kFirst + random % (kLast + 2 - kFirst - kCount);
+    // Not to keep anything secret, so one seed is enough for the thread.
+    thread_local std::minstd_rand random{std::random_device{}()};
+    const auto low = static_cast<std::uint32_t>(kFirst + random() % (kLast + 2 - kFirst - kCount));
     setOption(socket, IPPROTO_IP, IP_LOCAL_PORT_RANGE,
               static_cast<int>((low + kCount - 1) << 16U | low));
 }
@@ -171,8 +170,16 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
 {
     setOption(socket, IPPROTO_TCP, TCP_SYNCNT, kConnectRetries);
     chooseLocalPorts(socket);
-    const auto result = ::connect(socket, reinterpret_cast<const sockaddr*>(address.data()),
-                                  static_cast<socklen_t>(address.size()));
+    const auto connect = [&] {
+        return ::connect(socket, reinterpret_cast<const sockaddr*>(address.data()),
+                         static_cast<socklen_t>(address.size()));
+    };
+    auto result = connect();
+    if (result != 0 && errno == EADDRNOTAVAIL) {
+        // All ports of the part are in use, or hardly any is in the range of this system.
+        setOption(socket, IPPROTO_IP, IP_LOCAL_PORT_RANGE, 0);
+        result = connect();
+    }
     if (result == 0)
         return {};
     // An interrupted attempt continues in the background (connect(2)).

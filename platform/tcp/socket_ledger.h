@@ -50,11 +50,20 @@ public:
     explicit SocketLedger(std::size_t most) : most_(most), mostWithOwn_(most + most / 8) {}
 
     /// Four of five file descriptors that this process may open, but no more than 16,384: a host
-    /// alone can have 5,461 sessions, of two sockets each.
+    /// alone can have a third as many sessions, of two sockets each.
     static std::size_t defaultMost();
 
     /// A place for an outgoing connection; none if no sockets are left.
     std::optional<Place> open();
+
+    /// Whether less than half of the places are taken: then a session may try several addresses of
+    /// its phone at a time, and otherwise one after the other. A stranger could announce many
+    /// addresses that do not answer.
+    bool hasPlenty() const
+    {
+        const std::lock_guard lock(mutex_);
+        return open_ < most_ / 2;
+    }
 
     /// A place for an accepted connection; none if its client's host has too many. `client`: any
     /// port. `isOwn`: whether the client is on this computer.

@@ -185,7 +185,7 @@ def test_a_circle_of_three_computers_ends_when_a_host_has_too_many_sessions(
     bare_computer, onlooker, stranger, lan
 ):
     """With 1,000 descriptors, a host that is alone may have 267 sessions, of two sockets each; with
-    the usual limits 5,461."""
+    the usual limits about 5,400."""
     places = [bare_computer, *(lan.host(f"other{x}", of=Computer) for x in range(2))]
     helpers = [place.helper(open_files=1000) for place in places]
     relay = lead_in_a_circle(places, helpers, stranger, onlooker)

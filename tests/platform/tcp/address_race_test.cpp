@@ -185,6 +185,19 @@ TEST_F(AddressRaceTest, triesSoManyAddressesAtATime)
     EXPECT_FALSE(waitForSockets(AddressRace::kMostAtOnce + 1, AddressRace::kStagger * 3));
 }
 
+TEST_F(AddressRaceTest, triesOneAddressAtATimeWhereHalfOfTheSocketsAreOpen)
+{
+    const SilentAddress first("127.0.0.2");
+    const SilentAddress second("127.0.0.3");
+    std::vector<SocketLedger::Place> places;
+    while (context->sockets->hasPlenty())
+        places.push_back(std::move(context->sockets->open().value()));
+    const auto before = context->sockets->openCount();
+    setCandidates({typed(first.address()), typed(second.address())});
+    EXPECT_TRUE(waitForSockets(before + 1, kPatience));
+    EXPECT_FALSE(waitForSockets(before + 2, AddressRace::kStagger * 3));
+}
+
 TEST_F(AddressRaceTest, goesOnWithAnAttemptWhenTheRecordArrivesOnAnotherInterface)
 {
     const SilentAddress silent("127.0.0.2");
