@@ -9,8 +9,7 @@ namespace quillbox {
 class Notice {
 public:
     /// Called from the event loop once the process may exit without the notice being lost: the
-    /// desktop has taken it over, or the user has closed it. Not called for a notice that was
-    /// replaced.
+    /// desktop has taken it over, or the user has closed it.
     using Delivered = std::function<void()>;
 
     virtual ~Notice() = default;

@@ -23,6 +23,7 @@ using Mailbox = EngineMailbox<PostedRequest>;
 
 constexpr std::chrono::milliseconds kFirstPause(100);
 constexpr std::chrono::seconds kMaximumPause(10);
+/// A connection that lasted so long was no failed attempt, and the pauses begin anew.
 constexpr std::chrono::milliseconds kSteadyAfter(800);
 /// How long to wait for the daemon to establish the computer's host name. A daemon that has none is
 /// still usable, since services are published on host names of their own.
