@@ -1,35 +1,12 @@
 #include "platform/desktop/desktop_entry.h"
 
-#include "platform/text.h"
+#include "platform/desktop/key_file.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace quillbox {
 
 namespace {
-
-/// The value after "key=" or "key ="; nullopt if the line has another key.
-std::optional<std::string_view> valueOf(std::string_view key, std::string_view line)
-{
-    if (!line.starts_with(key))
-        return std::nullopt;
-    line.remove_prefix(std::min(line.find_first_not_of(" \t", key.size()), line.size()));
-    if (!line.starts_with('='))
-        return std::nullopt;
-    line.remove_prefix(std::min(line.find_first_not_of(" \t", 1), line.size()));
-    return line;
-}
-
-/// Whether a list of strings, separated by semicolons, has this element.
-bool lists(std::string_view list, std::string_view wanted)
-{
-    while (!list.empty()) {
-        if (takePart(list, ';') == wanted)
-            return true;
-    }
-    return false;
-}
 
 /// A value of type string without its escapes.
 std::string unescaped(std::string_view value)
@@ -118,26 +95,14 @@ private:
 
 DesktopEntry parsedDesktopEntry(std::string_view text)
 {
-    DesktopEntry entry;
-    bool isInGroup = false;
-    while (!text.empty()) {
-        const std::string_view line = takeLine(text);
-        if (line.starts_with('['))
-            isInGroup = line.starts_with("[Desktop Entry]");
-        if (!isInGroup)
-            continue;
-        if (const auto name = valueOf("Name", line))
-            entry.name = unescaped(*name);
-        if (const auto command = valueOf("Exec", line))
-            entry.command = unescaped(*command);
-        if (const auto terminal = valueOf("Terminal", line))
-            entry.isForTerminal = terminal->starts_with("true");
-        if (const auto activatable = valueOf("DBusActivatable", line))
-            entry.isBusActivatable = activatable->starts_with("true");
-        if (const auto categories = valueOf("Categories", line))
-            entry.isFileManager = lists(*categories, "FileManager");
-    }
-    return entry;
+    const auto valueOf = [text](std::string_view key) {
+        return keyFileValue(text, "Desktop Entry", key);
+    };
+    return {.name = unescaped(valueOf("Name")),
+            .command = unescaped(valueOf("Exec")),
+            .isForTerminal = valueOf("Terminal").starts_with("true"),
+            .isBusActivatable = valueOf("DBusActivatable").starts_with("true"),
+            .isFileManager = hasElement(valueOf("Categories"), "FileManager")};
 }
 
 std::optional<std::vector<std::string>> argumentsToOpen(const std::string& url,

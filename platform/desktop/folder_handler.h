@@ -15,10 +15,10 @@ struct FolderHandler {
 };
 
 /// Chooses from the output of `gio mime inode/directory` in the locale "C" what opens the folder at
-/// `url`: the default program if it is a file manager, else the first file manager among the
-/// registered programs, else the default program. Where the user has chosen no default, `gio` names
-/// the first program that takes folders, which may be one that shows how full a disk is. nullopt if
-/// none of them takes URLs.
+/// `url`: the default program if somebody has chosen it or if it is a file manager, else the first
+/// file manager among the registered programs, else the default program. Where nobody has chosen
+/// one, `gio` names the first program that takes folders, which may be one that shows how full a
+/// disk is. nullopt if none of them takes URLs.
 std::optional<FolderHandler> folderHandlerFor(const std::string& url, std::string_view output);
 
 } // namespace quillbox

@@ -2,6 +2,9 @@
 #include "tests/platform/desktop/qt_support.h"
 #include "tests/platform/desktop_integration/recorder.h"
 
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QString>
 #include <optional>
 #include <string>
@@ -71,7 +74,39 @@ TEST_F(FolderHandlerTest, isAFileManagerThatIsRegisteredIfTheDefaultProgramDoesN
               "nemo");
 }
 
-/// Where the user has chosen none, `gio mime` names the first of all registered programs.
+/// The entries of Nemo and Caja do not say that they are file managers.
+TEST_F(FolderHandlerTest, isTheDefaultProgramThatSomebodyHasChosenWhateverItsCategory)
+{
+    addEntry("nemo.desktop", "[Desktop Entry]\nExec=nemo %U\nCategories=GTK;Utility;\n");
+    addEntry("files.desktop", "[Desktop Entry]\nExec=files %U\nCategories=FileManager;\n");
+    const std::string output = "Default application for “inode/directory”: nemo.desktop\n"
+                               "Registered applications:\n\tnemo.desktop\n\tfiles.desktop\n";
+    environment.set("XDG_CONFIG_HOME", folder.path().toUtf8() + "/config");
+    environment.set("XDG_CURRENT_DESKTOP", "X-Other:X-Cinnamon");
+    EXPECT_EQ(chosenFrom(output), "files");
+    const auto chooses = [&](const char* list, const char* text) {
+        const QString path = folder.path() + u'/' + QLatin1String(list);
+        QDir().mkpath(QFileInfo(path).path());
+        folder.write(QLatin1String(list), QString::fromUtf8(text));
+        const std::string chosen = chosenFrom(output);
+        QFile::remove(path);
+        return chosen == "nemo";
+    };
+    const char* choice = "[Default Applications]\ninode/directory=x.desktop;nemo.desktop;\n";
+    for (const char* list :
+         {"config/mimeapps.list", "config/x-cinnamon-mimeapps.list", "applications/mimeapps.list",
+          "applications/x-other-mimeapps.list", "applications/defaults.list"})
+        EXPECT_TRUE(chooses(list, choice)) << list;
+    EXPECT_FALSE(chooses("config/mate-mimeapps.list", choice)) << "of another desktop";
+    EXPECT_TRUE(
+        chooses("config/mimeapps.list", "[Added Associations]\ninode/directory=nemo.desktop\n"));
+    for (const char* other : {"[Default Applications]\ninode/directory=files.desktop;\n",
+                              "[Default Applications]\ntext/plain=nemo.desktop;\n",
+                              "[Removed Associations]\ninode/directory=nemo.desktop;\n"})
+        EXPECT_FALSE(chooses("config/mimeapps.list", other)) << other;
+}
+
+/// Where nobody has chosen one, `gio mime` names the first of all registered programs.
 TEST_F(FolderHandlerTest, isAnotherDefaultProgramOnlyIfNoFileManagerTakesUrls)
 {
     addEntry("usage.desktop", "[Desktop Entry]\nExec=usage %u\nCategories=GTK;System;\n");
