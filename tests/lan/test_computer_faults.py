@@ -129,7 +129,6 @@ def test_a_daemon_that_is_stopped_and_started_in_order_is_used_again(
 # ---- descriptors, pipes, memory ----
 
 
-@pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers need a pipe for some of their checks")
 def test_without_descriptors_it_waits_without_spinning_and_goes_on(ends):
     standing = ends.pair()
     before = limits(ends.helper, NOFILE=64)

@@ -1,4 +1,5 @@
 #include "platform/desktop/file_user_defaults.h"
+#include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/platform/desktop/qt_support.h"
 
@@ -423,22 +424,13 @@ TEST_F(FileUserDefaultsTest, withoutDescriptorsTheFileStaysAndItsChangesAreWritt
     write(written);
     open();
     store->setString("user", "me");
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    const int next = ::dup(STDERR_FILENO);
-    ::close(next);
-    std::string said;
+    // The capture takes descriptors of its own.
+    ::testing::internal::CaptureStderr();
     {
-        // The capture of standard error takes descriptors of its own.
-        ::testing::internal::CaptureStderr();
-        rlimit none = before;
-        none.rlim_cur = static_cast<rlim_t>(next);
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+        const DescriptorShortage shortage;
         dispatch.runAll();
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-        said = ::testing::internal::GetCapturedStderr();
     }
-    EXPECT_THAT(said, HasSubstr("Too many open files"));
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(), HasSubstr("Too many open files"));
     EXPECT_EQ(read(), written);
     EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files),
               QStringList(QStringLiteral("settings.json")));

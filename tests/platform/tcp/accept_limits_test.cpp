@@ -1,4 +1,5 @@
 #include "platform/tcp/socket_ledger.h"
+#include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 
 namespace quillbox {
@@ -16,38 +16,6 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-
-/// The number of connections that `rehearse` adds to the accepted ones.
-constexpr std::size_t kRehearsed = 1;
-
-/// Limits this process to `spare` more file descriptors, until it is destroyed.
-class DescriptorLimit final {
-public:
-    explicit DescriptorLimit(rlim_t spare)
-    {
-        ::getrlimit(RLIMIT_NOFILE, &before_);
-        auto lowered = before_;
-        lowered.rlim_cur = lowestFree() + spare;
-        ::setrlimit(RLIMIT_NOFILE, &lowered);
-    }
-
-    ~DescriptorLimit() { lift(); }
-
-    DescriptorLimit(const DescriptorLimit&) = delete;
-    DescriptorLimit& operator=(const DescriptorLimit&) = delete;
-
-    void lift() const { ::setrlimit(RLIMIT_NOFILE, &before_); }
-
-private:
-    /// The lowest free descriptor; all lower numbers are in use.
-    static rlim_t lowestFree()
-    {
-        const Peer probe(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-        return static_cast<rlim_t>(probe.descriptor());
-    }
-
-    rlimit before_{};
-};
 
 /// Client sockets that are opened in advance, to connect when no more descriptors can be opened.
 class Crowd final {
@@ -72,51 +40,29 @@ private:
     std::vector<Peer> peers_;
 };
 
-/// Runs the code paths of the tests once while descriptors are available. The undefined-behaviour
-/// sanitizer needs descriptors when it sees a type for the first time, and reports an invalid
-/// object if it cannot open them.
-void rehearse(Harness& harness)
-{
-    harness.makeQueue()->asyncAfter(1ms, [] {});
-    {
-        const auto peer = connectPeer(harness.listeningPort());
-        harness.nextAccepted().reset();
-        bool isClean = false;
-        EXPECT_TRUE(peer.receiveAll(isClean).empty());
-        const PeerListener phone;
-        const auto dialled = harness.dial("127.0.0.1", phone.port());
-        EXPECT_TRUE(dialled.log->waitFor(Connection::State::Ready));
-        const auto refused = harness.dial("127.0.0.1", harness.listeningPort());
-        EXPECT_TRUE(refused.log->waitFor(Connection::State::Failed));
-        EXPECT_FALSE(refused.log->errorOf(Connection::State::Failed).message().empty());
-    }
-    EXPECT_TRUE(harness.network->flush(kPatience)) << "the descriptors of the warm-up are released";
-}
-
 } // namespace
 
 TEST(TcpListener, pausesWhenItIsOutOfDescriptorsAndGoesOnWhenAConnectionCloses)
 {
     Harness harness;
     harness.listen();
-    rehearse(harness);
     Crowd crowd(8);
     testing::internal::CaptureStderr();
-    const DescriptorLimit limit(3);
+    const DescriptorShortage shortage(3);
     crowd.connectTo(harness.listeningPort());
-    ASSERT_TRUE(harness.waitForAccepted(kRehearsed + 3));
+    ASSERT_TRUE(harness.waitForAccepted(3));
 
     const auto before = processorTime();
-    EXPECT_FALSE(harness.waitForAccepted(kRehearsed + 4, 1s));
+    EXPECT_FALSE(harness.waitForAccepted(4, 1s));
     EXPECT_LT(processorTime() - before, 50ms) << "5 % of the time at the most";
 
     // When one connection closes, one more is accepted.
     harness.nextAccepted().reset();
-    EXPECT_TRUE(harness.waitForAccepted(kRehearsed + 4));
-    EXPECT_FALSE(harness.waitForAccepted(kRehearsed + 5, kWatch));
+    EXPECT_TRUE(harness.waitForAccepted(4));
+    EXPECT_FALSE(harness.waitForAccepted(5, kWatch));
 
-    limit.lift();
-    EXPECT_TRUE(harness.waitForAccepted(kRehearsed + 8));
+    shortage.lift();
+    EXPECT_TRUE(harness.waitForAccepted(8));
     const auto said = testing::internal::GetCapturedStderr();
     EXPECT_LE(std::count(said.begin(), said.end(), '\n'), 2) << said;
     EXPECT_TRUE(said.starts_with("quillbox-helper: ")) << said;
@@ -127,24 +73,23 @@ TEST(TcpListener, goesOnAtOnceAtEveryCloseHoweverOftenItHasPaused)
     constexpr std::size_t kCloses = 9;
     Harness harness;
     harness.listen();
-    rehearse(harness);
     Crowd crowd(kCloses + 2);
     testing::internal::CaptureStderr();
-    const DescriptorLimit limit(1);
+    const DescriptorShortage shortage(1);
     crowd.connectTo(harness.listeningPort());
     std::size_t quick = 0;
     for (std::size_t count = 1; count <= kCloses; ++count) {
-        ASSERT_TRUE(harness.waitForAccepted(kRehearsed + count));
+        ASSERT_TRUE(harness.waitForAccepted(count));
         const auto before = std::chrono::steady_clock::now();
         harness.nextAccepted().reset();
-        ASSERT_TRUE(harness.waitForAccepted(kRehearsed + count + 1));
+        ASSERT_TRUE(harness.waitForAccepted(count + 1));
         // The timer alone would end each pause after 200 ms.
         quick += std::chrono::steady_clock::now() - before < 100ms ? 1 : 0;
     }
     // A busy machine may delay some of them.
     EXPECT_GT(quick, kCloses / 2);
-    limit.lift();
-    EXPECT_TRUE(harness.waitForAccepted(kRehearsed + kCloses + 2));
+    shortage.lift();
+    EXPECT_TRUE(harness.waitForAccepted(kCloses + 2));
     testing::internal::GetCapturedStderr();
 }
 
@@ -152,14 +97,13 @@ TEST(TcpListener, comesBackByItselfWhenDescriptorsAreFreeAgain)
 {
     Harness harness;
     harness.listen();
-    rehearse(harness);
     Crowd crowd(2);
     testing::internal::CaptureStderr();
-    const DescriptorLimit limit(0);
+    const DescriptorShortage shortage(0);
     crowd.connectTo(harness.listeningPort());
-    EXPECT_FALSE(harness.waitForAccepted(kRehearsed + 1, kWatch));
-    limit.lift();
-    EXPECT_TRUE(harness.waitForAccepted(kRehearsed + 2, 2s));
+    EXPECT_FALSE(harness.waitForAccepted(1, kWatch));
+    shortage.lift();
+    EXPECT_TRUE(harness.waitForAccepted(2, 2s));
     EXPECT_FALSE(testing::internal::GetCapturedStderr().empty());
 }
 
@@ -168,7 +112,7 @@ TEST(TcpListener, refusesAHostThatHasTooManyConnections)
     std::unique_ptr<Harness> harness;
     std::size_t most = 0;
     {
-        const DescriptorLimit limit(100);
+        const DescriptorShortage shortage(100);
         most = SocketLedger::defaultMost();
         harness = std::make_unique<Harness>();
     }
@@ -197,12 +141,11 @@ TEST(TcpConnection, failsWhenThereIsNoDescriptorForIt)
 {
     Harness harness;
     harness.listen();
-    rehearse(harness);
     const PeerListener phone;
     Subject subject(harness.network->makeConnection(
                         HostEndpoint{.host = "127.0.0.1", .port = phone.port()}, {}),
                     harness.makeQueue());
-    const DescriptorLimit limit(0);
+    const DescriptorShortage shortage(0);
     subject.start();
     ASSERT_TRUE(subject.log->waitFor(Connection::State::Failed));
     EXPECT_EQ(subject.log->errorOf(Connection::State::Failed), std::errc::too_many_files_open);

@@ -1,17 +1,18 @@
 #include "platform/connection.h"
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/unsent.h"
+#include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <array>
 #include <csignal>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -56,24 +57,7 @@ private:
     std::array<int, 2> ends_{};
 };
 
-/// Lets this process open no further file descriptors, until it is destroyed.
-class FewDescriptors final {
-public:
-    FewDescriptors()
-    {
-        ::getrlimit(RLIMIT_NOFILE, &before_);
-        rlimit few = before_;
-        few.rlim_cur = 3;
-        ::setrlimit(RLIMIT_NOFILE, &few);
-    }
-    ~FewDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
-
-    FewDescriptors(const FewDescriptors&) = delete;
-    FewDescriptors& operator=(const FewDescriptors&) = delete;
-
-private:
-    rlimit before_{};
-};
+;
 
 std::string moved(const Transfer& transfer, const SocketPair& sink)
 {
@@ -164,7 +148,7 @@ TEST(PipePool, doesNotAskASystemThatHasNoneOverAndOver)
 {
     const auto pool = std::make_shared<PipePool>();
     {
-        const FewDescriptors few;
+        const DescriptorShortage shortage;
         EXPECT_FALSE(pool->borrow());
     }
     EXPECT_FALSE(pool->borrow());

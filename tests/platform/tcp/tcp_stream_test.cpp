@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <poll.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 
@@ -48,6 +49,7 @@ protected:
         const int descriptor = ::dup(accepted.descriptor());
         ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
         accepted.close();
+        observed = descriptor;
         auto socket = Socket::adopt(context->pool, descriptor, context->sockets->open());
         stream = std::make_shared<TcpStream>(context, strandOf(*queue), std::move(socket), nullptr);
         onQueue([this] { stream->open([this](std::error_code) { ++failures; }); });
@@ -77,7 +79,8 @@ protected:
     Peer peer = connectPeer(listener.port());
     Peer accepted = listener.accept();
     std::shared_ptr<TcpStream> stream;
-    int failures = 0; ///< used on the queue
+    int observed = -1; ///< the stream's socket
+    int failures = 0;  ///< used on the queue
 };
 
 TEST_F(TcpStreamTest, borrowsNoPipesAnyMoreOnceASpliceWasRefused)
@@ -146,9 +149,11 @@ TEST_F(TcpStreamTest, takesASendFromTheCompletionOfOneThatWaited)
 
 TEST_F(TcpStreamTest, tellsNoFailureAfterItWasClosed)
 {
-    peer.reset();
     onQueue([this] {
-        // Finds the reset and queues the report.
+        peer.reset();
+        pollfd reset{.fd = observed, .events = 0, .revents = 0};
+        EXPECT_EQ(::poll(&reset, 1, -1), 1);
+        // Finds the reset, and queues the report behind this.
         stream->send(makeContent("x"), [](std::error_code error) { EXPECT_TRUE(error); });
         stream->close(Ending::EndOfStream);
     });

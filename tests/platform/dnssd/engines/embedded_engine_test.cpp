@@ -4,6 +4,7 @@
 #include "tests/platform/dnssd/engines/engine_process_finder.h"
 
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -109,7 +110,7 @@ protected:
     }
     void TearDown() override { engine->stop(); }
 
-    bool isReregistering = true;
+    std::atomic<bool> isReregistering = true; ///< read on the engine's thread
     EventRecorder events;
     std::unique_ptr<Engine> engine = makeEmbeddedEngine();
 };
