@@ -23,35 +23,54 @@ def phone(service):
     return service("phone")
 
 
+class Repetition:
+    """Calls `work` at an interval in seconds, in a thread of its own, until it is stopped or the work
+    fails."""
+
+    def __init__(self, work, interval):
+        self._work = work
+        self._interval = interval
+        self._stopping = threading.Event()
+        self._failure = None
+        self._thread = threading.Thread(target=self._run, daemon=True)
+        self._thread.start()
+
+    def _run(self):
+        try:
+            while not self._stopping.wait(self._interval):
+                self._work()
+        except Exception as failure:
+            self._failure = failure
+
+    def stop(self):
+        """Raises what the work has raised."""
+        self._stopping.set()
+        self._thread.join(limit(30))
+        assert not self._thread.is_alive()
+        if self._failure:
+            raise self._failure
+
+
 class Traffic:
     """A session through the relay that carries data both ways until it is stopped."""
 
     def __init__(self, computer, port, phone):
         self._pair = session(computer, port, phone)
-        self._stopping = threading.Event()
-        self._failure = None
+        self._block = os.urandom(64 << 10)
         self._rounds = 0
-        self._thread = threading.Thread(target=self._run, daemon=True)
-        self._thread.start()
+        self._repetition = Repetition(self._carry, 0.01)
 
-    def _run(self):
+    def _carry(self):
         browser, other = self._pair
-        block = os.urandom(64 << 10)
-        try:
-            while not self._stopping.wait(0.01):
-                for one, far in ((browser, other), (other, browser)):
-                    one.sendall(block)
-                    assert read_exactly(far, len(block)) == block, "the session was cut"
-                self._rounds += 1
-        except (AssertionError, OSError) as failure:
-            self._failure = failure
+        for one, far in ((browser, other), (other, browser)):
+            one.sendall(self._block)
+            received = read_exactly(far, len(self._block))
+            assert received == self._block, "the session was cut"
+        self._rounds += 1
 
     def stop(self):
         """Fails if the session was cut or carried nothing."""
-        self._stopping.set()
-        self._thread.join(limit(30))
-        if self._failure:
-            raise self._failure
+        self._repetition.stop()
         assert self._rounds > 10
 
 
@@ -145,24 +164,13 @@ def aliases(phone):
     )
 
 
-class Aliases:
-    """Sends such a packet every two seconds until it is stopped."""
-
-    def __init__(self, host, phone):
-        self._speaker = Speaker(host)
-        self._packet = aliases(phone)
-        self._stopping = threading.Event()
-        self._thread = threading.Thread(target=self._run, daemon=True)
-        self._thread.start()
-
-    def _run(self):
-        while not self._stopping.wait(2):
-            self._speaker.say(self._packet)
-
-    def stop(self):
-        self._stopping.set()
-        self._thread.join(10)
-        self._speaker.close()
+@pytest.fixture
+def attack(lan, phone):
+    """Starts to send such a packet every two seconds; what it returns is to be stopped."""
+    speaker = Speaker(lan.host("stranger"))
+    packet = aliases(phone)
+    yield lambda: Repetition(lambda: speaker.say(packet), 2)
+    speaker.close()
 
 
 # The interval is no divisor of that of the attack, so that each part of it is looked at.
@@ -182,7 +190,7 @@ def looks_that_show(onlooker, phone):
 
 
 def test_packets_that_crash_an_engine_hide_no_phone_and_cut_no_session(
-    lan, computer, onlooker, phone, engine
+    attack, computer, onlooker, phone, engine
 ):
     """An alias that expires together with its target aborts libavahi 0.8 a second later. avahi-daemon
     stays down after that."""
@@ -190,11 +198,11 @@ def test_packets_that_crash_an_engine_hide_no_phone_and_cut_no_session(
     found = appear(phone, helper, onlooker)
     traffic = Traffic(computer, found["port"], phone)
     since = helper.mark()
-    attack = Aliases(lan.host("stranger"), phone)
+    packets = attack()
 
     seen = looks_that_show(onlooker, phone)
 
-    attack.stop()
+    packets.stop()
     traffic.stop()
     assert seen >= 60
     assert LOOKING not in helper.statuses(since)
@@ -208,24 +216,20 @@ class Supervisor:
     def __init__(self, computer):
         self.restarts = 0
         self._computer = computer
-        self._stopping = threading.Event()
-        self._thread = threading.Thread(target=self._run, daemon=True)
-        self._thread.start()
+        self._repetition = Repetition(self._look, 0.05)
 
-    def _run(self):
-        while not self._stopping.wait(0.05):
-            if not self._computer.avahi.running():
-                self._computer.run("rm", "-f", "/run/avahi-daemon/pid")
-                self._computer.start_avahi()
-                self.restarts += 1
+    def _look(self):
+        if not self._computer.avahi.running():
+            self._computer.run("rm", "-f", "/run/avahi-daemon/pid")
+            self._computer.start_avahi()
+            self.restarts += 1
 
     def stop(self):
-        self._stopping.set()
-        self._thread.join(30)
+        self._repetition.stop()
 
 
 def test_packets_that_crash_a_daemon_again_and_again_hide_no_phone_and_cut_no_session(
-    lan, bare_computer, onlooker, phone
+    attack, bare_computer, onlooker, phone
 ):
     """The daemon is started again at once, and needs a second for that."""
     computer = bare_computer
@@ -234,11 +238,11 @@ def test_packets_that_crash_a_daemon_again_and_again_hide_no_phone_and_cut_no_se
     found = appear(phone, helper, onlooker)
     traffic = Traffic(computer, found["port"], phone)
     supervisor = Supervisor(computer)
-    attack = Aliases(lan.host("stranger"), phone)
+    packets = attack()
 
     seen = looks_that_show(onlooker, phone)
 
-    attack.stop()
+    packets.stop()
     supervisor.stop()
     traffic.stop()
     assert seen >= 60
