@@ -116,6 +116,16 @@ bool CanonicalLess::operator()(std::string_view a, std::string_view b) const
     return normalized(a) < normalized(b);
 }
 
+std::uint64_t stableHash(std::string_view text)
+{
+    std::uint64_t hash = 0xcbf29ce484222325U;
+    for (const char character : text) {
+        hash ^= static_cast<unsigned char>(character);
+        hash *= 0x100000001b3U;
+    }
+    return hash;
+}
+
 bool isValidUtf8(std::string_view text)
 {
     while (!text.empty()) {

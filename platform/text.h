@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -27,6 +28,9 @@ struct CanonicalLess {
 /// "Küche" becomes "kuche". Letters that are not based on others, such as Cyrillic ones,
 /// remain. Text that is not valid UTF-8 is returned unchanged.
 std::string withoutMarks(std::string_view text);
+
+/// A hash of the bytes (64-bit FNV-1a): the same on every computer and in every version.
+std::uint64_t stableHash(std::string_view text);
 
 /// Whether `text` is UTF-8 as defined by RFC 3629: no surrogates, no overlong forms.
 bool isValidUtf8(std::string_view text);

@@ -18,17 +18,6 @@ constexpr std::size_t kComputerSize = 18;
 /// In place of a service name of which nothing can be written in a host name.
 constexpr const char* kNamelessService = "server";
 
-/// 64-bit FNV-1a: the same result on every computer and in every version.
-std::uint64_t stableHash(std::string_view text)
-{
-    std::uint64_t hash = 0xcbf29ce484222325U;
-    for (const char character : text) {
-        hash ^= static_cast<unsigned char>(character);
-        hash *= 0x100000001b3U;
-    }
-    return hash;
-}
-
 std::string hexadecimal(std::uint32_t value)
 {
     constexpr std::string_view kDigits = "0123456789abcdef";

@@ -36,6 +36,13 @@ TEST(Text, knowsUtf8FromWhatOnlyLooksLikeIt)
     EXPECT_FALSE(isValidUtf8("\xc0\xaf"));     // overlong
 }
 
+TEST(Text, hasTheHashThatFnvPublishes)
+{
+    EXPECT_EQ(stableHash(""), 0xcbf29ce484222325U);
+    EXPECT_EQ(stableHash("a"), 0xaf63dc4c8601ec8cU);
+    EXPECT_EQ(stableHash("foobar"), 0x85944171f73967e8U);
+}
+
 TEST(Text, losesItsMarks)
 {
     EXPECT_EQ(withoutMarks("Caf\xc3\xa9 CAFE\xcc\x81"), "cafe cafe");
