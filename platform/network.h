@@ -34,8 +34,23 @@ struct TcpParameters {
     std::weak_ptr<Connection> client = {};
 };
 
-/// The system chooses a free port.
+/// Ports from `first` to `last`, both included.
+struct PortRange {
+    std::uint16_t first = 0;
+    std::uint16_t last = 0;
+
+    bool contains(std::uint16_t port) const { return first <= port && port <= last; }
+    bool operator==(const PortRange&) const = default;
+};
+
+/// The system chooses a free port: for listeners with a service, one of `kServicePorts`, and the
+/// same one for the same name, unless others have it. Clients keep passwords and bookmarks by port.
 inline constexpr std::uint16_t kAnyPort = 0;
+
+/// No service is assigned one of these: ports from 49152 on are for private use (RFC 6335, section
+/// 6). And Linux gives none of them to other sockets by itself, unless it is configured to: it ends
+/// at 60999.
+inline constexpr PortRange kServicePorts{.first = 61000, .last = 64999};
 
 /// The factory of all network objects. Thread-safe. The objects do nothing until they are started,
 /// except that a listener opens its port at once. Outlives its objects.

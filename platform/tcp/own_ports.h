@@ -1,36 +1,68 @@
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <mutex>
-#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace quillbox {
 
 /// The ports of this program's listeners. Thread-safe.
 class OwnPorts final {
 public:
-    void add(std::uint16_t port)
+    /// `service` is the name of the service that has the port; empty if none.
+    void add(std::uint16_t port, std::string service = {})
     {
         const std::lock_guard lock(mutex_);
-        ports_.insert(port);
+        ports_.push_back({.port = port, .service = std::move(service), .removed = {}});
     }
 
+    /// Removes one entry, even if several have the port. Called when it is closed.
     void remove(std::uint16_t port)
     {
-        const std::lock_guard lock(mutex_);
-        if (const auto position = ports_.find(port); position != ports_.end())
+        std::vector<std::function<void()>> removed;
+        {
+            const std::lock_guard lock(mutex_);
+            const auto position = std::ranges::find(ports_, port, &Entry::port);
+            if (position == ports_.end())
+                return;
+            removed.swap(position->removed);
             ports_.erase(position);
+        }
+        for (const auto& each : removed)
+            each();
     }
 
     bool contains(std::uint16_t port) const
     {
         const std::lock_guard lock(mutex_);
-        return ports_.contains(port);
+        return std::ranges::find(ports_, port, &Entry::port) != ports_.end();
+    }
+
+    /// If a listener has a port for this service, calls `removed` once it is closed, on the thread
+    /// that closes it, and returns true.
+    bool afterRemoval(const std::string& service, std::function<void()> removed)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto position = std::ranges::find(ports_, service, &Entry::service);
+        if (position == ports_.end())
+            return false;
+        position->removed.push_back(std::move(removed));
+        return true;
     }
 
 private:
+    struct Entry {
+        std::uint16_t port = 0;
+        std::string service;
+        std::vector<std::function<void()>> removed;
+    };
+
     mutable std::mutex mutex_;
-    std::multiset<std::uint16_t> ports_; ///< one entry per listener, even if ports are equal
+    std::vector<Entry> ports_;
 };
 
 } // namespace quillbox

@@ -3,6 +3,7 @@
 #include "platform/dispatch/timer.h"
 #include "platform/standard_error.h"
 #include "platform/tcp/dialable_address.h"
+#include "platform/tcp/listening_port.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
@@ -22,6 +23,10 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kAcceptPause{200};
+
+/// How long a listener waits until an earlier one of its service has closed its port: a relay that
+/// is stopped and started again may have other work before its stop.
+constexpr std::chrono::seconds kHandover{1};
 
 /// A shortage within this time of the previous one is not reported again: a connection accepted in
 /// between may have used up the resources again.
@@ -59,17 +64,16 @@ bool isOfOneConnection(int error)
 /// reference to its owner except through the owner's handlers.
 class ListenerCore final : public std::enable_shared_from_this<ListenerCore> {
 public:
-    ListenerCore(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> socket,
-                 std::uint16_t port)
+    /// `takesAnyPort`: the kernel has chosen the port.
+    ListenerCore(std::shared_ptr<TcpContext> context, std::unique_ptr<ListeningPort> port,
+                 bool takesAnyPort, bool allowsReuse)
         : context_(std::move(context)),
-          socket_(std::move(socket)),
-          port_(port),
+          port_(std::move(port)),
+          takesAnyPort_(takesAnyPort),
+          allowsReuse_(allowsReuse),
           timer_(context_->pool)
     {
-        context_->ownPorts.add(port_);
     }
-
-    ~ListenerCore() { closePort(); }
 
     ListenerCore(const ListenerCore&) = delete;
     ListenerCore& operator=(const ListenerCore&) = delete;
@@ -94,17 +98,9 @@ public:
             reportCancelled();
             return;
         }
-        traffic_ = context_->traffic.add(service_ ? service_->name : std::string());
-        if (service_)
-            registration_ = context_->dnsSd.registerService(
-                *service_, port_, queue_,
-                [weak = weak_from_this()](const DnsSd::RegistrationUpdate& update) {
-                    if (const auto self = weak.lock())
-                        self->takeRegistration(update);
-                });
-        else
-            report(Listener::State::Ready, {});
-        post([self = shared_from_this()] { self->accept(); });
+        isAwaitingPort_ = movesToServicePort() && awaitServicePort();
+        if (!isAwaitingPort_)
+            open();
     }
 
     void cancel()
@@ -174,25 +170,25 @@ private:
 
     void accept()
     {
-        for (int count = 0; socket_ && count < kAcceptAtOnce; ++count) {
+        for (int count = 0; port_ && count < kAcceptAtOnce; ++count) {
             std::error_code error;
             SocketAddress client;
-            const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
+            const int descriptor = acceptStreamSocket(port_->socket().descriptor(), client, error);
             if (!error) {
                 takeConnection(descriptor, std::move(client));
             } else if (error == std::errc::operation_would_block) {
-                socket_->waitReadable(strandOf(*queue_),
-                                      [self = shared_from_this()](const std::error_code& failure) {
-                                          if (!failure)
-                                              self->accept();
-                                      });
+                port_->socket().waitReadable(
+                    strandOf(*queue_), [self = shared_from_this()](const std::error_code& failure) {
+                        if (!failure)
+                            self->accept();
+                    });
                 return;
             } else if (!isOfOneConnection(error.value())) {
                 pauseAccepting(error);
                 return;
             }
         }
-        if (socket_)
+        if (port_)
             post(std::bind_front(&ListenerCore::accept, shared_from_this()));
     }
 
@@ -267,7 +263,7 @@ private:
 
     void close()
     {
-        closePort();
+        port_.reset();
         registration_.reset();
         traffic_.reset();
         timer_.cancel();
@@ -275,17 +271,56 @@ private:
         connectionHandler_ = nullptr;
     }
 
-    void closePort()
+    bool movesToServicePort() const { return takesAnyPort_ && service_.has_value(); }
+
+    /// Whether an earlier listener of the service has not closed its port. Then calls `endWait`
+    /// once it has, or after `kHandover`.
+    bool awaitServicePort()
     {
-        if (!socket_)
+        const auto isClosed = [weak = weak_from_this()] {
+            if (const auto self = weak.lock())
+                self->post([self] { self->endWait(); });
+        };
+        if (!context_->ownPorts.afterRemoval(service_->name, isClosed))
+            return false;
+        timer_.start(strandOf(*queue_), kHandover,
+                     [self = shared_from_this()] { self->endWait(); });
+        return true;
+    }
+
+    void endWait()
+    {
+        if (!std::exchange(isAwaitingPort_, false) || isCancelled_)
             return;
-        context_->ownPorts.remove(port_);
-        socket_.reset();
+        timer_.cancel();
+        open();
+    }
+
+    void open()
+    {
+        if (movesToServicePort()) {
+            // Nobody knows the port that the kernel has chosen, so no connection is lost.
+            if (auto better =
+                    ListeningPort::openForService(context_, service_->name, allowsReuse_, *port_))
+                port_ = std::move(better);
+        }
+        traffic_ = context_->traffic.add(service_ ? service_->name : std::string());
+        if (service_)
+            registration_ = context_->dnsSd.registerService(
+                *service_, port_->number(), queue_,
+                [weak = weak_from_this()](const DnsSd::RegistrationUpdate& update) {
+                    if (const auto self = weak.lock())
+                        self->takeRegistration(update);
+                });
+        else
+            report(Listener::State::Ready, {});
+        post([self = shared_from_this()] { self->accept(); });
     }
 
     const std::shared_ptr<TcpContext> context_;
-    std::unique_ptr<Socket> socket_; ///< null after the port was closed
-    const std::uint16_t port_;
+    std::unique_ptr<ListeningPort> port_; ///< null after it was closed
+    const bool takesAnyPort_;
+    const bool allowsReuse_;
     Timer timer_;
     std::shared_ptr<DispatchQueue> queue_;
     std::optional<ServiceRegistration> service_;
@@ -294,6 +329,7 @@ private:
     std::unique_ptr<DnsSd::Ask> registration_;
     std::shared_ptr<TrafficCounter> traffic_; ///< null before `start` and after `close`
     std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
+    bool isAwaitingPort_ = false;
     bool isCancelled_ = false;
     bool hasFailed_ = false;
     std::optional<Clock::time_point> lastPause_;
@@ -336,18 +372,12 @@ std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
                                           const TcpParameters& parameters, std::uint16_t port,
                                           std::error_code& error)
 {
-    const int descriptor =
-        openListeningSocket(port, parameters.allowLocalEndpointReuse, error, context->reach);
-    if (error)
+    auto opened = ListeningPort::open(context, port, parameters.allowLocalEndpointReuse, error);
+    if (!opened)
         return nullptr;
-    const auto chosenPort = localPort(descriptor);
-    auto socket = Socket::adopt(context->pool, descriptor, std::nullopt);
-    if (!socket) {
-        error = std::make_error_code(std::errc::not_enough_memory);
-        return nullptr;
-    }
     return std::make_shared<TcpListener>(
-        std::make_shared<ListenerCore>(std::move(context), std::move(socket), chosenPort));
+        std::make_shared<ListenerCore>(std::move(context), std::move(opened), port == kAnyPort,
+                                       parameters.allowLocalEndpointReuse));
 }
 
 } // namespace quillbox

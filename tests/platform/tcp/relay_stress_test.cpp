@@ -10,6 +10,7 @@
 #include <ostream>
 #include <random>
 #include <span>
+#include <string>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -303,7 +304,8 @@ public:
         listener_ = network_.makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
         EXPECT_FALSE(error);
         const auto index = harness.dnsSd.count();
-        listener_->setService({.name = "Test", .type = "_smb._tcp"});
+        listener_->setService(
+            {.name = harness.serviceName + ' ' + std::to_string(index), .type = "_smb._tcp"});
         listener_->setNewConnectionHandler(
             [this](std::shared_ptr<Connection> connection) { accept(std::move(connection)); });
         std::promise<void> started;

@@ -362,7 +362,7 @@ std::shared_ptr<Listener> Harness::listen()
     listener_ = network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
     EXPECT_FALSE(error) << error.message();
     const auto index = dnsSd.count();
-    listener_->setService({.name = "Test", .type = "_smb._tcp"});
+    listener_->setService({.name = serviceName, .type = "_smb._tcp"});
     listener_->setNewConnectionHandler([this](std::shared_ptr<Connection> connection) {
         const std::lock_guard lock(mutex_);
         accepted_.push_back(std::move(connection));

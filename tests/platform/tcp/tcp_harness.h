@@ -20,6 +20,8 @@
 #include <utility>
 #include <vector>
 
+#include <unistd.h>
+
 namespace quillbox {
 
 /// How long a test waits for something that must happen.
@@ -258,6 +260,9 @@ public:
 
     Subject dial(const Endpoint& endpoint, const TcpParameters& parameters = {});
     Subject dial(const std::string& host, std::uint16_t port);
+
+    /// Of the listener. The port depends on it: no other process has this one.
+    const std::string serviceName = "Test " + std::to_string(::getpid());
 
     DispatchPool pool;
     ScriptedDnsSd dnsSd;

@@ -43,7 +43,7 @@ struct Stage {
         std::error_code error;
         listener =
             harness.network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
-        listener->setService({.name = "Test", .type = "_smb._tcp"});
+        listener->setService({.name = harness.serviceName, .type = "_smb._tcp"});
         listener->setStateUpdateHandler([log = log](ListenerState state, std::error_code failure) {
             log->note(state, failure);
         });
@@ -86,7 +86,7 @@ TEST(TcpListener, registersItsServiceAndItsPort)
     stage.start();
     const auto record = stage.harness.dnsSd.record(0);
     ASSERT_TRUE(record.registration);
-    EXPECT_EQ(record.registration->name, "Test");
+    EXPECT_EQ(record.registration->name, stage.harness.serviceName);
     EXPECT_EQ(record.registration->type, "_smb._tcp");
     EXPECT_NE(record.port, 0);
     EXPECT_TRUE(accepts(stage.port));

@@ -13,7 +13,7 @@ namespace {
 
 Traffic trafficOf(const Harness& harness)
 {
-    return harness.network->traffic().listeners.at("Test");
+    return harness.network->traffic().listeners.at(harness.serviceName);
 }
 
 /// The traffic once `isAwaited` holds, or the current traffic after `kPatience`. Counters may
