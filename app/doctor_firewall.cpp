@@ -1,6 +1,8 @@
 #include "app/doctor_checks.h"
+#include "platform/network.h"
 
 #include <optional>
+#include <string>
 #include <utility>
 
 namespace quillbox::doctor {
@@ -8,8 +10,14 @@ namespace quillbox::doctor {
 namespace {
 
 constexpr const char* kFirewall = "firewall";
-constexpr const char* kOthers =
-    "; other computers can reach a relay only if its port is allowed as well.";
+
+/// Follows what the firewall allows.
+std::string forOthers()
+{
+    return "; other computers can reach a relay only if its port is allowed as well (TCP "
+           + std::to_string(kServicePorts.first) + " to " + std::to_string(kServicePorts.last)
+           + ").";
+}
 
 /// How many of the queries that were sent came back in: the firewall treats them like those of
 /// other hosts.
@@ -42,7 +50,7 @@ Finding keeperFinding(const SystemFacts& system, const std::string& name)
     const std::string advice = howToLetMulticastDnsIn(system.firewall);
     switch (letIn(system)) {
     case LetIn::All:
-        return ok(kFirewall, name + " is on and allows multicast DNS" + kOthers);
+        return ok(kFirewall, name + " is on and allows multicast DNS" + forOthers());
     case LetIn::Some:
         return warn(kFirewall, name + " is on and blocks some multicast DNS.", advice);
     case LetIn::Untried:

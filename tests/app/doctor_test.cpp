@@ -218,7 +218,7 @@ const std::vector<Case>& cases()
         {"vpnThatIsNot", [](auto& f) { f.system.interfaces.push_back(vpn()); }, "vpn", Result::Ok,
          "tun0 carries all but", ""},
         {"ufwLetsIn", [](auto& f) { f.system.firewall.ufw = Seen::Yes; }, "firewall", Result::Ok,
-         "ufw is on and allows multicast DNS", ""},
+         "its port is allowed as well (TCP 61000 to 64999)", ""},
         {"ufwKeepsOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
