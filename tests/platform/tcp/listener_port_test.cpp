@@ -1,3 +1,4 @@
+#include "platform/tcp/listening_port.h"
 #include "platform/tcp/service_port.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_listener.h"
@@ -274,6 +275,19 @@ TEST(ListenerPort, isTheOneThatWasAskedFor)
         Program run;
         EXPECT_EQ(run.start(run.make(kName, 4445)), 4445);
     });
+}
+
+TEST_F(Backstage, aPortIsFreeForWhomeverAwaitsIt)
+{
+    std::error_code error;
+    auto held = ListeningPort::open(context, kAnyPort, true, error, kName);
+    const auto port = held->number();
+    std::unique_ptr<ListeningPort> next;
+    EXPECT_FALSE(context->ownPorts.afterRemoval("Quillbox", [] {}));
+    EXPECT_TRUE(context->ownPorts.afterRemoval(
+        kName, [&] { next = ListeningPort::open(context, port, true, error); }));
+    held.reset();
+    EXPECT_TRUE(next) << error.message();
 }
 
 TEST_F(Backstage, aListenerRefusesItsOwnPortForDialling)
