@@ -51,7 +51,8 @@ public:
     virtual void setNewConnectionHandler(NewConnectionHandler handler) = 0;
     virtual void setStateUpdateHandler(StateUpdateHandler handler) = 0;
 
-    /// Called once. The queue comes from the same backend as the listener.
+    /// Called once. The queue comes from the same backend as the listener. The registration waits
+    /// up to a second for an earlier listener of the service to close its port.
     virtual void start(std::shared_ptr<DispatchQueue> queue) = 0;
 
     /// Idempotent.

@@ -58,7 +58,8 @@ class Network {
 public:
     virtual ~Network() = default;
 
-    /// Opens the port at once. On failure returns null and sets `error`.
+    /// Opens the port at once. On failure returns null and sets `error`. With `kAnyPort` a listener
+    /// that has a service leaves this port for that of the service when it is started.
     virtual std::shared_ptr<Listener> makeListener(const TcpParameters& parameters,
                                                    std::uint16_t port, std::error_code& error) = 0;
 
