@@ -159,8 +159,8 @@ bool AppDelegate::activateExistingInstance()
     const auto self = applications.current();
     const auto copies = applications.runningApplications(*environment.bundleIdentifier);
     for (const auto& other : copies) {
-        if (other->processIdentifier() == self->processIdentifier() || other->isTerminated()
-            || !isOlder(*other, *self))
+        // Not by process identifier: in PID namespaces of their own, two copies have the same one.
+        if (other == self || other->isTerminated() || !isOlder(*other, *self))
             continue;
         // A copy that starts hidden, for example at login, does not show another copy's window
         // either. It sends a message only to wait for an answer.

@@ -19,6 +19,8 @@ public:
 
     virtual ~RunningApplication() = default;
 
+    /// As that process sees it. In another PID namespace, such as that of another Flatpak, another
+    /// process may have the same one.
     virtual std::int64_t processIdentifier() const = 0;
 
     /// None when it is not known.
@@ -66,7 +68,8 @@ public:
     /// This process.
     virtual std::shared_ptr<RunningApplication> current() = 0;
 
-    /// The copies with this identifier, including this one, in the order of their registration.
+    /// The copies with this identifier, in the order of their registration. This process is one of
+    /// them if it is registered, and is then the same object as current().
     virtual std::vector<std::shared_ptr<RunningApplication>>
     runningApplications(const std::string& bundleIdentifier) = 0;
 

@@ -21,6 +21,9 @@ namespace {
 using copy_protocol::kEndOfLine;
 using Clock = std::chrono::steady_clock;
 
+/// SO_PEERPIDFD, which the headers of Linux before 6.5 lack.
+constexpr int kPeerPidfd = 77;
+
 /// Waits for events on a file descriptor; false on timeout or error.
 bool await(int descriptor, short events, Clock::time_point deadline)
 {
@@ -101,6 +104,12 @@ std::optional<std::string> exchangeMessage(int connection, const std::string& to
 
 FileDescriptor processBehind(int connection)
 {
+    // Since Linux 6.5. It also knows processes of other PID namespaces, which have no number in
+    // that of this process.
+    int process = -1;
+    socklen_t length = sizeof process;
+    if (::getsockopt(connection, SOL_SOCKET, kPeerPidfd, &process, &length) == 0)
+        return FileDescriptor(process);
     ucred peer{};
     socklen_t size = sizeof peer;
     if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0)

@@ -20,7 +20,8 @@ std::optional<std::string> exchangeMessage(int connection, const std::string& to
                                            const std::string& text,
                                            std::chrono::milliseconds limit);
 
-/// A pidfd of the process at the other end, for waitForProcess(); not open if there is none.
+/// A pidfd of the process at the other end, for waitForProcess(). Not open if that process has
+/// ended or, before Linux 6.5, if it is in another PID namespace.
 FileDescriptor processBehind(int connection);
 
 /// Waits until the process behind the pidfd has ended; false on timeout.

@@ -79,7 +79,15 @@ public:
 
     bool waitForEnd(std::chrono::milliseconds limit) override
     {
-        return process.isOpen() ? waitForProcess(process.get(), limit) : isTerminated();
+        if (process.isOpen())
+            return waitForProcess(process.get(), limit);
+        const auto deadline = Clock::now() + limit;
+        while (!isTerminated()) {
+            if (Clock::now() >= deadline)
+                return false;
+            ::nanosleep(&kBusyPause, nullptr);
+        }
+        return true;
     }
 
 private:

@@ -144,7 +144,17 @@ TEST_F(AppDelegateLifecycle, aCopyThatHasTerminatedIsIgnored)
 
 TEST_F(AppDelegateLifecycle, theCurrentProcessIsIgnored)
 {
-    EXPECT_FALSE(yieldsTo(kOwnProcess, kEarlier));
+    applications.self->date = std::nullopt;
+    applications.copies[kIdentifier] = {applications.self};
+    launch();
+    EXPECT_EQ(applications.self->activations, 0);
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(AppDelegateLifecycle, aCopyWithTheSameProcessIdentifierInAnotherSandboxIsAnother)
+{
+    EXPECT_TRUE(yieldsTo(kOwnProcess, kEarlier));
+    EXPECT_FALSE(yieldsTo(kOwnProcess, kLater));
 }
 
 TEST_F(AppDelegateLifecycle, copiesOfTheSameInstantAreOrderedByProcess)

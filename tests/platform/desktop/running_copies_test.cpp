@@ -364,6 +364,20 @@ TEST_F(RunningCopies, thatExitWhenTheyAreReachedAreSeenAsTerminated)
     EXPECT_FALSE(target->waitForEnd(std::chrono::milliseconds(0))) << "this process has not ended";
 }
 
+TEST_F(RunningCopies, areWaitedForEvenIfTheirProcessesAreUnknown)
+{
+    const auto first = start();
+    std::string problem;
+    const auto copies = find(problem);
+    ASSERT_THAT(copies, SizeIs(1));
+    EXPECT_FALSE(copies.front()->waitForEnd(std::chrono::milliseconds(30)));
+    elsewhere([&] {
+        // Nothing has reached it, so nothing is known of its process.
+        QMetaObject::invokeMethod(qApp, [&] { first->withdraw(); });
+        EXPECT_TRUE(copies.front()->waitForEnd(std::chrono::seconds(20)));
+    });
+}
+
 TEST_F(RunningCopies, mayReplaceTheirHandlersWhenTheyHearOfThePast)
 {
     auto first = start();
