@@ -28,6 +28,7 @@
 
 #include <QApplication>
 #include <QDBusConnection>
+#include <QSessionManager>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -135,6 +136,18 @@ OpeningAdvice openingAdvice(const PackageManager& packages)
             .forPages = "Install xdg-utils and a web browser"};
 }
 
+/// At logout, session managers (X Session Management Protocol) note which programs to start again
+/// at the next login. Only the user decides that for this program, with --autostart: started twice,
+/// it would show its window at each login.
+void declineRestart(const QGuiApplication& application)
+{
+    const auto decline = [](QSessionManager& manager) {
+        manager.setRestartHint(QSessionManager::RestartNever);
+    };
+    QObject::connect(&application, &QGuiApplication::saveStateRequest, &application, decline);
+    QObject::connect(&application, &QGuiApplication::commitDataRequest, &application, decline);
+}
+
 /// Runs the helper until it quits. `arguments` starts with the program's name.
 int run(const Options& options, char** arguments)
 {
@@ -148,6 +161,7 @@ int run(const Options& options, char** arguments)
     int argumentCount = 1;
     turnGtkBridgeOff();
     const QApplication application(argumentCount, arguments);
+    declineRestart(application);
 
     const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();

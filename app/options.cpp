@@ -16,6 +16,10 @@ constexpr std::string_view kAutostart = "--autostart";
 constexpr std::string_view kVerbose = "--verbose";
 constexpr const char* kDoctor = "doctor";
 
+/// How session managers start a program of the session again (X Session Management Protocol), with
+/// an identifier as the next argument, which this program has no use for.
+constexpr std::string_view kSession = "-session";
+
 std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
 {
     if (name == "auto")
@@ -68,6 +72,8 @@ class Parser {
 public:
     std::string apply(std::string_view argument)
     {
+        if (std::exchange(isSessionNext, false))
+            return {};
         if (argument == "--help" || argument == "-h")
             act(Action::ShowHelp);
         else if (argument == "--version")
@@ -87,6 +93,8 @@ public:
     std::string check()
     {
         const auto& request = options.request;
+        if (isSessionNext)
+            return inQuotes(kSession) + " must be followed by an identifier";
         if (options.asJson && !options.isDoctor
             && (!request || request->command != ControlCommand::Status))
             return "'--json' goes with 'status' and 'doctor' only";
@@ -127,6 +135,8 @@ private:
             options.isHidden = true;
         else if (argument == "--this-computer-only")
             options.isThisComputerOnly = true;
+        else if (argument == kSession)
+            isSessionNext = true;
         else if (argument == kVerbose)
             options.verbose.insert(kLogCategories.begin(), kLogCategories.end());
         else if (name == kVerbose)
@@ -208,6 +218,7 @@ private:
         return checkStartOption();
     }
 
+    bool isSessionNext = false;   ///< the next argument is the value of "-session"
     std::string_view startOption; ///< the first option for a new instance, as typed
 };
 

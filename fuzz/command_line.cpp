@@ -24,7 +24,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     if (const auto* error = std::get_if<OptionsError>(&parsed))
         fuzz::require(!error->text.empty(), "an error has a text");
     else
-        fuzz::require(words.empty() || words.front() == "-h" || words.front().starts_with("--")
+        fuzz::require(words.empty() || words.front() == "-h" || words.front() == "-session"
+                          || words.front().starts_with("--")
                           || std::get<Options>(parsed).request.has_value()
                           || std::get<Options>(parsed).isDoctor,
                       "only options and commands are accepted");

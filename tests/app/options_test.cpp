@@ -61,6 +61,15 @@ TEST(Options, otherComputersCanBeLeftOut)
               Parsed(Options{.dnsSd = DnsSdChoice::Daemon, .isThisComputerOnly = true}));
 }
 
+TEST(Options, aRestoredSessionStartsTheHelper)
+{
+    EXPECT_EQ(parse({"-session", "10a4c9_1700000000_42"}), Parsed(Options()));
+    EXPECT_EQ(parse({"--hidden", "-session", "--help"}), Parsed(Options{.isHidden = true}));
+    EXPECT_EQ(errorOf(parse({"-session"})), "'-session' must be followed by an identifier");
+    EXPECT_EQ(errorOf(parse({"status", "-session", "x"})), "'-session' does not go with 'status'");
+    EXPECT_EQ(errorOf(parse({"--session", "x"})), "unknown option '--session'");
+}
+
 TEST(Options, whatIsToldCanBeChosen)
 {
     EXPECT_EQ(parse({"--verbose"}),
