@@ -98,6 +98,7 @@ HelperStatus AppDelegate::helperStatus() const
                         .hint = finderHint(),
                         .isShownInFinder = showInFinder.isChecked(),
                         .isAutomatic = automaticDiscovery.isChecked(),
+                        .start = environment.startSettings,
                         .phones = {},
                         .relays = {},
                         .total = traffic.total};

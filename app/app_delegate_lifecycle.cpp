@@ -76,6 +76,7 @@ void AppDelegate::applicationDidFinishLaunching()
             environment.terminate();
         return;
     }
+    keep(environment.storedStartSettings, environment.startSettings, environment.userDefaults);
     if (!environment.hasDisplay)
         printToStandardError("quillbox-helper: no display; running without a window");
     forceLightAppearance();

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/start_settings.h"
 #include "platform/dispatch_queue.h"
 #include "platform/log.h"
 #include "platform/network.h"
@@ -31,6 +32,9 @@ struct AppEnvironment {
     Notice& notice;
     NetworkView& networkView;
     PackageManager packageManager;
+    /// What holds for this run; stored, if it differs from what is, once this copy stays.
+    StartSettings startSettings = {};
+    StartSettings storedStartSettings = {};
     /// Whether the window stays hidden until the user asks for it.
     bool startsHidden = false;
     /// Whether there is a display to show the window on.

@@ -57,10 +57,19 @@ std::vector<Finding> diagnose(const DoctorFacts& facts)
     add(checkResponders(facts.system));
     add(checkPhones(facts));
     add(checkRunningCopy(facts.copy));
+    add(checkStartSettings(facts));
     add(checkFileBrowser(facts.system));
     add(checkNames(facts.system));
     add(checkStatusHost(facts.system));
     return all;
+}
+
+std::optional<StartSettings> startSettingsOf(const RunningCopyFacts& copy,
+                                             const StartSettings& stored)
+{
+    if (copy.state == RunningCopyFacts::State::NotRunning)
+        return stored;
+    return copy.status ? copy.status->start : std::nullopt;
 }
 
 RunningCopyFacts askRunningCopy(RunningApplication* copy, std::chrono::milliseconds limit)

@@ -40,6 +40,7 @@ Findings checkEngine(const SystemFacts& system);
 Findings checkResponders(const SystemFacts& system);
 Findings checkPhones(const DoctorFacts& facts);
 Findings checkRunningCopy(const RunningCopyFacts& copy);
+Findings checkStartSettings(const DoctorFacts& facts);
 Findings checkFileBrowser(const SystemFacts& system);
 Findings checkNames(const SystemFacts& system);
 Findings checkStatusHost(const SystemFacts& system);

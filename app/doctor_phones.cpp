@@ -12,6 +12,7 @@ using State = PortFacts::State;
 
 constexpr const char* kPhones = "phones";
 constexpr const char* kRunningCopy = "running-copy";
+constexpr const char* kSettings = "settings";
 
 bool has(const PhoneFacts& phone, State state)
 {
@@ -81,6 +82,33 @@ Finding statusFinding(const HelperStatus& status)
                                 + "; its status is: " + status.text);
 }
 
+Finding reachFinding(Reach reach)
+{
+    if (reach == Reach::Network)
+        return ok(kSettings, "Other computers see and reach the phones through this one as well.");
+    return ok(kSettings, "No other computer sees or reaches the phones through this one; a start "
+                         "with 'quillbox-helper --this-computer-only=off' changes that.");
+}
+
+Finding engineFinding(DnsSdChoice choice, const SystemFacts& system)
+{
+    const std::string change = "; a start with 'quillbox-helper --dns-sd=auto' changes that.";
+    switch (choice) {
+    case DnsSdChoice::Automatic:
+        return ok(kSettings, "The helper uses avahi-daemon if it is running, otherwise the "
+                             "embedded engine.");
+    case DnsSdChoice::Embedded:
+        return ok(kSettings, "The helper uses only its embedded engine" + change);
+    case DnsSdChoice::Daemon:
+        break;
+    }
+    using Avahi = AvahiFacts::State;
+    if (system.avahi.state == Avahi::NoBus || system.avahi.state == Avahi::Absent)
+        return fail(kSettings, "The helper uses only avahi-daemon, which is not running" + change,
+                    system.packageManager.howToRunAvahiDaemon() + '.');
+    return ok(kSettings, "The helper uses only avahi-daemon" + change);
+}
+
 } // namespace
 
 bool isReached(const PhoneFacts& phone)
@@ -134,6 +162,14 @@ Findings checkRunningCopy(const RunningCopyFacts& copy)
         break;
     }
     return {statusFinding(copy.status.value_or(HelperStatus()))};
+}
+
+Findings checkStartSettings(const DoctorFacts& facts)
+{
+    if (!facts.start)
+        return {warn(kSettings, "The running helper does not tell its settings.",
+                     "Quit it from its menu and start it again.")};
+    return {reachFinding(facts.start->reach), engineFinding(facts.start->dnsSd, facts.system)};
 }
 
 } // namespace quillbox::doctor

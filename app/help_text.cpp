@@ -12,13 +12,16 @@ Makes a Quillbox phone on this network appear in the file manager.
 
 Options:
   --hidden          start without showing the window
-  --dns-sd=ENGINE   the DNS-SD engine: auto (the default: avahi-daemon if it is running,
-                    otherwise the embedded engine), daemon (avahi-daemon) or embedded
-  --this-computer-only
-                    do not let other computers see or reach the phone through this one
+  --dns-sd=ENGINE   the DNS-SD engine, for later starts as well: auto (the default: avahi-daemon
+                    if it is running, otherwise the embedded engine), daemon (avahi-daemon) or
+                    embedded
+  --this-computer-only[=off]
+                    do not let other computers see or reach the phone through this one, in later
+                    starts as well; =off undoes that
   --verbose[=LIST]  log to standard error; LIST is a comma-separated list of discovery,
                     engine, advertising, relay, connection and desktop (the default is all)
-  --autostart=on    start at login from now on, without showing the window, and exit
+  --autostart=on    start at login from now on, without showing the window, and exit; the start
+                    uses what --dns-sd and --this-computer-only have set, here or before
   --autostart=off   do not start at login any more, and exit
   -h, --help        show this help and exit; after a command, show the help of the command
   --version         show the version and exit
@@ -54,8 +57,9 @@ const char* helpTextOf(ControlCommand command)
     switch (command) {
     case ControlCommand::Status:
         return R"(Usage: quillbox-helper status [--json]
-Prints the status of the running instance: the status line, the phones that were found, and for each
-relay its target, its current and total sessions, and the bytes in each direction.
+Prints the status of the running instance: the status line, the settings that hold, the phones that
+were found, and for each relay its target, its current and total sessions, and the bytes in each
+direction.
 
   --json            print one JSON object, with the exact names
   -h, --help        show this help and exit

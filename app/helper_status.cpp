@@ -19,6 +19,8 @@ constexpr const char* kTextField = "status";
 constexpr const char* kHintField = "hint";
 constexpr const char* kShowInFinderField = "showInFinder";
 constexpr const char* kAutomaticDiscoveryField = "automaticDiscovery";
+constexpr const char* kThisComputerOnlyField = "thisComputerOnly";
+constexpr const char* kDnsSdField = "dnsSd";
 constexpr const char* kPhonesField = "phones";
 constexpr const char* kRelaysField = "relays";
 constexpr const char* kNameField = "name";
@@ -84,6 +86,16 @@ std::vector<Entry> entriesIn(StrictObject& object, const char* key, Entry (*read
     return entries;
 }
 
+StartSettings startSettingsIn(StrictObject& object)
+{
+    const bool isThisComputerOnly = object.truth(kThisComputerOnlyField);
+    const auto dnsSd = dnsSdChoiceNamed(object.text(kDnsSdField));
+    if (!dnsSd)
+        object.refuse();
+    return {.reach = isThisComputerOnly ? Reach::ThisComputer : Reach::Network,
+            .dnsSd = dnsSd.value_or(DnsSdChoice::Automatic)};
+}
+
 std::string capabilitiesOf(const PhoneStatus& phone)
 {
     if (phone.hasFiles && phone.hasWebManagement)
@@ -121,6 +133,10 @@ QJsonObject jsonOf(const HelperStatus& status)
     set(object, kHintField, jsonString(status.hint));
     set(object, kShowInFinderField, status.isShownInFinder);
     set(object, kAutomaticDiscoveryField, status.isAutomatic);
+    if (status.start) {
+        set(object, kThisComputerOnlyField, status.start->reach == Reach::ThisComputer);
+        set(object, kDnsSdField, QLatin1StringView(nameOf(status.start->dnsSd)));
+    }
     QJsonArray phones;
     for (const PhoneStatus& phone : status.phones) {
         QJsonObject entry;
@@ -150,10 +166,12 @@ std::optional<HelperStatus> helperStatusIn(const QJsonObject& object)
         return std::nullopt;
     HelperStatus status{.isReady = strict.truth(kReadyField),
                         .text = strict.text(kTextField),
-                        // Version 0.1.0 wrote no hint.
+                        // Version 0.1.0 wrote neither a hint nor the start settings.
                         .hint = strict.has(kHintField) ? strict.text(kHintField) : "",
                         .isShownInFinder = strict.truth(kShowInFinderField),
                         .isAutomatic = strict.truth(kAutomaticDiscoveryField),
+                        .start = strict.has(kDnsSdField) ? std::optional(startSettingsIn(strict))
+                                                         : std::nullopt,
                         .phones = entriesIn(strict, kPhonesField, phoneIn),
                         .relays = entriesIn(strict, kRelaysField, relayIn),
                         .total = trafficIn(strict)};
@@ -175,6 +193,11 @@ std::string plainText(const HelperStatus& status)
         text += "\nHint: " + shownUtf8(status.hint);
     text += std::string("\nShow in Finder: ") + (status.isShownInFinder ? "on" : "off");
     text += std::string("\nAutomatic discovery: ") + (status.isAutomatic ? "on" : "off");
+    if (status.start) {
+        text += std::string("\nThis computer only: ")
+                + (status.start->reach == Reach::ThisComputer ? "on" : "off");
+        text += std::string("\nDNS-SD: ") + nameOf(status.start->dnsSd);
+    }
     text += "\nPhones: " + std::to_string(status.phones.size()) + '\n';
     for (const PhoneStatus& phone : status.phones)
         text += plainTextOf(phone);

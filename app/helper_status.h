@@ -1,5 +1,6 @@
 #pragma once
 
+#include "app/start_settings.h"
 #include "platform/traffic.h"
 
 #include <QJsonObject>
@@ -34,9 +35,10 @@ struct HelperStatus {
     std::string hint = {}; ///< why file managers list no phones, and what to do; mostly empty
     bool isShownInFinder = false;
     bool isAutomatic = false;
-    std::vector<PhoneStatus> phones = {}; ///< sorted by name
-    std::vector<RelayStatus> relays = {}; ///< sorted by name
-    Traffic total = {};                   ///< since the start, including stopped relays
+    std::optional<StartSettings> start = {}; ///< nullopt: told by version 0.1.0, which sends none
+    std::vector<PhoneStatus> phones = {};    ///< sorted by name
+    std::vector<RelayStatus> relays = {};    ///< sorted by name
+    Traffic total = {};                      ///< since the start, including stopped relays
 
     bool operator==(const HelperStatus&) const = default;
 };
@@ -44,7 +46,7 @@ struct HelperStatus {
 /// The JSON form, for other copies and for scripts.
 QJsonObject jsonOf(const HelperStatus& status);
 
-/// nullopt unless the object has exactly that form; the hint may be missing.
+/// nullopt unless the object has exactly that form. The hint and the start settings may be missing.
 std::optional<HelperStatus> helperStatusIn(const QJsonObject& object);
 
 /// The JSON text for scripts and terminals: indented UTF-8 that ends with a newline; characters

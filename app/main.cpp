@@ -3,6 +3,7 @@
 #include "app/exit_status.h"
 #include "app/options.h"
 #include "app/remote_control.h"
+#include "app/start_settings.h"
 #include "discovery/phone_discovery.h"
 #include "platform/desktop/activation.h"
 #include "platform/desktop/activation_tokens.h"
@@ -165,9 +166,10 @@ int run(const Options& options, char** arguments)
 
     const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();
-    LinuxPlatform platform(mainQueue->queue(), modeOf(options.dnsSd),
-                           options.isThisComputerOnly ? Reach::ThisComputer : Reach::Network, *log);
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const StartSettings stored = storedStartSettings(*userDefaults);
+    const StartSettings settings = chosen(stored, options.start);
+    LinuxPlatform platform(mainQueue->queue(), modeOf(settings.dnsSd), settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
     const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
     const auto smbOpener = makeSmbOpener(platform.serviceLocator(), browser);
@@ -197,6 +199,8 @@ int run(const Options& options, char** arguments)
         .notice = *notification,
         .networkView = platform.networkView(),
         .packageManager = systemPackageManager(),
+        .startSettings = settings,
+        .storedStartSettings = stored,
         .startsHidden = options.isHidden,
         .hasDisplay = hasDisplay,
         .bundleIdentifier = kBundleIdentifier,
@@ -221,9 +225,27 @@ int run(const Options& options, char** arguments)
     return status;
 }
 
-/// Writes or removes the autostart entry.
-int changeAutostart(Autostart wanted)
+/// Stores the settings that the command line chooses, for later starts; false if that fails.
+bool keepStartOptions(const StartOptions& options)
 {
+    if (options == StartOptions())
+        return true;
+    const auto mainQueue = makeMainQueue();
+    const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const StartSettings stored = storedStartSettings(*store);
+    keep(stored, chosen(stored, options), *store);
+    return store->save();
+}
+
+/// Writes or removes the autostart entry.
+int changeAutostart(const Options& options, Autostart wanted, char** arguments)
+{
+    prepareProcess();
+    int argumentCount = 1;
+    const QCoreApplication application(argumentCount, arguments);
+    // First, so that no start at login is turned on that lacks them.
+    if (!keepStartOptions(options.start))
+        return exit_status::kFailed;
     const auto result = setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
     if (result.isDone)
         return print(printable(result.text) + '\n');
@@ -269,7 +291,11 @@ int examine(const Options& options, char** arguments)
     const auto copy =
         askRunningCopy(copies.empty() ? nullptr : copies.front().get(), kLimitOfDoctorsQuestion);
     const Examination examination = examining.get();
-    const auto findings = diagnose({.system = examination.facts, .copy = copy});
+    const auto mainQueue = makeMainQueue();
+    const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const auto findings = diagnose({.system = examination.facts,
+                                    .copy = copy,
+                                    .start = startSettingsOf(copy, storedStartSettings(*store))});
     const int printed = print(options.asJson ? jsonText(findings) : plainText(findings));
     const int status = printed == exit_status::kDone ? exitStatusOf(findings) : printed;
     if (examination.isSomethingStuck)
@@ -289,9 +315,9 @@ int perform(const Options& options, char** arguments)
     case Options::Action::RunDnsSdEngine:
         return dnssd::runDnsSdEngineChild(dnssd::kEngineChildDescriptor);
     case Options::Action::TurnAutostartOn:
-        return changeAutostart(Autostart::On);
+        return changeAutostart(options, Autostart::On, arguments);
     case Options::Action::TurnAutostartOff:
-        return changeAutostart(Autostart::Off);
+        return changeAutostart(options, Autostart::Off, arguments);
     case Options::Action::Control:
         return controlRunningCopy(options);
     case Options::Action::Diagnose:

@@ -12,6 +12,7 @@ namespace {
 using Action = Options::Action;
 
 constexpr std::string_view kDnsSd = "--dns-sd";
+constexpr std::string_view kThisComputerOnly = "--this-computer-only";
 constexpr std::string_view kAutostart = "--autostart";
 constexpr std::string_view kVerbose = "--verbose";
 constexpr const char* kDoctor = "doctor";
@@ -20,29 +21,28 @@ constexpr const char* kDoctor = "doctor";
 /// an identifier as the next argument, which this program has no use for.
 constexpr std::string_view kSession = "-session";
 
-std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
-{
-    if (name == "auto")
-        return DnsSdChoice::Automatic;
-    if (name == "daemon")
-        return DnsSdChoice::Daemon;
-    if (name == "embedded")
-        return DnsSdChoice::Embedded;
-    return std::nullopt;
-}
-
-std::optional<Action> autostartNamed(std::string_view name)
-{
-    if (name == "on")
-        return Action::TurnAutostartOn;
-    if (name == "off")
-        return Action::TurnAutostartOff;
-    return std::nullopt;
-}
-
 std::string inQuotes(std::string_view argument)
 {
     return '\'' + std::string(argument) + '\'';
+}
+
+std::optional<bool> switchNamed(std::string_view name)
+{
+    if (name != "on" && name != "off")
+        return std::nullopt;
+    return name == "on";
+}
+
+/// The mistake in an argument like "--autostart=yes".
+std::string noSwitch(std::string_view argument, std::string_view name)
+{
+    const std::string option(name);
+    return inQuotes(argument) + " is not one of " + option + "=on and " + option + "=off";
+}
+
+bool isAutostart(Action action)
+{
+    return action == Action::TurnAutostartOn || action == Action::TurnAutostartOff;
 }
 
 std::string namesOfCategories()
@@ -95,6 +95,8 @@ public:
         const auto& request = options.request;
         if (isSessionNext)
             return inQuotes(kSession) + " must be followed by an identifier";
+        if (!options.verbose.empty() && isAutostart(options.action))
+            return inQuotes(kVerbose) + " does not go with " + inQuotes(kAutostart);
         if (options.asJson && !options.isDoctor
             && (!request || request->command != ControlCommand::Status))
             return "'--json' goes with 'status' and 'doctor' only";
@@ -133,14 +135,16 @@ private:
             equals == std::string_view::npos ? std::string_view() : argument.substr(equals + 1);
         if (argument == "--hidden")
             options.isHidden = true;
-        else if (argument == "--this-computer-only")
-            options.isThisComputerOnly = true;
+        else if (argument == kThisComputerOnly)
+            options.start.reach = Reach::ThisComputer;
         else if (argument == kSession)
             isSessionNext = true;
         else if (argument == kVerbose)
             options.verbose.insert(kLogCategories.begin(), kLogCategories.end());
         else if (name == kVerbose)
             return chooseCategories(value);
+        else if (name == kThisComputerOnly)
+            return chooseReach(argument, value);
         else if (name == kAutostart)
             return chooseAutostart(argument, value);
         else if (name == kDnsSd)
@@ -164,16 +168,25 @@ private:
         if (!choice)
             return inQuotes(argument)
                    + " is not one of --dns-sd=auto, --dns-sd=daemon and --dns-sd=embedded";
-        options.dnsSd = *choice;
+        options.start.dnsSd = *choice;
+        return {};
+    }
+
+    std::string chooseReach(std::string_view argument, std::string_view value)
+    {
+        const auto isThisComputerOnly = switchNamed(value);
+        if (!isThisComputerOnly)
+            return noSwitch(argument, kThisComputerOnly);
+        options.start.reach = *isThisComputerOnly ? Reach::ThisComputer : Reach::Network;
         return {};
     }
 
     std::string chooseAutostart(std::string_view argument, std::string_view value)
     {
-        const auto choice = autostartNamed(value);
-        if (!choice)
-            return inQuotes(argument) + " is not one of --autostart=on and --autostart=off";
-        act(*choice);
+        const auto isOn = switchNamed(value);
+        if (!isOn)
+            return noSwitch(argument, kAutostart);
+        act(*isOn ? Action::TurnAutostartOn : Action::TurnAutostartOff);
         return {};
     }
 

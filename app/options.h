@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/control_message.h"
+#include "app/start_settings.h"
 #include "platform/log.h"
 
 #include <optional>
@@ -10,13 +11,6 @@
 #include <variant>
 
 namespace quillbox {
-
-/// The DNS-SD engine.
-enum class DnsSdChoice {
-    Automatic, ///< avahi-daemon while it answers, else the embedded engine
-    Daemon,
-    Embedded,
-};
 
 /// What the command line asks for.
 struct Options {
@@ -32,9 +26,8 @@ struct Options {
     };
 
     Action action = Action::Run;
-    DnsSdChoice dnsSd = DnsSdChoice::Automatic;
+    StartOptions start = {};
     bool isHidden = false;              ///< start without showing the window
-    bool isThisComputerOnly = false;    ///< no other computer sees or reaches the relays
     std::set<LogCategory> verbose = {}; ///< categories to log on standard error
     std::optional<ControlRequest> request = {};
     bool isDoctor = false; ///< the command is `doctor`, which needs no running instance

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <span>
 #include <string>
+#include <string_view>
 
 namespace quillbox {
 
@@ -21,8 +23,15 @@ public:
     /// "true".
     virtual bool boolForKey(const std::string& key, bool standard) = 0;
 
+    /// The same for a string that must be one of `choices`; the first of them is the standard.
+    virtual std::string choiceForKey(const std::string& key,
+                                     std::span<const std::string_view> choices) = 0;
+
     virtual void setString(const std::string& key, const std::string& value) = 0;
     virtual void setBool(const std::string& key, bool value) = 0;
+
+    /// Saves at once. False if a written value could not be saved.
+    virtual bool save() = 0;
 };
 
 } // namespace quillbox

@@ -16,8 +16,8 @@ _quillbox_helper() {
     case $command:$typed in
         :--dns-sd=*) words="auto daemon embedded" ;;
         :--verbose=*) words="discovery engine advertising relay connection desktop" ;;
-        :--autostart=*) words="on off" ;;
-        :*) words="--hidden --dns-sd= --this-computer-only --verbose --verbose= --autostart= --help --version status open manage restart quit doctor" ;;
+        :--autostart=* | :--this-computer-only=*) words="on off" ;;
+        :*) words="--hidden --dns-sd= --this-computer-only --this-computer-only= --verbose --verbose= --autostart= --help --version status open manage restart quit doctor" ;;
         status:* | doctor:*) words="--json --help" ;;
         *) words="--help" ;;
     esac

@@ -5,7 +5,7 @@ set -l before "not __fish_seen_subcommand_from $commands"
 
 complete -c quillbox-helper -f
 complete -c quillbox-helper -n $before -l hidden -d 'start without showing the window'
-complete -c quillbox-helper -n $before -l this-computer-only -d 'do not let other computers see or reach the phone'
+complete -c quillbox-helper -n $before -l this-computer-only -a 'on off' -d 'do not let other computers see or reach the phone'
 complete -c quillbox-helper -n $before -l dns-sd -x -a 'auto daemon embedded' -d 'DNS-SD engine'
 complete -c quillbox-helper -n $before -l verbose -a 'discovery engine advertising relay connection desktop' -d 'log to standard error'
 complete -c quillbox-helper -n $before -l autostart -x -a 'on off' -d 'start at login or not'

@@ -3,11 +3,13 @@
 #include "platform/desktop/settings_file.h"
 #include "platform/desktop/user_folders.h"
 #include "platform/standard_error.h"
+#include "platform/text.h"
 
 #include <QByteArray>
 #include <QJsonObject>
 #include <QJsonValue>
 #include <QString>
+#include <algorithm>
 #include <utility>
 
 namespace quillbox {
@@ -39,7 +41,7 @@ public:
         values = std::move(contents.object);
     }
 
-    ~FileUserDefaults() override { write(); }
+    ~FileUserDefaults() override { FileUserDefaults::save(); }
 
     FileUserDefaults(const FileUserDefaults&) = delete;
     FileUserDefaults& operator=(const FileUserDefaults&) = delete;
@@ -64,12 +66,36 @@ public:
         return standard;
     }
 
+    std::string choiceForKey(const std::string& key,
+                             std::span<const std::string_view> choices) override
+    {
+        const QJsonValue value = values.value(keyOf(key));
+        const std::string found = value.toString().toStdString();
+        if (value.isString() && std::find(choices.begin(), choices.end(), found) != choices.end())
+            return found;
+        std::string expected;
+        for (const std::string_view choice : choices)
+            expected += (expected.empty() ? "one of " : ", ") + inDoubleQuotes(choice);
+        const std::string standard(choices.front());
+        useStandard(key, value, QString::fromStdString(standard), expected,
+                    inDoubleQuotes(standard));
+        return standard;
+    }
+
     void setString(const std::string& key, const std::string& value) override
     {
         set(key, QString::fromStdString(value));
     }
 
     void setBool(const std::string& key, bool value) override { set(key, value); }
+
+    bool save() override
+    {
+        isWriteAsked = false;
+        if (!unwritten.isEmpty() && !file.path().empty() && file.write(unwritten, values))
+            unwritten = {};
+        return unwritten.isEmpty();
+    }
 
 private:
     void set(const std::string& key, const QJsonValue& value)
@@ -84,15 +110,8 @@ private:
             return;
         mainQueue->async([this, guard = std::weak_ptr(alive)] {
             if (!guard.expired())
-                write();
+                save();
         });
-    }
-
-    void write()
-    {
-        isWriteAsked = false;
-        if (!unwritten.isEmpty() && !file.path().empty() && file.write(unwritten, values))
-            unwritten = {};
     }
 
     /// A standard value counts as set where the file has, or may have, another value, so that

@@ -65,7 +65,8 @@ TEST_F(AppDelegateControl, tellsItsStatus)
     EXPECT_EQ(status, (HelperStatus{.isReady = false,
                                     .text = "Looking for Quillbox on this network\u2026",
                                     .isShownInFinder = true,
-                                    .isAutomatic = true}));
+                                    .isAutomatic = true,
+                                    .start = StartSettings()}));
 
     findOfficeAndKitchen();
     findManagement({phoneNamed("Quillbox Attic"), phoneNamed("Quillbox Office")});
@@ -96,7 +97,8 @@ TEST_F(AppDelegateControl, tellsItsStatusBeforeAnyReport)
     defaults.values = {{"automaticDiscovery", false}, {"showInFinder", false}};
     launch();
     EXPECT_EQ(ask(ControlCommand::Status).status.value(),
-              (HelperStatus{.text = "Enter the local IP address shown in Quillbox."}));
+              (HelperStatus{.text = "Enter the local IP address shown in Quillbox.",
+                            .start = StartSettings()}));
 }
 
 TEST_F(AppDelegateControl, tellsTheTargetOfTheManualRelay)

@@ -13,6 +13,7 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -155,6 +156,30 @@ TEST_F(AppDelegateLifecycle, aCopyWithTheSameProcessIdentifierInAnotherSandboxIs
 {
     EXPECT_TRUE(yieldsTo(kOwnProcess, kEarlier));
     EXPECT_FALSE(yieldsTo(kOwnProcess, kLater));
+}
+
+TEST_F(AppDelegateLifecycle, aCopyThatStaysStoresWhatTheCommandLineChose)
+{
+    startSettings = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
+    ::testing::internal::CaptureStderr();
+    launch();
+    EXPECT_THAT(
+        ::testing::internal::GetCapturedStderr(),
+        AllOf(HasSubstr("quillbox-helper: the setting \"thisComputerOnly\" is now true instead of "
+                        "false, for later starts as well\n"),
+              HasSubstr("quillbox-helper: the setting \"dnsSd\" is now \"embedded\" instead of "
+                        "\"auto\", for later starts as well\n")));
+    EXPECT_EQ(storedBool("thisComputerOnly"), true);
+    EXPECT_EQ(storedText("dnsSd"), "embedded");
+    EXPECT_EQ(delegate->helperStatus().start, startSettings);
+}
+
+TEST_F(AppDelegateLifecycle, aCopyThatYieldsStoresNothing)
+{
+    startSettings = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
+    applications.add(kIdentifier, 400, kEarlier);
+    launch();
+    EXPECT_THAT(defaults.writes, IsEmpty());
 }
 
 TEST_F(AppDelegateLifecycle, copiesOfTheSameInstantAreOrderedByProcess)

@@ -21,6 +21,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .notice = notice,
         .networkView = networkView,
         .packageManager = PackageManager("ID=debian"),
+        .startSettings = startSettings,
         .startsHidden = startsHidden,
         .hasDisplay = hasDisplay,
         .bundleIdentifier = bundleIdentifier,

@@ -76,7 +76,8 @@ protected:
     RecordingNotice notice;
     FakeNetworkView networkView;
     FakeRunningApplications applications;
-    bool startsHidden = false; ///< used by `create`, as is `hasDisplay`
+    StartSettings startSettings; ///< used by `create`; the defaults count as stored
+    bool startsHidden = false;   ///< the same, as is `hasDisplay`
     bool hasDisplay = true;
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;

@@ -67,6 +67,7 @@ DoctorFacts soundFacts()
                                          .text = "1 Quillbox device visible in Finder",
                                          .isShownInFinder = true,
                                          .isAutomatic = true}};
+    facts.start = StartSettings();
     return facts;
 }
 
@@ -369,6 +370,26 @@ const std::vector<Case>& cases()
          },
          "running-copy", Result::Warn, "its status is: Looking for Quillbox",
          "quillbox-helper restart"},
+        {"openToTheNetwork", [](auto&) {}, "settings", Result::Ok,
+         "Other computers see and reach the phones", ""},
+        {"thisComputerOnly", [](auto& f) { f.start->reach = Reach::ThisComputer; }, "settings",
+         Result::Ok, "No other computer sees or reaches the phones", ""},
+        {"anyEngine", [](auto&) {}, "settings", Result::Ok, "uses avahi-daemon if it is running",
+         ""},
+        {"embeddedOnly", [](auto& f) { f.start->dnsSd = DnsSdChoice::Embedded; }, "settings",
+         Result::Ok, "uses only its embedded engine; a start with 'quillbox-helper --dns-sd=auto'",
+         ""},
+        {"daemonOnly", [](auto& f) { f.start->dnsSd = DnsSdChoice::Daemon; }, "settings",
+         Result::Ok, "uses only avahi-daemon; a start with", ""},
+        {"daemonOnlyWithoutDaemon",
+         [](auto& f) {
+             f.start->dnsSd = DnsSdChoice::Daemon;
+             f.system.avahi = {.state = AvahiFacts::State::Absent};
+         },
+         "settings", Result::Fail, "uses only avahi-daemon, which is not running; a start with",
+         "apt install avahi-daemon"},
+        {"unknownSettings", [](auto& f) { f.start = std::nullopt; }, "settings", Result::Warn,
+         "does not tell its settings", "start it again"},
         {"noFileBrowser", [](auto& f) { f.system.fileBrowser = {}; }, "file-browser", Result::Fail,
          "can open SMB shares", "gvfs-backends"},
         {"noFileBrowserWithoutDesktop",
@@ -513,9 +534,20 @@ TEST(Doctor, tellsOfEachCheckWhateverIsKnown)
             checks.insert(each.check);
         EXPECT_EQ(checks, (std::set<std::string>{"interfaces", "multicast", "other-hosts", "vpn",
                                                  "firewall", "dns-sd", "responders", "phones",
-                                                 "running-copy", "file-browser", "host-names",
-                                                 "status-icon"}));
+                                                 "running-copy", "settings", "file-browser",
+                                                 "host-names", "status-icon"}));
     }
+}
+
+TEST(Doctor, takesTheSettingsOfTheRunningCopyAndElseTheStoredOnes)
+{
+    const StartSettings stored{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon};
+    EXPECT_EQ(startSettingsOf({}, stored), stored);
+    RunningCopyFacts copy = soundFacts().copy;
+    EXPECT_EQ(startSettingsOf(copy, stored), std::nullopt) << "it is of version 0.1.0";
+    copy.status->start = StartSettings();
+    EXPECT_EQ(startSettingsOf(copy, stored), StartSettings());
+    EXPECT_EQ(startSettingsOf({.state = RunningCopyFacts::State::Silent}, stored), std::nullopt);
 }
 
 TEST(Doctor, aWarningAloneIsNoFailure)

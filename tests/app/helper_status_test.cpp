@@ -76,6 +76,23 @@ TEST(HelperStatus, saysWhatFileManagersLack)
     EXPECT_EQ(jsonOf(HelperStatus())[QStringLiteral("hint")], QString());
 }
 
+TEST(HelperStatus, saysWhatTheStartChose)
+{
+    const HelperStatus status{
+        .start = StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded}};
+    EXPECT_THAT(plainText(status), HasSubstr("\nThis computer only: on\nDNS-SD: embedded\nPhones"));
+    QJsonObject json = jsonOf(status);
+    EXPECT_EQ(helperStatusIn(json), status);
+    EXPECT_EQ(json[QStringLiteral("thisComputerOnly")], true);
+    EXPECT_EQ(json[QStringLiteral("dnsSd")], QStringLiteral("embedded"));
+    json[QStringLiteral("dnsSd")] = QStringLiteral("avahi");
+    EXPECT_FALSE(helperStatusIn(json));
+    json.remove(QStringLiteral("dnsSd"));
+    EXPECT_FALSE(helperStatusIn(json));
+    EXPECT_THAT(plainText(HelperStatus{.start = StartSettings()}),
+                HasSubstr("\nThis computer only: off\nDNS-SD: auto\n"));
+}
+
 TEST(HelperStatus, givesATerminalNothingToActUpon)
 {
     const std::string plain = plainText(statusWith(kHostile));

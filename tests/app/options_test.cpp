@@ -45,20 +45,31 @@ TEST(Options, theFirstOfTwoActionsCounts)
     EXPECT_EQ(parse({"--version", "--help"}), action(Options::Action::ShowVersion));
 }
 
-TEST(Options, theDnsSdEngineCanBeChosen)
+Parsed start(const StartOptions& options)
 {
-    EXPECT_EQ(parse({"--dns-sd=auto"}), Parsed(Options{.dnsSd = DnsSdChoice::Automatic}));
-    EXPECT_EQ(parse({"--dns-sd=daemon"}), Parsed(Options{.dnsSd = DnsSdChoice::Daemon}));
-    EXPECT_EQ(parse({"--dns-sd=embedded"}), Parsed(Options{.dnsSd = DnsSdChoice::Embedded}));
-    EXPECT_EQ(parse({"--dns-sd=daemon", "--dns-sd=embedded"}),
-              Parsed(Options{.dnsSd = DnsSdChoice::Embedded}));
+    return Options{.start = options};
 }
 
-TEST(Options, otherComputersCanBeLeftOut)
+TEST(Options, theDnsSdEngineCanBeChosen)
 {
-    EXPECT_EQ(parse({"--this-computer-only"}), Parsed(Options{.isThisComputerOnly = true}));
+    EXPECT_EQ(parse({"--dns-sd=auto"}), start({.dnsSd = DnsSdChoice::Automatic}));
+    EXPECT_EQ(parse({"--dns-sd=daemon"}), start({.dnsSd = DnsSdChoice::Daemon}));
+    EXPECT_EQ(parse({"--dns-sd=embedded"}), start({.dnsSd = DnsSdChoice::Embedded}));
+    EXPECT_EQ(parse({"--dns-sd=daemon", "--dns-sd=embedded"}),
+              start({.dnsSd = DnsSdChoice::Embedded}));
+}
+
+TEST(Options, otherComputersCanBeLeftOutAndLetInAgain)
+{
+    EXPECT_EQ(parse({"--this-computer-only"}), start({.reach = Reach::ThisComputer}));
+    EXPECT_EQ(parse({"--this-computer-only=on"}), start({.reach = Reach::ThisComputer}));
+    EXPECT_EQ(parse({"--this-computer-only=off"}), start({.reach = Reach::Network}));
     EXPECT_EQ(parse({"--this-computer-only", "--dns-sd=daemon"}),
-              Parsed(Options{.dnsSd = DnsSdChoice::Daemon, .isThisComputerOnly = true}));
+              start({.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}));
+    for (const char* argument : {"--this-computer-only=", "--this-computer-only=yes"})
+        EXPECT_EQ(errorOf(parse({argument})),
+                  '\'' + std::string(argument)
+                      + "' is not one of --this-computer-only=on and --this-computer-only=off");
 }
 
 TEST(Options, aRestoredSessionStartsTheHelper)
@@ -155,7 +166,7 @@ TEST(Options, aStartMayBeHidden)
 {
     EXPECT_EQ(parse({"--hidden"}), Parsed(Options{.isHidden = true}));
     EXPECT_EQ(parse({"--hidden", "--dns-sd=daemon"}),
-              Parsed(Options{.dnsSd = DnsSdChoice::Daemon, .isHidden = true}));
+              Parsed(Options{.start = {.dnsSd = DnsSdChoice::Daemon}, .isHidden = true}));
     EXPECT_EQ(errorOf(parse({"--hidden=yes"})), "unknown option '--hidden=yes'");
 }
 
@@ -168,6 +179,17 @@ TEST(Options, theAutostartIsTurnedOnAndOff)
         EXPECT_EQ(errorOf(parse({argument})),
                   '\'' + std::string(argument)
                       + "' is not one of --autostart=on and --autostart=off");
+}
+
+TEST(Options, theAutostartTakesWhatLaterStartsKeep)
+{
+    EXPECT_EQ(
+        parse({"--autostart=on", "--this-computer-only", "--dns-sd=daemon"}),
+        Parsed(Options{.action = Options::Action::TurnAutostartOn,
+                       .start = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}}));
+    for (const char* argument : {"--autostart=on", "--autostart=off"})
+        EXPECT_EQ(errorOf(parse({argument, "--verbose=relay"})),
+                  "'--verbose' does not go with '--autostart'");
 }
 
 TEST(Options, commandsGoToTheRunningCopy)

@@ -1,5 +1,7 @@
 #include "tests/fakes/fake_user_defaults.h"
 
+#include <algorithm>
+
 namespace quillbox {
 
 namespace {
@@ -33,6 +35,15 @@ bool FakeUserDefaults::boolForKey(const std::string& key, bool standard)
     note("read ", key);
     reads.push_back(key);
     return valueIn(values, key, standard);
+}
+
+std::string FakeUserDefaults::choiceForKey(const std::string& key,
+                                           std::span<const std::string_view> choices)
+{
+    const std::string found = stringForKey(key, std::string(choices.front()));
+    return std::find(choices.begin(), choices.end(), found) != choices.end()
+               ? found
+               : std::string(choices.front());
 }
 
 void FakeUserDefaults::setString(const std::string& key, const std::string& value)

@@ -16,8 +16,11 @@ public:
 
     std::string stringForKey(const std::string& key, const std::string& standard) override;
     bool boolForKey(const std::string& key, bool standard) override;
+    std::string choiceForKey(const std::string& key,
+                             std::span<const std::string_view> choices) override;
     void setString(const std::string& key, const std::string& value) override;
     void setBool(const std::string& key, bool value) override;
+    bool save() override { return true; }
 
     std::map<std::string, Value> values;
     std::vector<std::string> writes;         ///< the keys that were set, in order

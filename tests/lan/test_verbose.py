@@ -92,9 +92,9 @@ def test_a_category_can_be_had_alone(bare_computer, onlooker, service):
 
 def test_nothing_but_the_status_is_told_unasked(bare_computer, onlooker, service):
     phone = service("phone")
-    lines = one_phone_and_one_session(
-        bare_computer, onlooker, phone, "--dns-sd=embedded"
-    )
+    # As an option it would be told that it is kept; another engine tells that there is no daemon.
+    bare_computer.write_settings({"dnsSd": "embedded"})
+    lines = one_phone_and_one_session(bare_computer, onlooker, phone)
 
     assert [x for x in lines if "no display" not in x] == [
         f"status: {x}"

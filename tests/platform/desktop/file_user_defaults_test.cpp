@@ -10,11 +10,13 @@
 #include <QJsonObject>
 #include <QTemporaryDir>
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <filesystem>
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 
@@ -145,6 +147,53 @@ TEST_F(FileUserDefaultsTest, onlyBooleansAndZeroAndOneAreBooleans)
     open();
     EXPECT_THAT(printedBy([&] { EXPECT_FALSE(store->boolForKey("text", false)); }),
                 HasSubstr("its default, false, is used instead"));
+}
+
+TEST_F(FileUserDefaultsTest, aChoiceIsOneOfSeveralTexts)
+{
+    constexpr std::array<std::string_view, 3> kColours{"red", "green", "blue"};
+    write(R"({"good": "green", "text": "grey", "number": 1, "null": null})");
+    open();
+    EXPECT_EQ(printedBy([&] {
+                  EXPECT_EQ(store->choiceForKey("good", kColours), "green");
+                  EXPECT_EQ(store->choiceForKey("absent", kColours), "red");
+              }),
+              "");
+    for (const std::string key : {"text", "number", "null"}) {
+        EXPECT_THAT(printedBy([&] { EXPECT_EQ(store->choiceForKey(key, kColours), "red") << key; }),
+                    HasSubstr("the setting \"" + key + "\" in "
+                              + pathOf("settings.json").toStdString()
+                              + " is not one of \"red\", \"green\", \"blue\"; its default, "
+                                "\"red\", is used instead"));
+    }
+    // What holds anyway does not replace what somebody wrote; anything else does.
+    store->setString("text", "red");
+    store->setString("number", "blue");
+    settle();
+    EXPECT_EQ(object()[QStringLiteral("text")], QStringLiteral("grey"));
+    EXPECT_EQ(object()[QStringLiteral("number")], QStringLiteral("blue"));
+}
+
+TEST_F(FileUserDefaultsTest, areSavedAtOnceOnRequest)
+{
+    open();
+    EXPECT_TRUE(store->save());
+    EXPECT_FALSE(QFile::exists(pathOf("settings.json")));
+    store->setBool("b", true);
+    EXPECT_TRUE(store->save());
+    EXPECT_EQ(object()[QStringLiteral("b")], true);
+
+    QFile::remove(pathOf("settings.json"));
+    QDir(folder.path()).mkdir(QStringLiteral("settings.json"));
+    store->setBool("b", false);
+    EXPECT_THAT(printedBy([&] { EXPECT_FALSE(store->save()); }),
+                HasSubstr("settings cannot be stored"));
+    EXPECT_THAT(printedBy([&] {
+                    store = makeFileUserDefaults({}, dispatch.mainQueue());
+                    store->setBool("b", true);
+                    EXPECT_FALSE(store->save());
+                }),
+                HasSubstr("there is no home folder"));
 }
 
 TEST_F(FileUserDefaultsTest, onlyTextsAreTexts)
