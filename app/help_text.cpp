@@ -38,11 +38,12 @@ Other commands:
 
 Exit status:
   0  success
-  1  a file or the output could not be written, or a check of the doctor failed
+  1  a file or the output could not be written, the start at login could not be changed, or a check
+     of the doctor failed
   2  the command line is invalid
   3  Quillbox Helper is not running
-  4  the running instance refused the command, or nothing opened the share or page; the reason is
-     printed
+  4  the running instance refused the command, nothing opened the share or page, or the desktop
+     refused to change the start at login; the reason is printed
   5  no phone has that name; the phones that were found are listed
   6  the running instance does not respond, does not exit, or is a different version
 

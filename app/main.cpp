@@ -8,6 +8,7 @@
 #include "platform/desktop/activation.h"
 #include "platform/desktop/activation_tokens.h"
 #include "platform/desktop/autostart_entry.h"
+#include "platform/desktop/background_portal.h"
 #include "platform/desktop/desktop_workspace.h"
 #include "platform/desktop/display.h"
 #include "platform/desktop/file_user_defaults.h"
@@ -237,7 +238,8 @@ bool keepStartOptions(const StartOptions& options)
     return store->save();
 }
 
-/// Writes or removes the autostart entry.
+/// Turns the start at login on or off. A sandboxed program cannot write the desktop's entries, and
+/// asks the desktop to do so.
 int changeAutostart(const Options& options, Autostart wanted, char** arguments)
 {
     prepareProcess();
@@ -246,11 +248,14 @@ int changeAutostart(const Options& options, Autostart wanted, char** arguments)
     // First, so that no start at login is turned on that lacks them.
     if (!keepStartOptions(options.start))
         return exit_status::kFailed;
-    const auto result = setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
-    if (result.isDone)
+    const auto result = isSandboxed()
+                            ? requestAutostart(wanted, QDBusConnection::sessionBus())
+                            : setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
+    if (result.outcome == AutostartResult::Outcome::Done)
         return print(printable(result.text) + '\n');
     printToStandardError("quillbox-helper: " + result.text);
-    return exit_status::kFailed;
+    return result.outcome == AutostartResult::Outcome::Refused ? exit_status::kRefused
+                                                               : exit_status::kFailed;
 }
 
 /// Sends a request to the running instance. Needs no display, and registers nothing.

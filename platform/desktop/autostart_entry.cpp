@@ -19,6 +19,8 @@ namespace quillbox {
 
 namespace {
 
+using Outcome = AutostartResult::Outcome;
+
 /// A quoted argument of an Exec key. Backslashes are doubled, because the escape rules of string
 /// values apply on top of the quoting.
 std::string quotedForExec(std::string_view argument)
@@ -43,7 +45,7 @@ QString toPath(const std::string& path)
 
 AutostartResult failure(const std::string& path, const std::string& reason)
 {
-    return {.isDone = false, .text = "cannot change " + path + ": " + reason};
+    return {.outcome = Outcome::Failed, .text = "cannot change " + path + ": " + reason};
 }
 
 AutostartResult write(const std::string& path, const std::string& text)
@@ -56,15 +58,16 @@ AutostartResult write(const std::string& path, const std::string& text)
     const auto size = static_cast<qint64>(text.size());
     if (!file.open(QIODevice::WriteOnly) || file.write(text.data(), size) != size || !file.commit())
         return failure(path, file.errorString().toStdString());
-    return {.isDone = true, .text = "Starts at login from now on: wrote " + path};
+    return {.outcome = Outcome::Done, .text = "Starts at login from now on: wrote " + path};
 }
 
 AutostartResult remove(const std::string& path)
 {
     if (::unlink(path.c_str()) == 0)
-        return {.isDone = true, .text = "Does not start at login any more: removed " + path};
+        return {.outcome = Outcome::Done,
+                .text = "Does not start at login any more: removed " + path};
     if (errno == ENOENT || errno == ENOTDIR)
-        return {.isDone = true, .text = "Does not start at login: there is no " + path};
+        return {.outcome = Outcome::Done, .text = "Does not start at login: there is no " + path};
     return failure(path, std::generic_category().message(errno));
 }
 
@@ -108,7 +111,8 @@ std::optional<std::string> autostartText(const std::string& program)
 AutostartResult setAutostart(Autostart wanted, const std::string& path, const std::string& program)
 {
     if (path.empty())
-        return {.isDone = false, .text = "cannot change the autostart entry: no home folder"};
+        return {.outcome = Outcome::Failed,
+                .text = "cannot change the autostart entry: no home folder"};
     if (wanted == Autostart::Off)
         return remove(path);
     const auto text = autostartText(program);

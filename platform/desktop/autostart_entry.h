@@ -12,7 +12,13 @@ enum class Autostart { On, Off };
 
 /// What was done, or why it failed, as a message for the user.
 struct AutostartResult {
-    bool isDone = false;
+    enum class Outcome {
+        Done,
+        Refused, ///< the user or the desktop does not want it
+        Failed,
+    };
+
+    Outcome outcome = Outcome::Failed;
     std::string text;
 };
 

@@ -20,12 +20,6 @@ using LocalNames = NameService::LocalNames;
 constexpr const char* kAvahiSocket = "/run/avahi-daemon/socket";
 constexpr const char* kResolvedSocket = "/run/systemd/resolve/io.systemd.Resolve";
 
-bool isSandbox(const fs::path& root)
-{
-    std::error_code error;
-    return fs::exists(root / ".flatpak-info", error);
-}
-
 /// The text of the first of these files that there is; empty if there is none.
 std::string firstText(const fs::path& root, std::initializer_list<const char*> files)
 {
@@ -38,16 +32,22 @@ std::string firstText(const fs::path& root, std::initializer_list<const char*> f
 
 } // namespace
 
+bool isSandboxed(const fs::path& root)
+{
+    std::error_code error;
+    return fs::exists(root / ".flatpak-info", error);
+}
+
 PackageManager systemPackageManager(const fs::path& root)
 {
-    if (isSandbox(root))
+    if (isSandboxed(root))
         return PackageManager(firstText(root, {"run/host/os-release"}));
     return PackageManager(firstText(root, {"etc/os-release", "usr/lib/os-release"}));
 }
 
 NameService systemNameService(const fs::path& root)
 {
-    if (isSandbox(root))
+    if (isSandboxed(root))
         return {};
     // In openSUSE the second one is the system's own, and the first one the administrator's.
     return NameService(firstText(root, {"etc/nsswitch.conf", "usr/etc/nsswitch.conf"}));

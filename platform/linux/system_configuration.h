@@ -10,6 +10,9 @@
 /// the runtime, which is not what the user's other programs run on.
 namespace quillbox {
 
+/// Whether this program runs in a Flatpak sandbox.
+bool isSandboxed(const std::filesystem::path& root = "/");
+
 /// The package manager of this computer's system; of the host's if this program runs in a sandbox.
 PackageManager systemPackageManager(const std::filesystem::path& root = "/");
 

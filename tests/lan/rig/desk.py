@@ -3,10 +3,12 @@
     file-manager        shows folders and says so
     hanging-manager     does not answer
     notifications       shows notifications, and would interpret markup
+    granting-portal     a portal that starts programs at login, and says what it was asked for
+    refusing-portal     does so, but refuses it
 
 Reports on standard output, one JSON object per line, the status item that registers, the folders
-that the file manager is asked to show and the notifications. Each line of standard input is the title of an entry of that
-item's menu, which is then chosen.
+that the file manager is asked to show, the notifications and what the portal is asked for. Each line
+of standard input is the title of an entry of that item's menu, which is then chosen.
 """
 
 import json
@@ -38,6 +40,15 @@ NOTIFICATIONS = """<node><interface name="org.freedesktop.Notifications">
   </method>
 </interface></node>"""
 
+PORTAL = """<node><interface name="org.freedesktop.portal.Background">
+  <method name="RequestBackground">
+    <arg type="s" direction="in"/><arg type="a{sv}" direction="in"/>
+    <arg type="o" direction="out"/>
+  </method>
+</interface></node>"""
+PORTAL_NAME = "org.freedesktop.portal.Desktop"
+PORTAL_PATH = "/org/freedesktop/portal/desktop"
+
 MENU = "com.canonical.dbusmenu"
 
 
@@ -59,8 +70,12 @@ class Desk:
             self.offer(FILE_MANAGER, "/org/freedesktop/FileManager1", self.hang)
         if "notifications" in parts:
             self.offer(NOTIFICATIONS, "/org/freedesktop/Notifications", self.notify)
+        if "granting-portal" in parts:
+            self.offer(PORTAL, PORTAL_PATH, self.grant, PORTAL_NAME)
+        if "refusing-portal" in parts:
+            self.offer(PORTAL, PORTAL_PATH, self.refuse, PORTAL_NAME)
 
-    def offer(self, description, path, answer):
+    def offer(self, description, path, answer, name=None):
         interface = Gio.DBusNodeInfo.new_for_xml(description).interfaces[0]
 
         def called(_bus, sender, _path, _interface, _method, parameters, invocation):
@@ -72,7 +87,7 @@ class Desk:
             return GLib.Variant("b", True)
 
         self.bus.register_object(path, interface, called, asked, None)
-        Gio.bus_own_name_on_connection(self.bus, interface.name, 0, None, None)
+        Gio.bus_own_name_on_connection(self.bus, name or interface.name, 0, None, None)
 
     def register(self, sender, _name):
         self.item = sender
@@ -91,6 +106,23 @@ class Desk:
             return GLib.Variant("(as)", (["body", "body-markup"],))
         tell("notification", title=arguments[3], text=arguments[4])
         return GLib.Variant("(u)", (1,))
+
+    def grant(self, sender, _window, options):
+        return self.respond(sender, options, 0, options["autostart"])
+
+    def refuse(self, sender, _window, options):
+        return self.respond(sender, options, 1, False)
+
+    def respond(self, sender, options, response, is_on):
+        tell("autostart", wanted=options["autostart"], command=options["commandline"])
+        caller = sender[1:].replace(".", "_")
+        request = f"{PORTAL_PATH}/request/{caller}/{options['handle_token']}"
+        results = {name: GLib.Variant("b", is_on) for name in ("background", "autostart")}
+        signal = ("org.freedesktop.portal.Request", "Response")
+        self.bus.emit_signal(
+            sender, request, *signal, GLib.Variant("(ua{sv})", (response, results))
+        )
+        return GLib.Variant("(o)", (request,))
 
     def call(self, path, interface, method, *arguments):
         return self.bus.call_sync(

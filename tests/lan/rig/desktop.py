@@ -89,6 +89,11 @@ class Desktop(Computer):
         told, _ = self._told("notification", timeout)
         return told["title"], told["text"]
 
+    def asked_portal(self, timeout):
+        """What the portal was asked for: whether to start at login, and with which command line."""
+        told, _ = self._told("autostart", timeout)
+        return told["wanted"], told["command"]
+
     def windows(self):
         """The titles of the windows that are on the screen."""
         return self.run(PYTHON, f"{HERE}/titles.py", env=self.environment()).stdout.splitlines()

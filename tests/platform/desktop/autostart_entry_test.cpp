@@ -16,6 +16,8 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
+using Outcome = AutostartResult::Outcome;
+
 constexpr const char* kProgram = "/usr/bin/quillbox-helper";
 
 class AutostartEntry : public ::testing::Test {
@@ -40,22 +42,22 @@ protected:
 TEST_F(AutostartEntry, isWrittenWithItsFolderAndTaken)
 {
     const auto on = setAutostart(Autostart::On, path(), kProgram);
-    EXPECT_TRUE(on.isDone);
+    EXPECT_EQ(on.outcome, Outcome::Done);
     EXPECT_EQ(on.text, "Starts at login from now on: wrote " + path());
     EXPECT_THAT(contents(), StartsWith("[Desktop Entry]\nType=Application\n"));
     EXPECT_THAT(contents(), HasSubstr("\nExec=\"/usr/bin/quillbox-helper\" --hidden\n"));
     EXPECT_EQ(filesBesides(), QStringList{QStringLiteral("entry.desktop")});
 
     const auto off = setAutostart(Autostart::Off, path(), kProgram);
-    EXPECT_TRUE(off.isDone);
+    EXPECT_EQ(off.outcome, Outcome::Done);
     EXPECT_EQ(off.text, "Does not start at login any more: removed " + path());
     EXPECT_FALSE(QFile::exists(file()));
 }
 
 TEST_F(AutostartEntry, thatIsThereAlreadyIsReplaced)
 {
-    ASSERT_TRUE(setAutostart(Autostart::On, path(), "/opt/old").isDone);
-    EXPECT_TRUE(setAutostart(Autostart::On, path(), kProgram).isDone);
+    ASSERT_EQ(setAutostart(Autostart::On, path(), "/opt/old").outcome, Outcome::Done);
+    EXPECT_EQ(setAutostart(Autostart::On, path(), kProgram).outcome, Outcome::Done);
     EXPECT_THAT(contents(), HasSubstr(kProgram));
     EXPECT_EQ(contents().find("/opt/old"), std::string::npos);
 }
@@ -63,7 +65,7 @@ TEST_F(AutostartEntry, thatIsThereAlreadyIsReplaced)
 TEST_F(AutostartEntry, thatIsNotThereIsOff)
 {
     const auto off = setAutostart(Autostart::Off, path(), kProgram);
-    EXPECT_TRUE(off.isDone);
+    EXPECT_EQ(off.outcome, Outcome::Done);
     EXPECT_EQ(off.text, "Does not start at login: there is no " + path());
 }
 
@@ -72,21 +74,21 @@ TEST_F(AutostartEntry, thatCannotBeChangedIsReported)
     QDir().mkpath(file()); // a folder instead of a file
     for (const Autostart wanted : {Autostart::On, Autostart::Off}) {
         const auto result = setAutostart(wanted, path(), kProgram);
-        EXPECT_FALSE(result.isDone);
+        EXPECT_EQ(result.outcome, Outcome::Failed);
         EXPECT_THAT(result.text, StartsWith("cannot change " + path() + ": "));
     }
-    EXPECT_FALSE(setAutostart(Autostart::On, "", kProgram).isDone);
+    EXPECT_EQ(setAutostart(Autostart::On, "", kProgram).outcome, Outcome::Failed);
 }
 
 TEST_F(AutostartEntry, inAFolderThatIsClosedStaysAsItIs)
 {
-    ASSERT_TRUE(setAutostart(Autostart::On, path(), kProgram).isDone);
+    ASSERT_EQ(setAutostart(Autostart::On, path(), kProgram).outcome, Outcome::Done);
     const QByteArray folder = QFile::encodeName(QFileInfo(file()).path());
     ::chmod(base.path().toStdString().c_str(), 0755);
     ::chmod(folder.constData(), 0555);
     const OrdinaryUser user(folder.toStdString());
-    EXPECT_FALSE(setAutostart(Autostart::On, path(), "/opt/new").isDone);
-    EXPECT_FALSE(setAutostart(Autostart::Off, path(), kProgram).isDone);
+    EXPECT_EQ(setAutostart(Autostart::On, path(), "/opt/new").outcome, Outcome::Failed);
+    EXPECT_EQ(setAutostart(Autostart::Off, path(), kProgram).outcome, Outcome::Failed);
     EXPECT_THAT(contents(), HasSubstr(kProgram));
 }
 
