@@ -177,8 +177,7 @@ std::shared_ptr<WatchState> PoolContext::watch(int descriptor, std::uint32_t eve
     {
         const std::lock_guard lock(mutex_);
         state = std::make_shared<WatchState>(++lastWatch_);
-        if (!isShutDown_.load())
-            watches_.emplace(state->id, state);
+        watches_.emplace(state->id, state);
     }
     epoll_event event{.events = events | kAlwaysAskedFor, .data = {.u64 = state->id}};
     if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) == 0)

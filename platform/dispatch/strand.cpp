@@ -53,7 +53,7 @@ bool Strand::State::begin()
         return false;
     {
         const std::lock_guard lock(mutex_);
-        if (isBusy_ || isClosed_)
+        if (isBusy_)
             return false;
         isBusy_ = true;
     }

@@ -32,8 +32,6 @@ void StrandQueue::async(Work work)
 
 void StrandQueue::asyncAfter(std::chrono::milliseconds delay, Work work)
 {
-    if (context_->isShutDown())
-        return;
     const auto bounded = std::clamp(delay, std::chrono::milliseconds(0), kLongestDelay);
     context_->setAlarm(PoolContext::Clock::now() + bounded, strand_,
                        quillbox::Work(std::move(work)));

@@ -69,6 +69,7 @@ protected:
 
 TEST_F(SessionStoryTest, beginsWithTheRelay)
 {
+    log.time += 1min;
     start();
     log.time += 950ms;
     network.listeners.back()->report(Listener::State::Waiting, kDown);

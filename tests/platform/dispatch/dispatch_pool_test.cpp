@@ -14,6 +14,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/eventfd.h>
 
 namespace quillbox {
@@ -126,8 +127,31 @@ TEST(DispatchPool, dropsWorkThatComesAfterTheShutdown)
     const auto token = std::make_shared<int>(0);
     queue->async([token] { FAIL(); });
     queue->asyncAfter(0ms, [token] { FAIL(); });
-    pool.makeQueue("later", QualityOfService::Utility)->async([token] { FAIL(); });
+    const auto later = pool.makeQueue("later", QualityOfService::Utility);
+    later->async([token] { FAIL(); });
     EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST(DispatchPool, keepsPendingWorkOfOneThreadWhileTheOtherThreadRuns)
+{
+    DispatchPool pool;
+    const auto urgent = pool.makeQueue("urgent", QualityOfService::UserInitiated);
+    const auto other = pool.makeQueue("other", QualityOfService::Utility);
+    auto owned = std::make_shared<int>(0);
+    const std::weak_ptr<int> used = owned;
+    urgent->asyncAfter(24h, [owned = std::move(owned)] { FAIL(); });
+    std::promise<void> begun;
+    bool isThere = false;
+    other->async([&] {
+        begun.set_value();
+        std::promise<void> never;
+        never.get_future().wait_for(50ms);
+        isThere = !used.expired();
+    });
+    begun.get_future().wait();
+    pool.shutdown();
+    EXPECT_TRUE(isThere);
+    EXPECT_TRUE(used.expired());
 }
 
 TEST(DispatchPool, letsAQueueOutliveIt)
@@ -235,7 +259,21 @@ TEST(PoolContext, runsNothingMoreOnceItIsStopped)
     context.destroyPending();
     EXPECT_EQ(token.use_count(), 1);
     strand.post([token] { FAIL() << "what comes later"; });
+    context.post(Work([token] { FAIL() << "what comes later on no strand"; }));
     EXPECT_EQ(token.use_count(), 1);
+}
+
+TEST(PoolContext, keepsNoMemoryOfStrandsThatAreGone)
+{
+    PoolContext context;
+    const auto useAndDrop = [&context](int times) {
+        for (int count = 0; count < times; ++count)
+            context.makeStrand();
+    };
+    useAndDrop(10);
+    const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
+    useAndDrop(2000);
+    EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
 }
 
 TEST(PoolContext, handlesNoMoreEventsOnceItIsStopped)
@@ -267,7 +305,7 @@ TEST(Strand, dispatchesInsideTheCallOnlyWhileNothingIsPending)
     std::promise<void> done;
     // Runs on the thread of the loop, but on no strand.
     loop->post(Work([&] {
-        strand.dispatch([&] { events.emplace_back("inside"); });
+        strand.dispatch([&] { events.emplace_back(strand.isCurrent() ? "inside" : "outside"); });
         strand.post([&] { events.emplace_back("posted"); });
         strand.dispatch([&] {
             events.emplace_back("dispatched");

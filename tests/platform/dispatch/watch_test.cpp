@@ -15,6 +15,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -275,6 +276,20 @@ TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatNobodyReadsAnyMore)
     EXPECT_TRUE(isTold(told));
 }
 
+TEST_F(WatchTest, tellsOneWhoWaitsToReadThatNobodyWritesAnyMore)
+{
+    std::array<int, 2> ends{};
+    ASSERT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
+    onQueue([this] { watch.reset(); });
+    closePeer();
+    peer = ends[1];
+    take(ends[0]);
+    const auto told = waitReadable();
+    EXPECT_TRUE(isSilent(told));
+    closePeer(); // an empty pipe then has EPOLLHUP, but not EPOLLIN
+    EXPECT_TRUE(isTold(told));
+}
+
 TEST_F(WatchTest, tellsAFailureAndNothingElseToOneWhoWaitsForIt)
 {
     const auto told = waitForFailure();
@@ -334,6 +349,16 @@ TEST_F(WatchTest, destroysWaitsUntoldWhenThePoolIsShutDown)
     EXPECT_EQ(token.use_count(), 1);
 }
 
+TEST_F(WatchTest, destroysWaitsThatBeginAfterTheShutdown)
+{
+    pool.shutdown();
+    const auto token = std::make_shared<int>(0);
+    watch->waitReadable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+    watch->waitWritable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+    watch->waitForFailure(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+    EXPECT_EQ(token.use_count(), 1);
+}
+
 TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
 {
     // A closure that submits itself forever and reports 1 MiB moved each time. Reads on another
@@ -380,6 +405,51 @@ TEST_F(WatchTest, tellsBetweenTwoClosuresOfWhichTheFirstMovedAllItMay)
     done.get_future().wait();
     pool.shutdown();
     EXPECT_EQ(events, (std::vector<std::string>{"told", "second closure"}));
+}
+
+TEST_F(WatchTest, tellsBehindTheClosuresThatAClosureHandsOver)
+{
+    const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
+    std::vector<std::string> events;
+    std::promise<void> done;
+    queue->async([&] {
+        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
+            events.emplace_back("told");
+            done.set_value();
+        });
+        send("a");
+        other->async([&] { events.emplace_back("second closure"); });
+    });
+    done.get_future().wait();
+    pool.shutdown();
+    EXPECT_EQ(events, (std::vector<std::string>{"second closure", "told"}));
+}
+
+TEST_F(WatchTest, runsWhatAnEventHandsOverThoughTheLastClosureMovedAllItMay)
+{
+    std::error_code error;
+    const auto second = Watch::adopt(context, ::eventfd(0, 0), Watch::For::Reading, error);
+    ASSERT_FALSE(error) << error.message();
+    const auto secondQueue = pool.makeQueue("second", QualityOfService::UserInitiated);
+    std::vector<std::string> events;
+    std::promise<void> done;
+    onQueue([&] {
+        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
+            queue->async([&] { events.emplace_back("closure"); });
+        });
+        second->waitReadable(strandOf(*secondQueue), [&](const std::error_code&) {
+            events.emplace_back("next event");
+            done.set_value();
+        });
+    });
+    pool.makeQueue("other", QualityOfService::UserInitiated)->async([&] {
+        send("a");
+        EXPECT_EQ(::eventfd_write(second->descriptor(), 1), 0);
+        context->noteMoved(1UL << 20);
+    });
+    done.get_future().wait();
+    pool.shutdown();
+    EXPECT_EQ(events, (std::vector<std::string>{"closure", "next event"}));
 }
 
 TEST_F(WatchTest, tellsBehindTheClosuresThatWaitOnTheSameQueue)
@@ -442,6 +512,21 @@ TEST_F(WatchTest, closesADescriptorThatCannotBeWatched)
     EXPECT_FALSE(Watch::adopt(context, file, Watch::For::Reading, error));
     EXPECT_EQ(error, std::errc::operation_not_permitted);
     EXPECT_EQ(::fcntl(file, F_GETFD), -1);
+}
+
+TEST_F(WatchTest, leavesNoMemoryBehind)
+{
+    const auto useAndDrop = [this](int times) {
+        for (int count = 0; count < times; ++count) {
+            std::error_code error;
+            EXPECT_TRUE(Watch::adopt(context, ::eventfd(0, 0), Watch::For::Reading, error));
+            EXPECT_FALSE(Watch::adopt(context, -1, Watch::For::Reading, error));
+        }
+    };
+    useAndDrop(10);
+    const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
+    useAndDrop(2000);
+    EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
 }
 
 class TimerTest : public testing::Test {
