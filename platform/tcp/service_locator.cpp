@@ -72,7 +72,6 @@ private:
             return;
         resolution = nullptr;
         if (!update.service) {
-            inNumbers = std::nullopt;
             resolution = means.dnsSd.resolve({name, kType, kDomain}, means.queue,
                                              [weak = weak_from_this()](const auto& resolved) {
                                                  if (const auto self = weak.lock())

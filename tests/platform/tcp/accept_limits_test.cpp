@@ -122,7 +122,7 @@ TEST(TcpListener, refusesAHostThatHasTooManyConnections)
     const std::size_t admitted = (most + most / 8 + 1) / 2;
     std::vector<Peer> peers;
     for (std::size_t count = 0; count < admitted + 2; ++count)
-        peers.push_back(connectPeer(harness->listeningPort()));
+        peers.push_back(connectPeer(harness->listeningPort(), "127.0.0.2"));
     bool isClean = true;
     EXPECT_TRUE(peers.back().receiveAll(isClean).empty());
     EXPECT_FALSE(isClean) << "reset";
@@ -130,11 +130,20 @@ TEST(TcpListener, refusesAHostThatHasTooManyConnections)
 
     harness->nextAccepted().reset();
     ASSERT_TRUE(peers.front().receiveAll(isClean).empty());
-    peers.push_back(connectPeer(harness->listeningPort()));
+    peers.push_back(connectPeer(harness->listeningPort(), "127.0.0.2"));
     EXPECT_TRUE(harness->waitForAccepted(admitted + 1));
     const auto said = testing::internal::GetCapturedStderr();
     EXPECT_EQ(std::count(said.begin(), said.end(), '\n'), 1) << said;
     EXPECT_TRUE(said.starts_with("quillbox-helper: refusing connections")) << said;
+
+    Crowd crowd(1);
+    testing::internal::CaptureStderr();
+    const DescriptorShortage shortage(0);
+    crowd.connectTo(harness->listeningPort());
+    EXPECT_FALSE(harness->waitForAccepted(admitted + 2, kWatch));
+    EXPECT_TRUE(testing::internal::GetCapturedStderr().starts_with(
+        "quillbox-helper: cannot accept connections"))
+        << "another shortage is reported as well";
 }
 
 TEST(TcpConnection, failsWhenThereIsNoDescriptorForIt)

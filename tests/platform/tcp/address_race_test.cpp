@@ -245,6 +245,44 @@ TEST_F(AddressRaceTest, refusesNoOtherAddressForOneThatIsNeverDialled)
     EXPECT_EQ(lost.at(0).error, std::errc::no_buffer_space);
 }
 
+TEST_F(AddressRaceTest, dialsAPhoneOnThisComputerForAClientThatIsKnownOnTheNetwork)
+{
+    const PeerListener phone;
+    setCandidates({{.address = ipv4Address("192.0.2.9", 4445), .interfaces = {2}},
+                   {.address = phone.address(), .interfaces = {1}}});
+    take(won.get_future());
+}
+
+TEST_F(AddressRaceTest, refusesNoAddressForOneThatThisComputerAnnounced)
+{
+    const auto onLoopback = PeerListener("127.0.0.9").address();
+    const auto other = ipv6Address("2001:db8::9", 0, 4445);
+    monitor.setRoutes(2, other, {OutgoingRoute::Unknown});
+    const auto local = std::make_shared<AddressRace>(
+        context, strandOf(*queue), onLoopback,
+        AddressRace::Handlers{.won = [](const std::unique_ptr<Socket>&) { FAIL(); },
+                              .lost = [this](const auto& outcome) { lost.note(outcome); }});
+    onQueue([&] {
+        local->setCandidates(
+            {{.address = other, .interfaces = {2}}, {.address = onLoopback, .interfaces = {1}}});
+    });
+    ASSERT_TRUE(lost.waitFor(1));
+    EXPECT_EQ(lost.at(0).error, std::errc::no_buffer_space) << "that of its own route";
+    onQueue([&] { local->stop(); });
+}
+
+TEST_F(AddressRaceTest, tellsTheFirstErrorThatIsFinal)
+{
+    const auto unknown = ipv4Address("198.51.100.1", 4445);
+    const auto closed = PeerListener().address();
+    monitor.setRoutes(2, unknown, {OutgoingRoute::Unknown});
+    setCandidates(
+        {typed(addressWithoutScope()), {.address = unknown, .interfaces = {2}}, typed(closed)});
+    ASSERT_TRUE(lost.waitFor(1));
+    EXPECT_EQ(lost.at(0).error, std::errc::no_buffer_space);
+    EXPECT_TRUE(lost.at(0).isFinal);
+}
+
 TEST(AddressRace, countsAConnectionToItselfAsRefused)
 {
     inNetworkNamespace([] {

@@ -1,9 +1,31 @@
 #include "platform/connection.h"
 #include "platform/tcp/chunk_pool.h"
 
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <new>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
+
+namespace {
+
+/// The size from which there is no memory for buffers.
+std::atomic<std::size_t> scarceSize = SIZE_MAX;
+
+} // namespace
+
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept
+{
+    try {
+        return size < scarceSize ? ::operator new[](size) : nullptr;
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 
 namespace quillbox {
 
@@ -61,6 +83,29 @@ TEST(ChunkPool, keepsOnlyAFew)
     EXPECT_LE(pool->kept(), 8U * 1024 * 1024);
 }
 
+TEST(ChunkPool, keepsSoManyOfEachSize)
+{
+    const auto pool = std::make_shared<ChunkPool>();
+    std::vector<std::unique_ptr<Chunk>> chunks;
+    for (int count = 0; count < 5; ++count)
+        chunks.push_back(pool->borrow(kMaximumContentSize, kMaximumContentSize));
+    chunks.clear();
+    EXPECT_EQ(pool->kept(), 4 * kMaximumContentSize);
+}
+
+TEST(ChunkPool, lendsASmallBufferWhereThereIsNoMemoryForALargeOne)
+{
+    const auto pool = std::make_shared<ChunkPool>();
+    pool->borrow(1, 100'000);
+    ASSERT_GT(pool->kept(), 0U);
+    scarceSize = kMaximumContentSize;
+    const auto chunk = pool->borrow(1, kMaximumContentSize);
+    scarceSize = SIZE_MAX;
+    EXPECT_EQ(chunk->room().size(), ChunkPool::kSmallSize);
+    EXPECT_EQ(pool->lent(), ChunkPool::kSmallSize);
+    EXPECT_EQ(pool->kept(), 0U) << "what is not in use was freed";
+}
+
 TEST(ChunkPool, lendsLargeBuffersToAFewAndMiddlingOnesToMany)
 {
     const auto pool = std::make_shared<ChunkPool>();
@@ -87,6 +132,18 @@ TEST(ChunkPool, lendsSmallBuffersOnceTheBudgetIsSpent)
         << "the minimum is always had";
     chunks.clear();
     EXPECT_EQ(pool->borrow(1, kMaximumContentSize)->room().size(), kMaximumContentSize);
+}
+
+TEST(ChunkPool, lendsTheLastMiddlingBufferOfTheBudget)
+{
+    const auto pool = std::make_shared<ChunkPool>();
+    std::vector<std::unique_ptr<Chunk>> chunks;
+    while (pool->lent() < ChunkPool::kBudget - ChunkPool::kMiddleSize)
+        chunks.push_back(pool->borrow(1, kMaximumContentSize));
+    ASSERT_EQ(pool->lent(), ChunkPool::kBudget - ChunkPool::kMiddleSize);
+    chunks.push_back(pool->borrow(1, kMaximumContentSize));
+    EXPECT_EQ(chunks.back()->room().size(), ChunkPool::kMiddleSize);
+    EXPECT_EQ(pool->borrow(1, kMaximumContentSize)->room().size(), ChunkPool::kSmallSize);
 }
 
 TEST(ChunkPool, mayGoBeforeItsChunks)

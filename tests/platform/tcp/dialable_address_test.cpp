@@ -167,6 +167,15 @@ TEST_F(MayDial, tellsEqualLinkLocalAddressesOnTwoLinksApart)
     EXPECT_FALSE(ask(address("fe80::7", kOwnPort, 0), {kWlan}));
 }
 
+TEST_F(MayDial, comparesScopesOnlyWhereBothAreKnown)
+{
+    const auto there = address("fe80::7", 445, kWlan);
+    EXPECT_TRUE(isSameHost(there, address("fe80::7", 4445, kWlan)));
+    EXPECT_FALSE(isSameHost(there, address("fe80::7", 445, kEthernet)));
+    EXPECT_TRUE(isSameHost(there, address("fe80::7", 445, 0)));
+    EXPECT_TRUE(isSameHost(address("fe80::7", 445, 0), there));
+}
+
 TEST_F(MayDial, refusesWhatIsNoAddress)
 {
     network.routes[kWlan] = OutgoingRoute::Preferred;

@@ -1,11 +1,22 @@
 #include "platform/tcp/dialable_address.h"
 #include "platform/tcp/host_lookup.h"
+#include "tests/platform/tcp/refused_calls.h"
+#include "tests/platform/tcp/scripted_names.h"
+#include "tests/platform/tcp/tcp_harness.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <chrono>
 #include <future>
+#include <memory>
+#include <string>
+#include <system_error>
 #include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
+#include <netdb.h>
+#include <sys/syscall.h>
 
 namespace quillbox {
 
@@ -55,6 +66,45 @@ TEST(HostLookup, tellsThatAnImpossibleNameIsNotFound)
     EXPECT_TRUE(answer.error);
     EXPECT_FALSE(answer.error.message().empty());
     EXPECT_TRUE(answer.addresses.empty());
+}
+
+TEST(HostLookup, asksOnlyForFamiliesThatThisComputerHas)
+{
+    ScriptedNames names;
+    const auto lookup = std::make_shared<HostLookup>();
+    auto answer = ask(*lookup, kScriptedName);
+    ASSERT_TRUE(names.waitForLookups(1, kPatience));
+    EXPECT_NE(names.lastFlags() & AI_ADDRCONFIG, 0);
+    names.answer({});
+    EXPECT_EQ(answer.get().error, hostNotFound());
+}
+
+TEST(HostLookup, tellsThatNoServerAnswers)
+{
+    const auto lookup = std::make_shared<HostLookup>();
+    std::future<Answer> answer;
+    {
+        const ScriptedNames names;
+        answer = ask(*lookup, kScriptedName);
+        ASSERT_TRUE(names.waitForLookups(1, kPatience));
+    }
+    const auto error = answer.get().error;
+    EXPECT_EQ(error.value(), EAI_AGAIN);
+    EXPECT_NE(error.message(), hostNotFound().message());
+}
+
+TEST(HostLookup, tellsThatThereIsNoThreadForIt)
+{
+    bool isRefused = false;
+    std::future<Answer> answer;
+    std::thread([&] {
+        isRefused = refuseCalls(SYS_clone3, EAGAIN) && refuseCalls(SYS_clone, EAGAIN);
+        answer = ask(*std::make_shared<HostLookup>(), "localhost");
+    }).join();
+    if (!isRefused)
+        GTEST_SKIP() << "no permission to filter system calls";
+    ASSERT_EQ(answer.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    EXPECT_EQ(answer.get().error, std::errc::resource_unavailable_try_again);
 }
 
 } // namespace quillbox

@@ -3,6 +3,7 @@
 #include "tests/fakes/fake_network.h"
 #include "tests/platform/tcp/tcp_backstage.h"
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <string>
@@ -199,10 +200,18 @@ TEST_F(LingeringCloseTest, waitsForAPeerAsLongAsThatGoesOnReading)
     closeGently(context, Socket::adopt(context->pool, descriptor, context->sockets->open()),
                 std::move(unsent), true, Ending::EndOfStream, kShort);
 
-    const auto end = std::chrono::steady_clock::now() + 4 * kShort;
-    while (std::chrono::steady_clock::now() < end) {
-        EXPECT_FALSE(context->sockets->waitUntilNoneIsOpen(kShort / 6));
+    using Clock = std::chrono::steady_clock;
+    auto lastRead = Clock::now();
+    auto longestPause = Clock::duration::zero();
+    const auto end = lastRead + 4 * kShort;
+    while (lastRead < end) {
+        const bool isClosed = context->sockets->waitUntilNoneIsOpen(kShort / 6);
         peer.receiveExactly(256UL * 1024);
+        longestPause = std::max(longestPause, Clock::now() - std::exchange(lastRead, Clock::now()));
+        // On a busy computer this thread may pause for so long that giving up is right.
+        if (isClosed && longestPause > kShort / 2)
+            GTEST_SKIP() << "this computer is too busy";
+        ASSERT_FALSE(isClosed);
     }
     EXPECT_TRUE(context->sockets->waitUntilNoneIsOpen(kPatience)) << "it no longer reads";
 }
@@ -231,6 +240,20 @@ TEST_F(LingeringCloseTest, endsTheStreamInOrderHoweverMuchInputIsUnread)
     EXPECT_TRUE(context->sockets->waitUntilNoneIsOpen(kPatience));
     EXPECT_TRUE(peer.receiveAll(isClean).empty());
     EXPECT_TRUE(isClean) << "a reset";
+}
+
+TEST_F(LingeringCloseTest, closesAtOnceWhenThePoolIsShutDown)
+{
+    const PeerListener listener;
+    const auto peer = connectPeer(listener.port());
+    const auto accepted = listener.accept();
+    ASSERT_TRUE(peer.send("unread"));
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    auto socket =
+        Socket::adopt(context->pool, ::dup(accepted.descriptor()), context->sockets->open());
+    pool.shutdown();
+    closeGently(context, std::move(socket), Unsent(), true, Ending::EndOfStream);
+    EXPECT_EQ(context->sockets->openCount(), 0U);
 }
 
 TEST(TcpNetwork, flushesWhatLingers)

@@ -1,19 +1,27 @@
 #include "platform/connection.h"
+#include "platform/tcp/pipe.h"
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/unsent.h"
 #include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/platform/tcp/refused_calls.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <array>
+#include <cerrno>
 #include <csignal>
+#include <memory>
 #include <stdexcept>
 #include <string>
+#include <system_error>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace quillbox {
@@ -155,6 +163,57 @@ TEST(PipePool, doesNotAskASystemThatHasNoneOverAndOver)
     EXPECT_EQ(pool->lent(), 0U);
 }
 
+TEST(PipePool, lendsAPipeThatItHasShortlyAfterTheSystemRefusedAnother)
+{
+    const auto pool = std::make_shared<PipePool>();
+    auto first = pool->borrow();
+    {
+        const DescriptorShortage shortage;
+        EXPECT_FALSE(pool->borrow());
+    }
+    first.reset();
+    EXPECT_TRUE(pool->borrow());
+}
+
+TEST(PipePool, lendsNoPipeThatIsTooSmall)
+{
+    bool isRefused = false;
+    bool isLent = true;
+    const auto before = openDescriptorCount();
+    std::thread([&] {
+        isRefused = refuseCalls(SYS_fcntl, EPERM);
+        isLent = std::make_shared<PipePool>()->borrow() != nullptr;
+    }).join();
+    if (!isRefused)
+        GTEST_SKIP() << "no permission to filter system calls";
+    EXPECT_FALSE(isLent);
+    EXPECT_EQ(openDescriptorCount(), before);
+}
+
+TEST(PipePool, knowsTheErrorsOfASystemThatCannotSplice)
+{
+    for (const auto error : {std::errc::invalid_argument, std::errc::function_not_supported,
+                             std::errc::bad_file_descriptor, std::errc::operation_not_permitted,
+                             std::errc::operation_not_supported})
+        EXPECT_TRUE(isSpliceRefused({.count = 0, .error = std::make_error_code(error)}));
+    for (const auto error : {std::errc::connection_reset, std::errc::operation_would_block})
+        EXPECT_FALSE(isSpliceRefused({.count = 0, .error = std::make_error_code(error)}));
+    EXPECT_FALSE(isSpliceRefused({}));
+}
+
+TEST(Pipe, isClosedWhenAnotherTakesItsPlace)
+{
+    const auto before = openDescriptorCount();
+    {
+        auto pipe = Pipe::open();
+        auto other = Pipe::open();
+        ASSERT_TRUE(pipe && other);
+        *pipe = std::move(*other);
+        EXPECT_EQ(openDescriptorCount(), before + 2);
+    }
+    EXPECT_EQ(openDescriptorCount(), before);
+}
+
 TEST(PipePool, lendsNoneOnceItHasGivenUp)
 {
     const auto pool = std::make_shared<PipePool>();
@@ -274,6 +333,26 @@ TEST(Unsent, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
     }
     EXPECT_EQ(all.size(), bytes.size());
     EXPECT_TRUE(all == bytes);
+}
+
+TEST(Unsent, failsWhenThePipeCanNeitherBeSplicedNorRead)
+{
+    const SocketPair source;
+    const SocketPair sink;
+    source.put("abc");
+    bool isRefused = false;
+    std::error_code error;
+    std::thread([&] {
+        auto chunk = std::make_shared<PipePool>()->borrow();
+        EXPECT_EQ(chunk->fill(source.near(), kMaximumContentSize).count, 3U);
+        isRefused = refuseCalls(SYS_splice, EINVAL) && refuseCalls(SYS_read, EIO);
+        error = Unsent(Content(std::move(chunk)))
+                    .sendSome(sink.near(), *std::make_shared<ChunkPool>())
+                    .error;
+    }).join();
+    if (!isRefused)
+        GTEST_SKIP() << "no permission to filter system calls";
+    EXPECT_EQ(error, std::errc::io_error);
 }
 
 TEST(Unsent, aDeadSinkIsAnErrorAndNoSignal)

@@ -22,6 +22,7 @@ struct NameScript {
     std::condition_variable changed;
     bool isActive = false;
     std::size_t lookups = 0;
+    int lastFlags = 0;
     std::deque<std::vector<std::string>> answers;
 };
 
@@ -39,19 +40,20 @@ int systemLookup(const char* name, const char* service, const addrinfo* hints, a
     return function(name, service, hints, found);
 }
 
-int scriptedLookup(addrinfo** found)
+int scriptedLookup(const addrinfo* asked, addrinfo** found)
 {
     auto& script = nameScript();
     std::vector<std::string> answer;
     {
         std::unique_lock lock(script.mutex);
         ++script.lookups;
+        script.lastFlags = asked != nullptr ? asked->ai_flags : 0;
         script.changed.notify_all();
         script.changed.wait(lock, [&] { return !script.isActive || !script.answers.empty(); });
-        if (!script.answers.empty()) {
-            answer = std::move(script.answers.front());
-            script.answers.pop_front();
-        }
+        if (script.answers.empty())
+            return EAI_AGAIN;
+        answer = std::move(script.answers.front());
+        script.answers.pop_front();
     }
     addrinfo hints{};
     hints.ai_socktype = SOCK_STREAM;
@@ -104,6 +106,13 @@ bool ScriptedNames::waitForLookups(std::size_t count, std::chrono::milliseconds 
     return script.changed.wait_for(lock, limit, [&] { return script.lookups >= count; });
 }
 
+int ScriptedNames::lastFlags() const
+{
+    auto& script = nameScript();
+    const std::lock_guard lock(script.mutex);
+    return script.lastFlags;
+}
+
 void ScriptedNames::answer(std::vector<std::string> addresses)
 {
     auto& script = nameScript();
@@ -118,6 +127,6 @@ void ScriptedNames::answer(std::vector<std::string> addresses)
 extern "C" int getaddrinfo(const char* name, const char* service, const addrinfo* hints,
                            addrinfo** found)
 {
-    return quillbox::isScripted(name, hints) ? quillbox::scriptedLookup(found)
+    return quillbox::isScripted(name, hints) ? quillbox::scriptedLookup(hints, found)
                                              : quillbox::systemLookup(name, service, hints, found);
 }

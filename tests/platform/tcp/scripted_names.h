@@ -16,7 +16,7 @@ class ScriptedNames final {
 public:
     ScriptedNames();
 
-    /// Fails all pending lookups.
+    /// Fails all pending lookups, as when no server answers.
     ~ScriptedNames();
 
     ScriptedNames(const ScriptedNames&) = delete;
@@ -24,6 +24,9 @@ public:
 
     /// Waits until there have been `count` lookups, whether answered or not; false on timeout.
     bool waitForLookups(std::size_t count, std::chrono::milliseconds limit) const;
+
+    /// The flags (AI_…) of the last lookup.
+    int lastFlags() const;
 
     /// Answers the first pending lookup, or else the next one, with these numeric addresses.
     void answer(std::vector<std::string> addresses);

@@ -195,6 +195,25 @@ TEST_F(ServiceLocatorTest, tellsTheAddressWhereASlowHostMayBeSomethingElse)
     EXPECT_EQ(tellSlowly({found("10.0.0.7")}, {host}, false), inNumbers) << "IPv6 is not known";
     EXPECT_EQ(tellSlowly({found("10.0.0.7"), found("127.0.0.1")}, {host}, true), inNumbers);
     EXPECT_EQ(tellSlowly({found("10.0.0.7")}, {host, {"other.local", 445}}, true), inNumbers);
+
+    answers.clear();
+    locate("Other");
+    tellOwn(std::nullopt);
+    dnsSd.resolutions().back().tell({{found("10.0.0.7")}, false, true, {}, {host}});
+    dispatch.runAll();
+    dispatch.advance(kHostLimit);
+    EXPECT_EQ(answers, inNumbers) << "not all of IPv4 is known";
+}
+
+TEST_F(ServiceLocatorTest, tellsTheAddressThatItFoundWhenTheTimeIsUpDuringTheLookup)
+{
+    tellOwn(std::nullopt);
+    dispatch.advance(kSearchLimit - kHostLimit / 2);
+    tellFound({found("10.0.0.7")}, {{"phone.local", kServicePort}});
+    ASSERT_EQ(lookUps.size(), 1U);
+    tellFound({found("10.0.0.8")}, {{"phone.local", kServicePort}});
+    dispatch.advance(kHostLimit / 2);
+    EXPECT_EQ(answers, Answers{serverAt("10.0.0.7", kServicePort)});
 }
 
 TEST_F(ServiceLocatorTest, learnsTheOtherAddressesDuringTheLookup)

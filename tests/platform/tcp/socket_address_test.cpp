@@ -39,6 +39,9 @@ TEST(SocketAddress, knowsItsPortAndItsFamily)
     EXPECT_EQ(portOf(ipv6), 445);
     EXPECT_EQ(withPort(ipv6, 80), ipv6Address("2001:db8::1", 0, 80));
     EXPECT_EQ(familyOf({}), AF_UNSPEC);
+    auto longer = ipv4Address("192.0.2.1", 445);
+    longer.push_back({});
+    EXPECT_EQ(familyOf(longer), AF_UNSPEC);
     EXPECT_EQ(portOf({}), 0);
     EXPECT_EQ(withPort({}, 80), SocketAddress());
 }

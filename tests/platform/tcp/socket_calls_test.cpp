@@ -2,10 +2,13 @@
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
+#include "tests/platform/tcp/refused_calls.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <fstream>
 #include <set>
 #include <thread>
 
@@ -14,6 +17,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 namespace quillbox {
 
@@ -156,6 +160,72 @@ TEST(SocketCalls, connectFromAPortOfASmallPartOfTheRange)
         parts.insert(part);
     }
     EXPECT_GT(parts.size(), 1U) << "another part each time";
+}
+
+TEST(SocketCalls, connectThoughAllPortsOfThePartAreTaken)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::ofstream range("/proc/sys/net/ipv4/ip_local_port_range");
+        range << "32768 61010\n" << std::flush;
+        std::ofstream reserved("/proc/sys/net/ipv4/ip_local_reserved_ports");
+        reserved << "32768-61000\n" << std::flush;
+        if (!range || !reserved)
+            GTEST_SKIP() << "no permission to set the range of ports";
+        std::error_code error;
+        const Peer listener(openListeningSocket(4445, false, error));
+        const Peer socket(openStreamSocket(AF_INET, error));
+        error = beginConnect(socket.descriptor(), ipv4Address("127.0.0.1", 4445));
+        EXPECT_TRUE(!error || error == std::errc::operation_in_progress) << error.message();
+        EXPECT_GT(localPort(socket.descriptor()), 61000);
+    });
+}
+
+TEST(SocketCalls, goOnWithAnAttemptThatASignalInterrupted)
+{
+    bool isRefused = false;
+    std::error_code result;
+    std::thread([&] {
+        std::error_code error;
+        const Peer socket(openStreamSocket(AF_INET, error));
+        isRefused = refuseCalls(SYS_connect, EINTR);
+        result = beginConnect(socket.descriptor(), ipv4Address("127.0.0.1", 4445));
+    }).join();
+    if (!isRefused)
+        GTEST_SKIP() << "no permission to filter system calls";
+    EXPECT_EQ(result, std::errc::operation_in_progress);
+}
+
+TEST(SocketCalls, listenByIPv4AloneWhereThereIsNoIPv6)
+{
+    bool isRefused = false;
+    std::thread([&] {
+        isRefused = refuseCalls(SYS_socket, EAFNOSUPPORT, AF_INET6);
+        std::error_code error;
+        const Peer listener(openListeningSocket(0, false, error));
+        EXPECT_EQ(isRefused && error, false) << error.message();
+        if (isRefused) {
+            EXPECT_EQ(familyOf(localAddress(listener.descriptor())), AF_INET);
+            connectPeer(localPort(listener.descriptor()));
+        }
+    }).join();
+    if (!isRefused)
+        GTEST_SKIP() << "no permission to filter system calls";
+}
+
+TEST(SocketCalls, listenByIPv4TooWhereTheSystemWouldNot)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::ofstream alone("/proc/sys/net/ipv6/bindv6only");
+        alone << "1\n" << std::flush;
+        if (!alone)
+            GTEST_SKIP() << "no IPv6 here, or no permission to set its options";
+        std::error_code error;
+        const Peer listener(openListeningSocket(4445, false, error));
+        ASSERT_FALSE(error) << error.message();
+        EXPECT_EQ(option(listener.descriptor(), IPPROTO_IPV6, IPV6_V6ONLY), 0);
+    });
 }
 
 TEST(SocketCalls, resetAConnectionThatIsToEndSo)

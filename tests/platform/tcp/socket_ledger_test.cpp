@@ -1,7 +1,10 @@
+#include "platform/tcp/own_ports.h"
+#include "platform/tcp/proven_addresses.h"
 #include "platform/tcp/socket_ledger.h"
 #include "tests/fakes/socket_addresses.h"
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -10,6 +13,7 @@
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <malloc.h>
 #include <sys/resource.h>
 
 namespace quillbox {
@@ -124,6 +128,62 @@ TEST_F(SocketLedgerTest, hasSomethingLeftForThisComputerWhenOthersTakeAll)
     EXPECT_EQ(ledger->openCount(), 48U);
     EXPECT_EQ(admitAll("127.0.0.1", kIsOwn), 3U);
     EXPECT_EQ(admitAll("127.0.0.1", kIsOwn), 0U);
+}
+
+TEST_F(SocketLedgerTest, hasPlentyWhileLessThanHalfOfThePlacesAreTaken)
+{
+    open(23);
+    EXPECT_TRUE(ledger->hasPlenty());
+    open(1);
+    EXPECT_FALSE(ledger->hasPlenty());
+}
+
+TEST_F(SocketLedgerTest, keepsNoMemoryOfHostsThatHaveNoConnections)
+{
+    const auto admitOneOfEach = [this](int hosts) {
+        for (int host = 0; host < hosts; ++host)
+            EXPECT_EQ(ledger
+                          ->admit(ipv4Address("10.1." + std::to_string(host / 256) + '.'
+                                                  + std::to_string(host % 256),
+                                              40000),
+                                  false)
+                          .has_value(),
+                      ledger->openCount() < 48);
+    };
+    admitOneOfEach(10);
+    const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
+    admitOneOfEach(2000);
+    open(48);
+    admitOneOfEach(2000);
+    EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
+}
+
+TEST(ProvenAddresses, areTheLatest)
+{
+    ProvenAddresses proven;
+    const auto number = [](std::uint16_t port) { return ipv4Address("192.0.2.1", port); };
+    for (std::uint16_t port = 1; port <= ProvenAddresses::kMost; ++port)
+        proven.add(number(port));
+    EXPECT_TRUE(proven.contains(number(1)));
+    proven.add(number(1));
+    proven.add(number(2));
+    EXPECT_TRUE(proven.contains(number(3))) << "no address takes two places";
+    proven.add(number(1000));
+    EXPECT_FALSE(proven.contains(number(3)));
+    for (const int port : {1, 2, 4, 1000})
+        EXPECT_TRUE(proven.contains(number(static_cast<std::uint16_t>(port)))) << port;
+}
+
+TEST(OwnPorts, areThoseThatSomeListenerHas)
+{
+    OwnPorts ports;
+    ports.add(445);
+    ports.add(445);
+    ports.remove(445);
+    EXPECT_TRUE(ports.contains(445)) << "the other listener has it";
+    ports.remove(445);
+    ports.remove(445);
+    EXPECT_FALSE(ports.contains(445));
 }
 
 TEST(SocketLedger, isLimitedByTheDescriptorsOfTheProcess)

@@ -1,11 +1,15 @@
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
+#include "tests/platform/tcp/refused_calls.h"
 #include "tests/platform/tcp/tcp_harness.h"
+
+#include <cerrno>
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 
 namespace quillbox {
 
@@ -313,6 +317,55 @@ TEST(TcpListener, goesOnAtOnceAfterConnectionsThatWereReset)
     EXPECT_EQ(isAccepted.get_future().wait_for(kPatience), std::future_status::ready);
     stage.run([&] { EXPECT_EQ(accepted, 1); });
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "no shortage";
+}
+
+TEST(TcpListener, leavesTimeToOthersAfterEachFourConnections)
+{
+    Stage stage;
+    const auto port = freePort();
+    std::error_code error;
+    const auto early =
+        stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, port, error);
+    ASSERT_FALSE(error) << error.message();
+    const auto other = stage.harness.makeQueue();
+    std::string events;
+    std::promise<void> done;
+    early->setNewConnectionHandler([&](const std::shared_ptr<Connection>&) {
+        if (events.empty())
+            other->async([&events] { events += " other "; });
+        events += "c";
+        if (events == "cccc other cc" || events.size() > 12)
+            done.set_value();
+    });
+    std::vector<Peer> peers;
+    for (int count = 0; count < 6; ++count)
+        peers.push_back(connectPeer(port));
+    stage.run([&] { early->start(stage.queue); });
+    EXPECT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready) << events;
+    stage.run([&] {
+        EXPECT_EQ(events, "cccc other cc");
+        early->cancel();
+    });
+}
+
+TEST(TcpListener, goesOnWhenTheFirewallRefusesAConnection)
+{
+    Stage stage;
+    const auto port = freePort();
+    std::error_code error;
+    const auto early =
+        stage.harness.network->makeListener({.allowLocalEndpointReuse = true}, port, error);
+    ASSERT_FALSE(error) << error.message();
+    const auto peer = connectPeer(port);
+    bool isRefused = false;
+    stage.run([&isRefused] { isRefused = refuseCalls(SYS_accept4, EPERM); });
+    if (!isRefused)
+        GTEST_SKIP() << "no permission to filter system calls";
+    testing::internal::CaptureStderr();
+    stage.run([&] { early->start(stage.queue); });
+    stage.settle();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "") << "no shortage";
+    stage.run([&] { early->cancel(); });
 }
 
 TEST(TcpListener, saysWhyAPortCannotBeHad)
