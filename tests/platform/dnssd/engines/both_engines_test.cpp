@@ -1,6 +1,7 @@
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 
 #include <string>
+#include <vector>
 
 namespace quillbox::dnssd {
 
@@ -105,10 +106,12 @@ TEST_P(BothEngines, announcesANameThatIsItsOwnAtOnce)
     ASSERT_TRUE(browser.waitForLine("watching"));
     RegisterRequest request = registration(1, "Quillbox.Office", "quillbox-1.local");
     request.isOwnName = true;
-    const auto since = std::chrono::steady_clock::now();
+    events.clear();
+    engine->send(1, registration(3, "Probed", "quillbox-3.local"));
     engine->send(1, request);
-    EXPECT_TRUE(events.waitForEvent(Registered{1}));
-    EXPECT_LE(std::chrono::steady_clock::now() - since, 500ms) << "probing takes longer";
+    EXPECT_TRUE(events.waitForEvent(Registered{3}));
+    EXPECT_EQ(events.all(), (std::vector<Event>{Registered{1}, Registered{3}}))
+        << "probing takes longer";
     EXPECT_TRUE(browser.waitForLine("found Quillbox.Office._smb._tcp.local. host=quillbox-1.local. "
                                     "port=4445 addresses=192.168.77.1 txt=00"));
     engine->send(1, registration(2, "Quillbox.Office", "quillbox-2.local"));
@@ -134,9 +137,7 @@ TEST_P(BothEngines, saysGoodbyeWhenItIsStopped)
     engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
 
-    const auto before = std::chrono::steady_clock::now();
     engine->stop();
-    EXPECT_LE(std::chrono::steady_clock::now() - before, 500ms);
     EXPECT_TRUE(browser.waitForLine("lost Quillbox._smb._tcp.local.", 3s));
 }
 
@@ -156,7 +157,7 @@ TEST_P(BothEngines, refusesANameThatThisComputerHas)
     engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
     engine->send(1, registration(2, "Quillbox", "quillbox-2.local"));
-    EXPECT_TRUE(events.waitForEvent(Collision{2, Collision::Of::Service}, 500ms));
+    EXPECT_TRUE(events.waitForEvent(Collision{2, Collision::Of::Service}));
 
     // A refused registration does not conflict with the next one.
     engine->send(1, registration(3, "Quillbox #2", "quillbox-2.local"));

@@ -3,6 +3,7 @@
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 #include "tests/platform/dnssd/engines/engine_process_finder.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -149,7 +150,6 @@ TEST_F(EmbeddedEngine, waitsLongerAfterEachCrash)
     }
     EXPECT_GE(pauses[0], 50ms);
     EXPECT_GE(pauses[3], 400ms);
-    EXPECT_LE(pauses[3], 1200ms);
 }
 
 TEST_F(EmbeddedEngine, leavesNoProcessBehind)
@@ -275,6 +275,7 @@ TEST_F(EmbeddedEngine, namesItsProcessAfterTheProgram)
 TEST_F(EmbeddedEngine, comesBackAtOnceAfterALifeThatWasNotShort)
 {
     isReregistering = false;
+    std::vector<Clock::duration> pauses;
     for (int round = 0; round < 6; ++round) {
         const auto child = engineProcessOf(::getpid());
         ASSERT_TRUE(child);
@@ -283,9 +284,12 @@ TEST_F(EmbeddedEngine, comesBackAtOnceAfterALifeThatWasNotShort)
         const auto since = Clock::now();
         ::kill(*child, SIGKILL);
         ASSERT_TRUE(events.waitFor<EngineUp>());
-        EXPECT_LE(Clock::now() - since, 1400ms);
+        pauses.push_back(Clock::now() - since);
         events.clear();
     }
+    // Pauses that double would be 50, 100, 200, 400, 800 and 1600 ms. Each includes the start of a
+    // process, which may take long on a busy computer.
+    EXPECT_LT(std::min(pauses[4], pauses[5]) - std::min(pauses[0], pauses[1]), 600ms);
 }
 
 TEST_F(EmbeddedEngine, isDownWhenTheExecutableIsAnother)
@@ -302,10 +306,8 @@ TEST_F(EmbeddedEngine, endsAHangingProcessWhenItStops)
     const auto child = engineProcessOf(::getpid());
     ASSERT_TRUE(child);
     ::kill(*child, SIGSTOP);
-    const auto since = Clock::now();
     engine->stop();
-    EXPECT_LE(Clock::now() - since, 500ms);
-    EXPECT_FALSE(engineProcessOf(::getpid()));
+    EXPECT_TRUE(waitForEnd(*child, 5s));
 }
 
 TEST_F(EmbeddedEngine, takesItsAdvertisementAlongWhenTheProgramIsKilled)
