@@ -212,6 +212,10 @@ TEST_F(AddressBookTest, keepsServicesAndHostsApart)
         "Phone.local", queue, [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
     ASSERT_EQ(dnsSd.count(), 3U);
     EXPECT_EQ(dnsSd.record(2).text, "Phone.local");
+    ServiceEndpoint elsewhere = kPhone;
+    elsewhere.interface = "wlan0";
+    const auto four = read(first, elsewhere);
+    EXPECT_EQ(dnsSd.count(), 4U);
     dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     dnsSd.deliver(1, found({foundAt("192.0.2.2")}));
     dnsSd.deliver(2, found({foundAt("192.0.2.3")}));
@@ -235,7 +239,9 @@ TEST_F(AddressBookTest, dropsAQuestionThatNobodyNeedsForAWhile)
 {
     open(AddressBook::kFreshTime, 20ms);
     auto one = read(first);
+    const auto before = processorTime();
     EXPECT_FALSE(dnsSd.waitForStanding(0, kWatch)) << "somebody reads";
+    EXPECT_LT(processorTime() - before, kWatch / 4) << "it looks again only from time to time";
     one.reset();
     EXPECT_TRUE(dnsSd.waitForStanding(0, kPatience));
     const auto two = read(second);
