@@ -53,10 +53,7 @@ public:
         changed();
     }
 
-    bool isEstablished() const
-    {
-        return error == AVAHI_OK && state == AVAHI_ENTRY_GROUP_ESTABLISHED;
-    }
+    bool isEstablished() const { return state == AVAHI_ENTRY_GROUP_ESTABLISHED; }
     bool hasCollided() const
     {
         return error == AVAHI_ERR_COLLISION || state == AVAHI_ENTRY_GROUP_COLLISION;

@@ -194,7 +194,6 @@ void AvahiSession::drop(AskId id)
     questions.erase(id);
     failedQuestions.erase(id);
     registrations.erase(id);
-    changedRegistrations.erase(id);
     publications.leave(id);
 }
 

@@ -71,7 +71,6 @@ template <class Kind> void RecordQuestion<Kind>::engineUp()
 template <class Kind> void RecordQuestion<Kind>::engineDown(std::error_code /*error*/)
 {
     id = 0;
-    isStale = true;
 }
 
 template <class Kind> void RecordQuestion<Kind>::engineEvent(const Event& event)

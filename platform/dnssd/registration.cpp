@@ -206,7 +206,6 @@ void Registration::fail(DnsSdError error)
 {
     hasFailed = true;
     ownEntry.reset();
-    ++step;
     tell(State::Failed, error);
 }
 

@@ -138,7 +138,7 @@ void Resolution::followLocations()
     std::vector<Host> kept;
     for (Location& next : wanted) {
         const auto host = std::ranges::find_if(hosts, [&next](const Host& other) {
-            return other.ipv4 && LocationKind::isSame(other.location, next);
+            return LocationKind::isSame(other.location, next);
         });
         kept.push_back(host != hosts.end() ? std::exchange(*host, {}) : makeHost(std::move(next)));
     }

@@ -60,6 +60,20 @@ TEST_F(BrowserTest, browsesItsTypeOnceStarted)
     EXPECT_EQ(dnsSd.browses().front().queue, queue);
 }
 
+TEST_F(BrowserTest, tellsEachNewErrorWhileItWaits)
+{
+    start();
+    const auto wait = [this](std::errc error) {
+        tell({Update::State::Waiting, std::make_error_code(error), {}});
+        dispatch.runAll();
+    };
+    wait(std::errc::network_down);
+    wait(std::errc::network_down);
+    wait(std::errc::timed_out);
+    EXPECT_EQ(states, (States{Browser::State::Waiting, Browser::State::Waiting}));
+    EXPECT_EQ(errors.back(), std::errc::timed_out);
+}
+
 TEST_F(BrowserTest, deliversEachNewSet)
 {
     start();

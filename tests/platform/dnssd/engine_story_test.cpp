@@ -81,6 +81,20 @@ TEST_F(EngineStoryTest, tellsWhatBecomesOfAName)
                     R"(advertising: "Quillbox" is withdrawn, after 950 ms)"));
 }
 
+TEST_F(EngineStoryTest, forgetsNamesWithTheEngineThatHadThem)
+{
+    start();
+    for (const Event& change : {Event(EngineUp{"pc.local", 1}),
+                                Event(EngineDown{make_error_code(DnsSdError::Internal)})}) {
+        engine->send(1, registration(1, "Quillbox"));
+        fake.emit(change);
+        log.lines.clear();
+        fake.emit(Registered{1});
+        engine->send(1, StopRequest{1});
+        EXPECT_THAT(log.lines, IsEmpty());
+    }
+}
+
 TEST_F(EngineStoryTest, saysNothingOfQuestions)
 {
     start();

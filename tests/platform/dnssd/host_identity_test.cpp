@@ -38,6 +38,11 @@ TEST(HostIdentity, isTheSameInEveryRun)
     EXPECT_EQ(identity, identityOf("my-pc.local", "Quillbox"));
 }
 
+TEST(HostIdentity, namesNoComputerThatHasNoName)
+{
+    EXPECT_EQ(identityOf("", "Quillbox").hostName, "quillbox-c8613708.local");
+}
+
 TEST(HostIdentity, beginsWithTheNameOfTheServiceAsFarAsItFits)
 {
     const auto hostNameOf = [](const std::string& computer, const std::string& service) {

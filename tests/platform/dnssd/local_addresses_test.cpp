@@ -51,6 +51,33 @@ TEST(LocalAddresses, areThoseThatReachFurthestWhereThereAreTooMany)
     EXPECT_EQ(published.back(), (HostAddress{1, kOwnLoopback}));
 }
 
+TEST(LocalAddresses, areEachOnceAndOneForEachLoopbackInterfaceUpToALimit)
+{
+    FakeNetworkMonitor monitor;
+    std::vector<InterfaceAddress> many{interfaceAddress(2, "eth0", "192.168.1.5"),
+                                       interfaceAddress(2, "eth0", "192.168.1.5")};
+    for (int i = 10; i < 10 + 2 * static_cast<int>(kMaximumLoopbacks); ++i) {
+        many.push_back(interfaceAddress(i, "lo", "127.0.0.1"));
+        many.push_back(interfaceAddress(i, "lo", "::1"));
+        many[many.size() - 1].isLoopback = many[many.size() - 2].isLoopback = true;
+    }
+    monitor.setAddresses(many);
+    const auto published = LocalAddresses(monitor).hostAddresses(kOwnLoopback);
+    ASSERT_EQ(published.size(), 1 + kMaximumLoopbacks);
+    EXPECT_EQ(published[0], (HostAddress{2, address("192.168.1.5")}));
+    for (std::size_t i = 0; i < kMaximumLoopbacks; ++i)
+        EXPECT_EQ(published[1 + i], (HostAddress{10 + static_cast<int>(i), kOwnLoopback}));
+}
+
+TEST(LocalAddresses, countAllThatBeginWithTenBitsAsLinkLocal)
+{
+    FakeNetworkMonitor monitor;
+    monitor.setAddresses(
+        {interfaceAddress(2, "eth0", "febf::5"), interfaceAddress(2, "eth0", "fec0::5")});
+    EXPECT_EQ(LocalAddresses(monitor).hostAddresses(kOwnLoopback),
+              (std::vector<HostAddress>{{2, address("fec0::5")}, {2, address("febf::5")}}));
+}
+
 TEST(LocalAddresses, skipWhatIsOnNoKnownInterface)
 {
     FakeNetworkMonitor monitor;

@@ -71,6 +71,22 @@ TEST_F(NetServiceTest, reportsOnceBothFamiliesHaveAnswered)
     EXPECT_EQ(notResolved, 0);
 }
 
+TEST_F(NetServiceTest, startsOverWhenItResolvesAgain)
+{
+    tell({{kIPv6}, false, false, {}});
+    onMain([this] { netService->resolve(6s); });
+    dispatch.advance(6s);
+    EXPECT_EQ(resolved, 0);
+    EXPECT_EQ(notResolved, 1) << "what was found before does not count";
+
+    onMain([this] { netService->resolve(6s); });
+    tell({{kIPv6}, false, false, {}});
+    onMain([this] { netService->resolve(6s); });
+    tell({{kIPv6}, false, false, {}});
+    dispatch.advance(500ms);
+    EXPECT_EQ(resolved, 1) << "it does not wait longer for IPv4 than the first time";
+}
+
 TEST_F(NetServiceTest, waitsHalfASecondForIPv4)
 {
     dispatch.advance(2s);

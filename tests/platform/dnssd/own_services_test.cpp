@@ -149,6 +149,20 @@ TEST_F(OwnServicesTest, tellsWhetherAServiceIsPublished)
     EXPECT_FALSE(isPublished());
 }
 
+TEST_F(OwnServicesTest, tellsThatAServiceIsNotPublishedDuringThePauseAfterACollision)
+{
+    engine.up();
+    const auto ask = add("Quillbox");
+    // The first one is followed by no pause.
+    for (int count = 0; count < 2; ++count) {
+        emit(Registered{engine.only<RegisterRequest>().id});
+        EXPECT_TRUE(found("Quillbox")->isPublished);
+        emit(Collision{engine.only<RegisterRequest>().id, Collision::Of::Service});
+    }
+    EXPECT_TRUE(engine.standing<RegisterRequest>().empty());
+    EXPECT_FALSE(found("Quillbox")->isPublished);
+}
+
 TEST_F(OwnServicesTest, tellsOfServicesThatComeAndGo)
 {
     up();

@@ -272,6 +272,7 @@ TEST_F(RegistrationTest, failsForGoodForWhatCannotBe)
         emit(Failed{request().id, error});
         EXPECT_EQ(registered.last(),
                   (DnsSd::RegistrationUpdate{RegistrationState::Failed, error, "Quillbox"}));
+        EXPECT_TRUE(engine.standing<RegisterRequest>().empty());
         down();
         up();
         dispatch.advance(120s);
@@ -411,6 +412,36 @@ TEST_F(RegistrationTest, waitsForItsTurnAmongMany)
     EXPECT_GT(stopped, 0U);
     dispatch.advance(3ms);
     EXPECT_GT(engine.count<StopRequest>(), stopped);
+}
+
+TEST_F(RegistrationTest, givesAsManyAsAreRegisteredAtOnceTheTimeOfOne)
+{
+    up();
+    std::vector<std::unique_ptr<DnsSd::Ask>> others;
+    for (std::size_t number = 1; number < kRegistrationsAtOnce; ++number)
+        others.push_back(add("Quillbox " + std::to_string(number), Registrations()));
+    dispatch.runAll();
+    dispatch.advance(kRegistrationLimit);
+    EXPECT_EQ(engine.count<StopRequest>(), kRegistrationsAtOnce);
+}
+
+TEST_F(RegistrationTest, sendsNoAddressesWhileTheEngineIsAway)
+{
+    up();
+    establish();
+    down();
+    monitor.setAddresses({interfaceAddress(2, "eth0", "10.0.0.9")});
+    dispatch.runAll();
+    EXPECT_EQ(engine.count<UpdateAddressesRequest>(), 0U);
+}
+
+TEST_F(RegistrationTest, waitsWhereItStartsWhileTheEngineIsAway)
+{
+    down(DnsSdError::EngineUnavailable);
+    const Registrations second;
+    const auto other = add("Quillbox Office", second);
+    dispatch.runAll();
+    EXPECT_EQ(second.last(), waiting(DnsSdError::EngineUnavailable, "Quillbox Office"));
 }
 
 TEST_F(RegistrationTest, refusesWhatCannotBeWithoutAnEngine)

@@ -69,6 +69,7 @@ protected:
 
 TEST_F(ResolutionTest, asksForTheLocationAndThenForBothFamilies)
 {
+    EXPECT_EQ(resolved.count(), 0U) << "whether there is an engine is not known yet";
     up();
     EXPECT_EQ(engine.only<LocationRequest>(),
               (LocationRequest{location(), "Quillbox", "_smb._tcp", "local"}));
@@ -85,11 +86,12 @@ TEST_F(ResolutionTest, givesALinkLocalAddressTheScopeOfItsLink)
     locate("phone.local");
     find("phone.local", "fe80::7", kWiredIPv6);
     find("phone.local", "fe80::7", {3, Family::IPv6});
+    find("phone.local", "fe80::7", {1, Family::IPv6});
     find("phone.local", "2001:db8::7", kWiredIPv6);
     find("phone.local", "::ffff:10.0.0.1", kWiredIPv6);
     EXPECT_EQ(resolved.last().addresses,
-              (Addresses{v6("fe80::7", 2), v6("fe80::7", 3, 3), v6("2001:db8::7", 0),
-                         v6("::ffff:10.0.0.1", 0)}));
+              (Addresses{v6("fe80::7", 2), v6("fe80::7", 3, 3), v6("fe80::7", 1, 1),
+                         v6("2001:db8::7", 0), v6("::ffff:10.0.0.1", 0)}));
 }
 
 TEST_F(ResolutionTest, listsAnAddressOnceAnInterfaceAndKeepsTheOrder)
@@ -240,6 +242,70 @@ TEST_F(ResolutionTest, keepsABoundedNumberOfRecords)
     for (std::size_t i = 0; i < kMaximumRecords; ++i)
         lose("phone.local", "10.0.0." + std::to_string(i));
     EXPECT_TRUE(resolved.last().addresses.empty()) << "what was beyond the limit is not kept";
+}
+
+TEST_F(ResolutionTest, countsARecordThatComesAgainOnce)
+{
+    up();
+    for (std::size_t count = 0; count < kMaximumRecords; ++count)
+        locate("phone.local");
+    locate("PHONE.local");
+    locate("second.local");
+    EXPECT_NE(question("second.local", Family::IPv4), 0U);
+    emit(LocationLost{location(), kWired, "Phone.local", 4445});
+    EXPECT_EQ(question("phone.local", Family::IPv4), 0U);
+}
+
+TEST_F(ResolutionTest, tells16AddressesThoughTwoCarriersBringThem)
+{
+    up();
+    locate("phone.local");
+    for (std::size_t number = 1; number <= kMaximumAddresses; ++number) {
+        find("phone.local", "10.0.0." + std::to_string(number), kWired);
+        find("phone.local", "10.0.0." + std::to_string(number), kWiredIPv6);
+    }
+    EXPECT_EQ(resolved.last().addresses.size(), kMaximumAddresses);
+}
+
+TEST_F(ResolutionTest, keepsServicesOfTwoDomainsApart)
+{
+    ServiceEndpoint elsewhere = service;
+    elsewhere.domain = "example.com";
+    const auto other = dnsSd->resolve(elsewhere, dispatch.mainQueue(), [](const auto&) {});
+    up();
+    EXPECT_EQ(engine.standing<LocationRequest>().size(), 2U);
+}
+
+TEST_F(ResolutionTest, startsOverWithAnEngineThatRestartedUnnoticed)
+{
+    up();
+    locate("phone.local");
+    find("phone.local", "10.0.0.7");
+    up();
+    emit(LocationLost{location(), kWired, "phone.local", 4445});
+    emit(AddressLost{question("phone.local", Family::IPv4), kWired, address("10.0.0.7")});
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")})
+        << "no answer of the new engine";
+    find("phone.local", "10.0.0.8");
+    EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.8")});
+    locate("other.local");
+    EXPECT_EQ(question("phone.local", Family::IPv4), 0U);
+}
+
+TEST_F(ResolutionTest, retriesOnceWhereTheEngineComesBackDuringAPause)
+{
+    up();
+    emit(Failed{location(), DnsSdError::TooManyEntries});
+    down();
+    const auto asked = engine.count<LocationRequest>();
+    dispatch.advance(500ms);
+    EXPECT_EQ(engine.count<LocationRequest>(), asked) << "nobody is there to ask";
+    up();
+    emit(Failed{location(), DnsSdError::TooManyEntries});
+    down();
+    up();
+    dispatch.advance(500ms);
+    EXPECT_EQ(engine.standing<LocationRequest>().size(), 1U);
 }
 
 TEST_F(ResolutionTest, asksOncePerHostWhateverThePorts)

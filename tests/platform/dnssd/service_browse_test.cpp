@@ -119,6 +119,15 @@ TEST_F(ServiceBrowseTest, whatChangesNoSetDeliversNone)
     EXPECT_EQ(names(), Names{});
 }
 
+TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationIsLostBeforeItWasFound)
+{
+    up();
+    emit(found("Quillbox"));
+    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 445});
+    dispatch.advance(1s);
+    EXPECT_EQ(names(), Names{"Quillbox"});
+}
+
 TEST_F(ServiceBrowseTest, aFloodBeyondTheLimitDeliversNothing)
 {
     up();

@@ -155,6 +155,57 @@ TEST_F(AliasFilterLoop, makesRoomForBursts)
     EXPECT_GE(filtered, 2 * usual);
 }
 
+TEST_F(AliasFilterLoop, filtersIPv6AsWell)
+{
+    const int ipv6 = ::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    socklen_t size = sizeof address;
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    if (::bind(ipv6, generic, size) != 0 || ::getsockname(ipv6, generic, &size) != 0
+        || ::connect(ipv6, generic, size) != 0) {
+        ::close(ipv6);
+        GTEST_SKIP() << "no IPv6 here";
+    }
+    const AvahiPoll* poll = filter.poll();
+    AvahiWatch* other =
+        poll->watch_new(poll, ipv6, AVAHI_WATCH_IN, &AliasFilterLoop::onReadable, this);
+    const Bytes good = message({0, 1, 0, 0}, {record(kAddress)});
+    for (const Bytes& bytes : {message({0, 1, 0, 0}, {record(kCanonicalName)}), good}) {
+        ASSERT_EQ(::send(ipv6, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+        turn();
+    }
+    EXPECT_EQ(received, std::vector<Bytes>{good});
+    poll->watch_free(other);
+    ::close(ipv6);
+}
+
+TEST_F(AliasFilterLoop, leavesStreamsAlone)
+{
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof address;
+    auto* const generic = reinterpret_cast<sockaddr*>(&address);
+    const int listener = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::bind(listener, generic, size), 0);
+    ASSERT_EQ(::listen(listener, 1), 0);
+    ASSERT_EQ(::getsockname(listener, generic, &size), 0);
+    const int client = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    ASSERT_EQ(::connect(client, generic, size), 0);
+    const int accepted = ::accept4(listener, nullptr, nullptr, SOCK_CLOEXEC);
+    const AvahiPoll* poll = filter.poll();
+    AvahiWatch* other =
+        poll->watch_new(poll, accepted, AVAHI_WATCH_IN, &AliasFilterLoop::onReadable, this);
+    ASSERT_EQ(::send(client, "x", 1, 0), 1);
+    turn();
+    EXPECT_EQ(received, std::vector<Bytes>{Bytes{'x'}});
+    poll->watch_free(other);
+    for (const int descriptor : {listener, client, accepted})
+        ::close(descriptor);
+}
+
 TEST_F(AliasFilterLoop, leavesOtherDescriptorsAlone)
 {
     std::array<int, 2> pair{};

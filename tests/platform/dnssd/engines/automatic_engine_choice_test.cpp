@@ -161,6 +161,41 @@ TEST_F(AutomaticEngineChoiceTest, usesADaemonOnProbationWhereNothingElseIsUp)
     EXPECT_THAT(takeLog(), ElementsAre("down", "stop embedded", "up daemon"));
 }
 
+TEST_F(AutomaticEngineChoiceTest, givesADaemonItsTimeHoweverOftenItSaysThatItIsDown)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 5000ms);
+    daemon(down(), 5100ms);
+    EXPECT_THAT(log, ElementsAre("up daemon", "down"));
+    EXPECT_EQ(choice.deadline(), kStart + 6s);
+}
+
+TEST_F(AutomaticEngineChoiceTest, waitsForTheEmbeddedEngineThatItStartsAgain)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 1s);
+    embedded(down());
+    daemon(EngineUp{"daemon"}, 2s);
+    daemon(down(), 3s);
+    takeLog();
+    daemon(EngineUp{"daemon"}, 4s);
+    EXPECT_THAT(log, IsEmpty()) << "this time it has not said that it is down";
+    embedded(EngineUp{"embedded"});
+    EXPECT_EQ(choice.active(), Source::Embedded);
+}
+
+TEST_F(AutomaticEngineChoiceTest, passesARestartOfADaemonOnOnceItsProbationIsOver)
+{
+    daemon(EngineUp{"daemon"});
+    daemon(down(), 1s);
+    embedded(EngineUp{"embedded"});
+    daemon(EngineUp{"daemon"}, 2s);
+    choice.elapse(kStart + 32s);
+    takeLog();
+    daemon(EngineUp{"daemon again"}, 40s);
+    EXPECT_THAT(log, ElementsAre("down", "up daemon again"));
+}
+
 TEST_F(AutomaticEngineChoiceTest, takesOverFromADaemonThatStaysAway)
 {
     daemon(EngineUp{"daemon"});

@@ -64,6 +64,18 @@ TEST(ServiceLocation, isNothingWhenCutOffAnywhere)
         EXPECT_FALSE(decodeServiceLocation(std::span(whole).first(length))) << length;
 }
 
+TEST(ServiceLocation, isNothingWhenTheLastLabelIsCutOff)
+{
+    EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 3, 'a', 'b'}));
+    EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 3, 'a', 'b', 'c'}));
+}
+
+TEST(ServiceLocation, isNothingWhenALabelIsTooLong)
+{
+    EXPECT_TRUE(decodeServiceLocation(record({std::string(63, 'x')})));
+    EXPECT_FALSE(decodeServiceLocation(record({std::string(64, 'x')})));
+}
+
 TEST(ServiceLocation, isNothingWhenBytesFollow)
 {
     Bytes bytes = record({"phone", "local"});

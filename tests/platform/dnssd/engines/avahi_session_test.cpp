@@ -39,6 +39,7 @@ public:
     std::size_t groupsMade = 0;
     int error = AVAHI_OK; ///< of all calls that create an object
     int addServiceError = AVAHI_OK;
+    bool makesNoGroups = false; ///< without an error
 };
 
 class FakeAvahi::Question final : public AvahiObject {
@@ -119,7 +120,7 @@ std::unique_ptr<AvahiObject> FakeAvahi::lookUp(const std::string& name, Record /
 
 std::unique_ptr<AvahiGroup> FakeAvahi::makeGroup(AvahiGroupWatcher& watcher)
 {
-    return error != AVAHI_OK ? nullptr : std::make_unique<Group>(*this, watcher);
+    return error != AVAHI_OK || makesNoGroups ? nullptr : std::make_unique<Group>(*this, watcher);
 }
 
 FakeAvahi::Group* FakeAvahi::group(const std::string& content)
@@ -237,6 +238,48 @@ TEST_F(AvahiSessionTest, saysNothingWhenAvahiCannotBeReached)
     session.handle(registration(2, "Other"), kStart);
     session.tidy(kStart);
     EXPECT_TRUE(session.isBroken());
+    avahi.error = AVAHI_ERR_NOT_FOUND;
+    session.handle(BrowseRequest{3, "_smb._tcp"}, kStart);
+    EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(AvahiSessionTest, saysNothingMoreOnceAvahiCannotBeReached)
+{
+    for (const AskId id : {1U, 2U})
+        session.handle(BrowseRequest{id, "_smb._tcp"}, kStart);
+    ASSERT_EQ(avahi.questions.size(), 2U);
+    avahi.questions[0]->answers.onFailed(AVAHI_ERR_BAD_STATE);
+    avahi.questions[1]->answers.onFailed(AVAHI_ERR_NOT_FOUND);
+    session.tidy(kStart);
+    EXPECT_TRUE(session.isBroken());
+    EXPECT_THAT(events, IsEmpty());
+}
+
+TEST_F(AvahiSessionTest, freesEverythingOfAGroupThatFails)
+{
+    session.handle(registration(1, "Name"), kStart);
+    avahi.group("host.local 3")->become(AVAHI_ENTRY_GROUP_FAILURE);
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Failed{1, DnsSdError::Internal})));
+    EXPECT_THAT(avahi.groups, IsEmpty());
+}
+
+TEST_F(AvahiSessionTest, failsWhereAvahiMakesNoGroupAndDoesNotSayWhy)
+{
+    avahi.makesNoGroups = true;
+    session.handle(registration(1, "Name"), kStart);
+    session.tidy(kStart);
+    EXPECT_THAT(events, ElementsAre(Event(Failed{1, DnsSdError::Internal})));
+}
+
+TEST_F(AvahiSessionTest, reportsNoServiceWithoutAnyOfItsNames)
+{
+    session.handle(BrowseRequest{1, "_smb._tcp"}, kStart);
+    ASSERT_EQ(avahi.questions.size(), 1U);
+    AvahiAnswers& answers = avahi.questions.front()->answers;
+    answers.onService(AvahiAnswers::Change::Found, {}, nullptr, "_smb._tcp", "local");
+    answers.onService(AvahiAnswers::Change::Found, {}, "Name", nullptr, "local");
+    answers.onService(AvahiAnswers::Change::Found, {}, "Name", "_smb._tcp", nullptr);
     EXPECT_THAT(events, IsEmpty());
 }
 

@@ -30,6 +30,14 @@ TEST(EnginePause, isShortAgainAfterALongLife)
     EXPECT_EQ(pause.next(kStart + 120s), 100ms);
 }
 
+TEST(EnginePause, growsAgainWhenItDoesNotStartAfterALongLife)
+{
+    EnginePause pause(100ms, 1s, 60s);
+    pause.began(kStart);
+    EXPECT_EQ(pause.next(kStart + 60s), 100ms);
+    EXPECT_EQ(pause.next(kStart + 61s), 200ms);
+}
+
 TEST(EnginePause, isShortAgainAfterNews)
 {
     EnginePause pause(100ms, 1s, 60s);

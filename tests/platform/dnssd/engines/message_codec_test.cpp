@@ -119,6 +119,11 @@ TEST(MessageCodec, refusesUnknownKindsAndValues)
     EXPECT_FALSE(decodeRequest(Packet{std::variant_size_v<Request>, 0, 0, 0, 0}));
     EXPECT_FALSE(decodeEvent(Packet{std::variant_size_v<Event>, 0, 0, 0, 0}));
 
+    Packet kind = encode(Request(BrowseRequest{1, "_smb._tcp"}));
+    ASSERT_EQ(kind.front(), 0);
+    kind.front() = std::variant_size_v<Request>;
+    EXPECT_FALSE(decodeRequest(kind));
+
     Packet family = encode(Request(AddressRequest{1, "h", Family::IPv6}));
     family.back() = 2;
     EXPECT_FALSE(decodeRequest(family));
