@@ -74,18 +74,17 @@ public:
     void applicationDidFinishLaunching();
     void applicationWillTerminate();
     bool applicationShouldTerminateAfterLastWindowClosed() const { return false; }
-    bool applicationShouldHandleReopen(bool hasVisibleWindows);
     bool windowShouldClose(QWidget& sender);
-    void showHelper();
     void quit();
+
+    // Bring the window forward. `permission` is an activation token (see
+    // `WindowPresence::bringForward`); may be empty.
+    bool applicationShouldHandleReopen(bool hasVisibleWindows, const std::string& permission = {});
+    void showHelper(const std::string& permission = {});
 
     /// True if an older copy is running and is not about to exit. Brings that copy's window to the
     /// front, unless this copy starts hidden. Waits for a copy that is about to exit.
     bool activateExistingInstance();
-
-    /// Another copy was started and yields to this one. `permission` is the activation token that
-    /// the desktop gave it; may be empty.
-    void activatedByAnotherCopy(const std::string& permission);
 
     /// Executes a request from another process of the same user and answers it. Requests have the
     /// effect of the menu items, and are refused with the text of the status line.
@@ -197,8 +196,7 @@ private:
     DeviceRow* addDeviceRow(const DiscoveredDevice& device, const DiscoveredDevice* management);
     void sayThatThereIsNoWindow();
     void centreWindow();
-    bool isWindowVisible() const;
-    void bringWindowForward();
+    void bringWindowForward(const std::string& permission = {});
     void updateTaskbar();
 
     void startManualRelay(const std::string& host, std::uint16_t port);
@@ -222,8 +220,8 @@ private:
 
     void openManagementOf(const QVariant& name);
     void managementResolved(const std::optional<std::string>& url);
-    void explainWebManagement();
-    void popUpManagementMenu();
+    void explainWebManagement(const std::string& permission);
+    void popUpManagementMenu(const std::string& permission);
     void fillManagementMenu(QMenu& menu);
 
     bool isExistingInstanceWindowless = false; ///< known after `activateExistingInstance`

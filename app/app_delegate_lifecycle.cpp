@@ -99,10 +99,11 @@ void AppDelegate::applicationDidFinishLaunching()
     centreWindow();
     if (!environment.startsHidden)
         bringWindowForward();
+    // A visible window comes forward too, because other windows may cover it.
     environment.runningApplications.setActivationHandler(
         [self = QPointer(this)](const std::string& permission) {
             if (self)
-                self->activatedByAnotherCopy(permission);
+                self->applicationShouldHandleReopen(false, permission);
         });
     environment.networkView.setChangedHandler([self = QPointer(this)] {
         if (self)
@@ -129,10 +130,11 @@ void AppDelegate::applicationWillTerminate()
     stopRelays();
 }
 
-bool AppDelegate::applicationShouldHandleReopen(bool hasVisibleWindows)
+bool AppDelegate::applicationShouldHandleReopen(bool hasVisibleWindows,
+                                                const std::string& permission)
 {
     if (!hasVisibleWindows)
-        bringWindowForward();
+        bringWindowForward(permission);
     return true;
 }
 
@@ -142,9 +144,9 @@ bool AppDelegate::windowShouldClose(QWidget& sender)
     return false;
 }
 
-void AppDelegate::showHelper()
+void AppDelegate::showHelper(const std::string& permission)
 {
-    bringWindowForward();
+    bringWindowForward(permission);
 }
 
 void AppDelegate::quit()
@@ -191,15 +193,6 @@ void AppDelegate::sayThatThereIsNoWindow()
                             environment.terminate);
 }
 
-void AppDelegate::activatedByAnotherCopy(const std::string& permission)
-{
-    environment.windowPresence.permit(permission);
-    const bool isVisible = isWindowVisible();
-    if (isVisible)
-        bringWindowForward();
-    applicationShouldHandleReopen(isVisible);
-}
-
 void AppDelegate::discoveredDevicesChanged(const std::vector<DiscoveredDevice>& devices)
 {
     const bool isDifferent = signatureOf(discoveredDevices) != signatureOf(devices);
@@ -229,16 +222,9 @@ void AppDelegate::centreWindow()
     window->move(frame.topLeft());
 }
 
-/// Unlike QWidget::isVisible(), false if the window is minimised or on another workspace.
-bool AppDelegate::isWindowVisible() const
+void AppDelegate::bringWindowForward(const std::string& permission)
 {
-    return window->isVisible() && !window->isMinimized()
-           && environment.windowPresence.isOnCurrentWorkspace(window->winId());
-}
-
-void AppDelegate::bringWindowForward()
-{
-    environment.windowPresence.bringForward(window->winId(), [this] {
+    environment.windowPresence.bringForward(window->winId(), permission, [this] {
         window->setWindowState(window->windowState() & ~Qt::WindowMinimized);
         window->show();
         window->raise();

@@ -10,11 +10,10 @@ void AppDelegate::openManagement(const std::string& permission)
 {
     if (managementDevices.size() == 1)
         return resolveManagement(managementDevices.front().endpoint, {.permission = permission});
-    environment.windowPresence.permit(permission);
     if (managementDevices.empty())
-        explainWebManagement();
+        explainWebManagement(permission);
     else
-        popUpManagementMenu();
+        popUpManagementMenu(permission);
 }
 
 void AppDelegate::openManagementMenu(const QAction& item)

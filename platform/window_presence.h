@@ -14,10 +14,6 @@ public:
 
     virtual ~WindowPresence() = default;
 
-    /// False while the window is on a workspace that is not shown. True if the desktop does not
-    /// provide this information.
-    virtual bool isOnCurrentWorkspace(WindowIdentifier window) const = 0;
-
     /// Whether a menu can be opened at the pointer wherever it is, also over the desktop's panel.
     /// If not, a menu can be opened only over a window of this program that is on the screen.
     virtual bool canOpenMenuAnywhere() const = 0;
@@ -26,19 +22,17 @@ public:
     /// and shown again. No effect on desktops that do not let programs choose.
     virtual void setListed(WindowIdentifier window, bool isListed) = 0;
 
-    /// Stores the activation token (XDG_ACTIVATION_TOKEN or DESKTOP_STARTUP_ID) that the desktop
-    /// gave to the process that requested the activation; may be empty. The next `bringForward`
-    /// consumes it.
-    virtual void permit(std::string permission) = 0;
-
     /// Returns the activation token that a panel passed with the user's click on the status item,
     /// or with the choice in its menu, and forgets it; empty if there is none. Call it only while
     /// such a click is handled: a token may also be left over from a menu that was dismissed.
     virtual std::string takePermissionOfPanel() = 0;
 
     /// Moves the window to the current workspace, raises it, and gives it the keyboard focus.
-    /// `show` makes the toolkit show and activate it; called once, inside this call.
-    virtual void bringForward(WindowIdentifier window, const std::function<void()>& show) = 0;
+    /// `permission` is the activation token (XDG_ACTIVATION_TOKEN or DESKTOP_STARTUP_ID) that the
+    /// desktop gave to what asked for this, such as another process; may be empty. `show` makes the
+    /// toolkit show and activate the window; called once, inside this call.
+    virtual void bringForward(WindowIdentifier window, const std::string& permission,
+                              const std::function<void()>& show) = 0;
 };
 
 } // namespace quillbox

@@ -39,8 +39,7 @@ void AppDelegate::statusItemClicked()
 
 void AppDelegate::showFromPanel()
 {
-    environment.windowPresence.permit(environment.windowPresence.takePermissionOfPanel());
-    showHelper();
+    showHelper(environment.windowPresence.takePermissionOfPanel());
 }
 
 } // namespace quillbox

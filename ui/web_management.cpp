@@ -132,10 +132,10 @@ QMessageBox* makeAlert(QWidget& window)
 
 } // namespace
 
-void AppDelegate::explainWebManagement()
+void AppDelegate::explainWebManagement(const std::string& permission)
 {
     // When it is opened from the status menu, the window that it belongs to may be hidden.
-    bringWindowForward();
+    bringWindowForward(permission);
     if (auto* shown = shownChild<QMessageBox>(*window)) {
         shown->raise();
         shown->activateWindow();
@@ -145,7 +145,7 @@ void AppDelegate::explainWebManagement()
     makeAlert(*window)->open();
 }
 
-void AppDelegate::popUpManagementMenu()
+void AppDelegate::popUpManagementMenu(const std::string& permission)
 {
     // Deleted later, because the chosen item is triggered after the menu has been hidden.
     for (auto* earlier : window->findChildren<QMenu*>(Qt::FindDirectChildrenOnly)) {
@@ -159,7 +159,7 @@ void AppDelegate::popUpManagementMenu()
     } else {
         auto* menu = new WindowMenu(*window);
         fillManagementMenu(*menu);
-        bringWindowForward();
+        bringWindowForward(permission);
         menu->openWhenActive(*managementButton);
     }
 }

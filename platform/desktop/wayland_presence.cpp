@@ -15,13 +15,9 @@ constexpr const char* kPermissionVariable = "XDG_ACTIVATION_TOKEN";
 
 class WaylandPresence final : public WindowPresence {
 public:
-    bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return true; }
-
     bool canOpenMenuAnywhere() const override { return false; }
 
     void setListed(WindowIdentifier /*window*/, bool /*isListed*/) override {}
-
-    void permit(std::string permission) override { permitted = std::move(permission); }
 
     std::string takePermissionOfPanel() override
     {
@@ -30,14 +26,15 @@ public:
         return permission;
     }
 
-    void bringForward(WindowIdentifier window, const std::function<void()>& show) override
+    void bringForward(WindowIdentifier window, const std::string& permission,
+                      const std::function<void()>& show) override
     {
         // In place of what a panel may have left there.
         qunsetenv(kPermissionVariable);
-        if (permitted.empty())
+        if (permission.empty())
             takeOffTheScreen(window);
         else
-            qputenv(kPermissionVariable, QByteArray::fromStdString(std::exchange(permitted, {})));
+            qputenv(kPermissionVariable, QByteArray::fromStdString(permission));
         show();
         // A token is valid once, and programs that are started from here must not inherit it.
         qunsetenv(kPermissionVariable);
@@ -53,8 +50,6 @@ private:
         if (widget && !widget->isActiveWindow() && !QApplication::activeModalWidget())
             widget->hide();
     }
-
-    std::string permitted;
 };
 
 } // namespace

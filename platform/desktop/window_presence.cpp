@@ -12,12 +12,11 @@ namespace {
 /// For a platform without a display.
 class NoPresence final : public WindowPresence {
 public:
-    bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return true; }
     bool canOpenMenuAnywhere() const override { return false; }
     void setListed(WindowIdentifier /*window*/, bool /*isListed*/) override {}
-    void permit(std::string /*permission*/) override {}
     std::string takePermissionOfPanel() override { return {}; }
-    void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
+    void bringForward(WindowIdentifier /*window*/, const std::string& /*permission*/,
+                      const std::function<void()>& show) override
     {
         show();
     }

@@ -58,13 +58,6 @@ public:
     {
     }
 
-    bool isOnCurrentWorkspace(WindowIdentifier window) const override
-    {
-        const auto own = number(windowOf(window), workspace);
-        const auto current = number(rootOf(windowOf(window)), currentWorkspace);
-        return !own || !current || own == kOnAllWorkspaces || own == current;
-    }
-
     /// An X server inside a Wayland compositor knows where the pointer is, and can grab it, only
     /// while it is over a window of an X client.
     bool canOpenMenuAnywhere() const override { return !isInsideWayland; }
@@ -82,20 +75,20 @@ public:
         xcb_flush(connection);
     }
 
-    void permit(std::string permission) override { permitted = std::move(permission); }
-
     std::string takePermissionOfPanel() override { return {}; }
 
-    void bringForward(WindowIdentifier identifier, const std::function<void()>& show) override
+    void bringForward(WindowIdentifier identifier, const std::string& permission,
+                      const std::function<void()>& show) override
     {
         const xcb_window_t window = windowOf(identifier);
         const xcb_window_t root = rootOf(window);
-        const auto current = number(root, currentWorkspace);
         // Fetched early: if the user minimises the window as soon as it appears, the activation
         // must carry an earlier time, so that it does not undo that.
         const auto now = x11::serverTime();
         // Before the activation: otherwise the window manager switches to the window's workspace.
-        if (isManaged(window) && current && !isOnCurrentWorkspace(identifier))
+        const auto own = number(window, workspace);
+        const auto current = number(root, currentWorkspace);
+        if (isManaged(window) && own && current && own != kOnAllWorkspaces && own != current)
             ask(window, workspace, {*current, kForUser});
         // The window manager removes the states of a window that is withdrawn.
         if (!isManaged(window))
@@ -103,7 +96,7 @@ public:
         show();
         askForListing(window);
         ask(window, activeWindow, {kForUser, now, XCB_WINDOW_NONE});
-        endStartup(connection, window, root, std::exchange(permitted, {}));
+        endStartup(connection, window, root, permission);
         xcb_flush(connection);
     }
 
@@ -201,7 +194,6 @@ private:
     const std::uint32_t managerState;
     const std::uint32_t activeWindow;
     std::set<WindowIdentifier> unlisted;
-    std::string permitted;
 };
 
 } // namespace

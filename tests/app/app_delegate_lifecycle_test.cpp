@@ -354,7 +354,6 @@ TEST_F(AppDelegateLifecycle, anActivationByAnotherCopyBringsTheWindowForwardOnce
     EXPECT_EQ(timesForward([] {}), 1U);
     EXPECT_EQ(timesForward([this] { delegate->window->close(); }), 1U);
     EXPECT_EQ(timesForward([this] { delegate->window->showMinimized(); }), 1U);
-    EXPECT_EQ(timesForward([this] { windowPresence.onWorkspace = false; }), 1U);
 }
 
 TEST_F(AppDelegateLifecycle, aTaskbarListsTheWindowOnlyWithoutAStatusItem)

@@ -80,7 +80,7 @@ int main(int argumentCount, char** arguments)
             if (!yields) {
                 delegate.window->hide();
                 copies->setActivationHandler([&](const std::string& permission) {
-                    delegate.activatedByAnotherCopy(permission);
+                    delegate.applicationShouldHandleReopen(false, permission);
                     tell(delegate.window->isVisible() ? "comes forward" : "stays hidden");
                 });
             }

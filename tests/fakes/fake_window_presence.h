@@ -12,32 +12,25 @@ namespace quillbox {
 /// A desktop with one window, whose state is set by a test, and which records calls.
 class FakeWindowPresence final : public WindowPresence {
 public:
-    bool isOnCurrentWorkspace(WindowIdentifier /*window*/) const override { return onWorkspace; }
-
     bool canOpenMenuAnywhere() const override { return menusAnywhere; }
 
     void setListed(WindowIdentifier /*window*/, bool isListed) override { listed = isListed; }
 
-    void permit(std::string permission) override { permitted = std::move(permission); }
-
     std::string takePermissionOfPanel() override { return std::exchange(ofPanel, {}); }
 
-    void bringForward(WindowIdentifier /*window*/, const std::function<void()>& show) override
+    void bringForward(WindowIdentifier /*window*/, const std::string& permission,
+                      const std::function<void()>& show) override
     {
-        permissions.push_back(std::exchange(permitted, {}));
+        permissions.push_back(permission);
         if (log)
             log->emplace_back("window.bringForward");
-        if (!isObeyed)
-            return;
-        show();
-        onWorkspace = true;
+        if (isObeyed)
+            show();
     }
 
-    bool onWorkspace = true;
     bool menusAnywhere = true;
     bool isObeyed = true; ///< else the desktop does not bring the window forward
     bool listed = true;
-    std::string permitted;
     std::string ofPanel;
     std::vector<std::string> permissions;    ///< one for each call of bringForward
     std::vector<std::string>* log = nullptr; ///< if set, records calls of bringForward

@@ -133,6 +133,17 @@ TEST_F(StatusMenu, opensEverythingWithTheTokenThatThePanelPassedWithTheChoice)
     EXPECT_THAT(workspace.permissions, ElementsAre("share", "page"));
 }
 
+TEST_F(StatusMenu, keepsATokenNoLongerThanTheChoiceThatItCameWith)
+{
+    launch();
+    findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    windowPresence.ofPanel = "token";
+    entry(QStringLiteral("Open web management"))->trigger();
+    EXPECT_EQ(windowPresence.ofPanel, "");
+    delegate->showHelper();
+    EXPECT_EQ(windowPresence.permissions.back(), "");
+}
+
 TEST_F(StatusMenu, restartsTheFinderService)
 {
     defaults.values["showInFinder"] = false;
