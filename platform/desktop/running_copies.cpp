@@ -7,6 +7,7 @@
 #include "platform/standard_error.h"
 
 #include <QPointer>
+#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <map>
@@ -118,38 +119,6 @@ private:
     FileDescriptor process; ///< a pidfd, set by connect()
 };
 
-/// The running copies in all folders, in the order of their registration. `own`, if given, is
-/// represented by `self`. Sets `problem` if there are folders, but none is safe.
-std::vector<std::shared_ptr<RunningApplication>>
-copiesIn(const RunningCopiesOptions& options, const std::string& bundleIdentifier,
-         const std::optional<Registration>& own, const std::shared_ptr<RunningApplication>& self,
-         std::string& problem)
-{
-    std::map<std::string, std::shared_ptr<RunningApplication>> copies; // by file name, thus date
-    bool isAnySafe = false;
-    for (const std::string& path : registrationFolders(options.folders, bundleIdentifier)) {
-        const auto folder =
-            std::make_shared<FileDescriptor>(openRegistrationFolder(path, IfAbsent::Fail, problem));
-        if (!folder->isOpen())
-            continue;
-        isAnySafe = true;
-        for (Registration& registration : runningRegistrations(folder->get())) {
-            auto& copy = copies[registration.fileName];
-            if (registration == own)
-                copy = self;
-            else
-                copy = std::make_shared<OtherCopy>(folder, std::move(registration),
-                                                   options.activationToken);
-        }
-    }
-    if (isAnySafe)
-        problem.clear();
-    std::vector<std::shared_ptr<RunningApplication>> inOrder;
-    for (auto& [name, copy] : copies)
-        inOrder.push_back(std::move(copy));
-    return inOrder;
-}
-
 class RunningCopies final : public QObject, public RunningApplications {
 public:
     explicit RunningCopies(RunningCopiesOptions chosen) : options(std::move(chosen))
@@ -177,7 +146,17 @@ public:
     runningApplications(const std::string& bundleIdentifier) override
     {
         std::string problem;
-        return copiesIn(options, bundleIdentifier, own, self, problem);
+        RunningCopiesOptions asked = options;
+        asked.bundleIdentifier = bundleIdentifier;
+        auto copies = findRunningCopies(asked, problem);
+        std::ranges::replace_if(
+            copies,
+            [this](const auto& copy) {
+                return own && copy->processIdentifier() == own->processIdentifier
+                       && copy->launchDate() == own->launchDate;
+            },
+            self);
+        return copies;
     }
 
     void setActivationHandler(ActivationHandler newHandler) override
@@ -215,9 +194,13 @@ private:
     bool enlist(const std::string& path, std::string& problem)
     {
         folder = openRegistrationFolder(path, IfAbsent::Create, problem);
-        auto added = folder.isOpen() ? addRegistration(folder.get(), problem) : std::nullopt;
-        if (!added)
+        if (!folder.isOpen())
             return false;
+        auto added = addRegistration(folder.get(), problem);
+        if (!added) {
+            problem = path + ": " + problem;
+            return false;
+        }
         // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
         ::flock(folder.get(), LOCK_SH | LOCK_NB);
         own = std::move(added->registration);
@@ -277,7 +260,25 @@ private:
 std::vector<std::shared_ptr<RunningApplication>>
 findRunningCopies(const RunningCopiesOptions& options, std::string& problem)
 {
-    return copiesIn(options, options.bundleIdentifier, std::nullopt, nullptr, problem);
+    std::map<std::string, std::shared_ptr<RunningApplication>> copies; // by file name, thus date
+    bool isAnySafe = false;
+    for (const std::string& path : registrationFolders(options.folders, options.bundleIdentifier)) {
+        const auto folder =
+            std::make_shared<FileDescriptor>(openRegistrationFolder(path, IfAbsent::Fail, problem));
+        if (!folder->isOpen())
+            continue;
+        isAnySafe = true;
+        for (Registration& each : runningRegistrations(folder->get())) {
+            auto& copy = copies[each.fileName];
+            copy = std::make_shared<OtherCopy>(folder, std::move(each), options.activationToken);
+        }
+    }
+    if (isAnySafe)
+        problem.clear();
+    std::vector<std::shared_ptr<RunningApplication>> inOrder;
+    for (auto& [name, copy] : copies)
+        inOrder.push_back(std::move(copy));
+    return inOrder;
 }
 
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options)

@@ -425,6 +425,21 @@ TEST_F(RunningCopies, withoutASafePlaceKnowOfNoneAndSaySo)
     copy->withdraw();
 }
 
+TEST_F(RunningCopies, thatCannotRegisterInAnyFolderNameTheLastOne)
+{
+    const std::string shared = preferredFolder() + '-' + std::to_string(::geteuid());
+    for (const std::string& folder : {preferredFolder(), shared}) {
+        ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
+        // In place of the lock, which cannot be opened then.
+        ASSERT_EQ(::mkdir((folder + "/lock").c_str(), 0700), 0);
+    }
+    ::testing::internal::CaptureStderr();
+    const auto copy = start();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("cannot find this one: " + shared + ": Is a directory"));
+    EXPECT_EQ(copy->current()->launchDate(), std::nullopt);
+}
+
 TEST_F(RunningCopies, takeTheDesktopsPermissionFromTheEnvironment)
 {
     environment.set("DESKTOP_STARTUP_ID", {});
