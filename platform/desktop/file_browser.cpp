@@ -79,7 +79,7 @@ private:
     void startHandler(const std::vector<std::string>& arguments)
     {
         outcome =
-            startWatched(arguments, inheritanceWithToken(), StandardError::Discarded, kMoment);
+            startWatched(arguments, inheritanceWithToken(), StandardError::Discarded, means.moment);
         if (!outcome.isOpen())
             return askFileManager();
         asked = kWithHandler;
@@ -88,7 +88,6 @@ private:
             // The notifier is emitting this signal: destroy it later.
             started->setEnabled(false);
             started.release()->deleteLater();
-            asked = nullptr;
             if (hasStayed(outcome.get()))
                 end(kWithHandler);
             else
@@ -121,7 +120,6 @@ private:
                          [this, whom, whenRefused](QDBusPendingCallWatcher* watcher) {
                              // The watcher is emitting this signal: destroy it later.
                              question.release()->deleteLater();
-                             asked = nullptr;
                              if (!watcher->isError())
                                  return end(whom);
                              tell(whom, watcher->error());
@@ -166,11 +164,12 @@ private:
             handler(with);
     }
 
-    /// Starts a command. The previous one, which may be the caller, is destroyed once it has
-    /// returned.
+    /// Starts a command; nobody else has the folder then. The previous command, which may be the
+    /// caller, is destroyed once it has returned.
     void run(const std::vector<std::string>& arguments, Command::Output output,
              Command::Finished finished)
     {
+        asked = nullptr;
         if (command)
             QTimer::singleShot(0, &limit, [old = std::shared_ptr(std::move(command))] {});
         command = std::make_unique<Command>(arguments, output, inheritanceWithToken(),
@@ -185,9 +184,6 @@ private:
     }
 
     static constexpr const char* kWithHandler = "the default program for folders";
-
-    /// Programs that cannot start, for example for lack of a module, take less time to say so.
-    static constexpr std::chrono::milliseconds kMoment{1000};
 
     const FileBrowserMeans& means;
     const std::string url;

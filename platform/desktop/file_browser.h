@@ -19,7 +19,7 @@ namespace quillbox {
 /// order, because Thunar answers on the bus with success and opens nothing if the folder is not
 /// mounted, while all file managers open it if they are started through their desktop entry.
 ///
-/// A program that is started counts as having opened the folder unless it fails within a second.
+/// A program that is started counts as having opened the folder unless it fails within a moment.
 /// Once a program has been asked over the bus, the folder counts as handed over until the program
 /// refuses: some answer only after the user has logged in to the server.
 class FolderShowing {
@@ -33,6 +33,8 @@ struct FileBrowserMeans {
     Inheritance inheritance;
     Log& log;
     std::chrono::milliseconds limit{15'000}; ///< for handing over one folder
+    /// Programs that cannot start, for example for lack of a module, take less time to say so.
+    std::chrono::milliseconds moment{1000};
 };
 
 /// Called once, from the event loop, within the limit: with what opened the folder, for the log;

@@ -1,4 +1,5 @@
 #include "platform/desktop/file_browser.h"
+#include "platform/posix/file_descriptor.h"
 #include "tests/fakes/recording_log.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/file_manager.h"
@@ -12,7 +13,9 @@
 #include <optional>
 #include <string>
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace quillbox {
 
@@ -30,8 +33,12 @@ protected:
     void show(const QDBusConnection& connection, const std::string& url = kFolder,
               const std::string& token = "token")
     {
-        means = std::make_unique<FileBrowserMeans>(FileBrowserMeans{
-            .bus = connection, .inheritance = programs.inheritance(), .log = log, .limit = limit});
+        means = std::make_unique<FileBrowserMeans>(
+            FileBrowserMeans{.bus = connection,
+                             .inheritance = programs.inheritance(),
+                             .log = log,
+                             .limit = limit,
+                             .moment = moment});
         showing = showFolder(*means, url, token, [this](const auto& with) {
             EXPECT_FALSE(shown) << "it reports once";
             shown = with;
@@ -61,6 +68,32 @@ protected:
                             QStringLiteral("DBusActivatable=true"));
     }
 
+    /// Makes the default program for folders one that fails when `endHandler` is called, not
+    /// before.
+    void addHandlerThatStays()
+    {
+        ASSERT_EQ(::mkfifo(pathOfEnd().c_str(), 0600), 0);
+        programs.addGio(QStringLiteral("files.desktop"));
+        programs.addHandler(QStringLiteral("files %U"));
+        programs.addScript(QStringLiteral("files"),
+                           QStringLiteral("read -r end < \"${0%/*}/end\"\nexit 1\n"));
+    }
+
+    /// Awaits that the program waits for its end.
+    void endHandler() const
+    {
+        FileDescriptor end;
+        EXPECT_TRUE(waitUntil([&] {
+            end = FileDescriptor(::open(pathOfEnd().c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+            return end.isOpen();
+        }));
+    }
+
+    std::string pathOfEnd() const
+    {
+        return (programs.path() + QStringLiteral("/end")).toStdString();
+    }
+
     static QStringList expectedMount()
     {
         const QString text = QLatin1String(kFolder);
@@ -72,6 +105,7 @@ protected:
     PrivateBus bus;
     RecordingLog log;
     std::chrono::milliseconds limit{15'000};
+    std::chrono::milliseconds moment{15'000};
     std::unique_ptr<FileManager> fileManager;
     std::unique_ptr<FileBrowserMeans> means;
     std::unique_ptr<FolderShowing> showing;
@@ -217,13 +251,44 @@ TEST_F(FileBrowserTest, asksTheFileManagerWhenTheProgramForFoldersFailsAtOnce)
 
 TEST_F(FileBrowserTest, leavesTheFolderToAProgramThatGoesOnRunning)
 {
+    moment = 200ms;
     addFileManager(Manner::Obliging);
-    programs.addGio(QStringLiteral("files.desktop"));
-    programs.addHandler(QStringLiteral("files %U"));
-    programs.addScript(QStringLiteral("files"), QStringLiteral("sleep 3; exit 1\n"));
+    addHandlerThatStays();
     show();
     EXPECT_EQ(shownWith(), kByHandler);
     EXPECT_TRUE(fileManager->calls.empty());
+    endHandler();
+}
+
+TEST_F(FileBrowserTest, leavesTheFolderToAProgramThatMayStillFailWhenTheTimeIsOver)
+{
+    limit = 300ms;
+    addFileManager(Manner::Obliging);
+    addHandlerThatStays();
+    show();
+    EXPECT_EQ(shownWith(), std::string(kByHandler) + ", which has not answered yet");
+    endHandler();
+    // A failure that comes late opens no second window.
+    EXPECT_FALSE(waitUntil([this] { return !fileManager->calls.empty(); }, 100));
+}
+
+TEST_F(FileBrowserTest, givesUpWhenNothingElseOpensTheFolderInPlaceOfAProgramThatFailed)
+{
+    programs.addHandler(QStringLiteral("files %U"));
+    programs.addScript(QStringLiteral("files"), QStringLiteral("exit 1\n"));
+    // Mounting takes longer than the limit.
+    programs.addScript(QStringLiteral("gio"),
+                       QStringLiteral("[ \"$1\" != mime ] && exec sleep 60\n"
+                                      "echo 'Default application for x: files.desktop'\n"));
+    std::string with;
+    // Longer limits for slow computers, on which the program has not failed yet after a shorter
+    // one.
+    for (limit = 500ms; with != "nothing" && limit <= 8s; limit *= 2) {
+        shown.reset();
+        show(QDBusConnection(QStringLiteral("none")));
+        with = shownWith();
+    }
+    EXPECT_EQ(with, "nothing");
 }
 
 TEST_F(FileBrowserTest, mountsWhenTheFileManagerRefuses)
