@@ -58,7 +58,7 @@ void describe(SurveyedInterface& interface, const ifaddrs& entry, const KernelTa
     InterfaceFacts& facts = interface.facts;
     interface.index = static_cast<int>(::if_nametoindex(entry.ifa_name));
     facts.name = entry.ifa_name;
-    facts.isRunning = (entry.ifa_flags & IFF_UP) != 0 && (entry.ifa_flags & IFF_RUNNING) != 0;
+    facts.isRunning = (entry.ifa_flags & IFF_RUNNING) != 0;
     facts.hasMulticast = (entry.ifa_flags & IFF_MULTICAST) != 0;
     facts.hasDefaultRoute = tables.defaultRoutes.contains(interface.index);
     const auto neighbours = tables.neighbours.find(interface.index);

@@ -136,7 +136,7 @@ bool isDefault(const rtmsg& route)
 bool isAlive(const ndmsg& neighbour)
 {
     constexpr unsigned kKnown = NUD_REACHABLE | NUD_STALE | NUD_DELAY | NUD_PROBE | NUD_PERMANENT;
-    return (neighbour.ndm_state & kKnown) != 0 && neighbour.ndm_type != RTN_MULTICAST;
+    return (neighbour.ndm_state & kKnown) != 0;
 }
 
 } // namespace

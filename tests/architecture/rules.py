@@ -71,6 +71,7 @@ OUTSIDE = {
         "tests/ui",
         "tests/platform/desktop",
         "tests/platform/desktop_integration",
+        "tests/platform/diagnosis",
     },
     AVAHI: {"platform/dnssd", "tests/platform/dnssd"},
     SYSTEM: {

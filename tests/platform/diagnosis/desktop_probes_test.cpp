@@ -1,9 +1,12 @@
 #include "platform/diagnosis/desktop_probes.h"
+#include "tests/platform/desktop/qt_support.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -38,6 +41,7 @@ protected:
     }
 
     fs::path folder;
+    Environment environment;
 };
 
 TEST_F(DesktopProbes, nothingIsFoundWhereNothingIs)
@@ -62,6 +66,39 @@ TEST_F(DesktopProbes, thePluginOfEachGenerationOfKioIsFound)
         EXPECT_FALSE(probe().hasGvfs);
         fs::remove_all(folder / "lib");
     }
+}
+
+TEST_F(DesktopProbes, dataFoldersAreTheAbsoluteOnesOfTheEnvironment)
+{
+    environment.set("XDG_DATA_DIRS", "/one:two::/three");
+    EXPECT_EQ(systemDataFolders(), (std::vector<fs::path>{"/one", "/three"}));
+    environment.set("XDG_DATA_DIRS", {});
+    EXPECT_EQ(systemDataFolders(), (std::vector<fs::path>{"/usr/local/share", "/usr/share"}));
+}
+
+TEST_F(DesktopProbes, libraryFoldersIncludeThoseOfArchitectures)
+{
+    const auto found = systemLibraryFolders();
+    for (const auto& each : fs::directory_iterator("/usr/lib")) {
+        const bool isOfArchitecture =
+            each.path().filename().string().find("-linux-") != std::string::npos;
+        EXPECT_EQ(std::count(found.begin(), found.end(), each.path()), isOfArchitecture ? 1 : 0)
+            << each.path();
+    }
+}
+
+TEST_F(DesktopProbes, aDesktopHasADisplayOfEitherKind)
+{
+    environment.set("DISPLAY", {});
+    environment.set("WAYLAND_DISPLAY", {});
+    EXPECT_FALSE(isDesktopNamed());
+    EXPECT_EQ(probeTray(), Seen::No);
+    environment.set("WAYLAND_DISPLAY", "wayland-0");
+    EXPECT_TRUE(isDesktopNamed());
+    environment.set("WAYLAND_DISPLAY", {});
+    environment.set("DISPLAY", "/nonexistent/display");
+    EXPECT_TRUE(isDesktopNamed());
+    EXPECT_EQ(probeTray(), Seen::Unknown) << "nobody answers there";
 }
 
 } // namespace

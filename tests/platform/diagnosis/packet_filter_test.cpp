@@ -88,14 +88,30 @@ TEST(PacketFilter, whatIsForwardedIsOfOthers)
 
 TEST(PacketFilter, aRuleThatNamesThePortIsKnown)
 {
-    for (const char* right : {"5353", R"({"set": [137, 5353]})", R"({"range": [5000, 6000]})",
-                              R"({"set": [{"range": [5353, 5354]}]})"})
+    for (const char* right :
+         {"5353", R"({"set": [137, 5353]})", R"({"range": [5000, 6000]})",
+          R"({"set": [{"range": [5353, 5354]}]})", R"({"range": [5000, 5353]})"})
         EXPECT_TRUE(read(base("input") + ',' + dropping(port(right))).dropsMulticastDns) << right;
     EXPECT_TRUE(read(base("input") + ',' + dropping(port("5353", "th"))).dropsMulticastDns);
     for (const auto& match : {port("5354"), port("5353", "tcp"), port("5353", "udp", "sport"),
                               port(R"({"range": [1, 1024]})")})
         EXPECT_FALSE(read(base("input") + ',' + dropping(match)).dropsMulticastDns) << match;
     EXPECT_FALSE(read(base("input") + ',' + rule(port("5353") + ',' + kAccept)).dropsMulticastDns);
+}
+
+TEST(PacketFilter, aRuleForAllOtherPortsDoesNotNameThePort)
+{
+    std::string match = port("5353");
+    match.replace(match.find("=="), 2, "!=");
+    EXPECT_FALSE(read(base("input") + ',' + dropping(match)).dropsMulticastDns);
+}
+
+TEST(PacketFilter, packetsPassSeveralHooks)
+{
+    for (const char* hook : {"ingress", "prerouting", "input"})
+        EXPECT_TRUE(read(base(hook, "drop")).dropsInput) << hook;
+    for (const char* hook : {"output", "postrouting"})
+        EXPECT_TRUE(read(base(hook, "drop")).dropsOutput) << hook;
 }
 
 TEST(PacketFilter, chainsThatAreLedToCountAndOthersDoNot)

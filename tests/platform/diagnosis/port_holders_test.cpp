@@ -1,10 +1,12 @@
 #include "platform/diagnosis/port_holders.h"
 
+#include <csignal>
 #include <vector>
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace quillbox::diagnosis {
@@ -38,6 +40,59 @@ TEST(PortHolders, otherLinesAreLeftOut)
 {
     EXPECT_TRUE(udpSocketsIn("").empty());
     EXPECT_TRUE(udpSocketsIn("\n\nsl local_address\n 1: x:y z 07 0 0 0 a 0 b\n").empty());
+}
+
+TEST(PortHolders, aLineNeedsNoMoreThanTheInode)
+{
+    EXPECT_EQ(udpSocketsIn("1: 0:14E9 0:0 07 0:0 0:0 0 107 0 99").size(), 1U);
+    EXPECT_TRUE(udpSocketsIn("1: 0:14E9 0:0 07 0:0 0:0 0 107 0").empty());
+    EXPECT_TRUE(udpSocketsIn("1: 0:14E9x 0:0 07 0:0 0:0 0 107 0 99").empty());
+}
+
+/// A socket that only another process has open, until the destructor ends that.
+class SocketElsewhere final {
+public:
+    explicit SocketElsewhere(int family)
+    {
+        const int socket = ::socket(family, SOCK_DGRAM, 0);
+        sockaddr_in6 address{};
+        address.sin6_family = static_cast<sa_family_t>(family);
+        socklen_t size = family == AF_INET ? sizeof(sockaddr_in) : sizeof address;
+        auto* place = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(::bind(socket, place, size), 0);
+        EXPECT_EQ(::getsockname(socket, place, &size), 0);
+        port = ntohs(address.sin6_port); // at the same place in both families
+        process = ::fork();
+        if (process == 0) {
+            ::pause();
+            ::_exit(0);
+        }
+        ::close(socket);
+    }
+    SocketElsewhere(const SocketElsewhere&) = delete;
+    SocketElsewhere& operator=(const SocketElsewhere&) = delete;
+    ~SocketElsewhere()
+    {
+        ::kill(process, SIGKILL);
+        ::waitpid(process, nullptr, 0);
+    }
+
+    std::uint16_t port = 0;
+
+private:
+    pid_t process = -1;
+};
+
+TEST(PortHolders, aPortIsHeldByTheProgramThatHasItOpen)
+{
+    for (const int family : {AF_INET, AF_INET6}) {
+        const SocketElsewhere held(family);
+        const auto holders = findPortHolders(held.port);
+        ASSERT_EQ(holders.size(), 1U);
+        EXPECT_EQ(holders.front().program, "test_diagnosis");
+        EXPECT_FALSE(holders.front().user.empty());
+        EXPECT_TRUE(findPortHolders(held.port == 1 ? 2 : 1).empty());
+    }
 }
 
 TEST(PortHolders, socketsOfThisProcessAreLeftOut)
