@@ -59,6 +59,14 @@ TEST(Endpoint, printsTheSameForEqualEndpointsAndDiffersForOthers)
             EXPECT_EQ(endpoints[a] == endpoints[b], a == b);
 }
 
+TEST(Endpoint, printsTheSeparatorsThatAPartContainsBehindABackslash)
+{
+    EXPECT_EQ(
+        Endpoint(ServiceEndpoint{.name = "a.b:c%d\\e/f", .type = "_t/y._tcp", .domain = "x:y"})
+            .description(),
+        R"(a\.b\:c\%d\\e/f._t\/y._tcp/x\:y)");
+}
+
 TEST(Endpoint, printsOnOneLineWithoutControlCharacters)
 {
     const std::string text =

@@ -27,6 +27,7 @@ TEST(Log, tellsDurationsInTheUnitThatSuitsThem)
     EXPECT_EQ(durationText(59'999ms), "59.9 s");
     EXPECT_EQ(durationText(60s), "1 min 0 s");
     EXPECT_EQ(durationText(59min + 59s), "59 min 59 s");
+    EXPECT_EQ(durationText(1h), "1 h 0 min");
     EXPECT_EQ(durationText(25h + 7min), "25 h 7 min");
 }
 

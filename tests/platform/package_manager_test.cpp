@@ -84,6 +84,13 @@ TEST(PackageManager, ADerivedSystemCountsAsTheFirstKnownOneThatItIsLike)
     EXPECT_EQ(avahiOn("ID=\"sles\"\nID_LIKE=\"suse\"\n"), "'sudo zypper install avahi'");
 }
 
+TEST(PackageManager, OnlyItsIdentifiersTellASystem)
+{
+    EXPECT_EQ(PackageManager("ID=debian\nIDX=fedora\n"), PackageManager("ID=debian"));
+    EXPECT_EQ(PackageManager("ID=debian\nXX=fedora\n"), PackageManager("ID=debian"));
+    EXPECT_EQ(PackageManager("ID=centos"), PackageManager("ID=fedora"));
+}
+
 TEST(PackageManager, TheLastOfTwoAssignmentsCounts)
 {
     EXPECT_EQ(PackageManager("ID=arch\nID=fedora"), PackageManager("ID=fedora"));

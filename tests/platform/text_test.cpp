@@ -107,6 +107,18 @@ TEST(Text, trimsAllUnicodeWhiteSpaceAtBothEndsOnly)
     EXPECT_EQ(trimmed("\xc3\xa9"), "\xc3\xa9");
 }
 
+TEST(Text, isTrimmedOfTheFirstAndTheLastBlankOfEachWidth)
+{
+    EXPECT_EQ(trimmed("\xE2\x80\x80x\xE2\x80\x8B"), "x");                         // U+2000, U+200B
+    EXPECT_EQ(trimmed("\xE2\x80\x8Cx\xE1\xBF\xBF"), "\xE2\x80\x8Cx\xE1\xBF\xBF"); // beyond
+}
+
+TEST(Text, hasTheEmptyPrefix)
+{
+    EXPECT_TRUE(canonicallyHasPrefix("\xCC\x81x", "")); // a combining accent
+    EXPECT_TRUE(canonicallyHasPrefix("", ""));
+}
+
 TEST(Text, isTakenPartByPart)
 {
     std::string_view text = "a\n\nb;c\n";

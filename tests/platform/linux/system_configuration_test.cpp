@@ -4,8 +4,12 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <system_error>
 
 #include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace quillbox {
 
@@ -65,6 +69,66 @@ TEST_F(SystemConfiguration, ofPackagesIsThatOfTheHostOfASandbox)
     EXPECT_EQ(systemPackageManager(root), PackageManager());
     add("run/host/os-release", "ID=arch\n");
     EXPECT_EQ(systemPackageManager(root), PackageManager("ID=arch"));
+}
+
+TEST(NameLookup, findsTheNameOfThisComputerOnly)
+{
+    EXPECT_TRUE(isNameFound("localhost"));
+    EXPECT_FALSE(isNameFound("no-such-name.invalid"));
+}
+
+/// A program that listens on a Unix domain socket, unless this user may not create that.
+class Listening final {
+public:
+    explicit Listening(const fs::path& path)
+        : socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        std::error_code error;
+        fs::create_directories(path.parent_path(), error);
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        path.native().copy(address.sun_path, sizeof address.sun_path - 1);
+        isThere = ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0
+                  && ::listen(socket, 8) == 0;
+        if (isThere)
+            made = path;
+    }
+    Listening(const Listening&) = delete;
+    Listening& operator=(const Listening&) = delete;
+    ~Listening()
+    {
+        ::close(socket);
+        std::error_code error;
+        fs::remove(made, error);
+    }
+
+    bool isThere = false;
+
+private:
+    const int socket;
+    fs::path made;
+};
+
+bool isRunning(const char* configuration)
+{
+    return isAskedProgramRunning(NameService(configuration));
+}
+
+TEST(AskedProgram, isThatOfTheModuleInTheConfiguration)
+{
+    if (isRunning(kWithAvahi) || isRunning(kWithResolved))
+        GTEST_SKIP() << "a name service runs here";
+    {
+        const Listening avahi("/run/avahi-daemon/socket");
+        if (!avahi.isThere)
+            GTEST_SKIP() << "this user may not create sockets in /run";
+        EXPECT_TRUE(isRunning(kWithAvahi));
+        EXPECT_FALSE(isRunning(kWithResolved));
+        EXPECT_FALSE(isRunning("hosts: files dns\n"));
+    }
+    const Listening resolved("/run/systemd/resolve/io.systemd.Resolve");
+    EXPECT_TRUE(isRunning(kWithResolved));
+    EXPECT_FALSE(isRunning(kWithAvahi));
 }
 
 } // namespace
