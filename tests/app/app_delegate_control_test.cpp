@@ -196,6 +196,16 @@ TEST_F(AppDelegateControl, passesOnWhyNothingWasOpened)
     EXPECT_THAT(workspace.opened, IsEmpty());
 }
 
+TEST_F(AppDelegateControl, namesNoPhonesWithARefusalThatAnotherChoiceWouldNotChange)
+{
+    launch();
+    findPhones({phoneNamed("Quillbox Attic"), phoneNamed("Quillbox Office")});
+    delegate->shareField.setText({});
+    tell(encoded(ControlRequest{.command = ControlCommand::Open}));
+    EXPECT_THAT(answers, ElementsAre(ControlAnswer{.outcome = ControlOutcome::Refused,
+                                                   .text = "Enter a share name under Advanced"}));
+}
+
 TEST_F(AppDelegateControl, opensWebManagementAndTellsOnceItIsOpen)
 {
     launch();

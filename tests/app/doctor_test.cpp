@@ -190,6 +190,24 @@ const std::vector<Case>& cases()
                                  .listenError = std::make_error_code(std::errc::address_in_use)});
          },
          "multicast", Result::Fail, "Cannot listen on UDP 5353", "sudo ss -ulnp"},
+        {"otherHostsThatAnswerAreHeard", [](auto& f) { f.system.phones.phones.clear(); },
+         "other-hosts", Result::Ok, "Other hosts can be heard", ""},
+        {"hostsHeardByIPv6Alone",
+         [](auto& f) {
+             f.system.phones.phones.clear();
+             f.system.interfaces.front().ipv4.hostsHeard = 0;
+         },
+         "other-hosts", Result::Ok, "Other hosts can be heard", ""},
+        {"aPhoneIsAnotherHostEvenIfNothingElseIsHeard", [](auto& f) { changeMulticast(f, kDeaf); },
+         "other-hosts", Result::Ok, "Other hosts can be heard", ""},
+        {"nobodyCanBeHeardWhereNobodyCanListen",
+         [](auto& f) {
+             changeMulticast(f, {.isTried = true,
+                                 .listenError = std::make_error_code(std::errc::address_in_use),
+                                 .isOwnHeard = true});
+             f.system.phones.phones.clear();
+         },
+         "other-hosts", Result::Warn, "can be heard", "Fix multicast"},
         {"isolated",
          [](auto& f) {
              changeMulticast(f, {.isTried = true, .isOwnHeard = true});
@@ -218,6 +236,43 @@ const std::vector<Case>& cases()
          "vpn", Result::Warn, "tun0 carries all traffic", "disconnect it"},
         {"vpnThatIsNot", [](auto& f) { f.system.interfaces.push_back(vpn()); }, "vpn", Result::Ok,
          "tun0 carries all but", ""},
+        {"vpnThatIsOff",
+         [](auto& f) {
+             f.system.interfaces.push_back(vpn());
+             f.system.interfaces.back().isRunning = false;
+         },
+         "vpn", Result::Ok, "No VPN carries all traffic", ""},
+        {"vpnForOtherNetworksOnly",
+         [](auto& f) {
+             f.system.interfaces.push_back(vpn());
+             f.system.interfaces.back().hasDefaultRoute = false;
+         },
+         "vpn", Result::Ok, "No VPN carries all traffic", ""},
+        {"bridgeWithoutAddress",
+         [](auto& f) {
+             f.system.interfaces.push_back(
+                 {.name = "br0", .kind = InterfaceFacts::Kind::Bridge, .isRunning = true});
+         },
+         "interfaces", Result::Ok, "eth0 (wired) is up", ""},
+        {"ufwBesideAnInterfaceThatIsNotUsed",
+         [](auto& f) {
+             f.system.interfaces.push_back({.name = "wlan0", .ipv4 = kDeaf});
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "firewall", Result::Ok, "ufw is on and allows multicast DNS", ""},
+        {"ufwWhereOneFamilyCannotListen",
+         [](auto& f) {
+             f.system.interfaces.front().ipv6 = {
+                 .isTried = true, .listenError = std::make_error_code(std::errc::address_in_use)};
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "firewall", Result::Ok, "ufw is on and allows multicast DNS", ""},
+        {"ufwWhereOneFamilyCannotSend",
+         [](auto& f) {
+             f.system.interfaces.front().ipv6 = unsent(std::errc::network_unreachable);
+             f.system.firewall.ufw = Seen::Yes;
+         },
+         "firewall", Result::Ok, "ufw is on and allows multicast DNS", ""},
         {"ufwLetsIn", [](auto& f) { f.system.firewall.ufw = Seen::Yes; }, "firewall", Result::Ok,
          "its port is allowed as well (TCP 61000 to 64999)", ""},
         {"ufwKeepsOut",
@@ -287,6 +342,8 @@ const std::vector<Case>& cases()
          Result::Warn, "avahi-daemon is not running", "apt install avahi-daemon"},
         {"avahiStuck", [](auto& f) { f.system.avahi = {}; }, "dns-sd", Result::Warn,
          "does not answer", "systemctl restart avahi-daemon"},
+        {"engineUnknown", [](auto& f) { f.system.phones.isEngineUp = Seen::Unknown; }, "dns-sd",
+         Result::Ok, "avahi 0.8 is running as pc.local", ""},
         {"avahiClaiming", [](auto& f) { f.system.avahi.state = AvahiFacts::State::Registering; },
          "dns-sd", Result::Warn, "still registering", "another host has the same name"},
         {"avahiFailed", [](auto& f) { f.system.avahi.state = AvahiFacts::State::Failed; }, "dns-sd",
@@ -318,6 +375,11 @@ const std::vector<Case>& cases()
              f.system.responders.push_back({"", "bob"});
          },
          "responders", Result::Warn, "A program of user bob", "sudo ss -ulnp"},
+        {"anotherProgramOfAvahisUser",
+         [](auto& f) {
+             f.system.responders.push_back({"mdnsd", "avahi"});
+         },
+         "responders", Result::Warn, "mdnsd has UDP 5353 open", "sudo ss -ulnp"},
         {"theOwnEngine",
          [](auto& f) {
              f.system.responders = {{"quillbox-helper", "ann"}, {"", "avahi"}};
@@ -335,6 +397,13 @@ const std::vector<Case>& cases()
          Result::Fail, "\"Quillbox Office\" at 192.0.2.9, port 4445, refuses", "sharing"},
         {"phoneBehindAFilter", [](auto& f) { changePort(f, PortFacts::State::Silent); }, "phones",
          Result::Fail, "does not answer", "drops the connection"},
+        {"phoneThatRefusesAtOneAddressAndIsSilentAtAnother",
+         [](auto& f) {
+             changePort(f, PortFacts::State::Silent);
+             f.system.phones.phones.front().addresses.push_back(
+                 {.address = "fe80::9", .state = PortFacts::State::Refused});
+         },
+         "phones", Result::Fail, "refuses connections", "sharing"},
         {"phoneOutOfReach", [](auto& f) { changePort(f, PortFacts::State::Unreachable); }, "phones",
          Result::Fail, "cannot be reached", "no route"},
         {"phoneAtAForbiddenAddress", [](auto& f) { changePort(f, PortFacts::State::NotDialled); },
@@ -400,6 +469,8 @@ const std::vector<Case>& cases()
          "file-browser", Result::Warn, "can open SMB shares", "kio-extras"},
         {"kio", [](auto& f) { f.system.fileBrowser = {.hasKio = true}; }, "file-browser",
          Result::Ok, "KIO can open", ""},
+        {"gvfsAndKio", [](auto& f) { f.system.fileBrowser = {.hasGvfs = true, .hasKio = true}; },
+         "file-browser", Result::Ok, "GVfs and KIO can open", ""},
         {"noNames", [](auto& f) { f.system.names = {.service = NameService("")}; }, "host-names",
          Result::Fail, "are not resolved", "mdns4_minimal [NOTFOUND=return]"},
         {"noNamesWithoutDesktop",
@@ -548,6 +619,42 @@ TEST(Doctor, takesTheSettingsOfTheRunningCopyAndElseTheStoredOnes)
     copy.status->start = StartSettings();
     EXPECT_EQ(startSettingsOf(copy, stored), StartSettings());
     EXPECT_EQ(startSettingsOf({.state = RunningCopyFacts::State::Silent}, stored), std::nullopt);
+}
+
+TEST(Doctor, ordersTheChecksFromTheNetworkToTheDesktop)
+{
+    std::vector<std::string> checks;
+    for (const Finding& each : diagnose(soundFacts())) {
+        if (checks.empty() || checks.back() != each.check)
+            checks.push_back(each.check);
+    }
+    EXPECT_THAT(checks,
+                ::testing::ElementsAre("interfaces", "multicast", "other-hosts", "vpn", "firewall",
+                                       "dns-sd", "responders", "phones", "running-copy",
+                                       "settings", "file-browser", "host-names", "status-icon"));
+}
+
+TEST(Doctor, saysOnceThatThereIsNoFirewallProgram)
+{
+    auto facts = soundFacts();
+    facts.system.firewall.rules = FirewallFacts::Rules::NoProgram;
+    facts.system.firewall.firewalld = Seen::Yes;
+    EXPECT_THAT(plainText(diagnose(facts)), Not(HasSubstr("No firewall program")));
+}
+
+TEST(Doctor, isSureOfNoStatusIconsOnlyIfOneKindOfHostIsKnownToBeMissing)
+{
+    auto facts = soundFacts();
+    facts.system.statusHost = {.hasDesktop = true, .hasPanel = Seen::Unknown, .hasTray = Seen::No};
+    EXPECT_THAT(plainText(diagnose(facts)), HasSubstr("The desktop shows no status icons."));
+    facts.system.statusHost.hasTray = Seen::Unknown;
+    EXPECT_THAT(plainText(diagnose(facts)), HasSubstr("Could not determine whether the desktop"));
+}
+
+TEST(Doctor, showsNoControlCharactersOfAdvice)
+{
+    EXPECT_THAT(plainText(std::vector<Finding>{{"a", Result::Warn, "", "Run \x1b[2J"}}),
+                Not(HasSubstr("\x1b")));
 }
 
 TEST(Doctor, aWarningAloneIsNoFailure)

@@ -74,6 +74,7 @@ TEST(HelperStatus, saysWhatFileManagersLack)
     EXPECT_EQ(helperStatusIn(jsonOf(status)), status);
     EXPECT_EQ(jsonOf(status)[QStringLiteral("hint")], QStringLiteral("Nobody lists it."));
     EXPECT_EQ(jsonOf(HelperStatus())[QStringLiteral("hint")], QString());
+    EXPECT_THAT(plainText(HelperStatus{.hint = kHostile}), Not(HasSubstr("\x1b")));
 }
 
 TEST(HelperStatus, saysWhatTheStartChose)
@@ -150,6 +151,15 @@ TEST(HelperStatus, isNotReadFromJsonWithAnEntryThatIsUnsound)
         EXPECT_FALSE(withEntry(larger)) << list;
         EXPECT_FALSE(withEntry(QStringLiteral("Quillbox"))) << list;
         EXPECT_FALSE(withEntry(QJsonObject())) << list;
+    }
+}
+
+TEST(HelperStatus, isReadFromJsonOfItsVersionOnly)
+{
+    QJsonObject other = parsed(jsonText(statusWith("Quillbox")));
+    for (const int version : {0, 2}) {
+        other[QStringLiteral("version")] = version;
+        EXPECT_FALSE(helperStatusIn(other)) << version;
     }
 }
 
