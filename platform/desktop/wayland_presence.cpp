@@ -3,7 +3,6 @@
 #include <QApplication>
 #include <QByteArray>
 #include <QWidget>
-#include <utility>
 
 namespace quillbox {
 

@@ -11,7 +11,6 @@
 #include <set>
 #include <span>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include <xcb/xcb.h>
