@@ -75,7 +75,9 @@ private:
     }
 
     /// Without standard error: the file manager may outlive this process, and would be killed by
-    /// SIGPIPE if that is a pipe.
+    /// SIGPIPE if that is a pipe. Once more if it fails: the new process of a file manager whose
+    /// last window was closed a moment ago may have found the old one, which ends without an answer
+    /// (PCManFM).
     void startHandler(const std::vector<std::string>& arguments)
     {
         outcome =
@@ -84,12 +86,14 @@ private:
             return askFileManager();
         asked = kWithHandler;
         started = std::make_unique<QSocketNotifier>(outcome.get(), QSocketNotifier::Read);
-        QObject::connect(started.get(), &QSocketNotifier::activated, &limit, [this] {
+        QObject::connect(started.get(), &QSocketNotifier::activated, &limit, [this, arguments] {
             // The notifier is emitting this signal: destroy it later.
             started->setEnabled(false);
             started.release()->deleteLater();
             if (hasStayed(outcome.get()))
                 end(kWithHandler);
+            else if (!std::exchange(hasHandlerFailed, true))
+                startHandler(arguments);
             else
                 askFileManager();
         });
@@ -191,7 +195,8 @@ private:
     FolderShown shown;
     QTimer limit;
     const char* asked = nullptr; ///< who has the folder, but has not shown yet whether it opens it
-    FileDescriptor outcome;      ///< of the handler that was started
+    bool hasHandlerFailed = false;
+    FileDescriptor outcome; ///< of the handler that was started
     std::unique_ptr<QSocketNotifier> started;
     std::unique_ptr<QDBusPendingCallWatcher> question;
     std::unique_ptr<Command> command;

@@ -630,8 +630,8 @@ TEST(Doctor, ordersTheChecksFromTheNetworkToTheDesktop)
     }
     EXPECT_THAT(checks,
                 ::testing::ElementsAre("interfaces", "multicast", "other-hosts", "vpn", "firewall",
-                                       "dns-sd", "responders", "phones", "running-copy",
-                                       "settings", "file-browser", "host-names", "status-icon"));
+                                       "dns-sd", "responders", "phones", "running-copy", "settings",
+                                       "file-browser", "host-names", "status-icon"));
 }
 
 TEST(Doctor, saysOnceThatThereIsNoFirewallProgram)

@@ -249,6 +249,19 @@ TEST_F(FileBrowserTest, asksTheFileManagerWhenTheProgramForFoldersFailsAtOnce)
     EXPECT_EQ(shownWith(), kByManager);
 }
 
+/// PCManFM does, when the process that opens its windows is about to end.
+TEST_F(FileBrowserTest, startsAProgramAgainThatFailsOnce)
+{
+    addFileManager(Manner::Obliging);
+    programs.addGio(QStringLiteral("files.desktop"));
+    programs.addHandler(QStringLiteral("files %U"));
+    programs.addScript(QStringLiteral("files"),
+                       QStringLiteral("mkdir \"${0%/*}/failed\" 2>/dev/null && exit 1\nexit 0\n"));
+    show();
+    EXPECT_EQ(shownWith(), kByHandler);
+    EXPECT_TRUE(fileManager->calls.empty());
+}
+
 TEST_F(FileBrowserTest, leavesTheFolderToAProgramThatGoesOnRunning)
 {
     moment = 200ms;
