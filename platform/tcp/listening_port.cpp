@@ -15,13 +15,13 @@ std::unique_ptr<ListeningPort> ListeningPort::open(std::shared_ptr<TcpContext> c
     const int descriptor = openListeningSocket(port, allowsReuse, error, context->reach);
     if (error)
         return nullptr;
-    auto socket = Socket::adopt(context->pool, descriptor, std::nullopt);
-    if (!socket) {
+    auto adopted = Socket::adopt(context->pool, descriptor, std::nullopt);
+    if (!adopted) {
         error = std::make_error_code(std::errc::not_enough_memory);
         return nullptr;
     }
     return std::unique_ptr<ListeningPort>(
-        new ListeningPort(std::move(context), std::move(socket), std::move(service)));
+        new ListeningPort(std::move(context), std::move(adopted), std::move(service)));
 }
 
 std::unique_ptr<ListeningPort>
