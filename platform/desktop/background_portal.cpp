@@ -65,16 +65,17 @@ QDBusMessage requestFor(Autostart wanted)
 
 AutostartResult resultOf(Autostart wanted, uint response, const QVariantMap& results)
 {
-    using Outcome = AutostartResult::Outcome;
     const QVariant autostart = results.value(QStringLiteral("autostart"));
     // The portal also turns the start off if the user allows no work in the background, and then
     // answers as if everything was refused.
     if (wanted == Autostart::Off && autostart.isValid() && !autostart.toBool())
-        return {.outcome = Outcome::Done, .text = "Does not start at login any more"};
+        return {.outcome = AutostartResult::Outcome::Done,
+                .text = "Does not start at login any more"};
     if (wanted == Autostart::On && response == kGranted && autostart.toBool())
-        return {.outcome = Outcome::Done, .text = "Starts at login from now on"};
+        return {.outcome = AutostartResult::Outcome::Done, .text = "Starts at login from now on"};
     const char* reason = response == kGranted ? "the desktop does not do it" : "it was refused";
-    return {.outcome = Outcome::Refused, .text = std::string(kSubject) + reason + kInstead};
+    return {.outcome = AutostartResult::Outcome::Refused,
+            .text = std::string(kSubject) + reason + kInstead};
 }
 
 AutostartResult failure(const std::string& reason)

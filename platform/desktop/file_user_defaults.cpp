@@ -70,13 +70,13 @@ public:
                              std::span<const std::string_view> choices) override
     {
         const QJsonValue value = values.value(keyOf(key));
-        const std::string found = value.toString().toStdString();
+        std::string found = value.toString().toStdString();
         if (value.isString() && std::find(choices.begin(), choices.end(), found) != choices.end())
             return found;
         std::string expected;
         for (const std::string_view choice : choices)
             expected += (expected.empty() ? "one of " : ", ") + inDoubleQuotes(choice);
-        const std::string standard(choices.front());
+        std::string standard(choices.front());
         useStandard(key, value, QString::fromStdString(standard), expected,
                     inDoubleQuotes(standard));
         return standard;

@@ -20,8 +20,7 @@ public:
     /// The handler may be called several times, from the event loop.
     explicit PortalResponse(Handler whenReceived) : handler(std::move(whenReceived)) {}
 
-public Q_SLOTS:
-    void receive(uint response, const QVariantMap& results) { handler(response, results); }
+    Q_SLOT void receive(uint response, const QVariantMap& results) { handler(response, results); }
 
 private:
     const Handler handler;

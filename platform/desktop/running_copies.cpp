@@ -276,6 +276,7 @@ findRunningCopies(const RunningCopiesOptions& options, std::string& problem)
     if (isAnySafe)
         problem.clear();
     std::vector<std::shared_ptr<RunningApplication>> inOrder;
+    inOrder.reserve(copies.size());
     for (auto& [name, copy] : copies)
         inOrder.push_back(std::move(copy));
     return inOrder;

@@ -14,6 +14,7 @@
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -31,7 +32,7 @@ using ::testing::SizeIs;
 /// The desktop's portal, which sends its response before the reply to the request.
 class Portal final : public QDBusVirtualObject {
 public:
-    explicit Portal(const QDBusConnection& connection) : bus(connection)
+    explicit Portal(QDBusConnection connection) : bus(std::move(connection))
     {
         bus.registerVirtualObject(QStringLiteral("/org/freedesktop/portal/desktop"), this);
         EXPECT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
