@@ -43,6 +43,26 @@ std::vector<InterfaceFacts> probeInterfaces(const std::string& type)
 
 } // namespace
 
+NameExamination examineNames(const NameService& service, bool isProgramRunning,
+                             const std::string& ownName,
+                             std::function<bool(const std::string&)> find,
+                             std::chrono::steady_clock::time_point end)
+{
+    NameExamination result{.facts = {.service = service}};
+    if (!service.isLocalOnly())
+        return result;
+    if (!isProgramRunning) {
+        result.facts.isResolved = Seen::No;
+    } else if (!ownName.empty()) {
+        result.facts.askedName = ownName;
+        Timely<Seen> found(
+            [ownName, find = std::move(find)] { return find(ownName) ? Seen::Yes : Seen::No; });
+        result.facts.isResolved = found.take(end, Seen::Unknown);
+        result.isStuck = found.isLate();
+    }
+    return result;
+}
+
 Examination examineSystem(const std::string& phoneType)
 {
     constexpr std::uint16_t kMulticastDnsPort = 5353;
@@ -64,18 +84,12 @@ Examination examineSystem(const std::string& phoneType)
     SystemFacts& facts = examination.facts;
     facts.responders = std::move(responders);
     facts.fileBrowser = probeFileBrowser(systemDataFolders(), systemLibraryFolders());
-    facts.names.service = systemNameService();
     facts.packageManager = systemPackageManager();
     facts.avahi = avahi.take(end - kAnswerLimit, {});
-    if (facts.names.service.isLocalOnly() && !isAskedProgramRunning(facts.names.service)) {
-        facts.names.isResolved = Seen::No;
-    } else if (facts.names.service.isLocalOnly() && !facts.avahi.hostName.empty()) {
-        facts.names.askedName = facts.avahi.hostName;
-        Timely<Seen> found(
-            [name = facts.names.askedName] { return isNameFound(name) ? Seen::Yes : Seen::No; });
-        facts.names.isResolved = found.take(end, Seen::Unknown);
-        examination.isSomethingStuck = found.isLate();
-    }
+    const NameService service = systemNameService();
+    auto names = examineNames(service, isAskedProgramRunning(service), facts.avahi.hostName,
+                              isNameFound, end);
+    facts.names = std::move(names.facts);
     facts.interfaces = interfaces.take(end, {});
     facts.phones = phones.take(end, {});
     facts.firewall = firewall.take(end, {});
@@ -83,9 +97,9 @@ Examination examineSystem(const std::string& phoneType)
     facts.statusHost = {.hasDesktop = isDesktopNamed(),
                         .hasPanel = panel.take(end, Seen::Unknown),
                         .hasTray = tray.take(end, Seen::Unknown)};
-    examination.isSomethingStuck = examination.isSomethingStuck || interfaces.isLate()
-                                   || phones.isLate() || avahi.isLate() || firewall.isLate()
-                                   || firewalld.isLate() || panel.isLate() || tray.isLate();
+    examination.isSomethingStuck = names.isStuck || interfaces.isLate() || phones.isLate()
+                                   || avahi.isLate() || firewall.isLate() || firewalld.isLate()
+                                   || panel.isLate() || tray.isLate();
     return examination;
 }
 

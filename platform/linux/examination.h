@@ -1,7 +1,10 @@
 #pragma once
 
+#include "platform/name_service.h"
 #include "platform/system_facts.h"
 
+#include <chrono>
+#include <functional>
 #include <string>
 
 namespace quillbox {
@@ -18,5 +21,18 @@ struct Examination {
 /// nothing; starts nothing but, where no avahi-daemon runs, an embedded DNS-SD engine that only
 /// queries. Blocks; an application object must exist meanwhile.
 Examination examineSystem(const std::string& phoneType);
+
+struct NameExamination {
+    NameFacts facts;
+    bool isStuck = false; ///< the lookup has not finished, and still blocks a detached thread
+};
+
+/// Whether names that end in ".local" are resolved. `find` looks up `ownName`, which is this
+/// computer's own name, or empty if it is not known, on another thread until `end`; not if a DNS
+/// server might be asked. `isProgramRunning`: whether the program that the name service asks runs.
+NameExamination examineNames(const NameService& service, bool isProgramRunning,
+                             const std::string& ownName,
+                             std::function<bool(const std::string&)> find,
+                             std::chrono::steady_clock::time_point end);
 
 } // namespace quillbox

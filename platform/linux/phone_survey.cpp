@@ -24,60 +24,6 @@ namespace {
 constexpr std::size_t kMostPhones = 32;
 constexpr std::size_t kMostAddresses = 4; ///< per phone
 
-/// The phones found. Used on one queue.
-class Found final {
-public:
-    struct Phone {
-        ServiceEndpoint service;
-        DnsSd::ResolveUpdate known = {};
-        std::unique_ptr<DnsSd::Ask> question = {};
-    };
-
-    Found(DnsSd& asked, std::shared_ptr<DispatchQueue> ownQueue)
-        : dnsSd(asked), queue(std::move(ownQueue))
-    {
-    }
-
-    void update(const DnsSd::BrowseUpdate& update)
-    {
-        if (update.state != DnsSd::BrowseUpdate::State::Ready)
-            return;
-        isEngineUp = true;
-        std::vector<std::unique_ptr<Phone>> current;
-        for (const ServiceEndpoint& each : update.services) {
-            if (current.size() < kMostPhones)
-                current.push_back(take(each));
-        }
-        phones = std::move(current);
-    }
-
-    bool isEngineUp = false;
-    std::vector<std::unique_ptr<Phone>> phones;
-
-private:
-    std::unique_ptr<Phone> take(const ServiceEndpoint& service)
-    {
-        for (auto& each : phones) {
-            if (each && each->service == service)
-                return std::exchange(each, nullptr);
-        }
-        auto phone = std::make_unique<Phone>(Phone{.service = service});
-        phone->question =
-            dnsSd.resolve(service, queue, [made = phone.get(), this](const auto& update) {
-                // The update may have been queued before its phone was removed.
-                const bool isThere =
-                    std::any_of(phones.begin(), phones.end(),
-                                [made](const auto& each) { return each.get() == made; });
-                if (isThere)
-                    made->known = update;
-            });
-        return phone;
-    }
-
-    DnsSd& dnsSd;
-    const std::shared_ptr<DispatchQueue> queue;
-};
-
 std::unique_ptr<dnssd::Engine> makeQuietEngine()
 {
     return dnssd::makeAutomaticEngine({.makeDaemon = dnssd::makeDaemonEngine,
@@ -90,15 +36,14 @@ struct Dialling {
     std::vector<PortFacts*> results;
 };
 
-void describe(const Found::Phone& found, const NetworkMonitor& monitor, PhoneFacts& phone,
+void describe(const DnsSd::ResolveUpdate& known, const NetworkMonitor& monitor, PhoneFacts& phone,
               Dialling& dialling)
 {
-    phone.name = found.service.name;
-    phone.hosts = found.known.hosts.size();
+    phone.hosts = known.hosts.size();
     // Keeps the pointers in `dialling.results` valid.
     phone.addresses.reserve(kMostAddresses);
     std::vector<Candidate> candidates;
-    for (const auto& each : found.known.addresses)
+    for (const auto& each : known.addresses)
         addCandidate(candidates, each.address, each.interfaceIndex);
     for (const auto& candidate : candidates) {
         const auto text = numericHost(candidate.address);
@@ -120,35 +65,83 @@ void describe(const Found::Phone& found, const NetworkMonitor& monitor, PhoneFac
 
 } // namespace
 
+struct PhoneSurvey::Phone {
+    ServiceEndpoint service;
+    DnsSd::ResolveUpdate known = {};
+    std::unique_ptr<DnsSd::Ask> question = {};
+};
+
+PhoneSurvey::PhoneSurvey(DnsSd& asked, std::shared_ptr<DispatchQueue> ownQueue,
+                         const std::string& type)
+    : dnsSd(asked),
+      queue(std::move(ownQueue)),
+      browse(dnsSd.browse(type, queue, [this](const auto& found) { update(found); }))
+{
+}
+
+PhoneSurvey::~PhoneSurvey() = default;
+
+void PhoneSurvey::update(const DnsSd::BrowseUpdate& update)
+{
+    if (update.state != DnsSd::BrowseUpdate::State::Ready)
+        return;
+    isEngineUp = true;
+    std::vector<std::unique_ptr<Phone>> current;
+    for (const ServiceEndpoint& each : update.services) {
+        if (current.size() < kMostPhones)
+            current.push_back(take(each));
+    }
+    phones = std::move(current);
+}
+
+std::unique_ptr<PhoneSurvey::Phone> PhoneSurvey::take(const ServiceEndpoint& service)
+{
+    for (auto& each : phones) {
+        if (each && each->service == service)
+            return std::exchange(each, nullptr);
+    }
+    auto phone = std::make_unique<Phone>(Phone{.service = service});
+    phone->question = dnsSd.resolve(service, queue, [made = phone.get(), this](const auto& update) {
+        // The update may have been queued before its phone was removed.
+        const bool isThere = std::any_of(phones.begin(), phones.end(),
+                                         [made](const auto& each) { return each.get() == made; });
+        if (isThere)
+            made->known = update;
+    });
+    return phone;
+}
+
+PhonesFacts PhoneSurvey::facts(const NetworkMonitor& monitor,
+                               std::chrono::milliseconds connecting) const
+{
+    PhonesFacts facts{.isEngineUp = isEngineUp ? Seen::Yes : Seen::No};
+    facts.phones.resize(phones.size());
+    Dialling dialling;
+    for (std::size_t i = 0; i < phones.size(); ++i) {
+        facts.phones[i].name = phones[i]->service.name;
+        describe(phones[i]->known, monitor, facts.phones[i], dialling);
+    }
+    const auto states = checkPorts(dialling.ports, connecting);
+    for (std::size_t i = 0; i < states.size(); ++i)
+        dialling.results[i]->state = states[i];
+    return facts;
+}
+
 PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds browsing,
                          std::chrono::milliseconds connecting)
 {
     const auto end = std::chrono::steady_clock::now() + browsing;
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
-    auto dnsSd = makeDnsSd(makeQuietEngine(),
-                           pool.makeQueue("doctor.dns-sd", QualityOfService::Utility), *monitor);
-    const auto queue = pool.makeQueue("doctor.phones", QualityOfService::Utility);
-    PhonesFacts facts;
-    {
-        Found found(*dnsSd, queue);
-        const auto browse = dnsSd->browse(
-            type, queue, [&found](const DnsSd::BrowseUpdate& update) { found.update(update); });
-        // Nothing signals that every phone has answered, so this always takes the whole time.
-        std::this_thread::sleep_until(end);
-        // No handler changes `found` after this.
-        pool.shutdown();
-        facts.isEngineUp = found.isEngineUp ? Seen::Yes : Seen::No;
-        facts.phones.resize(found.phones.size());
-        Dialling dialling;
-        for (std::size_t i = 0; i < found.phones.size(); ++i)
-            describe(*found.phones[i], *monitor, facts.phones[i], dialling);
-        const auto states = checkPorts(dialling.ports, connecting);
-        for (std::size_t i = 0; i < states.size(); ++i)
-            dialling.results[i]->state = states[i];
-    }
-    dnsSd = nullptr;
-    return facts;
+    const auto dnsSd = makeDnsSd(
+        makeQuietEngine(), pool.makeQueue("doctor.dns-sd", QualityOfService::Utility), *monitor);
+    const PhoneSurvey survey(*dnsSd, pool.makeQueue("doctor.phones", QualityOfService::Utility),
+                             type);
+    // Nothing signals that every phone has answered, so this always takes the whole time.
+    std::this_thread::sleep_until(end);
+    // No handler runs after this.
+    pool.shutdown();
+    return survey.facts(*monitor, connecting);
 }
 
 } // namespace quillbox

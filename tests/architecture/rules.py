@@ -72,6 +72,7 @@ OUTSIDE = {
         "tests/platform/desktop",
         "tests/platform/desktop_integration",
         "tests/platform/diagnosis",
+        "tests/platform/linux",
     },
     AVAHI: {"platform/dnssd", "tests/platform/dnssd"},
     SYSTEM: {

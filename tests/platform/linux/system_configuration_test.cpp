@@ -5,8 +5,11 @@
 #include <fstream>
 #include <string>
 #include <system_error>
+#include <thread>
 
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -129,6 +132,40 @@ TEST(AskedProgram, isThatOfTheModuleInTheConfiguration)
     const Listening resolved("/run/systemd/resolve/io.systemd.Resolve");
     EXPECT_TRUE(isRunning(kWithResolved));
     EXPECT_FALSE(isRunning(kWithAvahi));
+}
+
+/// Calls `work` on a thread that sees this text as /etc/nsswitch.conf. Skips the test where that is
+/// not permitted.
+template <typename Work> void withConfiguration(const char* text, const Work& work)
+{
+    std::string file = fs::temp_directory_path() / "quillbox-nsswitch-XXXXXX";
+    ::close(::mkstemp(file.data()));
+    std::ofstream(file) << text;
+    bool isPermitted = false;
+    std::thread([&] {
+        constexpr const char* kConfiguration = "/etc/nsswitch.conf";
+        isPermitted = ::unshare(CLONE_NEWNS) == 0
+                      && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+                      && ::mount(file.c_str(), kConfiguration, nullptr, MS_BIND, nullptr) == 0;
+        if (isPermitted)
+            work();
+    }).join();
+    fs::remove(file);
+    if (!isPermitted)
+        GTEST_SKIP() << "no permission to mount files";
+}
+
+TEST(AskedProgram, isOnlyAvahiIfThatRunsAndIsConfigured)
+{
+    if (isRunning(kWithAvahi) || isRunning(kWithResolved))
+        GTEST_SKIP() << "a name service runs here";
+    withConfiguration(kWithAvahi, [] { EXPECT_FALSE(isAvahiAskedForNames()); });
+    const Listening avahi("/run/avahi-daemon/socket");
+    const Listening resolved("/run/systemd/resolve/io.systemd.Resolve");
+    if (!avahi.isThere || !resolved.isThere)
+        GTEST_SKIP() << "this user may not create sockets in /run";
+    withConfiguration(kWithAvahi, [] { EXPECT_TRUE(isAvahiAskedForNames()); });
+    withConfiguration(kWithResolved, [] { EXPECT_FALSE(isAvahiAskedForNames()); });
 }
 
 } // namespace

@@ -1,0 +1,145 @@
+#include "platform/linux/examination.h"
+#include "tests/platform/netlink/network_namespace.h"
+
+#include <algorithm>
+#include <chrono>
+#include <csignal>
+#include <future>
+#include <string>
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kOwnName = "office.local";
+
+NameService onlyLocal()
+{
+    return NameService("hosts: files mdns4_minimal\n");
+}
+
+NameExamination examined(const NameService& service, bool isProgramRunning,
+                         const std::string& ownName, bool isFound)
+{
+    return examineNames(
+        service, isProgramRunning, ownName,
+        [isFound](const std::string& name) { return isFound && name == kOwnName; },
+        std::chrono::steady_clock::now() + std::chrono::seconds(20));
+}
+
+TEST(NameExamination, looksUpThisComputersName)
+{
+    ASSERT_TRUE(onlyLocal().isLocalOnly());
+    const auto found = examined(onlyLocal(), true, kOwnName, true);
+    EXPECT_EQ(found.facts.service, onlyLocal());
+    EXPECT_EQ(found.facts.askedName, kOwnName);
+    EXPECT_EQ(found.facts.isResolved, Seen::Yes);
+    EXPECT_FALSE(found.isStuck);
+    EXPECT_EQ(examined(onlyLocal(), true, kOwnName, false).facts.isResolved, Seen::No);
+}
+
+TEST(NameExamination, looksNothingUpThatCouldBotherADnsServer)
+{
+    const NameService withDns("hosts: files mdns4_minimal dns\n");
+    ASSERT_FALSE(withDns.isLocalOnly());
+    for (const bool isRunning : {true, false}) {
+        const auto found = examined(withDns, isRunning, kOwnName, true);
+        EXPECT_EQ(found.facts.service, withDns);
+        EXPECT_EQ(found.facts.askedName, "");
+        EXPECT_EQ(found.facts.isResolved, Seen::Unknown);
+    }
+}
+
+TEST(NameExamination, needsNoLookUpWhereTheAskedProgramDoesNotRun)
+{
+    const auto found = examined(onlyLocal(), false, kOwnName, true);
+    EXPECT_EQ(found.facts.askedName, "");
+    EXPECT_EQ(found.facts.isResolved, Seen::No);
+}
+
+TEST(NameExamination, knowsNothingWithoutAName)
+{
+    EXPECT_EQ(examined(onlyLocal(), true, "", false).facts.isResolved, Seen::Unknown);
+}
+
+TEST(NameExamination, isStuckWhileTheNameServiceDoesNotAnswer)
+{
+    std::promise<bool> answer;
+    const auto late = answer.get_future().share();
+    const auto found = examineNames(
+        onlyLocal(), true, kOwnName, [late](const std::string&) { return late.get(); },
+        std::chrono::steady_clock::now());
+    EXPECT_EQ(found.facts.askedName, kOwnName);
+    EXPECT_EQ(found.facts.isResolved, Seen::Unknown);
+    EXPECT_TRUE(found.isStuck);
+    answer.set_value(true);
+}
+
+/// A process of this program that has UDP port 5353 open, on the loopback interface. To be made in
+/// the main thread's network namespace, which is the one of which /proc/self lists the ports.
+class Responder final {
+public:
+    Responder()
+    {
+        const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
+        const int isShared = 1;
+        ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &isShared, sizeof isShared);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_port = htons(5353);
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        isOpen = ::bind(socket, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0;
+        process = ::fork();
+        if (process == 0) {
+            ::pause();
+            ::_exit(0);
+        }
+        ::close(socket);
+    }
+    Responder(const Responder&) = delete;
+    Responder& operator=(const Responder&) = delete;
+    ~Responder()
+    {
+        ::kill(process, SIGKILL);
+        ::waitpid(process, nullptr, 0);
+    }
+
+    bool isOpen = false;
+
+private:
+    pid_t process = -1;
+};
+
+TEST(Examination, findsTheInterfacesAnEngineAndTheOtherProgramsThatUseMulticastDns)
+{
+    const Responder responder;
+    ASSERT_TRUE(responder.isOpen);
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        ip("link add wire0 type veth peer name wire1");
+        ip("addr add 192.0.2.1/24 dev wire0");
+        ip("link set wire1 up");
+        ip("link set wire0 up");
+        const auto [facts, isSomethingStuck] = examineSystem("_phone._tcp");
+        EXPECT_FALSE(isSomethingStuck);
+        EXPECT_TRUE(std::any_of(facts.responders.begin(), facts.responders.end(),
+                                [](const auto& each) { return each.program == "test_linux"; }));
+        const auto wire = std::find_if(facts.interfaces.begin(), facts.interfaces.end(),
+                                       [](const auto& each) { return each.name == "wire0"; });
+        ASSERT_NE(wire, facts.interfaces.end());
+        EXPECT_TRUE(wire->ipv4.isOwnHeard);
+        EXPECT_EQ(facts.phones.isEngineUp, Seen::Yes);
+        EXPECT_TRUE(facts.phones.phones.empty());
+        EXPECT_EQ(facts.avahi.state, AvahiFacts::State::NoBus);
+    });
+}
+
+} // namespace
+
+} // namespace quillbox

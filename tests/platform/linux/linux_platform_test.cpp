@@ -1,0 +1,204 @@
+#include "platform/dispatch/dispatch_pool.h"
+#include "platform/linux/linux_platform.h"
+#include "tests/fakes/recording_log.h"
+#include "tests/fakes/socket_addresses.h"
+#include "tests/platform/netlink/network_namespace.h"
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <future>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using namespace std::chrono_literals;
+using dnssd::DnsSdMode;
+
+constexpr auto kPatience = 20s;
+constexpr std::uint16_t kPort = 4450;
+
+/// A platform in a network namespace of its own. Its main queue is another thread.
+class PlatformHere final {
+public:
+    explicit PlatformHere(DnsSdMode mode)
+        : platform(mainPool.makeQueue("main", QualityOfService::UserInitiated), mode,
+                   Reach::ThisComputer, log)
+    {
+        log.isTelling = false;
+    }
+
+    std::shared_ptr<Listener> listen()
+    {
+        std::error_code error;
+        auto listener = platform.network().makeListener({}, kPort, error);
+        EXPECT_TRUE(listener) << error.message();
+        return listener;
+    }
+
+    std::shared_ptr<DispatchQueue> makeQueue()
+    {
+        return platform.dispatch().makeQueue("test", QualityOfService::UserInitiated);
+    }
+
+private:
+    DispatchPool mainPool;
+    RecordingLog log;
+
+public:
+    LinuxPlatform platform;
+};
+
+/// Ready when it has been destroyed.
+class LastWord final {
+public:
+    explicit LastWord(std::promise<void>& end) : told(end) {}
+    LastWord(const LastWord&) = delete;
+    LastWord& operator=(const LastWord&) = delete;
+    ~LastWord() { told.set_value(); }
+
+private:
+    std::promise<void>& told;
+};
+
+TEST(LinuxPlatform, findsTheFileServerThatItAdvertises)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::promise<void> ready;
+        std::promise<std::optional<HostEndpoint>> located;
+        PlatformHere here(DnsSdMode::Embedded);
+        const auto listener = here.listen();
+        listener->setService({.name = "Office", .type = "_smb._tcp"});
+        listener->setStateUpdateHandler([&ready](Listener::State state, std::error_code) {
+            if (state == Listener::State::Ready)
+                ready.set_value();
+        });
+        listener->setNewConnectionHandler([](const auto&) {});
+        listener->start(here.makeQueue());
+        ASSERT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
+        here.platform.serviceLocator().locate(
+            "Office", [&located](auto found) { located.set_value(std::move(found)); });
+        auto result = located.get_future();
+        ASSERT_EQ(result.wait_for(kPatience), std::future_status::ready);
+        EXPECT_EQ(result.get().value_or(HostEndpoint()).port, kPort);
+        listener->cancel();
+        here.platform.shutDown();
+    });
+}
+
+TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::promise<bool> changed;
+        PlatformHere here(DnsSdMode::Automatic);
+        NetworkView& view = here.platform.networkView();
+        view.setChangedHandler([&] { changed.set_value(view.isAvailable()); });
+        EXPECT_TRUE(view.isAvailable());
+        const auto browser = here.platform.network().makeBrowser("_smb._tcp", {});
+        auto isAvailable = changed.get_future();
+        ASSERT_EQ(isAvailable.wait_for(kPatience), std::future_status::ready);
+        EXPECT_FALSE(isAvailable.get());
+        here.platform.shutDown();
+    });
+}
+
+TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        PlatformHere here(DnsSdMode::Daemon);
+        here.listen()->cancel();
+        here.platform.shutDown();
+        EXPECT_EQ(here.platform.network().traffic().total, Traffic());
+        here.platform.serviceLocator().locate("Office", [](const auto&) { FAIL(); });
+        here.platform.shutDown();
+    });
+}
+
+TEST(LinuxPlatform, runsNoWorkOnceItIsShutDown)
+{
+    inNetworkNamespace([] {
+        PlatformHere here(DnsSdMode::Daemon);
+        const auto queue = here.makeQueue();
+        here.platform.shutDown();
+        std::promise<void> dropped;
+        auto end = dropped.get_future();
+        bool hasRun = false;
+        queue->async([word = std::make_shared<LastWord>(dropped), &hasRun] { hasRun = true; });
+        EXPECT_EQ(end.wait_for(kPatience), std::future_status::ready);
+        EXPECT_FALSE(hasRun);
+    });
+}
+
+/// Bytes in memory.
+class Zeros final : public ContentStorage {
+public:
+    std::size_t size() const override { return zeros.size(); }
+    std::span<const std::byte> bytes() const override { return zeros; }
+
+private:
+    const std::vector<std::byte> zeros = std::vector<std::byte>(std::size_t{16} * 1024 * 1024);
+};
+
+/// A client that connects and reads nothing.
+class SilentClient final {
+public:
+    SilentClient() : socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+    {
+        const SocketAddress server = ipv4Address("127.0.0.1", kPort);
+        EXPECT_EQ(::connect(socket, reinterpret_cast<const sockaddr*>(server.data()),
+                            static_cast<socklen_t>(server.size())),
+                  0);
+    }
+    SilentClient(const SilentClient&) = delete;
+    SilentClient& operator=(const SilentClient&) = delete;
+    ~SilentClient() { ::close(socket); }
+
+private:
+    const int socket;
+};
+
+TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItIsShutDown)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::promise<void> cancelled;
+        PlatformHere here(DnsSdMode::Daemon);
+        const auto queue = here.makeQueue();
+        auto listener = here.listen();
+        listener->setStateUpdateHandler([](auto, auto) {});
+        listener->setNewConnectionHandler([&](const std::shared_ptr<Connection>& connection) {
+            connection->setStateUpdateHandler([](auto, auto) {});
+            connection->start(queue);
+            connection->send(Content(std::make_unique<Zeros>()), [](std::error_code) {});
+            connection->cancel();
+            cancelled.set_value();
+        });
+        listener->start(queue);
+        const SilentClient client;
+        ASSERT_EQ(cancelled.get_future().wait_for(kPatience), std::future_status::ready);
+        listener->cancel();
+        listener = nullptr;
+        const auto start = std::chrono::steady_clock::now();
+        here.platform.shutDown();
+        EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);
+    });
+}
+
+} // namespace
+
+} // namespace quillbox
