@@ -503,6 +503,17 @@ TEST_F(WatchTest, closesItsDescriptorWhenItGoes)
     EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 
+TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatItCannotBeWatched)
+{
+    // Another file has taken the descriptor's place, which epoll does not know.
+    const int other = ::eventfd(0, EFD_CLOEXEC);
+    ASSERT_EQ(::dup3(other, watch->descriptor(), O_CLOEXEC), watch->descriptor());
+    ::close(other);
+    auto told = waitWritable();
+    ASSERT_TRUE(isTold(told));
+    EXPECT_EQ(told.get(), std::errc::no_such_file_or_directory);
+}
+
 TEST_F(WatchTest, closesADescriptorThatCannotBeWatched)
 {
     // epoll refuses regular files.
