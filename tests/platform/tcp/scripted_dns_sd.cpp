@@ -4,6 +4,8 @@
 #include <utility>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 namespace quillbox {
 
 DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses)
@@ -82,6 +84,11 @@ std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::add(Record record)
     std::optional<ResolveUpdate> answer;
     {
         const std::lock_guard lock(shared_->mutex);
+        if (kept->resolved && std::ranges::any_of(shared_->records, [&kept](const auto& other) {
+                return !other->isEnded && other->resolved && other->text == kept->text
+                       && other->service == kept->service;
+            }))
+            ADD_FAILURE() << "an active query is sent again";
         shared_->records.push_back(kept);
         if (kept->resolved)
             answer = shared_->answer;
