@@ -12,6 +12,7 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -35,7 +36,7 @@ constexpr unsigned kLastSeconds = 1;
 void ignoreLog(AvahiLogLevel /*level*/, const char* /*text*/) {}
 
 /// Returns a signalfd that becomes readable on SIGTERM.
-int hardenProcess(int keptDescriptor)
+int hardenProcess()
 {
     // Started as /proc/self/exe, it would be listed as "exe".
     ::prctl(PR_SET_NAME, "quillbox-dns-sd");
@@ -61,9 +62,6 @@ int hardenProcess(int keptDescriptor)
     const rlimit noCore{0, 0};
     ::setrlimit(RLIMIT_CORE, &noCore);
 
-    if (keptDescriptor > STDERR_FILENO + 1)
-        ::close_range(STDERR_FILENO + 1, static_cast<unsigned>(keptDescriptor) - 1, 0);
-    ::close_range(static_cast<unsigned>(keptDescriptor) + 1, ~0U, 0);
     return ::signalfd(-1, &endSignals, SFD_CLOEXEC | SFD_NONBLOCK);
 }
 
@@ -104,10 +102,6 @@ public:
     {
         // Ends the process even if something below hangs.
         ::alarm(kLastSeconds);
-        session.reset();
-        api.reset();
-        if (server != nullptr)
-            library->server_free(server); // sends the remaining goodbyes
     }
 
     int run()
@@ -153,14 +147,15 @@ private:
         configuration.publish_domain = 0;
 
         int error = 0;
-        server =
-            library->server_new(filter.poll(), &configuration, &EngineChild::onState, this, &error);
+        server = {
+            library->server_new(filter.poll(), &configuration, &EngineChild::onState, this, &error),
+            library->server_free};
         library->server_config_free(&configuration);
         if (server == nullptr || hasFailed)
             return false;
         api = makeAvahiServerApi(*library, *server);
         session.emplace(*api, [this](const Event& event) { send(event); });
-        send(EngineUp{library->server_get_host_name_fqdn(server)});
+        send(EngineUp{library->server_get_host_name_fqdn(server.get())});
         return true;
     }
 
@@ -203,18 +198,19 @@ private:
     AvahiLoop loop;
     AliasFilter filter{*loop.poll()};
     std::optional<AvahiServerLibrary> library = loadAvahiServerLibrary();
-    AvahiServer* server = nullptr;
-    std::unique_ptr<AvahiApi> api;
-    std::optional<AvahiSession> session;
     bool isEnding = false;
     bool hasFailed = false;
+    /// Freeing it sends the remaining goodbyes.
+    std::unique_ptr<AvahiServer, void (*)(AvahiServer*)> server{nullptr, nullptr};
+    std::unique_ptr<AvahiApi> api;
+    std::optional<AvahiSession> session;
 };
 
 } // namespace
 
 int runDnsSdEngineChild(int descriptor)
 {
-    const int endSignal = hardenProcess(descriptor);
+    const int endSignal = hardenProcess();
     return EngineChild(descriptor, endSignal).run();
 }
 

@@ -13,9 +13,8 @@ inline constexpr int kEngineChildDescriptor = 3;
 /// and returns the exit status.
 ///
 /// This is a process of its own because a packet from the network can make libavahi-core abort.
-/// Must be called in a single-threaded process, before anything else: it changes signal handling,
-/// gives up what the process does not need, and closes every other file descriptor above standard
-/// error.
+/// Must be called in a single-threaded process, before anything else: it changes signal handling
+/// and gives up privileges that the process does not need.
 int runDnsSdEngineChild(int descriptor);
 
 } // namespace quillbox::dnssd
