@@ -126,12 +126,8 @@ private:
             const Packet& packet = outgoing.front();
             if (::send(child->descriptor(), packet.data(), packet.size(),
                        MSG_NOSIGNAL | MSG_DONTWAIT)
-                < 0) {
-                // The process's last events, and then its end of file, are still to be read.
-                if (errno != EAGAIN && errno != EINTR)
-                    outgoing.clear();
-                return;
-            }
+                < 0)
+                return; // the socket is full, or has events and its end of file to be read
             outgoing.pop_front();
         }
     }
