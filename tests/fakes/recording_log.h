@@ -2,6 +2,7 @@
 
 #include "platform/log.h"
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,11 +12,15 @@ namespace quillbox {
 /// thread.
 class RecordingLog final : public Log {
 public:
-    bool isOn(LogCategory /*category*/) const override { return isTelling; }
+    bool isOn(LogCategory category) const override
+    {
+        return isTelling && (!only || category == *only);
+    }
     Clock::time_point now() const override { return time; }
     std::uint64_t numberSession() override { return ++sessions; }
 
     bool isTelling = true;
+    std::optional<LogCategory> only; ///< nothing: all categories
     Clock::time_point time;
     std::uint64_t sessions = 0;
     std::vector<std::string> lines;

@@ -126,5 +126,18 @@ TEST(EngineStory, isTheEngineItselfWhileNobodyListens)
     EXPECT_EQ(withStory(std::move(engine), "the engine", log).get(), itself);
 }
 
+TEST(EngineStory, isToldForEitherOfItsCategories)
+{
+    for (const LogCategory category : {LogCategory::Engine, LogCategory::Advertising}) {
+        RecordingLog log;
+        log.only = category;
+        FakeEngine fake;
+        const auto engine = withStory(fake.makeEngine(), "the engine", log);
+        engine->start([](const Event&) {});
+        engine->send(1, registration(1, "Quillbox"));
+        EXPECT_EQ(log.lines.size(), 1U);
+    }
+}
+
 } // namespace
 } // namespace quillbox::dnssd

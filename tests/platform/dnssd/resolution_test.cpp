@@ -3,6 +3,11 @@
 #include "tests/platform/dnssd/center_fixture.h"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
+#include <memory>
+#include <new>
+#include <optional>
 #include <string>
 
 #include <malloc.h>
@@ -481,6 +486,54 @@ TEST_F(ResolutionTest, settlesAtOnceForWhatCannotBe)
     dispatch.runAll();
     EXPECT_EQ(host.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
     EXPECT_EQ(unnamed.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
+}
+
+namespace {
+
+/// Questions to an engine link, without a `DnsSd` around them.
+class QuestionPoolTest : public testing::Test {
+protected:
+    QuestionPoolTest()
+    {
+        link.start([this](const Event& event) { link.handle(event); });
+    }
+
+    FakeDispatch dispatch;
+    FakeEngine engine;
+    EngineLink link{engine.makeEngine()};
+    const std::shared_ptr<DispatchQueue> queue =
+        dispatch.makeQueue("dns-sd", QualityOfService::Utility);
+    LocationPool locations{link, *queue};
+    AddressPool addresses{link, *queue};
+};
+
+} // namespace
+
+TEST_F(QuestionPoolTest, keepsNoMemoryOfQuestionsThatAreOver)
+{
+    const auto askAndDrop = [this](const std::string& name, int times) {
+        for (int count = 0; count < times; ++count)
+            EXPECT_TRUE(addresses.ask({name + std::to_string(count), Family::IPv4}));
+    };
+    askAndDrop("first", 10);
+    const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
+    askAndDrop("other", 2000);
+    EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
+}
+
+TEST_F(QuestionPoolTest, tellsNobodyWhoHasGone)
+{
+    alignas(Resolution) std::array<std::byte, sizeof(Resolution)> place{};
+    std::shared_ptr<Resolution> resolution(
+        new (place.data()) Resolution(link, *queue, addresses, {dispatch.mainQueue(), {}}),
+        [](Resolution* ended) { std::destroy_at(ended); });
+    resolution->startService(locations, {"Quillbox", "_smb._tcp", "local", std::nullopt});
+    const auto question = locations.ask({"Quillbox", "_smb._tcp", "local"});
+    resolution.reset();
+    place.fill({}); // a call of what was here ends the test
+    engine.up();
+    dispatch.runAll();
+    EXPECT_NE(engine.only<LocationRequest>().id, 0U);
 }
 
 } // namespace quillbox

@@ -768,4 +768,31 @@ TEST_F(ServiceBrowseTest, endsItsQuestionsWithTheAsk)
     EXPECT_EQ(browsed.count(), before);
 }
 
+TEST_F(ServiceBrowseTest, goesOnWaitingThoughAServiceChangesMeanwhile)
+{
+    up();
+    emit(found("Quillbox"));
+    const AskId life = lifeOf("Quillbox");
+    emit(LocationFound{life, kWired, "phone.local", 4445});
+    dispatch.advance(1s);
+    engine.emit(Failed{id(), DnsSdError::TooManyEntries});
+    emit(LocationLost{life, kWired, "phone.local", 4445});
+    EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
+}
+
+TEST_F(ServiceBrowseTest, doesNotAskForWhatWasLeftOutWithoutAnEngine)
+{
+    up();
+    testing::internal::CaptureStderr();
+    for (std::size_t i = 0; i <= kMaximumServices; ++i)
+        engine.emit(found("Service " + std::to_string(i)));
+    dispatch.advance(1s);
+    emit(lost("Service 7"));
+    const auto before = engine.count<BrowseRequest>();
+    down();
+    dispatch.advance(10 * kRoomInterval);
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(engine.count<BrowseRequest>(), before);
+}
+
 } // namespace quillbox

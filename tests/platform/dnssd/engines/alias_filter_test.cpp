@@ -206,6 +206,16 @@ TEST_F(AliasFilterLoop, leavesStreamsAlone)
         ::close(descriptor);
 }
 
+TEST_F(AliasFilterLoop, readsNothingWhenTheSocketMayBeWritten)
+{
+    const Bytes alias = message({0, 1, 0, 0}, {record(kCanonicalName)});
+    send(alias);
+    const AvahiPoll* poll = filter.poll();
+    poll->watch_update(watch, AVAHI_WATCH_OUT);
+    turn();
+    EXPECT_EQ(received, std::vector<Bytes>{alias}) << "the library has read it itself";
+}
+
 TEST_F(AliasFilterLoop, leavesOtherDescriptorsAlone)
 {
     std::array<int, 2> pair{};

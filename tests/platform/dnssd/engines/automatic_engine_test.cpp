@@ -162,6 +162,21 @@ TEST_F(AutomaticEngineTest, stopsBoth)
     EXPECT_TRUE(embedded->isStopped);
 }
 
+TEST(AutomaticEngine, waitsNoLongerForASilentDaemonThanItSays)
+{
+    const auto daemon = std::make_shared<EngineState>();
+    const auto embedded = std::make_shared<EngineState>();
+    const auto engine = makeAutomaticEngine({
+        .makeDaemon = [daemon] { return std::make_unique<RecordingEngine>(daemon); },
+        .makeEmbedded = [embedded] { return std::make_unique<RecordingEngine>(embedded); },
+        .daemonChanged = {},
+        .times = {.startPatience = 1ms},
+    });
+    engine->start([](const Event&) {});
+    EXPECT_TRUE(embedded->waitForStart());
+    engine->stop();
+}
+
 } // namespace
 
 } // namespace quillbox::dnssd

@@ -1,9 +1,15 @@
 #include "platform/dnssd/avahi_service_location.h"
 
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 namespace quillbox::dnssd {
 
@@ -68,6 +74,23 @@ TEST(ServiceLocation, isNothingWhenTheLastLabelIsCutOff)
 {
     EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 3, 'a', 'b'}));
     EXPECT_FALSE(decodeServiceLocation(Bytes{0, 0, 0, 0, 1, 0xbd, 3, 'a', 'b', 'c'}));
+}
+
+TEST(ServiceLocation, neverReadsBehindItsData)
+{
+    // The data ends where the memory ends that may be read.
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    void* const memory =
+        ::mmap(nullptr, 2 * page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    ASSERT_NE(memory, MAP_FAILED);
+    auto* const end = static_cast<std::uint8_t*>(memory) + page;
+    ASSERT_EQ(::mprotect(end, page, PROT_NONE), 0);
+    const Bytes whole = record({"abc"});
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        std::copy_n(whole.begin(), size, end - size);
+        EXPECT_FALSE(decodeServiceLocation({end - size, size}));
+    }
+    ::munmap(memory, 2 * page);
 }
 
 TEST(ServiceLocation, isNothingWhenALabelIsTooLong)

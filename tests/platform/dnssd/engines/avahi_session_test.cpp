@@ -37,7 +37,8 @@ public:
     std::vector<Question*> questions;
     std::vector<Group*> groups;
     std::size_t groupsMade = 0;
-    int error = AVAHI_OK; ///< of all calls that create an object
+    std::size_t mostGroups = 0; ///< that there were at a time
+    int error = AVAHI_OK;       ///< of all calls that create an object
     int addServiceError = AVAHI_OK;
     bool makesNoGroups = false; ///< without an error
 };
@@ -64,6 +65,7 @@ public:
     {
         avahi.groups.push_back(this);
         ++avahi.groupsMade;
+        avahi.mostGroups = std::max(avahi.mostGroups, avahi.groups.size());
     }
     Group(const Group&) = delete;
     Group& operator=(const Group&) = delete;
@@ -321,6 +323,7 @@ TEST_F(AvahiSessionTest, publishesAnewWhatRegistersForTooLong)
     session.tidy(kStart + 3s);
     EXPECT_EQ(avahi.groupsMade, 6U);
     EXPECT_EQ(avahi.groups.size(), 3U);
+    EXPECT_EQ(avahi.mostGroups, 3U) << "all names were free before they were taken again";
 
     // The timeout doubles.
     EXPECT_EQ(*session.nextDeadline(), kStart + 9s);
