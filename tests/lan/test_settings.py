@@ -6,7 +6,7 @@ import pytest
 from rig.computer import PROGRAM
 from rig.process import limit, wait_until
 from test_computer_faults import limits
-from test_control import DONE, command, connect
+from test_control import DONE, command, connect, socket_of
 
 SETTINGS = {
     "automaticDiscovery": True,
@@ -89,15 +89,28 @@ def test_what_is_edited_while_the_program_runs_is_kept(bare_computer, helper):
     assert bare_computer.read_settings() == {**edited, "showInFinder": True}
 
 
-def test_a_file_that_cannot_be_opened_for_want_of_descriptors_stays(bare_computer, helper):
+def accepted_descriptor(computer, helper):
+    """The helper's end of the connection of this process; None until it has been accepted."""
+    name = os.path.basename(socket_of(computer))
+    # The other end is in the same network, and has the inode 0 before.
+    with open("/proc/self/net/unix", encoding="utf-8") as sockets:
+        ends = {f"socket:[{x.split()[6]}]" for x in sockets if x.endswith(f"{name}\n")}
     folder = f"/proc/{helper.pid}/fd"
-    before = set(os.listdir(folder))
+    for number in os.listdir(folder):
+        if os.path.basename(os.path.realpath(f"{folder}/{number}")) in ends:
+            return int(number)
+    return None
+
+
+def test_a_file_that_cannot_be_opened_for_want_of_descriptors_stays(bare_computer, helper):
     with connect(bare_computer) as connection:
-        connection.sendall(b"message - ")
-        wait_until(lambda: len(os.listdir(folder)) > len(before), limit(5), "the connection")
-        # The command has its connection already; nothing else can be opened.
-        before = limits(helper, NOFILE=min(set(range(1024)) - {int(x) for x in before}))
-        connection.sendall(b'{"version":1,"command":"restart"}\n')
+        accepted = wait_until(
+            lambda: accepted_descriptor(bare_computer, helper), limit(5), "the connection"
+        )
+        # Nothing else can be opened, even if the connection is closed.
+        used = {int(x) for x in os.listdir(f"/proc/{helper.pid}/fd")} - {accepted}
+        before = limits(helper, NOFILE=min(set(range(1024)) - used))
+        connection.sendall(b'message - {"version":1,"command":"restart"}\n')
 
     helper.wait_message("Too many open files")
     assert files(bare_computer) == ["settings.json"]
