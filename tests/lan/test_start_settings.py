@@ -1,4 +1,4 @@
-"""--this-computer-only and --dns-sd: what one start is told holds for the later ones, too."""
+"""--this-computer-only and --dns-sd: what is chosen for one start holds for later ones as well."""
 
 import os
 
