@@ -61,6 +61,18 @@ public:
     LinuxPlatform platform;
 };
 
+/// Cancels a listener on its queue, and drops this reference to it there.
+void cancelOn(DispatchQueue& queue, std::shared_ptr<Listener> listener)
+{
+    std::promise<void> cancelled;
+    queue.async([&] {
+        listener->cancel();
+        listener = nullptr;
+        cancelled.set_value();
+    });
+    cancelled.get_future().wait();
+}
+
 /// Ready when it has been destroyed.
 class LastWord final {
 public:
@@ -80,21 +92,22 @@ TEST(LinuxPlatform, findsTheFileServerThatItAdvertises)
         std::promise<void> ready;
         std::promise<std::optional<HostEndpoint>> located;
         PlatformHere here(DnsSdMode::Embedded);
-        const auto listener = here.listen();
+        const auto queue = here.makeQueue();
+        auto listener = here.listen();
         listener->setService({.name = "Office", .type = "_smb._tcp"});
         listener->setStateUpdateHandler([&ready](Listener::State state, std::error_code) {
             if (state == Listener::State::Ready)
                 ready.set_value();
         });
         listener->setNewConnectionHandler([](const auto&) {});
-        listener->start(here.makeQueue());
+        listener->start(queue);
         ASSERT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
         here.platform.serviceLocator().locate(
             "Office", [&located](auto found) { located.set_value(std::move(found)); });
         auto result = located.get_future();
         ASSERT_EQ(result.wait_for(kPatience), std::future_status::ready);
         EXPECT_EQ(result.get().value_or(HostEndpoint()).port, kPort);
-        listener->cancel();
+        cancelOn(*queue, std::move(listener));
         here.platform.shutDown();
     });
 }
@@ -191,8 +204,7 @@ TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItIsShutDown)
         listener->start(queue);
         const SilentClient client;
         ASSERT_EQ(cancelled.get_future().wait_for(kPatience), std::future_status::ready);
-        listener->cancel();
-        listener = nullptr;
+        cancelOn(*queue, std::move(listener));
         const auto start = std::chrono::steady_clock::now();
         here.platform.shutDown();
         EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);

@@ -1,5 +1,6 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -244,10 +245,15 @@ TEST(TcpConnection, endsWithAResetIfItIsCancelledWhileItConnects)
         HostEndpoint{.host = "127.0.0.1", .port = phone.port()}, {});
     const auto queue = harness.makeQueue();
     // The attempt runs between the two, and its result is not known before the queue is idle.
+    std::promise<void> cancelled;
     queue->async([&] {
         connection->start(queue);
-        queue->async([&] { connection->cancel(); });
+        queue->async([&] {
+            connection->cancel();
+            cancelled.set_value();
+        });
     });
+    cancelled.get_future().wait();
     const auto peer = phone.accept();
     bool isClean = true;
     EXPECT_TRUE(peer.receiveAll(isClean).empty());
