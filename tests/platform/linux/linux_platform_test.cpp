@@ -102,8 +102,10 @@ TEST(LinuxPlatform, findsTheFileServerThatItAdvertises)
         listener->setNewConnectionHandler([](const auto&) {});
         listener->start(queue);
         ASSERT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
-        here.platform.serviceLocator().locate(
-            "Office", [&located](auto found) { located.set_value(std::move(found)); });
+        here.platform.dispatch().mainQueue()->async([&] {
+            here.platform.serviceLocator().locate(
+                "Office", [&located](auto found) { located.set_value(std::move(found)); });
+        });
         auto result = located.get_future();
         ASSERT_EQ(result.wait_for(kPatience), std::future_status::ready);
         EXPECT_EQ(result.get().value_or(HostEndpoint()).port, kPort);
