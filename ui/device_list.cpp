@@ -107,18 +107,6 @@ ManageButton* successorOf(const UsedButton& used, const std::vector<ManageButton
     return nullptr;
 }
 
-/// The next control in the tab order that is not in `list`; null if there is none.
-QWidget* controlAfter(const QWidget& control, const QWidget& list)
-{
-    for (QWidget* next = control.nextInFocusChain(); next != &control;
-         next = next->nextInFocusChain()) {
-        if ((next->focusPolicy() & Qt::TabFocus) != 0 && next->isVisibleTo(control.window())
-            && !list.isAncestorOf(next))
-            return next;
-    }
-    return nullptr;
-}
-
 /// For each device the first web service with its name; null if there is none.
 std::vector<const DiscoveredDevice*>
 managementsOf(const std::vector<DiscoveredDevice>& devices,
@@ -142,14 +130,9 @@ void AppDelegate::updateDeviceList()
     const std::vector<QWidget*> before = takeAll(*deviceListStack.layout());
     const std::vector<UsedButton> used = usedAmong(manageButtons(rowsAmong(before)));
     const auto managements = managementsOf(discoveredDevices, managementDevices);
-    QWidget* below = nullptr;
-    for (const UsedButton& one : used) {
-        if (!one.use.hasFocus)
-            continue;
-        below = controlAfter(*one.button, deviceListStack);
-        // Hiding it would move the focus, and a screen reader, to another control first.
+    // Hiding it would move the focus, and a screen reader, to another control first.
+    for (const UsedButton& one : used)
         one.button->clearFocus();
-    }
     // Adding a row to a visible list would show it at once and lay out all the others again.
     deviceListStack.hide();
     for (QWidget* old : before) {
@@ -175,8 +158,8 @@ void AppDelegate::updateDeviceList()
     for (const UsedButton& one : used) {
         if (ManageButton* successor = successorOf(one, buttons))
             successor->goOnWith(one.use);
-        else if (one.use.hasFocus && below)
-            below->setFocus(Qt::OtherFocusReason);
+        else if (one.use.hasFocus)
+            managementButton->setFocus(Qt::OtherFocusReason); // the next control below the list
     }
     updateWindowHeight();
 }

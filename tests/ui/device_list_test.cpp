@@ -141,6 +141,17 @@ TEST_F(DeviceList, showsThePhonesInTheirOrderBelowTheHeading)
     EXPECT_EQ(writingOf(heading), (Writing{10, 600, kSlate}));
 }
 
+TEST_F(DeviceList, theHeadingIsEquallyHighInEveryFont)
+{
+    open();
+    findPhones({phoneNamed("Quillbox")});
+    QFont high = view(0).font();
+    high.setPixelSize(30);
+    view(0).setFont(high);
+    settle();
+    EXPECT_EQ(view(0).height(), 12);
+}
+
 TEST_F(DeviceList, aRowIsWrittenAsItShouldBe)
 {
     open();
@@ -418,6 +429,21 @@ TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
     releasePointer(*rows()[0]->manageButton());
     EXPECT_EQ(network.netServices.size(), 1U);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
+    EXPECT_FALSE(QWidget::mouseGrabber());
+}
+
+TEST_F(DeviceList, aKeyAfterAClickDoesNotHoldThePointer)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    ManageButton& manage = *rows()[0]->manageButton();
+    pressPointer(manage);
+    releasePointer(manage);
+    press(manage, Qt::Key_Space);
+    findPhones({phoneNamed("Quillbox A")});
+    ASSERT_TRUE(rows()[0]->manageButton()->isDown());
     EXPECT_FALSE(QWidget::mouseGrabber());
 }
 
