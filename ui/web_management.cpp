@@ -43,6 +43,8 @@ public:
         setWindowFlags(Qt::ToolTip);
         // QMenu does that only if it is a popup.
         connect(this, &QMenu::triggered, this, &QWidget::close);
+        patience->setSingleShot(true);
+        patience->callOnTimeout(this, &QObject::deleteLater);
         qGuiApp->installEventFilter(this);
     }
 
@@ -54,10 +56,7 @@ public:
         if (window.isActiveWindow())
             open();
         else
-            QTimer::singleShot(kLongestActivation, this, [this] {
-                if (waitingFor)
-                    deleteLater();
-            });
+            patience->start(kLongestActivation);
     }
 
 private:
@@ -72,6 +71,7 @@ private:
 
     void open()
     {
+        patience->stop();
         const QWidget& control = *std::exchange(waitingFor, nullptr);
         const QPoint pointer = QCursor::pos();
         popup(window.geometry().contains(pointer)
@@ -102,6 +102,7 @@ private:
 
     const QWidget& window;
     const QWidget* waitingFor = nullptr; ///< where to open it; null once it was opened
+    QTimer* const patience = new QTimer(this);
 };
 
 QMessageBox* makeAlert(QWidget& window)

@@ -12,6 +12,8 @@
 #include "tests/fakes/recording_notice.h"
 #include "tests/fakes/recording_workspace.h"
 
+#include <QEvent>
+#include <QObject>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,6 +22,26 @@
 #include <gtest/gtest.h>
 
 namespace quillbox {
+
+/// Counts the events of a type that a widget gets.
+class EventCounter final : public QObject {
+public:
+    EventCounter(QObject& watched, QEvent::Type countedType) : type(countedType)
+    {
+        watched.installEventFilter(this);
+    }
+
+    bool eventFilter(QObject* /*watched*/, QEvent* event) override
+    {
+        count += event->type() == type ? 1 : 0;
+        return false;
+    }
+
+    int count = 0;
+
+private:
+    const QEvent::Type type;
+};
 
 /// A controller (AppDelegate) with a fake environment.
 class AppFixture : public ::testing::Test {

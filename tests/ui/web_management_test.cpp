@@ -10,6 +10,8 @@
 #include <QPointer>
 #include <QPushButton>
 #include <QStyle>
+#include <QTimer>
+#include <QTimerEvent>
 #include <QWindow>
 #include <initializer_list>
 
@@ -121,6 +123,18 @@ TEST_F(WebManagement, theAlertHasOneButton)
     EXPECT_EQ(button, alert().defaultButton());
 }
 
+TEST_F(WebManagement, theAlertHasTheIconOfTheProgramAndABoldTitle)
+{
+    launchWithPages({});
+    delegate->openManagement();
+    EXPECT_EQ(alert().iconPixmap().deviceIndependentSize(), QSizeF(48, 48));
+    for (const QLabel* label : alert().findChildren<QLabel*>()) {
+        const bool isTitle = label->text() == alert().text();
+        EXPECT_EQ(label->font().weight(), isTitle ? QFont::DemiBold : QFont::Normal)
+            << label->text().toStdString();
+    }
+}
+
 TEST_F(WebManagement, theAlertIsPlainText)
 {
     launchWithPages({});
@@ -208,6 +222,15 @@ TEST_F(WebManagement, oneAlertThatIsShownComesBackWithItsWindow)
     delegate->openManagement();
     EXPECT_FALSE(delegate->window->isMinimized());
     EXPECT_THAT(children<QMessageBox>(), SizeIs(1));
+    QWidget another;
+    another.show();
+    another.activateWindow();
+    QApplication::processEvents();
+    const EventCounter raised(alert(), QEvent::ZOrderChange);
+    delegate->openManagement();
+    QApplication::processEvents();
+    EXPECT_EQ(raised.count, 1);
+    EXPECT_TRUE(alert().isActiveWindow());
 }
 
 TEST_F(WebManagement, onePageNeedsNoMenuAndNoAlert)
@@ -366,7 +389,13 @@ protected:
     void hideWindow()
     {
         delegate->window->close();
+        activateAnother();
+    }
+
+    void activateAnother()
+    {
         another.show();
+        another.activateWindow();
         QApplication::processEvents();
         ASSERT_FALSE(delegate->window->isActiveWindow());
     }
@@ -424,10 +453,53 @@ TEST_F(WebManagementOverWindow, theMenuWaitsUntilItsWindowIsActive)
     delegate->openManagement();
     settle();
     EXPECT_THAT(children<QMenu>(), SizeIs(1)) << "a second one takes the place of the first";
+    QEvent other(QEvent::Leave);
+    QApplication::sendEvent(delegate->window->windowHandle(), &other);
+    EXPECT_FALSE(menu().isVisible());
     delegate->window->show();
     delegate->window->activateWindow();
     QApplication::processEvents();
     EXPECT_TRUE(menu().isVisible());
+}
+
+TEST_F(WebManagementOverWindow, theMenuWaitsNoLongerThanADesktopTakes)
+{
+    launchWithTwoPages();
+    windowPresence.isObeyed = false;
+    hideWindow();
+    delegate->openManagement();
+    auto* patience = menu().findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
+    ASSERT_TRUE(patience && patience->isActive());
+    EXPECT_EQ(patience->interval(), 2000);
+    QTimerEvent end(patience->timerId());
+    QApplication::sendEvent(patience, &end);
+    settle();
+    EXPECT_THAT(children<QMenu>(), IsEmpty());
+}
+
+TEST_F(WebManagementOverWindow, theMenuStaysOnceItIsOpen)
+{
+    launchWithTwoPages();
+    windowPresence.isObeyed = false;
+    hideWindow();
+    delegate->openManagement();
+    auto* patience = menu().findChild<QTimer*>(QString(), Qt::FindDirectChildrenOnly);
+    delegate->window->show();
+    delegate->window->activateWindow();
+    QApplication::processEvents();
+    ASSERT_TRUE(menu().isVisible());
+    EXPECT_FALSE(patience->isActive());
+}
+
+TEST_F(WebManagementOverWindow, theKeysAreTheWindowsUntilTheMenuIsOpen)
+{
+    launchWithTwoPages();
+    windowPresence.isObeyed = false;
+    activateAnother();
+    delegate->openManagement();
+    ASSERT_FALSE(menu().isVisible());
+    pressInWindow(Qt::Key_Escape);
+    EXPECT_FALSE(delegate->window->isVisible());
 }
 
 TEST_F(WebManagementOverWindow, anEntryIsChosenWithTheKeysOfTheWindow)
@@ -480,7 +552,9 @@ TEST_F(WebManagement, aSecondMenuTakesThePlaceOfTheFirst)
     launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
     delegate->openManagement();
     findManagement({adminNamed("Quillbox A"), adminNamed("Quillbox C")});
+    const QPointer<QMenu> first(&menu());
     delegate->openManagement();
+    EXPECT_FALSE(first->isVisible());
     settle();
     ASSERT_THAT(children<QMenu>(), SizeIs(1));
     EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox A", "Quillbox C"));
