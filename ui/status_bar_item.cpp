@@ -73,8 +73,7 @@ void StatusBarItem::showIfPossible()
 
 void StatusBarItem::openMenu()
 {
-    if (!itemMenu->isVisible())
-        itemMenu->popup(QCursor::pos());
+    itemMenu->popup(QCursor::pos());
 }
 
 /// A panel that does not open the menu itself reports a left click, a right click, or both. In a

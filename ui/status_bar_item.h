@@ -29,7 +29,7 @@ public:
     /// is not shown.
     QMenu& menu() { return *itemMenu; }
 
-    /// Opens the menu at the pointer, unless it is open.
+    /// Opens the menu at the pointer.
     void openMenu();
 
     QString toolTip() const { return text; }
@@ -38,7 +38,7 @@ public:
     void setToolTip(const QString& toolTip);
 
     /// Whether the desktop has a host for the item, and hence shows it.
-    bool isShown() const { return host.isAvailable(); }
+    bool isShown() const { return shownItem && host.isAvailable(); }
 
     /// Called at a click on the item, unless the desktop opens the menu by itself.
     std::function<void()> clicked;
