@@ -25,9 +25,7 @@ QPalette lightPalette()
     for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
         palette.setColor(QPalette::Disabled, role, faint);
     palette.setColor(QPalette::Base, Qt::white);
-    palette.setColor(QPalette::AlternateBase, window);
     palette.setColor(QPalette::ToolTipBase, Qt::white);
-    palette.setColor(QPalette::PlaceholderText, faint);
     palette.setColor(QPalette::Highlight, highlight);
     palette.setColor(QPalette::HighlightedText, Qt::white);
     palette.setColor(QPalette::Link, highlight);

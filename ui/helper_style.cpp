@@ -153,7 +153,7 @@ QRect scrollHandle(const QStyleOptionSlider& bar)
     return {bar.rect.left(), bar.rect.top() + offset, bar.rect.width(), length};
 }
 
-/// Only the handle: the content shows through.
+/// Only the handle: the content shows through. All scroll bars are vertical.
 void drawScrollBar(QPainter& painter, const QStyleOptionSlider& bar)
 {
     const bool isUsed = has(bar, QStyle::State_MouseOver) || has(bar, QStyle::State_Sunken);
@@ -166,11 +166,6 @@ void drawScrollBar(QPainter& painter, const QStyleOptionSlider& bar)
     handle.setWidth(kScrollHandleWidth);
     painter.drawRoundedRect(handle, kScrollHandleWidth / 2.0, kScrollHandleWidth / 2.0);
     painter.restore();
-}
-
-bool isVerticalScrollBar(QStyle::ComplexControl control, const QStyleOptionSlider* bar)
-{
-    return control == QStyle::CC_ScrollBar && bar != nullptr && bar->orientation == Qt::Vertical;
 }
 
 } // namespace
@@ -242,7 +237,7 @@ QRect HelperStyle::subControlRect(ComplexControl control, const QStyleOptionComp
                                   SubControl part, const QWidget* widget) const
 {
     const auto* bar = qstyleoption_cast<const QStyleOptionSlider*>(option);
-    if (!isVerticalScrollBar(control, bar))
+    if (control != CC_ScrollBar || !bar)
         return QProxyStyle::subControlRect(control, option, part, widget);
     const QRect handle = scrollHandle(*bar);
     switch (part) {
@@ -267,7 +262,7 @@ void HelperStyle::drawItemText(QPainter* painter, const QRect& area, int flags,
 {
     const QFontMetrics metrics = painter->fontMetrics();
     const int excess = metrics.height() - area.height();
-    if (excess <= 0 || (flags & Qt::AlignVCenter) == 0 || (flags & Qt::TextWordWrap) != 0) {
+    if (excess <= 0) {
         QProxyStyle::drawItemText(painter, area, flags, palette, isEnabled, text, role);
         return;
     }
@@ -317,7 +312,7 @@ void HelperStyle::drawComplexControl(ComplexControl control, const QStyleOptionC
                                      QPainter* painter, const QWidget* widget) const
 {
     const auto* bar = qstyleoption_cast<const QStyleOptionSlider*>(option);
-    if (isVerticalScrollBar(control, bar))
+    if (control == CC_ScrollBar && bar)
         drawScrollBar(*painter, *bar);
     else
         QProxyStyle::drawComplexControl(control, option, painter, widget);

@@ -49,13 +49,11 @@ public:
     }
 
     /// `size` is in device pixels.
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State /*state*/) override
+    QPixmap pixmap(const QSize& size, QIcon::Mode /*mode*/, QIcon::State /*state*/) override
     {
         QPixmap result(size);
         result.fill(Qt::transparent);
         QPainter painter(&result);
-        if (mode == QIcon::Disabled)
-            painter.setOpacity(0.4);
         const int side = std::min(size.width(), size.height());
         renderer->render(&painter, QRectF((size.width() - side) / 2.0, (size.height() - side) / 2.0,
                                           side, side));

@@ -73,7 +73,6 @@ void OverlayScrollBar::reveal()
         return;
     fading.stop();
     fading.start();
-    update();
 }
 
 } // namespace quillbox

@@ -202,6 +202,13 @@ TEST_F(Appearance, theDefaultButtonOfAnAlertIsBlue)
     QAbstractButton* ok = alert->buttons().front();
     EXPECT_EQ(pictureOf(*ok).pixelColor(3, ok->height() / 2), Brand::blue());
     EXPECT_TRUE(ok->icon().isNull());
+    const QImage picture = pictureOf(*ok);
+    int lightest = 0;
+    for (int x = 4; x < picture.width() - 4; ++x) {
+        for (int y = 4; y < picture.height() - 4; ++y)
+            lightest = std::max(lightest, picture.pixelColor(x, y).lightness());
+    }
+    EXPECT_EQ(lightest, 255) << "its text is white";
 }
 
 } // namespace

@@ -184,6 +184,15 @@ TEST(Icons, stayInShapeInAnyArea)
     EXPECT_FALSE(Icons::status().isNull());
     EXPECT_EQ(Icons::status().actualSize(QSize(40, 22)), QSize(22, 22));
     EXPECT_EQ(drawn(Icons::application(), 64).pixelColor(0, 0).alpha(), 0) << "rounded corners";
+    const QImage square = drawn(Icons::status(), 22);
+    const auto drawnInto = [](int width, int height) {
+        return Icons::status()
+            .pixmap(QSize(width, height))
+            .toImage()
+            .convertToFormat(QImage::Format_ARGB32);
+    };
+    EXPECT_EQ(drawnInto(40, 22).copy(9, 0, 22, 22), square);
+    EXPECT_EQ(drawnInto(22, 40).copy(0, 9, 22, 22), square);
 }
 
 } // namespace

@@ -2,10 +2,15 @@
 #include "ui/brand.h"
 #include "ui/dot_label.h"
 #include "ui/overlay_scroll_bar.h"
+#include "ui/rounded_box.h"
 #include "ui/text_style.h"
 
 #include <QApplication>
+#include <QDeadlineTimer>
 #include <QEnterEvent>
+#include <QPainter>
+#include <QStyle>
+#include <QStyleOptionSlider>
 #include <algorithm>
 #include <cmath>
 #include <string>
@@ -75,6 +80,31 @@ protected:
         return dynamic_cast<OverlayScrollBar&>(*area().verticalScrollBar());
     }
 
+    QStyleOptionSlider stateOfBar() const
+    {
+        QStyleOptionSlider option;
+        option.initFrom(&bar());
+        option.orientation = Qt::Vertical;
+        option.minimum = bar().minimum();
+        option.maximum = bar().maximum();
+        option.sliderPosition = bar().sliderPosition();
+        option.pageStep = bar().pageStep();
+        return option;
+    }
+
+    QRect partOfBar(QStyle::SubControl part) const
+    {
+        const QStyleOptionSlider state = stateOfBar();
+        return bar().style()->subControlRect(QStyle::CC_ScrollBar, &state, part, &bar());
+    }
+
+    /// Which part a press at that height is for.
+    QStyle::SubControl partOfBarAt(int y) const
+    {
+        const QStyleOptionSlider state = stateOfBar();
+        return bar().style()->hitTestComplexControl(QStyle::CC_ScrollBar, &state, {6, y}, &bar());
+    }
+
     /// The colour of the window at a point of its viewport.
     QColor shownAt(const QPoint& point) const
     {
@@ -135,9 +165,104 @@ TEST_F(Look, theTextOfAButtonIsReadableWhateverHappensToIt)
     EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
 }
 
+TEST_F(Look, buttonsAreDarkerUnderThePointerAndDarkerStillWhenPressed)
+{
+    openWithEverything();
+    for (QPushButton* one :
+         {button(QStringLiteral("Restart service")), button(QStringLiteral("Open in Finder"))}) {
+        const auto luminanceOfFill = [one] {
+            return luminance(pictureOf(*one).pixelColor(5, one->height() / 2));
+        };
+        const double atRest = luminanceOfFill();
+        one->setAttribute(Qt::WA_UnderMouse);
+        const double hovered = luminanceOfFill();
+        one->setDown(true);
+        EXPECT_LT(hovered, atRest) << one->text().toStdString();
+        EXPECT_LT(luminanceOfFill(), hovered) << one->text().toStdString();
+    }
+}
+
+TEST_F(Look, anUncheckedBoxAnswersToThePointer)
+{
+    open();
+    QCheckBox& box = delegate->showInFinder;
+    box.setChecked(false);
+    const auto fill = [&box] { return pictureOf(box).pixelColor(8, 8); };
+    EXPECT_EQ(fill(), QColor(Qt::white));
+    box.setAttribute(Qt::WA_UnderMouse);
+    EXPECT_EQ(fill(), Brand::pale());
+    box.setDown(true);
+    EXPECT_EQ(fill(), Brand::border());
+}
+
+TEST_F(Look, theTickIsInsideTheBoxWhereverThatStands)
+{
+    open();
+    QCheckBox box;
+    box.setChecked(true);
+    box.resize(60, 40);
+    EXPECT_EQ(pictureOf(box).pixelColor(7, 12 + 10), QColor(Qt::white));
+}
+
+TEST_F(Look, theTextThatFoldsIsDarkerUnderThePointer)
+{
+    open();
+    const auto darkest = [this] {
+        const QImage picture = pictureOf(delegate->advancedButton);
+        double least = 1;
+        for (int y = 0; y < picture.height(); ++y) {
+            for (int x = 0; x < picture.width(); ++x)
+                least = std::min(least, luminance(picture.pixelColor(x, y)));
+        }
+        return least;
+    };
+    const double atRest = darkest();
+    delegate->advancedButton.setAttribute(Qt::WA_UnderMouse);
+    EXPECT_LT(darkest(), atRest);
+}
+
+TEST_F(Look, theTextThatFoldsHasNoRoomAroundIt)
+{
+    open();
+    const QPushButton& fold = delegate->advancedButton;
+    EXPECT_LE(fold.width(), widthOf(fold.text(), fold.font()) + 4);
+}
+
+TEST_F(Look, onlyTallButtonsHaveVeryRoundCorners)
+{
+    open();
+    QPushButton one;
+    const auto isCornerFilled = [&one](int height) {
+        one.resize(80, height);
+        return pictureOf(one).pixelColor(2, 1) != pictureOf(one).pixelColor(0, 0);
+    };
+    EXPECT_TRUE(isCornerFilled(29));
+    EXPECT_FALSE(isCornerFilled(30));
+}
+
+TEST_F(Look, aBoxLeavesThePainterAsItWas)
+{
+    QImage picture(20, 20, QImage::Format_RGB32);
+    QPainter painter(&picture);
+    const QPen pen = painter.pen();
+    const QBrush brush = painter.brush();
+    const QPainter::RenderHints hints = painter.renderHints();
+    RoundedBox::paint(painter, picture.rect(), {.radius = 5, .fill = Qt::red, .border = Qt::blue});
+    EXPECT_EQ(painter.pen(), pen);
+    EXPECT_EQ(painter.brush(), brush);
+    EXPECT_EQ(painter.renderHints(), hints);
+}
+
 TEST_F(Look, theButtonsOfTheCardAreEquallyHigh)
 {
     openWithEverything();
+    // A family with lower lines than usual.
+    for (QPushButton* one : ordinaryButtons()) {
+        QFont low = one->font();
+        low.setPixelSize(6);
+        one->setFont(low);
+    }
+    settle();
     for (const QPushButton* one : ordinaryButtons()) {
         EXPECT_EQ(one->height(), ordinaryButtons()[0]->height()) << one->text().toStdString();
         EXPECT_EQ(one->font().pixelSize(), ordinaryButtons()[0]->font().pixelSize());
@@ -199,6 +324,8 @@ TEST_F(Look, aCardThatGoesOnFadesOut)
     EXPECT_LT(contrast(shownAt({left, bottom}), Brand::surface()), 1.02);
     EXPECT_EQ(shownAt({left, bottom - 40}), Brand::border());
     EXPECT_NE(shownAt({left, bottom - 8}), Brand::border());
+    const QWidget* below = area().viewport()->childAt(left + 20, bottom);
+    EXPECT_TRUE(area().widget()->isAncestorOf(below)) << "it takes no clicks";
 
     bar().setValue(bar().maximum());
     EXPECT_LT(contrast(shownAt({left, 0}), Brand::surface()), 1.02);
@@ -214,9 +341,48 @@ TEST_F(Look, theScrollBarTakesNoRoom)
     ASSERT_TRUE(isScrolling());
     EXPECT_TRUE(bar().isVisible());
     EXPECT_EQ(area().viewport()->width(), area().width());
+    EXPECT_FALSE(bar().testAttribute(Qt::WA_OpaquePaintEvent)) << "the content shows through";
     EXPECT_EQ(bar().mapTo(&window(), QPoint(bar().width(), 0)).x(), window().width());
     EXPECT_GT(place(card()).right(), 0);
     EXPECT_LT(place(card()).right(), bar().mapTo(&window(), QPoint()).x());
+}
+
+TEST_F(Look, theScrollBarHasAHandleAndPagesBesideIt)
+{
+    open();
+    showPhones(30);
+    ASSERT_TRUE(isScrolling());
+    for (const int value : {0, bar().maximum() / 2, bar().maximum()}) {
+        bar().setValue(value);
+        const QRect handle = partOfBar(QStyle::SC_ScrollBarSlider);
+        EXPECT_EQ(handle.top() == 0, value == 0) << value;
+        EXPECT_EQ(handle.bottom() == bar().height() - 1, value == bar().maximum()) << value;
+        for (int y = 0; y < bar().height(); ++y) {
+            const auto expected = y < handle.top()      ? QStyle::SC_ScrollBarSubPage
+                                  : y > handle.bottom() ? QStyle::SC_ScrollBarAddPage
+                                                        : QStyle::SC_ScrollBarSlider;
+            EXPECT_EQ(partOfBarAt(y), expected) << value << ' ' << y;
+        }
+    }
+}
+
+TEST_F(Look, theScrollBarHasAHandleHoweverMuchThereIs)
+{
+    open();
+    bar().resize(12, 300);
+    bar().setRange(0, 100'000);
+    EXPECT_EQ(partOfBar(QStyle::SC_ScrollBarSlider).height(), 24);
+    bar().resize(12, 10);
+    EXPECT_EQ(partOfBar(QStyle::SC_ScrollBarSlider).height(), 10);
+}
+
+TEST_F(Look, theScrollBarOfAnAreaWithoutHeightHasAHandle)
+{
+    open();
+    bar().resize(12, 300);
+    bar().setRange(0, 0);
+    bar().setPageStep(0);
+    EXPECT_GT(partOfBar(QStyle::SC_ScrollBarSlider).height(), 0);
 }
 
 TEST_F(Look, theScrollBarIsSeenWhileItMatters)
@@ -265,11 +431,22 @@ TEST_F(Look, theScrollBarFadesOutByItself)
     bar().setValue(50);
     EXPECT_EQ(bar().animation().state(), QAbstractAnimation::Running);
     const int all = bar().animation().totalDuration();
+    EXPECT_GE(all, 1000);
+    EXPECT_LE(all, 2000);
     bar().animation().setCurrentTime(all / 2);
     EXPECT_EQ(bar().strength(), 1);
+    EventCounter painted(bar(), QEvent::Paint);
+    QCoreApplication::processEvents();
     bar().animation().setCurrentTime(all - 50);
     EXPECT_LT(bar().strength(), 1);
     EXPECT_GT(bar().strength(), 0);
+    painted.count = 0;
+    const QDeadlineTimer limit(5000);
+    while (painted.count == 0 && !limit.hasExpired())
+        QCoreApplication::processEvents();
+    EXPECT_GT(painted.count, 0);
+    bar().setValue(60);
+    EXPECT_EQ(bar().strength(), 1) << "scrolling begins it anew";
 }
 
 } // namespace
