@@ -81,9 +81,6 @@ ContentArea::ContentArea(QWidget* parent) : QScrollArea(parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSizeConstraint(QLayout::SetNoConstraint);
     setWidget(content);
-    // Transparent: the background of the window shows.
-    viewport()->setAutoFillBackground(false);
-    content->setAutoFillBackground(false);
     topEdge = new FadingEdge(Qt::TopEdge, viewport());
     bottomEdge = new FadingEdge(Qt::BottomEdge, viewport());
 }
@@ -103,7 +100,7 @@ void ContentArea::setFinalHeight(std::optional<int> height)
 
 bool ContentArea::eventFilter(QObject* watched, QEvent* event)
 {
-    if (watched == widget() && event->type() == QEvent::LayoutRequest)
+    if (event->type() == QEvent::LayoutRequest)
         fit();
     return QScrollArea::eventFilter(watched, event);
 }

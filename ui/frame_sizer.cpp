@@ -102,7 +102,7 @@ void FrameSizer::apply()
     // The window manager keeps the top left corner when a window changes its size. The size is
     // fixed, so that nobody else can change it.
     const QSize size = *frameSize - decoration();
-    if (window.minimumSize() != size || window.maximumSize() != size) {
+    if (window.minimumSize() != size) {
         corrections = 0;
         window.setFixedSize(size);
     } else if (window.size() != size && corrections < kMaximumCorrections) {

@@ -40,7 +40,6 @@ constexpr QMargins kCardInsets{18, 16, 18, 16};
 constexpr int kCardSpacing = 11;
 constexpr int kCardRadius = 16;
 
-constexpr int kStatusWidth = 360;
 constexpr QMargins kStatusInsets{13, 10, 13, 10};
 constexpr int kStatusSpacing = 9;
 constexpr int kStatusRadius = 10;
@@ -61,9 +60,7 @@ QPalette windowPalette()
 {
     QPalette palette(Brand::surface());
     palette.setColor(QPalette::Window, Brand::surface());
-    palette.setColor(QPalette::Button, Qt::white);
     palette.setColor(QPalette::Base, Qt::white);
-    palette.setColor(QPalette::AlternateBase, Brand::pale());
     palette.setColor(QPalette::Highlight, Brand::blue());
     palette.setColor(QPalette::HighlightedText, Qt::white);
     QColor faint = Brand::slate();
@@ -243,7 +240,6 @@ QWidget* AppDelegate::buildStatusBox()
 {
     auto* box =
         new RoundedBox({.radius = kStatusRadius, .fill = Brand::pale(), .border = Brand::border()});
-    box->setFixedWidth(kStatusWidth);
     setAccessibleRole(*box, QAccessible::StatusBar);
     box->setAccessibleName(QStringLiteral("Status"));
     auto* row = new QHBoxLayout(box);

@@ -1,15 +1,36 @@
 #include "tests/ui/window_fixture.h"
 #include "ui/brand.h"
 #include "ui/header.h"
+#include "ui/helper_style.h"
+#include "ui/text_style.h"
 
+#include <QApplication>
 #include <QDialog>
+#include <QEvent>
 #include <QLayout>
+#include <QLineEdit>
+#include <QProxyStyle>
+#include <QScrollBar>
 #include <memory>
 #include <vector>
 
 namespace quillbox {
 
 namespace {
+
+/// The window's style with other distances between what is in layouts.
+class SpaciousStyle final : public QProxyStyle {
+public:
+    SpaciousStyle() : QProxyStyle(new HelperStyle) {}
+
+    int pixelMetric(PixelMetric metric, const QStyleOption* option,
+                    const QWidget* widget) const override
+    {
+        return metric == PM_LayoutHorizontalSpacing || metric == PM_LayoutVerticalSpacing
+                   ? 25
+                   : QProxyStyle::pixelMetric(metric, option, widget);
+    }
+};
 
 class MainWindow : public WindowFixture {
 protected:
@@ -78,6 +99,25 @@ TEST_F(MainWindow, isNotShownByBeingBuilt)
     EXPECT_EQ(window().size(), QSize(440, 340));
 }
 
+TEST_F(MainWindow, closingItOnlyHidesIt)
+{
+    open();
+    EXPECT_FALSE(window().close()) << "refused, so that the toolkit does not end the program";
+    EXPECT_FALSE(window().isVisible());
+    EXPECT_EQ(terminations, 0);
+}
+
+TEST_F(MainWindow, comesToTheFrontOfTheOtherWindows)
+{
+    open();
+    activateAnother();
+    const EventCounter raised(window(), QEvent::ZOrderChange);
+    delegate->showHelper();
+    QCoreApplication::processEvents();
+    EXPECT_EQ(raised.count, 1);
+    EXPECT_TRUE(window().isActiveWindow());
+}
+
 TEST_F(MainWindow, everyTextIsWrittenAsItShouldBe)
 {
     open();
@@ -129,6 +169,57 @@ TEST_F(MainWindow, everythingStandsInOrderAndAtItsDistance)
         EXPECT_EQ(place(*parts[index]).left(), 22 + 18) << index;
     }
     EXPECT_EQ(place(card()).bottom(), place(delegate->advancedButton).bottom() + 16);
+}
+
+TEST_F(MainWindow, noDistanceIsOneOfTheStyle)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
+    findManagement({phoneNamed("Quillbox A")});
+    delegate->toggleAdvanced();
+    settle();
+    const auto places = [this] {
+        std::vector<QRect> all;
+        for (const auto* part : area().widget()->findChildren<QWidget*>()) {
+            if (part->isVisible())
+                all.push_back(place(*part));
+        }
+        return all;
+    };
+    const std::vector<QRect> before = places();
+    QApplication::setStyle(new SpaciousStyle);
+    settle();
+    EXPECT_EQ(places(), before);
+}
+
+TEST_F(MainWindow, isAsWideInANarrowFrame)
+{
+    open();
+    setContentSize({360, 340});
+    EXPECT_EQ(place(card()), QRect(place(card()).topLeft(), QSize(396, card().height())));
+    EXPECT_EQ(place(card()).left(), 0);
+    EXPECT_GE(area().widget()->width(), 396);
+    EXPECT_FALSE(area().horizontalScrollBar()->isVisible());
+}
+
+TEST_F(MainWindow, selectedTextIsWhiteOnBlue)
+{
+    open();
+    delegate->toggleAdvanced();
+    settle();
+    QLineEdit& field = delegate->hostField;
+    field.setText(QStringLiteral("HHHH"));
+    field.setFocus();
+    field.selectAll();
+    const QImage picture = pictureOf(field);
+    int blue = 0;
+    int white = 0;
+    for (int x = 8; x < 8 + widthOf(QStringLiteral("HHH"), field.font()); ++x) {
+        blue += picture.pixelColor(x, 5) == Brand::blue() ? 1 : 0;
+        white += picture.pixelColor(x, 11).lightness() > 230 ? 1 : 0;
+    }
+    EXPECT_GT(blue, 0);
+    EXPECT_GT(white, 0);
 }
 
 TEST_F(MainWindow, theStatusStandsInItsBoxAtItsDistance)

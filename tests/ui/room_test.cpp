@@ -1,8 +1,12 @@
 #include "tests/ui/window_fixture.h"
+#include "ui/content_area.h"
 #include "ui/frame_sizer.h"
 
 #include <QApplication>
+#include <QScrollBar>
+#include <QVBoxLayout>
 #include <QWindow>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -227,6 +231,12 @@ TEST_F(Decoration, aSizeThatTheCompositorInsistsOnIsLeft)
         QCoreApplication::processEvents();
     }
     EXPECT_EQ(window.size(), QSize(440, 442));
+
+    sizer.setFrameSize({440, 500});
+    sizer.animation().setCurrentTime(sizer.animation().totalDuration());
+    window.windowHandle()->resize(440, 442);
+    QCoreApplication::processEvents();
+    EXPECT_EQ(window.size(), QSize(440, 500)) << "it does not insist on the next one yet";
 }
 
 TEST_F(Decoration, thatIsReportedCountsEverywhere)
@@ -245,6 +255,83 @@ TEST_F(Decoration, isReportedWithItsShadowOnWayland)
     // What older versions report.
     const QMargins plain(3, 30, 3, 3);
     EXPECT_EQ(FrameSizer::visibleSize(plain, FrameSizer::Reported::AsOnWayland), QSize(6, 33));
+    const QMargins widest(10, 40, 10, 10);
+    EXPECT_EQ(FrameSizer::visibleSize(widest, FrameSizer::Reported::AsOnWayland), QSize(20, 50));
+    const QMargins uneven(12, 40, 12, 3);
+    EXPECT_EQ(FrameSizer::visibleSize(uneven, FrameSizer::Reported::AsOnWayland), QSize(24, 43));
+}
+
+/// An area with a distance of 100 pixels above a part that is 100 pixels high.
+class Distance : public ::testing::Test {
+protected:
+    Distance()
+    {
+        area.setParent(&window);
+        part.setFixedSize(50, 100);
+        inFold.setContentsMargins(0, 0, 0, 0);
+        inFold.addWidget(&part);
+        area.column().addWidget(&fold);
+        window.show();
+    }
+
+    /// Adds the distance, at the top of that layout.
+    void add(QLayout& layout, ContentArea::GivesWay givesWay)
+    {
+        distance = [&layout] { return layout.contentsMargins().top(); };
+        area.addGap({.usual = 100, .givesWay = givesWay, .set = [&layout](int top) {
+                         QMargins margins = layout.contentsMargins();
+                         margins.setTop(top);
+                         layout.setContentsMargins(margins);
+                     }});
+    }
+
+    /// The distance in an area of that height, before any event is handled.
+    int at(int height)
+    {
+        area.resize(80, height);
+        isScrolling = area.verticalScrollBar()->maximum() > 0;
+        return distance();
+    }
+
+    QWidget window;
+    ContentArea& area = *new ContentArea;
+    QWidget& fold = *new QWidget;
+    QVBoxLayout& inFold = *new QVBoxLayout(&fold);
+    QWidget& part = *new QWidget;
+    std::function<int()> distance;
+    bool isScrolling = false;
+};
+
+TEST_F(Distance, givesWayToATitleBarUpToAQuarterOfItself)
+{
+    add(area.column(), ContentArea::GivesWay::ToTitleBar);
+    EXPECT_EQ(at(200), 100);
+    EXPECT_EQ(at(150), 50);
+    EXPECT_EQ(at(125), 25);
+    EXPECT_FALSE(isScrolling);
+    EXPECT_EQ(at(124), 100);
+    EXPECT_TRUE(isScrolling);
+}
+
+TEST_F(Distance, givesWayToTheFoldUpToTwoFifthsOfItself)
+{
+    area.setFold(fold);
+    add(inFold, ContentArea::GivesWay::InsideFold);
+    EXPECT_EQ(at(200), 100);
+    EXPECT_EQ(at(140), 40);
+    EXPECT_FALSE(isScrolling);
+    EXPECT_EQ(at(139), 100);
+    EXPECT_TRUE(isScrolling);
+}
+
+TEST_F(Distance, thatGivesWayCausesNoScrollingInBetween)
+{
+    area.setFold(fold);
+    add(inFold, ContentArea::GivesWay::InsideFold);
+    for (int height = 200; height >= 140; --height) {
+        EXPECT_EQ(at(height), height - 100);
+        EXPECT_FALSE(isScrolling) << height;
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "ui/frame_sizer.h"
 
 #include <QApplication>
+#include <QFocusFrame>
 #include <QProxyStyle>
 #include <QScrollBar>
 #include <algorithm>
@@ -129,6 +130,8 @@ TEST_F(WindowHeight, changesBitByBit)
         last = frame().height();
     }
     EXPECT_LT(last, 520);
+    animation().setCurrentTime(animation().totalDuration() / 2);
+    EXPECT_GT(frame().height(), 340 + 180 * 3 / 4) << "quickly at first";
     animation().setCurrentTime(animation().totalDuration());
     EXPECT_EQ(frame().height(), 520);
 }
@@ -166,6 +169,15 @@ TEST_F(WindowHeight, aHiddenWindowChangesAtOnce)
     delegate->showHelper();
     layOut();
     EXPECT_EQ(frame(), QSize(440, 404));
+}
+
+TEST_F(WindowHeight, aMinimisedWindowChangesAtOnce)
+{
+    open();
+    window().setWindowState(Qt::WindowMinimized);
+    setPhones(2);
+    delegate->updateDeviceList();
+    EXPECT_EQ(animation().state(), QAbstractAnimation::Stopped);
 }
 
 TEST_F(WindowHeight, changesAtOnceWhereNothingIsToMove)
@@ -230,6 +242,28 @@ TEST_F(WindowHeight, noScrollBarFlashesUpWhileTheHeightChanges)
     }
     settle();
     EXPECT_EQ(area().verticalScrollBar()->isVisible(), isScrolling());
+}
+
+TEST_F(WindowHeight, noEdgeFadesOutWhileTheHeightChanges)
+{
+    open();
+    showPhones(13);
+    const auto isAnyEdgeShown = [this] {
+        const auto parts =
+            area().viewport()->findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly);
+        return std::ranges::any_of(parts, [this](const QWidget* part) {
+            return part != area().widget() && !dynamic_cast<const QFocusFrame*>(part)
+                   && part->isVisible();
+        });
+    };
+    EXPECT_FALSE(isAnyEdgeShown());
+    delegate->toggleAdvanced();
+    animation().setCurrentTime(animation().totalDuration() / 2);
+    layOut();
+    EXPECT_FALSE(isAnyEdgeShown());
+    settle();
+    ASSERT_TRUE(isScrolling());
+    EXPECT_TRUE(isAnyEdgeShown());
 }
 
 } // namespace
