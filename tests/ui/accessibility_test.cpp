@@ -29,6 +29,9 @@ public:
         setActive(true);
         before = QAccessible::installUpdateHandler([](QAccessibleEvent* event) {
             current->all.emplace_back(event->object(), event->type());
+            if (event->type() == QAccessible::StateChanged)
+                current->changed =
+                    static_cast<QAccessibleStateChangeEvent*>(event)->changedStates();
         });
     }
     ~Reports()
@@ -39,6 +42,9 @@ public:
 
     Reports(const Reports&) = delete;
     Reports& operator=(const Reports&) = delete;
+
+    /// What the last change of a state was about.
+    QAccessible::State changedStates() const { return changed; }
 
     std::ptrdiff_t count(const QObject& object, QAccessible::Event type) const
     {
@@ -55,6 +61,7 @@ private:
     static inline Reports* current = nullptr;
 
     std::vector<std::pair<const QObject*, QAccessible::Event>> all;
+    QAccessible::State changed;
     QAccessible::UpdateHandler before = nullptr;
 };
 
@@ -172,6 +179,7 @@ TEST_F(Accessibility, theDotTellsTheServiceBeforeTheFirstReportToo)
     create();
     delegate->buildWindow();
     EXPECT_EQ(nameOf(delegate->statusDot), "Finder service off");
+    EXPECT_EQ(nameOf(delegate->statusLabel), statusText());
 }
 
 TEST_F(Accessibility, theStatusIsAStatusBar)
@@ -248,7 +256,25 @@ TEST_F(Accessibility, foldingIsReported)
     for (const std::ptrdiff_t times : {1, 2}) {
         delegate->toggleAdvanced();
         EXPECT_EQ(reports.count(delegate->advancedButton, QAccessible::StateChanged), times);
+        EXPECT_TRUE(reports.changedStates().expanded);
+        EXPECT_TRUE(reports.changedStates().collapsed);
     }
+}
+
+TEST_F(Accessibility, aButtonThatIsHeldDownIsPressed)
+{
+    open();
+    EXPECT_FALSE(interfaceOf(delegate->advancedButton).state().pressed);
+    delegate->advancedButton.setDown(true);
+    EXPECT_TRUE(interfaceOf(delegate->advancedButton).state().pressed);
+}
+
+TEST_F(Accessibility, givingAButtonTheFocusIsNoClick)
+{
+    open();
+    act(delegate->advancedButton, QAccessibleActionInterface::setFocusAction());
+    EXPECT_TRUE(delegate->advancedButton.hasFocus());
+    EXPECT_FALSE(delegate->advancedVisible);
 }
 
 TEST_F(Accessibility, noOtherButtonIsExpandable)

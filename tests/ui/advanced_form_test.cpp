@@ -1,6 +1,7 @@
 #include "tests/ui/window_fixture.h"
 #include "ui/brand.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <utility>
 
@@ -26,7 +27,52 @@ protected:
 
     QPushButton& restart() const { return *button(QStringLiteral("Restart service")); }
     QPushButton& openInFinder() const { return *button(QStringLiteral("Open in Finder")); }
+
+    /// The first and the last column in which anything but the colour of the middle row's first
+    /// pixel is painted, other than in the `margin` on both sides.
+    static std::pair<int, int> paintedColumns(const QImage& picture, int margin = 0)
+    {
+        const QColor background = picture.pixelColor(margin, picture.height() / 2);
+        int first = picture.width();
+        int last = -1;
+        for (int x = margin; x < picture.width() - margin; ++x) {
+            for (int y = margin; y < picture.height() - margin; ++y) {
+                if (picture.pixelColor(x, y) != background) {
+                    first = std::min(first, x);
+                    last = x;
+                }
+            }
+        }
+        return {first, last};
+    }
 };
+
+TEST_F(AdvancedForm, theTextOfAFieldKeepsAwayFromTheBorder)
+{
+    unfold();
+    for (QLineEdit* field : {&delegate->hostField, &delegate->userField}) {
+        field->setText(QStringLiteral("HHH"));
+        EXPECT_GE(paintedColumns(pictureOf(*field), 2).first, 1 + 4);
+    }
+}
+
+TEST_F(AdvancedForm, aLabelThatIsCutOffStandsAgainstItsFieldToo)
+{
+    unfold();
+    QLabel& text = *label(QStringLiteral("Phone IP or name"));
+    for (int width = 50; width < 70; ++width) {
+        text.setFixedWidth(width);
+        EXPECT_GE(paintedColumns(pictureOf(text)).second, width - 3) << width;
+    }
+}
+
+TEST_F(AdvancedForm, theDistanceOfTheButtonsDoesNotGiveWay)
+{
+    unfold();
+    setContentSize({440, 480});
+    ASSERT_LT(place(note()).top(), place(openInFinder()).bottom() + 1 + 10);
+    EXPECT_EQ(place(openInFinder()).left(), place(restart()).right() + 1 + 10);
+}
 
 TEST_F(AdvancedForm, theFieldsShowWhatTheyAreFor)
 {

@@ -48,6 +48,13 @@ protected:
     int ends = 0;
 };
 
+TEST_F(EditFieldTest, leavingItEndsTheSelection)
+{
+    field->selectAll();
+    other->setFocus(Qt::TabFocusReason);
+    EXPECT_FALSE(field->hasSelectedText());
+}
+
 TEST_F(EditFieldTest, passingThroughEndsNoEdit)
 {
     press(Qt::Key_Tab);

@@ -73,6 +73,23 @@ TEST(ElidedLabel, countsItsMarginsAsNoRoom)
     EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));
 }
 
+TEST(ElidedLabel, growsByItsMargins)
+{
+    ElidedLabel label(longName().toStdString());
+    const QSize whole = label.sizeHint();
+    const QSize smallest = label.minimumSizeHint();
+    label.setContentsMargins(1, 2, 4, 8);
+    EXPECT_EQ(label.sizeHint(), whole + QSize(5, 10));
+    EXPECT_EQ(label.minimumSizeHint(), smallest + QSize(5, 10));
+}
+
+TEST(ElidedLabel, needsNoRoomForAnEllipsisThatItNeverShows)
+{
+    EXPECT_EQ(ElidedLabel("").minimumSizeHint().width(), 0);
+    const ElidedLabel narrow("i");
+    EXPECT_EQ(narrow.minimumSizeHint(), narrow.sizeHint());
+}
+
 TEST(ElidedLabel, endsInAnEllipsis)
 {
     ElidedLabel label(longName().toStdString());

@@ -3,6 +3,7 @@
 #include "ui/focus_ring.h"
 
 #include <QApplication>
+#include <QKeyEvent>
 #include <QMessageBox>
 #include <QScrollBar>
 #include <QShortcut>
@@ -185,6 +186,20 @@ TEST_F(Keyboard, aRedrawBetweenPressAndReleaseOfSpaceKeepsTheClick)
     settle();
     release(*rows()[0]->manageButton(), Qt::Key_Space);
     EXPECT_EQ(network.netServices.size(), 1U);
+}
+
+TEST_F(Keyboard, onlyAKeyThatDoesSomethingCountsAsHandled)
+{
+    openWithPhones({});
+    const auto isHandled = [this](int key) {
+        QKeyEvent event(QEvent::KeyPress, key, Qt::NoModifier);
+        QApplication::sendEvent(&window(), &event);
+        return event.isAccepted();
+    };
+    delegate->advancedButton.setFocus();
+    EXPECT_FALSE(isHandled(Qt::Key_F5));
+    EXPECT_TRUE(isHandled(Qt::Key_Return));
+    EXPECT_TRUE(isHandled(Qt::Key_Escape));
 }
 
 TEST_F(Keyboard, returnInAFieldPressesNoButton)
