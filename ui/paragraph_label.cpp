@@ -55,21 +55,13 @@ void ParagraphLabel::setText(const QString& text)
     updateToolTip();
 }
 
-void ParagraphLabel::setMaximumLines(int count)
-{
-    limit = count;
-    updateGeometry();
-    update();
-    updateToolTip();
-}
-
 std::vector<QString> ParagraphLabel::lines() const
 {
     const int width = contentsRect().width();
     const auto all = broken(text(), font(), width);
     std::vector<QString> result;
     for (const Line& line : all) {
-        if (limit > 0 && static_cast<int>(result.size()) == limit - 1 && &line != &all.back()) {
+        if (limit > 0 && static_cast<int>(result.size()) == limit - 1) {
             result.push_back(elided(text().mid(line.start), font(), width));
             break;
         }
@@ -143,8 +135,7 @@ int ParagraphLabel::lineHeight() const
 
 int ParagraphLabel::visibleLines(int all) const
 {
-    const int shown = limit > 0 ? std::min(all, limit) : all;
-    return std::max(shown, 1);
+    return limit > 0 ? std::min(all, limit) : all;
 }
 
 void ParagraphLabel::updateToolTip()

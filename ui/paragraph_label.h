@@ -23,8 +23,8 @@ public:
     /// Hides that of QLabel, which is not virtual and does not update the tool tip.
     void setText(const QString& text);
 
-    /// 0, the default, means no limit.
-    void setMaximumLines(int count);
+    /// 0, the default, means no limit. To be set before the text is shown.
+    void setMaximumLines(int count) { limit = count; }
     int maximumLines() const { return limit; }
 
     /// The lines as they are painted at the current width.

@@ -29,11 +29,9 @@ double lineWidth(const QString& text, const QFont& font)
     QTextLayout layout(text, font);
     layout.beginLayout();
     QTextLine line = layout.createLine();
-    // An empty text has no line.
-    if (line.isValid())
-        line.setLineWidth(QWIDGETSIZE_MAX);
+    line.setLineWidth(QWIDGETSIZE_MAX);
     layout.endLayout();
-    return line.isValid() ? line.naturalTextWidth() : 0;
+    return line.naturalTextWidth();
 }
 
 } // namespace

@@ -108,6 +108,17 @@ TEST(ParagraphLabel, growsWithItsTextAsFarAsItsLimit)
     EXPECT_GT(label.heightForWidth(200), 2 * one);
 }
 
+TEST(ParagraphLabel, isAsHighAsItNeedsInTheWidthThatItMayHave)
+{
+    ParagraphLabel label(longText());
+    const int high = label.heightForWidth(100);
+    ASSERT_GT(high, label.heightForWidth(200));
+    label.setContentsMargins(60, 0, 40, 0);
+    EXPECT_EQ(label.heightForWidth(200), high);
+    label.setMaximumWidth(200);
+    EXPECT_EQ(label.heightForWidth(300), high);
+}
+
 TEST(ParagraphLabel, anEmptyTextIsOneLineHigh)
 {
     ParagraphLabel empty;
@@ -166,6 +177,13 @@ TEST(ParagraphLabel, isPaintedOnAllOfItsLinesAndCutOffOnNone)
         for (int row = 0; row < roomy.height(); ++row)
             roomyRows += isPainted(roomy, row) ? 1 : 0;
         EXPECT_EQ(rows, roomyRows) << size;
+        const auto first = [](const QImage& of) {
+            int row = 0;
+            while (row < of.height() && !isPainted(of, row))
+                ++row;
+            return row;
+        };
+        EXPECT_EQ(first(roomy), first(picture) + 10) << size;
         EXPECT_GT(rows, 2 * size) << size;
     }
 }
