@@ -122,8 +122,8 @@ void ContentArea::fit()
     const QSize room(viewport()->width(), finalHeight.value_or(viewport()->height()));
     const QMargins before = layout->contentsMargins();
     const int width = layout->minimumSize().width() - before.left() - before.right();
-    const int beside = std::max(room.width() - width, 0);
-    layout->setContentsMargins(beside / 2, before.top(), beside - beside / 2, before.bottom());
+    const int beside = std::max(room.width() - width, 0) / 2;
+    layout->setContentsMargins(beside, before.top(), beside, before.bottom());
     activateLayouts();
     setGaps(fittingShares(room.height()));
     activateLayouts();

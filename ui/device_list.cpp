@@ -136,8 +136,7 @@ void AppDelegate::updateDeviceList()
     // Adding a row to a visible list would show it at once and lay out all the others again.
     deviceListStack.hide();
     for (QWidget* old : before) {
-        // Deleted later: one of its buttons may be emitting clicked().
-        old->hide();
+        // Deleted later: one of its buttons may be emitting clicked(). A new parent hides it.
         old->setParent(window.get());
         old->deleteLater();
     }

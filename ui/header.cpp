@@ -55,7 +55,6 @@ QWidget* makeHeader(const QIcon& icon)
                                 {.size = 11, .weight = QFont::Medium, .colour = Brand::slate()}));
     titles->addStretch();
     row->addLayout(titles);
-    row->addStretch();
     return header;
 }
 

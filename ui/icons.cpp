@@ -65,9 +65,7 @@ public:
                          qreal scale) override
     {
         const bool isInDevicePixels = QLibraryInfo::version() < QVersionNumber(6, 8);
-        QPixmap result = pixmap(isInDevicePixels ? size : size * scale, mode, state);
-        result.setDevicePixelRatio(scale);
-        return result;
+        return pixmap(isInDevicePixels ? size : size * scale, mode, state);
     }
 
     QSize actualSize(const QSize& size, QIcon::Mode /*mode*/, QIcon::State /*state*/) override
@@ -86,8 +84,6 @@ public:
 
     /// QIcon::name().
     QString iconName() override { return themeName; }
-
-    bool isNull() override { return !renderer->isValid(); }
 
     QIconEngine* clone() const override { return new SvgIconEngine(renderer, themeName); }
 

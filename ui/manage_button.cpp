@@ -50,10 +50,9 @@ void ManageButton::mouseReleaseEvent(QMouseEvent* event)
 }
 
 /// Ends a press, because without a grab, which the desktop may refuse, no release event arrives.
-void ManageButton::leaveEvent(QEvent* event)
+void ManageButton::leaveEvent(QEvent* /*event*/)
 {
     setDown(false);
-    QPushButton::leaveEvent(event);
 }
 
 } // namespace quillbox

@@ -118,7 +118,6 @@ QMessageBox* makeAlert(QWidget& window)
     // Not a standard button: the desktop's theme would translate it and give it a mnemonic.
     QPushButton* close = alert->addButton(QStringLiteral("OK"), QMessageBox::AcceptRole);
     alert->setDefaultButton(close);
-    alert->setEscapeButton(close);
     // QMessageBox provides no other access to its labels.
     for (auto* label : alert->findChildren<QLabel*>()) {
         label->setTextFormat(Qt::PlainText);
