@@ -5,6 +5,7 @@
 
 #include <QApplication>
 #include <QLayout>
+#include <QMouseEvent>
 #include <QPointer>
 #include <utility>
 
@@ -336,6 +337,7 @@ TEST_F(DeviceList, theFocusStaysWithThePhone)
     findPhones({phoneNamed("Quillbox"), phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     settle();
     EXPECT_TRUE(rows()[2]->manageButton()->hasFocus());
+    EXPECT_FALSE(rows()[2]->manageButton()->isDown());
 }
 
 TEST_F(DeviceList, ofTwoPhonesOfOneNameTheSecondKeepsTheFocus)
@@ -422,8 +424,10 @@ TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
     findManagement({phoneNamed("Quillbox A")});
     settle();
     pressPointer(*rows()[0]->manageButton());
+    delegate->advancedButton.setFocus();
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     settle();
+    EXPECT_TRUE(delegate->advancedButton.hasFocus());
     ASSERT_TRUE(rows()[0]->manageButton()->isDown());
     EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to get the release event";
     releasePointer(*rows()[0]->manageButton());
@@ -441,6 +445,10 @@ TEST_F(DeviceList, aKeyAfterAClickDoesNotHoldThePointer)
     ManageButton& manage = *rows()[0]->manageButton();
     pressPointer(manage);
     releasePointer(manage);
+    QMouseEvent otherButton(QEvent::MouseButtonPress, QPointF(5, 5),
+                            manage.mapToGlobal(QPointF(5, 5)), Qt::RightButton, Qt::RightButton,
+                            Qt::NoModifier);
+    QApplication::sendEvent(&manage, &otherButton);
     press(manage, Qt::Key_Space);
     findPhones({phoneNamed("Quillbox A")});
     ASSERT_TRUE(rows()[0]->manageButton()->isDown());

@@ -283,6 +283,9 @@ TEST_F(Look, dotsHaveTheSameSizeInEveryFont)
         const QImage picture = pictureOf(dot);
         for (const QPoint& edge : {QPoint(0, 5), QPoint(9, 5), QPoint(5, 0), QPoint(5, 9)})
             EXPECT_GT(picture.pixelColor(edge).green(), picture.pixelColor(edge).red()) << family;
+        dot.resize(20, 20);
+        const QImage roomy = pictureOf(dot);
+        EXPECT_EQ(roomy.pixelColor(10, 10), roomy.pixelColor(19, 10)) << family;
     }
     QApplication::setFont(before);
 }

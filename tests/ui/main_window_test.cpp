@@ -11,6 +11,7 @@
 #include <QLineEdit>
 #include <QProxyStyle>
 #include <QScrollBar>
+#include <cstdlib>
 #include <memory>
 #include <vector>
 
@@ -262,6 +263,23 @@ TEST_F(MainWindow, theHeaderShowsTheIcon)
     EXPECT_EQ(place(*label(QStringLiteral("Quillbox Helper"))).left(), 22 + 58 + 16);
     const QColor middle = pictureOf(header()).pixelColor(29, 29);
     EXPECT_NE(middle, Brand::surface());
+}
+
+TEST_F(MainWindow, theTitlesStandBesideTheMiddleOfTheIcon)
+{
+    openWithRoom();
+    const auto titles = header().findChildren<QLabel*>();
+    ASSERT_EQ(titles.size(), 2);
+    const int below = header().height() - 1 - titles[1]->geometry().bottom();
+    EXPECT_LE(std::abs(titles[0]->y() - below), 1);
+}
+
+TEST_F(MainWindow, noTextIsTakenForMarkup)
+{
+    open();
+    findPhones({phoneNamed("Quillbox")});
+    for (const auto* text : window().findChildren<QLabel*>())
+        EXPECT_EQ(text->textFormat(), Qt::PlainText) << text->text().toStdString();
 }
 
 TEST_F(MainWindow, withoutAnIconTheHeaderHasTheTitleOnly)

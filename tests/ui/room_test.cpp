@@ -278,7 +278,8 @@ protected:
     void add(QLayout& layout, ContentArea::GivesWay givesWay)
     {
         distance = [&layout] { return layout.contentsMargins().top(); };
-        area.addGap({.usual = 100, .givesWay = givesWay, .set = [&layout](int top) {
+        area.addGap({.usual = 100, .givesWay = givesWay, .set = [this, &layout](int top) {
+                         ++changes;
                          QMargins margins = layout.contentsMargins();
                          margins.setTop(top);
                          layout.setContentsMargins(margins);
@@ -299,6 +300,7 @@ protected:
     QVBoxLayout& inFold = *new QVBoxLayout(&fold);
     QWidget& part = *new QWidget;
     std::function<int()> distance;
+    int changes = 0;
     bool isScrolling = false;
 };
 
@@ -306,7 +308,9 @@ TEST_F(Distance, givesWayToATitleBarUpToAQuarterOfItself)
 {
     add(area.column(), ContentArea::GivesWay::ToTitleBar);
     EXPECT_EQ(at(200), 100);
+    EXPECT_EQ(changes, 1) << "the first one";
     EXPECT_EQ(at(150), 50);
+    EXPECT_EQ(changes, 2);
     EXPECT_EQ(at(125), 25);
     EXPECT_FALSE(isScrolling);
     EXPECT_EQ(at(124), 100);
