@@ -282,6 +282,7 @@ TEST_F(Accessibility, noOtherButtonIsExpandable)
     open();
     for (auto* other : window().findChildren<QPushButton*>())
         EXPECT_EQ(interfaceOf(*other).state().expandable, other == &delegate->advancedButton);
+    EXPECT_FALSE(interfaceOf(delegate->showInFinder).state().collapsed);
 }
 
 TEST_F(Accessibility, aToggleIsAClick)

@@ -81,6 +81,8 @@ TEST_F(AdvancedForm, theFieldsShowWhatTheyAreFor)
     EXPECT_EQ(delegate->portField.placeholderText(), QStringLiteral("4445"));
     EXPECT_EQ(delegate->shareField.placeholderText(), QStringLiteral("NAS"));
     EXPECT_EQ(delegate->userField.placeholderText(), QStringLiteral("nas"));
+    const QColor faint = delegate->userField.palette().color(QPalette::PlaceholderText);
+    EXPECT_NEAR(faint.alphaF(), 0.75, 0.01) << "not mistaken for a text";
 }
 
 TEST_F(AdvancedForm, theLabelsStandRightAlignedAgainstTheirFields)
@@ -125,6 +127,7 @@ TEST_F(AdvancedForm, theButtonsStandSideBySide)
 {
     unfold();
     EXPECT_EQ(place(restart()).left(), 22 + 18);
+    EXPECT_EQ(restart().width(), restart().sizeHint().width());
     EXPECT_EQ(place(openInFinder()).left(), place(restart()).right() + 1 + 10);
     EXPECT_EQ(place(openInFinder()).center().y(), place(restart()).center().y());
     EXPECT_EQ(openInFinder().size(), QSize(142, 34));
@@ -195,6 +198,14 @@ TEST_F(AdvancedForm, foldingItMovesTheFocusFromItToTheButton)
         settle();
         EXPECT_TRUE(delegate->advancedButton.hasFocus()) << isActive;
     }
+}
+
+TEST_F(AdvancedForm, foldingItLeavesTheFocusOfOtherControls)
+{
+    unfold();
+    delegate->showInFinder.setFocus();
+    delegate->toggleAdvanced();
+    EXPECT_TRUE(delegate->showInFinder.hasFocus());
 }
 
 TEST_F(AdvancedForm, tabThroughItInterruptsNothing)

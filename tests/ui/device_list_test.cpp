@@ -230,6 +230,9 @@ TEST_F(DeviceList, anEquivalentNameMatchesAndTheButtonHoldsTheOneOfTheWebService
     findPhones({phoneNamed("Quillbox B\u00fcro")});
     findManagement({phoneNamed("Quillbox Bu\u0308ro")});
     EXPECT_THAT(managed(), ElementsAre("Quillbox Bu\u0308ro"));
+    findPhones({phoneNamed("Quillbox Bu\u0308ro")});
+    findManagement({phoneNamed("Quillbox B\u00fcro")});
+    EXPECT_THAT(managed(), ElementsAre("Quillbox B\u00fcro"));
 }
 
 TEST_F(DeviceList, twoPhonesOfOneNameHaveAButtonEach)

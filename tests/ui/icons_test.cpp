@@ -148,7 +148,11 @@ protected:
 TEST_F(IconTheme, givesTheStatusIconItsName)
 {
     install();
-    EXPECT_EQ(statusIcon().name(), QStringLiteral("org.quillbox.Helper-symbolic"));
+    const QIcon icon = statusIcon();
+    EXPECT_EQ(icon.name(), QStringLiteral("org.quillbox.Helper-symbolic"));
+    QIcon changed = icon;
+    changed.addPixmap(QPixmap(16, 16));
+    EXPECT_EQ(changed.name(), icon.name()) << "a copy of its own";
 }
 
 TEST_F(IconTheme, withoutTheSymbolicIconThereIsNoName)

@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QKeyEvent>
+#include <QLineEdit>
 #include <QMessageBox>
 #include <QScrollBar>
 #include <QShortcut>
@@ -339,6 +340,18 @@ TEST_F(Keyboard, aRingSurroundsTheFocus)
     for (const int x : {0, 1})
         EXPECT_EQ(picture.pixelColor(x, picture.height() / 2), Brand::blue()) << x;
     EXPECT_NE(picture.pixelColor(2, picture.height() / 2), Brand::blue());
+}
+
+TEST_F(Keyboard, noRingSurroundsTheFieldOfAnotherWindow)
+{
+    open();
+    QLineEdit other;
+    other.show();
+    other.activateWindow();
+    other.setFocus();
+    QCoreApplication::processEvents();
+    ASSERT_TRUE(other.hasFocus());
+    EXPECT_FALSE(ring().widget());
 }
 
 TEST_F(Keyboard, noRingSurroundsTheWindow)

@@ -240,6 +240,19 @@ TEST_F(Look, onlyTallButtonsHaveVeryRoundCorners)
     EXPECT_FALSE(isCornerFilled(30));
 }
 
+TEST_F(Look, theCornersOfABoxAreAsHighAsWide)
+{
+    RoundedBox box({.radius = 16, .fill = Qt::white, .border = Brand::navy()});
+    box.resize(40, 40);
+    const QImage picture = pictureOf(box);
+    for (int x = 0; x < 20; ++x) {
+        for (int y = 0; y < x; ++y) {
+            const int turned = picture.pixelColor(y, x).lightness();
+            EXPECT_NEAR(picture.pixelColor(x, y).lightness(), turned, 12) << x << ' ' << y;
+        }
+    }
+}
+
 TEST_F(Look, aBoxLeavesThePainterAsItWas)
 {
     QImage picture(20, 20, QImage::Format_RGB32);
@@ -392,9 +405,9 @@ TEST_F(Look, theScrollBarIsSeenWhileItMatters)
 {
     open();
     showPhones(30);
-    const auto fadeOut = [this] {
+    const auto fadeOut = [this](double left = 0) {
         bar().animation().setCurrentTime(bar().animation().totalDuration());
-        EXPECT_EQ(bar().strength(), 0);
+        EXPECT_EQ(bar().strength(), left);
     };
     const auto isPainted = [this] {
         const QPoint middle = bar().mapTo(&window(), QPoint(bar().width() - 6, 0));
@@ -412,6 +425,13 @@ TEST_F(Look, theScrollBarIsSeenWhileItMatters)
     fadeOut();
     pressTab(window());
     EXPECT_TRUE(isPainted()) << "when the focus moves";
+    fadeOut();
+    activateAnother();
+    EXPECT_EQ(bar().strength(), 0) << "when the focus moves elsewhere";
+    bar().setSliderDown(true);
+    fadeOut(1);
+    EXPECT_TRUE(isPainted()) << "while it is dragged";
+    bar().setSliderDown(false);
     fadeOut();
     bar().setAttribute(Qt::WA_UnderMouse);
     EXPECT_TRUE(isPainted()) << "below the pointer";

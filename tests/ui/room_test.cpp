@@ -328,6 +328,24 @@ TEST_F(Distance, givesWayToTheFoldUpToTwoFifthsOfItself)
     EXPECT_TRUE(isScrolling);
 }
 
+TEST_F(Distance, isRoundedSoThatNoRoomIsLost)
+{
+    int above = 0;
+    int below = 0;
+    QVBoxLayout& column = area.column();
+    area.addGap({.usual = 20, .set = [&](int size) {
+                     above = size;
+                     column.setContentsMargins(0, above, 0, below);
+                 }});
+    area.addGap({.usual = 12, .set = [&](int size) {
+                     below = size;
+                     column.setContentsMargins(0, above, 0, below);
+                 }});
+    area.resize(50, 100 + 15);
+    EXPECT_EQ(above, 9);
+    EXPECT_EQ(below, 6);
+}
+
 TEST_F(Distance, thatGivesWayCausesNoScrollingInBetween)
 {
     area.setFold(fold);

@@ -159,6 +159,8 @@ TEST_F(StatusItemOnDesktop, opensItsMenuForAPanelThatShowsNone)
     panel->write(QStringLiteral("context"));
     EXPECT_TRUE(tells(owner, "click"));
     EXPECT_TRUE(tells(owner, "menu"));
+    panel->write(QStringLiteral("context"));
+    EXPECT_FALSE(owner->hasLine(QStringLiteral("click"), 200)) << "it is open already";
 }
 
 TEST_F(StatusItemOnDesktop, namesItsIconWhereTheIconThemeHasIt)

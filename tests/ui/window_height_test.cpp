@@ -150,6 +150,17 @@ TEST_F(WindowHeight, aChangeInTheMiddleOfAnotherGoesOnFromThere)
     EXPECT_EQ(frame().height(), 340);
 }
 
+TEST_F(WindowHeight, movingTheWindowDoesNotEndAChange)
+{
+    open();
+    delegate->toggleAdvanced();
+    settle();
+    delegate->toggleAdvanced();
+    window().move(60, 70);
+    layOut();
+    EXPECT_EQ(frame().height(), 520);
+}
+
 TEST_F(WindowHeight, aRedrawInTheMiddleOfAChangeDoesNotBeginItAgain)
 {
     open();
