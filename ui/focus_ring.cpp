@@ -30,7 +30,7 @@ FocusRing::FocusRing(QWidget& ringWindow) : QFocusFrame(&ringWindow), window(rin
 
 void FocusRing::follow(QWidget* focused)
 {
-    const bool isOurs = focused != nullptr && focused != &window && focused->window() == &window;
+    const bool isOurs = focused != nullptr && focused->window() == &window;
     setWidget(isOurs && isRinged(*focused) ? focused : nullptr);
 }
 

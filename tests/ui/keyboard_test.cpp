@@ -345,9 +345,10 @@ TEST_F(Keyboard, aRingSurroundsTheFocus)
 TEST_F(Keyboard, noRingSurroundsTheFieldOfAnotherWindow)
 {
     open();
-    QLineEdit other;
-    other.show();
-    other.activateWindow();
+    QWidget another;
+    QLineEdit other(&another);
+    another.show();
+    another.activateWindow();
     other.setFocus();
     QCoreApplication::processEvents();
     ASSERT_TRUE(other.hasFocus());
