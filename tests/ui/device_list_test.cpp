@@ -448,6 +448,19 @@ TEST_F(DeviceList, aKeyAfterAClickDoesNotHoldThePointer)
     ManageButton& manage = *rows()[0]->manageButton();
     pressPointer(manage);
     releasePointer(manage);
+    press(manage, Qt::Key_Space);
+    findPhones({phoneNamed("Quillbox A")});
+    ASSERT_TRUE(rows()[0]->manageButton()->isDown());
+    EXPECT_FALSE(QWidget::mouseGrabber());
+}
+
+TEST_F(DeviceList, norDoesAKeyAfterAPressOfAnotherPointerButton)
+{
+    open();
+    findPhones({phoneNamed("Quillbox A")});
+    findManagement({phoneNamed("Quillbox A")});
+    settle();
+    ManageButton& manage = *rows()[0]->manageButton();
     QMouseEvent otherButton(QEvent::MouseButtonPress, QPointF(5, 5),
                             manage.mapToGlobal(QPointF(5, 5)), Qt::RightButton, Qt::RightButton,
                             Qt::NoModifier);
