@@ -21,29 +21,16 @@ AGAIN = ".again"
 
 
 def cases(path):
-    """(name, outcome, reason for skipping) of each test case in one JUnit file of CTest or pytest."""
+    """(name, outcome, reason for skipping) of each test case in one JUnit file."""
     for case in ElementTree.parse(path).getroot().iter("testcase"):
-        # CTest repeats the test name as the class name; pytest's class name is the module.
-        parts = dict.fromkeys([case.get("classname", ""), case.get("name", "")])
-        name = "::".join(part for part in parts if part)
-        found = {child.tag for child in case}
-        status = case.get("status", "run")
-        if found & {"failure", "error"} or status == "fail":
+        name = "::".join(filter(None, [case.get("classname"), case.get("name")]))
+        found = {child.tag: child for child in case}
+        if found.keys() & {"failure", "error"}:
             yield name, "failed", ""
-        elif "skipped" in found or status in ("notrun", "disabled"):
-            yield name, "skipped", reason_of(case)
+        elif "skipped" in found:
+            yield name, "skipped", found["skipped"].get("message") or "no reason given"
         else:
             yield name, "passed", ""
-
-
-def reason_of(case):
-    """Why a test case was skipped: pytest says it in the element; GoogleTest, run by CTest, prints
-    it in the line after "Skipped"."""
-    element = case.find("skipped")
-    message = "" if element is None else element.get("message", "")
-    lines = [line.strip() for line in (case.findtext("system-out") or "").splitlines()]
-    printed = [after for line, after in zip(lines, lines[1:]) if line.endswith(": Skipped")]
-    return (printed[0] if printed else message) or "no reason given"
 
 
 def outcomes(path):

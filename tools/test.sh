@@ -30,7 +30,7 @@ has_failures() {
 }
 
 failures_in() {
-    { grep -rhsoE '<(failure|error)[ >/]|status="fail"' "$@" || true; } | wc -l
+    { grep -rhsoE '<(failure|error)[ >/]' "$@" || true; } | wc -l
 }
 
 joined() {
@@ -54,31 +54,31 @@ at_once() {
     if [ "$1" = release ]; then echo $(($(nproc) * 2)); else nproc; fi
 }
 
-# CTest on one preset; further arguments are CTest's own.
+# The unit tests of one preset; further arguments are those of unit_tests.py.
 unit_tests() {
     local preset=$1
     shift
     local name="$preset unit tests" more=("$@") code=0
-    if [ "${#filters[@]}" -gt 0 ]; then
-        more+=(--tests-regex "$(joined '|' "${filters[@]}")" --no-tests=ignore)
-    fi
-    call_ctest --parallel "$(at_once "$preset")" --output-junit "$results/$name.xml" "${more[@]}" || code=$?
-    # 8: tests have failed.
-    if [ "$code" != 8 ] || ! is_worth_another_try "$name"; then return "$code"; fi
+    if [ "${#filters[@]}" -gt 0 ]; then more+=(--filter "$(joined '|' "${filters[@]}")"); fi
+    call_unit_tests "$name" --jobs "$(at_once "$preset")" "${more[@]}" || code=$?
+    # 1: tests have failed.
+    if [ "$code" != 1 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
-    call_ctest --rerun-failed --output-junit "$results/$name.again.xml" "${more[@]}"
+    call_unit_tests "$name.again" --jobs 1 --again "$results/$name.xml" "${more[@]}"
 }
 
 # As root, unit tests have files and a network of their own. Others would be root in these namespaces,
 # and some tests are about what ordinary users may do.
-call_ctest() {
-    cd "$root" || return
+call_unit_tests() {
+    local name=$1 runner
+    shift
+    runner=("$python" "$root/tools/unit_tests.py" "$root/build/$preset" "$results/$name.xml" "$@")
     if [ -n "$QUILLBOX_NO_NAMESPACES" ] || [ "$(id -u)" != 0 ]; then
-        steady "$preset" ctest --preset "$preset" "$@"
+        steady "$preset" "${runner[@]}"
     else
         # shellcheck disable=SC2016 # for the inner shell
         in_private_world "$preset" --net -- \
-            sh -c 'ip link set lo up && ctest "$@"' sh --preset "$preset" "$@"
+            sh -c 'ip link set lo up && exec "$@"' sh "${runner[@]}"
     fi
 }
 
@@ -139,8 +139,8 @@ sanitizer_tests() {
     step "tsan build" build tsan
     if [ "$code" = 0 ]; then
         # These tests need a desktop or a message bus, whose libraries are not built for this.
-        step "tsan unit tests" unit_tests tsan --label-exclude desktop \
-            --exclude-regex '^(diagnosis\.BusProbes|linux\.Examination)\.'
+        step "tsan unit tests" unit_tests tsan --without-label desktop \
+            --without '^(diagnosis\.BusProbes|linux\.Examination)\.'
     fi
 }
 

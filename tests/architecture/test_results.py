@@ -36,17 +36,10 @@ def test_what_passes_fails_and_is_skipped_is_counted_over_all_files(tmp_path):
 
 def test_the_reasons_for_skipping_are_listed_once_each(tmp_path):
     skipped = '<testcase name="{}"><skipped message="no namespaces: do this"/></testcase>'
-    printed = """<testcase name="three" status="notrun"><skipped message="SKIP_REGULAR_EXPRESSION"/>
-        <system-out>[ RUN      ] Three.three
-/path/three_test.cpp:9: Skipped
-no IPv6 here
-
-[  SKIPPED ] Three.three (0 ms)</system-out></testcase>"""
-    write(tmp_path / "a.xml", case("zero"), skipped.format("one"), skipped.format("two"), printed)
+    write(tmp_path / "a.xml", case("zero"), skipped.format("one"), skipped.format("two"))
     assert summary(tmp_path) == (
         0,
-        ["SKIPPED 2: no namespaces: do this", "SKIPPED 1: no IPv6 here"]
-        + ["1 passed, 0 failed, 3 skipped"],
+        ["SKIPPED 2: no namespaces: do this", "1 passed, 0 failed, 2 skipped"],
     )
 
 

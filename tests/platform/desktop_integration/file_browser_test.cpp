@@ -334,7 +334,7 @@ TEST_F(FileBrowserTest, leavesTheFolderToAFileManagerThatHasNotAnsweredInTime)
     addFileManager(Manner::Silent);
     show();
     EXPECT_EQ(shownWith(), "the file manager, which has not answered yet");
-    EXPECT_EQ(fileManager->calls.size(), 1U);
+    ASSERT_EQ(fileManager->calls.size(), 1U);
     // A refusal that comes late opens no second window.
     fileManager->refuse(fileManager->calls.front());
     EXPECT_FALSE(waitUntil([this] { return programs.calls(1).size() > 1; }, 100));
