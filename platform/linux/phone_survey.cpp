@@ -101,12 +101,12 @@ std::unique_ptr<PhoneSurvey::Phone> PhoneSurvey::take(const ServiceEndpoint& ser
             return std::exchange(each, nullptr);
     }
     auto phone = std::make_unique<Phone>(Phone{.service = service});
-    phone->question = dnsSd.resolve(service, queue, [made = phone.get(), this](const auto& update) {
-        // The update may have been queued before its phone was removed.
-        const bool isThere = std::any_of(phones.begin(), phones.end(),
-                                         [made](const auto& each) { return each.get() == made; });
-        if (isThere)
-            made->known = update;
+    phone->question = dnsSd.resolve(service, queue, [service, this](const auto& update) {
+        // Looked up, because the update may have been queued before its phone was removed.
+        for (const auto& each : phones) {
+            if (each->service == service)
+                each->known = update;
+        }
     });
     return phone;
 }

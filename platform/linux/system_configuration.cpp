@@ -75,11 +75,9 @@ bool isAvahiAskedForNames()
 
 bool isNameFound(const std::string& name)
 {
-    addrinfo hints{};
-    hints.ai_family = AF_UNSPEC;
-    hints.ai_socktype = SOCK_STREAM;
+    const addrinfo anyAddress{};
     addrinfo* first = nullptr;
-    if (::getaddrinfo(name.c_str(), nullptr, &hints, &first) != 0)
+    if (::getaddrinfo(name.c_str(), nullptr, &anyAddress, &first) != 0)
         return false;
     ::freeaddrinfo(first);
     return true;

@@ -1,4 +1,5 @@
 #include "platform/linux/examination.h"
+#include "platform/linux/system_configuration.h"
 #include "tests/platform/netlink/network_namespace.h"
 
 #include <algorithm>
@@ -137,6 +138,8 @@ TEST(Examination, findsTheInterfacesAnEngineAndTheOtherProgramsThatUseMulticastD
         EXPECT_EQ(facts.phones.isEngineUp, Seen::Yes);
         EXPECT_TRUE(facts.phones.phones.empty());
         EXPECT_EQ(facts.avahi.state, AvahiFacts::State::NoBus);
+        EXPECT_EQ(facts.firewall.firewalld, Seen::No);
+        EXPECT_EQ(facts.packageManager, systemPackageManager());
     });
 }
 

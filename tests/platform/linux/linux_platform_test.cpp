@@ -7,7 +7,9 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <future>
+#include <iterator>
 #include <memory>
 #include <optional>
 #include <span>
@@ -73,6 +75,12 @@ void cancelOn(DispatchQueue& queue, std::shared_ptr<Listener> listener)
     cancelled.get_future().wait();
 }
 
+std::ptrdiff_t openDescriptors()
+{
+    const std::filesystem::directory_iterator all("/proc/self/fd");
+    return std::distance(begin(all), end(all));
+}
+
 /// Ready when it has been destroyed.
 class LastWord final {
 public:
@@ -131,13 +139,50 @@ TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
     });
 }
 
+/// The engine then still tells that there is no daemon, which the platform knows.
+TEST(LinuxPlatform, toleratesNewsOfTheDaemonAfterItsEnd)
+{
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        std::promise<void> released;
+        std::promise<void> ready;
+        std::promise<void> done;
+        DispatchPool mainPool;
+        const auto mainQueue = mainPool.makeQueue("main", QualityOfService::UserInitiated);
+        mainQueue->async([release = released.get_future().share()] { release.wait(); });
+        {
+            RecordingLog log;
+            log.isTelling = false;
+            LinuxPlatform platform(mainQueue, DnsSdMode::Automatic, Reach::ThisComputer, log);
+            platform.networkView().setChangedHandler([] { FAIL() << "its owner is gone"; });
+            const auto browser = platform.network().makeBrowser("_smb._tcp", {});
+            browser->setResultsChangedHandler([](const auto&) {});
+            browser->setStateUpdateHandler([&ready](Browser::State state, std::error_code) {
+                if (state == Browser::State::Ready)
+                    ready.set_value();
+            });
+            browser->start(platform.dispatch().makeQueue("test", QualityOfService::Utility));
+            // The engine without the daemon is up, and has told so before.
+            EXPECT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
+            browser->cancel();
+        }
+        released.set_value();
+        mainQueue->async([&done] { done.set_value(); });
+        EXPECT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
+        mainPool.shutdown();
+    });
+}
+
 TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
 {
     inNetworkNamespace([] {
         setLoopbackUp(true);
         PlatformHere here(DnsSdMode::Daemon);
+        const auto before = openDescriptors();
         here.listen()->cancel();
+        EXPECT_GT(openDescriptors(), before);
         here.platform.shutDown();
+        EXPECT_EQ(openDescriptors(), before);
         EXPECT_EQ(here.platform.network().traffic().total, Traffic());
         here.platform.serviceLocator().locate("Office", [](const auto&) { FAIL(); });
         here.platform.shutDown();
@@ -187,14 +232,14 @@ private:
     const int socket;
 };
 
-TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItIsShutDown)
+TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItEnds)
 {
     inNetworkNamespace([] {
         setLoopbackUp(true);
         std::promise<void> cancelled;
-        PlatformHere here(DnsSdMode::Daemon);
-        const auto queue = here.makeQueue();
-        auto listener = here.listen();
+        std::optional<PlatformHere> here(DnsSdMode::Daemon);
+        const auto queue = here->makeQueue();
+        auto listener = here->listen();
         listener->setStateUpdateHandler([](auto, auto) {});
         listener->setNewConnectionHandler([&](const std::shared_ptr<Connection>& connection) {
             connection->setStateUpdateHandler([](auto, auto) {});
@@ -208,7 +253,7 @@ TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItIsShutDown)
         ASSERT_EQ(cancelled.get_future().wait_for(kPatience), std::future_status::ready);
         cancelOn(*queue, std::move(listener));
         const auto start = std::chrono::steady_clock::now();
-        here.platform.shutDown();
+        here.reset();
         EXPECT_GE(std::chrono::steady_clock::now() - start, 400ms);
     });
 }
