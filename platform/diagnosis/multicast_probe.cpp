@@ -99,7 +99,11 @@ public:
     {
         set(listener.get(), SOL_SOCKET, SO_REUSEADDR, 1);
         set(listener.get(), SOL_SOCKET, SO_REUSEPORT, 1);
-        if (::bind(listener.get(), group.get(), group.size) != 0 || !join())
+        // Packets of other interfaces would arrive as well. IP_MULTICAST_ALL does not keep them
+        // out: with SO_REUSEPORT, Linux 6.18 hands a packet to any of the sockets with the same
+        // address.
+        if (!set(listener.get(), SOL_SOCKET, SO_BINDTOIFINDEX, interfaceIndex)
+            || ::bind(listener.get(), group.get(), group.size) != 0 || !join())
             facts.listenError = systemError();
         const Place anywhere = placeOf(family, 0, family == AF_INET ? "0.0.0.0" : "::", 0);
         // If this fails, sendto() chooses a port, and our own queries are not recognised when they
@@ -136,7 +140,7 @@ public:
             if (length < 0)
                 return;
             const bool isOwn = ownHosts.contains(hostOf(from));
-            if (isOwn && socket == listener.get() && portOf(from) == ownPort)
+            if (isOwn && portOf(from) == ownPort)
                 facts.isOwnHeard = true;
             if (!isOwn && heard.size() < kMostHosts)
                 note(from, isMdnsAnswer({buffer.data(), static_cast<std::size_t>(length)}));
@@ -159,12 +163,10 @@ private:
         if (family == AF_INET) {
             set(made.get(), IPPROTO_IP, IP_MULTICAST_IF, membership());
             set(made.get(), IPPROTO_IP, IP_MULTICAST_TTL, kHops);
-            set(made.get(), IPPROTO_IP, IP_MULTICAST_ALL, 0);
         } else {
             set(made.get(), IPPROTO_IPV6, IPV6_V6ONLY, 1);
             set(made.get(), IPPROTO_IPV6, IPV6_MULTICAST_IF, interfaceIndex);
             set(made.get(), IPPROTO_IPV6, IPV6_MULTICAST_HOPS, kHops);
-            set(made.get(), IPPROTO_IPV6, IPV6_MULTICAST_ALL, 0);
         }
         return made;
     }

@@ -1,6 +1,7 @@
 #include "platform/diagnosis/interface_survey.h"
 #include "platform/diagnosis/kernel_tables.h"
 #include "platform/diagnosis/multicast_probe.h"
+#include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 
 #include <algorithm>
@@ -9,10 +10,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <functional>
 #include <future>
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 
 #include <gmock/gmock.h>
 #include <poll.h>
@@ -149,12 +152,14 @@ TEST(KernelTables, aNeighbourCountsOnceAndOnlyWhileItIsKnown)
     });
 }
 
-/// A responder in a network namespace of its own, at the other end of a cable. Sends an answer for
-/// each query that it gets.
+/// A responder in a network namespace of its own, at the other end of a cable. Answers each query
+/// that it gets: one from the port of multicast DNS by multicast, others to the asker.
 class Responder final {
 public:
-    /// Takes over the interface, which gets the address.
-    Responder(const std::string& interface, const std::string& address)
+    /// Takes over the interface, which gets the address. Calls `before` before each answer.
+    Responder(const std::string& interface, const std::string& address,
+              std::function<void()> before = {})
+        : whenAsked(std::move(before))
     {
         std::promise<long> ready;
         auto place = ready.get_future();
@@ -202,6 +207,10 @@ private:
         group.imr_ifindex = static_cast<int>(::if_nametoindex(interface.c_str()));
         ::inet_pton(AF_INET, "224.0.0.251", &group.imr_multiaddr);
         EXPECT_EQ(::setsockopt(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, &group, sizeof group), 0);
+        EXPECT_EQ(::setsockopt(socket, IPPROTO_IP, IP_MULTICAST_IF, &group, sizeof group), 0);
+        const int isOwnHeard = 0;
+        EXPECT_EQ(
+            ::setsockopt(socket, IPPROTO_IP, IP_MULTICAST_LOOP, &isOwnHeard, sizeof isOwnHeard), 0);
         return socket;
     }
 
@@ -217,6 +226,10 @@ private:
             ::recvfrom(socket, query.data(), query.size(), 0, reinterpret_cast<sockaddr*>(&from),
                        &size);
             ports.insert(ntohs(from.sin_port));
+            if (whenAsked)
+                whenAsked();
+            if (ntohs(from.sin_port) == 5353)
+                ::inet_pton(AF_INET, "224.0.0.251", &from.sin_addr);
             // A response with one answer, whose content nobody reads.
             const std::array<unsigned char, 12> response{0, 0, 0x84, 0, 0, 0, 0, 1, 0, 0, 0, 0};
             ::sendto(socket, response.data(), response.size(), 0,
@@ -224,6 +237,7 @@ private:
         }
     }
 
+    const std::function<void()> whenAsked;
     std::thread thread;
     std::atomic<bool> isOver = false;
     std::set<std::uint16_t> ports;
@@ -263,6 +277,74 @@ TEST(MulticastProbe, hearsItsOwnQueriesAndTheAnswersOfOthers)
         const auto ports = responder.stop();
         EXPECT_THAT(ports, Contains(5353)) << "it asks for answers by multicast, too";
         EXPECT_GE(ports.size(), 2U);
+    });
+}
+
+/// Waits until the kernel has noticed that the other end of a cable is up.
+void awaitRunning(const std::string& name)
+{
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (!factsOf(surveyInterfaces(), name).isRunning && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+}
+
+TEST(MulticastProbe, tellsItsOwnQueriesFromWhatOtherProgramsOfThisComputerSend)
+{
+    inNetworkNamespace([] {
+        addOwnEnd();
+        const Responder responder("wire1", "192.0.2.2");
+        awaitRunning("wire0");
+        Survey survey = surveyInterfaces();
+        const auto& facts = factsOf(survey, "wire0").ipv4;
+        // As if the responder was on this computer, and the queries came from elsewhere.
+        survey.addresses = {ipv4Address("192.0.2.2", 0)};
+        probeMulticast(survey, kType, 400ms);
+        EXPECT_FALSE(facts.isOwnHeard);
+        EXPECT_EQ(facts.hostsHeard, 1U);
+        EXPECT_EQ(facts.hostsAnswered, 0U);
+    });
+}
+
+TEST(MulticastProbe, hearsOnAnInterfaceOnlyWhatArrivesThere)
+{
+    inNetworkNamespace([] {
+        addOwnEnd();
+        addCable("wire2", "wire3");
+        ip("addr add 198.51.100.1/24 dev wire2");
+        const Responder responder("wire3", "198.51.100.2");
+        awaitRunning("wire2");
+        Survey survey = surveyInterfaces();
+        const auto& silent = factsOf(survey, "wire0").ipv4;
+        const auto& answered = factsOf(survey, "wire2").ipv4;
+        for (int attempt = 0; attempt < 20 && answered.hostsAnswered == 0; ++attempt)
+            probeMulticast(survey, kType, 400ms);
+        EXPECT_EQ(answered.hostsAnswered, 1U);
+        EXPECT_EQ(silent.hostsHeard, 0U);
+        EXPECT_TRUE(silent.isOwnHeard);
+    });
+}
+
+TEST(MulticastProbe, takesOneQueryThatWasSentForEnough)
+{
+    inNetworkNamespace([] {
+        addOwnEnd();
+        // Ends both ends of the cable.
+        const Responder responder("wire1", "192.0.2.2", [] {
+            if (::if_nametoindex("wire1") != 0)
+                ip("link delete wire1");
+        });
+        awaitRunning("wire0");
+        const auto facts = probed([](const auto&) {});
+        EXPECT_FALSE(facts.sendError) << facts.sendError.message();
+    });
+}
+
+TEST(MulticastProbe, saysThatItCannotSend)
+{
+    inNetworkNamespace([] {
+        addOwnEnd();
+        EXPECT_EQ(probed([](auto&) { ip("link set wire0 down"); }).sendError,
+                  std::errc::network_unreachable);
     });
 }
 
