@@ -83,10 +83,6 @@ void Command::collect()
 
 void Command::end(bool isSuccess)
 {
-    timer.stop();
-    process.disconnect(&timer);
-    if (isCollecting)
-        collect();
     const Result result{.isSuccess = isSuccess, .output = std::move(collected)};
     const Finished handler = std::exchange(whenFinished, nullptr);
     if (handler)

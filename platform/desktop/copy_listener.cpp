@@ -63,15 +63,11 @@ private:
             return;
         }
         line.append(buffer.data(), static_cast<std::size_t>(length));
-        const auto lineEnd = line.find(kEndOfLine);
-        if (lineEnd == std::string::npos && line.size() <= kLongestLine)
+        if (line.find(kEndOfLine) == std::string::npos && line.size() <= kLongestLine)
             return;
         readable.setEnabled(false);
-        // A valid client sends exactly one line before it has the answer.
-        if (lineEnd == std::string::npos || lineEnd + 1 != line.size()) {
-            end();
-            return;
-        }
+        // A valid client sends exactly one line before it has the answer. What else there may be,
+        // or the missing end of a line that is too long, makes this no request.
         line.pop_back();
         take(copy_protocol::requestIn(line));
     }
@@ -143,7 +139,6 @@ private:
         readable.setEnabled(false);
         writable.setEnabled(false);
         limit.stop();
-        isAsked = false;
         socket.reset();
         deleteLater();
     }

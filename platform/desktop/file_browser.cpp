@@ -161,7 +161,6 @@ private:
 
     void end(const std::optional<std::string>& with)
     {
-        limit.stop();
         question.reset();
         started.reset();
         if (const auto handler = std::exchange(shown, nullptr))

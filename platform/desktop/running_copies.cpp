@@ -241,7 +241,6 @@ private:
             return;
         ::unlinkat(folder.get(), own->fileName.c_str(), 0);
         listener = nullptr;
-        own = std::nullopt;
     }
 
     const RunningCopiesOptions options;

@@ -34,7 +34,6 @@ private:
     std::function<void()> changed;
     x11::Connection connection;
     std::unique_ptr<QSocketNotifier> notifier;
-    std::uint32_t managerAtom = 0;
     std::uint32_t selection = 0;
     std::uint32_t manager = 0; ///< the manager's window; 0 if there is none
 };

@@ -93,8 +93,6 @@ Seen probeTray()
         return Seen::No;
     int screenNumber = 0;
     const x11::Connection connection(xcb_connect(nullptr, &screenNumber));
-    if (xcb_connection_has_error(connection.get()) != 0)
-        return Seen::Unknown;
     const auto selection =
         x11::atom(connection.get(), "_NET_SYSTEM_TRAY_S" + std::to_string(screenNumber));
     const auto cookie = xcb_get_selection_owner(connection.get(), selection);
