@@ -154,10 +154,13 @@ TEST_F(PhoneSurveyTest, ignoresAnAnswerForAPhoneThatHasLeft)
 {
     browse({phone("Office")});
     dispatch.runAll();
-    browse({});
+    browse({phone("Kitchen")});
     resolve(0, {{ipv4Address("127.0.0.1", 445), kLan}});
-    EXPECT_TRUE(facts().phones.empty());
-    EXPECT_TRUE(dnsSd.resolutions().empty());
+    const auto found = facts().phones;
+    ASSERT_EQ(found.size(), 1U);
+    EXPECT_EQ(found[0].name, "Kitchen");
+    EXPECT_TRUE(found[0].addresses.empty());
+    EXPECT_EQ(dnsSd.resolutions().size(), 1U);
 }
 
 } // namespace
