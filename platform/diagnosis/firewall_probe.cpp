@@ -14,14 +14,13 @@ namespace {
 
 using Rules = FirewallFacts::Rules;
 
-constexpr const char* kUfwConfiguration = "/etc/ufw/ufw.conf";
-
-Seen probeUfw()
+Seen probeUfw(const std::filesystem::path& root)
 {
+    const auto configuration = root / "etc/ufw/ufw.conf";
     std::error_code error;
-    if (!std::filesystem::exists(kUfwConfiguration, error))
+    if (!std::filesystem::exists(configuration, error))
         return error ? Seen::Unknown : Seen::No;
-    const auto text = readSmallFile(kUfwConfiguration);
+    const auto text = readSmallFile(configuration);
     return text ? ufwIn(*text) : Seen::Unknown;
 }
 
@@ -61,10 +60,10 @@ Seen ufwIn(std::string_view configuration)
     return Seen::No;
 }
 
-FirewallFacts probeFirewall(std::chrono::milliseconds limit)
+FirewallFacts probeFirewall(std::chrono::milliseconds limit, const std::filesystem::path& root)
 {
     FirewallFacts facts;
-    facts.ufw = probeUfw();
+    facts.ufw = probeUfw(root);
     probeRules(facts, limit);
     return facts;
 }

@@ -32,6 +32,8 @@ public:
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& connection) override
     {
         const auto found = byMethod.find(message.member());
+        if (!nameToLeave.isEmpty())
+            QDBusConnection(connection).unregisterService(nameToLeave);
         connection.send(found == byMethod.end()
                             ? message.createErrorReply(QStringLiteral("org.example.No"), {})
                             : message.createReply(found->second));
@@ -39,6 +41,7 @@ public:
     }
 
     std::map<QString, QVariant> byMethod;
+    QString nameToLeave; ///< given up before the first answer
 };
 
 /// The folder of the bus. One for all tests, because libdbus reads the addresses of the system's
@@ -65,8 +68,9 @@ protected:
         bus.waitForFinished();
     }
 
-    /// Starts the bus, which can start `activatable` with a program that never answers.
-    void startBus(const char* activatable = "org.example.Other")
+    /// Starts the bus, which can start `activatable` with a program that never answers. `policy` is
+    /// what its configuration forbids.
+    void startBus(const char* activatable = "org.example.Other", const char* policy = "")
     {
         const auto write = [](const QString& name, const QString& text) {
             QFile file(folder().filePath(name));
@@ -80,9 +84,9 @@ protected:
               QStringLiteral("<busconfig><type>session</type><listen>unix:path=%1/bus</listen>"
                              "<servicedir>%1</servicedir><policy context=\"default\">"
                              "<allow send_destination=\"*\" eavesdrop=\"true\"/>"
-                             "<allow eavesdrop=\"true\"/><allow own=\"*\"/></policy>"
+                             "<allow eavesdrop=\"true\"/><allow own=\"*\"/>%2</policy>"
                              "</busconfig>")
-                  .arg(folder().path()));
+                  .arg(folder().path(), QLatin1String(policy)));
         bus.setStandardErrorFile(QProcess::nullDevice());
         bus.start(QStringLiteral("dbus-daemon"),
                   {QStringLiteral("--config-file=") + folder().filePath(QStringLiteral("bus.conf")),
@@ -94,7 +98,7 @@ protected:
     /// Offers the answers on the bus under that name.
     void serve(const char* name)
     {
-        startBus();
+        startBus(name);
         auto connection = QDBusConnection::connectToBus(
             QStringLiteral("unix:path=%1/bus").arg(folder().path()), QStringLiteral("service"));
         ASSERT_TRUE(connection.registerVirtualObject(QStringLiteral("/"), &answers,
@@ -136,6 +140,24 @@ TEST_F(BusProbes, knowThatNobodyIsThereAndStartNobody)
     EXPECT_EQ(result(probeFirewalld), Seen::No);
     EXPECT_EQ(result(probeStatusPanel), Seen::No);
     EXPECT_FALSE(QFile::exists(folder().filePath(QStringLiteral("started"))));
+}
+
+TEST_F(BusProbes, startNobodyWhoEndsMeanwhile)
+{
+    serve("org.freedesktop.Avahi");
+    answers.nameToLeave = QStringLiteral("org.freedesktop.Avahi");
+    EXPECT_EQ(avahiState(2), State::Running);
+    EXPECT_FALSE(QFile::exists(folder().filePath(QStringLiteral("started"))));
+}
+
+TEST_F(BusProbes, knowNothingOfABusThatDoesNotSayWhoIsThere)
+{
+    startBus("org.example.Other",
+             "<deny send_destination=\"org.freedesktop.DBus\" send_member=\"NameHasOwner\" "
+             "send_interface=\"org.freedesktop.DBus\"/>");
+    EXPECT_EQ(result(probeAvahi).state, State::Unknown);
+    EXPECT_EQ(result(probeFirewalld), Seen::Unknown);
+    EXPECT_EQ(result(probeStatusPanel), Seen::Unknown);
 }
 
 TEST_F(BusProbes, readWhatAvahiSaysOfItself)
