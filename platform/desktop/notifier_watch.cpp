@@ -23,11 +23,11 @@ const QString& path()
 
 constexpr int kAnswerLimitMilliseconds = 5000;
 constexpr std::chrono::milliseconds kPauseAfterSignal{20};
-constexpr std::chrono::seconds kPauseAfterSilence{5};
 
 } // namespace
 
-NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged)
+NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged,
+                             std::chrono::milliseconds pauseAfterSilence)
     : connection(std::move(bus)),
       changed(std::move(stateChanged)),
       owners(service(), connection, QDBusServiceWatcher::WatchForOwnerChange)
@@ -39,7 +39,7 @@ NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateCha
     askSoon.setSingleShot(true);
     askSoon.setInterval(kPauseAfterSignal);
     askAgain.setSingleShot(true);
-    askAgain.setInterval(kPauseAfterSilence);
+    askAgain.setInterval(pauseAfterSilence);
     for (QTimer* timer : {&askSoon, &askAgain})
         QObject::connect(timer, &QTimer::timeout, timer, [this] { ask(); });
     QObject::connect(&owners, &QDBusServiceWatcher::serviceOwnerChanged, &askSoon,
@@ -54,8 +54,6 @@ NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateCha
 
 void NotifierWatch::ask()
 {
-    askSoon.stop();
-    askAgain.stop();
     QDBusMessage get = QDBusMessage::createMethodCall(
         service(), path(), QStringLiteral("org.freedesktop.DBus.Properties"),
         QStringLiteral("Get"));

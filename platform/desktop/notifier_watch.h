@@ -4,6 +4,7 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusServiceWatcher>
 #include <QTimer>
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -19,8 +20,10 @@ public:
         Hosted,
     };
 
-    /// `stateChanged` is called from the event loop only. It may destroy this object.
-    NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged);
+    /// `stateChanged` is called from the event loop only. It may destroy this object. A
+    /// StatusNotifierWatcher that did not answer is asked again after the pause.
+    NotifierWatch(QDBusConnection bus, std::function<void()> stateChanged,
+                  std::chrono::milliseconds pauseAfterSilence = std::chrono::seconds(5));
 
     NotifierWatch(const NotifierWatch&) = delete;
     NotifierWatch& operator=(const NotifierWatch&) = delete;

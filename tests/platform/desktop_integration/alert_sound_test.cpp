@@ -13,6 +13,7 @@ namespace quillbox {
 
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::Each;
@@ -32,7 +33,7 @@ protected:
         ASSERT_TRUE(library) << dlerror();
         standIn = reinterpret_cast<Get>(dlsym(library, "canberra_stand_in"))();
         const std::scoped_lock lock(standIn->mutex);
-        standIn->hasServer = standIn->answers = true;
+        standIn->hasServer = standIn->answers = standIn->isSoundShort = true;
         standIn->missing.clear();
         standIn->played.clear();
         standIn->contexts = standIn->destroyed = 0;
@@ -110,10 +111,23 @@ TEST_F(AlertSoundTest, doesNotWaitForASoundServerThatHangs)
     sound->play();
     EXPECT_TRUE(becomes([&] { return standIn->contexts == 1; }));
     sound->play();
+    const auto start = std::chrono::steady_clock::now();
     sound = nullptr;
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 90ms) << "it had a chance to answer";
     EXPECT_EQ(standIn->contexts, 1) << "one thread waits, not one for each sound";
     answerAgain();
     EXPECT_TRUE(isOver(1));
+}
+
+TEST_F(AlertSoundTest, endsASoundWhenItIsDropped)
+{
+    standIn->isSoundShort = false;
+    sound->play();
+    EXPECT_TRUE(becomes([&] { return !standIn->played.empty(); }));
+    const auto start = std::chrono::steady_clock::now();
+    sound = nullptr;
+    EXPECT_TRUE(isOver(1));
+    EXPECT_LT(std::chrono::steady_clock::now() - start, 4s) << "it would have ended after 5 s";
 }
 
 TEST_F(AlertSoundTest, isSilentWithoutASoundServer)

@@ -134,7 +134,7 @@ TEST_F(BackgroundPortal, tellsThatItWasRefused)
     makePortal();
     for (const uint response : {1U, 2U}) {
         portal->response = response;
-        for (const auto& results : {QVariantMap(), autostart(false)}) {
+        for (const auto& results : {QVariantMap(), autostart(false), autostart(true)}) {
             portal->results = results;
             const auto result = requestAutostart(Autostart::On, bus.connect());
             EXPECT_EQ(result.outcome, Outcome::Refused);

@@ -21,7 +21,7 @@ class CommandTest : public ::testing::Test {
 protected:
     void start(const std::vector<std::string>& arguments,
                Command::Output output = Command::Output::Collected,
-               std::chrono::milliseconds limit = 10s)
+               std::chrono::milliseconds limit = 60s)
     {
         command = std::make_unique<Command>(arguments, output, limits, limit,
                                             [this](const Command::Result& answer) {
@@ -99,6 +99,11 @@ TEST_F(CommandTest, givesTheProgramItsLimitsAndNothingToRead)
     limits.isOpenFilesKnown = true;
     limits.openFiles = {.rlim_cur = 123, .rlim_max = 456};
     EXPECT_EQ(resultOf({"sh", "-c", "ulimit -Sn; ulimit -Hn; cat"}).output, "123\n456\n");
+}
+
+TEST_F(CommandTest, discardsWhatTheProgramComplainsAbout)
+{
+    EXPECT_EQ(resultOf({"readlink", "/proc/self/fd/2"}).output, "/dev/null\n");
 }
 
 TEST_F(CommandTest, givesTheProgramTheInheritedEnvironmentOnly)

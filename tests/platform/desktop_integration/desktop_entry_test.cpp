@@ -20,15 +20,16 @@ Arguments argumentsOf(const std::string& exec)
 
 TEST(DesktopEntry, isReadFromTheMainGroup)
 {
-    EXPECT_EQ(parsedDesktopEntry("# x\n[Other]\nName=No\n[Desktop Entry]\nName = Files\n"
-                                 "Name[de]=Dateien\nExec=files \\\\\\s%U\nTerminal=true\n"
-                                 "DBusActivatable=true\nCategories=GTK;FileManager;\n"
-                                 "[Desktop Action x]\nExec=other\nTerminal=false\n"),
-              (DesktopEntry{.name = "Files",
-                            .command = "files \\ %U",
-                            .isForTerminal = true,
-                            .isBusActivatable = true,
-                            .isFileManager = true}));
+    EXPECT_EQ(
+        parsedDesktopEntry("# x\n[Desktop Entry 2]\nName=No\n[Desktop Entry]\nName[de]=Dateien\n"
+                           "Name = Files\\\\\nExec=files \\\\\\s%U\nTerminal=true\n"
+                           "DBusActivatable=true\nCategories=GTK;FileManager;\n"
+                           "[Desktop Action x]\nExec=other\nTerminal=false\n"),
+        (DesktopEntry{.name = "Files\\",
+                      .command = "files \\ %U",
+                      .isForTerminal = true,
+                      .isBusActivatable = true,
+                      .isFileManager = true}));
     EXPECT_EQ(parsedDesktopEntry(""), DesktopEntry());
 }
 
@@ -48,7 +49,7 @@ TEST(DesktopEntry, replacesTheOtherFieldCodes)
 
 TEST(DesktopEntry, hasQuotedArguments)
 {
-    EXPECT_EQ(argumentsOf(R"("/opt/my files/run" "" "a\\"b\\$c" %u)"),
+    EXPECT_EQ(argumentsOf(R"("/opt/my files/run" ""  "a\\"b\\$c" %u)"),
               Arguments({"/opt/my files/run", "", "a\"b$c", "smb://a/B%20c"}));
 }
 

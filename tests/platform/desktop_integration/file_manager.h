@@ -21,7 +21,8 @@ public:
                 const QString& name = QStringLiteral("org.freedesktop.FileManager1"))
         : bus(connection), manner(itsManner)
     {
-        bus.registerVirtualObject(u'/' + QString(name).replace(u'.', u'/'), this);
+        bus.registerVirtualObject(u'/' + QString(name).replace(u'.', u'/').replace(u'-', u'_'),
+                                  this);
         EXPECT_TRUE(bus.registerService(name));
     }
 

@@ -72,6 +72,10 @@ TEST_F(FolderHandlerTest, isAFileManagerThatIsRegisteredIfTheDefaultProgramDoesN
     EXPECT_EQ(chosenFrom("No default applications for “inode/directory”\n"
                          "Registered applications:\n\tnemo.desktop\n"),
               "nemo");
+    EXPECT_EQ(chosenFrom("No default applications for “inode/directory”\n\n"
+                         "xthunar.desktop\n\tnemo.desktop\n"),
+              "nemo")
+        << "only what is behind a tab is a program";
 }
 
 /// The entries of Nemo and Caja do not say that they are file managers.
@@ -116,6 +120,8 @@ TEST_F(FolderHandlerTest, isAnotherDefaultProgramOnlyIfNoFileManagerTakesUrls)
                               "Registered applications:\n\tusage.desktop\n";
     EXPECT_EQ(chosenFrom(usage + "\told.desktop\n\tfiles.desktop\n"), "files");
     EXPECT_EQ(chosenFrom(usage + "\told.desktop\n"), "usage");
+    addEntry("player.desktop", "[Desktop Entry]\nExec=player %U\nCategories=Audio;\n");
+    EXPECT_EQ(chosenFrom(usage + "\tplayer.desktop\n"), "usage");
 }
 
 TEST_F(FolderHandlerTest, isNoneWhereNothingIsRegistered)
@@ -160,6 +166,7 @@ TEST_F(FolderHandlerTest, hasABusNameIfItOpensUrlsOverTheBus)
 
 TEST_F(FolderHandlerTest, isNoneForAnIdentifierThatIsNone)
 {
+    addEntry("other.desktop", "");
     folder.write(QStringLiteral("x.desktop"), QStringLiteral("[Desktop Entry]\nExec=x %U\n"));
     for (const char* identifier : {"", "missing.desktop", "../x.desktop", "/x.desktop", "x"})
         EXPECT_EQ(chosenFrom(std::string("Default application for x: ") + identifier), "none")

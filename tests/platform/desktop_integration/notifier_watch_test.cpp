@@ -5,6 +5,7 @@
 #include <QDBusMessage>
 #include <QDBusVariant>
 #include <QDBusVirtualObject>
+#include <chrono>
 #include <memory>
 
 #include <gtest/gtest.h>
@@ -88,6 +89,14 @@ TEST_F(NotifierWatchTest, knowsNothingBeforeTheBusHasAnswered)
     EXPECT_EQ(changes, 1);
 }
 
+TEST_F(NotifierWatchTest, startsNoRegistry)
+{
+    bus.makeActivatable(registryName(), QStringLiteral("/bin/false"));
+    makeWatch();
+    EXPECT_TRUE(waitUntil([&] { return watch->state() != State::Unknown; }));
+    EXPECT_EQ(watch->state(), State::Absent);
+}
+
 TEST_F(NotifierWatchTest, knowsThatThereIsNothingWithoutABus)
 {
     watch = std::make_unique<NotifierWatch>(QDBusConnection(QStringLiteral("none")), [] {});
@@ -132,6 +141,31 @@ TEST_F(NotifierWatchTest, takesARegistryThatAnswersNothingForOneWithoutAHost)
     registry.isBroken = true;
     makeWatch();
     EXPECT_TRUE(becomes(State::Watched));
+}
+
+TEST_F(NotifierWatchTest, asksARegistryThatDidNotAnswerAgain)
+{
+    Registry registry(bus.connect());
+    registry.isBroken = true;
+    watch = std::make_unique<NotifierWatch>(
+        bus.connect(), [] {}, std::chrono::milliseconds(1));
+    EXPECT_TRUE(becomes(State::Watched));
+    registry.hasHost = true;
+    registry.isBroken = false;
+    EXPECT_TRUE(becomes(State::Hosted)) << "without a signal";
+}
+
+TEST_F(NotifierWatchTest, tellsOfChangesOnly)
+{
+    Registry registry(bus.connect());
+    makeWatch();
+    EXPECT_TRUE(becomes(State::Watched));
+    const int before = registry.questions;
+    registry.setHost(false);
+    EXPECT_TRUE(waitUntil([&] { return registry.questions > before; }));
+    registry.setHost(true);
+    EXPECT_TRUE(becomes(State::Hosted));
+    EXPECT_EQ(changes, 2);
 }
 
 TEST_F(NotifierWatchTest, asksOnceForManySignals)

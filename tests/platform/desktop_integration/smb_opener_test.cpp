@@ -118,6 +118,18 @@ TEST_F(SmbOpenerTest, tellsThatAServerWasNotFoundAndThatTheFileManagerTookIt)
                                                    "after 0 ms"}));
 }
 
+TEST_F(SmbOpenerTest, reportsOnAShareThatTakesLongAlsoWhenAnotherWasOpenedMeanwhile)
+{
+    addFileManager(Manner::Silent);
+    makeOpener({.moment = 0s});
+    open(kUrl);
+    ASSERT_TRUE(waitForFolders(1));
+    opener->open("smb://nas@other.local/NAS", "token", nullptr);
+    fileManager->bus.send(fileManager->calls.at(0).createReply());
+    EXPECT_TRUE(waitUntil([this] { return !results.empty(); }));
+    EXPECT_EQ(results, std::vector<std::string>{""});
+}
+
 TEST_F(SmbOpenerTest, reportsAndPrintsThatNothingOpensTheUrl)
 {
     programs.addGio(QStringLiteral("missing.desktop"), QStringLiteral("open"));

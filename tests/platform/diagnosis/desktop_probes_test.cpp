@@ -1,5 +1,6 @@
 #include "platform/diagnosis/desktop_probes.h"
 #include "tests/platform/desktop/qt_support.h"
+#include "tests/platform/desktop_integration/x_server.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -99,6 +100,14 @@ TEST_F(DesktopProbes, aDesktopHasADisplayOfEitherKind)
     environment.set("DISPLAY", "/nonexistent/display");
     EXPECT_TRUE(isDesktopNamed());
     EXPECT_EQ(probeTray(), Seen::Unknown) << "nobody answers there";
+}
+
+TEST_F(DesktopProbes, aTrayIsThereOnceSomeProgramManagesIt)
+{
+    const XServer server;
+    EXPECT_EQ(probeTray(), Seen::No);
+    const TrayManager manager;
+    EXPECT_EQ(probeTray(), Seen::Yes);
 }
 
 } // namespace
