@@ -42,10 +42,15 @@ std::unique_ptr<ActivationTokens> makeActivationTokens()
 {
     const QString platform = QGuiApplication::platformName();
     if (platform == QStringLiteral("xcb"))
-        return std::make_unique<X11Tokens>();
+        return makeX11Tokens();
     if (platform.startsWith(QStringLiteral("wayland")))
         return makeWaylandTokens();
     return std::make_unique<NoTokens>();
+}
+
+std::unique_ptr<ActivationTokens> makeX11Tokens()
+{
+    return std::make_unique<X11Tokens>();
 }
 
 } // namespace quillbox

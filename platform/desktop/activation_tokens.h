@@ -29,4 +29,7 @@ public:
 /// On the main thread, after the application object has been constructed.
 std::unique_ptr<ActivationTokens> makeActivationTokens();
 
+/// For the X server that DISPLAY names. Needs no application object.
+std::unique_ptr<ActivationTokens> makeX11Tokens();
+
 } // namespace quillbox

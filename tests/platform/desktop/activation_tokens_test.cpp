@@ -1,6 +1,7 @@
 #include "platform/desktop/activation_tokens.h"
 #include "platform/desktop/wayland_tokens.h"
 #include "tests/platform/desktop/qt_support.h"
+#include "tests/platform/desktop_integration/x_server.h"
 
 #include <QtGlobal>
 #include <memory>
@@ -13,7 +14,10 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::Each;
 using ::testing::ElementsAre;
+using ::testing::MatchesRegex;
+using ::testing::SizeIs;
 
 constexpr const char* kPanelVariable = "XDG_ACTIVATION_TOKEN";
 
@@ -47,6 +51,27 @@ TEST_F(ActivationTokensTest, areThoseOfTheProcessInWhichTheUserActed)
     request(*makeWaylandTokens(), "permission");
     request(*makeActivationTokens(), "permission");
     EXPECT_THAT(tokens, ElementsAre("permission", "permission"));
+}
+
+TEST_F(ActivationTokensTest, areNewOnXEachTimeAndEndInTheTimeOfTheServer)
+{
+    const XServer server;
+    const auto ofX = makeX11Tokens();
+    request(*ofX);
+    request(*ofX, "permission");
+    ASSERT_THAT(tokens, SizeIs(2));
+    EXPECT_THAT(tokens, Each(MatchesRegex("quillbox-helper-.*_TIME[0-9]+")));
+    const auto identifier = [](const std::string& token) {
+        return token.substr(0, token.find("_TIME"));
+    };
+    EXPECT_NE(identifier(tokens[0]), identifier(tokens[1]));
+}
+
+TEST_F(ActivationTokensTest, areEmptyWithoutTheXServer)
+{
+    environment.set("DISPLAY", ":none");
+    request(*makeX11Tokens());
+    EXPECT_THAT(tokens, ElementsAre(""));
 }
 
 /// Such as one that it passed with a menu that was dismissed.

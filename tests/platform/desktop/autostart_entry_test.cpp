@@ -67,6 +67,8 @@ TEST_F(AutostartEntry, thatIsNotThereIsOff)
     const auto off = setAutostart(Autostart::Off, path(), kProgram);
     EXPECT_EQ(off.outcome, Outcome::Done);
     EXPECT_EQ(off.text, "Does not start at login: there is no " + path());
+    const auto belowFile = setAutostart(Autostart::Off, "/proc/version/entry.desktop", kProgram);
+    EXPECT_EQ(belowFile.outcome, Outcome::Done);
 }
 
 TEST_F(AutostartEntry, thatCannotBeChangedIsReported)

@@ -14,7 +14,8 @@ using copy_protocol::requestIn;
 
 TEST(CopyProtocol, anActivationIsUnderstoodWithAndWithoutAToken)
 {
-    for (const std::string& token : {std::string(), std::string("token-1_TIME9")}) {
+    for (const std::string& token :
+         {std::string(), std::string("token-1_TIME9"), std::string(400, 't')}) {
         const auto request = requestIn(copy_protocol::activation(token));
         ASSERT_TRUE(request) << token;
         EXPECT_EQ(request->kind, Request::Kind::Activation);
@@ -60,11 +61,11 @@ TEST(CopyProtocol, otherLinesAreNotUnderstood)
 {
     for (const std::string& line :
          {std::string(), std::string("GET / HTTP/1.1"), std::string("activated"),
-          std::string("activate "), std::string("activate two words"),
-          std::string("activate \x1b[2J"), std::string("Activate"), std::string("message"),
-          std::string("message "), std::string("message -"), std::string("message  text"),
-          std::string("message \x07 text"), "message - " + std::string(8193, 'x'),
-          std::string("\0", 1)})
+          std::string("activate-token"), std::string("activate "),
+          std::string("activate two words"), std::string("activate \x1b[2J"),
+          std::string("Activate"), std::string("message"), std::string("message "),
+          std::string("message -"), std::string("message  text"), std::string("message \x07 text"),
+          "message - " + std::string(8193, 'x'), std::string("\0", 1)})
         EXPECT_FALSE(requestIn(line)) << line;
 }
 

@@ -3,10 +3,14 @@
 #include "tests/platform/desktop/qt_support.h"
 
 #include <QFile>
+#include <QLibraryInfo>
 #include <QTemporaryDir>
+#include <thread>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 
 namespace quillbox {
@@ -63,6 +67,26 @@ TEST_F(DisplayProbe, findsACompositorThatIsBusyWithOtherClients)
     ASSERT_EQ(::listen(compositor.get(), 0), 0);
     EXPECT_EQ(probeDisplay(), Display::Wayland);
     EXPECT_EQ(probeDisplay(), Display::Wayland);
+}
+
+TEST_F(DisplayProbe, findsNoCompositorForWhichQtHasNoPlugin)
+{
+    const FileDescriptor compositor = compositorAt("wayland-0");
+    const QByteArray plugins = QFile::encodeName(QLibraryInfo::path(QLibraryInfo::PluginsPath)
+                                                 + QStringLiteral("/platforms"));
+    bool isPermitted = false;
+    Display found = Display::Any;
+    // A thread that sees an empty folder of plugins.
+    std::thread([&] {
+        isPermitted = ::unshare(CLONE_NEWNS) == 0
+                      && ::mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0
+                      && ::mount("none", plugins.constData(), "tmpfs", 0, nullptr) == 0;
+        if (isPermitted)
+            found = probeDisplay();
+    }).join();
+    if (!isPermitted)
+        GTEST_SKIP() << "no permission to mount";
+    EXPECT_EQ(found, Display::None);
 }
 
 TEST_F(DisplayProbe, isNotDeceivedByWhatADeadCompositorLeft)

@@ -94,6 +94,17 @@ TEST_F(FileUserDefaultsTest, withoutAFileNothingIsStoredAndNothingIsSaid)
     EXPECT_FALSE(QFile::exists(pathOf("settings.json")));
 }
 
+TEST_F(FileUserDefaultsTest, aFileOfMoreThanOneMebibyteIsNotRead)
+{
+    QByteArray text(R"({"host": "office"})");
+    text.append(1024 * 1024 - text.size(), ' ');
+    write(text);
+    EXPECT_THAT(open(), IsEmpty());
+    EXPECT_EQ(store->stringForKey("host", "standard"), "office");
+    write(text + ' ');
+    EXPECT_THAT(open(), HasSubstr("it is larger than 1 MiB"));
+}
+
 TEST_F(FileUserDefaultsTest, valuesComeBackInTheirKind)
 {
     open();
@@ -133,8 +144,8 @@ TEST_F(FileUserDefaultsTest, onlyBooleansAndZeroAndOneAreBooleans)
 {
     write(R"({"t": true, "f": false, "0": 0, "1": 1, "2": 2, "half": 0.5, "text": "true",)"
           R"( "null": null, "list": [true], "object": {}})");
-    open();
     for (const bool standard : {true, false}) {
+        open();
         EXPECT_TRUE(store->boolForKey("t", standard));
         EXPECT_FALSE(store->boolForKey("f", standard));
         EXPECT_FALSE(store->boolForKey("0", standard));

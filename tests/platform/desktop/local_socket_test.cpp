@@ -3,11 +3,15 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <cerrno>
+#include <string>
 #include <vector>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
 
 namespace quillbox {
 
@@ -27,6 +31,16 @@ TEST_F(LocalSocket, reachesWhoListens)
     ASSERT_TRUE(socket.isOpen());
     EXPECT_EQ(connectTo(folder.get(), "s", connection), Reached::Connected);
     EXPECT_TRUE(isPeerOfSameUser(connection.get()));
+}
+
+TEST_F(LocalSocket, isClosedToOtherUsers)
+{
+    const mode_t before = ::umask(0);
+    const FileDescriptor socket = listenAt(folder.get(), "s");
+    ::umask(before);
+    struct stat status {};
+    ASSERT_EQ(::fstatat(folder.get(), "s", &status, 0), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
 }
 
 TEST_F(LocalSocket, findsNobodyBehindAFileThatADeadProcessLeft)
@@ -59,6 +73,19 @@ TEST_F(LocalSocket, isNotLimitedByTheLengthOfTheFoldersPath)
     const FileDescriptor socket = listenAt(deep.get(), "s");
     ASSERT_TRUE(socket.isOpen());
     EXPECT_EQ(connectTo(deep.get(), "s", connection), Reached::Connected);
+}
+
+TEST_F(LocalSocket, hasANameThatFitsIntoAnAddress)
+{
+    const std::string path = "/proc/self/fd/" + std::to_string(folder.get()) + '/';
+    std::string name(sizeof(sockaddr_un::sun_path) - 1 - path.size(), 'n');
+    const FileDescriptor socket = listenAt(folder.get(), name);
+    EXPECT_TRUE(socket.isOpen());
+    EXPECT_EQ(connectTo(folder.get(), name, connection), Reached::Connected);
+    name += 'n';
+    EXPECT_FALSE(listenAt(folder.get(), name).isOpen());
+    EXPECT_EQ(errno, ENAMETOOLONG);
+    EXPECT_EQ(connectTo(folder.get(), name, connection), Reached::Busy);
 }
 
 TEST_F(LocalSocket, isNotInheritedByOtherPrograms)

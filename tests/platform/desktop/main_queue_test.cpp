@@ -4,6 +4,7 @@
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QObject>
+#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,6 +65,22 @@ TEST_F(MainQueueTest, runsOneClosureATurnOfTheLoop)
     queue->async(noting("third"));
     ASSERT_TRUE(runUntilNoted(4));
     EXPECT_THAT(notes, ElementsAre("first", "event", "second", "third"));
+}
+
+TEST_F(MainQueueTest, runsNoClosureBeforeTheOneBeforeIsDestroyed)
+{
+    struct Turn {
+        std::vector<std::string>& notes;
+        ~Turn()
+        {
+            QCoreApplication::processEvents();
+            notes.emplace_back("destroyed");
+        }
+    };
+    queue->async([turn = std::shared_ptr<Turn>(new Turn{notes})] {});
+    queue->async(noting("second"));
+    ASSERT_TRUE(runUntilNoted(2));
+    EXPECT_THAT(notes, ElementsAre("destroyed", "second"));
 }
 
 TEST_F(MainQueueTest, neverRunsAClosureInsideTheCallThatHandsItOver)

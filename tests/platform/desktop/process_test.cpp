@@ -192,6 +192,7 @@ TEST_F(Process, startsProgramsThatAreNobodysChildAndReadNothing)
 
 TEST_F(Process, tellsWhenAProgramCannotBeStarted)
 {
+    EXPECT_FALSE(hasStayed(-1));
     EXPECT_FALSE(startDetached({"no-such-program-anywhere"}, {}));
     EXPECT_FALSE(startDetached({folder.path().toStdString()}, {}));
 }

@@ -390,6 +390,28 @@ TEST_F(RunningCopies, mayReplaceTheirHandlersWhenTheyHearOfThePast)
     EXPECT_TRUE(runUntil([&activations] { return activations == 1; }));
 }
 
+TEST_F(RunningCopies, hearOfAnEarlyMessageOnce)
+{
+    const auto copy = start();
+    const FileDescriptor sender = connectedToOnlyCopy();
+    const std::string message = "message - hello\n";
+    ::send(sender.get(), message.data(), message.size(), MSG_NOSIGNAL);
+    // An answer means that what was sent before has been read.
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    int heard = 0;
+    for (int handlers = 0; handlers < 2; ++handlers) {
+        copy->setMessageHandler(
+            [&heard](const CopyMessage&, const RunningApplications::Answer& answer) {
+                ++heard;
+                answer("heard");
+            });
+    }
+    EXPECT_EQ(readAll(sender), "answer heard\n");
+    // Passes after whatever the handlers are still to be told.
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    EXPECT_EQ(heard, 1);
+}
+
 TEST_F(RunningCopies, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
 {
     auto copy = start();

@@ -1,6 +1,7 @@
 #include "platform/desktop/termination_signals.h"
 #include "tests/platform/desktop/qt_support.h"
 
+#include <QCoreApplication>
 #include <csignal>
 #include <cstdlib>
 
@@ -18,6 +19,8 @@ namespace {
     const auto signals = makeTerminationSignals([&requests] { ++requests; });
     std::raise(signal);
     runUntil([&requests] { return requests > 0; });
+    for (int turn = 0; turn < 10; ++turn)
+        QCoreApplication::processEvents();
     std::_Exit(signals ? requests : -1);
 }
 
@@ -61,6 +64,14 @@ TEST(TerminationSignals, oneThatIsIgnoredFromTheStartStaysSo)
             std::_Exit(signals ? requests : -1);
         },
         ::testing::ExitedWithCode(1), "");
+}
+
+TEST(TerminationSignals, interruptNoSystemCall)
+{
+    const auto signals = makeTerminationSignals([] {});
+    struct sigaction action {};
+    ASSERT_EQ(::sigaction(SIGTERM, nullptr, &action), 0);
+    EXPECT_NE(action.sa_flags & SA_RESTART, 0);
 }
 
 TEST(TerminationSignals, haveTheirDefaultActionBackAfterwards)

@@ -36,6 +36,7 @@ protected:
 TEST_F(WaylandPresenceTest, givesTheToolkitAPermissionOnce)
 {
     EXPECT_EQ(permissionSeen("token"), "token");
+    EXPECT_FALSE(qEnvironmentVariableIsSet(kVariable)) << "programs would inherit it";
     EXPECT_EQ(permissionSeen(), "");
     EXPECT_FALSE(qEnvironmentVariableIsSet(kVariable));
 }
