@@ -254,10 +254,19 @@ template <typename Change> MulticastFacts probed(const Change& change)
     return wire.facts.ipv4;
 }
 
+/// Waits until the kernel has noticed that the other end of a cable is up.
+void awaitRunning(const std::string& name)
+{
+    const auto end = std::chrono::steady_clock::now() + 20s;
+    while (!factsOf(surveyInterfaces(), name).isRunning && std::chrono::steady_clock::now() < end)
+        std::this_thread::yield();
+}
+
 void addOwnEnd()
 {
     addCable("wire0", "wire1");
     ip("addr add 192.0.2.1/24 dev wire0");
+    awaitRunning("wire0");
 }
 
 TEST(MulticastProbe, hearsItsOwnQueriesAndTheAnswersOfOthers)
@@ -265,6 +274,7 @@ TEST(MulticastProbe, hearsItsOwnQueriesAndTheAnswersOfOthers)
     inNetworkNamespace([] {
         addOwnEnd();
         Responder responder("wire1", "192.0.2.2");
+        awaitRunning("wire0");
         MulticastFacts facts;
         // Once more if the computer was too slow for the answer to arrive in time.
         for (int attempt = 0; attempt < 20 && facts.hostsAnswered == 0; ++attempt)
@@ -278,14 +288,6 @@ TEST(MulticastProbe, hearsItsOwnQueriesAndTheAnswersOfOthers)
         EXPECT_THAT(ports, Contains(5353)) << "it asks for answers by multicast, too";
         EXPECT_GE(ports.size(), 2U);
     });
-}
-
-/// Waits until the kernel has noticed that the other end of a cable is up.
-void awaitRunning(const std::string& name)
-{
-    const auto end = std::chrono::steady_clock::now() + 20s;
-    while (!factsOf(surveyInterfaces(), name).isRunning && std::chrono::steady_clock::now() < end)
-        std::this_thread::yield();
 }
 
 TEST(MulticastProbe, tellsItsOwnQueriesFromWhatOtherProgramsOfThisComputerSend)
