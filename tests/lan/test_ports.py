@@ -160,7 +160,6 @@ class FileManager:
 
     def __init__(self, computer):
         computer.start_session_bus()
-        self._computer = computer
         environment = computer.environment(DBUS_SESSION_BUS_ADDRESS=SESSION_BUS)
         keyring = ["gnome-keyring-daemon", "--unlock", "--foreground", "--components=secrets"]
         self._keyring = computer.start(keyring, env=environment, stdin=True)
@@ -178,17 +177,6 @@ class FileManager:
         )
         return json.loads(line.text)
 
-    def add_bookmark(self, url):
-        folder = os.path.join(self._computer.environment()["XDG_CONFIG_HOME"], "gtk-3.0")
-        os.makedirs(folder, exist_ok=True)
-        self._bookmarks = os.path.join(folder, "bookmarks")
-        with open(self._bookmarks, "a", encoding="utf-8") as file:
-            file.write(f"{url} Phone\n")
-
-    def bookmark(self):
-        with open(self._bookmarks, encoding="utf-8") as file:
-            return file.read().split()[0]
-
 
 def restart_program(computer, helper, phone):
     helper.stop()
@@ -205,7 +193,7 @@ def return_phone(computer, helper, phone):
 
 
 @pytest.mark.parametrize("happens", [restart_program, return_phone])
-def test_a_remembered_password_and_a_bookmark_are_still_good(
+def test_a_remembered_password_still_opens_the_url_of_the_share(
     bare_computer, onlooker, phone, happens
 ):
     computer = bare_computer
@@ -219,13 +207,12 @@ def test_a_remembered_password_and_a_bookmark_are_still_good(
     url = f"smb://nas@{found['host']}:{found['port']}/NAS"
     assert manager("mount", url, password=PASSWORD) == {"asked": 1}
     assert manager("list", url) == {"names": ["photo"]}
-    manager.add_bookmark(url)
     manager("unmount", url)
 
     happens(computer, helper, phone)
 
-    assert manager("mount", manager.bookmark()) == {"asked": 0}
-    assert manager("list", manager.bookmark()) == {"names": ["photo"]}
+    assert manager("mount", url) == {"asked": 0}
+    assert manager("list", url) == {"names": ["photo"]}
 
 
 @pytest.mark.parametrize("happens", [restart_program, return_phone])
