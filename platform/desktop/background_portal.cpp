@@ -9,6 +9,7 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QEventLoop>
+#include <QString>
 #include <QStringList>
 #include <QTimer>
 #include <QVariantMap>
@@ -23,6 +24,7 @@ namespace {
 constexpr uint kGranted = 0;
 constexpr const char* kSubject = "cannot change the start at login: ";
 constexpr const char* kInstead = "; use the desktop's own settings";
+constexpr QLatin1StringView kRequest("org.freedesktop.portal.Request");
 
 const QString& portal()
 {
@@ -83,6 +85,22 @@ AutostartResult failure(const std::string& reason)
     return {.outcome = AutostartResult::Outcome::Failed, .text = kSubject + reason + kInstead};
 }
 
+/// Whether the portal is there, but has not answered the call.
+bool isSilence(const QDBusError& error)
+{
+    return error.type() == QDBusError::NoReply || error.type() == QDBusError::Timeout
+           || error.type() == QDBusError::TimedOut;
+}
+
+/// Takes the question from the screen, to which nobody waits for an answer any more.
+void withdraw(const QString& path, const QDBusConnection& bus)
+{
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(portal(), path, kRequest, QStringLiteral("Close"));
+    call.setAutoStartService(false);
+    bus.send(call);
+}
+
 } // namespace
 
 AutostartResult requestAutostart(Autostart wanted, QDBusConnection bus,
@@ -100,27 +118,34 @@ AutostartResult requestAutostart(Autostart wanted, QDBusConnection bus,
     PortalResponse receiver([&](uint response, const QVariantMap& results) {
         end(resultOf(wanted, response, results));
     });
-    const auto listenAt = [&](const QString& path) {
-        bus.connect(portal(), path, QStringLiteral("org.freedesktop.portal.Request"),
-                    QStringLiteral("Response"), &receiver, SLOT(receive(uint, QVariantMap)));
+    QString path = requestPath(bus);
+    const auto listen = [&] {
+        bus.connect(portal(), path, kRequest, QStringLiteral("Response"), &receiver,
+                    SLOT(receive(uint, QVariantMap)));
     };
     // Before the call, because the response may arrive before its reply.
-    listenAt(requestPath(bus));
+    listen();
 
     QDBusPendingCallWatcher reply(
         bus.asyncCall(requestFor(wanted), static_cast<int>(limit.count())));
     QObject::connect(&reply, &QDBusPendingCallWatcher::finished, &loop, [&] {
         const QDBusPendingReply<QDBusObjectPath> handle = reply;
-        if (handle.isError())
+        if (isSilence(handle.error())) {
+            loop.quit();
+        } else if (handle.isError()) {
             end(failure("the desktop has no portal for it ("
                         + handle.error().message().toStdString() + ')'));
-        else if (handle.value().path() != requestPath(bus)) // of portals before version 0.9
-            listenAt(handle.value().path());
+        } else if (handle.value().path() != path) { // of portals before version 0.9
+            path = handle.value().path();
+            listen();
+        }
     });
-    QTimer::singleShot(limit, &loop, [&] { end(failure("the desktop does not answer")); });
-    if (!result)
-        loop.exec();
-    return *result;
+    QTimer::singleShot(limit, &loop, &QEventLoop::quit);
+    loop.exec();
+    if (result)
+        return *result;
+    withdraw(path, bus);
+    return failure("the desktop does not answer");
 }
 
 } // namespace quillbox

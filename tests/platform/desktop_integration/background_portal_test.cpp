@@ -1,4 +1,5 @@
 #include "platform/desktop/background_portal.h"
+#include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
 
 #include <QDBusArgument>
@@ -26,6 +27,7 @@ namespace {
 using namespace std::chrono_literals;
 using Outcome = AutostartResult::Outcome;
 using ::testing::AllOf;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::SizeIs;
 
@@ -34,7 +36,8 @@ class Portal final : public QDBusVirtualObject {
 public:
     explicit Portal(QDBusConnection connection) : bus(std::move(connection))
     {
-        bus.registerVirtualObject(QStringLiteral("/org/freedesktop/portal/desktop"), this);
+        bus.registerVirtualObject(QStringLiteral("/org/freedesktop/portal/desktop"), this,
+                                  QDBusConnection::SubPath);
         EXPECT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.portal.Desktop")));
     }
 
@@ -42,13 +45,18 @@ public:
 
     bool handleMessage(const QDBusMessage& message, const QDBusConnection& /*connection*/) override
     {
+        if (message.interface() == QStringLiteral("org.freedesktop.portal.Request")) {
+            EXPECT_EQ(message.member(), QStringLiteral("Close"));
+            closed.push_back(message.path());
+            return true;
+        }
         EXPECT_EQ(message.interface(), QStringLiteral("org.freedesktop.portal.Background"));
         EXPECT_EQ(message.member(), QStringLiteral("RequestBackground"));
         EXPECT_EQ(message.signature(), QStringLiteral("sa{sv}"));
         const auto options = qdbus_cast<QVariantMap>(message.arguments().value(1));
         requests.push_back(options);
-        if (isUnknown) {
-            bus.send(message.createErrorReply(QDBusError::UnknownMethod, QStringLiteral("Nope")));
+        if (error != QDBusError::NoError) {
+            bus.send(message.createErrorReply(error, QStringLiteral("Nope")));
             return true;
         }
         caller = message.service();
@@ -58,7 +66,8 @@ public:
                         : options.value(QStringLiteral("handle_token")).toString());
         if (!isOld)
             respond();
-        bus.send(message.createReply(QVariant::fromValue(QDBusObjectPath(path))));
+        if (!isStuck)
+            bus.send(message.createReply(QVariant::fromValue(QDBusObjectPath(path))));
         return true;
     }
 
@@ -76,13 +85,15 @@ public:
     QDBusConnection bus;
     std::optional<uint> response = 0; ///< nullopt: none
     QVariantMap results;
-    bool isOld = false;     ///< chooses the path of the request, and responds only on demand
-    bool isUnknown = false; ///< lacks the Background portal
+    bool isOld = false;   ///< chooses the path of the request, and responds only on demand
+    bool isStuck = false; ///< does not reply to the request
+    QDBusError::ErrorType error = QDBusError::NoError; ///< the reply to the request
     std::vector<QVariantMap> requests;
+    QString path; ///< of the last request
+    std::vector<QString> closed;
 
 private:
     QString caller;
-    QString path; ///< of the request
 };
 
 class BackgroundPortal : public ::testing::Test {
@@ -168,13 +179,43 @@ TEST_F(BackgroundPortal, mayChooseThePathOfItsResponse)
     EXPECT_EQ(requestAutostart(Autostart::On, bus.connect()).outcome, Outcome::Done);
 }
 
-TEST_F(BackgroundPortal, isNotWaitedForForever)
+TEST_F(BackgroundPortal, isNotWaitedForForeverAndTheRequestIsWithdrawn)
 {
     makePortal();
     portal->response = std::nullopt;
-    const auto result = requestAutostart(Autostart::On, bus.connect(), 100ms);
-    EXPECT_EQ(result.outcome, Outcome::Failed);
-    EXPECT_THAT(result.text, HasSubstr("the desktop does not answer"));
+    const QDBusConnection caller = bus.connect();
+    for (const auto& [isStuck, isOld] :
+         {std::pair(false, false), std::pair(false, true), std::pair(true, false)}) {
+        portal->isStuck = isStuck;
+        portal->isOld = isOld;
+        portal->closed.clear();
+        const auto result = requestAutostart(Autostart::On, caller, 100ms);
+        EXPECT_EQ(result.outcome, Outcome::Failed);
+        EXPECT_THAT(result.text, HasSubstr("the desktop does not answer"));
+        waitUntil([this] { return !portal->closed.empty(); });
+        EXPECT_THAT(portal->closed, ElementsAre(portal->path));
+    }
+}
+
+TEST_F(BackgroundPortal, thatGivesNoReplyIsNotTakenForAMissingOne)
+{
+    makePortal();
+    for (const auto error : {QDBusError::NoReply, QDBusError::Timeout, QDBusError::TimedOut}) {
+        portal->error = error;
+        const auto result = requestAutostart(Autostart::On, bus.connect());
+        EXPECT_EQ(result.outcome, Outcome::Failed);
+        EXPECT_THAT(result.text, HasSubstr("the desktop does not answer"));
+    }
+}
+
+TEST_F(BackgroundPortal, isToldNothingMoreOnceItHasAnswered)
+{
+    makePortal();
+    portal->results = autostart(true);
+    const QDBusConnection caller = bus.connect();
+    requestAutostart(Autostart::On, caller);
+    requestAutostart(Autostart::On, caller); // after which a Close of the first would be there
+    EXPECT_THAT(portal->closed, SizeIs(0));
 }
 
 TEST_F(BackgroundPortal, mayBeMissing)
@@ -183,7 +224,7 @@ TEST_F(BackgroundPortal, mayBeMissing)
     EXPECT_EQ(withoutPortals.outcome, Outcome::Failed);
     EXPECT_THAT(withoutPortals.text, HasSubstr("the desktop has no portal for it ("));
     makePortal();
-    portal->isUnknown = true;
+    portal->error = QDBusError::UnknownMethod;
     const auto withoutThisOne = requestAutostart(Autostart::Off, bus.connect());
     EXPECT_EQ(withoutThisOne.outcome, Outcome::Failed);
     EXPECT_THAT(withoutThisOne.text, HasSubstr("the desktop has no portal for it (Nope)"));
