@@ -9,6 +9,34 @@ from rig.desktop import Desktop
 from rig.process import limit, wait_until
 
 
+# A file of xsm with one program.
+NOTED = f"""3
+29e49182a-e3e8-4522-a917-3f357bc12708
+1
+236561f54-875f-45c4-a7a8-cebbe4205ce3
+local/computer
+Program
+ARRAY8
+\t{PROGRAM}
+UserID
+ARRAY8
+\troot
+RestartStyleHint
+CARD8
+\t0
+CloneCommand
+LISTofARRAY8
+\t{PROGRAM}
+RestartCommand
+LISTofARRAY8
+\t{PROGRAM}
+\t-session
+\t236561f54-875f-45c4-a7a8-cebbe4205ce3
+
+0
+"""
+
+
 def name_of(pid):
     with contextlib.suppress(OSError), open(f"/proc/{pid}/comm", encoding="utf-8") as file:
         return file.read().strip()
@@ -66,6 +94,18 @@ def test_a_restored_session_does_not_start_the_program(lan):
     assert not desktop.helper_processes()
 
 
-def test_a_session_that_was_noted_with_the_program_starts_it(bare_computer):
-    helper = bare_computer.helper("-session", "213e9a7ea-9481-4708-9908-4c1ab77db305_1795388463")
-    helper.wait_status(LOOKING)
+def test_a_session_that_was_noted_with_the_program_starts_it_once_more(lan):
+    """Versions of the program that did not ask to be left out were noted like this."""
+    desktop = lan.host("computer", of=Desktop)
+    desktop.log_in()
+    home = desktop.environment()["HOME"]
+    os.makedirs(home, exist_ok=True)
+    with open(os.path.join(home, ".XSM-Default"), "w", encoding="utf-8") as file:
+        file.write(NOTED)
+    session = Session(desktop)
+    session.wait_line(f"status: {LOOKING}")
+
+    noted = session.log_out()
+
+    assert "quillbox-helper" not in noted
+    wait_until(lambda: not desktop.helper_processes(), limit(5), "the end of the program")
