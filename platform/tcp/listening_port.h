@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <system_error>
+#include <utility>
 
 namespace quillbox {
 
@@ -31,6 +32,12 @@ public:
 
     ListeningPort(const ListeningPort&) = delete;
     ListeningPort& operator=(const ListeningPort&) = delete;
+
+    /// Tells `OwnPorts` the service of a port that was opened without one.
+    void setService(std::string service) const
+    {
+        context_->ownPorts.name(number_, std::move(service));
+    }
 
     Socket& socket() const { return *socket_; }
     std::uint16_t number() const { return number_; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "platform/text.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <functional>
@@ -42,12 +44,25 @@ public:
         return std::ranges::find(ports_, port, &Entry::port) != ports_.end();
     }
 
-    /// If a listener has a port for this service, calls `removed` once it is closed, on the thread
-    /// that closes it, and returns true.
+    /// Names the service of a listener that was added without one.
+    void name(std::uint16_t port, std::string service)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto position = std::ranges::find_if(ports_, [port](const Entry& entry) {
+            return entry.port == port && entry.service.empty();
+        });
+        if (position != ports_.end())
+            position->service = std::move(service);
+    }
+
+    /// If a listener has a port for this service (or for one with a canonically equivalent name),
+    /// calls `removed` once it is closed, on the thread that closes it, and returns true.
     bool afterRemoval(const std::string& service, std::function<void()> removed)
     {
         const std::lock_guard lock(mutex_);
-        const auto position = std::ranges::find(ports_, service, &Entry::service);
+        const auto position = std::ranges::find_if(ports_, [&service](const Entry& entry) {
+            return canonicallyEqual(entry.service, service);
+        });
         if (position == ports_.end())
             return false;
         position->removed.push_back(std::move(removed));

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -36,16 +37,18 @@ PortRange parsePortRange(const std::string& text)
 
 std::vector<std::uint16_t> servicePorts(std::string_view name, PortRange ephemeral)
 {
+    constexpr std::uint64_t kCount = kServicePorts.last - kServicePorts.first + 1;
+    const std::uint64_t start = stableHash(normalized(name)) % kCount;
     std::vector<std::uint16_t> steady;
     std::vector<std::uint16_t> shared;
-    for (auto port = kServicePorts.first; port <= kServicePorts.last; ++port)
+    for (std::uint64_t index = 0; index < kCount; ++index) {
+        const auto port =
+            static_cast<std::uint16_t>(kServicePorts.first + (start + index) % kCount);
         (ephemeral.contains(port) ? shared : steady).push_back(port);
-    const auto& choice = steady.empty() ? shared : steady;
-    const auto start = static_cast<std::size_t>(stableHash(normalized(name)) % choice.size());
-    std::vector<std::uint16_t> result;
-    for (std::size_t index = 0; index < std::min(kTries, choice.size()); ++index)
-        result.push_back(choice[(start + index) % choice.size()]);
-    return result;
+    }
+    auto& choice = steady.empty() ? shared : steady;
+    choice.resize(std::min(kTries, choice.size()));
+    return choice;
 }
 
 } // namespace quillbox

@@ -17,10 +17,10 @@ PortRange ephemeralPorts();
 /// default for any other text.
 PortRange parsePortRange(const std::string& text);
 
-/// The ports to try for the service with this name, best first: the same ones for canonically
-/// equivalent names, on every computer and in every version. They are in `kServicePorts` and,
-/// unless that is in `ephemeral` as a whole, outside `ephemeral`, from which any program may have
-/// them.
+/// The ports to try for the service with this name, best first. They are in `kServicePorts`, begin
+/// where a hash of the name says, which is the same for canonically equivalent names, on every
+/// computer and in every version, and leave out those in `ephemeral`, which any program may have,
+/// unless that contains all of `kServicePorts`.
 std::vector<std::uint16_t> servicePorts(std::string_view name, PortRange ephemeral);
 
 } // namespace quillbox

@@ -303,6 +303,8 @@ private:
             if (auto better =
                     ListeningPort::openForService(context_, service_->name, allowsReuse_, *port_))
                 port_ = std::move(better);
+            else
+                port_->setService(service_->name);
         }
         traffic_ = context_->traffic.add(service_ ? service_->name : std::string());
         if (service_)

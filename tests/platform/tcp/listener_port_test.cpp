@@ -247,6 +247,32 @@ TEST(ListenerPort, isAwaitedIfAnEarlierListenerOfTheServiceIsAboutToCloseIt)
     });
 }
 
+TEST(ListenerPort, isAwaitedUnderAnyFormOfTheNameAndEvenIfTheKernelChoseIt)
+{
+    alone([] {
+        const std::string composed = "Quillbox K\xc3\xbc"
+                                     "che";
+        const std::string decomposed = "Quillbox Ku\xcc\x88"
+                                       "che";
+        std::vector<Peer> others;
+        for (const bool isChosenByKernel : {false, true}) {
+            if (isChosenByKernel) {
+                for (const auto port : portsOf(composed))
+                    others.push_back(occupy(port));
+            }
+            Program program;
+            const auto earlier = program.make(composed);
+            const auto port = program.start(earlier);
+            EXPECT_EQ(ephemeralPorts().contains(port), isChosenByKernel);
+            const auto later = program.make(decomposed);
+            program.onQueue([&] { later->start(program.queue); });
+            EXPECT_EQ(program.harness.dnsSd.count(), 1U);
+            program.onQueue([&] { earlier->cancel(); });
+            ASSERT_TRUE(program.harness.dnsSd.waitForCount(2, kPatience));
+        }
+    });
+}
+
 TEST(ListenerPort, isNotAwaitedForLong)
 {
     alone([] {

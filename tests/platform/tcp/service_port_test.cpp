@@ -84,6 +84,15 @@ TEST(ServicePort, isNoneThatTheKernelGivesAway)
     }
 }
 
+TEST(ServicePort, isTheUsualOneUnlessTheKernelGivesJustThatOneAway)
+{
+    EXPECT_EQ(servicePorts("Quillbox Office", {.first = 32768, .last = 62999}),
+              servicePorts("Quillbox Office", kUsual));
+    EXPECT_EQ(servicePorts("Quillbox Office", {.first = 63000, .last = 63985}).front(), 63986);
+    EXPECT_EQ(servicePorts("Quillbox Office", {.first = 63985, .last = 64999}),
+              (std::vector<std::uint16_t>{63981, 63982, 63983, 63984, 61000, 61001, 61002, 61003}));
+}
+
 TEST(ServicePort, isTheUsualOneWhereTheKernelGivesAllOfThemAway)
 {
     EXPECT_EQ(servicePorts("Quillbox Office", {.first = 1024, .last = 65535}),
