@@ -4,9 +4,11 @@
 #include "platform/standard_error.h"
 #include "platform/tcp/dialable_address.h"
 #include "platform/tcp/listening_port.h"
+#include "platform/tcp/service_port.h"
 #include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
+#include "platform/text.h"
 
 #include <cassert>
 #include <cerrno>
@@ -305,6 +307,7 @@ private:
                 port_ = std::move(better);
             else
                 port_->setService(service_->name);
+            tellIfUnusual();
         }
         traffic_ = context_->traffic.add(service_ ? service_->name : std::string());
         if (service_)
@@ -317,6 +320,17 @@ private:
         else
             report(Listener::State::Ready, {});
         post([self = shared_from_this()] { self->accept(); });
+    }
+
+    /// The line names no port, because the user has no use for one.
+    void tellIfUnusual() const
+    {
+        if (port_->number() == servicePorts(service_->name, ephemeralPorts()).front())
+            return;
+        printToStandardError("quillbox-helper: the usual port of " + inDoubleQuotes(service_->name)
+                             + " is in use, so stored passwords and bookmarks do not lead to its "
+                               "relay; to have it back, end the program that uses it and run "
+                               "'quillbox-helper restart'");
     }
 
     const std::shared_ptr<TcpContext> context_;

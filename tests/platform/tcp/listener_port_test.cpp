@@ -11,6 +11,7 @@
 #include <string>
 #include <vector>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -172,6 +173,20 @@ TEST(ListenerPort, isTheNextOneWhereAnotherProgramListens)
         EXPECT_EQ(Program().start(kName), ports[2]);
         second.close();
         EXPECT_EQ(Program().start(kName), ports[1]);
+    });
+}
+
+TEST(ListenerPort, isToldOfIfItIsNotTheUsualOne)
+{
+    alone([] {
+        const auto said = [] {
+            testing::internal::CaptureStderr();
+            Program().start(kName);
+            return testing::internal::GetCapturedStderr();
+        };
+        EXPECT_EQ(said(), "");
+        const auto other = occupy(portsOf(kName).front());
+        EXPECT_THAT(said(), testing::HasSubstr("the usual port of \"Quillbox Office\" is in use"));
     });
 }
 
