@@ -40,6 +40,13 @@ std::string noSwitch(std::string_view argument, std::string_view name)
     return inQuotes(argument) + " is not one of " + option + "=on and " + option + "=off";
 }
 
+/// Whether what the option says is of use beyond the run that it starts.
+bool isKept(std::string_view option)
+{
+    const auto name = option.substr(0, option.find('='));
+    return name == kThisComputerOnly || name == kDnsSd || name == kAutostart;
+}
+
 bool isAutostart(Action action)
 {
     return action == Action::TurnAutostartOn || action == Action::TurnAutostartOff;
@@ -95,8 +102,8 @@ public:
         const auto& request = options.request;
         if (isSessionNext)
             return inQuotes(kSession) + " must be followed by an identifier";
-        if (!options.verbose.empty() && isAutostart(options.action))
-            return inQuotes(kVerbose) + " does not go with " + inQuotes(kAutostart);
+        if (!runOption.empty() && isAutostart(options.action))
+            return inQuotes(runOption) + " does not go with " + inQuotes(kAutostart);
         if (options.asJson && !options.isDoctor
             && (!request || request->command != ControlCommand::Status))
             return "'--json' goes with 'status' and 'doctor' only";
@@ -124,6 +131,8 @@ private:
             return problem;
         if (startOption.empty())
             startOption = argument;
+        if (runOption.empty() && !isKept(argument))
+            runOption = argument;
         return checkStartOption();
     }
 
@@ -233,6 +242,7 @@ private:
 
     bool isSessionNext = false;   ///< the next argument is the value of "-session"
     std::string_view startOption; ///< the first option for a new instance, as typed
+    std::string_view runOption;   ///< the first of them that nothing keeps
 };
 
 } // namespace

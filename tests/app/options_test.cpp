@@ -187,9 +187,13 @@ TEST(Options, theAutostartTakesWhatLaterStartsKeep)
         parse({"--autostart=on", "--this-computer-only", "--dns-sd=daemon"}),
         Parsed(Options{.action = Options::Action::TurnAutostartOn,
                        .start = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}}));
-    for (const char* argument : {"--autostart=on", "--autostart=off"})
-        EXPECT_EQ(errorOf(parse({argument, "--verbose=relay"})),
-                  "'--verbose' does not go with '--autostart'");
+    for (const char* argument : {"--autostart=on", "--autostart=off"}) {
+        for (const char* other : {"--verbose", "--verbose=relay", "--hidden"})
+            EXPECT_EQ(errorOf(parse({other, argument})),
+                      '\'' + std::string(other) + "' does not go with '--autostart'");
+        EXPECT_EQ(errorOf(parse({argument, "-session", "10ab"})),
+                  "'-session' does not go with '--autostart'");
+    }
 }
 
 TEST(Options, commandsGoToTheRunningCopy)
