@@ -38,8 +38,10 @@ public:
     virtual std::optional<std::string> ask(const std::string& message,
                                            std::chrono::milliseconds limit) = 0;
 
-    /// Waits until the process that the last `activate` or `ask` reached has exited; returns
-    /// whether it did so within `limit`.
+    /// Waits until the process that the last `activate` or `ask` reached has exited, or, where the
+    /// kernel does not name that process (before Linux 6.5 one of another PID namespace), until its
+    /// registration is gone, which may be a moment earlier; returns whether that happened within
+    /// `limit`.
     virtual bool waitForEnd(std::chrono::milliseconds limit) = 0;
 
     static constexpr std::size_t kLongestMessage = 8192;

@@ -7,7 +7,6 @@
 #include "platform/standard_error.h"
 
 #include <QPointer>
-#include <algorithm>
 #include <chrono>
 #include <ctime>
 #include <map>
@@ -119,6 +118,38 @@ private:
     FileDescriptor process; ///< a pidfd, set by connect()
 };
 
+/// File names begin with the date, so this is the order of registration.
+using CopiesByFileName = std::map<std::string, std::shared_ptr<RunningApplication>>;
+
+CopiesByFileName copiesByFileName(const RunningCopiesOptions& options, std::string& problem)
+{
+    CopiesByFileName copies;
+    bool isAnySafe = false;
+    for (const std::string& path : registrationFolders(options.folders, options.bundleIdentifier)) {
+        const auto folder =
+            std::make_shared<FileDescriptor>(openRegistrationFolder(path, IfAbsent::Fail, problem));
+        if (!folder->isOpen())
+            continue;
+        isAnySafe = true;
+        for (Registration& each : runningRegistrations(folder->get())) {
+            auto& copy = copies[each.fileName];
+            copy = std::make_shared<OtherCopy>(folder, std::move(each), options.activationToken);
+        }
+    }
+    if (isAnySafe)
+        problem.clear();
+    return copies;
+}
+
+std::vector<std::shared_ptr<RunningApplication>> inOrder(CopiesByFileName copies)
+{
+    std::vector<std::shared_ptr<RunningApplication>> list;
+    list.reserve(copies.size());
+    for (auto& [name, copy] : copies)
+        list.push_back(std::move(copy));
+    return list;
+}
+
 class RunningCopies final : public QObject, public RunningApplications {
 public:
     explicit RunningCopies(RunningCopiesOptions chosen) : options(std::move(chosen))
@@ -148,15 +179,11 @@ public:
         std::string problem;
         RunningCopiesOptions asked = options;
         asked.bundleIdentifier = bundleIdentifier;
-        auto copies = findRunningCopies(asked, problem);
-        std::ranges::replace_if(
-            copies,
-            [this](const auto& copy) {
-                return own && copy->processIdentifier() == own->processIdentifier
-                       && copy->launchDate() == own->launchDate;
-            },
-            self);
-        return copies;
+        auto copies = copiesByFileName(asked, problem);
+        const auto found = own ? copies.find(own->fileName) : copies.end();
+        if (found != copies.end())
+            found->second = self;
+        return inOrder(std::move(copies));
     }
 
     void setActivationHandler(ActivationHandler newHandler) override
@@ -259,26 +286,7 @@ private:
 std::vector<std::shared_ptr<RunningApplication>>
 findRunningCopies(const RunningCopiesOptions& options, std::string& problem)
 {
-    std::map<std::string, std::shared_ptr<RunningApplication>> copies; // by file name, thus date
-    bool isAnySafe = false;
-    for (const std::string& path : registrationFolders(options.folders, options.bundleIdentifier)) {
-        const auto folder =
-            std::make_shared<FileDescriptor>(openRegistrationFolder(path, IfAbsent::Fail, problem));
-        if (!folder->isOpen())
-            continue;
-        isAnySafe = true;
-        for (Registration& each : runningRegistrations(folder->get())) {
-            auto& copy = copies[each.fileName];
-            copy = std::make_shared<OtherCopy>(folder, std::move(each), options.activationToken);
-        }
-    }
-    if (isAnySafe)
-        problem.clear();
-    std::vector<std::shared_ptr<RunningApplication>> inOrder;
-    inOrder.reserve(copies.size());
-    for (auto& [name, copy] : copies)
-        inOrder.push_back(std::move(copy));
-    return inOrder;
+    return inOrder(copiesByFileName(options, problem));
 }
 
 std::unique_ptr<RunningApplications> makeRunningApplications(RunningCopiesOptions options)
