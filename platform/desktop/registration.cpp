@@ -1,5 +1,6 @@
 #include "platform/desktop/registration.h"
 
+#include "platform/desktop/file_lock.h"
 #include "platform/desktop/local_socket.h"
 
 #include <algorithm>
@@ -10,10 +11,10 @@
 #include <memory>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <unistd.h>
 
 namespace quillbox {
@@ -27,42 +28,16 @@ constexpr mode_t kLockMode = 0600;
 
 /// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
 constexpr std::chrono::seconds kLockLimit{3};
-constexpr timespec kLockPause{.tv_sec = 0, .tv_nsec = 2'000'000};
 
-/// An exclusive lock of the folder, released by the destructor, or by the kernel when the process
-/// dies. Acquired by polling, because flock() has no timeout.
-class FolderLock final {
-public:
-    explicit FolderLock(int folder)
-        : file(::openat(folder, kLockName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode))
-    {
-        if (!file.isOpen())
-            problem_ = std::generic_category().message(errno);
-        const auto deadline = std::chrono::steady_clock::now() + kLockLimit;
-        while (file.isOpen() && !isHeld) {
-            if (::flock(file.get(), LOCK_EX | LOCK_NB) == 0)
-                isHeld = true;
-            else if (std::chrono::steady_clock::now() > deadline)
-                return;
-            else
-                ::nanosleep(&kLockPause, nullptr);
-        }
-    }
-
-    FolderLock(const FolderLock&) = delete;
-    FolderLock& operator=(const FolderLock&) = delete;
-    ~FolderLock() = default;
-
-    explicit operator bool() const { return isHeld; }
-
-    /// Why it is not held.
-    const std::string& problem() const { return problem_; }
-
-private:
-    FileDescriptor file;
-    bool isHeld = false;
-    std::string problem_ = "another instance holds the lock of the folder";
-};
+/// Locks the folder with a file in it. `problem` is why, if it is not held.
+FileLock lockOf(int folder, std::string& problem)
+{
+    FileDescriptor file(
+        ::openat(folder, kLockName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode));
+    problem = file.isOpen() ? "another instance holds the lock of the folder"
+                            : std::generic_category().message(errno);
+    return {std::move(file), kLockLimit};
+}
 
 std::chrono::nanoseconds now()
 {
@@ -127,9 +102,10 @@ std::vector<Registration> registrationsIn(int folder)
 
 std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
 {
-    const FolderLock lock(folder);
-    if (!lock) {
-        problem = lock.problem();
+    std::string obstacle;
+    const FileLock lock = lockOf(folder, obstacle);
+    if (!lock.isHeld()) {
+        problem = obstacle;
         return std::nullopt;
     }
     OwnRegistration own;
@@ -149,12 +125,13 @@ std::vector<Registration> runningRegistrations(int folder)
 {
     // A copy creates its file and starts to listen under the lock, so the holder of the lock never
     // takes a starting copy for a dead one.
-    const FolderLock lock(folder);
+    std::string obstacle;
+    const FileLock lock = lockOf(folder, obstacle);
     std::vector<Registration> running;
     for (Registration& registration : registrationsIn(folder)) {
         if (isRunning(folder, registration))
             running.push_back(std::move(registration));
-        else if (lock)
+        else if (lock.isHeld())
             ::unlinkat(folder, registration.fileName.c_str(), 0);
     }
     return running;

@@ -1,5 +1,6 @@
 #include "platform/desktop/settings_file.h"
 
+#include "platform/desktop/file_lock.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/standard_error.h"
 
@@ -11,6 +12,7 @@
 #include <QString>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -29,6 +31,10 @@ constexpr qsizetype kLargestFile = qsizetype{1024} * 1024;
 constexpr mode_t kFolderMode = 0700;
 constexpr int kMostLinks = 40; // as many as the kernel follows
 constexpr int kMostSetAside = 1000;
+constexpr int kMostAttempts = 10;
+
+/// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
+constexpr std::chrono::seconds kWriteLockLimit{1};
 
 std::string reasonOf(int error)
 {
@@ -134,6 +140,29 @@ bool setAside(const std::string& file)
     return false;
 }
 
+FileVersion versionOf(const struct stat& status)
+{
+    return {.device = status.st_dev,
+            .inode = status.st_ino,
+            .size = status.st_size,
+            .changed = std::chrono::seconds(status.st_mtim.tv_sec)
+                       + std::chrono::nanoseconds(status.st_mtim.tv_nsec)};
+}
+
+FileVersion versionAt(const std::string& path)
+{
+    struct stat status {};
+    return ::stat(path.c_str(), &status) == 0 ? versionOf(status) : FileVersion();
+}
+
+/// Keeps other processes of this program from writing. A lock that cannot be had, because its
+/// holder is stopped or the file system has none, does not keep this one from it.
+FileLock lockAgainstOthers(const std::string& folder)
+{
+    return {FileDescriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+            kWriteLockLimit};
+}
+
 } // namespace
 
 SettingsFile::Contents SettingsFile::read() const
@@ -158,6 +187,7 @@ SettingsFile::Contents SettingsFile::read() const
         contents.problem = reasonOf(errno);
         return contents;
     }
+    contents.version = versionOf(status);
     auto object = objectIn(*bytes, contents.problem);
     contents.condition = object ? Condition::Good : Condition::Damaged;
     if (object)
@@ -167,24 +197,33 @@ SettingsFile::Contents SettingsFile::read() const
 
 bool SettingsFile::write(const QJsonObject& changes, const QJsonObject& all) const
 {
-    const Contents contents = read();
-    if (contents.condition == Condition::Unreadable) {
-        complain(path_ + ": " + contents.problem);
-        return false;
+    const std::string folder = std::filesystem::path(linkTarget(path_)).parent_path();
+    const FileLock lock = lockAgainstOthers(folder);
+    for (int count = 0; count < kMostAttempts; ++count) {
+        const Contents contents = read();
+        if (contents.condition == Condition::Unreadable) {
+            complain(path_ + ": " + contents.problem);
+            return false;
+        }
+        QJsonObject object = contents.condition == Condition::Good ? contents.object : all;
+        for (auto entry = changes.constBegin(); entry != changes.constEnd(); ++entry)
+            object.insert(entry.key(), entry.value());
+        if (contents.condition == Condition::Good && object == contents.object)
+            return true;
+        const Outcome outcome = replace(object, contents);
+        if (outcome != Outcome::Overtaken)
+            return outcome == Outcome::Done;
     }
-    if (contents.condition != Condition::Good)
-        return replace(all, contents.condition);
-    QJsonObject object = contents.object;
-    for (auto entry = changes.constBegin(); entry != changes.constEnd(); ++entry)
-        object.insert(entry.key(), entry.value());
-    return object == contents.object || replace(object, contents.condition);
+    complain(path_ + ": another program changes it again and again");
+    return false;
 }
 
-bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
+SettingsFile::Outcome SettingsFile::replace(const QJsonObject& object,
+                                            const Contents& contents) const
 {
     const std::string target = linkTarget(path_);
     if (!makeFolder(std::filesystem::path(target).parent_path()))
-        return false;
+        return Outcome::Failed;
     QSaveFile file(QFile::decodeName(QByteArray::fromStdString(target)));
     const QByteArray bytes = QJsonDocument(object).toJson();
     // The old file is set aside only once the new one is complete. If the disk fills up, write()
@@ -192,12 +231,14 @@ bool SettingsFile::replace(const QJsonObject& object, Condition condition) const
     const bool isWritten = file.open(QIODevice::WriteOnly)
                            && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)
                            && file.write(bytes) == bytes.size() && file.flush();
-    if (isWritten && condition == Condition::Damaged && !setAside(target))
-        return false;
+    if (isWritten && versionAt(target) != contents.version)
+        return Outcome::Overtaken;
+    if (isWritten && contents.condition == Condition::Damaged && !setAside(target))
+        return Outcome::Failed;
     if (isWritten && file.commit())
-        return true;
+        return Outcome::Done;
     complain(target + ": " + file.errorString().toStdString());
-    return false;
+    return Outcome::Failed;
 }
 
 } // namespace quillbox

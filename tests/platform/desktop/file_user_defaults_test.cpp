@@ -1,4 +1,6 @@
 #include "platform/desktop/file_user_defaults.h"
+#include "platform/desktop/settings_file.h"
+#include "platform/posix/file_descriptor.h"
 #include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/platform/desktop/qt_support.h"
@@ -12,15 +14,19 @@
 #include <algorithm>
 #include <array>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <map>
 #include <string>
 #include <string_view>
 #include <tuple>
 #include <utility>
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -304,6 +310,74 @@ TEST_F(FileUserDefaultsTest, whatSomebodyElseChangedMeanwhileIsKeptUntilItIsSetT
     store->setString("host", "new");
     settle();
     EXPECT_EQ(object().value(QStringLiteral("host")), QStringLiteral("new"));
+}
+
+TEST_F(FileUserDefaultsTest, whatIsEditedBetweenReadingAndWritingIsNotOverwritten)
+{
+    const SettingsFile file(pathOf("settings.json").toStdString());
+    const QJsonObject ours{{QStringLiteral("host"), QStringLiteral("ours")}};
+    using Written = SettingsFile::Outcome;
+
+    auto contents = file.read(); // there is none
+    write("{}");
+    EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
+    EXPECT_EQ(read(), "{}");
+
+    contents = file.read();
+    write(R"({"host": "edited"})");
+    EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
+    EXPECT_EQ(read(), R"({"host": "edited"})");
+
+    contents = file.read();
+    write(R"({"host": "mended"})", "other");
+    ASSERT_EQ(std::rename(pathOf("other").toStdString().c_str(), file.path().c_str()), 0);
+    EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
+
+    contents = file.read();
+    QFile::remove(pathOf("settings.json"));
+    EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
+
+    write("damage");
+    contents = file.read();
+    write(R"({"host": "mended"})");
+    EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
+    EXPECT_EQ(read(), R"({"host": "mended"})");
+
+    EXPECT_EQ(file.replace(ours, file.read()), Written::Done);
+    EXPECT_EQ(object(), ours);
+    EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files).size(), 1);
+}
+
+TEST_F(FileUserDefaultsTest, whatSeveralProcessesWriteAtOnceIsKept)
+{
+    constexpr int kWrites = 100;
+    write("{}");
+    const auto writeOften = [this](const char* name) {
+        const SettingsFile file(pathOf("settings.json").toStdString());
+        const QString key = QString::fromLatin1(name);
+        int lost = 0;
+        for (int number = 1; number <= kWrites; ++number) {
+            const QJsonObject change{{key, number}};
+            if (!file.write(change, change) || file.read().object.value(key) != number)
+                ++lost;
+        }
+        return lost;
+    };
+    auto other = std::async(std::launch::async, writeOften, "other");
+    EXPECT_EQ(writeOften("own"), 0);
+    EXPECT_EQ(other.get(), 0);
+}
+
+TEST_F(FileUserDefaultsTest, aProcessThatIsStoppedWhileItWritesHoldsNobodyUpForLong)
+{
+    write("{}");
+    const FileDescriptor holder(
+        ::open(QFile::encodeName(folder.path()).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
+    open();
+    store->setString("host", "h");
+    EXPECT_TRUE(store->save());
+    EXPECT_EQ(object().value(QStringLiteral("host")), QStringLiteral("h"));
 }
 
 TEST_F(FileUserDefaultsTest, whatWasWrittenOnceIsNotWrittenAgain)
