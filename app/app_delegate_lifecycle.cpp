@@ -76,7 +76,7 @@ void AppDelegate::applicationDidFinishLaunching()
             environment.terminate();
         return;
     }
-    keep(environment.storedStartSettings, environment.startSettings, environment.userDefaults);
+    keep(environment.startOptions, environment.userDefaults, "from now on");
     if (!environment.hasDisplay)
         printToStandardError("quillbox-helper: no display; running without a window");
     forceLightAppearance();
@@ -172,8 +172,13 @@ bool AppDelegate::activateExistingInstance()
         else
             isExistingInstanceWindowless = !other->activate();
         if (!other->isTerminated()) {
-            printToStandardError(std::string("quillbox-helper: another instance is already running")
-                                 + (isExistingInstanceWindowless ? ", without a display" : ""));
+            std::string text = "quillbox-helper: another instance is already running";
+            if (isExistingInstanceWindowless)
+                text += ", without a display";
+            if (environment.startOptions != StartOptions())
+                text += "; its settings stay as they are: to start with others, run "
+                        "'quillbox-helper quit' first";
+            printToStandardError(text);
             return true;
         }
         // It was about to exit. Until it has, its relays may still have the names of the phones.

@@ -32,9 +32,10 @@ struct AppEnvironment {
     Notice& notice;
     NetworkView& networkView;
     PackageManager packageManager;
-    /// What holds for this run; stored, if it differs from what is, once this copy stays.
+    /// What holds for this run.
     StartSettings startSettings = {};
-    StartSettings storedStartSettings = {};
+    /// What the command line says of it: stored, for later starts, once this copy stays.
+    StartOptions startOptions = {};
     /// Whether the window stays hidden until the user asks for it.
     bool startsHidden = false;
     /// Whether there is a display to show the window on.

@@ -64,14 +64,6 @@ std::vector<Finding> diagnose(const DoctorFacts& facts)
     return all;
 }
 
-std::optional<StartSettings> startSettingsOf(const RunningCopyFacts& copy,
-                                             const StartSettings& stored)
-{
-    if (copy.state == RunningCopyFacts::State::NotRunning)
-        return stored;
-    return copy.status ? copy.status->start : std::nullopt;
-}
-
 RunningCopyFacts askRunningCopy(RunningApplication* copy, std::chrono::milliseconds limit)
 {
     using State = RunningCopyFacts::State;

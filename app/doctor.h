@@ -22,9 +22,8 @@ struct RunningCopyFacts {
 struct DoctorFacts {
     SystemFacts system = {};
     RunningCopyFacts copy = {};
-    /// Of the running copy, or of the next one if none is running; nullopt if it does not tell
-    /// them.
-    std::optional<StartSettings> start = {};
+    StartSettings next = {};          ///< what the next start without options uses
+    std::string settingsProblem = {}; ///< why the settings file cannot be used; empty if it can
 };
 
 /// A result of one check.
@@ -42,10 +41,6 @@ struct Finding {
 /// Derives the findings from the facts; probes nothing itself. The checks follow the path from the
 /// network interface to the file browser; each yields at least one finding.
 std::vector<Finding> diagnose(const DoctorFacts& facts);
-
-/// What `DoctorFacts` says of the start settings, if `stored` are those that the next copy uses.
-std::optional<StartSettings> startSettingsOf(const RunningCopyFacts& copy,
-                                             const StartSettings& stored);
 
 /// Asks the running copy for its status and waits for the answer; `copy` is null if none is
 /// running.

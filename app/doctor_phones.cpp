@@ -166,10 +166,31 @@ Findings checkRunningCopy(const RunningCopyFacts& copy)
 
 Findings checkStartSettings(const DoctorFacts& facts)
 {
-    if (!facts.start)
-        return {warn(kSettings, "The running helper does not tell its settings.",
-                     "Quit it from its menu and start it again.")};
-    return {reachFinding(facts.start->reach), engineFinding(facts.start->dnsSd, facts.system)};
+    Findings findings;
+    if (!facts.settingsProblem.empty())
+        findings.push_back(warn(kSettings,
+                                "The settings cannot be used: " + facts.settingsProblem + '.',
+                                "Mend or remove the file; until then a start opens the relays to "
+                                "this computer only, unless it has --this-computer-only=off."));
+    std::optional<StartSettings> now = facts.next;
+    if (facts.copy.state != RunningCopyFacts::State::NotRunning)
+        now = facts.copy.status ? facts.copy.status->start : std::nullopt;
+    if (!now) {
+        findings.push_back(warn(kSettings, "The running helper does not tell its settings.",
+                                "Quit it from its menu and start it again."));
+        return findings;
+    }
+    findings.push_back(reachFinding(now->reach));
+    findings.push_back(engineFinding(now->dnsSd, facts.system));
+    if (*now != facts.next)
+        findings.push_back(
+            warn(kSettings,
+                 "The running helper does not have the stored settings: this "
+                 "computer only "
+                     + std::string(facts.next.reach == Reach::ThisComputer ? "on" : "off")
+                     + ", DNS-SD " + nameOf(facts.next.dnsSd) + '.',
+                 "For these to hold, run 'quillbox-helper quit' and start it again."));
+    return findings;
 }
 
 } // namespace quillbox::doctor

@@ -15,9 +15,9 @@ Options:
   --dns-sd=ENGINE   the DNS-SD engine, for later starts as well: auto (the default: avahi-daemon
                     if it is running, otherwise the embedded engine), daemon (avahi-daemon) or
                     embedded
-  --this-computer-only[=off]
+  --this-computer-only[=on|off]
                     do not let other computers see or reach the phone through this one, in later
-                    starts as well; =off undoes that
+                    starts as well; =off undoes that, =on is the default
   --verbose[=LIST]  log to standard error; LIST is a comma-separated list of discovery,
                     engine, advertising, relay, connection and desktop (the default is all)
   --autostart=on    start at login from now on, without showing the window, and exit; the start
@@ -48,8 +48,9 @@ Exit status:
   6  the running instance does not respond, does not exit, or is a different version
 
 Only one instance runs per user. Starting another one brings the window of the first to the front
-and exits; with --hidden it only exits. Without a display, Quillbox Helper runs without a window and
-prints its status to standard error.
+and exits; with --hidden it only exits. It changes no setting: run 'quillbox-helper quit' first for
+its options to hold. Without a display, Quillbox Helper runs without a window and prints its status
+to standard error.
 )";
 }
 

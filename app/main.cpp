@@ -168,8 +168,7 @@ int run(const Options& options, char** arguments)
     const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
-    const StartSettings stored = storedStartSettings(*userDefaults);
-    const StartSettings settings = chosen(stored, options.start);
+    const StartSettings settings = startSettings(options.start, *userDefaults);
     LinuxPlatform platform(mainQueue->queue(), modeOf(settings.dnsSd), settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
     const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
@@ -201,7 +200,7 @@ int run(const Options& options, char** arguments)
         .networkView = platform.networkView(),
         .packageManager = systemPackageManager(),
         .startSettings = settings,
-        .storedStartSettings = stored,
+        .startOptions = options.start,
         .startsHidden = options.isHidden,
         .hasDisplay = hasDisplay,
         .bundleIdentifier = kBundleIdentifier,
@@ -233,9 +232,7 @@ bool keepStartOptions(const StartOptions& options)
         return true;
     const auto mainQueue = makeMainQueue();
     const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
-    const StartSettings stored = storedStartSettings(*store);
-    keep(stored, chosen(stored, options), *store);
-    return store->save();
+    return keep(options, *store, "from the next start on");
 }
 
 /// Turns the start at login on or off. A sandboxed program cannot write the desktop's entries, and
@@ -300,7 +297,8 @@ int examine(const Options& options, char** arguments)
     const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
     const auto findings = diagnose({.system = examination.facts,
                                     .copy = copy,
-                                    .start = startSettingsOf(copy, storedStartSettings(*store))});
+                                    .next = startSettings({}, *store),
+                                    .settingsProblem = store->problem()});
     const int printed = print(options.asJson ? jsonText(findings) : plainText(findings));
     const int status = printed == exit_status::kDone ? exitStatusOf(findings) : printed;
     if (examination.isSomethingStuck)

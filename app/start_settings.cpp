@@ -6,6 +6,7 @@
 #include <array>
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace quillbox {
 
@@ -16,17 +17,6 @@ constexpr const char* kDnsSd = "dnsSd";
 
 /// In the order of the enumerators; the first is the default.
 constexpr std::array<std::string_view, 3> kDnsSdNames{"auto", "daemon", "embedded"};
-
-void tellChange(const char* key, const std::string& before, const std::string& now)
-{
-    printToStandardError(std::string("quillbox-helper: the setting \"") + key + "\" is now " + now
-                         + " instead of " + before + ", for later starts as well");
-}
-
-const char* truth(bool value)
-{
-    return value ? "true" : "false";
-}
 
 } // namespace
 
@@ -44,31 +34,48 @@ std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
     return std::nullopt;
 }
 
-StartSettings storedStartSettings(UserDefaults& store)
+StartSettings startSettings(const StartOptions& options, UserDefaults& store)
 {
-    const bool isThisComputerOnly = store.boolForKey(kThisComputerOnly, false);
-    const auto dnsSd = dnsSdChoiceNamed(store.choiceForKey(kDnsSd, kDnsSdNames));
-    return {.reach = isThisComputerOnly ? Reach::ThisComputer : Reach::Network,
-            .dnsSd = dnsSd.value_or(DnsSdChoice::Automatic)};
+    StartSettings settings;
+    if (options.reach) {
+        settings.reach = *options.reach;
+    } else {
+        const bool isUnknown = !store.problem().empty();
+        if (isUnknown)
+            printToStandardError(
+                "quillbox-helper: the setting \"thisComputerOnly\" therefore counts as true; to "
+                "open "
+                "the relays to the network, mend or remove the file, or start with "
+                "--this-computer-only=off");
+        if (store.boolForKey(kThisComputerOnly, isUnknown))
+            settings.reach = Reach::ThisComputer;
+    }
+    settings.dnsSd =
+        options.dnsSd
+            ? *options.dnsSd
+            : dnsSdChoiceNamed(store.choiceForKey(kDnsSd, kDnsSdNames)).value_or(settings.dnsSd);
+    return settings;
 }
 
-StartSettings chosen(const StartSettings& stored, const StartOptions& options)
+bool keep(const StartOptions& options, UserDefaults& store, const char* since)
 {
-    return {.reach = options.reach.value_or(stored.reach),
-            .dnsSd = options.dnsSd.value_or(stored.dnsSd)};
-}
-
-void keep(const StartSettings& stored, const StartSettings& now, UserDefaults& store)
-{
-    if (now.reach != stored.reach) {
-        const bool isThisComputerOnly = now.reach == Reach::ThisComputer;
-        tellChange(kThisComputerOnly, truth(!isThisComputerOnly), truth(isThisComputerOnly));
-        store.setBool(kThisComputerOnly, isThisComputerOnly);
+    std::vector<std::string> changes;
+    if (options.reach) {
+        const bool isThisComputerOnly = options.reach == Reach::ThisComputer;
+        if (store.setBool(kThisComputerOnly, isThisComputerOnly))
+            changes.push_back(inDoubleQuotes(kThisComputerOnly) + " is "
+                              + (isThisComputerOnly ? "true" : "false"));
     }
-    if (now.dnsSd != stored.dnsSd) {
-        tellChange(kDnsSd, inDoubleQuotes(nameOf(stored.dnsSd)), inDoubleQuotes(nameOf(now.dnsSd)));
-        store.setString(kDnsSd, nameOf(now.dnsSd));
+    if (options.dnsSd) {
+        const std::string name = nameOf(*options.dnsSd);
+        if (store.setString(kDnsSd, name))
+            changes.push_back(inDoubleQuotes(kDnsSd) + " is " + inDoubleQuotes(name));
     }
+    if (!store.save())
+        return false;
+    for (const std::string& change : changes)
+        printToStandardError("quillbox-helper: the setting " + change + ' ' + since);
+    return true;
 }
 
 } // namespace quillbox

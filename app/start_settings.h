@@ -28,7 +28,7 @@ struct StartSettings {
     bool operator==(const StartSettings&) const = default;
 };
 
-/// What the command line says of them; what it does not name stays as it is stored.
+/// What the command line says of them.
 struct StartOptions {
     std::optional<Reach> reach = {};
     std::optional<DnsSdChoice> dnsSd = {};
@@ -36,12 +36,13 @@ struct StartOptions {
     bool operator==(const StartOptions&) const = default;
 };
 
-StartSettings storedStartSettings(UserDefaults& store);
+/// What holds for a start with these options: what they do not name is as it is stored, or else the
+/// default. If what is stored cannot be used, it may have said that the relays are for this
+/// computer only: then they are, and standard error says so.
+StartSettings startSettings(const StartOptions& options, UserDefaults& store);
 
-/// `stored` with what the command line says in its place.
-StartSettings chosen(const StartSettings& stored, const StartOptions& options);
-
-/// Stores what differs between `stored` and `now`, and says on standard error what that is.
-void keep(const StartSettings& stored, const StartSettings& now, UserDefaults& store);
+/// Stores what the options name, and says on standard error what that changes; `since` ends the
+/// sentence ("from now on"). False if it could not be stored.
+bool keep(const StartOptions& options, UserDefaults& store, const char* since);
 
 } // namespace quillbox

@@ -27,11 +27,16 @@ public:
     virtual std::string choiceForKey(const std::string& key,
                                      std::span<const std::string_view> choices) = 0;
 
-    virtual void setString(const std::string& key, const std::string& value) = 0;
-    virtual void setBool(const std::string& key, bool value) = 0;
+    /// True if that is another value than the store had, or the first one.
+    virtual bool setString(const std::string& key, const std::string& value) = 0;
+    virtual bool setBool(const std::string& key, bool value) = 0;
 
     /// Saves at once. False if a written value could not be saved.
     virtual bool save() = 0;
+
+    /// Why nothing that is stored could be used, in words for the user; empty if it could, or if
+    /// nothing was stored.
+    virtual std::string problem() const = 0;
 };
 
 } // namespace quillbox

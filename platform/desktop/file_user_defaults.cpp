@@ -34,10 +34,11 @@ public:
             return;
         }
         SettingsFile::Contents contents = file.read();
-        if (!contents.problem.empty())
+        if (!contents.problem.empty()) {
+            whyUnread = file.path() + ": " + contents.problem;
             printToStandardError("quillbox-helper: the settings in " + file.path()
                                  + " cannot be used: " + contents.problem);
-        isUnread = contents.condition == SettingsFile::Condition::Unreadable;
+        }
         values = std::move(contents.object);
     }
 
@@ -51,7 +52,8 @@ public:
         const QJsonValue value = values.value(keyOf(key));
         if (value.isString())
             return value.toString().toStdString();
-        useStandard(key, value, QString::fromStdString(standard), "a string", '"' + standard + '"');
+        useStandard(key, value, QString::fromStdString(standard), "a string",
+                    inDoubleQuotes(standard));
         return standard;
     }
 
@@ -82,12 +84,12 @@ public:
         return standard;
     }
 
-    void setString(const std::string& key, const std::string& value) override
+    bool setString(const std::string& key, const std::string& value) override
     {
-        set(key, QString::fromStdString(value));
+        return set(key, QString::fromStdString(value));
     }
 
-    void setBool(const std::string& key, bool value) override { set(key, value); }
+    bool setBool(const std::string& key, bool value) override { return set(key, value); }
 
     bool save() override
     {
@@ -97,21 +99,24 @@ public:
         return unwritten.isEmpty();
     }
 
+    std::string problem() const override { return whyUnread; }
+
 private:
-    void set(const std::string& key, const QJsonValue& value)
+    bool set(const std::string& key, const QJsonValue& value)
     {
         const QString name = keyOf(key);
         // An unchanged value is not written, but an earlier change may still have to be.
-        if (values.value(name) != value) {
+        const bool isChange = values.value(name) != value;
+        if (isChange) {
             values.insert(name, value);
             unwritten.insert(name, value);
         }
-        if (unwritten.isEmpty() || std::exchange(isWriteAsked, true))
-            return;
-        mainQueue->async([this, guard = std::weak_ptr(alive)] {
-            if (!guard.expired())
-                save();
-        });
+        if (!unwritten.isEmpty() && !std::exchange(isWriteAsked, true))
+            mainQueue->async([this, guard = std::weak_ptr(alive)] {
+                if (!guard.expired())
+                    save();
+            });
+        return isChange;
     }
 
     /// A standard value counts as set where the file has, or may have, another value, so that
@@ -123,7 +128,7 @@ private:
             printToStandardError("quillbox-helper: the setting \"" + key + "\" in " + file.path()
                                  + " is not " + expected + "; its default, " + shown
                                  + ", is used instead");
-        if (!found.isUndefined() || isUnread)
+        if (!found.isUndefined() || !whyUnread.empty())
             values.insert(keyOf(key), standard);
     }
 
@@ -131,7 +136,7 @@ private:
     const std::shared_ptr<DispatchQueue> mainQueue;
     QJsonObject values; ///< what holds: stored, set, or the default of a value of a wrong type
     QJsonObject unwritten;
-    bool isUnread = false; ///< whether there is a file that could not be read at the start
+    std::string whyUnread; ///< empty unless there was a file that could not be used
     bool isWriteAsked = false;
     const std::shared_ptr<int> alive = std::make_shared<int>(0);
 };

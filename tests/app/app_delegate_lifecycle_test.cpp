@@ -160,25 +160,32 @@ TEST_F(AppDelegateLifecycle, aCopyWithTheSameProcessIdentifierInAnotherSandboxIs
 
 TEST_F(AppDelegateLifecycle, aCopyThatStaysStoresWhatTheCommandLineChose)
 {
+    startOptions = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
     startSettings = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
     ::testing::internal::CaptureStderr();
     launch();
     EXPECT_THAT(
         ::testing::internal::GetCapturedStderr(),
-        AllOf(HasSubstr("quillbox-helper: the setting \"thisComputerOnly\" is now true instead of "
-                        "false, for later starts as well\n"),
-              HasSubstr("quillbox-helper: the setting \"dnsSd\" is now \"embedded\" instead of "
-                        "\"auto\", for later starts as well\n")));
+        AllOf(HasSubstr("quillbox-helper: the setting \"thisComputerOnly\" is true from now on\n"),
+              HasSubstr("quillbox-helper: the setting \"dnsSd\" is \"embedded\" from now on\n")));
     EXPECT_EQ(storedBool("thisComputerOnly"), true);
     EXPECT_EQ(storedText("dnsSd"), "embedded");
     EXPECT_EQ(delegate->helperStatus().start, startSettings);
 }
 
-TEST_F(AppDelegateLifecycle, aCopyThatYieldsStoresNothing)
+TEST_F(AppDelegateLifecycle, aCopyThatYieldsStoresNothingAndSaysSoIfItWasToldOtherSettings)
 {
-    startSettings = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
     applications.add(kIdentifier, 400, kEarlier);
-    launch();
+    const auto said = [this] {
+        ::testing::internal::CaptureStderr();
+        create();
+        launch();
+        return ::testing::internal::GetCapturedStderr();
+    };
+    EXPECT_EQ(said(), "quillbox-helper: another instance is already running\n");
+    startOptions.reach = Reach::ThisComputer;
+    EXPECT_EQ(said(), "quillbox-helper: another instance is already running; its settings stay as "
+                      "they are: to start with others, run 'quillbox-helper quit' first\n");
     EXPECT_THAT(defaults.writes, IsEmpty());
 }
 

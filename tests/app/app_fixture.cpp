@@ -22,6 +22,7 @@ void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
         .networkView = networkView,
         .packageManager = PackageManager("ID=debian"),
         .startSettings = startSettings,
+        .startOptions = startOptions,
         .startsHidden = startsHidden,
         .hasDisplay = hasDisplay,
         .bundleIdentifier = bundleIdentifier,

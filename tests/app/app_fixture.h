@@ -98,8 +98,9 @@ protected:
     RecordingNotice notice;
     FakeNetworkView networkView;
     FakeRunningApplications applications;
-    StartSettings startSettings; ///< used by `create`; the defaults count as stored
-    bool startsHidden = false;   ///< the same, as is `hasDisplay`
+    StartSettings startSettings; ///< used by `create`, as are the next three
+    StartOptions startOptions;
+    bool startsHidden = false;
     bool hasDisplay = true;
     int terminations = 0;
     std::unique_ptr<AppDelegate> delegate;

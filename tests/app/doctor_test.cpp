@@ -19,6 +19,7 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
 using Result = Finding::Result;
@@ -66,9 +67,15 @@ DoctorFacts soundFacts()
                   .status = HelperStatus{.isReady = true,
                                          .text = "1 Quillbox device visible in Finder",
                                          .isShownInFinder = true,
-                                         .isAutomatic = true}};
-    facts.start = StartSettings();
+                                         .isAutomatic = true,
+                                         .start = StartSettings()}};
     return facts;
+}
+
+void holdNowAndNext(DoctorFacts& facts, const StartSettings& settings)
+{
+    facts.copy.status->start = settings;
+    facts.next = settings;
 }
 
 struct Case {
@@ -441,24 +448,35 @@ const std::vector<Case>& cases()
          "quillbox-helper restart"},
         {"openToTheNetwork", [](auto&) {}, "settings", Result::Ok,
          "Other computers see and reach the phones", ""},
-        {"thisComputerOnly", [](auto& f) { f.start->reach = Reach::ThisComputer; }, "settings",
-         Result::Ok, "No other computer sees or reaches the phones", ""},
+        {"thisComputerOnly", [](auto& f) { holdNowAndNext(f, {.reach = Reach::ThisComputer}); },
+         "settings", Result::Ok, "No other computer sees or reaches the phones", ""},
+        {"thisComputerOnlyAtTheNextStart", [](auto& f) { f.next.reach = Reach::ThisComputer; },
+         "settings", Result::Warn,
+         "does not have the stored settings: this computer only on, DNS-SD auto",
+         "'quillbox-helper quit'"},
+        {"embeddedAtTheNextStart", [](auto& f) { f.next.dnsSd = DnsSdChoice::Embedded; },
+         "settings", Result::Warn,
+         "does not have the stored settings: this computer only off, DNS-SD embedded",
+         "'quillbox-helper quit'"},
+        {"unusableSettings", [](auto& f) { f.settingsProblem = "/s.json: Permission denied"; },
+         "settings", Result::Warn, "cannot be used: /s.json: Permission denied.",
+         "Mend or remove the file"},
         {"anyEngine", [](auto&) {}, "settings", Result::Ok, "uses avahi-daemon if it is running",
          ""},
-        {"embeddedOnly", [](auto& f) { f.start->dnsSd = DnsSdChoice::Embedded; }, "settings",
-         Result::Ok, "uses only its embedded engine; a start with 'quillbox-helper --dns-sd=auto'",
-         ""},
-        {"daemonOnly", [](auto& f) { f.start->dnsSd = DnsSdChoice::Daemon; }, "settings",
-         Result::Ok, "uses only avahi-daemon; a start with", ""},
+        {"embeddedOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdChoice::Embedded}); },
+         "settings", Result::Ok,
+         "uses only its embedded engine; a start with 'quillbox-helper --dns-sd=auto'", ""},
+        {"daemonOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdChoice::Daemon}); },
+         "settings", Result::Ok, "uses only avahi-daemon; a start with", ""},
         {"daemonOnlyWithoutDaemon",
          [](auto& f) {
-             f.start->dnsSd = DnsSdChoice::Daemon;
+             holdNowAndNext(f, {.dnsSd = DnsSdChoice::Daemon});
              f.system.avahi = {.state = AvahiFacts::State::Absent};
          },
          "settings", Result::Fail, "uses only avahi-daemon, which is not running; a start with",
          "apt install avahi-daemon"},
-        {"unknownSettings", [](auto& f) { f.start = std::nullopt; }, "settings", Result::Warn,
-         "does not tell its settings", "start it again"},
+        {"unknownSettings", [](auto& f) { f.copy.status->start = std::nullopt; }, "settings",
+         Result::Warn, "does not tell its settings", "start it again"},
         {"noFileBrowser", [](auto& f) { f.system.fileBrowser = {}; }, "file-browser", Result::Fail,
          "can open SMB shares", "gvfs-backends"},
         {"noFileBrowserWithoutDesktop",
@@ -612,13 +630,20 @@ TEST(Doctor, tellsOfEachCheckWhateverIsKnown)
 
 TEST(Doctor, takesTheSettingsOfTheRunningCopyAndElseTheStoredOnes)
 {
-    const StartSettings stored{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon};
-    EXPECT_EQ(startSettingsOf({}, stored), stored);
-    RunningCopyFacts copy = soundFacts().copy;
-    EXPECT_EQ(startSettingsOf(copy, stored), std::nullopt) << "it is of version 0.1.0";
-    copy.status->start = StartSettings();
-    EXPECT_EQ(startSettingsOf(copy, stored), StartSettings());
-    EXPECT_EQ(startSettingsOf({.state = RunningCopyFacts::State::Silent}, stored), std::nullopt);
+    DoctorFacts facts = soundFacts();
+    facts.next = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
+    const auto told = [&facts] {
+        std::string text;
+        for (const Finding& each : diagnose(facts))
+            text += each.check == "settings" ? each.text + '\n' : "";
+        return text;
+    };
+    EXPECT_THAT(told(), AllOf(HasSubstr("Other computers see"), HasSubstr("uses avahi-daemon")));
+    facts.copy = {};
+    EXPECT_THAT(told(), AllOf(HasSubstr("No other computer"), HasSubstr("only its embedded"),
+                              Not(HasSubstr("stored settings"))));
+    facts.copy.state = RunningCopyFacts::State::Silent;
+    EXPECT_EQ(told(), "The running helper does not tell its settings.\n");
 }
 
 TEST(Doctor, ordersTheChecksFromTheNetworkToTheDesktop)

@@ -9,16 +9,23 @@ namespace quillbox {
 
 namespace {
 
+using ::testing::AllOf;
+using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
 class StartSettingsTest : public ::testing::Test {
 protected:
-    /// Keeps `now` in place of what is stored, and returns what is said about it.
-    std::string keepAndTell(const StartSettings& now)
+    /// Returns what is said.
+    template <class Action> static std::string saidBy(Action action)
     {
         ::testing::internal::CaptureStderr();
-        keep(storedStartSettings(store), now, store);
+        action();
         return ::testing::internal::GetCapturedStderr();
+    }
+
+    std::string keepAndTell(const StartOptions& options, bool isKept = true)
+    {
+        return saidBy([&] { EXPECT_EQ(keep(options, store, "from now on"), isKept); });
     }
 
     FakeUserDefaults store;
@@ -26,20 +33,33 @@ protected:
 
 TEST_F(StartSettingsTest, haveDefaults)
 {
-    EXPECT_EQ(storedStartSettings(store),
+    EXPECT_EQ(startSettings({}, store),
               (StartSettings{.reach = Reach::Network, .dnsSd = DnsSdChoice::Automatic}));
 }
 
 TEST_F(StartSettingsTest, areThoseOfTheCommandLineAndElseTheStoredOnes)
 {
     store.values = {{"thisComputerOnly", true}, {"dnsSd", "daemon"}};
-    const StartSettings stored = storedStartSettings(store);
-    EXPECT_EQ(stored, (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}));
-    EXPECT_EQ(chosen(stored, {}), stored);
-    EXPECT_EQ(chosen(stored, {.reach = Reach::Network}),
+    EXPECT_EQ(startSettings({}, store),
+              (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}));
+    EXPECT_EQ(startSettings({.reach = Reach::Network}, store),
               (StartSettings{.reach = Reach::Network, .dnsSd = DnsSdChoice::Daemon}));
-    EXPECT_EQ(chosen(stored, {.dnsSd = DnsSdChoice::Automatic}),
+    EXPECT_EQ(startSettings({.dnsSd = DnsSdChoice::Automatic}, store),
               (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Automatic}));
+}
+
+TEST_F(StartSettingsTest, areOfThisComputerOnlyWhereTheStoredOnesCannotBeUsed)
+{
+    store.unusable = "/settings.json: Permission denied";
+    StartSettings settings;
+    EXPECT_THAT(saidBy([&] { settings = startSettings({}, store); }),
+                AllOf(HasSubstr("\"thisComputerOnly\" therefore counts as true"),
+                      HasSubstr("mend or remove the file"), HasSubstr("--this-computer-only=off")));
+    EXPECT_EQ(settings.reach, Reach::ThisComputer);
+    EXPECT_EQ(settings.dnsSd, DnsSdChoice::Automatic);
+
+    EXPECT_EQ(saidBy([&] { settings = startSettings({.reach = Reach::Network}, store); }), "");
+    EXPECT_EQ(settings.reach, Reach::Network);
 }
 
 TEST_F(StartSettingsTest, thatAreKeptAreReadAgain)
@@ -47,9 +67,9 @@ TEST_F(StartSettingsTest, thatAreKeptAreReadAgain)
     for (const auto reach : {Reach::ThisComputer, Reach::Network}) {
         for (const auto dnsSd :
              {DnsSdChoice::Daemon, DnsSdChoice::Embedded, DnsSdChoice::Automatic}) {
-            const StartSettings settings{.reach = reach, .dnsSd = dnsSd};
-            keepAndTell(settings);
-            EXPECT_EQ(storedStartSettings(store), settings) << nameOf(dnsSd);
+            keepAndTell({.reach = reach, .dnsSd = dnsSd});
+            EXPECT_EQ(startSettings({}, store), (StartSettings{.reach = reach, .dnsSd = dnsSd}))
+                << nameOf(dnsSd);
         }
     }
 }
@@ -58,19 +78,37 @@ TEST_F(StartSettingsTest, thatReplaceOthersAreTold)
 {
     store.values = {{"thisComputerOnly", true}, {"dnsSd", "daemon"}};
     EXPECT_EQ(keepAndTell({.reach = Reach::Network, .dnsSd = DnsSdChoice::Embedded}),
-              "quillbox-helper: the setting \"thisComputerOnly\" is now false instead of true, for "
-              "later starts as well\n"
-              "quillbox-helper: the setting \"dnsSd\" is now \"embedded\" instead of \"daemon\", "
-              "for later starts as well\n");
+              "quillbox-helper: the setting \"thisComputerOnly\" is false from now on\n"
+              "quillbox-helper: the setting \"dnsSd\" is \"embedded\" from now on\n");
 }
 
-TEST_F(StartSettingsTest, thatAreStoredAlreadyAreNotWrittenAgain)
+TEST_F(StartSettingsTest, thatCannotBeStoredAreNotTold)
+{
+    store.isWritable = false;
+    EXPECT_EQ(keepAndTell({.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}, false), "");
+}
+
+TEST_F(StartSettingsTest, thatNobodyNamesAreNotWritten)
+{
+    EXPECT_EQ(keepAndTell({}), "");
+    EXPECT_THAT(store.writes, IsEmpty());
+}
+
+TEST_F(StartSettingsTest, thatAreStoredAlreadyAreNotTold)
 {
     store.values = {{"thisComputerOnly", true}, {"dnsSd", "daemon"}};
     EXPECT_EQ(keepAndTell({.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}), "");
-    store.values = {};
-    EXPECT_EQ(keepAndTell({}), "");
-    EXPECT_THAT(store.writes, IsEmpty());
+}
+
+TEST_F(StartSettingsTest, thatAreTheDefaultsReplaceWhatCannotBeUsed)
+{
+    store.values = {{"thisComputerOnly", "yes"}, {"dnsSd", "avahi"}};
+    const StartOptions defaults{.reach = Reach::Network, .dnsSd = DnsSdChoice::Automatic};
+    startSettings(defaults, store);
+    EXPECT_THAT(store.reads, IsEmpty()) << "a default that was read counts as stored";
+    keepAndTell(defaults);
+    EXPECT_EQ(store.values,
+              (decltype(store.values){{"thisComputerOnly", false}, {"dnsSd", "auto"}}));
 }
 
 TEST_F(StartSettingsTest, haveNamesThatAreReadAgain)

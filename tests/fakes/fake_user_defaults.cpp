@@ -46,18 +46,24 @@ std::string FakeUserDefaults::choiceForKey(const std::string& key,
                : std::string(choices.front());
 }
 
-void FakeUserDefaults::setString(const std::string& key, const std::string& value)
+bool FakeUserDefaults::setString(const std::string& key, const std::string& value)
 {
-    note("write ", key);
-    writes.push_back(key);
-    values[key] = value;
+    return set(key, value);
 }
 
-void FakeUserDefaults::setBool(const std::string& key, bool value)
+bool FakeUserDefaults::setBool(const std::string& key, bool value)
+{
+    return set(key, value);
+}
+
+bool FakeUserDefaults::set(const std::string& key, const Value& value)
 {
     note("write ", key);
     writes.push_back(key);
+    const auto entry = values.find(key);
+    const bool isChange = entry == values.end() || entry->second != value;
     values[key] = value;
+    return isChange;
 }
 
 } // namespace quillbox

@@ -55,10 +55,9 @@ def test_what_one_start_is_told_holds_until_another_is_told_otherwise(bare_compu
 
     third = start(bare_computer, "--this-computer-only=off", "--dns-sd=auto")
     assert (reach(bare_computer), holds(bare_computer)) == ("network", (False, "auto"))
-    changes = ('"thisComputerOnly" is now false instead of true',)
-    changes += ('"dnsSd" is now "auto" instead of "embedded"',)
+    changes = ('"thisComputerOnly" is false', '"dnsSd" is "auto"')
     for line, change in zip(said(third), changes, strict=True):
-        assert line == f"quillbox-helper: the setting {change}, for later starts as well"
+        assert line == f"quillbox-helper: the setting {change} from now on"
     assert third.stop()[0] == 0
 
     start(bare_computer)
@@ -80,7 +79,7 @@ def test_the_start_at_login_does_what_it_was_turned_on_with(bare_computer):
     done = command(bare_computer, "--autostart=on", "--this-computer-only")
 
     assert done.stdout == f"Starts at login from now on: wrote {path}\n"
-    assert '"thisComputerOnly" is now true' in done.stderr
+    assert '"thisComputerOnly" is true from the next start on' in done.stderr
     with open(path, encoding="utf-8") as file:
         (line,) = (x for x in file.read().splitlines() if x.startswith("Exec="))
     words = line.removeprefix("Exec=").replace('"', "").split()
@@ -114,12 +113,12 @@ def test_a_wrong_value_is_named_with_its_default_and_stays(bare_computer):
     assert helper.stop()[0] == 0
     assert bare_computer.read_settings() == wrong
 
-    # An option replaces it, and says so.
-    helper = bare_computer.helper("--dns-sd=embedded")
+    # An option replaces it, and says so, even if it has the value that was used instead.
+    helper = bare_computer.helper("--dns-sd=auto")
     started_up(bare_computer, helper)
-    assert '"dnsSd" is now "embedded" instead of "auto"' in said(helper)[-1]
+    assert said(helper)[-1].endswith('"dnsSd" is "auto" from now on')
     assert helper.stop()[0] == 0
-    assert bare_computer.read_settings() == {**wrong, "dnsSd": "embedded"}
+    assert bare_computer.read_settings() == {**wrong, "dnsSd": "auto"}
 
 
 def test_a_second_copy_stores_nothing(bare_computer):
@@ -127,9 +126,39 @@ def test_a_second_copy_stores_nothing(bare_computer):
     start(bare_computer)
     second = bare_computer.helper("--this-computer-only")
     assert second.process.wait(limit(5)) == 0
+    second.wait_message("its settings stay as they are: to start with others, run 'quillbox-helper quit'")
     assert said(second) == []
     assert (reach(bare_computer), holds(bare_computer)) == ("network", (False, "auto"))
     assert "thisComputerOnly" not in bare_computer.read_settings()
+
+
+@pytest.mark.parametrize("state", ["cut off", "unreadable", "absent"])
+def test_settings_that_cannot_be_used_open_no_relay_to_the_network(bare_computer, state):
+    bare_computer.write_settings('{"thisComputerOnly": tr')
+    if state != "cut off":
+        os.remove(bare_computer.settings_file)
+    if state == "unreadable":
+        os.mkdir(bare_computer.settings_file)
+    helper = bare_computer.helper("--dns-sd=embedded")
+    started_up(bare_computer, helper)
+    is_absent = state == "absent"
+    assert holds(bare_computer) == (not is_absent, "embedded")
+    counts = [x for x in said(helper) if '"thisComputerOnly" therefore counts as true' in x]
+    assert len(counts) == (0 if is_absent else 1)
+    found = doctor(bare_computer)
+    if state == "unreadable":
+        found.expect("settings", "WARN", "The settings cannot be used: ")
+    assert helper.stop()[0] == 0
+
+    # The file that was cut off has been replaced, for --dns-sd to be stored.
+    helper = bare_computer.helper()
+    started_up(bare_computer, helper)
+    assert holds(bare_computer)[0] == (not is_absent)
+    assert helper.stop()[0] == 0
+
+    opened = bare_computer.helper("--this-computer-only=off")
+    started_up(bare_computer, opened)
+    assert holds(bare_computer)[0] is False
 
 
 @pytest.mark.parametrize("runs", [True, False], ids=["running", "not running"])
@@ -145,5 +174,7 @@ def test_the_doctor_tells_which_holds(bare_computer, runs):
     found.expect("settings", "OK", "No other computer sees or reaches the phones")
     if runs:
         found.expect("settings", "OK", "uses only its embedded engine")
+        other = "does not have the stored settings: this computer only off, DNS-SD auto"
+        found.expect("settings", "WARN", other)
     else:
         found.expect("settings", "FAIL", "uses only avahi-daemon, which is not running")

@@ -96,6 +96,7 @@ TEST_F(FileUserDefaultsTest, withoutAFileNothingIsStoredAndNothingIsSaid)
     EXPECT_EQ(store->stringForKey("host", "standard"), "standard");
     EXPECT_TRUE(store->boolForKey("showInFinder", true));
     EXPECT_FALSE(store->boolForKey("showInFinder", false));
+    EXPECT_THAT(store->problem(), IsEmpty());
     store = nullptr;
     EXPECT_FALSE(QFile::exists(pathOf("settings.json")));
 }
@@ -433,8 +434,8 @@ TEST_F(FileUserDefaultsTest, aValueThatIsStoredAlreadyIsNotWritten)
 {
     write(R"({"host": "h", "showInFinder": true})");
     open();
-    store->setString("host", "h");
-    store->setBool("showInFinder", true);
+    EXPECT_FALSE(store->setString("host", "h"));
+    EXPECT_FALSE(store->setBool("showInFinder", true));
     EXPECT_EQ(dispatch.main().pending(), 0U);
     EXPECT_EQ(read(), R"({"host": "h", "showInFinder": true})");
 }
@@ -462,6 +463,18 @@ TEST_F(FileUserDefaultsTest, aDamagedFileIsReadAsEmptyAndLeftAloneUntilTheFirstW
         store = nullptr;
         EXPECT_EQ(read(), damaged);
     }
+}
+
+TEST_F(FileUserDefaultsTest, whatIsAssumedForADamagedFileIsStoredWithTheFirstChange)
+{
+    write(R"({"thisComputerOnly": tr)");
+    open();
+    EXPECT_THAT(store->problem(), HasSubstr("settings.json: "));
+    EXPECT_TRUE(store->boolForKey("thisComputerOnly", true));
+    EXPECT_TRUE(store->setString("host", "h"));
+    settle();
+    EXPECT_EQ(object(),
+              QJsonDocument::fromJson(R"({"host": "h", "thisComputerOnly": true})").object());
 }
 
 TEST_F(FileUserDefaultsTest, damagedFilesAreSetAsideUnderNamesOfTheirOwn)
@@ -534,6 +547,7 @@ TEST_F(FileUserDefaultsTest, aFileThatCannotBeReadIsLeftAloneAndItsChangesAreWri
     const OrdinaryUser user(folder.path().toStdString());
     ASSERT_EQ(::chmod(QFile::encodeName(folder.path()).constData(), 0700), 0);
     EXPECT_THAT(open(), HasSubstr("Permission denied"));
+    EXPECT_THAT(store->problem(), HasSubstr("Permission denied"));
     EXPECT_EQ(store->stringForKey("host", ""), "");
     EXPECT_EQ(store->stringForKey("port", "4445"), "4445");
     store->setString("host", "");
