@@ -15,6 +15,7 @@ import os
 import pathlib
 import queue
 import re
+import signal
 import subprocess
 import sys
 import threading
@@ -197,6 +198,11 @@ def main():
     parser.add_argument("--without-label", help="a label of CMake")
     parser.add_argument("--again", type=pathlib.Path, help="only what failed there")
     arguments = parser.parse_args()
+
+    # A shell that starts this in the background has them ignored, which programs inherit.
+    for each in (signal.SIGHUP, signal.SIGINT, signal.SIGQUIT):
+        if signal.getsignal(each) == signal.SIG_IGN:
+            signal.signal(each, signal.SIG_DFL)
 
     again = failed_in(arguments.again) if arguments.again else None
     work = []
