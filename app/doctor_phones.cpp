@@ -170,7 +170,7 @@ Findings checkStartSettings(const DoctorFacts& facts)
     if (!facts.settingsProblem.empty())
         findings.push_back(warn(kSettings,
                                 "The settings cannot be used: " + facts.settingsProblem + '.',
-                                "Mend or remove the file; until then a start opens the relays to "
+                                "Fix or remove the file; until then a start opens the relays to "
                                 "this computer only, unless it has --this-computer-only=off."));
     std::optional<StartSettings> now = facts.next;
     if (facts.copy.state != RunningCopyFacts::State::NotRunning)
@@ -185,8 +185,8 @@ Findings checkStartSettings(const DoctorFacts& facts)
     if (*now != facts.next)
         findings.push_back(
             warn(kSettings,
-                 "The running helper does not have the stored settings: this "
-                 "computer only "
+                 "The running helper does not have the stored settings: "
+                 "this computer only "
                      + std::string(facts.next.reach == Reach::ThisComputer ? "on" : "off")
                      + ", DNS-SD " + nameOf(facts.next.dnsSd) + '.',
                  "For these to hold, run 'quillbox-helper quit' and start it again."));

@@ -44,8 +44,7 @@ StartSettings startSettings(const StartOptions& options, UserDefaults& store)
         if (isUnknown)
             printToStandardError(
                 "quillbox-helper: the setting \"thisComputerOnly\" therefore counts as true; to "
-                "open "
-                "the relays to the network, mend or remove the file, or start with "
+                "open the relays to the network, fix or remove the file, or start with "
                 "--this-computer-only=off");
         if (store.boolForKey(kThisComputerOnly, isUnknown))
             settings.reach = Reach::ThisComputer;

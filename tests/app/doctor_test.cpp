@@ -460,7 +460,7 @@ const std::vector<Case>& cases()
          "'quillbox-helper quit'"},
         {"unusableSettings", [](auto& f) { f.settingsProblem = "/s.json: Permission denied"; },
          "settings", Result::Warn, "cannot be used: /s.json: Permission denied.",
-         "Mend or remove the file"},
+         "Fix or remove the file"},
         {"anyEngine", [](auto&) {}, "settings", Result::Ok, "uses avahi-daemon if it is running",
          ""},
         {"embeddedOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdChoice::Embedded}); },

@@ -54,7 +54,7 @@ TEST_F(StartSettingsTest, areOfThisComputerOnlyWhereTheStoredOnesCannotBeUsed)
     StartSettings settings;
     EXPECT_THAT(saidBy([&] { settings = startSettings({}, store); }),
                 AllOf(HasSubstr("\"thisComputerOnly\" therefore counts as true"),
-                      HasSubstr("mend or remove the file"), HasSubstr("--this-computer-only=off")));
+                      HasSubstr("fix or remove the file"), HasSubstr("--this-computer-only=off")));
     EXPECT_EQ(settings.reach, Reach::ThisComputer);
     EXPECT_EQ(settings.dnsSd, DnsSdChoice::Automatic);
 

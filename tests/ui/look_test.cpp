@@ -467,7 +467,7 @@ TEST_F(Look, theScrollBarFadesOutByItself)
         QCoreApplication::processEvents();
     EXPECT_GT(painted.count, 0);
     bar().setValue(60);
-    EXPECT_EQ(bar().strength(), 1) << "scrolling begins it anew";
+    EXPECT_EQ(bar().strength(), 1) << "scrolling starts it again";
 }
 
 } // namespace
