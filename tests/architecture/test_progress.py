@@ -1,5 +1,6 @@
 """What ./dev prints while it installs packages or builds."""
 
+import re
 import subprocess
 from pathlib import Path
 
@@ -49,9 +50,9 @@ def test_a_long_step_says_what_it_does_and_how_long_it_took(tmp_path):
 
 def test_a_terminal_shows_a_counter(tmp_path):
     _, text = printed('with_progress "Installing" "$2" read_apt slow 0', tmp_path, terminal=True)
-    assert "Installing: unpacking 1 of 2, 1 s" in text
+    assert re.search("Installing: unpacking 1 of 2, [1-9][0-9]* s", text)
     _, text = printed('with_progress "Building" "$2" read_ninja slow 0', tmp_path, terminal=True)
-    assert "Building: step 3 of 4, 1 s" in text
+    assert re.search("Building: step 3 of 4, [1-9][0-9]* s", text)
 
 
 def test_a_step_that_fails_prints_its_output_and_ends_with_its_status(tmp_path):
