@@ -330,7 +330,7 @@ TEST_F(FileUserDefaultsTest, whatIsEditedBetweenReadingAndWritingIsNotOverwritte
     EXPECT_EQ(read(), R"({"host": "edited"})");
 
     contents = file.read();
-    write(R"({"host": "mended"})", "other");
+    write(R"({"host": "edited"})", "other");
     ASSERT_EQ(std::rename(pathOf("other").toStdString().c_str(), file.path().c_str()), 0);
     EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
 
@@ -340,9 +340,9 @@ TEST_F(FileUserDefaultsTest, whatIsEditedBetweenReadingAndWritingIsNotOverwritte
 
     write("damage");
     contents = file.read();
-    write(R"({"host": "mended"})");
+    write(R"({"host": "edited"})");
     EXPECT_EQ(file.replace(ours, contents), Written::Overtaken);
-    EXPECT_EQ(read(), R"({"host": "mended"})");
+    EXPECT_EQ(read(), R"({"host": "edited"})");
 
     EXPECT_EQ(file.replace(ours, file.read()), Written::Done);
     EXPECT_EQ(object(), ours);
