@@ -67,10 +67,10 @@ public:
             unlisted.erase(window);
         else
             unlisted.insert(window);
-        if (isManaged(windowOf(window)))
-            askForListing(windowOf(window));
-        else
+        // The window manager may be about to manage it, and have read the property already.
+        if (!isManaged(windowOf(window)))
             writeListing(windowOf(window));
+        askForListing(windowOf(window));
         xcb_flush(connection);
     }
 

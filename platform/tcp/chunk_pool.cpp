@@ -6,6 +6,21 @@
 
 namespace quillbox {
 
+namespace {
+
+/// What stays free for the rest of the program, whose small allocations have nothing to fall back on.
+constexpr std::size_t kSpare = 1024UL * 1024;
+
+/// Calls the functions themselves: a compiler may leave out a pair of `new` and `delete`.
+bool isMemorySpare()
+{
+    void* const spare = ::operator new[](kSpare, std::nothrow);
+    ::operator delete[](spare, std::nothrow);
+    return spare != nullptr;
+}
+
+} // namespace
+
 Chunk::Chunk(std::shared_ptr<ChunkPool> pool, std::unique_ptr<std::byte[]> buffer,
              std::size_t capacity)
     : pool_(std::move(pool)), buffer_(std::move(buffer)), capacity_(capacity)
@@ -43,7 +58,7 @@ std::size_t ChunkPool::most(std::size_t wanted) const
 }
 
 /// Returns a buffer of at least `size` bytes and sets `size` to its actual size; null if out of
-/// memory.
+/// memory, or nearly so and the buffer would not be a small one.
 std::unique_ptr<std::byte[]> ChunkPool::take(std::size_t& size)
 {
     {
@@ -58,6 +73,8 @@ std::unique_ptr<std::byte[]> ChunkPool::take(std::size_t& size)
         }
     }
     std::unique_ptr<std::byte[]> buffer(new (std::nothrow) std::byte[size]);
+    if (size > kSmallSize && !isMemorySpare())
+        buffer.reset();
     if (!buffer) {
         const std::lock_guard lock(mutex_);
         lent_ -= size;

@@ -1,5 +1,7 @@
 """The window among others: how it is shown, hidden, raised, and listed in the taskbar."""
 
+import signal
+
 import pytest
 from rig.onlooker import Onlooker
 from rig.phone import Phone
@@ -226,6 +228,22 @@ def test_with_a_place_for_its_item_the_window_is_in_no_taskbar(desktop, kind):
         start_again(desktop)
         wait_in_front(desktop, window)
         assert not window.is_in_taskbar()
+
+
+def test_a_window_leaves_the_taskbar_while_the_window_manager_is_still_reading_its_states(desktop):
+    desktop.manager.signal(signal.SIGSTOP)
+    skipped = desktop.screen.atom("_NET_WM_STATE_SKIP_TASKBAR")
+    asked = desktop.screen.watch_messages("_NET_WM_STATE")
+    desktop.helper()
+    desktop.wait(asked, "the request that follows the window")
+
+    desktop.start_tray()
+
+    added = 1
+    desktop.wait(lambda: any(x[0] == added and skipped in x for x in asked()), "a request")
+    desktop.manager.signal(signal.SIGCONT)
+    window = desktop.window()
+    desktop.wait(lambda: not window.is_in_taskbar(), "a window in no taskbar")
 
 
 def test_the_window_changes_to_the_taskbar_and_back_with_the_tray(desktop, helper, window):

@@ -134,9 +134,7 @@ def test_ctrl_q_in_the_menu_of_a_tray_quits(desktop):
     desktop.start_tray()
     desktop.wait_status_icon()
     hide(desktop, window)
-    x, y, width, height = desktop.status_icon().content()
-    desktop.click(x + width // 2, y + height // 2)
-    desktop.wait(lambda: menu(desktop), "the menu")
+    desktop.open_menu(helper)
 
     desktop.press("Control_L", "q")
 
@@ -148,7 +146,7 @@ def test_ctrl_q_in_the_menu_of_a_panel_quits(desktop, panel):
     desktop.window()
     wait_item(panel)
     order(panel, "activate")
-    desktop.wait(lambda: menu(desktop), "the menu")
+    desktop.wait_menu()
 
     desktop.press("Control_L", "q")
 

@@ -13,15 +13,17 @@
 
 namespace {
 
-/// The size from which there is no memory for buffers.
+/// The size from which memory is scarce, and how many allocations of such a size still succeed.
 std::atomic<std::size_t> scarceSize = SIZE_MAX;
+std::atomic<int> scarceLeft = 0;
 
 } // namespace
 
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept
 {
     try {
-        return size < scarceSize ? ::operator new[](size) : nullptr;
+        const bool isRefused = size >= scarceSize && scarceLeft-- <= 0;
+        return isRefused ? nullptr : ::operator new[](size);
     } catch (const std::bad_alloc&) {
         return nullptr;
     }
@@ -104,6 +106,17 @@ TEST(ChunkPool, lendsASmallBufferWhereThereIsNoMemoryForALargeOne)
     EXPECT_EQ(chunk->room().size(), ChunkPool::kSmallSize);
     EXPECT_EQ(pool->lent(), ChunkPool::kSmallSize);
     EXPECT_EQ(pool->kept(), 0U) << "what is not in use was freed";
+}
+
+TEST(ChunkPool, leavesTheLastMemoryToTheRestOfTheProgram)
+{
+    const auto pool = std::make_shared<ChunkPool>();
+    scarceSize = ChunkPool::kSmallSize + 1;
+    scarceLeft = 1;
+    const auto chunk = pool->borrow(1, kMaximumContentSize);
+    scarceSize = SIZE_MAX;
+    EXPECT_EQ(chunk->room().size(), ChunkPool::kSmallSize);
+    EXPECT_EQ(pool->lent(), ChunkPool::kSmallSize);
 }
 
 TEST(ChunkPool, lendsLargeBuffersToAFewAndMiddlingOnesToMany)

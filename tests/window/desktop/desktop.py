@@ -136,10 +136,15 @@ class Desktop(Computer):
 
     def open_menu(self, helper):
         """Clicks the icon in the tray with the first button; returns the accessibility tree of the
-        menu, which is found by the entry under the pointer."""
+        menu."""
         self.read(helper)
         x, y, width, height = self.wait_status_icon().content()
         self.click(x + width // 2, y + height // 2)
+        return self.wait_menu()
+
+    def wait_menu(self):
+        """Waits until a menu of the program is open and takes input; returns its accessibility
+        tree, which is found by the entry under the pointer."""
         x, y, width, height = self.wait(self._menu_window, "the menu").content()
         # A menu reacts only to pointer movement, not to a pointer that is there when it opens.
         places = itertools.cycle(range(height - 10, 10, -7))
