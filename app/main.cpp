@@ -21,7 +21,7 @@
 #include "platform/desktop/status_host_watch.h"
 #include "platform/desktop/termination_signals.h"
 #include "platform/desktop/window_presence.h"
-#include "platform/dnssd/engine_child.h"
+#include "platform/dnssd/processes/engine_child.h"
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/system_configuration.h"

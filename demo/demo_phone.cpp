@@ -3,9 +3,9 @@
 // JSON object per line. SIGTERM and SIGINT end it, with goodbyes (RFC 6762, section 10.1).
 
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dnssd/automatic_engine.h"
 #include "platform/dnssd/dns_sd_center.h"
-#include "platform/dnssd/engine_child.h"
+#include "platform/dnssd/engine/automatic_engine.h"
+#include "platform/dnssd/processes/engine_child.h"
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/reach.h"
 #include "platform/standard_error_log.h"

@@ -1,6 +1,6 @@
 // Multicast DNS messages, before libavahi-core reads them.
 
-#include "platform/dnssd/alias_filter.h"
+#include "platform/dnssd/processes/alias_filter.h"
 
 #include <vector>
 

@@ -1,6 +1,6 @@
 // Messages between the program and its engine process, which contain data from the network.
 
-#include "platform/dnssd/message_codec.h"
+#include "platform/dnssd/engine/message_codec.h"
 
 #include <algorithm>
 

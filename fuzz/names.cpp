@@ -1,9 +1,9 @@
 // Names of services and hosts from the network, and the text functions that handle them.
 
-#include "platform/dnssd/names.h"
+#include "platform/dnssd/operations/names.h"
 
-#include "platform/dnssd/avahi_service_location.h"
-#include "platform/dnssd/host_identity.h"
+#include "platform/dnssd/operations/host_identity.h"
+#include "platform/dnssd/processes/avahi_service_location.h"
 #include "platform/text.h"
 
 #include <algorithm>

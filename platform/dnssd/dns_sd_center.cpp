@@ -1,13 +1,13 @@
 #include "platform/dnssd/dns_sd_center.h"
 
-#include "platform/dnssd/engine_link.h"
-#include "platform/dnssd/host_identity.h"
-#include "platform/dnssd/local_addresses.h"
-#include "platform/dnssd/own_services.h"
-#include "platform/dnssd/record_question.h"
-#include "platform/dnssd/registration.h"
-#include "platform/dnssd/resolution.h"
-#include "platform/dnssd/service_browse.h"
+#include "platform/dnssd/operations/engine_link.h"
+#include "platform/dnssd/operations/host_identity.h"
+#include "platform/dnssd/operations/local_addresses.h"
+#include "platform/dnssd/operations/own_services.h"
+#include "platform/dnssd/operations/record_question.h"
+#include "platform/dnssd/operations/registration.h"
+#include "platform/dnssd/operations/resolution.h"
+#include "platform/dnssd/operations/service_browse.h"
 
 #include <atomic>
 #include <cstdint>

@@ -2,7 +2,7 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
-#include "platform/dnssd/engine.h"
+#include "platform/dnssd/engine/engine.h"
 #include "platform/network_monitor.h"
 #include "platform/reach.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/automatic_engine.h"
+#include "platform/dnssd/engine/automatic_engine.h"
 #include "platform/log.h"
 #include "platform/network.h"
 #include "platform/network_view.h"

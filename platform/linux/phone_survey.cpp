@@ -1,10 +1,10 @@
 #include "platform/linux/phone_survey.h"
 
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dnssd/automatic_engine.h"
-#include "platform/dnssd/daemon_engine.h"
 #include "platform/dnssd/dns_sd_center.h"
-#include "platform/dnssd/embedded_engine.h"
+#include "platform/dnssd/engine/automatic_engine.h"
+#include "platform/dnssd/engine/embedded_engine.h"
+#include "platform/dnssd/processes/daemon_engine.h"
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/tcp/dialable_address.h"
 #include "platform/tcp/port_check.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/engine.h"
+#include "platform/dnssd/engine/engine.h"
 
 #include <cstddef>
 #include <cstdint>

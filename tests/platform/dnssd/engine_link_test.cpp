@@ -1,4 +1,4 @@
-#include "platform/dnssd/engine_link.h"
+#include "platform/dnssd/operations/engine_link.h"
 #include "tests/fakes/fake_engine.h"
 
 #include <functional>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/engine_mailbox.h"
+#include "platform/dnssd/engine/engine_mailbox.h"
 
 #include <vector>
 

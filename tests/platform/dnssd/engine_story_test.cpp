@@ -1,4 +1,4 @@
-#include "platform/dnssd/engine_story.h"
+#include "platform/dnssd/engine/engine_story.h"
 #include "tests/fakes/fake_engine.h"
 #include "tests/fakes/recording_log.h"
 

@@ -1,4 +1,4 @@
-#include "platform/dnssd/growing_pause.h"
+#include "platform/dnssd/engine/growing_pause.h"
 
 #include <gtest/gtest.h>
 

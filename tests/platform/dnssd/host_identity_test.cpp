@@ -1,5 +1,5 @@
-#include "platform/dnssd/host_identity.h"
-#include "platform/dnssd/names.h"
+#include "platform/dnssd/operations/host_identity.h"
+#include "platform/dnssd/operations/names.h"
 
 #include <algorithm>
 #include <set>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/local_addresses.h"
+#include "platform/dnssd/operations/local_addresses.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_engine.h"
 #include "tests/fakes/fake_network_monitor.h"

@@ -1,4 +1,4 @@
-#include "platform/dnssd/names.h"
+#include "platform/dnssd/operations/names.h"
 #include "platform/text.h"
 
 #include <gtest/gtest.h>

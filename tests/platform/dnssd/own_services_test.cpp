@@ -1,5 +1,5 @@
-#include "platform/dnssd/own_services.h"
-#include "platform/dnssd/registration.h"
+#include "platform/dnssd/operations/own_services.h"
+#include "platform/dnssd/operations/registration.h"
 #include "tests/platform/dnssd/center_fixture.h"
 
 #include <string>

@@ -1,5 +1,5 @@
-#include "platform/dnssd/names.h"
-#include "platform/dnssd/registration.h"
+#include "platform/dnssd/operations/names.h"
+#include "platform/dnssd/operations/registration.h"
 #include "tests/platform/dnssd/center_fixture.h"
 
 #include <algorithm>

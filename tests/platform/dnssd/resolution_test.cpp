@@ -1,4 +1,4 @@
-#include "platform/dnssd/resolution.h"
+#include "platform/dnssd/operations/resolution.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/dnssd/center_fixture.h"
 

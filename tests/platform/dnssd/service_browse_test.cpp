@@ -1,4 +1,4 @@
-#include "platform/dnssd/service_browse.h"
+#include "platform/dnssd/operations/service_browse.h"
 #include "tests/platform/dnssd/center_fixture.h"
 
 #include <algorithm>

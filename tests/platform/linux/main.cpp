@@ -1,4 +1,4 @@
-#include "platform/dnssd/engine_child.h"
+#include "platform/dnssd/processes/engine_child.h"
 
 #include <QCoreApplication>
 #include <cstdlib>

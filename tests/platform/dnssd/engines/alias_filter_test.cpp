@@ -1,5 +1,5 @@
-#include "platform/dnssd/alias_filter.h"
-#include "platform/dnssd/avahi_loop.h"
+#include "platform/dnssd/processes/alias_filter.h"
+#include "platform/dnssd/processes/avahi_loop.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 
 #include <array>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/automatic_engine_choice.h"
+#include "platform/dnssd/engine/automatic_engine_choice.h"
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <string>

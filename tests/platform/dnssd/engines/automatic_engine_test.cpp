@@ -1,4 +1,4 @@
-#include "platform/dnssd/automatic_engine.h"
+#include "platform/dnssd/engine/automatic_engine.h"
 #include "tests/platform/dnssd/engines/event_recorder.h"
 
 #include <atomic>

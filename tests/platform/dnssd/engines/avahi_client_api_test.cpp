@@ -1,5 +1,5 @@
-#include "platform/dnssd/avahi_client_api.h"
-#include "platform/dnssd/avahi_records.h"
+#include "platform/dnssd/processes/avahi_client_api.h"
+#include "platform/dnssd/processes/avahi_records.h"
 
 #include <array>
 #include <cstddef>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/avahi_session.h"
+#include "platform/dnssd/processes/avahi_session.h"
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/daemon_engine_bus_watch.h"
+#include "platform/dnssd/processes/daemon_engine_bus_watch.h"
 
 #include <cstdlib>
 #include <filesystem>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/daemon_engine.h"
+#include "platform/dnssd/processes/daemon_engine.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 
 #include <csignal>

@@ -1,5 +1,5 @@
-#include "platform/dnssd/embedded_engine.h"
-#include "platform/dnssd/message_codec.h"
+#include "platform/dnssd/engine/embedded_engine.h"
+#include "platform/dnssd/engine/message_codec.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 #include "tests/platform/dnssd/engines/engine_process_finder.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/dnssd/automatic_engine.h"
-#include "platform/dnssd/daemon_engine.h"
-#include "platform/dnssd/embedded_engine.h"
+#include "platform/dnssd/engine/automatic_engine.h"
+#include "platform/dnssd/engine/embedded_engine.h"
+#include "platform/dnssd/processes/daemon_engine.h"
 #include "tests/platform/dnssd/engines/event_recorder.h"
 #include "tests/platform/dnssd/engines/test_network.h"
 

@@ -1,4 +1,4 @@
-#include "platform/dnssd/engine_pause.h"
+#include "platform/dnssd/engine/engine_pause.h"
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <gtest/gtest.h>

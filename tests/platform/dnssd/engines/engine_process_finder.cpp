@@ -1,6 +1,6 @@
 #include "tests/platform/dnssd/engines/engine_process_finder.h"
 
-#include "platform/dnssd/engine_child.h"
+#include "platform/dnssd/processes/engine_child.h"
 
 #include <filesystem>
 #include <fstream>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dnssd/engine.h"
+#include "platform/dnssd/engine/engine.h"
 
 #include <algorithm>
 #include <chrono>

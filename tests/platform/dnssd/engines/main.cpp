@@ -1,4 +1,4 @@
-#include "platform/dnssd/engine_child.h"
+#include "platform/dnssd/processes/engine_child.h"
 #include "tests/platform/dnssd/engines/test_network.h"
 
 #include <cstring>

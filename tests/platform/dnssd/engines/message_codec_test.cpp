@@ -1,4 +1,4 @@
-#include "platform/dnssd/message_codec.h"
+#include "platform/dnssd/engine/message_codec.h"
 
 #include <random>
 #include <string>

@@ -1,4 +1,4 @@
-#include "platform/dnssd/publication_queue.h"
+#include "platform/dnssd/processes/publication_queue.h"
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <vector>

@@ -1,6 +1,6 @@
 #include "tests/platform/dnssd/engines/test_network.h"
 
-#include "platform/dnssd/embedded_engine.h"
+#include "platform/dnssd/engine/embedded_engine.h"
 
 #include <cstdlib>
 #include <cstring>

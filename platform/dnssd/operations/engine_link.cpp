@@ -1,0 +1,99 @@
+#include "platform/dnssd/operations/engine_link.h"
+
+#include <type_traits>
+#include <utility>
+
+namespace quillbox::dnssd {
+
+void EngineLink::stop()
+{
+    {
+        const std::lock_guard lock(mutex);
+        isStopped = true;
+    }
+    engine->stop();
+}
+
+void EngineLink::handle(const Event& event)
+{
+    if (const auto* up = std::get_if<EngineUp>(&event)) {
+        currentState = State::Up;
+        currentError.clear();
+        generation = up->generation;
+        if (!up->hostName.empty())
+            computerName = up->hostName;
+        routes.clear();
+        tellAll([](Client& client) { client.engineUp(); });
+    } else if (const auto* down = std::get_if<EngineDown>(&event)) {
+        currentState = State::Down;
+        currentError = down->error ? down->error : DnsSdError::EngineUnavailable;
+        routes.clear();
+        tellAll([this](Client& client) { client.engineDown(currentError); });
+    } else {
+        std::visit(
+            [this, &event](const auto& answer) {
+                if constexpr (requires { answer.id; })
+                    route(answer.id, event);
+            },
+            event);
+    }
+}
+
+void EngineLink::route(AskId id, const Event& event)
+{
+    if (const auto found = routes.find(id); found != routes.end())
+        found->second->engineEvent(event);
+}
+
+void EngineLink::tellAll(const std::function<void(Client&)>& tell)
+{
+    // Clients may attach and detach during the calls. New ones have read the new state already.
+    const std::uint64_t end = nextClient;
+    auto position = clients.begin();
+    while (position != clients.end() && position->first < end) {
+        const std::uint64_t key = position->first;
+        tell(*position->second);
+        position = clients.upper_bound(key);
+    }
+}
+
+void EngineLink::attach(Client& client)
+{
+    clients.emplace(nextClient, &client);
+    keys.emplace(&client, nextClient++);
+}
+
+void EngineLink::detach(Client& client)
+{
+    const auto key = keys.find(&client);
+    if (key == keys.end())
+        return;
+    clients.erase(key->second);
+    keys.erase(key);
+}
+
+AskId EngineLink::ask(Client& client, Request request)
+{
+    if (++lastId == 0) // 0 means none; no request lives until ids are reused
+        ++lastId;
+    const AskId id = lastId;
+    std::visit([id](auto& question) { question.id = id; }, request);
+    routes[id] = &client;
+    send(std::move(request));
+    return id;
+}
+
+void EngineLink::end(AskId id)
+{
+    if (routes.erase(id) != 0)
+        send(StopRequest{id});
+}
+
+void EngineLink::send(Request request)
+{
+    const std::lock_guard lock(mutex);
+    if (!isStopped)
+        engine->send(generation, std::move(request));
+}
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,95 @@
+#pragma once
+
+#include "platform/dnssd/engine/engine.h"
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <system_error>
+#include <unordered_map>
+
+namespace quillbox::dnssd {
+
+/// Connects active questions and registrations (the clients) to an engine that may go down and come
+/// back up: notifies each client when to send its request, and routes events to it. Events for
+/// requests made before the engine last went down are dropped.
+///
+/// Belongs to one serial queue, except for `start` and `stop`. A client may attach, detach, ask and
+/// end inside any of its callbacks.
+class EngineLink final {
+public:
+    /// A question or registration, with one active request at a time.
+    class Client {
+    public:
+        /// The engine is up and has no request of this client. Also called when it restarted so
+        /// fast that it was never reported down.
+        virtual void engineUp() = 0;
+
+        virtual void engineDown(std::error_code error) = 0;
+
+        /// An event for the client's last request.
+        virtual void engineEvent(const Event& event) = 0;
+
+    protected:
+        ~Client() = default;
+    };
+
+    enum class State { Unknown, Up, Down };
+
+    explicit EngineLink(std::unique_ptr<Engine> backend) : engine(std::move(backend)) {}
+    EngineLink(const EngineLink&) = delete;
+    EngineLink& operator=(const EngineLink&) = delete;
+
+    /// Called once. The handler may run on any thread and must pass the event to `handle`.
+    void start(Engine::EventHandler handler) { engine->start(std::move(handler)); }
+
+    /// From any thread. Withdraws everything; nothing is sent to the engine afterwards.
+    void stop();
+
+    void handle(const Event& event);
+
+    /// An attaching client must read the state itself; it is notified of later changes.
+    void attach(Client& client);
+    void detach(Client& client);
+
+    State state() const { return currentState; }
+    bool isUp() const { return currentState == State::Up; }
+
+    /// Why the engine is down; set in `Down` only.
+    std::error_code error() const { return currentError; }
+
+    /// The computer's host name, as last reported by the engine.
+    const std::string& hostName() const { return computerName; }
+
+    /// Sends a request under a new id and returns the id. The engine must be up.
+    AskId ask(Client& client, Request request);
+
+    /// Ends a request. No effect for 0 or an id that the engine no longer has.
+    void end(AskId id);
+
+    void updateAddresses(UpdateAddressesRequest request) { send(std::move(request)); }
+
+private:
+    void send(Request request);
+    void tellAll(const std::function<void(Client&)>& tell);
+    void route(AskId id, const Event& event);
+
+    const std::unique_ptr<Engine> engine;
+    std::mutex mutex; ///< guards `isStopped`; no request is sent after `stop`
+    bool isStopped = false;
+
+    State currentState = State::Unknown;
+    std::error_code currentError;
+    std::string computerName;
+    Generation generation = 0;
+    std::uint64_t nextClient = 0;
+    std::map<std::uint64_t, Client*> clients; ///< in the order in which they attached
+    std::unordered_map<const Client*, std::uint64_t> keys;
+    AskId lastId = 0;
+    std::map<AskId, Client*> routes;
+};
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "platform/dispatch_queue.h"
+#include "platform/dnssd/engine/messages.h"
+#include "platform/network_monitor.h"
+#include "platform/reach.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+namespace quillbox::dnssd {
+
+/// How many addresses of a host are published. A registration of an engine is limited to 32
+/// records, including three for the service itself.
+inline constexpr std::size_t kMaximumHostAddresses = 28;
+inline constexpr std::size_t kMaximumLoopbacks = 1;
+
+/// The addresses of this computer, kept up to date for the registrations that publish them. Belongs
+/// to the center's queue, except for `stop`.
+class LocalAddresses final {
+public:
+    class Observer {
+    public:
+        virtual void localAddressesChanged() = 0;
+
+    protected:
+        ~Observer() = default;
+    };
+
+    explicit LocalAddresses(NetworkMonitor& networkMonitor, Reach from = Reach::Network);
+    LocalAddresses(const LocalAddresses&) = delete;
+    LocalAddresses& operator=(const LocalAddresses&) = delete;
+
+    /// `changed` is called on `queue` and must call `refresh`.
+    void start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed);
+
+    /// From any thread. The monitor is not used after it.
+    void stop();
+
+    /// Reads the current addresses and notifies the observers if they have changed.
+    void refresh();
+
+    void addObserver(Observer& observer) { observers.push_back(&observer); }
+    void removeObserver(Observer& observer) { std::erase(observers, &observer); }
+
+    /// Where services are published: an interface index, or `kEveryInterface`.
+    std::int32_t publishedOn() const;
+
+    /// The addresses of a host of this computer on the interfaces where it is published, with
+    /// `onLoopback` in place of the loopback interface's own: every host has 127.0.0.1, so it does
+    /// not distinguish them.
+    std::vector<HostAddress> hostAddresses(const Address& onLoopback) const;
+
+private:
+    std::vector<InterfaceAddress> take();
+
+    const Reach reach;
+    std::mutex mutex; ///< guards the next two members
+    NetworkMonitor* monitor;
+    std::unique_ptr<NetworkMonitor::Subscription> subscription;
+
+    std::vector<InterfaceAddress> current;
+    std::vector<Observer*> observers;
+};
+
+} // namespace quillbox::dnssd

@@ -1,0 +1,229 @@
+#include "platform/dnssd/operations/registration.h"
+
+#include "platform/dnssd/operations/names.h"
+
+#include <algorithm>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+/// Splits the data of a TXT record into its strings (RFC 1035, section 3.3.14); empty when it is
+/// malformed.
+std::optional<std::vector<std::string>> stringsOf(std::string_view data)
+{
+    std::vector<std::string> strings;
+    while (!data.empty()) {
+        const auto size = static_cast<std::size_t>(static_cast<unsigned char>(data[0]));
+        data.remove_prefix(1);
+        if (size > data.size())
+            return std::nullopt;
+        strings.emplace_back(data.substr(0, size));
+        data.remove_prefix(size);
+    }
+    return strings;
+}
+
+std::string inNumbers(const Address& ipv4)
+{
+    const auto& bytes = ipv4.bytes;
+    return std::to_string(bytes[0]) + '.' + std::to_string(bytes[1]) + '.'
+           + std::to_string(bytes[2]) + '.' + std::to_string(bytes[3]);
+}
+
+} // namespace
+
+Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
+                           LocalAddresses& ownAddresses, HostIdentities& hostIdentities,
+                           OwnServices& services, ServiceRegistration wanted,
+                           std::uint16_t servicePort, Report updates)
+    : link(engineLink),
+      queue(centerQueue),
+      localAddresses(ownAddresses),
+      identities(hostIdentities),
+      ownServices(services),
+      service(std::move(wanted)),
+      port(servicePort),
+      report(std::move(updates))
+{
+    link.attach(*this);
+    localAddresses.addObserver(*this);
+}
+
+Registration::~Registration()
+{
+    withdraw();
+    identities.release(identity);
+    localAddresses.removeObserver(*this);
+    link.detach(*this);
+}
+
+void Registration::start()
+{
+    auto strings = stringsOf(service.txtRecord.value_or(std::string()));
+    if (!isInstanceName(service.name))
+        return fail(DnsSdError::InvalidName);
+    if (!isServiceType(service.type))
+        return fail(DnsSdError::InvalidType);
+    if (!strings)
+        return fail(DnsSdError::Internal);
+    txt = std::move(*strings);
+    ownEntry.emplace(ownServices, service.name, service.type);
+    takeIdentity();
+    if (link.isUp())
+        ask();
+    else if (link.state() == EngineLink::State::Down)
+        engineDown(link.error());
+}
+
+void Registration::engineUp()
+{
+    if (!hasFailed)
+        ask();
+}
+
+void Registration::engineDown(std::error_code error)
+{
+    if (hasFailed)
+        return;
+    id = 0;
+    after(kNameKept, [](Registration& self) { self.establishedAs.clear(); });
+    tellOwn(false);
+    tell(State::Waiting, error);
+}
+
+void Registration::engineEvent(const Event& event)
+{
+    if (std::holds_alternative<Registered>(event))
+        established();
+    else if (const auto* collision = std::get_if<Collision>(&event))
+        collided(collision->of);
+    else if (const auto* failure = std::get_if<Failed>(&event))
+        refused(failure->error);
+}
+
+void Registration::localAddressesChanged()
+{
+    if (id == 0)
+        return;
+    auto current = localAddresses.hostAddresses(identity.loopback);
+    if (current == addresses)
+        return;
+    addresses = std::move(current);
+    link.updateAddresses({id, addresses});
+}
+
+/// The loopback address is known from the start; the host name is final only once an engine has
+/// reported the computer's own.
+void Registration::takeIdentity()
+{
+    identities.release(identity);
+    identity = identities.claim(link.hostName(), service.name, hostNumber);
+    tellOwn(false);
+}
+
+void Registration::tellOwn(bool isPublished)
+{
+    ownEntry->set({identity.hostName, {inNumbers(identity.loopback), port}, isPublished});
+}
+
+void Registration::ask()
+{
+    takeIdentity();
+    addresses = localAddresses.hostAddresses(identity.loopback);
+    RegisterRequest request;
+    request.name = alternativeName(service.name, nameNumber);
+    request.type = service.type;
+    request.domain = service.domain.value_or(std::string());
+    request.port = port;
+    request.txt = txt;
+    request.hostName = identity.hostName;
+    request.addresses = addresses;
+    request.interfaceIndex = localAddresses.publishedOn();
+    requestedAs = request.name + '\0' + request.hostName;
+    request.isOwnName = requestedAs == establishedAs;
+    id = link.ask(*this, std::move(request));
+    const std::size_t before = ownServices.count() - 1;
+    const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
+    after(turns * kRegistrationLimit,
+          [](Registration& self) { self.refused(DnsSdError::Internal); });
+}
+
+void Registration::established()
+{
+    establishedAs = requestedAs;
+    after(kEstablishedLong, [](Registration& self) { self.pause.reset(); });
+    tellOwn(true);
+    tell(State::Ready, {});
+}
+
+void Registration::collided(Collision::Of of)
+{
+    unsigned& number = of == Collision::Of::Service ? nameNumber : hostNumber;
+    number = numberAfter(number);
+    askAfter(pause.next(), DnsSdError::NameTaken);
+}
+
+void Registration::refused(DnsSdError error)
+{
+    switch (error) {
+    case DnsSdError::InvalidName:
+    case DnsSdError::InvalidType:
+    case DnsSdError::NotPermitted:
+        withdraw();
+        return fail(error);
+    case DnsSdError::NameTaken:
+        return collided(Collision::Of::Service);
+    case DnsSdError::EngineUnavailable:
+    case DnsSdError::NotFound:
+    case DnsSdError::TooManyEntries: // while a flood fills the engine
+    case DnsSdError::Internal:
+        break;
+    }
+    askAfter(std::max(pause.next(), GrowingPause::kShortest), error);
+}
+
+void Registration::askAfter(std::chrono::milliseconds delay, std::error_code error)
+{
+    withdraw();
+    tellOwn(false);
+    after(delay, &Registration::ask);
+    tell(State::Waiting, error);
+}
+
+void Registration::withdraw()
+{
+    link.end(id);
+    id = 0;
+    establishedAs.clear();
+    ++step;
+}
+
+void Registration::fail(DnsSdError error)
+{
+    hasFailed = true;
+    ownEntry.reset();
+    tell(State::Failed, error);
+}
+
+void Registration::tell(State state, std::error_code error)
+{
+    report.deliver({state, error, alternativeName(service.name, nameNumber)});
+}
+
+void Registration::after(std::chrono::milliseconds delay, std::function<void(Registration&)> action)
+{
+    auto work = [weak = weak_from_this(), expected = ++step, action = std::move(action)] {
+        if (const auto self = weak.lock(); self && self->step == expected)
+            action(*self);
+    };
+    if (delay.count() > 0)
+        queue.asyncAfter(delay, std::move(work));
+    else
+        queue.async(std::move(work));
+}
+
+} // namespace quillbox::dnssd

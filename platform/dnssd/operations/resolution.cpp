@@ -1,0 +1,203 @@
+#include "platform/dnssd/operations/resolution.h"
+
+#include "platform/dnssd/operations/names.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
+namespace quillbox::dnssd {
+
+namespace {
+
+/// The maximum size of a name in presentation format: 255 bytes on the wire (RFC 1035, section
+/// 2.3.4), each of them escaped.
+constexpr std::size_t kMaximumPresentedName = 1020;
+
+/// A target of "." means that the service is decidedly not available (RFC 2782).
+bool isHostName(const std::string& name)
+{
+    return !name.empty() && name != "." && name.size() <= kMaximumPresentedName
+           && name.find('\0') == std::string::npos;
+}
+
+template <class Structure> SocketAddress bytesOf(const Structure& structure)
+{
+    SocketAddress bytes(sizeof structure);
+    std::memcpy(bytes.data(), &structure, sizeof structure);
+    return bytes;
+}
+
+SocketAddress socketAddress(const Address& address, std::uint16_t port, int interfaceIndex)
+{
+    if (address.family == Family::IPv4) {
+        sockaddr_in ipv4{};
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_port = htons(port);
+        std::memcpy(&ipv4.sin_addr, address.bytes.data(), sizeof ipv4.sin_addr);
+        return bytesOf(ipv4);
+    }
+    sockaddr_in6 ipv6{};
+    ipv6.sin6_family = AF_INET6;
+    ipv6.sin6_port = htons(port);
+    std::memcpy(&ipv6.sin6_addr, address.bytes.data(), sizeof ipv6.sin6_addr);
+    // A link-local address needs its scope: the interface on which its record arrived.
+    if (IN6_IS_ADDR_LINKLOCAL(&ipv6.sin6_addr) && interfaceIndex > 0)
+        ipv6.sin6_scope_id = static_cast<std::uint32_t>(interfaceIndex);
+    return bytesOf(ipv6);
+}
+
+void append(std::vector<DnsSd::FoundAddress>& addresses, const AddressQuestion& question,
+            std::uint16_t port, std::size_t limit)
+{
+    for (const auto& record : question.records()) {
+        const int interfaceIndex = record.sighting.interfaceIndex;
+        DnsSd::FoundAddress address{socketAddress(record.value, port, interfaceIndex),
+                                    interfaceIndex};
+        if (addresses.size() < limit && std::ranges::find(addresses, address) == addresses.end())
+            addresses.push_back(std::move(address));
+    }
+}
+
+} // namespace
+
+Resolution::Resolution(EngineLink& engineLink, DispatchQueue& centerQueue, AddressPool& addresses,
+                       Report updates)
+    : link(engineLink), queue(centerQueue), pool(addresses), report(std::move(updates))
+{
+    link.attach(*this);
+}
+
+Resolution::~Resolution()
+{
+    if (location)
+        location->removeObserver(*this);
+    for (Host& host : hosts)
+        dropHost(host);
+    link.detach(*this);
+}
+
+void Resolution::startService(LocationPool& locations, const ServiceEndpoint& service)
+{
+    // An invalid service has no addresses, which is reported immediately.
+    if (isInstanceName(service.name) && isServiceType(service.type)) {
+        location = locations.ask({service.name, service.type, service.domain});
+        location->addObserver(*this);
+    }
+    scheduleUpdate();
+}
+
+void Resolution::startHost(const std::string& hostName)
+{
+    if (isHostName(hostName))
+        hosts.push_back(makeHost({hostName, 0}));
+    scheduleUpdate();
+}
+
+void Resolution::scheduleUpdate()
+{
+    // Deferred, so that events that arrive together cause one update, and all questions have
+    // handled a change of the engine's state by then.
+    if (std::exchange(isScheduled, true))
+        return;
+    queue.async([weak = weak_from_this()] {
+        if (const auto self = weak.lock()) {
+            self->isScheduled = false;
+            self->update();
+        }
+    });
+}
+
+void Resolution::update()
+{
+    if (link.state() == EngineLink::State::Unknown)
+        return;
+    if (location)
+        followLocations();
+    collectAddresses();
+    report.deliver(
+        {known, isSettled(&Host::ipv4), isSettled(&Host::ipv6), link.error(), hostsOfAddresses()});
+}
+
+void Resolution::followLocations()
+{
+    std::vector<Location> wanted;
+    for (const auto& record : location->records()) {
+        const auto isThis = [&record](const Location& other) {
+            return LocationKind::isSame(other, record.value);
+        };
+        if (wanted.size() < kMaximumHosts && isHostName(record.value.hostName)
+            && std::ranges::none_of(wanted, isThis))
+            wanted.push_back(record.value);
+    }
+    std::vector<Host> kept;
+    for (Location& next : wanted) {
+        const auto host = std::ranges::find_if(hosts, [&next](const Host& other) {
+            return LocationKind::isSame(other.location, next);
+        });
+        kept.push_back(host != hosts.end() ? std::exchange(*host, {}) : makeHost(std::move(next)));
+    }
+    std::ranges::for_each(hosts, [this](Host& host) { dropHost(host); });
+    hosts = std::move(kept);
+}
+
+Resolution::Host Resolution::makeHost(Location where)
+{
+    Host host{std::move(where), nullptr, nullptr};
+    host.ipv4 = pool.ask({host.location.hostName, Family::IPv4});
+    host.ipv6 = pool.ask({host.location.hostName, Family::IPv6});
+    host.ipv4->addObserver(*this);
+    host.ipv6->addObserver(*this);
+    return host;
+}
+
+void Resolution::dropHost(Host& host)
+{
+    for (const auto& question : {host.ipv4, host.ipv6}) {
+        if (question)
+            question->removeObserver(*this);
+    }
+}
+
+void Resolution::collectAddresses()
+{
+    std::vector<DnsSd::FoundAddress> ipv4;
+    std::vector<DnsSd::FoundAddress> current;
+    for (const Host& host : hosts) {
+        append(ipv4, *host.ipv4, host.location.port, kMaximumAddresses);
+        append(current, *host.ipv6, host.location.port, kMaximumAddresses);
+    }
+    current.insert(current.begin(), ipv4.begin(), ipv4.end());
+    std::erase_if(known, [&current](const DnsSd::FoundAddress& address) {
+        return std::ranges::find(current, address) == current.end();
+    });
+    for (DnsSd::FoundAddress& address : current) {
+        if (std::ranges::find(known, address) == known.end())
+            known.push_back(std::move(address));
+    }
+}
+
+std::vector<HostEndpoint> Resolution::hostsOfAddresses() const
+{
+    std::vector<HostEndpoint> result;
+    for (const Host& host : hosts) {
+        if (location && (!host.ipv4->records().empty() || !host.ipv6->records().empty()))
+            result.push_back({host.location.hostName, host.location.port});
+    }
+    return result;
+}
+
+bool Resolution::isSettled(std::shared_ptr<AddressQuestion> Host::*question) const
+{
+    if (hosts.empty())
+        return !location || location->isSettled();
+    return std::ranges::all_of(
+        hosts, [question](const Host& host) { return (host.*question)->isSettled(); });
+}
+
+} // namespace quillbox::dnssd

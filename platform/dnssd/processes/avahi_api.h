@@ -1,0 +1,106 @@
+#pragma once
+
+#include "platform/dnssd/engine/messages.h"
+#include "platform/dnssd/processes/avahi_service_location.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <avahi-common/defs.h>
+
+/// The calls that libavahi-client and libavahi-core have in common, so that `AvahiSession` works
+/// with either. Single-threaded; callbacks run on the same thread.
+namespace quillbox::dnssd {
+
+/// A browser, lookup or entry group of Avahi, freed on destruction. Must not be destroyed in a
+/// callback.
+class AvahiObject {
+public:
+    virtual ~AvahiObject() = default;
+};
+
+/// Receives the results of a browse or lookup.
+class AvahiAnswers {
+public:
+    enum class Change { Found, Lost };
+
+    virtual ~AvahiAnswers() = default;
+
+    virtual void onService(Change change, const Sighting& sighting, const char* name,
+                           const char* type, const char* domain) = 0;
+    virtual void onLocation(Change change, const Sighting& sighting,
+                            const ServiceLocation& location) = 0;
+    virtual void onAddress(Change change, const Sighting& sighting, const Address& address) = 0;
+    virtual void onSettled() = 0;
+    virtual void onFailed(int error) = 0;
+};
+
+/// Receives the states of an entry group; may be called inside the group's own calls.
+class AvahiGroupWatcher {
+public:
+    virtual ~AvahiGroupWatcher() = default;
+
+    virtual void onGroupState(AvahiEntryGroupState state) = 0;
+};
+
+/// An entry group: records that are published together. Destroying it withdraws them, with
+/// goodbyes.
+class AvahiGroup : public AvahiObject {
+public:
+    struct Service {
+        std::string name;
+        std::string type;
+        std::string domain;   ///< empty: the default domain
+        std::string hostName; ///< empty: the computer's host name
+        std::uint16_t port = 0;
+        std::vector<std::string> txt;
+        int interfaceIndex = kEveryInterface;
+    };
+
+    /// A resource record with data in wire format (RFC 1035, section 3.2.1).
+    struct RawRecord {
+        std::string name; ///< in presentation format
+        std::uint16_t type = 0;
+        std::uint32_t lifetime = 0; ///< in seconds
+        bool isUnique = false;      ///< no other host has records of this name and type
+        std::vector<std::uint8_t> data;
+        int interfaceIndex = kEveryInterface;
+    };
+
+    enum class Probing { Needed, Done };
+
+    // Each returns an Avahi error code, 0 on success.
+
+    /// On one interface or on all of them.
+    virtual int addService(const Service& service) = 0;
+    /// On one interface or on all of them, without probing for the name.
+    virtual int addRecord(const RawRecord& record) = 0;
+    /// On one interface, without a reverse record.
+    virtual int addAddress(const std::string& hostName, const HostAddress& address,
+                           Probing probing) = 0;
+    virtual int commit() = 0;
+};
+
+class AvahiApi {
+public:
+    enum class Record { Location, IPv4Address, IPv6Address };
+
+    virtual ~AvahiApi() = default;
+
+    // Each returns null on failure; `lastError` then gives the reason. `answers` and `watcher` must
+    // outlive the returned object.
+
+    virtual std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) = 0;
+    virtual std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
+                                                AvahiAnswers& answers) = 0;
+    virtual std::unique_ptr<AvahiGroup> makeGroup(AvahiGroupWatcher& watcher) = 0;
+
+    /// An Avahi error code.
+    virtual int lastError() = 0;
+    /// The default domain, usually "local".
+    virtual std::string domainName() = 0;
+};
+
+} // namespace quillbox::dnssd

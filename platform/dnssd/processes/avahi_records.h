@@ -1,0 +1,120 @@
+#pragma once
+
+#include "platform/dnssd/processes/avahi_api.h"
+
+#include <cstring>
+
+#include <avahi-common/address.h>
+#include <avahi-common/strlst.h>
+
+/// Conversions between Avahi's types and ours, used with both libraries.
+namespace quillbox::dnssd {
+
+inline Sighting sightingOf(AvahiIfIndex interfaceIndex, AvahiProtocol protocol)
+{
+    return {interfaceIndex, protocol == AVAHI_PROTO_INET6 ? Family::IPv6 : Family::IPv4};
+}
+
+/// `bytes` points to 4 or 16 bytes, depending on the family.
+inline Address addressOf(Family family, const void* bytes)
+{
+    Address address;
+    address.family = family;
+    std::memcpy(address.bytes.data(), bytes, family == Family::IPv4 ? 4 : 16);
+    return address;
+}
+
+inline AvahiAddress avahiAddressOf(const Address& address)
+{
+    AvahiAddress result{};
+    if (address.family == Family::IPv4) {
+        result.proto = AVAHI_PROTO_INET;
+        std::memcpy(&result.data.ipv4, address.bytes.data(), 4);
+    } else {
+        result.proto = AVAHI_PROTO_INET6;
+        std::memcpy(&result.data.ipv6, address.bytes.data(), 16);
+    }
+    return result;
+}
+
+inline std::uint16_t recordTypeOf(AvahiApi::Record record)
+{
+    switch (record) {
+    case AvahiApi::Record::Location:
+        return AVAHI_DNS_TYPE_SRV;
+    case AvahiApi::Record::IPv4Address:
+        return AVAHI_DNS_TYPE_A;
+    case AvahiApi::Record::IPv6Address:
+        return AVAHI_DNS_TYPE_AAAA;
+    }
+    return 0;
+}
+
+inline const char* orNull(const std::string& text)
+{
+    return text.empty() ? nullptr : text.c_str();
+}
+
+inline AvahiPublishFlags addressFlags(AvahiGroup::Probing probing)
+{
+    return static_cast<AvahiPublishFlags>(probing == AvahiGroup::Probing::Done
+                                              ? AVAHI_PUBLISH_NO_REVERSE | AVAHI_PUBLISH_NO_PROBE
+                                              : AVAHI_PUBLISH_NO_REVERSE);
+}
+
+inline AvahiPublishFlags recordFlags(const AvahiGroup::RawRecord& record)
+{
+    return static_cast<AvahiPublishFlags>(
+        record.isUnique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_NO_PROBE : 0);
+}
+
+static_assert(kEveryInterface == AVAHI_IF_UNSPEC);
+
+/// The strings of a TXT record as an Avahi list. For an empty list Avahi writes the single empty
+/// string of RFC 6763, section 6.1; it accepts no empty string within a list.
+class TxtStrings final {
+public:
+    explicit TxtStrings(const std::vector<std::string>& strings)
+    {
+        for (const std::string& string : strings) {
+            if (!string.empty())
+                list = avahi_string_list_add_arbitrary(
+                    list, reinterpret_cast<const std::uint8_t*>(string.data()), string.size());
+        }
+    }
+    TxtStrings(const TxtStrings&) = delete;
+    TxtStrings& operator=(const TxtStrings&) = delete;
+    ~TxtStrings() { avahi_string_list_free(list); }
+
+    AvahiStringList* get() const { return list; }
+
+private:
+    AvahiStringList* list = nullptr;
+};
+
+/// Handles the events that all browsers of both libraries have in common. Returns true when the
+/// browser found or lost something.
+inline bool isChange(AvahiBrowserEvent event, AvahiAnswers& answers, int error)
+{
+    switch (event) {
+    case AVAHI_BROWSER_NEW:
+    case AVAHI_BROWSER_REMOVE:
+        return true;
+    case AVAHI_BROWSER_ALL_FOR_NOW:
+        answers.onSettled();
+        return false;
+    case AVAHI_BROWSER_FAILURE:
+        answers.onFailed(error);
+        return false;
+    case AVAHI_BROWSER_CACHE_EXHAUSTED:
+        return false;
+    }
+    return false;
+}
+
+inline AvahiAnswers::Change changeOf(AvahiBrowserEvent event)
+{
+    return event == AVAHI_BROWSER_NEW ? AvahiAnswers::Change::Found : AvahiAnswers::Change::Lost;
+}
+
+} // namespace quillbox::dnssd

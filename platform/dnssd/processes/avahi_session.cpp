@@ -1,0 +1,315 @@
+#include "platform/dnssd/processes/avahi_session.h"
+
+#include "platform/dnssd/processes/avahi_errors.h"
+#include "platform/dnssd/processes/avahi_registration.h"
+#include "platform/text.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <avahi-common/domain.h>
+#include <avahi-common/error.h>
+
+namespace quillbox::dnssd {
+
+/// A browse or a lookup: emits its results as events with its id.
+class AvahiQuestion final : public AvahiAnswers {
+public:
+    AvahiQuestion(AskId theId, std::function<void(Event)>& theEmit, std::set<AskId>& theFailed)
+        : id(theId), emit(theEmit), failed(theFailed)
+    {
+    }
+
+    void onService(Change change, const Sighting& sighting, const char* name, const char* type,
+                   const char* domain) override
+    {
+        // A safeguard: Avahi sets all three for every service it reports.
+        if (name == nullptr || type == nullptr || domain == nullptr)
+            return;
+        if (change == Change::Found)
+            emit(ServiceFound{id, sighting, name, type, domain});
+        else
+            emit(ServiceLost{id, sighting, name, type, domain});
+    }
+
+    void onLocation(Change change, const Sighting& sighting,
+                    const ServiceLocation& location) override
+    {
+        if (change == Change::Found)
+            emit(LocationFound{id, sighting, location.hostName, location.port});
+        else
+            emit(LocationLost{id, sighting, location.hostName, location.port});
+    }
+
+    void onAddress(Change change, const Sighting& sighting, const Address& address) override
+    {
+        if (change == Change::Found)
+            emit(AddressFound{id, sighting, address});
+        else
+            emit(AddressLost{id, sighting, address});
+    }
+
+    void onSettled() override
+    {
+        if (!std::exchange(isSettled, true))
+            emit(Settled{id});
+    }
+
+    void onFailed(int error) override
+    {
+        failure = error;
+        failed.insert(id);
+    }
+
+    int failure = AVAHI_OK; ///< an Avahi error code
+    std::unique_ptr<AvahiObject> object;
+
+private:
+    AskId id;
+    std::function<void(Event)>& emit;
+    std::set<AskId>& failed;
+    bool isSettled = false;
+};
+
+namespace {
+
+/// libdbus aborts the process on text that is not UTF-8, and a zero byte would end a C string
+/// early.
+bool isText(const std::string& text)
+{
+    return isValidUtf8(text) && text.find('\0') == std::string::npos;
+}
+
+bool isHostName(const std::string& name)
+{
+    return isText(name) && avahi_is_valid_domain_name(name.c_str()) != 0;
+}
+
+} // namespace
+
+AvahiSession::AvahiSession(AvahiApi& theApi, std::function<void(Event)> theEmit)
+    : api(theApi), emit(std::move(theEmit))
+{
+}
+
+AvahiSession::~AvahiSession() = default;
+
+void AvahiSession::handle(const Request& request, Clock::time_point now)
+{
+    if (!broken)
+        std::visit([this, now](const auto& r) { start(r, now); }, request);
+}
+
+void AvahiSession::start(const BrowseRequest& request, Clock::time_point /*now*/)
+{
+    drop(request.id);
+    if (!isText(request.type)) {
+        fail(request.id, AVAHI_ERR_INVALID_SERVICE_TYPE);
+        return;
+    }
+    ask(request.id, [&](AvahiAnswers& answers) { return api.browse(request.type, answers); });
+}
+
+void AvahiSession::start(const LocationRequest& request, Clock::time_point /*now*/)
+{
+    drop(request.id);
+    if (!isText(request.name) || !isText(request.type) || !isText(request.domain)) {
+        fail(request.id, AVAHI_ERR_INVALID_SERVICE_NAME);
+        return;
+    }
+    const std::string domain = request.domain.empty() ? api.domainName() : request.domain;
+    std::array<char, AVAHI_DOMAIN_NAME_MAX> name{};
+    const int error = avahi_service_name_join(name.data(), name.size(), request.name.c_str(),
+                                              request.type.c_str(), domain.c_str());
+    if (error != AVAHI_OK) {
+        fail(request.id, error);
+        return;
+    }
+    ask(request.id, [&](AvahiAnswers& answers) {
+        return api.lookUp(name.data(), AvahiApi::Record::Location, answers);
+    });
+}
+
+void AvahiSession::start(const AddressRequest& request, Clock::time_point /*now*/)
+{
+    drop(request.id);
+    if (!isHostName(request.hostName)) {
+        fail(request.id, AVAHI_ERR_INVALID_HOST_NAME);
+        return;
+    }
+    const auto record = request.family == Family::IPv4 ? AvahiApi::Record::IPv4Address
+                                                       : AvahiApi::Record::IPv6Address;
+    ask(request.id,
+        [&](AvahiAnswers& answers) { return api.lookUp(request.hostName, record, answers); });
+}
+
+void AvahiSession::start(const RegisterRequest& request, Clock::time_point now)
+{
+    drop(request.id);
+    if (!isText(request.name) || !isText(request.domain)
+        || (!request.hostName.empty() && !isHostName(request.hostName))) {
+        fail(request.id, AVAHI_ERR_INVALID_SERVICE_NAME);
+        return;
+    }
+    if (!isText(request.type)) {
+        fail(request.id, AVAHI_ERR_INVALID_SERVICE_TYPE);
+        return;
+    }
+    registrations[request.id] = std::make_unique<AvahiRegistration>(
+        api, request, [this, id = request.id] { changedRegistrations.insert(id); });
+    publishInTurn(request.id, now);
+}
+
+void AvahiSession::start(const UpdateAddressesRequest& request, Clock::time_point now)
+{
+    const auto found = registrations.find(request.id);
+    if (found == registrations.end())
+        return;
+    found->second->demand(request.addresses);
+    publishInTurn(request.id, now);
+}
+
+void AvahiSession::start(const StopRequest& request, Clock::time_point /*now*/)
+{
+    drop(request.id);
+}
+
+void AvahiSession::ask(AskId id,
+                       const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open)
+{
+    auto question = std::make_unique<AvahiQuestion>(id, emit, failedQuestions);
+    question->object = open(*question);
+    if (!question->object) {
+        fail(id, api.lastError());
+        return;
+    }
+    questions[id] = std::move(question);
+}
+
+void AvahiSession::drop(AskId id)
+{
+    questions.erase(id);
+    failedQuestions.erase(id);
+    registrations.erase(id);
+    publications.leave(id);
+}
+
+void AvahiSession::fail(AskId id, int error)
+{
+    if (isAvahiUnreachable(error))
+        broken = true;
+    else
+        emit(Failed{id, dnsSdErrorOfAvahi(error)});
+}
+
+void AvahiSession::publishInTurn(AskId id, Clock::time_point now)
+{
+    if (publications.isUnderway(id)) {
+        publish(id, *registrations.at(id), now);
+        return;
+    }
+    publications.wait(id);
+    publishWhoseTurnItIs(now);
+}
+
+void AvahiSession::publishWhoseTurnItIs(Clock::time_point now)
+{
+    while (const auto id = publications.next())
+        publish(*id, *registrations.at(*id), now);
+}
+
+void AvahiSession::publish(AskId id, AvahiRegistration& registration, Clock::time_point now)
+{
+    registration.publish();
+    publications.begin(id, registration.deadlineFrom(now));
+    changedRegistrations.insert(id); // Avahi may have refused it without a callback
+}
+
+void AvahiSession::tidy(Clock::time_point now)
+{
+    endFailedQuestions();
+    renewOverdue(now);
+    lookAtChanged(now);
+    // Registrations that are established or dropped free slots for waiting ones, which may in turn
+    // be refused immediately.
+    for (publishWhoseTurnItIs(now); !changedRegistrations.empty() && !broken;
+         publishWhoseTurnItIs(now))
+        lookAtChanged(now);
+}
+
+void AvahiSession::endFailedQuestions()
+{
+    while (!failedQuestions.empty() && !broken) {
+        const AskId id = *failedQuestions.begin();
+        const int failure = questions.at(id)->failure;
+        drop(id);
+        fail(id, failure);
+    }
+}
+
+void AvahiSession::renewOverdue(Clock::time_point now)
+{
+    // Queued again behind the waiting ones, whose slot it may have been holding.
+    while (const auto id = publications.takeOverdue(now)) {
+        registrations.at(*id)->becomeOverdue();
+        publications.wait(*id);
+    }
+}
+
+void AvahiSession::lookAtChanged(Clock::time_point now)
+{
+    while (!changedRegistrations.empty() && !broken) {
+        const AskId id = *changedRegistrations.begin();
+        changedRegistrations.erase(changedRegistrations.begin());
+        if (const auto found = registrations.find(id); found != registrations.end())
+            lookAt(id, *found->second, now);
+    }
+}
+
+void AvahiSession::lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now)
+{
+    using State = AvahiRegistration::Outcome::State;
+    ++lookCount;
+    const auto outcome = registration.outcome();
+    switch (outcome.state) {
+    case State::Underway:
+        // Avahi may start probing again on its own.
+        if (!publications.isUnderway(id) && !publications.isWaiting(id))
+            publications.begin(id, registration.deadlineFrom(now));
+        break;
+    case State::Established:
+        if (publications.isUnderway(id))
+            publications.leave(id);
+        if (!std::exchange(registration.isReported, true))
+            emit(Registered{id});
+        break;
+    case State::Collision:
+        drop(id);
+        emit(Collision{id, outcome.collision});
+        break;
+    case State::Failed:
+        drop(id);
+        fail(id, outcome.error);
+        break;
+    }
+}
+
+std::optional<AvahiSession::Clock::time_point> AvahiSession::nextDeadline() const
+{
+    return publications.nextDeadline();
+}
+
+void AvahiSession::hostNameChanged(Clock::time_point now)
+{
+    for (const auto& [id, registration] : registrations) {
+        if (!registration->isOnComputersHostName())
+            continue;
+        registration->demandAll();
+        publishInTurn(id, now);
+    }
+}
+
+} // namespace quillbox::dnssd

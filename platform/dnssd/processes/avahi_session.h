@@ -1,0 +1,86 @@
+#pragma once
+
+#include "platform/dnssd/engine/messages.h"
+#include "platform/dnssd/processes/avahi_api.h"
+#include "platform/dnssd/processes/publication_queue.h"
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+
+namespace quillbox::dnssd {
+
+class AvahiQuestion;
+class AvahiRegistration;
+
+/// Handles requests over one connection to Avahi and emits events in answer. Confined to the thread
+/// of Avahi's loop.
+///
+/// Avahi's callbacks free nothing; they only record what happened to a question or registration.
+/// The owner calls `tidy` after each loop iteration to act on it. The cost of an iteration depends
+/// on what has changed in it, not on how much is active.
+class AvahiSession final {
+public:
+    using Clock = std::chrono::steady_clock;
+
+    /// `emit` must not call back into the session.
+    AvahiSession(AvahiApi& api, std::function<void(Event)> emit);
+    AvahiSession(const AvahiSession&) = delete;
+    AvahiSession& operator=(const AvahiSession&) = delete;
+    /// Withdraws everything, with goodbyes.
+    ~AvahiSession();
+
+    /// A request whose id is in use replaces the earlier request.
+    void handle(const Request& request, Clock::time_point now);
+
+    void tidy(Clock::time_point now);
+
+    /// When `tidy` must be called even if nothing else happens.
+    std::optional<Clock::time_point> nextDeadline() const;
+
+    /// The computer's host name has changed: republishes what was published under the old one.
+    void hostNameChanged(Clock::time_point now);
+
+    /// A call found Avahi unreachable. The session is unusable from then on; it emits no `Failed`
+    /// for requests that it could not serve.
+    bool isBroken() const { return broken; }
+
+    /// How many times a registration's outcome has been checked so far: a measure of the work done.
+    std::size_t looks() const { return lookCount; }
+
+private:
+    void start(const BrowseRequest& request, Clock::time_point now);
+    void start(const LocationRequest& request, Clock::time_point now);
+    void start(const AddressRequest& request, Clock::time_point now);
+    void start(const RegisterRequest& request, Clock::time_point now);
+    void start(const UpdateAddressesRequest& request, Clock::time_point now);
+    void start(const StopRequest& request, Clock::time_point now);
+
+    void ask(AskId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open);
+    void drop(AskId id);
+    void fail(AskId id, int error);
+    /// Publishes what a registration demands as soon as it is its turn.
+    void publishInTurn(AskId id, Clock::time_point now);
+    void publishWhoseTurnItIs(Clock::time_point now);
+    void publish(AskId id, AvahiRegistration& registration, Clock::time_point now);
+    void renewOverdue(Clock::time_point now);
+    void endFailedQuestions();
+    void lookAtChanged(Clock::time_point now);
+    void lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now);
+
+    AvahiApi& api;
+    std::function<void(Event)> emit;
+    std::map<AskId, std::unique_ptr<AvahiQuestion>> questions;
+    std::set<AskId> failedQuestions; ///< since the last `tidy`
+    PublicationQueue publications;
+    std::set<AskId> changedRegistrations; ///< since the last `tidy`
+    std::map<AskId, std::unique_ptr<AvahiRegistration>> registrations;
+    std::size_t lookCount = 0;
+    bool broken = false;
+};
+
+} // namespace quillbox::dnssd
