@@ -21,7 +21,6 @@
 #include "platform/desktop/status_host_watch.h"
 #include "platform/desktop/termination_signals.h"
 #include "platform/desktop/window_presence.h"
-#include "platform/dnssd/processes/engine_child.h"
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/system_configuration.h"
@@ -315,8 +314,6 @@ int perform(const Options& options, char** arguments)
         return print(options.request ? helpTextOf(options.request->command) : helpText());
     case Options::Action::ShowVersion:
         return print(std::string("quillbox-helper ") + QUILLBOX_VERSION + '\n');
-    case Options::Action::RunDnsSdEngine:
-        return dnssd::runDnsSdEngineChild(dnssd::kEngineChildDescriptor);
     case Options::Action::TurnAutostartOn:
         return changeAutostart(options, Autostart::On, arguments);
     case Options::Action::TurnAutostartOff:

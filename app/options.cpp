@@ -85,8 +85,6 @@ public:
             act(Action::ShowHelp);
         else if (argument == "--version")
             act(Action::ShowVersion);
-        else if (argument == "--dns-sd-engine")
-            act(Action::RunDnsSdEngine);
         else if (argument == "--json")
             options.asJson = true;
         else if (argument.starts_with('-'))

@@ -18,7 +18,6 @@ struct Options {
         Run,
         ShowHelp, ///< for `request`'s command or for `doctor`, if one was given
         ShowVersion,
-        RunDnsSdEngine, ///< run as the process of the embedded engine
         TurnAutostartOn,
         TurnAutostartOff,
         Control,  ///< send `request` to the running instance

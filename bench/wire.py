@@ -8,7 +8,7 @@ import os
 import resource
 import shutil
 
-from rig.computer import PROGRAM, Computer, Helper
+from rig.computer import ENGINES, PROGRAM, Computer, Helper
 from rig.network import Lan, may_set_groups
 from rig.onlooker import Onlooker
 from rig.phone import Phone
@@ -126,7 +126,8 @@ class Wire(Lan):
         # Unprivileged users run the program from here and have their homes here.
         os.chmod(self.folder, 0o755)
         self.program = os.path.join(self.folder, os.path.basename(PROGRAM))
-        shutil.copy(PROGRAM, self.program)
+        for program in (PROGRAM, *ENGINES):
+            shutil.copy(program, self.folder)
 
     def host(self, name, plugged=False, of=Desk):
         host = super().host(name, plugged, of)

@@ -5,7 +5,6 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine/automatic_engine.h"
-#include "platform/dnssd/processes/engine_child.h"
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/reach.h"
 #include "platform/standard_error_log.h"
@@ -190,9 +189,9 @@ int run(const Options& options)
     const auto log = makeStandardErrorLog({});
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
-    auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, *log),
-                           pool.makeQueue("demo.dns-sd", QualityOfService::Utility), *monitor,
-                           options.reach);
+    const auto dnsSdQueue = pool.makeQueue("demo.dns-sd", QualityOfService::Utility);
+    const auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, pool, dnsSdQueue, *log),
+                                 dnsSdQueue, *monitor, *log, options.reach);
     const auto queue = pool.makeQueue("demo.phone", QualityOfService::Utility);
     {
         const auto files = dnsSd->registerService(
@@ -209,7 +208,6 @@ int run(const Options& options)
         sigwait(&ends, &signal);
         pool.shutdown();
     }
-    dnsSd = nullptr;
     return 0;
 }
 
@@ -219,8 +217,6 @@ int run(const Options& options)
 int main(int argc, char** argv)
 {
     const std::vector<std::string_view> arguments(argv + 1, argv + argc);
-    if (arguments == std::vector<std::string_view>{quillbox::dnssd::kEngineChildOption})
-        return quillbox::dnssd::runDnsSdEngineChild(quillbox::dnssd::kEngineChildDescriptor);
     const auto options = quillbox::optionsFrom(arguments);
     if (!options) {
         std::cerr << "usage: quillbox-demo-phone NAME FILE-PORT MANAGEMENT-PORT "

@@ -8,12 +8,15 @@
 
 namespace {
 
-template <class Message>
-void tryMessage(const std::optional<Message>& message, std::span<const std::uint8_t> packet)
+template <class Content>
+void tryMessage(const std::optional<quillbox::dnssd::Message<Content>>& message,
+                std::span<const std::uint8_t> packet)
 {
     if (message)
-        quillbox::fuzz::require(std::ranges::equal(quillbox::dnssd::encode(*message), packet),
-                                "a message has only one encoding");
+        quillbox::fuzz::require(
+            std::ranges::equal(quillbox::dnssd::encode(message->generation, message->content),
+                               packet),
+            "a message has only one encoding");
 }
 
 } // namespace

@@ -21,13 +21,13 @@ namespace {
 
 using StandingId = std::uint64_t;
 
-/// The active queries and registrations and the state that they share. Used and destroyed on its
-/// queue, except for `stop`.
+/// The active queries and registrations and the state that they share. Belongs to its queue.
 class Center final {
 public:
     Center(std::unique_ptr<dnssd::Engine> engine, std::shared_ptr<DispatchQueue> ownQueue,
-           NetworkMonitor& monitor, Reach reach)
+           NetworkMonitor& monitor, Log& itsLog, Reach reach)
         : queue(std::move(ownQueue)),
+          log(itsLog),
           link(std::move(engine)),
           localAddresses(monitor, reach),
           locations(link, *queue),
@@ -36,29 +36,10 @@ public:
     }
     Center(const Center&) = delete;
     Center& operator=(const Center&) = delete;
-
-    static void start(const std::shared_ptr<Center>& center)
-    {
-        const std::weak_ptr<Center> weak = center;
-        center->localAddresses.start(center->queue, [weak] {
-            if (const auto self = weak.lock())
-                self->localAddresses.refresh();
-        });
-        center->link.start([weak, queue = center->queue](dnssd::Event event) {
-            queue->async([weak, event = std::move(event)] {
-                if (const auto self = weak.lock())
-                    self->link.handle(event);
-            });
-        });
-    }
-
-    void stop()
-    {
-        localAddresses.stop();
-        link.stop();
-    }
+    ~Center() { link.stop(); }
 
     const std::shared_ptr<DispatchQueue> queue;
+    Log& log;
     dnssd::EngineLink link;
     dnssd::LocalAddresses localAddresses;
     dnssd::HostIdentities identities;
@@ -94,20 +75,15 @@ private:
 class CenterDnsSd final : public DnsSd {
 public:
     CenterDnsSd(std::unique_ptr<dnssd::Engine> engine, std::shared_ptr<DispatchQueue> queue,
-                NetworkMonitor& monitor, Reach reach)
-        : center(std::make_shared<Center>(std::move(engine), std::move(queue), monitor, reach))
+                NetworkMonitor& monitor, Log& log, Reach reach)
+        : center(std::make_shared<Center>(std::move(engine), std::move(queue), monitor, log, reach))
     {
-        Center::start(center);
+        center->localAddresses.start(
+            center->queue, onCenter([](Center& changed) { changed.localAddresses.refresh(); }));
+        center->queue->async(onCenter([](Center& started) { started.link.start(); }));
     }
     CenterDnsSd(const CenterDnsSd&) = delete;
     CenterDnsSd& operator=(const CenterDnsSd&) = delete;
-    ~CenterDnsSd() override
-    {
-        center->stop();
-        // Active queries and registrations belong to the queue and must be destroyed there.
-        const std::shared_ptr<DispatchQueue> queue = center->queue;
-        queue->async([ended = std::move(center)] {});
-    }
 
     std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
                                 std::function<void(const BrowseUpdate&)> handler) override
@@ -155,7 +131,7 @@ public:
             [service = std::move(service), port, report = std::move(report)](Center& where) {
                 auto registration = std::make_shared<dnssd::Registration>(
                     where.link, *where.queue, where.localAddresses, where.identities,
-                    where.ownServices, service, port, report);
+                    where.ownServices, service, port, report, where.log);
                 registration->start();
                 return registration;
             });
@@ -174,19 +150,26 @@ public:
     }
 
 private:
+    /// A closure that calls `work` with the center, unless that has been destroyed by then.
+    template <typename Closure> std::function<void()> onCenter(Closure work) const
+    {
+        return [weak = std::weak_ptr(center), work = std::move(work)] {
+            if (const auto self = weak.lock())
+                work(*self);
+        };
+    }
+
     /// Calls `make` on the center's queue and keeps the query or registration that it returns.
     std::unique_ptr<Ask> stand(std::function<std::shared_ptr<void>(Center&)> make)
     {
         const StandingId id = nextId++;
-        const std::weak_ptr<Center> weak = center;
-        center->queue->async([weak, id, make = std::move(make)] {
-            if (const auto self = weak.lock())
-                self->standing.emplace(id, make(*self));
-        });
-        return std::make_unique<StandingAsk>(center->queue, weak, id);
+        center->queue->async(onCenter([id, make = std::move(make)](Center& where) {
+            where.standing.emplace(id, make(where));
+        }));
+        return std::make_unique<StandingAsk>(center->queue, center, id);
     }
 
-    std::shared_ptr<Center> center;
+    const std::shared_ptr<Center> center;
     std::atomic<StandingId> nextId{1};
 };
 
@@ -194,9 +177,9 @@ private:
 
 std::unique_ptr<DnsSd> makeDnsSd(std::unique_ptr<dnssd::Engine> engine,
                                  std::shared_ptr<DispatchQueue> queue, NetworkMonitor& monitor,
-                                 Reach reach)
+                                 Log& log, Reach reach)
 {
-    return std::make_unique<CenterDnsSd>(std::move(engine), std::move(queue), monitor, reach);
+    return std::make_unique<CenterDnsSd>(std::move(engine), std::move(queue), monitor, log, reach);
 }
 
 } // namespace quillbox

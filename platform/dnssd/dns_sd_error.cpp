@@ -15,6 +15,8 @@ public:
         switch (static_cast<DnsSdError>(value)) {
         case DnsSdError::EngineUnavailable:
             return "No DNS-SD service is running";
+        case DnsSdError::EngineNotStarted:
+            return "The DNS-SD engine cannot be started";
         case DnsSdError::NameTaken:
             return "The name is in use by another computer";
         case DnsSdError::InvalidName:

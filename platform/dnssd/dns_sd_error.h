@@ -7,6 +7,7 @@ namespace quillbox {
 /// The errors of DNS-SD. Messages are plain sentences for the user.
 enum class DnsSdError {
     EngineUnavailable = 1, ///< no DNS-SD engine is up
+    EngineNotStarted,      ///< its program or a library is missing, or it ended at once
     NameTaken,             ///< name conflict (RFC 6762, section 9); the service is being renamed
     InvalidName,
     InvalidType,

@@ -47,7 +47,7 @@ public:
 
     void setChangedHandler(std::function<void()> handler) override { changed = std::move(handler); }
 
-    /// What the engine calls, on any thread.
+    /// What the engine calls, on its queue.
     std::function<void(bool)> daemonChanged()
     {
         return [weak = weak_from_this(), mainQueue = queue](bool isUp) {
@@ -132,15 +132,17 @@ private:
     struct Backends {
         Backends(Queues& queues, DaemonView& view, dnssd::DnsSdMode mode, Reach reach, Log& log)
             : monitor(makeNetworkMonitor(queues.pool)),
-              dnsSd(makeDnsSd(dnssd::makeEngine(mode, log, view.daemonChanged()),
-                              queues.pool.makeQueue("dns-sd", QualityOfService::Utility), *monitor,
-                              reach)),
+              dnsSdQueue(queues.pool.makeQueue("dns-sd", QualityOfService::Utility)),
+              dnsSd(makeDnsSd(
+                  dnssd::makeEngine(mode, queues.pool, dnsSdQueue, log, view.daemonChanged()),
+                  dnsSdQueue, *monitor, log, reach)),
               tcp(queues.pool, *dnsSd, *monitor, reach),
               locator(tcp.makeServiceLocator(queues.mainQueue(), isAvahiAskedForNames))
         {
         }
 
         const std::unique_ptr<NetworkMonitor> monitor;
+        const std::shared_ptr<DispatchQueue> dnsSdQueue;
         const std::unique_ptr<DnsSd> dnsSd;
         TcpNetwork tcp;
         const std::unique_ptr<ServiceLocator> locator;

@@ -3,9 +3,8 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine/automatic_engine.h"
-#include "platform/dnssd/engine/embedded_engine.h"
-#include "platform/dnssd/processes/daemon_engine.h"
 #include "platform/netlink/netlink_monitor.h"
+#include "platform/standard_error_log.h"
 #include "platform/tcp/dialable_address.h"
 #include "platform/tcp/port_check.h"
 #include "platform/tcp/socket_address.h"
@@ -23,12 +22,6 @@ namespace {
 /// A limit for networks with very many services.
 constexpr std::size_t kMostPhones = 32;
 constexpr std::size_t kMostAddresses = 4; ///< per phone
-
-std::unique_ptr<dnssd::Engine> makeQuietEngine()
-{
-    return dnssd::makeAutomaticEngine({.makeDaemon = dnssd::makeDaemonEngine,
-                                       .makeEmbedded = [] { return dnssd::makeEmbeddedEngine(); }});
-}
 
 /// The ports of all phones, for `checkPorts` to try together.
 struct Dialling {
@@ -133,8 +126,10 @@ PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds brow
     const auto end = std::chrono::steady_clock::now() + browsing;
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
-    const auto dnsSd = makeDnsSd(
-        makeQuietEngine(), pool.makeQueue("doctor.dns-sd", QualityOfService::Utility), *monitor);
+    const auto log = makeStandardErrorLog({});
+    const auto queue = pool.makeQueue("doctor.dns-sd", QualityOfService::Utility);
+    const auto dnsSd = makeDnsSd(dnssd::makeEngine(dnssd::DnsSdMode::Automatic, pool, queue, *log),
+                                 queue, *monitor, *log);
     const PhoneSurvey survey(*dnsSd, pool.makeQueue("doctor.phones", QualityOfService::Utility),
                              type);
     // Nothing signals that every phone has answered, so this always takes the whole time.

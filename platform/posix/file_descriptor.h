@@ -27,6 +27,9 @@ public:
     int get() const { return descriptor_; }
     bool isOpen() const { return descriptor_ >= 0; }
 
+    /// Gives up ownership.
+    int release() { return std::exchange(descriptor_, -1); }
+
     void reset()
     {
         if (isOpen())

@@ -36,7 +36,6 @@ TEST(Options, helpAndVersionAreActions)
 {
     EXPECT_EQ(parse({"--help"}), action(Options::Action::ShowHelp));
     EXPECT_EQ(parse({"--version"}), action(Options::Action::ShowVersion));
-    EXPECT_EQ(parse({"--dns-sd-engine"}), action(Options::Action::RunDnsSdEngine));
 }
 
 TEST(Options, theFirstOfTwoActionsCounts)
@@ -154,7 +153,6 @@ TEST(Options, helpNamesEveryOptionForUsers)
     const std::string help = helpText();
     for (const char* option : {"--help", "--version", "--dns-sd=", "auto", "daemon", "embedded"})
         EXPECT_NE(help.find(option), std::string::npos) << option;
-    EXPECT_EQ(help.find("--dns-sd-engine"), std::string::npos);
 }
 
 Parsed command(const ControlRequest& request, bool asJson = false)

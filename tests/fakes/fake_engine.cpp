@@ -24,16 +24,16 @@ public:
 
     void start(EventHandler handler) override { state->handler = std::move(handler); }
 
-    void send(Generation generation, Request request) override
+    void send(const Request& request) override
     {
-        if (generation != state->generation)
+        if (!state->isUp)
             return;
         state->requests.push_back(request);
         if (const auto* end = std::get_if<StopRequest>(&request)) {
             std::erase_if(state->standing,
                           [end](const Request& other) { return idOf(other) == end->id; });
         } else {
-            state->standing.push_back(std::move(request));
+            state->standing.push_back(request);
         }
     }
 
@@ -54,21 +54,24 @@ std::unique_ptr<Engine> FakeEngine::makeEngine()
     return std::make_unique<Proper>(state);
 }
 
-void FakeEngine::emit(Event event) const
+void FakeEngine::emit(const Event& event) const
 {
-    if (state->handler)
-        state->handler(std::move(event));
+    // A copy, because it may stop the engine.
+    if (const auto handler = state->handler)
+        handler(event);
 }
 
 void FakeEngine::up(const std::string& hostName)
 {
     state->standing.clear();
-    emit(EngineUp{hostName, ++state->generation});
+    state->isUp = true;
+    emit(EngineUp{hostName});
 }
 
 void FakeEngine::down(std::error_code error)
 {
     state->standing.clear();
+    state->isUp = false;
     emit(EngineDown{error});
 }
 

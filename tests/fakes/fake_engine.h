@@ -21,7 +21,7 @@ public:
     /// Makes the engine for the object under test. Call it only once.
     std::unique_ptr<Engine> makeEngine();
 
-    void emit(Event event) const;
+    void emit(const Event& event) const;
     void up(const std::string& hostName = "my-pc.local");
     void down(std::error_code error = {});
 
@@ -65,7 +65,7 @@ private:
         Engine::EventHandler handler;
         std::vector<Request> requests;
         std::vector<Request> standing;
-        Generation generation = 0;
+        bool isUp = false;
         bool isStopped = false;
     };
 

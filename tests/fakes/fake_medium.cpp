@@ -48,7 +48,6 @@ struct Seat {
     bool isUp = false;
     std::list<Registration> registrations;
     std::list<Question> questions;
-    Generation generation = 0;
 
     void emit(const Event& event) const
     {
@@ -247,13 +246,16 @@ public:
     void start(EventHandler handler) override
     {
         seat.handler = std::move(handler);
-        seat.isUp = true;
-        seat.emit(EngineUp{seat.host.name, ++seat.generation});
+        if (const auto medium = world.lock())
+            medium->queue->async([&own = seat] {
+                own.isUp = true;
+                own.emit(EngineUp{own.host.name});
+            });
     }
 
-    void send(Generation generation, Request request) override
+    void send(const Request& request) override
     {
-        if (const auto medium = world.lock(); medium && generation == seat.generation)
+        if (const auto medium = world.lock(); medium && seat.isUp)
             medium->take(seat, request);
     }
 
@@ -282,7 +284,7 @@ FakeMedium::~FakeMedium() = default;
 
 std::unique_ptr<Engine> FakeMedium::makeEngine(Host host)
 {
-    world->seats.push_back({std::move(host), nullptr, false, {}, {}, 0});
+    world->seats.push_back({std::move(host), nullptr, false, {}, {}});
     return std::make_unique<Member>(world, world->seats.back());
 }
 
@@ -300,7 +302,7 @@ void FakeMedium::bringBack(const std::string& hostName)
 {
     Seat* seat = world->seat(hostName);
     seat->isUp = true;
-    seat->emit(EngineUp{hostName, ++seat->generation});
+    seat->emit(EngineUp{hostName});
 }
 
 } // namespace quillbox::dnssd

@@ -25,7 +25,7 @@ def engine_child(helper):
                 command = file.read()
         except OSError:
             continue
-        if parent == str(helper.pid) and "--dns-sd-engine" in command:
+        if parent == str(helper.pid) and command.startswith("quillbox-dns-sd-responder\0"):
             return int(entry)
     raise AssertionError("the helper has no child process with the embedded engine")
 

@@ -1,16 +1,17 @@
-"""The executable is built with the usual hardening options."""
+"""The executables are built with the usual hardening options."""
 
 import re
 import subprocess
 
 import pytest
-from rig.computer import PROGRAM
+from rig.computer import ENGINES, PROGRAM
 
 
 def told(*command):
     return subprocess.run(command, stdout=subprocess.PIPE, check=True, text=True, timeout=120).stdout
 
 
+@pytest.mark.parametrize("program", [PROGRAM, *ENGINES])
 @pytest.mark.parametrize(
     "option, expected",
     [
@@ -23,8 +24,8 @@ def told(*command):
     ],
     ids=["position", "position flag", "binding", "relocations", "stack data", "stack protector"],
 )
-def test_the_executable_has(option, expected):
-    assert re.search(expected, told("readelf", "-W", option, PROGRAM))
+def test_the_executable_has(program, option, expected):
+    assert re.search(expected, told("readelf", "-W", option, program))
 
 
 def test_the_code_guards_its_jumps_and_probes_its_stack():

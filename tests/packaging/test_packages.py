@@ -10,7 +10,9 @@ import stat
 import subprocess
 import tarfile
 
-from test_packaging import INSTALLED, PROGRAM, ROOT, run
+import pytest
+from rig.computer import LOOKING, Computer, Helper
+from test_packaging import INSTALLED, PROGRAM, PROGRAMS, ROOT, run
 
 BUILD = os.path.dirname(PROGRAM)
 TOP = "quillbox-helper-{version}-linux-{machine}"
@@ -39,6 +41,11 @@ def members(deb, what):
         }
 
 
+def text_in(path):
+    with open(path, encoding="utf-8") as file:
+        return file.read()
+
+
 def field(deb, name):
     return run("dpkg-deb", "--field", str(deb), name).strip()
 
@@ -49,7 +56,7 @@ def names_in(relations):
 
 
 def check_mode(member):
-    expected = 0o755 if member.isdir() or member.name.endswith("bin/quillbox-helper") else 0o644
+    expected = 0o755 if member.isdir() or member.name.endswith(tuple(PROGRAMS)) else 0o644
     assert stat.S_IMODE(member.mode) == expected, member.name
     assert (member.uid, member.gid) == (0, 0), member.name
 
@@ -86,26 +93,25 @@ def test_the_sums_in_the_package_are_those_of_its_files(deb):
     )
 
 
-def test_the_package_depends_on_the_libraries_that_are_loaded_by_name(deb):
-    folder = os.path.join(ROOT, "platform/dnssd")
-    wanted = set()
-    for name in os.listdir(folder):
-        with open(os.path.join(folder, name), encoding="utf-8") as file:
-            wanted.update(re.findall(r'SharedLibrary \w+\("([^"]+)"\)', file.read()))
-    assert len(wanted) == 2
-    owners = {run("dpkg", "-S", f"*/{name}").split(":")[0] for name in wanted}
-    assert owners | {"libavahi-common3"} <= names_in(field(deb, "Depends"))
-
-
 def test_the_package_depends_on_every_library_that_is_linked(deb):
     owners = set()
-    for path in re.findall(r"=> (/\S+)", run("ldd", PROGRAM)):
-        # With the folder, which differs between architectures.
-        name = "/".join(path.split("/")[-2:])
-        if os.path.basename(path) in run("readelf", "-d", PROGRAM):
-            owners.add(run("dpkg", "-S", f"*/{name}").split(":")[0])
+    for program in PROGRAMS:
+        file = os.path.join(BUILD, os.path.basename(program))
+        for path in re.findall(r"=> (/\S+)", run("ldd", file)):
+            # With the folder, which differs between architectures.
+            name = "/".join(path.split("/")[-2:])
+            if os.path.basename(path) in run("readelf", "-d", file):
+                owners.add(run("dpkg", "-S", f"*/{name}").split(":")[0])
     assert {"libqt6widgets6", "libxcb1", "libutf8proc2"} <= owners
+    assert {"libavahi-client3", "libavahi-common3", "libavahi-core7"} <= owners
     assert owners <= names_in(field(deb, "Depends"))
+
+
+@pytest.mark.parametrize("program", sorted(x for x in PROGRAMS if x.startswith("libexec/")))
+def test_the_programs_of_the_engines_are_linked_with_neither_qt_nor_the_other_s_library(program):
+    linked = run("readelf", "-d", os.path.join(BUILD, os.path.basename(program)))
+    assert "libQt" not in linked
+    assert ("libavahi-client" in linked) != ("libavahi-core" in linked)
 
 
 def test_the_package_depends_on_the_version_of_qt_s_private_interface(deb):
@@ -121,10 +127,10 @@ def test_the_package_recommends_what_a_click_needs(deb):
         assert set(re.findall(r"^run (\S+)", file.read(), re.MULTILINE)) <= recommended
 
 
-def check_program(deb, folder):
-    """Checks that the program in a package is stripped, and linked with all hardening options."""
-    program = folder / "program"
-    program.write_bytes(members(deb, "files")["usr/bin/quillbox-helper"][1])
+@pytest.mark.parametrize("name", sorted(PROGRAMS))
+def test_each_program_in_the_package_is_stripped_and_hardened(deb, tmp_path, name):
+    program = tmp_path / "program"
+    program.write_bytes(members(deb, "files")[f"usr/{name}"][1])
     sections = run("readelf", "-WS", str(program))
     assert ".symtab" not in sections and ".debug" not in sections and ".comment" not in sections
     shown = run("readelf", "-Wdlh", str(program))
@@ -132,10 +138,6 @@ def check_program(deb, folder):
         assert re.search(feature, shown), feature
     for tag in ("RPATH", "RUNPATH"):
         assert tag not in shown
-
-
-def test_the_program_in_the_package_is_stripped_and_hardened(deb, tmp_path):
-    check_program(deb, tmp_path)
 
 
 def test_the_documents_of_the_package_are_those_of_the_source(deb):
@@ -195,6 +197,22 @@ def test_the_program_of_the_archive_runs_where_it_was_unpacked(unpacked, tmp_pat
     assert program in entry.read_text(encoding="utf-8")
 
 
+def test_the_program_of_the_archive_starts_the_engine_of_the_archive(unpacked, lan):
+    computer = lan.host("computer", of=Computer)
+    computer.write_settings({"dnsSd": "embedded"})
+    program = str(unpacked / "bin/quillbox-helper")
+    helper = Helper(computer.start([program], env=computer.environment()))
+    helper.wait_status(LOOKING)
+    children = f"/proc/{helper.pid}/task"
+    engines = [
+        os.readlink(f"/proc/{child}/exe")
+        for task in os.listdir(children)
+        for child in text_in(f"{children}/{task}/children").split()
+    ]
+    assert engines == [str(unpacked / "libexec/quillbox-helper/quillbox-dns-sd-responder")]
+    assert helper.stop()[0] == 0
+
+
 def test_the_archive_says_what_the_package_asks_for(deb, unpacked):
     text = (unpacked / "README").read_text(encoding="utf-8")
     named = set(re.findall(r"^ +apt install (.*)$", text, re.MULTILINE)[0].split())
@@ -230,8 +248,9 @@ def test_packing_again_elsewhere_gives_the_same_bytes(packages, tmp_path):
     assert digests(again) == digests(packages)
 
 
-def test_the_program_does_not_say_where_it_was_built():
-    with open(PROGRAM, "rb") as file:
+@pytest.mark.parametrize("name", sorted(PROGRAMS))
+def test_a_program_does_not_say_where_it_was_built(name):
+    with open(os.path.join(BUILD, os.path.basename(name)), "rb") as file:
         assert ROOT.encode() not in file.read()
 
 

@@ -18,6 +18,8 @@ COMMANDS = ["status", "open", "manage", "restart", "quit", "doctor"]
 
 INSTALLED = {
     "bin/quillbox-helper",
+    "libexec/quillbox-helper/quillbox-dns-sd-daemon",
+    "libexec/quillbox-helper/quillbox-dns-sd-responder",
     "lib/systemd/user/quillbox-helper.service",
     "share/applications/org.quillbox.Helper.desktop",
     "share/bash-completion/completions/quillbox-helper",
@@ -28,6 +30,7 @@ INSTALLED = {
     "share/metainfo/org.quillbox.Helper.metainfo.xml",
     "share/zsh/vendor-completions/_quillbox-helper",
 }
+PROGRAMS = {x for x in INSTALLED if x.startswith(("bin/", "libexec/"))}
 
 
 def need(*tools):
@@ -296,7 +299,7 @@ def test_everything_is_installed_at_its_place(tmp_path):
         for name in names
     }
     assert found == INSTALLED
-    assert os.access(tmp_path / "bin/quillbox-helper", os.X_OK)
+    assert all(os.access(tmp_path / x, os.X_OK) for x in PROGRAMS)
     assert run(str(tmp_path / "bin/quillbox-helper"), "--version") == run(PROGRAM, "--version")
 
 

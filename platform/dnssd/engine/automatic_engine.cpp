@@ -1,15 +1,12 @@
 #include "platform/dnssd/engine/automatic_engine.h"
 
-#include "platform/dnssd/engine/engine_story.h"
-#include "platform/dnssd/engine/engine_thread.h"
-#include "platform/dnssd/processes/daemon_engine.h"
+#include "platform/dnssd/engine/automatic_engine_choice.h"
+#include "platform/dnssd/engine/engine_process.h"
 
 #include <algorithm>
-#include <array>
+#include <optional>
 #include <utility>
 #include <variant>
-
-#include <poll.h>
 
 namespace quillbox::dnssd {
 
@@ -18,160 +15,131 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Source = AutomaticEngineChoice::Source;
 
-struct EngineEvent {
-    Source source = Source::Daemon;
-    Event event;
-};
-using Item = std::variant<PostedRequest, EngineEvent>;
-using ItemMailbox = EngineMailbox<Item>;
+/// The daemon's process may wait for the daemon, which a flood of names keeps busy for seconds.
+/// libdbus gives up after 25 s.
+constexpr std::chrono::seconds kPatienceWithDaemon(30);
 
-/// Runs on the automatic engine's thread; owns both engines and the choice between them.
-class AutomaticLoop final {
+class AutomaticEngine final : public Engine {
 public:
-    AutomaticLoop(ItemMailbox& theMailbox, AutomaticEngineOptions theOptions)
-        : mailbox(theMailbox),
-          options(std::move(theOptions)),
-          choice(this->options.times, {.emit = [this](Event event) { emit(std::move(event)); },
-                                       .startEmbedded = [this] { startEmbedded(); },
-                                       .stopEmbedded = [this] { stopEmbedded(); }})
+    AutomaticEngine(std::shared_ptr<DispatchQueue> itsQueue, std::unique_ptr<Engine> daemonEngine,
+                    std::unique_ptr<Engine> embeddedEngine, DaemonChangedHandler daemonHandler,
+                    AutomaticEngineTimes times)
+        : queue(std::move(itsQueue)),
+          daemon(std::move(daemonEngine)),
+          embedded(std::move(embeddedEngine)),
+          daemonChanged(std::move(daemonHandler)),
+          choice(times, {.emit = [this](const Event& event) { handler(event); },
+                         .startEmbedded = [this] { startEmbedded(); },
+                         .stopEmbedded = [this] { embedded->stop(); }})
     {
     }
+    AutomaticEngine(const AutomaticEngine&) = delete;
+    AutomaticEngine& operator=(const AutomaticEngine&) = delete;
+    ~AutomaticEngine() override { stop(); }
 
-    void run()
+    void start(EventHandler theHandler) override
     {
-        daemon = options.makeDaemon();
+        handler = std::move(theHandler);
+        alive = std::make_shared<char>();
         choice.begin(Clock::now());
-        start(*daemon, Source::Daemon);
-        for (;;) {
-            wait();
-            auto taken = mailbox.take();
-            if (taken.isStopping)
-                break;
-            for (Item& item : taken.items)
-                std::visit([this](auto& i) { handle(std::move(i)); }, item);
-            choice.elapse(Clock::now());
-        }
+        daemon->start([this](const Event& event) { handleDaemon(event); });
+        schedule();
+    }
+
+    void send(const Request& request) override
+    {
+        if (const auto active = choice.active())
+            (*active == Source::Daemon ? daemon : embedded)->send(request);
+    }
+
+    void stop() override
+    {
+        alive = nullptr;
         // The embedded engine first: if it runs, it is the one that has services to withdraw.
-        stopEmbedded();
+        embedded->stop();
         daemon->stop();
     }
 
 private:
-    void wait()
+    void handleDaemon(const Event& event)
     {
-        int timeout = -1;
-        if (const auto deadline = choice.deadline()) {
-            const auto left =
-                std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
-            timeout = static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
-        }
-        pollfd waiting{mailbox.descriptor(), POLLIN, 0};
-        ::poll(&waiting, 1, timeout);
-    }
-
-    /// The generations of both engines count as one sequence.
-    void emit(Event event)
-    {
-        if (auto* up = std::get_if<EngineUp>(&event)) {
-            activeGeneration = up->generation;
-            up->generation = ++generation;
-        }
-        mailbox.emit(std::move(event));
-    }
-
-    void handle(PostedRequest posted)
-    {
-        const auto active = choice.active();
-        if (!active || posted.generation != generation)
-            return;
-        Engine& engine = *active == Source::Daemon ? *daemon : *embedded;
-        engine.send(activeGeneration, std::move(posted.request));
-    }
-
-    void handle(EngineEvent event)
-    {
-        if (event.source == Source::Daemon && std::holds_alternative<EngineUp>(event.event))
+        if (std::holds_alternative<EngineUp>(event))
             report(true);
-        else if (event.source == Source::Daemon && std::holds_alternative<EngineDown>(event.event)
-                 && embedded)
+        else if (std::holds_alternative<EngineDown>(event) && choice.usesEmbedded())
             report(false);
-        choice.handle(event.source, std::move(event.event), Clock::now());
-    }
-
-    /// The mailbox outlives the handler: no handler runs after an engine's stop().
-    void start(Engine& engine, Source source)
-    {
-        engine.start([this, source](Event event) {
-            mailbox.post(EngineEvent{source, std::move(event)});
-        });
+        choice.handle(Source::Daemon, event, Clock::now());
+        schedule();
     }
 
     void startEmbedded()
     {
         report(false);
-        embedded = options.makeEmbedded();
-        start(*embedded, Source::Embedded);
-    }
-
-    void stopEmbedded()
-    {
-        if (!embedded)
-            return;
-        embedded->stop();
-        embedded.reset();
+        embedded->start([this](const Event& event) {
+            choice.handle(Source::Embedded, event, Clock::now());
+            schedule();
+        });
     }
 
     void report(bool isDaemonUp) const
     {
-        if (options.daemonChanged)
-            options.daemonChanged(isDaemonUp);
+        if (daemonChanged)
+            daemonChanged(isDaemonUp);
     }
 
-    ItemMailbox& mailbox;
-    AutomaticEngineOptions options;
+    /// Calls the rule when it wants to be called.
+    void schedule()
+    {
+        const auto deadline = choice.deadline();
+        if (!deadline || deadline == scheduled)
+            return;
+        scheduled = deadline;
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
+        queue->asyncAfter(std::max(left, std::chrono::milliseconds(0)),
+                          [this, weak = std::weak_ptr(alive), due = *deadline] {
+                              if (weak.expired())
+                                  return;
+                              choice.elapse(std::max(due, Clock::now()));
+                              schedule();
+                          });
+    }
+
+    const std::shared_ptr<DispatchQueue> queue;
+    const std::unique_ptr<Engine> daemon;
+    const std::unique_ptr<Engine> embedded;
+    const DaemonChangedHandler daemonChanged;
+    EventHandler handler;
     AutomaticEngineChoice choice;
-    std::unique_ptr<Engine> daemon;
-    std::unique_ptr<Engine> embedded;
-    Generation generation = 0;
-    Generation activeGeneration = 0; ///< as the active engine counts
-};
-
-class AutomaticEngine final : public Engine {
-public:
-    explicit AutomaticEngine(AutomaticEngineOptions theOptions) : options(std::move(theOptions)) {}
-
-    void start(EventHandler handler) override
-    {
-        thread.start(std::move(handler), [settings = options](ItemMailbox& mailbox) {
-            AutomaticLoop(mailbox, settings).run();
-        });
-    }
-
-    void send(Generation generation, Request request) override
-    {
-        thread.post(PostedRequest{generation, std::move(request)});
-    }
-
-    void stop() override { thread.stop(); }
-
-private:
-    AutomaticEngineOptions options;
-    EngineThread<Item> thread;
+    std::optional<Clock::time_point> scheduled;
+    std::shared_ptr<char> alive; ///< null while it is not started
 };
 
 } // namespace
 
-std::unique_ptr<Engine> makeAutomaticEngine(AutomaticEngineOptions options)
+std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue,
+                                            std::unique_ptr<Engine> daemon,
+                                            std::unique_ptr<Engine> embedded,
+                                            DaemonChangedHandler daemonChanged,
+                                            AutomaticEngineTimes times)
 {
-    return std::make_unique<AutomaticEngine>(std::move(options));
+    return std::make_unique<AutomaticEngine>(std::move(queue), std::move(daemon),
+                                             std::move(embedded), std::move(daemonChanged), times);
 }
 
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log,
-                                   std::function<void(bool isDaemonUp)> daemonChanged)
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const DispatchPool& pool,
+                                   const std::shared_ptr<DispatchQueue>& queue, Log& log,
+                                   DaemonChangedHandler daemonChanged)
 {
-    const auto makeDaemon = [&log] { return withStory(makeDaemonEngine(), "avahi-daemon", log); };
-    const auto makeEmbedded = [&log] {
-        return withStory(makeEmbeddedEngine(), "the embedded engine", log);
+    const auto makeDaemon = [&] {
+        return makeEngineProcess(pool, queue, log,
+                                 {.program = engineProgram(kDaemonProgram),
+                                  .name = "avahi-daemon",
+                                  .startPatience = kPatienceWithDaemon,
+                                  .patience = kPatienceWithDaemon});
+    };
+    const auto makeEmbedded = [&] {
+        return makeEngineProcess(
+            pool, queue, log,
+            {.program = engineProgram(kResponderProgram), .name = "the embedded engine"});
     };
     switch (mode) {
     case DnsSdMode::Daemon:
@@ -181,9 +149,7 @@ std::unique_ptr<Engine> makeEngine(DnsSdMode mode, Log& log,
     case DnsSdMode::Automatic:
         break;
     }
-    return makeAutomaticEngine({.makeDaemon = makeDaemon,
-                                .makeEmbedded = makeEmbedded,
-                                .daemonChanged = std::move(daemonChanged)});
+    return makeAutomaticEngine(queue, makeDaemon(), makeEmbedded(), std::move(daemonChanged));
 }
 
 } // namespace quillbox::dnssd

@@ -50,6 +50,9 @@ public:
     std::optional<Clock::time_point> deadline() const;
     void elapse(Clock::time_point now);
 
+    /// Whether the embedded engine has been started and not been stopped.
+    bool usesEmbedded() const { return isEmbeddedStarted; }
+
     /// The engine that receives requests; none while no engine is up.
     std::optional<Source> active() const { return activeSource; }
 

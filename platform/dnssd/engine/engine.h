@@ -3,30 +3,31 @@
 #include "platform/dnssd/engine/messages.h"
 
 #include <functional>
-#include <memory>
 
 namespace quillbox::dnssd {
 
 /// Speaks multicast DNS (RFC 6762) on behalf of this process: answers the requests of `messages.h`
-/// with their events. It may go down (EngineDown) and come back up (EngineUp) at any time. Requests
-/// of an earlier generation are dropped, because callers repeat all active ones when it comes up:
-/// otherwise one that crosses an EngineDown and the next EngineUp would be active twice.
+/// with their events. It may go down (EngineDown) and come back up (EngineUp) at any time.
+///
+/// Used on one serial queue, where the handler runs as well, never inside a call of the engine. An
+/// engine may be stopped and destroyed on another thread once that queue has been shut down.
 class Engine {
 public:
-    /// Called on any thread, one call at a time.
-    using EventHandler = std::function<void(Event)>;
+    using EventHandler = std::function<void(const Event&)>;
 
     virtual ~Engine() = default;
 
-    /// Called once. The first event is EngineUp or EngineDown. Never blocks.
+    /// The first event is EngineUp or EngineDown. The handler must not destroy the engine, but may
+    /// stop it.
     virtual void start(EventHandler handler) = 0;
 
-    /// From any thread; never blocks. Requests take effect in the order in which they are made.
-    /// `generation` is that of the last EngineUp that the caller has handled.
-    virtual void send(Generation generation, Request request) = 0;
+    /// Requests take effect in the order in which they are made. Those that are made while the
+    /// engine is down are dropped.
+    virtual void send(const Request& request) = 0;
 
-    /// Withdraws everything published, sending goodbyes, and stops. Blocks until that is done, half
-    /// a second at the most. No handler runs after it. Idempotent.
+    /// Withdraws everything published, sending goodbyes. Blocks until that is done, half a second
+    /// at the most. The handler is not called any more. Idempotent; the engine may be started
+    /// again.
     virtual void stop() = 0;
 };
 

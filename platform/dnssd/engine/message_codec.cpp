@@ -242,10 +242,10 @@ private:
     bool isGood = true;
 };
 
-template <class Variant> Packet encodeVariant(const Variant& message)
+template <class Variant> Packet encodeVariant(Generation generation, const Variant& message)
 {
     Writer writer;
-    writer(static_cast<std::uint8_t>(message.index()));
+    writer(static_cast<std::uint8_t>(message.index()), generation);
     std::visit([&writer](const auto& m) { walk(writer, m); }, message);
     return writer.take();
 }
@@ -260,14 +260,17 @@ Variant makeAlternative(std::size_t index, std::index_sequence<Indices...> /*all
     return message;
 }
 
-template <class Variant> std::optional<Variant> decodeVariant(std::span<const std::uint8_t> packet)
+template <class Variant>
+std::optional<Message<Variant>> decodeVariant(std::span<const std::uint8_t> packet)
 {
     constexpr std::size_t kKinds = std::variant_size_v<Variant>;
     if (packet.empty() || packet.size() > kMaximumPacketLength || packet.front() >= kKinds)
         return std::nullopt;
-    auto message = makeAlternative<Variant>(packet.front(), std::make_index_sequence<kKinds>());
+    Message<Variant> message{
+        0, makeAlternative<Variant>(packet.front(), std::make_index_sequence<kKinds>())};
     Reader reader(packet.subspan(1));
-    std::visit([&reader](auto& m) { walk(reader, m); }, message);
+    reader(message.generation);
+    std::visit([&reader](auto& m) { walk(reader, m); }, message.content);
     if (!reader.isDone())
         return std::nullopt;
     return message;
@@ -275,22 +278,22 @@ template <class Variant> std::optional<Variant> decodeVariant(std::span<const st
 
 } // namespace
 
-Packet encode(const Request& request)
+Packet encode(Generation generation, const Request& request)
 {
-    return encodeVariant(request);
+    return encodeVariant(generation, request);
 }
 
-Packet encode(const Event& event)
+Packet encode(Generation generation, const Event& event)
 {
-    return encodeVariant(event);
+    return encodeVariant(generation, event);
 }
 
-std::optional<Request> decodeRequest(std::span<const std::uint8_t> packet)
+std::optional<Message<Request>> decodeRequest(std::span<const std::uint8_t> packet)
 {
     return decodeVariant<Request>(packet);
 }
 
-std::optional<Event> decodeEvent(std::span<const std::uint8_t> packet)
+std::optional<Message<Event>> decodeEvent(std::span<const std::uint8_t> packet)
 {
     return decodeVariant<Event>(packet);
 }

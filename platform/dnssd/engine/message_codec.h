@@ -19,12 +19,21 @@ inline constexpr std::size_t kMaximumPacketLength = 65536;
 
 using Packet = std::vector<std::uint8_t>;
 
+/// A request or an event, and the generation that it belongs to: that of the last EngineUp, or the
+/// one that begins with it; 0 before the first one.
+template <class Content> struct Message {
+    Generation generation = 0;
+    Content content;
+
+    bool operator==(const Message&) const = default;
+};
+
 /// Empty when the message does not fit into a packet.
-Packet encode(const Request& request);
-Packet encode(const Event& event);
+Packet encode(Generation generation, const Request& request);
+Packet encode(Generation generation, const Event& event);
 
 /// Nothing when the packet is malformed, too short, too long, or of an unknown kind.
-std::optional<Request> decodeRequest(std::span<const std::uint8_t> packet);
-std::optional<Event> decodeEvent(std::span<const std::uint8_t> packet);
+std::optional<Message<Request>> decodeRequest(std::span<const std::uint8_t> packet);
+std::optional<Message<Event>> decodeEvent(std::span<const std::uint8_t> packet);
 
 } // namespace quillbox::dnssd

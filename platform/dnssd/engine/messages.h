@@ -11,16 +11,18 @@
 #include <variant>
 #include <vector>
 
-/// The requests to a DNS-SD engine and its events: plain values, so that an engine can run in this
-/// process or in another one. Events are checked for their form only: names and addresses are as
-/// some host on the network sent them.
+/// The requests to a DNS-SD engine and its events: plain values, which are sent to another process
+/// and back. Events are checked for their form only: names and addresses are as some host on the
+/// network sent them.
 namespace quillbox::dnssd {
 
 /// Identifies a request for as long as it is active. Chosen by the caller, never reused.
 using AskId = std::uint32_t;
 
-/// Counts how often an engine has come up, from 1: identifies what lies between an EngineUp and the
-/// next EngineDown.
+/// Counts how often an engine process has come up, from 1: identifies what lies between an EngineUp
+/// and the next EngineDown. The messages between the two processes carry it, so that a request that
+/// crosses an EngineDown and the next EngineUp is recognised: it would otherwise be active twice,
+/// because all requests are sent again.
 using Generation = std::uint32_t;
 
 /// In place of an interface index.
@@ -139,7 +141,6 @@ using Request = std::variant<BrowseRequest, LocationRequest, AddressRequest, Reg
 /// host name is the computer's as published, like "my-pc.local"; it may be empty.
 struct EngineUp {
     std::string hostName;
-    Generation generation = 0; ///< the one that begins; 0 in the messages of an engine process
 
     bool operator==(const EngineUp&) const = default;
 };
@@ -237,8 +238,8 @@ struct Failed {
     bool operator==(const Failed&) const = default;
 };
 
-/// An engine process is up and its loop turns. Sent every `kAliveInterval`, and only to the process
-/// that started it.
+/// The loop of an engine process turns. Sent every `kAliveInterval`, and only to the process that
+/// started it.
 struct Alive {
     bool operator==(const Alive&) const = default;
 };

@@ -5,12 +5,14 @@
 
 namespace quillbox::dnssd {
 
+void EngineLink::start()
+{
+    engine->start([this](const Event& event) { handle(event); });
+}
+
 void EngineLink::stop()
 {
-    {
-        const std::lock_guard lock(mutex);
-        isStopped = true;
-    }
+    routes.clear();
     engine->stop();
 }
 
@@ -19,7 +21,6 @@ void EngineLink::handle(const Event& event)
     if (const auto* up = std::get_if<EngineUp>(&event)) {
         currentState = State::Up;
         currentError.clear();
-        generation = up->generation;
         if (!up->hostName.empty())
             computerName = up->hostName;
         routes.clear();
@@ -79,21 +80,16 @@ AskId EngineLink::ask(Client& client, Request request)
     const AskId id = lastId;
     std::visit([id](auto& question) { question.id = id; }, request);
     routes[id] = &client;
-    send(std::move(request));
+    engine->send(request);
     return id;
 }
 
-void EngineLink::end(AskId id)
+bool EngineLink::end(AskId id)
 {
-    if (routes.erase(id) != 0)
-        send(StopRequest{id});
-}
-
-void EngineLink::send(Request request)
-{
-    const std::lock_guard lock(mutex);
-    if (!isStopped)
-        engine->send(generation, std::move(request));
+    if (routes.erase(id) == 0)
+        return false;
+    engine->send(StopRequest{id});
+    return true;
 }
 
 } // namespace quillbox::dnssd

@@ -2,23 +2,27 @@
 
 #include "platform/dnssd/engine/engine.h"
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <system_error>
 #include <unordered_map>
 
 namespace quillbox::dnssd {
 
+/// The delays before a request that the engine has refused is sent again.
+inline constexpr std::chrono::milliseconds kShortestPause{500};
+inline constexpr std::chrono::milliseconds kLongestPause{30'000};
+
 /// Connects active questions and registrations (the clients) to an engine that may go down and come
 /// back up: notifies each client when to send its request, and routes events to it. Events for
 /// requests made before the engine last went down are dropped.
 ///
-/// Belongs to one serial queue, except for `start` and `stop`. A client may attach, detach, ask and
-/// end inside any of its callbacks.
+/// Belongs to the engine's queue. A client may attach, detach, ask and end inside any of its
+/// callbacks.
 class EngineLink final {
 public:
     /// A question or registration, with one active request at a time.
@@ -43,13 +47,11 @@ public:
     EngineLink(const EngineLink&) = delete;
     EngineLink& operator=(const EngineLink&) = delete;
 
-    /// Called once. The handler may run on any thread and must pass the event to `handle`.
-    void start(Engine::EventHandler handler) { engine->start(std::move(handler)); }
+    /// Called once.
+    void start();
 
-    /// From any thread. Withdraws everything; nothing is sent to the engine afterwards.
+    /// Withdraws everything; nothing is sent to the engine afterwards.
     void stop();
-
-    void handle(const Event& event);
 
     /// An attaching client must read the state itself; it is notified of later changes.
     void attach(Client& client);
@@ -67,24 +69,20 @@ public:
     /// Sends a request under a new id and returns the id. The engine must be up.
     AskId ask(Client& client, Request request);
 
-    /// Ends a request. No effect for 0 or an id that the engine no longer has.
-    void end(AskId id);
+    /// Ends a request. No effect, and false, for 0 or an id that the engine no longer has.
+    bool end(AskId id);
 
-    void updateAddresses(UpdateAddressesRequest request) { send(std::move(request)); }
+    void updateAddresses(const UpdateAddressesRequest& request) { engine->send(request); }
 
 private:
-    void send(Request request);
+    void handle(const Event& event);
     void tellAll(const std::function<void(Client&)>& tell);
     void route(AskId id, const Event& event);
 
     const std::unique_ptr<Engine> engine;
-    std::mutex mutex; ///< guards `isStopped`; no request is sent after `stop`
-    bool isStopped = false;
-
     State currentState = State::Unknown;
     std::error_code currentError;
     std::string computerName;
-    Generation generation = 0;
     std::uint64_t nextClient = 0;
     std::map<std::uint64_t, Client*> clients; ///< in the order in which they attached
     std::unordered_map<const Client*, std::uint64_t> keys;

@@ -47,38 +47,19 @@ bool isLinkLocalIPv6(const HostAddress& entry)
 } // namespace
 
 LocalAddresses::LocalAddresses(NetworkMonitor& networkMonitor, Reach from)
-    : reach(from), monitor(&networkMonitor), current(networkMonitor.addresses())
+    : reach(from), monitor(networkMonitor), current(networkMonitor.addresses())
 {
-}
-
-void LocalAddresses::start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed)
-{
-    const std::lock_guard lock(mutex);
-    subscription = monitor->subscribe(std::move(queue), std::move(changed));
-}
-
-void LocalAddresses::stop()
-{
-    const std::lock_guard lock(mutex);
-    subscription = nullptr;
-    monitor = nullptr;
 }
 
 void LocalAddresses::refresh()
 {
-    std::vector<InterfaceAddress> next = take();
+    std::vector<InterfaceAddress> next = monitor.addresses();
     if (next == current)
         return;
     current = std::move(next);
     const auto watching = observers;
     for (Observer* observer : watching)
         observer->localAddressesChanged();
-}
-
-std::vector<InterfaceAddress> LocalAddresses::take()
-{
-    const std::lock_guard lock(mutex);
-    return monitor != nullptr ? monitor->addresses() : current;
 }
 
 std::int32_t LocalAddresses::publishedOn() const

@@ -7,8 +7,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <mutex>
+#include <utility>
 #include <vector>
 
 namespace quillbox::dnssd {
@@ -19,7 +20,7 @@ inline constexpr std::size_t kMaximumHostAddresses = 28;
 inline constexpr std::size_t kMaximumLoopbacks = 1;
 
 /// The addresses of this computer, kept up to date for the registrations that publish them. Belongs
-/// to the center's queue, except for `stop`.
+/// to the center's queue.
 class LocalAddresses final {
 public:
     class Observer {
@@ -34,11 +35,11 @@ public:
     LocalAddresses(const LocalAddresses&) = delete;
     LocalAddresses& operator=(const LocalAddresses&) = delete;
 
-    /// `changed` is called on `queue` and must call `refresh`.
-    void start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed);
-
-    /// From any thread. The monitor is not used after it.
-    void stop();
+    /// Called once. `changed` is called on `queue` and must call `refresh`.
+    void start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed)
+    {
+        subscription = monitor.subscribe(std::move(queue), std::move(changed));
+    }
 
     /// Reads the current addresses and notifies the observers if they have changed.
     void refresh();
@@ -55,13 +56,9 @@ public:
     std::vector<HostAddress> hostAddresses(const Address& onLoopback) const;
 
 private:
-    std::vector<InterfaceAddress> take();
-
     const Reach reach;
-    std::mutex mutex; ///< guards the next two members
-    NetworkMonitor* monitor;
+    NetworkMonitor& monitor;
     std::unique_ptr<NetworkMonitor::Subscription> subscription;
-
     std::vector<InterfaceAddress> current;
     std::vector<Observer*> observers;
 };

@@ -63,7 +63,7 @@ template <class Kind> void RecordQuestion<Kind>::engineUp()
 {
     isStale = true;
     settled = false;
-    pause.reset();
+    backoff.reset();
     ask();
     notify();
 }
@@ -129,7 +129,7 @@ template <class Kind> void RecordQuestion<Kind>::remove(const Record& record)
 template <class Kind> void RecordQuestion<Kind>::settle()
 {
     settled = true;
-    pause.reset();
+    backoff.reset();
     notify();
 }
 
@@ -150,7 +150,7 @@ template <class Kind> void RecordQuestion<Kind>::retryLater()
     // not wait for it.
     isStale = true;
     settled = true;
-    queue.asyncAfter(pause.next(), [weak = this->weak_from_this()] {
+    queue.asyncAfter(backoff.next(), [weak = this->weak_from_this()] {
         if (const auto self = weak.lock(); self && self->id == 0 && self->link.isUp())
             self->ask();
     });

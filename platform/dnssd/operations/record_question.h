@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/backoff.h"
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/engine/growing_pause.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/record_kinds.h"
 
@@ -98,7 +98,7 @@ private:
     bool settled = false;
     bool lost = false;
     bool silent = false;
-    GrowingPause pause{GrowingPause::First::Shortest};
+    Backoff backoff{kShortestPause, kLongestPause};
 };
 
 using LocationQuestion = RecordQuestion<LocationKind>;

@@ -1,6 +1,7 @@
 #include "platform/dnssd/operations/registration.h"
 
 #include "platform/dnssd/operations/names.h"
+#include "platform/text.h"
 
 #include <algorithm>
 #include <optional>
@@ -39,7 +40,7 @@ std::string inNumbers(const Address& ipv4)
 Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
                            LocalAddresses& ownAddresses, HostIdentities& hostIdentities,
                            OwnServices& services, ServiceRegistration wanted,
-                           std::uint16_t servicePort, Report updates)
+                           std::uint16_t servicePort, Report updates, Log& itsLog)
     : link(engineLink),
       queue(centerQueue),
       localAddresses(ownAddresses),
@@ -47,7 +48,8 @@ Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
       ownServices(services),
       service(std::move(wanted)),
       port(servicePort),
-      report(std::move(updates))
+      report(std::move(updates)),
+      log(itsLog)
 {
     link.attach(*this);
     localAddresses.addObserver(*this);
@@ -97,12 +99,16 @@ void Registration::engineDown(std::error_code error)
 
 void Registration::engineEvent(const Event& event)
 {
-    if (std::holds_alternative<Registered>(event))
+    if (std::holds_alternative<Registered>(event)) {
         established();
-    else if (const auto* collision = std::get_if<Collision>(&event))
+    } else if (const auto* collision = std::get_if<Collision>(&event)) {
+        logRequest(collision->of == Collision::Of::Service ? "has a name conflict"
+                                                           : "has a host name conflict");
         collided(collision->of);
-    else if (const auto* failure = std::get_if<Failed>(&event))
+    } else if (const auto* failure = std::get_if<Failed>(&event)) {
+        logRequest(make_error_code(failure->error).message());
         refused(failure->error);
+    }
 }
 
 void Registration::localAddressesChanged()
@@ -143,8 +149,12 @@ void Registration::ask()
     request.hostName = identity.hostName;
     request.addresses = addresses;
     request.interfaceIndex = localAddresses.publishedOn();
+    requestedName = request.name;
+    requestedAt = log.now();
     requestedAs = request.name + '\0' + request.hostName;
     request.isOwnName = requestedAs == establishedAs;
+    log.tell(LogCategory::Advertising,
+             [this] { return inDoubleQuotes(requestedName) + " is being registered"; });
     id = link.ask(*this, std::move(request));
     const std::size_t before = ownServices.count() - 1;
     const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
@@ -154,8 +164,9 @@ void Registration::ask()
 
 void Registration::established()
 {
+    logRequest("is advertised");
     establishedAs = requestedAs;
-    after(kEstablishedLong, [](Registration& self) { self.pause.reset(); });
+    after(kEstablishedLong, [](Registration& self) { self.backoff.reset(); });
     tellOwn(true);
     tell(State::Ready, {});
 }
@@ -164,7 +175,7 @@ void Registration::collided(Collision::Of of)
 {
     unsigned& number = of == Collision::Of::Service ? nameNumber : hostNumber;
     number = numberAfter(number);
-    askAfter(pause.next(), DnsSdError::NameTaken);
+    askAfter(backoff.next(), DnsSdError::NameTaken);
 }
 
 void Registration::refused(DnsSdError error)
@@ -178,12 +189,13 @@ void Registration::refused(DnsSdError error)
     case DnsSdError::NameTaken:
         return collided(Collision::Of::Service);
     case DnsSdError::EngineUnavailable:
+    case DnsSdError::EngineNotStarted:
     case DnsSdError::NotFound:
     case DnsSdError::TooManyEntries: // while a flood fills the engine
     case DnsSdError::Internal:
         break;
     }
-    askAfter(std::max(pause.next(), GrowingPause::kShortest), error);
+    askAfter(std::max(backoff.next(), kShortestPause), error);
 }
 
 void Registration::askAfter(std::chrono::milliseconds delay, std::error_code error)
@@ -196,7 +208,8 @@ void Registration::askAfter(std::chrono::milliseconds delay, std::error_code err
 
 void Registration::withdraw()
 {
-    link.end(id);
+    if (link.end(id))
+        logRequest("is withdrawn");
     id = 0;
     establishedAs.clear();
     ++step;
@@ -212,6 +225,14 @@ void Registration::fail(DnsSdError error)
 void Registration::tell(State state, std::error_code error)
 {
     report.deliver({state, error, alternativeName(service.name, nameNumber)});
+}
+
+void Registration::logRequest(const std::string& what)
+{
+    log.tell(LogCategory::Advertising, [&] {
+        return inDoubleQuotes(requestedName) + ' ' + what + ", after "
+               + durationText(log.now() - requestedAt);
+    });
 }
 
 void Registration::after(std::chrono::milliseconds delay, std::function<void(Registration&)> action)

@@ -1,12 +1,13 @@
 #pragma once
 
+#include "platform/backoff.h"
 #include "platform/dnssd/dns_sd.h"
-#include "platform/dnssd/engine/growing_pause.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/host_identity.h"
 #include "platform/dnssd/operations/local_addresses.h"
 #include "platform/dnssd/operations/own_services.h"
 #include "platform/dnssd/operations/report.h"
+#include "platform/log.h"
 
 #include <chrono>
 #include <cstdint>
@@ -40,7 +41,7 @@ public:
 
     Registration(EngineLink& engineLink, DispatchQueue& centerQueue, LocalAddresses& ownAddresses,
                  HostIdentities& hostIdentities, OwnServices& services, ServiceRegistration wanted,
-                 std::uint16_t servicePort, Report updates);
+                 std::uint16_t servicePort, Report updates, Log& log);
     ~Registration();
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
@@ -66,6 +67,8 @@ private:
     void withdraw();
     void fail(DnsSdError error);
     void tell(State state, std::error_code error);
+    /// Logs what becomes of the last request.
+    void logRequest(const std::string& what);
     /// Runs `action` after `delay`, unless another step comes first.
     void after(std::chrono::milliseconds delay, std::function<void(Registration&)> action);
 
@@ -77,6 +80,7 @@ private:
     const ServiceRegistration service;
     const std::uint16_t port;
     Report report;
+    Log& log;
 
     std::vector<std::string> txt;
     AskId id = 0;
@@ -86,9 +90,11 @@ private:
     HostIdentity identity;
     std::optional<OwnServices::Entry> ownEntry; ///< empty before the start and after a failure
     std::vector<HostAddress> addresses;         ///< as published
+    std::string requestedName;                  ///< the service's, of the last request
+    Log::Clock::time_point requestedAt;         ///< for the log
     std::string requestedAs;                    ///< service and host name of the last request
     std::string establishedAs; ///< the same of the last registration, while it is or may be ours
-    GrowingPause pause{GrowingPause::First::Nothing};
+    Backoff backoff{Backoff::Delay(0), kShortestPause, kLongestPause};
     std::uint64_t step = 0; ///< counts steps, so that timers of earlier steps do nothing
 };
 

@@ -98,7 +98,7 @@ void ServiceBrowse::engineUp()
 {
     if (hasFailed)
         return;
-    pause.reset();
+    backoff.reset();
     isEngineNew = !services.empty();
     ask();
 }
@@ -118,7 +118,7 @@ void ServiceBrowse::engineEvent(const Event& event)
     else if (const auto* gone = std::get_if<ServiceLost>(&event))
         removeSighting(*gone);
     else if (std::holds_alternative<Settled>(event))
-        pause.reset();
+        backoff.reset();
     else if (const auto* failure = std::get_if<Failed>(&event))
         failed(failure->error);
 }
@@ -234,7 +234,7 @@ void ServiceBrowse::failed(DnsSdError error)
         return;
     }
     wait(error);
-    queue.asyncAfter(pause.next(), [weak = weak_from_this()] {
+    queue.asyncAfter(backoff.next(), [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (self && self->id == 0 && self->link.isUp())
             self->ask();

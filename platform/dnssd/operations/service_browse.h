@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/backoff.h"
 #include "platform/dnssd/dns_sd.h"
-#include "platform/dnssd/engine/growing_pause.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/record_question.h"
 #include "platform/dnssd/operations/report.h"
@@ -103,7 +103,7 @@ private:
     bool isAskingAnew = false;
     bool isScheduled = false;
     bool isChanged = false;
-    GrowingPause pause{GrowingPause::First::Shortest};
+    Backoff backoff{kShortestPause, kLongestPause};
 };
 
 } // namespace quillbox::dnssd

@@ -2,7 +2,9 @@
 
 #include "platform/dnssd/processes/avahi_api.h"
 
+#include <cstdint>
 #include <cstring>
+#include <span>
 
 #include <avahi-common/address.h>
 #include <avahi-common/strlst.h>
@@ -110,6 +112,22 @@ inline bool isChange(AvahiBrowserEvent event, AvahiAnswers& answers, int error)
         return false;
     }
     return false;
+}
+
+/// Reports a record of a type that `AvahiApi::Record` has, with its data in wire format, unless
+/// the data is malformed.
+inline void reportRecord(AvahiAnswers& answers, AvahiAnswers::Change change,
+                         const Sighting& sighting, std::uint16_t type,
+                         std::span<const std::uint8_t> data)
+{
+    if (type == AVAHI_DNS_TYPE_SRV) {
+        if (const auto location = decodeServiceLocation(data))
+            answers.onLocation(change, sighting, *location);
+    } else if (type == AVAHI_DNS_TYPE_A && data.size() == 4) {
+        answers.onAddress(change, sighting, addressOf(Family::IPv4, data.data()));
+    } else if (type == AVAHI_DNS_TYPE_AAAA && data.size() == 16) {
+        answers.onAddress(change, sighting, addressOf(Family::IPv6, data.data()));
+    }
 }
 
 inline AvahiAnswers::Change changeOf(AvahiBrowserEvent event)

@@ -1,24 +1,23 @@
 #include "platform/dnssd/processes/avahi_server_api.h"
 
 #include "platform/dnssd/processes/avahi_records.h"
-#include "platform/posix/shared_library.h"
 
 #include <string_view>
 #include <utility>
 
 #include <avahi-common/error.h>
+#include <avahi-core/lookup.h>
+#include <avahi-core/publish.h>
+#include <avahi-core/rr.h>
 
 namespace quillbox::dnssd {
 
 namespace {
 
-template <class T> class ServerObject final : public AvahiObject {
+template <class T, void (*free)(T*)> class ServerObject final : public AvahiObject {
 public:
-    using Free = void (*)(T*);
-
-    ServerObject(const AvahiServerLibrary& theLibrary, AvahiServer& theServer,
-                 AvahiAnswers& theAnswers, Free theFree)
-        : library(theLibrary), server(theServer), answers(theAnswers), free(theFree)
+    ServerObject(AvahiServer& theServer, AvahiAnswers& theAnswers)
+        : answers(theAnswers), server(theServer)
     {
     }
     ServerObject(const ServerObject&) = delete;
@@ -29,33 +28,32 @@ public:
             free(object);
     }
 
-    int lastError() const { return library.server_errno(&server); }
+    int lastError() const { return avahi_server_errno(&server); }
 
-    const AvahiServerLibrary& library;
-    AvahiServer& server;
     AvahiAnswers& answers;
-    Free free;
     T* object = nullptr;
+
+private:
+    AvahiServer& server;
 };
 
-using ServiceBrowser = ServerObject<AvahiSServiceBrowser>;
-using RecordBrowser = ServerObject<AvahiSRecordBrowser>;
+using ServiceBrowser = ServerObject<AvahiSServiceBrowser, &avahi_s_service_browser_free>;
+using RecordBrowser = ServerObject<AvahiSRecordBrowser, &avahi_s_record_browser_free>;
 
 class ServerGroup final : public AvahiGroup {
 public:
-    ServerGroup(const AvahiServerLibrary& theLibrary, AvahiServer& theServer,
-                AvahiSEntryGroup* theGroup)
-        : library(theLibrary), server(theServer), group(theGroup)
+    ServerGroup(AvahiServer& theServer, AvahiSEntryGroup* theGroup)
+        : server(theServer), group(theGroup)
     {
     }
     ServerGroup(const ServerGroup&) = delete;
     ServerGroup& operator=(const ServerGroup&) = delete;
-    ~ServerGroup() override { library.s_entry_group_free(group); }
+    ~ServerGroup() override { avahi_s_entry_group_free(group); }
 
     int addService(const Service& service) override
     {
         const TxtStrings txt(service.txt);
-        return library.server_add_service_strlst(
+        return avahi_server_add_service_strlst(
             &server, group, service.interfaceIndex, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
             service.name.c_str(), service.type.c_str(), orNull(service.domain),
             orNull(service.hostName), service.port, txt.get());
@@ -63,16 +61,16 @@ public:
 
     int addRecord(const RawRecord& record) override
     {
-        AvahiRecord* avahiRecord = library.record_new_full(record.name.c_str(), AVAHI_DNS_CLASS_IN,
-                                                           record.type, record.lifetime);
+        AvahiRecord* avahiRecord = avahi_record_new_full(record.name.c_str(), AVAHI_DNS_CLASS_IN,
+                                                         record.type, record.lifetime);
         if (avahiRecord == nullptr)
             return AVAHI_ERR_INVALID_RECORD;
         const int error =
-            library.rdata_parse(avahiRecord, record.data.data(), record.data.size()) < 0
+            avahi_rdata_parse(avahiRecord, record.data.data(), record.data.size()) < 0
                 ? AVAHI_ERR_INVALID_RDATA
-                : library.server_add(&server, group, record.interfaceIndex, AVAHI_PROTO_UNSPEC,
-                                     recordFlags(record), avahiRecord);
-        library.record_unref(avahiRecord);
+                : avahi_server_add(&server, group, record.interfaceIndex, AVAHI_PROTO_UNSPEC,
+                                   recordFlags(record), avahiRecord);
+        avahi_record_unref(avahiRecord);
         return error;
     }
 
@@ -80,15 +78,13 @@ public:
                    Probing probing) override
     {
         AvahiAddress avahiAddress = avahiAddressOf(address.address);
-        return library.server_add_address(&server, group, address.interfaceIndex,
-                                          AVAHI_PROTO_UNSPEC, addressFlags(probing),
-                                          hostName.c_str(), &avahiAddress);
+        return avahi_server_add_address(&server, group, address.interfaceIndex, AVAHI_PROTO_UNSPEC,
+                                        addressFlags(probing), hostName.c_str(), &avahiAddress);
     }
 
-    int commit() override { return library.s_entry_group_commit(group); }
+    int commit() override { return avahi_s_entry_group_commit(group); }
 
 private:
-    const AvahiServerLibrary& library;
     AvahiServer& server;
     AvahiSEntryGroup* group;
 };
@@ -142,88 +138,50 @@ void onGroupState(AvahiServer* /*server*/, AvahiSEntryGroup* /*group*/, AvahiEnt
 // packet can crash Avahi 0.8.
 class ServerApi final : public AvahiApi {
 public:
-    ServerApi(const AvahiServerLibrary& theLibrary, AvahiServer& theServer)
-        : library(theLibrary), server(theServer)
-    {
-    }
+    explicit ServerApi(AvahiServer& theServer) : server(theServer) {}
 
     std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) override
     {
-        auto browser = std::make_unique<ServiceBrowser>(library, server, answers,
-                                                        library.s_service_browser_free);
-        browser->object = library.s_service_browser_new(
-            &server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, type.c_str(), nullptr, AvahiLookupFlags{},
-            onService, browser.get());
+        auto browser = std::make_unique<ServiceBrowser>(server, answers);
+        browser->object =
+            avahi_s_service_browser_new(&server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, type.c_str(),
+                                        nullptr, AvahiLookupFlags{}, onService, browser.get());
         return browser->object == nullptr ? nullptr : std::move(browser);
     }
 
     std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
                                         AvahiAnswers& answers) override
     {
-        AvahiKey* key = library.key_new(name.c_str(), AVAHI_DNS_CLASS_IN, recordTypeOf(record));
+        AvahiKey* key = avahi_key_new(name.c_str(), AVAHI_DNS_CLASS_IN, recordTypeOf(record));
         if (key == nullptr)
             return nullptr;
-        auto browser = std::make_unique<RecordBrowser>(library, server, answers,
-                                                       library.s_record_browser_free);
+        auto browser = std::make_unique<RecordBrowser>(server, answers);
         browser->object =
-            library.s_record_browser_new(&server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key,
-                                         AvahiLookupFlags{}, onRecord, browser.get());
-        library.key_unref(key);
+            avahi_s_record_browser_new(&server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key,
+                                       AvahiLookupFlags{}, onRecord, browser.get());
+        avahi_key_unref(key);
         return browser->object == nullptr ? nullptr : std::move(browser);
     }
 
     std::unique_ptr<AvahiGroup> makeGroup(AvahiGroupWatcher& watcher) override
     {
-        AvahiSEntryGroup* group = library.s_entry_group_new(&server, onGroupState, &watcher);
-        return group == nullptr ? nullptr : std::make_unique<ServerGroup>(library, server, group);
+        AvahiSEntryGroup* group = avahi_s_entry_group_new(&server, onGroupState, &watcher);
+        return group == nullptr ? nullptr : std::make_unique<ServerGroup>(server, group);
     }
 
-    int lastError() override { return library.server_errno(&server); }
+    int lastError() override { return avahi_server_errno(&server); }
 
-    std::string domainName() override { return library.server_get_domain_name(&server); }
+    std::string domainName() override { return avahi_server_get_domain_name(&server); }
 
 private:
-    const AvahiServerLibrary& library;
     AvahiServer& server;
 };
 
 } // namespace
 
-std::optional<AvahiServerLibrary> loadAvahiServerLibrary()
+std::unique_ptr<AvahiApi> makeAvahiServerApi(AvahiServer& server)
 {
-    SharedLibrary loaded("libavahi-core.so.7");
-    AvahiServerLibrary library;
-    loaded.find(library.set_log_function, "avahi_set_log_function");
-    loaded.find(library.server_config_init, "avahi_server_config_init");
-    loaded.find(library.server_config_free, "avahi_server_config_free");
-    loaded.find(library.server_new, "avahi_server_new");
-    loaded.find(library.server_free, "avahi_server_free");
-    loaded.find(library.server_errno, "avahi_server_errno");
-    loaded.find(library.server_get_host_name_fqdn, "avahi_server_get_host_name_fqdn");
-    loaded.find(library.server_get_domain_name, "avahi_server_get_domain_name");
-    loaded.find(library.key_new, "avahi_key_new");
-    loaded.find(library.key_unref, "avahi_key_unref");
-    loaded.find(library.s_service_browser_new, "avahi_s_service_browser_new");
-    loaded.find(library.s_service_browser_free, "avahi_s_service_browser_free");
-    loaded.find(library.s_record_browser_new, "avahi_s_record_browser_new");
-    loaded.find(library.s_record_browser_free, "avahi_s_record_browser_free");
-    loaded.find(library.s_entry_group_new, "avahi_s_entry_group_new");
-    loaded.find(library.s_entry_group_free, "avahi_s_entry_group_free");
-    loaded.find(library.s_entry_group_commit, "avahi_s_entry_group_commit");
-    loaded.find(library.record_new_full, "avahi_record_new_full");
-    loaded.find(library.record_unref, "avahi_record_unref");
-    loaded.find(library.rdata_parse, "avahi_rdata_parse");
-    loaded.find(library.server_add, "avahi_server_add");
-    loaded.find(library.server_add_address, "avahi_server_add_address");
-    loaded.find(library.server_add_service_strlst, "avahi_server_add_service_strlst");
-    if (!loaded.isComplete())
-        return std::nullopt;
-    return library;
-}
-
-std::unique_ptr<AvahiApi> makeAvahiServerApi(const AvahiServerLibrary& library, AvahiServer& server)
-{
-    return std::make_unique<ServerApi>(library, server);
+    return std::make_unique<ServerApi>(server);
 }
 
 } // namespace quillbox::dnssd

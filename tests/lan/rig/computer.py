@@ -17,6 +17,12 @@ MULTICAST_NAMES = "files mdns4_minimal [NOTFOUND=return] dns"
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..", ".."))
 PROGRAM = os.environ.get("QUILLBOX_HELPER", os.path.join(ROOT, "build/release/quillbox-helper"))
 
+# The programs of its DNS-SD engines, beside it in a build.
+ENGINES = [
+    os.path.join(os.path.dirname(PROGRAM), name)
+    for name in ("quillbox-dns-sd-daemon", "quillbox-dns-sd-responder")
+]
+
 # Must never appear in the program's output: complaints of sanitizers, the C library and Qt.
 COMPLAINT = re.compile(
     r"(Address|Leak|Thread|UndefinedBehavior)Sanitizer|runtime error:|Assertion .* failed|"
@@ -131,11 +137,11 @@ class Computer(Host):
     def shared_program(self):
         """The path of a copy of the program that every user of the host may run, wherever the build
         and the folders of the tests are."""
-        path = "/run/quillbox-helper"
-        copy = os.path.join(self.folder, "program")
-        shutil.copy(PROGRAM, copy)
-        self.run("install", "-m", "755", copy, path)
-        return path
+        for program in (PROGRAM, *ENGINES):
+            copy = os.path.join(self.folder, "program")
+            shutil.copy(program, copy)
+            self.run("install", "-m", "755", copy, f"/run/{os.path.basename(program)}")
+        return f"/run/{os.path.basename(PROGRAM)}"
 
     def check_helpers(self):
         """Ends the instances that still run with SIGTERM, as a desktop does at logout. Fails if one
@@ -155,15 +161,16 @@ class Computer(Host):
         return self.helper(**more)
 
     def helper_processes(self):
-        """The process ids of all instances of the program in this host, their children included."""
+        """The process ids of all instances of the program in this host, and of their engines."""
         mine = os.readlink(f"/proc/{self.pid}/ns/net")
-        program = os.stat(PROGRAM)
+        programs = [os.stat(x) for x in (PROGRAM, *ENGINES)]
         found = []
         for entry in os.listdir("/proc"):
             try:
                 if entry.isdigit() and os.readlink(f"/proc/{entry}/ns/net") == mine:
                     # Not by path, which in a chroot is another one for processes of this host.
-                    if os.path.samestat(os.stat(f"/proc/{entry}/exe"), program):
+                    running = os.stat(f"/proc/{entry}/exe")
+                    if any(os.path.samestat(running, x) for x in programs):
                         found.append(int(entry))
             except OSError:
                 continue

@@ -4,6 +4,7 @@
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_engine.h"
 #include "tests/fakes/fake_network_monitor.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/platform/dnssd/recorder.h"
 
 #include <chrono>
@@ -21,6 +22,8 @@ inline constexpr dnssd::Sighting kWireless{3, dnssd::Family::IPv4};
 /// A `DnsSd` with a fake engine and a fake clock.
 class CenterTest : public testing::Test {
 protected:
+    CenterTest() { dispatch.runAll(); }
+
     void emit(dnssd::Event event)
     {
         engine.emit(std::move(event));
@@ -41,9 +44,10 @@ protected:
 
     FakeDispatch dispatch;
     FakeNetworkMonitor monitor;
+    RecordingLog log;
     dnssd::FakeEngine engine;
     std::unique_ptr<DnsSd> dnsSd = makeDnsSd(
-        engine.makeEngine(), dispatch.makeQueue("dns-sd", QualityOfService::Utility), monitor);
+        engine.makeEngine(), dispatch.makeQueue("dns-sd", QualityOfService::Utility), monitor, log);
 };
 
 } // namespace quillbox

@@ -18,11 +18,6 @@ using namespace dnssd;
 /// A queue run by its own thread, for tests that need real threads.
 class ThreadQueue final : public DispatchQueue {
 public:
-    ThreadQueue() = default;
-    ThreadQueue(const ThreadQueue&) = delete;
-    ThreadQueue& operator=(const ThreadQueue&) = delete;
-    ~ThreadQueue() override = default;
-
     void async(Work work) override
     {
         const std::lock_guard lock(mutex);
@@ -37,75 +32,71 @@ public:
     const std::string& label() const override { return name; }
     QualityOfService qualityOfService() const override { return QualityOfService::Utility; }
 
-    /// Runs submitted work until `end` is called and nothing is pending.
+    /// Ends the thread and destroys pending work, as a pool does when it is shut down.
+    void shutDown()
+    {
+        async([this] { isEnding = true; });
+        thread.join();
+        pending.clear();
+    }
+
+private:
     void run()
     {
-        std::unique_lock lock(mutex);
-        for (;;) {
-            changed.wait(lock, [this] { return isEnding || !pending.empty(); });
-            if (pending.empty())
-                return;
+        while (!isEnding) {
+            std::unique_lock lock(mutex);
+            changed.wait(lock, [this] { return !pending.empty(); });
             Work work = std::move(pending.front());
             pending.pop_front();
             lock.unlock();
             work();
-            work = nullptr;
-            lock.lock();
         }
     }
 
-    void end()
-    {
-        const std::lock_guard lock(mutex);
-        isEnding = true;
-        changed.notify_one();
-    }
-
-private:
     const std::string name = "thread";
     std::mutex mutex;
     std::condition_variable changed;
     std::deque<Work> pending;
-    bool isEnding = false;
+    bool isEnding = false; ///< used on the thread only
+    std::thread thread{[this] { run(); }};
 };
 
-/// An engine that emits events continuously from its own thread until it is stopped.
+/// An engine that emits events on its queue until it is stopped.
 class RestlessEngine final : public Engine {
 public:
-    explicit RestlessEngine(std::atomic<int>& sentAfterStop) : lateRequests(sentAfterStop) {}
-    RestlessEngine(const RestlessEngine&) = delete;
-    RestlessEngine& operator=(const RestlessEngine&) = delete;
-    ~RestlessEngine() override { stop(); }
+    RestlessEngine(DispatchQueue& itsQueue, int& sentAfterStop)
+        : queue(itsQueue), lateRequests(sentAfterStop)
+    {
+    }
 
     void start(EventHandler handler) override
     {
-        thread = std::thread([this, tell = std::move(handler)] {
-            tell(EngineUp{"pc.local", 1});
-            for (AskId id = 1; !isStopped; id = id % 8 + 1) {
-                tell(ServiceFound{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
-                tell(LocationFound{id, {2, Family::IPv4}, "phone.local", 4445});
-                tell(ServiceLost{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
-                std::this_thread::yield();
-            }
+        tell = std::move(handler);
+        queue.async([this] {
+            tell(EngineUp{"pc.local"});
+            goOn();
         });
     }
 
-    void send(Generation /*generation*/, Request /*request*/) override
-    {
-        lateRequests += isStopped ? 1 : 0;
-    }
+    void send(const Request& /*request*/) override { lateRequests += isStopped ? 1 : 0; }
 
-    void stop() override
-    {
-        isStopped = true;
-        if (thread.joinable())
-            thread.join();
-    }
+    void stop() override { isStopped = true; }
 
 private:
-    std::atomic<int>& lateRequests;
-    std::atomic<bool> isStopped{false};
-    std::thread thread;
+    void goOn()
+    {
+        id = id % 8 + 1;
+        tell(ServiceFound{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
+        tell(LocationFound{id, {2, Family::IPv4}, "phone.local", 4445});
+        tell(ServiceLost{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
+        queue.async([this] { goOn(); });
+    }
+
+    DispatchQueue& queue;
+    int& lateRequests;
+    EventHandler tell;
+    AskId id = 0;
+    bool isStopped = false;
 };
 
 class DnsSdCenterTest : public CenterTest {};
@@ -186,15 +177,17 @@ TEST_F(DnsSdCenterTest, letsAHandlerEndItsOwnAsk)
     EXPECT_TRUE(engine.standing<BrowseRequest>().empty());
 }
 
-TEST(DnsSdCenter, mayBeUsedAndDroppedFromAnyThread)
+TEST(DnsSdCenter, mayBeUsedFromAnyThreadAndIsDroppedAfterItsQueue)
 {
-    const auto queue = std::make_shared<ThreadQueue>();
-    std::thread runner([queue] { queue->run(); });
     FakeNetworkMonitor monitor;
-    std::atomic<int> sentAfterStop{0};
+    RecordingLog log;
+    log.isTelling = false;
+    int sentAfterStop = 0;
     std::atomic<int> told{0};
     for (int round = 0; round < 20; ++round) {
-        auto dnsSd = makeDnsSd(std::make_unique<RestlessEngine>(sentAfterStop), queue, monitor);
+        const auto queue = std::make_shared<ThreadQueue>();
+        auto dnsSd =
+            makeDnsSd(std::make_unique<RestlessEngine>(*queue, sentAfterStop), queue, monitor, log);
         std::vector<std::thread> users;
         for (int user = 0; user < 2; ++user) {
             users.emplace_back([&] {
@@ -209,18 +202,17 @@ TEST(DnsSdCenter, mayBeUsedAndDroppedFromAnyThread)
         }
         const auto heard = std::make_shared<std::promise<void>>();
         const auto once = std::make_shared<std::once_flag>();
-        const auto last =
-            dnsSd->browse("_smb._tcp", queue, [heard, once](const DnsSd::BrowseUpdate&) {
-                std::call_once(*once, [&heard] { heard->set_value(); });
-            });
+        auto last = dnsSd->browse("_smb._tcp", queue, [heard, once](const DnsSd::BrowseUpdate&) {
+            std::call_once(*once, [&heard] { heard->set_value(); });
+        });
         for (std::thread& user : users)
             user.join();
         EXPECT_EQ(heard->get_future().wait_for(20s), std::future_status::ready);
+        queue->shutDown();
         dnsSd = nullptr;
+        last = nullptr;
     }
-    queue->end();
-    runner.join();
-    EXPECT_EQ(sentAfterStop.load(), 0);
+    EXPECT_EQ(sentAfterStop, 0);
 }
 
 } // namespace quillbox

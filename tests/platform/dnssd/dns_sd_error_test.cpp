@@ -18,7 +18,7 @@ TEST(DnsSdError, hasASentenceForEachValue)
         EXPECT_NE(error.message().back(), '.') << "it is a fragment of a longer sentence";
         messages.insert(error.message());
     }
-    EXPECT_EQ(messages.size(), 8U);
+    EXPECT_EQ(messages.size(), 9U);
     EXPECT_EQ(std::error_code(DnsSdError::EngineUnavailable).message(),
               "No DNS-SD service is running");
 }

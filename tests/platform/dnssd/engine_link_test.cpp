@@ -33,7 +33,7 @@ class EngineLinkTest : public testing::Test {
 protected:
     EngineLinkTest()
     {
-        link.start([this](const Event& event) { link.handle(event); });
+        link.start();
         link.attach(client);
     }
 

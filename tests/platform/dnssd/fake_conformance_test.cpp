@@ -2,6 +2,7 @@
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_engine.h"
 #include "tests/fakes/fake_network_monitor.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/platform/dnssd/conformance.h"
 
 namespace quillbox {
@@ -20,11 +21,12 @@ public:
         monitorThere.setAddresses({interfaceAddress(1, "lo", "127.0.0.1"),
                                    interfaceAddress(3, "wlan0", "10.0.0.2"),
                                    interfaceAddress(3, "wlan0", "fe80::2")});
-        dnsSdHere = makeDnsSd(medium.makeEngine({"here.local", 2, {dnssd::address("10.0.0.1")}}),
-                              dispatch.makeQueue("here", QualityOfService::Utility), monitorHere);
+        dnsSdHere =
+            makeDnsSd(medium.makeEngine({"here.local", 2, {dnssd::address("10.0.0.1")}}),
+                      dispatch.makeQueue("here", QualityOfService::Utility), monitorHere, log);
         dnsSdThere =
             makeDnsSd(medium.makeEngine({"there.local", 3, {dnssd::address("10.0.0.2")}}),
-                      dispatch.makeQueue("there", QualityOfService::Utility), monitorThere);
+                      dispatch.makeQueue("there", QualityOfService::Utility), monitorThere, log);
     }
 
     DnsSd& here() override { return *dnsSdHere; }
@@ -46,6 +48,7 @@ public:
 private:
     FakeDispatch dispatch;
     dnssd::FakeMedium medium{dispatch.makeQueue("medium", QualityOfService::Utility)};
+    RecordingLog log;
     FakeNetworkMonitor monitorHere;
     FakeNetworkMonitor monitorThere;
     std::unique_ptr<DnsSd> dnsSdHere;

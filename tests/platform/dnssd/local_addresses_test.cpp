@@ -135,18 +135,4 @@ TEST(LocalAddresses, tellOfRealChangesOnly)
     EXPECT_EQ(observer.count, 1);
 }
 
-TEST(LocalAddresses, leaveTheMonitorAloneOnceStopped)
-{
-    FakeDispatch dispatch;
-    auto monitor = std::make_unique<FakeNetworkMonitor>();
-    monitor->setAddresses({interfaceAddress(2, "eth0", "10.0.0.1")});
-    LocalAddresses local(*monitor);
-    local.start(dispatch.mainQueue(), [&local] { local.refresh(); });
-    local.stop();
-    EXPECT_EQ(monitor->subscriberCount(), 0U);
-    monitor = nullptr;
-    local.refresh();
-    EXPECT_EQ(local.hostAddresses(kOwnLoopback).size(), 1U);
-}
-
 } // namespace quillbox::dnssd

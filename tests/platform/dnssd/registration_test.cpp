@@ -5,12 +5,16 @@
 #include <algorithm>
 #include <string>
 
+#include <gmock/gmock.h>
+
 namespace quillbox {
 
 namespace {
 
 using namespace std::chrono_literals;
 using namespace dnssd;
+using testing::ElementsAre;
+using testing::IsEmpty;
 using RegistrationState = DnsSd::RegistrationUpdate::State;
 using Registrations = Recorder<DnsSd::RegistrationUpdate>;
 
@@ -484,6 +488,51 @@ TEST_F(RegistrationTest, ignoresEventsOfEarlierRequests)
     emit(Collision{first, Collision::Of::Service});
     emit(Failed{first, DnsSdError::NotPermitted});
     EXPECT_EQ(registered.last(), ready("Quillbox #2"));
+}
+
+TEST_F(RegistrationTest, logsWhatBecomesOfAName)
+{
+    up();
+    log.time += 950ms;
+    establish();
+    dispatch.advance(kEstablishedLong);
+    collide();
+    collide(Collision::Of::Host);
+    dispatch.advance(500ms);
+    emit(Failed{request().id, DnsSdError::TooManyEntries});
+    dispatch.advance(1000ms);
+    registration = nullptr;
+    dispatch.runAll();
+    EXPECT_THAT(log.lines,
+                ElementsAre(R"(advertising: "Quillbox" is being registered)",
+                            R"(advertising: "Quillbox" is advertised, after 950 ms)",
+                            R"(advertising: "Quillbox" has a name conflict, after 950 ms)",
+                            R"(advertising: "Quillbox" is withdrawn, after 950 ms)",
+                            R"(advertising: "Quillbox #2" is being registered)",
+                            R"(advertising: "Quillbox #2" has a host name conflict, after 0 ms)",
+                            R"(advertising: "Quillbox #2" is withdrawn, after 0 ms)",
+                            R"(advertising: "Quillbox #2" is being registered)",
+                            R"(advertising: "Quillbox #2" )"
+                                + make_error_code(DnsSdError::TooManyEntries).message()
+                                + ", after 0 ms",
+                            R"(advertising: "Quillbox #2" is withdrawn, after 0 ms)",
+                            R"(advertising: "Quillbox #2" is being registered)",
+                            R"(advertising: "Quillbox #2" is withdrawn, after 0 ms)"));
+}
+
+TEST_F(RegistrationTest, logsNoWithdrawalFromAnEngineThatIsDownOrStopped)
+{
+    const auto other = add("Other", registered);
+    up();
+    down();
+    log.lines.clear();
+    registration = nullptr;
+    dispatch.runAll();
+    EXPECT_THAT(log.lines, IsEmpty());
+    up();
+    log.lines.clear();
+    dnsSd = nullptr;
+    EXPECT_THAT(log.lines, IsEmpty());
 }
 
 } // namespace quillbox

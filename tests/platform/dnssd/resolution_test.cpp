@@ -493,10 +493,7 @@ namespace {
 /// Questions to an engine link, without a `DnsSd` around them.
 class QuestionPoolTest : public testing::Test {
 protected:
-    QuestionPoolTest()
-    {
-        link.start([this](const Event& event) { link.handle(event); });
-    }
+    QuestionPoolTest() { link.start(); }
 
     FakeDispatch dispatch;
     FakeEngine engine;

@@ -1,4 +1,6 @@
+#include "platform/dnssd/engine/engine_process.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
+#include "tests/platform/dnssd/engines/engine_processes.h"
 
 #include <string>
 #include <vector>
@@ -37,7 +39,7 @@ protected:
             engine->stop();
     }
 
-    static std::unique_ptr<Engine> makeOne()
+    static std::unique_ptr<EngineOnPool> makeOne()
     {
         return GetParam() == Kind::Daemon ? makeDaemonEngine() : makeEmbeddedEngine();
     }
@@ -45,12 +47,12 @@ protected:
     std::unique_ptr<TestBus> bus;
     std::unique_ptr<TestDaemon> daemon;
     EventRecorder events;
-    std::unique_ptr<Engine> engine;
+    std::unique_ptr<EngineOnPool> engine;
 };
 
 TEST_P(BothEngines, findsAServiceOfAnotherHostAndSeesItGo)
 {
-    engine->send(1, BrowseRequest{1, "_quillbox._tcp"});
+    engine->send(BrowseRequest{1, "_quillbox._tcp"});
     ASSERT_TRUE(events.waitForEvent(Settled{1}));
 
     TestZeroconf phone(*network,
@@ -73,12 +75,12 @@ TEST_P(BothEngines, resolvesAServiceToHostPortAndAddress)
     ASSERT_TRUE(phone.waitForLine("published"));
 
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
-    engine->send(1, LocationRequest{2, "Quillbox", "_quillbox._tcp", "local"});
+    engine->send(LocationRequest{2, "Quillbox", "_quillbox._tcp", "local"});
     EXPECT_TRUE(events.waitForEvent(LocationFound{2, sighting, "my-phone.local", 4445}));
-    engine->send(1, AddressRequest{3, "my-phone.local", Family::IPv4});
+    engine->send(AddressRequest{3, "my-phone.local", Family::IPv4});
     EXPECT_TRUE(
         events.waitForEvent(AddressFound{3, sighting, address(TestNetwork::kAddressThere)}));
-    engine->send(1, AddressRequest{4, "my-phone.local", Family::IPv6});
+    engine->send(AddressRequest{4, "my-phone.local", Family::IPv6});
     EXPECT_TRUE(events.waitForEvent(Settled{4}));
     EXPECT_EQ(events.count<AddressFound>(), 1U);
 
@@ -91,12 +93,12 @@ TEST_P(BothEngines, advertisesWithAHostNameOfItsOwnAndNoTxtStrings)
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("watching"));
 
-    engine->send(1, registration(1, "Quillbox Office", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox Office", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Registered{1}));
     EXPECT_TRUE(browser.waitForLine("found Quillbox Office._smb._tcp.local. host=quillbox-1.local. "
                                     "port=4445 addresses=192.168.77.1 txt=00"));
 
-    engine->send(1, StopRequest{1});
+    engine->send(StopRequest{1});
     EXPECT_TRUE(browser.waitForLine("lost Quillbox Office._smb._tcp.local.", 3s));
 }
 
@@ -107,34 +109,36 @@ TEST_P(BothEngines, announcesANameThatIsItsOwnAtOnce)
     RegisterRequest request = registration(1, "Quillbox.Office", "quillbox-1.local");
     request.isOwnName = true;
     events.clear();
-    engine->send(1, registration(3, "Probed", "quillbox-3.local"));
-    engine->send(1, request);
+    engine->send(registration(3, "Probed", "quillbox-3.local"));
+    engine->send(request);
     EXPECT_TRUE(events.waitForEvent(Registered{3}));
     EXPECT_EQ(events.all(), (std::vector<Event>{Registered{1}, Registered{3}}))
         << "probing takes longer";
     EXPECT_TRUE(browser.waitForLine("found Quillbox.Office._smb._tcp.local. host=quillbox-1.local. "
                                     "port=4445 addresses=192.168.77.1 txt=00"));
-    engine->send(1, registration(2, "Quillbox.Office", "quillbox-2.local"));
+    engine->send(registration(2, "Quillbox.Office", "quillbox-2.local"));
     EXPECT_TRUE(events.waitForEvent(Collision{2, Collision::Of::Service})) << "it is defended";
-    engine->send(1, StopRequest{1});
+    engine->send(StopRequest{1});
     EXPECT_TRUE(browser.waitForLine("lost Quillbox.Office._smb._tcp.local.", 3s));
 }
 
-TEST_P(BothEngines, dropsRequestsOfAnotherGeneration)
+TEST_P(BothEngines, dropRequestsOfAnotherGeneration)
 {
-    engine->send(0, registration(1, "Quillbox", "quillbox-1.local"));
-    engine->send(2, registration(2, "Quillbox", "quillbox-1.local"));
-    engine->send(1, registration(3, "Quillbox", "quillbox-1.local"));
-    EXPECT_TRUE(events.waitForEvent(Registered{3})) << "no other has its name";
-    EXPECT_EQ(events.count<Collision>(), 0U);
-    EXPECT_EQ(events.count<Registered>(), 1U);
+    const BareProcess process(GetParam() == Kind::Daemon ? kDaemonProgram : kResponderProgram);
+    const auto up = process.nextAnswer();
+    ASSERT_TRUE(up && std::holds_alternative<EngineUp>(up->content));
+    EXPECT_EQ(up->generation, 1U);
+    ASSERT_TRUE(process.send(0, registration(1, "Quillbox", "quillbox-1.local")));
+    ASSERT_TRUE(process.send(2, registration(2, "Quillbox", "quillbox-1.local")));
+    ASSERT_TRUE(process.send(1, registration(3, "Quillbox", "quillbox-1.local")));
+    EXPECT_EQ(process.nextAnswer(), (Message<Event>{1, Registered{3}})) << "no other has its name";
 }
 
 TEST_P(BothEngines, saysGoodbyeWhenItIsStopped)
 {
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("watching"));
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
 
     engine->stop();
@@ -143,24 +147,24 @@ TEST_P(BothEngines, saysGoodbyeWhenItIsStopped)
 
 TEST_P(BothEngines, saysNothingAfterItIsStopped)
 {
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
-    engine->send(1, BrowseRequest{2, "_smb._tcp"});
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(BrowseRequest{2, "_smb._tcp"});
     engine->stop();
     events.clear();
-    engine->send(1, BrowseRequest{3, "_smb._tcp"});
+    engine->send(BrowseRequest{3, "_smb._tcp"});
     engine->stop();
     EXPECT_TRUE(events.all().empty());
 }
 
 TEST_P(BothEngines, refusesANameThatThisComputerHas)
 {
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
-    engine->send(1, registration(2, "Quillbox", "quillbox-2.local"));
+    engine->send(registration(2, "Quillbox", "quillbox-2.local"));
     EXPECT_TRUE(events.waitForEvent(Collision{2, Collision::Of::Service}));
 
     // A refused registration does not conflict with the next one.
-    engine->send(1, registration(3, "Quillbox #2", "quillbox-2.local"));
+    engine->send(registration(3, "Quillbox #2", "quillbox-2.local"));
     EXPECT_TRUE(events.waitForEvent(Registered{3}));
 }
 
@@ -168,14 +172,14 @@ TEST_P(BothEngines, reportsANameThatAnotherHostHas)
 {
     TestZeroconf other(*network, {"publish", "Quillbox", "_smb._tcp", "other.local", "445"});
     ASSERT_TRUE(other.waitForLine("published"));
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Collision{1, Collision::Of::Service}));
     EXPECT_EQ(events.count<Registered>(), 0U);
 }
 
 TEST_P(BothEngines, reportsANameThatAnotherHostTakesLater)
 {
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
     TestZeroconf other(*network, {"publish", "Quillbox", "_smb._tcp", "other.local", "445"});
     EXPECT_TRUE(events.waitForEvent(Collision{1, Collision::Of::Service}));
@@ -185,28 +189,27 @@ TEST_P(BothEngines, reportsAHostNameThatAnotherHostHas)
 {
     TestPeer other(*network, "Other", "quillbox-1.local");
     ASSERT_TRUE(other.isReady());
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Collision{1, Collision::Of::Host}));
 }
 
 TEST_P(BothEngines, changesAddressesWhileTheServiceStays)
 {
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("addresses=192.168.77.1 "));
 
-    engine->send(1, UpdateAddressesRequest{
-                        1,
-                        {{network->interfaceHere(), address("192.168.77.9")},
-                         {network->interfaceHere(), address(TestNetwork::kAddressHere)}}});
-    engine->send(1, AddressRequest{2, "quillbox-1.local", Family::IPv4});
+    engine->send(
+        UpdateAddressesRequest{1,
+                               {{network->interfaceHere(), address("192.168.77.9")},
+                                {network->interfaceHere(), address(TestNetwork::kAddressHere)}}});
+    engine->send(AddressRequest{2, "quillbox-1.local", Family::IPv4});
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
     EXPECT_TRUE(events.waitForEvent(AddressFound{2, sighting, address("192.168.77.9")}));
     EXPECT_TRUE(events.waitForEvent(AddressFound{2, sighting, address("192.168.77.1")}));
 
-    engine->send(1,
-                 UpdateAddressesRequest{1, {{network->interfaceHere(), address("192.168.77.9")}}});
+    engine->send(UpdateAddressesRequest{1, {{network->interfaceHere(), address("192.168.77.9")}}});
     EXPECT_TRUE(events.waitForEvent(AddressLost{2, sighting, address("192.168.77.1")}));
     EXPECT_EQ(events.count<Registered>(), 1U);
     while (const auto line = browser.readLine(200ms))
@@ -217,9 +220,9 @@ TEST_P(BothEngines, publishesOnTheLoopbackInterfaceToo)
 {
     RegisterRequest request = registration(1, "Quillbox", "quillbox-1.local");
     request.addresses.push_back({1, address("127.83.1.2")});
-    engine->send(1, request);
+    engine->send(request);
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
-    engine->send(1, AddressRequest{2, "quillbox-1.local", Family::IPv4});
+    engine->send(AddressRequest{2, "quillbox-1.local", Family::IPv4});
     EXPECT_TRUE(
         events.waitForEvent(AddressFound{2, Sighting{1, Family::IPv4}, address("127.83.1.2")}));
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
@@ -229,36 +232,36 @@ TEST_P(BothEngines, publishesOnTheLoopbackInterfaceToo)
 TEST_P(BothEngines, keepsNamesAsTheyAre)
 {
     const std::string name = "a.b\\c \n\xe2\x80\xae <b>&%n";
-    engine->send(1, BrowseRequest{1, "_smb._tcp"});
-    engine->send(1, registration(2, name, "quillbox-1.local"));
+    engine->send(BrowseRequest{1, "_smb._tcp"});
+    engine->send(registration(2, name, "quillbox-1.local"));
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
     EXPECT_TRUE(events.waitForEvent(ServiceFound{1, sighting, name, "_smb._tcp", "local"}));
-    engine->send(1, LocationRequest{3, name, "_smb._tcp", "local"});
+    engine->send(LocationRequest{3, name, "_smb._tcp", "local"});
     EXPECT_TRUE(events.waitForEvent(LocationFound{3, sighting, "quillbox-1.local", 4445}));
 }
 
 TEST_P(BothEngines, refusesWhatCanNeverBe)
 {
-    engine->send(1, BrowseRequest{1, "not a type"});
+    engine->send(BrowseRequest{1, "not a type"});
     EXPECT_TRUE(events.waitForEvent(Failed{1, DnsSdError::InvalidType}));
-    engine->send(1, BrowseRequest{2, "_smb._tcp\xff"});
+    engine->send(BrowseRequest{2, "_smb._tcp\xff"});
     EXPECT_TRUE(events.waitForEvent(Failed{2, DnsSdError::InvalidType}));
-    engine->send(1, registration(3, std::string(64, 'x'), "quillbox-1.local"));
+    engine->send(registration(3, std::string(64, 'x'), "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Failed{3, DnsSdError::InvalidName}));
-    engine->send(1, registration(4, "bad \xc3", "quillbox-1.local"));
+    engine->send(registration(4, "bad \xc3", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Failed{4, DnsSdError::InvalidName}));
-    engine->send(1, registration(5, std::string("a\0b", 3), "quillbox-1.local"));
+    engine->send(registration(5, std::string("a\0b", 3), "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Failed{5, DnsSdError::InvalidName}));
-    engine->send(1, registration(6, std::string(70'000, 'x'), "quillbox-1.local"));
+    engine->send(registration(6, std::string(70'000, 'x'), "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Failed{6, DnsSdError::InvalidName}));
-    engine->send(1, AddressRequest{7, "a..b", Family::IPv4});
+    engine->send(AddressRequest{7, "a..b", Family::IPv4});
     EXPECT_TRUE(events.waitForEvent(Failed{7, DnsSdError::InvalidName}));
-    engine->send(1, LocationRequest{8, "Quillbox", "nonsense", "local"});
+    engine->send(LocationRequest{8, "Quillbox", "nonsense", "local"});
     EXPECT_TRUE(events.waitForEvent(Failed{8, DnsSdError::InvalidType}));
 
     // The engine still works after that.
-    engine->send(1, StopRequest{99});
-    engine->send(1, BrowseRequest{9, "_smb._tcp"});
+    engine->send(StopRequest{99});
+    engine->send(BrowseRequest{9, "_smb._tcp"});
     EXPECT_TRUE(events.waitForEvent(Settled{9}));
     EXPECT_EQ(events.count<EngineUp>(), 1U);
 }
@@ -269,7 +272,7 @@ TEST_P(BothEngines, keepsARegistrationThroughALinkThatGoesDownAndUp)
     ASSERT_TRUE(browser.waitForLine("watching"));
     // The link goes down during probing: in Avahi 0.8 this group would stay in the REGISTERING
     // state forever.
-    engine->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    engine->send(registration(1, "Quillbox", "quillbox-1.local"));
     ASSERT_TRUE(network->setLink(false));
     ASSERT_TRUE(network->setLink(true));
     EXPECT_TRUE(events.waitForEvent(Registered{1}, 12s));

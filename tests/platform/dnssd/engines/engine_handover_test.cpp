@@ -1,4 +1,3 @@
-#include "platform/standard_error_log.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 
 #include <csignal>
@@ -25,7 +24,7 @@ protected:
         engine->start([this, record = events.handler()](const Event& event) {
             record(event);
             if (const auto* up = std::get_if<EngineUp>(&event))
-                engine->send(up->generation, registration(1, "Quillbox", "quillbox-1.local"));
+                engine->send(registration(1, "Quillbox", "quillbox-1.local"));
         });
     }
 
@@ -34,8 +33,10 @@ protected:
     std::unique_ptr<TestBus> bus;
     std::unique_ptr<TestDaemon> daemon;
     EventRecorder events;
-    const std::unique_ptr<Log> log = makeStandardErrorLog({});
-    std::unique_ptr<Engine> engine = makeEngine(DnsSdMode::Automatic, *log);
+    std::unique_ptr<EngineOnPool> engine = std::make_unique<EngineOnPool>(
+        [](const DispatchPool& pool, const std::shared_ptr<DispatchQueue>& queue, Log& log) {
+            return makeEngine(DnsSdMode::Automatic, pool, queue, log);
+        });
 };
 
 TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
@@ -50,7 +51,7 @@ TEST_F(EngineHandover, worksWithoutABusAndGoesToTheDaemonAndBack)
     events.clear();
     bus = std::make_unique<TestBus>();
     daemon = std::make_unique<TestDaemon>();
-    ASSERT_TRUE(events.waitForEvent(EngineUp{"testhost.local", 2}));
+    ASSERT_TRUE(events.waitForEvent(EngineUp{"testhost.local"}));
     ASSERT_TRUE(waitForAdvertisement());
     EXPECT_EQ(events.count<Collision>(), 0U);
     EXPECT_TRUE(browser.waitForLine("found Quillbox._smb._tcp.local."));
@@ -108,16 +109,16 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     EventRecorder daemonEvents;
     const auto observer = makeDaemonEngine();
     observer->start(daemonEvents.handler());
-    ASSERT_TRUE(daemonEvents.waitForEvent(EngineUp{"testhost.local", 1}));
+    ASSERT_TRUE(daemonEvents.waitForEvent(EngineUp{"testhost.local"}));
     daemonEvents.clear();
     EventRecorder eventsThere;
-    std::unique_ptr<Engine> there;
+    std::unique_ptr<EngineOnPool> there;
     network->doThere([&] {
         there = makeEmbeddedEngine();
         there->start(eventsThere.handler());
     });
     ASSERT_TRUE(eventsThere.waitFor<EngineUp>());
-    there->send(1, AddressRequest{1, "testhost.local", Family::IPv4});
+    there->send(AddressRequest{1, "testhost.local", Family::IPv4});
     const Sighting sighting{network->interfaceThere(), Family::IPv4};
     const Address computer = address(TestNetwork::kAddressHere);
     ASSERT_TRUE(eventsThere.waitForEvent(AddressFound{1, sighting, computer}));
@@ -126,9 +127,9 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     const auto embedded = makeEmbeddedEngine();
     embedded->start(events.handler());
     ASSERT_TRUE(events.waitFor<EngineUp>());
-    embedded->send(1, registration(1, "Quillbox", "quillbox-1.local"));
+    embedded->send(registration(1, "Quillbox", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Registered{1}));
-    there->send(1, LocationRequest{2, "Quillbox", "_smb._tcp", "local"});
+    there->send(LocationRequest{2, "Quillbox", "_smb._tcp", "local"});
     EXPECT_TRUE(eventsThere.waitForEvent(LocationFound{2, sighting, "quillbox-1.local", 4445}));
     embedded->stop();
     EXPECT_TRUE(eventsThere.waitForEvent(LocationLost{2, sighting, "quillbox-1.local", 4445}));

@@ -1,8 +1,7 @@
 #pragma once
 
 #include "platform/dnssd/engine/automatic_engine.h"
-#include "platform/dnssd/engine/embedded_engine.h"
-#include "platform/dnssd/processes/daemon_engine.h"
+#include "tests/platform/dnssd/engines/engine_on_pool.h"
 #include "tests/platform/dnssd/engines/event_recorder.h"
 #include "tests/platform/dnssd/engines/test_network.h"
 

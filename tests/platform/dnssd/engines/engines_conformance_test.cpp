@@ -1,14 +1,15 @@
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dnssd/dns_sd_center.h"
-#include "platform/dnssd/engine/embedded_engine.h"
-#include "platform/dnssd/processes/daemon_engine.h"
+#include "platform/dnssd/engine/engine_process.h"
+#include "platform/standard_error_log.h"
 #include "tests/fakes/fake_network_monitor.h"
 #include "tests/platform/dnssd/conformance.h"
-#include "tests/platform/dnssd/engines/engine_process_finder.h"
+#include "tests/platform/dnssd/engines/engine_processes.h"
 #include "tests/platform/dnssd/engines/test_network.h"
 
 #include <csignal>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include <unistd.h>
@@ -27,9 +28,8 @@ class EngineHarness : public DnsSdHarness {
 public:
     ~EngineHarness() override
     {
-        dnsSdHere = nullptr;
-        dnsSdThere = nullptr;
-        pool.shutdown();
+        poolHere.shutdown();
+        poolThere->shutdown();
     }
 
     DnsSd& here() override { return *dnsSdHere; }
@@ -46,7 +46,7 @@ public:
     }
 
 protected:
-    void start(std::unique_ptr<dnssd::Engine> engine)
+    void start(const std::string& program)
     {
         const int interfaceHere = network.interfaceHere();
         const int interfaceThere = network.interfaceThere();
@@ -58,25 +58,32 @@ protected:
             {interfaceAddress(1, "lo", "127.0.0.1"),
              interfaceAddress(interfaceThere, "there0", TestNetwork::kAddressThere),
              interfaceAddress(interfaceThere, "there0", "fe80::77:2")});
-        dnsSdHere = makeDnsSd(std::move(engine), makeQueue("here"), monitorHere);
-        network.doThere([this] {
-            dnsSdThere = makeDnsSd(dnssd::makeEmbeddedEngine(), makeQueue("there"), monitorThere);
-        });
+        dnsSdHere = make(poolHere, program, monitorHere);
+        // The threads of the pool are there, too, and so are the processes that they start.
+        network.doThere([this] { poolThere.emplace(); });
+        dnsSdThere = make(*poolThere, dnssd::engineProgram(dnssd::kResponderProgram), monitorThere);
     }
 
     TestNetwork network;
 
 private:
-    std::shared_ptr<DispatchQueue> makeQueue(const char* label)
+    std::unique_ptr<DnsSd> make(DispatchPool& pool, const std::string& program,
+                                NetworkMonitor& monitor)
     {
-        return pool.makeQueue(label, QualityOfService::Utility);
+        const auto dnsSdQueue = pool.makeQueue("dns-sd", QualityOfService::Utility);
+        return makeDnsSd(dnssd::makeEngineProcess(pool, dnsSdQueue, *log,
+                                                  {.program = program, .name = "engine"}),
+                         dnsSdQueue, monitor, *log);
     }
 
     // An engine process does not publish the name of its computer, so zeroconf does.
     TestZeroconf computerThere{network,
                                {"publish", "There", "_device-info._tcp", "there.local", "9"}};
-    DispatchPool pool;
-    std::shared_ptr<DispatchQueue> handlers = makeQueue("handlers");
+    const std::unique_ptr<Log> log = makeStandardErrorLog({});
+    DispatchPool poolHere;
+    std::optional<DispatchPool> poolThere;
+    std::shared_ptr<DispatchQueue> handlers =
+        poolHere.makeQueue("handlers", QualityOfService::Utility);
     FakeNetworkMonitor monitorHere;
     FakeNetworkMonitor monitorThere;
     std::unique_ptr<DnsSd> dnsSdHere;
@@ -85,7 +92,7 @@ private:
 
 class DaemonHarness final : public EngineHarness {
 public:
-    DaemonHarness() { start(dnssd::makeDaemonEngine()); }
+    DaemonHarness() { start(dnssd::engineProgram(dnssd::kDaemonProgram)); }
 
     void takeEngineAway() override { daemon->signal(SIGKILL); }
     void bringEngineBack() override
@@ -99,33 +106,31 @@ private:
     std::unique_ptr<TestDaemon> daemon = std::make_unique<TestDaemon>();
 };
 
-/// Starts the engine process through a symbolic link. While the link is removed, the engine cannot
-/// restart it.
+/// Uses a copy of the program. While that is not executable, the engine cannot restart its process.
 class EmbeddedHarness final : public EngineHarness {
 public:
     EmbeddedHarness()
     {
-        bringEngineBack();
-        start(dnssd::makeEmbeddedEngine({.executable = kLink}));
+        std::filesystem::copy_file(dnssd::engineProgram(dnssd::kResponderProgram), kCopy);
+        start(kCopy);
     }
 
     void takeEngineAway() override
     {
-        std::filesystem::remove(kLink);
+        std::filesystem::permissions(kCopy, std::filesystem::perms::none);
         for (const pid_t process : dnssd::engineProcessesOf(::getpid())) {
-            const auto executable =
-                dnssd::commandLineOf(process).substr(0, std::string(kLink).size());
-            if (executable == kLink)
+            const auto file = "/proc/" + std::to_string(process) + "/exe";
+            if (std::filesystem::read_symlink(file) == kCopy)
                 ::kill(process, SIGKILL);
         }
     }
     void bringEngineBack() override
     {
-        std::filesystem::create_symlink(std::filesystem::read_symlink("/proc/self/exe"), kLink);
+        std::filesystem::permissions(kCopy, std::filesystem::perms::owner_all);
     }
 
 private:
-    static constexpr const char* kLink = "/run/quillbox-test/engine";
+    static constexpr const char* kCopy = "/run/quillbox-test/quillbox-dns-sd-responder";
 };
 
 void skip(const char* reason)

@@ -19,9 +19,9 @@ public:
 
     Engine::EventHandler handler()
     {
-        return [this](Event event) {
+        return [this](const Event& event) {
             const std::lock_guard lock(mutex);
-            events.push_back(std::move(event));
+            events.push_back(event);
             changed.notify_all();
         };
     }
@@ -55,14 +55,27 @@ public:
             lock, limit, [&] { return std::ranges::find(events, expected) != events.end(); });
     }
 
+    /// Waits until there were that many.
+    template <class T>
+    bool waitForCount(std::size_t wanted, std::chrono::milliseconds limit = std::chrono::seconds(8))
+    {
+        std::unique_lock lock(mutex);
+        return changed.wait_for(lock, limit, [&] { return countLocked<T>() >= wanted; });
+    }
+
     template <class T> std::size_t count()
     {
         const std::lock_guard lock(mutex);
+        return countLocked<T>();
+    }
+
+private:
+    template <class T> std::size_t countLocked() const
+    {
         return static_cast<std::size_t>(std::ranges::count_if(
             events, [](const Event& event) { return std::holds_alternative<T>(event); }));
     }
 
-private:
     std::mutex mutex;
     std::condition_variable changed;
     std::vector<Event> events;

@@ -17,6 +17,8 @@ Address ipv6(std::uint8_t last)
     return address;
 }
 
+constexpr Generation kGeneration = 0x01020304;
+
 Address ipv4()
 {
     Address address;
@@ -70,13 +72,16 @@ std::vector<Event> everyEvent()
 TEST(MessageCodec, givesBackEveryRequest)
 {
     for (const Request& request : everyRequest())
-        EXPECT_EQ(decodeRequest(encode(request)), request) << "kind " << request.index();
+        EXPECT_EQ(decodeRequest(encode(kGeneration, request)),
+                  (Message<Request>{kGeneration, request}))
+            << "kind " << request.index();
 }
 
 TEST(MessageCodec, givesBackEveryEvent)
 {
     for (const Event& event : everyEvent())
-        EXPECT_EQ(decodeEvent(encode(event)), event) << "kind " << event.index();
+        EXPECT_EQ(decodeEvent(encode(kGeneration, event)), (Message<Event>{kGeneration, event}))
+            << "kind " << event.index();
 }
 
 TEST(MessageCodec, knowsEveryKind)
@@ -94,12 +99,12 @@ TEST(MessageCodec, knowsEveryKind)
 TEST(MessageCodec, refusesAMessageCutOffAnywhere)
 {
     for (const Request& request : everyRequest()) {
-        const Packet packet = encode(request);
+        const Packet packet = encode(kGeneration, request);
         for (std::size_t length = 0; length < packet.size(); ++length)
             EXPECT_FALSE(decodeRequest(std::span(packet).first(length))) << length;
     }
     for (const Event& event : everyEvent()) {
-        const Packet packet = encode(event);
+        const Packet packet = encode(kGeneration, event);
         for (std::size_t length = 0; length < packet.size(); ++length)
             EXPECT_FALSE(decodeEvent(std::span(packet).first(length))) << length;
     }
@@ -108,7 +113,7 @@ TEST(MessageCodec, refusesAMessageCutOffAnywhere)
 TEST(MessageCodec, refusesWhatFollowsAMessage)
 {
     for (const Request& request : everyRequest()) {
-        Packet packet = encode(request);
+        Packet packet = encode(kGeneration, request);
         packet.push_back(0);
         EXPECT_FALSE(decodeRequest(packet));
     }
@@ -116,21 +121,21 @@ TEST(MessageCodec, refusesWhatFollowsAMessage)
 
 TEST(MessageCodec, refusesUnknownKindsAndValues)
 {
-    EXPECT_FALSE(decodeRequest(Packet{std::variant_size_v<Request>, 0, 0, 0, 0}));
-    EXPECT_FALSE(decodeEvent(Packet{std::variant_size_v<Event>, 0, 0, 0, 0}));
+    EXPECT_FALSE(decodeRequest(Packet{std::variant_size_v<Request>, 0, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_FALSE(decodeEvent(Packet{std::variant_size_v<Event>, 0, 0, 0, 0, 0, 0, 0, 0}));
 
-    Packet kind = encode(Request(BrowseRequest{1, "_smb._tcp"}));
+    Packet kind = encode(kGeneration, Request(BrowseRequest{1, "_smb._tcp"}));
     ASSERT_EQ(kind.front(), 0);
     kind.front() = std::variant_size_v<Request>;
     EXPECT_FALSE(decodeRequest(kind));
 
-    Packet family = encode(Request(AddressRequest{1, "h", Family::IPv6}));
+    Packet family = encode(kGeneration, Request(AddressRequest{1, "h", Family::IPv6}));
     family.back() = 2;
     EXPECT_FALSE(decodeRequest(family));
-    Packet collision = encode(Event(Collision{1, Collision::Of::Host}));
+    Packet collision = encode(kGeneration, Event(Collision{1, Collision::Of::Host}));
     collision.back() = 2;
     EXPECT_FALSE(decodeEvent(collision));
-    Packet error = encode(Event(Failed{1, DnsSdError::Internal}));
+    Packet error = encode(kGeneration, Event(Failed{1, DnsSdError::Internal}));
     error.back() = 0;
     EXPECT_FALSE(decodeEvent(error));
     error.back() = 200;
@@ -139,7 +144,7 @@ TEST(MessageCodec, refusesUnknownKindsAndValues)
 
 TEST(MessageCodec, doesNotBelieveACount)
 {
-    Packet packet = encode(Request(UpdateAddressesRequest{1, {}}));
+    Packet packet = encode(kGeneration, Request(UpdateAddressesRequest{1, {}}));
     packet[packet.size() - 2] = 0xff;
     packet[packet.size() - 1] = 0xff;
     EXPECT_FALSE(decodeRequest(packet));
@@ -147,11 +152,12 @@ TEST(MessageCodec, doesNotBelieveACount)
 
 TEST(MessageCodec, makesNothingOfAMessageThatIsTooLong)
 {
-    EXPECT_TRUE(encode(Request(BrowseRequest{1, std::string(65'536, 'x')})).empty());
-    EXPECT_TRUE(encode(Request(BrowseRequest{1, std::string(65'535, 'x')})).empty());
-    EXPECT_FALSE(encode(Request(BrowseRequest{1, std::string(60'000, 'x')})).empty());
+    EXPECT_TRUE(encode(kGeneration, Request(BrowseRequest{1, std::string(65'536, 'x')})).empty());
+    EXPECT_TRUE(encode(kGeneration, Request(BrowseRequest{1, std::string(65'535, 'x')})).empty());
+    EXPECT_FALSE(encode(kGeneration, Request(BrowseRequest{1, std::string(60'000, 'x')})).empty());
     EXPECT_TRUE(
-        encode(Request(UpdateAddressesRequest{1, std::vector<HostAddress>(66'000)})).empty());
+        encode(kGeneration, Request(UpdateAddressesRequest{1, std::vector<HostAddress>(66'000)}))
+            .empty());
     EXPECT_FALSE(decodeRequest(Packet(kMaximumPacketLength + 1)));
 }
 
@@ -168,11 +174,11 @@ TEST(MessageCodec, survivesGarbage)
             packet[0] = static_cast<std::uint8_t>(packet[0] % 13);
         if (const auto event = decodeEvent(packet)) {
             ++understood;
-            EXPECT_EQ(encode(*event), packet);
+            EXPECT_EQ(encode(event->generation, event->content), packet);
         }
         if (const auto request = decodeRequest(packet)) {
             ++understood;
-            EXPECT_EQ(encode(*request), packet);
+            EXPECT_EQ(encode(request->generation, request->content), packet);
         }
     }
     EXPECT_GT(understood, 0U);

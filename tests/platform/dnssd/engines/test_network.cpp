@@ -1,6 +1,6 @@
 #include "tests/platform/dnssd/engines/test_network.h"
 
-#include "platform/dnssd/engine/embedded_engine.h"
+#include "tests/platform/dnssd/engines/engine_on_pool.h"
 
 #include <cstdlib>
 #include <cstring>
@@ -231,7 +231,7 @@ int runPeer(int /*argc*/, char** argv)
     const auto engine = makeEmbeddedEngine();
     engine->start([&](const Event& event) {
         if (std::holds_alternative<EngineUp>(event))
-            engine->send(1, request);
+            engine->send(request);
         else if (std::holds_alternative<Registered>(event))
             std::cout << "registered" << std::endl;
     });

@@ -7,13 +7,13 @@ namespace quillbox::dnssd {
 
 /// Detects that the socket of the system bus appears, so that nobody has to poll for it. Watches
 /// only between `begin` and `end`. Single-threaded.
-class DaemonEngineBusWatch final {
+class BusWatch final {
 public:
     /// An empty `socketPath` means the socket of the system bus.
-    explicit DaemonEngineBusWatch(std::string socketPath = {});
-    DaemonEngineBusWatch(const DaemonEngineBusWatch&) = delete;
-    DaemonEngineBusWatch& operator=(const DaemonEngineBusWatch&) = delete;
-    ~DaemonEngineBusWatch();
+    explicit BusWatch(std::string socketPath = {});
+    BusWatch(const BusWatch&) = delete;
+    BusWatch& operator=(const BusWatch&) = delete;
+    ~BusWatch();
 
     /// Readable when `hasSocketAppeared` has events to read; -1 when inotify is unavailable.
     int descriptor() const { return notifier; }

@@ -1,4 +1,4 @@
-#include "platform/dnssd/processes/daemon_engine_bus_watch.h"
+#include "platform/dnssd/processes/bus_watch.h"
 
 #include <array>
 #include <cstdlib>
@@ -28,19 +28,19 @@ std::string systemBusSocketPath()
 
 } // namespace
 
-DaemonEngineBusWatch::DaemonEngineBusWatch(std::string path)
+BusWatch::BusWatch(std::string path)
     : socketPath(path.empty() ? systemBusSocketPath() : std::move(path)),
       notifier(::inotify_init1(IN_CLOEXEC | IN_NONBLOCK))
 {
 }
 
-DaemonEngineBusWatch::~DaemonEngineBusWatch()
+BusWatch::~BusWatch()
 {
     if (notifier >= 0)
         ::close(notifier);
 }
 
-void DaemonEngineBusWatch::begin()
+void BusWatch::begin()
 {
     end();
     // The socket's folder may be missing or be recreated, so its parent is watched too.
@@ -53,14 +53,14 @@ void DaemonEngineBusWatch::begin()
     }
 }
 
-void DaemonEngineBusWatch::end()
+void BusWatch::end()
 {
     for (const int watch : watches)
         ::inotify_rm_watch(notifier, watch);
     watches.clear();
 }
 
-bool DaemonEngineBusWatch::hasSocketAppeared()
+bool BusWatch::hasSocketAppeared()
 {
     const std::filesystem::path path(socketPath);
     const std::string socketName = path.filename();

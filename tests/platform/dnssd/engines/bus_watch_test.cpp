@@ -1,4 +1,4 @@
-#include "platform/dnssd/processes/daemon_engine_bus_watch.h"
+#include "platform/dnssd/processes/bus_watch.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -27,7 +27,7 @@ protected:
 
 TEST_F(BusWatchTest, seesTheSocketAppearAmongOthers)
 {
-    DaemonEngineBusWatch watch(socket);
+    BusWatch watch(socket);
     watch.begin();
     make(folder / "other");
     EXPECT_FALSE(watch.hasSocketAppeared());
@@ -40,7 +40,7 @@ TEST_F(BusWatchTest, seesTheSocketAppearAmongOthers)
 TEST_F(BusWatchTest, seesASocketThatIsMovedToItsPlace)
 {
     make(parent / "new");
-    DaemonEngineBusWatch watch(socket);
+    BusWatch watch(socket);
     watch.begin();
     std::filesystem::rename(parent / "new", socket);
     EXPECT_TRUE(watch.hasSocketAppeared());
@@ -49,7 +49,7 @@ TEST_F(BusWatchTest, seesASocketThatIsMovedToItsPlace)
 TEST_F(BusWatchTest, seesTheSocketInAFolderThatAppears)
 {
     std::filesystem::remove_all(folder);
-    DaemonEngineBusWatch watch(socket);
+    BusWatch watch(socket);
     watch.begin();
     std::filesystem::create_directory(folder);
     EXPECT_TRUE(watch.hasSocketAppeared()) << "the socket may be there already";
@@ -59,7 +59,7 @@ TEST_F(BusWatchTest, seesTheSocketInAFolderThatAppears)
 
 TEST_F(BusWatchTest, seesNothingOnceItHasEnded)
 {
-    DaemonEngineBusWatch watch(socket);
+    BusWatch watch(socket);
     watch.begin();
     watch.end();
     make(socket);
@@ -73,7 +73,7 @@ TEST_F(BusWatchTest, watchesTheFirstAddressThatTheEnvironmentNames)
     const std::string before = value == nullptr ? "" : value;
     for (const char* more : {"", ",guid=1", ";unix:path=/nowhere"}) {
         ::setenv(kName, ("unix:path=" + socket.string() + more).c_str(), 1);
-        DaemonEngineBusWatch watch;
+        BusWatch watch;
         watch.begin();
         make(socket);
         EXPECT_TRUE(watch.hasSocketAppeared()) << more;
