@@ -71,11 +71,8 @@ std::string Endpoint::description() const
     if (const auto* address = host())
         return escapedPath(address->host) + ':' + std::to_string(address->port);
     const auto* instance = service();
-    std::string text = escaped(instance->name) + '.' + escapedPath(instance->type) + '/'
-                       + escapedPath(instance->domain);
-    if (instance->interface)
-        text += '%' + escapedPath(*instance->interface);
-    return text;
+    return escaped(instance->name) + '.' + escapedPath(instance->type) + '/'
+           + escapedPath(instance->domain);
 }
 
 } // namespace quillbox

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <variant>
 
@@ -17,14 +16,11 @@ struct HostEndpoint {
 };
 
 /// A DNS-SD service instance (RFC 6763, section 4.1). `name` is the instance label, UTF-8 and not
-/// escaped; `type` is like "_smb._tcp" and `domain` like "local", both without a trailing dot. An
-/// `interface` restricts the service to one network interface; browsed services have none, so that
-/// a second network interface does not create a second endpoint.
+/// escaped; `type` is like "_smb._tcp" and `domain` like "local", both without a trailing dot.
 struct ServiceEndpoint {
     std::string name;
     std::string type;
     std::string domain;
-    std::optional<std::string> interface = std::nullopt;
 
     bool operator==(const ServiceEndpoint&) const = default;
 };

@@ -4,20 +4,15 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
 #include <system_error>
 
 namespace quillbox {
 
-/// How a listener is advertised by DNS-SD.
+/// How a listener is advertised by DNS-SD, in the default domain.
 struct ServiceRegistration {
     std::string name; ///< the instance name, UTF-8; changed on a name conflict
     std::string type; ///< "_smb._tcp"
-    std::optional<std::string> domain = std::nullopt; ///< none: the default registration domain
-    /// The data of the TXT record: strings, each preceded by its length byte. None: a single empty
-    /// string (RFC 6763, section 6.1).
-    std::optional<std::string> txtRecord = std::nullopt;
 
     bool operator==(const ServiceRegistration&) const = default;
 };

@@ -70,7 +70,6 @@ public:
     virtual std::shared_ptr<Browser> makeBrowser(std::string type,
                                                  const TcpParameters& parameters) = 0;
 
-    /// The interface of `service` is ignored.
     virtual std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) = 0;
 
     /// The traffic of the accepted connections so far. Called on the main thread.

@@ -34,8 +34,7 @@ std::string keyOf(const std::variant<ServiceEndpoint, std::string>& question)
 {
     // Names contain no NUL, so different queries have different keys.
     if (const auto* service = std::get_if<ServiceEndpoint>(&question))
-        return service->name + '\0' + service->type + '\0' + service->domain + '\0'
-               + service->interface.value_or("");
+        return service->name + '\0' + service->type + '\0' + service->domain;
     return std::get<std::string>(question);
 }
 

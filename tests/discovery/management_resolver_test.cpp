@@ -12,10 +12,8 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-const ServiceEndpoint kAdmin{.name = "Quillbox Office",
-                             .type = "_quillbox-admin._tcp",
-                             .domain = "local",
-                             .interface = "eth0"};
+const ServiceEndpoint kAdmin{
+    .name = "Quillbox Office", .type = "_quillbox-admin._tcp", .domain = "local"};
 
 /// The same address without its end: of the same family, but without a numeric form.
 SocketAddress cutShort(SocketAddress address)

@@ -14,12 +14,9 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-Endpoint phone(const std::string& name, std::optional<std::string> interface = {})
+Endpoint phone(const std::string& name, std::string domain = "local")
 {
-    return ServiceEndpoint{.name = name,
-                           .type = "_quillbox._tcp",
-                           .domain = "local",
-                           .interface = std::move(interface)};
+    return ServiceEndpoint{.name = name, .type = "_quillbox._tcp", .domain = std::move(domain)};
 }
 
 class PhoneDiscoveryTest : public testing::Test {
@@ -143,10 +140,12 @@ TEST_F(PhoneDiscoveryTest, sortsByTheNormalisedNameAndKeepsTheNameVerbatim)
 
 TEST_F(PhoneDiscoveryTest, reportsTwoResultsOfOneNameAdjacentAndInTheBrowsersOrder)
 {
-    namesFor({phone("Quillbox", "wlan0"), phone("Quillbox A"), phone("Quillbox", "eth0")});
-    EXPECT_THAT(lists.back(), ElementsAre(DiscoveredDevice{phone("Quillbox", "wlan0"), "Quillbox"},
-                                          DiscoveredDevice{phone("Quillbox", "eth0"), "Quillbox"},
-                                          DiscoveredDevice{phone("Quillbox A"), "Quillbox A"}));
+    namesFor({phone("Quillbox", "home.example"), phone("Quillbox A"),
+              phone("Quillbox", "office.example")});
+    EXPECT_THAT(lists.back(),
+                ElementsAre(DiscoveredDevice{phone("Quillbox", "home.example"), "Quillbox"},
+                            DiscoveredDevice{phone("Quillbox", "office.example"), "Quillbox"},
+                            DiscoveredDevice{phone("Quillbox A"), "Quillbox A"}));
 }
 
 TEST_F(PhoneDiscoveryTest, keepsTheBrowsersOrderOfManyResultsOfOneName)
@@ -154,7 +153,7 @@ TEST_F(PhoneDiscoveryTest, keepsTheBrowsersOrderOfManyResultsOfOneName)
     Browser::Results results;
     for (int number = 0; number < 100; ++number)
         results.push_back(
-            phone(number % 2 == 0 ? "Quillbox" : "Quillbox A", "eth" + std::to_string(number)));
+            phone(number % 2 == 0 ? "Quillbox" : "Quillbox A", "site" + std::to_string(number)));
     namesFor(results);
     ASSERT_EQ(lists.back().size(), results.size());
     for (std::size_t place = 0; place < 50; ++place) {

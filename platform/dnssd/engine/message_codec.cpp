@@ -39,8 +39,7 @@ void walk(auto& v, Is<AddressRequest> auto& m)
 }
 void walk(auto& v, Is<RegisterRequest> auto& m)
 {
-    v(m.id, m.name, m.type, m.domain, m.port, m.txt, m.hostName, m.addresses, m.interfaceIndex,
-      m.isOwnName);
+    v(m.id, m.name, m.type, m.port, m.hostName, m.addresses, m.interfaceIndex, m.isOwnName);
 }
 void walk(auto& v, Is<UpdateAddressesRequest> auto& m)
 {

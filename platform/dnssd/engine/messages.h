@@ -93,17 +93,16 @@ struct HostAddress {
 /// a probe in Avahi grows with the number of probes underway.
 inline constexpr std::size_t kRegistrationsAtOnce = 32;
 
-/// Publishes a service. Events: Registered; or Collision (name conflict, on this computer or on the
-/// network; nothing is published any more); or Failed. An engine never renames a service.
+/// Publishes a service in the default domain, with an empty TXT record (RFC 6763, section 6.1).
+/// Events: Registered; or Collision (name conflict, on this computer or on the network; nothing is
+/// published any more); or Failed. An engine never renames a service.
 struct RegisterRequest {
     AskId id = 0;
     std::string name;
     std::string type;
-    std::string domain;           ///< empty: the default domain
-    std::uint16_t port = 0;       ///< host byte order
-    std::vector<std::string> txt; ///< empty: the single empty string
+    std::uint16_t port = 0; ///< host byte order
     /// The host of the service, published by this request with `addresses`, without reverse
-    /// records. Empty: the computer's own host name, whose records are not ours.
+    /// records.
     std::string hostName;
     std::vector<HostAddress> addresses;
     /// Where the service is published: on one interface, or on all of them.

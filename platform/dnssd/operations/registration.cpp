@@ -4,29 +4,11 @@
 #include "platform/text.h"
 
 #include <algorithm>
-#include <optional>
-#include <string_view>
 #include <utility>
 
 namespace quillbox::dnssd {
 
 namespace {
-
-/// Splits the data of a TXT record into its strings (RFC 1035, section 3.3.14); empty when it is
-/// malformed.
-std::optional<std::vector<std::string>> stringsOf(std::string_view data)
-{
-    std::vector<std::string> strings;
-    while (!data.empty()) {
-        const auto size = static_cast<std::size_t>(static_cast<unsigned char>(data[0]));
-        data.remove_prefix(1);
-        if (size > data.size())
-            return std::nullopt;
-        strings.emplace_back(data.substr(0, size));
-        data.remove_prefix(size);
-    }
-    return strings;
-}
 
 std::string inNumbers(const Address& ipv4)
 {
@@ -65,14 +47,10 @@ Registration::~Registration()
 
 void Registration::start()
 {
-    auto strings = stringsOf(service.txtRecord.value_or(std::string()));
     if (!isInstanceName(service.name))
         return fail(DnsSdError::InvalidName);
     if (!isServiceType(service.type))
         return fail(DnsSdError::InvalidType);
-    if (!strings)
-        return fail(DnsSdError::Internal);
-    txt = std::move(*strings);
     ownEntry.emplace(ownServices, service.name, service.type);
     takeIdentity();
     if (link.isUp())
@@ -143,9 +121,7 @@ void Registration::ask()
     RegisterRequest request;
     request.name = alternativeName(service.name, nameNumber);
     request.type = service.type;
-    request.domain = service.domain.value_or(std::string());
     request.port = port;
-    request.txt = txt;
     request.hostName = identity.hostName;
     request.addresses = addresses;
     request.interfaceIndex = localAddresses.publishedOn();

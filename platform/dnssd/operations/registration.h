@@ -82,7 +82,6 @@ private:
     Report report;
     Log& log;
 
-    std::vector<std::string> txt;
     AskId id = 0;
     bool hasFailed = false;
     unsigned nameNumber = 1;

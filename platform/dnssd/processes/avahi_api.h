@@ -49,16 +49,6 @@ public:
 /// goodbyes.
 class AvahiGroup : public AvahiObject {
 public:
-    struct Service {
-        std::string name;
-        std::string type;
-        std::string domain;   ///< empty: the default domain
-        std::string hostName; ///< empty: the computer's host name
-        std::uint16_t port = 0;
-        std::vector<std::string> txt;
-        int interfaceIndex = kEveryInterface;
-    };
-
     /// A resource record with data in wire format (RFC 1035, section 3.2.1).
     struct RawRecord {
         std::string name; ///< in presentation format
@@ -73,8 +63,8 @@ public:
 
     // Each returns an Avahi error code, 0 on success.
 
-    /// On one interface or on all of them.
-    virtual int addService(const Service& service) = 0;
+    /// On one interface or on all of them, without the addresses of the host.
+    virtual int addService(const RegisterRequest& service) = 0;
     /// On one interface or on all of them, without probing for the name.
     virtual int addRecord(const RawRecord& record) = 0;
     /// On one interface, without a reverse record.

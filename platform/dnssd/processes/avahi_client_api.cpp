@@ -44,13 +44,12 @@ public:
     ClientGroup& operator=(const ClientGroup&) = delete;
     ~ClientGroup() override { avahi_entry_group_free(group); }
 
-    int addService(const Service& service) override
+    int addService(const RegisterRequest& service) override
     {
-        const TxtStrings txt(service.txt);
         return avahi_entry_group_add_service_strlst(
             group, service.interfaceIndex, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
-            service.name.c_str(), service.type.c_str(), orNull(service.domain),
-            orNull(service.hostName), service.port, txt.get());
+            service.name.c_str(), service.type.c_str(), nullptr, service.hostName.c_str(),
+            service.port, nullptr);
     }
 
     int addRecord(const RawRecord& record) override

@@ -7,7 +7,6 @@
 #include <span>
 
 #include <avahi-common/address.h>
-#include <avahi-common/strlst.h>
 
 /// Conversions between Avahi's types and ours, used with both libraries.
 namespace quillbox::dnssd {
@@ -52,11 +51,6 @@ inline std::uint16_t recordTypeOf(AvahiApi::Record record)
     return 0;
 }
 
-inline const char* orNull(const std::string& text)
-{
-    return text.empty() ? nullptr : text.c_str();
-}
-
 inline AvahiPublishFlags addressFlags(AvahiGroup::Probing probing)
 {
     return static_cast<AvahiPublishFlags>(probing == AvahiGroup::Probing::Done
@@ -71,28 +65,6 @@ inline AvahiPublishFlags recordFlags(const AvahiGroup::RawRecord& record)
 }
 
 static_assert(kEveryInterface == AVAHI_IF_UNSPEC);
-
-/// The strings of a TXT record as an Avahi list. For an empty list Avahi writes the single empty
-/// string of RFC 6763, section 6.1; it accepts no empty string within a list.
-class TxtStrings final {
-public:
-    explicit TxtStrings(const std::vector<std::string>& strings)
-    {
-        for (const std::string& string : strings) {
-            if (!string.empty())
-                list = avahi_string_list_add_arbitrary(
-                    list, reinterpret_cast<const std::uint8_t*>(string.data()), string.size());
-        }
-    }
-    TxtStrings(const TxtStrings&) = delete;
-    TxtStrings& operator=(const TxtStrings&) = delete;
-    ~TxtStrings() { avahi_string_list_free(list); }
-
-    AvahiStringList* get() const { return list; }
-
-private:
-    AvahiStringList* list = nullptr;
-};
 
 /// Handles the events that all browsers of both libraries have in common. Returns true when the
 /// browser found or lost something.

@@ -93,7 +93,7 @@ void AvahiRegistration::publish()
 {
     if (std::exchange(isAllDemanded, false))
         publishAll();
-    else if (!isOnComputersHostName())
+    else
         publishDifferences();
     publishedAddresses = addressesByInterface;
 }
@@ -105,7 +105,7 @@ void AvahiRegistration::publishAll()
     publishService();
     // A conflict with a name on this computer is reported immediately; then no addresses are
     // published.
-    if (service->failure() == AVAHI_OK && !isOnComputersHostName()) {
+    if (service->failure() == AVAHI_OK) {
         for (const auto& [interfaceIndex, addresses] : addressesByInterface)
             publishAddresses(interfaceIndex, addresses);
     }
@@ -131,21 +131,12 @@ void AvahiRegistration::publishService()
     service = std::make_unique<Group>(api, changed);
     std::vector<AvahiGroup::RawRecord> records;
     if (!isProbing)
-        records =
-            serviceRecords(request, request.domain.empty() ? api.domainName() : request.domain);
+        records = serviceRecords(request, api.domainName());
     for (const auto& record : records)
         service->add([&record](AvahiGroup& group) { return group.addRecord(record); });
     if (!records.empty())
         return service->commit();
-    service->add([this](AvahiGroup& group) {
-        return group.addService({.name = request.name,
-                                 .type = request.type,
-                                 .domain = request.domain,
-                                 .hostName = request.hostName,
-                                 .port = request.port,
-                                 .txt = request.txt,
-                                 .interfaceIndex = request.interfaceIndex});
-    });
+    service->add([this](AvahiGroup& group) { return group.addService(request); });
     service->commit();
 }
 
@@ -190,7 +181,7 @@ AvahiRegistration::Outcome AvahiRegistration::outcome() const
 void AvahiRegistration::becomeOverdue()
 {
     patience = std::min<Clock::duration>(2 * patience, kMaximumPatience);
-    demandAll();
+    isAllDemanded = true;
 }
 
 } // namespace quillbox::dnssd

@@ -12,9 +12,9 @@
 
 namespace quillbox::dnssd {
 
-/// One published service, on its own host name or on the computer's. The service is one entry group
-/// and the addresses of each interface are another, so that a change on one interface leaves the
-/// rest published. Destroying it withdraws everything, with goodbyes.
+/// One published service, on its own host name. The service is one entry group and the addresses of
+/// each interface are another, so that a change on one interface leaves the rest published.
+/// Destroying it withdraws everything, with goodbyes.
 class AvahiRegistration final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -34,9 +34,6 @@ public:
     AvahiRegistration& operator=(const AvahiRegistration&) = delete;
     ~AvahiRegistration();
 
-    /// Makes the next `publish` republish everything.
-    void demandAll() { isAllDemanded = true; }
-
     /// Makes the next `publish` replace the records of those interfaces whose addresses differ.
     void demand(const std::vector<HostAddress>& addresses);
 
@@ -50,8 +47,6 @@ public:
     /// underway at the deadline is republished, with a longer deadline each time.
     Clock::time_point deadlineFrom(Clock::time_point now) const { return now + patience; }
     void becomeOverdue();
-
-    bool isOnComputersHostName() const { return request.hostName.empty(); }
 
     /// Whether `Registered` has been emitted.
     bool isReported = false;

@@ -50,13 +50,12 @@ public:
     ServerGroup& operator=(const ServerGroup&) = delete;
     ~ServerGroup() override { avahi_s_entry_group_free(group); }
 
-    int addService(const Service& service) override
+    int addService(const RegisterRequest& service) override
     {
-        const TxtStrings txt(service.txt);
-        return avahi_server_add_service_strlst(
-            &server, group, service.interfaceIndex, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
-            service.name.c_str(), service.type.c_str(), orNull(service.domain),
-            orNull(service.hostName), service.port, txt.get());
+        return avahi_server_add_service_strlst(&server, group, service.interfaceIndex,
+                                               AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
+                                               service.name.c_str(), service.type.c_str(), nullptr,
+                                               service.hostName.c_str(), service.port, nullptr);
     }
 
     int addRecord(const RawRecord& record) override

@@ -24,8 +24,6 @@ constexpr std::uint16_t kLocation = 33;
 constexpr std::uint32_t kHostLifetime = 120;
 constexpr std::uint32_t kOtherLifetime = 4500;
 
-constexpr std::size_t kMaximumString = 255;
-
 void append(Bytes& bytes, const void* more, std::size_t size)
 {
     const auto* first = static_cast<const std::uint8_t*>(more);
@@ -56,16 +54,6 @@ Bytes locationData(std::uint16_t port, const Bytes& host)
     return bytes;
 }
 
-Bytes textData(const std::vector<std::string>& strings)
-{
-    Bytes bytes;
-    for (const std::string& string : strings) {
-        if (!string.empty())
-            append(bytes, string.data(), string.size());
-    }
-    return bytes.empty() ? Bytes{0} : bytes; // RFC 6763, section 6.1
-}
-
 } // namespace
 
 std::vector<AvahiGroup::RawRecord> serviceRecords(const RegisterRequest& request,
@@ -81,15 +69,13 @@ std::vector<AvahiGroup::RawRecord> serviceRecords(const RegisterRequest& request
     const Bytes instanceName = wireName(instance);
     const Bytes typeName = wireName(type);
     const Bytes hostName = wireName(request.hostName);
-    const bool areStringsShort = std::ranges::all_of(
-        request.txt, [](const std::string& text) { return text.size() <= kMaximumString; });
-    if (instanceName.empty() || typeName.empty() || hostName.size() < 2 || !areStringsShort)
+    if (instanceName.empty() || typeName.empty() || hostName.size() < 2)
         return {};
     const int where = request.interfaceIndex;
     return {
         {type, kPointer, kOtherLifetime, false, instanceName, where},
         {instance, kLocation, kHostLifetime, true, locationData(request.port, hostName), where},
-        {instance, kText, kOtherLifetime, true, textData(request.txt), where},
+        {instance, kText, kOtherLifetime, true, Bytes{0}, where},
         {"_services._dns-sd._udp." + domain, kPointer, kOtherLifetime, false, typeName, where},
     };
 }

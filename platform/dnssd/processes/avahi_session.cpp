@@ -1,6 +1,5 @@
 #include "platform/dnssd/processes/avahi_session.h"
 
-#include "platform/dnssd/processes/avahi_errors.h"
 #include "platform/dnssd/processes/avahi_registration.h"
 #include "platform/text.h"
 
@@ -76,6 +75,42 @@ private:
 
 namespace {
 
+/// Whether the error means that Avahi cannot be reached, as opposed to a refusal.
+bool isAvahiUnreachable(int error)
+{
+    return error == AVAHI_ERR_DISCONNECTED || error == AVAHI_ERR_NO_DAEMON
+           || error == AVAHI_ERR_DBUS_ERROR || error == AVAHI_ERR_BAD_STATE;
+}
+
+DnsSdError dnsSdErrorOfAvahi(int error)
+{
+    if (isAvahiUnreachable(error))
+        return DnsSdError::EngineUnavailable;
+    switch (error) {
+    case AVAHI_ERR_COLLISION:
+        return DnsSdError::NameTaken;
+    case AVAHI_ERR_INVALID_SERVICE_NAME:
+    case AVAHI_ERR_INVALID_HOST_NAME:
+    case AVAHI_ERR_INVALID_DOMAIN_NAME:
+        return DnsSdError::InvalidName;
+    case AVAHI_ERR_INVALID_SERVICE_TYPE:
+    case AVAHI_ERR_INVALID_SERVICE_SUBTYPE:
+        return DnsSdError::InvalidType;
+    case AVAHI_ERR_NOT_PERMITTED:
+    case AVAHI_ERR_ACCESS_DENIED:
+        return DnsSdError::NotPermitted;
+    case AVAHI_ERR_TOO_MANY_CLIENTS:
+    case AVAHI_ERR_TOO_MANY_OBJECTS:
+    case AVAHI_ERR_TOO_MANY_ENTRIES:
+        return DnsSdError::TooManyEntries;
+    case AVAHI_ERR_NOT_FOUND:
+    case AVAHI_ERR_TIMEOUT:
+        return DnsSdError::NotFound;
+    default:
+        return DnsSdError::Internal;
+    }
+}
+
 /// libdbus aborts the process on text that is not UTF-8, and a zero byte would end a C string
 /// early.
 bool isText(const std::string& text)
@@ -85,7 +120,7 @@ bool isText(const std::string& text)
 
 bool isHostName(const std::string& name)
 {
-    return isText(name) && avahi_is_valid_domain_name(name.c_str()) != 0;
+    return !name.empty() && isText(name) && avahi_is_valid_domain_name(name.c_str()) != 0;
 }
 
 } // namespace
@@ -149,8 +184,7 @@ void AvahiSession::start(const AddressRequest& request, Clock::time_point /*now*
 void AvahiSession::start(const RegisterRequest& request, Clock::time_point now)
 {
     drop(request.id);
-    if (!isText(request.name) || !isText(request.domain)
-        || (!request.hostName.empty() && !isHostName(request.hostName))) {
+    if (!isText(request.name) || !isHostName(request.hostName)) {
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_NAME);
         return;
     }
@@ -272,7 +306,6 @@ void AvahiSession::lookAtChanged(Clock::time_point now)
 void AvahiSession::lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now)
 {
     using State = AvahiRegistration::Outcome::State;
-    ++lookCount;
     const auto outcome = registration.outcome();
     switch (outcome.state) {
     case State::Underway:
@@ -300,16 +333,6 @@ void AvahiSession::lookAt(AskId id, AvahiRegistration& registration, Clock::time
 std::optional<AvahiSession::Clock::time_point> AvahiSession::nextDeadline() const
 {
     return publications.nextDeadline();
-}
-
-void AvahiSession::hostNameChanged(Clock::time_point now)
-{
-    for (const auto& [id, registration] : registrations) {
-        if (!registration->isOnComputersHostName())
-            continue;
-        registration->demandAll();
-        publishInTurn(id, now);
-    }
 }
 
 } // namespace quillbox::dnssd

@@ -42,15 +42,9 @@ public:
     /// When `tidy` must be called even if nothing else happens.
     std::optional<Clock::time_point> nextDeadline() const;
 
-    /// The computer's host name has changed: republishes what was published under the old one.
-    void hostNameChanged(Clock::time_point now);
-
     /// A call found Avahi unreachable. The session is unusable from then on; it emits no `Failed`
     /// for requests that it could not serve.
     bool isBroken() const { return broken; }
-
-    /// How many times a registration's outcome has been checked so far: a measure of the work done.
-    std::size_t looks() const { return lookCount; }
 
 private:
     void start(const BrowseRequest& request, Clock::time_point now);
@@ -79,7 +73,6 @@ private:
     PublicationQueue publications;
     std::set<AskId> changedRegistrations; ///< since the last `tidy`
     std::map<AskId, std::unique_ptr<AvahiRegistration>> registrations;
-    std::size_t lookCount = 0;
     bool broken = false;
 };
 

@@ -65,8 +65,8 @@ protected:
 
     const std::unique_ptr<MainQueue> mainQueue = makeMainQueue();
     FakeDnsSd dnsSd;
-    const std::unique_ptr<NetService> netService = makeNetService(
-        dnsSd, mainQueue->queue(), {"Quillbox", "_quillbox-admin._tcp", "local", std::nullopt});
+    const std::unique_ptr<NetService> netService =
+        makeNetService(dnsSd, mainQueue->queue(), {"Quillbox", "_quillbox-admin._tcp", "local"});
 };
 
 TEST_P(NetServiceClock, keepsItsLimitWhenTheClockIsSet)

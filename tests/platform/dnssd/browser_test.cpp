@@ -17,7 +17,7 @@ using States = std::vector<Browser::State>;
 
 ServiceEndpoint service(const std::string& name)
 {
-    return {name, "_smb._tcp", "local", std::nullopt};
+    return {name, "_smb._tcp", "local"};
 }
 
 class BrowserTest : public testing::Test {

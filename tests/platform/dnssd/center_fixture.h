@@ -44,10 +44,11 @@ protected:
 
     FakeDispatch dispatch;
     FakeNetworkMonitor monitor;
-    RecordingLog log;
+    RecordingLog logged;
     dnssd::FakeEngine engine;
-    std::unique_ptr<DnsSd> dnsSd = makeDnsSd(
-        engine.makeEngine(), dispatch.makeQueue("dns-sd", QualityOfService::Utility), monitor, log);
+    std::unique_ptr<DnsSd> dnsSd =
+        makeDnsSd(engine.makeEngine(), dispatch.makeQueue("dns-sd", QualityOfService::Utility),
+                  monitor, logged);
 };
 
 } // namespace quillbox

@@ -27,12 +27,12 @@ using Registrations = Recorder<DnsSd::RegistrationUpdate>;
 
 ServiceRegistration smb(const std::string& name)
 {
-    return {name, "_smb._tcp", std::nullopt, std::nullopt};
+    return {name, "_smb._tcp"};
 }
 
 ServiceEndpoint endpoint(const std::string& name)
 {
-    return {name, "_smb._tcp", "local", std::nullopt};
+    return {name, "_smb._tcp", "local"};
 }
 
 std::set<std::string> namesIn(const DnsSd::BrowseUpdate& update)
@@ -112,9 +112,8 @@ TEST_P(DnsSdConformance, seesAServiceThatAppearsWhileBrowsing)
 TEST_P(DnsSdConformance, browsesOneTypeOnly)
 {
     const Registrations registered;
-    const auto other =
-        harness->there().registerService({"Other", "_quillbox._tcp", std::nullopt, std::nullopt},
-                                         kPort, harness->queue(), registered.handler());
+    const auto other = harness->there().registerService({"Other", "_quillbox._tcp"}, kPort,
+                                                        harness->queue(), registered.handler());
     const auto registration = harness->there().registerService(
         smb("Wanted"), kPort, harness->queue(), registered.handler());
     const Browses browsed;

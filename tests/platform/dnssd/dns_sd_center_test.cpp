@@ -109,11 +109,10 @@ TEST_F(DnsSdCenterTest, asksEverythingAnewUnderFreshIdsWhenTheEngineComesBack)
     const Recorder<DnsSd::ResolveUpdate> resolved;
     const Recorder<DnsSd::RegistrationUpdate> registered;
     const auto browse = dnsSd->browse("_smb._tcp", dispatch.mainQueue(), browsed.handler());
-    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local", std::nullopt},
-                                           dispatch.mainQueue(), resolved.handler());
-    const auto registration =
-        dnsSd->registerService({"Mine", "_smb._tcp", std::nullopt, std::nullopt}, 1,
-                               dispatch.mainQueue(), registered.handler());
+    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, dispatch.mainQueue(),
+                                           resolved.handler());
+    const auto registration = dnsSd->registerService({"Mine", "_smb._tcp"}, 1, dispatch.mainQueue(),
+                                                     registered.handler());
     up();
     const auto firstBrowse = engine.only<BrowseRequest>();
     const auto firstLocation = engine.only<LocationRequest>();
@@ -195,7 +194,7 @@ TEST(DnsSdCenter, mayBeUsedFromAnyThreadAndIsDroppedAfterItsQueue)
                     const auto browse = dnsSd->browse("_smb._tcp", queue,
                                                       [&](const DnsSd::BrowseUpdate&) { ++told; });
                     const auto resolution =
-                        dnsSd->resolve({"Quillbox", "_smb._tcp", "local", std::nullopt}, queue,
+                        dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, queue,
                                        [&](const DnsSd::ResolveUpdate&) { ++told; });
                 }
             });

@@ -42,7 +42,7 @@ protected:
 
     FakeDispatch dispatch;
     FakeDnsSd dnsSd;
-    const ServiceEndpoint service{"Quillbox", "_quillbox-admin._tcp", "local", std::nullopt};
+    const ServiceEndpoint service{"Quillbox", "_quillbox-admin._tcp", "local"};
     std::unique_ptr<NetService> netService = makeNetService(dnsSd, dispatch.mainQueue(), service);
     int resolved = 0;
     int notResolved = 0;

@@ -23,8 +23,8 @@ protected:
 
     std::unique_ptr<DnsSd::Ask> add(const std::string& name, std::uint16_t port = 5000)
     {
-        auto ask = dnsSd->registerService({name, "_smb._tcp", std::nullopt, std::nullopt}, port,
-                                          dispatch.mainQueue(), [](const auto&) {});
+        auto ask = dnsSd->registerService({name, "_smb._tcp"}, port, dispatch.mainQueue(),
+                                          [](const auto&) {});
         dispatch.runAll();
         return ask;
     }

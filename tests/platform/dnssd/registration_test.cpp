@@ -31,8 +31,8 @@ protected:
 
     std::unique_ptr<DnsSd::Ask> add(const std::string& name, const Registrations& log)
     {
-        return dnsSd->registerService({name, "_smb._tcp", std::nullopt, std::nullopt}, 5000,
-                                      dispatch.mainQueue(), log.handler());
+        return dnsSd->registerService({name, "_smb._tcp"}, 5000, dispatch.mainQueue(),
+                                      log.handler());
     }
 
     RegisterRequest request() const { return engine.only<RegisterRequest>(); }
@@ -63,9 +63,7 @@ TEST_F(RegistrationTest, publishesTheServiceOnAHostOfItsOwn)
     const RegisterRequest asked = request();
     EXPECT_EQ(asked.name, "Quillbox");
     EXPECT_EQ(asked.type, "_smb._tcp");
-    EXPECT_EQ(asked.domain, "");
     EXPECT_EQ(asked.port, 5000);
-    EXPECT_TRUE(asked.txt.empty());
     EXPECT_TRUE(asked.hostName.starts_with("quillbox-my-pc-")) << asked.hostName;
     EXPECT_TRUE(asked.hostName.ends_with(".local"));
     ASSERT_EQ(asked.addresses.size(), 3U);
@@ -77,18 +75,6 @@ TEST_F(RegistrationTest, publishesTheServiceOnAHostOfItsOwn)
     EXPECT_EQ(registered.count(), 0U);
     establish();
     EXPECT_EQ(registered.last(), ready("Quillbox"));
-}
-
-TEST_F(RegistrationTest, carriesTheStringsOfATxtRecord)
-{
-    const auto other =
-        dnsSd->registerService({"Text", "_smb._tcp", "local", std::string("\3a=b\0\1c", 7)}, 1,
-                               dispatch.mainQueue(), registered.handler());
-    up();
-    const auto all = engine.standing<RegisterRequest>();
-    ASSERT_EQ(all.size(), 2U);
-    EXPECT_EQ(all[1].txt, (std::vector<std::string>{"a=b", "", "c"}));
-    EXPECT_EQ(all[1].domain, "local");
 }
 
 TEST_F(RegistrationTest, keepsTwoServicesOnTwoHosts)
@@ -399,11 +385,9 @@ TEST_F(RegistrationTest, waitsForItsTurnAmongMany)
     up();
     std::vector<std::unique_ptr<DnsSd::Ask>> others;
     for (std::size_t number = 1; number <= 2 * kRegistrationsAtOnce; ++number)
-        others.push_back(dnsSd->registerService({.name = "Quillbox " + std::to_string(number),
-                                                 .type = "_smb._tcp",
-                                                 .domain = {},
-                                                 .txtRecord = {}},
-                                                1, dispatch.mainQueue(), [](const auto&) {}));
+        others.push_back(dnsSd->registerService(
+            {.name = "Quillbox " + std::to_string(number), .type = "_smb._tcp"}, 1,
+            dispatch.mainQueue(), [](const auto&) {}));
     dispatch.advance(kRegistrationLimit - 1ms);
     EXPECT_EQ(engine.count<StopRequest>(), 0U);
     // The time limit of the last registration includes that of the batches before it.
@@ -457,11 +441,9 @@ TEST_F(RegistrationTest, refusesWhatCannotBeWithoutAnEngine)
         return log.last();
     };
     for (const std::string& name : {std::string(), std::string(64, 'x'), std::string("\xff")})
-        EXPECT_EQ(outcome({name, "_smb._tcp", std::nullopt, std::nullopt}).error,
-                  DnsSdError::InvalidName);
-    EXPECT_EQ(outcome({"Name", "smb", std::nullopt, std::nullopt}).error, DnsSdError::InvalidType);
-    EXPECT_EQ(outcome({"Name", "_smb._tcp", std::nullopt, "\5abc"}).state,
-              RegistrationState::Failed);
+        EXPECT_EQ(outcome({name, "_smb._tcp"}).error, DnsSdError::InvalidName);
+    EXPECT_EQ(outcome({"Name", "smb"}).error, DnsSdError::InvalidType);
+    EXPECT_EQ(outcome({"Name", "smb"}).state, RegistrationState::Failed);
 }
 
 TEST_F(RegistrationTest, isWithdrawnWithTheAsk)
@@ -493,7 +475,7 @@ TEST_F(RegistrationTest, ignoresEventsOfEarlierRequests)
 TEST_F(RegistrationTest, logsWhatBecomesOfAName)
 {
     up();
-    log.time += 950ms;
+    logged.time += 950ms;
     establish();
     dispatch.advance(kEstablishedLong);
     collide();
@@ -503,7 +485,7 @@ TEST_F(RegistrationTest, logsWhatBecomesOfAName)
     dispatch.advance(1000ms);
     registration = nullptr;
     dispatch.runAll();
-    EXPECT_THAT(log.lines,
+    EXPECT_THAT(logged.lines,
                 ElementsAre(R"(advertising: "Quillbox" is being registered)",
                             R"(advertising: "Quillbox" is advertised, after 950 ms)",
                             R"(advertising: "Quillbox" has a name conflict, after 950 ms)",
@@ -525,14 +507,14 @@ TEST_F(RegistrationTest, logsNoWithdrawalFromAnEngineThatIsDownOrStopped)
     const auto other = add("Other", registered);
     up();
     down();
-    log.lines.clear();
+    logged.lines.clear();
     registration = nullptr;
     dispatch.runAll();
-    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_THAT(logged.lines, IsEmpty());
     up();
-    log.lines.clear();
+    logged.lines.clear();
     dnsSd = nullptr;
-    EXPECT_THAT(log.lines, IsEmpty());
+    EXPECT_THAT(logged.lines, IsEmpty());
 }
 
 } // namespace quillbox

@@ -64,7 +64,7 @@ protected:
         return {ipv6Address(text, scope, port), interfaceIndex};
     }
 
-    const ServiceEndpoint service{"Quillbox", "_smb._tcp", "local", std::nullopt};
+    const ServiceEndpoint service{"Quillbox", "_smb._tcp", "local"};
     Recorder<DnsSd::ResolveUpdate> resolved;
     std::unique_ptr<DnsSd::Ask> resolution =
         dnsSd->resolve(service, dispatch.mainQueue(), resolved.handler());
@@ -481,8 +481,8 @@ TEST_F(ResolutionTest, settlesAtOnceForWhatCannotBe)
     Recorder<DnsSd::ResolveUpdate> host;
     const auto first = dnsSd->resolveHost("", dispatch.mainQueue(), host.handler());
     Recorder<DnsSd::ResolveUpdate> unnamed;
-    const auto second = dnsSd->resolve({"", "_smb._tcp", "local", std::nullopt},
-                                       dispatch.mainQueue(), unnamed.handler());
+    const auto second =
+        dnsSd->resolve({"", "_smb._tcp", "local"}, dispatch.mainQueue(), unnamed.handler());
     dispatch.runAll();
     EXPECT_EQ(host.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
     EXPECT_EQ(unnamed.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
@@ -524,7 +524,7 @@ TEST_F(QuestionPoolTest, tellsNobodyWhoHasGone)
     std::shared_ptr<Resolution> resolution(
         new (place.data()) Resolution(link, *queue, addresses, {dispatch.mainQueue(), {}}),
         [](Resolution* ended) { std::destroy_at(ended); });
-    resolution->startService(locations, {"Quillbox", "_smb._tcp", "local", std::nullopt});
+    resolution->startService(locations, {"Quillbox", "_smb._tcp", "local"});
     const auto question = locations.ask({"Quillbox", "_smb._tcp", "local"});
     resolution.reset();
     place.fill({}); // a call of what was here ends the test

@@ -96,7 +96,7 @@ TEST_F(ServiceBrowseTest, deliversTheFirstServiceAtOnce)
     emit(found("Quillbox"));
     EXPECT_EQ(dispatch.now(), before);
     EXPECT_EQ(browsed.last().services,
-              (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local", std::nullopt}}));
+              (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local"}}));
 }
 
 TEST_F(ServiceBrowseTest, whatChangesNoSetDeliversNone)
@@ -204,7 +204,7 @@ TEST_F(ServiceBrowseTest, dropsWhatNoServiceOfTheTypeCanBe)
     emit(ServiceFound{id(), kWired, "Quillbox", "_SMB._TCP", "local"});
     dispatch.advance(1s);
     EXPECT_EQ(browsed.last().services,
-              (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local", std::nullopt}}));
+              (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local"}}));
 }
 
 TEST_F(ServiceBrowseTest, carriesHostileNamesVerbatim)
@@ -571,8 +571,8 @@ TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
     up();
     emit(found("Quillbox"));
     Recorder<DnsSd::ResolveUpdate> resolved;
-    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local", std::nullopt},
-                                           dispatch.mainQueue(), resolved.handler());
+    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, dispatch.mainQueue(),
+                                           resolved.handler());
     dispatch.advance(1s);
     const AskId life = lifeOf("Quillbox");
     EXPECT_EQ(engine.count<LocationRequest>(), 1U);

@@ -217,7 +217,7 @@ TEST_F(AddressBookTest, keepsServicesAndHostsApart)
     ASSERT_EQ(dnsSd.count(), 3U);
     EXPECT_EQ(dnsSd.record(2).text, "Phone.local");
     ServiceEndpoint elsewhere = kPhone;
-    elsewhere.interface = "wlan0";
+    elsewhere.domain = "example.org";
     const auto four = read(first, elsewhere);
     EXPECT_EQ(dnsSd.count(), 4U);
     dnsSd.deliver(0, found({foundAt("192.0.2.1")}));

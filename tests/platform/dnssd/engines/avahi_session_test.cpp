@@ -71,7 +71,7 @@ public:
     Group& operator=(const Group&) = delete;
     ~Group() override { std::erase(avahi.groups, this); }
 
-    int addService(const Service& service) override
+    int addService(const RegisterRequest& service) override
     {
         content = service.name;
         return avahi.addServiceError;
@@ -140,9 +140,7 @@ protected:
         RegisterRequest request{.id = id,
                                 .name = name,
                                 .type = "_smb._tcp",
-                                .domain = {},
                                 .port = 4445,
-                                .txt = {},
                                 .hostName = "host.local",
                                 .addresses = {}};
         for (const int interfaceIndex : interfaces)
@@ -386,10 +384,6 @@ TEST_F(AvahiSessionTest, refusesTextThatIsNoText)
         session.handle(AddressRequest{++id, bad, Family::IPv4}, kStart);
         EXPECT_TRUE(std::holds_alternative<Failed>(events.back()));
         RegisterRequest request = registration(++id, "Name");
-        request.domain = bad;
-        session.handle(request, kStart);
-        EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
-        request = registration(++id, "Name");
         request.type = bad;
         session.handle(request, kStart);
         EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidType}));
@@ -403,19 +397,6 @@ TEST_F(AvahiSessionTest, refusesTextThatIsNoText)
     EXPECT_EQ(events.size(), id);
     EXPECT_THAT(avahi.questions, IsEmpty());
     EXPECT_THAT(avahi.groups, IsEmpty());
-}
-
-TEST_F(AvahiSessionTest, publishesAnewUnderTheComputersNewName)
-{
-    RegisterRequest onComputer = registration(1, "On the computer");
-    onComputer.hostName.clear();
-    session.handle(onComputer, kStart);
-    session.handle(registration(2, "On its own"), kStart);
-    const auto* own = avahi.group("On its own");
-    const std::size_t before = avahi.groupsMade;
-    session.hostNameChanged(kStart);
-    EXPECT_EQ(avahi.groupsMade, before + 1);
-    EXPECT_EQ(avahi.group("On its own"), own);
 }
 
 TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
@@ -490,27 +471,6 @@ TEST_F(AvahiSessionTest, whatAvahiBeginsAnewByItselfIsGivenTime)
     EXPECT_EQ(*session.nextDeadline(), kStart + 13s);
     session.tidy(kStart + 13s);
     EXPECT_EQ(avahi.groupsMade, 6U);
-}
-
-TEST_F(AvahiSessionTest, aTurnCostsWhatHasChangedInIt)
-{
-    constexpr AskId kCount = 1000;
-    for (AskId id = 1; id <= kCount; ++id)
-        session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
-    establishInTurns();
-    ASSERT_EQ(registered(), kCount);
-    // A registration is looked at when it is published and when its groups are established.
-    EXPECT_LE(session.looks(), 3 * kCount);
-
-    const std::size_t before = session.looks();
-    for (int turn = 0; turn < 100; ++turn) {
-        session.tidy(kStart + std::chrono::seconds(turn));
-        EXPECT_FALSE(session.nextDeadline());
-    }
-    EXPECT_EQ(session.looks(), before);
-    avahi.group("Name 500")->become(AVAHI_ENTRY_GROUP_COLLISION);
-    session.tidy(kStart);
-    EXPECT_EQ(session.looks(), before + 1);
 }
 
 TEST_F(AvahiSessionTest, endsWhatIsStoppedAndIgnoresTheUnknown)

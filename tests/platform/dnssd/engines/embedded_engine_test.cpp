@@ -30,7 +30,7 @@ protected:
             return;
         engine->start([this, record = events.handler()](const Event& event) {
             record(event);
-            if (const auto* up = std::get_if<EngineUp>(&event); up != nullptr && isReregistering)
+            if (std::holds_alternative<EngineUp>(event) && isReregistering)
                 engine->send(registration(1, "Quillbox", "quillbox-1.local"));
         });
         ASSERT_TRUE(events.waitFor<EngineUp>());

@@ -23,7 +23,7 @@ protected:
     {
         engine->start([this, record = events.handler()](const Event& event) {
             record(event);
-            if (const auto* up = std::get_if<EngineUp>(&event))
+            if (std::holds_alternative<EngineUp>(event))
                 engine->send(registration(1, "Quillbox", "quillbox-1.local"));
         });
     }

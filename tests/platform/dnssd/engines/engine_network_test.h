@@ -46,9 +46,7 @@ protected:
         return {.id = id,
                 .name = name,
                 .type = "_smb._tcp",
-                .domain = {},
                 .port = 4445,
-                .txt = {},
                 .hostName = hostName,
                 .addresses = {{network->interfaceHere(), address(TestNetwork::kAddressHere)}}};
     }

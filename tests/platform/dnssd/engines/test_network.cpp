@@ -222,9 +222,7 @@ int runPeer(int /*argc*/, char** argv)
     RegisterRequest request{.id = 1,
                             .name = argv[2],
                             .type = "_smb._tcp",
-                            .domain = {},
                             .port = 445,
-                            .txt = {},
                             .hostName = argv[3],
                             .addresses = {{std::atoi(argv[4]), {}}}};
     ::inet_pton(AF_INET, argv[5], request.addresses.front().address.bytes.data());
