@@ -8,7 +8,7 @@ import subprocess
 import pytest
 from packing import copy_source
 from rig.network import require_namespaces
-from test_packages import check_mode, check_program, field, members, names_in, version
+from test_packages import check_mode, check_programs, field, members, names_in, version
 from test_packaging import ROOT, need, run
 
 # Where g++ comes from, what speeds up repeated builds, and what only the unit tests need.
@@ -145,7 +145,7 @@ def test_a_build_from_source_has_the_files_that_packing_a_build_has(built, deb):
 @pytest.mark.long
 def test_a_build_from_source_is_hardened(built, tmp_path):
     folder, output = built
-    check_program(package_in(folder), tmp_path)
+    check_programs(package_in(folder), tmp_path)
     (compiled, *_) = [x for x in output.splitlines() if " -c " in x and "relay" in x]
     for flag in ("-fstack-protector-strong", "-D_FORTIFY_SOURCE=2", "-fstack-clash-protection"):
         assert flag in compiled, flag

@@ -123,10 +123,11 @@ private:
     }
 
     void put(IsNumber auto number) { putBytes(&number, sizeof number); }
-    void put(bool flag) { put(static_cast<std::uint8_t>(flag)); }
-    void put(Family family) { put(static_cast<std::uint8_t>(family)); }
-    void put(Collision::Of of) { put(static_cast<std::uint8_t>(of)); }
-    void put(DnsSdError error) { put(static_cast<std::uint8_t>(error)); }
+    template <class E>
+    requires(std::is_enum_v<E> || std::same_as<E, bool>) void put(E value)
+    {
+        put(static_cast<std::uint8_t>(value));
+    }
 
     void put(const std::error_code& error)
     {

@@ -1,6 +1,6 @@
 #include "platform/dnssd/operations/engine_link.h"
 
-#include <type_traits>
+#include <algorithm>
 #include <utility>
 
 namespace quillbox::dnssd {
@@ -49,28 +49,11 @@ void EngineLink::route(AskId id, const Event& event)
 void EngineLink::tellAll(const std::function<void(Client&)>& tell)
 {
     // Clients may attach and detach during the calls. New ones have read the new state already.
-    const std::uint64_t end = nextClient;
-    auto position = clients.begin();
-    while (position != clients.end() && position->first < end) {
-        const std::uint64_t key = position->first;
-        tell(*position->second);
-        position = clients.upper_bound(key);
+    const auto before = clients;
+    for (Client* client : before) {
+        if (std::ranges::find(clients, client) != clients.end())
+            tell(*client);
     }
-}
-
-void EngineLink::attach(Client& client)
-{
-    clients.emplace(nextClient, &client);
-    keys.emplace(&client, nextClient++);
-}
-
-void EngineLink::detach(Client& client)
-{
-    const auto key = keys.find(&client);
-    if (key == keys.end())
-        return;
-    clients.erase(key->second);
-    keys.erase(key);
 }
 
 AskId EngineLink::ask(Client& client, Request request)

@@ -3,13 +3,12 @@
 #include "platform/dnssd/engine/engine.h"
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <system_error>
-#include <unordered_map>
+#include <vector>
 
 namespace quillbox::dnssd {
 
@@ -54,8 +53,8 @@ public:
     void stop();
 
     /// An attaching client must read the state itself; it is notified of later changes.
-    void attach(Client& client);
-    void detach(Client& client);
+    void attach(Client& client) { clients.push_back(&client); }
+    void detach(Client& client) { std::erase(clients, &client); }
 
     State state() const { return currentState; }
     bool isUp() const { return currentState == State::Up; }
@@ -83,9 +82,7 @@ private:
     State currentState = State::Unknown;
     std::error_code currentError;
     std::string computerName;
-    std::uint64_t nextClient = 0;
-    std::map<std::uint64_t, Client*> clients; ///< in the order in which they attached
-    std::unordered_map<const Client*, std::uint64_t> keys;
+    std::vector<Client*> clients; ///< in the order in which they attached
     AskId lastId = 0;
     std::map<AskId, Client*> routes;
 };
