@@ -32,6 +32,4 @@ private:
     void (*call_)(void*, Arguments...) = nullptr;
 };
 
-using Work = Closure<>;
-
 } // namespace quillbox

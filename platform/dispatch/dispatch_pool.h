@@ -4,10 +4,11 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 
 namespace quillbox {
 
-class PoolContext;
+class EventLoop;
 
 /// Runs serial queues, and the I/O of the backends that use them, on two threads: one for work that
 /// the user waits for, one for the rest, so that a flood of DNS-SD names does not delay relayed
@@ -30,15 +31,11 @@ public:
     /// exist. Called by the owner, not on a queue of this pool. Idempotent.
     void shutdown();
 
-    /// The event loop that runs queues of that quality of service, for backends, which include
-    /// `strand_queue.h`.
-    const std::shared_ptr<PoolContext>& context(QualityOfService qos) const;
-
 private:
-    class Loop;
-
-    const std::unique_ptr<Loop> urgent_;
-    const std::unique_ptr<Loop> other_;
+    const std::shared_ptr<EventLoop> urgent_;
+    const std::shared_ptr<EventLoop> other_;
+    std::thread urgentThread_;
+    std::thread otherThread_;
 };
 
 } // namespace quillbox

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dispatch/pool_context.h"
+#include "platform/dispatch/loop_queue.h"
 
 #include <chrono>
 #include <memory>
@@ -8,35 +8,45 @@
 
 namespace quillbox {
 
-/// Runs work on a strand after a delay. Used on that strand, where the work can be cancelled until
-/// it starts; the destructor cancels it.
+/// Runs work on a queue after a delay. Used on that queue, where the work can be cancelled until it
+/// starts; the destructor cancels it.
 class Timer final {
 public:
-    explicit Timer(std::shared_ptr<PoolContext> context) : context_(std::move(context)) {}
+    /// The queue was made by a `DispatchPool`.
+    explicit Timer(std::shared_ptr<DispatchQueue> queue) : queue_(LoopQueue::from(std::move(queue)))
+    {
+    }
     ~Timer() { cancel(); }
 
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
     /// Replaces pending work.
-    template <typename Function>
-    void start(const Strand& strand, std::chrono::milliseconds delay, Function function)
+    template <typename Function> void start(std::chrono::milliseconds delay, Function function)
     {
         cancel();
-        alarm_ = context_->setAlarm(PoolContext::Clock::now() + delay, strand,
-                                    Work(std::move(function)));
+        const auto work = std::make_shared<EventLoop::Work>(std::move(function));
+        work_ = work;
+        timer_ = queue_->loop().addTimer(EventLoop::Clock::now() + delay, queue_->id(),
+                                         EventLoop::Work([work] {
+                                             if (auto due = work->take())
+                                                 due();
+                                         }));
     }
 
     /// Destroys pending work without running it.
     void cancel()
     {
-        if (const auto alarm = std::exchange(alarm_, nullptr))
-            context_->cancelAlarm(alarm);
+        if (const auto work = std::exchange(work_, {}).lock()) {
+            queue_->loop().removeTimer(timer_);
+            const auto dropped = work->take();
+        }
     }
 
 private:
-    const std::shared_ptr<PoolContext> context_;
-    std::shared_ptr<Alarm> alarm_;
+    const std::shared_ptr<LoopQueue> queue_;
+    EventLoop::TimerId timer_;
+    std::weak_ptr<EventLoop::Work> work_; ///< the loop owns it until it runs
 };
 
 } // namespace quillbox

@@ -6,7 +6,7 @@
 #include "platform/dnssd/net_service.h"
 #include "platform/linux/system_configuration.h"
 #include "platform/netlink/netlink_monitor.h"
-#include "platform/tcp/tcp.h"
+#include "platform/tcp/tcp_network.h"
 
 #include <chrono>
 #include <mutex>

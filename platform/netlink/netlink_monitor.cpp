@@ -1,10 +1,8 @@
 #include "platform/netlink/netlink_monitor.h"
 
-#include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
-#include "platform/dispatch/watch.h"
 #include "platform/netlink/netlink_socket.h"
-#include "platform/netlink/route_lookup.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -36,34 +34,6 @@ struct Subscriber {
     std::function<void()> changed;
 };
 
-/// The subscribers to notify. Shared with the `RouteReader`, whose pending work may outlive the
-/// monitor.
-class Subscribers final {
-public:
-    void add(const std::shared_ptr<Subscriber>& subscriber)
-    {
-        const std::lock_guard lock(mutex_);
-        std::erase_if(all_, [](const auto& each) { return each.expired(); });
-        all_.push_back(subscriber);
-    }
-
-    void tell()
-    {
-        const std::lock_guard lock(mutex_);
-        for (const auto& each : all_) {
-            if (const auto subscriber = each.lock())
-                subscriber->queue->async([each] {
-                    if (const auto stillThere = each.lock())
-                        stillThere->changed();
-                });
-        }
-    }
-
-private:
-    std::mutex mutex_;
-    std::vector<std::weak_ptr<Subscriber>> all_;
-};
-
 class HeldSubscription final : public NetworkMonitor::Subscription {
 public:
     explicit HeldSubscription(std::shared_ptr<Subscriber> subscriber)
@@ -75,52 +45,62 @@ private:
     const std::shared_ptr<Subscriber> subscriber_;
 };
 
-/// Reads the netlink socket on its own strand. Pending waits keep it alive until it is closed.
+/// Reads the netlink socket on its own queue, and notifies the subscribers. Pending waits keep it
+/// alive until it is closed, which may be after the monitor is gone.
 class RouteReader final : public std::enable_shared_from_this<RouteReader> {
 public:
-    RouteReader(std::shared_ptr<PoolContext> context, std::shared_ptr<Subscribers> subscribers)
-        : context_(std::move(context)),
-          strand_(context_->makeStrand()),
-          timer_(context_),
-          subscribers_(std::move(subscribers))
+    explicit RouteReader(DispatchPool& pool)
+        : queue_(LoopQueue::from(pool.makeQueue("netlink", QualityOfService::Utility))),
+          timer_(queue_)
     {
     }
 
+    /// Opens the socket in the network namespace of the calling thread.
     void open()
     {
         std::error_code error;
-        const int descriptor = openRouteSocket(error);
-        if (!error)
-            socket_ = Watch::adopt(context_, descriptor, Watch::For::Reading, error);
-        if (error) {
-            std::cerr << "quillbox-helper: cannot monitor network changes: " << error.message()
-                      << '\n';
-            return;
-        }
-        strand_.post([self = shared_from_this()] {
+        auto socket = openRouteSocket(error);
+        queue_->post([self = shared_from_this(), socket = std::move(socket), error]() mutable {
+            if (!error)
+                self->socket_ = FdWatcher::adopt(self->queue_, socket.release(),
+                                                 FdWatcher::For::Reading, error);
             if (self->socket_)
                 self->wait();
+            else
+                std::cerr << "quillbox-helper: cannot monitor network changes: " << error.message()
+                          << '\n';
         });
-    }
-
-    /// Notifies the subscribers after `delay`, unless a notification is pending already.
-    void tellAfter(std::chrono::milliseconds delay)
-    {
-        strand_.post([self = shared_from_this(), delay] { self->schedule(delay); });
     }
 
     void close()
     {
-        strand_.post([self = shared_from_this()] {
+        queue_->post([self = shared_from_this()] {
             self->socket_.reset();
             self->timer_.cancel();
         });
     }
 
+    std::unique_ptr<NetworkMonitor::Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
+                                                            std::function<void()> changed)
+    {
+        auto subscriber =
+            std::make_shared<Subscriber>(Subscriber{std::move(queue), std::move(changed)});
+        const std::lock_guard lock(mutex_);
+        std::erase_if(subscribers_, [](const auto& each) { return each.expired(); });
+        subscribers_.push_back(subscriber);
+        return std::make_unique<HeldSubscription>(std::move(subscriber));
+    }
+
+    /// Notifies the subscribers after `delay`, unless a notification is pending already.
+    void tellAfter(std::chrono::milliseconds delay)
+    {
+        queue_->post([self = shared_from_this(), delay] { self->schedule(delay); });
+    }
+
 private:
     void wait()
     {
-        socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
+        socket_->waitReadable([self = shared_from_this()](const std::error_code& error) {
             if (!error)
                 self->read();
         });
@@ -151,18 +131,30 @@ private:
     {
         if (std::exchange(isScheduled_, true))
             return;
-        timer_.start(strand_, delay, [self = shared_from_this()] {
+        timer_.start(delay, [self = shared_from_this()] {
             self->isScheduled_ = false;
-            self->subscribers_->tell();
+            self->tell();
         });
     }
 
-    const std::shared_ptr<PoolContext> context_;
-    const Strand strand_;
-    std::unique_ptr<Watch> socket_; ///< null if it could not be opened, and after `close`
+    void tell()
+    {
+        const std::lock_guard lock(mutex_);
+        for (const auto& each : subscribers_) {
+            if (const auto subscriber = each.lock())
+                subscriber->queue->async([each] {
+                    if (const auto stillThere = each.lock())
+                        stillThere->changed();
+                });
+        }
+    }
+
+    const std::shared_ptr<LoopQueue> queue_;
+    std::unique_ptr<FdWatcher> socket_; ///< null if it could not be opened, and after `close`
     Timer timer_;
-    const std::shared_ptr<Subscribers> subscribers_;
     bool isScheduled_ = false; ///< a notification is pending
+    std::mutex mutex_;
+    std::vector<std::weak_ptr<Subscriber>> subscribers_; ///< guarded by the mutex
 };
 
 SocketAddress toSocketAddress(const sockaddr* address)
@@ -203,10 +195,7 @@ std::optional<std::vector<InterfaceAddress>> readAddresses()
 
 class NetlinkMonitor final : public NetworkMonitor {
 public:
-    explicit NetlinkMonitor(DispatchPool& pool)
-        : subscribers_(std::make_shared<Subscribers>()),
-          reader_(
-              std::make_shared<RouteReader>(pool.context(QualityOfService::Utility), subscribers_))
+    explicit NetlinkMonitor(DispatchPool& pool) : reader_(std::make_shared<RouteReader>(pool))
     {
         reader_->open();
     }
@@ -247,14 +236,10 @@ public:
     std::unique_ptr<Subscription> subscribe(std::shared_ptr<DispatchQueue> queue,
                                             std::function<void()> changed) override
     {
-        auto subscriber =
-            std::make_shared<Subscriber>(Subscriber{std::move(queue), std::move(changed)});
-        subscribers_->add(subscriber);
-        return std::make_unique<HeldSubscription>(std::move(subscriber));
+        return reader_->subscribe(std::move(queue), std::move(changed));
     }
 
 private:
-    const std::shared_ptr<Subscribers> subscribers_;
     const std::shared_ptr<RouteReader> reader_;
     mutable RouteLookup routes_;
     mutable std::mutex mutex_;

@@ -19,7 +19,7 @@ struct AddressRace::Entry {
     DialPermission permission; ///< that of the latest attempt
     State state = State::Untried;
     bool isGone = false; ///< no longer a candidate
-    std::unique_ptr<Socket> socket;
+    std::unique_ptr<FdWatcher> socket;
     std::error_code error;
 };
 
@@ -38,12 +38,12 @@ bool isFinal(const std::error_code& error)
 
 } // namespace
 
-AddressRace::AddressRace(std::shared_ptr<TcpContext> context, Strand strand, SocketAddress client,
-                         Handlers handlers)
+AddressRace::AddressRace(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
+                         SocketAddress client, Handlers handlers)
     : context_(std::move(context)),
-      strand_(std::move(strand)),
+      queue_(std::move(queue)),
       client_(std::move(client)),
-      timer_(context_->pool),
+      timer_(queue_),
       handlers_(std::move(handlers))
 {
 }
@@ -120,7 +120,7 @@ void AddressRace::advanceSoon()
 {
     if (isStopped_ || std::exchange(isAdvancing_, true))
         return;
-    strand_.post([self = shared_from_this()] {
+    queue_->post([self = shared_from_this()] {
         self->isAdvancing_ = false;
         self->advance();
     });
@@ -160,7 +160,7 @@ bool AddressRace::mayTryAnother() const
 
 void AddressRace::startNextLater()
 {
-    timer_.start(strand_, kStagger, [weak = weak_from_this()] {
+    timer_.start(kStagger, [weak = weak_from_this()] {
         if (const auto self = weak.lock())
             self->advance();
     });
@@ -230,23 +230,23 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
     if (!error)
         error = beginConnect(descriptor, address);
     // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
-    entry->socket =
-        Socket::adopt(context_->pool, descriptor, std::move(place), Watch::For::ReadingAndWriting);
-    if (!entry->socket)
-        error = std::make_error_code(std::errc::not_enough_memory);
+    std::error_code failure;
+    entry->socket = FdWatcher::adopt(queue_, descriptor, FdWatcher::For::ReadingAndWriting, failure,
+                                     std::move(place));
+    if (failure)
+        error = failure;
     if (error != std::errc::operation_in_progress) {
         settle(entry, error);
         return;
     }
     entry->state = Entry::State::Trying;
-    entry->socket->waitWritable(strand_,
-                                [weak = weak_from_this(), entry](const std::error_code& failure) {
-                                    const auto self = weak.lock();
-                                    if (!self || self->isStopped_ || failure)
-                                        return;
-                                    self->settle(entry, self->resultOf(*entry));
-                                    self->advance();
-                                });
+    entry->socket->waitWritable([weak = weak_from_this(), entry](const std::error_code& cancelled) {
+        const auto self = weak.lock();
+        if (!self || self->isStopped_ || cancelled)
+            return;
+        self->settle(entry, self->resultOf(*entry));
+        self->advance();
+    });
 }
 
 /// The result of an attempt that the kernel has finished.

@@ -1,9 +1,10 @@
 #pragma once
 
+#include "platform/dispatch/fd_watcher.h"
+#include "platform/dispatch/loop_queue.h"
 #include "platform/dispatch/timer.h"
 #include "platform/net_service.h"
 #include "platform/tcp/dialable_address.h"
-#include "platform/tcp/socket.h"
 #include "platform/tcp/tcp_context.h"
 
 #include <chrono>
@@ -21,7 +22,7 @@ namespace quillbox {
 /// the local network, and waiting for a stale address would take seconds. The first attempt that
 /// connects wins, and the others are closed.
 ///
-/// Used on one strand, where the handlers are called as well, never inside a call to this object.
+/// Used on its queue, where the handlers are called as well, never inside a call to this object.
 class AddressRace final : public std::enable_shared_from_this<AddressRace> {
 public:
     static constexpr std::chrono::milliseconds kStagger{100};
@@ -33,15 +34,15 @@ public:
     };
 
     struct Handlers {
-        std::function<void(std::unique_ptr<Socket>)> won;
+        std::function<void(std::unique_ptr<FdWatcher>)> won;
         /// All candidates have failed. Called again after each `setCandidates` and `restart` after
         /// which no attempt is pending.
         std::function<void(Outcome)> lost;
     };
 
     /// `client` is as in `TcpParameters`.
-    AddressRace(std::shared_ptr<TcpContext> context, Strand strand, SocketAddress client,
-                Handlers handlers);
+    AddressRace(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
+                SocketAddress client, Handlers handlers);
     ~AddressRace();
 
     AddressRace(const AddressRace&) = delete;
@@ -78,12 +79,12 @@ private:
     void closeAll();
 
     const std::shared_ptr<TcpContext> context_;
-    const Strand strand_;
+    const std::shared_ptr<LoopQueue> queue_;
     const SocketAddress client_;
     Timer timer_;
     Handlers handlers_;
     std::vector<std::shared_ptr<Entry>> entries_;
-    std::unique_ptr<Socket> winner_;
+    std::unique_ptr<FdWatcher> winner_;
     int lastFamily_ = 0;
     bool isAdvancing_ = false;
     bool isStopped_ = false;

@@ -33,23 +33,20 @@ std::optional<std::string> multicastName(const std::string& host)
 
 } // namespace
 
-Connector::Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<DispatchQueue> queue,
-                     Endpoint endpoint, SocketAddress client, Handlers handlers)
-    : context_(std::move(context)),
-      queue_(std::move(queue)),
-      endpoint_(std::move(endpoint)),
-      client_(std::move(client)),
-      handlers_(std::move(handlers)),
-      timer_(context_->pool)
+Connector::Connector(std::shared_ptr<TcpContext> context, Endpoint endpoint, SocketAddress client)
+    : context_(std::move(context)), endpoint_(std::move(endpoint)), client_(std::move(client))
 {
 }
 
-void Connector::start()
+void Connector::start(std::shared_ptr<LoopQueue> queue, Handlers handlers)
 {
+    queue_ = std::move(queue);
+    handlers_ = std::move(handlers);
+    timer_.emplace(queue_);
     race_ = std::make_shared<AddressRace>(
-        context_, strandOf(*queue_), client_,
+        context_, queue_, client_,
         AddressRace::Handlers{.won =
-                                  [weak = weak_from_this()](std::unique_ptr<Socket> socket) {
+                                  [weak = weak_from_this()](std::unique_ptr<FdWatcher> socket) {
                                       const auto self = weak.lock();
                                       if (!self || !self->race_)
                                           return;
@@ -69,7 +66,7 @@ void Connector::stop()
 {
     if (!race_)
         return;
-    timer_.cancel();
+    timer_->cancel();
     ask_.reset();
     networkChanges_.reset();
     std::exchange(race_, nullptr)->stop();
@@ -115,7 +112,7 @@ void Connector::lookUp(const HostEndpoint& host)
                                 const auto self = weak.lock();
                                 if (!self)
                                     return;
-                                strandOf(*self->queue_).post([weak, addresses, error] {
+                                self->queue_->post([weak, addresses, error] {
                                     const auto connector = weak.lock();
                                     if (connector && connector->race_)
                                         connector->takeLookedUp(addresses, error);
@@ -142,7 +139,7 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
     // Without an engine no answer can come; another update follows when one is available.
     isSettled_ = update.error || (update.isSettledIPv4 && update.isSettledIPv6);
     isPartlySettled_ = update.isSettledIPv4 || update.isSettledIPv6;
-    timer_.cancel();
+    timer_->cancel();
     sourceError_ = update.error;
     std::vector<Candidate> candidates;
     const auto* host = endpoint_.host();
@@ -170,12 +167,11 @@ void Connector::lose(const AddressRace::Outcome& outcome)
     // More addresses may follow; their update starts the race again.
     if (!isSettled_) {
         if (outcome.isFinal && isPartlySettled_)
-            timer_.start(strandOf(*queue_), kOtherFamilyLimit,
-                         [weak = weak_from_this(), error = outcome.error] {
-                             const auto self = weak.lock();
-                             if (self && self->race_)
-                                 self->fail(error);
-                         });
+            timer_->start(kOtherFamilyLimit, [weak = weak_from_this(), error = outcome.error] {
+                const auto self = weak.lock();
+                if (self && self->race_)
+                    self->fail(error);
+            });
         return;
     }
     if (outcome.isFinal) {
@@ -200,7 +196,7 @@ void Connector::wait(std::error_code error)
     watchNetwork();
     // An active DNS-SD query without addresses needs no retry: it reports them once they are known.
     if (hasCandidates_ || !ask_) {
-        timer_.start(strandOf(*queue_), pause_, [weak = weak_from_this()] {
+        timer_->start(pause_, [weak = weak_from_this()] {
             const auto self = weak.lock();
             if (self && self->race_)
                 self->retry();
@@ -229,7 +225,7 @@ void Connector::watchNetwork()
 
 void Connector::retry()
 {
-    timer_.cancel();
+    timer_->cancel();
     const auto* host = endpoint_.host();
     const bool isLookedUp = host != nullptr && !ask_ && !parseNumericHost(host->host, host->port);
     if (isLookedUp)

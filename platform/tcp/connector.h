@@ -6,6 +6,7 @@
 #include "platform/endpoint.h"
 #include "platform/network_monitor.h"
 #include "platform/tcp/address_race.h"
+#include "platform/tcp/tcp_connection.h"
 #include "platform/tcp/tcp_context.h"
 
 #include <chrono>
@@ -21,32 +22,15 @@ namespace quillbox {
 /// Resolves an endpoint and races its addresses until one connects. If none is reachable, retries
 /// when the network or the endpoint's records change, and with exponential backoff from 1 to 30
 /// seconds, because a phone that wakes up causes no event. `client` is as in `TcpParameters`.
-///
-/// Used on its queue, where the handlers are called as well, never inside a call to this object.
-class Connector final : public std::enable_shared_from_this<Connector> {
+class Connector final : public Dialler, public std::enable_shared_from_this<Connector> {
 public:
     static constexpr std::chrono::seconds kFirstPause{1};
     static constexpr std::chrono::seconds kLongestPause{30};
 
-    struct Handlers {
-        /// No address is reachable at present; called again only if the error changes.
-        std::function<void(std::error_code)> waiting;
-        /// At most one of these two is called, as the last handler.
-        std::function<void(std::unique_ptr<Socket>)> connected;
-        std::function<void(std::error_code)> failed;
-    };
+    Connector(std::shared_ptr<TcpContext> context, Endpoint endpoint, SocketAddress client);
 
-    Connector(std::shared_ptr<TcpContext> context, std::shared_ptr<DispatchQueue> queue,
-              Endpoint endpoint, SocketAddress client, Handlers handlers);
-
-    Connector(const Connector&) = delete;
-    Connector& operator=(const Connector&) = delete;
-
-    /// Called once.
-    void start();
-
-    /// Ends all attempts; no handler is called afterwards. Idempotent.
-    void stop();
+    void start(std::shared_ptr<LoopQueue> queue, Handlers handlers) override;
+    void stop() override;
 
 private:
     void findAddresses();
@@ -62,11 +46,11 @@ private:
     void retry();
 
     const std::shared_ptr<TcpContext> context_;
-    const std::shared_ptr<DispatchQueue> queue_;
     const Endpoint endpoint_;
     const SocketAddress client_;
+    std::shared_ptr<LoopQueue> queue_; ///< null before `start`
     Handlers handlers_;
-    Timer timer_;
+    std::optional<Timer> timer_;        ///< none before `start`
     std::shared_ptr<AddressRace> race_; ///< null before `start` and after `stop`
     std::unique_ptr<DnsSd::Ask> ask_;
     std::unique_ptr<NetworkMonitor::Subscription> networkChanges_;

@@ -20,16 +20,15 @@ constexpr std::size_t kDiscardAtOnce = 1024UL * 1024;
 constexpr std::chrono::milliseconds kFirstLook{2};
 constexpr std::chrono::milliseconds kLongestLook{500};
 
-/// Runs on its own strand, and is kept alive by its pending waits.
+/// Kept alive by its pending waits.
 class LingeringClose final : public std::enable_shared_from_this<LingeringClose> {
 public:
-    LingeringClose(std::shared_ptr<PoolContext> pool, std::shared_ptr<ChunkPool> chunks,
-                   std::unique_ptr<Socket> socket, Unsent unsent, Ending ending,
+    LingeringClose(std::shared_ptr<LoopQueue> queue, std::shared_ptr<ChunkPool> chunks,
+                   std::unique_ptr<FdWatcher> socket, PendingSend unsent, Ending ending,
                    std::chrono::milliseconds patience)
-        : pool_(std::move(pool)),
+        : queue_(std::move(queue)),
           chunks_(std::move(chunks)),
-          strand_(pool_->makeStrand()),
-          timer_(pool_),
+          timer_(queue_),
           socket_(std::move(socket)),
           unsent_(std::move(unsent)),
           ending_(ending),
@@ -39,7 +38,7 @@ public:
 
     void start()
     {
-        strand_.post([self = shared_from_this()] {
+        queue_->post([self = shared_from_this()] {
             self->sendRest();
             self->discard();
             self->look();
@@ -52,11 +51,10 @@ private:
         while (socket_ && !unsent_.isNothing()) {
             const auto sent = unsent_.sendSome(socket_->descriptor(), *chunks_);
             if (sent.wouldBlock()) {
-                socket_->waitWritable(strand_,
-                                      [self = shared_from_this()](const std::error_code& error) {
-                                          if (!error)
-                                              self->sendRest();
-                                      });
+                socket_->waitWritable([self = shared_from_this()](const std::error_code& error) {
+                    if (!error)
+                        self->sendRest();
+                });
                 return;
             }
             if (sent.error)
@@ -84,10 +82,10 @@ private:
             return;
         }
         if (!read.wouldBlock()) {
-            strand_.post(std::bind_front(&LingeringClose::discard, shared_from_this()));
+            queue_->post(std::bind_front(&LingeringClose::discard, shared_from_this()));
             return;
         }
-        socket_->waitReadable(strand_, [self = shared_from_this()](const std::error_code& error) {
+        socket_->waitReadable([self = shared_from_this()](const std::error_code& error) {
             if (!error)
                 self->discard();
         });
@@ -111,7 +109,7 @@ private:
             finish();
             return;
         }
-        timer_.start(strand_, pause_, [self = shared_from_this()] { self->look(); });
+        timer_.start(pause_, [self = shared_from_this()] { self->look(); });
         pause_ = std::min(pause_ * 2, kLongestLook);
     }
 
@@ -131,12 +129,11 @@ private:
         socket_.reset();
     }
 
-    const std::shared_ptr<PoolContext> pool_;
+    const std::shared_ptr<LoopQueue> queue_;
     const std::shared_ptr<ChunkPool> chunks_;
-    const Strand strand_;
     Timer timer_;
-    std::unique_ptr<Socket> socket_;
-    Unsent unsent_;
+    std::unique_ptr<FdWatcher> socket_;
+    PendingSend unsent_;
     const Ending ending_;
     const std::chrono::milliseconds patience_;
     std::size_t discarded_ = 0;
@@ -147,9 +144,9 @@ private:
 
 } // namespace
 
-void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool resetMatters, Ending ending,
-                 std::chrono::milliseconds patience)
+void closeGently(const std::shared_ptr<LoopQueue>& queue, const std::shared_ptr<ChunkPool>& chunks,
+                 std::unique_ptr<FdWatcher> socket, PendingSend unsent, bool resetMatters,
+                 Ending ending, std::chrono::milliseconds patience)
 {
     const int descriptor = socket->descriptor();
     const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
@@ -162,10 +159,10 @@ void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Soc
         return;
     if (isDelivered && unreadBytes(descriptor) == 0)
         return;
-    if (context->pool->isShutDown() || isDead(descriptor))
+    if (queue->loop().isShutDown() || isDead(descriptor))
         return;
-    auto closing = std::make_shared<LingeringClose>(
-        context->pool, context->chunks, std::move(socket), std::move(unsent), ending, patience);
+    auto closing = std::make_shared<LingeringClose>(queue, chunks, std::move(socket),
+                                                    std::move(unsent), ending, patience);
     closing->start();
 }
 

@@ -1,8 +1,9 @@
 #pragma once
 
-#include "platform/tcp/socket.h"
-#include "platform/tcp/tcp_context.h"
-#include "platform/tcp/unsent.h"
+#include "platform/dispatch/fd_watcher.h"
+#include "platform/dispatch/loop_queue.h"
+#include "platform/tcp/chunk_pool.h"
+#include "platform/tcp/pending_send.h"
 
 #include <chrono>
 #include <memory>
@@ -18,10 +19,10 @@ enum class Ending { EndOfStream, Reset };
 /// undelivered data.
 ///
 /// Meanwhile input is discarded, at most 64 MiB. Gives up when the peer accepts nothing for
-/// `patience`. Runs in the background on the pool; if there is nothing to wait for, the socket is
+/// `patience`. Runs in the background on the queue; if there is nothing to wait for, the socket is
 /// closed before this returns. `resetMatters`: whether something was sent and input may be left.
-void closeGently(const std::shared_ptr<TcpContext>& context, std::unique_ptr<Socket> socket,
-                 Unsent unsent, bool resetMatters, Ending ending,
-                 std::chrono::milliseconds patience = std::chrono::seconds(30));
+void closeGently(const std::shared_ptr<LoopQueue>& queue, const std::shared_ptr<ChunkPool>& chunks,
+                 std::unique_ptr<FdWatcher> socket, PendingSend unsent, bool resetMatters,
+                 Ending ending, std::chrono::milliseconds patience = std::chrono::seconds(30));
 
 } // namespace quillbox

@@ -1,58 +1,83 @@
 #include "platform/tcp/listening_port.h"
 
-#include "platform/tcp/service_port.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/text.h"
 
-#include <optional>
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <fstream>
+#include <iterator>
+#include <sstream>
 #include <utility>
 
 namespace quillbox {
 
-std::unique_ptr<ListeningPort> ListeningPort::open(std::shared_ptr<TcpContext> context,
-                                                   std::uint16_t port, bool allowsReuse,
-                                                   std::error_code& error, std::string service)
+namespace {
+
+/// How many ports of a service are tried. With 250 phones, one port in 16 is in use.
+constexpr std::size_t kTries = 8;
+
+constexpr PortRange kDefaultEphemeral{.first = 32768, .last = 60999};
+
+} // namespace
+
+std::optional<ListeningPort> ListeningPort::open(TcpContext& context, std::uint16_t port,
+                                                 bool allowsReuse, std::error_code& error,
+                                                 std::string service)
 {
-    const int descriptor = openListeningSocket(port, allowsReuse, error, context->reach);
+    FileDescriptor socket(openListeningSocket(port, allowsReuse, error, context.reach));
     if (error)
-        return nullptr;
-    auto adopted = Socket::adopt(context->pool, descriptor, std::nullopt);
-    if (!adopted) {
-        error = std::make_error_code(std::errc::not_enough_memory);
-        return nullptr;
-    }
-    return std::unique_ptr<ListeningPort>(
-        new ListeningPort(std::move(context), std::move(adopted), std::move(service)));
+        return std::nullopt;
+    const auto number = localPort(socket.get());
+    return ListeningPort{.entry = context.ownPorts.add(number, std::move(service)),
+                         .socket = std::move(socket),
+                         .number = number};
 }
 
-std::unique_ptr<ListeningPort>
-ListeningPort::openForService(const std::shared_ptr<TcpContext>& context,
-                              const std::string& service, bool allowsReuse,
-                              const ListeningPort& instead)
+std::optional<ListeningPort> ListeningPort::openForService(TcpContext& context,
+                                                           const std::string& service,
+                                                           bool allowsReuse, std::uint16_t instead)
 {
     for (const auto port : servicePorts(service, ephemeralPorts())) {
-        if (port == instead.number())
+        if (port == instead)
             break;
         std::error_code error;
         if (auto opened = open(context, port, allowsReuse, error, service))
             return opened;
     }
-    return nullptr;
+    return std::nullopt;
 }
 
-ListeningPort::ListeningPort(std::shared_ptr<TcpContext> context, std::unique_ptr<Socket> socket,
-                             std::string service)
-    : context_(std::move(context)),
-      socket_(std::move(socket)),
-      number_(localPort(socket_->descriptor()))
+PortRange ephemeralPorts()
 {
-    context_->ownPorts.add(number_, std::move(service));
+    std::ifstream file("/proc/sys/net/ipv4/ip_local_port_range");
+    return parsePortRange({std::istreambuf_iterator<char>(file), {}});
 }
 
-ListeningPort::~ListeningPort()
+PortRange parsePortRange(const std::string& text)
 {
-    // First, because others wait for the removal to open the port themselves.
-    socket_.reset();
-    context_->ownPorts.remove(number_);
+    std::istringstream numbers(text);
+    PortRange range;
+    if (numbers >> range.first >> range.last && range.first <= range.last)
+        return range;
+    return kDefaultEphemeral;
+}
+
+std::vector<std::uint16_t> servicePorts(std::string_view name, PortRange ephemeral)
+{
+    constexpr std::uint64_t kCount = kServicePorts.last - kServicePorts.first + 1;
+    const std::uint64_t start = stableHash(normalized(name)) % kCount;
+    std::vector<std::uint16_t> steady;
+    std::vector<std::uint16_t> shared;
+    for (std::uint64_t index = 0; index < kCount; ++index) {
+        const auto port =
+            static_cast<std::uint16_t>(kServicePorts.first + (start + index) % kCount);
+        (ephemeral.contains(port) ? shared : steady).push_back(port);
+    }
+    auto& choice = steady.empty() ? shared : steady;
+    choice.resize(std::min(kTries, choice.size()));
+    return choice;
 }
 
 } // namespace quillbox

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <list>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -15,27 +17,14 @@ namespace quillbox {
 /// The ports of this program's listeners. Thread-safe.
 class OwnPorts final {
 public:
-    /// `service` is the name of the service that has the port; empty if none.
-    void add(std::uint16_t port, std::string service = {})
+    /// The port is one of the program's own until the returned reference is dropped, which must
+    /// happen after it was closed and before this object is destroyed. `service` is the name of the
+    /// service that has the port; empty if none.
+    [[nodiscard]] std::shared_ptr<void> add(std::uint16_t port, std::string service = {})
     {
         const std::lock_guard lock(mutex_);
-        ports_.push_back({.port = port, .service = std::move(service), .removed = {}});
-    }
-
-    /// Removes one entry, even if several have the port. Called when it is closed.
-    void remove(std::uint16_t port)
-    {
-        std::vector<std::function<void()>> removed;
-        {
-            const std::lock_guard lock(mutex_);
-            const auto position = std::ranges::find(ports_, port, &Entry::port);
-            if (position == ports_.end())
-                return;
-            removed.swap(position->removed);
-            ports_.erase(position);
-        }
-        for (const auto& each : removed)
-            each();
+        const auto entry = ports_.insert(ports_.end(), {port, std::move(service), {}});
+        return {this, [this, entry](void*) { remove(entry); }};
     }
 
     bool contains(std::uint16_t port) const
@@ -76,8 +65,19 @@ private:
         std::vector<std::function<void()>> removed;
     };
 
+    void remove(std::list<Entry>::iterator entry)
+    {
+        std::list<Entry> removed;
+        {
+            const std::lock_guard lock(mutex_);
+            removed.splice(removed.end(), ports_, entry);
+        }
+        for (const auto& each : removed.front().removed)
+            each();
+    }
+
     mutable std::mutex mutex_;
-    std::vector<Entry> ports_;
+    std::list<Entry> ports_;
 };
 
 } // namespace quillbox

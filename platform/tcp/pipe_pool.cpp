@@ -1,6 +1,12 @@
 #include "platform/tcp/pipe_pool.h"
 
+#include "platform/connection.h"
+
+#include <array>
 #include <utility>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace quillbox {
 
@@ -9,7 +15,29 @@ namespace {
 /// The time between a refused pipe and the next attempt, which costs up to four system calls.
 constexpr std::chrono::seconds kPauseAfterRefusal{10};
 
+/// Equals the default pipe-max-size (pipe(7)), the largest size allowed without privileges.
+constexpr int kPipeSize = static_cast<int>(kMaximumContentSize);
+
+/// Never SPLICE_F_MORE: it would delay the end of a small message by 200 ms.
+Transfer splice(int from, int to, std::size_t limit)
+{
+    return uninterrupted([&] {
+        return ::splice(from, nullptr, to, nullptr, limit, SPLICE_F_MOVE | SPLICE_F_NONBLOCK);
+    });
+}
+
 } // namespace
+
+std::optional<Pipe> Pipe::open()
+{
+    std::array<int, 2> ends{};
+    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)
+        return std::nullopt;
+    Pipe pipe{.readEnd = FileDescriptor(ends[0]), .writeEnd = FileDescriptor(ends[1])};
+    if (::fcntl(ends[1], F_SETPIPE_SZ, kPipeSize) < 0)
+        return std::nullopt;
+    return pipe;
+}
 
 PipedChunk::PipedChunk(std::shared_ptr<PipePool> pool, Pipe pipe)
     : pool_(std::move(pool)), pipe_(std::move(pipe))
@@ -23,7 +51,7 @@ PipedChunk::~PipedChunk()
 
 Transfer PipedChunk::fill(int socket, std::size_t limit)
 {
-    const auto moved = pipe_.fillFrom(socket, limit);
+    const auto moved = splice(socket, pipe_.writeEnd.get(), limit);
     size_ += moved.count;
     left_ += moved.count;
     return moved;
@@ -31,7 +59,7 @@ Transfer PipedChunk::fill(int socket, std::size_t limit)
 
 Transfer PipedChunk::drain(int socket)
 {
-    const auto moved = pipe_.drainTo(socket, left_);
+    const auto moved = splice(pipe_.readEnd.get(), socket, left_);
     left_ -= moved.count;
     return moved;
 }
@@ -40,7 +68,9 @@ std::unique_ptr<Chunk> PipedChunk::takeRest(ChunkPool& chunks)
 {
     auto chunk = chunks.borrow(left_, left_);
     while (left_ > 0) {
-        const auto moved = pipe_.read(chunk->room());
+        const auto room = chunk->room();
+        const auto moved =
+            uninterrupted([&] { return ::read(pipe_.readEnd.get(), room.data(), room.size()); });
         if (moved.count == 0)
             break;
         chunk->grow(moved.count);

@@ -1,19 +1,29 @@
 #pragma once
 
 #include "platform/content.h"
+#include "platform/posix/file_descriptor.h"
 #include "platform/tcp/chunk_pool.h"
-#include "platform/tcp/pipe.h"
-#include "platform/tcp/transfer.h"
+#include "platform/tcp/socket_calls.h"
 
 #include <chrono>
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace quillbox {
 
 class PipePool;
+
+/// A non-blocking pipe with room for a content of maximum size.
+struct Pipe {
+    FileDescriptor readEnd;
+    FileDescriptor writeEnd;
+
+    /// None if no pipe of this size is available.
+    static std::optional<Pipe> open();
+};
 
 /// A borrowed pipe that moves one chunk from a socket to another without a copy in user space. Its
 /// destructor, which may run on any thread, returns the pipe to the pool, or closes it if it still
@@ -37,7 +47,8 @@ public:
     /// known then.
     Transfer fill(int socket, std::size_t limit);
 
-    /// Moves as many bytes into the socket as it accepts.
+    /// Moves as many bytes into the socket as it accepts. After a reset by the peer this raises
+    /// SIGPIPE, since splice(2) has no flag against it; the process ignores that signal.
     Transfer drain(int socket);
 
     /// Reads the remaining bytes into memory.

@@ -18,16 +18,15 @@ std::size_t SocketLedger::defaultMost()
     return static_cast<std::size_t>(std::min(limit.rlim_cur / 5 * 4, kMost));
 }
 
-std::optional<SocketLedger::Place> SocketLedger::open()
+SocketLedger::Place SocketLedger::open()
 {
     const std::lock_guard lock(mutex_);
     if (open_ >= mostWithOwn_)
-        return std::nullopt;
-    ++open_;
-    return Place(shared_from_this(), std::nullopt);
+        return nullptr;
+    return makePlace(std::nullopt);
 }
 
-std::optional<SocketLedger::Place> SocketLedger::admit(const SocketAddress& client, bool isOwn)
+SocketLedger::Place SocketLedger::admit(const SocketAddress& client, bool isOwn)
 {
     const std::lock_guard lock(mutex_);
     const auto most = isOwn ? mostWithOwn_ : most_;
@@ -36,11 +35,17 @@ std::optional<SocketLedger::Place> SocketLedger::admit(const SocketAddress& clie
     if (host->second >= left) {
         if (host->second == 0)
             hosts_.erase(host);
-        return std::nullopt;
+        return nullptr;
     }
     ++host->second;
+    return makePlace(host);
+}
+
+/// `host`: that of an accepted connection.
+SocketLedger::Place SocketLedger::makePlace(std::optional<Hosts::iterator> host)
+{
     ++open_;
-    return Place(shared_from_this(), host);
+    return {this, [self = shared_from_this(), host](void*) { self->free(host); }};
 }
 
 void SocketLedger::free(const std::optional<Hosts::iterator>& host)

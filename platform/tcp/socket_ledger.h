@@ -19,31 +19,9 @@ namespace quillbox {
 /// may have as many accepted connections as there are sockets left: the more hosts there are, the
 /// fewer has each, and no host takes all. Thread-safe.
 class SocketLedger final : public std::enable_shared_from_this<SocketLedger> {
-    using Hosts = std::map<SocketAddress, std::size_t>;
-
 public:
-    /// Counts one socket as open until it is destroyed.
-    class Place final {
-    public:
-        Place(Place&&) noexcept = default;
-        Place& operator=(Place&&) = delete;
-        ~Place()
-        {
-            if (ledger_)
-                ledger_->free(host_);
-        }
-
-    private:
-        friend class SocketLedger;
-
-        Place(std::shared_ptr<SocketLedger> ledger, std::optional<Hosts::iterator> host)
-            : ledger_(std::move(ledger)), host_(host)
-        {
-        }
-
-        std::shared_ptr<SocketLedger> ledger_;
-        std::optional<Hosts::iterator> host_; ///< of an accepted connection
-    };
+    /// Counts one socket as open until the last copy is dropped. Null: no place.
+    using Place = std::shared_ptr<void>;
 
     /// `most`: how many sockets the sessions of other computers may use. Those of this computer may
     /// use an eighth more.
@@ -53,8 +31,8 @@ public:
     /// alone can have a third as many sessions, of two sockets each.
     static std::size_t defaultMost();
 
-    /// A place for an outgoing connection; none if no sockets are left.
-    std::optional<Place> open();
+    /// A place for an outgoing connection; null if no sockets are left.
+    Place open();
 
     /// Whether less than half of the places are taken: then a session may try several addresses of
     /// its phone at a time, and otherwise one after the other. A stranger could announce many
@@ -65,9 +43,9 @@ public:
         return open_ < most_ / 2;
     }
 
-    /// A place for an accepted connection; none if its client's host has too many. `client`: any
+    /// A place for an accepted connection; null if its client's host has too many. `client`: any
     /// port. `isOwn`: whether the client is on this computer.
-    std::optional<Place> admit(const SocketAddress& client, bool isOwn);
+    Place admit(const SocketAddress& client, bool isOwn);
 
     /// Calls `work` once, after the next socket has been closed, on the thread that closes it.
     void afterNextClose(std::function<void()> work)
@@ -89,6 +67,9 @@ public:
     }
 
 private:
+    using Hosts = std::map<SocketAddress, std::size_t>;
+
+    Place makePlace(std::optional<Hosts::iterator> host);
     void free(const std::optional<Hosts::iterator>& host);
 
     const std::size_t most_;

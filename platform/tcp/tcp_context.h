@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/dispatch/strand_queue.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network_monitor.h"
 #include "platform/reach.h"
@@ -19,7 +18,6 @@ namespace quillbox {
 
 /// Shared by all listeners and connections of a `TcpNetwork`. All members are thread-safe.
 struct TcpContext {
-    std::shared_ptr<PoolContext> pool;
     DnsSd& dnsSd;
     NetworkMonitor& monitor;
     std::shared_ptr<AddressBook> addresses;

@@ -1,19 +1,18 @@
 #include "platform/tcp/tcp_listener.h"
 
+#include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
 #include "platform/standard_error.h"
 #include "platform/tcp/dialable_address.h"
 #include "platform/tcp/listening_port.h"
-#include "platform/tcp/service_port.h"
-#include "platform/tcp/socket.h"
+#include "platform/tcp/queue_object.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
 #include "platform/text.h"
 
-#include <cassert>
 #include <cerrno>
 #include <chrono>
-#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -62,158 +61,116 @@ bool isOfOneConnection(int error)
     }
 }
 
-/// The implementation of a listener, used on its queue. Pending work keeps it alive. It has no
-/// reference to its owner except through the owner's handlers.
-class ListenerCore final : public std::enable_shared_from_this<ListenerCore> {
+class TcpListener final : public QueueObject<TcpListener, Listener> {
 public:
     /// `takesAnyPort`: the kernel has chosen the port.
-    ListenerCore(std::shared_ptr<TcpContext> context, std::unique_ptr<ListeningPort> port,
-                 bool takesAnyPort, bool allowsReuse)
+    TcpListener(std::shared_ptr<TcpContext> context, ListeningPort port, bool takesAnyPort,
+                bool allowsReuse)
         : context_(std::move(context)),
           port_(std::move(port)),
           takesAnyPort_(takesAnyPort),
-          allowsReuse_(allowsReuse),
-          timer_(context_->pool)
+          allowsReuse_(allowsReuse)
     {
     }
 
-    ListenerCore(const ListenerCore&) = delete;
-    ListenerCore& operator=(const ListenerCore&) = delete;
+    void setService(ServiceRegistration service) override { service_ = std::move(service); }
 
-    void setService(ServiceRegistration service) { service_ = std::move(service); }
-
-    void setNewConnectionHandler(Listener::NewConnectionHandler handler)
+    void setNewConnectionHandler(NewConnectionHandler handler) override
     {
         connectionHandler_ = std::move(handler);
     }
 
-    void setStateUpdateHandler(Listener::StateUpdateHandler handler)
-    {
-        stateHandler_ = std::move(handler);
-    }
+private:
+    friend class QueueObject<TcpListener, Listener>;
 
-    void start(std::shared_ptr<DispatchQueue> queue)
+    void open()
     {
-        assert(queue_ == nullptr);
-        queue_ = std::move(queue);
-        if (isCancelled_) {
-            reportCancelled();
-            return;
-        }
+        timer_.emplace(queue());
         isAwaitingPort_ = movesToServicePort() && awaitServicePort();
         if (!isAwaitingPort_)
-            open();
+            listen();
     }
 
-    void cancel()
+    void close()
     {
-        if (std::exchange(isCancelled_, true))
-            return;
-        close();
-        if (queue_)
-            reportCancelled();
-    }
-
-    /// Called on any thread when the owner is destroyed.
-    void abandon()
-    {
-        if (!queue_) {
-            close();
-            return;
-        }
-        post([self = shared_from_this()] {
-            self->stateHandler_ = nullptr;
-            self->isCancelled_ = true;
-            self->close();
-        });
-    }
-
-private:
-    template <typename Work> void post(Work work) { strandOf(*queue_).post(std::move(work)); }
-
-    /// Reports a state only if it or its error has changed.
-    void report(Listener::State state, std::error_code error)
-    {
-        const auto report = std::pair(state, error);
-        if (std::exchange(lastReport_, report) == report)
-            return;
-        post([self = shared_from_this(), state, error] {
-            if (self->stateHandler_)
-                self->stateHandler_(state, error);
-        });
-    }
-
-    void reportCancelled()
-    {
-        post([self = shared_from_this()] {
-            if (const auto handler = std::exchange(self->stateHandler_, nullptr))
-                handler(Listener::State::Cancelled, {});
-        });
+        socket_.reset();
+        port_ = {};
+        registration_.reset();
+        traffic_.reset();
+        timer_.reset();
+        // Its captures may own the listener.
+        connectionHandler_ = nullptr;
     }
 
     void takeRegistration(const DnsSd::RegistrationUpdate& update)
     {
-        if (isCancelled_ || hasFailed_)
+        if (isCancelled() || hasFailed_)
             return;
         switch (update.state) {
         case DnsSd::RegistrationUpdate::State::Waiting:
-            report(Listener::State::Waiting, update.error);
+            report(State::Waiting, update.error);
             return;
         case DnsSd::RegistrationUpdate::State::Ready:
-            report(Listener::State::Ready, {});
+            report(State::Ready, {});
             return;
         case DnsSd::RegistrationUpdate::State::Failed:
-            hasFailed_ = true;
-            close();
-            report(Listener::State::Failed, update.error);
+            fail(update.error);
             return;
         }
     }
 
+    void fail(std::error_code error)
+    {
+        hasFailed_ = true;
+        close();
+        report(State::Failed, error);
+    }
+
     void accept()
     {
-        for (int count = 0; port_ && count < kAcceptAtOnce; ++count) {
+        for (int count = 0; socket_ && count < kAcceptAtOnce; ++count) {
             std::error_code error;
             SocketAddress client;
-            const int descriptor = acceptStreamSocket(port_->socket().descriptor(), client, error);
+            const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
             if (!error) {
                 takeConnection(descriptor, std::move(client));
             } else if (error == std::errc::operation_would_block) {
-                port_->socket().waitReadable(
-                    strandOf(*queue_), [self = shared_from_this()](const std::error_code& failure) {
-                        if (!failure)
-                            self->accept();
-                    });
+                socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
+                    if (!failure)
+                        self->accept();
+                });
                 return;
             } else if (!isOfOneConnection(error.value())) {
                 pauseAccepting(error);
                 return;
             }
         }
-        if (port_)
-            post(std::bind_front(&ListenerCore::accept, shared_from_this()));
+        if (socket_)
+            queue()->post([self = shared_from_this()] { self->accept(); });
     }
 
     /// The handler may cancel or destroy the listener.
     void takeConnection(int descriptor, SocketAddress client)
     {
-        context_->pool->noteMoved(kCostInBytes);
-        auto place = placeFor(descriptor, client);
-        if (!place) {
+        queue()->loop().noteMoved(kCostInBytes);
+        AcceptedSocket accepted{.place = placeFor(descriptor, client),
+                                .socket = FileDescriptor(descriptor),
+                                .client = std::move(client),
+                                .session = nullptr};
+        if (!accepted.place) {
             tellShortage(lastRefusal_, "refusing connections of a host that has too many");
             resetOnClose(descriptor);
-        }
-        const bool isAdmitted = place.has_value();
-        auto socket = Socket::adopt(context_->pool, descriptor, std::move(place));
-        if (!isAdmitted || !socket || !connectionHandler_ || !traffic_)
             return;
+        }
+        if (!connectionHandler_ || !traffic_)
+            return;
+        accepted.session = std::make_unique<CountedSession>(traffic_);
         const auto handler = connectionHandler_;
-        handler(makeAcceptedConnection(context_, std::move(socket), std::move(client),
-                                       std::make_unique<CountedSession>(traffic_)));
+        handler(TcpConnection::make(context_, std::move(accepted)));
     }
 
     /// Few clients need the system call that tells whether they are on this computer.
-    std::optional<SocketLedger::Place> placeFor(int descriptor, const SocketAddress& client)
+    SocketLedger::Place placeFor(int descriptor, const SocketAddress& client)
     {
         auto place = context_->sockets->admit(client, false);
         if (place || !isOwn(descriptor, client))
@@ -246,31 +203,21 @@ private:
                 const auto self = weak.lock();
                 if (!self)
                     return;
-                self->post([self] {
+                self->queue()->post([self] {
                     self->isAwaitingClose_ = false;
                     self->endPause();
                 });
             });
         isPausing_ = true;
-        timer_.start(strandOf(*queue_), kAcceptPause,
-                     [self = shared_from_this()] { self->endPause(); });
+        timer_->start(kAcceptPause, [self = shared_from_this()] { self->endPause(); });
     }
 
     void endPause()
     {
-        timer_.cancel();
-        if (std::exchange(isPausing_, false))
-            accept();
-    }
-
-    void close()
-    {
-        port_.reset();
-        registration_.reset();
-        traffic_.reset();
-        timer_.cancel();
-        // Its captures may own the listener.
-        connectionHandler_ = nullptr;
+        if (!std::exchange(isPausing_, false) || !timer_)
+            return;
+        timer_->cancel();
+        accept();
     }
 
     bool movesToServicePort() const { return takesAnyPort_ && service_.has_value(); }
@@ -281,51 +228,57 @@ private:
     {
         const auto isClosed = [weak = weak_from_this()] {
             if (const auto self = weak.lock())
-                self->post([self] { self->endWait(); });
+                self->queue()->post([self] { self->endWait(); });
         };
         if (!context_->ownPorts.afterRemoval(service_->name, isClosed))
             return false;
-        timer_.start(strandOf(*queue_), kHandover,
-                     [self = shared_from_this()] { self->endWait(); });
+        timer_->start(kHandover, [self = shared_from_this()] { self->endWait(); });
         return true;
     }
 
     void endWait()
     {
-        if (!std::exchange(isAwaitingPort_, false) || isCancelled_)
+        if (!std::exchange(isAwaitingPort_, false) || isCancelled())
             return;
-        timer_.cancel();
-        open();
+        timer_->cancel();
+        listen();
     }
 
-    void open()
+    void listen()
     {
         if (movesToServicePort()) {
             // Nobody knows the port that the kernel has chosen, so no connection is lost.
-            if (auto better =
-                    ListeningPort::openForService(context_, service_->name, allowsReuse_, *port_))
-                port_ = std::move(better);
+            if (auto better = ListeningPort::openForService(*context_, service_->name, allowsReuse_,
+                                                            port_.number))
+                std::swap(port_, *better);
             else
-                port_->setService(service_->name);
+                context_->ownPorts.name(port_.number, service_->name);
             tellIfUnusual();
+        }
+        std::error_code error;
+        socket_ = FdWatcher::adopt(queue(), port_.socket.release(), FdWatcher::For::Reading, error,
+                                   std::move(port_.entry));
+        if (error) {
+            fail(error);
+            return;
         }
         traffic_ = context_->traffic.add(service_ ? service_->name : std::string());
         if (service_)
             registration_ = context_->dnsSd.registerService(
-                *service_, port_->number(), queue_,
+                *service_, port_.number, queue(),
                 [weak = weak_from_this()](const DnsSd::RegistrationUpdate& update) {
                     if (const auto self = weak.lock())
                         self->takeRegistration(update);
                 });
         else
-            report(Listener::State::Ready, {});
-        post([self = shared_from_this()] { self->accept(); });
+            report(State::Ready, {});
+        queue()->post([self = shared_from_this()] { self->accept(); });
     }
 
     /// The line names no port, because the user has no use for one.
     void tellIfUnusual() const
     {
-        if (port_->number() == servicePorts(service_->name, ephemeralPorts()).front())
+        if (port_.number == servicePorts(service_->name, ephemeralPorts()).front())
             return;
         printToStandardError("quillbox-helper: the usual port of " + inDoubleQuotes(service_->name)
                              + " is in use, so stored passwords and bookmarks do not lead to its "
@@ -334,52 +287,21 @@ private:
     }
 
     const std::shared_ptr<TcpContext> context_;
-    std::unique_ptr<ListeningPort> port_; ///< null after it was closed
+    ListeningPort port_; ///< its socket until `listen`
     const bool takesAnyPort_;
     const bool allowsReuse_;
-    Timer timer_;
-    std::shared_ptr<DispatchQueue> queue_;
+    std::optional<Timer> timer_;        ///< none before `start` and after `close`
+    std::unique_ptr<FdWatcher> socket_; ///< null before `listen` and after `close`
     std::optional<ServiceRegistration> service_;
-    Listener::NewConnectionHandler connectionHandler_;
-    Listener::StateUpdateHandler stateHandler_;
+    NewConnectionHandler connectionHandler_;
     std::unique_ptr<DnsSd::Ask> registration_;
-    std::shared_ptr<TrafficCounter> traffic_; ///< null before `start` and after `close`
-    std::optional<std::pair<Listener::State, std::error_code>> lastReport_;
+    std::shared_ptr<TrafficCounter> traffic_; ///< null before `listen` and after `close`
     bool isAwaitingPort_ = false;
-    bool isCancelled_ = false;
     bool hasFailed_ = false;
     std::optional<Clock::time_point> lastPause_;
     std::optional<Clock::time_point> lastRefusal_;
     bool isAwaitingClose_ = false;
     bool isPausing_ = false;
-};
-
-class TcpListener final : public Listener {
-public:
-    explicit TcpListener(std::shared_ptr<ListenerCore> core) : core_(std::move(core)) {}
-    ~TcpListener() override { core_->abandon(); }
-
-    TcpListener(const TcpListener&) = delete;
-    TcpListener& operator=(const TcpListener&) = delete;
-
-    void setService(ServiceRegistration service) override { core_->setService(std::move(service)); }
-
-    void setNewConnectionHandler(NewConnectionHandler handler) override
-    {
-        core_->setNewConnectionHandler(std::move(handler));
-    }
-
-    void setStateUpdateHandler(StateUpdateHandler handler) override
-    {
-        core_->setStateUpdateHandler(std::move(handler));
-    }
-
-    void start(std::shared_ptr<DispatchQueue> queue) override { core_->start(std::move(queue)); }
-
-    void cancel() override { core_->cancel(); }
-
-private:
-    const std::shared_ptr<ListenerCore> core_;
 };
 
 } // namespace
@@ -388,12 +310,11 @@ std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
                                           const TcpParameters& parameters, std::uint16_t port,
                                           std::error_code& error)
 {
-    auto opened = ListeningPort::open(context, port, parameters.allowLocalEndpointReuse, error);
+    auto opened = ListeningPort::open(*context, port, parameters.allowLocalEndpointReuse, error);
     if (!opened)
         return nullptr;
-    return std::make_shared<TcpListener>(
-        std::make_shared<ListenerCore>(std::move(context), std::move(opened), port == kAnyPort,
-                                       parameters.allowLocalEndpointReuse));
+    return TcpListener::make(std::move(context), std::move(*opened), port == kAnyPort,
+                             parameters.allowLocalEndpointReuse);
 }
 
 } // namespace quillbox

@@ -41,20 +41,20 @@ private:
     std::shared_ptr<TcpStream> stream_;
 };
 
-TcpStream::TcpStream(std::shared_ptr<TcpContext> context, Strand strand,
-                     std::unique_ptr<Socket> socket, std::unique_ptr<CountedSession> session)
+TcpStream::TcpStream(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
+                     std::unique_ptr<FdWatcher> socket, std::unique_ptr<CountedSession> session)
     : context_(std::move(context)),
-      strand_(std::move(strand)),
+      queue_(std::move(queue)),
       socket_(std::move(socket)),
       session_(std::move(session)),
-      retransmissionTimer_(context_->pool)
+      retransmissionTimer_(queue_)
 {
 }
 
 void TcpStream::open(FailureHandler failed)
 {
     failed_ = std::move(failed);
-    socket_->waitForFailure(strand_, [weak = weak_from_this()](const std::error_code&) {
+    socket_->waitForFailure([weak = weak_from_this()](const std::error_code&) {
         const auto self = weak.lock();
         if (!self || !self->socket_)
             return;
@@ -68,7 +68,7 @@ void TcpStream::receive(std::size_t minimum, std::size_t maximum,
                         Connection::ReceiveCompletion completion)
 {
     if (const auto error = refusal(receive_.has_value())) {
-        strand_.post(
+        queue_->post(
             [completion = std::move(completion), error] { completion(Content(), false, error); });
         return;
     }
@@ -165,7 +165,7 @@ void TcpStream::waitToReceive()
     if (receive_->chunk && receive_->chunk->size() == 0)
         receive_->chunk.reset();
     socket_->waitReadable(
-        strand_, [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+        [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
             const auto self = waiting.end();
             if (!error)
                 self->tryReceive(Delivery::Direct);
@@ -192,12 +192,12 @@ void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery deli
 
 void TcpStream::send(Content content, Connection::SendCompletion completion)
 {
-    Unsent unsent(std::move(content));
+    PendingSend unsent(std::move(content));
     auto error = refusal(send_.has_value());
     if (!error && !unsent.isSendable())
         error = std::make_error_code(std::errc::invalid_argument);
     if (error) {
-        strand_.post([completion = std::move(completion), error] { completion(error); });
+        queue_->post([completion = std::move(completion), error] { completion(error); });
         return;
     }
     send_ = Send{std::move(unsent), std::move(completion)};
@@ -213,16 +213,16 @@ void TcpStream::trySend(Delivery delivery)
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
         watchRetransmissions();
-        context_->pool->noteMoved(sent.count);
+        queue_->loop().noteMoved(sent.count);
         if (session_)
             session_->noteSent(sent.count);
         if (sent.wouldBlock()) {
-            socket_->waitWritable(strand_, [waiting = Waiting(shared_from_this())](
-                                               const std::error_code& error) mutable {
-                const auto self = waiting.end();
-                if (!error)
-                    self->trySend(Delivery::Direct);
-            });
+            socket_->waitWritable(
+                [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+                    const auto self = waiting.end();
+                    if (!error)
+                        self->trySend(Delivery::Direct);
+                });
             return;
         }
         if (sent.error) {
@@ -238,7 +238,7 @@ void TcpStream::watchRetransmissions()
 {
     if (std::exchange(isWatchingRetransmissions_, true))
         return;
-    retransmissionTimer_.start(strand_, kRetransmissionCheck, [weak = weak_from_this()] {
+    retransmissionTimer_.start(kRetransmissionCheck, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self || !self->socket_)
             return;
@@ -273,7 +273,7 @@ std::error_code TcpStream::refusal(bool isBusy) const
 template <typename Work> void TcpStream::deliver(Delivery delivery, Work work)
 {
     if (delivery == Delivery::Posted) {
-        strand_.post(std::move(work));
+        queue_->post(std::move(work));
         settleFailure();
         return;
     }
@@ -298,7 +298,7 @@ void TcpStream::settleFailure()
         error_ = takeSocketError(socket_->descriptor());
     if (!error_)
         error_ = std::make_error_code(std::errc::connection_reset);
-    strand_.post([self = shared_from_this(), error = error_] {
+    queue_->post([self = shared_from_this(), error = error_] {
         if (const auto failed = std::exchange(self->failed_, nullptr))
             failed(error);
     });
@@ -316,14 +316,15 @@ void TcpStream::close(Ending ending)
     socket_->cancelWaits();
     retransmissionTimer_.cancel();
     failed_ = nullptr;
-    auto unsent = send_ ? std::move(send_->unsent) : Unsent();
+    auto unsent = send_ ? std::move(send_->unsent) : PendingSend();
     if (receive_)
         endReceive(false, canceled(), Delivery::Posted);
     if (send_)
         endSend(canceled(), Delivery::Posted);
     session_.reset();
     // After the end of the peer's stream there is no unread input that could cause a reset.
-    closeGently(context_, std::move(socket_), std::move(unsent), hasSent_ && !hasEnded_, ending);
+    closeGently(queue_, context_->chunks, std::move(socket_), std::move(unsent),
+                hasSent_ && !hasEnded_, ending);
 }
 
 } // namespace quillbox

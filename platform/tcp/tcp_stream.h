@@ -1,15 +1,16 @@
 #pragma once
 
 #include "platform/connection.h"
+#include "platform/dispatch/fd_watcher.h"
+#include "platform/dispatch/loop_queue.h"
 #include "platform/dispatch/timer.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/lingering_close.h"
+#include "platform/tcp/pending_send.h"
 #include "platform/tcp/pipe_pool.h"
-#include "platform/tcp/socket.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_context.h"
 #include "platform/tcp/traffic_ledger.h"
-#include "platform/tcp/unsent.h"
 
 #include <cstddef>
 #include <functional>
@@ -20,7 +21,7 @@
 namespace quillbox {
 
 /// Reads and writes a connected socket: `receive` and `send` with the semantics of `Connection`,
-/// and a report when the connection fails. Used on one strand. Pending operations keep the stream
+/// and a report when the connection fails. Used on its queue. Pending operations keep the stream
 /// alive until `close` ends them.
 ///
 /// After a reset by the peer, data that arrived before it can still be read. Once `receive` has
@@ -32,8 +33,8 @@ public:
     using FailureHandler = std::function<void(std::error_code)>;
 
     /// `session` counts the traffic until the stream is closed; null if it is not to be counted.
-    TcpStream(std::shared_ptr<TcpContext> context, Strand strand, std::unique_ptr<Socket> socket,
-              std::unique_ptr<CountedSession> session);
+    TcpStream(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
+              std::unique_ptr<FdWatcher> socket, std::unique_ptr<CountedSession> session);
 
     TcpStream(const TcpStream&) = delete;
     TcpStream& operator=(const TcpStream&) = delete;
@@ -73,7 +74,7 @@ private:
     };
 
     struct Send {
-        Unsent unsent;
+        PendingSend unsent;
         Connection::SendCompletion completion;
     };
 
@@ -94,8 +95,8 @@ private:
     template <typename Work> void deliver(Delivery delivery, Work work);
 
     const std::shared_ptr<TcpContext> context_;
-    const Strand strand_;
-    std::unique_ptr<Socket> socket_;          ///< null after `close`
+    const std::shared_ptr<LoopQueue> queue_;
+    std::unique_ptr<FdWatcher> socket_;       ///< null after `close`
     std::unique_ptr<CountedSession> session_; ///< null after `close` and if not counted
     FailureHandler failed_;                   ///< null after it was called and after `close`
     std::optional<Receive> receive_;

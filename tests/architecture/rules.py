@@ -27,7 +27,12 @@ ARROWS = {
         "platform/dnssd/engine/message_codec.h",
         "platform/dnssd/engine/messages.h",
     },
-    "platform/tcp": {"platform", "platform/dispatch", "platform/dnssd/dns_sd.h"},
+    "platform/tcp": {
+        "platform",
+        "platform/dispatch",
+        "platform/dnssd/dns_sd.h",
+        "platform/posix",
+    },
     "platform/posix": {"platform"},
     "platform/x11": {"platform"},
     "platform/desktop": {"platform", "platform/posix", "platform/x11"},

@@ -1,6 +1,7 @@
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dispatch/strand_queue.h"
-#include "platform/dispatch/watch.h"
+#include "platform/dispatch/event_loop.h"
+#include "platform/dispatch/fd_watcher.h"
+#include "platform/dispatch/loop_queue.h"
 #include "tests/platform/dispatch/patience.h"
 
 #include <algorithm>
@@ -221,10 +222,13 @@ TEST(DispatchPool, waitsForTheLongestDelayAndNotForANegativeOne)
 
 TEST(DispatchPool, keepsAThreadForWhatTheUserWaitsFor)
 {
-    const DispatchPool pool;
-    const auto& urgent = pool.context(QualityOfService::UserInitiated);
-    EXPECT_NE(pool.context(QualityOfService::Utility), urgent);
-    EXPECT_NE(pool.context(QualityOfService::Unspecified), urgent);
+    DispatchPool pool;
+    const auto loopOf = [&pool](QualityOfService qos) {
+        return &LoopQueue::from(pool.makeQueue("queue", qos))->loop();
+    };
+    auto* const urgent = loopOf(QualityOfService::UserInitiated);
+    EXPECT_NE(loopOf(QualityOfService::Utility), urgent);
+    EXPECT_NE(loopOf(QualityOfService::Unspecified), urgent);
 }
 
 TEST(DispatchPool, costsNothingWhileThereIsNothingToDo)
@@ -240,136 +244,90 @@ TEST(DispatchPool, costsNothingWhileThereIsNothingToDo)
     EXPECT_LT(processorTime() - before, 30ms);
 }
 
-TEST(PoolContext, runsNothingMoreOnceItIsStopped)
+TEST(EventLoop, runsNothingMoreOnceItIsStopped)
 {
-    PoolContext context;
-    const auto strand = context.makeStrand();
-    const auto other = context.makeStrand();
+    const auto loop = std::make_shared<EventLoop>();
+    LoopQueue queue(loop, "queue", QualityOfService::Utility);
+    LoopQueue other(loop, "other", QualityOfService::Utility);
     bool isStopped = false;
-    strand.post([&] {
+    queue.post([&] {
         isStopped = true;
-        context.stop();
+        loop->stop();
     });
     const auto token = std::make_shared<int>(0);
-    strand.post([token] { FAIL() << "the next of the strand"; });
-    other.post([token] { FAIL() << "that of another strand"; });
-    context.runHere();
+    queue.post([token] { FAIL() << "the next of the queue"; });
+    other.post([token] { FAIL() << "that of another queue"; });
+    loop->run();
     EXPECT_TRUE(isStopped);
     EXPECT_EQ(token.use_count(), 3);
-    context.destroyPending();
+    loop->destroyPending();
     EXPECT_EQ(token.use_count(), 1);
-    strand.post([token] { FAIL() << "what comes later"; });
-    context.post(Work([token] { FAIL() << "what comes later on no strand"; }));
+    queue.post([token] { FAIL() << "what comes later"; });
     EXPECT_EQ(token.use_count(), 1);
 }
 
-TEST(PoolContext, keepsNoMemoryOfStrandsThatAreGone)
+TEST(EventLoop, handlesNoMoreEventsOnceItIsStopped)
 {
-    PoolContext context;
-    const auto useAndDrop = [&context](int times) {
-        for (int count = 0; count < times; ++count)
-            context.makeStrand();
-    };
-    useAndDrop(10);
-    const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
-    useAndDrop(2000);
-    EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
-}
-
-TEST(PoolContext, handlesNoMoreEventsOnceItIsStopped)
-{
-    auto context = std::make_shared<PoolContext>();
-    std::vector<std::unique_ptr<Watch>> watches;
+    const auto loop = std::make_shared<EventLoop>();
+    std::vector<std::unique_ptr<FdWatcher>> watchers;
     int handled = 0;
     for (int count = 0; count < 2; ++count) {
         std::error_code error;
         // Readable from the start.
-        watches.push_back(Watch::adopt(context, ::eventfd(1, 0), Watch::For::Reading, error));
+        watchers.push_back(
+            FdWatcher::adopt(std::make_shared<LoopQueue>(loop, "queue", QualityOfService::Utility),
+                             ::eventfd(1, 0), FdWatcher::For::Reading, error));
         ASSERT_FALSE(error) << error.message();
-        watches.back()->waitReadable(context->makeStrand(), [&](const std::error_code&) {
+        watchers.back()->waitReadable([&](const std::error_code&) {
             ++handled;
-            context->stop();
+            loop->stop();
         });
     }
-    context->runHere();
+    loop->run();
     EXPECT_EQ(handled, 1);
-    context->destroyPending();
+    loop->destroyPending();
 }
 
-TEST(Strand, dispatchesInsideTheCallOnlyWhileNothingIsPending)
+TEST(EventLoop, handlesAnEventOnItsQueue)
 {
-    DispatchPool pool;
-    const auto loop = pool.context(QualityOfService::Utility);
-    const auto strand = loop->makeStrand();
-    std::vector<std::string> events;
-    std::promise<void> done;
-    // Runs on the thread of the loop, but on no strand.
-    loop->post(Work([&] {
-        strand.dispatch([&] { events.emplace_back(strand.isCurrent() ? "inside" : "outside"); });
-        strand.post([&] { events.emplace_back("posted"); });
-        strand.dispatch([&] {
-            events.emplace_back("dispatched");
-            done.set_value();
-        });
-        events.emplace_back("end of the call");
-    }));
-    ASSERT_EQ(done.get_future().wait_for(kPatience), std::future_status::ready);
-    pool.shutdown();
-    EXPECT_EQ(events,
-              (std::vector<std::string>{"inside", "end of the call", "posted", "dispatched"}));
-}
-
-TEST(Strand, dispatchesInsideTheCallOnItself)
-{
-    DispatchPool pool;
-    const auto strand = pool.context(QualityOfService::Utility)->makeStrand();
-    std::vector<std::string> events;
-    std::promise<void> done;
-    strand.post([&] {
-        strand.dispatch([&] { events.emplace_back("inside"); });
-        events.emplace_back("end of the call");
-        strand.post([&] { done.set_value(); });
+    const auto loop = std::make_shared<EventLoop>();
+    const auto queue = std::make_shared<LoopQueue>(loop, "queue", QualityOfService::Utility);
+    const LoopQueue other(loop, "other", QualityOfService::Utility);
+    std::error_code error;
+    const auto watcher = FdWatcher::adopt(queue, ::eventfd(1, 0), FdWatcher::For::Reading, error);
+    ASSERT_FALSE(error) << error.message();
+    bool isOnQueue = false;
+    bool isOnOther = true;
+    watcher->waitReadable([&](const std::error_code&) {
+        isOnQueue = queue->isCurrent();
+        isOnOther = other.isCurrent();
+        loop->stop();
     });
-    done.get_future().wait();
-    EXPECT_EQ(events, (std::vector<std::string>{"inside", "end of the call"}));
+    loop->run();
+    EXPECT_TRUE(isOnQueue);
+    EXPECT_FALSE(isOnOther);
 }
 
-TEST(Strand, dispatchesOnItsThreadOnly)
+TEST(EventLoop, handlesNoEventOfAWatcherThatIsGone)
 {
-    DispatchPool pool;
-    const auto strand = pool.context(QualityOfService::Utility)->makeStrand();
-    std::promise<std::thread::id> thread;
-    strand.dispatch([&] { thread.set_value(std::this_thread::get_id()); });
-    EXPECT_NE(thread.get_future().get(), std::this_thread::get_id());
-}
-
-TEST(Strand, dispatchesNothingInTheMiddleOfAnotherStrand)
-{
-    DispatchPool pool;
-    const auto loop = pool.context(QualityOfService::Utility);
-    const auto one = loop->makeStrand();
-    const auto other = loop->makeStrand();
-    std::vector<std::string> events;
-    std::promise<void> done;
-    one.post([&] {
-        other.dispatch([&] {
-            events.emplace_back("other");
-            done.set_value();
+    const auto loop = std::make_shared<EventLoop>();
+    const auto queue = std::make_shared<LoopQueue>(loop, "queue", QualityOfService::Utility);
+    std::vector<std::unique_ptr<FdWatcher>> watchers;
+    std::vector<std::error_code> told;
+    for (int count = 0; count < 2; ++count) {
+        std::error_code error;
+        watchers.push_back(
+            FdWatcher::adopt(queue, ::eventfd(1, 0), FdWatcher::For::Reading, error));
+        ASSERT_FALSE(error) << error.message();
+        watchers.back()->waitReadable([&](const std::error_code& result) {
+            told.push_back(result);
+            watchers.clear();
+            queue->post([&loop] { loop->stop(); });
         });
-        events.emplace_back("end of the call");
-    });
-    done.get_future().wait();
-    pool.shutdown();
-    EXPECT_EQ(events, (std::vector<std::string>{"end of the call", "other"}));
-}
-
-TEST(StrandOf, isTheStrandThatTheQueueRunsOn)
-{
-    DispatchPool pool;
-    const auto queue = pool.makeQueue("queue", QualityOfService::Utility);
-    std::promise<bool> isSame;
-    queue->async([&] { isSame.set_value(strandOf(*queue).isCurrent()); });
-    EXPECT_TRUE(isSame.get_future().get());
+    }
+    loop->run();
+    EXPECT_EQ(told, (std::vector{std::error_code(),
+                                 std::make_error_code(std::errc::operation_canceled)}));
 }
 
 } // namespace quillbox

@@ -284,24 +284,22 @@ TEST(NetlinkMonitor, mayGoBeforeThePoolAndAfterIt)
 TEST(NetlinkSocket, isClosedInPrograms)
 {
     std::error_code error;
-    const int socket = openRouteSocket(error);
+    const auto socket = openRouteSocket(error);
     ASSERT_FALSE(error) << error.message();
-    EXPECT_EQ(::fcntl(socket, F_GETFD), FD_CLOEXEC);
-    closeDescriptor(socket);
+    EXPECT_EQ(::fcntl(socket.get(), F_GETFD), FD_CLOEXEC);
 }
 
 TEST(NetlinkSocket, takesLostMessagesForAChange)
 {
     inNetworkNamespace([] {
         std::error_code error;
-        const int socket = openRouteSocket(error);
+        const auto socket = openRouteSocket(error);
         ASSERT_FALSE(error) << error.message();
-        fillReceiveBuffer(socket);
-        EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
+        fillReceiveBuffer(socket.get());
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::Changed);
         int read = 0;
-        while (readRouteNews(socket) != RouteNews::None)
+        while (readRouteNews(socket.get()) != RouteNews::None)
             ASSERT_LT(++read, 100000);
-        closeDescriptor(socket);
     });
 }
 
@@ -309,12 +307,11 @@ TEST(NetlinkSocket, hasNoNewsWhileNothingChanges)
 {
     inNetworkNamespace([] {
         std::error_code error;
-        const int socket = openRouteSocket(error);
+        const auto socket = openRouteSocket(error);
         ASSERT_FALSE(error) << error.message();
-        EXPECT_EQ(readRouteNews(socket), RouteNews::None);
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::None);
         setLoopbackUp(true);
-        EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
-        closeDescriptor(socket);
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::Changed);
     });
 }
 
@@ -323,15 +320,14 @@ TEST(NetlinkSocket, hasNewsOfARouteThatComesAndGoes)
     inNetworkNamespace([] {
         setLoopbackUp(true);
         std::error_code error;
-        const int socket = openRouteSocket(error);
+        const auto socket = openRouteSocket(error);
         ASSERT_FALSE(error) << error.message();
         changeRoute(SIOCADDRT);
-        EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
-        EXPECT_EQ(readRouteNews(socket), RouteNews::None);
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::Changed);
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::None);
         changeRoute(SIOCDELRT);
-        EXPECT_EQ(readRouteNews(socket), RouteNews::Changed);
-        EXPECT_EQ(readRouteNews(socket), RouteNews::None);
-        closeDescriptor(socket);
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::Changed);
+        EXPECT_EQ(readRouteNews(socket.get()), RouteNews::None);
     });
 }
 
@@ -343,7 +339,7 @@ TEST(NetlinkSocket, hasNewsOfEachKindOfChange)
         ip("address add 192.0.2.7/24 dev lan");
         ip("address add 2001:db8::7/64 dev lan nodad noprefixroute");
         std::error_code error;
-        const int socket = openRouteSocket(error);
+        const auto socket = openRouteSocket(error);
         ASSERT_FALSE(error) << error.message();
         // None of them changes anything else.
         for (const auto* change :
@@ -352,12 +348,11 @@ TEST(NetlinkSocket, hasNewsOfEachKindOfChange)
               "address change 2001:db8::7/64 dev lan nodad noprefixroute valid_lft 2000 "
               "preferred_lft 1000",
               "route add 198.51.100.0/24 dev lan", "route add 2001:db8:1::/64 dev lan"}) {
-            while (readRouteNews(socket) != RouteNews::None) {
+            while (readRouteNews(socket.get()) != RouteNews::None) {
             }
             ip(change);
-            EXPECT_EQ(readRouteNews(socket), RouteNews::Changed) << change;
+            EXPECT_EQ(readRouteNews(socket.get()), RouteNews::Changed) << change;
         }
-        closeDescriptor(socket);
     });
 }
 

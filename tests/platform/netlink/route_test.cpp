@@ -1,5 +1,5 @@
 #include "platform/netlink/netlink_monitor.h"
-#include "platform/netlink/route_lookup.h"
+#include "platform/netlink/netlink_socket.h"
 #include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"

@@ -95,9 +95,9 @@ protected:
     const SocketAddress client = ipv4Address("192.0.2.9", 50000);
     RaceLog lost;
     const std::shared_ptr<AddressRace> race = std::make_shared<AddressRace>(
-        context, strandOf(*queue), client,
+        context, LoopQueue::from(queue), client,
         AddressRace::Handlers{
-            .won = [this](const std::unique_ptr<Socket>&) { won.set_value(); },
+            .won = [this](const std::unique_ptr<FdWatcher>&) { won.set_value(); },
             .lost = [this](const AddressRace::Outcome& outcome) { lost.note(outcome); }});
 };
 
@@ -116,7 +116,7 @@ TEST_F(AddressRaceTest, dialsNothingWhenNoSocketIsLeft)
     const PeerListener phone;
     std::vector<SocketLedger::Place> places;
     while (auto place = context->sockets->open())
-        places.push_back(std::move(*place));
+        places.push_back(std::move(place));
     setCandidates({typed(phone.address())});
     ASSERT_TRUE(lost.waitFor(1));
     EXPECT_EQ(lost.at(0).error, std::errc::too_many_files_open);
@@ -191,7 +191,7 @@ TEST_F(AddressRaceTest, triesOneAddressAtATimeWhereHalfOfTheSocketsAreOpen)
     const SilentAddress second("127.0.0.3");
     std::vector<SocketLedger::Place> places;
     while (context->sockets->hasPlenty())
-        places.push_back(std::move(context->sockets->open().value()));
+        places.push_back(context->sockets->open());
     const auto before = context->sockets->openCount();
     setCandidates({typed(first.address()), typed(second.address())});
     EXPECT_TRUE(waitForSockets(before + 1, kPatience));
@@ -259,8 +259,8 @@ TEST_F(AddressRaceTest, refusesNoAddressForOneThatThisComputerAnnounced)
     const auto other = ipv6Address("2001:db8::9", 0, 4445);
     monitor.setRoutes(2, other, {OutgoingRoute::Unknown});
     const auto local = std::make_shared<AddressRace>(
-        context, strandOf(*queue), onLoopback,
-        AddressRace::Handlers{.won = [](const std::unique_ptr<Socket>&) { FAIL(); },
+        context, LoopQueue::from(queue), onLoopback,
+        AddressRace::Handlers{.won = [](const std::unique_ptr<FdWatcher>&) { FAIL(); },
                               .lost = [this](const auto& outcome) { lost.note(outcome); }});
     onQueue([&] {
         local->setCandidates(

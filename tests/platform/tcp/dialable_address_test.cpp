@@ -66,8 +66,6 @@ private:
 
 class MayDial : public testing::Test {
 protected:
-    MayDial() { ownPorts.add(kOwnPort); }
-
     DialPermission ask(const SocketAddress& wanted, std::set<int> interfaces) const
     {
         return mayDial({.address = wanted, .interfaces = std::move(interfaces)}, ownPorts, network);
@@ -79,6 +77,7 @@ protected:
     }
 
     OwnPorts ownPorts;
+    const std::shared_ptr<void> ownPort = ownPorts.add(kOwnPort);
     ScriptedRoutes network;
 };
 

@@ -185,7 +185,24 @@ TEST(LingeringClose, hardlyCostsAnythingWhileThePeerDoesNotRead)
     EXPECT_LT(processorTime() - before, 100ms);
 }
 
-class LingeringCloseTest : public Backstage {};
+class LingeringCloseTest : public Backstage {
+protected:
+    std::unique_ptr<FdWatcher> adopt(int descriptor)
+    {
+        std::error_code error;
+        auto socket = FdWatcher::adopt(queue, descriptor, FdWatcher::For::Reading, error,
+                                       context->sockets->open());
+        EXPECT_FALSE(error) << error.message();
+        return socket;
+    }
+
+    void close(std::unique_ptr<FdWatcher> socket, PendingSend unsent = {},
+               std::chrono::milliseconds patience = 30s)
+    {
+        closeGently(LoopQueue::from(queue), context->chunks, std::move(socket), std::move(unsent),
+                    true, Ending::EndOfStream, patience);
+    }
+};
 
 TEST_F(LingeringCloseTest, waitsForAPeerAsLongAsThatGoesOnReading)
 {
@@ -196,9 +213,10 @@ TEST_F(LingeringCloseTest, waitsForAPeerAsLongAsThatGoesOnReading)
     const int descriptor = ::dup(accepted.descriptor());
     ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
     accepted.close();
-    Unsent unsent(makeContent(std::string(32 * kMaximumContentSize, 'x')));
-    closeGently(context, Socket::adopt(context->pool, descriptor, context->sockets->open()),
-                std::move(unsent), true, Ending::EndOfStream, kShort);
+    onQueue([&] {
+        close(adopt(descriptor),
+              PendingSend(makeContent(std::string(32 * kMaximumContentSize, 'x'))), kShort);
+    });
 
     using Clock = std::chrono::steady_clock;
     auto lastRead = Clock::now();
@@ -231,8 +249,7 @@ TEST_F(LingeringCloseTest, endsTheStreamInOrderHoweverMuchInputIsUnread)
     ASSERT_FALSE(error) << error.message();
     ASSERT_TRUE(peer.send(pattern(kUnread)));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
-    closeGently(context, Socket::adopt(context->pool, descriptor, context->sockets->open()),
-                Unsent(), true, Ending::EndOfStream);
+    onQueue([&] { close(adopt(descriptor)); });
     bool isClean = false;
     EXPECT_TRUE(peer.receiveAll(isClean).empty());
     EXPECT_TRUE(isClean);
@@ -249,10 +266,10 @@ TEST_F(LingeringCloseTest, closesAtOnceWhenThePoolIsShutDown)
     const auto accepted = listener.accept();
     ASSERT_TRUE(peer.send("unread"));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
-    auto socket =
-        Socket::adopt(context->pool, ::dup(accepted.descriptor()), context->sockets->open());
+    std::unique_ptr<FdWatcher> socket;
+    onQueue([&] { socket = adopt(::dup(accepted.descriptor())); });
     pool.shutdown();
-    closeGently(context, std::move(socket), Unsent(), true, Ending::EndOfStream);
+    close(std::move(socket));
     EXPECT_EQ(context->sockets->openCount(), 0U);
 }
 

@@ -1,7 +1,6 @@
 #include "platform/connection.h"
-#include "platform/tcp/pipe.h"
+#include "platform/tcp/pending_send.h"
 #include "platform/tcp/pipe_pool.h"
-#include "platform/tcp/unsent.h"
 #include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/platform/tcp/refused_calls.h"
@@ -201,19 +200,6 @@ TEST(PipePool, knowsTheErrorsOfASystemThatCannotSplice)
     EXPECT_FALSE(isSpliceRefused({}));
 }
 
-TEST(Pipe, isClosedWhenAnotherTakesItsPlace)
-{
-    const auto before = openDescriptorCount();
-    {
-        auto pipe = Pipe::open();
-        auto other = Pipe::open();
-        ASSERT_TRUE(pipe && other);
-        *pipe = std::move(*other);
-        EXPECT_EQ(openDescriptorCount(), before + 2);
-    }
-    EXPECT_EQ(openDescriptorCount(), before);
-}
-
 TEST(PipePool, lendsNoneOnceItHasGivenUp)
 {
     const auto pool = std::make_shared<PipePool>();
@@ -244,17 +230,17 @@ TEST(PipePool, livesForAsLongAsItsChunks)
     EXPECT_EQ(chunk->size(), 0U);
 }
 
-TEST(Unsent, sendsWhatIsInMemory)
+TEST(PendingSend, sendsWhatIsInMemory)
 {
     const SocketPair sink;
     ChunkPool chunks;
-    Unsent unsent(makeContent("abc"));
+    PendingSend unsent(makeContent("abc"));
     EXPECT_TRUE(unsent.isSendable());
     EXPECT_EQ(moved(unsent.sendSome(sink.near(), chunks), sink), "abc");
     EXPECT_TRUE(unsent.isNothing());
 }
 
-TEST(Unsent, goesOnWhereASinkThatWasFullLeftIt)
+TEST(PendingSend, goesOnWhereASinkThatWasFullLeftIt)
 {
     const auto pool = std::make_shared<PipePool>();
     const auto chunks = std::make_shared<ChunkPool>();
@@ -264,7 +250,7 @@ TEST(Unsent, goesOnWhereASinkThatWasFullLeftIt)
     source.put(bytes);
     auto chunk = pool->borrow();
     chunk->fill(source.near(), kMaximumContentSize);
-    Unsent unsent{Content(std::move(chunk))};
+    PendingSend unsent{Content(std::move(chunk))};
     const std::string filling(300'000, 'x');
     while (::send(sink.near(), filling.data(), filling.size(), MSG_DONTWAIT) > 0) {
     }
@@ -279,7 +265,7 @@ TEST(Unsent, goesOnWhereASinkThatWasFullLeftIt)
     EXPECT_TRUE(all == bytes);
 }
 
-TEST(Unsent, goesByWayOfMemoryWhereThePipeIsRefused)
+TEST(PendingSend, goesByWayOfMemoryWhereThePipeIsRefused)
 {
     const auto pool = std::make_shared<PipePool>();
     const auto chunks = std::make_shared<ChunkPool>();
@@ -287,7 +273,7 @@ TEST(Unsent, goesByWayOfMemoryWhereThePipeIsRefused)
     source.put("abcdef");
     auto chunk = pool->borrow();
     chunk->fill(source.near(), 6);
-    Unsent unsent{Content(std::move(chunk))};
+    PendingSend unsent{Content(std::move(chunk))};
     // splice() into a file opened with O_APPEND fails with EINVAL; the fallback, send(), fails with
     // ENOTSOCK.
     const int file = ::open("/tmp", O_TMPFILE | O_WRONLY | O_APPEND | O_CLOEXEC, 0600);
@@ -302,7 +288,7 @@ TEST(Unsent, goesByWayOfMemoryWhereThePipeIsRefused)
     EXPECT_EQ(pool->kept(), 1U);
 }
 
-TEST(Unsent, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
+TEST(PendingSend, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
 {
     const auto pool = std::make_shared<PipePool>();
     const auto chunks = std::make_shared<ChunkPool>();
@@ -314,7 +300,7 @@ TEST(Unsent, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
     source.put(bytes);
     auto chunk = pool->borrow();
     chunk->fill(source.near(), kMaximumContentSize);
-    Unsent unsent{Content(std::move(chunk))};
+    PendingSend unsent{Content(std::move(chunk))};
     while (!unsent.sendSome(sink.near(), *chunks).error) {
     }
     ASSERT_GT(unsent.sentCount(), 0U);
@@ -335,7 +321,7 @@ TEST(Unsent, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
     EXPECT_TRUE(all == bytes);
 }
 
-TEST(Unsent, failsWhenThePipeCanNeitherBeSplicedNorRead)
+TEST(PendingSend, failsWhenThePipeCanNeitherBeSplicedNorRead)
 {
     const SocketPair source;
     const SocketPair sink;
@@ -346,7 +332,7 @@ TEST(Unsent, failsWhenThePipeCanNeitherBeSplicedNorRead)
         auto chunk = std::make_shared<PipePool>()->borrow();
         EXPECT_EQ(chunk->fill(source.near(), kMaximumContentSize).count, 3U);
         isRefused = refuseCalls(SYS_splice, EINVAL) && refuseCalls(SYS_read, EIO);
-        error = Unsent(Content(std::move(chunk)))
+        error = PendingSend(Content(std::move(chunk)))
                     .sendSome(sink.near(), *std::make_shared<ChunkPool>())
                     .error;
     }).join();
@@ -355,7 +341,7 @@ TEST(Unsent, failsWhenThePipeCanNeitherBeSplicedNorRead)
     EXPECT_EQ(error, std::errc::io_error);
 }
 
-TEST(Unsent, aDeadSinkIsAnErrorAndNoSignal)
+TEST(PendingSend, aDeadSinkIsAnErrorAndNoSignal)
 {
     const auto pool = std::make_shared<PipePool>();
     const auto chunks = std::make_shared<ChunkPool>();
@@ -363,7 +349,7 @@ TEST(Unsent, aDeadSinkIsAnErrorAndNoSignal)
     source.put("abc");
     auto chunk = pool->borrow();
     chunk->fill(source.near(), 3);
-    Unsent unsent{Content(std::move(chunk))};
+    PendingSend unsent{Content(std::move(chunk))};
     const auto former = std::signal(SIGPIPE, SIG_IGN);
     const SocketPair sink;
     ::shutdown(sink.near(), SHUT_WR);

@@ -373,7 +373,7 @@ TEST_F(ServiceLocatorTest, givesALinkLocalAddressItsScope)
 
 TEST_F(ServiceLocatorTest, tellsNoAddressThatNoConnectionMayBeOpenedTo)
 {
-    ownPorts.add(40999);
+    const auto ownPort = ownPorts.add(40999);
     tellOwn(std::nullopt);
     tellFound({found("127.0.0.1"), found("0.0.0.0"), found("224.0.0.251"), found("255.255.255.255"),
                found("::1"), found("::"), found("ff02::fb"), found("10.0.0.7", kWired, 0),

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/loop_queue.h"
 #include "platform/tcp/tcp_context.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
@@ -53,8 +53,7 @@ protected:
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("backstage", QualityOfService::UserInitiated);
     const std::shared_ptr<TcpContext> context{
-        new TcpContext{.pool = pool.context(QualityOfService::UserInitiated),
-                       .dnsSd = dnsSd,
+        new TcpContext{.dnsSd = dnsSd,
                        .monitor = monitor,
                        .addresses = std::make_shared<AddressBook>(
                            dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),

@@ -2,7 +2,7 @@
 
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/network_monitor.h"
-#include "platform/tcp/tcp.h"
+#include "platform/tcp/tcp_network.h"
 #include "tests/platform/tcp/scripted_dns_sd.h"
 
 #include <chrono>

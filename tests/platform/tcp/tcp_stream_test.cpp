@@ -34,9 +34,13 @@ protected:
         ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
         accepted.close();
         observed = descriptor;
-        auto socket = Socket::adopt(context->pool, descriptor, context->sockets->open());
-        stream = std::make_shared<TcpStream>(context, strandOf(*queue), std::move(socket), nullptr);
         onQueue([this] {
+            std::error_code unwatched;
+            auto socket = FdWatcher::adopt(queue, observed, FdWatcher::For::Reading, unwatched,
+                                           context->sockets->open());
+            EXPECT_FALSE(unwatched) << unwatched.message();
+            stream = std::make_shared<TcpStream>(context, LoopQueue::from(queue), std::move(socket),
+                                                 nullptr);
             stream->open([this](std::error_code error) {
                 ++failures;
                 firstFailure.set_value(error);
@@ -245,16 +249,16 @@ TEST_F(TcpStreamTest, leavesTimeToOthersAfterALargeSend)
     const int room = 4 * static_cast<int>(kMaximumContentSize);
     if (::setsockopt(observed, SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room) != 0)
         GTEST_SKIP() << "no permission for a large send buffer";
-    std::error_code error;
-    const auto watch = Watch::adopt(context->pool, ::eventfd(0, 0), Watch::For::Reading, error);
-    ASSERT_FALSE(error) << error.message();
+    std::unique_ptr<FdWatcher> watch;
     const auto watching = pool.makeQueue("watching", QualityOfService::UserInitiated);
     const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
     std::vector<std::string> events;
     std::promise<void> done;
     onQueue([&] {
-        watch->waitReadable(strandOf(*watching),
-                            [&](const std::error_code&) { events.emplace_back("event"); });
+        std::error_code error;
+        watch = FdWatcher::adopt(watching, ::eventfd(0, 0), FdWatcher::For::Reading, error);
+        ASSERT_FALSE(error) << error.message();
+        watch->waitReadable([&](const std::error_code&) { events.emplace_back("event"); });
     });
     queue->async([&] {
         EXPECT_EQ(::eventfd_write(watch->descriptor(), 1), 0);

@@ -2,7 +2,7 @@
 
 #include "platform/content.h"
 #include "platform/tcp/chunk_pool.h"
-#include "platform/tcp/transfer.h"
+#include "platform/tcp/socket_calls.h"
 
 #include <cstddef>
 #include <memory>
@@ -12,10 +12,10 @@ namespace quillbox {
 class PipedChunk;
 
 /// A content that is being sent, in memory or in a pipe.
-class Unsent final {
+class PendingSend final {
 public:
-    Unsent() = default;
-    explicit Unsent(Content content);
+    PendingSend() = default;
+    explicit PendingSend(Content content);
 
     /// Whether the content can be sent: bytes in memory, or a piped chunk of this backend.
     bool isSendable() const

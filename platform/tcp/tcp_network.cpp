@@ -1,5 +1,6 @@
-#include "platform/tcp/tcp.h"
+#include "platform/tcp/tcp_network.h"
 
+#include "platform/tcp/connector.h"
 #include "platform/tcp/service_locator.h"
 #include "platform/tcp/tcp_connection.h"
 #include "platform/tcp/tcp_context.h"
@@ -11,8 +12,7 @@ namespace quillbox {
 
 TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor, Reach reach)
     : context_(
-        new TcpContext{.pool = pool.context(QualityOfService::UserInitiated),
-                       .dnsSd = dnsSd,
+        new TcpContext{.dnsSd = dnsSd,
                        .monitor = monitor,
                        .addresses = std::make_shared<AddressBook>(
                            dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
@@ -38,7 +38,11 @@ std::shared_ptr<Listener> TcpNetwork::makeListener(const TcpParameters& paramete
 std::shared_ptr<Connection> TcpNetwork::makeConnection(const Endpoint& endpoint,
                                                        const TcpParameters& parameters)
 {
-    return makeOutgoingConnection(context_, endpoint, parameters.client);
+    const auto client = std::dynamic_pointer_cast<TcpConnection>(parameters.client.lock());
+    auto connector =
+        std::make_shared<Connector>(context_, endpoint, client ? client->peer() : SocketAddress());
+    return TcpConnection::make(context_, std::move(connector),
+                               client ? client->weak_from_this() : std::weak_ptr<TcpConnection>());
 }
 
 std::unique_ptr<ServiceLocator>

@@ -1,7 +1,7 @@
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/fd_watcher.h"
+#include "platform/dispatch/loop_queue.h"
 #include "platform/dispatch/timer.h"
-#include "platform/dispatch/watch.h"
 #include "tests/platform/dispatch/patience.h"
 
 #include <array>
@@ -32,9 +32,9 @@ constexpr auto kMoment = 100ms;
 } // namespace
 
 /// A socket pair: one end is watched, the test uses the other end directly.
-class WatchTest : public testing::Test {
+class FdWatcherTest : public testing::Test {
 protected:
-    WatchTest()
+    FdWatcherTest()
     {
         std::array<int, 2> ends{};
         EXPECT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK, 0, ends.data()), 0);
@@ -42,7 +42,7 @@ protected:
         take(ends[0]);
     }
 
-    ~WatchTest() override
+    ~FdWatcherTest() override
     {
         pool.shutdown();
         closePeer();
@@ -51,7 +51,8 @@ protected:
     void take(int descriptor)
     {
         auto error = std::make_error_code(std::errc::io_error);
-        watch = Watch::adopt(context, descriptor, Watch::For::Reading, error);
+        onQueue(
+            [&] { watch = FdWatcher::adopt(queue, descriptor, FdWatcher::For::Reading, error); });
         EXPECT_FALSE(error);
     }
 
@@ -69,8 +70,7 @@ protected:
     {
         auto told = std::make_shared<std::promise<std::error_code>>();
         onQueue([&] {
-            watch->waitReadable(strandOf(*queue),
-                                [told](const std::error_code& error) { told->set_value(error); });
+            watch->waitReadable([told](const std::error_code& error) { told->set_value(error); });
         });
         return told->get_future();
     }
@@ -79,8 +79,7 @@ protected:
     {
         auto told = std::make_shared<std::promise<std::error_code>>();
         onQueue([&] {
-            watch->waitWritable(strandOf(*queue),
-                                [told](const std::error_code& error) { told->set_value(error); });
+            watch->waitWritable([told](const std::error_code& error) { told->set_value(error); });
         });
         return told->get_future();
     }
@@ -89,8 +88,7 @@ protected:
     {
         auto told = std::make_shared<std::promise<std::error_code>>();
         onQueue([&] {
-            watch->waitForFailure(strandOf(*queue),
-                                  [told](const std::error_code& error) { told->set_value(error); });
+            watch->waitForFailure([told](const std::error_code& error) { told->set_value(error); });
         });
         return told->get_future();
     }
@@ -143,6 +141,9 @@ protected:
         ::close(listener);
     }
 
+    /// Called on the queue's thread.
+    void noteMoved(std::size_t bytes) const { LoopQueue::from(queue)->loop().noteMoved(bytes); }
+
     void closePeer()
     {
         if (const int descriptor = std::exchange(peer, -1); descriptor >= 0)
@@ -150,14 +151,13 @@ protected:
     }
 
     DispatchPool pool;
-    const std::shared_ptr<PoolContext> context = pool.context(QualityOfService::UserInitiated);
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("watch", QualityOfService::UserInitiated);
-    std::unique_ptr<Watch> watch;
+    std::unique_ptr<FdWatcher> watch;
     int peer = -1;
 };
 
-TEST_F(WatchTest, tellsWhatComesDuringTheWait)
+TEST_F(FdWatcherTest, tellsWhatComesDuringTheWait)
 {
     const auto told = waitReadable();
     EXPECT_TRUE(isSilent(told));
@@ -167,7 +167,7 @@ TEST_F(WatchTest, tellsWhatComesDuringTheWait)
     EXPECT_TRUE(isSilent(waitReadable()));
 }
 
-TEST_F(WatchTest, tellsWhatCameWhileNobodyWaitedOnce)
+TEST_F(FdWatcherTest, tellsWhatCameWhileNobodyWaitedOnce)
 {
     send("a");
     settle();
@@ -178,7 +178,7 @@ TEST_F(WatchTest, tellsWhatCameWhileNobodyWaitedOnce)
     EXPECT_TRUE(isSilent(waitReadable()));
 }
 
-TEST_F(WatchTest, tellsWhatCameAfterAWaitHadEnded)
+TEST_F(FdWatcherTest, tellsWhatCameAfterAWaitHadEnded)
 {
     const auto first = waitReadable();
     send("a");
@@ -190,7 +190,7 @@ TEST_F(WatchTest, tellsWhatCameAfterAWaitHadEnded)
     EXPECT_EQ(read(), "b");
 }
 
-TEST_F(WatchTest, tellsWhatComesBehindUrgentDataAfterAReadThatStoppedThere)
+TEST_F(FdWatcherTest, tellsWhatComesBehindUrgentDataAfterAReadThatStoppedThere)
 {
     connectByTcp();
     send("a");
@@ -203,7 +203,7 @@ TEST_F(WatchTest, tellsWhatComesBehindUrgentDataAfterAReadThatStoppedThere)
     EXPECT_EQ(read(), "b");
 }
 
-TEST_F(WatchTest, tellsTheEndAfterAReadThatLeftRoom)
+TEST_F(FdWatcherTest, tellsTheEndAfterAReadThatLeftRoom)
 {
     send("a");
     closePeer();
@@ -214,7 +214,7 @@ TEST_F(WatchTest, tellsTheEndAfterAReadThatLeftRoom)
     EXPECT_EQ(read(), "");
 }
 
-TEST_F(WatchTest, tellsTheEndOfWhatThePeerSendsAfterAReadThatLeftRoom)
+TEST_F(FdWatcherTest, tellsTheEndOfWhatThePeerSendsAfterAReadThatLeftRoom)
 {
     send("a");
     EXPECT_EQ(::shutdown(peer, SHUT_WR), 0);
@@ -225,7 +225,7 @@ TEST_F(WatchTest, tellsTheEndOfWhatThePeerSendsAfterAReadThatLeftRoom)
     EXPECT_EQ(read(), "");
 }
 
-TEST_F(WatchTest, tellsTheEndThatCameTogetherWithBytesToOneWhoWaited)
+TEST_F(FdWatcherTest, tellsTheEndThatCameTogetherWithBytesToOneWhoWaited)
 {
     const auto first = waitReadable();
     // Both arrive while the loop is busy.
@@ -238,7 +238,7 @@ TEST_F(WatchTest, tellsTheEndThatCameTogetherWithBytesToOneWhoWaited)
     EXPECT_TRUE(isTold(waitReadable()));
 }
 
-TEST_F(WatchTest, tellsRoomToWriteAndNotBefore)
+TEST_F(FdWatcherTest, tellsRoomToWriteAndNotBefore)
 {
     const std::string bytes(4096, 'x');
     while (::send(watch->descriptor(), bytes.data(), bytes.size(), 0) > 0) {
@@ -251,7 +251,7 @@ TEST_F(WatchTest, tellsRoomToWriteAndNotBefore)
     EXPECT_TRUE(isTold(told));
 }
 
-TEST_F(WatchTest, tellsBytesAlsoAfterAWaitForRoom)
+TEST_F(FdWatcherTest, tellsBytesAlsoAfterAWaitForRoom)
 {
     ASSERT_TRUE(isTold(waitWritable()));
     const auto told = waitReadable();
@@ -259,7 +259,7 @@ TEST_F(WatchTest, tellsBytesAlsoAfterAWaitForRoom)
     EXPECT_TRUE(isTold(told));
 }
 
-TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatNobodyReadsAnyMore)
+TEST_F(FdWatcherTest, tellsOneWhoWaitsToWriteThatNobodyReadsAnyMore)
 {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
@@ -276,7 +276,7 @@ TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatNobodyReadsAnyMore)
     EXPECT_TRUE(isTold(told));
 }
 
-TEST_F(WatchTest, tellsOneWhoWaitsToReadThatNobodyWritesAnyMore)
+TEST_F(FdWatcherTest, tellsOneWhoWaitsToReadThatNobodyWritesAnyMore)
 {
     std::array<int, 2> ends{};
     ASSERT_EQ(::pipe2(ends.data(), O_NONBLOCK), 0);
@@ -290,7 +290,7 @@ TEST_F(WatchTest, tellsOneWhoWaitsToReadThatNobodyWritesAnyMore)
     EXPECT_TRUE(isTold(told));
 }
 
-TEST_F(WatchTest, tellsAFailureAndNothingElseToOneWhoWaitsForIt)
+TEST_F(FdWatcherTest, tellsAFailureAndNothingElseToOneWhoWaitsForIt)
 {
     const auto told = waitForFailure();
     send("a");
@@ -299,7 +299,7 @@ TEST_F(WatchTest, tellsAFailureAndNothingElseToOneWhoWaitsForIt)
     EXPECT_TRUE(isTold(told));
 }
 
-TEST_F(WatchTest, tellsAFailureAlsoWhenItHasComeAlready)
+TEST_F(FdWatcherTest, tellsAFailureAlsoWhenItHasComeAlready)
 {
     closePeer();
     settle();
@@ -307,7 +307,7 @@ TEST_F(WatchTest, tellsAFailureAlsoWhenItHasComeAlready)
     EXPECT_TRUE(isTold(waitForFailure()));
 }
 
-TEST_F(WatchTest, endsWaitsWithAnErrorWhenTheyAreCancelledAndWhenItGoes)
+TEST_F(FdWatcherTest, endsWaitsWithAnErrorWhenTheyAreCancelledAndWhenItGoes)
 {
     auto first = waitReadable();
     onQueue([this] { watch->cancelWaits(); });
@@ -319,7 +319,7 @@ TEST_F(WatchTest, endsWaitsWithAnErrorWhenTheyAreCancelledAndWhenItGoes)
     EXPECT_EQ(second.get(), std::errc::operation_canceled);
 }
 
-TEST_F(WatchTest, endsWaitsForRoomWithAnErrorAndThoseForAFailureUntold)
+TEST_F(FdWatcherTest, endsWaitsForRoomWithAnErrorAndThoseForAFailureUntold)
 {
     const std::string bytes(4096, 'x');
     while (::send(watch->descriptor(), bytes.data(), bytes.size(), 0) > 0) {
@@ -333,40 +333,40 @@ TEST_F(WatchTest, endsWaitsForRoomWithAnErrorAndThoseForAFailureUntold)
     EXPECT_THROW(failing.get(), std::future_error) << "the handler was called";
 }
 
-TEST_F(WatchTest, destroysWaitsUntoldWhenThePoolIsShutDown)
+TEST_F(FdWatcherTest, destroysWaitsUntoldWhenThePoolIsShutDown)
 {
     auto token = std::make_shared<int>(0);
     onQueue([&] {
         const std::string bytes(4096, 'x');
         while (::send(watch->descriptor(), bytes.data(), bytes.size(), 0) > 0) {
         }
-        watch->waitReadable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
-        watch->waitWritable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
-        watch->waitForFailure(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+        watch->waitReadable([token](const std::error_code&) { FAIL(); });
+        watch->waitWritable([token](const std::error_code&) { FAIL(); });
+        watch->waitForFailure([token](const std::error_code&) { FAIL(); });
     });
     EXPECT_EQ(token.use_count(), 4);
     pool.shutdown();
     EXPECT_EQ(token.use_count(), 1);
 }
 
-TEST_F(WatchTest, destroysWaitsThatBeginAfterTheShutdown)
+TEST_F(FdWatcherTest, destroysWaitsThatBeginAfterTheShutdown)
 {
     pool.shutdown();
     const auto token = std::make_shared<int>(0);
-    watch->waitReadable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
-    watch->waitWritable(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
-    watch->waitForFailure(strandOf(*queue), [token](const std::error_code&) { FAIL(); });
+    watch->waitReadable([token](const std::error_code&) { FAIL(); });
+    watch->waitWritable([token](const std::error_code&) { FAIL(); });
+    watch->waitForFailure([token](const std::error_code&) { FAIL(); });
     EXPECT_EQ(token.use_count(), 1);
 }
 
-TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
+TEST_F(FdWatcherTest, leavesTimeToOthersWhileOneMovesAllItCan)
 {
     // A closure that submits itself forever and reports 1 MiB moved each time. Reads on another
     // socket are still handled.
     const auto other = pool.makeQueue("flood", QualityOfService::UserInitiated);
     auto isOver = std::make_shared<bool>(false);
     std::function<void()> flood = [&flood, other, isOver, this] {
-        context->noteMoved(1UL << 20);
+        noteMoved(1UL << 20);
         if (!*isOver)
             other->async(flood);
     };
@@ -385,18 +385,16 @@ TEST_F(WatchTest, leavesTimeToOthersWhileOneMovesAllItCan)
     done.get_future().wait();
 }
 
-TEST_F(WatchTest, tellsBetweenTwoClosuresOfWhichTheFirstMovedAllItMay)
+TEST_F(FdWatcherTest, tellsBetweenTwoClosuresOfWhichTheFirstMovedAllItMay)
 {
     const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
     std::vector<std::string> events;
-    onQueue([&] {
-        watch->waitReadable(strandOf(*queue),
-                            [&](const std::error_code&) { events.emplace_back("told"); });
-    });
+    onQueue(
+        [&] { watch->waitReadable([&](const std::error_code&) { events.emplace_back("told"); }); });
     std::promise<void> done;
     other->async([&] {
         send("a");
-        context->noteMoved(1UL << 20);
+        noteMoved(1UL << 20);
         other->async([&] {
             events.emplace_back("second closure");
             done.set_value();
@@ -407,13 +405,13 @@ TEST_F(WatchTest, tellsBetweenTwoClosuresOfWhichTheFirstMovedAllItMay)
     EXPECT_EQ(events, (std::vector<std::string>{"told", "second closure"}));
 }
 
-TEST_F(WatchTest, tellsBehindTheClosuresThatAClosureHandsOver)
+TEST_F(FdWatcherTest, tellsBehindTheClosuresThatAClosureHandsOver)
 {
     const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
     std::vector<std::string> events;
     std::promise<void> done;
     queue->async([&] {
-        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
+        watch->waitReadable([&](const std::error_code&) {
             events.emplace_back("told");
             done.set_value();
         });
@@ -425,67 +423,25 @@ TEST_F(WatchTest, tellsBehindTheClosuresThatAClosureHandsOver)
     EXPECT_EQ(events, (std::vector<std::string>{"second closure", "told"}));
 }
 
-TEST_F(WatchTest, runsWhatAnEventHandsOverThoughTheLastClosureMovedAllItMay)
+TEST_F(FdWatcherTest, runsAClosureBeforeTheNextEventThoughTheLastOneMovedAllItMay)
 {
-    std::error_code error;
-    const auto second = Watch::adopt(context, ::eventfd(0, 0), Watch::For::Reading, error);
-    ASSERT_FALSE(error) << error.message();
     const auto secondQueue = pool.makeQueue("second", QualityOfService::UserInitiated);
-    std::vector<std::string> events;
-    std::promise<void> done;
+    std::unique_ptr<FdWatcher> second;
     onQueue([&] {
-        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
-            queue->async([&] { events.emplace_back("closure"); });
-        });
-        second->waitReadable(strandOf(*secondQueue), [&](const std::error_code&) {
-            events.emplace_back("next event");
-            done.set_value();
-        });
+        std::error_code error;
+        second = FdWatcher::adopt(secondQueue, ::eventfd(0, 0), FdWatcher::For::Reading, error);
+        EXPECT_FALSE(error) << error.message();
     });
-    pool.makeQueue("other", QualityOfService::UserInitiated)->async([&] {
-        send("a");
-        EXPECT_EQ(::eventfd_write(second->descriptor(), 1), 0);
-        context->noteMoved(1UL << 20);
-    });
-    done.get_future().wait();
-    pool.shutdown();
-    EXPECT_EQ(events, (std::vector<std::string>{"closure", "next event"}));
-}
-
-TEST_F(WatchTest, tellsBehindTheClosuresThatWaitOnTheSameQueue)
-{
-    std::vector<std::string> events;
-    std::promise<void> done;
-    queue->async([&] {
-        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
-            events.emplace_back("told");
-            done.set_value();
-        });
-        send("a");
-        context->noteMoved(1UL << 20);
-        queue->async([&] { events.emplace_back("second closure"); });
-    });
-    done.get_future().wait();
-    pool.shutdown();
-    EXPECT_EQ(events, (std::vector<std::string>{"second closure", "told"}));
-}
-
-TEST_F(WatchTest, runsAClosureBeforeTheNextEventThoughTheLastOneMovedAllItMay)
-{
-    std::error_code error;
-    const auto second = Watch::adopt(context, ::eventfd(0, 0), Watch::For::Reading, error);
-    ASSERT_FALSE(error) << error.message();
-    const auto secondQueue = pool.makeQueue("second", QualityOfService::UserInitiated);
     const auto other = pool.makeQueue("other", QualityOfService::UserInitiated);
     std::vector<std::string> events;
     std::promise<void> done;
     onQueue([&] {
-        watch->waitReadable(strandOf(*queue), [&](const std::error_code&) {
-            context->noteMoved(1UL << 20);
+        watch->waitReadable([&](const std::error_code&) {
+            noteMoved(1UL << 20);
             other->async([&] { events.emplace_back("closure"); });
             EXPECT_EQ(::eventfd_write(second->descriptor(), 1), 0);
         });
-        second->waitReadable(strandOf(*secondQueue), [&](const std::error_code&) {
+        second->waitReadable([&](const std::error_code&) {
             events.emplace_back("next event");
             done.set_value();
         });
@@ -496,14 +452,29 @@ TEST_F(WatchTest, runsAClosureBeforeTheNextEventThoughTheLastOneMovedAllItMay)
     EXPECT_EQ(events, (std::vector<std::string>{"closure", "next event"}));
 }
 
-TEST_F(WatchTest, closesItsDescriptorWhenItGoes)
+TEST_F(FdWatcherTest, closesItsDescriptorWhenItGoes)
 {
     const int descriptor = watch->descriptor();
     onQueue([this] { watch.reset(); });
     EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 
-TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatItCannotBeWatched)
+TEST_F(FdWatcherTest, releasesWhatItHoldsOnceTheDescriptorIsClosed)
+{
+    bool wasClosed = false;
+    onQueue([&] {
+        std::error_code error;
+        const int descriptor = ::eventfd(0, EFD_CLOEXEC);
+        std::shared_ptr<void> held(&wasClosed, [&wasClosed, descriptor](void*) {
+            wasClosed = ::fcntl(descriptor, F_GETFD) == -1;
+        });
+        FdWatcher::adopt(queue, descriptor, FdWatcher::For::Reading, error, std::move(held));
+        EXPECT_FALSE(error) << error.message();
+    });
+    EXPECT_TRUE(wasClosed);
+}
+
+TEST_F(FdWatcherTest, tellsOneWhoWaitsToWriteThatItCannotBeWatched)
 {
     // Another file has taken the descriptor's place, which epoll does not know.
     const int other = ::eventfd(0, EFD_CLOEXEC);
@@ -514,29 +485,29 @@ TEST_F(WatchTest, tellsOneWhoWaitsToWriteThatItCannotBeWatched)
     EXPECT_EQ(told.get(), std::errc::no_such_file_or_directory);
 }
 
-TEST_F(WatchTest, closesADescriptorThatCannotBeWatched)
+TEST_F(FdWatcherTest, closesADescriptorThatCannotBeWatched)
 {
     // epoll refuses regular files.
     const int file = ::open("/tmp", O_TMPFILE | O_RDWR | O_CLOEXEC, 0600);
     ASSERT_GE(file, 0);
     std::error_code error;
-    EXPECT_FALSE(Watch::adopt(context, file, Watch::For::Reading, error));
+    onQueue([&] { EXPECT_FALSE(FdWatcher::adopt(queue, file, FdWatcher::For::Reading, error)); });
     EXPECT_EQ(error, std::errc::operation_not_permitted);
     EXPECT_EQ(::fcntl(file, F_GETFD), -1);
 }
 
-TEST_F(WatchTest, leavesNoMemoryBehind)
+TEST_F(FdWatcherTest, leavesNoMemoryBehind)
 {
     const auto useAndDrop = [this](int times) {
         for (int count = 0; count < times; ++count) {
             std::error_code error;
-            EXPECT_TRUE(Watch::adopt(context, ::eventfd(0, 0), Watch::For::Reading, error));
-            EXPECT_FALSE(Watch::adopt(context, -1, Watch::For::Reading, error));
+            EXPECT_TRUE(FdWatcher::adopt(queue, ::eventfd(0, 0), FdWatcher::For::Reading, error));
+            EXPECT_FALSE(FdWatcher::adopt(queue, -1, FdWatcher::For::Reading, error));
         }
     };
-    useAndDrop(10);
+    onQueue([&] { useAndDrop(10); });
     const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
-    useAndDrop(2000);
+    onQueue([&] { useAndDrop(2000); });
     EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
 }
 
@@ -547,15 +518,15 @@ protected:
     DispatchPool pool;
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("timer", QualityOfService::UserInitiated);
-    Timer timer{pool.context(QualityOfService::UserInitiated)};
+    Timer timer{queue};
 };
 
 TEST_F(TimerTest, runsTheLastWorkThatWasStartedOnItsStrand)
 {
     std::promise<bool> ran;
     queue->async([&] {
-        timer.start(strandOf(*queue), 0ms, [] { FAIL() << "another took its place"; });
-        timer.start(strandOf(*queue), 20ms, [&] { ran.set_value(queue->isCurrent()); });
+        timer.start(0ms, [] { FAIL() << "another took its place"; });
+        timer.start(20ms, [&] { ran.set_value(queue->isCurrent()); });
     });
     EXPECT_TRUE(ran.get_future().get());
 }
@@ -565,7 +536,7 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
     std::promise<void> done;
     queue->async([&] {
         const auto token = std::make_shared<int>(0);
-        timer.start(strandOf(*queue), 0ms, [token] { FAIL(); });
+        timer.start(0ms, [token] { FAIL(); });
         queue->async([&, token] {
             timer.cancel();
             EXPECT_EQ(token.use_count(), 1);
@@ -573,7 +544,7 @@ TEST_F(TimerTest, canBeTakenBackUpToTheLastMoment)
         });
         // The loop looks at its timers before it runs more of the queue, so the work is already
         // queued behind the closure above.
-        pool.context(QualityOfService::UserInitiated)->noteMoved(1UL << 20);
+        LoopQueue::from(queue)->loop().noteMoved(1UL << 20);
     });
     done.get_future().wait();
 }
@@ -583,33 +554,33 @@ TEST_F(TimerTest, isTakenBackWhenItGoes)
     std::promise<void> done;
     queue->async([&] {
         {
-            Timer passing{pool.context(QualityOfService::UserInitiated)};
-            passing.start(strandOf(*queue), 0ms, [] { FAIL(); });
+            Timer passing{queue};
+            passing.start(0ms, [] { FAIL(); });
         }
         queue->asyncAfter(20ms, [&] { done.set_value(); });
     });
     done.get_future().wait();
 }
 
-TEST_F(TimerTest, leavesNothingInTheQueueWhenItIsTakenBack)
+TEST_F(TimerTest, leavesNothingBehindWhenItIsTakenBack)
 {
-    const auto loop = pool.context(QualityOfService::UserInitiated);
-    std::promise<long> references;
-    queue->async([&] {
-        const auto time = PoolContext::Clock::now() + 24h;
-        const auto alarm = loop->setAlarm(time, strandOf(*queue), Work([] { FAIL(); }));
-        loop->cancelAlarm(alarm);
-        references.set_value(alarm.use_count());
-    });
-    EXPECT_EQ(references.get_future().get(), 1);
+    const auto startAndCancel = [this](int times) {
+        for (int count = 0; count < times; ++count) {
+            timer.start(24h, [] { FAIL(); });
+            timer.cancel();
+        }
+    };
+    startAndCancel(10);
+    const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
+    startAndCancel(2000);
+    EXPECT_LT(::mallinfo2().uordblks, before + 50'000);
 }
 
 TEST_F(TimerTest, isReleasedByItsOwnWorkWhenThePoolIsShutDown)
 {
-    auto context = pool.context(QualityOfService::UserInitiated);
-    auto owned = std::make_shared<Timer>(context);
+    auto owned = std::make_shared<Timer>(queue);
     const std::weak_ptr<Timer> released = owned;
-    owned->start(strandOf(*queue), 24h, [owned] { FAIL(); });
+    owned->start(24h, [owned] { FAIL(); });
     owned.reset();
     pool.shutdown();
     EXPECT_TRUE(released.expired());
@@ -619,7 +590,7 @@ TEST_F(TimerTest, dropsWorkThatComesAfterTheShutdown)
 {
     pool.shutdown();
     const auto token = std::make_shared<int>(0);
-    timer.start(strandOf(*queue), 0ms, [token] { FAIL(); });
+    timer.start(0ms, [token] { FAIL(); });
     EXPECT_EQ(token.use_count(), 1);
 }
 
@@ -628,12 +599,11 @@ TEST_F(TimerTest, canBeTakenBackByThePendingWorkOfAnotherAsItGoes)
     // Shutdown destroys pending work in the order of its deadlines, and each closure owns the timer
     // of the next one.
     constexpr int kTimers = 8;
-    auto context = pool.context(QualityOfService::UserInitiated);
     const auto token = std::make_shared<int>(0);
     std::shared_ptr<Timer> next;
     for (int hour = kTimers; hour > 0; --hour) {
-        auto each = std::make_shared<Timer>(context);
-        each->start(strandOf(*queue), std::chrono::hours(hour), [next, token] { FAIL(); });
+        auto each = std::make_shared<Timer>(queue);
+        each->start(std::chrono::hours(hour), [next, token] { FAIL(); });
         next = std::move(each);
     }
     queue->asyncAfter(1min, [first = std::move(next)] { FAIL(); });

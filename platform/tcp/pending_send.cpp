@@ -1,4 +1,4 @@
-#include "platform/tcp/unsent.h"
+#include "platform/tcp/pending_send.h"
 
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/socket_calls.h"
@@ -7,12 +7,12 @@
 
 namespace quillbox {
 
-Unsent::Unsent(Content content)
+PendingSend::PendingSend(Content content)
     : content_(std::move(content)), piped_(dynamic_cast<PipedChunk*>(content_.storage()))
 {
 }
 
-Transfer Unsent::sendSome(int socket, ChunkPool& chunks)
+Transfer PendingSend::sendSome(int socket, ChunkPool& chunks)
 {
     Transfer moved;
     if (piped_ && !rest_) {
@@ -29,7 +29,7 @@ Transfer Unsent::sendSome(int socket, ChunkPool& chunks)
 }
 
 /// Returns an error, and leaves `rest_` null, unless all remaining bytes can be read.
-Transfer Unsent::takeRest(ChunkPool& chunks)
+Transfer PendingSend::takeRest(ChunkPool& chunks)
 {
     auto rest = piped_->takeRest(chunks);
     if (rest->size() != content_.size() - sent_)
