@@ -3,6 +3,7 @@
 #include "platform/text.h"
 
 #include <algorithm>
+#include <set>
 #include <utility>
 
 namespace quillbox {
@@ -49,13 +50,13 @@ std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network
         new PhoneDiscovery(dispatch, network, log, bundleIdentifier, std::move(type)));
 }
 
-PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& log,
+PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
                                const std::string& bundleIdentifier, std::string type)
     : network(browsed),
       mainQueue(dispatch.mainQueue()),
       serviceType(std::move(type)),
       queue(dispatch.makeQueue(bundleIdentifier + ".discovery", QualityOfService::Utility)),
-      story(log, serviceType)
+      log(discoveryLog)
 {
 }
 
@@ -70,7 +71,7 @@ void PhoneDiscovery::start()
         if (!self)
             return;
         auto devices = devicesIn(results);
-        self->story.noteDevices(devices, results.size());
+        self->logDevices(devices, results.size());
         self->deliver(std::move(devices));
     });
     made->setStateUpdateHandler(
@@ -78,7 +79,7 @@ void PhoneDiscovery::start()
             const auto self = weak.lock();
             if (!self)
                 return;
-            self->story.noteState(state, error);
+            self->logState(state, error);
             if (state == Browser::State::Failed)
                 self->deliver({});
         });
@@ -91,6 +92,48 @@ void PhoneDiscovery::stop()
     if (browser)
         browser->cancel();
     browser = nullptr;
+}
+
+template <typename Text> void PhoneDiscovery::tell(Text&& text)
+{
+    log.tell(LogCategory::Discovery, [&] { return serviceType + ": " + text(); });
+}
+
+void PhoneDiscovery::logState(Browser::State state, std::error_code error)
+{
+    if (state == Browser::State::Ready)
+        tell([] { return "browsing"; });
+    else if (state == Browser::State::Waiting)
+        tell([&] { return "cannot browse at present: " + error.message(); });
+    else if (state == Browser::State::Failed)
+        tell([&] { return "cannot browse: " + error.message(); });
+}
+
+void PhoneDiscovery::logDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services)
+{
+    if (!log.isOn(LogCategory::Discovery))
+        return;
+    std::set<std::string> names;
+    for (const DiscoveredDevice& device : devices)
+        names.insert(device.name);
+    const auto now = log.now();
+    std::erase_if(logged, [&](const auto& entry) {
+        const bool isGone = !names.contains(entry.first);
+        if (isGone)
+            tell([&] {
+                return inDoubleQuotes(entry.first) + " has disappeared after "
+                       + durationText(now - entry.second);
+            });
+        return isGone;
+    });
+    for (const std::string& name : names) {
+        if (logged.emplace(name, now).second)
+            tell([&] { return inDoubleQuotes(name) + " has appeared"; });
+    }
+    if (services > devices.size())
+        tell([&] {
+            return "other services of this type: " + std::to_string(services - devices.size());
+        });
 }
 
 void PhoneDiscovery::deliver(std::vector<DiscoveredDevice> devices)

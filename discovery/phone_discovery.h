@@ -1,6 +1,5 @@
 #pragma once
 
-#include "discovery/device_story.h"
 #include "discovery/discovered_device.h"
 #include "platform/dispatch_queue.h"
 #include "platform/log.h"
@@ -21,7 +20,8 @@ bool isNamedAfterProduct(const std::string& name);
 
 /// Browses for one service type and reports, on the main thread, the complete list of the services
 /// that are named after the product. The list is sorted by name in code-point order; equal names
-/// keep the browser's order.
+/// keep the browser's order. Logs the state of browsing, and each device that appears or
+/// disappears.
 ///
 /// Used on the main thread. The owner calls `stop` before it releases the object.
 class PhoneDiscovery final : public std::enable_shared_from_this<PhoneDiscovery> {
@@ -47,17 +47,21 @@ public:
     void stop();
 
 private:
-    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& log,
+    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
                    const std::string& bundleIdentifier, std::string type);
 
     void deliver(std::vector<DiscoveredDevice> devices);
+    void logState(Browser::State state, std::error_code error);
+    void logDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services);
+    template <typename Text> void tell(Text&& text);
 
     Network& network;
     const std::shared_ptr<DispatchQueue> mainQueue;
     const std::string serviceType;
     const std::shared_ptr<DispatchQueue> queue;
     std::shared_ptr<Browser> browser;
-    DeviceStory story; ///< used on the browser's queue
+    Log& log;
+    std::map<std::string, Log::Clock::time_point> logged; ///< devices that are there, since when
 };
 
 } // namespace quillbox

@@ -1,7 +1,6 @@
 #include "relay/finder_relay.h"
 
 #include "platform/text.h"
-#include "relay/session_story.h"
 
 #include <utility>
 
@@ -98,16 +97,10 @@ void FinderRelay::accept(std::shared_ptr<Connection> connection, const Endpoint&
 {
     const Uuid identifier = makeUuid();
     auto opened = network.makeConnection(target, {.client = connection});
-    const auto story = SessionStory::begin(log, advertisedName);
-    if (story) {
-        connection = story->watch(SessionStory::Side::FileBrowser, std::move(connection));
-        opened = story->watch(SessionStory::Side::Phone, std::move(opened));
-    }
-    auto session = std::make_shared<RelaySession>(std::move(connection), std::move(opened));
+    auto session = std::make_shared<RelaySession>(std::move(connection), std::move(opened), log,
+                                                  advertisedName);
     // The session is still in use inside `onEnd`, so it is removed asynchronously.
-    session->onEnd = [weak = weak_from_this(), identifier, story] {
-        if (story)
-            story->end();
+    session->onEnd = [weak = weak_from_this(), identifier] {
         const auto self = weak.lock();
         if (!self)
             return;

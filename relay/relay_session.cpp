@@ -1,86 +1,131 @@
 #include "relay/relay_session.h"
 
+#include "platform/text.h"
+
 #include <utility>
 
 namespace quillbox {
 
-RelaySession::RelaySession(std::shared_ptr<Connection> accepted, std::shared_ptr<Connection> opened)
-    : incoming(std::move(accepted)), outgoing(std::move(opened))
+RelaySession::RelaySession(std::shared_ptr<Connection> accepted, std::shared_ptr<Connection> opened,
+                           Log& sessionLog, const std::string& finderName)
+    : incoming{.connection = std::move(accepted), .name = "the file manager"},
+      outgoing{.connection = std::move(opened), .name = "the phone"},
+      log(sessionLog),
+      beginning(log.now())
 {
+    if (!log.isOn(LogCategory::Connection))
+        return;
+    label = "session " + std::to_string(log.numberSession()) + " of " + inDoubleQuotes(finderName)
+            + ": ";
+    tell([] { return "the file manager has connected"; });
+}
+
+template <typename Text> void RelaySession::tell(Text&& text)
+{
+    if (!label.empty())
+        log.tell(LogCategory::Connection, [&] { return label + text(); });
 }
 
 void RelaySession::start(const std::shared_ptr<DispatchQueue>& queue)
 {
-    incoming->setStateUpdateHandler(
-        [weak = weak_from_this()](Connection::State state, std::error_code) {
-            const auto self = weak.lock();
-            if (!self)
-                return;
-            if (state == Connection::State::Failed || state == Connection::State::Cancelled)
-                self->finish();
-        });
-    outgoing->setStateUpdateHandler([weak = weak_from_this()](Connection::State state,
-                                                              std::error_code) {
-        const auto self = weak.lock();
-        if (!self)
-            return;
-        if (state == Connection::State::Ready) {
-            self->pump(self->incoming, self->outgoing);
-            self->pump(self->outgoing, self->incoming);
-        } else if (state == Connection::State::Failed || state == Connection::State::Cancelled) {
-            self->finish();
-        }
-    });
-    incoming->start(queue);
-    outgoing->start(queue);
+    for (Side* side : {&incoming, &outgoing})
+        side->connection->setStateUpdateHandler(
+            [weak = weak_from_this(), side](Connection::State state, std::error_code error) {
+                if (const auto self = weak.lock())
+                    self->takeState(*side, state, error);
+            });
+    incoming.connection->start(queue);
+    outgoing.connection->start(queue);
 }
 
-void RelaySession::pump(const std::shared_ptr<Connection>& source,
-                        const std::shared_ptr<Connection>& sink)
+void RelaySession::takeState(const Side& side, Connection::State state, std::error_code error)
 {
-    // The completion owns the connections, but not the session: destroying it ends the loop.
-    source->receive(1, kMaximumContentSize,
-                    [weak = weak_from_this(), source, sink](Content content, bool isComplete,
-                                                            std::error_code error) {
-                        const auto self = weak.lock();
-                        if (!self || self->finished)
-                            return;
-                        if (error)
-                            self->finish();
-                        else if (!content.isEmpty())
-                            self->forward(source, sink, std::move(content), isComplete);
-                        else if (isComplete)
-                            self->finish();
-                        else
-                            self->pump(source, sink);
-                    });
+    const bool isPhone = &side == &outgoing;
+    switch (state) {
+    case Connection::State::Setup:
+        return;
+    case Connection::State::Preparing:
+        if (isPhone)
+            tell([] { return "connecting to the phone"; });
+        return;
+    case Connection::State::Waiting:
+        if (isPhone)
+            tell([&] { return "waiting for the phone: " + error.message(); });
+        return;
+    case Connection::State::Ready:
+        if (!isPhone)
+            return;
+        tell([&] { return "connected to the phone after " + durationText(log.now() - beginning); });
+        pump(incoming, outgoing);
+        pump(outgoing, incoming);
+        return;
+    case Connection::State::Failed:
+        finish(&side, error);
+        return;
+    case Connection::State::Cancelled:
+        finish();
+        return;
+    }
 }
 
-void RelaySession::forward(const std::shared_ptr<Connection>& source,
-                           const std::shared_ptr<Connection>& sink, Content content,
-                           bool isComplete)
+void RelaySession::pump(Side& source, Side& sink)
+{
+    // The completion owns the connection, but not the session: destroying it ends the loop.
+    source.connection->receive(
+        1, kMaximumContentSize,
+        [weak = weak_from_this(), &source, &sink,
+         receiving = source.connection](Content content, bool isComplete, std::error_code error) {
+            const auto self = weak.lock();
+            if (!self || self->finished)
+                return;
+            source.received += content.size();
+            if (error)
+                self->finish(&source, error);
+            else if (!content.isEmpty())
+                self->forward(source, sink, std::move(content), isComplete);
+            else if (isComplete)
+                self->finish(&source, {});
+            else
+                self->pump(source, sink);
+        });
+}
+
+void RelaySession::forward(Side& source, Side& sink, Content content, bool isComplete)
 {
     // Backpressure: the next chunk is read only after this one has been sent, so there is at most
     // one chunk per direction.
-    sink->send(std::move(content),
-               [weak = weak_from_this(), source, sink, isComplete](std::error_code error) {
-                   const auto self = weak.lock();
-                   if (!self || self->finished)
-                       return;
-                   if (error || isComplete)
-                       self->finish();
-                   else
-                       self->pump(source, sink);
-               });
+    sink.connection->send(std::move(content),
+                          [weak = weak_from_this(), &source, &sink, sending = sink.connection,
+                           isComplete](std::error_code error) {
+                              const auto self = weak.lock();
+                              if (!self || self->finished)
+                                  return;
+                              if (isComplete)
+                                  self->finish(&source, {});
+                              else if (error)
+                                  self->finish(&sink, error);
+                              else
+                                  self->pump(source, sink);
+                          });
 }
 
-void RelaySession::finish()
+void RelaySession::finish(const Side* cause, std::error_code error)
 {
-    if (finished)
+    if (std::exchange(finished, true))
         return;
-    finished = true;
-    incoming->cancel();
-    outgoing->cancel();
+    incoming.connection->cancel();
+    outgoing.connection->cancel();
+    tell([&] {
+        std::string text = "ended after " + durationText(log.now() - beginning) + ": ";
+        if (cause == nullptr)
+            text += "the relay stopped";
+        else if (error)
+            text += std::string("connection to ") + cause->name + " failed: " + error.message();
+        else
+            text += std::string(cause->name) + " closed the connection";
+        return text + "; " + std::to_string(incoming.received) + " bytes to the phone, "
+               + std::to_string(outgoing.received) + " bytes from the phone";
+    });
     if (onEnd)
         onEnd();
     onEnd = nullptr;

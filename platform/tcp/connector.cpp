@@ -95,11 +95,11 @@ void Connector::resolveByDnsSd()
         if (self && self->race_)
             self->takeResolved(update);
     };
-    if (const auto* service = endpoint_.service())
-        ask_ = context_->addresses->resolve(*service, queue_, std::move(handler));
-    else
-        ask_ = context_->addresses->resolveHost(*multicastName(endpoint_.host()->host), queue_,
-                                                std::move(handler));
+    const auto* host = endpoint_.host();
+    // The port of a host is not part of the question.
+    ask_ = context_->resolutions->resolve(
+        host != nullptr ? HostEndpoint{.host = *multicastName(host->host)} : endpoint_, queue_,
+        std::move(handler));
 }
 
 void Connector::lookUp(const HostEndpoint& host)

@@ -52,7 +52,7 @@ private:
     Handlers handlers_;
     std::optional<Timer> timer_;        ///< none before `start`
     std::shared_ptr<AddressRace> race_; ///< null before `start` and after `stop`
-    std::unique_ptr<DnsSd::Ask> ask_;
+    std::shared_ptr<void> ask_;         ///< of the `ResolveCache`
     std::unique_ptr<NetworkMonitor::Subscription> networkChanges_;
     std::chrono::milliseconds pause_ = kFirstPause;
     std::optional<std::error_code> waitingError_; ///< set once no address could be reached

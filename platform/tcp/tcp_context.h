@@ -3,12 +3,12 @@
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network_monitor.h"
 #include "platform/reach.h"
-#include "platform/tcp/address_book.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/host_lookup.h"
 #include "platform/tcp/own_ports.h"
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/proven_addresses.h"
+#include "platform/tcp/resolve_cache.h"
 #include "platform/tcp/socket_ledger.h"
 #include "platform/tcp/traffic_ledger.h"
 
@@ -20,7 +20,7 @@ namespace quillbox {
 struct TcpContext {
     DnsSd& dnsSd;
     NetworkMonitor& monitor;
-    std::shared_ptr<AddressBook> addresses;
+    std::shared_ptr<ResolveCache> resolutions;
     std::shared_ptr<ChunkPool> chunks;
     std::shared_ptr<PipePool> pipes;
     std::shared_ptr<SocketLedger> sockets;

@@ -14,7 +14,7 @@ TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor
     : context_(
         new TcpContext{.dnsSd = dnsSd,
                        .monitor = monitor,
-                       .addresses = std::make_shared<AddressBook>(
+                       .resolutions = std::make_shared<ResolveCache>(
                            dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
                        .chunks = std::make_shared<ChunkPool>(),
                        .pipes = std::make_shared<PipePool>(),

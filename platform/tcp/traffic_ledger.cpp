@@ -1,50 +1,19 @@
 #include "platform/tcp/traffic_ledger.h"
 
-#include <utility>
-
 namespace quillbox {
-
-namespace {
-
-// The counters are independent: no access to other memory is synchronized by them.
-constexpr auto kOrder = std::memory_order_relaxed;
-
-} // namespace
-
-void TrafficCounter::noteOpened()
-{
-    note([](Counts& counts) {
-        counts.sessions.fetch_add(1, kOrder);
-        counts.sessionsInAll.fetch_add(1, kOrder);
-    });
-}
-
-void TrafficCounter::noteClosed()
-{
-    note([](Counts& counts) { counts.sessions.fetch_sub(1, kOrder); });
-}
-
-void TrafficCounter::noteReceived(std::size_t bytes)
-{
-    note([bytes](Counts& counts) { counts.bytesReceived.fetch_add(bytes, kOrder); });
-}
-
-void TrafficCounter::noteSent(std::size_t bytes)
-{
-    note([bytes](Counts& counts) { counts.bytesSent.fetch_add(bytes, kOrder); });
-}
 
 Traffic TrafficCounter::traffic() const
 {
-    return {.sessions = counts_.sessions.load(kOrder),
-            .sessionsInAll = counts_.sessionsInAll.load(kOrder),
-            .bytesReceived = counts_.bytesReceived.load(kOrder),
-            .bytesSent = counts_.bytesSent.load(kOrder)};
+    return {.sessions = sessions,
+            .sessionsInAll = sessionsInAll,
+            .bytesReceived = bytesReceived,
+            .bytesSent = bytesSent};
 }
 
 std::shared_ptr<TrafficCounter> TrafficLedger::add(std::string name)
 {
-    auto counter = std::make_shared<TrafficCounter>(sum_);
+    auto counter = std::make_shared<TrafficCounter>();
+    counter->total = total_;
     const std::lock_guard lock(mutex_);
     std::erase_if(entries_, [](const Entry& entry) { return entry.counter.expired(); });
     entries_.push_back({.name = std::move(name), .counter = counter});
@@ -53,7 +22,7 @@ std::shared_ptr<TrafficCounter> TrafficLedger::add(std::string name)
 
 TrafficReport TrafficLedger::report() const
 {
-    TrafficReport report{.total = sum_->traffic(), .listeners = {}};
+    TrafficReport report{.total = total_->traffic(), .listeners = {}};
     const std::lock_guard lock(mutex_);
     for (const Entry& entry : entries_) {
         if (const auto counter = entry.counter.lock())

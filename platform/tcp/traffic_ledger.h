@@ -8,65 +8,50 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quillbox {
 
-/// Counts the traffic of one listener, and adds it to a total. Thread-safe, and cheap enough to be
-/// called for every chunk.
-class TrafficCounter final {
-public:
-    TrafficCounter() = default;
+/// The counts of one listener, or of all. Any thread may read them at any time; each number is
+/// current, but they are not one consistent snapshot.
+struct TrafficCounter {
+    std::atomic<std::uint64_t> sessions = 0;
+    std::atomic<std::uint64_t> sessionsInAll = 0;
+    std::atomic<std::uint64_t> bytesReceived = 0;
+    std::atomic<std::uint64_t> bytesSent = 0;
 
-    /// Everything counted here is counted in `sum` as well.
-    explicit TrafficCounter(std::shared_ptr<TrafficCounter> sum) : sum_(std::move(sum)) {}
+    /// That of all listeners, in which everything is counted as well; null for itself.
+    std::shared_ptr<TrafficCounter> total = nullptr;
 
-    TrafficCounter(const TrafficCounter&) = delete;
-    TrafficCounter& operator=(const TrafficCounter&) = delete;
-
-    void noteOpened();
-    void noteClosed();
-    void noteReceived(std::size_t bytes);
-    void noteSent(std::size_t bytes);
-
-    /// Each number is current, but they are not one consistent snapshot.
     Traffic traffic() const;
-
-private:
-    struct Counts {
-        std::atomic<std::uint64_t> sessions = 0;
-        std::atomic<std::uint64_t> sessionsInAll = 0;
-        std::atomic<std::uint64_t> bytesReceived = 0;
-        std::atomic<std::uint64_t> bytesSent = 0;
-    };
-
-    template <typename Count> void note(Count count)
-    {
-        count(counts_);
-        if (sum_)
-            count(sum_->counts_);
-    }
-
-    const std::shared_ptr<TrafficCounter> sum_;
-    Counts counts_;
 };
 
-/// An accepted connection, counted as open during the lifetime of this object.
+/// An accepted connection, counted as open during the lifetime of this object. Cheap enough to be
+/// called for every chunk.
 class CountedSession final {
 public:
     explicit CountedSession(std::shared_ptr<TrafficCounter> counter) : counter_(std::move(counter))
     {
-        counter_->noteOpened();
+        add(&TrafficCounter::sessions, 1);
+        add(&TrafficCounter::sessionsInAll, 1);
     }
-    ~CountedSession() { counter_->noteClosed(); }
+    ~CountedSession() { add(&TrafficCounter::sessions, ~std::uint64_t{0}); }
 
     CountedSession(const CountedSession&) = delete;
     CountedSession& operator=(const CountedSession&) = delete;
 
-    void noteReceived(std::size_t bytes) { counter_->noteReceived(bytes); }
-    void noteSent(std::size_t bytes) { counter_->noteSent(bytes); }
+    void noteReceived(std::size_t bytes) { add(&TrafficCounter::bytesReceived, bytes); }
+    void noteSent(std::size_t bytes) { add(&TrafficCounter::bytesSent, bytes); }
 
 private:
+    void add(std::atomic<std::uint64_t> TrafficCounter::*count, std::uint64_t number)
+    {
+        // The counts are independent: no access to other memory is synchronized by them.
+        for (auto* each : {counter_.get(), counter_->total.get()})
+            (each->*count).fetch_add(number, std::memory_order_relaxed);
+    }
+
     const std::shared_ptr<TrafficCounter> counter_;
 };
 
@@ -85,7 +70,7 @@ private:
         std::weak_ptr<TrafficCounter> counter;
     };
 
-    const std::shared_ptr<TrafficCounter> sum_ = std::make_shared<TrafficCounter>();
+    const std::shared_ptr<TrafficCounter> total_ = std::make_shared<TrafficCounter>();
     mutable std::mutex mutex_;
     std::vector<Entry> entries_; ///< in the order in which they were added
 };

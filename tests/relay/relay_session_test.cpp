@@ -1,6 +1,7 @@
 #include "relay/relay_session.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/relay/peers.h"
 
 #include <gmock/gmock.h>
@@ -42,7 +43,9 @@ protected:
     FakeNetwork network{dispatch};
     std::shared_ptr<FakeConnection> incoming = network.makeAcceptedConnection();
     std::shared_ptr<FakeConnection> outgoing = network.makeAcceptedConnection();
-    std::shared_ptr<RelaySession> session = std::make_shared<RelaySession>(incoming, outgoing);
+    RecordingLog lines;
+    std::shared_ptr<RelaySession> session =
+        std::make_shared<RelaySession>(incoming, outgoing, lines, "Quillbox Office");
     std::vector<std::string> log;
     int ends = 0;
 };

@@ -1,4 +1,5 @@
 #include "relay/relay_session.h"
+#include "tests/fakes/recording_log.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
@@ -321,11 +322,13 @@ public:
     const PeerListener& phone() const { return phone_; }
 
 private:
+    RecordingLog log_; ///< off
     void accept(std::shared_ptr<Connection> connection)
     {
         auto session = std::make_shared<RelaySession>(
             std::move(connection),
-            network_.makeConnection(HostEndpoint{.host = "127.0.0.1", .port = phone_.port()}, {}));
+            network_.makeConnection(HostEndpoint{.host = "127.0.0.1", .port = phone_.port()}, {}),
+            log_, "stress");
         const auto number = nextNumber_++;
         session->onEnd = [this, number] {
             queue_->async([this, number] { sessions_.erase(number); });

@@ -55,7 +55,7 @@ protected:
     const std::shared_ptr<TcpContext> context{
         new TcpContext{.dnsSd = dnsSd,
                        .monitor = monitor,
-                       .addresses = std::make_shared<AddressBook>(
+                       .resolutions = std::make_shared<ResolveCache>(
                            dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
                        .chunks = std::make_shared<ChunkPool>(),
                        .pipes = std::make_shared<PipePool>(),

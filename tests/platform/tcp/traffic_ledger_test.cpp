@@ -74,8 +74,8 @@ TEST(TrafficLedger, ofTwoListenersWithOneNameTellsTheNewer)
     TrafficLedger ledger;
     const auto older = ledger.add("Ku\u0308che");
     const auto newer = ledger.add("Küche");
-    older->noteSent(1);
-    newer->noteSent(2);
+    CountedSession(older).noteSent(1);
+    CountedSession(newer).noteSent(2);
     EXPECT_EQ(ledger.report().listeners.size(), 1U);
     EXPECT_EQ(ledger.report().listeners.at("Küche").bytesSent, 2U);
     EXPECT_EQ(ledger.report().total.bytesSent, 3U);

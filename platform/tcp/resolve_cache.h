@@ -2,15 +2,14 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
+#include "platform/endpoint.h"
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
-#include <variant>
 
 namespace quillbox {
 
@@ -24,7 +23,7 @@ namespace quillbox {
 /// missed then still reaches the address race of this connection.
 ///
 /// Thread-safe.
-class AddressBook final : public std::enable_shared_from_this<AddressBook> {
+class ResolveCache final : public std::enable_shared_from_this<ResolveCache> {
 public:
     using Handler = std::function<void(const DnsSd::ResolveUpdate&)>;
 
@@ -36,44 +35,39 @@ public:
     static constexpr std::chrono::milliseconds kKeepTime{120'000};
 
     /// Receives the DNS-SD updates on `queue`, which may be dedicated to it. `dnsSd` outlives the
-    /// address book.
-    AddressBook(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue,
-                std::chrono::milliseconds freshTime = kFreshTime,
-                std::chrono::milliseconds keepTime = kKeepTime);
-    ~AddressBook();
+    /// cache.
+    ResolveCache(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue,
+                 std::chrono::milliseconds freshTime = kFreshTime,
+                 std::chrono::milliseconds keepTime = kKeepTime);
+    ~ResolveCache();
 
-    AddressBook(const AddressBook&) = delete;
-    AddressBook& operator=(const AddressBook&) = delete;
+    ResolveCache(const ResolveCache&) = delete;
+    ResolveCache& operator=(const ResolveCache&) = delete;
 
-    /// Like the functions of `DnsSd`, except that no update comes before there is an address, an
-    /// error, or the result that there is no address.
-    std::unique_ptr<DnsSd::Ask> resolve(const ServiceEndpoint& service,
-                                        std::shared_ptr<DispatchQueue> queue, Handler handler);
-    std::unique_ptr<DnsSd::Ask> resolveHost(const std::string& hostName,
-                                            std::shared_ptr<DispatchQueue> queue, Handler handler);
+    /// Like `DnsSd::resolve` and, for a host, `DnsSd::resolveHost`, except that no update comes
+    /// before there is an address, an error, or the result that there is no address. Ends when the
+    /// returned reference is dropped.
+    std::shared_ptr<void> resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
+                                  Handler handler);
 
 private:
     using Clock = std::chrono::steady_clock;
-    using Question = std::variant<ServiceEndpoint, std::string>; ///< a service or a host name
-    using Known = std::shared_ptr<const DnsSd::ResolveUpdate>;
 
-    class Reader;
+    struct Reader;
     struct Entry;
 
-    std::unique_ptr<DnsSd::Ask> read(const Question& question, std::shared_ptr<DispatchQueue> queue,
-                                     Handler handler);
-    void ask(Entry& entry, const std::string& key);
-    void take(const std::string& key, std::uint64_t number, const DnsSd::ResolveUpdate& update);
-    void dropLater(const std::string& key, std::chrono::milliseconds pause);
-    void dropUnused(const std::string& key);
+    void ask(const std::string& key, Entry& entry);
+    void take(const std::string& key, const std::weak_ptr<void>& token,
+              const DnsSd::ResolveUpdate& update);
+    void dropUnusedLater(std::chrono::milliseconds pause);
+    void dropUnused();
 
     DnsSd& dnsSd_;
     const std::shared_ptr<DispatchQueue> queue_;
     const std::chrono::milliseconds freshTime_;
     const std::chrono::milliseconds keepTime_;
     std::mutex mutex_;
-    std::uint64_t lastNumber_ = 0;
-    std::map<std::string, Entry> entries_;
+    std::map<std::string, Entry> entries_; ///< by the description of the endpoint
 };
 
 } // namespace quillbox

@@ -1,4 +1,4 @@
-#include "platform/tcp/address_book.h"
+#include "platform/tcp/resolve_cache.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
@@ -59,23 +59,23 @@ private:
 
 } // namespace
 
-class AddressBookTest : public testing::Test {
+class ResolveCacheTest : public testing::Test {
 protected:
-    AddressBookTest() { open(AddressBook::kFreshTime, AddressBook::kKeepTime); }
+    ResolveCacheTest() { open(ResolveCache::kFreshTime, ResolveCache::kKeepTime); }
 
     // The handlers refer to `first` and `second`, so none may run after this.
-    ~AddressBookTest() override { pool.shutdown(); }
+    ~ResolveCacheTest() override { pool.shutdown(); }
 
     void open(std::chrono::milliseconds freshTime, std::chrono::milliseconds keepTime)
     {
-        book = std::make_shared<AddressBook>(
-            dnsSd, pool.makeQueue("book", QualityOfService::UserInitiated), freshTime, keepTime);
+        cache = std::make_shared<ResolveCache>(
+            dnsSd, pool.makeQueue("cache", QualityOfService::UserInitiated), freshTime, keepTime);
     }
 
-    std::unique_ptr<DnsSd::Ask> read(Told& told, const ServiceEndpoint& service = kPhone)
+    std::shared_ptr<void> read(Told& told, const ServiceEndpoint& service = kPhone)
     {
-        return book->resolve(service, queue,
-                             [&told](const DnsSd::ResolveUpdate& update) { told.note(update); });
+        return cache->resolve(service, queue,
+                              [&told](const DnsSd::ResolveUpdate& update) { told.note(update); });
     }
 
     /// Lets time pass.
@@ -90,12 +90,12 @@ protected:
     ScriptedDnsSd dnsSd;
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("readers", QualityOfService::UserInitiated);
-    std::shared_ptr<AddressBook> book;
+    std::shared_ptr<ResolveCache> cache;
     Told first;
     Told second;
 };
 
-TEST_F(AddressBookTest, asksOnceForAllThatComeTogether)
+TEST_F(ResolveCacheTest, asksOnceForAllThatComeTogether)
 {
     const auto one = read(first);
     const auto two = read(second);
@@ -108,7 +108,7 @@ TEST_F(AddressBookTest, asksOnceForAllThatComeTogether)
     EXPECT_EQ(second.at(0), update);
 }
 
-TEST_F(AddressBookTest, tellsLaterReadersAtOnceWhatItHeardLast)
+TEST_F(ResolveCacheTest, tellsLaterReadersAtOnceWhatItHeardLast)
 {
     auto one = read(first);
     dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
@@ -123,9 +123,9 @@ TEST_F(AddressBookTest, tellsLaterReadersAtOnceWhatItHeardLast)
     EXPECT_EQ(dnsSd.count(), 1U);
 }
 
-TEST_F(AddressBookTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWhatItKnows)
+TEST_F(ResolveCacheTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWhatItKnows)
 {
-    open(0ms, AddressBook::kKeepTime);
+    open(0ms, ResolveCache::kKeepTime);
     const auto one = read(first);
     auto before = found({foundAt("192.0.2.1")});
     before.hosts = {{"phone.local", 4445}};
@@ -144,9 +144,9 @@ TEST_F(AddressBookTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileWh
     EXPECT_EQ(first.at(1), after);
 }
 
-TEST_F(AddressBookTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
+TEST_F(ResolveCacheTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
 {
-    open(0ms, AddressBook::kKeepTime);
+    open(0ms, ResolveCache::kKeepTime);
     const auto one = read(first);
     dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
@@ -162,9 +162,9 @@ TEST_F(AddressBookTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
     EXPECT_FALSE(third.waitFor(1, kWatch)) << "and its address is not told any more";
 }
 
-TEST_F(AddressBookTest, ignoresALateAnswerToAnEarlierQuestion)
+TEST_F(ResolveCacheTest, ignoresALateAnswerToAnEarlierQuestion)
 {
-    open(0ms, AddressBook::kKeepTime);
+    open(0ms, ResolveCache::kKeepTime);
     const auto one = read(first);
     dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
@@ -179,9 +179,9 @@ TEST_F(AddressBookTest, ignoresALateAnswerToAnEarlierQuestion)
     EXPECT_EQ(second.at(1), after);
 }
 
-TEST_F(AddressBookTest, letsTheLastAddressesStandWhileNoEngineAnswers)
+TEST_F(ResolveCacheTest, letsTheLastAddressesStandWhileNoEngineAnswers)
 {
-    open(0ms, AddressBook::kKeepTime);
+    open(0ms, ResolveCache::kKeepTime);
     const auto one = read(first);
     auto before = found({foundAt("192.0.2.1")});
     before.hosts = {{"phone.local", 4445}};
@@ -197,7 +197,7 @@ TEST_F(AddressBookTest, letsTheLastAddressesStandWhileNoEngineAnswers)
     EXPECT_EQ(second.at(1).hosts, before.hosts);
 }
 
-TEST_F(AddressBookTest, tellsThatNoEngineAnswersWhenNothingIsKnown)
+TEST_F(ResolveCacheTest, tellsThatNoEngineAnswersWhenNothingIsKnown)
 {
     const auto one = read(first);
     auto failure = unsettled(found({}));
@@ -207,13 +207,14 @@ TEST_F(AddressBookTest, tellsThatNoEngineAnswersWhenNothingIsKnown)
     EXPECT_EQ(first.at(0), failure);
 }
 
-TEST_F(AddressBookTest, keepsServicesAndHostsApart)
+TEST_F(ResolveCacheTest, keepsServicesAndHostsApart)
 {
     const auto one = read(first);
     const auto two = read(second, kOther);
     Told third;
-    const auto three = book->resolveHost(
-        "Phone.local", queue, [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
+    const auto three =
+        cache->resolve(HostEndpoint{.host = "Phone.local"}, queue,
+                       [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
     ASSERT_EQ(dnsSd.count(), 3U);
     EXPECT_EQ(dnsSd.record(2).text, "Phone.local");
     ServiceEndpoint elsewhere = kPhone;
@@ -229,7 +230,7 @@ TEST_F(AddressBookTest, keepsServicesAndHostsApart)
     EXPECT_EQ(third.at(0).addresses.front(), foundAt("192.0.2.3"));
 }
 
-TEST_F(AddressBookTest, tellsNothingToOneThatIsGone)
+TEST_F(ResolveCacheTest, tellsNothingToOneThatIsGone)
 {
     auto one = read(first);
     const auto two = read(second);
@@ -239,9 +240,9 @@ TEST_F(AddressBookTest, tellsNothingToOneThatIsGone)
     EXPECT_FALSE(first.waitFor(1, 0ms));
 }
 
-TEST_F(AddressBookTest, dropsAQuestionThatNobodyNeedsForAWhile)
+TEST_F(ResolveCacheTest, dropsAQuestionThatNobodyNeedsForAWhile)
 {
-    open(AddressBook::kFreshTime, 20ms);
+    open(ResolveCache::kFreshTime, 20ms);
     auto one = read(first);
     const auto before = processorTime();
     EXPECT_FALSE(dnsSd.waitForStanding(0, kWatch)) << "somebody reads";
@@ -252,9 +253,9 @@ TEST_F(AddressBookTest, dropsAQuestionThatNobodyNeedsForAWhile)
     EXPECT_EQ(dnsSd.count(), 2U);
 }
 
-TEST_F(AddressBookTest, keepsAQuestionAsLongAfterItsLastUseAsAfterItsFirst)
+TEST_F(ResolveCacheTest, keepsAQuestionAsLongAfterItsLastUseAsAfterItsFirst)
 {
-    open(AddressBook::kFreshTime * 60, 1500ms);
+    open(ResolveCache::kFreshTime * 60, 1500ms);
     read(first).reset();
     wait(1000ms);
     read(first).reset();
@@ -263,7 +264,7 @@ TEST_F(AddressBookTest, keepsAQuestionAsLongAfterItsLastUseAsAfterItsFirst)
     EXPECT_EQ(dnsSd.count(), 1U);
 }
 
-TEST_F(AddressBookTest, saysNothingWhileOneFamilyMayStillHaveAddresses)
+TEST_F(ResolveCacheTest, saysNothingWhileOneFamilyMayStillHaveAddresses)
 {
     const auto ask = read(first);
     auto update = found({});

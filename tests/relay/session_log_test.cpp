@@ -1,5 +1,4 @@
 #include "relay/finder_relay.h"
-#include "relay/session_story.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/recording_log.h"
@@ -19,9 +18,9 @@ const std::error_code kUnreachable = std::make_error_code(std::errc::host_unreac
 const std::error_code kDown = std::make_error_code(std::errc::network_down);
 
 /// A relay with a log.
-class SessionStoryTest : public testing::Test {
+class SessionLogTest : public testing::Test {
 protected:
-    ~SessionStoryTest() override
+    ~SessionLogTest() override
     {
         relay->stop();
         dispatch.runAll();
@@ -67,7 +66,7 @@ protected:
     std::shared_ptr<FakeConnection> phone;
 };
 
-TEST_F(SessionStoryTest, beginsWithTheRelay)
+TEST_F(SessionLogTest, beginsWithTheRelay)
 {
     log.time += 1min;
     start();
@@ -86,7 +85,7 @@ TEST_F(SessionStoryTest, beginsWithTheRelay)
                     R"(relay: "Quillbox Office": stopping after 2.9 s; sessions: 0)"));
 }
 
-TEST_F(SessionStoryTest, tellsWhyARelayDoesNotStart)
+TEST_F(SessionLogTest, tellsWhyARelayDoesNotStart)
 {
     network.listenerError = kDown;
     start();
@@ -95,7 +94,7 @@ TEST_F(SessionStoryTest, tellsWhyARelayDoesNotStart)
                                            + kDown.message()));
 }
 
-TEST_F(SessionStoryTest, tellsWhyARelayFails)
+TEST_F(SessionLogTest, tellsWhyARelayFails)
 {
     start();
     log.lines.clear();
@@ -106,7 +105,7 @@ TEST_F(SessionStoryTest, tellsWhyARelayFails)
                             R"(relay: "Quillbox Office": stopping after 0 ms; sessions: 0)"));
 }
 
-TEST_F(SessionStoryTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
+TEST_F(SessionLogTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
 {
     open();
     phone->report(Connection::State::Preparing);
@@ -121,7 +120,7 @@ TEST_F(SessionStoryTest, tellsWhatASessionWaitsForAndSinceWhenItIsConnected)
                                        session + "connected to the phone after 3.5 s"));
 }
 
-TEST_F(SessionStoryTest, tellsNothingOfTheFileManagersStates)
+TEST_F(SessionLogTest, tellsNothingOfTheFileManagersStates)
 {
     open();
     browser->report(Connection::State::Preparing);
@@ -130,7 +129,7 @@ TEST_F(SessionStoryTest, tellsNothingOfTheFileManagersStates)
     EXPECT_THAT(log.lines, IsEmpty());
 }
 
-TEST_F(SessionStoryTest, tellsTheFirstCauseOfAnEnd)
+TEST_F(SessionLogTest, tellsTheFirstCauseOfAnEnd)
 {
     open();
     connect();
@@ -142,7 +141,7 @@ TEST_F(SessionStoryTest, tellsTheFirstCauseOfAnEnd)
     EXPECT_THAT(log.lines.front(), testing::HasSubstr("the file manager closed the connection"));
 }
 
-TEST_F(SessionStoryTest, numbersSessions)
+TEST_F(SessionLogTest, numbersSessions)
 {
     start();
     log.lines.clear();
@@ -156,7 +155,7 @@ TEST_F(SessionStoryTest, numbersSessions)
             R"(connection: session 2 of "Quillbox Office": the file manager has connected)"));
 }
 
-TEST_F(SessionStoryTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
+TEST_F(SessionLogTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
 {
     open();
     connect();
@@ -172,7 +171,7 @@ TEST_F(SessionStoryTest, tellsWhatWasCarriedAndThatTheFileBrowserClosedIt)
                             "9 bytes to the phone, 15 bytes from the phone"));
 }
 
-TEST_F(SessionStoryTest, tellsThatThePhoneClosedItBehindItsLastBytes)
+TEST_F(SessionLogTest, tellsThatThePhoneClosedItBehindItsLastBytes)
 {
     open();
     connect();
@@ -186,7 +185,7 @@ TEST_F(SessionStoryTest, tellsThatThePhoneClosedItBehindItsLastBytes)
                             "0 bytes to the phone, 3 bytes from the phone"));
 }
 
-TEST_F(SessionStoryTest, tellsTheErrorOfTheSideThatFailed)
+TEST_F(SessionLogTest, tellsTheErrorOfTheSideThatFailed)
 {
     for (const bool isOfPhone : {true, false}) {
         open();
@@ -201,7 +200,7 @@ TEST_F(SessionStoryTest, tellsTheErrorOfTheSideThatFailed)
     }
 }
 
-TEST_F(SessionStoryTest, tellsTheErrorOfASend)
+TEST_F(SessionLogTest, tellsTheErrorOfASend)
 {
     open();
     connect();
@@ -214,7 +213,7 @@ TEST_F(SessionStoryTest, tellsTheErrorOfASend)
                                                  + kReset.message() + "; 8 bytes to the phone"));
 }
 
-TEST_F(SessionStoryTest, tellsWhyThePhoneCannotBeReached)
+TEST_F(SessionLogTest, tellsWhyThePhoneCannotBeReached)
 {
     open();
     phone->report(Connection::State::Failed, std::make_error_code(std::errc::connection_refused));
@@ -224,7 +223,7 @@ TEST_F(SessionStoryTest, tellsWhyThePhoneCannotBeReached)
                 testing::HasSubstr(": connection to the phone failed: Connection refused; 0"));
 }
 
-TEST_F(SessionStoryTest, tellsThatTheRelayStopped)
+TEST_F(SessionLogTest, tellsThatTheRelayStopped)
 {
     open();
     connect();
@@ -236,7 +235,7 @@ TEST_F(SessionStoryTest, tellsThatTheRelayStopped)
                             "the relay stopped; 0 bytes to the phone, 0 bytes from the phone"));
 }
 
-TEST_F(SessionStoryTest, doesNotTouchConnectionsWhileNobodyListens)
+TEST_F(SessionLogTest, doesNotTouchConnectionsWhileNobodyListens)
 {
     log.isTelling = false;
     open();

@@ -1,0 +1,106 @@
+#include "discovery/phone_discovery.h"
+#include "tests/fakes/fake_dispatch.h"
+#include "tests/fakes/fake_network.h"
+#include "tests/fakes/recording_log.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+namespace quillbox {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+Endpoint device(const std::string& name)
+{
+    return ServiceEndpoint{.name = name, .type = "_quillbox._tcp", .domain = "local"};
+}
+
+class PhoneDiscoveryLogTest : public testing::Test {
+protected:
+    PhoneDiscoveryLogTest() { discovery->start(); }
+    ~PhoneDiscoveryLogTest() override
+    {
+        discovery->stop();
+        dispatch.runAll();
+    }
+
+    void find(Browser::Results results)
+    {
+        network.browsers.back()->deliver(std::move(results));
+        dispatch.runAll();
+    }
+
+    void report(Browser::State state, std::error_code error)
+    {
+        network.browsers.back()->report(state, error);
+        dispatch.runAll();
+    }
+
+    FakeDispatch dispatch;
+    FakeNetwork network{dispatch};
+    RecordingLog log;
+    std::shared_ptr<PhoneDiscovery> discovery =
+        PhoneDiscovery::make(dispatch, network, log, "org.quillbox.Helper", "_quillbox._tcp");
+};
+
+TEST_F(PhoneDiscoveryLogTest, tellsEachDeviceThatAppearsAndGoesOnce)
+{
+    find({device("Quillbox A")});
+    log.time += 1500ms;
+    find({device("Quillbox A"), device("Quillbox B")});
+    find({device("Quillbox B")});
+    find({device("Quillbox B")});
+    find({device("Quillbox A"), device("Quillbox B")});
+    EXPECT_THAT(
+        log.lines,
+        ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
+                    R"(discovery: _quillbox._tcp: "Quillbox B" has appeared)",
+                    R"(discovery: _quillbox._tcp: "Quillbox A" has disappeared after 1.5 s)",
+                    R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)"));
+}
+
+TEST_F(PhoneDiscoveryLogTest, countsServicesThatAreNoDevices)
+{
+    find({device("Quillbox A"), device("Printer"), device("Scanner")});
+    EXPECT_THAT(log.lines,
+                ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
+                            "discovery: _quillbox._tcp: other services of this type: 2"));
+}
+
+TEST_F(PhoneDiscoveryLogTest, tellsHowBrowsingDoes)
+{
+    const auto error = std::make_error_code(std::errc::network_down);
+    report(Browser::State::Setup, {});
+    report(Browser::State::Waiting, error);
+    report(Browser::State::Ready, {});
+    report(Browser::State::Failed, error);
+    EXPECT_THAT(
+        log.lines,
+        ElementsAre("discovery: _quillbox._tcp: cannot browse at present: " + error.message(),
+                    "discovery: _quillbox._tcp: browsing",
+                    "discovery: _quillbox._tcp: cannot browse: " + error.message()));
+}
+
+TEST_F(PhoneDiscoveryLogTest, isSilentWhileNobodyListens)
+{
+    log.isTelling = false;
+    find({device("Quillbox A")});
+    find({});
+    report(Browser::State::Ready, {});
+    EXPECT_THAT(log.lines, IsEmpty());
+}
+
+TEST_F(PhoneDiscoveryLogTest, remembersNothingFromBeforeSomebodyListened)
+{
+    log.isTelling = false;
+    find({device("Quillbox A")});
+    log.isTelling = true;
+    find({device("Quillbox A")});
+    EXPECT_THAT(log.lines, ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)"));
+}
+
+} // namespace
+} // namespace quillbox
