@@ -1,45 +1,14 @@
 #include "discovery/management_url.h"
 
+#include "platform/socket_address.h"
 #include "platform/text.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
 #include <string_view>
-
-#include <netdb.h>
-#include <sys/socket.h>
 
 namespace quillbox {
 
 namespace {
-
-constexpr std::size_t kHostBufferSize = 1025; // NI_MAXHOST
-
-bool isIPv4(const SocketAddress& address)
-{
-    sa_family_t family = AF_UNSPEC;
-    if (address.size() < sizeof family)
-        return false;
-    std::memcpy(&family, address.data() + offsetof(sockaddr, sa_family), sizeof family);
-    return family == AF_INET;
-}
-
-std::optional<std::string> numericHost(const SocketAddress& address)
-{
-    // A copy of maximum size and correct alignment, since the bytes may be short or misaligned.
-    sockaddr_storage storage{};
-    if (address.empty() || address.size() > sizeof storage)
-        return std::nullopt;
-    std::memcpy(&storage, address.data(), address.size());
-    std::array<char, kHostBufferSize> host{};
-    const int failure = getnameinfo(
-        reinterpret_cast<const sockaddr*>(&storage), static_cast<socklen_t>(address.size()),
-        host.data(), static_cast<socklen_t>(host.size()), nullptr, 0, NI_NUMERICHOST);
-    if (failure != 0 || host.front() == '\0')
-        return std::nullopt;
-    return std::string(host.data());
-}
 
 /// The text with U+FFFD in place of each byte that is not part of valid UTF-8, as URLs are UTF-8.
 std::string withValidUtf8(std::string_view text)

@@ -1,9 +1,9 @@
 // Addresses: as bytes from the network, and as text that a user typed.
 
-#include "platform/tcp/socket_address.h"
+#include "platform/socket_address.h"
 
 #include "discovery/management_url.h"
-#include "platform/tcp/dialable_address.h"
+#include "platform/dial/dialable_address.h"
 
 #include <algorithm>
 #include <functional>

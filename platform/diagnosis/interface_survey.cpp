@@ -1,10 +1,10 @@
 #include "platform/diagnosis/interface_survey.h"
 
 #include "platform/diagnosis/kernel_tables.h"
+#include "platform/socket_address.h"
 
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -26,14 +26,6 @@ bool isWireless(const std::string& name)
     std::error_code ignored;
     return std::filesystem::exists("/sys/class/net/" + name + "/phy80211", ignored)
            || std::filesystem::exists("/sys/class/net/" + name + "/wireless", ignored);
-}
-
-SocketAddress addressOf(const sockaddr* address)
-{
-    const auto size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-    SocketAddress result(size);
-    std::memcpy(result.data(), address, size);
-    return result;
 }
 
 std::string textOf(const sockaddr* address)
@@ -94,7 +86,7 @@ Survey surveyInterfaces()
             describe(survey.interfaces.emplace_back(), *each, tables);
         if (family != AF_INET && family != AF_INET6)
             continue;
-        survey.addresses.push_back(addressOf(each->ifa_addr));
+        survey.addresses.push_back(toSocketAddress(each->ifa_addr));
         if (const auto found = named(each->ifa_name); found != survey.interfaces.end())
             addAddress(found->facts, each->ifa_addr);
     }

@@ -1,12 +1,12 @@
 #include "platform/linux/linux_platform.h"
 
+#include "platform/dial/tcp_network.h"
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dnssd/browser.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/net_service.h"
 #include "platform/linux/system_configuration.h"
 #include "platform/netlink/netlink_monitor.h"
-#include "platform/tcp/tcp_network.h"
 
 #include <chrono>
 #include <mutex>

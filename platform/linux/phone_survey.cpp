@@ -1,13 +1,13 @@
 #include "platform/linux/phone_survey.h"
 
+#include "platform/dial/dialable_address.h"
+#include "platform/dial/port_check.h"
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine/automatic_engine.h"
 #include "platform/netlink/netlink_monitor.h"
+#include "platform/socket_address.h"
 #include "platform/standard_error_log.h"
-#include "platform/tcp/dialable_address.h"
-#include "platform/tcp/port_check.h"
-#include "platform/tcp/socket_address.h"
 
 #include <algorithm>
 #include <memory>

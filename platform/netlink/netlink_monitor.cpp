@@ -3,11 +3,11 @@
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
 #include "platform/netlink/netlink_socket.h"
+#include "platform/socket_address.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <iostream>
 #include <mutex>
 #include <optional>
@@ -156,14 +156,6 @@ private:
     std::mutex mutex_;
     std::vector<std::weak_ptr<Subscriber>> subscribers_; ///< guarded by the mutex
 };
-
-SocketAddress toSocketAddress(const sockaddr* address)
-{
-    const auto size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-    SocketAddress result(size);
-    std::memcpy(result.data(), address, size);
-    return result;
-}
 
 /// nullopt if the kernel cannot be asked, usually because no file descriptor is available.
 std::optional<std::vector<InterfaceAddress>> readAddresses()

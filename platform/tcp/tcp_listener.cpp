@@ -2,8 +2,8 @@
 
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
+#include "platform/socket_address.h"
 #include "platform/standard_error.h"
-#include "platform/tcp/dialable_address.h"
 #include "platform/tcp/listening_port.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/socket_calls.h"

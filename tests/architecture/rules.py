@@ -33,6 +33,12 @@ ARROWS = {
         "platform/dnssd/dns_sd.h",
         "platform/posix",
     },
+    "platform/dial": {
+        "platform",
+        "platform/dispatch",
+        "platform/dnssd/dns_sd.h",
+        "platform/tcp",
+    },
     "platform/posix": {"platform"},
     "platform/x11": {"platform"},
     "platform/desktop": {"platform", "platform/posix", "platform/x11"},
@@ -41,12 +47,12 @@ ARROWS = {
         "platform",
         "platform/desktop",
         "platform/diagnosis",
+        "platform/dial",
         "platform/dispatch",
         "platform/dnssd",
         "platform/dnssd/engine",
         "platform/netlink",
         "platform/posix",
-        "platform/tcp",
     },
     "relay": {"platform"},
     "discovery": {"platform"},
@@ -106,6 +112,7 @@ OUTSIDE = {
     SYSTEM: {
         "platform/desktop",
         "platform/diagnosis",
+        "platform/dial",
         "platform/dispatch",
         "platform/dnssd",
         "platform/linux",
@@ -113,9 +120,8 @@ OUTSIDE = {
         "platform/posix",
         "platform/tcp",
         "platform/x11",
-        # getnameinfo, which formats numeric addresses, is POSIX.
-        "discovery/management_resolver.cpp",
-        "discovery/management_url.cpp",
+        # Socket addresses are POSIX.
+        "platform/socket_address.cpp",
         # getentropy is POSIX.
         "platform/uuid.cpp",
         "demo",

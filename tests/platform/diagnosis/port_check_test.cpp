@@ -1,6 +1,6 @@
-#include "platform/tcp/dialable_address.h"
-#include "platform/tcp/port_check.h"
-#include "platform/tcp/socket_address.h"
+#include "platform/dial/dialable_address.h"
+#include "platform/dial/port_check.h"
+#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 
 #include <chrono>

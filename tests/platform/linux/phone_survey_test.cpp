@@ -1,6 +1,6 @@
+#include "platform/dial/dialable_address.h"
 #include "platform/linux/phone_survey.h"
-#include "platform/tcp/dialable_address.h"
-#include "platform/tcp/socket_address.h"
+#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_dns_sd.h"

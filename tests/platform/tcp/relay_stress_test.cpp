@@ -63,7 +63,7 @@ private:
 };
 
 /// How a session ends. `who` is the side that ends it.
-struct Ending {
+struct WayToEnd {
     enum class How {
         AfterAll,  ///< when both sides have received everything
         HalfClose, ///< when `who` has sent everything
@@ -166,7 +166,7 @@ public:
     {
         for (auto& stream : streams_)
             stream.bytes = std::span(source()).subspan(dice_.below(64UL * 1024), dice_.size());
-        ending_ = {.how = static_cast<Ending::How>(dice_.below(3)),
+        ending_ = {.how = static_cast<WayToEnd::How>(dice_.below(3)),
                    .who = dice_.below(2),
                    .resetAfter = 0};
         ending_.resetAfter = dice_.below(streams_.at(ending_.who).bytes.size() + 1);
@@ -201,10 +201,10 @@ public:
     {
         EXPECT_TRUE(isOver()) << "no progress: " << *this;
         EXPECT_TRUE(sides_[0].isTrue && sides_[1].isTrue) << *this;
-        if (ending_.how != Ending::How::Reset) {
+        if (ending_.how != WayToEnd::How::Reset) {
             EXPECT_TRUE(streams_.at(ending_.who).isReceived()) << *this;
         }
-        if (ending_.how == Ending::How::AfterAll) {
+        if (ending_.how == WayToEnd::How::AfterAll) {
             EXPECT_TRUE(streams_.at(1 - ending_.who).isReceived()) << *this;
             // Where there is nothing to lose, the relay may end the phone's side with a reset.
             const bool isUnused = streams_[0].bytes.empty() && streams_[1].bytes.empty();
@@ -257,7 +257,7 @@ private:
     /// How many bytes the side may still send; one that resets stops at `resetAfter`.
     std::size_t mostToSend(std::size_t index) const
     {
-        const bool isToReset = ending_.how == Ending::How::Reset && ending_.who == index;
+        const bool isToReset = ending_.how == WayToEnd::How::Reset && ending_.who == index;
         return isToReset ? ending_.resetAfter - streams_.at(index).sent : kLargest;
     }
 
@@ -268,19 +268,19 @@ private:
         if (hasBegunToEnd_ || side.hasEnded)
             return;
         switch (ending_.how) {
-        case Ending::How::AfterAll:
+        case WayToEnd::How::AfterAll:
             hasBegunToEnd_ = streams_[0].isReceived() && streams_[1].isReceived();
             break;
-        case Ending::How::HalfClose:
+        case WayToEnd::How::HalfClose:
             hasBegunToEnd_ = stream.isSent();
             break;
-        case Ending::How::Reset:
+        case WayToEnd::How::Reset:
             hasBegunToEnd_ = stream.sent == ending_.resetAfter;
             break;
         }
         if (!hasBegunToEnd_)
             return;
-        if (ending_.how == Ending::How::Reset)
+        if (ending_.how == WayToEnd::How::Reset)
             side.reset();
         else
             side.shutDownSending();
@@ -290,7 +290,7 @@ private:
     Dice dice_;
     std::array<Side, 2> sides_;     ///< the client and the phone
     std::array<Stream, 2> streams_; ///< what each of them sends
-    Ending ending_;
+    WayToEnd ending_;
     bool hasBegunToEnd_ = false;
     Clock::time_point lastProgress_ = Clock::now();
 };

@@ -1,4 +1,4 @@
-#include "platform/tcp/socket_address.h"
+#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"

@@ -1,5 +1,5 @@
+#include "platform/dial/proven_addresses.h"
 #include "platform/tcp/own_ports.h"
-#include "platform/tcp/proven_addresses.h"
 #include "platform/tcp/socket_ledger.h"
 #include "tests/fakes/socket_addresses.h"
 

@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/dial/dial_context.h"
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch/loop_queue.h"
-#include "platform/tcp/tcp_context.h"
 #include "tests/platform/tcp/tcp_harness.h"
 
 #include <functional>
@@ -52,19 +52,9 @@ protected:
     ScriptedMonitor monitor;
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("backstage", QualityOfService::UserInitiated);
-    const std::shared_ptr<TcpContext> context{
-        new TcpContext{.dnsSd = dnsSd,
-                       .monitor = monitor,
-                       .resolutions = std::make_shared<ResolveCache>(
-                           dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
-                       .chunks = std::make_shared<ChunkPool>(),
-                       .pipes = std::make_shared<PipePool>(),
-                       .sockets = std::make_shared<SocketLedger>(SocketLedger::defaultMost()),
-                       .hosts = std::make_shared<HostLookup>(),
-                       .reach = Reach::Network,
-                       .ownPorts = {},
-                       .provenAddresses = {},
-                       .traffic = {}}};
+    const std::shared_ptr<DialContext> context =
+        std::make_shared<DialContext>(dnsSd, monitor, Reach::Network,
+                                      pool.makeQueue("resolving", QualityOfService::UserInitiated));
 };
 
 } // namespace quillbox

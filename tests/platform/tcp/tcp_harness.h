@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/dial/tcp_network.h"
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/network_monitor.h"
-#include "platform/tcp/tcp_network.h"
 #include "tests/platform/tcp/scripted_dns_sd.h"
 
 #include <chrono>

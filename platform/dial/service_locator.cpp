@@ -1,7 +1,7 @@
-#include "platform/tcp/service_locator.h"
+#include "platform/dial/service_locator.h"
 
-#include "platform/tcp/dialable_address.h"
-#include "platform/tcp/socket_address.h"
+#include "platform/dial/dialable_address.h"
+#include "platform/socket_address.h"
 
 #include <algorithm>
 #include <map>
@@ -9,8 +9,6 @@
 #include <string_view>
 #include <utility>
 #include <vector>
-
-#include <sys/socket.h>
 
 namespace quillbox {
 
@@ -104,7 +102,7 @@ private:
         const auto first = numericOf(addresses);
         // Without an IPv4 address, which would be first, waits for both families to be settled.
         const bool isSettled = update.isSettledIPv4 && update.isSettledIPv6;
-        if (!first || (!isSettled && familyOf(addresses.front()) != AF_INET))
+        if (!first || (!isSettled && !isIPv4(addresses.front())))
             return;
         inNumbers = first;
         const auto named =
@@ -137,8 +135,7 @@ private:
             if (mayDial(each, means.ownPorts, means.monitor))
                 addresses.push_back(each.address);
         }
-        std::stable_partition(addresses.begin(), addresses.end(),
-                              [](const auto& address) { return familyOf(address) == AF_INET; });
+        std::stable_partition(addresses.begin(), addresses.end(), isIPv4);
         return addresses;
     }
 

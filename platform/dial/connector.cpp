@@ -1,6 +1,6 @@
-#include "platform/tcp/connector.h"
+#include "platform/dial/connector.h"
 
-#include "platform/tcp/socket_address.h"
+#include "platform/socket_address.h"
 
 #include <algorithm>
 #include <cctype>
@@ -33,7 +33,7 @@ std::optional<std::string> multicastName(const std::string& host)
 
 } // namespace
 
-Connector::Connector(std::shared_ptr<TcpContext> context, Endpoint endpoint, SocketAddress client)
+Connector::Connector(std::shared_ptr<DialContext> context, Endpoint endpoint, SocketAddress client)
     : context_(std::move(context)), endpoint_(std::move(endpoint)), client_(std::move(client))
 {
 }

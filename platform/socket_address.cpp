@@ -1,5 +1,6 @@
-#include "platform/tcp/socket_address.h"
+#include "platform/socket_address.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -10,6 +11,25 @@
 #include <sys/socket.h>
 
 namespace quillbox {
+
+namespace {
+
+bool isAll(const PlainAddress& address, std::uint8_t value, std::size_t count)
+{
+    return std::all_of(address.bytes.begin(),
+                       address.bytes.begin() + static_cast<std::ptrdiff_t>(count),
+                       [value](std::uint8_t byte) { return byte == value; });
+}
+
+} // namespace
+
+SocketAddress toSocketAddress(const sockaddr* address)
+{
+    const auto size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+    SocketAddress result(size);
+    std::memcpy(result.data(), address, size);
+    return result;
+}
 
 int familyOf(const SocketAddress& address)
 {
@@ -22,6 +42,11 @@ int familyOf(const SocketAddress& address)
     if (family == AF_INET6 && address.size() == sizeof(sockaddr_in6))
         return AF_INET6;
     return AF_UNSPEC;
+}
+
+bool isIPv4(const SocketAddress& address)
+{
+    return familyOf(address) == AF_INET;
 }
 
 std::uint16_t portOf(const SocketAddress& address)
@@ -57,9 +82,7 @@ std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint
     if (bare.empty() || ::getaddrinfo(bare.c_str(), nullptr, &hints, &found) != 0)
         return std::nullopt;
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(found, &::freeaddrinfo);
-    SocketAddress result(found->ai_addrlen);
-    std::memcpy(result.data(), found->ai_addr, found->ai_addrlen);
-    return withPort(std::move(result), port);
+    return withPort(toSocketAddress(found->ai_addr), port);
 }
 
 std::optional<std::string> numericHost(const SocketAddress& address)
@@ -72,6 +95,60 @@ std::optional<std::string> numericHost(const SocketAddress& address)
                != 0)
         return std::nullopt;
     return std::string(host.data());
+}
+
+std::optional<PlainAddress> PlainAddress::of(const SocketAddress& address)
+{
+    PlainAddress plain;
+    switch (familyOf(address)) {
+    case AF_INET:
+        plain.isIPv4 = true;
+        std::memcpy(plain.bytes.data(), address.data() + offsetof(sockaddr_in, sin_addr), 4);
+        return plain;
+    case AF_INET6: {
+        sockaddr_in6 ipv6{};
+        std::memcpy(&ipv6, address.data(), sizeof ipv6);
+        plain.isIPv4 = IN6_IS_ADDR_V4MAPPED(&ipv6.sin6_addr);
+        if (plain.isIPv4) {
+            std::memcpy(plain.bytes.data(), ipv6.sin6_addr.s6_addr + 12, 4);
+        } else {
+            std::memcpy(plain.bytes.data(), ipv6.sin6_addr.s6_addr, 16);
+            plain.scope = ipv6.sin6_scope_id;
+        }
+        return plain;
+    }
+    default:
+        return std::nullopt;
+    }
+}
+
+bool PlainAddress::isLoopback() const
+{
+    return isIPv4 ? bytes[0] == 127 : isAll(*this, 0, 15) && bytes[15] == 1;
+}
+
+bool PlainAddress::isUnspecified() const
+{
+    return isIPv4 ? bytes[0] == 0 : isAll(*this, 0, 16);
+}
+
+bool PlainAddress::isMulticastOrBroadcast() const
+{
+    return isIPv4 ? (bytes[0] & 0xf0) == 0xe0 || isAll(*this, 0xff, 4) : bytes[0] == 0xff;
+}
+
+bool isLoopback(const SocketAddress& address)
+{
+    const auto plain = PlainAddress::of(address);
+    return plain && plain->isLoopback();
+}
+
+bool isSameHost(const SocketAddress& a, const SocketAddress& b)
+{
+    const auto one = PlainAddress::of(a);
+    const auto other = PlainAddress::of(b);
+    return one && other && one->isIPv4 == other->isIPv4 && one->bytes == other->bytes
+           && (one->scope == 0 || other->scope == 0 || one->scope == other->scope);
 }
 
 } // namespace quillbox

@@ -1,5 +1,5 @@
-#include "platform/tcp/dialable_address.h"
-#include "platform/tcp/host_lookup.h"
+#include "platform/dial/dialable_address.h"
+#include "platform/dial/host_lookup.h"
 #include "tests/platform/tcp/refused_calls.h"
 #include "tests/platform/tcp/scripted_names.h"
 #include "tests/platform/tcp/tcp_harness.h"

@@ -1,7 +1,8 @@
-#include "platform/tcp/host_lookup.h"
+#include "platform/dial/host_lookup.h"
+
+#include "platform/socket_address.h"
 
 #include <cerrno>
-#include <cstring>
 #include <thread>
 #include <utility>
 
@@ -51,11 +52,8 @@ std::vector<SocketAddress> ask(const std::string& name, std::error_code& error)
     if (error)
         return addresses;
     const std::unique_ptr<addrinfo, decltype(&::freeaddrinfo)> owner(first, &::freeaddrinfo);
-    for (const auto* each = first; each != nullptr; each = each->ai_next) {
-        SocketAddress address(each->ai_addrlen);
-        std::memcpy(address.data(), each->ai_addr, each->ai_addrlen);
-        addresses.push_back(std::move(address));
-    }
+    for (const auto* each = first; each != nullptr; each = each->ai_next)
+        addresses.push_back(toSocketAddress(each->ai_addr));
     return addresses;
 }
 

@@ -16,7 +16,7 @@
 
 namespace quillbox {
 
-struct TcpContext;
+struct DialContext;
 
 /// Creates TCP listeners, connections and service locators that run on the threads of a pool. Keeps
 /// track of the listening ports, which connections must not lead back to, and of the open sockets.
@@ -55,7 +55,7 @@ public:
     bool flush(std::chrono::milliseconds limit);
 
 private:
-    const std::shared_ptr<TcpContext> context_;
+    const std::shared_ptr<DialContext> context_;
 };
 
 } // namespace quillbox

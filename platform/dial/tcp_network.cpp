@@ -1,9 +1,9 @@
-#include "platform/tcp/tcp_network.h"
+#include "platform/dial/tcp_network.h"
 
-#include "platform/tcp/connector.h"
-#include "platform/tcp/service_locator.h"
+#include "platform/dial/connector.h"
+#include "platform/dial/dial_context.h"
+#include "platform/dial/service_locator.h"
 #include "platform/tcp/tcp_connection.h"
-#include "platform/tcp/tcp_context.h"
 #include "platform/tcp/tcp_listener.h"
 
 #include <utility>
@@ -11,19 +11,8 @@
 namespace quillbox {
 
 TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor, Reach reach)
-    : context_(
-        new TcpContext{.dnsSd = dnsSd,
-                       .monitor = monitor,
-                       .resolutions = std::make_shared<ResolveCache>(
-                           dnsSd, pool.makeQueue("addresses", QualityOfService::UserInitiated)),
-                       .chunks = std::make_shared<ChunkPool>(),
-                       .pipes = std::make_shared<PipePool>(),
-                       .sockets = std::make_shared<SocketLedger>(SocketLedger::defaultMost()),
-                       .hosts = std::make_shared<HostLookup>(),
-                       .reach = reach,
-                       .ownPorts = {},
-                       .provenAddresses = {},
-                       .traffic = {}})
+    : context_(std::make_shared<DialContext>(
+        dnsSd, monitor, reach, pool.makeQueue("resolving", QualityOfService::UserInitiated)))
 {
 }
 

@@ -1,4 +1,4 @@
-#include "platform/tcp/dialable_address.h"
+#include "platform/dial/dialable_address.h"
 #include "tests/fakes/socket_addresses.h"
 
 #include <functional>

@@ -1,5 +1,5 @@
+#include "platform/dial/service_locator.h"
 #include "platform/dnssd/dns_sd_error.h"
-#include "platform/tcp/service_locator.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_dns_sd.h"
 #include "tests/fakes/fake_network_monitor.h"

@@ -62,14 +62,8 @@ struct DialPermission {
 DialPermission mayDial(const Candidate& candidate, const OwnPorts& ownPorts,
                        const NetworkMonitor& monitor);
 
-/// Whether the address is in 127.0.0.0/8 (IPv4-mapped or not) or ::1.
-bool isLoopback(const SocketAddress& address);
-
 /// Whether the address is one of `own`, which are this computer's addresses, or a loopback or
 /// unspecified one. Ignores the port.
 bool isOfThisComputer(const SocketAddress& address, const std::vector<InterfaceAddress>& own);
-
-/// Whether both addresses are equal, and their scopes as well if both are known. Ignores the ports.
-bool isSameHost(const SocketAddress& a, const SocketAddress& b);
 
 } // namespace quillbox

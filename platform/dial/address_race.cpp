@@ -1,6 +1,6 @@
-#include "platform/tcp/address_race.h"
+#include "platform/dial/address_race.h"
 
-#include "platform/tcp/socket_address.h"
+#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 
 #include <algorithm>
@@ -38,7 +38,7 @@ bool isFinal(const std::error_code& error)
 
 } // namespace
 
-AddressRace::AddressRace(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
+AddressRace::AddressRace(std::shared_ptr<DialContext> context, std::shared_ptr<LoopQueue> queue,
                          SocketAddress client, Handlers handlers)
     : context_(std::move(context)),
       queue_(std::move(queue)),

@@ -1,4 +1,4 @@
-#include "platform/tcp/address_race.h"
+#include "platform/dial/address_race.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_backstage.h"

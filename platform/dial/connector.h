@@ -1,13 +1,13 @@
 #pragma once
 
+#include "platform/dial/address_race.h"
+#include "platform/dial/dial_context.h"
 #include "platform/dispatch/timer.h"
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/endpoint.h"
 #include "platform/network_monitor.h"
-#include "platform/tcp/address_race.h"
 #include "platform/tcp/tcp_connection.h"
-#include "platform/tcp/tcp_context.h"
 
 #include <chrono>
 #include <functional>
@@ -27,7 +27,7 @@ public:
     static constexpr std::chrono::seconds kFirstPause{1};
     static constexpr std::chrono::seconds kLongestPause{30};
 
-    Connector(std::shared_ptr<TcpContext> context, Endpoint endpoint, SocketAddress client);
+    Connector(std::shared_ptr<DialContext> context, Endpoint endpoint, SocketAddress client);
 
     void start(std::shared_ptr<LoopQueue> queue, Handlers handlers) override;
     void stop() override;
@@ -45,7 +45,7 @@ private:
     void watchNetwork();
     void retry();
 
-    const std::shared_ptr<TcpContext> context_;
+    const std::shared_ptr<DialContext> context_;
     const Endpoint endpoint_;
     const SocketAddress client_;
     std::shared_ptr<LoopQueue> queue_; ///< null before `start`

@@ -1,11 +1,11 @@
 #pragma once
 
+#include "platform/dial/dial_context.h"
+#include "platform/dial/dialable_address.h"
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/loop_queue.h"
 #include "platform/dispatch/timer.h"
 #include "platform/net_service.h"
-#include "platform/tcp/dialable_address.h"
-#include "platform/tcp/tcp_context.h"
 
 #include <chrono>
 #include <functional>
@@ -41,7 +41,7 @@ public:
     };
 
     /// `client` is as in `TcpParameters`.
-    AddressRace(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
+    AddressRace(std::shared_ptr<DialContext> context, std::shared_ptr<LoopQueue> queue,
                 SocketAddress client, Handlers handlers);
     ~AddressRace();
 
@@ -78,7 +78,7 @@ private:
     void tellLost();
     void closeAll();
 
-    const std::shared_ptr<TcpContext> context_;
+    const std::shared_ptr<DialContext> context_;
     const std::shared_ptr<LoopQueue> queue_;
     const SocketAddress client_;
     Timer timer_;

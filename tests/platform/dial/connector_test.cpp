@@ -1,5 +1,5 @@
-#include "platform/tcp/address_race.h"
-#include "platform/tcp/socket_address.h"
+#include "platform/dial/address_race.h"
+#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"

@@ -1,4 +1,4 @@
-#include "platform/tcp/resolve_cache.h"
+#include "platform/dial/resolve_cache.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/tcp/tcp_harness.h"
 

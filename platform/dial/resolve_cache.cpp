@@ -1,4 +1,4 @@
-#include "platform/tcp/resolve_cache.h"
+#include "platform/dial/resolve_cache.h"
 
 #include <algorithm>
 #include <utility>
