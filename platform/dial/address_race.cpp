@@ -264,8 +264,10 @@ std::error_code AddressRace::resultOf(const Entry& entry) const
 /// Ends an attempt with a connection or an error.
 void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code error)
 {
-    const std::uint16_t port = portOf(entry->candidate.address);
-    if (!error && isSelfConnected(entry->socket->descriptor(), port))
+    const auto& candidate = entry->candidate;
+    // What was found on the network is no address of this computer (`mayDial`).
+    if (!error && !candidate.isFromNetwork()
+        && isSelfConnected(entry->socket->descriptor(), portOf(candidate.address)))
         error = std::make_error_code(std::errc::connection_refused);
     entry->state = Entry::State::Lost;
     if (!error) {
