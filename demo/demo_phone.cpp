@@ -190,8 +190,8 @@ int run(const Options& options)
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
     const auto dnsSdQueue = pool.makeQueue("demo.dns-sd", QualityOfService::Utility);
-    const auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, pool, dnsSdQueue, *log),
-                                 dnsSdQueue, *monitor, *log, options.reach);
+    const auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, dnsSdQueue, *log), dnsSdQueue,
+                                 *monitor, *log, options.reach);
     const auto queue = pool.makeQueue("demo.phone", QualityOfService::Utility);
     {
         const auto files = dnsSd->registerService(

@@ -133,9 +133,8 @@ private:
         Backends(Queues& queues, DaemonView& view, dnssd::DnsSdMode mode, Reach reach, Log& log)
             : monitor(makeNetworkMonitor(queues.pool)),
               dnsSdQueue(queues.pool.makeQueue("dns-sd", QualityOfService::Utility)),
-              dnsSd(makeDnsSd(
-                  dnssd::makeEngine(mode, queues.pool, dnsSdQueue, log, view.daemonChanged()),
-                  dnsSdQueue, *monitor, log, reach)),
+              dnsSd(makeDnsSd(dnssd::makeEngine(mode, dnsSdQueue, log, view.daemonChanged()),
+                              dnsSdQueue, *monitor, log, reach)),
               tcp(queues.pool, *dnsSd, *monitor, reach),
               locator(tcp.makeServiceLocator(queues.mainQueue(), isAvahiAskedForNames))
         {

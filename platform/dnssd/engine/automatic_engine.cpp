@@ -125,12 +125,11 @@ std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue
                                              std::move(embedded), std::move(daemonChanged), times);
 }
 
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const DispatchPool& pool,
-                                   const std::shared_ptr<DispatchQueue>& queue, Log& log,
-                                   DaemonChangedHandler daemonChanged)
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<DispatchQueue>& queue,
+                                   Log& log, DaemonChangedHandler daemonChanged)
 {
     const auto makeDaemon = [&] {
-        return makeEngineProcess(pool, queue, log,
+        return makeEngineProcess(queue, log,
                                  {.program = engineProgram(kDaemonProgram),
                                   .name = "avahi-daemon",
                                   .startPatience = kPatienceWithDaemon,
@@ -138,7 +137,7 @@ std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const DispatchPool& pool,
     };
     const auto makeEmbedded = [&] {
         return makeEngineProcess(
-            pool, queue, log,
+            queue, log,
             {.program = engineProgram(kResponderProgram), .name = "the embedded engine"});
     };
     switch (mode) {

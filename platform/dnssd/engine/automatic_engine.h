@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/automatic_engine_choice.h"
 #include "platform/dnssd/engine/engine.h"
@@ -26,10 +25,9 @@ std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue
                                             DaemonChangedHandler daemonChanged = {},
                                             AutomaticEngineTimes times = {});
 
-/// The engine that the program uses. `queue` must be of `pool`. `daemonChanged` is called in
-/// automatic mode only. `log` must outlive the engine.
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const DispatchPool& pool,
-                                   const std::shared_ptr<DispatchQueue>& queue, Log& log,
-                                   DaemonChangedHandler daemonChanged = {});
+/// The engine that the program uses. `queue` must be of a `DispatchPool`. `daemonChanged` is called
+/// in automatic mode only. `log` must outlive the engine.
+std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<DispatchQueue>& queue,
+                                   Log& log, DaemonChangedHandler daemonChanged = {});
 
 } // namespace quillbox::dnssd

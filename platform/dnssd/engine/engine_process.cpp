@@ -1,9 +1,8 @@
 #include "platform/dnssd/engine/engine_process.h"
 
 #include "platform/backoff.h"
-#include "platform/dispatch/strand_queue.h"
+#include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
-#include "platform/dispatch/watch.h"
 #include "platform/dnssd/engine/child_process.h"
 #include "platform/dnssd/engine/message_codec.h"
 
@@ -49,7 +48,7 @@ struct Running {
     }
 
     ChildProcess process;
-    std::unique_ptr<Watch> socket;
+    std::unique_ptr<FdWatcher> socket;
     Clock::time_point lastSign = Clock::now(); ///< of life
     std::optional<Clock::time_point> speaksSince;
     Generation generation = 0; ///< 0 while it is down
@@ -59,14 +58,13 @@ struct Running {
 
 class EngineProcess final : public Engine {
 public:
-    EngineProcess(const DispatchPool& pool, std::shared_ptr<DispatchQueue> itsQueue, Log& itsLog,
+    EngineProcess(std::shared_ptr<DispatchQueue> itsQueue, Log& itsLog,
                   EngineProcessOptions theOptions)
-        : context(pool.context(itsQueue->qualityOfService())),
-          queue(std::move(itsQueue)),
+        : queue(std::move(itsQueue)),
           log(itsLog),
           options(std::move(theOptions)),
           program(openProgram(options.program)),
-          timer(context)
+          timer(queue)
     {
     }
     EngineProcess(const EngineProcess&) = delete;
@@ -110,8 +108,6 @@ private:
         log.tell(LogCategory::Engine, [&] { return options.name + ' ' + text(); });
     }
 
-    const Strand& strand() const { return strandOf(*queue); }
-
     /// Runs `action` unless the process has been replaced by then.
     template <typename Action> auto unlessReplaced(Action action)
     {
@@ -124,7 +120,7 @@ private:
 
     void launchAfter(milliseconds delay)
     {
-        timer.start(strand(), delay, [this] { launch(); });
+        timer.start(delay, [this] { launch(); });
     }
 
     void launch()
@@ -135,8 +131,8 @@ private:
         const std::string name = std::filesystem::path(options.program).filename();
         running = std::make_shared<Running>(program, name, error);
         if (!error)
-            running->socket = Watch::adopt(context, running->process.takeSocket().release(),
-                                           Watch::For::Reading, error);
+            running->socket = FdWatcher::adopt(queue, running->process.takeSocket().release(),
+                                               FdWatcher::For::Reading, error);
         if (error)
             return lose();
         waitForPackets();
@@ -145,8 +141,7 @@ private:
 
     void waitForPackets()
     {
-        running->socket->waitReadable(strand(),
-                                      unlessReplaced([](EngineProcess& self) { self.receive(); }));
+        running->socket->waitReadable(unlessReplaced([](EngineProcess& self) { self.receive(); }));
     }
 
     void receive()
@@ -167,7 +162,7 @@ private:
             if (running != current)
                 return; // the handler has stopped this engine
         }
-        strand().post(unlessReplaced([](EngineProcess& self) { self.receive(); }));
+        queue->async(unlessReplaced([](EngineProcess& self) { self.receive(); }));
     }
 
     /// False when the process violates the protocol.
@@ -225,7 +220,7 @@ private:
             running->lastSign + (running->speaksSince ? options.patience : options.startPatience);
         if (until <= now)
             return lose();
-        timer.start(strand(), std::chrono::ceil<milliseconds>(until - now), [this, until] {
+        timer.start(std::chrono::ceil<milliseconds>(until - now), [this, until] {
             if (Clock::now() > until + kOverslept)
                 running->lastSign = Clock::now();
             watchForSilence();
@@ -238,7 +233,7 @@ private:
         if (!running->isSocketFull)
             flush();
         else if (running->waiting.size() > kMostWaiting)
-            strand().post(unlessReplaced([](EngineProcess& self) { self.lose(); }));
+            queue->async(unlessReplaced([](EngineProcess& self) { self.lose(); }));
     }
 
     void flush()
@@ -253,10 +248,10 @@ private:
                 // Any other error means that the end of the stream is about to be read.
                 running->isSocketFull = true;
                 if (errno == EAGAIN)
-                    running->socket->waitWritable(strand(), unlessReplaced([](EngineProcess& self) {
-                                                      self.running->isSocketFull = false;
-                                                      self.flush();
-                                                  }));
+                    running->socket->waitWritable(unlessReplaced([](EngineProcess& self) {
+                        self.running->isSocketFull = false;
+                        self.flush();
+                    }));
                 return;
             }
         }
@@ -266,12 +261,11 @@ private:
     void refuse(AskId id)
     {
         enqueue(encode(running->generation, Request(StopRequest{id})));
-        strand().post(unlessReplaced([id](EngineProcess& self) {
+        queue->async(unlessReplaced([id](EngineProcess& self) {
             self.handler(Failed{id, DnsSdError::InvalidName});
         }));
     }
 
-    const std::shared_ptr<PoolContext> context;
     const std::shared_ptr<DispatchQueue> queue;
     Log& log;
     const EngineProcessOptions options;
@@ -296,11 +290,10 @@ std::string engineProgram(const std::string& name)
     return std::filesystem::exists(beside, error) ? beside : folder / QUILLBOX_LIBEXEC / name;
 }
 
-std::unique_ptr<Engine> makeEngineProcess(const DispatchPool& pool,
-                                          std::shared_ptr<DispatchQueue> queue, Log& log,
+std::unique_ptr<Engine> makeEngineProcess(std::shared_ptr<DispatchQueue> queue, Log& log,
                                           EngineProcessOptions options)
 {
-    return std::make_unique<EngineProcess>(pool, std::move(queue), log, std::move(options));
+    return std::make_unique<EngineProcess>(std::move(queue), log, std::move(options));
 }
 
 } // namespace quillbox::dnssd

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/dispatch/dispatch_pool.h"
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/engine.h"
 #include "platform/log.h"
@@ -35,10 +34,9 @@ struct EngineProcessOptions {
 /// exponential backoff up to 30 s if it keeps dying within a second.
 ///
 /// Opens the program's file at once, so that the process is of the same version as this one even if
-/// an upgrade replaces the file. `queue` must be of `pool`. `log` must outlive the engine. The
-/// process ends with the thread of the queue, if not before.
-std::unique_ptr<Engine> makeEngineProcess(const DispatchPool& pool,
-                                          std::shared_ptr<DispatchQueue> queue, Log& log,
+/// an upgrade replaces the file. `queue` must be of a `DispatchPool`. `log` must outlive the
+/// engine. The process ends with the thread of the queue, if not before.
+std::unique_ptr<Engine> makeEngineProcess(std::shared_ptr<DispatchQueue> queue, Log& log,
                                           EngineProcessOptions options);
 
 } // namespace quillbox::dnssd

@@ -33,9 +33,9 @@ protected:
     std::unique_ptr<TestBus> bus;
     std::unique_ptr<TestDaemon> daemon;
     EventRecorder events;
-    std::unique_ptr<EngineOnPool> engine = std::make_unique<EngineOnPool>(
-        [](const DispatchPool& pool, const std::shared_ptr<DispatchQueue>& queue, Log& log) {
-            return makeEngine(DnsSdMode::Automatic, pool, queue, log);
+    std::unique_ptr<EngineOnPool> engine =
+        std::make_unique<EngineOnPool>([](const std::shared_ptr<DispatchQueue>& queue, Log& log) {
+            return makeEngine(DnsSdMode::Automatic, queue, log);
         });
 };
 

@@ -15,10 +15,10 @@ namespace quillbox::dnssd {
 /// engine's processes, are in the network of the thread that creates this object.
 class EngineOnPool final {
 public:
-    using Factory = std::function<std::unique_ptr<Engine>(
-        const DispatchPool&, const std::shared_ptr<DispatchQueue>&, Log&)>;
+    using Factory =
+        std::function<std::unique_ptr<Engine>(const std::shared_ptr<DispatchQueue>&, Log&)>;
 
-    explicit EngineOnPool(const Factory& make) : engine(make(pool, queue, *log)) {}
+    explicit EngineOnPool(const Factory& make) : engine(make(queue, *log)) {}
     EngineOnPool(const EngineOnPool&) = delete;
     EngineOnPool& operator=(const EngineOnPool&) = delete;
     ~EngineOnPool() { stop(); }
@@ -55,8 +55,9 @@ private:
 inline std::unique_ptr<EngineOnPool> onPool(EngineProcessOptions options)
 {
     return std::make_unique<EngineOnPool>(
-        [&options](const DispatchPool& pool, const std::shared_ptr<DispatchQueue>& queue,
-                   Log& log) { return makeEngineProcess(pool, queue, log, options); });
+        [&options](const std::shared_ptr<DispatchQueue>& queue, Log& log) {
+            return makeEngineProcess(queue, log, options);
+        });
 }
 
 inline std::unique_ptr<EngineOnPool> makeDaemonEngine()

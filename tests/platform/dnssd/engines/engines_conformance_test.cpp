@@ -71,9 +71,9 @@ private:
                                 NetworkMonitor& monitor)
     {
         const auto dnsSdQueue = pool.makeQueue("dns-sd", QualityOfService::Utility);
-        return makeDnsSd(dnssd::makeEngineProcess(pool, dnsSdQueue, *log,
-                                                  {.program = program, .name = "engine"}),
-                         dnsSdQueue, monitor, *log);
+        return makeDnsSd(
+            dnssd::makeEngineProcess(dnsSdQueue, *log, {.program = program, .name = "engine"}),
+            dnsSdQueue, monitor, *log);
     }
 
     // An engine process does not publish the name of its computer, so zeroconf does.
