@@ -54,7 +54,6 @@ std::vector<Finding> diagnose(const DoctorFacts& facts)
     add(checkVpn(facts.system));
     add(checkFirewall(facts.system));
     add(checkEngine(facts.system));
-    add(checkResponders(facts.system));
     add(checkPhones(facts));
     add(checkRunningCopy(facts.copy));
     add(checkStartSettings(facts));

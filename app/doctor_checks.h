@@ -37,7 +37,6 @@ Findings checkOtherHosts(const SystemFacts& system);
 Findings checkVpn(const SystemFacts& system);
 Findings checkFirewall(const SystemFacts& system);
 Findings checkEngine(const SystemFacts& system);
-Findings checkResponders(const SystemFacts& system);
 Findings checkPhones(const DoctorFacts& facts);
 Findings checkRunningCopy(const RunningCopyFacts& copy);
 Findings checkStartSettings(const DoctorFacts& facts);

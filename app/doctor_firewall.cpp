@@ -1,9 +1,7 @@
 #include "app/doctor_checks.h"
 #include "platform/network.h"
 
-#include <optional>
 #include <string>
-#include <utility>
 
 namespace quillbox::doctor {
 
@@ -39,12 +37,7 @@ LetIn letIn(const SystemFacts& system)
     return isAnyOut ? LetIn::None : LetIn::Untried;
 }
 
-bool isManaged(const FirewallFacts& firewall)
-{
-    return firewall.ufw == Seen::Yes || firewall.firewalld == Seen::Yes;
-}
-
-/// The finding for a firewall, judged by the multicast that it let in.
+/// The finding for the firewall of that name, judged by the multicast that it let in.
 Finding keeperFinding(const SystemFacts& system, const std::string& name)
 {
     const std::string advice = howToLetMulticastDnsIn(system.firewall);
@@ -62,22 +55,19 @@ Finding keeperFinding(const SystemFacts& system, const std::string& name)
     return fail(kFirewall, name + " is on and blocks multicast DNS.", advice);
 }
 
-std::optional<Finding> rulesFinding(const SystemFacts& system)
+/// The finding where neither ufw nor firewalld is on. There may be a packet filter all the same.
+Finding otherFinding(const SystemFacts& system)
 {
-    const FirewallFacts& firewall = system.firewall;
-    if (firewall.dropsMulticastDns && letIn(system) != LetIn::All)
-        return fail(kFirewall, "A packet filter rule drops UDP 5353.",
-                    "Find and delete it: 'sudo nft -a list ruleset'.");
-    // The rules of ufw and firewalld are reported under their names.
-    if (isManaged(firewall))
-        return std::nullopt;
-    if (firewall.dropsInput)
-        return keeperFinding(system, "The packet filter");
-    if (firewall.dropsOutput)
-        return warn(kFirewall, "The packet filter drops some outgoing packets.",
-                    "'sudo nft list ruleset' shows which; UDP 5353 and the phone's port must be "
-                    "allowed.");
-    return ok(kFirewall, "The packet filter drops nothing.");
+    switch (letIn(system)) {
+    case LetIn::All:
+        return ok(kFirewall, "No firewall on this computer blocks multicast DNS.");
+    case LetIn::Untried:
+        return ok(kFirewall, "Neither ufw nor firewalld is on.");
+    case LetIn::Some:
+    case LetIn::None:
+        break;
+    }
+    return keeperFinding(system, "A packet filter");
 }
 
 } // namespace
@@ -105,26 +95,8 @@ Findings checkFirewall(const SystemFacts& system)
     else if (firewall.firewalld == Seen::Unknown)
         findings.push_back(warn(kFirewall, "Could not determine whether firewalld is running.",
                                 "Run 'sudo firewall-cmd --state'."));
-    switch (firewall.rules) {
-    case FirewallFacts::Rules::Read:
-        if (auto finding = rulesFinding(system))
-            findings.push_back(std::move(*finding));
-        break;
-    case FirewallFacts::Rules::NoProgram:
-        if (findings.empty())
-            findings.push_back(ok(kFirewall, "No firewall program is installed."));
-        break;
-    case FirewallFacts::Rules::NotAllowed:
-        findings.push_back(
-            warn(kFirewall, "This user is not allowed to read the packet filter rules.",
-                 "'sudo nft list ruleset' shows them: incoming UDP 5353 must be allowed."));
-        break;
-    case FirewallFacts::Rules::Unknown:
-        findings.push_back(
-            warn(kFirewall, "Could not read the packet filter rules.",
-                 "'sudo nft list ruleset' shows them: incoming UDP 5353 must be allowed."));
-        break;
-    }
+    if (findings.empty())
+        findings.push_back(otherFinding(system));
     return findings;
 }
 

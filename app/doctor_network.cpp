@@ -1,7 +1,6 @@
 #include "app/doctor_checks.h"
 
 #include <algorithm>
-#include <string_view>
 
 namespace quillbox::doctor {
 
@@ -14,7 +13,6 @@ constexpr const char* kMulticast = "multicast";
 constexpr const char* kOtherHosts = "other-hosts";
 constexpr const char* kVpn = "vpn";
 constexpr const char* kEngine = "dns-sd";
-constexpr const char* kResponders = "responders";
 
 const char* kindOf(const InterfaceFacts& interface)
 {
@@ -86,49 +84,6 @@ Finding multicastOn(const InterfaceFacts& interface, const FirewallFacts& firewa
 bool isJudged(const InterfaceFacts& interface)
 {
     return isUsable(interface) && interface.kind != Kind::Vpn;
-}
-
-bool contains(std::string_view text, std::string_view part)
-{
-    return text.find(part) != std::string_view::npos;
-}
-
-/// Programs that only listen for their own purposes and do not act as responders.
-bool isHarmless(const PortHolder& holder)
-{
-    constexpr std::string_view kListeners[] = {"chrom", "firefox", "brave",   "edge",
-                                               "opera", "vivaldi", "spotify", "GeckoMain"};
-    return std::any_of(std::begin(kListeners), std::end(kListeners),
-                       [&holder](std::string_view part) { return contains(holder.program, part); });
-}
-
-bool isExpected(const PortHolder& holder)
-{
-    // The kernel truncates program names to 15 bytes.
-    return holder.program == "avahi-daemon" || holder.program.starts_with("quillbox-helper")
-           || (holder.program.empty() && holder.user == "avahi");
-}
-
-bool isSystemdResolved(const PortHolder& holder)
-{
-    return holder.program.starts_with("systemd-resolve")
-           || (holder.program.empty() && holder.user == "systemd-resolve");
-}
-
-Finding responderFinding(const PortHolder& holder)
-{
-    if (isSystemdResolved(holder))
-        return warn(kResponders, "systemd-resolved uses multicast DNS alongside avahi-daemon.",
-                    "Set MulticastDNS=no in /etc/systemd/resolved.conf, then run 'sudo systemctl "
-                    "restart systemd-resolved'.");
-    if (isHarmless(holder))
-        return ok(kResponders,
-                  holder.program + " also listens for multicast DNS, which is harmless.");
-    const std::string who =
-        holder.program.empty() ? "A program of user " + holder.user : holder.program;
-    return warn(kResponders, who + " has UDP 5353 open as well.",
-                "Two responders can interfere with each other: if phones come and go, stop one. "
-                "'sudo ss -ulnp sport = 5353' lists them.");
 }
 
 } // namespace
@@ -269,18 +224,6 @@ Findings checkEngine(const SystemFacts& system)
                  "avahi-daemon is not running: the helper finds phones by itself, but file "
                  "managers list none.",
                  system.packageManager.howToRunAvahiDaemon() + '.')};
-}
-
-Findings checkResponders(const SystemFacts& system)
-{
-    Findings findings;
-    for (const PortHolder& each : system.responders) {
-        if (!isExpected(each))
-            findings.push_back(responderFinding(each));
-    }
-    if (findings.empty())
-        findings.push_back(ok(kResponders, "Nothing else has UDP 5353 open."));
-    return findings;
 }
 
 } // namespace quillbox::doctor

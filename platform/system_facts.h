@@ -41,15 +41,6 @@ struct InterfaceFacts {
     MulticastFacts ipv6 = {};
 };
 
-/// A program that has UDP port 5353 open.
-struct PortHolder {
-    std::string program; ///< empty if the system does not disclose it
-    std::string user;    ///< name or user ID
-
-    bool operator==(const PortHolder&) const = default;
-    auto operator<=>(const PortHolder&) const = default;
-};
-
 struct AvahiFacts {
     enum class State {
         Unknown, ///< the bus or the daemon did not answer in time
@@ -65,21 +56,10 @@ struct AvahiFacts {
     std::string hostName = {}; ///< with its domain
 };
 
+/// The programs that set up packet filters. What the rules let in is seen from `MulticastFacts`.
 struct FirewallFacts {
-    enum class Rules {
-        Unknown,    ///< the program that lists them failed or did not finish in time
-        NoProgram,  ///< no program that lists or sets rules is installed
-        NotAllowed, ///< this user may not read them
-        Read,
-    };
-
     Seen ufw = Seen::Unknown;       ///< No: not installed or not enabled
     Seen firewalld = Seen::Unknown; ///< No: not running
-    Rules rules = Rules::Unknown;
-    // Valid if the rules could be read:
-    bool dropsInput = false;        ///< some packets to this computer are dropped
-    bool dropsOutput = false;       ///< some packets from this computer are dropped
-    bool dropsMulticastDns = false; ///< a rule drops UDP port 5353 explicitly
 };
 
 struct PortFacts {
@@ -123,7 +103,6 @@ struct StatusHostFacts {
 
 struct SystemFacts {
     std::vector<InterfaceFacts> interfaces = {}; ///< without the loopback interface
-    std::vector<PortHolder> responders = {};
     AvahiFacts avahi = {};
     FirewallFacts firewall = {};
     PhonesFacts phones = {};

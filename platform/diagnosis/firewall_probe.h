@@ -2,7 +2,6 @@
 
 #include "platform/system_facts.h"
 
-#include <chrono>
 #include <filesystem>
 #include <string_view>
 
@@ -11,9 +10,7 @@ namespace quillbox::diagnosis {
 /// Whether ufw is enabled, according to the text of its ufw.conf.
 Seen ufwIn(std::string_view configuration);
 
-/// Probes ufw, whose configuration it looks for below `root`, and the packet filter's rules, but
-/// not firewalld. Changes nothing. Blocks for at most `limit`.
-FirewallFacts probeFirewall(std::chrono::milliseconds limit,
-                            const std::filesystem::path& root = "/");
+/// Whether ufw is enabled on the system below `root`; No if it is not installed.
+Seen probeUfw(const std::filesystem::path& root = "/");
 
 } // namespace quillbox::diagnosis

@@ -5,7 +5,6 @@
 #include "platform/diagnosis/firewall_probe.h"
 #include "platform/diagnosis/interface_survey.h"
 #include "platform/diagnosis/multicast_probe.h"
-#include "platform/diagnosis/port_holders.h"
 #include "platform/diagnosis/timely.h"
 #include "platform/linux/phone_survey.h"
 #include "platform/linux/system_configuration.h"
@@ -24,8 +23,7 @@ using namespace diagnosis;
 constexpr auto kMulticastTime = 2000ms;
 constexpr auto kBrowseTime = 3000ms;
 constexpr auto kConnectTime = 1000ms;
-constexpr auto kAnswerLimit = 1000ms;  ///< for one query to another program
-constexpr auto kProgramLimit = 2500ms; ///< for a program that is run
+constexpr auto kAnswerLimit = 1000ms; ///< for one query to another program
 
 /// Time limit of the whole examination; the phones take longest.
 constexpr auto kLimit = 5500ms;
@@ -65,24 +63,18 @@ NameExamination examineNames(const NameService& service, bool isProgramRunning,
 
 Examination examineSystem(const std::string& phoneType)
 {
-    constexpr std::uint16_t kMulticastDnsPort = 5353;
     const auto end = std::chrono::steady_clock::now() + kLimit;
-    // Looked up before this process opens that port itself.
-    auto responders = findPortHolders(kMulticastDnsPort);
-
     Timely<std::vector<InterfaceFacts>> interfaces(
         [phoneType] { return probeInterfaces(phoneType); });
     Timely<PhonesFacts> phones(
         [phoneType] { return surveyPhones(phoneType, kBrowseTime, kConnectTime); });
     Timely<AvahiFacts> avahi([] { return probeAvahi(kAnswerLimit); });
     Timely<Seen> firewalld([] { return probeFirewalld(kAnswerLimit); });
-    Timely<FirewallFacts> firewall([] { return probeFirewall(kProgramLimit); });
     Timely<Seen> panel([] { return probeStatusPanel(kAnswerLimit); });
     Timely<Seen> tray([] { return probeTray(); });
 
     Examination examination;
     SystemFacts& facts = examination.facts;
-    facts.responders = std::move(responders);
     facts.fileBrowser = probeFileBrowser(systemDataFolders(), systemLibraryFolders());
     facts.packageManager = systemPackageManager();
     facts.avahi = avahi.take(end - kAnswerLimit, {});
@@ -92,14 +84,13 @@ Examination examineSystem(const std::string& phoneType)
     facts.names = std::move(names.facts);
     facts.interfaces = interfaces.take(end, {});
     facts.phones = phones.take(end, {});
-    facts.firewall = firewall.take(end, {});
-    facts.firewall.firewalld = firewalld.take(end, Seen::Unknown);
+    facts.firewall = {.ufw = probeUfw(), .firewalld = firewalld.take(end, Seen::Unknown)};
     facts.statusHost = {.hasDesktop = isDesktopNamed(),
                         .hasPanel = panel.take(end, Seen::Unknown),
                         .hasTray = tray.take(end, Seen::Unknown)};
     examination.isSomethingStuck = names.isStuck || interfaces.isLate() || phones.isLate()
-                                   || avahi.isLate() || firewall.isLate() || firewalld.isLate()
-                                   || panel.isLate() || tray.isLate();
+                                   || avahi.isLate() || firewalld.isLate() || panel.isLate()
+                                   || tray.isLate();
     return examination;
 }
 

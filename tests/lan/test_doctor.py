@@ -93,7 +93,7 @@ def test_a_phone_whose_way_is_free(computer, phone):
     found.expect("phones", OK, '"Quillbox Office" at ')
     found.expect("phones", OK, "port 4445, accepts connections")
     found.expect("running-copy", OK, "1 relay; its status is: 1 Quillbox device visible")
-    found.expect("firewall", OK, "drops nothing")
+    found.expect("firewall", OK, "No firewall on this computer blocks multicast DNS")
     assert FAIL not in {each["result"] for each in found.findings}
     assert found.stderr == ""
     assert found.seconds < limit(6)
@@ -133,8 +133,8 @@ def test_multicast_that_is_kept_out(computer, phone):
     filter_packets(computer, "input udp dport 5353 drop")
     found = doctor(computer)
     found.expect("multicast", FAIL, "is sent on eth0, but nothing arrives on UDP 5353")
-    found.expect("firewall", FAIL, "A packet filter rule drops UDP 5353")
-    assert "nft -a list ruleset" in found.advice("firewall")
+    found.expect("firewall", FAIL, "A packet filter is on and blocks multicast DNS")
+    assert "nft list ruleset" in found.advice("firewall")
 
 
 def test_multicast_of_one_family_that_is_kept_out(bare_computer):
@@ -148,10 +148,10 @@ def test_a_filter_that_drops_all_but_what_is_allowed(bare_computer):
     chain = "{ type filter hook input priority 0; policy drop; }"
     bare_computer.run("nft", f"add chain inet broken input {chain}")
     found = doctor(bare_computer)
-    found.expect("firewall", FAIL, "The packet filter is on and blocks multicast DNS")
+    found.expect("firewall", FAIL, "A packet filter is on and blocks multicast DNS")
     bare_computer.run("nft", "add rule inet broken input udp dport 5353 accept")
     found = doctor(bare_computer)
-    found.expect("firewall", OK, "The packet filter is on and allows multicast DNS")
+    found.expect("firewall", OK, "No firewall on this computer blocks multicast DNS")
     found.expect("multicast", OK, "works on eth0")
 
 
@@ -160,7 +160,6 @@ def test_multicast_that_is_kept_in(bare_computer):
     found = doctor(bare_computer)
     found.expect("multicast", FAIL, "cannot be sent on eth0 (Operation not permitted)")
     assert "drops outgoing" in found.advice("multicast")
-    found.expect("firewall", WARN, "drops some outgoing packets")
 
 
 def test_multicast_that_is_turned_off(bare_computer):
@@ -249,8 +248,9 @@ def test_firewalld(bare_computer):
     assert "--add-service=mdns" in found.advice("firewall")
 
 
-def test_rules_that_nobody_may_see(bare_computer):
-    """An ordinary user may look at everything else."""
+def test_an_ordinary_user(bare_computer):
+    """Nothing that the doctor looks at needs other rights."""
+    filter_packets(bare_computer, "input udp dport 5353 drop")
     done = bare_computer.run(
         *[*AS_NOBODY, bare_computer.shared_program(), "doctor", "--json"],
         env=bare_computer.environment(XDG_RUNTIME_DIR="/nonexistent"),
@@ -258,9 +258,7 @@ def test_rules_that_nobody_may_see(bare_computer):
         timeout=limit(20),
     )
     found = Diagnosis(done, 0)
-    found.expect("firewall", WARN, "not allowed to read")
-    assert "'sudo nft list ruleset'" in found.advice("firewall")
-    found.expect("multicast", OK, "works on eth0")
+    found.expect("firewall", FAIL, "A packet filter is on and blocks multicast DNS")
 
 
 # ---- DNS-SD engine ----
@@ -274,7 +272,6 @@ def test_the_daemon_and_its_absence(bare_computer):
     bare_computer.start_avahi()
     found = doctor(bare_computer)
     found.expect("dns-sd", OK, "avahi 0.8 is running as computer.local")
-    assert found.results("responders") == [OK]
 
 
 def test_a_bus_that_says_nothing(bare_computer):
@@ -293,14 +290,12 @@ def test_a_bus_that_says_nothing(bare_computer):
     wait_until(lambda: bare_computer.helper_processes() == [], limit(5), "its end")
 
 
-def test_another_responder(bare_computer):
+def test_a_port_that_is_shared(bare_computer):
     held = bare_computer.socket(kind=socket.SOCK_DGRAM)
     held.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
     held.bind(("0.0.0.0", 5353))
     try:
-        found = doctor(bare_computer)
-        found.expect("responders", WARN, "python3 has UDP 5353 open as well")
-        found.expect("multicast", OK, "works on eth0")
+        doctor(bare_computer).expect("multicast", OK, "works on eth0")
     finally:
         held.close()
 
