@@ -1,7 +1,7 @@
 #pragma once
 
 #include "app/app_environment.h"
-#include "app/control_message.h"
+#include "control/control_message.h"
 #include "discovery/discovered_device.h"
 #include "discovery/management_resolver.h"
 #include "discovery/phone_discovery.h"
@@ -52,8 +52,7 @@ struct ManagementRequest {
 
 /// The controller: owns the discovery objects, the relays, the window and the status item, and
 /// decides which relays run. Main thread only: callbacks are delivered there, and do nothing once
-/// the controller has been destroyed. It is implemented in `app/` (behaviour) and `ui/`
-/// (presentation).
+/// the controller has been destroyed.
 class AppDelegate final : public QObject {
 public:
     /// The Finder name of the only relay in manual mode.

@@ -1,5 +1,4 @@
 #include "app/app_delegate.h"
-#include "app/port_text.h"
 
 #include <QPointer>
 #include <cstddef>

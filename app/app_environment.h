@@ -1,6 +1,6 @@
 #pragma once
 
-#include "app/start_settings.h"
+#include "control/start_settings.h"
 #include "platform/dispatch_queue.h"
 #include "platform/log.h"
 #include "platform/network.h"

@@ -1,10 +1,9 @@
 #include "app/app_delegate.h"
-#include "app/doctor.h"
-#include "app/exit_status.h"
-#include "app/options.h"
-#include "app/remote_control.h"
-#include "app/start_settings.h"
+#include "control/options.h"
+#include "control/remote_control.h"
+#include "control/start_settings.h"
 #include "discovery/phone_discovery.h"
+#include "doctor/doctor.h"
 #include "platform/desktop/activation.h"
 #include "platform/desktop/activation_tokens.h"
 #include "platform/desktop/autostart_entry.h"
@@ -299,7 +298,7 @@ int examine(const Options& options, char** arguments)
                                     .next = startSettings({}, *store),
                                     .settingsProblem = store->problem()});
     const int printed = print(options.asJson ? jsonText(findings) : plainText(findings));
-    const int status = printed == exit_status::kDone ? exitStatusOf(findings) : printed;
+    const int status = hasFailure(findings) ? exit_status::kFailed : printed;
     if (examination.isSomethingStuck)
         std::_Exit(status);
     return status;

@@ -27,26 +27,6 @@ std::string withValidUtf8(std::string_view text)
     return result;
 }
 
-/// Needed for the zone: an interface name, which may contain almost any byte.
-std::string percentEncoded(std::string_view text)
-{
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    constexpr std::string_view kUnreserved = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz"
-                                             "0123456789-._~";
-    std::string result;
-    for (const char character : text) {
-        if (kUnreserved.find(character) != std::string_view::npos) {
-            result += character;
-            continue;
-        }
-        const auto byte = static_cast<unsigned char>(character);
-        result += '%';
-        result += kDigits[byte >> 4U];
-        result += kDigits[byte & 0x0fU];
-    }
-    return result;
-}
-
 } // namespace
 
 std::vector<SocketAddress> ipv4First(std::vector<SocketAddress> addresses)
@@ -68,6 +48,7 @@ std::string urlOfNumericHost(std::string_view numericHost, std::uint16_t port)
         const auto zone = numericHost.find('%');
         authority = '[' + std::string(numericHost.substr(0, zone));
         if (zone != std::string_view::npos)
+            // An interface name, which may contain almost any byte.
             authority += "%25" + percentEncoded(withValidUtf8(numericHost.substr(zone + 1)));
         authority += ']';
     }

@@ -1,8 +1,8 @@
 // The command line, typed port numbers, and messages between instances of the program.
 
-#include "app/options.h"
-#include "app/port_text.h"
+#include "control/options.h"
 #include "platform/desktop/copy_protocol.h"
+#include "platform/text.h"
 
 #include <string>
 #include <vector>

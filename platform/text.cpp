@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstdlib>
 #include <memory>
+#include <system_error>
 
 #include <utf8proc.h>
 
@@ -174,6 +176,37 @@ std::string_view takePart(std::string_view& text, char separator)
 std::string inDoubleQuotes(std::string_view name)
 {
     return '"' + std::string(name) + '"';
+}
+
+std::optional<std::uint16_t> parsePort(std::string_view text)
+{
+    const bool isNegative = text.starts_with('-');
+    if (isNegative || text.starts_with('+'))
+        text.remove_prefix(1);
+    std::uint16_t port = 0;
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, port);
+    if (error != std::errc() || stop != end || (isNegative && port != 0))
+        return std::nullopt;
+    return port;
+}
+
+std::string percentEncoded(std::string_view text, std::string_view more)
+{
+    constexpr std::string_view kDigits = "0123456789ABCDEF";
+    std::string result;
+    for (const char character : text) {
+        if (kUnreservedInUrls.find(character) != std::string_view::npos
+            || more.find(character) != std::string_view::npos) {
+            result += character;
+            continue;
+        }
+        const auto byte = static_cast<unsigned char>(character);
+        result += '%';
+        result += kDigits[byte >> 4U];
+        result += kDigits[byte & 0x0fU];
+    }
+    return result;
 }
 
 } // namespace quillbox

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -55,5 +56,18 @@ inline std::string_view takeLine(std::string_view& text)
 /// `name` between double quotation marks, verbatim. (Not called `quoted`: std::quoted would win by
 /// argument-dependent lookup.)
 std::string inDoubleQuotes(std::string_view name);
+
+/// Parses a decimal unsigned 16-bit number: an optional "+" or "-", then at least one ASCII digit
+/// and nothing else, not even blanks. After "-" only zero is valid. nullopt otherwise.
+std::optional<std::uint16_t> parsePort(std::string_view text);
+
+/// The characters that have no special meaning anywhere in a URL, and those that have one only
+/// where a scheme gives them one, as http and smb do not (RFC 3986, sections 2.3 and 2.2).
+inline constexpr std::string_view kUnreservedInUrls =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-._~";
+inline constexpr std::string_view kSubDelimitersInUrls = "!$&'()*+,;=";
+
+/// Percent-encodes every byte but unreserved characters and those in `more`.
+std::string percentEncoded(std::string_view text, std::string_view more = {});
 
 } // namespace quillbox

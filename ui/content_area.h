@@ -37,10 +37,6 @@ public:
 
     explicit ContentArea(QWidget* parent = nullptr);
 
-    ContentArea(const ContentArea&) = delete;
-    ContentArea& operator=(const ContentArea&) = delete;
-    ~ContentArea() override = default;
-
     /// The layout of the content.
     QVBoxLayout& column() { return *layout; }
 

@@ -2,11 +2,10 @@
 
 #include "ui/accessibility.h"
 #include "ui/brand.h"
-#include "ui/display_text.h"
 #include "ui/dot_label.h"
-#include "ui/elided_label.h"
 #include "ui/helper_style.h"
-#include "ui/manage_button.h"
+#include "ui/paragraph_label.h"
+#include "ui/shown_text.h"
 #include "ui/text_style.h"
 
 #include <QHBoxLayout>
@@ -41,12 +40,13 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
     setProperty(HelperStyle::kOverhang, kOverhang);
     setFixedHeight(kTextHeight + 2 * kOverhang);
     setAccessibleRole(*this, QAccessible::ListItem);
-    setAccessibleName(DisplayText::forLabel(name));
+    setAccessibleName(shownText(name));
 
     auto* dot = new DotLabel(this);
     looks().dot.apply(*dot);
     dot->setAccessibleName(QStringLiteral("Available"));
-    auto* label = new ElidedLabel(name, this);
+    auto* label = new ParagraphLabel(shownText(name), this);
+    label->setMaximumLines(1);
     looks().name.apply(*label);
     auto* online = new QLabel(QStringLiteral("Online"), this);
     online->setTextFormat(Qt::PlainText);
@@ -72,6 +72,55 @@ ManageButton& DeviceRow::addManageButton(std::string_view name)
 void DeviceRow::leaveRoomForManageButton(int width)
 {
     static_cast<QHBoxLayout*>(layout())->addSpacing(kDeviceSpacing + width);
+}
+
+ManageButton::ManageButton(std::string_view phoneName, QWidget* parent)
+    : QPushButton(QStringLiteral("Manage"), parent)
+{
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
+        *this);
+    setAccessibleName(QStringLiteral("Manage ") + shownText(phoneName));
+    setAccessibleDescription(
+        QStringLiteral("Opens the web management page of this phone in the browser"));
+}
+
+ManageButton::Use ManageButton::use() const
+{
+    return {window()->focusWidget() == this, isDown(), isHeldByPointer};
+}
+
+void ManageButton::goOnWith(const Use& use)
+{
+    if (use.hasFocus)
+        setFocus(Qt::OtherFocusReason);
+    if (!use.isDown)
+        return;
+    setDown(true);
+    isHeldByPointer = use.isHeldByPointer;
+    // The release event goes to the widget that was pressed, unless this one grabs the mouse.
+    if (isHeldByPointer)
+        grabMouse();
+}
+
+void ManageButton::mousePressEvent(QMouseEvent* event)
+{
+    QPushButton::mousePressEvent(event);
+    isHeldByPointer = isDown();
+}
+
+void ManageButton::mouseReleaseEvent(QMouseEvent* event)
+{
+    isHeldByPointer = false;
+    if (mouseGrabber() == this)
+        releaseMouse();
+    // Last, because the click may do anything.
+    QPushButton::mouseReleaseEvent(event);
+}
+
+/// Ends a press, because without a grab, which the desktop may refuse, no release event arrives.
+void ManageButton::leaveEvent(QEvent* /*event*/)
+{
+    setDown(false);
 }
 
 } // namespace quillbox

@@ -10,10 +10,6 @@ class DotLabel final : public QLabel {
 public:
     explicit DotLabel(QWidget* parent = nullptr);
 
-    DotLabel(const DotLabel&) = delete;
-    DotLabel& operator=(const DotLabel&) = delete;
-    ~DotLabel() override = default;
-
     QSize sizeHint() const override;
     QSize minimumSizeHint() const override { return sizeHint(); }
 

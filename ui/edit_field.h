@@ -16,10 +16,6 @@ class EditField final : public QLineEdit {
 public:
     EditField();
 
-    EditField(const EditField&) = delete;
-    EditField& operator=(const EditField&) = delete;
-    ~EditField() override = default;
-
     /// Sets a text that nobody has typed, which is no edit. (`setText` is one, because assistive
     /// technologies enter texts with it.)
     void fill(const QString& text);

@@ -11,10 +11,6 @@ public:
     /// Owned by the window.
     explicit FocusRing(QWidget& ringWindow);
 
-    FocusRing(const FocusRing&) = delete;
-    FocusRing& operator=(const FocusRing&) = delete;
-    ~FocusRing() override = default;
-
 private:
     void paintEvent(QPaintEvent* event) override;
     void follow(QWidget* focused);

@@ -37,10 +37,6 @@ public:
     /// Owned by the window.
     FrameSizer(QWidget& sizedWindow, Reported waySizesAreReported);
 
-    FrameSizer(const FrameSizer&) = delete;
-    FrameSizer& operator=(const FrameSizer&) = delete;
-    ~FrameSizer() override = default;
-
     /// Sets the size of the frame. Before the first call the window is left alone.
     void setFrameSize(const QSize& size);
 

@@ -88,13 +88,19 @@ void drawFilledButton(QPainter& painter, const QStyleOption& button, int radius)
     lay(shade);
 }
 
-void drawButton(QPainter& painter, const QStyleOptionButton& button)
+bool isFilled(const QStyleOptionButton& button, const QWidget* widget)
+{
+    return button.features.testFlag(QStyleOptionButton::DefaultButton)
+           || (widget && widget->property(HelperStyle::kIsFilled).toBool());
+}
+
+void drawButton(QPainter& painter, const QStyleOptionButton& button, const QWidget* widget)
 {
     if (button.features.testFlag(QStyleOptionButton::Flat))
         return;
     const bool isTall = button.rect.height() >= kTallButtonHeight;
     const int radius = isTall ? kTallButtonRadius : kButtonRadius;
-    if (button.features.testFlag(QStyleOptionButton::DefaultButton)) {
+    if (isFilled(button, widget)) {
         drawFilledButton(painter, button, radius);
         return;
     }
@@ -133,9 +139,9 @@ void drawIndicator(QPainter& painter, const QStyleOption& box)
     painter.restore();
 }
 
-QColor buttonText(const QStyleOptionButton& button)
+QColor buttonText(const QStyleOptionButton& button, const QWidget* widget)
 {
-    if (button.features.testFlag(QStyleOptionButton::DefaultButton))
+    if (isFilled(button, widget))
         return Qt::white;
     if (button.features.testFlag(QStyleOptionButton::Flat) && has(button, QStyle::State_MouseOver))
         return Brand::navy();
@@ -171,6 +177,29 @@ void drawScrollBar(QPainter& painter, const QStyleOptionSlider& bar)
 } // namespace
 
 HelperStyle::HelperStyle() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+
+QPalette HelperStyle::lightPalette()
+{
+    const QColor text(0x1c, 0x1c, 0x1c);
+    const QColor window(0xf6, 0xf6, 0xf6);
+    const QColor faint(0x6b, 0x6b, 0x6b);
+    const QColor highlight(0x30, 0x8c, 0xc6);
+
+    // The constructor derives the shades for frames and buttons.
+    QPalette palette(window, window);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText,
+                            QPalette::ToolTipText, QPalette::BrightText})
+        palette.setColor(role, text);
+    for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
+        palette.setColor(QPalette::Disabled, role, faint);
+    palette.setColor(QPalette::Base, Qt::white);
+    palette.setColor(QPalette::ToolTipBase, Qt::white);
+    palette.setColor(QPalette::Highlight, highlight);
+    palette.setColor(QPalette::HighlightedText, Qt::white);
+    palette.setColor(QPalette::Link, highlight);
+    palette.setColor(QPalette::LinkVisited, highlight);
+    return palette;
+}
 
 int HelperStyle::pixelMetric(PixelMetric metric, const QStyleOption* option,
                              const QWidget* widget) const
@@ -296,12 +325,12 @@ void HelperStyle::drawControl(ControlElement element, const QStyleOption* option
 {
     const auto* button = qstyleoption_cast<const QStyleOptionButton*>(option);
     if (element == CE_PushButtonBevel && button) {
-        drawButton(*painter, *button);
+        drawButton(*painter, *button, widget);
         return;
     }
     if (element == CE_PushButtonLabel && button) {
         QStyleOptionButton label = *button;
-        label.palette.setColor(QPalette::ButtonText, buttonText(label));
+        label.palette.setColor(QPalette::ButtonText, buttonText(label, widget));
         QProxyStyle::drawControl(element, &label, painter, widget);
         return;
     }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QPalette>
 #include <QProxyStyle>
 
 namespace quillbox {
@@ -11,15 +12,19 @@ public:
     /// The height of a push button, the same in the whole window except for the filled one.
     static constexpr int kButtonHeight = 20;
 
+    /// A property of a push button, a bool: whether it is filled, like the default button of a
+    /// dialog, because it is for the most likely action. (The default button of the window itself
+    /// would act again and again while Return is held down.)
+    static constexpr const char* kIsFilled = "isFilled";
+
     /// A property of a QFrame, an int: by how many pixels the frame extends above and below the
     /// rectangle that a layout gives it.
     static constexpr const char* kOverhang = "overhang";
 
     HelperStyle();
 
-    HelperStyle(const HelperStyle&) = delete;
-    HelperStyle& operator=(const HelperStyle&) = delete;
-    ~HelperStyle() override = default;
+    /// The palette that goes with it, of the application.
+    static QPalette lightPalette();
 
     int pixelMetric(PixelMetric metric, const QStyleOption* option,
                     const QWidget* widget) const override;

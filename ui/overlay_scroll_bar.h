@@ -12,10 +12,6 @@ class OverlayScrollBar final : public QScrollBar {
 public:
     explicit OverlayScrollBar(QWidget* parent = nullptr);
 
-    OverlayScrollBar(const OverlayScrollBar&) = delete;
-    OverlayScrollBar& operator=(const OverlayScrollBar&) = delete;
-    ~OverlayScrollBar() override = default;
-
     /// 0 if it is not painted at all, 1 if it is not fading.
     double strength() const;
 

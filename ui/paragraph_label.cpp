@@ -1,10 +1,11 @@
 #include "ui/paragraph_label.h"
 
-#include "ui/display_text.h"
+#include "ui/shown_text.h"
 #include "ui/text_style.h"
 
 #include <QEvent>
 #include <QFontInfo>
+#include <QFontMetricsF>
 #include <QPainter>
 #include <QTextLayout>
 #include <algorithm>
@@ -52,12 +53,22 @@ ParagraphLabel::ParagraphLabel(const QString& text, QWidget* parent) : QLabel(pa
 void ParagraphLabel::setText(const QString& text)
 {
     QLabel::setText(text);
+    knownTextWidth.reset();
     updateToolTip();
+}
+
+void ParagraphLabel::setMaximumLines(int count)
+{
+    limit = count;
+    // The height of a single line does not depend on the width, which saves the layout some work.
+    setWordWrap(count != 1);
 }
 
 std::vector<QString> ParagraphLabel::lines() const
 {
     const int width = contentsRect().width();
+    if (limit == 1)
+        return {elided(text(), font(), width)};
     const auto all = broken(text(), font(), width);
     std::vector<QString> result;
     for (const Line& line : all) {
@@ -72,14 +83,13 @@ std::vector<QString> ParagraphLabel::lines() const
 
 bool ParagraphLabel::isElided() const
 {
-    const auto all = broken(text(), font(), contentsRect().width()).size();
-    return limit > 0 && static_cast<int>(all) > limit;
+    return limit > 0 && linesAt(contentsRect().width()) > limit;
 }
 
 QSize ParagraphLabel::sizeHint() const
 {
     const QMargins margins = contentsMargins();
-    return {widthOf(text(), font()) + margins.left() + margins.right(),
+    return {textWidth() + margins.left() + margins.right(),
             lineHeight() + margins.top() + margins.bottom()};
 }
 
@@ -93,12 +103,15 @@ int ParagraphLabel::heightForWidth(int width) const
     const QMargins margins = contentsMargins();
     // Layouts ask about their own width, even if the label may not become as wide.
     const int inside = std::min(width, maximumWidth()) - margins.left() - margins.right();
-    const auto all = broken(text(), font(), inside).size();
-    return visibleLines(static_cast<int>(all)) * lineHeight() + margins.top() + margins.bottom();
+    const int all = linesAt(inside);
+    return (limit > 0 ? std::min(all, limit) : all) * lineHeight() + margins.top()
+           + margins.bottom();
 }
 
 bool ParagraphLabel::event(QEvent* event)
 {
+    if (event->type() == QEvent::FontChange)
+        knownTextWidth.reset();
     const bool isHandled = QLabel::event(event);
     switch (event->type()) {
     case QEvent::Resize:
@@ -123,7 +136,10 @@ void ParagraphLabel::paintEvent(QPaintEvent* /*event*/)
     painter.setPen(palette().color(foregroundRole()));
     for (const QString& line : shown) {
         const double base = top + height / 2.0 + baseLineBelowMiddle(font());
-        painter.drawText(QPointF(area.left(), std::round(base)), line);
+        const double spare = alignment().testFlag(Qt::AlignRight)
+                                 ? area.width() - QFontMetricsF(font()).horizontalAdvance(line)
+                                 : 0;
+        painter.drawText(QPointF(area.left() + spare, std::round(base)), line);
         top += height;
     }
 }
@@ -133,14 +149,26 @@ int ParagraphLabel::lineHeight() const
     return static_cast<int>(std::ceil(QFontInfo(font()).pixelSize() * kLineHeight));
 }
 
-int ParagraphLabel::visibleLines(int all) const
+/// The number of lines that the whole text takes.
+int ParagraphLabel::linesAt(int width) const
 {
-    return limit > 0 ? std::min(all, limit) : all;
+    if (limit == 1)
+        return textWidth() > width ? 2 : 1;
+    return static_cast<int>(broken(text(), font(), width).size());
+}
+
+/// Cached, because measuring text is the most expensive operation in a long list, and layouts ask
+/// for it repeatedly.
+int ParagraphLabel::textWidth() const
+{
+    if (!knownTextWidth)
+        knownTextWidth = widthOf(text(), font());
+    return *knownTextWidth;
 }
 
 void ParagraphLabel::updateToolTip()
 {
-    setToolTip(isElided() ? DisplayText::forToolTip(text().toStdString()) : QString());
+    setToolTip(isElided() ? shownInToolTip(text().toStdString()) : QString());
 }
 
 } // namespace quillbox

@@ -2,6 +2,7 @@
 
 #include <QLabel>
 #include <QString>
+#include <optional>
 #include <vector>
 
 namespace quillbox {
@@ -16,15 +17,11 @@ class ParagraphLabel final : public QLabel {
 public:
     explicit ParagraphLabel(const QString& text = {}, QWidget* parent = nullptr);
 
-    ParagraphLabel(const ParagraphLabel&) = delete;
-    ParagraphLabel& operator=(const ParagraphLabel&) = delete;
-    ~ParagraphLabel() override = default;
-
     /// Hides that of QLabel, which is not virtual and does not update the tool tip.
     void setText(const QString& text);
 
     /// 0, the default, means no limit. To be set before the text is shown.
-    void setMaximumLines(int count) { limit = count; }
+    void setMaximumLines(int count);
     int maximumLines() const { return limit; }
 
     /// The lines as they are painted at the current width.
@@ -40,11 +37,13 @@ private:
     bool event(QEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
 
+    int textWidth() const;
     int lineHeight() const;
-    int visibleLines(int all) const;
+    int linesAt(int width) const;
     void updateToolTip();
 
     int limit = 0;
+    mutable std::optional<int> knownTextWidth; ///< cached, for the current font
 };
 
 } // namespace quillbox

@@ -16,10 +16,6 @@ public:
 
     explicit RoundedBox(Look boxLook, QWidget* parent = nullptr);
 
-    RoundedBox(const RoundedBox&) = delete;
-    RoundedBox& operator=(const RoundedBox&) = delete;
-    ~RoundedBox() override = default;
-
     static void paint(QPainter& painter, const QRect& area, const Look& look);
 
 private:

@@ -1,6 +1,6 @@
 #include "ui/status_bar_item.h"
 
-#include "ui/display_text.h"
+#include "ui/shown_text.h"
 
 #include <QAction>
 #include <QCursor>
@@ -47,7 +47,7 @@ void StatusBarItem::setToolTip(const QString& toolTip)
 {
     text = toolTip;
     if (shownItem)
-        shownItem->setToolTip(DisplayText::forToolTip(text.toStdString()));
+        shownItem->setToolTip(shownInToolTip(text.toStdString()));
 }
 
 void StatusBarItem::hostChanged()

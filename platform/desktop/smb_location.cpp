@@ -17,9 +17,6 @@ constexpr std::string_view kServiceSuffix = "._smb._tcp.local";
 constexpr std::size_t kLongestInstanceName = 63;
 constexpr std::uint16_t kSmbPort = 445;
 
-constexpr std::string_view kUnreserved = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ"
-                                         "0123456789-._~";
-constexpr std::string_view kSubDelimiters = "!$&'()*+,;=";
 constexpr std::string_view kMoreInPath = "/:@";
 
 bool holds(std::string_view characters, char character)
@@ -44,7 +41,7 @@ std::optional<std::string> decoded(std::string_view text, std::string_view more 
     for (std::size_t at = 0; at < text.size(); ++at) {
         const char character = text[at];
         if (character != '%') {
-            if (!holds(kUnreserved, character) && !holds(kSubDelimiters, character)
+            if (!holds(kUnreservedInUrls, character) && !holds(kSubDelimitersInUrls, character)
                 && !holds(more, character))
                 return std::nullopt;
             result += character;
@@ -61,23 +58,6 @@ std::optional<std::string> decoded(std::string_view text, std::string_view more 
     }
     if (holds(result, '\0') || !isValidUtf8(result))
         return std::nullopt;
-    return result;
-}
-
-std::string encoded(std::string_view text)
-{
-    constexpr std::string_view kDigits = "0123456789ABCDEF";
-    std::string result;
-    for (const char character : text) {
-        if (holds(kUnreserved, character) || holds(kSubDelimiters, character)) {
-            result += character;
-            continue;
-        }
-        const auto byte = static_cast<unsigned char>(character);
-        result += '%';
-        result += kDigits[byte >> 4U];
-        result += kDigits[byte & 0xfU];
-    }
     return result;
 }
 
@@ -104,16 +84,6 @@ std::optional<std::string> decodedAddress(std::string_view text)
     return std::string(text.substr(0, scopeMark)) + '%' + *scope;
 }
 
-std::optional<std::uint16_t> parsePort(std::string_view digits)
-{
-    std::uint16_t port = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [stop, error] = std::from_chars(digits.data(), end, port);
-    if (error != std::errc() || stop != end || port == 0)
-        return std::nullopt;
-    return port;
-}
-
 /// Parses "host" or "host:port" into `location`; false if it is neither.
 bool parseHostAndPort(std::string_view text, SmbLocation& location)
 {
@@ -132,8 +102,11 @@ bool parseHostAndPort(std::string_view text, SmbLocation& location)
     location.host = *host;
     if (colon == std::string_view::npos)
         return true;
-    location.port = parsePort(text.substr(colon + 1));
-    return location.port.has_value();
+    const std::string_view digits = text.substr(colon + 1);
+    // A URL has no sign there.
+    if (digits.find_first_of("+-") == std::string_view::npos)
+        location.port = parsePort(digits);
+    return location.port.value_or(0) != 0;
 }
 
 } // namespace
@@ -185,14 +158,14 @@ std::string smbUrlAt(const SmbLocation& location, const HostEndpoint& server)
     const auto scopeMark = host.find('%');
     std::string url(kScheme);
     if (location.user)
-        url += encoded(*location.user) + '@';
+        url += percentEncoded(*location.user, kSubDelimitersInUrls) + '@';
     if (isIpv6Address(host.substr(0, scopeMark))) {
         url += '[' + std::string(host.substr(0, scopeMark));
         if (scopeMark != std::string_view::npos && scopeMark + 1 < host.size())
-            url += "%25" + encoded(host.substr(scopeMark + 1));
+            url += "%25" + percentEncoded(host.substr(scopeMark + 1), kSubDelimitersInUrls);
         url += ']';
     } else {
-        url += encoded(host);
+        url += percentEncoded(host, kSubDelimitersInUrls);
     }
     if (server.port != kSmbPort)
         url += ':' + std::to_string(server.port);

@@ -56,18 +56,10 @@ ARROWS = {
     },
     "relay": {"platform"},
     "discovery": {"platform"},
-    "app": {"platform", "relay", "discovery"},
-    # The controller owns these widgets; app/ and ui/ are one target.
-    "app/app_delegate.h": {
-        "app",
-        "platform",
-        "relay",
-        "discovery",
-        "ui/dot_label.h",
-        "ui/edit_field.h",
-        "ui/paragraph_label.h",
-        "ui/status_bar_item.h",
-    },
+    "ui": {"platform"},
+    "control": {"platform", "ui/shown_text.h"},
+    "doctor": {"platform", "discovery", "control", "ui/shown_text.h"},
+    "app": {"platform", "relay", "discovery", "control", "ui"},
     "app/main.cpp": {
         "app",
         "platform",
@@ -78,10 +70,10 @@ ARROWS = {
         "platform/linux",
         "platform/netlink",
         "platform/tcp",
-        "relay",
+        "control",
         "discovery",
+        "doctor",
     },
-    "ui": {"platform", "relay", "discovery", "app/app_delegate.h", "app/shown_text.h"},
     # A separate executable that only uses DNS-SD.
     "demo": {
         "platform",
@@ -97,11 +89,15 @@ QT, AVAHI, SYSTEM, TEST = "Qt", "Avahi", "system", "GoogleTest"
 OUTSIDE = {
     QT: {
         "app",
+        "control",
+        "doctor",
         "ui",
         "platform/desktop",
         "platform/diagnosis",
         "fuzz",
         "tests/app",
+        "tests/control",
+        "tests/doctor",
         "tests/ui",
         "tests/platform/desktop",
         "tests/platform/desktop_integration",
@@ -149,7 +145,10 @@ LONG_FILES = {  # path: the reason for its length
     "platform/dnssd/engine/messages.h": "one list of plain values, of a few lines each",
 }
 
-SOURCE_FOLDERS = ("app", "bench", "demo", "discovery", "fuzz", "platform", "relay", "tests", "ui")
+SOURCE_FOLDERS = (
+    *("app", "bench", "control", "demo", "discovery", "doctor", "fuzz", "platform", "relay"),
+    *("tests", "ui"),
+)
 INCLUDE = re.compile(r'^\s*#\s*include\s*(["<])([^">]+)[">]', re.MULTILINE)
 SYSTEM_SWITCH = re.compile(
     r"^\s*#\s*(?:if|ifdef|ifndef|elif)\b.*\b"

@@ -25,7 +25,7 @@ def test_no_reason_is_listed_for_a_file_that_is_short_or_gone():
 
 
 TREE = {
-    "app/app_delegate.h": '#include "discovery/phone_discovery.h"\n#include <QObject>\n',
+    "app/app_delegate.h": '#include "discovery/phone_discovery.h"\n#include "ui/window.h"\n',
     "app/main.cpp": '#include "app/app_delegate.h"\n#include "platform/linux/linux_network.h"\n',
     "discovery/phone_discovery.h": '#include "platform/browser.h"\n',
     "platform/browser.h": "#include <functional>\n",
@@ -35,7 +35,7 @@ TREE = {
     "platform/linux/linux_network.h": '#include "platform/dnssd/dns_sd.h"\n',
     "platform/tcp/tcp.cpp": '#include "platform/dnssd/dns_sd.h"\n#include <sys/socket.h>\n',
     "relay/session.h": '#include "platform/browser.h"\n',
-    "ui/window.cpp": '#include "app/app_delegate.h"\n#include <QtWidgets/QLabel>\n',
+    "ui/window.h": '#include "platform/browser.h"\n#include <QtWidgets/QLabel>\n',
     "tests/relay/session_test.cpp": '#include "relay/session.h"\n#include <gtest/gtest.h>\n',
 }
 
@@ -75,6 +75,7 @@ def test_a_tree_in_order_gives_no_complaint(tmp_path):
         ("ui/x.cpp", '#include "app/main.cpp"', "ui/ may not include app/main.cpp"),
         ("ui/x.cpp", '#include "window.h"', "is not written from the root"),
         ("ui/x.cpp", '#include "ui/gone.h"', "does not exist"),
+        ("ui/x.cpp", '#include "app/app_delegate.h"', "ui/ may not include"),
         ("ui/x.cpp", "#include <boost/asio.hpp>", "is of no kind"),
         ("tests/relay/x.cpp", "#include <QObject>", "no Qt header here"),
         ("relay/x.h", "//\n" * 150, "151 lines are more than 150"),

@@ -136,5 +136,52 @@ TEST(Text, putsNamesBetweenQuotationMarksVerbatim)
     EXPECT_EQ(inDoubleQuotes(""), "\"\"");
 }
 
+TEST(ParsePort, readsDecimalNumbersOfSixteenBits)
+{
+    EXPECT_EQ(parsePort("445"), 445);
+    EXPECT_EQ(parsePort("0"), 0);
+    EXPECT_EQ(parsePort("65535"), 65535);
+    EXPECT_EQ(parsePort("0000000000000000445"), 445);
+}
+
+TEST(ParsePort, takesOneLeadingSign)
+{
+    EXPECT_EQ(parsePort("+445"), 445);
+    EXPECT_EQ(parsePort("+0"), 0);
+    EXPECT_EQ(parsePort("++445"), std::nullopt);
+    EXPECT_EQ(parsePort("+-0"), std::nullopt);
+}
+
+TEST(ParsePort, behindAMinusSignOnlyZeroFits)
+{
+    EXPECT_EQ(parsePort("-0"), 0);
+    EXPECT_EQ(parsePort("-000"), 0);
+    EXPECT_EQ(parsePort("-1"), std::nullopt);
+    EXPECT_EQ(parsePort("-445"), std::nullopt);
+}
+
+TEST(ParsePort, refusesWhatDoesNotFit)
+{
+    EXPECT_EQ(parsePort("65536"), std::nullopt);
+    EXPECT_EQ(parsePort("70000"), std::nullopt);
+    EXPECT_EQ(parsePort("4294967741"), std::nullopt);           // 445 modulo 2^32
+    EXPECT_EQ(parsePort("18446744073709552061"), std::nullopt); // 445 modulo 2^64
+}
+
+TEST(ParsePort, refusesEverythingElse)
+{
+    for (const char* text : {"", "+", "-", " 445", "445 ", "445\n", "4 45", "0x1bd", "44.5", "smb",
+                             "\u0664\u0664\u0665", "445\u00a0"})
+        EXPECT_EQ(parsePort(text), std::nullopt) << text;
+    EXPECT_EQ(parsePort(std::string_view("445\0", 4)), std::nullopt);
+}
+
+TEST(PercentEncoded, leavesWhatIsUnreservedOrNamed)
+{
+    EXPECT_EQ(percentEncoded("aZ09-._~"), "aZ09-._~");
+    EXPECT_EQ(percentEncoded("a b/%\xc3\xbc\x0f"), "a%20b%2F%25%C3%BC%0F");
+    EXPECT_EQ(percentEncoded("a b/", "/"), "a%20b/");
+}
+
 } // namespace
 } // namespace quillbox

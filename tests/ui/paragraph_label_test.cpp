@@ -1,9 +1,12 @@
 #include "ui/paragraph_label.h"
+#include "ui/text_style.h"
 
 #include <QAccessible>
 #include <QHBoxLayout>
 #include <QImage>
 #include <QWidget>
+#include <memory>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -207,6 +210,151 @@ TEST(ParagraphLabel, tellsAssistiveProgramsTheWholeText)
     QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&label);
     ASSERT_TRUE(accessible);
     EXPECT_EQ(accessible->text(QAccessible::Name), longText());
+}
+
+std::unique_ptr<ParagraphLabel> oneLine(const QString& text)
+{
+    auto label = std::make_unique<ParagraphLabel>(text);
+    label->setMaximumLines(1);
+    return label;
+}
+
+QString longName()
+{
+    return QString(63, u'W');
+}
+
+TEST(ParagraphLabelOfOneLine, showsANameThatFits)
+{
+    const auto owned = oneLine(QStringLiteral("Office"));
+    ParagraphLabel& label = *owned;
+    label.resize(label.sizeHint());
+    EXPECT_FALSE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QString());
+    EXPECT_EQ(label.text(), QStringLiteral("Office"));
+}
+
+TEST(ParagraphLabelOfOneLine, tellsAWholeNameThatDoesNotFit)
+{
+    const auto owned = oneLine(longName());
+    ParagraphLabel& label = *owned;
+    label.show();
+    label.resize(100, 20);
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), longName());
+    EXPECT_EQ(label.text(), longName());
+    label.resize(label.sizeHint());
+    EXPECT_EQ(label.toolTip(), QString());
+}
+
+TEST(ParagraphLabelOfOneLine, measuresItsNameInTheCurrentFont)
+{
+    const auto owned = oneLine(QStringLiteral("Office"));
+    ParagraphLabel& label = *owned;
+    label.show();
+    label.resize(label.sizeHint());
+    const QSize before = label.sizeHint();
+    QFont larger = label.font();
+    larger.setPixelSize(4 * label.fontMetrics().height());
+    label.setFont(larger);
+    EXPECT_EQ(label.sizeHint().width(), widthOf(label.text(), label.font()));
+    EXPECT_GT(label.sizeHint().width(), before.width());
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));
+}
+
+TEST(ParagraphLabelOfOneLine, countsItsMarginsAsNoRoom)
+{
+    const auto owned = oneLine(QStringLiteral("Office"));
+    ParagraphLabel& label = *owned;
+    label.resize(label.sizeHint());
+    ASSERT_EQ(label.toolTip(), QString());
+    // The label is hidden, so that no resize event comes with the change.
+    label.setContentsMargins(4, 0, 4, 0);
+    EXPECT_TRUE(label.isElided());
+    EXPECT_EQ(label.toolTip(), QStringLiteral("Office"));
+}
+
+TEST(ParagraphLabelOfOneLine, growsByItsMargins)
+{
+    const auto owned = oneLine(longName());
+    ParagraphLabel& label = *owned;
+    const QSize whole = label.sizeHint();
+    const QSize smallest = label.minimumSizeHint();
+    label.setContentsMargins(1, 2, 4, 8);
+    EXPECT_EQ(label.sizeHint(), whole + QSize(5, 10));
+    EXPECT_EQ(label.minimumSizeHint().height(), smallest.height() + 10);
+}
+
+/// Whatever the fraction of a pixel is by which the name is wider than a whole number.
+TEST(ParagraphLabelOfOneLine, isElidedFromThePixelOnThatItLacks)
+{
+    for (int letters = 1; letters < 40; ++letters) {
+        // In some fonts an f extends beyond its advance.
+        const auto owned = oneLine(QString(letters, u'i') + QStringLiteral(" f"));
+        ParagraphLabel& label = *owned;
+        label.show();
+        label.resize(label.sizeHint());
+        EXPECT_EQ(label.lines(), std::vector<QString>{label.text()});
+        EXPECT_EQ(label.toolTip(), QString());
+        label.resize(label.width() - 1, label.height());
+        ASSERT_EQ(label.lines().size(), 1);
+        EXPECT_TRUE(label.lines().front().endsWith(QStringLiteral("…")));
+        EXPECT_EQ(label.toolTip(), label.text());
+    }
+}
+
+TEST(ParagraphLabelOfOneLine, letsALayoutMakeItNarrow)
+{
+    QWidget window;
+    auto* layout = new QHBoxLayout(&window);
+    auto* label = oneLine(longName()).release();
+    layout->addWidget(label);
+    EXPECT_LT(window.minimumSizeHint().width(), 100);
+}
+
+TEST(ParagraphLabelOfOneLine, takesNothingInANameForMarkup)
+{
+    const auto owned = oneLine(QStringLiteral("<b>Office</b>"));
+    ParagraphLabel& label = *owned;
+    EXPECT_EQ(label.textFormat(), Qt::PlainText);
+    label.show();
+    label.resize(20, 20);
+    EXPECT_FALSE(Qt::mightBeRichText(label.toolTip()));
+    EXPECT_FALSE(label.toolTip().isEmpty());
+}
+
+TEST(ParagraphLabelOfOneLine, tellsAssistiveProgramsTheWholeName)
+{
+    const auto owned = oneLine(longName());
+    ParagraphLabel& label = *owned;
+    label.resize(50, 20);
+    QAccessibleInterface* accessible = QAccessible::queryAccessibleInterface(&label);
+    ASSERT_TRUE(accessible);
+    EXPECT_EQ(accessible->text(QAccessible::Name), longName());
+}
+
+/// The labels of fields, whose widths are rounded up.
+TEST(ParagraphLabelOfOneLine, mayBeAlignedAtTheRight)
+{
+    const auto owned = oneLine(QStringLiteral("l"));
+    ParagraphLabel& label = *owned;
+    label.setAlignment(Qt::AlignRight | Qt::AlignVCenter);
+    label.resize(60, 20);
+    QImage picture(label.size(), QImage::Format_RGB32);
+    picture.fill(Qt::white);
+    label.render(&picture);
+    const auto isEmpty = [&picture](int from, int to) {
+        for (int x = from; x < to; ++x) {
+            for (int y = 0; y < picture.height(); ++y) {
+                if (picture.pixelColor(x, y) != picture.pixelColor(0, 0))
+                    return false;
+            }
+        }
+        return true;
+    };
+    EXPECT_TRUE(isEmpty(0, 50));
+    EXPECT_FALSE(isEmpty(50, 60));
 }
 
 } // namespace

@@ -1,0 +1,80 @@
+#include "control/start_settings.h"
+
+#include "platform/standard_error.h"
+#include "platform/text.h"
+
+#include <array>
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace quillbox {
+
+namespace {
+
+constexpr const char* kThisComputerOnlyKey = "thisComputerOnly";
+constexpr const char* kDnsSdKey = "dnsSd";
+
+/// In the order of the enumerators; the first is the default.
+constexpr std::array<std::string_view, 3> kDnsSdNames{"auto", "daemon", "embedded"};
+
+} // namespace
+
+const char* nameOf(DnsSdChoice choice)
+{
+    return kDnsSdNames.at(static_cast<std::size_t>(choice)).data();
+}
+
+std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
+{
+    for (const auto choice : {DnsSdChoice::Automatic, DnsSdChoice::Daemon, DnsSdChoice::Embedded}) {
+        if (name == nameOf(choice))
+            return choice;
+    }
+    return std::nullopt;
+}
+
+StartSettings startSettings(const StartOptions& options, UserDefaults& store)
+{
+    StartSettings settings;
+    if (options.reach) {
+        settings.reach = *options.reach;
+    } else {
+        const bool isUnknown = !store.problem().empty();
+        if (isUnknown)
+            printToStandardError(
+                "quillbox-helper: the setting \"thisComputerOnly\" therefore counts as true; to "
+                "open the relays to the network, fix or remove the file, or start with "
+                "--this-computer-only=off");
+        if (store.boolForKey(kThisComputerOnlyKey, isUnknown))
+            settings.reach = Reach::ThisComputer;
+    }
+    settings.dnsSd =
+        options.dnsSd
+            ? *options.dnsSd
+            : dnsSdChoiceNamed(store.choiceForKey(kDnsSdKey, kDnsSdNames)).value_or(settings.dnsSd);
+    return settings;
+}
+
+bool keep(const StartOptions& options, UserDefaults& store, const char* since)
+{
+    std::vector<std::string> changes;
+    if (options.reach) {
+        const bool isThisComputerOnly = options.reach == Reach::ThisComputer;
+        if (store.setBool(kThisComputerOnlyKey, isThisComputerOnly))
+            changes.push_back(inDoubleQuotes(kThisComputerOnlyKey) + " is "
+                              + (isThisComputerOnly ? "true" : "false"));
+    }
+    if (options.dnsSd) {
+        const std::string name = nameOf(*options.dnsSd);
+        if (store.setString(kDnsSdKey, name))
+            changes.push_back(inDoubleQuotes(kDnsSdKey) + " is " + inDoubleQuotes(name));
+    }
+    if (!store.save())
+        return false;
+    for (const std::string& change : changes)
+        printToStandardError("quillbox-helper: the setting " + change + ' ' + since);
+    return true;
+}
+
+} // namespace quillbox
