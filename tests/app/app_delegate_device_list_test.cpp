@@ -343,7 +343,7 @@ TEST_F(DeviceList, theFocusStaysWithThePhone)
     EXPECT_FALSE(rows()[2]->manageButton()->isDown());
 }
 
-TEST_F(DeviceList, ofTwoPhonesOfOneNameTheSecondKeepsTheFocus)
+TEST_F(DeviceList, eachOfTwoPhonesOfOneNameKeepsTheFocus)
 {
     open();
     findPhones({phoneNamed("Quillbox", "one"), phoneNamed("Quillbox", "two")});
@@ -353,6 +353,9 @@ TEST_F(DeviceList, ofTwoPhonesOfOneNameTheSecondKeepsTheFocus)
     findManagement({phoneNamed("Quillbox")});
     EXPECT_TRUE(rows()[1]->manageButton()->hasFocus());
     EXPECT_FALSE(rows()[0]->manageButton()->hasFocus());
+    rows()[0]->manageButton()->setFocus(Qt::TabFocusReason);
+    findManagement({phoneNamed("Quillbox")});
+    EXPECT_TRUE(rows()[0]->manageButton()->hasFocus());
 }
 
 TEST_F(DeviceList, theFocusStaysWithThePhoneWhileTheWindowIsInactive)
