@@ -158,8 +158,8 @@ private:
     const std::shared_ptr<DispatchQueue> queue_;
     const std::string name_;
     std::string told_ = kNoRelay;
-    std::unique_ptr<DnsSd::Ask> browse_;
-    std::unique_ptr<DnsSd::Ask> resolution_;
+    std::unique_ptr<DnsSd::Subscription> browse_;
+    std::unique_ptr<DnsSd::Subscription> resolution_;
 };
 
 /// The loopback address on which the file service is announced, which is not 127.0.0.1.

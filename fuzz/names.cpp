@@ -2,8 +2,8 @@
 
 #include "platform/dnssd/operations/names.h"
 
+#include "platform/dnssd/avahi/avahi_service_location.h"
 #include "platform/dnssd/operations/host_identity.h"
-#include "platform/dnssd/processes/avahi_service_location.h"
 #include "platform/text.h"
 
 #include <algorithm>

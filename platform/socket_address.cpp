@@ -31,6 +31,24 @@ SocketAddress toSocketAddress(const sockaddr* address)
     return result;
 }
 
+SocketAddress makeSocketAddress(std::span<const std::uint8_t> address, std::uint16_t port,
+                                std::uint32_t scope)
+{
+    sockaddr_in ipv4{};
+    sockaddr_in6 ipv6{};
+    if (address.size() == sizeof ipv4.sin_addr) {
+        ipv4.sin_family = AF_INET;
+        ipv4.sin_port = htons(port);
+        std::memcpy(&ipv4.sin_addr, address.data(), address.size());
+        return toSocketAddress(reinterpret_cast<const sockaddr*>(&ipv4));
+    }
+    ipv6.sin6_family = AF_INET6;
+    ipv6.sin6_port = htons(port);
+    ipv6.sin6_scope_id = scope;
+    std::memcpy(&ipv6.sin6_addr, address.data(), sizeof ipv6.sin6_addr);
+    return toSocketAddress(reinterpret_cast<const sockaddr*>(&ipv6));
+}
+
 int familyOf(const SocketAddress& address)
 {
     sa_family_t family = AF_UNSPEC;

@@ -5,6 +5,7 @@
 #include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 
 struct sockaddr;
@@ -14,6 +15,11 @@ namespace quillbox {
 
 /// Copies an IPv4 or IPv6 address of the system.
 SocketAddress toSocketAddress(const sockaddr* address);
+
+/// From the 4 or 16 bytes of an IPv4 or IPv6 address, in network byte order, and a port in host
+/// byte order. `scope` is of IPv6 only.
+SocketAddress makeSocketAddress(std::span<const std::uint8_t> address, std::uint16_t port,
+                                std::uint32_t scope = 0);
 
 /// AF_INET or AF_INET6; AF_UNSPEC if the bytes are not a valid address.
 int familyOf(const SocketAddress& address);

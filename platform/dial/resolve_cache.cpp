@@ -15,8 +15,8 @@ struct ResolveCache::Entry {
     explicit Entry(Endpoint asked) : endpoint(std::move(asked)) {}
 
     const Endpoint endpoint;
-    std::unique_ptr<DnsSd::Ask> ask;
-    std::shared_ptr<void> token; ///< of `ask`; updates of earlier queries are ignored
+    std::unique_ptr<DnsSd::Subscription> subscription;
+    std::shared_ptr<void> token; ///< of `subscription`; updates of earlier queries are ignored
     Clock::time_point askedAt;
     Clock::time_point usedAt;
     std::shared_ptr<const DnsSd::ResolveUpdate> known; ///< null while there is nothing to report
@@ -62,7 +62,7 @@ std::shared_ptr<void> ResolveCache::resolve(Endpoint endpoint, std::shared_ptr<D
     auto& entry = position->second;
     entry.usedAt = now;
     if (isNew || now - entry.askedAt >= freshTime_)
-        ask(position->first, entry);
+        subscribe(position->first, entry);
     if (entry.known)
         entry.tell(reader);
     std::erase_if(entry.readers, [](const auto& each) { return each.expired(); });
@@ -70,7 +70,7 @@ std::shared_ptr<void> ResolveCache::resolve(Endpoint endpoint, std::shared_ptr<D
     return reader;
 }
 
-void ResolveCache::ask(const std::string& key, Entry& entry)
+void ResolveCache::subscribe(const std::string& key, Entry& entry)
 {
     // Cached addresses may be dialled, but are marked as not settled: no connection should give up
     // before the network has had time to answer again.
@@ -83,7 +83,7 @@ void ResolveCache::ask(const std::string& key, Entry& entry)
         entry.known = std::move(known);
     }
     // Equal active queries are merged, so a new one is sent only after the old one has ended.
-    entry.ask.reset();
+    entry.subscription.reset();
     entry.askedAt = Clock::now();
     entry.token = std::make_shared<int>();
     auto handler = [weak = weak_from_this(), key,
@@ -92,9 +92,10 @@ void ResolveCache::ask(const std::string& key, Entry& entry)
             self->take(key, token, update);
     };
     if (const auto* service = entry.endpoint.service())
-        entry.ask = dnsSd_.resolve(*service, queue_, std::move(handler));
+        entry.subscription = dnsSd_.resolve(*service, queue_, std::move(handler));
     else
-        entry.ask = dnsSd_.resolveHost(entry.endpoint.host()->host, queue_, std::move(handler));
+        entry.subscription =
+            dnsSd_.resolveHost(entry.endpoint.host()->host, queue_, std::move(handler));
 }
 
 void ResolveCache::take(const std::string& key, const std::weak_ptr<void>& token,

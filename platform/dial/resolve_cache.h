@@ -56,7 +56,7 @@ private:
     struct Reader;
     struct Entry;
 
-    void ask(const std::string& key, Entry& entry);
+    void subscribe(const std::string& key, Entry& entry);
     void take(const std::string& key, const std::weak_ptr<void>& token,
               const DnsSd::ResolveUpdate& update);
     void dropUnusedLater(std::chrono::milliseconds pause);

@@ -193,8 +193,9 @@ private:
     const ServiceLocatorMeans& means;
     const std::string name;
     Ended ended;
-    std::unique_ptr<DnsSd::Ask> ownQuestion;
-    std::unique_ptr<DnsSd::Ask> resolution; ///< only if this program has no such service itself
+    std::unique_ptr<DnsSd::Subscription> ownQuestion;
+    std::unique_ptr<DnsSd::Subscription>
+        resolution; ///< only if this program has no such service itself
     DnsSd::ResolveUpdate last;
     std::optional<HostEndpoint> inNumbers; ///< the numeric address, the result without a host name
     bool isOwn = false;                    ///< it is published by this program

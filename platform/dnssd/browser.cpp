@@ -77,16 +77,17 @@ public:
         queue = std::move(handlerQueue);
         if (isCancelled)
             return reportCancelled();
-        ask = dnsSd.browse(type, queue, [reports = reports](const DnsSd::BrowseUpdate& update) {
-            reports->handle(update);
-        });
+        subscription =
+            dnsSd.browse(type, queue, [reports = reports](const DnsSd::BrowseUpdate& update) {
+                reports->handle(update);
+            });
     }
 
     void cancel() override
     {
         if (std::exchange(isCancelled, true))
             return;
-        ask = nullptr;
+        subscription = nullptr;
         if (queue)
             reportCancelled();
     }
@@ -101,7 +102,7 @@ private:
     const std::string type;
     const std::shared_ptr<Reports> reports = std::make_shared<Reports>();
     std::shared_ptr<DispatchQueue> queue;
-    std::unique_ptr<DnsSd::Ask> ask;
+    std::unique_ptr<DnsSd::Subscription> subscription;
     bool isCancelled = false;
 };
 

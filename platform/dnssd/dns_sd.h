@@ -19,13 +19,13 @@ namespace quillbox {
 /// resolvers. It survives restarts of the engine behind it: callers never have to repeat a request.
 ///
 /// Thread-safe. Handlers run on the queue given with them, never inside the call, and in order.
-/// Destroying an `Ask` ends it; a handler call that is already queued may still run.
+/// Destroying a `Subscription` ends it; a handler call that is already queued may still run.
 class DnsSd {
 public:
     /// A query or registration that is active until it is destroyed.
-    class Ask {
+    class Subscription {
     public:
-        virtual ~Ask() = default;
+        virtual ~Subscription() = default;
     };
 
     struct BrowseUpdate {
@@ -90,30 +90,31 @@ public:
     virtual ~DnsSd() = default;
 
     /// Observes the limits documented for `Browser`.
-    virtual std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                                        std::function<void(const BrowseUpdate&)> handler) = 0;
+    virtual std::unique_ptr<Subscription>
+    browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+           std::function<void(const BrowseUpdate&)> handler) = 0;
 
-    virtual std::unique_ptr<Ask> resolve(ServiceEndpoint service,
-                                         std::shared_ptr<DispatchQueue> queue,
-                                         std::function<void(const ResolveUpdate&)> handler) = 0;
+    virtual std::unique_ptr<Subscription>
+    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const ResolveUpdate&)> handler) = 0;
 
     /// `hostName` is like "phone.local".
-    virtual std::unique_ptr<Ask> resolveHost(std::string hostName,
-                                             std::shared_ptr<DispatchQueue> queue,
-                                             std::function<void(const ResolveUpdate&)> handler) = 0;
+    virtual std::unique_ptr<Subscription>
+    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                std::function<void(const ResolveUpdate&)> handler) = 0;
 
     /// Publishes the service under a host name of its own. On a name conflict the service is
     /// renamed ("Name #2"), with exponential backoff.
-    virtual std::unique_ptr<Ask>
+    virtual std::unique_ptr<Subscription>
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) = 0;
 
     /// Finds the service that this program registers as `name`, whatever it was renamed to after a
     /// conflict, and whether it is published yet or not. Reports immediately, and at each change.
-    virtual std::unique_ptr<Ask> findOwn(std::string name, std::string type,
-                                         std::shared_ptr<DispatchQueue> queue,
-                                         std::function<void(const OwnServiceUpdate&)> handler) = 0;
+    virtual std::unique_ptr<Subscription>
+    findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const OwnServiceUpdate&)> handler) = 0;
 };
 
 } // namespace quillbox

@@ -4,7 +4,7 @@
 #include "platform/dnssd/operations/host_identity.h"
 #include "platform/dnssd/operations/local_addresses.h"
 #include "platform/dnssd/operations/own_services.h"
-#include "platform/dnssd/operations/record_question.h"
+#include "platform/dnssd/operations/record_query.h"
 #include "platform/dnssd/operations/registration.h"
 #include "platform/dnssd/operations/resolution.h"
 #include "platform/dnssd/operations/service_browse.h"
@@ -49,16 +49,16 @@ public:
     std::map<StandingId, std::shared_ptr<void>> standing;
 };
 
-class StandingAsk final : public DnsSd::Ask {
+class CenterSubscription final : public DnsSd::Subscription {
 public:
-    StandingAsk(std::shared_ptr<DispatchQueue> centerQueue, std::weak_ptr<Center> owner,
-                StandingId standingId)
+    CenterSubscription(std::shared_ptr<DispatchQueue> centerQueue, std::weak_ptr<Center> owner,
+                       StandingId standingId)
         : queue(std::move(centerQueue)), center(std::move(owner)), id(standingId)
     {
     }
-    StandingAsk(const StandingAsk&) = delete;
-    StandingAsk& operator=(const StandingAsk&) = delete;
-    ~StandingAsk() override
+    CenterSubscription(const CenterSubscription&) = delete;
+    CenterSubscription& operator=(const CenterSubscription&) = delete;
+    ~CenterSubscription() override
     {
         queue->async([center = std::move(center), id = id] {
             if (const auto self = center.lock())
@@ -85,8 +85,8 @@ public:
     CenterDnsSd(const CenterDnsSd&) = delete;
     CenterDnsSd& operator=(const CenterDnsSd&) = delete;
 
-    std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                                std::function<void(const BrowseUpdate&)> handler) override
+    std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                                         std::function<void(const BrowseUpdate&)> handler) override
     {
         dnssd::ServiceBrowse::Report report(std::move(queue), std::move(handler));
         return stand([type = std::move(type), report = std::move(report)](Center& where) {
@@ -97,8 +97,9 @@ public:
         });
     }
 
-    std::unique_ptr<Ask> resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
-                                 std::function<void(const ResolveUpdate&)> handler) override
+    std::unique_ptr<Subscription>
+    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const ResolveUpdate&)> handler) override
     {
         dnssd::Resolution::Report report(std::move(queue), std::move(handler));
         return stand([service = std::move(service), report = std::move(report)](Center& where) {
@@ -109,8 +110,9 @@ public:
         });
     }
 
-    std::unique_ptr<Ask> resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                                     std::function<void(const ResolveUpdate&)> handler) override
+    std::unique_ptr<Subscription>
+    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                std::function<void(const ResolveUpdate&)> handler) override
     {
         dnssd::Resolution::Report report(std::move(queue), std::move(handler));
         return stand([hostName = std::move(hostName), report = std::move(report)](Center& where) {
@@ -121,7 +123,7 @@ public:
         });
     }
 
-    std::unique_ptr<Ask>
+    std::unique_ptr<Subscription>
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override
@@ -137,15 +139,15 @@ public:
             });
     }
 
-    std::unique_ptr<Ask> findOwn(std::string name, std::string type,
-                                 std::shared_ptr<DispatchQueue> queue,
-                                 std::function<void(const OwnServiceUpdate&)> handler) override
+    std::unique_ptr<Subscription>
+    findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const OwnServiceUpdate&)> handler) override
     {
-        dnssd::OwnServices::Question::Report report(std::move(queue), std::move(handler));
+        dnssd::OwnServices::Lookup::Report report(std::move(queue), std::move(handler));
         return stand([name = std::move(name), type = std::move(type),
                       report = std::move(report)](Center& where) {
-            return std::make_shared<dnssd::OwnServices::Question>(where.ownServices, name, type,
-                                                                  report);
+            return std::make_shared<dnssd::OwnServices::Lookup>(where.ownServices, name, type,
+                                                                report);
         });
     }
 
@@ -160,13 +162,13 @@ private:
     }
 
     /// Calls `make` on the center's queue and keeps the query or registration that it returns.
-    std::unique_ptr<Ask> stand(std::function<std::shared_ptr<void>(Center&)> make)
+    std::unique_ptr<Subscription> stand(std::function<std::shared_ptr<void>(Center&)> make)
     {
         const StandingId id = nextId++;
         center->queue->async(onCenter([id, make = std::move(make)](Center& where) {
             where.standing.emplace(id, make(where));
         }));
-        return std::make_unique<StandingAsk>(center->queue, center, id);
+        return std::make_unique<CenterSubscription>(center->queue, center, id);
     }
 
     const std::shared_ptr<Center> center;

@@ -1,12 +1,10 @@
 #include "platform/dnssd/net_service.h"
 
+#include "platform/socket_address.h"
+
 #include <algorithm>
 #include <cassert>
-#include <cstring>
 #include <utility>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 namespace quillbox {
 
@@ -14,23 +12,6 @@ namespace {
 
 /// How long to wait for an IPv4 address, which is used first, once there is an IPv6 address.
 constexpr std::chrono::milliseconds kSecondFamilyLimit{500};
-
-sa_family_t familyOf(const SocketAddress& address)
-{
-    sa_family_t family = AF_UNSPEC;
-    if (address.size() >= sizeof family)
-        std::memcpy(&family, address.data(), sizeof family);
-    return family;
-}
-
-std::uint16_t portOf(const SocketAddress& address)
-{
-    static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
-    in_port_t port = 0;
-    if (address.size() >= sizeof(sockaddr_in))
-        std::memcpy(&port, address.data() + offsetof(sockaddr_in, sin_port), sizeof port);
-    return ntohs(port);
-}
 
 class DnsSdNetService final : public NetService {
 public:
@@ -55,11 +36,11 @@ public:
         found.clear();
         isWaitingForSecond = false;
         run = std::make_shared<DnsSdNetService*>(this);
-        ask = dnsSd.resolve(service, queue,
-                            [weak = std::weak_ptr(run)](const DnsSd::ResolveUpdate& update) {
-                                if (const auto self = weak.lock())
-                                    (*self)->handle(update);
-                            });
+        subscription = dnsSd.resolve(
+            service, queue, [weak = std::weak_ptr(run)](const DnsSd::ResolveUpdate& update) {
+                if (const auto self = weak.lock())
+                    (*self)->handle(update);
+            });
         queue->asyncAfter(timeout, [weak = std::weak_ptr(run)] {
             if (const auto self = weak.lock())
                 (*self)->finish();
@@ -69,7 +50,7 @@ public:
     void stop() override
     {
         run = nullptr;
-        ask = nullptr;
+        subscription = nullptr;
     }
 
     const std::vector<SocketAddress>& addresses() const override { return result; }
@@ -81,8 +62,8 @@ private:
         found = update.addresses;
         if (found.empty())
             return;
-        const bool hasIPv4 = std::ranges::any_of(
-            found, [](const auto& entry) { return familyOf(entry.address) == AF_INET; });
+        const bool hasIPv4 =
+            std::ranges::any_of(found, [](const auto& entry) { return isIPv4(entry.address); });
         if (hasIPv4 || (update.isSettledIPv4 && update.isSettledIPv6))
             return finish();
         if (!std::exchange(isWaitingForSecond, true)) {
@@ -115,8 +96,8 @@ private:
         // A service has one port. If its SRV records disagree, the port of the address to be used
         // first counts.
         result.clear();
-        const auto preferred = std::ranges::find_if(
-            found, [](const auto& entry) { return familyOf(entry.address) == AF_INET; });
+        const auto preferred =
+            std::ranges::find_if(found, [](const auto& entry) { return isIPv4(entry.address); });
         if (!found.empty())
             resultPort =
                 portOf(preferred != found.end() ? preferred->address : found.front().address);
@@ -134,7 +115,7 @@ private:
     DidNotResolveHandler didNotResolve;
     /// Set while a resolution runs; callbacks of earlier runs find their weak pointer expired.
     std::shared_ptr<DnsSdNetService*> run;
-    std::unique_ptr<DnsSd::Ask> ask;
+    std::unique_ptr<DnsSd::Subscription> subscription;
     std::vector<DnsSd::FoundAddress> found;
     bool isWaitingForSecond = false;
     std::vector<SocketAddress> result;

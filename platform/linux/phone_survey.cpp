@@ -61,7 +61,7 @@ void describe(const DnsSd::ResolveUpdate& known, const NetworkMonitor& monitor, 
 struct PhoneSurvey::Phone {
     ServiceEndpoint service;
     DnsSd::ResolveUpdate known = {};
-    std::unique_ptr<DnsSd::Ask> question = {};
+    std::unique_ptr<DnsSd::Subscription> resolution = {};
 };
 
 PhoneSurvey::PhoneSurvey(DnsSd& asked, std::shared_ptr<DispatchQueue> ownQueue,
@@ -94,7 +94,7 @@ std::unique_ptr<PhoneSurvey::Phone> PhoneSurvey::take(const ServiceEndpoint& ser
             return std::exchange(each, nullptr);
     }
     auto phone = std::make_unique<Phone>(Phone{.service = service});
-    phone->question = dnsSd.resolve(service, queue, [service, this](const auto& update) {
+    phone->resolution = dnsSd.resolve(service, queue, [service, this](const auto& update) {
         // Looked up, because the update may have been queued before its phone was removed.
         for (const auto& each : phones) {
             if (each->service == service)

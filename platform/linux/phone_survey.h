@@ -38,7 +38,7 @@ private:
     const std::shared_ptr<DispatchQueue> queue;
     bool isEngineUp = false;
     std::vector<std::unique_ptr<Phone>> phones;
-    const std::unique_ptr<DnsSd::Ask> browse;
+    const std::unique_ptr<DnsSd::Subscription> browse;
 };
 
 /// The survey of this computer's network, as the program sees it: with the system's avahi-daemon

@@ -8,7 +8,8 @@ namespace quillbox {
 
 namespace {
 
-/// What stays free for the rest of the program, whose small allocations have nothing to fall back on.
+/// What stays free for the rest of the program, whose small allocations have nothing to fall back
+/// on.
 constexpr std::size_t kSpare = 1024UL * 1024;
 
 /// Calls the functions themselves: a compiler may leave out a pair of `new` and `delete`.

@@ -3,8 +3,11 @@
 #include "platform/socket_address.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdint>
 #include <random>
+#include <span>
 #include <string_view>
 
 #include <linux/sockios.h>
@@ -90,20 +93,14 @@ int openListeningSocket(int family, std::uint16_t port, bool allowReuse, Reach r
     if (allowReuse)
         setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
     setConnectionOptions(socket);
-    sockaddr_storage any{};
-    socklen_t size = sizeof(sockaddr_in);
-    if (family == AF_INET6) {
+    if (family == AF_INET6)
         setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
-        auto& ipv6 = reinterpret_cast<sockaddr_in6&>(any);
-        ipv6.sin6_family = AF_INET6;
-        ipv6.sin6_port = htons(port);
-        size = sizeof(sockaddr_in6);
-    } else {
-        auto& ipv4 = reinterpret_cast<sockaddr_in&>(any);
-        ipv4.sin_family = AF_INET;
-        ipv4.sin_port = htons(port);
-    }
-    if (::bind(socket, reinterpret_cast<const sockaddr*>(&any), size) == 0
+    constexpr std::array<std::uint8_t, sizeof(in6_addr)> kAny{};
+    const SocketAddress any = makeSocketAddress(
+        std::span(kAny).first(family == AF_INET6 ? sizeof(in6_addr) : sizeof(in_addr)), port);
+    if (::bind(socket, reinterpret_cast<const sockaddr*>(any.data()),
+               static_cast<socklen_t>(any.size()))
+            == 0
         && ::listen(socket, SOMAXCONN) == 0)
         return socket;
     error = lastError();

@@ -294,7 +294,7 @@ private:
     std::unique_ptr<FdWatcher> socket_; ///< null before `listen` and after `close`
     std::optional<ServiceRegistration> service_;
     NewConnectionHandler connectionHandler_;
-    std::unique_ptr<DnsSd::Ask> registration_;
+    std::unique_ptr<DnsSd::Subscription> registration_;
     std::shared_ptr<TrafficCounter> traffic_; ///< null before `listen` and after `close`
     bool isAwaitingPort_ = false;
     bool hasFailed_ = false;

@@ -19,10 +19,15 @@ ARROWS = {
         "platform/posix",
     },
     "platform/dnssd/operations": {"platform", "platform/dnssd", "platform/dnssd/engine"},
+    "platform/dnssd/avahi": {
+        "platform",
+        "platform/dnssd/dns_sd_error.h",
+        "platform/dnssd/engine/messages.h",
+    },
     # Programs of their own.
     "platform/dnssd/processes": {
         "platform",
-        "platform/dnssd/dns_sd_error.h",
+        "platform/dnssd/avahi",
         "platform/dnssd/engine/child_process.h",
         "platform/dnssd/engine/message_codec.h",
         "platform/dnssd/engine/messages.h",
@@ -104,7 +109,7 @@ OUTSIDE = {
         "tests/platform/diagnosis",
         "tests/platform/linux",
     },
-    AVAHI: {"platform/dnssd/processes", "tests/platform/dnssd"},
+    AVAHI: {"platform/dnssd/avahi", "platform/dnssd/processes", "tests/platform/dnssd"},
     SYSTEM: {
         "platform/desktop",
         "platform/diagnosis",

@@ -7,16 +7,17 @@ namespace quillbox {
 namespace {
 
 /// Removes its entry from the list when it is destroyed.
-template <class Entry> class ListedAsk final : public DnsSd::Ask {
+template <class Entry> class ListedSubscription final : public DnsSd::Subscription {
 public:
-    ListedAsk(std::weak_ptr<std::list<Entry>> entries, Entry entry) : list(std::move(entries))
+    ListedSubscription(std::weak_ptr<std::list<Entry>> entries, Entry entry)
+        : list(std::move(entries))
     {
         const auto shared = list.lock();
         position = shared->insert(shared->end(), std::move(entry));
     }
-    ListedAsk(const ListedAsk&) = delete;
-    ListedAsk& operator=(const ListedAsk&) = delete;
-    ~ListedAsk() override
+    ListedSubscription(const ListedSubscription&) = delete;
+    ListedSubscription& operator=(const ListedSubscription&) = delete;
+    ~ListedSubscription() override
     {
         if (const auto shared = list.lock())
             shared->erase(position);
@@ -29,45 +30,45 @@ private:
 
 } // namespace
 
-std::unique_ptr<DnsSd::Ask> FakeDnsSd::browse(std::string type,
-                                              std::shared_ptr<DispatchQueue> queue,
-                                              std::function<void(const BrowseUpdate&)> handler)
+std::unique_ptr<DnsSd::Subscription>
+FakeDnsSd::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                  std::function<void(const BrowseUpdate&)> handler)
 {
-    return std::make_unique<ListedAsk<Browse>>(
+    return std::make_unique<ListedSubscription<Browse>>(
         browseList, Browse{std::move(type), std::move(queue), std::move(handler)});
 }
 
-std::unique_ptr<DnsSd::Ask> FakeDnsSd::resolve(ServiceEndpoint service,
-                                               std::shared_ptr<DispatchQueue> queue,
-                                               std::function<void(const ResolveUpdate&)> handler)
+std::unique_ptr<DnsSd::Subscription>
+FakeDnsSd::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+                   std::function<void(const ResolveUpdate&)> handler)
 {
-    return std::make_unique<ListedAsk<Resolution>>(
+    return std::make_unique<ListedSubscription<Resolution>>(
         resolutionList, Resolution{std::move(service), std::move(queue), std::move(handler)});
 }
 
-std::unique_ptr<DnsSd::Ask>
+std::unique_ptr<DnsSd::Subscription>
 FakeDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
                        std::function<void(const ResolveUpdate&)> handler)
 {
-    return std::make_unique<ListedAsk<HostResolution>>(
+    return std::make_unique<ListedSubscription<HostResolution>>(
         hostList, HostResolution{std::move(hostName), std::move(queue), std::move(handler)});
 }
 
-std::unique_ptr<DnsSd::Ask>
+std::unique_ptr<DnsSd::Subscription>
 FakeDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
                            std::shared_ptr<DispatchQueue> queue,
                            std::function<void(const RegistrationUpdate&)> handler)
 {
-    return std::make_unique<ListedAsk<Registration>>(
+    return std::make_unique<ListedSubscription<Registration>>(
         registrationList,
         Registration{{std::move(service), port}, std::move(queue), std::move(handler)});
 }
 
-std::unique_ptr<DnsSd::Ask> FakeDnsSd::findOwn(std::string name, std::string type,
-                                               std::shared_ptr<DispatchQueue> queue,
-                                               std::function<void(const OwnServiceUpdate&)> handler)
+std::unique_ptr<DnsSd::Subscription>
+FakeDnsSd::findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
+                   std::function<void(const OwnServiceUpdate&)> handler)
 {
-    return std::make_unique<ListedAsk<OwnQuestion>>(
+    return std::make_unique<ListedSubscription<OwnQuestion>>(
         ownList, OwnQuestion{std::move(name) + '.' + type, std::move(queue), std::move(handler)});
 }
 

@@ -43,19 +43,21 @@ public:
     const std::list<Registration>& registrations() const { return *registrationList; }
     const std::list<OwnQuestion>& ownQuestions() const { return *ownList; }
 
-    std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                                std::function<void(const BrowseUpdate&)> handler) override;
-    std::unique_ptr<Ask> resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
-                                 std::function<void(const ResolveUpdate&)> handler) override;
-    std::unique_ptr<Ask> resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                                     std::function<void(const ResolveUpdate&)> handler) override;
-    std::unique_ptr<Ask>
+    std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                                         std::function<void(const BrowseUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const ResolveUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                std::function<void(const ResolveUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override;
-    std::unique_ptr<Ask> findOwn(std::string name, std::string type,
-                                 std::shared_ptr<DispatchQueue> queue,
-                                 std::function<void(const OwnServiceUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const OwnServiceUpdate&)> handler) override;
 
 private:
     const std::shared_ptr<std::list<Browse>> browseList = std::make_shared<std::list<Browse>>();

@@ -8,7 +8,7 @@ namespace quillbox::dnssd {
 
 namespace {
 
-AskId idOf(const Request& request)
+RequestId idOf(const Request& request)
 {
     return std::visit([](const auto& one) { return one.id; }, request);
 }

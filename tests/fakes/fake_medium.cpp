@@ -83,7 +83,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
     {
         if (!from.isUp)
             return;
-        const AskId id = std::visit([](const auto& one) { return one.id; }, request);
+        const RequestId id = std::visit([](const auto& one) { return one.id; }, request);
         if (std::holds_alternative<StopRequest>(request)) {
             from.registrations.remove_if(
                 [id](const Registration& one) { return one.request.id == id; });
@@ -136,7 +136,7 @@ struct FakeMedium::World : std::enable_shared_from_this<World> {
         after(kProbingTime, [&from, id = request.id](World& self) { self.establish(from, id); });
     }
 
-    void establish(Seat& from, AskId id)
+    void establish(Seat& from, RequestId id)
     {
         const auto one = std::ranges::find_if(
             from.registrations, [id](const Registration& each) { return each.request.id == id; });

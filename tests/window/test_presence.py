@@ -40,10 +40,10 @@ def wait_in_front(desktop, window):
             and window.is_active()
             and window.workspace() == desktop.screen.workspace()
             and not window.is_minimised()
+            and desktop.windows() == [window]
         )
 
     desktop.wait(has_come, "the window in front")
-    assert desktop.windows() == [window]
 
 
 def test_the_window_is_shown_once_at_start_centred_in_front_and_focused(desktop):

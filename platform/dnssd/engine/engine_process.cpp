@@ -258,7 +258,7 @@ private:
     }
 
     /// Fails a request that does not fit into a packet: its names or lists exceed what DNS allows.
-    void refuse(AskId id)
+    void refuse(RequestId id)
     {
         enqueue(encode(running->generation, Request(StopRequest{id})));
         queue->async(unlessReplaced([id](EngineProcess& self) {

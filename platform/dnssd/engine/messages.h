@@ -17,7 +17,7 @@
 namespace quillbox::dnssd {
 
 /// Identifies a request for as long as it is active. Chosen by the caller, never reused.
-using AskId = std::uint32_t;
+using RequestId = std::uint32_t;
 
 /// Counts how often an engine process has come up, from 1: identifies what lies between an EngineUp
 /// and the next EngineDown. The messages between the two processes carry it, so that a request that
@@ -34,6 +34,12 @@ enum class Family : std::uint8_t { IPv4, IPv6 };
 struct Address {
     Family family = Family::IPv4;
     std::array<std::uint8_t, 16> bytes{};
+
+    /// fe80::/10, which is valid only on one link (RFC 4291, section 2.5.6).
+    bool isLinkLocalIPv6() const
+    {
+        return family == Family::IPv6 && bytes[0] == 0xfe && (bytes[1] & 0xc0U) == 0x80;
+    }
 
     bool operator==(const Address&) const = default;
     auto operator<=>(const Address&) const = default;
@@ -54,7 +60,7 @@ struct Sighting {
 /// Browses for all services of a type in the default domain. Events: ServiceFound, ServiceLost,
 /// Settled.
 struct BrowseRequest {
-    AskId id = 0;
+    RequestId id = 0;
     std::string type;
 
     bool operator==(const BrowseRequest&) const = default;
@@ -64,7 +70,7 @@ struct BrowseRequest {
 /// Settled. A record whose TTL expires is lost, so an active query shows whether the service is
 /// alive.
 struct LocationRequest {
-    AskId id = 0;
+    RequestId id = 0;
     std::string name;
     std::string type;
     std::string domain;
@@ -74,7 +80,7 @@ struct LocationRequest {
 
 /// Queries the A or AAAA records of a host name. Events: AddressFound, AddressLost, Settled.
 struct AddressRequest {
-    AskId id = 0;
+    RequestId id = 0;
     std::string hostName; ///< presentation format, escaped (RFC 1035, section 5.1): "phone.local"
     Family family = Family::IPv4;
 
@@ -97,7 +103,7 @@ inline constexpr std::size_t kRegistrationsAtOnce = 32;
 /// Events: Registered; or Collision (name conflict, on this computer or on the network; nothing is
 /// published any more); or Failed. An engine never renames a service.
 struct RegisterRequest {
-    AskId id = 0;
+    RequestId id = 0;
     std::string name;
     std::string type;
     std::uint16_t port = 0; ///< host byte order
@@ -117,7 +123,7 @@ struct RegisterRequest {
 
 /// Replaces the address records of a registration; the service itself stays published.
 struct UpdateAddressesRequest {
-    AskId id = 0;
+    RequestId id = 0;
     std::vector<HostAddress> addresses;
 
     bool operator==(const UpdateAddressesRequest&) const = default;
@@ -126,7 +132,7 @@ struct UpdateAddressesRequest {
 /// Ends a query or withdraws a registration (with a goodbye, RFC 6762 section 10.1). Events that
 /// are already queued may still arrive.
 struct StopRequest {
-    AskId id = 0;
+    RequestId id = 0;
 
     bool operator==(const StopRequest&) const = default;
 };
@@ -152,7 +158,7 @@ struct EngineDown {
 };
 
 struct ServiceFound {
-    AskId id = 0;
+    RequestId id = 0;
     Sighting sighting;
     std::string name;
     std::string type;
@@ -162,7 +168,7 @@ struct ServiceFound {
 };
 
 struct ServiceLost {
-    AskId id = 0;
+    RequestId id = 0;
     Sighting sighting;
     std::string name;
     std::string type;
@@ -172,7 +178,7 @@ struct ServiceLost {
 };
 
 struct LocationFound {
-    AskId id = 0;
+    RequestId id = 0;
     Sighting sighting;
     std::string hostName; ///< in presentation format, escaped
     std::uint16_t port = 0;
@@ -181,7 +187,7 @@ struct LocationFound {
 };
 
 struct LocationLost {
-    AskId id = 0;
+    RequestId id = 0;
     Sighting sighting;
     std::string hostName;
     std::uint16_t port = 0;
@@ -190,7 +196,7 @@ struct LocationLost {
 };
 
 struct AddressFound {
-    AskId id = 0;
+    RequestId id = 0;
     Sighting sighting;
     Address address;
 
@@ -198,7 +204,7 @@ struct AddressFound {
 };
 
 struct AddressLost {
-    AskId id = 0;
+    RequestId id = 0;
     Sighting sighting;
     Address address;
 
@@ -208,14 +214,14 @@ struct AddressLost {
 /// The initial answer period is over: everything that is known so far has been reported. Once per
 /// query.
 struct Settled {
-    AskId id = 0;
+    RequestId id = 0;
 
     bool operator==(const Settled&) const = default;
 };
 
 /// Service and host name are established.
 struct Registered {
-    AskId id = 0;
+    RequestId id = 0;
 
     bool operator==(const Registered&) const = default;
 };
@@ -223,7 +229,7 @@ struct Registered {
 struct Collision {
     enum class Of : std::uint8_t { Service, Host };
 
-    AskId id = 0;
+    RequestId id = 0;
     Of of = Of::Service;
 
     bool operator==(const Collision&) const = default;
@@ -231,7 +237,7 @@ struct Collision {
 
 /// The query or registration has failed and ended.
 struct Failed {
-    AskId id = 0;
+    RequestId id = 0;
     DnsSdError error = DnsSdError::Internal;
 
     bool operator==(const Failed&) const = default;

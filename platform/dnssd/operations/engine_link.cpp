@@ -40,7 +40,7 @@ void EngineLink::handle(const Event& event)
     }
 }
 
-void EngineLink::route(AskId id, const Event& event)
+void EngineLink::route(RequestId id, const Event& event)
 {
     if (const auto found = routes.find(id); found != routes.end())
         found->second->engineEvent(event);
@@ -56,18 +56,18 @@ void EngineLink::tellAll(const std::function<void(Client&)>& tell)
     }
 }
 
-AskId EngineLink::ask(Client& client, Request request)
+RequestId EngineLink::send(Client& client, Request request)
 {
     if (++lastId == 0) // 0 means none; no request lives until ids are reused
         ++lastId;
-    const AskId id = lastId;
-    std::visit([id](auto& question) { question.id = id; }, request);
+    const RequestId id = lastId;
+    std::visit([id](auto& query) { query.id = id; }, request);
     routes[id] = &client;
     engine->send(request);
     return id;
 }
 
-bool EngineLink::end(AskId id)
+bool EngineLink::end(RequestId id)
 {
     if (routes.erase(id) == 0)
         return false;

@@ -16,7 +16,7 @@ namespace quillbox::dnssd {
 inline constexpr std::chrono::milliseconds kShortestPause{500};
 inline constexpr std::chrono::milliseconds kLongestPause{30'000};
 
-/// Connects active questions and registrations (the clients) to an engine that may go down and come
+/// Connects active queries and registrations (the clients) to an engine that may go down and come
 /// back up: notifies each client when to send its request, and routes events to it. Events for
 /// requests made before the engine last went down are dropped.
 ///
@@ -24,7 +24,7 @@ inline constexpr std::chrono::milliseconds kLongestPause{30'000};
 /// callbacks.
 class EngineLink final {
 public:
-    /// A question or registration, with one active request at a time.
+    /// A query or registration, with one active request at a time.
     class Client {
     public:
         /// The engine is up and has no request of this client. Also called when it restarted so
@@ -66,25 +66,25 @@ public:
     const std::string& hostName() const { return computerName; }
 
     /// Sends a request under a new id and returns the id. The engine must be up.
-    AskId ask(Client& client, Request request);
+    RequestId send(Client& client, Request request);
 
     /// Ends a request. No effect, and false, for 0 or an id that the engine no longer has.
-    bool end(AskId id);
+    bool end(RequestId id);
 
     void updateAddresses(const UpdateAddressesRequest& request) { engine->send(request); }
 
 private:
     void handle(const Event& event);
     void tellAll(const std::function<void(Client&)>& tell);
-    void route(AskId id, const Event& event);
+    void route(RequestId id, const Event& event);
 
     const std::unique_ptr<Engine> engine;
     State currentState = State::Unknown;
     std::error_code currentError;
     std::string computerName;
     std::vector<Client*> clients; ///< in the order in which they attached
-    AskId lastId = 0;
-    std::map<AskId, Client*> routes;
+    RequestId lastId = 0;
+    std::map<RequestId, Client*> routes;
 };
 
 } // namespace quillbox::dnssd

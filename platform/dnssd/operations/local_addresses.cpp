@@ -1,13 +1,10 @@
 #include "platform/dnssd/operations/local_addresses.h"
 
+#include "platform/socket_address.h"
+
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
-#include <functional>
 #include <optional>
 #include <utility>
-
-#include <netinet/in.h>
 
 namespace quillbox::dnssd {
 
@@ -18,30 +15,10 @@ constexpr std::int32_t kLoopbackInterface = 1;
 
 std::optional<Address> addressOf(const SocketAddress& bytes)
 {
-    sa_family_t family = AF_UNSPEC;
-    if (bytes.size() < sizeof family)
+    const auto plain = PlainAddress::of(bytes);
+    if (!plain)
         return std::nullopt;
-    std::memcpy(&family, bytes.data(), sizeof family);
-    Address address;
-    if (family == AF_INET && bytes.size() >= sizeof(sockaddr_in)) {
-        address.family = Family::IPv4;
-        std::memcpy(address.bytes.data(), bytes.data() + offsetof(sockaddr_in, sin_addr),
-                    sizeof(in_addr));
-        return address;
-    }
-    if (family == AF_INET6 && bytes.size() >= sizeof(sockaddr_in6)) {
-        address.family = Family::IPv6;
-        std::memcpy(address.bytes.data(), bytes.data() + offsetof(sockaddr_in6, sin6_addr),
-                    sizeof(in6_addr));
-        return address;
-    }
-    return std::nullopt;
-}
-
-bool isLinkLocalIPv6(const HostAddress& entry)
-{
-    const auto& bytes = entry.address.bytes;
-    return entry.address.family == Family::IPv6 && bytes[0] == 0xfe && (bytes[1] & 0xc0U) == 0x80;
+    return Address{plain->isIPv4 ? Family::IPv4 : Family::IPv6, plain->bytes};
 }
 
 } // namespace
@@ -83,7 +60,8 @@ std::vector<HostAddress> LocalAddresses::hostAddresses(const Address& onLoopback
     }
     // If there are too many, prefer addresses that are valid beyond their link: dozens of virtual
     // interfaces have only link-local ones.
-    std::stable_partition(addresses.begin(), addresses.end(), std::not_fn(isLinkLocalIPv6));
+    std::ranges::stable_partition(
+        addresses, [](const HostAddress& entry) { return !entry.address.isLinkLocalIPv6(); });
     addresses.resize(std::min(addresses.size(), kMaximumHostAddresses));
     loopbacks.resize(std::min(loopbacks.size(), kMaximumLoopbacks));
     addresses.insert(addresses.end(), loopbacks.begin(), loopbacks.end());

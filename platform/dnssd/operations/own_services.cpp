@@ -8,23 +8,23 @@
 
 namespace quillbox::dnssd {
 
-OwnServices::Question::Question(OwnServices& allServices, std::string serviceName,
-                                std::string serviceType, Report updates)
+OwnServices::Lookup::Lookup(OwnServices& allServices, std::string serviceName,
+                            std::string serviceType, Report updates)
     : services(allServices),
       name(std::move(serviceName)),
       type(std::move(serviceType)),
       report(std::move(updates))
 {
-    services.questions.push_back(this);
+    services.lookups.push_back(this);
     tell();
 }
 
-OwnServices::Question::~Question()
+OwnServices::Lookup::~Lookup()
 {
-    std::erase(services.questions, this);
+    std::erase(services.lookups, this);
 }
 
-void OwnServices::Question::tell()
+void OwnServices::Lookup::tell()
 {
     report.deliver({services.find(name, type)});
 }
@@ -62,8 +62,8 @@ std::optional<DnsSd::OwnService> OwnServices::find(const std::string& name,
 
 void OwnServices::changed() const
 {
-    for (Question* question : questions)
-        question->tell();
+    for (Lookup* lookup : lookups)
+        lookup->tell();
 }
 
 } // namespace quillbox::dnssd

@@ -15,15 +15,15 @@ namespace quillbox::dnssd {
 class OwnServices final {
 public:
     /// A lookup that is active for as long as it exists. Reports immediately, and at each change.
-    class Question final {
+    class Lookup final {
     public:
         using Report = dnssd::Report<DnsSd::OwnServiceUpdate>;
 
-        Question(OwnServices& allServices, std::string serviceName, std::string serviceType,
-                 Report updates);
-        ~Question();
-        Question(const Question&) = delete;
-        Question& operator=(const Question&) = delete;
+        Lookup(OwnServices& allServices, std::string serviceName, std::string serviceType,
+               Report updates);
+        ~Lookup();
+        Lookup(const Lookup&) = delete;
+        Lookup& operator=(const Lookup&) = delete;
 
         void tell();
 
@@ -65,7 +65,7 @@ private:
     void changed() const;
 
     std::vector<const Entry*> entries; ///< oldest first
-    std::vector<Question*> questions;
+    std::vector<Lookup*> lookups;
 };
 
 } // namespace quillbox::dnssd

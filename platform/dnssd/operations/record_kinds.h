@@ -13,8 +13,8 @@ struct Location {
     std::uint16_t port = 0;
 };
 
-/// The traits of the two kinds of record questions: the subject of the query, and the value found.
-/// Subjects with the same key share one question.
+/// The traits of the two kinds of record queries: the subject of the query, and the value found.
+/// Subjects with the same key share one query.
 struct LocationKind {
     struct Subject {
         std::string name;

@@ -131,7 +131,7 @@ void Registration::ask()
     request.isOwnName = requestedAs == establishedAs;
     log.tell(LogCategory::Advertising,
              [this] { return inDoubleQuotes(requestedName) + " is being registered"; });
-    id = link.ask(*this, std::move(request));
+    id = link.send(*this, std::move(request));
     const std::size_t before = ownServices.count() - 1;
     const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
     after(turns * kRegistrationLimit,

@@ -82,7 +82,7 @@ private:
     Report report;
     Log& log;
 
-    AskId id = 0;
+    RequestId id = 0;
     bool hasFailed = false;
     unsigned nameNumber = 1;
     unsigned hostNumber = 1;

@@ -1,15 +1,13 @@
 #include "platform/dnssd/operations/resolution.h"
 
 #include "platform/dnssd/operations/names.h"
+#include "platform/socket_address.h"
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+#include <cstdint>
+#include <span>
 #include <string>
 #include <utility>
-
-#include <arpa/inet.h>
-#include <netinet/in.h>
 
 namespace quillbox::dnssd {
 
@@ -26,36 +24,19 @@ bool isHostName(const std::string& name)
            && name.find('\0') == std::string::npos;
 }
 
-template <class Structure> SocketAddress bytesOf(const Structure& structure)
-{
-    SocketAddress bytes(sizeof structure);
-    std::memcpy(bytes.data(), &structure, sizeof structure);
-    return bytes;
-}
-
 SocketAddress socketAddress(const Address& address, std::uint16_t port, int interfaceIndex)
 {
-    if (address.family == Family::IPv4) {
-        sockaddr_in ipv4{};
-        ipv4.sin_family = AF_INET;
-        ipv4.sin_port = htons(port);
-        std::memcpy(&ipv4.sin_addr, address.bytes.data(), sizeof ipv4.sin_addr);
-        return bytesOf(ipv4);
-    }
-    sockaddr_in6 ipv6{};
-    ipv6.sin6_family = AF_INET6;
-    ipv6.sin6_port = htons(port);
-    std::memcpy(&ipv6.sin6_addr, address.bytes.data(), sizeof ipv6.sin6_addr);
+    const bool isIPv4 = address.family == Family::IPv4;
     // A link-local address needs its scope: the interface on which its record arrived.
-    if (IN6_IS_ADDR_LINKLOCAL(&ipv6.sin6_addr) && interfaceIndex > 0)
-        ipv6.sin6_scope_id = static_cast<std::uint32_t>(interfaceIndex);
-    return bytesOf(ipv6);
+    const int scope = address.isLinkLocalIPv6() ? std::max(interfaceIndex, 0) : 0;
+    return makeSocketAddress(std::span(address.bytes).first(isIPv4 ? 4 : 16), port,
+                             static_cast<std::uint32_t>(scope));
 }
 
-void append(std::vector<DnsSd::FoundAddress>& addresses, const AddressQuestion& question,
+void append(std::vector<DnsSd::FoundAddress>& addresses, const AddressQuery& query,
             std::uint16_t port, std::size_t limit)
 {
-    for (const auto& record : question.records()) {
+    for (const auto& record : query.records()) {
         const int interfaceIndex = record.sighting.interfaceIndex;
         DnsSd::FoundAddress address{socketAddress(record.value, port, interfaceIndex),
                                     interfaceIndex};
@@ -86,7 +67,7 @@ void Resolution::startService(LocationPool& locations, const ServiceEndpoint& se
 {
     // An invalid service has no addresses, which is reported immediately.
     if (isInstanceName(service.name) && isServiceType(service.type)) {
-        location = locations.ask({service.name, service.type, service.domain});
+        location = locations.query({service.name, service.type, service.domain});
         location->addObserver(*this);
     }
     scheduleUpdate();
@@ -101,7 +82,7 @@ void Resolution::startHost(const std::string& hostName)
 
 void Resolution::scheduleUpdate()
 {
-    // Deferred, so that events that arrive together cause one update, and all questions have
+    // Deferred, so that events that arrive together cause one update, and all queries have
     // handled a change of the engine's state by then.
     if (std::exchange(isScheduled, true))
         return;
@@ -149,8 +130,8 @@ void Resolution::followLocations()
 Resolution::Host Resolution::makeHost(Location where)
 {
     Host host{std::move(where), nullptr, nullptr};
-    host.ipv4 = pool.ask({host.location.hostName, Family::IPv4});
-    host.ipv6 = pool.ask({host.location.hostName, Family::IPv6});
+    host.ipv4 = pool.query({host.location.hostName, Family::IPv4});
+    host.ipv6 = pool.query({host.location.hostName, Family::IPv6});
     host.ipv4->addObserver(*this);
     host.ipv6->addObserver(*this);
     return host;
@@ -158,9 +139,9 @@ Resolution::Host Resolution::makeHost(Location where)
 
 void Resolution::dropHost(Host& host)
 {
-    for (const auto& question : {host.ipv4, host.ipv6}) {
-        if (question)
-            question->removeObserver(*this);
+    for (const auto& query : {host.ipv4, host.ipv6}) {
+        if (query)
+            query->removeObserver(*this);
     }
 }
 
@@ -192,12 +173,12 @@ std::vector<HostEndpoint> Resolution::hostsOfAddresses() const
     return result;
 }
 
-bool Resolution::isSettled(std::shared_ptr<AddressQuestion> Host::*question) const
+bool Resolution::isSettled(std::shared_ptr<AddressQuery> Host::*query) const
 {
     if (hosts.empty())
         return !location || location->isSettled();
-    return std::ranges::all_of(
-        hosts, [question](const Host& host) { return (host.*question)->isSettled(); });
+    return std::ranges::all_of(hosts,
+                               [query](const Host& host) { return (host.*query)->isSettled(); });
 }
 
 } // namespace quillbox::dnssd

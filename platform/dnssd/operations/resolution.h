@@ -2,7 +2,7 @@
 
 #include "platform/dnssd/dns_sd.h"
 #include "platform/dnssd/operations/engine_link.h"
-#include "platform/dnssd/operations/record_question.h"
+#include "platform/dnssd/operations/record_query.h"
 #include "platform/dnssd/operations/report.h"
 
 #include <cstddef>
@@ -20,7 +20,7 @@ inline constexpr std::size_t kMaximumAddresses = 16;
 /// queue.
 class Resolution final : public std::enable_shared_from_this<Resolution>,
                          private EngineLink::Client,
-                         private QuestionObserver {
+                         private QueryObserver {
 public:
     using Report = dnssd::Report<DnsSd::ResolveUpdate>;
 
@@ -37,14 +37,14 @@ public:
 private:
     struct Host {
         Location location;
-        std::shared_ptr<AddressQuestion> ipv4;
-        std::shared_ptr<AddressQuestion> ipv6;
+        std::shared_ptr<AddressQuery> ipv4;
+        std::shared_ptr<AddressQuery> ipv6;
     };
 
     void engineUp() override { scheduleUpdate(); }
     void engineDown(std::error_code /*error*/) override { scheduleUpdate(); }
     void engineEvent(const Event& /*event*/) override {}
-    void questionChanged() override { scheduleUpdate(); }
+    void queryChanged() override { scheduleUpdate(); }
 
     void scheduleUpdate();
     void update();
@@ -53,13 +53,13 @@ private:
     void dropHost(Host& host);
     void collectAddresses();
     std::vector<HostEndpoint> hostsOfAddresses() const;
-    bool isSettled(std::shared_ptr<AddressQuestion> Host::*question) const;
+    bool isSettled(std::shared_ptr<AddressQuery> Host::*query) const;
 
     EngineLink& link;
     DispatchQueue& queue;
     AddressPool& pool;
     Report report;
-    std::shared_ptr<LocationQuestion> location; ///< null for a host or an invalid service
+    std::shared_ptr<LocationQuery> location; ///< null for a host or an invalid service
     std::vector<Host> hosts;
     std::vector<DnsSd::FoundAddress> known; ///< in the order found
     bool isScheduled = false;

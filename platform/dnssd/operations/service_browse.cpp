@@ -27,12 +27,12 @@ bool isDomain(const std::string& domain)
 } // namespace
 
 /// The liveness check of a service: an active query for its SRV record.
-class ServiceBrowse::Life final : private QuestionObserver {
+class ServiceBrowse::LivenessCheck final : private QueryObserver {
 public:
-    explicit Life(ServiceBrowse& owner) : browse(owner) {}
-    Life(const Life&) = delete;
-    Life& operator=(const Life&) = delete;
-    ~Life()
+    explicit LivenessCheck(ServiceBrowse& owner) : browse(owner) {}
+    LivenessCheck(const LivenessCheck&) = delete;
+    LivenessCheck& operator=(const LivenessCheck&) = delete;
+    ~LivenessCheck()
     {
         if (location)
             location->removeObserver(*this);
@@ -43,7 +43,7 @@ public:
     {
         if (location)
             return;
-        location = pool.ask({endpoint.name, endpoint.type, endpoint.domain});
+        location = pool.query({endpoint.name, endpoint.type, endpoint.domain});
         location->addObserver(*this);
         wasLost = location->isLost();
     }
@@ -54,7 +54,7 @@ public:
 
 private:
     /// Each interface and family reports the same record, so most notifications change nothing.
-    void questionChanged() override
+    void queryChanged() override
     {
         const bool before = std::exchange(wasLost, isLost());
         if (before != wasLost)
@@ -62,7 +62,7 @@ private:
     }
 
     ServiceBrowse& browse;
-    std::shared_ptr<LocationQuestion> location;
+    std::shared_ptr<LocationQuery> location;
     bool wasLost = false;
 };
 
@@ -128,7 +128,7 @@ void ServiceBrowse::ask()
     for (Service& service : services)
         service.sightings.clear();
     leftOut = 0;
-    id = link.ask(*this, BrowseRequest{0, type});
+    id = link.send(*this, BrowseRequest{0, type});
     isSilenceFinal = services.empty();
     if (!isSilenceFinal) {
         const std::chrono::milliseconds limit = isEngineNew ? kSilenceLimit : kSettlingLimit;
@@ -164,7 +164,7 @@ void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
     service.key = std::move(key);
     service.endpoint = {sighted.name, type, sighted.domain};
     service.sightings.insert(sighted.sighting);
-    service.life = std::make_unique<Life>(*this);
+    service.liveness = std::make_unique<LivenessCheck>(*this);
     services.push_back(std::move(service));
     setChanged();
 }
@@ -197,7 +197,7 @@ void ServiceBrowse::judgeSilence()
 
 bool ServiceBrowse::isGone(const Service& service) const
 {
-    return service.life->isLost() && !(service.life->isSilent() && isFlooded);
+    return service.liveness->isLost() && !(service.liveness->isSilent() && isFlooded);
 }
 
 void ServiceBrowse::leaveOut()
@@ -275,14 +275,14 @@ void ServiceBrowse::flush()
         return;
     if (isSilenceFinal) {
         std::erase_if(services, [](const Service& service) {
-            return service.sightings.empty() && !service.life->isFound();
+            return service.sightings.empty() && !service.liveness->isFound();
         });
     }
     if (leftOut > 0 && services.size() < kMaximumServices)
         askForWhatWasLeftOut();
     std::vector<ServiceEndpoint> set;
     for (Service& service : services) {
-        service.life->watch(locations, service.endpoint);
+        service.liveness->watch(locations, service.endpoint);
         if (!isGone(service))
             set.push_back(service.endpoint);
     }

@@ -3,7 +3,7 @@
 #include "platform/backoff.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/dnssd/operations/engine_link.h"
-#include "platform/dnssd/operations/record_question.h"
+#include "platform/dnssd/operations/record_query.h"
 #include "platform/dnssd/operations/report.h"
 
 #include <chrono>
@@ -52,13 +52,13 @@ public:
     void start();
 
 private:
-    class Life;
+    class LivenessCheck;
 
     struct Service {
         std::string key;
         ServiceEndpoint endpoint;
         std::set<Sighting> sightings; ///< by the current query
-        std::unique_ptr<Life> life;
+        std::unique_ptr<LivenessCheck> liveness;
     };
 
     void engineUp() override;
@@ -87,7 +87,7 @@ private:
     const std::string type;
     Report report;
 
-    AskId id = 0;
+    RequestId id = 0;
     std::vector<Service> services; ///< in the order first seen
     std::vector<ServiceEndpoint> lastSet;
     /// The current query has been active for so long that whom it has not seen is gone.

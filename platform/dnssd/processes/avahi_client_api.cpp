@@ -1,9 +1,9 @@
-#include "platform/dnssd/processes/avahi_client_api.h"
-
+#include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/processes/avahi_records.h"
 
 #include <utility>
 
+#include <avahi-client/client.h>
 #include <avahi-client/lookup.h>
 #include <avahi-client/publish.h>
 

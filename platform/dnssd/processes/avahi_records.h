@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dnssd/processes/avahi_api.h"
+#include "platform/dnssd/avahi/avahi_api.h"
 
 #include <cstdint>
 #include <cstring>

@@ -1,11 +1,11 @@
-#include "platform/dnssd/processes/avahi_server_api.h"
-
+#include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/processes/avahi_records.h"
 
 #include <string_view>
 #include <utility>
 
 #include <avahi-common/error.h>
+#include <avahi-core/core.h>
 #include <avahi-core/lookup.h>
 #include <avahi-core/publish.h>
 #include <avahi-core/rr.h>

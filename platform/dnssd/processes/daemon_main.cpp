@@ -5,7 +5,7 @@
 // up to 10 s; with a bus it waits for the daemon without doing anything.
 
 #include "platform/backoff.h"
-#include "platform/dnssd/processes/avahi_client_api.h"
+#include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/processes/bus_watch.h"
 #include "platform/dnssd/processes/process_frame.h"
 
@@ -15,6 +15,7 @@
 #include <optional>
 #include <string>
 
+#include <avahi-client/client.h>
 #include <avahi-common/error.h>
 
 namespace quillbox::dnssd {

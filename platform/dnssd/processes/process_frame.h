@@ -1,9 +1,9 @@
 #pragma once
 
+#include "platform/dnssd/avahi/avahi_api.h"
+#include "platform/dnssd/avahi/avahi_session.h"
 #include "platform/dnssd/engine/messages.h"
-#include "platform/dnssd/processes/avahi_api.h"
 #include "platform/dnssd/processes/avahi_loop.h"
-#include "platform/dnssd/processes/avahi_session.h"
 
 #include <chrono>
 #include <cstdlib>

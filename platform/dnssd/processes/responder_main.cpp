@@ -1,8 +1,8 @@
 // quillbox-dns-sd-responder: an engine with its own mDNS responder (libavahi-core), which needs no
 // daemon, no D-Bus and no privileges.
 
+#include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/processes/alias_filter.h"
-#include "platform/dnssd/processes/avahi_server_api.h"
 #include "platform/dnssd/processes/process_frame.h"
 
 #include <chrono>
@@ -10,6 +10,7 @@
 #include <memory>
 #include <utility>
 
+#include <avahi-core/core.h>
 #include <avahi-core/log.h>
 
 namespace quillbox::dnssd {

@@ -305,7 +305,7 @@ TEST_P(DnsSdConformance, carriesUnusualNamesUnchanged)
         "Caf\xc3\xa9 \xf0\x9f\x93\xb1",
         std::string(63, 'y'),
     };
-    std::vector<std::unique_ptr<DnsSd::Ask>> registrations;
+    std::vector<std::unique_ptr<DnsSd::Subscription>> registrations;
     const Registrations registered;
     for (const std::string& name : names)
         registrations.push_back(harness->there().registerService(smb(name), kPort, harness->queue(),

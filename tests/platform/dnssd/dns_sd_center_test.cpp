@@ -95,7 +95,7 @@ private:
     DispatchQueue& queue;
     int& lateRequests;
     EventHandler tell;
-    AskId id = 0;
+    RequestId id = 0;
     bool isStopped = false;
 };
 
@@ -161,9 +161,9 @@ TEST_F(DnsSdCenterTest, leavesAsksIdleThatOutliveIt)
     EXPECT_EQ(engine.requests().size(), asked) << "nothing is asked of an engine that has ended";
 }
 
-TEST_F(DnsSdCenterTest, letsAHandlerEndItsOwnAsk)
+TEST_F(DnsSdCenterTest, letsAHandlerEndItsOwnSubscription)
 {
-    std::unique_ptr<DnsSd::Ask> browse;
+    std::unique_ptr<DnsSd::Subscription> browse;
     int calls = 0;
     browse = dnsSd->browse("_smb._tcp", dispatch.mainQueue(), [&](const DnsSd::BrowseUpdate&) {
         ++calls;

@@ -47,7 +47,7 @@ protected:
 TEST_F(EngineLinkTest, endsNoRequestThatTheEngineNoLongerHas)
 {
     engine.up();
-    const AskId id = link.ask(client, BrowseRequest{0, "_smb._tcp"});
+    const RequestId id = link.send(client, BrowseRequest{0, "_smb._tcp"});
     engine.down();
     engine.emit(Settled{id});
     link.end(id);
@@ -59,7 +59,7 @@ TEST_F(EngineLinkTest, endsNoRequestThatTheEngineNoLongerHas)
 TEST_F(EngineLinkTest, endsARequestOnce)
 {
     engine.up();
-    const AskId id = link.ask(client, BrowseRequest{0, "_smb._tcp"});
+    const RequestId id = link.send(client, BrowseRequest{0, "_smb._tcp"});
     link.end(id);
     link.end(id);
     EXPECT_EQ(engine.count<StopRequest>(), 1U);

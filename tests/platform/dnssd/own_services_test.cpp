@@ -21,7 +21,7 @@ protected:
         dispatch.runAll();
     }
 
-    std::unique_ptr<DnsSd::Ask> add(const std::string& name, std::uint16_t port = 5000)
+    std::unique_ptr<DnsSd::Subscription> add(const std::string& name, std::uint16_t port = 5000)
     {
         auto ask = dnsSd->registerService({name, "_smb._tcp"}, port, dispatch.mainQueue(),
                                           [](const auto&) {});
@@ -29,8 +29,8 @@ protected:
         return ask;
     }
 
-    std::unique_ptr<DnsSd::Ask> find(const std::string& name, const Found& log,
-                                     const std::string& type = "_smb._tcp")
+    std::unique_ptr<DnsSd::Subscription> find(const std::string& name, const Found& log,
+                                              const std::string& type = "_smb._tcp")
     {
         auto ask = dnsSd->findOwn(name, type, dispatch.mainQueue(), log.handler());
         dispatch.runAll();

@@ -29,7 +29,7 @@ protected:
         registration = add("Quillbox", registered);
     }
 
-    std::unique_ptr<DnsSd::Ask> add(const std::string& name, const Registrations& log)
+    std::unique_ptr<DnsSd::Subscription> add(const std::string& name, const Registrations& log)
     {
         return dnsSd->registerService({name, "_smb._tcp"}, 5000, dispatch.mainQueue(),
                                       log.handler());
@@ -42,7 +42,7 @@ protected:
     void collide(Collision::Of of = Collision::Of::Service) { emit(Collision{request().id, of}); }
 
     Registrations registered;
-    std::unique_ptr<DnsSd::Ask> registration;
+    std::unique_ptr<DnsSd::Subscription> registration;
 };
 
 DnsSd::RegistrationUpdate ready(const std::string& name)
@@ -92,7 +92,7 @@ TEST_F(RegistrationTest, keepsTwoServicesOnTwoHosts)
 TEST_F(RegistrationTest, changesATakenNameAtOnce)
 {
     up();
-    const AskId first = request().id;
+    const RequestId first = request().id;
     const std::string hostName = request().hostName;
     collide();
     EXPECT_EQ(registered.last(), waiting(DnsSdError::NameTaken, "Quillbox #2"));
@@ -383,7 +383,7 @@ TEST_F(RegistrationTest, asksAgainWhenTheEngineForgets)
 TEST_F(RegistrationTest, waitsForItsTurnAmongMany)
 {
     up();
-    std::vector<std::unique_ptr<DnsSd::Ask>> others;
+    std::vector<std::unique_ptr<DnsSd::Subscription>> others;
     for (std::size_t number = 1; number <= 2 * kRegistrationsAtOnce; ++number)
         others.push_back(dnsSd->registerService(
             {.name = "Quillbox " + std::to_string(number), .type = "_smb._tcp"}, 1,
@@ -405,7 +405,7 @@ TEST_F(RegistrationTest, waitsForItsTurnAmongMany)
 TEST_F(RegistrationTest, givesAsManyAsAreRegisteredAtOnceTheTimeOfOne)
 {
     up();
-    std::vector<std::unique_ptr<DnsSd::Ask>> others;
+    std::vector<std::unique_ptr<DnsSd::Subscription>> others;
     for (std::size_t number = 1; number < kRegistrationsAtOnce; ++number)
         others.push_back(add("Quillbox " + std::to_string(number), Registrations()));
     dispatch.runAll();
@@ -446,11 +446,11 @@ TEST_F(RegistrationTest, refusesWhatCannotBeWithoutAnEngine)
     EXPECT_EQ(outcome({"Name", "smb"}).state, RegistrationState::Failed);
 }
 
-TEST_F(RegistrationTest, isWithdrawnWithTheAsk)
+TEST_F(RegistrationTest, isWithdrawnWithTheSubscription)
 {
     up();
     establish();
-    const AskId id = request().id;
+    const RequestId id = request().id;
     registration = nullptr;
     dispatch.runAll();
     EXPECT_EQ(engine.requests().back(), Request(StopRequest{id}));
@@ -464,7 +464,7 @@ TEST_F(RegistrationTest, isWithdrawnWithTheAsk)
 TEST_F(RegistrationTest, ignoresEventsOfEarlierRequests)
 {
     up();
-    const AskId first = request().id;
+    const RequestId first = request().id;
     collide();
     establish();
     emit(Collision{first, Collision::Of::Service});

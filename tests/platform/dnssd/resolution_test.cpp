@@ -24,9 +24,9 @@ class ResolutionTest : public CenterTest {
 protected:
     ResolutionTest() { dispatch.runAll(); }
 
-    AskId location() const { return engine.only<LocationRequest>().id; }
+    RequestId location() const { return engine.only<LocationRequest>().id; }
 
-    AskId question(const std::string& hostName, Family family) const
+    RequestId query(const std::string& hostName, Family family) const
     {
         for (const auto& request : engine.standing<AddressRequest>()) {
             if (request.hostName == hostName && request.family == family)
@@ -43,13 +43,13 @@ protected:
     void find(const std::string& hostName, const std::string& text, Sighting sighting = kWired)
     {
         const Address found = address(text);
-        emit(AddressFound{question(hostName, found.family), sighting, found});
+        emit(AddressFound{query(hostName, found.family), sighting, found});
     }
 
     void lose(const std::string& hostName, const std::string& text, Sighting sighting = kWired)
     {
         const Address gone = address(text);
-        emit(AddressLost{question(hostName, gone.family), sighting, gone});
+        emit(AddressLost{query(hostName, gone.family), sighting, gone});
     }
 
     static DnsSd::FoundAddress v4(const std::string& text, int interfaceIndex = 2,
@@ -66,7 +66,7 @@ protected:
 
     const ServiceEndpoint service{"Quillbox", "_smb._tcp", "local"};
     Recorder<DnsSd::ResolveUpdate> resolved;
-    std::unique_ptr<DnsSd::Ask> resolution =
+    std::unique_ptr<DnsSd::Subscription> resolution =
         dnsSd->resolve(service, dispatch.mainQueue(), resolved.handler());
 };
 
@@ -79,8 +79,8 @@ TEST_F(ResolutionTest, asksForTheLocationAndThenForBothFamilies)
     EXPECT_EQ(engine.only<LocationRequest>(),
               (LocationRequest{location(), "Quillbox", "_smb._tcp", "local"}));
     locate("phone.local");
-    EXPECT_NE(question("phone.local", Family::IPv4), 0U);
-    EXPECT_NE(question("phone.local", Family::IPv6), 0U);
+    EXPECT_NE(query("phone.local", Family::IPv4), 0U);
+    EXPECT_NE(query("phone.local", Family::IPv6), 0U);
     find("phone.local", "192.168.1.7");
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("192.168.1.7")});
 }
@@ -137,10 +137,10 @@ TEST_F(ResolutionTest, settlesByFamily)
     locate("phone.local");
     find("phone.local", "10.0.0.7");
     EXPECT_FALSE(resolved.last().isSettledIPv4);
-    emit(Settled{question("phone.local", Family::IPv4)});
+    emit(Settled{query("phone.local", Family::IPv4)});
     EXPECT_TRUE(resolved.last().isSettledIPv4);
     EXPECT_FALSE(resolved.last().isSettledIPv6);
-    emit(Settled{question("phone.local", Family::IPv6)});
+    emit(Settled{query("phone.local", Family::IPv6)});
     EXPECT_TRUE(resolved.last().isSettledIPv6);
     locate("second.local");
     EXPECT_FALSE(resolved.last().isSettledIPv4) << "one host has not answered yet";
@@ -219,7 +219,7 @@ TEST_F(ResolutionTest, asksFourHostsOfOneService)
     for (int i = 0; i < 1000; ++i)
         locate("phone" + std::to_string(i) + ".local");
     EXPECT_EQ(engine.standing<AddressRequest>().size(), 2 * kMaximumHosts);
-    EXPECT_NE(question("phone0.local", Family::IPv4), 0U);
+    EXPECT_NE(query("phone0.local", Family::IPv4), 0U);
 }
 
 TEST_F(ResolutionTest, tells16AddressesOfAFamily)
@@ -256,9 +256,9 @@ TEST_F(ResolutionTest, countsARecordThatComesAgainOnce)
         locate("phone.local");
     locate("PHONE.local");
     locate("second.local");
-    EXPECT_NE(question("second.local", Family::IPv4), 0U);
+    EXPECT_NE(query("second.local", Family::IPv4), 0U);
     emit(LocationLost{location(), kWired, "Phone.local", 4445});
-    EXPECT_EQ(question("phone.local", Family::IPv4), 0U);
+    EXPECT_EQ(query("phone.local", Family::IPv4), 0U);
 }
 
 TEST_F(ResolutionTest, tells16AddressesThoughTwoCarriersBringThem)
@@ -288,13 +288,13 @@ TEST_F(ResolutionTest, startsOverWithAnEngineThatRestartedUnnoticed)
     find("phone.local", "10.0.0.7");
     up();
     emit(LocationLost{location(), kWired, "phone.local", 4445});
-    emit(AddressLost{question("phone.local", Family::IPv4), kWired, address("10.0.0.7")});
+    emit(AddressLost{query("phone.local", Family::IPv4), kWired, address("10.0.0.7")});
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")})
         << "no answer of the new engine";
     find("phone.local", "10.0.0.8");
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.8")});
     locate("other.local");
-    EXPECT_EQ(question("phone.local", Family::IPv4), 0U);
+    EXPECT_EQ(query("phone.local", Family::IPv4), 0U);
 }
 
 TEST_F(ResolutionTest, retriesOnceWhereTheEngineComesBackDuringAPause)
@@ -335,7 +335,7 @@ TEST_F(ResolutionTest, followsAServiceThatMoves)
     find("old.local", "10.0.0.7");
     locate("new.local");
     emit(LocationLost{location(), kWired, "old.local", 4445});
-    EXPECT_EQ(question("old.local", Family::IPv4), 0U);
+    EXPECT_EQ(query("old.local", Family::IPv4), 0U);
     find("new.local", "10.0.0.8");
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.8")});
     emit(LocationLost{location(), kWired, "new.local", 4445});
@@ -366,15 +366,15 @@ TEST_F(ResolutionTest, keepsTheOldAddressesUntilTheNextEngineHasAskedInVainForLo
     locate("phone.local");
     find("phone.local", "10.0.0.7");
     emit(Settled{location()});
-    emit(Settled{question("phone.local", Family::IPv4)});
-    emit(Settled{question("phone.local", Family::IPv6)});
+    emit(Settled{query("phone.local", Family::IPv4)});
+    emit(Settled{query("phone.local", Family::IPv6)});
     down();
     up();
     EXPECT_EQ(resolved.last(),
               (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, false, false, {}, {{"phone.local", 4445}}}));
     emit(Settled{location()});
-    emit(Settled{question("phone.local", Family::IPv4)});
-    emit(Settled{question("phone.local", Family::IPv6)});
+    emit(Settled{query("phone.local", Family::IPv4)});
+    emit(Settled{query("phone.local", Family::IPv6)});
     dispatch.advance(kSilenceLimit - 1ms);
     EXPECT_EQ(resolved.last(),
               (DnsSd::ResolveUpdate{{v4("10.0.0.7")}, true, true, {}, {{"phone.local", 4445}}}));
@@ -386,7 +386,7 @@ TEST_F(ResolutionTest, ignoresAnswersToTheEngineThatWent)
 {
     up();
     locate("phone.local");
-    const AskId old = question("phone.local", Family::IPv4);
+    const RequestId old = query("phone.local", Family::IPv4);
     down();
     up();
     emit(AddressFound{old, kWired, address("10.9.9.9")});
@@ -439,7 +439,7 @@ TEST_F(ResolutionTest, keepsWhatItKnewWhileTheEngineRefusesTheQuery)
     dispatch.advance(500ms);
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")});
     locate("other.local");
-    EXPECT_EQ(question("phone.local", Family::IPv4), 0U) << "the new answer replaces the old one";
+    EXPECT_EQ(query("phone.local", Family::IPv4), 0U) << "the new answer replaces the old one";
 }
 
 TEST_F(ResolutionTest, sharesItsQuestionsWithOthersThatAskTheSame)
@@ -470,7 +470,7 @@ TEST_F(ResolutionTest, resolvesAHost)
     EXPECT_FALSE(host.last().isSettledIPv4);
     find("phone.local", "10.0.0.7");
     find("phone.local", "fe80::7", kWiredIPv6);
-    emit(Settled{question("phone.local", Family::IPv4)});
+    emit(Settled{query("phone.local", Family::IPv4)});
     EXPECT_EQ(host.last(), (DnsSd::ResolveUpdate{
                                {v4("10.0.0.7", 2, 0), v6("fe80::7", 2, 2, 0)}, true, false, {}}));
 }
@@ -510,7 +510,7 @@ TEST_F(QuestionPoolTest, keepsNoMemoryOfQuestionsThatAreOver)
 {
     const auto askAndDrop = [this](const std::string& name, int times) {
         for (int count = 0; count < times; ++count)
-            EXPECT_TRUE(addresses.ask({name + std::to_string(count), Family::IPv4}));
+            EXPECT_TRUE(addresses.query({name + std::to_string(count), Family::IPv4}));
     };
     askAndDrop("first", 10);
     const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
@@ -525,7 +525,7 @@ TEST_F(QuestionPoolTest, tellsNobodyWhoHasGone)
         new (place.data()) Resolution(link, *queue, addresses, {dispatch.mainQueue(), {}}),
         [](Resolution* ended) { std::destroy_at(ended); });
     resolution->startService(locations, {"Quillbox", "_smb._tcp", "local"});
-    const auto question = locations.ask({"Quillbox", "_smb._tcp", "local"});
+    const auto query = locations.query({"Quillbox", "_smb._tcp", "local"});
     resolution.reset();
     place.fill({}); // a call of what was here ends the test
     engine.up();

@@ -18,7 +18,7 @@ class ServiceBrowseTest : public CenterTest {
 protected:
     ServiceBrowseTest() { dispatch.runAll(); }
 
-    AskId id() const { return engine.only<BrowseRequest>().id; }
+    RequestId id() const { return engine.only<BrowseRequest>().id; }
 
     ServiceFound found(const std::string& name, Sighting sighting = kWired) const
     {
@@ -32,7 +32,7 @@ protected:
 
     /// The id of the active location query that checks the liveness of a service; 0 if there is
     /// none.
-    AskId lifeOf(const std::string& name) const
+    RequestId lifeOf(const std::string& name) const
     {
         for (const auto& request : engine.standing<LocationRequest>()) {
             if (request.name == name)
@@ -66,7 +66,7 @@ protected:
     using Names = std::vector<std::string>;
 
     Recorder<DnsSd::BrowseUpdate> browsed;
-    std::unique_ptr<DnsSd::Ask> browse =
+    std::unique_ptr<DnsSd::Subscription> browse =
         dnsSd->browse("_smb._tcp", dispatch.mainQueue(), browsed.handler());
 };
 
@@ -200,7 +200,7 @@ TEST_F(ServiceBrowseTest, dropsWhatNoServiceOfTheTypeCanBe)
     emit(found("bad\xff"));
     emit(found(std::string("zero\0byte", 9)));
     emit(ServiceFound{id(), kWired, "no domain", "_smb._tcp", ""});
-    emit(ServiceFound{id() + 1, kWired, "another question", "_smb._tcp", "local"});
+    emit(ServiceFound{id() + 1, kWired, "another query", "_smb._tcp", "local"});
     emit(ServiceFound{id(), kWired, "Quillbox", "_SMB._TCP", "local"});
     dispatch.advance(1s);
     EXPECT_EQ(browsed.last().services,
@@ -260,7 +260,7 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
         emit(found("Service " + std::to_string(i)));
     emit(found("Left out"));
     dispatch.advance(1s);
-    const AskId first = id();
+    const RequestId first = id();
     emit(lost("Service 7"));
     emit(lost("Service 9"));
     dispatch.advance(kRoomInterval - 1ms);
@@ -280,7 +280,7 @@ TEST_F(ServiceBrowseTest, asksForWhatWasLeftOutWhenThereIsRoom)
     EXPECT_EQ(names().size(), kMaximumServices - 1);
     EXPECT_EQ(names().front(), "Service 0");
     EXPECT_EQ(names().back(), "Left out");
-    const AskId second = id();
+    const RequestId second = id();
     emit(lost("Service 0"));
     dispatch.advance(10 * kRoomInterval);
     EXPECT_EQ(id(), second) << "nothing is left out any more";
@@ -293,7 +293,7 @@ TEST_F(ServiceBrowseTest, dropsWhatTheSameEngineDoesNotReportAgainSoon)
     for (std::size_t i = 0; i <= kMaximumServices; ++i)
         emit(found("Service " + std::to_string(i)));
     dispatch.advance(1s);
-    const AskId first = id();
+    const RequestId first = id();
     emit(lost("Service 0"));
     dispatch.advance(kRoomInterval);
     ASSERT_NE(id(), first);
@@ -323,7 +323,7 @@ TEST_F(ServiceBrowseTest, keepsWhatWasListedBeforeWhateverAnEngineTellsFirst)
     dispatch.advance(1s);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(names(), before);
-    const AskId asked = id();
+    const RequestId asked = id();
     emit(lost("Service 3"));
     dispatch.advance(kRoomInterval);
     EXPECT_NE(id(), asked) << "the strangers were left out";
@@ -335,7 +335,7 @@ TEST_F(ServiceBrowseTest, asksNoMoreForWhatWasLeftOutWhenThePlaceIsTaken)
     testing::internal::CaptureStderr();
     for (std::size_t i = 0; i <= kMaximumServices; ++i)
         emit(found("Service " + std::to_string(i)));
-    const AskId asked = id();
+    const RequestId asked = id();
     emit(lost("Service 7"));
     emit(found("Newcomer"));
     dispatch.advance(10 * kRoomInterval);
@@ -383,7 +383,7 @@ TEST_F(ServiceBrowseTest, keepsWhatWasListedUntilTheNextEngineHasAskedForItInVai
     emit(found("stays"));
     emit(found("leaves"));
     dispatch.advance(1s);
-    const AskId first = id();
+    const RequestId first = id();
     down();
     EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
     up();
@@ -466,7 +466,7 @@ TEST_F(ServiceBrowseTest, aFloodAfterARestartTakesNoPlaceAndEndsNoService)
     };
     flood();
     for (int round = 0; round < 5; ++round) {
-        const AskId asked = id();
+        const RequestId asked = id();
         dispatch.advance(kSilenceLimit);
         EXPECT_NE(id(), asked) << "the query must show whether the flood is over";
         EXPECT_EQ(names().front(), "Quillbox");
@@ -519,7 +519,7 @@ TEST_F(ServiceBrowseTest, treatsAnEngineThatCameBackUnseenAsANewOne)
 {
     up();
     emit(found("old"));
-    const AskId first = id();
+    const RequestId first = id();
     up();
     emit(found("new"));
     emit(ServiceFound{first, kWired, "late", "_smb._tcp", "local"});
@@ -574,7 +574,7 @@ TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
     const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, dispatch.mainQueue(),
                                            resolved.handler());
     dispatch.advance(1s);
-    const AskId life = lifeOf("Quillbox");
+    const RequestId life = lifeOf("Quillbox");
     EXPECT_EQ(engine.count<LocationRequest>(), 1U);
     emit(found("Other"));
     dispatch.advance(1s);
@@ -596,7 +596,7 @@ TEST_F(ServiceBrowseTest, takesAServiceOutWhoseLocationRanOutAndBackWhenItIsFoun
 {
     up();
     emit(found("Quillbox"));
-    const AskId life = lifeOf("Quillbox");
+    const RequestId life = lifeOf("Quillbox");
     ASSERT_NE(life, 0U);
     emit(LocationFound{life, kWired, "phone.local", 4445});
     emit(LocationFound{life, kWireless, "phone.local", 4445});
@@ -753,7 +753,7 @@ TEST_F(ServiceBrowseTest, asksNothingWhileTheEngineIsAwayAndOnlyOnceWhenItIsBack
     EXPECT_EQ(engine.count<BrowseRequest>(), 3U);
 }
 
-TEST_F(ServiceBrowseTest, endsItsQuestionsWithTheAsk)
+TEST_F(ServiceBrowseTest, endsItsQueriesWithTheSubscription)
 {
     up();
     emit(found("Quillbox"));
@@ -772,7 +772,7 @@ TEST_F(ServiceBrowseTest, goesOnWaitingThoughAServiceChangesMeanwhile)
 {
     up();
     emit(found("Quillbox"));
-    const AskId life = lifeOf("Quillbox");
+    const RequestId life = lifeOf("Quillbox");
     emit(LocationFound{life, kWired, "phone.local", 4445});
     dispatch.advance(1s);
     engine.emit(Failed{id(), DnsSdError::TooManyEntries});

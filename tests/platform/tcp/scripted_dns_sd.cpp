@@ -22,7 +22,7 @@ struct ScriptedDnsSd::Shared {
     std::vector<std::shared_ptr<Record>> records;
     std::optional<ResolveUpdate> answer;
 
-    /// Calls the record's handler on its queue, unless the `Ask` has ended by then.
+    /// Calls the record's handler on its queue, unless the `Subscription` has ended by then.
     template <typename Handler, typename Update>
     static void post(const std::shared_ptr<Shared>& shared, const std::shared_ptr<Record>& record,
                      Handler Record::*handler, Update update)
@@ -51,22 +51,22 @@ struct ScriptedDnsSd::Shared {
     }
 };
 
-class ScriptedDnsSd::HeldAsk final : public DnsSd::Ask {
+class ScriptedDnsSd::HeldSubscription final : public DnsSd::Subscription {
 public:
-    HeldAsk(std::shared_ptr<Shared> shared, std::shared_ptr<Record> record)
+    HeldSubscription(std::shared_ptr<Shared> shared, std::shared_ptr<Record> record)
         : shared_(std::move(shared)), record_(std::move(record))
     {
     }
 
-    ~HeldAsk() override
+    ~HeldSubscription() override
     {
         const std::lock_guard lock(shared_->mutex);
         record_->isEnded = true;
         shared_->changed.notify_all();
     }
 
-    HeldAsk(const HeldAsk&) = delete;
-    HeldAsk& operator=(const HeldAsk&) = delete;
+    HeldSubscription(const HeldSubscription&) = delete;
+    HeldSubscription& operator=(const HeldSubscription&) = delete;
 
 private:
     const std::shared_ptr<Shared> shared_;
@@ -78,7 +78,7 @@ std::shared_ptr<ScriptedDnsSd::Shared> ScriptedDnsSd::makeShared()
     return std::make_shared<Shared>();
 }
 
-std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::add(Record record)
+std::unique_ptr<DnsSd::Subscription> ScriptedDnsSd::add(Record record)
 {
     auto kept = std::make_shared<Record>(std::move(record));
     std::optional<ResolveUpdate> answer;
@@ -96,12 +96,12 @@ std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::add(Record record)
     }
     if (answer)
         Shared::post(shared_, kept, &Record::resolved, *answer);
-    return std::make_unique<HeldAsk>(shared_, kept);
+    return std::make_unique<HeldSubscription>(shared_, kept);
 }
 
-std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::browse(std::string type,
-                                                  std::shared_ptr<DispatchQueue> queue,
-                                                  std::function<void(const BrowseUpdate&)> handler)
+std::unique_ptr<DnsSd::Subscription>
+ScriptedDnsSd::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                      std::function<void(const BrowseUpdate&)> handler)
 {
     Record record;
     record.kind = Record::Kind::Browse;
@@ -111,7 +111,7 @@ std::unique_ptr<DnsSd::Ask> ScriptedDnsSd::browse(std::string type,
     return add(std::move(record));
 }
 
-std::unique_ptr<DnsSd::Ask>
+std::unique_ptr<DnsSd::Subscription>
 ScriptedDnsSd::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
                        std::function<void(const ResolveUpdate&)> handler)
 {
@@ -123,7 +123,7 @@ ScriptedDnsSd::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> q
     return add(std::move(record));
 }
 
-std::unique_ptr<DnsSd::Ask>
+std::unique_ptr<DnsSd::Subscription>
 ScriptedDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
                            std::function<void(const ResolveUpdate&)> handler)
 {
@@ -135,7 +135,7 @@ ScriptedDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> 
     return add(std::move(record));
 }
 
-std::unique_ptr<DnsSd::Ask>
+std::unique_ptr<DnsSd::Subscription>
 ScriptedDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
                                std::shared_ptr<DispatchQueue> queue,
                                std::function<void(const RegistrationUpdate&)> handler)
@@ -149,7 +149,7 @@ ScriptedDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
     return add(std::move(record));
 }
 
-std::unique_ptr<DnsSd::Ask>
+std::unique_ptr<DnsSd::Subscription>
 ScriptedDnsSd::findOwn(std::string name, std::string /*type*/, std::shared_ptr<DispatchQueue> queue,
                        std::function<void(const OwnServiceUpdate&)> handler)
 {

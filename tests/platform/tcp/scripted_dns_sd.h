@@ -24,7 +24,7 @@ DnsSd::ResolveUpdate found(std::vector<DnsSd::FoundAddress> addresses);
 /// delivers the updates. Thread-safe, like the real one.
 class ScriptedDnsSd final : public DnsSd {
 public:
-    /// One query or registration. It outlives its `Ask`, whose destruction sets `isEnded`.
+    /// One query or registration. It outlives its `Subscription`, whose destruction sets `isEnded`.
     struct Record {
         enum class Kind { Browse, Resolve, ResolveHost, Register, FindOwn };
 
@@ -41,19 +41,21 @@ public:
         bool isEnded = false;
     };
 
-    std::unique_ptr<Ask> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                                std::function<void(const BrowseUpdate&)> handler) override;
-    std::unique_ptr<Ask> resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
-                                 std::function<void(const ResolveUpdate&)> handler) override;
-    std::unique_ptr<Ask> resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                                     std::function<void(const ResolveUpdate&)> handler) override;
-    std::unique_ptr<Ask>
+    std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                                         std::function<void(const BrowseUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const ResolveUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
+                std::function<void(const ResolveUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override;
-    std::unique_ptr<Ask> findOwn(std::string name, std::string type,
-                                 std::shared_ptr<DispatchQueue> queue,
-                                 std::function<void(const OwnServiceUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const OwnServiceUpdate&)> handler) override;
 
     /// All queries and registrations so far, in order, including ended ones.
     std::size_t count() const;
@@ -68,7 +70,8 @@ public:
     /// Waits until exactly `count` are active; false on timeout.
     bool waitForStanding(std::size_t count, std::chrono::milliseconds limit) const;
 
-    /// Posts an update to the queue of the record; it is dropped if the `Ask` has ended by then.
+    /// Posts an update to the queue of the record; it is dropped if the `Subscription` has ended by
+    /// then.
     void deliver(std::size_t index, ResolveUpdate update);
     void deliver(std::size_t index, RegistrationUpdate update);
 
@@ -76,11 +79,11 @@ public:
     void answerAll(ResolveUpdate update);
 
 private:
-    class HeldAsk;
+    class HeldSubscription;
     struct Shared;
 
     static std::shared_ptr<Shared> makeShared();
-    std::unique_ptr<Ask> add(Record record);
+    std::unique_ptr<Subscription> add(Record record);
 
     const std::shared_ptr<Shared> shared_ = makeShared();
 };

@@ -1,4 +1,4 @@
-#include "platform/dnssd/processes/avahi_service_location.h"
+#include "platform/dnssd/avahi/avahi_service_location.h"
 
 #include <algorithm>
 #include <cstddef>

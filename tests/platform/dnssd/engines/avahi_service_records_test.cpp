@@ -1,4 +1,4 @@
-#include "platform/dnssd/processes/avahi_service_records.h"
+#include "platform/dnssd/avahi/avahi_service_records.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "platform/dnssd/processes/avahi_session.h"
+#include "platform/dnssd/avahi/avahi_session.h"
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <algorithm>
@@ -21,7 +21,7 @@ using testing::IsEmpty;
 class FakeAvahi final : public AvahiApi {
 public:
     class Group;
-    class Question;
+    class Query;
 
     std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) override;
     std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
@@ -34,7 +34,7 @@ public:
     /// if there is none.
     Group* group(const std::string& content);
 
-    std::vector<Question*> questions;
+    std::vector<Query*> queries;
     std::vector<Group*> groups;
     std::size_t groupsMade = 0;
     std::size_t mostGroups = 0; ///< that there were at a time
@@ -43,16 +43,16 @@ public:
     bool makesNoGroups = false; ///< without an error
 };
 
-class FakeAvahi::Question final : public AvahiObject {
+class FakeAvahi::Query final : public AvahiObject {
 public:
-    Question(FakeAvahi& theAvahi, std::string theSubject, AvahiAnswers& theAnswers)
+    Query(FakeAvahi& theAvahi, std::string theSubject, AvahiAnswers& theAnswers)
         : avahi(theAvahi), subject(std::move(theSubject)), answers(theAnswers)
     {
-        avahi.questions.push_back(this);
+        avahi.queries.push_back(this);
     }
-    Question(const Question&) = delete;
-    Question& operator=(const Question&) = delete;
-    ~Question() override { std::erase(avahi.questions, this); }
+    Query(const Query&) = delete;
+    Query& operator=(const Query&) = delete;
+    ~Query() override { std::erase(avahi.queries, this); }
 
     FakeAvahi& avahi;
     std::string subject;
@@ -111,13 +111,13 @@ public:
 
 std::unique_ptr<AvahiObject> FakeAvahi::browse(const std::string& type, AvahiAnswers& answers)
 {
-    return error != AVAHI_OK ? nullptr : std::make_unique<Question>(*this, type, answers);
+    return error != AVAHI_OK ? nullptr : std::make_unique<Query>(*this, type, answers);
 }
 
 std::unique_ptr<AvahiObject> FakeAvahi::lookUp(const std::string& name, Record /*record*/,
                                                AvahiAnswers& answers)
 {
-    return error != AVAHI_OK ? nullptr : std::make_unique<Question>(*this, name, answers);
+    return error != AVAHI_OK ? nullptr : std::make_unique<Query>(*this, name, answers);
 }
 
 std::unique_ptr<AvahiGroup> FakeAvahi::makeGroup(AvahiGroupWatcher& watcher)
@@ -134,7 +134,7 @@ FakeAvahi::Group* FakeAvahi::group(const std::string& content)
 
 class AvahiSessionTest : public testing::Test {
 protected:
-    static RegisterRequest registration(AskId id, const std::string& name,
+    static RegisterRequest registration(RequestId id, const std::string& name,
                                         const std::vector<int>& interfaces = {2, 3})
     {
         RegisterRequest request{.id = id,
@@ -245,11 +245,11 @@ TEST_F(AvahiSessionTest, saysNothingWhenAvahiCannotBeReached)
 
 TEST_F(AvahiSessionTest, saysNothingMoreOnceAvahiCannotBeReached)
 {
-    for (const AskId id : {1U, 2U})
+    for (const RequestId id : {1U, 2U})
         session.handle(BrowseRequest{id, "_smb._tcp"}, kStart);
-    ASSERT_EQ(avahi.questions.size(), 2U);
-    avahi.questions[0]->answers.onFailed(AVAHI_ERR_BAD_STATE);
-    avahi.questions[1]->answers.onFailed(AVAHI_ERR_NOT_FOUND);
+    ASSERT_EQ(avahi.queries.size(), 2U);
+    avahi.queries[0]->answers.onFailed(AVAHI_ERR_BAD_STATE);
+    avahi.queries[1]->answers.onFailed(AVAHI_ERR_NOT_FOUND);
     session.tidy(kStart);
     EXPECT_TRUE(session.isBroken());
     EXPECT_THAT(events, IsEmpty());
@@ -275,8 +275,8 @@ TEST_F(AvahiSessionTest, failsWhereAvahiMakesNoGroupAndDoesNotSayWhy)
 TEST_F(AvahiSessionTest, reportsNoServiceWithoutAnyOfItsNames)
 {
     session.handle(BrowseRequest{1, "_smb._tcp"}, kStart);
-    ASSERT_EQ(avahi.questions.size(), 1U);
-    AvahiAnswers& answers = avahi.questions.front()->answers;
+    ASSERT_EQ(avahi.queries.size(), 1U);
+    AvahiAnswers& answers = avahi.queries.front()->answers;
     answers.onService(AvahiAnswers::Change::Found, {}, nullptr, "_smb._tcp", "local");
     answers.onService(AvahiAnswers::Change::Found, {}, "Name", nullptr, "local");
     answers.onService(AvahiAnswers::Change::Found, {}, "Name", "_smb._tcp", nullptr);
@@ -371,7 +371,7 @@ TEST_F(AvahiSessionTest, probesForNewAddressesOfANameThatIsItsOwn)
 TEST_F(AvahiSessionTest, refusesTextThatIsNoText)
 {
     const std::string zero("lo\0cal", 6);
-    AskId id = 0;
+    RequestId id = 0;
     for (const std::string& bad : {zero, std::string("\xff")}) {
         session.handle(LocationRequest{++id, "Name", "_smb._tcp", bad}, kStart);
         EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
@@ -395,13 +395,13 @@ TEST_F(AvahiSessionTest, refusesTextThatIsNoText)
         EXPECT_EQ(events.back(), Event(Failed{id, DnsSdError::InvalidName}));
     }
     EXPECT_EQ(events.size(), id);
-    EXPECT_THAT(avahi.questions, IsEmpty());
+    EXPECT_THAT(avahi.queries, IsEmpty());
     EXPECT_THAT(avahi.groups, IsEmpty());
 }
 
 TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
 {
-    for (AskId id = 1; id <= 3 * kAtOnce; ++id)
+    for (RequestId id = 1; id <= 3 * kAtOnce; ++id)
         session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
     EXPECT_EQ(avahi.groupsMade, 2 * kAtOnce);
     session.tidy(kStart);
@@ -414,7 +414,7 @@ TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
     session.handle(StopRequest{2}, kStart);
     session.tidy(kStart);
     EXPECT_TRUE(avahi.group("Name " + std::to_string(kAtOnce + 2)));
-    session.handle(StopRequest{static_cast<AskId>(3 * kAtOnce)}, kStart);
+    session.handle(StopRequest{static_cast<RequestId>(3 * kAtOnce)}, kStart);
 
     establishInTurns();
     EXPECT_EQ(registered(), 3 * kAtOnce - 3);
@@ -425,7 +425,7 @@ TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
 TEST_F(AvahiSessionTest, whatIsRefusedAtOnceMakesRoomAtOnce)
 {
     avahi.addServiceError = AVAHI_ERR_COLLISION;
-    for (AskId id = 1; id <= 3 * kAtOnce; ++id)
+    for (RequestId id = 1; id <= 3 * kAtOnce; ++id)
         session.handle(registration(id, "Name"), kStart);
     session.tidy(kStart);
     EXPECT_EQ(events.size(), 3 * kAtOnce);
@@ -434,7 +434,7 @@ TEST_F(AvahiSessionTest, whatIsRefusedAtOnceMakesRoomAtOnce)
 
 TEST_F(AvahiSessionTest, whatRegistersForTooLongGoesBehindTheOthers)
 {
-    for (AskId id = 1; id <= kAtOnce + 1; ++id)
+    for (RequestId id = 1; id <= kAtOnce + 1; ++id)
         session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
     const std::string last = "Name " + std::to_string(kAtOnce + 1);
     ASSERT_FALSE(avahi.group(last));
@@ -447,11 +447,11 @@ TEST_F(AvahiSessionTest, whatRegistersForTooLongGoesBehindTheOthers)
 
 TEST_F(AvahiSessionTest, newAddressesAreProbedForInTurns)
 {
-    for (AskId id = 1; id <= 2 * kAtOnce; ++id)
+    for (RequestId id = 1; id <= 2 * kAtOnce; ++id)
         session.handle(registration(id, "Name " + std::to_string(id), {2}), kStart);
     establishInTurns();
     const std::size_t before = avahi.groupsMade;
-    for (AskId id = 1; id <= 2 * kAtOnce; ++id)
+    for (RequestId id = 1; id <= 2 * kAtOnce; ++id)
         session.handle(UpdateAddressesRequest{id, {{2, {}}, {4, {}}}}, kStart);
     session.tidy(kStart);
     EXPECT_EQ(avahi.groupsMade, before + kAtOnce);
@@ -481,7 +481,7 @@ TEST_F(AvahiSessionTest, endsWhatIsStoppedAndIgnoresTheUnknown)
     session.handle(StopRequest{2}, kStart);
     session.handle(StopRequest{3}, kStart);
     session.handle(UpdateAddressesRequest{2, {}}, kStart);
-    EXPECT_THAT(avahi.questions, IsEmpty());
+    EXPECT_THAT(avahi.queries, IsEmpty());
     EXPECT_THAT(avahi.groups, IsEmpty());
     session.tidy(kStart);
     EXPECT_THAT(events, IsEmpty());
@@ -491,22 +491,22 @@ TEST_F(AvahiSessionTest, replacesWhatHasTheSameId)
 {
     session.handle(BrowseRequest{1, "_smb._tcp"}, kStart);
     session.handle(BrowseRequest{1, "_http._tcp"}, kStart);
-    ASSERT_EQ(avahi.questions.size(), 1U);
-    EXPECT_EQ(avahi.questions.front()->subject, "_http._tcp");
+    ASSERT_EQ(avahi.queries.size(), 1U);
+    EXPECT_EQ(avahi.queries.front()->subject, "_http._tcp");
 }
 
 TEST_F(AvahiSessionTest, settlesOnceAndEndsOnFailure)
 {
     session.handle(LocationRequest{1, "A.b", "_smb._tcp", ""}, kStart);
-    ASSERT_EQ(avahi.questions.size(), 1U);
-    EXPECT_EQ(avahi.questions.front()->subject, "A\\.b._smb._tcp.local");
-    AvahiAnswers& answers = avahi.questions.front()->answers;
+    ASSERT_EQ(avahi.queries.size(), 1U);
+    EXPECT_EQ(avahi.queries.front()->subject, "A\\.b._smb._tcp.local");
+    AvahiAnswers& answers = avahi.queries.front()->answers;
     answers.onSettled();
     answers.onSettled();
     answers.onFailed(AVAHI_ERR_NOT_FOUND);
-    EXPECT_EQ(avahi.questions.size(), 1U); // not destroyed within its own callback
+    EXPECT_EQ(avahi.queries.size(), 1U); // not destroyed within its own callback
     session.tidy(kStart);
-    EXPECT_THAT(avahi.questions, IsEmpty());
+    EXPECT_THAT(avahi.queries, IsEmpty());
     EXPECT_THAT(events, ElementsAre(Event(Settled{1}), Event(Failed{1, DnsSdError::NotFound})));
 }
 

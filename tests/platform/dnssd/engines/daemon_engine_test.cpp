@@ -159,7 +159,7 @@ TEST_F(DaemonEngine, withdrawsManyServicesWhenItStops)
     startEverything();
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     ASSERT_TRUE(browser.waitForLine("watching"));
-    for (AskId id = 1; id <= 40; ++id) {
+    for (RequestId id = 1; id <= 40; ++id) {
         engine->send(registration(id, "Quillbox " + std::to_string(id),
                                   "quillbox-" + std::to_string(id) + ".local"));
     }

@@ -105,7 +105,7 @@ TEST_F(EmbeddedEngine, replacesAProcessThatReadsNothing)
     ASSERT_TRUE(child);
     ::kill(*child, SIGSTOP);
     events.clear();
-    for (AskId id = 2; id < 10'000; ++id)
+    for (RequestId id = 2; id < 10'000; ++id)
         engine->send(StopRequest{id});
     EXPECT_TRUE(events.waitFor<EngineDown>(2s)) << "long before it counts as silent";
     EXPECT_TRUE(events.waitFor<EngineUp>());

@@ -40,7 +40,7 @@ protected:
         return result;
     }
 
-    static RegisterRequest registration(AskId id, const std::string& name,
+    static RegisterRequest registration(RequestId id, const std::string& name,
                                         const std::string& hostName)
     {
         return {.id = id,

@@ -90,14 +90,14 @@ public:
     /// send than the socket takes.
     void fillSocket()
     {
-        for (AskId id = 100; id < 5'000; ++id)
+        for (RequestId id = 100; id < 5'000; ++id)
             send(StopRequest{id});
         ASSERT_TRUE(waitForTurn(99));
     }
 
     /// Waits until the engine has taken everything that was sent up to now, which it tells by
     /// refusing a request with this id, as it does with all that fit into no packet.
-    bool waitForTurn(AskId id)
+    bool waitForTurn(RequestId id)
     {
         send(BrowseRequest{id, std::string(70'000, 'x')});
         return events.waitForEvent(Failed{id, DnsSdError::InvalidName});

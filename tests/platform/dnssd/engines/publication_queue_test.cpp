@@ -1,4 +1,4 @@
-#include "platform/dnssd/processes/publication_queue.h"
+#include "platform/dnssd/avahi/publication_queue.h"
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <vector>
@@ -12,12 +12,12 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ElementsAre;
 
-constexpr auto kMaximum = static_cast<AskId>(kRegistrationsAtOnce);
+constexpr auto kMaximum = static_cast<RequestId>(kRegistrationsAtOnce);
 
 /// Takes all ids whose turn it is, without beginning them.
-std::vector<AskId> taken(PublicationQueue& queue)
+std::vector<RequestId> taken(PublicationQueue& queue)
 {
-    std::vector<AskId> ids;
+    std::vector<RequestId> ids;
     for (auto id = queue.next(); id; id = queue.next())
         ids.push_back(*id);
     return ids;
@@ -26,7 +26,7 @@ std::vector<AskId> taken(PublicationQueue& queue)
 TEST(PublicationQueue, servesInTheOrderOfAsking)
 {
     PublicationQueue queue;
-    for (const AskId id : {7U, 3U, 5U, 3U})
+    for (const RequestId id : {7U, 3U, 5U, 3U})
         queue.wait(id);
     queue.leave(7);
     queue.wait(7);
@@ -38,7 +38,7 @@ TEST(PublicationQueue, servesInTheOrderOfAsking)
 TEST(PublicationQueue, hasOneWaitWhileAsManyAreUnderwayAsMayBe)
 {
     PublicationQueue queue;
-    for (AskId id = 1; id <= kMaximum; ++id)
+    for (RequestId id = 1; id <= kMaximum; ++id)
         queue.begin(id, kStart);
     queue.wait(1000);
     EXPECT_EQ(queue.next(), std::nullopt);

@@ -1,6 +1,6 @@
-#include "platform/dnssd/processes/avahi_session.h"
+#include "platform/dnssd/avahi/avahi_session.h"
 
-#include "platform/dnssd/processes/avahi_registration.h"
+#include "platform/dnssd/avahi/avahi_registration.h"
 #include "platform/text.h"
 
 #include <algorithm>
@@ -15,9 +15,9 @@
 namespace quillbox::dnssd {
 
 /// A browse or a lookup: emits its results as events with its id.
-class AvahiQuestion final : public AvahiAnswers {
+class AvahiQuery final : public AvahiAnswers {
 public:
-    AvahiQuestion(AskId theId, std::function<void(Event)>& theEmit, std::set<AskId>& theFailed)
+    AvahiQuery(RequestId theId, std::function<void(Event)>& theEmit, std::set<RequestId>& theFailed)
         : id(theId), emit(theEmit), failed(theFailed)
     {
     }
@@ -67,9 +67,9 @@ public:
     std::unique_ptr<AvahiObject> object;
 
 private:
-    AskId id;
+    RequestId id;
     std::function<void(Event)>& emit;
-    std::set<AskId>& failed;
+    std::set<RequestId>& failed;
     bool isSettled = false;
 };
 
@@ -211,27 +211,27 @@ void AvahiSession::start(const StopRequest& request, Clock::time_point /*now*/)
     drop(request.id);
 }
 
-void AvahiSession::ask(AskId id,
+void AvahiSession::ask(RequestId id,
                        const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open)
 {
-    auto question = std::make_unique<AvahiQuestion>(id, emit, failedQuestions);
-    question->object = open(*question);
-    if (!question->object) {
+    auto query = std::make_unique<AvahiQuery>(id, emit, failedQueries);
+    query->object = open(*query);
+    if (!query->object) {
         fail(id, api.lastError());
         return;
     }
-    questions[id] = std::move(question);
+    queries[id] = std::move(query);
 }
 
-void AvahiSession::drop(AskId id)
+void AvahiSession::drop(RequestId id)
 {
-    questions.erase(id);
-    failedQuestions.erase(id);
+    queries.erase(id);
+    failedQueries.erase(id);
     registrations.erase(id);
     publications.leave(id);
 }
 
-void AvahiSession::fail(AskId id, int error)
+void AvahiSession::fail(RequestId id, int error)
 {
     if (isAvahiUnreachable(error))
         broken = true;
@@ -239,7 +239,7 @@ void AvahiSession::fail(AskId id, int error)
         emit(Failed{id, dnsSdErrorOfAvahi(error)});
 }
 
-void AvahiSession::publishInTurn(AskId id, Clock::time_point now)
+void AvahiSession::publishInTurn(RequestId id, Clock::time_point now)
 {
     if (publications.isUnderway(id)) {
         publish(id, *registrations.at(id), now);
@@ -255,7 +255,7 @@ void AvahiSession::publishWhoseTurnItIs(Clock::time_point now)
         publish(*id, *registrations.at(*id), now);
 }
 
-void AvahiSession::publish(AskId id, AvahiRegistration& registration, Clock::time_point now)
+void AvahiSession::publish(RequestId id, AvahiRegistration& registration, Clock::time_point now)
 {
     registration.publish();
     publications.begin(id, registration.deadlineFrom(now));
@@ -264,7 +264,7 @@ void AvahiSession::publish(AskId id, AvahiRegistration& registration, Clock::tim
 
 void AvahiSession::tidy(Clock::time_point now)
 {
-    endFailedQuestions();
+    endFailedQueries();
     renewOverdue(now);
     lookAtChanged(now);
     // Registrations that are established or dropped free slots for waiting ones, which may in turn
@@ -274,11 +274,11 @@ void AvahiSession::tidy(Clock::time_point now)
         lookAtChanged(now);
 }
 
-void AvahiSession::endFailedQuestions()
+void AvahiSession::endFailedQueries()
 {
-    while (!failedQuestions.empty() && !broken) {
-        const AskId id = *failedQuestions.begin();
-        const int failure = questions.at(id)->failure;
+    while (!failedQueries.empty() && !broken) {
+        const RequestId id = *failedQueries.begin();
+        const int failure = queries.at(id)->failure;
         drop(id);
         fail(id, failure);
     }
@@ -296,14 +296,14 @@ void AvahiSession::renewOverdue(Clock::time_point now)
 void AvahiSession::lookAtChanged(Clock::time_point now)
 {
     while (!changedRegistrations.empty() && !broken) {
-        const AskId id = *changedRegistrations.begin();
+        const RequestId id = *changedRegistrations.begin();
         changedRegistrations.erase(changedRegistrations.begin());
         if (const auto found = registrations.find(id); found != registrations.end())
             lookAt(id, *found->second, now);
     }
 }
 
-void AvahiSession::lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now)
+void AvahiSession::lookAt(RequestId id, AvahiRegistration& registration, Clock::time_point now)
 {
     using State = AvahiRegistration::Outcome::State;
     const auto outcome = registration.outcome();

@@ -20,32 +20,32 @@ public:
     using Clock = std::chrono::steady_clock;
 
     /// Queues a registration. No effect if it is waiting or underway.
-    void wait(AskId id);
+    void wait(RequestId id);
 
     /// Takes the next registration out of the queue; none while the maximum number is underway.
-    std::optional<AskId> next();
+    std::optional<RequestId> next();
 
     /// Marks a registration as underway, or underway again; it is overdue at `deadline`.
-    void begin(AskId id, Clock::time_point deadline);
+    void begin(RequestId id, Clock::time_point deadline);
 
     /// Removes a registration, whether it is waiting or underway.
-    void leave(AskId id);
+    void leave(RequestId id);
 
-    bool isWaiting(AskId id) const { return turns.contains(id); }
-    bool isUnderway(AskId id) const { return deadlines.contains(id); }
+    bool isWaiting(RequestId id) const { return turns.contains(id); }
+    bool isUnderway(RequestId id) const { return deadlines.contains(id); }
 
     /// Removes and returns the registration that has been overdue longest.
-    std::optional<AskId> takeOverdue(Clock::time_point now);
+    std::optional<RequestId> takeOverdue(Clock::time_point now);
 
     /// When the next registration becomes overdue.
     std::optional<Clock::time_point> nextDeadline() const;
 
 private:
     std::uint64_t lastTurn = 0;
-    std::map<std::uint64_t, AskId> waiting;
-    std::map<AskId, std::uint64_t> turns; ///< of the waiting registrations
-    std::map<AskId, Clock::time_point> deadlines;
-    std::set<std::pair<Clock::time_point, AskId>> byDeadline;
+    std::map<std::uint64_t, RequestId> waiting;
+    std::map<RequestId, std::uint64_t> turns; ///< of the waiting registrations
+    std::map<RequestId, Clock::time_point> deadlines;
+    std::set<std::pair<Clock::time_point, RequestId>> byDeadline;
 };
 
 } // namespace quillbox::dnssd

@@ -15,7 +15,7 @@
 
 namespace quillbox::dnssd {
 
-/// How long to wait for an engine to report Settled. After that a question counts as settled.
+/// How long to wait for an engine to report Settled. After that a query counts as settled.
 inline constexpr std::chrono::milliseconds kSettlingLimit{3000};
 
 /// How long records stay valid after the engine came back, while the new one finds none. Silence
@@ -23,25 +23,25 @@ inline constexpr std::chrono::milliseconds kSettlingLimit{3000};
 /// 3, 7, 15 and 31 seconds.
 inline constexpr std::chrono::seconds kSilenceLimit{40};
 
-/// How many records one question keeps; any more are ignored.
+/// How many records one query keeps; any more are ignored.
 inline constexpr std::size_t kMaximumRecords = 64;
 
-/// Is notified when the answer of a question has changed. Must only take note of it, and not
-/// release the question inside the call.
-class QuestionObserver {
+/// Is notified when the answer of a query has changed. Must only take note of it, and not
+/// release the query inside the call.
+class QueryObserver {
 public:
-    virtual void questionChanged() = 0;
+    virtual void queryChanged() = 0;
 
 protected:
-    ~QuestionObserver() = default;
+    ~QueryObserver() = default;
 };
 
 /// A query for records that is active for as long as the object exists, with the records found.
 /// When the engine goes down the records are kept; once the query has been sent again, they are
 /// replaced by the first answer, or dropped after `kSilenceLimit` without one.
 template <class Kind>
-class RecordQuestion final : public std::enable_shared_from_this<RecordQuestion<Kind>>,
-                             private EngineLink::Client {
+class RecordQuery final : public std::enable_shared_from_this<RecordQuery<Kind>>,
+                          private EngineLink::Client {
 public:
     using Subject = typename Kind::Subject;
 
@@ -50,17 +50,17 @@ public:
         typename Kind::Value value;
     };
 
-    RecordQuestion(EngineLink& engineLink, DispatchQueue& centerQueue, Subject asked);
-    ~RecordQuestion();
-    RecordQuestion(const RecordQuestion&) = delete;
-    RecordQuestion& operator=(const RecordQuestion&) = delete;
+    RecordQuery(EngineLink& engineLink, DispatchQueue& centerQueue, Subject asked);
+    ~RecordQuery();
+    RecordQuery(const RecordQuery&) = delete;
+    RecordQuery& operator=(const RecordQuery&) = delete;
 
     /// Called once, when the object is held by a shared pointer.
     void start();
 
-    void addObserver(QuestionObserver& observer) { observers.push_back(&observer); }
+    void addObserver(QueryObserver& observer) { observers.push_back(&observer); }
     /// Undoes one `addObserver`.
-    void removeObserver(QuestionObserver& observer);
+    void removeObserver(QueryObserver& observer);
 
     /// In the order found; at most `kMaximumRecords`.
     const std::vector<Record>& records() const { return found; }
@@ -91,8 +91,8 @@ private:
     EngineLink& link;
     DispatchQueue& queue;
     const Subject subject;
-    std::vector<QuestionObserver*> observers;
-    AskId id = 0;
+    std::vector<QueryObserver*> observers;
+    RequestId id = 0;
     std::vector<Record> found;
     bool isStale = false; ///< `found` is from an earlier query
     bool settled = false;
@@ -101,37 +101,37 @@ private:
     Backoff backoff{kShortestPause, kLongestPause};
 };
 
-using LocationQuestion = RecordQuestion<LocationKind>;
-using AddressQuestion = RecordQuestion<AddressKind>;
+using LocationQuery = RecordQuery<LocationKind>;
+using AddressQuery = RecordQuery<AddressKind>;
 
-/// Sends each query once, however many callers share it. Must outlive the questions that it
+/// Sends each query once, however many callers share it. Must outlive the queries that it
 /// returns.
-template <class Kind> class QuestionPool final {
+template <class Kind> class QueryPool final {
 public:
-    using Question = RecordQuestion<Kind>;
+    using Query = RecordQuery<Kind>;
 
-    QuestionPool(EngineLink& engineLink, DispatchQueue& centerQueue)
+    QueryPool(EngineLink& engineLink, DispatchQueue& centerQueue)
         : link(engineLink), queue(centerQueue)
     {
     }
-    QuestionPool(const QuestionPool&) = delete;
-    QuestionPool& operator=(const QuestionPool&) = delete;
+    QueryPool(const QueryPool&) = delete;
+    QueryPool& operator=(const QueryPool&) = delete;
 
-    /// The question ends when the last holder releases it.
-    std::shared_ptr<Question> ask(typename Kind::Subject subject);
+    /// The query ends when the last holder releases it.
+    std::shared_ptr<Query> query(typename Kind::Subject subject);
 
 private:
     EngineLink& link;
     DispatchQueue& queue;
-    std::map<std::string, std::weak_ptr<Question>> questions;
+    std::map<std::string, std::weak_ptr<Query>> queries;
 };
 
-using LocationPool = QuestionPool<LocationKind>;
-using AddressPool = QuestionPool<AddressKind>;
+using LocationPool = QueryPool<LocationKind>;
+using AddressPool = QueryPool<AddressKind>;
 
-extern template class RecordQuestion<LocationKind>;
-extern template class RecordQuestion<AddressKind>;
-extern template class QuestionPool<LocationKind>;
-extern template class QuestionPool<AddressKind>;
+extern template class RecordQuery<LocationKind>;
+extern template class RecordQuery<AddressKind>;
+extern template class QueryPool<LocationKind>;
+extern template class QueryPool<AddressKind>;
 
 } // namespace quillbox::dnssd

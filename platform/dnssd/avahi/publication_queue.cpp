@@ -1,30 +1,30 @@
-#include "platform/dnssd/processes/publication_queue.h"
+#include "platform/dnssd/avahi/publication_queue.h"
 
 namespace quillbox::dnssd {
 
-void PublicationQueue::wait(AskId id)
+void PublicationQueue::wait(RequestId id)
 {
     if (!isUnderway(id) && turns.try_emplace(id, lastTurn + 1).second)
         waiting.emplace(++lastTurn, id);
 }
 
-std::optional<AskId> PublicationQueue::next()
+std::optional<RequestId> PublicationQueue::next()
 {
     if (waiting.empty() || deadlines.size() >= kRegistrationsAtOnce)
         return std::nullopt;
-    const AskId id = waiting.begin()->second;
+    const RequestId id = waiting.begin()->second;
     leave(id);
     return id;
 }
 
-void PublicationQueue::begin(AskId id, Clock::time_point deadline)
+void PublicationQueue::begin(RequestId id, Clock::time_point deadline)
 {
     leave(id);
     deadlines.emplace(id, deadline);
     byDeadline.emplace(deadline, id);
 }
 
-void PublicationQueue::leave(AskId id)
+void PublicationQueue::leave(RequestId id)
 {
     if (const auto turn = turns.find(id); turn != turns.end()) {
         waiting.erase(turn->second);
@@ -36,11 +36,11 @@ void PublicationQueue::leave(AskId id)
     }
 }
 
-std::optional<AskId> PublicationQueue::takeOverdue(Clock::time_point now)
+std::optional<RequestId> PublicationQueue::takeOverdue(Clock::time_point now)
 {
     if (byDeadline.empty() || byDeadline.begin()->first > now)
         return std::nullopt;
-    const AskId id = byDeadline.begin()->second;
+    const RequestId id = byDeadline.begin()->second;
     leave(id);
     return id;
 }

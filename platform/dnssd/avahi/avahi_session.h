@@ -1,8 +1,8 @@
 #pragma once
 
+#include "platform/dnssd/avahi/avahi_api.h"
+#include "platform/dnssd/avahi/publication_queue.h"
 #include "platform/dnssd/engine/messages.h"
-#include "platform/dnssd/processes/avahi_api.h"
-#include "platform/dnssd/processes/publication_queue.h"
 
 #include <chrono>
 #include <cstddef>
@@ -14,13 +14,13 @@
 
 namespace quillbox::dnssd {
 
-class AvahiQuestion;
+class AvahiQuery;
 class AvahiRegistration;
 
 /// Handles requests over one connection to Avahi and emits events in answer. Confined to the thread
 /// of Avahi's loop.
 ///
-/// Avahi's callbacks free nothing; they only record what happened to a question or registration.
+/// Avahi's callbacks free nothing; they only record what happened to a query or registration.
 /// The owner calls `tidy` after each loop iteration to act on it. The cost of an iteration depends
 /// on what has changed in it, not on how much is active.
 class AvahiSession final {
@@ -54,25 +54,25 @@ private:
     void start(const UpdateAddressesRequest& request, Clock::time_point now);
     void start(const StopRequest& request, Clock::time_point now);
 
-    void ask(AskId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open);
-    void drop(AskId id);
-    void fail(AskId id, int error);
+    void ask(RequestId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open);
+    void drop(RequestId id);
+    void fail(RequestId id, int error);
     /// Publishes what a registration demands as soon as it is its turn.
-    void publishInTurn(AskId id, Clock::time_point now);
+    void publishInTurn(RequestId id, Clock::time_point now);
     void publishWhoseTurnItIs(Clock::time_point now);
-    void publish(AskId id, AvahiRegistration& registration, Clock::time_point now);
+    void publish(RequestId id, AvahiRegistration& registration, Clock::time_point now);
     void renewOverdue(Clock::time_point now);
-    void endFailedQuestions();
+    void endFailedQueries();
     void lookAtChanged(Clock::time_point now);
-    void lookAt(AskId id, AvahiRegistration& registration, Clock::time_point now);
+    void lookAt(RequestId id, AvahiRegistration& registration, Clock::time_point now);
 
     AvahiApi& api;
     std::function<void(Event)> emit;
-    std::map<AskId, std::unique_ptr<AvahiQuestion>> questions;
-    std::set<AskId> failedQuestions; ///< since the last `tidy`
+    std::map<RequestId, std::unique_ptr<AvahiQuery>> queries;
+    std::set<RequestId> failedQueries; ///< since the last `tidy`
     PublicationQueue publications;
-    std::set<AskId> changedRegistrations; ///< since the last `tidy`
-    std::map<AskId, std::unique_ptr<AvahiRegistration>> registrations;
+    std::set<RequestId> changedRegistrations; ///< since the last `tidy`
+    std::map<RequestId, std::unique_ptr<AvahiRegistration>> registrations;
     bool broken = false;
 };
 

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/dnssd/avahi/avahi_service_location.h"
 #include "platform/dnssd/engine/messages.h"
-#include "platform/dnssd/processes/avahi_service_location.h"
 
 #include <cstdint>
 #include <memory>
@@ -9,6 +9,9 @@
 #include <vector>
 
 #include <avahi-common/defs.h>
+
+struct AvahiClient;
+struct AvahiServer;
 
 /// The calls that libavahi-client and libavahi-core have in common, so that `AvahiSession` works
 /// with either. Single-threaded; callbacks run on the same thread.
@@ -92,5 +95,13 @@ public:
     /// The default domain, usually "local".
     virtual std::string domainName() = 0;
 };
+
+/// The API of avahi-daemon, over D-Bus. `client` must outlive the API and its objects. Only the
+/// program that is linked to libavahi-client has it.
+std::unique_ptr<AvahiApi> makeAvahiClientApi(AvahiClient& client);
+
+/// The API of an mDNS responder within this process. `server` must outlive the API and its objects.
+/// Only the program that is linked to libavahi-core has it.
+std::unique_ptr<AvahiApi> makeAvahiServerApi(AvahiServer& server);
 
 } // namespace quillbox::dnssd

@@ -1,7 +1,7 @@
 #pragma once
 
+#include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/engine/messages.h"
-#include "platform/dnssd/processes/avahi_api.h"
 
 #include <string>
 #include <vector>

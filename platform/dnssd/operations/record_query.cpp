@@ -1,4 +1,4 @@
-#include "platform/dnssd/operations/record_question.h"
+#include "platform/dnssd/operations/record_query.h"
 
 #include "platform/dnssd/operations/names.h"
 
@@ -34,32 +34,31 @@ Request AddressKind::request(const Subject& subject)
 }
 
 template <class Kind>
-RecordQuestion<Kind>::RecordQuestion(EngineLink& engineLink, DispatchQueue& centerQueue,
-                                     Subject asked)
+RecordQuery<Kind>::RecordQuery(EngineLink& engineLink, DispatchQueue& centerQueue, Subject asked)
     : link(engineLink), queue(centerQueue), subject(std::move(asked))
 {
     link.attach(*this);
 }
 
-template <class Kind> RecordQuestion<Kind>::~RecordQuestion()
+template <class Kind> RecordQuery<Kind>::~RecordQuery()
 {
     link.end(id);
     link.detach(*this);
 }
 
-template <class Kind> void RecordQuestion<Kind>::start()
+template <class Kind> void RecordQuery<Kind>::start()
 {
     if (link.isUp())
         ask();
 }
 
-template <class Kind> void RecordQuestion<Kind>::removeObserver(QuestionObserver& observer)
+template <class Kind> void RecordQuery<Kind>::removeObserver(QueryObserver& observer)
 {
     if (const auto one = std::ranges::find(observers, &observer); one != observers.end())
         observers.erase(one);
 }
 
-template <class Kind> void RecordQuestion<Kind>::engineUp()
+template <class Kind> void RecordQuery<Kind>::engineUp()
 {
     isStale = true;
     settled = false;
@@ -68,12 +67,12 @@ template <class Kind> void RecordQuestion<Kind>::engineUp()
     notify();
 }
 
-template <class Kind> void RecordQuestion<Kind>::engineDown(std::error_code /*error*/)
+template <class Kind> void RecordQuery<Kind>::engineDown(std::error_code /*error*/)
 {
     id = 0;
 }
 
-template <class Kind> void RecordQuestion<Kind>::engineEvent(const Event& event)
+template <class Kind> void RecordQuery<Kind>::engineEvent(const Event& event)
 {
     if (const auto* answer = std::get_if<typename Kind::Found>(&event))
         add({answer->sighting, Kind::value(*answer)});
@@ -85,9 +84,9 @@ template <class Kind> void RecordQuestion<Kind>::engineEvent(const Event& event)
         retryLater();
 }
 
-template <class Kind> void RecordQuestion<Kind>::ask()
+template <class Kind> void RecordQuery<Kind>::ask()
 {
-    id = link.ask(*this, Kind::request(subject));
+    id = link.send(*this, Kind::request(subject));
     queue.asyncAfter(kSettlingLimit, [weak = this->weak_from_this(), asked = id] {
         if (const auto self = weak.lock(); self && self->id == asked && !self->settled)
             self->settle();
@@ -100,7 +99,7 @@ template <class Kind> void RecordQuestion<Kind>::ask()
     });
 }
 
-template <class Kind> void RecordQuestion<Kind>::add(Record record)
+template <class Kind> void RecordQuery<Kind>::add(Record record)
 {
     if (std::exchange(isStale, false))
         found.clear();
@@ -113,7 +112,7 @@ template <class Kind> void RecordQuestion<Kind>::add(Record record)
     notify();
 }
 
-template <class Kind> void RecordQuestion<Kind>::remove(const Record& record)
+template <class Kind> void RecordQuery<Kind>::remove(const Record& record)
 {
     if (isStale)
         return;
@@ -126,14 +125,14 @@ template <class Kind> void RecordQuestion<Kind>::remove(const Record& record)
     notify();
 }
 
-template <class Kind> void RecordQuestion<Kind>::settle()
+template <class Kind> void RecordQuery<Kind>::settle()
 {
     settled = true;
     backoff.reset();
     notify();
 }
 
-template <class Kind> void RecordQuestion<Kind>::forget()
+template <class Kind> void RecordQuery<Kind>::forget()
 {
     if (!std::exchange(isStale, false))
         return;
@@ -142,11 +141,11 @@ template <class Kind> void RecordQuestion<Kind>::forget()
     notify();
 }
 
-template <class Kind> void RecordQuestion<Kind>::retryLater()
+template <class Kind> void RecordQuery<Kind>::retryLater()
 {
     link.end(id);
     id = 0;
-    // Known records are kept until the retry, and the question counts as settled so that callers do
+    // Known records are kept until the retry, and the query counts as settled so that callers do
     // not wait for it.
     isStale = true;
     settled = true;
@@ -157,33 +156,33 @@ template <class Kind> void RecordQuestion<Kind>::retryLater()
     notify();
 }
 
-template <class Kind> void RecordQuestion<Kind>::notify()
+template <class Kind> void RecordQuery<Kind>::notify()
 {
     const auto watching = observers;
-    for (QuestionObserver* observer : watching)
-        observer->questionChanged();
+    for (QueryObserver* observer : watching)
+        observer->queryChanged();
 }
 
 template <class Kind>
-std::shared_ptr<RecordQuestion<Kind>> QuestionPool<Kind>::ask(typename Kind::Subject subject)
+std::shared_ptr<RecordQuery<Kind>> QueryPool<Kind>::query(typename Kind::Subject subject)
 {
     const std::string key = Kind::key(subject);
-    auto& entry = questions[key];
+    auto& entry = queries[key];
     if (auto standing = entry.lock())
         return standing;
-    std::shared_ptr<Question> question(new Question(link, queue, std::move(subject)),
-                                       [this, key](Question* ended) {
-                                           questions.erase(key);
-                                           delete ended;
-                                       });
-    entry = question;
-    question->start();
-    return question;
+    std::shared_ptr<Query> query(new Query(link, queue, std::move(subject)),
+                                 [this, key](Query* ended) {
+                                     queries.erase(key);
+                                     delete ended;
+                                 });
+    entry = query;
+    query->start();
+    return query;
 }
 
-template class RecordQuestion<LocationKind>;
-template class RecordQuestion<AddressKind>;
-template class QuestionPool<LocationKind>;
-template class QuestionPool<AddressKind>;
+template class RecordQuery<LocationKind>;
+template class RecordQuery<AddressKind>;
+template class QueryPool<LocationKind>;
+template class QueryPool<AddressKind>;
 
 } // namespace quillbox::dnssd

@@ -1,6 +1,6 @@
-#include "platform/dnssd/processes/avahi_registration.h"
+#include "platform/dnssd/avahi/avahi_registration.h"
 
-#include "platform/dnssd/processes/avahi_service_records.h"
+#include "platform/dnssd/avahi/avahi_service_records.h"
 
 #include <algorithm>
 #include <utility>
