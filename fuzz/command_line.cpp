@@ -1,7 +1,8 @@
 // The command line, typed port numbers, and messages between instances of the program.
 
 #include "control/options.h"
-#include "platform/desktop/copy_protocol.h"
+#include "platform/desktop/instances/copy_protocol.h"
+#include "platform/desktop/process/process.h"
 #include "platform/text.h"
 
 #include <string>
@@ -30,10 +31,10 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
                           || std::get<Options>(parsed).isDoctor,
                       "only options and commands are accepted");
     parsePort(text);
-    if (copy_protocol::isToken(text))
+    if (isActivationToken(text))
         fuzz::require(text.find_first_of(" \n\r") == std::string_view::npos, "a token is one word");
     if (const auto request = copy_protocol::requestIn(text)) {
-        fuzz::require(request->token.empty() || copy_protocol::isToken(request->token),
+        fuzz::require(request->token.empty() || isActivationToken(request->token),
                       "the token of a request is valid");
         if (request->kind == copy_protocol::Request::Kind::Message)
             fuzz::require(copy_protocol::message(request->token, request->text).has_value(),

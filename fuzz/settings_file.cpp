@@ -1,6 +1,6 @@
 // The settings file with any content.
 
-#include "platform/desktop/settings_file.h"
+#include "platform/desktop/settings/settings_file.h"
 
 #include <QJsonDocument>
 #include <string>

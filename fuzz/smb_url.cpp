@@ -2,7 +2,7 @@
 
 #include "app/smb_url.h"
 
-#include "platform/desktop/smb_location.h"
+#include "platform/desktop/opening/smb_location.h"
 
 #include <algorithm>
 #include <string>

@@ -2,7 +2,7 @@
 // becomes available or unavailable, at a click, and when the menu opens. The command "tooltip TEXT"
 // sets the tool tip. The only argument is how long to wait for a panel, in milliseconds.
 
-#include "platform/desktop/status_host_watch.h"
+#include "platform/desktop/presence/status_host_watch.h"
 #include "ui/icons.h"
 #include "ui/status_bar_item.h"
 

@@ -1,4 +1,4 @@
-#include "platform/desktop/alert_sound.h"
+#include "platform/desktop/opening/alert_sound.h"
 #include "tests/platform/desktop_integration/canberra_stand_in.h"
 
 #include <chrono>

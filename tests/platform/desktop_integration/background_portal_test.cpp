@@ -1,4 +1,4 @@
-#include "platform/desktop/background_portal.h"
+#include "platform/desktop/settings/background_portal.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
 

@@ -1,4 +1,4 @@
-#include "platform/desktop/command.h"
+#include "platform/desktop/process/command.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/recorder.h"
 

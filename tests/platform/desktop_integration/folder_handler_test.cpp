@@ -1,4 +1,4 @@
-#include "platform/desktop/folder_handler.h"
+#include "platform/desktop/opening/folder_handler.h"
 #include "tests/platform/desktop/qt_support.h"
 #include "tests/platform/desktop_integration/recorder.h"
 

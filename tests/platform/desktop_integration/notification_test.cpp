@@ -1,4 +1,4 @@
-#include "platform/desktop/notice.h"
+#include "platform/desktop/opening/notice.h"
 #include "tests/fakes/recording_notice.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"

@@ -1,4 +1,4 @@
-#include "platform/desktop/notifier_watch.h"
+#include "platform/desktop/presence/notifier_watch.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/private_bus.h"
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/desktop/process.h"
+#include "platform/desktop/process/process.h"
 #include "tests/platform/desktop/qt_support.h"
 #include "tests/platform/desktop_integration/recorder.h"
 

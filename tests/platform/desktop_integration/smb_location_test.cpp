@@ -1,4 +1,4 @@
-#include "platform/desktop/smb_location.h"
+#include "platform/desktop/opening/smb_location.h"
 
 #include <string>
 

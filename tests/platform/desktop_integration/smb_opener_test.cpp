@@ -1,4 +1,4 @@
-#include "platform/desktop/smb_opener.h"
+#include "platform/desktop/opening/smb_opener.h"
 #include "tests/fakes/recording_log.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/file_manager.h"

@@ -1,4 +1,4 @@
-#include "platform/desktop/tray_manager_watch.h"
+#include "platform/desktop/presence/tray_manager_watch.h"
 #include "tests/platform/desktop_integration/event_wait.h"
 #include "tests/platform/desktop_integration/x_server.h"
 

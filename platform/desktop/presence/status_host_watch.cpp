@@ -1,0 +1,112 @@
+#include "platform/desktop/presence/status_host_watch.h"
+
+#include "platform/desktop/presence/notifier_watch.h"
+#include "platform/desktop/presence/tray_manager_watch.h"
+
+#include <QGuiApplication>
+#include <QLibraryInfo>
+#include <QTimer>
+#include <QVersionNumber>
+#include <utility>
+
+namespace quillbox {
+
+namespace {
+
+/// On other platforms, such as "offscreen", Qt shows no status items.
+bool hasPanels()
+{
+    return QGuiApplication::platformName() == QStringLiteral("xcb")
+           || QGuiApplication::platformName().startsWith(QStringLiteral("wayland"));
+}
+
+bool hasTrays()
+{
+    return QGuiApplication::platformName() == QStringLiteral("xcb");
+}
+
+/// Whether Qt shows items in an X tray while there is a registry for panels, but no panel. Qt 6.4
+/// does, Qt 6.8 registers them there instead; the versions between were not tried.
+bool usesTraysBesideRegistry()
+{
+    return QLibraryInfo::version() < QVersionNumber(6, 5);
+}
+
+class StatusHostWatch final : public StatusHost {
+public:
+    explicit StatusHostWatch(std::chrono::milliseconds patienceWithRegistry)
+    {
+        patience.setSingleShot(true);
+        patience.setInterval(patienceWithRegistry);
+        QObject::connect(&patience, &QTimer::timeout, &patience, [this] {
+            isPatienceOver = true;
+            update();
+        });
+        if (hasTrays())
+            trays = std::make_unique<TrayManagerWatch>([this] { update(); });
+        if (hasPanels())
+            panels = std::make_unique<NotifierWatch>(QDBusConnection::sessionBus(),
+                                                     [this] { update(); });
+        wait();
+        available = find();
+    }
+
+    bool isAvailable() const override { return available; }
+
+    void setChangedHandler(std::function<void()> handler) override { changed = std::move(handler); }
+
+private:
+    bool find() const
+    {
+        if (!panels)
+            return false;
+        const bool hasTray = trays && trays->hasManager();
+        switch (panels->state()) {
+        case NotifierWatch::State::Hosted:
+            return true;
+        case NotifierWatch::State::Absent:
+            return hasTray;
+        case NotifierWatch::State::Watched:
+            return hasTray && isPatienceOver && usesTraysBesideRegistry();
+        case NotifierWatch::State::Unknown:
+            break;
+        }
+        return false;
+    }
+
+    void wait()
+    {
+        if (!panels || panels->state() != NotifierWatch::State::Watched) {
+            patience.stop();
+            isPatienceOver = false;
+        } else if (!patience.isActive() && !isPatienceOver) {
+            patience.start();
+        }
+    }
+
+    void update()
+    {
+        wait();
+        if (std::exchange(available, find()) == available)
+            return;
+        // A copy: the handler may destroy this object.
+        if (const auto handler = changed)
+            handler();
+    }
+
+    QTimer patience;
+    bool isPatienceOver = false;
+    bool available = false;
+    std::function<void()> changed;
+    std::unique_ptr<TrayManagerWatch> trays;
+    std::unique_ptr<NotifierWatch> panels;
+};
+
+} // namespace
+
+std::unique_ptr<StatusHost> makeStatusHostWatch(std::chrono::milliseconds patience)
+{
+    return std::make_unique<StatusHostWatch>(patience);
+}
+
+} // namespace quillbox

@@ -1,0 +1,466 @@
+#include "platform/desktop/instances/local_socket.h"
+#include "platform/desktop/instances/running_copies.h"
+#include "tests/platform/desktop/qt_support.h"
+
+#include <QAbstractEventDispatcher>
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quillbox {
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+using ::testing::SizeIs;
+
+constexpr const char* kIdentifier = "org.example.Helper";
+
+class RunningCopies : public ::testing::Test {
+protected:
+    RunningCopies() { environment.set("XDG_ACTIVATION_TOKEN", {}); }
+
+    std::unique_ptr<RunningApplications> start(const std::string& token = {},
+                                               bool hasDisplay = true)
+    {
+        return makeRunningApplications({.folders = folders(),
+                                        .bundleIdentifier = kIdentifier,
+                                        .activationToken = token,
+                                        .hasDisplay = hasDisplay});
+    }
+
+    std::vector<std::shared_ptr<RunningApplication>> find(std::string& problem) const
+    {
+        return findRunningCopies(
+            {.folders = folders(), .bundleIdentifier = kIdentifier, .activationToken = {}},
+            problem);
+    }
+
+    RuntimeFolders folders() const
+    {
+        return {.xdg = base.path().toStdString(), .user = {}, .shared = base.path().toStdString()};
+    }
+
+    /// The folder in which copies register in the first place.
+    std::string preferredFolder() const { return base.path().toStdString() + '/' + kIdentifier; }
+
+    FileDescriptor connectedToOnlyCopy() const
+    {
+        const QDir folder(QString::fromStdString(preferredFolder()));
+        const FileDescriptor descriptor(
+            ::open(preferredFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const QStringList names = folder.entryList({QStringLiteral("*.socket")}, QDir::System);
+        EXPECT_THAT(names, SizeIs(1));
+        FileDescriptor connection;
+        EXPECT_EQ(connectTo(descriptor.get(), names.value(0).toStdString(), connection),
+                  Reached::Connected);
+        return connection;
+    }
+
+    /// What is received up to the end of the connection.
+    static std::string readAll(const FileDescriptor& connection)
+    {
+        std::string answer;
+        const bool isClosed = runUntil([&] {
+            std::array<char, 64> buffer{};
+            const auto length = ::recv(connection.get(), buffer.data(), buffer.size(), 0);
+            if (length > 0)
+                answer.append(buffer.data(), static_cast<std::size_t>(length));
+            return length == 0 || (length < 0 && errno != EAGAIN);
+        });
+        EXPECT_TRUE(isClosed);
+        return answer;
+    }
+
+    /// Connects to the only running copy, sends `bytes` and returns its response up to the end of
+    /// the connection.
+    std::string answerTo(const std::string& bytes) const
+    {
+        const FileDescriptor connection = connectedToOnlyCopy();
+        ::send(connection.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        return readAll(connection);
+    }
+
+    /// Activates from another thread, as another process would, while this one runs the event loop.
+    static bool activateFromElsewhere(RunningApplication& copy)
+    {
+        bool isShown = false;
+        elsewhere([&] { isShown = copy.activate(); });
+        return isShown;
+    }
+
+    static void elsewhere(const std::function<void()>& work)
+    {
+        std::atomic<bool> isDone = false;
+        std::thread other([&work, &isDone] {
+            work();
+            isDone = true;
+            QCoreApplication::eventDispatcher()->wakeUp();
+        });
+        EXPECT_TRUE(runUntil([&isDone] { return isDone.load(); }));
+        other.join();
+    }
+
+    Environment environment;
+    QTemporaryDir base;
+};
+
+TEST_F(RunningCopies, areListedInTheOrderOfTheirLaunchTheirOwnIncluded)
+{
+    const auto first = start();
+    const auto second = start();
+    const auto copies = second->runningApplications(kIdentifier);
+    ASSERT_THAT(copies, SizeIs(2));
+    EXPECT_EQ(copies[0]->launchDate(), first->current()->launchDate());
+    EXPECT_EQ(copies[1], second->current());
+    EXPECT_LT(copies[0]->launchDate(), copies[1]->launchDate());
+    EXPECT_EQ(copies[0]->processIdentifier(), ::getpid());
+    EXPECT_FALSE(copies[0]->isTerminated());
+}
+
+TEST_F(RunningCopies, ofAnotherApplicationAreOthers)
+{
+    const auto copy = start();
+    EXPECT_THAT(copy->runningApplications("org.example.Other"), SizeIs(0));
+}
+
+TEST_F(RunningCopies, withdrawBeforeTheyEnd)
+{
+    const auto first = start();
+    const auto second = start();
+    const auto seen = second->runningApplications(kIdentifier).at(0);
+    first->withdraw();
+    first->withdraw();
+    EXPECT_TRUE(seen->isTerminated());
+    EXPECT_THAT(QDir(QString::fromStdString(preferredFolder()))
+                    .entryList({QStringLiteral("*.socket")}, QDir::System),
+                SizeIs(1));
+    EXPECT_THAT(second->runningApplications(kIdentifier), SizeIs(1));
+    seen->activate();
+}
+
+TEST_F(RunningCopies, areBroughtForwardWithTheDesktopsPermission)
+{
+    const auto first = start();
+    const auto second = start("token-1_TIME9");
+    std::vector<std::string> permissions;
+    first->setActivationHandler(
+        [&permissions](const std::string& permission) { permissions.push_back(permission); });
+    activateFromElsewhere(*second->runningApplications(kIdentifier).at(0));
+    EXPECT_THAT(permissions, ElementsAre("token-1_TIME9"));
+}
+
+TEST_F(RunningCopies, areBroughtForwardWithoutAPermissionToo)
+{
+    const auto first = start();
+    const auto second = start();
+    std::vector<std::string> permissions;
+    first->setActivationHandler(
+        [&permissions](const std::string& permission) { permissions.push_back(permission); });
+    activateFromElsewhere(*second->runningApplications(kIdentifier).at(0));
+    EXPECT_THAT(permissions, ElementsAre(""));
+}
+
+TEST_F(RunningCopies, hearOfEarlyActivationsOnceTheyListen)
+{
+    const auto first = start();
+    const auto second = start("token");
+    const auto target = second->runningApplications(kIdentifier).at(0);
+    activateFromElsewhere(*target);
+    activateFromElsewhere(*target);
+    std::vector<std::string> permissions;
+    first->setActivationHandler(
+        [&permissions](const std::string& permission) { permissions.push_back(permission); });
+    EXPECT_THAT(permissions, IsEmpty());
+    EXPECT_TRUE(runUntil([&permissions] { return !permissions.empty(); }));
+    EXPECT_THAT(permissions, ElementsAre("token"));
+    activateFromElsewhere(*target);
+    EXPECT_THAT(permissions, ElementsAre("token", "token"));
+}
+
+TEST_F(RunningCopies, answerRequestsAndNothingElse)
+{
+    const auto copy = start();
+    int activations = 0;
+    copy->setActivationHandler([&activations](const std::string&) { ++activations; });
+    for (const std::string& garbage :
+         {std::string("GET / HTTP/1.1\r\n\r\n"), std::string("activated\n"),
+          std::string("activate \n"), std::string("activate two words\n"),
+          std::string("activate \x1b[2J\n"), std::string("\n"), std::string("\0\n", 2),
+          "activate " + std::string(450, 't') + '\n', std::string(600, 'a')})
+        EXPECT_EQ(answerTo(garbage), "") << garbage;
+    EXPECT_EQ(activations, 0);
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    EXPECT_EQ(answerTo("activate token\n"), "ok\n");
+    EXPECT_EQ(activations, 2);
+}
+
+TEST_F(RunningCopies, hangUpOnWhoSaysNothing)
+{
+    const auto copy = start();
+    EXPECT_EQ(answerTo("activ"), "");
+}
+
+TEST_F(RunningCopies, mayBeDroppedWhenTheyAreActivated)
+{
+    auto copy = start();
+    copy->setActivationHandler([&copy](const std::string&) { copy = nullptr; });
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    EXPECT_EQ(copy, nullptr);
+}
+
+TEST_F(RunningCopies, sayWhetherTheyHaveADisplay)
+{
+    const auto first = start({}, false);
+    const auto second = start();
+    const auto third = start();
+    const auto copies = third->runningApplications(kIdentifier);
+    EXPECT_FALSE(activateFromElsewhere(*copies.at(0)));
+    EXPECT_TRUE(activateFromElsewhere(*copies.at(1)));
+}
+
+TEST_F(RunningCopies, thatCannotRegisterInOneFolderDoSoInTheNextAndAreFoundInBoth)
+{
+    const auto preferred = start();
+    ASSERT_EQ(::rename(preferredFolder().c_str(), (base.path().toStdString() + "/away").c_str()),
+              0);
+    // Not a folder: nothing can be created in it, as on a file system that is full.
+    ASSERT_EQ(::symlink("/proc/self/exe", preferredFolder().c_str()), 0);
+    ::testing::internal::CaptureStderr();
+    const auto substitute = start();
+    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+    ASSERT_TRUE(substitute->current()->launchDate());
+    EXPECT_THAT(substitute->runningApplications(kIdentifier), SizeIs(1));
+
+    // The file system is no longer full.
+    ASSERT_EQ(::unlink(preferredFolder().c_str()), 0);
+    ASSERT_EQ(::rename((base.path().toStdString() + "/away").c_str(), preferredFolder().c_str()),
+              0);
+    const auto next = start();
+    const auto copies = next->runningApplications(kIdentifier);
+    ASSERT_THAT(copies, SizeIs(3));
+    EXPECT_EQ(copies[0]->launchDate(), preferred->current()->launchDate());
+    EXPECT_EQ(copies[1]->launchDate(), substitute->current()->launchDate());
+    EXPECT_EQ(copies[2], next->current());
+    std::string problem;
+    EXPECT_THAT(find(problem), SizeIs(3));
+    EXPECT_EQ(problem, "");
+}
+
+TEST_F(RunningCopies, areLookedForWithoutMakingAFolder)
+{
+    std::string problem;
+    EXPECT_THAT(find(problem), IsEmpty());
+    EXPECT_EQ(problem, "");
+    EXPECT_TRUE(QDir(base.path()).isEmpty());
+
+    ::mkdir(preferredFolder().c_str(), 0755);
+    EXPECT_THAT(find(problem), IsEmpty());
+    EXPECT_THAT(problem, HasSubstr("is open to other users"));
+
+    const auto copy = start(); // in the next folder, which is safe
+    EXPECT_THAT(find(problem), SizeIs(1));
+    EXPECT_EQ(problem, "");
+}
+
+TEST_F(RunningCopies, keepCleanersOfTemporaryFoldersOut)
+{
+    auto copy = start();
+    const FileDescriptor folder(
+        ::open(preferredFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_NE(::flock(folder.get(), LOCK_EX | LOCK_NB), 0);
+    const auto other = start();
+    EXPECT_TRUE(other->current()->launchDate()) << "several copies lock it at a time";
+    copy = nullptr;
+    EXPECT_NE(::flock(folder.get(), LOCK_EX | LOCK_NB), 0);
+}
+
+/// Fills the queue of a copy that accepts no connection meanwhile.
+class BusyCopy : public RunningCopies {
+protected:
+    void fill()
+    {
+        const FileDescriptor folder(
+            ::open(preferredFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const QStringList names =
+            QDir(QString::fromStdString(preferredFolder()))
+                .entryList({QStringLiteral("*.socket")}, QDir::System, QDir::Name);
+        Reached reached = Reached::Connected;
+        while (reached == Reached::Connected) {
+            waiting.emplace_back();
+            reached = connectTo(folder.get(), names.value(0).toStdString(), waiting.back());
+        }
+        ASSERT_EQ(reached, Reached::Busy);
+    }
+
+    std::vector<FileDescriptor> waiting;
+};
+
+TEST_F(BusyCopy, isTriedAgain)
+{
+    const auto first = start();
+    const auto second = start();
+    int activations = 0;
+    first->setActivationHandler([&activations](const std::string&) { ++activations; });
+    first->setMessageHandler(
+        [](const CopyMessage&, const RunningApplications::Answer& answer) { answer("heard"); });
+    const auto target = second->runningApplications(kIdentifier).at(0);
+    fill();
+    waiting.clear();
+    EXPECT_TRUE(activateFromElsewhere(*target));
+    EXPECT_EQ(activations, 1);
+
+    fill();
+    waiting.clear();
+    std::optional<std::string> answer;
+    elsewhere([&] { answer = target->ask("hello", std::chrono::seconds(20)); });
+    EXPECT_EQ(answer, "heard");
+}
+
+TEST_F(BusyCopy, isGivenUpInTime)
+{
+    const auto first = start();
+    const auto second = start();
+    const auto target = second->runningApplications(kIdentifier).at(0);
+    fill();
+    EXPECT_FALSE(target->isTerminated());
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_TRUE(target->activate());
+    EXPECT_GE(timer.elapsed(), 900);
+    EXPECT_EQ(target->ask("hello", std::chrono::milliseconds(50)), std::nullopt);
+}
+
+TEST_F(RunningCopies, thatExitWhenTheyAreReachedAreSeenAsTerminated)
+{
+    auto first = start();
+    const auto second = start();
+    const auto target = second->runningApplications(kIdentifier).at(0);
+    first->setActivationHandler([&first](const std::string&) { first = nullptr; });
+    activateFromElsewhere(*target);
+    EXPECT_TRUE(target->isTerminated());
+    EXPECT_FALSE(target->waitForEnd(std::chrono::milliseconds(0))) << "this process has not ended";
+}
+
+TEST_F(RunningCopies, areWaitedForEvenIfTheirProcessesAreUnknown)
+{
+    const auto first = start();
+    std::string problem;
+    const auto copies = find(problem);
+    ASSERT_THAT(copies, SizeIs(1));
+    EXPECT_FALSE(copies.front()->waitForEnd(std::chrono::milliseconds(30)));
+    elsewhere([&] {
+        // Nothing has reached it, so nothing is known of its process.
+        QMetaObject::invokeMethod(qApp, [&] { first->withdraw(); });
+        EXPECT_TRUE(copies.front()->waitForEnd(std::chrono::seconds(20)));
+    });
+}
+
+TEST_F(RunningCopies, mayReplaceTheirHandlersWhenTheyHearOfThePast)
+{
+    auto first = start();
+    const auto second = start();
+    const auto target = second->runningApplications(kIdentifier).at(0);
+    activateFromElsewhere(*target);
+    first->setActivationHandler([](const std::string&) { FAIL() << "it was replaced"; });
+    int activations = 0;
+    first->setActivationHandler([&activations](const std::string&) { ++activations; });
+    EXPECT_TRUE(runUntil([&activations] { return activations == 1; }));
+}
+
+TEST_F(RunningCopies, hearOfAnEarlyMessageOnce)
+{
+    const auto copy = start();
+    const FileDescriptor sender = connectedToOnlyCopy();
+    const std::string message = "message - hello\n";
+    ::send(sender.get(), message.data(), message.size(), MSG_NOSIGNAL);
+    // An answer means that what was sent before has been read.
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    int heard = 0;
+    for (int handlers = 0; handlers < 2; ++handlers) {
+        copy->setMessageHandler(
+            [&heard](const CopyMessage&, const RunningApplications::Answer& answer) {
+                ++heard;
+                answer("heard");
+            });
+    }
+    EXPECT_EQ(readAll(sender), "answer heard\n");
+    // Passes after whatever the handlers are still to be told.
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(RunningCopies, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
+{
+    auto copy = start();
+    std::vector<FileDescriptor> senders;
+    for (int count = 0; count < 3; ++count) {
+        senders.push_back(connectedToOnlyCopy());
+        const std::string message = "message - hello\n";
+        ::send(senders.back().get(), message.data(), message.size(), MSG_NOSIGNAL);
+    }
+    // An answer means that what was sent before has been read.
+    EXPECT_EQ(answerTo("activate\n"), "ok\n");
+    int heard = 0;
+    copy->setMessageHandler([&](const CopyMessage&, const RunningApplications::Answer&) {
+        ++heard;
+        copy = nullptr;
+    });
+    EXPECT_EQ(heard, 0);
+    for (const FileDescriptor& sender : senders)
+        EXPECT_EQ(readAll(sender), "");
+    EXPECT_EQ(heard, 1);
+}
+
+TEST_F(RunningCopies, withoutASafePlaceKnowOfNoneAndSaySo)
+{
+    ::chmod(QFile::encodeName(base.path()).constData(), 0777);
+    QDir().mkdir(base.filePath(QStringLiteral("org.example.Helper-%1").arg(::geteuid())));
+    ::testing::internal::CaptureStderr();
+    const auto copy = start();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("other instances cannot find this one: "));
+    EXPECT_EQ(copy->current()->launchDate(), std::nullopt);
+    EXPECT_THAT(copy->runningApplications(kIdentifier), SizeIs(0));
+    copy->withdraw();
+}
+
+TEST_F(RunningCopies, thatCannotRegisterInAnyFolderNameTheLastOne)
+{
+    const std::string shared = preferredFolder() + '-' + std::to_string(::geteuid());
+    for (const std::string& folder : {preferredFolder(), shared}) {
+        ASSERT_EQ(::mkdir(folder.c_str(), 0700), 0);
+        // In place of the lock, which cannot be opened then.
+        ASSERT_EQ(::mkdir((folder + "/lock").c_str(), 0700), 0);
+    }
+    ::testing::internal::CaptureStderr();
+    const auto copy = start();
+    EXPECT_THAT(::testing::internal::GetCapturedStderr(),
+                HasSubstr("cannot find this one: " + shared + ": Is a directory"));
+    EXPECT_EQ(copy->current()->launchDate(), std::nullopt);
+}
+
+} // namespace
+
+} // namespace quillbox
