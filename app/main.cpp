@@ -4,7 +4,7 @@
 #include "control/start_settings.h"
 #include "discovery/phone_discovery.h"
 #include "doctor/doctor.h"
-#include "platform/desktop/instances/running_copies.h"
+#include "platform/desktop/instances/running_instances.h"
 #include "platform/desktop/opening/desktop_workspace.h"
 #include "platform/desktop/opening/notice.h"
 #include "platform/desktop/opening/smb_opener.h"
@@ -259,10 +259,10 @@ int controlRunningCopy(const Options& options)
     std::string problem;
     // The oldest instance is the one that keeps running; newer ones are about to exit.
     const std::string activationToken = activationTokenOfEnvironment();
-    const auto copies = findRunningCopies({.folders = systemRuntimeFolders(),
-                                           .bundleIdentifier = kBundleIdentifier,
-                                           .activationToken = activationToken},
-                                          problem);
+    const auto copies = findRunningInstances({.folders = systemRuntimeFolders(),
+                                              .bundleIdentifier = kBundleIdentifier,
+                                              .activationToken = activationToken},
+                                             problem);
     if (copies.empty() && !problem.empty())
         printToStandardError("quillbox-helper: " + problem);
     const auto result = control(copies.empty() ? nullptr : copies.front().get(), *options.request,
@@ -283,10 +283,10 @@ int examine(const Options& options, char** arguments)
     const QCoreApplication application(argumentCount, arguments);
     auto examining = std::async(std::launch::async, [] { return examineSystem(kFileServiceType); });
     std::string problem;
-    const auto copies = findRunningCopies({.folders = systemRuntimeFolders(),
-                                           .bundleIdentifier = kBundleIdentifier,
-                                           .activationToken = {}},
-                                          problem);
+    const auto copies = findRunningInstances({.folders = systemRuntimeFolders(),
+                                              .bundleIdentifier = kBundleIdentifier,
+                                              .activationToken = {}},
+                                             problem);
     const auto copy =
         askRunningCopy(copies.empty() ? nullptr : copies.front().get(), kLimitOfDoctorsQuestion);
     const Examination examination = examining.get();

@@ -1,7 +1,7 @@
 // The command line, typed port numbers, and messages between instances of the program.
 
 #include "control/options.h"
-#include "platform/desktop/instances/copy_protocol.h"
+#include "platform/desktop/instances/instance_protocol.h"
 #include "platform/desktop/process/process.h"
 #include "platform/text.h"
 
@@ -33,13 +33,13 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     parsePort(text);
     if (isActivationToken(text))
         fuzz::require(text.find_first_of(" \n\r") == std::string_view::npos, "a token is one word");
-    if (const auto request = copy_protocol::requestIn(text)) {
+    if (const auto request = instance_protocol::requestIn(text)) {
         fuzz::require(request->token.empty() || isActivationToken(request->token),
                       "the token of a request is valid");
-        if (request->kind == copy_protocol::Request::Kind::Message)
-            fuzz::require(copy_protocol::message(request->token, request->text).has_value(),
-                          "a parsed message can be encoded again");
+        const auto line = instance_protocol::lineOf(*request);
+        fuzz::require(line && instance_protocol::requestIn(*line) == request,
+                      "a parsed request can be encoded again");
     }
-    copy_protocol::answerIn(text);
+    instance_protocol::answerIn(text);
     return 0;
 }

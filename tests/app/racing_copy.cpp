@@ -1,5 +1,5 @@
 #include "app/app_delegate.h"
-#include "platform/desktop/instances/running_copies.h"
+#include "platform/desktop/instances/running_instances.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/fake_network_view.h"

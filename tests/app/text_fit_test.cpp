@@ -202,8 +202,9 @@ TEST_P(TextFit, everyTextIsPaintedWhole)
         if (mayBeElided(*part))
             continue;
         const auto* paragraph = dynamic_cast<const ParagraphLabel*>(part);
-        if (paragraph)
+        if (paragraph) {
             EXPECT_FALSE(paragraph->isElided()) << paragraph->text().toStdString();
+        }
         if (!paragraph || paragraph->maximumLines() == 1) {
             EXPECT_TRUE(looksTheSameWithRoomToSpare(*part)) << textOf(*part).toStdString();
         }

@@ -3,39 +3,105 @@
 #include "platform/desktop/instances/local_socket.h"
 #include "platform/posix/file_lock.h"
 
+#include <QByteArray>
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <charconv>
 #include <ctime>
-#include <memory>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace quillbox {
 
 namespace {
 
+constexpr mode_t kFolderMode = 0700;
 constexpr const char* kLockName = "lock";
+constexpr mode_t kLockMode = 0600;
 constexpr std::string_view kSuffix = ".socket";
 constexpr std::size_t kDateDigits = 20;
-constexpr mode_t kLockMode = 0600;
 
 /// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
 constexpr std::chrono::seconds kLockLimit{3};
+
+std::string reasonOf(int error)
+{
+    return std::generic_category().message(error);
+}
+
+/// Whether the path is a folder that belongs to this user, and nobody else has these permissions.
+bool isOwn(const std::string& path, mode_t denied)
+{
+    struct stat status {};
+    return path.starts_with('/') && ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)
+           && status.st_uid == ::geteuid() && (status.st_mode & denied) == 0;
+}
+
+std::string sharedPath(const RuntimeFolders& folders, const std::string& bundleIdentifier)
+{
+    return folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid());
+}
+
+bool isFileName(const std::string& text)
+{
+    return !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
+}
+
+/// The paths at which instances register, in the order in which one tries them.
+std::vector<std::string> registrationPaths(const RuntimeFolders& folders,
+                                           const std::string& bundleIdentifier)
+{
+    constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
+    std::vector<std::string> paths;
+    if (!isFileName(bundleIdentifier))
+        return paths;
+    if (isOwn(folders.xdg, kWritableByOthers))
+        paths.push_back(folders.xdg + '/' + bundleIdentifier);
+    if (folders.user != folders.xdg && isOwn(folders.user, kWritableByOthers))
+        paths.push_back(folders.user + '/' + bundleIdentifier);
+    paths.push_back(sharedPath(folders, bundleIdentifier));
+    return paths;
+}
+
+enum class IfAbsent { Create, Fail };
+
+/// Opens a folder that belongs to this user and that nobody else may enter. Not open on failure,
+/// with the reason in `problem`, which is unchanged if the folder is absent and need not be
+/// created.
+FileDescriptor openFolder(const std::string& path, IfAbsent ifAbsent, std::string& problem)
+{
+    const auto refused = [&](const std::string& reason) {
+        problem = path + ": " + reason;
+        return FileDescriptor();
+    };
+    if (ifAbsent == IfAbsent::Create && ::mkdir(path.c_str(), kFolderMode) != 0 && errno != EEXIST)
+        return refused(reasonOf(errno));
+    FileDescriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder.isOpen() && errno == ENOENT && ifAbsent == IfAbsent::Fail)
+        return folder;
+    struct stat status {};
+    if (!folder.isOpen() || ::fstat(folder.get(), &status) != 0)
+        return refused(reasonOf(errno));
+    if (status.st_uid != ::geteuid())
+        return refused("belongs to another user");
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        return refused("is open to other users");
+    return folder;
+}
 
 /// Locks the folder with a file in it. `problem` is why, if it is not held.
 FileLock lockOf(int folder, std::string& problem)
 {
     FileDescriptor file(
         ::openat(folder, kLockName, O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, kLockMode));
-    problem = file.isOpen() ? "another instance holds the lock of the folder"
-                            : std::generic_category().message(errno);
+    problem = file.isOpen() ? "another instance holds the lock of the folder" : reasonOf(errno);
     return {std::move(file), kLockLimit};
 }
 
@@ -63,7 +129,8 @@ std::optional<std::int64_t> numberIn(std::string_view text)
     return number;
 }
 
-std::optional<Registration> registrationNamed(std::string_view fileName)
+std::optional<Registration> registrationNamed(std::string_view fileName,
+                                              std::shared_ptr<const FileDescriptor> folder)
 {
     std::string_view text = fileName;
     if (!text.ends_with(kSuffix) || text.size() <= kDateDigits || text[kDateDigits] != '-')
@@ -73,74 +140,126 @@ std::optional<Registration> registrationNamed(std::string_view fileName)
     const auto process = numberIn(text.substr(kDateDigits + 1));
     if (!date || !process)
         return std::nullopt;
-    return Registration{.fileName = std::string(fileName),
+    return Registration{.folder = std::move(folder),
+                        .fileName = std::string(fileName),
                         .processIdentifier = *process,
                         .launchDate = std::chrono::nanoseconds(*date)};
 }
 
-std::vector<Registration> registrationsIn(int folder)
+std::vector<Registration> registrationsIn(const std::shared_ptr<const FileDescriptor>& folder)
 {
     struct Close {
         void operator()(DIR* directory) const { ::closedir(directory); }
     };
     std::vector<Registration> found;
-    const int copy = ::openat(folder, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int copy = ::openat(folder->get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     const std::unique_ptr<DIR, Close> directory(copy < 0 ? nullptr : ::fdopendir(copy));
     if (!directory)
         return found;
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread uses this stream
     while (const dirent* entry = ::readdir(directory.get())) {
-        if (auto registration = registrationNamed(static_cast<const char*>(entry->d_name)))
-            found.push_back(std::move(*registration));
+        if (auto each = registrationNamed(static_cast<const char*>(entry->d_name), folder))
+            found.push_back(std::move(*each));
     }
-    std::sort(found.begin(), found.end(),
-              [](const Registration& a, const Registration& b) { return a.fileName < b.fileName; });
     return found;
 }
 
 } // namespace
 
-std::optional<OwnRegistration> addRegistration(int folder, std::string& problem)
+RuntimeFolders systemRuntimeFolders()
 {
-    std::string obstacle;
-    const FileLock lock = lockOf(folder, obstacle);
-    if (!lock.isHeld()) {
-        problem = obstacle;
-        return std::nullopt;
-    }
-    OwnRegistration own;
-    own.registration.processIdentifier = ::getpid();
-    own.registration.launchDate = now();
-    own.registration.fileName =
-        fileNameOf(own.registration.launchDate, own.registration.processIdentifier);
-    own.socket = listenAt(folder, own.registration.fileName);
-    if (!own.socket.isOpen()) {
-        problem = std::generic_category().message(errno);
-        return std::nullopt;
-    }
-    return own;
+    return {.xdg = qgetenv("XDG_RUNTIME_DIR").toStdString(),
+            .user = "/run/user/" + std::to_string(::geteuid()),
+            .shared = "/tmp"};
 }
 
-std::vector<Registration> runningRegistrations(int folder)
+std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
+                                  const std::string& bundleIdentifier)
 {
-    // A copy creates its file and starts to listen under the lock, so the holder of the lock never
-    // takes a starting copy for a dead one.
-    std::string obstacle;
-    const FileLock lock = lockOf(folder, obstacle);
-    std::vector<Registration> running;
-    for (Registration& registration : registrationsIn(folder)) {
-        if (isRunning(folder, registration))
-            running.push_back(std::move(registration));
-        else if (lock.isHeld())
-            ::unlinkat(folder, registration.fileName.c_str(), 0);
+    if (isOwn(folders.user, S_IRWXG | S_IRWXO))
+        return folders.user;
+    const std::string path = sharedPath(folders, bundleIdentifier);
+    std::string problem;
+    return openFolder(path, IfAbsent::Create, problem).isOpen() ? path : std::string();
+}
+
+std::optional<OwnRegistration> addRegistration(const RuntimeFolders& folders,
+                                               const std::string& bundleIdentifier,
+                                               std::string& problem)
+{
+    for (const std::string& path : registrationPaths(folders, bundleIdentifier)) {
+        auto folder = std::make_shared<FileDescriptor>(openFolder(path, IfAbsent::Create, problem));
+        if (!folder->isOpen())
+            continue;
+        std::string obstacle;
+        const FileLock lock = lockOf(folder->get(), obstacle);
+        if (!lock.isHeld()) {
+            problem = path + ": " + obstacle;
+            continue;
+        }
+        const auto date = now();
+        const std::string name = fileNameOf(date, ::getpid());
+        FileDescriptor socket = listenAt(folder->get(), name);
+        if (!socket.isOpen()) {
+            problem = path + ": " + reasonOf(errno);
+            continue;
+        }
+        // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
+        ::flock(folder->get(), LOCK_SH | LOCK_NB);
+        return OwnRegistration{.registration = {.folder = std::move(folder),
+                                                .fileName = name,
+                                                .processIdentifier = ::getpid(),
+                                                .launchDate = date},
+                               .socket = std::move(socket)};
     }
+    return std::nullopt;
+}
+
+void removeRegistration(const Registration& registration)
+{
+    ::unlinkat(registration.folder->get(), registration.fileName.c_str(), 0);
+}
+
+std::vector<Registration> runningRegistrations(const RuntimeFolders& folders,
+                                               const std::string& bundleIdentifier,
+                                               std::string& problem)
+{
+    std::vector<Registration> running;
+    bool isAnySafe = false;
+    for (const std::string& path : registrationPaths(folders, bundleIdentifier)) {
+        const auto folder =
+            std::make_shared<const FileDescriptor>(openFolder(path, IfAbsent::Fail, problem));
+        if (!folder->isOpen())
+            continue;
+        isAnySafe = true;
+        // An instance creates its file and starts to listen under the lock, so the holder of the
+        // lock never takes a starting one for a dead one.
+        std::string obstacle;
+        const FileLock lock = lockOf(folder->get(), obstacle);
+        for (Registration& each : registrationsIn(folder)) {
+            if (isRunning(each))
+                running.push_back(std::move(each));
+            else if (lock.isHeld())
+                removeRegistration(each);
+        }
+    }
+    if (isAnySafe)
+        problem.clear();
+    std::sort(running.begin(), running.end(),
+              [](const Registration& a, const Registration& b) { return a.fileName < b.fileName; });
+    // Two of the paths may lead to the same folder.
+    const auto rest = std::unique(
+        running.begin(), running.end(),
+        [](const Registration& a, const Registration& b) { return a.fileName == b.fileName; });
+    running.erase(rest, running.end());
     return running;
 }
 
-bool isRunning(int folder, const Registration& registration)
+bool isRunning(const Registration& registration)
 {
     FileDescriptor connection;
-    return connectTo(folder, registration.fileName, connection) != Reached::Nobody;
+    return connectTo(registration.folder->get(), registration.fileName, connection)
+           != Reached::Nobody;
 }
 
 } // namespace quillbox

@@ -4,37 +4,67 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace quillbox {
 
-/// One copy of an application, as described by the name of its file in the registration folder.
-struct Registration {
-    std::string fileName; ///< sorts by launch date
-    std::int64_t processIdentifier = 0;
-    std::chrono::nanoseconds launchDate{0}; ///< CLOCK_BOOTTIME
-
-    bool operator==(const Registration&) const = default;
+/// The folders that may contain the folder in which the instances of an application register.
+struct RuntimeFolders {
+    std::string xdg;    ///< XDG_RUNTIME_DIR; may be empty
+    std::string user;   ///< "/run/user/UID"
+    std::string shared; ///< a world-writable folder, "/tmp"
 };
 
-/// The registration of this process and its listening socket. The copy counts as running exactly as
-/// long as the socket is open, however the process ends.
+/// The folders of the current user on this computer.
+RuntimeFolders systemRuntimeFolders();
+
+/// The folder to use as XDG_RUNTIME_DIR where the session does not set it: `user`, else the folder
+/// in `shared` in which the instances of `bundleIdentifier` register, creating it if needed. Nobody
+/// else may enter it. Empty if there is no such folder.
+std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
+                                  const std::string& bundleIdentifier);
+
+/// One instance of an application, as described by the name of its socket.
+struct Registration {
+    std::shared_ptr<const FileDescriptor> folder; ///< which contains the socket; open
+    std::string fileName;                         ///< sorts by launch date
+    std::int64_t processIdentifier = 0;
+    std::chrono::nanoseconds launchDate{0}; ///< CLOCK_BOOTTIME
+};
+
+/// The registration of this process and its listening socket. The instance counts as running
+/// exactly as long as the socket is open, however the process ends.
 struct OwnRegistration {
     Registration registration;
     FileDescriptor socket;
 };
 
-/// Registers this process, with the current time as launch date. A lock serialises registrations,
-/// so they appear in the order of their launch dates. nullopt on failure, with the reason in
-/// `problem`.
-std::optional<OwnRegistration> addRegistration(int folder, std::string& problem);
+/// Registers this process as an instance of `bundleIdentifier`, with the current time as launch
+/// date. A lock serialises registrations in a folder, so they appear in the order of their launch
+/// dates. nullopt if the identifier is not a file name, or if it fails in each folder, with the
+/// last folder and its reason in `problem`.
+///
+/// Tries the folders "IDENTIFIER" in those of `xdg` and `user` that belong to this user and that
+/// only this user may write to, then "IDENTIFIER-UID" in `shared`. It creates the folder, and
+/// rejects one that is a symbolic link, belongs to another user, or may be entered by others.
+std::optional<OwnRegistration> addRegistration(const RuntimeFolders& folders,
+                                               const std::string& bundleIdentifier,
+                                               std::string& problem);
 
-/// The running copies, in the order of registration. Removes the files of dead ones.
-std::vector<Registration> runningRegistrations(int folder);
+/// Removes the registration, so that the instance is found no more.
+void removeRegistration(const Registration& registration);
 
-/// Whether that copy is still running.
-bool isRunning(int folder, const Registration& registration);
+/// The running instances in all these folders, in the order of registration. Removes the files of
+/// dead ones, and creates nothing. Empty, with the reason in `problem`, if there are folders but
+/// none is safe.
+std::vector<Registration> runningRegistrations(const RuntimeFolders& folders,
+                                               const std::string& bundleIdentifier,
+                                               std::string& problem);
+
+/// Whether that instance is still running.
+bool isRunning(const Registration& registration);
 
 } // namespace quillbox

@@ -30,21 +30,12 @@ private:
     unsigned lastNumber = 0;
 };
 
-class NoTokens final : public ActivationTokens {
-public:
-    void request(const std::string& permission, Given given) override { given(permission); }
-};
-
 } // namespace
 
 std::unique_ptr<ActivationTokens> makeActivationTokens()
 {
-    const QString platform = QGuiApplication::platformName();
-    if (platform == QStringLiteral("xcb"))
-        return makeX11Tokens();
-    if (platform.startsWith(QStringLiteral("wayland")))
-        return makeWaylandTokens();
-    return std::make_unique<NoTokens>();
+    return QGuiApplication::platformName() == QStringLiteral("xcb") ? makeX11Tokens()
+                                                                    : makeWaylandTokens();
 }
 
 std::unique_ptr<ActivationTokens> makeX11Tokens()

@@ -33,7 +33,8 @@ std::unique_ptr<ActivationTokens> makeActivationTokens();
 std::unique_ptr<ActivationTokens> makeX11Tokens();
 
 /// Requests tokens from the compositor (XDG Activation Protocol) over Qt's connection: a token is
-/// worth something only if it refers to the last input that this connection received.
+/// worth something only if it refers to the last input that this connection received. Without a
+/// connection it passes permissions on, and there are no other tokens.
 std::unique_ptr<ActivationTokens> makeWaylandTokens();
 
 } // namespace quillbox

@@ -1,5 +1,5 @@
-#include "platform/desktop/instances/copy_listener.h"
-#include "platform/desktop/instances/copy_request.h"
+#include "platform/desktop/instances/instance_client.h"
+#include "platform/desktop/instances/instance_server.h"
 #include "platform/desktop/instances/local_socket.h"
 #include "tests/platform/desktop/qt_support.h"
 
@@ -25,6 +25,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -37,37 +38,44 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A listener on the main thread, and its clients.
-class CopyExchange : public ::testing::Test {
+/// A server on the main thread, and its clients.
+class InstanceExchange : public ::testing::Test {
 protected:
-    static constexpr const char* kName = "copy.socket";
+    static constexpr const char* kName = "instance.socket";
 
-    CopyExchange() : folder(::open(path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC))
-    {
-        listen();
-    }
+    using Request = instance_protocol::Request;
+    using Answer = InstanceServer::Answer;
+
+    InstanceExchange() { listen(); }
 
     std::string path() const { return base.path().toStdString(); }
 
-    void listen(bool hasDisplay = true)
+    void listen()
     {
-        listener = std::make_unique<CopyListener>(
-            listenAt(folder.get(), kName),
-            CopyListener::Handlers{
-                .hasDisplay = hasDisplay,
-                .activation = [this](const std::string& token) { activations.push_back(token); },
-                .message =
-                    [this](const CopyMessage& message, const RunningApplications::Answer& answer) {
-                        messages.push_back(message.text);
-                        permissions.push_back(message.permission);
-                        respond(message, answer);
-                    }});
+        server = std::make_unique<InstanceServer>(
+            listenAt(folder->get(), kName), [this](const Request& request, const Answer& answer) {
+                if (!request.text) {
+                    activations.push_back(request.token);
+                    answer(answerToActivation);
+                    return;
+                }
+                messages.push_back(*request.text);
+                permissions.push_back(request.token);
+                respond(*request.text, [answer](const std::string& text) {
+                    answer(instance_protocol::lineOfAnswer(text));
+                });
+            });
+    }
+
+    InstanceClient clientOf(const char* name = kName, const std::string& token = {}) const
+    {
+        return {Registration{.folder = folder, .fileName = name}, token};
     }
 
     FileDescriptor connected() const
     {
         FileDescriptor connection;
-        EXPECT_EQ(connectTo(folder.get(), kName, connection), Reached::Connected);
+        EXPECT_EQ(connectTo(folder->get(), kName, connection), Reached::Connected);
         return connection;
     }
 
@@ -88,8 +96,8 @@ protected:
                                    std::chrono::milliseconds limit = 20s)
     {
         std::optional<std::string> answer;
-        const FileDescriptor connection = connected();
-        elsewhere([&] { answer = exchangeMessage(connection.get(), token, text, limit); });
+        InstanceClient client = clientOf(kName, token);
+        elsewhere([&] { answer = client.ask(text, limit); });
         return answer;
     }
 
@@ -121,57 +129,52 @@ protected:
     }
 
     QTemporaryDir base;
-    const FileDescriptor folder;
-    std::function<void(const CopyMessage&, const RunningApplications::Answer&)> respond =
-        [](const CopyMessage& message, const RunningApplications::Answer& answer) {
-            answer("heard " + message.text);
-        };
+    const std::shared_ptr<const FileDescriptor> folder = std::make_shared<FileDescriptor>(
+        ::open(path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    using Texts = std::function<void(const std::string& text)>;
+    std::function<void(const std::string& message, const Texts& answer)> respond =
+        [](const std::string& message, const Texts& answer) { answer("heard " + message); };
+    std::string answerToActivation = "ok";
     std::vector<std::string> activations;
     std::vector<std::string> messages;
     std::vector<std::string> permissions;
-    std::unique_ptr<CopyListener> listener;
+    std::unique_ptr<InstanceServer> server;
 };
 
-TEST_F(CopyExchange, aMessageIsAnswered)
+TEST_F(InstanceExchange, aMessageIsAnswered)
 {
     EXPECT_EQ(ask("hello \u00e4", "token"), "heard hello \u00e4");
     EXPECT_EQ(ask("again"), "heard again");
     EXPECT_THAT(permissions, ElementsAre("token", ""));
 }
 
-TEST_F(CopyExchange, anActivationTellsWhetherThereIsADisplay)
+TEST_F(InstanceExchange, anActivationTellsWhetherThereIsADisplay)
 {
     for (const bool hasDisplay : {true, false}) {
-        listener = nullptr;
-        ::unlinkat(folder.get(), kName, 0);
-        listen(hasDisplay);
+        answerToActivation = hasDisplay ? "ok" : "no display";
+        InstanceClient client = clientOf(kName, "token");
         bool isShown = !hasDisplay;
-        const FileDescriptor connection = connected();
-        elsewhere([&] { isShown = requestActivation(connection.get(), "token", 20s); });
+        elsewhere([&] { isShown = client.activate(); });
         EXPECT_EQ(isShown, hasDisplay);
     }
     EXPECT_THAT(activations, ElementsAre("token", "token"));
 }
 
-TEST_F(CopyExchange, aCopyThatDoesNotAnswerAnActivationIsGivenUpInTime)
+TEST_F(InstanceExchange, anInstanceThatDoesNotAnswerAnActivationIsGivenUpInTime)
 {
-    std::array<int, 2> ends{};
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()), 0);
-    const FileDescriptor asking(ends[0]);
-    const FileDescriptor silent(ends[1]);
     QElapsedTimer timer;
     timer.start();
-    EXPECT_TRUE(requestActivation(asking.get(), {}, 300ms));
-    EXPECT_GE(timer.elapsed(), 290);
+    EXPECT_TRUE(clientOf().activate()); // on this thread, so that the server cannot run
+    EXPECT_GE(timer.elapsed(), 990);
 }
 
-TEST_F(CopyExchange, anAnswerMayComeLater)
+TEST_F(InstanceExchange, anAnswerMayComeLater)
 {
-    RunningApplications::Answer later;
-    respond = [&](const CopyMessage&, const RunningApplications::Answer& answer) {
+    Texts later;
+    respond = [&](const std::string&, const Texts& answer) {
         later = answer;
         QMetaObject::invokeMethod(
-            listener.get(),
+            server.get(),
             [&] {
                 later("at last");
                 later("once more");
@@ -182,29 +185,25 @@ TEST_F(CopyExchange, anAnswerMayComeLater)
     later("nobody listens any more");
 }
 
-TEST_F(CopyExchange, theLongestMessageAndTheLongestAnswerPass)
+TEST_F(InstanceExchange, theLongestMessageAndTheLongestAnswerPass)
 {
     const std::string longest(RunningApplication::kLongestAnswer, 'a');
-    respond = [&longest](const CopyMessage&, const RunningApplications::Answer& answer) {
-        answer(longest);
-    };
+    respond = [&longest](const std::string&, const Texts& answer) { answer(longest); };
     const auto answer = ask(std::string(RunningApplication::kLongestMessage, 'm'));
     EXPECT_TRUE(answer == longest);
     EXPECT_EQ(messages.at(0).size(), RunningApplication::kLongestMessage);
 }
 
-TEST_F(CopyExchange, anAnswerThatIsNoLineIsNotSent)
+TEST_F(InstanceExchange, anAnswerThatIsNoLineIsNotSent)
 {
     for (const std::string& text :
          {std::string("two\nlines"), std::string(RunningApplication::kLongestAnswer + 1, 'a')}) {
-        respond = [&text](const CopyMessage&, const RunningApplications::Answer& answer) {
-            answer(text);
-        };
+        respond = [&text](const std::string&, const Texts& answer) { answer(text); };
         EXPECT_EQ(ask("hello"), std::nullopt);
     }
 }
 
-TEST_F(CopyExchange, aMessageInPiecesIsHeardOnceItIsWhole)
+TEST_F(InstanceExchange, aMessageInPiecesIsHeardOnceItIsWhole)
 {
     const FileDescriptor connection = connected();
     for (const char* piece : {"mess", "age - hel", "lo"})
@@ -215,7 +214,7 @@ TEST_F(CopyExchange, aMessageInPiecesIsHeardOnceItIsWhole)
     EXPECT_EQ(readAll(connection), "answer heard hello\n");
 }
 
-TEST_F(CopyExchange, whatIsNoRequestIsAnsweredByHangingUp)
+TEST_F(InstanceExchange, whatIsNoRequestIsAnsweredByHangingUp)
 {
     for (const std::string& bytes :
          {std::string("nonsense\n"), std::string("message\n"), std::string("\n"),
@@ -230,7 +229,7 @@ TEST_F(CopyExchange, whatIsNoRequestIsAnsweredByHangingUp)
     EXPECT_EQ(ask("hello"), "heard hello");
 }
 
-TEST_F(CopyExchange, aHalfMessageIsHungUpOnAfterAWhile)
+TEST_F(InstanceExchange, aHalfMessageIsHungUpOnAfterAWhile)
 {
     const FileDescriptor connection = connected();
     write(connection, "message - hal");
@@ -241,17 +240,17 @@ TEST_F(CopyExchange, aHalfMessageIsHungUpOnAfterAWhile)
     EXPECT_THAT(messages, IsEmpty());
 }
 
-TEST_F(CopyExchange, oneWhoDoesNotReadHoldsNobodyUp)
+TEST_F(InstanceExchange, oneWhoDoesNotReadHoldsNobodyUp)
 {
-    respond = [](const CopyMessage& message, const RunningApplications::Answer& answer) {
-        answer(message.text == "short" ? std::string("here")
-                                       : std::string(RunningApplication::kLongestAnswer, 'a'));
+    respond = [](const std::string& message, const Texts& answer) {
+        answer(message == "short" ? std::string("here")
+                                  : std::string(RunningApplication::kLongestAnswer, 'a'));
     };
     const FileDescriptor lazy = connected();
     write(lazy, "message - long\n");
     EXPECT_TRUE(runUntil([this] { return messages.size() == 1; }));
     EXPECT_EQ(ask("short"), "here");
-    // The listener closes the connection in the end; what arrives is what was in the socket
+    // The server closes the connection in the end; what arrives is what was in the socket
     // buffers.
     std::array<char, 1> byte{};
     QElapsedTimer timer;
@@ -263,23 +262,21 @@ TEST_F(CopyExchange, oneWhoDoesNotReadHoldsNobodyUp)
     EXPECT_LT(readAll(lazy).size(), RunningApplication::kLongestAnswer);
 }
 
-TEST_F(CopyExchange, oneWhoLeftBeforeTheAnswerIsForgotten)
+TEST_F(InstanceExchange, oneWhoLeftBeforeTheAnswerIsForgotten)
 {
-    RunningApplications::Answer later;
-    respond = [&later](const CopyMessage&, const RunningApplications::Answer& answer) {
-        later = answer;
-    };
+    Texts later;
+    respond = [&later](const std::string&, const Texts& answer) { later = answer; };
     {
         const FileDescriptor gone = connected();
         write(gone, "message - hello\n");
         EXPECT_TRUE(runUntil([this] { return messages.size() == 1; }));
     }
     later("too late");
-    respond = [](const CopyMessage&, const RunningApplications::Answer& answer) { answer("ok"); };
+    respond = [](const std::string&, const Texts& answer) { answer("ok"); };
     EXPECT_EQ(ask("next"), "ok");
 }
 
-TEST_F(CopyExchange, manySilentOnesOnlyDelayTheNext)
+TEST_F(InstanceExchange, manySilentOnesOnlyDelayTheNext)
 {
     std::vector<FileDescriptor> silent;
     for (int count = 0; count < 40; ++count)
@@ -288,7 +285,7 @@ TEST_F(CopyExchange, manySilentOnesOnlyDelayTheNext)
     EXPECT_THAT(messages, ElementsAre("hello"));
 }
 
-TEST_F(CopyExchange, takesNoMoreThanSoManyAtATime)
+TEST_F(InstanceExchange, takesNoMoreThanSoManyAtATime)
 {
     std::vector<FileDescriptor> silent;
     for (int count = 0; count < 40; ++count)
@@ -305,48 +302,42 @@ TEST_F(CopyExchange, takesNoMoreThanSoManyAtATime)
     EXPECT_EQ(ask("hello"), "heard hello");
 }
 
-TEST_F(CopyExchange, theListenerMayBeDroppedByWhoIsTold)
+TEST_F(InstanceExchange, theListenerMayBeDroppedByWhoIsTold)
 {
-    respond = [this](const CopyMessage&, const RunningApplications::Answer& answer) {
+    respond = [this](const std::string&, const Texts& answer) {
         answer("bye");
-        listener = nullptr;
+        server = nullptr;
         answer("still here");
     };
     EXPECT_EQ(ask("hello"), "bye");
 }
 
-TEST_F(CopyExchange, aHandlerThatDropsTheListenerLivesUntilItReturns)
+TEST_F(InstanceExchange, aHandlerThatDropsTheServerLivesUntilItReturns)
 {
-    for (const char* request : {"message - hello\n", "activate\n"}) {
-        ::unlinkat(folder.get(), kName, 0);
-        std::weak_ptr<int> content;
-        bool isAlive = false;
-        const auto drop = [&] {
-            listener = nullptr;
+    ::unlinkat(folder->get(), kName, 0);
+    std::weak_ptr<int> content;
+    bool isAlive = false;
+    InstanceServer::Handler handler;
+    {
+        const auto owned = std::make_shared<int>(0);
+        content = owned;
+        handler = [&, owned](const Request&, const Answer&) {
+            server = nullptr;
             isAlive = !content.expired();
         };
-        CopyListener::Handlers handlers;
-        {
-            const auto owned = std::make_shared<int>(0);
-            content = owned;
-            handlers.activation = [&drop, owned](const std::string&) { drop(); };
-            handlers.message = [&drop, owned](const CopyMessage&,
-                                              const RunningApplications::Answer&) { drop(); };
-        }
-        listener =
-            std::make_unique<CopyListener>(listenAt(folder.get(), kName), std::move(handlers));
-        const FileDescriptor connection = connected();
-        write(connection, request);
-        readAll(connection);
-        EXPECT_EQ(listener, nullptr);
-        EXPECT_TRUE(isAlive) << request;
     }
+    server = std::make_unique<InstanceServer>(listenAt(folder->get(), kName), std::move(handler));
+    const FileDescriptor connection = connected();
+    write(connection, "message - hello\n");
+    readAll(connection);
+    EXPECT_EQ(server, nullptr);
+    EXPECT_TRUE(isAlive);
 }
 
-TEST_F(CopyExchange, onlyTheFirstAnswerIsSent)
+TEST_F(InstanceExchange, onlyTheFirstAnswerIsSent)
 {
     const std::string longest(RunningApplication::kLongestAnswer, 'a');
-    respond = [&longest](const CopyMessage&, const RunningApplications::Answer& answer) {
+    respond = [&longest](const std::string&, const Texts& answer) {
         answer(longest);
         answer("other");
     };
@@ -354,33 +345,34 @@ TEST_F(CopyExchange, onlyTheFirstAnswerIsSent)
     EXPECT_TRUE(answer == longest);
 }
 
-TEST_F(CopyExchange, anAnswerMayTakeLongerThanARequest)
+TEST_F(InstanceExchange, anAnswerMayTakeLongerThanARequest)
 {
-    respond = [this](const CopyMessage&, const RunningApplications::Answer& answer) {
-        QTimer::singleShot(2500, listener.get(), [answer] { answer("at last"); });
+    respond = [this](const std::string&, const Texts& answer) {
+        QTimer::singleShot(2500, server.get(), [answer] { answer("at last"); });
     };
     EXPECT_EQ(ask("hello"), "at last");
 }
 
-TEST_F(CopyExchange, aCopyThatSaysNothingIsGivenUpInTime)
+TEST_F(InstanceExchange, anInstanceThatSaysNothingIsGivenUpInTime)
 {
-    respond = [](const CopyMessage&, const RunningApplications::Answer&) {};
+    respond = [](const std::string&, const Texts&) {};
     QElapsedTimer timer;
     timer.start();
     EXPECT_EQ(ask("hello", {}, 300ms), std::nullopt);
     EXPECT_GE(timer.elapsed(), 290);
 }
 
-TEST_F(CopyExchange, anAnswerOfAnotherFormIsNone)
+TEST_F(InstanceExchange, anAnswerOfAnotherFormIsNone)
 {
+    const FileDescriptor listening = listenAt(folder->get(), "other.socket");
     for (const std::string& bytes : {std::string("ok\n"), std::string("answer half"),
                                      std::string("answer a\nb"), std::string("answer a\nb\n"),
                                      std::string(RunningApplication::kLongestAnswer + 1000, 'x')}) {
-        std::array<int, 2> ends{};
-        ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-        const FileDescriptor asking(ends[0]);
-        FileDescriptor answering(ends[1]);
         std::thread other([&] {
+            pollfd arrival{listening.get(), POLLIN, 0};
+            EXPECT_EQ(::poll(&arrival, 1, 20'000), 1);
+            const FileDescriptor answering(
+                ::accept4(listening.get(), nullptr, nullptr, SOCK_CLOEXEC));
             std::array<char, 64> request{};
             EXPECT_GT(::recv(answering.get(), request.data(), request.size(), 0), 0);
             std::size_t sent = 0;
@@ -391,30 +383,20 @@ TEST_F(CopyExchange, anAnswerOfAnotherFormIsNone)
                     break;
                 sent += static_cast<std::size_t>(length);
             }
-            ::shutdown(answering.get(), SHUT_WR);
         });
-        EXPECT_EQ(exchangeMessage(asking.get(), {}, "hello", 20s), std::nullopt);
-        ::shutdown(asking.get(), SHUT_RDWR);
+        EXPECT_EQ(clientOf("other.socket").ask("hello", 20s), std::nullopt) << bytes.substr(0, 40);
         other.join();
     }
 }
 
-TEST_F(CopyExchange, theEndOfTheOtherProcessIsNoticed)
+TEST_F(InstanceExchange, theEndOfTheOtherProcessIsNoticed)
 {
-    std::array<int, 2> ends{};
-    ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
-    const FileDescriptor first(ends[0]);
-    const FileDescriptor second(ends[1]);
-    const FileDescriptor self = processBehind(first.get());
-    ASSERT_TRUE(self.isOpen());
-    EXPECT_FALSE(waitForProcess(self.get(), 50ms));
-
-    // SO_PEERCRED gives the credentials of the process that called listen(), here the child.
+    // The kernel gives the credentials of the process that called listen(), here the child.
     std::array<int, 2> ready{};
     ASSERT_EQ(::pipe2(ready.data(), O_CLOEXEC), 0);
     const pid_t child = ::fork();
     if (child == 0) {
-        const FileDescriptor listening = listenAt(folder.get(), "child.socket");
+        const FileDescriptor listening = listenAt(folder->get(), "child.socket");
         if (!listening.isOpen())
             ::_exit(1);
         [[maybe_unused]] const auto told = ::write(ready[1], "x", 1);
@@ -425,18 +407,18 @@ TEST_F(CopyExchange, theEndOfTheOtherProcessIsNoticed)
     std::array<char, 1> byte{};
     ASSERT_EQ(::read(ready[0], byte.data(), 1), 1);
     ::close(ready[0]);
-    FileDescriptor connection;
-    ASSERT_EQ(connectTo(folder.get(), "child.socket", connection), Reached::Connected);
-    const FileDescriptor process = processBehind(connection.get());
-    ASSERT_TRUE(process.isOpen());
-    EXPECT_FALSE(waitForProcess(process.get(), 50ms));
+    InstanceClient client = clientOf("child.socket");
+    EXPECT_EQ(client.ask("hello", 50ms), std::nullopt);
+    // Without its registration only the process itself tells that it has not ended.
+    ::unlinkat(folder->get(), "child.socket", 0);
+    EXPECT_FALSE(client.waitForEnd(50ms));
     ::kill(child, SIGKILL);
-    EXPECT_TRUE(waitForProcess(process.get(), 20s));
+    EXPECT_TRUE(client.waitForEnd(20s));
     ::waitpid(child, nullptr, 0);
 }
 
 /// Needs root, to switch to another user.
-class ForeignUser : public CopyExchange {
+class ForeignUser : public InstanceExchange {
 protected:
     void SetUp() override
     {
@@ -463,20 +445,23 @@ TEST_F(ForeignUser, isNotHeard)
 
 TEST_F(ForeignUser, isNotSpokenTo)
 {
-    listener = nullptr;
+    server = nullptr;
     FileDescriptor foreign;
     {
         const OrdinaryUser nobody(path());
-        foreign = listenAt(folder.get(), "foreign.socket");
+        foreign = listenAt(folder->get(), "foreign.socket");
         ASSERT_TRUE(foreign.isOpen());
     }
-    FileDescriptor connection;
-    ASSERT_EQ(connectTo(folder.get(), "foreign.socket", connection), Reached::Connected);
-    EXPECT_EQ(exchangeMessage(connection.get(), "token", "hello", 20s), std::nullopt);
-    requestActivation(connection.get(), "token", 20s);
-    const FileDescriptor accepted(::accept4(foreign.get(), nullptr, nullptr, SOCK_NONBLOCK));
-    std::array<char, 64> bytes{};
-    EXPECT_LT(::recv(accepted.get(), bytes.data(), bytes.size(), MSG_DONTWAIT), 0);
+    InstanceClient client = clientOf("foreign.socket", "token");
+    EXPECT_EQ(client.ask("hello", 20s), std::nullopt);
+    EXPECT_TRUE(client.activate());
+    for (int count = 0; count < 2; ++count) {
+        const FileDescriptor accepted(
+            ::accept4(foreign.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        ASSERT_TRUE(accepted.isOpen());
+        std::array<char, 64> bytes{};
+        EXPECT_EQ(::recv(accepted.get(), bytes.data(), bytes.size(), 0), 0);
+    }
 }
 
 } // namespace

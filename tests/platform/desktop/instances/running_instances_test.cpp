@@ -1,5 +1,5 @@
 #include "platform/desktop/instances/local_socket.h"
-#include "platform/desktop/instances/running_copies.h"
+#include "platform/desktop/instances/running_instances.h"
 #include "tests/platform/desktop/qt_support.h"
 
 #include <QAbstractEventDispatcher>
@@ -37,9 +37,9 @@ using ::testing::SizeIs;
 
 constexpr const char* kIdentifier = "org.example.Helper";
 
-class RunningCopies : public ::testing::Test {
+class RunningInstances : public ::testing::Test {
 protected:
-    RunningCopies() { environment.set("XDG_ACTIVATION_TOKEN", {}); }
+    RunningInstances() { environment.set("XDG_ACTIVATION_TOKEN", {}); }
 
     std::unique_ptr<RunningApplications> start(const std::string& token = {},
                                                bool hasDisplay = true)
@@ -52,7 +52,7 @@ protected:
 
     std::vector<std::shared_ptr<RunningApplication>> find(std::string& problem) const
     {
-        return findRunningCopies(
+        return findRunningInstances(
             {.folders = folders(), .bundleIdentifier = kIdentifier, .activationToken = {}},
             problem);
     }
@@ -126,7 +126,7 @@ protected:
     QTemporaryDir base;
 };
 
-TEST_F(RunningCopies, areListedInTheOrderOfTheirLaunchTheirOwnIncluded)
+TEST_F(RunningInstances, areListedInTheOrderOfTheirLaunchTheirOwnIncluded)
 {
     const auto first = start();
     const auto second = start();
@@ -139,13 +139,13 @@ TEST_F(RunningCopies, areListedInTheOrderOfTheirLaunchTheirOwnIncluded)
     EXPECT_FALSE(copies[0]->isTerminated());
 }
 
-TEST_F(RunningCopies, ofAnotherApplicationAreOthers)
+TEST_F(RunningInstances, ofAnotherApplicationAreOthers)
 {
     const auto copy = start();
     EXPECT_THAT(copy->runningApplications("org.example.Other"), SizeIs(0));
 }
 
-TEST_F(RunningCopies, withdrawBeforeTheyEnd)
+TEST_F(RunningInstances, withdrawBeforeTheyEnd)
 {
     const auto first = start();
     const auto second = start();
@@ -160,7 +160,7 @@ TEST_F(RunningCopies, withdrawBeforeTheyEnd)
     seen->activate();
 }
 
-TEST_F(RunningCopies, areBroughtForwardWithTheDesktopsPermission)
+TEST_F(RunningInstances, areBroughtForwardWithTheDesktopsPermission)
 {
     const auto first = start();
     const auto second = start("token-1_TIME9");
@@ -171,7 +171,7 @@ TEST_F(RunningCopies, areBroughtForwardWithTheDesktopsPermission)
     EXPECT_THAT(permissions, ElementsAre("token-1_TIME9"));
 }
 
-TEST_F(RunningCopies, areBroughtForwardWithoutAPermissionToo)
+TEST_F(RunningInstances, areBroughtForwardWithoutAPermissionToo)
 {
     const auto first = start();
     const auto second = start();
@@ -182,7 +182,7 @@ TEST_F(RunningCopies, areBroughtForwardWithoutAPermissionToo)
     EXPECT_THAT(permissions, ElementsAre(""));
 }
 
-TEST_F(RunningCopies, hearOfEarlyActivationsOnceTheyListen)
+TEST_F(RunningInstances, hearOfEarlyActivationsOnceTheyListen)
 {
     const auto first = start();
     const auto second = start("token");
@@ -199,7 +199,7 @@ TEST_F(RunningCopies, hearOfEarlyActivationsOnceTheyListen)
     EXPECT_THAT(permissions, ElementsAre("token", "token"));
 }
 
-TEST_F(RunningCopies, answerRequestsAndNothingElse)
+TEST_F(RunningInstances, answerRequestsAndNothingElse)
 {
     const auto copy = start();
     int activations = 0;
@@ -216,13 +216,13 @@ TEST_F(RunningCopies, answerRequestsAndNothingElse)
     EXPECT_EQ(activations, 2);
 }
 
-TEST_F(RunningCopies, hangUpOnWhoSaysNothing)
+TEST_F(RunningInstances, hangUpOnWhoSaysNothing)
 {
     const auto copy = start();
     EXPECT_EQ(answerTo("activ"), "");
 }
 
-TEST_F(RunningCopies, mayBeDroppedWhenTheyAreActivated)
+TEST_F(RunningInstances, mayBeDroppedWhenTheyAreActivated)
 {
     auto copy = start();
     copy->setActivationHandler([&copy](const std::string&) { copy = nullptr; });
@@ -230,7 +230,7 @@ TEST_F(RunningCopies, mayBeDroppedWhenTheyAreActivated)
     EXPECT_EQ(copy, nullptr);
 }
 
-TEST_F(RunningCopies, sayWhetherTheyHaveADisplay)
+TEST_F(RunningInstances, sayWhetherTheyHaveADisplay)
 {
     const auto first = start({}, false);
     const auto second = start();
@@ -240,7 +240,7 @@ TEST_F(RunningCopies, sayWhetherTheyHaveADisplay)
     EXPECT_TRUE(activateFromElsewhere(*copies.at(1)));
 }
 
-TEST_F(RunningCopies, thatCannotRegisterInOneFolderDoSoInTheNextAndAreFoundInBoth)
+TEST_F(RunningInstances, thatCannotRegisterInOneFolderDoSoInTheNextAndAreFoundInBoth)
 {
     const auto preferred = start();
     ASSERT_EQ(::rename(preferredFolder().c_str(), (base.path().toStdString() + "/away").c_str()),
@@ -268,7 +268,7 @@ TEST_F(RunningCopies, thatCannotRegisterInOneFolderDoSoInTheNextAndAreFoundInBot
     EXPECT_EQ(problem, "");
 }
 
-TEST_F(RunningCopies, areLookedForWithoutMakingAFolder)
+TEST_F(RunningInstances, areLookedForWithoutMakingAFolder)
 {
     std::string problem;
     EXPECT_THAT(find(problem), IsEmpty());
@@ -284,7 +284,7 @@ TEST_F(RunningCopies, areLookedForWithoutMakingAFolder)
     EXPECT_EQ(problem, "");
 }
 
-TEST_F(RunningCopies, keepCleanersOfTemporaryFoldersOut)
+TEST_F(RunningInstances, keepCleanersOfTemporaryFoldersOut)
 {
     auto copy = start();
     const FileDescriptor folder(
@@ -297,7 +297,7 @@ TEST_F(RunningCopies, keepCleanersOfTemporaryFoldersOut)
 }
 
 /// Fills the queue of a copy that accepts no connection meanwhile.
-class BusyCopy : public RunningCopies {
+class BusyInstance : public RunningInstances {
 protected:
     void fill()
     {
@@ -317,7 +317,7 @@ protected:
     std::vector<FileDescriptor> waiting;
 };
 
-TEST_F(BusyCopy, isTriedAgain)
+TEST_F(BusyInstance, isTriedAgain)
 {
     const auto first = start();
     const auto second = start();
@@ -338,7 +338,7 @@ TEST_F(BusyCopy, isTriedAgain)
     EXPECT_EQ(answer, "heard");
 }
 
-TEST_F(BusyCopy, isGivenUpInTime)
+TEST_F(BusyInstance, isGivenUpInTime)
 {
     const auto first = start();
     const auto second = start();
@@ -352,7 +352,7 @@ TEST_F(BusyCopy, isGivenUpInTime)
     EXPECT_EQ(target->ask("hello", std::chrono::milliseconds(50)), std::nullopt);
 }
 
-TEST_F(RunningCopies, thatExitWhenTheyAreReachedAreSeenAsTerminated)
+TEST_F(RunningInstances, thatExitWhenTheyAreReachedAreSeenAsTerminated)
 {
     auto first = start();
     const auto second = start();
@@ -363,7 +363,7 @@ TEST_F(RunningCopies, thatExitWhenTheyAreReachedAreSeenAsTerminated)
     EXPECT_FALSE(target->waitForEnd(std::chrono::milliseconds(0))) << "this process has not ended";
 }
 
-TEST_F(RunningCopies, areWaitedForEvenIfTheirProcessesAreUnknown)
+TEST_F(RunningInstances, areWaitedForEvenIfTheirProcessesAreUnknown)
 {
     const auto first = start();
     std::string problem;
@@ -377,7 +377,7 @@ TEST_F(RunningCopies, areWaitedForEvenIfTheirProcessesAreUnknown)
     });
 }
 
-TEST_F(RunningCopies, mayReplaceTheirHandlersWhenTheyHearOfThePast)
+TEST_F(RunningInstances, mayReplaceTheirHandlersWhenTheyHearOfThePast)
 {
     auto first = start();
     const auto second = start();
@@ -389,7 +389,7 @@ TEST_F(RunningCopies, mayReplaceTheirHandlersWhenTheyHearOfThePast)
     EXPECT_TRUE(runUntil([&activations] { return activations == 1; }));
 }
 
-TEST_F(RunningCopies, hearOfAnEarlyMessageOnce)
+TEST_F(RunningInstances, hearOfAnEarlyMessageOnce)
 {
     const auto copy = start();
     const FileDescriptor sender = connectedToOnlyCopy();
@@ -411,7 +411,7 @@ TEST_F(RunningCopies, hearOfAnEarlyMessageOnce)
     EXPECT_EQ(heard, 1);
 }
 
-TEST_F(RunningCopies, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
+TEST_F(RunningInstances, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
 {
     auto copy = start();
     std::vector<FileDescriptor> senders;
@@ -433,7 +433,7 @@ TEST_F(RunningCopies, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
     EXPECT_EQ(heard, 1);
 }
 
-TEST_F(RunningCopies, withoutASafePlaceKnowOfNoneAndSaySo)
+TEST_F(RunningInstances, withoutASafePlaceKnowOfNoneAndSaySo)
 {
     ::chmod(QFile::encodeName(base.path()).constData(), 0777);
     QDir().mkdir(base.filePath(QStringLiteral("org.example.Helper-%1").arg(::geteuid())));
@@ -446,7 +446,7 @@ TEST_F(RunningCopies, withoutASafePlaceKnowOfNoneAndSaySo)
     copy->withdraw();
 }
 
-TEST_F(RunningCopies, thatCannotRegisterInAnyFolderNameTheLastOne)
+TEST_F(RunningInstances, thatCannotRegisterInAnyFolderNameTheLastOne)
 {
     const std::string shared = preferredFolder() + '-' + std::to_string(::geteuid());
     for (const std::string& folder : {preferredFolder(), shared}) {

@@ -1,6 +1,5 @@
-#include "platform/desktop/instances/copy_listener.h"
+#include "platform/desktop/instances/instance_server.h"
 
-#include "platform/desktop/instances/copy_protocol.h"
 #include "platform/desktop/instances/local_socket.h"
 
 #include <QPointer>
@@ -8,7 +7,6 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <optional>
 #include <utility>
 
 #include <sys/socket.h>
@@ -17,12 +15,10 @@ namespace quillbox {
 
 namespace {
 
-using copy_protocol::kEndOfLine;
+using instance_protocol::kEndOfLine;
 
-constexpr std::size_t kLongestLine =
-    copy_protocol::kLongestPrefix + RunningApplication::kLongestMessage;
 constexpr std::chrono::milliseconds kRequestLimit{2000};
-constexpr std::chrono::milliseconds kAnswerLimit{35'000}; ///< for the message handler
+constexpr std::chrono::milliseconds kAnswerLimit{35'000}; ///< for the handler
 constexpr std::chrono::milliseconds kSendLimit{5000};
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr qsizetype kMostClients = 32;
@@ -30,11 +26,11 @@ constexpr qsizetype kMostClients = 32;
 } // namespace
 
 /// One connection: reads the request line, waits for the handler's answer, and writes it.
-class CopyListener::Client final : public QObject {
+class InstanceServer::Client final : public QObject {
 public:
-    Client(FileDescriptor connection, CopyListener& owner)
+    Client(FileDescriptor connection, InstanceServer& owner)
         : QObject(&owner),
-          listener(owner),
+          server(owner),
           socket(std::move(connection)),
           readable(socket.get(), QSocketNotifier::Read),
           writable(socket.get(), QSocketNotifier::Write)
@@ -63,53 +59,35 @@ private:
             return;
         }
         line.append(buffer.data(), static_cast<std::size_t>(length));
-        if (line.find(kEndOfLine) == std::string::npos && line.size() <= kLongestLine)
+        if (line.find(kEndOfLine) == std::string::npos
+            && line.size() <= instance_protocol::kLongestRequest)
             return;
         readable.setEnabled(false);
         // A valid client sends exactly one line before it has the answer. What else there may be,
         // or the missing end of a line that is too long, makes this no request.
         line.pop_back();
-        take(copy_protocol::requestIn(line));
-    }
-
-    /// Must be the caller's last step: a handler may destroy the listener and with it this client.
-    void take(const std::optional<copy_protocol::Request>& request)
-    {
-        using Kind = copy_protocol::Request::Kind;
+        const auto request = instance_protocol::requestIn(line);
         if (!request) {
             end();
-        } else if (request->kind == Kind::Activation) {
-            send(std::string(listener.handlers.hasDisplay ? copy_protocol::kActivated
-                                                          : copy_protocol::kNoDisplay));
-            // A copy: the handler may destroy the listener, which owns the original.
-            if (const auto callback = listener.handlers.activation)
-                callback(request->token);
-        } else {
-            limit.start(kAnswerLimit);
-            isAsked = true;
-            if (const auto callback = listener.handlers.message)
-                callback({.text = request->text, .permission = request->token},
-                         [self = QPointer(this)](const std::string& text) {
-                             if (self)
-                                 self->answer(text);
-                         });
-        }
-    }
-
-    void answer(const std::string& text)
-    {
-        if (!std::exchange(isAsked, false))
             return;
-        if (auto answerLine = copy_protocol::answer(text))
-            send(std::move(*answerLine));
-        else
-            end();
+        }
+        limit.start(kAnswerLimit);
+        isAsked = true;
+        // A copy: the handler may destroy the server, which owns the original and this client.
+        const auto handler = server.handler;
+        handler(*request, [self = QPointer(this)](const std::optional<std::string>& answer) {
+            if (self && std::exchange(self->isAsked, false))
+                self->send(answer);
+        });
     }
 
-    void send(std::string text)
+    void send(const std::optional<std::string>& answer)
     {
-        unsent = std::move(text);
-        unsent += kEndOfLine;
+        if (!answer) {
+            end();
+            return;
+        }
+        unsent = *answer + kEndOfLine;
         limit.start(kSendLimit);
         write();
     }
@@ -136,6 +114,7 @@ private:
 
     void end()
     {
+        isAsked = false;
         readable.setEnabled(false);
         writable.setEnabled(false);
         limit.stop();
@@ -143,7 +122,7 @@ private:
         deleteLater();
     }
 
-    CopyListener& listener;
+    InstanceServer& server;
     FileDescriptor socket;
     QSocketNotifier readable;
     QSocketNotifier writable;
@@ -154,38 +133,34 @@ private:
     std::size_t sentCount = 0;
 };
 
-CopyListener::CopyListener(FileDescriptor listening, Handlers whenHeard)
+InstanceServer::InstanceServer(FileDescriptor listening, Handler whenAsked)
     : socket(std::move(listening)),
       notifier(socket.get(), QSocketNotifier::Read),
-      handlers(std::move(whenHeard))
+      handler(std::move(whenAsked))
 {
     connect(&notifier, &QSocketNotifier::activated, this, [this] { accept(); });
 }
 
-void CopyListener::accept()
+void InstanceServer::accept()
 {
     FileDescriptor connection(
         ::accept4(socket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
     if (!connection.isOpen()) {
-        if (errno != EAGAIN && errno != EINTR && errno != ECONNABORTED)
-            pause();
+        if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED)
+            return;
+        // Most likely for lack of file descriptors. The socket stays readable, so an enabled
+        // notifier would spin.
+        notifier.setEnabled(false);
+        QTimer::singleShot(kAcceptPause, this, [this] { notifier.setEnabled(true); });
         return;
     }
     if (!isPeerOfSameUser(connection.get()))
         return;
     auto* client = new Client(std::move(connection), *this);
-    // With the notifier as context, since ~CopyListener destroys it before the child clients.
+    // With the notifier as context, since ~InstanceServer destroys it before the child clients.
     connect(client, &QObject::destroyed, &notifier, [this] { notifier.setEnabled(true); });
     if (children().size() >= kMostClients)
         notifier.setEnabled(false);
-}
-
-/// After a failed accept(), most likely for lack of file descriptors. The socket stays readable, so
-/// an enabled notifier would spin.
-void CopyListener::pause()
-{
-    notifier.setEnabled(false);
-    QTimer::singleShot(kAcceptPause, this, [this] { notifier.setEnabled(true); });
 }
 
 } // namespace quillbox
