@@ -1,11 +1,12 @@
 """Fixtures of the packaging tests: the packages, and a test network."""
 
+import fcntl
 import os
 import sys
 import tarfile
 
 import pytest
-from packing import pack
+from packing import pack, packed_in
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 # The test network and its hosts come from the network tests.
@@ -16,7 +17,13 @@ from rig.network import Lan, require_namespaces  # noqa: E402 needs the path abo
 
 @pytest.fixture(scope="session")
 def packages(tmp_path_factory):
-    return pack(tmp_path_factory.mktemp("packages"))
+    """Packed by the first process of a run that needs them; the others wait for it."""
+    base = tmp_path_factory.getbasetemp()
+    shared = base.parent if "PYTEST_XDIST_WORKER" in os.environ else base
+    folder = shared / "packages"
+    with open(f"{folder}.lock", "w", encoding="ascii") as lock:
+        fcntl.flock(lock, fcntl.LOCK_EX)
+        return packed_in(folder) if folder.exists() else pack(folder)
 
 
 @pytest.fixture(scope="session")

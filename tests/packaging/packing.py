@@ -19,6 +19,11 @@ def pack(folder, source=None, **environment):
         timeout=600,
         env=os.environ | environment,
     )
+    return packed_in(folder)
+
+
+def packed_in(folder):
+    """The Debian package and the archive in a folder."""
     deb, archive = sorted(folder.iterdir(), key=lambda path: path.suffix)
     assert (deb.suffix, archive.suffixes[-2:]) == (".deb", [".tar", ".xz"])
     return deb, archive
