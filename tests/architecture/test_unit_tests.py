@@ -8,7 +8,7 @@ from pathlib import Path
 RUNNER = Path(__file__).parents[2] / "tools/unit_tests.py"
 
 # Behaves like a GoogleTest program whose tests end as their names say.
-PROGRAM = """#!/usr/bin/env python3
+PROGRAM = """#!/usr/bin/python3 -IS
 import os, signal, sys
 tests = {tests!r}
 if "--gtest_list_tests" in sys.argv:
