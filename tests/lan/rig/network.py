@@ -1,6 +1,6 @@
 """Hosts and the network between them."""
 
-import ctypes
+import functools
 import os
 import shutil
 import socket
@@ -9,6 +9,7 @@ import threading
 
 import pytest
 
+from .nursery import Nursery, enter_network
 from .process import Process, run
 
 TYPE_SMB = "_smb._tcp"
@@ -19,8 +20,6 @@ SESSION_BUS = "unix:path=/run/user/0/bus"
 
 # Set by ./dev test where it cannot create namespaces: the reason, and what to do about it.
 NO_NAMESPACES = os.environ.get("QUILLBOX_NO_NAMESPACES")
-
-CLONE_NEWNET = 0x40000000  # sched.h
 
 HOLDER = """
 set -e
@@ -81,10 +80,8 @@ def socket_in(pid, family, kind):
     made = []
 
     def open_it():
-        libc = ctypes.CDLL(None, use_errno=True)
-        with open(f"/proc/{pid}/ns/net", encoding="ascii") as namespace_file:
-            if libc.setns(namespace_file.fileno(), CLONE_NEWNET) == 0:
-                made.append(socket.socket(family, kind))
+        enter_network(pid)
+        made.append(socket.socket(family, kind))
 
     thread = threading.Thread(target=open_it)
     thread.start()
@@ -92,6 +89,12 @@ def socket_in(pid, family, kind):
     if not made:
         raise AssertionError(f"no socket in the namespace of process {pid}")
     return made[0]
+
+
+@functools.cache
+def nursery():
+    """That of this process."""
+    return Nursery()
 
 
 class Host:
@@ -139,6 +142,12 @@ class Host:
         self._started.append(process)
         return process
 
+    def start_quickly(self, program, *arguments):
+        """Starts a Python program that uses python-zeroconf, in the network of this host."""
+        process = nursery().start(self.pid, program, *arguments)
+        self._started.append(Process([program, *arguments], process=process))
+        return self._started[-1]
+
     def run(self, *command, **more):
         return run(self.inside(command), env=more.pop("env", self.environment()), **more)
 
@@ -153,12 +162,18 @@ class Host:
         self.address4 = address4 or self.address4
         self.address6 = address6 or self.address6
         self.lan.connect(self)
-        self.run("ip", "link", "set", "eth0", "addrgenmode", "none")
-        self.run("ip", "link", "set", "eth0", "up")
-        self.run("ip", "addr", "add", f"{self.address4}/24", "dev", "eth0")
         # nodad: duplicate address detection would keep the addresses tentative for seconds.
-        for address in (self.address6, f"fe80::{self.number}"):
-            self.run("ip", "addr", "add", f"{address}/64", "dev", "eth0", "nodad")
+        self.ip(
+            "link set eth0 addrgenmode none",
+            "link set eth0 up",
+            f"addr add {self.address4}/24 dev eth0",
+            f"addr add {self.address6}/64 dev eth0 nodad",
+            f"addr add fe80::{self.number}/64 dev eth0 nodad",
+        )
+
+    def ip(self, *commands):
+        """Runs commands of ip(8) in this host, in one process."""
+        self.run("ip", "-batch", "-", input="\n".join(commands).encode())
 
     def unplug(self):
         """Deletes the interface."""
@@ -267,13 +282,12 @@ class Lan:
     def connect(self, host, link="eth0"):
         """Connects the host to the bridge with a veth pair, whose end at the host is `link`."""
         port = host.port_name if link == "eth0" else f"{host.port_name}-{link}"
-        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
-        run(
-            switch
-            + ["ip", "link", "add", port, "type", "veth"]
-            + ["peer", "name", link, "netns", str(host.pid)]
+        commands = (
+            f"link add {port} type veth peer name {link} netns {host.pid}",
+            f"link set {port} master br0 up",
         )
-        run(switch + ["ip", "link", "set", port, "master", "br0", "up"])
+        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
+        run([*switch, "ip", "-batch", "-"], input="\n".join(commands).encode())
 
     def cut(self, host):
         """Takes the host's link down at the bridge: the other hosts see silence, no link change."""

@@ -18,7 +18,7 @@ class Onlooker(Host):
         self._watcher = None
 
     def watch(self, kind=TYPE_SMB):
-        self._watcher = self.start([PYTHON, f"{HERE}/watch.py", kind], stdin=True)
+        self._watcher = self.start_quickly(f"{HERE}/watch.py", kind)
         self.wait("watching", "", 10)
 
     def mark(self):

@@ -71,7 +71,7 @@ class Phone(Host):
 
     def _order(self, what, name, **more):
         if self._announcer is None:
-            self._announcer = self.start([PYTHON, f"{HERE}/announce.py"], stdin=True)
+            self._announcer = self.start_quickly(f"{HERE}/announce.py")
         order = {
             "do": what,
             "name": name,

@@ -30,14 +30,15 @@ class Line:
 
 
 class Process:
-    """A child process; threads read its output as it arrives and keep it."""
+    """A child process; threads read its output as it arrives and keep it. `process` is one that has
+    been started already."""
 
-    def __init__(self, command, env=None, stdin=False):
+    def __init__(self, command, env=None, stdin=False, process=None):
         self.command = command
         self.lines = []
         self._changed = threading.Condition()
         self._open = 2
-        self.process = subprocess.Popen(
+        self.process = process or subprocess.Popen(
             command,
             env=env,
             stdin=subprocess.PIPE if stdin else subprocess.DEVNULL,
