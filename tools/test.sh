@@ -101,7 +101,8 @@ python_tests() {
 # Each network test makes its own network.
 call_pytest() {
     local pytest=("$python" -m pytest -c "$root/tests/pytest.ini" --rootdir="$root/tests" "$@")
-    export PYTHONDONTWRITEBYTECODE=1
+    # Every process of the run reads all tests, which takes seconds unless they are compiled.
+    export PYTHONPYCACHEPREFIX="$root/build/pytest/bytecode"
     if [ -n "$QUILLBOX_NO_NAMESPACES" ]; then
         steady "$preset" "${pytest[@]}"
     else
@@ -124,7 +125,7 @@ plain_tests() {
     if [ "$code" != 0 ]; then return; fi
     step "release unit tests" unit_tests release
     step "release network tests" python_tests release "release network tests" \
-        -m "not long and not desktops" "$root/tests"
+        -m "not long and not desktops" --dns-sd="$engines" "$root/tests"
 }
 
 sanitizer_tests() {
@@ -134,7 +135,7 @@ sanitizer_tests() {
         step "asan-ubsan unit tests" unit_tests asan-ubsan
         export QUILLBOX_HELPER="$root/build/asan-ubsan/quillbox-helper"
         step "asan-ubsan network tests" python_tests asan-ubsan "asan-ubsan network tests" \
-            -m "not long" "$root/tests/lan" "$root/tests/window"
+            -m "not long" --dns-sd="$engines" "$root/tests/lan" "$root/tests/window"
     fi
     step "tsan build" build tsan
     if [ "$code" = 0 ]; then
@@ -164,7 +165,8 @@ matrix_tests() {
 long_tests() {
     step "release build" build release
     if [ "$code" != 0 ]; then return; fi
-    step "long network tests" python_tests release "long network tests" -m long "$root/tests"
+    step "long network tests" python_tests release "long network tests" -m long \
+        --dns-sd="$engines" "$root/tests"
 }
 
 # They run one after the other, because they measure how long desktops take.
@@ -177,7 +179,7 @@ desktop_tests() {
 }
 
 run_tests() {
-    local what=plain lists=(build run test) word may_change_conditions=
+    local what=plain lists=(build run test) word engines=mixed may_change_conditions=
     filters=()
     case ${1:-} in
         --sanitizers | --long | --matrix | --desktops | --all)
@@ -202,6 +204,8 @@ run_tests() {
         echo "./dev test --$what needs root and namespaces. $QUILLBOX_NO_NAMESPACES" >&2
         exit 2
     fi
+    # Otherwise only tests about the engines run with each of them.
+    if [[ $what = all || $what = long ]]; then engines=both; fi
     # Warnings are errors on the build server only, and in the presets of developers.
     if [ "$what" = all ]; then export QUILLBOX_WARNING_AS_ERROR=ON; fi
 

@@ -1,5 +1,6 @@
 """Fixtures for the network tests: each test gets a new network, torn down when the test ends."""
 
+import contextlib
 import hashlib
 import os
 import shutil
@@ -12,24 +13,6 @@ from rig.ends import Ends, listen
 from rig.network import Lan, require_namespaces
 from rig.onlooker import Onlooker
 from rig.phone import Phone
-
-ENGINES = ("daemon", "embedded")
-
-
-def pytest_addoption(parser):
-    parser.addoption(
-        "--dns-sd",
-        choices=(*ENGINES, "both"),
-        default="both",
-        help="the DNS-SD engine to test with: avahi-daemon, the embedded one, or each in turn",
-    )
-
-
-def pytest_generate_tests(metafunc):
-    if "engine" in metafunc.fixturenames:
-        chosen = metafunc.config.getoption("--dns-sd")
-        metafunc.parametrize("engine", ENGINES if chosen == "both" else (chosen,))
-
 
 @pytest.fixture
 def lan():
@@ -53,6 +36,12 @@ def phone(lan):
 
 
 @pytest.fixture
+def bare_phone(lan):
+    """A phone that serves nothing; it is not announced yet."""
+    return lan.host("phone", of=Phone)
+
+
+@pytest.fixture
 def onlooker(lan):
     """Another computer that observes the network."""
     made = lan.host("onlooker", of=Onlooker)
@@ -68,7 +57,7 @@ def bare_computer(lan):
 
 @pytest.fixture
 def computer(bare_computer, engine):
-    """The user's computer, once with avahi-daemon and once without."""
+    """The user's computer, with avahi-daemon or without."""
     bare_computer.prepare(engine)
     return bare_computer
 
@@ -110,27 +99,41 @@ def service(lan):
 
 
 class BigFile:
-    """1 GiB of random bytes, in /dev/shm if it has enough free space."""
+    """Random bytes, in /dev/shm if it has enough free space."""
 
-    SIZE = 1 << 30
+    BLOCK = 64 << 20
 
-    def __init__(self, folder):
-        self.folder = folder
+    def __init__(self, folder, blocks):
         self.path = os.path.join(folder, "big")
         digest = hashlib.sha256()
+        block = os.urandom(self.BLOCK)
         with open(self.path, "wb") as file:
-            for _ in range(self.SIZE >> 20):
-                block = os.urandom(1 << 20)
-                digest.update(block)
-                file.write(block)
+            for number in range(blocks):
+                # Each begins elsewhere, as making random bytes takes longer than sending them.
+                start = number * 4099
+                for part in (block[start:], block[:start]):
+                    digest.update(part)
+                    file.write(part)
         self.sha256 = digest.hexdigest()
+
+
+@contextlib.contextmanager
+def big(blocks):
+    room = shutil.disk_usage("/dev/shm").free if os.path.isdir("/dev/shm") else 0
+    with tempfile.TemporaryDirectory(
+        prefix="quillbox-big-", dir="/dev/shm" if room > 3 * blocks * BigFile.BLOCK else None
+    ) as folder:
+        yield BigFile(folder, blocks)
 
 
 @pytest.fixture(scope="session")
 def big_file():
-    room = shutil.disk_usage("/dev/shm").free if os.path.isdir("/dev/shm") else 0
-    folder = tempfile.mkdtemp(
-        prefix="quillbox-big-", dir="/dev/shm" if room > 3 * BigFile.SIZE else None
-    )
-    yield BigFile(folder)
-    shutil.rmtree(folder, ignore_errors=True)
+    """256 MiB, more than all buffers on the way can hold."""
+    with big(4) as made:
+        yield made
+
+
+@pytest.fixture
+def gibibyte():
+    with big(16) as made:
+        yield made

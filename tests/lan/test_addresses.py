@@ -71,7 +71,9 @@ def test_two_dead_addresses_of_three_cost_less_than_half_a_second(computer, onlo
     assert seconds < limit(0.5)
 
 
-def test_a_phone_with_nothing_but_a_link_local_address_is_reached(computer, onlooker, server):
+def test_a_phone_with_nothing_but_a_link_local_address_is_reached(
+    computer, engine, onlooker, server
+):
     helper = computer.helper()
     link_local = f"fe80::{server.number}"
     found = appear_at(server, helper, onlooker, [link_local], server.greeter_port)
@@ -129,6 +131,7 @@ def test_port_zero_is_never_dialled(computer, onlooker, server):
     assert first_bytes(caller, 15)[1] == "b'hello\\n'"
 
 
+@pytest.mark.slow
 def test_a_phone_that_vanished_leaves_when_its_record_runs_out_and_comes_back(
     computer, onlooker, phone
 ):

@@ -4,6 +4,7 @@ import hashlib
 import os
 import subprocess
 
+import pytest
 from rig.computer import LOOKING, visible
 from rig.network import TYPE_PHONE
 from rig.onlooker import avahi_services
@@ -26,11 +27,11 @@ def appear(phone, helper, onlooker, count=1):
     return onlooker.wait("resolved", phone.service_name, 5)
 
 
-def test_a_phone_is_advertised_within_two_seconds(computer, onlooker, phone):
+def test_a_phone_is_advertised_within_two_seconds(computer, engine, onlooker, bare_phone):
     helper = computer.helper()
     helper.wait_status(LOOKING)
 
-    announced = phone.announce()
+    announced = bare_phone.announce()
 
     seen = onlooker.wait("added", "Quillbox Office", 10)
     assert seen["at"] - announced < limit(2)
@@ -42,8 +43,8 @@ def test_a_phone_is_advertised_within_two_seconds(computer, onlooker, phone):
     assert found["txt"] <= 1
 
 
-def test_a_phone_that_was_there_first_is_found(computer, onlooker, phone):
-    phone.announce()
+def test_a_phone_that_was_there_first_is_found(computer, onlooker, bare_phone):
+    bare_phone.announce()
 
     helper = computer.helper()
 
@@ -51,12 +52,13 @@ def test_a_phone_that_was_there_first_is_found(computer, onlooker, phone):
     onlooker.wait("resolved", "Quillbox Office", 5)
 
 
-def test_a_gibibyte_goes_there_and_back_unchanged(computer, onlooker, phone, big_file):
+@pytest.mark.slow
+def test_a_gibibyte_goes_there_and_back_unchanged(computer, onlooker, phone, gibibyte):
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
 
-    smbclient(computer, computer.address4, found["port"], f"put {big_file.path} big", timeout=120)
-    assert sha256_of(os.path.join(phone.share, "big")) == big_file.sha256
+    smbclient(computer, computer.address4, found["port"], f"put {gibibyte.path} big", timeout=120)
+    assert sha256_of(os.path.join(phone.share, "big")) == gibibyte.sha256
 
     download = computer.inside(smb_command(computer.address4, found["port"], "get big -"))
     with subprocess.Popen(
@@ -70,10 +72,10 @@ def test_a_gibibyte_goes_there_and_back_unchanged(computer, onlooker, phone, big
         while block := client.stdout.read(1 << 20):
             digest.update(block)
         assert client.wait(60) == 0
-    assert digest.hexdigest() == big_file.sha256
+    assert digest.hexdigest() == gibibyte.sha256
 
 
-def test_another_computer_can_use_the_advertised_address(computer, onlooker, phone):
+def test_another_computer_can_use_the_advertised_address(computer, engine, onlooker, phone):
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
 
@@ -84,12 +86,14 @@ def test_another_computer_can_use_the_advertised_address(computer, onlooker, pho
         assert "seen" in done.stdout
 
 
-def test_a_goodbye_withdraws_the_advertisement_within_two_seconds(computer, onlooker, phone):
+def test_a_goodbye_withdraws_the_advertisement_within_two_seconds(
+    computer, engine, onlooker, bare_phone
+):
     helper = computer.helper()
-    appear(phone, helper, onlooker)
+    appear(bare_phone, helper, onlooker)
     since = helper.mark()
 
-    said = phone.goodbye()
+    said = bare_phone.goodbye()
 
     gone = onlooker.wait("removed", "Quillbox Office", 10)
     assert gone["at"] - said < limit(2)
@@ -115,7 +119,7 @@ def test_a_phone_that_comes_back_elsewhere_is_followed(computer, onlooker, phone
 
 
 def test_a_phone_that_left_without_a_word_is_gone_when_its_records_run_out(
-    computer, onlooker, phone
+    computer, engine, onlooker, phone
 ):
     helper = computer.helper()
     phone.announce(host_ttl=4, other_ttl=4500)
@@ -129,7 +133,7 @@ def test_a_phone_that_left_without_a_word_is_gone_when_its_records_run_out(
     onlooker.wait("removed", "Quillbox Office", 5)
 
 
-def test_two_phones_never_answer_for_each_other(lan, computer, onlooker, phone):
+def test_two_phones_never_answer_for_each_other(lan, computer, engine, onlooker, phone):
     other = lan.host("other", of=Phone)
     other.serve()
     other.service_name = "Quillbox Kitchen"
@@ -155,7 +159,7 @@ def test_two_phones_never_answer_for_each_other(lan, computer, onlooker, phone):
     onlooker.wait("removed", "Quillbox Kitchen", 5)
 
 
-def test_a_name_with_dots_umlauts_and_an_ampersand_is_kept(lan, computer, phone):
+def test_a_name_with_dots_umlauts_and_an_ampersand_is_kept(lan, computer, engine, phone):
     # python-zeroconf cannot announce a dot inside a name; Avahi can.
     name = "Quillbox Büro & Söhne 2.0 … 第二"
     phone.start_bus()
@@ -178,20 +182,20 @@ def test_a_name_with_dots_umlauts_and_an_ampersand_is_kept(lan, computer, phone)
     assert os.listdir(phone.share) == ["here"]
 
 
-def test_other_services_of_the_same_type_are_left_alone(computer, onlooker, phone):
+def test_other_services_of_the_same_type_are_left_alone(computer, onlooker, bare_phone):
     helper = computer.helper()
     helper.wait_status(LOOKING)
 
-    phone.announce("Quillboxes")
-    phone.announce("My Quillbox")
-    phone.announce("Quillbox")
+    bare_phone.announce("Quillboxes")
+    bare_phone.announce("My Quillbox")
+    bare_phone.announce("Quillbox")
 
     helper.wait_status(visible(1))
     onlooker.wait("resolved", "Quillbox", 5)
     assert {seen["name"] for seen in onlooker.events("added")} == {"Quillbox"}
 
 
-def test_a_name_that_another_computer_has_is_changed(lan, computer, onlooker, phone):
+def test_a_name_that_another_computer_has_is_changed(lan, computer, engine, onlooker, phone):
     other = lan.host("other", of=Phone)
     other.announce("Quillbox Office", type="_smb._tcp")
     theirs = onlooker.wait("resolved", "Quillbox Office", 5)

@@ -270,9 +270,10 @@ FIRST_LIBRARY = pytest.mark.skipif(
 )
 
 
+@pytest.mark.slow
 @FIRST_LIBRARY
 @pytest.mark.parametrize("jump", ["-40000000", "+86400"], ids=["back a year", "on a day"])
-def test_a_clock_that_is_set_does_no_lasting_harm(computer, onlooker, phone, jump):
+def test_a_clock_that_is_set_does_no_lasting_harm(computer, engine, onlooker, phone, jump):
     """The wall clock jumps while the program runs; the monotonic clock does not."""
     clock = Clock(computer)
     helper = computer.helper(**clock.environment)

@@ -173,9 +173,9 @@ def test_the_status_counts_the_sessions_that_are_open(computer, onlooker, phone)
     assert gone["sessionsInAll"] >= 1
 
 
-def test_a_hostile_name_is_harmless_in_a_terminal_and_verbatim_in_json(computer, phone):
+def test_a_hostile_name_is_harmless_in_a_terminal_and_verbatim_in_json(computer, bare_phone):
     helper = computer.helper()
-    phone.announce(HOSTILE)
+    bare_phone.announce(HOSTILE)
     helper.wait_status(visible(1))
 
     plain = command(computer, "status").stdout
@@ -193,9 +193,9 @@ def test_a_hostile_name_is_harmless_in_a_terminal_and_verbatim_in_json(computer,
 # ---- what is to be done ----
 
 
-def test_an_unknown_phone_is_told_with_those_that_there_are(lan, computer, phone):
+def test_an_unknown_phone_is_told_with_those_that_there_are(lan, computer, bare_phone):
     helper = computer.helper()
-    phone.announce("Quillbox Office")
+    bare_phone.announce("Quillbox Office")
     lan.host("other", of=Phone).announce("Quillbox Kitchen")
     helper.wait_status(visible(2))
     done = command(computer, "open", "Quillbox Attic", code=UNKNOWN_PHONE)
@@ -218,9 +218,9 @@ def test_refusals_give_their_reason(bare_computer):
     assert "Enable web management" in command(bare_computer, "manage", code=REFUSED).stderr
 
 
-def test_status_says_why_file_managers_list_nothing(bare_computer, phone):
+def test_status_says_why_file_managers_list_nothing(bare_computer, bare_phone):
     helper = bare_computer.helper()
-    phone.announce("Quillbox Office")
+    bare_phone.announce("Quillbox Office")
     ready = helper.wait_status(visible(1)).text.removeprefix("status: ready: ")
     reason = "File managers list no phones, because avahi-daemon is not running: "
 
@@ -258,9 +258,9 @@ def test_restart_turns_the_finder_service_on(bare_computer):
     )
 
 
-def test_quit_returns_once_the_copy_has_ended_with_goodbyes(computer, onlooker, phone):
+def test_quit_returns_once_the_copy_has_ended_with_goodbyes(computer, onlooker, bare_phone):
     helper = computer.helper()
-    appear(phone, helper, onlooker)
+    appear(bare_phone, helper, onlooker)
     start = time.monotonic()
     command(computer, "quit")
     assert time.monotonic() - start < limit(2)

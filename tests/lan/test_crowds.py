@@ -82,10 +82,12 @@ def come_and_go_often(computer, crowd, crowds, count):
             assert own_kib(pid) <= kept[pid] + KEPT_KIB
 
 
-def test_nothing_stays_behind_of_phones_that_came_and_went(computer, crowd):
+@pytest.mark.slow
+def test_nothing_stays_behind_of_phones_that_came_and_went(computer, engine, crowd):
     come_and_go_often(computer, crowd, crowds=4, count=40)
 
 
+@pytest.mark.slow
 def test_it_ends_within_a_second_with_as_many_relays_as_there_may_be(computer, engine, crowd):
     """Each is withdrawn with a goodbye. avahi-daemon allows a client fewer registrations."""
     count = 256 if engine == "embedded" else 200

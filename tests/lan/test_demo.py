@@ -102,7 +102,7 @@ def connect(host, family, address, port):
 
 @pytest.fixture
 def demo(computer, engine):
-    """Starts the demo with each DNS-SD engine; at the end, checks that Ctrl-C removes all of it."""
+    """Starts the demo with a DNS-SD engine; at the end, checks that Ctrl-C removes all of it."""
     started = []
 
     def start(*arguments):

@@ -23,34 +23,28 @@ HARD_NAME = "Quillbox Küche & <b>Büro</b>"
 
 
 @pytest.fixture
-def desktop(lan, engine):
-    """The user's computer with a desktop, once with avahi-daemon and once without."""
-    made = lan.host("computer", of=Desktop)
-    made.prepare(engine)
-    made.log_in("file-manager")
-    return made
-
-
-@pytest.fixture
-def daemon_desktop(lan):
-    """The same with avahi-daemon only, for tests that do not depend on the engine."""
-    made = lan.host("computer", of=Desktop)
-    made.prepare("daemon")
-    made.log_in("file-manager")
-    return made
-
-
-@pytest.fixture
 def make_desktop(lan):
-    """A factory of a desktop with avahi-daemon and what else the test names (desk.py)."""
+    """A factory of a desktop with what the test names (desk.py), and with avahi-daemon or without."""
 
-    def make(*parts):
+    def make(*parts, engine="daemon"):
         made = lan.host("computer", of=Desktop)
-        made.prepare("daemon")
+        made.prepare(engine)
         made.log_in(*parts)
         return made
 
     return make
+
+
+@pytest.fixture
+def desktop(make_desktop, engine):
+    """The user's computer with a desktop, with avahi-daemon or without."""
+    return make_desktop("file-manager", engine=engine)
+
+
+@pytest.fixture
+def daemon_desktop(make_desktop):
+    """The same with avahi-daemon, for tests of what is not there without it."""
+    return make_desktop("file-manager")
 
 
 # ---- the phone's share ----
@@ -112,15 +106,16 @@ def listed_server(desktop):
     return url.rstrip("/")
 
 
-@pytest.mark.parametrize("server", ["answering", "unreachable", "local"])
-@pytest.mark.parametrize("hosts", [MULTICAST_NAMES, "files dns"], ids=["mdns", "no mdns"])
-def test_open_in_finder_hands_over_the_server_of_the_network_view(
-    desktop, engine, phone, hosts, server
-):
-    """File browsers mount a share once for each host name that they are given. Without a DNS server
-    libnss-mdns takes seconds to resolve a name, but it does. It leaves the names to a DNS server that
-    is responsible for them."""
-    desktop.set_name_service(hosts, server)
+NAME_SERVICES = [
+    pytest.param(hosts, server, id=f"{server}-{name}")
+    for hosts, name in ((MULTICAST_NAMES, "mdns"), ("files dns", "no mdns"))
+    for server in ("answering", "unreachable", "local")
+]
+
+
+def hand_over(desktop, phone):
+    """Chooses "Open in Finder", and returns the URL that the file manager is to show. It is the URL of
+    the share, which opens."""
     helper = desktop.helper()
     phone.announce("Quillbox Office")
     helper.wait_status(visible(1))
@@ -129,15 +124,36 @@ def test_open_in_finder_hands_over_the_server_of_the_network_view(
 
     url, shown = desktop.shown_folder(limit(3))
     assert shown - asked < limit(2)
-    opened = url.removesuffix("/NAS").replace("nas@", "")
-    if engine == "daemon" and hosts == MULTICAST_NAMES and server != "local":
-        assert opened == listed_server(desktop)
-        assert opened.startswith("smb://quillbox-office-computer-")
-    else:
-        # No program can resolve the host name, and without avahi-daemon there is no network view.
-        assert re.fullmatch(r"smb://127(\.\d+){3}:\d+", opened)
     mount(desktop, url)
     desktop.run("gio", "list", url, timeout=30)
+    return url.removesuffix("/NAS").replace("nas@", "")
+
+
+@pytest.mark.parametrize("hosts, server", NAME_SERVICES)
+def test_open_in_finder_hands_over_the_server_of_the_network_view(
+    daemon_desktop, phone, hosts, server
+):
+    """File browsers mount a share once for each host name that they are given. Without a DNS server
+    libnss-mdns takes seconds to resolve a name, but it does. It leaves the names to a DNS server that
+    is responsible for them."""
+    daemon_desktop.set_name_service(hosts, server)
+
+    opened = hand_over(daemon_desktop, phone)
+
+    if hosts == MULTICAST_NAMES and server != "local":
+        assert opened == listed_server(daemon_desktop)
+        assert opened.startswith("smb://quillbox-office-computer-")
+    else:
+        # No program can resolve the host name.
+        assert re.fullmatch(r"smb://127(\.\d+){3}:\d+", opened)
+
+
+def test_open_in_finder_hands_over_an_address_where_there_is_no_network_view(make_desktop, phone):
+    """Without avahi-daemon no program can resolve the host name, and none is made to try."""
+    desktop = make_desktop("file-manager", engine="embedded")
+    desktop.set_name_service(MULTICAST_NAMES, "unreachable")
+
+    assert re.fullmatch(r"smb://127(\.\d+){3}:\d+", hand_over(desktop, phone))
 
 
 def test_open_in_finder_waits_until_the_relay_is_published(desktop, engine, phone):
@@ -260,6 +276,7 @@ def test_the_command_opens_the_share_like_the_menu(make_desktop):
     assert desktop.shown_folders() == []
 
 
+@pytest.mark.slow
 def test_clicks_open_the_share_while_a_file_manager_hangs(make_desktop):
     # Or answers only after the user has logged in, as PCManFM-Qt does.
     desktop = make_desktop("hanging-manager", "notifications")
@@ -283,6 +300,7 @@ def test_clicks_open_the_share_while_a_file_manager_hangs(make_desktop):
     assert len(desktop.shown_folders()) == since + 1
 
 
+@pytest.mark.slow
 def test_a_desktop_without_a_file_manager_shows_why_nothing_opens(make_desktop):
     desktop = make_desktop("notifications")
     helper = manual(desktop)
@@ -298,6 +316,7 @@ def test_a_desktop_without_a_file_manager_shows_why_nothing_opens(make_desktop):
     assert done.stderr == f"quillbox-helper: {text}\n"
 
 
+@pytest.mark.slow
 def test_a_window_shows_why_nothing_opens_where_nothing_shows_notifications(make_desktop):
     desktop = make_desktop()
     manual(desktop)

@@ -52,12 +52,12 @@ def test_a_killed_responder_costs_no_byte_and_the_advertisement_comes_back(
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     upload = Upload(computer, found["port"], big_file.path)
-    upload.send(512)
+    upload.send(128)
     seen, statuses = onlooker.mark(), len(helper.statuses())
 
     killed = time.monotonic()
     os.kill(engine_child(helper), signal.SIGKILL)
-    upload.send(256)
+    upload.send(64)
     again = onlooker.wait("heard", "Quillbox Office", limit(5), since=seen)
     upload.finish()
 
@@ -76,11 +76,11 @@ def test_a_daemon_that_appears_in_a_transfer_takes_over(
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     upload = Upload(computer, found["port"], big_file.path)
-    upload.send(256)
+    upload.send(64)
 
     seen = onlooker.mark()
     computer.start_avahi()
-    upload.send(256)
+    upload.send(64)
     again = onlooker.wait("heard", "Quillbox Office", limit(10), since=seen)
     upload.finish()
 
@@ -101,11 +101,11 @@ def test_a_daemon_that_goes_in_a_transfer_is_stood_in_for(
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     upload = Upload(computer, found["port"], big_file.path)
-    upload.send(256)
+    upload.send(64)
 
     seen = onlooker.mark()
     computer.kill_avahi()
-    upload.send(256)
+    upload.send(64)
     onlooker.wait("heard", "Quillbox Office", limit(10), since=seen)
     upload.finish()
 

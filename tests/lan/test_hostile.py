@@ -93,7 +93,7 @@ def test_a_phone_that_a_flood_left_out_appears_when_the_flood_is_gone(
 
 
 def test_hostile_names_are_taken_as_they_are_or_not_at_all(
-    computer, onlooker, phone, speaker
+    computer, engine, onlooker, phone, speaker
 ):
     helper = computer.helper()
     appear(phone, helper, onlooker)
@@ -107,7 +107,9 @@ def test_hostile_names_are_taken_as_they_are_or_not_at_all(
     assert all(x.text.isprintable() for x in helper.process.lines)
 
 
-def test_garbled_packets_at_full_rate_do_no_harm(computer, onlooker, phone, service, speaker):
+def test_garbled_packets_at_full_rate_do_no_harm(
+    computer, engine, onlooker, phone, service, speaker
+):
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     check = standing_session(computer, found["port"], phone)

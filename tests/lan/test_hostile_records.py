@@ -28,7 +28,9 @@ def phone(service):
     return service("phone")
 
 
-def test_a_name_in_either_normal_form_is_one_phone_that_is_reached(computer, onlooker, service):
+def test_a_name_in_either_normal_form_is_one_phone_that_is_reached(
+    computer, engine, onlooker, service
+):
     """"Café" has a composed and a decomposed form in Unicode; phones may announce either."""
     helper = computer.helper()
     name = "Quillbox Café Überfahrt"
@@ -65,7 +67,7 @@ TXT_EXTREMES = {
 
 
 def test_whatever_the_txt_record_holds_the_phone_is_advertised(
-    computer, onlooker, phone, speaker
+    computer, engine, onlooker, phone, speaker
 ):
     helper = computer.helper()
     appear(phone, helper, onlooker)
@@ -109,6 +111,7 @@ def test_a_txt_record_of_64_kibibytes_is_no_harm(computer, onlooker, phone, spea
     check()
 
 
+@pytest.mark.slow
 def test_ten_thousand_names_beside_the_daemon_leave_a_phone_that_stands_alone(
     bare_computer, onlooker, phone, speaker
 ):

@@ -29,7 +29,7 @@ def test_a_typed_host_is_reached(computer, onlooker, phone, kind):
     use(computer, onlooker, phone, computer.manual_helper(typed, phone.port))
 
 
-def test_a_typed_local_name_is_found_by_multicast_dns(computer, onlooker, phone):
+def test_a_typed_local_name_is_found_by_multicast_dns(computer, engine, onlooker, phone):
     phone.announce()
 
     use(computer, onlooker, phone, computer.manual_helper("phone.local", phone.port))

@@ -105,11 +105,13 @@ def test_both_ends_may_close_in_the_same_moment(ends):
 
 
 def test_a_relay_that_ends_in_an_upload_is_an_error_and_the_next_upload_is_whole(
-    computer, onlooker, phone, big_file
+    computer, onlooker, phone
 ):
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
-    client = computer.start(smb_command(computer.address4, found["port"], f"put {big_file.path} big"))
+    # An upload that has no end of its own.
+    upload = smb_command(computer.address4, found["port"], "put - big")
+    client = computer.start(["sh", "-c", 'exec "$@" </dev/zero', "sh", *upload])
     share = os.path.join(phone.share, "big")
     wait_until(lambda: os.path.exists(share) and os.path.getsize(share) > 0, 20, "the upload")
 
@@ -130,7 +132,7 @@ def test_a_relay_that_ends_in_an_upload_is_an_error_and_the_next_upload_is_whole
 
 
 def test_an_interface_that_comes_in_the_middle_of_a_registration_delays_nothing(
-    lan, computer, onlooker, phone
+    lan, computer, engine, onlooker, phone
 ):
     helper = computer.helper()
     helper.wait_status(LOOKING)
@@ -152,6 +154,7 @@ def test_an_interface_that_comes_in_the_middle_of_a_registration_delays_nothing(
 # ---- sleep ----
 
 
+@pytest.mark.slow
 def test_a_computer_that_slept_knows_what_happened_meanwhile(
     computer, engine, onlooker, service
 ):

@@ -85,6 +85,7 @@ def test_a_phone_that_refuses_ends_the_session_and_no_other(make_ends):
 
 
 
+@pytest.mark.slow
 def test_a_phone_that_vanishes_in_a_transfer_is_dropped_and_the_others_go_on(
     lan, computer, onlooker, service
 ):
@@ -112,7 +113,7 @@ def test_a_phone_that_vanishes_in_a_transfer_is_dropped_and_the_others_go_on(
     assert read_exactly(browser, 1 << 20) == BLOB[: 1 << 20]
 
 
-def test_a_phone_that_moves_without_a_word_keeps_its_relay(computer, onlooker, service):
+def test_a_phone_that_moves_without_a_word_keeps_its_relay(computer, engine, onlooker, service):
     """New address and port under the same name: open sessions stay open, new ones go there."""
     helper = computer.helper()
     phone = service("phone")
@@ -147,7 +148,7 @@ def test_a_phone_that_moves_without_a_word_keeps_its_relay(computer, onlooker, s
     assert set(helper.statuses(since)) <= {visible(1)}
 
 
-def test_records_with_another_lifetime_change_nothing(computer, onlooker, service):
+def test_records_with_another_lifetime_change_nothing(computer, engine, onlooker, service):
     helper = computer.helper()
     phone = service("phone")
     phone.announce(host_ttl=120)
@@ -186,7 +187,7 @@ def test_a_phone_with_nothing_but_ipv6_is_reached(computer, onlooker, lan):
 
 
 def test_two_phones_of_one_name_are_one_entry_that_leads_to_either(
-    lan, computer, onlooker, service
+    lan, computer, engine, onlooker, service
 ):
     """When two separate halves of a network are joined, each may have a phone with this name."""
     first, second = service("phone"), service("other")

@@ -85,14 +85,14 @@ def test_values_of_a_wrong_type_count_as_absent(bare_computer):
     assert helper.running()
 
 
-def test_finder_visibility_that_is_off_stays_off(lan, bare_computer, onlooker, phone):
+def test_finder_visibility_that_is_off_stays_off(lan, bare_computer, onlooker, bare_phone):
     bare_computer.write_settings({"showInFinder": False})
     helper = bare_computer.helper()
     # Another computer with the program shows when an advertisement would have been seen.
     other = lan.host("other", of=Computer)
     other.helper().wait_status(LOOKING)
 
-    phone.announce()
+    bare_phone.announce()
 
     found = onlooker.wait("resolved", "Quillbox Office", limit(5))
     assert other.address4 in found["addresses"]
@@ -194,9 +194,9 @@ def test_a_copy_can_start_where_another_was_killed(bare_computer):
 
 
 @pytest.mark.parametrize("number", [signal.SIGTERM, signal.SIGKILL], ids=["asked", "killed"])
-def test_nothing_of_it_stays_when_it_ends(computer, onlooker, phone, number):
+def test_nothing_of_it_stays_when_it_ends(computer, engine, onlooker, bare_phone, number):
     helper = computer.helper()
-    appear(phone, helper, onlooker)
+    appear(bare_phone, helper, onlooker)
     assert helper.pid in computer.helper_processes()
 
     helper.process.signal(number)
@@ -205,9 +205,9 @@ def test_nothing_of_it_stays_when_it_ends(computer, onlooker, phone, number):
     wait_until(lambda: computer.helper_processes() == [], limit(2), "all of its processes gone")
 
 
-def test_the_second_start_is_as_good_as_the_first(computer, onlooker, phone):
+def test_the_second_start_is_as_good_as_the_first(computer, onlooker, bare_phone):
     first = computer.helper()
-    appear(phone, first, onlooker)
+    appear(bare_phone, first, onlooker)
     first.stop()
     onlooker.wait("removed", "Quillbox Office", 5)
     since = onlooker.mark()

@@ -25,9 +25,9 @@ def test_a_killed_daemon_costs_no_byte_and_the_advertisement_comes_back(
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
     upload = Upload(computer, found["port"], big_file.path)
-    upload.send(512)
+    upload.send(128)
     computer.kill_avahi()
-    upload.send(256)
+    upload.send(64)
     seen = onlooker.mark()
     started = computer.start_avahi()
     upload.finish()
@@ -124,7 +124,7 @@ def test_a_network_that_comes_late_is_used(lan, onlooker, phone, engine):
     assert os.listdir(phone.share) == ["here"]
 
 
-def test_a_network_that_goes_and_comes_back_is_used_again(lan, computer, onlooker, phone):
+def test_a_network_that_goes_and_comes_back_is_used_again(lan, computer, engine, onlooker, phone):
     helper = computer.helper()
     appear(phone, helper, onlooker)
 
@@ -141,7 +141,7 @@ def test_a_network_that_goes_and_comes_back_is_used_again(lan, computer, onlooke
     assert os.listdir(phone.share) == ["here"]
 
 
-def test_new_addresses_of_the_computer_are_advertised(lan, computer, onlooker, phone):
+def test_new_addresses_of_the_computer_are_advertised(lan, computer, engine, onlooker, phone):
     helper = computer.helper()
     appear(phone, helper, onlooker)
     old = (computer.address4, computer.address6)

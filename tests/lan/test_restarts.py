@@ -189,6 +189,7 @@ def looks_that_show(onlooker, phone):
     return seen
 
 
+@pytest.mark.slow
 def test_packets_that_crash_an_engine_hide_no_phone_and_cut_no_session(
     attack, computer, onlooker, phone, engine
 ):
@@ -228,6 +229,7 @@ class Supervisor:
         self._repetition.stop()
 
 
+@pytest.mark.slow
 def test_packets_that_crash_a_daemon_again_and_again_hide_no_phone_and_cut_no_session(
     attack, bare_computer, onlooker, phone
 ):

@@ -6,6 +6,7 @@ from rig.process import SLOWDOWN
 from rig.soak import Soak
 
 
+@pytest.mark.slow
 @pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers keep freed memory in quarantine")
 def test_twenty_seconds_of_everything_at_once_leave_nothing_behind(lan, computer, onlooker):
     phones = [lan.host(x, of=Phone) for x in ("phone", "restless")]

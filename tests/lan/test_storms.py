@@ -51,6 +51,7 @@ def mean(counts):
     return sum(counts) / len(counts)
 
 
+@pytest.mark.slow
 @pytest.mark.parametrize(
     "how, share",
     [

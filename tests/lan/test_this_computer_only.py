@@ -21,7 +21,9 @@ def connected(host, address, port):
     return made
 
 
-def test_another_computer_can_neither_see_nor_reach_the_relay(lan, computer, onlooker, service):
+def test_another_computer_can_neither_see_nor_reach_the_relay(
+    lan, computer, engine, onlooker, service
+):
     phone = service("phone")
     helper = computer.helper("--this-computer-only")
     # Another computer with the program shows when an advertisement would have been seen.

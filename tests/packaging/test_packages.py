@@ -238,6 +238,7 @@ def digests(paths):
     return [hashlib.sha256(path.read_bytes()).hexdigest() for path in paths]
 
 
+@pytest.mark.slow
 def test_packing_again_elsewhere_gives_the_same_bytes(packages, tmp_path):
     script = 'umask 077; exec "$0" "$@"'
     folder = tmp_path / "another folder"

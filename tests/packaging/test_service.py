@@ -111,7 +111,6 @@ def phone(lan):
 
 
 @pytest.mark.long
-@pytest.mark.parametrize("engine", ["daemon", "embedded"])
 def test_the_service_relays_a_phone(lan, user, phone, engine):
     with open(os.path.join(phone.share, "letter"), "w", encoding="utf-8") as file:
         file.write("Dear reader")

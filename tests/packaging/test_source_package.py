@@ -107,6 +107,7 @@ def lintian(path):
     return run("lintian", "--allow-root", "--display-info", "--pedantic", str(path))
 
 
+@pytest.mark.slow
 def test_lintian_has_nothing_to_say_about_the_source_package(tmp_path):
     tree = prepare(tmp_path)
     build_package(tree, "-S")

@@ -98,6 +98,7 @@ def reader(desktop):
     return Reader(desktop)
 
 
+@pytest.mark.slow
 def test_every_action_of_every_control_does_what_a_click_or_a_key_does(desktop, reader):
     reader.unfold()
     assert {name: node.actions for name, node in reader.controls().items()} == ACTIONS

@@ -11,6 +11,7 @@ from rig.phone import Phone
 from rig.process import limit
 
 
+@pytest.mark.slow
 def test_a_screen_that_hangs_for_ten_seconds_holds_up_no_byte(desktop):
     lan = desktop.lan
     onlooker = lan.host("onlooker", of=Onlooker)
