@@ -1,5 +1,6 @@
 """What the doctor says of a computer on which one thing after the other is broken for real."""
 
+import contextlib
 import glob
 import json
 import os
@@ -50,10 +51,10 @@ class Diagnosis:
         return " ".join(x["advice"] for x in self.findings if x["check"] == check)
 
 
-def doctor(computer, **environment):
+def doctor(computer, program=(PROGRAM,), **environment):
     start = time.monotonic()
     done = computer.run(
-        PROGRAM,
+        *program,
         "doctor",
         "--json",
         env=computer.environment(**environment),
@@ -83,7 +84,7 @@ def stand_in(host, script, what):
     playing.wait_line(lambda line: line.text == "ready", 10, what=what)
 
 
-def test_a_phone_whose_way_is_free(computer, phone):
+def test_a_phone_whose_way_is_free(computer, engine, phone):
     phone.announce()
     helper = computer.helper()
     helper.wait_status(visible(1))
@@ -122,25 +123,21 @@ def test_without_an_interface(lan):
     assert found.seconds < limit(6)
 
 
-def test_a_wire_that_is_cut(bare_computer, phone):
-    phone.announce()
+def test_a_wire_that_is_cut(bare_computer, bare_phone):
+    bare_phone.announce()
     bare_computer.run("ip", "link", "set", "eth0", "down")
     doctor(bare_computer).expect("interfaces", FAIL, "No network interface")
 
 
-def test_multicast_that_is_kept_out(computer, phone):
-    phone.announce()
+def test_multicast_that_is_kept_out(computer, bare_phone):
+    """An ordinary user is told as well: nothing that the doctor looks at needs other rights."""
+    bare_phone.announce()
     filter_packets(computer, "input udp dport 5353 drop")
-    found = doctor(computer)
+    program = [*AS_NOBODY, computer.shared_program()]
+    found = doctor(computer, program=program, XDG_RUNTIME_DIR="/nonexistent")
     found.expect("multicast", FAIL, "is sent on eth0, but nothing arrives on UDP 5353")
     found.expect("firewall", FAIL, "A packet filter is on and blocks multicast DNS")
     assert "nft list ruleset" in found.advice("firewall")
-
-
-def test_multicast_of_one_family_that_is_kept_out(bare_computer):
-    filter_packets(bare_computer, "input ip6 nexthdr udp udp dport 5353 drop")
-    found = doctor(bare_computer)
-    found.expect("multicast", WARN, "IPv6 multicast DNS is sent on eth0, but nothing arrives")
 
 
 def test_a_filter_that_drops_all_but_what_is_allowed(bare_computer):
@@ -153,50 +150,6 @@ def test_a_filter_that_drops_all_but_what_is_allowed(bare_computer):
     found = doctor(bare_computer)
     found.expect("firewall", OK, "No firewall on this computer blocks multicast DNS")
     found.expect("multicast", OK, "works on eth0")
-
-
-def test_multicast_that_is_kept_in(bare_computer):
-    filter_packets(bare_computer, "output udp dport 5353 drop")
-    found = doctor(bare_computer)
-    found.expect("multicast", FAIL, "cannot be sent on eth0 (Operation not permitted)")
-    assert "drops outgoing" in found.advice("multicast")
-
-
-def test_multicast_that_is_turned_off(bare_computer):
-    bare_computer.run("ip", "link", "set", "eth0", "multicast", "off")
-    doctor(bare_computer).expect("multicast", WARN, "eth0 has multicast turned off")
-
-
-def test_hosts_that_are_kept_apart(lan, bare_computer):
-    other = lan.host("other")
-    bare_computer.run(
-        *["ip", "neigh", "replace", other.address4, "lladdr", "02:00:00:00:00:99"],
-        *["dev", "eth0", "nud", "permanent"],
-    )
-    found = doctor(bare_computer)
-    found.expect("other-hosts", WARN, "1 other host on the network did not answer")
-    assert "client isolation" in found.advice("other-hosts")
-
-
-def test_a_computer_that_is_alone(bare_computer):
-    doctor(bare_computer).expect("other-hosts", WARN, "alone on its network")
-
-
-def test_a_vpn_that_takes_all_traffic(bare_computer):
-    bare_computer.run("ip", "tuntap", "add", "tun0", "mode", "tun")
-    bare_computer.run("ip", "addr", "add", "10.8.0.2/24", "dev", "tun0")
-    # With somebody at its other end, or it has no carrier.
-    script = (
-        "import fcntl, struct, sys; f = open('/dev/net/tun', 'rb+', 0);"
-        "fcntl.ioctl(f, 0x400454ca, struct.pack('16sH', b'tun0', 0x1001));"
-    )
-    stand_in(bare_computer, script, "the tunnel")
-    bare_computer.run("ip", "link", "set", "tun0", "up")
-    doctor(bare_computer).expect("vpn", OK, "No VPN")
-    bare_computer.run("ip", "route", "add", "default", "dev", "tun0")
-    found = doctor(bare_computer)
-    found.expect("vpn", WARN, "The VPN tun0 carries all traffic")
-    found.expect("interfaces", OK, "tun0 (VPN)")
 
 
 def test_a_phone_whose_network_a_vpn_includes(bare_computer, phone):
@@ -248,30 +201,7 @@ def test_firewalld(bare_computer):
     assert "--add-service=mdns" in found.advice("firewall")
 
 
-def test_an_ordinary_user(bare_computer):
-    """Nothing that the doctor looks at needs other rights."""
-    filter_packets(bare_computer, "input udp dport 5353 drop")
-    done = bare_computer.run(
-        *[*AS_NOBODY, bare_computer.shared_program(), "doctor", "--json"],
-        env=bare_computer.environment(XDG_RUNTIME_DIR="/nonexistent"),
-        check=False,
-        timeout=limit(20),
-    )
-    found = Diagnosis(done, 0)
-    found.expect("firewall", FAIL, "A packet filter is on and blocks multicast DNS")
-
-
 # ---- DNS-SD engine ----
-
-
-def test_the_daemon_and_its_absence(bare_computer):
-    found = doctor(bare_computer)
-    found.expect("dns-sd", WARN, "avahi-daemon is not running")
-    bare_computer.start_bus()
-    doctor(bare_computer).expect("dns-sd", WARN, "avahi-daemon is not running")
-    bare_computer.start_avahi()
-    found = doctor(bare_computer)
-    found.expect("dns-sd", OK, "avahi 0.8 is running as computer.local")
 
 
 def test_a_bus_that_says_nothing(bare_computer):
@@ -290,51 +220,25 @@ def test_a_bus_that_says_nothing(bare_computer):
     wait_until(lambda: bare_computer.helper_processes() == [], limit(5), "its end")
 
 
-def test_a_port_that_is_shared(bare_computer):
-    held = bare_computer.socket(kind=socket.SOCK_DGRAM)
-    held.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)
-    held.bind(("0.0.0.0", 5353))
-    try:
-        doctor(bare_computer).expect("multicast", OK, "works on eth0")
-    finally:
-        held.close()
-
-
-def test_a_port_that_is_kept(bare_computer):
-    held = bare_computer.socket(kind=socket.SOCK_DGRAM)
-    held.bind(("0.0.0.0", 5353))
-    try:
-        found = doctor(bare_computer)
-        found.expect("multicast", WARN, "Cannot listen on UDP 5353 on eth0 with IPv4")
-        assert "'sudo ss -ulnp" in found.advice("multicast")
-    finally:
-        held.close()
-
-
 # ---- phones ----
 
 
-def test_a_phone_that_refuses(computer, lan):
-    lan.host("phone", of=Phone).announce()
-    found = doctor(computer)
-    found.expect("phones", FAIL, "port 4445, refuses connections")
-    assert "turn sharing on" in found.advice("phones")
-
-
-def test_a_phone_behind_a_filter(computer, phone):
-    phone.announce()
-    filter_packets(phone, "input tcp dport 4445 drop")
+def test_a_phone_behind_a_filter(computer, bare_phone):
+    bare_phone.announce()
+    filter_packets(bare_phone, "input tcp dport 4445 drop")
     found = doctor(computer)
     found.expect("phones", FAIL, "port 4445, does not answer")
     assert found.seconds < limit(6)
 
 
-def test_a_phone_of_another_name_and_a_hostile_one(computer, lan):
+def test_a_phone_of_another_name_and_one_of_a_hostile_name_that_refuses(computer, lan):
     lan.host("first", of=Phone).announce("Attic")
     lan.host("second", of=Phone).announce("Quillbox \u009b2J\u202e")
     found = doctor(computer)
     found.expect("phones", WARN, '"Attic" is not shown')
     found.expect("phones", FAIL, '"Quillbox \u009b2J\u202e" at ')
+    found.expect("phones", FAIL, "port 4445, refuses connections")
+    assert "turn sharing on" in found.advice("phones")
     plain = computer.run(
         PROGRAM, "doctor", env=computer.environment(), check=False, timeout=limit(20)
     )
@@ -350,11 +254,212 @@ def test_no_phone(computer):
     found.expect("running-copy", WARN, "its status is: Looking for Quillbox on this network…")
 
 
-def test_no_phone_that_is_missed(bare_computer):
-    bare_computer.manual_helper("192.0.2.7", 4445).wait_status(
-        "ready: Quillbox is visible in Finder"
+# ---- checks that have nothing to do with each other ----
+
+# Each of these functions changes one thing of a computer and returns what the doctor tells of it:
+# check, result, text, and part of the advice if there is one. `undo` is for what is to be undone after
+# the diagnosis. Several share a computer, because the doctor listens for three seconds.
+
+
+def no_daemon(computer, undo):
+    return "dns-sd", WARN, "avahi-daemon is not running"
+
+
+def bus_without_daemon(computer, undo):
+    computer.start_bus()
+    return "dns-sd", WARN, "avahi-daemon is not running"
+
+
+def daemon(computer, undo):
+    computer.prepare("daemon")
+    return "dns-sd", OK, "avahi 0.8 is running as computer.local"
+
+
+def alone(computer, undo):
+    return "other-hosts", WARN, "alone on its network"
+
+
+def kept_apart(computer, undo):
+    other = computer.lan.host("other")
+    computer.run(
+        *["ip", "neigh", "replace", other.address4, "lladdr", "02:00:00:00:00:99"],
+        *["dev", "eth0", "nud", "permanent"],
     )
-    doctor(bare_computer).expect("phones", WARN, "a manually entered address")
+    return "other-hosts", WARN, "1 other host on the network did not answer", "client isolation"
+
+
+def multicast_off(computer, undo):
+    computer.run("ip", "link", "set", "eth0", "multicast", "off")
+    return "multicast", WARN, "eth0 has multicast turned off"
+
+
+def multicast_kept_in(computer, undo):
+    filter_packets(computer, "output udp dport 5353 drop")
+    return "multicast", FAIL, "cannot be sent on eth0 (Operation not permitted)", "drops outgoing"
+
+
+def ipv6_multicast_kept_out(computer, undo):
+    filter_packets(computer, "input ip6 nexthdr udp udp dport 5353 drop")
+    return "multicast", WARN, "IPv6 multicast DNS is sent on eth0, but nothing arrives"
+
+
+def hold_port(computer, undo, shared):
+    held = undo.enter_context(computer.socket(kind=socket.SOCK_DGRAM))
+    held.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, shared)
+    held.bind(("0.0.0.0", 5353))
+
+
+def port_shared(computer, undo):
+    hold_port(computer, undo, shared=True)
+    return "multicast", OK, "works on eth0"
+
+
+def port_kept(computer, undo):
+    hold_port(computer, undo, shared=False)
+    return "multicast", WARN, "Cannot listen on UDP 5353 on eth0 with IPv4", "'sudo ss -ulnp"
+
+
+def tunnel(computer, undo):
+    computer.run("ip", "tuntap", "add", "tun0", "mode", "tun")
+    computer.run("ip", "addr", "add", "10.8.0.2/24", "dev", "tun0")
+    # With somebody at its other end, or it has no carrier.
+    script = (
+        "import fcntl, struct, sys; f = open('/dev/net/tun', 'rb+', 0);"
+        "fcntl.ioctl(f, 0x400454ca, struct.pack('16sH', b'tun0', 0x1001));"
+    )
+    stand_in(computer, script, "the tunnel")
+    computer.run("ip", "link", "set", "tun0", "up")
+    return "vpn", OK, "No VPN"
+
+
+def tunnel_for_all_traffic(computer, undo):
+    tunnel(computer, undo)
+    computer.run("ip", "route", "add", "default", "dev", "tun0")
+    return "vpn", WARN, "The VPN tun0 carries all traffic"
+
+
+def tunnel_as_interface(computer, undo):
+    tunnel(computer, undo)
+    return "interfaces", OK, "tun0 (VPN)"
+
+
+def hide(computer, pattern):
+    """Empties the folders that match the pattern; the machine may or may not have them."""
+    for folder in glob.glob(pattern):
+        computer.run("mount", "-t", "tmpfs", "tmpfs", folder)
+
+
+def file_browser_of_gnome(computer, undo):
+    hide(computer, "/usr/lib*/*/qt[56]/plugins/kf[56]/kio")  # of kio-extras
+    hide(computer, "/usr/lib*/*/plugins/kf[56]/kio")
+    return "file-browser", OK, "GVfs can open SMB shares"
+
+
+def no_file_browser(computer, undo):
+    file_browser_of_gnome(computer, undo)
+    hide(computer, "/usr/share/gvfs")
+    return "file-browser", WARN, "No file manager here", "gvfs-backends"
+
+
+def no_file_browser_on_a_desktop(computer, undo):
+    return on_a_desktop(no_file_browser(computer, undo))
+
+
+def on_a_desktop(told):
+    """What is only a warning on a computer that may have no screen."""
+    return told[0], FAIL, *told[2:]
+
+
+def names_found(computer, undo):
+    computer.set_name_service(MULTICAST_NAMES)
+    return "host-names", OK, "computer.local is resolved by multicast DNS"
+
+
+def names_not_set(computer, undo):
+    computer.set_name_service("files dns")
+    return "host-names", WARN, "are not resolved by multicast DNS", "libnss-mdns"
+
+
+def names_not_set_on_a_desktop(computer, undo):
+    return on_a_desktop(names_not_set(computer, undo))
+
+
+def names_set_and_not_found(computer, undo):
+    computer.set_name_service(MULTICAST_NAMES)
+    # The module asks by this socket.
+    computer.run("rm", "/run/avahi-daemon/socket")
+    return "host-names", WARN, "cannot be resolved"
+
+
+def names_slow_without_a_dns_server(computer, undo):
+    computer.set_name_service(MULTICAST_NAMES, "unreachable")
+    return "host-names", WARN, "no DNS server answers"
+
+
+def names_asked_of_resolved(computer, undo):
+    computer.set_name_service("files resolve [!UNAVAIL=return] dns")
+    return "host-names", WARN, "systemd-resolved does not resolve", "before 'resolve'"
+
+
+def manual_mode(computer, undo):
+    helper = computer.manual_helper("192.0.2.7", 4445)
+    helper.wait_status("ready: Quillbox is visible in Finder")
+    return "phones", WARN, "a manually entered address"
+
+
+def stuck_copy(computer, undo):
+    helper = computer.helper()
+    helper.wait_status(LOOKING)
+    helper.process.signal(signal.SIGSTOP)
+    undo.callback(helper.process.signal, signal.SIGCONT)
+    return "running-copy", FAIL, "does not answer"
+
+
+def screen_without_status_icons(computer, undo):
+    screen = computer.start(SCREEN)
+    screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
+    return "status-icon", WARN, "The desktop shows no status icons", "appindicator"
+
+
+WAIT_TRAY = """
+import time, Xlib.display
+display = Xlib.display.Display(":1")
+while not display.get_selection_owner(display.intern_atom("_NET_SYSTEM_TRAY_S0")):
+    time.sleep(0.05)
+"""
+
+
+def screen_with_tray(computer, undo):
+    screen_without_status_icons(computer, undo)
+    computer.start(["trayer"], env=computer.environment(DISPLAY=":1"))
+    computer.run(PYTHON, "-c", WAIT_TRAY, timeout=limit(20))
+    return "status-icon", OK, "The desktop shows status icons"
+
+
+@pytest.mark.parametrize(
+    "display, states",
+    [
+        (None, [daemon, names_found, file_browser_of_gnome, port_shared, tunnel, kept_apart]),
+        (None, [daemon, names_not_set, no_file_browser, tunnel_for_all_traffic]),
+        (":7", [daemon, names_not_set_on_a_desktop, no_file_browser_on_a_desktop]),
+        (None, [daemon, names_set_and_not_found, stuck_copy, multicast_off]),
+        (None, [daemon, names_slow_without_a_dns_server, manual_mode]),
+        (None, [daemon, names_asked_of_resolved, multicast_kept_in]),
+        (":1", [no_daemon, screen_without_status_icons, alone]),
+        (":1", [bus_without_daemon, screen_with_tray, ipv6_multicast_kept_out]),
+        (None, [port_kept, tunnel_as_interface]),
+    ],
+    ids=lambda value: ", ".join(x.__name__ for x in value) if isinstance(value, list) else str(value),
+)
+def test_each_check_tells_the_state_of_its_own(bare_computer, display, states):
+    with contextlib.ExitStack() as undo:
+        told = [state(bare_computer, undo) for state in states]
+        found = doctor(bare_computer, **({"DISPLAY": display} if display else {}))
+    for check, result, text, *advice in told:
+        found.expect(check, result, text)
+        for each in advice:
+            assert each in found.advice(check)
+    assert found.seconds < limit(6)
 
 
 # ---- the desktop ----
@@ -365,91 +470,6 @@ def desktop(lan):
     return lan.host("desktop", of=Desktop)
 
 
-def hide(computer, pattern):
-    """Empties the folders that match the pattern; the machine may or may not have them."""
-    for folder in glob.glob(pattern):
-        computer.run("mount", "-t", "tmpfs", "tmpfs", folder)
-
-
-def test_no_file_browser_for_shares(bare_computer):
-    hide(bare_computer, "/usr/lib*/*/qt[56]/plugins/kf[56]/kio")  # of kio-extras
-    hide(bare_computer, "/usr/lib*/*/plugins/kf[56]/kio")
-    doctor(bare_computer).expect("file-browser", OK, "GVfs can open SMB shares")
-    hide(bare_computer, "/usr/share/gvfs")
-    found = doctor(bare_computer)
-    found.expect("file-browser", WARN, "No file manager here")
-    assert "gvfs-backends" in found.advice("file-browser")
-    doctor(bare_computer, DISPLAY=":7").expect("file-browser", FAIL, "No file manager here")
-
-
-def test_names_of_multicast_dns(bare_computer):
-    bare_computer.start_bus()
-    bare_computer.start_avahi()
-    bare_computer.set_name_service("files dns")
-    for environment, result in (({}, WARN), ({"DISPLAY": ":7"}, FAIL)):
-        found = doctor(bare_computer, **environment)
-        found.expect("host-names", result, "are not resolved by multicast DNS")
-        assert "libnss-mdns" in found.advice("host-names")
-    bare_computer.set_name_service(MULTICAST_NAMES)
-    doctor(bare_computer).expect("host-names", OK, "computer.local is resolved by multicast DNS")
-
-
-def test_names_that_are_set_and_not_found(bare_computer):
-    bare_computer.start_bus()
-    bare_computer.start_avahi()
-    bare_computer.set_name_service(MULTICAST_NAMES)
-    # The module asks by this socket.
-    bare_computer.run("rm", "/run/avahi-daemon/socket")
-    doctor(bare_computer).expect("host-names", WARN, "cannot be resolved")
-
-
-def test_names_that_take_long_without_a_dns_server(bare_computer):
-    bare_computer.start_bus()
-    bare_computer.start_avahi()
-    bare_computer.set_name_service(MULTICAST_NAMES, "unreachable")
-    doctor(bare_computer).expect("host-names", WARN, "no DNS server answers")
-
-
-def test_names_that_systemd_resolved_is_asked_for(bare_computer):
-    bare_computer.start_bus()
-    bare_computer.start_avahi()
-    bare_computer.set_name_service("files resolve [!UNAVAIL=return] dns")
-    found = doctor(bare_computer)
-    found.expect("host-names", WARN, "systemd-resolved does not resolve")
-    assert "before 'resolve'" in found.advice("host-names")
-
-
 def test_a_desktop_that_shows_status_icons(desktop):
     desktop.log_in()
     doctor(desktop).expect("status-icon", OK, "The desktop shows status icons")
-
-
-def test_a_desktop_that_shows_none(bare_computer):
-    screen = bare_computer.start(SCREEN)
-    screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
-    found = doctor(bare_computer, DISPLAY=":1")
-    found.expect("status-icon", WARN, "The desktop shows no status icons")
-    assert "appindicator" in found.advice("status-icon")
-
-
-def test_a_desktop_with_a_tray(bare_computer):
-    screen = bare_computer.start(SCREEN)
-    screen.wait_line(lambda line: line.text.isdigit(), 20, what="the screen")
-    bare_computer.start(["trayer"], env=bare_computer.environment(DISPLAY=":1"))
-    wait_until(
-        lambda: doctor(bare_computer, DISPLAY=":1").says("status-icon", OK, "shows status icons"),
-        limit(20),
-        "the tray",
-    )
-
-
-def test_a_copy_that_is_stuck(bare_computer):
-    helper = bare_computer.helper()
-    helper.wait_status(LOOKING)
-    helper.process.signal(signal.SIGSTOP)
-    try:
-        found = doctor(bare_computer)
-    finally:
-        helper.process.signal(signal.SIGCONT)
-    found.expect("running-copy", FAIL, "does not answer")
-    assert found.seconds < limit(6)
