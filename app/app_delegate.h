@@ -5,7 +5,7 @@
 #include "discovery/discovered_device.h"
 #include "discovery/management_resolver.h"
 #include "discovery/phone_discovery.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 #include "relay/finder_relay.h"
 #include "ui/dot_label.h"
 #include "ui/edit_field.h"

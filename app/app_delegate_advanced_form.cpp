@@ -1,9 +1,9 @@
 #include "app/app_delegate.h"
 #include "ui/accessibility.h"
-#include "ui/brand.h"
 #include "ui/content_area.h"
-#include "ui/helper_style.h"
-#include "ui/text_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/helper_style.h"
+#include "ui/look/text_style.h"
 
 #include <QGridLayout>
 #include <QHBoxLayout>

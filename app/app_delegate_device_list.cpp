@@ -1,7 +1,7 @@
 #include "app/app_delegate.h"
-#include "ui/brand.h"
 #include "ui/device_row.h"
-#include "ui/text_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/text_style.h"
 
 #include <QByteArray>
 #include <QLayout>

@@ -1,5 +1,5 @@
 #include "app/app_delegate.h"
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <QGuiApplication>
 #include <QPointer>

@@ -1,14 +1,14 @@
 #include "app/app_delegate.h"
 #include "ui/accessibility.h"
-#include "ui/brand.h"
 #include "ui/content_area.h"
-#include "ui/focus_ring.h"
 #include "ui/frame_sizer.h"
 #include "ui/header.h"
-#include "ui/helper_style.h"
-#include "ui/icons.h"
-#include "ui/rounded_box.h"
-#include "ui/text_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/focus_ring.h"
+#include "ui/look/helper_style.h"
+#include "ui/look/icons.h"
+#include "ui/look/rounded_box.h"
+#include "ui/look/text_style.h"
 
 #include <QApplication>
 #include <QEvent>

@@ -1,7 +1,7 @@
 #include "app/app_delegate.h"
-#include "platform/standard_error.h"
-#include "ui/brand.h"
-#include "ui/icons.h"
+#include "platform/values/standard_error.h"
+#include "ui/look/brand.h"
+#include "ui/look/icons.h"
 #include "ui/shown_text.h"
 
 #include <QAccessible>

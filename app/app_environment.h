@@ -6,10 +6,10 @@
 #include "platform/network.h"
 #include "platform/network_view.h"
 #include "platform/notice.h"
-#include "platform/package_manager.h"
 #include "platform/running_applications.h"
 #include "platform/status_host.h"
 #include "platform/user_defaults.h"
+#include "platform/values/package_manager.h"
 #include "platform/window_presence.h"
 #include "platform/workspace.h"
 

@@ -22,8 +22,8 @@
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/system_configuration.h"
-#include "platform/standard_error.h"
 #include "platform/standard_error_log.h"
+#include "platform/values/standard_error.h"
 
 #include <QApplication>
 #include <QDBusConnection>

@@ -1,6 +1,6 @@
 #include "app/smb_url.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 namespace quillbox {
 

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "control/start_settings.h"
-#include "platform/traffic.h"
+#include "platform/values/traffic.h"
 
 #include <QJsonObject>
 #include <optional>

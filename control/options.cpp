@@ -1,6 +1,6 @@
 #include "control/options.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <string_view>
 #include <utility>

@@ -1,7 +1,7 @@
 #include "control/start_settings.h"
 
-#include "platform/standard_error.h"
-#include "platform/text.h"
+#include "platform/values/standard_error.h"
+#include "platform/values/text.h"
 
 #include <array>
 #include <cstddef>

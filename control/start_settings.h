@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/reach.h"
 #include "platform/user_defaults.h"
+#include "platform/values/reach.h"
 
 #include <optional>
 #include <string_view>

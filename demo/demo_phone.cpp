@@ -6,9 +6,9 @@
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine/automatic_engine.h"
 #include "platform/netlink/netlink_monitor.h"
-#include "platform/reach.h"
 #include "platform/standard_error_log.h"
-#include "platform/text.h"
+#include "platform/values/reach.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <array>

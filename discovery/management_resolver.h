@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/endpoint.h"
 #include "platform/network.h"
+#include "platform/values/endpoint.h"
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "discovery/management_url.h"
 
-#include "platform/socket_address.h"
-#include "platform/text.h"
+#include "platform/values/socket_address.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <string_view>

@@ -2,7 +2,7 @@
 
 #include "control/helper_status.h"
 #include "platform/running_applications.h"
-#include "platform/system_facts.h"
+#include "platform/values/system_facts.h"
 
 #include <chrono>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "discovery/phone_discovery.h"
 #include "doctor/doctor_checks.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 

@@ -3,7 +3,7 @@
 #include "control/options.h"
 #include "platform/desktop/instances/instance_protocol.h"
 #include "platform/desktop/process/process.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <string>
 #include <vector>

@@ -4,7 +4,7 @@
 
 #include "platform/dnssd/avahi/avahi_service_location.h"
 #include "platform/dnssd/operations/host_identity.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <string>

@@ -1,6 +1,6 @@
 // Addresses: as bytes from the network, and as text that a user typed.
 
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include "discovery/management_url.h"
 #include "platform/dial/dialable_address.h"

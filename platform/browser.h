@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/endpoint.h"
+#include "platform/values/endpoint.h"
 
 #include <functional>
 #include <memory>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/content.h"
 #include "platform/dispatch_queue.h"
+#include "platform/values/content.h"
 
 #include <cstddef>
 #include <functional>

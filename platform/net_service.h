@@ -1,18 +1,15 @@
 #pragma once
 
-#include "platform/endpoint.h"
+#include "platform/values/endpoint.h"
+#include "platform/values/socket_address.h"
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
 
 namespace quillbox {
-
-/// A socket address in this system's `sockaddr` layout, as bytes.
-using SocketAddress = std::vector<std::byte>;
 
 /// Resolves one DNS-SD service to its socket addresses and port, once.
 ///

@@ -2,10 +2,10 @@
 
 #include "platform/browser.h"
 #include "platform/connection.h"
-#include "platform/endpoint.h"
 #include "platform/listener.h"
 #include "platform/net_service.h"
-#include "platform/traffic.h"
+#include "platform/values/endpoint.h"
+#include "platform/values/traffic.h"
 
 #include <cstdint>
 #include <memory>

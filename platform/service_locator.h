@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/endpoint.h"
+#include "platform/values/endpoint.h"
 
 #include <functional>
 #include <optional>

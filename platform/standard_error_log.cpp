@@ -1,6 +1,6 @@
 #include "platform/standard_error_log.h"
 
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <atomic>
 #include <bitset>

@@ -1,6 +1,6 @@
 #include "relay/finder_relay.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <utility>
 

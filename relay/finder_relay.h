@@ -1,10 +1,10 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/endpoint.h"
 #include "platform/log.h"
 #include "platform/network.h"
-#include "platform/uuid.h"
+#include "platform/values/endpoint.h"
+#include "platform/values/uuid.h"
 #include "relay/relay_session.h"
 
 #include <functional>

@@ -1,6 +1,6 @@
 #include "relay/relay_session.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <utility>
 

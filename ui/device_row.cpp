@@ -1,12 +1,12 @@
 #include "ui/device_row.h"
 
 #include "ui/accessibility.h"
-#include "ui/brand.h"
 #include "ui/dot_label.h"
-#include "ui/helper_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/helper_style.h"
+#include "ui/look/text_style.h"
 #include "ui/paragraph_label.h"
 #include "ui/shown_text.h"
-#include "ui/text_style.h"
 
 #include <QHBoxLayout>
 

@@ -1,7 +1,7 @@
 #include "ui/header.h"
 
-#include "ui/brand.h"
-#include "ui/text_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/text_style.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

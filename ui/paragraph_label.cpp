@@ -1,7 +1,7 @@
 #include "ui/paragraph_label.h"
 
+#include "ui/look/text_style.h"
 #include "ui/shown_text.h"
-#include "ui/text_style.h"
 
 #include <QEvent>
 #include <QFontInfo>

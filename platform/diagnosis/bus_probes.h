@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/system_facts.h"
+#include "platform/values/system_facts.h"
 
 #include <chrono>
 

@@ -1,7 +1,7 @@
 #include "platform/diagnosis/firewall_probe.h"
 
 #include "platform/diagnosis/small_file.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <filesystem>
 #include <string>

@@ -1,7 +1,7 @@
 #include "platform/diagnosis/interface_survey.h"
 
 #include "platform/diagnosis/kernel_tables.h"
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <array>

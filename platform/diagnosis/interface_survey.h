@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/net_service.h"
-#include "platform/system_facts.h"
+#include "platform/values/system_facts.h"
 
 #include <vector>
 

@@ -1,7 +1,7 @@
 #include "platform/dial/address_race.h"
 
-#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <utility>

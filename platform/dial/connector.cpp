@@ -1,6 +1,6 @@
 #include "platform/dial/connector.h"
 
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <cctype>

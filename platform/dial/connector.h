@@ -5,9 +5,9 @@
 #include "platform/dispatch/timer.h"
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
-#include "platform/endpoint.h"
 #include "platform/network_monitor.h"
 #include "platform/tcp/tcp_connection.h"
+#include "platform/values/endpoint.h"
 
 #include <chrono>
 #include <functional>

@@ -1,6 +1,6 @@
 #include "platform/dial/dialable_address.h"
 
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <system_error>

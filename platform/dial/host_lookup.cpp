@@ -1,6 +1,6 @@
 #include "platform/dial/host_lookup.h"
 
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <cerrno>
 #include <thread>

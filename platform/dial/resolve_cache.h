@@ -2,7 +2,7 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
-#include "platform/endpoint.h"
+#include "platform/values/endpoint.h"
 
 #include <chrono>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "platform/dial/service_locator.h"
 
 #include "platform/dial/dialable_address.h"
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <map>

@@ -4,9 +4,9 @@
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network.h"
 #include "platform/network_monitor.h"
-#include "platform/reach.h"
 #include "platform/service_locator.h"
-#include "platform/traffic.h"
+#include "platform/values/reach.h"
+#include "platform/values/traffic.h"
 
 #include <chrono>
 #include <cstdint>

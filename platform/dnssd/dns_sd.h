@@ -1,9 +1,9 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/endpoint.h"
 #include "platform/listener.h"
 #include "platform/net_service.h"
+#include "platform/values/endpoint.h"
 
 #include <cstdint>
 #include <functional>

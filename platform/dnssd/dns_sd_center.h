@@ -5,7 +5,7 @@
 #include "platform/dnssd/engine/engine.h"
 #include "platform/log.h"
 #include "platform/network_monitor.h"
-#include "platform/reach.h"
+#include "platform/values/reach.h"
 
 #include <memory>
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/name_service.h"
-#include "platform/system_facts.h"
+#include "platform/values/name_service.h"
+#include "platform/values/system_facts.h"
 
 #include <chrono>
 #include <functional>

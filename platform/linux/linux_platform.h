@@ -5,8 +5,8 @@
 #include "platform/log.h"
 #include "platform/network.h"
 #include "platform/network_view.h"
-#include "platform/reach.h"
 #include "platform/service_locator.h"
+#include "platform/values/reach.h"
 
 #include <memory>
 

@@ -6,8 +6,8 @@
 #include "platform/dnssd/dns_sd_center.h"
 #include "platform/dnssd/engine/automatic_engine.h"
 #include "platform/netlink/netlink_monitor.h"
-#include "platform/socket_address.h"
 #include "platform/standard_error_log.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <memory>

@@ -3,7 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/network_monitor.h"
-#include "platform/system_facts.h"
+#include "platform/values/system_facts.h"
 
 #include <chrono>
 #include <memory>

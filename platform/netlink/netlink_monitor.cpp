@@ -3,7 +3,7 @@
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
 #include "platform/netlink/netlink_socket.h"
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/content.h"
+#include "platform/values/content.h"
 
 #include <array>
 #include <cstddef>

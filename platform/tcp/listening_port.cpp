@@ -1,7 +1,7 @@
 #include "platform/tcp/listening_port.h"
 
 #include "platform/tcp/socket_calls.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <cstddef>

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/content.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/values/content.h"
 
 #include <cstddef>
 #include <memory>

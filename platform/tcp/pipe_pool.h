@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/content.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/values/content.h"
 
 #include <chrono>
 #include <cstddef>

@@ -1,6 +1,6 @@
 #include "platform/tcp/socket_ledger.h"
 
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "platform/dnssd/dns_sd.h"
-#include "platform/reach.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/own_ports.h"
 #include "platform/tcp/pipe_pool.h"
 #include "platform/tcp/socket_ledger.h"
 #include "platform/tcp/traffic_ledger.h"
+#include "platform/values/reach.h"
 
 #include <memory>
 

@@ -2,13 +2,13 @@
 
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
-#include "platform/socket_address.h"
-#include "platform/standard_error.h"
 #include "platform/tcp/listening_port.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
-#include "platform/text.h"
+#include "platform/values/socket_address.h"
+#include "platform/values/standard_error.h"
+#include "platform/values/text.h"
 
 #include <cerrno>
 #include <chrono>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/traffic.h"
+#include "platform/values/traffic.h"
 
 #include <atomic>
 #include <cstddef>

@@ -1,5 +1,5 @@
 #include "tests/app/window_fixture.h"
-#include "ui/brand.h"
+#include "ui/look/brand.h"
 #include "ui/paragraph_label.h"
 #include "ui/shown_text.h"
 

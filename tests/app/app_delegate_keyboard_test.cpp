@@ -1,6 +1,6 @@
 #include "tests/app/window_fixture.h"
-#include "ui/brand.h"
-#include "ui/focus_ring.h"
+#include "ui/look/brand.h"
+#include "ui/look/focus_ring.h"
 
 #include <QApplication>
 #include <QKeyEvent>

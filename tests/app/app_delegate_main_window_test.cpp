@@ -1,8 +1,8 @@
 #include "tests/app/window_fixture.h"
-#include "ui/brand.h"
 #include "ui/header.h"
-#include "ui/helper_style.h"
-#include "ui/text_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/helper_style.h"
+#include "ui/look/text_style.h"
 
 #include <QApplication>
 #include <QDialog>

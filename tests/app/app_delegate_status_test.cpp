@@ -1,5 +1,5 @@
 #include "tests/app/app_fixture.h"
-#include "ui/brand.h"
+#include "ui/look/brand.h"
 
 #include <QPalette>
 

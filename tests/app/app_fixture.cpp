@@ -1,6 +1,6 @@
 #include "tests/app/app_fixture.h"
 
-#include "ui/brand.h"
+#include "ui/look/brand.h"
 
 #include <QPalette>
 #include <stdexcept>

@@ -1,6 +1,6 @@
 #include "tests/app/window_fixture.h"
-#include "ui/brand.h"
-#include "ui/helper_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/helper_style.h"
 
 #include <QApplication>
 #include <QMenu>

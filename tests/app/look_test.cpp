@@ -1,9 +1,9 @@
 #include "tests/app/window_fixture.h"
-#include "ui/brand.h"
 #include "ui/dot_label.h"
+#include "ui/look/brand.h"
+#include "ui/look/rounded_box.h"
+#include "ui/look/text_style.h"
 #include "ui/overlay_scroll_bar.h"
-#include "ui/rounded_box.h"
-#include "ui/text_style.h"
 
 #include <QApplication>
 #include <QDeadlineTimer>

@@ -1,6 +1,6 @@
 #include "tests/app/window_fixture.h"
-#include "ui/brand.h"
 #include "ui/dot_label.h"
+#include "ui/look/brand.h"
 #include "ui/paragraph_label.h"
 
 #include <QApplication>

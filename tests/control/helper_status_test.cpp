@@ -1,5 +1,5 @@
 #include "control/helper_status.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

@@ -1,4 +1,4 @@
-#include "ui/brand.h"
+#include "ui/look/brand.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "ui/icons.h"
+#include "ui/look/icons.h"
 
 #include <QColor>
 #include <QDir>

@@ -1,5 +1,5 @@
+#include "ui/look/text_style.h"
 #include "ui/paragraph_label.h"
-#include "ui/text_style.h"
 
 #include <QAccessible>
 #include <QHBoxLayout>

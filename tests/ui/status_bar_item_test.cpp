@@ -1,5 +1,5 @@
 #include "tests/fakes/fake_status_host.h"
-#include "ui/icons.h"
+#include "ui/look/icons.h"
 #include "ui/status_bar_item.h"
 
 #include <functional>

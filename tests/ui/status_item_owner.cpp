@@ -3,7 +3,7 @@
 // sets the tool tip. The only argument is how long to wait for a panel, in milliseconds.
 
 #include "platform/desktop/presence/status_host_watch.h"
-#include "ui/icons.h"
+#include "ui/look/icons.h"
 #include "ui/status_bar_item.h"
 
 #include <QApplication>

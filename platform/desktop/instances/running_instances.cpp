@@ -2,7 +2,7 @@
 
 #include "platform/desktop/instances/instance_client.h"
 #include "platform/desktop/instances/instance_server.h"
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <QPointer>
 #include <chrono>

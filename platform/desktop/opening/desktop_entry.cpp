@@ -1,6 +1,6 @@
 #include "platform/desktop/opening/desktop_entry.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <utility>

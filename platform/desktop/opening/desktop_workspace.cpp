@@ -1,7 +1,7 @@
 #include "platform/desktop/opening/desktop_workspace.h"
 
 #include "platform/desktop/opening/alert_sound.h"
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <QApplication>
 #include <QPointer>

@@ -1,7 +1,7 @@
 #include "platform/desktop/opening/folder_handler.h"
 
 #include "platform/desktop/opening/desktop_entry.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <QFile>
 #include <QStandardPaths>

@@ -1,6 +1,6 @@
 #include "platform/desktop/opening/notice.h"
 
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <QApplication>
 #include <QDBusMessage>

@@ -1,7 +1,7 @@
 #include "platform/desktop/opening/smb_opener.h"
 
 #include "platform/desktop/opening/smb_location.h"
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <QElapsedTimer>
 #include <QTimer>

@@ -1,7 +1,7 @@
 #include "platform/desktop/settings/autostart_entry.h"
 
 #include "platform/desktop/settings/user_folders.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <QDir>
 #include <QFile>

@@ -2,8 +2,8 @@
 
 #include "platform/desktop/settings/settings_file.h"
 #include "platform/desktop/settings/user_folders.h"
-#include "platform/standard_error.h"
-#include "platform/text.h"
+#include "platform/values/standard_error.h"
+#include "platform/values/text.h"
 
 #include <QByteArray>
 #include <QJsonObject>

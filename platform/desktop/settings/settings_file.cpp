@@ -2,7 +2,7 @@
 
 #include "platform/posix/file_descriptor.h"
 #include "platform/posix/file_lock.h"
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <QByteArray>
 #include <QFile>

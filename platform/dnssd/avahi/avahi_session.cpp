@@ -1,7 +1,7 @@
 #include "platform/dnssd/avahi/avahi_session.h"
 
 #include "platform/dnssd/avahi/avahi_registration.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <array>

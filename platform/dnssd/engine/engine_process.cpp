@@ -1,10 +1,10 @@
 #include "platform/dnssd/engine/engine_process.h"
 
-#include "platform/backoff.h"
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
 #include "platform/dnssd/engine/child_process.h"
 #include "platform/dnssd/engine/message_codec.h"
+#include "platform/values/backoff.h"
 
 #include <cerrno>
 #include <deque>

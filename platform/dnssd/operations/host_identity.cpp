@@ -1,7 +1,7 @@
 #include "platform/dnssd/operations/host_identity.h"
 
 #include "platform/dnssd/operations/names.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "platform/dnssd/operations/local_addresses.h"
 
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <optional>

@@ -3,7 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/messages.h"
 #include "platform/network_monitor.h"
-#include "platform/reach.h"
+#include "platform/values/reach.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "platform/dnssd/operations/names.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 

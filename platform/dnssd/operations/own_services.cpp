@@ -1,7 +1,7 @@
 #include "platform/dnssd/operations/own_services.h"
 
 #include "platform/dnssd/operations/names.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,9 +1,9 @@
 #pragma once
 
-#include "platform/backoff.h"
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/record_kinds.h"
+#include "platform/values/backoff.h"
 
 #include <chrono>
 #include <cstddef>

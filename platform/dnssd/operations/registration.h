@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/backoff.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/host_identity.h"
@@ -8,6 +7,7 @@
 #include "platform/dnssd/operations/own_services.h"
 #include "platform/dnssd/operations/report.h"
 #include "platform/log.h"
+#include "platform/values/backoff.h"
 
 #include <chrono>
 #include <cstdint>

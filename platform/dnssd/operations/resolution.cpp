@@ -1,7 +1,7 @@
 #include "platform/dnssd/operations/resolution.h"
 
 #include "platform/dnssd/operations/names.h"
-#include "platform/socket_address.h"
+#include "platform/values/socket_address.h"
 
 #include <algorithm>
 #include <cstdint>

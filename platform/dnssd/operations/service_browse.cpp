@@ -1,8 +1,8 @@
 #include "platform/dnssd/operations/service_browse.h"
 
 #include "platform/dnssd/operations/names.h"
-#include "platform/standard_error.h"
-#include "platform/text.h"
+#include "platform/values/standard_error.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,10 +1,10 @@
 #pragma once
 
-#include "platform/backoff.h"
 #include "platform/dnssd/dns_sd.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/record_query.h"
 #include "platform/dnssd/operations/report.h"
+#include "platform/values/backoff.h"
 
 #include <chrono>
 #include <cstddef>

@@ -4,10 +4,10 @@
 // Without a bus it reconnects when the bus's socket appears, and otherwise with exponential backoff
 // up to 10 s; with a bus it waits for the daemon without doing anything.
 
-#include "platform/backoff.h"
 #include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/processes/bus_watch.h"
 #include "platform/dnssd/processes/process_frame.h"
+#include "platform/values/backoff.h"
 
 #include <chrono>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 #include "platform/dial/dialable_address.h"
 #include "platform/dial/port_check.h"
-#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/values/socket_address.h"
 
 #include <chrono>
 

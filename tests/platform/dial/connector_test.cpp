@@ -1,6 +1,6 @@
 #include "platform/dial/address_race.h"
-#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/values/socket_address.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 #include "tests/platform/tcp/tcp_harness.h"

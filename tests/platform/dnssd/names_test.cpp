@@ -1,5 +1,5 @@
 #include "platform/dnssd/operations/names.h"
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 #include "platform/dial/dialable_address.h"
 #include "platform/linux/phone_survey.h"
-#include "platform/socket_address.h"
 #include "platform/tcp/socket_calls.h"
+#include "platform/values/socket_address.h"
 #include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_dns_sd.h"
 #include "tests/fakes/fake_network_monitor.h"

@@ -1,7 +1,7 @@
 #include "tests/platform/tcp/tcp_harness.h"
 
-#include "platform/socket_address.h"
 #include "platform/tcp/pipe_pool.h"
+#include "platform/values/socket_address.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/fakes/socket_addresses.h"
 

@@ -1,17 +1,19 @@
 #pragma once
 
-#include "platform/net_service.h"
-
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 struct sockaddr;
 
-/// What the bytes of a `SocketAddress` mean.
 namespace quillbox {
+
+/// A socket address in this system's `sockaddr` layout, as bytes.
+using SocketAddress = std::vector<std::byte>;
 
 /// Copies an IPv4 or IPv6 address of the system.
 SocketAddress toSocketAddress(const sockaddr* address);

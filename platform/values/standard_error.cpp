@@ -1,4 +1,4 @@
-#include "platform/standard_error.h"
+#include "platform/values/standard_error.h"
 
 #include <cstddef>
 #include <cstdio>

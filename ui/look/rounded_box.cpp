@@ -1,4 +1,4 @@
-#include "ui/rounded_box.h"
+#include "ui/look/rounded_box.h"
 
 #include <QPainter>
 

@@ -1,8 +1,8 @@
-#include "ui/helper_style.h"
+#include "ui/look/helper_style.h"
 
-#include "ui/brand.h"
-#include "ui/rounded_box.h"
-#include "ui/text_style.h"
+#include "ui/look/brand.h"
+#include "ui/look/rounded_box.h"
+#include "ui/look/text_style.h"
 
 #include <QPainter>
 #include <QPolygonF>

@@ -1,4 +1,4 @@
-#include "platform/package_manager.h"
+#include "platform/values/package_manager.h"
 
 #include <string>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "ui/text_style.h"
+#include "ui/look/text_style.h"
 
 #include <QFontInfo>
 #include <QFontMetricsF>

@@ -1,6 +1,6 @@
-#include "platform/name_service.h"
+#include "platform/values/name_service.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <cctype>

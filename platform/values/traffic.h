@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <cstdint>
 #include <map>

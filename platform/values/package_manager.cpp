@@ -1,6 +1,6 @@
-#include "platform/package_manager.h"
+#include "platform/values/package_manager.h"
 
-#include "platform/text.h"
+#include "platform/values/text.h"
 
 #include <algorithm>
 #include <array>

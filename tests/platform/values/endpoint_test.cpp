@@ -1,4 +1,4 @@
-#include "platform/endpoint.h"
+#include "platform/values/endpoint.h"
 
 #include <set>
 #include <string>

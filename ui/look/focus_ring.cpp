@@ -1,6 +1,6 @@
-#include "ui/focus_ring.h"
+#include "ui/look/focus_ring.h"
 
-#include "ui/brand.h"
+#include "ui/look/brand.h"
 
 #include <QApplication>
 #include <QLineEdit>

@@ -1,4 +1,4 @@
-#include "platform/name_service.h"
+#include "platform/values/name_service.h"
 
 #include <string>
 

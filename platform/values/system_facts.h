@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/name_service.h"
-#include "platform/package_manager.h"
+#include "platform/values/name_service.h"
+#include "platform/values/package_manager.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/backoff.h"
+#include "platform/values/backoff.h"
 
 #include <gtest/gtest.h>
 

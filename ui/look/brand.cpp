@@ -1,4 +1,4 @@
-#include "ui/brand.h"
+#include "ui/look/brand.h"
 
 namespace quillbox::Brand {
 
