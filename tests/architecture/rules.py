@@ -124,7 +124,6 @@ OUTSIDE = {
         "tests/doctor",
         "tests/ui",
         "tests/platform/desktop",
-        "tests/platform/desktop_integration",
         "tests/platform/diagnosis",
         "tests/platform/linux",
     },

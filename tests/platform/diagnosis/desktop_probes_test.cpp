@@ -1,6 +1,6 @@
 #include "platform/diagnosis/desktop_probes.h"
 #include "tests/platform/desktop/qt_support.h"
-#include "tests/platform/desktop_integration/x_server.h"
+#include "tests/platform/desktop/x_server.h"
 
 #include <algorithm>
 #include <cstdlib>

@@ -1,10 +1,10 @@
 #include "platform/desktop/opening/folder_showing.h"
 #include "platform/posix/file_descriptor.h"
 #include "tests/fakes/recording_log.h"
-#include "tests/platform/desktop_integration/event_wait.h"
-#include "tests/platform/desktop_integration/file_manager.h"
-#include "tests/platform/desktop_integration/private_bus.h"
-#include "tests/platform/desktop_integration/programs.h"
+#include "tests/platform/desktop/event_wait.h"
+#include "tests/platform/desktop/opening/file_manager.h"
+#include "tests/platform/desktop/opening/programs.h"
+#include "tests/platform/desktop/private_bus.h"
 
 #include <QDBusArgument>
 #include <QStringList>

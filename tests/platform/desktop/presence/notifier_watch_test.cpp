@@ -1,6 +1,6 @@
 #include "platform/desktop/presence/notifier_watch.h"
-#include "tests/platform/desktop_integration/event_wait.h"
-#include "tests/platform/desktop_integration/private_bus.h"
+#include "tests/platform/desktop/event_wait.h"
+#include "tests/platform/desktop/private_bus.h"
 
 #include <QDBusMessage>
 #include <QDBusVariant>

@@ -1,6 +1,6 @@
 #include "platform/desktop/process/command.h"
-#include "tests/platform/desktop_integration/event_wait.h"
-#include "tests/platform/desktop_integration/recorder.h"
+#include "tests/platform/desktop/event_wait.h"
+#include "tests/platform/desktop/recorder.h"
 
 #include <chrono>
 #include <csignal>

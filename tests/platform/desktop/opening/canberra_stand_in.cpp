@@ -1,7 +1,7 @@
 // A library with the functions of libcanberra that the program uses. Plays nothing, and usually
 // reports the end of a sound as soon as the request has returned.
 
-#include "tests/platform/desktop_integration/canberra_stand_in.h"
+#include "tests/platform/desktop/opening/canberra_stand_in.h"
 
 #include <cstdint>
 #include <map>

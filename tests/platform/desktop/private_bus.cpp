@@ -1,4 +1,4 @@
-#include "tests/platform/desktop_integration/private_bus.h"
+#include "tests/platform/desktop/private_bus.h"
 
 #include <QDir>
 #include <QFile>

@@ -1,5 +1,5 @@
 #include "platform/desktop/opening/alert_sound.h"
-#include "tests/platform/desktop_integration/canberra_stand_in.h"
+#include "tests/platform/desktop/opening/canberra_stand_in.h"
 
 #include <chrono>
 #include <memory>

@@ -2,7 +2,7 @@
 
 #include "platform/desktop/process/process.h"
 #include "tests/platform/desktop/qt_support.h"
-#include "tests/platform/desktop_integration/recorder.h"
+#include "tests/platform/desktop/recorder.h"
 
 #include <QString>
 

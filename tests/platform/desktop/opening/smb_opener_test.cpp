@@ -1,9 +1,9 @@
 #include "platform/desktop/opening/smb_opener.h"
 #include "tests/fakes/recording_log.h"
-#include "tests/platform/desktop_integration/event_wait.h"
-#include "tests/platform/desktop_integration/file_manager.h"
-#include "tests/platform/desktop_integration/private_bus.h"
-#include "tests/platform/desktop_integration/programs.h"
+#include "tests/platform/desktop/event_wait.h"
+#include "tests/platform/desktop/opening/file_manager.h"
+#include "tests/platform/desktop/opening/programs.h"
+#include "tests/platform/desktop/private_bus.h"
 
 #include <memory>
 #include <optional>

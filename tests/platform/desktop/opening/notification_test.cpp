@@ -1,7 +1,7 @@
 #include "platform/desktop/opening/notice.h"
 #include "tests/fakes/recording_notice.h"
-#include "tests/platform/desktop_integration/event_wait.h"
-#include "tests/platform/desktop_integration/private_bus.h"
+#include "tests/platform/desktop/event_wait.h"
+#include "tests/platform/desktop/private_bus.h"
 
 #include <QDBusMessage>
 #include <QDBusVirtualObject>

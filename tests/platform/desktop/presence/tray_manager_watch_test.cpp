@@ -1,6 +1,6 @@
 #include "platform/desktop/presence/tray_manager_watch.h"
-#include "tests/platform/desktop_integration/event_wait.h"
-#include "tests/platform/desktop_integration/x_server.h"
+#include "tests/platform/desktop/event_wait.h"
+#include "tests/platform/desktop/x_server.h"
 
 #include <QEventLoop>
 #include <memory>

@@ -1,6 +1,6 @@
 #include "platform/desktop/opening/folder_handler.h"
 #include "tests/platform/desktop/qt_support.h"
-#include "tests/platform/desktop_integration/recorder.h"
+#include "tests/platform/desktop/recorder.h"
 
 #include <QDir>
 #include <QFile>
