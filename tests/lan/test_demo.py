@@ -66,11 +66,13 @@ class Demo:
             return self.computer.run("curl", "-sk", file.read().strip()).stdout
 
     def interrupt(self):
-        """Presses Ctrl-C; returns what was printed from then on."""
+        """Presses Ctrl-C; returns what was printed from then on, except that phones have left: they
+        may say goodbye before the helper has ended."""
         since = self.process.mark()
         self.process.signal(signal.SIGINT)
         assert self.process.wait(limit(20)) == 0
-        return [line.text for line in self.process.lines[since:] if line.text]
+        lines = [line.text for line in self.process.lines[since:]]
+        return [text for text in lines if text and not text.startswith("status: ready: ")]
 
     def leftovers(self):
         """Listening sockets, files and processes that the demo has left."""

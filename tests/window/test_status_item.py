@@ -10,7 +10,7 @@ from rig.phone import Phone
 from rig.process import limit
 
 ROOT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "..")
-SYMBOLIC = os.path.join(ROOT, "ui", "icons", "org.quillbox.Helper-symbolic.svg")
+SYMBOLIC = os.path.join(ROOT, "ui", "look", "icons", "org.quillbox.Helper-symbolic.svg")
 
 # Listens like a Wayland compositor, next to the X server.
 COMPOSITOR = """

@@ -154,7 +154,7 @@ def run(command, timeout=20, check=True, **more):
     return done
 
 
-def wait_until(check, timeout, what):
+def wait_until(check, timeout, what, pause=0.05):
     """Polls `check` until it returns something true. For state of other programs without events."""
     end = time.monotonic() + timeout
     while True:
@@ -163,4 +163,4 @@ def wait_until(check, timeout, what):
             return found
         if time.monotonic() > end:
             raise AssertionError(f"{what}: not within {timeout:g} s")
-        time.sleep(0.05)
+        time.sleep(pause)
