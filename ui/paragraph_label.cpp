@@ -7,6 +7,7 @@
 #include <QFontInfo>
 #include <QFontMetricsF>
 #include <QPainter>
+#include <QStyle>
 #include <QTextLayout>
 #include <algorithm>
 #include <cmath>
@@ -130,6 +131,12 @@ void ParagraphLabel::paintEvent(QPaintEvent* /*event*/)
     QPainter painter(this);
     const QRect area = contentsRect();
     const auto shown = lines();
+    if (limit == 1) {
+        // On the base line of the labels and buttons beside it, which the style draws.
+        style()->drawItemText(&painter, area, static_cast<int>(alignment()) | Qt::TextSingleLine,
+                              palette(), isEnabled(), shown.front(), foregroundRole());
+        return;
+    }
     const int height = lineHeight();
     // Centred vertically, like any label.
     double top = area.top() + (area.height() - height * static_cast<int>(shown.size())) / 2.0;
@@ -146,6 +153,8 @@ void ParagraphLabel::paintEvent(QPaintEvent* /*event*/)
 
 int ParagraphLabel::lineHeight() const
 {
+    if (limit == 1)
+        return fontMetrics().height();
     return static_cast<int>(std::ceil(QFontInfo(font()).pixelSize() * kLineHeight));
 }
 

@@ -12,7 +12,8 @@ namespace quillbox {
 /// `text()`, and what assistive technologies read, is always the whole text.
 ///
 /// Its size hint is that of one long line; the layout decides the width. The line height does not
-/// depend on the font family, so that a text has the same height on every desktop.
+/// depend on the font family, so that a text has the same height on every desktop. With a maximum
+/// of one line, height and base line are those of any label, as there are others beside it.
 class ParagraphLabel final : public QLabel {
 public:
     explicit ParagraphLabel(const QString& text = {}, QWidget* parent = nullptr);
