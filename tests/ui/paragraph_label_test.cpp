@@ -48,6 +48,22 @@ bool isPainted(const QImage& picture, int row)
     return false;
 }
 
+TEST(ParagraphLabel, withOneLineStandsOnTheBaseLineOfOtherLabels)
+{
+    const QString text = QStringLiteral("Quillbox Kitchen");
+    for (const int height : {15, 20, 25, 26}) {
+        QLabel other(text);
+        ParagraphLabel label(text);
+        label.setMaximumLines(1);
+        for (QLabel* each : {&other, static_cast<QLabel*>(&label)}) {
+            TextStyle{.size = 12}.apply(*each);
+            each->resize(200, height);
+        }
+        EXPECT_EQ(label.sizeHint().height(), other.sizeHint().height());
+        EXPECT_EQ(paragraphOf(label), paragraphOf(other)) << height;
+    }
+}
+
 TEST(ParagraphLabel, wrapsAtWordBoundariesAndLeavesNothingOut)
 {
     ParagraphLabel label(longText());
