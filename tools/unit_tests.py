@@ -57,6 +57,7 @@ class Program:
         properties = {each["name"]: each["value"] for each in registered["properties"]}
         self.name, self.command = registered["name"], registered["command"]
         self.labels = properties.get("LABELS", [])
+        self.end = f"{self.name}: after the last of "  # what went wrong there may be of any test
         self.environment = os.environ | dict(each.split("=", 1) for each in properties.get("ENVIRONMENT", []))
 
     def tests(self):
@@ -80,7 +81,7 @@ class Program:
             yield from outcomes
             left = names[len(outcomes) :]
             if problem and not left:
-                yield Outcome(f"{self.name}: after the last of {len(names)} tests", "failed", 0, problem)
+                yield Outcome(f"{self.end}{len(names)} tests", "failed", 0, problem)
             elif problem:
                 yield Outcome(left.pop(0), "failed", 0, problem)
             names = left
@@ -205,17 +206,19 @@ def main():
             signal.signal(each, signal.SIG_DFL)
 
     again = failed_in(arguments.again) if arguments.again else None
-    work = []
+    work, ended = [], []
     for program in registered_in(arguments.build):
         if arguments.without_label in program.labels:
             continue
         names = [
             name
             for name in program.tests()
-            if re.search(arguments.filter, name)
-            and not re.search(arguments.without, name)
-            and (again is None or name in again)
+            if re.search(arguments.filter, name) and not re.search(arguments.without, name)
         ]
+        ends = [name for name in again or () if name.startswith(program.end)]
+        if again is not None and not ends:
+            names = [name for name in names if name in again]
+        ended += ends
         # Dealt out, because the tests of one suite take about as long as each other.
         hands = -(-len(names) // TESTS_IN_A_PROCESS)
         work += [(program, names[hand::hands]) for hand in range(hands)]
@@ -223,14 +226,18 @@ def main():
     started = time.monotonic()
     suite = ElementTree.Element("testsuite", name=arguments.results.stem)
     failures = 0
+    outcomes = [Outcome(name, "passed") for name in ended]  # unless it fails again
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
         running = [pool.submit(lambda each: list(each[0].run(each[1])), each) for each in work]
         for done in concurrent.futures.as_completed(running):
             for outcome in done.result():
-                suite.append(outcome.element())
+                outcomes.append(outcome)
                 if outcome.kind == "failed":
                     failures += 1
                     print(f"FAILED {outcome.name}\n{outcome.output}\n", flush=True)
+    last = {outcome.name: outcome for outcome in outcomes}
+    for outcome in last.values():
+        suite.append(outcome.element())
     ElementTree.ElementTree(suite).write(arguments.results, encoding="utf-8", xml_declaration=True)
     print(f"{len(suite)} unit tests in {time.monotonic() - started:.0f} s, {failures} failed")
     return 1 if failures else 0

@@ -96,6 +96,18 @@ def test_a_selection_can_be_made(tmp_path):
     assert run(tmp_path, tests, "--without-label", "desktop") == (0, {})
 
 
+def test_after_a_problem_at_the_end_all_tests_of_the_program_can_run_again(tmp_path):
+    """Any of them may have caused it, for example by a leak."""
+    end = "tcp: after the last of 2 tests"
+    run(tmp_path, ["one", "two"], code=23)
+    first = tmp_path / "first.xml"
+    (tmp_path / "results.xml").rename(first)
+    again = ["--again", str(first)]
+    both = {"tcp.Suite.one": "passed", "tcp.Suite.two": "passed"}
+    assert run(tmp_path, ["one", "two"], *again) == (0, both | {end: "passed"})
+    assert run(tmp_path, ["one", "two"], *again, code=23) == (1, both | {end: "exit code 23"})
+
+
 def test_what_failed_can_run_again(tmp_path):
     run(tmp_path, ["one", "fails", "crashes"])
     (tmp_path / "results.xml").rename(tmp_path / "first.xml")
