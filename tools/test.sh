@@ -48,10 +48,10 @@ is_worth_another_try() {
     [ "$failed" -ge 1 ] && [ "$failed" -le 5 ]
 }
 
-# How many tests run in parallel. They wait for networks and engines more than they compute, unless a
-# sanitizer slows them down.
+# How many tests run in parallel: so many for each processor, unless a sanitizer slows them down. They
+# wait for timers, networks and engines more than they compute, unit tests most of all.
 at_once() {
-    if [ "$1" = release ]; then echo $(($(nproc) * 2)); else nproc; fi
+    if [ "$1" = release ]; then echo $(($(nproc) * $2)); else nproc; fi
 }
 
 # The unit tests of one preset; further arguments are those of unit_tests.py.
@@ -60,7 +60,7 @@ unit_tests() {
     shift
     local name="$preset unit tests" more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(--filter "$(joined '|' "${filters[@]}")"); fi
-    call_unit_tests "$name" --jobs "$(at_once "$preset")" "${more[@]}" || code=$?
+    call_unit_tests "$name" --jobs "$(at_once "$preset" 4)" "${more[@]}" || code=$?
     # 1: tests have failed.
     if [ "$code" != 1 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
@@ -88,7 +88,7 @@ python_tests() {
     shift 2
     local more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
-    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset")" \
+    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset" 2)" \
         "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi
