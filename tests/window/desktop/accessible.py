@@ -89,7 +89,9 @@ class Reader:
             "path": path,
             "children": [],
         }
-        node.update(interfaces(element))
+        # Each property is a call to the program, and nobody asks for those of what is hidden.
+        if Atspi.StateType.SHOWING in states:
+            node.update(interfaces(element))
         for index in range(element.get_child_count()):
             child = element.get_child_at_index(index)
             if child is not None and self.left > 0:
