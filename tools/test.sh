@@ -10,7 +10,7 @@ case ${QUILLBOX_RESULTS:-} in "$results"/*) results=$QUILLBOX_RESULTS ;; esac
 # status. A step that fails without reporting a failed test counts as a failure itself. It must not
 # be called in a condition, where bash ignores `set -e` in the subshell too.
 step() {
-    local name=$1
+    local name=$1 start=$SECONDS
     shift
     echo "---- $name"
     set +e
@@ -21,6 +21,7 @@ step() {
     )
     code=$?
     set -e
+    echo "---- $name: $((SECONDS - start)) s"
     if [ "$code" -ne 0 ] && ! has_failures "$name"; then echo "$name" >>"$results/broken"; fi
 }
 
@@ -48,10 +49,10 @@ is_worth_another_try() {
     [ "$failed" -ge 1 ] && [ "$failed" -le 5 ]
 }
 
-# How many tests run in parallel: so many for each processor, unless a sanitizer slows them down. They
-# wait for timers, networks and engines more than they compute, unit tests most of all.
+# How many tests run in parallel: so many for each processor, half as many under a sanitizer, which makes
+# them compute more. They wait for timers, networks and engines most of the time.
 at_once() {
-    if [ "$1" = release ]; then echo $(($(nproc) * $2)); else nproc; fi
+    if [ "$1" = release ]; then echo $(($(nproc) * $2)); else echo $(($(nproc) * $2 / 2)); fi
 }
 
 # The unit tests of one preset; further arguments are those of unit_tests.py.
@@ -88,7 +89,7 @@ python_tests() {
     shift 2
     local more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
-    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset" 2)" \
+    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset" 3)" \
         "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi

@@ -15,7 +15,7 @@ namespace quillbox {
 struct TextStyle {
     int size = 13;
     QFont::Weight weight = QFont::Normal;
-    QColor colour;
+    QColor colour{};
 
     QFont font() const;
 
