@@ -6,6 +6,7 @@
 #include "platform/dial/dialable_address.h"
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <memory>
 #include <set>
@@ -61,8 +62,9 @@ void tryBytes(const SocketAddress& address)
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
-    const auto bytes = std::as_bytes(std::span(data, size));
-    tryBytes(SocketAddress(bytes.begin(), bytes.end()));
+    sockaddr_storage storage{};
+    std::memcpy(&storage, data, std::min(size, sizeof storage));
+    tryBytes(SocketAddress(reinterpret_cast<const sockaddr*>(&storage), size));
     if (const auto typed = parseNumericHost(std::string(fuzz::textOf(data, size)), 445)) {
         require(portOf(*typed) == 445, "the port is the one given");
         tryBytes(*typed);

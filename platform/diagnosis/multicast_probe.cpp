@@ -213,7 +213,7 @@ std::set<std::string> hostsOf(const std::vector<SocketAddress>& addresses)
     std::set<std::string> hosts;
     for (const SocketAddress& each : addresses) {
         sockaddr_storage storage{};
-        std::memcpy(&storage, each.data(), std::min(each.size(), sizeof storage));
+        std::memcpy(&storage, each.data(), std::min<std::size_t>(each.size(), sizeof storage));
         hosts.insert(hostOf(storage));
     }
     return hosts;

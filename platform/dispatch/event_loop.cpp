@@ -5,8 +5,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <optional>
 #include <system_error>
-#include <vector>
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
@@ -19,6 +19,9 @@ namespace {
 /// How many closures run, and how many bytes they may move, before the loop looks for events.
 constexpr int kMostClosures = 256;
 constexpr std::size_t kMostMoved = 256UL * 1024;
+
+/// What many closures at once have occupied is returned afterwards.
+constexpr std::size_t kMostKept = 1024;
 
 int require(int descriptor)
 {
@@ -49,7 +52,7 @@ void EventLoop::run()
     while (!isStopped_.load()) {
         runPosted();
         handleEvents(timeToWait());
-        postDueTimers();
+        runDueTimers();
     }
     thread_.store({});
 }
@@ -87,32 +90,30 @@ void EventLoop::runPosted()
 {
     moved_ = 0;
     for (int count = 0; count < kMostClosures && moved_ < kMostMoved && !isStopped_; ++count) {
-        Task task = takeNext();
-        if (!task.work)
+        if (next_ == taken_.size() && !takePosted())
             return;
-        // The closure is destroyed on its queue as well.
-        runAs(task.queue, [&task] {
-            task.work();
-            task.work = {};
-        });
+        Task& task = taken_[next_++];
+        runAs(task.queue, std::move(task.work));
     }
 }
 
-EventLoop::Task EventLoop::takeNext()
+/// Takes all closures that were posted, once those taken before have run.
+bool EventLoop::takePosted()
 {
+    next_ = 0;
+    taken_.clear();
+    if (taken_.capacity() > kMostKept)
+        std::vector<Task>().swap(taken_);
     const std::lock_guard lock(mutex_);
-    if (posted_.empty())
-        return {};
-    Task task = std::move(posted_.front());
-    posted_.pop_front();
-    return task;
+    taken_.swap(posted_);
+    return !taken_.empty();
 }
 
 /// How long to wait for events: in milliseconds, rounded up; -1 when there is no timer.
 int EventLoop::timeToWait()
 {
     const std::lock_guard lock(mutex_);
-    if (!posted_.empty())
+    if (next_ < taken_.size() || !posted_.empty())
         return 0;
     isAsleep_ = true;
     if (timers_.empty())
@@ -134,19 +135,47 @@ void EventLoop::handleEvents(int timeout)
     for (int index = 0; index < count && !isStopped_.load(); ++index) {
         const auto& event = events.at(static_cast<std::size_t>(index));
         // A handler may have destroyed the watcher of a later event.
-        if (const auto found = watchers_.find(event.data.u64); found != watchers_.end())
-            found->second->handleEvents(event.events);
+        if (auto* const watcher = findWatcher(event.data.u64))
+            watcher->handleEvents(event.events);
     }
 }
 
+/// A number consists of how often a place in `watchers_` was used, and of the place, counted from 1.
+
 std::uint64_t EventLoop::addWatcher(FdWatcher& watcher, int descriptor, std::uint32_t events)
 {
-    const auto id = ++lastWatcher_;
+    if (freeSlots_.empty()) {
+        freeSlots_.push_back(static_cast<std::uint32_t>(watchers_.size()));
+        watchers_.emplace_back();
+    }
+    const auto index = freeSlots_.back();
+    Slot& slot = watchers_[index];
+    const auto id = std::uint64_t{slot.uses + 1} << 32U | (index + 1);
     epoll_event event{.events = events, .data = {.u64 = id}};
     if (::epoll_ctl(epoll_, EPOLL_CTL_ADD, descriptor, &event) != 0)
         return 0;
-    watchers_.emplace(id, &watcher);
+    freeSlots_.pop_back();
+    slot = {.watcher = &watcher, .uses = slot.uses + 1};
     return id;
+}
+
+/// Null if that watcher is gone. The number 0 stands for `wakeUp_`.
+FdWatcher* EventLoop::findWatcher(std::uint64_t watcher) const
+{
+    const auto place = static_cast<std::uint32_t>(watcher);
+    if (place == 0)
+        return nullptr;
+    const Slot& slot = watchers_[place - 1];
+    return slot.uses == watcher >> 32U ? slot.watcher : nullptr;
+}
+
+void EventLoop::removeWatcher(std::uint64_t watcher)
+{
+    if (findWatcher(watcher) == nullptr)
+        return;
+    const auto index = static_cast<std::uint32_t>(watcher) - 1;
+    watchers_[index].watcher = nullptr;
+    freeSlots_.push_back(index);
 }
 
 bool EventLoop::changeWatcher(std::uint64_t watcher, int descriptor, std::uint32_t events)
@@ -155,13 +184,13 @@ bool EventLoop::changeWatcher(std::uint64_t watcher, int descriptor, std::uint32
     return ::epoll_ctl(epoll_, EPOLL_CTL_MOD, descriptor, &event) == 0;
 }
 
-EventLoop::TimerId EventLoop::addTimer(Clock::time_point time, QueueId queue, Work work)
+EventLoop::TimerId EventLoop::addTimer(Clock::time_point time, QueueId queue, TimerWork work)
 {
     const std::lock_guard lock(mutex_);
     const TimerId timer(time, ++lastTimer_);
     if (isShutDown_.load())
         return timer;
-    const auto position = timers_.emplace(timer, Task{queue, std::move(work)}).first;
+    const auto position = timers_.emplace(timer, Timer{queue, std::move(work)}).first;
     if (position == timers_.begin())
         wakeIfAsleep();
     return timer;
@@ -169,7 +198,7 @@ EventLoop::TimerId EventLoop::addTimer(Clock::time_point time, QueueId queue, Wo
 
 void EventLoop::removeTimer(const TimerId& timer)
 {
-    Task removed;
+    Timer removed;
     const std::lock_guard lock(mutex_);
     if (const auto found = timers_.find(timer); found != timers_.end()) {
         removed = std::move(found->second);
@@ -177,14 +206,23 @@ void EventLoop::removeTimer(const TimerId& timer)
     }
 }
 
-void EventLoop::postDueTimers()
+void EventLoop::runDueTimers()
 {
-    const std::lock_guard lock(mutex_);
-    if (timers_.empty())
-        return;
-    for (const auto now = Clock::now(); !timers_.empty() && timers_.begin()->first.first <= now;) {
-        posted_.push_back(std::move(timers_.begin()->second));
-        timers_.erase(timers_.begin());
+    std::optional<Clock::time_point> now;
+    while (!isStopped_.load()) {
+        Timer due;
+        {
+            const std::lock_guard lock(mutex_);
+            if (timers_.empty())
+                return;
+            if (!now)
+                now = Clock::now();
+            if (timers_.begin()->first.first > *now)
+                return;
+            due = std::move(timers_.begin()->second);
+            timers_.erase(timers_.begin());
+        }
+        runAs(due.queue, std::move(due.work));
     }
 }
 
@@ -192,16 +230,21 @@ void EventLoop::destroyPending()
 {
     // Everything is moved out of the members before any of it is destroyed: destroying one closure
     // may cancel another.
-    std::deque<Task> posted;
+    std::vector<Task> posted;
+    std::vector<Task> taken;
     std::vector<FdWatcher::Handler> waits;
-    std::map<TimerId, Task> timers;
+    std::map<TimerId, Timer> timers;
     {
         const std::lock_guard lock(mutex_);
         isShutDown_.store(true);
         posted.swap(posted_);
         timers.swap(timers_);
     }
-    for (const auto& [id, watcher] : watchers_) {
+    taken.swap(taken_);
+    next_ = 0;
+    for (const auto& [watcher, uses] : watchers_) {
+        if (watcher == nullptr)
+            continue;
         for (auto* handler : {&watcher->reader_, &watcher->writer_, &watcher->failureHandler_})
             waits.push_back(handler->take());
     }

@@ -6,12 +6,11 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <map>
 #include <mutex>
 #include <thread>
-#include <unordered_map>
 #include <utility>
+#include <vector>
 
 namespace quillbox {
 
@@ -30,7 +29,8 @@ class FdWatcher;
 class EventLoop final {
 public:
     using Clock = std::chrono::steady_clock;
-    using Work = Closure<>;
+    using Work = Closure<64>;
+    using TimerWork = Closure<16>;
 
     /// Tells the queues of a loop apart.
     using QueueId = std::uint64_t;
@@ -67,10 +67,10 @@ public:
     /// Runs the work on the loop's thread, never inside this call.
     void post(QueueId queue, Work work);
 
-    /// Posts the work at `time`.
-    TimerId addTimer(Clock::time_point time, QueueId queue, Work work);
+    /// Runs the work at `time`.
+    TimerId addTimer(Clock::time_point time, QueueId queue, TimerWork work);
 
-    /// Destroys the work, unless it has been posted.
+    /// Destroys the work, unless it has run or is running.
     void removeTimer(const TimerId& timer);
 
     /// Called on the loop's thread: records how many bytes the running closure has moved.
@@ -84,24 +84,39 @@ private:
         Work work;
     };
 
-    // Called on the loop's thread, or while no thread runs the loop.
+    struct Timer {
+        QueueId queue = 0;
+        TimerWork work;
+    };
+
+    /// A place in `watchers_`.
+    struct Slot {
+        FdWatcher* watcher = nullptr;
+        std::uint32_t uses = 0; ///< of this place so far
+    };
+
+    // Called on the loop's thread, or while no thread runs the loop. A watcher's number is never 0;
+    // 0 is returned if epoll refuses the descriptor.
     std::uint64_t addWatcher(FdWatcher& watcher, int descriptor, std::uint32_t events);
     bool changeWatcher(std::uint64_t watcher, int descriptor, std::uint32_t events);
-    void removeWatcher(std::uint64_t watcher) { watchers_.erase(watcher); }
+    void removeWatcher(std::uint64_t watcher);
+    FdWatcher* findWatcher(std::uint64_t watcher) const;
 
-    /// Runs one closure or handler of a queue.
-    template <typename Function> void runAs(QueueId queue, Function function)
+    /// Runs one closure or handler of a queue, and destroys it there as well.
+    template <typename Run, typename... Arguments>
+    void runAs(QueueId queue, Run run, Arguments... arguments)
     {
         running_ = queue;
-        function();
+        run(arguments...);
+        run.reset();
         running_ = 0;
     }
 
     void runPosted();
-    Task takeNext();
+    bool takePosted();
     int timeToWait();
     void handleEvents(int timeout);
-    void postDueTimers();
+    void runDueTimers();
     void wakeIfAsleep();
     void wake();
 
@@ -115,13 +130,15 @@ private:
 
     // Used on the loop's thread, or while no thread runs the loop.
     QueueId running_ = 0;
-    std::size_t moved_ = 0;         ///< bytes
-    std::uint64_t lastWatcher_ = 0; ///< 0 stands for `wakeUp_`
-    std::unordered_map<std::uint64_t, FdWatcher*> watchers_;
+    std::size_t moved_ = 0;   ///< bytes
+    std::vector<Task> taken_; ///< from `posted_`
+    std::size_t next_ = 0;    ///< in `taken_`
+    std::vector<Slot> watchers_;
+    std::vector<std::uint32_t> freeSlots_;
 
     std::mutex mutex_; ///< guards the members below
-    std::deque<Task> posted_;
-    std::map<TimerId, Task> timers_;
+    std::vector<Task> posted_;
+    std::map<TimerId, Timer> timers_;
     std::uint64_t lastTimer_ = 0;
     bool isAsleep_ = false; ///< it may be waiting for events, and nobody has woken it
 };

@@ -121,10 +121,7 @@ void FdWatcher::handleEvents(std::uint32_t events)
     const auto queue = queue_;
     const auto tell = [&](Handler& waiting) {
         if (auto handler = waiting.take())
-            queue->loop().runAs(queue->id(), [&handler] {
-                handler({});
-                handler = {};
-            });
+            queue->loop().runAs(queue->id(), std::move(handler), std::error_code());
     };
     const bool isFailure = (events & kFailure) != 0;
     hasFailed_ = hasFailed_ || isFailure;

@@ -70,7 +70,7 @@ public:
 private:
     friend class EventLoop;
 
-    using Handler = Closure<std::error_code>;
+    using Handler = Closure<16, std::error_code>;
 
     FdWatcher(std::shared_ptr<LoopQueue> queue, int descriptor, For what,
               std::shared_ptr<void> held);

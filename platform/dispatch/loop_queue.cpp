@@ -33,7 +33,7 @@ std::shared_ptr<LoopQueue> LoopQueue::from(std::shared_ptr<DispatchQueue> queue)
 void LoopQueue::asyncAfter(std::chrono::milliseconds delay, Work work)
 {
     const auto bounded = std::clamp(delay, std::chrono::milliseconds(0), kLongestDelay);
-    loop_->addTimer(EventLoop::Clock::now() + bounded, id_, EventLoop::Work(std::move(work)));
+    loop_->addTimer(EventLoop::Clock::now() + bounded, id_, EventLoop::TimerWork(std::move(work)));
 }
 
 } // namespace quillbox

@@ -25,28 +25,16 @@ public:
     template <typename Function> void start(std::chrono::milliseconds delay, Function function)
     {
         cancel();
-        const auto work = std::make_shared<EventLoop::Work>(std::move(function));
-        work_ = work;
         timer_ = queue_->loop().addTimer(EventLoop::Clock::now() + delay, queue_->id(),
-                                         EventLoop::Work([work] {
-                                             if (auto due = work->take())
-                                                 due();
-                                         }));
+                                         EventLoop::TimerWork(std::move(function)));
     }
 
     /// Destroys pending work without running it.
-    void cancel()
-    {
-        if (const auto work = std::exchange(work_, {}).lock()) {
-            queue_->loop().removeTimer(timer_);
-            const auto dropped = work->take();
-        }
-    }
+    void cancel() { queue_->loop().removeTimer(timer_); }
 
 private:
     const std::shared_ptr<LoopQueue> queue_;
-    EventLoop::TimerId timer_;
-    std::weak_ptr<EventLoop::Work> work_; ///< the loop owns it until it runs
+    EventLoop::TimerId timer_; ///< that of the latest start; may have run
 };
 
 } // namespace quillbox

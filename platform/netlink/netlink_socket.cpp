@@ -56,16 +56,14 @@ std::optional<RouteRequest> routeRequest(const SocketAddress& address, int bound
     request.header.nlmsg_len = NLMSG_LENGTH(sizeof(rtmsg));
     request.header.nlmsg_type = RTM_GETROUTE;
     request.header.nlmsg_flags = NLM_F_REQUEST;
-    if (address.size() == sizeof(sockaddr_in)) {
-        sockaddr_in ipv4{};
-        std::memcpy(&ipv4, address.data(), sizeof ipv4);
+    if (familyOf(address) == AF_INET) {
+        const auto& ipv4 = *reinterpret_cast<const sockaddr_in*>(address.data());
         request.route.rtm_family = AF_INET;
         request.route.rtm_dst_len = 32;
         append(request, RTA_DST, &ipv4.sin_addr, sizeof ipv4.sin_addr);
         append(request, RTA_DPORT, &ipv4.sin_port, sizeof ipv4.sin_port);
-    } else if (address.size() == sizeof(sockaddr_in6)) {
-        sockaddr_in6 ipv6{};
-        std::memcpy(&ipv6, address.data(), sizeof ipv6);
+    } else if (familyOf(address) == AF_INET6) {
+        const auto& ipv6 = *reinterpret_cast<const sockaddr_in6*>(address.data());
         request.route.rtm_family = AF_INET6;
         request.route.rtm_dst_len = 128;
         append(request, RTA_DST, &ipv6.sin6_addr, sizeof ipv6.sin6_addr);

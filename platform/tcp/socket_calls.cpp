@@ -55,6 +55,15 @@ std::size_t countOf(int socket, unsigned long request)
     return ::ioctl(socket, request, &count) == 0 ? static_cast<std::size_t>(std::max(count, 0)) : 0;
 }
 
+/// The address that a call like accept(2) writes; none if the call fails.
+template <typename Call> SocketAddress receiveAddress(Call call)
+{
+    sockaddr_storage address{};
+    socklen_t size = sizeof address;
+    auto* const written = reinterpret_cast<sockaddr*>(&address);
+    return call(written, &size) < 0 ? SocketAddress() : SocketAddress(written, size);
+}
+
 /// Narrows the ports from which the kernel chooses one to a random part of the usual range. The
 /// kernel ignores what is outside the range of this system.
 void chooseLocalPorts(int socket)
@@ -98,10 +107,7 @@ int openListeningSocket(int family, std::uint16_t port, bool allowReuse, Reach r
     constexpr std::array<std::uint8_t, sizeof(in6_addr)> kAny{};
     const SocketAddress any = makeSocketAddress(
         std::span(kAny).first(family == AF_INET6 ? sizeof(in6_addr) : sizeof(in_addr)), port);
-    if (::bind(socket, reinterpret_cast<const sockaddr*>(any.data()),
-               static_cast<socklen_t>(any.size()))
-            == 0
-        && ::listen(socket, SOMAXCONN) == 0)
+    if (::bind(socket, any.data(), any.size()) == 0 && ::listen(socket, SOMAXCONN) == 0)
         return socket;
     error = lastError();
     ::close(socket);
@@ -119,14 +125,13 @@ int openStreamSocket(int family, std::error_code& error)
 
 int acceptStreamSocket(int listener, SocketAddress& client, std::error_code& error)
 {
-    client.resize(sizeof(sockaddr_in6));
-    auto size = static_cast<socklen_t>(client.size());
-    const int socket = ::accept4(listener, reinterpret_cast<sockaddr*>(client.data()), &size,
-                                 SOCK_NONBLOCK | SOCK_CLOEXEC);
+    int socket = -1;
+    client = receiveAddress([&](sockaddr* address, socklen_t* size) {
+        return socket = ::accept4(listener, address, size, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    });
     error = socket < 0 ? lastError() : std::error_code();
     if (socket < 0)
         return -1;
-    client.resize(size);
     if (!isDead(socket))
         return socket;
     ::close(socket);
@@ -168,8 +173,7 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
     setOption(socket, IPPROTO_TCP, TCP_SYNCNT, kConnectRetries);
     chooseLocalPorts(socket);
     const auto connect = [&] {
-        return ::connect(socket, reinterpret_cast<const sockaddr*>(address.data()),
-                         static_cast<socklen_t>(address.size()));
+        return ::connect(socket, address.data(), address.size());
     };
     auto result = connect();
     if (result != 0 && errno == EADDRNOTAVAIL) {
@@ -188,22 +192,16 @@ bool isSelfConnected(int socket, std::uint16_t port)
     const auto local = localAddress(socket);
     if (portOf(local) != port)
         return false;
-    SocketAddress remote(sizeof(sockaddr_in6));
-    auto size = static_cast<socklen_t>(remote.size());
-    if (::getpeername(socket, reinterpret_cast<sockaddr*>(remote.data()), &size) != 0)
-        return false;
-    remote.resize(size);
-    return local == remote;
+    return local == receiveAddress([socket](sockaddr* address, socklen_t* size) {
+               return ::getpeername(socket, address, size);
+           });
 }
 
 SocketAddress localAddress(int socket)
 {
-    SocketAddress local(sizeof(sockaddr_in6));
-    auto size = static_cast<socklen_t>(local.size());
-    if (::getsockname(socket, reinterpret_cast<sockaddr*>(local.data()), &size) != 0)
-        return {};
-    local.resize(size);
-    return local;
+    return receiveAddress([socket](sockaddr* address, socklen_t* size) {
+        return ::getsockname(socket, address, size);
+    });
 }
 
 std::uint16_t localPort(int socket)

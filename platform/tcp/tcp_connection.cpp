@@ -11,7 +11,10 @@ TcpConnection::TcpConnection(std::shared_ptr<TcpContext> context, AcceptedSocket
 
 TcpConnection::TcpConnection(std::shared_ptr<TcpContext> context, std::shared_ptr<Dialler> dialler,
                              std::weak_ptr<TcpConnection> client)
-    : context_(std::move(context)), dialler_(std::move(dialler)), client_(std::move(client))
+    : context_(std::move(context)),
+      isDialled_(true),
+      dialler_(std::move(dialler)),
+      client_(std::move(client))
 {
 }
 
@@ -36,7 +39,7 @@ void TcpConnection::send(Content content, SendCompletion completion)
 
 void TcpConnection::open()
 {
-    if (!dialler_) {
+    if (!isDialled_) {
         std::error_code error;
         auto socket = FdWatcher::adopt(queue(), accepted_.socket.release(), FdWatcher::For::Reading,
                                        error, std::move(accepted_.place));
@@ -64,6 +67,7 @@ void TcpConnection::open()
 
 void TcpConnection::beReady(std::unique_ptr<FdWatcher> socket)
 {
+    dialler_.reset();
     stream_ = std::make_shared<TcpStream>(context_, queue(), std::move(socket),
                                           std::move(accepted_.session));
     report(State::Ready, {});
@@ -78,7 +82,7 @@ void TcpConnection::close()
 {
     accepted_.socket.reset();
     accepted_.place.reset();
-    accepted_.session.reset();
+    accepted_.session.end();
     if (dialler_)
         dialler_->stop();
     if (stream_)
@@ -88,7 +92,7 @@ void TcpConnection::close()
 /// See `TcpParameters::client`.
 Ending TcpConnection::ending() const
 {
-    if (!dialler_)
+    if (!isDialled_)
         return Ending::EndOfStream;
     const auto client = client_.lock();
     const bool wasReset = client && client->stream_ && client->stream_->wasReset();

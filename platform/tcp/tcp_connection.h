@@ -20,7 +20,7 @@ struct AcceptedSocket {
     SocketLedger::Place place; ///< given up after the socket is closed
     FileDescriptor socket;
     SocketAddress client;
-    std::unique_ptr<CountedSession> session;
+    CountedSession session;
 };
 
 /// Opens the socket of an outgoing connection. Used on the queue that it is started on, where the
@@ -70,8 +70,9 @@ private:
     std::error_code refusal() const;
 
     const std::shared_ptr<TcpContext> context_;
-    AcceptedSocket accepted_;                ///< its socket until `open`
-    const std::shared_ptr<Dialler> dialler_; ///< null for an accepted connection
+    AcceptedSocket accepted_; ///< its socket until `open`
+    const bool isDialled_ = false;
+    std::shared_ptr<Dialler> dialler_; ///< until it has connected
     const std::weak_ptr<TcpConnection> client_;
     std::shared_ptr<TcpStream> stream_;
 };

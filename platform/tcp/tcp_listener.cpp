@@ -133,7 +133,7 @@ private:
             SocketAddress client;
             const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
             if (!error) {
-                takeConnection(descriptor, std::move(client));
+                takeConnection(descriptor, client);
             } else if (error == std::errc::operation_would_block) {
                 socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
                     if (!failure)
@@ -150,21 +150,22 @@ private:
     }
 
     /// The handler may cancel or destroy the listener.
-    void takeConnection(int descriptor, SocketAddress client)
+    void takeConnection(int descriptor, const SocketAddress& client)
     {
         queue()->loop().noteMoved(kCostInBytes);
-        AcceptedSocket accepted{.place = placeFor(descriptor, client),
-                                .socket = FileDescriptor(descriptor),
-                                .client = std::move(client),
-                                .session = nullptr};
-        if (!accepted.place) {
+        auto place = placeFor(descriptor, client);
+        FileDescriptor socket(descriptor);
+        if (!place) {
             tellShortage(lastRefusal_, "refusing connections of a host that has too many");
             resetOnClose(descriptor);
             return;
         }
         if (!connectionHandler_ || !traffic_)
             return;
-        accepted.session = std::make_unique<CountedSession>(traffic_);
+        AcceptedSocket accepted{.place = std::move(place),
+                                .socket = std::move(socket),
+                                .client = client,
+                                .session = CountedSession(traffic_)};
         const auto handler = connectionHandler_;
         handler(TcpConnection::make(context_, std::move(accepted)));
     }

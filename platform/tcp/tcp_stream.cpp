@@ -42,7 +42,7 @@ private:
 };
 
 TcpStream::TcpStream(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
-                     std::unique_ptr<FdWatcher> socket, std::unique_ptr<CountedSession> session)
+                     std::unique_ptr<FdWatcher> socket, CountedSession session)
     : context_(std::move(context)),
       queue_(std::move(queue)),
       socket_(std::move(socket)),
@@ -183,8 +183,7 @@ void TcpStream::endReceive(bool isComplete, std::error_code error, Delivery deli
     else if (receive.chunk && receive.chunk->size() > 0)
         content = Content(std::move(receive.chunk));
     hasReceived_ = hasReceived_ || !content.isEmpty();
-    if (session_)
-        session_->noteReceived(content.size());
+    session_.noteReceived(content.size());
     deliver(delivery,
             [completion = std::move(receive.completion), content = std::move(content), isComplete,
              error]() mutable { completion(std::move(content), isComplete, error); });
@@ -214,8 +213,7 @@ void TcpStream::trySend(Delivery delivery)
         hasSent_ = hasSent_ || sent.count > 0;
         watchRetransmissions();
         queue_->loop().noteMoved(sent.count);
-        if (session_)
-            session_->noteSent(sent.count);
+        session_.noteSent(sent.count);
         if (sent.wouldBlock()) {
             socket_->waitWritable(
                 [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
@@ -321,7 +319,7 @@ void TcpStream::close(Ending ending)
         endReceive(false, canceled(), Delivery::Posted);
     if (send_)
         endSend(canceled(), Delivery::Posted);
-    session_.reset();
+    session_.end();
     // After the end of the peer's stream there is no unread input that could cause a reset.
     closeGently(queue_, context_->chunks, std::move(socket_), std::move(unsent),
                 hasSent_ && !hasEnded_, ending);

@@ -32,9 +32,9 @@ class TcpStream final : public std::enable_shared_from_this<TcpStream> {
 public:
     using FailureHandler = std::function<void(std::error_code)>;
 
-    /// `session` counts the traffic until the stream is closed; null if it is not to be counted.
+    /// `session` counts the traffic until the stream is closed.
     TcpStream(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQueue> queue,
-              std::unique_ptr<FdWatcher> socket, std::unique_ptr<CountedSession> session);
+              std::unique_ptr<FdWatcher> socket, CountedSession session);
 
     TcpStream(const TcpStream&) = delete;
     TcpStream& operator=(const TcpStream&) = delete;
@@ -96,9 +96,9 @@ private:
 
     const std::shared_ptr<TcpContext> context_;
     const std::shared_ptr<LoopQueue> queue_;
-    std::unique_ptr<FdWatcher> socket_;       ///< null after `close`
-    std::unique_ptr<CountedSession> session_; ///< null after `close` and if not counted
-    FailureHandler failed_;                   ///< null after it was called and after `close`
+    std::unique_ptr<FdWatcher> socket_; ///< null after `close`
+    CountedSession session_;
+    FailureHandler failed_; ///< null after it was called and after `close`
     std::optional<Receive> receive_;
     std::optional<Send> send_;
     std::error_code error_; ///< the first one: the kernel reports each error only once

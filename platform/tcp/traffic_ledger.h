@@ -27,19 +27,28 @@ struct TrafficCounter {
     Traffic traffic() const;
 };
 
-/// An accepted connection, counted as open during the lifetime of this object. Cheap enough to be
-/// called for every chunk.
+/// An accepted connection, counted as open until this object is destroyed, or moved from. Cheap
+/// enough to be called for every chunk. Default-constructed, it counts nothing.
 class CountedSession final {
 public:
+    CountedSession() = default;
     explicit CountedSession(std::shared_ptr<TrafficCounter> counter) : counter_(std::move(counter))
     {
         add(&TrafficCounter::sessions, 1);
         add(&TrafficCounter::sessionsInAll, 1);
     }
-    ~CountedSession() { add(&TrafficCounter::sessions, ~std::uint64_t{0}); }
+    ~CountedSession() { end(); }
 
+    CountedSession(CountedSession&&) = default;
     CountedSession(const CountedSession&) = delete;
     CountedSession& operator=(const CountedSession&) = delete;
+    CountedSession& operator=(CountedSession&&) = delete;
+
+    void end()
+    {
+        add(&TrafficCounter::sessions, ~std::uint64_t{0});
+        counter_.reset();
+    }
 
     void noteReceived(std::size_t bytes) { add(&TrafficCounter::bytesReceived, bytes); }
     void noteSent(std::size_t bytes) { add(&TrafficCounter::bytesSent, bytes); }
@@ -47,12 +56,14 @@ public:
 private:
     void add(std::atomic<std::uint64_t> TrafficCounter::*count, std::uint64_t number)
     {
+        if (!counter_)
+            return;
         // The counts are independent: no access to other memory is synchronized by them.
         for (auto* each : {counter_.get(), counter_->total.get()})
             (each->*count).fetch_add(number, std::memory_order_relaxed);
     }
 
-    const std::shared_ptr<TrafficCounter> counter_;
+    std::shared_ptr<TrafficCounter> counter_;
 };
 
 /// The counters of all open listeners, and the total of all listeners so far. Thread-safe.

@@ -23,12 +23,21 @@ bool isAll(const PlainAddress& address, std::uint8_t value, std::size_t count)
 
 } // namespace
 
+SocketAddress::SocketAddress(const sockaddr* address, std::size_t size)
+{
+    static_assert(kMaximumSize == sizeof(sockaddr_in6) && alignof(sockaddr_in6) == 4);
+    const bool isValid = (size == sizeof(sockaddr_in) && address->sa_family == AF_INET)
+                         || (size == sizeof(sockaddr_in6) && address->sa_family == AF_INET6);
+    if (!isValid)
+        return;
+    size_ = static_cast<std::uint32_t>(size);
+    std::memcpy(bytes_.data(), address, size);
+}
+
 SocketAddress toSocketAddress(const sockaddr* address)
 {
-    const auto size = address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
-    SocketAddress result(size);
-    std::memcpy(result.data(), address, size);
-    return result;
+    return {address,
+            address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in)};
 }
 
 SocketAddress makeSocketAddress(std::span<const std::uint8_t> address, std::uint16_t port,
@@ -51,15 +60,7 @@ SocketAddress makeSocketAddress(std::span<const std::uint8_t> address, std::uint
 
 int familyOf(const SocketAddress& address)
 {
-    sa_family_t family = AF_UNSPEC;
-    if (address.size() < sizeof(sockaddr_in))
-        return AF_UNSPEC;
-    std::memcpy(&family, address.data() + offsetof(sockaddr, sa_family), sizeof family);
-    if (family == AF_INET && address.size() == sizeof(sockaddr_in))
-        return AF_INET;
-    if (family == AF_INET6 && address.size() == sizeof(sockaddr_in6))
-        return AF_INET6;
-    return AF_UNSPEC;
+    return address.data()->sa_family;
 }
 
 bool isIPv4(const SocketAddress& address)
@@ -69,22 +70,15 @@ bool isIPv4(const SocketAddress& address)
 
 std::uint16_t portOf(const SocketAddress& address)
 {
-    if (familyOf(address) == AF_UNSPEC)
-        return 0;
     // The port is at the same offset in both families.
     static_assert(offsetof(sockaddr_in, sin_port) == offsetof(sockaddr_in6, sin6_port));
-    in_port_t port = 0;
-    std::memcpy(&port, address.data() + offsetof(sockaddr_in, sin_port), sizeof port);
-    return ntohs(port);
+    return ntohs(reinterpret_cast<const sockaddr_in*>(address.data())->sin_port);
 }
 
 SocketAddress withPort(SocketAddress address, std::uint16_t port)
 {
-    if (familyOf(address) == AF_UNSPEC)
-        return address;
-    const in_port_t networkOrder = htons(port);
-    std::memcpy(address.data() + offsetof(sockaddr_in, sin_port), &networkOrder,
-                sizeof networkOrder);
+    if (!address.isNone())
+        reinterpret_cast<sockaddr_in*>(address.bytes_.data())->sin_port = htons(port);
     return address;
 }
 
@@ -106,9 +100,8 @@ std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint
 std::optional<std::string> numericHost(const SocketAddress& address)
 {
     std::array<char, NI_MAXHOST> host{};
-    if (familyOf(address) == AF_UNSPEC
-        || ::getnameinfo(reinterpret_cast<const sockaddr*>(address.data()),
-                         static_cast<socklen_t>(address.size()), host.data(),
+    if (address.isNone()
+        || ::getnameinfo(address.data(), address.size(), host.data(),
                          static_cast<socklen_t>(host.size()), nullptr, 0, NI_NUMERICHOST)
                != 0)
         return std::nullopt;
@@ -121,11 +114,11 @@ std::optional<PlainAddress> PlainAddress::of(const SocketAddress& address)
     switch (familyOf(address)) {
     case AF_INET:
         plain.isIPv4 = true;
-        std::memcpy(plain.bytes.data(), address.data() + offsetof(sockaddr_in, sin_addr), 4);
+        std::memcpy(plain.bytes.data(),
+                    &reinterpret_cast<const sockaddr_in*>(address.data())->sin_addr, 4);
         return plain;
     case AF_INET6: {
-        sockaddr_in6 ipv6{};
-        std::memcpy(&ipv6, address.data(), sizeof ipv6);
+        const auto& ipv6 = *reinterpret_cast<const sockaddr_in6*>(address.data());
         plain.isIPv4 = IN6_IS_ADDR_V4MAPPED(&ipv6.sin6_addr);
         if (plain.isIPv4) {
             std::memcpy(plain.bytes.data(), ipv6.sin6_addr.s6_addr + 12, 4);

@@ -1,21 +1,45 @@
 #pragma once
 
 #include <array>
+#include <compare>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 struct sockaddr;
 
 namespace quillbox {
 
-/// A socket address in this system's `sockaddr` layout, as bytes.
-using SocketAddress = std::vector<std::byte>;
+/// An IPv4 or IPv6 address with its port, in this system's `sockaddr` layout; or none, as when
+/// default-constructed.
+class SocketAddress final {
+public:
+    SocketAddress() = default;
 
-/// Copies an IPv4 or IPv6 address of the system.
+    /// Copies an address of the system. None if `size` (bytes) is not that of its family, IPv4 or
+    /// IPv6.
+    SocketAddress(const sockaddr* address, std::size_t size);
+
+    bool isNone() const { return size_ == 0; }
+
+    /// For system calls; `size` is 0 if there is none.
+    const sockaddr* data() const { return reinterpret_cast<const sockaddr*>(bytes_.data()); }
+    std::uint32_t size() const { return size_; }
+
+    auto operator<=>(const SocketAddress&) const = default;
+
+private:
+    friend SocketAddress withPort(SocketAddress address, std::uint16_t port);
+
+    static constexpr std::size_t kMaximumSize = 28; ///< that of `sockaddr_in6`
+
+    std::uint32_t size_ = 0;
+    alignas(4) std::array<std::byte, kMaximumSize> bytes_{};
+};
+
+/// Copies an address of the system, whose size is that of its family.
 SocketAddress toSocketAddress(const sockaddr* address);
 
 /// From the 4 or 16 bytes of an IPv4 or IPv6 address, in network byte order, and a port in host
@@ -23,12 +47,12 @@ SocketAddress toSocketAddress(const sockaddr* address);
 SocketAddress makeSocketAddress(std::span<const std::uint8_t> address, std::uint16_t port,
                                 std::uint32_t scope = 0);
 
-/// AF_INET or AF_INET6; AF_UNSPEC if the bytes are not a valid address.
+/// AF_INET, AF_INET6, or AF_UNSPEC if there is none.
 int familyOf(const SocketAddress& address);
 
 bool isIPv4(const SocketAddress& address);
 
-/// In host byte order; 0 if the bytes are not a valid address.
+/// In host byte order; 0 if there is no address.
 std::uint16_t portOf(const SocketAddress& address);
 
 SocketAddress withPort(SocketAddress address, std::uint16_t port);
@@ -36,8 +60,7 @@ SocketAddress withPort(SocketAddress address, std::uint16_t port);
 /// Parses a numeric host: "192.0.2.1", "::1", "[::1]", "fe80::1%eth0". None for a name.
 std::optional<SocketAddress> parseNumericHost(const std::string& host, std::uint16_t port);
 
-/// Formats the host as `parseNumericHost` accepts it, without brackets. None if the bytes are not a
-/// valid address.
+/// Formats the host as `parseNumericHost` accepts it, without brackets.
 std::optional<std::string> numericHost(const SocketAddress& address);
 
 /// An address without its port; IPv4-mapped IPv6 (RFC 4291, section 2.5.5.2) is stored as IPv4.
@@ -46,7 +69,6 @@ struct PlainAddress {
     std::array<std::uint8_t, 16> bytes{};
     std::uint32_t scope = 0;
 
-    /// None if the bytes are not a valid address.
     static std::optional<PlainAddress> of(const SocketAddress& address);
 
     bool isLoopback() const;

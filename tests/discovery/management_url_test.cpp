@@ -28,18 +28,16 @@ TEST(ManagementUrl, putsIPv4FirstAndKeepsTheOrderOtherwise)
 TEST(ManagementUrl, countsTooShortAddressesAsNotIPv4)
 {
     const auto a4 = ipv4Address("192.0.2.1");
-    // In memory, the rest of an IPv4 address is behind the only byte of the first.
-    std::vector<SocketAddress> addresses{ipv4Address("192.0.2.2"), {}, a4};
-    addresses.front().resize(1);
-    EXPECT_THAT(ipv4First(std::move(addresses)),
-                ElementsAre(a4, SocketAddress{std::byte{AF_INET}}, SocketAddress()));
+    const auto a6 = ipv6Address("2001:db8::1");
+    const SocketAddress cut(a4.data(), 1);
+    EXPECT_THAT(ipv4First({cut, a6, {}, a4}), ElementsAre(a4, cut, a6, SocketAddress()));
 }
 
 TEST(ManagementUrl, countsAddressesOfOtherFamiliesAsNotIPv4)
 {
-    auto other = ipv4Address("192.0.2.2");
-    const sa_family_t family = AF_PACKET;
-    std::memcpy(other.data(), &family, sizeof family);
+    sockaddr_in bytes{};
+    bytes.sin_family = AF_PACKET;
+    const SocketAddress other(reinterpret_cast<const sockaddr*>(&bytes), sizeof bytes);
     const auto a4 = ipv4Address("192.0.2.1");
     EXPECT_THAT(ipv4First({other, a4}), ElementsAre(a4, other));
 }
@@ -90,12 +88,8 @@ TEST(ManagementUrl, encodesAZoneOfAnyBytesAsUtf8)
 TEST(ManagementUrl, hasNoneForBytesThatAreNoAddress)
 {
     EXPECT_EQ(managementUrl({}, 443), std::nullopt);
-    EXPECT_EQ(managementUrl({std::byte{2}}, 443), std::nullopt);
-    EXPECT_EQ(managementUrl(SocketAddress(16, std::byte{0xff}), 443), std::nullopt);
-    EXPECT_EQ(managementUrl(SocketAddress(4096, std::byte{0}), 443), std::nullopt);
-    auto cut = ipv6Address("2001:db8::7");
-    cut.resize(10);
-    EXPECT_EQ(managementUrl(cut, 443), std::nullopt);
+    const auto ipv6 = ipv6Address("2001:db8::7");
+    EXPECT_EQ(managementUrl({ipv6.data(), 10}, 443), std::nullopt);
 }
 
 } // namespace

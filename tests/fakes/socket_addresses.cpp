@@ -1,7 +1,5 @@
 #include "tests/fakes/socket_addresses.h"
 
-#include <cstring>
-
 #include <arpa/inet.h>
 #include <netinet/in.h>
 
@@ -13,9 +11,7 @@ SocketAddress ipv4Address(const std::string& text, std::uint16_t port)
     address.sin_family = AF_INET;
     address.sin_port = htons(port);
     inet_pton(AF_INET, text.c_str(), &address.sin_addr);
-    SocketAddress bytes(sizeof address);
-    std::memcpy(bytes.data(), &address, sizeof address);
-    return bytes;
+    return toSocketAddress(reinterpret_cast<const sockaddr*>(&address));
 }
 
 SocketAddress ipv6Address(const std::string& text, std::uint32_t scope, std::uint16_t port)
@@ -25,9 +21,7 @@ SocketAddress ipv6Address(const std::string& text, std::uint32_t scope, std::uin
     address.sin6_port = htons(port);
     address.sin6_scope_id = scope;
     inet_pton(AF_INET6, text.c_str(), &address.sin6_addr);
-    SocketAddress bytes(sizeof address);
-    std::memcpy(bytes.data(), &address, sizeof address);
-    return bytes;
+    return toSocketAddress(reinterpret_cast<const sockaddr*>(&address));
 }
 
 } // namespace quillbox

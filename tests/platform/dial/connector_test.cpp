@@ -43,8 +43,8 @@ bool hasIPv6()
 {
     const Peer probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto address = ipv6Address("::1");
-    return ::bind(probe.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
-                  static_cast<socklen_t>(address.size()))
+    return ::bind(probe.descriptor(), address.data(),
+                  address.size())
            == 0;
 }
 

@@ -54,9 +54,7 @@ std::vector<DnsSd::FoundAddress> ofFamily(int family, const DnsSd::ResolveUpdate
 {
     std::vector<DnsSd::FoundAddress> result;
     for (const DnsSd::FoundAddress& found : update.addresses) {
-        sa_family_t own = AF_UNSPEC;
-        std::memcpy(&own, found.address.data(), sizeof own);
-        if (own == family)
+        if (familyOf(found.address) == family)
             result.push_back(found);
     }
     return result;
@@ -65,14 +63,14 @@ std::vector<DnsSd::FoundAddress> ofFamily(int family, const DnsSd::ResolveUpdate
 sockaddr_in6 asIPv6(const DnsSd::FoundAddress& found)
 {
     sockaddr_in6 result{};
-    std::memcpy(&result, found.address.data(), std::min(sizeof result, found.address.size()));
+    std::memcpy(&result, found.address.data(), std::min<std::size_t>(sizeof result, found.address.size()));
     return result;
 }
 
 sockaddr_in asIPv4(const DnsSd::FoundAddress& found)
 {
     sockaddr_in result{};
-    std::memcpy(&result, found.address.data(), std::min(sizeof result, found.address.size()));
+    std::memcpy(&result, found.address.data(), std::min<std::size_t>(sizeof result, found.address.size()));
     return result;
 }
 

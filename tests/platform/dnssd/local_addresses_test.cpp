@@ -109,9 +109,7 @@ TEST(LocalAddresses, forThisComputerAloneAreTheLoopbackOneAndItsInterface)
 TEST(LocalAddresses, skipWhatIsNoInternetAddress)
 {
     FakeNetworkMonitor monitor;
-    monitor.setAddresses({{3, "odd0", false, SocketAddress(1)},
-                          {3, "odd0", false, {}},
-                          {3, "odd0", false, SocketAddress(16)}});
+    monitor.setAddresses({{3, "odd0", false, {}}});
     EXPECT_TRUE(LocalAddresses(monitor).hostAddresses(kOwnLoopback).empty());
 }
 

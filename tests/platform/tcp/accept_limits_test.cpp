@@ -31,8 +31,8 @@ public:
         const auto address = ipv4Address("127.0.0.1", port);
         for (const auto& peer : peers_)
             EXPECT_EQ(::connect(peer.descriptor(),
-                                reinterpret_cast<const sockaddr*>(address.data()),
-                                static_cast<socklen_t>(address.size())),
+                                address.data(),
+                                address.size()),
                       0);
     }
 

@@ -245,8 +245,8 @@ TEST(SocketCalls, noticeAConnectionToItself)
     std::error_code error;
     const Peer socket(openStreamSocket(AF_INET, error));
     auto address = ipv4Address("127.0.0.1");
-    ASSERT_EQ(::bind(socket.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
-                     static_cast<socklen_t>(address.size())),
+    ASSERT_EQ(::bind(socket.descriptor(), address.data(),
+                     address.size()),
               0);
     address = withPort(address, localPort(socket.descriptor()));
     const auto result = beginConnect(socket.descriptor(), address);

@@ -29,8 +29,8 @@ bool accepts(std::uint16_t port)
 {
     const Peer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto address = ipv4Address("127.0.0.1", port);
-    return ::connect(peer.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
-                     static_cast<socklen_t>(address.size()))
+    return ::connect(peer.descriptor(), address.data(),
+                     address.size())
            == 0;
 }
 
@@ -262,8 +262,8 @@ TEST(TcpListener, acceptsConnectionsOfBothFamilies)
     if (second.descriptor() < 0)
         GTEST_SKIP() << "no IPv6 here";
     const auto address = ipv6Address("::1", 0, harness.listeningPort());
-    if (::connect(second.descriptor(), reinterpret_cast<const sockaddr*>(address.data()),
-                  static_cast<socklen_t>(address.size()))
+    if (::connect(second.descriptor(), address.data(),
+                  address.size())
         != 0)
         GTEST_SKIP() << "no IPv6 here";
     EXPECT_TRUE(harness.waitForAccepted(2));
