@@ -24,6 +24,7 @@ public:
     void up(const std::string& hostName = "my-pc.local");
     void down(std::error_code error = {});
 
+    bool isStarted() const { return state->handler != nullptr; }
     bool isStopped() const { return state->isStopped; }
 
     /// All requests so far, in order.
