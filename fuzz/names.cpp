@@ -65,6 +65,6 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
             "the order is asymmetric");
     canonicallyHasPrefix(first, rest);
     if (const auto location = dnssd::decodeServiceLocation({data, size}))
-        require(!location->hostName.empty() && location->hostName.size() < 1024, "a host name");
+        require(!location->host.empty() && location->host.size() < 1024, "a host name");
     return 0;
 }

@@ -1,6 +1,5 @@
 #pragma once
 
-#include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/engine.h"
 
 #include <cstddef>
@@ -25,6 +24,7 @@ public:
     void up(const std::string& hostName = "my-pc.local");
     void down(std::error_code error = {});
 
+    bool isStarted() const { return state->handler != nullptr; }
     bool isStopped() const { return state->isStopped; }
 
     /// All requests so far, in order.
@@ -70,34 +70,6 @@ private:
     };
 
     const std::shared_ptr<State> state;
-};
-
-/// A network link with several hosts, each with a working engine: all hosts see the services that
-/// one registers. Delays use the queue's clock. For use by one thread.
-class FakeMedium final {
-public:
-    struct Host {
-        std::string name;               ///< "here.local"
-        int linkInterface = 0;          ///< the index of its interface on the link; loopback is 1
-        std::vector<Address> addresses; ///< of the computer's own host name
-    };
-
-    explicit FakeMedium(std::shared_ptr<DispatchQueue> queue);
-    ~FakeMedium();
-    FakeMedium(const FakeMedium&) = delete;
-    FakeMedium& operator=(const FakeMedium&) = delete;
-
-    std::unique_ptr<Engine> makeEngine(Host host);
-
-    /// Takes the engine of the host with that name down, or brings it up again.
-    void takeAway(const std::string& hostName);
-    void bringBack(const std::string& hostName);
-
-private:
-    class Member;
-    struct World;
-
-    const std::shared_ptr<World> world;
 };
 
 /// An address from its text form.

@@ -1,11 +1,13 @@
 #pragma once
 
-#include "platform/dnssd/avahi/avahi_service_location.h"
 #include "platform/dnssd/engine/messages.h"
 
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <avahi-common/defs.h>
@@ -24,20 +26,35 @@ public:
     virtual ~AvahiObject() = default;
 };
 
-/// Receives the results of a browse or lookup.
-class AvahiAnswers {
+/// Turns the results of a browse or lookup into events with the id of its request.
+class AvahiAnswers final {
 public:
-    enum class Change { Found, Lost };
+    /// `failures` takes the Avahi error code if the browse or lookup fails. Both are used as long
+    /// as this object exists.
+    AvahiAnswers(RequestId itsId, const std::function<void(Event)>& theEmit,
+                 std::map<RequestId, int>& theFailures)
+        : id(itsId), emit(theEmit), failures(theFailures)
+    {
+    }
 
-    virtual ~AvahiAnswers() = default;
+    template <class Value> void tell(Change change, const Sighting& sighting, Value value) const
+    {
+        emit(Answer<Value>{id, change, sighting, std::move(value)});
+    }
 
-    virtual void onService(Change change, const Sighting& sighting, const char* name,
-                           const char* type, const char* domain) = 0;
-    virtual void onLocation(Change change, const Sighting& sighting,
-                            const ServiceLocation& location) = 0;
-    virtual void onAddress(Change change, const Sighting& sighting, const Address& address) = 0;
-    virtual void onSettled() = 0;
-    virtual void onFailed(int error) = 0;
+    void settle()
+    {
+        if (!std::exchange(isSettled, true))
+            emit(Settled{id});
+    }
+
+    void fail(int error) const { failures.emplace(id, error); }
+
+private:
+    RequestId id;
+    const std::function<void(Event)>& emit;
+    std::map<RequestId, int>& failures;
+    bool isSettled = false;
 };
 
 /// Receives the states of an entry group; may be called inside the group's own calls.
@@ -82,12 +99,12 @@ public:
 
     virtual ~AvahiApi() = default;
 
-    // Each returns null on failure; `lastError` then gives the reason. `answers` and `watcher` must
-    // outlive the returned object.
+    // Each returns null on failure; `lastError` then gives the reason. `watcher` must outlive
+    // the returned object.
 
-    virtual std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) = 0;
+    virtual std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers answers) = 0;
     virtual std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
-                                                AvahiAnswers& answers) = 0;
+                                                AvahiAnswers answers) = 0;
     virtual std::unique_ptr<AvahiGroup> makeGroup(AvahiGroupWatcher& watcher) = 0;
 
     /// An Avahi error code.

@@ -91,39 +91,24 @@ void AvahiRegistration::demand(const std::vector<HostAddress>& addresses)
 
 void AvahiRegistration::publish()
 {
-    if (std::exchange(isAllDemanded, false))
-        publishAll();
-    else
-        publishDifferences();
-    publishedAddresses = addressesByInterface;
-}
-
-void AvahiRegistration::publishAll()
-{
-    service.reset();
-    hosts.clear();
-    publishService();
-    // A conflict with a name on this computer is reported immediately; then no addresses are
-    // published.
-    if (service->failure() == AVAHI_OK) {
-        for (const auto& [interfaceIndex, addresses] : addressesByInterface)
-            publishAddresses(interfaceIndex, addresses);
+    if (std::exchange(isAllDemanded, false)) {
+        service.reset();
+        hosts.clear();
+        publishService();
+        // A conflict with a name on this computer is reported immediately; then no addresses are
+        // published.
+        if (service->failure() != AVAHI_OK)
+            return;
+    }
+    std::erase_if(hosts, [this](const auto& host) {
+        const auto demanded = addressesByInterface.find(host.first);
+        return demanded == addressesByInterface.end() || demanded->second != host.second.addresses;
+    });
+    for (const auto& [interfaceIndex, addresses] : addressesByInterface) {
+        if (!hosts.contains(interfaceIndex))
+            hosts[interfaceIndex] = {addresses, publishAddresses(interfaceIndex, addresses)};
     }
     isProbing = true;
-}
-
-void AvahiRegistration::publishDifferences()
-{
-    std::erase_if(hosts, [&](const auto& host) {
-        const auto demanded = addressesByInterface.find(host.first);
-        const auto published = publishedAddresses.find(host.first);
-        return demanded == addressesByInterface.end() || published == publishedAddresses.end()
-               || demanded->second != published->second;
-    });
-    for (const auto& [interfaceIndex, addressesThere] : addressesByInterface) {
-        if (!hosts.contains(interfaceIndex))
-            publishAddresses(interfaceIndex, addressesThere);
-    }
 }
 
 void AvahiRegistration::publishService()
@@ -140,7 +125,8 @@ void AvahiRegistration::publishService()
     service->commit();
 }
 
-void AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Address>& addresses)
+std::unique_ptr<AvahiRegistration::Group>
+AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Address>& addresses)
 {
     auto host = std::make_unique<Group>(api, changed);
     for (const Address& address : addresses) {
@@ -151,7 +137,7 @@ void AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Addr
         });
     }
     host->commit();
-    hosts[interfaceIndex] = std::move(host);
+    return host;
 }
 
 AvahiRegistration::Outcome AvahiRegistration::outcome() const
@@ -171,9 +157,9 @@ AvahiRegistration::Outcome AvahiRegistration::outcome() const
         return *failure;
     bool isEstablished = service->isEstablished();
     for (const auto& [interfaceIndex, host] : hosts) {
-        if (const auto failure = failureOf(*host, Collision::Of::Host))
+        if (const auto failure = failureOf(*host.group, Collision::Of::Host))
             return *failure;
-        isEstablished = isEstablished && host->isEstablished();
+        isEstablished = isEstablished && host.group->isEstablished();
     }
     return {isEstablished ? State::Established : State::Underway, Collision::Of::Service, AVAHI_OK};
 }

@@ -54,20 +54,23 @@ public:
 private:
     class Group;
 
-    void publishAll();
+    /// The addresses of one interface.
+    struct Host {
+        std::set<Address> addresses;
+        std::unique_ptr<Group> group;
+    };
+
     void publishService();
-    void publishDifferences();
-    void publishAddresses(int interfaceIndex, const std::set<Address>& addresses);
+    std::unique_ptr<Group> publishAddresses(int interfaceIndex, const std::set<Address>& addresses);
 
     AvahiApi& api;
     const RegisterRequest request;
     const std::function<void()> changed;
     std::map<int, std::set<Address>> addressesByInterface; ///< as demanded
-    std::map<int, std::set<Address>> publishedAddresses;
     bool isAllDemanded = true;
     bool isProbing; ///< whether publishing everything includes probing for the names
     std::unique_ptr<Group> service; ///< null before the first `publish`
-    std::map<int, std::unique_ptr<Group>> hosts;
+    std::map<int, Host> hosts;      ///< as published, by interface
     Clock::duration patience;
 };
 

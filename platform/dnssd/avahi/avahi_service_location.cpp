@@ -1,6 +1,8 @@
 #include "platform/dnssd/avahi/avahi_service_location.h"
 
 #include <array>
+#include <cstddef>
+#include <string>
 
 #include <avahi-common/domain.h>
 
@@ -30,12 +32,12 @@ bool appendLabel(std::string& name, std::span<const std::uint8_t> label)
 
 } // namespace
 
-std::optional<ServiceLocation> decodeServiceLocation(std::span<const std::uint8_t> recordData)
+std::optional<HostEndpoint> decodeServiceLocation(std::span<const std::uint8_t> recordData)
 {
     if (recordData.size() <= kFixedLength || recordData.size() > kFixedLength + kMaximumNameLength)
         return std::nullopt;
 
-    ServiceLocation location;
+    HostEndpoint location;
     location.port = static_cast<std::uint16_t>(recordData[4] << 8 | recordData[5]);
 
     auto rest = recordData.subspan(kFixedLength);
@@ -43,12 +45,12 @@ std::optional<ServiceLocation> decodeServiceLocation(std::span<const std::uint8_
         const std::size_t length = rest.front(); // above 63: a compression pointer
         if (length > kMaximumLabelLength || length >= rest.size())
             return std::nullopt;
-        if (!appendLabel(location.hostName, rest.subspan(1, length)))
+        if (!appendLabel(location.host, rest.subspan(1, length)))
             return std::nullopt;
         rest = rest.subspan(1 + length);
     }
     const bool isEndedByRoot = rest.size() == 1;
-    if (!isEndedByRoot || location.hostName.empty())
+    if (!isEndedByRoot || location.host.empty())
         return std::nullopt;
     return location;
 }

@@ -14,65 +14,6 @@
 
 namespace quillbox::dnssd {
 
-/// A browse or a lookup: emits its results as events with its id.
-class AvahiQuery final : public AvahiAnswers {
-public:
-    AvahiQuery(RequestId theId, std::function<void(Event)>& theEmit, std::set<RequestId>& theFailed)
-        : id(theId), emit(theEmit), failed(theFailed)
-    {
-    }
-
-    void onService(Change change, const Sighting& sighting, const char* name, const char* type,
-                   const char* domain) override
-    {
-        // A safeguard: Avahi sets all three for every service it reports.
-        if (name == nullptr || type == nullptr || domain == nullptr)
-            return;
-        if (change == Change::Found)
-            emit(ServiceFound{id, sighting, name, type, domain});
-        else
-            emit(ServiceLost{id, sighting, name, type, domain});
-    }
-
-    void onLocation(Change change, const Sighting& sighting,
-                    const ServiceLocation& location) override
-    {
-        if (change == Change::Found)
-            emit(LocationFound{id, sighting, location.hostName, location.port});
-        else
-            emit(LocationLost{id, sighting, location.hostName, location.port});
-    }
-
-    void onAddress(Change change, const Sighting& sighting, const Address& address) override
-    {
-        if (change == Change::Found)
-            emit(AddressFound{id, sighting, address});
-        else
-            emit(AddressLost{id, sighting, address});
-    }
-
-    void onSettled() override
-    {
-        if (!std::exchange(isSettled, true))
-            emit(Settled{id});
-    }
-
-    void onFailed(int error) override
-    {
-        failure = error;
-        failed.insert(id);
-    }
-
-    int failure = AVAHI_OK; ///< an Avahi error code
-    std::unique_ptr<AvahiObject> object;
-
-private:
-    RequestId id;
-    std::function<void(Event)>& emit;
-    std::set<RequestId>& failed;
-    bool isSettled = false;
-};
-
 namespace {
 
 /// Whether the error means that Avahi cannot be reached, as opposed to a refusal.
@@ -145,25 +86,26 @@ void AvahiSession::start(const BrowseRequest& request, Clock::time_point /*now*/
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_TYPE);
         return;
     }
-    ask(request.id, [&](AvahiAnswers& answers) { return api.browse(request.type, answers); });
+    ask(request.id, [&](AvahiAnswers answers) { return api.browse(request.type, answers); });
 }
 
 void AvahiSession::start(const LocationRequest& request, Clock::time_point /*now*/)
 {
     drop(request.id);
-    if (!isText(request.name) || !isText(request.type) || !isText(request.domain)) {
+    const auto& [instance, type, itsDomain] = request.service;
+    if (!isText(instance) || !isText(type) || !isText(itsDomain)) {
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_NAME);
         return;
     }
-    const std::string domain = request.domain.empty() ? api.domainName() : request.domain;
+    const std::string domain = itsDomain.empty() ? api.domainName() : itsDomain;
     std::array<char, AVAHI_DOMAIN_NAME_MAX> name{};
-    const int error = avahi_service_name_join(name.data(), name.size(), request.name.c_str(),
-                                              request.type.c_str(), domain.c_str());
+    const int error = avahi_service_name_join(name.data(), name.size(), instance.c_str(),
+                                              type.c_str(), domain.c_str());
     if (error != AVAHI_OK) {
         fail(request.id, error);
         return;
     }
-    ask(request.id, [&](AvahiAnswers& answers) {
+    ask(request.id, [&](AvahiAnswers answers) {
         return api.lookUp(name.data(), AvahiApi::Record::Location, answers);
     });
 }
@@ -178,7 +120,7 @@ void AvahiSession::start(const AddressRequest& request, Clock::time_point /*now*
     const auto record = request.family == Family::IPv4 ? AvahiApi::Record::IPv4Address
                                                        : AvahiApi::Record::IPv6Address;
     ask(request.id,
-        [&](AvahiAnswers& answers) { return api.lookUp(request.hostName, record, answers); });
+        [&](AvahiAnswers answers) { return api.lookUp(request.hostName, record, answers); });
 }
 
 void AvahiSession::start(const RegisterRequest& request, Clock::time_point now)
@@ -212,15 +154,13 @@ void AvahiSession::start(const StopRequest& request, Clock::time_point /*now*/)
 }
 
 void AvahiSession::ask(RequestId id,
-                       const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open)
+                       const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers)>& open)
 {
-    auto query = std::make_unique<AvahiQuery>(id, emit, failedQueries);
-    query->object = open(*query);
-    if (!query->object) {
+    auto query = open(AvahiAnswers(id, emit, failedQueries));
+    if (query)
+        queries[id] = std::move(query);
+    else
         fail(id, api.lastError());
-        return;
-    }
-    queries[id] = std::move(query);
 }
 
 void AvahiSession::drop(RequestId id)
@@ -277,10 +217,9 @@ void AvahiSession::tidy(Clock::time_point now)
 void AvahiSession::endFailedQueries()
 {
     while (!failedQueries.empty() && !broken) {
-        const RequestId id = *failedQueries.begin();
-        const int failure = queries.at(id)->failure;
+        const auto [id, error] = *failedQueries.begin();
         drop(id);
-        fail(id, failure);
+        fail(id, error);
     }
 }
 

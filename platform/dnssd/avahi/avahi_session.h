@@ -14,7 +14,6 @@
 
 namespace quillbox::dnssd {
 
-class AvahiQuery;
 class AvahiRegistration;
 
 /// Handles requests over one connection to Avahi and emits events in answer. Confined to the thread
@@ -54,7 +53,7 @@ private:
     void start(const UpdateAddressesRequest& request, Clock::time_point now);
     void start(const StopRequest& request, Clock::time_point now);
 
-    void ask(RequestId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers&)>& open);
+    void ask(RequestId id, const std::function<std::unique_ptr<AvahiObject>(AvahiAnswers)>& open);
     void drop(RequestId id);
     void fail(RequestId id, int error);
     /// Publishes what a registration demands as soon as it is its turn.
@@ -68,8 +67,8 @@ private:
 
     AvahiApi& api;
     std::function<void(Event)> emit;
-    std::map<RequestId, std::unique_ptr<AvahiQuery>> queries;
-    std::set<RequestId> failedQueries; ///< since the last `tidy`
+    std::map<RequestId, std::unique_ptr<AvahiObject>> queries;
+    std::map<RequestId, int> failedQueries; ///< since the last `tidy`, with Avahi error codes
     PublicationQueue publications;
     std::set<RequestId> changedRegistrations; ///< since the last `tidy`
     std::map<RequestId, std::unique_ptr<AvahiRegistration>> registrations;

@@ -1,9 +1,7 @@
 #include "platform/dnssd/engine/automatic_engine.h"
 
-#include "platform/dnssd/engine/automatic_engine_choice.h"
 #include "platform/dnssd/engine/engine_process.h"
 
-#include <algorithm>
 #include <optional>
 #include <utility>
 #include <variant>
@@ -12,9 +10,6 @@ namespace quillbox::dnssd {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-using Source = AutomaticEngineChoice::Source;
-
 /// The daemon's process may wait for the daemon, which a flood of names keeps busy for seconds.
 /// libdbus gives up after 25 s.
 constexpr std::chrono::seconds kPatienceWithDaemon(30);
@@ -22,15 +17,11 @@ constexpr std::chrono::seconds kPatienceWithDaemon(30);
 class AutomaticEngine final : public Engine {
 public:
     AutomaticEngine(std::shared_ptr<DispatchQueue> itsQueue, std::unique_ptr<Engine> daemonEngine,
-                    std::unique_ptr<Engine> embeddedEngine, DaemonChangedHandler daemonHandler,
-                    AutomaticEngineTimes times)
+                    std::unique_ptr<Engine> embeddedEngine, DaemonChangedHandler daemonHandler)
         : queue(std::move(itsQueue)),
           daemon(std::move(daemonEngine)),
           embedded(std::move(embeddedEngine)),
-          daemonChanged(std::move(daemonHandler)),
-          choice(times, {.emit = [this](const Event& event) { handler(event); },
-                         .startEmbedded = [this] { startEmbedded(); },
-                         .stopEmbedded = [this] { embedded->stop(); }})
+          daemonChanged(std::move(daemonHandler))
     {
     }
     AutomaticEngine(const AutomaticEngine&) = delete;
@@ -40,44 +31,113 @@ public:
     void start(EventHandler theHandler) override
     {
         handler = std::move(theHandler);
-        alive = std::make_shared<char>();
-        choice.begin(Clock::now());
+        timer = after(kStartPatience, [this] { startEmbedded(); });
         daemon->start([this](const Event& event) { handleDaemon(event); });
-        schedule();
     }
 
     void send(const Request& request) override
     {
-        if (const auto active = choice.active())
-            (*active == Source::Daemon ? daemon : embedded)->send(request);
+        if (active)
+            active->send(request);
     }
 
     void stop() override
     {
-        alive = nullptr;
+        timer = nullptr;
+        youth = nullptr;
         // The embedded engine first: if it runs, it is the one that has services to withdraw.
         embedded->stop();
         daemon->stop();
     }
 
 private:
+    /// As long as it exists, `after` calls its closure.
+    using Pending = std::shared_ptr<char>;
+
     void handleDaemon(const Event& event)
     {
-        if (std::holds_alternative<EngineUp>(event))
+        if (std::holds_alternative<EngineUp>(event)) {
             report(true);
-        else if (std::holds_alternative<EngineDown>(event) && choice.usesEmbedded())
+            daemonUp = event;
+            if (isDaemonOnProbation && !isEmbeddedDown)
+                timer = after(kProbation, [this] { useDaemon(); });
+            else
+                useDaemon();
+        } else if (std::holds_alternative<EngineDown>(event)) {
+            handleDaemonDown(event);
+        } else if (active == daemon.get()) {
+            handler(event);
+        }
+    }
+
+    void handleDaemonDown(const Event& event)
+    {
+        daemonUp.reset();
+        if (isEmbeddedStarted) {
+            timer = nullptr; // its probation has ended
             report(false);
-        choice.handle(Source::Daemon, event, Clock::now());
-        schedule();
+        } else if (active) {
+            isDaemonOnProbation = youth != nullptr;
+            if (!isDaemonOnProbation)
+                timer = after(kRestartPatience, [this] { startEmbedded(); });
+            goDown(event);
+            if (isDaemonOnProbation)
+                startEmbedded();
+        } else if (!isReportedDown) {
+            startEmbedded(); // its first event: there is none, so do not wait any longer
+        }
+    }
+
+    void handleEmbedded(const Event& event)
+    {
+        if (!isEmbeddedStarted)
+            return; // sent before it was stopped
+        if (std::holds_alternative<EngineUp>(event)) {
+            isEmbeddedDown = false;
+            use(*embedded, event);
+        } else if (std::holds_alternative<EngineDown>(event)) {
+            isEmbeddedDown = true;
+            goDown(event);
+            if (daemonUp)
+                useDaemon(); // better one on probation than none
+        } else if (active == embedded.get()) {
+            handler(event);
+        }
     }
 
     void startEmbedded()
     {
+        timer = nullptr;
+        isEmbeddedStarted = true;
+        isEmbeddedDown = false;
         report(false);
-        embedded->start([this](const Event& event) {
-            choice.handle(Source::Embedded, event, Clock::now());
-            schedule();
-        });
+        embedded->start([this](const Event& event) { handleEmbedded(event); });
+    }
+
+    void useDaemon()
+    {
+        timer = nullptr;
+        youth = after(kYoungAge, [this] { youth = nullptr; });
+        isDaemonOnProbation = false;
+        if (active)
+            goDown(EngineDown{make_error_code(DnsSdError::EngineUnavailable)});
+        if (std::exchange(isEmbeddedStarted, false))
+            embedded->stop();
+        use(*daemon, *std::exchange(daemonUp, std::nullopt));
+    }
+
+    void use(Engine& engine, const Event& up)
+    {
+        active = &engine;
+        isReportedDown = false;
+        handler(up);
+    }
+
+    void goDown(const Event& event)
+    {
+        active = nullptr;
+        if (!std::exchange(isReportedDown, true))
+            handler(event);
     }
 
     void report(bool isDaemonUp) const
@@ -86,21 +146,14 @@ private:
             daemonChanged(isDaemonUp);
     }
 
-    /// Calls the rule when it wants to be called.
-    void schedule()
+    Pending after(std::chrono::milliseconds delay, std::function<void()> action)
     {
-        const auto deadline = choice.deadline();
-        if (!deadline || deadline == scheduled)
-            return;
-        scheduled = deadline;
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*deadline - Clock::now());
-        queue->asyncAfter(std::max(left, std::chrono::milliseconds(0)),
-                          [this, weak = std::weak_ptr(alive), due = *deadline] {
-                              if (weak.expired())
-                                  return;
-                              choice.elapse(std::max(due, Clock::now()));
-                              schedule();
-                          });
+        auto pending = std::make_shared<char>();
+        queue->asyncAfter(delay, [weak = std::weak_ptr(pending), action = std::move(action)] {
+            if (!weak.expired())
+                action();
+        });
+        return pending;
     }
 
     const std::shared_ptr<DispatchQueue> queue;
@@ -108,9 +161,14 @@ private:
     const std::unique_ptr<Engine> embedded;
     const DaemonChangedHandler daemonChanged;
     EventHandler handler;
-    AutomaticEngineChoice choice;
-    std::optional<Clock::time_point> scheduled;
-    std::shared_ptr<char> alive; ///< null while it is not started
+    Engine* active = nullptr; ///< receives the requests; null while no engine is up
+    Pending timer;            ///< for the embedded engine's start, or the end of the probation
+    Pending youth;            ///< of a daemon that was taken into use
+    bool isDaemonOnProbation = false;
+    std::optional<Event> daemonUp; ///< while it is up on probation
+    bool isEmbeddedStarted = false;
+    bool isEmbeddedDown = false; ///< it has been started, and has said that it is not up
+    bool isReportedDown = false;
 };
 
 } // namespace
@@ -118,11 +176,10 @@ private:
 std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue,
                                             std::unique_ptr<Engine> daemon,
                                             std::unique_ptr<Engine> embedded,
-                                            DaemonChangedHandler daemonChanged,
-                                            AutomaticEngineTimes times)
+                                            DaemonChangedHandler daemonChanged)
 {
     return std::make_unique<AutomaticEngine>(std::move(queue), std::move(daemon),
-                                             std::move(embedded), std::move(daemonChanged), times);
+                                             std::move(embedded), std::move(daemonChanged));
 }
 
 std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<DispatchQueue>& queue,

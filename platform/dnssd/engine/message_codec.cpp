@@ -1,9 +1,11 @@
 #include "platform/dnssd/engine/message_codec.h"
 
+#include <array>
 #include <concepts>
 #include <cstring>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -11,80 +13,60 @@ namespace quillbox::dnssd {
 
 namespace {
 
-template <class M, class T>
-concept Is = std::same_as<std::remove_const_t<M>, T>;
+/// The fields of each message and of its parts, in the order in which they are sent.
+template <class T> constexpr auto kFields = std::tuple();
 
-template <class M>
-concept IsSeen = Is<M, ServiceFound> || Is<M, ServiceLost>;
-template <class M>
-concept IsLocated = Is<M, LocationFound> || Is<M, LocationLost>;
-template <class M>
-concept IsAddressed = Is<M, AddressFound> || Is<M, AddressLost>;
-template <class M>
-concept IsBare = Is<M, StopRequest> || Is<M, Settled> || Is<M, Registered>;
+template <>
+constexpr auto kFields<Sighting> = std::tuple(&Sighting::interfaceIndex, &Sighting::carrier);
+template <> constexpr auto kFields<Address> = std::tuple(&Address::family, &Address::bytes);
+template <>
+constexpr auto kFields<HostAddress> = std::tuple(&HostAddress::interfaceIndex,
+                                                 &HostAddress::address);
+template <>
+constexpr auto kFields<HostEndpoint> = std::tuple(&HostEndpoint::host, &HostEndpoint::port);
+template <>
+constexpr auto kFields<ServiceEndpoint> = std::tuple(&ServiceEndpoint::name, &ServiceEndpoint::type,
+                                                     &ServiceEndpoint::domain);
 
-// Lists the fields of each message once, for both the writer and the reader.
+template <>
+constexpr auto kFields<BrowseRequest> = std::tuple(&BrowseRequest::id, &BrowseRequest::type);
+template <>
+constexpr auto kFields<LocationRequest> = std::tuple(&LocationRequest::id,
+                                                     &LocationRequest::service);
+template <>
+constexpr auto kFields<AddressRequest> = std::tuple(&AddressRequest::id, &AddressRequest::hostName,
+                                                    &AddressRequest::family);
+template <>
+constexpr auto kFields<RegisterRequest> = std::tuple(&RegisterRequest::id, &RegisterRequest::name,
+                                                     &RegisterRequest::type, &RegisterRequest::port,
+                                                     &RegisterRequest::hostName,
+                                                     &RegisterRequest::addresses,
+                                                     &RegisterRequest::interfaceIndex,
+                                                     &RegisterRequest::isOwnName);
+template <>
+constexpr auto kFields<UpdateAddressesRequest> = std::tuple(&UpdateAddressesRequest::id,
+                                                            &UpdateAddressesRequest::addresses);
+template <> constexpr auto kFields<StopRequest> = std::tuple(&StopRequest::id);
 
-void walk(auto& v, Is<BrowseRequest> auto& m)
+template <> constexpr auto kFields<EngineUp> = std::tuple(&EngineUp::hostName);
+template <> constexpr auto kFields<EngineDown> = std::tuple(&EngineDown::error);
+template <class Value>
+constexpr auto kFields<Answer<Value>> = std::tuple(&Answer<Value>::id, &Answer<Value>::change,
+                                                   &Answer<Value>::sighting, &Answer<Value>::value);
+template <> constexpr auto kFields<Settled> = std::tuple(&Settled::id);
+template <> constexpr auto kFields<Registered> = std::tuple(&Registered::id);
+template <> constexpr auto kFields<Collision> = std::tuple(&Collision::id, &Collision::of);
+template <> constexpr auto kFields<Failed> = std::tuple(&Failed::id, &Failed::error);
+
+template <class T>
+concept IsStruct = std::is_aggregate_v<T>;
+
+/// Calls `visit` with each field of a message.
+void forEachField(IsStruct auto& message, auto visit)
 {
-    v(m.id, m.type);
-}
-void walk(auto& v, Is<LocationRequest> auto& m)
-{
-    v(m.id, m.name, m.type, m.domain);
-}
-void walk(auto& v, Is<AddressRequest> auto& m)
-{
-    v(m.id, m.hostName, m.family);
-}
-void walk(auto& v, Is<RegisterRequest> auto& m)
-{
-    v(m.id, m.name, m.type, m.port, m.hostName, m.addresses, m.interfaceIndex, m.isOwnName);
-}
-void walk(auto& v, Is<UpdateAddressesRequest> auto& m)
-{
-    v(m.id, m.addresses);
-}
-void walk(auto& v, IsBare auto& m)
-{
-    v(m.id);
-}
-void walk(auto& /*v*/, Is<Alive> auto& /*m*/) {}
-void walk(auto& v, Is<EngineUp> auto& m)
-{
-    v(m.hostName);
-}
-void walk(auto& v, Is<EngineDown> auto& m)
-{
-    v(m.error);
-}
-void walk(auto& v, IsSeen auto& m)
-{
-    v(m.id, m.sighting, m.name, m.type, m.domain);
-}
-void walk(auto& v, IsLocated auto& m)
-{
-    v(m.id, m.sighting, m.hostName, m.port);
-}
-void walk(auto& v, IsAddressed auto& m)
-{
-    v(m.id, m.sighting, m.address);
-}
-void walk(auto& v, Is<Collision> auto& m)
-{
-    v(m.id, m.of);
-}
-void walk(auto& v, Is<Failed> auto& m)
-{
-    v(m.id, m.error);
-}
-void walk(auto& v, Is<Sighting> auto& m)
-{
-    v(m.interfaceIndex, m.carrier);
-}
-void walk(auto& v, Is<HostAddress> auto& m)
-{
-    v(m.interfaceIndex, m.address);
+    using Message = std::remove_const_t<std::remove_reference_t<decltype(message)>>;
+    static_assert(std::is_empty_v<Message> == (std::tuple_size_v<decltype(kFields<Message>)> == 0));
+    std::apply([&](auto... field) { (visit(message.*field), ...); }, kFields<Message>);
 }
 
 template <class T>
@@ -92,7 +74,11 @@ concept IsNumber = std::integral<T> && !std::same_as<T, bool>;
 
 class Writer {
 public:
-    void operator()(const auto&... fields) { (put(fields), ...); }
+    void put(IsNumber auto number) { putBytes(&number, sizeof number); }
+    void put(const IsStruct auto& message)
+    {
+        forEachField(message, [this](const auto& field) { put(field); });
+    }
 
     Packet take()
     {
@@ -108,11 +94,8 @@ private:
             isFitting = false;
             return;
         }
-        if (length == 0)
-            return;
-        const std::size_t end = packet.size();
-        packet.resize(end + length);
-        std::memcpy(packet.data() + end, bytes, length);
+        const auto* first = static_cast<const std::uint8_t*>(bytes);
+        packet.insert(packet.end(), first, first + length);
     }
 
     void putLength(std::size_t length)
@@ -122,7 +105,6 @@ private:
         put(static_cast<std::uint16_t>(length));
     }
 
-    void put(IsNumber auto number) { putBytes(&number, sizeof number); }
     template <class E>
     requires(std::is_enum_v<E> || std::same_as<E, bool>) void put(E value)
     {
@@ -141,11 +123,7 @@ private:
         putBytes(text.data(), text.size());
     }
 
-    void put(const Address& address)
-    {
-        put(address.family);
-        putBytes(address.bytes.data(), address.bytes.size());
-    }
+    void put(const std::array<std::uint8_t, 16>& bytes) { putBytes(bytes.data(), bytes.size()); }
 
     template <class T> void put(const std::vector<T>& list)
     {
@@ -153,9 +131,6 @@ private:
         for (const T& element : list)
             put(element);
     }
-
-    void put(const Sighting& sighting) { walk(*this, sighting); }
-    void put(const HostAddress& address) { walk(*this, address); }
 
     Packet packet;
     bool isFitting = true;
@@ -165,7 +140,11 @@ class Reader {
 public:
     explicit Reader(std::span<const std::uint8_t> packet) : rest(packet) {}
 
-    void operator()(auto&... fields) { (get(fields), ...); }
+    void get(IsNumber auto& number) { getBytes(&number, sizeof number); }
+    void get(IsStruct auto& message)
+    {
+        forEachField(message, [this](auto& field) { get(field); });
+    }
 
     bool isDone() const { return isGood && rest.empty(); }
 
@@ -181,8 +160,6 @@ private:
         rest = rest.subspan(length);
     }
 
-    void get(IsNumber auto& number) { getBytes(&number, sizeof number); }
-
     template <class E> void getEnumeration(E& value, E first, E last)
     {
         std::uint8_t number = 0;
@@ -194,6 +171,7 @@ private:
     }
 
     void get(bool& flag) { getEnumeration(flag, false, true); }
+    void get(Change& change) { getEnumeration(change, Change::Found, Change::Lost); }
     void get(Family& family) { getEnumeration(family, Family::IPv4, Family::IPv6); }
     void get(Collision::Of& of) { getEnumeration(of, Collision::Of::Service, Collision::Of::Host); }
     void get(DnsSdError& error)
@@ -220,11 +198,7 @@ private:
         rest = rest.subspan(length);
     }
 
-    void get(Address& address)
-    {
-        get(address.family);
-        getBytes(address.bytes.data(), address.bytes.size());
-    }
+    void get(std::array<std::uint8_t, 16>& bytes) { getBytes(bytes.data(), bytes.size()); }
 
     /// Every element takes at least one byte, so a count that is too large fails soon.
     template <class T> void get(std::vector<T>& list)
@@ -235,9 +209,6 @@ private:
             get(list.emplace_back());
     }
 
-    void get(Sighting& sighting) { walk(*this, sighting); }
-    void get(HostAddress& address) { walk(*this, address); }
-
     std::span<const std::uint8_t> rest;
     bool isGood = true;
 };
@@ -245,19 +216,18 @@ private:
 template <class Variant> Packet encodeVariant(Generation generation, const Variant& message)
 {
     Writer writer;
-    writer(static_cast<std::uint8_t>(message.index()), generation);
-    std::visit([&writer](const auto& m) { walk(writer, m); }, message);
+    writer.put(static_cast<std::uint8_t>(message.index()));
+    writer.put(generation);
+    std::visit([&writer](const auto& m) { writer.put(m); }, message);
     return writer.take();
 }
 
 template <class Variant, std::size_t... Indices>
 Variant makeAlternative(std::size_t index, std::index_sequence<Indices...> /*all*/)
 {
-    Variant message;
-    (static_cast<void>(index == Indices ? static_cast<void>(message.template emplace<Indices>())
-                                        : void()),
-     ...);
-    return message;
+    static const std::array<Variant, sizeof...(Indices)> all{
+        Variant(std::in_place_index<Indices>)...};
+    return all[index];
 }
 
 template <class Variant>
@@ -269,8 +239,8 @@ std::optional<Message<Variant>> decodeVariant(std::span<const std::uint8_t> pack
     Message<Variant> message{
         0, makeAlternative<Variant>(packet.front(), std::make_index_sequence<kKinds>())};
     Reader reader(packet.subspan(1));
-    reader(message.generation);
-    std::visit([&reader](auto& m) { walk(reader, m); }, message.content);
+    reader.get(message.generation);
+    std::visit([&reader](auto& m) { reader.get(m); }, message.content);
     if (!reader.isDone())
         return std::nullopt;
     return message;

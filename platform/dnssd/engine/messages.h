@@ -1,12 +1,12 @@
 #pragma once
 
 #include "platform/dnssd/dns_sd_error.h"
+#include "platform/values/endpoint.h"
 
 #include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -55,10 +55,26 @@ struct Sighting {
     auto operator<=>(const Sighting&) const = default;
 };
 
+enum class Change : std::uint8_t { Found, Lost };
+
+/// An answer to a query: where, and what has been found or lost there.
+template <class Value> struct Answer {
+    RequestId id = 0;
+    Change change = Change::Found;
+    Sighting sighting;
+    Value value;
+
+    bool operator==(const Answer&) const = default;
+};
+
+using ServiceAnswer = Answer<ServiceEndpoint>;
+/// The host name is in presentation format, escaped (RFC 1035, section 5.1).
+using LocationAnswer = Answer<HostEndpoint>;
+using AddressAnswer = Answer<Address>;
+
 // ---- requests ----
 
-/// Browses for all services of a type in the default domain. Events: ServiceFound, ServiceLost,
-/// Settled.
+/// Browses for all services of a type in the default domain. Events: ServiceAnswer, Settled.
 struct BrowseRequest {
     RequestId id = 0;
     std::string type;
@@ -66,22 +82,23 @@ struct BrowseRequest {
     bool operator==(const BrowseRequest&) const = default;
 };
 
-/// Queries the SRV records (RFC 2782) of one service instance. Events: LocationFound, LocationLost,
-/// Settled. A record whose TTL expires is lost, so an active query shows whether the service is
-/// alive.
+/// Queries the SRV records (RFC 2782) of one service instance. Events: LocationAnswer, Settled. A
+/// record whose TTL expires is lost, so an active query shows whether the service is alive.
 struct LocationRequest {
+    using Value = HostEndpoint;
+
     RequestId id = 0;
-    std::string name;
-    std::string type;
-    std::string domain;
+    ServiceEndpoint service;
 
     bool operator==(const LocationRequest&) const = default;
 };
 
-/// Queries the A or AAAA records of a host name. Events: AddressFound, AddressLost, Settled.
+/// Queries the A or AAAA records of a host name. Events: AddressAnswer, Settled.
 struct AddressRequest {
+    using Value = Address;
+
     RequestId id = 0;
-    std::string hostName; ///< presentation format, escaped (RFC 1035, section 5.1): "phone.local"
+    std::string hostName; ///< in presentation format, escaped: "phone.local"
     Family family = Family::IPv4;
 
     bool operator==(const AddressRequest&) const = default;
@@ -157,60 +174,6 @@ struct EngineDown {
     bool operator==(const EngineDown&) const = default;
 };
 
-struct ServiceFound {
-    RequestId id = 0;
-    Sighting sighting;
-    std::string name;
-    std::string type;
-    std::string domain;
-
-    bool operator==(const ServiceFound&) const = default;
-};
-
-struct ServiceLost {
-    RequestId id = 0;
-    Sighting sighting;
-    std::string name;
-    std::string type;
-    std::string domain;
-
-    bool operator==(const ServiceLost&) const = default;
-};
-
-struct LocationFound {
-    RequestId id = 0;
-    Sighting sighting;
-    std::string hostName; ///< in presentation format, escaped
-    std::uint16_t port = 0;
-
-    bool operator==(const LocationFound&) const = default;
-};
-
-struct LocationLost {
-    RequestId id = 0;
-    Sighting sighting;
-    std::string hostName;
-    std::uint16_t port = 0;
-
-    bool operator==(const LocationLost&) const = default;
-};
-
-struct AddressFound {
-    RequestId id = 0;
-    Sighting sighting;
-    Address address;
-
-    bool operator==(const AddressFound&) const = default;
-};
-
-struct AddressLost {
-    RequestId id = 0;
-    Sighting sighting;
-    Address address;
-
-    bool operator==(const AddressLost&) const = default;
-};
-
 /// The initial answer period is over: everything that is known so far has been reported. Once per
 /// query.
 struct Settled {
@@ -251,8 +214,7 @@ struct Alive {
 
 inline constexpr std::chrono::seconds kAliveInterval{3};
 
-using Event =
-    std::variant<EngineUp, EngineDown, ServiceFound, ServiceLost, LocationFound, LocationLost,
-                 AddressFound, AddressLost, Settled, Registered, Collision, Failed, Alive>;
+using Event = std::variant<EngineUp, EngineDown, ServiceAnswer, LocationAnswer, AddressAnswer,
+                           Settled, Registered, Collision, Failed, Alive>;
 
 } // namespace quillbox::dnssd

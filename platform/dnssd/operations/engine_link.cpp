@@ -12,7 +12,7 @@ void EngineLink::start()
 
 void EngineLink::stop()
 {
-    routes.clear();
+    dropRequests();
     engine->stop();
 }
 
@@ -23,12 +23,12 @@ void EngineLink::handle(const Event& event)
         currentError.clear();
         if (!up->hostName.empty())
             computerName = up->hostName;
-        routes.clear();
+        dropRequests();
         tellAll([](Client& client) { client.engineUp(); });
     } else if (const auto* down = std::get_if<EngineDown>(&event)) {
         currentState = State::Down;
         currentError = down->error ? down->error : DnsSdError::EngineUnavailable;
-        routes.clear();
+        dropRequests();
         tellAll([this](Client& client) { client.engineDown(currentError); });
     } else {
         std::visit(
@@ -56,22 +56,48 @@ void EngineLink::tellAll(const std::function<void(Client&)>& tell)
     }
 }
 
-RequestId EngineLink::send(Client& client, Request request)
+void EngineLink::dropRequests()
 {
-    if (++lastId == 0) // 0 means none; no request lives until ids are reused
-        ++lastId;
-    const RequestId id = lastId;
-    std::visit([id](auto& query) { query.id = id; }, request);
-    routes[id] = &client;
-    engine->send(request);
-    return id;
+    for (const auto& [id, client] : routes)
+        client->id = 0;
+    routes.clear();
 }
 
-bool EngineLink::end(RequestId id)
+EngineLink::Client::Client(EngineLink& engineLink) : link(engineLink)
 {
-    if (routes.erase(id) == 0)
+    link.clients.push_back(this);
+}
+
+EngineLink::Client::~Client()
+{
+    end();
+    std::erase(link.clients, this);
+}
+
+void EngineLink::Client::readState()
+{
+    if (link.isUp())
+        engineUp();
+    else if (link.currentState == State::Down)
+        engineDown(link.currentError);
+}
+
+void EngineLink::Client::send(Request request)
+{
+    if (++link.lastId == 0) // 0 means none; no request lives until ids are reused
+        ++link.lastId;
+    id = link.lastId;
+    std::visit([this](auto& query) { query.id = id; }, request);
+    link.routes[id] = this;
+    link.engine->send(request);
+}
+
+bool EngineLink::Client::end()
+{
+    if (id == 0)
         return false;
-    engine->send(StopRequest{id});
+    link.routes.erase(id);
+    link.engine->send(StopRequest{std::exchange(id, 0)});
     return true;
 }
 

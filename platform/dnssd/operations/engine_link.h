@@ -20,24 +20,44 @@ inline constexpr std::chrono::milliseconds kLongestPause{30'000};
 /// back up: notifies each client when to send its request, and routes events to it. Events for
 /// requests made before the engine last went down are dropped.
 ///
-/// Belongs to the engine's queue. A client may attach, detach, ask and end inside any of its
-/// callbacks.
+/// Belongs to the engine's queue. Clients may come and go, send and end requests inside any of
+/// their callbacks.
 class EngineLink final {
 public:
-    /// A query or registration, with one active request at a time.
+    /// A query or registration, with one active request at a time. Attached for as long as it
+    /// exists, which ends its request.
     class Client {
     public:
+        Client(const Client&) = delete;
+        Client& operator=(const Client&) = delete;
+
         /// The engine is up and has no request of this client. Also called when it restarted so
         /// fast that it was never reported down.
         virtual void engineUp() = 0;
 
         virtual void engineDown(std::error_code error) = 0;
 
-        /// An event for the client's last request.
+        /// An event for the active request.
         virtual void engineEvent(const Event& event) = 0;
 
     protected:
-        ~Client() = default;
+        explicit Client(EngineLink& engineLink);
+        virtual ~Client();
+
+        /// Calls `engineUp` or `engineDown`, if the state is known. It calls them at each change.
+        void readState();
+
+        /// Sends a request under a new id. The engine must be up.
+        void send(Request request);
+
+        /// Ends the active request. False if there is none.
+        bool end();
+
+        EngineLink& link;
+        RequestId id = 0; ///< of the active request; 0 if there is none
+
+    private:
+        friend class EngineLink;
     };
 
     enum class State { Unknown, Up, Down };
@@ -52,10 +72,6 @@ public:
     /// Withdraws everything; nothing is sent to the engine afterwards.
     void stop();
 
-    /// An attaching client must read the state itself; it is notified of later changes.
-    void attach(Client& client) { clients.push_back(&client); }
-    void detach(Client& client) { std::erase(clients, &client); }
-
     State state() const { return currentState; }
     bool isUp() const { return currentState == State::Up; }
 
@@ -65,16 +81,11 @@ public:
     /// The computer's host name, as last reported by the engine.
     const std::string& hostName() const { return computerName; }
 
-    /// Sends a request under a new id and returns the id. The engine must be up.
-    RequestId send(Client& client, Request request);
-
-    /// Ends a request. No effect, and false, for 0 or an id that the engine no longer has.
-    bool end(RequestId id);
-
     void updateAddresses(const UpdateAddressesRequest& request) { engine->send(request); }
 
 private:
     void handle(const Event& event);
+    void dropRequests();
     void tellAll(const std::function<void(Client&)>& tell);
     void route(RequestId id, const Event& event);
 

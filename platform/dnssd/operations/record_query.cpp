@@ -3,62 +3,49 @@
 #include "platform/dnssd/operations/names.h"
 
 #include <algorithm>
-#include <utility>
+#include <type_traits>
 
 namespace quillbox::dnssd {
 
-std::string LocationKind::key(const Subject& subject)
+namespace {
+
+/// Requests with the same key share one query.
+std::string keyOf(const LocationRequest& request)
 {
+    const auto& [name, type, domain] = request.service;
     // Names contain no zero byte, so different services have different keys.
-    return folded(subject.name) + '\0' + folded(subject.type) + '\0' + folded(subject.domain);
+    return folded(name) + '\0' + folded(type) + '\0' + folded(domain);
 }
 
-Request LocationKind::request(const Subject& subject)
+std::string keyOf(const AddressRequest& request)
 {
-    return LocationRequest{0, subject.name, subject.type, subject.domain};
+    return (request.family == Family::IPv4 ? '4' : '6') + folded(request.hostName);
 }
 
-bool LocationKind::isSame(const Value& a, const Value& b)
+/// Whether both answers are about the same record, seen at the same place.
+template <class Value> auto sameAs(const Answer<Value>& record)
 {
-    return a.port == b.port && isSameName(a.hostName, b.hostName);
+    return [&record](const Answer<Value>& other) {
+        if constexpr (std::is_same_v<Value, HostEndpoint>)
+            return other.sighting == record.sighting && isSame(other.value, record.value);
+        else
+            return other.sighting == record.sighting && other.value == record.value;
+    };
 }
 
-std::string AddressKind::key(const Subject& subject)
+} // namespace
+
+bool isSame(const HostEndpoint& a, const HostEndpoint& b)
 {
-    return (subject.family == Family::IPv4 ? '4' : '6') + folded(subject.hostName);
+    return a.port == b.port && isSameName(a.host, b.host);
 }
 
-Request AddressKind::request(const Subject& subject)
+template <class Asked> void RecordQuery<Asked>::removeObserver(QueryObserver& observer)
 {
-    return AddressRequest{0, subject.hostName, subject.family};
+    observers.erase(std::ranges::find(observers, &observer));
 }
 
-template <class Kind>
-RecordQuery<Kind>::RecordQuery(EngineLink& engineLink, DispatchQueue& centerQueue, Subject asked)
-    : link(engineLink), queue(centerQueue), subject(std::move(asked))
-{
-    link.attach(*this);
-}
-
-template <class Kind> RecordQuery<Kind>::~RecordQuery()
-{
-    link.end(id);
-    link.detach(*this);
-}
-
-template <class Kind> void RecordQuery<Kind>::start()
-{
-    if (link.isUp())
-        ask();
-}
-
-template <class Kind> void RecordQuery<Kind>::removeObserver(QueryObserver& observer)
-{
-    if (const auto one = std::ranges::find(observers, &observer); one != observers.end())
-        observers.erase(one);
-}
-
-template <class Kind> void RecordQuery<Kind>::engineUp()
+template <class Asked> void RecordQuery<Asked>::engineUp()
 {
     isStale = true;
     settled = false;
@@ -67,72 +54,52 @@ template <class Kind> void RecordQuery<Kind>::engineUp()
     notify();
 }
 
-template <class Kind> void RecordQuery<Kind>::engineDown(std::error_code /*error*/)
+template <class Asked> void RecordQuery<Asked>::engineEvent(const Event& event)
 {
-    id = 0;
-}
-
-template <class Kind> void RecordQuery<Kind>::engineEvent(const Event& event)
-{
-    if (const auto* answer = std::get_if<typename Kind::Found>(&event))
-        add({answer->sighting, Kind::value(*answer)});
-    else if (const auto* loss = std::get_if<typename Kind::Lost>(&event))
-        remove({loss->sighting, Kind::value(*loss)});
+    if (const auto* answer = std::get_if<Record>(&event))
+        answer->change == Change::Found ? add(*answer) : remove(*answer);
     else if (std::holds_alternative<Settled>(event))
         settle();
     else if (std::holds_alternative<Failed>(event))
         retryLater();
 }
 
-template <class Kind> void RecordQuery<Kind>::ask()
+template <class Asked> void RecordQuery<Asked>::ask()
 {
-    id = link.send(*this, Kind::request(subject));
-    queue.asyncAfter(kSettlingLimit, [weak = this->weak_from_this(), asked = id] {
-        if (const auto self = weak.lock(); self && self->id == asked && !self->settled)
-            self->settle();
-    });
-    if (found.empty())
+    if (!this->link.isUp())
         return;
-    queue.asyncAfter(kSilenceLimit, [weak = this->weak_from_this(), asked = id] {
-        if (const auto self = weak.lock(); self && self->id == asked)
-            self->forget();
-    });
+    this->send(request);
+    after(kSettlingLimit, &RecordQuery::settle);
+    if (!found.empty())
+        after(kSilenceLimit, &RecordQuery::forget);
 }
 
-template <class Kind> void RecordQuery<Kind>::add(Record record)
+template <class Asked> void RecordQuery<Asked>::add(const Record& record)
 {
     if (std::exchange(isStale, false))
         found.clear();
     lost = silent = false;
-    const auto isThis = [&record](const Record& other) {
-        return other.sighting == record.sighting && Kind::isSame(other.value, record.value);
-    };
-    if (found.size() < kMaximumRecords && std::ranges::none_of(found, isThis))
-        found.push_back(std::move(record));
+    if (found.size() < kMaximumRecords && std::ranges::none_of(found, sameAs(record)))
+        found.push_back(record);
     notify();
 }
 
-template <class Kind> void RecordQuery<Kind>::remove(const Record& record)
+template <class Asked> void RecordQuery<Asked>::remove(const Record& record)
 {
-    if (isStale)
-        return;
-    const auto removed = std::erase_if(found, [&record](const Record& other) {
-        return other.sighting == record.sighting && Kind::isSame(other.value, record.value);
-    });
-    if (removed == 0)
+    if (isStale || std::erase_if(found, sameAs(record)) == 0)
         return;
     lost = found.empty();
     notify();
 }
 
-template <class Kind> void RecordQuery<Kind>::settle()
+template <class Asked> void RecordQuery<Asked>::settle()
 {
     settled = true;
     backoff.reset();
     notify();
 }
 
-template <class Kind> void RecordQuery<Kind>::forget()
+template <class Asked> void RecordQuery<Asked>::forget()
 {
     if (!std::exchange(isStale, false))
         return;
@@ -141,48 +108,61 @@ template <class Kind> void RecordQuery<Kind>::forget()
     notify();
 }
 
-template <class Kind> void RecordQuery<Kind>::retryLater()
+template <class Asked> void RecordQuery<Asked>::retryLater()
 {
-    link.end(id);
-    id = 0;
+    this->end();
     // Known records are kept until the retry, and the query counts as settled so that callers do
     // not wait for it.
     isStale = true;
     settled = true;
-    queue.asyncAfter(backoff.next(), [weak = this->weak_from_this()] {
-        if (const auto self = weak.lock(); self && self->id == 0 && self->link.isUp())
-            self->ask();
-    });
+    after(backoff.next(), &RecordQuery::ask);
     notify();
 }
 
-template <class Kind> void RecordQuery<Kind>::notify()
+template <class Asked> void RecordQuery<Asked>::notify()
 {
     const auto watching = observers;
     for (QueryObserver* observer : watching)
         observer->queryChanged();
 }
 
-template <class Kind>
-std::shared_ptr<RecordQuery<Kind>> QueryPool<Kind>::query(typename Kind::Subject subject)
+template <class Asked>
+void RecordQuery<Asked>::after(std::chrono::milliseconds delay, void (RecordQuery::*action)())
 {
-    const std::string key = Kind::key(subject);
+    queue.asyncAfter(delay, [weak = this->weak_from_this(), asked = this->id, action] {
+        if (const auto self = weak.lock(); self && self->id == asked)
+            ((*self).*action)();
+    });
+}
+
+template <class Asked>
+std::shared_ptr<const RecordQuery<Asked>> QueryPool<Asked>::query(const Asked& request,
+                                                                  QueryObserver& observer)
+{
+    auto shared = sharedQuery(request);
+    shared->addObserver(observer);
+    return {shared.get(), [shared, &observer](const Query*) { shared->removeObserver(observer); }};
+}
+
+template <class Asked>
+std::shared_ptr<RecordQuery<Asked>> QueryPool<Asked>::sharedQuery(const Asked& request)
+{
+    const std::string key = keyOf(request);
     auto& entry = queries[key];
-    if (auto standing = entry.lock())
-        return standing;
-    std::shared_ptr<Query> query(new Query(link, queue, std::move(subject)),
-                                 [this, key](Query* ended) {
-                                     queries.erase(key);
-                                     delete ended;
-                                 });
+    if (auto active = entry.lock())
+        return active;
+    std::shared_ptr<Query> query(new Query(link, queue, request), [this, key](Query* ended) {
+        queries.erase(key);
+        delete ended;
+    });
     entry = query;
     query->start();
     return query;
 }
 
-template class RecordQuery<LocationKind>;
-template class RecordQuery<AddressKind>;
-template class QueryPool<LocationKind>;
-template class QueryPool<AddressKind>;
+template class RecordQuery<LocationRequest>;
+template class RecordQuery<AddressRequest>;
+template class QueryPool<LocationRequest>;
+template class QueryPool<AddressRequest>;
 
 } // namespace quillbox::dnssd

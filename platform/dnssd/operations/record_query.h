@@ -2,15 +2,14 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/operations/engine_link.h"
-#include "platform/dnssd/operations/record_kinds.h"
 #include "platform/values/backoff.h"
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace quillbox::dnssd {
@@ -39,24 +38,20 @@ protected:
 /// A query for records that is active for as long as the object exists, with the records found.
 /// When the engine goes down the records are kept; once the query has been sent again, they are
 /// replaced by the first answer, or dropped after `kSilenceLimit` without one.
-template <class Kind>
-class RecordQuery final : public std::enable_shared_from_this<RecordQuery<Kind>>,
+template <class Asked>
+class RecordQuery final : public std::enable_shared_from_this<RecordQuery<Asked>>,
                           private EngineLink::Client {
 public:
-    using Subject = typename Kind::Subject;
+    /// Every record that is kept has been found.
+    using Record = Answer<typename Asked::Value>;
 
-    struct Record {
-        Sighting sighting;
-        typename Kind::Value value;
-    };
-
-    RecordQuery(EngineLink& engineLink, DispatchQueue& centerQueue, Subject asked);
-    ~RecordQuery();
-    RecordQuery(const RecordQuery&) = delete;
-    RecordQuery& operator=(const RecordQuery&) = delete;
+    RecordQuery(EngineLink& engineLink, DispatchQueue& centerQueue, Asked asked)
+        : Client(engineLink), queue(centerQueue), request(std::move(asked))
+    {
+    }
 
     /// Called once, when the object is held by a shared pointer.
-    void start();
+    void start() { this->readState(); }
 
     void addObserver(QueryObserver& observer) { observers.push_back(&observer); }
     /// Undoes one `addObserver`.
@@ -77,22 +72,22 @@ public:
 
 private:
     void engineUp() override;
-    void engineDown(std::error_code error) override;
+    void engineDown(std::error_code /*error*/) override { notify(); }
     void engineEvent(const Event& event) override;
 
     void ask();
-    void add(Record record);
+    void add(const Record& record);
     void remove(const Record& record);
     void settle();
     void forget();
     void retryLater();
     void notify();
+    /// Calls `action` after `delay`, unless there is another request by then.
+    void after(std::chrono::milliseconds delay, void (RecordQuery::*action)());
 
-    EngineLink& link;
     DispatchQueue& queue;
-    const Subject subject;
+    const Asked request;
     std::vector<QueryObserver*> observers;
-    RequestId id = 0;
     std::vector<Record> found;
     bool isStale = false; ///< `found` is from an earlier query
     bool settled = false;
@@ -101,14 +96,17 @@ private:
     Backoff backoff{kShortestPause, kLongestPause};
 };
 
-using LocationQuery = RecordQuery<LocationKind>;
-using AddressQuery = RecordQuery<AddressKind>;
+using LocationQuery = RecordQuery<LocationRequest>;
+using AddressQuery = RecordQuery<AddressRequest>;
+
+/// Whether two SRV records say the same.
+bool isSame(const HostEndpoint& a, const HostEndpoint& b);
 
 /// Sends each query once, however many callers share it. Must outlive the queries that it
 /// returns.
-template <class Kind> class QueryPool final {
+template <class Asked> class QueryPool final {
 public:
-    using Query = RecordQuery<Kind>;
+    using Query = RecordQuery<Asked>;
 
     QueryPool(EngineLink& engineLink, DispatchQueue& centerQueue)
         : link(engineLink), queue(centerQueue)
@@ -117,21 +115,24 @@ public:
     QueryPool(const QueryPool&) = delete;
     QueryPool& operator=(const QueryPool&) = delete;
 
-    /// The query ends when the last holder releases it.
-    std::shared_ptr<Query> query(typename Kind::Subject subject);
+    /// The query ends when the last holder releases it. `observer` is notified for as long as what
+    /// this returns is held.
+    std::shared_ptr<const Query> query(const Asked& request, QueryObserver& observer);
 
 private:
+    std::shared_ptr<Query> sharedQuery(const Asked& request);
+
     EngineLink& link;
     DispatchQueue& queue;
     std::map<std::string, std::weak_ptr<Query>> queries;
 };
 
-using LocationPool = QueryPool<LocationKind>;
-using AddressPool = QueryPool<AddressKind>;
+using LocationPool = QueryPool<LocationRequest>;
+using AddressPool = QueryPool<AddressRequest>;
 
-extern template class RecordQuery<LocationKind>;
-extern template class RecordQuery<AddressKind>;
-extern template class QueryPool<LocationKind>;
-extern template class QueryPool<AddressKind>;
+extern template class RecordQuery<LocationRequest>;
+extern template class RecordQuery<AddressRequest>;
+extern template class QueryPool<LocationRequest>;
+extern template class QueryPool<AddressRequest>;
 
 } // namespace quillbox::dnssd

@@ -23,7 +23,7 @@ Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
                            LocalAddresses& ownAddresses, HostIdentities& hostIdentities,
                            OwnServices& services, ServiceRegistration wanted,
                            std::uint16_t servicePort, Report updates, Log& itsLog)
-    : link(engineLink),
+    : Client(engineLink),
       queue(centerQueue),
       localAddresses(ownAddresses),
       identities(hostIdentities),
@@ -33,7 +33,6 @@ Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
       report(std::move(updates)),
       log(itsLog)
 {
-    link.attach(*this);
     localAddresses.addObserver(*this);
 }
 
@@ -42,7 +41,6 @@ Registration::~Registration()
     withdraw();
     identities.release(identity);
     localAddresses.removeObserver(*this);
-    link.detach(*this);
 }
 
 void Registration::start()
@@ -53,10 +51,7 @@ void Registration::start()
         return fail(DnsSdError::InvalidType);
     ownEntry.emplace(ownServices, service.name, service.type);
     takeIdentity();
-    if (link.isUp())
-        ask();
-    else if (link.state() == EngineLink::State::Down)
-        engineDown(link.error());
+    readState();
 }
 
 void Registration::engineUp()
@@ -69,7 +64,6 @@ void Registration::engineDown(std::error_code error)
 {
     if (hasFailed)
         return;
-    id = 0;
     after(kNameKept, [](Registration& self) { self.establishedAs.clear(); });
     tellOwn(false);
     tell(State::Waiting, error);
@@ -131,7 +125,7 @@ void Registration::ask()
     request.isOwnName = requestedAs == establishedAs;
     log.tell(LogCategory::Advertising,
              [this] { return inDoubleQuotes(requestedName) + " is being registered"; });
-    id = link.send(*this, std::move(request));
+    send(std::move(request));
     const std::size_t before = ownServices.count() - 1;
     const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
     after(turns * kRegistrationLimit,
@@ -184,9 +178,8 @@ void Registration::askAfter(std::chrono::milliseconds delay, std::error_code err
 
 void Registration::withdraw()
 {
-    if (link.end(id))
+    if (end())
         logRequest("is withdrawn");
-    id = 0;
     establishedAs.clear();
     ++step;
 }

@@ -72,7 +72,6 @@ private:
     /// Runs `action` after `delay`, unless another step comes first.
     void after(std::chrono::milliseconds delay, std::function<void(Registration&)> action);
 
-    EngineLink& link;
     DispatchQueue& queue;
     LocalAddresses& localAddresses;
     HostIdentities& identities;
@@ -82,7 +81,6 @@ private:
     Report report;
     Log& log;
 
-    RequestId id = 0;
     bool hasFailed = false;
     unsigned nameNumber = 1;
     unsigned hostNumber = 1;

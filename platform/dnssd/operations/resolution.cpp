@@ -47,29 +47,17 @@ void append(std::vector<DnsSd::FoundAddress>& addresses, const AddressQuery& que
 
 } // namespace
 
-Resolution::Resolution(EngineLink& engineLink, DispatchQueue& centerQueue, AddressPool& addresses,
-                       Report updates)
+Resolution::Resolution(const EngineLink& engineLink, DispatchQueue& centerQueue,
+                       AddressPool& addresses, Report updates)
     : link(engineLink), queue(centerQueue), pool(addresses), report(std::move(updates))
 {
-    link.attach(*this);
-}
-
-Resolution::~Resolution()
-{
-    if (location)
-        location->removeObserver(*this);
-    for (Host& host : hosts)
-        dropHost(host);
-    link.detach(*this);
 }
 
 void Resolution::startService(LocationPool& locations, const ServiceEndpoint& service)
 {
     // An invalid service has no addresses, which is reported immediately.
-    if (isInstanceName(service.name) && isServiceType(service.type)) {
-        location = locations.query({service.name, service.type, service.domain});
-        location->addObserver(*this);
-    }
+    if (isInstanceName(service.name) && isServiceType(service.type))
+        location = locations.query({0, service}, *this);
     scheduleUpdate();
 }
 
@@ -96,7 +84,8 @@ void Resolution::scheduleUpdate()
 
 void Resolution::update()
 {
-    if (link.state() == EngineLink::State::Unknown)
+    const bool asks = location || !hosts.empty();
+    if (asks && link.state() == EngineLink::State::Unknown)
         return;
     if (location)
         followLocations();
@@ -107,42 +96,25 @@ void Resolution::update()
 
 void Resolution::followLocations()
 {
-    std::vector<Location> wanted;
+    std::vector<Host> current;
     for (const auto& record : location->records()) {
-        const auto isThis = [&record](const Location& other) {
-            return LocationKind::isSame(other, record.value);
+        const auto isOfRecord = [&record](const Host& host) {
+            return isSame(host.location, record.value);
         };
-        if (wanted.size() < kMaximumHosts && isHostName(record.value.hostName)
-            && std::ranges::none_of(wanted, isThis))
-            wanted.push_back(record.value);
+        if (current.size() == kMaximumHosts || !isHostName(record.value.host)
+            || std::ranges::any_of(current, isOfRecord))
+            continue;
+        const auto kept = std::ranges::find_if(hosts, isOfRecord);
+        current.push_back(kept != hosts.end() ? *kept : makeHost(record.value));
     }
-    std::vector<Host> kept;
-    for (Location& next : wanted) {
-        const auto host = std::ranges::find_if(hosts, [&next](const Host& other) {
-            return LocationKind::isSame(other.location, next);
-        });
-        kept.push_back(host != hosts.end() ? std::exchange(*host, {}) : makeHost(std::move(next)));
-    }
-    std::ranges::for_each(hosts, [this](Host& host) { dropHost(host); });
-    hosts = std::move(kept);
+    hosts = std::move(current);
 }
 
-Resolution::Host Resolution::makeHost(Location where)
+Resolution::Host Resolution::makeHost(HostEndpoint where)
 {
-    Host host{std::move(where), nullptr, nullptr};
-    host.ipv4 = pool.query({host.location.hostName, Family::IPv4});
-    host.ipv6 = pool.query({host.location.hostName, Family::IPv6});
-    host.ipv4->addObserver(*this);
-    host.ipv6->addObserver(*this);
-    return host;
-}
-
-void Resolution::dropHost(Host& host)
-{
-    for (const auto& query : {host.ipv4, host.ipv6}) {
-        if (query)
-            query->removeObserver(*this);
-    }
+    auto ipv4 = pool.query({0, where.host, Family::IPv4}, *this);
+    auto ipv6 = pool.query({0, where.host, Family::IPv6}, *this);
+    return {std::move(where), std::move(ipv4), std::move(ipv6)};
 }
 
 void Resolution::collectAddresses()
@@ -168,12 +140,12 @@ std::vector<HostEndpoint> Resolution::hostsOfAddresses() const
     std::vector<HostEndpoint> result;
     for (const Host& host : hosts) {
         if (location && (!host.ipv4->records().empty() || !host.ipv6->records().empty()))
-            result.push_back({host.location.hostName, host.location.port});
+            result.push_back(host.location);
     }
     return result;
 }
 
-bool Resolution::isSettled(std::shared_ptr<AddressQuery> Host::*query) const
+bool Resolution::isSettled(std::shared_ptr<const AddressQuery> Host::*query) const
 {
     if (hosts.empty())
         return !location || location->isSettled();

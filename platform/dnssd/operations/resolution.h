@@ -18,15 +18,12 @@ inline constexpr std::size_t kMaximumAddresses = 16;
 
 /// Finds the addresses of a service, through its SRV records, or of a host. Belongs to the center's
 /// queue.
-class Resolution final : public std::enable_shared_from_this<Resolution>,
-                         private EngineLink::Client,
-                         private QueryObserver {
+class Resolution final : public std::enable_shared_from_this<Resolution>, private QueryObserver {
 public:
     using Report = dnssd::Report<DnsSd::ResolveUpdate>;
 
-    Resolution(EngineLink& engineLink, DispatchQueue& centerQueue, AddressPool& addresses,
+    Resolution(const EngineLink& engineLink, DispatchQueue& centerQueue, AddressPool& addresses,
                Report updates);
-    ~Resolution();
     Resolution(const Resolution&) = delete;
     Resolution& operator=(const Resolution&) = delete;
 
@@ -36,30 +33,26 @@ public:
 
 private:
     struct Host {
-        Location location;
-        std::shared_ptr<AddressQuery> ipv4;
-        std::shared_ptr<AddressQuery> ipv6;
+        HostEndpoint location;
+        std::shared_ptr<const AddressQuery> ipv4;
+        std::shared_ptr<const AddressQuery> ipv6;
     };
 
-    void engineUp() override { scheduleUpdate(); }
-    void engineDown(std::error_code /*error*/) override { scheduleUpdate(); }
-    void engineEvent(const Event& /*event*/) override {}
     void queryChanged() override { scheduleUpdate(); }
 
     void scheduleUpdate();
     void update();
     void followLocations();
-    Host makeHost(Location where);
-    void dropHost(Host& host);
+    Host makeHost(HostEndpoint where);
     void collectAddresses();
     std::vector<HostEndpoint> hostsOfAddresses() const;
-    bool isSettled(std::shared_ptr<AddressQuery> Host::*query) const;
+    bool isSettled(std::shared_ptr<const AddressQuery> Host::*query) const;
 
-    EngineLink& link;
+    const EngineLink& link;
     DispatchQueue& queue;
     AddressPool& pool;
     Report report;
-    std::shared_ptr<LocationQuery> location; ///< null for a host or an invalid service
+    std::shared_ptr<const LocationQuery> location; ///< null for a host or an invalid service
     std::vector<Host> hosts;
     std::vector<DnsSd::FoundAddress> known; ///< in the order found
     bool isScheduled = false;

@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::size_t kMaximumDomainSize = 255;
 
-std::string keyOf(const std::string& name, const std::string& domain)
+std::string keyOf(const ServiceEndpoint& service)
 {
-    return folded(name) + '\0' + folded(domain);
+    return folded(service.name) + '\0' + folded(service.domain);
 }
 
 bool isDomain(const std::string& domain)
@@ -26,72 +26,22 @@ bool isDomain(const std::string& domain)
 
 } // namespace
 
-/// The liveness check of a service: an active query for its SRV record.
-class ServiceBrowse::LivenessCheck final : private QueryObserver {
-public:
-    explicit LivenessCheck(ServiceBrowse& owner) : browse(owner) {}
-    LivenessCheck(const LivenessCheck&) = delete;
-    LivenessCheck& operator=(const LivenessCheck&) = delete;
-    ~LivenessCheck()
-    {
-        if (location)
-            location->removeObserver(*this);
-    }
-
-    /// Starts the query, unless it is active already.
-    void watch(LocationPool& pool, const ServiceEndpoint& endpoint)
-    {
-        if (location)
-            return;
-        location = pool.query({endpoint.name, endpoint.type, endpoint.domain});
-        location->addObserver(*this);
-        wasLost = location->isLost();
-    }
-
-    bool isFound() const { return location && !location->records().empty(); }
-    bool isLost() const { return location && location->isLost(); }
-    bool isSilent() const { return location && location->isSilent(); }
-
-private:
-    /// Each interface and family reports the same record, so most notifications change nothing.
-    void queryChanged() override
-    {
-        const bool before = std::exchange(wasLost, isLost());
-        if (before != wasLost)
-            browse.setChanged();
-    }
-
-    ServiceBrowse& browse;
-    std::shared_ptr<LocationQuery> location;
-    bool wasLost = false;
-};
-
 ServiceBrowse::ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue,
                              LocationPool& locationPool, std::string serviceType, Report updates)
-    : link(engineLink),
+    : Client(engineLink),
       queue(centerQueue),
       locations(locationPool),
       type(std::move(serviceType)),
       report(std::move(updates))
 {
-    link.attach(*this);
-}
-
-ServiceBrowse::~ServiceBrowse()
-{
-    services.clear();
-    link.end(id);
-    link.detach(*this);
 }
 
 void ServiceBrowse::start()
 {
     if (!isServiceType(type))
         failed(DnsSdError::InvalidType);
-    else if (link.isUp())
-        engineUp();
-    else if (link.state() == EngineLink::State::Down)
-        engineDown(link.error());
+    else
+        readState();
 }
 
 void ServiceBrowse::engineUp()
@@ -105,18 +55,14 @@ void ServiceBrowse::engineUp()
 
 void ServiceBrowse::engineDown(std::error_code error)
 {
-    if (hasFailed)
-        return;
-    id = 0;
-    wait(error);
+    if (!hasFailed)
+        wait(error);
 }
 
 void ServiceBrowse::engineEvent(const Event& event)
 {
-    if (const auto* sighted = std::get_if<ServiceFound>(&event))
-        addSighting(*sighted);
-    else if (const auto* gone = std::get_if<ServiceLost>(&event))
-        removeSighting(*gone);
+    if (const auto* answer = std::get_if<ServiceAnswer>(&event))
+        answer->change == Change::Found ? addSighting(*answer) : removeSighting(*answer);
     else if (std::holds_alternative<Settled>(event))
         backoff.reset();
     else if (const auto* failure = std::get_if<Failed>(&event))
@@ -128,7 +74,7 @@ void ServiceBrowse::ask()
     for (Service& service : services)
         service.sightings.clear();
     leftOut = 0;
-    id = link.send(*this, BrowseRequest{0, type});
+    send(BrowseRequest{0, type});
     isSilenceFinal = services.empty();
     if (!isSilenceFinal) {
         const std::chrono::milliseconds limit = isEngineNew ? kSilenceLimit : kSettlingLimit;
@@ -140,13 +86,13 @@ void ServiceBrowse::ask()
     setChanged();
 }
 
-void ServiceBrowse::addSighting(const ServiceFound& sighted)
+void ServiceBrowse::addSighting(const ServiceAnswer& sighted)
 {
     // A PTR record can point anywhere: to a service of another type, or to something invalid.
-    if (!isSameName(sighted.type, type) || !isInstanceName(sighted.name)
-        || !isDomain(sighted.domain))
+    const auto& [name, itsType, domain] = sighted.value;
+    if (!isSameName(itsType, type) || !isInstanceName(name) || !isDomain(domain))
         return;
-    std::string key = keyOf(sighted.name, sighted.domain);
+    std::string key = keyOf(sighted.value);
     const auto service = std::ranges::find(services, key, &Service::key);
     if (service == services.end())
         addService(sighted, std::move(key));
@@ -154,7 +100,7 @@ void ServiceBrowse::addSighting(const ServiceFound& sighted)
         service->sightings.insert(sighted.sighting);
 }
 
-void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
+void ServiceBrowse::addService(const ServiceAnswer& sighted, std::string key)
 {
     if (services.size() >= kMaximumServices) {
         leaveOut();
@@ -162,16 +108,15 @@ void ServiceBrowse::addService(const ServiceFound& sighted, std::string key)
     }
     Service service;
     service.key = std::move(key);
-    service.endpoint = {sighted.name, type, sighted.domain};
+    service.endpoint = {sighted.value.name, type, sighted.value.domain};
     service.sightings.insert(sighted.sighting);
-    service.liveness = std::make_unique<LivenessCheck>(*this);
     services.push_back(std::move(service));
     setChanged();
 }
 
-void ServiceBrowse::removeSighting(const ServiceLost& gone)
+void ServiceBrowse::removeSighting(const ServiceAnswer& gone)
 {
-    const auto service = std::ranges::find(services, keyOf(gone.name, gone.domain), &Service::key);
+    const auto service = std::ranges::find(services, keyOf(gone.value), &Service::key);
     if (service == services.end() || service->sightings.erase(gone.sighting) == 0)
         return;
     if (!service->sightings.empty())
@@ -186,7 +131,7 @@ void ServiceBrowse::judgeSilence()
         services, [](const Service& service) { return !service.sightings.empty(); });
     isFlooded = isEngineNew && static_cast<std::size_t>(seen) + leftOut >= kMaximumServices;
     if (isFlooded) {
-        link.end(id);
+        end();
         ask();
     } else {
         isSilenceFinal = true;
@@ -197,7 +142,7 @@ void ServiceBrowse::judgeSilence()
 
 bool ServiceBrowse::isGone(const Service& service) const
 {
-    return service.liveness->isLost() && !(service.liveness->isSilent() && isFlooded);
+    return service.life->isLost() && !(service.life->isSilent() && isFlooded);
 }
 
 void ServiceBrowse::leaveOut()
@@ -219,15 +164,14 @@ void ServiceBrowse::askForWhatWasLeftOut()
         self->isAskingAnew = false;
         if (self->id == 0 || self->leftOut == 0 || self->services.size() >= kMaximumServices)
             return;
-        self->link.end(self->id);
+        self->end();
         self->ask();
     });
 }
 
 void ServiceBrowse::failed(DnsSdError error)
 {
-    link.end(id);
-    id = 0;
+    end();
     if (error == DnsSdError::InvalidType || error == DnsSdError::InvalidName) {
         hasFailed = true;
         report.deliver({DnsSd::BrowseUpdate::State::Failed, error, {}});
@@ -275,14 +219,15 @@ void ServiceBrowse::flush()
         return;
     if (isSilenceFinal) {
         std::erase_if(services, [](const Service& service) {
-            return service.sightings.empty() && !service.liveness->isFound();
+            return service.sightings.empty() && (!service.life || service.life->records().empty());
         });
     }
     if (leftOut > 0 && services.size() < kMaximumServices)
         askForWhatWasLeftOut();
     std::vector<ServiceEndpoint> set;
     for (Service& service : services) {
-        service.liveness->watch(locations, service.endpoint);
+        if (!service.life)
+            service.life = locations.query({0, service.endpoint}, *this);
         if (!isGone(service))
             set.push_back(service.endpoint);
     }

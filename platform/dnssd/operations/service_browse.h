@@ -38,37 +38,36 @@ inline constexpr std::chrono::seconds kRoomInterval{2};
 ///
 /// Belongs to the center's queue.
 class ServiceBrowse final : public std::enable_shared_from_this<ServiceBrowse>,
-                            private EngineLink::Client {
+                            private EngineLink::Client,
+                            private QueryObserver {
 public:
     using Report = dnssd::Report<DnsSd::BrowseUpdate>;
 
     ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue, LocationPool& locationPool,
                   std::string serviceType, Report updates);
-    ~ServiceBrowse();
-    ServiceBrowse(const ServiceBrowse&) = delete;
-    ServiceBrowse& operator=(const ServiceBrowse&) = delete;
 
     /// Called once, when the object is held by a shared pointer.
     void start();
 
 private:
-    class LivenessCheck;
-
     struct Service {
         std::string key;
         ServiceEndpoint endpoint;
         std::set<Sighting> sightings; ///< by the current query
-        std::unique_ptr<LivenessCheck> liveness;
+        /// The liveness check: an active query for the SRV record. Null until the service is
+        /// listed.
+        std::shared_ptr<const LocationQuery> life;
     };
 
     void engineUp() override;
     void engineDown(std::error_code error) override;
     void engineEvent(const Event& event) override;
+    void queryChanged() override { setChanged(); }
 
     void ask();
-    void addSighting(const ServiceFound& sighted);
-    void addService(const ServiceFound& sighted, std::string key);
-    void removeSighting(const ServiceLost& gone);
+    void addSighting(const ServiceAnswer& sighted);
+    void addService(const ServiceAnswer& sighted, std::string key);
+    void removeSighting(const ServiceAnswer& gone);
     void failed(DnsSdError error);
     void wait(std::error_code error);
 
@@ -81,13 +80,11 @@ private:
     void scheduleFlush(std::chrono::milliseconds delay);
     void flush();
 
-    EngineLink& link;
     DispatchQueue& queue;
     LocationPool& locations;
     const std::string type;
     Report report;
 
-    RequestId id = 0;
     std::vector<Service> services; ///< in the order first seen
     std::vector<ServiceEndpoint> lastSet;
     /// The current query has been active for so long that whom it has not seen is gone.

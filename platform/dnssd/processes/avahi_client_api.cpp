@@ -11,31 +11,8 @@ namespace quillbox::dnssd {
 
 namespace {
 
-template <class T, int (*free)(T*)> class ClientObject final : public AvahiObject {
-public:
-    ClientObject(AvahiClient& theClient, AvahiAnswers& theAnswers)
-        : answers(theAnswers), client(theClient)
-    {
-    }
-    ClientObject(const ClientObject&) = delete;
-    ClientObject& operator=(const ClientObject&) = delete;
-    ~ClientObject() override
-    {
-        if (object != nullptr)
-            free(object);
-    }
-
-    int lastError() const { return avahi_client_errno(&client); }
-
-    AvahiAnswers& answers;
-    T* object = nullptr;
-
-private:
-    AvahiClient& client;
-};
-
-using ServiceBrowser = ClientObject<AvahiServiceBrowser, &avahi_service_browser_free>;
-using RecordBrowser = ClientObject<AvahiRecordBrowser, &avahi_record_browser_free>;
+using ServiceBrowser = AvahiBrowser<AvahiServiceBrowser, &avahi_service_browser_free>;
+using RecordBrowser = AvahiBrowser<AvahiRecordBrowser, &avahi_record_browser_free>;
 
 class ClientGroup final : public AvahiGroup {
 public:
@@ -75,25 +52,15 @@ private:
     AvahiEntryGroup* group;
 };
 
-void onService(AvahiServiceBrowser* /*browser*/, AvahiIfIndex interfaceIndex,
-               AvahiProtocol protocol, AvahiBrowserEvent event, const char* name, const char* type,
-               const char* domain, AvahiLookupResultFlags /*flags*/, void* context)
-{
-    auto& browser = *static_cast<ServiceBrowser*>(context);
-    if (isChange(event, browser.answers, browser.lastError()))
-        browser.answers.onService(changeOf(event), sightingOf(interfaceIndex, protocol), name, type,
-                                  domain);
-}
-
 void onRecord(AvahiRecordBrowser* /*browser*/, AvahiIfIndex interfaceIndex, AvahiProtocol protocol,
               AvahiBrowserEvent event, const char* /*name*/, std::uint16_t /*recordClass*/,
               std::uint16_t type, const void* data, std::size_t size,
               AvahiLookupResultFlags /*flags*/, void* context)
 {
     auto& browser = *static_cast<RecordBrowser*>(context);
-    if (isChange(event, browser.answers, browser.lastError()))
-        reportRecord(browser.answers, changeOf(event), sightingOf(interfaceIndex, protocol), type,
-                     {static_cast<const std::uint8_t*>(data), size});
+    if (const auto change = browser.changeIn(event))
+        tellRecord(browser.answers, *change, sightingOf(interfaceIndex, protocol), type,
+                   {static_cast<const std::uint8_t*>(data), size});
 }
 
 void onGroupState(AvahiEntryGroup* /*group*/, AvahiEntryGroupState state, void* context)
@@ -107,19 +74,19 @@ class ClientApi final : public AvahiApi {
 public:
     explicit ClientApi(AvahiClient& theClient) : client(theClient) {}
 
-    std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) override
+    std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers answers) override
     {
-        auto browser = std::make_unique<ServiceBrowser>(client, answers);
-        browser->object =
-            avahi_service_browser_new(&client, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, type.c_str(),
-                                      nullptr, AvahiLookupFlags{}, onService, browser.get());
+        auto browser = std::make_unique<ServiceBrowser>(*this, answers);
+        browser->object = avahi_service_browser_new(&client, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
+                                                    type.c_str(), nullptr, AvahiLookupFlags{},
+                                                    &ServiceBrowser::onService, browser.get());
         return browser->object == nullptr ? nullptr : std::move(browser);
     }
 
     std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
-                                        AvahiAnswers& answers) override
+                                        AvahiAnswers answers) override
     {
-        auto browser = std::make_unique<RecordBrowser>(client, answers);
+        auto browser = std::make_unique<RecordBrowser>(*this, answers);
         browser->object = avahi_record_browser_new(
             &client, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, name.c_str(), AVAHI_DNS_CLASS_IN,
             recordTypeOf(record), AvahiLookupFlags{}, onRecord, browser.get());

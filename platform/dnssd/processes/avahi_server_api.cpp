@@ -1,7 +1,10 @@
 #include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/processes/avahi_records.h"
 
-#include <string_view>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
 #include <utility>
 
 #include <avahi-common/error.h>
@@ -14,31 +17,11 @@ namespace quillbox::dnssd {
 
 namespace {
 
-template <class T, void (*free)(T*)> class ServerObject final : public AvahiObject {
-public:
-    ServerObject(AvahiServer& theServer, AvahiAnswers& theAnswers)
-        : answers(theAnswers), server(theServer)
-    {
-    }
-    ServerObject(const ServerObject&) = delete;
-    ServerObject& operator=(const ServerObject&) = delete;
-    ~ServerObject() override
-    {
-        if (object != nullptr)
-            free(object);
-    }
+using ServiceBrowser = AvahiBrowser<AvahiSServiceBrowser, &avahi_s_service_browser_free>;
+using RecordBrowser = AvahiBrowser<AvahiSRecordBrowser, &avahi_s_record_browser_free>;
 
-    int lastError() const { return avahi_server_errno(&server); }
-
-    AvahiAnswers& answers;
-    T* object = nullptr;
-
-private:
-    AvahiServer& server;
-};
-
-using ServiceBrowser = ServerObject<AvahiSServiceBrowser, &avahi_s_service_browser_free>;
-using RecordBrowser = ServerObject<AvahiSRecordBrowser, &avahi_s_record_browser_free>;
+/// More than the data of an SRV record, which has the longest.
+constexpr std::size_t kMaximumData = 512;
 
 class ServerGroup final : public AvahiGroup {
 public:
@@ -88,43 +71,19 @@ private:
     AvahiSEntryGroup* group;
 };
 
-void onService(AvahiSServiceBrowser* /*browser*/, AvahiIfIndex interfaceIndex,
-               AvahiProtocol protocol, AvahiBrowserEvent event, const char* name, const char* type,
-               const char* domain, AvahiLookupResultFlags /*flags*/, void* context)
-{
-    auto& object = *static_cast<ServiceBrowser*>(context);
-    if (isChange(event, object.answers, object.lastError()))
-        object.answers.onService(changeOf(event), sightingOf(interfaceIndex, protocol), name, type,
-                                 domain);
-}
-
 void onRecord(AvahiSRecordBrowser* /*browser*/, AvahiIfIndex interfaceIndex, AvahiProtocol protocol,
               AvahiBrowserEvent event, AvahiRecord* record, AvahiLookupResultFlags /*flags*/,
               void* context)
 {
-    auto& object = *static_cast<RecordBrowser*>(context);
-    if (!isChange(event, object.answers, object.lastError()) || record == nullptr)
+    auto& browser = *static_cast<RecordBrowser*>(context);
+    const auto change = browser.changeIn(event);
+    if (!change)
         return;
-    const Sighting sighting = sightingOf(interfaceIndex, protocol);
-    switch (record->key->type) {
-    case AVAHI_DNS_TYPE_SRV: {
-        const auto& srv = record->data.srv;
-        const std::string_view host = srv.name == nullptr ? "" : srv.name;
-        if (!host.empty() && host != ".")
-            object.answers.onLocation(changeOf(event), sighting, {std::string(host), srv.port});
-        break;
-    }
-    case AVAHI_DNS_TYPE_A:
-        object.answers.onAddress(changeOf(event), sighting,
-                                 addressOf(Family::IPv4, &record->data.a.address));
-        break;
-    case AVAHI_DNS_TYPE_AAAA:
-        object.answers.onAddress(changeOf(event), sighting,
-                                 addressOf(Family::IPv6, &record->data.aaaa.address));
-        break;
-    default:
-        break;
-    }
+    std::array<std::uint8_t, kMaximumData> data;
+    const std::size_t size = avahi_rdata_serialize(record, data.data(), data.size());
+    if (size <= data.size())
+        tellRecord(browser.answers, *change, sightingOf(interfaceIndex, protocol),
+                   record->key->type, std::span(data).first(size));
 }
 
 void onGroupState(AvahiServer* /*server*/, AvahiSEntryGroup* /*group*/, AvahiEntryGroupState state,
@@ -139,22 +98,22 @@ class ServerApi final : public AvahiApi {
 public:
     explicit ServerApi(AvahiServer& theServer) : server(theServer) {}
 
-    std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers& answers) override
+    std::unique_ptr<AvahiObject> browse(const std::string& type, AvahiAnswers answers) override
     {
-        auto browser = std::make_unique<ServiceBrowser>(server, answers);
-        browser->object =
-            avahi_s_service_browser_new(&server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, type.c_str(),
-                                        nullptr, AvahiLookupFlags{}, onService, browser.get());
+        auto browser = std::make_unique<ServiceBrowser>(*this, answers);
+        browser->object = avahi_s_service_browser_new(&server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC,
+                                                      type.c_str(), nullptr, AvahiLookupFlags{},
+                                                      &ServiceBrowser::onService, browser.get());
         return browser->object == nullptr ? nullptr : std::move(browser);
     }
 
     std::unique_ptr<AvahiObject> lookUp(const std::string& name, Record record,
-                                        AvahiAnswers& answers) override
+                                        AvahiAnswers answers) override
     {
         AvahiKey* key = avahi_key_new(name.c_str(), AVAHI_DNS_CLASS_IN, recordTypeOf(record));
         if (key == nullptr)
             return nullptr;
-        auto browser = std::make_unique<RecordBrowser>(server, answers);
+        auto browser = std::make_unique<RecordBrowser>(*this, answers);
         browser->object =
             avahi_s_record_browser_new(&server, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, key,
                                        AvahiLookupFlags{}, onRecord, browser.get());

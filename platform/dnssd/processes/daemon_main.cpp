@@ -1,11 +1,10 @@
 // quillbox-dns-sd-daemon: an engine on top of avahi-daemon, over the system bus (libavahi-client);
 // up while the daemon runs.
 //
-// Without a bus it reconnects when the bus's socket appears, and otherwise with exponential backoff
-// up to 10 s; with a bus it waits for the daemon without doing anything.
+// Without a bus it tries to connect every second; with a bus it waits for the daemon without doing
+// anything.
 
 #include "platform/dnssd/avahi/avahi_api.h"
-#include "platform/dnssd/processes/bus_watch.h"
 #include "platform/dnssd/processes/process_frame.h"
 #include "platform/values/backoff.h"
 
@@ -24,10 +23,9 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/// Between two connections.
 constexpr std::chrono::milliseconds kFirstPause(100);
-constexpr std::chrono::milliseconds kLongestPause(10'000);
-/// A connection that lasted so long was no failed attempt, and the pauses begin anew.
-constexpr std::chrono::milliseconds kSteadyAfter(800);
+constexpr std::chrono::milliseconds kLongestPause(1000);
 /// How long to wait for the daemon to establish the computer's host name. A daemon that has none is
 /// still usable, since services are published on host names of their own.
 constexpr std::chrono::seconds kHostNamePatience(2);
@@ -83,20 +81,11 @@ private:
 
 class Daemon final {
 public:
-    Daemon()
-    {
-        if (busWatch.descriptor() >= 0)
-            frame.loop().watch(busWatch.descriptor(), [this] { onBusChanged(); });
-    }
-    Daemon(const Daemon&) = delete;
-    Daemon& operator=(const Daemon&) = delete;
-    ~Daemon() = default;
-
     [[noreturn]] void run()
     {
         do {
             if (!client && Clock::now() >= nextTry)
-                connect();
+                client = std::make_unique<Client>(frame.poll());
             if (client)
                 serve(Clock::now());
         } while (frame.turn(deadline()));
@@ -106,43 +95,19 @@ public:
     }
 
 private:
-    void connect()
-    {
-        busWatch.begin(); // before connecting, or a socket that appears now is missed
-        client = std::make_unique<Client>(frame.loop().poll());
-        if (!client->isLost())
-            busWatch.end();
-    }
-
     void serve(Clock::time_point now)
     {
         if (client->isLost() || frame.isBroken()) {
-            disconnect(now);
+            nextTry = now + backoff.next();
+            frame.goDown();
+            client = nullptr;
         } else if (!client->isAnswering()) {
             frame.goDown();
         } else if (!frame.isUp()
                    && (client->isRunning() || now >= client->since + kHostNamePatience)) {
-            upSince = now;
+            backoff.reset();
             frame.comeUp(client->api(), client->hostName());
         }
-    }
-
-    void disconnect(Clock::time_point now)
-    {
-        if (upSince && now - *upSince >= kSteadyAfter)
-            backoff.reset();
-        upSince.reset();
-        nextTry = now + backoff.next();
-        frame.goDown();
-        client = nullptr;
-    }
-
-    void onBusChanged()
-    {
-        if (!busWatch.hasSocketAppeared() || client)
-            return;
-        backoff.reset();
-        nextTry = Clock::now();
     }
 
     /// When to do something even if nothing happens.
@@ -156,11 +121,9 @@ private:
     }
 
     ProcessFrame frame;
-    BusWatch busWatch;
     Backoff backoff{kFirstPause, kLongestPause};
     Clock::time_point nextTry = Clock::now();
     std::unique_ptr<Client> client;
-    std::optional<Clock::time_point> upSince;
 };
 
 } // namespace

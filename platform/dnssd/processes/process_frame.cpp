@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <csignal>
 #include <span>
+#include <thread>
 #include <utility>
 
 #include <sys/prctl.h>
@@ -56,11 +57,22 @@ int hardenProcess()
 
 } // namespace
 
-ProcessFrame::ProcessFrame() : endSignal(hardenProcess())
+ProcessFrame::ProcessFrame()
+    : endSignal(hardenProcess()), loop(avahi_simple_poll_new(), &avahi_simple_poll_free)
 {
-    avahiLoop.watch(kSocketOfChild, [this] { receive(); });
+    watch(kSocketOfChild, [](AvahiWatch*, int, AvahiWatchEvent, void* frame) {
+        static_cast<ProcessFrame*>(frame)->receive();
+    });
     if (endSignal >= 0)
-        avahiLoop.watch(endSignal, [this] { isEnding = true; });
+        watch(endSignal, [](AvahiWatch*, int, AvahiWatchEvent, void* frame) {
+            static_cast<ProcessFrame*>(frame)->isEnding = true;
+        });
+}
+
+/// Calls `callback` in each iteration in which the descriptor is readable or broken.
+void ProcessFrame::watch(int descriptor, AvahiWatchCallback callback)
+{
+    poll()->watch_new(poll(), descriptor, AVAHI_WATCH_IN, callback, this);
 }
 
 void ProcessFrame::comeUp(AvahiApi& api, const std::string& hostName)
@@ -85,7 +97,12 @@ bool ProcessFrame::turn(std::optional<Clock::time_point> deadline)
         nextSign = Clock::now() + kAliveInterval;
     }
     const auto ofSession = session ? session->nextDeadline() : std::nullopt;
-    avahiLoop.turn(std::min({nextSign, deadline.value_or(nextSign), ofSession.value_or(nextSign)}));
+    const auto until =
+        std::min({nextSign, deadline.value_or(nextSign), ofSession.value_or(nextSign)});
+    // Rounded up, or the loop would busy-wait through the last millisecond.
+    const auto wait = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    if (avahi_simple_poll_iterate(loop.get(), static_cast<int>(std::max(wait.count(), 0L))) < 0)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // failed: no busy loop
     if (session)
         session->tidy(Clock::now());
     return !isEnding;

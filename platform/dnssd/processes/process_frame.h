@@ -3,18 +3,22 @@
 #include "platform/dnssd/avahi/avahi_api.h"
 #include "platform/dnssd/avahi/avahi_session.h"
 #include "platform/dnssd/engine/messages.h"
-#include "platform/dnssd/processes/avahi_loop.h"
 
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <optional>
 #include <string>
 
+#include <avahi-common/simple-watch.h>
+#include <avahi-common/watch.h>
+
 namespace quillbox::dnssd {
 
-/// What both engine processes have in common: the socket to the program, on which this serves
-/// requests while there is an Avahi to serve them with, signs of life, and the end. The process
-/// ends when the program closes the socket, when it violates the protocol, and on SIGTERM.
+/// What both engine processes have in common: Avahi's event loop, the socket to the program, on
+/// which this serves requests while there is an Avahi to serve them with, signs of life, and the
+/// end. The process ends when the program closes the socket, when it violates the protocol, and on
+/// SIGTERM.
 class ProcessFrame final {
 public:
     using Clock = std::chrono::steady_clock;
@@ -25,7 +29,7 @@ public:
     ProcessFrame(const ProcessFrame&) = delete;
     ProcessFrame& operator=(const ProcessFrame&) = delete;
 
-    AvahiLoop& loop() { return avahiLoop; }
+    const AvahiPoll* poll() const { return avahi_simple_poll_get(loop.get()); }
 
     /// Begins a generation: reports EngineUp, and serves requests with `api`.
     void comeUp(AvahiApi& api, const std::string& hostName);
@@ -51,11 +55,12 @@ public:
     int exitStatus() const { return isPeerFalse ? EXIT_FAILURE : EXIT_SUCCESS; }
 
 private:
+    void watch(int descriptor, AvahiWatchCallback callback);
     void receive();
     void send(const Event& event);
 
     const int endSignal;
-    AvahiLoop avahiLoop;
+    const std::unique_ptr<AvahiSimplePoll, decltype(&avahi_simple_poll_free)> loop;
     std::optional<AvahiSession> session;
     Generation generation = 0;
     Clock::time_point nextSign = Clock::now(); ///< of life

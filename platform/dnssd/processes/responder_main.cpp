@@ -77,7 +77,7 @@ int respond()
 {
     ProcessFrame frame;
     avahi_set_log_function(ignoreLog);
-    const AliasFilter filter(*frame.loop().poll());
+    const AliasFilter filter(*frame.poll());
     WallClock wallClock;
     bool hasFailed = false;
     // Freeing it sends the remaining goodbyes.

@@ -86,9 +86,11 @@ private:
     void goOn()
     {
         id = id % 8 + 1;
-        tell(ServiceFound{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
-        tell(LocationFound{id, {2, Family::IPv4}, "phone.local", 4445});
-        tell(ServiceLost{id, {2, Family::IPv4}, "Quillbox", "_smb._tcp", "local"});
+        tell(ServiceAnswer{
+            id, Change::Found, {2, Family::IPv4}, {"Quillbox", "_smb._tcp", "local"}});
+        tell(LocationAnswer{id, Change::Found, {2, Family::IPv4}, {"phone.local", 4445}});
+        tell(
+            ServiceAnswer{id, Change::Lost, {2, Family::IPv4}, {"Quillbox", "_smb._tcp", "local"}});
         queue.async([this] { goOn(); });
     }
 

@@ -2,6 +2,7 @@
 #include "tests/fakes/fake_engine.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -16,6 +17,8 @@ using Calls = std::vector<std::string>;
 
 class RecordingClient final : public EngineLink::Client {
 public:
+    explicit RecordingClient(EngineLink& engineLink) : Client(engineLink) {}
+
     void engineUp() override
     {
         log.emplace_back("up");
@@ -25,21 +28,24 @@ public:
     void engineDown(std::error_code /*error*/) override { log.emplace_back("down"); }
     void engineEvent(const Event& /*event*/) override { log.emplace_back("event"); }
 
+    RequestId ask()
+    {
+        send(BrowseRequest{0, "_smb._tcp"});
+        return id;
+    }
+    using Client::end;
+
     Calls log;
     std::function<void()> onUp;
 };
 
 class EngineLinkTest : public testing::Test {
 protected:
-    EngineLinkTest()
-    {
-        link.start();
-        link.attach(client);
-    }
+    EngineLinkTest() { link.start(); }
 
     FakeEngine engine;
     EngineLink link{engine.makeEngine()};
-    RecordingClient client;
+    std::optional<RecordingClient> client{link};
 };
 
 } // namespace
@@ -47,41 +53,41 @@ protected:
 TEST_F(EngineLinkTest, endsNoRequestThatTheEngineNoLongerHas)
 {
     engine.up();
-    const RequestId id = link.send(client, BrowseRequest{0, "_smb._tcp"});
+    const RequestId id = client->ask();
     engine.down();
     engine.emit(Settled{id});
-    link.end(id);
-    link.end(0);
+    EXPECT_FALSE(client->end());
     EXPECT_EQ(engine.count<StopRequest>(), 0U);
-    EXPECT_EQ(client.log, (Calls{"up", "down"})) << "no late event";
+    EXPECT_EQ(client->log, (Calls{"up", "down"})) << "no late event";
 }
 
 TEST_F(EngineLinkTest, endsARequestOnce)
 {
     engine.up();
-    const RequestId id = link.send(client, BrowseRequest{0, "_smb._tcp"});
-    link.end(id);
-    link.end(id);
+    client->ask();
+    EXPECT_TRUE(client->end());
+    EXPECT_FALSE(client->end());
     EXPECT_EQ(engine.count<StopRequest>(), 1U);
 }
 
 TEST_F(EngineLinkTest, leavesAClientThatAttachesDuringTheCallsToReadTheStateItself)
 {
-    RecordingClient other;
-    client.onUp = [&] { link.attach(other); };
+    std::optional<RecordingClient> other;
+    client->onUp = [&] { other.emplace(link); };
     engine.up();
-    EXPECT_EQ(other.log, Calls{});
+    EXPECT_EQ(other->log, Calls{});
     engine.down();
-    EXPECT_EQ(other.log, Calls{"down"});
+    EXPECT_EQ(other->log, Calls{"down"});
 }
 
-TEST_F(EngineLinkTest, forgetsAClientHoweverOftenItComesBack)
+TEST_F(EngineLinkTest, endsTheRequestOfAClientThatGoes)
 {
-    link.detach(client);
-    link.attach(client);
-    link.detach(client);
     engine.up();
-    EXPECT_EQ(client.log, Calls{});
+    const RequestId id = client->ask();
+    client.reset();
+    EXPECT_EQ(engine.requests().back(), Request(StopRequest{id}));
+    engine.emit(Settled{id});
+    engine.down();
 }
 
 } // namespace quillbox::dnssd

@@ -37,19 +37,19 @@ protected:
 
     void locate(const std::string& hostName, std::uint16_t port = 4445, Sighting sighting = kWired)
     {
-        emit(LocationFound{location(), sighting, hostName, port});
+        emit(LocationAnswer{location(), Change::Found, sighting, {hostName, port}});
     }
 
     void find(const std::string& hostName, const std::string& text, Sighting sighting = kWired)
     {
         const Address found = address(text);
-        emit(AddressFound{query(hostName, found.family), sighting, found});
+        emit(AddressAnswer{query(hostName, found.family), Change::Found, sighting, found});
     }
 
     void lose(const std::string& hostName, const std::string& text, Sighting sighting = kWired)
     {
         const Address gone = address(text);
-        emit(AddressLost{query(hostName, gone.family), sighting, gone});
+        emit(AddressAnswer{query(hostName, gone.family), Change::Lost, sighting, gone});
     }
 
     static DnsSd::FoundAddress v4(const std::string& text, int interfaceIndex = 2,
@@ -77,7 +77,7 @@ TEST_F(ResolutionTest, asksForTheLocationAndThenForBothFamilies)
     EXPECT_EQ(resolved.count(), 0U) << "whether there is an engine is not known yet";
     up();
     EXPECT_EQ(engine.only<LocationRequest>(),
-              (LocationRequest{location(), "Quillbox", "_smb._tcp", "local"}));
+              (LocationRequest{location(), {"Quillbox", "_smb._tcp", "local"}}));
     locate("phone.local");
     EXPECT_NE(query("phone.local", Family::IPv4), 0U);
     EXPECT_NE(query("phone.local", Family::IPv6), 0U);
@@ -186,7 +186,7 @@ TEST_F(ResolutionTest, isNotNotifiedOfHostsThatItLeft)
     const auto ask = dnsSd->resolveHost("old.local", dispatch.mainQueue(), host.handler());
     dispatch.runAll();
     locate("new.local");
-    emit(LocationLost{location(), kWired, "old.local", 4445});
+    emit(LocationAnswer{location(), Change::Lost, kWired, {"old.local", 4445}});
     resolution = nullptr;
     dispatch.runAll();
     find("old.local", "10.0.0.7");
@@ -257,7 +257,7 @@ TEST_F(ResolutionTest, countsARecordThatComesAgainOnce)
     locate("PHONE.local");
     locate("second.local");
     EXPECT_NE(query("second.local", Family::IPv4), 0U);
-    emit(LocationLost{location(), kWired, "Phone.local", 4445});
+    emit(LocationAnswer{location(), Change::Lost, kWired, {"Phone.local", 4445}});
     EXPECT_EQ(query("phone.local", Family::IPv4), 0U);
 }
 
@@ -287,8 +287,9 @@ TEST_F(ResolutionTest, startsOverWithAnEngineThatRestartedUnnoticed)
     locate("phone.local");
     find("phone.local", "10.0.0.7");
     up();
-    emit(LocationLost{location(), kWired, "phone.local", 4445});
-    emit(AddressLost{query("phone.local", Family::IPv4), kWired, address("10.0.0.7")});
+    emit(LocationAnswer{location(), Change::Lost, kWired, {"phone.local", 4445}});
+    emit(AddressAnswer{query("phone.local", Family::IPv4), Change::Lost, kWired,
+                       address("10.0.0.7")});
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7")})
         << "no answer of the new engine";
     find("phone.local", "10.0.0.8");
@@ -322,7 +323,7 @@ TEST_F(ResolutionTest, asksOncePerHostWhateverThePorts)
     find("phone.local", "10.0.0.7");
     EXPECT_EQ(resolved.last().addresses,
               (Addresses{v4("10.0.0.7", 2, 4445), v4("10.0.0.7", 2, 4446)}));
-    emit(LocationLost{location(), kWired, "phone.local", 4445});
+    emit(LocationAnswer{location(), Change::Lost, kWired, {"phone.local", 4445}});
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.7", 2, 4446)});
     find("phone.local", "10.0.0.8");
     EXPECT_EQ(resolved.last().addresses.size(), 2U) << "it still listens to the host that is left";
@@ -334,11 +335,11 @@ TEST_F(ResolutionTest, followsAServiceThatMoves)
     locate("old.local");
     find("old.local", "10.0.0.7");
     locate("new.local");
-    emit(LocationLost{location(), kWired, "old.local", 4445});
+    emit(LocationAnswer{location(), Change::Lost, kWired, {"old.local", 4445}});
     EXPECT_EQ(query("old.local", Family::IPv4), 0U);
     find("new.local", "10.0.0.8");
     EXPECT_EQ(resolved.last().addresses, Addresses{v4("10.0.0.8")});
-    emit(LocationLost{location(), kWired, "new.local", 4445});
+    emit(LocationAnswer{location(), Change::Lost, kWired, {"new.local", 4445}});
     EXPECT_TRUE(resolved.last().addresses.empty()) << "the service is gone";
 }
 
@@ -389,7 +390,7 @@ TEST_F(ResolutionTest, ignoresAnswersToTheEngineThatWent)
     const RequestId old = query("phone.local", Family::IPv4);
     down();
     up();
-    emit(AddressFound{old, kWired, address("10.9.9.9")});
+    emit(AddressAnswer{old, Change::Found, kWired, address("10.9.9.9")});
     EXPECT_TRUE(resolved.last().addresses.empty());
     locate("phone.local");
     find("phone.local", "10.0.0.7");
@@ -502,6 +503,10 @@ protected:
         dispatch.makeQueue("dns-sd", QualityOfService::Utility);
     LocationPool locations{link, *queue};
     AddressPool addresses{link, *queue};
+
+    class Observer final : public QueryObserver {
+        void queryChanged() override {}
+    } observer;
 };
 
 } // namespace
@@ -510,7 +515,7 @@ TEST_F(QuestionPoolTest, keepsNoMemoryOfQuestionsThatAreOver)
 {
     const auto askAndDrop = [this](const std::string& name, int times) {
         for (int count = 0; count < times; ++count)
-            EXPECT_TRUE(addresses.query({name + std::to_string(count), Family::IPv4}));
+            EXPECT_TRUE(addresses.query({0, name + std::to_string(count), Family::IPv4}, observer));
     };
     askAndDrop("first", 10);
     const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
@@ -525,7 +530,7 @@ TEST_F(QuestionPoolTest, tellsNobodyWhoHasGone)
         new (place.data()) Resolution(link, *queue, addresses, {dispatch.mainQueue(), {}}),
         [](Resolution* ended) { std::destroy_at(ended); });
     resolution->startService(locations, {"Quillbox", "_smb._tcp", "local"});
-    const auto query = locations.query({"Quillbox", "_smb._tcp", "local"});
+    const auto query = locations.query({0, {"Quillbox", "_smb._tcp", "local"}}, observer);
     resolution.reset();
     place.fill({}); // a call of what was here ends the test
     engine.up();

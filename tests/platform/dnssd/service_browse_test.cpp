@@ -20,14 +20,25 @@ protected:
 
     RequestId id() const { return engine.only<BrowseRequest>().id; }
 
-    ServiceFound found(const std::string& name, Sighting sighting = kWired) const
+    ServiceAnswer found(const std::string& name, Sighting sighting = kWired) const
     {
-        return {id(), sighting, name, "_smb._tcp", "local"};
+        return {id(), Change::Found, sighting, {name, "_smb._tcp", "local"}};
     }
 
-    ServiceLost lost(const std::string& name, Sighting sighting = kWired) const
+    ServiceAnswer lost(const std::string& name, Sighting sighting = kWired) const
     {
-        return {id(), sighting, name, "_smb._tcp", "local"};
+        return {id(), Change::Lost, sighting, {name, "_smb._tcp", "local"}};
+    }
+
+    /// The SRV record of a service is found or lost.
+    static LocationAnswer alive(RequestId life, Sighting sighting = kWired)
+    {
+        return {life, Change::Found, sighting, {"phone.local", 4445}};
+    }
+
+    static LocationAnswer dead(RequestId life, Sighting sighting = kWired)
+    {
+        return {life, Change::Lost, sighting, {"phone.local", 4445}};
     }
 
     /// The id of the active location query that checks the liveness of a service; 0 if there is
@@ -35,7 +46,7 @@ protected:
     RequestId lifeOf(const std::string& name) const
     {
         for (const auto& request : engine.standing<LocationRequest>()) {
-            if (request.name == name)
+            if (request.service.name == name)
                 return request.id;
         }
         return 0;
@@ -109,11 +120,11 @@ TEST_F(ServiceBrowseTest, whatChangesNoSetDeliversNone)
     emit(found("Quillbox", kWireless));
     emit(lost("Quillbox", kWireless));
     for (const Sighting& sighting : {kWired, kWiredIPv6})
-        emit(LocationFound{lifeOf("Quillbox"), sighting, "phone.local", 445});
-    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 445});
+        emit(alive(lifeOf("Quillbox"), sighting));
+    emit(dead(lifeOf("Quillbox")));
     dispatch.advance(1s);
     EXPECT_EQ(browsed.count(), before);
-    emit(LocationLost{lifeOf("Quillbox"), kWiredIPv6, "phone.local", 445});
+    emit(dead(lifeOf("Quillbox"), kWiredIPv6));
     dispatch.advance(1s);
     EXPECT_EQ(browsed.count(), before + 1);
     EXPECT_EQ(names(), Names{});
@@ -123,7 +134,7 @@ TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationIsLostBeforeItWasFound)
 {
     up();
     emit(found("Quillbox"));
-    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 445});
+    emit(dead(lifeOf("Quillbox")));
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"Quillbox"});
 }
@@ -194,14 +205,14 @@ TEST_F(ServiceBrowseTest, comparesNamesAsDnsDoes)
 TEST_F(ServiceBrowseTest, dropsWhatNoServiceOfTheTypeCanBe)
 {
     up();
-    emit(ServiceFound{id(), kWired, "other", "_http._tcp", "local"});
+    emit(ServiceAnswer{id(), Change::Found, kWired, {"other", "_http._tcp", "local"}});
     emit(found(""));
     emit(found(std::string(64, 'x')));
     emit(found("bad\xff"));
     emit(found(std::string("zero\0byte", 9)));
-    emit(ServiceFound{id(), kWired, "no domain", "_smb._tcp", ""});
-    emit(ServiceFound{id() + 1, kWired, "another query", "_smb._tcp", "local"});
-    emit(ServiceFound{id(), kWired, "Quillbox", "_SMB._TCP", "local"});
+    emit(ServiceAnswer{id(), Change::Found, kWired, {"no domain", "_smb._tcp", ""}});
+    emit(ServiceAnswer{id() + 1, Change::Found, kWired, {"another query", "_smb._tcp", "local"}});
+    emit(ServiceAnswer{id(), Change::Found, kWired, {"Quillbox", "_SMB._TCP", "local"}});
     dispatch.advance(1s);
     EXPECT_EQ(browsed.last().services,
               (std::vector<ServiceEndpoint>{{"Quillbox", "_smb._tcp", "local"}}));
@@ -391,7 +402,8 @@ TEST_F(ServiceBrowseTest, keepsWhatWasListedUntilTheNextEngineHasAskedForItInVai
     EXPECT_EQ(browsed.last().state, BrowseState::Ready);
     emit(found("new"));
     emit(found("stays"));
-    emit(ServiceFound{first, kWired, "from the old engine", "_smb._tcp", "local"});
+    emit(
+        ServiceAnswer{first, Change::Found, kWired, {"from the old engine", "_smb._tcp", "local"}});
     emit(Settled{id()});
     dispatch.advance(kSilenceLimit - 1ms);
     EXPECT_EQ(names(), (Names{"stays", "leaves", "new"}));
@@ -405,13 +417,13 @@ TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationTheNextEngineFinds)
     up();
     emit(found("Quillbox"));
     dispatch.advance(1s);
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
     down();
     up();
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
     dispatch.advance(10 * kSilenceLimit);
     EXPECT_EQ(names(), Names{"Quillbox"}) << "only the answer with its name was lost";
-    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(dead(lifeOf("Quillbox")));
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{});
     EXPECT_TRUE(engine.standing<LocationRequest>().empty());
@@ -423,13 +435,13 @@ TEST_F(ServiceBrowseTest, dropsAServiceThatSaysGoodbyeToTheNextEngineAtOnce)
     emit(found("one"));
     emit(found("other"));
     dispatch.advance(1s);
-    emit(LocationFound{lifeOf("other"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("other")));
     down();
     up();
     emit(found("one"));
     emit(lost("one"));
-    emit(LocationFound{lifeOf("other"), kWired, "phone.local", 4445});
-    emit(LocationLost{lifeOf("other"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("other")));
+    emit(dead(lifeOf("other")));
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{});
 }
@@ -440,7 +452,7 @@ TEST_F(ServiceBrowseTest, countsTheSilenceFromTheLastRestart)
     emit(found("Quillbox"));
     emit(found("without a location"));
     dispatch.advance(1s);
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
     for (int restart = 0; restart < 3; ++restart) {
         down();
         up();
@@ -457,7 +469,7 @@ TEST_F(ServiceBrowseTest, aFloodAfterARestartTakesNoPlaceAndEndsNoService)
     up();
     emit(found("Quillbox"));
     dispatch.advance(1s);
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
     down();
     up();
     const auto flood = [this] {
@@ -501,15 +513,15 @@ TEST_F(ServiceBrowseTest, aServiceThatLeavesInAFloodIsGone)
     up();
     emit(found("Quillbox"));
     dispatch.advance(1s);
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
     down();
     up();
     for (std::size_t i = 0; i < kMaximumServices; ++i)
         emit(found("Stranger " + std::to_string(i)));
     dispatch.advance(kSilenceLimit + 1s);
     EXPECT_EQ(names().front(), "Quillbox");
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
-    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
+    emit(dead(lifeOf("Quillbox")));
     dispatch.advance(1s);
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(names().front(), "Stranger 0");
@@ -522,7 +534,7 @@ TEST_F(ServiceBrowseTest, treatsAnEngineThatCameBackUnseenAsANewOne)
     const RequestId first = id();
     up();
     emit(found("new"));
-    emit(ServiceFound{first, kWired, "late", "_smb._tcp", "local"});
+    emit(ServiceAnswer{first, Change::Found, kWired, {"late", "_smb._tcp", "local"}});
     dispatch.advance(1s);
     EXPECT_EQ(names(), (Names{"old", "new"}));
     dispatch.advance(kSilenceLimit);
@@ -581,13 +593,13 @@ TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
     emit(lost("Quillbox"));
     dispatch.advance(1s);
     const std::size_t sets = browsed.count();
-    emit(LocationFound{life, kWired, "phone.local", 4445});
-    emit(LocationLost{life, kWired, "phone.local", 4445});
+    emit(alive(life));
+    emit(dead(life));
     dispatch.advance(1s);
     EXPECT_EQ(browsed.count(), sets) << "the ended liveness check is not notified";
     browse = nullptr;
     dispatch.runAll();
-    emit(LocationFound{life, kWired, "phone.local", 4445});
+    emit(alive(life));
     EXPECT_EQ(engine.standing<AddressRequest>().size(), 2U);
     mallopt(M_PERTURB, 0);
 }
@@ -598,17 +610,17 @@ TEST_F(ServiceBrowseTest, takesAServiceOutWhoseLocationRanOutAndBackWhenItIsFoun
     emit(found("Quillbox"));
     const RequestId life = lifeOf("Quillbox");
     ASSERT_NE(life, 0U);
-    emit(LocationFound{life, kWired, "phone.local", 4445});
-    emit(LocationFound{life, kWireless, "phone.local", 4445});
+    emit(alive(life));
+    emit(alive(life, kWireless));
     dispatch.advance(1s);
-    emit(LocationLost{life, kWired, "phone.local", 4445});
+    emit(dead(life));
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"Quillbox"}) << "one interface still sees it";
-    emit(LocationLost{life, kWireless, "phone.local", 4445});
+    emit(dead(life, kWireless));
     EXPECT_EQ(names(), Names{});
     dispatch.advance(60s);
     EXPECT_EQ(lifeOf("Quillbox"), life) << "the query is still active";
-    emit(LocationFound{life, kWired, "phone.local", 4445});
+    emit(alive(life));
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"Quillbox"});
 }
@@ -636,8 +648,8 @@ TEST_F(ServiceBrowseTest, remembersThatAServiceWasDeadWhenTheEngineChanges)
     emit(found("dead"));
     emit(found("alive"));
     dispatch.advance(1s);
-    emit(LocationFound{lifeOf("dead"), kWired, "phone.local", 4445});
-    emit(LocationLost{lifeOf("dead"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("dead")));
+    emit(dead(lifeOf("dead")));
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"alive"});
     down();
@@ -647,7 +659,7 @@ TEST_F(ServiceBrowseTest, remembersThatAServiceWasDeadWhenTheEngineChanges)
     emit(Settled{id()});
     dispatch.advance(1s);
     EXPECT_EQ(names(), Names{"alive"});
-    emit(LocationFound{lifeOf("dead"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("dead")));
     dispatch.advance(1s);
     EXPECT_EQ(names(), (Names{"dead", "alive"}));
 }
@@ -656,8 +668,8 @@ TEST_F(ServiceBrowseTest, remembersADeathThatItHadNoTimeToTell)
 {
     up();
     emit(found("Quillbox"));
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
-    emit(LocationLost{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
+    emit(dead(lifeOf("Quillbox")));
     EXPECT_EQ(names(), Names{"Quillbox"}) << "the next set is not due yet";
     down();
     up();
@@ -671,7 +683,7 @@ TEST_F(ServiceBrowseTest, keepsAServiceWhoseLocationTheNextEngineHasNotFoundYet)
 {
     up();
     emit(found("Quillbox"));
-    emit(LocationFound{lifeOf("Quillbox"), kWired, "phone.local", 4445});
+    emit(alive(lifeOf("Quillbox")));
     down();
     up();
     emit(found("Quillbox"));
@@ -773,10 +785,10 @@ TEST_F(ServiceBrowseTest, goesOnWaitingThoughAServiceChangesMeanwhile)
     up();
     emit(found("Quillbox"));
     const RequestId life = lifeOf("Quillbox");
-    emit(LocationFound{life, kWired, "phone.local", 4445});
+    emit(alive(life));
     dispatch.advance(1s);
     engine.emit(Failed{id(), DnsSdError::TooManyEntries});
-    emit(LocationLost{life, kWired, "phone.local", 4445});
+    emit(dead(life));
     EXPECT_EQ(browsed.last().state, BrowseState::Waiting);
 }
 

@@ -1,11 +1,12 @@
 #include "platform/dnssd/processes/alias_filter.h"
-#include "platform/dnssd/processes/avahi_loop.h"
 #include "tests/platform/dnssd/engines/engine_network_test.h"
 
 #include <array>
+#include <memory>
 #include <span>
 
 #include <arpa/inet.h>
+#include <avahi-common/simple-watch.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -123,10 +124,11 @@ protected:
                   static_cast<ssize_t>(bytes.size()));
     }
 
-    void turn() { loop.turn(AvahiLoop::Clock::now() + std::chrono::seconds(5)); }
+    void turn() const { avahi_simple_poll_iterate(loop.get(), 5000); }
 
-    AvahiLoop loop;
-    AliasFilter filter{*loop.poll()};
+    const std::unique_ptr<AvahiSimplePoll, decltype(&avahi_simple_poll_free)> loop{
+        avahi_simple_poll_new(), &avahi_simple_poll_free};
+    AliasFilter filter{*avahi_simple_poll_get(loop.get())};
     int reading = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     int writing = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     AvahiWatch* watch = nullptr;

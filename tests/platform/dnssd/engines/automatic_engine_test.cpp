@@ -3,32 +3,60 @@
 #include "tests/fakes/fake_engine.h"
 
 #include <memory>
+#include <string>
+#include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace quillbox::dnssd {
 
 namespace {
 
 using namespace std::chrono_literals;
+using testing::ElementsAre;
+using testing::IsEmpty;
 
 class AutomaticEngineTest : public testing::Test {
 protected:
     AutomaticEngineTest()
     {
-        engine->start([this](const Event& event) { events.push_back(event); });
+        engine->start([this](const Event& event) { note(event); });
+    }
+
+    void note(const Event& event)
+    {
+        if (const auto* up = std::get_if<EngineUp>(&event)) {
+            EXPECT_NE(up->hostName.starts_with("daemon"), embedded.isStarted())
+                << "there are never two";
+            log.push_back("up " + up->hostName);
+        } else if (std::holds_alternative<EngineDown>(event)) {
+            log.emplace_back("down");
+        } else {
+            log.emplace_back("event");
+        }
+    }
+
+    std::vector<std::string> takeLog() { return std::exchange(log, {}); }
+
+    /// The daemon dies within its first seconds, and the embedded engine is up.
+    void dieYoung()
+    {
+        daemon.up("daemon");
+        dispatch.advance(1s);
+        daemon.down();
+        embedded.up("embedded");
+        takeLog();
     }
 
     FakeDispatch dispatch;
     FakeEngine daemon;
     FakeEngine embedded;
     std::vector<bool> daemonChanges;
-    std::vector<Event> events;
+    std::vector<std::string> log;
     std::unique_ptr<Engine> engine = makeAutomaticEngine(
         dispatch.makeQueue("dns-sd", QualityOfService::Utility), daemon.makeEngine(),
-        embedded.makeEngine(), [this](bool isDaemonUp) { daemonChanges.push_back(isDaemonUp); },
-        {.startPatience = 10s, .restartPatience = 1s});
+        embedded.makeEngine(), [this](bool isDaemonUp) { daemonChanges.push_back(isDaemonUp); });
 };
 
 TEST_F(AutomaticEngineTest, sendsRequestsToTheEngineThatIsUp)
@@ -39,47 +67,189 @@ TEST_F(AutomaticEngineTest, sendsRequestsToTheEngineThatIsUp)
     EXPECT_EQ(daemon.requests(), (std::vector<Request>{BrowseRequest{1, "_smb._tcp"}}));
 
     daemon.down();
-    dispatch.advance(1s);
     engine->send(BrowseRequest{8, "_smb._tcp"});
     embedded.up("embedded");
     engine->send(BrowseRequest{2, "_smb._tcp"});
     EXPECT_EQ(embedded.requests(), (std::vector<Request>{BrowseRequest{2, "_smb._tcp"}}));
     EXPECT_EQ(daemon.requests().size(), 1U);
-    EXPECT_EQ(events, (std::vector<Event>{EngineUp{"daemon"}, EngineDown{}, EngineUp{"embedded"}}));
 }
 
-TEST_F(AutomaticEngineTest, stopsTheEmbeddedEngineBeforeTheDaemonIsUp)
+TEST_F(AutomaticEngineTest, usesTheDaemonThatAnswers)
+{
+    dispatch.advance(299ms);
+    daemon.up("daemon");
+    dispatch.advance(10s);
+    daemon.emit(Settled{1});
+    EXPECT_THAT(log, ElementsAre("up daemon", "event"));
+    EXPECT_FALSE(embedded.isStarted());
+}
+
+TEST_F(AutomaticEngineTest, waitsAMomentForADaemonThatDoesNotAnswer)
+{
+    dispatch.advance(299ms);
+    EXPECT_FALSE(embedded.isStarted());
+    dispatch.advance(1ms);
+    embedded.up("embedded");
+    EXPECT_THAT(log, ElementsAre("up embedded"));
+}
+
+TEST_F(AutomaticEngineTest, doesNotWaitWhenThereIsNoDaemon)
 {
     daemon.down();
-    dispatch.runAll();
-    embedded.up("embedded");
-    EXPECT_FALSE(embedded.isStopped());
-    daemon.up("daemon");
-    EXPECT_TRUE(embedded.isStopped());
-    EXPECT_EQ(events.back(), Event(EngineUp{"daemon"}));
+    EXPECT_TRUE(embedded.isStarted());
+    EXPECT_THAT(log, IsEmpty());
 }
 
-TEST_F(AutomaticEngineTest, mayStopTheEmbeddedEngineInsideItsOwnReport)
+TEST_F(AutomaticEngineTest, handsOverToADaemonThatAppears)
+{
+    daemon.down();
+    embedded.up("embedded");
+    takeLog();
+    daemon.up("daemon");
+    EXPECT_TRUE(embedded.isStopped());
+    EXPECT_THAT(log, ElementsAre("down", "up daemon"));
+}
+
+TEST_F(AutomaticEngineTest, handsOverFromAnEngineThatIsNotUpYet)
+{
+    daemon.down();
+    daemon.up("daemon");
+    EXPECT_THAT(log, ElementsAre("up daemon"));
+}
+
+TEST_F(AutomaticEngineTest, givesADaemonTimeToRestartHoweverOftenItSaysThatItIsDown)
 {
     daemon.up("daemon");
-    daemon.down(); // it is on probation now
-    dispatch.runAll();
-    embedded.up("embedded");
+    dispatch.advance(5s);
+    daemon.down();
+    dispatch.advance(500ms);
+    daemon.down();
+    dispatch.advance(499ms);
     daemon.up("daemon again");
-    EXPECT_EQ(events.back(), Event(EngineUp{"embedded"}));
+    dispatch.advance(10s);
+    EXPECT_THAT(log, ElementsAre("up daemon", "down", "up daemon again"));
+    EXPECT_FALSE(embedded.isStarted());
+}
+
+TEST_F(AutomaticEngineTest, takesOverFromADaemonThatStaysAway)
+{
+    daemon.up("daemon");
+    dispatch.advance(5s);
+    daemon.down();
+    dispatch.advance(999ms);
+    EXPECT_FALSE(embedded.isStarted());
+    dispatch.advance(1ms);
+    embedded.up("embedded");
+    dispatch.advance(90s);
+    daemon.up("daemon");
+    EXPECT_THAT(log, ElementsAre("up daemon", "down", "up embedded", "down", "up daemon"));
+}
+
+TEST_F(AutomaticEngineTest, waitsForNoDaemonThatDiesYoung)
+{
+    dispatch.advance(100ms);
+    daemon.up("daemon");
+    dispatch.advance(4999ms);
+    daemon.down();
+    EXPECT_TRUE(embedded.isStarted());
+    EXPECT_THAT(log, ElementsAre("up daemon", "down"));
+}
+
+TEST_F(AutomaticEngineTest, usesADaemonThatDiedYoungAgainAfterAProbation)
+{
+    dieYoung();
+    daemon.up("daemon");
+    dispatch.advance(1s);
+    daemon.down();
+    dispatch.advance(1s);
+    daemon.up("daemon again");
+    dispatch.advance(30s - 1ms);
+    EXPECT_THAT(log, IsEmpty());
+    dispatch.advance(1ms);
+    EXPECT_THAT(takeLog(), ElementsAre("down", "up daemon again"));
+
+    // Its age counts from there.
+    dispatch.advance(4s);
+    daemon.down();
+    embedded.up("embedded");
+    EXPECT_THAT(takeLog(), ElementsAre("down", "up embedded"));
+    daemon.up("daemon");
+    dispatch.advance(35s);
+    takeLog();
+    daemon.down();
+    EXPECT_FALSE(embedded.isStarted()) << "not young: it is waited for";
+    daemon.up("daemon");
+    EXPECT_THAT(log, ElementsAre("down", "up daemon")) << "and used at once";
+}
+
+TEST_F(AutomaticEngineTest, usesADaemonOnProbationWhereNothingElseIsUp)
+{
+    daemon.up("daemon");
+    daemon.down();
+    embedded.down();
+    takeLog();
+    daemon.up("daemon again");
+    EXPECT_THAT(takeLog(), ElementsAre("up daemon again"));
+
+    daemon.down();
+    embedded.up("embedded");
+    daemon.up("daemon");
+    EXPECT_THAT(takeLog(), ElementsAre("down", "up embedded"));
     embedded.down();
     EXPECT_TRUE(embedded.isStopped());
-    EXPECT_EQ(events.back(), Event(EngineUp{"daemon again"}));
+    EXPECT_THAT(takeLog(), ElementsAre("down", "up daemon"));
+}
+
+TEST_F(AutomaticEngineTest, waitsForTheEmbeddedEngineThatItStartsAgain)
+{
+    daemon.up("daemon");
+    daemon.down();
+    embedded.down();
+    daemon.up("daemon");
+    daemon.down();
+    takeLog();
+    daemon.up("daemon");
+    EXPECT_THAT(log, IsEmpty()) << "this time it has not said that it is down";
+    embedded.up("embedded");
+    EXPECT_THAT(log, ElementsAre("up embedded"));
+}
+
+TEST_F(AutomaticEngineTest, passesARestartOfADaemonOnOnceItsProbationIsOver)
+{
+    dieYoung();
+    daemon.up("daemon");
+    dispatch.advance(30s);
+    takeLog();
+    daemon.up("daemon again");
+    EXPECT_THAT(log, ElementsAre("down", "up daemon again"));
+}
+
+TEST_F(AutomaticEngineTest, passesOnTheComingAndGoingOfTheEmbeddedEngine)
+{
+    daemon.down();
+    embedded.down();
+    embedded.down();
+    embedded.up("embedded");
+    embedded.down();
+    embedded.up("embedded");
+    EXPECT_THAT(log, ElementsAre("down", "up embedded", "down", "up embedded"));
+}
+
+TEST_F(AutomaticEngineTest, dropsWhatAnEngineSaysThatIsNotUsed)
+{
+    daemon.down();
+    embedded.up("embedded");
+    takeLog();
+    daemon.emit(Settled{1});
+    EXPECT_THAT(log, IsEmpty());
 }
 
 TEST_F(AutomaticEngineTest, saysWhetherTheDaemonIsUp)
 {
     daemon.down();
-    dispatch.runAll();
     embedded.up("embedded");
     daemon.up("daemon");
     daemon.down();
-    dispatch.runAll();
     embedded.up("embedded again");
     daemon.up("daemon on probation");
     daemon.down();
@@ -88,26 +258,13 @@ TEST_F(AutomaticEngineTest, saysWhetherTheDaemonIsUp)
 
 TEST_F(AutomaticEngineTest, stopsBothAndThenDoesNothing)
 {
-    daemon.down();
-    dispatch.runAll();
-    embedded.up("embedded");
-    events.clear();
+    dieYoung();
+    daemon.up("daemon");
     engine->stop();
     EXPECT_TRUE(daemon.isStopped());
     EXPECT_TRUE(embedded.isStopped());
     dispatch.advance(60s);
-    EXPECT_TRUE(events.empty());
-    EXPECT_EQ(daemonChanges, std::vector<bool>{false});
-}
-
-TEST_F(AutomaticEngineTest, waitsNoLongerForASilentDaemonThanItSays)
-{
-    dispatch.advance(9s);
-    embedded.up("too early");
-    EXPECT_TRUE(events.empty());
-    dispatch.advance(1001ms);
-    embedded.up("embedded");
-    EXPECT_EQ(events, std::vector<Event>{EngineUp{"embedded"}});
+    EXPECT_THAT(log, IsEmpty());
 }
 
 } // namespace

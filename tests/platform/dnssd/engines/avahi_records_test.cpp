@@ -3,8 +3,10 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
+#include <map>
 #include <span>
-#include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -13,39 +15,27 @@ namespace quillbox::dnssd {
 
 namespace {
 
-class Answers final : public AvahiAnswers {
-public:
-    void onService(Change /*change*/, const Sighting& /*sighting*/, const char* /*name*/,
-                   const char* /*type*/, const char* /*domain*/) override
-    {
-    }
-    void onLocation(Change /*change*/, const Sighting& /*sighting*/,
-                    const ServiceLocation& /*location*/) override
-    {
-    }
-    void onAddress(Change /*change*/, const Sighting& /*sighting*/, const Address& address) override
-    {
-        addresses.push_back(address);
-    }
-    void onSettled() override {}
-    void onFailed(int /*error*/) override {}
-
-    std::vector<Address> addresses;
-};
-
 TEST(AvahiRecords, areReportedIfAddressesHaveTheSizeOfTheirFamily)
 {
-    Answers answers;
+    std::vector<Event> events;
+    std::map<RequestId, int> failures;
+    const std::function<void(Event)> emit = [&](Event event) {
+        events.push_back(std::move(event));
+    };
+    const AvahiAnswers answers(1, emit, failures);
+    const Sighting sighting{2, Family::IPv4};
     const std::array<std::uint8_t, 20> data{10, 0, 0, 7, 1, 2, 3};
     constexpr std::array<std::uint16_t, 2> kTypes{AVAHI_DNS_TYPE_A, AVAHI_DNS_TYPE_AAAA};
     constexpr std::array<std::size_t, 7> kSizes{0, 3, 4, 5, 15, 16, 17};
     for (const std::uint16_t type : kTypes) {
         for (const std::size_t size : kSizes)
-            reportRecord(answers, AvahiAnswers::Change::Found, {2, Family::IPv4}, type,
-                         std::span(data).first(size));
+            tellRecord(answers, Change::Found, sighting, type, std::span(data).first(size));
     }
-    EXPECT_EQ(answers.addresses, (std::vector<Address>{addressOf(Family::IPv4, data.data()),
-                                                       addressOf(Family::IPv6, data.data())}));
+    const auto found = [&](Family family, std::size_t size) {
+        return AddressAnswer{1, Change::Found, sighting,
+                             addressOf(family, std::span(data).first(size))};
+    };
+    EXPECT_EQ(events, (std::vector<Event>{found(Family::IPv4, 4), found(Family::IPv6, 16)}));
 }
 
 } // namespace

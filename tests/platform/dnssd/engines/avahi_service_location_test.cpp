@@ -33,14 +33,14 @@ Bytes record(const std::vector<std::string>& labels)
 TEST(ServiceLocation, hasHostAndPort)
 {
     EXPECT_EQ(decodeServiceLocation(record({"phone", "local"})),
-              (ServiceLocation{"phone.local", 4445}));
+              (HostEndpoint{"phone.local", 4445}));
 }
 
 TEST(ServiceLocation, escapesAsDnsPresentsIt)
 {
     const auto location = decodeServiceLocation(record({"a.b\\c d\xff", "local"}));
     ASSERT_TRUE(location);
-    EXPECT_EQ(location->hostName, "a\\.b\\\\c\\032d\\255.local");
+    EXPECT_EQ(location->host, "a\\.b\\\\c\\032d\\255.local");
 }
 
 TEST(ServiceLocation, takesTheLongestNames)
@@ -49,7 +49,7 @@ TEST(ServiceLocation, takesTheLongestNames)
     const auto location = decodeServiceLocation(
         record({longest, longest, longest, std::string(61, 'x')})); // 255 bytes in all
     ASSERT_TRUE(location);
-    EXPECT_EQ(location->hostName.size(), 63U * 3 + 61 + 3);
+    EXPECT_EQ(location->host.size(), 63U * 3 + 61 + 3);
 
     const std::string dots(63, '\x01');
     ASSERT_TRUE(decodeServiceLocation(record({dots, dots, dots, std::string(61, '\x01')})));

@@ -59,12 +59,12 @@ TEST_P(BothEngines, findsAServiceOfAnotherHostAndSeesItGo)
                        {"publish", "Quillbox <é>", "_quillbox._tcp", "phone.local", "4445"});
     ASSERT_TRUE(phone.waitForLine("published"));
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
-    EXPECT_TRUE(
-        events.waitForEvent(ServiceFound{1, sighting, "Quillbox <é>", "_quillbox._tcp", "local"}));
+    EXPECT_TRUE(events.waitForEvent(
+        ServiceAnswer{1, Change::Found, sighting, {"Quillbox <é>", "_quillbox._tcp", "local"}}));
 
     phone.finish();
-    EXPECT_TRUE(
-        events.waitForEvent(ServiceLost{1, sighting, "Quillbox <é>", "_quillbox._tcp", "local"}));
+    EXPECT_TRUE(events.waitForEvent(
+        ServiceAnswer{1, Change::Lost, sighting, {"Quillbox <é>", "_quillbox._tcp", "local"}}));
     EXPECT_EQ(events.count<Settled>(), 1U);
 }
 
@@ -75,17 +75,19 @@ TEST_P(BothEngines, resolvesAServiceToHostPortAndAddress)
     ASSERT_TRUE(phone.waitForLine("published"));
 
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
-    engine->send(LocationRequest{2, "Quillbox", "_quillbox._tcp", "local"});
-    EXPECT_TRUE(events.waitForEvent(LocationFound{2, sighting, "my-phone.local", 4445}));
-    engine->send(AddressRequest{3, "my-phone.local", Family::IPv4});
+    engine->send(LocationRequest{2, {"Quillbox", "_quillbox._tcp", "local"}});
     EXPECT_TRUE(
-        events.waitForEvent(AddressFound{3, sighting, address(TestNetwork::kAddressThere)}));
+        events.waitForEvent(LocationAnswer{2, Change::Found, sighting, {"my-phone.local", 4445}}));
+    engine->send(AddressRequest{3, "my-phone.local", Family::IPv4});
+    EXPECT_TRUE(events.waitForEvent(
+        AddressAnswer{3, Change::Found, sighting, address(TestNetwork::kAddressThere)}));
     engine->send(AddressRequest{4, "my-phone.local", Family::IPv6});
     EXPECT_TRUE(events.waitForEvent(Settled{4}));
-    EXPECT_EQ(events.count<AddressFound>(), 1U);
+    EXPECT_EQ(events.count<AddressAnswer>(), 1U);
 
     phone.finish();
-    EXPECT_TRUE(events.waitForEvent(LocationLost{2, sighting, "my-phone.local", 4445}));
+    EXPECT_TRUE(
+        events.waitForEvent(LocationAnswer{2, Change::Lost, sighting, {"my-phone.local", 4445}}));
 }
 
 TEST_P(BothEngines, advertisesWithAHostNameOfItsOwnAndNoTxtStrings)
@@ -206,11 +208,14 @@ TEST_P(BothEngines, changesAddressesWhileTheServiceStays)
                                 {network->interfaceHere(), address(TestNetwork::kAddressHere)}}});
     engine->send(AddressRequest{2, "quillbox-1.local", Family::IPv4});
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
-    EXPECT_TRUE(events.waitForEvent(AddressFound{2, sighting, address("192.168.77.9")}));
-    EXPECT_TRUE(events.waitForEvent(AddressFound{2, sighting, address("192.168.77.1")}));
+    EXPECT_TRUE(
+        events.waitForEvent(AddressAnswer{2, Change::Found, sighting, address("192.168.77.9")}));
+    EXPECT_TRUE(
+        events.waitForEvent(AddressAnswer{2, Change::Found, sighting, address("192.168.77.1")}));
 
     engine->send(UpdateAddressesRequest{1, {{network->interfaceHere(), address("192.168.77.9")}}});
-    EXPECT_TRUE(events.waitForEvent(AddressLost{2, sighting, address("192.168.77.1")}));
+    EXPECT_TRUE(
+        events.waitForEvent(AddressAnswer{2, Change::Lost, sighting, address("192.168.77.1")}));
     EXPECT_EQ(events.count<Registered>(), 1U);
     while (const auto line = browser.readLine(200ms))
         EXPECT_EQ(line->find("lost"), std::string::npos) << *line;
@@ -223,8 +228,8 @@ TEST_P(BothEngines, publishesOnTheLoopbackInterfaceToo)
     engine->send(request);
     ASSERT_TRUE(events.waitForEvent(Registered{1}));
     engine->send(AddressRequest{2, "quillbox-1.local", Family::IPv4});
-    EXPECT_TRUE(
-        events.waitForEvent(AddressFound{2, Sighting{1, Family::IPv4}, address("127.83.1.2")}));
+    EXPECT_TRUE(events.waitForEvent(
+        AddressAnswer{2, Change::Found, Sighting{1, Family::IPv4}, address("127.83.1.2")}));
     TestZeroconf browser(*network, {"watch", "_smb._tcp"});
     EXPECT_TRUE(browser.waitForLine("addresses=192.168.77.1 "));
 }
@@ -235,9 +240,11 @@ TEST_P(BothEngines, keepsNamesAsTheyAre)
     engine->send(BrowseRequest{1, "_smb._tcp"});
     engine->send(registration(2, name, "quillbox-1.local"));
     const Sighting sighting{network->interfaceHere(), Family::IPv4};
-    EXPECT_TRUE(events.waitForEvent(ServiceFound{1, sighting, name, "_smb._tcp", "local"}));
-    engine->send(LocationRequest{3, name, "_smb._tcp", "local"});
-    EXPECT_TRUE(events.waitForEvent(LocationFound{3, sighting, "quillbox-1.local", 4445}));
+    EXPECT_TRUE(events.waitForEvent(
+        ServiceAnswer{1, Change::Found, sighting, {name, "_smb._tcp", "local"}}));
+    engine->send(LocationRequest{3, {name, "_smb._tcp", "local"}});
+    EXPECT_TRUE(events.waitForEvent(
+        LocationAnswer{3, Change::Found, sighting, {"quillbox-1.local", 4445}}));
 }
 
 TEST_P(BothEngines, refusesWhatCanNeverBe)
@@ -256,7 +263,7 @@ TEST_P(BothEngines, refusesWhatCanNeverBe)
     EXPECT_TRUE(events.waitForEvent(Failed{6, DnsSdError::InvalidName}));
     engine->send(AddressRequest{7, "a..b", Family::IPv4});
     EXPECT_TRUE(events.waitForEvent(Failed{7, DnsSdError::InvalidName}));
-    engine->send(LocationRequest{8, "Quillbox", "nonsense", "local"});
+    engine->send(LocationRequest{8, {"Quillbox", "nonsense", "local"}});
     EXPECT_TRUE(events.waitForEvent(Failed{8, DnsSdError::InvalidType}));
 
     // The engine still works after that.

@@ -121,7 +121,7 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     there->send(AddressRequest{1, "testhost.local", Family::IPv4});
     const Sighting sighting{network->interfaceThere(), Family::IPv4};
     const Address computer = address(TestNetwork::kAddressHere);
-    ASSERT_TRUE(eventsThere.waitForEvent(AddressFound{1, sighting, computer}));
+    ASSERT_TRUE(eventsThere.waitForEvent(AddressAnswer{1, Change::Found, sighting, computer}));
 
     EventRecorder events;
     const auto embedded = makeEmbeddedEngine();
@@ -129,12 +129,14 @@ TEST_F(EngineBesideAnother, leavesTheComputersNameAlone)
     ASSERT_TRUE(events.waitFor<EngineUp>());
     embedded->send(registration(1, "Quillbox", "quillbox-1.local"));
     EXPECT_TRUE(events.waitForEvent(Registered{1}));
-    there->send(LocationRequest{2, "Quillbox", "_smb._tcp", "local"});
-    EXPECT_TRUE(eventsThere.waitForEvent(LocationFound{2, sighting, "quillbox-1.local", 4445}));
+    there->send(LocationRequest{2, {"Quillbox", "_smb._tcp", "local"}});
+    EXPECT_TRUE(eventsThere.waitForEvent(
+        LocationAnswer{2, Change::Found, sighting, {"quillbox-1.local", 4445}}));
     embedded->stop();
-    EXPECT_TRUE(eventsThere.waitForEvent(LocationLost{2, sighting, "quillbox-1.local", 4445}));
+    EXPECT_TRUE(eventsThere.waitForEvent(
+        LocationAnswer{2, Change::Lost, sighting, {"quillbox-1.local", 4445}}));
 
-    EXPECT_FALSE(eventsThere.waitFor<AddressLost>(2s));
+    EXPECT_FALSE(eventsThere.waitForEvent(AddressAnswer{1, Change::Lost, sighting, computer}, 2s));
     EXPECT_FALSE(daemonEvents.waitFor<EngineDown>(0s));
     there->stop();
     observer->stop();
