@@ -1,19 +1,80 @@
 #include "platform/desktop/opening/smb_opener.h"
 
-#include "platform/desktop/opening/smb_location.h"
 #include "platform/values/standard_error.h"
+#include "platform/values/text.h"
 
+#include <QByteArray>
 #include <QElapsedTimer>
 #include <QTimer>
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
+
+#include <arpa/inet.h>
 
 namespace quillbox {
 
 namespace {
+
+constexpr std::string_view kScheme = "smb://";
+constexpr const char* kServiceSuffix = "._smb._tcp.local";
+constexpr std::uint16_t kSmbPort = 445;
+
+/// Where the host of an smb URL begins and ends, in a URL without a port. What precedes and follows
+/// it is encoded, so that it contains neither "@" nor "/".
+struct HostPlace {
+    explicit HostPlace(std::string_view url)
+        : end(std::min(url.find('/', kScheme.size()), url.size()))
+    {
+        const auto at = url.substr(0, end).find('@');
+        begin = at == std::string_view::npos ? kScheme.size() : at + 1;
+    }
+
+    std::size_t begin = 0;
+    std::size_t end;
+};
+
+/// The instance name, if the host of the URL is the name of a DNS-SD service.
+std::optional<std::string> instanceNameIn(const std::string& url)
+{
+    const HostPlace place(url);
+    const auto host = QByteArray::fromPercentEncoding(
+        QByteArray::fromStdString(url.substr(place.begin, place.end - place.begin)));
+    if (!host.endsWith(kServiceSuffix))
+        return std::nullopt;
+    return host.first(host.lastIndexOf(kServiceSuffix)).toStdString();
+}
+
+bool isIpv6Address(const std::string& text)
+{
+    in6_addr address{};
+    return inet_pton(AF_INET6, text.c_str(), &address) == 1;
+}
+
+/// The URL with another host, a name or an IP address (IPv6 optionally with a zone identifier,
+/// RFC 6874). nullopt for a host, which comes from the network, that no URL can contain.
+std::optional<std::string> urlAt(const HostEndpoint& server, const std::string& url)
+{
+    const std::string& host = server.host;
+    if (host.empty() || host.find('\0') != std::string::npos || !isValidUtf8(host)
+        || server.port == 0)
+        return std::nullopt;
+    const auto scopeMark = std::min(host.find('%'), host.size());
+    const std::string address = host.substr(0, scopeMark);
+    std::string text = percentEncoded(host, kSubDelimitersInUrls);
+    if (isIpv6Address(address)) {
+        const auto scope = host.substr(std::min(scopeMark + 1, host.size()));
+        text = '[' + address
+               + (scope.empty() ? "" : "%25" + percentEncoded(scope, kSubDelimitersInUrls)) + ']';
+    }
+    if (server.port != kSmbPort)
+        text += ':' + std::to_string(server.port);
+    const HostPlace place(url);
+    return std::string(url).replace(place.begin, place.end - place.begin, text);
+}
 
 /// What all openings share.
 struct Means {
@@ -42,21 +103,18 @@ public:
 
     const std::string wantedUrl; ///< as passed to SmbOpener::open()
 
-    void start(const SmbLocation& location)
+    void start()
     {
-        const auto instanceName = smbInstanceName(location.host);
+        const auto instanceName = instanceNameIn(url);
         if (!instanceName) {
             handOver();
             return;
         }
         QObject::connect(&patience, &QTimer::timeout, &patience, [this] { located(std::nullopt); });
         patience.start(means.times.location);
-        means.locator.locate(*instanceName, [weak = weak_from_this(),
-                                             location](const std::optional<HostEndpoint>& server) {
-            const auto self = weak.lock();
-            if (!self)
-                return;
-            self->located(server ? std::optional(smbUrlAt(location, *server)) : std::nullopt);
+        means.locator.locate(*instanceName, [weak = weak_from_this()](const auto& server) {
+            if (const auto self = weak.lock())
+                self->located(server);
         });
     }
 
@@ -85,14 +143,13 @@ private:
                  [&] { return text() + ", after " + durationText(log.now() - begin); });
     }
 
-    void located(const std::optional<std::string>& locatedUrl)
+    void located(const std::optional<HostEndpoint>& server)
     {
         if (std::exchange(isLocated, true))
             return;
         patience.stop();
-        tell([&] { return std::string(locatedUrl ? "server found" : "server not found"); });
-        // The host name comes from the network and may not result in a valid URL.
-        if (locatedUrl && parseSmbUrl(*locatedUrl))
+        tell([&] { return std::string(server ? "server found" : "server not found"); });
+        if (const auto locatedUrl = server ? urlAt(*server, url) : std::nullopt)
             url = *locatedUrl;
         else
             printToStandardError("quillbox-helper: not found on this network, opening unchanged: "
@@ -148,13 +205,6 @@ public:
 
     void open(const std::string& url, const std::string& token, Opened opened) override
     {
-        const auto location = parseSmbUrl(url);
-        if (!location) {
-            printToStandardError("quillbox-helper: not opened, not a valid smb URL: " + url);
-            if (opened)
-                opened("Not a valid address of a share");
-            return;
-        }
         std::erase_if(openings, [](const auto& entry) {
             return entry.second->isOver() && !entry.second->isRecent();
         });
@@ -167,7 +217,7 @@ public:
             std::make_shared<Opening>(means, url, token, [this, number] { drop(number); });
         openings.emplace(number, opening);
         opening->join(std::move(opened));
-        opening->start(*location);
+        opening->start();
     }
 
 private:
