@@ -169,7 +169,7 @@ int run(const Options& options, char** arguments)
     LinuxPlatform platform(mainQueue->queue(), modeOf(settings.dnsSd), settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
     const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
-    const auto smbOpener = makeSmbOpener(platform.serviceLocator(), browser);
+    const auto smbOpener = makeSmbOpener(platform, browser);
     const auto activationTokens = makeActivationTokens();
     const auto noticeWindow = makeNoticeWindow();
     const auto notification = makeNotification(sessionBus, *noticeWindow);
@@ -185,8 +185,8 @@ int run(const Options& options, char** arguments)
     const auto statusHost = makeStatusHostWatch();
     const auto windowPresence = makeWindowPresence();
     auto delegate = std::make_unique<AppDelegate>(AppEnvironment{
-        .dispatch = platform.dispatch(),
-        .network = platform.network(),
+        .dispatch = platform,
+        .network = platform,
         .log = *log,
         .userDefaults = *userDefaults,
         .workspace = *workspace,
@@ -194,7 +194,7 @@ int run(const Options& options, char** arguments)
         .statusHost = *statusHost,
         .windowPresence = *windowPresence,
         .notice = *notification,
-        .networkView = platform.networkView(),
+        .networkView = platform,
         .packageManager = systemPackageManager(),
         .startSettings = settings,
         .startOptions = options.start,
