@@ -1,8 +1,6 @@
 #include "platform/linux/examination.h"
 
-#include "platform/diagnosis/bus_probes.h"
 #include "platform/diagnosis/desktop_probes.h"
-#include "platform/diagnosis/firewall_probe.h"
 #include "platform/diagnosis/network_probes.h"
 #include "platform/diagnosis/timely.h"
 #include "platform/linux/phone_survey.h"
