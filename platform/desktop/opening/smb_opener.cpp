@@ -7,7 +7,6 @@
 #include <QElapsedTimer>
 #include <QTimer>
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <string_view>
 #include <utility>
@@ -88,14 +87,12 @@ class Opening final : public std::enable_shared_from_this<Opening> {
 public:
     using Opened = SmbOpener::Opened;
 
-    Opening(const Means& openerMeans, const std::string& unchangedUrl, const std::string& itsToken,
-            std::function<void()> whenFailed)
+    Opening(const Means& openerMeans, const std::string& unchangedUrl, const std::string& itsToken)
         : wantedUrl(unchangedUrl),
           means(openerMeans),
           url(unchangedUrl),
           token(itsToken),
-          begin(openerMeans.browser.log.now()),
-          failed(std::move(whenFailed))
+          begin(openerMeans.browser.log.now())
     {
         patience.setSingleShot(true);
         patience.setTimerType(Qt::PreciseTimer);
@@ -121,10 +118,12 @@ public:
     /// Whether the user cannot tell yet that it opens anything.
     bool isRecent() const
     {
-        return !sinceHandOver.isValid() || sinceHandOver.elapsed() < means.times.moment.count();
+        return !hasFailed
+               && (!sinceHandOver.isValid()
+                   || sinceHandOver.elapsed() < means.times.moment.count());
     }
 
-    bool isOver() const { return isOpen; }
+    bool isOver() const { return isOpen || hasFailed; }
 
     void join(Opened opened)
     {
@@ -166,13 +165,13 @@ private:
 
     void end(const std::optional<std::string>& with)
     {
-        const auto self = shared_from_this(); // `failed` drops the opening
+        const auto self = shared_from_this(); // a report may make the opener drop it
         if (with) {
             tell([&] { return "opened with " + *with; });
             isOpen = true;
         } else {
             printToStandardError("quillbox-helper: no file manager can open " + url);
-            failed();
+            hasFailed = true;
         }
         const std::optional<std::string> reason =
             with ? std::nullopt : std::optional<std::string>("No file manager opened the share");
@@ -190,9 +189,9 @@ private:
     std::string url; ///< the URL to open, with the server's address once it is known
     const std::string token;
     const Log::Clock::time_point begin;
-    std::function<void()> failed;
     bool isLocated = false;
     bool isOpen = false;
+    bool hasFailed = false;
     QTimer patience;
     QElapsedTimer sinceHandOver; ///< invalid before that
     std::unique_ptr<FolderShowing> showing;
@@ -205,44 +204,26 @@ public:
 
     void open(const std::string& url, const std::string& token, Opened opened) override
     {
-        std::erase_if(openings, [](const auto& entry) {
-            return entry.second->isOver() && !entry.second->isRecent();
+        std::erase_if(openings,
+                      [](const auto& each) { return each->isOver() && !each->isRecent(); });
+        const auto recent = std::find_if(openings.begin(), openings.end(), [&](const auto& each) {
+            return each->wantedUrl == url && each->isRecent();
         });
-        if (const auto recent = recentOpeningOf(url)) {
-            recent->join(std::move(opened));
+        if (recent != openings.end()) {
+            // A copy: the report may open something else.
+            const auto joined = *recent;
+            joined->join(std::move(opened));
             return;
         }
-        const int number = ++lastNumber;
-        const auto opening =
-            std::make_shared<Opening>(means, url, token, [this, number] { drop(number); });
-        openings.emplace(number, opening);
+        const auto opening = std::make_shared<Opening>(means, url, token);
+        openings.push_back(opening);
         opening->join(std::move(opened));
         opening->start();
     }
 
 private:
-    std::shared_ptr<Opening> recentOpeningOf(const std::string& url) const
-    {
-        const auto found = std::find_if(openings.begin(), openings.end(), [&url](const auto& each) {
-            return each.second->wantedUrl == url && each.second->isRecent();
-        });
-        return found == openings.end() ? nullptr : found->second;
-    }
-
-    /// Called by the opening itself, so it is destroyed later.
-    void drop(int number)
-    {
-        const auto found = openings.find(number);
-        if (found == openings.end())
-            return;
-        QTimer::singleShot(0, &context, [old = std::move(found->second)] {});
-        openings.erase(found);
-    }
-
     const Means means;
-    std::map<int, std::shared_ptr<Opening>> openings;
-    int lastNumber = 0;
-    QObject context;
+    std::vector<std::shared_ptr<Opening>> openings;
 };
 
 } // namespace
