@@ -1,5 +1,7 @@
 #include "platform/desktop/settings/background_portal.h"
 
+#include "platform/desktop/settings/portal_response.h"
+
 #include <QCoreApplication>
 #include <QDBusError>
 #include <QDBusMessage>
@@ -7,12 +9,10 @@
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QEventLoop>
-#include <QObject>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
 #include <QVariantMap>
-#include <functional>
 #include <optional>
 #include <string>
 #include <utility>
@@ -20,25 +20,6 @@
 namespace quillbox {
 
 namespace {
-
-/// Receives the signal Response of org.freedesktop.portal.Request, with which a desktop portal
-/// answers: the response (0: done, 1: refused by the user, 2: ended in some other way) and results
-/// that depend on the request. An object with a slot, because QtDBus delivers signals to nothing
-/// else.
-class PortalResponse final : public QObject {
-    Q_OBJECT
-
-public:
-    using Handler = std::function<void(uint response, const QVariantMap& results)>;
-
-    /// The handler may be called several times, from the event loop.
-    explicit PortalResponse(Handler whenReceived) : handler(std::move(whenReceived)) {}
-
-    Q_SLOT void receive(uint response, const QVariantMap& results) { handler(response, results); }
-
-private:
-    const Handler handler;
-};
 
 constexpr uint kGranted = 0;
 constexpr const char* kSubject = "cannot change the start at login: ";
@@ -168,5 +149,3 @@ AutostartResult requestAutostart(Autostart wanted, QDBusConnection bus,
 }
 
 } // namespace quillbox
-
-#include "background_portal.moc"
