@@ -198,13 +198,12 @@ private:
     void bringWindowForward(const std::string& permission = {});
     void updateTaskbar();
 
-    void startManualRelay(const std::string& host, std::uint16_t port);
-    void startAutomaticRelay(const DiscoveredDevice& device);
+    void startRelay(const std::string& finderName, const Endpoint& endpoint,
+                    const std::string& target, std::function<void(const StatusReport&)> changed);
     void retireChangedRelays();
     void automaticRelayChanged(const std::string& finderName, const StatusReport& report);
     bool isEveryDeviceReady() const;
     StatusReport visibleStatus() const;
-    std::shared_ptr<FinderRelay> makeRelay();
 
     std::optional<StatusReport> openShare(const std::string* phone, const std::string& permission,
                                           const Workspace::Opened& opened);

@@ -35,7 +35,7 @@ struct Entry {
 void addEntry(QGridLayout& grid, int row, const Entry& entry)
 {
     EditField& field = entry.field;
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(field);
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(field);
     field.setPlaceholderText(entry.placeholder);
     field.setFixedHeight(kFieldHeight);
     field.setFixedWidth(kFieldWidth);
@@ -46,7 +46,7 @@ void addEntry(QGridLayout& grid, int row, const Entry& entry)
     // In a font that is too wide for the room beside the field, the label is elided.
     auto* label = new ParagraphLabel(entry.label);
     label->setMaximumLines(1);
-    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::navy()}.apply(*label);
+    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::navy}.apply(*label);
     label->setBuddy(&field);
     // Inside the label too, whose width is rounded up to a whole pixel.
     label->setAlignment(Qt::AlignRight | Qt::AlignVCenter);
@@ -58,7 +58,7 @@ void addEntry(QGridLayout& grid, int row, const Entry& entry)
 
 void AppDelegate::buildAdvancedButton()
 {
-    TextStyle{.size = kControlTextSize, .colour = Brand::slate()}.apply(advancedButton);
+    TextStyle{.size = kControlTextSize, .colour = Brand::slate}.apply(advancedButton);
     advancedButton.setFlat(true);
     advancedButton.setFixedHeight(kFoldButtonHeight);
     advancedButton.setAccessibleName(QStringLiteral("Advanced"));
@@ -77,7 +77,7 @@ QWidget* AppDelegate::buildAdvancedForm()
                          .givesWay = ContentArea::GivesWay::InsideFold,
                          .set = [layout](int distance) { layout->setSpacing(distance); }});
 
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(automaticDiscovery);
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(automaticDiscovery);
     automaticDiscovery.setFixedHeight(kCheckBoxHeight);
     automaticDiscovery.setAccessibleDescription(
         QStringLiteral("Whether to use the phones on this network, rather than the address below"));
@@ -89,7 +89,7 @@ QWidget* AppDelegate::buildAdvancedForm()
     QLabel* note = wrappingLabel(
         QStringLiteral("Normally no action is needed here. Quillbox appears in Finder "
                        "automatically while this helper is running."),
-        10, Brand::slate());
+        10, Brand::slate);
     note->setFixedWidth(kNoteWidth);
     layout->addWidget(note);
     return form;
@@ -139,7 +139,7 @@ QLayout* AppDelegate::buildFormButtons()
     row->setSpacing(kFormSpacing);
 
     auto* restart = new QPushButton(QStringLiteral("Restart service"));
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(
         *restart);
     restart->setFixedHeight(HelperStyle::kButtonHeight);
     restart->setAccessibleDescription(

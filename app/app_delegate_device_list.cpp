@@ -100,7 +100,7 @@ void AppDelegate::updateDeviceList()
 void AppDelegate::addHeading()
 {
     QLabel* heading = makeLabel(QStringLiteral("AVAILABLE QUILLBOX DEVICES"),
-                                {.size = 10, .weight = QFont::DemiBold, .colour = Brand::slate()});
+                                {.size = 10, .weight = QFont::DemiBold, .colour = Brand::slate});
     heading->setFixedHeight(kHeadingHeight);
     deviceListStack.layout()->addWidget(heading);
 }

@@ -2,7 +2,6 @@
 #include "ui/accessibility.h"
 #include "ui/content_area.h"
 #include "ui/frame_sizer.h"
-#include "ui/header.h"
 #include "ui/look/brand.h"
 #include "ui/look/focus_ring.h"
 #include "ui/look/helper_style.h"
@@ -13,6 +12,9 @@
 #include <QApplication>
 #include <QEvent>
 #include <QHBoxLayout>
+#include <QIcon>
+#include <QLabel>
+#include <QPainter>
 #include <QPalette>
 #include <QToolTip>
 #include <QVBoxLayout>
@@ -20,6 +22,7 @@
 #include <functional>
 #include <initializer_list>
 #include <optional>
+#include <utility>
 
 namespace quillbox {
 
@@ -36,6 +39,10 @@ constexpr int kPhoneListHeight = 20;
 constexpr int kInset = 20;
 constexpr int kColumnSpacing = 12;
 constexpr int kContentWidth = 396;
+
+constexpr int kIconSize = 58;
+constexpr int kHeaderSpacing = 16;
+constexpr int kTitleSpacing = 1;
 
 constexpr QMargins kCardInsets{18, 16, 18, 16};
 constexpr int kCardSpacing = 11;
@@ -59,16 +66,16 @@ constexpr float kPlaceholderStrength = 0.75F;
 /// Only the brand's colours, and white.
 QPalette windowPalette()
 {
-    QPalette palette(Brand::surface());
-    palette.setColor(QPalette::Window, Brand::surface());
+    QPalette palette(Brand::surface);
+    palette.setColor(QPalette::Window, Brand::surface);
     palette.setColor(QPalette::Base, Qt::white);
-    palette.setColor(QPalette::Highlight, Brand::blue());
+    palette.setColor(QPalette::Highlight, Brand::blue);
     palette.setColor(QPalette::HighlightedText, Qt::white);
-    QColor faint = Brand::slate();
+    QColor faint = Brand::slate;
     faint.setAlphaF(kPlaceholderStrength);
     palette.setColor(QPalette::PlaceholderText, faint);
     for (const auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
-        palette.setColor(role, Brand::navy());
+        palette.setColor(role, Brand::navy);
     return palette;
 }
 
@@ -96,6 +103,44 @@ std::function<void(int)> marginOf(QLayout& layout, void (QMargins::*setMargin)(i
         (margins.*setMargin)(distance);
         layout.setContentsMargins(margins);
     };
+}
+
+/// Draws the icon at the scale of the screen that the window is currently on.
+class IconView final : public QWidget {
+public:
+    explicit IconView(QIcon shownIcon) : icon(std::move(shownIcon))
+    {
+        setFixedSize(kIconSize, kIconSize);
+    }
+
+private:
+    void paintEvent(QPaintEvent* /*event*/) override
+    {
+        QPainter painter(this);
+        icon.paint(&painter, rect());
+    }
+
+    const QIcon icon;
+};
+
+/// The top of the window: the icon, the title and a subtitle.
+QWidget* makeHeader(const QIcon& icon)
+{
+    auto* header = new QWidget;
+    auto* row = new QHBoxLayout(header);
+    row->setContentsMargins(0, 0, 0, 0);
+    row->setSpacing(kHeaderSpacing);
+    row->addWidget(new IconView(icon));
+    auto* titles = new QVBoxLayout;
+    titles->setSpacing(kTitleSpacing);
+    titles->addStretch();
+    titles->addWidget(makeLabel(QStringLiteral("Quillbox Helper"),
+                                {.size = 25, .weight = QFont::Bold, .colour = Brand::navy}));
+    titles->addWidget(makeLabel(QStringLiteral("The desktop companion of the Quillbox app"),
+                                {.size = 11, .weight = QFont::Medium, .colour = Brand::slate}));
+    titles->addStretch();
+    row->addLayout(titles);
+    return header;
 }
 
 FrameSizer::Reported waySizesAreReported()
@@ -153,11 +198,11 @@ void AppDelegate::buildContent()
 {
     QLabel* subtitle = wrappingLabel(
         QStringLiteral("Makes your phone easy to find in Finder. Local network only."), 12,
-        Brand::slate());
+        Brand::slate);
     QLabel* footnote = wrappingLabel(
         QStringLiteral("No telemetry or cloud service. It only relays Finder SMB traffic directly "
                        "to your phone while running."),
-        10, Brand::slate());
+        10, Brand::slate);
     QWidget* header = makeHeader(window->windowIcon());
     QWidget* card = buildCard();
     for (QWidget* part :
@@ -185,12 +230,12 @@ void AppDelegate::buildContent()
 QWidget* AppDelegate::buildCard()
 {
     auto* card =
-        new RoundedBox({.radius = kCardRadius, .fill = Qt::white, .border = Brand::border()});
+        new RoundedBox({.radius = kCardRadius, .fill = Qt::white, .border = Brand::border});
     auto* layout = new QVBoxLayout(card);
     layout->setContentsMargins(kCardInsets);
     layout->setSpacing(kCardSpacing);
 
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy()}.apply(showInFinder);
+    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(showInFinder);
     showInFinder.setFixedHeight(kTextControlHeight);
     showInFinder.setAccessibleDescription(
         QStringLiteral("Whether phones appear in the file browser"));
@@ -232,7 +277,7 @@ QWidget* AppDelegate::buildManagementButton()
     const QString enableFirst =
         QStringLiteral("Enable web management for an SMB user on the phone first");
     auto* management = new QPushButton(QStringLiteral("Open web management"));
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(
         *management);
     management->setFixedHeight(HelperStyle::kButtonHeight);
     management->setToolTip(enableFirst);
@@ -245,16 +290,16 @@ QWidget* AppDelegate::buildManagementButton()
 QWidget* AppDelegate::buildStatusBox()
 {
     auto* box =
-        new RoundedBox({.radius = kStatusRadius, .fill = Brand::pale(), .border = Brand::border()});
+        new RoundedBox({.radius = kStatusRadius, .fill = Brand::pale, .border = Brand::border});
     setAccessibleRole(*box, QAccessible::StatusBar);
     box->setAccessibleName(QStringLiteral("Status"));
     auto* row = new QHBoxLayout(box);
     row->setContentsMargins(kStatusInsets);
     row->setSpacing(kStatusSpacing);
-    TextStyle{.size = 13, .colour = Brand::slate()}.apply(statusDot);
+    TextStyle{.size = 13, .colour = Brand::slate}.apply(statusDot);
     statusDot.setAccessibleName(QStringLiteral("Finder service off"));
     row->addWidget(&statusDot);
-    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::slate()}.apply(statusLabel);
+    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::slate}.apply(statusLabel);
     statusLabel.setMaximumLines(kStatusLines);
     setAccessibleRole(statusLabel, QAccessible::Notification);
     statusLabel.setAccessibleName(statusLabel.text());

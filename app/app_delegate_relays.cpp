@@ -50,7 +50,9 @@ void AppDelegate::restartRelay()
     }
     saveFields(host, *port);
     setStatus({.ready = false, .text = "Starting Finder service…"});
-    startManualRelay(host, *port);
+    startRelay(kManualFinderName, HostEndpoint{.host = host, .port = *port},
+               host + ':' + std::to_string(*port),
+               [this](const StatusReport& report) { setStatus(report); });
 }
 
 void AppDelegate::syncAutomaticRelays()
@@ -62,7 +64,10 @@ void AppDelegate::syncAutomaticRelays()
     }
     for (const DiscoveredDevice& device : discoveredDevices) {
         if (!relays.contains(device.name))
-            startAutomaticRelay(device);
+            startRelay(device.name, device.endpoint, device.endpoint.description(),
+                       [this, name = device.name](const StatusReport& report) {
+                           automaticRelayChanged(name, report);
+                       });
     }
     if (isEveryDeviceReady())
         setStatus(visibleStatus());
@@ -80,31 +85,20 @@ void AppDelegate::stopRelays()
         dismiss(*relay);
 }
 
-void AppDelegate::startManualRelay(const std::string& host, std::uint16_t port)
+void AppDelegate::startRelay(const std::string& finderName, const Endpoint& endpoint,
+                             const std::string& target,
+                             std::function<void(const StatusReport&)> changed)
 {
-    const auto relay = makeRelay();
-    relay->statusChanged = [self = QPointer(this)](bool ready, const std::string& text) {
-        if (self)
-            self->setStatus({.ready = ready, .text = text});
-    };
-    const std::string target = host + ':' + std::to_string(port);
-    relays[kManualFinderName] = relay;
-    relayTargets[kManualFinderName] = target;
-    relay->start(HostEndpoint{.host = host, .port = port}, target, kManualFinderName);
-}
-
-void AppDelegate::startAutomaticRelay(const DiscoveredDevice& device)
-{
-    const auto relay = makeRelay();
+    const auto relay = FinderRelay::make(environment.dispatch, environment.network, environment.log,
+                                         environment.bundleIdentifier.value_or(""));
     relay->statusChanged = [self = QPointer(this),
-                            finderName = device.name](bool ready, const std::string& text) {
+                            changed = std::move(changed)](bool ready, const std::string& text) {
         if (self)
-            self->automaticRelayChanged(finderName, {.ready = ready, .text = text});
+            changed({.ready = ready, .text = text});
     };
-    const std::string target = device.endpoint.description();
-    relays[device.name] = relay;
-    relayTargets[device.name] = target;
-    relay->start(device.endpoint, target, device.name);
+    relays[finderName] = relay;
+    relayTargets[finderName] = target;
+    relay->start(endpoint, target, finderName);
 }
 
 void AppDelegate::retireChangedRelays()
@@ -152,12 +146,6 @@ bool AppDelegate::isEveryDeviceReady() const
 StatusReport AppDelegate::visibleStatus() const
 {
     return {.ready = true, .text = countOfDevices(readyFinderNames.size()) + " visible in Finder"};
-}
-
-std::shared_ptr<FinderRelay> AppDelegate::makeRelay()
-{
-    return FinderRelay::make(environment.dispatch, environment.network, environment.log,
-                             environment.bundleIdentifier.value_or(""));
 }
 
 } // namespace quillbox

@@ -54,7 +54,7 @@ void AppDelegate::setStatus(const StatusReport& report)
     lastReport = report;
     const QString text = shownText(report.text);
     QPalette palette = statusDot.palette();
-    palette.setColor(QPalette::WindowText, report.ready ? Brand::green() : Brand::slate());
+    palette.setColor(QPalette::WindowText, report.ready ? Brand::green : Brand::slate);
     statusDot.setPalette(palette);
     statusDot.setAccessibleName(report.ready ? QStringLiteral("Finder service on")
                                              : QStringLiteral("Finder service off"));

@@ -169,7 +169,7 @@ int run(const Options& options, char** arguments)
     LinuxPlatform platform(mainQueue->queue(), modeOf(settings.dnsSd), settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
     const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
-    const auto smbOpener = makeSmbOpener(platform.serviceLocator(), browser);
+    const auto smbOpener = makeSmbOpener(platform, browser);
     const auto activationTokens = makeActivationTokens();
     const auto noticeWindow = makeNoticeWindow();
     const auto notification = makeNotification(sessionBus, *noticeWindow);
@@ -185,8 +185,8 @@ int run(const Options& options, char** arguments)
     const auto statusHost = makeStatusHostWatch();
     const auto windowPresence = makeWindowPresence();
     auto delegate = std::make_unique<AppDelegate>(AppEnvironment{
-        .dispatch = platform.dispatch(),
-        .network = platform.network(),
+        .dispatch = platform,
+        .network = platform,
         .log = *log,
         .userDefaults = *userDefaults,
         .workspace = *workspace,
@@ -194,7 +194,7 @@ int run(const Options& options, char** arguments)
         .statusHost = *statusHost,
         .windowPresence = *windowPresence,
         .notice = *notification,
-        .networkView = platform.networkView(),
+        .networkView = platform,
         .packageManager = systemPackageManager(),
         .startSettings = settings,
         .startOptions = options.start,
@@ -252,20 +252,28 @@ int changeAutostart(const Options& options, Autostart wanted, char** arguments)
                                                                : exit_status::kFailed;
 }
 
+/// The instance that keeps running, which is the oldest one: newer ones are about to exit. Null if
+/// there is none.
+std::shared_ptr<RunningApplication> runningCopy(const std::string& activationToken,
+                                                std::string& problem)
+{
+    const auto copies = findRunningInstances({.folders = systemRuntimeFolders(),
+                                              .bundleIdentifier = kBundleIdentifier,
+                                              .activationToken = activationToken},
+                                             problem);
+    return copies.empty() ? nullptr : copies.front();
+}
+
 /// Sends a request to the running instance. Needs no display, and registers nothing.
 int controlRunningCopy(const Options& options)
 {
     prepareProcess();
     std::string problem;
-    // The oldest instance is the one that keeps running; newer ones are about to exit.
     const std::string activationToken = activationTokenOfEnvironment();
-    const auto copies = findRunningInstances({.folders = systemRuntimeFolders(),
-                                              .bundleIdentifier = kBundleIdentifier,
-                                              .activationToken = activationToken},
-                                             problem);
-    if (copies.empty() && !problem.empty())
+    const auto copy = runningCopy(activationToken, problem);
+    if (!copy && !problem.empty())
         printToStandardError("quillbox-helper: " + problem);
-    const auto result = control(copies.empty() ? nullptr : copies.front().get(), *options.request,
+    const auto result = control(copy.get(), *options.request,
                                 options.asJson ? StatusForm::Json : StatusForm::Plain);
     // An action of the menu entry opens no window that would end the startup notification.
     endStartupWithoutWindow(activationToken);
@@ -283,12 +291,7 @@ int examine(const Options& options, char** arguments)
     const QCoreApplication application(argumentCount, arguments);
     auto examining = std::async(std::launch::async, [] { return examineSystem(kFileServiceType); });
     std::string problem;
-    const auto copies = findRunningInstances({.folders = systemRuntimeFolders(),
-                                              .bundleIdentifier = kBundleIdentifier,
-                                              .activationToken = {}},
-                                             problem);
-    const auto copy =
-        askRunningCopy(copies.empty() ? nullptr : copies.front().get(), kLimitOfDoctorsQuestion);
+    const auto copy = askRunningCopy(runningCopy({}, problem).get(), kLimitOfDoctorsQuestion);
     const Examination examination = examining.get();
     const auto mainQueue = makeMainQueue();
     const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());

@@ -1,8 +1,7 @@
 #include "control/control_message.h"
 
-#include "control/strict_object.h"
+#include "control/json_form.h"
 
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonParseError>
 #include <array>
@@ -14,50 +13,14 @@ namespace {
 
 constexpr int kVersion = 1;
 
-constexpr const char* kVersionKey = "version";
-constexpr const char* kCommand = "command";
-constexpr const char* kPhone = "phone";
-constexpr const char* kOutcome = "outcome";
-constexpr const char* kText = "text";
-constexpr const char* kPhones = "phones";
-constexpr const char* kStatus = "status";
+// In the order of the enumerators.
+constexpr std::array<std::string_view, 5> kCommands{"status", "open", "manage", "restart", "quit"};
+constexpr std::array<std::string_view, 4> kOutcomes{"done", "refused", "unknown phone",
+                                                    "not understood"};
 
-template <typename Value> using Names = std::array<std::pair<Value, const char*>, 5>;
-
-constexpr Names<ControlCommand> kCommands{{{ControlCommand::Status, "status"},
-                                           {ControlCommand::Open, "open"},
-                                           {ControlCommand::Manage, "manage"},
-                                           {ControlCommand::Restart, "restart"},
-                                           {ControlCommand::Quit, "quit"}}};
-
-constexpr std::array<std::pair<ControlOutcome, const char*>, 4> kOutcomes{
-    {{ControlOutcome::Done, "done"},
-     {ControlOutcome::Refused, "refused"},
-     {ControlOutcome::UnknownPhone, "unknown phone"},
-     {ControlOutcome::NotUnderstood, "not understood"}}};
-
-template <typename Table, typename Value> const char* nameIn(const Table& table, Value value)
+template <typename Message> std::string oneLine(const Message& message)
 {
-    for (const auto& [each, name] : table) {
-        if (each == value)
-            return name;
-    }
-    return "";
-}
-
-template <typename Value, typename Table>
-std::optional<Value> valueNamed(const Table& table, std::string_view wanted)
-{
-    for (const auto& [value, name] : table) {
-        if (wanted == name)
-            return value;
-    }
-    return std::nullopt;
-}
-
-std::string oneLine(const QJsonObject& object)
-{
-    return QJsonDocument(object).toJson(QJsonDocument::Compact).toStdString();
+    return QJsonDocument(JsonForm::of(message)).toJson(QJsonDocument::Compact).toStdString();
 }
 
 /// nullopt unless the text is a JSON object of this protocol version.
@@ -67,7 +30,7 @@ std::optional<QJsonObject> objectIn(const std::string& text)
     const QJsonDocument document = QJsonDocument::fromJson(QByteArray::fromStdString(text), &error);
     const QJsonObject object = document.object();
     if (error.error != QJsonParseError::NoError || !document.isObject()
-        || object.value(QLatin1StringView(kVersionKey)) != QJsonValue(kVersion))
+        || object.value(QLatin1StringView("version")) != QJsonValue(kVersion))
         return std::nullopt;
     return object;
 }
@@ -81,12 +44,12 @@ ControlAnswer notUnderstood(std::string text)
 
 const char* nameOf(ControlCommand command)
 {
-    return nameIn(kCommands, command);
+    return kCommands.at(static_cast<std::size_t>(command)).data();
 }
 
 std::optional<ControlCommand> controlCommandNamed(std::string_view name)
 {
-    return valueNamed<ControlCommand>(kCommands, name);
+    return valueNamed<ControlCommand>(name, kCommands);
 }
 
 bool takesPhone(ControlCommand command)
@@ -94,28 +57,30 @@ bool takesPhone(ControlCommand command)
     return command == ControlCommand::Open || command == ControlCommand::Manage;
 }
 
+void ControlRequest::describe(JsonForm& form)
+{
+    form.version(kVersion);
+    form.choice("command", command, kCommands);
+    form.member("phone", phone);
+}
+
+void ControlAnswer::describe(JsonForm& form)
+{
+    form.version(kVersion);
+    form.choice("outcome", outcome, kOutcomes);
+    form.member("text", text);
+    form.member("phones", phones);
+    form.member("status", status);
+}
+
 std::string encoded(const ControlRequest& request)
 {
-    QJsonObject object{{QLatin1StringView(kVersionKey), kVersion},
-                       {QLatin1StringView(kCommand), QLatin1StringView(nameOf(request.command))}};
-    if (request.phone)
-        object.insert(QLatin1StringView(kPhone), jsonString(*request.phone));
-    return oneLine(object);
+    return oneLine(request);
 }
 
 std::string encoded(const ControlAnswer& answer)
 {
-    QJsonArray phones;
-    for (const std::string& name : answer.phones)
-        phones.append(jsonString(name));
-    QJsonObject object{
-        {QLatin1StringView(kVersionKey), kVersion},
-        {QLatin1StringView(kOutcome), QLatin1StringView(nameIn(kOutcomes, answer.outcome))},
-        {QLatin1StringView(kText), jsonString(answer.text)},
-        {QLatin1StringView(kPhones), phones}};
-    if (answer.status)
-        object.insert(QLatin1StringView(kStatus), jsonOf(*answer.status));
-    return oneLine(object);
+    return oneLine(answer);
 }
 
 std::variant<ControlRequest, ControlAnswer> decodedRequest(const std::string& text)
@@ -124,43 +89,18 @@ std::variant<ControlRequest, ControlAnswer> decodedRequest(const std::string& te
     if (!object)
         return notUnderstood("The running instance accepts only requests of version "
                              + std::to_string(kVersion));
-    StrictObject strict(*object);
-    strict.number(kVersionKey);
-    const auto command = controlCommandNamed(strict.text(kCommand));
-    if (!command)
+    if (!controlCommandNamed(object->value(QLatin1StringView("command")).toString().toStdString()))
         return notUnderstood("The running instance does not know that command");
-    ControlRequest request{.command = *command};
-    if (strict.has(kPhone))
-        request.phone = strict.text(kPhone);
-    if (!strict.isSound() || (request.phone && !takesPhone(*command)))
+    const auto request = JsonForm::read<ControlRequest>(*object);
+    if (!request || (request->phone && !takesPhone(request->command)))
         return notUnderstood("The running instance does not understand the request");
-    return request;
+    return *request;
 }
 
 std::optional<ControlAnswer> decodedAnswer(const std::string& text)
 {
     const auto object = objectIn(text);
-    if (!object)
-        return std::nullopt;
-    StrictObject strict(*object);
-    strict.number(kVersionKey);
-    const auto outcome = valueNamed<ControlOutcome>(kOutcomes, strict.text(kOutcome));
-    if (!outcome)
-        return std::nullopt;
-    ControlAnswer answer{.outcome = *outcome, .text = strict.text(kText)};
-    for (const auto& name : strict.list(kPhones)) {
-        if (!name.isString())
-            strict.refuse();
-        answer.phones.push_back(name.toString().toStdString());
-    }
-    if (strict.has(kStatus)) {
-        answer.status = helperStatusIn(strict.nested(kStatus));
-        if (!answer.status)
-            strict.refuse();
-    }
-    if (!strict.isSound())
-        return std::nullopt;
-    return answer;
+    return object ? JsonForm::read<ControlAnswer>(*object) : std::nullopt;
 }
 
 } // namespace quillbox

@@ -3,18 +3,21 @@
 #include "control/start_settings.h"
 #include "platform/values/traffic.h"
 
-#include <QJsonObject>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace quillbox {
 
+class JsonForm;
+
 /// A discovered phone. Names, here and below, are verbatim: UTF-8 that some host chose.
 struct PhoneStatus {
     std::string name = {};
     bool hasFiles = false;
     bool hasWebManagement = false;
+
+    void describe(JsonForm& form);
 
     bool operator==(const PhoneStatus&) const = default;
 };
@@ -24,6 +27,8 @@ struct RelayStatus {
     std::string name = {};
     std::string target = {}; ///< the name of the phone, or the typed host and port
     Traffic traffic = {};
+
+    void describe(JsonForm& form);
 
     bool operator==(const RelayStatus&) const = default;
 };
@@ -40,14 +45,11 @@ struct HelperStatus {
     std::vector<RelayStatus> relays = {};    ///< sorted by name
     Traffic total = {};                      ///< since the start, including stopped relays
 
+    /// The hint and the start settings may be missing, for version 0.1.0 writes neither.
+    void describe(JsonForm& form);
+
     bool operator==(const HelperStatus&) const = default;
 };
-
-/// The JSON form, for other copies and for scripts.
-QJsonObject jsonOf(const HelperStatus& status);
-
-/// nullopt unless the object has exactly that form. The hint and the start settings may be missing.
-std::optional<HelperStatus> helperStatusIn(const QJsonObject& object);
 
 /// The JSON text for scripts and terminals: indented UTF-8 that ends with a newline; characters
 /// that a terminal would interpret are escaped.

@@ -171,7 +171,7 @@ private:
 
     std::string chooseDnsSd(std::string_view argument, std::string_view value)
     {
-        const auto choice = dnsSdChoiceNamed(value);
+        const auto choice = valueNamed<DnsSdChoice>(value, kDnsSdNames);
         if (!choice)
             return inQuotes(argument)
                    + " is not one of --dns-sd=auto, --dns-sd=daemon and --dns-sd=embedded";

@@ -3,7 +3,6 @@
 #include "platform/values/standard_error.h"
 #include "platform/values/text.h"
 
-#include <array>
 #include <cstddef>
 #include <string>
 #include <vector>
@@ -15,23 +14,11 @@ namespace {
 constexpr const char* kThisComputerOnlyKey = "thisComputerOnly";
 constexpr const char* kDnsSdKey = "dnsSd";
 
-/// In the order of the enumerators; the first is the default.
-constexpr std::array<std::string_view, 3> kDnsSdNames{"auto", "daemon", "embedded"};
-
 } // namespace
 
 const char* nameOf(DnsSdChoice choice)
 {
     return kDnsSdNames.at(static_cast<std::size_t>(choice)).data();
-}
-
-std::optional<DnsSdChoice> dnsSdChoiceNamed(std::string_view name)
-{
-    for (const auto choice : {DnsSdChoice::Automatic, DnsSdChoice::Daemon, DnsSdChoice::Embedded}) {
-        if (name == nameOf(choice))
-            return choice;
-    }
-    return std::nullopt;
 }
 
 StartSettings startSettings(const StartOptions& options, UserDefaults& store)
@@ -52,7 +39,8 @@ StartSettings startSettings(const StartOptions& options, UserDefaults& store)
     settings.dnsSd =
         options.dnsSd
             ? *options.dnsSd
-            : dnsSdChoiceNamed(store.choiceForKey(kDnsSdKey, kDnsSdNames)).value_or(settings.dnsSd);
+            : valueNamed<DnsSdChoice>(store.choiceForKey(kDnsSdKey, kDnsSdNames), kDnsSdNames)
+                  .value_or(settings.dnsSd);
     return settings;
 }
 

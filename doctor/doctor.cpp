@@ -1,7 +1,7 @@
 #include "doctor/doctor.h"
 
 #include "control/control_message.h"
-#include "control/strict_object.h"
+#include "control/json_form.h"
 #include "doctor/doctor_checks.h"
 #include "ui/shown_text.h"
 
@@ -91,10 +91,10 @@ std::string jsonText(const std::vector<Finding>& findings)
     QJsonArray list;
     for (const Finding& finding : findings) {
         QJsonObject entry;
-        entry.insert(QStringLiteral("check"), jsonString(finding.check));
+        entry.insert(QStringLiteral("check"), QString::fromStdString(finding.check));
         entry.insert(QStringLiteral("result"), QLatin1StringView(wordOf(finding.result)));
-        entry.insert(QStringLiteral("text"), jsonString(finding.text));
-        entry.insert(QStringLiteral("advice"), jsonString(finding.advice));
+        entry.insert(QStringLiteral("text"), QString::fromStdString(finding.text));
+        entry.insert(QStringLiteral("advice"), QString::fromStdString(finding.advice));
         list.append(entry);
     }
     return jsonText(QJsonDocument(list));

@@ -44,18 +44,7 @@ Findings checkFileBrowser(const SystemFacts& system);
 Findings checkNames(const SystemFacts& system);
 Findings checkStatusHost(const SystemFacts& system);
 
-/// Whether an interface can reach a phone: it is up and has an address.
-bool isUsable(const InterfaceFacts& interface);
-
-/// Whether multicast queries can be sent and come back in, for at least one address family.
-bool isMulticastSound(const InterfaceFacts& interface);
-bool isSound(const MulticastFacts& facts);
-
 /// Whether a phone was found that accepts connections.
 bool isPhoneReached(const PhonesFacts& phones);
-bool isReached(const PhoneFacts& phone);
-
-/// How to allow incoming multicast DNS, as advice for the firewall in use.
-std::string howToLetMulticastDnsIn(const FirewallFacts& firewall);
 
 } // namespace quillbox::doctor

@@ -1,4 +1,5 @@
 #include "doctor/doctor_checks.h"
+#include "platform/network.h"
 
 #include <algorithm>
 
@@ -12,7 +13,35 @@ constexpr const char* kInterfaces = "interfaces";
 constexpr const char* kMulticast = "multicast";
 constexpr const char* kOtherHosts = "other-hosts";
 constexpr const char* kVpn = "vpn";
+constexpr const char* kFirewall = "firewall";
 constexpr const char* kEngine = "dns-sd";
+
+/// Whether an interface can reach a phone: it is up and has an address.
+bool isUsable(const InterfaceFacts& interface)
+{
+    return interface.isRunning && !interface.addresses.empty();
+}
+
+bool isSound(const MulticastFacts& facts)
+{
+    return facts.isTried && !facts.listenError && !facts.sendError && facts.isOwnHeard;
+}
+
+/// Whether multicast queries can be sent and come back in, for at least one address family.
+bool isMulticastSound(const InterfaceFacts& interface)
+{
+    return isSound(interface.ipv4) || isSound(interface.ipv6);
+}
+
+/// How to allow incoming multicast DNS, as advice for the firewall in use.
+std::string howToLetMulticastDnsIn(const FirewallFacts& firewall)
+{
+    if (firewall.ufw == Seen::Yes)
+        return "'sudo ufw allow 5353/udp'";
+    if (firewall.firewalld == Seen::Yes)
+        return "'sudo firewall-cmd --permanent --add-service=mdns', 'sudo firewall-cmd --reload'";
+    return "Allow incoming UDP 5353; 'sudo nft list ruleset' shows what is dropped.";
+}
 
 const char* kindOf(const InterfaceFacts& interface)
 {
@@ -86,6 +115,67 @@ bool isJudged(const InterfaceFacts& interface)
     return isUsable(interface) && interface.kind != Kind::Vpn;
 }
 
+/// Follows what the firewall allows.
+std::string forOthers()
+{
+    return "; other computers can reach a relay only if its port is allowed as well (TCP "
+           + std::to_string(kServicePorts.first) + " to " + std::to_string(kServicePorts.last)
+           + ").";
+}
+
+/// How many of the queries that were sent came back in: the firewall treats them like those of
+/// other hosts.
+enum class LetIn { Untried, All, Some, None };
+
+LetIn letIn(const SystemFacts& system)
+{
+    bool isAnyIn = false;
+    bool isAnyOut = false;
+    for (const InterfaceFacts& each : system.interfaces) {
+        for (const MulticastFacts* facts : {&each.ipv4, &each.ipv6}) {
+            if (!isUsable(each) || !facts->isTried || facts->listenError || facts->sendError)
+                continue;
+            (facts->isOwnHeard ? isAnyIn : isAnyOut) = true;
+        }
+    }
+    if (isAnyIn)
+        return isAnyOut ? LetIn::Some : LetIn::All;
+    return isAnyOut ? LetIn::None : LetIn::Untried;
+}
+
+/// The finding for the firewall of that name, judged by the multicast that it let in.
+Finding keeperFinding(const SystemFacts& system, const std::string& name)
+{
+    const std::string advice = howToLetMulticastDnsIn(system.firewall);
+    switch (letIn(system)) {
+    case LetIn::All:
+        return ok(kFirewall, name + " is on and allows multicast DNS" + forOthers());
+    case LetIn::Some:
+        return warn(kFirewall, name + " is on and blocks some multicast DNS.", advice);
+    case LetIn::Untried:
+        return warn(kFirewall, name + " is on; could not test whether it allows multicast DNS.",
+                    advice);
+    case LetIn::None:
+        break;
+    }
+    return fail(kFirewall, name + " is on and blocks multicast DNS.", advice);
+}
+
+/// The finding where neither ufw nor firewalld is on. There may be a packet filter all the same.
+Finding otherFinding(const SystemFacts& system)
+{
+    switch (letIn(system)) {
+    case LetIn::All:
+        return ok(kFirewall, "No firewall on this computer blocks multicast DNS.");
+    case LetIn::Untried:
+        return ok(kFirewall, "Neither ufw nor firewalld is on.");
+    case LetIn::Some:
+    case LetIn::None:
+        break;
+    }
+    return keeperFinding(system, "A packet filter");
+}
+
 } // namespace
 
 std::string counted(std::size_t count, const std::string& noun)
@@ -102,21 +192,6 @@ std::string listed(const std::vector<std::string>& words)
         text += words[i];
     }
     return text;
-}
-
-bool isUsable(const InterfaceFacts& interface)
-{
-    return interface.isRunning && !interface.addresses.empty();
-}
-
-bool isSound(const MulticastFacts& facts)
-{
-    return facts.isTried && !facts.listenError && !facts.sendError && facts.isOwnHeard;
-}
-
-bool isMulticastSound(const InterfaceFacts& interface)
-{
-    return isSound(interface.ipv4) || isSound(interface.ipv6);
 }
 
 Findings checkInterfaces(const SystemFacts& system)
@@ -197,6 +272,25 @@ Findings checkVpn(const SystemFacts& system)
                      "the doctor again.")};
     }
     return {ok(kVpn, "No VPN carries all traffic.")};
+}
+
+Findings checkFirewall(const SystemFacts& system)
+{
+    const FirewallFacts& firewall = system.firewall;
+    Findings findings;
+    if (firewall.ufw == Seen::Yes)
+        findings.push_back(keeperFinding(system, "ufw"));
+    else if (firewall.ufw == Seen::Unknown)
+        findings.push_back(
+            warn(kFirewall, "Could not determine whether ufw is on.", "Run 'sudo ufw status'."));
+    if (firewall.firewalld == Seen::Yes)
+        findings.push_back(keeperFinding(system, "firewalld"));
+    else if (firewall.firewalld == Seen::Unknown)
+        findings.push_back(warn(kFirewall, "Could not determine whether firewalld is running.",
+                                "Run 'sudo firewall-cmd --state'."));
+    if (findings.empty())
+        findings.push_back(otherFinding(system));
+    return findings;
 }
 
 Findings checkEngine(const SystemFacts& system)

@@ -111,14 +111,10 @@ Finding engineFinding(DnsSdChoice choice, const SystemFacts& system)
 
 } // namespace
 
-bool isReached(const PhoneFacts& phone)
-{
-    return has(phone, State::Open);
-}
-
 bool isPhoneReached(const PhonesFacts& phones)
 {
-    return std::any_of(phones.phones.begin(), phones.phones.end(), isReached);
+    return std::any_of(phones.phones.begin(), phones.phones.end(),
+                       [](const PhoneFacts& each) { return has(each, State::Open); });
 }
 
 Findings checkPhones(const DoctorFacts& facts)

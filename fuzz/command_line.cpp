@@ -1,7 +1,7 @@
 // The command line, typed port numbers, and messages between instances of the program.
 
 #include "control/options.h"
-#include "platform/desktop/instances/instance_protocol.h"
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/desktop/process/process.h"
 #include "platform/values/text.h"
 

@@ -20,19 +20,6 @@ constexpr int kDeviceSpacing = 8;
 constexpr int kTextHeight = 16;
 constexpr int kOverhang = (HelperStyle::kButtonHeight - kTextHeight) / 2;
 
-/// The styles of a row's texts, created once because there may be many rows.
-struct Looks {
-    PreparedTextStyle dot{{.size = 12, .colour = Brand::green()}};
-    PreparedTextStyle name{{.size = 12, .weight = QFont::Medium, .colour = Brand::navy()}};
-    PreparedTextStyle online{{.size = 11, .colour = Brand::green()}};
-};
-
-const Looks& looks()
-{
-    static const Looks all;
-    return all;
-}
-
 } // namespace
 
 DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
@@ -43,14 +30,12 @@ DeviceRow::DeviceRow(std::string_view name, QWidget* parent) : QFrame(parent)
     setAccessibleName(shownText(name));
 
     auto* dot = new DotLabel(this);
-    looks().dot.apply(*dot);
+    TextStyle{.size = 12, .colour = Brand::green}.apply(*dot);
     dot->setAccessibleName(QStringLiteral("Available"));
     auto* label = new ParagraphLabel(shownText(name), this);
     label->setMaximumLines(1);
-    looks().name.apply(*label);
-    auto* online = new QLabel(QStringLiteral("Online"), this);
-    online->setTextFormat(Qt::PlainText);
-    looks().online.apply(*online);
+    TextStyle{.size = 12, .weight = QFont::Medium, .colour = Brand::navy}.apply(*label);
+    QLabel* online = makeLabel(QStringLiteral("Online"), {.size = 11, .colour = Brand::green});
 
     auto* layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
@@ -77,8 +62,7 @@ void DeviceRow::leaveRoomForManageButton(int width)
 ManageButton::ManageButton(std::string_view phoneName, QWidget* parent)
     : QPushButton(QStringLiteral("Manage"), parent)
 {
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy()}.apply(
-        *this);
+    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(*this);
     setAccessibleName(QStringLiteral("Manage ") + shownText(phoneName));
     setAccessibleDescription(
         QStringLiteral("Opens the web management page of this phone in the browser"));

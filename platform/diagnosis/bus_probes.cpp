@@ -1,4 +1,4 @@
-#include "platform/diagnosis/bus_probes.h"
+#include "platform/diagnosis/desktop_probes.h"
 
 #include <QDBusConnection>
 #include <QDBusMessage>

@@ -1,5 +1,7 @@
 #include "platform/diagnosis/desktop_probes.h"
 
+#include "platform/diagnosis/small_file.h"
+#include "platform/values/text.h"
 #include "platform/x11/x11.h"
 
 #include <algorithm>
@@ -37,6 +39,19 @@ std::string variable(const char* name)
     return value == nullptr ? "" : value;
 }
 
+/// Whether ufw is enabled, according to the text of its ufw.conf.
+Seen ufwIn(std::string_view configuration)
+{
+    constexpr std::string_view kKey = "ENABLED=";
+    while (!configuration.empty()) {
+        std::string line(takeLine(configuration));
+        std::erase_if(line, [](char each) { return each == ' ' || each == '"' || each == '\r'; });
+        if (line.starts_with(kKey))
+            return line.substr(kKey.size()) == "yes" ? Seen::Yes : Seen::No;
+    }
+    return Seen::No;
+}
+
 } // namespace
 
 FileBrowserFacts probeFileBrowser(const std::vector<fs::path>& dataFolders,
@@ -60,9 +75,7 @@ std::vector<fs::path> systemDataFolders()
     if (list.empty())
         list = "/usr/local/share:/usr/share";
     for (std::string_view rest = list; !rest.empty();) {
-        const auto end = std::min(rest.find(':'), rest.size());
-        const fs::path folder(rest.substr(0, end));
-        rest.remove_prefix(std::min(end + 1, rest.size()));
+        const fs::path folder(takePart(rest, ':'));
         if (folder.is_absolute())
             folders.push_back(folder);
     }
@@ -85,6 +98,16 @@ std::vector<fs::path> systemLibraryFolders()
 bool isDesktopNamed()
 {
     return !variable("DISPLAY").empty() || !variable("WAYLAND_DISPLAY").empty();
+}
+
+Seen probeUfw(const fs::path& root)
+{
+    const auto configuration = root / "etc/ufw/ufw.conf";
+    std::error_code error;
+    if (!fs::exists(configuration, error))
+        return error ? Seen::Unknown : Seen::No;
+    const auto text = readSmallFile(configuration);
+    return text ? ufwIn(*text) : Seen::Unknown;
 }
 
 Seen probeTray()

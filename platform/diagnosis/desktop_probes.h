@@ -2,6 +2,7 @@
 
 #include "platform/values/system_facts.h"
 
+#include <chrono>
 #include <filesystem>
 #include <vector>
 
@@ -24,5 +25,20 @@ bool isDesktopNamed();
 /// Whether a system tray is running on the X display. Blocks if the X server is stuck, so the
 /// caller must bound it.
 Seen probeTray();
+
+/// Whether ufw is enabled on the system below `root`; No if it is not installed.
+Seen probeUfw(const std::filesystem::path& root = "/");
+
+// The other probes query the message buses. Each uses its own connection, activates no service, and
+// blocks for at most a few times `limit`. Connecting to a bus that is stuck has no timeout, so the
+// caller must bound it. Callable on any thread while the application object exists.
+
+AvahiFacts probeAvahi(std::chrono::milliseconds limit);
+
+/// Whether firewalld is running.
+Seen probeFirewalld(std::chrono::milliseconds limit);
+
+/// Whether a panel on the session bus shows StatusNotifierItems.
+Seen probeStatusPanel(std::chrono::milliseconds limit);
 
 } // namespace quillbox::diagnosis

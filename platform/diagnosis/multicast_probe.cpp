@@ -1,18 +1,17 @@
-#include "platform/diagnosis/multicast_probe.h"
-
-#include "platform/diagnosis/mdns_message.h"
+#include "platform/diagnosis/network_probes.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/values/socket_address.h"
+#include "platform/values/text.h"
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
 #include <memory>
-#include <optional>
 #include <set>
+#include <string>
+#include <string_view>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -35,22 +34,23 @@ std::error_code systemError()
     return {errno, std::system_category()};
 }
 
-/// The bytes of the IP address, without port and scope, for comparison.
-std::string hostOf(const sockaddr_storage& address)
+/// A host, whatever its port and scope.
+using Host = std::array<std::uint8_t, 16>;
+
+Host hostOf(const SocketAddress& address)
 {
-    if (address.ss_family == AF_INET) {
-        const auto* v4 = reinterpret_cast<const sockaddr_in*>(&address);
-        return {reinterpret_cast<const char*>(&v4->sin_addr), sizeof v4->sin_addr};
-    }
-    const auto* v6 = reinterpret_cast<const sockaddr_in6*>(&address);
-    return {reinterpret_cast<const char*>(&v6->sin6_addr), sizeof v6->sin6_addr};
+    return PlainAddress::of(address).value_or(PlainAddress()).bytes;
 }
 
-std::uint16_t portOf(const sockaddr_storage& address)
+/// An address of the family and the port.
+SocketAddress placeOf(const std::string& host, std::uint16_t port)
 {
-    return ntohs(address.ss_family == AF_INET
-                     ? reinterpret_cast<const sockaddr_in*>(&address)->sin_port
-                     : reinterpret_cast<const sockaddr_in6*>(&address)->sin6_port);
+    return parseNumericHost(host, port).value_or(SocketAddress());
+}
+
+const sockaddr* systemForm(const SocketAddress& address)
+{
+    return reinterpret_cast<const sockaddr*>(address.data());
 }
 
 template <typename Value> bool set(int socket, int level, int name, const Value& value)
@@ -58,32 +58,32 @@ template <typename Value> bool set(int socket, int level, int name, const Value&
     return ::setsockopt(socket, level, name, &value, sizeof value) == 0;
 }
 
-/// The address of the multicast DNS group on an interface, or a local address.
-struct Place {
-    sockaddr_storage address{};
-    socklen_t size = 0;
-
-    const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address); }
-};
-
-Place placeOf(int family, int interfaceIndex, const char* host, std::uint16_t port)
+/// A multicast DNS query for PTR records (RFC 6762, section 5): for all service types, and for the
+/// services of `type`.
+std::string questionFor(std::uint16_t identifier, const std::string& type)
 {
-    Place place;
-    if (family == AF_INET) {
-        auto* v4 = reinterpret_cast<sockaddr_in*>(&place.address);
-        v4->sin_family = AF_INET;
-        v4->sin_port = htons(port);
-        ::inet_pton(AF_INET, host, &v4->sin_addr);
-        place.size = sizeof *v4;
-        return place;
+    constexpr std::string_view kTwoQuestions("\0\0\0\2\0\0\0\0\0\0", 10);
+    constexpr std::string_view kEndOfPointerQuestion("\0\0\x0c\0\1", 5);
+    std::string message{static_cast<char>(identifier >> 8U), static_cast<char>(identifier & 0xffU)};
+    message += kTwoQuestions;
+    for (const std::string& name : {std::string("_services._dns-sd._udp.local"), type + ".local"}) {
+        // As labels, each preceded by its length (RFC 1035, section 3.1).
+        for (std::string_view rest = name; !rest.empty();) {
+            const std::string_view label = takePart(rest, '.');
+            message += static_cast<char>(label.size());
+            message += label;
+        }
+        message += kEndOfPointerQuestion;
     }
-    auto* v6 = reinterpret_cast<sockaddr_in6*>(&place.address);
-    v6->sin6_family = AF_INET6;
-    v6->sin6_port = htons(port);
-    v6->sin6_scope_id = static_cast<std::uint32_t>(interfaceIndex);
-    ::inet_pton(AF_INET6, host, &v6->sin6_addr);
-    place.size = sizeof *v6;
-    return place;
+    return message;
+}
+
+/// Whether it is a multicast DNS response (RFC 6762, section 18) with at least one answer.
+bool isAnswer(std::string_view message)
+{
+    constexpr std::size_t kHeaderSize = 12;
+    return message.size() >= kHeaderSize && (static_cast<unsigned char>(message[2]) & 0x80U) != 0
+           && (message[6] != 0 || message[7] != 0);
 }
 
 /// One address family on one interface.
@@ -92,7 +92,9 @@ public:
     Lane(int addressFamily, int index, MulticastFacts& result)
         : family(addressFamily),
           interfaceIndex(index),
-          group(placeOf(family, index, family == AF_INET ? "224.0.0.251" : "ff02::fb", kPort)),
+          level(family == AF_INET ? IPPROTO_IP : IPPROTO_IPV6),
+          group(placeOf(family == AF_INET ? "224.0.0.251" : "ff02::fb%" + std::to_string(index),
+                        kPort)),
           facts(result),
           listener(open()),
           asker(open())
@@ -103,56 +105,57 @@ public:
         // out: with SO_REUSEPORT, Linux 6.18 hands a packet to any of the sockets with the same
         // address.
         if (!set(listener.get(), SOL_SOCKET, SO_BINDTOIFINDEX, interfaceIndex)
-            || ::bind(listener.get(), group.get(), group.size) != 0 || !join())
+            || !bind(listener, group) || !join())
             facts.listenError = systemError();
-        const Place anywhere = placeOf(family, 0, family == AF_INET ? "0.0.0.0" : "::", 0);
         // If this fails, sendto() chooses a port, and our own queries are not recognised when they
         // come back.
-        static_cast<void>(::bind(asker.get(), anywhere.get(), anywhere.size));
+        bind(asker, placeOf(family == AF_INET ? "0.0.0.0" : "::", 0));
         sockaddr_storage bound{};
         socklen_t size = sizeof bound;
         if (::getsockname(asker.get(), reinterpret_cast<sockaddr*>(&bound), &size) == 0)
-            ownPort = portOf(bound);
+            ownPort = portOf(toSocketAddress(reinterpret_cast<const sockaddr*>(&bound)));
     }
 
     void ask(const std::string& type)
     {
         // One success is enough: sending fails while a new address is still tentative.
-        const bool isSent = send(asker, mdnsQuestion(ownPort, type));
+        const bool isSent = send(asker, questionFor(ownPort, type));
         const std::error_code error = isSent ? std::error_code() : systemError();
         hasSent = hasSent || isSent;
         facts.sendError = hasSent ? std::error_code() : error;
         if (!facts.sendError && !facts.listenError)
-            send(listener, mdnsQuestion(0, type));
+            send(listener, questionFor(0, type));
     }
 
     int listenerDescriptor() const { return facts.listenError ? -1 : listener.get(); }
     int askerDescriptor() const { return asker.get(); }
 
-    void read(int socket, const std::set<std::string>& ownHosts)
+    void read(int socket, const std::set<Host>& ownHosts)
     {
-        std::array<std::byte, 9000> buffer;
+        std::array<char, 9000> buffer;
         for (int count = 0; count < kMostAtOnce; ++count) {
-            sockaddr_storage from{};
-            socklen_t size = sizeof from;
-            const auto length = ::recvfrom(socket, buffer.data(), buffer.size(), MSG_DONTWAIT,
-                                           reinterpret_cast<sockaddr*>(&from), &size);
+            sockaddr_storage storage{};
+            socklen_t size = sizeof storage;
+            auto* sender = reinterpret_cast<sockaddr*>(&storage);
+            const auto length =
+                ::recvfrom(socket, buffer.data(), buffer.size(), MSG_DONTWAIT, sender, &size);
             if (length < 0)
                 return;
+            const SocketAddress from = toSocketAddress(sender);
             const bool isOwn = ownHosts.contains(hostOf(from));
             if (isOwn && portOf(from) == ownPort)
                 facts.isOwnHeard = true;
             if (!isOwn && heard.size() < kMostHosts)
-                note(from, isMdnsAnswer({buffer.data(), static_cast<std::size_t>(length)}));
+                note(hostOf(from), isAnswer({buffer.data(), static_cast<std::size_t>(length)}));
         }
     }
 
 private:
-    void note(const sockaddr_storage& from, bool isAnswer)
+    void note(const Host& host, bool hasAnswered)
     {
-        heard.insert(hostOf(from));
-        if (isAnswer)
-            answered.insert(hostOf(from));
+        heard.insert(host);
+        if (hasAnswered)
+            answered.insert(host);
         facts.hostsHeard = heard.size();
         facts.hostsAnswered = answered.size();
     }
@@ -161,7 +164,8 @@ private:
     {
         FileDescriptor made(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
         if (family == AF_INET) {
-            set(made.get(), IPPROTO_IP, IP_MULTICAST_IF, membership());
+            set(made.get(), IPPROTO_IP, IP_MULTICAST_IF,
+                ip_mreqn{.imr_multiaddr = {}, .imr_address = {}, .imr_ifindex = interfaceIndex});
             set(made.get(), IPPROTO_IP, IP_MULTICAST_TTL, kHops);
         } else {
             set(made.get(), IPPROTO_IPV6, IPV6_V6ONLY, 1);
@@ -171,55 +175,41 @@ private:
         return made;
     }
 
-    ip_mreqn membership() const
+    static bool bind(const FileDescriptor& socket, const SocketAddress& address)
     {
-        ip_mreqn request{};
-        request.imr_ifindex = interfaceIndex;
-        ::inet_pton(AF_INET, "224.0.0.251", &request.imr_multiaddr);
-        return request;
+        return ::bind(socket.get(), systemForm(address), static_cast<socklen_t>(address.size()))
+               == 0;
     }
 
     bool join() const
     {
-        if (family == AF_INET)
-            return set(listener.get(), IPPROTO_IP, IP_ADD_MEMBERSHIP, membership());
-        ipv6_mreq request{};
-        request.ipv6mr_interface = static_cast<unsigned>(interfaceIndex);
-        ::inet_pton(AF_INET6, "ff02::fb", &request.ipv6mr_multiaddr);
-        return set(listener.get(), IPPROTO_IPV6, IPV6_ADD_MEMBERSHIP, request);
+        group_req request{};
+        request.gr_interface = static_cast<std::uint32_t>(interfaceIndex);
+        std::memcpy(&request.gr_group, group.data(), group.size());
+        return set(listener.get(), level, MCAST_JOIN_GROUP, request);
     }
 
-    bool send(const FileDescriptor& socket, const std::vector<std::byte>& question) const
+    bool send(const FileDescriptor& socket, const std::string& question) const
     {
-        return ::sendto(socket.get(), question.data(), question.size(), MSG_NOSIGNAL, group.get(),
-                        group.size)
+        return ::sendto(socket.get(), question.data(), question.size(), MSG_NOSIGNAL,
+                        systemForm(group), static_cast<socklen_t>(group.size()))
                >= 0;
     }
 
     const int family;
     const int interfaceIndex;
-    const Place group;
+    const int level;
+    const SocketAddress group;
     MulticastFacts& facts;
     const FileDescriptor listener; ///< bound to the group's address and port
     const FileDescriptor asker;    ///< bound to an ephemeral port
     std::uint16_t ownPort = 0;
     bool hasSent = false;
-    std::set<std::string> heard;
-    std::set<std::string> answered;
+    std::set<Host> heard;
+    std::set<Host> answered;
 };
 
-std::set<std::string> hostsOf(const std::vector<SocketAddress>& addresses)
-{
-    std::set<std::string> hosts;
-    for (const SocketAddress& each : addresses) {
-        sockaddr_storage storage{};
-        std::memcpy(&storage, each.data(), std::min<std::size_t>(each.size(), sizeof storage));
-        hosts.insert(hostOf(storage));
-    }
-    return hosts;
-}
-
-void listen(std::vector<std::unique_ptr<Lane>>& lanes, const std::set<std::string>& ownHosts,
+void listen(std::vector<std::unique_ptr<Lane>>& lanes, const std::set<Host>& ownHosts,
             Clock::time_point end)
 {
     std::vector<pollfd> sockets;
@@ -252,7 +242,9 @@ void probeMulticast(Survey& survey, const std::string& type, std::chrono::millis
         if (each.facts.ipv6.isTried)
             lanes.push_back(std::make_unique<Lane>(AF_INET6, each.index, each.facts.ipv6));
     }
-    const auto ownHosts = hostsOf(survey.addresses);
+    std::set<Host> ownHosts;
+    for (const SocketAddress& each : survey.addresses)
+        ownHosts.insert(hostOf(each));
     // Two queries, because packets may be lost, with a pause in between, because a responder does
     // not multicast the same record again within a second (RFC 6762, section 6).
     const auto start = Clock::now();

@@ -1,10 +1,7 @@
 #include "platform/linux/examination.h"
 
-#include "platform/diagnosis/bus_probes.h"
 #include "platform/diagnosis/desktop_probes.h"
-#include "platform/diagnosis/firewall_probe.h"
-#include "platform/diagnosis/interface_survey.h"
-#include "platform/diagnosis/multicast_probe.h"
+#include "platform/diagnosis/network_probes.h"
 #include "platform/diagnosis/timely.h"
 #include "platform/linux/phone_survey.h"
 #include "platform/linux/system_configuration.h"

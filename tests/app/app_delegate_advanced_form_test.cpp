@@ -139,11 +139,11 @@ TEST_F(AdvancedForm, openInFinderIsWhiteOnBlueWithRoundCorners)
     EXPECT_EQ(openInFinder().font().pixelSize(), 13);
     EXPECT_EQ(openInFinder().font().weight(), QFont::DemiBold);
     const QImage picture = pictureOf(openInFinder());
-    EXPECT_EQ(picture.pixelColor(0, 17), Brand::blue());
-    EXPECT_EQ(picture.pixelColor(141, 17), Brand::blue());
-    EXPECT_EQ(picture.pixelColor(71, 0), Brand::blue());
-    EXPECT_EQ(picture.pixelColor(9, 0), Brand::blue());
-    EXPECT_NE(picture.pixelColor(1, 1), Brand::blue());
+    EXPECT_EQ(picture.pixelColor(0, 17), Brand::blue);
+    EXPECT_EQ(picture.pixelColor(141, 17), Brand::blue);
+    EXPECT_EQ(picture.pixelColor(71, 0), Brand::blue);
+    EXPECT_EQ(picture.pixelColor(9, 0), Brand::blue);
+    EXPECT_NE(picture.pixelColor(1, 1), Brand::blue);
     int white = 0;
     for (int y = 0; y < picture.height(); ++y)
         for (int x = 20; x < picture.width() - 20; ++x)
@@ -158,7 +158,7 @@ TEST_F(AdvancedForm, openInFinderAnswersToThePointer)
     openInFinder().setDown(true);
     const QColor pressed = pictureOf(openInFinder()).pixelColor(8, 17);
     openInFinder().setDown(false);
-    EXPECT_EQ(atRest, Brand::blue());
+    EXPECT_EQ(atRest, Brand::blue);
     EXPECT_LT(pressed.lightness(), atRest.lightness());
     EXPECT_EQ(pictureOf(openInFinder()).pixelColor(8, 17), atRest);
 }

@@ -166,7 +166,7 @@ TEST_F(DeviceList, aRowIsWrittenAsItShouldBe)
     EXPECT_EQ(writingOf(*parts[1]), (Writing{12, 500, kNavy}));
     EXPECT_EQ(static_cast<QLabel*>(parts[2])->text(), QStringLiteral("Online"));
     EXPECT_EQ(writingOf(*parts[2]), (Writing{11, 400, kGreen}));
-    EXPECT_EQ(pictureOf(*parts[0]).pixelColor(parts[0]->rect().center()), Brand::green());
+    EXPECT_EQ(pictureOf(*parts[0]).pixelColor(parts[0]->rect().center()), Brand::green);
 }
 
 TEST_F(DeviceList, thePartsOfARowStandAtTheirDistance)

@@ -338,8 +338,8 @@ TEST_F(Keyboard, aRingSurroundsTheFocus)
     }
     const QImage picture = pictureOf(ring());
     for (const int x : {0, 1})
-        EXPECT_EQ(picture.pixelColor(x, picture.height() / 2), Brand::blue()) << x;
-    EXPECT_NE(picture.pixelColor(2, picture.height() / 2), Brand::blue());
+        EXPECT_EQ(picture.pixelColor(x, picture.height() / 2), Brand::blue) << x;
+    EXPECT_NE(picture.pixelColor(2, picture.height() / 2), Brand::blue);
 }
 
 TEST_F(Keyboard, noRingSurroundsTheFieldOfAnotherWindow)

@@ -74,11 +74,11 @@ TEST_F(Status, theTextKeepsItsColour)
         const QLabel& label = delegate->statusLabel;
         return label.palette().color(label.foregroundRole());
     };
-    EXPECT_EQ(colour(), Brand::slate());
+    EXPECT_EQ(colour(), Brand::slate);
     delegate->setStatus({.ready = true, .text = "one"});
-    EXPECT_EQ(colour(), Brand::slate());
+    EXPECT_EQ(colour(), Brand::slate);
     delegate->setStatus({.ready = false, .text = "two"});
-    EXPECT_EQ(colour(), Brand::slate());
+    EXPECT_EQ(colour(), Brand::slate);
 }
 
 TEST_F(Status, theDotIsGreenWhenReadyAndElseSlate)
@@ -87,11 +87,11 @@ TEST_F(Status, theDotIsGreenWhenReadyAndElseSlate)
     const auto colour = [this] {
         return delegate->statusDot.palette().color(QPalette::WindowText);
     };
-    EXPECT_EQ(colour(), Brand::slate());
+    EXPECT_EQ(colour(), Brand::slate);
     delegate->setStatus({.ready = true, .text = "one"});
-    EXPECT_EQ(colour(), Brand::green());
+    EXPECT_EQ(colour(), Brand::green);
     delegate->setStatus({.ready = false, .text = "two"});
-    EXPECT_EQ(colour(), Brand::slate());
+    EXPECT_EQ(colour(), Brand::slate);
 }
 
 TEST_F(Status, aReportShowsInTheMenuAndTheToolTip)

@@ -108,7 +108,7 @@ void AppFixture::report(FakeListener& listener, Listener::State state, std::erro
 
 bool AppFixture::isStatusReady() const
 {
-    return delegate->statusDot.palette().color(QPalette::WindowText) == Brand::green();
+    return delegate->statusDot.palette().color(QPalette::WindowText) == Brand::green;
 }
 
 std::optional<std::string> AppFixture::storedText(const std::string& key) const

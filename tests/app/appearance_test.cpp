@@ -84,7 +84,7 @@ protected:
             const int lightness = part->palette().color(part->backgroundRole()).lightness();
             EXPECT_GT(lightness, 200) << part->metaObject()->className();
         }
-        EXPECT_EQ(pictureOf(window()).pixelColor(3, 3), Brand::surface());
+        EXPECT_EQ(pictureOf(window()).pixelColor(3, 3), Brand::surface);
     }
 };
 
@@ -146,11 +146,11 @@ TEST_F(Appearance, aCheckBoxShowsItsState)
     QCheckBox& box = delegate->showInFinder;
     const auto indicator = [&box](const QPoint& place) { return pictureOf(box).pixelColor(place); };
     box.setChecked(false);
-    EXPECT_EQ(indicator({0, 8}), Brand::slate());
+    EXPECT_EQ(indicator({0, 8}), Brand::slate);
     EXPECT_EQ(indicator({8, 8}), QColor(Qt::white));
     box.setChecked(true);
-    EXPECT_EQ(indicator({0, 8}), Brand::blue());
-    EXPECT_EQ(indicator({3, 4}), Brand::blue());
+    EXPECT_EQ(indicator({0, 8}), Brand::blue);
+    EXPECT_EQ(indicator({3, 4}), Brand::blue);
     EXPECT_EQ(indicator({7, 10}), QColor(Qt::white)) << "the tick";
 }
 
@@ -161,10 +161,10 @@ TEST_F(Appearance, aPushButtonIsPaleWithABlueBorderAndAnswersToAPress)
     const auto fill = [&management] {
         return pictureOf(management).pixelColor(4, management.height() / 2);
     };
-    EXPECT_EQ(fill(), Brand::pale());
-    EXPECT_EQ(pictureOf(management).pixelColor(0, management.height() / 2), Brand::blue());
+    EXPECT_EQ(fill(), Brand::pale);
+    EXPECT_EQ(pictureOf(management).pixelColor(0, management.height() / 2), Brand::blue);
     management.setDown(true);
-    EXPECT_LT(fill().lightness(), Brand::pale().lightness());
+    EXPECT_LT(fill().lightness(), Brand::pale.lightness());
 }
 
 TEST_F(Appearance, theCornersAreRoundedAsTheyShouldBe)
@@ -200,7 +200,7 @@ TEST_F(Appearance, theDefaultButtonOfAnAlertIsBlue)
     ASSERT_TRUE(alert);
     ASSERT_EQ(alert->buttons().size(), 1);
     QAbstractButton* ok = alert->buttons().front();
-    EXPECT_EQ(pictureOf(*ok).pixelColor(3, ok->height() / 2), Brand::blue());
+    EXPECT_EQ(pictureOf(*ok).pixelColor(3, ok->height() / 2), Brand::blue);
     EXPECT_TRUE(ok->icon().isNull());
     const QImage picture = pictureOf(*ok);
     int lightest = 0;

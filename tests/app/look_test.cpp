@@ -158,11 +158,11 @@ TEST_F(Look, theTextOfAButtonIsReadableWhateverHappensToIt)
     openWithEverything();
     QPushButton& restart = *button(QStringLiteral("Restart service"));
     const auto fill = [&restart] { return pictureOf(restart).pixelColor(4, restart.height() / 2); };
-    EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
+    EXPECT_GE(contrast(fill(), Brand::navy), 4.5);
     restart.setAttribute(Qt::WA_UnderMouse);
-    EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
+    EXPECT_GE(contrast(fill(), Brand::navy), 4.5);
     restart.setDown(true);
-    EXPECT_GE(contrast(fill(), Brand::navy()), 4.5);
+    EXPECT_GE(contrast(fill(), Brand::navy), 4.5);
 }
 
 TEST_F(Look, buttonsAreDarkerUnderThePointerAndDarkerStillWhenPressed)
@@ -190,9 +190,9 @@ TEST_F(Look, anUncheckedBoxAnswersToThePointer)
     const auto fill = [&box] { return pictureOf(box).pixelColor(8, 8); };
     EXPECT_EQ(fill(), QColor(Qt::white));
     box.setAttribute(Qt::WA_UnderMouse);
-    EXPECT_EQ(fill(), Brand::pale());
+    EXPECT_EQ(fill(), Brand::pale);
     box.setDown(true);
-    EXPECT_EQ(fill(), Brand::border());
+    EXPECT_EQ(fill(), Brand::border);
 }
 
 TEST_F(Look, theTickIsInsideTheBoxWhereverThatStands)
@@ -242,7 +242,7 @@ TEST_F(Look, onlyTallButtonsHaveVeryRoundCorners)
 
 TEST_F(Look, theCornersOfABoxAreAsHighAsWide)
 {
-    RoundedBox box({.radius = 16, .fill = Qt::white, .border = Brand::navy()});
+    RoundedBox box({.radius = 16, .fill = Qt::white, .border = Brand::navy});
     box.resize(40, 40);
     const QImage picture = pictureOf(box);
     for (int x = 0; x < 20; ++x) {
@@ -290,7 +290,7 @@ TEST_F(Look, dotsHaveTheSameSizeInEveryFont)
     for (const char* family : {"DejaVu Sans", "Noto Sans", "Cantarell"}) {
         QApplication::setFont(QFont(QString::fromLatin1(family)));
         DotLabel dot;
-        TextStyle{.size = 12, .colour = Brand::green()}.apply(dot);
+        TextStyle{.size = 12, .colour = Brand::green}.apply(dot);
         dot.resize(dot.sizeHint());
         EXPECT_EQ(dot.size(), QSize(10, 10)) << family;
         const QImage picture = pictureOf(dot);
@@ -323,9 +323,9 @@ TEST_F(Look, theUnfoldedCardIsClosedAtTheBottom)
     ASSERT_FALSE(isScrolling());
     const QRect box = place(card());
     EXPECT_LT(box.bottom(), area().viewport()->height());
-    EXPECT_EQ(shownAt({box.center().x(), box.bottom()}), Brand::border());
-    EXPECT_EQ(shownAt(box.bottomLeft()), Brand::surface()) << "the corner is round";
-    EXPECT_EQ(shownAt(box.bottomRight()), Brand::surface());
+    EXPECT_EQ(shownAt({box.center().x(), box.bottom()}), Brand::border);
+    EXPECT_EQ(shownAt(box.bottomLeft()), Brand::surface) << "the corner is round";
+    EXPECT_EQ(shownAt(box.bottomRight()), Brand::surface);
 }
 
 TEST_F(Look, aCardThatGoesOnFadesOut)
@@ -337,17 +337,17 @@ TEST_F(Look, aCardThatGoesOnFadesOut)
     ASSERT_TRUE(isScrolling());
     const int bottom = area().viewport()->height() - 1;
     const int left = place(card()).left();
-    EXPECT_LT(contrast(shownAt({left, bottom}), Brand::surface()), 1.02);
-    EXPECT_EQ(shownAt({left, bottom - 40}), Brand::border());
-    EXPECT_NE(shownAt({left, bottom - 8}), Brand::border());
+    EXPECT_LT(contrast(shownAt({left, bottom}), Brand::surface), 1.02);
+    EXPECT_EQ(shownAt({left, bottom - 40}), Brand::border);
+    EXPECT_NE(shownAt({left, bottom - 8}), Brand::border);
     const QWidget* below = area().viewport()->childAt(left + 20, bottom);
     EXPECT_TRUE(area().widget()->isAncestorOf(below)) << "it takes no clicks";
 
     bar().setValue(bar().maximum());
-    EXPECT_LT(contrast(shownAt({left, 0}), Brand::surface()), 1.02);
-    EXPECT_EQ(shownAt({left, 40}), Brand::border());
+    EXPECT_LT(contrast(shownAt({left, 0}), Brand::surface), 1.02);
+    EXPECT_EQ(shownAt({left, 40}), Brand::border);
     const QRect box = place(card()).translated(area().widget()->pos());
-    EXPECT_EQ(shownAt({box.center().x(), box.bottom()}), Brand::border()) << "the end";
+    EXPECT_EQ(shownAt({box.center().x(), box.bottom()}), Brand::border) << "the end";
 }
 
 TEST_F(Look, theScrollBarTakesNoRoom)
@@ -414,7 +414,7 @@ TEST_F(Look, theScrollBarIsSeenWhileItMatters)
         const QImage picture = pictureOf(window());
         bool isAny = false;
         for (int y = 0; y < picture.height(); ++y)
-            isAny = isAny || contrast(picture.pixelColor(middle.x(), y), Brand::surface()) >= 3;
+            isAny = isAny || contrast(picture.pixelColor(middle.x(), y), Brand::surface) >= 3;
         return isAny;
     };
     EXPECT_TRUE(isPainted()) << "when there is more than fits";

@@ -1,4 +1,5 @@
 #include "control/helper_status.h"
+#include "control/json_form.h"
 #include "platform/values/text.h"
 
 #include <QJsonArray>
@@ -71,9 +72,9 @@ TEST(HelperStatus, saysWhatFileManagersLack)
     const HelperStatus status{.text = "1 Quillbox device visible in Finder",
                               .hint = "Nobody lists it."};
     EXPECT_THAT(plainText(status), HasSubstr("visible in Finder\nHint: Nobody lists it.\nShow"));
-    EXPECT_EQ(helperStatusIn(jsonOf(status)), status);
-    EXPECT_EQ(jsonOf(status)[QStringLiteral("hint")], QStringLiteral("Nobody lists it."));
-    EXPECT_EQ(jsonOf(HelperStatus())[QStringLiteral("hint")], QString());
+    EXPECT_EQ(JsonForm::read<HelperStatus>(JsonForm::of(status)), status);
+    EXPECT_EQ(JsonForm::of(status)[QStringLiteral("hint")], QStringLiteral("Nobody lists it."));
+    EXPECT_EQ(JsonForm::of(HelperStatus())[QStringLiteral("hint")], QString());
     EXPECT_THAT(plainText(HelperStatus{.hint = kHostile}), Not(HasSubstr("\x1b")));
 }
 
@@ -82,14 +83,14 @@ TEST(HelperStatus, saysWhatTheStartChose)
     const HelperStatus status{
         .start = StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded}};
     EXPECT_THAT(plainText(status), HasSubstr("\nThis computer only: on\nDNS-SD: embedded\nPhones"));
-    QJsonObject json = jsonOf(status);
-    EXPECT_EQ(helperStatusIn(json), status);
+    QJsonObject json = JsonForm::of(status);
+    EXPECT_EQ(JsonForm::read<HelperStatus>(json), status);
     EXPECT_EQ(json[QStringLiteral("thisComputerOnly")], true);
     EXPECT_EQ(json[QStringLiteral("dnsSd")], QStringLiteral("embedded"));
     json[QStringLiteral("dnsSd")] = QStringLiteral("avahi");
-    EXPECT_FALSE(helperStatusIn(json));
+    EXPECT_FALSE(JsonForm::read<HelperStatus>(json));
     json.remove(QStringLiteral("dnsSd"));
-    EXPECT_FALSE(helperStatusIn(json));
+    EXPECT_FALSE(JsonForm::read<HelperStatus>(json));
     EXPECT_THAT(plainText(HelperStatus{.start = StartSettings()}),
                 HasSubstr("\nThis computer only: off\nDNS-SD: auto\n"));
 }
@@ -110,7 +111,7 @@ TEST(HelperStatus, asJsonHoldsNamesVerbatim)
 {
     for (const std::string name : {kHostile, "Quillbox K\u00fcche \U0001F4F1", ""}) {
         const std::string json = jsonText(statusWith(name));
-        EXPECT_EQ(helperStatusIn(parsed(json)), statusWith(name));
+        EXPECT_EQ(JsonForm::read<HelperStatus>(parsed(json)), statusWith(name));
     }
 }
 
@@ -130,12 +131,12 @@ TEST(HelperStatus, asJsonGivesATerminalNothingToActUponEither)
 TEST(HelperStatus, isNotReadFromJsonWithAnEntryThatIsUnsound)
 {
     const QJsonObject sound = parsed(jsonText(statusWith("Quillbox")));
-    ASSERT_TRUE(helperStatusIn(sound));
+    ASSERT_TRUE(JsonForm::read<HelperStatus>(sound));
     for (const char* list : {"phones", "relays"}) {
         const auto withEntry = [&](const QJsonValue& entry) {
             QJsonObject object = sound;
             object[QLatin1String(list)] = QJsonArray{entry};
-            return helperStatusIn(object);
+            return JsonForm::read<HelperStatus>(object);
         };
         const QJsonObject entry = sound[QLatin1String(list)].toArray().first().toObject();
         EXPECT_TRUE(withEntry(entry)) << list;
@@ -159,7 +160,7 @@ TEST(HelperStatus, isReadFromJsonOfItsVersionOnly)
     QJsonObject other = parsed(jsonText(statusWith("Quillbox")));
     for (const int version : {0, 2}) {
         other[QStringLiteral("version")] = version;
-        EXPECT_FALSE(helperStatusIn(other)) << version;
+        EXPECT_FALSE(JsonForm::read<HelperStatus>(other)) << version;
     }
 }
 
@@ -167,16 +168,17 @@ TEST(HelperStatus, isReadFromJsonOfACopyThatKnowsNoHints)
 {
     QJsonObject older = parsed(jsonText(statusWith("Quillbox")));
     older.remove(QStringLiteral("hint"));
-    EXPECT_EQ(helperStatusIn(older), statusWith("Quillbox"));
+    EXPECT_EQ(JsonForm::read<HelperStatus>(older), statusWith("Quillbox"));
     older[QStringLiteral("hint")] = true;
-    EXPECT_FALSE(helperStatusIn(older));
+    EXPECT_FALSE(JsonForm::read<HelperStatus>(older));
 }
 
 TEST(HelperStatus, asJsonIsUtf8EvenWhenANameIsNot)
 {
     const std::string json = jsonText(statusWith("Quillbox \xff"));
     EXPECT_TRUE(isValidUtf8(json));
-    EXPECT_EQ(helperStatusIn(parsed(json)).value().phones.at(0).name, "Quillbox \uFFFD");
+    EXPECT_EQ(JsonForm::read<HelperStatus>(parsed(json)).value().phones.at(0).name,
+              "Quillbox \uFFFD");
 }
 
 } // namespace

@@ -114,8 +114,8 @@ TEST_F(StartSettingsTest, thatAreTheDefaultsReplaceWhatCannotBeUsed)
 TEST_F(StartSettingsTest, haveNamesThatAreReadAgain)
 {
     for (const auto choice : {DnsSdChoice::Automatic, DnsSdChoice::Daemon, DnsSdChoice::Embedded})
-        EXPECT_EQ(dnsSdChoiceNamed(nameOf(choice)), choice);
-    EXPECT_EQ(dnsSdChoiceNamed("avahi"), std::nullopt);
+        EXPECT_EQ(valueNamed<DnsSdChoice>(nameOf(choice), kDnsSdNames), choice);
+    EXPECT_EQ(valueNamed<DnsSdChoice>("avahi", kDnsSdNames), std::nullopt);
 }
 
 } // namespace

@@ -2,16 +2,15 @@
 
 #include <QColor>
 
-/// The seven colours of the window. Each is created on first use, on any thread, and stays the same
-/// object for the lifetime of the process.
+/// The seven colours of the window.
 namespace quillbox::Brand {
 
-const QColor& navy();
-const QColor& blue();
-const QColor& slate();
-const QColor& green();
-const QColor& surface();
-const QColor& pale();
-const QColor& border();
+inline constexpr QColor navy(15, 23, 42);
+inline constexpr QColor blue(59, 130, 246);
+inline constexpr QColor slate(71, 85, 105);
+inline constexpr QColor green(22, 163, 74);
+inline constexpr QColor surface(247, 249, 252);
+inline constexpr QColor pale(242, 247, 255);
+inline constexpr QColor border(216, 222, 231);
 
 } // namespace quillbox::Brand

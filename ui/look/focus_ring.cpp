@@ -38,7 +38,7 @@ void FocusRing::paintEvent(QPaintEvent* /*event*/)
 {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    painter.setPen(QPen(Brand::blue(), kThickness));
+    painter.setPen(QPen(Brand::blue, kThickness));
     const qreal half = kThickness / 2.0;
     painter.drawRoundedRect(QRectF(rect()).adjusted(half, half, -half, -half), kRadius, kRadius);
 }

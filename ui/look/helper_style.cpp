@@ -60,7 +60,7 @@ QColor tint(const QColor& colour, double opacity)
 /// the extent of the control visible.
 QColor controlBorder()
 {
-    return tint(Brand::slate(), kBorderStrength);
+    return tint(Brand::slate, kBorderStrength);
 }
 
 /// Tinted with the blue of the filled button, so that push buttons look related, and not like
@@ -68,9 +68,8 @@ QColor controlBorder()
 QColor buttonFill(const QStyleOption& option)
 {
     if (has(option, QStyle::State_Sunken))
-        return tint(Brand::blue(), kPressedStrength);
-    return has(option, QStyle::State_MouseOver) ? tint(Brand::blue(), kHoverStrength)
-                                                : Brand::pale();
+        return tint(Brand::blue, kPressedStrength);
+    return has(option, QStyle::State_MouseOver) ? tint(Brand::blue, kHoverStrength) : Brand::pale;
 }
 
 /// Blue; darker under the pointer, and darker still when pressed.
@@ -80,10 +79,10 @@ void drawFilledButton(QPainter& painter, const QStyleOption& button, int radius)
         RoundedBox::paint(painter, button.rect,
                           {.radius = radius, .fill = colour, .border = colour});
     };
-    lay(Brand::blue());
+    lay(Brand::blue);
     if (!has(button, QStyle::State_Sunken) && !has(button, QStyle::State_MouseOver))
         return;
-    QColor shade = Brand::navy();
+    QColor shade = Brand::navy;
     shade.setAlphaF(has(button, QStyle::State_Sunken) ? kPressShade : kHoverShade);
     lay(shade);
 }
@@ -105,7 +104,7 @@ void drawButton(QPainter& painter, const QStyleOptionButton& button, const QWidg
         return;
     }
     RoundedBox::paint(painter, button.rect,
-                      {.radius = radius, .fill = buttonFill(button), .border = Brand::blue()});
+                      {.radius = radius, .fill = buttonFill(button), .border = Brand::blue});
 }
 
 void drawField(QPainter& painter, const QStyleOption& field)
@@ -118,8 +117,8 @@ const QColor& boxFill(const QStyleOption& box)
 {
     static const QColor white(Qt::white);
     if (has(box, QStyle::State_Sunken))
-        return Brand::border();
-    return has(box, QStyle::State_MouseOver) ? Brand::pale() : white;
+        return Brand::border;
+    return has(box, QStyle::State_MouseOver) ? Brand::pale : white;
 }
 
 void drawIndicator(QPainter& painter, const QStyleOption& box)
@@ -127,8 +126,8 @@ void drawIndicator(QPainter& painter, const QStyleOption& box)
     const bool isOn = has(box, QStyle::State_On);
     RoundedBox::paint(painter, box.rect,
                       {.radius = kIndicatorRadius,
-                       .fill = isOn ? Brand::blue() : boxFill(box),
-                       .border = isOn ? Brand::blue() : Brand::slate()});
+                       .fill = isOn ? Brand::blue : boxFill(box),
+                       .border = isOn ? Brand::blue : Brand::slate});
     if (!isOn)
         return;
     painter.save();
@@ -144,7 +143,7 @@ QColor buttonText(const QStyleOptionButton& button, const QWidget* widget)
     if (isFilled(button, widget))
         return Qt::white;
     if (button.features.testFlag(QStyleOptionButton::Flat) && has(button, QStyle::State_MouseOver))
-        return Brand::navy();
+        return Brand::navy;
     return button.palette.color(QPalette::ButtonText);
 }
 
@@ -166,7 +165,7 @@ void drawScrollBar(QPainter& painter, const QStyleOptionSlider& bar)
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
-    painter.setBrush(isUsed ? Brand::slate() : controlBorder());
+    painter.setBrush(isUsed ? Brand::slate : controlBorder());
     QRectF handle = scrollHandle(bar).adjusted(0, kScrollHandleDistance, 0, -kScrollHandleDistance);
     handle.setLeft(handle.right() - kScrollHandleDistance - kScrollHandleWidth);
     handle.setWidth(kScrollHandleWidth);

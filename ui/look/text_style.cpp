@@ -3,6 +3,7 @@
 #include <QFontInfo>
 #include <QFontMetricsF>
 #include <QLabel>
+#include <QPalette>
 #include <QTextLayout>
 #include <QWidget>
 #include <cmath>
@@ -13,15 +14,6 @@ namespace {
 
 /// Relative to the font size.
 constexpr double kBaseLine = 0.32;
-
-/// Sets only these roles: the others are inherited.
-QPalette paletteOf(const QColor& colour)
-{
-    QPalette palette;
-    for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
-        palette.setColor(role, colour);
-    return palette;
-}
 
 /// What QTextLayout compares with the width of a line to break it.
 double lineWidth(const QString& text, const QFont& font)
@@ -47,17 +39,11 @@ QFont TextStyle::font() const
 
 void TextStyle::apply(QWidget& widget) const
 {
-    PreparedTextStyle(*this).apply(widget);
-}
-
-PreparedTextStyle::PreparedTextStyle(const TextStyle& style)
-    : font(style.font()), palette(paletteOf(style.colour))
-{
-}
-
-void PreparedTextStyle::apply(QWidget& widget) const
-{
-    widget.setFont(font);
+    // Only these roles are set: the others are inherited.
+    QPalette palette;
+    for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
+        palette.setColor(role, colour);
+    widget.setFont(font());
     widget.setPalette(palette);
 }
 

@@ -2,7 +2,6 @@
 
 #include <QColor>
 #include <QFont>
-#include <QPalette>
 #include <QString>
 
 class QLabel;
@@ -21,18 +20,6 @@ struct TextStyle {
 
     /// Gives a label or a button this look; its font family keeps following the desktop's.
     void apply(QWidget& widget) const;
-};
-
-/// A style whose font and palette are created once, for many texts.
-class PreparedTextStyle final {
-public:
-    explicit PreparedTextStyle(const TextStyle& style);
-
-    void apply(QWidget& widget) const;
-
-private:
-    const QFont font;
-    const QPalette palette;
 };
 
 /// The text size of check boxes and fields, of the filled button, and of the one that unfolds the

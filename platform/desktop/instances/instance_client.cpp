@@ -1,10 +1,10 @@
-#include "platform/desktop/instances/instance_client.h"
-
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/desktop/instances/local_socket.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <chrono>
 #include <ctime>
 #include <string_view>
 #include <utility>
@@ -107,68 +107,70 @@ FileDescriptor processBehind(int connection)
     return FileDescriptor(static_cast<int>(::syscall(SYS_pidfd_open, peer.pid, 0)));
 }
 
+class InstanceClient final : public RunningApplication {
+public:
+    InstanceClient(Registration found, std::string activationToken)
+        : registration(std::move(found)), token(std::move(activationToken))
+    {
+    }
+
+    std::int64_t processIdentifier() const override { return registration.processIdentifier; }
+    std::optional<LaunchDate> launchDate() const override { return registration.launchDate; }
+    bool isTerminated() const override { return !isRunning(registration); }
+
+    bool activate() override
+    {
+        return exchange({.token = token}, kActivationLimit) != instance_protocol::kNoDisplay;
+    }
+
+    std::optional<std::string> ask(const std::string& message,
+                                   std::chrono::milliseconds limit) override
+    {
+        const auto answer = exchange({.token = token, .text = message}, limit);
+        return answer ? instance_protocol::answerIn(*answer) : std::nullopt;
+    }
+
+    bool waitForEnd(std::chrono::milliseconds limit) override
+    {
+        const auto deadline = Clock::now() + limit;
+        if (process.isOpen())
+            return await(process.get(), POLLIN, deadline);
+        while (!isTerminated()) {
+            if (Clock::now() >= deadline)
+                return false;
+            ::nanosleep(&kBusyPause, nullptr);
+        }
+        return true;
+    }
+
+private:
+    /// Sends the request and returns the line that answers it.
+    std::optional<std::string> exchange(const instance_protocol::Request& request,
+                                        std::chrono::milliseconds limit)
+    {
+        const auto deadline = Clock::now() + limit;
+        const FileDescriptor connection = connectBefore(deadline, registration);
+        if (!connection.isOpen())
+            return std::nullopt;
+        // Before anything is sent, which may make the process exit.
+        process = processBehind(connection.get());
+        const auto line = instance_protocol::lineOf(request);
+        if (!line || !isPeerOfSameUser(connection.get())
+            || !sendAll(connection.get(), *line + kEndOfLine, deadline))
+            return std::nullopt;
+        return receiveLine(connection.get(), deadline);
+    }
+
+    const Registration registration;
+    const std::string token;
+    FileDescriptor process; ///< a pidfd, set once the instance has been reached
+};
+
 } // namespace
 
-InstanceClient::InstanceClient(Registration found, std::string activationToken)
-    : registration(std::move(found)), token(std::move(activationToken))
+std::shared_ptr<RunningApplication> instanceAt(Registration found, std::string activationToken)
 {
-}
-
-std::int64_t InstanceClient::processIdentifier() const
-{
-    return registration.processIdentifier;
-}
-
-std::optional<RunningApplication::LaunchDate> InstanceClient::launchDate() const
-{
-    return registration.launchDate;
-}
-
-bool InstanceClient::isTerminated() const
-{
-    return !isRunning(registration);
-}
-
-bool InstanceClient::activate()
-{
-    return exchange({.token = token}, kActivationLimit) != instance_protocol::kNoDisplay;
-}
-
-std::optional<std::string> InstanceClient::ask(const std::string& message,
-                                               std::chrono::milliseconds limit)
-{
-    const auto answer = exchange({.token = token, .text = message}, limit);
-    return answer ? instance_protocol::answerIn(*answer) : std::nullopt;
-}
-
-bool InstanceClient::waitForEnd(std::chrono::milliseconds limit)
-{
-    const auto deadline = Clock::now() + limit;
-    if (process.isOpen())
-        return await(process.get(), POLLIN, deadline);
-    while (!isTerminated()) {
-        if (Clock::now() >= deadline)
-            return false;
-        ::nanosleep(&kBusyPause, nullptr);
-    }
-    return true;
-}
-
-/// Sends the request and returns the line that answers it.
-std::optional<std::string> InstanceClient::exchange(const instance_protocol::Request& request,
-                                                    std::chrono::milliseconds limit)
-{
-    const auto deadline = Clock::now() + limit;
-    const FileDescriptor connection = connectBefore(deadline, registration);
-    if (!connection.isOpen())
-        return std::nullopt;
-    // Before anything is sent, which may make the process exit.
-    process = processBehind(connection.get());
-    const auto line = instance_protocol::lineOf(request);
-    if (!line || !isPeerOfSameUser(connection.get())
-        || !sendAll(connection.get(), *line + kEndOfLine, deadline))
-        return std::nullopt;
-    return receiveLine(connection.get(), deadline);
+    return std::make_shared<InstanceClient>(std::move(found), std::move(activationToken));
 }
 
 } // namespace quillbox

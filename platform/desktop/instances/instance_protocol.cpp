@@ -1,5 +1,4 @@
-#include "platform/desktop/instances/instance_protocol.h"
-
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/desktop/process/process.h"
 
 namespace quillbox::instance_protocol {

@@ -1,8 +1,8 @@
-#include "platform/desktop/instances/instance_server.h"
-
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/desktop/instances/local_socket.h"
 
 #include <QPointer>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <array>
 #include <cerrno>
@@ -23,14 +23,13 @@ constexpr std::chrono::milliseconds kSendLimit{5000};
 constexpr std::chrono::milliseconds kAcceptPause{200};
 constexpr qsizetype kMostClients = 32;
 
-} // namespace
-
 /// One connection: reads the request line, waits for the handler's answer, and writes it.
-class InstanceServer::Client final : public QObject {
+class InstanceConnection final : public QObject {
 public:
-    Client(FileDescriptor connection, InstanceServer& owner)
-        : QObject(&owner),
-          server(owner),
+    /// Owned by the server, which owns the handler as well.
+    InstanceConnection(FileDescriptor connection, const RequestHandler& whenAsked, QObject* server)
+        : QObject(server),
+          handler(whenAsked),
           socket(std::move(connection)),
           readable(socket.get(), QSocketNotifier::Read),
           writable(socket.get(), QSocketNotifier::Write)
@@ -43,9 +42,9 @@ public:
         limit.start(kRequestLimit);
     }
 
-    Client(const Client&) = delete;
-    Client& operator=(const Client&) = delete;
-    ~Client() override = default;
+    InstanceConnection(const InstanceConnection&) = delete;
+    InstanceConnection& operator=(const InstanceConnection&) = delete;
+    ~InstanceConnection() override = default;
 
 private:
     void read()
@@ -74,8 +73,8 @@ private:
         limit.start(kAnswerLimit);
         isAsked = true;
         // A copy: the handler may destroy the server, which owns the original and this client.
-        const auto handler = server.handler;
-        handler(*request, [self = QPointer(this)](const std::optional<std::string>& answer) {
+        const auto callback = handler;
+        callback(*request, [self = QPointer(this)](const std::optional<std::string>& answer) {
             if (self && std::exchange(self->isAsked, false))
                 self->send(answer);
         });
@@ -122,7 +121,7 @@ private:
         deleteLater();
     }
 
-    InstanceServer& server;
+    const RequestHandler& handler;
     FileDescriptor socket;
     QSocketNotifier readable;
     QSocketNotifier writable;
@@ -133,34 +132,49 @@ private:
     std::size_t sentCount = 0;
 };
 
-InstanceServer::InstanceServer(FileDescriptor listening, Handler whenAsked)
-    : socket(std::move(listening)),
-      notifier(socket.get(), QSocketNotifier::Read),
-      handler(std::move(whenAsked))
-{
-    connect(&notifier, &QSocketNotifier::activated, this, [this] { accept(); });
-}
-
-void InstanceServer::accept()
-{
-    FileDescriptor connection(
-        ::accept4(socket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
-    if (!connection.isOpen()) {
-        if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED)
-            return;
-        // Most likely for lack of file descriptors. The socket stays readable, so an enabled
-        // notifier would spin.
-        notifier.setEnabled(false);
-        QTimer::singleShot(kAcceptPause, this, [this] { notifier.setEnabled(true); });
-        return;
+class InstanceServer final : public QObject {
+public:
+    InstanceServer(FileDescriptor listening, RequestHandler whenAsked)
+        : socket(std::move(listening)),
+          notifier(socket.get(), QSocketNotifier::Read),
+          handler(std::move(whenAsked))
+    {
+        connect(&notifier, &QSocketNotifier::activated, this, [this] { accept(); });
     }
-    if (!isPeerOfSameUser(connection.get()))
-        return;
-    auto* client = new Client(std::move(connection), *this);
-    // With the notifier as context, since ~InstanceServer destroys it before the child clients.
-    connect(client, &QObject::destroyed, &notifier, [this] { notifier.setEnabled(true); });
-    if (children().size() >= kMostClients)
-        notifier.setEnabled(false);
+
+private:
+    void accept()
+    {
+        FileDescriptor connection(
+            ::accept4(socket.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!connection.isOpen()) {
+            if (errno == EAGAIN || errno == EINTR || errno == ECONNABORTED)
+                return;
+            // Most likely for lack of file descriptors. The socket stays readable, so an enabled
+            // notifier would spin.
+            notifier.setEnabled(false);
+            QTimer::singleShot(kAcceptPause, this, [this] { notifier.setEnabled(true); });
+            return;
+        }
+        if (!isPeerOfSameUser(connection.get()))
+            return;
+        auto* client = new InstanceConnection(std::move(connection), handler, this);
+        // With the notifier as context, since ~InstanceServer destroys it before the child clients.
+        connect(client, &QObject::destroyed, &notifier, [this] { notifier.setEnabled(true); });
+        if (children().size() >= kMostClients)
+            notifier.setEnabled(false);
+    }
+
+    FileDescriptor socket;
+    QSocketNotifier notifier;
+    const RequestHandler handler;
+};
+
+} // namespace
+
+std::unique_ptr<QObject> serveInstances(FileDescriptor listening, RequestHandler whenAsked)
+{
+    return std::make_unique<InstanceServer>(std::move(listening), std::move(whenAsked));
 }
 
 } // namespace quillbox

@@ -1,7 +1,6 @@
 #include "platform/desktop/instances/running_instances.h"
 
-#include "platform/desktop/instances/instance_client.h"
-#include "platform/desktop/instances/instance_server.h"
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/values/standard_error.h"
 
 #include <QPointer>
@@ -45,10 +44,9 @@ public:
         std::string problem;
         if (auto added = addRegistration(options.folders, options.bundleIdentifier, problem)) {
             own = std::move(added->registration);
-            server = std::make_unique<InstanceServer>(
-                std::move(added->socket),
-                [this](const instance_protocol::Request& request,
-                       const InstanceServer::Answer& answer) { take(request, answer); });
+            server = serveInstances(std::move(added->socket),
+                                    [this](const instance_protocol::Request& request,
+                                           const AnswerRequest& answer) { take(request, answer); });
         } else {
             printToStandardError("quillbox-helper: other instances cannot find this one: "
                                  + problem);
@@ -72,8 +70,7 @@ public:
             if (own && each.fileName == own->fileName)
                 running.push_back(self);
             else
-                running.push_back(
-                    std::make_shared<InstanceClient>(std::move(each), options.activationToken));
+                running.push_back(instanceAt(std::move(each), options.activationToken));
         }
         return running;
     }
@@ -115,7 +112,7 @@ public:
     }
 
 private:
-    void take(const instance_protocol::Request& request, const InstanceServer::Answer& answer)
+    void take(const instance_protocol::Request& request, const AnswerRequest& answer)
     {
         if (request.text) {
             hear({.text = *request.text, .permission = request.token},
@@ -153,7 +150,7 @@ private:
     const InstanceOptions options;
     std::optional<Registration> own;
     std::shared_ptr<RunningApplication> self;
-    std::unique_ptr<InstanceServer> server; ///< null when this process is not registered
+    std::unique_ptr<QObject> server; ///< null when this process is not registered
     ActivationHandler handler;
     MessageHandler messageHandler;
     std::optional<std::string> pendingPermission; ///< of an activation before there was a handler
@@ -167,8 +164,7 @@ Running findRunningInstances(const InstanceOptions& options, std::string& proble
     Running running;
     for (Registration& each :
          runningRegistrations(options.folders, options.bundleIdentifier, problem))
-        running.push_back(
-            std::make_shared<InstanceClient>(std::move(each), options.activationToken));
+        running.push_back(instanceAt(std::move(each), options.activationToken));
     return running;
 }
 

@@ -3,9 +3,7 @@
 #include "platform/posix/shared_library.h"
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -13,6 +11,8 @@
 namespace quillbox {
 
 namespace {
+
+using namespace std::chrono_literals;
 
 /// Enough for any bell. A sound server that accepts a sound may never report its end.
 constexpr std::chrono::seconds kLongestSound{5};
@@ -49,84 +49,61 @@ struct Canberra {
     int (*set)(Properties*, const char* key, const char* value) = nullptr;
 };
 
-} // namespace
-
-/// One sound, from the request to its end.
-struct AlertSound::Playback {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool isFinished = false; ///< the sound was played, or is no longer wanted
-    bool isOver = false;     ///< the thread is done
-
-    void finish(bool Playback::*what)
-    {
-        const std::scoped_lock lock(mutex);
-        this->*what = true;
-        changed.notify_all();
-    }
-
-    bool waitFor(bool Playback::*what, std::chrono::milliseconds limit)
-    {
-        std::unique_lock lock(mutex);
-        return changed.wait_for(lock, limit, [&] { return this->*what; });
-    }
-
-    /// On its own thread.
-    void run(const std::string& libraryName)
-    {
-        const Canberra canberra(libraryName);
-        Canberra::Context* context = nullptr;
-        if (!canberra.isComplete || canberra.createContext(&context) != Canberra::kSuccess)
-            return;
-        for (const char* event : kEvents) {
-            if (start(canberra, context, event) == Canberra::kSuccess) {
-                waitFor(&Playback::isFinished, kLongestSound);
-                break;
-            }
-        }
-        canberra.destroyContext(context);
-    }
-
-private:
-    int start(const Canberra& canberra, Canberra::Context* context, const char* event)
-    {
-        Canberra::Properties* properties = nullptr;
-        if (const int error = canberra.createProperties(&properties); error != Canberra::kSuccess)
-            return error;
-        canberra.set(properties, "event.id", event);
-        canberra.set(properties, "application.name", "Quillbox Helper");
-        const auto finished = [](Canberra::Context*, std::uint32_t /*id*/, int /*error*/,
-                                 void* self) {
-            static_cast<Playback*>(self)->finish(&Playback::isFinished);
-        };
-        const int error = canberra.play(context, 1, properties, finished, this);
-        canberra.destroyProperties(properties);
+int start(const Canberra& canberra, Canberra::Context* context, const char* event,
+          std::counting_semaphore<>& ends)
+{
+    Canberra::Properties* properties = nullptr;
+    if (const int error = canberra.createProperties(&properties); error != Canberra::kSuccess)
         return error;
+    canberra.set(properties, "event.id", event);
+    canberra.set(properties, "application.name", "Quillbox Helper");
+    const auto finished = [](Canberra::Context*, std::uint32_t /*id*/, int /*error*/, void* data) {
+        static_cast<std::counting_semaphore<>*>(data)->release();
+    };
+    const int error = canberra.play(context, 1, properties, finished, &ends);
+    canberra.destroyProperties(properties);
+    return error;
+}
+
+/// On its own thread.
+void playWith(const std::string& libraryName, std::counting_semaphore<>& ends)
+{
+    const Canberra canberra(libraryName);
+    Canberra::Context* context = nullptr;
+    if (!canberra.isComplete || canberra.createContext(&context) != Canberra::kSuccess)
+        return;
+    for (const char* event : kEvents) {
+        if (start(canberra, context, event, ends) == Canberra::kSuccess) {
+            static_cast<void>(ends.try_acquire_for(kLongestSound));
+            break;
+        }
     }
-};
+    canberra.destroyContext(context);
+}
+
+} // namespace
 
 AlertSound::AlertSound(std::string libraryName) : library(std::move(libraryName)) {}
 
 AlertSound::~AlertSound()
 {
-    if (!playback)
+    if (!playback.valid())
         return;
-    playback->finish(&Playback::isFinished);
-    playback->waitFor(&Playback::isOver, kLimitOfEnd);
+    ends->release();
+    playback.wait_for(kLimitOfEnd);
 }
 
 void AlertSound::play()
 {
-    if (playback && !playback->waitFor(&Playback::isOver, {}))
+    if (playback.valid() && playback.wait_for(0s) != std::future_status::ready)
         return;
-    playback = std::make_shared<Playback>();
+    ends = std::make_shared<std::counting_semaphore<>>(0);
+    std::packaged_task<void()> task([ends = ends, library = library] { playWith(library, *ends); });
+    playback = task.get_future();
     try {
-        std::thread([playback = playback, library = library] {
-            playback->run(library);
-            playback->finish(&Playback::isOver);
-        }).detach();
+        std::thread(std::move(task)).detach();
     } catch (const std::system_error&) {
-        playback = nullptr; // no thread, no sound
+        playback = {}; // no thread, no sound
     }
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <future>
 #include <memory>
+#include <semaphore>
 #include <string>
 
 namespace quillbox {
@@ -24,10 +26,9 @@ public:
     void play();
 
 private:
-    struct Playback;
-
     const std::string library;
-    std::shared_ptr<Playback> playback; ///< the last one; shared with its thread
+    std::shared_ptr<std::counting_semaphore<>> ends; ///< of the last sound; shared with its thread
+    std::future<void> playback;                      ///< ready when that thread is done
 };
 
 } // namespace quillbox

@@ -7,6 +7,27 @@
 
 namespace quillbox {
 
+/// What the main group of a desktop entry says about its program (Desktop Entry Specification of
+/// freedesktop.org). A value.
+struct DesktopEntry {
+    std::string name = {};
+    std::string command = {}; ///< the value of Exec, without the escapes of the file format
+    bool isForTerminal = false;
+    bool isBusActivatable = false;
+    bool isFileManager = false;
+
+    bool operator==(const DesktopEntry&) const = default;
+};
+
+/// Parses the text of a desktop entry; skips what it does not know.
+DesktopEntry parsedDesktopEntry(std::string_view text);
+
+/// The arguments that make the program open a URL, which they contain unchanged. (`gio launch`
+/// would not do: where GVfs runs, it changes the share in an smb URL to lower case.) nullopt if the
+/// program takes no URLs, or if its command is malformed.
+std::optional<std::vector<std::string>> argumentsToOpen(const std::string& url,
+                                                        const DesktopEntry& entry);
+
 /// A program that opens folders by their URL: it needs no terminal, and its desktop entry says that
 /// it takes URLs. A program that does not would be started without the URL and show another folder.
 struct FolderHandler {

@@ -1,19 +1,79 @@
 #include "platform/desktop/opening/smb_opener.h"
 
-#include "platform/desktop/opening/smb_location.h"
 #include "platform/values/standard_error.h"
+#include "platform/values/text.h"
 
+#include <QByteArray>
 #include <QElapsedTimer>
 #include <QTimer>
 #include <algorithm>
-#include <map>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
+
+#include <arpa/inet.h>
 
 namespace quillbox {
 
 namespace {
+
+constexpr std::string_view kScheme = "smb://";
+constexpr const char* kServiceSuffix = "._smb._tcp.local";
+constexpr std::uint16_t kSmbPort = 445;
+
+/// Where the host of an smb URL begins and ends, in a URL without a port. What precedes and follows
+/// it is encoded, so that it contains neither "@" nor "/".
+struct HostPlace {
+    explicit HostPlace(std::string_view url)
+        : end(std::min(url.find('/', kScheme.size()), url.size()))
+    {
+        const auto at = url.substr(0, end).find('@');
+        begin = at == std::string_view::npos ? kScheme.size() : at + 1;
+    }
+
+    std::size_t begin = 0;
+    std::size_t end;
+};
+
+/// The instance name, if the host of the URL is the name of a DNS-SD service.
+std::optional<std::string> instanceNameIn(const std::string& url)
+{
+    const HostPlace place(url);
+    const auto host = QByteArray::fromPercentEncoding(
+        QByteArray::fromStdString(url.substr(place.begin, place.end - place.begin)));
+    if (!host.endsWith(kServiceSuffix))
+        return std::nullopt;
+    return host.first(host.lastIndexOf(kServiceSuffix)).toStdString();
+}
+
+bool isIpv6Address(const std::string& text)
+{
+    in6_addr address{};
+    return inet_pton(AF_INET6, text.c_str(), &address) == 1;
+}
+
+/// The URL with another host, a name or an IP address (IPv6 optionally with a zone identifier,
+/// RFC 6874). nullopt for a host, which comes from the network, that no URL can contain.
+std::optional<std::string> urlAt(const HostEndpoint& server, const std::string& url)
+{
+    const std::string& host = server.host;
+    if (host.empty() || host.find('\0') != std::string::npos || !isValidUtf8(host)
+        || server.port == 0)
+        return std::nullopt;
+    const auto scopeMark = std::min(host.find('%'), host.size());
+    const std::string address = host.substr(0, scopeMark);
+    std::string text = percentEncoded(host, kSubDelimitersInUrls);
+    if (isIpv6Address(address)) {
+        const auto scope = host.substr(std::min(scopeMark + 1, host.size()));
+        text = '[' + address
+               + (scope.empty() ? "" : "%25" + percentEncoded(scope, kSubDelimitersInUrls)) + ']';
+    }
+    if (server.port != kSmbPort)
+        text += ':' + std::to_string(server.port);
+    const HostPlace place(url);
+    return std::string(url).replace(place.begin, place.end - place.begin, text);
+}
 
 /// What all openings share.
 struct Means {
@@ -27,14 +87,12 @@ class Opening final : public std::enable_shared_from_this<Opening> {
 public:
     using Opened = SmbOpener::Opened;
 
-    Opening(const Means& openerMeans, const std::string& unchangedUrl, const std::string& itsToken,
-            std::function<void()> whenFailed)
+    Opening(const Means& openerMeans, const std::string& unchangedUrl, const std::string& itsToken)
         : wantedUrl(unchangedUrl),
           means(openerMeans),
           url(unchangedUrl),
           token(itsToken),
-          begin(openerMeans.browser.log.now()),
-          failed(std::move(whenFailed))
+          begin(openerMeans.browser.log.now())
     {
         patience.setSingleShot(true);
         patience.setTimerType(Qt::PreciseTimer);
@@ -42,31 +100,30 @@ public:
 
     const std::string wantedUrl; ///< as passed to SmbOpener::open()
 
-    void start(const SmbLocation& location)
+    void start()
     {
-        const auto instanceName = smbInstanceName(location.host);
+        const auto instanceName = instanceNameIn(url);
         if (!instanceName) {
             handOver();
             return;
         }
         QObject::connect(&patience, &QTimer::timeout, &patience, [this] { located(std::nullopt); });
         patience.start(means.times.location);
-        means.locator.locate(*instanceName, [weak = weak_from_this(),
-                                             location](const std::optional<HostEndpoint>& server) {
-            const auto self = weak.lock();
-            if (!self)
-                return;
-            self->located(server ? std::optional(smbUrlAt(location, *server)) : std::nullopt);
+        means.locator.locate(*instanceName, [weak = weak_from_this()](const auto& server) {
+            if (const auto self = weak.lock())
+                self->located(server);
         });
     }
 
     /// Whether the user cannot tell yet that it opens anything.
     bool isRecent() const
     {
-        return !sinceHandOver.isValid() || sinceHandOver.elapsed() < means.times.moment.count();
+        return !hasFailed
+               && (!sinceHandOver.isValid()
+                   || sinceHandOver.elapsed() < means.times.moment.count());
     }
 
-    bool isOver() const { return isOpen; }
+    bool isOver() const { return isOpen || hasFailed; }
 
     void join(Opened opened)
     {
@@ -85,14 +142,13 @@ private:
                  [&] { return text() + ", after " + durationText(log.now() - begin); });
     }
 
-    void located(const std::optional<std::string>& locatedUrl)
+    void located(const std::optional<HostEndpoint>& server)
     {
         if (std::exchange(isLocated, true))
             return;
         patience.stop();
-        tell([&] { return std::string(locatedUrl ? "server found" : "server not found"); });
-        // The host name comes from the network and may not result in a valid URL.
-        if (locatedUrl && parseSmbUrl(*locatedUrl))
+        tell([&] { return std::string(server ? "server found" : "server not found"); });
+        if (const auto locatedUrl = server ? urlAt(*server, url) : std::nullopt)
             url = *locatedUrl;
         else
             printToStandardError("quillbox-helper: not found on this network, opening unchanged: "
@@ -109,13 +165,13 @@ private:
 
     void end(const std::optional<std::string>& with)
     {
-        const auto self = shared_from_this(); // `failed` drops the opening
+        const auto self = shared_from_this(); // a report may make the opener drop it
         if (with) {
             tell([&] { return "opened with " + *with; });
             isOpen = true;
         } else {
             printToStandardError("quillbox-helper: no file manager can open " + url);
-            failed();
+            hasFailed = true;
         }
         const std::optional<std::string> reason =
             with ? std::nullopt : std::optional<std::string>("No file manager opened the share");
@@ -133,9 +189,9 @@ private:
     std::string url; ///< the URL to open, with the server's address once it is known
     const std::string token;
     const Log::Clock::time_point begin;
-    std::function<void()> failed;
     bool isLocated = false;
     bool isOpen = false;
+    bool hasFailed = false;
     QTimer patience;
     QElapsedTimer sinceHandOver; ///< invalid before that
     std::unique_ptr<FolderShowing> showing;
@@ -148,51 +204,26 @@ public:
 
     void open(const std::string& url, const std::string& token, Opened opened) override
     {
-        const auto location = parseSmbUrl(url);
-        if (!location) {
-            printToStandardError("quillbox-helper: not opened, not a valid smb URL: " + url);
-            if (opened)
-                opened("Not a valid address of a share");
-            return;
-        }
-        std::erase_if(openings, [](const auto& entry) {
-            return entry.second->isOver() && !entry.second->isRecent();
+        std::erase_if(openings,
+                      [](const auto& each) { return each->isOver() && !each->isRecent(); });
+        const auto recent = std::find_if(openings.begin(), openings.end(), [&](const auto& each) {
+            return each->wantedUrl == url && each->isRecent();
         });
-        if (const auto recent = recentOpeningOf(url)) {
-            recent->join(std::move(opened));
+        if (recent != openings.end()) {
+            // A copy: the report may open something else.
+            const auto joined = *recent;
+            joined->join(std::move(opened));
             return;
         }
-        const int number = ++lastNumber;
-        const auto opening =
-            std::make_shared<Opening>(means, url, token, [this, number] { drop(number); });
-        openings.emplace(number, opening);
+        const auto opening = std::make_shared<Opening>(means, url, token);
+        openings.push_back(opening);
         opening->join(std::move(opened));
-        opening->start(*location);
+        opening->start();
     }
 
 private:
-    std::shared_ptr<Opening> recentOpeningOf(const std::string& url) const
-    {
-        const auto found = std::find_if(openings.begin(), openings.end(), [&url](const auto& each) {
-            return each.second->wantedUrl == url && each.second->isRecent();
-        });
-        return found == openings.end() ? nullptr : found->second;
-    }
-
-    /// Called by the opening itself, so it is destroyed later.
-    void drop(int number)
-    {
-        const auto found = openings.find(number);
-        if (found == openings.end())
-            return;
-        QTimer::singleShot(0, &context, [old = std::move(found->second)] {});
-        openings.erase(found);
-    }
-
     const Means means;
-    std::map<int, std::shared_ptr<Opening>> openings;
-    int lastNumber = 0;
-    QObject context;
+    std::vector<std::shared_ptr<Opening>> openings;
 };
 
 } // namespace

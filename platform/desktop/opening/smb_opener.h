@@ -22,8 +22,8 @@ public:
     /// Cancels what is still being opened.
     virtual ~SmbOpener() = default;
 
-    /// Returns at once; refuses a URL that parseSmbUrl() does not accept. `token` is an activation
-    /// token for the file manager; may be empty.
+    /// Returns at once. `url` is an encoded smb URL without a port; only its host is looked at.
+    /// `token` is an activation token for the file manager; may be empty.
     ///
     /// A request joins an earlier one for the same URL, whose result it shares, until a file
     /// manager has had a moment to show its window (SmbOpenerTimes::moment): a user who clicks

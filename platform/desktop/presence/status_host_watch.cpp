@@ -1,8 +1,5 @@
 #include "platform/desktop/presence/status_host_watch.h"
 
-#include "platform/desktop/presence/notifier_watch.h"
-#include "platform/desktop/presence/tray_manager_watch.h"
-
 #include <QGuiApplication>
 #include <QLibraryInfo>
 #include <QTimer>

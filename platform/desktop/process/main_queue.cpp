@@ -7,7 +7,6 @@
 #include <QTimer>
 #include <algorithm>
 #include <deque>
-#include <map>
 #include <mutex>
 #include <utility>
 
@@ -16,147 +15,104 @@ namespace quillbox {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-using Work = DispatchQueue::Work;
 
-/// Longer delays take several timer runs: QTimer's interval is an int in milliseconds.
-constexpr std::chrono::milliseconds kLongestTimer = std::chrono::hours(1);
-
-/// State shared between the threads. It outlives the Loop as long as somebody holds the queue.
-struct Shared {
-    std::mutex mutex;
-    QObject* loop = nullptr; ///< receives the wake-up events; null after shutdown
-    bool isWakeUpPosted = false;
-    std::deque<Work> pending;
-    std::multimap<Clock::time_point, Work> delayed; ///< equal times stay in order
-};
-
-/// The caller holds the mutex.
-void wakeUp(Shared& shared)
-{
-    if (std::exchange(shared.isWakeUpPosted, true))
-        return;
-    QCoreApplication::postEvent(shared.loop, new QEvent(QEvent::User));
-}
-
-class EventLoopQueue final : public DispatchQueue {
+/// Its object of the event loop, on the main thread, runs the closures.
+class EventLoopQueue final : public DispatchQueue,
+                             public std::enable_shared_from_this<EventLoopQueue> {
 public:
-    EventLoopQueue(std::shared_ptr<Shared> state, QThread* mainThread)
-        : shared(std::move(state)), thread(mainThread)
-    {
-    }
+    explicit EventLoopQueue(QObject& mainLoop) : thread(mainLoop.thread()), loop(&mainLoop) {}
 
     void async(Work work) override
     {
-        const std::scoped_lock lock(shared->mutex);
-        if (!shared->loop)
+        const std::scoped_lock lock(mutex);
+        if (!loop)
             return;
-        shared->pending.push_back(std::move(work));
-        wakeUp(*shared);
+        pending.push_back(std::move(work));
+        wakeUp();
     }
 
     void asyncAfter(std::chrono::milliseconds delay, Work work) override
     {
-        const auto due = Clock::now() + delay;
-        const std::scoped_lock lock(shared->mutex);
-        if (!shared->loop)
-            return;
-        shared->delayed.emplace(due, std::move(work));
-        wakeUp(*shared);
+        async([self = shared_from_this(), due = Clock::now() + delay,
+               work = std::move(work)]() mutable {
+            // Destroyed with the loop, and the closure with it.
+            auto* timer = new QTimer(self->loop);
+            timer->setSingleShot(true);
+            timer->setTimerType(Qt::PreciseTimer);
+            timer->callOnTimeout([self, timer, work = std::move(work)]() mutable {
+                timer->deleteLater();
+                self->async(std::move(work));
+            });
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
+            timer->start(std::max(left, std::chrono::milliseconds(0)));
+        });
     }
 
     bool isCurrent() const override { return QThread::currentThread() == thread; }
     const std::string& label() const override { return name; }
     QualityOfService qualityOfService() const override { return QualityOfService::Unspecified; }
 
+    /// Runs the first closure, unless one is running, and has the loop call this again if there are
+    /// more.
+    void turn()
+    {
+        Work work;
+        {
+            const std::scoped_lock lock(mutex);
+            isWakeUpPosted = false;
+            if (isRunning || pending.empty())
+                return;
+            work = std::move(pending.front());
+            pending.pop_front();
+        }
+        isRunning = true;
+        work();
+        work = nullptr;
+        isRunning = false;
+        const std::scoped_lock lock(mutex);
+        if (loop && !pending.empty())
+            wakeUp();
+    }
+
+    void shutDown()
+    {
+        // Destroyed without the lock: a closure's destructor may submit another closure.
+        std::deque<Work> rest;
+        const std::scoped_lock lock(mutex);
+        loop = nullptr;
+        rest.swap(pending);
+    }
+
 private:
-    const std::shared_ptr<Shared> shared;
+    /// The caller holds the mutex.
+    void wakeUp()
+    {
+        if (!std::exchange(isWakeUpPosted, true))
+            QCoreApplication::postEvent(loop, new QEvent(QEvent::User));
+    }
+
     QThread* const thread;
     const std::string name = "main";
+    std::mutex mutex;
+    QObject* loop; ///< receives the wake-up events; null after shutdown
+    bool isWakeUpPosted = false;
+    bool isRunning = false; ///< used on the main thread only
+    std::deque<Work> pending;
 };
 
-/// Runs the closures, on the main thread.
 class Loop final : public QObject, public MainQueue {
 public:
-    Loop()
-    {
-        shared->loop = this;
-        timer.setSingleShot(true);
-        timer.setTimerType(Qt::PreciseTimer);
-        timer.callOnTimeout(this, [this] { turn(); });
-    }
-
-    ~Loop() override
-    {
-        std::deque<Work> pending;
-        std::multimap<Clock::time_point, Work> delayed;
-        {
-            const std::scoped_lock lock(shared->mutex);
-            shared->loop = nullptr;
-            pending.swap(shared->pending);
-            delayed.swap(shared->delayed);
-        }
-        // Destroyed here, without the lock: a closure's destructor may submit another closure.
-    }
-
+    Loop() = default;
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
+    ~Loop() override { handle->shutDown(); }
 
     std::shared_ptr<DispatchQueue> queue() override { return handle; }
 
 private:
-    void customEvent(QEvent* /*event*/) override
-    {
-        {
-            const std::scoped_lock lock(shared->mutex);
-            shared->isWakeUpPosted = false;
-        }
-        turn();
-    }
+    void customEvent(QEvent* /*event*/) override { handle->turn(); }
 
-    /// Runs the first closure if it is due, and schedules the next wake-up.
-    void turn()
-    {
-        if (isRunning)
-            return;
-        Work work = takeNext();
-        if (work) {
-            isRunning = true;
-            work();
-            work = nullptr;
-            isRunning = false;
-        }
-        const std::scoped_lock lock(shared->mutex);
-        if (!shared->pending.empty())
-            wakeUp(*shared);
-        else if (!shared->delayed.empty())
-            timer.start(timeUntil(shared->delayed.begin()->first));
-    }
-
-    Work takeNext()
-    {
-        const std::scoped_lock lock(shared->mutex);
-        const auto now = Clock::now();
-        auto& delayed = shared->delayed;
-        while (!delayed.empty() && delayed.begin()->first <= now)
-            shared->pending.push_back(std::move(delayed.extract(delayed.begin()).mapped()));
-        if (shared->pending.empty())
-            return nullptr;
-        Work work = std::move(shared->pending.front());
-        shared->pending.pop_front();
-        return work;
-    }
-
-    static std::chrono::milliseconds timeUntil(Clock::time_point due)
-    {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now());
-        return std::clamp(left, std::chrono::milliseconds(0), kLongestTimer);
-    }
-
-    const std::shared_ptr<Shared> shared = std::make_shared<Shared>();
-    const std::shared_ptr<DispatchQueue> handle =
-        std::make_shared<EventLoopQueue>(shared, thread());
-    QTimer timer;
-    bool isRunning = false;
+    const std::shared_ptr<EventLoopQueue> handle = std::make_shared<EventLoopQueue>(*this);
 };
 
 } // namespace

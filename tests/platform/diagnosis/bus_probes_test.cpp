@@ -1,4 +1,4 @@
-#include "platform/diagnosis/bus_probes.h"
+#include "platform/diagnosis/desktop_probes.h"
 #include "tests/platform/desktop/qt_support.h"
 
 #include <QCoreApplication>

@@ -1,4 +1,4 @@
-#include "platform/diagnosis/firewall_probe.h"
+#include "platform/diagnosis/desktop_probes.h"
 
 #include <cstdlib>
 #include <filesystem>
@@ -13,14 +13,35 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(FirewallProbe, ufwIsOnWhereItsConfigurationSaysYes)
+class FirewallProbe : public ::testing::Test {
+protected:
+    FirewallProbe()
+    {
+        std::string pattern = fs::temp_directory_path() / "quillbox-XXXXXX";
+        root = ::mkdtemp(pattern.data());
+        fs::create_directories(configuration().parent_path());
+    }
+    ~FirewallProbe() override { fs::remove_all(root); }
+
+    fs::path configuration() const { return root / "etc/ufw/ufw.conf"; }
+
+    Seen ufwIn(const char* text) const
+    {
+        std::ofstream(configuration()) << text;
+        return probeUfw(root);
+    }
+
+    fs::path root;
+};
+
+TEST_F(FirewallProbe, ufwIsOnWhereItsConfigurationSaysYes)
 {
     EXPECT_EQ(ufwIn("# /etc/ufw/ufw.conf\n\nENABLED=yes\nLOGLEVEL=low\n"), Seen::Yes);
     EXPECT_EQ(ufwIn("ENABLED=\"yes\""), Seen::Yes);
     EXPECT_EQ(ufwIn("  ENABLED = yes\r\n"), Seen::Yes);
 }
 
-TEST(FirewallProbe, ufwIsOffOtherwise)
+TEST_F(FirewallProbe, ufwIsOffOtherwise)
 {
     EXPECT_EQ(ufwIn("ENABLED=no\n"), Seen::No);
     EXPECT_EQ(ufwIn("ENABLED=maybe\n"), Seen::No);
@@ -29,22 +50,14 @@ TEST(FirewallProbe, ufwIsOffOtherwise)
     EXPECT_EQ(ufwIn(""), Seen::No);
 }
 
-TEST(FirewallProbe, ufwIsUnknownWhereItsConfigurationCannotBeRead)
+TEST_F(FirewallProbe, ufwIsUnknownWhereItsConfigurationCannotBeRead)
 {
-    std::string pattern = fs::temp_directory_path() / "quillbox-XXXXXX";
-    const fs::path root = ::mkdtemp(pattern.data());
-    const auto configuration = root / "etc/ufw/ufw.conf";
-    fs::create_directories(configuration.parent_path());
     EXPECT_EQ(probeUfw(root), Seen::No) << "there is none";
-    std::ofstream(configuration) << "ENABLED=yes\n";
-    EXPECT_EQ(probeUfw(root), Seen::Yes);
-    fs::remove(configuration);
-    fs::create_symlink("ufw.conf", configuration);
+    fs::create_symlink("ufw.conf", configuration());
     EXPECT_EQ(probeUfw(root), Seen::Unknown) << "it leads to itself";
-    fs::remove(configuration);
-    fs::create_directory(configuration);
+    fs::remove(configuration());
+    fs::create_directory(configuration());
     EXPECT_EQ(probeUfw(root), Seen::Unknown) << "it is a folder";
-    fs::remove_all(root);
 }
 
 } // namespace

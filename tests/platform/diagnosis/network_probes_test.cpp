@@ -1,6 +1,4 @@
-#include "platform/diagnosis/interface_survey.h"
-#include "platform/diagnosis/kernel_tables.h"
-#include "platform/diagnosis/multicast_probe.h"
+#include "platform/diagnosis/network_probes.h"
 #include "tests/fakes/socket_addresses.h"
 #include "tests/platform/netlink/network_namespace.h"
 
@@ -12,7 +10,7 @@
 #include <cstring>
 #include <functional>
 #include <future>
-#include <set>
+#include <map>
 #include <string>
 #include <thread>
 #include <utility>
@@ -113,7 +111,7 @@ TEST(InterfaceSurvey, knowsBridgesAndTunnels)
     });
 }
 
-TEST(KernelTables, aDefaultRouteMayConsistOfTwoHalves)
+TEST(InterfaceSurvey, aDefaultRouteMayConsistOfTwoHalves)
 {
     inNetworkNamespace([] {
         addCable("wire0", "wire1");
@@ -123,15 +121,13 @@ TEST(KernelTables, aDefaultRouteMayConsistOfTwoHalves)
         ip("route add 64.0.0.0/2 dev wire2");
         // As transparent proxies have it: it leads to this computer.
         ip("route add local default dev wire3 table 100");
-        const auto index = [](const char* name) {
-            return static_cast<int>(::if_nametoindex(name));
-        };
-        EXPECT_EQ(readKernelTables().defaultRoutes,
-                  (std::set<int>{index("wire0"), index("wire1")}));
+        const Survey survey = surveyInterfaces();
+        for (const char* name : {"wire0", "wire1", "wire2", "wire3"})
+            EXPECT_EQ(factsOf(survey, name).hasDefaultRoute, name < std::string("wire2")) << name;
     });
 }
 
-TEST(KernelTables, aNeighbourCountsOnceAndOnlyWhileItIsKnown)
+TEST(InterfaceSurvey, aNeighbourCountsOnceAndOnlyWhileItIsKnown)
 {
     inNetworkNamespace([] {
         addCable("wire0", "wire1");
@@ -145,21 +141,19 @@ TEST(KernelTables, aNeighbourCountsOnceAndOnlyWhileItIsKnown)
         add("192.0.2.3", "2", "stale");
         add("192.0.2.4", "4", "reachable");
         add("192.0.2.5", "5", "noarp");
-        const auto tables = readKernelTables();
-        const int index = static_cast<int>(::if_nametoindex("wire0"));
-        ASSERT_TRUE(tables.neighbours.contains(index));
-        EXPECT_EQ(tables.neighbours.at(index), 2U);
+        EXPECT_EQ(factsOf(surveyInterfaces(), "wire0").neighbours, 2U);
     });
 }
 
 /// A responder in a network namespace of its own, at the other end of a cable. Answers each query
-/// that it gets: one from the port of multicast DNS by multicast, others to the asker.
+/// that it gets: one from the port of multicast DNS by multicast, others to the asker, and with a
+/// response of `size` bytes.
 class Responder final {
 public:
     /// Takes over the interface, which gets the address. Calls `before` before each answer.
     Responder(const std::string& interface, const std::string& address,
-              std::function<void()> before = {})
-        : whenAsked(std::move(before))
+              std::function<void()> before = {}, std::size_t size = 12)
+        : whenAsked(std::move(before)), responseSize(size)
     {
         std::promise<long> ready;
         auto place = ready.get_future();
@@ -186,13 +180,13 @@ public:
     Responder& operator=(const Responder&) = delete;
     ~Responder() { stop(); }
 
-    /// The ports from which it was asked.
-    std::set<std::uint16_t> stop()
+    /// The queries that it got, by the ports from which it was asked.
+    std::map<std::uint16_t, std::string> stop()
     {
         isOver = true;
         if (thread.joinable())
             thread.join();
-        return ports;
+        return queries;
     }
 
 private:
@@ -223,24 +217,25 @@ private:
             std::array<char, 9000> query{};
             sockaddr_in from{};
             socklen_t size = sizeof from;
-            ::recvfrom(socket, query.data(), query.size(), 0, reinterpret_cast<sockaddr*>(&from),
-                       &size);
-            ports.insert(ntohs(from.sin_port));
+            const auto length = ::recvfrom(socket, query.data(), query.size(), 0,
+                                           reinterpret_cast<sockaddr*>(&from), &size);
+            queries[ntohs(from.sin_port)].assign(query.data(), static_cast<std::size_t>(length));
             if (whenAsked)
                 whenAsked();
             if (ntohs(from.sin_port) == 5353)
                 ::inet_pton(AF_INET, "224.0.0.251", &from.sin_addr);
             // A response with one answer, whose content nobody reads.
             const std::array<unsigned char, 12> response{0, 0, 0x84, 0, 0, 0, 0, 1, 0, 0, 0, 0};
-            ::sendto(socket, response.data(), response.size(), 0,
-                     reinterpret_cast<sockaddr*>(&from), size);
+            ::sendto(socket, response.data(), responseSize, 0, reinterpret_cast<sockaddr*>(&from),
+                     size);
         }
     }
 
     const std::function<void()> whenAsked;
     std::thread thread;
     std::atomic<bool> isOver = false;
-    std::set<std::uint16_t> ports;
+    const std::size_t responseSize;
+    std::map<std::uint16_t, std::string> queries;
 };
 
 /// What the probe finds on one end of a cable after `change` of what the survey says.
@@ -284,9 +279,46 @@ TEST(MulticastProbe, hearsItsOwnQueriesAndTheAnswersOfOthers)
         EXPECT_FALSE(facts.sendError) << facts.sendError.message();
         EXPECT_EQ(facts.hostsHeard, 1U);
         EXPECT_EQ(facts.hostsAnswered, 1U);
-        const auto ports = responder.stop();
-        EXPECT_THAT(ports, Contains(5353)) << "it asks for answers by multicast, too";
-        EXPECT_GE(ports.size(), 2U);
+        const auto queries = responder.stop();
+        EXPECT_GE(queries.size(), 2U);
+        ASSERT_TRUE(queries.contains(5353)) << "it asks for answers by multicast, too";
+        using namespace std::string_literals;
+        EXPECT_EQ(queries.at(5353), "\0\0\0\0\0\2\0\0\0\0\0\0"s
+                                    "\x09_services\x07_dns-sd\x04_udp\x05local\0\0\x0c\0\1"s
+                                    "\x06_phone\x04_tcp\x05local\0\0\x0c\0\1"s);
+        const auto& own = *queries.rbegin();
+        EXPECT_EQ(own.second.substr(0, 2),
+                  (std::string{static_cast<char>(own.first >> 8U), static_cast<char>(own.first)}));
+    });
+}
+
+TEST(MulticastProbe, hearsItsOwnQueriesOverIpv6)
+{
+    inNetworkNamespace([] {
+        addCable("wire0", "wire1");
+        ip("addr add fd00::1/64 dev wire0 nodad");
+        awaitRunning("wire0");
+        Survey survey = surveyInterfaces();
+        const auto& facts = factsOf(survey, "wire0").ipv6;
+        for (int attempt = 0; attempt < 20 && !facts.isOwnHeard; ++attempt)
+            probeMulticast(survey, kType, 400ms);
+        EXPECT_TRUE(facts.isOwnHeard);
+        EXPECT_FALSE(facts.listenError) << facts.listenError.message();
+        EXPECT_FALSE(facts.sendError) << facts.sendError.message();
+    });
+}
+
+TEST(MulticastProbe, takesNothingForAnAnswerThatIsShorterThanAHeader)
+{
+    inNetworkNamespace([] {
+        addOwnEnd();
+        const Responder responder("wire1", "192.0.2.2", {}, 11);
+        awaitRunning("wire0");
+        MulticastFacts facts;
+        for (int attempt = 0; attempt < 20 && facts.hostsHeard == 0; ++attempt)
+            facts = probed([](const auto&) {});
+        EXPECT_EQ(facts.hostsHeard, 1U);
+        EXPECT_EQ(facts.hostsAnswered, 0U);
     });
 }
 

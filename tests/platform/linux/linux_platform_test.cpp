@@ -45,14 +45,14 @@ public:
     std::shared_ptr<Listener> listen()
     {
         std::error_code error;
-        auto listener = platform.network().makeListener({}, kPort, error);
+        auto listener = platform.makeListener({}, kPort, error);
         EXPECT_TRUE(listener) << error.message();
         return listener;
     }
 
     std::shared_ptr<DispatchQueue> makeQueue()
     {
-        return platform.dispatch().makeQueue("test", QualityOfService::UserInitiated);
+        return platform.makeQueue("test", QualityOfService::UserInitiated);
     }
 
 private:
@@ -110,9 +110,9 @@ TEST(LinuxPlatform, findsTheFileServerThatItAdvertises)
         listener->setNewConnectionHandler([](const auto&) {});
         listener->start(queue);
         ASSERT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
-        here.platform.dispatch().mainQueue()->async([&] {
-            here.platform.serviceLocator().locate(
-                "Office", [&located](auto found) { located.set_value(std::move(found)); });
+        here.platform.mainQueue()->async([&] {
+            here.platform.locate("Office",
+                                 [&located](auto found) { located.set_value(std::move(found)); });
         });
         auto result = located.get_future();
         ASSERT_EQ(result.wait_for(kPatience), std::future_status::ready);
@@ -128,10 +128,10 @@ TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
         setLoopbackUp(true);
         std::promise<bool> changed;
         PlatformHere here(DnsSdMode::Automatic);
-        NetworkView& view = here.platform.networkView();
+        NetworkView& view = here.platform;
         view.setChangedHandler([&] { changed.set_value(view.isAvailable()); });
         EXPECT_TRUE(view.isAvailable());
-        const auto browser = here.platform.network().makeBrowser("_smb._tcp", {});
+        const auto browser = here.platform.makeBrowser("_smb._tcp", {});
         auto isAvailable = changed.get_future();
         ASSERT_EQ(isAvailable.wait_for(kPatience), std::future_status::ready);
         EXPECT_FALSE(isAvailable.get());
@@ -154,14 +154,14 @@ TEST(LinuxPlatform, toleratesNewsOfTheDaemonAfterItsEnd)
             RecordingLog log;
             log.isTelling = false;
             LinuxPlatform platform(mainQueue, DnsSdMode::Automatic, Reach::ThisComputer, log);
-            platform.networkView().setChangedHandler([] { FAIL() << "its owner is gone"; });
-            const auto browser = platform.network().makeBrowser("_smb._tcp", {});
+            platform.setChangedHandler([] { FAIL() << "its owner is gone"; });
+            const auto browser = platform.makeBrowser("_smb._tcp", {});
             browser->setResultsChangedHandler([](const auto&) {});
             browser->setStateUpdateHandler([&ready](Browser::State state, std::error_code) {
                 if (state == Browser::State::Ready)
                     ready.set_value();
             });
-            browser->start(platform.dispatch().makeQueue("test", QualityOfService::Utility));
+            browser->start(platform.makeQueue("test", QualityOfService::Utility));
             // The engine without the daemon is up, and has told so before.
             EXPECT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
             browser->cancel();
@@ -183,8 +183,8 @@ TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
         EXPECT_GT(openDescriptors(), before);
         here.platform.shutDown();
         EXPECT_EQ(openDescriptors(), before);
-        EXPECT_EQ(here.platform.network().traffic().total, Traffic());
-        here.platform.serviceLocator().locate("Office", [](const auto&) { FAIL(); });
+        EXPECT_EQ(here.platform.traffic().total, Traffic());
+        here.platform.locate("Office", [](const auto&) { FAIL(); });
         here.platform.shutDown();
     });
 }

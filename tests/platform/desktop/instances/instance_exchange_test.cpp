@@ -1,5 +1,4 @@
-#include "platform/desktop/instances/instance_client.h"
-#include "platform/desktop/instances/instance_server.h"
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/desktop/instances/local_socket.h"
 #include "tests/platform/desktop/qt_support.h"
 
@@ -44,7 +43,7 @@ protected:
     static constexpr const char* kName = "instance.socket";
 
     using Request = instance_protocol::Request;
-    using Answer = InstanceServer::Answer;
+    using Answer = AnswerRequest;
 
     InstanceExchange() { listen(); }
 
@@ -52,24 +51,25 @@ protected:
 
     void listen()
     {
-        server = std::make_unique<InstanceServer>(
-            listenAt(folder->get(), kName), [this](const Request& request, const Answer& answer) {
-                if (!request.text) {
-                    activations.push_back(request.token);
-                    answer(answerToActivation);
-                    return;
-                }
-                messages.push_back(*request.text);
-                permissions.push_back(request.token);
-                respond(*request.text, [answer](const std::string& text) {
-                    answer(instance_protocol::lineOfAnswer(text));
-                });
-            });
+        server = serveInstances(listenAt(folder->get(), kName),
+                                [this](const Request& request, const Answer& answer) {
+                                    if (!request.text) {
+                                        activations.push_back(request.token);
+                                        answer(answerToActivation);
+                                        return;
+                                    }
+                                    messages.push_back(*request.text);
+                                    permissions.push_back(request.token);
+                                    respond(*request.text, [answer](const std::string& text) {
+                                        answer(instance_protocol::lineOfAnswer(text));
+                                    });
+                                });
     }
 
-    InstanceClient clientOf(const char* name = kName, const std::string& token = {}) const
+    std::shared_ptr<RunningApplication> clientOf(const char* name = kName,
+                                                 const std::string& token = {}) const
     {
-        return {Registration{.folder = folder, .fileName = name}, token};
+        return instanceAt(Registration{.folder = folder, .fileName = name}, token);
     }
 
     FileDescriptor connected() const
@@ -96,8 +96,8 @@ protected:
                                    std::chrono::milliseconds limit = 20s)
     {
         std::optional<std::string> answer;
-        InstanceClient client = clientOf(kName, token);
-        elsewhere([&] { answer = client.ask(text, limit); });
+        const auto client = clientOf(kName, token);
+        elsewhere([&] { answer = client->ask(text, limit); });
         return answer;
     }
 
@@ -138,7 +138,7 @@ protected:
     std::vector<std::string> activations;
     std::vector<std::string> messages;
     std::vector<std::string> permissions;
-    std::unique_ptr<InstanceServer> server;
+    std::unique_ptr<QObject> server;
 };
 
 TEST_F(InstanceExchange, aMessageIsAnswered)
@@ -152,9 +152,9 @@ TEST_F(InstanceExchange, anActivationTellsWhetherThereIsADisplay)
 {
     for (const bool hasDisplay : {true, false}) {
         answerToActivation = hasDisplay ? "ok" : "no display";
-        InstanceClient client = clientOf(kName, "token");
+        const auto client = clientOf(kName, "token");
         bool isShown = !hasDisplay;
-        elsewhere([&] { isShown = client.activate(); });
+        elsewhere([&] { isShown = client->activate(); });
         EXPECT_EQ(isShown, hasDisplay);
     }
     EXPECT_THAT(activations, ElementsAre("token", "token"));
@@ -164,7 +164,7 @@ TEST_F(InstanceExchange, anInstanceThatDoesNotAnswerAnActivationIsGivenUpInTime)
 {
     QElapsedTimer timer;
     timer.start();
-    EXPECT_TRUE(clientOf().activate()); // on this thread, so that the server cannot run
+    EXPECT_TRUE(clientOf()->activate()); // on this thread, so that the server cannot run
     EXPECT_GE(timer.elapsed(), 990);
 }
 
@@ -317,7 +317,7 @@ TEST_F(InstanceExchange, aHandlerThatDropsTheServerLivesUntilItReturns)
     ::unlinkat(folder->get(), kName, 0);
     std::weak_ptr<int> content;
     bool isAlive = false;
-    InstanceServer::Handler handler;
+    RequestHandler handler;
     {
         const auto owned = std::make_shared<int>(0);
         content = owned;
@@ -326,7 +326,7 @@ TEST_F(InstanceExchange, aHandlerThatDropsTheServerLivesUntilItReturns)
             isAlive = !content.expired();
         };
     }
-    server = std::make_unique<InstanceServer>(listenAt(folder->get(), kName), std::move(handler));
+    server = serveInstances(listenAt(folder->get(), kName), std::move(handler));
     const FileDescriptor connection = connected();
     write(connection, "message - hello\n");
     readAll(connection);
@@ -384,7 +384,7 @@ TEST_F(InstanceExchange, anAnswerOfAnotherFormIsNone)
                 sent += static_cast<std::size_t>(length);
             }
         });
-        EXPECT_EQ(clientOf("other.socket").ask("hello", 20s), std::nullopt) << bytes.substr(0, 40);
+        EXPECT_EQ(clientOf("other.socket")->ask("hello", 20s), std::nullopt) << bytes.substr(0, 40);
         other.join();
     }
 }
@@ -407,13 +407,13 @@ TEST_F(InstanceExchange, theEndOfTheOtherProcessIsNoticed)
     std::array<char, 1> byte{};
     ASSERT_EQ(::read(ready[0], byte.data(), 1), 1);
     ::close(ready[0]);
-    InstanceClient client = clientOf("child.socket");
-    EXPECT_EQ(client.ask("hello", 50ms), std::nullopt);
+    const auto client = clientOf("child.socket");
+    EXPECT_EQ(client->ask("hello", 50ms), std::nullopt);
     // Without its registration only the process itself tells that it has not ended.
     ::unlinkat(folder->get(), "child.socket", 0);
-    EXPECT_FALSE(client.waitForEnd(50ms));
+    EXPECT_FALSE(client->waitForEnd(50ms));
     ::kill(child, SIGKILL);
-    EXPECT_TRUE(client.waitForEnd(20s));
+    EXPECT_TRUE(client->waitForEnd(20s));
     ::waitpid(child, nullptr, 0);
 }
 
@@ -452,9 +452,9 @@ TEST_F(ForeignUser, isNotSpokenTo)
         foreign = listenAt(folder->get(), "foreign.socket");
         ASSERT_TRUE(foreign.isOpen());
     }
-    InstanceClient client = clientOf("foreign.socket", "token");
-    EXPECT_EQ(client.ask("hello", 20s), std::nullopt);
-    EXPECT_TRUE(client.activate());
+    const auto client = clientOf("foreign.socket", "token");
+    EXPECT_EQ(client->ask("hello", 20s), std::nullopt);
+    EXPECT_TRUE(client->activate());
     for (int count = 0; count < 2; ++count) {
         const FileDescriptor accepted(
             ::accept4(foreign.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));

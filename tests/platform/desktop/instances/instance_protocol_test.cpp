@@ -1,4 +1,4 @@
-#include "platform/desktop/instances/instance_protocol.h"
+#include "platform/desktop/instances/instance_exchange.h"
 #include "platform/running_applications.h"
 
 #include <string>

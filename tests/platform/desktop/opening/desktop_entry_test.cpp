@@ -1,4 +1,4 @@
-#include "platform/desktop/opening/desktop_entry.h"
+#include "platform/desktop/opening/folder_handler.h"
 
 #include <optional>
 #include <string>

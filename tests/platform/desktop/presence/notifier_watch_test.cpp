@@ -1,4 +1,4 @@
-#include "platform/desktop/presence/notifier_watch.h"
+#include "platform/desktop/presence/status_host_watch.h"
 #include "tests/platform/desktop/event_wait.h"
 #include "tests/platform/desktop/private_bus.h"
 

@@ -30,7 +30,7 @@ protected:
     }
 
     Environment environment;
-    const std::unique_ptr<WindowPresence> presence = makeWaylandPresence();
+    const std::unique_ptr<WindowPresence> presence = makeWindowPresence();
 };
 
 TEST_F(WaylandPresenceTest, givesTheToolkitAPermissionOnce)

@@ -1,11 +1,28 @@
 #pragma once
 
-#include "platform/diagnosis/interface_survey.h"
+#include "platform/net_service.h"
+#include "platform/values/system_facts.h"
 
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace quillbox::diagnosis {
+
+/// An interface, with its index, which the multicast probe needs.
+struct SurveyedInterface {
+    int index = 0;
+    InterfaceFacts facts;
+};
+
+struct Survey {
+    std::vector<SurveyedInterface> interfaces; ///< without the loopback interface
+    std::vector<SocketAddress> addresses;      ///< of this computer, on all interfaces
+};
+
+/// Reads the interfaces of this computer from the kernel, which needs no privileges. What cannot be
+/// read is left out. Sends nothing to the network.
+Survey surveyInterfaces();
 
 /// Queries the services of `type` by multicast DNS on every running interface with multicast and an
 /// address, except for VPNs, listens for `duration`, and writes the results into the facts. Blocks.

@@ -1,8 +1,12 @@
 #pragma once
 
+#include "platform/desktop/instances/registration.h"
 #include "platform/running_applications.h"
 
+#include <QObject>
 #include <cstddef>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -44,3 +48,25 @@ std::optional<Request> requestIn(std::string_view line);
 std::optional<std::string> answerIn(std::string_view line);
 
 } // namespace quillbox::instance_protocol
+
+namespace quillbox {
+
+/// Answers a request with a line without its terminator, or hangs up. May be called at any time,
+/// even after the client or the server has gone; only the first call counts.
+using AnswerRequest = std::function<void(const std::optional<std::string>& line)>;
+using RequestHandler =
+    std::function<void(const instance_protocol::Request& request, const AnswerRequest& answer)>;
+
+/// Serves the requests of the same user's other instances on the listening socket, until the result
+/// is destroyed, which the handler may do. On the main thread and without blocking: requests may
+/// arrive and answers leave in pieces. A client that takes more than some seconds to send its
+/// request or to read the answer is disconnected. While the maximum number of clients is connected,
+/// further ones wait in the socket's backlog.
+std::unique_ptr<QObject> serveInstances(FileDescriptor listening, RequestHandler whenAsked);
+
+/// Another running instance, to which this process speaks over its socket. The calls block, with a
+/// limit, and need no event loop. They send nothing to a process of another user. `activationToken`
+/// is the desktop's, to pass on; may be empty.
+std::shared_ptr<RunningApplication> instanceAt(Registration found, std::string activationToken);
+
+} // namespace quillbox

@@ -1,6 +1,7 @@
-#include "control/strict_object.h"
+#include "control/json_form.h"
 
 #include <QChar>
+#include <QString>
 
 namespace quillbox {
 
@@ -18,41 +19,41 @@ bool isPlain(char32_t character)
 
 } // namespace
 
-std::string StrictObject::text(const char* key)
+void JsonForm::version(std::uint64_t known)
 {
-    return take(key, QJsonValue::String).toString().toStdString();
+    std::uint64_t found = known;
+    member("version", found);
+    isRefused = isRefused || found != known;
 }
 
-bool StrictObject::truth(const char* key)
+/// Bytes that are not UTF-8 become U+FFFD.
+void JsonForm::convert(QJsonValue& json, std::string& value)
 {
-    return take(key, QJsonValue::Bool).toBool();
+    isRefused = isRefused || (isReading && !json.isString());
+    if (isReading)
+        value = json.toString().toStdString();
+    else
+        json = QString::fromStdString(value);
 }
 
-std::uint64_t StrictObject::number(const char* key)
+void JsonForm::convert(QJsonValue& json, bool& value)
 {
-    const auto value = take(key, QJsonValue::Double).toInteger(-1);
-    if (value < 0)
-        refuse();
-    return value < 0 ? 0 : static_cast<std::uint64_t>(value);
+    isRefused = isRefused || (isReading && !json.isBool());
+    if (isReading)
+        value = json.toBool();
+    else
+        json = value;
 }
 
-QJsonArray StrictObject::list(const char* key)
+void JsonForm::convert(QJsonValue& json, std::uint64_t& value)
 {
-    return take(key, QJsonValue::Array).toArray();
-}
-
-QJsonObject StrictObject::nested(const char* key)
-{
-    return take(key, QJsonValue::Object).toObject();
-}
-
-QJsonValue StrictObject::take(const char* key, QJsonValue::Type type)
-{
-    auto value = object.value(QLatin1StringView(key));
-    if (value.type() != type)
-        refuse();
-    ++count;
-    return value;
+    if (!isReading) {
+        json = static_cast<qint64>(value);
+        return;
+    }
+    const qint64 number = json.toInteger(-1);
+    isRefused = isRefused || number < 0;
+    value = static_cast<std::uint64_t>(number);
 }
 
 std::string jsonText(const QJsonDocument& document)
