@@ -48,11 +48,6 @@ SocketAddress placeOf(const std::string& host, std::uint16_t port)
     return parseNumericHost(host, port).value_or(SocketAddress());
 }
 
-const sockaddr* systemForm(const SocketAddress& address)
-{
-    return reinterpret_cast<const sockaddr*>(address.data());
-}
-
 template <typename Value> bool set(int socket, int level, int name, const Value& value)
 {
     return ::setsockopt(socket, level, name, &value, sizeof value) == 0;
@@ -177,8 +172,7 @@ private:
 
     static bool bind(const FileDescriptor& socket, const SocketAddress& address)
     {
-        return ::bind(socket.get(), systemForm(address), static_cast<socklen_t>(address.size()))
-               == 0;
+        return ::bind(socket.get(), address.data(), address.size()) == 0;
     }
 
     bool join() const
@@ -191,8 +185,8 @@ private:
 
     bool send(const FileDescriptor& socket, const std::string& question) const
     {
-        return ::sendto(socket.get(), question.data(), question.size(), MSG_NOSIGNAL,
-                        systemForm(group), static_cast<socklen_t>(group.size()))
+        return ::sendto(socket.get(), question.data(), question.size(), MSG_NOSIGNAL, group.data(),
+                        group.size())
                >= 0;
     }
 

@@ -74,8 +74,10 @@ private:
 
     template <typename Function>
     static constexpr Type kType{
-        .call = [](void* held,
-                   Arguments... arguments) { (*static_cast<Function*>(held))(std::move(arguments)...); },
+        .call =
+            [](void* held, Arguments... arguments) {
+                (*static_cast<Function*>(held))(std::move(arguments)...);
+            },
         .move =
             [](void* from, void* to) {
                 auto* const moved = static_cast<Function*>(from);

@@ -172,9 +172,7 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
 {
     setOption(socket, IPPROTO_TCP, TCP_SYNCNT, kConnectRetries);
     chooseLocalPorts(socket);
-    const auto connect = [&] {
-        return ::connect(socket, address.data(), address.size());
-    };
+    const auto connect = [&] { return ::connect(socket, address.data(), address.size()); };
     auto result = connect();
     if (result != 0 && errno == EADDRNOTAVAIL) {
         // All ports of the part are in use, or hardly any is in the range of this system.

@@ -36,8 +36,7 @@ SocketAddress::SocketAddress(const sockaddr* address, std::size_t size)
 
 SocketAddress toSocketAddress(const sockaddr* address)
 {
-    return {address,
-            address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in)};
+    return {address, address->sa_family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in)};
 }
 
 SocketAddress makeSocketAddress(std::span<const std::uint8_t> address, std::uint16_t port,

@@ -103,7 +103,8 @@ TEST_F(ManagementResolverTest, triesTheSecondIPv6AddressLast)
 TEST_F(ManagementResolverTest, skipsAddressesThatHaveNoNumericForm)
 {
     resolver->start();
-    service().object->finish({{}, cutShort(ipv4Address("192.0.2.1")), ipv6Address("2001:db8::2")}, 443);
+    service().object->finish({{}, cutShort(ipv4Address("192.0.2.1")), ipv6Address("2001:db8::2")},
+                             443);
     dispatch.runAll();
     EXPECT_THAT(results, ElementsAre("https://[2001:db8::2]:443/"));
 }

@@ -43,9 +43,7 @@ bool hasIPv6()
 {
     const Peer probe(::socket(AF_INET6, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto address = ipv6Address("::1");
-    return ::bind(probe.descriptor(), address.data(),
-                  address.size())
-           == 0;
+    return ::bind(probe.descriptor(), address.data(), address.size()) == 0;
 }
 
 bool waitForAsk(const ScriptedDnsSd& dnsSd)

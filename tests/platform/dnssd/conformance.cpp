@@ -63,14 +63,16 @@ std::vector<DnsSd::FoundAddress> ofFamily(int family, const DnsSd::ResolveUpdate
 sockaddr_in6 asIPv6(const DnsSd::FoundAddress& found)
 {
     sockaddr_in6 result{};
-    std::memcpy(&result, found.address.data(), std::min<std::size_t>(sizeof result, found.address.size()));
+    std::memcpy(&result, found.address.data(),
+                std::min<std::size_t>(sizeof result, found.address.size()));
     return result;
 }
 
 sockaddr_in asIPv4(const DnsSd::FoundAddress& found)
 {
     sockaddr_in result{};
-    std::memcpy(&result, found.address.data(), std::min<std::size_t>(sizeof result, found.address.size()));
+    std::memcpy(&result, found.address.data(),
+                std::min<std::size_t>(sizeof result, found.address.size()));
     return result;
 }
 

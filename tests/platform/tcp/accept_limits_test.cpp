@@ -30,10 +30,7 @@ public:
     {
         const auto address = ipv4Address("127.0.0.1", port);
         for (const auto& peer : peers_)
-            EXPECT_EQ(::connect(peer.descriptor(),
-                                address.data(),
-                                address.size()),
-                      0);
+            EXPECT_EQ(::connect(peer.descriptor(), address.data(), address.size()), 0);
     }
 
 private:

@@ -241,9 +241,7 @@ private:
         Peer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
         limitBuffers(peer.descriptor());
         const auto address = ipv4Address("127.0.0.1", port);
-        EXPECT_EQ(::connect(peer.descriptor(), address.data(),
-                            address.size()),
-                  0);
+        EXPECT_EQ(::connect(peer.descriptor(), address.data(), address.size()), 0);
         return Side(std::move(peer));
     }
 

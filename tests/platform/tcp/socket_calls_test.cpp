@@ -245,9 +245,7 @@ TEST(SocketCalls, noticeAConnectionToItself)
     std::error_code error;
     const Peer socket(openStreamSocket(AF_INET, error));
     auto address = ipv4Address("127.0.0.1");
-    ASSERT_EQ(::bind(socket.descriptor(), address.data(),
-                     address.size()),
-              0);
+    ASSERT_EQ(::bind(socket.descriptor(), address.data(), address.size()), 0);
     address = withPort(address, localPort(socket.descriptor()));
     const auto result = beginConnect(socket.descriptor(), address);
     ASSERT_TRUE(!result || result == std::errc::operation_in_progress);

@@ -35,10 +35,7 @@ int connectTo(const SocketAddress& address, bool isBlocking = true,
     ::setsockopt(descriptor, IPPROTO_IP, IP_BIND_ADDRESS_NO_PORT, &on, sizeof on);
     ::bind(descriptor, reinterpret_cast<const sockaddr*>(from.data()),
            static_cast<socklen_t>(from.size()));
-    if (::connect(descriptor, address.data(),
-                  address.size())
-            != 0
-        && isBlocking)
+    if (::connect(descriptor, address.data(), address.size()) != 0 && isBlocking)
         throw std::runtime_error("the peer cannot connect");
     return descriptor;
 }

@@ -29,9 +29,7 @@ bool accepts(std::uint16_t port)
 {
     const Peer peer(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
     const auto address = ipv4Address("127.0.0.1", port);
-    return ::connect(peer.descriptor(), address.data(),
-                     address.size())
-           == 0;
+    return ::connect(peer.descriptor(), address.data(), address.size()) == 0;
 }
 
 /// A listener with a service, on its own queue.
@@ -262,9 +260,7 @@ TEST(TcpListener, acceptsConnectionsOfBothFamilies)
     if (second.descriptor() < 0)
         GTEST_SKIP() << "no IPv6 here";
     const auto address = ipv6Address("::1", 0, harness.listeningPort());
-    if (::connect(second.descriptor(), address.data(),
-                  address.size())
-        != 0)
+    if (::connect(second.descriptor(), address.data(), address.size()) != 0)
         GTEST_SKIP() << "no IPv6 here";
     EXPECT_TRUE(harness.waitForAccepted(2));
 }

@@ -40,7 +40,7 @@ protected:
                                            context->sockets->open());
             EXPECT_FALSE(unwatched) << unwatched.message();
             stream = std::make_shared<TcpStream>(context, LoopQueue::from(queue), std::move(socket),
-                                                 nullptr);
+                                                 CountedSession());
             stream->open([this](std::error_code error) {
                 ++failures;
                 firstFailure.set_value(error);

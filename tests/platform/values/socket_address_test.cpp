@@ -50,8 +50,8 @@ TEST(SocketAddress, isNoneUnlessItHasTheSizeOfItsFamily)
     bytes.sin6_family = AF_INET6;
     const auto* address = reinterpret_cast<const sockaddr*>(&bytes);
     EXPECT_EQ(SocketAddress(address, sizeof bytes), ipv6Address("::"));
-    for (const std::size_t size : {std::size_t{0}, std::size_t{1}, sizeof(sockaddr_in),
-                                   sizeof bytes - 1, sizeof bytes + 1})
+    for (const std::size_t size :
+         {std::size_t{0}, std::size_t{1}, sizeof(sockaddr_in), sizeof bytes - 1, sizeof bytes + 1})
         EXPECT_TRUE(SocketAddress(address, size).isNone()) << size;
     bytes.sin6_family = AF_INET;
     EXPECT_TRUE(SocketAddress(address, sizeof bytes).isNone());
