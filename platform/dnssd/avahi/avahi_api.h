@@ -83,10 +83,8 @@ public:
 
     // Each returns an Avahi error code, 0 on success.
 
-    /// On one interface or on all of them, without the addresses of the host.
-    virtual int addService(const RegisterRequest& service) = 0;
-    /// On one interface or on all of them, without probing for the name.
-    virtual int addRecord(const RawRecord& record) = 0;
+    /// On one interface or on all of them. Only a unique record is probed for.
+    virtual int addRecord(const RawRecord& record, Probing probing) = 0;
     /// On one interface, without a reverse record.
     virtual int addAddress(const std::string& hostName, const HostAddress& address,
                            Probing probing) = 0;

@@ -77,7 +77,7 @@ AvahiRegistration::AvahiRegistration(AvahiApi& theApi, RegisterRequest theReques
       request(std::move(theRequest)),
       changed(std::move(theChanged)),
       addressesByInterface(byInterface(this->request.addresses)),
-      isProbing(!this->request.isOwnName),
+      probing(this->request.isOwnName ? AvahiGroup::Probing::Done : AvahiGroup::Probing::Needed),
       patience(kFirstPatience)
 {
 }
@@ -108,20 +108,17 @@ void AvahiRegistration::publish()
         if (!hosts.contains(interfaceIndex))
             hosts[interfaceIndex] = {addresses, publishAddresses(interfaceIndex, addresses)};
     }
-    isProbing = true;
+    probing = AvahiGroup::Probing::Needed;
 }
 
 void AvahiRegistration::publishService()
 {
     service = std::make_unique<Group>(api, changed);
-    std::vector<AvahiGroup::RawRecord> records;
-    if (!isProbing)
-        records = serviceRecords(request, api.domainName());
+    const auto records = serviceRecords(request, api.domainName());
+    if (records.empty())
+        service->add([](AvahiGroup& /*group*/) { return AVAHI_ERR_INVALID_SERVICE_NAME; });
     for (const auto& record : records)
-        service->add([&record](AvahiGroup& group) { return group.addRecord(record); });
-    if (!records.empty())
-        return service->commit();
-    service->add([this](AvahiGroup& group) { return group.addService(request); });
+        service->add([&](AvahiGroup& group) { return group.addRecord(record, probing); });
     service->commit();
 }
 
@@ -131,9 +128,7 @@ AvahiRegistration::publishAddresses(int interfaceIndex, const std::set<Address>&
     auto host = std::make_unique<Group>(api, changed);
     for (const Address& address : addresses) {
         host->add([&](AvahiGroup& group) {
-            return group.addAddress(request.hostName, {interfaceIndex, address},
-                                    isProbing ? AvahiGroup::Probing::Needed
-                                              : AvahiGroup::Probing::Done);
+            return group.addAddress(request.hostName, {interfaceIndex, address}, probing);
         });
     }
     host->commit();

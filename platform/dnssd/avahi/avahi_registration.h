@@ -68,7 +68,7 @@ private:
     const std::function<void()> changed;
     std::map<int, std::set<Address>> addressesByInterface; ///< as demanded
     bool isAllDemanded = true;
-    bool isProbing; ///< whether publishing everything includes probing for the names
+    AvahiGroup::Probing probing;    ///< for the names, by the next `publish`
     std::unique_ptr<Group> service; ///< null before the first `publish`
     std::map<int, Host> hosts;      ///< as published, by interface
     Clock::duration patience;

@@ -9,7 +9,7 @@
 namespace quillbox::dnssd {
 
 /// The records by which a registration is found (RFC 6763, sections 4 to 6 and 9), without those of
-/// its host: what Avahi publishes for a service, for the case that it is not to probe for the name.
+/// its host. Avahi's own function for this always probes for the name.
 /// Empty when a name is invalid. `domain` is the default domain.
 std::vector<AvahiGroup::RawRecord> serviceRecords(const RegisterRequest& request,
                                                   const std::string& domain);

@@ -77,7 +77,7 @@ public:
     void put(IsNumber auto number) { putBytes(&number, sizeof number); }
     void put(const IsStruct auto& message)
     {
-        forEachField(message, [this](const auto& field) { put(field); });
+        forEachField(message, [this](const auto& field) { this->put(field); });
     }
 
     Packet take()
@@ -143,7 +143,7 @@ public:
     void get(IsNumber auto& number) { getBytes(&number, sizeof number); }
     void get(IsStruct auto& message)
     {
-        forEachField(message, [this](auto& field) { get(field); });
+        forEachField(message, [this](auto& field) { this->get(field); });
     }
 
     bool isDone() const { return isGood && rest.empty(); }

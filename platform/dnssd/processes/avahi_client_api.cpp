@@ -21,18 +21,10 @@ public:
     ClientGroup& operator=(const ClientGroup&) = delete;
     ~ClientGroup() override { avahi_entry_group_free(group); }
 
-    int addService(const RegisterRequest& service) override
-    {
-        return avahi_entry_group_add_service_strlst(
-            group, service.interfaceIndex, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
-            service.name.c_str(), service.type.c_str(), nullptr, service.hostName.c_str(),
-            service.port, nullptr);
-    }
-
-    int addRecord(const RawRecord& record) override
+    int addRecord(const RawRecord& record, Probing probing) override
     {
         return avahi_entry_group_add_record(group, record.interfaceIndex, AVAHI_PROTO_UNSPEC,
-                                            recordFlags(record), record.name.c_str(),
+                                            recordFlags(record, probing), record.name.c_str(),
                                             AVAHI_DNS_CLASS_IN, record.type, record.lifetime,
                                             record.data.data(), record.data.size());
     }
@@ -42,8 +34,8 @@ public:
     {
         const AvahiAddress avahiAddress = avahiAddressOf(address.address);
         return avahi_entry_group_add_address(group, address.interfaceIndex, AVAHI_PROTO_UNSPEC,
-                                             addressFlags(probing), hostName.c_str(),
-                                             &avahiAddress);
+                                             withProbing(probing, AVAHI_PUBLISH_NO_REVERSE),
+                                             hostName.c_str(), &avahiAddress);
     }
 
     int commit() override { return avahi_entry_group_commit(group); }

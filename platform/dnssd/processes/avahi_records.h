@@ -55,17 +55,16 @@ inline std::uint16_t recordTypeOf(AvahiApi::Record record)
     return 0;
 }
 
-inline AvahiPublishFlags addressFlags(AvahiGroup::Probing probing)
-{
-    return static_cast<AvahiPublishFlags>(probing == AvahiGroup::Probing::Done
-                                              ? AVAHI_PUBLISH_NO_REVERSE | AVAHI_PUBLISH_NO_PROBE
-                                              : AVAHI_PUBLISH_NO_REVERSE);
-}
-
-inline AvahiPublishFlags recordFlags(const AvahiGroup::RawRecord& record)
+inline AvahiPublishFlags withProbing(AvahiGroup::Probing probing, AvahiPublishFlags flags)
 {
     return static_cast<AvahiPublishFlags>(
-        record.isUnique ? AVAHI_PUBLISH_UNIQUE | AVAHI_PUBLISH_NO_PROBE : 0);
+        probing == AvahiGroup::Probing::Done ? flags | AVAHI_PUBLISH_NO_PROBE : flags);
+}
+
+inline AvahiPublishFlags recordFlags(const AvahiGroup::RawRecord& record,
+                                     AvahiGroup::Probing probing)
+{
+    return record.isUnique ? withProbing(probing, AVAHI_PUBLISH_UNIQUE) : AvahiPublishFlags{};
 }
 
 static_assert(kEveryInterface == AVAHI_IF_UNSPEC);

@@ -33,15 +33,7 @@ public:
     ServerGroup& operator=(const ServerGroup&) = delete;
     ~ServerGroup() override { avahi_s_entry_group_free(group); }
 
-    int addService(const RegisterRequest& service) override
-    {
-        return avahi_server_add_service_strlst(&server, group, service.interfaceIndex,
-                                               AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
-                                               service.name.c_str(), service.type.c_str(), nullptr,
-                                               service.hostName.c_str(), service.port, nullptr);
-    }
-
-    int addRecord(const RawRecord& record) override
+    int addRecord(const RawRecord& record, Probing probing) override
     {
         AvahiRecord* avahiRecord = avahi_record_new_full(record.name.c_str(), AVAHI_DNS_CLASS_IN,
                                                          record.type, record.lifetime);
@@ -51,7 +43,7 @@ public:
             avahi_rdata_parse(avahiRecord, record.data.data(), record.data.size()) < 0
                 ? AVAHI_ERR_INVALID_RDATA
                 : avahi_server_add(&server, group, record.interfaceIndex, AVAHI_PROTO_UNSPEC,
-                                   recordFlags(record), avahiRecord);
+                                   recordFlags(record, probing), avahiRecord);
         avahi_record_unref(avahiRecord);
         return error;
     }
@@ -61,7 +53,8 @@ public:
     {
         AvahiAddress avahiAddress = avahiAddressOf(address.address);
         return avahi_server_add_address(&server, group, address.interfaceIndex, AVAHI_PROTO_UNSPEC,
-                                        addressFlags(probing), hostName.c_str(), &avahiAddress);
+                                        withProbing(probing, AVAHI_PUBLISH_NO_REVERSE),
+                                        hostName.c_str(), &avahiAddress);
     }
 
     int commit() override { return avahi_s_entry_group_commit(group); }

@@ -32,9 +32,8 @@ public:
     /// A serial queue for handlers.
     virtual std::shared_ptr<DispatchQueue> queue() = 0;
 
-    /// Waits until `condition` holds; false if it does not within `limit`. A backend with a fake
-    /// clock advances it. The condition is evaluated on the calling thread and must itself lock
-    /// what it shares with handlers.
+    /// Waits until `condition` holds; false if it does not within `limit`. The condition is
+    /// evaluated on the calling thread and must itself lock what it shares with handlers.
     virtual bool waitUntil(const std::function<bool()>& condition,
                            std::chrono::milliseconds limit) = 0;
 

@@ -2,10 +2,12 @@
 #include "tests/platform/dnssd/engines/start_time.h"
 
 #include <algorithm>
+#include <array>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include <avahi-common/domain.h>
 #include <avahi-common/error.h>
 #include <gmock/gmock.h>
 
@@ -39,7 +41,7 @@ public:
     std::size_t groupsMade = 0;
     std::size_t mostGroups = 0; ///< that there were at a time
     int error = AVAHI_OK;       ///< of all calls that create an object
-    int addServiceError = AVAHI_OK;
+    int addRecordError = AVAHI_OK;
     bool makesNoGroups = false; ///< without an error
 };
 
@@ -71,15 +73,15 @@ public:
     Group& operator=(const Group&) = delete;
     ~Group() override { std::erase(avahi.groups, this); }
 
-    int addService(const RegisterRequest& service) override
+    int addRecord(const RawRecord& record, Probing probing) override
     {
-        content = service.name;
-        return avahi.addServiceError;
-    }
-    int addRecord(const RawRecord& record) override
-    {
-        content += record.name + '/' + std::to_string(record.type) + ' ';
-        return AVAHI_OK;
+        constexpr std::uint16_t kLocation = 33;
+        isProbed = probing == Probing::Needed;
+        const char* rest = record.name.c_str();
+        std::array<char, AVAHI_LABEL_MAX> label{};
+        if (record.type == kLocation)
+            content = avahi_unescape_label(&rest, label.data(), label.size());
+        return avahi.addRecordError;
     }
     int addAddress(const std::string& hostName, const HostAddress& address,
                    Probing probing) override
@@ -213,7 +215,7 @@ TEST_F(AvahiSessionTest, freesEverythingOnACollision)
 
 TEST_F(AvahiSessionTest, refusesATakenNameWithoutPublishingItsHost)
 {
-    avahi.addServiceError = AVAHI_ERR_COLLISION;
+    avahi.addRecordError = AVAHI_ERR_COLLISION;
     session.handle(registration(1, "Name"), kStart);
     EXPECT_EQ(avahi.groupsMade, 1U);
     session.tidy(kStart);
@@ -336,13 +338,12 @@ TEST_F(AvahiSessionTest, publishesNamesThatAreItsOwnWithoutProbing)
     RegisterRequest request = registration(1, "A.b", {2});
     request.isOwnName = true;
     session.handle(request, kStart);
-    EXPECT_TRUE(avahi.group("_smb._tcp.local/12 A\\.b._smb._tcp.local/33 A\\.b._smb._tcp.local/16 "
-                            "_services._dns-sd._udp.local/12 "));
+    EXPECT_FALSE(avahi.group("A.b")->isProbed);
     EXPECT_FALSE(avahi.group("host.local 2")->isProbed);
 
     // Nothing came of it: from now on as any other.
     session.tidy(kStart + 3s);
-    EXPECT_TRUE(avahi.group("A.b"));
+    EXPECT_TRUE(avahi.group("A.b")->isProbed);
     EXPECT_TRUE(avahi.group("host.local 2")->isProbed);
 }
 
@@ -413,7 +414,7 @@ TEST_F(AvahiSessionTest, publishesSoManyAtOnceAndTheOthersInTheirTurn)
 
 TEST_F(AvahiSessionTest, whatIsRefusedAtOnceMakesRoomAtOnce)
 {
-    avahi.addServiceError = AVAHI_ERR_COLLISION;
+    avahi.addRecordError = AVAHI_ERR_COLLISION;
     for (RequestId id = 1; id <= 3 * kAtOnce; ++id)
         session.handle(registration(id, "Name"), kStart);
     session.tidy(kStart);
