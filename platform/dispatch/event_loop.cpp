@@ -142,7 +142,6 @@ void EventLoop::handleEvents(int timeout)
 
 /// A number consists of how often a place in `watchers_` was used, and of the place, counted
 /// from 1.
-
 std::uint64_t EventLoop::addWatcher(FdWatcher& watcher, int descriptor, std::uint32_t events)
 {
     if (freeSlots_.empty()) {
