@@ -92,7 +92,7 @@ def test_a_phone_that_a_flood_left_out_appears_when_the_flood_is_gone(
         speaker.say(*raw_mdns.packets(raw_mdns.pointer(x, lifetime=0) for x in names))
         return [x for x in onlooker.events("resolved") if x["name"] == "Quillbox Newcomer"]
 
-    found = wait_until(newcomer_found, limit(30), "the relay of the newcomer", pause=3)
+    found = wait_until(newcomer_found, limit(60), "the relay of the newcomer", pause=3)
     standing_session(bare_computer, found[0]["port"], newcomer)
 
 
