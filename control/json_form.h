@@ -60,7 +60,8 @@ public:
             member(key, *value);
     }
 
-    /// Whether there is a value, which is told by the member `key`; makes one if it is being read.
+    /// Whether there is a value. When reading, there is one if the object has the member `key`; it
+    /// is created here.
     template <typename Value> bool has(const char* key, std::optional<Value>& value)
     {
         if (isReading)

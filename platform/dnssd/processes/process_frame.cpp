@@ -101,8 +101,10 @@ bool ProcessFrame::turn(std::optional<Clock::time_point> deadline)
         std::min({nextSign, deadline.value_or(nextSign), ofSession.value_or(nextSign)});
     // Rounded up, or the loop would busy-wait through the last millisecond.
     const auto wait = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now());
+    // If polling fails, as without memory, there is no event to wait for, and this must not be a
+    // busy loop.
     if (avahi_simple_poll_iterate(loop.get(), static_cast<int>(std::max(wait.count(), 0L))) < 0)
-        std::this_thread::sleep_for(std::chrono::milliseconds(100)); // failed: no busy loop
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
     if (session)
         session->tidy(Clock::now());
     return !isEnding;
