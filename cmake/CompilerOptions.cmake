@@ -59,6 +59,44 @@ if(QUILLBOX_FUZZ)
     target_compile_options(quillbox_options INTERFACE -fsanitize=fuzzer-no-link)
 endif()
 
+# In unity builds the compiler also parses only once what most sources include, which saves a third of the
+# time. Only sources compiled with the same options can share the result; so all are compiled with -fPIC,
+# which Qt requires.
+if(CMAKE_UNITY_BUILD)
+    target_compile_options(quillbox_options INTERFACE -fPIC)
+endif()
+
+# Parses headers for all targets that name them in quillbox_use_headers. LINK: whose options these have.
+function(quillbox_precompile name)
+    cmake_parse_arguments(ARG "" "" "LINK;HEADERS" ${ARGN})
+    file(CONFIGURE OUTPUT ${name}.cpp CONTENT "")
+    add_library(quillbox_${name} OBJECT EXCLUDE_FROM_ALL ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+    target_link_libraries(quillbox_${name} PRIVATE quillbox::options ${ARG_LINK})
+    target_precompile_headers(
+        quillbox_${name}
+        PRIVATE <algorithm>
+                <chrono>
+                <filesystem>
+                <functional>
+                <map>
+                <memory>
+                <optional>
+                <string>
+                <thread>
+                <variant>
+                <vector>
+                ${ARG_HEADERS})
+endfunction()
+
+function(quillbox_use_headers target name)
+    if(CMAKE_UNITY_BUILD)
+        target_precompile_headers(${target} REUSE_FROM quillbox_${name})
+    endif()
+endfunction()
+
+quillbox_precompile(headers)
+set(QUILLBOX_HEADERS headers) # a folder whose sources use Qt sets qt_headers
+
 # A source folder: one static library with an explicit list of files.
 function(quillbox_library name)
     cmake_parse_arguments(ARG "" "" "SOURCES;PUBLIC;PRIVATE" ${ARGN})
@@ -68,4 +106,5 @@ function(quillbox_library name)
         quillbox_${name}
         PUBLIC quillbox::options ${ARG_PUBLIC}
         PRIVATE ${ARG_PRIVATE})
+    quillbox_use_headers(quillbox_${name} ${QUILLBOX_HEADERS})
 endfunction()

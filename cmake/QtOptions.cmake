@@ -19,3 +19,5 @@ target_compile_definitions(
               QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
               QT_STRICT_ITERATORS
               QT_DISABLE_DEPRECATED_BEFORE=0x060400)
+
+quillbox_precompile(qt_headers LINK quillbox::qt HEADERS <QApplication> <QFile> <QJsonObject> <QLabel> <QTimer>)
