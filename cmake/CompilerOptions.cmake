@@ -63,7 +63,8 @@ endif()
 # time. Only sources compiled with the same options can share the result; so all are compiled with -fPIC,
 # which Qt requires.
 if(CMAKE_UNITY_BUILD)
-    target_compile_options(quillbox_options INTERFACE -fPIC)
+    # -fpch-preprocess: for ccache, whose manual asks for it.
+    target_compile_options(quillbox_options INTERFACE -fPIC -fpch-preprocess)
 endif()
 
 # Parses headers for all targets that name them in quillbox_use_headers. LINK: whose options these have.

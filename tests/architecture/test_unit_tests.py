@@ -5,6 +5,10 @@ import sys
 import xml.etree.ElementTree as ElementTree
 from pathlib import Path
 
+import pytest
+
+pytestmark = pytest.mark.any_user
+
 RUNNER = Path(__file__).parents[2] / "tools/unit_tests.py"
 
 # Behaves like a GoogleTest program whose tests end as their names say.

@@ -5,7 +5,11 @@ import re
 import subprocess
 import tempfile
 
+import pytest
+
 from rig.network import require_namespaces
+
+pytestmark = pytest.mark.any_user
 
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 BENCH = os.path.join(ROOT, "bench", "bench.py")

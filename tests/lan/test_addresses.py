@@ -9,6 +9,8 @@ from rig.onlooker import PYTHON
 from rig.phone import Phone, smbclient
 from rig.process import limit
 
+pytestmark = pytest.mark.any_user
+
 RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
 
 

@@ -11,6 +11,8 @@ from rig.onlooker import avahi_services
 from rig.phone import Phone, smb_command, smbclient
 from rig.process import limit, wait_until
 
+pytestmark = pytest.mark.any_user
+
 
 def sha256_of(path):
     digest = hashlib.sha256()
@@ -53,12 +55,14 @@ def test_a_phone_that_was_there_first_is_found(computer, onlooker, bare_phone):
 
 
 @pytest.mark.slow
-def test_a_gibibyte_goes_there_and_back_unchanged(computer, onlooker, phone, gibibyte):
+@pytest.mark.parametrize("size", ["big_file", pytest.param("gibibyte", marks=pytest.mark.long)])
+def test_a_big_file_goes_there_and_back_unchanged(request, computer, onlooker, phone, size):
+    big = request.getfixturevalue(size)
     helper = computer.helper()
     found = appear(phone, helper, onlooker)
 
-    smbclient(computer, computer.address4, found["port"], f"put {gibibyte.path} big", timeout=120)
-    assert sha256_of(os.path.join(phone.share, "big")) == gibibyte.sha256
+    smbclient(computer, computer.address4, found["port"], f"put {big.path} big", timeout=120)
+    assert sha256_of(os.path.join(phone.share, "big")) == big.sha256
 
     download = computer.inside(smb_command(computer.address4, found["port"], "get big -"))
     with subprocess.Popen(
@@ -72,7 +76,7 @@ def test_a_gibibyte_goes_there_and_back_unchanged(computer, onlooker, phone, gib
         while block := client.stdout.read(1 << 20):
             digest.update(block)
         assert client.wait(60) == 0
-    assert digest.hexdigest() == gibibyte.sha256
+    assert digest.hexdigest() == big.sha256
 
 
 def test_another_computer_can_use_the_advertised_address(computer, engine, onlooker, phone):

@@ -13,6 +13,8 @@ from rig.ends import BLOB, raise_descriptor_limit, read_exactly, read_to_end, re
 from rig.ends import send_and_end
 from rig.process import SLOWDOWN, limit, wait_until
 
+pytestmark = pytest.mark.any_user
+
 MEBIBYTE = 1 << 20
 WAYS = ["to the phone", "to the browser"]
 

@@ -10,6 +10,8 @@ from rig.crowd import Crowd
 from rig.network import TYPE_PHONE
 from rig.process import SLOWDOWN, limit, wait_until
 
+pytestmark = pytest.mark.any_user
+
 # How much memory allocators and libraries may keep after a crowd has left. A leaked crowd is more.
 KEPT_KIB = 4000
 # Without any phone the program has fewer file descriptors open than this.

@@ -11,6 +11,8 @@ from rig.phone import Phone
 from rig.process import limit, wait_until
 from test_addresses import RIG, call, calls, expect_one_call, first_bytes, start_greeter
 
+pytestmark = pytest.mark.any_user
+
 BRIDGE = "172.17.0.1"
 CONTAINER = "172.17.0.2"
 BRIDGE6, CONTAINER6 = "fd17::1", "fd17::2"

@@ -8,6 +8,8 @@ from rig.process import SLOWDOWN, limit, wait_until
 from rig.raw_mdns import Speaker
 from test_automatic import appear
 
+pytestmark = pytest.mark.any_user
+
 HOSTILE_NAMES = [
     b"Quillbox a.b.c",
     b"Quillbox back\\slash",

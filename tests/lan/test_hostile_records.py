@@ -12,6 +12,8 @@ from rig.raw_mdns import Speaker
 from test_automatic import appear
 from test_hostile import memory, standing_session
 
+pytestmark = pytest.mark.any_user
+
 TXT = 16
 
 

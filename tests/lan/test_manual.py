@@ -5,6 +5,8 @@ import os
 import pytest
 from rig.phone import smbclient
 
+pytestmark = pytest.mark.any_user
+
 READY = "ready: Quillbox is visible in Finder"
 
 

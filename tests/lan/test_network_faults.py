@@ -13,6 +13,8 @@ from rig.phone import smb_command, smbclient
 from rig.process import limit, wait_until
 from test_automatic import appear
 
+pytestmark = pytest.mark.any_user
+
 MEBIBYTE = 1 << 20
 
 

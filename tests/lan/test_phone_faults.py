@@ -11,6 +11,8 @@ from rig.onlooker import PYTHON
 from rig.phone import Phone
 from rig.process import limit, wait_until
 
+pytestmark = pytest.mark.any_user
+
 
 @pytest.fixture
 def silent(make_ends):

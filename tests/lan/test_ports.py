@@ -18,6 +18,8 @@ from test_control import command
 from test_restarts import restart
 from test_this_computer_only import connected
 
+pytestmark = pytest.mark.any_user
+
 RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
 
 

@@ -16,6 +16,8 @@ from rig.raw_mdns import Speaker
 from test_automatic import appear
 from test_engines import engine_child
 
+pytestmark = pytest.mark.any_user
+
 
 @pytest.fixture
 def phone(service):

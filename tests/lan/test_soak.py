@@ -5,6 +5,8 @@ from rig.phone import Phone
 from rig.process import SLOWDOWN
 from rig.soak import Soak
 
+pytestmark = pytest.mark.any_user
+
 
 @pytest.mark.slow
 @pytest.mark.skipif(SLOWDOWN > 1, reason="sanitizers keep freed memory in quarantine")

@@ -10,6 +10,8 @@ from rig.onlooker import PYTHON
 from rig.phone import Phone
 from rig.process import limit, wait_until
 
+pytestmark = pytest.mark.any_user
+
 RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
 NAMES = ("Quillbox Office", "Quillbox Attic")
 # More than half of the ephemeral ports: from then on, the kernel's search for a free one is slow.

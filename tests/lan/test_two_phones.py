@@ -13,6 +13,8 @@ from rig.computer import MULTICAST_NAMES, visible
 from rig.onlooker import PYTHON
 from rig.phone import PASSWORD, Phone
 
+pytestmark = pytest.mark.any_user
+
 RIG = os.path.join(os.path.dirname(os.path.abspath(__file__)), "rig")
 NAMES = ("Quillbox Kitchen", "Quillbox Office")
 

@@ -14,6 +14,8 @@ import pytest
 from rig.computer import LOOKING, Computer, Helper
 from test_packaging import INSTALLED, PROGRAM, PROGRAMS, ROOT, run
 
+pytestmark = pytest.mark.any_user
+
 BUILD = os.path.dirname(PROGRAM)
 TOP = "quillbox-helper-{version}-linux-{machine}"
 DOCUMENTS = {

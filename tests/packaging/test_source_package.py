@@ -11,6 +11,8 @@ from rig.network import require_namespaces
 from test_packages import check_mode, check_programs, field, members, names_in, version
 from test_packaging import ROOT, need, run
 
+pytestmark = pytest.mark.any_user
+
 # Where g++ comes from, what speeds up repeated builds, and what only the unit tests need.
 NOT_FOR_PACKAGES = {"g++", "ccache", "libgtest-dev", "libgmock-dev"}
 DISPLAY = {"DISPLAY", "WAYLAND_DISPLAY", "DBUS_SESSION_BUS_ADDRESS", "XDG_RUNTIME_DIR"}

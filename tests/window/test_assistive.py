@@ -10,6 +10,8 @@ from rig.desktop import PYTHON
 from rig.phone import Phone
 from rig.process import limit
 
+pytestmark = pytest.mark.any_user
+
 TYPE_ADMIN = "_quillbox-admin._tcp"
 NO_ADDRESS = "not ready: Enter the local IP address shown in Quillbox"
 

@@ -10,6 +10,8 @@ from rig.onlooker import Onlooker
 from rig.phone import Phone
 from rig.process import limit
 
+pytestmark = pytest.mark.any_user
+
 
 @pytest.mark.slow
 def test_a_screen_that_hangs_for_ten_seconds_holds_up_no_byte(desktop):

@@ -6,6 +6,8 @@ import pytest
 from rig.computer import visible
 from rig.phone import Phone
 
+pytestmark = pytest.mark.any_user
+
 TYPE_ADMIN = "_quillbox-admin._tcp"
 
 

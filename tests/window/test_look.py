@@ -5,6 +5,8 @@ import os
 import pytest
 from rig.phone import Phone
 
+pytestmark = pytest.mark.any_user
+
 SURFACE = (0xF7, 0xF9, 0xFC)
 BORDER = (0xD8, 0xDE, 0xE7)
 TYPE_ADMIN = "_quillbox-admin._tcp"
