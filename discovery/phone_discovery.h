@@ -50,8 +50,10 @@ private:
     PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
                    const std::string& bundleIdentifier, std::string type);
 
+    /// `last` is the browse's last state and last set.
+    void update(const DnsSd::BrowseUpdate& update, DnsSd::BrowseUpdate& last);
     void deliver(std::vector<DiscoveredDevice> devices);
-    void logState(Browser::State state, std::error_code error);
+    void logState(const DnsSd::BrowseUpdate& update);
     void logDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services);
     template <typename Text> void tell(Text&& text);
 
@@ -59,7 +61,7 @@ private:
     const std::shared_ptr<DispatchQueue> mainQueue;
     const std::string serviceType;
     const std::shared_ptr<DispatchQueue> queue;
-    std::shared_ptr<Browser> browser;
+    std::unique_ptr<DnsSd::Subscription> browse;
     Log& log;
     std::map<std::string, Log::Clock::time_point> logged; ///< devices that are there, since when
 };

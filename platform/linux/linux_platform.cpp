@@ -2,9 +2,7 @@
 
 #include "platform/dial/tcp_network.h"
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dnssd/browser.h"
 #include "platform/dnssd/dns_sd_center.h"
-#include "platform/dnssd/net_service.h"
 #include "platform/linux/system_configuration.h"
 #include "platform/netlink/netlink_monitor.h"
 
@@ -99,15 +97,9 @@ std::shared_ptr<Connection> LinuxPlatform::makeConnection(const Endpoint& endpoi
     return backends().tcp.makeConnection(endpoint, parameters);
 }
 
-std::shared_ptr<Browser> LinuxPlatform::makeBrowser(std::string type,
-                                                    const TcpParameters& /*parameters*/)
+DnsSd& LinuxPlatform::dnsSd()
 {
-    return quillbox::makeBrowser(*backends().dnsSd, std::move(type));
-}
-
-std::unique_ptr<NetService> LinuxPlatform::makeNetService(const ServiceEndpoint& service)
-{
-    return quillbox::makeNetService(*backends().dnsSd, ownMainQueue, service);
+    return *backends().dnsSd;
 }
 
 TrafficReport LinuxPlatform::traffic() const

@@ -54,9 +54,7 @@ public:
                                            std::error_code& error) override;
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters) override;
-    std::shared_ptr<Browser> makeBrowser(std::string type,
-                                         const TcpParameters& parameters) override;
-    std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) override;
+    DnsSd& dnsSd() override;
     TrafficReport traffic() const override;
 
     void locate(const std::string& instanceName, Completion completion) override;

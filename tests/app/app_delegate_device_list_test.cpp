@@ -30,9 +30,9 @@ protected:
         return *delegate->deviceListStack.layout()->itemAt(index)->widget();
     }
 
-    static Browser::Results phonesNumbered(int count)
+    static std::vector<Endpoint> phonesNumbered(int count)
     {
-        Browser::Results phones;
+        std::vector<Endpoint> phones;
         for (int number = 1; number <= count; ++number)
             phones.push_back(phoneNamed("Quillbox " + std::to_string(number)));
         return phones;
@@ -249,8 +249,8 @@ TEST_F(DeviceList, aManageButtonAsksForThePageOfItsPhone)
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     rows()[1]->manageButton()->click();
-    ASSERT_EQ(network.netServices.size(), 1U);
-    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+    ASSERT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
 }
 
 TEST_F(DeviceList, namesAreShownAsTheyAre)
@@ -437,7 +437,7 @@ TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
     ASSERT_TRUE(rows()[0]->manageButton()->isDown());
     EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to get the release event";
     releasePointer(*rows()[0]->manageButton());
-    EXPECT_EQ(network.netServices.size(), 1U);
+    EXPECT_EQ(network.resolutions.size(), 1U);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
     EXPECT_FALSE(QWidget::mouseGrabber());
 }
@@ -485,7 +485,7 @@ TEST_F(DeviceList, aPressThatLeavesTheNewButtonIsNone)
     QEvent leave(QEvent::Leave);
     QApplication::sendEvent(rows()[0]->manageButton(), &leave);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
-    EXPECT_TRUE(network.netServices.empty());
+    EXPECT_TRUE(network.resolutions.empty());
 }
 
 TEST_F(DeviceList, aRedrawFromWithinAClickIsHarmless)

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/dnssd/operations/report.h"
 
 #include <cstddef>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/dnssd/operations/engine_link.h"
 #include "platform/dnssd/operations/record_query.h"
 #include "platform/dnssd/operations/report.h"

@@ -131,7 +131,7 @@ TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
         NetworkView& view = here.platform;
         view.setChangedHandler([&] { changed.set_value(view.isAvailable()); });
         EXPECT_TRUE(view.isAvailable());
-        const auto browser = here.platform.makeBrowser("_smb._tcp", {});
+        here.platform.dnsSd();
         auto isAvailable = changed.get_future();
         ASSERT_EQ(isAvailable.wait_for(kPatience), std::future_status::ready);
         EXPECT_FALSE(isAvailable.get());
@@ -155,16 +155,15 @@ TEST(LinuxPlatform, toleratesNewsOfTheDaemonAfterItsEnd)
             log.isTelling = false;
             LinuxPlatform platform(mainQueue, DnsSdMode::Automatic, Reach::ThisComputer, log);
             platform.setChangedHandler([] { FAIL() << "its owner is gone"; });
-            const auto browser = platform.makeBrowser("_smb._tcp", {});
-            browser->setResultsChangedHandler([](const auto&) {});
-            browser->setStateUpdateHandler([&ready](Browser::State state, std::error_code) {
-                if (state == Browser::State::Ready)
-                    ready.set_value();
-            });
-            browser->start(platform.makeQueue("test", QualityOfService::Utility));
+            const auto browse = platform.dnsSd().browse(
+                "_smb._tcp", platform.makeQueue("test", QualityOfService::Utility),
+                [&ready, isReady = false](const DnsSd::BrowseUpdate& update) mutable {
+                    if (update.state == DnsSd::BrowseUpdate::State::Ready
+                        && !std::exchange(isReady, true))
+                        ready.set_value();
+                });
             // The engine without the daemon is up, and has told so before.
             EXPECT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
-            browser->cancel();
         }
         released.set_value();
         mainQueue->async([&done] { done.set_value(); });
