@@ -163,10 +163,10 @@ private:
 };
 
 /// The loopback address on which the file service is announced, which is not 127.0.0.1.
-void tellAddress(const DnsSd::OwnServiceUpdate& update)
+void tellAddress(const std::optional<DnsSd::OwnService>& service)
 {
-    if (update.service)
-        std::cout << R"({"address": ")" << update.service->onLoopback.host << R"("})" << std::endl;
+    if (service)
+        std::cout << R"({"address": ")" << service->onLoopback.host << R"("})" << std::endl;
 }
 
 void tellRegistration(const char* what, const DnsSd::RegistrationUpdate& update)

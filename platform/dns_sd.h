@@ -87,12 +87,6 @@ public:
         bool operator==(const OwnService&) const = default;
     };
 
-    struct OwnServiceUpdate {
-        std::optional<OwnService> service; ///< empty: this program has no such service
-
-        bool operator==(const OwnServiceUpdate&) const = default;
-    };
-
     virtual ~DnsSd() = default;
 
     /// Browses the default domain for a type like "_smb._tcp". At most ten sets per second and 256
@@ -102,14 +96,10 @@ public:
     browse(std::string type, std::shared_ptr<DispatchQueue> queue,
            std::function<void(const BrowseUpdate&)> handler) = 0;
 
+    /// Finds the addresses of a service, or of a host like "phone.local", whose port is not used.
     virtual std::unique_ptr<Subscription>
-    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
             std::function<void(const ResolveUpdate&)> handler) = 0;
-
-    /// `hostName` is like "phone.local".
-    virtual std::unique_ptr<Subscription>
-    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                std::function<void(const ResolveUpdate&)> handler) = 0;
 
     /// Publishes the service under a host name of its own. On a name conflict the service is
     /// renamed ("Name #2"), with exponential backoff.
@@ -119,10 +109,11 @@ public:
                     std::function<void(const RegistrationUpdate&)> handler) = 0;
 
     /// Finds the service that this program registers as `name`, whatever it was renamed to after a
-    /// conflict, and whether it is published yet or not. Reports immediately, and at each change.
+    /// conflict, and whether it is published yet or not; empty if this program has no such service.
+    /// Reports immediately, and at each change.
     virtual std::unique_ptr<Subscription>
     findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
-            std::function<void(const OwnServiceUpdate&)> handler) = 0;
+            std::function<void(const std::optional<OwnService>&)> handler) = 0;
 };
 
 } // namespace quillbox

@@ -295,11 +295,11 @@ FakeNetwork::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
 }
 
 std::unique_ptr<DnsSd::Subscription>
-FakeNetwork::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+FakeNetwork::resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
                      std::function<void(const ResolveUpdate&)> handler)
 {
     const auto made = std::make_shared<FakeResolution>(
-        FakeResolution{std::move(service), std::move(queue), std::move(handler), false, log});
+        FakeResolution{*endpoint.service(), std::move(queue), std::move(handler), false, log});
     resolutions.push_back(made);
     return std::make_unique<EndingSubscription>([made] {
         if (made->log)

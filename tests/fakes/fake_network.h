@@ -180,16 +180,10 @@ private:
     std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
                                          std::function<void(const BrowseUpdate&)> handler) override;
     std::unique_ptr<Subscription>
-    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
             std::function<void(const ResolveUpdate&)> handler) override;
 
     // Nobody above the platform uses these.
-    std::unique_ptr<Subscription>
-    resolveHost(std::string /*hostName*/, std::shared_ptr<DispatchQueue> /*queue*/,
-                std::function<void(const ResolveUpdate&)> /*handler*/) override
-    {
-        return nullptr;
-    }
     std::unique_ptr<Subscription>
     registerService(ServiceRegistration /*service*/, std::uint16_t /*port*/,
                     std::shared_ptr<DispatchQueue> /*queue*/,
@@ -199,7 +193,7 @@ private:
     }
     std::unique_ptr<Subscription>
     findOwn(std::string /*name*/, std::string /*type*/, std::shared_ptr<DispatchQueue> /*queue*/,
-            std::function<void(const OwnServiceUpdate&)> /*handler*/) override
+            std::function<void(const std::optional<OwnService>&)> /*handler*/) override
     {
         return nullptr;
     }

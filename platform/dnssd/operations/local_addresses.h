@@ -23,14 +23,6 @@ inline constexpr std::size_t kMaximumLoopbacks = 1;
 /// to the center's queue.
 class LocalAddresses final {
 public:
-    class Observer {
-    public:
-        virtual void localAddressesChanged() = 0;
-
-    protected:
-        ~Observer() = default;
-    };
-
     explicit LocalAddresses(NetworkMonitor& networkMonitor, Reach from = Reach::Network);
     LocalAddresses(const LocalAddresses&) = delete;
     LocalAddresses& operator=(const LocalAddresses&) = delete;
@@ -41,11 +33,8 @@ public:
         subscription = monitor.subscribe(std::move(queue), std::move(changed));
     }
 
-    /// Reads the current addresses and notifies the observers if they have changed.
-    void refresh();
-
-    void addObserver(Observer& observer) { observers.push_back(&observer); }
-    void removeObserver(Observer& observer) { std::erase(observers, &observer); }
+    /// Reads the current addresses. Whether they have changed.
+    bool refresh();
 
     /// Where services are published: an interface index, or `kEveryInterface`.
     std::int32_t publishedOn() const;
@@ -60,7 +49,6 @@ private:
     NetworkMonitor& monitor;
     std::unique_ptr<NetworkMonitor::Subscription> subscription;
     std::vector<InterfaceAddress> current;
-    std::vector<Observer*> observers;
 };
 
 } // namespace quillbox::dnssd
