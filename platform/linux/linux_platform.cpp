@@ -21,9 +21,9 @@ struct LinuxPlatform::Backends {
     Backends(const LinuxPlatform& platform, std::function<void(bool)> daemonChanged)
         : monitor(makeNetworkMonitor(platform.pool)),
           dnsSdQueue(platform.pool.makeQueue("dns-sd", QualityOfService::Utility)),
-          dnsSd(makeDnsSd(
-              dnssd::makeEngine(platform.mode, dnsSdQueue, platform.log, std::move(daemonChanged)),
-              dnsSdQueue, *monitor, platform.log, platform.reach)),
+          dnsSd(makeDnsSd(dnssd::makeEngine(platform.engine, dnsSdQueue, platform.log,
+                                            std::move(daemonChanged)),
+                          dnsSdQueue, *monitor, platform.log, platform.reach)),
           tcp(platform.pool, *dnsSd, *monitor, platform.reach),
           locator(tcp.makeServiceLocator(platform.ownMainQueue, isAvahiAskedForNames))
     {
@@ -36,9 +36,9 @@ struct LinuxPlatform::Backends {
     const std::unique_ptr<ServiceLocator> locator;
 };
 
-LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode chosen,
+LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, DnsSdChoice chosenEngine,
                              Reach chosenReach, Log& platformLog)
-    : ownMainQueue(std::move(mainQueue)), mode(chosen), reach(chosenReach), log(platformLog)
+    : ownMainQueue(std::move(mainQueue)), engine(chosenEngine), reach(chosenReach), log(platformLog)
 {
 }
 

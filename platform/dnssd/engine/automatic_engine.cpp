@@ -182,7 +182,7 @@ std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue
                                              std::move(embedded), std::move(daemonChanged));
 }
 
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<DispatchQueue>& queue,
+std::unique_ptr<Engine> makeEngine(DnsSdChoice choice, const std::shared_ptr<DispatchQueue>& queue,
                                    Log& log, DaemonChangedHandler daemonChanged)
 {
     const auto makeDaemon = [&] {
@@ -197,12 +197,12 @@ std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<Dispatc
             queue, log,
             {.program = engineProgram(kResponderProgram), .name = "the embedded engine"});
     };
-    switch (mode) {
-    case DnsSdMode::Daemon:
+    switch (choice) {
+    case DnsSdChoice::Daemon:
         return makeDaemon();
-    case DnsSdMode::Embedded:
+    case DnsSdChoice::Embedded:
         return makeEmbedded();
-    case DnsSdMode::Automatic:
+    case DnsSdChoice::Automatic:
         break;
     }
     return makeAutomaticEngine(queue, makeDaemon(), makeEmbedded(), std::move(daemonChanged));

@@ -27,7 +27,6 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-using dnssd::DnsSdMode;
 
 constexpr auto kPatience = 20s;
 constexpr std::uint16_t kPort = 4450;
@@ -35,7 +34,7 @@ constexpr std::uint16_t kPort = 4450;
 /// A platform in a network namespace of its own. Its main queue is another thread.
 class PlatformHere final {
 public:
-    explicit PlatformHere(DnsSdMode mode)
+    explicit PlatformHere(DnsSdChoice mode)
         : platform(mainPool.makeQueue("main", QualityOfService::UserInitiated), mode,
                    Reach::ThisComputer, log)
     {
@@ -99,7 +98,7 @@ TEST(LinuxPlatform, findsTheFileServerThatItAdvertises)
         setLoopbackUp(true);
         std::promise<void> ready;
         std::promise<std::optional<HostEndpoint>> located;
-        PlatformHere here(DnsSdMode::Embedded);
+        PlatformHere here(DnsSdChoice::Embedded);
         const auto queue = here.makeQueue();
         auto listener = here.listen();
         listener->setService({.name = "Office", .type = "_smb._tcp"});
@@ -127,7 +126,7 @@ TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
     inNetworkNamespace([] {
         setLoopbackUp(true);
         std::promise<bool> changed;
-        PlatformHere here(DnsSdMode::Automatic);
+        PlatformHere here(DnsSdChoice::Automatic);
         NetworkView& view = here.platform;
         view.setChangedHandler([&] { changed.set_value(view.isAvailable()); });
         EXPECT_TRUE(view.isAvailable());
@@ -153,7 +152,7 @@ TEST(LinuxPlatform, toleratesNewsOfTheDaemonAfterItsEnd)
         {
             RecordingLog log;
             log.isTelling = false;
-            LinuxPlatform platform(mainQueue, DnsSdMode::Automatic, Reach::ThisComputer, log);
+            LinuxPlatform platform(mainQueue, DnsSdChoice::Automatic, Reach::ThisComputer, log);
             platform.setChangedHandler([] { FAIL() << "its owner is gone"; });
             const auto browse = platform.dnsSd().browse(
                 "_smb._tcp", platform.makeQueue("test", QualityOfService::Utility),
@@ -176,7 +175,7 @@ TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
 {
     inNetworkNamespace([] {
         setLoopbackUp(true);
-        PlatformHere here(DnsSdMode::Daemon);
+        PlatformHere here(DnsSdChoice::Daemon);
         const auto before = openDescriptors();
         here.listen()->cancel();
         EXPECT_GT(openDescriptors(), before);
@@ -191,7 +190,7 @@ TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
 TEST(LinuxPlatform, runsNoWorkOnceItIsShutDown)
 {
     inNetworkNamespace([] {
-        PlatformHere here(DnsSdMode::Daemon);
+        PlatformHere here(DnsSdChoice::Daemon);
         const auto queue = here.makeQueue();
         here.platform.shutDown();
         std::promise<void> dropped;
@@ -236,7 +235,7 @@ TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItEnds)
     inNetworkNamespace([] {
         setLoopbackUp(true);
         std::promise<void> cancelled;
-        std::optional<PlatformHere> here(DnsSdMode::Daemon);
+        std::optional<PlatformHere> here(DnsSdChoice::Daemon);
         const auto queue = here->makeQueue();
         auto listener = here->listen();
         listener->setStateUpdateHandler([](auto, auto) {});
