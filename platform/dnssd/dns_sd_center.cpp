@@ -47,7 +47,7 @@ public:
                 NetworkMonitor& monitor, Log& log, Reach reach)
         : center(std::make_shared<Center>(std::move(engine), std::move(queue), monitor, log, reach))
     {
-        center->localAddresses.start(
+        center->addressChanges = monitor.subscribe(
             center->queue, onCenter(center, [](Center& where) {
                 if (where.localAddresses.refresh())
                     where.link.tellAll([](auto& client) { client.localAddressesChanged(); });

@@ -3,7 +3,6 @@
 #include <array>
 #include <concepts>
 #include <cstring>
-#include <limits>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -65,12 +64,7 @@ public:
         forEachField(message, [this](const auto& field) { this->put(field); });
     }
 
-    Packet take()
-    {
-        if (!isFitting || packet.size() > kMaximumPacketLength)
-            return {};
-        return std::move(packet);
-    }
+    Packet take() { return isFitting ? std::move(packet) : Packet(); }
 
 private:
     void putBytes(const void* bytes, std::size_t length)
@@ -83,12 +77,8 @@ private:
         packet.insert(packet.end(), first, first + length);
     }
 
-    void putLength(std::size_t length)
-    {
-        if (length > std::numeric_limits<std::uint16_t>::max())
-            isFitting = false;
-        put(static_cast<std::uint16_t>(length));
-    }
+    /// Cut off only if that many bytes or elements do not fit into a packet anyway.
+    void putLength(std::size_t length) { put(static_cast<std::uint16_t>(length)); }
 
     template <class E>
     requires(std::is_enum_v<E> || std::same_as<E, bool>) void put(E value)

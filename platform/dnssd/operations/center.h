@@ -36,6 +36,7 @@ struct Center final {
     OwnServices ownServices;
     LocationPool locations;
     AddressPool addresses;
+    std::unique_ptr<NetworkMonitor::Subscription> addressChanges;
     std::map<std::uint64_t, std::shared_ptr<void>> operations; ///< by number
 };
 

@@ -1,15 +1,11 @@
 #pragma once
 
-#include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/messages.h"
 #include "platform/network_monitor.h"
 #include "platform/values/reach.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <memory>
-#include <utility>
 #include <vector>
 
 namespace quillbox::dnssd {
@@ -27,13 +23,7 @@ public:
     LocalAddresses(const LocalAddresses&) = delete;
     LocalAddresses& operator=(const LocalAddresses&) = delete;
 
-    /// Called once. `changed` is called on `queue` and must call `refresh`.
-    void start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed)
-    {
-        subscription = monitor.subscribe(std::move(queue), std::move(changed));
-    }
-
-    /// Reads the current addresses. Whether they have changed.
+    /// Reads the current addresses, after each change of the network. Whether they have changed.
     bool refresh();
 
     /// Where services are published: an interface index, or `kEveryInterface`.
@@ -47,7 +37,6 @@ public:
 private:
     const Reach reach;
     NetworkMonitor& monitor;
-    std::unique_ptr<NetworkMonitor::Subscription> subscription;
     std::vector<InterfaceAddress> current;
 };
 

@@ -1,9 +1,6 @@
 #include "platform/dnssd/operations/local_addresses.h"
-#include "tests/fakes/fake_dispatch.h"
 #include "tests/fakes/fake_engine.h"
 #include "tests/fakes/fake_network_monitor.h"
-
-#include <algorithm>
 
 #include <gtest/gtest.h>
 
@@ -108,17 +105,13 @@ TEST(LocalAddresses, skipWhatIsNoInternetAddress)
 
 TEST(LocalAddresses, tellOfRealChangesOnly)
 {
-    FakeDispatch dispatch;
     FakeNetworkMonitor monitor;
     LocalAddresses local(monitor);
-    int changes = 0;
-    local.start(dispatch.mainQueue(), [&] { changes += local.refresh() ? 1 : 0; });
-    monitor.setAddresses({});
-    dispatch.runAll();
-    EXPECT_EQ(changes, 0);
+    EXPECT_FALSE(local.refresh());
     monitor.setAddresses({interfaceAddress(2, "eth0", "10.0.0.1")});
-    dispatch.runAll();
-    EXPECT_EQ(changes, 1);
+    EXPECT_TRUE(local.refresh());
+    EXPECT_EQ(local.hostAddresses(kOwnLoopback),
+              (std::vector<HostAddress>{{2, address("10.0.0.1")}}));
 }
 
 } // namespace quillbox::dnssd
