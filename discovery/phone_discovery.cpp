@@ -41,14 +41,6 @@ bool isNamedAfterProduct(const std::string& name)
     return canonicallyEqual(name, kProductName) || canonicallyHasPrefix(name, kProductPrefix);
 }
 
-std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network& network, Log& log,
-                                                     const std::string& bundleIdentifier,
-                                                     std::string type)
-{
-    return std::shared_ptr<PhoneDiscovery>(
-        new PhoneDiscovery(dispatch, network, log, bundleIdentifier, std::move(type)));
-}
-
 PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
                                const std::string& bundleIdentifier, std::string type)
     : network(browsed),

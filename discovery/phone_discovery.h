@@ -30,10 +30,8 @@ public:
 
     /// `bundleIdentifier` is the prefix of the queue's label. The references outlive the object.
     /// Browsing begins with `start`.
-    static std::shared_ptr<PhoneDiscovery> make(Dispatch& dispatch, Network& network, Log& log,
-                                                const std::string& bundleIdentifier,
-                                                std::string type);
-
+    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
+                   const std::string& bundleIdentifier, std::string type);
     PhoneDiscovery(const PhoneDiscovery&) = delete;
     PhoneDiscovery& operator=(const PhoneDiscovery&) = delete;
 
@@ -47,9 +45,6 @@ public:
     void stop();
 
 private:
-    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
-                   const std::string& bundleIdentifier, std::string type);
-
     /// `last` is the browse's last state and last set.
     void update(const DnsSd::BrowseUpdate& update, DnsSd::BrowseUpdate& last);
     void deliver(std::vector<DiscoveredDevice> devices);

@@ -107,7 +107,8 @@ TEST_F(DeviceList, everyRedrawLeavesAHeadingAndARowAPhone)
 {
     launch();
     for (int redraw = 0; redraw < 3; ++redraw) {
-        findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B"), phoneNamed("Quillbox C")});
+        findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B"), phoneNamed("Quillbox C"),
+                    phoneNamed("Printer " + std::to_string(redraw))});
         EXPECT_EQ(viewCount(), 4);
         EXPECT_EQ(
             delegate->deviceListStack.findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly)
@@ -124,7 +125,7 @@ TEST_F(DeviceList, everyRedrawBuildsEveryRowAnew)
     findPhones({phoneNamed("Quillbox A")});
     const QPointer<QWidget> heading(&view(0));
     const QPointer<QWidget> row(&view(1));
-    findPhones({phoneNamed("Quillbox A")});
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Printer")});
     EXPECT_NE(&view(0), heading);
     EXPECT_NE(&view(1), row);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

@@ -31,6 +31,8 @@ protected:
         };
     }
 
+    ~AppDelegateOrder() override { delegate = nullptr; } // while there is a log
+
     /// Launches in manual mode with a valid target, without running any queue.
     void launchAndWait()
     {

@@ -162,7 +162,7 @@ TEST_F(AppDelegateWebManagement, answersARequestOnceWhenThePageCannotBeResolved)
     failToResolve();
     EXPECT_THAT(answers, ElementsAre(kNotResolved));
     delegate->openManagement();
-    failToResolve(1);
+    failToResolve();
     EXPECT_EQ(answers.size(), 1U);
 }
 

@@ -48,8 +48,8 @@ protected:
     FakeDispatch dispatch;
     FakeNetwork network;
     RecordingLog log;
-    std::shared_ptr<PhoneDiscovery> discovery =
-        PhoneDiscovery::make(dispatch, network, log, "org.quillbox.Helper", "_quillbox._tcp");
+    std::shared_ptr<PhoneDiscovery> discovery = std::make_shared<PhoneDiscovery>(
+        dispatch, network, log, "org.quillbox.Helper", "_quillbox._tcp");
 };
 
 TEST_F(PhoneDiscoveryLogTest, tellsEachDeviceThatAppearsAndGoesOnce)

@@ -53,14 +53,14 @@ protected:
     std::vector<std::string> log;
     RecordingLog story;
     std::vector<std::vector<DiscoveredDevice>> lists;
-    std::shared_ptr<PhoneDiscovery> discovery =
-        PhoneDiscovery::make(dispatch, network, story, "org.quillbox.Helper", "_quillbox._tcp");
+    std::shared_ptr<PhoneDiscovery> discovery = std::make_shared<PhoneDiscovery>(
+        dispatch, network, story, "org.quillbox.Helper", "_quillbox._tcp");
 };
 
 TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
 {
-    const auto other = PhoneDiscovery::make(dispatch, network, story, "org.quillbox.Helper",
-                                            "_quillbox-admin._tcp");
+    const auto other = std::make_shared<PhoneDiscovery>(
+        dispatch, network, story, "org.quillbox.Helper", "_quillbox-admin._tcp");
     ASSERT_EQ(dispatch.queueCount(), 2U);
     for (const std::size_t place : {0U, 1U}) {
         EXPECT_EQ(dispatch.queue(place)->label(), "org.quillbox.Helper.discovery");

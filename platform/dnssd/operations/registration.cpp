@@ -33,13 +33,13 @@ void Registration::start()
 
 void Registration::engineUp()
 {
-    if (!hasFailed)
+    if (ownEntry)
         ask();
 }
 
 void Registration::engineDown(std::error_code error)
 {
-    if (hasFailed)
+    if (!ownEntry)
         return;
     after(kNameKept, [](Registration& self) { self.establishedAs.clear(); });
     ownEntry->setPublished(false);
@@ -149,7 +149,6 @@ void Registration::withdraw()
 
 void Registration::fail(DnsSdError error)
 {
-    hasFailed = true;
     ownEntry.reset();
     tell(State::Failed, error);
 }

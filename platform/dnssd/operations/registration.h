@@ -69,10 +69,9 @@ private:
     const ServiceRegistration service;
     const std::uint16_t port;
 
-    bool hasFailed = false;
     unsigned nameNumber = 1;
     unsigned hostNumber = 1;
-    std::optional<OwnServices::Entry> ownEntry; ///< empty before the start and after a failure
+    std::optional<OwnServices::Entry> ownEntry; ///< empty after a failure
     std::vector<HostAddress> addresses;         ///< as published
     std::string requestedName;                  ///< the service's, of the last request
     Log::Clock::time_point requestedAt;         ///< for the log
