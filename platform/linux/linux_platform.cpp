@@ -70,9 +70,10 @@ std::function<void(bool)> LinuxPlatform::daemonChanged() const
 {
     return [this, weak = std::weak_ptr(isDaemonUp), queue = ownMainQueue](bool isUp) {
         queue->async([this, weak, isUp] {
-            const auto before = weak.lock();
-            if (!before || std::exchange(*before, isUp) == isUp)
+            const auto known = weak.lock();
+            if (!known)
                 return;
+            *known = isUp;
             // A copy, because it may set another handler.
             if (const auto handler = changed)
                 handler();

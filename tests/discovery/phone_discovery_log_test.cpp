@@ -79,13 +79,16 @@ TEST_F(PhoneDiscoveryLogTest, countsServicesThatAreNoDevices)
 TEST_F(PhoneDiscoveryLogTest, tellsHowBrowsingDoes)
 {
     const auto error = std::make_error_code(std::errc::network_down);
+    const auto other = std::make_error_code(std::errc::timed_out);
+    report(State::Waiting, other);
     report(State::Waiting, error);
     report(State::Ready, {});
     find({device("Quillbox A")}); // nothing new about the state
     report(State::Failed, error);
     EXPECT_THAT(
         log.lines,
-        ElementsAre("discovery: _quillbox._tcp: cannot browse at present: " + error.message(),
+        ElementsAre("discovery: _quillbox._tcp: cannot browse at present: " + other.message(),
+                    "discovery: _quillbox._tcp: cannot browse at present: " + error.message(),
                     "discovery: _quillbox._tcp: browsing",
                     R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
                     "discovery: _quillbox._tcp: cannot browse: " + error.message()));

@@ -140,9 +140,9 @@ private:
             handler(event);
     }
 
-    void report(bool isDaemonUp) const
+    void report(bool isDaemonUp)
     {
-        if (daemonChanged)
+        if (std::exchange(isReportedUp, isDaemonUp) != isDaemonUp && daemonChanged)
             daemonChanged(isDaemonUp);
     }
 
@@ -169,6 +169,7 @@ private:
     bool isEmbeddedStarted = false;
     bool isEmbeddedDown = false; ///< it has been started, and has said that it is not up
     bool isReportedDown = false;
+    bool isReportedUp = true; ///< the daemon, by itself
 };
 
 } // namespace

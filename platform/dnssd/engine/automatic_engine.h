@@ -11,8 +11,8 @@
 
 namespace quillbox::dnssd {
 
-/// Called with false when there is no daemon, or when it does not come back in time, and with true
-/// each time that it is up.
+/// Called at each change. The daemon counts as up until it is known that there is none, or that it
+/// does not come back in time.
 using DaemonChangedHandler = std::function<void(bool isDaemonUp)>;
 
 /// How long to wait at the start for a daemon that has not answered yet.

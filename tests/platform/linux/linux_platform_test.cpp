@@ -138,6 +138,29 @@ TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
     });
 }
 
+TEST(LinuxPlatform, usesTheChosenEngineOnly)
+{
+    inNetworkNamespace([] {
+        using State = DnsSd::BrowseUpdate::State;
+        setLoopbackUp(true);
+        for (const auto& [choice, state] : {std::pair(DnsSdChoice::Daemon, State::Waiting),
+                                            std::pair(DnsSdChoice::Embedded, State::Ready)}) {
+            PlatformHere here(choice);
+            std::promise<State> first;
+            const auto browse = here.platform.dnsSd().browse(
+                "_smb._tcp", here.makeQueue(),
+                [&first, isFirst = true](const DnsSd::BrowseUpdate& update) mutable {
+                    if (std::exchange(isFirst, false))
+                        first.set_value(update.state);
+                });
+            auto told = first.get_future();
+            ASSERT_EQ(told.wait_for(kPatience), std::future_status::ready);
+            EXPECT_EQ(told.get(), state);
+            here.platform.shutDown();
+        }
+    });
+}
+
 /// The engine then still tells that there is no daemon, which the platform knows.
 TEST(LinuxPlatform, toleratesNewsOfTheDaemonAfterItsEnd)
 {
