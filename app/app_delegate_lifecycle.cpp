@@ -45,12 +45,12 @@ bool isOlder(const RunningApplication& other, const RunningApplication& self)
 } // namespace
 
 AppDelegate::AppDelegate(AppEnvironment appEnvironment)
-    : managementDiscovery(
-        PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
-                             appEnvironment.bundleIdentifier.value_or(""), kManagementServiceType)),
-      discovery(
-          PhoneDiscovery::make(appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
-                               appEnvironment.bundleIdentifier.value_or(""), kFileServiceType)),
+    : managementDiscovery(std::make_shared<PhoneDiscovery>(
+        appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
+        appEnvironment.bundleIdentifier.value_or(""), kManagementServiceType)),
+      discovery(std::make_shared<PhoneDiscovery>(
+          appEnvironment.dispatch, appEnvironment.network, appEnvironment.log,
+          appEnvironment.bundleIdentifier.value_or(""), kFileServiceType)),
       statusLabel(QStringLiteral("Enter the local IP address shown in Quillbox.")),
       showInFinder(QStringLiteral("Show Quillbox in Finder")),
       automaticDiscovery(QStringLiteral("Find Quillbox automatically")),

@@ -176,7 +176,7 @@ void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementRequest 
         before.opened("Another request to open web management came after this one");
     // Kept alive by this variable: start() may report at once, which resets managementResolver.
     const auto resolver = std::make_shared<ManagementResolver>(
-        environment.network, endpoint,
+        environment.dispatch, environment.network, endpoint,
         [self = QPointer(this)](const std::optional<std::string>& url) {
             if (self)
                 self->managementResolved(url);

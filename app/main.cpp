@@ -55,19 +55,6 @@ int print(const std::string& text)
     return isPrinted ? exit_status::kDone : exit_status::kFailed;
 }
 
-dnssd::DnsSdMode modeOf(DnsSdChoice choice)
-{
-    switch (choice) {
-    case DnsSdChoice::Daemon:
-        return dnssd::DnsSdMode::Daemon;
-    case DnsSdChoice::Embedded:
-        return dnssd::DnsSdMode::Embedded;
-    case DnsSdChoice::Automatic:
-        break;
-    }
-    return dnssd::DnsSdMode::Automatic;
-}
-
 /// Without a display Qt warns about each window operation that the platform plugin lacks.
 void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
                              const QString& message)
@@ -166,7 +153,7 @@ int run(const Options& options, char** arguments)
     const auto mainQueue = makeMainQueue();
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
     const StartSettings settings = startSettings(options.start, *userDefaults);
-    LinuxPlatform platform(mainQueue->queue(), modeOf(settings.dnsSd), settings.reach, *log);
+    LinuxPlatform platform(mainQueue->queue(), settings.dnsSd, settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
     const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
     const auto smbOpener = makeSmbOpener(platform, browser);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "control/start_settings.h"
+#include "platform/values/text.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>

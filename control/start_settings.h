@@ -1,36 +1,14 @@
 #pragma once
 
 #include "platform/user_defaults.h"
+#include "platform/values/dns_sd_choice.h"
 #include "platform/values/reach.h"
 
-#include <algorithm>
-#include <array>
 #include <optional>
-#include <span>
-#include <string_view>
 
 namespace quillbox {
 
-/// The DNS-SD engine.
-enum class DnsSdChoice {
-    Automatic, ///< avahi-daemon while it answers, else the embedded engine
-    Daemon,
-    Embedded,
-};
-
-/// The names of the choices, as on the command line and in the settings; the first is the default.
-inline constexpr std::array<std::string_view, 3> kDnsSdNames{"auto", "daemon", "embedded"};
-
 const char* nameOf(DnsSdChoice choice);
-
-/// The enumerator of that name; `names` has those of all, in their order.
-template <typename Value>
-std::optional<Value> valueNamed(std::string_view name, std::span<const std::string_view> names)
-{
-    const auto found = std::find(names.begin(), names.end(), name);
-    return found == names.end() ? std::nullopt
-                                : std::optional(static_cast<Value>(found - names.begin()));
-}
 
 /// The settings that are chosen on the command line and hold for a whole run. They are stored like
 /// those of the window, so that a start at login does what the last start by hand was told.

@@ -7,23 +7,19 @@
 #include "platform/dnssd/engine/automatic_engine.h"
 #include "platform/netlink/netlink_monitor.h"
 #include "platform/standard_error_log.h"
+#include "platform/values/dns_sd_choice.h"
 #include "platform/values/reach.h"
+#include "platform/values/socket_address.h"
 #include "platform/values/text.h"
 
 #include <algorithm>
-#include <array>
-#include <charconv>
 #include <csignal>
 #include <cstdint>
-#include <cstring>
 #include <iostream>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
-
-#include <netdb.h>
-#include <netinet/in.h>
 
 namespace quillbox {
 namespace {
@@ -34,74 +30,23 @@ struct Options {
     std::string name;
     std::uint16_t filePort = 0;
     std::uint16_t managementPort = 0;
-    dnssd::DnsSdMode mode = dnssd::DnsSdMode::Automatic;
+    DnsSdChoice engine = DnsSdChoice::Automatic;
     Reach reach = Reach::ThisComputer;
 };
-
-std::optional<std::uint16_t> portFrom(std::string_view text)
-{
-    std::uint16_t port = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
-    if (error != std::errc() || end != text.data() + text.size() || port == 0)
-        return std::nullopt;
-    return port;
-}
-
-std::optional<dnssd::DnsSdMode> modeFrom(std::string_view text)
-{
-    if (text == "auto")
-        return dnssd::DnsSdMode::Automatic;
-    if (text == "daemon")
-        return dnssd::DnsSdMode::Daemon;
-    if (text == "embedded")
-        return dnssd::DnsSdMode::Embedded;
-    return std::nullopt;
-}
-
-std::optional<Reach> reachFrom(std::string_view text)
-{
-    if (text == "this-computer")
-        return Reach::ThisComputer;
-    if (text == "network")
-        return Reach::Network;
-    return std::nullopt;
-}
 
 std::optional<Options> optionsFrom(const std::vector<std::string_view>& arguments)
 {
     if (arguments.size() != 5)
         return std::nullopt;
-    const auto filePort = portFrom(arguments[1]);
-    const auto managementPort = portFrom(arguments[2]);
-    const auto mode = modeFrom(arguments[3]);
-    const auto reach = reachFrom(arguments[4]);
-    if (!filePort || !managementPort || !mode || !reach)
+    const auto filePort = parsePort(arguments[1]);
+    const auto managementPort = parsePort(arguments[2]);
+    const auto engine = valueNamed<DnsSdChoice>(arguments[3], kDnsSdNames);
+    const bool isOnNetwork = arguments[4] == "network";
+    if (!filePort || !managementPort || !engine
+        || (!isOnNetwork && arguments[4] != "this-computer"))
         return std::nullopt;
-    return Options{std::string(arguments[0]), *filePort, *managementPort, *mode, *reach};
-}
-
-struct Place {
-    std::string host;
-    std::string port;
-    bool isLoopback = false;
-};
-
-std::optional<Place> placeOf(const SocketAddress& address)
-{
-    std::array<char, NI_MAXHOST> host{};
-    std::array<char, NI_MAXSERV> port{};
-    sockaddr_storage storage{};
-    if (address.size() > sizeof storage)
-        return std::nullopt;
-    std::memcpy(&storage, address.data(), address.size());
-    if (storage.ss_family != AF_INET)
-        return std::nullopt;
-    if (getnameinfo(reinterpret_cast<const sockaddr*>(&storage),
-                    static_cast<socklen_t>(address.size()), host.data(), host.size(), port.data(),
-                    port.size(), NI_NUMERICHOST | NI_NUMERICSERV)
-        != 0)
-        return std::nullopt;
-    return Place{host.data(), port.data(), std::string_view(host.data()).starts_with("127.")};
+    return Options{std::string(arguments[0]), *filePort, *managementPort, *engine,
+                   isOnNetwork ? Reach::Network : Reach::ThisComputer};
 }
 
 /// Prints the address of the server that the helper advertises for this phone: its loopback address
@@ -136,14 +81,15 @@ private:
 
     void addressesChanged(const std::vector<DnsSd::FoundAddress>& addresses)
     {
-        std::optional<Place> best;
-        for (const DnsSd::FoundAddress& found : addresses) {
-            const auto place = placeOf(found.address);
-            if (place && (!best || (place->isLoopback && !best->isLoopback)))
-                best = place;
+        SocketAddress best;
+        for (const auto& found : addresses) {
+            const SocketAddress& address = found.address;
+            if (isIPv4(address) && (best.isNone() || (isLoopback(address) && !isLoopback(best))))
+                best = address;
         }
-        if (best)
-            tell(R"({"relay": {"host": ")" + best->host + R"(", "port": )" + best->port + "}}");
+        if (const auto host = numericHost(best))
+            tell(R"({"relay": {"host": ")" + *host + R"(", "port": )" + std::to_string(portOf(best))
+                 + "}}");
     }
 
     void tell(const std::string& text)
@@ -163,10 +109,10 @@ private:
 };
 
 /// The loopback address on which the file service is announced, which is not 127.0.0.1.
-void tellAddress(const DnsSd::OwnServiceUpdate& update)
+void tellAddress(const std::optional<DnsSd::OwnService>& service)
 {
-    if (update.service)
-        std::cout << R"({"address": ")" << update.service->onLoopback.host << R"("})" << std::endl;
+    if (service)
+        std::cout << R"({"address": ")" << service->onLoopback.host << R"("})" << std::endl;
 }
 
 void tellRegistration(const char* what, const DnsSd::RegistrationUpdate& update)
@@ -190,7 +136,7 @@ int run(const Options& options)
     DispatchPool pool;
     const auto monitor = makeNetworkMonitor(pool);
     const auto dnsSdQueue = pool.makeQueue("demo.dns-sd", QualityOfService::Utility);
-    const auto dnsSd = makeDnsSd(dnssd::makeEngine(options.mode, dnsSdQueue, *log), dnsSdQueue,
+    const auto dnsSd = makeDnsSd(dnssd::makeEngine(options.engine, dnsSdQueue, *log), dnsSdQueue,
                                  *monitor, *log, options.reach);
     const auto queue = pool.makeQueue("demo.phone", QualityOfService::Utility);
     {

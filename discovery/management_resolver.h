@@ -3,10 +3,12 @@
 #include "platform/network.h"
 #include "platform/values/endpoint.h"
 
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quillbox {
 
@@ -19,24 +21,35 @@ class ManagementResolver final : public std::enable_shared_from_this<ManagementR
 public:
     using Completed = std::function<void(const std::optional<std::string>& url)>;
 
-    ManagementResolver(Network& network, const Endpoint& endpoint, Completed completed);
+    ManagementResolver(Dispatch& dispatch, Network& network, Endpoint endpoint,
+                       Completed completed);
 
     ManagementResolver(const ManagementResolver&) = delete;
     ManagementResolver& operator=(const ManagementResolver&) = delete;
 
-    /// Resolves for at most 6 seconds. If the endpoint is not a service, calls `completed` without
-    /// a URL inside this call.
+    /// Called once. Resolves for at most 6 seconds of the monotonic clock, and for all of them
+    /// while nothing is found, since a sleeping phone answers late. Ends when an IPv4 address is
+    /// found; with IPv6 addresses only, when both address families are settled, or after half a
+    /// second. If the endpoint is not a service, calls `completed` without a URL inside this call.
     void start();
 
     void cancel();
 
 private:
-    void netServiceDidResolveAddress();
-    void netServiceDidNotResolve();
-    void detach();
+    void update(const DnsSd::ResolveUpdate& update);
+    void secondFamilyIsLate();
+    void finish();
+    void report(const std::optional<std::string>& url);
+    /// Calls `action` after `delay`, unless it has finished by then.
+    void after(std::chrono::milliseconds delay, void (ManagementResolver::*action)());
 
-    std::unique_ptr<NetService> service;
-    Completed completed;
+    const std::shared_ptr<DispatchQueue> mainQueue;
+    Network& network;
+    const Endpoint endpoint;
+    const Completed completed;
+    std::unique_ptr<DnsSd::Subscription> subscription; ///< null when it is not resolving
+    std::vector<SocketAddress> addresses;              ///< IPv4 first
+    bool isWaitingForSecond = false;
 };
 
 } // namespace quillbox

@@ -1,9 +1,7 @@
 #include "discovery/management_url.h"
 
-#include "platform/values/socket_address.h"
 #include "platform/values/text.h"
 
-#include <algorithm>
 #include <string_view>
 
 namespace quillbox {
@@ -29,16 +27,10 @@ std::string withValidUtf8(std::string_view text)
 
 } // namespace
 
-std::vector<SocketAddress> ipv4First(std::vector<SocketAddress> addresses)
-{
-    std::stable_partition(addresses.begin(), addresses.end(), isIPv4);
-    return addresses;
-}
-
-std::optional<std::string> managementUrl(const SocketAddress& address, std::uint16_t port)
+std::optional<std::string> managementUrl(const SocketAddress& address)
 {
     const auto host = numericHost(address);
-    return host ? std::optional(urlOfNumericHost(*host, port)) : std::nullopt;
+    return host ? std::optional(urlOfNumericHost(*host, portOf(address))) : std::nullopt;
 }
 
 std::string urlOfNumericHost(std::string_view numericHost, std::uint16_t port)

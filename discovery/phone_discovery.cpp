@@ -13,17 +13,16 @@ namespace {
 constexpr const char* kProductName = "Quillbox";
 constexpr const char* kProductPrefix = "Quillbox ";
 
-std::vector<DiscoveredDevice> devicesIn(const Browser::Results& results)
+std::vector<DiscoveredDevice> devicesIn(const std::vector<ServiceEndpoint>& services)
 {
     struct Keyed {
         std::string key;
         DiscoveredDevice device;
     };
     std::vector<Keyed> found;
-    for (const Endpoint& endpoint : results) {
-        const ServiceEndpoint* service = endpoint.service();
-        if (service && isNamedAfterProduct(service->name))
-            found.push_back({normalized(service->name), {endpoint, service->name}});
+    for (const ServiceEndpoint& service : services) {
+        if (isNamedAfterProduct(service.name))
+            found.push_back({normalized(service.name), {service, service.name}});
     }
     std::stable_sort(found.begin(), found.end(),
                      [](const Keyed& a, const Keyed& b) { return a.key < b.key; });
@@ -42,14 +41,6 @@ bool isNamedAfterProduct(const std::string& name)
     return canonicallyEqual(name, kProductName) || canonicallyHasPrefix(name, kProductPrefix);
 }
 
-std::shared_ptr<PhoneDiscovery> PhoneDiscovery::make(Dispatch& dispatch, Network& network, Log& log,
-                                                     const std::string& bundleIdentifier,
-                                                     std::string type)
-{
-    return std::shared_ptr<PhoneDiscovery>(
-        new PhoneDiscovery(dispatch, network, log, bundleIdentifier, std::move(type)));
-}
-
 PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
                                const std::string& bundleIdentifier, std::string type)
     : network(browsed),
@@ -63,35 +54,18 @@ PhoneDiscovery::PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discov
 void PhoneDiscovery::start()
 {
     stop();
-    TcpParameters parameters;
-    parameters.includePeerToPeer = true;
-    const auto made = network.makeBrowser(serviceType, parameters);
-    made->setResultsChangedHandler([weak = weak_from_this()](const Browser::Results& results) {
-        const auto self = weak.lock();
-        if (!self)
-            return;
-        auto devices = devicesIn(results);
-        self->logDevices(devices, results.size());
-        self->deliver(std::move(devices));
-    });
-    made->setStateUpdateHandler(
-        [weak = weak_from_this()](Browser::State state, std::error_code error) {
-            const auto self = weak.lock();
-            if (!self)
-                return;
-            self->logState(state, error);
-            if (state == Browser::State::Failed)
-                self->deliver({});
+    browse = network.dnsSd().browse(
+        serviceType, queue,
+        [weak = weak_from_this(),
+         last = std::make_shared<DnsSd::BrowseUpdate>()](const DnsSd::BrowseUpdate& update) {
+            if (const auto self = weak.lock())
+                self->update(update, *last);
         });
-    browser = made;
-    made->start(queue);
 }
 
 void PhoneDiscovery::stop()
 {
-    if (browser)
-        browser->cancel();
-    browser = nullptr;
+    browse = nullptr;
 }
 
 template <typename Text> void PhoneDiscovery::tell(Text&& text)
@@ -99,14 +73,34 @@ template <typename Text> void PhoneDiscovery::tell(Text&& text)
     log.tell(LogCategory::Discovery, [&] { return serviceType + ": " + text(); });
 }
 
-void PhoneDiscovery::logState(Browser::State state, std::error_code error)
+void PhoneDiscovery::update(const DnsSd::BrowseUpdate& update, DnsSd::BrowseUpdate& last)
 {
-    if (state == Browser::State::Ready)
-        tell([] { return "browsing"; });
-    else if (state == Browser::State::Waiting)
-        tell([&] { return "cannot browse at present: " + error.message(); });
-    else if (state == Browser::State::Failed)
-        tell([&] { return "cannot browse: " + error.message(); });
+    using State = DnsSd::BrowseUpdate::State;
+    const bool isNewState = last.state != update.state || last.error != update.error;
+    last.state = update.state;
+    last.error = update.error;
+    if (isNewState)
+        logState(update);
+    if (update.state == State::Failed)
+        return deliver({});
+    if (update.state == State::Waiting || last.services == update.services)
+        return;
+    last.services = update.services;
+    auto devices = devicesIn(update.services);
+    logDevices(devices, update.services.size());
+    deliver(std::move(devices));
+}
+
+void PhoneDiscovery::logState(const DnsSd::BrowseUpdate& update)
+{
+    switch (update.state) {
+    case DnsSd::BrowseUpdate::State::Ready:
+        return tell([] { return "browsing"; });
+    case DnsSd::BrowseUpdate::State::Waiting:
+        return tell([&] { return "cannot browse at present: " + update.error.message(); });
+    case DnsSd::BrowseUpdate::State::Failed:
+        return tell([&] { return "cannot browse: " + update.error.message(); });
+    }
 }
 
 void PhoneDiscovery::logDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services)

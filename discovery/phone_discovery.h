@@ -30,10 +30,8 @@ public:
 
     /// `bundleIdentifier` is the prefix of the queue's label. The references outlive the object.
     /// Browsing begins with `start`.
-    static std::shared_ptr<PhoneDiscovery> make(Dispatch& dispatch, Network& network, Log& log,
-                                                const std::string& bundleIdentifier,
-                                                std::string type);
-
+    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
+                   const std::string& bundleIdentifier, std::string type);
     PhoneDiscovery(const PhoneDiscovery&) = delete;
     PhoneDiscovery& operator=(const PhoneDiscovery&) = delete;
 
@@ -47,11 +45,10 @@ public:
     void stop();
 
 private:
-    PhoneDiscovery(Dispatch& dispatch, Network& browsed, Log& discoveryLog,
-                   const std::string& bundleIdentifier, std::string type);
-
+    /// `last` is the browse's last state and last set.
+    void update(const DnsSd::BrowseUpdate& update, DnsSd::BrowseUpdate& last);
     void deliver(std::vector<DiscoveredDevice> devices);
-    void logState(Browser::State state, std::error_code error);
+    void logState(const DnsSd::BrowseUpdate& update);
     void logDevices(const std::vector<DiscoveredDevice>& devices, std::size_t services);
     template <typename Text> void tell(Text&& text);
 
@@ -59,7 +56,7 @@ private:
     const std::shared_ptr<DispatchQueue> mainQueue;
     const std::string serviceType;
     const std::shared_ptr<DispatchQueue> queue;
-    std::shared_ptr<Browser> browser;
+    std::unique_ptr<DnsSd::Subscription> browse;
     Log& log;
     std::map<std::string, Log::Clock::time_point> logged; ///< devices that are there, since when
 };

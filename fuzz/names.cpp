@@ -3,7 +3,7 @@
 #include "platform/dnssd/operations/names.h"
 
 #include "platform/dnssd/avahi/avahi_service_location.h"
-#include "platform/dnssd/operations/host_identity.h"
+#include "platform/dnssd/operations/own_services.h"
 #include "platform/values/text.h"
 
 #include <algorithm>
@@ -42,11 +42,12 @@ void tryNames(std::string_view text)
     }
     const auto slug = hostSlug(text, 24);
     require(slug.size() <= 24 && !slug.starts_with('-') && !slug.ends_with('-'), "a valid label");
-    HostIdentities identities;
+    OwnServices services;
+    OwnServices::Entry entry(services, {std::string(text), "_smb._tcp"}, 445);
     unsigned number = 1;
-    const auto identity = identities.claim("computer.local", std::string(text), number);
-    require(identity.hostName.size() <= kMaximumLabelSize + 6, "a host name that fits");
-    require(identity.loopback.bytes[0] == 127 && identity.loopback.bytes[1] != 0,
+    entry.claimHost("computer.local", number);
+    require(entry.hostName().size() <= kMaximumLabelSize + 6, "a host name that fits");
+    require(entry.loopback().bytes[0] == 127 && entry.loopback().bytes[1] != 0,
             "a loopback address outside 127.0.0.0/16");
 }
 

@@ -42,7 +42,7 @@ void tryBytes(const SocketAddress& address)
     const bool isAddress = familyOf(address) != AF_UNSPEC;
     const auto text = numericHost(address);
     require(!text || isAddress, "only an address has a numeric form");
-    managementUrl(address, 443);
+    managementUrl(address);
     require(!isAddress || portOf(withPort(address, 4445)) == 4445, "the port can be set");
     const OnLink network;
     for (const auto& interfaces : {std::set<int>(), std::set{kLoopbackInterface}, std::set{2}}) {

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "platform/browser.h"
 #include "platform/connection.h"
+#include "platform/dns_sd.h"
 #include "platform/listener.h"
-#include "platform/net_service.h"
 #include "platform/values/endpoint.h"
 #include "platform/values/traffic.h"
 
@@ -19,7 +18,6 @@ namespace quillbox {
 /// within 2 minutes.
 struct TcpParameters {
     bool allowLocalEndpointReuse = false;
-    bool includePeerToPeer = false;
     /// The accepted connection, not yet started, on whose behalf an outgoing connection is opened.
     ///
     /// The outgoing connection fails if DNS-SD finds its endpoint at the client's address, beside
@@ -66,11 +64,8 @@ public:
     virtual std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                        const TcpParameters& parameters) = 0;
 
-    /// `type` is like "_smb._tcp"; the default domain is browsed.
-    virtual std::shared_ptr<Browser> makeBrowser(std::string type,
-                                                 const TcpParameters& parameters) = 0;
-
-    virtual std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) = 0;
+    /// Starts the DNS-SD engine when it is called first.
+    virtual DnsSd& dnsSd() = 0;
 
     /// The traffic of the accepted connections so far. Called on the main thread.
     virtual TrafficReport traffic() const = 0;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/net_service.h"
+#include "platform/values/socket_address.h"
 
 #include <functional>
 #include <memory>

@@ -5,7 +5,7 @@
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/loop_queue.h"
 #include "platform/dispatch/timer.h"
-#include "platform/net_service.h"
+#include "platform/values/socket_address.h"
 
 #include <chrono>
 #include <functional>

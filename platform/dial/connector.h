@@ -4,7 +4,7 @@
 #include "platform/dial/dial_context.h"
 #include "platform/dispatch/timer.h"
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/network_monitor.h"
 #include "platform/tcp/tcp_connection.h"
 #include "platform/values/endpoint.h"

@@ -1,8 +1,8 @@
 #pragma once
 
-#include "platform/net_service.h"
 #include "platform/network_monitor.h"
 #include "platform/tcp/own_ports.h"
+#include "platform/values/socket_address.h"
 
 #include <set>
 #include <system_error>

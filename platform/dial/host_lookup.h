@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/net_service.h"
+#include "platform/values/socket_address.h"
 
 #include <functional>
 #include <map>

@@ -91,11 +91,7 @@ void ResolveCache::subscribe(const std::string& key, Entry& entry)
         if (const auto self = weak.lock())
             self->take(key, token, update);
     };
-    if (const auto* service = entry.endpoint.service())
-        entry.subscription = dnsSd_.resolve(*service, queue_, std::move(handler));
-    else
-        entry.subscription =
-            dnsSd_.resolveHost(entry.endpoint.host()->host, queue_, std::move(handler));
+    entry.subscription = dnsSd_.resolve(entry.endpoint, queue_, std::move(handler));
 }
 
 void ResolveCache::take(const std::string& key, const std::weak_ptr<void>& token,

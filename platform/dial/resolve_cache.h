@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/values/endpoint.h"
 
 #include <chrono>
@@ -44,7 +44,7 @@ public:
     ResolveCache(const ResolveCache&) = delete;
     ResolveCache& operator=(const ResolveCache&) = delete;
 
-    /// Like `DnsSd::resolve` and, for a host, `DnsSd::resolveHost`, except that no update comes
+    /// Like `DnsSd::resolve`, except that no update comes
     /// before there is an address, an error, or the result that there is no address. Ends when the
     /// returned reference is dropped.
     std::shared_ptr<void> resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,

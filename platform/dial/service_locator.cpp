@@ -64,21 +64,21 @@ private:
     /// Whether an address found by the name service belongs to the service.
     using Check = std::function<bool(const SocketAddress&)>;
 
-    void takeOwn(const DnsSd::OwnServiceUpdate& update)
+    void takeOwn(const std::optional<DnsSd::OwnService>& own)
     {
         if (isFound)
             return;
         resolution = nullptr;
-        if (!update.service) {
-            resolution = means.dnsSd.resolve({name, kType, kDomain}, means.queue,
+        if (!own) {
+            resolution = means.dnsSd.resolve(ServiceEndpoint{name, kType, kDomain}, means.queue,
                                              [weak = weak_from_this()](const auto& resolved) {
                                                  if (const auto self = weak.lock())
                                                      self->takeResolved(resolved);
                                              });
             return;
         }
-        inNumbers = update.service->onLoopback;
-        if (!update.service->isPublished) {
+        inNumbers = own->onLoopback;
+        if (!own->isPublished) {
             // Until then it is in no network view, and nobody can resolve its host name.
             after(kPublicationLimit, [](Search& self) {
                 if (!self.isFound && !self.resolution)
@@ -87,9 +87,9 @@ private:
             return;
         }
         isOwn = true;
-        found({update.service->hostName, inNumbers->port},
-              [own = means.monitor.addresses()](const SocketAddress& address) {
-                  return isOfThisComputer(address, own);
+        found({own->hostName, inNumbers->port},
+              [addresses = means.monitor.addresses()](const SocketAddress& address) {
+                  return isOfThisComputer(address, addresses);
               });
     }
 

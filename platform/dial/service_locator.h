@@ -2,7 +2,7 @@
 
 #include "platform/dial/host_lookup.h"
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/network_monitor.h"
 #include "platform/service_locator.h"
 #include "platform/tcp/own_ports.h"

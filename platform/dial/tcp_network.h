@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/network.h"
 #include "platform/network_monitor.h"
 #include "platform/service_locator.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/dnssd/engine/engine.h"
 #include "platform/log.h"
 #include "platform/network_monitor.h"

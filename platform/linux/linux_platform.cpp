@@ -2,9 +2,7 @@
 
 #include "platform/dial/tcp_network.h"
 #include "platform/dispatch/dispatch_pool.h"
-#include "platform/dnssd/browser.h"
 #include "platform/dnssd/dns_sd_center.h"
-#include "platform/dnssd/net_service.h"
 #include "platform/linux/system_configuration.h"
 #include "platform/netlink/netlink_monitor.h"
 
@@ -23,9 +21,9 @@ struct LinuxPlatform::Backends {
     Backends(const LinuxPlatform& platform, std::function<void(bool)> daemonChanged)
         : monitor(makeNetworkMonitor(platform.pool)),
           dnsSdQueue(platform.pool.makeQueue("dns-sd", QualityOfService::Utility)),
-          dnsSd(makeDnsSd(
-              dnssd::makeEngine(platform.mode, dnsSdQueue, platform.log, std::move(daemonChanged)),
-              dnsSdQueue, *monitor, platform.log, platform.reach)),
+          dnsSd(makeDnsSd(dnssd::makeEngine(platform.engine, dnsSdQueue, platform.log,
+                                            std::move(daemonChanged)),
+                          dnsSdQueue, *monitor, platform.log, platform.reach)),
           tcp(platform.pool, *dnsSd, *monitor, platform.reach),
           locator(tcp.makeServiceLocator(platform.ownMainQueue, isAvahiAskedForNames))
     {
@@ -38,9 +36,9 @@ struct LinuxPlatform::Backends {
     const std::unique_ptr<ServiceLocator> locator;
 };
 
-LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode chosen,
+LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, DnsSdChoice chosenEngine,
                              Reach chosenReach, Log& platformLog)
-    : ownMainQueue(std::move(mainQueue)), mode(chosen), reach(chosenReach), log(platformLog)
+    : ownMainQueue(std::move(mainQueue)), engine(chosenEngine), reach(chosenReach), log(platformLog)
 {
 }
 
@@ -72,9 +70,10 @@ std::function<void(bool)> LinuxPlatform::daemonChanged() const
 {
     return [this, weak = std::weak_ptr(isDaemonUp), queue = ownMainQueue](bool isUp) {
         queue->async([this, weak, isUp] {
-            const auto before = weak.lock();
-            if (!before || std::exchange(*before, isUp) == isUp)
+            const auto known = weak.lock();
+            if (!known)
                 return;
+            *known = isUp;
             // A copy, because it may set another handler.
             if (const auto handler = changed)
                 handler();
@@ -99,15 +98,9 @@ std::shared_ptr<Connection> LinuxPlatform::makeConnection(const Endpoint& endpoi
     return backends().tcp.makeConnection(endpoint, parameters);
 }
 
-std::shared_ptr<Browser> LinuxPlatform::makeBrowser(std::string type,
-                                                    const TcpParameters& /*parameters*/)
+DnsSd& LinuxPlatform::dnsSd()
 {
-    return quillbox::makeBrowser(*backends().dnsSd, std::move(type));
-}
-
-std::unique_ptr<NetService> LinuxPlatform::makeNetService(const ServiceEndpoint& service)
-{
-    return quillbox::makeNetService(*backends().dnsSd, ownMainQueue, service);
+    return *backends().dnsSd;
 }
 
 TrafficReport LinuxPlatform::traffic() const

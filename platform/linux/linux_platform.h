@@ -33,7 +33,7 @@ class LinuxPlatform final : public Dispatch,
 public:
     /// `reach` limits from where listeners can be reached and where they are advertised. `log` must
     /// outlive the platform.
-    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode, Reach reach,
+    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, DnsSdChoice engine, Reach reach,
                   Log& log);
 
     /// Shuts down.
@@ -54,9 +54,7 @@ public:
                                            std::error_code& error) override;
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters) override;
-    std::shared_ptr<Browser> makeBrowser(std::string type,
-                                         const TcpParameters& parameters) override;
-    std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) override;
+    DnsSd& dnsSd() override;
     TrafficReport traffic() const override;
 
     void locate(const std::string& instanceName, Completion completion) override;
@@ -72,7 +70,7 @@ private:
 
     mutable DispatchPool pool;
     const std::shared_ptr<DispatchQueue> ownMainQueue;
-    const dnssd::DnsSdMode mode;
+    const DnsSdChoice engine;
     const Reach reach;
     Log& log;
     bool isShutDown = false; ///< used on the main thread only

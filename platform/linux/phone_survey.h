@@ -1,7 +1,7 @@
 #pragma once
 
 #include "platform/dispatch_queue.h"
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/network_monitor.h"
 #include "platform/values/system_facts.h"
 

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/net_service.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/values/socket_address.h"
 
 #include <cstdint>
 #include <mutex>

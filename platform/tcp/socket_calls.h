@@ -1,7 +1,7 @@
 #pragma once
 
-#include "platform/net_service.h"
 #include "platform/values/reach.h"
+#include "platform/values/socket_address.h"
 
 #include <cerrno>
 #include <chrono>

@@ -2,11 +2,11 @@
 
 #include "platform/connection.h"
 #include "platform/dispatch/fd_watcher.h"
-#include "platform/net_service.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/tcp_context.h"
 #include "platform/tcp/tcp_stream.h"
+#include "platform/values/socket_address.h"
 
 #include <cstddef>
 #include <functional>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 #include "platform/tcp/chunk_pool.h"
 #include "platform/tcp/own_ports.h"
 #include "platform/tcp/pipe_pool.h"

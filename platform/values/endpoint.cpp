@@ -1,6 +1,5 @@
 #include "platform/values/endpoint.h"
 
-#include <array>
 #include <string_view>
 #include <utility>
 
@@ -8,8 +7,8 @@ namespace quillbox {
 
 namespace {
 
-/// Escapes the separators of a printed endpoint, and control characters.
-std::string escaped(std::string_view text)
+/// Escapes `separators`, which include the backslash, and control characters.
+std::string escaped(std::string_view text, std::string_view separators)
 {
     std::string result;
     result.reserve(text.size());
@@ -22,32 +21,23 @@ std::string escaped(std::string_view text)
             result += static_cast<char>('0' + byte % 10);
             continue;
         }
-        if (character == '.' || character == '\\' || character == '%' || character == ':')
+        if (separators.find(character) != std::string_view::npos)
             result += '\\';
         result += character;
     }
     return result;
 }
 
+std::string escapedLabel(std::string_view label)
+{
+    return escaped(label, R"(.\%:)");
+}
+
 /// Types and domains keep their dots, which are unambiguous: those of the instance label before
 /// them are escaped, and type and domain are separated by a '/', which is escaped in both.
-std::string escapedPath(std::string_view text)
+std::string escapedPath(std::string_view path)
 {
-    std::string result;
-    std::string_view::size_type start = 0;
-    while (true) {
-        const auto dot = text.find('.', start);
-        std::string label = escaped(text.substr(start, dot - start));
-        for (const char character : label) {
-            if (character == '/')
-                result += '\\';
-            result += character;
-        }
-        if (dot == std::string_view::npos)
-            return result;
-        result += '.';
-        start = dot + 1;
-    }
+    return escaped(path, R"(\%:/)");
 }
 
 } // namespace
@@ -71,7 +61,7 @@ std::string Endpoint::description() const
     if (const auto* address = host())
         return escapedPath(address->host) + ':' + std::to_string(address->port);
     const auto* instance = service();
-    return escaped(instance->name) + '.' + escapedPath(instance->type) + '/'
+    return escapedLabel(instance->name) + '.' + escapedPath(instance->type) + '/'
            + escapedPath(instance->domain);
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -60,6 +62,15 @@ std::string inDoubleQuotes(std::string_view name);
 /// Parses a decimal unsigned 16-bit number: an optional "+" or "-", then at least one ASCII digit
 /// and nothing else, not even blanks. After "-" only zero is valid. nullopt otherwise.
 std::optional<std::uint16_t> parsePort(std::string_view text);
+
+/// The enumerator of that name; `names` has those of all, in their order.
+template <typename Value>
+std::optional<Value> valueNamed(std::string_view name, std::span<const std::string_view> names)
+{
+    const auto found = std::find(names.begin(), names.end(), name);
+    return found == names.end() ? std::nullopt
+                                : std::optional(static_cast<Value>(found - names.begin()));
+}
 
 /// The characters that have no special meaning anywhere in a URL, and those that have one only
 /// where a scheme gives them one, as http and smb do not (RFC 3986, sections 2.3 and 2.2).

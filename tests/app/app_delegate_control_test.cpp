@@ -50,10 +50,7 @@ protected:
         findPhones({phoneNamed("Quillbox K\u00fcche"), phoneNamed("Quillbox Office")});
     }
 
-    FakeNetService& resolution(std::size_t place = 0)
-    {
-        return *network.netServices.at(place)->object;
-    }
+    FakeResolution& resolution() { return *network.resolutions.at(0); }
 
     std::vector<ControlAnswer> answers;
 };
@@ -213,7 +210,7 @@ TEST_F(AppDelegateControl, opensWebManagementAndTellsOnceItIsOpen)
     tell(encoded(ControlRequest{.command = ControlCommand::Manage, .phone = "Quillbox Office"}),
          "token");
     EXPECT_THAT(answers, IsEmpty());
-    EXPECT_EQ(network.netServices.at(0)->service.name, "Quillbox Office");
+    EXPECT_EQ(network.resolutions.at(0)->service.name, "Quillbox Office");
     resolution().finish({ipv4Address("192.0.2.9")}, 8443);
     dispatch.runAll();
     EXPECT_THAT(answers, ElementsAre(ControlAnswer()));
@@ -226,8 +223,7 @@ TEST_F(AppDelegateControl, tellsThatWebManagementCannotBeReached)
     launch();
     findManagement({phoneNamed("Quillbox Office")});
     tell(encoded(ControlRequest{.command = ControlCommand::Manage}));
-    resolution().fail();
-    dispatch.runAll();
+    dispatch.advance(std::chrono::seconds(6));
     const std::string text = "Could not resolve management address. Check the phone is online.";
     EXPECT_THAT(answers,
                 ElementsAre(ControlAnswer{.outcome = ControlOutcome::Refused, .text = text}));
@@ -254,8 +250,7 @@ TEST_F(AppDelegateControl, tellsTheFirstOfTwoThatTheSecondCame)
     delegate->openManagement();
     ASSERT_EQ(answers.size(), 1U);
     EXPECT_EQ(answers.at(0).outcome, ControlOutcome::Refused);
-    resolution(1).fail();
-    dispatch.runAll();
+    dispatch.advance(std::chrono::seconds(6));
     EXPECT_EQ(answers.size(), 1U);
 }
 
@@ -283,7 +278,7 @@ TEST_F(AppDelegateControl, offersTheChoiceOfPhonesInTheWindowAndInTheAnswer)
     EXPECT_EQ(ask(ControlCommand::Manage, "Quillbox Cellar"),
               (ControlAnswer{.outcome = ControlOutcome::UnknownPhone,
                              .phones = {"Quillbox Attic", "Quillbox Office"}}));
-    EXPECT_THAT(network.netServices, IsEmpty());
+    EXPECT_THAT(network.resolutions, IsEmpty());
 }
 
 TEST_F(AppDelegateControl, restarts)

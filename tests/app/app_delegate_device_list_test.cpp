@@ -30,9 +30,9 @@ protected:
         return *delegate->deviceListStack.layout()->itemAt(index)->widget();
     }
 
-    static Browser::Results phonesNumbered(int count)
+    static std::vector<Endpoint> phonesNumbered(int count)
     {
-        Browser::Results phones;
+        std::vector<Endpoint> phones;
         for (int number = 1; number <= count; ++number)
             phones.push_back(phoneNamed("Quillbox " + std::to_string(number)));
         return phones;
@@ -107,7 +107,8 @@ TEST_F(DeviceList, everyRedrawLeavesAHeadingAndARowAPhone)
 {
     launch();
     for (int redraw = 0; redraw < 3; ++redraw) {
-        findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B"), phoneNamed("Quillbox C")});
+        findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B"), phoneNamed("Quillbox C"),
+                    phoneNamed("Printer " + std::to_string(redraw))});
         EXPECT_EQ(viewCount(), 4);
         EXPECT_EQ(
             delegate->deviceListStack.findChildren<QWidget*>(QString(), Qt::FindDirectChildrenOnly)
@@ -124,7 +125,7 @@ TEST_F(DeviceList, everyRedrawBuildsEveryRowAnew)
     findPhones({phoneNamed("Quillbox A")});
     const QPointer<QWidget> heading(&view(0));
     const QPointer<QWidget> row(&view(1));
-    findPhones({phoneNamed("Quillbox A")});
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Printer")});
     EXPECT_NE(&view(0), heading);
     EXPECT_NE(&view(1), row);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
@@ -249,8 +250,8 @@ TEST_F(DeviceList, aManageButtonAsksForThePageOfItsPhone)
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     rows()[1]->manageButton()->click();
-    ASSERT_EQ(network.netServices.size(), 1U);
-    EXPECT_EQ(network.netServices[0]->service.name, "Quillbox B");
+    ASSERT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
 }
 
 TEST_F(DeviceList, namesAreShownAsTheyAre)
@@ -437,7 +438,7 @@ TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
     ASSERT_TRUE(rows()[0]->manageButton()->isDown());
     EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to get the release event";
     releasePointer(*rows()[0]->manageButton());
-    EXPECT_EQ(network.netServices.size(), 1U);
+    EXPECT_EQ(network.resolutions.size(), 1U);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
     EXPECT_FALSE(QWidget::mouseGrabber());
 }
@@ -485,7 +486,7 @@ TEST_F(DeviceList, aPressThatLeavesTheNewButtonIsNone)
     QEvent leave(QEvent::Leave);
     QApplication::sendEvent(rows()[0]->manageButton(), &leave);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
-    EXPECT_TRUE(network.netServices.empty());
+    EXPECT_TRUE(network.resolutions.empty());
 }
 
 TEST_F(DeviceList, aRedrawFromWithinAClickIsHarmless)

@@ -24,7 +24,7 @@ protected:
     void openWithPhones(std::initializer_list<const char*> names)
     {
         open();
-        Browser::Results phones;
+        std::vector<Endpoint> phones;
         for (const char* name : names)
             phones.push_back(phoneNamed(name));
         findPhones(phones);
@@ -186,7 +186,7 @@ TEST_F(Keyboard, aRedrawBetweenPressAndReleaseOfSpaceKeepsTheClick)
     delegate->updateDeviceList();
     settle();
     release(*rows()[0]->manageButton(), Qt::Key_Space);
-    EXPECT_EQ(network.netServices.size(), 1U);
+    EXPECT_EQ(network.resolutions.size(), 1U);
 }
 
 TEST_F(Keyboard, onlyAKeyThatDoesSomethingCountsAsHandled)

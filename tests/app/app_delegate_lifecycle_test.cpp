@@ -65,7 +65,7 @@ TEST_F(AppDelegateLifecycle, startsWithTheControlsOfAFirstLaunch)
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(delegate->relayTargets, IsEmpty());
     EXPECT_THAT(delegate->readyFinderNames, IsEmpty());
-    EXPECT_THAT(network.browsers, IsEmpty());
+    EXPECT_THAT(network.browses, IsEmpty());
 }
 
 TEST_F(AppDelegateLifecycle, browsesForPhonesAndThenForTheirManagement)
@@ -74,8 +74,9 @@ TEST_F(AppDelegateLifecycle, browsesForPhonesAndThenForTheirManagement)
     network.log = &log;
     launch();
     EXPECT_THAT(log,
-                ElementsAre("browser.start _quillbox._tcp", "browser.start _quillbox-admin._tcp"));
-    EXPECT_EQ(phoneBrowser().queue->label(), std::string(kIdentifier) + ".discovery");
+                ElementsAre("browse.start _quillbox._tcp", "browse.start _quillbox-admin._tcp"));
+    EXPECT_EQ(phoneBrowse().queue->label(), std::string(kIdentifier) + ".discovery");
+    delegate = nullptr; // ends what is recorded in the log
 }
 
 TEST_F(AppDelegateLifecycle, showsTheWindowAtEveryLaunch)
@@ -114,7 +115,7 @@ TEST_F(AppDelegateLifecycle, aSecondCopyBringsTheFirstForwardAndEndsUntouched)
     EXPECT_EQ(terminations, 1);
     EXPECT_EQ(delegate->window, nullptr);
     EXPECT_EQ(delegate->statusItem, nullptr);
-    EXPECT_THAT(network.browsers, IsEmpty());
+    EXPECT_THAT(network.browses, IsEmpty());
     EXPECT_THAT(network.listeners, IsEmpty());
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(defaults.reads, IsEmpty());
@@ -228,13 +229,13 @@ TEST_F(AppDelegateLifecycle, withoutABundleIdentifierAnyNumberOfCopiesRun)
 TEST_F(AppDelegateLifecycle, theSameDevicesInTheSameOrderRedrawTheListAndLeaveTheRelays)
 {
     launch();
-    const Browser::Results phones{phoneNamed("Quillbox A"), phoneNamed("Quillbox B")};
-    findPhones(phones);
+    findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     const auto listeners = runningListeners();
     const QPointer<QWidget> oldHeading = delegate->deviceListStack.layout()->itemAt(0)->widget();
     markStatus();
 
-    findPhones(phones);
+    findPhones(
+        {phoneNamed("Quillbox B"), phoneNamed("Quillbox A")}); // sorted before it is compared
     EXPECT_EQ(runningListeners(), listeners);
     EXPECT_TRUE(isStatusMarked());
     EXPECT_NE(delegate->deviceListStack.layout()->itemAt(0)->widget(), oldHeading);
@@ -411,14 +412,14 @@ TEST_F(AppDelegateLifecycle, terminationStopsDiscoveryAndThenTheRelays)
     launch();
     findPhones({phoneNamed("Quillbox A")});
     std::vector<std::string> log;
-    for (const auto& browser : network.browsers)
-        browser->log = &log;
+    for (const auto& browse : network.browses)
+        browse->log = &log;
     network.listeners.back()->log = &log;
 
     delegate->applicationWillTerminate();
     dispatch.runAll();
     EXPECT_THAT(log,
-                ElementsAre("browser.cancel _quillbox._tcp", "browser.cancel _quillbox-admin._tcp",
+                ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
                             "listener.cancel Quillbox A"));
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(defaults.writes, IsEmpty());
@@ -428,12 +429,13 @@ TEST_F(AppDelegateLifecycle, terminationCancelsAManagementLookup)
 {
     launch();
     bool isCompleted = false;
-    delegate->managementResolver = std::make_shared<ManagementResolver>(
-        network, phoneNamed("Quillbox A"), [&isCompleted](const auto&) { isCompleted = true; });
+    delegate->managementResolver =
+        std::make_shared<ManagementResolver>(dispatch, network, phoneNamed("Quillbox A"),
+                                             [&isCompleted](const auto&) { isCompleted = true; });
     delegate->managementResolver->start();
     delegate->applicationWillTerminate();
     dispatch.advance(std::chrono::seconds(10));
-    EXPECT_EQ(network.netServices.at(0)->stops, 1);
+    EXPECT_TRUE(network.resolutions.at(0)->isEnded);
     EXPECT_FALSE(isCompleted);
 }
 
@@ -445,8 +447,8 @@ TEST_F(AppDelegateLifecycle, reportsThatArriveAfterTheControllerHasGoneAreIgnore
     const auto management = delegate->managementDiscovery;
     const auto relay = delegate->relays.at("Quillbox A");
     ASSERT_TRUE(discovery->resultChanged && management->resultChanged && relay->statusChanged);
-    phoneBrowser().deliver({});
-    managementBrowser().deliver({});
+    phoneBrowse().deliver({});
+    managementBrowse().deliver({});
     network.listeners.back()->report(Listener::State::Ready);
     delegate = nullptr;
     dispatch.runAll();
@@ -460,7 +462,7 @@ TEST_F(AppDelegateLifecycle, startsHiddenUntilSomebodyAsksForTheWindow)
     launch();
     EXPECT_FALSE(delegate->window->isVisible());
     EXPECT_TRUE(windowPresence.permissions.empty());
-    EXPECT_TRUE(phoneBrowser().isStarted);
+    EXPECT_EQ(phoneBrowse().cancels, 0);
     delegate->showHelper();
     EXPECT_TRUE(delegate->window->isVisible());
 }

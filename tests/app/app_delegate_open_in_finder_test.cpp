@@ -13,7 +13,7 @@ using ::testing::IsEmpty;
 
 class AppDelegateOpenInFinder : public AppFixture {
 protected:
-    void launchWithPhones(const Browser::Results& phones)
+    void launchWithPhones(const std::vector<Endpoint>& phones)
     {
         launch();
         findPhones(phones);
@@ -205,7 +205,7 @@ TEST_F(AppDelegateOpenInFinder, savesNothingWhenThePortIsNoneAndOpensAllTheSame)
 {
     for (const char* port : {"", " 445", "445 ", "65536", "-1", "smb"}) {
         delegate = nullptr;
-        network.browsers.clear();
+        network.browses.clear();
         workspace.opened.clear();
         launchWithPhones({phoneNamed("Quillbox")});
         delegate->portField.setText(QString::fromLatin1(port));

@@ -31,6 +31,8 @@ protected:
         };
     }
 
+    ~AppDelegateOrder() override { delegate = nullptr; } // while there is a log
+
     /// Launches in manual mode with a valid target, without running any queue.
     void launchAndWait()
     {
@@ -46,12 +48,12 @@ protected:
 TEST_F(AppDelegateOrder, startsUpInAFixedOrder)
 {
     launchAndWait();
-    EXPECT_THAT(
-        log, ElementsAre("applications.query", "status item, window built",
-                         "browser.start _quillbox._tcp", "browser.start _quillbox-admin._tcp",
-                         "window.bringForward", "applications.setActivationHandler",
-                         "read showInFinder", "read automaticDiscovery", "write host", "write port",
-                         "write share", "write user", "relay", "applications.setMessageHandler"));
+    EXPECT_THAT(log, ElementsAre("applications.query", "status item, window built",
+                                 "browse.start _quillbox._tcp", "browse.start _quillbox-admin._tcp",
+                                 "window.bringForward", "applications.setActivationHandler",
+                                 "read showInFinder", "read automaticDiscovery", "write host",
+                                 "write port", "write share", "write user", "relay",
+                                 "applications.setMessageHandler"));
 }
 
 TEST_F(AppDelegateOrder, endsASecondCopyAfterTheQueryForTheFirst)
@@ -66,22 +68,22 @@ TEST_F(AppDelegateOrder, endsASecondCopyAfterTheQueryForTheFirst)
 TEST_F(AppDelegateOrder, listensForPhonesBeforeItLooksForThem)
 {
     std::vector<std::string> unheard;
-    network.makingBrowser = [&](const std::string& type) {
+    network.startingBrowse = [&](const std::string& type) {
         const auto& discovery =
             type == kFileServiceType ? delegate->discovery : delegate->managementDiscovery;
         if (!discovery->resultChanged)
             unheard.push_back(type);
     };
     launchAndWait();
-    EXPECT_EQ(network.browsers.size(), 2U);
+    EXPECT_EQ(network.browses.size(), 2U);
     EXPECT_THAT(unheard, IsEmpty());
 }
 
 TEST_F(AppDelegateOrder, browsesForPhonesAndTheirManagementOnTwoQueues)
 {
     launchAndWait();
-    EXPECT_NE(phoneBrowser().queue, managementBrowser().queue);
-    EXPECT_EQ(phoneBrowser().queue->label(), managementBrowser().queue->label());
+    EXPECT_NE(phoneBrowse().queue, managementBrowse().queue);
+    EXPECT_EQ(phoneBrowse().queue->label(), managementBrowse().queue->label());
 }
 
 TEST_F(AppDelegateOrder, listensToARelayBeforeItStartsIt)
@@ -123,8 +125,8 @@ TEST_F(AppDelegateOrder, shutsDownInAFixedOrder)
     log.clear();
     delegate->applicationWillTerminate();
     EXPECT_THAT(log,
-                ElementsAre("browser.cancel _quillbox._tcp", "browser.cancel _quillbox-admin._tcp",
-                            "netService.stop", "relay"));
+                ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
+                            "resolution.cancel", "relay"));
     dispatch.runAll();
     EXPECT_THAT(runningListeners(), IsEmpty());
 }

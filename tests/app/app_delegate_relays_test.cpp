@@ -26,7 +26,7 @@ protected:
     }
 
     /// Makes the report of the phone discovery pending on the main queue.
-    void runDiscovery() { std::static_pointer_cast<FakeQueue>(phoneBrowser().queue)->run(); }
+    void runDiscovery() { std::static_pointer_cast<FakeQueue>(phoneBrowse().queue)->run(); }
 
     void restart()
     {
@@ -307,7 +307,7 @@ TEST_F(AppDelegateRelays, aRelayThatWasReplacedIsNotTakenForItsSuccessor)
     launch();
     findPhones({phoneNamed("Quillbox A", "one")});
     // The relay becomes ready after the phone has moved, but before its stop takes effect.
-    phoneBrowser().deliver({phoneNamed("Quillbox A", "two")});
+    phoneBrowse().deliver({phoneNamed("Quillbox A", "two")});
     runDiscovery();
     network.listeners.at(0)->report(Listener::State::Ready);
     dispatch.queue(dispatch.queueCount() - 1)->run();
@@ -321,7 +321,7 @@ TEST_F(AppDelegateRelays, aFailureOfARetiredRelayIsNotShown)
 {
     launch();
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
-    phoneBrowser().deliver({phoneNamed("Quillbox A")});
+    phoneBrowse().deliver({phoneNamed("Quillbox A")});
     runDiscovery();
     network.listeners.at(1)->report(Listener::State::Failed, failure);
     dispatch.queue(dispatch.queueCount() - 1)->run();

@@ -12,6 +12,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+constexpr std::chrono::seconds kResolutionLimit(6);
 constexpr const char* kNotResolved =
     "Could not resolve management address. Check the phone is online.";
 
@@ -22,26 +23,22 @@ protected:
         return ServiceEndpoint{.name = name, .type = "_quillbox-admin._tcp", .domain = domain};
     }
 
-    void launchWithPages(const Browser::Results& pages)
+    void launchWithPages(const std::vector<Endpoint>& pages)
     {
         launch();
         findManagement(pages);
         markStatus();
     }
 
-    FakeNetService::Record& resolution(std::size_t index) { return *network.netServices.at(index); }
+    FakeResolution& resolution(std::size_t index) { return *network.resolutions.at(index); }
 
     void resolve(std::size_t index, const std::string& address, std::uint16_t port)
     {
-        resolution(index).object->finish({ipv4Address(address)}, port);
+        resolution(index).finish({ipv4Address(address)}, port);
         dispatch.runAll();
     }
 
-    void failToResolve(std::size_t index)
-    {
-        resolution(index).object->fail();
-        dispatch.runAll();
-    }
+    void failToResolve() { dispatch.advance(kResolutionLimit); }
 
     /// Keeps the answers to a request in `answers`.
     ManagementRequest listener()
@@ -59,9 +56,8 @@ TEST_F(AppDelegateWebManagement, resolvesTheOnePageAtOnce)
 {
     launchWithPages({adminNamed("Quillbox Office")});
     delegate->openManagement();
-    ASSERT_EQ(network.netServices.size(), 1U);
+    ASSERT_EQ(network.resolutions.size(), 1U);
     EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox Office"));
-    EXPECT_EQ(resolution(0).timeout, std::chrono::seconds(6));
     EXPECT_THAT(workspace.opened, IsEmpty());
     EXPECT_TRUE(delegate->managementResolver);
 }
@@ -75,7 +71,7 @@ TEST_F(AppDelegateWebManagement, opensThePageAtItsAddressAndPort)
     EXPECT_TRUE(isStatusMarked()) << "success sets no status";
     EXPECT_EQ(workspace.beeps, 0);
     EXPECT_FALSE(delegate->managementResolver);
-    EXPECT_TRUE(resolution(0).isDestroyed);
+    EXPECT_TRUE(resolution(0).isEnded);
 }
 
 TEST_F(AppDelegateWebManagement, tellsWhenThePageCannotBeResolved)
@@ -83,7 +79,7 @@ TEST_F(AppDelegateWebManagement, tellsWhenThePageCannotBeResolved)
     launchWithPages({adminNamed("Quillbox Office")});
     delegate->statusLabel.setText(QString());
     delegate->openManagement();
-    failToResolve(0);
+    failToResolve();
     EXPECT_EQ(statusText(), kNotResolved);
     EXPECT_FALSE(isStatusReady());
     EXPECT_THAT(workspace.opened, IsEmpty());
@@ -95,8 +91,8 @@ TEST_F(AppDelegateWebManagement, tellsTheSameOfAPageWithoutAnAddress)
 {
     launchWithPages({adminNamed("Quillbox Office")});
     delegate->openManagement();
-    resolution(0).object->finish({}, 8443);
-    dispatch.runAll();
+    resolution(0).finish({}, 8443);
+    failToResolve();
     EXPECT_EQ(statusText(), kNotResolved);
     EXPECT_THAT(workspace.opened, IsEmpty());
 }
@@ -108,14 +104,14 @@ TEST_F(AppDelegateWebManagement, tellsAtOnceOfAnEndpointThatIsNoService)
     delegate->resolveManagement(HostEndpoint{"192.0.2.7", 443});
     EXPECT_EQ(statusText(), kNotResolved);
     EXPECT_FALSE(delegate->managementResolver);
-    EXPECT_THAT(network.netServices, IsEmpty());
+    EXPECT_THAT(network.resolutions, IsEmpty());
 }
 
 TEST_F(AppDelegateWebManagement, canBeAskedAgainAfterAFailure)
 {
     launchWithPages({adminNamed("Quillbox Office")});
     delegate->openManagement();
-    failToResolve(0);
+    failToResolve();
     delegate->openManagement();
     resolve(1, "192.0.2.7", 8443);
     EXPECT_THAT(workspace.opened, ElementsAre("https://192.0.2.7:8443/"));
@@ -126,10 +122,9 @@ TEST_F(AppDelegateWebManagement, actsOnTheSecondOfTwoRequestsOnly)
     launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
     delegate->resolveManagement(adminNamed("Quillbox A"));
     // The answer to the first request is pending when the second is made.
-    resolution(0).object->finish({ipv4Address("192.0.2.1")}, 1);
+    resolution(0).finish({ipv4Address("192.0.2.1")}, 1);
     delegate->resolveManagement(adminNamed("Quillbox B"));
-    EXPECT_GE(resolution(0).stops, 1);
-    EXPECT_TRUE(resolution(0).isDestroyed);
+    EXPECT_TRUE(resolution(0).isEnded);
     dispatch.runAll();
     EXPECT_THAT(workspace.opened, IsEmpty());
     EXPECT_TRUE(isStatusMarked());
@@ -142,9 +137,9 @@ TEST_F(AppDelegateWebManagement, setsNoStatusForTheFirstOfTwoRequests)
 {
     launchWithPages({adminNamed("Quillbox A")});
     delegate->openManagement();
-    resolution(0).object->fail();
+    dispatch.advance(kResolutionLimit / 2);
     delegate->openManagement();
-    dispatch.runAll();
+    dispatch.advance(kResolutionLimit / 2);
     EXPECT_TRUE(isStatusMarked());
 }
 
@@ -164,10 +159,10 @@ TEST_F(AppDelegateWebManagement, answersARequestOnceWhenThePageCannotBeResolved)
 {
     launchWithPages({adminNamed("Quillbox A")});
     delegate->resolveManagement(adminNamed("Quillbox A"), listener());
-    failToResolve(0);
+    failToResolve();
     EXPECT_THAT(answers, ElementsAre(kNotResolved));
     delegate->openManagement();
-    failToResolve(1);
+    failToResolve();
     EXPECT_EQ(answers.size(), 1U);
 }
 
@@ -187,7 +182,7 @@ TEST_F(AppDelegateWebManagement, anItemResolvesThePhoneOfItsName)
     QAction item;
     item.setData(asData("Quillbox B"));
     delegate->openManagementMenu(item);
-    ASSERT_EQ(network.netServices.size(), 1U);
+    ASSERT_EQ(network.resolutions.size(), 1U);
     EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox B"));
 }
 
@@ -197,7 +192,7 @@ TEST_F(AppDelegateWebManagement, aButtonResolvesThePhoneOfItsName)
     QPushButton button;
     button.setProperty(AppDelegate::kManagementIdentifier, asData("Quillbox B"));
     delegate->openNamedManagement(button);
-    ASSERT_EQ(network.netServices.size(), 1U);
+    ASSERT_EQ(network.resolutions.size(), 1U);
     EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox B"));
 }
 
@@ -208,7 +203,7 @@ TEST_F(AppDelegateWebManagement, ofTwoPhonesOfOneNameTheFirstIsResolved)
     item.setData(asData("Quillbox"));
     delegate->openManagementMenu(item);
     delegate->openManagementMenu(item);
-    ASSERT_EQ(network.netServices.size(), 2U);
+    ASSERT_EQ(network.resolutions.size(), 2U);
     EXPECT_EQ(Endpoint(resolution(0).service), delegate->managementDevices.at(0).endpoint);
     EXPECT_EQ(Endpoint(resolution(1).service), delegate->managementDevices.at(0).endpoint);
 }
@@ -220,7 +215,7 @@ TEST_F(AppDelegateWebManagement, whereANameLeadsIsLookedUpAtTheClick)
     button.setProperty(AppDelegate::kManagementIdentifier, asData("Quillbox A"));
     findManagement({adminNamed("Quillbox A", "example.org")});
     delegate->openNamedManagement(button);
-    ASSERT_EQ(network.netServices.size(), 1U);
+    ASSERT_EQ(network.resolutions.size(), 1U);
     EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox A", "example.org"));
 }
 
@@ -230,7 +225,7 @@ TEST_F(AppDelegateWebManagement, aNameIsTheSameInEveryUnicodeForm)
     QAction item;
     item.setData(asData("Quillbox K\u00fcche"));
     delegate->openManagementMenu(item);
-    ASSERT_EQ(network.netServices.size(), 1U);
+    ASSERT_EQ(network.resolutions.size(), 1U);
     EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox Ku\u0308che")) << "verbatim";
 }
 
@@ -244,7 +239,7 @@ TEST_F(AppDelegateWebManagement, aPhoneThatHasLeftIsIgnored)
     findManagement({adminNamed("Quillbox B"), adminNamed("quillbox a")});
     delegate->openManagementMenu(item);
     delegate->openNamedManagement(button);
-    EXPECT_THAT(network.netServices, IsEmpty());
+    EXPECT_THAT(network.resolutions, IsEmpty());
     EXPECT_TRUE(isStatusMarked());
     EXPECT_EQ(workspace.beeps, 0);
 }
@@ -258,7 +253,7 @@ TEST_F(AppDelegateWebManagement, anItemOrAButtonWithoutANameDoesNothing)
     delegate->openNamedManagement(button);
     item.setData(QPoint(1, 1));
     delegate->openManagementMenu(item);
-    EXPECT_THAT(network.netServices, IsEmpty());
+    EXPECT_THAT(network.resolutions, IsEmpty());
     EXPECT_TRUE(isStatusMarked());
 }
 
@@ -276,10 +271,9 @@ TEST_F(AppDelegateWebManagement, theEndOfTheProgramCancelsTheRequest)
 {
     launchWithPages({adminNamed("Quillbox")});
     delegate->openManagement();
-    resolution(0).object->fail();
     delegate->applicationWillTerminate();
-    EXPECT_GE(resolution(0).stops, 1);
-    dispatch.runAll();
+    EXPECT_TRUE(resolution(0).isEnded);
+    dispatch.advance(kResolutionLimit);
     EXPECT_TRUE(isStatusMarked());
 }
 
@@ -289,7 +283,7 @@ TEST_F(AppDelegateWebManagement, anAnswerFindsNoControllerThatIsGone)
     delegate->openManagement();
     // Keeps the resolver alive longer than the controller.
     const auto held = delegate->managementResolver;
-    resolution(0).object->finish({ipv4Address("192.0.2.7")}, 8443);
+    resolution(0).finish({ipv4Address("192.0.2.7")}, 8443);
     delegate = nullptr;
     dispatch.runAll();
     EXPECT_THAT(workspace.opened, IsEmpty());

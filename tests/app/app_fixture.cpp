@@ -49,15 +49,15 @@ Endpoint AppFixture::phoneNamed(const std::string& name, const std::string& doma
     return ServiceEndpoint{.name = name, .type = "_quillbox._tcp", .domain = domain};
 }
 
-void AppFixture::findPhones(const Browser::Results& phones)
+void AppFixture::findPhones(const std::vector<Endpoint>& phones)
 {
-    phoneBrowser().deliver(phones);
+    phoneBrowse().deliver(phones);
     dispatch.runAll();
 }
 
-void AppFixture::findManagement(const Browser::Results& phones)
+void AppFixture::findManagement(const std::vector<Endpoint>& phones)
 {
-    managementBrowser().deliver(phones);
+    managementBrowse().deliver(phones);
     dispatch.runAll();
 }
 

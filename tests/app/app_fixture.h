@@ -59,12 +59,12 @@ protected:
 
     static Endpoint phoneNamed(const std::string& name, const std::string& domain = "local");
 
-    FakeBrowser& phoneBrowser() { return *network.browsers.at(0); }
-    FakeBrowser& managementBrowser() { return *network.browsers.at(1); }
+    FakeBrowse& phoneBrowse() { return *network.browses.at(0); }
+    FakeBrowse& managementBrowse() { return *network.browses.at(1); }
 
     /// Makes discovery report exactly these phones.
-    void findPhones(const Browser::Results& phones);
-    void findManagement(const Browser::Results& phones);
+    void findPhones(const std::vector<Endpoint>& phones);
+    void findManagement(const std::vector<Endpoint>& phones);
 
     /// The listeners of running relays, in the order in which they were started.
     std::vector<std::shared_ptr<FakeListener>> runningListeners() const;
@@ -89,7 +89,7 @@ protected:
     std::optional<bool> storedBool(const std::string& key) const;
 
     FakeDispatch dispatch;
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     RecordingLog story;
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;

@@ -36,7 +36,7 @@ int main(int argumentCount, char** arguments)
     std::getline(std::cin, line);
 
     FakeDispatch dispatch;
-    FakeNetwork network(dispatch);
+    FakeNetwork network;
     RecordingLog log;
     FakeUserDefaults defaults;
     RecordingWorkspace workspace;

@@ -188,8 +188,9 @@ TEST_P(TextFit, aControlPrefersToBeAsWideAsItsText)
 TEST_P(TextFit, everyTextIsPaintedWhole)
 {
     open();
-    const Browser::Results phones{phoneNamed("Quillbox Office"), phoneNamed("Quillbox Kitchen"),
-                                  phoneNamed("Quillbox Porch"), phoneNamed("Quillbox Attic")};
+    const std::vector<Endpoint> phones{phoneNamed("Quillbox Office"),
+                                       phoneNamed("Quillbox Kitchen"), phoneNamed("Quillbox Porch"),
+                                       phoneNamed("Quillbox Attic")};
     findPhones(phones);
     findManagement(phones);
     delegate->toggleAdvanced();

@@ -37,13 +37,11 @@ ARROWS = {
     "platform/tcp": {
         "platform",
         "platform/dispatch",
-        "platform/dnssd/dns_sd.h",
         "platform/posix",
     },
     "platform/dial": {
         "platform",
         "platform/dispatch",
-        "platform/dnssd/dns_sd.h",
         "platform/tcp",
     },
     "platform/posix": {"platform"},

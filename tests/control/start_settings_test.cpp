@@ -1,4 +1,5 @@
 #include "control/start_settings.h"
+#include "platform/values/text.h"
 #include "tests/fakes/fake_user_defaults.h"
 
 #include <string>

@@ -9,6 +9,7 @@
 namespace quillbox {
 namespace {
 
+using namespace std::chrono_literals;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -23,115 +24,198 @@ SocketAddress cutShort(const SocketAddress& address)
 
 class ManagementResolverTest : public testing::Test {
 protected:
+    ManagementResolverTest() { resolver->start(); }
+
     std::shared_ptr<ManagementResolver> resolverFor(const Endpoint& endpoint)
     {
         return std::make_shared<ManagementResolver>(
-            network, endpoint, [this](const std::optional<std::string>& url) {
+            dispatch, network, endpoint, [this](const std::optional<std::string>& url) {
                 results.push_back(url);
-                if (!network.netServices.empty())
-                    wasDetached = service().stops == 1 && !service().hasHandlers;
+                wasEnded = network.resolutions.empty() || resolution().isEnded;
             });
     }
 
-    FakeNetService::Record& service() { return *network.netServices.back(); }
+    FakeResolution& resolution() { return *network.resolutions.back(); }
+
+    void finish(const std::vector<SocketAddress>& addresses, std::uint16_t port = 443)
+    {
+        resolution().finish(addresses, port);
+        dispatch.runAll();
+    }
+
+    /// Tells the addresses that are found before both address families are settled.
+    void tell(std::vector<DnsSd::FoundAddress> addresses)
+    {
+        resolution().tell({.addresses = std::move(addresses)});
+        dispatch.runAll();
+    }
+
+    const DnsSd::FoundAddress kIPv4{ipv4Address("192.0.2.7", 8443), 2};
+    const DnsSd::FoundAddress kIPv6{ipv6Address("2001:db8::7", 0, 8443), 2};
 
     FakeDispatch dispatch;
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     std::vector<std::optional<std::string>> results;
-    bool wasDetached = false; ///< whether the last result came from a stopped service
+    bool wasEnded = false; ///< whether the resolution had ended at the last result
     std::shared_ptr<ManagementResolver> resolver = resolverFor(kAdmin);
 };
 
-TEST_F(ManagementResolverTest, resolvesTheServiceForSixSeconds)
+TEST_F(ManagementResolverTest, resolvesTheServiceOnTheMainQueue)
 {
-    EXPECT_FALSE(service().timeout.has_value());
-    resolver->start();
-    EXPECT_EQ(service().service, kAdmin);
-    EXPECT_EQ(service().timeout, std::chrono::seconds(6));
+    EXPECT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(resolution().service, kAdmin);
+    EXPECT_EQ(resolution().queue, dispatch.mainQueue());
     EXPECT_THAT(results, IsEmpty());
 }
 
 TEST_F(ManagementResolverTest, makesAnHttpsUrlOfAddressAndPort)
 {
-    resolver->start();
-    service().object->finish({ipv4Address("192.0.2.7")}, 8443);
+    finish({ipv4Address("192.0.2.7")}, 8443);
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.7:8443/"));
+    EXPECT_TRUE(wasEnded);
+}
+
+TEST_F(ManagementResolverTest, usesThePortOfTheAddressWhenTheRecordsDisagree)
+{
+    resolution().tell({.addresses = {{ipv6Address("2001:db8::8", 0, 9999), 2}, kIPv4, kIPv6}});
     dispatch.runAll();
     EXPECT_THAT(results, ElementsAre("https://192.0.2.7:8443/"));
-    EXPECT_GE(service().stops, 1);
 }
 
 TEST_F(ManagementResolverTest, triesIPv4AddressesBeforeAllOthers)
 {
-    resolver->start();
-    service().object->finish({ipv6Address("2001:db8::1"), ipv4Address("192.0.2.1"),
-                              ipv6Address("2001:db8::2"), ipv4Address("192.0.2.2")},
-                             443);
-    dispatch.runAll();
+    finish({ipv6Address("2001:db8::1"), ipv4Address("192.0.2.1"), ipv6Address("2001:db8::2"),
+            ipv4Address("192.0.2.2")});
     EXPECT_THAT(results, ElementsAre("https://192.0.2.1:443/"));
 }
 
 TEST_F(ManagementResolverTest, triesTheSecondIPv4AddressBeforeTheFirstIPv6Address)
 {
-    resolver->start();
-    service().object->finish({ipv6Address("2001:db8::1"), cutShort(ipv4Address("192.0.2.1")),
-                              ipv6Address("2001:db8::2"), ipv4Address("192.0.2.2")},
-                             443);
-    dispatch.runAll();
+    finish({ipv6Address("2001:db8::1"), cutShort(ipv4Address("192.0.2.1")),
+            ipv6Address("2001:db8::2"), ipv4Address("192.0.2.2")});
     EXPECT_THAT(results, ElementsAre("https://192.0.2.2:443/"));
 }
 
 TEST_F(ManagementResolverTest, triesIPv6AddressesInTheirOrderWhenNoIPv4AddressWorks)
 {
-    resolver->start();
-    service().object->finish({ipv6Address("2001:db8::1"), cutShort(ipv4Address("192.0.2.1")),
-                              ipv6Address("2001:db8::2"), cutShort(ipv4Address("192.0.2.2"))},
-                             443);
-    dispatch.runAll();
+    finish({ipv6Address("2001:db8::1"), cutShort(ipv4Address("192.0.2.1")),
+            ipv6Address("2001:db8::2"), cutShort(ipv4Address("192.0.2.2"))});
     EXPECT_THAT(results, ElementsAre("https://[2001:db8::1]:443/"));
 }
 
 TEST_F(ManagementResolverTest, triesTheSecondIPv6AddressLast)
 {
-    resolver->start();
-    service().object->finish({cutShort(ipv6Address("2001:db8::1")),
-                              cutShort(ipv4Address("192.0.2.1")), ipv6Address("2001:db8::2")},
-                             443);
-    dispatch.runAll();
+    finish({cutShort(ipv6Address("2001:db8::1")), cutShort(ipv4Address("192.0.2.1")),
+            ipv6Address("2001:db8::2")});
     EXPECT_THAT(results, ElementsAre("https://[2001:db8::2]:443/"));
 }
 
 TEST_F(ManagementResolverTest, skipsAddressesThatHaveNoNumericForm)
 {
-    resolver->start();
-    service().object->finish({{}, cutShort(ipv4Address("192.0.2.1")), ipv6Address("2001:db8::2")},
-                             443);
-    dispatch.runAll();
+    finish({{}, cutShort(ipv4Address("192.0.2.1")), ipv6Address("2001:db8::2")});
     EXPECT_THAT(results, ElementsAre("https://[2001:db8::2]:443/"));
-}
-
-TEST_F(ManagementResolverTest, reportsNoneWithoutAnyAddress)
-{
-    resolver->start();
-    service().object->finish({}, 443);
-    dispatch.runAll();
-    EXPECT_THAT(results, ElementsAre(std::nullopt));
 }
 
 TEST_F(ManagementResolverTest, reportsNoneWhenNoAddressHasANumericForm)
 {
-    resolver->start();
-    service().object->finish({{}, cutShort(ipv4Address("192.0.2.1"))}, 443);
-    dispatch.runAll();
+    finish({{}, cutShort(ipv4Address("192.0.2.1"))});
     EXPECT_THAT(results, ElementsAre(std::nullopt));
 }
 
-TEST_F(ManagementResolverTest, reportsNoneWhenTheTimeRunsOut)
+TEST_F(ManagementResolverTest, reportsNoneWhenSixSecondsAreOver)
 {
-    resolver->start();
-    service().object->fail();
-    dispatch.runAll();
+    dispatch.advance(5999ms);
+    EXPECT_THAT(results, IsEmpty());
+    dispatch.advance(1ms);
     EXPECT_THAT(results, ElementsAre(std::nullopt));
-    EXPECT_GE(service().stops, 1);
+    EXPECT_TRUE(wasEnded);
+}
+
+TEST_F(ManagementResolverTest, givesASlowPhoneAllItsTime)
+{
+    finish({});
+    dispatch.advance(5900ms);
+    EXPECT_THAT(results, IsEmpty());
+    tell({kIPv4});
+    EXPECT_EQ(results.size(), 1U);
+}
+
+TEST_F(ManagementResolverTest, outlastsAnEngineThatIsAway)
+{
+    resolution().tell({.error = std::make_error_code(std::errc::network_down)});
+    dispatch.advance(2s);
+    EXPECT_THAT(results, IsEmpty());
+    tell({kIPv4});
+    EXPECT_EQ(results.size(), 1U);
+}
+
+TEST_F(ManagementResolverTest, doesNotWaitForIPv6)
+{
+    tell({kIPv6, kIPv4});
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.7:8443/"));
+}
+
+TEST_F(ManagementResolverTest, waitsHalfASecondForIPv4)
+{
+    dispatch.advance(2s);
+    tell({kIPv6});
+    dispatch.advance(499ms);
+    EXPECT_THAT(results, IsEmpty());
+    dispatch.advance(1ms);
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::7]:8443/"));
+}
+
+TEST_F(ManagementResolverTest, waitsForIPv4UntilBothFamiliesAreSettled)
+{
+    resolution().tell({.addresses = {kIPv6}, .isSettledIPv6 = true});
+    dispatch.runAll();
+    EXPECT_THAT(results, IsEmpty());
+    resolution().tell({.addresses = {kIPv6}, .isSettledIPv4 = true, .isSettledIPv6 = true});
+    dispatch.runAll();
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::7]:8443/"));
+}
+
+TEST_F(ManagementResolverTest, goesOnWaitingWhenTheFirstAnswerIsTakenBack)
+{
+    tell({kIPv6});
+    tell({});
+    dispatch.advance(1s);
+    EXPECT_THAT(results, IsEmpty());
+    tell({kIPv6});
+    dispatch.advance(500ms);
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::7]:8443/"));
+}
+
+TEST_F(ManagementResolverTest, reportsNoneWhenTheOnlyAnswerIsTakenBack)
+{
+    tell({kIPv6});
+    tell({});
+    dispatch.advance(6s);
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
+}
+
+TEST_F(ManagementResolverTest, reportsWhatItHasWhenItsTimeIsUp)
+{
+    dispatch.advance(5800ms);
+    tell({kIPv6});
+    dispatch.advance(200ms);
+    EXPECT_THAT(results, ElementsAre("https://[2001:db8::7]:8443/"));
+}
+
+TEST_F(ManagementResolverTest, reportsOnce)
+{
+    tell({kIPv6});
+    resolution().tell({.addresses = {kIPv4}});
+    resolution().tell({.addresses = {kIPv4, kIPv6}});
+    dispatch.advance(10s);
+    EXPECT_THAT(results, ElementsAre("https://192.0.2.7:8443/"));
+}
+
+TEST_F(ManagementResolverTest, reportsAFailureOnceThoughAnAddressIsFoundLater)
+{
+    dispatch.advance(6s);
+    tell({kIPv4});
+    EXPECT_THAT(results, ElementsAre(std::nullopt));
 }
 
 TEST_F(ManagementResolverTest, reportsNoneAtOnceForAnEndpointThatIsNoService)
@@ -140,60 +224,30 @@ TEST_F(ManagementResolverTest, reportsNoneAtOnceForAnEndpointThatIsNoService)
     EXPECT_THAT(results, IsEmpty());
     other->start();
     EXPECT_THAT(results, ElementsAre(std::nullopt));
-    EXPECT_EQ(network.netServices.size(), 1U);
-}
-
-TEST_F(ManagementResolverTest, reportsOnceThoughTheServiceReportsTwice)
-{
-    resolver->start();
-    service().object->finish({ipv4Address("192.0.2.7")}, 443);
-    service().object->fail();
-    dispatch.runAll();
-    EXPECT_THAT(results, ElementsAre("https://192.0.2.7:443/"));
-}
-
-TEST_F(ManagementResolverTest, reportsAFailureOnceThoughTheServiceResolvesLater)
-{
-    resolver->start();
-    service().object->fail();
-    service().object->finish({ipv4Address("192.0.2.7")}, 443);
-    dispatch.runAll();
-    EXPECT_THAT(results, ElementsAre(std::nullopt));
-}
-
-TEST_F(ManagementResolverTest, detachesFromTheServiceBeforeItReports)
-{
-    resolver->start();
-    EXPECT_TRUE(service().hasHandlers);
-    service().object->finish({ipv4Address("192.0.2.7")}, 443);
-    dispatch.runAll();
-    EXPECT_TRUE(wasDetached);
-}
-
-TEST_F(ManagementResolverTest, detachesFromTheServiceBeforeItReportsAFailure)
-{
-    resolver->start();
-    service().object->fail();
-    dispatch.runAll();
-    EXPECT_TRUE(wasDetached);
+    EXPECT_EQ(network.resolutions.size(), 1U);
 }
 
 TEST_F(ManagementResolverTest, reportsNothingAfterItIsCancelled)
 {
-    resolver->start();
-    service().object->finish({ipv4Address("192.0.2.7")}, 443);
-    service().object->fail();
+    resolution().tell({.addresses = {kIPv4}});
     resolver->cancel();
-    EXPECT_EQ(service().stops, 1);
-    EXPECT_FALSE(service().hasHandlers);
-    dispatch.runAll();
+    EXPECT_TRUE(resolution().isEnded);
+    dispatch.advance(10s);
     EXPECT_THAT(results, IsEmpty());
 }
 
-TEST_F(ManagementResolverTest, cancelsWithoutAServiceToStop)
+TEST_F(ManagementResolverTest, endsTheResolutionWhenItIsDropped)
 {
-    const auto other = resolverFor(HostEndpoint{"192.0.2.7", 443});
-    other->cancel();
+    resolution().tell({.addresses = {kIPv4}});
+    resolver = nullptr;
+    EXPECT_TRUE(resolution().isEnded);
+    dispatch.advance(10s);
+    EXPECT_THAT(results, IsEmpty());
+}
+
+TEST_F(ManagementResolverTest, cancelsWithoutHavingStarted)
+{
+    resolverFor(kAdmin)->cancel();
     EXPECT_THAT(results, IsEmpty());
 }
 
@@ -206,7 +260,8 @@ TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
         auto token = std::make_shared<int>(0);
         const std::weak_ptr<int> own = token;
         owned = std::make_shared<ManagementResolver>(
-            network, each == Case::NoService ? Endpoint(HostEndpoint{"192.0.2.7", 443}) : kAdmin,
+            dispatch, network,
+            each == Case::NoService ? Endpoint(HostEndpoint{"192.0.2.7", 443}) : kAdmin,
             [&, token = std::move(token)](const auto& /*url*/) {
                 // In case the callback's own references to them go.
                 auto& kept = wasKept;
@@ -216,10 +271,8 @@ TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
             });
         owned->start();
         if (each == Case::Resolved)
-            service().object->finish({ipv4Address("192.0.2.7")}, 443);
-        else if (each == Case::Failed)
-            service().object->fail();
-        dispatch.runAll();
+            resolution().finish({ipv4Address("192.0.2.7")}, 443);
+        dispatch.advance(6s);
         EXPECT_EQ(owned, nullptr);
         EXPECT_TRUE(wasKept);
     }

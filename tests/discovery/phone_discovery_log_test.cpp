@@ -10,6 +10,7 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
+using State = DnsSd::BrowseUpdate::State;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -20,30 +21,35 @@ Endpoint device(const std::string& name)
 
 class PhoneDiscoveryLogTest : public testing::Test {
 protected:
-    PhoneDiscoveryLogTest() { discovery->start(); }
+    PhoneDiscoveryLogTest()
+    {
+        discovery->start();
+        report(State::Ready, {});
+        log.lines.clear();
+    }
     ~PhoneDiscoveryLogTest() override
     {
         discovery->stop();
         dispatch.runAll();
     }
 
-    void find(Browser::Results results)
+    void find(const std::vector<Endpoint>& results)
     {
-        network.browsers.back()->deliver(std::move(results));
+        network.browses.back()->deliver(results);
         dispatch.runAll();
     }
 
-    void report(Browser::State state, std::error_code error)
+    void report(State state, std::error_code error)
     {
-        network.browsers.back()->report(state, error);
+        network.browses.back()->report(state, error);
         dispatch.runAll();
     }
 
     FakeDispatch dispatch;
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     RecordingLog log;
-    std::shared_ptr<PhoneDiscovery> discovery =
-        PhoneDiscovery::make(dispatch, network, log, "org.quillbox.Helper", "_quillbox._tcp");
+    std::shared_ptr<PhoneDiscovery> discovery = std::make_shared<PhoneDiscovery>(
+        dispatch, network, log, "org.quillbox.Helper", "_quillbox._tcp");
 };
 
 TEST_F(PhoneDiscoveryLogTest, tellsEachDeviceThatAppearsAndGoesOnce)
@@ -73,14 +79,18 @@ TEST_F(PhoneDiscoveryLogTest, countsServicesThatAreNoDevices)
 TEST_F(PhoneDiscoveryLogTest, tellsHowBrowsingDoes)
 {
     const auto error = std::make_error_code(std::errc::network_down);
-    report(Browser::State::Setup, {});
-    report(Browser::State::Waiting, error);
-    report(Browser::State::Ready, {});
-    report(Browser::State::Failed, error);
+    const auto other = std::make_error_code(std::errc::timed_out);
+    report(State::Waiting, other);
+    report(State::Waiting, error);
+    report(State::Ready, {});
+    find({device("Quillbox A")}); // nothing new about the state
+    report(State::Failed, error);
     EXPECT_THAT(
         log.lines,
-        ElementsAre("discovery: _quillbox._tcp: cannot browse at present: " + error.message(),
+        ElementsAre("discovery: _quillbox._tcp: cannot browse at present: " + other.message(),
+                    "discovery: _quillbox._tcp: cannot browse at present: " + error.message(),
                     "discovery: _quillbox._tcp: browsing",
+                    R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
                     "discovery: _quillbox._tcp: cannot browse: " + error.message()));
 }
 
@@ -89,7 +99,7 @@ TEST_F(PhoneDiscoveryLogTest, isSilentWhileNobodyListens)
     log.isTelling = false;
     find({device("Quillbox A")});
     find({});
-    report(Browser::State::Ready, {});
+    report(State::Ready, {});
     EXPECT_THAT(log.lines, IsEmpty());
 }
 
@@ -98,8 +108,9 @@ TEST_F(PhoneDiscoveryLogTest, remembersNothingFromBeforeSomebodyListened)
     log.isTelling = false;
     find({device("Quillbox A")});
     log.isTelling = true;
-    find({device("Quillbox A")});
-    EXPECT_THAT(log.lines, ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)"));
+    find({device("Quillbox A"), device("Quillbox B")});
+    EXPECT_THAT(log.lines, ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox A" has appeared)",
+                                       R"(discovery: _quillbox._tcp: "Quillbox B" has appeared)"));
 }
 
 } // namespace

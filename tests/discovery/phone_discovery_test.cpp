@@ -11,6 +11,7 @@
 namespace quillbox {
 namespace {
 
+using State = DnsSd::BrowseUpdate::State;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -34,12 +35,12 @@ protected:
         };
     }
 
-    FakeBrowser& browser() { return *network.browsers.back(); }
+    FakeBrowse& browse() { return *network.browses.back(); }
 
-    std::vector<std::string> namesFor(Browser::Results results)
+    std::vector<std::string> namesFor(const std::vector<Endpoint>& results)
     {
         discovery->start();
-        browser().deliver(std::move(results));
+        browse().deliver(results);
         dispatch.runAll();
         std::vector<std::string> names;
         for (const auto& device : lists.back())
@@ -48,18 +49,18 @@ protected:
     }
 
     FakeDispatch dispatch;
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     std::vector<std::string> log;
     RecordingLog story;
     std::vector<std::vector<DiscoveredDevice>> lists;
-    std::shared_ptr<PhoneDiscovery> discovery =
-        PhoneDiscovery::make(dispatch, network, story, "org.quillbox.Helper", "_quillbox._tcp");
+    std::shared_ptr<PhoneDiscovery> discovery = std::make_shared<PhoneDiscovery>(
+        dispatch, network, story, "org.quillbox.Helper", "_quillbox._tcp");
 };
 
 TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
 {
-    const auto other = PhoneDiscovery::make(dispatch, network, story, "org.quillbox.Helper",
-                                            "_quillbox-admin._tcp");
+    const auto other = std::make_shared<PhoneDiscovery>(
+        dispatch, network, story, "org.quillbox.Helper", "_quillbox-admin._tcp");
     ASSERT_EQ(dispatch.queueCount(), 2U);
     for (const std::size_t place : {0U, 1U}) {
         EXPECT_EQ(dispatch.queue(place)->label(), "org.quillbox.Helper.discovery");
@@ -67,35 +68,26 @@ TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
     }
     discovery->start();
     other->start();
-    EXPECT_EQ(network.browsers.at(0)->queue, dispatch.queue(0));
-    EXPECT_EQ(network.browsers.at(1)->queue, dispatch.queue(1));
+    EXPECT_EQ(network.browses.at(0)->queue, dispatch.queue(0));
+    EXPECT_EQ(network.browses.at(1)->queue, dispatch.queue(1));
 }
 
 TEST_F(PhoneDiscoveryTest, browsesNothingBeforeItIsStarted)
 {
-    EXPECT_THAT(network.browsers, IsEmpty());
+    EXPECT_THAT(network.browses, IsEmpty());
 }
 
-TEST_F(PhoneDiscoveryTest, browsesItsTypeWithPeerToPeerLinks)
+TEST_F(PhoneDiscoveryTest, browsesItsTypeOnItsQueue)
 {
     discovery->start();
-    EXPECT_EQ(browser().type, "_quillbox._tcp");
-    EXPECT_TRUE(browser().parameters.includePeerToPeer);
-    EXPECT_FALSE(browser().parameters.allowLocalEndpointReuse);
-    EXPECT_TRUE(browser().isStarted);
-    EXPECT_EQ(browser().queue, dispatch.queue(0));
-}
-
-TEST_F(PhoneDiscoveryTest, installsBothHandlersBeforeItStartsTheBrowser)
-{
-    discovery->start();
-    EXPECT_TRUE(browser().wasPrepared);
+    EXPECT_EQ(browse().type, "_quillbox._tcp");
+    EXPECT_EQ(browse().queue, dispatch.queue(0));
 }
 
 TEST_F(PhoneDiscoveryTest, reportsAnEmptyListWhenTheLastPhoneGoes)
 {
     EXPECT_THAT(namesFor({phone("Quillbox")}), ElementsAre("Quillbox"));
-    browser().deliver({});
+    browse().deliver({});
     dispatch.runAll();
     EXPECT_THAT(lists.back(), IsEmpty());
     EXPECT_EQ(lists.size(), 2U);
@@ -138,7 +130,7 @@ TEST_F(PhoneDiscoveryTest, sortsByTheNormalisedNameAndKeepsTheNameVerbatim)
                 ElementsAre("Quillbox f", "Quillbox e\xcc\x81"));
 }
 
-TEST_F(PhoneDiscoveryTest, reportsTwoResultsOfOneNameAdjacentAndInTheBrowsersOrder)
+TEST_F(PhoneDiscoveryTest, reportsTwoResultsOfOneNameAdjacentAndInTheOrderFound)
 {
     namesFor({phone("Quillbox", "home.example"), phone("Quillbox A"),
               phone("Quillbox", "office.example")});
@@ -148,9 +140,9 @@ TEST_F(PhoneDiscoveryTest, reportsTwoResultsOfOneNameAdjacentAndInTheBrowsersOrd
                             DiscoveredDevice{phone("Quillbox A"), "Quillbox A"}));
 }
 
-TEST_F(PhoneDiscoveryTest, keepsTheBrowsersOrderOfManyResultsOfOneName)
+TEST_F(PhoneDiscoveryTest, keepsTheOrderOfManyResultsOfOneName)
 {
-    Browser::Results results;
+    std::vector<Endpoint> results;
     for (int number = 0; number < 100; ++number)
         results.push_back(
             phone(number % 2 == 0 ? "Quillbox" : "Quillbox A", "site" + std::to_string(number)));
@@ -162,16 +154,10 @@ TEST_F(PhoneDiscoveryTest, keepsTheBrowsersOrderOfManyResultsOfOneName)
     }
 }
 
-TEST_F(PhoneDiscoveryTest, skipsResultsThatAreNoServices)
-{
-    EXPECT_THAT(namesFor({HostEndpoint{"Quillbox", 4445}, phone("Quillbox")}),
-                ElementsAre("Quillbox"));
-}
-
 TEST_F(PhoneDiscoveryTest, buildsEveryListAfresh)
 {
     namesFor({phone("Quillbox A"), phone("Quillbox B")});
-    browser().deliver({phone("Quillbox B")});
+    browse().deliver({phone("Quillbox B")});
     dispatch.runAll();
     EXPECT_THAT(lists.back(), ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"}));
 }
@@ -179,46 +165,61 @@ TEST_F(PhoneDiscoveryTest, buildsEveryListAfresh)
 TEST_F(PhoneDiscoveryTest, reportsOnTheMainQueueOnly)
 {
     discovery->start();
-    browser().deliver({phone("Quillbox")});
+    browse().deliver({phone("Quillbox")});
     dispatch.queue(0)->run();
     EXPECT_THAT(lists, IsEmpty());
     dispatch.main().run();
     EXPECT_EQ(lists.size(), 1U);
 }
 
-TEST_F(PhoneDiscoveryTest, reportsOneEmptyListAndStartsNoBrowserWhenBrowsingFails)
+TEST_F(PhoneDiscoveryTest, reportsOneEmptyListAndBrowsesNoMoreWhenBrowsingFails)
 {
     discovery->start();
-    browser().report(Browser::State::Failed, std::make_error_code(std::errc::not_supported));
+    browse().report(State::Failed, std::make_error_code(std::errc::not_supported));
     dispatch.advance(std::chrono::hours(1));
     ASSERT_EQ(lists.size(), 1U);
     EXPECT_THAT(lists.back(), IsEmpty());
-    EXPECT_EQ(network.browsers.size(), 1U);
-    EXPECT_EQ(browser().cancels, 0);
+    EXPECT_EQ(network.browses.size(), 1U);
+    EXPECT_EQ(browse().cancels, 0);
 }
 
-TEST_F(PhoneDiscoveryTest, ignoresEveryOtherState)
+TEST_F(PhoneDiscoveryTest, reportsNoEmptyListBeforeThePhonesAreKnown)
 {
     discovery->start();
-    for (const auto state : {Browser::State::Setup, Browser::State::Waiting, Browser::State::Ready,
-                             Browser::State::Cancelled})
-        browser().report(state);
+    browse().report(State::Waiting, std::make_error_code(std::errc::network_down));
+    browse().deliver({});
     dispatch.runAll();
     EXPECT_THAT(lists, IsEmpty());
 }
 
-TEST_F(PhoneDiscoveryTest, cancelsTheOldBrowserBeforeItStartsTheNew)
+TEST_F(PhoneDiscoveryTest, keepsTheListWhileTheEngineIsAway)
 {
-    discovery->start();
-    discovery->start();
-    EXPECT_THAT(log, ElementsAre("browser.start _quillbox._tcp", "browser.cancel _quillbox._tcp",
-                                 "browser.start _quillbox._tcp"));
+    namesFor({phone("Quillbox")});
+    browse().report(State::Waiting, std::make_error_code(std::errc::network_down));
+    browse().deliver({phone("Quillbox")});
+    dispatch.runAll();
+    EXPECT_EQ(lists.size(), 1U);
 }
 
-TEST_F(PhoneDiscoveryTest, stillDeliversWhatTheOldBrowserHadQueued)
+TEST_F(PhoneDiscoveryTest, reportsTheListOfANewBrowseThoughItIsTheSame)
+{
+    namesFor({phone("Quillbox")});
+    namesFor({phone("Quillbox")});
+    EXPECT_EQ(lists.size(), 2U);
+}
+
+TEST_F(PhoneDiscoveryTest, endsTheOldBrowseBeforeItStartsTheNew)
 {
     discovery->start();
-    browser().deliver({phone("Quillbox Old")});
+    discovery->start();
+    EXPECT_THAT(log, ElementsAre("browse.start _quillbox._tcp", "browse.cancel _quillbox._tcp",
+                                 "browse.start _quillbox._tcp"));
+}
+
+TEST_F(PhoneDiscoveryTest, stillDeliversWhatTheOldBrowseHadQueued)
+{
+    discovery->start();
+    browse().deliver({phone("Quillbox Old")});
     discovery->start();
     dispatch.runAll();
     ASSERT_EQ(lists.size(), 1U);
@@ -228,22 +229,12 @@ TEST_F(PhoneDiscoveryTest, stillDeliversWhatTheOldBrowserHadQueued)
 TEST_F(PhoneDiscoveryTest, stillDeliversWhatWasUnderWayWhenItStops)
 {
     discovery->start();
-    browser().deliver({phone("Quillbox")});
+    browse().deliver({phone("Quillbox")});
     dispatch.queue(0)->run();
     discovery->stop();
     dispatch.runAll();
     EXPECT_EQ(lists.size(), 1U);
-    EXPECT_EQ(browser().cancels, 1);
-}
-
-TEST_F(PhoneDiscoveryTest, releasesItsBrowserWhenItStops)
-{
-    discovery->start();
-    const std::weak_ptr<FakeBrowser> stopped = network.browsers.back();
-    network.browsers.clear();
-    discovery->stop();
-    dispatch.runAll();
-    EXPECT_TRUE(stopped.expired());
+    EXPECT_EQ(browse().cancels, 1);
 }
 
 TEST_F(PhoneDiscoveryTest, stopsWithoutHavingStarted)
@@ -257,10 +248,10 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenNobodyListens)
 {
     discovery->resultChanged = nullptr;
     discovery->start();
-    browser().deliver({phone("Quillbox A")});
+    browse().deliver({phone("Quillbox A")});
     EXPECT_NO_THROW(dispatch.runAll());
     watch();
-    browser().deliver({phone("Quillbox B")});
+    browse().deliver({phone("Quillbox B")});
     dispatch.runAll();
     EXPECT_THAT(lists,
                 ElementsAre(ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"})));
@@ -279,7 +270,7 @@ TEST_F(PhoneDiscoveryTest, keepsTheCallbackUntilItHasReturned)
         kept = !callback.expired();
     };
     discovery->start();
-    browser().deliver({phone("Quillbox")});
+    browse().deliver({phone("Quillbox")});
     dispatch.runAll();
     EXPECT_TRUE(wasKept);
 }
@@ -287,7 +278,7 @@ TEST_F(PhoneDiscoveryTest, keepsTheCallbackUntilItHasReturned)
 TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)
 {
     discovery->start();
-    const auto orphaned = network.browsers.back();
+    const auto orphaned = network.browses.back();
     orphaned->deliver({phone("Quillbox")});
     dispatch.queue(0)->run();
     discovery.reset();
@@ -299,10 +290,11 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)
 TEST_F(PhoneDiscoveryTest, tellsItsStory)
 {
     namesFor({phone("Quillbox Office"), phone("Printer")});
-    browser().report(Browser::State::Failed, std::make_error_code(std::errc::not_supported));
+    browse().report(State::Failed, std::make_error_code(std::errc::not_supported));
     dispatch.runAll();
     EXPECT_THAT(story.lines,
-                ElementsAre(R"(discovery: _quillbox._tcp: "Quillbox Office" has appeared)",
+                ElementsAre("discovery: _quillbox._tcp: browsing",
+                            R"(discovery: _quillbox._tcp: "Quillbox Office" has appeared)",
                             "discovery: _quillbox._tcp: other services of this type: 1",
                             "discovery: _quillbox._tcp: cannot browse: "
                                 + std::make_error_code(std::errc::not_supported).message()));

@@ -39,19 +39,11 @@ FakeDnsSd::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
 }
 
 std::unique_ptr<DnsSd::Subscription>
-FakeDnsSd::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+FakeDnsSd::resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
                    std::function<void(const ResolveUpdate&)> handler)
 {
     return std::make_unique<ListedSubscription<Resolution>>(
-        resolutionList, Resolution{std::move(service), std::move(queue), std::move(handler)});
-}
-
-std::unique_ptr<DnsSd::Subscription>
-FakeDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                       std::function<void(const ResolveUpdate&)> handler)
-{
-    return std::make_unique<ListedSubscription<HostResolution>>(
-        hostList, HostResolution{std::move(hostName), std::move(queue), std::move(handler)});
+        resolutionList, Resolution{std::move(endpoint), std::move(queue), std::move(handler)});
 }
 
 std::unique_ptr<DnsSd::Subscription>
@@ -66,7 +58,7 @@ FakeDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
 
 std::unique_ptr<DnsSd::Subscription>
 FakeDnsSd::findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
-                   std::function<void(const OwnServiceUpdate&)> handler)
+                   std::function<void(const std::optional<OwnService>&)> handler)
 {
     return std::make_unique<ListedSubscription<OwnQuestion>>(
         ownList, OwnQuestion{std::move(name) + '.' + type, std::move(queue), std::move(handler)});

@@ -1,11 +1,12 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 
 #include <cstdint>
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace quillbox {
@@ -31,40 +32,33 @@ public:
     };
 
     using Browse = Standing<std::string, BrowseUpdate>;
-    using Resolution = Standing<ServiceEndpoint, ResolveUpdate>;
-    using HostResolution = Standing<std::string, ResolveUpdate>;
+    using Resolution = Standing<Endpoint, ResolveUpdate>;
     using Registration = Standing<Registered, RegistrationUpdate>;
-    using OwnQuestion = Standing<std::string, OwnServiceUpdate>;
+    using OwnQuestion = Standing<std::string, std::optional<OwnService>>;
 
     /// The active operations, in the order in which they were started.
     const std::list<Browse>& browses() const { return *browseList; }
     const std::list<Resolution>& resolutions() const { return *resolutionList; }
-    const std::list<HostResolution>& hostResolutions() const { return *hostList; }
     const std::list<Registration>& registrations() const { return *registrationList; }
     const std::list<OwnQuestion>& ownQuestions() const { return *ownList; }
 
     std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
                                          std::function<void(const BrowseUpdate&)> handler) override;
     std::unique_ptr<Subscription>
-    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
             std::function<void(const ResolveUpdate&)> handler) override;
-    std::unique_ptr<Subscription>
-    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                std::function<void(const ResolveUpdate&)> handler) override;
     std::unique_ptr<Subscription>
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override;
     std::unique_ptr<Subscription>
     findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
-            std::function<void(const OwnServiceUpdate&)> handler) override;
+            std::function<void(const std::optional<OwnService>&)> handler) override;
 
 private:
     const std::shared_ptr<std::list<Browse>> browseList = std::make_shared<std::list<Browse>>();
     const std::shared_ptr<std::list<Resolution>> resolutionList =
         std::make_shared<std::list<Resolution>>();
-    const std::shared_ptr<std::list<HostResolution>> hostList =
-        std::make_shared<std::list<HostResolution>>();
     const std::shared_ptr<std::list<Registration>> registrationList =
         std::make_shared<std::list<Registration>>();
     const std::shared_ptr<std::list<OwnQuestion>> ownList =

@@ -21,6 +21,18 @@ private:
     const std::string text_;
 };
 
+/// Calls a function when it ends.
+class EndingSubscription final : public DnsSd::Subscription {
+public:
+    explicit EndingSubscription(std::function<void()> whenEnded) : ended(std::move(whenEnded)) {}
+    EndingSubscription(const EndingSubscription&) = delete;
+    EndingSubscription& operator=(const EndingSubscription&) = delete;
+    ~EndingSubscription() override { ended(); }
+
+private:
+    const std::function<void()> ended;
+};
+
 std::error_code cancelled()
 {
     return std::make_error_code(std::errc::operation_canceled);
@@ -198,104 +210,30 @@ void FakeListener::acceptAtOnce(std::shared_ptr<Connection> connection)
     connectionHandler_(std::move(connection));
 }
 
-FakeBrowser::FakeBrowser(std::string browsedType, const TcpParameters& browserParameters)
-    : type(std::move(browsedType)), parameters(browserParameters)
+void FakeBrowse::report(DnsSd::BrowseUpdate::State state, std::error_code error) const
 {
+    queue->async([call = handler, state, error] { call({state, error, {}}); });
 }
 
-void FakeBrowser::setResultsChangedHandler(ResultsChangedHandler handler)
+void FakeBrowse::deliver(const std::vector<Endpoint>& services) const
 {
-    resultsHandler_ = std::move(handler);
+    DnsSd::BrowseUpdate update{DnsSd::BrowseUpdate::State::Ready, {}, {}};
+    for (const Endpoint& each : services)
+        update.services.push_back(*each.service());
+    queue->async([call = handler, update = std::move(update)] { call(update); });
 }
 
-void FakeBrowser::setStateUpdateHandler(StateUpdateHandler handler)
+void FakeResolution::tell(const DnsSd::ResolveUpdate& update) const
 {
-    stateHandler_ = std::move(handler);
+    queue->async([call = handler, update] { call(update); });
 }
 
-void FakeBrowser::start(std::shared_ptr<DispatchQueue> startQueue)
+void FakeResolution::finish(const std::vector<SocketAddress>& addresses, std::uint16_t port) const
 {
-    if (log)
-        log->push_back("browser.start " + type);
-    wasPrepared = resultsHandler_ && stateHandler_;
-    queue = std::move(startQueue);
-    isStarted = true;
-}
-
-void FakeBrowser::cancel()
-{
-    if (log)
-        log->push_back("browser.cancel " + type);
-    if (++cancels == 1)
-        report(State::Cancelled);
-}
-
-void FakeBrowser::report(State state, std::error_code error)
-{
-    if (queue)
-        queue->async([handler = stateHandler_, state, error] {
-            if (handler)
-                handler(state, error);
-        });
-}
-
-void FakeBrowser::deliver(Results results)
-{
-    queue->async([handler = resultsHandler_, results = std::move(results)] { handler(results); });
-}
-
-FakeNetService::FakeNetService(std::shared_ptr<DispatchQueue> mainQueue,
-                               std::shared_ptr<Record> record)
-    : mainQueue_(std::move(mainQueue)), record_(std::move(record))
-{
-    record_->object = this;
-}
-
-FakeNetService::~FakeNetService()
-{
-    setHandlers({}, {});
-    record_->isDestroyed = true;
-    record_->object = nullptr;
-}
-
-void FakeNetService::setHandlers(DidResolveHandler didResolve, DidNotResolveHandler didNotResolve)
-{
-    handlers_->didResolve = std::move(didResolve);
-    handlers_->didNotResolve = std::move(didNotResolve);
-    record_->hasHandlers = handlers_->didResolve || handlers_->didNotResolve;
-}
-
-void FakeNetService::resolve(std::chrono::milliseconds timeout)
-{
-    record_->timeout = timeout;
-}
-
-void FakeNetService::stop()
-{
-    ++record_->stops;
-    if (record_->log)
-        record_->log->emplace_back("netService.stop");
-}
-
-void FakeNetService::finish(std::vector<SocketAddress> addresses, std::uint16_t port)
-{
-    addresses_ = std::move(addresses);
-    port_ = port;
-    post(true);
-}
-
-void FakeNetService::fail()
-{
-    post(false);
-}
-
-void FakeNetService::post(bool isResolved)
-{
-    mainQueue_->async([handlers = handlers_, isResolved] {
-        const auto handler = isResolved ? handlers->didResolve : handlers->didNotResolve;
-        if (handler)
-            handler();
-    });
+    DnsSd::ResolveUpdate update{.isSettledIPv4 = true, .isSettledIPv6 = true};
+    for (const SocketAddress& each : addresses)
+        update.addresses.push_back({withPort(each, port), 0});
+    tell(update);
 }
 
 FakeNetwork::~FakeNetwork()
@@ -338,23 +276,36 @@ std::shared_ptr<Connection> FakeNetwork::makeConnection(const Endpoint& endpoint
     return connection;
 }
 
-std::shared_ptr<Browser> FakeNetwork::makeBrowser(std::string type, const TcpParameters& parameters)
+std::unique_ptr<DnsSd::Subscription>
+FakeNetwork::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                    std::function<void(const BrowseUpdate&)> handler)
 {
-    if (makingBrowser)
-        makingBrowser(type);
-    auto browser = std::make_shared<FakeBrowser>(std::move(type), parameters);
-    browser->log = log;
-    browsers.push_back(browser);
-    return browser;
+    if (startingBrowse)
+        startingBrowse(type);
+    if (log)
+        log->push_back("browse.start " + type);
+    const auto made = std::make_shared<FakeBrowse>(
+        FakeBrowse{std::move(type), std::move(queue), std::move(handler), 0, log});
+    browses.push_back(made);
+    return std::make_unique<EndingSubscription>([made] {
+        if (made->log)
+            made->log->push_back("browse.cancel " + made->type);
+        ++made->cancels;
+    });
 }
 
-std::unique_ptr<NetService> FakeNetwork::makeNetService(const ServiceEndpoint& service)
+std::unique_ptr<DnsSd::Subscription>
+FakeNetwork::resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
+                     std::function<void(const ResolveUpdate&)> handler)
 {
-    auto record = std::make_shared<FakeNetService::Record>();
-    record->service = service;
-    record->log = log;
-    netServices.push_back(record);
-    return std::make_unique<FakeNetService>(dispatch_.mainQueue(), record);
+    const auto made = std::make_shared<FakeResolution>(
+        FakeResolution{*endpoint.service(), std::move(queue), std::move(handler), false, log});
+    resolutions.push_back(made);
+    return std::make_unique<EndingSubscription>([made] {
+        if (made->log)
+            made->log->emplace_back("resolution.cancel");
+        made->isEnded = true;
+    });
 }
 
 } // namespace quillbox

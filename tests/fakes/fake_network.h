@@ -112,85 +112,39 @@ private:
     NewConnectionHandler connectionHandler_;
 };
 
-/// A browser whose events come from a test.
-class FakeBrowser final : public Browser, public std::enable_shared_from_this<FakeBrowser> {
+/// A browse whose events come from a test. Outlives its subscription.
+class FakeBrowse final {
 public:
-    FakeBrowser(std::string browsedType, const TcpParameters& browserParameters);
-
-    FakeBrowser(const FakeBrowser&) = delete;
-    FakeBrowser& operator=(const FakeBrowser&) = delete;
-
-    void setResultsChangedHandler(ResultsChangedHandler handler) override;
-    void setStateUpdateHandler(StateUpdateHandler handler) override;
-    void start(std::shared_ptr<DispatchQueue> startQueue) override;
-    void cancel() override;
-
-    /// Queues a state report, or a complete result set.
-    void report(State state, std::error_code error = {});
-    void deliver(Results results);
+    /// Queues a state, or a complete set.
+    void report(DnsSd::BrowseUpdate::State state, std::error_code error = {}) const;
+    void deliver(const std::vector<Endpoint>& services) const;
 
     std::string type;
-    TcpParameters parameters;
     std::shared_ptr<DispatchQueue> queue;
-    bool isStarted = false;
-    bool wasPrepared = false; ///< had both handlers when it was started
+    std::function<void(const DnsSd::BrowseUpdate&)> handler;
     int cancels = 0;
-    std::vector<std::string>* log = nullptr;
-
-private:
-    ResultsChangedHandler resultsHandler_;
-    StateUpdateHandler stateHandler_;
+    std::vector<std::string>* log = nullptr; ///< if set, records calls
 };
 
-/// A resolution whose results come from a test. It reports every result to the handlers that are
-/// set by then, also after the first result and after `stop`. Its `Record` outlives it.
-class FakeNetService final : public NetService {
+/// A resolution whose results come from a test. Outlives its subscription.
+class FakeResolution final {
 public:
-    struct Record {
-        ServiceEndpoint service;
-        std::optional<std::chrono::milliseconds> timeout; ///< set by `resolve`
-        int stops = 0;
-        bool hasHandlers = false;
-        bool isDestroyed = false;
-        FakeNetService* object = nullptr;
-        std::vector<std::string>* log = nullptr; ///< if set, records "netService.stop"
-    };
+    void tell(const DnsSd::ResolveUpdate& update) const;
 
-    FakeNetService(std::shared_ptr<DispatchQueue> mainQueue, std::shared_ptr<Record> record);
-    ~FakeNetService() override;
+    /// Tells all addresses at once.
+    void finish(const std::vector<SocketAddress>& addresses, std::uint16_t port) const;
 
-    FakeNetService(const FakeNetService&) = delete;
-    FakeNetService& operator=(const FakeNetService&) = delete;
-
-    void setHandlers(DidResolveHandler didResolve, DidNotResolveHandler didNotResolve) override;
-    void resolve(std::chrono::milliseconds timeout) override;
-    void stop() override;
-    const std::vector<SocketAddress>& addresses() const override { return addresses_; }
-    std::uint16_t port() const override { return port_; }
-
-    /// Queues the result of the resolution on the main queue.
-    void finish(std::vector<SocketAddress> addresses, std::uint16_t port);
-    void fail();
-
-private:
-    void post(bool isResolved);
-
-    struct Handlers {
-        DidResolveHandler didResolve;
-        DidNotResolveHandler didNotResolve;
-    };
-
-    const std::shared_ptr<DispatchQueue> mainQueue_;
-    const std::shared_ptr<Record> record_;
-    std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
-    std::vector<SocketAddress> addresses_;
-    std::uint16_t port_ = 0;
+    ServiceEndpoint service;
+    std::shared_ptr<DispatchQueue> queue;
+    std::function<void(const DnsSd::ResolveUpdate&)> handler;
+    bool isEnded = false;
+    std::vector<std::string>* log = nullptr; ///< if set, records its end
 };
 
 /// Makes the fakes above and keeps them for the test.
-class FakeNetwork final : public Network {
+class FakeNetwork final : public Network, private DnsSd {
 public:
-    explicit FakeNetwork(Dispatch& dispatch) : dispatch_(dispatch) {}
+    FakeNetwork() = default;
 
     /// Drops the pending completions of the connections that it made.
     ~FakeNetwork() override;
@@ -205,9 +159,7 @@ public:
                                            std::error_code& error) override;
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters) override;
-    std::shared_ptr<Browser> makeBrowser(std::string type,
-                                         const TcpParameters& parameters) override;
-    std::unique_ptr<NetService> makeNetService(const ServiceEndpoint& service) override;
+    DnsSd& dnsSd() override { return *this; }
     TrafficReport traffic() const override { return carried; }
 
     TrafficReport carried;
@@ -215,17 +167,37 @@ public:
     /// If set, makeListener fails with it.
     std::error_code listenerError;
 
-    /// If set, called with the type before a browser is made.
-    std::function<void(const std::string& type)> makingBrowser;
+    /// If set, called with the type before a browse begins.
+    std::function<void(const std::string& type)> startingBrowse;
 
     std::vector<std::shared_ptr<FakeListener>> listeners;
     std::vector<std::shared_ptr<FakeConnection>> connections;
-    std::vector<std::shared_ptr<FakeBrowser>> browsers;
-    std::vector<std::shared_ptr<FakeNetService::Record>> netServices;
+    std::vector<std::shared_ptr<FakeBrowse>> browses;
+    std::vector<std::shared_ptr<FakeResolution>> resolutions;
     std::vector<std::string>* log = nullptr; ///< passed on to new objects; records new listeners
 
 private:
-    Dispatch& dispatch_;
+    std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
+                                         std::function<void(const BrowseUpdate&)> handler) override;
+    std::unique_ptr<Subscription>
+    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
+            std::function<void(const ResolveUpdate&)> handler) override;
+
+    // Nobody above the platform uses these.
+    std::unique_ptr<Subscription>
+    registerService(ServiceRegistration /*service*/, std::uint16_t /*port*/,
+                    std::shared_ptr<DispatchQueue> /*queue*/,
+                    std::function<void(const RegistrationUpdate&)> /*handler*/) override
+    {
+        return nullptr;
+    }
+    std::unique_ptr<Subscription>
+    findOwn(std::string /*name*/, std::string /*type*/, std::shared_ptr<DispatchQueue> /*queue*/,
+            std::function<void(const std::optional<OwnService>&)> /*handler*/) override
+    {
+        return nullptr;
+    }
+
     std::vector<std::weak_ptr<FakeConnection>> made_;
 };
 

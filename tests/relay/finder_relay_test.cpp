@@ -60,7 +60,7 @@ protected:
     }
 
     FakeDispatch dispatch;
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     std::vector<std::string> log;
     RecordingLog story;
     std::vector<std::string> reports;
@@ -90,7 +90,6 @@ TEST_F(FinderRelayTest, advertisesAFreePortAsSmbWithoutDomainOrTxtRecord)
 {
     start();
     EXPECT_TRUE(listener().parameters.allowLocalEndpointReuse);
-    EXPECT_FALSE(listener().parameters.includePeerToPeer);
     EXPECT_EQ(listener().port, kAnyPort);
     EXPECT_EQ(listener().service,
               (ServiceRegistration{.name = "Quillbox Office", .type = "_smb._tcp"}));
@@ -208,7 +207,6 @@ TEST_F(FinderRelayTest, joinsAnAcceptedConnectionWithOneToTheTarget)
     const auto outgoing = network.connections.front();
     EXPECT_EQ(outgoing->endpoint, kPhone);
     EXPECT_FALSE(outgoing->parameters->allowLocalEndpointReuse);
-    EXPECT_FALSE(outgoing->parameters->includePeerToPeer);
     EXPECT_EQ(outgoing->parameters->client.lock(), incoming);
     EXPECT_EQ(incoming->queue, dispatch.queue(0));
     EXPECT_EQ(outgoing->queue, dispatch.queue(0));

@@ -40,7 +40,7 @@ protected:
     FakeDispatch dispatch;
     std::shared_ptr<DispatchQueue> queue =
         dispatch.makeQueue("relay", QualityOfService::UserInitiated);
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     std::shared_ptr<FakeConnection> incoming = network.makeAcceptedConnection();
     std::shared_ptr<FakeConnection> outgoing = network.makeAcceptedConnection();
     RecordingLog lines;

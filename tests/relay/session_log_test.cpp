@@ -58,7 +58,7 @@ protected:
     }
 
     FakeDispatch dispatch;
-    FakeNetwork network{dispatch};
+    FakeNetwork network;
     RecordingLog log;
     std::shared_ptr<FinderRelay> relay =
         FinderRelay::make(dispatch, network, log, "org.quillbox.Helper");

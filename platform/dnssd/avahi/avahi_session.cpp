@@ -81,7 +81,6 @@ void AvahiSession::handle(const Request& request, Clock::time_point now)
 
 void AvahiSession::start(const BrowseRequest& request, Clock::time_point /*now*/)
 {
-    drop(request.id);
     if (!isText(request.type)) {
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_TYPE);
         return;
@@ -91,7 +90,6 @@ void AvahiSession::start(const BrowseRequest& request, Clock::time_point /*now*/
 
 void AvahiSession::start(const LocationRequest& request, Clock::time_point /*now*/)
 {
-    drop(request.id);
     const auto& [instance, type, itsDomain] = request.service;
     if (!isText(instance) || !isText(type) || !isText(itsDomain)) {
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_NAME);
@@ -112,7 +110,6 @@ void AvahiSession::start(const LocationRequest& request, Clock::time_point /*now
 
 void AvahiSession::start(const AddressRequest& request, Clock::time_point /*now*/)
 {
-    drop(request.id);
     if (!isHostName(request.hostName)) {
         fail(request.id, AVAHI_ERR_INVALID_HOST_NAME);
         return;
@@ -125,7 +122,6 @@ void AvahiSession::start(const AddressRequest& request, Clock::time_point /*now*
 
 void AvahiSession::start(const RegisterRequest& request, Clock::time_point now)
 {
-    drop(request.id);
     if (!isText(request.name) || !isHostName(request.hostName)) {
         fail(request.id, AVAHI_ERR_INVALID_SERVICE_NAME);
         return;

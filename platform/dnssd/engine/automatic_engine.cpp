@@ -140,9 +140,9 @@ private:
             handler(event);
     }
 
-    void report(bool isDaemonUp) const
+    void report(bool isDaemonUp)
     {
-        if (daemonChanged)
+        if (std::exchange(isReportedUp, isDaemonUp) != isDaemonUp && daemonChanged)
             daemonChanged(isDaemonUp);
     }
 
@@ -169,6 +169,7 @@ private:
     bool isEmbeddedStarted = false;
     bool isEmbeddedDown = false; ///< it has been started, and has said that it is not up
     bool isReportedDown = false;
+    bool isReportedUp = true; ///< the daemon, by itself
 };
 
 } // namespace
@@ -182,7 +183,7 @@ std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue
                                              std::move(embedded), std::move(daemonChanged));
 }
 
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<DispatchQueue>& queue,
+std::unique_ptr<Engine> makeEngine(DnsSdChoice choice, const std::shared_ptr<DispatchQueue>& queue,
                                    Log& log, DaemonChangedHandler daemonChanged)
 {
     const auto makeDaemon = [&] {
@@ -197,12 +198,12 @@ std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<Dispatc
             queue, log,
             {.program = engineProgram(kResponderProgram), .name = "the embedded engine"});
     };
-    switch (mode) {
-    case DnsSdMode::Daemon:
+    switch (choice) {
+    case DnsSdChoice::Daemon:
         return makeDaemon();
-    case DnsSdMode::Embedded:
+    case DnsSdChoice::Embedded:
         return makeEmbedded();
-    case DnsSdMode::Automatic:
+    case DnsSdChoice::Automatic:
         break;
     }
     return makeAutomaticEngine(queue, makeDaemon(), makeEmbedded(), std::move(daemonChanged));

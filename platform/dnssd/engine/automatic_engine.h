@@ -3,6 +3,7 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/engine.h"
 #include "platform/log.h"
+#include "platform/values/dns_sd_choice.h"
 
 #include <chrono>
 #include <functional>
@@ -10,10 +11,8 @@
 
 namespace quillbox::dnssd {
 
-enum class DnsSdMode { Automatic, Daemon, Embedded };
-
-/// Called with false when there is no daemon, or when it does not come back in time, and with true
-/// each time that it is up.
+/// Called at each change. The daemon counts as up until it is known that there is none, or that it
+/// does not come back in time.
 using DaemonChangedHandler = std::function<void(bool isDaemonUp)>;
 
 /// How long to wait at the start for a daemon that has not answered yet.
@@ -36,7 +35,7 @@ std::unique_ptr<Engine> makeAutomaticEngine(std::shared_ptr<DispatchQueue> queue
 
 /// The engine that the program uses. `queue` must be of a `DispatchPool`. `daemonChanged` is called
 /// in automatic mode only. `log` must outlive the engine.
-std::unique_ptr<Engine> makeEngine(DnsSdMode mode, const std::shared_ptr<DispatchQueue>& queue,
+std::unique_ptr<Engine> makeEngine(DnsSdChoice choice, const std::shared_ptr<DispatchQueue>& queue,
                                    Log& log, DaemonChangedHandler daemonChanged = {});
 
 } // namespace quillbox::dnssd

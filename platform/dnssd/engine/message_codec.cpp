@@ -3,9 +3,7 @@
 #include <array>
 #include <concepts>
 #include <cstring>
-#include <limits>
 #include <string>
-#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -13,60 +11,46 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// The fields of each message and of its parts, in the order in which they are sent.
-template <class T> constexpr auto kFields = std::tuple();
-
-template <>
-constexpr auto kFields<Sighting> = std::tuple(&Sighting::interfaceIndex, &Sighting::carrier);
-template <> constexpr auto kFields<Address> = std::tuple(&Address::family, &Address::bytes);
-template <>
-constexpr auto kFields<HostAddress> = std::tuple(&HostAddress::interfaceIndex,
-                                                 &HostAddress::address);
-template <>
-constexpr auto kFields<HostEndpoint> = std::tuple(&HostEndpoint::host, &HostEndpoint::port);
-template <>
-constexpr auto kFields<ServiceEndpoint> = std::tuple(&ServiceEndpoint::name, &ServiceEndpoint::type,
-                                                     &ServiceEndpoint::domain);
-
-template <>
-constexpr auto kFields<BrowseRequest> = std::tuple(&BrowseRequest::id, &BrowseRequest::type);
-template <>
-constexpr auto kFields<LocationRequest> = std::tuple(&LocationRequest::id,
-                                                     &LocationRequest::service);
-template <>
-constexpr auto kFields<AddressRequest> = std::tuple(&AddressRequest::id, &AddressRequest::hostName,
-                                                    &AddressRequest::family);
-template <>
-constexpr auto kFields<RegisterRequest> = std::tuple(&RegisterRequest::id, &RegisterRequest::name,
-                                                     &RegisterRequest::type, &RegisterRequest::port,
-                                                     &RegisterRequest::hostName,
-                                                     &RegisterRequest::addresses,
-                                                     &RegisterRequest::interfaceIndex,
-                                                     &RegisterRequest::isOwnName);
-template <>
-constexpr auto kFields<UpdateAddressesRequest> = std::tuple(&UpdateAddressesRequest::id,
-                                                            &UpdateAddressesRequest::addresses);
-template <> constexpr auto kFields<StopRequest> = std::tuple(&StopRequest::id);
-
-template <> constexpr auto kFields<EngineUp> = std::tuple(&EngineUp::hostName);
-template <> constexpr auto kFields<EngineDown> = std::tuple(&EngineDown::error);
-template <class Value>
-constexpr auto kFields<Answer<Value>> = std::tuple(&Answer<Value>::id, &Answer<Value>::change,
-                                                   &Answer<Value>::sighting, &Answer<Value>::value);
-template <> constexpr auto kFields<Settled> = std::tuple(&Settled::id);
-template <> constexpr auto kFields<Registered> = std::tuple(&Registered::id);
-template <> constexpr auto kFields<Collision> = std::tuple(&Collision::id, &Collision::of);
-template <> constexpr auto kFields<Failed> = std::tuple(&Failed::id, &Failed::error);
-
 template <class T>
 concept IsStruct = std::is_aggregate_v<T>;
 
-/// Calls `visit` with each field of a message.
+/// Initializes any field of a message.
+struct AnyValue {
+    template <class T> operator T() const;
+};
+
+/// The number of the fields of a message: of the values that can initialize it.
+template <IsStruct T, class... Values> consteval std::size_t countFields()
+{
+    if constexpr (requires { T{Values()..., AnyValue()}; })
+        return countFields<T, Values..., AnyValue>();
+    else
+        return sizeof...(Values);
+}
+
+/// Calls `visit` with each field of a message, or of a part of one, in their order.
 void forEachField(IsStruct auto& message, auto visit)
 {
-    using Message = std::remove_const_t<std::remove_reference_t<decltype(message)>>;
-    static_assert(std::is_empty_v<Message> == (std::tuple_size_v<decltype(kFields<Message>)> == 0));
-    std::apply([&](auto... field) { (visit(message.*field), ...); }, kFields<Message>);
+    const auto visitAll = [&visit](auto&... fields) { (visit(fields), ...); };
+    constexpr auto kCount = countFields<std::remove_cvref_t<decltype(message)>>();
+    if constexpr (kCount == 1) {
+        auto& [a] = message;
+        visitAll(a);
+    } else if constexpr (kCount == 2) {
+        auto& [a, b] = message;
+        visitAll(a, b);
+    } else if constexpr (kCount == 3) {
+        auto& [a, b, c] = message;
+        visitAll(a, b, c);
+    } else if constexpr (kCount == 4) {
+        auto& [a, b, c, d] = message;
+        visitAll(a, b, c, d);
+    } else if constexpr (kCount == 8) {
+        auto& [a, b, c, d, e, f, g, h] = message;
+        visitAll(a, b, c, d, e, f, g, h);
+    } else {
+        static_assert(kCount == 0, "add a case");
+    }
 }
 
 template <class T>
@@ -80,12 +64,7 @@ public:
         forEachField(message, [this](const auto& field) { this->put(field); });
     }
 
-    Packet take()
-    {
-        if (!isFitting || packet.size() > kMaximumPacketLength)
-            return {};
-        return std::move(packet);
-    }
+    Packet take() { return isFitting ? std::move(packet) : Packet(); }
 
 private:
     void putBytes(const void* bytes, std::size_t length)
@@ -98,12 +77,8 @@ private:
         packet.insert(packet.end(), first, first + length);
     }
 
-    void putLength(std::size_t length)
-    {
-        if (length > std::numeric_limits<std::uint16_t>::max())
-            isFitting = false;
-        put(static_cast<std::uint16_t>(length));
-    }
+    /// Cut off only if that many bytes or elements do not fit into a packet anyway.
+    void putLength(std::size_t length) { put(static_cast<std::uint16_t>(length)); }
 
     template <class E>
     requires(std::is_enum_v<E> || std::same_as<E, bool>) void put(E value)

@@ -40,6 +40,8 @@ public:
         /// An event for the active request.
         virtual void engineEvent(const Event& event) = 0;
 
+        virtual void localAddressesChanged() {}
+
     protected:
         explicit Client(EngineLink& engineLink);
         virtual ~Client();
@@ -83,10 +85,11 @@ public:
 
     void updateAddresses(const UpdateAddressesRequest& request) { engine->send(request); }
 
+    void tellAll(const std::function<void(Client&)>& tell);
+
 private:
     void handle(const Event& event);
     void dropRequests();
-    void tellAll(const std::function<void(Client&)>& tell);
     void route(RequestId id, const Event& event);
 
     const std::unique_ptr<Engine> engine;

@@ -28,15 +28,10 @@ LocalAddresses::LocalAddresses(NetworkMonitor& networkMonitor, Reach from)
 {
 }
 
-void LocalAddresses::refresh()
+bool LocalAddresses::refresh()
 {
-    std::vector<InterfaceAddress> next = monitor.addresses();
-    if (next == current)
-        return;
-    current = std::move(next);
-    const auto watching = observers;
-    for (Observer* observer : watching)
-        observer->localAddressesChanged();
+    const auto before = std::exchange(current, monitor.addresses());
+    return current != before;
 }
 
 std::int32_t LocalAddresses::publishedOn() const

@@ -1,15 +1,11 @@
 #pragma once
 
-#include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/messages.h"
 #include "platform/network_monitor.h"
 #include "platform/values/reach.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
-#include <memory>
-#include <utility>
 #include <vector>
 
 namespace quillbox::dnssd {
@@ -23,29 +19,12 @@ inline constexpr std::size_t kMaximumLoopbacks = 1;
 /// to the center's queue.
 class LocalAddresses final {
 public:
-    class Observer {
-    public:
-        virtual void localAddressesChanged() = 0;
-
-    protected:
-        ~Observer() = default;
-    };
-
     explicit LocalAddresses(NetworkMonitor& networkMonitor, Reach from = Reach::Network);
     LocalAddresses(const LocalAddresses&) = delete;
     LocalAddresses& operator=(const LocalAddresses&) = delete;
 
-    /// Called once. `changed` is called on `queue` and must call `refresh`.
-    void start(std::shared_ptr<DispatchQueue> queue, std::function<void()> changed)
-    {
-        subscription = monitor.subscribe(std::move(queue), std::move(changed));
-    }
-
-    /// Reads the current addresses and notifies the observers if they have changed.
-    void refresh();
-
-    void addObserver(Observer& observer) { observers.push_back(&observer); }
-    void removeObserver(Observer& observer) { std::erase(observers, &observer); }
+    /// Reads the current addresses, after each change of the network. Whether they have changed.
+    bool refresh();
 
     /// Where services are published: an interface index, or `kEveryInterface`.
     std::int32_t publishedOn() const;
@@ -58,9 +37,7 @@ public:
 private:
     const Reach reach;
     NetworkMonitor& monitor;
-    std::unique_ptr<NetworkMonitor::Subscription> subscription;
     std::vector<InterfaceAddress> current;
-    std::vector<Observer*> observers;
 };
 
 } // namespace quillbox::dnssd

@@ -8,39 +8,14 @@
 
 namespace quillbox::dnssd {
 
-namespace {
-
-std::string inNumbers(const Address& ipv4)
-{
-    const auto& bytes = ipv4.bytes;
-    return std::to_string(bytes[0]) + '.' + std::to_string(bytes[1]) + '.'
-           + std::to_string(bytes[2]) + '.' + std::to_string(bytes[3]);
-}
-
-} // namespace
-
-Registration::Registration(EngineLink& engineLink, DispatchQueue& centerQueue,
-                           LocalAddresses& ownAddresses, HostIdentities& hostIdentities,
-                           OwnServices& services, ServiceRegistration wanted,
-                           std::uint16_t servicePort, Report updates, Log& itsLog)
-    : Client(engineLink),
-      queue(centerQueue),
-      localAddresses(ownAddresses),
-      identities(hostIdentities),
-      ownServices(services),
-      service(std::move(wanted)),
-      port(servicePort),
+Registration::Registration(Center& itsCenter, Report updates, ServiceRegistration wanted,
+                           std::uint16_t servicePort)
+    : Client(itsCenter.link),
+      center(itsCenter),
       report(std::move(updates)),
-      log(itsLog)
+      service(std::move(wanted)),
+      port(servicePort)
 {
-    localAddresses.addObserver(*this);
-}
-
-Registration::~Registration()
-{
-    withdraw();
-    identities.release(identity);
-    localAddresses.removeObserver(*this);
 }
 
 void Registration::start()
@@ -49,23 +24,25 @@ void Registration::start()
         return fail(DnsSdError::InvalidName);
     if (!isServiceType(service.type))
         return fail(DnsSdError::InvalidType);
-    ownEntry.emplace(ownServices, service.name, service.type);
-    takeIdentity();
+    ownEntry.emplace(center.ownServices, service, port);
+    // The loopback address is known from the start; the host name is final only once an engine has
+    // reported the computer's own.
+    ownEntry->claimHost(link.hostName(), hostNumber);
     readState();
 }
 
 void Registration::engineUp()
 {
-    if (!hasFailed)
+    if (ownEntry)
         ask();
 }
 
 void Registration::engineDown(std::error_code error)
 {
-    if (hasFailed)
+    if (!ownEntry)
         return;
     after(kNameKept, [](Registration& self) { self.establishedAs.clear(); });
-    tellOwn(false);
+    ownEntry->setPublished(false);
     tell(State::Waiting, error);
 }
 
@@ -87,46 +64,32 @@ void Registration::localAddressesChanged()
 {
     if (id == 0)
         return;
-    auto current = localAddresses.hostAddresses(identity.loopback);
+    auto current = center.localAddresses.hostAddresses(ownEntry->loopback());
     if (current == addresses)
         return;
     addresses = std::move(current);
     link.updateAddresses({id, addresses});
 }
 
-/// The loopback address is known from the start; the host name is final only once an engine has
-/// reported the computer's own.
-void Registration::takeIdentity()
-{
-    identities.release(identity);
-    identity = identities.claim(link.hostName(), service.name, hostNumber);
-    tellOwn(false);
-}
-
-void Registration::tellOwn(bool isPublished)
-{
-    ownEntry->set({identity.hostName, {inNumbers(identity.loopback), port}, isPublished});
-}
-
 void Registration::ask()
 {
-    takeIdentity();
-    addresses = localAddresses.hostAddresses(identity.loopback);
+    ownEntry->claimHost(link.hostName(), hostNumber);
+    addresses = center.localAddresses.hostAddresses(ownEntry->loopback());
     RegisterRequest request;
     request.name = alternativeName(service.name, nameNumber);
     request.type = service.type;
     request.port = port;
-    request.hostName = identity.hostName;
+    request.hostName = ownEntry->hostName();
     request.addresses = addresses;
-    request.interfaceIndex = localAddresses.publishedOn();
+    request.interfaceIndex = center.localAddresses.publishedOn();
     requestedName = request.name;
-    requestedAt = log.now();
+    requestedAt = center.log.now();
     requestedAs = request.name + '\0' + request.hostName;
     request.isOwnName = requestedAs == establishedAs;
-    log.tell(LogCategory::Advertising,
-             [this] { return inDoubleQuotes(requestedName) + " is being registered"; });
+    center.log.tell(LogCategory::Advertising,
+                    [this] { return inDoubleQuotes(requestedName) + " is being registered"; });
     send(std::move(request));
-    const std::size_t before = ownServices.count() - 1;
+    const std::size_t before = center.ownServices.count() - 1;
     const auto turns = static_cast<int>(1 + before / kRegistrationsAtOnce);
     after(turns * kRegistrationLimit,
           [](Registration& self) { self.refused(DnsSdError::Internal); });
@@ -137,7 +100,7 @@ void Registration::established()
     logRequest("is advertised");
     establishedAs = requestedAs;
     after(kEstablishedLong, [](Registration& self) { self.backoff.reset(); });
-    tellOwn(true);
+    ownEntry->setPublished(true);
     tell(State::Ready, {});
 }
 
@@ -171,7 +134,7 @@ void Registration::refused(DnsSdError error)
 void Registration::askAfter(std::chrono::milliseconds delay, std::error_code error)
 {
     withdraw();
-    tellOwn(false);
+    ownEntry->setPublished(false);
     after(delay, &Registration::ask);
     tell(State::Waiting, error);
 }
@@ -186,7 +149,6 @@ void Registration::withdraw()
 
 void Registration::fail(DnsSdError error)
 {
-    hasFailed = true;
     ownEntry.reset();
     tell(State::Failed, error);
 }
@@ -198,9 +160,9 @@ void Registration::tell(State state, std::error_code error)
 
 void Registration::logRequest(const std::string& what)
 {
-    log.tell(LogCategory::Advertising, [&] {
+    center.log.tell(LogCategory::Advertising, [&] {
         return inDoubleQuotes(requestedName) + ' ' + what + ", after "
-               + durationText(log.now() - requestedAt);
+               + durationText(center.log.now() - requestedAt);
     });
 }
 
@@ -211,9 +173,9 @@ void Registration::after(std::chrono::milliseconds delay, std::function<void(Reg
             action(*self);
     };
     if (delay.count() > 0)
-        queue.asyncAfter(delay, std::move(work));
+        center.queue->asyncAfter(delay, std::move(work));
     else
-        queue.async(std::move(work));
+        center.queue->async(std::move(work));
 }
 
 } // namespace quillbox::dnssd

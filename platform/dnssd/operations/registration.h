@@ -1,12 +1,8 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
-#include "platform/dnssd/operations/engine_link.h"
-#include "platform/dnssd/operations/host_identity.h"
-#include "platform/dnssd/operations/local_addresses.h"
-#include "platform/dnssd/operations/own_services.h"
+#include "platform/dns_sd.h"
+#include "platform/dnssd/operations/center.h"
 #include "platform/dnssd/operations/report.h"
-#include "platform/log.h"
 #include "platform/values/backoff.h"
 
 #include <chrono>
@@ -34,15 +30,13 @@ inline constexpr std::chrono::milliseconds kRegistrationLimit{10'000};
 /// Keeps one service published, on a host of its own, under its name or one derived from it. Keeps
 /// the name in use when the engine comes back. Belongs to the center's queue.
 class Registration final : public std::enable_shared_from_this<Registration>,
-                           private EngineLink::Client,
-                           private LocalAddresses::Observer {
+                           private EngineLink::Client {
 public:
     using Report = dnssd::Report<DnsSd::RegistrationUpdate>;
 
-    Registration(EngineLink& engineLink, DispatchQueue& centerQueue, LocalAddresses& ownAddresses,
-                 HostIdentities& hostIdentities, OwnServices& services, ServiceRegistration wanted,
-                 std::uint16_t servicePort, Report updates, Log& log);
-    ~Registration();
+    Registration(Center& itsCenter, Report updates, ServiceRegistration wanted,
+                 std::uint16_t servicePort);
+    ~Registration() override { withdraw(); }
     Registration(const Registration&) = delete;
     Registration& operator=(const Registration&) = delete;
 
@@ -58,9 +52,7 @@ private:
     void localAddressesChanged() override;
 
     void ask();
-    void takeIdentity();
     void established();
-    void tellOwn(bool isPublished);
     void collided(Collision::Of of);
     void refused(DnsSdError error);
     void askAfter(std::chrono::milliseconds delay, std::error_code error);
@@ -72,20 +64,14 @@ private:
     /// Runs `action` after `delay`, unless another step comes first.
     void after(std::chrono::milliseconds delay, std::function<void(Registration&)> action);
 
-    DispatchQueue& queue;
-    LocalAddresses& localAddresses;
-    HostIdentities& identities;
-    OwnServices& ownServices;
+    Center& center;
+    Report report;
     const ServiceRegistration service;
     const std::uint16_t port;
-    Report report;
-    Log& log;
 
-    bool hasFailed = false;
     unsigned nameNumber = 1;
     unsigned hostNumber = 1;
-    HostIdentity identity;
-    std::optional<OwnServices::Entry> ownEntry; ///< empty before the start and after a failure
+    std::optional<OwnServices::Entry> ownEntry; ///< empty after a failure
     std::vector<HostAddress> addresses;         ///< as published
     std::string requestedName;                  ///< the service's, of the last request
     Log::Clock::time_point requestedAt;         ///< for the log

@@ -47,24 +47,20 @@ void append(std::vector<DnsSd::FoundAddress>& addresses, const AddressQuery& que
 
 } // namespace
 
-Resolution::Resolution(const EngineLink& engineLink, DispatchQueue& centerQueue,
-                       AddressPool& addresses, Report updates)
-    : link(engineLink), queue(centerQueue), pool(addresses), report(std::move(updates))
+Resolution::Resolution(Center& itsCenter, Report updates, Endpoint resolved)
+    : center(itsCenter), report(std::move(updates)), endpoint(std::move(resolved))
 {
 }
 
-void Resolution::startService(LocationPool& locations, const ServiceEndpoint& service)
+void Resolution::start()
 {
-    // An invalid service has no addresses, which is reported immediately.
-    if (isInstanceName(service.name) && isServiceType(service.type))
-        location = locations.query({0, service}, *this);
-    scheduleUpdate();
-}
-
-void Resolution::startHost(const std::string& hostName)
-{
-    if (isHostName(hostName))
-        hosts.push_back(makeHost({hostName, 0}));
+    // What is invalid has no addresses, which is reported immediately.
+    if (const auto* service = endpoint.service()) {
+        if (isInstanceName(service->name) && isServiceType(service->type))
+            location = center.locations.query({0, *service}, *this);
+    } else if (const auto* host = endpoint.host(); isHostName(host->host)) {
+        hosts.push_back(makeHost({host->host, 0}));
+    }
     scheduleUpdate();
 }
 
@@ -74,7 +70,7 @@ void Resolution::scheduleUpdate()
     // handled a change of the engine's state by then.
     if (std::exchange(isScheduled, true))
         return;
-    queue.async([weak = weak_from_this()] {
+    center.queue->async([weak = weak_from_this()] {
         if (const auto self = weak.lock()) {
             self->isScheduled = false;
             self->update();
@@ -85,13 +81,13 @@ void Resolution::scheduleUpdate()
 void Resolution::update()
 {
     const bool asks = location || !hosts.empty();
-    if (asks && link.state() == EngineLink::State::Unknown)
+    if (asks && center.link.state() == EngineLink::State::Unknown)
         return;
     if (location)
         followLocations();
     collectAddresses();
-    report.deliver(
-        {known, isSettled(&Host::ipv4), isSettled(&Host::ipv6), link.error(), hostsOfAddresses()});
+    report.deliver({known, isSettled(&Host::ipv4), isSettled(&Host::ipv6), center.link.error(),
+                    hostsOfAddresses()});
 }
 
 void Resolution::followLocations()
@@ -112,8 +108,8 @@ void Resolution::followLocations()
 
 Resolution::Host Resolution::makeHost(HostEndpoint where)
 {
-    auto ipv4 = pool.query({0, where.host, Family::IPv4}, *this);
-    auto ipv6 = pool.query({0, where.host, Family::IPv6}, *this);
+    auto ipv4 = center.addresses.query({0, where.host, Family::IPv4}, *this);
+    auto ipv6 = center.addresses.query({0, where.host, Family::IPv6}, *this);
     return {std::move(where), std::move(ipv4), std::move(ipv6)};
 }
 

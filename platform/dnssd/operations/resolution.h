@@ -1,8 +1,7 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
-#include "platform/dnssd/operations/engine_link.h"
-#include "platform/dnssd/operations/record_query.h"
+#include "platform/dns_sd.h"
+#include "platform/dnssd/operations/center.h"
 #include "platform/dnssd/operations/report.h"
 
 #include <cstddef>
@@ -22,14 +21,12 @@ class Resolution final : public std::enable_shared_from_this<Resolution>, privat
 public:
     using Report = dnssd::Report<DnsSd::ResolveUpdate>;
 
-    Resolution(const EngineLink& engineLink, DispatchQueue& centerQueue, AddressPool& addresses,
-               Report updates);
+    Resolution(Center& itsCenter, Report updates, Endpoint resolved);
     Resolution(const Resolution&) = delete;
     Resolution& operator=(const Resolution&) = delete;
 
-    /// One of these two is called, once, when the object is held by a shared pointer.
-    void startService(LocationPool& locations, const ServiceEndpoint& service);
-    void startHost(const std::string& hostName);
+    /// Called once, when the object is held by a shared pointer.
+    void start();
 
 private:
     struct Host {
@@ -48,10 +45,9 @@ private:
     std::vector<HostEndpoint> hostsOfAddresses() const;
     bool isSettled(std::shared_ptr<const AddressQuery> Host::*query) const;
 
-    const EngineLink& link;
-    DispatchQueue& queue;
-    AddressPool& pool;
+    Center& center;
     Report report;
+    const Endpoint endpoint;
     std::shared_ptr<const LocationQuery> location; ///< null for a host or an invalid service
     std::vector<Host> hosts;
     std::vector<DnsSd::FoundAddress> known; ///< in the order found

@@ -26,13 +26,11 @@ bool isDomain(const std::string& domain)
 
 } // namespace
 
-ServiceBrowse::ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue,
-                             LocationPool& locationPool, std::string serviceType, Report updates)
-    : Client(engineLink),
-      queue(centerQueue),
-      locations(locationPool),
-      type(std::move(serviceType)),
-      report(std::move(updates))
+ServiceBrowse::ServiceBrowse(Center& itsCenter, Report updates, std::string serviceType)
+    : Client(itsCenter.link),
+      center(itsCenter),
+      report(std::move(updates)),
+      type(std::move(serviceType))
 {
 }
 
@@ -78,7 +76,7 @@ void ServiceBrowse::ask()
     isSilenceFinal = services.empty();
     if (!isSilenceFinal) {
         const std::chrono::milliseconds limit = isEngineNew ? kSilenceLimit : kSettlingLimit;
-        queue.asyncAfter(limit, [weak = weak_from_this(), asked = id] {
+        center.queue->asyncAfter(limit, [weak = weak_from_this(), asked = id] {
             if (const auto self = weak.lock(); self && self->id == asked)
                 self->judgeSilence();
         });
@@ -157,7 +155,7 @@ void ServiceBrowse::askForWhatWasLeftOut()
 {
     if (std::exchange(isAskingAnew, true))
         return;
-    queue.asyncAfter(kRoomInterval, [weak = weak_from_this()] {
+    center.queue->asyncAfter(kRoomInterval, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self)
             return;
@@ -178,7 +176,7 @@ void ServiceBrowse::failed(DnsSdError error)
         return;
     }
     wait(error);
-    queue.asyncAfter(backoff.next(), [weak = weak_from_this()] {
+    center.queue->asyncAfter(backoff.next(), [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (self && self->id == 0 && self->link.isUp())
             self->ask();
@@ -208,9 +206,9 @@ void ServiceBrowse::scheduleFlush(std::chrono::milliseconds delay)
         }
     };
     if (delay.count() > 0)
-        queue.asyncAfter(delay, std::move(work));
+        center.queue->asyncAfter(delay, std::move(work));
     else
-        queue.async(std::move(work));
+        center.queue->async(std::move(work));
 }
 
 void ServiceBrowse::flush()
@@ -227,7 +225,7 @@ void ServiceBrowse::flush()
     std::vector<ServiceEndpoint> set;
     for (Service& service : services) {
         if (!service.life)
-            service.life = locations.query({0, service.endpoint}, *this);
+            service.life = center.locations.query({0, service.endpoint}, *this);
         if (!isGone(service))
             set.push_back(service.endpoint);
     }

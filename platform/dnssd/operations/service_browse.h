@@ -1,8 +1,7 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
-#include "platform/dnssd/operations/engine_link.h"
-#include "platform/dnssd/operations/record_query.h"
+#include "platform/dns_sd.h"
+#include "platform/dnssd/operations/center.h"
 #include "platform/dnssd/operations/report.h"
 #include "platform/values/backoff.h"
 
@@ -43,8 +42,7 @@ class ServiceBrowse final : public std::enable_shared_from_this<ServiceBrowse>,
 public:
     using Report = dnssd::Report<DnsSd::BrowseUpdate>;
 
-    ServiceBrowse(EngineLink& engineLink, DispatchQueue& centerQueue, LocationPool& locationPool,
-                  std::string serviceType, Report updates);
+    ServiceBrowse(Center& itsCenter, Report updates, std::string serviceType);
 
     /// Called once, when the object is held by a shared pointer.
     void start();
@@ -80,10 +78,9 @@ private:
     void scheduleFlush(std::chrono::milliseconds delay);
     void flush();
 
-    DispatchQueue& queue;
-    LocationPool& locations;
-    const std::string type;
+    Center& center;
     Report report;
+    const std::string type;
 
     std::vector<Service> services; ///< in the order first seen
     std::vector<ServiceEndpoint> lastSet;

@@ -94,8 +94,8 @@ TEST(Connector, resolvesLocalNamesByDnsSd)
     auto subject = harness.dial("My Phone.LOCAL.", phone.port());
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     const auto record = harness.dnsSd.record(0);
-    EXPECT_EQ(record.kind, ScriptedDnsSd::Record::Kind::ResolveHost);
-    EXPECT_EQ(record.text, "My Phone.LOCAL");
+    ASSERT_TRUE(record.endpoint && record.endpoint->host());
+    EXPECT_EQ(record.endpoint->host()->host, "My Phone.LOCAL");
     harness.dnsSd.deliver(0, found({onLoopback(ipv4Address("127.0.0.1"))}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 
@@ -110,7 +110,7 @@ TEST(Connector, keepsWhatItResolvedForTheNext)
     const PeerListener phone;
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    EXPECT_EQ(harness.dnsSd.record(0).service, kPhone);
+    EXPECT_EQ(harness.dnsSd.record(0).endpoint, kPhone);
     harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
     EXPECT_EQ(harness.monitor.subscriberCount(), 0U);

@@ -216,7 +216,7 @@ TEST_F(ResolveCacheTest, keepsServicesAndHostsApart)
         cache->resolve(HostEndpoint{.host = "Phone.local"}, queue,
                        [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
     ASSERT_EQ(dnsSd.count(), 3U);
-    EXPECT_EQ(dnsSd.record(2).text, "Phone.local");
+    EXPECT_EQ(dnsSd.record(2).endpoint, HostEndpoint{.host = "Phone.local"});
     ServiceEndpoint elsewhere = kPhone;
     elsewhere.domain = "example.org";
     const auto four = read(first, elsewhere);

@@ -179,8 +179,8 @@ TEST_P(DnsSdConformance, settlesWithNothingForAServiceThatIsNotThere)
 TEST_P(DnsSdConformance, resolvesAHostName)
 {
     const Resolutions resolved;
-    const auto resolution =
-        harness->here().resolveHost(harness->hostNameThere(), harness->queue(), resolved.handler());
+    const auto resolution = harness->here().resolve(HostEndpoint{harness->hostNameThere(), 0},
+                                                    harness->queue(), resolved.handler());
     ASSERT_TRUE(
         harness->waitUntil([&] { return !ofFamily(AF_INET, resolved.last()).empty(); }, kLimit));
     EXPECT_EQ(asIPv4(ofFamily(AF_INET, resolved.last()).front()).sin_port, 0);
@@ -241,11 +241,11 @@ TEST_P(DnsSdConformance, findsItsOwnServiceUnderTheNameThatWasAskedFor)
     const auto own =
         harness->here().registerService(smb("Taken"), kPort, harness->queue(), ours.handler());
     ASSERT_TRUE(harness->waitUntil([&] { return isReady(ours, "Taken #2"); }, kLimit));
-    const Recorder<DnsSd::OwnServiceUpdate> found;
+    const Recorder<std::optional<DnsSd::OwnService>> found;
     const auto question =
         harness->here().findOwn("Taken", "_smb._tcp", harness->queue(), found.handler());
     ASSERT_TRUE(harness->waitUntil([&] { return found.count() > 0; }, kLimit));
-    const auto service = found.last().service;
+    const auto service = found.last();
     ASSERT_TRUE(service);
     EXPECT_EQ(service->onLoopback.port, kPort);
 

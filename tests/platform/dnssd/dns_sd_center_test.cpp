@@ -111,8 +111,8 @@ TEST_F(DnsSdCenterTest, asksEverythingAnewUnderFreshIdsWhenTheEngineComesBack)
     const Recorder<DnsSd::ResolveUpdate> resolved;
     const Recorder<DnsSd::RegistrationUpdate> registered;
     const auto browse = dnsSd->browse("_smb._tcp", dispatch.mainQueue(), browsed.handler());
-    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, dispatch.mainQueue(),
-                                           resolved.handler());
+    const auto resolution = dnsSd->resolve(ServiceEndpoint{"Quillbox", "_smb._tcp", "local"},
+                                           dispatch.mainQueue(), resolved.handler());
     const auto registration = dnsSd->registerService({"Mine", "_smb._tcp"}, 1, dispatch.mainQueue(),
                                                      registered.handler());
     up();
@@ -196,7 +196,7 @@ TEST(DnsSdCenter, mayBeUsedFromAnyThreadAndIsDroppedAfterItsQueue)
                     const auto browse = dnsSd->browse("_smb._tcp", queue,
                                                       [&](const DnsSd::BrowseUpdate&) { ++told; });
                     const auto resolution =
-                        dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, queue,
+                        dnsSd->resolve(ServiceEndpoint{"Quillbox", "_smb._tcp", "local"}, queue,
                                        [&](const DnsSd::ResolveUpdate&) { ++told; });
                 }
             });

@@ -10,7 +10,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using namespace dnssd;
-using Found = Recorder<DnsSd::OwnServiceUpdate>;
+using Found = Recorder<std::optional<DnsSd::OwnService>>;
 
 class OwnServicesTest : public CenterTest {
 protected:
@@ -44,7 +44,7 @@ protected:
         const Found log;
         const auto ask = find(name, log, type);
         EXPECT_EQ(log.count(), 1U);
-        return log.last().service;
+        return log.last();
     }
 
     static std::string inNumbers(const Address& address)
@@ -98,12 +98,12 @@ TEST_F(OwnServicesTest, tellsAHostNameThatIsChanged)
     const auto registration = add("Quillbox");
     const Found log;
     const auto ask = find("Quillbox", log);
-    const auto first = log.last().service;
+    const auto first = log.last();
     emit(Collision{engine.only<RegisterRequest>().id, Collision::Of::Host});
-    ASSERT_TRUE(log.last().service);
-    EXPECT_NE(log.last().service, first);
-    EXPECT_EQ(log.last().service->hostName, engine.only<RegisterRequest>().hostName);
-    EXPECT_EQ(log.last().service->onLoopback, first->onLoopback);
+    ASSERT_TRUE(log.last());
+    EXPECT_NE(log.last(), first);
+    EXPECT_EQ(log.last()->hostName, engine.only<RegisterRequest>().hostName);
+    EXPECT_EQ(log.last()->onLoopback, first->onLoopback);
 }
 
 TEST_F(OwnServicesTest, knowsAServiceByEveryUnicodeFormOfItsName)
@@ -118,15 +118,15 @@ TEST_F(OwnServicesTest, knowsAServiceBeforeAnyEngineDoes)
     const auto registration = add("Quillbox");
     const Found log;
     const auto ask = find("Quillbox", log);
-    ASSERT_TRUE(log.last().service) << "its port is open all the same";
-    const HostEndpoint before = log.last().service->onLoopback;
+    ASSERT_TRUE(log.last()) << "its port is open all the same";
+    const HostEndpoint before = log.last()->onLoopback;
     down();
-    EXPECT_TRUE(log.last().service);
+    EXPECT_TRUE(log.last());
     up();
-    EXPECT_EQ(log.last().service->hostName, engine.only<RegisterRequest>().hostName);
-    EXPECT_EQ(log.last().service->onLoopback, before);
+    EXPECT_EQ(log.last()->hostName, engine.only<RegisterRequest>().hostName);
+    EXPECT_EQ(log.last()->onLoopback, before);
     down();
-    EXPECT_TRUE(log.last().service);
+    EXPECT_TRUE(log.last());
 }
 
 TEST_F(OwnServicesTest, tellsWhetherAServiceIsPublished)
@@ -134,7 +134,7 @@ TEST_F(OwnServicesTest, tellsWhetherAServiceIsPublished)
     const auto registration = add("Quillbox");
     const Found log;
     const auto ask = find("Quillbox", log);
-    const auto isPublished = [&log] { return log.last().service->isPublished; };
+    const auto isPublished = [&log] { return log.last()->isPublished; };
     EXPECT_FALSE(isPublished());
     up();
     EXPECT_FALSE(isPublished()) << "it is being probed for";
@@ -168,12 +168,12 @@ TEST_F(OwnServicesTest, tellsOfServicesThatComeAndGo)
     up();
     const Found log;
     const auto ask = find("Quillbox", log);
-    EXPECT_EQ(log.last().service, std::nullopt);
+    EXPECT_EQ(log.last(), std::nullopt);
     auto registration = add("Quillbox");
-    EXPECT_TRUE(log.last().service);
+    EXPECT_TRUE(log.last());
     registration = nullptr;
     dispatch.runAll();
-    EXPECT_EQ(log.last().service, std::nullopt);
+    EXPECT_EQ(log.last(), std::nullopt);
 }
 
 TEST_F(OwnServicesTest, tellsOfTheNewerOfTwoUntilItIsTheOnlyOne)
@@ -183,16 +183,16 @@ TEST_F(OwnServicesTest, tellsOfTheNewerOfTwoUntilItIsTheOnlyOne)
     const auto ask = find("Quillbox", log);
     auto older = add("Quillbox", 5001);
     auto newer = add("Quillbox", 5002);
-    EXPECT_EQ(log.last().service->onLoopback.port, 5002);
+    EXPECT_EQ(log.last()->onLoopback.port, 5002);
     older = nullptr;
     dispatch.runAll();
-    EXPECT_EQ(log.last().service->onLoopback.port, 5002);
+    EXPECT_EQ(log.last()->onLoopback.port, 5002);
     older = std::move(newer);
     newer = add("Quillbox", 5003);
-    EXPECT_EQ(log.last().service->onLoopback.port, 5003);
+    EXPECT_EQ(log.last()->onLoopback.port, 5003);
     newer = nullptr;
     dispatch.runAll();
-    EXPECT_EQ(log.last().service->onLoopback.port, 5002);
+    EXPECT_EQ(log.last()->onLoopback.port, 5002);
 }
 
 TEST_F(OwnServicesTest, givesTwoServicesAddressesOfTheirOwn)

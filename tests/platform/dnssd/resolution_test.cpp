@@ -183,7 +183,8 @@ TEST_F(ResolutionTest, isNotNotifiedOfHostsThatItLeft)
     up();
     locate("old.local");
     Recorder<DnsSd::ResolveUpdate> host;
-    const auto ask = dnsSd->resolveHost("old.local", dispatch.mainQueue(), host.handler());
+    const auto ask =
+        dnsSd->resolve(HostEndpoint{"old.local", 0}, dispatch.mainQueue(), host.handler());
     dispatch.runAll();
     locate("new.local");
     emit(LocationAnswer{location(), Change::Lost, kWired, {"old.local", 4445}});
@@ -466,7 +467,8 @@ TEST_F(ResolutionTest, sharesItsQuestionsWithOthersThatAskTheSame)
 TEST_F(ResolutionTest, resolvesAHost)
 {
     Recorder<DnsSd::ResolveUpdate> host;
-    const auto ask = dnsSd->resolveHost("phone.local", dispatch.mainQueue(), host.handler());
+    const auto ask =
+        dnsSd->resolve(HostEndpoint{"phone.local", 0}, dispatch.mainQueue(), host.handler());
     up();
     EXPECT_FALSE(host.last().isSettledIPv4);
     find("phone.local", "10.0.0.7");
@@ -480,10 +482,10 @@ TEST_F(ResolutionTest, settlesAtOnceForWhatCannotBe)
 {
     up();
     Recorder<DnsSd::ResolveUpdate> host;
-    const auto first = dnsSd->resolveHost("", dispatch.mainQueue(), host.handler());
+    const auto first = dnsSd->resolve(HostEndpoint{"", 0}, dispatch.mainQueue(), host.handler());
     Recorder<DnsSd::ResolveUpdate> unnamed;
-    const auto second =
-        dnsSd->resolve({"", "_smb._tcp", "local"}, dispatch.mainQueue(), unnamed.handler());
+    const auto second = dnsSd->resolve(ServiceEndpoint{"", "_smb._tcp", "local"},
+                                       dispatch.mainQueue(), unnamed.handler());
     dispatch.runAll();
     EXPECT_EQ(host.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
     EXPECT_EQ(unnamed.last(), (DnsSd::ResolveUpdate{{}, true, true, {}}));
@@ -494,15 +496,16 @@ namespace {
 /// Questions to an engine link, without a `DnsSd` around them.
 class QuestionPoolTest : public testing::Test {
 protected:
-    QuestionPoolTest() { link.start(); }
+    QuestionPoolTest() { center.link.start(); }
 
     FakeDispatch dispatch;
     FakeEngine engine;
-    EngineLink link{engine.makeEngine()};
-    const std::shared_ptr<DispatchQueue> queue =
-        dispatch.makeQueue("dns-sd", QualityOfService::Utility);
-    LocationPool locations{link, *queue};
-    AddressPool addresses{link, *queue};
+    FakeNetworkMonitor monitor;
+    RecordingLog log;
+    Center center{engine.makeEngine(), dispatch.makeQueue("dns-sd", QualityOfService::Utility),
+                  monitor, log};
+
+    const ServiceEndpoint kService{"Quillbox", "_smb._tcp", "local"};
 
     class Observer final : public QueryObserver {
         void queryChanged() override {}
@@ -515,7 +518,8 @@ TEST_F(QuestionPoolTest, keepsNoMemoryOfQuestionsThatAreOver)
 {
     const auto askAndDrop = [this](const std::string& name, int times) {
         for (int count = 0; count < times; ++count)
-            EXPECT_TRUE(addresses.query({0, name + std::to_string(count), Family::IPv4}, observer));
+            EXPECT_TRUE(
+                center.addresses.query({0, name + std::to_string(count), Family::IPv4}, observer));
     };
     askAndDrop("first", 10);
     const auto before = ::mallinfo2().uordblks; // 0 with AddressSanitizer
@@ -527,10 +531,10 @@ TEST_F(QuestionPoolTest, tellsNobodyWhoHasGone)
 {
     alignas(Resolution) std::array<std::byte, sizeof(Resolution)> place{};
     std::shared_ptr<Resolution> resolution(
-        new (place.data()) Resolution(link, *queue, addresses, {dispatch.mainQueue(), {}}),
+        new (place.data()) Resolution(center, {dispatch.mainQueue(), {}}, kService),
         [](Resolution* ended) { std::destroy_at(ended); });
-    resolution->startService(locations, {"Quillbox", "_smb._tcp", "local"});
-    const auto query = locations.query({0, {"Quillbox", "_smb._tcp", "local"}}, observer);
+    resolution->start();
+    const auto query = center.locations.query({0, kService}, observer);
     resolution.reset();
     place.fill({}); // a call of what was here ends the test
     engine.up();

@@ -583,8 +583,8 @@ TEST_F(ServiceBrowseTest, sharesTheLocationQueryWithAResolutionThatOutlivesIt)
     up();
     emit(found("Quillbox"));
     Recorder<DnsSd::ResolveUpdate> resolved;
-    const auto resolution = dnsSd->resolve({"Quillbox", "_smb._tcp", "local"}, dispatch.mainQueue(),
-                                           resolved.handler());
+    const auto resolution = dnsSd->resolve(ServiceEndpoint{"Quillbox", "_smb._tcp", "local"},
+                                           dispatch.mainQueue(), resolved.handler());
     dispatch.advance(1s);
     const RequestId life = lifeOf("Quillbox");
     EXPECT_EQ(engine.count<LocationRequest>(), 1U);

@@ -27,7 +27,6 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-using dnssd::DnsSdMode;
 
 constexpr auto kPatience = 20s;
 constexpr std::uint16_t kPort = 4450;
@@ -35,7 +34,7 @@ constexpr std::uint16_t kPort = 4450;
 /// A platform in a network namespace of its own. Its main queue is another thread.
 class PlatformHere final {
 public:
-    explicit PlatformHere(DnsSdMode mode)
+    explicit PlatformHere(DnsSdChoice mode)
         : platform(mainPool.makeQueue("main", QualityOfService::UserInitiated), mode,
                    Reach::ThisComputer, log)
     {
@@ -99,7 +98,7 @@ TEST(LinuxPlatform, findsTheFileServerThatItAdvertises)
         setLoopbackUp(true);
         std::promise<void> ready;
         std::promise<std::optional<HostEndpoint>> located;
-        PlatformHere here(DnsSdMode::Embedded);
+        PlatformHere here(DnsSdChoice::Embedded);
         const auto queue = here.makeQueue();
         auto listener = here.listen();
         listener->setService({.name = "Office", .type = "_smb._tcp"});
@@ -127,15 +126,38 @@ TEST(LinuxPlatform, seesThatFileManagersListNothingWithoutTheDaemon)
     inNetworkNamespace([] {
         setLoopbackUp(true);
         std::promise<bool> changed;
-        PlatformHere here(DnsSdMode::Automatic);
+        PlatformHere here(DnsSdChoice::Automatic);
         NetworkView& view = here.platform;
         view.setChangedHandler([&] { changed.set_value(view.isAvailable()); });
         EXPECT_TRUE(view.isAvailable());
-        const auto browser = here.platform.makeBrowser("_smb._tcp", {});
+        here.platform.dnsSd();
         auto isAvailable = changed.get_future();
         ASSERT_EQ(isAvailable.wait_for(kPatience), std::future_status::ready);
         EXPECT_FALSE(isAvailable.get());
         here.platform.shutDown();
+    });
+}
+
+TEST(LinuxPlatform, usesTheChosenEngineOnly)
+{
+    inNetworkNamespace([] {
+        using State = DnsSd::BrowseUpdate::State;
+        setLoopbackUp(true);
+        for (const auto& [choice, state] : {std::pair(DnsSdChoice::Daemon, State::Waiting),
+                                            std::pair(DnsSdChoice::Embedded, State::Ready)}) {
+            PlatformHere here(choice);
+            std::promise<State> first;
+            const auto browse = here.platform.dnsSd().browse(
+                "_smb._tcp", here.makeQueue(),
+                [&first, isFirst = true](const DnsSd::BrowseUpdate& update) mutable {
+                    if (std::exchange(isFirst, false))
+                        first.set_value(update.state);
+                });
+            auto told = first.get_future();
+            ASSERT_EQ(told.wait_for(kPatience), std::future_status::ready);
+            EXPECT_EQ(told.get(), state);
+            here.platform.shutDown();
+        }
     });
 }
 
@@ -153,18 +175,17 @@ TEST(LinuxPlatform, toleratesNewsOfTheDaemonAfterItsEnd)
         {
             RecordingLog log;
             log.isTelling = false;
-            LinuxPlatform platform(mainQueue, DnsSdMode::Automatic, Reach::ThisComputer, log);
+            LinuxPlatform platform(mainQueue, DnsSdChoice::Automatic, Reach::ThisComputer, log);
             platform.setChangedHandler([] { FAIL() << "its owner is gone"; });
-            const auto browser = platform.makeBrowser("_smb._tcp", {});
-            browser->setResultsChangedHandler([](const auto&) {});
-            browser->setStateUpdateHandler([&ready](Browser::State state, std::error_code) {
-                if (state == Browser::State::Ready)
-                    ready.set_value();
-            });
-            browser->start(platform.makeQueue("test", QualityOfService::Utility));
+            const auto browse = platform.dnsSd().browse(
+                "_smb._tcp", platform.makeQueue("test", QualityOfService::Utility),
+                [&ready, isReady = false](const DnsSd::BrowseUpdate& update) mutable {
+                    if (update.state == DnsSd::BrowseUpdate::State::Ready
+                        && !std::exchange(isReady, true))
+                        ready.set_value();
+                });
             // The engine without the daemon is up, and has told so before.
             EXPECT_EQ(ready.get_future().wait_for(kPatience), std::future_status::ready);
-            browser->cancel();
         }
         released.set_value();
         mainQueue->async([&done] { done.set_value(); });
@@ -177,7 +198,7 @@ TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
 {
     inNetworkNamespace([] {
         setLoopbackUp(true);
-        PlatformHere here(DnsSdMode::Daemon);
+        PlatformHere here(DnsSdChoice::Daemon);
         const auto before = openDescriptors();
         here.listen()->cancel();
         EXPECT_GT(openDescriptors(), before);
@@ -192,7 +213,7 @@ TEST(LinuxPlatform, isNoLongerUsedAfterItIsShutDown)
 TEST(LinuxPlatform, runsNoWorkOnceItIsShutDown)
 {
     inNetworkNamespace([] {
-        PlatformHere here(DnsSdMode::Daemon);
+        PlatformHere here(DnsSdChoice::Daemon);
         const auto queue = here.makeQueue();
         here.platform.shutDown();
         std::promise<void> dropped;
@@ -237,7 +258,7 @@ TEST(LinuxPlatform, waitsForWhatIsNotYetSentWhenItEnds)
     inNetworkNamespace([] {
         setLoopbackUp(true);
         std::promise<void> cancelled;
-        std::optional<PlatformHere> here(DnsSdMode::Daemon);
+        std::optional<PlatformHere> here(DnsSdChoice::Daemon);
         const auto queue = here->makeQueue();
         auto listener = here->listen();
         listener->setStateUpdateHandler([](auto, auto) {});

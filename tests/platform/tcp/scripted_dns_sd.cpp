@@ -85,8 +85,7 @@ std::unique_ptr<DnsSd::Subscription> ScriptedDnsSd::add(Record record)
     {
         const std::lock_guard lock(shared_->mutex);
         if (kept->resolved && std::ranges::any_of(shared_->records, [&kept](const auto& other) {
-                return !other->isEnded && other->resolved && other->text == kept->text
-                       && other->service == kept->service;
+                return !other->isEnded && other->resolved && other->endpoint == kept->endpoint;
             }))
             ADD_FAILURE() << "an active query is sent again";
         shared_->records.push_back(kept);
@@ -112,24 +111,12 @@ ScriptedDnsSd::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
 }
 
 std::unique_ptr<DnsSd::Subscription>
-ScriptedDnsSd::resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+ScriptedDnsSd::resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
                        std::function<void(const ResolveUpdate&)> handler)
 {
     Record record;
     record.kind = Record::Kind::Resolve;
-    record.service = std::move(service);
-    record.queue = std::move(queue);
-    record.resolved = std::move(handler);
-    return add(std::move(record));
-}
-
-std::unique_ptr<DnsSd::Subscription>
-ScriptedDnsSd::resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                           std::function<void(const ResolveUpdate&)> handler)
-{
-    Record record;
-    record.kind = Record::Kind::ResolveHost;
-    record.text = std::move(hostName);
+    record.endpoint = std::move(endpoint);
     record.queue = std::move(queue);
     record.resolved = std::move(handler);
     return add(std::move(record));
@@ -151,7 +138,7 @@ ScriptedDnsSd::registerService(ServiceRegistration service, std::uint16_t port,
 
 std::unique_ptr<DnsSd::Subscription>
 ScriptedDnsSd::findOwn(std::string name, std::string /*type*/, std::shared_ptr<DispatchQueue> queue,
-                       std::function<void(const OwnServiceUpdate&)> handler)
+                       std::function<void(const std::optional<OwnService>&)> handler)
 {
     Record record;
     record.kind = Record::Kind::FindOwn;

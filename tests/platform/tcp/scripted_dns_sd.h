@@ -1,6 +1,6 @@
 #pragma once
 
-#include "platform/dnssd/dns_sd.h"
+#include "platform/dns_sd.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -26,36 +26,33 @@ class ScriptedDnsSd final : public DnsSd {
 public:
     /// One query or registration. It outlives its `Subscription`, whose destruction sets `isEnded`.
     struct Record {
-        enum class Kind { Browse, Resolve, ResolveHost, Register, FindOwn };
+        enum class Kind { Browse, Resolve, Register, FindOwn };
 
         Kind kind = Kind::Browse;
-        std::string text;                       ///< service type, host name or service name
-        std::optional<ServiceEndpoint> service; ///< to resolve
+        std::string text;                 ///< service type or service name
+        std::optional<Endpoint> endpoint; ///< to resolve
         std::optional<ServiceRegistration> registration;
         std::uint16_t port = 0; ///< of a registration
         std::shared_ptr<DispatchQueue> queue;
         std::function<void(const BrowseUpdate&)> browsed;
         std::function<void(const ResolveUpdate&)> resolved;
         std::function<void(const RegistrationUpdate&)> registered;
-        std::function<void(const OwnServiceUpdate&)> foundOwn;
+        std::function<void(const std::optional<OwnService>&)> foundOwn;
         bool isEnded = false;
     };
 
     std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
                                          std::function<void(const BrowseUpdate&)> handler) override;
     std::unique_ptr<Subscription>
-    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
             std::function<void(const ResolveUpdate&)> handler) override;
-    std::unique_ptr<Subscription>
-    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                std::function<void(const ResolveUpdate&)> handler) override;
     std::unique_ptr<Subscription>
     registerService(ServiceRegistration service, std::uint16_t port,
                     std::shared_ptr<DispatchQueue> queue,
                     std::function<void(const RegistrationUpdate&)> handler) override;
     std::unique_ptr<Subscription>
     findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
-            std::function<void(const OwnServiceUpdate&)> handler) override;
+            std::function<void(const std::optional<OwnService>&)> handler) override;
 
     /// All queries and registrations so far, in order, including ended ones.
     std::size_t count() const;

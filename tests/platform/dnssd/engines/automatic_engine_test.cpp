@@ -244,6 +244,19 @@ TEST_F(AutomaticEngineTest, dropsWhatAnEngineSaysThatIsNotUsed)
     EXPECT_THAT(log, IsEmpty());
 }
 
+TEST_F(AutomaticEngineTest, saysOnceThatThereIsNoDaemonAndNothingOfOneFromTheStart)
+{
+    dispatch.advance(kStartPatience);
+    daemon.down();
+    EXPECT_EQ(daemonChanges, std::vector<bool>{false});
+    daemon.up("daemon");
+    EXPECT_EQ(daemonChanges, (std::vector<bool>{false, true}));
+    dispatch.advance(kYoungAge);
+    daemon.down();
+    daemon.up("daemon, restarted in time");
+    EXPECT_EQ(daemonChanges, (std::vector<bool>{false, true}));
+}
+
 TEST_F(AutomaticEngineTest, saysWhetherTheDaemonIsUp)
 {
     daemon.down();

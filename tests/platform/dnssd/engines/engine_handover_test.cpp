@@ -35,7 +35,7 @@ protected:
     EventRecorder events;
     std::unique_ptr<EngineOnPool> engine =
         std::make_unique<EngineOnPool>([](const std::shared_ptr<DispatchQueue>& queue, Log& log) {
-            return makeEngine(DnsSdMode::Automatic, queue, log);
+            return makeEngine(DnsSdChoice::Automatic, queue, log);
         });
 };
 

@@ -1,7 +1,8 @@
-#include "platform/dnssd/operations/host_identity.h"
 #include "platform/dnssd/operations/names.h"
+#include "platform/dnssd/operations/own_services.h"
 
 #include <algorithm>
+#include <list>
 #include <set>
 #include <string>
 
@@ -11,11 +12,30 @@ namespace quillbox::dnssd {
 
 namespace {
 
-HostIdentity identityOf(const std::string& computer, const std::string& service,
-                        unsigned number = 1)
+struct Host {
+    std::string name;
+    Address loopback;
+
+    bool operator==(const Host&) const = default;
+};
+
+/// Services that claim their hosts.
+class Hosts {
+public:
+    Host claim(const std::string& computer, const std::string& service, unsigned& number)
+    {
+        auto& entry = entries.emplace_back(services, ServiceRegistration{service, "_smb._tcp"}, 1);
+        entry.claimHost(computer, number);
+        return {entry.hostName(), entry.loopback()};
+    }
+
+    OwnServices services;
+    std::list<OwnServices::Entry> entries;
+};
+
+Host hostOf(const std::string& computer, const std::string& service, unsigned number = 1)
 {
-    HostIdentities identities;
-    return identities.claim(computer, service, number);
+    return Hosts().claim(computer, service, number);
 }
 
 bool isHostName(const std::string& name)
@@ -29,24 +49,24 @@ bool isHostName(const std::string& name)
 
 } // namespace
 
-TEST(HostIdentity, isTheSameInEveryRun)
+TEST(OwnHosts, isTheSameInEveryRun)
 {
     // A literal, because bookmarks in file browsers contain it: whoever changes the rule sees here
     // that they would lead nowhere.
-    const HostIdentity identity = identityOf("My-PC.local", "Quillbox");
-    EXPECT_EQ(identity.hostName, "quillbox-my-pc-c8613708.local");
-    EXPECT_EQ(identity, identityOf("my-pc.local", "Quillbox"));
+    const Host host = hostOf("My-PC.local", "Quillbox");
+    EXPECT_EQ(host.name, "quillbox-my-pc-c8613708.local");
+    EXPECT_EQ(host, hostOf("my-pc.local", "Quillbox"));
 }
 
-TEST(HostIdentity, namesNoComputerThatHasNoName)
+TEST(OwnHosts, namesNoComputerThatHasNoName)
 {
-    EXPECT_EQ(identityOf("", "Quillbox").hostName, "quillbox-c8613708.local");
+    EXPECT_EQ(hostOf("", "Quillbox").name, "quillbox-c8613708.local");
 }
 
-TEST(HostIdentity, beginsWithTheNameOfTheServiceAsFarAsItFits)
+TEST(OwnHosts, beginsWithTheNameOfTheServiceAsFarAsItFits)
 {
     const auto hostNameOf = [](const std::string& computer, const std::string& service) {
-        return identityOf(computer, service).hostName;
+        return hostOf(computer, service).name;
     };
 
     EXPECT_TRUE(hostNameOf("my-pc.local", "Quillbox Office").starts_with("quillbox-office-my-pc-"));
@@ -62,22 +82,22 @@ TEST(HostIdentity, beginsWithTheNameOfTheServiceAsFarAsItFits)
                     .starts_with("quillbox-in-the-room-above-t-vm-a-very-long-nam-"));
 }
 
-TEST(HostIdentity, hasABeginningWhereNothingOfTheNameCanBeWritten)
+TEST(OwnHosts, hasABeginningWhereNothingOfTheNameCanBeWritten)
 {
-    EXPECT_TRUE(identityOf("my-pc.local", "\xe4\xb9\xa6\xe6\x88\xbf")
-                    .hostName.starts_with("server-my-pc-"));
-    EXPECT_TRUE(identityOf("", "\xe4\xb9\xa6\xe6\x88\xbf").hostName.starts_with("server-"));
+    EXPECT_TRUE(
+        hostOf("my-pc.local", "\xe4\xb9\xa6\xe6\x88\xbf").name.starts_with("server-my-pc-"));
+    EXPECT_TRUE(hostOf("", "\xe4\xb9\xa6\xe6\x88\xbf").name.starts_with("server-"));
 }
 
-TEST(HostIdentity, isTheSameWhateverElseIsRegisteredAndInWhichOrder)
+TEST(OwnHosts, isTheSameWhateverElseIsRegisteredAndInWhichOrder)
 {
-    HostIdentities one;
-    HostIdentities other;
+    Hosts one;
+    Hosts other;
     unsigned number = 1;
-    const HostIdentity kitchen = one.claim("pc.local",
-                                           "Quillbox Ku\xcc\x88"
-                                           "che",
-                                           number);
+    const Host kitchen = one.claim("pc.local",
+                                   "Quillbox Ku\xcc\x88"
+                                   "che",
+                                   number);
     other.claim("pc.local", "Quillbox Kuche", number);
 
     EXPECT_EQ(other.claim("pc.local",
@@ -88,59 +108,59 @@ TEST(HostIdentity, isTheSameWhateverElseIsRegisteredAndInWhichOrder)
     EXPECT_EQ(number, 1U);
 }
 
-TEST(HostIdentity, differsBetweenNamesThatLookAlike)
+TEST(OwnHosts, differsBetweenNamesThatLookAlike)
 {
     std::set<std::string> hostNames;
     std::set<Address> loopbacks;
-    HostIdentities identities;
+    Hosts hosts;
     for (const char* name :
          {"Quillbox", "quillbox", "Quillbox ", "Quillbox!", "\xc3\x84", "\xc3\x96"}) {
         unsigned number = 1;
-        const HostIdentity identity = identities.claim("my-pc.local", name, number);
+        const Host host = hosts.claim("my-pc.local", name, number);
         EXPECT_EQ(number, 1U);
-        EXPECT_TRUE(isHostName(identity.hostName)) << identity.hostName;
-        hostNames.insert(identity.hostName);
-        loopbacks.insert(identity.loopback);
+        EXPECT_TRUE(isHostName(host.name)) << host.name;
+        hostNames.insert(host.name);
+        loopbacks.insert(host.loopback);
     }
     EXPECT_EQ(hostNames.size(), 6U);
     EXPECT_EQ(loopbacks.size(), 6U);
 }
 
-TEST(HostIdentity, isOneForCanonicallyEqualNames)
+TEST(OwnHosts, isOneForCanonicallyEqualNames)
 {
-    EXPECT_EQ(identityOf("pc.local", "Caf\xc3\xa9"), identityOf("pc.local", "Cafe\xcc\x81"));
+    EXPECT_EQ(hostOf("pc.local", "Caf\xc3\xa9"), hostOf("pc.local", "Cafe\xcc\x81"));
 }
 
-TEST(HostIdentity, isALabelForAnyText)
+TEST(OwnHosts, isALabelForAnyText)
 {
     for (const std::string& computer :
          {std::string(), std::string(300, 'a'), std::string("--..")}) {
         for (const std::string& service :
              {std::string(63, 'x'), std::string("\xf0\x9f\x93\xb1"), std::string("-")})
-            EXPECT_TRUE(isHostName(identityOf(computer, service, 99'999).hostName));
+            EXPECT_TRUE(isHostName(hostOf(computer, service, 99'999).name));
     }
 }
 
-TEST(HostIdentity, isNeverGivenTwice)
+TEST(OwnHosts, isNeverGivenTwice)
 {
-    HostIdentities identities;
+    Hosts hosts;
     unsigned first = 1;
     unsigned second = 1;
-    const HostIdentity one = identities.claim("pc.local", "Twin", first);
-    const HostIdentity two = identities.claim("pc.local", "Twin", second);
+    const Host one = hosts.claim("pc.local", "Twin", first);
+    const Host two = hosts.claim("pc.local", "Twin", second);
     EXPECT_EQ(first, 1U);
     EXPECT_EQ(second, 2U);
-    EXPECT_NE(one.hostName, two.hostName);
+    EXPECT_NE(one.name, two.name);
     EXPECT_NE(one.loopback, two.loopback);
-    identities.release(one);
+    hosts.entries.pop_front();
     unsigned again = 1;
-    EXPECT_EQ(identities.claim("pc.local", "Twin", again), one);
+    EXPECT_EQ(hosts.claim("pc.local", "Twin", again), one);
 }
 
-TEST(HostIdentity, hasALoopbackAddressAwayFromThoseInUse)
+TEST(OwnHosts, hasALoopbackAddressAwayFromThoseInUse)
 {
     for (int i = 0; i < 2000; ++i) {
-        const auto bytes = identityOf("pc.local", "Name " + std::to_string(i)).loopback.bytes;
+        const auto bytes = hostOf("pc.local", "Name " + std::to_string(i)).loopback.bytes;
         EXPECT_EQ(bytes[0], 127);
         EXPECT_NE(bytes[1], 0);
         EXPECT_NE(bytes[1], 255);

@@ -2,8 +2,6 @@
 // so that the test can set its wall clock.
 
 #include "platform/desktop/process/main_queue.h"
-#include "platform/dnssd/net_service.h"
-#include "tests/fakes/fake_dns_sd.h"
 #include "tests/platform/desktop/qt_support.h"
 
 #include <atomic>
@@ -50,9 +48,9 @@ using namespace std::chrono_literals;
 
 constexpr auto kLimit = 300ms;
 
-class NetServiceClock : public ::testing::TestWithParam<std::chrono::hours> {
+class MainQueueClock : public ::testing::TestWithParam<std::chrono::hours> {
 protected:
-    ~NetServiceClock() override { shift = 0; }
+    ~MainQueueClock() override { shift = 0; }
 
     static void setClockOn(std::chrono::hours difference)
     {
@@ -64,20 +62,16 @@ protected:
     }
 
     const std::unique_ptr<MainQueue> mainQueue = makeMainQueue();
-    FakeDnsSd dnsSd;
-    const std::unique_ptr<NetService> netService =
-        makeNetService(dnsSd, mainQueue->queue(), {"Quillbox", "_quillbox-admin._tcp", "local"});
 };
 
-TEST_P(NetServiceClock, keepsItsLimitWhenTheClockIsSet)
+TEST_P(MainQueueClock, keepsADelayWhenTheClockIsSet)
 {
     using Clock = std::chrono::steady_clock;
     std::optional<Clock::duration> taken;
     Clock::time_point start;
-    netService->setHandlers(nullptr, [&] { taken = Clock::now() - start; });
     mainQueue->queue()->async([&] {
         start = Clock::now();
-        netService->resolve(kLimit);
+        mainQueue->queue()->asyncAfter(kLimit, [&] { taken = Clock::now() - start; });
     });
     mainQueue->queue()->asyncAfter(kLimit / 3, [] { setClockOn(GetParam()); });
     ASSERT_TRUE(runUntil([&] { return taken.has_value(); }));
@@ -85,7 +79,7 @@ TEST_P(NetServiceClock, keepsItsLimitWhenTheClockIsSet)
     EXPECT_LT(*taken, kLimit + 2s);
 }
 
-INSTANTIATE_TEST_SUITE_P(OnAndBack, NetServiceClock, ::testing::Values(24h, -24h));
+INSTANTIATE_TEST_SUITE_P(OnAndBack, MainQueueClock, ::testing::Values(24h, -24h));
 
 } // namespace
 

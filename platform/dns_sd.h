@@ -2,8 +2,8 @@
 
 #include "platform/dispatch_queue.h"
 #include "platform/listener.h"
-#include "platform/net_service.h"
 #include "platform/values/endpoint.h"
+#include "platform/values/socket_address.h"
 
 #include <cstdint>
 #include <functional>
@@ -15,8 +15,8 @@
 
 namespace quillbox {
 
-/// DNS-SD for the rest of the platform layer: the basis of listeners, browsers, connections and
-/// resolvers. It survives restarts of the engine behind it: callers never have to repeat a request.
+/// DNS-SD (RFC 6763). It survives restarts of the engine behind it: callers never have to repeat a
+/// request.
 ///
 /// Thread-safe. Handlers run on the queue given with them, never inside the call, and in order.
 /// Destroying a `Subscription` ends it; a handler call that is already queued may still run.
@@ -29,11 +29,17 @@ public:
     };
 
     struct BrowseUpdate {
-        enum class State { Waiting, Ready, Failed };
+        enum class State {
+            Waiting, ///< no DNS-SD engine at present
+            Ready,
+            Failed, ///< permanently: this type cannot be browsed
+        };
 
         State state = State::Waiting;
         std::error_code error; ///< in Waiting and Failed
-        /// The complete set, in Ready only; in Waiting the last set remains valid.
+        /// The complete set, in Ready only, in the order in which the services were first seen: one
+        /// entry for each, however many interfaces and address families announce it. In Waiting the
+        /// last set remains valid.
         std::vector<ServiceEndpoint> services;
 
         bool operator==(const BrowseUpdate&) const = default;
@@ -50,11 +56,11 @@ public:
     struct ResolveUpdate {
         /// The complete current set, IPv4 and IPv6, each pair of address and interface once, in the
         /// order found. Empty while nothing is known and when the service is gone.
-        std::vector<FoundAddress> addresses;
+        std::vector<FoundAddress> addresses = {};
         /// Whether the initial answer period is over for that family.
         bool isSettledIPv4 = false;
         bool isSettledIPv6 = false;
-        std::error_code error; ///< set while no engine is up; the last addresses remain valid
+        std::error_code error = {}; ///< set while no engine is up; the last addresses remain valid
         /// The hosts that these addresses belong to, as the service's SRV records name them, with
         /// the port; empty when a host is resolved. Not checked either.
         std::vector<HostEndpoint> hosts = {};
@@ -81,27 +87,19 @@ public:
         bool operator==(const OwnService&) const = default;
     };
 
-    struct OwnServiceUpdate {
-        std::optional<OwnService> service; ///< empty: this program has no such service
-
-        bool operator==(const OwnServiceUpdate&) const = default;
-    };
-
     virtual ~DnsSd() = default;
 
-    /// Observes the limits documented for `Browser`.
+    /// Browses the default domain for a type like "_smb._tcp". At most ten sets per second and 256
+    /// services; while the set is full, further services are ignored, which is reported once on
+    /// standard error.
     virtual std::unique_ptr<Subscription>
     browse(std::string type, std::shared_ptr<DispatchQueue> queue,
            std::function<void(const BrowseUpdate&)> handler) = 0;
 
+    /// Finds the addresses of a service, or of a host like "phone.local", whose port is not used.
     virtual std::unique_ptr<Subscription>
-    resolve(ServiceEndpoint service, std::shared_ptr<DispatchQueue> queue,
+    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
             std::function<void(const ResolveUpdate&)> handler) = 0;
-
-    /// `hostName` is like "phone.local".
-    virtual std::unique_ptr<Subscription>
-    resolveHost(std::string hostName, std::shared_ptr<DispatchQueue> queue,
-                std::function<void(const ResolveUpdate&)> handler) = 0;
 
     /// Publishes the service under a host name of its own. On a name conflict the service is
     /// renamed ("Name #2"), with exponential backoff.
@@ -111,10 +109,11 @@ public:
                     std::function<void(const RegistrationUpdate&)> handler) = 0;
 
     /// Finds the service that this program registers as `name`, whatever it was renamed to after a
-    /// conflict, and whether it is published yet or not. Reports immediately, and at each change.
+    /// conflict, and whether it is published yet or not; empty if this program has no such service.
+    /// Reports immediately, and at each change.
     virtual std::unique_ptr<Subscription>
     findOwn(std::string name, std::string type, std::shared_ptr<DispatchQueue> queue,
-            std::function<void(const OwnServiceUpdate&)> handler) = 0;
+            std::function<void(const std::optional<OwnService>&)> handler) = 0;
 };
 
 } // namespace quillbox
