@@ -149,15 +149,16 @@ void closeGently(const std::shared_ptr<LoopQueue>& queue, const std::shared_ptr<
                  Ending ending, std::chrono::milliseconds patience)
 {
     const int descriptor = socket->descriptor();
+    // After close(2) the kernel still delivers its send buffer, unless input causes a reset.
+    const bool isSafe = unsent.isNothing() && !resetMatters;
+    if (isSafe && ending == Ending::EndOfStream)
+        return;
     const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
     if (ending == Ending::Reset && isDelivered) {
         resetOnClose(descriptor);
         return;
     }
-    // After close(2) the kernel still delivers its send buffer, unless input causes a reset.
-    if (unsent.isNothing() && !resetMatters)
-        return;
-    if (isDelivered && unreadBytes(descriptor) == 0)
+    if (isSafe || (isDelivered && unreadBytes(descriptor) == 0))
         return;
     if (queue->loop().isShutDown() || isDead(descriptor))
         return;

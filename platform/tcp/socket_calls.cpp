@@ -102,6 +102,7 @@ int openListeningSocket(int family, std::uint16_t port, bool allowReuse, Reach r
     if (allowReuse)
         setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
     setConnectionOptions(socket);
+    keepAlive(socket);
     if (family == AF_INET6)
         setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
     constexpr std::array<std::uint8_t, sizeof(in6_addr)> kAny{};
@@ -143,12 +144,17 @@ void setConnectionOptions(int socket)
 {
     // The connection works without any of these, so failures are ignored.
     setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+    // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
+    setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
+}
+
+void keepAlive(int socket)
+{
     setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    // Set afterwards, it counts from the last byte that came (tcp_sock_set_keepidle in Linux).
     setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-    // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
-    setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
 }
 
 int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error, Reach reach)

@@ -47,7 +47,7 @@ TcpStream::TcpStream(std::shared_ptr<TcpContext> context, std::shared_ptr<LoopQu
       queue_(std::move(queue)),
       socket_(std::move(socket)),
       session_(std::move(session)),
-      retransmissionTimer_(queue_)
+      peerTimer_(queue_)
 {
 }
 
@@ -62,6 +62,7 @@ void TcpStream::open(FailureHandler failed)
         self->noteFailure({});
         self->settleFailure();
     });
+    watchPeer();
 }
 
 void TcpStream::receive(std::size_t minimum, std::size_t maximum,
@@ -211,7 +212,7 @@ void TcpStream::trySend(Delivery delivery)
     while (!unsent.isNothing()) {
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
-        watchRetransmissions();
+        watchPeer();
         queue_->loop().noteMoved(sent.count);
         session_.noteSent(sent.count);
         if (sent.wouldBlock()) {
@@ -232,17 +233,19 @@ void TcpStream::trySend(Delivery delivery)
     endSend({}, delivery);
 }
 
-void TcpStream::watchRetransmissions()
+/// Most connections end before keep-alive has anything to do; enabling it takes four system calls.
+void TcpStream::watchPeer()
 {
-    if (std::exchange(isWatchingRetransmissions_, true))
+    if (std::exchange(isWatchingPeer_, true))
         return;
-    retransmissionTimer_.start(kRetransmissionCheck, [weak = weak_from_this()] {
+    peerTimer_.start(kPeerCheck, [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self || !self->socket_)
             return;
-        self->isWatchingRetransmissions_ = false;
+        self->isWatchingPeer_ = false;
+        keepAlive(self->socket_->descriptor());
         if (limitRetransmissions(self->socket_->descriptor()))
-            self->watchRetransmissions();
+            self->watchPeer();
     });
 }
 
@@ -312,7 +315,7 @@ void TcpStream::close(Ending ending)
     if (!socket_)
         return;
     socket_->cancelWaits();
-    retransmissionTimer_.cancel();
+    peerTimer_.cancel();
     failed_ = nullptr;
     auto unsent = send_ ? std::move(send_->unsent) : PendingSend();
     if (receive_)

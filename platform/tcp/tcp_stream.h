@@ -87,7 +87,7 @@ private:
     void endReceive(bool isComplete, std::error_code error, Delivery delivery);
     void trySend(Delivery delivery);
     void endSend(std::error_code error, Delivery delivery);
-    void watchRetransmissions();
+    void watchPeer();
     void noteFailure(std::error_code error);
     void settleFailure();
     bool hasMoreToRead();
@@ -111,8 +111,8 @@ private:
     bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
     bool hasRead_ = false;   ///< `receive` was called
     bool hasSent_ = false;
-    Timer retransmissionTimer_;
-    bool isWatchingRetransmissions_ = false;
+    Timer peerTimer_;
+    bool isWatchingPeer_ = false;
     bool hasReceived_ = false;
 };
 
