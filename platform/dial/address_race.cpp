@@ -18,12 +18,16 @@ struct AddressRace::Entry {
     Candidate candidate;
     DialPermission permission; ///< that of the latest attempt
     State state = State::Untried;
+    bool wasQuick = false; ///< the permission was still current when the kernel chose the route
     bool isGone = false; ///< no longer a candidate
     std::unique_ptr<FdWatcher> socket;
     std::error_code error;
 };
 
 namespace {
+
+/// How old a permission may be when the kernel chooses the route. It takes a twentieth of this.
+constexpr std::chrono::milliseconds kQuick{1};
 
 /// Errors after which retrying is pointless: the host is reachable but refuses the connection, or
 /// this computer is out of file descriptors or memory and waiting connections should release
@@ -208,6 +212,7 @@ DialPermission AddressRace::permissionFor(const Candidate& candidate) const
 void AddressRace::dial(const std::shared_ptr<Entry>& entry)
 {
     const auto& address = entry->candidate.address;
+    const auto begin = EventLoop::Clock::now();
     entry->permission = permissionFor(entry->candidate);
     if (!entry->permission) {
         settle(entry, entry->permission.refusal);
@@ -229,6 +234,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         error = bindToInterface(descriptor, entry->permission.bindTo);
     if (!error)
         error = beginConnect(descriptor, address);
+    entry->wasQuick = EventLoop::Clock::now() - begin < kQuick;
     // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
     std::error_code failure;
     entry->socket = FdWatcher::adopt(queue_, descriptor, FdWatcher::For::ReadingAndWriting, failure,
@@ -254,7 +260,11 @@ std::error_code AddressRace::resultOf(const Entry& entry) const
 {
     if (entry.socket->hasFailed())
         return takeSocketError(entry.socket->descriptor());
-    // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
+    // The kernel chose the route when it sent the first SYN, within connect(2), and chooses anew for
+    // each repetition.
+    if (entry.wasQuick && !hasRetransmitted(entry.socket->descriptor()))
+        return {};
+    // A route that came meanwhile, like that of a VPN, may have diverted it.
     const auto now = permissionFor(entry.candidate);
     if (now && now != entry.permission)
         return std::make_error_code(std::errc::address_not_available);

@@ -45,6 +45,9 @@ int openStreamSocket(int family, std::error_code& error);
 /// `connection_aborted` for a connection that its client has reset by now.
 int acceptStreamSocket(int listener, SocketAddress& client, std::error_code& error);
 
+/// Whether there is a connection to accept. Cheaper than accept(2), which makes a file first.
+bool hasConnectionToAccept(int listener);
+
 /// Sets the options that a connection has from its beginning (see `TcpParameters`).
 void setConnectionOptions(int socket);
 
@@ -66,6 +69,9 @@ std::error_code bindToInterface(int socket, int interfaceIndex);
 /// TIME-WAIT. (Linux before 6.3 searches all of it nevertheless.) `operation_in_progress` if the
 /// result is still pending.
 std::error_code beginConnect(int socket, const SocketAddress& address);
+
+/// Whether a segment was sent more than once, such as the SYN of a connection just established.
+bool hasRetransmitted(int socket);
 
 /// Whether a socket that connected to `port` is connected to itself. This happens if `port` is in
 /// the ephemeral range and the kernel also chose it as the local port.

@@ -39,10 +39,12 @@ constexpr std::chrono::minutes kSameShortage{1};
 constexpr std::size_t kCostInBytes = 64UL * 1024;
 constexpr int kAcceptAtOnce = 4;
 
-/// Errors that concern only the connection being accepted (accept(2)); accepting continues.
+/// Errors that concern only the connection being accepted (accept(2)), or that there is none;
+/// accepting continues.
 bool isOfOneConnection(int error)
 {
     switch (error) {
+    case EAGAIN:
     case EINTR:
     case ECONNABORTED:
     case EPROTO:
@@ -134,14 +136,15 @@ private:
             const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
             if (!error) {
                 takeConnection(descriptor, client);
-            } else if (error == std::errc::operation_would_block) {
+            } else if (!isOfOneConnection(error.value())) {
+                pauseAccepting(error);
+                return;
+            }
+            if (socket_ && !hasConnectionToAccept(socket_->descriptor())) {
                 socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
                     if (!failure)
                         self->accept();
                 });
-                return;
-            } else if (!isOfOneConnection(error.value())) {
-                pauseAccepting(error);
                 return;
             }
         }
