@@ -19,7 +19,7 @@ struct AddressRace::Entry {
     DialPermission permission; ///< that of the latest attempt
     State state = State::Untried;
     bool wasQuick = false; ///< the permission was still current when the kernel chose the route
-    bool isGone = false; ///< no longer a candidate
+    bool isGone = false;   ///< no longer a candidate
     std::unique_ptr<FdWatcher> socket;
     std::error_code error;
 };
@@ -260,8 +260,8 @@ std::error_code AddressRace::resultOf(const Entry& entry) const
 {
     if (entry.socket->hasFailed())
         return takeSocketError(entry.socket->descriptor());
-    // The kernel chose the route when it sent the first SYN, within connect(2), and chooses anew for
-    // each repetition.
+    // The kernel chose the route when it sent the first SYN, within connect(2), and chooses anew
+    // for each repetition.
     if (entry.wasQuick && !hasRetransmitted(entry.socket->descriptor()))
         return {};
     // A route that came meanwhile, like that of a VPN, may have diverted it.
