@@ -102,7 +102,7 @@ private:
             return;
         }
         const auto now = Clock::now();
-        const auto progress = std::pair(unsent_.sentCount(), unacknowledged);
+        const auto progress = std::pair(unsent_.left(), unacknowledged);
         if (std::exchange(lastProgress_, progress) != progress)
             deadline_ = now + patience_;
         if (now >= deadline_) {

@@ -2,7 +2,7 @@
 
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
-#include "platform/tcp/listening_port.h"
+#include "platform/tcp/own_ports.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
@@ -252,8 +252,8 @@ private:
     {
         if (movesToServicePort()) {
             // Nobody knows the port that the kernel has chosen, so no connection is lost.
-            if (auto better = ListeningPort::openForService(*context_, service_->name, allowsReuse_,
-                                                            port_.number))
+            if (auto better =
+                    context_->ownPorts.openForService(service_->name, allowsReuse_, port_.number))
                 std::swap(port_, *better);
             else
                 context_->ownPorts.name(port_.number, service_->name);
@@ -314,7 +314,7 @@ std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
                                           const TcpParameters& parameters, std::uint16_t port,
                                           std::error_code& error)
 {
-    auto opened = ListeningPort::open(*context, port, parameters.allowLocalEndpointReuse, error);
+    auto opened = context->ownPorts.open(port, parameters.allowLocalEndpointReuse, error);
     if (!opened)
         return nullptr;
     return TcpListener::make(std::move(context), std::move(*opened), port == kAnyPort,
