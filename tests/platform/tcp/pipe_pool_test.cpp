@@ -282,9 +282,7 @@ TEST(PendingSend, goesByWayOfMemoryWhereThePipeIsRefused)
     const SocketPair sink;
     EXPECT_EQ(moved(unsent.sendSome(sink.near(), *chunks), sink), "abcdef");
     EXPECT_TRUE(unsent.isNothing());
-    EXPECT_EQ(pool->lent(), 1U);
-    unsent = {};
-    EXPECT_EQ(pool->kept(), 1U);
+    EXPECT_EQ(pool->kept(), 1U) << "the pipe is empty";
 }
 
 TEST(PendingSend, losesAndRepeatsNoByteWhenThePipeIsRefusedInTheMiddle)
