@@ -72,8 +72,7 @@ private:
     {
         if (!socket_)
             return;
-        const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
-        discarded_ += read.count;
+        const auto read = discardOnce();
         // After the end of the peer's stream no more input can come.
         if (read.isEnd())
             return;
@@ -89,6 +88,13 @@ private:
             if (!error)
                 self->discard();
         });
+    }
+
+    Transfer discardOnce()
+    {
+        const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
+        discarded_ += read.count;
+        return read;
     }
 
     void look()
@@ -116,11 +122,7 @@ private:
     /// Discards unread input first, because it would turn the close into a reset.
     void finish()
     {
-        while (discarded_ <= kDiscardLimit) {
-            const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
-            if (read.count == 0)
-                break;
-            discarded_ += read.count;
+        while (discarded_ <= kDiscardLimit && discardOnce().count > 0) {
         }
         timer_.cancel();
         unsent_ = {};

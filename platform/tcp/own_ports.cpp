@@ -59,15 +59,6 @@ bool OwnPorts::contains(std::uint16_t port) const
     return std::ranges::find(ports_, port, &Entry::port) != ports_.end();
 }
 
-void OwnPorts::name(std::uint16_t port, std::string service)
-{
-    const std::lock_guard lock(mutex_);
-    const auto position = std::ranges::find_if(
-        ports_, [port](const Entry& entry) { return entry.port == port && entry.service.empty(); });
-    if (position != ports_.end())
-        position->service = std::move(service);
-}
-
 bool OwnPorts::afterRemoval(const std::string& service, std::function<void()> removed)
 {
     const std::lock_guard lock(mutex_);

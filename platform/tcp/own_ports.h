@@ -47,9 +47,6 @@ public:
 
     bool contains(std::uint16_t port) const;
 
-    /// Names the service of a listener that was added without one.
-    void name(std::uint16_t port, std::string service);
-
     /// If a listener has a port for this service (or for one with a canonically equivalent name),
     /// calls `removed` once it is closed, on the thread that closes it, and returns true.
     bool afterRemoval(const std::string& service, std::function<void()> removed);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/connection.h"
+#include "platform/dispatch/closure.h"
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
 #include "platform/net_service.h"
@@ -10,7 +11,6 @@
 #include "platform/tcp/tcp_context.h"
 
 #include <cstddef>
-#include <functional>
 #include <memory>
 #include <optional>
 #include <system_error>
@@ -31,10 +31,10 @@ class Dialler {
 public:
     struct Handlers {
         /// No address is reachable at present; called again only if the error changes.
-        std::function<void(std::error_code)> waiting;
+        Closure<24, std::error_code> waiting;
         /// At most one of these two is called, as the last handler.
-        std::function<void(std::unique_ptr<FdWatcher>)> connected;
-        std::function<void(std::error_code)> failed;
+        Closure<16, std::unique_ptr<FdWatcher>> connected;
+        Closure<24, std::error_code> failed;
     };
 
     virtual ~Dialler() = default;

@@ -108,17 +108,13 @@ private:
     {
         if (isCancelled() || hasFailed_)
             return;
-        switch (update.state) {
-        case DnsSd::RegistrationUpdate::State::Waiting:
-            report(State::Waiting, update.error);
-            return;
-        case DnsSd::RegistrationUpdate::State::Ready:
-            report(State::Ready, {});
-            return;
-        case DnsSd::RegistrationUpdate::State::Failed:
+        using Registered = DnsSd::RegistrationUpdate::State;
+        if (update.state == Registered::Failed)
             fail(update.error);
-            return;
-        }
+        else if (update.state == Registered::Waiting)
+            report(State::Waiting, update.error);
+        else
+            report(State::Ready, {});
     }
 
     void fail(std::error_code error)
@@ -130,7 +126,8 @@ private:
 
     void accept()
     {
-        for (int count = 0; socket_ && count < kAcceptAtOnce; ++count) {
+        bool mayBeMore = socket_ != nullptr;
+        for (int count = 0; mayBeMore && count < kAcceptAtOnce; ++count) {
             std::error_code error;
             SocketAddress client;
             const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
@@ -140,16 +137,15 @@ private:
                 pauseAccepting(error);
                 return;
             }
-            if (socket_ && !hasConnectionToAccept(socket_->descriptor())) {
-                socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
-                    if (!failure)
-                        self->accept();
-                });
-                return;
-            }
+            mayBeMore = socket_ && hasConnectionToAccept(socket_->descriptor());
         }
-        if (socket_)
+        if (mayBeMore)
             queue()->post([self = shared_from_this()] { self->accept(); });
+        else if (socket_)
+            socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
+                if (!failure)
+                    self->accept();
+            });
     }
 
     /// The handler may cancel or destroy the listener.
@@ -169,8 +165,10 @@ private:
                                 .socket = std::move(socket),
                                 .client = client,
                                 .session = CountedSession(traffic_)};
-        const auto handler = connectionHandler_;
+        auto handler = std::exchange(connectionHandler_, nullptr);
         handler(TcpConnection::make(context_, std::move(accepted)));
+        if (socket_)
+            connectionHandler_ = std::move(handler);
     }
 
     /// Few clients need the system call that tells whether they are on this computer.
@@ -256,7 +254,7 @@ private:
                     context_->ownPorts.openForService(service_->name, allowsReuse_, port_.number))
                 std::swap(port_, *better);
             else
-                context_->ownPorts.name(port_.number, service_->name);
+                port_.entry = context_->ownPorts.add(port_.number, service_->name);
             tellIfUnusual();
         }
         std::error_code error;

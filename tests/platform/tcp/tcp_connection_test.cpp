@@ -33,8 +33,9 @@ public:
 
     void start(std::shared_ptr<LoopQueue> queue, Handlers handlers) override
     {
-        queue->post(
-            [this, connected = std::move(handlers.connected)] { connected(std::move(socket_)); });
+        queue->post([this, connected = std::move(handlers.connected)]() mutable {
+            connected(std::move(socket_));
+        });
     }
     void stop() override {}
 
