@@ -40,31 +40,20 @@ void RelaySession::start(const std::shared_ptr<DispatchQueue>& queue)
 
 void RelaySession::takeState(const Side& side, Connection::State state, std::error_code error)
 {
+    using State = Connection::State;
     const bool isPhone = &side == &outgoing;
-    switch (state) {
-    case Connection::State::Setup:
-        return;
-    case Connection::State::Preparing:
-        if (isPhone)
-            tell([] { return "connecting to the phone"; });
-        return;
-    case Connection::State::Waiting:
-        if (isPhone)
-            tell([&] { return "waiting for the phone: " + error.message(); });
-        return;
-    case Connection::State::Ready:
-        if (!isPhone)
-            return;
+    if (state == State::Failed) {
+        finish(&side, error);
+    } else if (state == State::Cancelled) {
+        finish();
+    } else if (isPhone && state == State::Preparing) {
+        tell([] { return "connecting to the phone"; });
+    } else if (isPhone && state == State::Waiting) {
+        tell([&] { return "waiting for the phone: " + error.message(); });
+    } else if (isPhone && state == State::Ready) {
         tell([&] { return "connected to the phone after " + durationText(log.now() - beginning); });
         pump(incoming, outgoing);
         pump(outgoing, incoming);
-        return;
-    case Connection::State::Failed:
-        finish(&side, error);
-        return;
-    case Connection::State::Cancelled:
-        finish();
-        return;
     }
 }
 

@@ -11,19 +11,21 @@
 namespace quillbox {
 
 struct AddressRace::Entry {
-    enum class State { Untried, Trying, Lost };
-
     explicit Entry(Candidate wanted) : candidate(std::move(wanted)) {}
 
     Candidate candidate;
     DialPermission permission; ///< that of the latest attempt
     State state = State::Untried;
-    bool isGone = false; ///< no longer a candidate
+    bool wasQuick = false; ///< the permission was still current when the kernel chose the route
+    bool isGone = false;   ///< no longer a candidate
     std::unique_ptr<FdWatcher> socket;
     std::error_code error;
 };
 
 namespace {
+
+/// How old a permission may be when the kernel chooses the route. It takes a twentieth of this.
+constexpr std::chrono::milliseconds kQuick{1};
 
 /// Errors after which retrying is pointless: the host is reachable but refuses the connection, or
 /// this computer is out of file descriptors or memory and waiting connections should release
@@ -53,26 +55,26 @@ AddressRace::~AddressRace()
     closeAll();
 }
 
-void AddressRace::setCandidates(const std::vector<Candidate>& candidates)
+void AddressRace::setCandidates(std::vector<Candidate> candidates)
 {
     for (const auto& entry : entries_)
         entry->isGone = true;
-    for (const auto& candidate : candidates) {
+    entries_.reserve(candidates.size());
+    for (auto& candidate : candidates) {
         const auto known = std::ranges::find_if(
             entries_, [&](const auto& entry) { return isSameWay(*entry, candidate); });
         if (known == entries_.end()) {
-            entries_.push_back(std::make_shared<Entry>(candidate));
+            entries_.push_back(std::make_shared<Entry>(std::move(candidate)));
             continue;
         }
         auto& entry = **known;
         entry.isGone = false;
-        if (entry.state == Entry::State::Lost && entry.candidate != candidate)
-            entry.state = Entry::State::Untried;
-        entry.candidate = candidate;
+        if (entry.state == State::Lost && entry.candidate != candidate)
+            entry.state = State::Untried;
+        entry.candidate = std::move(candidate);
     }
-    std::erase_if(entries_, [](const auto& entry) {
-        return entry->isGone && entry->state != Entry::State::Trying;
-    });
+    std::erase_if(entries_,
+                  [](const auto& entry) { return entry->isGone && entry->state != State::Trying; });
     advanceSoon();
 }
 
@@ -83,14 +85,14 @@ bool AddressRace::isSameWay(const Entry& entry, const Candidate& candidate) cons
     if (entry.candidate == candidate)
         return true;
     return entry.candidate.address == candidate.address
-           && (entry.state != Entry::State::Trying || permissionFor(candidate) == entry.permission);
+           && (entry.state != State::Trying || permissionFor(candidate) == entry.permission);
 }
 
 void AddressRace::restart()
 {
     for (const auto& entry : entries_) {
-        if (entry->state == Entry::State::Lost)
-            entry->state = Entry::State::Untried;
+        if (entry->state == State::Lost)
+            entry->state = State::Untried;
     }
     advanceSoon();
 }
@@ -133,8 +135,8 @@ void AddressRace::advance()
         if (!next)
             break;
         dial(next);
-        if (next->state == Entry::State::Trying) {
-            if (hasUntried())
+        if (next->state == State::Trying) {
+            if (countOf(State::Untried) > 0)
                 startNextLater();
             return;
         }
@@ -142,19 +144,19 @@ void AddressRace::advance()
     if (isStopped_)
         return;
     if (winner_) {
-        const auto won = std::move(handlers_.won);
+        auto won = handlers_.won.take();
         auto socket = std::move(winner_);
         stop();
         won(std::move(socket));
         return;
     }
-    if (tryingCount() == 0)
+    if (countOf(State::Trying) == 0)
         tellLost();
 }
 
 bool AddressRace::mayTryAnother() const
 {
-    const auto count = tryingCount();
+    const auto count = countOf(State::Trying);
     return count == 0 || (count < kMostAtOnce && context_->sockets->hasPlenty());
 }
 
@@ -173,7 +175,7 @@ std::shared_ptr<AddressRace::Entry> AddressRace::takeNext()
     const int preferred = lastFamily_ == AF_INET6 ? AF_INET : AF_INET6;
     std::shared_ptr<Entry> next;
     for (const auto& entry : entries_) {
-        if (entry->state != Entry::State::Untried)
+        if (entry->state != State::Untried)
             continue;
         if (context_->provenAddresses.contains(entry->candidate.address)) {
             next = entry;
@@ -208,6 +210,7 @@ DialPermission AddressRace::permissionFor(const Candidate& candidate) const
 void AddressRace::dial(const std::shared_ptr<Entry>& entry)
 {
     const auto& address = entry->candidate.address;
+    const auto begin = EventLoop::Clock::now();
     entry->permission = permissionFor(entry->candidate);
     if (!entry->permission) {
         settle(entry, entry->permission.refusal);
@@ -229,6 +232,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         error = bindToInterface(descriptor, entry->permission.bindTo);
     if (!error)
         error = beginConnect(descriptor, address);
+    entry->wasQuick = EventLoop::Clock::now() - begin < kQuick;
     // Registered only after connect(2), because epoll reports EPOLLHUP for an unconnected socket.
     std::error_code failure;
     entry->socket = FdWatcher::adopt(queue_, descriptor, FdWatcher::For::ReadingAndWriting, failure,
@@ -239,7 +243,7 @@ void AddressRace::dial(const std::shared_ptr<Entry>& entry)
         settle(entry, error);
         return;
     }
-    entry->state = Entry::State::Trying;
+    entry->state = State::Trying;
     entry->socket->waitWritable([weak = weak_from_this(), entry](const std::error_code& cancelled) {
         const auto self = weak.lock();
         if (!self || self->isStopped_ || cancelled)
@@ -254,7 +258,11 @@ std::error_code AddressRace::resultOf(const Entry& entry) const
 {
     if (entry.socket->hasFailed())
         return takeSocketError(entry.socket->descriptor());
-    // A route that came while the attempt lasted, like that of a VPN, may have diverted it.
+    // The kernel chose the route when it sent the first SYN, within connect(2), and chooses anew
+    // for each repetition.
+    if (entry.wasQuick && !hasRetransmitted(entry.socket->descriptor()))
+        return {};
+    // A route that came meanwhile, like that of a VPN, may have diverted it.
     const auto now = permissionFor(entry.candidate);
     if (now && now != entry.permission)
         return std::make_error_code(std::errc::address_not_available);
@@ -269,7 +277,7 @@ void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code er
     if (!error && !candidate.isFromNetwork()
         && isSelfConnected(entry->socket->descriptor(), portOf(candidate.address)))
         error = std::make_error_code(std::errc::connection_refused);
-    entry->state = Entry::State::Lost;
+    entry->state = State::Lost;
     if (!error) {
         winner_ = std::move(entry->socket);
         noteWinner(entry->candidate.address);
@@ -287,23 +295,16 @@ void AddressRace::settle(const std::shared_ptr<Entry>& entry, std::error_code er
 void AddressRace::noteWinner(const SocketAddress& address)
 {
     for (const auto& entry : entries_) {
-        if (entry->state == Entry::State::Trying)
+        if (entry->state == State::Trying)
             context_->provenAddresses.remove(entry->candidate.address);
     }
     context_->provenAddresses.add(address);
 }
 
-bool AddressRace::hasUntried() const
+std::size_t AddressRace::countOf(State state) const
 {
-    return std::any_of(entries_.begin(), entries_.end(),
-                       [](const auto& entry) { return entry->state == Entry::State::Untried; });
-}
-
-std::size_t AddressRace::tryingCount() const
-{
-    return static_cast<std::size_t>(
-        std::count_if(entries_.begin(), entries_.end(),
-                      [](const auto& entry) { return entry->state == Entry::State::Trying; }));
+    return static_cast<std::size_t>(std::ranges::count_if(
+        entries_, [state](const auto& entry) { return entry->state == state; }));
 }
 
 void AddressRace::tellLost()
@@ -311,15 +312,15 @@ void AddressRace::tellLost()
     Outcome outcome;
     if (!entries_.empty())
         outcome.error = lastError_;
-    for (const auto& entry : entries_) {
-        if (!isFinal(entry->error))
-            continue;
-        outcome = {.error = entry->error, .isFinal = true};
-        break;
-    }
+    const auto final =
+        std::ranges::find_if(entries_, [](const auto& entry) { return isFinal(entry->error); });
+    if (final != entries_.end())
+        outcome = {.error = (*final)->error, .isFinal = true};
     timer_.cancel();
-    const auto lost = handlers_.lost;
+    auto lost = handlers_.lost.take();
     lost(outcome);
+    if (!isStopped_)
+        handlers_.lost = std::move(lost);
 }
 
 } // namespace quillbox

@@ -2,13 +2,13 @@
 
 #include "platform/dial/dial_context.h"
 #include "platform/dial/dialable_address.h"
+#include "platform/dispatch/closure.h"
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/loop_queue.h"
 #include "platform/dispatch/timer.h"
 #include "platform/values/socket_address.h"
 
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <system_error>
 #include <vector>
@@ -34,10 +34,10 @@ public:
     };
 
     struct Handlers {
-        std::function<void(std::unique_ptr<FdWatcher>)> won;
+        Closure<16, std::unique_ptr<FdWatcher>> won;
         /// All candidates have failed. Called again after each `setCandidates` and `restart` after
         /// which no attempt is pending.
-        std::function<void(Outcome)> lost;
+        Closure<16, Outcome> lost;
     };
 
     /// `client` is as in `TcpParameters`.
@@ -51,7 +51,7 @@ public:
     /// Sets the complete list of candidates. New ones are added to the race; removed ones are not
     /// tried any more, but a pending attempt may still win. One that has failed is retried if its
     /// records arrived on other interfaces than before.
-    void setCandidates(const std::vector<Candidate>& candidates);
+    void setCandidates(std::vector<Candidate> candidates);
 
     /// Retries the candidates that have failed.
     void restart();
@@ -60,6 +60,7 @@ public:
     void stop();
 
 private:
+    enum class State { Untried, Trying, Lost };
     struct Entry;
 
     bool isSameWay(const Entry& entry, const Candidate& candidate) const;
@@ -73,8 +74,7 @@ private:
     std::error_code resultOf(const Entry& entry) const;
     void settle(const std::shared_ptr<Entry>& entry, std::error_code error);
     void noteWinner(const SocketAddress& address);
-    bool hasUntried() const;
-    std::size_t tryingCount() const;
+    std::size_t countOf(State state) const;
     void tellLost();
     void closeAll();
 

@@ -50,7 +50,7 @@ void Connector::start(std::shared_ptr<LoopQueue> queue, Handlers handlers)
                                       const auto self = weak.lock();
                                       if (!self || !self->race_)
                                           return;
-                                      const auto connected = std::move(self->handlers_.connected);
+                                      auto connected = self->handlers_.connected.take();
                                       self->stop();
                                       connected(std::move(socket));
                                   },
@@ -126,11 +126,10 @@ void Connector::takeLookedUp(const std::vector<SocketAddress>& addresses, std::e
     isSettled_ = true;
     sourceError_ = error;
     std::vector<Candidate> candidates;
-    candidates.reserve(addresses.size());
     for (const auto& address : addresses)
         candidates.push_back(
             {.address = withPort(address, endpoint_.host()->port), .interfaces = {}});
-    setCandidates(candidates);
+    setCandidates(std::move(candidates));
     race_->restart();
 }
 
@@ -147,17 +146,17 @@ void Connector::takeResolved(const DnsSd::ResolveUpdate& update)
         addCandidate(candidates,
                      host != nullptr ? withPort(found.address, host->port) : found.address,
                      found.interfaceIndex);
-    setCandidates(candidates);
+    setCandidates(std::move(candidates));
     if (waitingError_) {
         pause_ = kFirstPause;
         race_->restart();
     }
 }
 
-void Connector::setCandidates(const std::vector<Candidate>& candidates)
+void Connector::setCandidates(std::vector<Candidate> candidates)
 {
     hasCandidates_ = !candidates.empty();
-    race_->setCandidates(candidates);
+    race_->setCandidates(std::move(candidates));
 }
 
 void Connector::lose(const AddressRace::Outcome& outcome)
@@ -186,7 +185,7 @@ void Connector::lose(const AddressRace::Outcome& outcome)
 
 void Connector::fail(std::error_code error)
 {
-    const auto failed = std::move(handlers_.failed);
+    auto failed = handlers_.failed.take();
     stop();
     failed(error);
 }
@@ -205,8 +204,10 @@ void Connector::wait(std::error_code error)
     }
     if (std::exchange(waitingError_, error) == error)
         return;
-    const auto waiting = handlers_.waiting;
+    auto waiting = handlers_.waiting.take();
     waiting(error);
+    if (race_)
+        handlers_.waiting = std::move(waiting);
 }
 
 /// Subscribes only when the connection has to wait: most connect at once and do not need it.

@@ -38,7 +38,7 @@ private:
     void lookUp(const HostEndpoint& host);
     void takeLookedUp(const std::vector<SocketAddress>& addresses, std::error_code error);
     void takeResolved(const DnsSd::ResolveUpdate& update);
-    void setCandidates(const std::vector<Candidate>& candidates);
+    void setCandidates(std::vector<Candidate> candidates);
     void lose(const AddressRace::Outcome& outcome);
     void fail(std::error_code error);
     void wait(std::error_code error);

@@ -12,9 +12,6 @@ struct ResolveCache::Reader {
 };
 
 struct ResolveCache::Entry {
-    explicit Entry(Endpoint asked) : endpoint(std::move(asked)) {}
-
-    const Endpoint endpoint;
     std::unique_ptr<DnsSd::Subscription> subscription;
     std::shared_ptr<void> token; ///< of `subscription`; updates of earlier queries are ignored
     Clock::time_point askedAt;
@@ -45,24 +42,19 @@ ResolveCache::ResolveCache(DnsSd& dnsSd, std::shared_ptr<DispatchQueue> queue,
 
 ResolveCache::~ResolveCache() = default;
 
-std::shared_ptr<void> ResolveCache::resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
-                                            Handler handler)
+std::shared_ptr<void> ResolveCache::resolve(const Endpoint& endpoint,
+                                            std::shared_ptr<DispatchQueue> queue, Handler handler)
 {
     auto reader = std::make_shared<Reader>(Reader{std::move(queue), std::move(handler)});
-    auto key = endpoint.description();
     const auto now = Clock::now();
     const std::lock_guard lock(mutex_);
-    auto position = entries_.find(key);
-    const bool isNew = position == entries_.end();
-    if (isNew) {
-        if (entries_.empty())
-            dropUnusedLater(keepTime_);
-        position = entries_.emplace(std::move(key), std::move(endpoint)).first;
-    }
+    if (entries_.empty())
+        dropUnusedLater(keepTime_);
+    const auto [position, isNew] = entries_.try_emplace(endpoint);
     auto& entry = position->second;
     entry.usedAt = now;
     if (isNew || now - entry.askedAt >= freshTime_)
-        subscribe(position->first, entry);
+        subscribe(endpoint, entry);
     if (entry.known)
         entry.tell(reader);
     std::erase_if(entry.readers, [](const auto& each) { return each.expired(); });
@@ -70,7 +62,7 @@ std::shared_ptr<void> ResolveCache::resolve(Endpoint endpoint, std::shared_ptr<D
     return reader;
 }
 
-void ResolveCache::subscribe(const std::string& key, Entry& entry)
+void ResolveCache::subscribe(const Endpoint& endpoint, Entry& entry)
 {
     // Cached addresses may be dialled, but are marked as not settled: no connection should give up
     // before the network has had time to answer again.
@@ -86,19 +78,19 @@ void ResolveCache::subscribe(const std::string& key, Entry& entry)
     entry.subscription.reset();
     entry.askedAt = Clock::now();
     entry.token = std::make_shared<int>();
-    auto handler = [weak = weak_from_this(), key,
+    auto handler = [weak = weak_from_this(), endpoint,
                     token = std::weak_ptr(entry.token)](const DnsSd::ResolveUpdate& update) {
         if (const auto self = weak.lock())
-            self->take(key, token, update);
+            self->take(endpoint, token, update);
     };
-    entry.subscription = dnsSd_.resolve(entry.endpoint, queue_, std::move(handler));
+    entry.subscription = dnsSd_.resolve(endpoint, queue_, std::move(handler));
 }
 
-void ResolveCache::take(const std::string& key, const std::weak_ptr<void>& token,
+void ResolveCache::take(const Endpoint& endpoint, const std::weak_ptr<void>& token,
                         const DnsSd::ResolveUpdate& update)
 {
     const std::lock_guard lock(mutex_);
-    const auto position = entries_.find(key);
+    const auto position = entries_.find(endpoint);
     if (position == entries_.end() || token.expired())
         return;
     auto& entry = position->second;

@@ -9,7 +9,6 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <string>
 
 namespace quillbox {
 
@@ -47,7 +46,7 @@ public:
     /// Like `DnsSd::resolve`, except that no update comes
     /// before there is an address, an error, or the result that there is no address. Ends when the
     /// returned reference is dropped.
-    std::shared_ptr<void> resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
+    std::shared_ptr<void> resolve(const Endpoint& endpoint, std::shared_ptr<DispatchQueue> queue,
                                   Handler handler);
 
 private:
@@ -56,8 +55,8 @@ private:
     struct Reader;
     struct Entry;
 
-    void subscribe(const std::string& key, Entry& entry);
-    void take(const std::string& key, const std::weak_ptr<void>& token,
+    void subscribe(const Endpoint& endpoint, Entry& entry);
+    void take(const Endpoint& endpoint, const std::weak_ptr<void>& token,
               const DnsSd::ResolveUpdate& update);
     void dropUnusedLater(std::chrono::milliseconds pause);
     void dropUnused();
@@ -67,7 +66,7 @@ private:
     const std::chrono::milliseconds freshTime_;
     const std::chrono::milliseconds keepTime_;
     std::mutex mutex_;
-    std::map<std::string, Entry> entries_; ///< by the description of the endpoint
+    std::map<Endpoint, Entry> entries_;
 };
 
 } // namespace quillbox

@@ -16,8 +16,6 @@ TcpNetwork::TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor
 {
 }
 
-TcpNetwork::~TcpNetwork() = default;
-
 std::shared_ptr<Listener> TcpNetwork::makeListener(const TcpParameters& parameters,
                                                    std::uint16_t port, std::error_code& error)
 {

@@ -28,7 +28,6 @@ public:
     /// `reach`: from where its listeners can be reached.
     TcpNetwork(DispatchPool& pool, DnsSd& dnsSd, NetworkMonitor& monitor,
                Reach reach = Reach::Network);
-    ~TcpNetwork();
 
     TcpNetwork(const TcpNetwork&) = delete;
     TcpNetwork& operator=(const TcpNetwork&) = delete;

@@ -16,7 +16,7 @@ template <std::size_t room, typename... Arguments> class Closure final {
 public:
     Closure() = default;
     template <typename Function>
-    requires(!std::same_as<Function, Closure>) explicit Closure(Function function)
+    requires(!std::same_as<Function, Closure>) Closure(Function function)
     {
         if constexpr (sizeof(Function) <= room && alignof(Function) <= alignof(void*)
                       && std::is_nothrow_move_constructible_v<Function>)

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <utility>
 
 #include <sys/epoll.h>
 #include <unistd.h>
@@ -64,7 +65,7 @@ FdWatcher::~FdWatcher()
     cancelWaits();
 }
 
-void FdWatcher::waitForReading(Handler handler)
+void FdWatcher::waitReadable(Handler handler)
 {
     if (queue_->loop().isShutDown())
         return;
@@ -76,7 +77,7 @@ void FdWatcher::waitForReading(Handler handler)
     }
 }
 
-void FdWatcher::waitForWriting(Handler handler)
+void FdWatcher::waitWritable(Handler handler)
 {
     if (queue_->loop().isShutDown())
         return;
@@ -89,7 +90,7 @@ void FdWatcher::waitForWriting(Handler handler)
         post(writer_.take(), {errno, std::system_category()});
 }
 
-void FdWatcher::waitForFailing(Handler handler)
+void FdWatcher::waitForFailure(Handler handler)
 {
     if (queue_->loop().isShutDown())
         return;

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <memory>
 #include <system_error>
-#include <utility>
 
 namespace quillbox {
 
@@ -23,6 +22,7 @@ class LoopQueue;
 class FdWatcher final {
 public:
     enum class For : std::uint8_t { Reading, ReadingAndWriting };
+    using Handler = Closure<16, std::error_code>;
 
     /// Takes ownership of the descriptor. If it cannot be watched, closes it, sets `error` and
     /// returns null. The queue was made by a `DispatchPool`. `held` is released once the descriptor
@@ -40,24 +40,15 @@ public:
 
     /// Calls `handler` with an error code on the queue, never inside this call, once the descriptor
     /// is readable, which includes end of stream and errors. One wait at a time.
-    template <typename Function> void waitReadable(Function handler)
-    {
-        waitForReading(Handler(std::move(handler)));
-    }
+    void waitReadable(Handler handler);
 
     /// The same for buffer space to write.
-    template <typename Function> void waitWritable(Function handler)
-    {
-        waitForWriting(Handler(std::move(handler)));
-    }
+    void waitWritable(Handler handler);
 
     /// The same for a failure, which is reported even while nobody reads or writes, and immediately
     /// if it has already happened: of a connection, a reset by the peer, a keep-alive timeout, or
     /// the end of both directions.
-    template <typename Function> void waitForFailure(Function handler)
-    {
-        waitForFailing(Handler(std::move(handler)));
-    }
+    void waitForFailure(Handler handler);
 
     /// Whether epoll has reported a failure. If not, a connecting socket that is writable is
     /// connected, and SO_ERROR need not be read.
@@ -70,14 +61,9 @@ public:
 private:
     friend class EventLoop;
 
-    using Handler = Closure<16, std::error_code>;
-
     FdWatcher(std::shared_ptr<LoopQueue> queue, int descriptor, For what,
               std::shared_ptr<void> held);
 
-    void waitForReading(Handler handler);
-    void waitForWriting(Handler handler);
-    void waitForFailing(Handler handler);
     void post(Handler handler, std::error_code error);
     void handleEvents(std::uint32_t events);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <iostream>
+#include <typeinfo>
 
 namespace quillbox {
 
@@ -23,10 +24,10 @@ LoopQueue::LoopQueue(std::shared_ptr<EventLoop> loop, std::string label, Quality
 
 std::shared_ptr<LoopQueue> LoopQueue::from(std::shared_ptr<DispatchQueue> queue)
 {
-    auto made = std::dynamic_pointer_cast<LoopQueue>(queue);
-    if (made)
-        return made;
-    std::cerr << "quillbox-helper: queue \"" << queue->label() << "\" was not made by the pool\n";
+    const DispatchQueue& given = *queue;
+    if (typeid(given) == typeid(LoopQueue))
+        return std::static_pointer_cast<LoopQueue>(std::move(queue));
+    std::cerr << "quillbox-helper: queue \"" << given.label() << "\" was not made by the pool\n";
     std::abort();
 }
 

@@ -20,10 +20,7 @@ public:
     static std::shared_ptr<LoopQueue> from(std::shared_ptr<DispatchQueue> queue);
 
     /// Like `async`, for functions that cannot be copied as well.
-    template <typename Function> void post(Function function) const
-    {
-        loop_->post(id_, EventLoop::Work(std::move(function)));
-    }
+    void post(EventLoop::Work work) const { loop_->post(id_, std::move(work)); }
 
     void async(Work work) override { post(std::move(work)); }
     void asyncAfter(std::chrono::milliseconds delay, Work work) override;

@@ -22,11 +22,11 @@ public:
     Timer& operator=(const Timer&) = delete;
 
     /// Replaces pending work.
-    template <typename Function> void start(std::chrono::milliseconds delay, Function function)
+    void start(std::chrono::milliseconds delay, EventLoop::TimerWork work)
     {
         cancel();
-        timer_ = queue_->loop().addTimer(EventLoop::Clock::now() + delay, queue_->id(),
-                                         EventLoop::TimerWork(std::move(function)));
+        timer_ =
+            queue_->loop().addTimer(EventLoop::Clock::now() + delay, queue_->id(), std::move(work));
     }
 
     /// Destroys pending work without running it.

@@ -72,8 +72,7 @@ private:
     {
         if (!socket_)
             return;
-        const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
-        discarded_ += read.count;
+        const auto read = discardOnce();
         // After the end of the peer's stream no more input can come.
         if (read.isEnd())
             return;
@@ -91,6 +90,13 @@ private:
         });
     }
 
+    Transfer discardOnce()
+    {
+        const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
+        discarded_ += read.count;
+        return read;
+    }
+
     void look()
     {
         if (!socket_)
@@ -102,7 +108,7 @@ private:
             return;
         }
         const auto now = Clock::now();
-        const auto progress = std::pair(unsent_.sentCount(), unacknowledged);
+        const auto progress = std::pair(unsent_.left(), unacknowledged);
         if (std::exchange(lastProgress_, progress) != progress)
             deadline_ = now + patience_;
         if (now >= deadline_) {
@@ -116,11 +122,7 @@ private:
     /// Discards unread input first, because it would turn the close into a reset.
     void finish()
     {
-        while (discarded_ <= kDiscardLimit) {
-            const auto read = discardSome(socket_->descriptor(), kDiscardAtOnce);
-            if (read.count == 0)
-                break;
-            discarded_ += read.count;
+        while (discarded_ <= kDiscardLimit && discardOnce().count > 0) {
         }
         timer_.cancel();
         unsent_ = {};
@@ -149,15 +151,16 @@ void closeGently(const std::shared_ptr<LoopQueue>& queue, const std::shared_ptr<
                  Ending ending, std::chrono::milliseconds patience)
 {
     const int descriptor = socket->descriptor();
+    // After close(2) the kernel still delivers its send buffer, unless input causes a reset.
+    const bool isSafe = unsent.isNothing() && !resetMatters;
+    if (isSafe && ending == Ending::EndOfStream)
+        return;
     const bool isDelivered = unsent.isNothing() && unacknowledgedBytes(descriptor) == 0;
     if (ending == Ending::Reset && isDelivered) {
         resetOnClose(descriptor);
         return;
     }
-    // After close(2) the kernel still delivers its send buffer, unless input causes a reset.
-    if (unsent.isNothing() && !resetMatters)
-        return;
-    if (isDelivered && unreadBytes(descriptor) == 0)
+    if (isSafe || (isDelivered && unreadBytes(descriptor) == 0))
         return;
     if (queue->loop().isShutDown() || isDead(descriptor))
         return;

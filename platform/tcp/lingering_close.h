@@ -3,7 +3,7 @@
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/loop_queue.h"
 #include "platform/tcp/chunk_pool.h"
-#include "platform/tcp/pending_send.h"
+#include "platform/tcp/pipe_pool.h"
 
 #include <chrono>
 #include <memory>

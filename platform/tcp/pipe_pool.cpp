@@ -141,4 +141,27 @@ bool isSpliceRefused(const Transfer& transfer)
            || transfer.error == std::errc::operation_not_supported;
 }
 
+PendingSend::PendingSend(Content content)
+    : content_(std::move(content)), piped_(dynamic_cast<PipedChunk*>(content_.storage()))
+{
+}
+
+Transfer PendingSend::sendSome(int socket, ChunkPool& chunks)
+{
+    if (piped_) {
+        const auto moved = piped_->drain(socket);
+        if (!isSpliceRefused(moved))
+            return moved;
+        const auto left = piped_->left();
+        auto rest = piped_->takeRest(chunks);
+        if (rest->size() != left)
+            return {.count = 0, .error = std::make_error_code(std::errc::io_error)};
+        piped_ = nullptr;
+        content_ = Content(std::move(rest));
+    }
+    const auto moved = quillbox::sendSome(socket, content_.bytes().subspan(sent_));
+    sent_ += moved.count;
+    return moved;
+}
+
 } // namespace quillbox

@@ -39,6 +39,9 @@ public:
     /// The number of bytes received from the socket, whether sent on or not.
     std::size_t size() const override { return size_; }
 
+    /// The number of bytes that are still in the pipe.
+    std::size_t left() const { return left_; }
+
     /// Always empty: the bytes are never in this process's memory.
     std::span<const std::byte> bytes() const override { return {}; }
 
@@ -51,7 +54,7 @@ public:
     /// SIGPIPE, since splice(2) has no flag against it; the process ignores that signal.
     Transfer drain(int socket);
 
-    /// Reads the remaining bytes into memory.
+    /// Reads the remaining bytes into memory; fewer only after an error.
     std::unique_ptr<Chunk> takeRest(ChunkPool& chunks);
 
 private:
@@ -105,5 +108,31 @@ private:
 /// Whether a transfer failed because these file descriptors cannot be spliced, not because the
 /// connection failed.
 bool isSpliceRefused(const Transfer& transfer);
+
+/// A content that is being sent, in memory or in a pipe.
+class PendingSend final {
+public:
+    PendingSend() = default;
+    explicit PendingSend(Content content);
+
+    /// Whether the content can be sent: bytes in memory, or a piped chunk of this backend.
+    bool isSendable() const
+    {
+        return piped_ != nullptr || content_.bytes().size() == content_.size();
+    }
+
+    /// The number of bytes that were not sent yet.
+    std::size_t left() const { return piped_ ? piped_->left() : content_.size() - sent_; }
+    bool isNothing() const { return left() == 0; }
+
+    /// Sends as much as the socket accepts without blocking. If the system cannot splice from the
+    /// pipe to this socket, the rest is copied to memory, in a buffer from `chunks`.
+    Transfer sendSome(int socket, ChunkPool& chunks);
+
+private:
+    Content content_;
+    PipedChunk* piped_ = nullptr; ///< the storage of the content if it is in a pipe
+    std::size_t sent_ = 0;        ///< of a content in memory
+};
 
 } // namespace quillbox

@@ -13,6 +13,7 @@
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -64,6 +65,16 @@ template <typename Call> SocketAddress receiveAddress(Call call)
     return call(written, &size) < 0 ? SocketAddress() : SocketAddress(written, size);
 }
 
+/// In a closed state if it cannot be read.
+tcp_info infoOf(int socket)
+{
+    tcp_info info{};
+    socklen_t size = sizeof info;
+    if (::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0)
+        info.tcpi_state = TCP_CLOSE;
+    return info;
+}
+
 /// Narrows the ports from which the kernel chooses one to a random part of the usual range. The
 /// kernel ignores what is outside the range of this system.
 void chooseLocalPorts(int socket)
@@ -102,6 +113,7 @@ int openListeningSocket(int family, std::uint16_t port, bool allowReuse, Reach r
     if (allowReuse)
         setOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
     setConnectionOptions(socket);
+    keepAlive(socket);
     if (family == AF_INET6)
         setOption(socket, IPPROTO_IPV6, IPV6_V6ONLY, 0);
     constexpr std::array<std::uint8_t, sizeof(in6_addr)> kAny{};
@@ -139,16 +151,27 @@ int acceptStreamSocket(int listener, SocketAddress& client, std::error_code& err
     return -1;
 }
 
+bool hasConnectionToAccept(int listener)
+{
+    pollfd accepting{.fd = listener, .events = POLLIN, .revents = 0};
+    return ::poll(&accepting, 1, 0) > 0;
+}
+
 void setConnectionOptions(int socket)
 {
     // The connection works without any of these, so failures are ignored.
     setOption(socket, IPPROTO_TCP, TCP_NODELAY, 1);
+    // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
+    setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
+}
+
+void keepAlive(int socket)
+{
     setOption(socket, SOL_SOCKET, SO_KEEPALIVE, 1);
+    // Set afterwards, it counts from the last byte that came (tcp_sock_set_keepidle in Linux).
     setOption(socket, IPPROTO_TCP, TCP_KEEPIDLE, kKeepAliveIdleSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPINTVL, kKeepAliveIntervalSeconds);
     setOption(socket, IPPROTO_TCP, TCP_KEEPCNT, kKeepAliveProbes);
-    // Keeps urgent data (RFC 6093) in the stream, so that no byte is lost.
-    setOption(socket, SOL_SOCKET, SO_OOBINLINE, 1);
 }
 
 int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error, Reach reach)
@@ -183,6 +206,11 @@ std::error_code beginConnect(int socket, const SocketAddress& address)
         return {};
     // An interrupted attempt continues in the background (connect(2)).
     return errno == EINTR ? std::make_error_code(std::errc::operation_in_progress) : lastError();
+}
+
+bool hasRetransmitted(int socket)
+{
+    return infoOf(socket).tcpi_total_retrans > 0;
 }
 
 bool isSelfConnected(int socket, std::uint16_t port)
@@ -243,20 +271,14 @@ std::size_t unacknowledgedBytes(int socket)
 
 bool limitRetransmissions(int socket)
 {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    const bool isRetransmitting =
-        ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) == 0 && info.tcpi_retransmits > 0;
+    const bool isRetransmitting = infoOf(socket).tcpi_retransmits > 0;
     setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, isRetransmitting ? kRetransmissionLimitMs : 0);
     return unacknowledgedBytes(socket) > 0;
 }
 
 bool isDead(int socket)
 {
-    tcp_info info{};
-    socklen_t size = sizeof info;
-    return ::getsockopt(socket, IPPROTO_TCP, TCP_INFO, &info, &size) != 0
-           || info.tcpi_state == TCP_CLOSE;
+    return infoOf(socket).tcpi_state == TCP_CLOSE;
 }
 
 void shutDownSending(int socket)

@@ -45,11 +45,18 @@ int openStreamSocket(int family, std::error_code& error);
 /// `connection_aborted` for a connection that its client has reset by now.
 int acceptStreamSocket(int listener, SocketAddress& client, std::error_code& error);
 
-/// Sets the options that every connection has (see `TcpParameters`).
+/// Whether there is a connection to accept. Cheaper than accept(2), which makes a file first.
+bool hasConnectionToAccept(int listener);
+
+/// Sets the options that a connection has from its beginning (see `TcpParameters`).
 void setConnectionOptions(int socket);
 
+/// Lets the kernel probe the peer after a minute without traffic, counted from the last byte that
+/// came, not from this call.
+void keepAlive(int socket);
+
 /// Opens a listening socket for IPv6 and IPv4, or for IPv4 only on a system without IPv6. Sets the
-/// connection options, which accepted sockets inherit. -1 and an error on failure.
+/// connection options and keep-alive, which accepted sockets inherit. -1 and an error on failure.
 int openListeningSocket(std::uint16_t port, bool allowReuse, std::error_code& error,
                         Reach reach = Reach::Network);
 
@@ -62,6 +69,9 @@ std::error_code bindToInterface(int socket, int interfaceIndex);
 /// TIME-WAIT. (Linux before 6.3 searches all of it nevertheless.) `operation_in_progress` if the
 /// result is still pending.
 std::error_code beginConnect(int socket, const SocketAddress& address);
+
+/// Whether a segment was sent more than once, such as the SYN of a connection just established.
+bool hasRetransmitted(int socket);
 
 /// Whether a socket that connected to `port` is connected to itself. This happens if `port` is in
 /// the ephemeral range and the kernel also chose it as the local port.
@@ -88,9 +98,9 @@ std::size_t unreadBytes(int socket);
 /// of the stream counts as one.
 std::size_t unacknowledgedBytes(int socket);
 
-/// How often to call `limitRetransmissions` while bytes are unacknowledged: before the limit is
-/// over.
-inline constexpr std::chrono::seconds kRetransmissionCheck{30};
+/// How long after its beginning an outgoing connection needs `keepAlive`, and how often to call
+/// `limitRetransmissions` while bytes are unacknowledged: before the limits are over.
+inline constexpr std::chrono::seconds kPeerCheck{30};
 
 /// If the peer has stopped acknowledging, lets the kernel give up two minutes after that instead of
 /// 15. Returns whether bytes are unacknowledged. Not an option that is set once: TCP_USER_TIMEOUT

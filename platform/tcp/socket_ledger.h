@@ -2,6 +2,7 @@
 
 #include "platform/values/socket_address.h"
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -12,6 +13,8 @@
 #include <optional>
 #include <utility>
 #include <vector>
+
+#include <sys/resource.h>
 
 namespace quillbox {
 
@@ -29,10 +32,22 @@ public:
 
     /// Four of five file descriptors that this process may open, but no more than 16,384: a host
     /// alone can have a third as many sessions, of two sockets each.
-    static std::size_t defaultMost();
+    static std::size_t defaultMost()
+    {
+        constexpr rlim_t kMost = 16'384;
+        rlimit limit{};
+        // An unlimited number is a large one (RLIM_INFINITY).
+        if (::getrlimit(RLIMIT_NOFILE, &limit) != 0)
+            return kMost;
+        return static_cast<std::size_t>(std::min(limit.rlim_cur / 5 * 4, kMost));
+    }
 
     /// A place for an outgoing connection; null if no sockets are left.
-    Place open();
+    Place open()
+    {
+        const std::lock_guard lock(mutex_);
+        return open_ < mostWithOwn_ ? makePlace(std::nullopt) : nullptr;
+    }
 
     /// Whether less than half of the places are taken: then a session may try several addresses of
     /// its phone at a time, and otherwise one after the other. A stranger could announce many
@@ -45,7 +60,20 @@ public:
 
     /// A place for an accepted connection; null if its client's host has too many. `client`: any
     /// port. `isOwn`: whether the client is on this computer.
-    Place admit(const SocketAddress& client, bool isOwn);
+    Place admit(const SocketAddress& client, bool isOwn)
+    {
+        const std::lock_guard lock(mutex_);
+        const auto most = isOwn ? mostWithOwn_ : most_;
+        const auto left = most - std::min(most, open_);
+        const auto host = hosts_.try_emplace(withPort(client, 0)).first;
+        if (host->second >= left) {
+            if (host->second == 0)
+                hosts_.erase(host);
+            return nullptr;
+        }
+        ++host->second;
+        return makePlace(host);
+    }
 
     /// Calls `work` once, after the next socket has been closed, on the thread that closes it.
     void afterNextClose(std::function<void()> work)
@@ -69,8 +97,27 @@ public:
 private:
     using Hosts = std::map<SocketAddress, std::size_t>;
 
-    Place makePlace(std::optional<Hosts::iterator> host);
-    void free(const std::optional<Hosts::iterator>& host);
+    /// `host`: that of an accepted connection.
+    Place makePlace(std::optional<Hosts::iterator> host)
+    {
+        ++open_;
+        return {this, [self = shared_from_this(), host](void*) { self->free(host); }};
+    }
+
+    void free(const std::optional<Hosts::iterator>& host)
+    {
+        std::vector<std::function<void()>> waiting;
+        {
+            const std::lock_guard lock(mutex_);
+            --open_;
+            if (host && --(*host)->second == 0)
+                hosts_.erase(*host);
+            waiting.swap(waiting_);
+            closed_.notify_all();
+        }
+        for (const auto& each : waiting)
+            each();
+    }
 
     const std::size_t most_;
     const std::size_t mostWithOwn_;

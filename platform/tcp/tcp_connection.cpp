@@ -1,8 +1,42 @@
 #include "platform/tcp/tcp_connection.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace quillbox {
+
+namespace {
+
+/// Fewer bytes are cheaper to copy than to move through a pipe.
+constexpr std::size_t kLeastForPipe = 64UL * 1024;
+
+} // namespace
+
+/// A pending wait's reference to its connection. If the wait is destroyed without being called, as
+/// at the shutdown of the pool, it drops the pending operations of the connection. This breaks a
+/// reference cycle: completions usually own the connection that stores them.
+class TcpConnection::Waiting final {
+public:
+    explicit Waiting(std::shared_ptr<TcpConnection> connection) : connection_(std::move(connection))
+    {
+    }
+    ~Waiting()
+    {
+        if (connection_)
+            connection_->dropPending();
+    }
+
+    Waiting(Waiting&&) noexcept = default;
+    Waiting(const Waiting&) = delete;
+    Waiting& operator=(const Waiting&) = delete;
+    Waiting& operator=(Waiting&&) = delete;
+
+    /// Called when the wait is over.
+    std::shared_ptr<TcpConnection> end() { return std::move(connection_); }
+
+private:
+    std::shared_ptr<TcpConnection> connection_;
+};
 
 TcpConnection::TcpConnection(std::shared_ptr<TcpContext> context, AcceptedSocket accepted)
     : context_(std::move(context)), accepted_(std::move(accepted))
@@ -16,25 +50,6 @@ TcpConnection::TcpConnection(std::shared_ptr<TcpContext> context, std::shared_pt
       dialler_(std::move(dialler)),
       client_(std::move(client))
 {
-}
-
-void TcpConnection::receive(std::size_t minimum, std::size_t maximum, ReceiveCompletion completion)
-{
-    if (stream_)
-        stream_->receive(minimum, maximum, std::move(completion));
-    else
-        queue()->post([completion = std::move(completion), error = refusal()] {
-            completion(Content(), false, error);
-        });
-}
-
-void TcpConnection::send(Content content, SendCompletion completion)
-{
-    if (stream_)
-        stream_->send(std::move(content), std::move(completion));
-    else
-        queue()->post(
-            [completion = std::move(completion), error = refusal()] { completion(error); });
 }
 
 void TcpConnection::open()
@@ -68,25 +83,288 @@ void TcpConnection::open()
 void TcpConnection::beReady(std::unique_ptr<FdWatcher> socket)
 {
     dialler_.reset();
-    stream_ = std::make_shared<TcpStream>(context_, queue(), std::move(socket),
-                                          std::move(accepted_.session));
+    socket_ = std::move(socket);
+    peerTimer_.emplace(queue());
     report(State::Ready, {});
-    stream_->open([weak = weak_from_this()](std::error_code error) {
-        if (const auto self = weak.lock())
+    socket_->waitForFailure([weak = weak_from_this()](const std::error_code&) {
+        const auto self = weak.lock();
+        if (!self || !self->socket_)
+            return;
+        // The error itself stays in the socket for the next read or write.
+        self->noteFailure({});
+        self->settleFailure();
+    });
+    watchPeer();
+}
+
+void TcpConnection::receive(std::size_t minimum, std::size_t maximum, ReceiveCompletion completion)
+{
+    if (const auto error = refusal(receive_.has_value())) {
+        queue()->post(
+            [completion = std::move(completion), error] { completion(Content(), false, error); });
+        return;
+    }
+    maximum = std::clamp<std::size_t>(maximum, 1, kMaximumContentSize);
+    minimum = std::clamp<std::size_t>(minimum, 1, maximum);
+    receive_ = Receive{minimum, maximum, std::move(completion), nullptr, nullptr};
+    hasRead_ = true;
+    if (std::exchange(isDrained_, false))
+        waitToReceive();
+    else
+        tryReceive(Delivery::Posted);
+}
+
+void TcpConnection::tryReceive(Delivery delivery)
+{
+    if (!receive_ || !socket_)
+        return;
+    if (hasEnded_) {
+        endReceive(true, {}, delivery);
+        return;
+    }
+    while (receive_->chunk || beginChunk(delivery)) {
+        auto& chunk = *receive_->chunk;
+        auto room = chunk.room();
+        room = room.first(std::min(room.size(), receive_->maximum - chunk.size()));
+        const auto received = receiveSome(socket_->descriptor(), room);
+        chunk.grow(received.count);
+        if (received.count == 0) {
+            handleShortfall(received, delivery);
+            return;
+        }
+        isDrained_ = received.count < room.size();
+        if (chunk.size() >= receive_->minimum) {
+            endReceive(false, {}, delivery);
+            return;
+        }
+    }
+}
+
+/// Borrows a buffer for the available data. Returns false if a pipe took the data instead, which
+/// completes the receive. The amount of available data is queried only if the last receive filled
+/// its buffer: for small messages this system call would be a third of the work.
+bool TcpConnection::beginChunk(Delivery delivery)
+{
+    auto wanted = std::min(ChunkPool::kSmallSize, receive_->maximum);
+    if (std::exchange(isFlowing_, false)) {
+        const auto available = unreadBytes(socket_->descriptor());
+        // Only if any number of bytes suffices: a pipe that contains data may already be full.
+        if (available >= kLeastForPipe && receive_->minimum == 1 && receiveThroughPipe(delivery))
+            return false;
+        wanted = std::min(std::max(wanted, available), receive_->maximum);
+    }
+    receive_->chunk = context_->chunks->borrow(receive_->minimum, wanted);
+    return true;
+}
+
+/// Returns whether bytes were moved into a pipe. If not, a read is needed to find out why: urgent
+/// data (RFC 6093) cannot be spliced, and splice(2) reports it like an empty socket or the end of
+/// the stream.
+bool TcpConnection::receiveThroughPipe(Delivery delivery)
+{
+    auto chunk = context_->pipes->borrow();
+    if (!chunk)
+        return false;
+    const auto moved = chunk->fill(socket_->descriptor(), receive_->maximum);
+    if (isSpliceRefused(moved))
+        context_->pipes->giveUp();
+    else if (moved.error && !moved.wouldBlock())
+        noteFailure(moved.error);
+    if (moved.count == 0)
+        return false;
+    receive_->piped = std::move(chunk);
+    endReceive(false, {}, delivery);
+    return true;
+}
+
+/// Handles a read without data: waits, or ends the receive.
+void TcpConnection::handleShortfall(const Transfer& transfer, Delivery delivery)
+{
+    if (transfer.wouldBlock()) {
+        waitToReceive();
+        return;
+    }
+    if (transfer.error)
+        noteFailure(transfer.error);
+    // After it has reported an error, the kernel reports the end of the stream, which is wrong.
+    hasEnded_ = !error_;
+    endReceive(hasEnded_, error_, delivery);
+}
+
+void TcpConnection::waitToReceive()
+{
+    // An idle connection does not occupy a buffer.
+    if (receive_->chunk && receive_->chunk->size() == 0)
+        receive_->chunk.reset();
+    socket_->waitReadable(
+        [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+            const auto self = waiting.end();
+            if (!error)
+                self->tryReceive(Delivery::Direct);
+        });
+}
+
+void TcpConnection::endReceive(bool isComplete, std::error_code error, Delivery delivery)
+{
+    auto receive = std::move(*receive_);
+    receive_.reset();
+    isFlowing_ = receive.piped || (receive.chunk && receive.chunk->room().empty());
+    Content content;
+    if (receive.piped)
+        content = Content(std::move(receive.piped));
+    else if (receive.chunk && receive.chunk->size() > 0)
+        content = Content(std::move(receive.chunk));
+    hasReceived_ = hasReceived_ || !content.isEmpty();
+    accepted_.session.noteReceived(content.size());
+    deliver(delivery,
+            [completion = std::move(receive.completion), content = std::move(content), isComplete,
+             error]() mutable { completion(std::move(content), isComplete, error); });
+}
+
+void TcpConnection::send(Content content, SendCompletion completion)
+{
+    PendingSend unsent(std::move(content));
+    auto error = refusal(send_.has_value());
+    if (!error && !unsent.isSendable())
+        error = std::make_error_code(std::errc::invalid_argument);
+    if (error) {
+        queue()->post([completion = std::move(completion), error] { completion(error); });
+        return;
+    }
+    send_ = Send{std::move(unsent), std::move(completion)};
+    trySend(Delivery::Posted);
+}
+
+void TcpConnection::trySend(Delivery delivery)
+{
+    if (!send_ || !socket_)
+        return;
+    auto& unsent = send_->unsent;
+    while (!unsent.isNothing()) {
+        const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
+        hasSent_ = hasSent_ || sent.count > 0;
+        watchPeer();
+        queue()->loop().noteMoved(sent.count);
+        accepted_.session.noteSent(sent.count);
+        if (sent.wouldBlock()) {
+            socket_->waitWritable(
+                [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
+                    const auto self = waiting.end();
+                    if (!error)
+                        self->trySend(Delivery::Direct);
+                });
+            return;
+        }
+        if (sent.error) {
+            noteFailure(sent.error);
+            endSend(hasMoreToRead() ? std::error_code() : error_, delivery);
+            return;
+        }
+    }
+    endSend({}, delivery);
+}
+
+/// Most connections end before keep-alive has anything to do; enabling it takes four system calls.
+void TcpConnection::watchPeer()
+{
+    if (std::exchange(isWatchingPeer_, true))
+        return;
+    peerTimer_->start(kPeerCheck, [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self || !self->socket_)
+            return;
+        self->isWatchingPeer_ = false;
+        keepAlive(self->socket_->descriptor());
+        if (limitRetransmissions(self->socket_->descriptor()))
+            self->watchPeer();
+    });
+}
+
+void TcpConnection::endSend(std::error_code error, Delivery delivery)
+{
+    // Releases the content before the completion runs, which may receive the next one.
+    auto completion = std::move(send_->completion);
+    send_.reset();
+    deliver(delivery, [completion = std::move(completion), error] { completion(error); });
+}
+
+void TcpConnection::dropPending()
+{
+    // Moved out first: destroying them may drop the last reference to the connection.
+    const auto receive = std::exchange(receive_, std::nullopt);
+    const auto send = std::exchange(send_, std::nullopt);
+}
+
+std::error_code TcpConnection::refusal(bool isBusy) const
+{
+    if (isCancelled())
+        return std::make_error_code(std::errc::operation_canceled);
+    if (!socket_)
+        return std::make_error_code(std::errc::not_connected);
+    return isBusy ? std::make_error_code(std::errc::operation_in_progress) : std::error_code();
+}
+
+template <typename Work> void TcpConnection::deliver(Delivery delivery, Work work)
+{
+    if (delivery == Delivery::Posted) {
+        queue()->post(std::move(work));
+        settleFailure();
+        return;
+    }
+    settleFailure();
+    work();
+}
+
+void TcpConnection::noteFailure(std::error_code error)
+{
+    hasFailed_ = true;
+    if (!error_)
+        error_ = error;
+}
+
+/// Reports the failure once there is no pending operation to report it and no data left to read.
+void TcpConnection::settleFailure()
+{
+    if (!hasFailed_ || hasToldFailure_ || !socket_ || receive_ || send_ || hasMoreToRead())
+        return;
+    hasToldFailure_ = true;
+    if (!error_)
+        error_ = takeSocketError(socket_->descriptor());
+    if (!error_)
+        error_ = std::make_error_code(std::errc::connection_reset);
+    queue()->post([self = shared_from_this(), error = error_] {
+        if (!self->isCancelled())
             self->report(State::Failed, error);
     });
 }
 
-/// Keeps the stream, which completes later calls with an error.
+bool TcpConnection::hasMoreToRead()
+{
+    return hasRead_ && unreadBytes(socket_->descriptor()) > 0;
+}
+
 void TcpConnection::close()
 {
     accepted_.socket.reset();
     accepted_.place.reset();
-    accepted_.session.end();
     if (dialler_)
         dialler_->stop();
-    if (stream_)
-        stream_->close(ending());
+    if (!socket_) {
+        accepted_.session.end();
+        return;
+    }
+    socket_->cancelWaits();
+    peerTimer_.reset();
+    auto unsent = send_ ? std::move(send_->unsent) : PendingSend();
+    const auto cancelled = refusal(false);
+    if (receive_)
+        endReceive(false, cancelled, Delivery::Posted);
+    if (send_)
+        endSend(cancelled, Delivery::Posted);
+    accepted_.session.end();
+    // After the end of the peer's stream there is no unread input that could cause a reset.
+    closeGently(queue(), context_->chunks, std::move(socket_), std::move(unsent),
+                hasSent_ && !hasEnded_, ending());
 }
 
 /// See `TcpParameters::client`.
@@ -95,14 +373,9 @@ Ending TcpConnection::ending() const
     if (!isDialled_)
         return Ending::EndOfStream;
     const auto client = client_.lock();
-    const bool wasReset = client && client->stream_ && client->stream_->wasReset();
-    return wasReset || !stream_->wasUsed() ? Ending::Reset : Ending::EndOfStream;
-}
-
-std::error_code TcpConnection::refusal() const
-{
-    return std::make_error_code(isCancelled() ? std::errc::operation_canceled
-                                              : std::errc::not_connected);
+    const bool wasReset = client && client->error_ == std::errc::connection_reset;
+    const bool wasUsed = hasSent_ || hasReceived_ || hasEnded_;
+    return wasReset || !wasUsed ? Ending::Reset : Ending::EndOfStream;
 }
 
 } // namespace quillbox

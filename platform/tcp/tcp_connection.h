@@ -1,16 +1,18 @@
 #pragma once
 
 #include "platform/connection.h"
+#include "platform/dispatch/closure.h"
 #include "platform/dispatch/fd_watcher.h"
+#include "platform/dispatch/timer.h"
 #include "platform/posix/file_descriptor.h"
+#include "platform/tcp/lingering_close.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/tcp_context.h"
-#include "platform/tcp/tcp_stream.h"
 #include "platform/values/socket_address.h"
 
 #include <cstddef>
-#include <functional>
 #include <memory>
+#include <optional>
 #include <system_error>
 
 namespace quillbox {
@@ -29,10 +31,10 @@ class Dialler {
 public:
     struct Handlers {
         /// No address is reachable at present; called again only if the error changes.
-        std::function<void(std::error_code)> waiting;
+        Closure<24, std::error_code> waiting;
         /// At most one of these two is called, as the last handler.
-        std::function<void(std::unique_ptr<FdWatcher>)> connected;
-        std::function<void(std::error_code)> failed;
+        Closure<16, std::unique_ptr<FdWatcher>> connected;
+        Closure<24, std::error_code> failed;
     };
 
     virtual ~Dialler() = default;
@@ -44,6 +46,12 @@ public:
     virtual void stop() = 0;
 };
 
+/// A connected socket, or one that is being connected.
+///
+/// After a reset by the peer, data that arrived before it can still be read. Once `receive` has
+/// been called, the failure is reported only after all of this data was read; data sent meanwhile
+/// is dropped, as the network would do. If `receive` was never called, the failure is reported at
+/// once. It is reported after the completions that get the error.
 class TcpConnection final : public QueueObject<TcpConnection, Connection> {
 public:
     /// An accepted connection, ready as soon as it is started.
@@ -63,18 +71,67 @@ public:
 private:
     friend class QueueObject<TcpConnection, Connection>;
 
+    /// A completion never runs inside the `receive` or `send` that it was passed to: if the result
+    /// is available there, it is posted. In the handler of a later event it is called directly,
+    /// which saves going through the queue for each chunk.
+    enum class Delivery { Posted, Direct };
+
+    class Waiting;
+
+    struct Receive {
+        std::size_t minimum;
+        std::size_t maximum;
+        ReceiveCompletion completion;
+        std::unique_ptr<PipedChunk> piped; ///< the received data, if it is in a pipe
+        std::unique_ptr<Chunk> chunk;      ///< otherwise the buffer being filled
+    };
+
+    struct Send {
+        PendingSend unsent;
+        SendCompletion completion;
+    };
+
     void open();
     void close();
     void beReady(std::unique_ptr<FdWatcher> socket);
     Ending ending() const;
-    std::error_code refusal() const;
+    void dropPending();
+    void tryReceive(Delivery delivery);
+    bool beginChunk(Delivery delivery);
+    bool receiveThroughPipe(Delivery delivery);
+    void waitToReceive();
+    void handleShortfall(const Transfer& transfer, Delivery delivery);
+    void endReceive(bool isComplete, std::error_code error, Delivery delivery);
+    void trySend(Delivery delivery);
+    void endSend(std::error_code error, Delivery delivery);
+    void watchPeer();
+    void noteFailure(std::error_code error);
+    void settleFailure();
+    bool hasMoreToRead();
+    std::error_code refusal(bool isBusy) const;
+    template <typename Work> void deliver(Delivery delivery, Work work);
 
     const std::shared_ptr<TcpContext> context_;
     AcceptedSocket accepted_; ///< its socket until `open`
     const bool isDialled_ = false;
     std::shared_ptr<Dialler> dialler_; ///< until it has connected
     const std::weak_ptr<TcpConnection> client_;
-    std::shared_ptr<TcpStream> stream_;
+    std::unique_ptr<FdWatcher> socket_; ///< null before it is connected and after `close`
+    std::optional<Timer> peerTimer_;    ///< as long as `socket_`
+    std::optional<Receive> receive_;
+    std::optional<Send> send_;
+    std::error_code error_; ///< the first one: the kernel reports each error only once
+    bool hasFailed_ = false;
+    bool hasToldFailure_ = false;
+    bool hasEnded_ = false; ///< the peer's stream has ended
+    /// The last read returned less than requested, so the next one waits for an event first (the
+    /// watch is edge-triggered). True initially: data that is already there causes an event.
+    bool isDrained_ = true;
+    bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
+    bool hasRead_ = false;   ///< `receive` was called
+    bool hasReceived_ = false;
+    bool hasSent_ = false;
+    bool isWatchingPeer_ = false;
 };
 
 } // namespace quillbox

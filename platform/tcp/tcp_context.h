@@ -22,7 +22,7 @@ struct TcpContext {
     const std::shared_ptr<PipePool> pipes = std::make_shared<PipePool>();
     const std::shared_ptr<SocketLedger> sockets =
         std::make_shared<SocketLedger>(SocketLedger::defaultMost());
-    OwnPorts ownPorts;
+    OwnPorts ownPorts{reach};
     TrafficLedger traffic;
 };
 

@@ -2,7 +2,7 @@
 
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
-#include "platform/tcp/listening_port.h"
+#include "platform/tcp/own_ports.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_connection.h"
@@ -39,10 +39,12 @@ constexpr std::chrono::minutes kSameShortage{1};
 constexpr std::size_t kCostInBytes = 64UL * 1024;
 constexpr int kAcceptAtOnce = 4;
 
-/// Errors that concern only the connection being accepted (accept(2)); accepting continues.
+/// Errors that concern only the connection being accepted (accept(2)), or that there is none;
+/// accepting continues.
 bool isOfOneConnection(int error)
 {
     switch (error) {
+    case EAGAIN:
     case EINTR:
     case ECONNABORTED:
     case EPROTO:
@@ -106,17 +108,13 @@ private:
     {
         if (isCancelled() || hasFailed_)
             return;
-        switch (update.state) {
-        case DnsSd::RegistrationUpdate::State::Waiting:
-            report(State::Waiting, update.error);
-            return;
-        case DnsSd::RegistrationUpdate::State::Ready:
-            report(State::Ready, {});
-            return;
-        case DnsSd::RegistrationUpdate::State::Failed:
+        using Registered = DnsSd::RegistrationUpdate::State;
+        if (update.state == Registered::Failed)
             fail(update.error);
-            return;
-        }
+        else if (update.state == Registered::Waiting)
+            report(State::Waiting, update.error);
+        else
+            report(State::Ready, {});
     }
 
     void fail(std::error_code error)
@@ -128,25 +126,26 @@ private:
 
     void accept()
     {
-        for (int count = 0; socket_ && count < kAcceptAtOnce; ++count) {
+        bool mayBeMore = socket_ != nullptr;
+        for (int count = 0; mayBeMore && count < kAcceptAtOnce; ++count) {
             std::error_code error;
             SocketAddress client;
             const int descriptor = acceptStreamSocket(socket_->descriptor(), client, error);
             if (!error) {
                 takeConnection(descriptor, client);
-            } else if (error == std::errc::operation_would_block) {
-                socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
-                    if (!failure)
-                        self->accept();
-                });
-                return;
             } else if (!isOfOneConnection(error.value())) {
                 pauseAccepting(error);
                 return;
             }
+            mayBeMore = socket_ && hasConnectionToAccept(socket_->descriptor());
         }
-        if (socket_)
+        if (mayBeMore)
             queue()->post([self = shared_from_this()] { self->accept(); });
+        else if (socket_)
+            socket_->waitReadable([self = shared_from_this()](const std::error_code& failure) {
+                if (!failure)
+                    self->accept();
+            });
     }
 
     /// The handler may cancel or destroy the listener.
@@ -166,8 +165,10 @@ private:
                                 .socket = std::move(socket),
                                 .client = client,
                                 .session = CountedSession(traffic_)};
-        const auto handler = connectionHandler_;
+        auto handler = std::exchange(connectionHandler_, nullptr);
         handler(TcpConnection::make(context_, std::move(accepted)));
+        if (socket_)
+            connectionHandler_ = std::move(handler);
     }
 
     /// Few clients need the system call that tells whether they are on this computer.
@@ -249,11 +250,11 @@ private:
     {
         if (movesToServicePort()) {
             // Nobody knows the port that the kernel has chosen, so no connection is lost.
-            if (auto better = ListeningPort::openForService(*context_, service_->name, allowsReuse_,
-                                                            port_.number))
+            if (auto better =
+                    context_->ownPorts.openForService(service_->name, allowsReuse_, port_.number))
                 std::swap(port_, *better);
             else
-                context_->ownPorts.name(port_.number, service_->name);
+                port_.entry = context_->ownPorts.add(port_.number, service_->name);
             tellIfUnusual();
         }
         std::error_code error;
@@ -311,7 +312,7 @@ std::shared_ptr<Listener> makeTcpListener(std::shared_ptr<TcpContext> context,
                                           const TcpParameters& parameters, std::uint16_t port,
                                           std::error_code& error)
 {
-    auto opened = ListeningPort::open(*context, port, parameters.allowLocalEndpointReuse, error);
+    auto opened = context->ownPorts.open(port, parameters.allowLocalEndpointReuse, error);
     if (!opened)
         return nullptr;
     return TcpListener::make(std::move(context), std::move(*opened), port == kAnyPort,

@@ -24,7 +24,13 @@ struct TrafficCounter {
     /// That of all listeners, in which everything is counted as well; null for itself.
     std::shared_ptr<TrafficCounter> total = nullptr;
 
-    Traffic traffic() const;
+    Traffic traffic() const
+    {
+        return {.sessions = sessions,
+                .sessionsInAll = sessionsInAll,
+                .bytesReceived = bytesReceived,
+                .bytesSent = bytesSent};
+    }
 };
 
 /// An accepted connection, counted as open until this object is destroyed, or moved from. Cheap
@@ -71,9 +77,26 @@ class TrafficLedger final {
 public:
     /// Returns a counter for a listener of that name. It is part of the report as long as there are
     /// references to it.
-    std::shared_ptr<TrafficCounter> add(std::string name);
+    std::shared_ptr<TrafficCounter> add(std::string name)
+    {
+        auto counter = std::make_shared<TrafficCounter>();
+        counter->total = total_;
+        const std::lock_guard lock(mutex_);
+        std::erase_if(entries_, [](const Entry& entry) { return entry.counter.expired(); });
+        entries_.push_back({.name = std::move(name), .counter = counter});
+        return counter;
+    }
 
-    TrafficReport report() const;
+    TrafficReport report() const
+    {
+        TrafficReport report{.total = total_->traffic(), .listeners = {}};
+        const std::lock_guard lock(mutex_);
+        for (const Entry& entry : entries_) {
+            if (const auto counter = entry.counter.lock())
+                report.listeners[entry.name] = counter->traffic();
+        }
+        return report;
+    }
 
 private:
     struct Entry {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <compare>
 #include <cstdint>
 #include <string>
 #include <variant>
@@ -12,7 +13,7 @@ struct HostEndpoint {
     std::string host;
     std::uint16_t port = 0;
 
-    bool operator==(const HostEndpoint&) const = default;
+    auto operator<=>(const HostEndpoint&) const = default;
 };
 
 /// A DNS-SD service instance (RFC 6763, section 4.1). `name` is the instance label, UTF-8 and not
@@ -22,7 +23,7 @@ struct ServiceEndpoint {
     std::string type;
     std::string domain;
 
-    bool operator==(const ServiceEndpoint&) const = default;
+    auto operator<=>(const ServiceEndpoint&) const = default;
 };
 
 /// The target of a connection. A value type; endpoints are equal if all their parts are equal byte
@@ -43,7 +44,7 @@ public:
     /// 1035, section 5.1).
     std::string description() const;
 
-    bool operator==(const Endpoint&) const = default;
+    auto operator<=>(const Endpoint&) const = default;
 
 private:
     std::variant<HostEndpoint, ServiceEndpoint> value_;

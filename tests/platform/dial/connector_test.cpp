@@ -452,7 +452,8 @@ TEST(Connector, dialsNoAddressOfAStrangerThatLeadsToThisComputer)
 /// Dials a server whose address, 192.0.2.7, is in a record that arrived on interface 7, on behalf
 /// of a client with the other address, and expects that the connection reaches that state.
 void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes,
-                               const std::string& client = "127.0.0.1")
+                               const std::string& client = "127.0.0.1",
+                               std::chrono::milliseconds lookupTime = 0ms)
 {
     inNetworkNamespace([&] {
         setLoopbackUp(true);
@@ -463,6 +464,7 @@ void expectOfRecordFromNetwork(State expected, std::vector<OutgoingRoute> routes
         const auto accepted = harness.nextAccepted();
         const PeerListener phone("192.0.2.7");
         harness.monitor.setRoutes(7, phone.address(), std::move(routes));
+        harness.monitor.slowDown(lookupTime);
         harness.dnsSd.answerAll(found({{.address = phone.address(), .interfaceIndex = 7}}));
         auto subject = harness.dial(kPhone, {.client = accepted});
         EXPECT_TRUE(subject.log->waitFor(expected));
@@ -491,7 +493,32 @@ TEST(Connector, bindsItsSocketToTheInterfaceWhereTheKernelWouldTakeAnother)
 
 TEST(Connector, dropsAConnectionThatANewRouteDiverted)
 {
-    expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::Preferred, OutgoingRoute::None});
+    inNetworkNamespace([] {
+        setLoopbackUp(true);
+        ASSERT_EQ(std::system("ip address add 192.0.2.7/32 dev lo"), 0);
+        Harness harness;
+        const SilentAddress phone("192.0.2.7");
+        harness.monitor.setRoutes(7, phone.address(),
+                                  {OutgoingRoute::Preferred, OutgoingRoute::None});
+        auto subject = harness.dial(kPhone);
+        ASSERT_TRUE(waitForAsk(harness.dnsSd));
+        harness.dnsSd.deliver(0, found({{.address = phone.address(), .interfaceIndex = 7}}));
+        std::promise<void> isTold;
+        harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+        isTold.get_future().wait();
+        subject.settle();
+        // The kernel repeats the request after a second, and looks for its route again.
+        phone.answer();
+        EXPECT_TRUE(subject.log->waitFor(State::Waiting));
+        EXPECT_EQ(subject.log->count(State::Ready), 0U);
+        harness.pool.shutdown();
+    });
+}
+
+TEST(Connector, dropsAConnectionIfTheRouteChangedBeforeItsRequestWasSent)
+{
+    expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::Preferred, OutgoingRoute::None},
+                              "127.0.0.1", 20ms);
 }
 
 TEST(Connector, refusesToConnectAClientToItsOwnHost)

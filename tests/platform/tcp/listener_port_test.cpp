@@ -1,4 +1,4 @@
-#include "platform/tcp/listening_port.h"
+#include "platform/tcp/own_ports.h"
 #include "platform/tcp/socket_calls.h"
 #include "platform/tcp/tcp_listener.h"
 #include "tests/fakes/socket_addresses.h"
@@ -320,12 +320,12 @@ TEST(ListenerPort, isTheOneThatWasAskedFor)
 TEST_F(Backstage, aPortIsFreeForWhomeverAwaitsIt)
 {
     std::error_code error;
-    auto held = ListeningPort::open(*context, kAnyPort, true, error, kName);
+    auto held = context->ownPorts.open(kAnyPort, true, error, kName);
     const auto port = held->number;
     std::optional<ListeningPort> next;
     EXPECT_FALSE(context->ownPorts.afterRemoval("Quillbox", [] {}));
     EXPECT_TRUE(context->ownPorts.afterRemoval(
-        kName, [&] { next = ListeningPort::open(*context, port, true, error); }));
+        kName, [&] { next = context->ownPorts.open(port, true, error); }));
     held.reset();
     EXPECT_TRUE(next) << error.message();
 }

@@ -1,4 +1,4 @@
-#include "platform/tcp/listening_port.h"
+#include "platform/tcp/own_ports.h"
 #include "tests/platform/netlink/network_namespace.h"
 
 #include <algorithm>

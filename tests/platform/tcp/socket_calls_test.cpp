@@ -16,6 +16,7 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 
@@ -107,6 +108,7 @@ TEST(SocketCalls, setNoDelayAndKeepAlive)
     std::error_code error;
     const Peer socket(openStreamSocket(AF_INET, error));
     setConnectionOptions(socket.descriptor());
+    keepAlive(socket.descriptor());
     expectConnectionOptions(socket.descriptor());
 }
 
@@ -120,6 +122,19 @@ TEST(SocketCalls, acceptWithTheSameOptions)
     const Peer accepted(acceptStreamSocket(listener.descriptor(), client, error));
     ASSERT_FALSE(error);
     expectConnectionOptions(accepted.descriptor());
+}
+
+TEST(SocketCalls, tellWhetherTheRequestForAConnectionWasRepeated)
+{
+    const SilentAddress phone("127.0.0.1");
+    std::error_code error;
+    const Peer socket(openStreamSocket(AF_INET, error));
+    ASSERT_EQ(beginConnect(socket.descriptor(), phone.address()), std::errc::operation_in_progress);
+    EXPECT_FALSE(hasRetransmitted(socket.descriptor()));
+    phone.answer();
+    pollfd connecting{.fd = socket.descriptor(), .events = POLLOUT, .revents = 0};
+    ASSERT_EQ(::poll(&connecting, 1, 20'000), 1);
+    EXPECT_TRUE(hasRetransmitted(socket.descriptor()));
 }
 
 TEST(SocketCalls, giveAnAttemptUpAfterAFewRetransmissions)

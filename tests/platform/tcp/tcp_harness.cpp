@@ -76,7 +76,14 @@ OutgoingRoute ScriptedMonitor::routeThrough(int interfaceIndex, const SocketAddr
     const auto route = inTurn.front();
     if (inTurn.size() > 1)
         inTurn.erase(inTurn.begin());
+    std::this_thread::sleep_for(lookupTime_);
     return route;
+}
+
+void ScriptedMonitor::slowDown(std::chrono::milliseconds time)
+{
+    const std::lock_guard lock(mutex_);
+    lookupTime_ = time;
 }
 
 void ScriptedMonitor::setRoutes(int interfaceIndex, const SocketAddress& address,
@@ -238,6 +245,11 @@ bool PeerListener::isConnectedTo(std::chrono::milliseconds limit) const
 {
     pollfd waiting{.fd = descriptor_, .events = POLLIN, .revents = 0};
     return ::poll(&waiting, 1, static_cast<int>(limit.count())) == 1;
+}
+
+void PeerListener::setBacklog(int backlog) const
+{
+    EXPECT_EQ(::listen(descriptor_, backlog), 0);
 }
 
 void PeerListener::close()

@@ -44,6 +44,8 @@ public:
     /// address is ignored.
     void setRoutes(int interfaceIndex, const SocketAddress& address,
                    std::vector<OutgoingRoute> inTurn);
+    /// Lets lookups of routes take so long, as on a busy computer.
+    void slowDown(std::chrono::milliseconds time);
     void tellChange();
     std::size_t subscriberCount() const;
 
@@ -57,6 +59,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<InterfaceAddress> addresses_;
     mutable std::map<std::pair<int, SocketAddress>, std::vector<OutgoingRoute>> routes_;
+    std::chrono::milliseconds lookupTime_{0};
     std::vector<std::weak_ptr<Subscriber>> subscribers_;
 };
 
@@ -112,6 +115,7 @@ public:
 
     /// Waits until there is a connection to accept; false on timeout.
     bool isConnectedTo(std::chrono::milliseconds limit) const;
+    void setBacklog(int backlog) const;
     void close();
 
 private:
@@ -131,6 +135,9 @@ public:
 
     SocketAddress address() const { return listener_.address(); }
     std::uint16_t port() const { return listener_.port(); }
+
+    /// Answers the requests that come from now on.
+    void answer() const { listener_.setBacklog(16); }
 
 private:
     PeerListener listener_;

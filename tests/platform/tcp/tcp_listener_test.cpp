@@ -346,6 +346,22 @@ TEST(TcpListener, leavesTimeToOthersAfterEachFourConnections)
     });
 }
 
+TEST(TcpListener, doesNothingMoreOnceItIsCancelled)
+{
+    Stage stage;
+    std::uint16_t port = kAnyPort;
+    const auto early = stage.listenAtAKnownPort(port);
+    ASSERT_TRUE(early);
+    stage.run([&] {
+        early->start(stage.queue);
+        early->cancel();
+    });
+    stage.settle();
+    const auto before = processorTime();
+    std::this_thread::sleep_for(kWatch);
+    EXPECT_LT(processorTime() - before, kWatch / 4);
+}
+
 TEST(TcpListener, goesOnWhenTheFirewallRefusesAConnection)
 {
     Stage stage;

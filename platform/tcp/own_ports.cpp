@@ -1,4 +1,4 @@
-#include "platform/tcp/listening_port.h"
+#include "platform/tcp/own_ports.h"
 
 #include "platform/tcp/socket_calls.h"
 #include "platform/values/text.h"
@@ -22,31 +22,64 @@ constexpr PortRange kDefaultEphemeral{.first = 32768, .last = 60999};
 
 } // namespace
 
-std::optional<ListeningPort> ListeningPort::open(TcpContext& context, std::uint16_t port,
-                                                 bool allowsReuse, std::error_code& error,
-                                                 std::string service)
+std::optional<ListeningPort> OwnPorts::open(std::uint16_t port, bool allowsReuse,
+                                            std::error_code& error, std::string service)
 {
-    FileDescriptor socket(openListeningSocket(port, allowsReuse, error, context.reach));
+    FileDescriptor socket(openListeningSocket(port, allowsReuse, error, reach_));
     if (error)
         return std::nullopt;
     const auto number = localPort(socket.get());
-    return ListeningPort{.entry = context.ownPorts.add(number, std::move(service)),
-                         .socket = std::move(socket),
-                         .number = number};
+    return ListeningPort{
+        .entry = add(number, std::move(service)), .socket = std::move(socket), .number = number};
 }
 
-std::optional<ListeningPort> ListeningPort::openForService(TcpContext& context,
-                                                           const std::string& service,
-                                                           bool allowsReuse, std::uint16_t instead)
+std::optional<ListeningPort> OwnPorts::openForService(const std::string& service, bool allowsReuse,
+                                                      std::uint16_t instead)
 {
     for (const auto port : servicePorts(service, ephemeralPorts())) {
         if (port == instead)
             break;
         std::error_code error;
-        if (auto opened = open(context, port, allowsReuse, error, service))
+        if (auto opened = open(port, allowsReuse, error, service))
             return opened;
     }
     return std::nullopt;
+}
+
+std::shared_ptr<void> OwnPorts::add(std::uint16_t port, std::string service)
+{
+    const std::lock_guard lock(mutex_);
+    const auto entry = ports_.insert(ports_.end(), {port, std::move(service), {}});
+    return {this, [this, entry](void*) { remove(entry); }};
+}
+
+bool OwnPorts::contains(std::uint16_t port) const
+{
+    const std::lock_guard lock(mutex_);
+    return std::ranges::find(ports_, port, &Entry::port) != ports_.end();
+}
+
+bool OwnPorts::afterRemoval(const std::string& service, std::function<void()> removed)
+{
+    const std::lock_guard lock(mutex_);
+    const auto position = std::ranges::find_if(ports_, [&service](const Entry& entry) {
+        return canonicallyEqual(entry.service, service);
+    });
+    if (position == ports_.end())
+        return false;
+    position->removed.push_back(std::move(removed));
+    return true;
+}
+
+void OwnPorts::remove(std::list<Entry>::iterator entry)
+{
+    std::list<Entry> removed;
+    {
+        const std::lock_guard lock(mutex_);
+        removed.splice(removed.end(), ports_, entry);
+    }
+    for (const auto& each : removed.front().removed)
+        each();
 }
 
 PortRange ephemeralPorts()

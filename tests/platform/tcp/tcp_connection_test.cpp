@@ -1,5 +1,5 @@
 #include "platform/tcp/socket_calls.h"
-#include "platform/tcp/tcp_stream.h"
+#include "platform/tcp/tcp_connection.h"
 #include "tests/fakes/fake_network.h"
 #include "tests/platform/tcp/refused_calls.h"
 #include "tests/platform/tcp/tcp_backstage.h"
@@ -26,9 +26,26 @@ namespace quillbox {
 
 using namespace std::chrono_literals;
 
-class TcpStreamTest : public Backstage {
+/// Hands over a socket that is connected.
+class Handover final : public Dialler {
+public:
+    explicit Handover(std::unique_ptr<FdWatcher> socket) : socket_(std::move(socket)) {}
+
+    void start(std::shared_ptr<LoopQueue> queue, Handlers handlers) override
+    {
+        queue->post([this, connected = std::move(handlers.connected)]() mutable {
+            connected(std::move(socket_));
+        });
+    }
+    void stop() override {}
+
+private:
+    std::unique_ptr<FdWatcher> socket_;
+};
+
+class TcpConnectionTest : public Backstage {
 protected:
-    TcpStreamTest()
+    TcpConnectionTest()
     {
         const int descriptor = ::dup(accepted.descriptor());
         ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
@@ -39,19 +56,26 @@ protected:
             auto socket = FdWatcher::adopt(queue, observed, FdWatcher::For::Reading, unwatched,
                                            context->sockets->open());
             EXPECT_FALSE(unwatched) << unwatched.message();
-            stream = std::make_shared<TcpStream>(context, LoopQueue::from(queue), std::move(socket),
-                                                 CountedSession());
-            stream->open([this](std::error_code error) {
-                ++failures;
-                firstFailure.set_value(error);
-            });
+            connection = TcpConnection::make(context, std::make_shared<Handover>(std::move(socket)),
+                                             std::weak_ptr<TcpConnection>());
+            connection->setStateUpdateHandler(
+                [this](Connection::State state, std::error_code error) {
+                    if (state == Connection::State::Ready)
+                        ready.set_value();
+                    if (state != Connection::State::Failed)
+                        return;
+                    ++failures;
+                    firstFailure.set_value(error);
+                });
+            connection->start(queue);
         });
+        ready.get_future().wait();
     }
 
-    ~TcpStreamTest() override
+    ~TcpConnectionTest() override
     {
-        if (stream)
-            onQueue([this] { stream->close(Ending::EndOfStream); });
+        if (connection)
+            onQueue([this] { connection->cancel(); });
         pool.shutdown();
     }
 
@@ -59,8 +83,8 @@ protected:
     {
         auto sent = std::make_shared<std::promise<std::error_code>>();
         onQueue([&] {
-            stream->send(makeContent(bytes),
-                         [sent](std::error_code error) { sent->set_value(error); });
+            connection->send(makeContent(bytes),
+                             [sent](std::error_code error) { sent->set_value(error); });
         });
         return sent->get_future();
     }
@@ -70,11 +94,11 @@ protected:
     {
         auto received = std::make_shared<std::promise<std::string>>();
         onQueue([this, received, minimum, maximum] {
-            stream->receive(minimum, maximum,
-                            [received](Content content, bool, std::error_code error) {
-                                EXPECT_FALSE(error) << error.message();
-                                received->set_value(textOf(content));
-                            });
+            connection->receive(minimum, maximum,
+                                [received](Content content, bool, std::error_code error) {
+                                    EXPECT_FALSE(error) << error.message();
+                                    received->set_value(textOf(content));
+                                });
         });
         return received->get_future();
     }
@@ -82,13 +106,14 @@ protected:
     PeerListener listener;
     Peer peer = connectPeer(listener.port());
     Peer accepted = listener.accept();
-    std::shared_ptr<TcpStream> stream;
-    int observed = -1; ///< the stream's socket
+    std::shared_ptr<Connection> connection;
+    int observed = -1; ///< its socket
     int failures = 0;  ///< used on the queue
+    std::promise<void> ready;
     std::promise<std::error_code> firstFailure;
 };
 
-TEST_F(TcpStreamTest, borrowsNoPipesAnyMoreOnceASpliceWasRefused)
+TEST_F(TcpConnectionTest, borrowsNoPipesAnyMoreOnceASpliceWasRefused)
 {
     bool isRefused = false;
     onQueue([&isRefused] { isRefused = refuseCalls(SYS_splice, EINVAL); });
@@ -110,7 +135,7 @@ TEST_F(TcpStreamTest, borrowsNoPipesAnyMoreOnceASpliceWasRefused)
     EXPECT_FALSE(context->pipes->borrow());
 }
 
-TEST_F(TcpStreamTest, occupiesNoBufferWhileAReceiveWaits)
+TEST_F(TcpConnectionTest, occupiesNoBufferWhileAReceiveWaits)
 {
     // A read that got all it asked for does not know that there is no more, so the next receive
     // reads once before it waits.
@@ -123,7 +148,7 @@ TEST_F(TcpStreamTest, occupiesNoBufferWhileAReceiveWaits)
     EXPECT_EQ(take(std::move(received)), "def");
 }
 
-TEST_F(TcpStreamTest, keepsTheBufferOfAReceiveThatHasLessThanItsMinimum)
+TEST_F(TcpConnectionTest, keepsTheBufferOfAReceiveThatHasLessThanItsMinimum)
 {
     auto received = receive(6);
     ASSERT_TRUE(peer.send("abc"));
@@ -132,7 +157,7 @@ TEST_F(TcpStreamTest, keepsTheBufferOfAReceiveThatHasLessThanItsMinimum)
     EXPECT_EQ(take(std::move(received)), "abcdef");
 }
 
-TEST_F(TcpStreamTest, receivesNoMoreThanTheLargestContent)
+TEST_F(TcpConnectionTest, receivesNoMoreThanTheLargestContent)
 {
     const auto bytes = pattern(2 * kMaximumContentSize);
     std::thread sender([this, &bytes] { EXPECT_TRUE(peer.send(bytes)); });
@@ -142,7 +167,7 @@ TEST_F(TcpStreamTest, receivesNoMoreThanTheLargestContent)
     sender.join();
 }
 
-TEST_F(TcpStreamTest, receivesAllThatIsThereOnceAReceiveHasFilledItsBuffer)
+TEST_F(TcpConnectionTest, receivesAllThatIsThereOnceAReceiveHasFilledItsBuffer)
 {
     const auto bytes = pattern(ChunkPool::kSmallSize + 48UL * 1024);
     ASSERT_TRUE(peer.send(bytes));
@@ -151,7 +176,7 @@ TEST_F(TcpStreamTest, receivesAllThatIsThereOnceAReceiveHasFilledItsBuffer)
     EXPECT_EQ(take(receive()).size(), 48UL * 1024);
 }
 
-TEST_F(TcpStreamTest, usesAPipeFor64KiBAndMore)
+TEST_F(TcpConnectionTest, usesAPipeFor64KiBAndMore)
 {
     for (const std::size_t size : {64UL * 1024 - 1, 64UL * 1024}) {
         ASSERT_TRUE(peer.send(pattern(ChunkPool::kSmallSize + size)));
@@ -159,11 +184,11 @@ TEST_F(TcpStreamTest, usesAPipeFor64KiBAndMore)
         EXPECT_EQ(take(receive()).size(), ChunkPool::kSmallSize);
         std::promise<std::size_t> inPipes;
         onQueue([&] {
-            stream->receive(1, kMaximumContentSize,
-                            [&](const Content& content, bool, std::error_code) {
-                                inPipes.set_value(context->pipes->lent());
-                                EXPECT_EQ(content.size(), size);
-                            });
+            connection->receive(1, kMaximumContentSize,
+                                [&](const Content& content, bool, std::error_code) {
+                                    inPipes.set_value(context->pipes->lent());
+                                    EXPECT_EQ(content.size(), size);
+                                });
         });
         EXPECT_EQ(take(inPipes.get_future()), size < 64UL * 1024 ? 0U : 1U);
         // After a pipe, much more may be there; after a buffer that was not full, it is not.
@@ -179,7 +204,7 @@ TEST_F(TcpStreamTest, usesAPipeFor64KiBAndMore)
     }
 }
 
-TEST_F(TcpStreamTest, waitsForItsMinimumThoughAPipeWouldHoldWhatIsThere)
+TEST_F(TcpConnectionTest, waitsForItsMinimumThoughAPipeWouldHoldWhatIsThere)
 {
     ASSERT_TRUE(peer.send(pattern(ChunkPool::kSmallSize + 64UL * 1024)));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
@@ -190,17 +215,17 @@ TEST_F(TcpStreamTest, waitsForItsMinimumThoughAPipeWouldHoldWhatIsThere)
     EXPECT_EQ(take(std::move(received)).size(), 100UL * 1024);
 }
 
-TEST_F(TcpStreamTest, takesASendFromTheCompletionOfOneThatWaited)
+TEST_F(TcpConnectionTest, takesASendFromTheCompletionOfOneThatWaited)
 {
     // More than the buffers of both sockets hold.
     const std::string many(32 * kMaximumContentSize, 'x');
     auto first = std::make_shared<std::promise<std::error_code>>();
     auto second = std::make_shared<std::promise<std::error_code>>();
     onQueue([&] {
-        stream->send(makeContent(many), [this, first, second](std::error_code error) {
+        connection->send(makeContent(many), [this, first, second](std::error_code error) {
             first->set_value(error);
-            stream->send(makeContent("end"),
-                         [second](std::error_code failure) { second->set_value(failure); });
+            connection->send(makeContent("end"),
+                             [second](std::error_code failure) { second->set_value(failure); });
         });
     });
     const auto all = peer.receiveExactly(many.size());
@@ -210,7 +235,7 @@ TEST_F(TcpStreamTest, takesASendFromTheCompletionOfOneThatWaited)
     EXPECT_EQ(peer.receiveExactly(3), "end");
 }
 
-TEST_F(TcpStreamTest, endsWithTheErrorOfASplice)
+TEST_F(TcpConnectionTest, endsWithTheErrorOfASplice)
 {
     bool isRefused = false;
     onQueue([&isRefused] { isRefused = refuseCalls(SYS_splice, ECONNRESET); });
@@ -223,28 +248,33 @@ TEST_F(TcpStreamTest, endsWithTheErrorOfASplice)
     EXPECT_EQ(take(firstFailure.get_future()), std::errc::connection_reset);
 }
 
-TEST_F(TcpStreamTest, knowsThatItWasUsedThoughNothingMoreComes)
+TEST_F(TcpConnectionTest, endsInOrderIfItHasReceivedThoughNothingMoreCame)
 {
     ASSERT_TRUE(peer.send("a"));
     EXPECT_EQ(take(receive()), "a");
-    peer.reset();
     onQueue([this] {
-        stream->receive(1, 1, [](const Content&, bool, std::error_code error) {
-            EXPECT_EQ(error, std::errc::connection_reset);
+        connection->receive(1, 1, [](const Content&, bool, std::error_code error) {
+            EXPECT_EQ(error, std::errc::operation_canceled);
         });
+        connection->cancel();
     });
-    EXPECT_EQ(take(firstFailure.get_future()), std::errc::connection_reset);
-    onQueue([this] { EXPECT_TRUE(stream->wasUsed()); });
+    bool isClean = false;
+    EXPECT_EQ(peer.receiveAll(isClean), "");
+    EXPECT_TRUE(isClean);
 }
 
-TEST_F(TcpStreamTest, knowsThatItWasUsedThoughItCannotSendMore)
+TEST_F(TcpConnectionTest, endsInOrderIfItHasSentThoughItCannotSendMore)
 {
-    const auto pending = send(std::string(32 * kMaximumContentSize, 'x'));
-    onQueue([this] { EXPECT_TRUE(stream->wasUsed()); });
+    const std::string many(32 * kMaximumContentSize, 'x');
+    const auto pending = send(many);
     EXPECT_EQ(pending.wait_for(0ms), std::future_status::timeout);
+    onQueue([this] { connection->cancel(); });
+    bool isClean = false;
+    EXPECT_EQ(peer.receiveAll(isClean).size(), many.size());
+    EXPECT_TRUE(isClean);
 }
 
-TEST_F(TcpStreamTest, leavesTimeToOthersAfterALargeSend)
+TEST_F(TcpConnectionTest, leavesTimeToOthersAfterALargeSend)
 {
     const int room = 4 * static_cast<int>(kMaximumContentSize);
     if (::setsockopt(observed, SOL_SOCKET, SO_SNDBUFFORCE, &room, sizeof room) != 0)
@@ -262,7 +292,7 @@ TEST_F(TcpStreamTest, leavesTimeToOthersAfterALargeSend)
     });
     queue->async([&] {
         EXPECT_EQ(::eventfd_write(watch->descriptor(), 1), 0);
-        stream->send(makeContent(pattern(kMaximumContentSize)), [](std::error_code) {});
+        connection->send(makeContent(pattern(kMaximumContentSize)), [](std::error_code) {});
         other->async([&] {
             events.emplace_back("closure");
             done.set_value();
@@ -272,10 +302,10 @@ TEST_F(TcpStreamTest, leavesTimeToOthersAfterALargeSend)
     pool.shutdown();
     EXPECT_EQ(events, (std::vector<std::string>{"event", "closure"}));
     watch->cancelWaits();
-    stream.reset();
+    connection.reset();
 }
 
-TEST_F(TcpStreamTest, closesAtOnceBehindThePeersEnd)
+TEST_F(TcpConnectionTest, closesAtOnceBehindThePeersEnd)
 {
     const std::string piece(64UL * 1024, 'x');
     auto pending = send(piece);
@@ -287,12 +317,12 @@ TEST_F(TcpStreamTest, closesAtOnceBehindThePeersEnd)
     peer.shutDownSending();
     EXPECT_EQ(take(receive()), "");
     onQueue([this] {
-        stream->close(Ending::EndOfStream);
+        connection->cancel();
         EXPECT_EQ(context->sockets->openCount(), 0U) << "no more input can cause a reset";
     });
 }
 
-TEST_F(TcpStreamTest, tellsAFailureWhoseErrorIsNotKnown)
+TEST_F(TcpConnectionTest, tellsAFailureWhoseErrorIsNotKnown)
 {
     onQueue([this] {
         peer.reset();
@@ -303,21 +333,21 @@ TEST_F(TcpStreamTest, tellsAFailureWhoseErrorIsNotKnown)
     EXPECT_EQ(take(firstFailure.get_future()), std::errc::connection_reset);
 }
 
-TEST_F(TcpStreamTest, tellsNoFailureAfterItWasClosed)
+TEST_F(TcpConnectionTest, tellsNoFailureAfterItWasClosed)
 {
     onQueue([this] {
         peer.reset();
         pollfd reset{.fd = observed, .events = 0, .revents = 0};
         EXPECT_EQ(::poll(&reset, 1, -1), 1);
         // Finds the reset, and queues the report behind this.
-        stream->send(makeContent("x"), [](std::error_code error) { EXPECT_TRUE(error); });
-        stream->close(Ending::EndOfStream);
+        connection->send(makeContent("x"), [](std::error_code error) { EXPECT_TRUE(error); });
+        connection->cancel();
     });
     settle();
     EXPECT_EQ(failures, 0);
 }
 
-TEST_F(TcpStreamTest, refusesAContentWhoseBytesItCannotReach)
+TEST_F(TcpConnectionTest, refusesAContentWhoseBytesItCannotReach)
 {
     class Elsewhere final : public ContentStorage {
         std::size_t size() const override { return 4; }
@@ -325,8 +355,8 @@ TEST_F(TcpStreamTest, refusesAContentWhoseBytesItCannotReach)
     };
     std::promise<std::error_code> sent;
     onQueue([&] {
-        stream->send(Content(std::make_unique<Elsewhere>()),
-                     [&sent](std::error_code error) { sent.set_value(error); });
+        connection->send(Content(std::make_unique<Elsewhere>()),
+                         [&sent](std::error_code error) { sent.set_value(error); });
     });
     EXPECT_EQ(take(sent.get_future()), std::errc::invalid_argument);
 }
