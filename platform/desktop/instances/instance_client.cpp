@@ -114,8 +114,7 @@ public:
     {
     }
 
-    std::int64_t processIdentifier() const override { return registration.processIdentifier; }
-    std::optional<LaunchDate> launchDate() const override { return registration.launchDate; }
+    Launch launch() const override { return registration.launch; }
     bool isTerminated() const override { return !isRunning(registration); }
 
     bool activate() override

@@ -1,13 +1,8 @@
 #include "platform/desktop/instances/local_socket.h"
 
-#include <array>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include "platform/posix/local_listener.h"
 
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 namespace quillbox {
 
@@ -16,35 +11,21 @@ namespace {
 constexpr int kBacklog = 64;
 constexpr mode_t kSocketMode = 0600;
 
-FileDescriptor makeSocket()
+std::string pathOf(int folder, const std::string& name)
 {
-    return FileDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-}
-
-bool makeAddress(int folder, const std::string& name, sockaddr_un& address)
-{
-    const std::string path = "/proc/self/fd/" + std::to_string(folder) + '/' + name;
-    address = {};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) {
-        errno = ENAMETOOLONG;
-        return false;
-    }
-    std::memcpy(address.sun_path, path.data(), path.size());
-    return true;
+    return "/proc/self/fd/" + std::to_string(folder) + '/' + name;
 }
 
 } // namespace
 
 FileDescriptor listenAt(int folder, const std::string& name)
 {
-    FileDescriptor socket = makeSocket();
-    sockaddr_un address{};
-    if (!socket.isOpen() || !makeAddress(folder, name, address))
+    FileDescriptor socket = makeLocalSocket();
+    if (!socket.isOpen())
         return {};
     // bind() creates the file with the socket's mode.
     ::fchmod(socket.get(), kSocketMode);
-    if (::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0
+    if (!callWithAddress(::bind, socket, pathOf(folder, name))
         || ::listen(socket.get(), kBacklog) != 0)
         return {};
     return socket;
@@ -52,11 +33,10 @@ FileDescriptor listenAt(int folder, const std::string& name)
 
 Reached connectTo(int folder, const std::string& name, FileDescriptor& connection)
 {
-    FileDescriptor socket = makeSocket();
-    sockaddr_un address{};
-    if (!socket.isOpen() || !makeAddress(folder, name, address))
+    FileDescriptor socket = makeLocalSocket();
+    if (!socket.isOpen())
         return Reached::Busy;
-    if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {
+    if (callWithAddress(::connect, socket, pathOf(folder, name))) {
         connection = std::move(socket);
         return Reached::Connected;
     }

@@ -2,17 +2,19 @@
 
 #include "platform/desktop/instances/local_socket.h"
 #include "platform/posix/file_lock.h"
+#include "platform/values/text.h"
 
 #include <QByteArray>
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -25,7 +27,7 @@ namespace {
 constexpr mode_t kFolderMode = 0700;
 constexpr const char* kLockName = "lock";
 constexpr mode_t kLockMode = 0600;
-constexpr std::string_view kSuffix = ".socket";
+constexpr const char* kEnding = "socket";
 constexpr std::size_t kDateDigits = 20;
 
 /// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
@@ -113,11 +115,11 @@ std::chrono::nanoseconds now()
 }
 
 /// "DATE-PID.socket", with the date in nanoseconds, zero-padded so that names sort by date.
-std::string fileNameOf(std::chrono::nanoseconds launchDate, std::int64_t processIdentifier)
+std::string fileNameOf(std::chrono::nanoseconds date, std::int64_t processIdentifier)
 {
-    const std::string date = std::to_string(launchDate.count());
-    return std::string(kDateDigits - std::min(kDateDigits, date.size()), '0') + date + '-'
-           + std::to_string(processIdentifier) + std::string(kSuffix);
+    const std::string digits = std::to_string(date.count());
+    return std::string(kDateDigits - std::min(kDateDigits, digits.size()), '0') + digits + '-'
+           + std::to_string(processIdentifier) + '.' + kEnding;
 }
 
 std::optional<std::int64_t> numberIn(std::string_view text)
@@ -132,34 +134,27 @@ std::optional<std::int64_t> numberIn(std::string_view text)
 std::optional<Registration> registrationNamed(std::string_view fileName,
                                               std::shared_ptr<const FileDescriptor> folder)
 {
-    std::string_view text = fileName;
-    if (!text.ends_with(kSuffix) || text.size() <= kDateDigits || text[kDateDigits] != '-')
+    std::string_view ending = fileName;
+    const std::string_view digits = takePart(ending, '-');
+    const auto date = numberIn(digits);
+    const auto process = numberIn(takePart(ending, '.'));
+    if (!date || digits.size() != kDateDigits || !process || ending != kEnding)
         return std::nullopt;
-    text.remove_suffix(kSuffix.size());
-    const auto date = numberIn(text.substr(0, kDateDigits));
-    const auto process = numberIn(text.substr(kDateDigits + 1));
-    if (!date || !process)
-        return std::nullopt;
-    return Registration{.folder = std::move(folder),
-                        .fileName = std::string(fileName),
-                        .processIdentifier = *process,
-                        .launchDate = std::chrono::nanoseconds(*date)};
+    return Registration{
+        .folder = std::move(folder),
+        .fileName = std::string(fileName),
+        .launch = {.date = std::chrono::nanoseconds(*date), .processIdentifier = *process}};
 }
 
 std::vector<Registration> registrationsIn(const std::shared_ptr<const FileDescriptor>& folder)
 {
-    struct Close {
-        void operator()(DIR* directory) const { ::closedir(directory); }
-    };
     std::vector<Registration> found;
-    const int copy = ::openat(folder->get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, Close> directory(copy < 0 ? nullptr : ::fdopendir(copy));
-    if (!directory)
-        return found;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread uses this stream
-    while (const dirent* entry = ::readdir(directory.get())) {
-        if (auto each = registrationNamed(static_cast<const char*>(entry->d_name), folder))
-            found.push_back(std::move(*each));
+    std::error_code error;
+    const std::string path = "/proc/self/fd/" + std::to_string(folder->get());
+    for (std::filesystem::directory_iterator each(path, error), end; !error && each != end;
+         each.increment(error)) {
+        if (auto registration = registrationNamed(each->path().filename().native(), folder))
+            found.push_back(std::move(*registration));
     }
     return found;
 }
@@ -197,8 +192,8 @@ std::optional<OwnRegistration> addRegistration(const RuntimeFolders& folders,
             problem = path + ": " + obstacle;
             continue;
         }
-        const auto date = now();
-        const std::string name = fileNameOf(date, ::getpid());
+        const Launch launch{.date = now(), .processIdentifier = ::getpid()};
+        const std::string name = fileNameOf(*launch.date, launch.processIdentifier);
         FileDescriptor socket = listenAt(folder->get(), name);
         if (!socket.isOpen()) {
             problem = path + ": " + reasonOf(errno);
@@ -206,11 +201,9 @@ std::optional<OwnRegistration> addRegistration(const RuntimeFolders& folders,
         }
         // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
         ::flock(folder->get(), LOCK_SH | LOCK_NB);
-        return OwnRegistration{.registration = {.folder = std::move(folder),
-                                                .fileName = name,
-                                                .processIdentifier = ::getpid(),
-                                                .launchDate = date},
-                               .socket = std::move(socket)};
+        return OwnRegistration{
+            .registration = {.folder = std::move(folder), .fileName = name, .launch = launch},
+            .socket = std::move(socket)};
     }
     return std::nullopt;
 }

@@ -1,9 +1,8 @@
 #pragma once
 
 #include "platform/posix/file_descriptor.h"
+#include "platform/running_applications.h"
 
-#include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,8 +30,7 @@ std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
 struct Registration {
     std::shared_ptr<const FileDescriptor> folder; ///< which contains the socket; open
     std::string fileName;                         ///< sorts by launch date
-    std::int64_t processIdentifier = 0;
-    std::chrono::nanoseconds launchDate{0}; ///< CLOCK_BOOTTIME
+    Launch launch = {};
 };
 
 /// The registration of this process and its listening socket. The instance counts as running
