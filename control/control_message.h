@@ -31,8 +31,6 @@ struct ControlRequest {
     ControlCommand command = ControlCommand::Status;
     std::optional<std::string> phone = {}; ///< UTF-8; nullopt: the only phone
 
-    void describe(JsonForm& form);
-
     bool operator==(const ControlRequest&) const = default;
 };
 
@@ -51,8 +49,6 @@ struct ControlAnswer {
     std::string text = {};                   ///< for the user; may contain text from the network
     std::vector<std::string> phones = {};    ///< the names to choose from, if there is a choice
     std::optional<HelperStatus> status = {}; ///< the answer to ControlCommand::Status
-
-    void describe(JsonForm& form);
 
     bool operator==(const ControlAnswer&) const = default;
 };

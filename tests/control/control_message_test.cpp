@@ -1,5 +1,4 @@
 #include "control/control_message.h"
-#include "control/json_form.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -124,26 +123,26 @@ TEST(ControlMessage, onlyTheExactFormOfAnAnswerIsUnderstood)
 
 TEST(ControlMessage, aStatusOfAnotherFormIsNotUnderstood)
 {
-    const QJsonObject good = JsonForm::of(sampleStatus());
-    EXPECT_EQ(JsonForm::read<HelperStatus>(good), sampleStatus());
+    const QJsonObject good = jsonOf(sampleStatus());
+    EXPECT_EQ(helperStatusIn(good), sampleStatus());
     for (const QString& key : good.keys()) {
         QJsonObject without = good;
         without.remove(key);
-        EXPECT_EQ(JsonForm::read<HelperStatus>(without).has_value(), key == QStringLiteral("hint"))
+        EXPECT_EQ(helperStatusIn(without).has_value(), key == QStringLiteral("hint"))
             << key.toStdString();
         QJsonObject other = good;
         other.insert(key, QJsonValue());
-        EXPECT_FALSE(JsonForm::read<HelperStatus>(other)) << key.toStdString();
+        EXPECT_FALSE(helperStatusIn(other)) << key.toStdString();
     }
     QJsonObject negative = good;
     negative.insert(QStringLiteral("sessions"), -1);
-    EXPECT_FALSE(JsonForm::read<HelperStatus>(negative));
+    EXPECT_FALSE(helperStatusIn(negative));
     QJsonObject fraction = good;
     fraction.insert(QStringLiteral("bytesToPhone"), 1.5);
-    EXPECT_FALSE(JsonForm::read<HelperStatus>(fraction));
+    EXPECT_FALSE(helperStatusIn(fraction));
     QJsonObject phones = good;
     phones.insert(QStringLiteral("phones"), QJsonArray{QStringLiteral("Quillbox")});
-    EXPECT_FALSE(JsonForm::read<HelperStatus>(phones));
+    EXPECT_FALSE(helperStatusIn(phones));
 }
 
 TEST(ControlMessage, commandsHaveTheNamesOfTheCommandLine)
