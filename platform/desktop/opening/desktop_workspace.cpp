@@ -40,16 +40,14 @@ public:
 
     void open(const std::string& url, const std::string& permission, Opened opened) override
     {
-        if (isEncoded(url) && url.starts_with("smb://"))
-            withToken(permission, [this, url, opened = std::move(opened)](const auto& token) {
-                openShare(url, token, opened);
-            });
-        else if (isEncoded(url) && url.starts_with("https://"))
-            withToken(permission, [this, url, opened = std::move(opened)](const auto& token) {
-                openPage(url, token, opened);
-            });
-        else
-            refuse(url, opened);
+        const bool isShare = url.starts_with("smb://");
+        if (!isEncoded(url) || !(isShare || url.starts_with("https://")))
+            return refuse(url, opened);
+        tokens.request(permission, [context = QPointer(&guard), this, isShare, url,
+                                    opened = std::move(opened)](const std::string& token) {
+            if (context)
+                isShare ? openShare(url, token, opened) : openPage(url, token, opened);
+        });
     }
 
     /// On Wayland, beep() of Qt 6.4 and 6.8 does nothing.
@@ -62,15 +60,6 @@ public:
     }
 
 private:
-    void withToken(const std::string& permission, ActivationTokens::Given use)
-    {
-        tokens.request(permission,
-                       [context = QPointer(&guard), use = std::move(use)](const auto& token) {
-                           if (context)
-                               use(token);
-                       });
-    }
-
     void openShare(const std::string& url, const std::string& token, const Opened& opened)
     {
         smbOpener.open(url, token, [this, opened](const std::optional<std::string>& reason) {
@@ -82,9 +71,7 @@ private:
 
     void openPage(const std::string& url, const std::string& token, const Opened& opened)
     {
-        Inheritance inherited = inheritance;
-        inherited.environment = withActivationToken(std::move(inherited.environment), token);
-        if (startDetached({kOpener, url}, inherited))
+        if (startDetached({kOpener, url}, withActivationToken(inheritance, token)))
             return report(kNoPage, std::nullopt, opened);
         printToStandardError(std::string("quillbox-helper: cannot start ") + kOpener + " to open "
                              + url);
