@@ -55,19 +55,6 @@ int print(const std::string& text)
     return isPrinted ? exit_status::kDone : exit_status::kFailed;
 }
 
-dnssd::DnsSdMode modeOf(DnsSdChoice choice)
-{
-    switch (choice) {
-    case DnsSdChoice::Daemon:
-        return dnssd::DnsSdMode::Daemon;
-    case DnsSdChoice::Embedded:
-        return dnssd::DnsSdMode::Embedded;
-    case DnsSdChoice::Automatic:
-        break;
-    }
-    return dnssd::DnsSdMode::Automatic;
-}
-
 /// Without a display Qt warns about each window operation that the platform plugin lacks.
 void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
                              const QString& message)
@@ -81,18 +68,13 @@ void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
 bool choosePlatform()
 {
     const Display display = probeDisplay();
-    switch (display) {
-    case Display::Any:
-        break;
-    case Display::Wayland:
+    if (display == Display::Wayland)
         qputenv("QT_QPA_PLATFORM", "wayland");
-        break;
-    case Display::None:
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        qInstallMessageHandler(printUnlessAboutWindows);
-        break;
-    }
-    return display != Display::None;
+    if (display != Display::None)
+        return true;
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qInstallMessageHandler(printUnlessAboutWindows);
+    return false;
 }
 
 /// Qt's platform theme for GNOME loads GTK, whose accessibility bridge registers for the whole
@@ -166,7 +148,7 @@ int run(const Options& options, char** arguments)
     const auto mainQueue = makeMainQueue();
     auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
     const StartSettings settings = startSettings(options.start, *userDefaults);
-    LinuxPlatform platform(mainQueue->queue(), modeOf(settings.dnsSd), settings.reach, *log);
+    LinuxPlatform platform(mainQueue->queue(), settings.dnsSd, settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
     const FileBrowserMeans browser{.bus = sessionBus, .inheritance = inheritance, .log = *log};
     const auto smbOpener = makeSmbOpener(platform, browser);
@@ -329,9 +311,9 @@ int perform(const Options& options, char** arguments)
     return run(options, arguments);
 }
 
-int refuse(const OptionsError& error)
+int refuse(const std::string& mistake)
 {
-    printToStandardError("quillbox-helper: " + error.text);
+    printToStandardError("quillbox-helper: " + mistake);
     printToStandardError("Try 'quillbox-helper --help'.");
     return exit_status::kUsage;
 }
@@ -346,5 +328,5 @@ int main(int argumentCount, char** arguments)
     const auto parsed = quillbox::parseOptions(all.empty() ? all : all.subspan(1));
     if (const auto* options = std::get_if<quillbox::Options>(&parsed))
         return quillbox::perform(*options, arguments);
-    return quillbox::refuse(*std::get_if<quillbox::OptionsError>(&parsed));
+    return quillbox::refuse(*std::get_if<std::string>(&parsed));
 }

@@ -16,9 +16,9 @@ constexpr const char* kDnsSdKey = "dnsSd";
 
 } // namespace
 
-const char* nameOf(DnsSdChoice choice)
+const char* nameOf(DnsSdMode mode)
 {
-    return kDnsSdNames.at(static_cast<std::size_t>(choice)).data();
+    return kDnsSdNames.at(static_cast<std::size_t>(mode)).data();
 }
 
 StartSettings startSettings(const StartOptions& options, UserDefaults& store)
@@ -39,7 +39,7 @@ StartSettings startSettings(const StartOptions& options, UserDefaults& store)
     settings.dnsSd =
         options.dnsSd
             ? *options.dnsSd
-            : valueNamed<DnsSdChoice>(store.choiceForKey(kDnsSdKey, kDnsSdNames), kDnsSdNames)
+            : valueNamed<DnsSdMode>(store.choiceForKey(kDnsSdKey, kDnsSdNames), kDnsSdNames)
                   .value_or(settings.dnsSd);
     return settings;
 }

@@ -1,27 +1,17 @@
 #pragma once
 
 #include "platform/user_defaults.h"
+#include "platform/values/dns_sd_mode.h"
 #include "platform/values/reach.h"
 
 #include <algorithm>
-#include <array>
 #include <optional>
 #include <span>
 #include <string_view>
 
 namespace quillbox {
 
-/// The DNS-SD engine.
-enum class DnsSdChoice {
-    Automatic, ///< avahi-daemon while it answers, else the embedded engine
-    Daemon,
-    Embedded,
-};
-
-/// The names of the choices, as on the command line and in the settings; the first is the default.
-inline constexpr std::array<std::string_view, 3> kDnsSdNames{"auto", "daemon", "embedded"};
-
-const char* nameOf(DnsSdChoice choice);
+const char* nameOf(DnsSdMode mode);
 
 /// The enumerator of that name; `names` has those of all, in their order.
 template <typename Value>
@@ -36,7 +26,7 @@ std::optional<Value> valueNamed(std::string_view name, std::span<const std::stri
 /// those of the window, so that a start at login does what the last start by hand was told.
 struct StartSettings {
     Reach reach = Reach::Network;
-    DnsSdChoice dnsSd = DnsSdChoice::Automatic;
+    DnsSdMode dnsSd = DnsSdMode::Automatic;
 
     bool operator==(const StartSettings&) const = default;
 };
@@ -44,7 +34,7 @@ struct StartSettings {
 /// What the command line says of them.
 struct StartOptions {
     std::optional<Reach> reach = {};
-    std::optional<DnsSdChoice> dnsSd = {};
+    std::optional<DnsSdMode> dnsSd = {};
 
     bool operator==(const StartOptions&) const = default;
 };

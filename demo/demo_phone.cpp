@@ -34,7 +34,7 @@ struct Options {
     std::string name;
     std::uint16_t filePort = 0;
     std::uint16_t managementPort = 0;
-    dnssd::DnsSdMode mode = dnssd::DnsSdMode::Automatic;
+    DnsSdMode mode = DnsSdMode::Automatic;
     Reach reach = Reach::ThisComputer;
 };
 
@@ -47,14 +47,14 @@ std::optional<std::uint16_t> portFrom(std::string_view text)
     return port;
 }
 
-std::optional<dnssd::DnsSdMode> modeFrom(std::string_view text)
+std::optional<DnsSdMode> modeFrom(std::string_view text)
 {
     if (text == "auto")
-        return dnssd::DnsSdMode::Automatic;
+        return DnsSdMode::Automatic;
     if (text == "daemon")
-        return dnssd::DnsSdMode::Daemon;
+        return DnsSdMode::Daemon;
     if (text == "embedded")
-        return dnssd::DnsSdMode::Embedded;
+        return DnsSdMode::Embedded;
     return std::nullopt;
 }
 

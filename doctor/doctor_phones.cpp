@@ -90,16 +90,16 @@ Finding reachFinding(Reach reach)
                          "with 'quillbox-helper --this-computer-only=off' changes that.");
 }
 
-Finding engineFinding(DnsSdChoice choice, const SystemFacts& system)
+Finding engineFinding(DnsSdMode mode, const SystemFacts& system)
 {
     const std::string change = "; a start with 'quillbox-helper --dns-sd=auto' changes that.";
-    switch (choice) {
-    case DnsSdChoice::Automatic:
+    switch (mode) {
+    case DnsSdMode::Automatic:
         return ok(kSettings, "The helper uses avahi-daemon if it is running, otherwise the "
                              "embedded engine.");
-    case DnsSdChoice::Embedded:
+    case DnsSdMode::Embedded:
         return ok(kSettings, "The helper uses only its embedded engine" + change);
-    case DnsSdChoice::Daemon:
+    case DnsSdMode::Daemon:
         break;
     }
     using Avahi = AvahiFacts::State;

@@ -38,7 +38,7 @@ struct LinuxPlatform::Backends {
     const std::unique_ptr<ServiceLocator> locator;
 };
 
-LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode chosen,
+LinuxPlatform::LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, DnsSdMode chosen,
                              Reach chosenReach, Log& platformLog)
     : ownMainQueue(std::move(mainQueue)), mode(chosen), reach(chosenReach), log(platformLog)
 {

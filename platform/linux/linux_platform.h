@@ -33,8 +33,7 @@ class LinuxPlatform final : public Dispatch,
 public:
     /// `reach` limits from where listeners can be reached and where they are advertised. `log` must
     /// outlive the platform.
-    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, dnssd::DnsSdMode mode, Reach reach,
-                  Log& log);
+    LinuxPlatform(std::shared_ptr<DispatchQueue> mainQueue, DnsSdMode mode, Reach reach, Log& log);
 
     /// Shuts down.
     ~LinuxPlatform() override;
@@ -72,7 +71,7 @@ private:
 
     mutable DispatchPool pool;
     const std::shared_ptr<DispatchQueue> ownMainQueue;
-    const dnssd::DnsSdMode mode;
+    const DnsSdMode mode;
     const Reach reach;
     Log& log;
     bool isShutDown = false; ///< used on the main thread only

@@ -128,8 +128,8 @@ PhonesFacts surveyPhones(const std::string& type, std::chrono::milliseconds brow
     const auto monitor = makeNetworkMonitor(pool);
     const auto log = makeStandardErrorLog({});
     const auto queue = pool.makeQueue("doctor.dns-sd", QualityOfService::Utility);
-    const auto dnsSd = makeDnsSd(dnssd::makeEngine(dnssd::DnsSdMode::Automatic, queue, *log), queue,
-                                 *monitor, *log);
+    const auto dnsSd =
+        makeDnsSd(dnssd::makeEngine(DnsSdMode::Automatic, queue, *log), queue, *monitor, *log);
     const PhoneSurvey survey(*dnsSd, pool.makeQueue("doctor.phones", QualityOfService::Utility),
                              type);
     // Nothing signals that every phone has answered, so this always takes the whole time.

@@ -9,7 +9,7 @@ namespace quillbox {
 
 namespace {
 
-using Parsed = std::variant<Options, OptionsError>;
+using Parsed = std::variant<Options, std::string>;
 
 Parsed parse(const std::vector<const char*>& arguments)
 {
@@ -23,8 +23,8 @@ Parsed action(Options::Action action)
 
 std::string errorOf(const Parsed& result)
 {
-    const auto* error = std::get_if<OptionsError>(&result);
-    return error ? error->text : "";
+    const auto* error = std::get_if<std::string>(&result);
+    return error ? *error : "";
 }
 
 TEST(Options, withoutArgumentsTheHelperRuns)
@@ -51,11 +51,11 @@ Parsed start(const StartOptions& options)
 
 TEST(Options, theDnsSdEngineCanBeChosen)
 {
-    EXPECT_EQ(parse({"--dns-sd=auto"}), start({.dnsSd = DnsSdChoice::Automatic}));
-    EXPECT_EQ(parse({"--dns-sd=daemon"}), start({.dnsSd = DnsSdChoice::Daemon}));
-    EXPECT_EQ(parse({"--dns-sd=embedded"}), start({.dnsSd = DnsSdChoice::Embedded}));
+    EXPECT_EQ(parse({"--dns-sd=auto"}), start({.dnsSd = DnsSdMode::Automatic}));
+    EXPECT_EQ(parse({"--dns-sd=daemon"}), start({.dnsSd = DnsSdMode::Daemon}));
+    EXPECT_EQ(parse({"--dns-sd=embedded"}), start({.dnsSd = DnsSdMode::Embedded}));
     EXPECT_EQ(parse({"--dns-sd=daemon", "--dns-sd=embedded"}),
-              start({.dnsSd = DnsSdChoice::Embedded}));
+              start({.dnsSd = DnsSdMode::Embedded}));
 }
 
 TEST(Options, otherComputersCanBeLeftOutAndLetInAgain)
@@ -64,7 +64,7 @@ TEST(Options, otherComputersCanBeLeftOutAndLetInAgain)
     EXPECT_EQ(parse({"--this-computer-only=on"}), start({.reach = Reach::ThisComputer}));
     EXPECT_EQ(parse({"--this-computer-only=off"}), start({.reach = Reach::Network}));
     EXPECT_EQ(parse({"--this-computer-only", "--dns-sd=daemon"}),
-              start({.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}));
+              start({.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Daemon}));
     for (const char* argument : {"--this-computer-only=", "--this-computer-only=yes"})
         EXPECT_EQ(errorOf(parse({argument})),
                   '\'' + std::string(argument)
@@ -164,7 +164,7 @@ TEST(Options, aStartMayBeHidden)
 {
     EXPECT_EQ(parse({"--hidden"}), Parsed(Options{.isHidden = true}));
     EXPECT_EQ(parse({"--hidden", "--dns-sd=daemon"}),
-              Parsed(Options{.start = {.dnsSd = DnsSdChoice::Daemon}, .isHidden = true}));
+              Parsed(Options{.start = {.dnsSd = DnsSdMode::Daemon}, .isHidden = true}));
     EXPECT_EQ(errorOf(parse({"--hidden=yes"})), "unknown option '--hidden=yes'");
 }
 
@@ -181,10 +181,9 @@ TEST(Options, theAutostartIsTurnedOnAndOff)
 
 TEST(Options, theAutostartTakesWhatLaterStartsKeep)
 {
-    EXPECT_EQ(
-        parse({"--autostart=on", "--this-computer-only", "--dns-sd=daemon"}),
-        Parsed(Options{.action = Options::Action::TurnAutostartOn,
-                       .start = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}}));
+    EXPECT_EQ(parse({"--autostart=on", "--this-computer-only", "--dns-sd=daemon"}),
+              Parsed(Options{.action = Options::Action::TurnAutostartOn,
+                             .start = {.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Daemon}}));
     for (const char* argument : {"--autostart=on", "--autostart=off"}) {
         for (const char* other : {"--verbose", "--verbose=relay", "--hidden"})
             EXPECT_EQ(errorOf(parse({other, argument})),

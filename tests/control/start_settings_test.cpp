@@ -34,18 +34,18 @@ protected:
 TEST_F(StartSettingsTest, haveDefaults)
 {
     EXPECT_EQ(startSettings({}, store),
-              (StartSettings{.reach = Reach::Network, .dnsSd = DnsSdChoice::Automatic}));
+              (StartSettings{.reach = Reach::Network, .dnsSd = DnsSdMode::Automatic}));
 }
 
 TEST_F(StartSettingsTest, areThoseOfTheCommandLineAndElseTheStoredOnes)
 {
     store.values = {{"thisComputerOnly", true}, {"dnsSd", "daemon"}};
     EXPECT_EQ(startSettings({}, store),
-              (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}));
+              (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Daemon}));
     EXPECT_EQ(startSettings({.reach = Reach::Network}, store),
-              (StartSettings{.reach = Reach::Network, .dnsSd = DnsSdChoice::Daemon}));
-    EXPECT_EQ(startSettings({.dnsSd = DnsSdChoice::Automatic}, store),
-              (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Automatic}));
+              (StartSettings{.reach = Reach::Network, .dnsSd = DnsSdMode::Daemon}));
+    EXPECT_EQ(startSettings({.dnsSd = DnsSdMode::Automatic}, store),
+              (StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Automatic}));
 }
 
 TEST_F(StartSettingsTest, areOfThisComputerOnlyWhereTheStoredOnesCannotBeUsed)
@@ -56,7 +56,7 @@ TEST_F(StartSettingsTest, areOfThisComputerOnlyWhereTheStoredOnesCannotBeUsed)
                 AllOf(HasSubstr("\"thisComputerOnly\" therefore counts as true"),
                       HasSubstr("fix or remove the file"), HasSubstr("--this-computer-only=off")));
     EXPECT_EQ(settings.reach, Reach::ThisComputer);
-    EXPECT_EQ(settings.dnsSd, DnsSdChoice::Automatic);
+    EXPECT_EQ(settings.dnsSd, DnsSdMode::Automatic);
 
     EXPECT_EQ(saidBy([&] { settings = startSettings({.reach = Reach::Network}, store); }), "");
     EXPECT_EQ(settings.reach, Reach::Network);
@@ -65,8 +65,7 @@ TEST_F(StartSettingsTest, areOfThisComputerOnlyWhereTheStoredOnesCannotBeUsed)
 TEST_F(StartSettingsTest, thatAreKeptAreReadAgain)
 {
     for (const auto reach : {Reach::ThisComputer, Reach::Network}) {
-        for (const auto dnsSd :
-             {DnsSdChoice::Daemon, DnsSdChoice::Embedded, DnsSdChoice::Automatic}) {
+        for (const auto dnsSd : {DnsSdMode::Daemon, DnsSdMode::Embedded, DnsSdMode::Automatic}) {
             keepAndTell({.reach = reach, .dnsSd = dnsSd});
             EXPECT_EQ(startSettings({}, store), (StartSettings{.reach = reach, .dnsSd = dnsSd}))
                 << nameOf(dnsSd);
@@ -77,7 +76,7 @@ TEST_F(StartSettingsTest, thatAreKeptAreReadAgain)
 TEST_F(StartSettingsTest, thatReplaceOthersAreTold)
 {
     store.values = {{"thisComputerOnly", true}, {"dnsSd", "daemon"}};
-    EXPECT_EQ(keepAndTell({.reach = Reach::Network, .dnsSd = DnsSdChoice::Embedded}),
+    EXPECT_EQ(keepAndTell({.reach = Reach::Network, .dnsSd = DnsSdMode::Embedded}),
               "quillbox-helper: the setting \"thisComputerOnly\" is false from now on\n"
               "quillbox-helper: the setting \"dnsSd\" is \"embedded\" from now on\n");
 }
@@ -85,7 +84,7 @@ TEST_F(StartSettingsTest, thatReplaceOthersAreTold)
 TEST_F(StartSettingsTest, thatCannotBeStoredAreNotTold)
 {
     store.isWritable = false;
-    EXPECT_EQ(keepAndTell({.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}, false), "");
+    EXPECT_EQ(keepAndTell({.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Daemon}, false), "");
 }
 
 TEST_F(StartSettingsTest, thatNobodyNamesAreNotWritten)
@@ -97,13 +96,13 @@ TEST_F(StartSettingsTest, thatNobodyNamesAreNotWritten)
 TEST_F(StartSettingsTest, thatAreStoredAlreadyAreNotTold)
 {
     store.values = {{"thisComputerOnly", true}, {"dnsSd", "daemon"}};
-    EXPECT_EQ(keepAndTell({.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Daemon}), "");
+    EXPECT_EQ(keepAndTell({.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Daemon}), "");
 }
 
 TEST_F(StartSettingsTest, thatAreTheDefaultsReplaceWhatCannotBeUsed)
 {
     store.values = {{"thisComputerOnly", "yes"}, {"dnsSd", "avahi"}};
-    const StartOptions defaults{.reach = Reach::Network, .dnsSd = DnsSdChoice::Automatic};
+    const StartOptions defaults{.reach = Reach::Network, .dnsSd = DnsSdMode::Automatic};
     startSettings(defaults, store);
     EXPECT_THAT(store.reads, IsEmpty()) << "a default that was read counts as stored";
     keepAndTell(defaults);
@@ -113,9 +112,9 @@ TEST_F(StartSettingsTest, thatAreTheDefaultsReplaceWhatCannotBeUsed)
 
 TEST_F(StartSettingsTest, haveNamesThatAreReadAgain)
 {
-    for (const auto choice : {DnsSdChoice::Automatic, DnsSdChoice::Daemon, DnsSdChoice::Embedded})
-        EXPECT_EQ(valueNamed<DnsSdChoice>(nameOf(choice), kDnsSdNames), choice);
-    EXPECT_EQ(valueNamed<DnsSdChoice>("avahi", kDnsSdNames), std::nullopt);
+    for (const auto choice : {DnsSdMode::Automatic, DnsSdMode::Daemon, DnsSdMode::Embedded})
+        EXPECT_EQ(valueNamed<DnsSdMode>(nameOf(choice), kDnsSdNames), choice);
+    EXPECT_EQ(valueNamed<DnsSdMode>("avahi", kDnsSdNames), std::nullopt);
 }
 
 } // namespace

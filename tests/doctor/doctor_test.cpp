@@ -392,23 +392,22 @@ const std::vector<Case>& cases()
          "settings", Result::Warn,
          "does not have the stored settings: this computer only on, DNS-SD auto",
          "'quillbox-helper quit'"},
-        {"embeddedAtTheNextStart", [](auto& f) { f.next.dnsSd = DnsSdChoice::Embedded; },
-         "settings", Result::Warn,
-         "does not have the stored settings: this computer only off, DNS-SD embedded",
+        {"embeddedAtTheNextStart", [](auto& f) { f.next.dnsSd = DnsSdMode::Embedded; }, "settings",
+         Result::Warn, "does not have the stored settings: this computer only off, DNS-SD embedded",
          "'quillbox-helper quit'"},
         {"unusableSettings", [](auto& f) { f.settingsProblem = "/s.json: Permission denied"; },
          "settings", Result::Warn, "cannot be used: /s.json: Permission denied.",
          "Fix or remove the file"},
         {"anyEngine", [](auto&) {}, "settings", Result::Ok, "uses avahi-daemon if it is running",
          ""},
-        {"embeddedOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdChoice::Embedded}); },
+        {"embeddedOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdMode::Embedded}); },
          "settings", Result::Ok,
          "uses only its embedded engine; a start with 'quillbox-helper --dns-sd=auto'", ""},
-        {"daemonOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdChoice::Daemon}); },
-         "settings", Result::Ok, "uses only avahi-daemon; a start with", ""},
+        {"daemonOnly", [](auto& f) { holdNowAndNext(f, {.dnsSd = DnsSdMode::Daemon}); }, "settings",
+         Result::Ok, "uses only avahi-daemon; a start with", ""},
         {"daemonOnlyWithoutDaemon",
          [](auto& f) {
-             holdNowAndNext(f, {.dnsSd = DnsSdChoice::Daemon});
+             holdNowAndNext(f, {.dnsSd = DnsSdMode::Daemon});
              f.system.avahi = {.state = AvahiFacts::State::Absent};
          },
          "settings", Result::Fail, "uses only avahi-daemon, which is not running; a start with",
@@ -567,7 +566,7 @@ TEST(Doctor, tellsOfEachCheckWhateverIsKnown)
 TEST(Doctor, takesTheSettingsOfTheRunningCopyAndElseTheStoredOnes)
 {
     DoctorFacts facts = soundFacts();
-    facts.next = {.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded};
+    facts.next = {.reach = Reach::ThisComputer, .dnsSd = DnsSdMode::Embedded};
     const auto told = [&facts] {
         std::string text;
         for (const Finding& each : diagnose(facts))
@@ -665,7 +664,7 @@ TEST(Doctor, asksTheRunningCopy)
     using State = RunningCopyFacts::State;
     const std::chrono::milliseconds limit{1234};
     EXPECT_EQ(askRunningCopy(nullptr, limit).state, State::NotRunning);
-    FakeRunningApplication copy{7, std::nullopt};
+    FakeRunningApplication copy{Launch{}};
     EXPECT_EQ(askRunningCopy(&copy, limit).state, State::Silent);
     EXPECT_THAT(copy.limits, ::testing::ElementsAre(limit));
     copy.answers = [](const std::string&) { return "nonsense"; };

@@ -3,14 +3,13 @@
 #include "platform/dispatch_queue.h"
 #include "platform/dnssd/engine/engine.h"
 #include "platform/log.h"
+#include "platform/values/dns_sd_mode.h"
 
 #include <chrono>
 #include <functional>
 #include <memory>
 
 namespace quillbox::dnssd {
-
-enum class DnsSdMode { Automatic, Daemon, Embedded };
 
 /// Called with false when there is no daemon, or when it does not come back in time, and with true
 /// each time that it is up.

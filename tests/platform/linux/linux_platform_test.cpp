@@ -27,7 +27,6 @@ namespace quillbox {
 namespace {
 
 using namespace std::chrono_literals;
-using dnssd::DnsSdMode;
 
 constexpr auto kPatience = 20s;
 constexpr std::uint16_t kPort = 4450;
