@@ -207,8 +207,6 @@ private:
 
     std::optional<StatusReport> openShare(const std::string* phone, const std::string& permission,
                                           const Workspace::Opened& opened);
-    StatusReport refuseToOpen(const StatusReport& reason);
-    StatusReport refuseLoudly(const StatusReport& reason);
 
     void openOnRequest(const std::optional<std::string>& phone, const std::string& permission,
                        const RunningApplications::Answer& answer);

@@ -18,19 +18,10 @@ void AppDelegate::buildKeyboard()
     connect(shortcut(Qt::Key_W), &QShortcut::activated, window.get(), &QWidget::close);
     connect(shortcut(Qt::Key_Q), &QShortcut::activated, this, &AppDelegate::quit);
 
-    QList<QWidget*> order{&showInFinder};
-    const auto buttons = window->findChildren<QPushButton*>();
-    // findChildren() returns the buttons in the order in which they were added, top to bottom.
-    // Those in the form come after its fields.
-    for (QPushButton* button : buttons) {
-        if (!advancedForm->isAncestorOf(button))
-            order.append(button);
-    }
-    order.append({&automaticDiscovery, &hostField, &portField, &shareField, &userField});
-    for (QPushButton* button : buttons) {
-        if (advancedForm->isAncestorOf(button))
-            order.append(button);
-    }
+    QList<QWidget*> order{&showInFinder, managementButton, &advancedButton, &automaticDiscovery,
+                          &hostField,    &portField,       &shareField,     &userField};
+    for (QPushButton* button : advancedForm->findChildren<QPushButton*>())
+        order.append(button);
     for (qsizetype place = 1; place < order.size(); ++place)
         QWidget::setTabOrder(order[place - 1], order[place]);
 }

@@ -235,7 +235,7 @@ QWidget* AppDelegate::buildCard()
     layout->setContentsMargins(kCardInsets);
     layout->setSpacing(kCardSpacing);
 
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(showInFinder);
+    kControlText.apply(showInFinder);
     showInFinder.setFixedHeight(kTextControlHeight);
     showInFinder.setAccessibleDescription(
         QStringLiteral("Whether phones appear in the file browser"));
@@ -276,15 +276,13 @@ QWidget* AppDelegate::buildManagementButton()
 {
     const QString enableFirst =
         QStringLiteral("Enable web management for an SMB user on the phone first");
-    auto* management = new QPushButton(QStringLiteral("Open web management"));
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(
-        *management);
-    management->setFixedHeight(HelperStyle::kButtonHeight);
-    management->setToolTip(enableFirst);
-    management->setAccessibleDescription(enableFirst);
-    connect(management, &QPushButton::clicked, this, [this] { openManagement(); });
-    managementButton = management;
-    return management;
+    managementButton = new QPushButton(QStringLiteral("Open web management"));
+    kButtonText.apply(*managementButton);
+    managementButton->setFixedHeight(HelperStyle::kButtonHeight);
+    managementButton->setToolTip(enableFirst);
+    managementButton->setAccessibleDescription(enableFirst);
+    connect(managementButton, &QPushButton::clicked, this, [this] { openManagement(); });
+    return managementButton;
 }
 
 QWidget* AppDelegate::buildStatusBox()
