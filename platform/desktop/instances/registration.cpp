@@ -1,7 +1,7 @@
 #include "platform/desktop/instances/registration.h"
 
-#include "platform/desktop/instances/local_socket.h"
 #include "platform/posix/file_lock.h"
+#include "platform/posix/local_listener.h"
 #include "platform/values/text.h"
 
 #include <QByteArray>
@@ -29,6 +29,8 @@ constexpr const char* kLockName = "lock";
 constexpr mode_t kLockMode = 0600;
 constexpr const char* kEnding = "socket";
 constexpr std::size_t kDateDigits = 20;
+constexpr int kBacklog = 64;
+constexpr mode_t kSocketMode = 0600;
 
 /// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
 constexpr std::chrono::seconds kLockLimit{3};
@@ -36,6 +38,11 @@ constexpr std::chrono::seconds kLockLimit{3};
 std::string reasonOf(int error)
 {
     return std::generic_category().message(error);
+}
+
+std::string pathOf(int folder, const std::string& name)
+{
+    return "/proc/self/fd/" + std::to_string(folder) + '/' + name;
 }
 
 /// Whether the path is a folder that belongs to this user, and nobody else has these permissions.
@@ -51,19 +58,12 @@ std::string sharedPath(const RuntimeFolders& folders, const std::string& bundleI
     return folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid());
 }
 
-bool isFileName(const std::string& text)
-{
-    return !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
-}
-
 /// The paths at which instances register, in the order in which one tries them.
 std::vector<std::string> registrationPaths(const RuntimeFolders& folders,
                                            const std::string& bundleIdentifier)
 {
     constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
     std::vector<std::string> paths;
-    if (!isFileName(bundleIdentifier))
-        return paths;
     if (isOwn(folders.xdg, kWritableByOthers))
         paths.push_back(folders.xdg + '/' + bundleIdentifier);
     if (folders.user != folders.xdg && isOwn(folders.user, kWritableByOthers))
@@ -150,9 +150,8 @@ std::vector<Registration> registrationsIn(const std::shared_ptr<const FileDescri
 {
     std::vector<Registration> found;
     std::error_code error;
-    const std::string path = "/proc/self/fd/" + std::to_string(folder->get());
-    for (std::filesystem::directory_iterator each(path, error), end; !error && each != end;
-         each.increment(error)) {
+    for (std::filesystem::directory_iterator each(pathOf(folder->get(), {}), error), end;
+         !error && each != end; each.increment(error)) {
         if (auto registration = registrationNamed(each->path().filename().native(), folder))
             found.push_back(std::move(*registration));
     }
@@ -160,6 +159,40 @@ std::vector<Registration> registrationsIn(const std::shared_ptr<const FileDescri
 }
 
 } // namespace
+
+FileDescriptor listenAt(int folder, const std::string& name)
+{
+    FileDescriptor socket = makeLocalSocket();
+    if (!socket.isOpen())
+        return {};
+    // bind() creates the file with the socket's mode.
+    ::fchmod(socket.get(), kSocketMode);
+    if (!callWithAddress(::bind, socket, pathOf(folder, name))
+        || ::listen(socket.get(), kBacklog) != 0)
+        return {};
+    return socket;
+}
+
+Reached connectTo(int folder, const std::string& name, FileDescriptor& connection)
+{
+    FileDescriptor socket = makeLocalSocket();
+    if (!socket.isOpen())
+        return Reached::Busy;
+    if (callWithAddress(::connect, socket, pathOf(folder, name))) {
+        connection = std::move(socket);
+        return Reached::Connected;
+    }
+    // Only these two mean that nobody listens; other errors may be a shortage in this process.
+    return errno == ECONNREFUSED || errno == ENOENT ? Reached::Nobody : Reached::Busy;
+}
+
+bool isPeerOfSameUser(int connection)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return ::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0
+           && peer.uid == ::geteuid();
+}
 
 RuntimeFolders systemRuntimeFolders()
 {

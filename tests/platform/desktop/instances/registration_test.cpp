@@ -125,12 +125,6 @@ TEST_F(RegistrationFolder, isRefusedWhenItBelongsToSomebodyElse)
     EXPECT_THAT(problem, HasSubstr("belongs to another user"));
 }
 
-TEST_F(RegistrationFolder, isRefusedForAnIdentifierThatIsNoFileName)
-{
-    for (const char* identifier : {"", ".", "..", "../escape", "a/b"})
-        EXPECT_EQ(opened(identifier), "") << identifier;
-}
-
 TEST_F(RegistrationFolder, isLookedForInEachPlaceOnce)
 {
     const RuntimeFolders all = folders;

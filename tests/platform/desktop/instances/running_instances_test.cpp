@@ -1,4 +1,3 @@
-#include "platform/desktop/instances/local_socket.h"
 #include "platform/desktop/instances/running_instances.h"
 #include "tests/platform/desktop/qt_support.h"
 
