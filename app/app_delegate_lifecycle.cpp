@@ -2,7 +2,6 @@
 #include "platform/values/standard_error.h"
 
 #include <QGuiApplication>
-#include <QPointer>
 #include <QScreen>
 #include <chrono>
 #include <string>
@@ -83,24 +82,15 @@ void AppDelegate::applicationDidFinishLaunching()
     buildStatusItem();
     updateTaskbar();
 
-    discovery->resultChanged = [self = QPointer(this)](const auto& devices) {
-        if (self)
-            self->discoveredDevicesChanged(devices);
-    };
+    discovery->resultChanged = weakly(&AppDelegate::discoveredDevicesChanged);
     discovery->start();
-    managementDiscovery->resultChanged = [self = QPointer(this)](const auto& devices) {
-        if (self)
-            self->managementDevicesChanged(devices);
-    };
+    managementDiscovery->resultChanged = weakly(&AppDelegate::managementDevicesChanged);
     managementDiscovery->start();
 
     centreWindow();
     if (!environment.startsHidden)
         bringWindowForward();
-    environment.networkView.setChangedHandler([self = QPointer(this)] {
-        if (self)
-            self->networkViewChanged();
-    });
+    environment.networkView.setChangedHandler(weakly(&AppDelegate::networkViewChanged));
     readCheckBoxes();
     if (showInFinder.isChecked())
         restartRelay();
@@ -111,11 +101,7 @@ void AppDelegate::applicationDidFinishLaunching()
             if (self)
                 self->applicationShouldHandleReopen(false, permission);
         },
-        [self = QPointer(this)](const CopyMessage& message,
-                                const RunningApplications::Answer& answer) {
-            if (self)
-                self->messageArrived(message, answer);
-        });
+        weakly(&AppDelegate::messageArrived));
 }
 
 void AppDelegate::applicationWillTerminate()

@@ -6,7 +6,6 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
-#include <QPointer>
 #include <QPushButton>
 #include <QTimer>
 #include <QWindow>
@@ -165,11 +164,7 @@ void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementRequest 
         before.opened("Another request to open web management came after this one");
     // Kept alive by this variable: start() may report at once, which resets managementResolver.
     const auto resolver = std::make_shared<ManagementResolver>(
-        environment.network, endpoint,
-        [self = QPointer(this)](const std::optional<std::string>& url) {
-            if (self)
-                self->managementResolved(url);
-        });
+        environment.network, endpoint, weakly(&AppDelegate::managementResolved));
     managementResolver = resolver;
     resolver->start();
 }

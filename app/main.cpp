@@ -109,12 +109,11 @@ void nameApplication()
     QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
 }
 
-OpeningAdvice openingAdvice(const PackageManager& packages)
+std::string shareAdvice(const PackageManager& packages)
 {
-    return {.forShares = "It takes a file manager that opens SMB shares: for KDE "
-                         + packages.howToInstall({Package::KioSmb}) + ", for other desktops "
-                         + packages.howToInstall({Package::GvfsSmb}),
-            .forPages = "Install xdg-utils and a web browser"};
+    return "It takes a file manager that opens SMB shares: for KDE "
+           + packages.howToInstall({Package::KioSmb}) + ", for other desktops "
+           + packages.howToInstall({Package::GvfsSmb});
 }
 
 /// At logout, session managers (X Session Management Protocol) note which programs to start again
@@ -155,9 +154,8 @@ int run(const Options& options, char** arguments)
     const auto activationTokens = makeActivationTokens();
     const auto noticeWindow = makeNoticeWindow();
     const auto notification = makeNotification(sessionBus, *noticeWindow);
-    const auto workspace =
-        makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens, *notification,
-                             openingAdvice(systemPackageManager()));
+    const auto workspace = makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens,
+                                                *notification, shareAdvice(systemPackageManager()));
     const auto runningApplications = makeRunningApplications({
         .folders = folders,
         .bundleIdentifier = kBundleIdentifier,

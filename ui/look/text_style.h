@@ -18,8 +18,6 @@ struct TextStyle {
     QFont::Weight weight = QFont::Normal;
     QColor colour{};
 
-    QFont font() const;
-
     /// Gives a label or a button this look; its font family keeps following the desktop's.
     void apply(QWidget& widget) const;
 };
