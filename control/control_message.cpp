@@ -16,8 +16,7 @@ using namespace Qt::StringLiterals;
 
 constexpr int kVersion = 1;
 
-// In the order of the enumerators.
-constexpr std::array<std::string_view, 5> kCommands{"status", "open", "manage", "restart", "quit"};
+/// In the order of the enumerators.
 constexpr std::array<std::string_view, 4> kOutcomes{"done", "refused", "unknown phone",
                                                     "not understood"};
 
@@ -71,12 +70,7 @@ ControlAnswer notUnderstood(std::string text)
 
 const char* nameOf(ControlCommand command)
 {
-    return kCommands.at(static_cast<std::size_t>(command)).data();
-}
-
-std::optional<ControlCommand> controlCommandNamed(std::string_view name)
-{
-    return valueNamed<ControlCommand>(name, kCommands);
+    return kControlCommandNames.at(static_cast<std::size_t>(command)).data();
 }
 
 bool takesPhone(ControlCommand command)
@@ -102,7 +96,8 @@ std::variant<ControlRequest, ControlAnswer> decodedRequest(const std::string& te
     if (!json)
         return notUnderstood("The running instance accepts only requests of version "
                              + std::to_string(kVersion));
-    const auto command = controlCommandNamed(json->value("command"_L1).toString().toStdString());
+    const auto command = valueNamed<ControlCommand>(
+        json->value("command"_L1).toString().toStdString(), kControlCommandNames);
     if (!command)
         return notUnderstood("The running instance does not know that command");
     ControlRequest request{.command = *command};

@@ -2,6 +2,7 @@
 
 #include "control/helper_status.h"
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -20,9 +21,10 @@ enum class ControlCommand {
     Quit,
 };
 
-/// The name of the command, as on the command line.
+/// Their names, in their order, as on the command line.
+inline constexpr std::array<std::string_view, 5> kControlCommandNames{"status", "open", "manage",
+                                                                      "restart", "quit"};
 const char* nameOf(ControlCommand command);
-std::optional<ControlCommand> controlCommandNamed(std::string_view name);
 
 /// Whether the command accepts the name of a phone.
 bool takesPhone(ControlCommand command);

@@ -52,9 +52,8 @@ std::string namesOfCategories()
 std::string namesOfCommands()
 {
     std::string names;
-    for (const auto command : {ControlCommand::Status, ControlCommand::Open, ControlCommand::Manage,
-                               ControlCommand::Restart, ControlCommand::Quit})
-        names += std::string(nameOf(command)) + ", ";
+    for (const std::string_view command : kControlCommandNames)
+        names.append(command).append(", ");
     return names + kDoctor;
 }
 
@@ -216,7 +215,7 @@ private:
     {
         options.isDoctor = word == kDoctor;
         if (!options.isDoctor) {
-            const auto command = controlCommandNamed(word);
+            const auto command = valueNamed<ControlCommand>(word, kControlCommandNames);
             if (!command)
                 return "unknown command " + inQuotes(word) + " (commands: " + namesOfCommands()
                        + ')';

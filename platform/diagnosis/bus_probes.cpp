@@ -75,15 +75,10 @@ std::optional<QVariant> askAvahi(const Bus& bus, const char* method,
 
 AvahiFacts::State stateOf(int state)
 {
-    switch (state) {
-    case kRunning:
+    if (state == kRunning)
         return AvahiFacts::State::Running;
-    case kRegistering:
-    case kCollision:
-        return AvahiFacts::State::Registering;
-    default:
-        return AvahiFacts::State::Failed;
-    }
+    return state == kRegistering || state == kCollision ? AvahiFacts::State::Registering
+                                                        : AvahiFacts::State::Failed;
 }
 
 } // namespace

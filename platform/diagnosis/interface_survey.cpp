@@ -97,17 +97,9 @@ template <typename Header, typename Handler> void dump(int request, const Handle
 
 bool isTunnel(int hardwareType)
 {
-    switch (hardwareType) {
-    case ARPHRD_NONE:
-    case ARPHRD_PPP:
-    case ARPHRD_TUNNEL:
-    case ARPHRD_TUNNEL6:
-    case ARPHRD_SIT:
-    case ARPHRD_IPGRE:
-        return true;
-    default:
-        return false;
-    }
+    constexpr std::array kTunnels{ARPHRD_NONE,    ARPHRD_PPP, ARPHRD_TUNNEL,
+                                  ARPHRD_TUNNEL6, ARPHRD_SIT, ARPHRD_IPGRE};
+    return std::find(kTunnels.begin(), kTunnels.end(), hardwareType) != kTunnels.end();
 }
 
 bool isBridge(const Attributes& attributes)

@@ -29,12 +29,12 @@ class DesktopWorkspace final : public Workspace {
 public:
     DesktopWorkspace(const Inheritance& inherited, SmbOpener& opener,
                      ActivationTokens& activationTokens, Notice& failureNotice,
-                     const OpeningAdvice& openingAdvice)
+                     std::string adviceForShares)
         : inheritance(inherited),
           smbOpener(opener),
           tokens(activationTokens),
           notice(failureNotice),
-          advice(openingAdvice)
+          shareAdvice(std::move(adviceForShares))
     {
     }
 
@@ -63,8 +63,7 @@ private:
     void openShare(const std::string& url, const std::string& token, const Opened& opened)
     {
         smbOpener.open(url, token, [this, opened](const std::optional<std::string>& reason) {
-            report(kNoShare,
-                   reason ? std::optional(*reason + ". " + advice.forShares + '.') : reason,
+            report(kNoShare, reason ? std::optional(*reason + ". " + shareAdvice + '.') : reason,
                    opened);
         });
     }
@@ -75,7 +74,8 @@ private:
             return report(kNoPage, std::nullopt, opened);
         printToStandardError(std::string("quillbox-helper: cannot start ") + kOpener + " to open "
                              + url);
-        report(kNoPage, std::string("Cannot start ") + kOpener + ". " + advice.forPages + '.',
+        report(kNoPage,
+               std::string("Cannot start ") + kOpener + ". Install xdg-utils and a web browser.",
                opened);
     }
 
@@ -102,7 +102,7 @@ private:
     SmbOpener& smbOpener;
     ActivationTokens& tokens;
     Notice& notice;
-    const OpeningAdvice advice;
+    const std::string shareAdvice;
     QObject guard;
     AlertSound alertSound;
 };
@@ -111,9 +111,10 @@ private:
 
 std::unique_ptr<Workspace> makeDesktopWorkspace(const Inheritance& inheritance,
                                                 SmbOpener& smbOpener, ActivationTokens& tokens,
-                                                Notice& notice, const OpeningAdvice& advice)
+                                                Notice& notice, std::string shareAdvice)
 {
-    return std::make_unique<DesktopWorkspace>(inheritance, smbOpener, tokens, notice, advice);
+    return std::make_unique<DesktopWorkspace>(inheritance, smbOpener, tokens, notice,
+                                              std::move(shareAdvice));
 }
 
 } // namespace quillbox

@@ -125,16 +125,11 @@ private:
                     question.release()->deleteLater();
                     if (!watcher->isError())
                         return end(whom);
-                    tell(whom, watcher->error());
+                    means.log.tell(LogCategory::Desktop, [&] {
+                        return whom + (" failed: " + watcher->error().name().toStdString());
+                    });
                     whenRefused();
                 });
-    }
-
-    void tell(const char* whom, const QDBusError& error)
-    {
-        means.log.tell(LogCategory::Desktop, [&] {
-            return std::string(whom) + " failed: " + error.name().toStdString();
-        });
     }
 
     /// The result is ignored, because the share may be mounted already: openMounted() shows it.
