@@ -19,6 +19,7 @@
 #include "platform/desktop/settings/autostart_entry.h"
 #include "platform/desktop/settings/background_portal.h"
 #include "platform/desktop/settings/file_user_defaults.h"
+#include "platform/desktop/settings/user_folders.h"
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/system_configuration.h"
@@ -42,6 +43,10 @@ namespace quillbox {
 namespace {
 
 constexpr const char* kBundleIdentifier = QUILLBOX_BUNDLE_IDENTIFIER;
+
+/// In the user's configuration folder.
+constexpr const char* kSettings = QUILLBOX_BUNDLE_IDENTIFIER "/settings.json";
+constexpr const char* kAutostartEntry = "autostart/" QUILLBOX_BUNDLE_IDENTIFIER ".desktop";
 
 /// Longer than a regular shutdown takes, shorter than session managers wait.
 constexpr std::chrono::milliseconds kLimitOfEnd{950};
@@ -145,7 +150,7 @@ int run(const Options& options, char** arguments)
 
     const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();
-    auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    auto userDefaults = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());
     const StartSettings settings = startSettings(options.start, *userDefaults);
     LinuxPlatform platform(mainQueue->queue(), settings.dnsSd, settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
@@ -208,7 +213,7 @@ bool keepStartOptions(const StartOptions& options)
     if (options == StartOptions())
         return true;
     const auto mainQueue = makeMainQueue();
-    const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const auto store = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());
     return keep(options, *store, "from the next start on");
 }
 
@@ -222,9 +227,9 @@ int changeAutostart(const Options& options, Autostart wanted, char** arguments)
     // First, so that no start at login is turned on that lacks them.
     if (!keepStartOptions(options.start))
         return exit_status::kFailed;
-    const auto result = isSandboxed()
-                            ? requestAutostart(wanted, QDBusConnection::sessionBus())
-                            : setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
+    const auto result =
+        isSandboxed() ? requestAutostart(wanted, QDBusConnection::sessionBus())
+                      : setAutostart(wanted, configurationPath(kAutostartEntry), ownProgram());
     if (result.outcome == AutostartResult::Outcome::Done)
         return print(printable(result.text) + '\n');
     printToStandardError("quillbox-helper: " + result.text);
@@ -274,7 +279,7 @@ int examine(const Options& options, char** arguments)
     const auto copy = askRunningCopy(runningCopy({}, problem).get(), kLimitOfDoctorsQuestion);
     const Examination examination = examining.get();
     const auto mainQueue = makeMainQueue();
-    const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const auto store = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());
     const auto findings = diagnose({.system = examination.facts,
                                     .copy = copy,
                                     .next = startSettings({}, *store),

@@ -10,6 +10,7 @@
 #include <QJsonParseError>
 #include <QSaveFile>
 #include <QString>
+#include <array>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -57,6 +58,23 @@ std::string linkTarget(const std::string& path)
         target = target.parent_path() / next; // an absolute `next` replaces all
     }
     return target.string();
+}
+
+/// Reads at most one byte more than kLargestFile. nullopt on failure, with the reason in errno.
+std::optional<QByteArray> readAll(int descriptor)
+{
+    QByteArray bytes;
+    std::array<char, 16384> buffer{};
+    while (bytes.size() <= kLargestFile) {
+        const ssize_t length = ::read(descriptor, buffer.data(), buffer.size());
+        if (length == 0)
+            break;
+        if (length < 0 && errno != EINTR)
+            return std::nullopt;
+        if (length > 0)
+            bytes.append(buffer.data(), length);
+    }
+    return bytes;
 }
 
 /// The object in `bytes`; nullopt if there is none, with the reason in `problem`.
@@ -164,15 +182,13 @@ SettingsFile::Contents SettingsFile::read() const
         contents.problem = "it is not a regular file";
         return contents;
     }
-    QFile reader;
-    const bool isOpen = reader.open(file.get(), QIODevice::ReadOnly | QIODevice::Unbuffered);
-    const QByteArray bytes = reader.read(kLargestFile + 1);
-    if (!isOpen || reader.error() != QFile::NoError) {
-        contents.problem = reader.errorString().toStdString();
+    const auto bytes = readAll(file.get());
+    if (!bytes) {
+        contents.problem = reasonOf(errno);
         return contents;
     }
     contents.version = versionOf(status);
-    auto object = objectIn(bytes, contents.problem);
+    auto object = objectIn(*bytes, contents.problem);
     contents.condition = object ? Condition::Good : Condition::Damaged;
     if (object)
         contents.object = std::move(*object);
