@@ -170,6 +170,14 @@ TEST_F(RunningInstances, withdrawBeforeTheyEnd)
     seen->activate();
 }
 
+TEST_F(RunningInstances, thatWithdrawBeforeTheyServeHangUpOnWhoIsWaiting)
+{
+    const auto copy = start();
+    const FileDescriptor waiting = connectedToOnlyCopy();
+    copy->withdraw();
+    EXPECT_EQ(readAll(waiting), "");
+}
+
 TEST_F(RunningInstances, areBroughtForwardWithTheDesktopsPermission)
 {
     const auto first = start();
