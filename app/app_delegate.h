@@ -1,11 +1,22 @@
 #pragma once
 
-#include "app/app_environment.h"
 #include "control/control_message.h"
+#include "control/start_settings.h"
 #include "discovery/discovered_device.h"
 #include "discovery/management_resolver.h"
 #include "discovery/phone_discovery.h"
+#include "platform/dispatch_queue.h"
+#include "platform/log.h"
+#include "platform/network.h"
+#include "platform/network_view.h"
+#include "platform/notice.h"
+#include "platform/running_applications.h"
+#include "platform/status_host.h"
+#include "platform/user_defaults.h"
+#include "platform/values/package_manager.h"
 #include "platform/values/text.h"
+#include "platform/window_presence.h"
+#include "platform/workspace.h"
 #include "relay/finder_relay.h"
 #include "ui/dot_label.h"
 #include "ui/edit_field.h"
@@ -17,6 +28,7 @@
 #include <QColor>
 #include <QLabel>
 #include <QObject>
+#include <QPointer>
 #include <QPushButton>
 #include <QVariant>
 #include <QWidget>
@@ -37,6 +49,33 @@ namespace quillbox {
 class ContentArea;
 class DeviceRow;
 class FrameSizer;
+
+/// What the controller needs from its environment. The referenced objects must outlive it.
+struct AppEnvironment {
+    Dispatch& dispatch;
+    Network& network;
+    Log& log;
+    UserDefaults& userDefaults;
+    Workspace& workspace;
+    RunningApplications& runningApplications;
+    StatusHost& statusHost;
+    WindowPresence& windowPresence;
+    Notice& notice;
+    NetworkView& networkView;
+    PackageManager packageManager;
+    /// What holds for this run.
+    StartSettings startSettings = {};
+    /// What the command line says of it: stored, for later starts, once this copy stays.
+    StartOptions startOptions = {};
+    /// Whether the window stays hidden until the user asks for it.
+    bool startsHidden = false;
+    /// Whether there is a display to show the window on.
+    bool hasDisplay = true;
+    /// nullopt: any number of copies may run.
+    std::optional<std::string> bundleIdentifier;
+    /// Asks the event loop to end, and returns before it does.
+    std::function<void()> terminate;
+};
 
 /// The status shown to the user: whether phones are visible in the file browser, and a text.
 struct StatusReport {
@@ -168,6 +207,15 @@ public:
                             .text = "Enter the local IP address shown in Quillbox."};
 
 private:
+    /// Calls the method, unless the controller has been destroyed.
+    template <typename... Arguments> auto weakly(void (AppDelegate::*method)(Arguments...))
+    {
+        return [self = QPointer(this), method](Arguments... arguments) {
+            if (self)
+                (self->*method)(arguments...);
+        };
+    }
+
     bool eventFilter(QObject* watched, QEvent* event) override;
 
     void discoveredDevicesChanged(const std::vector<DiscoveredDevice>& devices);
@@ -207,8 +255,6 @@ private:
 
     std::optional<StatusReport> openShare(const std::string* phone, const std::string& permission,
                                           const Workspace::Opened& opened);
-    StatusReport refuseToOpen(const StatusReport& reason);
-    StatusReport refuseLoudly(const StatusReport& reason);
 
     void openOnRequest(const std::optional<std::string>& phone, const std::string& permission,
                        const RunningApplications::Answer& answer);

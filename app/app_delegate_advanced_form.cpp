@@ -35,7 +35,7 @@ struct Entry {
 void addEntry(QGridLayout& grid, int row, const Entry& entry)
 {
     EditField& field = entry.field;
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(field);
+    kControlText.apply(field);
     field.setPlaceholderText(entry.placeholder);
     field.setFixedHeight(kFieldHeight);
     field.setFixedWidth(kFieldWidth);
@@ -58,7 +58,7 @@ void addEntry(QGridLayout& grid, int row, const Entry& entry)
 
 void AppDelegate::buildAdvancedButton()
 {
-    TextStyle{.size = kControlTextSize, .colour = Brand::slate}.apply(advancedButton);
+    TextStyle{.size = kControlText.size, .colour = Brand::slate}.apply(advancedButton);
     advancedButton.setFlat(true);
     advancedButton.setFixedHeight(kFoldButtonHeight);
     advancedButton.setAccessibleName(QStringLiteral("Advanced"));
@@ -77,7 +77,7 @@ QWidget* AppDelegate::buildAdvancedForm()
                          .givesWay = ContentArea::GivesWay::InsideFold,
                          .set = [layout](int distance) { layout->setSpacing(distance); }});
 
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(automaticDiscovery);
+    kControlText.apply(automaticDiscovery);
     automaticDiscovery.setFixedHeight(kCheckBoxHeight);
     automaticDiscovery.setAccessibleDescription(
         QStringLiteral("Whether to use the phones on this network, rather than the address below"));
@@ -139,8 +139,7 @@ QLayout* AppDelegate::buildFormButtons()
     row->setSpacing(kFormSpacing);
 
     auto* restart = new QPushButton(QStringLiteral("Restart service"));
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(
-        *restart);
+    kButtonText.apply(*restart);
     restart->setFixedHeight(HelperStyle::kButtonHeight);
     restart->setAccessibleDescription(
         QStringLiteral("Makes phones visible in Finder and connects to them anew"));
@@ -148,7 +147,7 @@ QLayout* AppDelegate::buildFormButtons()
     row->addWidget(restart);
 
     auto* open = new QPushButton(QStringLiteral("Open in Finder"));
-    TextStyle{.size = kControlTextSize, .weight = QFont::DemiBold, .colour = Qt::white}.apply(
+    TextStyle{.size = kControlText.size, .weight = QFont::DemiBold, .colour = Qt::white}.apply(
         *open);
     open->setProperty(HelperStyle::kIsFilled, true);
     open->setFixedSize(kOpenButtonSize);

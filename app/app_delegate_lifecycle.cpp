@@ -2,7 +2,6 @@
 #include "platform/values/standard_error.h"
 
 #include <QGuiApplication>
-#include <QPointer>
 #include <QScreen>
 #include <chrono>
 #include <string>
@@ -13,8 +12,6 @@ namespace quillbox {
 namespace {
 
 constexpr const char* kManagementServiceType = "_quillbox-admin._tcp";
-
-using LaunchDate = RunningApplication::LaunchDate;
 
 /// Any copy that is not stuck answers in less time.
 constexpr std::chrono::milliseconds kPresenceLimit{1000};
@@ -34,12 +31,12 @@ std::vector<std::string> signatureOf(const std::vector<DiscoveredDevice>& device
 
 /// Whether `other` was launched before `self`. An unknown date of `other` counts as the earliest,
 /// one of `self` as the latest, so that in doubt the copy that calls this yields.
-bool isOlder(const RunningApplication& other, const RunningApplication& self)
+bool isOlder(const Launch& other, const Launch& self)
 {
-    const LaunchDate otherDate = other.launchDate().value_or(LaunchDate::min());
-    const LaunchDate ownDate = self.launchDate().value_or(LaunchDate::max());
+    const auto otherDate = other.date.value_or(std::chrono::nanoseconds::min());
+    const auto ownDate = self.date.value_or(std::chrono::nanoseconds::max());
     return otherDate < ownDate
-           || (otherDate == ownDate && other.processIdentifier() < self.processIdentifier());
+           || (otherDate == ownDate && other.processIdentifier < self.processIdentifier);
 }
 
 } // namespace
@@ -85,40 +82,26 @@ void AppDelegate::applicationDidFinishLaunching()
     buildStatusItem();
     updateTaskbar();
 
-    discovery->resultChanged = [self = QPointer(this)](const auto& devices) {
-        if (self)
-            self->discoveredDevicesChanged(devices);
-    };
+    discovery->resultChanged = weakly(&AppDelegate::discoveredDevicesChanged);
     discovery->start();
-    managementDiscovery->resultChanged = [self = QPointer(this)](const auto& devices) {
-        if (self)
-            self->managementDevicesChanged(devices);
-    };
+    managementDiscovery->resultChanged = weakly(&AppDelegate::managementDevicesChanged);
     managementDiscovery->start();
 
     centreWindow();
     if (!environment.startsHidden)
         bringWindowForward();
-    // A visible window comes forward too, because other windows may cover it.
-    environment.runningApplications.setActivationHandler(
-        [self = QPointer(this)](const std::string& permission) {
-            if (self)
-                self->applicationShouldHandleReopen(false, permission);
-        });
-    environment.networkView.setChangedHandler([self = QPointer(this)] {
-        if (self)
-            self->networkViewChanged();
-    });
+    environment.networkView.setChangedHandler(weakly(&AppDelegate::networkViewChanged));
     readCheckBoxes();
     if (showInFinder.isChecked())
         restartRelay();
-    // Last, because handling a request requires that the settings have been read.
-    environment.runningApplications.setMessageHandler(
-        [self = QPointer(this)](const CopyMessage& message,
-                                const RunningApplications::Answer& answer) {
+    // Last, because handling a request requires that the settings have been read. A visible window
+    // comes forward too, because other windows may cover it.
+    environment.runningApplications.serve(
+        [self = QPointer(this)](const std::string& permission) {
             if (self)
-                self->messageArrived(message, answer);
-        });
+                self->applicationShouldHandleReopen(false, permission);
+        },
+        weakly(&AppDelegate::messageArrived));
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -158,12 +141,9 @@ bool AppDelegate::activateExistingInstance()
 {
     if (!environment.bundleIdentifier)
         return false;
-    RunningApplications& applications = environment.runningApplications;
-    const auto self = applications.current();
-    const auto copies = applications.runningApplications(*environment.bundleIdentifier);
-    for (const auto& other : copies) {
-        // Not by process identifier: in PID namespaces of their own, two copies have the same one.
-        if (other == self || other->isTerminated() || !isOlder(*other, *self))
+    const Launch self = environment.runningApplications.launch();
+    for (const auto& other : environment.runningApplications.others()) {
+        if (other->isTerminated() || !isOlder(other->launch(), self))
             continue;
         // A copy that starts hidden, for example at login, does not show another copy's window
         // either. It sends a message only to wait for an answer.

@@ -13,9 +13,12 @@
 #include <QEvent>
 #include <QHBoxLayout>
 #include <QIcon>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPainter>
 #include <QPalette>
+#include <QPushButton>
+#include <QShortcut>
 #include <QToolTip>
 #include <QVBoxLayout>
 #include <algorithm>
@@ -235,7 +238,7 @@ QWidget* AppDelegate::buildCard()
     layout->setContentsMargins(kCardInsets);
     layout->setSpacing(kCardSpacing);
 
-    TextStyle{.size = kControlTextSize, .colour = Brand::navy}.apply(showInFinder);
+    kControlText.apply(showInFinder);
     showInFinder.setFixedHeight(kTextControlHeight);
     showInFinder.setAccessibleDescription(
         QStringLiteral("Whether phones appear in the file browser"));
@@ -276,15 +279,13 @@ QWidget* AppDelegate::buildManagementButton()
 {
     const QString enableFirst =
         QStringLiteral("Enable web management for an SMB user on the phone first");
-    auto* management = new QPushButton(QStringLiteral("Open web management"));
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(
-        *management);
-    management->setFixedHeight(HelperStyle::kButtonHeight);
-    management->setToolTip(enableFirst);
-    management->setAccessibleDescription(enableFirst);
-    connect(management, &QPushButton::clicked, this, [this] { openManagement(); });
-    managementButton = management;
-    return management;
+    managementButton = new QPushButton(QStringLiteral("Open web management"));
+    kButtonText.apply(*managementButton);
+    managementButton->setFixedHeight(HelperStyle::kButtonHeight);
+    managementButton->setToolTip(enableFirst);
+    managementButton->setAccessibleDescription(enableFirst);
+    connect(managementButton, &QPushButton::clicked, this, [this] { openManagement(); });
+    return managementButton;
 }
 
 QWidget* AppDelegate::buildStatusBox()
@@ -323,6 +324,49 @@ void AppDelegate::updateWindowHeight()
     const int height = advancedVisible ? unfolded : folded;
     contentArea->setUnfoldedHeight(height - folded);
     frameSizer->setFrameSize({kWidth, height});
+}
+
+/// Sets up the shortcuts and the tab order. The window handles keys like the desktop's windows and
+/// dialogs: Escape and Ctrl+W close it, which only hides it, Ctrl+Q quits, and Return presses the
+/// focused button.
+void AppDelegate::buildKeyboard()
+{
+    const auto shortcut = [this](Qt::Key key) {
+        return new QShortcut(QKeySequence(Qt::CTRL | key), window.get());
+    };
+    connect(shortcut(Qt::Key_W), &QShortcut::activated, window.get(), &QWidget::close);
+    connect(shortcut(Qt::Key_Q), &QShortcut::activated, this, &AppDelegate::quit);
+
+    QList<QWidget*> order{&showInFinder, managementButton, &advancedButton, &automaticDiscovery,
+                          &hostField,    &portField,       &shareField,     &userField};
+    for (QPushButton* button : advancedForm->findChildren<QPushButton*>())
+        order.append(button);
+    for (qsizetype place = 1; place < order.size(); ++place)
+        QWidget::setTabOrder(order[place - 1], order[place]);
+}
+
+/// Handles keys that no control has handled. (In Qt Return presses a button only in dialogs, which
+/// always mark one button as the default.)
+bool AppDelegate::handleKey(const QEvent& event)
+{
+    const auto& key = static_cast<const QKeyEvent&>(event);
+    // A key that is held down acts once, as Space does on a button.
+    if (key.isAutoRepeat())
+        return false;
+    switch (key.key()) {
+    case Qt::Key_Escape:
+        window->close();
+        return true;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        if (auto* button = qobject_cast<QPushButton*>(window->focusWidget())) {
+            button->click();
+            return true;
+        }
+        return false;
+    default:
+        return false;
+    }
 }
 
 /// Handles the events of the window.

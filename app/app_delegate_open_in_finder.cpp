@@ -25,10 +25,19 @@ std::optional<StatusReport> AppDelegate::openShare(const std::string* phone,
     const std::string share = trimmed(shareField.text().toStdString());
     const std::string user = trimmed(userField.text().toStdString());
     const bool isAutomatic = automaticDiscovery.isChecked();
+    const auto refuse = [this](const StatusReport& reason) {
+        setStatus(reason);
+        return reason;
+    };
+    const auto refuseLoudly = [this, &refuse](const StatusReport& reason) {
+        refuse(reason);
+        environment.workspace.beep();
+        return reason;
+    };
     if (share.empty())
         return refuseLoudly({.ready = false, .text = "Enter a share name under Advanced"});
     if (!showInFinder.isChecked())
-        return refuseToOpen({.ready = false, .text = "Turn on Show Quillbox in Finder first"});
+        return refuse({.ready = false, .text = "Turn on Show Quillbox in Finder first"});
     if (!phone && isAutomatic && discoveredDevices.empty())
         return refuseLoudly({.ready = false, .text = "No Quillbox device is available yet"});
     // Not an error: the user only has to choose a phone in the file browser.
@@ -40,25 +49,12 @@ std::optional<StatusReport> AppDelegate::openShare(const std::string* phone,
     const std::string& finderName = phone ? *phone : only;
     const auto url = smbUrl({.user = user, .host = finderName + kServiceSuffix, .share = share});
     if (!url)
-        return refuseToOpen({.ready = false, .text = "Check the connection fields"});
+        return refuse({.ready = false, .text = "Check the connection fields"});
     // Saves the host and the port without further checks: only a relay needs usable ones.
     if (const auto port = parsePort(portField.text().toStdString()))
         saveFields(trimmed(hostField.text().toStdString()), *port);
     environment.workspace.open(*url, permission, opened);
     return std::nullopt;
-}
-
-StatusReport AppDelegate::refuseToOpen(const StatusReport& reason)
-{
-    setStatus(reason);
-    return reason;
-}
-
-StatusReport AppDelegate::refuseLoudly(const StatusReport& reason)
-{
-    setStatus(reason);
-    environment.workspace.beep();
-    return reason;
 }
 
 } // namespace quillbox

@@ -1,6 +1,5 @@
 #include "app/app_delegate.h"
 
-#include <QPointer>
 #include <cstddef>
 #include <utility>
 
@@ -110,9 +109,8 @@ void AppDelegate::retireChangedRelays()
 
     for (auto entry = relays.begin(); entry != relays.end();) {
         const auto desired = desiredTargets.find(entry->first);
-        const auto running = relayTargets.find(entry->first);
-        const bool isKept = desired != desiredTargets.end() && running != relayTargets.end()
-                            && running->second == desired->second;
+        const bool isKept =
+            desired != desiredTargets.end() && relayTargets[entry->first] == desired->second;
         if (isKept) {
             ++entry;
             continue;

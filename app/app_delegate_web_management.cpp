@@ -6,7 +6,6 @@
 #include <QGuiApplication>
 #include <QMenu>
 #include <QMessageBox>
-#include <QPointer>
 #include <QPushButton>
 #include <QTimer>
 #include <QWindow>
@@ -22,17 +21,6 @@ constexpr int kAlertIconSize = 48;
 
 /// A desktop that has not brought the window to the front by then does not do it for this request.
 constexpr std::chrono::seconds kLongestActivation{2};
-
-/// The visible child of `parent` of that type, or null. Skips a closed one that has not been
-/// deleted yet.
-template <class Child> Child* shownChild(const QWidget& parent)
-{
-    for (Child* child : parent.findChildren<Child*>(Qt::FindDirectChildrenOnly)) {
-        if (child->isVisible())
-            return child;
-    }
-    return nullptr;
-}
 
 /// A menu over a window, without an input grab. A Wayland compositor grants the grab of a popup
 /// only for a click or a key in a window of the program, and a click in the desktop's panel is
@@ -175,12 +163,9 @@ void AppDelegate::resolveManagement(const Endpoint& endpoint, ManagementRequest 
     if (before.opened)
         before.opened("Another request to open web management came after this one");
     // Kept alive by this variable: start() may report at once, which resets managementResolver.
-    const auto resolver = std::make_shared<ManagementResolver>(
-        environment.dispatch, environment.network, endpoint,
-        [self = QPointer(this)](const std::optional<std::string>& url) {
-            if (self)
-                self->managementResolved(url);
-        });
+    const auto resolver =
+        std::make_shared<ManagementResolver>(environment.dispatch, environment.network, endpoint,
+                                             weakly(&AppDelegate::managementResolved));
     managementResolver = resolver;
     resolver->start();
 }
@@ -204,10 +189,13 @@ void AppDelegate::explainWebManagement(const std::string& permission)
 {
     // When it is opened from the status menu, the window that it belongs to may be hidden.
     bringWindowForward(permission);
-    if (auto* shown = shownChild<QMessageBox>(*window)) {
-        shown->raise();
-        shown->activateWindow();
-        return;
+    for (auto* earlier : window->findChildren<QMessageBox*>(Qt::FindDirectChildrenOnly)) {
+        // A closed one may not have been deleted yet.
+        if (earlier->isVisible()) {
+            earlier->raise();
+            earlier->activateWindow();
+            return;
+        }
     }
     // Unlike exec(), this starts no nested event loop.
     makeAlert(*window)->open();

@@ -19,6 +19,7 @@
 #include "platform/desktop/settings/autostart_entry.h"
 #include "platform/desktop/settings/background_portal.h"
 #include "platform/desktop/settings/file_user_defaults.h"
+#include "platform/desktop/settings/user_folders.h"
 #include "platform/linux/examination.h"
 #include "platform/linux/linux_platform.h"
 #include "platform/linux/system_configuration.h"
@@ -42,6 +43,10 @@ namespace quillbox {
 namespace {
 
 constexpr const char* kBundleIdentifier = QUILLBOX_BUNDLE_IDENTIFIER;
+
+/// In the user's configuration folder.
+constexpr const char* kSettings = QUILLBOX_BUNDLE_IDENTIFIER "/settings.json";
+constexpr const char* kAutostartEntry = "autostart/" QUILLBOX_BUNDLE_IDENTIFIER ".desktop";
 
 /// Longer than a regular shutdown takes, shorter than session managers wait.
 constexpr std::chrono::milliseconds kLimitOfEnd{950};
@@ -68,18 +73,13 @@ void printUnlessAboutWindows(QtMsgType type, const QMessageLogContext& context,
 bool choosePlatform()
 {
     const Display display = probeDisplay();
-    switch (display) {
-    case Display::Any:
-        break;
-    case Display::Wayland:
+    if (display == Display::Wayland)
         qputenv("QT_QPA_PLATFORM", "wayland");
-        break;
-    case Display::None:
-        qputenv("QT_QPA_PLATFORM", "offscreen");
-        qInstallMessageHandler(printUnlessAboutWindows);
-        break;
-    }
-    return display != Display::None;
+    if (display != Display::None)
+        return true;
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    qInstallMessageHandler(printUnlessAboutWindows);
+    return false;
 }
 
 /// Qt's platform theme for GNOME loads GTK, whose accessibility bridge registers for the whole
@@ -114,12 +114,11 @@ void nameApplication()
     QGuiApplication::setDesktopFileName(QString::fromLatin1(kBundleIdentifier));
 }
 
-OpeningAdvice openingAdvice(const PackageManager& packages)
+std::string shareAdvice(const PackageManager& packages)
 {
-    return {.forShares = "It takes a file manager that opens SMB shares: for KDE "
-                         + packages.howToInstall({Package::KioSmb}) + ", for other desktops "
-                         + packages.howToInstall({Package::GvfsSmb}),
-            .forPages = "Install xdg-utils and a web browser"};
+    return "It takes a file manager that opens SMB shares: for KDE "
+           + packages.howToInstall({Package::KioSmb}) + ", for other desktops "
+           + packages.howToInstall({Package::GvfsSmb});
 }
 
 /// At logout, session managers (X Session Management Protocol) note which programs to start again
@@ -151,7 +150,7 @@ int run(const Options& options, char** arguments)
 
     const auto log = makeStandardErrorLog(options.verbose);
     const auto mainQueue = makeMainQueue();
-    auto userDefaults = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    auto userDefaults = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());
     const StartSettings settings = startSettings(options.start, *userDefaults);
     LinuxPlatform platform(mainQueue->queue(), settings.dnsSd, settings.reach, *log);
     const auto sessionBus = QDBusConnection::sessionBus();
@@ -160,9 +159,8 @@ int run(const Options& options, char** arguments)
     const auto activationTokens = makeActivationTokens();
     const auto noticeWindow = makeNoticeWindow();
     const auto notification = makeNotification(sessionBus, *noticeWindow);
-    const auto workspace =
-        makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens, *notification,
-                             openingAdvice(systemPackageManager()));
+    const auto workspace = makeDesktopWorkspace(inheritance, *smbOpener, *activationTokens,
+                                                *notification, shareAdvice(systemPackageManager()));
     const auto runningApplications = makeRunningApplications({
         .folders = folders,
         .bundleIdentifier = kBundleIdentifier,
@@ -215,7 +213,7 @@ bool keepStartOptions(const StartOptions& options)
     if (options == StartOptions())
         return true;
     const auto mainQueue = makeMainQueue();
-    const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const auto store = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());
     return keep(options, *store, "from the next start on");
 }
 
@@ -229,9 +227,9 @@ int changeAutostart(const Options& options, Autostart wanted, char** arguments)
     // First, so that no start at login is turned on that lacks them.
     if (!keepStartOptions(options.start))
         return exit_status::kFailed;
-    const auto result = isSandboxed()
-                            ? requestAutostart(wanted, QDBusConnection::sessionBus())
-                            : setAutostart(wanted, autostartPath(kBundleIdentifier), ownProgram());
+    const auto result =
+        isSandboxed() ? requestAutostart(wanted, QDBusConnection::sessionBus())
+                      : setAutostart(wanted, configurationPath(kAutostartEntry), ownProgram());
     if (result.outcome == AutostartResult::Outcome::Done)
         return print(printable(result.text) + '\n');
     printToStandardError("quillbox-helper: " + result.text);
@@ -281,7 +279,7 @@ int examine(const Options& options, char** arguments)
     const auto copy = askRunningCopy(runningCopy({}, problem).get(), kLimitOfDoctorsQuestion);
     const Examination examination = examining.get();
     const auto mainQueue = makeMainQueue();
-    const auto store = makeFileUserDefaults(settingsPath(kBundleIdentifier), mainQueue->queue());
+    const auto store = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());
     const auto findings = diagnose({.system = examination.facts,
                                     .copy = copy,
                                     .next = startSettings({}, *store),
@@ -316,9 +314,9 @@ int perform(const Options& options, char** arguments)
     return run(options, arguments);
 }
 
-int refuse(const OptionsError& error)
+int refuse(const std::string& mistake)
 {
-    printToStandardError("quillbox-helper: " + error.text);
+    printToStandardError("quillbox-helper: " + mistake);
     printToStandardError("Try 'quillbox-helper --help'.");
     return exit_status::kUsage;
 }
@@ -333,5 +331,5 @@ int main(int argumentCount, char** arguments)
     const auto parsed = quillbox::parseOptions(all.empty() ? all : all.subspan(1));
     if (const auto* options = std::get_if<quillbox::Options>(&parsed))
         return quillbox::perform(*options, arguments);
-    return quillbox::refuse(*std::get_if<quillbox::OptionsError>(&parsed));
+    return quillbox::refuse(*std::get_if<std::string>(&parsed));
 }

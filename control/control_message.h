@@ -2,6 +2,7 @@
 
 #include "control/helper_status.h"
 
+#include <array>
 #include <cstddef>
 #include <optional>
 #include <string>
@@ -20,9 +21,10 @@ enum class ControlCommand {
     Quit,
 };
 
-/// The name of the command, as on the command line.
+/// Their names, in their order, as on the command line.
+inline constexpr std::array<std::string_view, 5> kControlCommandNames{"status", "open", "manage",
+                                                                      "restart", "quit"};
 const char* nameOf(ControlCommand command);
-std::optional<ControlCommand> controlCommandNamed(std::string_view name);
 
 /// Whether the command accepts the name of a phone.
 bool takesPhone(ControlCommand command);
@@ -30,8 +32,6 @@ bool takesPhone(ControlCommand command);
 struct ControlRequest {
     ControlCommand command = ControlCommand::Status;
     std::optional<std::string> phone = {}; ///< UTF-8; nullopt: the only phone
-
-    void describe(JsonForm& form);
 
     bool operator==(const ControlRequest&) const = default;
 };
@@ -51,8 +51,6 @@ struct ControlAnswer {
     std::string text = {};                   ///< for the user; may contain text from the network
     std::vector<std::string> phones = {};    ///< the names to choose from, if there is a choice
     std::optional<HelperStatus> status = {}; ///< the answer to ControlCommand::Status
-
-    void describe(JsonForm& form);
 
     bool operator==(const ControlAnswer&) const = default;
 };

@@ -1,20 +1,78 @@
 #include "control/helper_status.h"
 
-#include "control/json_form.h"
 #include "ui/shown_text.h"
 
+#include <QChar>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
+#include <QString>
+#include <algorithm>
+#include <cstdint>
 
 namespace quillbox {
 
 namespace {
 
-void describeTraffic(JsonForm& form, Traffic& traffic)
+using namespace Qt::StringLiterals;
+
+void insert(QJsonObject& json, const Traffic& traffic)
 {
-    form.member("sessions", traffic.sessions);
-    form.member("sessionsInAll", traffic.sessionsInAll);
-    form.member("bytesToPhone", traffic.bytesReceived);
-    form.member("bytesFromPhone", traffic.bytesSent);
+    json["sessions"_L1] = static_cast<qint64>(traffic.sessions);
+    json["sessionsInAll"_L1] = static_cast<qint64>(traffic.sessionsInAll);
+    json["bytesToPhone"_L1] = static_cast<qint64>(traffic.bytesReceived);
+    json["bytesFromPhone"_L1] = static_cast<qint64>(traffic.bytesSent);
+}
+
+Traffic trafficIn(const QJsonObject& json)
+{
+    const auto count = [&json](QLatin1StringView key) {
+        return static_cast<std::uint64_t>(std::max<qint64>(json[key].toInteger(), 0));
+    };
+    return {.sessions = count("sessions"_L1),
+            .sessionsInAll = count("sessionsInAll"_L1),
+            .bytesReceived = count("bytesToPhone"_L1),
+            .bytesSent = count("bytesFromPhone"_L1)};
+}
+
+std::string textIn(const QJsonValue& json, QLatin1StringView key)
+{
+    return json[key].toString().toStdString();
+}
+
+/// What a status says, whatever else is in the object.
+HelperStatus statusIn(const QJsonObject& json)
+{
+    HelperStatus status{.isReady = json["ready"_L1].toBool(),
+                        .text = textIn(json, "status"_L1),
+                        .hint = textIn(json, "hint"_L1),
+                        .isShownInFinder = json["showInFinder"_L1].toBool(),
+                        .isAutomatic = json["automaticDiscovery"_L1].toBool(),
+                        .total = trafficIn(json)};
+    if (json.contains("dnsSd"_L1))
+        status.start = {.reach = json["thisComputerOnly"_L1].toBool() ? Reach::ThisComputer
+                                                                      : Reach::Network,
+                        .dnsSd = valueNamed<DnsSdChoice>(textIn(json, "dnsSd"_L1), kDnsSdNames)
+                                     .value_or(DnsSdChoice::Automatic)};
+    for (const QJsonValue& phone : json["phones"_L1].toArray())
+        status.phones.push_back({.name = textIn(phone, "name"_L1),
+                                 .hasFiles = phone["files"_L1].toBool(),
+                                 .hasWebManagement = phone["webManagement"_L1].toBool()});
+    for (const QJsonValue& relay : json["relays"_L1].toArray())
+        status.relays.push_back({.name = textIn(relay, "name"_L1),
+                                 .target = textIn(relay, "target"_L1),
+                                 .traffic = trafficIn(relay.toObject())});
+    return status;
+}
+
+/// Whether a terminal displays the character without interpreting it. Newlines are only those
+/// between members; those in strings are already escaped.
+bool isPlain(char32_t character)
+{
+    const QChar::Category category = QChar::category(character);
+    return character == U'\n'
+           || (QChar::isPrint(character) && category != QChar::Separator_Line
+               && category != QChar::Separator_Paragraph);
 }
 
 std::string capabilitiesOf(const PhoneStatus& phone)
@@ -45,44 +103,65 @@ std::string plainTextOf(const RelayStatus& relay)
 
 } // namespace
 
-void PhoneStatus::describe(JsonForm& form)
+/// Bytes that are not UTF-8 become U+FFFD.
+QJsonObject jsonOf(const HelperStatus& status)
 {
-    form.member("name", name);
-    form.member("files", hasFiles);
-    form.member("webManagement", hasWebManagement);
-}
-
-void RelayStatus::describe(JsonForm& form)
-{
-    form.member("name", name);
-    form.member("target", target);
-    describeTraffic(form, traffic);
-}
-
-void HelperStatus::describe(JsonForm& form)
-{
-    form.version(1);
-    form.member("ready", isReady);
-    form.member("status", text);
-    std::optional<std::string> told = hint;
-    form.member("hint", told);
-    hint = told.value_or("");
-    form.member("showInFinder", isShownInFinder);
-    form.member("automaticDiscovery", isAutomatic);
-    if (form.has("dnsSd", start)) {
-        bool isThisComputerOnly = start->reach == Reach::ThisComputer;
-        form.member("thisComputerOnly", isThisComputerOnly);
-        start->reach = isThisComputerOnly ? Reach::ThisComputer : Reach::Network;
-        form.choice("dnsSd", start->dnsSd, kDnsSdNames);
+    QJsonArray phones;
+    for (const PhoneStatus& phone : status.phones)
+        phones.append(QJsonObject{{u"name"_s, QString::fromStdString(phone.name)},
+                                  {u"files"_s, phone.hasFiles},
+                                  {u"webManagement"_s, phone.hasWebManagement}});
+    QJsonArray relays;
+    for (const RelayStatus& relay : status.relays) {
+        QJsonObject entry{{u"name"_s, QString::fromStdString(relay.name)},
+                          {u"target"_s, QString::fromStdString(relay.target)}};
+        insert(entry, relay.traffic);
+        relays.append(entry);
     }
-    form.member("phones", phones);
-    form.member("relays", relays);
-    describeTraffic(form, total);
+    QJsonObject json{{u"version"_s, 1},
+                     {u"ready"_s, status.isReady},
+                     {u"status"_s, QString::fromStdString(status.text)},
+                     {u"hint"_s, QString::fromStdString(status.hint)},
+                     {u"showInFinder"_s, status.isShownInFinder},
+                     {u"automaticDiscovery"_s, status.isAutomatic},
+                     {u"phones"_s, phones},
+                     {u"relays"_s, relays}};
+    if (status.start) {
+        json["thisComputerOnly"_L1] = status.start->reach == Reach::ThisComputer;
+        json["dnsSd"_L1] = QLatin1StringView(nameOf(status.start->dnsSd));
+    }
+    insert(json, status.total);
+    return json;
+}
+
+std::optional<HelperStatus> helperStatusIn(const QJsonObject& json)
+{
+    const HelperStatus status = statusIn(json);
+    QJsonObject exact = jsonOf(status);
+    if (!json.contains("hint"_L1))
+        exact.remove("hint"_L1);
+    return json == exact ? std::optional(status) : std::nullopt;
 }
 
 std::string jsonText(const HelperStatus& status)
 {
-    return jsonText(QJsonDocument(JsonForm::of(status)));
+    return jsonText(QJsonDocument(jsonOf(status)));
+}
+
+std::string jsonText(const QJsonDocument& document)
+{
+    const QString json = QString::fromUtf8(document.toJson());
+    QString text;
+    for (const char32_t character : json.toUcs4()) {
+        const QString verbatim = QString::fromUcs4(&character, 1);
+        if (isPlain(character)) {
+            text += verbatim;
+            continue;
+        }
+        for (const QChar unit : verbatim)
+            text += QStringLiteral("\\u%1").arg(unit.unicode(), 4, 16, QLatin1Char('0'));
+    }
+    return text.toStdString();
 }
 
 std::string plainText(const HelperStatus& status)

@@ -7,17 +7,16 @@
 #include <string>
 #include <vector>
 
-namespace quillbox {
+class QJsonDocument;
+class QJsonObject;
 
-class JsonForm;
+namespace quillbox {
 
 /// A discovered phone. Names, here and below, are verbatim: UTF-8 that some host chose.
 struct PhoneStatus {
     std::string name = {};
     bool hasFiles = false;
     bool hasWebManagement = false;
-
-    void describe(JsonForm& form);
 
     bool operator==(const PhoneStatus&) const = default;
 };
@@ -27,8 +26,6 @@ struct RelayStatus {
     std::string name = {};
     std::string target = {}; ///< the name of the phone, or the typed host and port
     Traffic traffic = {};
-
-    void describe(JsonForm& form);
 
     bool operator==(const RelayStatus&) const = default;
 };
@@ -45,15 +42,19 @@ struct HelperStatus {
     std::vector<RelayStatus> relays = {};    ///< sorted by name
     Traffic total = {};                      ///< since the start, including stopped relays
 
-    /// The hint and the start settings may be missing, for version 0.1.0 writes neither.
-    void describe(JsonForm& form);
-
     bool operator==(const HelperStatus&) const = default;
 };
+
+QJsonObject jsonOf(const HelperStatus& status);
+
+/// The status with that form; nullopt for an object with a missing, additional or wrongly typed
+/// member. The hint and the start settings may be missing, for version 0.1.0 writes neither.
+std::optional<HelperStatus> helperStatusIn(const QJsonObject& json);
 
 /// The JSON text for scripts and terminals: indented UTF-8 that ends with a newline; characters
 /// that a terminal would interpret are escaped.
 std::string jsonText(const HelperStatus& status);
+std::string jsonText(const QJsonDocument& document);
 
 /// The text for the user, in several lines.
 std::string plainText(const HelperStatus& status);

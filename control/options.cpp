@@ -2,6 +2,7 @@
 
 #include "platform/values/text.h"
 
+#include <array>
 #include <string_view>
 #include <utility>
 
@@ -15,6 +16,7 @@ constexpr std::string_view kDnsSd = "--dns-sd";
 constexpr std::string_view kThisComputerOnly = "--this-computer-only";
 constexpr std::string_view kAutostart = "--autostart";
 constexpr std::string_view kVerbose = "--verbose";
+constexpr std::array<std::string_view, 2> kSwitch{"on", "off"};
 constexpr const char* kDoctor = "doctor";
 
 /// How session managers start a program of the session again (X Session Management Protocol), with
@@ -24,20 +26,6 @@ constexpr std::string_view kSession = "-session";
 std::string inQuotes(std::string_view argument)
 {
     return '\'' + std::string(argument) + '\'';
-}
-
-std::optional<bool> switchNamed(std::string_view name)
-{
-    if (name != "on" && name != "off")
-        return std::nullopt;
-    return name == "on";
-}
-
-/// The mistake in an argument like "--autostart=yes".
-std::string noSwitch(std::string_view argument, std::string_view name)
-{
-    const std::string option(name);
-    return inQuotes(argument) + " is not one of " + option + "=on and " + option + "=off";
 }
 
 /// Whether what the option says is of use beyond the run that it starts.
@@ -64,9 +52,8 @@ std::string namesOfCategories()
 std::string namesOfCommands()
 {
     std::string names;
-    for (const auto command : {ControlCommand::Status, ControlCommand::Open, ControlCommand::Manage,
-                               ControlCommand::Restart, ControlCommand::Quit})
-        names += std::string(nameOf(command)) + ", ";
+    for (const std::string_view command : kControlCommandNames)
+        names.append(command).append(", ");
     return names + kDoctor;
 }
 
@@ -151,11 +138,17 @@ private:
         else if (name == kVerbose)
             return chooseCategories(value);
         else if (name == kThisComputerOnly)
-            return chooseReach(argument, value);
+            return choose(argument, kSwitch, [this](int place) {
+                options.start.reach = place == 0 ? Reach::ThisComputer : Reach::Network;
+            });
         else if (name == kAutostart)
-            return chooseAutostart(argument, value);
+            return choose(argument, kSwitch, [this](int place) {
+                act(place == 0 ? Action::TurnAutostartOn : Action::TurnAutostartOff);
+            });
         else if (name == kDnsSd)
-            return chooseDnsSd(argument, value);
+            return choose(argument, kDnsSdNames, [this](int place) {
+                options.start.dnsSd = static_cast<DnsSdChoice>(place);
+            });
         else
             return "unknown option " + inQuotes(argument);
         return {};
@@ -169,32 +162,25 @@ private:
                + inQuotes(options.isDoctor ? kDoctor : nameOf(options.request->command));
     }
 
-    std::string chooseDnsSd(std::string_view argument, std::string_view value)
+    /// Calls `take` with the place of the value of `argument`, like "on" in "--autostart=on", among
+    /// the names.
+    template <typename Take>
+    static std::string choose(std::string_view argument, std::span<const std::string_view> names,
+                              const Take& take)
     {
-        const auto choice = valueNamed<DnsSdChoice>(value, kDnsSdNames);
-        if (!choice)
-            return inQuotes(argument)
-                   + " is not one of --dns-sd=auto, --dns-sd=daemon and --dns-sd=embedded";
-        options.start.dnsSd = *choice;
-        return {};
-    }
-
-    std::string chooseReach(std::string_view argument, std::string_view value)
-    {
-        const auto isThisComputerOnly = switchNamed(value);
-        if (!isThisComputerOnly)
-            return noSwitch(argument, kThisComputerOnly);
-        options.start.reach = *isThisComputerOnly ? Reach::ThisComputer : Reach::Network;
-        return {};
-    }
-
-    std::string chooseAutostart(std::string_view argument, std::string_view value)
-    {
-        const auto isOn = switchNamed(value);
-        if (!isOn)
-            return noSwitch(argument, kAutostart);
-        act(*isOn ? Action::TurnAutostartOn : Action::TurnAutostartOff);
-        return {};
+        std::string_view value = argument;
+        const std::string option(takePart(value, '='));
+        if (const auto place = valueNamed<int>(value, names)) {
+            take(*place);
+            return {};
+        }
+        std::string mistake = inQuotes(argument) + " is not one of ";
+        for (const std::string_view& name : names) {
+            if (&name != &names.front())
+                mistake += &name == &names.back() ? " and " : ", ";
+            mistake.append(option).append("=").append(name);
+        }
+        return mistake;
     }
 
     /// Comma-separated names.
@@ -229,7 +215,7 @@ private:
     {
         options.isDoctor = word == kDoctor;
         if (!options.isDoctor) {
-            const auto command = controlCommandNamed(word);
+            const auto command = valueNamed<ControlCommand>(word, kControlCommandNames);
             if (!command)
                 return "unknown command " + inQuotes(word) + " (commands: " + namesOfCommands()
                        + ')';
@@ -245,15 +231,15 @@ private:
 
 } // namespace
 
-std::variant<Options, OptionsError> parseOptions(std::span<const char* const> arguments)
+std::variant<Options, std::string> parseOptions(std::span<const char* const> arguments)
 {
     Parser parser;
     for (const char* argument : arguments) {
         if (std::string problem = parser.apply(argument); !problem.empty())
-            return OptionsError{std::move(problem)};
+            return problem;
     }
     if (std::string problem = parser.check(); !problem.empty())
-        return OptionsError{std::move(problem)};
+        return problem;
     return parser.options;
 }
 

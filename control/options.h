@@ -35,15 +35,9 @@ struct Options {
     bool operator==(const Options&) const = default;
 };
 
-/// Why the command line is invalid, for the user.
-struct OptionsError {
-    std::string text;
-
-    bool operator==(const OptionsError&) const = default;
-};
-
-/// `arguments` excludes the program's name. Reports the first mistake only.
-std::variant<Options, OptionsError> parseOptions(std::span<const char* const> arguments);
+/// `arguments` excludes the program's name. If the command line is invalid, says why, for the user;
+/// names the first mistake only.
+std::variant<Options, std::string> parseOptions(std::span<const char* const> arguments);
 
 /// The output of `--help`, alone and after a command.
 const char* helpText();

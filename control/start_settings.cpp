@@ -16,9 +16,9 @@ constexpr const char* kDnsSdKey = "dnsSd";
 
 } // namespace
 
-const char* nameOf(DnsSdChoice choice)
+const char* nameOf(DnsSdChoice mode)
 {
-    return kDnsSdNames.at(static_cast<std::size_t>(choice)).data();
+    return kDnsSdNames.at(static_cast<std::size_t>(mode)).data();
 }
 
 StartSettings startSettings(const StartOptions& options, UserDefaults& store)

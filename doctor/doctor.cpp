@@ -1,13 +1,14 @@
 #include "doctor/doctor.h"
 
 #include "control/control_message.h"
-#include "control/json_form.h"
 #include "doctor/doctor_checks.h"
 #include "ui/shown_text.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <algorithm>
+#include <array>
 #include <utility>
 
 namespace quillbox {
@@ -18,23 +19,8 @@ constexpr const char* kIndent = "      ";
 
 const char* wordOf(Finding::Result result)
 {
-    switch (result) {
-    case Finding::Result::Ok:
-        return "OK";
-    case Finding::Result::Warn:
-        return "WARN";
-    case Finding::Result::Fail:
-        break;
-    }
-    return "FAIL";
-}
-
-/// Padded to the width of the indentation.
-std::string columnOf(Finding::Result result)
-{
-    std::string word = wordOf(result);
-    word.resize(std::string_view(kIndent).size(), ' ');
-    return word;
+    constexpr std::array kWords{"OK", "WARN", "FAIL"};
+    return kWords.at(static_cast<std::size_t>(result));
 }
 
 } // namespace
@@ -79,7 +65,9 @@ std::string plainText(const std::vector<Finding>& findings)
 {
     std::string text;
     for (const Finding& finding : findings) {
-        text += columnOf(finding.result) + shownUtf8(finding.check + ": " + finding.text) + '\n';
+        std::string word = wordOf(finding.result);
+        word.resize(std::string_view(kIndent).size(), ' ');
+        text += word + shownUtf8(finding.check + ": " + finding.text) + '\n';
         if (!finding.advice.empty())
             text += kIndent + shownUtf8(finding.advice) + '\n';
     }
@@ -90,12 +78,11 @@ std::string jsonText(const std::vector<Finding>& findings)
 {
     QJsonArray list;
     for (const Finding& finding : findings) {
-        QJsonObject entry;
-        entry.insert(QStringLiteral("check"), QString::fromStdString(finding.check));
-        entry.insert(QStringLiteral("result"), QLatin1StringView(wordOf(finding.result)));
-        entry.insert(QStringLiteral("text"), QString::fromStdString(finding.text));
-        entry.insert(QStringLiteral("advice"), QString::fromStdString(finding.advice));
-        list.append(entry);
+        list.append(
+            QJsonObject{{QStringLiteral("check"), QString::fromStdString(finding.check)},
+                        {QStringLiteral("result"), QLatin1StringView(wordOf(finding.result))},
+                        {QStringLiteral("text"), QString::fromStdString(finding.text)},
+                        {QStringLiteral("advice"), QString::fromStdString(finding.advice)}});
     }
     return jsonText(QJsonDocument(list));
 }

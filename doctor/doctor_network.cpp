@@ -2,6 +2,7 @@
 #include "platform/network.h"
 
 #include <algorithm>
+#include <array>
 
 namespace quillbox::doctor {
 
@@ -45,17 +46,8 @@ std::string howToLetMulticastDnsIn(const FirewallFacts& firewall)
 
 const char* kindOf(const InterfaceFacts& interface)
 {
-    switch (interface.kind) {
-    case Kind::Wired:
-        return "wired";
-    case Kind::Wireless:
-        return "wireless";
-    case Kind::Vpn:
-        return "VPN";
-    case Kind::Bridge:
-        break;
-    }
-    return "bridge";
+    constexpr std::array kKinds{"wired", "wireless", "VPN", "bridge"};
+    return kKinds.at(static_cast<std::size_t>(interface.kind));
 }
 
 /// What is wrong with one address family on an interface; empty if nothing is.

@@ -90,10 +90,10 @@ Finding reachFinding(Reach reach)
                          "with 'quillbox-helper --this-computer-only=off' changes that.");
 }
 
-Finding engineFinding(DnsSdChoice choice, const SystemFacts& system)
+Finding engineFinding(DnsSdChoice mode, const SystemFacts& system)
 {
     const std::string change = "; a start with 'quillbox-helper --dns-sd=auto' changes that.";
-    switch (choice) {
+    switch (mode) {
     case DnsSdChoice::Automatic:
         return ok(kSettings, "The helper uses avahi-daemon if it is running, otherwise the "
                              "embedded engine.");

@@ -22,8 +22,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
     for (const auto& word : words)
         arguments.push_back(word.c_str());
     const auto parsed = parseOptions(arguments);
-    if (const auto* error = std::get_if<OptionsError>(&parsed))
-        fuzz::require(!error->text.empty(), "an error has a text");
+    if (const auto* error = std::get_if<std::string>(&parsed))
+        fuzz::require(!error->empty(), "an error has a text");
     else
         fuzz::require(words.empty() || words.front() == "-h" || words.front() == "-session"
                           || words.front().starts_with("--")

@@ -11,20 +11,24 @@
 
 namespace quillbox {
 
-/// One running copy of an application.
-class RunningApplication {
-public:
-    /// A time of the boot-time clock: comparable between processes, never set back.
-    using LaunchDate = std::chrono::nanoseconds;
-
-    virtual ~RunningApplication() = default;
+/// The launch of a copy of this application.
+struct Launch {
+    /// On the boot-time clock: comparable between processes, never set back. None if it is unknown.
+    std::optional<std::chrono::nanoseconds> date = {};
 
     /// As that process sees it. In another PID namespace, such as that of another Flatpak, another
     /// process may have the same one.
-    virtual std::int64_t processIdentifier() const = 0;
+    std::int64_t processIdentifier = 0;
 
-    /// None when it is not known.
-    virtual std::optional<LaunchDate> launchDate() const = 0;
+    bool operator==(const Launch&) const = default;
+};
+
+/// Another running copy of this application.
+class RunningApplication {
+public:
+    virtual ~RunningApplication() = default;
+
+    virtual Launch launch() const = 0;
 
     virtual bool isTerminated() const = 0;
 
@@ -54,7 +58,7 @@ struct CopyMessage {
     std::string permission; ///< the sender's activation token from the desktop; may be empty
 };
 
-/// The running copies of applications, including this process. Used on the main thread.
+/// The running copies of this application. Used on the main thread.
 class RunningApplications {
 public:
     using ActivationHandler = std::function<void(const std::string& permission)>;
@@ -67,24 +71,21 @@ public:
 
     virtual ~RunningApplications() = default;
 
-    /// This process.
-    virtual std::shared_ptr<RunningApplication> current() = 0;
+    /// That of this process; without a date if the process could not be registered.
+    virtual Launch launch() const = 0;
 
-    /// The copies with this identifier, in the order of their registration. This process is one of
-    /// them if it is registered, and is then the same object as current().
-    virtual std::vector<std::shared_ptr<RunningApplication>>
-    runningApplications(const std::string& bundleIdentifier) = 0;
+    /// The other copies, in the order of their registration.
+    virtual std::vector<std::shared_ptr<RunningApplication>> others() = 0;
 
-    /// Called on the main thread whenever another copy activates this one, with the activation
-    /// token that the desktop gave that copy, or an empty string. Activations that arrive before
-    /// the handler is set are delivered as a single one when it is set.
-    virtual void setActivationHandler(ActivationHandler handler) = 0;
+    /// Serves the others from now on; those that have asked before are waiting. Called once.
+    /// `activated` is called on the main thread whenever another copy activates this one, with the
+    /// activation token that the desktop gave that copy, or an empty string; `told` with each
+    /// message to this copy. Senders wait for the answer at most 30 seconds. Both may destroy this
+    /// object.
+    virtual void serve(ActivationHandler activated, MessageHandler told) = 0;
 
-    /// Called on the main thread with each message to this copy. Messages that arrive before the
-    /// handler is set are delivered when it is set. Senders wait for the answer at most 30 seconds.
-    virtual void setMessageHandler(MessageHandler handler) = 0;
-
-    /// Unregisters this copy, so that a copy started from now on does not yield to it.
+    /// Unregisters this copy, so that a copy started from now on does not yield to it, and ends
+    /// `serve`.
     virtual void withdraw() = 0;
 };
 

@@ -26,7 +26,8 @@ ROOT = pathlib.Path(__file__).parents[1]
 PATIENCE = 120
 TESTS_IN_A_PROCESS = 24
 
-LINE = re.compile(r"\[ *(RUN|OK|FAILED|SKIPPED) *\] (\S+\.\S+?)(?: \((\d+) ms\))?$")
+# "[  FAILED  ] Suite.test/0, where GetParam() = 42 (1 ms)" has more in between.
+LINE = re.compile(r"\[ *(RUN|OK|FAILED|SKIPPED) *\] (\S+\.[^\s,]+)(?:, where .*?)?(?: \((\d+) ms\))?$")
 
 
 class Outcome:

@@ -62,7 +62,7 @@ void DeviceRow::leaveRoomForManageButton(int width)
 ManageButton::ManageButton(std::string_view phoneName, QWidget* parent)
     : QPushButton(QStringLiteral("Manage"), parent)
 {
-    TextStyle{.size = kButtonTextSize, .weight = QFont::Medium, .colour = Brand::navy}.apply(*this);
+    kButtonText.apply(*this);
     setAccessibleName(QStringLiteral("Manage ") + shownText(phoneName));
     setAccessibleDescription(
         QStringLiteral("Opens the web management page of this phone in the browser"));

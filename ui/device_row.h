@@ -11,7 +11,7 @@ namespace quillbox {
 class ManageButton final : public QPushButton {
 public:
     /// `phoneName` is UTF-8, verbatim from the network.
-    explicit ManageButton(std::string_view phoneName, QWidget* parent = nullptr);
+    ManageButton(std::string_view phoneName, QWidget* parent);
 
     /// The state of an interaction with a button.
     struct Use {
@@ -39,7 +39,7 @@ private:
 class DeviceRow final : public QFrame {
 public:
     /// `name` is UTF-8, verbatim from the network.
-    explicit DeviceRow(std::string_view name, QWidget* parent = nullptr);
+    DeviceRow(std::string_view name, QWidget* parent);
 
     /// Adds the button that opens the web page of the phone with that name.
     ManageButton& addManageButton(std::string_view name);

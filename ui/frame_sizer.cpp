@@ -32,13 +32,15 @@ void FrameSizer::setFrameSize(const QSize& size)
     height.stop();
     const QSize before = frameSize.value_or(window.frameGeometry().size());
     frameSize = size;
-    if (before.height() == size.height() || !isAnimated()) {
+    const int duration =
+        window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window);
+    if (before.height() == size.height() || duration <= 0 || !window.isVisible()
+        || window.isMinimized()) {
         apply();
         return;
     }
     frameSize->setHeight(before.height());
-    height.setDuration(
-        window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window));
+    height.setDuration(duration);
     height.setStartValue(before.height());
     height.setEndValue(size.height());
     height.start();
@@ -65,12 +67,6 @@ bool FrameSizer::eventFilter(QObject* watched, QEvent* event)
         break;
     }
     return QObject::eventFilter(watched, event);
-}
-
-bool FrameSizer::isAnimated() const
-{
-    return window.isVisible() && !window.isMinimized()
-           && window.style()->styleHint(QStyle::SH_Widget_Animation_Duration, nullptr, &window) > 0;
 }
 
 QSize FrameSizer::visibleSize(const QMargins& decoration, Reported reported)

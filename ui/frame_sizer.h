@@ -51,7 +51,6 @@ public:
 
 private:
     bool eventFilter(QObject* watched, QEvent* event) override;
-    bool isAnimated() const;
     QSize decoration() const;
     void apply();
 

@@ -20,26 +20,21 @@ namespace {
 /// scripts with stacked marks.
 constexpr double kLineHeight = 1.2;
 
-/// One line of a wrapped text, as a range of it.
-struct Line {
-    int start = 0;
-    int length = 0;
-};
-
-std::vector<Line> broken(const QString& text, const QFont& font, int width)
+/// Where the lines of the text begin if it is wrapped.
+std::vector<int> broken(const QString& text, const QFont& font, int width)
 {
     QTextLayout layout(text, font);
     QTextOption option;
     option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
     layout.setTextOption(option);
-    std::vector<Line> lines;
+    std::vector<int> starts;
     layout.beginLayout();
     for (QTextLine line = layout.createLine(); line.isValid(); line = layout.createLine()) {
         line.setLineWidth(width);
-        lines.push_back({line.textStart(), line.textLength()});
+        starts.push_back(line.textStart());
     }
     layout.endLayout();
-    return lines;
+    return starts;
 }
 
 } // namespace
@@ -70,14 +65,15 @@ std::vector<QString> ParagraphLabel::lines() const
     const int width = contentsRect().width();
     if (limit == 1)
         return {elided(text(), font(), width)};
-    const auto all = broken(text(), font(), width);
+    auto starts = broken(text(), font(), width);
+    starts.push_back(static_cast<int>(text().size()));
     std::vector<QString> result;
-    for (const Line& line : all) {
-        if (limit > 0 && static_cast<int>(result.size()) == limit - 1) {
-            result.push_back(elided(text().mid(line.start), font(), width));
+    for (std::size_t line = 0; line + 1 < starts.size(); ++line) {
+        if (limit > 0 && static_cast<int>(line) == limit - 1) {
+            result.push_back(elided(text().mid(starts[line]), font(), width));
             break;
         }
-        result.push_back(text().mid(line.start, line.length));
+        result.push_back(text().mid(starts[line], starts[line + 1] - starts[line]));
     }
     return result;
 }

@@ -23,7 +23,6 @@ public:
 
     /// 0, the default, means no limit. To be set before the text is shown.
     void setMaximumLines(int count);
-    int maximumLines() const { return limit; }
 
     /// The lines as they are painted at the current width.
     std::vector<QString> lines() const;

@@ -14,6 +14,13 @@ namespace {
 /// What avahi-daemon's GetState returns (AvahiServerState).
 enum AvahiServerState { kInvalid, kRegistering, kRunning, kCollision, kFailure };
 
+Seen seen(const std::optional<QVariant>& answer)
+{
+    if (!answer)
+        return Seen::Unknown;
+    return answer->toBool() ? Seen::Yes : Seen::No;
+}
+
 /// A bus connection that the destructor closes.
 class Bus final {
 public:
@@ -29,10 +36,15 @@ public:
 
     bool isThere() const { return connection.isConnected(); }
 
-    QDBusMessage call(QDBusMessage message, std::chrono::milliseconds limit) const
+    /// The first value of the answer; nullopt on error or timeout.
+    std::optional<QVariant> ask(QDBusMessage question, std::chrono::milliseconds limit) const
     {
-        message.setAutoStartService(false);
-        return connection.call(message, QDBus::Block, static_cast<int>(limit.count()));
+        question.setAutoStartService(false);
+        const auto answer =
+            connection.call(question, QDBus::Block, static_cast<int>(limit.count()));
+        if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
+            return std::nullopt;
+        return answer.arguments().constFirst();
     }
 
     Seen hasOwner(const char* service, std::chrono::milliseconds limit) const
@@ -41,10 +53,7 @@ public:
             QStringLiteral("org.freedesktop.DBus"), QStringLiteral("/org/freedesktop/DBus"),
             QStringLiteral("org.freedesktop.DBus"), QStringLiteral("NameHasOwner"));
         question.setArguments({QString::fromLatin1(service)});
-        const auto answer = call(question, limit);
-        if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
-            return Seen::Unknown;
-        return answer.arguments().constFirst().toBool() ? Seen::Yes : Seen::No;
+        return seen(ask(question, limit));
     }
 
 private:
@@ -54,31 +63,22 @@ private:
 
 constexpr const char* kAvahi = "org.freedesktop.Avahi";
 
-/// Calls a method of avahi-daemon that takes no arguments; nullopt on error or timeout.
+/// Calls a method of avahi-daemon that takes no arguments.
 std::optional<QVariant> askAvahi(const Bus& bus, const char* method,
                                  std::chrono::milliseconds limit)
 {
-    const auto answer =
-        bus.call(QDBusMessage::createMethodCall(QLatin1StringView(kAvahi), QStringLiteral("/"),
-                                                QStringLiteral("org.freedesktop.Avahi.Server"),
-                                                QLatin1StringView(method)),
-                 limit);
-    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
-        return std::nullopt;
-    return answer.arguments().constFirst();
+    return bus.ask(QDBusMessage::createMethodCall(QLatin1StringView(kAvahi), QStringLiteral("/"),
+                                                  QStringLiteral("org.freedesktop.Avahi.Server"),
+                                                  QLatin1StringView(method)),
+                   limit);
 }
 
 AvahiFacts::State stateOf(int state)
 {
-    switch (state) {
-    case kRunning:
+    if (state == kRunning)
         return AvahiFacts::State::Running;
-    case kRegistering:
-    case kCollision:
-        return AvahiFacts::State::Registering;
-    default:
-        return AvahiFacts::State::Failed;
-    }
+    return state == kRegistering || state == kCollision ? AvahiFacts::State::Registering
+                                                        : AvahiFacts::State::Failed;
 }
 
 } // namespace
@@ -128,11 +128,8 @@ Seen probeStatusPanel(std::chrono::milliseconds limit)
         QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
     question.setArguments(
         {QString::fromLatin1(kWatcher), QStringLiteral("IsStatusNotifierHostRegistered")});
-    const auto answer = bus.call(question, limit);
-    if (answer.type() != QDBusMessage::ReplyMessage || answer.arguments().isEmpty())
-        return Seen::Unknown;
-    const auto value = answer.arguments().constFirst().value<QDBusVariant>().variant();
-    return value.toBool() ? Seen::Yes : Seen::No;
+    const auto answer = bus.ask(question, limit);
+    return seen(answer ? std::optional(answer->value<QDBusVariant>().variant()) : std::nullopt);
 }
 
 } // namespace quillbox::diagnosis

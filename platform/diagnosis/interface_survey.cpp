@@ -97,17 +97,9 @@ template <typename Header, typename Handler> void dump(int request, const Handle
 
 bool isTunnel(int hardwareType)
 {
-    switch (hardwareType) {
-    case ARPHRD_NONE:
-    case ARPHRD_PPP:
-    case ARPHRD_TUNNEL:
-    case ARPHRD_TUNNEL6:
-    case ARPHRD_SIT:
-    case ARPHRD_IPGRE:
-        return true;
-    default:
-        return false;
-    }
+    constexpr std::array kTunnels{ARPHRD_NONE,    ARPHRD_PPP, ARPHRD_TUNNEL,
+                                  ARPHRD_TUNNEL6, ARPHRD_SIT, ARPHRD_IPGRE};
+    return std::find(kTunnels.begin(), kTunnels.end(), hardwareType) != kTunnels.end();
 }
 
 bool isBridge(const Attributes& attributes)
@@ -132,39 +124,6 @@ bool isAlive(const ndmsg& neighbour)
     return (neighbour.ndm_state & kKnown) != 0;
 }
 
-/// What the kernel's tables say about interfaces, by interface index.
-struct KernelTables {
-    std::set<int> bridges;
-    std::set<int> tunnels;                 ///< point-to-point links over another network
-    std::set<int> defaultRoutes;           ///< targets of a default route, or of a half of one (/1)
-    std::map<int, std::size_t> neighbours; ///< number of hosts whose hardware address is known
-};
-
-KernelTables readKernelTables()
-{
-    KernelTables tables;
-    dump<ifinfomsg>(RTM_GETLINK, [&](const ifinfomsg& link, const Attributes& attributes) {
-        if (isBridge(attributes))
-            tables.bridges.insert(link.ifi_index);
-        if (isTunnel(link.ifi_type))
-            tables.tunnels.insert(link.ifi_index);
-    });
-    dump<rtmsg>(RTM_GETROUTE, [&](const rtmsg& route, const Attributes& attributes) {
-        if (isDefault(route))
-            tables.defaultRoutes.insert(numberIn(attributes, RTA_OIF));
-    });
-    // Counted by hardware address, because a host may have several IP addresses.
-    std::map<int, std::set<std::string>> cards;
-    dump<ndmsg>(RTM_GETNEIGH, [&](const ndmsg& neighbour, const Attributes& attributes) {
-        const auto card = attributes.find(NDA_LLADDR);
-        if (isAlive(neighbour) && card != attributes.end())
-            cards[neighbour.ndm_ifindex].insert(std::string(card->second));
-    });
-    for (const auto& [index, each] : cards)
-        tables.neighbours[index] = each.size();
-    return tables;
-}
-
 bool isWireless(const std::string& name)
 {
     std::error_code ignored;
@@ -178,22 +137,44 @@ void addAddress(InterfaceFacts& facts, const sockaddr* address)
     (address->sa_family == AF_INET ? facts.ipv4 : facts.ipv6).isTried = true;
 }
 
-void describe(SurveyedInterface& interface, const ifaddrs& entry, const KernelTables& tables)
+void describe(InterfaceFacts& facts, const ifaddrs& entry)
 {
-    InterfaceFacts& facts = interface.facts;
-    interface.index = static_cast<int>(::if_nametoindex(entry.ifa_name));
+    facts.index = static_cast<int>(::if_nametoindex(entry.ifa_name));
     facts.name = entry.ifa_name;
     facts.isRunning = (entry.ifa_flags & IFF_RUNNING) != 0;
     facts.hasMulticast = (entry.ifa_flags & IFF_MULTICAST) != 0;
-    facts.hasDefaultRoute = tables.defaultRoutes.contains(interface.index);
-    const auto neighbours = tables.neighbours.find(interface.index);
-    facts.neighbours = neighbours == tables.neighbours.end() ? 0 : neighbours->second;
-    if (tables.tunnels.contains(interface.index))
-        facts.kind = InterfaceFacts::Kind::Vpn;
-    else if (tables.bridges.contains(interface.index))
-        facts.kind = InterfaceFacts::Kind::Bridge;
-    else if (isWireless(facts.name))
+    if (isWireless(facts.name))
         facts.kind = InterfaceFacts::Kind::Wireless;
+}
+
+/// Adds what the kernel's tables say.
+void addTables(std::vector<InterfaceFacts>& interfaces)
+{
+    InterfaceFacts none;
+    const auto at = [&](int index) -> InterfaceFacts& {
+        const auto found = std::find_if(interfaces.begin(), interfaces.end(),
+                                        [index](const auto& each) { return each.index == index; });
+        return found == interfaces.end() ? none : *found;
+    };
+    dump<ifinfomsg>(RTM_GETLINK, [&](const ifinfomsg& link, const Attributes& attributes) {
+        if (isBridge(attributes))
+            at(link.ifi_index).kind = InterfaceFacts::Kind::Bridge;
+        if (isTunnel(link.ifi_type))
+            at(link.ifi_index).kind = InterfaceFacts::Kind::Vpn;
+    });
+    dump<rtmsg>(RTM_GETROUTE, [&](const rtmsg& route, const Attributes& attributes) {
+        if (isDefault(route))
+            at(numberIn(attributes, RTA_OIF)).hasDefaultRoute = true;
+    });
+    // Counted by hardware address, because a host may have several IP addresses.
+    std::map<int, std::set<std::string>> cards;
+    dump<ndmsg>(RTM_GETNEIGH, [&](const ndmsg& neighbour, const Attributes& attributes) {
+        const auto card = attributes.find(NDA_LLADDR);
+        if (isAlive(neighbour) && card != attributes.end())
+            cards[neighbour.ndm_ifindex].insert(std::string(card->second));
+    });
+    for (const auto& [index, each] : cards)
+        at(index).neighbours = each.size();
 }
 
 } // namespace
@@ -205,10 +186,9 @@ Survey surveyInterfaces()
     if (::getifaddrs(&first) != 0)
         return survey;
     const std::unique_ptr<ifaddrs, decltype(&::freeifaddrs)> owner(first, &::freeifaddrs);
-    const KernelTables tables = readKernelTables();
     const auto named = [&survey](const char* name) {
         return std::find_if(survey.interfaces.begin(), survey.interfaces.end(),
-                            [name](const auto& each) { return each.facts.name == name; });
+                            [name](const auto& each) { return each.name == name; });
     };
     // getifaddrs() lists the links first, then their addresses.
     for (const auto* each = first; each != nullptr; each = each->ifa_next) {
@@ -216,13 +196,14 @@ Survey surveyInterfaces()
         const int family = each->ifa_addr == nullptr ? AF_UNSPEC : each->ifa_addr->sa_family;
         if (!isOut && named(each->ifa_name) == survey.interfaces.end()
             && survey.interfaces.size() < kMostInterfaces)
-            describe(survey.interfaces.emplace_back(), *each, tables);
+            describe(survey.interfaces.emplace_back(), *each);
         if (family != AF_INET && family != AF_INET6)
             continue;
         survey.addresses.push_back(toSocketAddress(each->ifa_addr));
         if (const auto found = named(each->ifa_name); found != survey.interfaces.end())
-            addAddress(found->facts, each->ifa_addr);
+            addAddress(*found, each->ifa_addr);
     }
+    addTables(survey.interfaces);
     return survey;
 }
 

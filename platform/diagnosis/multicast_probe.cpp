@@ -227,14 +227,13 @@ void listen(std::vector<std::unique_ptr<Lane>>& lanes, const std::set<Host>& own
 void probeMulticast(Survey& survey, const std::string& type, std::chrono::milliseconds duration)
 {
     std::vector<std::unique_ptr<Lane>> lanes;
-    for (SurveyedInterface& each : survey.interfaces) {
-        if (!each.facts.isRunning || !each.facts.hasMulticast
-            || each.facts.kind == InterfaceFacts::Kind::Vpn)
+    for (InterfaceFacts& each : survey.interfaces) {
+        if (!each.isRunning || !each.hasMulticast || each.kind == InterfaceFacts::Kind::Vpn)
             continue;
-        if (each.facts.ipv4.isTried)
-            lanes.push_back(std::make_unique<Lane>(AF_INET, each.index, each.facts.ipv4));
-        if (each.facts.ipv6.isTried)
-            lanes.push_back(std::make_unique<Lane>(AF_INET6, each.index, each.facts.ipv6));
+        if (each.ipv4.isTried)
+            lanes.push_back(std::make_unique<Lane>(AF_INET, each.index, each.ipv4));
+        if (each.ipv6.isTried)
+            lanes.push_back(std::make_unique<Lane>(AF_INET6, each.index, each.ipv6));
     }
     std::set<Host> ownHosts;
     for (const SocketAddress& each : survey.addresses)

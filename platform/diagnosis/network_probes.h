@@ -9,15 +9,9 @@
 
 namespace quillbox::diagnosis {
 
-/// An interface, with its index, which the multicast probe needs.
-struct SurveyedInterface {
-    int index = 0;
-    InterfaceFacts facts;
-};
-
 struct Survey {
-    std::vector<SurveyedInterface> interfaces; ///< without the loopback interface
-    std::vector<SocketAddress> addresses;      ///< of this computer, on all interfaces
+    std::vector<InterfaceFacts> interfaces; ///< without the loopback interface
+    std::vector<SocketAddress> addresses;   ///< of this computer, on all interfaces
 };
 
 /// Reads the interfaces of this computer from the kernel, which needs no privileges. What cannot be

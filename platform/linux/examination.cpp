@@ -30,10 +30,7 @@ std::vector<InterfaceFacts> probeInterfaces(const std::string& type)
 {
     Survey survey = surveyInterfaces();
     probeMulticast(survey, type, kMulticastTime);
-    std::vector<InterfaceFacts> facts;
-    for (SurveyedInterface& each : survey.interfaces)
-        facts.push_back(std::move(each.facts));
-    return facts;
+    return survey.interfaces;
 }
 
 } // namespace

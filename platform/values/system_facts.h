@@ -30,6 +30,7 @@ struct MulticastFacts {
 struct InterfaceFacts {
     enum class Kind { Wired, Wireless, Vpn, Bridge };
 
+    int index = 0; ///< the kernel's
     std::string name = {};
     Kind kind = Kind::Wired;
     bool isRunning = false; ///< up, and with a carrier

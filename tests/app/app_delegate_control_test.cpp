@@ -339,7 +339,7 @@ TEST_F(AppDelegateControl, ignoresMessagesOnceItIsGone)
 
 TEST_F(AppDelegateControl, isNotThereForACopyThatYields)
 {
-    applications.add(kIdentifier, 7, RunningApplication::LaunchDate(1));
+    applications.add({.date = std::chrono::nanoseconds(1), .processIdentifier = 7});
     create();
     delegate->applicationDidFinishLaunching();
     EXPECT_FALSE(applications.messageHandler);

@@ -20,7 +20,7 @@ using ::testing::IsEmpty;
 using ::testing::Not;
 using ::testing::SizeIs;
 
-using LaunchDate = RunningApplication::LaunchDate;
+using LaunchDate = std::chrono::nanoseconds;
 
 constexpr std::int64_t kOwnProcess = FakeRunningApplications::kOwnProcessIdentifier;
 constexpr LaunchDate kOwnDate = FakeRunningApplications::kOwnLaunchDate;
@@ -34,7 +34,7 @@ protected:
     {
         create();
         applications.copies.clear();
-        const auto other = applications.add(kIdentifier, process, date);
+        const auto other = applications.add({.date = date, .processIdentifier = process});
         const bool yields = delegate->activateExistingInstance();
         EXPECT_EQ(other->activations, yields ? 1 : 0);
         return yields;
@@ -107,7 +107,7 @@ TEST_F(AppDelegateLifecycle, looksLightOnADarkDesktop)
 
 TEST_F(AppDelegateLifecycle, aSecondCopyBringsTheFirstForwardAndEndsUntouched)
 {
-    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    const auto older = applications.add({.date = kEarlier, .processIdentifier = 400});
     create();
     defaults.reads.clear();
     launch();
@@ -128,7 +128,7 @@ TEST_F(AppDelegateLifecycle, aSecondCopyBringsTheFirstForwardAndEndsUntouched)
 
 TEST_F(AppDelegateLifecycle, anOlderCopyDoesNotYieldToANewerOne)
 {
-    const auto newer = applications.add(kIdentifier, 400, kLater);
+    const auto newer = applications.add({.date = kLater, .processIdentifier = 400});
     launch();
     EXPECT_EQ(newer->activations, 0);
     EXPECT_EQ(terminations, 0);
@@ -137,19 +137,10 @@ TEST_F(AppDelegateLifecycle, anOlderCopyDoesNotYieldToANewerOne)
 
 TEST_F(AppDelegateLifecycle, aCopyThatHasTerminatedIsIgnored)
 {
-    const auto ended = applications.add(kIdentifier, 400, kEarlier);
+    const auto ended = applications.add({.date = kEarlier, .processIdentifier = 400});
     ended->terminated = true;
     launch();
     EXPECT_EQ(ended->activations, 0);
-    EXPECT_EQ(terminations, 0);
-}
-
-TEST_F(AppDelegateLifecycle, theCurrentProcessIsIgnored)
-{
-    applications.self->date = std::nullopt;
-    applications.copies[kIdentifier] = {applications.self};
-    launch();
-    EXPECT_EQ(applications.self->activations, 0);
     EXPECT_EQ(terminations, 0);
 }
 
@@ -176,7 +167,7 @@ TEST_F(AppDelegateLifecycle, aCopyThatStaysStoresWhatTheCommandLineChose)
 
 TEST_F(AppDelegateLifecycle, aCopyThatYieldsStoresNothingAndSaysSoIfItWasToldOtherSettings)
 {
-    applications.add(kIdentifier, 400, kEarlier);
+    applications.add({.date = kEarlier, .processIdentifier = 400});
     const auto said = [this] {
         ::testing::internal::CaptureStderr();
         create();
@@ -199,16 +190,17 @@ TEST_F(AppDelegateLifecycle, copiesOfTheSameInstantAreOrderedByProcess)
 TEST_F(AppDelegateLifecycle, yieldsWhereLaunchDatesAreUnknown)
 {
     EXPECT_TRUE(yieldsTo(kOwnProcess + 1, std::nullopt));
-    applications.self->date = std::nullopt;
+    applications.own.date = std::nullopt;
     EXPECT_TRUE(yieldsTo(kOwnProcess + 1, kLater));
     EXPECT_TRUE(yieldsTo(kOwnProcess + 1, std::nullopt));
 }
 
 TEST_F(AppDelegateLifecycle, activatesTheFirstOlderCopyOfTheSystemsList)
 {
-    const auto newer = applications.add(kIdentifier, 400, kLater);
-    const auto first = applications.add(kIdentifier, 401, kEarlier);
-    const auto second = applications.add(kIdentifier, 402, kEarlier - LaunchDate(1));
+    const auto newer = applications.add({.date = kLater, .processIdentifier = 400});
+    const auto first = applications.add({.date = kEarlier, .processIdentifier = 401});
+    const auto second =
+        applications.add({.date = kEarlier - LaunchDate(1), .processIdentifier = 402});
     create();
     EXPECT_TRUE(delegate->activateExistingInstance());
     EXPECT_EQ(newer->activations, 0);
@@ -218,12 +210,12 @@ TEST_F(AppDelegateLifecycle, activatesTheFirstOlderCopyOfTheSystemsList)
 
 TEST_F(AppDelegateLifecycle, withoutABundleIdentifierAnyNumberOfCopiesRun)
 {
-    const auto older = applications.add("", 400, kEarlier);
+    const auto older = applications.add({.date = kEarlier, .processIdentifier = 400});
     create(std::nullopt);
     launch();
     EXPECT_EQ(older->activations, 0);
     EXPECT_EQ(terminations, 0);
-    EXPECT_THAT(applications.questions, IsEmpty());
+    EXPECT_EQ(applications.questions, 0);
 }
 
 TEST_F(AppDelegateLifecycle, theSameDevicesInTheSameOrderRedrawTheListAndLeaveTheRelays)
@@ -480,7 +472,7 @@ TEST_F(AppDelegateLifecycle, aCopyThatStartsHiddenYieldsWithoutBringingTheOlderF
 {
     startsHidden = true;
     create();
-    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    const auto older = applications.add({.date = kEarlier, .processIdentifier = 400});
     EXPECT_TRUE(delegate->activateExistingInstance());
     EXPECT_EQ(older->activations, 0);
 }
@@ -491,7 +483,7 @@ TEST_F(AppDelegateLifecycle, aCopyThatIsAboutToExitIsWaitedForAndNotYieldedTo)
         startsHidden = isHidden;
         create();
         applications.copies.clear();
-        const auto exiting = applications.add(kIdentifier, 400, kEarlier);
+        const auto exiting = applications.add({.date = kEarlier, .processIdentifier = 400});
         exiting->terminatesWhenReached = true;
         ::testing::internal::CaptureStderr();
         EXPECT_FALSE(delegate->activateExistingInstance());
@@ -499,7 +491,7 @@ TEST_F(AppDelegateLifecycle, aCopyThatIsAboutToExitIsWaitedForAndNotYieldedTo)
         EXPECT_EQ(exiting->activations, isHidden ? 0 : 1);
         EXPECT_THAT(exiting->limits, Not(IsEmpty())) << "it was not waited for";
 
-        const auto next = applications.add(kIdentifier, 401, kEarlier);
+        const auto next = applications.add({.date = kEarlier, .processIdentifier = 401});
         exiting->terminated = false;
         EXPECT_TRUE(delegate->activateExistingInstance());
         EXPECT_EQ(next->activations, isHidden ? 0 : 1);
@@ -509,7 +501,7 @@ TEST_F(AppDelegateLifecycle, aCopyThatIsAboutToExitIsWaitedForAndNotYieldedTo)
 TEST_F(AppDelegateLifecycle, aSecondCopySaysThatAnotherOneRuns)
 {
     hasDisplay = false;
-    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    const auto older = applications.add({.date = kEarlier, .processIdentifier = 400});
     ::testing::internal::CaptureStderr();
     launch();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(),
@@ -541,7 +533,7 @@ TEST_F(AppDelegateLifecycle, aCopyThatStaysWithoutADisplaySaysSo)
 
 TEST_F(AppDelegateLifecycle, aLaunchThatCanShowNoWindowSaysSoOnTheDesktopBeforeItEnds)
 {
-    const auto older = applications.add(kIdentifier, 400, kEarlier);
+    const auto older = applications.add({.date = kEarlier, .processIdentifier = 400});
     older->hasDisplay = false;
     launch();
     ASSERT_THAT(notice.shown, SizeIs(1));

@@ -48,20 +48,19 @@ protected:
 TEST_F(AppDelegateOrder, startsUpInAFixedOrder)
 {
     launchAndWait();
-    EXPECT_THAT(log, ElementsAre("applications.query", "status item, window built",
+    EXPECT_THAT(log, ElementsAre("applications.others", "status item, window built",
                                  "browse.start _quillbox._tcp", "browse.start _quillbox-admin._tcp",
-                                 "window.bringForward", "applications.setActivationHandler",
-                                 "read showInFinder", "read automaticDiscovery", "write host",
-                                 "write port", "write share", "write user", "relay",
-                                 "applications.setMessageHandler"));
+                                 "window.bringForward", "read showInFinder",
+                                 "read automaticDiscovery", "write host", "write port",
+                                 "write share", "write user", "relay", "applications.serve"));
 }
 
 TEST_F(AppDelegateOrder, endsASecondCopyAfterTheQueryForTheFirst)
 {
-    applications.add(kIdentifier, 400,
-                     FakeRunningApplications::kOwnLaunchDate - RunningApplication::LaunchDate(1));
+    applications.add({.date = FakeRunningApplications::kOwnLaunchDate - std::chrono::nanoseconds(1),
+                      .processIdentifier = 400});
     launchAndWait();
-    EXPECT_THAT(log, ElementsAre("applications.query"));
+    EXPECT_THAT(log, ElementsAre("applications.others"));
     EXPECT_EQ(terminations, 1);
 }
 

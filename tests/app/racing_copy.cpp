@@ -11,12 +11,33 @@
 #include "tests/fakes/recording_workspace.h"
 
 #include <QApplication>
+#include <QEvent>
 #include <QSocketNotifier>
 #include <cstdio>
 #include <iostream>
 #include <string>
 
 #include <unistd.h>
+
+namespace {
+
+void tell(const char* what)
+{
+    std::puts(what);
+    std::fflush(stdout);
+}
+
+/// Prints when a window that was hidden is shown.
+class Witness final : public QObject {
+    bool eventFilter(QObject* /*window*/, QEvent* event) override
+    {
+        if (event->type() == QEvent::Show)
+            tell("comes forward");
+        return false;
+    }
+};
+
+} // namespace
 
 /// One copy of the helper. Waits for a line on standard input, launches, and prints whether it
 /// stays or yields, and each time that another copy brings it forward. A copy that stays exits when
@@ -27,10 +48,6 @@ int main(int argumentCount, char** arguments)
 
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const QApplication application(argumentCount, arguments);
-    const auto tell = [](const char* what) {
-        std::puts(what);
-        std::fflush(stdout);
-    };
     tell("waits");
     std::string line;
     std::getline(std::cin, line);
@@ -46,6 +63,7 @@ int main(int argumentCount, char** arguments)
         .activationToken = {},
     });
     bool yields = false;
+    Witness witness;
     FakeStatusHost statusHost;
     FakeWindowPresence windowPresence;
     RecordingNotice notice;
@@ -79,10 +97,7 @@ int main(int argumentCount, char** arguments)
             tell(yields ? "yields" : "stays");
             if (!yields) {
                 delegate.window->hide();
-                copies->setActivationHandler([&](const std::string& permission) {
-                    delegate.applicationShouldHandleReopen(false, permission);
-                    tell(delegate.window->isVisible() ? "comes forward" : "stays hidden");
-                });
+                delegate.window->installEventFilter(&witness);
             }
         },
         Qt::QueuedConnection);

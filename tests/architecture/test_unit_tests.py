@@ -30,7 +30,8 @@ for test in tests:
         print("/path/suite_test.cpp:9: Skipped\\nno IPv6 here\\n")
     failed = failed or test == "fails"
     end = dict(fails="  FAILED  ", skips="  SKIPPED ").get(test, "       OK ")
-    print(f"[{{end}}] Suite.{{test}} (1 ms)")
+    more = ", where GetParam() = (4, \\"x (2 ms)\\")" if test == "fails" else ""
+    print(f"[{{end}}] Suite.{{test}}{{more}} (1 ms)")
 sys.exit({code} if {code} is not None else int(failed))
 """
 
@@ -71,7 +72,7 @@ def test_one_that_fails_or_crashes_does_not_take_the_others_with_it(tmp_path):
         1,
         {
             "tcp.Suite.before": "passed",
-            "tcp.Suite.fails": "[  FAILED  ] Suite.fails (1 ms)",
+            "tcp.Suite.fails": '[  FAILED  ] Suite.fails, where GetParam() = (4, "x (2 ms)") (1 ms)',
             "tcp.Suite.crashes": "killed by signal 6",
             "tcp.Suite.after": "passed",
         },

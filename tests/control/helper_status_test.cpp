@@ -1,5 +1,4 @@
 #include "control/helper_status.h"
-#include "control/json_form.h"
 #include "platform/values/text.h"
 
 #include <QJsonArray>
@@ -72,9 +71,9 @@ TEST(HelperStatus, saysWhatFileManagersLack)
     const HelperStatus status{.text = "1 Quillbox device visible in Finder",
                               .hint = "Nobody lists it."};
     EXPECT_THAT(plainText(status), HasSubstr("visible in Finder\nHint: Nobody lists it.\nShow"));
-    EXPECT_EQ(JsonForm::read<HelperStatus>(JsonForm::of(status)), status);
-    EXPECT_EQ(JsonForm::of(status)[QStringLiteral("hint")], QStringLiteral("Nobody lists it."));
-    EXPECT_EQ(JsonForm::of(HelperStatus())[QStringLiteral("hint")], QString());
+    EXPECT_EQ(helperStatusIn(jsonOf(status)), status);
+    EXPECT_EQ(jsonOf(status)[QStringLiteral("hint")], QStringLiteral("Nobody lists it."));
+    EXPECT_EQ(jsonOf(HelperStatus())[QStringLiteral("hint")], QString());
     EXPECT_THAT(plainText(HelperStatus{.hint = kHostile}), Not(HasSubstr("\x1b")));
 }
 
@@ -83,14 +82,14 @@ TEST(HelperStatus, saysWhatTheStartChose)
     const HelperStatus status{
         .start = StartSettings{.reach = Reach::ThisComputer, .dnsSd = DnsSdChoice::Embedded}};
     EXPECT_THAT(plainText(status), HasSubstr("\nThis computer only: on\nDNS-SD: embedded\nPhones"));
-    QJsonObject json = JsonForm::of(status);
-    EXPECT_EQ(JsonForm::read<HelperStatus>(json), status);
+    QJsonObject json = jsonOf(status);
+    EXPECT_EQ(helperStatusIn(json), status);
     EXPECT_EQ(json[QStringLiteral("thisComputerOnly")], true);
     EXPECT_EQ(json[QStringLiteral("dnsSd")], QStringLiteral("embedded"));
     json[QStringLiteral("dnsSd")] = QStringLiteral("avahi");
-    EXPECT_FALSE(JsonForm::read<HelperStatus>(json));
+    EXPECT_FALSE(helperStatusIn(json));
     json.remove(QStringLiteral("dnsSd"));
-    EXPECT_FALSE(JsonForm::read<HelperStatus>(json));
+    EXPECT_FALSE(helperStatusIn(json));
     EXPECT_THAT(plainText(HelperStatus{.start = StartSettings()}),
                 HasSubstr("\nThis computer only: off\nDNS-SD: auto\n"));
 }
@@ -111,7 +110,7 @@ TEST(HelperStatus, asJsonHoldsNamesVerbatim)
 {
     for (const std::string name : {kHostile, "Quillbox K\u00fcche \U0001F4F1", ""}) {
         const std::string json = jsonText(statusWith(name));
-        EXPECT_EQ(JsonForm::read<HelperStatus>(parsed(json)), statusWith(name));
+        EXPECT_EQ(helperStatusIn(parsed(json)), statusWith(name));
     }
 }
 
@@ -131,12 +130,12 @@ TEST(HelperStatus, asJsonGivesATerminalNothingToActUponEither)
 TEST(HelperStatus, isNotReadFromJsonWithAnEntryThatIsUnsound)
 {
     const QJsonObject sound = parsed(jsonText(statusWith("Quillbox")));
-    ASSERT_TRUE(JsonForm::read<HelperStatus>(sound));
+    ASSERT_TRUE(helperStatusIn(sound));
     for (const char* list : {"phones", "relays"}) {
         const auto withEntry = [&](const QJsonValue& entry) {
             QJsonObject object = sound;
             object[QLatin1String(list)] = QJsonArray{entry};
-            return JsonForm::read<HelperStatus>(object);
+            return helperStatusIn(object);
         };
         const QJsonObject entry = sound[QLatin1String(list)].toArray().first().toObject();
         EXPECT_TRUE(withEntry(entry)) << list;
@@ -160,7 +159,7 @@ TEST(HelperStatus, isReadFromJsonOfItsVersionOnly)
     QJsonObject other = parsed(jsonText(statusWith("Quillbox")));
     for (const int version : {0, 2}) {
         other[QStringLiteral("version")] = version;
-        EXPECT_FALSE(JsonForm::read<HelperStatus>(other)) << version;
+        EXPECT_FALSE(helperStatusIn(other)) << version;
     }
 }
 
@@ -168,17 +167,16 @@ TEST(HelperStatus, isReadFromJsonOfACopyThatKnowsNoHints)
 {
     QJsonObject older = parsed(jsonText(statusWith("Quillbox")));
     older.remove(QStringLiteral("hint"));
-    EXPECT_EQ(JsonForm::read<HelperStatus>(older), statusWith("Quillbox"));
+    EXPECT_EQ(helperStatusIn(older), statusWith("Quillbox"));
     older[QStringLiteral("hint")] = true;
-    EXPECT_FALSE(JsonForm::read<HelperStatus>(older));
+    EXPECT_FALSE(helperStatusIn(older));
 }
 
 TEST(HelperStatus, asJsonIsUtf8EvenWhenANameIsNot)
 {
     const std::string json = jsonText(statusWith("Quillbox \xff"));
     EXPECT_TRUE(isValidUtf8(json));
-    EXPECT_EQ(JsonForm::read<HelperStatus>(parsed(json)).value().phones.at(0).name,
-              "Quillbox \uFFFD");
+    EXPECT_EQ(helperStatusIn(parsed(json)).value().phones.at(0).name, "Quillbox \uFFFD");
 }
 
 } // namespace

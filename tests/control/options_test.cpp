@@ -9,7 +9,7 @@ namespace quillbox {
 
 namespace {
 
-using Parsed = std::variant<Options, OptionsError>;
+using Parsed = std::variant<Options, std::string>;
 
 Parsed parse(const std::vector<const char*>& arguments)
 {
@@ -23,8 +23,8 @@ Parsed action(Options::Action action)
 
 std::string errorOf(const Parsed& result)
 {
-    const auto* error = std::get_if<OptionsError>(&result);
-    return error ? error->text : "";
+    const auto* error = std::get_if<std::string>(&result);
+    return error ? *error : "";
 }
 
 TEST(Options, withoutArgumentsTheHelperRuns)

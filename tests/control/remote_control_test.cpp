@@ -26,7 +26,7 @@ protected:
         copy.answers = [text = encoded(answer)](const std::string&) { return text; };
     }
 
-    FakeRunningApplication copy{7, std::nullopt};
+    FakeRunningApplication copy{Launch{}};
 };
 
 TEST_F(RemoteControl, aProgramThatIsNotRunningIsSaid)

@@ -660,12 +660,28 @@ TEST(Doctor, aLineStandsForEachFindingAndOneForItsAdvice)
               "Wait.\n");
 }
 
+TEST(Doctor, namesTheKindsOfInterfaces)
+{
+    using Kind = InterfaceFacts::Kind;
+    DoctorFacts facts;
+    for (const Kind kind : {Kind::Wired, Kind::Wireless, Kind::Vpn, Kind::Bridge})
+        facts.system.interfaces.push_back(
+            {.name = "x", .kind = kind, .isRunning = true, .addresses = {"192.0.2.1"}});
+    std::vector<std::string> kinds;
+    for (const Finding& finding : diagnose(facts)) {
+        if (finding.check == "interfaces")
+            kinds.push_back(finding.text.substr(0, finding.text.find(')') + 1));
+    }
+    EXPECT_THAT(kinds,
+                ::testing::ElementsAre("x (wired)", "x (wireless)", "x (VPN)", "x (bridge)"));
+}
+
 TEST(Doctor, asksTheRunningCopy)
 {
     using State = RunningCopyFacts::State;
     const std::chrono::milliseconds limit{1234};
     EXPECT_EQ(askRunningCopy(nullptr, limit).state, State::NotRunning);
-    FakeRunningApplication copy{7, std::nullopt};
+    FakeRunningApplication copy{Launch{}};
     EXPECT_EQ(askRunningCopy(&copy, limit).state, State::Silent);
     EXPECT_THAT(copy.limits, ::testing::ElementsAre(limit));
     copy.answers = [](const std::string&) { return "nonsense"; };

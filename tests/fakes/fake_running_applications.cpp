@@ -4,12 +4,6 @@
 
 namespace quillbox {
 
-FakeRunningApplication::FakeRunningApplication(std::int64_t processIdentifier,
-                                               std::optional<LaunchDate> launchDate)
-    : identifier(processIdentifier), date(launchDate)
-{
-}
-
 bool FakeRunningApplication::activate()
 {
     ++activations;
@@ -32,35 +26,26 @@ bool FakeRunningApplication::waitForEnd(std::chrono::milliseconds limit)
     return endsWhenAsked;
 }
 
-std::vector<std::shared_ptr<RunningApplication>>
-FakeRunningApplications::runningApplications(const std::string& bundleIdentifier)
+std::vector<std::shared_ptr<RunningApplication>> FakeRunningApplications::others()
 {
     if (log)
-        log->emplace_back("applications.query");
-    questions.push_back(bundleIdentifier);
-    return copies[bundleIdentifier];
+        log->emplace_back("applications.others");
+    ++questions;
+    return copies;
 }
 
-void FakeRunningApplications::setActivationHandler(ActivationHandler newHandler)
+void FakeRunningApplications::serve(ActivationHandler activated, MessageHandler told)
 {
     if (log)
-        log->emplace_back("applications.setActivationHandler");
-    handler = std::move(newHandler);
+        log->emplace_back("applications.serve");
+    handler = std::move(activated);
+    messageHandler = std::move(told);
 }
 
-void FakeRunningApplications::setMessageHandler(MessageHandler newHandler)
+std::shared_ptr<FakeRunningApplication> FakeRunningApplications::add(const Launch& launch)
 {
-    if (log)
-        log->emplace_back("applications.setMessageHandler");
-    messageHandler = std::move(newHandler);
-}
-
-std::shared_ptr<FakeRunningApplication>
-FakeRunningApplications::add(const std::string& bundleIdentifier, std::int64_t processIdentifier,
-                             std::optional<RunningApplication::LaunchDate> launchDate)
-{
-    auto copy = std::make_shared<FakeRunningApplication>(processIdentifier, launchDate);
-    copies[bundleIdentifier].push_back(copy);
+    auto copy = std::make_shared<FakeRunningApplication>(launch);
+    copies.push_back(copy);
     return copy;
 }
 

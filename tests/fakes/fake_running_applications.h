@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -16,18 +15,16 @@ namespace quillbox {
 /// A running copy simulated by a test.
 class FakeRunningApplication final : public RunningApplication {
 public:
-    FakeRunningApplication(std::int64_t processIdentifier, std::optional<LaunchDate> launchDate);
+    explicit FakeRunningApplication(const Launch& ownLaunch) : its(ownLaunch) {}
 
-    std::int64_t processIdentifier() const override { return identifier; }
-    std::optional<LaunchDate> launchDate() const override { return date; }
+    Launch launch() const override { return its; }
     bool isTerminated() const override { return terminated; }
     bool activate() override;
     std::optional<std::string> ask(const std::string& message,
                                    std::chrono::milliseconds limit) override;
     bool waitForEnd(std::chrono::milliseconds limit) override;
 
-    std::int64_t identifier = 0;
-    std::optional<LaunchDate> date;
+    const Launch its;
     bool terminated = false;
     bool terminatesWhenReached = false; ///< whether it is about to exit
     bool hasDisplay = true;
@@ -42,24 +39,18 @@ public:
 class FakeRunningApplications final : public RunningApplications {
 public:
     static constexpr std::int64_t kOwnProcessIdentifier = 500;
-    static constexpr RunningApplication::LaunchDate kOwnLaunchDate{1000};
+    static constexpr std::chrono::nanoseconds kOwnLaunchDate{1000};
 
-    std::shared_ptr<RunningApplication> current() override { return self; }
-    std::vector<std::shared_ptr<RunningApplication>>
-    runningApplications(const std::string& bundleIdentifier) override;
-    void setActivationHandler(ActivationHandler newHandler) override;
-    void setMessageHandler(MessageHandler newHandler) override;
+    Launch launch() const override { return own; }
+    std::vector<std::shared_ptr<RunningApplication>> others() override;
+    void serve(ActivationHandler activated, MessageHandler told) override;
     void withdraw() override { ++withdrawals; }
 
-    /// Appends a copy with that identifier.
-    std::shared_ptr<FakeRunningApplication>
-    add(const std::string& bundleIdentifier, std::int64_t processIdentifier,
-        std::optional<RunningApplication::LaunchDate> launchDate);
+    std::shared_ptr<FakeRunningApplication> add(const Launch& launch);
 
-    std::shared_ptr<FakeRunningApplication> self =
-        std::make_shared<FakeRunningApplication>(kOwnProcessIdentifier, kOwnLaunchDate);
-    std::map<std::string, std::vector<std::shared_ptr<RunningApplication>>> copies;
-    std::vector<std::string> questions; ///< the identifiers that were queried
+    Launch own{.date = kOwnLaunchDate, .processIdentifier = kOwnProcessIdentifier};
+    std::vector<std::shared_ptr<RunningApplication>> copies;
+    int questions = 0; ///< how often the others were asked for
     ActivationHandler handler;
     MessageHandler messageHandler;
     std::vector<std::string>* log = nullptr; ///< if set, records calls as "applications.call"

@@ -207,6 +207,20 @@ TEST(ParagraphLabel, isPaintedOnAllOfItsLinesAndCutOffOnNone)
     }
 }
 
+TEST(ParagraphLabel, standsAThirdOfItsSizeBelowTheMiddleOfALine)
+{
+    ParagraphLabel label(QStringLiteral("H")); // which ends on the base line in every font
+    QFont font;
+    font.setPixelSize(50);
+    label.setFont(font);
+    label.resize(100, 60);
+    const QImage picture = paragraphOf(label);
+    int bottom = picture.height();
+    while (bottom > 0 && !isPainted(picture, bottom - 1))
+        --bottom;
+    EXPECT_NEAR(bottom, 30 + 16, 1);
+}
+
 TEST(ParagraphLabel, fitsIntoALayoutAtAnyWidth)
 {
     QWidget window;

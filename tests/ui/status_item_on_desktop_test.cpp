@@ -6,6 +6,7 @@
 #include <QTemporaryDir>
 #include <QVersionNumber>
 #include <memory>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -79,14 +80,6 @@ TEST_F(StatusItemOnDesktop, isShownInAPanelThatIsThere)
     EXPECT_TRUE(tells(panel, "entry Show Quillbox Helper"));
 }
 
-TEST_F(StatusItemOnDesktop, isShownInAPanelThatComesLater)
-{
-    const auto owner = startOwner();
-    const auto panel = start(PANEL_STAND_IN);
-    EXPECT_TRUE(tells(owner, "available"));
-    EXPECT_TRUE(tells(panel, "item"));
-}
-
 TEST_F(StatusItemOnDesktop, waitsForAPanelThatJoinsItsRegistryLate)
 {
     const auto panel = start(PANEL_STAND_IN, {QStringLiteral("--no-host")});
@@ -112,17 +105,18 @@ TEST_F(StatusItemOnDesktop, takesTheTrayWhenNoPanelJoinsTheRegistry)
     EXPECT_TRUE(tells(tray, "icon"));
 }
 
-TEST_F(StatusItemOnDesktop, comesBackWithThePanel)
+TEST_F(StatusItemOnDesktop, comesWithAPanelOrATrayAndComesBackWithIt)
 {
-    auto panel = start(PANEL_STAND_IN);
-    const auto owner = startOwner();
-    ASSERT_TRUE(tells(panel, "item"));
-    for (int restart = 0; restart < 2; ++restart) {
-        panel->kill();
-        EXPECT_TRUE(tells(owner, "unavailable"));
-        panel = start(PANEL_STAND_IN);
-        EXPECT_TRUE(tells(owner, "available"));
-        EXPECT_TRUE(tells(panel, "item"));
+    for (const auto& [program, sign] :
+         {std::pair(PANEL_STAND_IN, "item"), {TRAY_STAND_IN, "icon"}}) {
+        const auto owner = startOwner();
+        for (int times = 0; times < 3; ++times) {
+            const auto host = start(program);
+            EXPECT_TRUE(tells(owner, "available"));
+            EXPECT_TRUE(tells(host, sign));
+            host->kill();
+            EXPECT_TRUE(tells(owner, "unavailable"));
+        }
     }
 }
 
@@ -178,40 +172,11 @@ TEST_F(StatusItemOnDesktop, namesItsIconWhereTheIconThemeHasIt)
     EXPECT_GE(panel->lineFrom(QStringLiteral("pictures")).section(u' ', 1).toInt(), 5);
 }
 
-TEST_F(StatusItemOnDesktop, isShownInATrayThatIsThere)
-{
-    const auto tray = start(TRAY_STAND_IN);
-    const auto owner = startOwner();
-    EXPECT_TRUE(tells(owner, "available"));
-    EXPECT_TRUE(tells(tray, "icon"));
-}
-
-TEST_F(StatusItemOnDesktop, isShownInATrayThatComesLater)
-{
-    const auto owner = startOwner();
-    const auto tray = start(TRAY_STAND_IN);
-    EXPECT_TRUE(tells(owner, "available"));
-    EXPECT_TRUE(tells(tray, "icon"));
-}
-
-TEST_F(StatusItemOnDesktop, comesBackWithTheTray)
-{
-    auto tray = start(TRAY_STAND_IN);
-    const auto owner = startOwner();
-    ASSERT_TRUE(tells(tray, "icon"));
-    for (int restart = 0; restart < 2; ++restart) {
-        tray->kill();
-        EXPECT_TRUE(tells(owner, "unavailable"));
-        tray = start(TRAY_STAND_IN);
-        EXPECT_TRUE(tells(owner, "available"));
-        EXPECT_TRUE(tells(tray, "icon"));
-    }
-}
-
 TEST_F(StatusItemOnDesktop, opensItsMenuAtAClickInTheTray)
 {
     const auto tray = start(TRAY_STAND_IN);
     const auto owner = startOwner();
+    EXPECT_TRUE(tells(owner, "available"));
     ASSERT_TRUE(tells(tray, "icon"));
     tray->write(QStringLiteral("click"));
     EXPECT_TRUE(tells(owner, "menu"));

@@ -212,14 +212,9 @@ int HelperStyle::pixelMetric(PixelMetric metric, const QStyleOption* option,
     case PM_ScrollBarExtent:
     case PM_ScrollView_ScrollBarOverlap: // it is above the content and takes no room
         return kScrollBarExtent;
-    case PM_ScrollBarSliderMin:
-        return kShortestScrollHandle;
     case PM_FocusFrameHMargin:
     case PM_FocusFrameVMargin:
         return kFocusDistance;
-    case PM_ButtonShiftHorizontal:
-    case PM_ButtonShiftVertical:
-        return 0;
     default:
         return QProxyStyle::pixelMetric(metric, option, widget);
     }

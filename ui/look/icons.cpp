@@ -25,11 +25,7 @@ namespace {
 constexpr int kSizes[] = {16, 18, 20, 22, 24, 32, 48, 64, 128, 256};
 
 /// The file that is installed into the icon theme.
-const QString& statusName()
-{
-    static const QString name = QStringLiteral("org.quillbox.Helper-symbolic");
-    return name;
-}
+constexpr QLatin1StringView kStatusName("org.quillbox.Helper-symbolic");
 
 /// Renders an SVG image.
 class SvgIconEngine final : public QIconEngine {
@@ -108,7 +104,7 @@ QIcon application()
 QIcon status()
 {
     return makeIcon(QStringLiteral(":/quillbox/status.svg"),
-                    QIcon::hasThemeIcon(statusName()) ? statusName() : QString());
+                    QIcon::hasThemeIcon(kStatusName) ? QString(kStatusName) : QString());
 }
 
 } // namespace quillbox::Icons

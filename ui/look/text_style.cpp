@@ -28,22 +28,17 @@ double lineWidth(const QString& text, const QFont& font)
 
 } // namespace
 
-QFont TextStyle::font() const
-{
-    // Only what is set here is fixed; everything else follows the desktop's font.
-    QFont result;
-    result.setPixelSize(size);
-    result.setWeight(weight);
-    return result;
-}
-
 void TextStyle::apply(QWidget& widget) const
 {
+    // Only what is set here is fixed; everything else follows the desktop's font.
+    QFont font;
+    font.setPixelSize(size);
+    font.setWeight(weight);
     // Only these roles are set: the others are inherited.
     QPalette palette;
     for (const auto role : {QPalette::WindowText, QPalette::ButtonText, QPalette::Text})
         palette.setColor(role, colour);
-    widget.setFont(font());
+    widget.setFont(font);
     widget.setPalette(palette);
 }
 

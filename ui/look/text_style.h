@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/look/brand.h"
+
 #include <QColor>
 #include <QFont>
 #include <QString>
@@ -16,18 +18,15 @@ struct TextStyle {
     QFont::Weight weight = QFont::Normal;
     QColor colour{};
 
-    QFont font() const;
-
     /// Gives a label or a button this look; its font family keeps following the desktop's.
     void apply(QWidget& widget) const;
 };
 
-/// The text size of check boxes and fields, of the filled button, and of the one that unfolds the
-/// form.
-inline constexpr int kControlTextSize = 13;
+/// Of check boxes and fields.
+inline constexpr TextStyle kControlText{.size = 13, .colour = Brand::navy};
 
-/// The text size of push buttons.
-inline constexpr int kButtonTextSize = 12;
+/// Of push buttons.
+inline constexpr TextStyle kButtonText{.size = 12, .weight = QFont::Medium, .colour = Brand::navy};
 
 /// The distance of the base line below the middle of a line at which letters with ascenders and
 /// letters with descenders, taken together, are centred. Independent of the font's own line height.

@@ -1,5 +1,4 @@
 #include "platform/desktop/instances/instance_exchange.h"
-#include "platform/desktop/instances/local_socket.h"
 
 #include <algorithm>
 #include <array>
@@ -114,8 +113,7 @@ public:
     {
     }
 
-    std::int64_t processIdentifier() const override { return registration.processIdentifier; }
-    std::optional<LaunchDate> launchDate() const override { return registration.launchDate; }
+    Launch launch() const override { return registration.launch; }
     bool isTerminated() const override { return !isRunning(registration); }
 
     bool activate() override

@@ -1,5 +1,4 @@
 #include "platform/desktop/instances/instance_exchange.h"
-#include "platform/desktop/instances/local_socket.h"
 
 #include <QPointer>
 #include <QSocketNotifier>
@@ -41,10 +40,6 @@ public:
         connect(&limit, &QTimer::timeout, this, [this] { end(); });
         limit.start(kRequestLimit);
     }
-
-    InstanceConnection(const InstanceConnection&) = delete;
-    InstanceConnection& operator=(const InstanceConnection&) = delete;
-    ~InstanceConnection() override = default;
 
 private:
     void read()

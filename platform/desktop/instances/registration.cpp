@@ -1,18 +1,20 @@
 #include "platform/desktop/instances/registration.h"
 
-#include "platform/desktop/instances/local_socket.h"
 #include "platform/posix/file_lock.h"
+#include "platform/posix/local_listener.h"
+#include "platform/values/text.h"
 
 #include <QByteArray>
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <string_view>
 #include <system_error>
 #include <utility>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
@@ -25,8 +27,10 @@ namespace {
 constexpr mode_t kFolderMode = 0700;
 constexpr const char* kLockName = "lock";
 constexpr mode_t kLockMode = 0600;
-constexpr std::string_view kSuffix = ".socket";
+constexpr const char* kEnding = "socket";
 constexpr std::size_t kDateDigits = 20;
+constexpr int kBacklog = 64;
+constexpr mode_t kSocketMode = 0600;
 
 /// The lock is held for a few system calls only, unless its holder is stopped meanwhile.
 constexpr std::chrono::seconds kLockLimit{3};
@@ -34,6 +38,11 @@ constexpr std::chrono::seconds kLockLimit{3};
 std::string reasonOf(int error)
 {
     return std::generic_category().message(error);
+}
+
+std::string pathOf(int folder, const std::string& name)
+{
+    return "/proc/self/fd/" + std::to_string(folder) + '/' + name;
 }
 
 /// Whether the path is a folder that belongs to this user, and nobody else has these permissions.
@@ -49,19 +58,12 @@ std::string sharedPath(const RuntimeFolders& folders, const std::string& bundleI
     return folders.shared + '/' + bundleIdentifier + '-' + std::to_string(::geteuid());
 }
 
-bool isFileName(const std::string& text)
-{
-    return !text.empty() && text != "." && text != ".." && text.find('/') == std::string::npos;
-}
-
 /// The paths at which instances register, in the order in which one tries them.
 std::vector<std::string> registrationPaths(const RuntimeFolders& folders,
                                            const std::string& bundleIdentifier)
 {
     constexpr mode_t kWritableByOthers = S_IWGRP | S_IWOTH;
     std::vector<std::string> paths;
-    if (!isFileName(bundleIdentifier))
-        return paths;
     if (isOwn(folders.xdg, kWritableByOthers))
         paths.push_back(folders.xdg + '/' + bundleIdentifier);
     if (folders.user != folders.xdg && isOwn(folders.user, kWritableByOthers))
@@ -113,11 +115,11 @@ std::chrono::nanoseconds now()
 }
 
 /// "DATE-PID.socket", with the date in nanoseconds, zero-padded so that names sort by date.
-std::string fileNameOf(std::chrono::nanoseconds launchDate, std::int64_t processIdentifier)
+std::string fileNameOf(std::chrono::nanoseconds date, std::int64_t processIdentifier)
 {
-    const std::string date = std::to_string(launchDate.count());
-    return std::string(kDateDigits - std::min(kDateDigits, date.size()), '0') + date + '-'
-           + std::to_string(processIdentifier) + std::string(kSuffix);
+    const std::string digits = std::to_string(date.count());
+    return std::string(kDateDigits - std::min(kDateDigits, digits.size()), '0') + digits + '-'
+           + std::to_string(processIdentifier) + '.' + kEnding;
 }
 
 std::optional<std::int64_t> numberIn(std::string_view text)
@@ -132,39 +134,65 @@ std::optional<std::int64_t> numberIn(std::string_view text)
 std::optional<Registration> registrationNamed(std::string_view fileName,
                                               std::shared_ptr<const FileDescriptor> folder)
 {
-    std::string_view text = fileName;
-    if (!text.ends_with(kSuffix) || text.size() <= kDateDigits || text[kDateDigits] != '-')
+    std::string_view ending = fileName;
+    const std::string_view digits = takePart(ending, '-');
+    const auto date = numberIn(digits);
+    const auto process = numberIn(takePart(ending, '.'));
+    if (!date || digits.size() != kDateDigits || !process || ending != kEnding)
         return std::nullopt;
-    text.remove_suffix(kSuffix.size());
-    const auto date = numberIn(text.substr(0, kDateDigits));
-    const auto process = numberIn(text.substr(kDateDigits + 1));
-    if (!date || !process)
-        return std::nullopt;
-    return Registration{.folder = std::move(folder),
-                        .fileName = std::string(fileName),
-                        .processIdentifier = *process,
-                        .launchDate = std::chrono::nanoseconds(*date)};
+    return Registration{
+        .folder = std::move(folder),
+        .fileName = std::string(fileName),
+        .launch = {.date = std::chrono::nanoseconds(*date), .processIdentifier = *process}};
 }
 
 std::vector<Registration> registrationsIn(const std::shared_ptr<const FileDescriptor>& folder)
 {
-    struct Close {
-        void operator()(DIR* directory) const { ::closedir(directory); }
-    };
     std::vector<Registration> found;
-    const int copy = ::openat(folder->get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    const std::unique_ptr<DIR, Close> directory(copy < 0 ? nullptr : ::fdopendir(copy));
-    if (!directory)
-        return found;
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread uses this stream
-    while (const dirent* entry = ::readdir(directory.get())) {
-        if (auto each = registrationNamed(static_cast<const char*>(entry->d_name), folder))
-            found.push_back(std::move(*each));
+    std::error_code error;
+    for (std::filesystem::directory_iterator each(pathOf(folder->get(), {}), error), end;
+         !error && each != end; each.increment(error)) {
+        if (auto registration = registrationNamed(each->path().filename().native(), folder))
+            found.push_back(std::move(*registration));
     }
     return found;
 }
 
 } // namespace
+
+FileDescriptor listenAt(int folder, const std::string& name)
+{
+    FileDescriptor socket = makeLocalSocket();
+    if (!socket.isOpen())
+        return {};
+    // bind() creates the file with the socket's mode.
+    ::fchmod(socket.get(), kSocketMode);
+    if (!callWithAddress(::bind, socket, pathOf(folder, name))
+        || ::listen(socket.get(), kBacklog) != 0)
+        return {};
+    return socket;
+}
+
+Reached connectTo(int folder, const std::string& name, FileDescriptor& connection)
+{
+    FileDescriptor socket = makeLocalSocket();
+    if (!socket.isOpen())
+        return Reached::Busy;
+    if (callWithAddress(::connect, socket, pathOf(folder, name))) {
+        connection = std::move(socket);
+        return Reached::Connected;
+    }
+    // Only these two mean that nobody listens; other errors may be a shortage in this process.
+    return errno == ECONNREFUSED || errno == ENOENT ? Reached::Nobody : Reached::Busy;
+}
+
+bool isPeerOfSameUser(int connection)
+{
+    ucred peer{};
+    socklen_t size = sizeof peer;
+    return ::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0
+           && peer.uid == ::geteuid();
+}
 
 RuntimeFolders systemRuntimeFolders()
 {
@@ -197,8 +225,8 @@ std::optional<OwnRegistration> addRegistration(const RuntimeFolders& folders,
             problem = path + ": " + obstacle;
             continue;
         }
-        const auto date = now();
-        const std::string name = fileNameOf(date, ::getpid());
+        const Launch launch{.date = now(), .processIdentifier = ::getpid()};
+        const std::string name = fileNameOf(*launch.date, launch.processIdentifier);
         FileDescriptor socket = listenAt(folder->get(), name);
         if (!socket.isOpen()) {
             problem = path + ": " + reasonOf(errno);
@@ -206,11 +234,9 @@ std::optional<OwnRegistration> addRegistration(const RuntimeFolders& folders,
         }
         // Tools that clean temporary folders, such as systemd-tmpfiles, skip a locked one.
         ::flock(folder->get(), LOCK_SH | LOCK_NB);
-        return OwnRegistration{.registration = {.folder = std::move(folder),
-                                                .fileName = name,
-                                                .processIdentifier = ::getpid(),
-                                                .launchDate = date},
-                               .socket = std::move(socket)};
+        return OwnRegistration{
+            .registration = {.folder = std::move(folder), .fileName = name, .launch = launch},
+            .socket = std::move(socket)};
     }
     return std::nullopt;
 }

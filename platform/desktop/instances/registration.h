@@ -1,15 +1,33 @@
 #pragma once
 
 #include "platform/posix/file_descriptor.h"
+#include "platform/running_applications.h"
 
-#include <chrono>
-#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace quillbox {
+
+/// Local stream sockets (AF_UNIX) that are addressed by a folder and a file name. The folder is an
+/// open file descriptor, so its path may be of any length and cannot be replaced in between. All
+/// sockets are non-blocking and close-on-exec.
+
+/// Creates the socket file and listens. Not open on failure, with the reason in errno.
+FileDescriptor listenAt(int folder, const std::string& name);
+
+enum class Reached {
+    Connected,
+    Busy,   ///< failed for now, for example because the backlog is full
+    Nobody, ///< nobody listens there
+};
+
+/// Connects; `connection` is open if the result is Connected.
+Reached connectTo(int folder, const std::string& name, FileDescriptor& connection);
+
+/// Whether the process at the other end belongs to the same user as this one.
+bool isPeerOfSameUser(int connection);
 
 /// The folders that may contain the folder in which the instances of an application register.
 struct RuntimeFolders {
@@ -31,8 +49,7 @@ std::string fallbackRuntimeFolder(const RuntimeFolders& folders,
 struct Registration {
     std::shared_ptr<const FileDescriptor> folder; ///< which contains the socket; open
     std::string fileName;                         ///< sorts by launch date
-    std::int64_t processIdentifier = 0;
-    std::chrono::nanoseconds launchDate{0}; ///< CLOCK_BOOTTIME
+    Launch launch = {};
 };
 
 /// The registration of this process and its listening socket. The instance counts as running
@@ -44,8 +61,7 @@ struct OwnRegistration {
 
 /// Registers this process as an instance of `bundleIdentifier`, with the current time as launch
 /// date. A lock serialises registrations in a folder, so they appear in the order of their launch
-/// dates. nullopt if the identifier is not a file name, or if it fails in each folder, with the
-/// last folder and its reason in `problem`.
+/// dates. nullopt if it fails in each folder, with the last folder and its reason in `problem`.
 ///
 /// Tries the folders "IDENTIFIER" in those of `xdg` and `user` that belong to this user and that
 /// only this user may write to, then "IDENTIFIER-UID" in `shared`. It creates the folder, and

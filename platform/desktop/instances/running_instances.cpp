@@ -3,8 +3,6 @@
 #include "platform/desktop/instances/instance_exchange.h"
 #include "platform/values/standard_error.h"
 
-#include <QPointer>
-#include <chrono>
 #include <optional>
 #include <utility>
 
@@ -16,42 +14,15 @@ namespace {
 
 using Running = std::vector<std::shared_ptr<RunningApplication>>;
 
-class ThisInstance final : public RunningApplication {
-public:
-    explicit ThisInstance(std::optional<LaunchDate> date) : launched(date) {}
-
-    std::int64_t processIdentifier() const override { return ::getpid(); }
-    std::optional<LaunchDate> launchDate() const override { return launched; }
-    bool isTerminated() const override { return false; }
-    bool activate() override { return true; }
-
-    std::optional<std::string> ask(const std::string& /*message*/,
-                                   std::chrono::milliseconds /*limit*/) override
-    {
-        return std::nullopt;
-    }
-
-    bool waitForEnd(std::chrono::milliseconds /*limit*/) override { return false; }
-
-private:
-    const std::optional<LaunchDate> launched;
-};
-
-class RunningInstances final : public QObject, public RunningApplications {
+class RunningInstances final : public RunningApplications {
 public:
     explicit RunningInstances(InstanceOptions chosen) : options(std::move(chosen))
     {
         std::string problem;
-        if (auto added = addRegistration(options.folders, options.bundleIdentifier, problem)) {
-            own = std::move(added->registration);
-            server = serveInstances(std::move(added->socket),
-                                    [this](const instance_protocol::Request& request,
-                                           const AnswerRequest& answer) { take(request, answer); });
-        } else {
+        own = addRegistration(options.folders, options.bundleIdentifier, problem);
+        if (!own)
             printToStandardError("quillbox-helper: other instances cannot find this one: "
                                  + problem);
-        }
-        self = std::make_shared<ThisInstance>(own ? std::optional(own->launchDate) : std::nullopt);
     }
 
     ~RunningInstances() override { RunningInstances::withdraw(); }
@@ -59,102 +30,54 @@ public:
     RunningInstances(const RunningInstances&) = delete;
     RunningInstances& operator=(const RunningInstances&) = delete;
 
-    std::shared_ptr<RunningApplication> current() override { return self; }
+    Launch launch() const override
+    {
+        return own ? own->registration.launch : Launch{.processIdentifier = ::getpid()};
+    }
 
-    Running runningApplications(const std::string& bundleIdentifier) override
+    Running others() override
     {
         std::string problem;
-        Running running;
-        for (Registration& each :
-             runningRegistrations(options.folders, bundleIdentifier, problem)) {
-            if (own && each.fileName == own->fileName)
-                running.push_back(self);
-            else
-                running.push_back(instanceAt(std::move(each), options.activationToken));
-        }
+        Running running = findRunningInstances(options, problem);
+        if (own)
+            std::erase_if(running, [this](const auto& each) { return each->launch() == launch(); });
         return running;
     }
 
-    void setActivationHandler(ActivationHandler newHandler) override
+    void serve(ActivationHandler activated, MessageHandler told) override
     {
-        handler = std::move(newHandler);
-        if (!handler || !pendingPermission)
+        if (!own || !own->socket.isOpen())
             return;
-        QMetaObject::invokeMethod(
-            this,
-            [this, permission = *std::exchange(pendingPermission, {})] { deliver(permission); },
-            Qt::QueuedConnection);
-    }
-
-    void setMessageHandler(MessageHandler newHandler) override
-    {
-        messageHandler = std::move(newHandler);
-        if (!messageHandler || pendingMessages.empty())
-            return;
-        QMetaObject::invokeMethod(
-            this,
-            [this, messages = std::exchange(pendingMessages, {})] {
-                const QPointer alive(this);
-                for (const auto& [message, answer] : messages) {
-                    if (alive)
-                        hear(message, answer);
-                }
-            },
-            Qt::QueuedConnection);
+        const auto display =
+            options.hasDisplay ? instance_protocol::kActivated : instance_protocol::kNoDisplay;
+        server = serveInstances(std::move(own->socket),
+                                [activated = std::move(activated), told = std::move(told),
+                                 display](const auto& request, const AnswerRequest& answer) {
+                                    if (request.text) {
+                                        told({.text = *request.text, .permission = request.token},
+                                             [answer](const std::string& text) {
+                                                 answer(instance_protocol::lineOfAnswer(text));
+                                             });
+                                        return;
+                                    }
+                                    answer(std::string(display));
+                                    activated(request.token);
+                                });
     }
 
     void withdraw() override
     {
-        if (!server)
+        if (!own)
             return;
-        removeRegistration(*own);
+        removeRegistration(own->registration);
+        own->socket.reset();
         server = nullptr;
     }
 
 private:
-    void take(const instance_protocol::Request& request, const AnswerRequest& answer)
-    {
-        if (request.text) {
-            hear({.text = *request.text, .permission = request.token},
-                 [answer](const std::string& text) {
-                     answer(instance_protocol::lineOfAnswer(text));
-                 });
-            return;
-        }
-        answer(std::string(options.hasDisplay ? instance_protocol::kActivated
-                                              : instance_protocol::kNoDisplay));
-        deliver(request.token);
-    }
-
-    void hear(const CopyMessage& message, const Answer& answer)
-    {
-        if (!messageHandler) {
-            pendingMessages.emplace_back(message, answer);
-            return;
-        }
-        const auto callback = messageHandler;
-        callback(message, answer);
-    }
-
-    void deliver(const std::string& permission)
-    {
-        if (!handler) {
-            pendingPermission = permission;
-            return;
-        }
-        // A copy: the handler may replace itself.
-        const auto callback = handler;
-        callback(permission);
-    }
-
     const InstanceOptions options;
-    std::optional<Registration> own;
-    std::shared_ptr<RunningApplication> self;
-    std::unique_ptr<QObject> server; ///< null when this process is not registered
-    ActivationHandler handler;
-    MessageHandler messageHandler;
-    std::optional<std::string> pendingPermission; ///< of an activation before there was a handler
-    std::vector<std::pair<CopyMessage, Answer>> pendingMessages;
+    std::optional<OwnRegistration> own; ///< nullopt if this process could not be registered
+    std::unique_ptr<QObject> server;    ///< null while this copy does not serve
 };
 
 } // namespace

@@ -18,7 +18,7 @@ struct InstanceOptions {
 
 /// Registers this process as a running instance of `bundleIdentifier`, in the first of the folders
 /// in which that works: one may be on a full file system. Other instances are looked for in all of
-/// them. If none works, the reason is printed on standard error and the process has no launch date.
+/// them. If none works, the reason is printed on standard error.
 ///
 /// On the main thread, after the application object has been constructed.
 std::unique_ptr<RunningApplications> makeRunningApplications(InstanceOptions options);

@@ -1,12 +1,12 @@
 #include "platform/desktop/opening/alert_sound.h"
 
-#include "platform/posix/shared_library.h"
-
 #include <chrono>
 #include <cstdint>
 #include <system_error>
 #include <thread>
 #include <utility>
+
+#include <dlfcn.h>
 
 namespace quillbox {
 
@@ -21,7 +21,8 @@ constexpr std::chrono::milliseconds kLimitOfEnd{100};
 /// The second one for sound themes without the first.
 constexpr const char* kEvents[] = {"bell", "dialog-warning"};
 
-/// What this program uses of libcanberra (canberra.h, interface version 0).
+/// What this program uses of libcanberra (canberra.h, interface version 0), which stays loaded
+/// until the process ends.
 struct Canberra {
     struct Context;
     struct Properties;
@@ -30,14 +31,15 @@ struct Canberra {
 
     explicit Canberra(const std::string& name)
     {
-        SharedLibrary library(name.c_str());
-        library.find(createContext, "ca_context_create");
-        library.find(destroyContext, "ca_context_destroy");
-        library.find(play, "ca_context_play_full");
-        library.find(createProperties, "ca_proplist_create");
-        library.find(destroyProperties, "ca_proplist_destroy");
-        library.find(set, "ca_proplist_sets");
-        isComplete = library.isComplete();
+        void* library = ::dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+        const auto find = [library]<typename F>(F*& function, const char* symbol) {
+            function = library ? reinterpret_cast<F*>(::dlsym(library, symbol)) : nullptr;
+            return function != nullptr;
+        };
+        isComplete =
+            find(createContext, "ca_context_create") && find(destroyContext, "ca_context_destroy")
+            && find(play, "ca_context_play_full") && find(createProperties, "ca_proplist_create")
+            && find(destroyProperties, "ca_proplist_destroy") && find(set, "ca_proplist_sets");
     }
 
     bool isComplete = false;

@@ -29,27 +29,25 @@ class DesktopWorkspace final : public Workspace {
 public:
     DesktopWorkspace(const Inheritance& inherited, SmbOpener& opener,
                      ActivationTokens& activationTokens, Notice& failureNotice,
-                     const OpeningAdvice& openingAdvice)
+                     std::string adviceForShares)
         : inheritance(inherited),
           smbOpener(opener),
           tokens(activationTokens),
           notice(failureNotice),
-          advice(openingAdvice)
+          shareAdvice(std::move(adviceForShares))
     {
     }
 
     void open(const std::string& url, const std::string& permission, Opened opened) override
     {
-        if (isEncoded(url) && url.starts_with("smb://"))
-            withToken(permission, [this, url, opened = std::move(opened)](const auto& token) {
-                openShare(url, token, opened);
-            });
-        else if (isEncoded(url) && url.starts_with("https://"))
-            withToken(permission, [this, url, opened = std::move(opened)](const auto& token) {
-                openPage(url, token, opened);
-            });
-        else
-            refuse(url, opened);
+        const bool isShare = url.starts_with("smb://");
+        if (!isEncoded(url) || !(isShare || url.starts_with("https://")))
+            return refuse(url, opened);
+        tokens.request(permission, [context = QPointer(&guard), this, isShare, url,
+                                    opened = std::move(opened)](const std::string& token) {
+            if (context)
+                isShare ? openShare(url, token, opened) : openPage(url, token, opened);
+        });
     }
 
     /// On Wayland, beep() of Qt 6.4 and 6.8 does nothing.
@@ -62,33 +60,22 @@ public:
     }
 
 private:
-    void withToken(const std::string& permission, ActivationTokens::Given use)
-    {
-        tokens.request(permission,
-                       [context = QPointer(&guard), use = std::move(use)](const auto& token) {
-                           if (context)
-                               use(token);
-                       });
-    }
-
     void openShare(const std::string& url, const std::string& token, const Opened& opened)
     {
         smbOpener.open(url, token, [this, opened](const std::optional<std::string>& reason) {
-            report(kNoShare,
-                   reason ? std::optional(*reason + ". " + advice.forShares + '.') : reason,
+            report(kNoShare, reason ? std::optional(*reason + ". " + shareAdvice + '.') : reason,
                    opened);
         });
     }
 
     void openPage(const std::string& url, const std::string& token, const Opened& opened)
     {
-        Inheritance inherited = inheritance;
-        inherited.environment = withActivationToken(std::move(inherited.environment), token);
-        if (startDetached({kOpener, url}, inherited))
+        if (startDetached({kOpener, url}, withActivationToken(inheritance, token)))
             return report(kNoPage, std::nullopt, opened);
         printToStandardError(std::string("quillbox-helper: cannot start ") + kOpener + " to open "
                              + url);
-        report(kNoPage, std::string("Cannot start ") + kOpener + ". " + advice.forPages + '.',
+        report(kNoPage,
+               std::string("Cannot start ") + kOpener + ". Install xdg-utils and a web browser.",
                opened);
     }
 
@@ -115,7 +102,7 @@ private:
     SmbOpener& smbOpener;
     ActivationTokens& tokens;
     Notice& notice;
-    const OpeningAdvice advice;
+    const std::string shareAdvice;
     QObject guard;
     AlertSound alertSound;
 };
@@ -124,9 +111,10 @@ private:
 
 std::unique_ptr<Workspace> makeDesktopWorkspace(const Inheritance& inheritance,
                                                 SmbOpener& smbOpener, ActivationTokens& tokens,
-                                                Notice& notice, const OpeningAdvice& advice)
+                                                Notice& notice, std::string shareAdvice)
 {
-    return std::make_unique<DesktopWorkspace>(inheritance, smbOpener, tokens, notice, advice);
+    return std::make_unique<DesktopWorkspace>(inheritance, smbOpener, tokens, notice,
+                                              std::move(shareAdvice));
 }
 
 } // namespace quillbox

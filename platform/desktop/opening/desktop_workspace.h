@@ -11,16 +11,11 @@
 
 namespace quillbox {
 
-/// What the user can do if there is no program for a URL, in one sentence without its full stop.
-struct OpeningAdvice {
-    std::string forShares;
-    std::string forPages;
-};
-
 /// Opens https URLs with the desktop's handler, and smb URLs, for which no desktop in Debian has
-/// one, with `smbOpener`. What it refers to must outlive it.
+/// one, with `smbOpener`. `shareAdvice` says what the user can do if no program opens shares, in
+/// one sentence without its full stop. What it refers to must outlive it.
 std::unique_ptr<Workspace> makeDesktopWorkspace(const Inheritance& inheritance,
                                                 SmbOpener& smbOpener, ActivationTokens& tokens,
-                                                Notice& notice, const OpeningAdvice& advice);
+                                                Notice& notice, std::string shareAdvice);
 
 } // namespace quillbox

@@ -27,21 +27,21 @@ QString objectPathOf(const QString& busName)
     return u'/' + QString(busName).replace(u'.', u'/').replace(u'-', u'_');
 }
 
-class DesktopFolderShowing final : public FolderShowing {
+class FolderShowing final : public QObject {
 public:
-    DesktopFolderShowing(const FileBrowserMeans& browserMeans, const std::string& folderUrl,
-                         const std::string& activationToken, FolderShown whenShown)
-        : means(browserMeans), url(folderUrl), token(activationToken), shown(std::move(whenShown))
+    FolderShowing(const FileBrowserMeans& browserMeans, const std::string& folderUrl,
+                  const std::string& activationToken, FolderShown whenShown)
+        : means(browserMeans),
+          inheritance(withActivationToken(browserMeans.inheritance, activationToken)),
+          url(folderUrl),
+          token(activationToken),
+          shown(std::move(whenShown))
     {
         limit.setSingleShot(true);
-        QObject::connect(&limit, &QTimer::timeout, &limit, [this] { endInTime(); });
+        connect(&limit, &QTimer::timeout, this, [this] { endInTime(); });
         limit.start(means.limit);
         askForHandler();
     }
-
-    DesktopFolderShowing(const DesktopFolderShowing&) = delete;
-    DesktopFolderShowing& operator=(const DesktopFolderShowing&) = delete;
-    ~DesktopFolderShowing() override = default;
 
 private:
     void askForHandler()
@@ -80,13 +80,12 @@ private:
     /// (PCManFM).
     void startHandler(const std::vector<std::string>& arguments)
     {
-        outcome =
-            startWatched(arguments, inheritanceWithToken(), StandardError::Discarded, means.moment);
+        outcome = startWatched(arguments, inheritance, means.moment);
         if (!outcome.isOpen())
             return askFileManager();
         asked = kWithHandler;
         started = std::make_unique<QSocketNotifier>(outcome.get(), QSocketNotifier::Read);
-        QObject::connect(started.get(), &QSocketNotifier::activated, &limit, [this, arguments] {
+        connect(started.get(), &QSocketNotifier::activated, this, [this, arguments] {
             // The notifier is emitting this signal: destroy it later.
             started->setEnabled(false);
             started.release()->deleteLater();
@@ -120,22 +119,17 @@ private:
         asked = whom;
         question = std::make_unique<QDBusPendingCallWatcher>(
             means.bus.asyncCall(call, std::numeric_limits<int>::max()));
-        QObject::connect(question.get(), &QDBusPendingCallWatcher::finished, &limit,
-                         [this, whom, whenRefused](QDBusPendingCallWatcher* watcher) {
-                             // The watcher is emitting this signal: destroy it later.
-                             question.release()->deleteLater();
-                             if (!watcher->isError())
-                                 return end(whom);
-                             tell(whom, watcher->error());
-                             whenRefused();
-                         });
-    }
-
-    void tell(const char* whom, const QDBusError& error)
-    {
-        means.log.tell(LogCategory::Desktop, [&] {
-            return std::string(whom) + " failed: " + error.name().toStdString();
-        });
+        connect(question.get(), &QDBusPendingCallWatcher::finished, this,
+                [this, whom, whenRefused](QDBusPendingCallWatcher* watcher) {
+                    // The watcher is emitting this signal: destroy it later.
+                    question.release()->deleteLater();
+                    if (!watcher->isError())
+                        return end(whom);
+                    means.log.tell(LogCategory::Desktop, [&] {
+                        return whom + (" failed: " + watcher->error().name().toStdString());
+                    });
+                    whenRefused();
+                });
     }
 
     /// The result is ignored, because the share may be mounted already: openMounted() shows it.
@@ -174,21 +168,15 @@ private:
     {
         asked = nullptr;
         if (command)
-            QTimer::singleShot(0, &limit, [old = std::shared_ptr(std::move(command))] {});
-        command = std::make_unique<Command>(arguments, output, inheritanceWithToken(),
-                                            2 * means.limit, std::move(finished));
-    }
-
-    Inheritance inheritanceWithToken() const
-    {
-        Inheritance inheritance = means.inheritance;
-        inheritance.environment = withActivationToken(std::move(inheritance.environment), token);
-        return inheritance;
+            QTimer::singleShot(0, this, [old = std::shared_ptr(std::move(command))] {});
+        command = std::make_unique<Command>(arguments, output, inheritance, 2 * means.limit,
+                                            std::move(finished));
     }
 
     static constexpr const char* kWithHandler = "the default program for folders";
 
     const FileBrowserMeans& means;
+    const Inheritance inheritance;
     const std::string url;
     const std::string token;
     FolderShown shown;
@@ -203,10 +191,10 @@ private:
 
 } // namespace
 
-std::unique_ptr<FolderShowing> showFolder(const FileBrowserMeans& means, const std::string& url,
-                                          const std::string& token, FolderShown shown)
+std::unique_ptr<QObject> showFolder(const FileBrowserMeans& means, const std::string& url,
+                                    const std::string& token, FolderShown shown)
 {
-    return std::make_unique<DesktopFolderShowing>(means, url, token, std::move(shown));
+    return std::make_unique<FolderShowing>(means, url, token, std::move(shown));
 }
 
 } // namespace quillbox

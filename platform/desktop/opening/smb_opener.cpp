@@ -194,7 +194,7 @@ private:
     bool hasFailed = false;
     QTimer patience;
     QElapsedTimer sinceHandOver; ///< invalid before that
-    std::unique_ptr<FolderShowing> showing;
+    std::unique_ptr<QObject> showing;
     std::vector<Opened> waiting;
 };
 

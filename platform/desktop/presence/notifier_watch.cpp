@@ -9,18 +9,8 @@ namespace quillbox {
 
 namespace {
 
-const QString& service()
-{
-    static const QString name = QStringLiteral("org.kde.StatusNotifierWatcher");
-    return name;
-}
-
-const QString& path()
-{
-    static const QString name = QStringLiteral("/StatusNotifierWatcher");
-    return name;
-}
-
+constexpr QLatin1StringView kService("org.kde.StatusNotifierWatcher");
+constexpr QLatin1StringView kPath("/StatusNotifierWatcher");
 constexpr int kAnswerLimitMilliseconds = 5000;
 constexpr std::chrono::milliseconds kPauseAfterSignal{20};
 
@@ -30,7 +20,7 @@ NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateCha
                              std::chrono::milliseconds pauseAfterSilence)
     : connection(std::move(bus)),
       changed(std::move(stateChanged)),
-      owners(service(), connection, QDBusServiceWatcher::WatchForOwnerChange)
+      owners(kService, connection, QDBusServiceWatcher::WatchForOwnerChange)
 {
     if (!connection.isConnected()) {
         current = State::Absent;
@@ -47,7 +37,7 @@ NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateCha
     // From any sender: given a name, QtDBus would block to look up its owner. The timer coalesces
     // signals that arrive together into one query.
     for (const char* signal : {"StatusNotifierHostRegistered", "StatusNotifierHostUnregistered"})
-        connection.connect(QString(), path(), service(), QLatin1String(signal), &askSoon,
+        connection.connect(QString(), kPath, kService, QLatin1String(signal), &askSoon,
                            SLOT(start()));
     ask();
 }
@@ -55,9 +45,8 @@ NotifierWatch::NotifierWatch(QDBusConnection bus, std::function<void()> stateCha
 void NotifierWatch::ask()
 {
     QDBusMessage get = QDBusMessage::createMethodCall(
-        service(), path(), QStringLiteral("org.freedesktop.DBus.Properties"),
-        QStringLiteral("Get"));
-    get.setArguments({service(), QStringLiteral("IsStatusNotifierHostRegistered")});
+        kService, kPath, QStringLiteral("org.freedesktop.DBus.Properties"), QStringLiteral("Get"));
+    get.setArguments({QString(kService), QStringLiteral("IsStatusNotifierHostRegistered")});
     get.setAutoStartService(false);
     question = std::make_unique<QDBusPendingCallWatcher>(
         connection.asyncCall(get, kAnswerLimitMilliseconds));

@@ -2,6 +2,7 @@
 
 #include "platform/x11/x11.h"
 
+#include <QByteArray>
 #include <QtGlobal>
 #include <algorithm>
 #include <iterator>
@@ -13,17 +14,11 @@ namespace quillbox {
 
 namespace {
 
+/// With the NUL that ends it.
 std::string removalOf(const std::string& token)
 {
-    std::string text = "remove: ID=\"";
-    for (const char character : token) {
-        if (character == '"' || character == '\\')
-            text += '\\';
-        text += character;
-    }
-    text += '"';
-    text += '\0';
-    return text;
+    auto quoted = QByteArray::fromStdString(token).replace("\\", "\\\\").replace("\"", "\\\"");
+    return "remove: ID=\"" + quoted.toStdString() + std::string("\"\0", 2);
 }
 
 } // namespace

@@ -10,16 +10,15 @@ namespace quillbox {
 
 namespace {
 
-/// On other platforms, such as "offscreen", Qt shows no status items.
-bool hasPanels()
-{
-    return QGuiApplication::platformName() == QStringLiteral("xcb")
-           || QGuiApplication::platformName().startsWith(QStringLiteral("wayland"));
-}
-
 bool hasTrays()
 {
     return QGuiApplication::platformName() == QStringLiteral("xcb");
+}
+
+/// On other platforms, such as "offscreen", Qt shows no status items.
+bool hasPanels()
+{
+    return hasTrays() || QGuiApplication::platformName().startsWith(QStringLiteral("wayland"));
 }
 
 /// Whether Qt shows items in an X tray while there is a registry for panels, but no panel. Qt 6.4
@@ -55,20 +54,12 @@ public:
 private:
     bool find() const
     {
-        if (!panels)
-            return false;
-        const bool hasTray = trays && trays->hasManager();
-        switch (panels->state()) {
-        case NotifierWatch::State::Hosted:
-            return true;
-        case NotifierWatch::State::Absent:
-            return hasTray;
-        case NotifierWatch::State::Watched:
-            return hasTray && isPatienceOver && usesTraysBesideRegistry();
-        case NotifierWatch::State::Unknown:
-            break;
-        }
-        return false;
+        using State = NotifierWatch::State;
+        const State panel = panels ? panels->state() : State::Unknown;
+        const bool isTrayUsed =
+            panel == State::Absent
+            || (panel == State::Watched && isPatienceOver && usesTraysBesideRegistry());
+        return panel == State::Hosted || (isTrayUsed && trays && trays->hasManager());
     }
 
     void wait()

@@ -25,7 +25,7 @@ QStringList listOf(const std::vector<std::string>& texts)
 
 Command::Command(const std::vector<std::string>& arguments, Output output,
                  const Inheritance& inheritance, std::chrono::milliseconds limit, Finished finished)
-    : isCollecting(output == Output::Collected), whenFinished(std::move(finished))
+    : whenFinished(std::move(finished))
 {
     QStringList texts = listOf(arguments);
     process.setProgram(texts.takeFirst());
@@ -39,7 +39,7 @@ Command::Command(const std::vector<std::string>& arguments, Output output,
     // Not a pipe: a file manager that is started here may outlive this process, and would then be
     // killed by SIGPIPE.
     process.setStandardErrorFile(QProcess::nullDevice());
-    if (!isCollecting)
+    if (output == Output::Discarded)
         process.setStandardOutputFile(QProcess::nullDevice());
     QObject::connect(&process, &QProcess::readyReadStandardOutput, &process, [this] { collect(); });
     QObject::connect(&process, &QProcess::finished, &timer,

@@ -42,7 +42,6 @@ private:
     void collect();
     void end(bool isSuccess);
 
-    const bool isCollecting;
     Finished whenFinished;
     std::string collected;
     QProcess process;

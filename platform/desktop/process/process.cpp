@@ -1,7 +1,5 @@
 #include "platform/desktop/process/process.h"
 
-#include "platform/posix/argument_vector.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -49,17 +47,26 @@ void reportFailure(int descriptor)
     [[maybe_unused]] const auto written = ::write(descriptor, &kFailed, sizeof kFailed);
 }
 
+/// The texts as exec(3) takes them.
+std::vector<char*> vectorOf(std::vector<std::string>& texts)
+{
+    std::vector<char*> pointers;
+    for (std::string& text : texts)
+        pointers.push_back(text.data());
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
 /// Runs in the child of a multi-threaded process: only async-signal-safe calls from here on.
 [[noreturn]] void becomeProgram(char* const* arguments, char* const* environment,
-                                const Inheritance& inheritance, StandardError standardError,
-                                int errorDescriptor)
+                                const Inheritance& inheritance, bool isWatched, int errorDescriptor)
 {
     passOn(inheritance);
     const int nothing = ::open("/dev/null", O_RDWR);
     if (nothing >= 0) {
         ::dup2(nothing, STDIN_FILENO);
         ::dup2(nothing, STDOUT_FILENO);
-        if (standardError == StandardError::Discarded)
+        if (isWatched)
             ::dup2(nothing, STDERR_FILENO);
         if (nothing > kLastStandardDescriptor)
             ::close(nothing);
@@ -118,14 +125,13 @@ std::vector<std::string> environmentForPrograms()
     return variables;
 }
 
-std::vector<std::string> withActivationToken(std::vector<std::string> environment,
-                                             const std::string& token)
+Inheritance withActivationToken(Inheritance inheritance, const std::string& token)
 {
     if (!token.empty()) {
-        environment.push_back(std::string(kWaylandToken) + token);
-        environment.push_back(std::string(kX11Token) + token);
+        inheritance.environment.push_back(std::string(kWaylandToken) + token);
+        inheritance.environment.push_back(std::string(kX11Token) + token);
     }
-    return environment;
+    return inheritance;
 }
 
 Inheritance prepareProcess()
@@ -133,11 +139,10 @@ Inheritance prepareProcess()
     openStandardDescriptors();
 
     Inheritance inheritance{.environment = environmentForPrograms()};
-    if (::getrlimit(RLIMIT_NOFILE, &inheritance.openFiles) == 0) {
-        inheritance.isOpenFilesKnown = true;
-        rlimit raised = inheritance.openFiles;
-        raised.rlim_cur = raised.rlim_max;
-        ::setrlimit(RLIMIT_NOFILE, &raised);
+    if (rlimit files{}; ::getrlimit(RLIMIT_NOFILE, &files) == 0) {
+        inheritance.openFiles = files;
+        files.rlim_cur = files.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &files);
     }
     struct sigaction ignore {};
     struct sigaction before {};
@@ -149,8 +154,8 @@ Inheritance prepareProcess()
 
 void passOn(const Inheritance& inheritance)
 {
-    if (inheritance.isOpenFilesKnown)
-        ::setrlimit(RLIMIT_NOFILE, &inheritance.openFiles);
+    if (inheritance.openFiles)
+        ::setrlimit(RLIMIT_NOFILE, &*inheritance.openFiles);
     struct sigaction action {};
     action.sa_handler = SIG_DFL;
     for (const int signal : {SIGHUP, SIGINT, SIGTERM, SIGALRM})
@@ -163,10 +168,13 @@ void passOn(const Inheritance& inheritance)
 }
 
 FileDescriptor startWatched(const std::vector<std::string>& command, const Inheritance& inheritance,
-                            StandardError standardError, std::chrono::milliseconds moment)
+                            std::chrono::milliseconds moment)
 {
-    const ArgumentVector arguments(command);
-    const ArgumentVector environment(inheritance.environment);
+    auto texts = command;
+    auto variables = inheritance.environment;
+    const auto arguments = vectorOf(texts);
+    const auto environment = vectorOf(variables);
+    const bool isWatched = moment.count() > 0;
 
     // Close-on-exec, and written to after a failure only: the end of file means success.
     std::array<int, 2> report{-1, -1};
@@ -179,18 +187,17 @@ FileDescriptor startWatched(const std::vector<std::string>& command, const Inher
     if (child == 0) {
         // The program, and what watches it, are adopted by init, which reaps them.
         ::setsid();
-        if (const pid_t watcher = moment.count() > 0 ? ::_Fork() : 0; watcher != 0) {
+        if (const pid_t watcher = isWatched ? ::_Fork() : 0; watcher != 0) {
             if (watcher < 0)
                 reportFailure(report[1]);
             ::_exit(EXIT_SUCCESS);
         }
         const pid_t program = ::_Fork();
         if (program == 0)
-            becomeProgram(arguments.data(), environment.data(), inheritance, standardError,
-                          report[1]);
+            becomeProgram(arguments.data(), environment.data(), inheritance, isWatched, report[1]);
         if (program < 0)
             reportFailure(report[1]);
-        else if (moment.count() > 0)
+        else if (isWatched)
             watch(program, report[1], moment);
         ::_exit(EXIT_SUCCESS);
     }
@@ -210,10 +217,9 @@ bool hasStayed(int result)
     return length == 0;
 }
 
-bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
-                   StandardError standardError)
+bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance)
 {
-    const FileDescriptor result = startWatched(command, inheritance, standardError, {});
+    const FileDescriptor result = startWatched(command, inheritance, {});
     return result.isOpen() && hasStayed(result.get());
 }
 

@@ -3,6 +3,7 @@
 #include "platform/posix/file_descriptor.h"
 
 #include <chrono>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,8 +15,7 @@ namespace quillbox {
 /// What this process inherited and passes on to the programs that it starts, whatever it changes
 /// for itself.
 struct Inheritance {
-    rlimit openFiles{};
-    bool isOpenFilesKnown = false;
+    std::optional<rlimit> openFiles = {};
     bool wasPipeSignalIgnored = false;
     std::vector<std::string> environment = {}; ///< "NAME=VALUE"
 };
@@ -32,10 +32,9 @@ std::string activationTokenOfEnvironment();
 /// of its own start, and the number of its connection to a Wayland compositor.
 std::vector<std::string> environmentForPrograms();
 
-/// The environment of a program that may come to the front: with the activation token, unless it is
-/// empty, under the names that Wayland and X11 programs look for.
-std::vector<std::string> withActivationToken(std::vector<std::string> environment,
-                                             const std::string& token);
+/// What a program inherits that may come to the front: with the activation token, unless it is
+/// empty, in its environment, under the names that Wayland and X11 programs look for.
+Inheritance withActivationToken(Inheritance inheritance, const std::string& token);
 
 /// Prepares the process for many connections: raises the limit of open files to the hard limit, and
 /// ignores SIGPIPE, so that writing to a closed connection fails instead of ending the process.
@@ -48,19 +47,17 @@ Inheritance prepareProcess();
 /// async-signal-safe calls.
 void passOn(const Inheritance& inheritance);
 
-enum class StandardError { Inherited, Discarded };
-
 /// Starts a program, looked up in PATH, in a session of its own and reparented to init, with the
-/// inheritance, no blocked signals, and /dev/null as standard input and output, and as standard
-/// error unless that is inherited. False if it cannot be started.
-bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance,
-                   StandardError standardError = StandardError::Inherited);
+/// inheritance, no blocked signals, and /dev/null as standard input and output. False if it cannot
+/// be started.
+bool startDetached(const std::vector<std::string>& command, const Inheritance& inheritance);
 
-/// The same, for a program that may give up at once: watches it for a `moment`. The result becomes
-/// readable when the moment is over or the program has ended; hasStayed() then reads it. Not open
-/// if nothing can be started.
+/// The same, for a program that may give up at once, and whose complaints nobody needs: watches it
+/// for a `moment`, with /dev/null as standard error too. The result becomes readable when the
+/// moment is over or the program has ended; hasStayed() then reads it. Not open if nothing can be
+/// started.
 FileDescriptor startWatched(const std::vector<std::string>& command, const Inheritance& inheritance,
-                            StandardError standardError, std::chrono::milliseconds moment);
+                            std::chrono::milliseconds moment);
 
 /// False if the program could not be started or has failed. Waits until that is known.
 bool hasStayed(int result);

@@ -1,5 +1,7 @@
 #include "platform/desktop/process/termination_signals.h"
 
+#include "platform/posix/file_descriptor.h"
+
 #include <QSocketNotifier>
 #include <array>
 #include <atomic>
@@ -48,16 +50,19 @@ void setAction(int signal, void (*handler)(int))
     ::sigaction(signal, &action, nullptr);
 }
 
-class SelfPipe final : public TerminationSignals {
+class SelfPipe final : public QObject {
 public:
     SelfPipe(std::array<int, 2> ends, std::function<void()> whenRequested)
-        : pipe(ends), requested(std::move(whenRequested)), notifier(ends[0], QSocketNotifier::Read)
+        : reading(ends[0]),
+          writing(ends[1]),
+          requested(std::move(whenRequested)),
+          notifier(reading.get(), QSocketNotifier::Read)
     {
-        QObject::connect(&notifier, &QSocketNotifier::activated, &notifier, [this] {
+        connect(&notifier, &QSocketNotifier::activated, this, [this] {
             notifier.setEnabled(false);
             requested();
         });
-        handlerDescriptor.store(pipe[1]);
+        handlerDescriptor.store(writing.get());
         for (const int signal : kSignals)
             setAction(signal, handleSignal);
     }
@@ -67,23 +72,21 @@ public:
         for (const int signal : kSignals)
             setAction(signal, SIG_DFL);
         handlerDescriptor.store(-1);
-        notifier.setEnabled(false);
-        ::close(pipe[0]);
-        ::close(pipe[1]);
     }
 
     SelfPipe(const SelfPipe&) = delete;
     SelfPipe& operator=(const SelfPipe&) = delete;
 
 private:
-    const std::array<int, 2> pipe;
+    const FileDescriptor reading;
+    const FileDescriptor writing;
     const std::function<void()> requested;
     QSocketNotifier notifier;
 };
 
 } // namespace
 
-std::unique_ptr<TerminationSignals> makeTerminationSignals(std::function<void()> requested)
+std::unique_ptr<QObject> makeTerminationSignals(std::function<void()> requested)
 {
     std::array<int, 2> ends{-1, -1};
     if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0)

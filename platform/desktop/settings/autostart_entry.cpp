@@ -1,6 +1,5 @@
 #include "platform/desktop/settings/autostart_entry.h"
 
-#include "platform/desktop/settings/user_folders.h"
 #include "platform/values/text.h"
 
 #include <QDir>
@@ -72,12 +71,6 @@ AutostartResult remove(const std::string& path)
 }
 
 } // namespace
-
-std::string autostartPath(const std::string& bundleIdentifier)
-{
-    const std::string folder = configurationFolder();
-    return folder.empty() ? std::string() : folder + "/autostart/" + bundleIdentifier + ".desktop";
-}
 
 std::string ownProgram()
 {

@@ -22,10 +22,6 @@ struct AutostartResult {
     std::string text;
 };
 
-/// The path of the current user's entry: "autostart/IDENTIFIER.desktop" in configurationFolder().
-/// Empty if there is no such folder.
-std::string autostartPath(const std::string& bundleIdentifier);
-
 /// The absolute path of this program's executable; empty if it cannot be determined.
 std::string ownProgram();
 
@@ -33,8 +29,8 @@ std::string ownProgram();
 /// Entry Specification): not absolute, not UTF-8, or with control characters or "=".
 std::optional<std::string> autostartText(const std::string& program);
 
-/// Writes the entry atomically, replacing an existing one, or removes it. Succeeds if there is
-/// nothing to change.
+/// Writes the entry at `path` atomically, replacing an existing one, or removes it. Succeeds if
+/// there is nothing to change.
 AutostartResult setAutostart(Autostart wanted, const std::string& path, const std::string& program);
 
 } // namespace quillbox

@@ -26,35 +26,27 @@ constexpr const char* kSubject = "cannot change the start at login: ";
 constexpr const char* kInstead = "; use the desktop's own settings";
 constexpr QLatin1StringView kRequest("org.freedesktop.portal.Request");
 
-const QString& portal()
-{
-    static const QString name = QStringLiteral("org.freedesktop.portal.Desktop");
-    return name;
-}
+constexpr QLatin1StringView kPortal("org.freedesktop.portal.Desktop");
 
 /// The last part of the request's path: unique within this connection, and that suffices.
-const QString& token()
-{
-    static const QString name = QStringLiteral("quillbox_autostart");
-    return name;
-}
+constexpr QLatin1StringView kToken("quillbox_autostart");
 
 /// Where the portal will emit the response (documentation of org.freedesktop.portal.Request).
 QString requestPath(const QDBusConnection& bus)
 {
     QString sender = bus.baseService().mid(1); // without ":"
     sender.replace(u'.', u'_');
-    return QStringLiteral("/org/freedesktop/portal/desktop/request/") + sender + u'/' + token();
+    return QStringLiteral("/org/freedesktop/portal/desktop/request/") + sender + u'/' + kToken;
 }
 
 QDBusMessage requestFor(Autostart wanted)
 {
     QDBusMessage call = QDBusMessage::createMethodCall(
-        portal(), QStringLiteral("/org/freedesktop/portal/desktop"),
+        kPortal, QStringLiteral("/org/freedesktop/portal/desktop"),
         QStringLiteral("org.freedesktop.portal.Background"), QStringLiteral("RequestBackground"));
     const QString noParentWindow;
     const QVariantMap options{
-        {QStringLiteral("handle_token"), token()},
+        {QStringLiteral("handle_token"), QString(kToken)},
         {QStringLiteral("reason"),
          QStringLiteral("To make your phone appear in the file manager from login on.")},
         {QStringLiteral("autostart"), wanted == Autostart::On},
@@ -96,7 +88,7 @@ bool isSilence(const QDBusError& error)
 void withdraw(const QString& path, const QDBusConnection& bus)
 {
     QDBusMessage call =
-        QDBusMessage::createMethodCall(portal(), path, kRequest, QStringLiteral("Close"));
+        QDBusMessage::createMethodCall(kPortal, path, kRequest, QStringLiteral("Close"));
     call.setAutoStartService(false);
     bus.send(call);
 }
@@ -120,7 +112,7 @@ AutostartResult requestAutostart(Autostart wanted, QDBusConnection bus,
     });
     QString path = requestPath(bus);
     const auto listen = [&] {
-        bus.connect(portal(), path, kRequest, QStringLiteral("Response"), &receiver,
+        bus.connect(kPortal, path, kRequest, QStringLiteral("Response"), &receiver,
                     SLOT(receive(uint, QVariantMap)));
     };
     // Before the call, because the response may arrive before its reply.

@@ -1,7 +1,6 @@
 #include "platform/desktop/settings/file_user_defaults.h"
 
 #include "platform/desktop/settings/settings_file.h"
-#include "platform/desktop/settings/user_folders.h"
 #include "platform/values/standard_error.h"
 #include "platform/values/text.h"
 
@@ -15,8 +14,6 @@
 namespace quillbox {
 
 namespace {
-
-constexpr const char* kFileName = "settings.json";
 
 QString keyOf(const std::string& key)
 {
@@ -142,14 +139,6 @@ private:
 };
 
 } // namespace
-
-std::string settingsPath(const std::string& bundleIdentifier)
-{
-    const std::string folder = configurationFolder();
-    if (folder.empty())
-        return {};
-    return folder + '/' + bundleIdentifier + '/' + kFileName;
-}
 
 std::unique_ptr<UserDefaults> makeFileUserDefaults(std::string path,
                                                    std::shared_ptr<DispatchQueue> mainQueue)

@@ -8,10 +8,6 @@
 
 namespace quillbox {
 
-/// The path of the current user's settings: "settings.json" in the application's folder below
-/// $XDG_CONFIG_HOME, else below ".config" in the home folder. Empty if there is neither.
-std::string settingsPath(const std::string& bundleIdentifier);
-
 /// The settings in the JSON file at `path`. Values are written asynchronously, by a closure on the
 /// main queue, and values that are set before it runs are written together. A write changes the
 /// keys that were set to another value and keeps the rest of the file, whoever wrote it. If the

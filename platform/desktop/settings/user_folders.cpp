@@ -27,12 +27,12 @@ std::string homeFolder()
 
 } // namespace
 
-std::string configurationFolder()
+std::string configurationPath(const std::string& file)
 {
-    if (std::string folder = absolutePathIn("XDG_CONFIG_HOME"); !folder.empty())
-        return folder;
+    if (const std::string folder = absolutePathIn("XDG_CONFIG_HOME"); !folder.empty())
+        return folder + '/' + file;
     const std::string home = homeFolder();
-    return home.empty() ? std::string() : home + "/.config";
+    return home.empty() ? std::string() : home + "/.config/" + file;
 }
 
 } // namespace quillbox

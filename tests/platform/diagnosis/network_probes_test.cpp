@@ -41,10 +41,10 @@ void addCable(const std::string& name, const std::string& other)
 const InterfaceFacts& factsOf(const Survey& survey, const std::string& name)
 {
     const auto found = std::find_if(survey.interfaces.begin(), survey.interfaces.end(),
-                                    [&name](const auto& each) { return each.facts.name == name; });
+                                    [&name](const auto& each) { return each.name == name; });
     static const InterfaceFacts none;
     EXPECT_NE(found, survey.interfaces.end()) << name;
-    return found == survey.interfaces.end() ? none : found->facts;
+    return found == survey.interfaces.end() ? none : *found;
 }
 
 bool holdsIpv4Address(const Survey& survey, const char* text)
@@ -243,10 +243,10 @@ template <typename Change> MulticastFacts probed(const Change& change)
 {
     Survey survey = surveyInterfaces();
     auto& wire = *std::find_if(survey.interfaces.begin(), survey.interfaces.end(),
-                               [](const auto& each) { return each.facts.name == "wire0"; });
+                               [](const auto& each) { return each.name == "wire0"; });
     change(wire);
     probeMulticast(survey, kType, 400ms);
-    return wire.facts.ipv4;
+    return wire.ipv4;
 }
 
 /// Waits until the kernel has noticed that the other end of a cable is up.
@@ -387,9 +387,9 @@ TEST(MulticastProbe, leavesOutVpnsAndWhatHasNoMulticastOrDoesNotRun)
     inNetworkNamespace([] {
         addOwnEnd();
         const auto isHeard = [](const auto& change) { return probed(change).isOwnHeard; };
-        EXPECT_FALSE(isHeard([](auto& wire) { wire.facts.kind = Kind::Vpn; }));
-        EXPECT_FALSE(isHeard([](auto& wire) { wire.facts.hasMulticast = false; }));
-        EXPECT_FALSE(isHeard([](auto& wire) { wire.facts.isRunning = false; }));
+        EXPECT_FALSE(isHeard([](auto& wire) { wire.kind = Kind::Vpn; }));
+        EXPECT_FALSE(isHeard([](auto& wire) { wire.hasMulticast = false; }));
+        EXPECT_FALSE(isHeard([](auto& wire) { wire.isRunning = false; }));
         EXPECT_TRUE(isHeard([](const auto&) {}));
     });
 }

@@ -1,5 +1,4 @@
 #include "platform/desktop/instances/instance_exchange.h"
-#include "platform/desktop/instances/local_socket.h"
 #include "tests/platform/desktop/qt_support.h"
 
 #include <QAbstractEventDispatcher>

@@ -1,4 +1,3 @@
-#include "platform/desktop/instances/local_socket.h"
 #include "platform/desktop/instances/running_instances.h"
 #include "tests/platform/desktop/qt_support.h"
 
@@ -55,6 +54,11 @@ protected:
         return findRunningInstances(
             {.folders = folders(), .bundleIdentifier = kIdentifier, .activationToken = {}},
             problem);
+    }
+
+    static void hearNothing(const CopyMessage& /*message*/,
+                            const RunningApplications::Answer& /*answer*/)
+    {
     }
 
     RuntimeFolders folders() const
@@ -126,38 +130,52 @@ protected:
     QTemporaryDir base;
 };
 
-TEST_F(RunningInstances, areListedInTheOrderOfTheirLaunchTheirOwnIncluded)
+TEST_F(RunningInstances, areListedInTheOrderOfTheirLaunchWithoutTheOneThatAsks)
 {
     const auto first = start();
     const auto second = start();
-    const auto copies = second->runningApplications(kIdentifier);
+    const auto third = start();
+    const auto copies = third->others();
     ASSERT_THAT(copies, SizeIs(2));
-    EXPECT_EQ(copies[0]->launchDate(), first->current()->launchDate());
-    EXPECT_EQ(copies[1], second->current());
-    EXPECT_LT(copies[0]->launchDate(), copies[1]->launchDate());
-    EXPECT_EQ(copies[0]->processIdentifier(), ::getpid());
+    EXPECT_EQ(copies[0]->launch(), first->launch());
+    EXPECT_EQ(copies[1]->launch(), second->launch());
+    EXPECT_LT(first->launch().date, second->launch().date);
+    EXPECT_LT(second->launch().date, third->launch().date);
+    EXPECT_EQ(first->launch().processIdentifier, ::getpid());
     EXPECT_FALSE(copies[0]->isTerminated());
+    EXPECT_EQ(first->others().at(1)->launch(), third->launch());
 }
 
 TEST_F(RunningInstances, ofAnotherApplicationAreOthers)
 {
     const auto copy = start();
-    EXPECT_THAT(copy->runningApplications("org.example.Other"), SizeIs(0));
+    const auto foreign = makeRunningApplications(
+        {.folders = folders(), .bundleIdentifier = "org.example.Other", .activationToken = {}});
+    EXPECT_THAT(foreign->others(), IsEmpty());
+    EXPECT_THAT(copy->others(), IsEmpty());
 }
 
 TEST_F(RunningInstances, withdrawBeforeTheyEnd)
 {
     const auto first = start();
     const auto second = start();
-    const auto seen = second->runningApplications(kIdentifier).at(0);
+    const auto seen = second->others().at(0);
     first->withdraw();
     first->withdraw();
     EXPECT_TRUE(seen->isTerminated());
     EXPECT_THAT(QDir(QString::fromStdString(preferredFolder()))
                     .entryList({QStringLiteral("*.socket")}, QDir::System),
                 SizeIs(1));
-    EXPECT_THAT(second->runningApplications(kIdentifier), SizeIs(1));
+    EXPECT_THAT(second->others(), IsEmpty());
     seen->activate();
+}
+
+TEST_F(RunningInstances, thatWithdrawBeforeTheyServeHangUpOnWhoIsWaiting)
+{
+    const auto copy = start();
+    const FileDescriptor waiting = connectedToOnlyCopy();
+    copy->withdraw();
+    EXPECT_EQ(readAll(waiting), "");
 }
 
 TEST_F(RunningInstances, areBroughtForwardWithTheDesktopsPermission)
@@ -165,9 +183,10 @@ TEST_F(RunningInstances, areBroughtForwardWithTheDesktopsPermission)
     const auto first = start();
     const auto second = start("token-1_TIME9");
     std::vector<std::string> permissions;
-    first->setActivationHandler(
-        [&permissions](const std::string& permission) { permissions.push_back(permission); });
-    activateFromElsewhere(*second->runningApplications(kIdentifier).at(0));
+    first->serve(
+        [&permissions](const std::string& permission) { permissions.push_back(permission); },
+        hearNothing);
+    activateFromElsewhere(*second->others().at(0));
     EXPECT_THAT(permissions, ElementsAre("token-1_TIME9"));
 }
 
@@ -176,34 +195,33 @@ TEST_F(RunningInstances, areBroughtForwardWithoutAPermissionToo)
     const auto first = start();
     const auto second = start();
     std::vector<std::string> permissions;
-    first->setActivationHandler(
-        [&permissions](const std::string& permission) { permissions.push_back(permission); });
-    activateFromElsewhere(*second->runningApplications(kIdentifier).at(0));
+    first->serve(
+        [&permissions](const std::string& permission) { permissions.push_back(permission); },
+        hearNothing);
+    activateFromElsewhere(*second->others().at(0));
     EXPECT_THAT(permissions, ElementsAre(""));
 }
 
-TEST_F(RunningInstances, hearOfEarlyActivationsOnceTheyListen)
+TEST_F(RunningInstances, hearOfEarlyActivationsOnceTheyServe)
 {
-    const auto first = start();
-    const auto second = start("token");
-    const auto target = second->runningApplications(kIdentifier).at(0);
-    activateFromElsewhere(*target);
-    activateFromElsewhere(*target);
+    const auto copy = start();
+    const FileDescriptor other = connectedToOnlyCopy();
+    ::send(other.get(), "activate token\n", 15, MSG_NOSIGNAL);
+    QCoreApplication::processEvents();
     std::vector<std::string> permissions;
-    first->setActivationHandler(
-        [&permissions](const std::string& permission) { permissions.push_back(permission); });
+    copy->serve(
+        [&permissions](const std::string& permission) { permissions.push_back(permission); },
+        hearNothing);
     EXPECT_THAT(permissions, IsEmpty());
-    EXPECT_TRUE(runUntil([&permissions] { return !permissions.empty(); }));
+    EXPECT_EQ(readAll(other), "ok\n");
     EXPECT_THAT(permissions, ElementsAre("token"));
-    activateFromElsewhere(*target);
-    EXPECT_THAT(permissions, ElementsAre("token", "token"));
 }
 
 TEST_F(RunningInstances, answerRequestsAndNothingElse)
 {
     const auto copy = start();
     int activations = 0;
-    copy->setActivationHandler([&activations](const std::string&) { ++activations; });
+    copy->serve([&activations](const std::string&) { ++activations; }, hearNothing);
     for (const std::string& garbage :
          {std::string("GET / HTTP/1.1\r\n\r\n"), std::string("activated\n"),
           std::string("activate \n"), std::string("activate two words\n"),
@@ -219,13 +237,14 @@ TEST_F(RunningInstances, answerRequestsAndNothingElse)
 TEST_F(RunningInstances, hangUpOnWhoSaysNothing)
 {
     const auto copy = start();
+    copy->serve([](const std::string&) {}, hearNothing);
     EXPECT_EQ(answerTo("activ"), "");
 }
 
 TEST_F(RunningInstances, mayBeDroppedWhenTheyAreActivated)
 {
     auto copy = start();
-    copy->setActivationHandler([&copy](const std::string&) { copy = nullptr; });
+    copy->serve([&copy](const std::string&) { copy = nullptr; }, hearNothing);
     EXPECT_EQ(answerTo("activate\n"), "ok\n");
     EXPECT_EQ(copy, nullptr);
 }
@@ -235,7 +254,9 @@ TEST_F(RunningInstances, sayWhetherTheyHaveADisplay)
     const auto first = start({}, false);
     const auto second = start();
     const auto third = start();
-    const auto copies = third->runningApplications(kIdentifier);
+    const auto copies = third->others();
+    for (const auto& each : {&first, &second})
+        (*each)->serve([](const std::string&) {}, hearNothing);
     EXPECT_FALSE(activateFromElsewhere(*copies.at(0)));
     EXPECT_TRUE(activateFromElsewhere(*copies.at(1)));
 }
@@ -250,19 +271,18 @@ TEST_F(RunningInstances, thatCannotRegisterInOneFolderDoSoInTheNextAndAreFoundIn
     ::testing::internal::CaptureStderr();
     const auto substitute = start();
     EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-    ASSERT_TRUE(substitute->current()->launchDate());
-    EXPECT_THAT(substitute->runningApplications(kIdentifier), SizeIs(1));
+    ASSERT_TRUE(substitute->launch().date);
+    EXPECT_THAT(substitute->others(), IsEmpty());
 
     // The file system is no longer full.
     ASSERT_EQ(::unlink(preferredFolder().c_str()), 0);
     ASSERT_EQ(::rename((base.path().toStdString() + "/away").c_str(), preferredFolder().c_str()),
               0);
     const auto next = start();
-    const auto copies = next->runningApplications(kIdentifier);
-    ASSERT_THAT(copies, SizeIs(3));
-    EXPECT_EQ(copies[0]->launchDate(), preferred->current()->launchDate());
-    EXPECT_EQ(copies[1]->launchDate(), substitute->current()->launchDate());
-    EXPECT_EQ(copies[2], next->current());
+    const auto copies = next->others();
+    ASSERT_THAT(copies, SizeIs(2));
+    EXPECT_EQ(copies[0]->launch(), preferred->launch());
+    EXPECT_EQ(copies[1]->launch(), substitute->launch());
     std::string problem;
     EXPECT_THAT(find(problem), SizeIs(3));
     EXPECT_EQ(problem, "");
@@ -291,7 +311,7 @@ TEST_F(RunningInstances, keepCleanersOfTemporaryFoldersOut)
         ::open(preferredFolder().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     EXPECT_NE(::flock(folder.get(), LOCK_EX | LOCK_NB), 0);
     const auto other = start();
-    EXPECT_TRUE(other->current()->launchDate()) << "several copies lock it at a time";
+    EXPECT_TRUE(other->launch().date) << "several copies lock it at a time";
     copy = nullptr;
     EXPECT_NE(::flock(folder.get(), LOCK_EX | LOCK_NB), 0);
 }
@@ -322,10 +342,10 @@ TEST_F(BusyInstance, isTriedAgain)
     const auto first = start();
     const auto second = start();
     int activations = 0;
-    first->setActivationHandler([&activations](const std::string&) { ++activations; });
-    first->setMessageHandler(
+    first->serve(
+        [&activations](const std::string&) { ++activations; },
         [](const CopyMessage&, const RunningApplications::Answer& answer) { answer("heard"); });
-    const auto target = second->runningApplications(kIdentifier).at(0);
+    const auto target = second->others().at(0);
     fill();
     waiting.clear();
     EXPECT_TRUE(activateFromElsewhere(*target));
@@ -342,7 +362,7 @@ TEST_F(BusyInstance, isGivenUpInTime)
 {
     const auto first = start();
     const auto second = start();
-    const auto target = second->runningApplications(kIdentifier).at(0);
+    const auto target = second->others().at(0);
     fill();
     EXPECT_FALSE(target->isTerminated());
     QElapsedTimer timer;
@@ -356,8 +376,8 @@ TEST_F(RunningInstances, thatExitWhenTheyAreReachedAreSeenAsTerminated)
 {
     auto first = start();
     const auto second = start();
-    const auto target = second->runningApplications(kIdentifier).at(0);
-    first->setActivationHandler([&first](const std::string&) { first = nullptr; });
+    const auto target = second->others().at(0);
+    first->serve([&first](const std::string&) { first = nullptr; }, hearNothing);
     activateFromElsewhere(*target);
     EXPECT_TRUE(target->isTerminated());
     EXPECT_FALSE(target->waitForEnd(std::chrono::milliseconds(0))) << "this process has not ended";
@@ -377,60 +397,26 @@ TEST_F(RunningInstances, areWaitedForEvenIfTheirProcessesAreUnknown)
     });
 }
 
-TEST_F(RunningInstances, mayReplaceTheirHandlersWhenTheyHearOfThePast)
-{
-    auto first = start();
-    const auto second = start();
-    const auto target = second->runningApplications(kIdentifier).at(0);
-    activateFromElsewhere(*target);
-    first->setActivationHandler([](const std::string&) { FAIL() << "it was replaced"; });
-    int activations = 0;
-    first->setActivationHandler([&activations](const std::string&) { ++activations; });
-    EXPECT_TRUE(runUntil([&activations] { return activations == 1; }));
-}
-
-TEST_F(RunningInstances, hearOfAnEarlyMessageOnce)
-{
-    const auto copy = start();
-    const FileDescriptor sender = connectedToOnlyCopy();
-    const std::string message = "message - hello\n";
-    ::send(sender.get(), message.data(), message.size(), MSG_NOSIGNAL);
-    // An answer means that what was sent before has been read.
-    EXPECT_EQ(answerTo("activate\n"), "ok\n");
-    int heard = 0;
-    for (int handlers = 0; handlers < 2; ++handlers) {
-        copy->setMessageHandler(
-            [&heard](const CopyMessage&, const RunningApplications::Answer& answer) {
-                ++heard;
-                answer("heard");
-            });
-    }
-    EXPECT_EQ(readAll(sender), "answer heard\n");
-    // Passes after whatever the handlers are still to be told.
-    EXPECT_EQ(answerTo("activate\n"), "ok\n");
-    EXPECT_EQ(heard, 1);
-}
-
 TEST_F(RunningInstances, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
 {
     auto copy = start();
     std::vector<FileDescriptor> senders;
     for (int count = 0; count < 3; ++count) {
         senders.push_back(connectedToOnlyCopy());
-        const std::string message = "message - hello\n";
+        const std::string message = "message token hello\n";
         ::send(senders.back().get(), message.data(), message.size(), MSG_NOSIGNAL);
     }
-    // An answer means that what was sent before has been read.
-    EXPECT_EQ(answerTo("activate\n"), "ok\n");
-    int heard = 0;
-    copy->setMessageHandler([&](const CopyMessage&, const RunningApplications::Answer&) {
-        ++heard;
-        copy = nullptr;
-    });
-    EXPECT_EQ(heard, 0);
-    for (const FileDescriptor& sender : senders)
-        EXPECT_EQ(readAll(sender), "");
-    EXPECT_EQ(heard, 1);
+    std::vector<std::string> heard;
+    copy->serve([](const std::string&) { FAIL(); },
+                [&](const CopyMessage& message, const RunningApplications::Answer& answer) {
+                    heard.push_back(message.text + ' ' + message.permission);
+                    answer("heard");
+                    copy = nullptr;
+                });
+    EXPECT_THAT(heard, IsEmpty());
+    EXPECT_EQ(readAll(senders[0]), "answer heard\n");
+    EXPECT_EQ(readAll(senders[1]) + readAll(senders[2]), "");
+    EXPECT_THAT(heard, ElementsAre("hello token"));
 }
 
 TEST_F(RunningInstances, withoutASafePlaceKnowOfNoneAndSaySo)
@@ -441,8 +427,9 @@ TEST_F(RunningInstances, withoutASafePlaceKnowOfNoneAndSaySo)
     const auto copy = start();
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 HasSubstr("other instances cannot find this one: "));
-    EXPECT_EQ(copy->current()->launchDate(), std::nullopt);
-    EXPECT_THAT(copy->runningApplications(kIdentifier), SizeIs(0));
+    EXPECT_EQ(copy->launch().date, std::nullopt);
+    EXPECT_THAT(copy->others(), IsEmpty());
+    copy->serve([](const std::string&) {}, hearNothing);
     copy->withdraw();
 }
 
@@ -458,7 +445,7 @@ TEST_F(RunningInstances, thatCannotRegisterInAnyFolderNameTheLastOne)
     const auto copy = start();
     EXPECT_THAT(::testing::internal::GetCapturedStderr(),
                 HasSubstr("cannot find this one: " + shared + ": Is a directory"));
-    EXPECT_EQ(copy->current()->launchDate(), std::nullopt);
+    EXPECT_EQ(copy->launch().date, std::nullopt);
 }
 
 } // namespace

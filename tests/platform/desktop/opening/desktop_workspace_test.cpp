@@ -47,7 +47,7 @@ protected:
     void makeWorkspace()
     {
         workspace = makeDesktopWorkspace({.environment = environmentForPrograms()}, smbOpener,
-                                         tokens, notice, {.forShares = "S", .forPages = "P"});
+                                         tokens, notice, "S");
     }
 
     /// Records the URLs that it is given, and reports a result at once.
@@ -161,9 +161,10 @@ TEST_F(DesktopWorkspaceTest, tellsTheUserThatTheDesktopHasNoOpener)
     environment.set("PATH", folder.path().toUtf8());
     EXPECT_THAT(printedByOpening("https://192.0.2.7/", "token"),
                 HasSubstr("cannot start xdg-open"));
-    EXPECT_THAT(results, ElementsAre("Cannot start xdg-open. P."));
-    EXPECT_THAT(notice.shown,
-                ElementsAre("Cannot open the web management: Cannot start xdg-open. P."));
+    EXPECT_THAT(results,
+                ElementsAre("Cannot start xdg-open. Install xdg-utils and a web browser."));
+    EXPECT_THAT(notice.shown, ElementsAre("Cannot open the web management: Cannot start xdg-open. "
+                                          "Install xdg-utils and a web browser."));
 }
 
 } // namespace

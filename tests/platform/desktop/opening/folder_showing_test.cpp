@@ -109,7 +109,7 @@ protected:
     std::chrono::milliseconds moment{15'000};
     std::unique_ptr<FileManager> fileManager;
     std::unique_ptr<FileBrowserMeans> means;
-    std::unique_ptr<FolderShowing> showing;
+    std::unique_ptr<QObject> showing;
     std::optional<std::optional<std::string>> shown;
 };
 

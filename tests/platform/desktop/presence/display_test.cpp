@@ -1,4 +1,4 @@
-#include "platform/desktop/instances/local_socket.h"
+#include "platform/desktop/instances/registration.h"
 #include "platform/desktop/presence/display.h"
 #include "tests/platform/desktop/qt_support.h"
 

@@ -96,8 +96,7 @@ TEST_F(CommandTest, readsNoMoreThanItMayKeep)
 
 TEST_F(CommandTest, givesTheProgramItsLimitsAndNothingToRead)
 {
-    limits.isOpenFilesKnown = true;
-    limits.openFiles = {.rlim_cur = 123, .rlim_max = 456};
+    limits.openFiles = rlimit{.rlim_cur = 123, .rlim_max = 456};
     EXPECT_EQ(resultOf({"sh", "-c", "ulimit -Sn; ulimit -Hn; cat"}).output, "123\n456\n");
 }
 

@@ -74,8 +74,9 @@ TEST_F(Process, takesAllTheDescriptorsThatItMayHave)
             const Inheritance inherited = prepareProcess();
             rlimit raised{};
             ::getrlimit(RLIMIT_NOFILE, &raised);
-            std::_Exit(verdict(raised.rlim_cur == limit.rlim_max
-                               && inherited.openFiles.rlim_cur == limit.rlim_cur));
+            std::_Exit(
+                verdict(raised.rlim_cur == limit.rlim_max
+                        && inherited.openFiles.value_or(rlimit{}).rlim_cur == limit.rlim_cur));
         },
         ::testing::ExitedWithCode(EXIT_SUCCESS), "");
 }
@@ -132,18 +133,18 @@ TEST_F(Process, givesProgramsNothingThatIsValidForThisProcessOnly)
 
 TEST_F(Process, givesAProgramItsOwnActivationToken)
 {
-    const std::vector<std::string> other{"A=b"};
-    EXPECT_THAT(withActivationToken(other, "token"),
+    const Inheritance other{.environment = {"A=b"}};
+    EXPECT_THAT(withActivationToken(other, "token").environment,
                 ElementsAre("A=b", "XDG_ACTIVATION_TOKEN=token", "DESKTOP_STARTUP_ID=token"));
-    EXPECT_EQ(withActivationToken(other, ""), other);
+    EXPECT_THAT(withActivationToken(other, "").environment, ElementsAre("A=b"));
 }
 
 TEST_F(Process, givesProgramsThatItStartsTheirLimitsAndSignalsBack)
 {
-    Inheritance limits;
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limits.openFiles), 0);
-    limits.openFiles.rlim_cur = 77;
-    limits.isOpenFilesKnown = true;
+    rlimit files{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &files), 0);
+    files.rlim_cur = 77;
+    const Inheritance limits{.openFiles = files};
 
     sigset_t blocked;
     sigset_t before;
@@ -200,7 +201,7 @@ TEST_F(Process, tellsWhenAProgramCannotBeStarted)
 TEST_F(Process, tellsWhenAProgramFailsWithinAMoment)
 {
     const auto hasProgramStayed = [](const std::vector<std::string>& command) {
-        const FileDescriptor result = startWatched(command, {}, StandardError::Inherited, 20s);
+        const FileDescriptor result = startWatched(command, {}, 20s);
         return hasStayed(result.get());
     };
     EXPECT_TRUE(hasProgramStayed({"true"}));
@@ -210,13 +211,21 @@ TEST_F(Process, tellsWhenAProgramFailsWithinAMoment)
     EXPECT_LT(::waitpid(-1, nullptr, WNOHANG), 0) << "a child is left";
 }
 
+TEST_F(Process, hearsNoComplaintsOfAProgramThatItWatches)
+{
+    const std::vector<std::string> command{"sh", "-c", R"(readlink /proc/$$/fd/2 > "$1")", "sh",
+                                           pipe.path()};
+    const FileDescriptor result = startWatched(command, {}, 20s);
+    EXPECT_EQ(pipe.readAll(), "/dev/null\n");
+    EXPECT_TRUE(hasStayed(result.get()));
+}
+
 TEST_F(Process, leavesAProgramThatRunsLongerThanAMomentAlone)
 {
     const std::string wait = folder.filePath(QStringLiteral("wait")).toStdString();
     ASSERT_EQ(::mkfifo(wait.c_str(), 0600), 0);
-    const FileDescriptor result =
-        startWatched({"sh", "-c", R"(cat "$1"; echo done > "$2"; exit 1)", "sh", wait, pipe.path()},
-                     {}, StandardError::Inherited, 100ms);
+    const FileDescriptor result = startWatched(
+        {"sh", "-c", R"(cat "$1"; echo done > "$2"; exit 1)", "sh", wait, pipe.path()}, {}, 100ms);
     EXPECT_TRUE(hasStayed(result.get()));
     FileDescriptor(::open(wait.c_str(), O_WRONLY | O_CLOEXEC)).reset();
     EXPECT_EQ(pipe.readAll(), "done\n");
@@ -231,7 +240,7 @@ TEST_F(Process, keepsNoConnectionOpenWhileAProgramIsWatched)
     const FileDescriptor reading(ends[0]);
     FileDescriptor writing(ends[1]);
     FileDescriptor high(::fcntl(writing.get(), F_DUPFD_CLOEXEC, 500));
-    const FileDescriptor result = startWatched({"cat", wait}, {}, StandardError::Inherited, 20s);
+    const FileDescriptor result = startWatched({"cat", wait}, {}, 20s);
     FileDescriptor go(::open(wait.c_str(), O_WRONLY | O_CLOEXEC)); // once the program runs
     writing.reset();
     high.reset();

@@ -110,16 +110,6 @@ TEST_F(AutostartEntry, quotesTheProgramAsDesktopsReadIt)
         EXPECT_EQ(execOf(unfit), "none") << unfit;
 }
 
-TEST_F(AutostartEntry, isInTheUsersFolderOfConfiguration)
-{
-    Environment environment;
-    environment.set("HOME", "/home/somebody");
-    environment.set("XDG_CONFIG_HOME", "/elsewhere");
-    EXPECT_EQ(autostartPath("org.example"), "/elsewhere/autostart/org.example.desktop");
-    environment.set("XDG_CONFIG_HOME", "relative");
-    EXPECT_EQ(autostartPath("org.example"), "/home/somebody/.config/autostart/org.example.desktop");
-}
-
 TEST_F(AutostartEntry, namesThisProgram)
 {
     EXPECT_THAT(ownProgram(), ::testing::EndsWith("/test_desktop_settings"));

@@ -1,5 +1,6 @@
 #include "platform/desktop/settings/file_user_defaults.h"
 #include "platform/desktop/settings/settings_file.h"
+#include "platform/desktop/settings/user_folders.h"
 #include "platform/posix/file_descriptor.h"
 #include "tests/fakes/descriptor_shortage.h"
 #include "tests/fakes/fake_dispatch.h"
@@ -688,15 +689,27 @@ TEST_F(FileUserDefaultsTest, withoutAPlaceToStoreThingsTheyAreKeptInMemory)
     EXPECT_EQ(store->stringForKey("host", ""), "h");
 }
 
+TEST_F(FileUserDefaultsTest, aFileThatCannotBeReadNowIsLeftAlone)
+{
+    // A regular file, whose beginning nothing is mapped to.
+    const std::string path = "/proc/self/mem";
+    store = nullptr;
+    const std::string said =
+        printedBy([&] { store = makeFileUserDefaults(path, dispatch.mainQueue()); });
+    EXPECT_THAT(said, HasSubstr(path + " cannot be used: Input/output error"));
+    store->setString("host", "h");
+    EXPECT_THAT(settle(), HasSubstr("cannot be stored: " + path + ": Input/output error"));
+}
+
 TEST_F(FileUserDefaultsTest, theFileIsWhereTheDesktopKeepsSettings)
 {
     Environment environment;
     environment.set("HOME", "/home/somebody");
     environment.set("XDG_CONFIG_HOME", "/elsewhere");
-    EXPECT_EQ(settingsPath("org.example"), "/elsewhere/org.example/settings.json");
+    EXPECT_EQ(configurationPath("a/b"), "/elsewhere/a/b");
     for (const char* unusable : {"", "relative"}) {
         environment.set("XDG_CONFIG_HOME", unusable);
-        EXPECT_EQ(settingsPath("org.example"), "/home/somebody/.config/org.example/settings.json");
+        EXPECT_EQ(configurationPath("a/b"), "/home/somebody/.config/a/b");
     }
 }
 
