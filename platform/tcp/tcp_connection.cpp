@@ -332,10 +332,9 @@ void TcpConnection::settleFailure()
         error_ = takeSocketError(socket_->descriptor());
     if (!error_)
         error_ = std::make_error_code(std::errc::connection_reset);
-    queue()->post([self = shared_from_this(), error = error_] {
-        if (!self->isCancelled())
-            self->report(State::Failed, error);
-    });
+    // Posted, so that it is not reported once the connection is cancelled.
+    queue()->post(
+        [self = shared_from_this(), error = error_] { self->report(State::Failed, error); });
 }
 
 bool TcpConnection::hasMoreToRead()

@@ -491,6 +491,24 @@ TEST(Connector, bindsItsSocketToTheInterfaceWhereTheKernelWouldTakeAnother)
     expectOfRecordFromNetwork(State::Waiting, {OutgoingRoute::IfBound});
 }
 
+TEST(Connector, saysAgainWhyItWaitsWhenTheReasonChanges)
+{
+    Harness harness;
+    const PeerListener phone;
+    harness.monitor.setRoutes(7, ipv4Address("192.0.2.7"), {OutgoingRoute::None});
+    auto subject = harness.dial(kPhone);
+    ASSERT_TRUE(waitForAsk(harness.dnsSd));
+    harness.dnsSd.deliver(0, found({}));
+    ASSERT_TRUE(subject.log->waitFor(State::Waiting));
+    harness.dnsSd.deliver(
+        0, found({{.address = ipv4Address("192.0.2.7", phone.port()), .interfaceIndex = 7}}));
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    while (subject.log->count(State::Waiting) < 2 && std::chrono::steady_clock::now() < end)
+        subject.settle();
+    EXPECT_EQ(subject.log->states(),
+              (std::vector{State::Preparing, State::Waiting, State::Waiting}));
+}
+
 TEST(Connector, dropsAConnectionThatANewRouteDiverted)
 {
     inNetworkNamespace([] {
