@@ -92,6 +92,18 @@ class WirePlace(Place):
             self.phone.announce(name, port=port)
 
 
+    @contextlib.contextmanager
+    def slow_phone(self, megabits):
+        """Lets the phone send at this speed only. TCP hands over bursts of at most 64 KiB, each of
+        which waits until its bytes may be sent; so they arrive about as aggregates do."""
+        limit = ["tbf", "rate", f"{megabits}mbit", "burst", "120kb", "latency", "50ms"]
+        self.phone.run("tc", "qdisc", "add", "dev", "eth0", "root", *limit)
+        try:
+            yield
+        finally:
+            self.phone.run("tc", "qdisc", "del", "dev", "eth0", "root")
+
+
 class LoopbackPlace(Place):
     """Everything within one host without a network."""
 
