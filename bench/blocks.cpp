@@ -23,7 +23,12 @@ constexpr std::array<std::byte, kBlockSize> kBody{};
 
 BlockSender::BlockSender(Poller& poller, Poller::Watcher& watcher, int socket, const Pace& pace,
                          Clock::time_point begin)
-    : poller_(poller), watcher_(watcher), socket_(socket), pace_(pace), begin_(begin), due_(begin),
+    : poller_(poller),
+      watcher_(watcher),
+      socket_(socket),
+      pace_(pace),
+      begin_(begin),
+      due_(begin),
       number_(pace.stream)
 {
     schedule();

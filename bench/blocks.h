@@ -22,8 +22,8 @@ struct BlockHead {
     Clock::time_point sentAt;
 };
 
-/// Sends blocks on a socket. `poller` watches the socket for `watcher`, for EPOLLIN too; whenever it
-/// calls the watcher, the watcher calls `send`.
+/// Sends blocks on a socket. `poller` watches the socket for `watcher`, for EPOLLIN too; whenever
+/// it calls the watcher, the watcher calls `send`.
 class BlockSender final {
 public:
     /// `begin` is when the first aggregate could be due.
@@ -63,7 +63,8 @@ private:
 class BlockReader final {
 public:
     /// Adds the latency of each block that is now complete: the time from the first attempt to send
-    /// it. Returns whether the last block is complete. Throws std::runtime_error if a head is wrong.
+    /// it. Returns whether the last block is complete. Throws std::runtime_error if a head is
+    /// wrong.
     bool take(std::span<const std::byte> bytes, Histogram& latencies);
 
 private:

@@ -120,8 +120,7 @@ bool readLine()
     return static_cast<bool>(std::getline(std::cin, line));
 }
 
-template <class Stream>
-void perform(const Flood& flood)
+template <class Stream> void perform(const Flood& flood)
 {
     Transfer transfer;
     std::vector<std::unique_ptr<Stream>> streams;

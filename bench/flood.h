@@ -12,8 +12,8 @@ namespace quillbox::bench {
 /// Transfers bytes over some streams for some time, as many as possible or at a pace (air.h). Only
 /// received bytes count, so data that is still buffered at the end does not.
 ///
-/// Prints a line when all connections are complete, begins when it reads one, prints the result (the
-/// bytes, the seconds, and the latencies of the blocks), and keeps the connections open until
+/// Prints a line when all connections are complete, begins when it reads one, prints the result
+/// (the bytes, the seconds, and the latencies of the blocks), and keeps the connections open until
 /// standard input ends. In this way a relay's costs of the transfer alone can be measured.
 struct Flood {
     std::vector<Target> targets; ///< the streams are distributed among them

@@ -105,8 +105,8 @@ private:
     std::map<std::string, std::string> values_;
 };
 
-/// By default the kernel lets timers be 50 µs late, an eighth of the time between two aggregates of a
-/// fast Wi-Fi.
+/// By default the kernel lets timers be 50 µs late, an eighth of the time between two aggregates of
+/// a fast Wi-Fi.
 void makeTimersExact()
 {
     if (::prctl(PR_SET_TIMERSLACK, 1) != 0)

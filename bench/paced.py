@@ -130,7 +130,7 @@ def smb(run):
 
 def film(run, relays, row, title):
     seconds = run.plan.pick(4, 2)
-    for relay in run.rounds(relays, f"SMB, paced: {title}", run.plan.few()):
+    for relay in run.rounds(relays, f"SMB, paced: {title}", run.plan.pick(run.plan.few(), 1)):
         transfer = smb_transfer(relay, "read", FILM_PACE, FILM_CHUNK, seconds)
         row.add(relay.name, carried(relay, transfer))
 

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include <gtest/gtest.h>
-
 #include <sys/epoll.h>
 #include <sys/socket.h>
 
@@ -134,7 +133,8 @@ TEST_F(Blocks, whose_time_has_passed_long_ago_are_left_out)
     receive();
     for (int count = 0; count < 100; ++count)
         pollAndReceive(Clock::now());
-    // What is left is younger than 20 ms, which is less than ten aggregates, and what has come since.
+    // What is left is younger than 20 ms, which is less than ten aggregates, and what has come
+    // since.
     EXPECT_GE(latencies.count(), 1U);
     EXPECT_LT(received, 100 * kSmallestAggregate);
 }
