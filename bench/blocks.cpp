@@ -4,7 +4,7 @@
 #include "bench/tcp.h"
 
 #include <algorithm>
-#include <cstring>
+#include <bit>
 #include <stdexcept>
 #include <utility>
 
@@ -99,7 +99,7 @@ bool BlockReader::take(std::span<const std::byte> bytes, Histogram& latencies)
             bytes = bytes.subspan(part);
             if (received_ < headBytes_.size())
                 return false;
-            std::memcpy(&head_, headBytes_.data(), sizeof head_);
+            head_ = std::bit_cast<BlockHead>(headBytes_);
             if (head_.size <= sizeof head_ || head_.size > kBlockSize)
                 throw std::runtime_error("bytes were lost or changed: a block has no head");
             continue;

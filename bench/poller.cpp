@@ -74,6 +74,8 @@ void Poller::poll(Clock::time_point until)
     const timespec timeout{.tv_sec = whole.count(), .tv_nsec = (left - whole).count()};
     std::array<epoll_event, 256> events;
     const int count = ::epoll_pwait2(descriptor_, events.data(), events.size(), &timeout, nullptr);
+    if (count < 0 && errno != EINTR)
+        throw std::system_error(errno, std::system_category(), "epoll_pwait2");
     for (int index = 0; index < count; ++index) {
         const auto& event = events.at(static_cast<std::size_t>(index));
         static_cast<Watcher*>(event.data.ptr)->ready(event.events);

@@ -24,7 +24,7 @@ public:
         virtual void ready(std::uint32_t events) = 0;
     };
 
-    /// Throws std::system_error, as do add and change.
+    /// Throws std::system_error, as do add, change and poll.
     Poller();
     ~Poller();
 

@@ -117,7 +117,7 @@ TEST_F(Blocks, of_one_of_several_streams_are_its_share_of_the_aggregates)
     const Pace pace{.bytesPerSecond = kFast, .stream = 1, .streams = 3};
     const auto begin = Clock::now();
     send(pace, begin);
-    for (const std::uint64_t number : {1, 4, 7}) {
+    for (const std::uint64_t number : {1U, 4U, 7U}) {
         const auto before = latencies.count();
         while (latencies.count() == before)
             pollAndReceive(begin + seconds(20));
@@ -131,7 +131,7 @@ TEST_F(Blocks, whose_time_has_passed_long_ago_are_left_out)
     send(pace, Clock::now() - seconds(10));
     poller.poll(Clock::now() + seconds(1));
     receive();
-    for (int count = 0; count < 100; ++count)
+    for (int count = 0; count < 200; ++count)
         pollAndReceive(Clock::now());
     // What is left is younger than 20 ms, which is less than ten aggregates, and what has come
     // since.
@@ -158,7 +158,8 @@ TEST(BlockReader, finds_the_heads_however_the_stream_is_cut)
 {
     std::vector<std::byte> stream;
     for (const std::uint32_t size : {17U, 40U, 16'384U}) {
-        const BlockHead head{.size = size, .isLast = size == 16'384U, .sentAt = Clock::now()};
+        const BlockHead head{
+            .size = size, .isLast = size == 16'384U ? 1U : 0U, .sentAt = Clock::now()};
         const auto* bytes = reinterpret_cast<const std::byte*>(&head);
         stream.insert(stream.end(), bytes, bytes + sizeof head);
         stream.resize(stream.size() + size - sizeof head);
