@@ -37,11 +37,8 @@ BlockSender::BlockSender(Poller& poller, Poller::Watcher& watcher, int socket, c
 
 bool BlockSender::send()
 {
-    if (isBetweenBlocks()) {
-        if (head_.isLast != 0 || Clock::now() < due_)
-            return true;
+    if (isBetweenBlocks())
         begin();
-    }
     const auto head = std::as_bytes(std::span(&head_, 1)).subspan(std::min(sent_, sizeof head_));
     const auto body = std::span(kBody).first(head_.size - sent_ - head.size());
     const auto sent = writeSome(socket_, head, body);
