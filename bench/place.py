@@ -142,22 +142,24 @@ class Transfer:
     def is_done(self, within):
         """Whether there is a result within so many seconds."""
         try:
-            self.result(within)
+            self._result_line(within)
         except AssertionError:
             if not self._client.running():
                 raise
             return False
         return True
 
-    def result(self, timeout=None):
+    def result(self):
         """Waits for the result; the connections are still open."""
-        line = self._client.wait_line(
-            lambda line: "bytes" in line.text, timeout or self._timeout, self._started, "a result"
-        )
-        found = json.loads(line.text)
+        found = json.loads(self._result_line(self._timeout).text)
         if found["bytes"] == 0:
             raise AssertionError("nothing came through in the time that there was")
         return found
+
+    def _result_line(self, timeout):
+        return self._client.wait_line(
+            lambda line: "bytes" in line.text, timeout, self._started, "a result"
+        )
 
     def end(self):
         self._client.process.stdin.close()

@@ -81,10 +81,12 @@ class Carried:
 def carried(relay, transfer):
     """Performs a connected transfer. Connecting is not counted, nor what follows."""
     meter = costs.FamilyMeter(relay.pids())
-    transfer.start()
-    result = transfer.result()
-    spent = meter.spent()
-    transfer.end()
+    try:
+        transfer.start()
+        result = transfer.result()
+        spent = meter.spent()
+    finally:
+        transfer.end()
     relay.settle()
     return figures_of(result, spent)
 
