@@ -18,6 +18,7 @@ sys.path.append(os.path.join(HERE, "..", "tests", "lan"))
 import files  # noqa: E402
 import idle  # noqa: E402
 import memory  # noqa: E402
+import paced  # noqa: E402
 import report  # noqa: E402
 import scaling  # noqa: E402
 import transfers  # noqa: E402
@@ -29,7 +30,10 @@ RESULTS = os.path.join(HERE, "RESULTS.md")
 
 PARTS = {
     "throughput": transfers.throughput,
+    "paced": paced.streams,
+    "paced-smb": paced.smb,
     "round-trips": transfers.round_trips,
+    "round-trips-pinned": transfers.pinned_round_trips,
     "sessions": transfers.sessions,
     "beside-transfer": transfers.beside_transfer,
     "smb": files.smb,
@@ -46,7 +50,8 @@ PARTS = {
 
 # The parts of --quick; the others take long.
 QUICK = (
-    *("throughput", "round-trips", "sessions", "beside-transfer"),
+    *("throughput", "paced", "paced-smb", "round-trips", "round-trips-pinned", "sessions"),
+    "beside-transfer",
     *("memory", "start", "discovery", "idle"),
 )
 
@@ -54,7 +59,7 @@ QUICK = (
 def options_of(arguments):
     parser = argparse.ArgumentParser(prog="./dev bench", description=__doc__.split("\n", 1)[0])
     parser.add_argument(
-        "--quick", action="store_true", help="fewer and shorter measurements; under a minute"
+        "--quick", action="store_true", help="fewer and shorter measurements; a few minutes"
     )
     parser.add_argument(
         "--only", nargs="+", choices=PARTS, metavar="PART", help="some of: " + ", ".join(PARTS)

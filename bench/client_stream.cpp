@@ -17,14 +17,26 @@ void sendOrder(int socket, const Order& order)
     writeWhole(socket, std::as_bytes(std::span(&order, 1)));
 }
 
+void placeOrder(int socket, const Order& order)
+{
+    sendOrder(socket, order);
+    std::byte answer{};
+    readWhole(socket, std::span(&answer, 1));
+}
+
 void exchange(int socket, std::span<std::byte> buffer)
 {
     writeWhole(socket, buffer);
+    readWhole(socket, buffer);
+}
+
+void readWhole(int socket, std::span<std::byte> room)
+{
     const auto until = Clock::now();
-    for (std::size_t received = 0; received < buffer.size();) {
+    for (std::size_t received = 0; received < room.size();) {
         pollfd wait{.fd = socket, .events = POLLIN, .revents = 0};
         ::poll(&wait, 1, 1000);
-        const auto [count, isOver] = readSome(socket, buffer.subspan(received));
+        const auto [count, isOver] = readSome(socket, room.subspan(received));
         if (isOver)
             endedEarly();
         received += count;

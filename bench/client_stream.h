@@ -18,6 +18,12 @@ void writeWhole(int socket, std::span<const std::byte> bytes);
 /// Tells the server the role of the connection.
 void sendOrder(int socket, const Order& order);
 
+/// Tells a server that is to be a sink or a source, and waits for its answer.
+void placeOrder(int socket, const Order& order);
+
+/// Reads as many bytes as `room` has.
+void readWhole(int socket, std::span<std::byte> room);
+
 /// Sends `buffer` and waits until as many bytes have been read back into it.
 void exchange(int socket, std::span<std::byte> buffer);
 

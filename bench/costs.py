@@ -1,8 +1,10 @@
 """Processor time, memory, threads and context switches of running processes, from /proc."""
 
+import contextlib
 import os
 import re
 import time
+from dataclasses import dataclass
 
 TICKS = os.sysconf("SC_CLK_TCK")
 
@@ -102,6 +104,11 @@ def own_kib(pid):
         return 0
 
 
+def times_blocked(folder):
+    """How often a thread has given up its processor to wait for something."""
+    return number_after(read(f"{folder}/status"), "voluntary_ctxt_switches")
+
+
 def times_switched(folder):
     text = read(f"{folder}/status")
     return number_after(text, "voluntary_ctxt_switches") + number_after(
@@ -118,6 +125,19 @@ def threads(pid):
     return len(tasks(pid))
 
 
+def processors(pid):
+    """The processors that a process may use."""
+    return os.sched_getaffinity(pid)
+
+
+def pin(root, allowed):
+    """Restricts all threads of a process and its descendants to these processors."""
+    for pid in family(root):
+        for task in tasks(pid):
+            with contextlib.suppress(ProcessLookupError):
+                os.sched_setaffinity(int(task), allowed)
+
+
 def sum_over(roots, cost):
     """The sum of a cost over several processes and all their descendants."""
     parent_of = parents()
@@ -130,13 +150,20 @@ class Meter:
     def __init__(self, pid):
         self.pid = pid
         self.began = time.monotonic()
+        self.blocks = by_task(pid, times_blocked)
         self.switches = by_task(pid, times_switched)
         self.seconds = by_task(pid, seconds_run)
         self.waited_for = waited_for_seconds(pid)
 
+    def blocked(self):
+        return gained(self.blocks, by_task(self.pid, times_blocked))
+
+    def switched(self):
+        return gained(self.switches, by_task(self.pid, times_switched))
+
     def wake_ups(self):
-        now = by_task(self.pid, times_switched)
-        return gained(self.switches, now) / (time.monotonic() - self.began)
+        """Context switches to its threads per second."""
+        return self.switched() / (time.monotonic() - self.began)
 
     def seconds_spent(self):
         waited_for = waited_for_seconds(self.pid) - self.waited_for
@@ -144,3 +171,28 @@ class Meter:
 
     def load_percent(self):
         return 100 * self.seconds_spent() / (time.monotonic() - self.began)
+
+
+@dataclass(frozen=True)
+class Spent:
+    """What several processes have spent together."""
+
+    seconds: float
+    blocked: int
+    switched: int
+
+
+class FamilyMeter:
+    """What processes and their descendants cost from now on, without descendants that start later."""
+
+    def __init__(self, roots):
+        parent_of = parents()
+        members = [pid for root in roots for pid in family(root, parent_of)]
+        self._meters = [Meter(pid) for pid in members]
+
+    def spent(self):
+        return Spent(
+            sum(meter.seconds_spent() for meter in self._meters),
+            sum(meter.blocked() for meter in self._meters),
+            sum(meter.switched() for meter in self._meters),
+        )

@@ -1,11 +1,15 @@
 #include "bench/flood.h"
 
+#include "bench/blocks.h"
 #include "bench/client_stream.h"
 #include "bench/order.h"
+#include "bench/report.h"
 
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -15,38 +19,30 @@ namespace quillbox::bench {
 
 namespace {
 
-void print(std::size_t bytes, Clock::duration elapsed)
-{
-    const std::chrono::duration<double> seconds = elapsed;
-    std::cout << "{\"bytes\": " << bytes << ", \"seconds\": " << seconds.count() << "}"
-              << std::endl;
-}
-
-std::vector<Descriptor> connectAll(const Flood& flood)
-{
-    std::vector<Descriptor> sockets;
-    for (std::size_t count = 0; count < flood.streams; ++count)
-        sockets.push_back(connectTo(addressOf(flood.targets.at(count % flood.targets.size()))));
-    return sockets;
-}
-
-struct Upload {
+/// Shared by the streams of a transfer.
+struct Transfer {
     Poller poller;
-    const std::vector<std::byte> block = std::vector<std::byte>(kBlockSize);
-    const std::vector<std::byte> lastBlock = std::vector<std::byte>(kBlockSize, kLastBlock);
+    Histogram latencies;
+    std::vector<std::byte> buffer = std::vector<std::byte>(kBlockSize); ///< of a download
     Clock::time_point end;
     std::size_t bytes = 0;
-    std::size_t running = 0;
+    std::size_t running = 0; ///< streams
 };
 
 class UploadStream final : public Poller::Watcher {
 public:
-    UploadStream(Upload& upload, Descriptor socket) : upload_(upload), socket_(std::move(socket))
+    UploadStream(Transfer& transfer, Descriptor socket, const Pace& pace)
+        : transfer_(transfer), socket_(std::move(socket)), pace_(pace)
     {
-        sendOrder(socket_.get(), {.role = Role::Sink});
+        placeOrder(socket_.get(), {.role = Role::Sink});
     }
 
-    void start() { upload_.poller.add(socket_.get(), EPOLLOUT, *this); }
+    void start(Clock::time_point begin)
+    {
+        transfer_.poller.add(socket_.get(), EPOLLIN, *this);
+        sender_.emplace(transfer_.poller, *this, socket_.get(), pace_, begin);
+        ++transfer_.running;
+    }
 
     void ready(std::uint32_t events) override
     {
@@ -59,95 +55,111 @@ public:
 private:
     void sendOnce()
     {
-        if (offset_ == 0)
-            isLast_ = Clock::now() >= upload_.end;
-        const auto& block = isLast_ ? upload_.lastBlock : upload_.block;
-        const auto sent = writeSome(socket_.get(), std::span(block).subspan(offset_));
-        if (sent.isOver)
+        if (sender_->isBetweenBlocks() && Clock::now() >= transfer_.end)
+            sender_->finishNext();
+        if (!sender_->send())
             endedEarly();
-        offset_ = (offset_ + sent.count) % kBlockSize;
-        upload_.bytes += sent.count;
-        if (isLast_ && offset_ == 0)
-            upload_.poller.change(socket_.get(), EPOLLIN, *this);
     }
 
     void takeReceipt()
     {
-        std::byte receipt{};
-        if (readSome(socket_.get(), std::span(&receipt, 1)).count != 1)
+        const auto room = std::as_writable_bytes(std::span(&receipt_, 1)).subspan(received_);
+        const auto [count, isOver] = readSome(socket_.get(), room);
+        if (isOver)
             endedEarly();
-        --upload_.running;
-        socket_.reset();
+        received_ += count;
+        if (received_ < sizeof receipt_)
+            return;
+        transfer_.latencies.add(receipt_);
+        transfer_.bytes += sender_->bytes();
+        transfer_.poller.remove(socket_.get());
+        --transfer_.running;
     }
 
-    Upload& upload_;
+    Transfer& transfer_;
     Descriptor socket_;
-    std::size_t offset_ = 0;
-    bool isLast_ = false;
-};
-
-struct Download {
-    Poller poller;
-    std::vector<std::byte> buffer = std::vector<std::byte>(kBlockSize);
-    std::size_t bytes = 0;
+    Pace pace_;
+    std::optional<BlockSender> sender_;
+    Histogram receipt_; ///< the latencies that the server has measured
+    std::size_t received_ = 0;
 };
 
 class DownloadStream final : public Poller::Watcher {
 public:
-    DownloadStream(Download& download, Descriptor socket)
-        : download_(download), socket_(std::move(socket))
+    DownloadStream(Transfer& transfer, Descriptor socket, const Pace& pace)
+        : transfer_(transfer), socket_(std::move(socket))
     {
-        download_.poller.add(socket_.get(), EPOLLIN, *this);
+        placeOrder(socket_.get(), {.role = Role::Source, .pace = pace});
     }
 
-    void start() { sendOrder(socket_.get(), {.role = Role::Source}); }
+    void start(Clock::time_point begin)
+    {
+        transfer_.poller.add(socket_.get(), EPOLLIN, *this);
+        const auto time = begin.time_since_epoch().count();
+        writeWhole(socket_.get(), std::as_bytes(std::span(&time, 1)));
+    }
 
     void ready(std::uint32_t /*events*/) override
     {
-        const auto [count, isOver] = readSome(socket_.get(), download_.buffer);
+        const auto [count, isOver] = readSome(socket_.get(), transfer_.buffer);
         if (isOver)
             endedEarly();
-        download_.bytes += count;
+        transfer_.bytes += count;
+        reader_.take(std::span(transfer_.buffer).first(count), transfer_.latencies);
     }
 
 private:
-    Download& download_;
+    Transfer& transfer_;
     Descriptor socket_;
+    BlockReader reader_;
 };
+
+bool readLine()
+{
+    std::string line;
+    return static_cast<bool>(std::getline(std::cin, line));
+}
+
+template <class Stream> void perform(const Flood& flood)
+{
+    Transfer transfer;
+    std::vector<std::unique_ptr<Stream>> streams;
+    for (std::size_t index = 0; index < flood.streams; ++index) {
+        const auto address = addressOf(flood.targets.at(index % flood.targets.size()));
+        const Pace pace{.bytesPerSecond = flood.bytesPerSecond,
+                        .stream = static_cast<std::uint32_t>(index),
+                        .streams = static_cast<std::uint32_t>(flood.streams)};
+        streams.push_back(std::make_unique<Stream>(transfer, connectTo(address), pace));
+    }
+    std::cout << "{\"connected\": " << streams.size() << "}" << std::endl;
+    if (!readLine())
+        return;
+    const auto begin = Clock::now();
+    transfer.end = begin + flood.time;
+    for (const auto& stream : streams)
+        stream->start(begin);
+    // An upload goes on until the server has received all.
+    while (transfer.running > 0 || Clock::now() < transfer.end) {
+        transfer.poller.poll(transfer.running > 0 ? transfer.end + kPatience : transfer.end);
+        checkPatience(transfer.end);
+    }
+    const std::chrono::duration<double> seconds = Clock::now() - begin;
+    std::cout << "{\"bytes\": " << transfer.bytes << ", \"seconds\": " << seconds.count() << ", "
+              << told(transfer.latencies) << "}" << std::endl;
+    while (readLine()) {
+    }
+}
 
 } // namespace
 
 void upload(const Flood& flood)
 {
-    Upload all;
-    std::vector<std::unique_ptr<UploadStream>> streams;
-    for (auto& socket : connectAll(flood))
-        streams.push_back(std::make_unique<UploadStream>(all, std::move(socket)));
-    const auto begin = Clock::now();
-    all.end = begin + flood.time;
-    all.running = streams.size();
-    for (const auto& stream : streams)
-        stream->start();
-    while (all.running > 0) {
-        all.poller.poll(all.end + kPatience);
-        checkPatience(all.end);
-    }
-    print(all.bytes, Clock::now() - begin);
+    perform<UploadStream>(flood);
 }
 
 void download(const Flood& flood)
 {
-    Download all;
-    std::vector<std::unique_ptr<DownloadStream>> streams;
-    for (auto& socket : connectAll(flood))
-        streams.push_back(std::make_unique<DownloadStream>(all, std::move(socket)));
-    const auto begin = Clock::now();
-    const auto end = begin + flood.time;
-    for (const auto& stream : streams)
-        stream->start();
-    while (Clock::now() < end)
-        all.poller.poll(end);
-    print(all.bytes, Clock::now() - begin);
+    perform<DownloadStream>(flood);
 }
 
 } // namespace quillbox::bench

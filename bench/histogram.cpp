@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <bit>
 #include <cmath>
+#include <functional>
 
 namespace quillbox::bench {
 
@@ -12,6 +13,12 @@ void Histogram::add(std::chrono::nanoseconds duration)
         static_cast<std::uint64_t>(std::max<std::int64_t>(duration.count(), 0));
     ++counts_.at(classOf(nanoseconds));
     ++count_;
+}
+
+void Histogram::add(const Histogram& other)
+{
+    std::ranges::transform(counts_, other.counts_, counts_.begin(), std::plus());
+    count_ += other.count_;
 }
 
 std::chrono::nanoseconds Histogram::percentile(double share) const

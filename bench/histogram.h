@@ -12,6 +12,8 @@ namespace quillbox::bench {
 class Histogram {
 public:
     void add(std::chrono::nanoseconds duration);
+    /// Adds all durations of another histogram.
+    void add(const Histogram& other);
 
     std::uint64_t count() const { return count_; }
 

@@ -1,9 +1,6 @@
 """The part that measures the memory of a session, idle and busy."""
 
-import time
-
 from figures import Bar
-from place import result_of
 from relays import RELAYS
 
 IDLE = 1000
@@ -17,14 +14,13 @@ def held(place, relay, count):
     return client
 
 
-def peak_kib(relay, client, timeout):
-    """Waits for a client to end; returns the relay's maximum memory until then, and the client's
-    result."""
+def peak_kib(relay, transfer):
+    """Starts a transfer and waits for its result; returns the relay's maximum memory until then."""
     most = relay.own_kib()
-    while client.running():
+    transfer.start()
+    while not transfer.is_done(0.1):
         most = max(most, relay.own_kib())
-        time.sleep(0.1)
-    return most, result_of(client, timeout)
+    return most
 
 
 def memory(run):
@@ -49,7 +45,8 @@ def memory(run):
         idle.add(relay.name, (relay.own_kib() - before) / IDLE)
         sessions.end()
         relay.settle()
-        transfer = place.load("download", relay, streams=BUSY, seconds=run.plan.seconds)
-        most, _ = peak_kib(relay, transfer, 90)
+        transfer = place.transfer("download", relay, streams=BUSY, seconds=run.plan.seconds)
+        most = peak_kib(relay, transfer)
+        transfer.end()
         busy.add(relay.name, max(0, most - before) / BUSY)
         relay.stop()

@@ -5,11 +5,22 @@
 
 namespace quillbox::bench {
 
-/// The role of the server on a connection.
+/// The role of the server on a connection. Sink and Source answer the order with one byte, so that
+/// the client knows when a connection through a relay is complete.
 enum class Role : std::uint32_t {
-    Sink = 1,   ///< the client sends blocks; after the last one the server sends one byte
-    Source = 2, ///< the server sends as long as the client reads
+    Sink = 1,   ///< the client sends blocks; after the last one the server sends a Histogram of
+                ///< their latencies
+    Source = 2, ///< the server sends blocks as long as the client reads, once it got a Clock::rep:
+                ///< the time at which all streams begin
     Answer = 3, ///< the server answers each request with as many bytes
+};
+
+/// How fast the blocks of a stream follow each other. Several streams that share the air take its
+/// aggregates in turn.
+struct Pace {
+    std::uint64_t bytesPerSecond = 0; ///< of all streams; 0: as fast as possible
+    std::uint32_t stream = 0;
+    std::uint32_t streams = 1;
 };
 
 /// The first bytes that a client sends on a connection. Both ends run on the same computer and are
@@ -17,13 +28,8 @@ enum class Role : std::uint32_t {
 struct Order {
     Role role = Role::Answer;
     std::uint32_t size = 0; ///< of a request; for Role::Answer
+    Pace pace{};            ///< for Role::Source
 };
-
-/// Uploads consist of blocks, whose first byte says whether it is the last one. The end of the
-/// stream cannot mark that: relays close both directions when one ends, so that the server's byte
-/// would be lost.
-constexpr std::size_t kBlockSize = 256UL << 10;
-constexpr std::byte kLastBlock{1};
 
 /// The largest request.
 constexpr std::size_t kMaximumRequest = 64UL << 10;

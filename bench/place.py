@@ -1,7 +1,9 @@
 """The places where relays are measured: over the network, and within one host."""
 
+import contextlib
 import json
 
+import costs
 from relays import FILES_PORT, PHONES
 from wire import LOAD, LOAD_PORT, Desk, Station
 
@@ -15,12 +17,21 @@ class Place:
         self.wire = wire
         self.name = name
         self.phones = False
+        self.server = None
+        self.clients_on = ()  # the processors of load clients, if they are restricted
 
     def load(self, what, relay, **options):
         """Starts a load client through a relay."""
         command = [LOAD, what, f"--to={relay.address()}", f"--port={relay.port(LOAD_PORT)}"]
         command += [f"--{name.replace('_', '-')}={value}" for name, value in options.items()]
+        if self.clients_on:
+            command = ["taskset", "--cpu-list", ",".join(map(str, self.clients_on)), *command]
         return self.host.start(command, stdin=True)
+
+    def transfer(self, direction, relay, streams, seconds, pace=0):
+        """A connected transfer; `pace` is the bytes per second of all streams, 0 the most possible."""
+        options = {"streams": streams, "seconds": seconds, "pace": int(pace)}
+        return Transfer(self.load(direction, relay, **options), seconds)
 
     def measure(self, what, relay, **options):
         """Runs a load client to its end; returns its result."""
@@ -40,8 +51,24 @@ class Place:
         return self.onlooker.mark()
 
     def serve_load(self, host):
-        server = host.start([LOAD, "serve", f"--port={LOAD_PORT}"])
-        server.wait_line(lambda line: "listening" in line.text, 10, what="the load's server")
+        self.server = host.start([LOAD, "serve", f"--port={LOAD_PORT}"])
+        self.server.wait_line(lambda line: "listening" in line.text, 10, what="the load's server")
+
+    @contextlib.contextmanager
+    def pinned(self, relays, relays_on, clients_on, server_on):
+        """Restricts all of them to these processors for as long as the context lasts."""
+        pids = [pid for relay in relays for pid in relay.pids()]
+        before = [(pid, costs.processors(pid)) for pid in (*pids, self.server.pid)]
+        for pid in pids:
+            costs.pin(pid, relays_on)
+        costs.pin(self.server.pid, server_on)
+        self.clients_on = clients_on
+        try:
+            yield
+        finally:
+            self.clients_on = ()
+            for pid, processors in before:
+                costs.pin(pid, processors)
 
 
 class WirePlace(Place):
@@ -65,6 +92,18 @@ class WirePlace(Place):
             self.phone.announce(name, port=port)
 
 
+    @contextlib.contextmanager
+    def slow_phone(self, megabits):
+        """Lets the phone send at this speed only. TCP hands over bursts of at most 64 KiB, each of
+        which waits until its bytes may be sent; so they arrive about as aggregates do."""
+        limit = ["tbf", "rate", f"{megabits}mbit", "burst", "120kb", "latency", "50ms"]
+        self.phone.run("tc", "qdisc", "add", "dev", "eth0", "root", *limit)
+        try:
+            yield
+        finally:
+            self.phone.run("tc", "qdisc", "del", "dev", "eth0", "root")
+
+
 class LoopbackPlace(Place):
     """Everything within one host without a network."""
 
@@ -79,6 +118,59 @@ class LoopbackPlace(Place):
 
 class LonelyDesk(Desk, Station):
     """A computer that observes its own announcements."""
+
+
+class Transfer:
+    """A client that is connected, starts when it is told to, and stays connected with its result.
+
+    It prints a line of JSON when it is connected and one with its result, starts at a line of
+    standard input, and ends with standard input."""
+
+    # Relays that are busy with thousands of sessions make connections wait.
+    PATIENCE = 90
+
+    def __init__(self, client, seconds):
+        self._client = client
+        self._timeout = seconds + self.PATIENCE
+        self._started = None
+        client.wait_line(lambda line: "connected" in line.text, self.PATIENCE, what="connections")
+
+    def start(self):
+        self._started = self._client.mark()
+        self._client.write("start\n")
+
+    def is_done(self, within):
+        """Whether there is a result within so many seconds."""
+        try:
+            self._result_line(within)
+        except AssertionError:
+            if not self._client.running():
+                raise
+            return False
+        return True
+
+    def result(self):
+        """Waits for the result; the connections are still open."""
+        found = json.loads(self._result_line(self._timeout).text)
+        if found["bytes"] == 0:
+            raise AssertionError("nothing came through in the time that there was")
+        return found
+
+    def _result_line(self, timeout):
+        return self._client.wait_line(
+            lambda line: "bytes" in line.text, timeout, self._started, "a result"
+        )
+
+    def end(self):
+        self._client.process.stdin.close()
+        code = self._client.wait(self.PATIENCE)
+        if code != 0:
+            raise AssertionError(f"a client ended with {code}:\n{self._client.output()}")
+
+
+def speed_of(result):
+    """Bytes per second."""
+    return result["bytes"] / result["seconds"]
 
 
 def result_of(client, timeout):

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <ctime>
 #include <system_error>
 
 #include <sys/epoll.h>
@@ -51,17 +52,44 @@ void Poller::remove(int descriptor)
     ::epoll_ctl(descriptor_, EPOLL_CTL_DEL, descriptor, &unused);
 }
 
+void Poller::callAt(Clock::time_point time, Watcher& watcher)
+{
+    calls_.emplace(time, &watcher);
+}
+
+void Poller::dropCalls(const Watcher& watcher)
+{
+    std::erase_if(calls_, [&watcher](const auto& call) { return call.second == &watcher; });
+}
+
 void Poller::poll(Clock::time_point until)
 {
-    using std::chrono::milliseconds;
-    const auto left = std::chrono::ceil<milliseconds>(until - Clock::now());
-    const auto timeout = std::clamp(left, milliseconds(0), milliseconds(1000));
+    using std::chrono::nanoseconds;
+    using std::chrono::seconds;
+    if (!calls_.empty())
+        until = std::min(until, calls_.begin()->first);
+    // epoll_wait rounds to milliseconds, in which a fast Wi-Fi sends several aggregates.
+    const auto left = std::clamp<nanoseconds>(until - Clock::now(), seconds(0), seconds(1));
+    const auto whole = std::chrono::floor<seconds>(left);
+    const timespec timeout{.tv_sec = whole.count(), .tv_nsec = (left - whole).count()};
     std::array<epoll_event, 256> events;
-    const int count =
-        ::epoll_wait(descriptor_, events.data(), events.size(), static_cast<int>(timeout.count()));
+    const int count = ::epoll_pwait2(descriptor_, events.data(), events.size(), &timeout, nullptr);
+    if (count < 0 && errno != EINTR)
+        throw std::system_error(errno, std::system_category(), "epoll_pwait2");
     for (int index = 0; index < count; ++index) {
         const auto& event = events.at(static_cast<std::size_t>(index));
         static_cast<Watcher*>(event.data.ptr)->ready(event.events);
+    }
+    callDue();
+}
+
+void Poller::callDue()
+{
+    const auto now = Clock::now();
+    while (!calls_.empty() && calls_.begin()->first <= now) {
+        Watcher* watcher = calls_.begin()->second;
+        calls_.erase(calls_.begin());
+        watcher->ready(0);
     }
 }
 

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <map>
 
 namespace quillbox::bench {
 
@@ -19,11 +20,11 @@ public:
         Watcher(const Watcher&) = delete;
         Watcher& operator=(const Watcher&) = delete;
 
-        /// `events` are those of epoll(7).
+        /// `events` are those of epoll(7); 0: the time given to `callAt` has come.
         virtual void ready(std::uint32_t events) = 0;
     };
 
-    /// Throws std::system_error, as do add and change.
+    /// Throws std::system_error, as do add, change and poll.
     Poller();
     ~Poller();
 
@@ -35,10 +36,18 @@ public:
     void change(int descriptor, std::uint32_t events, Watcher& watcher);
     void remove(int descriptor);
 
+    /// Calls the watcher once, at that time. Only for the thread that polls.
+    void callAt(Clock::time_point time, Watcher& watcher);
+    /// Drops all calls of a watcher.
+    void dropCalls(const Watcher& watcher);
+
     /// Waits for events, until `until` and at most one second, and calls the watchers.
     void poll(Clock::time_point until);
 
 private:
+    void callDue();
+
+    std::multimap<Clock::time_point, Watcher*> calls_;
     int descriptor_;
 };
 

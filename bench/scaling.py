@@ -5,16 +5,17 @@ import time
 from statistics import median
 
 import costs
+from figures import Bar
 from growth import growth_words
 from idle import places
 from memory import held, peak_kib
-from place import result_of
+from place import Transfer, speed_of
 from plot import chart
 from relays import Direct, HaProxy, Nginx, Ours
 from rig.computer import LOOKING, visible
 from rig.crowd import Crowd
 from rig.network import TYPE_PHONE, TYPE_SMB
-from transfers import speed_of
+from transfers import figures_of
 from wire import LOAD, LOAD_PORT, most_descriptors
 
 
@@ -27,12 +28,23 @@ def bullets(texts):
     return "\n".join(f"- {text}" for text in texts)
 
 
+# From so many sessions on there are targets.
+MANY = 100
+NOT_SLOWER = (Bar(least=1, than="nginx"),)
+NOT_DEARER = (Bar(most=1, than="nginx"),)
+
+
 class Series:
     """A figure for each size, and the points of each subject for plots and growth."""
 
-    def __init__(self, section, what, unit, digits, sizes, of):
+    def __init__(self, section, what, unit, digits, sizes, of, bars=()):
         self.figures = {
-            size: section.figure(f"{counted(size, of)}: {what}", unit, digits=digits)
+            size: section.figure(
+                f"{counted(size, of)}: {what}",
+                unit,
+                digits=digits,
+                bars=bars if size >= MANY else (),
+            )
             for size in sizes
         }
         self.section, self.what, self.unit, self.of = section, what, unit, of
@@ -70,8 +82,9 @@ def scale_sessions(run):
     section = run.book.section("Growth with sessions")
     make = [("idle memory", "MB", 2), ("round trip of one of them, p50", "µs", 0)]
     make += [("throughput", "GB/s", 2), ("processor time", "s/GB", 3), ("busy memory", "MB", 1)]
+    bars = {"throughput": NOT_SLOWER, "processor time": NOT_DEARER}
     memory, trip, speed, cost, busy = (
-        Series(section, *each, sizes, "sessions") for each in make
+        Series(section, *each, sizes, "sessions", bars.get(each[0], ())) for each in make
     )
     relays = run.make(place, (Direct, Ours, HaProxy, Nginx))
     for relay in relays:
@@ -80,10 +93,10 @@ def scale_sessions(run):
     for size in sizes:
         what = f"{section.title}: {size:,} busy"
         for relay in run.rounds(relays, what, run.plan.few()):
-            rate, spent, most = busy_sessions(relay, size, run.plan.seconds)
-            speed.add(size, relay.name, rate / 1e9)
+            found, most = busy_sessions(relay, size, run.plan.seconds)
+            speed.add(size, relay.name, found.rate / 1e9)
             if relay.name != "direct":
-                cost.add(size, relay.name, spent)
+                cost.add(size, relay.name, found.cost)
                 busy.add(size, relay.name, most * 1024 / 1e6)
     names = [relay.name for relay in relays]
     speed.plot("sessions-throughput.svg", names)
@@ -122,15 +135,16 @@ def asked(sessions, count):
 
 
 def busy_sessions(relay, count, seconds):
-    """Bytes per second, processor seconds per gigabyte, and the peak memory in KiB."""
-    before = relay.cpu_seconds()
+    """What they have carried, and the peak memory in KiB."""
     # With thousands of streams it takes a while until all have started.
     seconds += count / 1000
-    client = relay.place.load("download", relay, streams=count, seconds=seconds)
-    most, result = peak_kib(relay, client, 120)
+    transfer = relay.place.transfer("download", relay, count, seconds)
+    meter = costs.FamilyMeter(relay.pids())
+    most = peak_kib(relay, transfer)
+    found = figures_of(transfer.result(), meter.spent())
+    transfer.end()
     relay.settle()
-    spent = relay.cpu_seconds() - before
-    return speed_of(result), spent / (result["bytes"] / 1e9), most
+    return found, most
 
 
 # ---- phones and names ----
@@ -214,9 +228,12 @@ def scale_phones(run):
 def flood_ports(place, ports, seconds):
     """Bytes per second through all of these ports at once, one stream each."""
     command = [LOAD, "download", f"--to={place.host.address4}", f"--streams={len(ports)}"]
-    command += [f"--port={','.join(map(str, ports))}", f"--seconds={seconds}"]
-    result = result_of(place.host.start(command), seconds + 90)
-    return result["bytes"] / result["seconds"]
+    command += [f"--port={','.join(map(str, ports))}", f"--seconds={seconds}", "--pace=0"]
+    transfer = Transfer(place.host.start(command, stdin=True), seconds)
+    transfer.start()
+    rate = speed_of(transfer.result())
+    transfer.end()
+    return rate
 
 
 def scale_names(run):

@@ -1,13 +1,18 @@
 #include "bench/server.h"
 
+#include "bench/blocks.h"
+#include "bench/histogram.h"
 #include "bench/order.h"
 #include "bench/poller.h"
 #include "bench/tcp.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <cstring>
 #include <iostream>
+#include <memory>
+#include <optional>
 #include <span>
 #include <thread>
 #include <utility>
@@ -38,8 +43,8 @@ public:
 
     void ready(std::uint32_t events) override
     {
-        const bool goesOn = ((events & EPOLLIN) == 0 || readOnce())
-                            && ((events & EPOLLOUT) == 0 || writeOnce())
+        const bool mayWrite = (events & EPOLLOUT) != 0 || events == 0;
+        const bool goesOn = ((events & EPOLLIN) == 0 || readOnce()) && (!mayWrite || writeOnce())
                             && (events & (EPOLLERR | EPOLLHUP)) == 0;
         if (!goesOn)
             delete this;
@@ -50,7 +55,7 @@ public:
 
 private:
     Peer(ServerContext& shared, Descriptor socket) : shared_(&shared), socket_(std::move(socket)) {}
-    ~Peer() override = default;
+    ~Peer() override { shared_->poller.dropCalls(*this); }
 
     /// After this call the connection belongs to the thread of `other`.
     void moveTo(ServerContext& other)
@@ -79,8 +84,10 @@ private:
             if (headSize_ < head_.size())
                 return true;
             std::memcpy(&order_, head_.data(), sizeof order_);
-            if (order_.role == Role::Source)
-                owed_ = SIZE_MAX;
+            if (order_.role != Role::Answer)
+                owed_ = 1;
+            if (order_.role == Role::Sink)
+                latencies_ = std::make_unique<Histogram>();
         }
         return (bytes.empty() || takeBody(bytes)) && (owed_ == 0 || writeOnce());
     }
@@ -89,7 +96,8 @@ private:
     {
         switch (order_.role) {
         case Role::Sink:
-            takeBlocks(bytes);
+            if (reader_.take(bytes, *latencies_))
+                owed_ = sizeof(Histogram);
             return true;
         case Role::Answer:
             received_ += bytes.size();
@@ -99,30 +107,38 @@ private:
         case Role::Source:
             break;
         }
-        return false;
+        return takeBegin(bytes);
     }
 
-    void takeBlocks(std::span<const std::byte> bytes)
+    /// Starts the source once its begin has been received.
+    bool takeBegin(std::span<const std::byte> bytes)
     {
-        while (!bytes.empty()) {
-            if (received_ == 0)
-                isLastBlock_ = bytes.front() == kLastBlock;
-            const auto part = std::min(kBlockSize - received_, bytes.size());
-            received_ = (received_ + part) % kBlockSize;
-            bytes = bytes.subspan(part);
-            if (received_ == 0 && isLastBlock_)
-                ++owed_;
-        }
+        if (bytes.size() > begin_.size() - received_)
+            return false;
+        std::ranges::copy(bytes, begin_.begin() + static_cast<long>(received_));
+        received_ += bytes.size();
+        if (received_ < begin_.size())
+            return true;
+        const Clock::time_point begin{Clock::duration(std::bit_cast<Clock::rep>(begin_))};
+        sender_.emplace(shared_->poller, *this, socket_.get(), order_.pace, begin);
+        return true;
+    }
+
+    std::span<const std::byte> outgoing() const
+    {
+        if (order_.role == Role::Sink && owed_ > 1)
+            return std::as_bytes(std::span(latencies_.get(), 1)).last(owed_);
+        return std::span(shared_->outgoing).first(std::min(owed_, shared_->outgoing.size()));
     }
 
     bool writeOnce()
     {
-        const auto size = std::min(owed_, shared_->outgoing.size());
-        const auto sent = writeSome(socket_.get(), std::span(shared_->outgoing).first(size));
+        if (sender_)
+            return sender_->send();
+        const auto sent = writeSome(socket_.get(), outgoing());
         if (sent.isOver)
             return false;
-        if (order_.role != Role::Source)
-            owed_ -= sent.count;
+        owed_ -= sent.count;
         // Answers are usually sent completely at once and then need no epoll_ctl call.
         const bool wantsRoom = owed_ > 0;
         if (std::exchange(wantsRoom_, wantsRoom) != wantsRoom)
@@ -135,10 +151,13 @@ private:
     std::array<std::byte, sizeof(Order)> head_{};
     std::size_t headSize_ = 0;
     Order order_;
-    std::size_t received_ = 0; ///< bytes of the current request or block
+    std::size_t received_ = 0; ///< bytes of the current request, or of the begin
     std::size_t owed_ = 0;     ///< bytes still to be sent
-    bool isLastBlock_ = false;
     bool wantsRoom_ = false;
+    BlockReader reader_;
+    std::unique_ptr<Histogram> latencies_; ///< of a sink
+    std::array<std::byte, sizeof(Clock::rep)> begin_{};
+    std::optional<BlockSender> sender_; ///< of a source
 };
 
 class Door final : public Poller::Watcher {

@@ -1,5 +1,6 @@
 #include "bench/tcp.h"
 
+#include <array>
 #include <cerrno>
 #include <stdexcept>
 #include <system_error>
@@ -9,6 +10,7 @@
 #include <poll.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 namespace quillbox::bench {
@@ -117,6 +119,19 @@ Moved readSome(int socket, std::span<std::byte> room)
 Moved writeSome(int socket, std::span<const std::byte> bytes)
 {
     return moved(::send(socket, bytes.data(), bytes.size(), MSG_NOSIGNAL));
+}
+
+Moved writeSome(int socket, std::span<const std::byte> first, std::span<const std::byte> second)
+{
+    // sendmsg does not change what it sends.
+    const auto piece = [](std::span<const std::byte> bytes) {
+        return iovec{.iov_base = const_cast<std::byte*>(bytes.data()), .iov_len = bytes.size()};
+    };
+    std::array pieces{piece(first), piece(second)};
+    msghdr message{};
+    message.msg_iov = pieces.data();
+    message.msg_iovlen = pieces.size();
+    return moved(::sendmsg(socket, &message, MSG_NOSIGNAL));
 }
 
 void raiseDescriptorLimit()

@@ -57,6 +57,8 @@ Descriptor acceptFrom(int listener);
 
 Moved readSome(int socket, std::span<std::byte> room);
 Moved writeSome(int socket, std::span<const std::byte> bytes);
+/// Writes both one after the other, with one call.
+Moved writeSome(int socket, std::span<const std::byte> first, std::span<const std::byte> second);
 
 /// Raises the soft limit of file descriptors to the hard limit.
 void raiseDescriptorLimit();

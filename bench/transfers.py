@@ -1,10 +1,13 @@
 """The parts that measure transfers: throughput, round trips, short sessions, and small requests
 during a transfer."""
 
+import os
 import time
+from dataclasses import dataclass
 
+import costs
 from figures import Bar
-from place import result_of
+from place import speed_of
 from relays import Direct, HaProxy, Ours
 
 THROUGHPUT_BARS = {
@@ -49,6 +52,7 @@ BESIDE_WHY = (
     "twice as long as it runs, and the relay waits a third of the time. Chunks of an eighth of "
     "the size, or shorter time slices for the relay, make no difference."
 )
+ADDED = "In parentheses: the time added to that of a direct connection."
 NOT_FEWER = (Bar(least=1, than="HAProxy"), Bar(least=1, than="nginx"))
 PLACES = ("network", "loopback")
 DIRECTIONS = {"upload": "to the phone", "download": "from the phone"}
@@ -63,20 +67,44 @@ def streams_text(count):
     return "1 stream" if count == 1 else f"{count} streams"
 
 
-def flood(relay, direction, streams, seconds):
-    """Bytes per second, and the relay's processor seconds per gigabyte."""
-    before = relay.cpu_seconds()
-    result = relay.place.measure(direction, relay, streams=streams, seconds=seconds)
+@dataclass(frozen=True)
+class Carried:
+    """What a transfer was like, and what it has cost the relay."""
+
+    rate: float  # bytes per second
+    cost: float  # processor seconds per gigabyte
+    blocked: float  # voluntary context switches per second
+    wake_ups: float  # per second
+    p50: float  # µs
+    p99: float  # µs
+
+
+def carried(relay, transfer):
+    """Performs a connected transfer. Connecting is not counted, nor what follows."""
+    meter = costs.FamilyMeter(relay.pids())
+    try:
+        transfer.start()
+        result = transfer.result()
+        spent = meter.spent()
+    finally:
+        transfer.end()
     relay.settle()
-    spent = relay.cpu_seconds() - before
-    return speed_of(result), spent / (result["bytes"] / 1e9)
+    return figures_of(result, spent)
 
 
-def speed_of(result):
-    """Bytes per second."""
-    if result["bytes"] == 0:
-        raise AssertionError("nothing came through in the time that there was")
-    return result["bytes"] / result["seconds"]
+def figures_of(result, spent):
+    return Carried(
+        rate=speed_of(result),
+        cost=spent.seconds / (result["bytes"] / 1e9),
+        blocked=spent.blocked / result["seconds"],
+        wake_ups=spent.switched / result["seconds"],
+        p50=result["p50"],
+        p99=result["p99"],
+    )
+
+
+def flood(relay, direction, streams, seconds):
+    return carried(relay, relay.place.transfer(direction, relay, streams, seconds))
 
 
 def throughput(run):
@@ -94,35 +122,56 @@ def throughput(run):
                 cost_bars = (Bar(most=0.45, than="HAProxy"),) if name == "network" else ()
                 cost = costs.figure(title, "s/GB", digits=3, bars=cost_bars)
                 for relay in run.rounds(relays, f"{speeds.title}, {title}"):
-                    rate, spent = flood(relay, direction, streams, run.plan.seconds)
-                    speed.add(relay.name, rate / 1e9)
+                    found = flood(relay, direction, streams, run.plan.seconds)
+                    speed.add(relay.name, found.rate / 1e9)
                     if relay.name != "direct":
-                        cost.add(relay.name, spent)
+                        cost.add(relay.name, found.cost)
 
 
 def round_trips(run):
     for name in run.plan.pick(PLACES, ("network",)):
-        place = run.place(name)
-        relays = run.relays(place)
         section = run.book.section(titled("Round trips", name))
-        section.words = ["In parentheses: the time added to that of a direct connection."]
         section.why = ROUND_TRIPS_WHY
-        bars = NOT_WORSE if name == "network" else ()
-        for size in run.plan.pick((128, 4096), (128,)):
-            for streams in run.plan.pick((1, 8), (1,)):
-                title = f"{size} B, {streams_text(streams)}"
-                rows = {
-                    "p50": section.figure(f"{title}, p50", "µs", digits=0, bars=bars),
-                    "p99": section.figure(f"{title}, p99", "µs", digits=0, bars=bars),
-                    "p999": section.figure(f"{title}, p99.9", "µs", digits=0),
-                }
-                options = {"streams": streams, "size": size, "seconds": run.plan.seconds}
-                for figure in rows.values():
-                    figure.added_to = "direct"
-                for relay in run.rounds(relays, f"{section.title}, {title}"):
-                    result = place.measure("round-trips", relay, **options)
-                    for key, figure in rows.items():
-                        figure.add(relay.name, result[key])
+        ask(run, section, name, NOT_WORSE if name == "network" else ())
+
+
+def ask(run, section, name, bars):
+    place = run.place(name)
+    relays = run.relays(place)
+    section.words += [ADDED]
+    for size in run.plan.pick((128, 4096), (128,)):
+        for streams in run.plan.pick((1, 8), (1,)):
+            title = f"{size} B, {streams_text(streams)}"
+            rows = {
+                "p50": section.figure(f"{title}, p50", "µs", digits=0, bars=bars),
+                "p99": section.figure(f"{title}, p99", "µs", digits=0, bars=bars),
+                "p999": section.figure(f"{title}, p99.9", "µs", digits=0),
+            }
+            options = {"streams": streams, "size": size, "seconds": run.plan.seconds}
+            for figure in rows.values():
+                figure.added_to = "direct"
+            for relay in run.rounds(relays, f"{section.title}, {title}"):
+                result = place.measure("round-trips", relay, **options)
+                for key, figure in rows.items():
+                    figure.add(relay.name, result[key])
+
+
+def pinned_round_trips(run):
+    """Round trips that do not depend on where the scheduler places the processes."""
+    processors = sorted(os.sched_getaffinity(0))
+    if len(processors) < 2:
+        raise AssertionError("there is only one processor")
+    one, other = {processors[0]}, {processors[1]}
+    place = run.place("network")
+    relays = run.relays(place)
+    for title, words, clients_on in (
+        ("the relay on a processor of its own", "The client and the phone share the other one.", other),
+        ("the relay on the client's processor", "The phone has the other one.", one),
+    ):
+        section = run.book.section(f"{titled('Round trips', place.name)}, {title}")
+        section.words = [f"All threads are pinned. {words}"]
+        with place.pinned(relays, relays_on=one, clients_on=clients_on, server_on=other):
+            ask(run, section, place.name, (Bar(most=1, than="nginx"),))
 
 
 def sessions(run):
@@ -166,21 +215,24 @@ def beside_transfer(run):
             }
             speed = section.figure(f"{title}: its speed", "GB/s")
             for relay in run.rounds(relays, f"{section.title}, {title}"):
-                result, carried = requests_beside(relay, direction, seconds)
+                result, rate = requests_beside(relay, direction, seconds)
                 for key, figure in rows.items():
                     figure.add(relay.name, result[key])
-                speed.add(relay.name, carried["bytes"] / carried["seconds"] / 1e9)
+                speed.add(relay.name, rate / 1e9)
 
 
 def requests_beside(relay, direction, seconds):
+    """The result of the requests, and the bytes per second of the transfer."""
     ramp = 0.15
     place = relay.place
-    transfer = place.load(direction, relay, streams=1, seconds=seconds + 2 * ramp)
+    transfer = place.transfer(direction, relay, streams=1, seconds=seconds + 2 * ramp)
+    transfer.start()
     time.sleep(ramp)
     result = place.measure("round-trips", relay, streams=1, size=128, seconds=seconds)
-    carried = result_of(transfer, seconds + 60)
+    rate = speed_of(transfer.result())
+    transfer.end()
     relay.settle()
-    return result, carried
+    return result, rate
 
 
 def as_root(run):
@@ -198,6 +250,7 @@ def as_root(run):
             title = f"{streams_text(streams)} {way}"
             figure = section.figure(title, "GB/s")
             for relay in run.rounds(relays, f"{section.title}, {title}"):
-                figure.add(relay.name, flood(relay, direction, streams, run.plan.seconds)[0] / 1e9)
+                rate = flood(relay, direction, streams, run.plan.seconds).rate
+                figure.add(relay.name, rate / 1e9)
     for relay in relays:
         relay.stop()

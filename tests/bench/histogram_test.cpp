@@ -61,6 +61,20 @@ TEST(Histogram, counts_what_is_longer_than_it_holds_as_the_longest)
     EXPECT_GT(times.percentile(1), std::chrono::minutes(2));
 }
 
+TEST(Histogram, adds_the_durations_of_another_one)
+{
+    Histogram all;
+    Histogram other;
+    all.add(nanoseconds(10));
+    other.add(nanoseconds(20));
+    other.add(nanoseconds(30));
+    all.add(other);
+    EXPECT_EQ(all.count(), 3U);
+    EXPECT_EQ(all.percentile(0.3), nanoseconds(10));
+    EXPECT_EQ(all.percentile(0.6), nanoseconds(20));
+    EXPECT_EQ(all.percentile(1), nanoseconds(30));
+}
+
 TEST(Report, tells_percentiles_in_microseconds)
 {
     Histogram times;

@@ -110,6 +110,74 @@ def test_a_meter_survives_the_end_of_a_thread():
     end(process)
 
 
+# A child that waits a hundred times, and burns a fifth of a second, once it has got a line.
+PARENT_OF_ONE_AT_WORK = """import subprocess, sys
+work = '''
+import time
+print(flush=True)
+input()
+end = time.process_time() + 0.2
+while time.process_time() < end: pass
+for _ in range(100):
+    time.sleep(0.001)
+print(flush=True)
+input()
+'''
+made = subprocess.Popen([sys.executable, "-c", work], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+made.stdout.readline()
+print(flush=True)
+input()
+made.stdin.write(b"\\n")
+made.stdin.flush()
+made.stdout.readline()"""
+
+
+def test_a_meter_of_a_family_counts_what_children_do_meanwhile():
+    parent = subprocess.Popen(
+        [sys.executable, "-c", PARENT_OF_ONE_AT_WORK + "\nprint(flush=True)\ninput()"],
+        stdin=subprocess.PIPE,
+        stdout=subprocess.PIPE,
+    )
+    parent.stdout.readline()
+    meter = costs.FamilyMeter([parent.pid])
+    parent.stdin.write(b"\n")
+    parent.stdin.flush()
+    parent.stdout.readline()
+    spent = meter.spent()
+    assert 0.2 <= spent.seconds < 2
+    assert 100 <= spent.blocked <= spent.switched
+    end(parent)
+
+
+def test_waiting_is_counted_apart_from_being_interrupted():
+    process = child("end = __import__('time').process_time() + 0.2\n"
+                    "while __import__('time').process_time() < end: pass")
+    own = f"/proc/{process.pid}/task/{process.pid}"
+    text = costs.read(f"{own}/status")
+    assert costs.times_blocked(own) == costs.number_after(text, "voluntary_ctxt_switches")
+    interrupted = costs.number_after(text, "nonvoluntary_ctxt_switches")
+    assert costs.times_switched(own) == costs.times_blocked(own) + interrupted
+    end(process)
+
+
+def test_all_threads_of_a_family_are_pinned():
+    waiting = "import threading\nthreading.Thread(target=threading.Event().wait, daemon=True).start()"
+    parent = child(
+        "import subprocess, sys\n"
+        "made = subprocess.Popen([sys.executable, '-c', 'input()'], stdin=subprocess.PIPE)\n" + waiting
+    )
+    before = costs.processors(parent.pid)
+    one = {min(before)}
+    members = costs.family(parent.pid)
+    assert len(members) == 2
+    costs.pin(parent.pid, one)
+    found = [os.sched_getaffinity(int(task)) for pid in members for task in costs.tasks(pid)]
+    assert found == [one] * 3
+    costs.pin(parent.pid, before)
+    assert costs.processors(members[1]) == before
+    end(parent)
+
+
 def test_a_process_that_is_gone_costs_nothing():
     process = child("")
     end(process)

@@ -3,8 +3,10 @@
 import xml.etree.ElementTree as tree
 
 import pytest
+from figures import Bar, Section
 from growth import growth_words, word_for
 from plot import LEFT, RIGHT, WIDTH, Axis, bounds, chart, spread_labels, tick_text
+from scaling import Series
 
 SVG = "{http://www.w3.org/2000/svg}"
 
@@ -69,3 +71,9 @@ def test_a_chart_has_a_curve_for_each_series_within_its_frame():
     assert first[0][1] > first[-1][1]  # more is higher up
     texts = [element.text for element in picture.findall(f"{SVG}text")]
     assert {"T <b>", "ours", "a & b"} <= set(texts) and "no" not in texts
+
+
+def test_many_sessions_have_a_target_and_few_have_none():
+    section, bars = Section("Growth"), (Bar(least=1, than="nginx"),)
+    Series(section, "throughput", "GB/s", 2, (1, 10, 100, 5000), "sessions", bars)
+    assert [figure.bars for figure in section.figures] == [(), (), bars, bars]
