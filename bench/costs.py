@@ -104,7 +104,7 @@ def own_kib(pid):
         return 0
 
 
-def times_blocked(folder):
+def voluntary_switches(folder):
     """How often a thread has given up its processor to wait for something."""
     return number_after(read(f"{folder}/status"), "voluntary_ctxt_switches")
 
@@ -150,13 +150,13 @@ class Meter:
     def __init__(self, pid):
         self.pid = pid
         self.began = time.monotonic()
-        self.blocks = by_task(pid, times_blocked)
+        self.voluntary = by_task(pid, voluntary_switches)
         self.switches = by_task(pid, times_switched)
         self.seconds = by_task(pid, seconds_run)
         self.waited_for = waited_for_seconds(pid)
 
-    def blocked(self):
-        return gained(self.blocks, by_task(self.pid, times_blocked))
+    def switched_voluntarily(self):
+        return gained(self.voluntary, by_task(self.pid, voluntary_switches))
 
     def switched(self):
         return gained(self.switches, by_task(self.pid, times_switched))
@@ -178,7 +178,7 @@ class Spent:
     """What several processes have spent together."""
 
     seconds: float
-    blocked: int
+    voluntary: int  # context switches
     switched: int
 
 
@@ -193,6 +193,6 @@ class FamilyMeter:
     def spent(self):
         return Spent(
             sum(meter.seconds_spent() for meter in self._meters),
-            sum(meter.blocked() for meter in self._meters),
+            sum(meter.switched_voluntarily() for meter in self._meters),
             sum(meter.switched() for meter in self._meters),
         )

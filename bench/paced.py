@@ -35,8 +35,8 @@ class PacedTables:
         self.latency = book.section(f"Latency, {of}")
         self.speed = book.section(f"Speed, {of}")
         self.switches.words = [
-            "A thread blocks when it waits for something (a voluntary context switch); a wake-up is "
-            "any context switch to it."
+            "A thread that waits for something makes a voluntary context switch; a wake-up is any "
+            "context switch to one of the relay's threads."
         ]
 
     def row(self, title, latency_bars=(NOT_LATER, NOT_LATER)):
@@ -51,7 +51,9 @@ class PacedRow:
         latency = {"digits": 0, "added_to": "direct"}
         self._of_relays = {
             "cost": tables.cost.figure(title, "s/GB", digits=3, bars=CHEAPER),
-            "blocked": tables.switches.figure(f"{title}: blocks per second", "", digits=0),
+            "voluntary": tables.switches.figure(
+                f"{title}: voluntary context switches per second", "", digits=0
+            ),
             "wake_ups": tables.switches.figure(f"{title}: wake-ups per second", "", digits=0),
         }
         self._of_all = {

@@ -145,7 +145,7 @@ def test_a_meter_of_a_family_counts_what_children_do_meanwhile():
     parent.stdout.readline()
     spent = meter.spent()
     assert 0.2 <= spent.seconds < 2
-    assert 100 <= spent.blocked <= spent.switched
+    assert 100 <= spent.voluntary <= spent.switched
     end(parent)
 
 
@@ -154,9 +154,9 @@ def test_waiting_is_counted_apart_from_being_interrupted():
                     "while __import__('time').process_time() < end: pass")
     own = f"/proc/{process.pid}/task/{process.pid}"
     text = costs.read(f"{own}/status")
-    assert costs.times_blocked(own) == costs.number_after(text, "voluntary_ctxt_switches")
+    assert costs.voluntary_switches(own) == costs.number_after(text, "voluntary_ctxt_switches")
     interrupted = costs.number_after(text, "nonvoluntary_ctxt_switches")
-    assert costs.times_switched(own) == costs.times_blocked(own) + interrupted
+    assert costs.times_switched(own) == costs.voluntary_switches(own) + interrupted
     end(process)
 
 

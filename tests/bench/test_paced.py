@@ -120,12 +120,12 @@ def test_a_short_read_is_an_error():
 
 def test_figures_are_those_of_the_bytes_and_of_the_seconds():
     result = {"bytes": 500_000_000, "seconds": 2.0, "p50": 30.0, "p99": 90.0}
-    found = figures_of(result, Spent(seconds=0.2, blocked=300, switched=340))
-    assert found == Carried(rate=250e6, cost=0.4, blocked=150, wake_ups=170, p50=30.0, p99=90.0)
+    found = figures_of(result, Spent(seconds=0.2, voluntary=300, switched=340))
+    assert found == Carried(rate=250e6, cost=0.4, voluntary=150, wake_ups=170, p50=30.0, p99=90.0)
 
 
 def found(cost, p50=50.0, p99=80.0):
-    return Carried(rate=12.5e6, cost=cost, blocked=10, wake_ups=11, p50=p50, p99=p99)
+    return Carried(rate=12.5e6, cost=cost, voluntary=10, wake_ups=11, p50=p50, p99=p99)
 
 
 def judged(ours, nginx, **more):
