@@ -121,98 +121,29 @@ sanitizer_options() {
     export QUILLBOX_SLOWDOWN=3
 }
 
-# Builds and unit tests go on beside the network tests, which wait most of the time:
-#     builds | network_tests
-# Both are in the foreground, so that Ctrl-C ends them. The first reports through the pipe what is built,
-# and its output follows at the end.
-beside() {
-    local builds=$1 network=$2 log="$results/beside.log"
-    "$builds" 3>&1 >"$log" 2>&1 </dev/null | {
-        "$network" 4<&0 </dev/null
-        cat >/dev/null # until the builds and unit tests have ended
-    }
-    cat "$log"
-}
-
-report_built() { echo "$1" >&3; }
-
-# Waits until something is built; fails if it will not be.
-await_built() {
-    local built
-    while read -r built <&4; do
-        if [ "$built" = "$1" ]; then return; fi
-    done
-    return 1
-}
-
-# All that network tests run.
-build_programs() { build "$1" --target app/all bench/all demo/all platform/all; }
-
-# The timing of the network tests matters, that of a build does not.
-build_in_the_background() {
-    renice -n 10 -p "$BASHPID" >/dev/null
-    "$@"
-}
-
-release_builds() {
-    step "release build" build_in_the_background build release
+plain_tests() {
+    step "release build" build release
     if [ "$code" != 0 ]; then return; fi
-    report_built release
     step "release unit tests" unit_tests release
-}
-
-release_network_tests() {
     step "release network tests" python_tests release "release network tests" \
         -m "not long and not desktops$deselected" --dns-sd="$engines" "$root/tests"
 }
 
-sanitizer_builds() {
+sanitizer_tests() {
     sanitizer_options
-    step "asan-ubsan programs" build_in_the_background build_programs asan-ubsan
+    step "asan-ubsan build" build asan-ubsan
     if [ "$code" = 0 ]; then
-        report_built asan-ubsan
-        step "asan-ubsan build" build_in_the_background build asan-ubsan
-        if [ "$code" = 0 ]; then step "asan-ubsan unit tests" unit_tests asan-ubsan; fi
+        step "asan-ubsan unit tests" unit_tests asan-ubsan
+        export QUILLBOX_HELPER="$root/build/asan-ubsan/quillbox-helper"
+        step "asan-ubsan network tests" python_tests asan-ubsan "asan-ubsan network tests" \
+            -m "not long" --dns-sd="$engines" "$root/tests/lan" "$root/tests/window"
     fi
-    step "tsan build" build_in_the_background build tsan
+    step "tsan build" build tsan
     if [ "$code" = 0 ]; then
         # These tests need a desktop or a message bus, whose libraries are not built for this.
         step "tsan unit tests" unit_tests tsan --without-label desktop \
             --without '^(diagnosis\.BusProbes|linux\.Examination)\.'
     fi
-}
-
-sanitizer_network_tests() {
-    if ! await_built asan-ubsan; then return; fi
-    sanitizer_options
-    export QUILLBOX_HELPER="$root/build/asan-ubsan/quillbox-helper"
-    step "asan-ubsan network tests" python_tests asan-ubsan "asan-ubsan network tests" \
-        -m "not long" --dns-sd="$engines" "$root/tests/lan" "$root/tests/window"
-}
-
-plain_tests() {
-    step "release programs" build_programs release
-    if [ "$code" = 0 ]; then beside release_builds release_network_tests; fi
-}
-
-all_builds() {
-    release_builds
-    sanitizer_builds
-}
-
-all_network_tests() {
-    release_network_tests
-    if [ -z "$may_change_conditions" ]; then
-        echo "---- user, container: left out, as they need root and namespaces"
-    elif await_built release; then
-        matrix_tests user container
-    fi
-    sanitizer_network_tests
-}
-
-all_tests() {
-    step "release programs" build_programs release
-    if [ "$code" = 0 ]; then beside all_builds all_network_tests; fi
 }
 
 # Runs the tests again that may differ under the conditions of tools/elsewhere: "user", "container" or
@@ -291,14 +222,22 @@ run_tests() {
                 deselected=" and not any_user"
                 plain_tests
                 ;;
-            sanitizers) beside sanitizer_builds sanitizer_network_tests ;;
+            sanitizers) sanitizer_tests ;;
             long) long_tests ;;
             desktops) desktop_tests ;;
             matrix)
                 plain_tests
                 matrix_tests user container chroot
                 ;;
-            all) all_tests ;;
+            all)
+                plain_tests
+                if [ -n "$may_change_conditions" ]; then
+                    matrix_tests user container
+                else
+                    echo "---- user, container: left out, as they need root and namespaces"
+                fi
+                sanitizer_tests
+                ;;
         esac
     fi
     echo "---- summary"
