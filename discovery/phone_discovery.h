@@ -6,6 +6,7 @@
 #include "platform/network.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
