@@ -31,10 +31,6 @@ constexpr int kKeepAliveIdleSeconds = 60;
 constexpr int kKeepAliveIntervalSeconds = 15;
 constexpr int kKeepAliveProbes = 4;
 
-/// As long as keep-alive takes with an idle peer.
-constexpr int kRetransmissionLimitMs =
-    (kKeepAliveIdleSeconds + kKeepAliveProbes * kKeepAliveIntervalSeconds) * 1000;
-
 /// The number of SYN retransmissions before the attempt times out, after about 20 seconds (15
 /// before Linux 6.5). By default this takes more than two minutes, with pauses of up to one minute
 /// in which a phone that wakes up would not be noticed.
@@ -269,11 +265,17 @@ std::size_t unacknowledgedBytes(int socket)
     return countOf(socket, SIOCOUTQ);
 }
 
-bool limitRetransmissions(int socket)
+std::chrono::milliseconds unansweredFor(int socket)
 {
-    const bool isRetransmitting = infoOf(socket).tcpi_retransmits > 0;
-    setOption(socket, IPPROTO_TCP, TCP_USER_TIMEOUT, isRetransmitting ? kRetransmissionLimitMs : 0);
-    return unacknowledgedBytes(socket) > 0;
+    const auto info = infoOf(socket);
+    return std::chrono::milliseconds(info.tcpi_retransmits > 0 ? info.tcpi_last_ack_recv : 0);
+}
+
+void giveUp(int socket)
+{
+    // connect(2): this address dissolves the association.
+    const sockaddr none{.sa_family = AF_UNSPEC, .sa_data = {}};
+    ::connect(socket, &none, sizeof none);
 }
 
 bool isDead(int socket)

@@ -98,14 +98,13 @@ std::size_t unreadBytes(int socket);
 /// of the stream counts as one.
 std::size_t unacknowledgedBytes(int socket);
 
-/// How long after its beginning an outgoing connection needs `keepAlive`, and how often to call
-/// `limitRetransmissions` while bytes are unacknowledged: before the limits are over.
-inline constexpr std::chrono::seconds kPeerCheck{30};
+/// How long ago the peer last acknowledged anything, while the kernel repeats bytes for it; zero if
+/// the kernel repeats nothing. A peer that does not read acknowledges all the same.
+std::chrono::milliseconds unansweredFor(int socket);
 
-/// If the peer has stopped acknowledging, lets the kernel give up two minutes after that instead of
-/// 15. Returns whether bytes are unacknowledged. Not an option that is set once: TCP_USER_TIMEOUT
-/// also ends connections whose peer is alive, but does not read for so long.
-bool limitRetransmissions(int socket);
+/// Ends the connection at once, as the kernel does when it gives up: whatever waits for the socket
+/// is woken, and all that is left to send is lost.
+void giveUp(int socket);
 
 /// Whether the connection is closed in both directions, so that nothing can be delivered any more.
 bool isDead(int socket);

@@ -1,6 +1,7 @@
 #include "platform/tcp/tcp_connection.h"
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace quillbox {
@@ -9,6 +10,13 @@ namespace {
 
 /// Fewer bytes are cheaper to copy than to move through a pipe.
 constexpr std::size_t kLeastForPipe = 64UL * 1024;
+
+/// How long a peer may acknowledge nothing: as long as keep-alive takes with an idle one.
+constexpr std::chrono::milliseconds kSilenceLimit{std::chrono::minutes(2)};
+
+/// How long after its beginning an outgoing connection gets keep-alive, and how often a peer is
+/// checked that has not acknowledged everything.
+constexpr std::chrono::milliseconds kPeerCheck{std::chrono::seconds(30)};
 
 } // namespace
 
@@ -269,15 +277,37 @@ void TcpConnection::watchPeer()
 {
     if (std::exchange(isWatchingPeer_, true))
         return;
-    peerTimer_->start(kPeerCheck, [weak = weak_from_this()] {
-        const auto self = weak.lock();
-        if (!self || !self->socket_)
-            return;
-        self->isWatchingPeer_ = false;
-        keepAlive(self->socket_->descriptor());
-        if (limitRetransmissions(self->socket_->descriptor()))
-            self->watchPeer();
+    peerWatchedSince_ = EventLoop::Clock::now();
+    checkPeerIn(kPeerCheck);
+}
+
+void TcpConnection::checkPeerIn(std::chrono::milliseconds delay)
+{
+    peerTimer_->start(delay, [weak = weak_from_this()] {
+        if (const auto self = weak.lock(); self && self->socket_)
+            self->checkPeer();
     });
+}
+
+/// The kernel repeats bytes for 15 minutes. Its TCP_USER_TIMEOUT ends that too late where the
+/// peer's neighbour entry has failed, and also ends connections to a peer that is there but does
+/// not read.
+void TcpConnection::checkPeer()
+{
+    using std::chrono::duration_cast, std::chrono::milliseconds;
+    const int descriptor = socket_->descriptor();
+    keepAlive(descriptor);
+    // The last acknowledgement may be from before a long pause.
+    const auto watched = duration_cast<milliseconds>(EventLoop::Clock::now() - peerWatchedSince_);
+    const auto silence = std::min(unansweredFor(descriptor), watched);
+    if (silence >= kSilenceLimit) {
+        noteFailure(std::make_error_code(std::errc::timed_out));
+        giveUp(descriptor);
+        return;
+    }
+    isWatchingPeer_ = unacknowledgedBytes(descriptor) > 0;
+    if (isWatchingPeer_)
+        checkPeerIn(std::min<milliseconds>(kPeerCheck, kSilenceLimit - silence));
 }
 
 void TcpConnection::endSend(std::error_code error, Delivery delivery)

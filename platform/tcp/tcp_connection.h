@@ -2,6 +2,7 @@
 
 #include "platform/connection.h"
 #include "platform/dispatch/closure.h"
+#include "platform/dispatch/event_loop.h"
 #include "platform/dispatch/fd_watcher.h"
 #include "platform/dispatch/timer.h"
 #include "platform/posix/file_descriptor.h"
@@ -10,6 +11,7 @@
 #include "platform/tcp/tcp_context.h"
 #include "platform/values/socket_address.h"
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -105,6 +107,8 @@ private:
     void trySend(Delivery delivery);
     void endSend(std::error_code error, Delivery delivery);
     void watchPeer();
+    void checkPeerIn(std::chrono::milliseconds delay);
+    void checkPeer();
     void noteFailure(std::error_code error);
     void settleFailure();
     bool hasMoreToRead();
@@ -132,6 +136,7 @@ private:
     bool hasReceived_ = false;
     bool hasSent_ = false;
     bool isWatchingPeer_ = false;
+    EventLoop::Clock::time_point peerWatchedSince_;
 };
 
 } // namespace quillbox
