@@ -98,6 +98,13 @@ std::size_t unreadBytes(int socket);
 /// of the stream counts as one.
 std::size_t unacknowledgedBytes(int socket);
 
+/// How long a peer may acknowledge nothing: as long as keep-alive takes with an idle one.
+inline constexpr std::chrono::milliseconds kSilenceLimit{std::chrono::minutes(2)};
+
+/// How long after its beginning an outgoing connection gets keep-alive, and how often a peer is
+/// checked that has not acknowledged everything.
+inline constexpr std::chrono::milliseconds kPeerCheck{std::chrono::seconds(30)};
+
 /// How long ago the peer last acknowledged anything, while the kernel repeats bytes for it; zero if
 /// the kernel repeats nothing. A peer that does not read acknowledges all the same.
 std::chrono::milliseconds unansweredFor(int socket);

@@ -1,7 +1,6 @@
 #include "platform/tcp/tcp_connection.h"
 
 #include <algorithm>
-#include <chrono>
 #include <utility>
 
 namespace quillbox {
@@ -10,13 +9,6 @@ namespace {
 
 /// Fewer bytes are cheaper to copy than to move through a pipe.
 constexpr std::size_t kLeastForPipe = 64UL * 1024;
-
-/// How long a peer may acknowledge nothing: as long as keep-alive takes with an idle one.
-constexpr std::chrono::milliseconds kSilenceLimit{std::chrono::minutes(2)};
-
-/// How long after its beginning an outgoing connection gets keep-alive, and how often a peer is
-/// checked that has not acknowledged everything.
-constexpr std::chrono::milliseconds kPeerCheck{std::chrono::seconds(30)};
 
 } // namespace
 
@@ -289,25 +281,23 @@ void TcpConnection::checkPeerIn(std::chrono::milliseconds delay)
     });
 }
 
-/// The kernel repeats bytes for 15 minutes. Its TCP_USER_TIMEOUT ends that too late where the
-/// peer's neighbour entry has failed, and also ends connections to a peer that is there but does
-/// not read.
+/// The kernel repeats bytes for 15 minutes. Its TCP_USER_TIMEOUT also ends connections to a peer
+/// that does not read, and comes too late where the peer's neighbour entry has failed.
 void TcpConnection::checkPeer()
 {
-    using std::chrono::duration_cast, std::chrono::milliseconds;
-    const int descriptor = socket_->descriptor();
-    keepAlive(descriptor);
+    keepAlive(socket_->descriptor());
     // The last acknowledgement may be from before a long pause.
-    const auto watched = duration_cast<milliseconds>(EventLoop::Clock::now() - peerWatchedSince_);
-    const auto silence = std::min(unansweredFor(descriptor), watched);
+    const auto silence = std::min(unansweredFor(socket_->descriptor()),
+                                  std::chrono::duration_cast<std::chrono::milliseconds>(
+                                      EventLoop::Clock::now() - peerWatchedSince_));
     if (silence >= kSilenceLimit) {
         noteFailure(std::make_error_code(std::errc::timed_out));
-        giveUp(descriptor);
+        giveUp(socket_->descriptor());
         return;
     }
-    isWatchingPeer_ = unacknowledgedBytes(descriptor) > 0;
+    isWatchingPeer_ = unacknowledgedBytes(socket_->descriptor()) > 0;
     if (isWatchingPeer_)
-        checkPeerIn(std::min<milliseconds>(kPeerCheck, kSilenceLimit - silence));
+        checkPeerIn(std::min(kPeerCheck, kSilenceLimit - silence));
 }
 
 void TcpConnection::endSend(std::error_code error, Delivery delivery)
