@@ -136,9 +136,9 @@ def test_ctrl_q_in_the_menu_of_a_tray_quits(desktop):
     hide(desktop, window)
     desktop.open_menu(helper)
 
-    desktop.press("Control_L", "q")
-
-    assert helper.process.wait(limit(5)) == 0
+    # People release the keys later. Qt leaks the events that come while it ends.
+    with desktop.screen.holding("Control_L", "q"):
+        assert helper.process.wait(limit(5)) == 0
 
 
 def test_ctrl_q_in_the_menu_of_a_panel_quits(desktop, panel):
@@ -148,9 +148,9 @@ def test_ctrl_q_in_the_menu_of_a_panel_quits(desktop, panel):
     order(panel, "activate")
     desktop.wait_menu()
 
-    desktop.press("Control_L", "q")
-
-    assert helper.process.wait(limit(5)) == 0
+    # People release the keys later. Qt leaks the events that come while it ends.
+    with desktop.screen.holding("Control_L", "q"):
+        assert helper.process.wait(limit(5)) == 0
 
 
 @pytest.fixture

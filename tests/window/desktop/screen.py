@@ -1,5 +1,6 @@
 """The screen of a desktop: state from the window manager, pointer and keyboard."""
 
+import contextlib
 
 from Xlib import XK, X, display
 from Xlib.error import BadDrawable, BadWindow
@@ -171,9 +172,17 @@ class Screen:
 
     def press(self, *names):
         """Presses keys together, given by keysym names: press("Control_L", "q")."""
+        with self.holding(*names):
+            pass
+
+    @contextlib.contextmanager
+    def holding(self, *names):
+        """Presses keys together, and releases them at the end."""
         codes = [self.display.keysym_to_keycode(XK.string_to_keysym(name)) for name in names]
         for code in codes:
             xtest.fake_input(self.display, X.KeyPress, code)
+        self.display.sync()
+        yield
         for code in reversed(codes):
             xtest.fake_input(self.display, X.KeyRelease, code)
         self.display.sync()
