@@ -121,7 +121,7 @@ class LonelyDesk(Desk, Station):
 
 
 class Transfer:
-    """A client that connects first, starts when it is told to, and keeps its connection after its result.
+    """A client that connects, starts when it is told to, and stays connected after its result.
 
     It prints a line of JSON when it is connected and one with its result, starts at a line of
     standard input, and ends with standard input."""
