@@ -61,7 +61,7 @@ unit_tests() {
     shift
     local name="$preset unit tests" more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(--filter "$(joined '|' "${filters[@]}")"); fi
-    call_unit_tests "$name" --jobs "$(at_once "$preset" 4)" "${more[@]}" || code=$?
+    call_unit_tests "$name" --jobs "$(at_once "$preset" 6)" "${more[@]}" || code=$?
     # 1: tests have failed.
     if [ "$code" != 1 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
@@ -136,12 +136,12 @@ sanitizer_tests() {
         step "asan-ubsan unit tests" unit_tests asan-ubsan
         export QUILLBOX_HELPER="$root/build/asan-ubsan/quillbox-helper"
         step "asan-ubsan network tests" python_tests asan-ubsan "asan-ubsan network tests" \
-            -m "not long" --dns-sd="$engines" "$root/tests/lan" "$root/tests/window"
+            -m "not long" "$root/tests/lan" "$root/tests/window"
     fi
-    step "tsan build" build tsan
+    step "tsan build" build tsan --target tests_for_tsan
     if [ "$code" = 0 ]; then
-        # These tests need a desktop or a message bus, whose libraries are not built for this.
-        step "tsan unit tests" unit_tests tsan --without-label desktop \
+        # These need a message bus, whose libraries are not built for this.
+        step "tsan unit tests" unit_tests tsan --without-label no-tsan \
             --without '^(diagnosis\.BusProbes|linux\.Examination)\.'
     fi
 }

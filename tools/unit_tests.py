@@ -222,14 +222,19 @@ def main():
         ended += ends
         # Dealt out, because the tests of one suite take about as long as each other.
         hands = -(-len(names) // TESTS_IN_A_PROCESS)
-        work += [(program, names[hand::hands]) for hand in range(hands)]
+        work += [(hand / hands, program, names[hand::hands]) for hand in range(hands)]
+    # Tests that compute run beside tests that wait, if each program's are spread over the whole run.
+    work.sort(key=lambda each: each[0])
 
     started = time.monotonic()
     suite = ElementTree.Element("testsuite", name=arguments.results.stem)
     failures = 0
     outcomes = [Outcome(name, "passed") for name in ended]  # unless it fails again
     with concurrent.futures.ThreadPoolExecutor(arguments.jobs) as pool:
-        running = [pool.submit(lambda each: list(each[0].run(each[1])), each) for each in work]
+        running = [
+            pool.submit(lambda program, names: list(program.run(names)), program, names)
+            for _, program, names in work
+        ]
         for done in concurrent.futures.as_completed(running):
             for outcome in done.result():
                 outcomes.append(outcome)

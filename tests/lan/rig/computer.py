@@ -105,6 +105,11 @@ class Computer(Host):
         elif server == "unreachable":
             self._provide("resolv.conf", "nameserver 10.77.0.250\n")
 
+    def limit_ephemeral_ports(self, count):
+        """Leaves the host so many ports for the connections that it opens (ip(7))."""
+        values = f"32768 {32768 + count - 1}"
+        self.run("sh", "-c", f"echo {values} >/proc/sys/net/ipv4/ip_local_port_range")
+
     def _provide(self, name, text):
         """Gives the host its own file in /etc."""
         path = os.path.join(self.folder, name)
