@@ -56,12 +56,14 @@ class Program:
 
     def __init__(self, registered):
         properties = {each["name"]: each["value"] for each in registered["properties"]}
-        self.name, self.command = registered["name"], registered["command"]
+        self.name, self.command = registered["name"], registered.get("command")
         self.labels = properties.get("LABELS", [])
         self.end = f"{self.name}: after the last of "  # what went wrong there may be of any test
         self.environment = os.environ | dict(each.split("=", 1) for each in properties.get("ENVIRONMENT", []))
 
     def tests(self):
+        if not self.command:
+            sys.exit(f"{self.name} has not been built")
         if "fuzz" in self.labels:
             return [self.name]
         command = [*self.command, "--gtest_list_tests"]

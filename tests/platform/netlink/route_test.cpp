@@ -39,6 +39,10 @@ public:
         ip("address add 172.17.0.1/16 dev bridge");
         ip("address add fd00:17::1/64 dev bridge nodad");
         ip("route add default via 192.0.2.1 dev lan");
+        // The kernel adds these itself, but later.
+        ip("-6 route replace local 2001:db8::7 dev lan table local");
+        ip("-6 route replace local fe80::7 dev lan table local");
+        ip("-6 route replace local fd00:17::1 dev bridge table local");
     }
 
     OutgoingRoute route(const std::string& text, const char* interface)

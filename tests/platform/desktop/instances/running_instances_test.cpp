@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTimer>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -390,11 +391,9 @@ TEST_F(RunningInstances, areWaitedForEvenIfTheirProcessesAreUnknown)
     const auto copies = find(problem);
     ASSERT_THAT(copies, SizeIs(1));
     EXPECT_FALSE(copies.front()->waitForEnd(std::chrono::milliseconds(30)));
-    elsewhere([&] {
-        // Nothing has reached it, so nothing is known of its process.
-        QMetaObject::invokeMethod(qApp, [&] { first->withdraw(); });
-        EXPECT_TRUE(copies.front()->waitForEnd(std::chrono::seconds(20)));
-    });
+    // Nothing has reached it, so nothing is known of its process.
+    QTimer::singleShot(0, [&] { first->withdraw(); });
+    elsewhere([&] { EXPECT_TRUE(copies.front()->waitForEnd(std::chrono::seconds(20))); });
 }
 
 TEST_F(RunningInstances, mayBeDroppedByTheFirstOfSeveralEarlyMessages)
