@@ -101,8 +101,8 @@ class Host:
         return process
 
     def start_quickly(self, program, *arguments):
-        """Starts a Python program that uses python-zeroconf, in the network of this host."""
-        process = nursery().start(self.pid, program, *arguments)
+        """Starts a Python program that uses python-zeroconf or GLib in this host."""
+        process = nursery().start(self.pid, self.environment(), program, *arguments)
         self._started.append(Process([program, *arguments], process=process))
         return self._started[-1]
 
