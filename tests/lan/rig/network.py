@@ -20,6 +20,8 @@ SESSION_BUS = "unix:path=/run/user/0/bus"
 
 IP_BATCH = ["ip", "-batch", "-"]
 
+SANITIZER_OPTIONS = {x: os.environ[x] for x in os.environ if x.endswith("SAN_OPTIONS")}
+
 # Set by ./dev test where it cannot create namespaces: the reason, and what to do about it.
 NO_NAMESPACES = os.environ.get("QUILLBOX_NO_NAMESPACES")
 
@@ -87,11 +89,7 @@ class Host:
             "XDG_RUNTIME_DIR": "/run/user/0",
             "PYTHONDONTWRITEBYTECODE": "1",
         }
-        for name, value in os.environ.items():
-            if name.endswith("SAN_OPTIONS"):
-                env[name] = value
-        env.update(more)
-        return env
+        return env | SANITIZER_OPTIONS | more
 
     def start(self, command, env=None, **more):
         """Starts a process in this host; `close` ends it at the latest."""
