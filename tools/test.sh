@@ -102,8 +102,10 @@ python_tests() {
 # Each network test makes its own network.
 call_pytest() {
     local pytest=("$python" -m pytest -c "$root/tests/pytest.ini" --rootdir="$root/tests" "$@")
-    # Every process of the run reads all tests, which takes seconds unless they are compiled.
+    # Every process of the run reads all tests, which takes seconds unless they are compiled. A folder
+    # that nothing may be written to would have Python's own library compiled each time, too.
     export PYTHONPYCACHEPREFIX="$root/build/pytest/bytecode"
+    unset PYTHONDONTWRITEBYTECODE
     if [ -n "$QUILLBOX_NO_NAMESPACES" ]; then
         steady "$preset" "${pytest[@]}"
     else

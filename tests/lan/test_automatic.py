@@ -64,9 +64,8 @@ def test_a_big_file_goes_there_and_back_unchanged(request, computer, onlooker, p
     smbclient(computer, computer.address4, found["port"], f"put {big.path} big", timeout=120)
     assert sha256_of(os.path.join(phone.share, "big")) == big.sha256
 
-    download = computer.inside(smb_command(computer.address4, found["port"], "get big -"))
-    with subprocess.Popen(
-        download,
+    with computer.popen(
+        smb_command(computer.address4, found["port"], "get big -"),
         env=computer.environment(),
         stdin=subprocess.DEVNULL,
         stdout=subprocess.PIPE,

@@ -6,7 +6,6 @@ import os
 import pytest
 from rig.computer import visible
 from rig.desktop import HERE as RIG
-from rig.desktop import PYTHON
 from rig.phone import Phone
 from rig.process import limit
 
@@ -43,7 +42,7 @@ class Reader:
         with open(opener, "w", encoding="utf-8") as file:
             file.write(f'#!/bin/sh\necho "$1" >>"{self.opened}"\n')
         os.chmod(opener, 0o755)
-        self.files = desktop.start([PYTHON, f"{RIG}/desk.py", "file-manager"], stdin=True)
+        self.files = desktop.start_quickly(f"{RIG}/desk.py", "file-manager")
         path = os.path.dirname(opener) + ":" + desktop.environment()["PATH"]
         self.helper = desktop.helper(PATH=path)
         self.window = desktop.window()

@@ -40,17 +40,14 @@ class RealComputer(Host):
         self.run_beside("mount", "-t", "proc", "proc", f"{self.root}/proc")
 
     def inside(self, command):
-        return self.beside(["/usr/sbin/chroot", self.root, *command])
-
-    def beside(self, command):
-        """The command line that runs `command` in this host's network, with the files of the tests."""
-        return super().inside(command)
+        return ["/usr/sbin/chroot", self.root, *command]
 
     def run_beside(self, *command):
-        return run(self.beside(command), env=self.environment())
+        """Runs a command in this host's network, with the files of the tests."""
+        return run(command, popen=self.popen, env=self.environment())
 
     def start_beside(self, command, **more):
-        process = Process(self.beside(command), env=self.environment(**more))
+        process = Process(command, popen=self.popen, env=self.environment(**more))
         self._started.append(process)
         return process
 

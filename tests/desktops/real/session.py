@@ -81,6 +81,7 @@ class Session:
         variables = more.pop("variables", {})
         return run(
             self.computer.inside([*AS_USER, "env", f"--chdir={HOME}", *command]),
+            popen=self.computer.popen,
             timeout=limit(timeout),
             check=check,
             env=self.environment(**variables),

@@ -55,7 +55,7 @@ class Desktop(Computer):
             "DBUS_SESSION_BUS_ADDRESS": SESSION_BUS,
             "XDG_CURRENT_DESKTOP": "GNOME",
         }
-        self._desk = self.start([PYTHON, f"{HERE}/desk.py", *parts], stdin=True)
+        self._desk = self.start_quickly(f"{HERE}/desk.py", *parts)
         self._told("ready", 10)
 
     def _told(self, event, timeout, since=0):

@@ -5,11 +5,11 @@ import os
 import shutil
 import socket
 import tempfile
-import threading
 
 import pytest
 
-from .nursery import Nursery, enter_network
+from .namespaces import CLONE_NEWNET, CLONE_NEWNS, CLONE_NEWUTS, Namespaces, set_up_machine
+from .nursery import Nursery
 from .process import Process, run
 
 TYPE_SMB = "_smb._tcp"
@@ -18,39 +18,12 @@ TYPE_PHONE = "_quillbox._tcp"
 # In /run, and so each host's own.
 SESSION_BUS = "unix:path=/run/user/0/bus"
 
+IP_BATCH = ["ip", "-batch", "-"]
+
+SANITIZER_OPTIONS = {x: os.environ[x] for x in os.environ if x.endswith("SAN_OPTIONS")}
+
 # Set by ./dev test where it cannot create namespaces: the reason, and what to do about it.
 NO_NAMESPACES = os.environ.get("QUILLBOX_NO_NAMESPACES")
-
-HOLDER = """
-set -e
-hostname "$1"
-mount -t tmpfs -o mode=755 tmpfs /run
-mkdir -p /run/dbus /run/avahi-daemon /run/lock
-mkdir -p -m 700 "/run/user/0"
-ip link set lo up
-if [ -e /etc/resolv.conf ]; then mount --bind /dev/null /etc/resolv.conf; fi
-echo ready
-exec cat
-"""
-
-SWITCH = """
-set -e
-ip link add br0 type bridge mcast_snooping 0 forward_delay 0
-ip link set br0 up
-echo ready
-exec cat
-"""
-
-
-def namespace(script, name):
-    """Starts a process that holds new namespaces open until its standard input is closed."""
-    holder = Process(
-        ["unshare", "--net", "--mount", "--uts", "--", "sh", "-c", script, "hold", name],
-        stdin=True,
-    )
-    holder.wait_line(lambda line: line.text == "ready", 10, what=f"the namespace of {name}")
-    return holder
-
 
 def may_set_groups():
     """Whether setgroups(2) is allowed; an unprivileged user's namespace forbids it."""
@@ -74,23 +47,6 @@ if NOBODY:
 AS_NOBODY += ["--"]
 
 
-def socket_in(pid, family, kind):
-    """A socket in the network namespace of a process, for use by the test itself. setns(2) moves
-    only the calling thread, and a socket stays in the namespace in which it was created."""
-    made = []
-
-    def open_it():
-        enter_network(pid)
-        made.append(socket.socket(family, kind))
-
-    thread = threading.Thread(target=open_it)
-    thread.start()
-    thread.join()
-    if not made:
-        raise AssertionError(f"no socket in the namespace of process {pid}")
-    return made[0]
-
-
 @functools.cache
 def nursery():
     """That of this process."""
@@ -107,8 +63,9 @@ class Host:
         self.folder = os.path.join(lan.folder, name)
         os.makedirs(self.folder)
         self._started = []
-        self._holder = namespace(HOLDER, name)
-        self.pid = self._holder.pid
+        self._namespaces = Namespaces(CLONE_NEWNET | CLONE_NEWNS | CLONE_NEWUTS)
+        self._namespaces.call(set_up_machine, name)
+        self.pid = self._namespaces.pid
         self.port_name = f"port{number}"
         self.address4 = f"10.77.0.{number}"
         self.address6 = f"fd77::{number}"
@@ -116,10 +73,12 @@ class Host:
         self.avahi = None
 
     def inside(self, command):
-        """The command line that runs `command` in this host."""
-        target = ["nsenter", "--target", str(self.pid), "--net", "--mount", "--uts"]
-        # Entering a mount namespace leaves a chroot, if the tests run in one, and the folder.
-        return [*target, "--root", "--wd", "--", *command]
+        """The command line that `popen` gets to run `command` in this host."""
+        return command
+
+    def popen(self, command, **more):
+        """Starts a process in the namespaces of this host."""
+        return self._namespaces.popen(command, **more)
 
     def environment(self, **more):
         env = {
@@ -130,30 +89,28 @@ class Host:
             "XDG_RUNTIME_DIR": "/run/user/0",
             "PYTHONDONTWRITEBYTECODE": "1",
         }
-        for name, value in os.environ.items():
-            if name.endswith("SAN_OPTIONS"):
-                env[name] = value
-        env.update(more)
-        return env
+        return env | SANITIZER_OPTIONS | more
 
     def start(self, command, env=None, **more):
         """Starts a process in this host; `close` ends it at the latest."""
-        process = Process(self.inside(command), env=env or self.environment(), **more)
+        env = env or self.environment()
+        process = Process(self.inside(command), env=env, popen=self.popen, **more)
         self._started.append(process)
         return process
 
     def start_quickly(self, program, *arguments):
-        """Starts a Python program that uses python-zeroconf, in the network of this host."""
-        process = nursery().start(self.pid, program, *arguments)
+        """Starts a Python program that uses python-zeroconf or GLib in this host."""
+        process = nursery().start(self.pid, self.environment(), program, *arguments)
         self._started.append(Process([program, *arguments], process=process))
         return self._started[-1]
 
     def run(self, *command, **more):
-        return run(self.inside(command), env=more.pop("env", self.environment()), **more)
+        env = more.pop("env", None) or self.environment()
+        return run(self.inside(command), env=env, popen=self.popen, **more)
 
     def socket(self, family=socket.AF_INET, kind=socket.SOCK_STREAM):
         """A socket in this host, for use by the test itself."""
-        return socket_in(self.pid, family, kind)
+        return self._namespaces.call(socket.socket, family, kind)
 
     # ---- the wire ----
 
@@ -173,7 +130,7 @@ class Host:
 
     def ip(self, *commands):
         """Runs commands of ip(8) in this host, in one process."""
-        self.run("ip", "-batch", "-", input="\n".join(commands).encode())
+        self.run(*IP_BATCH, input="\n".join(commands).encode())
 
     def unplug(self):
         """Deletes the interface."""
@@ -253,7 +210,7 @@ class Host:
     def close(self):
         for process in reversed(self._started):
             process.end()
-        self._holder.end()
+        self._namespaces.close()
 
 
 def require_namespaces():
@@ -269,7 +226,11 @@ class Lan:
         if os.geteuid() != 0:
             raise PermissionError("network namespaces need root, or a user namespace: see ./dev test")
         self.folder = tempfile.mkdtemp(prefix="quillbox-lan-")
-        self._switch = namespace(SWITCH, "switch")
+        self._switch = Namespaces(CLONE_NEWNET)
+        self._ip(
+            "link add br0 type bridge mcast_snooping 0 forward_delay 0",
+            "link set br0 up",
+        )
         self.hosts = []
 
     def host(self, name, plugged=True, of=Host):
@@ -282,27 +243,27 @@ class Lan:
     def connect(self, host, link="eth0"):
         """Connects the host to the bridge with a veth pair, whose end at the host is `link`."""
         port = host.port_name if link == "eth0" else f"{host.port_name}-{link}"
-        commands = (
+        self._ip(
             f"link add {port} type veth peer name {link} netns {host.pid}",
             f"link set {port} master br0 up",
         )
-        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
-        run([*switch, "ip", "-batch", "-"], input="\n".join(commands).encode())
 
     def cut(self, host):
         """Takes the host's link down at the bridge: the other hosts see silence, no link change."""
-        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
-        run(switch + ["ip", "link", "set", host.port_name, "down"])
+        self._ip(f"link set {host.port_name} down")
 
     def mend(self, host):
         """Undoes `cut`."""
-        switch = ["nsenter", "--target", str(self._switch.pid), "--net", "--"]
-        run(switch + ["ip", "link", "set", host.port_name, "up"])
+        self._ip(f"link set {host.port_name} up")
+
+    def _ip(self, *commands):
+        """Runs commands of ip(8) at the bridge, in one process."""
+        run(IP_BATCH, popen=self._switch.popen, input="\n".join(commands).encode())
 
     def close(self):
         for host in reversed(self.hosts):
             host.close()
-        self._switch.end()
+        self._switch.close()
         shutil.rmtree(self.folder, ignore_errors=True)
 
 

@@ -1,5 +1,6 @@
-"""Starts programs that use python-zeroconf. Importing it takes longer than all that most tests do with
-it, so each process of the tests has one process that has imported it and forks for each program.
+"""Starts programs that use python-zeroconf or GLib. Importing these takes longer than all that most tests
+do with them, so each process of the tests has one process that has imported them and forks for each
+program.
 
 Run as a program, this file is that process. It takes orders from the socket that is its input."""
 
@@ -16,15 +17,22 @@ import subprocess
 import sys
 import traceback
 
-CLONE_NEWNET = 0x40000000  # sched.h
+NAMESPACES = ("net", "uts", "mnt")
 
 
-def enter_network(pid):
-    """Moves the calling thread to the network namespace of a process."""
-    with open(f"/proc/{pid}/ns/net", encoding="ascii") as network:
-        libc = ctypes.CDLL(None, use_errno=True)
-        if libc.setns(network.fileno(), CLONE_NEWNET) != 0:
-            raise OSError(ctypes.get_errno(), f"no way into the network of process {pid}")
+def enter_host(pid):
+    """Moves this process to the namespaces of a host."""
+    libc = ctypes.CDLL(None, use_errno=True)
+    with contextlib.ExitStack() as stack:
+        kinds = [stack.enter_context(open(f"/proc/{pid}/ns/{kind}", "rb")) for kind in NAMESPACES]
+        root = os.open(f"/proc/{pid}/root", os.O_PATH)
+        for kind in kinds:
+            if libc.setns(kind.fileno(), 0) != 0:
+                raise OSError(ctypes.get_errno(), f"no way into the namespaces of host {pid}")
+        # Entering a mount namespace leaves a chroot, if the tests run in one.
+        os.fchdir(root)
+        os.chroot(".")
+        os.close(root)
 
 
 class Program:
@@ -55,18 +63,19 @@ class Nursery:
         with theirs:
             subprocess.Popen(["/usr/bin/python3", __file__], stdin=theirs, stdout=subprocess.DEVNULL)
 
-    def start(self, host_pid, path, *arguments):
-        """Starts a Python program in the network of a process."""
+    def start(self, host_pid, environment, path, *arguments):
+        """Starts a Python program in a host."""
         (input_end, stdin), (stdout, output_end), (stderr, error_end) = os.pipe(), os.pipe(), os.pipe()
         theirs = (input_end, output_end, error_end)
-        socket.send_fds(self._orders, [json.dumps([host_pid, path, *arguments]).encode()], theirs)
+        order = json.dumps([host_pid, environment, path, *arguments])
+        socket.send_fds(self._orders, [order.encode()], theirs)
         for each in theirs:
             os.close(each)
         pid = int(self._orders.recv(20))
         return Program(pid, os.fdopen(stdin, "wb"), os.fdopen(stdout, "rb"), os.fdopen(stderr, "rb"))
 
 
-def run(orders, pipes, host_pid, path, *arguments):
+def run(orders, pipes, host_pid, environment, path, *arguments):
     """Runs the program in this process, and ends it."""
     os.setsid()
     for number, pipe in enumerate(pipes):
@@ -75,7 +84,9 @@ def run(orders, pipes, host_pid, path, *arguments):
     orders.close()
     code = 1
     try:
-        enter_network(host_pid)
+        enter_host(host_pid)
+        os.environ.clear()
+        os.environ.update(environment)
         sys.argv = [path, *arguments]
         runpy.run_path(path, run_name="__main__")
         sys.stdout.flush()
@@ -87,11 +98,22 @@ def run(orders, pipes, host_pid, path, *arguments):
         os._exit(code)
 
 
+def import_libraries():
+    """Imports what the programs import. That starts no thread, which a fork would lose."""
+    for name in ("concurrent.futures.thread", "zeroconf.asyncio"):
+        importlib.import_module(name)
+    # A bench has no use for GLib.
+    with contextlib.suppress(ImportError, ValueError):
+        importlib.import_module("gi").require_version("Atspi", "2.0")
+        for name in ("gi.repository.Gio", "gi.repository.Atspi"):
+            importlib.import_module(name)
+
+
 def main():
-    importlib.import_module("zeroconf.asyncio")  # for the programs
+    import_libraries()
     orders = socket.socket(fileno=os.dup(0))
     while True:
-        order, pipes, _, _ = socket.recv_fds(orders, 4096, 3)
+        order, pipes, _, _ = socket.recv_fds(orders, 1 << 16, 3)
         if not order:
             return
         with contextlib.suppress(ChildProcessError):

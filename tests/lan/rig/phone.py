@@ -1,10 +1,13 @@
 """A phone: a real SMB server on port 4445 and DNS-SD announcements with python-zeroconf."""
 
+import functools
 import json
 import os
 import sys
+import tempfile
 
 from .network import TYPE_PHONE, Host, may_set_groups
+from .process import run
 
 PYTHON = "/usr/bin/python3"
 HERE = os.path.dirname(os.path.abspath(__file__))
@@ -13,6 +16,17 @@ import smb_server  # noqa: E402 needs the path above; same file server as the de
 
 USER = "nas"
 PASSWORD = "secret"
+PASSWORDS = "passdb.tdb"  # as smb_server.py names it
+
+
+@functools.cache
+def passwords():
+    """The content of smbd's database of users, made once: smbpasswd takes long."""
+    with tempfile.TemporaryDirectory() as folder:
+        conf = smb_server.write_configuration(folder, folder)
+        run(smb_server.password_command(conf), input=f"{PASSWORD}\n{PASSWORD}\n".encode())
+        with open(os.path.join(os.path.dirname(conf), PASSWORDS), "rb") as file:
+            return file.read()
 
 
 class Phone(Host):
@@ -34,7 +48,8 @@ class Phone(Host):
         login."""
         self.port = port
         conf = smb_server.write_configuration(self.folder, self.share, port, guests=guests)
-        self.run(*smb_server.password_command(conf), input=f"{PASSWORD}\n{PASSWORD}\n".encode())
+        with open(os.path.join(os.path.dirname(conf), PASSWORDS), "wb") as file:
+            file.write(passwords())
         env = self.environment()
         if not may_set_groups():
             # An unprivileged user's namespace has one user and forbids setgroups(2), which smbd

@@ -30,15 +30,15 @@ class Line:
 
 
 class Process:
-    """A child process; threads read its output as it arrives and keep it. `process` is one that has
-    been started already."""
+    """A child process; threads read its output as it arrives and keep it. `popen` starts it; `process`
+    is one that has been started already."""
 
-    def __init__(self, command, env=None, stdin=False, process=None):
+    def __init__(self, command, env=None, stdin=False, popen=subprocess.Popen, process=None):
         self.command = command
         self.lines = []
         self._changed = threading.Condition()
         self._open = 2
-        self.process = process or subprocess.Popen(
+        self.process = process or popen(
             command,
             env=env,
             stdin=subprocess.PIPE if stdin else subprocess.DEVNULL,
@@ -135,23 +135,20 @@ class Process:
         self.process.wait(10)
 
 
-def run(command, timeout=20, check=True, **more):
+def run(command, timeout=20, check=True, input=None, popen=subprocess.Popen, **more):
     """Runs a command to its end; returns the finished process with its output as text."""
-    if "input" not in more:
-        more.setdefault("stdin", subprocess.DEVNULL)
-    done = subprocess.run(
-        command,
-        stdout=subprocess.PIPE,
-        stderr=subprocess.PIPE,
-        timeout=timeout,
-        check=False,
-        **more,
-    )
-    done.stdout = done.stdout.decode("utf-8", "replace")
-    done.stderr = done.stderr.decode("utf-8", "replace")
-    if check and done.returncode != 0:
-        raise AssertionError(f"{command} ended with {done.returncode}:\n{done.stdout}{done.stderr}")
-    return done
+    stdin = subprocess.DEVNULL if input is None else subprocess.PIPE
+    pipes = {"stdin": stdin, "stdout": subprocess.PIPE, "stderr": subprocess.PIPE}
+    with popen(command, **pipes, **more) as process:
+        try:
+            output = process.communicate(input, timeout)
+        except BaseException:
+            process.kill()
+            raise
+    stdout, stderr = (x.decode("utf-8", "replace") for x in output)
+    if check and process.returncode != 0:
+        raise AssertionError(f"{command} ended with {process.returncode}:\n{stdout}{stderr}")
+    return subprocess.CompletedProcess(command, process.returncode, stdout, stderr)
 
 
 def wait_until(check, timeout, what, pause=0.05):

@@ -75,6 +75,7 @@ class Reader:
 
     def tree(self, element, path):
         self.left -= 1
+        element.clear_cache()
         states = element.get_state_set().get_states()
         node = {
             "role": element.get_role_name(),
@@ -125,11 +126,12 @@ def heard(event):
 
 
 def main():
-    # Elements may disappear while they are read, so calls have a timeout; cached properties may be
-    # out of date, so nothing is cached.
+    # Elements may disappear while they are read, so calls have a timeout.
     Atspi.set_timeout(2000, 10000)
     Atspi.init()
-    Atspi.get_desktop(0).set_cache_mask(Atspi.Cache.NONE)
+    # The library asks for the states before each other property, and for the interfaces with each of
+    # them, unless it has them. All else may be out of date, so it is not cached.
+    Atspi.get_desktop(0).set_cache_mask(Atspi.Cache.STATES | Atspi.Cache.INTERFACES)
     reader = Reader()
     loop = GLib.MainLoop()
 

@@ -12,7 +12,6 @@ from .node import Node
 from .screen import Screen
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-PYTHON = "/usr/bin/python3"
 NAME = "quillbox-helper"
 FIRST_NAMESPACE = 0xF0000000  # inode numbers of namespaces start here (PROC_DYNAMIC_FIRST)
 
@@ -203,7 +202,7 @@ class Desktop(Computer):
 
     def _ask(self, order):
         if self._reader is None:
-            self._reader = self.start([PYTHON, f"{HERE}/accessible.py"], stdin=True)
+            self._reader = self.start_quickly(f"{HERE}/accessible.py")
         since = self._reader.mark()
         self._reader.write(json.dumps(order) + "\n")
         line = self._reader.wait_line(

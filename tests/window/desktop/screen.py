@@ -25,7 +25,7 @@ class Screen:
             each.close()
 
     def atom(self, name):
-        return self.display.intern_atom(name)
+        return self.display.get_atom(name)  # from the library's cache, unlike intern_atom
 
     # ---- the window manager ----
 
