@@ -91,7 +91,7 @@ def test_the_package_recommends_what_the_debian_package_does(system, deb):
 
 
 def test_the_version_of_the_spec_is_that_of_the_program():
-    shown = spec("Fedora", "-q", "--queryformat", "%{VERSION}-%{RELEASE} %{URL} %{LICENSE}")
+    shown = spec("Fedora", "-q", "--srpm", "--queryformat", "%{VERSION}-%{RELEASE} %{URL} %{LICENSE}")
     assert shown == f"{version()}-1 https://quillbox.org/helper MIT"
     assert f"--prefix=quillbox-helper-{version()}/" in content("packaging/rpm/quillbox-helper.spec")
 
@@ -112,7 +112,7 @@ def test_rpmlint_has_nothing_to_say_about_the_spec():
 def built(tmp_path_factory):
     """The package that rpmbuild makes of the source tree. Debian has no database of RPM packages, so
     it cannot look for those that the build requires; the libraries are here."""
-    need("rpmbuild", "desktop-file-validate", "appstream-util")
+    need("rpmbuild", "find-debuginfo", "eu-strip", "desktop-file-validate", "appstream-util")
     top = tmp_path_factory.mktemp("rpmbuild")
     tree = top / f"quillbox-helper-{version()}"
     copy_source(tree)
@@ -126,7 +126,7 @@ def built(tmp_path_factory):
         env=os.environ | {"CCACHE_DISABLE": "1"},
     )
     assert done.returncode == 0, done.stdout[-3000:] + done.stderr[-3000:]
-    (path,) = top.glob("RPMS/*/*.rpm")
+    (path,) = top.glob("RPMS/*/quillbox-helper-[0-9]*.rpm")
     return path, done.stdout + done.stderr
 
 
@@ -176,6 +176,17 @@ def test_the_flags_of_the_distribution_hold(built):
     assert "-D_FORTIFY_SOURCE=3" in compiled
     assert "-D_FORTIFY_SOURCE=2" not in compiled
     assert "-DNDEBUG" in compiled
+
+
+@pytest.mark.long
+def test_the_debug_packages_have_the_symbols_and_the_sources(built):
+    path, _ = built
+    (symbols,) = path.parent.glob("quillbox-helper-debuginfo-*.rpm")
+    listed = query(symbols, "--list")
+    for name in PROGRAMS:
+        assert any(x.startswith(f"/usr/lib/debug/usr/{name}-") for x in listed), name
+    (sources,) = path.parent.glob("quillbox-helper-debugsource-*.rpm")
+    assert any(x.endswith("/app/main.cpp") for x in query(sources, "--list"))
 
 
 @pytest.mark.long
