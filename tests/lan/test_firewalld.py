@@ -103,6 +103,7 @@ def test_a_zone_that_lets_multicast_dns_in(lan, computer, service, services, for
     assert carries(lan.host("other"), computer, phone) == for_others
 
 
+@pytest.mark.slow
 def test_the_zone_public_keeps_the_phone_out_until_mdns_is_added(lan, computer, service):
     own_name_of_firewalld(computer)
     set_zone(computer, PUBLIC)
