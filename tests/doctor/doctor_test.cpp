@@ -306,13 +306,6 @@ const std::vector<Case>& cases()
          "(TCP 61000 to 64999): 'sudo firewall-cmd --permanent --add-port=61000-64999/tcp', 'sudo "
          "firewall-cmd --reload'.",
          ""},
-        {"firewalldKeepsOutOfMulticast",
-         [](auto& f) {
-             changeMulticast(f, kDeaf);
-             f.system.firewall.firewalld = Seen::Yes;
-         },
-         "multicast", Result::Fail, "nothing arrives",
-         "'sudo firewall-cmd --permanent --add-service=mdns', 'sudo firewall-cmd --reload'"},
         {"firewalldKeepsOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
