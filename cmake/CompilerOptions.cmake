@@ -48,8 +48,9 @@ if(QUILLBOX_SANITIZE)
         target_compile_options(quillbox_options INTERFACE -Wno-array-bounds -Wno-stringop-overflow
                                                           -Wno-maybe-uninitialized)
     endif()
-else()
-    # The sanitizers check more than fortified functions do, and the two do not mix.
+elseif(NOT CMAKE_CXX_FLAGS MATCHES "_FORTIFY_SOURCE")
+    # Distributions set the level in their own flags. The sanitizers check more than fortified
+    # functions do, and the two do not mix.
     target_compile_definitions(quillbox_options
                                INTERFACE $<$<NOT:$<CONFIG:Debug>>:_FORTIFY_SOURCE=2>)
 endif()

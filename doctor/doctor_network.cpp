@@ -108,11 +108,17 @@ bool isJudged(const InterfaceFacts& interface)
 }
 
 /// Follows what the firewall allows.
-std::string forOthers()
+std::string forOthers(const FirewallFacts& firewall)
 {
-    return "; other computers can reach a relay only if its port is allowed as well (TCP "
-           + std::to_string(kServicePorts.first) + " to " + std::to_string(kServicePorts.last)
-           + ").";
+    const std::string first = std::to_string(kServicePorts.first);
+    const std::string last = std::to_string(kServicePorts.last);
+    const std::string text = "; other computers can reach a relay only if its port is allowed as "
+                             "well (TCP "
+                             + first + " to " + last + ")";
+    if (firewall.ufw == Seen::Yes)
+        return text + ": 'sudo ufw allow " + first + ':' + last + "/tcp'.";
+    return text + ": 'sudo firewall-cmd --permanent --add-port=" + first + '-' + last
+           + "/tcp', 'sudo firewall-cmd --reload'.";
 }
 
 /// How many of the queries that were sent came back in: the firewall treats them like those of
@@ -141,7 +147,7 @@ Finding keeperFinding(const SystemFacts& system, const std::string& name)
     const std::string advice = howToLetMulticastDnsIn(system.firewall);
     switch (letIn(system)) {
     case LetIn::All:
-        return ok(kFirewall, name + " is on and allows multicast DNS" + forOthers());
+        return ok(kFirewall, name + " is on and allows multicast DNS" + forOthers(system.firewall));
     case LetIn::Some:
         return warn(kFirewall, name + " is on and blocks some multicast DNS.", advice);
     case LetIn::Untried:

@@ -38,7 +38,8 @@ missing_commands() {
         case $list in
             build) set -- g++ cmake ninja pkg-config ;;
             test) set -- unshare nsenter ip dbus-daemon avahi-daemon avahi-browse smbd smbclient smbtorture ;;
-            package-tests) set -- dh lintian mandoc zsh fish debootstrap flatpak-builder appstreamcli ;;
+            package-tests) set -- dh lintian mandoc zsh fish debootstrap flatpak-builder appstreamcli rpmbuild \
+                rpmlint makepkg ;;
             bench) set -- haproxy nginx socat Xvfb openbox ;;
             package) set -- dh lintian xz ;;
             lint) set -- clang-format clang-tidy cppcheck shellcheck ;;

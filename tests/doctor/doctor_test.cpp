@@ -278,7 +278,9 @@ const std::vector<Case>& cases()
          },
          "firewall", Result::Ok, "ufw is on and allows multicast DNS", ""},
         {"ufwLetsIn", [](auto& f) { f.system.firewall.ufw = Seen::Yes; }, "firewall", Result::Ok,
-         "its port is allowed as well (TCP 61000 to 64999)", ""},
+         "only if its port is allowed as well (TCP 61000 to 64999): 'sudo ufw allow "
+         "61000:64999/tcp'.",
+         ""},
         {"ufwKeepsOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);
@@ -299,6 +301,11 @@ const std::vector<Case>& cases()
          "firewall", Result::Warn, "blocks some", "'sudo ufw allow 5353/udp'"},
         {"ufwUnknown", [](auto& f) { f.system.firewall.ufw = Seen::Unknown; }, "firewall",
          Result::Warn, "whether ufw is on", "'sudo ufw status'"},
+        {"firewalldLetsIn", [](auto& f) { f.system.firewall.firewalld = Seen::Yes; }, "firewall",
+         Result::Ok,
+         "(TCP 61000 to 64999): 'sudo firewall-cmd --permanent --add-port=61000-64999/tcp', 'sudo "
+         "firewall-cmd --reload'.",
+         ""},
         {"firewalldKeepsOut",
          [](auto& f) {
              changeMulticast(f, kDeaf);

@@ -184,23 +184,6 @@ def test_ufw(bare_computer):
     assert "'sudo ufw allow 5353/udp'" in found.advice("multicast")
 
 
-def test_firewalld(bare_computer):
-    bare_computer.start_bus()
-    name = "org.fedoraproject.FirewallD1"
-    script = (
-        "from gi.repository import Gio, GLib;"
-        f"Gio.bus_own_name(Gio.BusType.SYSTEM, '{name}', 0, None,"
-        " lambda *_: print('ready', flush=True), None); GLib.MainLoop().run()"
-    )
-    bare_computer.start([PYTHON, "-c", script]).wait_line(
-        lambda line: line.text == "ready", 10, what="firewalld"
-    )
-    filter_packets(bare_computer, "input udp dport 5353 drop")
-    found = doctor(bare_computer)
-    found.expect("firewall", FAIL, "firewalld is on and blocks multicast DNS")
-    assert "--add-service=mdns" in found.advice("firewall")
-
-
 # ---- DNS-SD engine ----
 
 

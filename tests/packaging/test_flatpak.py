@@ -1,8 +1,13 @@
 """The Flatpak manifest: that flatpak-builder accepts it, and that every permission has a reason."""
 
+import hashlib
+import io
 import json
 import os
 import re
+import tarfile
+import urllib.request
+from xml.etree import ElementTree
 
 import pytest
 from test_packaging import PACKAGING, ROOT, run, text_of
@@ -61,9 +66,48 @@ def test_no_permission_opens_more_than_the_program_uses():
 def test_what_is_fetched_is_named_to_the_byte():
     for module in manifest()["modules"]:
         for source in module["sources"]:
-            if source["type"] != "dir":
+            if source["type"] == "archive":
                 assert source["url"].startswith("https://")
                 assert re.fullmatch(r"[0-9a-f]{64}", source["sha256"])
+
+
+def avahi():
+    """The archive of Avahi's source, and the paths of the patches in their order."""
+    (module,) = (x for x in manifest()["modules"] if x["name"] == "avahi")
+    archive, patches = module["sources"]
+    return archive, [os.path.join(PACKAGING, "flatpak", x) for x in patches["paths"]]
+
+
+def test_avahi_is_built_with_the_corrections_of_its_known_faults():
+    _, patches = avahi()
+    named = {os.path.basename(x).removesuffix(".patch") for x in patches}
+    assert {f"CVE-2023-3{x}" for x in range(8469, 8474)} <= named
+    assert {"CVE-2021-3468", "CVE-2021-3502", "CVE-2023-1981"} <= named
+    folder = os.path.join(PACKAGING, "flatpak", "avahi")
+    assert sorted(patches) == sorted(os.path.join(folder, x) for x in os.listdir(folder))
+
+
+@pytest.mark.long
+def test_the_patches_apply_to_the_archive_that_is_fetched(tmp_path):
+    archive, patches = avahi()
+    with urllib.request.urlopen(archive["url"], timeout=60) as answer:
+        data = answer.read()
+    assert hashlib.sha256(data).hexdigest() == archive["sha256"]
+    with tarfile.open(fileobj=io.BytesIO(data)) as file:
+        file.extractall(tmp_path)
+    (source,) = tmp_path.iterdir()
+    for patch in patches:
+        run("patch", "-p1", "--fuzz=0", f"--input={patch}", cwd=source)
+
+
+def test_the_program_is_built_with_debug_information():
+    """flatpak-builder moves it into an extension of its own, which symbolises crashes."""
+    assert "-DCMAKE_BUILD_TYPE=RelWithDebInfo" in manifest()["modules"][-1]["config-opts"]
+
+
+def test_the_summary_fits_into_a_line_of_a_software_centre():
+    summary = ElementTree.fromstring(text_of(f"{NAME}.metainfo.xml")).findtext("summary")
+    assert len(summary) <= 35 and not summary.endswith(".")
 
 
 def test_the_flatpak_starts_what_is_installed():

@@ -276,6 +276,10 @@ def test_every_document_is_of_one_version_and_day():
     with open(os.path.join(ROOT, "packaging/quillbox-helper.1"), encoding="utf-8") as file:
         day, number = re.match(r'\.TH \S+ 1 (\S+) "Quillbox Helper ([\d.]+)"', file.read()).groups()
     found["manual page"] = (number, day)
+    with open(os.path.join(ROOT, "packaging/rpm/quillbox-helper.spec"), encoding="utf-8") as file:
+        spec = file.read()
+    day, number = re.search(r"\n%changelog\n\* (\w+ \w+ \d+ \d+) .* - ([\d.]+)-1\n", spec).groups()
+    found["RPM"] = (number, run("date", "--utc", f"--date={day}", "+%F").strip())
     changelog = os.path.join(ROOT, "debian/changelog")
     seconds = run("dpkg-parsechangelog", "-l", changelog, "-S", "Timestamp").strip()
     day = run("date", "--utc", f"--date=@{seconds}", "+%F").strip()
