@@ -24,7 +24,7 @@ for folder in bin lib libexec share; do cp -r "$installed/$folder" /usr/local; d
 } >/run/passwd
 mount --bind /run/passwd /etc/passwd
 # The system's service manager creates these at boot.
-mkdir -p /run/systemd/system /run/systemd/unit-root /run/user/4711
+mkdir -p /run/systemd/system /run/systemd/unit-root /run/systemd/mount-rootfs /run/user/4711
 chmod 700 /run/user/4711
 chown -R 4711:4711 /run/user/4711 "$home"
 exec "$@" setpriv --reuid 4711 --regid 4711 --clear-groups env -i HOME="$home" USER=somebody \
