@@ -37,9 +37,6 @@ Findings checkNames(const SystemFacts& system)
     const auto bad = system.statusHost.hasDesktop ? fail : warn;
     const std::string consequence =
         ", so file managers cannot open the phones that they list; \"Open in Finder\" can.";
-    const bool isUnanswered = names.isResolved == Seen::Unknown && !names.askedName.empty();
-    const std::string late = names.askedName + " is not resolved within seconds";
-    const std::string slow = ", so file managers open phones slowly.";
     switch (names.service.localNames()) {
     case LocalNames::Unknown:
         return {warn(kNames, "Could not determine how names that end in .local are resolved.",
@@ -57,23 +54,22 @@ Findings checkNames(const SystemFacts& system)
             return {bad(kNames, "Names that end in .local cannot be resolved" + consequence,
                         "avahi-daemon must be running, and the name service module installed: "
                             + packages.howToRunAvahiDaemon() + '.')};
-        if (isUnanswered)
-            return {warn(kNames, late + ", because no DNS server answers" + slow,
+        if (names.isResolved == Seen::Unknown && !names.askedName.empty())
+            return {warn(kNames,
+                         names.askedName
+                             + " is not resolved within seconds, because no DNS server answers, so "
+                               "file managers open phones slowly.",
                          "The name service asks a DNS server before it uses multicast DNS: check "
                          "the servers in /etc/resolv.conf.")};
         break;
     case LocalNames::Resolved:
-        if (names.isResolved == Seen::No)
-            return {bad(kNames,
-                        "systemd-resolved does not resolve names that end in .local" + consequence,
-                        packages.howToInstall({Package::LocalNames})
-                            + ", and write 'mdns4_minimal [NOTFOUND=return]' before 'resolve' in "
-                              "the line 'hosts:' of /etc/nsswitch.conf.")};
-        if (isUnanswered)
-            return {warn(kNames, late + " by systemd-resolved" + slow,
-                         "Look for the reason in 'resolvectl status' and in 'journalctl -u "
-                         "systemd-resolved'.")};
-        break;
+        return {bad(kNames,
+                    "systemd-resolved, which is asked for names that end in .local, ignores those "
+                    "that this computer gives the phones"
+                        + consequence,
+                    packages.howToInstall({Package::LocalNames})
+                        + ", and write 'mdns4_minimal [NOTFOUND=return]' before 'resolve' in the "
+                          "line 'hosts:' of /etc/nsswitch.conf.")};
     }
     if (names.isResolved == Seen::Yes)
         return {ok(kNames, names.askedName + " is resolved by multicast DNS.")};

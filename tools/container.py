@@ -73,14 +73,14 @@ def filter_program():
         instruction(RETURN, ERRNO | errno.EPERM),
         instruction(RETURN, ALLOW),
     ]
-    return b"".join(program)
+    return program
 
 
-def install_filter():
-    program = filter_program()
-    buffer = ctypes.create_string_buffer(program)
+def install(program):
+    """Installs a filter, a list of instructions, in this process."""
+    buffer = ctypes.create_string_buffer(b"".join(program))
     libc = ctypes.CDLL(None, use_errno=True)
-    header = struct.pack("HxxxxxxP", len(program) // 8, ctypes.addressof(buffer))
+    header = struct.pack("HxxxxxxP", len(program), ctypes.addressof(buffer))
     if libc.prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, ctypes.c_char_p(header), 0, 0) != 0:
         raise OSError(ctypes.get_errno(), "seccomp needs root")
 
@@ -88,7 +88,7 @@ def install_filter():
 def main():
     if len(sys.argv) < 2:
         sys.exit(__doc__)
-    install_filter()
+    install(filter_program())
     bounding_set = ",".join(["-all", *(f"+{name}" for name in CAPABILITIES)])
     options = [f"--bounding-set={bounding_set}", "--inh-caps=-all"]
     os.execvp("setpriv", ["setpriv", *options, "--", *sys.argv[1:]])

@@ -35,7 +35,7 @@ std::vector<InterfaceFacts> probeInterfaces(const std::string& type)
 
 } // namespace
 
-NameExamination examineNames(const NameService& service, bool isProgramRunning,
+NameExamination examineNames(const NameService& service, bool isAvahiRunning,
                              const std::string& ownName,
                              std::function<bool(const std::string&)> find,
                              std::chrono::steady_clock::time_point end)
@@ -43,7 +43,7 @@ NameExamination examineNames(const NameService& service, bool isProgramRunning,
     NameExamination result{.facts = {.service = service}};
     if (!service.isLocalOnly())
         return result;
-    if (!isProgramRunning) {
+    if (!isAvahiRunning) {
         result.facts.isResolved = Seen::No;
     } else if (!ownName.empty()) {
         result.facts.askedName = ownName;
@@ -73,7 +73,7 @@ Examination examineSystem(const std::string& phoneType)
     facts.packageManager = systemPackageManager();
     facts.avahi = avahi.take(end - kAnswerLimit, {});
     const NameService service = systemNameService();
-    auto names = examineNames(service, isAskedProgramRunning(service), facts.avahi.hostName,
+    auto names = examineNames(service, isAvahiAskedForNames(service), facts.avahi.hostName,
                               isNameFound, end);
     facts.names = std::move(names.facts);
     facts.interfaces = interfaces.take(end, {});

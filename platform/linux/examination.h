@@ -29,8 +29,9 @@ struct NameExamination {
 
 /// Whether names that end in ".local" are resolved. `find` looks up `ownName`, which is this
 /// computer's own name, or empty if it is not known, on another thread until `end`; not if a DNS
-/// server might be asked. `isProgramRunning`: whether the program that the name service asks runs.
-NameExamination examineNames(const NameService& service, bool isProgramRunning,
+/// server might be asked, or systemd-resolved. `isAvahiRunning`: whether the name service asks an
+/// avahi-daemon that is running.
+NameExamination examineNames(const NameService& service, bool isAvahiRunning,
                              const std::string& ownName,
                              std::function<bool(const std::string&)> find,
                              std::chrono::steady_clock::time_point end);

@@ -25,7 +25,8 @@ struct LinuxPlatform::Backends {
                                             std::move(daemonChanged)),
                           dnsSdQueue, *monitor, platform.log, platform.reach)),
           tcp(platform.pool, *dnsSd, *monitor, platform.reach),
-          locator(tcp.makeServiceLocator(platform.ownMainQueue, isAvahiAskedForNames))
+          locator(
+              tcp.makeServiceLocator(platform.ownMainQueue, [] { return isAvahiAskedForNames(); }))
     {
     }
 

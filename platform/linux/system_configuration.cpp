@@ -14,11 +14,9 @@ namespace quillbox {
 namespace {
 
 namespace fs = std::filesystem;
-using LocalNames = NameService::LocalNames;
 
-// The sockets through which libnss-mdns and nss-resolve ask.
+// The socket through which libnss-mdns asks.
 constexpr const char* kAvahiSocket = "/run/avahi-daemon/socket";
-constexpr const char* kResolvedSocket = "/run/systemd/resolve/io.systemd.Resolve";
 
 /// The text of the first of these files that there is; empty if there is none.
 std::string firstText(const fs::path& root, std::initializer_list<const char*> files)
@@ -53,24 +51,9 @@ NameService systemNameService(const fs::path& root)
     return NameService(firstText(root, {"etc/nsswitch.conf", "usr/etc/nsswitch.conf"}));
 }
 
-bool isAskedProgramRunning(const NameService& service)
+bool isAvahiAskedForNames(const NameService& service)
 {
-    switch (service.localNames()) {
-    case LocalNames::Avahi:
-        return isListening(kAvahiSocket);
-    case LocalNames::Resolved:
-        return isListening(kResolvedSocket);
-    case LocalNames::Unknown:
-    case LocalNames::Nowhere:
-        break;
-    }
-    return false;
-}
-
-bool isAvahiAskedForNames()
-{
-    const NameService service = systemNameService();
-    return service.localNames() == LocalNames::Avahi && isAskedProgramRunning(service);
+    return service.localNames() == NameService::LocalNames::Avahi && isListening(kAvahiSocket);
 }
 
 bool isNameFound(const std::string& name)

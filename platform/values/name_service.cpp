@@ -88,14 +88,13 @@ NameService::NameService(std::string_view configuration) : names(LocalNames::Now
     const auto steps = stepsOf(hostsLineIn(configuration));
     bool isAskedElsewhere = false;
     for (const Step& step : steps) {
-        if (step.module.starts_with("mdns"))
+        if (step.module.starts_with("mdns")) {
             names = LocalNames::Avahi;
-        else if (step.module == "resolve")
-            names = LocalNames::Resolved;
-        if (names != LocalNames::Nowhere) {
             isOnly = !isAskedElsewhere && (step.isLast || &step == &steps.back());
             return;
         }
+        if (step.module == "resolve")
+            names = LocalNames::Resolved;
         if (step.isLast)
             return;
         isAskedElsewhere = isAskedElsewhere || !isOfThisComputer(step.module);

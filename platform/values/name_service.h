@@ -9,12 +9,14 @@ namespace quillbox {
 /// that end in ".local". A value.
 class NameService final {
 public:
-    /// Where names are resolved by multicast DNS.
+    /// Who resolves names by multicast DNS.
     enum class LocalNames {
         Unknown,
         Nowhere,
-        Avahi,    ///< by libnss-mdns, which asks avahi-daemon
-        Resolved, ///< by systemd-resolved, if it is configured for multicast DNS
+        Avahi, ///< by libnss-mdns, which asks avahi-daemon
+        /// By systemd-resolved only, which ignores what other programs of this computer announce.
+        /// It knows the computer's own name without asking.
+        Resolved,
     };
 
     /// Whose configuration is not known.
@@ -23,11 +25,11 @@ public:
     /// As configured by the text of an nsswitch.conf(5).
     explicit NameService(std::string_view configuration);
 
-    /// The first of the modules that use multicast DNS, if the lookup gets that far.
+    /// As far as the lookup of an unknown name gets.
     LocalNames localNames() const { return names; }
 
-    /// Whether no DNS server is asked for a name, neither before nor after that module. Some module
-    /// after it may be, if the program that it asks is not running.
+    /// Whether avahi-daemon is asked and no DNS server, neither before nor after it. Some module
+    /// after it may be, if it is not running.
     bool isLocalOnly() const { return isOnly; }
 
     bool operator==(const NameService&) const = default;

@@ -460,20 +460,15 @@ const std::vector<Case>& cases()
          [](auto& f) {
              f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
          },
-         "host-names", Result::Ok, "pc.local is resolved by multicast DNS", ""},
-        {"namesThatResolvedDoesNotFind",
+         "host-names", Result::Fail, "systemd-resolved, which is asked for names",
+         "before 'resolve'"},
+        {"namesOfResolvedWithoutDesktop",
          [](auto& f) {
              f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
-             f.system.names.isResolved = Seen::No;
+             f.system.statusHost = {};
          },
-         "host-names", Result::Fail, "systemd-resolved does not resolve", "before 'resolve'"},
-        {"namesThatResolvedDoesNotFindInTime",
-         [](auto& f) {
-             f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
-             f.system.names.isResolved = Seen::Unknown;
-         },
-         "host-names", Result::Warn, "not resolved within seconds by systemd-resolved, so",
-         "resolvectl status"},
+         "host-names", Result::Warn, "ignores those that this computer gives the phones",
+         "libnss-mdns"},
         {"noStatusHost", [](auto& f) { f.system.statusHost.hasPanel = Seen::No; }, "status-icon",
          Result::Warn, "shows no status icons", "appindicator"},
         {"tray",

@@ -381,7 +381,7 @@ def names_slow_without_a_dns_server(computer, undo):
 
 def names_asked_of_resolved(computer, undo):
     computer.set_name_service("files resolve [!UNAVAIL=return] dns")
-    return "host-names", WARN, "systemd-resolved does not resolve", "before 'resolve'"
+    return "host-names", WARN, "systemd-resolved, which is asked", "before 'resolve'"
 
 
 def manual_mode(computer, undo):

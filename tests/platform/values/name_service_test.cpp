@@ -35,7 +35,7 @@ TEST(NameService, asksAvahiThroughEveryModuleOfMulticastDns)
             << module;
 }
 
-TEST(NameService, asksTheFirstModuleOfMulticastDnsThatIsReached)
+TEST(NameService, asksTheModulesThatAreReached)
 {
     // The defaults of Debian, Fedora and Arch.
     EXPECT_EQ(withHosts("files mdns4_minimal [NOTFOUND=return] dns").localNames(),
@@ -46,6 +46,10 @@ TEST(NameService, asksTheFirstModuleOfMulticastDnsThatIsReached)
               LocalNames::Avahi);
     EXPECT_EQ(withHosts("mymachines resolve [!UNAVAIL=return] files myhostname dns").localNames(),
               LocalNames::Resolved);
+
+    EXPECT_EQ(withHosts("files resolve dns").localNames(), LocalNames::Resolved);
+    EXPECT_EQ(withHosts("files resolve mdns4").localNames(), LocalNames::Avahi);
+    EXPECT_EQ(withHosts("resolve [!UNAVAIL=return] mdns4").localNames(), LocalNames::Resolved);
 
     EXPECT_EQ(withHosts("files dns mdns4").localNames(), LocalNames::Avahi);
     EXPECT_EQ(withHosts("files dns").localNames(), LocalNames::Nowhere);
@@ -59,15 +63,16 @@ TEST(NameService, asksTheFirstModuleOfMulticastDnsThatIsReached)
     EXPECT_EQ(withHosts("[NOTFOUND=return] mdns4 [").localNames(), LocalNames::Avahi);
 }
 
-TEST(NameService, isLocalOnlyWhereNoDnsServerIsAsked)
+TEST(NameService, isLocalOnlyWhereOnlyAvahiIsAsked)
 {
     for (const char* line :
          {"files mdns4_minimal [NOTFOUND=return] dns",
-          "files myhostname mdns_minimal [NOTFOUND=return] resolve dns", "files mdns4",
-          "mymachines resolve [!UNAVAIL=return] files myhostname dns"})
+          "files myhostname mdns_minimal [NOTFOUND=return] resolve dns", "files mdns4"})
         EXPECT_TRUE(withHosts(line).isLocalOnly()) << line;
-    for (const char* line : {"files mdns4_minimal dns", "files dns mdns4_minimal [NOTFOUND=return]",
-                             "files resolve dns", "files wins mdns4", "files dns", ""})
+    for (const char* line :
+         {"files mdns4_minimal dns", "files dns mdns4_minimal [NOTFOUND=return]",
+          "files resolve dns", "files resolve mdns4", "mymachines resolve [!UNAVAIL=return] dns",
+          "files wins mdns4", "files dns", ""})
         EXPECT_FALSE(withHosts(line).isLocalOnly()) << line;
 }
 
