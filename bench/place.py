@@ -5,6 +5,7 @@ import json
 
 import costs
 from relays import FILES_PORT, PHONES
+from rig.process import OutputEnded
 from wire import LOAD, LOAD_PORT, Desk, Station
 
 
@@ -143,9 +144,9 @@ class Transfer:
         """Whether there is a result within so many seconds."""
         try:
             self._result_line(within)
+        except OutputEnded:
+            raise
         except AssertionError:
-            if not self._client.running():
-                raise
             return False
         return True
 

@@ -89,7 +89,7 @@ python_tests() {
     shift 2
     local more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
-    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset" 3)" \
+    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset" 4)" \
         "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi

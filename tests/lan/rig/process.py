@@ -29,6 +29,10 @@ class Line:
         self.at = at
 
 
+class OutputEnded(AssertionError):
+    """No line is to come: both output streams have ended."""
+
+
 class Process:
     """A child process; threads read its output as it arrives and keep it. `popen` starts it; `process`
     is one that has been started already."""
@@ -70,8 +74,8 @@ class Process:
             return len(self.lines)
 
     def wait_line(self, accepts, timeout, since=0, what="a line"):
-        """Waits for the first line from `since` on that `accepts`; fails on timeout, or when both
-        output streams have ended."""
+        """Waits for the first line from `since` on that `accepts`; fails on timeout, or with
+        OutputEnded."""
         end = time.monotonic() + timeout
         with self._changed:
             while True:
@@ -80,8 +84,10 @@ class Process:
                         return line
                 left = end - time.monotonic()
                 if left <= 0 or self._open == 0:
-                    why = "ended" if self._open == 0 else f"printed none within {timeout:g} s"
-                    raise AssertionError(
+                    failure, why = AssertionError, f"printed none within {timeout:g} s"
+                    if self._open == 0:
+                        failure, why = OutputEnded, "ended"
+                    raise failure(
                         f"{what}: {os.path.basename(self.command[-1])} {why}; output:\n"
                         f"{self.output()}"
                     )

@@ -333,7 +333,7 @@ TEST_F(FolderShowingTest, opensWhatWasMountedBefore)
 
 TEST_F(FolderShowingTest, leavesTheFolderToAFileManagerThatHasNotAnsweredInTime)
 {
-    limit = 300ms;
+    limit = 1s;
     addFileManager(Manner::Silent);
     show();
     EXPECT_EQ(shownWith(), "the file manager, which has not answered yet");
