@@ -61,7 +61,7 @@ unit_tests() {
     shift
     local name="$preset unit tests" more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(--filter "$(joined '|' "${filters[@]}")"); fi
-    call_unit_tests "$name" --jobs "$(at_once "$preset" 6)" "${more[@]}" || code=$?
+    call_unit_tests "$name" --jobs "$(at_once "$preset" 4)" "${more[@]}" || code=$?
     # 1: tests have failed.
     if [ "$code" != 1 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
