@@ -49,11 +49,8 @@ is_worth_another_try() {
     [ "$failed" -ge 1 ] && [ "$failed" -le 5 ]
 }
 
-# How many tests run in parallel: so many for each processor, half as many under a sanitizer, which makes
-# them compute more. They wait for timers, networks and engines most of the time.
-at_once() {
-    if [ "$1" = release ]; then echo $(($(nproc) * $2)); else echo $(($(nproc) * $2 / 2)); fi
-}
+# How many tests run at once. They wait for timers, networks and engines most of the time.
+at_once=$(($(nproc) * 4))
 
 # The unit tests of one preset; further arguments are those of unit_tests.py.
 unit_tests() {
@@ -61,7 +58,7 @@ unit_tests() {
     shift
     local name="$preset unit tests" more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(--filter "$(joined '|' "${filters[@]}")"); fi
-    call_unit_tests "$name" --jobs "$(at_once "$preset" 4)" "${more[@]}" || code=$?
+    call_unit_tests "$name" --jobs "$at_once" "${more[@]}" || code=$?
     # 1: tests have failed.
     if [ "$code" != 1 ] || ! is_worth_another_try "$name"; then return "$code"; fi
     echo "---- $name, second try"
@@ -89,7 +86,7 @@ python_tests() {
     shift 2
     local more=("$@") code=0
     if [ "${#filters[@]}" -gt 0 ]; then more+=(-k "$(joined ' or ' "${filters[@]}")"); fi
-    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$(at_once "$preset" 4)" \
+    call_pytest --durations=5 --junit-xml="$results/$name.xml" --numprocesses "$at_once" \
         "${more[@]}" || code=$?
     # 5: no test has a name that the filters select.
     if [ "$code" = 5 ] && [ "${#filters[@]}" -gt 0 ]; then code=0; fi
