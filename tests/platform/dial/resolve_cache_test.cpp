@@ -74,8 +74,10 @@ protected:
 
     std::shared_ptr<void> read(Told& told, const ServiceEndpoint& service = kPhone)
     {
-        return cache->resolve(service, queue,
-                              [&told](const DnsSd::ResolveUpdate& update) { told.note(update); });
+        return cache->resolve(service, queue, [this, &told](const DnsSd::ResolveUpdate& update) {
+            EXPECT_TRUE(queue->isCurrent());
+            told.note(update);
+        });
     }
 
     /// Lets time pass.
