@@ -50,7 +50,7 @@ protected:
         findPhones({phoneNamed("Quillbox K\u00fcche"), phoneNamed("Quillbox Office")});
     }
 
-    FakeResolution& resolution() { return *network.resolutions.at(0); }
+    FakeDnsSd::Resolution resolution() { return network.dnsSd().resolutions().at(0); }
 
     std::vector<ControlAnswer> answers;
 };
@@ -210,8 +210,8 @@ TEST_F(AppDelegateControl, opensWebManagementAndTellsOnceItIsOpen)
     tell(encoded(ControlRequest{.command = ControlCommand::Manage, .phone = "Quillbox Office"}),
          "token");
     EXPECT_THAT(answers, IsEmpty());
-    EXPECT_EQ(network.resolutions.at(0)->service.name, "Quillbox Office");
-    resolution().finish({ipv4Address("192.0.2.9")}, 8443);
+    EXPECT_EQ(network.dnsSd().resolutions().at(0).request.service()->name, "Quillbox Office");
+    resolution().tell(found({{ipv4Address("192.0.2.9", 8443), 0}}));
     dispatch.runAll();
     EXPECT_THAT(answers, ElementsAre(ControlAnswer()));
     EXPECT_THAT(workspace.opened, ElementsAre("https://192.0.2.9:8443/"));
@@ -236,7 +236,7 @@ TEST_F(AppDelegateControl, tellsThatNoBrowserOpensWebManagement)
     findManagement({phoneNamed("Quillbox Office")});
     workspace.failure = "No browser";
     tell(encoded(ControlRequest{.command = ControlCommand::Manage}));
-    resolution().finish({ipv4Address("192.0.2.9")}, 8443);
+    resolution().tell(found({{ipv4Address("192.0.2.9", 8443), 0}}));
     dispatch.runAll();
     EXPECT_THAT(answers, ElementsAre(ControlAnswer{.outcome = ControlOutcome::Refused,
                                                    .text = "No browser"}));
@@ -278,7 +278,7 @@ TEST_F(AppDelegateControl, offersTheChoiceOfPhonesInTheWindowAndInTheAnswer)
     EXPECT_EQ(ask(ControlCommand::Manage, "Quillbox Cellar"),
               (ControlAnswer{.outcome = ControlOutcome::UnknownPhone,
                              .phones = {"Quillbox Attic", "Quillbox Office"}}));
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
 }
 
 TEST_F(AppDelegateControl, restarts)

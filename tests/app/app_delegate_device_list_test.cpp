@@ -250,8 +250,8 @@ TEST_F(DeviceList, aManageButtonAsksForThePageOfItsPhone)
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     findManagement({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
     rows()[1]->manageButton()->click();
-    ASSERT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(network.dnsSd().resolutions()[0].request.service()->name, "Quillbox B");
 }
 
 TEST_F(DeviceList, namesAreShownAsTheyAre)
@@ -438,7 +438,7 @@ TEST_F(DeviceList, aRedrawInTheMiddleOfAPressKeepsTheClick)
     ASSERT_TRUE(rows()[0]->manageButton()->isDown());
     EXPECT_EQ(QWidget::mouseGrabber(), rows()[0]->manageButton()) << "to get the release event";
     releasePointer(*rows()[0]->manageButton());
-    EXPECT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(network.dnsSd().resolutions().size(), 1U);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
     EXPECT_FALSE(QWidget::mouseGrabber());
 }
@@ -486,7 +486,7 @@ TEST_F(DeviceList, aPressThatLeavesTheNewButtonIsNone)
     QEvent leave(QEvent::Leave);
     QApplication::sendEvent(rows()[0]->manageButton(), &leave);
     EXPECT_FALSE(rows()[0]->manageButton()->isDown());
-    EXPECT_TRUE(network.resolutions.empty());
+    EXPECT_TRUE(network.dnsSd().resolutions().empty());
 }
 
 TEST_F(DeviceList, aRedrawFromWithinAClickIsHarmless)

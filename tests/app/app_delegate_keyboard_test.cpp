@@ -186,7 +186,7 @@ TEST_F(Keyboard, aRedrawBetweenPressAndReleaseOfSpaceKeepsTheClick)
     delegate->updateDeviceList();
     settle();
     release(*rows()[0]->manageButton(), Qt::Key_Space);
-    EXPECT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(network.dnsSd().resolutions().size(), 1U);
 }
 
 TEST_F(Keyboard, onlyAKeyThatDoesSomethingCountsAsHandled)

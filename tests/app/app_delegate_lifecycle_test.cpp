@@ -65,13 +65,14 @@ TEST_F(AppDelegateLifecycle, startsWithTheControlsOfAFirstLaunch)
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(delegate->relayTargets, IsEmpty());
     EXPECT_THAT(delegate->readyFinderNames, IsEmpty());
-    EXPECT_THAT(network.browses, IsEmpty());
+    EXPECT_THAT(network.dnsSd().browses(), IsEmpty());
 }
 
 TEST_F(AppDelegateLifecycle, browsesForPhonesAndThenForTheirManagement)
 {
     std::vector<std::string> log;
     network.log = &log;
+    network.dnsSd().observe([&log](const std::string& event) { log.push_back(event); });
     launch();
     EXPECT_THAT(log,
                 ElementsAre("browse.start _quillbox._tcp", "browse.start _quillbox-admin._tcp"));
@@ -115,7 +116,7 @@ TEST_F(AppDelegateLifecycle, aSecondCopyBringsTheFirstForwardAndEndsUntouched)
     EXPECT_EQ(terminations, 1);
     EXPECT_EQ(delegate->window, nullptr);
     EXPECT_EQ(delegate->statusItem, nullptr);
-    EXPECT_THAT(network.browses, IsEmpty());
+    EXPECT_THAT(network.dnsSd().browses(), IsEmpty());
     EXPECT_THAT(network.listeners, IsEmpty());
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(defaults.reads, IsEmpty());
@@ -404,8 +405,7 @@ TEST_F(AppDelegateLifecycle, terminationStopsDiscoveryAndThenTheRelays)
     launch();
     findPhones({phoneNamed("Quillbox A")});
     std::vector<std::string> log;
-    for (const auto& browse : network.browses)
-        browse->log = &log;
+    network.dnsSd().observe([&log](const std::string& event) { log.push_back(event); });
     network.listeners.back()->log = &log;
 
     delegate->applicationWillTerminate();
@@ -427,7 +427,7 @@ TEST_F(AppDelegateLifecycle, terminationCancelsAManagementLookup)
     delegate->managementResolver->start();
     delegate->applicationWillTerminate();
     dispatch.advance(std::chrono::seconds(10));
-    EXPECT_TRUE(network.resolutions.at(0)->isEnded);
+    EXPECT_TRUE(network.dnsSd().resolutions().at(0).isEnded());
     EXPECT_FALSE(isCompleted);
 }
 
@@ -439,8 +439,8 @@ TEST_F(AppDelegateLifecycle, reportsThatArriveAfterTheControllerHasGoneAreIgnore
     const auto management = delegate->managementDiscovery;
     const auto relay = delegate->relays.at("Quillbox A");
     ASSERT_TRUE(discovery->resultChanged && management->resultChanged && relay->statusChanged);
-    phoneBrowse().deliver({});
-    managementBrowse().deliver({});
+    phoneBrowse().tell(readyWith({}));
+    managementBrowse().tell(readyWith({}));
     network.listeners.back()->report(Listener::State::Ready);
     delegate = nullptr;
     dispatch.runAll();
@@ -454,7 +454,7 @@ TEST_F(AppDelegateLifecycle, startsHiddenUntilSomebodyAsksForTheWindow)
     launch();
     EXPECT_FALSE(delegate->window->isVisible());
     EXPECT_TRUE(windowPresence.permissions.empty());
-    EXPECT_EQ(phoneBrowse().cancels, 0);
+    EXPECT_FALSE(phoneBrowse().isEnded());
     delegate->showHelper();
     EXPECT_TRUE(delegate->window->isVisible());
 }

@@ -19,6 +19,7 @@ protected:
     AppDelegateOrder()
     {
         network.log = &log;
+        network.dnsSd().observe([this](const std::string& event) { log.push_back(event); });
         applications.log = &log;
         windowPresence.log = &log;
         defaults.log = &log;
@@ -67,14 +68,16 @@ TEST_F(AppDelegateOrder, endsASecondCopyAfterTheQueryForTheFirst)
 TEST_F(AppDelegateOrder, listensForPhonesBeforeItLooksForThem)
 {
     std::vector<std::string> unheard;
-    network.startingBrowse = [&](const std::string& type) {
+    network.dnsSd().observe([&](const std::string& event) {
+        if (!event.starts_with("browse.start"))
+            return;
         const auto& discovery =
-            type == kFileServiceType ? delegate->discovery : delegate->managementDiscovery;
+            event.ends_with(kFileServiceType) ? delegate->discovery : delegate->managementDiscovery;
         if (!discovery->resultChanged)
-            unheard.push_back(type);
-    };
+            unheard.push_back(event);
+    });
     launchAndWait();
-    EXPECT_EQ(network.browses.size(), 2U);
+    EXPECT_EQ(network.dnsSd().browses().size(), 2U);
     EXPECT_THAT(unheard, IsEmpty());
 }
 
@@ -123,9 +126,9 @@ TEST_F(AppDelegateOrder, shutsDownInAFixedOrder)
     dispatch.runAll();
     log.clear();
     delegate->applicationWillTerminate();
-    EXPECT_THAT(log,
-                ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
-                            "resolution.cancel", "relay"));
+    EXPECT_THAT(
+        log, ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
+                         "resolution.cancel " + phoneNamed("Quillbox A").description(), "relay"));
     dispatch.runAll();
     EXPECT_THAT(runningListeners(), IsEmpty());
 }

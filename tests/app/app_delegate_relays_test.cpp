@@ -307,7 +307,7 @@ TEST_F(AppDelegateRelays, aRelayThatWasReplacedIsNotTakenForItsSuccessor)
     launch();
     findPhones({phoneNamed("Quillbox A", "one")});
     // The relay becomes ready after the phone has moved, but before its stop takes effect.
-    phoneBrowse().deliver({phoneNamed("Quillbox A", "two")});
+    phoneBrowse().tell(readyWith({phoneNamed("Quillbox A", "two")}));
     runDiscovery();
     network.listeners.at(0)->report(Listener::State::Ready);
     dispatch.queue(dispatch.queueCount() - 1)->run();
@@ -321,7 +321,7 @@ TEST_F(AppDelegateRelays, aFailureOfARetiredRelayIsNotShown)
 {
     launch();
     findPhones({phoneNamed("Quillbox A"), phoneNamed("Quillbox B")});
-    phoneBrowse().deliver({phoneNamed("Quillbox A")});
+    phoneBrowse().tell(readyWith({phoneNamed("Quillbox A")}));
     runDiscovery();
     network.listeners.at(1)->report(Listener::State::Failed, failure);
     dispatch.queue(dispatch.queueCount() - 1)->run();

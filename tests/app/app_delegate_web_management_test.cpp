@@ -30,11 +30,14 @@ protected:
         markStatus();
     }
 
-    FakeResolution& resolution(std::size_t index) { return *network.resolutions.at(index); }
+    FakeDnsSd::Resolution resolution(std::size_t index)
+    {
+        return network.dnsSd().resolutions().at(index);
+    }
 
     void resolve(std::size_t index, const std::string& address, std::uint16_t port)
     {
-        resolution(index).finish({ipv4Address(address)}, port);
+        resolution(index).tell(found({{ipv4Address(address, port), 0}}));
         dispatch.runAll();
     }
 
@@ -56,8 +59,8 @@ TEST_F(AppDelegateWebManagement, resolvesTheOnePageAtOnce)
 {
     launchWithPages({adminNamed("Quillbox Office")});
     delegate->openManagement();
-    ASSERT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox Office"));
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(resolution(0).request, adminNamed("Quillbox Office"));
     EXPECT_THAT(workspace.opened, IsEmpty());
     EXPECT_TRUE(delegate->managementResolver);
 }
@@ -71,7 +74,7 @@ TEST_F(AppDelegateWebManagement, opensThePageAtItsAddressAndPort)
     EXPECT_TRUE(isStatusMarked()) << "success sets no status";
     EXPECT_EQ(workspace.beeps, 0);
     EXPECT_FALSE(delegate->managementResolver);
-    EXPECT_TRUE(resolution(0).isEnded);
+    EXPECT_TRUE(resolution(0).isEnded());
 }
 
 TEST_F(AppDelegateWebManagement, tellsWhenThePageCannotBeResolved)
@@ -91,7 +94,7 @@ TEST_F(AppDelegateWebManagement, tellsTheSameOfAPageWithoutAnAddress)
 {
     launchWithPages({adminNamed("Quillbox Office")});
     delegate->openManagement();
-    resolution(0).finish({}, 8443);
+    resolution(0).tell(found({}));
     failToResolve();
     EXPECT_EQ(statusText(), kNotResolved);
     EXPECT_THAT(workspace.opened, IsEmpty());
@@ -104,7 +107,7 @@ TEST_F(AppDelegateWebManagement, tellsAtOnceOfAnEndpointThatIsNoService)
     delegate->resolveManagement(HostEndpoint{"192.0.2.7", 443});
     EXPECT_EQ(statusText(), kNotResolved);
     EXPECT_FALSE(delegate->managementResolver);
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
 }
 
 TEST_F(AppDelegateWebManagement, canBeAskedAgainAfterAFailure)
@@ -122,9 +125,9 @@ TEST_F(AppDelegateWebManagement, actsOnTheSecondOfTwoRequestsOnly)
     launchWithPages({adminNamed("Quillbox A"), adminNamed("Quillbox B")});
     delegate->resolveManagement(adminNamed("Quillbox A"));
     // The answer to the first request is pending when the second is made.
-    resolution(0).finish({ipv4Address("192.0.2.1")}, 1);
+    resolution(0).tell(found({{ipv4Address("192.0.2.1", 1), 0}}));
     delegate->resolveManagement(adminNamed("Quillbox B"));
-    EXPECT_TRUE(resolution(0).isEnded);
+    EXPECT_TRUE(resolution(0).isEnded());
     dispatch.runAll();
     EXPECT_THAT(workspace.opened, IsEmpty());
     EXPECT_TRUE(isStatusMarked());
@@ -182,8 +185,8 @@ TEST_F(AppDelegateWebManagement, anItemResolvesThePhoneOfItsName)
     QAction item;
     item.setData(asData("Quillbox B"));
     delegate->openManagementMenu(item);
-    ASSERT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox B"));
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(resolution(0).request, adminNamed("Quillbox B"));
 }
 
 TEST_F(AppDelegateWebManagement, aButtonResolvesThePhoneOfItsName)
@@ -192,8 +195,8 @@ TEST_F(AppDelegateWebManagement, aButtonResolvesThePhoneOfItsName)
     QPushButton button;
     button.setProperty(AppDelegate::kManagementIdentifier, asData("Quillbox B"));
     delegate->openNamedManagement(button);
-    ASSERT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox B"));
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(resolution(0).request, adminNamed("Quillbox B"));
 }
 
 TEST_F(AppDelegateWebManagement, ofTwoPhonesOfOneNameTheFirstIsResolved)
@@ -203,9 +206,9 @@ TEST_F(AppDelegateWebManagement, ofTwoPhonesOfOneNameTheFirstIsResolved)
     item.setData(asData("Quillbox"));
     delegate->openManagementMenu(item);
     delegate->openManagementMenu(item);
-    ASSERT_EQ(network.resolutions.size(), 2U);
-    EXPECT_EQ(Endpoint(resolution(0).service), delegate->managementDevices.at(0).endpoint);
-    EXPECT_EQ(Endpoint(resolution(1).service), delegate->managementDevices.at(0).endpoint);
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 2U);
+    EXPECT_EQ(resolution(0).request, delegate->managementDevices.at(0).endpoint);
+    EXPECT_EQ(resolution(1).request, delegate->managementDevices.at(0).endpoint);
 }
 
 TEST_F(AppDelegateWebManagement, whereANameLeadsIsLookedUpAtTheClick)
@@ -215,8 +218,8 @@ TEST_F(AppDelegateWebManagement, whereANameLeadsIsLookedUpAtTheClick)
     button.setProperty(AppDelegate::kManagementIdentifier, asData("Quillbox A"));
     findManagement({adminNamed("Quillbox A", "example.org")});
     delegate->openNamedManagement(button);
-    ASSERT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox A", "example.org"));
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(resolution(0).request, adminNamed("Quillbox A", "example.org"));
 }
 
 TEST_F(AppDelegateWebManagement, aNameIsTheSameInEveryUnicodeForm)
@@ -225,8 +228,8 @@ TEST_F(AppDelegateWebManagement, aNameIsTheSameInEveryUnicodeForm)
     QAction item;
     item.setData(asData("Quillbox K\u00fcche"));
     delegate->openManagementMenu(item);
-    ASSERT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(Endpoint(resolution(0).service), adminNamed("Quillbox Ku\u0308che")) << "verbatim";
+    ASSERT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(resolution(0).request, adminNamed("Quillbox Ku\u0308che")) << "verbatim";
 }
 
 TEST_F(AppDelegateWebManagement, aPhoneThatHasLeftIsIgnored)
@@ -239,7 +242,7 @@ TEST_F(AppDelegateWebManagement, aPhoneThatHasLeftIsIgnored)
     findManagement({adminNamed("Quillbox B"), adminNamed("quillbox a")});
     delegate->openManagementMenu(item);
     delegate->openNamedManagement(button);
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
     EXPECT_TRUE(isStatusMarked());
     EXPECT_EQ(workspace.beeps, 0);
 }
@@ -253,7 +256,7 @@ TEST_F(AppDelegateWebManagement, anItemOrAButtonWithoutANameDoesNothing)
     delegate->openNamedManagement(button);
     item.setData(QPoint(1, 1));
     delegate->openManagementMenu(item);
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
     EXPECT_TRUE(isStatusMarked());
 }
 
@@ -272,7 +275,7 @@ TEST_F(AppDelegateWebManagement, theEndOfTheProgramCancelsTheRequest)
     launchWithPages({adminNamed("Quillbox")});
     delegate->openManagement();
     delegate->applicationWillTerminate();
-    EXPECT_TRUE(resolution(0).isEnded);
+    EXPECT_TRUE(resolution(0).isEnded());
     dispatch.advance(kResolutionLimit);
     EXPECT_TRUE(isStatusMarked());
 }
@@ -283,7 +286,7 @@ TEST_F(AppDelegateWebManagement, anAnswerFindsNoControllerThatIsGone)
     delegate->openManagement();
     // Keeps the resolver alive longer than the controller.
     const auto held = delegate->managementResolver;
-    resolution(0).finish({ipv4Address("192.0.2.7")}, 8443);
+    resolution(0).tell(found({{ipv4Address("192.0.2.7", 8443), 0}}));
     delegate = nullptr;
     dispatch.runAll();
     EXPECT_THAT(workspace.opened, IsEmpty());

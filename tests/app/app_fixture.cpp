@@ -9,6 +9,7 @@ namespace quillbox {
 
 void AppFixture::create(const std::optional<std::string>& bundleIdentifier)
 {
+    earlierBrowses = network.dnsSd().browses().size();
     delegate = std::make_unique<AppDelegate>(AppEnvironment{
         .dispatch = dispatch,
         .network = network,
@@ -51,13 +52,13 @@ Endpoint AppFixture::phoneNamed(const std::string& name, const std::string& doma
 
 void AppFixture::findPhones(const std::vector<Endpoint>& phones)
 {
-    phoneBrowse().deliver(phones);
+    phoneBrowse().tell(readyWith(phones));
     dispatch.runAll();
 }
 
 void AppFixture::findManagement(const std::vector<Endpoint>& phones)
 {
-    managementBrowse().deliver(phones);
+    managementBrowse().tell(readyWith(phones));
     dispatch.runAll();
 }
 

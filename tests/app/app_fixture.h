@@ -14,6 +14,7 @@
 
 #include <QEvent>
 #include <QObject>
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -59,8 +60,12 @@ protected:
 
     static Endpoint phoneNamed(const std::string& name, const std::string& domain = "local");
 
-    FakeBrowse& phoneBrowse() { return *network.browses.at(0); }
-    FakeBrowse& managementBrowse() { return *network.browses.at(1); }
+    /// The browses of the last controller.
+    FakeDnsSd::Browse phoneBrowse() { return network.dnsSd().browses().at(earlierBrowses); }
+    FakeDnsSd::Browse managementBrowse()
+    {
+        return network.dnsSd().browses().at(earlierBrowses + 1);
+    }
 
     /// Makes discovery report exactly these phones.
     void findPhones(const std::vector<Endpoint>& phones);
@@ -103,6 +108,7 @@ protected:
     bool startsHidden = false;
     bool hasDisplay = true;
     int terminations = 0;
+    std::size_t earlierBrowses = 0;
     std::unique_ptr<AppDelegate> delegate;
 };
 

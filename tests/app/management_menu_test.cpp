@@ -107,7 +107,7 @@ TEST_F(WebManagement, withoutAPageAnAlertTellsHowToEnableOne)
     EXPECT_EQ(alert().informativeText(),
               QStringLiteral("In Quillbox, open Users and turn on Enable web management for your "
                              "SMB account. Start NAS, then return here."));
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
     EXPECT_FALSE(delegate->managementResolver);
     EXPECT_THAT(children<QMenu>(), IsEmpty());
     EXPECT_EQ(workspace.beeps, 0);
@@ -239,7 +239,7 @@ TEST_F(WebManagement, onePageNeedsNoMenuAndNoAlert)
     delegate->openManagement();
     EXPECT_THAT(children<QMenu>(), IsEmpty());
     EXPECT_THAT(children<QMessageBox>(), IsEmpty());
-    EXPECT_THAT(network.resolutions, SizeIs(1));
+    EXPECT_THAT(network.dnsSd().resolutions(), SizeIs(1));
 }
 
 TEST_F(WebManagement, severalPagesAreChosenFromAMenuInTheirOrder)
@@ -252,7 +252,7 @@ TEST_F(WebManagement, severalPagesAreChosenFromAMenuInTheirOrder)
     EXPECT_THAT(namesOf(menu()), ElementsAre("Quillbox A", "Quillbox B"));
     for (const QAction* item : menu().actions())
         EXPECT_TRUE(item->shortcut().isEmpty());
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
 }
 
 TEST_F(WebManagement, theMenuOpensAtThePointer)
@@ -278,8 +278,8 @@ TEST_F(WebManagement, anEntryShowsAHostileNameHarmlesslyAndKeepsItAsItIs)
                 ElementsAre("Quillbox A&&B\xef\xbf\xbd\xef\xbf\xbd<b>", "Quillbox C"));
     EXPECT_THAT(namesOf(menu()), ElementsAre(name, "Quillbox C"));
     menu().actions().at(0)->trigger();
-    ASSERT_THAT(network.resolutions, SizeIs(1));
-    EXPECT_EQ(network.resolutions[0]->service.name, name);
+    ASSERT_THAT(network.dnsSd().resolutions(), SizeIs(1));
+    EXPECT_EQ(network.dnsSd().resolutions()[0].request.service()->name, name);
 }
 
 TEST_F(WebManagement, aClickOnAnEntryResolvesThatPhone)
@@ -288,8 +288,8 @@ TEST_F(WebManagement, aClickOnAnEntryResolvesThatPhone)
     delegate->openManagement();
     const QPointer<QMenu> shown(&menu());
     click(*shown, shown->actionGeometry(shown->actions().at(1)).center());
-    ASSERT_THAT(network.resolutions, SizeIs(1));
-    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
+    ASSERT_THAT(network.dnsSd().resolutions(), SizeIs(1));
+    EXPECT_EQ(network.dnsSd().resolutions()[0].request.service()->name, "Quillbox B");
     settle();
     EXPECT_FALSE(shown) << "closes by itself, and is deleted";
 }
@@ -301,8 +301,8 @@ TEST_F(WebManagement, anEntryIsChosenWithTheKeyboardToo)
     press(menu(), Qt::Key_Down);
     press(menu(), Qt::Key_Down);
     press(menu(), Qt::Key_Return);
-    ASSERT_THAT(network.resolutions, SizeIs(1));
-    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
+    ASSERT_THAT(network.dnsSd().resolutions(), SizeIs(1));
+    EXPECT_EQ(network.dnsSd().resolutions()[0].request.service()->name, "Quillbox B");
 }
 
 TEST_F(WebManagement, aClickBesideTheMenuOrEscapeChoosesNothing)
@@ -316,7 +316,7 @@ TEST_F(WebManagement, aClickBesideTheMenuOrEscapeChoosesNothing)
     click(menu(), QPoint(-20, -20));
     settle();
     EXPECT_THAT(children<QMenu>(), IsEmpty());
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
 }
 
 TEST_F(WebManagement, twoPhonesOfOneNameAreTwoEntriesForTheFirst)
@@ -329,7 +329,7 @@ TEST_F(WebManagement, twoPhonesOfOneNameAreTwoEntriesForTheFirst)
         delegate->openManagement();
         EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox", "Quillbox"));
         menu().actions().at(entry)->trigger();
-        EXPECT_EQ(Endpoint(network.resolutions.back()->service), first);
+        EXPECT_EQ(network.dnsSd().resolutions().back().request, first);
         menu().close();
         settle();
     }
@@ -343,10 +343,10 @@ TEST_F(WebManagement, anEntryWhosePhoneLeftMeanwhileIsIgnored)
     findManagement({adminNamed("Quillbox B")});
     EXPECT_THAT(titlesOf(menu()), ElementsAre("Quillbox A", "Quillbox B")) << "as it was opened";
     menu().actions().at(0)->trigger();
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
     EXPECT_TRUE(isStatusMarked());
     menu().actions().at(1)->trigger();
-    EXPECT_THAT(network.resolutions, SizeIs(1));
+    EXPECT_THAT(network.dnsSd().resolutions(), SizeIs(1));
 }
 
 TEST_F(WebManagement, theMenuOutlivesEveryRedrawOfTheList)
@@ -372,7 +372,7 @@ TEST_F(WebManagement, theMenuOpensWhileTheWindowIsHidden)
     EXPECT_TRUE(menu().isVisible());
     EXPECT_FALSE(delegate->window->isVisible());
     menu().actions().at(1)->trigger();
-    EXPECT_EQ(network.resolutions.at(0)->service.name, "Quillbox B");
+    EXPECT_EQ(network.dnsSd().resolutions().at(0).request.service()->name, "Quillbox B");
 }
 
 /// Menus can be opened over the window only, as on Wayland.
@@ -509,8 +509,8 @@ TEST_F(WebManagementOverWindow, anEntryIsChosenWithTheKeysOfTheWindow)
     pressInWindow(Qt::Key_Down);
     pressInWindow(Qt::Key_Down);
     pressInWindow(Qt::Key_Return);
-    ASSERT_THAT(network.resolutions, SizeIs(1));
-    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
+    ASSERT_THAT(network.dnsSd().resolutions(), SizeIs(1));
+    EXPECT_EQ(network.dnsSd().resolutions()[0].request.service()->name, "Quillbox B");
     settle();
     EXPECT_THAT(children<QMenu>(), IsEmpty());
 }
@@ -521,8 +521,8 @@ TEST_F(WebManagementOverWindow, anEntryIsChosenWithAClick)
     delegate->openManagement();
     const QPointer<QMenu> shown(&menu());
     click(*shown, shown->actionGeometry(shown->actions().at(1)).center());
-    ASSERT_THAT(network.resolutions, SizeIs(1));
-    EXPECT_EQ(network.resolutions[0]->service.name, "Quillbox B");
+    ASSERT_THAT(network.dnsSd().resolutions(), SizeIs(1));
+    EXPECT_EQ(network.dnsSd().resolutions()[0].request.service()->name, "Quillbox B");
     EXPECT_FALSE(shown->isVisible());
     settle();
     EXPECT_FALSE(shown);
@@ -544,7 +544,7 @@ TEST_F(WebManagementOverWindow, escapeAClickInTheWindowAndAnotherWindowCloseTheM
         EXPECT_THAT(children<QMenu>(), IsEmpty()) << event->type();
         EXPECT_TRUE(delegate->window->isVisible()) << event->type();
     }
-    EXPECT_THAT(network.resolutions, IsEmpty());
+    EXPECT_THAT(network.dnsSd().resolutions(), IsEmpty());
 }
 
 TEST_F(WebManagement, aSecondMenuTakesThePlaceOfTheFirst)

@@ -99,9 +99,9 @@ TEST_F(StatusMenu, opensTheShareAndWebManagement)
     findManagement({phoneNamed("Quillbox")});
     entry(QStringLiteral("Open in Finder"))->trigger();
     EXPECT_THAT(workspace.opened, ElementsAre("smb://nas@Quillbox._smb._tcp.local/NAS"));
-    EXPECT_EQ(network.resolutions.size(), 0U);
+    EXPECT_EQ(network.dnsSd().resolutions().size(), 0U);
     entry(QStringLiteral("Open web management"))->trigger();
-    EXPECT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(network.dnsSd().resolutions().size(), 1U);
     EXPECT_EQ(workspace.opened.size(), 1U);
 }
 
@@ -128,7 +128,7 @@ TEST_F(StatusMenu, opensEverythingWithTheTokenThatThePanelPassedWithTheChoice)
     findManagement({phoneNamed("Quillbox")});
     choose(QStringLiteral("Open in Finder"), "share");
     choose(QStringLiteral("Open web management"), "page");
-    network.resolutions.front()->finish({ipv4Address("192.0.2.7")}, 8443);
+    network.dnsSd().resolutions().front().tell(found({{ipv4Address("192.0.2.7", 8443), 0}}));
     dispatch.runAll();
     EXPECT_THAT(workspace.permissions, ElementsAre("share", "page"));
 }

@@ -31,15 +31,18 @@ protected:
         return std::make_shared<ManagementResolver>(
             dispatch, network, endpoint, [this](const std::optional<std::string>& url) {
                 results.push_back(url);
-                wasEnded = network.resolutions.empty() || resolution().isEnded;
+                wasEnded = network.dnsSd().resolutions().empty() || resolution().isEnded();
             });
     }
 
-    FakeResolution& resolution() { return *network.resolutions.back(); }
+    FakeDnsSd::Resolution resolution() { return network.dnsSd().resolutions().back(); }
 
     void finish(const std::vector<SocketAddress>& addresses, std::uint16_t port = 443)
     {
-        resolution().finish(addresses, port);
+        std::vector<DnsSd::FoundAddress> withItsPort;
+        for (const SocketAddress& each : addresses)
+            withItsPort.push_back({withPort(each, port), 0});
+        resolution().tell(found(std::move(withItsPort)));
         dispatch.runAll();
     }
 
@@ -62,8 +65,8 @@ protected:
 
 TEST_F(ManagementResolverTest, resolvesTheServiceOnTheMainQueue)
 {
-    EXPECT_EQ(network.resolutions.size(), 1U);
-    EXPECT_EQ(resolution().service, kAdmin);
+    EXPECT_EQ(network.dnsSd().resolutions().size(), 1U);
+    EXPECT_EQ(resolution().request, kAdmin);
     EXPECT_EQ(resolution().queue, dispatch.mainQueue());
     EXPECT_THAT(results, IsEmpty());
 }
@@ -224,14 +227,14 @@ TEST_F(ManagementResolverTest, reportsNoneAtOnceForAnEndpointThatIsNoService)
     EXPECT_THAT(results, IsEmpty());
     other->start();
     EXPECT_THAT(results, ElementsAre(std::nullopt));
-    EXPECT_EQ(network.resolutions.size(), 1U);
+    EXPECT_EQ(network.dnsSd().resolutions().size(), 1U);
 }
 
 TEST_F(ManagementResolverTest, reportsNothingAfterItIsCancelled)
 {
     resolution().tell({.addresses = {kIPv4}});
     resolver->cancel();
-    EXPECT_TRUE(resolution().isEnded);
+    EXPECT_TRUE(resolution().isEnded());
     dispatch.advance(10s);
     EXPECT_THAT(results, IsEmpty());
 }
@@ -240,7 +243,7 @@ TEST_F(ManagementResolverTest, endsTheResolutionWhenItIsDropped)
 {
     resolution().tell({.addresses = {kIPv4}});
     resolver = nullptr;
-    EXPECT_TRUE(resolution().isEnded);
+    EXPECT_TRUE(resolution().isEnded());
     dispatch.advance(10s);
     EXPECT_THAT(results, IsEmpty());
 }
@@ -253,6 +256,7 @@ TEST_F(ManagementResolverTest, cancelsWithoutHavingStarted)
 
 TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
 {
+    resolver->cancel(); // a query for the same service
     enum class Case { Resolved, Failed, NoService };
     for (const auto each : {Case::Resolved, Case::Failed, Case::NoService}) {
         std::shared_ptr<ManagementResolver> owned;
@@ -271,7 +275,7 @@ TEST_F(ManagementResolverTest, mayBeDroppedFromItsOwnReport)
             });
         owned->start();
         if (each == Case::Resolved)
-            resolution().finish({ipv4Address("192.0.2.7")}, 443);
+            resolution().tell(found({kIPv4}));
         dispatch.advance(6s);
         EXPECT_EQ(owned, nullptr);
         EXPECT_TRUE(wasKept);

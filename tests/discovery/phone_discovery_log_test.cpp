@@ -35,13 +35,13 @@ protected:
 
     void find(const std::vector<Endpoint>& results)
     {
-        network.browses.back()->deliver(results);
+        network.dnsSd().browses().back().tell(readyWith(results));
         dispatch.runAll();
     }
 
     void report(State state, std::error_code error)
     {
-        network.browses.back()->report(state, error);
+        network.dnsSd().browses().back().tell({state, error, {}});
         dispatch.runAll();
     }
 

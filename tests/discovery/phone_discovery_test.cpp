@@ -24,7 +24,7 @@ class PhoneDiscoveryTest : public testing::Test {
 protected:
     PhoneDiscoveryTest()
     {
-        network.log = &log;
+        network.dnsSd().observe([this](const std::string& event) { log.push_back(event); });
         watch();
     }
 
@@ -35,12 +35,12 @@ protected:
         };
     }
 
-    FakeBrowse& browse() { return *network.browses.back(); }
+    FakeDnsSd::Browse browse() { return network.dnsSd().browses().back(); }
 
     std::vector<std::string> namesFor(const std::vector<Endpoint>& results)
     {
         discovery->start();
-        browse().deliver(results);
+        browse().tell(readyWith(results));
         dispatch.runAll();
         std::vector<std::string> names;
         for (const auto& device : lists.back())
@@ -68,26 +68,26 @@ TEST_F(PhoneDiscoveryTest, hasAUtilityQueueOfItsOwn)
     }
     discovery->start();
     other->start();
-    EXPECT_EQ(network.browses.at(0)->queue, dispatch.queue(0));
-    EXPECT_EQ(network.browses.at(1)->queue, dispatch.queue(1));
+    EXPECT_EQ(network.dnsSd().browses().at(0).queue, dispatch.queue(0));
+    EXPECT_EQ(network.dnsSd().browses().at(1).queue, dispatch.queue(1));
 }
 
 TEST_F(PhoneDiscoveryTest, browsesNothingBeforeItIsStarted)
 {
-    EXPECT_THAT(network.browses, IsEmpty());
+    EXPECT_THAT(network.dnsSd().browses(), IsEmpty());
 }
 
 TEST_F(PhoneDiscoveryTest, browsesItsTypeOnItsQueue)
 {
     discovery->start();
-    EXPECT_EQ(browse().type, "_quillbox._tcp");
+    EXPECT_EQ(browse().request, "_quillbox._tcp");
     EXPECT_EQ(browse().queue, dispatch.queue(0));
 }
 
 TEST_F(PhoneDiscoveryTest, reportsAnEmptyListWhenTheLastPhoneGoes)
 {
     EXPECT_THAT(namesFor({phone("Quillbox")}), ElementsAre("Quillbox"));
-    browse().deliver({});
+    browse().tell(readyWith({}));
     dispatch.runAll();
     EXPECT_THAT(lists.back(), IsEmpty());
     EXPECT_EQ(lists.size(), 2U);
@@ -157,7 +157,7 @@ TEST_F(PhoneDiscoveryTest, keepsTheOrderOfManyResultsOfOneName)
 TEST_F(PhoneDiscoveryTest, buildsEveryListAfresh)
 {
     namesFor({phone("Quillbox A"), phone("Quillbox B")});
-    browse().deliver({phone("Quillbox B")});
+    browse().tell(readyWith({phone("Quillbox B")}));
     dispatch.runAll();
     EXPECT_THAT(lists.back(), ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"}));
 }
@@ -165,7 +165,7 @@ TEST_F(PhoneDiscoveryTest, buildsEveryListAfresh)
 TEST_F(PhoneDiscoveryTest, reportsOnTheMainQueueOnly)
 {
     discovery->start();
-    browse().deliver({phone("Quillbox")});
+    browse().tell(readyWith({phone("Quillbox")}));
     dispatch.queue(0)->run();
     EXPECT_THAT(lists, IsEmpty());
     dispatch.main().run();
@@ -175,19 +175,19 @@ TEST_F(PhoneDiscoveryTest, reportsOnTheMainQueueOnly)
 TEST_F(PhoneDiscoveryTest, reportsOneEmptyListAndBrowsesNoMoreWhenBrowsingFails)
 {
     discovery->start();
-    browse().report(State::Failed, std::make_error_code(std::errc::not_supported));
+    browse().tell({State::Failed, std::make_error_code(std::errc::not_supported), {}});
     dispatch.advance(std::chrono::hours(1));
     ASSERT_EQ(lists.size(), 1U);
     EXPECT_THAT(lists.back(), IsEmpty());
-    EXPECT_EQ(network.browses.size(), 1U);
-    EXPECT_EQ(browse().cancels, 0);
+    EXPECT_EQ(network.dnsSd().browses().size(), 1U);
+    EXPECT_FALSE(browse().isEnded());
 }
 
 TEST_F(PhoneDiscoveryTest, reportsNoEmptyListBeforeThePhonesAreKnown)
 {
     discovery->start();
-    browse().report(State::Waiting, std::make_error_code(std::errc::network_down));
-    browse().deliver({});
+    browse().tell({State::Waiting, std::make_error_code(std::errc::network_down), {}});
+    browse().tell(readyWith({}));
     dispatch.runAll();
     EXPECT_THAT(lists, IsEmpty());
 }
@@ -195,8 +195,8 @@ TEST_F(PhoneDiscoveryTest, reportsNoEmptyListBeforeThePhonesAreKnown)
 TEST_F(PhoneDiscoveryTest, keepsTheListWhileTheEngineIsAway)
 {
     namesFor({phone("Quillbox")});
-    browse().report(State::Waiting, std::make_error_code(std::errc::network_down));
-    browse().deliver({phone("Quillbox")});
+    browse().tell({State::Waiting, std::make_error_code(std::errc::network_down), {}});
+    browse().tell(readyWith({phone("Quillbox")}));
     dispatch.runAll();
     EXPECT_EQ(lists.size(), 1U);
 }
@@ -219,7 +219,7 @@ TEST_F(PhoneDiscoveryTest, endsTheOldBrowseBeforeItStartsTheNew)
 TEST_F(PhoneDiscoveryTest, stillDeliversWhatTheOldBrowseHadQueued)
 {
     discovery->start();
-    browse().deliver({phone("Quillbox Old")});
+    browse().tell(readyWith({phone("Quillbox Old")}));
     discovery->start();
     dispatch.runAll();
     ASSERT_EQ(lists.size(), 1U);
@@ -229,12 +229,12 @@ TEST_F(PhoneDiscoveryTest, stillDeliversWhatTheOldBrowseHadQueued)
 TEST_F(PhoneDiscoveryTest, stillDeliversWhatWasUnderWayWhenItStops)
 {
     discovery->start();
-    browse().deliver({phone("Quillbox")});
+    browse().tell(readyWith({phone("Quillbox")}));
     dispatch.queue(0)->run();
     discovery->stop();
     dispatch.runAll();
     EXPECT_EQ(lists.size(), 1U);
-    EXPECT_EQ(browse().cancels, 1);
+    EXPECT_TRUE(browse().isEnded());
 }
 
 TEST_F(PhoneDiscoveryTest, stopsWithoutHavingStarted)
@@ -248,10 +248,10 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenNobodyListens)
 {
     discovery->resultChanged = nullptr;
     discovery->start();
-    browse().deliver({phone("Quillbox A")});
+    browse().tell(readyWith({phone("Quillbox A")}));
     EXPECT_NO_THROW(dispatch.runAll());
     watch();
-    browse().deliver({phone("Quillbox B")});
+    browse().tell(readyWith({phone("Quillbox B")}));
     dispatch.runAll();
     EXPECT_THAT(lists,
                 ElementsAre(ElementsAre(DiscoveredDevice{phone("Quillbox B"), "Quillbox B"})));
@@ -270,7 +270,7 @@ TEST_F(PhoneDiscoveryTest, keepsTheCallbackUntilItHasReturned)
         kept = !callback.expired();
     };
     discovery->start();
-    browse().deliver({phone("Quillbox")});
+    browse().tell(readyWith({phone("Quillbox")}));
     dispatch.runAll();
     EXPECT_TRUE(wasKept);
 }
@@ -278,11 +278,11 @@ TEST_F(PhoneDiscoveryTest, keepsTheCallbackUntilItHasReturned)
 TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)
 {
     discovery->start();
-    const auto orphaned = network.browses.back();
-    orphaned->deliver({phone("Quillbox")});
+    const auto orphaned = network.dnsSd().browses().back();
+    orphaned.tell(readyWith({phone("Quillbox")}));
     dispatch.queue(0)->run();
     discovery.reset();
-    orphaned->deliver({phone("Quillbox")});
+    orphaned.tell(readyWith({phone("Quillbox")}));
     dispatch.runAll();
     EXPECT_THAT(lists, IsEmpty());
 }
@@ -290,7 +290,7 @@ TEST_F(PhoneDiscoveryTest, dropsResultsWhenItIsGone)
 TEST_F(PhoneDiscoveryTest, tellsItsStory)
 {
     namesFor({phone("Quillbox Office"), phone("Printer")});
-    browse().report(State::Failed, std::make_error_code(std::errc::not_supported));
+    browse().tell({State::Failed, std::make_error_code(std::errc::not_supported), {}});
     dispatch.runAll();
     EXPECT_THAT(story.lines,
                 ElementsAre("discovery: _quillbox._tcp: browsing",

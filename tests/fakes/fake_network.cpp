@@ -1,6 +1,5 @@
 #include "tests/fakes/fake_network.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace quillbox {
@@ -19,18 +18,6 @@ public:
 
 private:
     const std::string text_;
-};
-
-/// Calls a function when it ends.
-class EndingSubscription final : public DnsSd::Subscription {
-public:
-    explicit EndingSubscription(std::function<void()> whenEnded) : ended(std::move(whenEnded)) {}
-    EndingSubscription(const EndingSubscription&) = delete;
-    EndingSubscription& operator=(const EndingSubscription&) = delete;
-    ~EndingSubscription() override { ended(); }
-
-private:
-    const std::function<void()> ended;
 };
 
 std::error_code cancelled()
@@ -210,32 +197,6 @@ void FakeListener::acceptAtOnce(std::shared_ptr<Connection> connection)
     connectionHandler_(std::move(connection));
 }
 
-void FakeBrowse::report(DnsSd::BrowseUpdate::State state, std::error_code error) const
-{
-    queue->async([call = handler, state, error] { call({state, error, {}}); });
-}
-
-void FakeBrowse::deliver(const std::vector<Endpoint>& services) const
-{
-    DnsSd::BrowseUpdate update{DnsSd::BrowseUpdate::State::Ready, {}, {}};
-    for (const Endpoint& each : services)
-        update.services.push_back(*each.service());
-    queue->async([call = handler, update = std::move(update)] { call(update); });
-}
-
-void FakeResolution::tell(const DnsSd::ResolveUpdate& update) const
-{
-    queue->async([call = handler, update] { call(update); });
-}
-
-void FakeResolution::finish(const std::vector<SocketAddress>& addresses, std::uint16_t port) const
-{
-    DnsSd::ResolveUpdate update{.isSettledIPv4 = true, .isSettledIPv6 = true};
-    for (const SocketAddress& each : addresses)
-        update.addresses.push_back({withPort(each, port), 0});
-    tell(update);
-}
-
 FakeNetwork::~FakeNetwork()
 {
     for (const auto& weak : made_) {
@@ -274,38 +235,6 @@ std::shared_ptr<Connection> FakeNetwork::makeConnection(const Endpoint& endpoint
     made_.push_back(connection);
     connections.push_back(connection);
     return connection;
-}
-
-std::unique_ptr<DnsSd::Subscription>
-FakeNetwork::browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                    std::function<void(const BrowseUpdate&)> handler)
-{
-    if (startingBrowse)
-        startingBrowse(type);
-    if (log)
-        log->push_back("browse.start " + type);
-    const auto made = std::make_shared<FakeBrowse>(
-        FakeBrowse{std::move(type), std::move(queue), std::move(handler), 0, log});
-    browses.push_back(made);
-    return std::make_unique<EndingSubscription>([made] {
-        if (made->log)
-            made->log->push_back("browse.cancel " + made->type);
-        ++made->cancels;
-    });
-}
-
-std::unique_ptr<DnsSd::Subscription>
-FakeNetwork::resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
-                     std::function<void(const ResolveUpdate&)> handler)
-{
-    const auto made = std::make_shared<FakeResolution>(
-        FakeResolution{*endpoint.service(), std::move(queue), std::move(handler), false, log});
-    resolutions.push_back(made);
-    return std::make_unique<EndingSubscription>([made] {
-        if (made->log)
-            made->log->emplace_back("resolution.cancel");
-        made->isEnded = true;
-    });
 }
 
 } // namespace quillbox

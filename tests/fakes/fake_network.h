@@ -1,8 +1,8 @@
 #pragma once
 
 #include "platform/network.h"
+#include "tests/fakes/fake_dns_sd.h"
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
@@ -112,37 +112,8 @@ private:
     NewConnectionHandler connectionHandler_;
 };
 
-/// A browse whose events come from a test. Outlives its subscription.
-class FakeBrowse final {
-public:
-    /// Queues a state, or a complete set.
-    void report(DnsSd::BrowseUpdate::State state, std::error_code error = {}) const;
-    void deliver(const std::vector<Endpoint>& services) const;
-
-    std::string type;
-    std::shared_ptr<DispatchQueue> queue;
-    std::function<void(const DnsSd::BrowseUpdate&)> handler;
-    int cancels = 0;
-    std::vector<std::string>* log = nullptr; ///< if set, records calls
-};
-
-/// A resolution whose results come from a test. Outlives its subscription.
-class FakeResolution final {
-public:
-    void tell(const DnsSd::ResolveUpdate& update) const;
-
-    /// Tells all addresses at once.
-    void finish(const std::vector<SocketAddress>& addresses, std::uint16_t port) const;
-
-    ServiceEndpoint service;
-    std::shared_ptr<DispatchQueue> queue;
-    std::function<void(const DnsSd::ResolveUpdate&)> handler;
-    bool isEnded = false;
-    std::vector<std::string>* log = nullptr; ///< if set, records its end
-};
-
 /// Makes the fakes above and keeps them for the test.
-class FakeNetwork final : public Network, private DnsSd {
+class FakeNetwork final : public Network {
 public:
     FakeNetwork() = default;
 
@@ -159,7 +130,7 @@ public:
                                            std::error_code& error) override;
     std::shared_ptr<Connection> makeConnection(const Endpoint& endpoint,
                                                const TcpParameters& parameters) override;
-    DnsSd& dnsSd() override { return *this; }
+    FakeDnsSd& dnsSd() override { return dnsSd_; }
     TrafficReport traffic() const override { return carried; }
 
     TrafficReport carried;
@@ -167,37 +138,12 @@ public:
     /// If set, makeListener fails with it.
     std::error_code listenerError;
 
-    /// If set, called with the type before a browse begins.
-    std::function<void(const std::string& type)> startingBrowse;
-
     std::vector<std::shared_ptr<FakeListener>> listeners;
     std::vector<std::shared_ptr<FakeConnection>> connections;
-    std::vector<std::shared_ptr<FakeBrowse>> browses;
-    std::vector<std::shared_ptr<FakeResolution>> resolutions;
     std::vector<std::string>* log = nullptr; ///< passed on to new objects; records new listeners
 
 private:
-    std::unique_ptr<Subscription> browse(std::string type, std::shared_ptr<DispatchQueue> queue,
-                                         std::function<void(const BrowseUpdate&)> handler) override;
-    std::unique_ptr<Subscription>
-    resolve(Endpoint endpoint, std::shared_ptr<DispatchQueue> queue,
-            std::function<void(const ResolveUpdate&)> handler) override;
-
-    // Nobody above the platform uses these.
-    std::unique_ptr<Subscription>
-    registerService(ServiceRegistration /*service*/, std::uint16_t /*port*/,
-                    std::shared_ptr<DispatchQueue> /*queue*/,
-                    std::function<void(const RegistrationUpdate&)> /*handler*/) override
-    {
-        return nullptr;
-    }
-    std::unique_ptr<Subscription>
-    findOwn(std::string /*name*/, std::string /*type*/, std::shared_ptr<DispatchQueue> /*queue*/,
-            std::function<void(const std::optional<OwnService>&)> /*handler*/) override
-    {
-        return nullptr;
-    }
-
+    FakeDnsSd dnsSd_;
     std::vector<std::weak_ptr<FakeConnection>> made_;
 };
 

@@ -60,22 +60,22 @@ TEST(Connector, dialsAnAddressAtOnceThatIsAnnouncedAgain)
         auto subject = harness.dial(kPhone);
         ASSERT_TRUE(harness.dnsSd.waitForCount(1, kPatience));
         // It waits for an address, without a timer.
-        harness.dnsSd.deliver(0, found({}));
+        harness.resolution().tell(found({}));
         ASSERT_TRUE(subject.log->waitFor(State::Waiting));
         // The address cannot be reached, but as another family is to come, this sets no timer
         // either: only the announcement of the address can cause the second attempt.
         auto update = found({{.address = ipv4Address("127.0.0.1", kPort), .interfaceIndex = 1}});
         update.isSettledIPv6 = false;
-        harness.dnsSd.deliver(0, update);
+        harness.resolution().tell(update);
         // The address book's queue first, then the connection's.
         std::promise<void> isTold;
-        harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+        harness.resolution().queue->async([&isTold] { isTold.set_value(); });
         isTold.get_future().wait();
         subject.settle();
         subject.settle();
         EXPECT_EQ(subject.log->count(State::Ready), 0U);
         setLoopbackUp(true);
-        harness.dnsSd.deliver(0, update);
+        harness.resolution().tell(update);
         EXPECT_TRUE(subject.log->waitFor(State::Ready));
         harness.pool.shutdown();
     });
@@ -109,9 +109,9 @@ TEST(Connector, beginsWithAShortPauseAgainAfterAChangeOfTheRecords)
         const auto update =
             found({{.address = ipv4Address("127.0.0.1", 4445), .interfaceIndex = 1}});
         for (int count = 0; count < 6; ++count) {
-            harness.dnsSd.deliver(0, update);
+            harness.resolution().tell(update);
             std::promise<void> isTold;
-            harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+            harness.resolution().queue->async([&isTold] { isTold.set_value(); });
             isTold.get_future().wait();
             subject.settle();
             subject.settle();

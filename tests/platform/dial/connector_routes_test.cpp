@@ -62,10 +62,10 @@ public:
         for (const int index : interfaces)
             addresses.push_back({.address = phone.address(), .interfaceIndex = index});
         EXPECT_TRUE(harness.dnsSd.waitForCount(1, kPatience));
-        harness.dnsSd.deliver(0, found(addresses));
+        harness.resolution().tell(found(addresses));
         // The address book's queue first, then the connection's.
         std::promise<void> isTold;
-        harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+        harness.resolution().queue->async([&isTold] { isTold.set_value(); });
         isTold.get_future().wait();
         subject.settle();
     }

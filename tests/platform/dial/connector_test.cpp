@@ -46,7 +46,7 @@ bool hasIPv6()
     return ::bind(probe.descriptor(), address.data(), address.size()) == 0;
 }
 
-bool waitForAsk(const ScriptedDnsSd& dnsSd)
+bool waitForAsk(const FakeDnsSd& dnsSd)
 {
     return dnsSd.waitForCount(1, kPatience);
 }
@@ -93,10 +93,10 @@ TEST(Connector, resolvesLocalNamesByDnsSd)
     const PeerListener phone;
     auto subject = harness.dial("My Phone.LOCAL.", phone.port());
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    const auto record = harness.dnsSd.record(0);
-    ASSERT_TRUE(record.endpoint && record.endpoint->host());
-    EXPECT_EQ(record.endpoint->host()->host, "My Phone.LOCAL");
-    harness.dnsSd.deliver(0, found({onLoopback(ipv4Address("127.0.0.1"))}));
+    const auto request = harness.resolution().request;
+    ASSERT_TRUE(request.host());
+    EXPECT_EQ(request.host()->host, "My Phone.LOCAL");
+    harness.resolution().tell(found({onLoopback(ipv4Address("127.0.0.1"))}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 
     auto without = harness.dial(".local", phone.port());
@@ -110,8 +110,8 @@ TEST(Connector, keepsWhatItResolvedForTheNext)
     const PeerListener phone;
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    EXPECT_EQ(harness.dnsSd.record(0).endpoint, kPhone);
-    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    EXPECT_EQ(harness.resolution().request, kPhone);
+    harness.resolution().tell(found({onLoopback(phone.address())}));
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
     EXPECT_EQ(harness.monitor.subscriberCount(), 0U);
     auto next = harness.dial(kPhone);
@@ -125,12 +125,12 @@ TEST(Connector, dialsNoAddressThatIsGoneSinceTheLastConnection)
     const PeerListener after("127.0.0.3");
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(0, found({onLoopback(before.address())}));
+    harness.resolution().tell(found({onLoopback(before.address())}));
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
     const auto old = before.accept();
-    harness.dnsSd.deliver(0, found({onLoopback(after.address())}));
+    harness.resolution().tell(found({onLoopback(after.address())}));
     std::promise<void> isTold;
-    harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+    harness.resolution().queue->async([&isTold] { isTold.set_value(); });
     isTold.get_future().wait();
     auto next = harness.dial(kPhone);
     ASSERT_TRUE(next.log->waitFor(State::Ready));
@@ -179,10 +179,10 @@ TEST(Connector, dialsNoOtherHostOnceItIsConnected)
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     const auto both = found({onLoopback(phone.address()), onLoopback(other.address())});
-    harness.dnsSd.deliver(0, both);
+    harness.resolution().tell(both);
     ASSERT_TRUE(subject.log->waitFor(State::Ready));
     EXPECT_TRUE(phone.isConnectedTo(kPatience));
-    harness.dnsSd.deliver(0, both);
+    harness.resolution().tell(both);
     EXPECT_FALSE(other.isConnectedTo(2 * AddressRace::kStagger));
     EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Ready}));
 }
@@ -254,9 +254,9 @@ TEST(Connector, letsNewAddressesJoinTheRace)
     const PeerListener phone("127.0.0.3");
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(0, found({onLoopback(stale.address())}));
+    harness.resolution().tell(found({onLoopback(stale.address())}));
     EXPECT_FALSE(subject.log->waitFor(State::Ready, kWatch));
-    harness.dnsSd.deliver(0, found({onLoopback(stale.address()), onLoopback(phone.address())}));
+    harness.resolution().tell(found({onLoopback(stale.address()), onLoopback(phone.address())}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
     EXPECT_EQ(subject.log->count(State::Waiting), 0U);
 }
@@ -325,11 +325,11 @@ TEST(Connector, waitsForTheOtherFamilyBeforeItFails)
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     auto update = found({onLoopback(ipv4Address("127.0.0.2", closedPort()))});
     update.isSettledIPv6 = false;
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
     update.addresses.push_back(onLoopback(phone.address()));
     update.isSettledIPv6 = true;
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 }
 
@@ -340,7 +340,7 @@ TEST(Connector, failsSoonAfterARefusalWhenNothingIsHeardOfTheOtherFamily)
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     auto update = found({onLoopback(ipv4Address("127.0.0.2", closedPort()))});
     update.isSettledIPv6 = false;
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     ASSERT_TRUE(subject.log->waitFor(State::Failed));
     EXPECT_EQ(subject.log->errorOf(State::Failed), std::errc::connection_refused);
 }
@@ -353,9 +353,9 @@ TEST(Connector, doesNotFailByARefusalOfAnAddressThatIsOnlyRemembered)
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     auto update = found({onLoopback(ipv4Address("127.0.0.2", closedPort()))});
     update.isSettledIPv4 = update.isSettledIPv6 = false;
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     EXPECT_FALSE(subject.log->waitFor(State::Failed, 700ms));
-    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    harness.resolution().tell(found({onLoopback(phone.address())}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
 }
 
@@ -367,10 +367,10 @@ TEST(Connector, doesNotFailByARefusalWhileAnAddressThatCameLaterIsTried)
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     auto update = found({onLoopback(ipv4Address("127.0.0.3", closedPort()))});
     update.isSettledIPv6 = false;
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     EXPECT_FALSE(subject.log->waitFor(State::Failed, kWatch));
     update.addresses.push_back(onLoopback(silent.address()));
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     EXPECT_FALSE(subject.log->waitFor(State::Failed, 700ms));
 }
 
@@ -381,7 +381,7 @@ TEST(Connector, waitsForTheOtherFamilyWhileAnAddressCannotBeReached)
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     auto update = found({onLoopback(unreachableAddress())});
     update.isSettledIPv4 = false;
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     EXPECT_FALSE(subject.log->waitFor(State::Failed, 700ms));
     EXPECT_EQ(subject.log->count(State::Waiting), 0U);
 }
@@ -392,10 +392,10 @@ TEST(Connector, waitsWhileThereIsNothingToResolveAndConnectsWhenThereIs)
     const PeerListener phone;
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(0, found({}));
+    harness.resolution().tell(found({}));
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
     EXPECT_TRUE(subject.log->errorOf(State::Waiting));
-    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    harness.resolution().tell(found({onLoopback(phone.address())}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready));
     EXPECT_EQ(subject.log->states(), (std::vector{State::Preparing, State::Waiting, State::Ready}));
 }
@@ -407,7 +407,7 @@ TEST(Connector, waitsWithTheEnginesErrorWhileNoEngineAnswers)
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
     DnsSd::ResolveUpdate update;
     update.error = std::make_error_code(std::errc::host_unreachable);
-    harness.dnsSd.deliver(0, update);
+    harness.resolution().tell(update);
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
     EXPECT_EQ(subject.log->errorOf(State::Waiting), std::errc::host_unreachable);
 }
@@ -431,9 +431,9 @@ TEST(Connector, connectsAfterRecordsChange)
     const PeerListener phone;
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(0, found({onLoopback(unreachableAddress())}));
+    harness.resolution().tell(found({onLoopback(unreachableAddress())}));
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
-    harness.dnsSd.deliver(0, found({onLoopback(phone.address())}));
+    harness.resolution().tell(found({onLoopback(phone.address())}));
     EXPECT_TRUE(subject.log->waitFor(State::Ready, 900ms)) << "at once, not after a pause";
 }
 
@@ -498,10 +498,10 @@ TEST(Connector, saysAgainWhyItWaitsWhenTheReasonChanges)
     harness.monitor.setRoutes(7, ipv4Address("192.0.2.7"), {OutgoingRoute::None});
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(0, found({}));
+    harness.resolution().tell(found({}));
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
-    harness.dnsSd.deliver(
-        0, found({{.address = ipv4Address("192.0.2.7", phone.port()), .interfaceIndex = 7}}));
+    harness.resolution().tell(
+        found({{.address = ipv4Address("192.0.2.7", phone.port()), .interfaceIndex = 7}}));
     const auto end = std::chrono::steady_clock::now() + kPatience;
     while (subject.log->count(State::Waiting) < 2 && std::chrono::steady_clock::now() < end)
         subject.settle();
@@ -520,9 +520,9 @@ TEST(Connector, dropsAConnectionThatANewRouteDiverted)
                                   {OutgoingRoute::Preferred, OutgoingRoute::None});
         auto subject = harness.dial(kPhone);
         ASSERT_TRUE(waitForAsk(harness.dnsSd));
-        harness.dnsSd.deliver(0, found({{.address = phone.address(), .interfaceIndex = 7}}));
+        harness.resolution().tell(found({{.address = phone.address(), .interfaceIndex = 7}}));
         std::promise<void> isTold;
-        harness.dnsSd.record(0).queue->async([&isTold] { isTold.set_value(); });
+        harness.resolution().queue->async([&isTold] { isTold.set_value(); });
         isTold.get_future().wait();
         subject.settle();
         // The kernel repeats the request after a second, and looks for its route again.
@@ -576,7 +576,7 @@ TEST(Connector, costsNothingWhileThePhoneIsUnknown)
     Harness harness;
     auto subject = harness.dial(kPhone);
     ASSERT_TRUE(waitForAsk(harness.dnsSd));
-    harness.dnsSd.deliver(0, found({}));
+    harness.resolution().tell(found({}));
     ASSERT_TRUE(subject.log->waitFor(State::Waiting));
     const auto before = processorTime();
     EXPECT_FALSE(subject.log->waitFor(State::Failed, 300ms));

@@ -74,8 +74,10 @@ protected:
 
     std::shared_ptr<void> read(Told& told, const ServiceEndpoint& service = kPhone)
     {
-        return cache->resolve(service, queue,
-                              [&told](const DnsSd::ResolveUpdate& update) { told.note(update); });
+        return cache->resolve(service, queue, [this, &told](const DnsSd::ResolveUpdate& update) {
+            EXPECT_TRUE(queue->isCurrent());
+            told.note(update);
+        });
     }
 
     /// Lets time pass.
@@ -87,7 +89,7 @@ protected:
     }
 
     DispatchPool pool;
-    ScriptedDnsSd dnsSd;
+    FakeDnsSd dnsSd;
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("readers", QualityOfService::UserInitiated);
     std::shared_ptr<ResolveCache> cache;
@@ -101,7 +103,7 @@ TEST_F(ResolveCacheTest, asksOnceForAllThatComeTogether)
     const auto two = read(second);
     EXPECT_EQ(dnsSd.count(), 1U);
     const auto update = found({foundAt("192.0.2.1")});
-    dnsSd.deliver(0, update);
+    dnsSd.resolutions().at(0).tell(update);
     ASSERT_TRUE(first.waitFor(1));
     ASSERT_TRUE(second.waitFor(1));
     EXPECT_EQ(first.at(0), update);
@@ -111,10 +113,10 @@ TEST_F(ResolveCacheTest, asksOnceForAllThatComeTogether)
 TEST_F(ResolveCacheTest, tellsLaterReadersAtOnceWhatItHeardLast)
 {
     auto one = read(first);
-    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
+    dnsSd.resolutions().at(0).tell(found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
     const auto update = found({foundAt("192.0.2.2")});
-    dnsSd.deliver(0, update);
+    dnsSd.resolutions().at(0).tell(update);
     ASSERT_TRUE(first.waitFor(2));
     one.reset();
     const auto two = read(second);
@@ -129,15 +131,15 @@ TEST_F(ResolveCacheTest, asksAnewWhenTheLastQuestionIsNotFreshAndTellsMeanwhileW
     const auto one = read(first);
     auto before = found({foundAt("192.0.2.1")});
     before.hosts = {{"phone.local", 4445}};
-    dnsSd.deliver(0, before);
+    dnsSd.resolutions().at(0).tell(before);
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     EXPECT_EQ(dnsSd.count(), 2U);
-    EXPECT_EQ(dnsSd.standing(), 1U);
+    EXPECT_EQ(active(dnsSd.resolutions()).size(), 1U);
     ASSERT_TRUE(second.waitFor(1));
     EXPECT_EQ(second.at(0), unsettled(before)) << "cached, hence not settled";
     const auto after = found({foundAt("192.0.2.2")});
-    dnsSd.deliver(1, after);
+    dnsSd.resolutions().at(1).tell(after);
     ASSERT_TRUE(second.waitFor(2));
     EXPECT_EQ(second.at(1), after);
     ASSERT_TRUE(first.waitFor(2));
@@ -148,13 +150,13 @@ TEST_F(ResolveCacheTest, keepsWhatItKnowsUntilTheNewQuestionIsAnswered)
 {
     open(0ms, ResolveCache::kKeepTime);
     const auto one = read(first);
-    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
+    dnsSd.resolutions().at(0).tell(found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     ASSERT_TRUE(second.waitFor(1));
-    dnsSd.deliver(1, unsettled(found({})));
+    dnsSd.resolutions().at(1).tell(unsettled(found({})));
     EXPECT_FALSE(second.waitFor(2, kWatch));
-    dnsSd.deliver(1, found({}));
+    dnsSd.resolutions().at(1).tell(found({}));
     ASSERT_TRUE(second.waitFor(2));
     EXPECT_EQ(second.at(1), found({})) << "nobody answered: it is gone";
     Told third;
@@ -166,15 +168,14 @@ TEST_F(ResolveCacheTest, ignoresALateAnswerToAnEarlierQuestion)
 {
     open(0ms, ResolveCache::kKeepTime);
     const auto one = read(first);
-    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
+    dnsSd.resolutions().at(0).tell(found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     ASSERT_TRUE(second.waitFor(1));
     // An update that was under way when the first query ended.
-    const auto late = dnsSd.record(0);
-    late.queue->async([&late] { late.resolved(found({foundAt("192.0.2.9")})); });
+    dnsSd.resolutions().at(0).tell(found({foundAt("192.0.2.9")}));
     const auto after = found({foundAt("192.0.2.2")});
-    dnsSd.deliver(1, after);
+    dnsSd.resolutions().at(1).tell(after);
     ASSERT_TRUE(second.waitFor(2));
     EXPECT_EQ(second.at(1), after);
 }
@@ -185,12 +186,12 @@ TEST_F(ResolveCacheTest, letsTheLastAddressesStandWhileNoEngineAnswers)
     const auto one = read(first);
     auto before = found({foundAt("192.0.2.1")});
     before.hosts = {{"phone.local", 4445}};
-    dnsSd.deliver(0, before);
+    dnsSd.resolutions().at(0).tell(before);
     ASSERT_TRUE(first.waitFor(1));
     const auto two = read(second);
     auto failure = found({});
     failure.error = std::make_error_code(std::errc::host_unreachable);
-    dnsSd.deliver(1, failure);
+    dnsSd.resolutions().at(1).tell(failure);
     ASSERT_TRUE(second.waitFor(2));
     EXPECT_EQ(second.at(1).error, failure.error);
     EXPECT_EQ(second.at(1).addresses, before.addresses);
@@ -202,7 +203,7 @@ TEST_F(ResolveCacheTest, tellsThatNoEngineAnswersWhenNothingIsKnown)
     const auto one = read(first);
     auto failure = unsettled(found({}));
     failure.error = std::make_error_code(std::errc::host_unreachable);
-    dnsSd.deliver(0, failure);
+    dnsSd.resolutions().at(0).tell(failure);
     ASSERT_TRUE(first.waitFor(1));
     EXPECT_EQ(first.at(0), failure);
 }
@@ -216,14 +217,14 @@ TEST_F(ResolveCacheTest, keepsServicesAndHostsApart)
         cache->resolve(HostEndpoint{.host = "Phone.local"}, queue,
                        [&third](const DnsSd::ResolveUpdate& update) { third.note(update); });
     ASSERT_EQ(dnsSd.count(), 3U);
-    EXPECT_EQ(dnsSd.record(2).endpoint, HostEndpoint{.host = "Phone.local"});
+    EXPECT_EQ(dnsSd.resolutions().at(2).request, HostEndpoint{.host = "Phone.local"});
     ServiceEndpoint elsewhere = kPhone;
     elsewhere.domain = "example.org";
     const auto four = read(first, elsewhere);
     EXPECT_EQ(dnsSd.count(), 4U);
-    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
-    dnsSd.deliver(1, found({foundAt("192.0.2.2")}));
-    dnsSd.deliver(2, found({foundAt("192.0.2.3")}));
+    dnsSd.resolutions().at(0).tell(found({foundAt("192.0.2.1")}));
+    dnsSd.resolutions().at(1).tell(found({foundAt("192.0.2.2")}));
+    dnsSd.resolutions().at(2).tell(found({foundAt("192.0.2.3")}));
     ASSERT_TRUE(first.waitFor(1) && second.waitFor(1) && third.waitFor(1));
     EXPECT_EQ(first.at(0).addresses.front(), foundAt("192.0.2.1"));
     EXPECT_EQ(second.at(0).addresses.front(), foundAt("192.0.2.2"));
@@ -235,7 +236,7 @@ TEST_F(ResolveCacheTest, tellsNothingToOneThatIsGone)
     auto one = read(first);
     const auto two = read(second);
     one.reset();
-    dnsSd.deliver(0, found({foundAt("192.0.2.1")}));
+    dnsSd.resolutions().at(0).tell(found({foundAt("192.0.2.1")}));
     ASSERT_TRUE(second.waitFor(1));
     EXPECT_FALSE(first.waitFor(1, 0ms));
 }
@@ -245,10 +246,10 @@ TEST_F(ResolveCacheTest, dropsAQuestionThatNobodyNeedsForAWhile)
     open(ResolveCache::kFreshTime, 20ms);
     auto one = read(first);
     const auto before = processorTime();
-    EXPECT_FALSE(dnsSd.waitForStanding(0, kWatch)) << "somebody reads";
+    EXPECT_FALSE(dnsSd.waitForActive(0, kWatch)) << "somebody reads";
     EXPECT_LT(processorTime() - before, kWatch / 4) << "it looks again only from time to time";
     one.reset();
-    EXPECT_TRUE(dnsSd.waitForStanding(0, kPatience));
+    EXPECT_TRUE(dnsSd.waitForActive(0, kPatience));
     const auto two = read(second);
     EXPECT_EQ(dnsSd.count(), 2U);
 }
@@ -269,9 +270,9 @@ TEST_F(ResolveCacheTest, saysNothingWhileOneFamilyMayStillHaveAddresses)
     const auto ask = read(first);
     auto update = found({});
     update.isSettledIPv6 = false;
-    dnsSd.deliver(0, update);
+    dnsSd.resolutions().at(0).tell(update);
     update = found({});
-    dnsSd.deliver(0, update);
+    dnsSd.resolutions().at(0).tell(update);
     ASSERT_TRUE(first.waitFor(1));
     EXPECT_EQ(first.at(0), update);
 }

@@ -53,14 +53,14 @@ protected:
 
     void tellOwn(const std::optional<DnsSd::OwnService>& service)
     {
-        dnsSd.ownQuestions().back().tell({service});
+        ownQueries().back().tell({service});
         dispatch.runAll();
     }
 
     void tellFound(const std::vector<DnsSd::FoundAddress>& addresses,
                    const std::vector<HostEndpoint>& hosts = {}, bool isSettled = true)
     {
-        dnsSd.resolutions().back().tell({addresses, isSettled, isSettled, {}, hosts});
+        resolutions().back().tell({addresses, isSettled, isSettled, {}, hosts});
         dispatch.runAll();
     }
 
@@ -80,6 +80,9 @@ protected:
             ipv6Address(text, isLinkLocal ? static_cast<std::uint32_t>(interfaceIndex) : 0, port),
             interfaceIndex};
     }
+
+    std::vector<FakeDnsSd::Resolution> resolutions() const { return active(dnsSd.resolutions()); }
+    std::vector<FakeDnsSd::OwnQuery> ownQueries() const { return active(dnsSd.ownQueries()); }
 
     using Answers = std::vector<std::optional<HostEndpoint>>;
 
@@ -107,10 +110,10 @@ protected:
 
 TEST_F(ServiceLocatorTest, looksInTheOwnBooksFirst)
 {
-    ASSERT_EQ(dnsSd.ownQuestions().size(), 1U);
-    EXPECT_EQ(dnsSd.ownQuestions().front().subject, "Quillbox Office._smb._tcp");
-    EXPECT_EQ(dnsSd.ownQuestions().front().queue, dispatch.mainQueue());
-    EXPECT_TRUE(dnsSd.resolutions().empty());
+    ASSERT_EQ(ownQueries().size(), 1U);
+    EXPECT_EQ(ownQueries().front().request, "Quillbox Office._smb._tcp");
+    EXPECT_EQ(ownQueries().front().queue, dispatch.mainQueue());
+    EXPECT_TRUE(resolutions().empty());
     EXPECT_TRUE(answers.empty());
 }
 
@@ -121,8 +124,8 @@ TEST_F(ServiceLocatorTest, tellsAnOwnServiceByTheNameOfItsHost)
     EXPECT_EQ(lookUps[0].name, kOwn.hostName);
     tellLookedUp({ipv4Address("10.0.0.1"), ipv4Address("127.23.4.5"), ipv6Address("fe80::1", 2)});
     EXPECT_EQ(answers, Answers{serverAt(kOwn.hostName, kServicePort)});
-    EXPECT_TRUE(dnsSd.resolutions().empty()) << "nobody on the network was asked";
-    EXPECT_TRUE(dnsSd.ownQuestions().empty());
+    EXPECT_TRUE(resolutions().empty()) << "nobody on the network was asked";
+    EXPECT_TRUE(ownQueries().empty());
 }
 
 TEST_F(ServiceLocatorTest, tellsAnOwnServiceByItsAddressWhereItsHostIsNotKnown)
@@ -199,7 +202,7 @@ TEST_F(ServiceLocatorTest, tellsTheAddressWhereASlowHostMayBeSomethingElse)
     answers.clear();
     locate("Other");
     tellOwn(std::nullopt);
-    dnsSd.resolutions().back().tell({{found("10.0.0.7")}, false, true, {}, {host}});
+    resolutions().back().tell({{found("10.0.0.7")}, false, true, {}, {host}});
     dispatch.runAll();
     dispatch.advance(kHostLimit);
     EXPECT_EQ(answers, inNumbers) << "not all of IPv4 is known";
@@ -288,9 +291,9 @@ TEST_F(ServiceLocatorTest, tellsTheAddressOfAnOwnServiceThatIsNotPublishedWhenTh
 TEST_F(ServiceLocatorTest, prefersItsOwnServiceToOneThatIsBeingResolved)
 {
     tellOwn(std::nullopt);
-    const FakeDnsSd::Resolution resolution = dnsSd.resolutions().front();
+    const FakeDnsSd::Resolution resolution = resolutions().front();
     tellOwn(kOwn);
-    EXPECT_TRUE(dnsSd.resolutions().empty());
+    EXPECT_TRUE(resolutions().empty());
     resolution.tell({{found("10.0.0.7")}, true, true, {}});
     dispatch.runAll();
     tellLookedUp({ipv4Address("10.0.0.1")});
@@ -300,16 +303,16 @@ TEST_F(ServiceLocatorTest, prefersItsOwnServiceToOneThatIsBeingResolved)
 TEST_F(ServiceLocatorTest, resolvesWhatIsNotItsOwn)
 {
     tellOwn(std::nullopt);
-    ASSERT_EQ(dnsSd.resolutions().size(), 1U);
-    EXPECT_EQ(dnsSd.resolutions().front().subject,
+    ASSERT_EQ(resolutions().size(), 1U);
+    EXPECT_EQ(resolutions().front().request,
               (ServiceEndpoint{"Quillbox Office", "_smb._tcp", "local"}));
-    EXPECT_EQ(dnsSd.resolutions().front().queue, dispatch.mainQueue());
+    EXPECT_EQ(resolutions().front().queue, dispatch.mainQueue());
     tellFound({found("10.0.0.7")}, {{"phone.local", kServicePort}});
     ASSERT_EQ(lookUps.size(), 1U);
     EXPECT_EQ(lookUps[0].name, "phone.local");
     tellLookedUp({ipv4Address("10.0.0.7")});
     EXPECT_EQ(answers, Answers{serverAt("phone.local", kServicePort)});
-    EXPECT_TRUE(dnsSd.resolutions().empty());
+    EXPECT_TRUE(resolutions().empty());
 }
 
 TEST_F(ServiceLocatorTest, tellsAnotherServiceByItsAddressWhereItsHostIsSomethingElse)
@@ -396,7 +399,7 @@ TEST_F(ServiceLocatorTest, givesASlowServiceAllItsTime)
 {
     tellOwn(std::nullopt);
     tellFound({});
-    dnsSd.resolutions().back().tell({{}, false, false, DnsSdError::EngineUnavailable});
+    resolutions().back().tell({{}, false, false, DnsSdError::EngineUnavailable});
     dispatch.advance(kSearchLimit - 1ms);
     EXPECT_TRUE(answers.empty());
     tellFound({found("10.0.0.7")});
@@ -418,8 +421,8 @@ TEST_F(ServiceLocatorTest, tellsNoneOfAServiceThatIsNotFoundInTime)
     tellOwn(std::nullopt);
     dispatch.advance(kSearchLimit);
     EXPECT_EQ(answers, Answers{std::nullopt});
-    EXPECT_TRUE(dnsSd.ownQuestions().empty());
-    EXPECT_TRUE(dnsSd.resolutions().empty());
+    EXPECT_TRUE(ownQueries().empty());
+    EXPECT_TRUE(resolutions().empty());
 }
 
 TEST_F(ServiceLocatorTest, isDoneInSixSecondsAtTheLatest)
@@ -435,8 +438,8 @@ TEST_F(ServiceLocatorTest, isDoneInSixSecondsAtTheLatest)
 TEST_F(ServiceLocatorTest, findsSeveralServicesAtOnce)
 {
     locate("Quillbox Kitchen");
-    ASSERT_EQ(dnsSd.ownQuestions().size(), 2U);
-    const FakeDnsSd::OwnQuestion office = dnsSd.ownQuestions().front();
+    ASSERT_EQ(ownQueries().size(), 2U);
+    const FakeDnsSd::OwnQuery office = ownQueries().front();
     tellOwn(DnsSd::OwnService{"kitchen.local", {"127.1.1.1", 1}, true});
     office.tell({kOwn});
     dispatch.runAll();
@@ -455,7 +458,7 @@ TEST_F(ServiceLocatorTest, isSilentOnceItIsDropped)
     tellLookedUp({ipv4Address("10.0.0.1")});
     dispatch.advance(10s);
     EXPECT_TRUE(answers.empty());
-    EXPECT_TRUE(dnsSd.ownQuestions().empty());
+    EXPECT_TRUE(ownQueries().empty());
 }
 
 TEST_F(ServiceLocatorTest, mayBeDroppedByACompletion)
@@ -476,8 +479,8 @@ TEST_F(ServiceLocatorTest, mayBeAskedAgainByACompletion)
     dispatch.runAll();
     tellOwn(kOwn);
     tellLookedUp({});
-    ASSERT_EQ(dnsSd.ownQuestions().size(), 2U);
-    EXPECT_EQ(dnsSd.ownQuestions().back().subject, "Again._smb._tcp");
+    ASSERT_EQ(ownQueries().size(), 2U);
+    EXPECT_EQ(ownQueries().back().request, "Again._smb._tcp");
 }
 
 } // namespace quillbox

@@ -10,7 +10,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string>
 #include <system_error>
 #include <utility>
@@ -39,15 +38,14 @@ protected:
     /// Says which phones there are.
     void browse(std::vector<ServiceEndpoint> services)
     {
-        dnsSd.browses().front().tell(
+        activeBrowse().tell(
             {.state = BrowseState::Ready, .error = {}, .services = std::move(services)});
     }
 
     /// Answers one of the questions for addresses, counted from 0 in the order of their start.
     void resolve(std::size_t question, const std::vector<DnsSd::FoundAddress>& addresses)
     {
-        std::next(dnsSd.resolutions().begin(), static_cast<std::ptrdiff_t>(question))
-            ->tell({.addresses = addresses, .error = {}});
+        resolutions().at(question).tell({.addresses = addresses, .error = {}});
     }
 
     PhonesFacts facts()
@@ -55,6 +53,9 @@ protected:
         dispatch.runAll();
         return survey.facts(monitor, std::chrono::seconds(20));
     }
+
+    FakeDnsSd::Browse activeBrowse() const { return active(dnsSd.browses()).at(0); }
+    std::vector<FakeDnsSd::Resolution> resolutions() const { return active(dnsSd.resolutions()); }
 
     FakeDispatch dispatch;
     FakeNetworkMonitor monitor;
@@ -64,9 +65,9 @@ protected:
 
 TEST_F(PhoneSurveyTest, knowsThatAnEngineIsUpFromItsFirstAnswer)
 {
-    EXPECT_EQ(dnsSd.browses().front().subject, kPhoneType);
+    EXPECT_EQ(activeBrowse().request, kPhoneType);
     EXPECT_EQ(facts().isEngineUp, Seen::No);
-    dnsSd.browses().front().tell(
+    activeBrowse().tell(
         {.state = BrowseState::Waiting, .error = {}, .services = {phone("Office")}});
     EXPECT_EQ(facts().isEngineUp, Seen::No);
     EXPECT_TRUE(facts().phones.empty());
@@ -82,12 +83,11 @@ TEST_F(PhoneSurveyTest, saysWhereAPhoneIsAndWhetherItsPortIsOpen)
     const std::uint16_t port = localPort(listener);
     browse({phone("Office")});
     dispatch.runAll();
-    ASSERT_EQ(dnsSd.resolutions().size(), 1U);
-    EXPECT_EQ(dnsSd.resolutions().front().subject, phone("Office"));
-    dnsSd.resolutions().front().tell(
-        {.addresses = {{ipv4Address("127.0.0.1", port), kLoopbackInterface}},
-         .error = {},
-         .hosts = {{"one.local", port}, {"two.local", port}}});
+    ASSERT_EQ(resolutions().size(), 1U);
+    EXPECT_EQ(resolutions().front().request, phone("Office"));
+    resolutions().front().tell({.addresses = {{ipv4Address("127.0.0.1", port), kLoopbackInterface}},
+                                .error = {},
+                                .hosts = {{"one.local", port}, {"two.local", port}}});
     const auto found = facts().phones;
     ::close(listener);
     ASSERT_EQ(found.size(), 1U);
@@ -135,7 +135,7 @@ TEST_F(PhoneSurveyTest, asksForTheFirst32Phones)
     const auto found = facts().phones;
     ASSERT_EQ(found.size(), 32U);
     EXPECT_EQ(found.back().name, "31");
-    EXPECT_EQ(dnsSd.resolutions().size(), 32U);
+    EXPECT_EQ(resolutions().size(), 32U);
 }
 
 TEST_F(PhoneSurveyTest, keepsTheAddressesOfAPhoneWhenAnotherComes)
@@ -160,7 +160,7 @@ TEST_F(PhoneSurveyTest, ignoresAnAnswerForAPhoneThatHasLeft)
     ASSERT_EQ(found.size(), 1U);
     EXPECT_EQ(found[0].name, "Kitchen");
     EXPECT_TRUE(found[0].addresses.empty());
-    EXPECT_EQ(dnsSd.resolutions().size(), 1U);
+    EXPECT_EQ(resolutions().size(), 1U);
 }
 
 } // namespace

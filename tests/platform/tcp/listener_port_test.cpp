@@ -59,10 +59,10 @@ public:
     /// Starts the listener; returns the port with which it is registered.
     std::uint16_t start(const std::shared_ptr<Listener>& listener)
     {
-        const auto index = harness.dnsSd.count();
+        const auto index = harness.dnsSd.registrations().size();
         onQueue([&] { listener->start(queue); });
         EXPECT_TRUE(harness.dnsSd.waitForCount(index + 1, kPatience));
-        return harness.dnsSd.record(index).port;
+        return harness.dnsSd.registrations().at(index).request.port;
     }
 
     std::uint16_t start(const std::string& name) { return start(make(name)); }
@@ -254,7 +254,7 @@ TEST(ListenerPort, isAwaitedIfAnEarlierListenerOfTheServiceIsAboutToCloseIt)
         EXPECT_EQ(program.harness.dnsSd.count(), 1U);
         program.onQueue([&] { earlier->cancel(); });
         ASSERT_TRUE(program.harness.dnsSd.waitForCount(2, kPatience));
-        EXPECT_EQ(program.harness.dnsSd.record(1).port, port);
+        EXPECT_EQ(program.harness.dnsSd.registrations().at(1).request.port, port);
         program.onQueue([] {});
         EXPECT_EQ(program.harness.dnsSd.count(), 2U);
         EXPECT_EQ(listeningPorts(), std::multiset{port});
@@ -337,7 +337,7 @@ TEST_F(Backstage, aListenerRefusesItsOwnPortForDialling)
         makeTcpListener(context, {.allowLocalEndpointReuse = true}, kAnyPort, error);
     listener->setService({.name = kName, .type = "_smb._tcp"});
     onQueue([&] { listener->start(queue); });
-    const auto port = dnsSd.record(0).port;
+    const auto port = dnsSd.registrations().at(0).request.port;
     EXPECT_TRUE(context->ownPorts.contains(port));
     onQueue([&] { listener->cancel(); });
     EXPECT_FALSE(context->ownPorts.contains(port));

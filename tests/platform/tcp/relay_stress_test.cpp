@@ -302,7 +302,7 @@ public:
         std::error_code error;
         listener_ = network_.makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
         EXPECT_FALSE(error);
-        const auto index = harness.dnsSd.count();
+        const auto index = harness.dnsSd.registrations().size();
         listener_->setService(
             {.name = harness.serviceName + ' ' + std::to_string(index), .type = "_smb._tcp"});
         listener_->setNewConnectionHandler(
@@ -313,7 +313,7 @@ public:
             started.set_value();
         });
         started.get_future().wait();
-        port_ = harness.dnsSd.record(index).port;
+        port_ = harness.dnsSd.registrations().at(index).request.port;
     }
 
     std::uint16_t port() const { return port_; }

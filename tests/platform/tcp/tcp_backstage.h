@@ -48,7 +48,7 @@ protected:
     }
 
     DispatchPool pool;
-    ScriptedDnsSd dnsSd;
+    FakeDnsSd dnsSd;
     ScriptedMonitor monitor;
     const std::shared_ptr<DispatchQueue> queue =
         pool.makeQueue("backstage", QualityOfService::UserInitiated);

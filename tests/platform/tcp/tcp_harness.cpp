@@ -370,7 +370,7 @@ std::shared_ptr<Listener> Harness::listen()
     std::error_code error;
     listener_ = network->makeListener({.allowLocalEndpointReuse = true}, kAnyPort, error);
     EXPECT_FALSE(error) << error.message();
-    const auto index = dnsSd.count();
+    const auto index = dnsSd.registrations().size();
     listener_->setService({.name = serviceName, .type = "_smb._tcp"});
     listener_->setNewConnectionHandler([this](std::shared_ptr<Connection> connection) {
         const std::lock_guard lock(mutex_);
@@ -384,7 +384,7 @@ std::shared_ptr<Listener> Harness::listen()
         started.set_value();
     });
     started.get_future().wait();
-    listeningPort_ = dnsSd.record(index).port;
+    listeningPort_ = dnsSd.registrations().at(index).request.port;
     return listener_;
 }
 

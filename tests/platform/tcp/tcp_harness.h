@@ -3,7 +3,7 @@
 #include "platform/dial/tcp_network.h"
 #include "platform/dispatch/dispatch_pool.h"
 #include "platform/network_monitor.h"
-#include "tests/platform/tcp/scripted_dns_sd.h"
+#include "tests/fakes/fake_dns_sd.h"
 
 #include <chrono>
 #include <condition_variable>
@@ -23,6 +23,8 @@
 #include <unistd.h>
 
 namespace quillbox {
+
+inline const ServiceEndpoint kPhone{.name = "Phone", .type = "_quillbox._tcp", .domain = "local"};
 
 /// How long a test waits for something that must happen.
 inline constexpr std::chrono::seconds kPatience{20};
@@ -268,11 +270,14 @@ public:
     Subject dial(const Endpoint& endpoint, const TcpParameters& parameters = {});
     Subject dial(const std::string& host, std::uint16_t port);
 
+    /// The first one.
+    FakeDnsSd::Resolution resolution() const { return dnsSd.resolutions().at(0); }
+
     /// Of the listener. The port depends on it: no other process has this one.
     const std::string serviceName = "Test " + std::to_string(::getpid());
 
     DispatchPool pool;
-    ScriptedDnsSd dnsSd;
+    FakeDnsSd dnsSd;
     ScriptedMonitor monitor;
     std::unique_ptr<TcpNetwork> network;
 

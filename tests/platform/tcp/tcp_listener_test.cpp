@@ -58,8 +58,10 @@ struct Stage {
     void start()
     {
         run([this] { listener->start(queue); });
-        port = harness.dnsSd.record(0).port;
+        port = registration().request.port;
     }
+
+    FakeDnsSd::Registration registration() const { return harness.dnsSd.registrations().at(0); }
 
     /// Another listener, with its port, which is known before it starts. The port is one that was
     /// free a moment ago; another program may have taken it since.
@@ -94,11 +96,10 @@ TEST(TcpListener, registersItsServiceAndItsPort)
 {
     Stage stage;
     stage.start();
-    const auto record = stage.harness.dnsSd.record(0);
-    ASSERT_TRUE(record.registration);
-    EXPECT_EQ(record.registration->name, stage.harness.serviceName);
-    EXPECT_EQ(record.registration->type, "_smb._tcp");
-    EXPECT_NE(record.port, 0);
+    const auto request = stage.registration().request;
+    EXPECT_EQ(request.service.name, stage.harness.serviceName);
+    EXPECT_EQ(request.service.type, "_smb._tcp");
+    EXPECT_NE(request.port, 0);
     EXPECT_TRUE(accepts(stage.port));
 }
 
@@ -107,10 +108,10 @@ TEST(TcpListener, isReadyOnceItIsAdvertised)
     Stage stage;
     stage.start();
     const auto away = std::make_error_code(std::errc::not_connected);
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Waiting, away));
+    stage.registration().tell(update(Registration::State::Waiting, away));
     ASSERT_TRUE(stage.log->waitFor(ListenerState::Waiting));
     EXPECT_EQ(stage.log->errorOf(ListenerState::Waiting), away);
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    stage.registration().tell(update(Registration::State::Ready));
     ASSERT_TRUE(stage.log->waitFor(ListenerState::Ready));
     EXPECT_EQ(stage.log->states(), (std::vector{ListenerState::Waiting, ListenerState::Ready}));
 }
@@ -119,8 +120,8 @@ TEST(TcpListener, staysReadyWhenItIsRenamed)
 {
     Stage stage;
     stage.start();
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready, {}, "Test #2"));
+    stage.registration().tell(update(Registration::State::Ready));
+    stage.registration().tell(update(Registration::State::Ready, {}, "Test #2"));
     stage.settle();
     EXPECT_EQ(stage.log->states(), std::vector{ListenerState::Ready});
 }
@@ -130,9 +131,9 @@ TEST(TcpListener, isReadyAgainAfterItHasWaited)
     Stage stage;
     stage.start();
     const auto away = std::make_error_code(std::errc::not_connected);
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Waiting, away));
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    stage.registration().tell(update(Registration::State::Ready));
+    stage.registration().tell(update(Registration::State::Waiting, away));
+    stage.registration().tell(update(Registration::State::Ready));
     stage.settle();
     EXPECT_EQ(stage.log->states(),
               (std::vector{ListenerState::Ready, ListenerState::Waiting, ListenerState::Ready}));
@@ -144,7 +145,7 @@ TEST(TcpListener, closesItsPortWhenItsServiceCanNeverBeRegistered)
     Stage stage;
     stage.start();
     const auto invalid = std::make_error_code(std::errc::invalid_argument);
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Failed, invalid));
+    stage.registration().tell(update(Registration::State::Failed, invalid));
     ASSERT_TRUE(stage.log->waitFor(ListenerState::Failed));
     EXPECT_EQ(stage.log->errorOf(ListenerState::Failed), invalid);
     EXPECT_FALSE(accepts(stage.port));
@@ -157,12 +158,9 @@ TEST(TcpListener, reportsNothingMoreOfItsRegistrationAfterThatHasFailed)
     Stage stage;
     stage.start();
     const auto invalid = std::make_error_code(std::errc::invalid_argument);
+    stage.registration().tell(update(Registration::State::Failed, invalid));
     // An update that was under way when the registration ended.
-    stage.run([&stage, &invalid] {
-        const auto registered = stage.harness.dnsSd.record(0).registered;
-        registered(update(Registration::State::Failed, invalid));
-        registered(update(Registration::State::Ready));
-    });
+    stage.registration().tell(update(Registration::State::Ready));
     stage.settle();
     EXPECT_EQ(stage.log->states(), std::vector{ListenerState::Failed});
 }
@@ -185,13 +183,13 @@ TEST(TcpListener, closesItsPortAndItsRegistrationWhenItIsCancelled)
 {
     Stage stage;
     stage.start();
-    stage.harness.dnsSd.deliver(0, update(Registration::State::Ready));
+    stage.registration().tell(update(Registration::State::Ready));
     ASSERT_TRUE(stage.log->waitFor(ListenerState::Ready));
     stage.run([&stage] {
         stage.listener->cancel();
         stage.listener->cancel();
     });
-    EXPECT_TRUE(stage.harness.dnsSd.record(0).isEnded);
+    EXPECT_TRUE(stage.registration().isEnded());
     EXPECT_FALSE(accepts(stage.port));
     stage.settle();
     EXPECT_EQ(stage.log->states(), (std::vector{ListenerState::Ready, ListenerState::Cancelled}));
@@ -203,7 +201,7 @@ TEST(TcpListener, isCancelledSilentlyWhenItIsDropped)
     stage.start();
     stage.listener.reset();
     stage.settle();
-    EXPECT_TRUE(stage.harness.dnsSd.record(0).isEnded);
+    EXPECT_TRUE(stage.registration().isEnded());
     EXPECT_FALSE(accepts(stage.port));
     EXPECT_TRUE(stage.log->states().empty());
 }
