@@ -154,13 +154,16 @@ class Process:
     def lines(self):
         """Until the process has ended: something that it started may hold its output open longer."""
         last = time.monotonic()
+        has_ended = False
         while True:
             try:
                 line = self.printed.get(timeout=1)
             except queue.Empty:
-                if self.child.poll() is not None:
+                # Its last lines may come between the timeout and the end, so they get another second.
+                if has_ended:
                     return
-                if time.monotonic() - last > PATIENCE:
+                has_ended = self.child.poll() is not None
+                if not has_ended and time.monotonic() - last > PATIENCE:
                     self.is_late = True
                     self.child.kill()
                 continue

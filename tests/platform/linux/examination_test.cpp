@@ -86,6 +86,7 @@ TEST(Examination, findsTheInterfacesAndAnEngine)
         ip("addr add 192.0.2.1/24 dev wire0");
         ip("link set wire1 up");
         ip("link set wire0 up");
+        settleLink("wire0");
         const auto [facts, isSomethingStuck] = examineSystem("_phone._tcp");
         EXPECT_FALSE(isSomethingStuck);
         const auto wire = std::find_if(facts.interfaces.begin(), facts.interfaces.end(),

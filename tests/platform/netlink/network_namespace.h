@@ -10,6 +10,8 @@
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <linux/ethtool.h>
+#include <linux/sockios.h>
 #include <net/if.h>
 #include <net/route.h>
 #include <netinet/in.h>
@@ -51,6 +53,19 @@ inline void setLoopbackUp(bool isUp)
     const auto flags = static_cast<unsigned short>(request.ifr_flags);
     request.ifr_flags = static_cast<short>(isUp ? flags | IFF_UP : flags & ~IFF_UP);
     EXPECT_EQ(::ioctl(socket, SIOCSIFFLAGS, &request), 0);
+    ::close(socket);
+}
+
+/// Makes the kernel notice now, not later, that the link of an interface is up (ETHTOOL_GLINK).
+inline void settleLink(const char* name)
+{
+    const int socket = ::socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    ethtool_value isUp{.cmd = ETHTOOL_GLINK, .data = 0};
+    ifreq request{};
+    std::strncpy(request.ifr_name, name, sizeof request.ifr_name - 1);
+    request.ifr_data = reinterpret_cast<char*>(&isUp);
+    EXPECT_EQ(::ioctl(socket, SIOCETHTOOL, &request), 0);
+    EXPECT_EQ(isUp.data, 1U) << name;
     ::close(socket);
 }
 
