@@ -87,7 +87,12 @@ class Desk:
             return GLib.Variant("b", True)
 
         self.bus.register_object(path, interface, called, asked, None)
-        Gio.bus_own_name_on_connection(self.bus, name or interface.name, 0, None, None)
+        self.bus.call_sync(
+            *("org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus"),
+            "RequestName",
+            GLib.Variant("(su)", (name or interface.name, 0)),
+            *(None, Gio.DBusCallFlags.NONE, 5000, None),
+        )
 
     def register(self, sender, _name):
         self.item = sender
