@@ -23,8 +23,16 @@ pytestmark = [pytest.mark.long, pytest.mark.xdist_group("arm64")]
 
 SCRIPT = os.path.join(os.path.dirname(os.path.abspath(__file__)), "emulated.sh")
 UNIT_TESTS = ["platform", "dispatch", "netlink", "tcp", "dial", "dnssd", "relay", "discovery", "control"]
-# Which unit tests are not for qemu-user.
-LEFT_OUT = {}
+# What qemu-user 7.2 cannot do: it passes on 4 bytes of TCP_INFO, and of SO_BINDTODEVICE none. The first test
+# makes 32 MiB of bytes, which takes it longer than a connection that is being closed waits for its peer.
+LEFT_OUT = {
+    "tcp": [
+        "LingeringClose.discardsInputThatThePeerInsistsOnSendingFirst",
+        "SocketCalls.confineAListenerToThisComputer",
+        "SocketCalls.measureTheSilenceOfAPeerOnlyWhileTheKernelRepeatsBytes",
+        "SocketCalls.tellWhetherTheRequestForAConnectionWasRepeated",
+    ],
+}
 ENGINES = {"daemon": "quillbox-dns-sd-daemon", "embedded": "quillbox-dns-sd-responder"}
 MEBIBYTE = 1 << 20
 
@@ -39,6 +47,7 @@ class Emulated(DebianRoot):
         # Installed, it could change what the machine's kernel does with programs for arm64.
         self.run("apt-get", "download", "qemu-user-static", folder="/root")
         self.run("sh", "-c", "dpkg --extract /root/qemu-user-static_*.deb /")
+        self.install("iproute2", "netbase")  # for the unit tests
         self.build_folder = system.build_folder
 
     def install_package(self, deb):
@@ -104,9 +113,9 @@ def test_the_programs_for_arm64_are_stripped_and_hardened(system, packed, tmp_pa
         shown = run("readelf", "-h", str(tmp_path / os.path.basename(name)))
         assert re.search(r"Machine:\s+AArch64", shown), name
     commands = json.loads(pathlib.Path(system.build_folder, "compile_commands.json").read_text("utf-8"))
-    (compiled,) = {x["command"].split(" -o ")[0] for x in commands if x["file"].endswith("/app/main.cpp")}
-    assert "-mbranch-protection=standard" in compiled
-    assert "-fcf-protection" not in compiled
+    compiled = [x["command"] for x in commands if "/platform/tcp/" in x["file"]]
+    assert compiled and all("-mbranch-protection=standard" in x for x in compiled)
+    assert not any("-fcf-protection" in x for x in compiled)
 
 
 # ---- run with qemu-user ----
@@ -115,7 +124,7 @@ def test_the_programs_for_arm64_are_stripped_and_hardened(system, packed, tmp_pa
 @pytest.mark.parametrize("name", UNIT_TESTS)
 def test_the_unit_tests_pass_on_arm64(emulated, name):
     program = os.path.join(emulated.build_folder, f"test_{name}")
-    words = [program, f"--gtest_filter=-{':'.join(LEFT_OUT.get(name, ()))}"]
+    words = [program, "--gtest_brief=1", f"--gtest_filter=-{':'.join(LEFT_OUT.get(name, ()))}"]
     done = subprocess.run(
         emulated.command(*words, network=True),
         capture_output=True, text=True, errors="replace", timeout=900, check=False,
@@ -162,6 +171,6 @@ def test_the_program_on_arm64_finds_a_phone_and_carries_64_mebibytes_each_way(
     assert back.read_bytes() == there.read_bytes()
 
     assert "quillbox-helper" in emulated_in(helper.pid)
-    running = [emulated_in(child) for child in children_of(helper.pid)]
-    assert [ENGINES[engine] in files for files in running] == [True]
+    engines = [emulated_in(child) for child in children_of(helper.pid)]
+    assert sum(ENGINES[engine] in files for files in engines) == 1
     assert helper.stop(timeout=60)[0] == 0
