@@ -15,8 +15,19 @@ target_compile_options(
               -Wnon-virtual-dtor
               -Woverloaded-virtual
               -fstack-protector-strong
-              -fstack-clash-protection
-              $<$<CXX_COMPILER_ID:GNU>:-fcf-protection>)
+              -fstack-clash-protection)
+# What guards the targets of jumps and returns is an option of the processor: the first one of x86, the
+# second one of 64-bit ARM. Compilers for others refuse both.
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    include(CheckCXXCompilerFlag)
+    foreach(option -fcf-protection -mbranch-protection=standard)
+        string(MAKE_C_IDENTIFIER "QUILLBOX_HAS${option}" supported)
+        check_cxx_compiler_flag(${option} ${supported})
+        if(${supported})
+            target_compile_options(quillbox_options INTERFACE ${option})
+        endif()
+    endforeach()
+endif()
 # The same source gives the same bytes in every folder; a debugger finds the sources where they are.
 target_compile_options(
     quillbox_options INTERFACE $<$<CONFIG:Release>:-ffile-prefix-map=${PROJECT_SOURCE_DIR}/=>)

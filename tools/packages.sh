@@ -42,6 +42,7 @@ missing_commands() {
                 rpmlint makepkg ;;
             bench) set -- haproxy nginx socat Xvfb openbox ;;
             package) set -- dh lintian xz ;;
+            cross) set -- debootstrap ;;
             lint) set -- clang-format clang-tidy cppcheck shellcheck ;;
             *) set -- ;;
         esac

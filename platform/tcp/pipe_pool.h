@@ -67,14 +67,14 @@ private:
 /// A small pool of pipes for chunks that are being relayed.
 ///
 /// The kernel limits the pages in the pipes of an unprivileged user (pipe(7),
-/// pipe-user-pages-soft): by default to 64 pipes of this size. Beyond that, each further pipe of
-/// any program of this user is tiny. So the pool stays far below this limit, and callers must be
-/// able to do without a pipe. Thread-safe.
+/// pipe-user-pages-soft): by default to 64 pipes of this size, to more where pages are larger than
+/// 4 KiB. Beyond that, each further pipe of any program of this user is tiny. So the pool stays far
+/// below this limit, and callers must be able to do without a pipe. Thread-safe.
 class PipePool final : public std::enable_shared_from_this<PipePool> {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// A quarter of the user's default limit.
+    /// A quarter of the user's default limit, or less.
     static constexpr std::size_t kLimit = 16;
 
     explicit PipePool(std::size_t limit = kLimit) : limit_(limit) {}

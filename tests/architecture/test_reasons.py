@@ -8,7 +8,7 @@ import pytest
 ROOT = os.path.abspath(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", ".."))
 LISTS = (
     *("build", "run", "test", "package-tests", "demo", "bench", "screenshots", "fuzz", "package"),
-    "lint",
+    *("cross", "lint"),
 )
 # README.md shows what the program is built from and runs with, CONTRIBUTING.md the other lists.
 USER_LISTS = ("build", "run")

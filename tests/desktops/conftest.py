@@ -8,9 +8,9 @@ import sys
 import pytest
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# The network, the packages and the screen come from the other tests.
-for folder in ("lan", "packaging", "window"):
-    sys.path.append(os.path.join(HERE, "..", folder))
+# The network, the packages and the screen come from the other tests, the Debian systems from the tools.
+for folder in ("../lan", "../packaging", "../window", "../../tools"):
+    sys.path.append(os.path.join(HERE, folder))
 
 from real.computer import RealComputer  # noqa: E402 needs the path above
 from real.releases import RELEASES, Installed  # noqa: E402

@@ -7,10 +7,12 @@ import tarfile
 
 import pytest
 from packing import pack, packed_in
+from test_packaging import need
 
 HERE = os.path.dirname(os.path.abspath(__file__))
-# The test network and its hosts come from the network tests.
-sys.path.append(os.path.join(HERE, "..", "lan"))
+# The test network and its hosts come from the network tests, the Debian systems from the tools.
+for folder in ("../lan", "../../tools"):
+    sys.path.append(os.path.join(HERE, folder))
 
 from rig.network import Lan, require_namespaces  # noqa: E402 needs the path above
 
@@ -54,10 +56,16 @@ def lan():
     network.close()
 
 
-@pytest.fixture
+@pytest.fixture(scope="session")
 def real_root():
     """Skips the test in a user namespace: a Debian system and a service manager need device nodes and
     files of several users, which only root in the initial user namespace can create."""
     with open("/proc/self/uid_map", encoding="ascii") as file:
         if file.read().split() != ["0", "0", "4294967295"]:
             pytest.skip("needs the root of the machine: it makes users, devices and cgroups")
+
+
+@pytest.fixture(scope="session")
+def debootstrap(real_root):
+    """For tests that make a Debian system."""
+    need("debootstrap")

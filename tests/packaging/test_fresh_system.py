@@ -46,7 +46,7 @@ class FreshSystem(DebianRoot):
 
 
 @pytest.fixture
-def system(real_root, tmp_path):
+def system(debootstrap, tmp_path):
     made = FreshSystem(tmp_path)
     yield made
     made.close()

@@ -34,7 +34,7 @@ class Newcomer(DebianRoot):
 
 
 @pytest.fixture
-def newcomer(real_root, tmp_path):
+def newcomer(debootstrap, tmp_path):
     made = []
 
     def make(release):

@@ -160,9 +160,12 @@ def test_the_documents_of_the_package_are_those_of_the_source(deb):
     assert re.sub(r"[\s.]+", " ", licence.partition("\n\n")[2]) in re.sub(r"[\s.]+", " ", copied)
 
 
+def lintian(path):
+    return run("lintian", "--allow-root", "--display-info", "--pedantic", str(path))
+
+
 def test_lintian_has_nothing_to_say(deb):
-    options = ["--allow-root", "--display-info", "--pedantic"]
-    assert run("lintian", *options, str(deb)) == ""
+    assert lintian(deb) == ""
 
 
 def test_each_override_has_its_reason():
@@ -231,6 +234,15 @@ def test_the_archive_says_what_the_package_asks_for(deb, unpacked):
     for recommended in names_in(field(deb, "Recommends")):
         for name in recommended.split(" | "):
             assert name in text, name
+
+
+# ---- other processors ----
+
+
+def test_packages_for_unknown_processors_are_refused_before_anything_is_installed():
+    said = run(os.path.join(ROOT, "dev"), "package", "--arch", "pdp11", code=2)
+    assert said == './dev package: cannot build for the architecture "pdp11"\n'
+    assert "--arch ARCHITECTURE" in run(os.path.join(ROOT, "dev"), "package", "--arch", code=2)
 
 
 # ---- the same bytes everywhere ----

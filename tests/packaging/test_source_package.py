@@ -8,7 +8,7 @@ import subprocess
 import pytest
 from packing import copy_source
 from rig.network import require_namespaces
-from test_packages import check_mode, check_programs, field, members, names_in, version
+from test_packages import check_mode, check_programs, field, lintian, members, names_in, version
 from test_packaging import ROOT, need, run
 
 pytestmark = pytest.mark.any_user
@@ -103,10 +103,6 @@ def build_package(tree, *options):
     )
     assert done.returncode == 0, done.stdout[-3000:] + done.stderr[-3000:]
     return done.stdout + done.stderr
-
-
-def lintian(path):
-    return run("lintian", "--allow-root", "--display-info", "--pedantic", str(path))
 
 
 @pytest.mark.slow

@@ -5,10 +5,11 @@ import os
 import signal
 import shutil
 
+from debian_root import mount_overlay
 from rig.network import Host
 from rig.process import Process, limit, run
 
-from .releases import UID, USER, mount_overlay
+from .releases import UID, USER
 from .session import Session
 
 HERE = os.path.dirname(os.path.abspath(__file__))

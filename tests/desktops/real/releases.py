@@ -1,14 +1,12 @@
 """The systems on which desktops run: made by debootstrap, kept in build/desktops between runs."""
 
-import contextlib
-import fcntl
 import os
 import pathlib
 import shutil
 
-from debian_root import DebianRoot, base_of
+import debian_root
+from debian_root import DebianRoot, locked, mount_overlay
 from packing import pack
-from rig.process import run
 from test_packaging import ROOT
 
 RELEASES = ("bookworm", "trixie")
@@ -25,26 +23,11 @@ def listed(path, *kinds):
     return [row[1] for row in rows if row[0] in kinds]
 
 
-@contextlib.contextmanager
-def locked(name):
-    """Keeps other test runs from changing a kept folder at the same time."""
-    os.makedirs(KEPT, exist_ok=True)
-    with open(os.path.join(KEPT, f"{name}.lock"), "w", encoding="ascii") as file:
-        fcntl.flock(file, fcntl.LOCK_EX)
-        yield
-
-
-class KeptRoot(DebianRoot):
-    """A Debian that stays when the tests end. Its mounts end with the mount namespace of the tests."""
+class KeptRoot(debian_root.KeptRoot):
+    """A Debian that stays in KEPT when the tests end."""
 
     def __init__(self, name, release):
-        # The base of all runs is not changed: DebianRoot's own constructor makes an overlay.
-        self.root = os.path.join(KEPT, name)
-        if not os.path.isdir(self.root):
-            part = f"{self.root}.part"
-            shutil.rmtree(part, ignore_errors=True)
-            run(["cp", "--archive", f"{base_of(release)}/.", part], timeout=600)
-            os.rename(part, self.root)
+        super().__init__(os.path.join(KEPT, name), release)
 
     def complete(self, packages):
         """Installs what is missing; also after an installation that was interrupted."""
@@ -53,21 +36,16 @@ class KeptRoot(DebianRoot):
         missing = sorted(set(packages) - there)
         if missing:
             self.mount_system()
-            shutil.copy("/etc/resolv.conf", f"{self.root}/etc/resolv.conf")
             self.run("dpkg", "--configure", "--pending")
-            self.run("apt-get", "update")
+            self.go_online()
             self.install(*missing)
             self.run("apt-get", "clean")
             self.close()
 
-    def mount_system(self):
-        run(["mount", "--bind", self.root, self.root])
-        super().mount_system()
-
 
 def desktop_root(release):
     """The folder of a Debian with all desktops, which is made at its first use."""
-    with locked(release):
+    with locked(os.path.join(KEPT, release)):
         made = KeptRoot(release, release)
         made.complete(listed(os.path.join(HERE, "..", "packages.txt"), "all", release))
     return made.root
@@ -79,7 +57,7 @@ def package_for(release, folder):
     if f"VERSION_CODENAME={release}\n" in pathlib.Path("/etc/os-release").read_text("utf-8"):
         return pack(folder)[0]
     name = f"{release}-build"
-    with locked(name):
+    with locked(os.path.join(KEPT, name)):
         system = KeptRoot(name, release)
         system.complete(listed(os.path.join(ROOT, "tools/packages.txt"), "build", "package"))
         system.mount_system()
@@ -91,10 +69,7 @@ def package_for(release, folder):
 
 def build_in(system, release, folder):
     cache = os.environ.get("CCACHE_DIR", os.path.expanduser("~/.cache/ccache"))
-    for path in (ROOT, cache, folder):
-        os.makedirs(path, exist_ok=True)
-        os.makedirs(f"{system.root}{path}", exist_ok=True)
-        run(["mount", "--bind", path, f"{system.root}{path}"])
+    system.bind(ROOT, cache, str(folder))
     build = f"{ROOT}/build/release-{release}"
     variables = {x: y for x, y in os.environ.items() if x.startswith("CCACHE_")}
     variables |= {"CCACHE_DIR": cache}
@@ -107,13 +82,6 @@ def build_in(system, release, folder):
         system.run("nice", *command, folder=ROOT, **variables)
     (deb,) = pathlib.Path(folder).glob("*.deb")
     return deb
-
-
-def mount_overlay(lower, changed, work, target):
-    for path in (changed, work, target):
-        os.makedirs(path, exist_ok=True)
-    options = f"lowerdir={':'.join(lower)},upperdir={changed},workdir={work}"
-    run(["mount", "-t", "overlay", "overlay", "-o", options, target])
 
 
 class Installed(DebianRoot):
