@@ -7,8 +7,8 @@ cd "$1"
 shift
 mount --rbind /run run
 mount -t binfmt_misc binfmt_misc proc/sys/fs/binfmt_misc
-# What the file of a program for 64-bit ARM begins with. P: qemu is told the program's argument 0. F: the
-# kernel opens qemu now, and so finds it in every chroot.
+# The ELF header of executables for 64-bit ARM. Flag P passes argv[0] on to qemu. Flag F makes the kernel
+# open qemu now, so that it finds it in every chroot.
 magic='\x7fELF\x02\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\xb7\x00'
 mask='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
 printf '%s' ":arm64:M::$magic:$mask:$PWD/usr/bin/qemu-aarch64-static:PF" >proc/sys/fs/binfmt_misc/register
