@@ -43,17 +43,16 @@ private:
 /// A pool of buffers for received data that has not been sent yet.
 ///
 /// A few free buffers of each size are kept for reuse, so that during a fast transfer the kernel
-/// does not have to map and clear new memory for each chunk. The more memory is in use, the smaller
-/// the chunks are, so that many transfers do not evict each other from the CPU cache, and thousands
-/// of stalled connections do not hold a large buffer each. Thread-safe.
+/// does not have to map and clear new memory for each chunk. What has been received is usually sent
+/// at once, and its buffer returned; only a connection whose receiver is slow keeps one. The more
+/// memory these use, the smaller the chunks are, so that thousands of them do not hold a large
+/// buffer each. Thread-safe.
 class ChunkPool final : public std::enable_shared_from_this<ChunkPool> {
 public:
     /// The chunk size that is available to every connection.
     static constexpr std::size_t kSmallSize = 16UL * 1024;
 
-    /// Up to this many bytes in use, chunks may have any size; beyond it, `kMiddleSize`. With a few
-    /// transfers, 1 MiB chunks give 1.5 times the throughput of middle-sized ones; with thirty
-    /// transfers, middle-sized chunks give 1.4 times the throughput of 1 MiB ones.
+    /// Up to this many bytes in use, chunks may have any size; beyond it, `kMiddleSize`.
     static constexpr std::size_t kCached = 4UL * 1024 * 1024;
     static constexpr std::size_t kMiddleSize = 64UL * 1024;
 

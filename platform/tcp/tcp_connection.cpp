@@ -10,6 +10,9 @@ namespace {
 /// Fewer bytes are cheaper to copy than to move through a pipe.
 constexpr std::size_t kLeastForPipe = 64UL * 1024;
 
+/// How many bytes make it likely that more of the same burst are under way.
+constexpr std::size_t kLargeBurst = 48UL * 1024;
+
 } // namespace
 
 /// A pending wait's reference to its connection. If the wait is destroyed without being called, as
@@ -108,59 +111,73 @@ void TcpConnection::receive(std::size_t minimum, std::size_t maximum, ReceiveCom
     minimum = std::clamp<std::size_t>(minimum, 1, maximum);
     receive_ = Receive{minimum, maximum, std::move(completion), nullptr, nullptr};
     hasRead_ = true;
-    if (std::exchange(isDrained_, false))
+    if (std::exchange(isDrained_, false)) {
         waitToReceive();
-    else
-        tryReceive(Delivery::Posted);
+        return;
+    }
+    // Reads only when the result can be delivered at once, so that connections that relay at the
+    // same time use one buffer in turn, which stays in the processor's cache.
+    queue()->post([waiting = Waiting(shared_from_this())]() mutable {
+        const auto self = waiting.end();
+        self->tryReceive();
+    });
 }
 
-void TcpConnection::tryReceive(Delivery delivery)
+void TcpConnection::tryReceive()
 {
     if (!receive_ || !socket_)
         return;
     if (hasEnded_) {
-        endReceive(true, {}, delivery);
+        endReceive(true, {});
         return;
     }
-    while (receive_->chunk || beginChunk(delivery)) {
+    while (receive_->chunk || beginChunk()) {
         auto& chunk = *receive_->chunk;
         auto room = chunk.room();
         room = room.first(std::min(room.size(), receive_->maximum - chunk.size()));
         const auto received = receiveSome(socket_->descriptor(), room);
         chunk.grow(received.count);
         if (received.count == 0) {
-            handleShortfall(received, delivery);
+            handleShortfall(received);
             return;
         }
         isDrained_ = received.count < room.size();
         if (chunk.size() >= receive_->minimum) {
-            endReceive(false, {}, delivery);
+            endReceive(false, {});
             return;
         }
     }
 }
 
-/// Borrows a buffer for the available data. Returns false if a pipe took the data instead, which
-/// completes the receive. The amount of available data is queried only if the last receive filled
-/// its buffer: for small messages this system call would be a third of the work.
-bool TcpConnection::beginChunk(Delivery delivery)
+/// Borrows a buffer for the available data. Returns false if there is nothing to read now: a pipe
+/// took the data, which completes the receive, or there is none, which starts a wait. The amount of
+/// available data is queried only if the last receive filled its buffer: for small messages this
+/// system call would be a third of the work.
+bool TcpConnection::beginChunk()
 {
-    auto wanted = std::min(ChunkPool::kSmallSize, receive_->maximum);
+    // A small burst is read at once. Of a large one, the rest arrives while its beginning is sent,
+    // and is worth a pipe.
+    auto wanted = hasLargeBursts_ ? ChunkPool::kSmallSize : ChunkPool::kMiddleSize;
     if (std::exchange(isFlowing_, false)) {
         const auto available = unreadBytes(socket_->descriptor());
-        // Only if any number of bytes suffices: a pipe that contains data may already be full.
-        if (available >= kLeastForPipe && receive_->minimum == 1 && receiveThroughPipe(delivery))
+        if (available == 0) {
+            waitToReceive();
             return false;
-        wanted = std::min(std::max(wanted, available), receive_->maximum);
+        }
+        // Only if any number of bytes suffices: a pipe that contains data may already be full.
+        if (available >= kLeastForPipe && receive_->minimum == 1 && receiveThroughPipe())
+            return false;
+        wanted = std::max(wanted, available);
     }
-    receive_->chunk = context_->chunks->borrow(receive_->minimum, wanted);
+    receive_->chunk =
+        context_->chunks->borrow(receive_->minimum, std::min(wanted, receive_->maximum));
     return true;
 }
 
 /// Returns whether bytes were moved into a pipe. If not, a read is needed to find out why: urgent
 /// data (RFC 6093) cannot be spliced, and splice(2) reports it like an empty socket or the end of
 /// the stream.
-bool TcpConnection::receiveThroughPipe(Delivery delivery)
+bool TcpConnection::receiveThroughPipe()
 {
     auto chunk = context_->pipes->borrow();
     if (!chunk)
@@ -173,12 +190,12 @@ bool TcpConnection::receiveThroughPipe(Delivery delivery)
     if (moved.count == 0)
         return false;
     receive_->piped = std::move(chunk);
-    endReceive(false, {}, delivery);
+    endReceive(false, {});
     return true;
 }
 
 /// Handles a read without data: waits, or ends the receive.
-void TcpConnection::handleShortfall(const Transfer& transfer, Delivery delivery)
+void TcpConnection::handleShortfall(const Transfer& transfer)
 {
     if (transfer.wouldBlock()) {
         waitToReceive();
@@ -188,7 +205,7 @@ void TcpConnection::handleShortfall(const Transfer& transfer, Delivery delivery)
         noteFailure(transfer.error);
     // After it has reported an error, the kernel reports the end of the stream, which is wrong.
     hasEnded_ = !error_;
-    endReceive(hasEnded_, error_, delivery);
+    endReceive(hasEnded_, error_);
 }
 
 void TcpConnection::waitToReceive()
@@ -196,11 +213,13 @@ void TcpConnection::waitToReceive()
     // An idle connection does not occupy a buffer.
     if (receive_->chunk && receive_->chunk->size() == 0)
         receive_->chunk.reset();
+    if (burst_ > 0)
+        hasLargeBursts_ = std::exchange(burst_, 0) >= kLargeBurst;
     socket_->waitReadable(
         [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
             const auto self = waiting.end();
             if (!error)
-                self->tryReceive(Delivery::Direct);
+                self->tryReceive();
         });
 }
 
@@ -215,6 +234,7 @@ void TcpConnection::endReceive(bool isComplete, std::error_code error, Delivery 
     else if (receive.chunk && receive.chunk->size() > 0)
         content = Content(std::move(receive.chunk));
     hasReceived_ = hasReceived_ || !content.isEmpty();
+    burst_ += content.size();
     accepted_.session.noteReceived(content.size());
     deliver(delivery,
             [completion = std::move(receive.completion), content = std::move(content), isComplete,

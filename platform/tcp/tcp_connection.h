@@ -98,12 +98,12 @@ private:
     void beReady(std::unique_ptr<FdWatcher> socket);
     Ending ending() const;
     void dropPending();
-    void tryReceive(Delivery delivery);
-    bool beginChunk(Delivery delivery);
-    bool receiveThroughPipe(Delivery delivery);
+    void tryReceive();
+    bool beginChunk();
+    bool receiveThroughPipe();
     void waitToReceive();
-    void handleShortfall(const Transfer& transfer, Delivery delivery);
-    void endReceive(bool isComplete, std::error_code error, Delivery delivery);
+    void handleShortfall(const Transfer& transfer);
+    void endReceive(bool isComplete, std::error_code error, Delivery delivery = Delivery::Direct);
     void trySend(Delivery delivery);
     void endSend(std::error_code error, Delivery delivery);
     void watchPeer();
@@ -132,7 +132,9 @@ private:
     /// watch is edge-triggered). True initially: data that is already there causes an event.
     bool isDrained_ = true;
     bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
-    bool hasRead_ = false;   ///< `receive` was called
+    std::size_t burst_ = 0;  ///< bytes received since the last wait for some
+    bool hasLargeBursts_ = false; ///< `kLargeBurst` or more came between the last two waits
+    bool hasRead_ = false;        ///< `receive` was called
     bool hasReceived_ = false;
     bool hasSent_ = false;
     bool isWatchingPeer_ = false;

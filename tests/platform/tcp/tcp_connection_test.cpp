@@ -45,21 +45,35 @@ private:
 
 class TcpConnectionTest : public Backstage {
 protected:
-    TcpConnectionTest()
+    TcpConnectionTest() : connection(makeConnection(listener.accept())) {}
+
+    ~TcpConnectionTest() override
     {
-        const int descriptor = ::dup(accepted.descriptor());
-        ::fcntl(descriptor, F_SETFL, ::fcntl(descriptor, F_GETFL) | O_NONBLOCK);
+        if (connection)
+            onQueue([this] { connection->cancel(); });
+        pool.shutdown();
+    }
+
+    /// A connection in the Ready state; its socket becomes `observed`.
+    std::shared_ptr<Connection> makeConnection(Peer accepted)
+    {
+        observed = ::dup(accepted.descriptor());
+        ::fcntl(observed, F_SETFL, ::fcntl(observed, F_GETFL) | O_NONBLOCK);
+        // Room for what tests send before any of it is read.
+        constexpr int kRoom = 200 * 1024;
+        ::setsockopt(observed, SOL_SOCKET, SO_RCVBUF, &kRoom, sizeof kRoom);
         accepted.close();
-        observed = descriptor;
-        onQueue([this] {
+        std::shared_ptr<Connection> made;
+        std::promise<void> ready;
+        onQueue([&] {
             std::error_code unwatched;
             auto socket = FdWatcher::adopt(queue, observed, FdWatcher::For::Reading, unwatched,
                                            context->sockets->open());
             EXPECT_FALSE(unwatched) << unwatched.message();
-            connection = TcpConnection::make(context, std::make_shared<Handover>(std::move(socket)),
-                                             std::weak_ptr<TcpConnection>());
-            connection->setStateUpdateHandler(
-                [this](Connection::State state, std::error_code error) {
+            made = TcpConnection::make(context, std::make_shared<Handover>(std::move(socket)),
+                                       std::weak_ptr<TcpConnection>());
+            made->setStateUpdateHandler(
+                [this, &ready](Connection::State state, std::error_code error) {
                     if (state == Connection::State::Ready)
                         ready.set_value();
                     if (state != Connection::State::Failed)
@@ -67,16 +81,10 @@ protected:
                     ++failures;
                     firstFailure.set_value(error);
                 });
-            connection->start(queue);
+            made->start(queue);
         });
         ready.get_future().wait();
-    }
-
-    ~TcpConnectionTest() override
-    {
-        if (connection)
-            onQueue([this] { connection->cancel(); });
-        pool.shutdown();
+        return made;
     }
 
     std::future<std::error_code> send(const std::string& bytes)
@@ -92,25 +100,30 @@ protected:
     std::future<std::string> receive(std::size_t minimum = 1,
                                      std::size_t maximum = kMaximumContentSize)
     {
+        return receive(connection, minimum, maximum);
+    }
+
+    std::future<std::string> receive(const std::shared_ptr<Connection>& from,
+                                     std::size_t minimum = 1,
+                                     std::size_t maximum = kMaximumContentSize)
+    {
         auto received = std::make_shared<std::promise<std::string>>();
-        onQueue([this, received, minimum, maximum] {
-            connection->receive(minimum, maximum,
-                                [received](Content content, bool, std::error_code error) {
-                                    EXPECT_FALSE(error) << error.message();
-                                    received->set_value(textOf(content));
-                                });
+        onQueue([&] {
+            from->receive(minimum, maximum,
+                          [received](Content content, bool, std::error_code error) {
+                              EXPECT_FALSE(error) << error.message();
+                              received->set_value(textOf(content));
+                          });
         });
         return received->get_future();
     }
 
     PeerListener listener;
     Peer peer = connectPeer(listener.port());
-    Peer accepted = listener.accept();
-    std::shared_ptr<Connection> connection;
-    int observed = -1; ///< its socket
+    int observed = -1; ///< the socket of the connection made last
     int failures = 0;  ///< used on the queue
-    std::promise<void> ready;
     std::promise<std::error_code> firstFailure;
+    std::shared_ptr<Connection> connection;
 };
 
 TEST_F(TcpConnectionTest, borrowsNoPipesAnyMoreOnceASpliceWasRefused)
@@ -148,6 +161,37 @@ TEST_F(TcpConnectionTest, occupiesNoBufferWhileAReceiveWaits)
     EXPECT_EQ(take(std::move(received)), "def");
 }
 
+TEST_F(TcpConnectionTest, usesOneBufferInTurnForConnectionsThatHaveMoreToRead)
+{
+    // Each has been read once, and has more.
+    const auto bytes = pattern(ChunkPool::kMiddleSize + 1);
+    std::vector<Peer> peers;
+    std::vector<std::shared_ptr<Connection>> connections;
+    for (int count = 0; count < 4; ++count) {
+        peers.push_back(connectPeer(listener.port()));
+        connections.push_back(makeConnection(listener.accept()));
+        ASSERT_TRUE(peers.back().send(bytes));
+        ASSERT_TRUE(peers.back().waitUntilAcknowledged());
+        EXPECT_EQ(take(receive(connections.back())).size(), ChunkPool::kMiddleSize);
+    }
+    std::vector<std::size_t> lent;
+    std::promise<bool> done;
+    onQueue([&] {
+        for (const auto& each : connections)
+            each->receive(1, kMaximumContentSize, [&](Content, bool, std::error_code) {
+                lent.push_back(context->chunks->lent());
+                if (lent.size() == connections.size())
+                    done.set_value(true);
+            });
+    });
+    take(done.get_future());
+    EXPECT_EQ(lent, std::vector<std::size_t>(connections.size(), ChunkPool::kMiddleSize));
+    onQueue([&] {
+        for (const auto& each : connections)
+            each->cancel();
+    });
+}
+
 TEST_F(TcpConnectionTest, keepsTheBufferOfAReceiveThatHasLessThanItsMinimum)
 {
     auto received = receive(6);
@@ -169,19 +213,49 @@ TEST_F(TcpConnectionTest, receivesNoMoreThanTheLargestContent)
 
 TEST_F(TcpConnectionTest, receivesAllThatIsThereOnceAReceiveHasFilledItsBuffer)
 {
-    const auto bytes = pattern(ChunkPool::kSmallSize + 48UL * 1024);
+    const auto bytes = pattern(ChunkPool::kMiddleSize + 48UL * 1024);
     ASSERT_TRUE(peer.send(bytes));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
-    EXPECT_EQ(take(receive()).size(), ChunkPool::kSmallSize);
+    EXPECT_EQ(take(receive()).size(), ChunkPool::kMiddleSize);
     EXPECT_EQ(take(receive()).size(), 48UL * 1024);
+}
+
+TEST_F(TcpConnectionTest, readsOnlyTheBeginningAtFirstOnceBurstsAreLarge)
+{
+    constexpr std::size_t kLarge = 48UL * 1024;
+    constexpr std::size_t kBeginning = ChunkPool::kSmallSize;
+    const auto readsOf = [this](std::size_t burst) {
+        EXPECT_TRUE(peer.send(pattern(burst)));
+        EXPECT_TRUE(peer.waitUntilAcknowledged());
+        std::vector<std::size_t> reads;
+        for (std::size_t sum = 0; sum < burst; sum += reads.back())
+            reads.push_back(take(receive()).size());
+        return reads;
+    };
+    using Reads = std::vector<std::size_t>;
+    EXPECT_EQ(readsOf(kLarge - 1), Reads{kLarge - 1});
+    EXPECT_EQ(readsOf(kLarge), Reads{kLarge});
+    EXPECT_EQ(readsOf(kLarge), (Reads{kBeginning, kLarge - kBeginning}));
+    EXPECT_EQ(readsOf(kLarge - 1), (Reads{kBeginning, kLarge - 1 - kBeginning}));
+    EXPECT_EQ(readsOf(kLarge), Reads{kLarge}) << "the one before was small";
+}
+
+TEST_F(TcpConnectionTest, noticesTheEndBehindAReceiveThatFilledItsBuffer)
+{
+    ASSERT_TRUE(peer.send(pattern(ChunkPool::kMiddleSize)));
+    peer.shutDownSending();
+    ASSERT_TRUE(peer.waitUntilAcknowledged());
+    settle(); // one event for both
+    EXPECT_EQ(take(receive()).size(), ChunkPool::kMiddleSize);
+    EXPECT_EQ(take(receive()), "");
 }
 
 TEST_F(TcpConnectionTest, usesAPipeFor64KiBAndMore)
 {
     for (const std::size_t size : {64UL * 1024 - 1, 64UL * 1024}) {
-        ASSERT_TRUE(peer.send(pattern(ChunkPool::kSmallSize + size)));
+        ASSERT_TRUE(peer.send(pattern(ChunkPool::kMiddleSize + size)));
         ASSERT_TRUE(peer.waitUntilAcknowledged());
-        EXPECT_EQ(take(receive()).size(), ChunkPool::kSmallSize);
+        EXPECT_EQ(take(receive()).size(), ChunkPool::kMiddleSize);
         std::promise<std::size_t> inPipes;
         onQueue([&] {
             connection->receive(1, kMaximumContentSize,
@@ -191,7 +265,8 @@ TEST_F(TcpConnectionTest, usesAPipeFor64KiBAndMore)
                                 });
         });
         EXPECT_EQ(take(inPipes.get_future()), size < 64UL * 1024 ? 0U : 1U);
-        // After a pipe, much more may be there; after a buffer that was not full, it is not.
+        // After a pipe, much more may be there; after a buffer that was not full, a new burst
+        // begins.
         ASSERT_TRUE(peer.send(pattern(48UL * 1024)));
         ASSERT_TRUE(peer.waitUntilAcknowledged());
         EXPECT_EQ(take(receive()).size(), size < 64UL * 1024 ? ChunkPool::kSmallSize : 48UL * 1024);
@@ -206,9 +281,9 @@ TEST_F(TcpConnectionTest, usesAPipeFor64KiBAndMore)
 
 TEST_F(TcpConnectionTest, waitsForItsMinimumThoughAPipeWouldHoldWhatIsThere)
 {
-    ASSERT_TRUE(peer.send(pattern(ChunkPool::kSmallSize + 64UL * 1024)));
+    ASSERT_TRUE(peer.send(pattern(ChunkPool::kMiddleSize + 64UL * 1024)));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
-    EXPECT_EQ(take(receive()).size(), ChunkPool::kSmallSize);
+    EXPECT_EQ(take(receive()).size(), ChunkPool::kMiddleSize);
     auto received = receive(100UL * 1024);
     settle();
     ASSERT_TRUE(peer.send(pattern(36UL * 1024)));
@@ -241,9 +316,9 @@ TEST_F(TcpConnectionTest, endsWithTheErrorOfASplice)
     onQueue([&isRefused] { isRefused = refuseCalls(SYS_splice, ECONNRESET); });
     if (!isRefused)
         GTEST_SKIP() << "no permission to filter system calls";
-    ASSERT_TRUE(peer.send(pattern(ChunkPool::kSmallSize + 64UL * 1024)));
+    ASSERT_TRUE(peer.send(pattern(ChunkPool::kMiddleSize + 64UL * 1024)));
     ASSERT_TRUE(peer.waitUntilAcknowledged());
-    EXPECT_EQ(take(receive()).size(), ChunkPool::kSmallSize);
+    EXPECT_EQ(take(receive()).size(), ChunkPool::kMiddleSize);
     EXPECT_EQ(take(receive()).size(), 64UL * 1024) << "what came before can still be read";
     EXPECT_EQ(take(firstFailure.get_future()), std::errc::connection_reset);
 }
