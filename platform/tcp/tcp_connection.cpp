@@ -87,7 +87,14 @@ void TcpConnection::beReady(std::unique_ptr<FdWatcher> socket)
 {
     dialler_.reset();
     socket_ = std::move(socket);
-    peerTimer_.emplace(queue());
+    peer_.emplace(queue(), socket_->descriptor(), [weak = weak_from_this()] {
+        const auto self = weak.lock();
+        if (!self || !self->socket_)
+            return;
+        self->noteFailure(std::make_error_code(std::errc::timed_out));
+        giveUp(self->socket_->descriptor());
+    });
+    peer_->watch();
     report(State::Ready, {});
     socket_->waitForFailure([weak = weak_from_this()](const std::error_code&) {
         const auto self = weak.lock();
@@ -97,7 +104,6 @@ void TcpConnection::beReady(std::unique_ptr<FdWatcher> socket)
         self->noteFailure({});
         self->settleFailure();
     });
-    watchPeer();
 }
 
 void TcpConnection::receive(std::size_t minimum, std::size_t maximum, ReceiveCompletion completion)
@@ -263,7 +269,7 @@ void TcpConnection::trySend(Delivery delivery)
     while (!unsent.isNothing()) {
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
-        watchPeer();
+        peer_->watch();
         queue()->loop().noteMoved(sent.count);
         accepted_.session.noteSent(sent.count);
         if (sent.wouldBlock()) {
@@ -282,42 +288,6 @@ void TcpConnection::trySend(Delivery delivery)
         }
     }
     endSend({}, delivery);
-}
-
-/// Most connections end before keep-alive has anything to do; enabling it takes four system calls.
-void TcpConnection::watchPeer()
-{
-    if (std::exchange(isWatchingPeer_, true))
-        return;
-    peerWatchedSince_ = EventLoop::Clock::now();
-    checkPeerIn(kPeerCheck);
-}
-
-void TcpConnection::checkPeerIn(std::chrono::milliseconds delay)
-{
-    peerTimer_->start(delay, [weak = weak_from_this()] {
-        if (const auto self = weak.lock(); self && self->socket_)
-            self->checkPeer();
-    });
-}
-
-/// The kernel repeats bytes for 15 minutes. Its TCP_USER_TIMEOUT also ends connections to a peer
-/// that does not read, and comes too late where the peer's neighbour entry has failed.
-void TcpConnection::checkPeer()
-{
-    keepAlive(socket_->descriptor());
-    // The last acknowledgement may be from before a long pause.
-    const auto silence = std::min(unansweredFor(socket_->descriptor()),
-                                  std::chrono::duration_cast<std::chrono::milliseconds>(
-                                      EventLoop::Clock::now() - peerWatchedSince_));
-    if (silence >= kSilenceLimit) {
-        noteFailure(std::make_error_code(std::errc::timed_out));
-        giveUp(socket_->descriptor());
-        return;
-    }
-    isWatchingPeer_ = unacknowledgedBytes(socket_->descriptor()) > 0;
-    if (isWatchingPeer_)
-        checkPeerIn(std::min(kPeerCheck, kSilenceLimit - silence));
 }
 
 void TcpConnection::endSend(std::error_code error, Delivery delivery)
@@ -393,7 +363,7 @@ void TcpConnection::close()
         return;
     }
     socket_->cancelWaits();
-    peerTimer_.reset();
+    peer_.reset();
     auto unsent = send_ ? std::move(send_->unsent) : PendingSend();
     const auto cancelled = refusal(false);
     if (receive_)

@@ -4,14 +4,13 @@
 #include "platform/dispatch/closure.h"
 #include "platform/dispatch/event_loop.h"
 #include "platform/dispatch/fd_watcher.h"
-#include "platform/dispatch/timer.h"
 #include "platform/posix/file_descriptor.h"
 #include "platform/tcp/lingering_close.h"
+#include "platform/tcp/peer_watch.h"
 #include "platform/tcp/queue_object.h"
 #include "platform/tcp/tcp_context.h"
 #include "platform/values/socket_address.h"
 
-#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <optional>
@@ -106,9 +105,6 @@ private:
     void endReceive(bool isComplete, std::error_code error, Delivery delivery = Delivery::Direct);
     void trySend(Delivery delivery);
     void endSend(std::error_code error, Delivery delivery);
-    void watchPeer();
-    void checkPeerIn(std::chrono::milliseconds delay);
-    void checkPeer();
     void noteFailure(std::error_code error);
     void settleFailure();
     bool hasMoreToRead();
@@ -121,7 +117,7 @@ private:
     std::shared_ptr<Dialler> dialler_; ///< until it has connected
     const std::weak_ptr<TcpConnection> client_;
     std::unique_ptr<FdWatcher> socket_; ///< null before it is connected and after `close`
-    std::optional<Timer> peerTimer_;    ///< as long as `socket_`
+    std::optional<PeerWatch> peer_;     ///< as long as `socket_`
     std::optional<Receive> receive_;
     std::optional<Send> send_;
     std::error_code error_; ///< the first one: the kernel reports each error only once
@@ -137,8 +133,6 @@ private:
     bool hasRead_ = false;        ///< `receive` was called
     bool hasReceived_ = false;
     bool hasSent_ = false;
-    bool isWatchingPeer_ = false;
-    EventLoop::Clock::time_point peerWatchedSince_;
 };
 
 } // namespace quillbox
