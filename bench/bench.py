@@ -16,6 +16,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.append(os.path.join(HERE, "..", "tests", "lan"))
 
 import files  # noqa: E402
+import home  # noqa: E402
 import idle  # noqa: E402
 import memory  # noqa: E402
 import paced  # noqa: E402
@@ -41,12 +42,16 @@ PARTS = {
     "start": idle.start,
     "discovery": idle.discovery,
     "idle": idle.idle,
+    "home": home.home,
     "scale-sessions": scaling.scale_sessions,
     "scale-phones": scaling.scale_phones,
     "scale-names": scaling.scale_names,
     "as-root": transfers.as_root,
 }
 
+
+# It takes more than an hour.
+ONLY_BY_NAME = ("home",)
 
 # The parts of --quick; the others take long.
 QUICK = (
@@ -79,7 +84,8 @@ def options_of(arguments):
     if options.output is None and is_whole:
         options.output = RESULTS
     if options.only is None:
-        options.only = QUICK if options.quick else tuple(PARTS)
+        whole = tuple(name for name in PARTS if name not in ONLY_BY_NAME)
+        options.only = QUICK if options.quick else whole
     return options
 
 

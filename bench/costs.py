@@ -104,6 +104,14 @@ def own_kib(pid):
         return 0
 
 
+def private_kib(pid):
+    """The pages that no other process has and that differ from any file."""
+    try:
+        return number_after(read(f"/proc/{pid}/smaps_rollup"), "Private_Dirty")
+    except OSError:
+        return 0
+
+
 def voluntary_switches(folder):
     """How often a thread has given up its processor to wait for something."""
     return number_after(read(f"{folder}/status"), "voluntary_ctxt_switches")

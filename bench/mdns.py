@@ -60,6 +60,12 @@ def response(records):
     return head + b"".join(records)
 
 
+def query(names, kind):
+    """A packet that asks for the records of that kind of each of the encoded names."""
+    questions = [name + struct.pack("!HH", kind, IN) for name in names]
+    return struct.pack("!HHHHHH", 0, 0, len(questions), 0, 0, 0) + b"".join(questions)
+
+
 def name_at(packet, offset):
     """The labels of a name, and where it ends; follows compression (RFC 1035, section 4.1.4)."""
     parts, end = [], None
@@ -119,3 +125,9 @@ def open_socket(interface_address):
         socket.IPPROTO_IP, socket.IP_ADD_MEMBERSHIP, socket.inet_aton(GROUP) + own
     )
     return made
+
+
+def send_as(link, address, packet):
+    """Sends a packet to the group from that address, one of the interface's."""
+    link.setsockopt(socket.IPPROTO_IP, socket.IP_MULTICAST_IF, socket.inet_aton(address))
+    link.sendto(packet, (GROUP, PORT))

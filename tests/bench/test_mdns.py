@@ -1,7 +1,5 @@
 """Encoding and decoding of raw multicast DNS packets."""
 
-import struct
-
 import mdns
 import pytest
 
@@ -35,7 +33,7 @@ def test_a_name_that_points_to_itself_is_refused():
 
 
 def test_questions_are_told_and_announce_nothing():
-    name = mdns.labels("_smb", "_tcp", "local")
-    packet = struct.pack("!HHHHHH", 0, 0, 1, 0, 0, 0) + name + struct.pack("!HH", mdns.PTR, 1)
-    assert list(mdns.asked(packet)) == [["_smb", "_tcp", "local"]]
+    kinds = [["_smb", "_tcp", "local"], ["_ipp", "_tcp", "local"]]
+    packet = mdns.query([mdns.labels(*kind) for kind in kinds], mdns.PTR)
+    assert list(mdns.asked(packet)) == kinds
     assert list(mdns.announced(packet)) == []

@@ -10,10 +10,6 @@ namespace quillbox::dnssd {
 
 namespace {
 
-/// The daemon's process may wait for the daemon, which a flood of names keeps busy for seconds.
-/// libdbus gives up after 25 s.
-constexpr std::chrono::seconds kPatienceWithDaemon(30);
-
 class AutomaticEngine final : public Engine {
 public:
     AutomaticEngine(std::shared_ptr<DispatchQueue> itsQueue, std::unique_ptr<Engine> daemonEngine,
@@ -187,11 +183,8 @@ std::unique_ptr<Engine> makeEngine(DnsSdChoice choice, const std::shared_ptr<Dis
                                    Log& log, DaemonChangedHandler daemonChanged)
 {
     const auto makeDaemon = [&] {
-        return makeEngineProcess(queue, log,
-                                 {.program = engineProgram(kDaemonProgram),
-                                  .name = "avahi-daemon",
-                                  .startPatience = kPatienceWithDaemon,
-                                  .patience = kPatienceWithDaemon});
+        return makeEngineProcess(
+            queue, log, {.program = engineProgram(kDaemonProgram), .name = "avahi-daemon"});
     };
     const auto makeEmbedded = [&] {
         return makeEngineProcess(

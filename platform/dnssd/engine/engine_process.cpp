@@ -169,10 +169,8 @@ private:
     bool accept(const Message<Event>& message)
     {
         running->lastSign = Clock::now();
-        if (!running->speaksSince) {
+        if (!running->speaksSince)
             running->speaksSince = running->lastSign;
-            watchForSilence(); // with the other patience
-        }
         const bool isUp = running->generation != 0;
         if (std::holds_alternative<EngineUp>(message.content)) {
             if (isUp || message.generation == 0)
@@ -216,8 +214,7 @@ private:
     void watchForSilence()
     {
         const auto now = Clock::now();
-        const auto until =
-            running->lastSign + (running->speaksSince ? options.patience : options.startPatience);
+        const auto until = running->lastSign + options.patience;
         if (until <= now)
             return lose();
         timer.start(std::chrono::ceil<milliseconds>(until - now), [this, until] {

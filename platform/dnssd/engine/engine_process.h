@@ -23,9 +23,8 @@ std::string engineProgram(const std::string& name);
 struct EngineProcessOptions {
     std::string program; ///< a path
     std::string name;    ///< what the log calls the engine
-    /// How long the process may take until it says something, and how long it may then say nothing:
-    /// one that takes longer hangs, and is replaced.
-    std::chrono::milliseconds startPatience{5'000};
+    /// How long the process may say nothing: one that takes longer hangs, and is replaced. libdbus
+    /// waits up to 25 s for avahi-daemon, which a flood of names keeps busy for seconds.
     std::chrono::milliseconds patience{3 * kAliveInterval};
 };
 

@@ -212,7 +212,8 @@ struct Alive {
     bool operator==(const Alive&) const = default;
 };
 
-inline constexpr std::chrono::seconds kAliveInterval{3};
+/// Each sign wakes two processes up, also while nothing else happens.
+inline constexpr std::chrono::seconds kAliveInterval{10};
 
 using Event = std::variant<EngineUp, EngineDown, ServiceAnswer, LocationAnswer, AddressAnswer,
                            Settled, Registered, Collision, Failed, Alive>;

@@ -220,7 +220,7 @@ TEST_F(EmbeddedEngine, hasAProcessThatSaysAgainAndAgainThatItIsAlive)
     BareProcess process(kResponderProgram);
     EXPECT_TRUE(process.nextAnswer());
     for (int count = 0; count < 2;) {
-        const auto message = process.next();
+        const auto message = process.next(2 * kAliveInterval);
         ASSERT_TRUE(message);
         count += std::holds_alternative<Alive>(message->content) ? 1 : 0;
     }

@@ -40,17 +40,10 @@ std::string writeScript(const std::string& name, const std::string& script)
 /// A program that behaves as an engine process in this way, and what the engine then reports.
 class FalseProcess final {
 public:
-    struct Patience {
-        std::chrono::milliseconds startPatience = 1h;
-        std::chrono::milliseconds patience = 1h;
-    };
-
-    FalseProcess(const std::string& name, const std::string& script, Patience times = {1h, 1h})
+    FalseProcess(const std::string& name, const std::string& script,
+                 std::chrono::milliseconds patience = 1h)
         : path(writeScript(name, script)),
-          engine(onPool({.program = path,
-                         .name = "false",
-                         .startPatience = times.startPatience,
-                         .patience = times.patience}))
+          engine(onPool({.program = path, .name = "false", .patience = patience}))
     {
         engine->start([this, record = events.handler()](const Event& event) {
             thread = ::gettid();
@@ -205,15 +198,14 @@ TEST(EngineProcess, runsTheProgramThatWasThereWhenItWasMade)
 
 TEST(EngineProcess, replacesAProcessThatDoesNotComeUp)
 {
-    FalseProcess mute("mute", kStaying, {.startPatience = 200ms, .patience = 1h});
+    FalseProcess mute("mute", kStaying, 200ms);
     EXPECT_TRUE(mute.events.waitFor<EngineDown>(3s));
     EXPECT_EQ(mute.events.count<EngineUp>(), 0U);
 }
 
 TEST(EngineProcess, replacesAProcessThatFallsSilent)
 {
-    FalseProcess silent("silent", saying(EngineUp{"pc.local"}) + kStaying,
-                        {.startPatience = 1h, .patience = 200ms});
+    FalseProcess silent("silent", saying(EngineUp{"pc.local"}) + kStaying, 500ms);
     EXPECT_TRUE(silent.events.waitFor<EngineUp>(3s));
     EXPECT_TRUE(silent.events.waitFor<EngineDown>(3s));
     EXPECT_TRUE(silent.events.waitForCount<EngineUp>(2, 3s));
@@ -223,7 +215,7 @@ TEST(EngineProcess, keepsAProcessThatSaysThatItIsAlive)
 {
     FalseProcess living(
         "living", saying(EngineUp{"pc.local"}) + "while sleep 0.1; do " + saying(Alive{}) + "done",
-        {.startPatience = 1h, .patience = 1s});
+        1s);
     EXPECT_TRUE(living.events.waitFor<EngineUp>(3s));
     EXPECT_FALSE(living.events.waitFor<EngineDown>(1500ms));
     EXPECT_EQ(living.events.all().size(), 1U) << "only the engine is told";
@@ -326,8 +318,7 @@ TEST(EngineProcess, givesItsProcessTimeAfterAStandstillOfItsOwn)
     gate = pipe[0];
     std::signal(SIGUSR2, &stayAtTheGate);
     {
-        FalseProcess still("still", saying(EngineUp{"pc.local"}) + kStaying,
-                           {.startPatience = 1h, .patience = 2s});
+        FalseProcess still("still", saying(EngineUp{"pc.local"}) + kStaying, 2s);
         ASSERT_TRUE(still.events.waitFor<EngineUp>());
         ASSERT_TRUE(waitForSleep(still.thread));
         ASSERT_EQ(::syscall(SYS_tgkill, ::getpid(), still.thread.load(), SIGUSR2), 0);
