@@ -50,7 +50,7 @@ PARTS = {
 }
 
 
-# It takes more than an hour.
+# The part "home" takes more than an hour.
 ONLY_BY_NAME = ("home",)
 
 # The parts of --quick; the others take long.

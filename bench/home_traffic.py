@@ -40,10 +40,8 @@ class Device:
     def announcement(self, kinds):
         made = [mdns.address_record(self.name, self.address)]
         for kind in kinds:
-            pointer, server, _ = mdns.service_records(self.name, kind, self.name, 80)
             text = mdns.labels(*["x" * 60] * (self.offers[kind] // 61), "y")[:-1]
-            name = mdns.labels(self.name, *kind.split("."), "local")
-            made += [pointer, server, mdns.record(name, mdns.TXT, mdns.FLUSH, 4500, text)]
+            made += mdns.service_records(self.name, kind, self.name, 80, text=text)
         return mdns.response(made)
 
 
@@ -53,7 +51,7 @@ def devices_of(addresses):
     return [Device(*each, address) for each, address in zip(known + others, addresses)]
 
 
-class Home:
+class Schedule:
     """The packets to send, as (seconds since the start, address of the sender, packet)."""
 
     def __init__(self, devices):
@@ -115,7 +113,7 @@ def main():
     link = mdns.open_socket(own)
     began = time.monotonic()
     print("sending", flush=True)
-    for sent, (when, sender, packet) in enumerate(Home(devices_of(addresses)).packets()):
+    for sent, (when, sender, packet) in enumerate(Schedule(devices_of(addresses)).packets()):
         if select.select([sys.stdin], [], [], max(0, began + when - time.monotonic()))[0]:
             print(sent / (time.monotonic() - began), flush=True)
             return

@@ -23,9 +23,9 @@ def record(name, kind, cache_class, ttl, data):
     return name + struct.pack("!HHIH", kind, cache_class, ttl, len(data)) + data
 
 
-def service_records(name, kind, host, port, ttl=None):
-    """The records of one service of a type such as "_quillbox._tcp" on a host in .local. With a
-    `ttl` of 0 they are a goodbye."""
+def service_records(name, kind, host, port, ttl=None, text=b"\0"):
+    """The records of one service of a type such as "_quillbox._tcp" on a host in .local; `text` is
+    the content of its TXT record. With a `ttl` of 0 they are a goodbye."""
     service_type = labels(*kind.split("."), "local")
     instance = labels(name, *kind.split("."), "local")
     other = OTHER_TTL if ttl is None else ttl
@@ -34,7 +34,7 @@ def service_records(name, kind, host, port, ttl=None):
     return [
         record(service_type, PTR, IN, other, instance),
         record(instance, SRV, FLUSH, own, target),
-        record(instance, TXT, FLUSH, other, b"\0"),
+        record(instance, TXT, FLUSH, other, text),
     ]
 
 

@@ -45,8 +45,8 @@ private:
 /// A few free buffers of each size are kept for reuse, so that during a fast transfer the kernel
 /// does not have to map and clear new memory for each chunk. What has been received is usually sent
 /// at once, and its buffer returned; only a connection whose receiver is slow keeps one. The more
-/// memory these use, the smaller the chunks are, so that thousands of them do not hold a large
-/// buffer each. Thread-safe.
+/// memory such connections hold, the smaller the chunks are, so that thousands of them do not hold
+/// a large buffer each. Thread-safe.
 class ChunkPool final : public std::enable_shared_from_this<ChunkPool> {
 public:
     /// The chunk size that is available to every connection.

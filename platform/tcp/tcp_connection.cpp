@@ -10,14 +10,11 @@ namespace {
 /// Fewer bytes are cheaper to copy than to move through a pipe.
 constexpr std::size_t kLeastForPipe = 64UL * 1024;
 
-/// How many bytes make it likely that more of the same burst are under way.
-constexpr std::size_t kLargeBurst = 48UL * 1024;
-
 } // namespace
 
-/// A pending wait's reference to its connection. If the wait is destroyed without being called, as
-/// at the shutdown of the pool, it drops the pending operations of the connection. This breaks a
-/// reference cycle: completions usually own the connection that stores them.
+/// The reference of a pending wait or posted read to its connection. If it is destroyed without
+/// being called, as at the shutdown of the pool, it drops the pending operations of the connection.
+/// This breaks a reference cycle: completions usually own the connection that stores them.
 class TcpConnection::Waiting final {
 public:
     explicit Waiting(std::shared_ptr<TcpConnection> connection) : connection_(std::move(connection))
@@ -34,7 +31,7 @@ public:
     Waiting& operator=(const Waiting&) = delete;
     Waiting& operator=(Waiting&&) = delete;
 
-    /// Called when the wait is over.
+    /// Called when the wait is over, or when the posted read runs.
     std::shared_ptr<TcpConnection> end() { return std::move(connection_); }
 
 private:
@@ -87,14 +84,14 @@ void TcpConnection::beReady(std::unique_ptr<FdWatcher> socket)
 {
     dialler_.reset();
     socket_ = std::move(socket);
-    peer_.emplace(queue(), socket_->descriptor(), [weak = weak_from_this()] {
+    peerWatch_.emplace(queue(), socket_->descriptor(), [weak = weak_from_this()] {
         const auto self = weak.lock();
         if (!self || !self->socket_)
             return;
         self->noteFailure(std::make_error_code(std::errc::timed_out));
         giveUp(self->socket_->descriptor());
     });
-    peer_->watch();
+    peerWatch_->watch();
     report(State::Ready, {});
     socket_->waitForFailure([weak = weak_from_this()](const std::error_code&) {
         const auto self = weak.lock();
@@ -121,8 +118,9 @@ void TcpConnection::receive(std::size_t minimum, std::size_t maximum, ReceiveCom
         waitToReceive();
         return;
     }
-    // Reads only when the result can be delivered at once, so that connections that relay at the
-    // same time use one buffer in turn, which stays in the processor's cache.
+    // The read itself is posted, not just its completion. Otherwise all busy connections would fill
+    // a buffer each before the first one sends; so they take turns with one, which stays in the
+    // processor's cache.
     queue()->post([waiting = Waiting(shared_from_this())]() mutable {
         const auto self = waiting.end();
         self->tryReceive();
@@ -155,21 +153,16 @@ void TcpConnection::tryReceive()
     }
 }
 
-/// Borrows a buffer for the available data. Returns false if there is nothing to read now: a pipe
-/// took the data, which completes the receive, or there is none, which starts a wait. The amount of
-/// available data is queried only if the last receive filled its buffer: for small messages this
-/// system call would be a third of the work.
+/// Borrows a buffer for the available data. Returns false if a pipe took the data instead, which
+/// ends the receive. The amount of available data is queried only if the last receive filled its
+/// buffer: for small messages this system call would be a third of the work.
 bool TcpConnection::beginChunk()
 {
-    // A small burst is read at once. Of a large one, the rest arrives while its beginning is sent,
-    // and is worth a pipe.
-    auto wanted = hasLargeBursts_ ? ChunkPool::kSmallSize : ChunkPool::kMiddleSize;
+    // If bursts are large, little is read first: while that is sent, the rest arrives, and is then
+    // moved through a pipe without a copy. A small burst fits into one read.
+    auto wanted = wasLastBurstLarge_ ? ChunkPool::kSmallSize : ChunkPool::kMiddleSize;
     if (std::exchange(isFlowing_, false)) {
         const auto available = unreadBytes(socket_->descriptor());
-        if (available == 0) {
-            waitToReceive();
-            return false;
-        }
         // Only if any number of bytes suffices: a pipe that contains data may already be full.
         if (available >= kLeastForPipe && receive_->minimum == 1 && receiveThroughPipe())
             return false;
@@ -219,8 +212,8 @@ void TcpConnection::waitToReceive()
     // An idle connection does not occupy a buffer.
     if (receive_->chunk && receive_->chunk->size() == 0)
         receive_->chunk.reset();
-    if (burst_ > 0)
-        hasLargeBursts_ = std::exchange(burst_, 0) >= kLargeBurst;
+    if (receivedSinceWait_ > 0)
+        wasLastBurstLarge_ = std::exchange(receivedSinceWait_, 0) > ChunkPool::kMiddleSize;
     socket_->waitReadable(
         [waiting = Waiting(shared_from_this())](const std::error_code& error) mutable {
             const auto self = waiting.end();
@@ -240,7 +233,7 @@ void TcpConnection::endReceive(bool isComplete, std::error_code error, Delivery 
     else if (receive.chunk && receive.chunk->size() > 0)
         content = Content(std::move(receive.chunk));
     hasReceived_ = hasReceived_ || !content.isEmpty();
-    burst_ += content.size();
+    receivedSinceWait_ += content.size();
     accepted_.session.noteReceived(content.size());
     deliver(delivery,
             [completion = std::move(receive.completion), content = std::move(content), isComplete,
@@ -269,7 +262,7 @@ void TcpConnection::trySend(Delivery delivery)
     while (!unsent.isNothing()) {
         const auto sent = unsent.sendSome(socket_->descriptor(), *context_->chunks);
         hasSent_ = hasSent_ || sent.count > 0;
-        peer_->watch();
+        peerWatch_->watch();
         queue()->loop().noteMoved(sent.count);
         accepted_.session.noteSent(sent.count);
         if (sent.wouldBlock()) {
@@ -363,7 +356,7 @@ void TcpConnection::close()
         return;
     }
     socket_->cancelWaits();
-    peer_.reset();
+    peerWatch_.reset();
     auto unsent = send_ ? std::move(send_->unsent) : PendingSend();
     const auto cancelled = refusal(false);
     if (receive_)

@@ -72,9 +72,9 @@ public:
 private:
     friend class QueueObject<TcpConnection, Connection>;
 
-    /// A completion never runs inside the `receive` or `send` that it was passed to: if the result
-    /// is available there, it is posted. In the handler of a later event it is called directly,
-    /// which saves going through the queue for each chunk.
+    /// A completion never runs inside the call that it was passed to, nor inside `close`. What
+    /// these complete is therefore posted; handlers of events complete directly, which saves going
+    /// through the queue for each chunk.
     enum class Delivery { Posted, Direct };
 
     class Waiting;
@@ -116,8 +116,8 @@ private:
     const bool isDialled_ = false;
     std::shared_ptr<Dialler> dialler_; ///< until it has connected
     const std::weak_ptr<TcpConnection> client_;
-    std::unique_ptr<FdWatcher> socket_; ///< null before it is connected and after `close`
-    std::optional<PeerWatch> peer_;     ///< as long as `socket_`
+    std::unique_ptr<FdWatcher> socket_;  ///< null before it is connected and after `close`
+    std::optional<PeerWatch> peerWatch_; ///< as long as `socket_`
     std::optional<Receive> receive_;
     std::optional<Send> send_;
     std::error_code error_; ///< the first one: the kernel reports each error only once
@@ -128,9 +128,11 @@ private:
     /// watch is edge-triggered). True initially: data that is already there causes an event.
     bool isDrained_ = true;
     bool isFlowing_ = false; ///< the last receive filled its buffer: much more may be available
-    std::size_t burst_ = 0;  ///< bytes received since the last wait for some
-    bool hasLargeBursts_ = false; ///< `kLargeBurst` or more came between the last two waits
-    bool hasRead_ = false;        ///< `receive` was called
+    std::size_t receivedSinceWait_ = 0; ///< bytes since this connection last waited for data
+    /// The last burst, which is all that came between two waits, did not fit into one read of
+    /// `ChunkPool::kMiddleSize`.
+    bool wasLastBurstLarge_ = false;
+    bool hasRead_ = false; ///< `receive` was called
     bool hasReceived_ = false;
     bool hasSent_ = false;
 };

@@ -263,8 +263,8 @@ def test_an_engine_that_hangs_is_replaced_and_cuts_no_session(bare_computer, onl
     hanging = engine_child(helper)
     os.kill(hanging, signal.SIGSTOP)
 
-    # It counts as hanging after 30 s without a sign of life.
-    onlooker.wait("heard", phone.service_name, limit(40), since=seen)
+    # It counts as hanging after 40 s without a sign of life.
+    onlooker.wait("heard", phone.service_name, limit(50), since=seen)
     assert engine_child(helper) != hanging
     traffic.stop()
     assert set(helper.statuses(since)) <= {visible(1)}

@@ -23,9 +23,10 @@ std::string engineProgram(const std::string& name);
 struct EngineProcessOptions {
     std::string program; ///< a path
     std::string name;    ///< what the log calls the engine
-    /// How long the process may say nothing: one that takes longer hangs, and is replaced. libdbus
-    /// waits up to 25 s for avahi-daemon, which a flood of names keeps busy for seconds.
-    std::chrono::milliseconds patience{3 * kAliveInterval};
+    /// How long the process may say nothing: one that takes longer hangs, and is replaced. A call
+    /// to avahi-daemon takes up to 25 s, after which libdbus gives up, and may begin when the next
+    /// sign of life is nearly due.
+    std::chrono::milliseconds patience{4 * kAliveInterval};
 };
 
 /// An engine that is another process, at the other end of a socket pair. When the process dies,

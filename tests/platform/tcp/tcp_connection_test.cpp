@@ -222,7 +222,7 @@ TEST_F(TcpConnectionTest, receivesAllThatIsThereOnceAReceiveHasFilledItsBuffer)
 
 TEST_F(TcpConnectionTest, readsOnlyTheBeginningAtFirstOnceBurstsAreLarge)
 {
-    constexpr std::size_t kLarge = 48UL * 1024;
+    constexpr std::size_t kMost = ChunkPool::kMiddleSize;
     constexpr std::size_t kBeginning = ChunkPool::kSmallSize;
     const auto readsOf = [this](std::size_t burst) {
         EXPECT_TRUE(peer.send(pattern(burst)));
@@ -233,11 +233,11 @@ TEST_F(TcpConnectionTest, readsOnlyTheBeginningAtFirstOnceBurstsAreLarge)
         return reads;
     };
     using Reads = std::vector<std::size_t>;
-    EXPECT_EQ(readsOf(kLarge - 1), Reads{kLarge - 1});
-    EXPECT_EQ(readsOf(kLarge), Reads{kLarge});
-    EXPECT_EQ(readsOf(kLarge), (Reads{kBeginning, kLarge - kBeginning}));
-    EXPECT_EQ(readsOf(kLarge - 1), (Reads{kBeginning, kLarge - 1 - kBeginning}));
-    EXPECT_EQ(readsOf(kLarge), Reads{kLarge}) << "the one before was small";
+    EXPECT_EQ(readsOf(kMost - 1), Reads{kMost - 1});
+    EXPECT_EQ(readsOf(kMost + 1), (Reads{kMost, 1})) << "the one before was small";
+    EXPECT_EQ(readsOf(kMost + 1), (Reads{kBeginning, kMost + 1 - kBeginning}));
+    EXPECT_EQ(readsOf(kMost - 1), (Reads{kBeginning, kMost - 1 - kBeginning}));
+    EXPECT_EQ(readsOf(kMost - 1), Reads{kMost - 1}) << "the one before was small";
 }
 
 TEST_F(TcpConnectionTest, noticesTheEndBehindAReceiveThatFilledItsBuffer)
