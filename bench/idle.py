@@ -34,11 +34,9 @@ def idle(run):
     section.words = [
         f"With the window on screen and two phones found, over {seconds} s: once with the embedded "
         "DNS-SD engine, which is a separate process, and once with avahi-daemon. A wake-up is a "
-        "context switch to one of its threads. Memory is the proportional set size while a single "
-        "copy runs."
+        "context switch to one of its threads."
     ]
-    section.why = MEMORY_WHY
-    sizes = idle_sizes(section)
+    sizes = idle_sizes(run.book)
     helpers = {}
     for engine, place in places(run).items():
         run.progress(f"idle, {engine}: memory")
@@ -62,7 +60,14 @@ def idle(run):
         place.phone.goodbye_to_all()
 
 
-def idle_sizes(section):
+def idle_sizes(book):
+    section = book.section("Memory of the idle program")
+    section.words = [
+        "With two phones found and nobody else running the program: the proportional set size, and "
+        "in it the pages that are private and differ from any file. With the window on screen, "
+        "except where there is no display."
+    ]
+    section.why = MEMORY_WHY
     return {
         "all": section.figure("memory, all of it", "MB", digits=1, bars=(Bar(most=24),)),
         "own": section.figure("memory, without the engine", "MB", digits=1),

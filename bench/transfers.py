@@ -167,6 +167,7 @@ def pinned_round_trips(run):
     ):
         section = run.book.section(f"{titled('Round trips', place.name)}, {title}")
         section.words = [f"All threads are pinned. {words}"]
+        section.why = ROUND_TRIPS_WHY
         with place.pinned(relays, relays_on=one, clients_on=clients_on, server_on=other):
             ask(run, section, place.name, (Bar(most=1, than="nginx"),))
 
