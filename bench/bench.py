@@ -101,39 +101,38 @@ def attempt(run, name, part):
             run.end_relays()
 
 
-def perform(options):
-    """Runs the parts in the order of PARTS; returns the report and its book."""
-    kinds = [kind for kind in RELAYS if kind.name in options.relays]
-    run = Run(Plan(options.quick, options.rounds, options.seconds), kinds)
-    try:
-        for name, part in PARTS.items():
-            if name in options.only:
-                attempt(run, name, part)
-        run.progress("done")
-    finally:
-        # A second Ctrl-C must not interrupt the clean-up.
-        signal.signal(signal.SIGINT, signal.SIG_IGN)
-        run.close()
+def perform(run, options):
+    """Runs the parts in the order of PARTS, and writes the report."""
+    for name, part in PARTS.items():
+        if name in options.only:
+            attempt(run, name, part)
+    run.progress("done")
     how = [
         f"Medians of {run.plan.rounds} rounds. Each round measures every relay in turn, for "
         f"{run.plan.seconds:g} s. A ratio compares two measurements of one round; parentheses contain "
         "the lowest and the highest value of all rounds."
     ]
-    return report.markdown(run.book, machine_lines(), how), run.book
+    page = report.markdown(run.book, machine_lines(), how)
+    print(page)
+    if options.output:
+        report.write(options.output, page, run.book)
 
 
 def main():
     options = options_of(sys.argv[1:])
     signal.signal(signal.SIGINT, signal.default_int_handler)
     signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))
+    kinds = [kind for kind in RELAYS if kind.name in options.relays]
+    run = Run(Plan(options.quick, options.rounds, options.seconds), kinds)
     try:
-        page, book = perform(options)
+        perform(run, options)
     except KeyboardInterrupt:
         sys.exit(130)
-    print(page)
-    if options.output:
-        report.write(options.output, page, book)
-    if book.failures:
+    finally:
+        # A second Ctrl-C must not interrupt the clean-up.
+        signal.signal(signal.SIGINT, signal.SIG_IGN)
+        run.close()
+    if run.book.failures:
         sys.exit(1)
 
 

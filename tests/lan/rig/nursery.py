@@ -46,12 +46,17 @@ class Program:
         os.close(self._end)
 
     def wait(self, timeout=None):
-        if not select.select([self._end], [], [], timeout)[0]:
+        # Not select, which refuses descriptors from 1024 on.
+        ended = select.poll()
+        ended.register(self._end, select.POLLIN)
+        if not ended.poll(None if timeout is None else 1000 * timeout):
             raise subprocess.TimeoutExpired(str(self.pid), timeout)
         return 0
 
     def poll(self):
-        return 0 if select.select([self._end], [], [], 0)[0] else None
+        with contextlib.suppress(subprocess.TimeoutExpired):
+            return self.wait(0)
+        return None
 
     def send_signal(self, number):
         signal.pidfd_send_signal(self._end, number)

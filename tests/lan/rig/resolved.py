@@ -17,12 +17,13 @@ HOSTS = "files resolve [!UNAVAIL=return] dns"
 
 CONFIGURATION = "/run/systemd/resolved.conf.d/test.conf"
 
-PACKAGES = ("systemd-resolved", "libnss-resolve")
+# Its private library must be of the same version.
+PACKAGES = ("systemd-resolved", "libsystemd-shared", "libnss-resolve")
 
 
 def unpacked():
-    """The folder with systemd-resolved and its module for the name service, unpacked from the packages
-    of this system at the first use. Their installation would change how the machine itself resolves
+    """The folder with systemd-resolved, its library and its module for the name service, unpacked from
+    the packages of this system at the first use. Their installation would change how the machine itself resolves
     names."""
     folder = os.path.join(ROOT, "build", "systemd-resolved")
     os.makedirs(os.path.dirname(folder), exist_ok=True)
@@ -40,7 +41,7 @@ def unpacked():
                 for name in os.listdir(made):
                     subprocess.run(["dpkg-deb", "--extract", name, "."], **options)
             except (OSError, subprocess.SubprocessError) as error:
-                pytest.skip(f"the packages {' and '.join(PACKAGES)} cannot be fetched: {error}")
+                pytest.skip(f"the packages {', '.join(PACKAGES)} cannot be fetched: {error}")
             os.rename(made, folder)
     return folder
 
@@ -53,12 +54,13 @@ class WithResolved:
         self._folder = unpacked()
         self.resolved = None
 
-    def _path(self, pattern):
-        (path,) = glob.glob(f"{self._folder}/{pattern}")
+    def _path(self, name):
+        """Where a file is: below lib or usr/lib, as the release has it."""
+        (path,) = glob.glob(f"{self._folder}/**/{name}", recursive=True)
         return path
 
     def environment(self, **more):
-        module = self._path("usr/lib/*/libnss_resolve.so.2")
+        module = self._path("libnss_resolve.so.2")
         return super().environment(**({"LD_LIBRARY_PATH": os.path.dirname(module)} | more))
 
     def prepare(self, engine):
@@ -74,10 +76,14 @@ class WithResolved:
             self._provide("resolv.conf", "nameserver 127.0.0.53\n")
         text = f"[Resolve]\nMulticastDNS={multicast}\nLLMNR=no\nFallbackDNS=\n"
         self.run("install", "-D", "/dev/stdin", CONFIGURATION, input=text.encode())
-        self.resolved = self.start([self._path("*/systemd/systemd-resolved")])
-        command = [self._path("usr/bin/resolvectl"), "mdns", "eth0", multicast]
+        library = os.path.dirname(self._path("libsystemd-shared-*.so"))
+        own = self.environment(LD_LIBRARY_PATH=library)
+        self.resolved = self.start([self._path("systemd/systemd-resolved")], env=own)
+        command = [self._path("bin/resolvectl"), "mdns", "eth0", multicast]
         wait_until(
-            lambda: self.run(*command, check=False).returncode == 0, 20, "systemd-resolved"
+            lambda: self.run(*command, check=False, env=own).returncode == 0,
+            20,
+            "systemd-resolved",
         )
 
     def responders(self):
