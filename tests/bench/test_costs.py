@@ -152,11 +152,15 @@ def test_a_meter_of_a_family_counts_what_children_do_meanwhile():
 def test_waiting_is_counted_apart_from_being_interrupted():
     process = child("end = __import__('time').process_time() + 0.2\n"
                     "while __import__('time').process_time() < end: pass")
+    # It is about to wait for its input, which must not happen between two of the following reads.
+    process.send_signal(signal.SIGSTOP)
+    os.waitid(os.P_PID, process.pid, os.WSTOPPED)
     own = f"/proc/{process.pid}/task/{process.pid}"
     text = costs.read(f"{own}/status")
     assert costs.voluntary_switches(own) == costs.number_after(text, "voluntary_ctxt_switches")
     interrupted = costs.number_after(text, "nonvoluntary_ctxt_switches")
     assert costs.times_switched(own) == costs.voluntary_switches(own) + interrupted
+    process.send_signal(signal.SIGCONT)
     end(process)
 
 
