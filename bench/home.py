@@ -60,7 +60,7 @@ class Home:
             self.faults.append(f"the program ended with {code}")
 
     def packets_per_second(self):
-        """Ends the traffic; returns how many packets it has sent."""
+        """Ends the traffic; returns how many packets it has sent in a second."""
         since = self.traffic.mark()
         self.traffic.process.stdin.close()
         return float(self.traffic.wait_line(lambda line: True, 10, since, "the rate").text)
@@ -85,6 +85,7 @@ def home(run):
     run.progress("home: preparation")
     calm = [Home(run, engine) for engine in ENGINES]
     restless = [Home(run, engine) for engine in ENGINES]
+    # The work of the start is not measured, and has no event at its end.
     time.sleep(run.plan.pick(30, 5))
     run.progress(f"home: {seconds} s")
     for each in calm + restless:
@@ -118,7 +119,8 @@ def home(run):
 
 
 def sleep_and_wake(homes, says_goodbye):
-    """Puts the phones to sleep once; the program must see them go and come back."""
+    """Puts the phones to sleep once; the program must see them go and come back. The time that passes
+    is what is measured, so nothing ends it early."""
     asleep, awake = SAYING_GOODBYE if says_goodbye else SILENT
     marks = [each.helper.mark() for each in homes]
     began = time.monotonic()

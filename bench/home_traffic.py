@@ -6,8 +6,8 @@ it has sent in a second.
 
 A printer, a television and a speaker answer those who ask for what they offer. The others are phones
 and computers, which wake now and then: such a device probes for its name (RFC 6762, section 8.1),
-announces itself, and asks who else is there. For ten minutes of each hour somebody has an app open that asks
-for televisions every 20 s.
+announces itself, and asks who else is there. For ten minutes of each hour somebody has an app open
+that asks for televisions every 20 s.
 """
 
 import heapq

@@ -44,6 +44,7 @@ def idle(run):
         # One instance at a time: two would share library pages, and each would count only half.
         for has_display in (True, False):
             helper = place.started(2, has_display)
+            # Until nothing more is allocated, of which nothing tells.
             time.sleep(run.plan.pick(5, 1))
             note_sizes(sizes, ENGINES[engine], helper, has_display)
             helper.stop()
@@ -72,7 +73,7 @@ def idle_sizes(book):
         "all": section.figure("memory, all of it", "MB", digits=1, bars=(Bar(most=24),)),
         "own": section.figure("memory, without the engine", "MB", digits=1),
         "private": section.figure("memory, private and changed", "MB", digits=1),
-        "hidden": section.figure(
+        "no display": section.figure(
             "memory without a display, all of it", "MB", digits=1, bars=(Bar(most=12),)
         ),
         "threads": section.figure("threads", "", digits=0),
@@ -86,7 +87,7 @@ def megabytes(members, kib):
 
 def note_sizes(rows, name, helper, has_display):
     members = costs.family(helper.pid)
-    rows["all" if has_display else "hidden"].add(name, megabytes(members, costs.pss_kib))
+    rows["all" if has_display else "no display"].add(name, megabytes(members, costs.pss_kib))
     if not has_display:
         return
     rows["own"].add(name, megabytes(members[:1], costs.pss_kib))

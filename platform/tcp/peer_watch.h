@@ -12,8 +12,8 @@ namespace quillbox {
 
 /// Tells when the peer of a connection has acknowledged nothing for `kSilenceLimit`, and enables
 /// keep-alive. The kernel alone repeats bytes for 15 minutes. Its TCP_USER_TIMEOUT also ends
-/// connections to a peer that does not read, and comes too late where the
-/// peer's link-layer address (ARP) can no longer be resolved. Used and destroyed on its queue.
+/// connections to a peer that does not read, and comes too late where the peer's link-layer address
+/// (ARP) can no longer be resolved. Used and destroyed on its queue.
 class PeerWatch final {
 public:
     /// `silent` is called on the queue, never inside a call to this object, which it may destroy.

@@ -23,8 +23,8 @@ PACKAGES = ("systemd-resolved", "libsystemd-shared", "libnss-resolve")
 
 def unpacked():
     """The folder with systemd-resolved, its library and its module for the name service, unpacked from
-    the packages of this system at the first use. Their installation would change how the machine itself resolves
-    names."""
+    the packages of this system at the first use. Their installation would change how the machine itself
+    resolves names."""
     folder = os.path.join(ROOT, "build", "systemd-resolved")
     os.makedirs(os.path.dirname(folder), exist_ok=True)
     with open(f"{folder}.lock", "w", encoding="ascii") as lock:
