@@ -53,7 +53,7 @@ std::unique_ptr<Chunk> ChunkPool::borrow(std::size_t minimum, std::size_t wanted
 std::size_t ChunkPool::most(std::size_t wanted) const
 {
     const auto out = lent();
-    if (out + wanted <= kCached)
+    if (out + wanted <= kLargeBudget)
         return wanted;
     return out + std::min(wanted, kMiddleSize) <= kBudget ? kMiddleSize : kSmallSize;
 }

@@ -52,8 +52,9 @@ public:
     /// The chunk size that is available to every connection.
     static constexpr std::size_t kSmallSize = 16UL * 1024;
 
-    /// Up to this many bytes in use, chunks may have any size; beyond it, `kMiddleSize`.
-    static constexpr std::size_t kCached = 4UL * 1024 * 1024;
+    /// Up to this many bytes in use, chunks may have any size; beyond it, `kMiddleSize`: a few
+    /// connections with slow receivers do not shrink the chunks of all others.
+    static constexpr std::size_t kLargeBudget = 4UL * 1024 * 1024;
     static constexpr std::size_t kMiddleSize = 64UL * 1024;
 
     /// Beyond this many bytes in use, chunks have `kSmallSize`.

@@ -123,7 +123,7 @@ TEST(ChunkPool, lendsLargeBuffersToAFewAndMiddlingOnesToMany)
 {
     const auto pool = std::make_shared<ChunkPool>();
     std::vector<std::unique_ptr<Chunk>> chunks;
-    for (std::size_t out = 0; out < ChunkPool::kCached; out += kMaximumContentSize) {
+    for (std::size_t out = 0; out < ChunkPool::kLargeBudget; out += kMaximumContentSize) {
         chunks.push_back(pool->borrow(1, kMaximumContentSize));
         EXPECT_EQ(chunks.back()->room().size(), kMaximumContentSize);
     }
