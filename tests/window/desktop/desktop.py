@@ -16,6 +16,17 @@ NAME = "quillbox-helper"
 FIRST_NAMESPACE = 0xF0000000  # inode numbers of namespaces start here (PROC_DYNAMIC_FIRST)
 
 
+SOCKETS = "/tmp/.X11-unix"
+
+
+def make_socket_folder():
+    """Makes the folder with the sockets of X servers, if there is none. Of several servers that start
+    at once and do not find it, only one would make it, and the others would not listen there."""
+    os.makedirs(SOCKETS, exist_ok=True)
+    if os.stat(SOCKETS).st_uid == os.getuid():
+        os.chmod(SOCKETS, 0o1777)
+
+
 class Desktop(Computer):
     """A computer with a display."""
 
@@ -43,6 +54,7 @@ class Desktop(Computer):
         namespace = os.stat(f"/proc/{self.pid}/ns/net").st_ino
         number = namespace - FIRST_NAMESPACE
         width, height = size
+        make_socket_folder()
         self.server = self.start(
             ["Xvfb", f":{number}", "-displayfd", "1", "-screen", "0", f"{width}x{height}x24"]
             + ["-dpi", str(dpi), "-nolisten", "tcp", "-noreset"]
