@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -104,67 +105,58 @@ TEST(Icons, areReadableOnAnyPanel)
     }
 }
 
-/// A folder with an icon theme. The offscreen platform has no theme of its own.
-class IconTheme : public ::testing::Test {
+/// A folder for data files, and nothing but that.
+class InstalledIcon : public ::testing::Test {
 protected:
-    void SetUp() override
+    InstalledIcon()
     {
-        ASSERT_TRUE(QDir(folder.path()).mkpath(QStringLiteral("hicolor/symbolic/apps")));
-        QFile index(folder.filePath(QStringLiteral("hicolor/index.theme")));
-        ASSERT_TRUE(index.open(QIODevice::WriteOnly));
-        index.write("[Icon Theme]\nName=Hicolor\nDirectories=symbolic/apps\n"
-                    "[symbolic/apps]\nSize=16\nMinSize=8\nMaxSize=512\nType=Scalable\n");
-        pathsBefore = QIcon::themeSearchPaths();
-        nameBefore = QIcon::themeName();
+        for (const char* variable : kVariables) {
+            before.push_back(qgetenv(variable));
+            qputenv(variable, folder.path().toUtf8());
+        }
     }
 
-    ~IconTheme() override
+    ~InstalledIcon() override
     {
-        QIcon::setThemeSearchPaths(pathsBefore);
-        QIcon::setThemeName(nameBefore);
+        for (std::size_t i = 0; i < std::size(kVariables); ++i)
+            before[i].isNull() ? qunsetenv(kVariables[i]) : qputenv(kVariables[i], before[i]);
     }
 
     void install() const
     {
+        const QDir icons(folder.filePath(QStringLiteral("icons/hicolor/symbolic/apps")));
+        ASSERT_TRUE(icons.mkpath(QStringLiteral(".")));
         ASSERT_TRUE(
             QFile::copy(QStringLiteral(SYMBOLIC_ICON),
-                        folder.filePath(QStringLiteral("hicolor/symbolic/apps/"
-                                                       "org.quillbox.Helper-symbolic.svg"))));
+                        icons.filePath(QStringLiteral("org.quillbox.Helper-symbolic.svg"))));
     }
 
-    /// The status icon of a program that is started with this theme.
-    QIcon statusIcon() const
-    {
-        QIcon::setThemeSearchPaths({folder.path()});
-        QIcon::setThemeName(QStringLiteral("hicolor"));
-        return Icons::status();
-    }
+    static constexpr const char* kVariables[] = {"XDG_DATA_HOME", "XDG_DATA_DIRS"};
 
     QTemporaryDir folder;
-    QStringList pathsBefore;
-    QString nameBefore;
+    std::vector<QByteArray> before; ///< null if not set
 };
 
-TEST_F(IconTheme, givesTheStatusIconItsName)
+TEST_F(InstalledIcon, givesTheStatusIconItsName)
 {
     install();
-    const QIcon icon = statusIcon();
+    const QIcon icon = Icons::status();
     EXPECT_EQ(icon.name(), QStringLiteral("org.quillbox.Helper-symbolic"));
     QIcon changed = icon;
     changed.addPixmap(QPixmap(16, 16));
     EXPECT_EQ(changed.name(), icon.name()) << "a copy of its own";
 }
 
-TEST_F(IconTheme, withoutTheSymbolicIconThereIsNoName)
+TEST_F(InstalledIcon, isWhatTheNameDependsOn)
 {
-    EXPECT_EQ(statusIcon().name(), QString());
+    EXPECT_EQ(Icons::status().name(), QString());
 }
 
-TEST_F(IconTheme, doesNotReplaceTheImage)
+TEST_F(InstalledIcon, doesNotReplaceTheImage)
 {
-    const QImage own = drawn(statusIcon(), 22);
+    const QImage own = drawn(Icons::status(), 22);
     install();
-    EXPECT_EQ(drawn(statusIcon(), 22), own);
+    EXPECT_EQ(drawn(Icons::status(), 22), own);
 }
 
 /// Panels that do not tint it.

@@ -4,6 +4,7 @@
 #include <QLibraryInfo>
 #include <QPainter>
 #include <QPixmap>
+#include <QStandardPaths>
 #include <QSvgRenderer>
 #include <QVersionNumber>
 #include <algorithm>
@@ -24,8 +25,9 @@ namespace {
 /// The sizes that panels, windows and window switchers ask for.
 constexpr int kSizes[] = {16, 18, 20, 22, 24, 32, 48, 64, 128, 256};
 
-/// The file that is installed into the icon theme.
+/// The icon that is installed into the theme that all others inherit from.
 constexpr QLatin1StringView kStatusName("org.quillbox.Helper-symbolic");
+constexpr QLatin1StringView kStatusFolder("icons/hicolor/symbolic/apps/");
 
 /// Renders an SVG image.
 class SvgIconEngine final : public QIconEngine {
@@ -88,6 +90,14 @@ private:
     const QString themeName;
 };
 
+/// QIcon::hasThemeIcon() ignores icons that Qt cannot draw, such as SVG images where the plugin for
+/// them is not installed. Panels can.
+bool isStatusIconInstalled()
+{
+    const QString file = kStatusFolder + kStatusName + QLatin1StringView(".svg");
+    return !QStandardPaths::locate(QStandardPaths::GenericDataLocation, file).isEmpty();
+}
+
 QIcon makeIcon(const QString& path, const QString& themeName = {})
 {
     registerIcons();
@@ -104,7 +114,7 @@ QIcon application()
 QIcon status()
 {
     return makeIcon(QStringLiteral(":/quillbox/status.svg"),
-                    QIcon::hasThemeIcon(kStatusName) ? QString(kStatusName) : QString());
+                    isStatusIconInstalled() ? QString(kStatusName) : QString());
 }
 
 } // namespace quillbox::Icons
