@@ -6,6 +6,7 @@
 #include "discovery/management_resolver.h"
 #include "discovery/phone_discovery.h"
 #include "platform/dispatch_queue.h"
+#include "platform/dns_sd.h"
 #include "platform/log.h"
 #include "platform/network.h"
 #include "platform/network_view.h"
@@ -81,6 +82,12 @@ struct AppEnvironment {
 struct StatusReport {
     bool ready = false;
     std::string text;
+};
+
+/// The host name of a relay in the network view; empty while it is not advertised.
+struct RelayHost {
+    std::string name = {};
+    std::unique_ptr<DnsSd::Subscription> updates = {};
 };
 
 /// A request from another process, such as a panel, to open web management.
@@ -182,6 +189,7 @@ public:
     const std::shared_ptr<PhoneDiscovery> discovery;
     std::map<std::string, std::shared_ptr<FinderRelay>, CanonicalLess> relays; ///< by Finder name
     std::map<std::string, std::string, CanonicalLess> relayTargets; ///< endpoint descriptions
+    std::map<std::string, RelayHost, CanonicalLess> relayHosts;
     EditField hostField;
     EditField portField;
     EditField shareField;
@@ -250,6 +258,8 @@ private:
                     const std::string& target, std::function<void(const StatusReport&)> changed);
     void retireChangedRelays();
     void automaticRelayChanged(const std::string& finderName, const StatusReport& report);
+    void relayHostChanged(const std::string& finderName,
+                          const std::optional<DnsSd::OwnService>& own);
     bool isEveryDeviceReady() const;
     StatusReport visibleStatus() const;
 

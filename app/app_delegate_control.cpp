@@ -109,6 +109,7 @@ HelperStatus AppDelegate::helperStatus() const
         status.relays.push_back(
             {.name = name,
              .target = shownTarget(target, discoveredDevices),
+             .host = relayHosts.at(name).name,
              .traffic = carried == traffic.listeners.end() ? Traffic() : carried->second});
     }
     return status;

@@ -3,13 +3,6 @@
 
 namespace quillbox {
 
-namespace {
-
-/// What follows the instance name in the DNS-SD service name that a relay advertises.
-constexpr const char* kServiceSuffix = "._smb._tcp.local";
-
-} // namespace
-
 void AppDelegate::openInFinder(const std::string& permission)
 {
     openShare(nullptr, permission, {});
@@ -47,7 +40,8 @@ std::optional<StatusReport> AppDelegate::openShare(const std::string* phone,
     const std::string only =
         isAutomatic && !phone ? discoveredDevices.front().name : std::string(kManualFinderName);
     const std::string& finderName = phone ? *phone : only;
-    const auto url = smbUrl({.user = user, .host = finderName + kServiceSuffix, .share = share});
+    const std::string service = finderName + '.' + kSmbServiceType + ".local";
+    const auto url = smbUrl({.user = user, .host = service, .share = share});
     if (!url)
         return refuse({.ready = false, .text = "Check the connection fields"});
     // Saves the host and the port without further checks: only a relay needs usable ones.

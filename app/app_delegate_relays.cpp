@@ -79,6 +79,7 @@ void AppDelegate::stopRelays()
 {
     const auto stopped = std::exchange(relays, {});
     relayTargets.clear();
+    relayHosts.clear();
     readyFinderNames.clear();
     for (const auto& [finderName, relay] : stopped)
         dismiss(*relay);
@@ -98,6 +99,12 @@ void AppDelegate::startRelay(const std::string& finderName, const Endpoint& endp
     relays[finderName] = relay;
     relayTargets[finderName] = target;
     relay->start(endpoint, target, finderName);
+    relayHosts[finderName].updates = environment.network.dnsSd().findOwn(
+        finderName, kSmbServiceType, environment.dispatch.mainQueue(),
+        [self = QPointer(this), finderName](const auto& own) {
+            if (self)
+                self->relayHostChanged(finderName, own);
+        });
 }
 
 void AppDelegate::retireChangedRelays()
@@ -117,6 +124,7 @@ void AppDelegate::retireChangedRelays()
         }
         dismiss(*entry->second);
         relayTargets.erase(entry->first);
+        relayHosts.erase(entry->first);
         readyFinderNames.erase(entry->first);
         entry = relays.erase(entry);
     }
@@ -133,6 +141,14 @@ void AppDelegate::automaticRelayChanged(const std::string& finderName, const Sta
         setStatus(visibleStatus());
     else if (!report.ready)
         setStatus(report);
+}
+
+void AppDelegate::relayHostChanged(const std::string& finderName,
+                                   const std::optional<DnsSd::OwnService>& own)
+{
+    const auto host = relayHosts.find(finderName);
+    if (host != relayHosts.end())
+        host->second.name = own && own->isPublished ? own->hostName : "";
 }
 
 bool AppDelegate::isEveryDeviceReady() const

@@ -274,9 +274,13 @@ int examine(const Options& options, char** arguments)
     prepareProcess();
     int argumentCount = 1;
     const QCoreApplication application(argumentCount, arguments);
-    auto examining = std::async(std::launch::async, [] { return examineSystem(kFileServiceType); });
+    std::promise<std::string> relayHost;
+    auto examining = std::async(std::launch::async, [host = relayHost.get_future().share()] {
+        return examineSystem(kFileServiceType, [host] { return host.get(); });
+    });
     std::string problem;
     const auto copy = askRunningCopy(runningCopy({}, problem).get(), kLimitOfDoctorsQuestion);
+    relayHost.set_value(relayHostIn(copy));
     const Examination examination = examining.get();
     const auto mainQueue = makeMainQueue();
     const auto store = makeFileUserDefaults(configurationPath(kSettings), mainQueue->queue());

@@ -61,6 +61,7 @@ HelperStatus statusIn(const QJsonObject& json)
     for (const QJsonValue& relay : json["relays"_L1].toArray())
         status.relays.push_back({.name = textIn(relay, "name"_L1),
                                  .target = textIn(relay, "target"_L1),
+                                 .host = textIn(relay, "host"_L1),
                                  .traffic = trafficIn(relay.toObject())});
     return status;
 }
@@ -97,7 +98,8 @@ std::string plainTextOf(const Traffic& traffic)
 
 std::string plainTextOf(const RelayStatus& relay)
 {
-    return "  " + shownUtf8(relay.name) + "\n    target: " + shownUtf8(relay.target) + '\n'
+    const std::string host = relay.host.empty() ? "" : "    host: " + shownUtf8(relay.host) + '\n';
+    return "  " + shownUtf8(relay.name) + "\n    target: " + shownUtf8(relay.target) + '\n' + host
            + plainTextOf(relay.traffic);
 }
 
@@ -115,6 +117,8 @@ QJsonObject jsonOf(const HelperStatus& status)
     for (const RelayStatus& relay : status.relays) {
         QJsonObject entry{{u"name"_s, QString::fromStdString(relay.name)},
                           {u"target"_s, QString::fromStdString(relay.target)}};
+        if (!relay.host.empty())
+            entry["host"_L1] = QString::fromStdString(relay.host);
         insert(entry, relay.traffic);
         relays.append(entry);
     }

@@ -25,6 +25,7 @@ struct PhoneStatus {
 struct RelayStatus {
     std::string name = {};
     std::string target = {}; ///< the name of the phone, or the typed host and port
+    std::string host = {};   ///< its host name in the network view; empty while not advertised
     Traffic traffic = {};
 
     bool operator==(const RelayStatus&) const = default;

@@ -61,6 +61,16 @@ RunningCopyFacts askRunningCopy(RunningApplication* copy, std::chrono::milliseco
     return {.state = State::Answered, .status = answer->status};
 }
 
+std::string relayHostIn(const RunningCopyFacts& copy)
+{
+    if (!copy.status)
+        return {};
+    const auto& relays = copy.status->relays;
+    const auto named =
+        std::ranges::find_if(relays, [](const auto& relay) { return !relay.host.empty(); });
+    return named == relays.end() ? std::string() : named->host;
+}
+
 std::string plainText(const std::vector<Finding>& findings)
 {
     std::string text;

@@ -46,6 +46,9 @@ std::vector<Finding> diagnose(const DoctorFacts& facts);
 /// running.
 RunningCopyFacts askRunningCopy(RunningApplication* copy, std::chrono::milliseconds limit);
 
+/// The host name of a relay of the running copy; empty if it tells none.
+std::string relayHostIn(const RunningCopyFacts& copy);
+
 /// One line per finding, and another one for its advice, safe to print on a terminal.
 std::string plainText(const std::vector<Finding>& findings);
 

@@ -63,9 +63,17 @@ Findings checkNames(const SystemFacts& system)
                          "the servers in /etc/resolv.conf.")};
         break;
     case LocalNames::Resolved:
+        if (names.isResolved == Seen::Yes)
+            break;
+        if (names.isResolved == Seen::Unknown && names.askedName.empty())
+            return {warn(kNames,
+                         "systemd-resolved is asked for names that end in .local. Whether it "
+                         "resolves those that this computer gives the phones depends on its "
+                         "version, and the helper shows no phone to try it with.",
+                         "Run 'quillbox-helper doctor' again while the helper shows a phone.")};
         return {bad(kNames,
-                    "systemd-resolved, which is asked for names that end in .local, ignores those "
-                    "that this computer gives the phones"
+                    "systemd-resolved, which is asked for names that end in .local, does not "
+                    "resolve those that this computer gives the phones"
                         + consequence,
                     packages.howToInstall({Package::LocalNames})
                         + ", and write 'mdns4_minimal [NOTFOUND=return]' before 'resolve' in the "

@@ -6,12 +6,6 @@
 
 namespace quillbox {
 
-namespace {
-
-constexpr const char* kSmbServiceType = "_smb._tcp";
-
-} // namespace
-
 template <typename Text> void FinderRelay::tell(Text&& text)
 {
     log.tell(LogCategory::Relay, [&] { return inDoubleQuotes(advertisedName) + ": " + text(); });

@@ -14,8 +14,11 @@
 
 namespace quillbox {
 
-/// Makes one phone appear in the file browser: a listener on a free port, advertised as `_smb._tcp`
-/// under a Finder name, and for each incoming connection a `RelaySession` to a fixed target.
+/// The type of the services that relays are advertised as.
+inline constexpr const char* kSmbServiceType = "_smb._tcp";
+
+/// Makes one phone appear in the file browser: a listener on a free port, advertised under a Finder
+/// name, and for each incoming connection a `RelaySession` to a fixed target.
 ///
 /// `start` and `stop` may be called on any thread, return at once, and take effect in the order of
 /// the calls. The owner calls `stop` before it releases the relay; pending work on the queue keeps

@@ -33,29 +33,34 @@ std::vector<InterfaceFacts> probeInterfaces(const std::string& type)
     return survey.interfaces;
 }
 
+bool isResolvedAsked(const NameService& service)
+{
+    return service.localNames() == NameService::LocalNames::Resolved;
+}
+
 } // namespace
 
-NameExamination examineNames(const NameService& service, bool isAvahiRunning,
-                             const std::string& ownName,
-                             std::function<bool(const std::string&)> find,
+NameExamination examineNames(const NameService& service, bool isResolverRunning,
+                             const std::string& name, std::function<bool(const std::string&)> find,
                              std::chrono::steady_clock::time_point end)
 {
     NameExamination result{.facts = {.service = service}};
-    if (!service.isLocalOnly())
+    if (!service.isLocalOnly() && !isResolvedAsked(service))
         return result;
-    if (!isAvahiRunning) {
+    if (!isResolverRunning) {
         result.facts.isResolved = Seen::No;
-    } else if (!ownName.empty()) {
-        result.facts.askedName = ownName;
+    } else if (!name.empty()) {
+        result.facts.askedName = name;
         Timely<Seen> found(
-            [ownName, find = std::move(find)] { return find(ownName) ? Seen::Yes : Seen::No; });
+            [name, find = std::move(find)] { return find(name) ? Seen::Yes : Seen::No; });
         result.facts.isResolved = found.take(end, Seen::Unknown);
         result.isStuck = found.isLate();
     }
     return result;
 }
 
-Examination examineSystem(const std::string& phoneType)
+Examination examineSystem(const std::string& phoneType,
+                          const std::function<std::string()>& relayHost)
 {
     const auto end = std::chrono::steady_clock::now() + kLimit;
     Timely<std::vector<InterfaceFacts>> interfaces(
@@ -73,8 +78,9 @@ Examination examineSystem(const std::string& phoneType)
     facts.packageManager = systemPackageManager();
     facts.avahi = avahi.take(end - kAnswerLimit, {});
     const NameService service = systemNameService();
-    auto names = examineNames(service, isAvahiAskedForNames(service), facts.avahi.hostName,
-                              isNameFound, end);
+    auto names = examineNames(service, isResolverRunning(service),
+                              isResolvedAsked(service) ? relayHost() : facts.avahi.hostName,
+                              isNameOfThisComputer, end);
     facts.names = std::move(names.facts);
     facts.interfaces = interfaces.take(end, {});
     facts.phones = phones.take(end, {});

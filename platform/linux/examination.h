@@ -17,23 +17,24 @@ struct Examination {
 };
 
 /// Examines this computer and its network. The probes run in parallel and take less than six
-/// seconds together, even if some hang. `phoneType` is like "_smb._tcp". Changes and publishes
-/// nothing; starts nothing but, where no avahi-daemon runs, an embedded DNS-SD engine that only
-/// queries. Blocks; an application object must exist meanwhile.
-Examination examineSystem(const std::string& phoneType);
+/// seconds together, even if some hang. `phoneType` is like "_smb._tcp". `relayHost` gives the host
+/// name of a relay that is running, or an empty string; it may block for two seconds. Changes and
+/// publishes nothing; starts nothing but, where no avahi-daemon runs, an embedded DNS-SD engine
+/// that only queries. Blocks; an application object must exist meanwhile.
+Examination examineSystem(const std::string& phoneType,
+                          const std::function<std::string()>& relayHost);
 
 struct NameExamination {
     NameFacts facts;
     bool isStuck = false; ///< the lookup has not finished, and still blocks a detached thread
 };
 
-/// Whether names that end in ".local" are resolved. `find` looks up `ownName`, which is this
-/// computer's own name, or empty if it is not known, on another thread until `end`; not if a DNS
-/// server might be asked, or systemd-resolved. `isAvahiRunning`: whether the name service asks an
-/// avahi-daemon that is running.
-NameExamination examineNames(const NameService& service, bool isAvahiRunning,
-                             const std::string& ownName,
-                             std::function<bool(const std::string&)> find,
+/// Whether names that end in ".local" are resolved. `find` looks up `name`, unless it is empty, on
+/// another thread until `end`; not if DNS servers are asked beside avahi-daemon, and only if
+/// `isResolverRunning`. For avahi-daemon it is this computer's own name. For systemd-resolved,
+/// which knows that one anyway, it is a relay's.
+NameExamination examineNames(const NameService& service, bool isResolverRunning,
+                             const std::string& name, std::function<bool(const std::string&)> find,
                              std::chrono::steady_clock::time_point end);
 
 } // namespace quillbox

@@ -19,14 +19,17 @@ PackageManager systemPackageManager(const std::filesystem::path& root = "/");
 /// The name service as configured in nsswitch.conf. Unknown in a sandbox.
 NameService systemNameService(const std::filesystem::path& root = "/");
 
+/// Whether the program that the name service asks for names that end in ".local" is running.
+bool isResolverRunning(const NameService& service);
+
 /// Whether the name service asks a running avahi-daemon for names that end in ".local". Then it
 /// resolves the names that DNS-SD found, though perhaps slowly: libnss-mdns first asks a DNS server
 /// whether it is responsible for ".local", and that may time out.
 bool isAvahiAskedForNames(const NameService& service = systemNameService());
 
-/// Whether a name can be resolved. Blocks until the name service answers, so the caller must bound
-/// it. It may be sent to a DNS server, unless the name service is local only and avahi-daemon is
-/// running.
-bool isNameFound(const std::string& name);
+/// Whether a name is resolved to an address of this computer. Blocks until the name service
+/// answers, so the caller must bound it. The name may be sent to a DNS server, unless the name
+/// service is local only and avahi-daemon is running.
+bool isNameOfThisComputer(const std::string& name);
 
 } // namespace quillbox

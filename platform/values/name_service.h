@@ -14,8 +14,9 @@ public:
         Unknown,
         Nowhere,
         Avahi, ///< by libnss-mdns, which asks avahi-daemon
-        /// By systemd-resolved only, which ignores what other programs of this computer announce.
-        /// It knows the computer's own name without asking.
+        /// By systemd-resolved only. Many versions ignore what other programs of this computer
+        /// announce (https://github.com/systemd/systemd/issues/40636); all know the computer's own
+        /// name without asking.
         Resolved,
     };
 

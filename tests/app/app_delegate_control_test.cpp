@@ -89,6 +89,33 @@ TEST_F(AppDelegateControl, tellsItsStatus)
     EXPECT_EQ(status.total, (Traffic{.sessionsInAll = 9}));
 }
 
+TEST_F(AppDelegateControl, tellsTheHostsOfRelaysWhileTheyAreAdvertised)
+{
+    launch();
+    findOfficeAndKitchen();
+    const auto queries = active(network.dnsSd().ownQueries());
+    ASSERT_EQ(queries.size(), 2U);
+    EXPECT_EQ(queries.at(1).request, "Quillbox Office._smb._tcp");
+    const auto hostOnce = [&](const std::optional<DnsSd::OwnService>& own) {
+        queries.at(1).tell(own);
+        dispatch.runAll();
+        const auto relays = ask(ControlCommand::Status).status.value().relays;
+        EXPECT_EQ(relays.at(0).host, "");
+        return relays.at(1).host;
+    };
+    DnsSd::OwnService own{"office-pc-1.local", {}, false};
+    EXPECT_EQ(hostOnce(own), "");
+    own.isPublished = true;
+    EXPECT_EQ(hostOnce(own), own.hostName);
+    EXPECT_EQ(hostOnce(std::nullopt), "");
+
+    findPhones({phoneNamed("Quillbox K\u00fcche")});
+    EXPECT_TRUE(queries.at(1).isEnded());
+    queries.at(1).tell(own);
+    dispatch.runAll();
+    EXPECT_EQ(ask(ControlCommand::Status).status.value().relays.size(), 1U);
+}
+
 TEST_F(AppDelegateControl, tellsItsStatusBeforeAnyReport)
 {
     defaults.values = {{"automaticDiscovery", false}, {"showInFinder", false}};

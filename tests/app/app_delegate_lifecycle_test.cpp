@@ -412,7 +412,7 @@ TEST_F(AppDelegateLifecycle, terminationStopsDiscoveryAndThenTheRelays)
     dispatch.runAll();
     EXPECT_THAT(log,
                 ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
-                            "listener.cancel Quillbox A"));
+                            "ownQuery.cancel Quillbox A._smb._tcp", "listener.cancel Quillbox A"));
     EXPECT_THAT(delegate->relays, IsEmpty());
     EXPECT_THAT(defaults.writes, IsEmpty());
 }

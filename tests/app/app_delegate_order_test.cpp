@@ -49,11 +49,12 @@ protected:
 TEST_F(AppDelegateOrder, startsUpInAFixedOrder)
 {
     launchAndWait();
-    EXPECT_THAT(log, ElementsAre("applications.others", "status item, window built",
-                                 "browse.start _quillbox._tcp", "browse.start _quillbox-admin._tcp",
-                                 "window.bringForward", "read showInFinder",
-                                 "read automaticDiscovery", "write host", "write port",
-                                 "write share", "write user", "relay", "applications.serve"));
+    EXPECT_THAT(log,
+                ElementsAre("applications.others", "status item, window built",
+                            "browse.start _quillbox._tcp", "browse.start _quillbox-admin._tcp",
+                            "window.bringForward", "read showInFinder", "read automaticDiscovery",
+                            "write host", "write port", "write share", "write user", "relay",
+                            "ownQuery.start Quillbox._smb._tcp", "applications.serve"));
 }
 
 TEST_F(AppDelegateOrder, endsASecondCopyAfterTheQueryForTheFirst)
@@ -126,9 +127,10 @@ TEST_F(AppDelegateOrder, shutsDownInAFixedOrder)
     dispatch.runAll();
     log.clear();
     delegate->applicationWillTerminate();
-    EXPECT_THAT(
-        log, ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
-                         "resolution.cancel " + phoneNamed("Quillbox A").description(), "relay"));
+    EXPECT_THAT(log,
+                ElementsAre("browse.cancel _quillbox._tcp", "browse.cancel _quillbox-admin._tcp",
+                            "resolution.cancel " + phoneNamed("Quillbox A").description(),
+                            "ownQuery.cancel Quillbox._smb._tcp", "relay"));
     dispatch.runAll();
     EXPECT_THAT(runningListeners(), IsEmpty());
 }

@@ -43,6 +43,7 @@ TEST(HelperStatus, isReadableForPeople)
                    {.name = "Quillbox Office", .hasWebManagement = true}},
         .relays = {{.name = "Quillbox K\u00fcche",
                     .target = "Quillbox K\u00fcche",
+                    .host = "quillbox-kuche-pc-1.local",
                     .traffic = {.sessions = 1,
                                 .sessionsInAll = 3,
                                 .bytesReceived = 10,
@@ -59,6 +60,7 @@ TEST(HelperStatus, isReadableForPeople)
                                  "Relays: 1\n"
                                  "  Quillbox K\u00fcche\n"
                                  "    target: Quillbox K\u00fcche\n"
+                                 "    host: quillbox-kuche-pc-1.local\n"
                                  "    sessions: 1 now, 3 in all\n"
                                  "    bytes: 10 to the phone, 200 from the phone\n"
                                  "Since the start:\n"
@@ -152,6 +154,16 @@ TEST(HelperStatus, isNotReadFromJsonWithAnEntryThatIsUnsound)
         EXPECT_FALSE(withEntry(QStringLiteral("Quillbox"))) << list;
         EXPECT_FALSE(withEntry(QJsonObject())) << list;
     }
+}
+
+TEST(HelperStatus, namesTheHostsOfRelaysThatAreAdvertised)
+{
+    HelperStatus status = statusWith("Quillbox");
+    EXPECT_THAT(plainText(status), Not(HasSubstr("host:")));
+    EXPECT_THAT(jsonText(status), Not(HasSubstr("host")));
+    status.relays.at(0).host = "quillbox-pc-1.local";
+    EXPECT_THAT(jsonText(status), HasSubstr(R"("host": "quillbox-pc-1.local")"));
+    EXPECT_EQ(helperStatusIn(jsonOf(status)), status);
 }
 
 TEST(HelperStatus, isReadFromJsonOfItsVersionOnly)

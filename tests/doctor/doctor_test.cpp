@@ -45,6 +45,13 @@ PhoneFacts soundPhone()
             .addresses = {{.address = "192.0.2.9", .state = PortFacts::State::Open}}};
 }
 
+/// Of a computer that asks systemd-resolved, which has not answered yet.
+NameFacts resolvedNames()
+{
+    return {.service = NameService("hosts: resolve [!UNAVAIL=return] dns"),
+            .askedName = "office-pc-1.local"};
+}
+
 /// A computer on which all is as it should be.
 DoctorFacts soundFacts()
 {
@@ -456,19 +463,42 @@ const std::vector<Case>& cases()
              f.system.names.askedName.clear();
          },
          "host-names", Result::Ok, "are configured to use", ""},
-        {"namesOfResolved",
+        {"namesFoundByResolved",
          [](auto& f) {
-             f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
+             f.system.names = resolvedNames();
+             f.system.names.isResolved = Seen::Yes;
+         },
+         "host-names", Result::Ok, "office-pc-1.local is resolved by multicast DNS", ""},
+        {"namesNotFoundByResolved",
+         [](auto& f) {
+             f.system.names = resolvedNames();
+             f.system.names.isResolved = Seen::No;
          },
          "host-names", Result::Fail, "systemd-resolved, which is asked for names",
          "before 'resolve'"},
-        {"namesOfResolvedWithoutDesktop",
+        {"namesNotFoundByResolvedInTime", [](auto& f) { f.system.names = resolvedNames(); },
+         "host-names", Result::Fail, "does not resolve those that this computer gives the phones",
+         "before 'resolve'"},
+        {"namesNotFoundByResolvedWithoutDesktop",
          [](auto& f) {
-             f.system.names.service = NameService("hosts: resolve [!UNAVAIL=return] dns");
+             f.system.names = resolvedNames();
              f.system.statusHost = {};
          },
-         "host-names", Result::Warn, "ignores those that this computer gives the phones",
-         "libnss-mdns"},
+         "host-names", Result::Warn, "does not resolve those", "libnss-mdns"},
+        {"resolvedNotRunning",
+         [](auto& f) {
+             f.system.names = resolvedNames();
+             f.system.names.askedName.clear();
+             f.system.names.isResolved = Seen::No;
+         },
+         "host-names", Result::Fail, "does not resolve those", "libnss-mdns"},
+        {"resolvedNotTried",
+         [](auto& f) {
+             f.system.names = resolvedNames();
+             f.system.names.askedName.clear();
+         },
+         "host-names", Result::Warn, "shows no phone to try it with",
+         "while the helper shows a phone"},
         {"noStatusHost", [](auto& f) { f.system.statusHost.hasPanel = Seen::No; }, "status-icon",
          Result::Warn, "shows no status icons", "appindicator"},
         {"tray",
@@ -698,6 +728,18 @@ TEST(Doctor, asksTheRunningCopy)
     EXPECT_EQ(facts.state, State::Answered);
     EXPECT_EQ(facts.status, status);
     EXPECT_EQ(copy.asked.back(), encoded(ControlRequest{}));
+}
+
+TEST(Doctor, knowsTheFirstHostThatTheRunningCopyTells)
+{
+    RunningCopyFacts copy;
+    EXPECT_EQ(relayHostIn(copy), "");
+    copy.status.emplace();
+    EXPECT_EQ(relayHostIn(copy), "");
+    copy.status->relays = {{.name = "Attic"},
+                           {.name = "Kitchen", .host = "kitchen-pc-1.local"},
+                           {.name = "Office", .host = "office-pc-1.local"}};
+    EXPECT_EQ(relayHostIn(copy), "kitchen-pc-1.local");
 }
 
 } // namespace

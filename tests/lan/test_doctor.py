@@ -380,6 +380,7 @@ def names_slow_without_a_dns_server(computer, undo):
 
 
 def names_asked_of_resolved(computer, undo):
+    """It does not run."""
     computer.set_name_service("files resolve [!UNAVAIL=return] dns")
     return "host-names", WARN, "systemd-resolved, which is asked", "before 'resolve'"
 

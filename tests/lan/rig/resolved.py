@@ -3,6 +3,7 @@
 import fcntl
 import glob
 import os
+import re
 import shutil
 import subprocess
 
@@ -85,6 +86,11 @@ class WithResolved:
             20,
             "systemd-resolved",
         )
+
+    def resolved_version(self):
+        """Like 252."""
+        library = os.path.basename(self._path("libsystemd-shared-*.so"))
+        return int(re.search(r"\d+", library)[0])
 
     def responders(self):
         """The programs that listen for multicast DNS; the kernel shortens their names."""

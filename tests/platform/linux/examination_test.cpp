@@ -20,12 +20,12 @@ NameService onlyLocal()
     return NameService("hosts: files mdns4_minimal\n");
 }
 
-NameExamination examined(const NameService& service, bool isProgramRunning,
-                         const std::string& ownName, bool isFound)
+NameExamination examined(const NameService& service, bool isResolverRunning,
+                         const std::string& name, bool isFound)
 {
     return examineNames(
-        service, isProgramRunning, ownName,
-        [isFound](const std::string& name) { return isFound && name == kOwnName; },
+        service, isResolverRunning, name,
+        [isFound](const std::string& asked) { return isFound && asked == kOwnName; },
         std::chrono::steady_clock::now() + std::chrono::seconds(20));
 }
 
@@ -52,7 +52,19 @@ TEST(NameExamination, looksNothingUpThatCouldBotherADnsServer)
     }
 }
 
-TEST(NameExamination, needsNoLookUpWhereTheAskedProgramDoesNotRun)
+TEST(NameExamination, asksResolvedWhicheverModulesComeAfterIt)
+{
+    for (const char* hosts : {"resolve [!UNAVAIL=return] dns", "resolve dns"}) {
+        const NameService service(std::string("hosts: ") + hosts);
+        const auto found = examined(service, true, kOwnName, true);
+        EXPECT_EQ(found.facts.askedName, kOwnName);
+        EXPECT_EQ(found.facts.isResolved, Seen::Yes);
+        EXPECT_EQ(examined(service, true, "", true).facts.isResolved, Seen::Unknown);
+        EXPECT_EQ(examined(service, false, kOwnName, true).facts.isResolved, Seen::No);
+    }
+}
+
+TEST(NameExamination, needsNoLookUpWhereTheResolverDoesNotRun)
 {
     const auto found = examined(onlyLocal(), false, kOwnName, true);
     EXPECT_EQ(found.facts.askedName, "");
@@ -87,7 +99,8 @@ TEST(Examination, findsTheInterfacesAndAnEngine)
         ip("link set wire1 up");
         ip("link set wire0 up");
         settleLink("wire0");
-        const auto [facts, isSomethingStuck] = examineSystem("_phone._tcp");
+        const auto [facts, isSomethingStuck] =
+            examineSystem("_phone._tcp", [] { return std::string(); });
         EXPECT_FALSE(isSomethingStuck);
         const auto wire = std::find_if(facts.interfaces.begin(), facts.interfaces.end(),
                                        [](const auto& each) { return each.name == "wire0"; });

@@ -76,8 +76,9 @@ TEST_F(SystemConfiguration, ofPackagesIsThatOfTheHostOfASandbox)
 
 TEST(NameLookup, findsTheNameOfThisComputerOnly)
 {
-    EXPECT_TRUE(isNameFound("localhost"));
-    EXPECT_FALSE(isNameFound("no-such-name.invalid"));
+    EXPECT_TRUE(isNameOfThisComputer("localhost"));
+    EXPECT_FALSE(isNameOfThisComputer("no-such-name.invalid"));
+    EXPECT_FALSE(isNameOfThisComputer("192.0.2.1"));
 }
 
 /// A program that listens on a Unix domain socket, unless this user may not create that.
@@ -151,6 +152,19 @@ TEST(Avahi, isAskedForNamesIfItRunsAndIsConfigured)
     EXPECT_TRUE(isAsked(kWithAvahi));
     EXPECT_FALSE(isAsked(kWithResolved));
     EXPECT_FALSE(isAsked("hosts: files dns\n"));
+}
+
+TEST(Resolver, runsIfTheProgramListensThatTheConfigurationNames)
+{
+    EXPECT_FALSE(isResolverRunning(NameService("hosts: files dns\n")));
+    EXPECT_FALSE(isResolverRunning(NameService()));
+    const NameService resolved(kWithResolved);
+    if (isResolverRunning(resolved))
+        GTEST_SKIP() << "systemd-resolved runs here";
+    const Listening socket("/run/systemd/resolve/io.systemd.Resolve");
+    if (!socket.isThere)
+        GTEST_SKIP() << "this user may not create sockets in /run";
+    EXPECT_TRUE(isResolverRunning(resolved));
 }
 
 } // namespace
